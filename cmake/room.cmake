@@ -1,0 +1,44 @@
+# tamlog_room(NAME [PURE file...] [WINDOWS file...] [USES target...] [LIBS system-library...])
+#
+# Makes the static library tamlog_NAME of one room (folder). PURE files use the standard library only and are built
+# for Windows and natively; WINDOWS files are left out of a native build, so the same lists serve the sanitizers.
+function(tamlog_room name)
+  cmake_parse_arguments(ROOM "" "" "PURE;WINDOWS;USES;LIBS" ${ARGN})
+  set(sources ${ROOM_PURE})
+  if(WIN32)
+    list(APPEND sources ${ROOM_WINDOWS})
+  endif()
+  set(target tamlog_${name})
+  if(sources)
+    add_library(${target} STATIC ${sources})
+    target_link_libraries(${target} PUBLIC tamlog_options ${ROOM_USES})
+    if(WIN32)
+      target_link_libraries(${target} PUBLIC ${ROOM_LIBS})
+    endif()
+  else()
+    add_library(${target} INTERFACE)
+    target_link_libraries(${target} INTERFACE tamlog_options ${ROOM_USES})
+  endif()
+endfunction()
+
+# tamlog_test(NAME SOURCES file... USES target... [LABELS label...] [LOCK name] [TIMEOUT seconds])
+#
+# Makes the gtest executable NAME and one ctest test per case. LOCK keeps all cases with the same lock from running
+# side by side: the names of pipes, events, registry keys and services are shared by a whole Wine prefix.
+# Cases are found when ctest starts, so that building needs no Wine.
+function(tamlog_test name)
+  cmake_parse_arguments(TEST "" "LOCK;TIMEOUT" "SOURCES;USES;LABELS" ${ARGN})
+  if(NOT TEST_TIMEOUT)
+    set(TEST_TIMEOUT 60)
+  endif()
+  add_executable(${name} ${TEST_SOURCES})
+  target_link_libraries(${name} PRIVATE tamlog_options tamlog_gtest ${TEST_USES})
+  set(properties TIMEOUT ${TEST_TIMEOUT})
+  if(TEST_LOCK)
+    list(APPEND properties RESOURCE_LOCK ${TEST_LOCK})
+  endif()
+  if(TEST_LABELS)
+    list(APPEND properties LABELS "${TEST_LABELS}")
+  endif()
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 120 PROPERTIES ${properties})
+endfunction()

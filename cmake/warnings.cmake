@@ -1,0 +1,19 @@
+# The warnings and hardening that every target of ours is built with. Third-party code (gtest) is not.
+add_library(tamlog_options INTERFACE)
+target_compile_features(tamlog_options INTERFACE cxx_std_20)
+target_compile_options(tamlog_options INTERFACE
+  $<$<COMPILE_LANGUAGE:CXX>:-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast
+  -Wcast-qual -Wcast-align -Wformat=2 -Wnon-virtual-dtor -Woverloaded-virtual -Wnull-dereference -Wundef
+  -Wextra-semi -Werror>)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  target_compile_options(tamlog_options INTERFACE
+    $<$<COMPILE_LANGUAGE:CXX>:-Wuseless-cast -Wduplicated-cond -Wlogical-op -Wsuggest-override>)
+endif()
+target_compile_definitions(tamlog_options INTERFACE _GLIBCXX_ASSERTIONS)
+if(WIN32)
+  target_compile_definitions(tamlog_options INTERFACE _WIN32_WINNT=0x0601 NOMINMAX WIN32_LEAN_AND_MEAN)
+  # DWARF 4 is what Wine's debugger and addr2line read; the sections let the linker drop unused code.
+  target_compile_options(tamlog_options INTERFACE -gdwarf-4 -fstack-protector-strong -ffunction-sections -fdata-sections)
+  target_link_options(tamlog_options INTERFACE -Wl,--gc-sections -fstack-protector-strong)
+endif()
+target_include_directories(tamlog_options INTERFACE ${PROJECT_SOURCE_DIR})
