@@ -1,20 +1,22 @@
 #!/usr/bin/env python3
-"""Builds the example log file of docs/log_file_format.md by following that document, and nothing else.
+"""Builds the example log file of docs/log_file_format.md and the example records of docs/pipe_protocol.md by
+following those documents, and nothing else.
 
-The ring holds four messages; five are handed in. What stands in the document between the marks
+The ring holds four messages; five are handed in. What stands in the documents between the marks
 
     <!-- example-ring: NAME -->  ...  <!-- example-ring: end -->
 
-is what this program prints for NAME, so that the document cannot drift away from the layout it describes:
+is what this program prints for NAME, so that the documents cannot drift away from the layouts they describe:
 
-    example-ring.py                          print every state: five, late, burst
-    example-ring.py --state NAME             print one state
+    example-ring.py                          print everything
+    example-ring.py --state NAME             print one state or record
     example-ring.py --check FILE             exit 1 unless every marked block of FILE holds what is printed here
     example-ring.py --update FILE            put what is printed here into the marked blocks of FILE
-    example-ring.py --write FILE [--state N] write the bytes of a state (default: five) to FILE
+    example-ring.py --write FILE [--state N] write the bytes of a state or record (default: five) to FILE
 
 States: "five" after five messages in time order; "late" after a sixth one that is dated earlier than two of them;
-"burst" when, instead of the sixth, as many messages as the ring holds arrive within one flush.
+"burst" when, instead of the sixth, as many messages as the ring holds arrive within one flush. Records: "submit",
+the request that hands in the fifth message; "done", its reply; "get-settings" and "settings", a request and its reply.
 Standard library only.
 """
 
@@ -148,7 +150,25 @@ STATES = {
 }
 
 
+RECORD_SIZE = 1028
+
+
+def record(code, body=b""):
+    return (struct.pack("<I", code) + body).ljust(RECORD_SIZE, b"\0")
+
+
+RECORDS = {
+    "submit": record(3, Entry(*SECOND_FLUSH[1]).body),
+    "done": record(11),
+    "get-settings": record(5),
+    "settings": record(14, struct.pack("<4I", 50000, 1000, 0x0B, 300)),
+}
+GROUPS = (frozenset(STATES), frozenset(RECORDS))
+
+
 def build(state):
+    if state in RECORDS:
+        return RECORDS[state]
     store = Store(CAPACITY)
     for messages in STATES[state]:
         for message in messages:
@@ -230,7 +250,38 @@ def walk(image):
     return [(next_slot - i - 1) % capacity for i in range(count)]
 
 
+def record_fields(name):
+    """(offset, size, label) of the fields that the record's code defines, the code itself left out."""
+    image = RECORDS[name]
+    if name == "submit":
+        words = struct.unpack_from("<8h", image, 12)
+        stamp = "timestamp = %04d-%02d-%02d %02d:%02d:%02d.%03d, spare %d" % words
+        return [(4, 8, "origin"), (12, 16, stamp), (28, 4, "type = %d" % struct.unpack_from("<I", image, 28)),
+                (32, 257, "source = \"%s\"" % text_of(image[32:289])),
+                (289, 257, "text = \"%s\"" % text_of(image[289:546])), (546, 4, "tail")]
+    if name == "settings":
+        fields = ((4, "maxMessage"), (8, "devicePollRate"), (12, "typeFilter"), (16, "saveRate"))
+        return [(offset, 4, "%s = %d" % (label, struct.unpack_from("<I", image, offset)[0])) for offset, label in fields]
+    return []
+
+
+def describe_record(name):
+    image = RECORDS[name]
+    out = field_lines(image, 0, 4, "code = %d" % struct.unpack_from("<I", image, 0))
+    end = 4
+    for offset, size, label in record_fields(name):
+        assert offset == end
+        out += field_lines(image, offset, size, label)
+        end = offset + size
+    assert not any(image[end:])
+    rest = "0x%04X  %-47s  %s"
+    meaning = "not defined by this code: ignore" if name in ("done", "settings") else "not looked at"
+    return out + [rest % (end, "%d bytes" % (RECORD_SIZE - end), meaning)]
+
+
 def describe(state):
+    if state in RECORDS:
+        return describe_record(state)
     image = build(state)
     size_line = "%d bytes, CRC-32 %08X" % (len(image), zlib.crc32(image))
     if state == "five":
@@ -264,7 +315,7 @@ def blocks_of(document):
                 found.append((name, first, number))
                 name = None
             else:
-                if name is not None or word not in STATES:
+                if name is not None or word not in GROUPS[0] | GROUPS[1]:
                     raise SystemExit("line %d begins no known block" % (number + 1))
                 name = word
                 first = number + 1
@@ -285,7 +336,9 @@ def read_lines(path):
 def check(path):
     document = read_lines(path)
     blocks = blocks_of(document)
-    missing = set(STATES) - {name for name, _, _ in blocks}
+    present = {name for name, _, _ in blocks}
+    wanted = [group for group in GROUPS if group & present] or GROUPS
+    missing = frozenset().union(*wanted) - present
     wrong = 0
     for name in sorted(missing):
         print("%s: there is no block %s" % (path, name))
@@ -317,8 +370,9 @@ def update(path):
 
 
 def main():
-    parser = argparse.ArgumentParser(description="The example log file of docs/log_file_format.md.")
-    parser.add_argument("--state", choices=sorted(STATES))
+    names = list(STATES) + list(RECORDS)
+    parser = argparse.ArgumentParser(description="The examples of docs/log_file_format.md and docs/pipe_protocol.md.")
+    parser.add_argument("--state", choices=names)
     action = parser.add_mutually_exclusive_group()
     action.add_argument("--check", metavar="FILE")
     action.add_argument("--update", metavar="FILE")
@@ -332,8 +386,8 @@ def main():
         with open(arguments.write, "wb") as stream:
             stream.write(build(arguments.state or "five"))
         return 0
-    for state in [arguments.state] if arguments.state else ["five", "late", "burst"]:
-        print("state: " + state)
+    for state in [arguments.state] if arguments.state else names:
+        print(state + ":")
         print("\n".join(describe(state)) + "\n")
     return 0
 
