@@ -319,7 +319,7 @@ class GenuineFaults : public LogFile {
     faultsSeen = 0;
     DWORD old = 0;
     VirtualProtect(LastView(), 4096, PAGE_NOACCESS, &old);
-    const std::string failure = FailureOf([&] { Flush(); });
+    std::string failure = FailureOf([&] { Flush(); });
     VirtualProtect(LastView(), 4096, PAGE_READWRITE, &old);
     RemoveVectoredExceptionHandler(handler);
     return failure;

@@ -91,7 +91,8 @@ class LogFile : public testing::Test {
     return header;
   }
   std::string LockName(std::size_t index) const {
-    return Bytes().substr(kLockNamesOffset + index * kLockNameSize, kLockNameSize).c_str();
+    const std::string field = Bytes().substr(kLockNamesOffset + index * kLockNameSize, kLockNameSize);
+    return field.substr(0, field.find('\0'));
   }
   // All slots, valid or not, in their order.
   std::vector<LogMessage> AllSlots() const {
@@ -129,7 +130,7 @@ class LogFile : public testing::Test {
   }
 
   // A file as an earlier server left it: the messages in slots 0, 1, 2, ...; the last one the newest.
-  void MakeFile(std::int32_t maxMessages, const std::vector<LogMessageBody>& messages) {
+  void MakeFile(std::int32_t maxMessages, const std::vector<LogMessageBody>& messages) const {
     LogFileHeader header = {};
     header.maxMessages = maxMessages;
     header.messageCount = static_cast<std::int32_t>(messages.size());

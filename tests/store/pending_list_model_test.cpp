@@ -159,6 +159,7 @@ TEST(PendingListThreads, NoMessageIsLostOrStoredTwiceWhileOthersFlush) {
   PendingList list;
   std::atomic<int> writing{kWriters};
   std::vector<std::thread> threads;
+  threads.reserve(kWriters + 2);
   for (int writer = 0; writer < kWriters; ++writer) {
     threads.emplace_back([&, writer] {
       std::minstd_rand random(static_cast<unsigned>(writer) + 1);

@@ -148,6 +148,21 @@ TEST_F(Stress, EveryMessageIsStoredOnceOrClearedWhileClearsRun) {
   EXPECT_TRUE(server->VerifyIntegrity());
 }
 
+// A clear holds the configuration's lock while it waits for readers; a write to disk that took that lock
+// under its read access would make the two wait for each other for good.
+TEST_F(Stress, ClearsAndWritesToDiskNeverWaitForEachOther) {
+  Open();
+  Run([this] {
+    for (int i = 0; i < 150; ++i) server->WriteToDisk();
+    --writing;
+  });
+  Run([this] {
+    while (writing == kWriters) Clear();
+  });
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(Header().readCount, 0);
+}
+
 // Opened and closed again and again under threads that do not know: whatever happens, the file stays sound.
 TEST_F(Stress, OpeningAndClosingUnderRunningThreadsNeverDamagesTheFile) {
   Open();

@@ -107,6 +107,7 @@ std::vector<LogMessage> TestReader::Messages() {
   const std::int32_t count = Header().messageCount;
   const std::int32_t capacity = Header().maxMessages;
   const std::int32_t next = Header().nextSlot;
+  messages.reserve(static_cast<std::size_t>(count));
   for (std::int32_t i = 0; i < count; ++i) messages.push_back(Slot((next - i - 1 + capacity) % capacity));
   return messages;
 }

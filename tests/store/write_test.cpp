@@ -16,7 +16,6 @@ using FlushWrites = LogFile;
 using ClearMessages = LogFile;
 using LoadToList = LogFile;
 using WriteToDisk = LogFile;
-using TamLogUtil::Timeout;
 
 // Intake
 // ------------------------------------------------------------------------------------------------------
