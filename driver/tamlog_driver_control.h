@@ -8,6 +8,8 @@
  * double's own and the server never uses them. All codes: device type 0x22, buffered, no particular access.
  */
 
+/* C as well as C++ reads this header. NOLINTBEGIN(modernize-deprecated-headers,modernize-use-using) */
+
 #include <stdint.h>
 
 /* One message in the sender's form, see store/log_file_format.h (`LogMessageBody`). */
@@ -38,3 +40,5 @@ typedef struct TamLogDriverCounters {
   uint32_t opens;       /* handles opened since the driver was loaded */
   uint32_t put;         /* messages appended */
 } TamLogDriverCounters;
+
+/* NOLINTEND(modernize-deprecated-headers,modernize-use-using) */
