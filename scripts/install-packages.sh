@@ -23,7 +23,7 @@ run_packages=(
 )
 test_packages=(
   clang-14 clang-tidy-14 clang-format-14  # thread-safety analysis, clang-tidy, format
-  python3-minimal libpython3-stdlib       # check-rooms.py and the list of files for clang-tidy
+  python3                                 # the checks written in it
 )
 
 set_name=${1:-test}
