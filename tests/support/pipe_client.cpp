@@ -5,7 +5,7 @@
 
 #include "util/win32.h"
 
-namespace TamLogTest {
+namespace TestSupport {
 
 namespace {
 
@@ -174,4 +174,4 @@ std::string PipeNameForThisProcess(const std::string& name) {
   return R"(\\.\pipe\)" + name + std::to_string(GetCurrentProcessId());
 }
 
-}  // namespace TamLogTest
+}  // namespace TestSupport

@@ -14,7 +14,7 @@
 #include "pipe/pipe_protocol.h"
 #include "util/native_handle.h"
 
-namespace TamLogTest {
+namespace TestSupport {
 
 class PipeClient {
  public:
@@ -77,4 +77,4 @@ PipeRequest MakeRequest(std::uint32_t code);
 // `name` made unique for this process: pipes with fixed names are shared by all test programs of a prefix.
 std::string PipeNameForThisProcess(const std::string& name);
 
-}  // namespace TamLogTest
+}  // namespace TestSupport
