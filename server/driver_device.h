@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-inline constexpr char kDriverDevicePath[] = "\\\\.\\TAMLOG";
+inline constexpr char kDriverDevicePath[] = R"(\\.\TAMLOG)";
 
 // Unknown device type 0x22, function 0x801, buffered, any access: no input, one LogMessageBody as output.
 // The name is the one that the driver's own headers use.

@@ -177,5 +177,5 @@ void ServerService::StartRestart() {
   auto restart = std::make_unique<RestartThread>(*this);
   restart->Start();
   // Started: from here on the thread owns itself, and may be gone already.
-  restart.release();
+  static_cast<void>(restart.release());
 }

@@ -6,6 +6,6 @@
 #include "server/program.h"
 
 int main(int argc, char** argv) {
-  std::atexit(DeleteServiceObject);
+  static_cast<void>(std::atexit(DeleteServiceObject));
   return RunProgram(argc, argv);
 }

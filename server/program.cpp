@@ -54,7 +54,7 @@ void ShowFailure(const ExceptionBase& exception) {
             << "To remove : use the -remove switch and run as administrator" << std::endl;
   // A console window that was opened for this command stays readable. Any character will do, and the end of
   // the input, too.
-  std::getchar();
+  static_cast<void>(std::getchar());
 }
 
 }  // namespace

@@ -124,7 +124,7 @@ void ServerService::StopSequence() {
 // Before any lock is taken, so that a missing driver leaves everything as it was.
 void ServerService::OpenDriver() {
   if (driverHandle != INVALID_HANDLE_VALUE) return;
-  const HANDLE device = CreateFileA(kDriverDevicePath, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_WRITE,
+  void* const device = CreateFileA(kDriverDevicePath, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_WRITE,
                                     nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (device == INVALID_HANDLE_VALUE) {
     throw ExceptionWindows("Failed to get access to the Tamlog device driver, CreateFile() failed.");
@@ -133,7 +133,7 @@ void ServerService::OpenDriver() {
 }
 
 void ServerService::CloseDriver() {
-  const HANDLE device = driverHandle.exchange(INVALID_HANDLE_VALUE);
+  void* const device = driverHandle.exchange(INVALID_HANDLE_VALUE);
   if (device != INVALID_HANDLE_VALUE) CloseHandle(device);
 }
 
