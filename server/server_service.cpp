@@ -124,8 +124,8 @@ void ServerService::StopSequence() {
 // Before any lock is taken, so that a missing driver leaves everything as it was.
 void ServerService::OpenDriver() {
   if (driverHandle != INVALID_HANDLE_VALUE) return;
-  void* const device = CreateFileA(kDriverDevicePath, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_WRITE,
-                                    nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  void* const device = CreateFileA(kDriverDevicePath, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_WRITE, nullptr,
+                                   OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (device == INVALID_HANDLE_VALUE) {
     throw ExceptionWindows("Failed to get access to the Tamlog device driver, CreateFile() failed.");
   }
