@@ -21,8 +21,8 @@ extern std::atomic<bool> moveFileThrows;  // ForeignException
 extern std::atomic<int> flushViewCalls;
 extern std::atomic<bool> flushViewFails;  // error 1117
 
-extern std::atomic<bool> executablePathFails;    // GetModuleFileName gives 0, error 5
-extern std::atomic<bool> executablePathIsLong;   // a path of 1023 characters, its last backslash at 1019
+extern std::atomic<bool> executablePathFails;   // GetModuleFileName gives 0, error 5
+extern std::atomic<bool> executablePathIsLong;  // a path of 1023 characters, its last backslash at 1019
 
 extern std::atomic<bool> deviceControlThrows;  // ForeignException
 

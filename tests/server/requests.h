@@ -39,7 +39,9 @@ inline PipeReply Ask(ServerService& service, const GuardedRequest& asked) {
   return reply;
 }
 
-inline PipeReply Ask(ServerService& service, RequestCode code) { return Ask(service, MakeRequest(code)); }
+inline PipeReply Ask(ServerService& service, RequestCode code) {
+  return Ask(service, MakeRequest(code));
+}
 
 inline PipeReply AddFilter(ServerService& service, const std::string& text, std::uint32_t kind) {
   GuardedRequest asked = MakeRequest(RequestCode::AddFilter, text);

@@ -41,8 +41,8 @@ std::optional<Value> Read(const char* key, const std::string& name) {
   std::string data(4096, '\0');
   DWORD type = 0;
   DWORD size = static_cast<DWORD>(data.size());
-  const LSTATUS result = RegQueryValueExA(opened, name.c_str(), nullptr, &type,
-                                          reinterpret_cast<BYTE*>(data.data()), &size);
+  const LSTATUS result =
+      RegQueryValueExA(opened, name.c_str(), nullptr, &type, reinterpret_cast<BYTE*>(data.data()), &size);
   RegCloseKey(opened);
   if (result != ERROR_SUCCESS) return std::nullopt;
   data.resize(size);
@@ -107,7 +107,8 @@ TemporaryFolder::TemporaryFolder() {
   char base[MAX_PATH] = {};
   GetTempPathA(sizeof base, base);
   static int number = 0;
-  path = std::string(base) + "tamlog" + std::to_string(GetCurrentProcessId()) + "_" + std::to_string(number++);
+  path =
+      std::string(base) + "tamlog" + std::to_string(GetCurrentProcessId()) + "_" + std::to_string(number++);
   CreateDirectoryA(path.c_str(), nullptr);
 }
 
@@ -176,9 +177,9 @@ std::string ExecutableFolder() {
 
 std::string SystemText(std::uint32_t code) {
   char* text = nullptr;
-  FormatMessageA(
-      FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
-      code, MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT), reinterpret_cast<char*>(&text), 0, nullptr);
+  FormatMessageA(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
+                 nullptr, code, MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT), reinterpret_cast<char*>(&text), 0,
+                 nullptr);
   std::string result = text == nullptr ? "" : text;
   LocalFree(text);
   return result;
