@@ -7,6 +7,8 @@
 
 #include "util/win32.h"
 
+#undef StartService  // would rename the fixture's operation
+
 using namespace std::chrono_literals;
 
 namespace {
@@ -87,7 +89,7 @@ INSTANTIATE_TEST_SUITE_P(
                  std::memset(body.source, 'x', sizeof(body.source));
                }},
         Damage{"UnknownType", [](LogFileImage& image) { image.Newest(2).body.type = kMessageTypes; }}),
-    [](const ::testing::TestParamInfo<Damage>& info) { return std::string(info.param.name); });
+    [](const ::testing::TestParamInfo<Damage>& damage) { return std::string(damage.param.name); });
 
 // Rule 3, readCount = 1 under the check's own access, cannot be broken by a file: mapping it sets the count to 0. A
 // reader whose events have outlived the server can break it, when it enters between the mapping and the check.

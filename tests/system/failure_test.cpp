@@ -16,7 +16,9 @@ class Failure : public SystemTest {
     const std::optional<std::uint32_t> exitCode = ServiceProcess().WaitForEnd(10s);
     ASSERT_TRUE(exitCode);
     EXPECT_NE(*exitCode, 0U);
-    if (IsWine()) EXPECT_EQ(ServiceControl::State(), ServiceState::Running);  // its manager never notices
+    if (IsWine()) {
+      EXPECT_EQ(ServiceControl::State(), ServiceState::Running);  // its manager never notices
+    }
   }
 };
 
@@ -92,7 +94,9 @@ TEST_F(Failure, AStopKeepsWhatWasFlushedAndLosesAtMostWhatWasPending) {
   ASSERT_TRUE(client);
   for (int i = 0; i < kMessages; ++i) {
     ASSERT_EQ(client->AskForCode(SubmitRequest(Message(std::to_string(i), i))), ReplyCode::Done);
-    if (i == kMessages / 2) ASSERT_TRUE(WaitForMessageCount(i + 1, 10s));
+    if (i == kMessages / 2) {
+      ASSERT_TRUE(WaitForMessageCount(i + 1, 10s));
+    }
   }
   StopService();
   // The first messages up to some number, in order and sound; the newest of them may be missing, no one else.

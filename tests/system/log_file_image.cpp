@@ -38,7 +38,7 @@ std::optional<LogFileHeader> LogFileImage::ReadHeader(const std::string& path) {
 }
 
 void LogFileImage::Write(const std::string& path) const {
-  std::string bytes(static_cast<std::size_t>(LogFileSize(slots.size())), '\0');
+  std::string bytes(LogFileSize(slots.size()), '\0');
   std::memcpy(bytes.data(), &header, sizeof(header));
   std::memcpy(bytes.data() + kLockNamesOffset, &names, sizeof(names));
   if (!slots.empty()) std::memcpy(bytes.data() + kSlotsOffset, slots.data(), slots.size() * sizeof(LogMessage));

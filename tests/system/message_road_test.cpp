@@ -86,7 +86,9 @@ TEST_F(MessageRoad, TenThousandMessagesOfTheDriverAreDrainedInOneTickAndStoredIn
   // A tick ends with the one call that fails. While messages are left, no tick may have ended.
   ASSERT_TRUE(Eventually(60s, [this] {
     const TamLogDriverCounters counters = Driver().Counters();
-    if (counters.queued != 0) EXPECT_EQ(counters.failed, 0U) << counters.served;
+    if (counters.queued != 0) {
+      EXPECT_EQ(counters.failed, 0U) << counters.served;
+    }
     return counters.queued == 0;
   }));
   EXPECT_EQ(Driver().Counters().served, static_cast<std::uint32_t>(kCount));

@@ -1,14 +1,16 @@
 #pragma once
 
-// A client of the server's pair of pipes, written from the records alone. One thread at a time per connection.
+// The requests of the protocol, and a client that connects, asks and gives up like a program that lives with restarts
+// of the server. One thread at a time per connection.
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 
 #include "pipe/pipe_protocol.h"
-#include "tests/system/platform.h"
+#include "tests/support/pipe_client.h"
 
 PipeRequest RequestOf(RequestCode code);
 PipeRequest SubmitRequest(const LogMessageBody& message);
@@ -23,7 +25,7 @@ class PipeConnection {
   // Opens both pipes, again and again while the server has no free instance or is not there; nothing after `limit`.
   static std::optional<PipeConnection> Connect(std::chrono::milliseconds limit);
 
-  PipeConnection() = default;
+  PipeConnection();
   // One attempt each; 0 or the system's error code (2 no server, 231 no free instance).
   std::uint32_t OpenRequestPipe();
   std::uint32_t OpenReplyPipe();
@@ -34,10 +36,9 @@ class PipeConnection {
                                std::chrono::milliseconds limit = std::chrono::seconds(15));
   // The code of the reply; nothing as above.
   std::optional<ReplyCode> AskForCode(const PipeRequest& request);
-  // True once the server has ended this connection, which is seen by a read that fails.
+  // Whether the server ends this connection in time.
   bool WaitForDisconnection(std::chrono::milliseconds limit);
 
  private:
-  OwnedHandle requestPipe;
-  OwnedHandle replyPipe;
+  std::unique_ptr<TestSupport::PipeClient> client;
 };

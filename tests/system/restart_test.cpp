@@ -15,11 +15,9 @@ class Restart : public SystemTest {
   void SetLogFile(const std::string& path) { EXPECT_EQ(AskForCode(PathRequest(path)), ReplyCode::Done); }
   // A file of the server's own making with `count` messages, all of the same time or one millisecond apart.
   void FillRing(int count, bool sameTime) {
+    for (int i = 0; i < count; ++i) SubmitOverPipe(Message(std::to_string(i), sameTime ? 0 : i));
     std::vector<std::string> expected;
-    for (int i = 0; i < count; ++i) {
-      SubmitOverPipe(Message(std::to_string(i), sameTime ? 0 : i));
-      expected.insert(expected.begin(), std::to_string(i));
-    }
+    for (int i = count - 1; i >= 0; --i) expected.push_back(std::to_string(i));
     ExpectTexts(expected);
   }
   void ChangeCapacity(std::uint32_t capacity) {

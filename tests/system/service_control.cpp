@@ -15,7 +15,7 @@ struct ServiceCloser {
 using ServiceHandle = std::unique_ptr<std::remove_pointer_t<SC_HANDLE>, ServiceCloser>;
 
 // Null when the service is not registered.
-ServiceHandle OpenService() {
+ServiceHandle OpenLogServer() {
   const ServiceHandle manager(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
   if (!manager) ThrowLastError("OpenSCManager");
   ServiceHandle service(OpenServiceA(manager.get(), kServiceName, SERVICE_ALL_ACCESS));
@@ -25,7 +25,7 @@ ServiceHandle OpenService() {
 
 SERVICE_STATUS_PROCESS Status() {
   SERVICE_STATUS_PROCESS status{};
-  const ServiceHandle service = OpenService();
+  const ServiceHandle service = OpenLogServer();
   if (!service) return status;
   DWORD needed = 0;
   if (QueryServiceStatusEx(service.get(), SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&status),
@@ -38,7 +38,7 @@ SERVICE_STATUS_PROCESS Status() {
 }  // namespace
 
 std::optional<ServiceRegistration> ServiceControl::Registration() {
-  const ServiceHandle service = OpenService();
+  const ServiceHandle service = OpenLogServer();
   if (!service) return std::nullopt;
   std::vector<std::byte> space(8192);
   DWORD needed = 0;
@@ -67,20 +67,20 @@ ServiceState ServiceControl::State() { return static_cast<ServiceState>(Status()
 std::uint32_t ServiceControl::ProcessId() { return Status().dwProcessId; }
 
 std::uint32_t ServiceControl::Start() {
-  const ServiceHandle service = OpenService();
+  const ServiceHandle service = OpenLogServer();
   if (!service) return ERROR_SERVICE_DOES_NOT_EXIST;
   return StartServiceA(service.get(), 0, nullptr) != 0 ? 0 : GetLastError();
 }
 
 std::uint32_t ServiceControl::SendStop() {
-  const ServiceHandle service = OpenService();
+  const ServiceHandle service = OpenLogServer();
   if (!service) return ERROR_SERVICE_DOES_NOT_EXIST;
   SERVICE_STATUS status{};
   return ControlService(service.get(), SERVICE_CONTROL_STOP, &status) != 0 ? 0 : GetLastError();
 }
 
 std::uint32_t ServiceControl::Delete() {
-  const ServiceHandle service = OpenService();
+  const ServiceHandle service = OpenLogServer();
   if (!service) return ERROR_SERVICE_DOES_NOT_EXIST;
   return DeleteService(service.get()) != 0 ? 0 : GetLastError();
 }

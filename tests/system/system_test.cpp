@@ -6,6 +6,8 @@
 
 #include "util/win32.h"
 
+#undef StartService  // would rename the fixture's operation
+
 namespace {
 
 using namespace std::chrono_literals;
