@@ -19,11 +19,10 @@ run_packages=(
   wine64                              # runs what was built
   googletest                          # its sources; the build files name them
   nlohmann-json3-dev libcli11-dev libfmt-dev  # used by tamlogctl
-  procps                              # pgrep, ps
+  python3                             # the build files look for it
 )
 test_packages=(
   clang-14 clang-tidy-14 clang-format-14  # thread-safety analysis, clang-tidy, format
-  python3-minimal libpython3-stdlib       # check-rooms.py and the list of files for clang-tidy
 )
 
 set_name=${1:-test}
