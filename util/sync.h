@@ -68,7 +68,8 @@ class Event {
  public:
   // Created signalled; an existing object of that name is opened as it is. "Failed to create Event object".
   Event(const char* name, SecurityAttributes* attributes);
-  // Throws "Failed to destroy Event object" when the handle cannot be closed.
+  // Throws "Failed to destroy Event object" when the handle cannot be closed, unless another exception is on
+  // its way already.
   ~Event() noexcept(false);
   Event(const Event&) = delete;
   Event& operator=(const Event&) = delete;
@@ -124,7 +125,8 @@ class SCOPED_CAPABILITY Mutex::Access {
   Access(Mutex& lockable, Timeout& timeout) ACQUIRE(lockable);
   // Null throws "Mutex Access object declared for null pointer".
   Access(Mutex* lockable, Timeout& timeout) ACQUIRE(lockable);
-  ~Access() RELEASE();
+  // Gives the lock back when it is owned; throws what Release throws.
+  ~Access() noexcept(false) RELEASE();
   Access(const Access&) = delete;
   Access& operator=(const Access&) = delete;
 
