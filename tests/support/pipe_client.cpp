@@ -29,10 +29,11 @@ struct PipeClient::Operation {
   OVERLAPPED overlapped{};
 };
 
-PipeClient::PipeClient(std::string requestPipe)
-    : requestName(std::move(requestPipe)),
+PipeClient::PipeClient(std::string pipeName)
+    : requestName(std::move(pipeName)),
       replyName(requestName + kReplyPipeSuffix),
-      operation(std::make_unique<Operation>()) {}
+      sending(std::make_unique<Operation>()),
+      receiving(std::make_unique<Operation>()) {}
 
 PipeClient::~PipeClient() {
   Disconnect();
@@ -63,7 +64,8 @@ bool PipeClient::OpenReplyPipe(std::uint32_t milliseconds) {
   return true;
 }
 
-NativeHandle PipeClient::Open(const std::string& name, std::uint32_t access, std::uint32_t milliseconds) {
+TamLogUtil::NativeHandle PipeClient::Open(const std::string& name, std::uint32_t access,
+                                          std::uint32_t milliseconds) {
   const ULONGLONG start = GetTickCount64();
   while (true) {
     const HANDLE opened =
@@ -93,9 +95,9 @@ void PipeClient::Disconnect() {
 
 bool PipeClient::SendBytes(const void* bytes, std::size_t size, std::uint32_t milliseconds) {
   const bool done =
-      WriteFile(requestPipe, bytes, static_cast<DWORD>(size), nullptr, &operation->overlapped) != 0;
+      WriteFile(requestPipe, bytes, static_cast<DWORD>(size), nullptr, &sending->overlapped) != 0;
   std::uint32_t transferred = 0;
-  return Finish(requestPipe, done, transferred, milliseconds) && transferred == size;
+  return Finish(requestPipe, *sending, done, transferred, milliseconds) && transferred == size;
 }
 
 bool PipeClient::Send(const PipeRequest& request, std::uint32_t milliseconds) {
@@ -107,9 +109,9 @@ std::optional<PipeReply> PipeClient::Receive(std::uint32_t milliseconds) {
     PipeReply reply;
     std::array<char, kLargestMessage> bytes;
   } buffer{};
-  const bool done = ReadFile(replyPipe, &buffer, sizeof(buffer), nullptr, &operation->overlapped) != 0;
+  const bool done = ReadFile(replyPipe, &buffer, sizeof(buffer), nullptr, &receiving->overlapped) != 0;
   std::uint32_t transferred = 0;
-  if (!Finish(replyPipe, done, transferred, milliseconds)) return std::nullopt;
+  if (!Finish(replyPipe, *receiving, done, transferred, milliseconds)) return std::nullopt;
   if (transferred != sizeof(PipeReply)) {
     lastError = 0;
     return std::nullopt;
@@ -118,23 +120,23 @@ std::optional<PipeReply> PipeClient::Receive(std::uint32_t milliseconds) {
 }
 
 // Waits for the operation that was just started; cancels it when the time is up.
-bool PipeClient::Finish(NativeHandle pipe, bool done, std::uint32_t& transferred,
+bool PipeClient::Finish(NativeHandle pipe, Operation& operation, bool done, std::uint32_t& transferred,
                         std::uint32_t milliseconds) {
   if (!done) {
     lastError = GetLastError();
     if (lastError != ERROR_IO_PENDING) return false;
-    if (WaitForSingleObject(operation->overlapped.hEvent, milliseconds) == WAIT_TIMEOUT) {
+    if (WaitForSingleObject(operation.overlapped.hEvent, milliseconds) == WAIT_TIMEOUT) {
       CancelIo(pipe);
       DWORD ignored = 0;
       // What arrived in the last moment still counts.
-      if (!GetOverlappedResult(pipe, &operation->overlapped, &ignored, TRUE)) {
+      if (!GetOverlappedResult(pipe, &operation.overlapped, &ignored, TRUE)) {
         lastError = WAIT_TIMEOUT;
         return false;
       }
     }
   }
   DWORD count = 0;
-  if (!GetOverlappedResult(pipe, &operation->overlapped, &count, FALSE)) {
+  if (!GetOverlappedResult(pipe, &operation.overlapped, &count, FALSE)) {
     lastError = GetLastError();
     return false;
   }

@@ -3,8 +3,10 @@
 // A client of the two-pipe protocol for tests: opens the request pipe and the reply pipe, sends requests and
 // receives replies. Every wait is bounded, so a test that uses it can fail but not hang.
 //
-// One thread at a time. Executables that use it list tests/support/pipe_client.cpp among their sources.
+// One thread at a time, except that one may send while another receives. Executables that use it list
+// tests/support/pipe_client.cpp among their sources.
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -20,7 +22,7 @@ class PipeClient {
  public:
   static constexpr std::uint32_t kWaitMs = 10000;
 
-  explicit PipeClient(std::string requestPipe = kRequestPipeName);
+  explicit PipeClient(std::string pipeName = kRequestPipeName);
   ~PipeClient();
   PipeClient(const PipeClient&) = delete;
   PipeClient& operator=(const PipeClient&) = delete;
@@ -59,15 +61,17 @@ class PipeClient {
   using NativeHandle = TamLogUtil::NativeHandle;
 
   NativeHandle Open(const std::string& name, std::uint32_t access, std::uint32_t milliseconds);
-  bool Finish(NativeHandle pipe, bool done, std::uint32_t& transferred, std::uint32_t milliseconds);
+  struct Operation;
+  bool Finish(NativeHandle pipe, Operation& operation, bool done, std::uint32_t& transferred,
+              std::uint32_t milliseconds);
 
   std::string requestName;
   std::string replyName;
   NativeHandle requestPipe = nullptr;
   NativeHandle replyPipe = nullptr;
-  std::uint32_t lastError = 0;
-  struct Operation;
-  std::unique_ptr<Operation> operation;
+  std::atomic<std::uint32_t> lastError{0};
+  std::unique_ptr<Operation> sending;
+  std::unique_ptr<Operation> receiving;
 };
 
 // A request with everything but the code zero.
