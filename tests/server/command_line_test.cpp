@@ -184,8 +184,8 @@ TEST_F(CommandLine, WordWithoutDashIsUnrecognisedAndNoErrorExit) {
 void ExpectFailure(ServerProgram& program, const std::string& task, const std::string& failure) {
   const std::string expectedError = WithoutCarriageReturns("\nAn error has occured : \n" + failure + "\n\n");
   const std::string expectedOutput = task + kUsage;
-  EXPECT_TRUE(WaitFor([&] { return program.Output() == expectedOutput; }, 20000)) << program.Output();
-  EXPECT_TRUE(WaitFor([&] { return program.Errors() == expectedError; }, 5000)) << program.Errors();
+  EXPECT_TRUE(WaitUntil([&] { return program.Output() == expectedOutput; }, 20000ms)) << program.Output();
+  EXPECT_TRUE(WaitUntil([&] { return program.Errors() == expectedError; }, 5000ms)) << program.Errors();
 }
 
 TEST_F(CommandLine, FailedInstallShowsTheTextsAndWaitsForACharacter) {

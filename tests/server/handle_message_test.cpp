@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
+
 #include "tests/server/faults.h"
 #include "tests/server/requests.h"
 #include "tests/server/support.h"
@@ -21,12 +23,12 @@ class HandleMessage : public testing::Test {
     TamLogUtil::SetLogFile("");
   }
 
-  std::string Diagnostics() const {
-    return WithoutCarriageReturns(FileContent(folder.File("Diagnostic.txt")));
-  }
+  std::string Diagnostics() const { return WithoutCarriageReturns(ReadBytes(folder.File("Diagnostic.txt"))); }
 
-  TemporaryFolder folder;
-  ServerService service;
+  TempDir folder;
+  // Held by pointer: its destructor may throw, a fixture's may not.
+  std::unique_ptr<ServerService> owned = std::make_unique<ServerService>();
+  ServerService& service = *owned;
 };
 
 TEST_F(HandleMessage, FileMapNameIsTold) {

@@ -61,10 +61,11 @@ TEST_F(PeriodicWork, FailedWriteToDiskIsLoggedAndTheNextFlushStillRuns) {
   const std::string entry =
       " - Exception thrown in timer callback : Failed to force log file changes saved to disk, "
       "FlushViewOfFile() failed in WriteToDisk()";
-  EXPECT_TRUE(WaitFor([&] { return Diagnostics().find(entry) != std::string::npos; }, 5000)) << Diagnostics();
+  EXPECT_TRUE(WaitUntil([&] { return Diagnostics().find(entry) != std::string::npos; }, 5000ms))
+      << Diagnostics();
   Submit(*service, MakeMessage("after the failure"));
   EXPECT_TRUE(Arrives("after the failure"));
-  EXPECT_TRUE(WaitFor([&] { return Occurrences(Diagnostics(), entry) >= 2; }, 5000)) << "the timer ended";
+  EXPECT_TRUE(WaitUntil([&] { return Occurrences(Diagnostics(), entry) >= 2; }, 5000ms)) << "the timer ended";
   faults::flushViewFails = false;
 }
 
@@ -142,7 +143,7 @@ TEST_F(DriverPoll, MessageKeepsAllItsBytes) {
   driver->Put({&sent, 1});
   service->OnTimer(kDriverPollTimer);
   ASSERT_TRUE(Arrives("bytes"));
-  const std::string file = FileContent(logFile);
+  const std::string file = ReadBytes(logFile);
   EXPECT_EQ(file.substr(kSlotsOffset + offsetof(LogMessage, body), sizeof sent),
             std::string(reinterpret_cast<const char*>(&sent), sizeof sent));
 }
@@ -155,7 +156,7 @@ TEST_F(DriverPoll, TenThousandMessagesAreTakenInOneTick) {
   EXPECT_EQ(driver->Counters().served, 10000U);
   EXPECT_EQ(driver->Counters().failed, 1U) << "one failing call ends the tick";
   EXPECT_TRUE(
-      WaitFor([&] { return ReadHeader(logFile)->messageCount == static_cast<int>(kCapacity); }, 3000));
+      WaitUntil([&] { return ReadHeader(logFile)->messageCount == static_cast<int>(kCapacity); }, 3000ms));
   EXPECT_TRUE(IsInLog("number 9999"));
   EXPECT_FALSE(IsInLog("number 9979"));
 }
@@ -218,7 +219,7 @@ TEST_F(DriverPoll, PollAndSubmitTakeTurns) {
   service->OnStart();
   driver->Put(Numbered(3000));
   std::thread poll([&] { service->OnTimer(kDriverPollTimer); });
-  WaitFor([&] { return driver->Counters().served > 0; }, 5000);
+  WaitUntil([&] { return driver->Counters().served > 0; }, 5000ms);
   Submit(*service, MakeMessage("afterwards"));
   EXPECT_EQ(driver->Counters().queued, 0U) << "the submit came in between";
   poll.join();

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <string>
+
 #include "server/server_service.h"
 #include "tests/server/faults.h"
 #include "tests/server/support.h"
@@ -21,14 +24,12 @@ class Program : public testing::Test {
     TamLogUtil::SetLogFile("");
   }
 
-  std::string Diagnostics() const {
-    return WithoutCarriageReturns(FileContent(folder.File("Diagnostic.txt")));
-  }
+  std::string Diagnostics() const { return WithoutCarriageReturns(ReadBytes(folder.File("Diagnostic.txt"))); }
 
-  TemporaryFolder folder;
+  TempDir folder;
 };
 
-int Run(std::string argument) {
+int RunWith(std::string argument) {
   char program[] = "TamLogServer";
   char* arguments[] = {program, argument.data(), nullptr};
   return RunProgram(2, arguments);
@@ -37,7 +38,7 @@ int Run(std::string argument) {
 TEST_F(Program, UnknownExecutablePathIsAnErrorOfConstruction) {
   faults::executablePathFails = true;
   testing::internal::CaptureStderr();
-  const int exitCode = Run("-install");
+  const int exitCode = RunWith("-install");
   EXPECT_EQ(WithoutCarriageReturns(testing::internal::GetCapturedStderr()),
             "Error constructing service object\n");
   EXPECT_EQ(exitCode, 1);
@@ -46,7 +47,7 @@ TEST_F(Program, UnknownExecutablePathIsAnErrorOfConstruction) {
 TEST_F(Program, UnknownArgumentIsNoErrorExit) {
   for (const char* argument : {"-version", "install", "", "-installed", "--install", "/"}) {
     testing::internal::CaptureStdout();
-    const int exitCode = Run(argument);
+    const int exitCode = RunWith(argument);
     EXPECT_EQ(WithoutCarriageReturns(testing::internal::GetCapturedStdout()),
               "Unrecognized command line argument\nUse -install or -remove\n");
     EXPECT_EQ(exitCode, 0);
@@ -57,10 +58,10 @@ TEST_F(Program, UnknownArgumentIsNoErrorExit) {
 TEST_F(Program, DiagnosticLogIsSetBeforeTheArgumentsAreLookedAt) {
   // A relative name: the file appears in the current directory, whatever that is.
   testing::internal::CaptureStdout();
-  Run("-what");
+  RunWith("-what");
   testing::internal::GetCapturedStdout();
   TamLogUtil::WriteLog("where");
-  const std::string content = FileContent("TamLogServiceLog.txt");
+  const std::string content = ReadBytes("TamLogServiceLog.txt");
   EXPECT_NE(content.find(" - where"), std::string::npos);
   std::remove("TamLogServiceLog.txt");
 }

@@ -1,6 +1,7 @@
 #include <atomic>
 #include <memory>
 #include <thread>
+#include <vector>
 
 #include "server/restart_thread.h"
 #include "tests/server/server_fixture.h"
@@ -19,7 +20,7 @@ class Restart : public ServerTest {
     EXPECT_TRUE(Is(SetSettings(*service, wanted), ReplyCode::Done));
   }
   bool Reaches(std::uint32_t starts) {
-    return WaitFor([&] { return Starts() == starts && IsRunningAgain(); }, 8000);
+    return WaitUntil([&] { return Starts() == starts && IsRunningAgain(); }, 8000ms);
   }
   // The last thing that a start does is to start the flushes.
   bool IsRunningAgain() {
@@ -42,7 +43,7 @@ TEST_F(Restart, TwoSettingsRequestsWithinASecondCauseOneStopAndOneStart) {
 TEST_F(Restart, WaitsASecondBeforeItStops) {
   const std::uint64_t begin = NowMs();
   ChangeCapacity(30);
-  ASSERT_TRUE(WaitFor([&] { return !ServerHasDriverOpen() || Starts() == 2; }, 5000));
+  ASSERT_TRUE(WaitUntil([&] { return !ServerHasDriverOpen() || Starts() == 2; }, 5000ms));
   EXPECT_GE(NowMs() - begin, 950U);
 }
 
@@ -60,7 +61,7 @@ TEST_F(Restart, AppliesTheNewRates) {
   wanted.devicePollRate = 50;
   SetSettings(*service, wanted);
   ASSERT_TRUE(Reaches(2));
-  EXPECT_TRUE(WaitFor([&] { return driver->Counters().failed >= 3; }, 3000));
+  EXPECT_TRUE(WaitUntil([&] { return driver->Counters().failed >= 3; }, 3000ms));
 }
 
 TEST_F(Restart, ClearLogEmptiesTheLogAtOnceAndRestarts) {
@@ -88,14 +89,14 @@ TEST_F(Restart, MovesTheFileToAPathChangedWhileItIsPending) {
   const std::string moved = folder.File("Moved.dat");
   ChangeCapacity(kCapacity);
   Ask(*service, MakeRequest(RequestCode::SetLogFile, moved));
-  ASSERT_TRUE(WaitFor([&] { return Starts() == 2 && FileExists(moved); }, 8000));
+  ASSERT_TRUE(WaitUntil([&] { return Starts() == 2 && FileExists(moved); }, 8000ms));
   EXPECT_FALSE(FileExists(logFile));
 }
 
 class CountedRestartThread : public RestartThread {
  public:
-  CountedRestartThread(ServerService& service, std::atomic<int>& destroyedCount)
-      : RestartThread(service), destroyed(destroyedCount) {}
+  CountedRestartThread(ServerService& restarted, std::atomic<int>& destroyedCount)
+      : RestartThread(restarted), destroyed(destroyedCount) {}
   ~CountedRestartThread() override { ++destroyed; }
 
  private:
@@ -106,8 +107,8 @@ TEST_F(Restart, ThreadObjectIsGoneAfterItsRun) {
   std::atomic<int> destroyed{0};
   (new CountedRestartThread(*service, destroyed))->Start();
   (new CountedRestartThread(*service, destroyed))->Start();
-  EXPECT_TRUE(WaitFor([&] { return destroyed == 1; }, 900)) << "the second has nothing to do";
-  EXPECT_TRUE(WaitFor([&] { return destroyed == 2; }, 8000));
+  EXPECT_TRUE(WaitUntil([&] { return destroyed == 1; }, 900ms)) << "the second has nothing to do";
+  EXPECT_TRUE(WaitUntil([&] { return destroyed == 2; }, 8000ms));
   EXPECT_EQ(Starts(), 2U);
 }
 
@@ -161,7 +162,8 @@ TEST_F(Restart, FailedStartLeavesTheFlagSetAndTheStopWorking) {
       " - Thread terminated due to unhandled exception : Exception occured during thread Run()\n"
       "Failed to get access to the Tamlog device driver, CreateFile() failed." +
       WithoutCarriageReturns(ErrorSuffix(ERROR_FILE_NOT_FOUND)) + "\n";
-  ASSERT_TRUE(WaitFor([&] { return Diagnostics().find(entry) != std::string::npos; }, 8000)) << Diagnostics();
+  ASSERT_TRUE(WaitUntil([&] { return Diagnostics().find(entry) != std::string::npos; }, 8000ms))
+      << Diagnostics();
   EXPECT_EQ(ReadHeader(logFile)->serverRunning, 0) << "the stop was completed";
 
   DriverDouble::Start();
@@ -173,7 +175,7 @@ TEST_F(Restart, FailedStartLeavesTheFlagSetAndTheStopWorking) {
   EXPECT_EQ(registry::Number("MaxMessage"), 31U);
   service->OnStart();
   ChangeCapacity(32);
-  EXPECT_TRUE(WaitFor([&] { return driver->Counters().opens == 3; }, 8000));
+  EXPECT_TRUE(WaitUntil([&] { return driver->Counters().opens == 3; }, 8000ms));
 }
 
 TEST_F(Restart, FailedStopIsLoggedByTheThread) {
@@ -183,7 +185,8 @@ TEST_F(Restart, FailedStopIsLoggedByTheThread) {
       " - Thread terminated due to unhandled exception : Exception occured during thread Run()\n"
       "RegCreateKeyEx() failed" +
       WithoutCarriageReturns(ErrorSuffix(ERROR_CHILD_MUST_BE_VOLATILE)) + "\n";
-  EXPECT_TRUE(WaitFor([&] { return Diagnostics().find(entry) != std::string::npos; }, 8000)) << Diagnostics();
+  EXPECT_TRUE(WaitUntil([&] { return Diagnostics().find(entry) != std::string::npos; }, 8000ms))
+      << Diagnostics();
   registry::DeleteAll();
   service->OnStop();
   EXPECT_FALSE(ServerHasDriverOpen());
@@ -210,9 +213,9 @@ TEST_F(Restart, ClaimThatCannotTakeItsLockIsLoggedAndLetsTheRestartGoAhead) {
 }
 
 TEST_F(Restart, PingIsAnsweredWhileARestartIsPending) {
-  TamLogTest::PipeClient client;
+  TestSupport::PipeClient client;
   ASSERT_TRUE(client.Connect());
-  PipeRequest settings = TamLogTest::MakeRequest(RequestCode::SetSettings);
+  PipeRequest settings = TestSupport::MakeRequest(RequestCode::SetSettings);
   settings.settings = {30, kNever, 0xF, kNever / 1000};
   const auto reply = client.Call(settings);
   ASSERT_TRUE(reply) << "the reply was cut off by the restart";
@@ -224,9 +227,9 @@ TEST_F(Restart, PingIsAnsweredWhileARestartIsPending) {
   }
   EXPECT_EQ(Starts(), 1U);
   ASSERT_TRUE(Reaches(2));
-  TamLogTest::PipeClient next;
+  TestSupport::PipeClient next;
   ASSERT_TRUE(next.Connect()) << "no client gets in after the restart";
-  const auto reported = next.Call(TamLogTest::MakeRequest(RequestCode::GetSettings));
+  const auto reported = next.Call(TestSupport::MakeRequest(RequestCode::GetSettings));
   ASSERT_TRUE(reported);
   EXPECT_EQ(reported->settings.maxMessage, 30U);
 }
@@ -235,9 +238,9 @@ TEST_F(Restart, BurstFromManyClientsCausesOneRestart) {
   std::vector<std::thread> clients;
   for (std::uint32_t i = 0; i < 8; ++i) {
     clients.emplace_back([&, i] {
-      TamLogTest::PipeClient client;
+      TestSupport::PipeClient client;
       if (!client.Connect()) return;
-      PipeRequest settings = TamLogTest::MakeRequest(RequestCode::SetSettings);
+      PipeRequest settings = TestSupport::MakeRequest(RequestCode::SetSettings);
       settings.settings = {30 + i, kNever, 0xF, kNever / 1000};
       client.Call(settings);
     });

@@ -14,6 +14,7 @@
 #include "tests/server/requests.h"
 #include "tests/server/support.h"
 #include "util/diagnostic_log.h"
+#include "util/exceptions.h"
 
 class ServerTest : public testing::Test {
  protected:
@@ -43,9 +44,7 @@ class ServerTest : public testing::Test {
   std::uint32_t Starts() { return driver->Counters().opens - 1; }
   bool ServerHasDriverOpen() { return driver->Counters().openHandles == 2; }
 
-  std::string Diagnostics() const {
-    return WithoutCarriageReturns(FileContent(folder.File("Diagnostic.txt")));
-  }
+  std::string Diagnostics() const { return WithoutCarriageReturns(ReadBytes(folder.File("Diagnostic.txt"))); }
   bool IsInLog(const std::string& text) const {
     for (const std::string& stored : RingTexts(logFile)) {
       if (stored == text) return true;
@@ -53,7 +52,7 @@ class ServerTest : public testing::Test {
     return false;
   }
   bool Arrives(const std::string& text) const {
-    return WaitFor([&] { return IsInLog(text); }, 3000);
+    return WaitUntil([&] { return IsInLog(text); }, 3000ms);
   }
   // A message that is not expected to arrive has been passed by one that is.
   bool IsDropped(const std::string& text) {
@@ -63,7 +62,7 @@ class ServerTest : public testing::Test {
 
   LoadedDriverDouble loaded;
   std::unique_ptr<DriverDouble> driver;
-  TemporaryFolder folder;
+  TempDir folder;
   std::string logFile;
   std::unique_ptr<ServerService> service;
 };

@@ -48,7 +48,7 @@ TEST_F(StartStop, StartOpensDriverFileAndPipe) {
   ASSERT_TRUE(ReadHeader(logFile));
   EXPECT_EQ(ReadHeader(logFile)->serverRunning, 1);
   EXPECT_EQ(ReadHeader(logFile)->maxMessages, static_cast<std::int32_t>(kCapacity));
-  EXPECT_TRUE(WaitFor([] { return WaitNamedPipeA(kRequestPipeName, 1) != 0; }, 2000));
+  EXPECT_TRUE(WaitUntil([] { return WaitNamedPipeA(kRequestPipeName, 1) != 0; }, 2000ms));
 }
 
 TEST_F(StartStop, StopEndsEverything) {

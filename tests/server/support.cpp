@@ -1,9 +1,7 @@
 #include "tests/server/support.h"
 
-#include <algorithm>
 #include <cstring>
 #include <fstream>
-#include <sstream>
 
 #include "util/win32.h"
 
@@ -103,36 +101,8 @@ std::map<std::string, std::string> FilterValues() {
 
 }  // namespace registry
 
-TemporaryFolder::TemporaryFolder() {
-  char base[MAX_PATH] = {};
-  GetTempPathA(sizeof base, base);
-  static int number = 0;
-  path =
-      std::string(base) + "tamlog" + std::to_string(GetCurrentProcessId()) + "_" + std::to_string(number++);
-  CreateDirectoryA(path.c_str(), nullptr);
-}
-
-TemporaryFolder::~TemporaryFolder() {
-  WIN32_FIND_DATAA found{};
-  HANDLE search = FindFirstFileA((path + "\\*").c_str(), &found);
-  if (search != INVALID_HANDLE_VALUE) {
-    do {
-      DeleteFileA(File(found.cFileName).c_str());
-    } while (FindNextFileA(search, &found) != 0);
-    FindClose(search);
-  }
-  RemoveDirectoryA(path.c_str());
-}
-
 bool FileExists(const std::string& path) {
   return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES;
-}
-
-std::string FileContent(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::ostringstream content;
-  content << file.rdbuf();
-  return content.str();
 }
 
 std::optional<LogFileHeader> ReadHeader(const std::string& logFile) {
@@ -187,15 +157,6 @@ std::string SystemText(std::uint32_t code) {
 
 std::string ErrorSuffix(std::uint32_t code) {
   return " - Error code : " + std::to_string(code) + " - " + SystemText(code);
-}
-
-bool WaitFor(const std::function<bool()>& condition, std::uint32_t milliseconds) {
-  const std::uint64_t end = NowMs() + milliseconds;
-  while (!condition()) {
-    if (NowMs() >= end) return condition();
-    Sleep(10);
-  }
-  return true;
 }
 
 std::uint64_t NowMs() {

@@ -1,16 +1,24 @@
 #pragma once
 
 // What the tests of the server share: the registry seen from outside, a folder for files, the ring of a log
-// file, the diagnostic log, bounded waiting. Nothing here goes through the server's own code.
+// file, bounded waiting. Nothing here goes through the server's own code.
 
+#include <chrono>
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "store/log_file_format.h"
+#include "tests/support/files.h"
+#include "tests/support/temp_dir.h"
+#include "tests/support/wait_until.h"
+
+using TestSupport::ReadBytes;
+using TestSupport::TempDir;
+using TestSupport::WaitUntil;
+using namespace std::chrono_literals;
 
 // The server's key and everything in it, below HKEY_LOCAL_MACHINE.
 namespace registry {
@@ -42,22 +50,7 @@ std::map<std::string, std::string> FilterValues();  // name to data
 
 }  // namespace registry
 
-// An empty folder, removed with everything in it.
-class TemporaryFolder {
- public:
-  TemporaryFolder();
-  ~TemporaryFolder();
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-  std::string File(const std::string& name) const { return path + "\\" + name; }
-
- private:
-  std::string path;
-};
-
 bool FileExists(const std::string& path);
-std::string FileContent(const std::string& path);
 
 std::optional<LogFileHeader> ReadHeader(const std::string& logFile);
 // The texts of the ring's messages, oldest first.
@@ -72,8 +65,6 @@ std::string SystemText(std::uint32_t code);
 // ` - Error code : `, the code, ` - `, the system's text.
 std::string ErrorSuffix(std::uint32_t code);
 
-// False when `condition` is not met in time.
-bool WaitFor(const std::function<bool()>& condition, std::uint32_t milliseconds);
 std::uint64_t NowMs();
 
 // How often `part` stands in `text`.
