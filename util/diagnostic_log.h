@@ -6,6 +6,7 @@
 // The file is opened and closed for every entry, never cut and never limited. Entries from several threads
 // may interleave. Usable until the very end of the process, the exit hooks included.
 
+#include <ctime>
 #include <ostream>
 #include <string>
 
@@ -19,7 +20,14 @@ void SetLogFile(const std::string& name);
 // does.
 void SetLogStream(std::ostream* stream);
 
-// Appends one entry. Nothing that goes wrong is reported. Any thread.
-void WriteLog(const std::string& text);
+// Appends one entry. Nothing that goes wrong is reported; the entry is lost then. Any thread. Changes the
+// last error, so an ExceptionWindows is built before.
+void WriteLog(const std::string& text) noexcept;
+
+// The parts of an entry, without the clock and the file.
+// The time in asctime's form, 24 characters and its line break: "Mon Nov 16 01:45:13 2026\n".
+std::string LogTimeLine(const std::tm& local);
+// `timeLine` keeps its line break, so an entry takes two lines: the time, then " - ", `text`, a line break.
+std::string LogEntry(const std::string& timeLine, const std::string& text);
 
 }  // namespace TamLogUtil

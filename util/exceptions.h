@@ -6,10 +6,9 @@
 //
 // Throwing conventions:
 //  - a thin wrapper around one system call throws ExceptionWindows with a short text naming the call, no
-//  cause;
+//    cause;
 //  - an operation that uses such a wrapper catches ExceptionBase& and throws a plain ExceptionBase with a
-//  sentence of
-//    its own and the caught one as the cause;
+//    sentence of its own and the caught one as the cause;
 //  - misuse throws a plain ExceptionBase without a cause.
 // Exceptions are thrown by value and caught by reference. The objects are not shared between threads.
 
@@ -17,6 +16,7 @@
 #include <exception>
 #include <memory>
 #include <string>
+#include <string_view>
 
 namespace TamLogUtil::Exceptions {
 
@@ -56,7 +56,8 @@ class ExceptionWindows : public ExceptionBase {
  public:
   // With `code` 0 the calling thread's last error is taken, so the object has to be built right after the
   // failing call, before any clean-up.
-  explicit ExceptionWindows(std::string text, const ExceptionBase* cause = nullptr, std::uint32_t code = 0);
+  explicit ExceptionWindows(std::string_view text, const ExceptionBase* cause = nullptr,
+                            std::uint32_t code = 0);
 
   // message, " - Error code : ", the decimal code, " - ", the system's own text for the code (with the CR LF
   // in which system texts end; empty where the system has none).
@@ -66,6 +67,8 @@ class ExceptionWindows : public ExceptionBase {
   std::uint32_t ErrorCode() const { return errorCode; }
 
  private:
+  ExceptionWindows(std::uint32_t knownCode, std::string_view text, const ExceptionBase* cause);
+
   std::uint32_t errorCode;
 };
 

@@ -32,8 +32,9 @@ std::int32_t CheckedWaitForMultipleObjects(std::uint32_t count, const NativeHand
                                            std::uint32_t milliseconds);
 
 // Owns one handle. Holding none is shown by the invalid-handle value; a null handle is never stored. A handle
-// that cannot be duplicated leaves the owner empty without an error: callers look at IsValid. One thread at a
-// time.
+// that cannot be duplicated leaves the owner empty without an error: callers look at IsValid before they
+// wait, for the invalid-handle value means the process itself to the system, and a wait for it never ends.
+// One thread at a time.
 class AutoHandle {
  public:
   enum class From { Take, Copy };
@@ -68,7 +69,8 @@ class Event {
  public:
   // Created signalled; an existing object of that name is opened as it is. "Failed to create Event object".
   Event(const char* name, SecurityAttributes* attributes);
-  // Throws "Failed to destroy Event object" when the handle cannot be closed.
+  // Throws "Failed to destroy Event object" when the handle cannot be closed, unless another exception is on
+  // its way already.
   ~Event() noexcept(false);
   Event(const Event&) = delete;
   Event& operator=(const Event&) = delete;
@@ -124,7 +126,8 @@ class SCOPED_CAPABILITY Mutex::Access {
   Access(Mutex& lockable, Timeout& timeout) ACQUIRE(lockable);
   // Null throws "Mutex Access object declared for null pointer".
   Access(Mutex* lockable, Timeout& timeout) ACQUIRE(lockable);
-  ~Access() RELEASE();
+  // Gives the lock back when it is owned; throws what Release throws.
+  ~Access() noexcept(false) RELEASE();
   Access(const Access&) = delete;
   Access& operator=(const Access&) = delete;
 

@@ -5,7 +5,12 @@
 // that nobody joins.
 //
 // handleLock guards threadHandle and deleteOnExit; stateLock guards stopRequested. The two are never held
-// together.
+// together. threadHandle is atomic besides: Join may get past handleLock by its time-out, and the handle must
+// be closed once whoever takes it.
+//
+// An exception that leaves Run never leaves the thread: one of the ExceptionBase family is written to the
+// diagnostic log ("Thread terminated due to unhandled exception : ..."), any other passes in silence and
+// leaves handle and object as they are. The exit code is 0xFFFFFFFF in both cases.
 
 #include <atomic>
 #include <cstdint>
@@ -23,7 +28,8 @@ class Thread {
   // Threads carry no name at run time; the name documents the subclass.
   explicit Thread(const std::string& name);
 
-  // Ends a thread that still runs with exit code 1: subclasses stop and join in their own destructors.
+  // Ends a thread that still runs with exit code 1: subclasses stop and join in their own destructors. A
+  // thread that cannot be ended takes the process with it.
   virtual ~Thread();
   Thread(const Thread&) = delete;
   Thread& operator=(const Thread&) = delete;
@@ -53,14 +59,18 @@ class Thread {
   // succeed".
   void Terminate(std::uint32_t exitCode);
 
- private:
+ protected:
+  // What the new thread runs; `argument` is the Thread.
   static unsigned long __attribute__((ms_abi)) ThreadStart(void* argument);
-  static std::uint32_t RunAndCleanUp(void* argument);
-  void CleanUp();
+
+ private:
+  static std::uint32_t RunAndCleanUp(Thread* thread);
+  static void CleanUp(Thread* thread);
+  void CloseHeldHandle();
 
   Mutex handleLock;
   bool deleteOnExit GUARDED_BY(handleLock) = false;
-  NativeHandle threadHandle GUARDED_BY(handleLock) = nullptr;
+  std::atomic<NativeHandle> threadHandle GUARDED_BY(handleLock) = nullptr;
   Mutex stateLock;
   bool stopRequested GUARDED_BY(stateLock) = true;
   std::atomic<std::uint32_t> threadId{0};

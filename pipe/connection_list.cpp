@@ -1,0 +1,71 @@
+#include "pipe/connection_list.h"
+
+#include "pipe/connection.h"
+#include "util/exceptions.h"
+#include "util/win32.h"
+
+using TamLogUtil::LeafLock;
+using TamLogUtil::Exceptions::ExceptionBase;
+
+ConnectionList::ConnectionList() = default;
+ConnectionList::~ConnectionList() = default;
+
+void ConnectionList::AddAndStart(std::unique_ptr<PipeServerHandleThread> connection) {
+  const LeafLock::Guard guard(lock);
+  connections.push_back(connection.get());
+  try {
+    connection->Start();
+  } catch (...) {
+    connections.pop_back();
+    throw;
+  }
+  // The thread cannot have destroyed the connection yet: it has to pass Leave.
+  static_cast<void>(connection.release());
+}
+
+void ConnectionList::Remove(PipeServerHandleThread* connection) {
+  const LeafLock::Guard guard(lock);
+  connections.remove(connection);
+}
+
+bool ConnectionList::IsEmpty() {
+  const LeafLock::Guard guard(lock);
+  return connections.empty();
+}
+
+void ConnectionList::StopAll() {
+  const LeafLock::Guard guard(lock);
+  for (PipeServerHandleThread* connection : connections) connection->Stop();
+}
+
+void ConnectionList::Leave(PipeServerHandleThread* connection) {
+  if (LeaveUnlessTakenOver(connection)) return;
+  Sleep(INFINITE);
+}
+
+bool ConnectionList::LeaveUnlessTakenOver(PipeServerHandleThread* connection) {
+  const LeafLock::Guard guard(lock);
+  if (takenOver.contains(connection)) return false;
+  connections.remove(connection);
+  return true;
+}
+
+void ConnectionList::EndAll() {
+  std::list<PipeServerHandleThread*> ended;
+  {
+    const LeafLock::Guard guard(lock);
+    ended.swap(connections);
+    takenOver.insert(ended.begin(), ended.end());
+    // Under the lock, so that no thread dies holding it.
+    for (PipeServerHandleThread* connection : ended) {
+      try {
+        connection->Terminate(1);
+      } catch (const ExceptionBase&) {
+        // It has ended by itself already.
+      }
+    }
+  }
+  for (PipeServerHandleThread* connection : ended) delete connection;
+  const LeafLock::Guard guard(lock);
+  for (PipeServerHandleThread* connection : ended) takenOver.erase(connection);
+}

@@ -1,0 +1,90 @@
+#include "pipe/overlap.h"
+
+#include <array>
+
+#include "util/exceptions.h"
+#include "util/win32.h"
+
+using TamLogUtil::AutoHandle;
+using TamLogUtil::NativeHandle;
+using TamLogUtil::Exceptions::ExceptionBase;
+using TamLogUtil::Exceptions::ExceptionWindows;
+
+namespace {
+
+static_assert(Overlap::kNotCompleted == WAIT_TIMEOUT);
+
+// An operation whose thread was ended by force may never report its end; nobody waits longer than this for
+// it.
+constexpr std::uint32_t kDestructionWaitMs = 1000;
+
+void CreateUnsignalledEvent(AutoHandle& event, const char* failure) {
+  event = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+  // Nothing ran since the failing call: taking a null handle calls nothing, and a handle that could not be
+  // taken over leaves the last error of that.
+  if (event.IsInvalid()) throw ExceptionWindows(failure);
+}
+
+}  // namespace
+
+Overlap::Overlap() : overlapped(std::make_unique<OVERLAPPED>()) {
+  CreateUnsignalledEvent(completionEvent, "Failed to create the completion event in Overlap construction");
+  CreateUnsignalledEvent(cancelEvent, "Failed to create the cancellation event in Overlap construction");
+  overlapped->hEvent = completionEvent.Get();
+}
+
+Overlap::~Overlap() {
+  CancelAndAwaitEnd(kDestructionWaitMs);
+}
+
+std::uint32_t Overlap::Wait(std::uint32_t milliseconds) {
+  const std::array<NativeHandle, 2> events = {completionEvent.Get(), cancelEvent.Get()};
+  const std::int32_t signalled =
+      TamLogUtil::CheckedWaitForMultipleObjects(events.size(), events.data(), false, milliseconds);
+  if (signalled != 0) return kNotCompleted;
+  return static_cast<std::uint32_t>(overlapped->Internal);
+}
+
+std::uint32_t Overlap::Result(NativeHandle handle, std::uint32_t error, std::uint32_t milliseconds) {
+  if (error != ERROR_IO_PENDING) return error;
+  pendingOn = handle;
+  std::uint32_t result = kNotCompleted;
+  try {
+    result = Wait(milliseconds);
+  } catch (...) {
+    // The handle may be closed on the way up.
+    Settle();
+    throw;
+  }
+  if (result != kNotCompleted) pendingOn = nullptr;
+  return result;
+}
+
+void Overlap::Settle() {
+  CancelAndAwaitEnd(INFINITE);
+}
+
+void Overlap::CancelAndAwaitEnd(std::uint32_t milliseconds) {
+  if (pendingOn == nullptr) return;
+  // Not CancelIo: that one reaches only what the calling thread started. When there is nothing left to cancel
+  // the call fails, and the event is set.
+  CancelIoEx(pendingOn, overlapped.get());
+  WaitForSingleObject(completionEvent.Get(), milliseconds);
+  pendingOn = nullptr;
+}
+
+void Overlap::Cancel() {
+  try {
+    TamLogUtil::CheckedSetEvent(cancelEvent.Get());
+  } catch (const ExceptionBase& e) {
+    throw ExceptionBase("Failed to cancel asynchronous operation", &e);
+  }
+}
+
+void Overlap::Reset() {
+  try {
+    TamLogUtil::CheckedResetEvent(cancelEvent.Get());
+  } catch (const ExceptionBase& e) {
+    throw ExceptionBase("Failed to reset overlap object", &e);
+  }
+}

@@ -1,0 +1,151 @@
+#include "pipe/pipe_server.h"
+
+#include <algorithm>
+#include <new>
+#include <utility>
+
+#include "pipe/connection.h"
+#include "pipe/pipe_protocol.h"
+#include "pipe/security_attributes.h"
+#include "util/exceptions.h"
+#include "util/win32.h"
+
+using TamLogUtil::AutoHandle;
+using TamLogUtil::Mutex;
+using TamLogUtil::NativeHandle;
+using TamLogUtil::Timeout;
+using TamLogUtil::Exceptions::ExceptionBase;
+
+namespace {
+
+constexpr std::uint32_t kPipeBufferBytes = 4096;
+constexpr std::uint32_t kJoinStepMs = 250;
+constexpr std::uint32_t kDestructionWaitMs = 2000;
+
+template <class Action>
+void TryTo(const Action& action) {
+  try {
+    action();
+  } catch (const ExceptionBase&) {
+    // Left to the caller's next step.
+  }
+}
+
+}  // namespace
+
+PipeServer::PipeServer(const std::string& name)
+    : Thread("Pipe Server"),
+      requestPipeName(name),
+      replyPipeName(name + kReplyPipeSuffix),
+      connections(std::make_shared<ConnectionList>()) {}
+
+PipeServer::~PipeServer() {
+  // Nobody is left to be told of a failure; what a step did not bring to an end, a later one does.
+  TryTo([this] { PipeServer::Stop(); });
+  TryTo([this] { connections->StopAll(); });
+  TryTo([this] {
+    Timeout timeout(kDestructionWaitMs);
+    PipeServer::Join(timeout);
+  });
+  // A listener that still runs would use listenOverlap while it is destroyed.
+  TryTo([this] { Terminate(1); });
+  connections->EndAll();
+}
+
+void PipeServer::SetMessageHandler(PipeServerMessageHandler* handler) {
+  messageHandler = handler;
+}
+
+void PipeServer::Start() {
+  if (IsStopRequested()) Thread::Join(Timeout::Infinite);
+  listenOverlap.Reset();
+  Thread::Start();
+}
+
+void PipeServer::Stop() {
+  Thread::Stop();
+  listenOverlap.Cancel();
+  const Mutex::Access access(connectionsLock, Timeout::Infinite);
+  connections->StopAll();
+}
+
+bool PipeServer::Join(Timeout& timeout) {
+  bool open = HasConnections(timeout);
+  while (open && !timeout.Expired()) {
+    Sleep(std::min(kJoinStepMs, timeout.Remaining()));
+    open = HasConnections(timeout);
+  }
+  const bool listenerEnded = Thread::Join(timeout);
+  return listenerEnded && !open;
+}
+
+bool PipeServer::HasConnections(Timeout& timeout) {
+  const Mutex::Access access(connectionsLock, timeout);
+  return !connections->IsEmpty();
+}
+
+std::uint32_t PipeServer::Run() {
+  while (!IsStopRequested()) {
+    EveryoneSecurity security(kPipeAccess);
+    const AutoHandle requestPipe(
+        CreateInstance(requestPipeName, PIPE_ACCESS_INBOUND, security.GetSecurityAttributes()),
+        AutoHandle::From::Take);
+    const AutoHandle replyPipe(
+        CreateInstance(replyPipeName, PIPE_ACCESS_OUTBOUND, security.GetSecurityAttributes()),
+        AutoHandle::From::Take);
+    // Deliberately without a word, see the header.
+    if (requestPipe.IsInvalid() || replyPipe.IsInvalid()) return 1;
+    AcceptClient(requestPipe.Get(), replyPipe.Get());
+  }
+  return 0;
+}
+
+NativeHandle PipeServer::CreateInstance(const std::string& pipeName, std::uint32_t direction,
+                                        TamLogUtil::SecurityAttributes* security) {
+  return CreateNamedPipeA(pipeName.c_str(), direction | FILE_FLAG_OVERLAPPED,
+                          PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_WAIT, PIPE_UNLIMITED_INSTANCES,
+                          kPipeBufferBytes, kPipeBufferBytes, 0, security);
+}
+
+// Waits until one client has connected both instances and starts its connection. Returns without one after
+// Stop, and when the client was gone again before its connection was noticed (232): the caller then makes new
+// instances.
+void PipeServer::AcceptClient(NativeHandle requestPipe, NativeHandle replyPipe) {
+  const std::uint32_t requestError = AwaitClient(requestPipe);
+  const std::uint32_t replyError = AwaitClient(replyPipe);
+  if (IsStopRequested()) return;
+  const auto connected = [](std::uint32_t error) {
+    return error == ERROR_SUCCESS || error == ERROR_PIPE_CONNECTED;
+  };
+  if (!connected(requestError) || !connected(replyError)) return;
+  StartConnection(requestPipe, replyPipe);
+}
+
+std::uint32_t PipeServer::AwaitClient(NativeHandle pipe) {
+  const BOOL done = ConnectNamedPipe(pipe, listenOverlap.Overlapped());
+  const std::uint32_t error =
+      listenOverlap.Result(pipe, done ? ERROR_SUCCESS : GetLastError(), Timeout::kForever);
+  // Stopped: the next call uses the same OVERLAPPED.
+  listenOverlap.Settle();
+  return error;
+}
+
+void PipeServer::StartConnection(NativeHandle requestPipe, NativeHandle replyPipe) {
+  std::unique_ptr<PipeServerHandleThread> connection(
+      new (std::nothrow) PipeServerHandleThread(requestPipe, replyPipe, messageHandler, connections));
+  if (connection == nullptr) return;
+  const Mutex::Access access(connectionsLock, Timeout::Infinite);
+  // Stop sets the flag first and then takes the lock to stop what is listed, so a connection either sees the
+  // flag here or is stopped there.
+  if (IsStopRequested()) return;
+  connections->AddAndStart(std::move(connection));
+}
+
+void PipeServer::ReleaseConnection(PipeServerHandleThread* connection) {
+  if (connection == nullptr) return;
+  {
+    const Mutex::Access access(connectionsLock, Timeout::Infinite);
+    connections->Remove(connection);
+  }
+  connection->Stop();
+}

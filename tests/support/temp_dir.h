@@ -1,0 +1,59 @@
+#pragma once
+
+// A directory of a test's own, removed with everything in it at the end. Beside the test executable on
+// Windows (so that Linux programs find it too), in the system's temporary directory otherwise. The name holds
+// the process id, so tests that run side by side do not meet.
+
+#include <atomic>
+#include <filesystem>
+#include <string>
+#include <system_error>
+
+#ifdef _WIN32
+#include <process.h>
+
+#include "util/helpers.h"
+#else
+#include <unistd.h>
+#endif
+
+namespace TestSupport {
+
+// The number that makes the names of this process's files, pipes, events and services its own.
+inline std::string ProcessSuffix() {
+#ifdef _WIN32
+  return std::to_string(_getpid());
+#else
+  return std::to_string(getpid());
+#endif
+}
+
+class TempDir {
+ public:
+  TempDir() : path(MakeName()) { std::filesystem::create_directories(path); }
+  ~TempDir() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path, ignored);
+  }
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+
+  std::string Path() const { return path.string(); }
+  // The path of `name` in it, in the system's own notation.
+  std::string File(const std::string& name) const { return (path / name).string(); }
+
+ private:
+  static std::filesystem::path MakeName() {
+    static std::atomic<int> count{0};
+    const std::string name = "test_" + ProcessSuffix() + "_" + std::to_string(++count);
+#ifdef _WIN32
+    return TamLogUtil::PathBesideExecutable(name);
+#else
+    return std::filesystem::temp_directory_path() / name;
+#endif
+  }
+
+  std::filesystem::path path;
+};
+
+}  // namespace TestSupport

@@ -1,0 +1,27 @@
+#pragma once
+
+// Owner of one handle of the service control manager, or of none (null). Used by one thread.
+
+#include "util/native_handle.h"
+
+namespace TamLogUtil::Services {
+
+class ServiceHandle {
+ public:
+  explicit ServiceHandle(NativeHandle owned = nullptr);
+  // Closes the held handle; throws like Replace, unless another exception is on its way already.
+  ~ServiceHandle() noexcept(false);
+  ServiceHandle(const ServiceHandle&) = delete;
+  ServiceHandle& operator=(const ServiceHandle&) = delete;
+
+  // Closes the held handle, then owns `next` (may be null). ExceptionWindows "CloseServiceHandle() failed:";
+  // `next` is owned then all the same.
+  void Replace(NativeHandle next);
+
+  NativeHandle Get() const { return handle; }
+
+ private:
+  NativeHandle handle;
+};
+
+}  // namespace TamLogUtil::Services

@@ -1,0 +1,155 @@
+#include "util/thread.h"
+
+#include <exception>
+#include <optional>
+
+#include "util/diagnostic_log.h"
+#include "util/exceptions.h"
+#include "util/win32.h"
+
+namespace TamLogUtil::Threading {
+
+using Exceptions::ExceptionBase;
+using Exceptions::ExceptionWindows;
+
+namespace {
+
+constexpr std::uint32_t kFailedExitCode = 0xFFFFFFFFU;
+constexpr std::uint32_t kDestroyedExitCode = 1;
+constexpr DWORD kCallFailed = 0xFFFFFFFFU;
+
+}  // namespace
+
+Thread::Thread(const std::string& /*name*/) {}
+
+Thread::~Thread() {
+  try {
+    if (threadId != GetCurrentThreadId()) Terminate(kDestroyedExitCode);
+    // Still held when the thread destroys its own object.
+    CloseHeldHandle();
+  } catch (...) {
+    // The thread could not be ended and would go on in an object that is no more.
+    std::terminate();
+  }
+}
+
+void Thread::Start() {
+  {
+    Mutex::Access access(stateLock, Timeout::Infinite);
+    stopRequested = false;
+  }
+  // Giving the lock back is the last that touches this object: the new thread's clean-up waits for it and may
+  // then destroy the object before this call returns.
+  Mutex::Access access(handleLock, Timeout::Infinite);
+  threadId = 0;
+  threadHandle = CreateThread(nullptr, 0, &Thread::ThreadStart, this, 0, nullptr);
+  if (threadHandle == nullptr) {
+    throw ExceptionWindows("Failed to start Thread object, invalid handle returned by CreateThread()");
+  }
+}
+
+void Thread::Stop() {
+  Mutex::Access access(stateLock, Timeout::Infinite);
+  stopRequested = true;
+}
+
+bool Thread::IsStopRequested() {
+  Mutex::Access access(stateLock, Timeout::Infinite);
+  return stopRequested;
+}
+
+bool Thread::Join(Timeout& timeout) {
+  AutoHandle waited;
+  {
+    Mutex::Access access(handleLock, timeout);
+    const NativeHandle held = threadHandle;
+    if (held == nullptr) return true;
+    waited.Copy(held);
+    // The time-out may have let us in while the thread cleans up. It clears the member before it closes the
+    // handle, so a member that is unchanged proves that the duplicate is one of the thread.
+    if (threadHandle != held) return true;
+    // The empty owner's value means the process itself to the system: a wait for it would never end.
+    if (waited.IsInvalid()) throw ExceptionWindows("Failed to wait for Thread object in Join()");
+  }
+  const DWORD result = WaitForSingleObject(waited.Get(), timeout.Remaining());
+  if (result == WAIT_FAILED) throw ExceptionWindows("Failed to wait for Thread object in Join()");
+  return result == WAIT_OBJECT_0;
+}
+
+void Thread::Pause() {
+  Mutex::Access access(handleLock, Timeout::Infinite);
+  if (SuspendThread(threadHandle) == kCallFailed) {
+    throw ExceptionWindows("Failed to pause Thread object, SuspendThread() failed");
+  }
+}
+
+void Thread::Resume() {
+  Mutex::Access access(handleLock, Timeout::Infinite);
+  if (ResumeThread(threadHandle) == kCallFailed) {
+    throw ExceptionWindows("Failed to resume paused Thread object, ResumeThread() failed");
+  }
+}
+
+void Thread::SetDeleteOnExit() {
+  Mutex::Access access(handleLock, Timeout::Infinite);
+  deleteOnExit = true;
+}
+
+void Thread::Terminate(std::uint32_t exitCode) {
+  Mutex::Access access(handleLock, Timeout::Infinite);
+  const NativeHandle held = threadHandle.exchange(nullptr);
+  if (held == nullptr) return;
+  std::optional<ExceptionWindows> failure;
+  if (TerminateThread(held, exitCode) == 0) {
+    failure.emplace("Failed to terminate thread, TerminateThread() did not succeed");
+  }
+  CloseHandle(held);
+  if (failure) throw *failure;
+}
+
+void Thread::CloseHeldHandle() {
+  Mutex::Access access(handleLock, Timeout::Infinite);
+  const NativeHandle held = threadHandle.exchange(nullptr);
+  if (held != nullptr) CloseHandle(held);
+}
+
+unsigned long Thread::ThreadStart(void* argument) {
+  try {
+    return RunAndCleanUp(static_cast<Thread*>(argument));
+  } catch (const ExceptionBase& failure) {
+    WriteLog("Thread terminated due to unhandled exception : " + failure.Compose("\n"));
+  } catch (...) {
+    // Kept silent, and without the clean-up: what is not one of our exceptions is a fault that the guard of a
+    // mapped view let out, and the log would tell nothing that the exit code does not. The handle stays, so
+    // Join still works; an object that deletes itself is given up rather than destroyed in an unknown state.
+  }
+  return kFailedExitCode;
+}
+
+std::uint32_t Thread::RunAndCleanUp(Thread* thread) {
+  if (thread == nullptr) throw ExceptionBase("Thread started with null pointer in ThreadStart(this)");
+  thread->threadId = GetCurrentThreadId();
+  std::uint32_t result = 0;
+  try {
+    result = thread->Run();
+  } catch (const ExceptionBase& cause) {
+    CleanUp(thread);
+    throw ExceptionBase("Exception occured during thread Run()", &cause);
+  }
+  CleanUp(thread);
+  return result;
+}
+
+// Once handleLock is given back another thread may destroy the object, unless it is ours to destroy.
+void Thread::CleanUp(Thread* thread) {
+  bool destroy = false;
+  {
+    Mutex::Access access(thread->handleLock, Timeout::Infinite);
+    const NativeHandle held = thread->threadHandle.exchange(nullptr);
+    if (held != nullptr) CloseHandle(held);
+    destroy = thread->deleteOnExit;
+  }
+  if (destroy) delete thread;
+}
+
+}  // namespace TamLogUtil::Threading

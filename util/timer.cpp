@@ -1,0 +1,101 @@
+#include "util/timer.h"
+
+#include <ctime>
+
+#include "util/clock_arithmetic.h"
+#include "util/win32.h"
+
+namespace TamLogUtil {
+namespace {
+
+constexpr std::uint32_t kStepMs = 1000;
+
+}  // namespace
+
+Timer::Timer(std::uint32_t id, const std::string& name) : Thread("Timer " + name), timerId(id) {}
+
+Timer::~Timer() {
+  {
+    Mutex::Access access(runLock, Timeout::Infinite);
+    SetCallback(nullptr);
+  }
+  // Once more: another thread may have set one while this one waited for the call in progress.
+  SetCallback(nullptr);
+  Thread::Stop();
+  Thread::Join(Timeout::Infinite);
+}
+
+void Timer::SetCallback(TimerCallback* newCallback) {
+  Mutex::Access access(callbackLock, Timeout::Infinite);
+  callback = newCallback;
+}
+
+void Timer::SetPeriod(std::uint32_t milliseconds) {
+  Mutex::Access access(periodLock, Timeout::Infinite);
+  periodMs = milliseconds;
+}
+
+void Timer::Start() {
+  // Outside runLock, which the old thread needs to come to its end.
+  if (IsStopRequested()) Join(Timeout::Infinite);
+  Mutex::Access access(runLock, Timeout::Infinite);
+  SetRunning(true);
+  Thread::Start();
+}
+
+void Timer::Stop() {
+  SetCallback(nullptr);
+  Thread::Stop();
+}
+
+std::uint32_t Timer::Run() {
+  Mutex::Access access(runLock, Timeout::Infinite);
+  std::uint32_t period = Period();
+  while (!IsStopRequested()) {
+    access.Release();
+    period = WaitOnePeriod(period);
+    access.Acquire(Timeout::Infinite);
+    Call();
+  }
+  SetRunning(false);
+  return 0;
+}
+
+// Returns the period that is in effect after the wait.
+std::uint32_t Timer::WaitOnePeriod(std::uint32_t period) {
+  if (period <= kStepMs) {
+    Sleep(period);
+    return Period();
+  }
+  const std::int32_t start = clock();
+  std::uint32_t deadline = PeriodDeadline(start, period);
+  while (IsBeforeDeadline(clock(), deadline)) {
+    if (IsStopRequested()) break;
+    Sleep(kStepMs);
+    period = Period();
+    deadline = PeriodDeadline(start, period);
+  }
+  return period;
+}
+
+// With runLock held; callbackLock is let go first, so that the callback may call Stop.
+void Timer::Call() {
+  TimerCallback* called = nullptr;
+  {
+    Mutex::Access access(callbackLock, Timeout::Infinite);
+    called = callback;
+  }
+  if (called != nullptr) called->OnTimer(timerId);
+}
+
+std::uint32_t Timer::Period() {
+  Mutex::Access access(periodLock, Timeout::Infinite);
+  return periodMs;
+}
+
+void Timer::SetRunning(bool value) {
+  Mutex::Access access(runningLock, Timeout::Infinite);
+  running = value;
+}
+
+}  // namespace TamLogUtil
