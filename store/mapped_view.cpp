@@ -35,7 +35,7 @@ MappedView::~MappedView() {
 }
 
 void MappedView::Map(NativeHandle file, const std::string& name, SecurityAttributes* attributes) {
-  const HANDLE newMapping = CreateFileMappingA(file, attributes, PAGE_READWRITE, 0, 0, name.c_str());
+  void* const newMapping = CreateFileMappingA(file, attributes, PAGE_READWRITE, 0, 0, name.c_str());
   const DWORD created = GetLastError();
   if (newMapping == nullptr) throw ExceptionWindows(kMappingFailed, nullptr, created);
 

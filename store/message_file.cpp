@@ -95,7 +95,7 @@ void MessageFile::LetReadersIn(const Ticket& ticket, const char* invalidText) {
 // Read access -------------------------------------------------------------------------------------------
 
 MessageFile::Ticket MessageFile::TakeReadAccess(Timeout& timeout) {
-  const Ticket ticket = PresentTicket(kCannotTake);
+  Ticket ticket = PresentTicket(kCannotTake);
   while (true) {
     switch (ticket.objects->WaitForReadWait(timeout.Remaining())) {
       case WaitOutcome::Closed:

@@ -15,10 +15,8 @@
 #include "util/exceptions.h"
 #include "util/win32.h"
 
-using TamLogUtil::AutoHandle;
 using TamLogUtil::Mutex;
 using TamLogUtil::Timeout;
-using TamLogUtil::Exceptions::ExceptionBase;
 using TamLogUtil::Exceptions::ExceptionWindows;
 
 namespace {

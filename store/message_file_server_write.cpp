@@ -76,7 +76,7 @@ MessageFileServer::WriteAccess::~WriteAccess() noexcept(false) {
 }
 
 MessageFileServer::Ticket MessageFileServer::TakeWriteAccess(Timeout& timeout) {
-  const Ticket ticket = PresentTicket(kCannotTake);
+  Ticket ticket = PresentTicket(kCannotTake);
   AccessObjects& objects = *ticket.objects;
 
   // Readers that are counting themselves in or out are let finish. Given back also when the time ran out: a

@@ -68,6 +68,8 @@ bool Thread::Join(Timeout& timeout) {
     // The time-out may have let us in while the thread cleans up. It clears the member before it closes the
     // handle, so a member that is unchanged proves that the duplicate is one of the thread.
     if (threadHandle != held) return true;
+    // The empty owner's value means the process itself to the system: a wait for it would never end.
+    if (waited.IsInvalid()) throw ExceptionWindows("Failed to wait for Thread object in Join()");
   }
   const DWORD result = WaitForSingleObject(waited.Get(), timeout.Remaining());
   if (result == WAIT_FAILED) throw ExceptionWindows("Failed to wait for Thread object in Join()");

@@ -32,7 +32,8 @@ TEST_F(Clients, AHundredAtOnceHandInTheirMessagesAndNoneIsLost) {
     clients.emplace_back([i, &connected, &done] {
       std::optional<PipeConnection> connection = PipeConnection::Connect(60s);
       connected.arrive_and_wait();  // all of them have their pipes open now
-      if (connection && connection->AskForCode(SubmitRequest(Message(std::to_string(i), i))) == ReplyCode::Done) {
+      if (connection &&
+          connection->AskForCode(SubmitRequest(Message(std::to_string(i), i))) == ReplyCode::Done) {
         ++done;
       }
     });
@@ -143,10 +144,10 @@ TEST_F(Clients, FilterIndexesRunOverIncludesThenExcludesAndAreSavedInThatOrder) 
   EXPECT_EQ(AskForCode(IndexRequest(5)), ReplyCode::NoSuchFilter);
   StopService();
   EXPECT_EQ(ServerRegistry::Filters(), (std::map<std::string, std::string>{{"Filters0", "ii one"},
-                                                                          {"Filters1", "ii two"},
-                                                                          {"Filters2", "ee one"},
-                                                                          {"Filters3", "ee two"},
-                                                                          {"Filters4", "ee three"}}));
+                                                                           {"Filters1", "ii two"},
+                                                                           {"Filters2", "ee one"},
+                                                                           {"Filters3", "ee two"},
+                                                                           {"Filters4", "ee three"}}));
   StartService();
   ExpectFilter(1, "i two", 1);
   EXPECT_EQ(AskForCode(RequestOf(RequestCode::ClearFilters)), ReplyCode::Done);

@@ -31,7 +31,9 @@ struct Damage {
   std::function<void(LogFileImage&)> apply;
 };
 
-void PrintTo(const Damage& damage, std::ostream* out) { *out << damage.name; }
+void PrintTo(const Damage& damage, std::ostream* out) {
+  *out << damage.name;
+}
 
 }  // namespace
 
@@ -68,7 +70,8 @@ INSTANTIATE_TEST_SUITE_P(
         Damage{"NegativeMessageCount", [](LogFileImage& image) { image.header.messageCount = -1; }},
         Damage{"NegativeCapacity", [](LogFileImage& image) { image.header.maxMessages = -1; }},
         Damage{"NegativeNextSlot", [](LogFileImage& image) { image.header.nextSlot = -1; }},
-        Damage{"MoreMessagesThanSlots", [](LogFileImage& image) { image.header.messageCount = kCapacity + 1; }},
+        Damage{"MoreMessagesThanSlots",
+               [](LogFileImage& image) { image.header.messageCount = kCapacity + 1; }},
         Damage{"NextSlotBehindTheEnd", [](LogFileImage& image) { image.header.nextSlot = kCapacity; }},
         Damage{"CapacityFarBehindTheEndOfTheFile",
                [](LogFileImage& image) {
@@ -91,8 +94,9 @@ INSTANTIATE_TEST_SUITE_P(
         Damage{"UnknownType", [](LogFileImage& image) { image.Newest(2).body.type = kMessageTypes; }}),
     [](const ::testing::TestParamInfo<Damage>& damage) { return std::string(damage.param.name); });
 
-// Rule 3, readCount = 1 under the check's own access, cannot be broken by a file: mapping it sets the count to 0. A
-// reader whose events have outlived the server can break it, when it enters between the mapping and the check.
+// Rule 3, readCount = 1 under the check's own access, cannot be broken by a file: mapping it sets the count
+// to 0. A reader whose events have outlived the server can break it, when it enters between the mapping and
+// the check.
 TEST_F(SoundFileTest, IsGivenUpWhenAReaderIsInsideDuringTheCheck) {
   LogFileImage marked = SoundFile();
   marked.header.readCount = 9;

@@ -1,4 +1,5 @@
-// What goes wrong around the server: no driver, a failing driver, a killed server, texts that end the process.
+// What goes wrong around the server: no driver, a failing driver, a killed server, texts that end the
+// process.
 
 #include "tests/system/system_test.h"
 
@@ -32,8 +33,9 @@ TEST_F(Failure, WithoutTheDriverTheServiceDoesNotStart) {
     diagnostics += TakeDiagnostics();
     return diagnostics.find(" - Aborting\n") != std::string::npos;
   })) << diagnostics;
-  EXPECT_NE(diagnostics.find(" - An exception has occured in the service's main : Failed to get access to the Tamlog "
-                             "device driver, CreateFile() failed. - Error code : 2 - "),
+  EXPECT_NE(diagnostics.find(
+                " - An exception has occured in the service's main : Failed to get access to the Tamlog "
+                "device driver, CreateFile() failed. - Error code : 2 - "),
             std::string::npos)
       << diagnostics;
   ProcessById aborted(ServiceControl::ProcessId());

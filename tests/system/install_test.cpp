@@ -17,9 +17,9 @@ TEST_F(Install, RegistersTheServiceUnderItsNamesWithAQuotedPath) {
   EXPECT_EQ(found->description, "Collects messages produced by Brenmark VORTA Torvane software components");
   EXPECT_EQ(found->commandLine, "\"" + ServerPath() + "\"");
   EXPECT_EQ(found->account, "LocalSystem");
-  EXPECT_EQ(found->type, 0x10U);        // a process of its own
-  EXPECT_EQ(found->startType, 2U);      // automatic
-  EXPECT_EQ(found->errorControl, 1U);   // normal
+  EXPECT_EQ(found->type, 0x10U);       // a process of its own
+  EXPECT_EQ(found->startType, 2U);     // automatic
+  EXPECT_EQ(found->errorControl, 1U);  // normal
   EXPECT_EQ(ServiceControl::State(), ServiceState::Stopped);
   RemoveService();
   EXPECT_FALSE(ServiceControl::Registration());
@@ -49,7 +49,8 @@ TEST_F(Install, OnAnEmptyMachineTheServiceRunsAndStopsWithItsDefaults) {
   EXPECT_EQ(image.header.messageCount, 0);
   EXPECT_EQ(image.header.maxMessages, 50000);
   EXPECT_EQ(image.header.nextSlot, 0);
-  EXPECT_EQ(image.header.changeCount, 2U);  // 1 by the reformat, and its release of write access counts a change
+  EXPECT_EQ(image.header.changeCount,
+            2U);  // 1 by the reformat, and its release of write access counts a change
   EXPECT_EQ(image.header.rewriteCount, 1U);
   EXPECT_EQ(image.header.nextSequence, 0U);
 

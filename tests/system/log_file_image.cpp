@@ -41,7 +41,8 @@ void LogFileImage::Write(const std::string& path) const {
   std::string bytes(LogFileSize(slots.size()), '\0');
   std::memcpy(bytes.data(), &header, sizeof(header));
   std::memcpy(bytes.data() + kLockNamesOffset, &names, sizeof(names));
-  if (!slots.empty()) std::memcpy(bytes.data() + kSlotsOffset, slots.data(), slots.size() * sizeof(LogMessage));
+  if (!slots.empty())
+    std::memcpy(bytes.data() + kSlotsOffset, slots.data(), slots.size() * sizeof(LogMessage));
   WriteWholeFile(path, bytes);
 }
 

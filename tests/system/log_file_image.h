@@ -1,7 +1,7 @@
 #pragma once
 
-// The log file as a value: made by tests and given to the server, or read back from the disk without any of the
-// server's code. Reading takes no read access, so the result means something only while nobody writes.
+// The log file as a value: made by tests and given to the server, or read back from the disk without any of
+// the server's code. Reading takes no read access, so the result means something only while nobody writes.
 
 #include <cstdint>
 #include <optional>

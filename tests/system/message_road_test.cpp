@@ -1,4 +1,5 @@
-// The road of messages: from the driver and from clients into the ring of the file, and what readers see there.
+// The road of messages: from the driver and from clients into the ring of the file, and what readers see
+// there.
 
 #include "tests/system/system_test.h"
 
@@ -108,7 +109,8 @@ TEST_F(MessageRoad, MorePendingThanTheCapacityIsWrittenNewestFirstFromSlotZero) 
   ExpectTexts({"in the file before"});
   const LogFileHeader before = Header();
 
-  ReaderProcess reader("hold", ScratchFile("held"));  // keeps the flush from writing the messages piece by piece
+  ReaderProcess reader("hold",
+                       ScratchFile("held"));  // keeps the flush from writing the messages piece by piece
   ASSERT_EQ(reader.NextLine(), "holding");
   Driver().Put(Numbered(200));
   ASSERT_TRUE(Eventually(10s, [this] { return Driver().Counters().queued == 0; }));

@@ -6,7 +6,8 @@
 
 namespace {
 
-// Between its request pipe and its reply pipe the server makes the other instance at once, unless it is going down.
+// Between its request pipe and its reply pipe the server makes the other instance at once, unless it is going
+// down.
 constexpr std::chrono::milliseconds kSecondPipeLimit{200};
 
 std::uint32_t Milliseconds(std::chrono::milliseconds time) {
@@ -61,8 +62,8 @@ std::optional<PipeConnection> PipeConnection::Connect(std::chrono::milliseconds 
     const auto left =
         std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
     if (!connection.client->OpenRequestPipe(Milliseconds(left))) return std::nullopt;
-    // A request pipe whose reply pipe does not come is of a server that has gone: a reply pipe of the next one would
-    // belong to somebody else's pair.
+    // A request pipe whose reply pipe does not come is of a server that has gone: a reply pipe of the next
+    // one would belong to somebody else's pair.
     if (connection.client->OpenReplyPipe(Milliseconds(kSecondPipeLimit))) return connection;
     connection.client->Disconnect();
   }
@@ -74,7 +75,9 @@ std::uint32_t PipeConnection::OpenRequestPipe() {
   return client->OpenRequestPipe(0) ? 0 : client->LastError();
 }
 
-std::uint32_t PipeConnection::OpenReplyPipe() { return client->OpenReplyPipe(0) ? 0 : client->LastError(); }
+std::uint32_t PipeConnection::OpenReplyPipe() {
+  return client->OpenReplyPipe(0) ? 0 : client->LastError();
+}
 
 std::optional<PipeReply> PipeConnection::Ask(const PipeRequest& request, std::chrono::milliseconds limit) {
   return client->Call(request, Milliseconds(limit));

@@ -1,7 +1,7 @@
 #pragma once
 
-// The requests of the protocol, and a client that connects, asks and gives up like a program that lives with restarts
-// of the server. One thread at a time per connection.
+// The requests of the protocol, and a client that connects, asks and gives up like a program that lives with
+// restarts of the server. One thread at a time per connection.
 
 #include <chrono>
 #include <cstdint>
@@ -22,7 +22,8 @@ PipeRequest FilterRequest(const std::string& text, bool include);
 
 class PipeConnection {
  public:
-  // Opens both pipes, again and again while the server has no free instance or is not there; nothing after `limit`.
+  // Opens both pipes, again and again while the server has no free instance or is not there; nothing after
+  // `limit`.
   static std::optional<PipeConnection> Connect(std::chrono::milliseconds limit);
 
   PipeConnection();
@@ -30,8 +31,8 @@ class PipeConnection {
   std::uint32_t OpenRequestPipe();
   std::uint32_t OpenReplyPipe();
 
-  // Writes a request and reads its reply. Nothing when the server has gone or the reply does not come in time; the
-  // connection is of no use then.
+  // Writes a request and reads its reply. Nothing when the server has gone or the reply does not come in
+  // time; the connection is of no use then.
   std::optional<PipeReply> Ask(const PipeRequest& request,
                                std::chrono::milliseconds limit = std::chrono::seconds(15));
   // The code of the reply; nothing as above.

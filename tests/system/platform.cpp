@@ -47,9 +47,13 @@ PipePair MakePipe(bool childReads) {
 
 }  // namespace
 
-void HandleCloser::operator()(void* handle) const { CloseHandle(handle); }
+void HandleCloser::operator()(void* handle) const {
+  CloseHandle(handle);
+}
 
-OwnedHandle Own(void* handle) { return OwnedHandle(handle == INVALID_HANDLE_VALUE ? nullptr : handle); }
+OwnedHandle Own(void* handle) {
+  return OwnedHandle(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
+}
 
 void ThrowLastError(const std::string& doing) {
   const DWORD code = GetLastError();
@@ -88,9 +92,9 @@ std::string ServiceDirectory() {
 }
 
 std::string ReadWholeFile(const std::string& path, std::size_t limit) {
-  const OwnedHandle file = Own(CreateFileA(path.c_str(), GENERIC_READ,
-                                           FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                           OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  const OwnedHandle file =
+      Own(CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                      nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
   if (!file) return {};
   LARGE_INTEGER size{};
   if (GetFileSizeEx(file.get(), &size) == 0) ThrowLastError("GetFileSizeEx of " + path);
@@ -137,7 +141,8 @@ ScratchDirectory::~ScratchDirectory() {
 
 ProcessById::ProcessById(std::uint32_t processId)
     : id(processId),
-      process(Own(OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_TERMINATE | SYNCHRONIZE, FALSE, processId))) {}
+      process(
+          Own(OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_TERMINATE | SYNCHRONIZE, FALSE, processId))) {}
 
 bool ProcessById::Alive() const {
   return process && WaitForSingleObject(process.get(), 0) == WAIT_TIMEOUT;
@@ -200,7 +205,8 @@ ChildProcess::ChildProcess(const std::string& commandLine) {
   startup.hStdError = fromChild.write.get();
   PROCESS_INFORMATION info{};
   std::string line = commandLine;
-  if (CreateProcessA(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &info) == 0) {
+  if (CreateProcessA(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &info) ==
+      0) {
     ThrowLastError("CreateProcess of " + commandLine);
   }
   CloseHandle(info.hThread);
@@ -209,7 +215,9 @@ ChildProcess::ChildProcess(const std::string& commandLine) {
   output = std::move(fromChild.read);
 }
 
-ChildProcess::~ChildProcess() { Kill(); }
+ChildProcess::~ChildProcess() {
+  Kill();
+}
 
 bool ChildProcess::ReadMore() {
   DWORD waiting = 0;
@@ -247,7 +255,9 @@ void ChildProcess::WriteLine(const std::string& line) {
   }
 }
 
-void ChildProcess::CloseInput() { input.reset(); }
+void ChildProcess::CloseInput() {
+  input.reset();
+}
 
 std::optional<std::uint32_t> ChildProcess::WaitForEnd(std::chrono::milliseconds limit) {
   DWORD code = 0;

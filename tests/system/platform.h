@@ -1,8 +1,8 @@
 #pragma once
 
-// What the system tests need of the platform: owned handles, bounded waiting, scratch directories, child processes
-// with pipes, and a few questions about other processes. Failures of the system throw std::runtime_error, which
-// gtest reports as the failure of the test.
+// What the system tests need of the platform: owned handles, bounded waiting, scratch directories, child
+// processes with pipes, and a few questions about other processes. Failures of the system throw
+// std::runtime_error, which gtest reports as the failure of the test.
 
 #include <chrono>
 #include <cstdint>
@@ -41,7 +41,8 @@ bool FileExists(const std::string& path);
 void DeleteFileIfThere(const std::string& path);
 void CopyFileTo(const std::string& from, const std::string& to);
 
-// A directory of its own below the temporary directory, removed with all that lies in it. Its name has a space.
+// A directory of its own below the temporary directory, removed with all that lies in it. Its name has a
+// space.
 class ScratchDirectory {
  public:
   ScratchDirectory();
@@ -83,7 +84,8 @@ class ChildProcess {
   ChildProcess(ChildProcess&&) = default;
   ChildProcess& operator=(ChildProcess&&) = delete;
 
-  // The next line of its output without the line end; nothing when it does not come in time or the output ended.
+  // The next line of its output without the line end; nothing when it does not come in time or the output
+  // ended.
   std::optional<std::string> ReadLine(std::chrono::milliseconds limit);
   void WriteLine(const std::string& line);
   void CloseInput();

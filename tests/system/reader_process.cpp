@@ -24,7 +24,9 @@ std::vector<LogMessage> Messages(const std::string& bytes, std::size_t from) {
 ReaderProcess::ReaderProcess(const std::string& mode, const std::string& resultFile)
     : file(resultFile), child(CommandLine(mode, resultFile)) {}
 
-std::string ReaderProcess::NextLine(std::chrono::milliseconds limit) { return child.ReadLine(limit).value_or(""); }
+std::string ReaderProcess::NextLine(std::chrono::milliseconds limit) {
+  return child.ReadLine(limit).value_or("");
+}
 
 LogFileHeader ReaderProcess::ResultHeader() const {
   const std::string bytes = ReadWholeFile(file);
@@ -38,4 +40,6 @@ std::vector<LogMessage> ReaderProcess::ResultMessages() const {
   return Messages(ReadWholeFile(file), sizeof(LogFileHeader));
 }
 
-std::vector<LogMessage> ReaderProcess::FollowedMessages() const { return Messages(ReadWholeFile(file), 0); }
+std::vector<LogMessage> ReaderProcess::FollowedMessages() const {
+  return Messages(ReadWholeFile(file), 0);
+}

@@ -1,4 +1,5 @@
-// Reader processes beside the writer: many at once, one that dies inside read access, one that keeps the file mapped.
+// Reader processes beside the writer: many at once, one that dies inside read access, one that keeps the file
+// mapped.
 
 #include "tests/system/system_test.h"
 
@@ -23,7 +24,8 @@ class Readers : public SystemTest {
     reader.Kill();
     ASSERT_EQ(Header().readCount, 1);
   }
-  // Both ways in are open although nothing reaches the file: requests are answered at once, the driver is drained.
+  // Both ways in are open although nothing reaches the file: requests are answered at once, the driver is
+  // drained.
   void ExpectIntakeGoesOn(int atMs) {
     for (int i = 0; i < 20; ++i) {
       const auto begin = std::chrono::steady_clock::now();
@@ -105,9 +107,13 @@ TEST_F(Readers, OneThatIsKilledInsideIsPassedOverByTheStopWhichLosesOnlyWhatWasP
   EXPECT_GT(stop.duration, 12s);  // the flush that waits takes the whole of the stop's 15 s
   EXPECT_LT(stop.duration, 22s);
   const std::string diagnostics = TakeDiagnostics();
-  const std::size_t entry = diagnostics.find(" - File access rights timed out, forcing access.\n");
-  EXPECT_NE(entry, std::string::npos) << diagnostics;
-  EXPECT_EQ(diagnostics.find(" - ", entry + 3), std::string::npos) << diagnostics;
+  std::vector<std::string> entries = DiagnosticTexts(diagnostics);
+  // The flush that was given up wakes when the file is closed under it; it may live long enough to say so.
+  std::erase(entries,
+             "Exception thrown in timer callback : Failed to grab write access, some handles or pointers are "
+             "invalid");
+  EXPECT_EQ(entries, std::vector<std::string>{"File access rights timed out, forcing access."})
+      << diagnostics << stop.duration.count() << " ms";
   EXPECT_EQ(Header().serverRunning, 0);
   EXPECT_EQ(TextsOfFile(), std::vector<std::string>{"flushed"});
 

@@ -50,7 +50,8 @@ TEST_F(Restart, ABurstOfSettingsCausesExactlyOneAndALaterRequestAnother) {
   WaitForStarts(2);
   EXPECT_EQ(ServerRegistry::Number("MaxMessage"), 64U);
   EXPECT_EQ(SlotsOfFile().slots.size(), 64U);
-  std::this_thread::sleep_for(2500ms);  // longer than a second restart thread would wait before it stops the server
+  std::this_thread::sleep_for(
+      2500ms);  // longer than a second restart thread would wait before it stops the server
   EXPECT_EQ(Starts(), 2U);
   EXPECT_EQ(Header().serverRunning, 1);
 
@@ -91,8 +92,8 @@ TEST_F(Restart, KeepsTheMessagesAndGoesOnNumbering) {
   EXPECT_EQ(Header().rewriteCount, before.rewriteCount);
 }
 
-// The compaction lays the messages down newest first, against the ring's order. The check after the resize then finds
-// the times rising and gives the file up, unless they are all equal or there is one message.
+// The compaction lays the messages down newest first, against the ring's order. The check after the resize
+// then finds the times rising and gives the file up, unless they are all equal or there is one message.
 TEST_F(Restart, ALargerCapacityEmptiesAFileOfMessagesOfDifferentTimes) {
   RunService({.maxMessage = 20});
   FillRing(5, false);
@@ -139,7 +140,8 @@ TEST_F(Restart, ANewPathIsAnsweredAtOnceAndTheFileMovesAtTheStop) {
   EXPECT_FALSE(FileExists(newPath));
   EXPECT_EQ(ServerRegistry::Text("LogFile"), oldPath);
 
-  // A reader that has only the file mapped holds up neither the stop, which waits at the new path, nor the move.
+  // A reader that has only the file mapped holds up neither the stop, which waits at the new path, nor the
+  // move.
   ReaderProcess reader("attach");
   ASSERT_EQ(reader.NextLine(), "attached");
   const StopReport stop = StopService();

@@ -26,8 +26,9 @@ void Check(LSTATUS result, const std::string& doing) {
 
 Key Create(const char* path) {
   HKEY key = nullptr;
-  Check(RegCreateKeyExA(HKEY_LOCAL_MACHINE, path, 0, nullptr, 0, KEY_READ | KEY_WRITE, nullptr, &key, nullptr),
-        std::string("creating the key ") + path);
+  Check(
+      RegCreateKeyExA(HKEY_LOCAL_MACHINE, path, 0, nullptr, 0, KEY_READ | KEY_WRITE, nullptr, &key, nullptr),
+      std::string("creating the key ") + path);
   return Key(key);
 }
 
@@ -41,8 +42,8 @@ Key Open(const char* path) {
 }
 
 void WriteText(const char* path, const std::string& value, const std::string& text) {
-  Check(RegSetValueExA(Create(path).get(), value.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
-                       static_cast<DWORD>(text.size() + 1)),
+  Check(RegSetValueExA(Create(path).get(), value.c_str(), 0, REG_SZ,
+                       reinterpret_cast<const BYTE*>(text.c_str()), static_cast<DWORD>(text.size() + 1)),
         "writing " + value);
 }
 
@@ -55,7 +56,9 @@ void ServerRegistry::Delete() {
   }
 }
 
-bool ServerRegistry::Exists() { return Open(kServerKey) != nullptr; }
+bool ServerRegistry::Exists() {
+  return Open(kServerKey) != nullptr;
+}
 
 void ServerRegistry::Write(const std::string& value, std::uint32_t number) {
   std::array<BYTE, 4> bytes{static_cast<BYTE>(number), static_cast<BYTE>(number >> 8U),
@@ -77,7 +80,8 @@ std::optional<std::uint32_t> ServerRegistry::Number(const std::string& value) {
   std::array<BYTE, 4> bytes{};
   DWORD size = sizeof(bytes);
   DWORD type = 0;
-  if (!key || RegQueryValueExA(key.get(), value.c_str(), nullptr, &type, bytes.data(), &size) != ERROR_SUCCESS ||
+  if (!key ||
+      RegQueryValueExA(key.get(), value.c_str(), nullptr, &type, bytes.data(), &size) != ERROR_SUCCESS ||
       type != REG_DWORD) {
     return std::nullopt;
   }
@@ -91,8 +95,8 @@ std::optional<std::string> ServerRegistry::Text(const std::string& value) {
   DWORD size = text.size() - 1;
   DWORD type = 0;
   if (!key ||
-      RegQueryValueExA(key.get(), value.c_str(), nullptr, &type, reinterpret_cast<BYTE*>(text.data()), &size) !=
-          ERROR_SUCCESS ||
+      RegQueryValueExA(key.get(), value.c_str(), nullptr, &type, reinterpret_cast<BYTE*>(text.data()),
+                       &size) != ERROR_SUCCESS ||
       type != REG_SZ) {
     return std::nullopt;
   }

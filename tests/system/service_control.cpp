@@ -62,9 +62,13 @@ std::optional<ServiceRegistration> ServiceControl::Registration() {
   return found;
 }
 
-ServiceState ServiceControl::State() { return static_cast<ServiceState>(Status().dwCurrentState); }
+ServiceState ServiceControl::State() {
+  return static_cast<ServiceState>(Status().dwCurrentState);
+}
 
-std::uint32_t ServiceControl::ProcessId() { return Status().dwProcessId; }
+std::uint32_t ServiceControl::ProcessId() {
+  return Status().dwProcessId;
+}
 
 std::uint32_t ServiceControl::Start() {
   const ServiceHandle service = OpenLogServer();

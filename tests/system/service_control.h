@@ -1,7 +1,8 @@
 #pragma once
 
-// The service manager as the tests use it: what is registered as the log server, and starting, stopping, removing.
-// Codes are the system's error codes, 0 for success. Throws std::runtime_error when the manager itself fails.
+// The service manager as the tests use it: what is registered as the log server, and starting, stopping,
+// removing. Codes are the system's error codes, 0 for success. Throws std::runtime_error when the manager
+// itself fails.
 
 #include <cstdint>
 #include <optional>
@@ -9,7 +10,13 @@
 
 inline constexpr char kServiceName[] = "TamLogServer";
 
-enum class ServiceState : std::uint32_t { Absent = 0, Stopped = 1, StartPending = 2, StopPending = 3, Running = 4 };
+enum class ServiceState : std::uint32_t {
+  Absent = 0,
+  Stopped = 1,
+  StartPending = 2,
+  StopPending = 3,
+  Running = 4
+};
 
 struct ServiceRegistration {
   std::string displayName;

@@ -40,7 +40,9 @@ std::unique_ptr<SharedLog> SharedLog::TryOpen() {
   return log;
 }
 
-SharedLog::~SharedLog() { UnmapViewOfFile(view); }
+SharedLog::~SharedLog() {
+  UnmapViewOfFile(view);
+}
 
 bool SharedLog::OpenEvents() {
   headerLock = OpenNamedEvent(view + kLockNamesOffset);
@@ -50,7 +52,8 @@ bool SharedLog::OpenEvents() {
 }
 
 bool SharedLog::ServerRunning() const {
-  return std::to_integer<int>(*static_cast<volatile std::byte*>(view + offsetof(LogFileHeader, serverRunning))) != 0;
+  return std::to_integer<int>(
+             *static_cast<volatile std::byte*>(view + offsetof(LogFileHeader, serverRunning))) != 0;
 }
 
 bool SharedLog::Enter(std::chrono::milliseconds limit) {
@@ -79,7 +82,8 @@ LogFileHeader SharedLog::Header() const {
   return header;
 }
 
-std::vector<LogMessage> SharedLog::NewestFirst(const LogFileHeader& header, std::uint64_t fromSequence) const {
+std::vector<LogMessage> SharedLog::NewestFirst(const LogFileHeader& header,
+                                               std::uint64_t fromSequence) const {
   std::vector<LogMessage> messages;
   for (std::int32_t i = 0; i < header.messageCount; ++i) {
     std::int32_t index = header.nextSlot - i - 1;

@@ -1,7 +1,7 @@
 #pragma once
 
-// The shared log file as a reader in another process sees it: the mapping, the three events whose names stand in
-// the file, and read access as docs/reader_protocol.md describes it. One thread.
+// The shared log file as a reader in another process sees it: the mapping, the three events whose names stand
+// in the file, and read access as docs/reader_protocol.md describes it. One thread.
 
 #include <chrono>
 #include <cstddef>
@@ -20,8 +20,8 @@ class SharedLog {
   SharedLog(const SharedLog&) = delete;
   SharedLog& operator=(const SharedLog&) = delete;
 
-  // Looked at without read access: a reader that sees false has to let the file go, or it keeps the server's stop
-  // waiting.
+  // Looked at without read access: a reader that sees false has to let the file go, or it keeps the server's
+  // stop waiting.
   bool ServerRunning() const;
 
   // False when the writer did not let readers in before `limit` was over.
@@ -30,7 +30,8 @@ class SharedLog {
 
   // Under read access only:
   LogFileHeader Header() const;
-  // The messages from the newest to the oldest whose sequence is not below `fromSequence`; stops at the first below.
+  // The messages from the newest to the oldest whose sequence is not below `fromSequence`; stops at the first
+  // below.
   std::vector<LogMessage> NewestFirst(const LogFileHeader& header, std::uint64_t fromSequence) const;
 
  private:

@@ -1,12 +1,13 @@
-// A reader of the shared log in a process of its own, driven by the system tests: it reports on its standard output
-// and waits for a line (or the end) of its standard input where it says so.
+// A reader of the shared log in a process of its own, driven by the system tests: it reports on its standard
+// output and waits for a line (or the end) of its standard input where it says so.
 //
 //   count          enters once and prints "count M changes C rewrites R next N readers K"
-//   snapshot FILE  enters once, writes the header and the messages, newest first, to FILE, prints "snapshot M"
-//   hold FILE      the same, prints "holding", stays inside until told, then leaves and prints "released"
+//   snapshot FILE  enters once, writes the header and the messages, newest first, to FILE, prints "snapshot
+//   M" hold FILE      the same, prints "holding", stays inside until told, then leaves and prints "released"
 //   attach         only maps the file, prints "attached", lets it go when told and prints "detached"
 //   die            enters, prints "holding", and when told ends without leaving
-//   follow FILE    prints "following", adds every new message to FILE until told, prints "followed N visits V"
+//   follow FILE    prints "following", adds every new message to FILE until told, prints "followed N visits
+//   V"
 //
 // Exit code 0, 1 for a fault that it prints, 2 for a wrong command line.
 
@@ -30,7 +31,9 @@ using namespace std::chrono_literals;
 constexpr auto kPatience = 20s;
 constexpr auto kVisitInterval = 40ms;
 
-void Say(const std::string& line) { std::cout << line << std::endl; }
+void Say(const std::string& line) {
+  std::cout << line << std::endl;
+}
 
 void WaitToBeTold() {
   std::string line;
@@ -105,7 +108,8 @@ void Die() {
   TerminateProcess(GetCurrentProcess(), 9);
 }
 
-// One visit: the messages that are new since the last one, oldest first, go to the file. False: the server stops.
+// One visit: the messages that are new since the last one, oldest first, go to the file. False: the server
+// stops.
 bool Visit(SharedLog& log, std::uint64_t& nextSequence, std::ofstream& file, std::size_t& total) {
   if (!log.ServerRunning()) return false;
   if (!log.Enter(200ms)) return true;

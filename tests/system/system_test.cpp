@@ -1,6 +1,8 @@
 #include "tests/system/system_test.h"
 
 #include <cstring>
+#include <iterator>
+#include <regex>
 #include <stdexcept>
 #include <utility>
 
@@ -18,11 +20,15 @@ constexpr auto kProcessEndLimit = 5s;
 constexpr auto kConnectLimit = 10s;
 constexpr const char* kServerName = "TamLogServer.exe";
 
-std::string DiagnosticLog() { return ServiceDirectory() + "\\TamLogServiceLog.txt"; }
+std::string DiagnosticLog() {
+  return ServiceDirectory() + "\\TamLogServiceLog.txt";
+}
 
-// A message that the server takes and drops: its answer shows that a start under way is complete, because both take
-// the same lock.
-LogMessageBody DroppedMessage() { return WithType(Message("dropped", 0), kMessageTypes); }
+// A message that the server takes and drops: its answer shows that a start under way is complete, because
+// both take the same lock.
+LogMessageBody DroppedMessage() {
+  return WithType(Message("dropped", 0), kMessageTypes);
+}
 
 }  // namespace
 
@@ -31,7 +37,8 @@ LogMessageBody Message(const std::string& text, int atMs) {
   std::memset(&message, 0x5A, sizeof(message));
   for (std::uint8_t i = 0; i < 8; ++i) message.origin[i] = static_cast<std::uint8_t>(0xE0 + i);
   for (std::uint8_t i = 0; i < 4; ++i) message.tail[i] = static_cast<std::uint8_t>(0xB0 + i);
-  const int words[8] = {2026, 3, 14, 12 + atMs / 3600000, atMs / 60000 % 60, atMs / 1000 % 60, atMs % 1000, 77};
+  const int words[8] = {2026,        3, 14, 12 + atMs / 3600000, atMs / 60000 % 60, atMs / 1000 % 60,
+                        atMs % 1000, 77};
   for (int i = 0; i < 8; ++i) message.timestamp[i] = static_cast<std::int16_t>(words[i]);
   message.type = 1;
   if (text.size() >= kTextSize) throw std::runtime_error("the text does not fit a message");
@@ -48,6 +55,22 @@ LogMessageBody WithSource(LogMessageBody message, const std::string& source) {
 LogMessageBody WithType(LogMessageBody message, std::uint32_t type) {
   message.type = type;
   return message;
+}
+
+// An entry is a line with the time, " - ", the text and a line end; a text may have several lines.
+std::vector<std::string> DiagnosticTexts(const std::string& diagnostics) {
+  const std::regex stamp("(^|\n)[A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9]\\d \\d\\d:\\d\\d:\\d\\d \\d{4}\n - ");
+  std::vector<std::string> texts;
+  std::sregex_iterator entry(diagnostics.begin(), diagnostics.end(), stamp);
+  while (entry != std::sregex_iterator()) {
+    const auto begin = static_cast<std::size_t>(entry->position() + entry->length());
+    const std::sregex_iterator next = std::next(entry);
+    const std::size_t end =
+        next == std::sregex_iterator() ? diagnostics.size() - 1 : static_cast<std::size_t>(next->position());
+    texts.push_back(diagnostics.substr(begin, end - begin));
+    entry = next;
+  }
+  return texts;
 }
 
 ProtocolWatch::ProtocolWatch(std::string logFile) : path(std::move(logFile)), thread([this] { Run(); }) {}
@@ -67,7 +90,9 @@ void ProtocolWatch::Run() {
   }
 }
 
-SystemTest::SystemTest() : logFile(scratch.File("Logs.dat")), serverPath(OwnDirectory() + "\\" + kServerName) {}
+SystemTest::SystemTest() : serverPath(OwnDirectory() + "\\" + kServerName) {
+  logFile = scratch.File("Logs.dat");
+}
 
 void SystemTest::SetUp() {
   Sweep();
@@ -80,6 +105,7 @@ void SystemTest::TearDown() {
   Sweep();
   UnloadDriver();
   EXPECT_EQ(TakeDiagnostics(), "");
+  DeleteFileIfThere(DiagnosticLog());
 }
 
 // Makes the machine clean, whatever a test, also one that was killed, left behind.
@@ -142,7 +168,8 @@ void SystemTest::RemoveService() {
 void SystemTest::StartService() {
   const std::uint32_t before = Starts();
   const std::uint32_t answer = ServiceControl::Start();
-  if (answer != 0) throw std::runtime_error("starting the service failed with error " + std::to_string(answer));
+  if (answer != 0)
+    throw std::runtime_error("starting the service failed with error " + std::to_string(answer));
   AdoptService();
   WaitForStarts(before + 1);
 }
@@ -155,7 +182,8 @@ StopReport SystemTest::StopService() {
   EXPECT_TRUE(report.answer == 0 || report.answer == ERROR_BROKEN_PIPE ||
               report.answer == ERROR_SERVICE_REQUEST_TIMEOUT)
       << report.answer;
-  const bool stopped = Eventually(kStopLimit, [] { return ServiceControl::State() == ServiceState::Stopped; });
+  const bool stopped =
+      Eventually(kStopLimit, [] { return ServiceControl::State() == ServiceState::Stopped; });
   EXPECT_TRUE(stopped) << "state " << static_cast<std::uint32_t>(ServiceControl::State());
   report.duration =
       std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin);
@@ -170,7 +198,9 @@ void SystemTest::AdoptService() {
   process = std::make_unique<ProcessById>(ServiceControl::ProcessId());
 }
 
-void SystemTest::KillService() { process->Kill(); }
+void SystemTest::KillService() {
+  process->Kill();
+}
 
 void SystemTest::RunService(const ServerSettings& settings) {
   Settings(settings);
@@ -178,7 +208,9 @@ void SystemTest::RunService(const ServerSettings& settings) {
   StartService();
 }
 
-std::uint32_t SystemTest::Starts() { return driver->Counters().opens - firstOpens; }
+std::uint32_t SystemTest::Starts() {
+  return driver->Counters().opens - firstOpens;
+}
 
 void SystemTest::WaitForStarts(std::uint32_t starts) {
   if (!Eventually(kStartLimit, [&] { return Starts() >= starts; })) {
@@ -196,7 +228,9 @@ PipeReply SystemTest::Ask(const PipeRequest& request) {
   return *reply;
 }
 
-ReplyCode SystemTest::AskForCode(const PipeRequest& request) { return static_cast<ReplyCode>(Ask(request).code); }
+ReplyCode SystemTest::AskForCode(const PipeRequest& request) {
+  return static_cast<ReplyCode>(Ask(request).code);
+}
 
 void SystemTest::SubmitOverPipe(const LogMessageBody& message) {
   EXPECT_EQ(AskForCode(SubmitRequest(message)), ReplyCode::Done);
@@ -230,8 +264,9 @@ void SystemTest::SignalWriteWait() {
 }
 
 std::string SystemTest::TakeDiagnostics() {
+  // The file itself stays until the next test: the server may be writing its next entry.
   std::string text = ReadWholeFile(DiagnosticLog());
-  DeleteFileIfThere(DiagnosticLog());
   std::erase(text, '\r');
-  return text;
+  const std::size_t before = std::exchange(diagnosticsTaken, text.size());
+  return text.substr(before);
 }

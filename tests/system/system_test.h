@@ -1,8 +1,9 @@
 #pragma once
 
-// The fixture of the system tests: the real executable under the real service manager with the real driver double,
-// as a small language. Every test starts from a machine without service, settings, log file and waiting messages,
-// and leaves such a machine; what a test does not expect in the diagnostic log fails it at the end.
+// The fixture of the system tests: the real executable under the real service manager with the real driver
+// double, as a small language. Every test starts from a machine without service, settings, log file and
+// waiting messages, and leaves such a machine; what a test does not expect in the diagnostic log fails it at
+// the end.
 //
 // Waiting is bounded everywhere. Operations that cannot go on throw std::runtime_error, which fails the test.
 
@@ -51,10 +52,14 @@ LogMessageBody Message(const std::string& text, int atMs);
 LogMessageBody WithSource(LogMessageBody message, const std::string& source);
 LogMessageBody WithType(LogMessageBody message, std::uint32_t type);
 
-// Reader and writer can pass each other in the protocol of the events: a reader that has just found the read-wait
-// event signalled enters beside a writer that resets it at that moment. The writer's release then sets the reader
-// count to 0 under that reader, whose own release makes it -1, and write-wait stays reset: the next flush waits for
-// ever. Somebody has to signal write-wait; in tests with busy readers this watch is that somebody.
+// The texts of the entries in a piece of the diagnostic log, without their time stamps.
+std::vector<std::string> DiagnosticTexts(const std::string& diagnostics);
+
+// Reader and writer can pass each other in the protocol of the events: a reader that has just found the
+// read-wait event signalled enters beside a writer that resets it at that moment. The writer's release then
+// sets the reader count to 0 under that reader, whose own release makes it -1, and write-wait stays reset:
+// the next flush waits for ever. Somebody has to signal write-wait; in tests with busy readers this watch is
+// that somebody.
 class ProtocolWatch {
  public:
   explicit ProtocolWatch(std::string logFile);
@@ -92,15 +97,15 @@ class SystemTest : public ::testing::Test {
   // The service.
   void InstallService();
   void RemoveService();
-  void StartService();      // until it serves requests
+  void StartService();       // until it serves requests
   StopReport StopService();  // until the manager calls it stopped and its process has ended
   void KillService();
   // Takes over a service that the test has started by itself, so that it is stopped properly at the end.
   void AdoptService();
   void RunService(const ServerSettings& settings = {});  // settings, install, start
   ProcessById& ServiceProcess() { return *process; }
-  // How often the server has started since the test began, restarts in the same process included: it opens the
-  // device once each time.
+  // How often the server has started since the test began, restarts in the same process included: it opens
+  // the device once each time.
   std::uint32_t Starts();
   // Until that many starts are complete.
   void WaitForStarts(std::uint32_t starts);
@@ -137,5 +142,6 @@ class SystemTest : public ::testing::Test {
   std::unique_ptr<LoadedDriverDouble> loadedDriver;
   std::unique_ptr<DriverDouble> driver;
   std::uint32_t firstOpens = 0;
+  std::size_t diagnosticsTaken = 0;
   std::unique_ptr<ProcessById> process;
 };
