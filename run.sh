@@ -69,11 +69,13 @@ show_diagnostic_log() {
 
 # --- Stopping: everything that was started, in the opposite order, whatever happened.
 
+# end_process_group SIGNAL LEADER: bash takes no notice of INT in a process that it started in the background, so the
+# caller names a signal that the group heeds.
 end_process_group() {
-  local tries
+  local tries signal=$1
+  shift
   [[ -n $1 ]] || return 0
-  kill -INT -- "-$1" 2>/dev/null || return 0
-  # A reader that is ended gently gives its access to the file back.
+  kill "-$signal" -- "-$1" 2>/dev/null || return 0
   for ((tries = 0; tries < 30; ++tries)); do
     kill -0 -- "-$1" 2>/dev/null || return 0
     sleep 0.1
@@ -98,8 +100,9 @@ clean_up() {
   local failed=0
   [[ $in_wine == yes ]] || return 0
   echo "== stopping and removing what was started"
-  end_process_group "$trickle"
-  end_process_group "$follower"
+  end_process_group TERM "$trickle"
+  # A reader that is ended gently gives its access to the file back.
+  end_process_group INT "$follower"
   if [[ $service_started == yes ]]; then stop_service || failed=1; fi
   if [[ $service_installed == yes ]]; then
     tool TamLogServer.exe -remove </dev/null || failed=1
@@ -304,6 +307,7 @@ follow_messages() {
   export wine64 installed work
   setsid bash -c send_live_messages >>"$work/live.log" 2>&1 </dev/null 8>&- &
   trickle=$!
+  disown "$trickle"  # its end is no news
   setsid env --default-signal=INT "$wine64" "$installed/tamlogctl.exe" follow </dev/null 8>&- &
   follower=$!
   wait "$follower" || true

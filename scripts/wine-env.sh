@@ -17,9 +17,11 @@ wine64=/usr/lib/wine/wine64
 wineserver64=/usr/lib/wine/wineserver64
 
 # Starts the prefix's server and keeps it until it is stopped: drivers stay loaded between two commands, and
-# starting a program takes 20 ms instead of 400. It would hold any pipe it inherits open for ever, so it gets none.
+# starting a program takes 20 ms instead of 400. The server, and what the first program brings up with it, would hold
+# every pipe they inherit open: whoever waits for the end of such a pipe waits for ever. So they get none.
 wine_server_start() {
-  timeout 30 "$wineserver64" -p >/dev/null 2>&1 </dev/null
+  timeout 30 "$wineserver64" -p >/dev/null 2>&1 </dev/null &&
+    timeout 120 "$wine64" cmd.exe /c exit >/dev/null 2>&1 </dev/null
 }
 
 # The ids of the processes that run in this prefix, the server included.

@@ -73,6 +73,11 @@ bool CallFault::ShouldFail() {
   return true;
 }
 
+bool CallFaults::ServerWaits() const {
+  const int begun = connectNamedPipe.PendingCalls() + serverRead.PendingCalls();
+  return begun > 0 && waitForMultiple.Calls() == begun;
+}
+
 void CallFaults::Clear() {
   for (CallFault* fault :
        {&allocateSid, &freeSid, &setEntriesInAcl, &initializeDescriptor, &setDescriptorDacl, &localFree,
@@ -157,7 +162,12 @@ HANDLE WINAPI CreateNamedPipeHere(LPCSTR name, DWORD open, DWORD mode, DWORD ins
 
 BOOL WINAPI ConnectNamedPipeHere(HANDLE pipe, LPOVERLAPPED overlapped) {
   if (faults.connectNamedPipe.ShouldFail()) return FALSE;
-  return Real<decltype(ConnectNamedPipeHere)>(kKernel, "ConnectNamedPipe")(pipe, overlapped);
+  const BOOL done = Real<decltype(ConnectNamedPipeHere)>(kKernel, "ConnectNamedPipe")(pipe, overlapped);
+  if (!done && GetLastError() == ERROR_IO_PENDING) {
+    faults.connectNamedPipe.NotePending();
+    SetLastError(ERROR_IO_PENDING);
+  }
+  return done;
 }
 
 BOOL WINAPI ReadFileHere(HANDLE file, LPVOID buffer, DWORD size, LPDWORD read, LPOVERLAPPED overlapped) {

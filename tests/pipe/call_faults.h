@@ -64,6 +64,8 @@ struct CallFaults {
   CallFault createThread;
   CallFault allocateConnection;  // new (std::nothrow) of a connection's size
 
+  // Whether the server's threads wait for everything that they began since Clear (reads and connects).
+  bool ServerWaits() const;
   void Clear();
 };
 

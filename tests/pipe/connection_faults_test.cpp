@@ -163,8 +163,10 @@ TEST_F(ConnectionFaults, WaitThatFailsEndsTheConnectionAndIsLogged) {
   DiagnosticLogCapture log;
   PipeClient client(name);
   ConnectAndWaitForTheRead(client);
-  Faults().waitForMultiple.Fail(ERROR_INVALID_HANDLE, kOthers, 1, 0);
-  // The next wait on another thread is that of the connection's next read (the listener waits already).
+  // Two connects were this client's, the third waits for the next.
+  ASSERT_TRUE(WaitUntil([] { return Faults().connectNamedPipe.Calls() == 3 && Faults().ServerWaits(); }));
+  // The next wait is that of the connection's next read.
+  Faults().waitForMultiple.Fail(ERROR_INVALID_HANDLE, kOthers);
   EXPECT_EQ(client.CallCode(kPing), kAlive);
   EXPECT_TRUE(client.WaitUntilDisconnected());
   EXPECT_EQ(handler.ended, 1);

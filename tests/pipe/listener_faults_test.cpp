@@ -153,6 +153,7 @@ TEST_F(ListenerFaults, ClientThatComesAndGoesBeforeTheListenerLooksMakesItTakeNe
 TEST_F(ListenerFaults, ConnectThatFailsMakesTheListenerTakeNewInstances) {
   Faults().connectNamedPipe.Fail(ERROR_NO_DATA, kOthers, 2);
   server->Start();
+  ASSERT_TRUE(WaitUntil([] { return Faults().connectNamedPipe.Calls() == 3; }));
   EXPECT_TRUE(Serves());
 }
 
@@ -206,7 +207,6 @@ TEST_F(ListenerFaults, StopThatCannotCancelThrows) {
 
 TEST_F(ListenerFaults, DestructionEndsAListenerByForceWhenItCannotBeCancelled) {
   server->Start();
-  ASSERT_TRUE(WaitUntil([&] { return WaitNamedPipeA(name.c_str(), 100) != 0; }));
   Faults().setEvent.Fail(ERROR_INVALID_HANDLE, kThis, 1, 1);
   server.reset();
 }

@@ -140,6 +140,7 @@ TEST_F(DiagnosticLog, EntriesOfSeveralThreadsAreAllKept) {
   constexpr int kThreads = 4;
   constexpr int kEntries = 50;
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int thread = 0; thread < kThreads; ++thread) {
     threads.emplace_back([] {
       for (int entry = 0; entry < kEntries; ++entry) WriteLog("entry");
@@ -168,6 +169,7 @@ TEST(DiagnosticLogCapture, GivesTheTextsWithoutTheTime) {
 TEST(DiagnosticLogCapture, TakesEntriesFromManyThreads) {
   TestSupport::DiagnosticLogCapture log;
   std::vector<std::thread> threads;
+  threads.reserve(4);
   for (int thread = 0; thread < 4; ++thread) {
     threads.emplace_back([] {
       for (int entry = 0; entry < 100; ++entry) WriteLog("entry");
