@@ -4,7 +4,8 @@
 
 #include "tests/system/system_test.h"
 
-#include <map>
+#include <algorithm>
+#include <iostream>
 #include <mutex>
 #include <set>
 
@@ -109,10 +110,9 @@ class Stress : public SystemTest {
   }
 
   bool MayBeLost(const Taken& message) const {
-    for (const LossWindow& window : windows) {
-      if (message.at >= window.from && message.at <= window.to) return true;
-    }
-    return false;
+    return std::ranges::any_of(windows, [&message](const LossWindow& window) {
+      return message.at >= window.from && message.at <= window.to;
+    });
   }
 
   // Everything but the entry of a disk timer that ticks while the file is being closed.
@@ -155,6 +155,7 @@ TEST_F(Stress, NothingThatWasTakenIsLostExceptToAStopOrAClear) {
   ASSERT_EQ(readerA.NextLine(), "following");
   ASSERT_EQ(readerB.NextLine(), "following");
   std::vector<std::thread> clients;
+  clients.reserve(kClients);
   for (int i = 0; i < kClients; ++i) clients.emplace_back([this, i] { RunClient(i); });
   try {
     for (int round = 0; round < 2; ++round) {
