@@ -1,0 +1,396 @@
+#!/usr/bin/env python3
+"""Builds the example log file of docs/log_file_format.md and the example records of docs/pipe_protocol.md by
+following those documents, and nothing else.
+
+The ring holds four messages; five are handed in. What stands in the documents between the marks
+
+    <!-- example-ring: NAME -->  ...  <!-- example-ring: end -->
+
+is what this program prints for NAME, so that the documents cannot drift away from the layouts they describe:
+
+    example-ring.py                          print everything
+    example-ring.py --state NAME             print one state or record
+    example-ring.py --check FILE             exit 1 unless every marked block of FILE holds what is printed here
+    example-ring.py --update FILE            put what is printed here into the marked blocks of FILE
+    example-ring.py --write FILE [--state N] write the bytes of a state or record (default: five) to FILE
+
+States: "five" after five messages in time order; "late" after a sixth one that is dated earlier than two of them;
+"burst" when, instead of the sixth, as many messages as the ring holds arrive within one flush. Records: "submit",
+the request that hands in the fifth message; "done", its reply; "get-settings" and "settings", a request and its reply.
+Standard library only.
+"""
+
+import argparse
+import struct
+import sys
+import zlib
+
+HEADER_FORMAT = "<iB3xiii4xQQQ"
+HEADER_SIZE = 48
+LOCK_NAME_SIZE = 64
+RING_OFFSET = HEADER_SIZE + 3 * LOCK_NAME_SIZE
+BODY_FORMAT = "<8s8hI257s257s4s"
+BODY_SIZE = 546
+SLOT_SIZE = 560
+LOCK_NAMES = (
+    ("header lock", "Global\\TamLogServiceFileHeaderMutex"),
+    ("read-wait event", "Global\\TamLogServiceReadWaitEvent"),
+    ("write-wait event", "Global\\TamLogServiceWriteWaitEvent"),
+)
+CAPACITY = 4
+
+assert struct.calcsize(HEADER_FORMAT) == HEADER_SIZE
+assert struct.calcsize(BODY_FORMAT) == BODY_SIZE
+
+
+def time_key(words):
+    """The 64-bit sort key of the first seven time stamp words; negative words wrap around."""
+    year, month, day, hour, minute, second, millisecond = words[:7]
+    key = ((((((year * 12 + month) * 31 + day) * 24 + hour) * 60 + minute) * 60 + second) * 1000 + millisecond)
+    return key % 2**64
+
+
+class Entry:
+    """One message of the pending list: the sender's 546 bytes, the key, and the number once it has one."""
+
+    def __init__(self, number, words, kind, source, text):
+        self.words = words
+        self.kind = kind
+        self.sequence = 0
+        self.key = time_key(words)
+        self.body = struct.pack(BODY_FORMAT, b"origin-%d" % number, *words, kind, source.encode("ascii"),
+                                text.encode("ascii"), b"end%d" % number)
+
+    def slot(self):
+        return struct.pack("<Q", self.sequence) + self.body + bytes(6)
+
+
+class Store:
+    """The writer's side of the document: pending list, flush, and the header that results."""
+
+    def __init__(self, capacity):
+        self.capacity = capacity
+        self.entries = []  # newest first
+        self.pending = 0
+        self.rewind = 0
+        self.slots = [bytes(SLOT_SIZE)] * capacity
+        self.read_count = 0
+        self.server_running = 1
+        self.message_count = 0
+        self.next_slot = 0
+        self.change_count = 2  # a new file: the reformat writes 1 and gives its write access back with a change
+        self.rewrite_count = 1
+        self.next_sequence = 0
+
+    def add(self, entry):
+        newer = 0
+        while newer < len(self.entries) and self.entries[newer].key > entry.key:
+            newer += 1
+        if newer > self.pending:
+            self.rewind += newer - self.pending
+            self.pending = newer
+        self.pending += 1
+        self.entries.insert(newer, entry)
+        del self.entries[self.capacity:]
+        self.pending = min(self.pending, len(self.entries))
+
+    def flush(self):
+        if self.pending == 0:
+            return
+        if self.pending >= self.capacity:
+            self.message_count = self.capacity
+            self.next_slot = 0
+            self.rewrite_count += 1
+            for index, entry in enumerate(self.entries):
+                self.slots[index] = entry.slot()
+        else:
+            if self.rewind > 0:
+                self.rewrite_count += 1
+            self.message_count -= self.rewind
+            self.next_slot = (self.next_slot - self.rewind) % self.capacity
+            for position in range(self.pending - 1, -1, -1):
+                entry = self.entries[position]
+                self.message_count = min(self.message_count + 1, self.capacity)
+                entry.sequence = self.next_sequence
+                self.next_sequence += 1
+                self.slots[self.next_slot] = entry.slot()
+                self.next_slot = (self.next_slot + 1) % self.capacity
+        self.pending = 0
+        self.rewind = 0
+        self.change_count += 1
+
+    def header(self):
+        return struct.pack(HEADER_FORMAT, self.read_count, self.server_running, self.message_count, self.capacity,
+                           self.next_slot, self.change_count, self.rewrite_count, self.next_sequence)
+
+    def image(self):
+        names = b"".join(name.encode("ascii").ljust(LOCK_NAME_SIZE, b"\0") for _, name in LOCK_NAMES)
+        return self.header() + names + b"".join(self.slots)
+
+
+def at(minute, second, millisecond):
+    return (2026, 11, 21, 8, minute, second, millisecond, 0)
+
+
+FIRST_FLUSH = (
+    (1, at(0, 0, 0), 0, "Camera", "Camera ready"),
+    (2, at(0, 0, 250), 1, "Stage", "Homing"),
+    (3, at(0, 1, 0), 0, "Camera", "Exposure 12 ms"),
+)
+SECOND_FLUSH = (
+    (4, at(0, 1, 500), 2, "Laser", "Interlock open"),
+    (5, at(0, 2, 125), 3, "Stage", "Axis Z stalled"),
+)
+LATE_FLUSH = ((6, at(0, 1, 200), 0, "Laser", "Warm"),)
+BURST_FLUSH = tuple((number, at(0, number, 0), 0, "Stage", "Step %d" % number) for number in (6, 7, 8, 9))
+STATES = {
+    "five": (FIRST_FLUSH, SECOND_FLUSH),
+    "late": (FIRST_FLUSH, SECOND_FLUSH, LATE_FLUSH),
+    "burst": (FIRST_FLUSH, SECOND_FLUSH, BURST_FLUSH),
+}
+
+
+RECORD_SIZE = 1028
+
+
+def record(code, body=b""):
+    return (struct.pack("<I", code) + body).ljust(RECORD_SIZE, b"\0")
+
+
+RECORDS = {
+    "submit": record(3, Entry(*SECOND_FLUSH[1]).body),
+    "done": record(11),
+    "get-settings": record(5),
+    "settings": record(14, struct.pack("<4I", 50000, 1000, 0x0B, 300)),
+}
+GROUPS = (frozenset(STATES), frozenset(RECORDS))
+
+
+def build(state):
+    if state in RECORDS:
+        return RECORDS[state]
+    store = Store(CAPACITY)
+    for messages in STATES[state]:
+        for message in messages:
+            store.add(Entry(*message))
+        store.flush()
+    return store.image()
+
+
+# What is printed is read back from the bytes, so a wrong offset shows in the text as well.
+
+def field_lines(image, offset, size, label):
+    """The bytes of one field, 16 a line; a tail of zero bytes longer than one line is given by its length."""
+    raw = image[offset:offset + size]
+    shown = raw
+    rest = 0
+    if size > 16:
+        used = len(raw.rstrip(b"\0"))
+        rest = size - used
+        shown = raw[:used]
+    lines = []
+    for start in range(0, len(shown), 16):
+        part = " ".join("%02X" % byte for byte in shown[start:start + 16])
+        lines.append("0x%04X  %-47s" % (offset + start, part))
+    if rest:
+        lines.append("0x%04X  %-47s" % (offset + size - rest, "00 x %d" % rest))
+    lines[0] += "  " + label
+    return [line.rstrip() for line in lines]
+
+
+def text_of(raw):
+    return raw.split(b"\0", 1)[0].decode("ascii")
+
+
+def print_header(image):
+    out = []
+    fields = ((0, 4, "readCount"), (4, 1, "serverRunning"), (5, 3, None), (8, 4, "messageCount"),
+              (12, 4, "maxMessages"), (16, 4, "nextSlot"), (20, 4, None), (24, 8, "changeCount"),
+              (32, 8, "rewriteCount"), (40, 8, "nextSequence"))
+    for offset, size, name in fields:
+        label = "(padding)"
+        if name:
+            label = "%s = %d" % (name, int.from_bytes(image[offset:offset + size], "little", signed=size == 4))
+        out += field_lines(image, offset, size, label)
+    return out
+
+
+def print_slot(image, index):
+    start = RING_OFFSET + index * SLOT_SIZE
+    raw = image[start:start + SLOT_SIZE]
+    sequence, = struct.unpack_from("<Q", raw, 0)
+    words = struct.unpack_from("<8h", raw, 16)
+    kind, = struct.unpack_from("<I", raw, 32)
+    out = ["slot %d at 240 + 560 x %d = %d" % (index, index, start)]
+    out += field_lines(image, start, 8, "sequence = %d" % sequence)
+    out += field_lines(image, start + 8, 8, "origin")
+    stamp = "%04d-%02d-%02d %02d:%02d:%02d.%03d" % words[:7]
+    out += field_lines(image, start + 16, 16, "timestamp = %s, spare %d" % (stamp, words[7]))
+    out += field_lines(image, start + 32, 4, "type = %d" % kind)
+    out += field_lines(image, start + 36, 257, "source = \"%s\"" % text_of(raw[36:293]))
+    out += field_lines(image, start + 293, 257, "text = \"%s\"" % text_of(raw[293:550]))
+    out += field_lines(image, start + 550, 4, "tail")
+    out += field_lines(image, start + 554, 6, "(padding)")
+    out.append("        time key = %d" % time_key(words))
+    return out
+
+
+def slot_summary(image, index):
+    start = RING_OFFSET + index * SLOT_SIZE
+    raw = image[start:start + SLOT_SIZE]
+    words = struct.unpack_from("<8h", raw, 16)
+    return "slot %d  sequence %d  %02d:%02d:%02d.%03d  key %d  %s: %s" % (
+        index, struct.unpack_from("<Q", raw, 0)[0], words[3], words[4], words[5], words[6], time_key(words),
+        text_of(raw[36:293]), text_of(raw[293:550]))
+
+
+def walk(image):
+    """The slots in ring order, from what the ring holds to be newest to what it holds to be oldest."""
+    count, capacity, next_slot = struct.unpack_from("<iii", image, 8)
+    return [(next_slot - i - 1) % capacity for i in range(count)]
+
+
+def record_fields(name):
+    """(offset, size, label) of the fields that the record's code defines, the code itself left out."""
+    image = RECORDS[name]
+    if name == "submit":
+        words = struct.unpack_from("<8h", image, 12)
+        stamp = "timestamp = %04d-%02d-%02d %02d:%02d:%02d.%03d, spare %d" % words
+        return [(4, 8, "origin"), (12, 16, stamp), (28, 4, "type = %d" % struct.unpack_from("<I", image, 28)),
+                (32, 257, "source = \"%s\"" % text_of(image[32:289])),
+                (289, 257, "text = \"%s\"" % text_of(image[289:546])), (546, 4, "tail")]
+    if name == "settings":
+        fields = ((4, "maxMessage"), (8, "devicePollRate"), (12, "typeFilter"), (16, "saveRate"))
+        return [(offset, 4, "%s = %d" % (label, struct.unpack_from("<I", image, offset)[0])) for offset, label in fields]
+    return []
+
+
+def describe_record(name):
+    image = RECORDS[name]
+    out = field_lines(image, 0, 4, "code = %d" % struct.unpack_from("<I", image, 0))
+    end = 4
+    for offset, size, label in record_fields(name):
+        assert offset == end
+        out += field_lines(image, offset, size, label)
+        end = offset + size
+    assert not any(image[end:])
+    rest = "0x%04X  %-47s  %s"
+    meaning = "not defined by this code: ignore" if name in ("done", "settings") else "not looked at"
+    return out + [rest % (end, "%d bytes" % (RECORD_SIZE - end), meaning)]
+
+
+def describe(state):
+    if state in RECORDS:
+        return describe_record(state)
+    image = build(state)
+    size_line = "%d bytes, CRC-32 %08X" % (len(image), zlib.crc32(image))
+    if state == "five":
+        out = print_header(image)
+        for index, (role, name) in enumerate(LOCK_NAMES):
+            out += field_lines(image, HEADER_SIZE + index * LOCK_NAME_SIZE, LOCK_NAME_SIZE,
+                               "lock name %d, %s = \"%s\"" % (index, role, name))
+        for index in range(CAPACITY):
+            out.append("")
+            out += print_slot(image, index)
+        out += ["", "ring order, newest to oldest:"]
+        out += ["  " + slot_summary(image, index) for index in walk(image)]
+        return out + [size_line]
+    out = print_header(image) + [""]
+    out += [slot_summary(image, index) for index in range(CAPACITY)]
+    out += ["", "ring order: slots " + ", ".join(str(index) for index in walk(image)), size_line]
+    return out
+
+
+def blocks_of(document):
+    """(name, first line, last line) of the contents of every marked block."""
+    found = []
+    name = None
+    first = 0
+    for number, line in enumerate(document):
+        if line.startswith("<!-- example-ring: ") and line.endswith(" -->"):
+            word = line[len("<!-- example-ring: "):-len(" -->")]
+            if word == "end":
+                if name is None:
+                    raise SystemExit("line %d ends a block that was not begun" % (number + 1))
+                found.append((name, first, number))
+                name = None
+            else:
+                if name is not None or word not in GROUPS[0] | GROUPS[1]:
+                    raise SystemExit("line %d begins no known block" % (number + 1))
+                name = word
+                first = number + 1
+    if name is not None:
+        raise SystemExit("the block %s has no end" % name)
+    return found
+
+
+def fenced(state):
+    return ["```text"] + describe(state) + ["```"]
+
+
+def read_lines(path):
+    with open(path, encoding="utf-8") as stream:
+        return stream.read().split("\n")
+
+
+def check(path):
+    document = read_lines(path)
+    blocks = blocks_of(document)
+    present = {name for name, _, _ in blocks}
+    wanted = [group for group in GROUPS if group & present] or GROUPS
+    missing = frozenset().union(*wanted) - present
+    wrong = 0
+    for name in sorted(missing):
+        print("%s: there is no block %s" % (path, name))
+        wrong += 1
+    for name, first, last in blocks:
+        expected = fenced(name)
+        actual = document[first:last]
+        if actual == expected:
+            continue
+        wrong += 1
+        for index in range(max(len(actual), len(expected))):
+            have = actual[index] if index < len(actual) else "(nothing)"
+            want = expected[index] if index < len(expected) else "(nothing)"
+            if have != want:
+                print("%s:%d: block %s\n  has   %s\n  wants %s" % (path, first + index + 1, name, have, want))
+                break
+    if wrong == 0:
+        print("%s: %d blocks agree" % (path, len(blocks)))
+    return 1 if wrong else 0
+
+
+def update(path):
+    document = read_lines(path)
+    for name, first, last in reversed(blocks_of(document)):
+        document[first:last] = fenced(name)
+    with open(path, "w", encoding="utf-8") as stream:
+        stream.write("\n".join(document))
+    return 0
+
+
+def main():
+    names = list(STATES) + list(RECORDS)
+    parser = argparse.ArgumentParser(description="The examples of docs/log_file_format.md and docs/pipe_protocol.md.")
+    parser.add_argument("--state", choices=names)
+    action = parser.add_mutually_exclusive_group()
+    action.add_argument("--check", metavar="FILE")
+    action.add_argument("--update", metavar="FILE")
+    action.add_argument("--write", metavar="FILE")
+    arguments = parser.parse_args()
+    if arguments.check:
+        return check(arguments.check)
+    if arguments.update:
+        return update(arguments.update)
+    if arguments.write:
+        with open(arguments.write, "wb") as stream:
+            stream.write(build(arguments.state or "five"))
+        return 0
+    for state in [arguments.state] if arguments.state else names:
+        print(state + ":")
+        print("\n".join(describe(state)) + "\n")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,71 @@
+#pragma once
+
+// The log file as it is mapped into this process, and the only place that touches its bytes. Every touch runs
+// under the fault guard: it is tried up to ten times while the system cannot bring in a page, then throws
+// ExceptionFileMapIO "Failed to access File Map View" (util/fault_guard.h). Every slot index is checked
+// against what is really mapped, because any process may write the header that it comes from.
+//
+// Without a lock: MessageFile keeps its view under viewLock.
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "store/log_file_format.h"
+#include "util/native_handle.h"
+
+class MappedView {
+ public:
+  MappedView() = default;
+  // Closes what is open; failures are ignored.
+  ~MappedView();
+  MappedView(const MappedView&) = delete;
+  MappedView& operator=(const MappedView&) = delete;
+
+  // Maps the whole of `file`, which is not empty and stays the caller's, under `name`. Nothing may be mapped
+  // yet. ExceptionWindows "Failed to open a file mapping, CreateFileMapping() failed", also when a reader
+  // keeps an older and smaller mapping of that name alive, and "Failed to map a file view, MapViewOfFile()
+  // failed".
+  void Map(TamLogUtil::NativeHandle file, const std::string& name,
+           TamLogUtil::SecurityAttributes* attributes);
+
+  // Nothing to do when nothing is mapped. Nothing is left open, whatever fails: ExceptionWindows "Failed to
+  // close file view, UnmapViewOfFile() failed", "Failed to close file view, CloseHandle() failed".
+  void Unmap();
+
+  bool IsMapped() const { return view != nullptr; }
+
+  // The operations below need a mapped view.
+
+  LogFileHeader ReadHeader() const;
+  void WriteHeader(const LogFileHeader& header);
+  LockNames ReadLockNames() const;
+  void WriteLockNames(const LockNames& names);
+
+  // Whether slot `index` lies in the mapping.
+  bool HasSlot(std::int64_t index) const { return index >= 0 && index < slotCount; }
+  // ExceptionBase "There is no such slot in the mapped log file".
+  LogMessage ReadSlot(std::int64_t index) const;
+  void WriteSlot(std::int64_t index, const LogMessage& message);
+
+  void SetReadCount(std::int32_t count);
+  // Adds `difference` to the count of readers and returns the result.
+  std::int32_t ChangeReadCount(std::int32_t difference);
+  void SetServerRunning(bool running);
+  // The end of a write access: `changeCount` goes up by `changes`, no readers are left.
+  void PublishChanges(std::uint64_t changes);
+
+  // Forces the first `bytes` bytes to the disk; false with the last error set when that fails.
+  bool FlushToDisk(std::uint64_t bytes) const;
+
+ private:
+  template <class Record>
+  Record Read(std::size_t offset) const;
+  template <class Record>
+  void Write(std::size_t offset, const Record& record);
+  std::size_t SlotOffset(std::int64_t index) const;
+
+  TamLogUtil::NativeHandle mapping = nullptr;
+  std::uint8_t* view = nullptr;
+  std::int64_t slotCount = 0;
+};

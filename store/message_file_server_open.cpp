@@ -1,0 +1,277 @@
+// The open side of MessageFileServer: open, verify, reformat, compact, resize, close, wait for the free file.
+//
+// MaxMessage is read once per open, together with the path: the configuration's lock may not be taken once a
+// write or read access is held, since a clear holds it while it waits for one.
+
+#include <cstring>
+#include <exception>
+#include <utility>
+
+#include "pipe/security_attributes.h"
+#include "store/integrity.h"
+#include "store/message_file_server.h"
+#include "store/ring.h"
+#include "store/with_context.h"
+#include "util/exceptions.h"
+#include "util/win32.h"
+
+using TamLogUtil::Mutex;
+using TamLogUtil::Timeout;
+using TamLogUtil::Exceptions::ExceptionWindows;
+
+namespace {
+
+constexpr char kCannotVerify[] = "Failed to verify log file integrity, some handles or pointers are invalid";
+constexpr char kCannotReformat[] = "Failed to reformat log file, some handles or pointers are invalid";
+constexpr char kCannotSetRunning[] =
+    "Failed to set server running flag to true in log file during OpenFile()";
+constexpr char kCannotInitialize[] = "Failed to get header and lock name copies in InitializeFile()";
+constexpr char kCannotRewrite[] = "Failed to rewrite a message during file compaction in InitializeFile()";
+constexpr char kCannotWriteBack[] =
+    "Failed to write modified header and lock names to the file in InitializeFile()";
+constexpr char kCannotClearRunning[] =
+    "Failed to set server running flag to false in log file during CloseFile()";
+
+// The mapped slots as the integrity check sees them.
+class MappedSlots final : public SlotSource {
+ public:
+  explicit MappedSlots(const MappedView& mappedView) : view(mappedView) {}
+
+  bool ReadSlot(std::int64_t index, LogMessage& message) override {
+    if (!view.HasSlot(index)) return false;
+    WithContext("Failed to read a message while verifying file integrity",
+                [&] { message = view.ReadSlot(index); });
+    return true;
+  }
+
+ private:
+  const MappedView& view;
+};
+
+void CopyLockName(char (&field)[kLockNameSize], const std::string& name) {
+  std::strncpy(field, name.c_str(), sizeof field);
+  field[sizeof field - 1] = '\0';
+}
+
+}  // namespace
+
+MessageFileServer::MessageFileServer(ServerConfiguration* serverConfiguration, Mutex* configurationLock)
+    : configuration(serverConfiguration), configLock(configurationLock), monitor(nullptr, 5000, 4000) {}
+
+MessageFileServer::Settings MessageFileServer::ReadSettings() {
+  const Mutex::Access access(configLock, Timeout::Infinite);
+  return {.logFile = configuration->logFile, .maxMessage = configuration->maxMessage};
+}
+
+void MessageFileServer::OpenFile(const std::string& mapName, const std::string& headerLockName,
+                                 const std::string& readWaitEventName,
+                                 const std::string& writeWaitEventName) {
+  const Settings settings = ReadSettings();
+  CloseFile(Timeout::Infinite);
+
+  // A flush or clear that comes in meanwhile waits until the file is whole.
+  const WriterTurn::Hold turn(writerTurn, Timeout::Infinite, nullptr);
+  EveryoneSecurity security(kEventAccess);
+  OpenFile(mapName, headerLockName, readWaitEventName, writeWaitEventName, security.GetSecurityAttributes());
+
+  std::uint32_t lowFileSize = 0;
+  const bool existed = OpenLogFile(settings.logFile, lowFileSize);
+  bool reformat = true;
+  if (existed && lowFileSize != 0) {
+    SetFileView();
+    reformat = !VerifyIntegrity();
+    if (!reformat) InitializeFile(settings.maxMessage);
+  }
+
+  // Only 32 bits of the file's size are looked at, so a file above 4 GB never compares equal: it is set to
+  // the size it has and checked a second time, which costs time and changes nothing.
+  if (lowFileSize != LogFileSize(settings.maxMessage)) {
+    CloseView();
+    ResizeFile(settings.maxMessage);
+    SetFileView();
+    // A compaction leaves the newest message in slot 0, so this check empties a file whose capacity changed,
+    // unless at most one message is left or all have the same time. Held by
+    // OpenFile.AChangedCapacityEmptiesAFileOfDifferentTimes.
+    if (!reformat) reformat = !VerifyIntegrity();
+  }
+  if (reformat) Reformat(settings.maxMessage);
+  SetServerRunning();
+}
+
+// Opens or creates the file; returns whether it existed.
+bool MessageFileServer::OpenLogFile(const std::string& path, std::uint32_t& lowFileSize) {
+  const HANDLE opened =
+      CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                  OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+  // Before anything else runs: a successful open tells by it whether the file existed.
+  const DWORD error = GetLastError();
+  if (opened == INVALID_HANDLE_VALUE) {
+    throw ExceptionWindows("Failed to open log file, CreateFile() failed", nullptr, error);
+  }
+  file.Take(opened);
+  LARGE_INTEGER size = {};
+  GetFileSizeEx(file.Get(), &size);
+  lowFileSize = size.LowPart;
+  return error == ERROR_ALREADY_EXISTS;
+}
+
+void MessageFileServer::SetFileView() {
+  CloseView();
+  EveryoneSecurity security(kFileMapAccess);
+  MapView(file.Get(), security.GetSecurityAttributes());
+  constexpr char kCannotReset[] = "Failed to reset the read count in SetFileView()";
+  UseView(PresentTicket(kCannotReset), kCannotReset,
+          [&](MappedView& view) { WithContext(kCannotReset, [&] { view.SetReadCount(0); }); });
+}
+
+bool MessageFileServer::VerifyIntegrity() {
+  PresentTicket(kCannotVerify);
+  const ReadAccess access(this);
+  return UseView(access.ticket, kCannotVerify, [](MappedView& view) {
+    const LogFileHeader header = WithContext("Failed to get a copy of the header in VerifyIntegrity()",
+                                             [&] { return view.ReadHeader(); });
+    MappedSlots slots(view);
+    return FirstBrokenRule(header, slots) == IntegrityRule::NoneBroken;
+  });
+}
+
+// changeCount is 2 in the end: 1 is written here, and the end of this write access counts the change.
+// Held by OpenFile.AReformatWritesChangeCountOneAndItsReleaseRaisesIt.
+void MessageFileServer::Reformat(std::uint32_t maxMessage) {
+  PresentTicket(kCannotReformat);
+  {
+    const WriteAccess access(this);
+    changed = true;
+    UseView(access.ticket, kCannotReformat, [](MappedView& view) {
+      WithContext("Failed to reformat the log file's header", [&] {
+        LogFileHeader header = view.ReadHeader();
+        ReformatRing(header);
+        view.WriteHeader(header);
+      });
+    });
+  }
+  InitializeFile(maxMessage);
+}
+
+void MessageFileServer::InitializeFile(std::uint32_t maxMessage) {
+  LogFileHeader header = {};
+  LockNames names = {};
+  {
+    const ReadAccess access(this);
+    UseView(access.ticket, kCannotInitialize, [&](MappedView& view) {
+      WithContext(kCannotInitialize, [&] {
+        header = view.ReadHeader();
+        names = view.ReadLockNames();
+      });
+    });
+  }
+
+  if (header.maxMessages != static_cast<std::int32_t>(maxMessage)) Compact(header, maxMessage);
+
+  CopyLockName(names.name[0], Names().headerLock);
+  CopyLockName(names.name[1], Names().readWait);
+  CopyLockName(names.name[2], Names().writeWait);
+  {
+    // The copy from above goes back as it is: the changeCount that the end of a compaction raised is taken
+    // back, and readCount is 1, as it was under this function's own read access, until the end of this write
+    // access. Held by OpenFile.TheHeaderCopyTakenBeforeACompactionIsWrittenBack.
+    const WriteAccess access(this);
+    UseView(access.ticket, kCannotWriteBack, [&](MappedView& view) {
+      WithContext(kCannotWriteBack, [&] {
+        view.WriteHeader(header);
+        view.WriteLockNames(names);
+      });
+    });
+  }
+  MessageList loaded;
+  LoadToList(loaded);
+  pending.Assign(std::move(loaded));
+}
+
+// Newest in slot 0, the reverse of the order in which the ring is read otherwise. A file of the right size
+// whose header names another capacity keeps that order until the next open (no second check follows without a
+// resize), and its list in memory is oldest first. Readers in the field live with it; do not turn it round.
+// Held by OpenFile.CompactionWithoutResizeLeavesTheReversedOrder.
+void MessageFileServer::Compact(LogFileHeader& header, std::uint32_t maxMessage) {
+  MessageList kept;
+  LoadToList(kept);
+  kept.Trim(maxMessage);
+  {
+    const WriteAccess access(this);
+    changed = true;
+    UseView(access.ticket, kCannotRewrite, [&](MappedView& view) {
+      std::int64_t slot = 0;
+      for (const MessageList::Entry& entry : kept) {
+        WithContext(kCannotRewrite, [&] { view.WriteSlot(slot++, entry.message); });
+      }
+    });
+  }
+  SetRingCapacity(header, maxMessage);
+}
+
+void MessageFileServer::ResizeFile(std::uint32_t maxMessage) {
+  LARGE_INTEGER size = {};
+  size.QuadPart = static_cast<LONGLONG>(LogFileSize(maxMessage));
+  if (SetFilePointerEx(file.Get(), size, nullptr, FILE_BEGIN) == 0) {
+    throw ExceptionWindows("Failed to resize file, SetFilePointerEx() failed in ResizeFile()");
+  }
+  if (SetEndOfFile(file.Get()) == 0) {
+    throw ExceptionWindows("Failed to resize file, SetEndOfFile() failed in ResizeFile()");
+  }
+}
+
+void MessageFileServer::SetServerRunning() {
+  UseView(PresentTicket(kCannotSetRunning), kCannotSetRunning,
+          [](MappedView& view) { WithContext(kCannotSetRunning, [&] { view.SetServerRunning(true); }); });
+}
+
+// The waits of other threads are ended only after write access was had or its time was over: they may still
+// be served while this one waits for the same readers. Without a limit (a file opened over an open one) a
+// reader that never leaves therefore keeps this waiting like every other writer.
+void MessageFileServer::CloseFile(Timeout& timeout) {
+  std::exception_ptr failure;
+  const auto attempt = [&failure](auto&& step) {
+    try {
+      step();
+    } catch (...) {
+      if (failure == nullptr) failure = std::current_exception();
+    }
+  };
+  if (IsOpen()) attempt([&] { MarkClosed(timeout, ReadSettings().maxMessage); });
+  attempt([&] { MessageFile::CloseFile(); });
+  file.Close();
+  if (failure != nullptr) std::rethrow_exception(failure);
+}
+
+void MessageFileServer::MarkClosed(Timeout& timeout, std::uint32_t maxMessage) {
+  const WriteAccess access(this, timeout);
+  UseView(access.ticket, kCannotClearRunning, [&](MappedView& view) {
+    WithContext(kCannotClearRunning, [&] { view.SetServerRunning(false); });
+    if (!view.FlushToDisk(LogFileSize(maxMessage))) {
+      throw ExceptionWindows(
+          "Failed to force log file changes to be saved to disk, FlushViewOfFile() failed in CloseFile()");
+    }
+  });
+}
+
+bool MessageFileServer::WaitUntilFree(Timeout& timeout) {
+  while (!timeout.Expired()) {
+    HANDLE opened = INVALID_HANDLE_VALUE;
+    DWORD error = ERROR_SUCCESS;
+    {
+      const Mutex::Access access(configLock, timeout);
+      opened = CreateFileA(configuration->logFile.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                           OPEN_EXISTING, 0, nullptr);
+      error = GetLastError();
+    }
+    if (opened != INVALID_HANDLE_VALUE) {
+      CloseHandle(opened);
+      return true;
+    }
+    if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) return true;
+    if (error != ERROR_SHARING_VIOLATION) {
+      throw ExceptionWindows("Failed to wait for log file to be free, CreateFile failed()", nullptr, error);
+    }
+  }
+  return false;
+}

@@ -1,0 +1,86 @@
+#pragma once
+
+// A log file in memory: a header and slots, as a target of flushes and a source of checks. Can be told to
+// fail.
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "messages.h"
+#include "store/integrity.h"
+#include "store/log_file_format.h"
+#include "store/pending_list.h"
+#include "store/ring.h"
+
+namespace StoreTest {
+
+class MemoryFile final : public FlushTarget, public SlotSource {
+ public:
+  explicit MemoryFile(std::int32_t capacity) : slots(static_cast<std::size_t>(capacity)) {
+    header.maxMessages = capacity;
+    ReformatRing(header);
+  }
+
+  void WriteSlot(std::int64_t index, const LogMessage& message) override {
+    CountDown();
+    slots.at(static_cast<std::size_t>(index)) = message;
+  }
+  void WriteHeader(const LogFileHeader& newHeader) override {
+    CountDown();
+    header = newHeader;
+  }
+  bool ReadSlot(std::int64_t index, LogMessage& message) override {
+    if (index < 0 || index >= static_cast<std::int64_t>(slots.size())) return false;
+    message = slots[static_cast<std::size_t>(index)];
+    return true;
+  }
+
+  // The nth write from now on throws, and those after it.
+  void FailAtWrite(int n) { writesLeft = n; }
+  void WorkAgain() { writesLeft = -1; }
+
+  void Flush(PendingList& list) {
+    LogFileHeader copy = header;
+    list.Flush(copy, *this);
+  }
+
+  // The texts of the valid messages, newest first as a reader walks the ring.
+  std::vector<std::string> Texts() const {
+    std::vector<std::string> texts;
+    for (const LogMessage& message : Messages()) texts.push_back(TextOf(message.body));
+    return texts;
+  }
+  std::vector<LogMessage> Messages() const {
+    std::vector<LogMessage> messages;
+    for (std::int32_t i = 0; i < header.messageCount; ++i) {
+      messages.push_back(slots.at(static_cast<std::size_t>(SlotFromNewest(header, i))));
+    }
+    return messages;
+  }
+  std::vector<std::uint64_t> Sequences() const {
+    std::vector<std::uint64_t> sequences;
+    for (const LogMessage& message : Messages()) sequences.push_back(message.sequence);
+    return sequences;
+  }
+  // The texts in the order of the slots, whether valid or not.
+  std::vector<std::string> Slots() const {
+    std::vector<std::string> texts;
+    for (const LogMessage& message : slots) texts.push_back(TextOf(message.body));
+    return texts;
+  }
+
+  LogFileHeader header = {};
+  std::vector<LogMessage> slots;
+
+ private:
+  void CountDown() {
+    if (writesLeft > 0) --writesLeft;
+    if (writesLeft == 0) throw std::runtime_error("told to fail");
+  }
+
+  int writesLeft = -1;
+};
+
+}  // namespace StoreTest

@@ -1,0 +1,111 @@
+#include "store/message_filter.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <iterator>
+#include <string>
+
+#include "messages.h"
+
+namespace StoreTest {
+namespace {
+
+class MessageFilter : public testing::Test {
+ protected:
+  MessageFilter() {
+    std::fill(std::begin(configuration.typeFilter), std::end(configuration.typeFilter), true);
+  }
+
+  bool KeepsFrom(const std::string& source) const {
+    return IsMessageKept(configuration, From(source, Message("text")));
+  }
+  bool KeepsType(std::uint32_t type) const {
+    return IsMessageKept(configuration, OfType(type, Message("text")));
+  }
+
+  ServerConfiguration configuration;
+};
+
+TEST_F(MessageFilter, KeepsEverythingWithoutFilters) {
+  EXPECT_TRUE(KeepsFrom("anything"));
+  EXPECT_TRUE(KeepsFrom(""));
+}
+
+TEST_F(MessageFilter, DropsTheTypesThatAreSwitchedOff) {
+  configuration.typeFilter[1] = false;
+  configuration.typeFilter[3] = false;
+  EXPECT_TRUE(KeepsType(0));
+  EXPECT_FALSE(KeepsType(1));
+  EXPECT_TRUE(KeepsType(2));
+  EXPECT_FALSE(KeepsType(3));
+}
+
+TEST_F(MessageFilter, DropsTypesThatHaveNoSwitch) {
+  EXPECT_FALSE(KeepsType(4));
+  EXPECT_FALSE(KeepsType(0xFFFFFFFFU));
+}
+
+TEST_F(MessageFilter, WithIncludeFiltersKeepsOnlyWhatMatchesOne) {
+  configuration.includeFilters = {"Driver", "Camera"};
+  EXPECT_TRUE(KeepsFrom("Driver"));
+  EXPECT_TRUE(KeepsFrom("Camera"));
+  EXPECT_FALSE(KeepsFrom("Scanner"));
+}
+
+TEST_F(MessageFilter, WithExcludeFiltersDropsWhatMatchesOne) {
+  configuration.excludeFilters = {"42", "Camera"};
+  EXPECT_FALSE(KeepsFrom("42"));
+  EXPECT_FALSE(KeepsFrom("Camera"));
+  EXPECT_TRUE(KeepsFrom("Scanner"));
+}
+
+TEST_F(MessageFilter, DoesNotConsultExcludeFiltersWhileThereAreIncludeFilters) {
+  configuration.includeFilters = {"Camera"};
+  configuration.excludeFilters = {"Camera"};
+  EXPECT_TRUE(KeepsFrom("Camera"));
+}
+
+TEST_F(MessageFilter, TheTypeSwitchComesBeforeAnIncludeFilter) {
+  configuration.includeFilters = {"source"};
+  configuration.typeFilter[2] = false;
+  EXPECT_FALSE(KeepsType(2));
+}
+
+TEST_F(MessageFilter, MatchesBeginningsInBothDirectionsAndInAnyLetterCase) {
+  configuration.includeFilters = {"Camera"};
+  EXPECT_TRUE(KeepsFrom("cam"));
+  EXPECT_TRUE(KeepsFrom("CAMERA2"));
+  EXPECT_FALSE(KeepsFrom("MyCamera"));
+  EXPECT_FALSE(KeepsFrom("Camp"));
+}
+
+TEST_F(MessageFilter, AnEmptySourceOrFilterMatchesEverything) {
+  configuration.includeFilters = {"Camera"};
+  EXPECT_TRUE(KeepsFrom(""));
+  configuration.includeFilters = {""};
+  EXPECT_TRUE(KeepsFrom("Scanner"));
+  configuration.includeFilters.clear();
+  configuration.excludeFilters = {""};
+  EXPECT_FALSE(KeepsFrom("Scanner"));
+}
+
+TEST_F(MessageFilter, ASourceWithoutAZeroEndsWithItsField) {
+  LogMessageBody body = From(std::string(kTextSize, 's'), Message("text"));
+  configuration.includeFilters = {std::string(kTextSize, 's')};
+  EXPECT_TRUE(IsMessageKept(configuration, body));
+  // The byte behind the field is the text's first: were it read, these two would tell.
+  CopyText(body.text, "more");
+  configuration.includeFilters = {std::string(kTextSize, 's') + "x"};
+  EXPECT_TRUE(IsMessageKept(configuration, body));
+  configuration.includeFilters = {std::string(kTextSize - 1, 's') + "x"};
+  EXPECT_FALSE(IsMessageKept(configuration, body));
+}
+
+TEST_F(MessageFilter, NeverLooksAtTheText) {
+  configuration.excludeFilters = {"secret"};
+  EXPECT_TRUE(IsMessageKept(configuration, From("Camera", Message("secret"))));
+}
+
+}  // namespace
+}  // namespace StoreTest
