@@ -118,7 +118,7 @@ class ServiceControl : public testing::Test {
     TakeReports();
     failReports = false;
   }
-  ~ServiceControl() override { Service::SetActiveInstance(nullptr); }
+  ~ServiceControl() noexcept override { Service::SetActiveInstance(nullptr); }
 
   void StartService() {
     Service::ServiceMain();

@@ -31,7 +31,7 @@ class ServiceRun : public testing::Test {
     manager = OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
     installed = OpenServiceA(manager, name.c_str(), SERVICE_ALL_ACCESS);
   }
-  ~ServiceRun() override {
+  ~ServiceRun() noexcept override {
     if (State() != SERVICE_STOPPED) Control(SERVICE_CONTROL_STOP);
     CloseServiceHandle(installed);
     CloseServiceHandle(manager);
