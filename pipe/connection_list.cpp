@@ -45,7 +45,7 @@ void ConnectionList::Leave(PipeServerHandleThread* connection) {
 
 bool ConnectionList::LeaveUnlessTakenOver(PipeServerHandleThread* connection) {
   const LeafLock::Guard guard(lock);
-  if (takenOver.count(connection) != 0) return false;
+  if (takenOver.contains(connection)) return false;
   connections.remove(connection);
   return true;
 }

@@ -13,7 +13,9 @@ class PipeServerMessageHandler {
   // ends there. An exception that leaves it makes the transport reply Failed and end the connection.
   virtual void HandleMessage(const PipeRequest& request, PipeReply& reply) = 0;
 
-  // The connection is over; called once, on its own thread, without any lock held.
+  // The connection is over; called once, on its own thread, without any lock held. Passing it to
+  // PipeServer::ReleaseConnection is the last thing to do here: with the connection off the list Join
+  // returns, and the handler may be destroyed.
   virtual void ConnectionEnded(PipeServerHandleThread* connection) = 0;
 
  protected:

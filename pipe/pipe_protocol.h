@@ -11,7 +11,7 @@
 
 #include "store/log_file_format.h"
 
-inline constexpr char kRequestPipeName[] = "\\\\.\\pipe\\TamLogServerPipe";
+inline constexpr char kRequestPipeName[] = R"(\\.\pipe\TamLogServerPipe)";
 inline constexpr char kReplyPipeSuffix[] = "Reply";
 
 enum class RequestCode : std::uint32_t {

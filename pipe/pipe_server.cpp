@@ -22,6 +22,15 @@ constexpr std::uint32_t kPipeBufferBytes = 4096;
 constexpr std::uint32_t kJoinStepMs = 250;
 constexpr std::uint32_t kDestructionWaitMs = 2000;
 
+template <class Action>
+void TryTo(const Action& action) {
+  try {
+    action();
+  } catch (const ExceptionBase&) {
+    // Left to the caller's next step.
+  }
+}
+
 }  // namespace
 
 PipeServer::PipeServer(const std::string& name)
@@ -31,19 +40,15 @@ PipeServer::PipeServer(const std::string& name)
       connections(std::make_shared<ConnectionList>()) {}
 
 PipeServer::~PipeServer() {
-  try {
-    PipeServer::Stop();
+  // Nobody is left to be told of a failure; what a step did not bring to an end, a later one does.
+  TryTo([this] { PipeServer::Stop(); });
+  TryTo([this] { connections->StopAll(); });
+  TryTo([this] {
     Timeout timeout(kDestructionWaitMs);
     PipeServer::Join(timeout);
-  } catch (const ExceptionBase&) {
-    // Nobody is left to tell; what still runs is ended by force.
-  }
-  try {
-    // A listener that still runs would use listenOverlap while it is destroyed.
-    Terminate(1);
-  } catch (const ExceptionBase&) {
-    // It has ended by itself already.
-  }
+  });
+  // A listener that still runs would use listenOverlap while it is destroyed.
+  TryTo([this] { Terminate(1); });
   connections->EndAll();
 }
 

@@ -37,7 +37,7 @@ struct Service::Status {
 
 Service::Service() : status(std::make_unique<Status>()) {}
 
-Service::~Service() = default;
+Service::~Service() noexcept(false) = default;
 
 void Service::OnStart() {}
 void Service::OnStop() {}

@@ -16,7 +16,8 @@ namespace TamLogUtil::Services {
 class Service {
  public:
   Service();
-  virtual ~Service();
+  // May throw: a subclass stops a service that still runs.
+  virtual ~Service() noexcept(false);
   Service(const Service&) = delete;
   Service& operator=(const Service&) = delete;
 

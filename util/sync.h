@@ -32,8 +32,9 @@ std::int32_t CheckedWaitForMultipleObjects(std::uint32_t count, const NativeHand
                                            std::uint32_t milliseconds);
 
 // Owns one handle. Holding none is shown by the invalid-handle value; a null handle is never stored. A handle
-// that cannot be duplicated leaves the owner empty without an error: callers look at IsValid. One thread at a
-// time.
+// that cannot be duplicated leaves the owner empty without an error: callers look at IsValid before they
+// wait, for the invalid-handle value means the process itself to the system, and a wait for it never ends.
+// One thread at a time.
 class AutoHandle {
  public:
   enum class From { Take, Copy };

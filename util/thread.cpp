@@ -1,7 +1,6 @@
 #include "util/thread.h"
 
 #include <exception>
-#include <optional>
 
 #include "util/diagnostic_log.h"
 #include "util/exceptions.h"
@@ -68,6 +67,8 @@ bool Thread::Join(Timeout& timeout) {
     // The time-out may have let us in while the thread cleans up. It clears the member before it closes the
     // handle, so a member that is unchanged proves that the duplicate is one of the thread.
     if (threadHandle != held) return true;
+    // The empty owner's value means the process itself to the system: a wait for it would never end.
+    if (waited.IsInvalid()) throw ExceptionWindows("Failed to wait for Thread object in Join()");
   }
   const DWORD result = WaitForSingleObject(waited.Get(), timeout.Remaining());
   if (result == WAIT_FAILED) throw ExceptionWindows("Failed to wait for Thread object in Join()");
@@ -97,12 +98,12 @@ void Thread::Terminate(std::uint32_t exitCode) {
   Mutex::Access access(handleLock, Timeout::Infinite);
   const NativeHandle held = threadHandle.exchange(nullptr);
   if (held == nullptr) return;
-  std::optional<ExceptionWindows> failure;
-  if (TerminateThread(held, exitCode) == 0) {
-    failure.emplace("Failed to terminate thread, TerminateThread() did not succeed");
-  }
+  const bool ended = TerminateThread(held, exitCode) != 0;
+  const DWORD error = GetLastError();
   CloseHandle(held);
-  if (failure) throw *failure;
+  if (!ended) {
+    throw ExceptionWindows("Failed to terminate thread, TerminateThread() did not succeed", nullptr, error);
+  }
 }
 
 void Thread::CloseHeldHandle() {

@@ -15,7 +15,7 @@ namespace TamLogUtil {
 
 class TimerCallback {
  public:
-  virtual ~TimerCallback() = default;
+  virtual ~TimerCallback() noexcept(false) = default;
   // Called on the firing timer's own thread. An exception that leaves it ends the timer's thread.
   virtual void OnTimer(std::uint32_t timerId) = 0;
 };

@@ -10,7 +10,7 @@
 #include <type_traits>
 #include <vector>
 
-#include "log_file_fixture.h"
+#include "tests/store/log_file_fixture.h"
 #include "tests/support/diagnostic_log_capture.h"
 #include "tests/support/wait_until.h"
 #include "util/helpers.h"

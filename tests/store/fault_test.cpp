@@ -9,8 +9,8 @@
 #include <utility>
 #include <vector>
 
-#include "faults.h"
-#include "log_file_fixture.h"
+#include "tests/store/faults.h"
+#include "tests/store/log_file_fixture.h"
 #include "tests/support/diagnostic_log_capture.h"
 #include "util/win32.h"
 

@@ -1,4 +1,4 @@
-#include "faults.h"
+#include "tests/store/faults.h"
 
 #include <atomic>
 

@@ -20,11 +20,11 @@
 #include <thread>
 #include <vector>
 
-#include "messages.h"
 #include "store/log_file_format.h"
 #include "store/message_file_server.h"
 #include "store/server_configuration.h"
-#include "test_reader.h"
+#include "tests/store/messages.h"
+#include "tests/store/test_reader.h"
 #include "tests/support/files.h"
 #include "tests/support/temp_dir.h"
 #include "util/exceptions.h"

@@ -6,8 +6,8 @@
 #include <chrono>
 #include <thread>
 
-#include "log_file_fixture.h"
 #include "store/message_file_monitor.h"
+#include "tests/store/log_file_fixture.h"
 #include "tests/support/diagnostic_log_capture.h"
 #include "tests/support/wait_until.h"
 

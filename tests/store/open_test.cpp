@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "log_file_fixture.h"
+#include "tests/store/log_file_fixture.h"
 #include "tests/support/diagnostic_log_capture.h"
 #include "util/win32.h"
 

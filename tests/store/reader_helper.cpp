@@ -7,8 +7,8 @@
 
 #include <string>
 
-#include "messages.h"
-#include "test_reader.h"
+#include "tests/store/messages.h"
+#include "tests/store/test_reader.h"
 #include "util/win32.h"
 
 namespace {

@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "log_file_fixture.h"
+#include "tests/store/log_file_fixture.h"
 #include "tests/support/watchdog.h"
 
 namespace StoreTest {

@@ -1,4 +1,4 @@
-#include "test_reader.h"
+#include "tests/store/test_reader.h"
 
 #include <stdexcept>
 

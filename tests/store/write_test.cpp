@@ -5,7 +5,7 @@
 #include <string>
 #include <thread>
 
-#include "log_file_fixture.h"
+#include "tests/store/log_file_fixture.h"
 #include "tests/support/wait_until.h"
 
 namespace StoreTest {

@@ -1,0 +1,29 @@
+#pragma once
+
+// Owns a kernel handle. Move-only; null and INVALID_HANDLE_VALUE both mean "nothing".
+
+#include <utility>
+
+namespace TamLogClient {
+
+class Handle {
+ public:
+  Handle() = default;
+  explicit Handle(void* owned);
+  Handle(Handle&& other) noexcept : handle(std::exchange(other.handle, nullptr)) {}
+  Handle& operator=(Handle&& other) noexcept;
+  Handle(const Handle&) = delete;
+  Handle& operator=(const Handle&) = delete;
+  ~Handle() { Close(); }
+
+  void* Get() const { return handle; }
+  explicit operator bool() const { return handle != nullptr; }
+
+  // Keeps the calling thread's last error.
+  void Close();
+
+ private:
+  void* handle = nullptr;
+};
+
+}  // namespace TamLogClient

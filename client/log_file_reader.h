@@ -1,0 +1,22 @@
+#pragma once
+
+// Reads a copy of the log file with ordinary reads, on any operating system. Nothing is written or locked.
+
+#include <string>
+
+#include "client/log_snapshot.h"
+#include "client/status.h"
+
+namespace TamLogClient {
+
+struct LogFileContents {
+  Status status = Status::Ok;  // Damaged: `snapshot` holds what could be read all the same
+  std::string remark;          // for Damaged: what is wrong, one sentence without a full stop
+  LogSnapshot snapshot;
+};
+
+// Reads the whole file at `path` (UTF-8). NotFound, AccessDenied and SystemError leave the snapshot empty. A
+// file that is short, or whose header makes no sense, gives the messages that are there and Damaged.
+LogFileContents ReadLogFile(const std::string& path);
+
+}  // namespace TamLogClient

@@ -1,0 +1,272 @@
+#include "client/log_reader.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <string_view>
+
+#include "client/guarded_copy.h"
+#include "client/win32.h"
+
+namespace TamLogClient {
+
+namespace {
+
+constexpr DWORD kEventAccess = SYNCHRONIZE | EVENT_MODIFY_STATE;
+constexpr int kCopyAttempts = 10;
+constexpr std::uint32_t kInPageError = 0xC0000006U;
+// A reader inside has no other way out than the header lock. After this time its holder counts as dead.
+constexpr DWORD kLeaveMs = 30000;
+// The header lock is held for microseconds only: it is waited for so long even when the time-out is used up.
+constexpr DWORD kLockMs = 1000;
+
+Status StatusOfLastError() {
+  switch (GetLastError()) {
+    case ERROR_FILE_NOT_FOUND:
+    case ERROR_PATH_NOT_FOUND:
+      return Status::NotRunning;
+    case ERROR_ACCESS_DENIED:
+      return Status::AccessDenied;
+    default:
+      return Status::SystemError;
+  }
+}
+
+// An in-page error may pass; any other fault will not.
+bool Copy(void* to, const void* from, std::size_t bytes) {
+  for (int attempt = 0; attempt < kCopyAttempts; ++attempt) {
+    const std::uint32_t code = TamLogClientGuardedCopy(to, from, bytes);
+    if (code == 0) return true;
+    if (code != kInPageError) return false;
+  }
+  return false;
+}
+
+class Deadline {
+ public:
+  explicit Deadline(std::uint32_t milliseconds) : end(GetTickCount64() + milliseconds) {}
+  DWORD Remaining() const {
+    const ULONGLONG now = GetTickCount64();
+    return now < end ? static_cast<DWORD>(end - now) : 0;
+  }
+
+ private:
+  ULONGLONG end;
+};
+
+std::uint64_t Microseconds() {
+  LARGE_INTEGER count;
+  LARGE_INTEGER perSecond;
+  QueryPerformanceCounter(&count);
+  QueryPerformanceFrequency(&perSecond);
+  const auto ticks = static_cast<std::uint64_t>(count.QuadPart);
+  const auto rate = static_cast<std::uint64_t>(perSecond.QuadPart);
+  return ticks / rate * 1000000 + ticks % rate * 1000000 / rate;
+}
+
+// Messages were only appended since `known`, and fewer than the ring holds.
+bool OnlyAppended(const LogFileHeader& known, const LogFileHeader& now) {
+  return now.maxMessages == known.maxMessages && now.rewriteCount == known.rewriteCount &&
+         now.changeCount >= known.changeCount && now.nextSequence >= known.nextSequence &&
+         now.nextSequence - known.nextSequence < static_cast<std::uint64_t>(now.maxMessages);
+}
+
+bool Changed(const LogFileHeader& before, const LogFileHeader& after) {
+  return before.changeCount != after.changeCount || before.rewriteCount != after.rewriteCount ||
+         before.nextSequence != after.nextSequence || before.nextSlot != after.nextSlot ||
+         before.messageCount != after.messageCount || before.maxMessages != after.maxMessages;
+}
+
+}  // namespace
+
+Status LogReader::Open(const std::string& mapName) {
+  Close();
+  mapping = Handle(OpenFileMappingA(FILE_MAP_READ | FILE_MAP_WRITE, FALSE, mapName.c_str()));
+  if (!mapping) return StatusOfLastError();
+  Status status = MapViews();
+  LogFileHeader header{};
+  if (status == Status::Ok) status = Look(header);
+  if (status == Status::Ok) status = OpenEvents();
+  if (status != Status::Ok) Close();
+  return status;
+}
+
+Status LogReader::MapViews() {
+  headerView = static_cast<unsigned char*>(
+      MapViewOfFile(mapping.Get(), FILE_MAP_READ | FILE_MAP_WRITE, 0, 0, kSlotsOffset));
+  fileView = static_cast<const unsigned char*>(MapViewOfFile(mapping.Get(), FILE_MAP_READ, 0, 0, 0));
+  if (headerView == nullptr || fileView == nullptr) {
+    const Status status = StatusOfLastError();
+    return status == Status::AccessDenied ? status : Status::Damaged;
+  }
+  MEMORY_BASIC_INFORMATION information{};
+  if (VirtualQuery(fileView, &information, sizeof(information)) == 0) return Status::SystemError;
+  viewSize = information.RegionSize;
+  return viewSize >= kSlotsOffset ? Status::Ok : Status::Damaged;
+}
+
+Status LogReader::OpenEvents() {
+  LockNames names{};
+  if (!Copy(&names, fileView + kLockNamesOffset, sizeof(names))) return Status::InPage;
+  const std::array<Handle*, 3> events{&headerLock, &readWait, &writeWait};
+  for (std::size_t i = 0; i < events.size(); ++i) {
+    names.name[i][kLockNameSize - 1] = '\0';
+    if (names.name[i][0] == '\0') return Status::NotRunning;
+    *events[i] = Handle(OpenEventA(kEventAccess, FALSE, names.name[i]));
+    if (!*events[i]) return StatusOfLastError();
+  }
+  return Status::Ok;
+}
+
+void LogReader::Close() {
+  if (headerView != nullptr) UnmapViewOfFile(headerView);
+  if (fileView != nullptr) UnmapViewOfFile(fileView);
+  headerView = nullptr;
+  fileView = nullptr;
+  viewSize = 0;
+  mapping.Close();
+  headerLock.Close();
+  readWait.Close();
+  writeWait.Close();
+  lastFilled = nullptr;
+}
+
+std::size_t LogReader::SlotsInView() const {
+  return (viewSize - kSlotsOffset) / sizeof(LogMessage);
+}
+
+Status LogReader::CopyHeader(LogFileHeader& header) const {
+  return Copy(&header, fileView, sizeof(header)) ? Status::Ok : Status::InPage;
+}
+
+Status LogReader::Look(LogFileHeader& header) {
+  if (!IsOpen()) return Status::NotRunning;
+  const Status status = CopyHeader(header);
+  if (status == Status::Ok && header.serverRunning == 0) {
+    Close();
+    return Status::NotRunning;
+  }
+  return status;
+}
+
+bool LogReader::ChangeReadCount(std::int32_t step, std::int32_t& result) {
+  std::int32_t count = 0;
+  if (!Copy(&count, headerView, sizeof(count))) return false;
+  result = count + step;
+  return Copy(headerView, &result, sizeof(result));
+}
+
+Status LogReader::Enter(std::uint32_t timeoutMs) {
+  const Deadline deadline(timeoutMs);
+  for (;;) {
+    if (WaitForSingleObject(readWait.Get(), deadline.Remaining()) != WAIT_OBJECT_0) return Status::TimedOut;
+    if (WaitForSingleObject(headerLock.Get(), std::max(deadline.Remaining(), kLockMs)) != WAIT_OBJECT_0) {
+      return Status::Stuck;
+    }
+    if (WaitForSingleObject(readWait.Get(), 0) == WAIT_OBJECT_0) break;
+    SetEvent(headerLock.Get());  // a writer came in between
+  }
+  std::int32_t count = 0;
+  const bool counted = ChangeReadCount(1, count);
+  if (counted) ResetEvent(writeWait.Get());
+  SetEvent(headerLock.Get());
+  return counted ? Status::Ok : Status::InPage;
+}
+
+LogReader::Left LogReader::Leave() {
+  const bool locked = WaitForSingleObject(headerLock.Get(), kLeaveMs) == WAIT_OBJECT_0;
+  std::int32_t count = 0;
+  Left left = Left::Normally;
+  if (!ChangeReadCount(-1, count)) {
+    left = Left::Fault;
+  } else if (count < 0) {
+    // The writer passed this reader and set the count to 0. A count left below 0 would never come back to 0,
+    // and the next flush would wait for ever: so it is put right, and no reader is counted, which is what the
+    // write-wait event has to say.
+    ChangeReadCount(-count, count);
+    left = Left::UnderTheWriter;
+  }
+  if (left == Left::Fault || count == 0) SetEvent(writeWait.Get());
+  if (locked) SetEvent(headerLock.Get());
+  return left;
+}
+
+Status LogReader::Snapshot(LogSnapshot& snapshot, std::uint32_t timeoutMs) {
+  const Deadline deadline(timeoutMs);
+  do {
+    bool again = false;
+    const Status status = TrySnapshot(snapshot, deadline.Remaining(), again);
+    if (!again) return status;
+  } while (deadline.Remaining() > 0);
+  return Status::TimedOut;
+}
+
+// `again`: the copy cannot be trusted, but the next one may.
+Status LogReader::TrySnapshot(LogSnapshot& snapshot, std::uint32_t timeoutMs, bool& again) {
+  LogFileHeader seen{};
+  if (const Status status = Look(seen); status != Status::Ok) return status;
+  const auto capacity = static_cast<std::size_t>(std::max(seen.maxMessages, 0));
+  if (capacity == 0 || capacity > SlotsInView()) return Status::Damaged;
+  const bool sameSnapshot = lastFilled == &snapshot && snapshot.slots.size() == capacity;
+  lastFilled = nullptr;
+  snapshot.slots.resize(capacity);  // before read access: nothing is allocated inside
+  if (const Status status = Enter(timeoutMs); status != Status::Ok) return status;
+  const std::uint64_t entered = Microseconds();
+  const Status status = CopyInside(snapshot, sameSnapshot ? &lastHeader : nullptr, again);
+  const Left left = Leave();
+  lastHold = Microseconds() - entered;
+  if (left == Left::UnderTheWriter) ++passed;
+  if (status != Status::Ok || left == Left::Fault) {
+    again = false;
+    return Status::InPage;
+  }
+  again = again || left == Left::UnderTheWriter;
+  if (again) return Status::Ok;
+  if (snapshot.header.serverRunning == 0) {
+    Close();
+    return Status::NotRunning;
+  }
+  lastFilled = &snapshot;
+  lastHeader = snapshot.header;
+  return snapshot.HeaderIsSound() ? Status::Ok : Status::Damaged;
+}
+
+// Runs under read access. `again`: the capacity is not the one that the buffer was made for, or a writer that
+// passed this reader changed the header meanwhile.
+Status LogReader::CopyInside(LogSnapshot& snapshot, const LogFileHeader* known, bool& again) {
+  Status status = CopyHeader(snapshot.header);
+  if (status != Status::Ok) return status;
+  again = snapshot.header.maxMessages < 0 ||
+          static_cast<std::size_t>(snapshot.header.maxMessages) != snapshot.slots.size();
+  if (again) return Status::Ok;
+  status = CopySlots(snapshot, known);
+  LogFileHeader after{};
+  if (status == Status::Ok) status = CopyHeader(after);
+  again = status == Status::Ok && Changed(snapshot.header, after);
+  return status;
+}
+
+Status LogReader::CopySlots(LogSnapshot& snapshot, const LogFileHeader* known) {
+  const LogFileHeader& header = snapshot.header;
+  const std::int64_t capacity = header.maxMessages;
+  if (!snapshot.HeaderIsSound()) return CopyRange(snapshot, 0, capacity);
+  std::int64_t count = header.messageCount;
+  if (known != nullptr && OnlyAppended(*known, header)) {
+    count = std::min(count, static_cast<std::int64_t>(header.nextSequence - known->nextSequence));
+  }
+  const std::int64_t first = header.nextSlot - count;
+  Status status = Status::Ok;
+  if (first < 0) status = CopyRange(snapshot, first + capacity, capacity);
+  if (status == Status::Ok) status = CopyRange(snapshot, std::max<std::int64_t>(first, 0), header.nextSlot);
+  return status;
+}
+
+Status LogReader::CopyRange(LogSnapshot& snapshot, std::int64_t first, std::int64_t end) {
+  if (first >= end) return Status::Ok;
+  const auto slot = static_cast<std::size_t>(first);
+  const auto bytes = static_cast<std::size_t>(end - first) * sizeof(LogMessage);
+  const bool copied = Copy(&snapshot.slots[slot], fileView + kSlotsOffset + slot * sizeof(LogMessage), bytes);
+  return copied ? Status::Ok : Status::InPage;
+}
+
+}  // namespace TamLogClient

@@ -1,0 +1,80 @@
+#pragma once
+
+// The driver double seen from a program: loads and unloads the kernel driver (tamlog_driver.c) through the
+// service manager, hands it messages, makes it fail, and reads its counters. For development, demonstration
+// and tests.
+//
+// The driver's name at the service manager is "TAMLOG" and its device is "\\.\TAMLOG": one for the whole
+// machine (for a whole Wine prefix), so programs that load it must take turns.
+//
+// Threads: the static operations may be called from any thread; one DriverDouble belongs to one thread at a
+// time. Several objects, in several processes, may have the device open at once.
+
+#include <cstdint>
+#include <span>
+#include <stdexcept>
+#include <string>
+
+#include "driver/tamlog_driver_control.h"
+#include "store/log_file_format.h"
+
+// A system call failed. what() names the call, the subject, the error's number and the system's text for it.
+class DriverDoubleError : public std::runtime_error {
+ public:
+  DriverDoubleError(const std::string& doing, std::uint32_t errorCode);
+  std::uint32_t Code() const { return code; }  // the system's error code
+
+ private:
+  std::uint32_t code;
+};
+
+class DriverDouble {
+ public:
+  // "tamlog.sys" in the directory of the running executable, where the build puts it.
+  static std::string PathBesideExecutable();
+
+  // Registers the driver at `sysPath`, to be started on demand; a relative path is taken from the current
+  // directory. A registration that is there already is removed first, its driver unloaded. Throws
+  // DriverDoubleError.
+  static void Install(const std::string& sysPath);
+  // Loads the registered driver; does nothing when it is loaded. Throws DriverDoubleError.
+  static void Start();
+  // Unloads it, open handles or not; its messages are gone. Does nothing when it is not loaded or not
+  // registered.
+  static void Stop();
+  // Unloads it and takes the registration away. False: there was none.
+  static bool Remove();
+
+  // Opens the device. Throws DriverDoubleError; Code() is 2 when no driver is loaded.
+  DriverDouble();
+  ~DriverDouble();  // closes the device; the driver stays loaded, its messages stay
+  DriverDouble(const DriverDouble&) = delete;
+  DriverDouble& operator=(const DriverDouble&) = delete;
+
+  // Everything below throws DriverDoubleError when the driver refuses or is no longer loaded.
+
+  // Appends the messages in their order, all or none. None at all is no call.
+  void Put(std::span<const LogMessageBody> messages);
+  // Fetches the oldest message as the server does. False: the driver has none, or a failure is set.
+  bool Get(LogMessageBody& message);
+  // From now on every get fails with this NTSTATUS (0x80000000 and above), the server's as well; 0 ends it.
+  void SetFailure(std::uint32_t ntStatus);
+  TamLogDriverCounters Counters();
+  // Empties the queue, ends a failure, zeroes the counters except those of open handles.
+  void Reset();
+
+ private:
+  void Control(std::uint32_t code, std::span<const std::byte> input, std::span<std::byte> output,
+               const char* doing);
+
+  void* device;
+};
+
+// Installs and loads the driver double for the time the object lives, for tests.
+class LoadedDriverDouble {
+ public:
+  explicit LoadedDriverDouble(const std::string& sysPath = DriverDouble::PathBesideExecutable());
+  ~LoadedDriverDouble();  // unloads and removes; a failure to do so is left to the next Install
+  LoadedDriverDouble(const LoadedDriverDouble&) = delete;
+  LoadedDriverDouble& operator=(const LoadedDriverDouble&) = delete;
+};

@@ -1,0 +1,33 @@
+#!/usr/bin/env bash
+# Configures and builds one preset.
+set -euo pipefail
+
+usage() {
+  cat <<'TEXT'
+usage: scripts/build.sh [--configure-only] [PRESET [TARGET...]]
+
+Configures and builds a preset of CMakePresets.json (default: windows), all targets or those named. With
+--configure-only nothing is compiled. ccache is used where it is installed.
+TEXT
+}
+
+configure_only=no
+case ${1:-} in
+  -h | --help) usage; exit 0 ;;
+  --configure-only) configure_only=yes; shift ;;
+  -*) usage >&2; exit 2 ;;
+esac
+preset=${1:-windows}
+(($# == 0)) || shift
+cd "$(dirname "$0")/.."
+
+options=()
+if command -v ccache >/dev/null; then
+  options+=(-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+fi
+cmake --preset "$preset" "${options[@]}"
+[[ $configure_only == yes ]] && exit 0
+
+targets=()
+(($# == 0)) || targets=(--target "$@")
+cmake --build --preset "$preset" "${targets[@]}"

@@ -1,0 +1,276 @@
+#!/usr/bin/env python3
+"""Checks every include of the tree against the table of who may use whom.
+
+usage: scripts/check-rooms.py [--self-test] [ROOT]
+
+Prints `file:line: reason` for each include that breaks a rule and exits with 1. The rules:
+  - a file includes only rooms (folders) that its own room may use;
+  - windows.h comes in through util/win32.h only, and that is included by sources only, never by headers;
+  - rooms of the server and the client library use the standard library and the Windows API, nothing else;
+  - pure files (the PURE sections of the CMake files) and all they include need the standard library only.
+--self-test checks that the checker notices a known breach of each rule.
+"""
+
+import os
+import re
+import sys
+import tempfile
+
+# Who may use whom. A room may always use itself.
+MAY_USE = {
+    "records": set(),
+    "util": set(),
+    "security": {"util"},
+    "store": {"util", "security", "records"},
+    "pipe": {"util", "security", "records"},
+    "server": {"util", "security", "records", "store", "pipe"},
+    "client": {"records"},
+    "tamlogctl": {"client", "records"},
+    "driver": {"records"},
+    "tests": {"records", "util", "security", "store", "pipe", "server", "client", "tamlogctl", "driver"},
+    "fuzz": {"records", "util", "security", "store", "pipe", "server", "client", "tests"},
+    "bench": {"records", "util", "security", "store", "pipe", "server", "client", "driver", "tests"},
+}
+
+# Small rooms of their own inside a larger one's folder: they keep the graph free of circles.
+FILES_OF_SMALL_ROOMS = {
+    "store/log_file_format.h": "records",
+    "pipe/pipe_protocol.h": "records",
+    "pipe/security_attributes.h": "security",
+    "pipe/security_attributes.cpp": "security",
+    "pipe/access_list.h": "security",
+    "pipe/access_list.cpp": "security",
+}
+
+# The way windows.h comes in, for every room. The client library, which uses nothing of util, has one of its own.
+WIN32_HEADERS = ("util/win32.h", "client/win32.h")
+
+# Header files that must be pure although no CMake file names them.
+PURE_HEADERS = [
+    "store/log_file_format.h",
+    "store/server_configuration.h",
+    "pipe/pipe_protocol.h",
+    "util/thread_annotations.h",
+    "driver/tamlog_driver_control.h",
+]
+
+# The standard library is what is left: names without a dot or of the C library.
+C_HEADERS = {"stdint.h", "stddef.h", "string.h", "stdlib.h", "stdio.h"}
+# Headers of the system and of its C runtime that may be used beside windows.h.
+WINDOWS_HEADERS = {"aclapi.h", "accctrl.h", "sddl.h", "winioctl.h", "winsvc.h", "tlhelp32.h", "psapi.h", "winternl.h",
+                   "io.h", "fcntl.h", "eh.h", "excpt.h", "process.h", "shellapi.h", "synchapi.h"}
+# Headers of the build machine, for tests of pure files and the native tamlogctl.
+POSIX_HEADERS = {"unistd.h", "sys/stat.h", "sys/types.h"}
+# Third-party headers, and the rooms that may use them.
+THIRD_PARTY = {
+    "gtest/": {"tests"},
+    "CLI/": {"tamlogctl"},
+    "fmt/": {"tamlogctl"},
+    "nlohmann/": {"tamlogctl", "tests"},
+    "benchmark/": {"bench"},
+}
+KERNEL_DRIVER = "driver/tamlog_driver.c"  # built against the driver kit, not against windows.h
+DRIVER_KIT_HEADERS = {"ddk/wdm.h"}
+
+SOURCE_SUFFIXES = (".h", ".hpp", ".cpp", ".c")
+INCLUDE = re.compile(r'^\s*#\s*include\s*(["<])([^">]+)[">]')
+
+
+class Tree:
+    """The files of the rooms with their includes, and the breaches found in them."""
+
+    def __init__(self, root):
+        self.root = root
+        self.breaches = []
+        self.includes = {}  # file -> [(line, quoted, name)]
+        for room in sorted(MAY_USE):
+            for folder, _, names in os.walk(os.path.join(root, room)):
+                for name in sorted(names):
+                    if name.endswith(SOURCE_SUFFIXES):
+                        path = os.path.relpath(os.path.join(folder, name), root).replace(os.sep, "/")
+                        self.includes[path] = self.read_includes(path)
+
+    def read_includes(self, path):
+        found = []
+        with open(os.path.join(self.root, path), encoding="utf-8") as file:
+            for number, line in enumerate(file, 1):
+                match = INCLUDE.match(line)
+                if match:
+                    found.append((number, match.group(1) == '"', match.group(2)))
+        return found
+
+    def breach(self, path, line, reason):
+        self.breaches.append(f"{path}:{line}: {reason}")
+
+    def pure_sources(self):
+        """The sources in the PURE sections of every tamlog_room(...) call."""
+        for room in sorted(MAY_USE):
+            cmake = os.path.join(self.root, room, "CMakeLists.txt")
+            if not os.path.exists(cmake):
+                continue
+            with open(cmake, encoding="utf-8") as file:
+                text = re.sub(r"#.*", "", file.read())
+            for call in re.findall(r"tamlog_room\s*\(([^)]*)\)", text):
+                section = None
+                for word in call.split():
+                    if word in ("PURE", "WINDOWS", "USES", "LIBS"):
+                        section = word
+                    elif section == "PURE":
+                        yield f"{room}/{word}"
+
+
+def room_of(path):
+    return FILES_OF_SMALL_ROOMS.get(path, path.split("/")[0])
+
+
+def is_standard(name):
+    return "." not in name and "/" not in name or name in C_HEADERS
+
+
+def check_quoted(tree, path, line, name):
+    if name in WIN32_HEADERS and (name == WIN32_HEADERS[0] or name in tree.includes):
+        if path.endswith((".h", ".hpp")) and not path.startswith("tests/"):
+            tree.breach(path, line, f"headers do not include {name}")
+        if room_of(name) == "client" and room_of(path) not in ("client", "tamlogctl", "tests"):
+            tree.breach(path, line, f"{room_of(path)} takes {WIN32_HEADERS[0]}")
+        return
+    if name not in tree.includes:
+        tree.breach(path, line, f'there is no "{name}"; includes are relative to the root')
+        return
+    user, used = room_of(path), room_of(name)
+    if used != user and used not in MAY_USE[user]:
+        tree.breach(path, line, f"{user} may not use {used} ({name})")
+
+
+def check_angled(tree, path, line, name):
+    if is_standard(name):
+        return
+    if name == "windows.h":
+        if path not in WIN32_HEADERS:
+            tree.breach(path, line, f"windows.h comes in through {WIN32_HEADERS[0]} only")
+        return
+    if name in POSIX_HEADERS and (path.startswith("tests/") or path.endswith("_posix.cpp")):
+        return
+    if path == KERNEL_DRIVER and name in DRIVER_KIT_HEADERS:
+        return
+    if name in WINDOWS_HEADERS:
+        if path.endswith((".h", ".hpp")) and not path.startswith("tests/"):
+            tree.breach(path, line, f"headers do not include Windows headers ({name})")
+        return
+    for prefix, rooms in THIRD_PARTY.items():
+        if name.startswith(prefix):
+            if path.split("/")[0] not in rooms:
+                tree.breach(path, line, f"{room_of(path)} may not use the library of <{name}>")
+            return
+    tree.breach(path, line, f"<{name}> is neither of the standard library nor a known Windows header")
+
+
+def check_pure(tree, path, checked, reason):
+    """Follows what a pure file includes; `reason` says which pure file asks for it."""
+    if path in checked or path not in tree.includes:
+        return
+    checked.add(path)
+    for line, quoted, name in tree.includes[path]:
+        if not quoted:
+            if not is_standard(name):
+                tree.breach(path, line, f"<{name}> in {reason}")
+        elif name in WIN32_HEADERS:
+            tree.breach(path, line, f"{name} in {reason}")
+        else:
+            check_pure(tree, name, checked, reason)
+
+
+def check(root):
+    tree = Tree(root)
+    for path, includes in tree.includes.items():
+        for line, quoted, name in includes:
+            (check_quoted if quoted else check_angled)(tree, path, line, name)
+    checked = set()
+    pure = list(tree.pure_sources()) + [header for header in PURE_HEADERS if header in tree.includes]
+    for path in pure:
+        if path not in tree.includes:
+            tree.breach(path, 1, "named as a pure file, but not there")
+        check_pure(tree, path, checked, f"a pure file (asked for by {path})")
+    return tree.breaches, len(tree.includes), len(pure)
+
+
+# The self-test: a small tree without fault, and for each rule the line that breaks it.
+GOOD_TREE = {
+    "util/win32.h": "#include <windows.h>\n",
+    "util/helpers.h": "#include <string>\n",
+    "util/helpers.cpp": '#include "util/helpers.h"\n#include <algorithm>\n',
+    "util/sync.h": "#include <cstdint>\n",
+    "util/sync.cpp": '#include "util/sync.h"\n#include "util/win32.h"\n#include <aclapi.h>\n',
+    "util/CMakeLists.txt": "tamlog_room(util\n  PURE helpers.cpp # pure\n  WINDOWS sync.cpp\n  LIBS advapi32)\n",
+    "store/log_file_format.h": "#include <cstdint>\n",
+    "store/store.cpp": '#include "store/log_file_format.h"\n#include "pipe/security_attributes.h"\n',
+    "pipe/pipe_protocol.h": '#include "store/log_file_format.h"\n',
+    "pipe/pipe_server.h": "#include <list>\n",
+    "pipe/security_attributes.h": '#include "util/sync.h"\n',
+    "client/reader.cpp": '#include "store/log_file_format.h"\n#include "util/win32.h"\n',
+    "tamlogctl/main.cpp": "#include <CLI/CLI.hpp>\n",
+    "tests/util/sync_test.cpp": '#include <gtest/gtest.h>\n#include "util/sync.h"\n#include "util/win32.h"\n',
+}
+BREACHES = [
+    ("util/sync.cpp", '#include "store/log_file_format.h"', "util may not use records"),
+    ("store/store.cpp", '#include "pipe/pipe_server.h"', "store may not use pipe"),
+    ("pipe/security_attributes.h", '#include "store/store.h"', 'there is no "store/store.h"'),
+    ("pipe/security_attributes.h", '#include "pipe/pipe_server.h"', "security may not use pipe"),
+    ("client/reader.cpp", '#include "util/sync.h"', "client may not use util"),
+    ("tamlogctl/main.cpp", '#  include "util/sync.h"', "tamlogctl may not use util"),
+    ("util/sync.cpp", "#include <windows.h>", "windows.h comes in through util/win32.h only"),
+    ("util/sync.h", '#include "util/win32.h"', "headers do not include util/win32.h"),
+    ("util/sync.h", "#include <aclapi.h>", "headers do not include Windows headers"),
+    ("store/store.cpp", "#include <unistd.h>", "neither of the standard library"),
+    ("store/store.cpp", "#include <fmt/format.h>", "store may not use the library"),
+    ("store/store.cpp", "#include <boost/any.hpp>", "neither of the standard library"),
+    ("util/helpers.cpp", '#include "util/win32.h"', "in a pure file"),
+    ("util/helpers.cpp", "#include <io.h>", "in a pure file"),
+    ("util/helpers.h", "#include <io.h>", "in a pure file"),
+    ("store/log_file_format.h", "#include <io.h>", "in a pure file"),
+]
+
+
+def check_copy(changes):
+    with tempfile.TemporaryDirectory() as root:
+        for path, text in {**GOOD_TREE, **changes}.items():
+            full = os.path.join(root, path)
+            os.makedirs(os.path.dirname(full), exist_ok=True)
+            with open(full, "w", encoding="utf-8") as file:
+                file.write(text)
+        return check(root)[0]
+
+
+def self_test():
+    failures = [f"the good tree: {breach}" for breach in check_copy({})]
+    for path, line, reason in BREACHES:
+        number = GOOD_TREE[path].count("\n") + 1
+        breaches = check_copy({path: GOOD_TREE[path] + line + "\n"})
+        if not any(b.startswith(f"{path}:{number}: ") and reason in b for b in breaches):
+            failures.append(f"{line} in {path} was not noticed: {breaches}")
+    missing = check_copy({"util/CMakeLists.txt": "tamlog_room(util PURE gone.cpp)\n"})
+    if not any("not there" in breach for breach in missing):
+        failures.append("a missing pure file was not noticed")
+    print("\n".join(failures) if failures else f"self-test: {len(BREACHES) + 1} breaches noticed")
+    return 1 if failures else 0
+
+
+def main(arguments):
+    if "-h" in arguments or "--help" in arguments:
+        print(__doc__)
+        return 0
+    if arguments[:1] == ["--self-test"]:
+        return self_test()
+    if len(arguments) > 1 or (arguments and arguments[0].startswith("-")):
+        print(__doc__, file=sys.stderr)
+        return 2
+    root = arguments[0] if arguments else os.path.join(os.path.dirname(os.path.abspath(__file__)), "..")
+    breaches, files, pure = check(root)
+    for breach in breaches:
+        print(breach)
+    print(f"rooms: {files} files, {pure} pure, {len(breaches)} breaches")
+    return 1 if breaches else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))

@@ -1,0 +1,177 @@
+#include "server/server_service.h"
+
+#include <exception>
+#include <string>
+
+#include "server/configuration.h"
+#include "server/driver_device.h"
+#include "util/diagnostic_log.h"
+#include "util/exceptions.h"
+#include "util/win32.h"
+
+using TamLogUtil::Mutex;
+using TamLogUtil::Timeout;
+using TamLogUtil::Exceptions::ExceptionBase;
+using TamLogUtil::Exceptions::ExceptionWindows;
+
+namespace {
+
+constexpr std::uint32_t kFlushPeriod = 200;  // milliseconds, whatever the registry holds
+
+// A stop gives the sequence before it this long; more than a stop takes when all its waits run out.
+constexpr std::uint32_t kTurnLimit = 2 * ServerService::kStopDeadline;
+
+// How long the destructor waits for a restart thread: a stop, and a start behind it.
+constexpr std::uint32_t kRestartThreadLimit = 20000;
+
+}  // namespace
+
+ServerService::ServerService()
+    : pipeServer(kRequestPipeName),
+      driverPollTimer(kDriverPollTimer, "Driver Poll"),
+      writeToDiskTimer(kWriteToDiskTimer, "Write To Disk"),
+      flushWritesTimer(kFlushWritesTimer, "Flush Writes"),
+      messageFile(&configuration, &configLock),
+      driverHandle(INVALID_HANDLE_VALUE) {}
+
+ServerService::~ServerService() noexcept(false) {
+  std::exception_ptr foreign;
+  try {
+    lifecycle.WantStopped();
+    lifecycle.WaitForRestarts(kRestartThreadLimit);
+    if (!stopped) ServerService::OnStop();
+  } catch (const ExceptionBase& exception) {
+    TamLogUtil::WriteLog("Exception thrown in service destructor : " + exception.Compose("\n"));
+  } catch (...) {
+    foreign = std::current_exception();
+  }
+  EndLeftoverThreads();
+  CloseDriver();
+  if (foreign) std::rethrow_exception(foreign);
+}
+
+void ServerService::OnStart() {
+  const Lifecycle::Turn turn(lifecycle, Timeout::kForever);
+  lifecycle.WantRunning();
+  StartSequence();
+}
+
+void ServerService::OnStop() {
+  lifecycle.WantStopped();
+  const Lifecycle::Turn turn(lifecycle, kTurnLimit);
+  StopSequence();
+}
+
+void ServerService::Restart(const Lifecycle::RestartTicket& ticket) {
+  const Lifecycle::Turn turn(lifecycle, Timeout::kForever);
+  if (ticket.CalledOff()) return;
+  StopSequence();
+  if (ticket.CalledOff()) return;
+  StartSequence();
+}
+
+void ServerService::StartSequence() {
+  OpenDriver();
+  AwaitFormerTicks();
+  const Mutex::Access access(messageLock, Timeout::Infinite);
+  pipeServer.SetMessageHandler(this);
+  // At every start: a timer's Stop forgets its callback.
+  writeToDiskTimer.SetCallback(this);
+  driverPollTimer.SetCallback(this);
+  flushWritesTimer.SetCallback(this);
+  Load();
+  messageFile.OpenFile(kFileMapName, kHeaderLockName, kReadWaitEventName, kWriteWaitEventName);
+  pipeServer.Start();
+  driverPollTimer.Start();
+  writeToDiskTimer.SetPeriod(SavePeriod());
+  writeToDiskTimer.Start();
+  flushWritesTimer.SetPeriod(kFlushPeriod);
+  flushWritesTimer.Start();
+  restarting = false;
+  stopped = false;
+}
+
+// From the top down: first the producers of work, then the file, the driver last. The file is moved only when
+// nothing in this process has it open.
+void ServerService::StopSequence() {
+  Timeout deadline(kStopDeadline);
+  RegistryKey mainKey(kConfigurationKey);
+  const std::string currentPath = ReadLogFilePath(mainKey);
+  Save();  // from here on the registry holds the path asked for over the pipe
+  flushWritesTimer.Stop();
+  writeToDiskTimer.Stop();
+  pipeServer.Stop();
+  driverPollTimer.Stop();
+  flushWritesTimer.Join(deadline);
+  driverPollTimer.Join(deadline);
+  pipeServer.Join(deadline);
+  messageFile.CloseFile(deadline);
+  // Looks at the path asked for: when it is a new one there is no file yet and the wait ends at once,
+  // although readers may still hold the old file during the move below.
+  messageFile.WaitUntilFree(deadline);
+
+  const Mutex::Access access(configLock, Timeout::Infinite);
+  if (currentPath != configuration.logFile) {
+    // A failed move is silent: the next start opens or creates the file at the new path.
+    MoveFileA(currentPath.c_str(), configuration.logFile.c_str());
+  }
+  // Under configLock, which a tick of this timer takes before anything else: a tick that comes just now waits
+  // here until the deadline is over, and no longer.
+  writeToDiskTimer.Join(deadline);
+  CloseDriver();
+  stopped = true;
+}
+
+// A stop that ran out of time may have left ticks behind. They are waited for before messageLock is taken:
+// one of them may be about to take it, and a timer's Start, which waits for the old thread too, would never
+// return. A late tick that forces the file to the disk would also count as a foreign reader when the file is
+// checked.
+void ServerService::AwaitFormerTicks() {
+  for (TamLogUtil::Timer* timer : {&flushWritesTimer, &writeToDiskTimer, &driverPollTimer}) {
+    if (timer->IsStopRequested()) timer->Join(Timeout::Infinite);
+  }
+}
+
+// Before any lock is taken, so that a missing driver leaves everything as it was.
+void ServerService::OpenDriver() {
+  if (driverHandle != INVALID_HANDLE_VALUE) return;
+  void* const device = CreateFileA(kDriverDevicePath, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_WRITE, nullptr,
+                                   OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (device == INVALID_HANDLE_VALUE) {
+    throw ExceptionWindows("Failed to get access to the Tamlog device driver, CreateFile() failed.");
+  }
+  driverHandle = device;
+}
+
+void ServerService::CloseDriver() {
+  void* const device = driverHandle.exchange(INVALID_HANDLE_VALUE);
+  if (device != INVALID_HANDLE_VALUE) CloseHandle(device);
+}
+
+// Milliseconds, in 32 bits: the product wraps from 4,294,968 seconds on.
+std::uint32_t ServerService::SavePeriod() {
+  const Mutex::Access access(configLock, Timeout::Infinite);
+  return configuration.saveRate * 1000U;
+}
+
+// A start that failed half-way, or a stop that ran out of time or threw, leaves threads that use members
+// which are destroyed before the threads' own objects. Without such threads this does nothing.
+void ServerService::EndLeftoverThreads() {
+  try {
+    flushWritesTimer.Stop();
+    writeToDiskTimer.Stop();
+    driverPollTimer.Stop();
+    pipeServer.Stop();
+    Timeout deadline(kStopDeadline);
+    flushWritesTimer.Join(deadline);
+    writeToDiskTimer.Join(deadline);
+    driverPollTimer.Join(deadline);
+    pipeServer.Join(deadline);
+  } catch (const ExceptionBase&) {
+    // The members' own destructors end what is left.
+  }
+}
+
+void ServerService::ConnectionEnded(PipeServerHandleThread* connection) {
+  pipeServer.ReleaseConnection(connection);
+}

@@ -1,0 +1,47 @@
+#pragma once
+
+// The program's surroundings: its streams, its interruption by Ctrl-C, its clock. One implementation per
+// operating system.
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "client/time_text.h"
+
+namespace TamLogCtl {
+
+bool StdoutIsTerminal();
+bool StdinIsTerminal();
+
+// Makes a terminal obey colours; false when it cannot.
+bool EnableColors();
+
+// Writes all of it at once; UTF-8, line ends as they are. False once standard output has failed.
+bool WriteOut(std::string_view text);
+
+// Writes one line to stderr, with the program's name in front.
+void Say(std::string_view line);
+
+// Standard input line by line, without line ends. False at its end.
+bool ReadLine(std::string& line);
+
+// From now on Ctrl-C only sets a flag, so that what is held can be given back; a second one ends the program.
+void DeferInterrupts();
+bool Interrupted();
+
+// Returns early, with false, when interrupted.
+bool SleepFor(std::uint32_t milliseconds);
+
+// Milliseconds since some moment in the past; never goes back.
+std::uint64_t Ticks();
+
+// The local time.
+TamLogClient::TimeWords Now();
+
+std::uint32_t ProcessId();
+
+// An environment variable that is set to something.
+bool EnvironmentHas(const char* name);
+
+}  // namespace TamLogCtl

@@ -1,0 +1,108 @@
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <ctime>
+#include <iostream>
+
+#include "tamlogctl/console.h"
+
+namespace TamLogCtl {
+
+namespace {
+
+volatile std::sig_atomic_t interrupted = 0;
+
+void OnInterrupt(int /*signal*/) {
+  interrupted = 1;
+  std::signal(SIGINT, SIG_DFL);
+}
+
+bool Write(int file, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t written = write(file, text.data(), text.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return false;
+    text.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return true;
+}
+
+}  // namespace
+
+bool StdoutIsTerminal() {
+  return isatty(STDOUT_FILENO) != 0;
+}
+
+bool StdinIsTerminal() {
+  return isatty(STDIN_FILENO) != 0;
+}
+
+bool EnableColors() {
+  return StdoutIsTerminal();
+}
+
+bool WriteOut(std::string_view text) {
+  // A reader that went away is told by the failing write, not by a signal.
+  static const auto ignored = std::signal(SIGPIPE, SIG_IGN);
+  return ignored != SIG_ERR && Write(STDOUT_FILENO, text);
+}
+
+void Say(std::string_view line) {
+  std::string whole = "tamlogctl: ";
+  whole.append(line).append("\n");
+  Write(STDERR_FILENO, whole);
+}
+
+bool ReadLine(std::string& line) {
+  if (!std::getline(std::cin, line)) return false;
+  if (!line.empty() && line.back() == '\r') line.pop_back();
+  return true;
+}
+
+void DeferInterrupts() {
+  std::signal(SIGINT, OnInterrupt);
+}
+
+bool Interrupted() {
+  return interrupted != 0;
+}
+
+bool SleepFor(std::uint32_t milliseconds) {
+  constexpr std::uint64_t kStep = 50;
+  const std::uint64_t end = Ticks() + milliseconds;
+  while (!Interrupted() && Ticks() < end) {
+    usleep(static_cast<useconds_t>(std::min(kStep, end - Ticks()) * 1000));
+  }
+  return !Interrupted();
+}
+
+std::uint64_t Ticks() {
+  const auto now = std::chrono::steady_clock::now().time_since_epoch();
+  return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
+}
+
+TamLogClient::TimeWords Now() {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  tm local{};
+  localtime_r(&now.tv_sec, &local);
+  const auto word = [](long value) { return static_cast<std::int16_t>(value); };
+  return {
+      word(local.tm_year + 1900), word(local.tm_mon + 1), word(local.tm_mday),         word(local.tm_hour),
+      word(local.tm_min),         word(local.tm_sec),     word(now.tv_nsec / 1000000), 0};
+}
+
+std::uint32_t ProcessId() {
+  return static_cast<std::uint32_t>(getpid());
+}
+
+bool EnvironmentHas(const char* name) {
+  const char* const value = std::getenv(name);
+  return value != nullptr && *value != '\0';
+}
+
+}  // namespace TamLogCtl

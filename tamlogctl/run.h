@@ -1,0 +1,11 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace TamLogCtl {
+
+// The whole program: arguments in UTF-8, without the program's name. Returns the exit code.
+int Run(std::vector<std::string> arguments);
+
+}  // namespace TamLogCtl

@@ -1,0 +1,202 @@
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "client/log_client.h"
+#include "client/log_message_view.h"
+#include "client/log_reader.h"
+#include "client/time_text.h"
+#include "client/tsv_text.h"
+#include "client/utf8.h"
+#include "tamlogctl/console.h"
+#include "tamlogctl/exit_code.h"
+#include "tamlogctl/verbs.h"
+
+namespace TamLogCtl {
+
+namespace {
+
+using TamLogClient::LogClient;
+using TamLogClient::LogMessageView;
+using TamLogClient::MessageDraft;
+using TamLogClient::Status;
+
+constexpr std::size_t kMostText = kTextSize - 1;
+constexpr std::string_view kCutMark = "...";  // where --split cut a text
+
+class Sender {
+ public:
+  explicit Sender(const Options& chosen)
+      : options(chosen.send), timeoutMs(chosen.timeoutMs), client({kRequestPipeName, chosen.timeoutMs}) {}
+
+  int Run();
+
+ private:
+  int SendOne();
+  int SendLines(const std::function<bool(std::string&)>& next);
+  int SendLine(const std::string& line, const std::string& where);
+  int SendDraft(const MessageDraft& draft, const std::string& where);
+  int SendPieces(const MessageDraft& draft, const std::string& where);
+  int Submit(const MessageDraft& draft, std::string_view text, const std::string& where);
+  int Confirm(const LogMessageBody& message);
+  std::optional<MessageDraft> DraftOf(const std::string& line, std::string& problem);
+
+  const SendOptions& options;
+  std::uint32_t timeoutMs;
+  LogClient client;
+  std::optional<TamLogClient::TimeWords> time;
+  std::uint32_t sent = 0;
+};
+
+int Sender::Run() {
+  if (!options.time.empty()) {
+    time = TamLogClient::ParseTime(options.time);
+    if (!time) {
+      Say("--time '" + options.time + "': expected YYYY-MM-DD HH:MM:SS.mmm");
+      return kUsage;
+    }
+  }
+  if (options.hasArgument && options.input.empty()) return SendLine(options.argument, "");
+  if (!options.hasArgument) {
+    if (StdinIsTerminal()) Say("reading messages, one a line, until the end of input");
+    return SendLines(ReadLine);
+  }
+  const std::filesystem::path path(std::u8string(options.argument.begin(), options.argument.end()));
+  std::ifstream file(path, std::ios::binary);
+  if (!file) {
+    Say(options.argument + ": cannot be read");
+    return kNotThere;
+  }
+  return SendLines([&file](std::string& line) {
+    if (!std::getline(file, line)) return false;
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    return true;
+  });
+}
+
+int Sender::SendLines(const std::function<bool(std::string&)>& next) {
+  std::string line;
+  for (std::uint64_t number = 1; next(line); ++number) {
+    const int exitCode = SendLine(line, "line " + std::to_string(number) + ": ");
+    if (exitCode == kDone) continue;
+    Say(std::to_string(sent) + " messages were sent before it");
+    return exitCode;
+  }
+  return kDone;
+}
+
+std::optional<MessageDraft> Sender::DraftOf(const std::string& line, std::string& problem) {
+  if (options.input == "tsv") return TamLogClient::ParseTsvLine(line, problem);
+  MessageDraft draft;
+  TamLogClient::SetTime(draft.body, time ? *time : Now());
+  draft.body.type = options.type;
+  draft.source = options.source;
+  draft.text = line;
+  return draft;
+}
+
+int Sender::SendLine(const std::string& line, const std::string& where) {
+  std::string problem;
+  const auto draft = DraftOf(line, problem);
+  if (!draft) {
+    Say(where + problem);
+    return kUsage;
+  }
+  return SendDraft(*draft, where);
+}
+
+int Sender::SendDraft(const MessageDraft& draft, const std::string& where) {
+  if (draft.source.size() > kMostText) {
+    Say(where + "the source has " + std::to_string(draft.source.size()) +
+        " bytes, 256 are allowed; shorten it");
+    return kUsage;
+  }
+  if (draft.text.find('\0') != std::string::npos || draft.source.find('\0') != std::string::npos) {
+    Say(where + "a message cannot hold a zero byte; remove it, for example with: tr -d '\\0'");
+    return kUsage;
+  }
+  if (draft.text.size() <= kMostText) return Submit(draft, draft.text, where);
+  switch (options.longText) {
+    case LongText::Truncate:
+      return Submit(draft, TamLogClient::CutAtCharacter(draft.text, kMostText), where);
+    case LongText::Split:
+      return SendPieces(draft, where);
+    case LongText::Refuse:
+      break;
+  }
+  Say(where + "the text has " + std::to_string(draft.text.size()) +
+      " bytes, 256 are allowed; add --truncate or --split");
+  return kUsage;
+}
+
+int Sender::SendPieces(const MessageDraft& draft, const std::string& where) {
+  std::string_view rest = draft.text;
+  std::string piece;
+  while (!rest.empty()) {
+    const std::size_t room = kMostText - piece.size();
+    const bool last = rest.size() <= room;
+    const std::string_view part = last ? rest : TamLogClient::CutAtCharacter(rest, room - kCutMark.size());
+    piece += part;
+    if (!last) piece += kCutMark;
+    if (const int exitCode = Submit(draft, piece, where); exitCode != kDone) return exitCode;
+    rest.remove_prefix(part.size());
+    piece = kCutMark;
+  }
+  return kDone;
+}
+
+int Sender::Submit(const MessageDraft& draft, std::string_view text, const std::string& where) {
+  LogMessageBody message = draft.body;
+  TamLogClient::FillTexts(draft.source, text, message);
+  // The server does not look at `origin`. Process and running number make equal messages different, so that
+  // each can be told from its copies.
+  const std::uint32_t process = ProcessId();
+  std::memcpy(&message.origin[0], &process, sizeof(process));
+  std::memcpy(&message.origin[4], &sent, sizeof(sent));
+  const Status status = client.Submit(message);
+  if (status != Status::Ok) {
+    Say(where + StatusText(status));
+    return ExitCodeOf(status);
+  }
+  ++sent;
+  return options.confirm ? Confirm(message) : kDone;
+}
+
+// Looks for the message in the log for a second: the server writes what it keeps within one fifth of that.
+int Sender::Confirm(const LogMessageBody& message) {
+  constexpr std::uint64_t kLookMs = 1000;
+  DeferInterrupts();
+  TamLogClient::LogReader reader;
+  TamLogClient::LogSnapshot snapshot;
+  const std::uint64_t start = Ticks();
+  do {
+    Status status = reader.IsOpen() ? Status::Ok : reader.Open();
+    if (status == Status::Ok) status = reader.Snapshot(snapshot, timeoutMs);
+    if (status != Status::Ok && status != Status::NotRunning) {
+      Say(StatusText(status));
+      return ExitCodeOf(status);
+    }
+    for (const std::uint32_t slot : snapshot.RingOrder()) {
+      if (std::memcmp(&snapshot.slots[slot].body, &message, sizeof(message)) != 0) continue;
+      Say("stored as " + std::to_string(snapshot.slots[slot].sequence));
+      return kDone;
+    }
+    if (!SleepFor(50)) return kInterrupted;
+  } while (Ticks() - start < kLookMs);
+  Say("not seen in the log within a second: a filter or a switched-off type may have dropped it (tamlogctl "
+      "status)");
+  return kNothingMatched;
+}
+
+}  // namespace
+
+int Send(const Options& options) {
+  Sender sender(options);
+  return sender.Run();
+}
+
+}  // namespace TamLogCtl

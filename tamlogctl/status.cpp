@@ -1,0 +1,209 @@
+// `status` knows the server from both sides: what the pipe answers and what the shared log says.
+
+#include <fmt/format.h>
+
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "client/log_client.h"
+#include "client/log_reader.h"
+#include "client/log_snapshot.h"
+#include "client/time_text.h"
+#include "client/utf8.h"
+#include "tamlogctl/console.h"
+#include "tamlogctl/exit_code.h"
+#include "tamlogctl/verbs.h"
+
+namespace TamLogCtl {
+
+namespace {
+
+using TamLogClient::FilterEntry;
+using TamLogClient::LogClient;
+using TamLogClient::LogReader;
+using TamLogClient::LogSnapshot;
+using TamLogClient::Status;
+using Json = nlohmann::ordered_json;
+
+struct Findings {
+  Status pipe = Status::NotRunning;
+  std::string logFile;
+  std::string mapName;
+  SettingsBody settings{};
+  std::vector<FilterEntry> filters;
+
+  Status log = Status::NotRunning;
+  LogFileHeader header{};  // as seen without read access, so that our own reading does not count
+  std::string oldest;
+  std::string newest;
+  std::uint64_t holdMicroseconds = 0;
+};
+
+void AskServer(const Options& options, Findings& found) {
+  LogClient client({kRequestPipeName, options.timeoutMs});
+  found.pipe = client.GetFileMapName(found.mapName);
+  if (found.pipe == Status::Ok) found.pipe = client.GetLogFile(found.logFile);
+  if (found.pipe == Status::Ok) found.pipe = client.GetSettings(found.settings);
+  if (found.pipe == Status::Ok) found.pipe = client.GetFilters(found.filters);
+}
+
+void ReadLog(const Options& options, Findings& found) {
+  LogReader reader;
+  LogSnapshot snapshot;
+  found.log = found.mapName.empty() ? reader.Open() : reader.Open(found.mapName);
+  if (found.log == Status::Ok) found.log = reader.Look(found.header);
+  if (found.log == Status::Ok) found.log = reader.Snapshot(snapshot, options.timeoutMs);
+  found.holdMicroseconds = reader.LastHoldMicroseconds();
+  reader.Close();
+  if (found.log != Status::Ok) return;
+  const auto order = OrderMessages(snapshot).oldestFirst;
+  if (order.empty()) return;
+  TamLogClient::AppendTime(TamLogClient::WordsOf(snapshot.slots[order.front()].body), ' ', found.oldest);
+  TamLogClient::AppendTime(TamLogClient::WordsOf(snapshot.slots[order.back()].body), ' ', found.newest);
+}
+
+const char* StateOf(const Findings& found) {
+  const bool pipe = found.pipe == Status::Ok;
+  const bool log = found.log == Status::Ok;
+  if (pipe && log) return "running";
+  if (pipe) return "the pipe answers, the log cannot be read";
+  if (log) return "the log is shared, the pipe does not answer";
+  return found.pipe == Status::NotRunning && found.log == Status::NotRunning ? "not running" : "not usable";
+}
+
+int ExitCodeFor(const Findings& found) {
+  if (found.pipe == Status::Ok && found.log == Status::Ok) return kDone;
+  if (found.pipe == Status::NotRunning && found.log == Status::NotRunning) return kNotThere;
+  if (found.pipe == Status::AccessDenied || found.log == Status::AccessDenied) return kAccessDenied;
+  return found.log == Status::Damaged ? kDamaged : kTimedOut;
+}
+
+std::string Visible(const std::string& text) {
+  std::string out;
+  TamLogClient::AppendVisible(text, out);
+  return out;
+}
+
+std::string ListOf(const std::vector<FilterEntry>& filters, bool include) {
+  std::string list;
+  for (const FilterEntry& filter : filters) {
+    if (filter.include != include) continue;
+    list += list.empty() ? "" : ", ";
+    list += filter.text.empty() ? "\"\" (matches everything)" : Visible(filter.text);
+  }
+  return list.empty() ? "none" : list;
+}
+
+std::string TypesOf(std::uint32_t mask) {
+  std::string list;
+  for (unsigned type = 0; type < kMessageTypes; ++type) {
+    if (((mask >> type) & 1U) != 0) list += fmt::format("{}{}", list.empty() ? "" : ",", type);
+  }
+  return list.empty() ? "none" : list;
+}
+
+std::string FilterRule(const std::vector<FilterEntry>& filters) {
+  bool include = false;
+  for (const FilterEntry& filter : filters) include = include || filter.include;
+  if (filters.empty()) return "every source is kept";
+  return include ? "only included sources are kept; excludes are not looked at"
+                 : "all but excluded sources are kept";
+}
+
+void AppendServer(const Findings& found, std::string& out) {
+  fmt::format_to(std::back_inserter(out), "pipe      {}\n",
+                 found.pipe == Status::Ok ? "answers" : StatusText(found.pipe));
+  if (found.pipe != Status::Ok) return;
+  fmt::format_to(std::back_inserter(out), "file      {}\nmapping   {}\n", Visible(found.logFile),
+                 found.mapName);
+  fmt::format_to(std::back_inserter(out),
+                 "settings  capacity {} asked for, driver read every {} ms, disk written every {} s\n",
+                 found.settings.maxMessage, found.settings.devicePollRate, found.settings.saveRate);
+  fmt::format_to(std::back_inserter(out), "types     {} kept\n", TypesOf(found.settings.typeFilter));
+  fmt::format_to(std::back_inserter(out), "filters   {}\n", FilterRule(found.filters));
+  if (found.filters.empty()) return;
+  fmt::format_to(std::back_inserter(out), "  include {}\n  exclude {}\n", ListOf(found.filters, true),
+                 ListOf(found.filters, false));
+}
+
+void AppendLog(const Findings& found, std::string& out) {
+  fmt::format_to(std::back_inserter(out), "log       {}\n",
+                 found.log == Status::Ok ? "shared" : StatusText(found.log));
+  if (found.log != Status::Ok) return;
+  const LogFileHeader& header = found.header;
+  fmt::format_to(std::back_inserter(out), "capacity  {} in effect\n", header.maxMessages);
+  fmt::format_to(std::back_inserter(out), "messages  {} ({:.1f} %)\n", header.messageCount,
+                 100.0 * header.messageCount / header.maxMessages);
+  if (!found.oldest.empty()) {
+    fmt::format_to(std::back_inserter(out), "oldest    {}\nnewest    {}\n", found.oldest, found.newest);
+  }
+  fmt::format_to(std::back_inserter(out), "counters  changes {}, rewrites {}, next sequence {}\n",
+                 header.changeCount, header.rewriteCount, header.nextSequence);
+  fmt::format_to(std::back_inserter(out), "readers   {} inside\n", header.readCount);
+}
+
+std::string AsText(const Findings& found) {
+  std::string out = fmt::format("server    {}\n", StateOf(found));
+  AppendServer(found, out);
+  AppendLog(found, out);
+  return out;
+}
+
+Json FiltersAsJson(const std::vector<FilterEntry>& filters) {
+  Json list = Json::array();
+  for (const FilterEntry& filter : filters) {
+    list.push_back({{"kind", filter.include ? "include" : "exclude"}, {"text", filter.text}});
+  }
+  return list;
+}
+
+Json TimeAsJson(const std::string& time) {
+  if (time.empty()) return nullptr;
+  std::string iso = time;
+  if (iso.size() > 10 && iso[10] == ' ') iso[10] = 'T';
+  return iso;
+}
+
+std::string AsJson(const Findings& found) {
+  Json json;
+  json["state"] = StateOf(found);
+  json["pipe"] = found.pipe == Status::Ok ? "answers" : StatusText(found.pipe);
+  if (found.pipe == Status::Ok) {
+    json["file"] = found.logFile;
+    json["mapping"] = found.mapName;
+    json["settings"] = {{"capacity", found.settings.maxMessage},
+                        {"poll_ms", found.settings.devicePollRate},
+                        {"types", found.settings.typeFilter},
+                        {"save_s", found.settings.saveRate}};
+    json["filters"] = FiltersAsJson(found.filters);
+  }
+  json["log"] = found.log == Status::Ok ? "shared" : StatusText(found.log);
+  if (found.log == Status::Ok) {
+    json["capacity"] = found.header.maxMessages;
+    json["messages"] = found.header.messageCount;
+    json["oldest"] = TimeAsJson(found.oldest);
+    json["newest"] = TimeAsJson(found.newest);
+    json["change_count"] = found.header.changeCount;
+    json["rewrite_count"] = found.header.rewriteCount;
+    json["next_sequence"] = found.header.nextSequence;
+    json["readers_inside"] = found.header.readCount;
+    json["read_hold_us"] = found.holdMicroseconds;
+  }
+  // Texts may hold any bytes; what is no UTF-8 is replaced.
+  return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+}  // namespace
+
+int ShowStatus(const Options& options) {
+  Findings found;
+  DeferInterrupts();
+  AskServer(options, found);
+  ReadLog(options, found);
+  if (!WriteOut(options.status.json ? AsJson(found) : AsText(found))) return kOutputFailed;
+  return Interrupted() ? kInterrupted : ExitCodeFor(found);
+}
+
+}  // namespace TamLogCtl

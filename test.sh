@@ -1,0 +1,223 @@
+#!/usr/bin/env bash
+# Builds everything, runs every check and every test, and ends with ctest's summary and its exit code.
+set -euo pipefail
+
+usage() {
+  cat <<'TEXT'
+usage: ./test.sh [--verbose] [STEP...]
+
+Runs all steps, or only those named (a test or check finds what earlier builds left). A failing step does not keep
+the others from running, as far as they can. Logs are kept in build/test.
+
+  packages        install what is missing from Debian's packages
+  configure       configure the presets windows, asan and tsan
+  build-windows   build everything for Windows
+  build-asan      build the pure files and their tests natively, under AddressSanitizer and UBSan
+  build-tsan      the same under ThreadSanitizer
+  rooms           check every include against the table of who may use whom
+  format          check the format of every file
+  thread-safety   check the lock annotations with clang; beside the others, on time that they leave
+  tidy            clang-tidy; beside the others, on time that they leave
+  prefixes        make fresh Wine prefixes for the tests
+  test-asan       run the native tests under AddressSanitizer and UBSan
+  test-tsan       run the native tests under ThreadSanitizer
+  test-unit       run the Windows tests of the rooms under Wine
+  test-system     run the Windows tests with the real service manager, in a prefix of their own
+TEXT
+}
+
+readonly all_steps=(packages configure build-windows build-asan build-tsan rooms format thread-safety tidy prefixes
+  test-asan test-tsan test-unit test-system)
+cores=$(nproc)
+
+verbose=no
+wanted=()
+for argument in "$@"; do
+  case $argument in
+    -h | --help) usage; exit 0 ;;
+    --verbose) verbose=yes ;;
+    *)
+      [[ " ${all_steps[*]} " == *" $argument "* ]] || { usage >&2; exit 2; }
+      wanted+=("$argument")
+      ;;
+  esac
+done
+((${#wanted[@]} > 0)) || wanted=("${all_steps[@]}")
+cd "$(dirname "$0")"
+readonly root=$PWD
+readonly logs=$root/build/test
+mkdir -p "$logs"
+
+exec 8>"$logs/.lock"
+flock --nonblock 8 || { echo "test.sh: another test.sh is at work in this tree" >&2; exit 1; }
+
+started=$SECONDS
+failed_steps=()
+declare -A beside_process=() beside_started=()
+ctest_status=0
+ctest_steps=()
+
+is_wanted() { [[ " ${wanted[*]} " == *" $1 "* ]]; }
+has_failed() { [[ " ${failed_steps[*]} " == *" $1 "* ]]; }
+
+on_exit() {
+  local status=$?
+  trap '' INT TERM HUP PIPE
+  trap - EXIT
+  for name in "${!beside_process[@]}"; do kill -TERM -- "-${beside_process[$name]}" 2>/dev/null || true; done
+  for name in unit system; do
+    if [[ -d build/wine/$name ]]; then scripts/wine-stop.sh "$name" || status=1; fi
+  done
+  exit "$status"
+}
+trap on_exit EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM
+trap 'exit 129' HUP
+
+# --- Running steps. Nothing they start may inherit the lock.
+
+report() {
+  local name=$1 status=$2 seconds=$3
+  if [[ $status -eq 0 ]]; then
+    printf '   %-14s ok, %d s\n' "$name" "$seconds"
+  else
+    failed_steps+=("$name")
+    printf '   %-14s FAILED, %d s; the end of build/test/%s.log:\n' "$name" "$seconds" "$name"
+    tail -n 60 "$logs/$name.log" | sed 's/^/   | /'
+  fi
+}
+
+# step NAME WHAT-IT-DOES COMMAND...
+step() {
+  local name=$1 purpose=$2 begun=$SECONDS status=0
+  shift 2
+  is_wanted "$name" || return 0
+  printf '== %-14s %s\n' "$name" "$purpose"
+  if [[ $verbose == yes ]]; then
+    { "$@" 2>&1 8>&- | tee "$logs/$name.log"; } || status=$?
+  else
+    "$@" >"$logs/$name.log" 2>&1 8>&- || status=$?
+  fi
+  report "$name" "$status" $((SECONDS - begun))
+  last_status=$status
+}
+
+# A step that cannot run because an earlier one failed has failed too.
+step_after() {
+  local needed=$1 name=$2
+  shift
+  if is_wanted "$name" && has_failed "$needed"; then
+    printf '== %-14s not run, because %s failed\n' "$name" "$needed"
+    failed_steps+=("$name")
+    return 0
+  fi
+  step "$@"
+}
+
+configure_all() {
+  local preset
+  for preset in windows asan tsan; do scripts/build.sh --configure-only "$preset" || return 1; done
+}
+
+check_rooms() { scripts/check-rooms.py --self-test && scripts/check-rooms.py; }
+
+make_prefixes() { scripts/wine-prefix.sh unit && scripts/wine-prefix.sh system; }
+
+# start_beside NAME WHAT-IT-DOES COMMAND...: a step that needs configured builds and takes only what nothing else wants
+# of the processor, so that tests with time limits do not starve.
+start_beside() {
+  local name=$1
+  is_wanted "$name" || return 0
+  if has_failed configure; then
+    printf '== %-14s not run, because configure failed\n' "$name"
+    failed_steps+=("$name")
+    return 0
+  fi
+  printf '== %-14s %s, beside the following steps\n' "$name" "$2"
+  shift 2
+  beside_started[$name]=$SECONDS
+  setsid chrt --idle 0 "$@" >"$logs/$name.log" 2>&1 8>&- </dev/null &
+  beside_process[$name]=$!
+}
+
+finish_beside() {
+  local name=$1 status=0
+  [[ -n ${beside_process[$name]:-} ]] || return 0
+  printf '== %-14s waiting for its end\n' "$name"
+  wait "${beside_process[$name]}" || status=$?
+  unset "beside_process[$name]"
+  report "$name" "$status" $((SECONDS - beside_started[$name]))
+}
+
+# --- Tests.
+
+# ThreadSanitizer of GCC 12 cannot live with the address layout that newer kernels choose at random.
+run_natively() {
+  local fixed_layout=()
+  if setarch "$(uname -m)" -R true 2>/dev/null; then fixed_layout=(setarch "$(uname -m)" -R); fi
+  UBSAN_OPTIONS=print_stacktrace=1 TSAN_OPTIONS=halt_on_error=1 \
+    "${fixed_layout[@]}" ctest --test-dir "build/$1" --output-on-failure -j "$cores"
+}
+
+# run_under_wine PREFIX CTEST-ARGUMENTS...
+run_under_wine() {
+  (
+    # shellcheck source=scripts/wine-env.sh
+    . scripts/wine-env.sh "$root/build/wine/$1"
+    shift
+    wine_server_start || { echo "Wine's server does not start" >&2; exit 1; }
+    status=0
+    ctest --test-dir build/windows --output-on-failure "$@" || status=$?
+    wine_server_stop || status=1
+    exit "$status"
+  )
+}
+
+# test_step NEEDED NAME PURPOSE COMMAND...: a step whose log ends with ctest's summary.
+test_step() {
+  last_status=0
+  step_after "$@"
+  is_wanted "$2" || return 0
+  if has_failed "$2" && ((last_status == 0)); then return 0; fi
+  ctest_steps+=("$2")
+  ((last_status == 0)) || ctest_status=$last_status
+}
+
+print_summaries() {
+  local name
+  for name in "${ctest_steps[@]}"; do
+    echo
+    echo "$name:"
+    sed -n '/tests passed, .* failed out of\|^No tests were found/,$p' "$logs/$name.log"
+  done
+}
+
+last_status=0
+step packages 'installing what is missing from Debian'"'"'s packages' scripts/install-packages.sh test
+if has_failed packages; then exit 1; fi
+step configure 'configuring the presets windows, asan and tsan' configure_all
+start_beside thread-safety 'checking the lock annotations with clang' scripts/check-thread-safety.sh -j 1
+start_beside tidy 'clang-tidy' scripts/check-tidy.sh -j "$cores"
+step rooms 'checking every include against the table of who may use whom' check_rooms
+step format 'checking the format of every file' scripts/check-format.sh
+step_after configure build-windows 'building everything for Windows' scripts/build.sh windows
+step_after configure build-asan 'building the pure files natively, AddressSanitizer and UBSan' scripts/build.sh asan
+step_after configure build-tsan 'building the pure files natively, ThreadSanitizer' scripts/build.sh tsan
+step prefixes 'making fresh Wine prefixes' make_prefixes
+test_step build-asan test-asan 'native tests, AddressSanitizer and UBSan' run_natively asan
+test_step build-tsan test-tsan 'native tests, ThreadSanitizer' run_natively tsan
+test_step build-windows test-unit 'tests of the rooms under Wine' run_under_wine unit -LE system -j 2
+test_step build-windows test-system 'tests with the real service manager under Wine' run_under_wine system -L system -j 1
+finish_beside thread-safety
+finish_beside tidy
+
+echo
+printf 'All steps took %d s.\n' $((SECONDS - started))
+print_summaries
+if ((${#failed_steps[@]} > 0)); then
+  echo
+  echo "FAILED: ${failed_steps[*]}"
+fi
+if ((ctest_status != 0)); then exit "$ctest_status"; fi
+((${#failed_steps[@]} == 0)) || exit 1

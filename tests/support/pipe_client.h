@@ -1,0 +1,84 @@
+#pragma once
+
+// A client of the two-pipe protocol for tests: opens the request pipe and the reply pipe, sends requests and
+// receives replies. Every wait is bounded, so a test that uses it can fail but not hang.
+//
+// One thread at a time, except that one may send while another receives. Executables that use it list
+// tests/support/pipe_client.cpp among their sources.
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "pipe/pipe_protocol.h"
+#include "util/native_handle.h"
+
+namespace TestSupport {
+
+class PipeClient {
+ public:
+  static constexpr std::uint32_t kWaitMs = 10000;
+
+  explicit PipeClient(std::string pipeName = kRequestPipeName);
+  ~PipeClient();
+  PipeClient(const PipeClient&) = delete;
+  PipeClient& operator=(const PipeClient&) = delete;
+
+  // Opens both pipes back to back. An instance that another client has just taken (231) or that the server is
+  // about to make (2) is tried again until the time is up. False then, and at once after any other error.
+  bool Connect(std::uint32_t milliseconds = kWaitMs);
+  bool OpenRequestPipe(std::uint32_t milliseconds = kWaitMs);
+  bool OpenReplyPipe(std::uint32_t milliseconds = kWaitMs);
+  void CloseRequestPipe();
+  void CloseReplyPipe();
+  void Disconnect();
+
+  // One message of `size` bytes; 0 is a message too. False when it was not taken in time or the server is
+  // gone.
+  bool SendBytes(const void* bytes, std::size_t size, std::uint32_t milliseconds = kWaitMs);
+  bool Send(const PipeRequest& request, std::uint32_t milliseconds = kWaitMs);
+  // The next reply; nothing when none came in time, the server disconnected, or the message has another size
+  // than a reply. LastError tells which: 258 for the time, 0 for the size.
+  std::optional<PipeReply> Receive(std::uint32_t milliseconds = kWaitMs);
+  // Send and Receive.
+  std::optional<PipeReply> Call(const PipeRequest& request, std::uint32_t milliseconds = kWaitMs);
+  // Call of a request that has a code only; the reply's code, or 0 when there was none.
+  std::uint32_t CallCode(std::uint32_t code, std::uint32_t milliseconds = kWaitMs);
+
+  // Whether the server closes this connection within the time. Replies that come meanwhile are dropped.
+  bool WaitUntilDisconnected(std::uint32_t milliseconds = kWaitMs);
+
+  // The system's code of the last operation that failed.
+  std::uint32_t LastError() const { return lastError; }
+  // For questions to the system; still owned here. Null when not open.
+  TamLogUtil::NativeHandle RequestPipe() const { return requestPipe; }
+  TamLogUtil::NativeHandle ReplyPipe() const { return replyPipe; }
+
+ private:
+  using NativeHandle = TamLogUtil::NativeHandle;
+
+  NativeHandle Open(const std::string& name, std::uint32_t access, std::uint32_t milliseconds);
+  struct Operation;
+  bool Finish(NativeHandle pipe, Operation& operation, bool done, std::uint32_t& transferred,
+              std::uint32_t milliseconds);
+
+  std::string requestName;
+  std::string replyName;
+  NativeHandle requestPipe = nullptr;
+  NativeHandle replyPipe = nullptr;
+  std::atomic<std::uint32_t> lastError{0};
+  std::unique_ptr<Operation> sending;
+  std::unique_ptr<Operation> receiving;
+};
+
+// A request with everything but the code zero.
+PipeRequest MakeRequest(RequestCode code);
+PipeRequest MakeRequest(std::uint32_t code);
+
+// `name` made unique for this process: pipes with fixed names are shared by all test programs of a prefix.
+std::string PipeNameForThisProcess(const std::string& name);
+
+}  // namespace TestSupport

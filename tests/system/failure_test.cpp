@@ -1,0 +1,141 @@
+// What goes wrong around the server: no driver, a failing driver, a killed server, texts that end the
+// process.
+
+#include "tests/system/system_test.h"
+
+#include <cstring>
+
+using namespace std::chrono_literals;
+
+class Failure : public SystemTest {
+ protected:
+  // The server ends while it serves this request: no reply comes.
+  void AskForTheEnd(const PipeRequest& request) {
+    std::optional<PipeConnection> connection = PipeConnection::Connect(5s);
+    ASSERT_TRUE(connection);
+    EXPECT_FALSE(connection->Ask(request));
+    const std::optional<std::uint32_t> exitCode = ServiceProcess().WaitForEnd(10s);
+    ASSERT_TRUE(exitCode);
+    EXPECT_NE(*exitCode, 0U);
+    if (IsWine()) {
+      EXPECT_EQ(ServiceControl::State(), ServiceState::Running);  // its manager never notices
+    }
+  }
+};
+
+TEST_F(Failure, WithoutTheDriverTheServiceDoesNotStart) {
+  Settings({});
+  InstallService();
+  UnloadDriver();
+  ServiceControl::Start();
+  std::string diagnostics;
+  ASSERT_TRUE(Eventually(15s, [&] {
+    diagnostics += TakeDiagnostics();
+    return diagnostics.find(" - Aborting\n") != std::string::npos;
+  })) << diagnostics;
+  EXPECT_NE(diagnostics.find(
+                " - An exception has occured in the service's main : Failed to get access to the Tamlog "
+                "device driver, CreateFile() failed. - Error code : 2 - "),
+            std::string::npos)
+      << diagnostics;
+  ProcessById aborted(ServiceControl::ProcessId());
+  EXPECT_TRUE(Eventually(5s, [&aborted] { return !aborted.Runs("TamLogServer.exe"); }));
+  EXPECT_FALSE(FileExists(LogFile()));
+  EXPECT_FALSE(PipeConnection::Connect(200ms));
+
+  LoadDriver();
+  StartService();
+  SubmitOverPipe(Message("with a driver it runs", 1));
+  ExpectTexts({"with a driver it runs"});
+}
+
+TEST_F(Failure, ADriverThatFailsEveryCallYieldsNoMessagesAndNoEntries) {
+  RunService();
+  Driver().SetFailure(0xC0000001U);
+  PutIntoDriver({Message("kept back", 1)});
+  const std::uint32_t failed = Driver().Counters().failed;
+  EXPECT_TRUE(Eventually(10s, [&] { return Driver().Counters().failed >= failed + 5; }));  // five polls
+  EXPECT_EQ(Driver().Counters().queued, 1U);
+  EXPECT_EQ(Header().messageCount, 0);
+  EXPECT_EQ(TakeDiagnostics(), "");
+  SubmitOverPipe(Message("by the pipe", 2));
+  ExpectTexts({"by the pipe"});
+  Driver().SetFailure(0);
+  ExpectTexts({"by the pipe", "kept back"});
+}
+
+TEST_F(Failure, ADriverThatGoesAwayYieldsNoMessagesAndNoEntries) {
+  RunService();
+  UnloadDriver();
+  std::this_thread::sleep_for(500ms);  // some polls
+  SubmitOverPipe(Message("by the pipe", 2));
+  ExpectTexts({"by the pipe"});
+  EXPECT_EQ(TakeDiagnostics(), "");
+  StopService();
+  LoadDriver();
+}
+
+TEST_F(Failure, AKilledServerStartsAgainAndKeepsItsFile) {
+  RunService();
+  SubmitOverPipe(Message("one", 1));
+  SubmitOverPipe(Message("two", 2));
+  ExpectTexts({"two", "one"});
+  KillService();
+  EXPECT_EQ(Header().serverRunning, 1);  // nobody cleared it
+  StartService();
+  EXPECT_EQ(TextsOfFile(), (std::vector<std::string>{"two", "one"}));
+  SubmitOverPipe(Message("three", 3));
+  ExpectTexts({"three", "two", "one"});
+  StopService();
+}
+
+TEST_F(Failure, AStopKeepsWhatWasFlushedAndLosesAtMostWhatWasPending) {
+  constexpr int kMessages = 120;
+  RunService({.maxMessage = 200});
+  std::optional<PipeConnection> client = PipeConnection::Connect(5s);
+  ASSERT_TRUE(client);
+  for (int i = 0; i < kMessages; ++i) {
+    ASSERT_EQ(client->AskForCode(SubmitRequest(Message(std::to_string(i), i))), ReplyCode::Done);
+    if (i == kMessages / 2) {
+      ASSERT_TRUE(WaitForMessageCount(i + 1, 10s));
+    }
+  }
+  StopService();
+  // The first messages up to some number, in order and sound; the newest of them may be missing, no one else.
+  const std::vector<LogMessage> messages = SlotsOfFile().NewestFirst();
+  ASSERT_GT(messages.size(), static_cast<std::size_t>(kMessages / 2));
+  for (std::size_t i = 0; i < messages.size(); ++i) {
+    EXPECT_EQ(std::string(messages[messages.size() - 1 - i].body.text), std::to_string(i));
+  }
+  StartService();
+  EXPECT_EQ(Header().messageCount, static_cast<std::int32_t>(messages.size()));
+}
+
+TEST_F(Failure, AnOverlongPathEndsTheProcessWhenItIsAskedFor) {
+  RunService();
+  SubmitOverPipe(Message("before", 1));
+  ExpectTexts({"before"});
+  EXPECT_EQ(AskForCode(PathRequest(std::string(kPipeBodySize, 'p'))), ReplyCode::Done);  // stored as it is
+  AskForTheEnd(RequestOf(RequestCode::GetLogFile));
+  StartService();  // nothing of it was saved
+  EXPECT_STREQ(Ask(RequestOf(RequestCode::GetLogFile)).path, LogFile().c_str());
+  EXPECT_EQ(TextsOfFile(), std::vector<std::string>{"before"});
+}
+
+TEST_F(Failure, APathThatJustFitsIsAnswered) {
+  RunService();
+  const std::string longest(kPipeBodySize - 1, 'p');
+  EXPECT_EQ(AskForCode(PathRequest(longest)), ReplyCode::Done);
+  EXPECT_EQ(std::string(Ask(RequestOf(RequestCode::GetLogFile)).path), longest);
+  EXPECT_EQ(AskForCode(PathRequest(LogFile())), ReplyCode::Done);
+}
+
+TEST_F(Failure, AnOverlongFilterEndsTheProcessWhenItIsAskedFor) {
+  RunService();
+  PipeRequest request = RequestOf(RequestCode::AddFilter);
+  std::memset(request.path, 'f', kFilterTextSize + 2);  // its end lies in `kind`, so it is an include filter
+  EXPECT_EQ(AskForCode(request), ReplyCode::Done);
+  AskForTheEnd(IndexRequest(0));
+  StartService();
+  EXPECT_EQ(AskForCode(IndexRequest(0)), ReplyCode::NoSuchFilter);
+}

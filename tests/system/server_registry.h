@@ -1,0 +1,24 @@
+#pragma once
+
+// The server's settings as they lie in the registry of the machine, written and read from outside.
+// Throws std::runtime_error when the registry refuses.
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+
+class ServerRegistry {
+ public:
+  // Takes the whole key away, the filters with it; nothing when there is none.
+  static void Delete();
+  static bool Exists();
+  static void Write(const std::string& value, std::uint32_t number);
+  static void Write(const std::string& value, const std::string& text);
+  static void WriteFilter(const std::string& value, const std::string& kindAndText);
+  // Nothing when the value is missing or of another type.
+  static std::optional<std::uint32_t> Number(const std::string& value);
+  static std::optional<std::string> Text(const std::string& value);
+  // The names and data of the values of the filters' key; nothing when that key is missing.
+  static std::optional<std::map<std::string, std::string>> Filters();
+};

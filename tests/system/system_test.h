@@ -1,0 +1,147 @@
+#pragma once
+
+// The fixture of the system tests: the real executable under the real service manager with the real driver
+// double, as a small language. Every test starts from a machine without service, settings, log file and
+// waiting messages, and leaves such a machine; what a test does not expect in the diagnostic log fails it at
+// the end.
+//
+// Waiting is bounded everywhere. Operations that cannot go on throw std::runtime_error, which fails the test.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <initializer_list>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "driver/driver_double.h"
+#include "pipe/pipe_protocol.h"
+#include "store/log_file_format.h"
+#include "tests/system/log_file_image.h"
+#include "tests/system/pipe_connection.h"
+#include "tests/system/platform.h"
+#include "tests/system/reader_process.h"
+#include "tests/system/server_registry.h"
+#include "tests/system/service_control.h"
+
+// What a test writes into the registry before it starts the service. Small and quick, not the defaults.
+struct ServerSettings {
+  std::uint32_t maxMessage = 100;
+  std::uint32_t devicePollRate = 100;
+  std::uint32_t saveRate = 300;
+  std::uint32_t typeFilter = 0xFFFFFFFFU;
+};
+
+struct StopReport {
+  std::uint32_t answer = 0;  // of the stop control
+  std::chrono::milliseconds duration{0};
+};
+
+struct CommandReport {
+  std::string output;
+  std::optional<std::uint32_t> exitCode;
+};
+
+// A message dated `atMs` milliseconds after noon of a fixed day. Every byte of it has a value of its own.
+LogMessageBody Message(const std::string& text, int atMs);
+LogMessageBody WithSource(LogMessageBody message, const std::string& source);
+LogMessageBody WithType(LogMessageBody message, std::uint32_t type);
+
+// The texts of the entries in a piece of the diagnostic log, without their time stamps.
+std::vector<std::string> DiagnosticTexts(const std::string& diagnostics);
+
+// Reader and writer can pass each other in the protocol of the events: a reader that has just found the
+// read-wait event signalled enters beside a writer that resets it at that moment. The writer's release then
+// sets the reader count to 0 under that reader, whose own release makes it -1, and write-wait stays reset:
+// the next flush waits for ever. Somebody has to signal write-wait; in tests with busy readers this watch is
+// that somebody.
+class ProtocolWatch {
+ public:
+  explicit ProtocolWatch(std::string logFile);
+  ~ProtocolWatch();
+  ProtocolWatch(const ProtocolWatch&) = delete;
+  ProtocolWatch& operator=(const ProtocolWatch&) = delete;
+  int Rescues() const { return rescues; }
+
+ private:
+  void Run();
+
+  std::string path;
+  std::atomic<bool> stopping{false};
+  std::atomic<int> rescues{0};
+  std::thread thread;
+};
+
+class SystemTest : public ::testing::Test {
+ protected:
+  SystemTest();
+  void SetUp() override;
+  void TearDown() override;
+
+  // The machine.
+  void Settings(const ServerSettings& settings);
+  void UseCopyOfServer();  // the executable in a directory of its own, where nobody's log file is
+  CommandReport RunServer(const std::string& arguments);  // its input is empty
+  const std::string& ServerPath() const { return serverPath; }
+  const std::string& LogFile() const { return logFile; }
+  std::string ScratchFile(const std::string& name) const { return scratch.File(name); }
+  DriverDouble& Driver() { return *driver; }
+  void UnloadDriver();
+  void LoadDriver();
+
+  // The service.
+  void InstallService();
+  void RemoveService();
+  void StartService();       // until it serves requests
+  StopReport StopService();  // until the manager calls it stopped and its process has ended
+  void KillService();
+  // Takes over a service that the test has started by itself, so that it is stopped properly at the end.
+  void AdoptService();
+  void RunService(const ServerSettings& settings = {});  // settings, install, start
+  ProcessById& ServiceProcess() { return *process; }
+  // How often the server has started since the test began, restarts in the same process included: it opens
+  // the device once each time.
+  std::uint32_t Starts();
+  // Until that many starts are complete.
+  void WaitForStarts(std::uint32_t starts);
+
+  // Requests, each over a connection of its own.
+  PipeReply Ask(const PipeRequest& request);
+  ReplyCode AskForCode(const PipeRequest& request);
+  void SubmitOverPipe(const LogMessageBody& message);
+  void PutIntoDriver(std::initializer_list<LogMessageBody> messages);
+  SettingsBody CurrentSettings();
+
+  // The file, from outside.
+  LogFileImage SlotsOfFile() const { return LogFileImage::Read(logFile); }
+  LogFileHeader Header() const { return SlotsOfFile().header; }
+  std::vector<std::string> TextsOfFile() const { return Texts(SlotsOfFile().NewestFirst()); }
+  // Until the file holds exactly these, newest first; fails the test otherwise.
+  void ExpectTexts(const std::vector<std::string>& newestFirst,
+                   std::chrono::milliseconds limit = std::chrono::seconds(10));
+  bool WaitForMessageCount(std::int32_t count, std::chrono::milliseconds limit);
+
+  // Shared objects.
+  void SignalWriteWait();
+
+  // What the server has written into its diagnostic log since the last call.
+  std::string TakeDiagnostics();
+
+  std::string logFile;  // where the test expects the log file
+
+ private:
+  void Sweep();
+
+  ScratchDirectory scratch;
+  std::string serverPath;
+  std::unique_ptr<LoadedDriverDouble> loadedDriver;
+  std::unique_ptr<DriverDouble> driver;
+  std::uint32_t firstOpens = 0;
+  std::size_t diagnosticsTaken = 0;
+  std::unique_ptr<ProcessById> process;
+};
