@@ -161,7 +161,7 @@ TEST_F(ConnectionFaults, WaitThatFailsEndsTheConnectionAndIsLogged) {
   PipeClient client(name);
   ConnectAndWaitForTheRead(client);
   // Two connects were this client's, the third waits for the next.
-  ASSERT_TRUE(WaitUntil([] { return Faults().connectNamedPipe.Calls() == 3 && Faults().ServerWaits(); }));
+  ASSERT_TRUE(WaitUntil([] { return Faults().connectNamedPipe.Returns() == 3 && Faults().ServerWaits(); }));
   // The next wait is that of the connection's next read.
   Faults().waitForMultiple.Fail(ERROR_INVALID_HANDLE, kOthers);
   ASSERT_TRUE(client.Send(MakeRequest(kPing)));
