@@ -18,22 +18,6 @@ case ${1:-} in
   -*) usage >&2; exit 2 ;;
 esac
 cd "$(dirname "$0")/.."
-. scripts/rooms.sh
-[[ -f build/windows/compile_commands.json ]] ||
-  { echo "check-tidy.sh: build/windows is not configured (scripts/build.sh --configure-only windows)" >&2; exit 1; }
-
-# The largest first, so that no long one is left alone at the end.
-list_files() {
-  python3 - "$PWD" "${rooms[@]}" <<'PYTHON'
-import json, os, sys
-root, rooms = sys.argv[1], sys.argv[2:]
-files = {os.path.relpath(os.path.join(e["directory"], e["file"]), root)
-         for e in json.load(open("build/windows/compile_commands.json"))}
-ours = [f for f in files if f.endswith(".cpp") and f.split(os.sep)[0] in rooms]
-print("\n".join(sorted(ours, key=lambda f: -os.path.getsize(f))))
-PYTHON
-}
-
 # One file: silent when it is clean. clang-tidy counts what it left out on the error stream.
 check_file() {
   local output
@@ -44,7 +28,7 @@ check_file() {
 export -f check_file
 
 files=("$@")
-(($# > 0)) || mapfile -t files < <(list_files)
+(($# > 0)) || mapfile -t files < <(scripts/compiled-files.py)
 ((${#files[@]} > 0)) || { echo "check-tidy.sh: no files" >&2; exit 1; }
 # shellcheck disable=SC2016
 printf '%s\0' "${files[@]}" | xargs -0 -n 1 -P "$jobs" bash -c 'check_file "$1"' check || exit 1

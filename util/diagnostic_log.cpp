@@ -18,7 +18,7 @@ struct Destination {
 
 // Never destroyed: the exit hooks write entries when static objects are already gone.
 Destination& TheDestination() {
-  static Destination* const destination = new Destination;
+  static auto* const destination = new Destination;
   return *destination;
 }
 

@@ -35,8 +35,9 @@ extern "C" EXCEPTION_DISPOSITION HandleGuardedFault(EXCEPTION_RECORD* record, vo
   const bool unwinding = (record->ExceptionFlags & (EXCEPTION_UNWINDING | EXCEPTION_EXIT_UNWIND)) != 0;
   const DWORD code = record->ExceptionCode;
   if (unwinding || IsCppException(code)) return ExceptionContinueSearch;
-  RtlUnwindEx(frame, const_cast<unsigned char*>(FaultGuardResume), record,
-              reinterpret_cast<void*>(static_cast<ULONG_PTR>(code)), dispatcher->ContextRecord,
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): the code travels in the register of a pointer result.
+  void* const result = reinterpret_cast<void*>(static_cast<ULONG_PTR>(code));
+  RtlUnwindEx(frame, const_cast<unsigned char*>(FaultGuardResume), record, result, dispatcher->ContextRecord,
               dispatcher->HistoryTable);
   return ExceptionContinueSearch;  // not reached
 }

@@ -38,6 +38,8 @@ void AccessMappedView(Block&& block) {
         RunUnderFaultGuard([](void* argument) { (*static_cast<Plain*>(argument))(); },
                            const_cast<void*>(static_cast<const void*>(std::addressof(block))));
     if (code == 0) return;
+    // The code itself is the exception, a plain number.
+    // NOLINTNEXTLINE(misc-throw-by-value-catch-by-reference,cert-err09-cpp,cert-err61-cpp)
     if (code != kInPageError) throw code;
     if (attempt == kMappedAccessAttempts) ThrowMappedAccessFailed();
   }

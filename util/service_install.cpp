@@ -101,7 +101,7 @@ ServiceHandle::~ServiceHandle() noexcept(false) {
 }
 
 void ServiceHandle::Replace(NativeHandle next) {
-  const auto closed = static_cast<SC_HANDLE>(std::exchange(handle, next));
+  auto* const closed = static_cast<SC_HANDLE>(std::exchange(handle, next));
   if (closed != nullptr && CloseServiceHandle(closed) == 0) {
     throw ExceptionWindows("CloseServiceHandle() failed:");
   }

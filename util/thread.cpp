@@ -1,7 +1,6 @@
 #include "util/thread.h"
 
 #include <exception>
-#include <optional>
 
 #include "util/diagnostic_log.h"
 #include "util/exceptions.h"
@@ -99,12 +98,12 @@ void Thread::Terminate(std::uint32_t exitCode) {
   Mutex::Access access(handleLock, Timeout::Infinite);
   const NativeHandle held = threadHandle.exchange(nullptr);
   if (held == nullptr) return;
-  std::optional<ExceptionWindows> failure;
-  if (TerminateThread(held, exitCode) == 0) {
-    failure.emplace("Failed to terminate thread, TerminateThread() did not succeed");
-  }
+  const bool ended = TerminateThread(held, exitCode) != 0;
+  const DWORD error = GetLastError();
   CloseHandle(held);
-  if (failure) throw *failure;
+  if (!ended) {
+    throw ExceptionWindows("Failed to terminate thread, TerminateThread() did not succeed", nullptr, error);
+  }
 }
 
 void Thread::CloseHeldHandle() {

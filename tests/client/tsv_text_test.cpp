@@ -41,7 +41,7 @@ TEST(Tsv, AnyBytesComeBackAsTheyWere) {
     LogMessageBody body{};
     for (auto& word : body.timestamp) word = static_cast<std::int16_t>(random());
     body.timestamp[7] = 0;
-    body.type = static_cast<std::uint32_t>(random() % 4);
+    body.type = random() & 3U;
     std::string source(random() % 257, '\0');
     std::string text(random() % 257, '\0');
     for (char& byte : source) byte = static_cast<char>(1 + random() % 255);

@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
-#include "messages.h"
 #include "store/integrity.h"
 #include "store/log_file_format.h"
 #include "store/pending_list.h"
 #include "store/ring.h"
+#include "tests/store/messages.h"
 
 namespace StoreTest {
 

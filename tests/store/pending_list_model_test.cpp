@@ -16,9 +16,9 @@
 #include <thread>
 #include <vector>
 
-#include "memory_file.h"
-#include "messages.h"
 #include "store/pending_list.h"
+#include "tests/store/memory_file.h"
+#include "tests/store/messages.h"
 
 namespace StoreTest {
 namespace {

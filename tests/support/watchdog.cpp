@@ -5,8 +5,8 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
+#include <iostream>
 #include <thread>
 
 #ifdef _WIN32
@@ -39,18 +39,25 @@ int LimitSeconds() {
 
 constexpr int kMaxFrames = 48;
 
-// Unwinds by the executables' own tables; addresses inside the test are given as addr2line wants them.
+// Whether the address is the test's own code rather than the system's.
+bool IsOwnCode(DWORD64 address) {
+  const auto* const image = reinterpret_cast<const char*>(GetModuleHandleA(nullptr));
+  const auto* const dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(image);
+  const auto* const headers = reinterpret_cast<const IMAGE_NT_HEADERS*>(image + dos->e_lfanew);
+  const auto base = reinterpret_cast<DWORD64>(image);
+  return address >= base && address < base + headers->OptionalHeader.SizeOfImage;
+}
+
+// Unwinds by the images' own tables.
 void PrintFrames(CONTEXT context) {
-  const auto base = reinterpret_cast<std::uintptr_t>(GetModuleHandleA(nullptr));
-  const auto* dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
-  const auto* headers =
-      reinterpret_cast<const IMAGE_NT_HEADERS*>(base + static_cast<std::uintptr_t>(dos->e_lfanew));
   for (int frame = 0; frame < kMaxFrames && context.Rip != 0; ++frame) {
-    const bool own = context.Rip >= base && context.Rip < base + headers->OptionalHeader.SizeOfImage;
-    std::fprintf(stderr, "    %s 0x%llx\n", own ? "test  " : "system", context.Rip);
+    std::cerr << "    " << (IsOwnCode(context.Rip) ? "test   0x" : "system 0x") << std::hex << context.Rip
+              << std::dec << '\n';
     DWORD64 image = 0;
     RUNTIME_FUNCTION* const function = RtlLookupFunctionEntry(context.Rip, &image, nullptr);
     if (function == nullptr) {
+      // A function without a frame: the return address is on top of the stack.
+      // NOLINTNEXTLINE(performance-no-int-to-ptr): a register of another thread
       context.Rip = *reinterpret_cast<const DWORD64*>(context.Rsp);
       context.Rsp += sizeof(DWORD64);
       continue;
@@ -70,7 +77,7 @@ void PrintThread(DWORD id) {
   if (SuspendThread(thread) != static_cast<DWORD>(-1)) {
     const bool known = GetThreadContext(thread, &context) != 0;
     ResumeThread(thread);
-    std::fprintf(stderr, "  thread %lu\n", id);
+    std::cerr << "  thread " << id << '\n';
     if (known) PrintFrames(context);
   }
   CloseHandle(thread);
@@ -111,11 +118,10 @@ void EndProcess() {
 
 void GiveUp() {
   const testing::TestInfo* test = testing::UnitTest::GetInstance()->current_test_info();
-  std::fprintf(stderr, "watchdog: %s.%s hangs\n", test == nullptr ? "?" : test->test_suite_name(),
-               test == nullptr ? "?" : test->name());
-  std::fflush(stderr);
+  std::cerr << "watchdog: " << (test == nullptr ? "a test" : test->test_suite_name()) << '.'
+            << (test == nullptr ? "?" : test->name()) << " hangs" << std::endl;
   PrintThreads();
-  std::fflush(stderr);
+  std::cerr.flush();
   EndProcess();
 }
 

@@ -74,8 +74,8 @@ TEST(ExceptionWindows, CloneKeepsTypeAndCodeAtEveryLevel) {
 TEST(ExceptionWindows, CopyKeepsTheCode) {
   const ExceptionWindows failure("failure", nullptr, 3);
   SetLastError(5);
-  const ExceptionWindows copy(failure);
-  EXPECT_EQ(copy.ErrorCode(), 3U);
+  const auto copy = std::make_unique<ExceptionWindows>(failure);
+  EXPECT_EQ(copy->ErrorCode(), 3U);
 }
 
 }  // namespace

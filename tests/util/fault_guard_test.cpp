@@ -291,6 +291,7 @@ TEST(AccessMappedView, WorksInsideAHandlerOfAnException) {
 TEST(AccessMappedView, WorksOnSeveralThreadsAtOnce) {
   std::atomic<int> wrong{0};
   std::vector<std::thread> threads;
+  threads.reserve(4);
   for (int thread = 0; thread < 4; ++thread) {
     threads.emplace_back([&wrong, thread] {
       Page page;

@@ -67,8 +67,9 @@ TEST(ExceptionBase, FreesEveryLevelOfTheChainOnce) {
     {
       const Counted first("1", &second);
       EXPECT_EQ(Counted::alive, 6);
-      const Counted copy(first);
+      const auto copy = std::make_unique<Counted>(first);
       EXPECT_EQ(Counted::alive, 9);
+      EXPECT_EQ(copy->Compose(":"), "1:2\n3");
     }
     EXPECT_EQ(Counted::alive, 3);
     // What was cloned is not touched by the copies' end.

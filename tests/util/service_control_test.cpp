@@ -39,14 +39,25 @@ SERVICE_STATUS_HANDLE WINAPI FakeRegister(LPCSTR name, LPHANDLER_FUNCTION handle
   return kStatusHandle;
 }
 
+// Runs instead of the manager's dispatcher, with the table that it was given.
+std::function<WINBOOL(const SERVICE_TABLE_ENTRYA*)> dispatcher;
+std::function<void(DWORD)> afterReport;
+
+WINBOOL WINAPI FakeDispatcher(const SERVICE_TABLE_ENTRYA* table) {
+  return dispatcher(table);
+}
+
 WINBOOL WINAPI FakeSetStatus(SERVICE_STATUS_HANDLE handle, LPSERVICE_STATUS status) {
   if (failReports || handle != kStatusHandle) {
     SetLastError(ERROR_INVALID_HANDLE);
     return FALSE;
   }
-  const std::lock_guard<std::mutex> guard(reportsLock);
-  reports.emplace_back(status->dwCurrentState, status->dwCheckPoint);
-  lastStatus = *status;
+  {
+    const std::lock_guard<std::mutex> guard(reportsLock);
+    reports.emplace_back(status->dwCurrentState, status->dwCheckPoint);
+    lastStatus = *status;
+  }
+  if (afterReport) afterReport(status->dwCurrentState);
   return TRUE;
 }
 
@@ -54,6 +65,7 @@ WINBOOL WINAPI FakeSetStatus(SERVICE_STATUS_HANDLE handle, LPSERVICE_STATUS stat
 
 extern "C" {
 decltype(&RegisterServiceCtrlHandlerA) __imp_RegisterServiceCtrlHandlerA = FakeRegister;
+decltype(&StartServiceCtrlDispatcherA) __imp_StartServiceCtrlDispatcherA = FakeDispatcher;
 decltype(&SetServiceStatus) __imp_SetServiceStatus = FakeSetStatus;
 }
 
@@ -106,7 +118,7 @@ class ServiceControl : public testing::Test {
     TakeReports();
     failReports = false;
   }
-  ~ServiceControl() override { Service::SetActiveInstance(nullptr); }
+  ~ServiceControl() noexcept override { Service::SetActiveInstance(nullptr); }
 
   void StartService() {
     Service::ServiceMain();
@@ -236,6 +248,40 @@ TEST_F(ServiceControl, ASecondStopWaitsForTheFirst) {
   EXPECT_EQ(finished, 2);
   EXPECT_FALSE(overlapped);
   EXPECT_EQ(service.Calls(), (Texts{"start", "stop", "stop"}));
+}
+
+TEST_F(ServiceControl, TheDispatcherIsGivenOneServiceAndItsMain) {
+  dispatcher = [&](const SERVICE_TABLE_ENTRYA* table) {
+    EXPECT_STREQ(table[0].lpServiceName, "TamLogTestControl");
+    EXPECT_EQ(table[1].lpServiceName, nullptr);
+    EXPECT_EQ(table[1].lpServiceProc, nullptr);
+    table[0].lpServiceProc(0, nullptr);
+    return TRUE;
+  };
+  service.RunDispatcher();
+  EXPECT_EQ(service.Calls(), Texts{"start"});
+}
+
+// The dispatcher may return as soon as "stopped" is reported, and the service is destroyed next.
+TEST_F(ServiceControl, RunDispatcherWaitsForAHandlerThatStillRuns) {
+  StartService();
+  std::atomic<bool> stopped{false};
+  std::atomic<bool> finished{false};
+  afterReport = [&](DWORD state) {
+    if (state != SERVICE_STOPPED) return;
+    stopped = true;
+    Sleep(200);
+    finished = true;
+  };
+  std::thread handler;
+  dispatcher = [&](const SERVICE_TABLE_ENTRYA* /*table*/) {
+    handler = std::thread([] { Service::HandleControl(SERVICE_CONTROL_STOP); });
+    return WaitUntil([&] { return stopped.load(); }) ? TRUE : FALSE;
+  };
+  service.RunDispatcher();
+  EXPECT_TRUE(finished);
+  handler.join();
+  afterReport = nullptr;
 }
 
 // A start that fails ends the process; the two entries are all that tells of it.

@@ -162,7 +162,7 @@ class InstallFaults : public testing::Test {
     service.SetDisplayName(name);
     service.SetExecutablePath("C:\\service.exe");
   }
-  ~InstallFaults() override {
+  ~InstallFaults() noexcept override {
     failing = Call::None;
     if (IsInstalled()) service.Remove();
     LocalFree(currentDescriptor);

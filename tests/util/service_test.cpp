@@ -36,7 +36,7 @@ class ServiceRegistration : public testing::Test {
     service.SetDescription("Description of a test");
     service.SetExecutablePath("C:\\no such directory\\service.exe");
   }
-  ~ServiceRegistration() override {
+  ~ServiceRegistration() noexcept override {
     if (IsInstalled()) service.Remove();
     CloseServiceHandle(manager);
   }

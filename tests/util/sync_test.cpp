@@ -497,6 +497,7 @@ TEST(MutexAccess, KeepsManyThreadsApart) {
   int overlaps = 0;
   int total = 0;
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int thread = 0; thread < kThreads; ++thread) {
     threads.emplace_back([&] {
       for (int round = 0; round < kRounds; ++round) {

@@ -282,6 +282,7 @@ TEST(Thread, JoinFromSeveralThreadsAtOnce) {
   thread.Start();
   std::atomic<int> joined{0};
   std::vector<std::thread> joiners;
+  joiners.reserve(4);
   for (int joiner = 0; joiner < 4; ++joiner) {
     joiners.emplace_back([&] {
       Timeout timeout(20000);
