@@ -245,12 +245,14 @@ void LogFollower::MarkLate(const LogSnapshot& snapshot, FollowStep& step) {
   std::stable_sort(step.messages.begin(), step.messages.end(), [&](const NewMessage& a, const NewMessage& b) {
     return TimeKey(snapshot.slots[a.slot].body) < TimeKey(snapshot.slots[b.slot].body);
   });
-  const std::uint64_t before = newestKey;
+  std::uint64_t newest = 0;
   for (NewMessage& message : step.messages) {
     const std::uint64_t key = TimeKey(snapshot.slots[message.slot].body);
-    message.late = any && key < before;
-    newestKey = std::max(newestKey, key);
+    message.late = any && key < newestKey;
+    newest = std::max(newest, key);
   }
+  // Not the newest of all time: one message from a wrong clock would make every later one late.
+  if (!step.messages.empty()) newestKey = newest;
   any = any || !step.messages.empty();
 }
 

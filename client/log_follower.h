@@ -24,7 +24,7 @@ namespace TamLogClient {
 
 struct NewMessage {
   std::uint32_t slot = 0;  // in the snapshot
-  bool late = false;       // dated before a message that was given out earlier
+  bool late = false;       // dated before a message of the last step that had any
 };
 
 // Messages that were in the log between two looks and are gone. `most` without value: no limit is known.
