@@ -4,10 +4,12 @@ set -euo pipefail
 
 usage() {
   cat <<'TEXT'
-usage: scripts/check-tidy.sh [-j JOBS] [FILE...]
+usage: scripts/check-tidy.sh [-j JOBS] [--all | FILE...]
 
-Runs clang-tidy (the checks of .clang-tidy) over the .cpp files of our folders that build/windows compiles, or over
-the files named. Needs build/windows to be configured. Prints what is found and exits with 1.
+Runs clang-tidy (the checks of .clang-tidy) over the .cpp files of our rooms that build/windows compiles, or over
+the files named. --all takes the tests as well: the macros of the test library make that about ten processor seconds a
+file, so test.sh leaves it to whoever changes tests. Needs build/windows to be configured. Prints what is found and
+exits with 1.
 TEXT
 }
 
@@ -28,7 +30,10 @@ check_file() {
 export -f check_file
 
 files=("$@")
-(($# > 0)) || mapfile -t files < <(scripts/compiled-files.py)
+case ${1:-} in
+  '') mapfile -t files < <(scripts/compiled-files.py --no-tests) ;;
+  --all) mapfile -t files < <(scripts/compiled-files.py) ;;
+esac
 ((${#files[@]} > 0)) || { echo "check-tidy.sh: no files" >&2; exit 1; }
 # shellcheck disable=SC2016
 printf '%s\0' "${files[@]}" | xargs -0 -n 1 -P "$jobs" bash -c 'check_file "$1"' check || exit 1
