@@ -1,7 +1,9 @@
 #include "util/diagnostic_log.h"
 
 #include <array>
+#include <chrono>
 #include <fstream>
+#include <semaphore>
 
 #include "util/leaf_lock.h"
 
@@ -10,10 +12,33 @@ namespace {
 
 constexpr std::size_t kTimeBuffer = 64;
 
+// A writer that does not come to its end holds the others up no longer than this.
+constexpr std::chrono::seconds kLongestTurn{1};
+
 struct Destination {
   LeafLock lock;
   std::string fileName GUARDED_BY(lock);
   std::ostream* stream GUARDED_BY(lock) = nullptr;
+  // Free when 1. The run-time appends by a seek and a write, so two writers at once could cover each other's
+  // entry. Not a lock: a thread may be ended by force in the middle of its turn, and the log has to go on
+  // without it.
+  std::binary_semaphore fileTurn{1};
+};
+
+// Waits for the turn, or for as long as it pays to; gives back only what it got.
+class FileTurn {
+ public:
+  explicit FileTurn(std::binary_semaphore& fileTurn)
+      : turn(fileTurn), owned(fileTurn.try_acquire_for(kLongestTurn)) {}
+  ~FileTurn() {
+    if (owned) turn.release();
+  }
+  FileTurn(const FileTurn&) = delete;
+  FileTurn& operator=(const FileTurn&) = delete;
+
+ private:
+  std::binary_semaphore& turn;
+  bool owned;
 };
 
 // Never destroyed: the exit hooks write entries when static objects are already gone.
@@ -52,9 +77,10 @@ std::string FileName(Destination& destination) {
   return destination.fileName;
 }
 
-// Without the lock: a thread that is ended by force or a slow disk in here must not stop the others' entries.
-void AppendToFile(const std::string& name, const std::string& entry) {
+void AppendToFile(Destination& destination, const std::string& entry) {
+  const std::string name = FileName(destination);
   if (name.empty()) return;
+  const FileTurn turn(destination.fileTurn);
   std::ofstream file(name, std::ios::app);
   if (!file) return;
   file.write(entry.data(), static_cast<std::streamsize>(entry.size()));
@@ -96,7 +122,7 @@ void WriteLog(const std::string& text) noexcept {
     if (!LocalTime(Now(), local)) return;
     const std::string entry = LogEntry(LogTimeLine(local), text);
     Destination& destination = TheDestination();
-    if (!WriteToStream(destination, entry)) AppendToFile(FileName(destination), entry);
+    if (!WriteToStream(destination, entry)) AppendToFile(destination, entry);
   } catch (...) {
     // The log is the last resort of every catch site: the entry is lost, the caller goes on.
     return;

@@ -3,8 +3,9 @@
 // The server's own trouble log: a plain text file, apart from the shared log file that it keeps for its
 // clients. An entry takes two lines: the local time, then " - " and the text.
 //
-// The file is opened and closed for every entry, never cut and never limited. Entries from several threads
-// may interleave. Usable until the very end of the process, the exit hooks included.
+// The file is opened and closed for every entry, never cut and never limited. Threads of this process take
+// turns; entries of several processes may interleave. Usable until the very end of the process, the exit
+// hooks included.
 
 #include <ctime>
 #include <ostream>

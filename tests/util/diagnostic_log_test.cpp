@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <sstream>
@@ -13,6 +14,10 @@
 #include "tests/support/diagnostic_log_capture.h"
 #include "tests/support/files.h"
 #include "tests/support/temp_dir.h"
+
+#ifndef _WIN32
+#include <sys/stat.h>
+#endif
 
 namespace TamLogUtil {
 namespace {
@@ -156,7 +161,7 @@ TEST_F(DiagnosticLog, SettingTheFileDropsTheStream) {
 
 TEST_F(DiagnosticLog, EntriesOfSeveralThreadsAreAllKept) {
   constexpr int kThreads = 4;
-  constexpr int kEntries = 50;
+  constexpr int kEntries = 100;
   std::vector<std::thread> threads;
   threads.reserve(kThreads);
   for (int thread = 0; thread < kThreads; ++thread) {
@@ -173,6 +178,25 @@ TEST_F(DiagnosticLog, EntriesOfSeveralThreadsAreAllKept) {
   }
   EXPECT_EQ(found, std::size_t{kThreads} * kEntries);
 }
+
+#ifndef _WIN32
+
+// A pipe without a reader keeps whoever opens it, as a writer that was ended in the middle of its turn would
+// keep the turn for ever.
+TEST_F(DiagnosticLog, AWriterThatDoesNotComeToItsEndHoldsUpTheOthersForAMomentOnly) {
+  const std::string pipe = directory.File("pipe");
+  ASSERT_EQ(mkfifo(pipe.c_str(), S_IRUSR | S_IWUSR), 0);
+  SetLogFile(pipe);
+  std::thread stuck([] { WriteLog("stuck"); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  SetLogFile(path);
+  WriteLog("goes on");
+  EXPECT_EQ(Contents(), Entry("goes on"));
+  std::ifstream reader(pipe);
+  stuck.join();
+}
+
+#endif
 
 TEST(DiagnosticLogCapture, GivesTheTextsWithoutTheTime) {
   TestSupport::DiagnosticLogCapture log;

@@ -136,7 +136,6 @@ decltype(&CloseServiceHandle) __imp_CloseServiceHandle = FakeClose;
 namespace TamLogUtil::Services {
 namespace {
 
-using Exceptions::ExceptionBase;
 using Exceptions::ExceptionWindows;
 using TestSupport::ExpectFailure;
 using TestSupport::WindowsText;

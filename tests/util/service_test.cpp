@@ -32,7 +32,7 @@ class ServiceRegistration : public testing::Test {
  protected:
   ServiceRegistration() {
     service.SetServiceName(name);
-    service.SetDisplayName("Display name of a test");
+    service.SetDisplayName(displayName);
     service.SetDescription("Description of a test");
     service.SetExecutablePath("C:\\no such directory\\service.exe");
   }
@@ -45,6 +45,8 @@ class ServiceRegistration : public testing::Test {
   bool IsInstalled() const { return ServiceHandle(Open()).Get() != nullptr; }
 
   const std::string name = "TamLogTestService" + TestSupport::ProcessSuffix();
+  // Display names have to be single in the system, too.
+  const std::string displayName = "Display name of " + name;
   const SC_HANDLE manager = OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
   Service service;
 };
@@ -62,7 +64,7 @@ TEST_F(ServiceRegistration, InstallRegistersWhatWasSet) {
   EXPECT_EQ(config->dwErrorControl, 1U);
   EXPECT_STREQ(config->lpBinaryPathName, "\"C:\\no such directory\\service.exe\"");
   EXPECT_STREQ(config->lpServiceStartName, "LocalSystem");
-  EXPECT_STREQ(config->lpDisplayName, "Display name of a test");
+  EXPECT_STREQ(config->lpDisplayName, displayName.c_str());
 }
 
 TEST_F(ServiceRegistration, InstallSetsTheDescription) {

@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "tests/support/diagnostic_log_capture.h"
-#include "tests/support/expect_failure.h"
 #include "tests/support/wait_until.h"
 #include "tests/util/work_thread.h"
 #include "util/exceptions.h"
@@ -21,7 +20,6 @@ namespace {
 
 using Exceptions::ExceptionBase;
 using Exceptions::ExceptionWindows;
-using TestSupport::ExpectFailure;
 using TestSupport::WaitUntil;
 using Texts = std::vector<std::string>;
 

@@ -68,11 +68,11 @@ TEST(TimeoutDeathTest, LocksAndLogStillWorkInExitHooks) {
       {
         static Mutex lock;
         SetLogStream(&std::cerr);
-        std::atexit([] {
+        const int hooked = std::atexit([] {
           Mutex::Access access(lock, Timeout::Infinite);
           WriteLog("from the exit hook");
         });
-        std::exit(0);
+        std::exit(hooked);
       },
       testing::ExitedWithCode(0), "from the exit hook");
 }
