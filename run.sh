@@ -13,7 +13,7 @@ until Ctrl-C, which stops and removes everything that was started.
 
   --once   end after the messages were shown; also when standard output is no terminal
 
-Exit code: 0 when messages of both ways were shown, otherwise 1 with the name of the step that failed.
+Exit code: 0 when messages of both ways were shown (and after Ctrl-C while following), otherwise 1 with the name of the step that failed.
 TEXT
 }
 
@@ -25,6 +25,8 @@ case "$#:${1:-}" in
   *) usage >&2; exit 2 ;;
 esac
 [[ -t 1 ]] || once=yes
+color=()
+if [[ -t 1 && -z ${NO_COLOR:-} ]]; then color=(--color always); fi
 cd "$(dirname "$0")"
 root=$PWD
 
@@ -48,17 +50,30 @@ fail() {
   exit 1
 }
 
-# tool PROGRAM ARGUMENTS...: one of the installed programs, or one of Wine's own; never waits for ever. Nothing that
-# runs under Wine inherits the lock (8): it would hold it as long as it lives.
+# The programs write CR LF.
+plain_lines() { sed -u 's/\r$//'; }
+
+# tool PROGRAM ARGUMENTS...: one of the installed programs, or one of Wine's own; never waits for ever. It writes into
+# pipes, because Wine would draw on a terminal as on a console window. Nothing that runs under Wine inherits the lock
+# (8): it would hold it as long as it lives.
 tool() {
   local program=$1
   shift
   [[ ! -e $installed/$program ]] || program=$installed/$program
-  timeout 60 "$wine64" "$program" "$@" 8>&-
+  { timeout 60 "$wine64" "$program" "$@" 2>&1 >&3 3>&- 8>&- | plain_lines >&2; } 3>&1 | plain_lines
 }
 
 service_state() {
-  tool sc.exe query TamLogServer 2>/dev/null </dev/null | tr -d '\r' | sed -n 's/.*STATE *: *\([0-9]*\).*/\1/p'
+  tool sc.exe query TamLogServer 2>/dev/null </dev/null | sed -n 's/.*STATE *: *\([0-9]*\).*/\1/p'
+}
+
+# Whether the server's process is there.
+server_lives() {
+  local process
+  for process in $(wine_processes); do
+    if tr '\0' ' ' 2>/dev/null <"/proc/$process/cmdline" | grep -q 'TamLogServer\.exe'; then return 0; fi
+  done
+  return 1
 }
 
 show_diagnostic_log() {
@@ -69,26 +84,25 @@ show_diagnostic_log() {
 
 # --- Stopping: everything that was started, in the opposite order, whatever happened.
 
-# end_process_group SIGNAL LEADER: bash takes no notice of INT in a process that it started in the background, so the
-# caller names a signal that the group heeds.
+# end_process_group SIGNAL ID
 end_process_group() {
-  local tries signal=$1
-  shift
-  [[ -n $1 ]] || return 0
-  kill "-$signal" -- "-$1" 2>/dev/null || return 0
+  local tries
+  [[ -n $2 ]] || return 0
+  kill "-$1" -- "-$2" 2>/dev/null || return 0
   for ((tries = 0; tries < 30; ++tries)); do
-    kill -0 -- "-$1" 2>/dev/null || return 0
+    kill -0 -- "-$2" 2>/dev/null || return 0
     sleep 0.1
   done
-  kill -KILL -- "-$1" 2>/dev/null || true
+  kill -KILL -- "-$2" 2>/dev/null || true
 }
 
 stop_service() {
-  local tries
+  local deadline=$((SECONDS + 30))
   # The manager's patience (10 s) may end before the server's own deadline (15 s) when a reader holds the file: 1053.
   tool sc.exe stop TamLogServer >"$work/stop.log" 2>&1 </dev/null || true
-  for ((tries = 0; tries < 100; ++tries)); do
-    [[ $(service_state) == 1 ]] && return 0
+  while ((SECONDS < deadline)); do
+    # Of a server that ended by itself the manager goes on saying what it said last.
+    if [[ $(service_state) == 1 ]] || ! server_lives; then return 0; fi
     sleep 0.25
   done
   echo "run.sh: the service did not stop" >&2
@@ -101,7 +115,7 @@ clean_up() {
   [[ $in_wine == yes ]] || return 0
   echo "== stopping and removing what was started"
   end_process_group TERM "$trickle"
-  # A reader that is ended gently gives its access to the file back.
+  # Asked gently: a reader that dies inside its access to the file would keep the server from writing.
   end_process_group INT "$follower"
   if [[ $service_started == yes ]]; then stop_service || failed=1; fi
   if [[ $service_installed == yes ]]; then
@@ -204,6 +218,7 @@ prepare() {
   mkdir -p "$work"
   exec 8>"$work/.lock"
   flock --nonblock 8 || fail 'another run.sh is at work in this tree'
+  rm -f "$work"/*
 
   begin 'building (the first time takes minutes)'
   if [[ -t 1 ]]; then
@@ -224,7 +239,7 @@ prepare() {
 }
 
 start_service() {
-  local tries
+  local deadline
   begin 'installing and loading the driver double'
   driver_installed=yes
   tool tamlogdrv.exe install "C:\\Program Files\\Torvane\\tamlog.sys" </dev/null || fail
@@ -236,8 +251,10 @@ start_service() {
   begin 'starting the service'
   service_started=yes
   tool sc.exe start TamLogServer >"$work/start.log" 2>&1 </dev/null ||
-    { tr -d '\r' <"$work/start.log" >&2; show_diagnostic_log; fail; }
-  for ((tries = 0; tries < 80; ++tries)); do
+    { cat "$work/start.log" >&2; show_diagnostic_log; fail; }
+  deadline=$((SECONDS + 30))
+  while ((SECONDS < deadline)); do
+    server_lives || { show_diagnostic_log; fail 'it ended again'; }
     if [[ $(service_state) == 4 ]] && tool tamlogctl.exe status >"$work/status.log" 2>&1 </dev/null; then return 0; fi
     sleep 0.25
   done
@@ -260,10 +277,10 @@ stored() {
 }
 
 show_messages() {
-  local tries from_driver=0 from_pipe=0
+  local deadline=$((SECONDS + 30)) from_driver=0 from_pipe=0
   begin 'waiting until they are stored'
   # The driver is asked once a second, the file is written five times a second.
-  for ((tries = 0; tries < 40; ++tries)); do
+  while ((SECONDS < deadline)); do
     from_driver=$(stored "$feed.driver") from_pipe=$(stored "$feed.pipe")
     ((from_driver < driver_messages || from_pipe < pipe_messages)) || break
     sleep 0.5
@@ -275,9 +292,9 @@ show_messages() {
   fi
 
   begin 'showing the newest 20 from the shared file'
-  tool tamlogctl.exe show -n 20 </dev/null | tee "$work/shown.txt" || fail
-  grep -qF " $feed.driver: " "$work/shown.txt" || fail 'none of the driver is shown'
-  grep -qF " $feed.pipe: " "$work/shown.txt" || fail 'none of the pipe is shown'
+  tool tamlogctl.exe show -n 20 "${color[@]}" </dev/null | tee "$work/shown.txt" || fail
+  grep -qF "$feed.driver" "$work/shown.txt" || fail 'none of the driver is shown'
+  grep -qF "$feed.pipe" "$work/shown.txt" || fail 'none of the pipe is shown'
 
   begin 'status'
   tool tamlogctl.exe status </dev/null || fail
@@ -303,12 +320,14 @@ send_live_messages() {
 follow_messages() {
   begin 'following live messages (Ctrl-C ends)'
   # Sessions of their own: Ctrl-C reaches this script only, which then ends them in order.
-  export -f tool send_live_messages
+  export -f tool plain_lines send_live_messages
   export wine64 installed work
   setsid bash -c send_live_messages >>"$work/live.log" 2>&1 </dev/null 8>&- &
   trickle=$!
-  disown "$trickle"  # its end is no news
-  setsid env --default-signal=INT "$wine64" "$installed/tamlogctl.exe" follow </dev/null 8>&- &
+  disown "$trickle"
+  trap 'exit 0' INT # the way to end it
+  setsid env --default-signal=INT "$wine64" "$installed/tamlogctl.exe" follow "${color[@]}" \
+    > >(setsid sed -u 's/\r$//' 8>&-) 2>&1 </dev/null 8>&- &
   follower=$!
   wait "$follower" || true
   fail 'tamlogctl follow ended by itself'

@@ -16,8 +16,8 @@ the others from running, as far as they can. Logs are kept in build/test.
   build-tsan      the same under ThreadSanitizer
   rooms           check every include against the table of who may use whom
   format          check the format of every file
-  thread-safety   check the lock annotations with clang
-  tidy            clang-tidy; runs beside the others, on time that they leave
+  thread-safety   check the lock annotations with clang; beside the others, on time that they leave
+  tidy            clang-tidy; beside the others, on time that they leave
   prefixes        make fresh Wine prefixes for the tests
   test-asan       run the native tests under AddressSanitizer and UBSan
   test-tsan       run the native tests under ThreadSanitizer
@@ -53,8 +53,7 @@ flock --nonblock 8 || { echo "test.sh: another test.sh is at work in this tree" 
 
 started=$SECONDS
 failed_steps=()
-tidy_process=''
-tidy_started=0
+declare -A beside_process=() beside_started=()
 ctest_status=0
 ctest_steps=()
 
@@ -65,7 +64,7 @@ on_exit() {
   local status=$?
   trap '' INT TERM HUP PIPE
   trap - EXIT
-  if [[ -n $tidy_process ]]; then kill -TERM -- "-$tidy_process" 2>/dev/null || true; fi
+  for name in "${!beside_process[@]}"; do kill -TERM -- "-${beside_process[$name]}" 2>/dev/null || true; done
   for name in unit system; do
     if [[ -d build/wine/$name ]]; then scripts/wine-stop.sh "$name" || status=1; fi
   done
@@ -125,28 +124,30 @@ check_rooms() { scripts/check-rooms.py --self-test && scripts/check-rooms.py; }
 
 make_prefixes() { scripts/wine-prefix.sh unit && scripts/wine-prefix.sh system; }
 
-# Takes only what nothing else wants of the processor, so that tests with time limits do not starve.
-start_tidy() {
-  is_wanted tidy || return 0
-  if has_failed configure; then return 0; fi
-  printf '== %-14s %s\n' tidy 'clang-tidy, beside the following steps, on time that they leave'
-  tidy_started=$SECONDS
-  setsid chrt --idle 0 scripts/check-tidy.sh -j "$cores" >"$logs/tidy.log" 2>&1 8>&- </dev/null &
-  tidy_process=$!
-}
-
-finish_tidy() {
-  local status=0
-  is_wanted tidy || return 0
-  if [[ -z $tidy_process ]]; then
-    printf '== %-14s not run, because configure failed\n' tidy
-    failed_steps+=(tidy)
+# start_beside NAME WHAT-IT-DOES COMMAND...: a step that needs configured builds and takes only what nothing else wants
+# of the processor, so that tests with time limits do not starve.
+start_beside() {
+  local name=$1
+  is_wanted "$name" || return 0
+  if has_failed configure; then
+    printf '== %-14s not run, because configure failed\n' "$name"
+    failed_steps+=("$name")
     return 0
   fi
-  printf '== %-14s %s\n' tidy 'waiting for its end'
-  wait "$tidy_process" || status=$?
-  tidy_process=''
-  report tidy "$status" $((SECONDS - tidy_started))
+  printf '== %-14s %s, beside the following steps\n' "$name" "$2"
+  shift 2
+  beside_started[$name]=$SECONDS
+  setsid chrt --idle 0 "$@" >"$logs/$name.log" 2>&1 8>&- </dev/null &
+  beside_process[$name]=$!
+}
+
+finish_beside() {
+  local name=$1 status=0
+  [[ -n ${beside_process[$name]:-} ]] || return 0
+  printf '== %-14s waiting for its end\n' "$name"
+  wait "${beside_process[$name]}" || status=$?
+  unset "beside_process[$name]"
+  report "$name" "$status" $((SECONDS - beside_started[$name]))
 }
 
 # --- Tests.
@@ -196,19 +197,20 @@ last_status=0
 step packages 'installing what is missing from Debian'"'"'s packages' scripts/install-packages.sh test
 if has_failed packages; then exit 1; fi
 step configure 'configuring the presets windows, asan and tsan' configure_all
-start_tidy
+start_beside thread-safety 'checking the lock annotations with clang' scripts/check-thread-safety.sh -j 1
+start_beside tidy 'clang-tidy' scripts/check-tidy.sh -j "$cores"
 step rooms 'checking every include against the table of who may use whom' check_rooms
 step format 'checking the format of every file' scripts/check-format.sh
 step_after configure build-windows 'building everything for Windows' scripts/build.sh windows
 step_after configure build-asan 'building the pure files natively, AddressSanitizer and UBSan' scripts/build.sh asan
 step_after configure build-tsan 'building the pure files natively, ThreadSanitizer' scripts/build.sh tsan
-step thread-safety 'checking the lock annotations with clang' scripts/check-thread-safety.sh
 step prefixes 'making fresh Wine prefixes' make_prefixes
 test_step build-asan test-asan 'native tests, AddressSanitizer and UBSan' run_natively asan
 test_step build-tsan test-tsan 'native tests, ThreadSanitizer' run_natively tsan
 test_step build-windows test-unit 'tests of the rooms under Wine' run_under_wine unit -LE system -j 2
 test_step build-windows test-system 'tests with the real service manager under Wine' run_under_wine system -L system -j 1
-finish_tidy
+finish_beside thread-safety
+finish_beside tidy
 
 echo
 printf 'All steps took %d s.\n' $((SECONDS - started))

@@ -2,15 +2,15 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <set>
 #include <utility>
 
 namespace TamLogClient {
 
 namespace {
 
-// In a ring without a backward stretch neither times nor numbers fall from the oldest slot to the newest. In
-// the other kind a new message overwrites the newest one of the stretch, which the server still knows and may
-// write again later.
+// In a ring without a backward stretch neither times nor numbers fall from the oldest slot to the newest. (A
+// stretch of one or two slots can look the same.)
 bool IsRegular(const LogSnapshot& snapshot, const std::vector<std::uint32_t>& ring) {
   for (std::size_t i = 1; i < ring.size(); ++i) {
     const LogMessageView older(snapshot.slots[ring[i - 1]]);
@@ -26,22 +26,60 @@ bool CountersGoOn(const LogFileHeader& before, const LogFileHeader& now) {
          now.rewriteCount >= before.rewriteCount && now.nextSequence >= before.nextSequence;
 }
 
+// Messages without a number hold 0, so 0 says nothing.
+std::uint64_t NextNumber(const LogFileHeader& header) {
+  return std::max<std::uint64_t>(header.nextSequence, 1);
+}
+
 struct Rewrite {
   bool goesOn = false;          // same run of the log
   bool hadMessages = false;     // the snapshot before was not empty
+  bool regular = false;         // the ring of this snapshot has no backward stretch
   std::uint64_t fresh = 0;      // messages not known before
   std::uint64_t surviving = 0;  // messages known before
 };
+
+// Between the two looks no flush can have rewritten the whole ring: such a flush gives no numbers, and the
+// backward stretch that it leaves takes nearly a whole ring of numbers to go away.
+bool RingWasKept(const LogFileHeader& before, const LogSnapshot& now, bool regular) {
+  const std::uint64_t numbered = now.header.nextSequence - before.nextSequence;
+  if (!now.Full()) return true;
+  if (now.header.changeCount - before.changeCount <= 1) return numbered > 0;
+  return regular && numbered + 2 < static_cast<std::uint64_t>(now.header.maxMessages);
+}
+
+// An insertion into a ring that was rewritten backwards writes messages of the stretch a second time while
+// the first copy is still there. The second copies lie in the forward part at the newest end of the ring.
+// Returns their slots. (Equal messages on both sides of the border are taken for copies, too.)
+std::set<std::uint32_t> SecondCopies(const LogSnapshot& snapshot, const std::vector<std::uint32_t>& ring) {
+  std::set<std::uint32_t> copies;
+  std::size_t forward = ring.size();
+  while (forward > 1 && IsRegular(snapshot, {ring[forward - 2], ring[forward - 1]})) --forward;
+  if (forward <= 1) return copies;
+  // The last slot of the stretch can look like the first of the forward part; that one is never a copy.
+  std::unordered_map<MessageIdentity, std::uint32_t, MessageIdentityHash> stretch;
+  for (std::size_t i = 0; i < forward; ++i) ++stretch[IdentityOf(snapshot.slots[ring[i]].body)];
+  for (std::size_t i = forward; i < ring.size(); ++i) {
+    const auto entry = stretch.find(IdentityOf(snapshot.slots[ring[i]].body));
+    if (entry == stretch.end() || entry->second == 0) continue;
+    --entry->second;
+    copies.insert(ring[i]);
+  }
+  return copies;
+}
 
 // What may have come and gone between two looks when slots were rewritten.
 Loss LossOfRewrite(const LogFileHeader& before, const LogSnapshot& now, const Rewrite& rewrite) {
   const Loss none;
   const Loss unknown{0, std::nullopt};
   if (rewrite.surviving > 0 && !now.Full()) return none;  // a ring that was never full drops nothing
-  if (!rewrite.goesOn) return unknown;
+  if (!rewrite.goesOn || !now.HeaderIsSound()) return unknown;
   const std::uint64_t changes = now.header.changeCount - before.changeCount;
   const std::uint64_t rewrites = now.header.rewriteCount - before.rewriteCount;
   const std::uint64_t numbered = now.header.nextSequence - before.nextSequence;
+  // Messages that survived say that the log was not emptied. To come in and be gone again, a message needs a
+  // whole ring of numbers: its own, those behind its place, and those of the messages that push it out.
+  if (rewrite.surviving > 0 && RingWasKept(before, now, rewrite.regular)) return none;
   if (changes <= 1) {
     // One operation, so everything that it wrote is still there. Only a burst that replaced the whole ring
     // may have held more messages than the ring: those never reached the file, and nobody counts them.
@@ -51,7 +89,6 @@ Loss LossOfRewrite(const LogFileHeader& before, const LogSnapshot& now, const Re
   // The ring was emptied, and that was the only rewrite: all else were plain appends, each with its number.
   const bool clearedOnce = rewrites == 1 && rewrite.hadMessages && rewrite.surviving == 0 && !now.Full();
   if (clearedOnce && numbered >= rewrite.fresh) return {numbered - rewrite.fresh, numbered - rewrite.fresh};
-  if (!now.Full() && numbered <= rewrite.fresh) return none;
   return unknown;
 }
 
@@ -61,6 +98,8 @@ void LogFollower::Start(const LogSnapshot& snapshot) {
   departed.clear();
   any = false;
   newestKey = 0;
+  suspect = true;
+  suspectUntil = NextNumber(snapshot.header);
   Remember(snapshot, {});
   for (const std::uint32_t slot : snapshot.RingOrder()) {
     newestKey = std::max(newestKey, keys[slot]);
@@ -110,7 +149,7 @@ FollowStep LogFollower::TakeAppended(const LogSnapshot& snapshot) {
   const auto first = static_cast<std::ptrdiff_t>(ring.size() - visible);
   for (auto at = ring.begin() + first; at != ring.end(); ++at) {
     const std::uint32_t slot = *at;
-    if (irregular && WasValid(slot)) {
+    if (suspect && WasValid(slot)) {
       Known& known = departed[identities[slot]];
       ++known.count;
       known.key = keys[slot];
@@ -120,10 +159,7 @@ FollowStep LogFollower::TakeAppended(const LogSnapshot& snapshot) {
     step.messages.push_back({slot, false});
   }
   last = snapshot.header;
-  if (irregular && IsRegular(snapshot, ring)) {
-    irregular = false;
-    departed.clear();
-  }
+  EndSuspicion(snapshot, ring);
   return step;
 }
 
@@ -144,7 +180,15 @@ FollowStep LogFollower::TakeRewritten(const LogSnapshot& snapshot, bool reopened
   Rewrite rewrite;
   rewrite.goesOn = !reopened && CountersGoOn(last, snapshot.header);
   rewrite.hadMessages = last.messageCount > 0;
+  const auto ring = snapshot.RingOrder();
+  rewrite.regular = IsRegular(snapshot, ring);
+  if (!rewrite.goesOn || !RingWasKept(last, snapshot, rewrite.regular)) {
+    suspect = true;
+    suspectUntil = NextNumber(snapshot.header);
+  }
+  const auto copies = suspect ? SecondCopies(snapshot, ring) : std::set<std::uint32_t>{};
   for (const std::uint32_t slot : OrderMessages(snapshot).oldestFirst) {
+    if (copies.count(slot) > 0) continue;
     const auto entry = known.find(IdentityOf(snapshot.slots[slot].body));
     if (entry != known.end() && entry->second.count > 0) {
       --entry->second.count;
@@ -156,6 +200,7 @@ FollowStep LogFollower::TakeRewritten(const LogSnapshot& snapshot, bool reopened
   rewrite.fresh = step.messages.size();
   step.cleared = rewrite.hadMessages && rewrite.surviving == 0 && !snapshot.Full();
   step.loss = LossOfRewrite(last, snapshot, rewrite);
+  if (step.cleared) suspect = false;
   Remember(snapshot, step.cleared ? KnownMessages{} : std::move(known));
   return step;
 }
@@ -170,9 +215,9 @@ void LogFollower::Remember(const LogSnapshot& snapshot, KnownMessages gone) {
     identities[slot] = IdentityOf(snapshot.slots[slot].body);
     keys[slot] = TimeKey(snapshot.slots[slot].body);
   }
-  irregular = !IsRegular(snapshot, ring);
+  EndSuspicion(snapshot, ring);
   departed.clear();
-  if (!irregular) return;
+  if (!suspect) return;
   std::erase_if(gone, [](const auto& entry) { return entry.second.count == 0; });
   // The server can only write again what is among its newest `maxMessages`: of more, the oldest stay away for
   // good.
@@ -188,16 +233,26 @@ void LogFollower::Remember(const LogSnapshot& snapshot, KnownMessages gone) {
   departed = std::move(gone);
 }
 
+void LogFollower::EndSuspicion(const LogSnapshot& snapshot, const std::vector<std::uint32_t>& ring) {
+  if (!suspect) return;
+  suspect = !snapshot.Full() || !std::all_of(ring.begin(), ring.end(), [&](std::uint32_t slot) {
+    return snapshot.slots[slot].sequence >= suspectUntil;
+  });
+  if (!suspect) departed.clear();
+}
+
 void LogFollower::MarkLate(const LogSnapshot& snapshot, FollowStep& step) {
   std::stable_sort(step.messages.begin(), step.messages.end(), [&](const NewMessage& a, const NewMessage& b) {
     return TimeKey(snapshot.slots[a.slot].body) < TimeKey(snapshot.slots[b.slot].body);
   });
-  const std::uint64_t before = newestKey;
+  std::uint64_t newest = 0;
   for (NewMessage& message : step.messages) {
     const std::uint64_t key = TimeKey(snapshot.slots[message.slot].body);
-    message.late = any && key < before;
-    newestKey = std::max(newestKey, key);
+    message.late = any && key < newestKey;
+    newest = std::max(newest, key);
   }
+  // Not the newest of all time: one message from a wrong clock would make every later one late.
+  if (!step.messages.empty()) newestKey = newest;
   any = any || !step.messages.empty();
 }
 

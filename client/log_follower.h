@@ -24,7 +24,7 @@ namespace TamLogClient {
 
 struct NewMessage {
   std::uint32_t slot = 0;  // in the snapshot
-  bool late = false;       // dated before a message that was given out earlier
+  bool late = false;       // dated before a message of the last step that had any
 };
 
 // Messages that were in the log between two looks and are gone. `most` without value: no limit is known.
@@ -64,6 +64,7 @@ class LogFollower {
   FollowStep TakeRewritten(const LogSnapshot& snapshot, bool reopened);
   KnownMessages CollectKnown() const;
   void Remember(const LogSnapshot& snapshot, KnownMessages gone);
+  void EndSuspicion(const LogSnapshot& snapshot, const std::vector<std::uint32_t>& ring);
   void MarkLate(const LogSnapshot& snapshot, FollowStep& step);
   bool WasValid(std::uint32_t slot) const;
 
@@ -71,8 +72,11 @@ class LogFollower {
   std::vector<MessageIdentity> identities;  // of `last`, by slot
   std::vector<std::uint64_t> keys;          // of `last`, by slot
   KnownMessages departed;                   // given out, no longer in the ring, but able to come back
-  bool irregular = false;  // a stretch of the ring runs backwards: departed messages can come back
-  bool any = false;        // a message was given out or known
+  // The whole ring may have been rewritten: then new messages overwrite the newest ones, which the server
+  // still knows and may write again later. Over once every slot has a number from `suspectUntil` on.
+  bool suspect = true;
+  std::uint64_t suspectUntil = 0;
+  bool any = false;  // a message was given out or known
   std::uint64_t newestKey = 0;
 };
 

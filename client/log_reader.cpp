@@ -71,6 +71,12 @@ bool OnlyAppended(const LogFileHeader& known, const LogFileHeader& now) {
          now.nextSequence - known.nextSequence < static_cast<std::uint64_t>(now.maxMessages);
 }
 
+bool Changed(const LogFileHeader& before, const LogFileHeader& after) {
+  return before.changeCount != after.changeCount || before.rewriteCount != after.rewriteCount ||
+         before.nextSequence != after.nextSequence || before.nextSlot != after.nextSlot ||
+         before.messageCount != after.messageCount || before.maxMessages != after.maxMessages;
+}
+
 }  // namespace
 
 Status LogReader::Open(const std::string& mapName) {
@@ -186,42 +192,58 @@ LogReader::Left LogReader::Leave() {
 }
 
 Status LogReader::Snapshot(LogSnapshot& snapshot, std::uint32_t timeoutMs) {
-  constexpr int kTries = 4;
-  for (int attempt = 0; attempt < kTries; ++attempt) {
-    LogFileHeader seen{};
-    if (const Status status = Look(seen); status != Status::Ok) return status;
-    const auto capacity = static_cast<std::size_t>(std::max(seen.maxMessages, 0));
-    if (capacity == 0 || capacity > SlotsInView()) return Status::Damaged;
-    const bool sameSnapshot = lastFilled == &snapshot && snapshot.slots.size() == capacity;
-    snapshot.slots.resize(capacity);
-    if (const Status status = Enter(timeoutMs); status != Status::Ok) return status;
-    const std::uint64_t entered = Microseconds();
+  const Deadline deadline(timeoutMs);
+  do {
     bool again = false;
-    const Status status = CopyInside(snapshot, sameSnapshot ? &lastHeader : nullptr, again);
-    const Left left = Leave();
-    lastHold = Microseconds() - entered;
-    lastFilled = nullptr;
-    if (left == Left::UnderTheWriter) ++passed;
-    if (status == Status::InPage || left == Left::Fault) return Status::InPage;
-    if (again || left == Left::UnderTheWriter) continue;
-    if (snapshot.header.serverRunning == 0) {
-      Close();
-      return Status::NotRunning;
-    }
-    lastFilled = &snapshot;
-    lastHeader = snapshot.header;
-    return snapshot.HeaderIsSound() ? Status::Ok : Status::Damaged;
-  }
-  return Status::Stuck;
+    const Status status = TrySnapshot(snapshot, deadline.Remaining(), again);
+    if (!again) return status;
+  } while (deadline.Remaining() > 0);
+  return Status::TimedOut;
 }
 
-// Runs under read access. `again`: the capacity is not the one that the buffer was made for.
+// `again`: the copy cannot be trusted, but the next one may.
+Status LogReader::TrySnapshot(LogSnapshot& snapshot, std::uint32_t timeoutMs, bool& again) {
+  LogFileHeader seen{};
+  if (const Status status = Look(seen); status != Status::Ok) return status;
+  const auto capacity = static_cast<std::size_t>(std::max(seen.maxMessages, 0));
+  if (capacity == 0 || capacity > SlotsInView()) return Status::Damaged;
+  const bool sameSnapshot = lastFilled == &snapshot && snapshot.slots.size() == capacity;
+  lastFilled = nullptr;
+  snapshot.slots.resize(capacity);  // before read access: nothing is allocated inside
+  if (const Status status = Enter(timeoutMs); status != Status::Ok) return status;
+  const std::uint64_t entered = Microseconds();
+  const Status status = CopyInside(snapshot, sameSnapshot ? &lastHeader : nullptr, again);
+  const Left left = Leave();
+  lastHold = Microseconds() - entered;
+  if (left == Left::UnderTheWriter) ++passed;
+  if (status != Status::Ok || left == Left::Fault) {
+    again = false;
+    return Status::InPage;
+  }
+  again = again || left == Left::UnderTheWriter;
+  if (again) return Status::Ok;
+  if (snapshot.header.serverRunning == 0) {
+    Close();
+    return Status::NotRunning;
+  }
+  lastFilled = &snapshot;
+  lastHeader = snapshot.header;
+  return snapshot.HeaderIsSound() ? Status::Ok : Status::Damaged;
+}
+
+// Runs under read access. `again`: the capacity is not the one that the buffer was made for, or a writer that
+// passed this reader changed the header meanwhile.
 Status LogReader::CopyInside(LogSnapshot& snapshot, const LogFileHeader* known, bool& again) {
-  const Status status = CopyHeader(snapshot.header);
+  Status status = CopyHeader(snapshot.header);
   if (status != Status::Ok) return status;
   again = snapshot.header.maxMessages < 0 ||
           static_cast<std::size_t>(snapshot.header.maxMessages) != snapshot.slots.size();
-  return again ? Status::Ok : CopySlots(snapshot, known);
+  if (again) return Status::Ok;
+  status = CopySlots(snapshot, known);
+  LogFileHeader after{};
+  if (status == Status::Ok) status = CopyHeader(after);
+  again = status == Status::Ok && Changed(snapshot.header, after);
+  return status;
 }
 
 Status LogReader::CopySlots(LogSnapshot& snapshot, const LogFileHeader* known) {

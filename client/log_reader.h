@@ -61,6 +61,7 @@ class LogReader {
   Status OpenEvents();
   Status Enter(std::uint32_t timeoutMs);
   Left Leave();
+  Status TrySnapshot(LogSnapshot& snapshot, std::uint32_t timeoutMs, bool& again);
   Status CopyInside(LogSnapshot& snapshot, const LogFileHeader* known, bool& again);
   Status CopySlots(LogSnapshot& snapshot, const LogFileHeader* known);
   Status CopyRange(LogSnapshot& snapshot, std::int64_t first, std::int64_t end);

@@ -4,10 +4,10 @@ set -euo pipefail
 
 usage() {
   cat <<'TEXT'
-usage: scripts/check-thread-safety.sh [-j JOBS] [FILE...]
+usage: scripts/check-thread-safety.sh [-j JOBS]
 
-Lets clang check the lock annotations (util/thread_annotations.h) of every .cpp file outside tests, or of the files
-named; compiles nothing. Prints what is found and exits with 1.
+Lets clang check the lock annotations (util/thread_annotations.h) of every .cpp file outside tests that build/windows
+compiles; compiles nothing itself. Needs build/windows to be configured. Prints what is found and exits with 1.
 TEXT
 }
 
@@ -18,19 +18,25 @@ case ${1:-} in
   -*) usage >&2; exit 2 ;;
 esac
 cd "$(dirname "$0")/.."
-. scripts/rooms.sh
 
 # clang finds neither the C++ headers of Debian's posix variant by itself nor may it see those of the C library.
 gcc=/usr/lib/gcc/x86_64-w64-mingw32/12-posix/include/c++
-export TAMLOG_CLANG="clang++-14 --target=x86_64-w64-mingw32 -nostdinc
+export TAMLOG_CLANG="clang++-14 --target=x86_64-w64-mingw32 -nostdinc -std=c++20
   -isystem$gcc -isystem$gcc/x86_64-w64-mingw32 -isystem$gcc/backward
   -isystem/usr/lib/llvm-14/lib/clang/14.0.6/include -isystem/usr/x86_64-w64-mingw32/include
-  -std=c++20 -D_WIN32_WINNT=0x0601 -DNOMINMAX -DWIN32_LEAN_AND_MEAN -I. -isystembuild/windows/headers
   -fsyntax-only -Wthread-safety -Werror=thread-safety"
 
-files=("$@")
-(($# > 0)) || mapfile -t files < <(room_files cpp | grep -v '^tests/\|^fuzz/\|^bench/')
+# One line of compiled-files.py: file, tab, flags.
+check_file() {
+  local flags
+  eval "flags=(${1#*$'\t'})" # they are quoted for the shell
+  # shellcheck disable=SC2086
+  $TAMLOG_CLANG "${flags[@]}" "${1%%$'\t'*}"
+}
+export -f check_file
+
+mapfile -t files < <(scripts/compiled-files.py --no-tests --flags)
 ((${#files[@]} > 0)) || { echo "check-thread-safety.sh: no files" >&2; exit 1; }
 # shellcheck disable=SC2016
-printf '%s\0' "${files[@]}" | xargs -0 -n 1 -P "$jobs" sh -c '$TAMLOG_CLANG "$1"' check || exit 1
+printf '%s\0' "${files[@]}" | xargs -0 -n 1 -P "$jobs" bash -c 'check_file "$1"' check || exit 1
 echo "thread safety: ${#files[@]} files"

@@ -4,10 +4,12 @@ set -euo pipefail
 
 usage() {
   cat <<'TEXT'
-usage: scripts/check-tidy.sh [-j JOBS] [FILE...]
+usage: scripts/check-tidy.sh [-j JOBS] [--all | FILE...]
 
-Runs clang-tidy (the checks of .clang-tidy) over the .cpp files of our folders that build/windows compiles, or over
-the files named. Needs build/windows to be configured. Prints what is found and exits with 1.
+Runs clang-tidy (the checks of .clang-tidy) over the .cpp files of our rooms that build/windows compiles, or over
+the files named. --all takes the tests as well: the macros of the test library make that about ten processor seconds a
+file, so test.sh leaves it to whoever changes tests. Needs build/windows to be configured. Prints what is found and
+exits with 1.
 TEXT
 }
 
@@ -18,22 +20,6 @@ case ${1:-} in
   -*) usage >&2; exit 2 ;;
 esac
 cd "$(dirname "$0")/.."
-. scripts/rooms.sh
-[[ -f build/windows/compile_commands.json ]] ||
-  { echo "check-tidy.sh: build/windows is not configured (scripts/build.sh --configure-only windows)" >&2; exit 1; }
-
-# The largest first, so that no long one is left alone at the end.
-list_files() {
-  python3 - "$PWD" "${rooms[@]}" <<'PYTHON'
-import json, os, sys
-root, rooms = sys.argv[1], sys.argv[2:]
-files = {os.path.relpath(os.path.join(e["directory"], e["file"]), root)
-         for e in json.load(open("build/windows/compile_commands.json"))}
-ours = [f for f in files if f.endswith(".cpp") and f.split(os.sep)[0] in rooms]
-print("\n".join(sorted(ours, key=lambda f: -os.path.getsize(f))))
-PYTHON
-}
-
 # One file: silent when it is clean. clang-tidy counts what it left out on the error stream.
 check_file() {
   local output
@@ -44,7 +30,10 @@ check_file() {
 export -f check_file
 
 files=("$@")
-(($# > 0)) || mapfile -t files < <(list_files)
+case ${1:-} in
+  '') mapfile -t files < <(scripts/compiled-files.py --no-tests) ;;
+  --all) mapfile -t files < <(scripts/compiled-files.py) ;;
+esac
 ((${#files[@]} > 0)) || { echo "check-tidy.sh: no files" >&2; exit 1; }
 # shellcheck disable=SC2016
 printf '%s\0' "${files[@]}" | xargs -0 -n 1 -P "$jobs" bash -c 'check_file "$1"' check || exit 1

@@ -16,7 +16,7 @@
 
 #include "server/registry_key.h"
 
-inline constexpr char kConfigurationKey[] = "SOFTWARE\\Brenmark VORTA\\Torvane Log Server";
+inline constexpr char kConfigurationKey[] = R"(SOFTWARE\Brenmark VORTA\Torvane Log Server)";
 inline constexpr char kFiltersSubkey[] = "Filters";
 
 // The log file's name when no path is configured; it lies beside the executable then.

@@ -72,6 +72,7 @@ void ServerService::Restart(const Lifecycle::RestartTicket& ticket) {
 
 void ServerService::StartSequence() {
   OpenDriver();
+  AwaitFormerTicks();
   const Mutex::Access access(messageLock, Timeout::Infinite);
   pipeServer.SetMessageHandler(this);
   // At every start: a timer's Stop forgets its callback.
@@ -119,6 +120,16 @@ void ServerService::StopSequence() {
   writeToDiskTimer.Join(deadline);
   CloseDriver();
   stopped = true;
+}
+
+// A stop that ran out of time may have left ticks behind. They are waited for before messageLock is taken:
+// one of them may be about to take it, and a timer's Start, which waits for the old thread too, would never
+// return. A late tick that forces the file to the disk would also count as a foreign reader when the file is
+// checked.
+void ServerService::AwaitFormerTicks() {
+  for (TamLogUtil::Timer* timer : {&flushWritesTimer, &writeToDiskTimer, &driverPollTimer}) {
+    if (timer->IsStopRequested()) timer->Join(Timeout::Infinite);
+  }
 }
 
 // Before any lock is taken, so that a missing driver leaves everything as it was.

@@ -80,6 +80,7 @@ class ServerService : public TamLogUtil::Services::Service, public ServiceInterf
   friend bool ClaimRestart(ServerService& service);
 
   void StartSequence() EXCLUDES(messageLock, configLock);
+  void AwaitFormerTicks() EXCLUDES(messageLock, configLock);
   void StopSequence() EXCLUDES(configLock);
   void OpenDriver();
   void CloseDriver();

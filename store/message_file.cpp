@@ -107,15 +107,17 @@ MessageFile::Ticket MessageFile::TakeReadAccess(Timeout& timeout) {
     }
     const HeaderLock headerLock(*ticket.objects, kCannotTake);
     // A writer may have come in between the two waits.
-    if (!ticket.objects->ReadWait().Wait(0)) continue;
-    EnterAsReader(ticket);
-    return ticket;
+    if (ticket.objects->ReadWait().Wait(0) && EnterAsReader(ticket)) return ticket;
   }
 }
 
-void MessageFile::EnterAsReader(const Ticket& ticket) {
+// False when a writer of this process has come in since read-wait was looked at. Between two processes
+// nothing prevents that; here the same lock covers both sides, so the server's own threads never pass each
+// other.
+bool MessageFile::EnterAsReader(const Ticket& ticket) {
   const LeafLock::Guard guard(viewLock);
   CheckTicket(ticket, kCannotTake);
+  if (readersHeldOut) return false;
   mappedView.ChangeReadCount(1);
   try {
     openObjects->WriteWait().RemoveSignal();
@@ -124,6 +126,7 @@ void MessageFile::EnterAsReader(const Ticket& ticket) {
     throw;
   }
   ++ownReaders;
+  return true;
 }
 
 void MessageFile::GiveBackReadAccess(const Ticket& ticket) {

@@ -95,7 +95,7 @@ class MessageFile {
  private:
   Ticket TakeReadAccess(Timeout& timeout) EXCLUDES(viewLock);
   void GiveBackReadAccess(const Ticket& ticket) EXCLUDES(viewLock);
-  void EnterAsReader(const Ticket& ticket) EXCLUDES(viewLock);
+  bool EnterAsReader(const Ticket& ticket) EXCLUDES(viewLock);
   void LeaveAsReader(const Ticket& ticket) EXCLUDES(viewLock);
   void CheckTicket(const Ticket& ticket, const char* invalidText) REQUIRES(viewLock);
   void EndAccesses() REQUIRES(viewLock);
@@ -124,7 +124,7 @@ class MessageFile::ReadAccess {
   // ran out. A failed access leaves the count of readers as it was.
   explicit ReadAccess(MessageFile* messageFile, Timeout& timeout = Timeout::Infinite);
   // Throws "Failed to release message file read access", unless another exception is on its way.
-  ~ReadAccess() noexcept(false);  // NOLINT(bugprone-exception-escape): said by noexcept(false)
+  ~ReadAccess() noexcept(false);
   ReadAccess(const ReadAccess&) = delete;
   ReadAccess& operator=(const ReadAccess&) = delete;
 

@@ -82,6 +82,17 @@ class MessageFileServer final : public TamLogUtil::MessageFile {
   // message in LoadToList()".
   void LoadToList(MessageList& list);
 
+  // Steps of OpenFile, which it takes with the turn of this process's writers in hand.
+  //
+  // Whether the mapped file passes the integrity rules, read under read access. "Failed to verify log file
+  // integrity, some handles or pointers are invalid", "Failed to get a copy of the header in
+  // VerifyIntegrity()", "Failed to read a message while verifying file integrity".
+  bool VerifyIntegrity();
+  // Empties the mapped file, with fresh counters, and brings it to `maxMessage` slots. "Failed to reformat
+  // log file, some handles or pointers are invalid", "Failed to reformat the log file's header", and what
+  // InitializeFile throws.
+  void Reformat(std::uint32_t maxMessage);
+
  private:
   struct Settings {
     std::string logFile;
@@ -95,8 +106,6 @@ class MessageFileServer final : public TamLogUtil::MessageFile {
   Settings ReadSettings();
   bool OpenLogFile(const std::string& path, std::uint32_t& lowFileSize);
   void SetFileView();
-  bool VerifyIntegrity();
-  void Reformat(std::uint32_t maxMessage);
   void InitializeFile(std::uint32_t maxMessage);
   void Compact(LogFileHeader& header, std::uint32_t maxMessage);
   void ResizeFile(std::uint32_t maxMessage);

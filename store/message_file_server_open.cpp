@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <exception>
+#include <optional>
 #include <utility>
 
 #include "pipe/security_attributes.h"
@@ -51,6 +52,23 @@ class MappedSlots final : public SlotSource {
 void CopyLockName(char (&field)[kLockNameSize], const std::string& name) {
   std::strncpy(field, name.c_str(), sizeof field);
   field[sizeof field - 1] = '\0';
+}
+
+// Opens the configured file for itself alone and closes it again. Returns the system's error, or nothing when
+// the lock did not come in time: unlike Mutex::Access this does not go on without it, because whoever has it
+// may be changing the path, and does not free the lock of another.
+std::optional<DWORD> OpenAlone(const ServerConfiguration& configuration, Mutex& configLock,
+                               Timeout& timeout) NO_THREAD_SAFETY_ANALYSIS {
+  const bool locked = WithContext("Failed to Wait for Mutex object", [&] {
+    return TamLogUtil::CheckedWaitForSingleObject(configLock.Handle(), timeout.Remaining());
+  });
+  if (!locked) return std::nullopt;
+  const HANDLE opened = CreateFileA(configuration.logFile.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                                    OPEN_EXISTING, 0, nullptr);
+  const DWORD error = opened == INVALID_HANDLE_VALUE ? GetLastError() : ERROR_SUCCESS;
+  if (opened != INVALID_HANDLE_VALUE) CloseHandle(opened);
+  configLock.Release();
+  return error;
 }
 
 }  // namespace
@@ -256,21 +274,18 @@ void MessageFileServer::MarkClosed(Timeout& timeout, std::uint32_t maxMessage) {
 
 bool MessageFileServer::WaitUntilFree(Timeout& timeout) {
   while (!timeout.Expired()) {
-    HANDLE opened = INVALID_HANDLE_VALUE;
-    DWORD error = ERROR_SUCCESS;
-    {
-      const Mutex::Access access(configLock, timeout);
-      opened = CreateFileA(configuration->logFile.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
-                           OPEN_EXISTING, 0, nullptr);
-      error = GetLastError();
-    }
-    if (opened != INVALID_HANDLE_VALUE) {
-      CloseHandle(opened);
-      return true;
-    }
-    if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) return true;
-    if (error != ERROR_SHARING_VIOLATION) {
-      throw ExceptionWindows("Failed to wait for log file to be free, CreateFile failed()", nullptr, error);
+    const std::optional<DWORD> error = OpenAlone(*configuration, *configLock, timeout);
+    if (!error.has_value()) return false;
+    switch (*error) {
+      case ERROR_SUCCESS:
+      case ERROR_FILE_NOT_FOUND:
+      case ERROR_PATH_NOT_FOUND:
+        return true;
+      case ERROR_SHARING_VIOLATION:
+        break;
+      default:
+        throw ExceptionWindows("Failed to wait for log file to be free, CreateFile failed()", nullptr,
+                               *error);
     }
   }
   return false;

@@ -130,7 +130,7 @@ void MessageFileServer::AddMessage(const LogMessageBody& body) {
 void MessageFileServer::FlushWrites() {
   if (pending.PendingCount() == 0) return;
   const WriteAccess access(this);
-  UseView(access.ticket, kCannotFlush, [&](MappedView& view) {
+  UseView(access.ticket, kCannotTake, [&](MappedView& view) {
     LogFileHeader header = WithContext(kCannotFlush, [&] { return view.ReadHeader(); });
     changed = true;
     MappedTarget target(view);
@@ -143,7 +143,7 @@ void MessageFileServer::FlushWrites() {
 void MessageFileServer::ClearMessages() {
   pending.Clear();
   const WriteAccess access(this);
-  UseView(access.ticket, kCannotClear, [&](MappedView& view) {
+  UseView(access.ticket, kCannotTake, [&](MappedView& view) {
     LogFileHeader header = WithContext(kCannotClear, [&] { return view.ReadHeader(); });
     changed = true;
     ClearRing(header);

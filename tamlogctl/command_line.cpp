@@ -295,7 +295,8 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int&
     arguments.insert(arguments.begin(), "show");
   }
   if (!arguments.front().empty() && arguments.front().front() != '-' && !IsVerb(arguments.front())) {
-    Say("there is no verb '" + arguments.front() + "'; verbs are show, follow, send, status, help and version");
+    Say("there is no verb '" + arguments.front() +
+        "'; verbs are show, follow, send, status, help and version");
     exitCode = kUsage;
     return std::nullopt;
   }

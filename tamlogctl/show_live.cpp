@@ -172,11 +172,15 @@ std::optional<int> Follow::TakeSnapshot() {
 }
 
 void Follow::PrintStep(const FollowStep& step) {
-  if (step.cleared) Tell("the log was emptied");
-  if (step.loss.Exact() && step.loss.Any()) {
-    Tell(std::to_string(step.loss.least) + " messages were overwritten before they could be read");
-  } else if (step.loss.Any()) {
+  const bool unknown = step.loss.Any() && !step.loss.Exact();
+  if (step.cleared) {
+    Tell(unknown ? "the log was emptied; what came between the last look and that is not shown"
+                 : "the log was emptied");
+  } else if (unknown) {
     Tell("messages may have been lost before they could be read; their number is not known");
+  }
+  if (step.loss.Any() && step.loss.Exact()) {
+    Tell(std::to_string(step.loss.least) + " messages were gone before they could be read");
   }
   for (const auto& message : step.messages) printer.Print(snapshot.slots[message.slot], message.late);
 }

@@ -47,6 +47,7 @@ void CallFault::Clear() {
   hasAction = false;
   calls = 0;
   pending = 0;
+  returns = 0;
 }
 
 void CallFault::Before(std::function<void()> newAction) {
@@ -61,15 +62,21 @@ bool CallFault::Concerns(On threads) const {
 }
 
 bool CallFault::ShouldFail() {
-  ++calls;
   if (hasAction && Concerns(On::OtherThreads)) action();
+  const bool fails = TakeFailure();
+  // Counted when it is decided: a test that saw the count may ask for failures of later calls.
+  ++calls;
+  if (fails) SetLastError(error);
+  return fails;
+}
+
+bool CallFault::TakeFailure() {
   if (failures <= 0 || !Concerns(failingThreads)) return false;
   if (skipped > 0) {
     --skipped;
     return false;
   }
   --failures;
-  SetLastError(error);
   return true;
 }
 
@@ -167,6 +174,7 @@ BOOL WINAPI ConnectNamedPipeHere(HANDLE pipe, LPOVERLAPPED overlapped) {
     faults.connectNamedPipe.NotePending();
     SetLastError(ERROR_IO_PENDING);
   }
+  faults.connectNamedPipe.NoteReturn();
   return done;
 }
 

@@ -26,16 +26,22 @@ class CallFault {
   // Calls that ended with "I/O pending" since Clear.
   int PendingCalls() const { return pending; }
 
+  // Real calls that have returned since Clear; counted for ConnectNamedPipe only.
+  int Returns() const { return returns; }
+
   // For the replaced calls. ShouldFail has set the last error when it is true.
   bool ShouldFail();
   std::uint32_t Error() const { return error; }
   void NotePending() { ++pending; }
+  void NoteReturn() { ++returns; }
 
  private:
   bool Concerns(On threads) const;
+  bool TakeFailure();
 
   std::atomic<int> calls{0};
   std::atomic<int> pending{0};
+  std::atomic<int> returns{0};
   std::atomic<int> skipped{0};
   std::atomic<int> failures{0};
   std::atomic<std::uint32_t> error{0};

@@ -42,8 +42,7 @@ TEST_F(ConnectionFaults, TwelveFailedReadsInARowEndTheConnection) {
   DiagnosticLogCapture log;
   server->Start();
   PipeClient client(name);
-  ASSERT_TRUE(client.Connect());
-  EXPECT_TRUE(client.WaitUntilDisconnected());
+  EXPECT_TRUE(IsTakenAndSentAway(client));
   EXPECT_EQ(handler.ended, 1);
   EXPECT_EQ(Faults().serverRead.Calls(), 12);
   EXPECT_EQ(log.Count(), 0U);
@@ -79,8 +78,7 @@ TEST_P(ReadThatSaysTheClientIsGone, EndsTheConnectionWithoutAnotherTry) {
   Faults().serverRead.Fail(GetParam(), kOthers, 1000);
   server->Start();
   PipeClient client(name);
-  ASSERT_TRUE(client.Connect());
-  EXPECT_TRUE(client.WaitUntilDisconnected());
+  EXPECT_TRUE(IsTakenAndSentAway(client));
   EXPECT_EQ(Faults().serverRead.Calls(), 1);
   EXPECT_EQ(handler.ended, 1);
 }
@@ -152,8 +150,7 @@ TEST_F(ConnectionFaults, HandlesThatCannotBeDuplicatedEndTheConnectionSilently) 
   DiagnosticLogCapture log;
   server->Start();
   PipeClient client(name);
-  ASSERT_TRUE(client.Connect());
-  EXPECT_TRUE(client.WaitUntilDisconnected());
+  EXPECT_TRUE(IsTakenAndSentAway(client));
   EXPECT_TRUE(WaitUntil([&] { return handler.ended == 1; }));
   EXPECT_EQ(log.Count(), 0U);
   EXPECT_TRUE(Serves());
@@ -164,11 +161,12 @@ TEST_F(ConnectionFaults, WaitThatFailsEndsTheConnectionAndIsLogged) {
   PipeClient client(name);
   ConnectAndWaitForTheRead(client);
   // Two connects were this client's, the third waits for the next.
-  ASSERT_TRUE(WaitUntil([] { return Faults().connectNamedPipe.Calls() == 3 && Faults().ServerWaits(); }));
+  ASSERT_TRUE(WaitUntil([] { return Faults().connectNamedPipe.Returns() == 3 && Faults().ServerWaits(); }));
   // The next wait is that of the connection's next read.
   Faults().waitForMultiple.Fail(ERROR_INVALID_HANDLE, kOthers);
-  EXPECT_EQ(client.CallCode(kPing), kAlive);
+  ASSERT_TRUE(client.Send(MakeRequest(kPing)));
   EXPECT_TRUE(client.WaitUntilDisconnected());
+  EXPECT_EQ(handler.handled, 1);
   EXPECT_EQ(handler.ended, 1);
   ASSERT_TRUE(WaitUntil([&] { return log.Count() == 1; }));
   const std::string expected =

@@ -18,7 +18,6 @@ using TestSupport::DiagnosticLogCapture;
 using TestSupport::Faults;
 using TestSupport::kAlive;
 using TestSupport::kPing;
-using TestSupport::MakeRequest;
 using TestSupport::MillisecondsSince;
 using TestSupport::PipeClient;
 using TestSupport::WaitUntil;
@@ -48,10 +47,7 @@ class ListenerFaults : public TestSupport::PipeServerFixture {
       DiagnosticLogCapture log;
       server->Start();
       PipeClient client(name);
-      if (withClient) {
-        EXPECT_TRUE(client.Connect());
-        EXPECT_TRUE(client.WaitUntilDisconnected());
-      }
+      EXPECT_TRUE(!withClient || IsTakenAndSentAway(client));
       ASSERT_TRUE(WaitUntil([&] { return log.Count() == 1; }));
       const std::string expected = kLogPrefix + text;
       EXPECT_EQ(log.Texts()[0].substr(0, expected.size()), expected);
@@ -91,8 +87,7 @@ TEST_F(ListenerFaults, NoMemoryForAConnectionSendsTheClientAwayAndTheListenerGoe
   DiagnosticLogCapture log;
   server->Start();
   PipeClient client(name);
-  ASSERT_TRUE(client.Connect());
-  EXPECT_TRUE(client.WaitUntilDisconnected());
+  EXPECT_TRUE(IsTakenAndSentAway(client));
   EXPECT_TRUE(Serves());
   EXPECT_EQ(log.Count(), 0U);
 }
@@ -165,12 +160,11 @@ TEST_F(ListenerFaults, StopThatComesWhileAConnectionIsMadeIsNotMissed) {
   });
   server->Start();
   PipeClient client(name);
-  ASSERT_TRUE(client.Connect());
-  ASSERT_TRUE(WaitUntil([&] { return stopped.load(); }));
   const Clock::time_point start = Clock::now();
+  EXPECT_TRUE(IsTakenAndSentAway(client));
+  ASSERT_TRUE(WaitUntil([&] { return stopped.load(); }));
   EXPECT_TRUE(JoinWithin(20000));
   EXPECT_LT(MillisecondsSince(start), 5000);
-  EXPECT_TRUE(client.WaitUntilDisconnected());
   EXPECT_EQ(handler.ended, 0);
 }
 

@@ -124,6 +124,14 @@ class PipeServerFixture : public ::testing::Test {
     TamLogUtil::Timeout timeout(milliseconds);
     return server->Join(timeout);
   }
+  // Whether a client that comes now is taken and then sent away, which may happen while it still opens its
+  // pipes.
+  static bool IsTakenAndSentAway(PipeClient& client) {
+    if (client.Connect()) return client.WaitUntilDisconnected();
+    constexpr std::uint32_t kNoInstance = 2;
+    constexpr std::uint32_t kBusy = 231;
+    return client.LastError() != kNoInstance && client.LastError() != kBusy;
+  }
   // Whether a client that comes now is served.
   bool Serves() {
     PipeClient client(name);

@@ -12,7 +12,6 @@
 #include "util/win32.h"
 
 using TamLogUtil::Exceptions::ExceptionWindows;
-using TestSupport::CallFault;
 using TestSupport::Faults;
 
 namespace {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <string>
 
 #include "tests/server/support.h"
@@ -100,7 +101,7 @@ class CommandLine : public testing::Test {
   ~CommandLine() override {
     DeleteRegistration();
     CloseServiceHandle(manager);
-    std::remove("TamLogServiceLog.txt");
+    static_cast<void>(std::remove("TamLogServiceLog.txt"));
   }
 
   void DeleteRegistration() const {

@@ -23,6 +23,7 @@ namespace {
 std::atomic<DWORD> watchedThread{0};
 std::atomic<int> waitsSeen{0};
 std::atomic<int> failingWait{0};
+std::atomic<bool> failingWaitThrows{false};
 
 }  // namespace
 
@@ -38,7 +39,8 @@ void Reset() {
   watchedThread = 0;
 }
 
-void WatchWaits(int number) {
+void WatchWaits(int number, bool throws) {
+  failingWaitThrows = throws;
   waitsSeen = 0;
   failingWait = number;
   watchedThread = GetCurrentThreadId();
@@ -104,6 +106,7 @@ HANDLE WINAPI FakeCreateThread(LPSECURITY_ATTRIBUTES attributes, SIZE_T stack, L
 
 DWORD WINAPI FakeWaitForSingleObject(HANDLE handle, DWORD milliseconds) {
   if (GetCurrentThreadId() == faults::watchedThread && ++faults::waitsSeen == faults::failingWait) {
+    if (faults::failingWaitThrows) throw ForeignException();
     SetLastError(ERROR_INVALID_HANDLE);
     return WAIT_FAILED;
   }

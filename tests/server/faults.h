@@ -28,9 +28,9 @@ extern std::atomic<bool> deviceControlThrows;  // ForeignException
 
 extern std::atomic<bool> createThreadFails;  // error 8
 
-// Waits of the calling thread: counted from now on; wait number `number` (from 1) fails with error 6. 0: none
-// fails.
-void WatchWaits(int number);
+// Waits of the calling thread: counted from now on; wait number `number` (from 1) fails with error 6 or, when
+// told so, throws ForeignException. 0: none fails.
+void WatchWaits(int number, bool throws = false);
 int WaitsSeen();
 
 }  // namespace faults

@@ -222,6 +222,14 @@ TEST_F(HandleMessage, FailureIsLoggedWithItsWholeChain) {
                              ErrorSuffix(ERROR_INVALID_HANDLE) + "\n"));
 }
 
+TEST_F(HandleMessage, ExceptionsOfOtherKindsAreLeftToTheTransport) {
+  PipeReply reply{};
+  faults::WatchWaits(1, true);
+  EXPECT_THROW(service.HandleMessage(MakeRequest(RequestCode::GetSettings).request, reply), ForeignException);
+  faults::WatchWaits(0);
+  EXPECT_EQ(Diagnostics(), "");
+}
+
 TEST_F(HandleMessage, RestartThreadThatCannotBeStartedFailsTheRequestAndKeepsTheSettings) {
   faults::createThreadFails = true;
   EXPECT_EQ(SetSettings(service, {50, 60, 0x3, 70}).code, 7U);

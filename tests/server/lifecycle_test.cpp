@@ -22,6 +22,7 @@ TEST(LifecycleTurn, SequencesNeverOverlap) {
   std::atomic<int> inside{0};
   std::atomic<int> most{0};
   std::vector<std::thread> threads;
+  threads.reserve(4);
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([&] {
       for (int round = 0; round < 20; ++round) {

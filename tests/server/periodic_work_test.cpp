@@ -121,6 +121,7 @@ TEST_F(PeriodicWork, NoFlushHappensAfterTheStop) {
 
 std::vector<LogMessageBody> Numbered(int count, std::uint32_t type = 0) {
   std::vector<LogMessageBody> messages;
+  messages.reserve(static_cast<std::size_t>(count));
   for (int i = 0; i < count; ++i)
     messages.push_back(MakeMessage("number " + std::to_string(i), "driver", type));
   return messages;
@@ -155,10 +156,8 @@ TEST_F(DriverPoll, TenThousandMessagesAreTakenInOneTick) {
   EXPECT_EQ(driver->Counters().queued, 0U);
   EXPECT_EQ(driver->Counters().served, 10000U);
   EXPECT_EQ(driver->Counters().failed, 1U) << "one failing call ends the tick";
-  EXPECT_TRUE(
-      WaitUntil([&] { return ReadHeader(logFile)->messageCount == static_cast<int>(kCapacity); }, 3000ms));
-  EXPECT_TRUE(IsInLog("number 9999"));
-  EXPECT_FALSE(IsInLog("number 9979"));
+  EXPECT_TRUE(Arrives("number 9999"));
+  EXPECT_EQ(ReadHeader(logFile)->messageCount, static_cast<int>(kCapacity));
 }
 
 TEST_F(DriverPoll, DriverThatAlwaysFailsGivesNoMessagesAndNoLogLines) {

@@ -5,8 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "driver/driver_double.h"
 #include "server/server_service.h"
@@ -46,10 +48,8 @@ class ServerTest : public testing::Test {
 
   std::string Diagnostics() const { return WithoutCarriageReturns(ReadBytes(folder.File("Diagnostic.txt"))); }
   bool IsInLog(const std::string& text) const {
-    for (const std::string& stored : RingTexts(logFile)) {
-      if (stored == text) return true;
-    }
-    return false;
+    const std::vector<std::string> stored = RingTexts(logFile);
+    return std::find(stored.begin(), stored.end(), text) != stored.end();
   }
   bool Arrives(const std::string& text) const {
     return WaitUntil([&] { return IsInLog(text); }, 3000ms);

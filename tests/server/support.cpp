@@ -38,7 +38,7 @@ std::optional<Value> Read(const char* key, const std::string& name) {
   if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, key, 0, KEY_READ, &opened) != ERROR_SUCCESS) return std::nullopt;
   std::string data(4096, '\0');
   DWORD type = 0;
-  DWORD size = static_cast<DWORD>(data.size());
+  auto size = static_cast<DWORD>(data.size());
   const LSTATUS result =
       RegQueryValueExA(opened, name.c_str(), nullptr, &type, reinterpret_cast<BYTE*>(data.data()), &size);
   RegCloseKey(opened);

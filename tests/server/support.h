@@ -23,9 +23,9 @@ using namespace std::chrono_literals;
 // The server's key and everything in it, below HKEY_LOCAL_MACHINE.
 namespace registry {
 
-inline constexpr char kParentKey[] = "SOFTWARE\\Brenmark VORTA";
-inline constexpr char kMainKey[] = "SOFTWARE\\Brenmark VORTA\\Torvane Log Server";
-inline constexpr char kFiltersKey[] = "SOFTWARE\\Brenmark VORTA\\Torvane Log Server\\Filters";
+inline constexpr char kParentKey[] = R"(SOFTWARE\Brenmark VORTA)";
+inline constexpr char kMainKey[] = R"(SOFTWARE\Brenmark VORTA\Torvane Log Server)";
+inline constexpr char kFiltersKey[] = R"(SOFTWARE\Brenmark VORTA\Torvane Log Server\Filters)";
 
 void DeleteAll();
 // Leaves a parent in which no lasting key can be created: RegCreateKeyEx fails with 1021 from then on.

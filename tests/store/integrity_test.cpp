@@ -7,8 +7,8 @@
 #include <limits>
 #include <string>
 
-#include "memory_file.h"
-#include "messages.h"
+#include "tests/store/memory_file.h"
+#include "tests/store/messages.h"
 
 namespace StoreTest {
 namespace {

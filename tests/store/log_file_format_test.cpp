@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "messages.h"
+#include "tests/store/messages.h"
 
 namespace StoreTest {
 namespace {

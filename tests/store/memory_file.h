@@ -3,16 +3,17 @@
 // A log file in memory: a header and slots, as a target of flushes and a source of checks. Can be told to
 // fail.
 
+#include <algorithm>
 #include <cstdint>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "messages.h"
 #include "store/integrity.h"
 #include "store/log_file_format.h"
 #include "store/pending_list.h"
 #include "store/ring.h"
+#include "tests/store/messages.h"
 
 namespace StoreTest {
 
@@ -54,6 +55,7 @@ class MemoryFile final : public FlushTarget, public SlotSource {
   }
   std::vector<LogMessage> Messages() const {
     std::vector<LogMessage> messages;
+    messages.reserve(static_cast<std::size_t>(std::max(0, header.messageCount)));
     for (std::int32_t i = 0; i < header.messageCount; ++i) {
       messages.push_back(slots.at(static_cast<std::size_t>(SlotFromNewest(header, i))));
     }
@@ -67,6 +69,7 @@ class MemoryFile final : public FlushTarget, public SlotSource {
   // The texts in the order of the slots, whether valid or not.
   std::vector<std::string> Slots() const {
     std::vector<std::string> texts;
+    texts.reserve(slots.size());
     for (const LogMessage& message : slots) texts.push_back(TextOf(message.body));
     return texts;
   }

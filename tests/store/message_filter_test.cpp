@@ -6,7 +6,7 @@
 #include <iterator>
 #include <string>
 
-#include "messages.h"
+#include "tests/store/messages.h"
 
 namespace StoreTest {
 namespace {

@@ -16,9 +16,9 @@
 #include <thread>
 #include <vector>
 
-#include "memory_file.h"
-#include "messages.h"
 #include "store/pending_list.h"
+#include "tests/store/memory_file.h"
+#include "tests/store/messages.h"
 
 namespace StoreTest {
 namespace {
@@ -159,6 +159,7 @@ TEST(PendingListThreads, NoMessageIsLostOrStoredTwiceWhileOthersFlush) {
   PendingList list;
   std::atomic<int> writing{kWriters};
   std::vector<std::thread> threads;
+  threads.reserve(kWriters + 2);
   for (int writer = 0; writer < kWriters; ++writer) {
     threads.emplace_back([&, writer] {
       std::minstd_rand random(static_cast<unsigned>(writer) + 1);

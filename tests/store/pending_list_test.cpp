@@ -9,8 +9,8 @@
 #include <utility>
 #include <vector>
 
-#include "memory_file.h"
-#include "messages.h"
+#include "tests/store/memory_file.h"
+#include "tests/store/messages.h"
 
 namespace StoreTest {
 namespace {

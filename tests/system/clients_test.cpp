@@ -28,6 +28,7 @@ TEST_F(Clients, AHundredAtOnceHandInTheirMessagesAndNoneIsLost) {
   std::latch connected(kClients);
   std::atomic<int> done{0};
   std::vector<std::thread> clients;
+  clients.reserve(kClients);
   for (int i = 0; i < kClients; ++i) {
     clients.emplace_back([i, &connected, &done] {
       std::optional<PipeConnection> connection = PipeConnection::Connect(60s);
@@ -93,7 +94,7 @@ TEST_F(Clients, ASilentOneIsDisconnectedAfterTenSecondsAndPingKeepsAnotherAlive)
   listener.join();
   EXPECT_TRUE(disconnected);
   EXPECT_GT(silence, 9s);
-  EXPECT_LT(silence, 14s);
+  EXPECT_LT(silence, 15s);
 }
 
 TEST_F(Clients, NamesPathsAndSettingsAreAnswered) {

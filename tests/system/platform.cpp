@@ -16,6 +16,7 @@
 namespace {
 
 constexpr auto kPollInterval = std::chrono::milliseconds(10);
+constexpr auto kSharingLimit = std::chrono::seconds(5);
 
 // Of winternl.h's family, which does not declare it: one row for each handle of each process.
 struct SystemHandle {
@@ -33,6 +34,24 @@ struct PipePair {
   OwnedHandle read;
   OwnedHandle write;
 };
+
+// Empty when there is no such file. Somebody who has it for himself, as the server when it looks whether its
+// file is free, is waited for.
+OwnedHandle OpenForReading(const std::string& path) {
+  const auto deadline = std::chrono::steady_clock::now() + kSharingLimit;
+  for (;;) {
+    OwnedHandle file =
+        Own(CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                        nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    const DWORD error = GetLastError();
+    if (file || error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) return file;
+    if (error != ERROR_SHARING_VIOLATION || std::chrono::steady_clock::now() >= deadline) {
+      SetLastError(error);
+      ThrowLastError("opening " + path);
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+}
 
 // A pipe of which the child inherits one end.
 PipePair MakePipe(bool childReads) {
@@ -92,9 +111,7 @@ std::string ServiceDirectory() {
 }
 
 std::string ReadWholeFile(const std::string& path, std::size_t limit) {
-  const OwnedHandle file =
-      Own(CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                      nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  const OwnedHandle file = OpenForReading(path);
   if (!file) return {};
   LARGE_INTEGER size{};
   if (GetFileSizeEx(file.get(), &size) == 0) ThrowLastError("GetFileSizeEx of " + path);

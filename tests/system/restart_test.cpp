@@ -43,9 +43,14 @@ TEST_F(Restart, ABurstOfSettingsCausesExactlyOneAndALaterRequestAnother) {
   RunService();
   const ProcessById before(ServiceControl::ProcessId());
   EXPECT_EQ(Starts(), 1U);
-  for (std::uint32_t i = 0; i < 5; ++i) {
-    SetSettings(SmallSettings(60 + i));
-    EXPECT_EQ(AskForCode(RequestOf(RequestCode::Ping)), ReplyCode::Alive);  // also while a restart is pending
+  {
+    std::optional<PipeConnection> client = PipeConnection::Connect(5s);
+    ASSERT_TRUE(client);
+    for (std::uint32_t i = 0; i < 5; ++i) {
+      EXPECT_EQ(client->AskForCode(SettingsRequest(SmallSettings(60 + i))), ReplyCode::Done);
+      // Answered also while a restart is pending.
+      EXPECT_EQ(client->AskForCode(RequestOf(RequestCode::Ping)), ReplyCode::Alive);
+    }
   }
   WaitForStarts(2);
   EXPECT_EQ(ServerRegistry::Number("MaxMessage"), 64U);

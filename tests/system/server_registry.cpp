@@ -9,9 +9,9 @@
 
 namespace {
 
-constexpr const char* kMakerKey = "SOFTWARE\\Brenmark VORTA";
-constexpr const char* kServerKey = "SOFTWARE\\Brenmark VORTA\\Torvane Log Server";
-constexpr const char* kFiltersKey = "SOFTWARE\\Brenmark VORTA\\Torvane Log Server\\Filters";
+constexpr const char* kMakerKey = R"(SOFTWARE\Brenmark VORTA)";
+constexpr const char* kServerKey = R"(SOFTWARE\Brenmark VORTA\Torvane Log Server)";
+constexpr const char* kFiltersKey = R"(SOFTWARE\Brenmark VORTA\Torvane Log Server\Filters)";
 
 struct KeyCloser {
   void operator()(HKEY key) const { RegCloseKey(key); }

@@ -25,7 +25,7 @@ void AddToReadCount(std::byte* view, std::int32_t step) {
 }  // namespace
 
 SharedLog::SharedLog(OwnedHandle mappingHandle, std::byte* viewStart)
-    : mapping(std::move(mappingHandle)), view(viewStart), viewSize(0) {
+    : mapping(std::move(mappingHandle)), view(viewStart) {
   MEMORY_BASIC_INFORMATION region{};
   if (VirtualQuery(view, &region, sizeof(region)) != 0) viewSize = region.RegionSize;
 }

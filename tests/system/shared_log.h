@@ -40,7 +40,7 @@ class SharedLog {
 
   OwnedHandle mapping;
   std::byte* view;
-  std::size_t viewSize;
+  std::size_t viewSize = 0;
   OwnedHandle headerLock;
   OwnedHandle readWait;
   OwnedHandle writeWait;

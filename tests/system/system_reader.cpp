@@ -11,6 +11,7 @@
 //
 // Exit code 0, 1 for a fault that it prints, 2 for a wrong command line.
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstring>
@@ -119,9 +120,8 @@ bool Visit(SharedLog& log, std::uint64_t& nextSequence, std::ofstream& file, std
   if (header.nextSequence != nextSequence) messages = log.NewestFirst(header, nextSequence);
   log.Leave();
   nextSequence = header.nextSequence;
-  for (auto message = messages.rbegin(); message != messages.rend(); ++message) {
-    WriteBytes(file, &*message, sizeof(*message));
-  }
+  std::ranges::reverse(messages);
+  for (const LogMessage& message : messages) WriteBytes(file, &message, sizeof(message));
   total += messages.size();
   return true;
 }

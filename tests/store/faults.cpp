@@ -1,0 +1,210 @@
+#include "tests/store/faults.h"
+
+#include <atomic>
+
+#include "util/fault_guard.h"
+#include "util/win32.h"
+
+namespace StoreTest {
+namespace {
+
+// No object with a constructor or a guard here: the run-time's own start calls through these pointers.
+std::atomic<const char*> failingFunction = nullptr;
+std::atomic<DWORD> failingThread = 0;
+std::atomic<int> callsLeft = 0;
+std::atomic<DWORD> failingError = 0;
+std::atomic<bool> met = false;
+std::atomic<void*> lastView = nullptr;
+std::atomic<std::uint64_t> flushedSize = 0;
+
+std::atomic<DWORD> mappedThread = 0;
+std::atomic<int> firstFailing = 0;
+std::atomic<int> failingAttempts = 0;
+std::atomic<std::uint32_t> failingCode = 0;
+std::atomic<int> mappedCalls = 0;
+
+char functionName[64];
+
+bool Fails(const char* function) {
+  const char* const failing = failingFunction;
+  if (failing == nullptr || GetCurrentThreadId() != failingThread || lstrcmpA(function, failing) != 0)
+    return false;
+  if (--callsLeft != 0) return false;
+  met = true;
+  return true;
+}
+
+template <class Function>
+Function Real(const char* name) {
+  return reinterpret_cast<Function>(
+      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("kernel32"), name)));
+}
+
+HANDLE WINAPI FakeCreateFile(LPCSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
+                             DWORD how, DWORD flags, HANDLE pattern) {
+  if (Fails("CreateFileA")) {
+    SetLastError(failingError);
+    return INVALID_HANDLE_VALUE;
+  }
+  return Real<decltype(&CreateFileA)>("CreateFileA")(name, access, share, security, how, flags, pattern);
+}
+
+HANDLE WINAPI FakeCreateFileMapping(HANDLE file, LPSECURITY_ATTRIBUTES security, DWORD protect, DWORD high,
+                                    DWORD low, LPCSTR name) {
+  if (Fails("CreateFileMappingA")) {
+    SetLastError(failingError);
+    return nullptr;
+  }
+  return Real<decltype(&CreateFileMappingA)>("CreateFileMappingA")(file, security, protect, high, low, name);
+}
+
+LPVOID WINAPI FakeMapViewOfFile(HANDLE mapping, DWORD access, DWORD high, DWORD low, SIZE_T size) {
+  if (Fails("MapViewOfFile")) {
+    SetLastError(failingError);
+    return nullptr;
+  }
+  lastView = Real<decltype(&MapViewOfFile)>("MapViewOfFile")(mapping, access, high, low, size);
+  return lastView;
+}
+
+BOOL WINAPI FakeUnmapViewOfFile(LPCVOID view) {
+  const BOOL result = Real<decltype(&UnmapViewOfFile)>("UnmapViewOfFile")(view);
+  if (!Fails("UnmapViewOfFile")) return result;
+  SetLastError(failingError);
+  return FALSE;
+}
+
+BOOL WINAPI FakeCloseHandle(HANDLE handle) {
+  const BOOL result = Real<decltype(&CloseHandle)>("CloseHandle")(handle);
+  if (!Fails("CloseHandle")) return result;
+  SetLastError(failingError);
+  return FALSE;
+}
+
+BOOL WINAPI FakeFlushViewOfFile(LPCVOID view, SIZE_T size) {
+  if (Fails("FlushViewOfFile")) {
+    SetLastError(failingError);
+    return FALSE;
+  }
+  flushedSize = size;
+  return Real<decltype(&FlushViewOfFile)>("FlushViewOfFile")(view, size);
+}
+
+BOOL WINAPI FakeSetFilePointerEx(HANDLE file, LARGE_INTEGER distance, PLARGE_INTEGER position, DWORD from) {
+  if (Fails("SetFilePointerEx")) {
+    SetLastError(failingError);
+    return FALSE;
+  }
+  return Real<decltype(&SetFilePointerEx)>("SetFilePointerEx")(file, distance, position, from);
+}
+
+BOOL WINAPI FakeSetEndOfFile(HANDLE file) {
+  if (Fails("SetEndOfFile")) {
+    SetLastError(failingError);
+    return FALSE;
+  }
+  return Real<decltype(&SetEndOfFile)>("SetEndOfFile")(file);
+}
+
+HANDLE WINAPI FakeCreateEvent(LPSECURITY_ATTRIBUTES security, BOOL manual, BOOL signalled, LPCSTR name) {
+  if (Fails("CreateEventA")) {
+    SetLastError(failingError);
+    return nullptr;
+  }
+  return Real<decltype(&CreateEventA)>("CreateEventA")(security, manual, signalled, name);
+}
+
+BOOL WINAPI FakeSetEvent(HANDLE event) {
+  const BOOL result = Real<decltype(&SetEvent)>("SetEvent")(event);
+  if (!Fails("SetEvent")) return result;
+  SetLastError(failingError);
+  return FALSE;
+}
+
+BOOL WINAPI FakeResetEvent(HANDLE event) {
+  if (Fails("ResetEvent")) {
+    SetLastError(failingError);
+    return FALSE;
+  }
+  return Real<decltype(&ResetEvent)>("ResetEvent")(event);
+}
+
+DWORD WINAPI FakeWaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL all, DWORD milliseconds) {
+  if (Fails("WaitForMultipleObjects")) {
+    SetLastError(failingError);
+    return WAIT_FAILED;
+  }
+  return Real<decltype(&WaitForMultipleObjects)>("WaitForMultipleObjects")(count, handles, all, milliseconds);
+}
+
+}  // namespace
+
+void FailCall(const std::string& function, int n, std::uint32_t error) {
+  lstrcpynA(functionName, function.c_str(), sizeof functionName);
+  callsLeft = n;
+  failingError = error;
+  failingThread = GetCurrentThreadId();
+  met = false;
+  failingFunction = functionName;
+}
+
+void FailMappedAccess(int n, int attempts, std::uint32_t code) {
+  firstFailing = n;
+  failingAttempts = attempts;
+  failingCode = code;
+  mappedCalls = 0;
+  met = false;
+  mappedThread = GetCurrentThreadId();
+}
+
+bool FaultMet() {
+  return met;
+}
+
+int MappedAttempts() {
+  return mappedCalls;
+}
+
+void WorkAgain() {
+  failingFunction = nullptr;
+  mappedThread = 0;
+}
+
+void* LastView() {
+  return lastView;
+}
+
+std::uint64_t TakeFlushedSize() {
+  return flushedSize.exchange(0);
+}
+
+extern "C" {
+
+std::uint32_t __real_RunUnderFaultGuard(void (*function)(void*), void* argument);
+
+std::uint32_t __wrap_RunUnderFaultGuard(void (*function)(void*), void* argument) {
+  if (GetCurrentThreadId() == mappedThread) {
+    const int call = ++mappedCalls;
+    if (call >= firstFailing && call < firstFailing + failingAttempts) {
+      met = true;
+      return failingCode;
+    }
+  }
+  return __real_RunUnderFaultGuard(function, argument);
+}
+
+decltype(&CreateFileA) __imp_CreateFileA = FakeCreateFile;
+decltype(&CreateFileMappingA) __imp_CreateFileMappingA = FakeCreateFileMapping;
+decltype(&MapViewOfFile) __imp_MapViewOfFile = FakeMapViewOfFile;
+decltype(&UnmapViewOfFile) __imp_UnmapViewOfFile = FakeUnmapViewOfFile;
+decltype(&CloseHandle) __imp_CloseHandle = FakeCloseHandle;
+decltype(&FlushViewOfFile) __imp_FlushViewOfFile = FakeFlushViewOfFile;
+decltype(&SetFilePointerEx) __imp_SetFilePointerEx = FakeSetFilePointerEx;
+decltype(&SetEndOfFile) __imp_SetEndOfFile = FakeSetEndOfFile;
+decltype(&CreateEventA) __imp_CreateEventA = FakeCreateEvent;
+decltype(&SetEvent) __imp_SetEvent = FakeSetEvent;
+decltype(&ResetEvent) __imp_ResetEvent = FakeResetEvent;
+decltype(&WaitForMultipleObjects) __imp_WaitForMultipleObjects = FakeWaitForMultipleObjects;
+}
+
+}  // namespace StoreTest
