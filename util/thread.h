@@ -44,7 +44,9 @@ class Thread {
   // handle of its own, so the thread may close the shared one meanwhile. ExceptionWindows "Failed to wait for
   // Thread object in Join()".
   virtual bool Join(Timeout& timeout);
-  // ExceptionWindows "Failed to pause Thread object, SuspendThread() failed".
+  // Holds the thread wherever it is, also while it has a lock: between Pause and Resume Stop and
+  // IsStopRequested of the same object may wait. ExceptionWindows "Failed to pause Thread object,
+  // SuspendThread() failed".
   virtual void Pause();
   // ExceptionWindows "Failed to resume paused Thread object, ResumeThread() failed".
   virtual void Resume();
