@@ -16,6 +16,7 @@ __attribute__((used)) EXCEPTION_DISPOSITION TamLogClientCopyHandler(EXCEPTION_RE
   constexpr DWORD kUnwinding = EXCEPTION_UNWINDING | EXCEPTION_EXIT_UNWIND;
   if ((record->ExceptionFlags & kUnwinding) != 0) return ExceptionContinueSearch;
   const auto code = static_cast<ULONG_PTR>(record->ExceptionCode);
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): RtlUnwindEx takes its return value as a pointer
   RtlUnwindEx(frame, const_cast<unsigned char*>(TamLogClientCopyResume), record,
               reinterpret_cast<void*>(code), dispatcher->ContextRecord, dispatcher->HistoryTable);
   return ExceptionContinueSearch;

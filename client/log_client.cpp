@@ -52,7 +52,7 @@ class LogClient::Connection {
   PipeConnection pipes;
 };
 
-LogClient::LogClient(LogClientOptions chosen) : connection(std::make_unique<Connection>(chosen)) {}
+LogClient::LogClient(const LogClientOptions& chosen) : connection(std::make_unique<Connection>(chosen)) {}
 
 LogClient::~LogClient() = default;
 

@@ -28,7 +28,7 @@ struct FilterEntry {
 
 class LogClient {
  public:
-  explicit LogClient(LogClientOptions chosen = {});
+  explicit LogClient(const LogClientOptions& chosen = {});
   ~LogClient();
   LogClient(const LogClient&) = delete;
   LogClient& operator=(const LogClient&) = delete;
