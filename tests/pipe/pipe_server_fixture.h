@@ -138,6 +138,8 @@ class PipeServerFixture : public ::testing::Test {
     return client.Connect() && client.CallCode(kPing) == kAlive;
   }
 
+  // Handlers may still be at it when a test's body is left.
+  Gate gate;
   TestHandler handler;
   std::string name;
   std::unique_ptr<ObservedPipeServer> server;

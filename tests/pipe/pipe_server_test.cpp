@@ -223,8 +223,7 @@ void SendWhileTheHandlerIsBusy(TestSupport::TestHandler& handler, PipeClient& cl
 class OverlongRequest : public PipeServerTest, public ::testing::WithParamInterface<std::size_t> {};
 
 TEST_P(OverlongRequest, FoundByAReadGetsExactlyOneTooLongAndTheConnectionGoesOn) {
-  Gate gate;
-  handler.behaviour = [&gate](const PipeRequest& request, PipeReply& reply) {
+  handler.behaviour = [this](const PipeRequest& request, PipeReply& reply) {
     if (request.code == 2) gate.Pass();
     if (request.code == kPing) reply.code = kAlive;
   };
@@ -246,8 +245,7 @@ INSTANTIATE_TEST_SUITE_P(Bytes, OverlongRequest, ::testing::Values(1029, 1030, 2
                          [](const auto& value) { return std::to_string(value.param); });
 
 TEST_F(PipeServerTest, OverlongRequestsOneAfterTheOtherGetOneReplyEach) {
-  Gate gate;
-  handler.behaviour = [&gate](const PipeRequest& request, PipeReply&) {
+  handler.behaviour = [this](const PipeRequest& request, PipeReply&) {
     if (request.code == 2) gate.Pass();
   };
   server->Start();
@@ -289,8 +287,7 @@ TEST_P(HandlerThatThrows, ClientGetsFailedAndIsThenDisconnected) {
     if (request.code == 3) ThrowException(GetParam());
   };
   // The disconnection throws away a reply that was not taken yet; it comes after the report of the end.
-  Gate gate;
-  handler.beforeRelease = [&gate] { gate.Pass(); };
+  handler.beforeRelease = [this] { gate.Pass(); };
   TestSupport::DiagnosticLogCapture log;
   server->Start();
   PipeClient client(name);
@@ -337,7 +334,6 @@ TEST_F(PipeServerTest, ClientThatTakesNoReplyPipeAnyMoreIsDisconnected) {
 TEST_F(PipeServerTest, EndIsReportedOnceFromTheConnectionsOwnThreadBeforeThePipesClose) {
   std::atomic<DWORD> handlerThread{0};
   std::atomic<DWORD> endThread{0};
-  Gate gate;
   handler.behaviour = [&](const PipeRequest&, PipeReply&) { handlerThread = GetCurrentThreadId(); };
   handler.beforeRelease = [&] {
     endThread = GetCurrentThreadId();
@@ -587,8 +583,7 @@ TEST_F(PipeServerTest, JoinIsFalseWithoutWaitingWhenTheTimeIsUp) {
 }
 
 TEST_F(PipeServerTest, JoinIsFalseWhenAConnectionOutlastsTheTime) {
-  Gate gate;
-  handler.behaviour = [&gate](const PipeRequest&, PipeReply&) { gate.Pass(); };
+  handler.behaviour = [this](const PipeRequest&, PipeReply&) { gate.Pass(); };
   server->Start();
   PipeClient client(name);
   ASSERT_TRUE(client.Connect());
@@ -604,8 +599,7 @@ TEST_F(PipeServerTest, JoinIsFalseWhenAConnectionOutlastsTheTime) {
 }
 
 TEST_F(PipeServerTest, JoinLooksForConnectionsEvery250Milliseconds) {
-  Gate gate;
-  handler.behaviour = [&gate](const PipeRequest&, PipeReply&) { gate.Pass(); };
+  handler.behaviour = [this](const PipeRequest&, PipeReply&) { gate.Pass(); };
   server->Start();
   PipeClient client(name);
   ASSERT_TRUE(client.Connect());
