@@ -5,6 +5,8 @@
 
 export WINEPREFIX=${1:?usage: . scripts/wine-env.sh PREFIX}
 export WINEARCH=win64
+# In the C locale Wine cannot name a file beyond ASCII.
+export LC_ALL=C.UTF-8
 export WINEDEBUG=-all
 export WINELOADER=/usr/lib/wine/wine64
 # No Mono or HTML engine and no menu entries are wanted; the debugger would hang a crash for seconds.

@@ -2,10 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <system_error>
 
 #include "client/log_message_view.h"
 #include "tests/client/ring_model.h"
@@ -24,13 +24,18 @@ class LogFileReaderTest : public testing::Test {
  protected:
   LogFileReaderTest() {
     const auto* const info = testing::UnitTest::GetInstance()->current_test_info();
-    path =
-        (std::filesystem::temp_directory_path() / ("tamlog-\xC3\xA4-" + std::string(info->name()))).string();
+    const std::string name = "tamlog-\xC3\xA4-" + std::string(info->name());
+    file = std::filesystem::temp_directory_path() / std::u8string(name.begin(), name.end());
+    const std::u8string utf8 = file.u8string();
+    path.assign(utf8.begin(), utf8.end());
     for (int i = 0; i < 6; ++i) log.Submit(MakeBody(i, std::to_string(i)));
     log.Flush();
     Render(log.Snapshot());
   }
-  ~LogFileReaderTest() override { std::remove(path.c_str()); }
+  ~LogFileReaderTest() override {
+    std::error_code error;
+    std::filesystem::remove(file, error);
+  }
 
   void Render(const LogSnapshot& snapshot) {
     bytes.assign(reinterpret_cast<const char*>(&snapshot.header), sizeof(snapshot.header));
@@ -40,7 +45,7 @@ class LogFileReaderTest : public testing::Test {
   }
 
   LogFileContents Read() {
-    std::ofstream(path, std::ios::binary) << bytes;
+    std::ofstream(file, std::ios::binary) << bytes;
     return ReadLogFile(path);
   }
 
@@ -54,7 +59,8 @@ class LogFileReaderTest : public testing::Test {
 
   RingModel log{8};
   std::string bytes;
-  std::string path;
+  std::filesystem::path file;
+  std::string path;  // the same, in UTF-8
 };
 
 TEST_F(LogFileReaderTest, SoundFileGivesItsMessages) {
