@@ -16,9 +16,10 @@ __attribute__((used)) EXCEPTION_DISPOSITION TamLogClientCopyHandler(EXCEPTION_RE
   constexpr DWORD kUnwinding = EXCEPTION_UNWINDING | EXCEPTION_EXIT_UNWIND;
   if ((record->ExceptionFlags & kUnwinding) != 0) return ExceptionContinueSearch;
   const auto code = static_cast<ULONG_PTR>(record->ExceptionCode);
-  // NOLINTNEXTLINE(performance-no-int-to-ptr): RtlUnwindEx takes its return value as a pointer
-  RtlUnwindEx(frame, const_cast<unsigned char*>(TamLogClientCopyResume), record,
-              reinterpret_cast<void*>(code), dispatcher->ContextRecord, dispatcher->HistoryTable);
+  // RtlUnwindEx takes its return value as a pointer.
+  void* const result = reinterpret_cast<void*>(code);  // NOLINT(performance-no-int-to-ptr)
+  RtlUnwindEx(frame, const_cast<unsigned char*>(TamLogClientCopyResume), record, result,
+              dispatcher->ContextRecord, dispatcher->HistoryTable);
   return ExceptionContinueSearch;
 }
 }

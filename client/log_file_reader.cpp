@@ -22,7 +22,7 @@ Status StatusOfErrno(int error) {
 }
 
 fs::path PathOf(const std::string& utf8) {
-  return fs::path(std::u8string(utf8.begin(), utf8.end()));
+  return {std::u8string(utf8.begin(), utf8.end())};
 }
 
 // Slots are read one after the other, so that a file that shrinks meanwhile gives those before the cut.

@@ -188,7 +188,7 @@ FollowStep LogFollower::TakeRewritten(const LogSnapshot& snapshot, bool reopened
   }
   const auto copies = suspect ? SecondCopies(snapshot, ring) : std::set<std::uint32_t>{};
   for (const std::uint32_t slot : OrderMessages(snapshot).oldestFirst) {
-    if (copies.count(slot) > 0) continue;
+    if (copies.contains(slot)) continue;
     const auto entry = known.find(IdentityOf(snapshot.slots[slot].body));
     if (entry != known.end() && entry->second.count > 0) {
       --entry->second.count;

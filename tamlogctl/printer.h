@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "client/message_formatter.h"
@@ -35,7 +36,7 @@ class Printer {
 
  private:
   explicit Printer(const ShowOptions& chosen, TamLogClient::FormatOptions format)
-      : options(chosen), formatter(format) {
+      : options(chosen), formatter(std::move(format)) {
     formatter.AppendHead(pending);
   }
   bool Select();

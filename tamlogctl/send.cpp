@@ -21,7 +21,6 @@ namespace TamLogCtl {
 namespace {
 
 using TamLogClient::LogClient;
-using TamLogClient::LogMessageView;
 using TamLogClient::MessageDraft;
 using TamLogClient::Status;
 
@@ -42,7 +41,7 @@ class Sender {
   int SendDraft(const MessageDraft& draft, const std::string& where);
   int SendPieces(const MessageDraft& draft, const std::string& where);
   int Submit(const MessageDraft& draft, std::string_view text, const std::string& where);
-  int Confirm(const LogMessageBody& message);
+  int Confirm(const LogMessageBody& message) const;
   std::optional<MessageDraft> DraftOf(const std::string& line, std::string& problem);
 
   const SendOptions& options;
@@ -167,7 +166,7 @@ int Sender::Submit(const MessageDraft& draft, std::string_view text, const std::
 }
 
 // Looks for the message in the log for a second: the server writes what it keeps within one fifth of that.
-int Sender::Confirm(const LogMessageBody& message) {
+int Sender::Confirm(const LogMessageBody& message) const {
   constexpr std::uint64_t kLookMs = 1000;
   DeferInterrupts();
   TamLogClient::LogReader reader;
