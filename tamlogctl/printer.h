@@ -35,8 +35,8 @@ class Printer {
   std::size_t Printed() const { return printed; }
 
  private:
-  explicit Printer(const ShowOptions& chosen, TamLogClient::FormatOptions format)
-      : options(chosen), formatter(std::move(format)) {
+  explicit Printer(ShowOptions chosen, TamLogClient::FormatOptions format)
+      : options(std::move(chosen)), formatter(format) {
     formatter.AppendHead(pending);
   }
   bool Select();
