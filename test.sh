@@ -22,13 +22,16 @@ the others from running, as far as they can. Logs are kept in build/test.
   test-asan       run the native tests under AddressSanitizer and UBSan
   test-tsan       run the native tests under ThreadSanitizer
   test-unit       run the Windows tests of the rooms under Wine
-  test-system     run the Windows tests with the real service manager, in a prefix of their own
+  test-system     run the Windows tests with the real service manager, each in a prefix of its own
 TEXT
 }
 
 readonly all_steps=(packages configure build-windows build-asan build-tsan rooms format thread-safety tidy prefixes
   test-asan test-tsan test-unit test-system)
 cores=$(nproc)
+# Prefixes that a test gets for itself: pipes, registry, services and driver have fixed names. These tests mostly wait,
+# so there may be more of them than cores.
+readonly exclusive_prefixes=(alone1 alone2 alone3)
 
 verbose=no
 wanted=()
@@ -65,7 +68,7 @@ on_exit() {
   trap '' INT TERM HUP PIPE
   trap - EXIT
   for name in "${!beside_process[@]}"; do kill -TERM -- "-${beside_process[$name]}" 2>/dev/null || true; done
-  for name in unit system; do
+  for name in unit "${exclusive_prefixes[@]}"; do
     if [[ -d build/wine/$name ]]; then scripts/wine-stop.sh "$name" || status=1; fi
   done
   exit "$status"
@@ -122,7 +125,10 @@ configure_all() {
 
 check_rooms() { scripts/check-rooms.py --self-test && scripts/check-rooms.py; }
 
-make_prefixes() { scripts/wine-prefix.sh unit && scripts/wine-prefix.sh system; }
+make_prefixes() {
+  local name
+  for name in unit "${exclusive_prefixes[@]}"; do scripts/wine-prefix.sh "$name" || return 1; done
+}
 
 # start_beside NAME WHAT-IT-DOES COMMAND...: a step that needs configured builds and takes only what nothing else wants
 # of the processor, so that tests with time limits do not starve.
@@ -160,18 +166,37 @@ run_natively() {
     "${fixed_layout[@]}" ctest --test-dir "build/$1" --output-on-failure -j "$cores"
 }
 
-# run_under_wine PREFIX CTEST-ARGUMENTS...
-run_under_wine() {
+# with_prefix NAME COMMAND...
+with_prefix() {
   (
     # shellcheck source=scripts/wine-env.sh
     . scripts/wine-env.sh "$root/build/wine/$1"
     shift
-    wine_server_start || { echo "Wine's server does not start" >&2; exit 1; }
-    status=0
-    ctest --test-dir build/windows --output-on-failure "$@" || status=$?
-    wine_server_stop || status=1
-    exit "$status"
+    "$@"
   )
+}
+
+# What ctest gives out: one prefix to each test that needs one for itself.
+describe_prefixes() {
+  local name separator=
+  printf '{"version": {"major": 1, "minor": 0}, "local": [{"prefixes": ['
+  for name in "${exclusive_prefixes[@]}"; do
+    printf '%s{"id": "%s", "slots": 1}' "$separator" "$name"
+    separator=', '
+  done
+  printf ']}]}\n'
+}
+
+# run_under_wine CTEST-ARGUMENTS...
+run_under_wine() {
+  local name status=0
+  describe_prefixes >"$logs/prefixes.json"
+  for name in unit "${exclusive_prefixes[@]}"; do
+    with_prefix "$name" wine_server_start || { echo "Wine's server does not start in $name" >&2; return 1; }
+  done
+  ctest --test-dir build/windows --resource-spec-file "$logs/prefixes.json" --output-on-failure "$@" || status=$?
+  for name in unit "${exclusive_prefixes[@]}"; do with_prefix "$name" wine_server_stop || status=1; done
+  return "$status"
 }
 
 # test_step NEEDED NAME PURPOSE COMMAND...: a step whose log ends with ctest's summary.
@@ -184,11 +209,18 @@ test_step() {
   ((last_status == 0)) || ctest_status=$last_status
 }
 
+# The output of each failed test once more, where whoever looks at the end finds it.
+print_failures() {
+  awk '/^[0-9 ]*\/[0-9]+ Test .*\*\*\*/ { on = 1; lines = 0 } /^ *Start |^[0-9 ]*\/[0-9]+ Test .* Passed/ { on = 0 }
+       on && lines++ < 60' "$1"
+}
+
 print_summaries() {
   local name
   for name in "${ctest_steps[@]}"; do
     echo
     echo "$name:"
+    print_failures "$logs/$name.log"
     sed -n '/tests passed, .* failed out of\|^No tests were found/,$p' "$logs/$name.log"
   done
 }
@@ -207,8 +239,8 @@ step_after configure build-tsan 'building the pure files natively, ThreadSanitiz
 step prefixes 'making fresh Wine prefixes' make_prefixes
 test_step build-asan test-asan 'native tests, AddressSanitizer and UBSan' run_natively asan
 test_step build-tsan test-tsan 'native tests, ThreadSanitizer' run_natively tsan
-test_step build-windows test-unit 'tests of the rooms under Wine' run_under_wine unit -LE system -j 2
-test_step build-windows test-system 'tests with the real service manager under Wine' run_under_wine system -L system -j 1
+test_step build-windows test-unit 'tests of the rooms under Wine' run_under_wine -LE system -j "$cores"
+test_step build-windows test-system 'tests with the real service manager under Wine' run_under_wine -L system -j "${#exclusive_prefixes[@]}"
 finish_beside thread-safety
 finish_beside tidy
 

@@ -21,21 +21,22 @@ function(tamlog_room name)
   endif()
 endfunction()
 
-# tamlog_test(NAME SOURCES file... USES target... [LABELS label...] [LOCK name] [TIMEOUT seconds])
+# tamlog_test(NAME SOURCES file... USES target... [LABELS label...] [EXCLUSIVE] [TIMEOUT seconds])
 #
-# Makes the gtest executable NAME and one ctest test per case. LOCK keeps all cases with the same lock from running
-# side by side: the names of pipes, events, registry keys and services are shared by a whole Wine prefix.
+# Makes the gtest executable NAME and one ctest test per case. EXCLUSIVE cases need a Wine prefix for themselves: the
+# names of pipes, events, registry keys and services are shared by all of it. Run by ctest with a resource file (see
+# test.sh) each gets one, so as many run side by side as there are prefixes; without, they need ctest -j 1.
 # Cases are found when ctest starts, so that building needs no Wine.
 function(tamlog_test name)
-  cmake_parse_arguments(TEST "" "LOCK;TIMEOUT" "SOURCES;USES;LABELS" ${ARGN})
+  cmake_parse_arguments(TEST "EXCLUSIVE" "TIMEOUT" "SOURCES;USES;LABELS" ${ARGN})
   if(NOT TEST_TIMEOUT)
     set(TEST_TIMEOUT 60)
   endif()
   add_executable(${name} ${TEST_SOURCES})
   target_link_libraries(${name} PRIVATE tamlog_options tamlog_gtest ${TEST_USES})
   set(properties TIMEOUT ${TEST_TIMEOUT})
-  if(TEST_LOCK)
-    list(APPEND properties RESOURCE_LOCK ${TEST_LOCK})
+  if(TEST_EXCLUSIVE AND WIN32)
+    list(APPEND properties RESOURCE_GROUPS "prefixes:1")
   endif()
   if(TEST_LABELS)
     list(APPEND properties LABELS "${TEST_LABELS}")
