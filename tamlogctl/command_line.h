@@ -1,15 +1,32 @@
 #pragma once
 
+// From arguments to the verb that is to run. Each group of verbs defines its own options in a file of its own
+// (define_*.cpp), so that what a verb does knows nothing of the parser.
+
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "tamlogctl/options.h"
+#include "tamlogctl/common_options.h"
+
+namespace CLI {
+class App;
+}
 
 namespace TamLogCtl {
 
-// Reads the arguments (UTF-8, without the program's name). Nothing when all is said already: help or version
-// was printed, or an error with its mend was told on stderr; then `exitCode` is what the program ends with.
-std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, int& exitCode);
+using Action = std::function<int()>;  // runs the verb and returns the program's exit code
+
+// Nothing when there is nothing left to do: `exitCode` is then the program's. Arguments are in UTF-8.
+std::optional<Action> ParseCommandLine(std::vector<std::string> arguments, int& exitCode);
+
+// Each adds its verbs to `app`; the parsed one checks its options and sets `chosen`.
+void DefineShowVerbs(CLI::App& app, Action& chosen);
+void DefineSendVerbs(CLI::App& app, Action& chosen);
+void DefineServerVerbs(CLI::App& app, Action& chosen);
+
+// The options that every verb has.
+void DefineCommonOptions(CLI::App& verb, CommonOptions& to);
 
 }  // namespace TamLogCtl

@@ -2,7 +2,9 @@
 
 #include "tamlogctl/console.h"
 #include "tamlogctl/exit_code.h"
-#include "tamlogctl/verbs.h"
+#include "tamlogctl/send.h"
+#include "tamlogctl/show.h"
+#include "tamlogctl/status.h"
 
 namespace TamLogCtl {
 
@@ -15,13 +17,13 @@ int NoServerHere() {
 
 }  // namespace
 
-int ShowLive(const Options& /*options*/) {
+int ShowLive(const ShowOptions& /*options*/) {
   return NoServerHere();
 }
-int Send(const Options& /*options*/) {
+int Send(const SendOptions& /*options*/) {
   return NoServerHere();
 }
-int ShowStatus(const Options& /*options*/) {
+int ShowStatus(const StatusOptions& /*options*/) {
   return NoServerHere();
 }
 

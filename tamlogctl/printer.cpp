@@ -32,10 +32,10 @@ constexpr const char* kTimeMend =
 
 }  // namespace
 
-std::optional<Printer> Printer::Make(const Options& options) {
-  const auto format = TamLogClient::FormatFromName(options.show.format);
+std::optional<Printer> Printer::Make(const ShowOptions& options) {
+  const auto format = TamLogClient::FormatFromName(options.format);
   if (!format) return std::nullopt;
-  Printer printer(options.show, {*format, StdoutIsTerminal(), WantsColor(options.color)});
+  Printer printer(options, {*format, StdoutIsTerminal(), WantsColor(options.color)});
   if (!printer.Select()) return std::nullopt;
   return printer;
 }

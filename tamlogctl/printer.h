@@ -12,16 +12,16 @@
 #include "client/message_formatter.h"
 #include "client/message_selection.h"
 #include "store/log_file_format.h"
-#include "tamlogctl/options.h"
+#include "tamlogctl/show.h"
 
 namespace TamLogCtl {
 
 class Printer {
  public:
   // Nothing, after a word on stderr, when an option's value makes no sense.
-  static std::optional<Printer> Make(const Options& options);
+  static std::optional<Printer> Make(const ShowOptions& options);
 
-  // Prints those that are wanted, at most the last `options.show.last` of them.
+  // Prints those that are wanted, at most the last `options.last` of them.
   void PrintLast(const std::vector<const LogMessage*>& oldestFirst);
 
   // Prints one message if it is wanted. It may be held back until Flush.

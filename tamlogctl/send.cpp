@@ -14,7 +14,7 @@
 #include "client/utf8.h"
 #include "tamlogctl/console.h"
 #include "tamlogctl/exit_code.h"
-#include "tamlogctl/verbs.h"
+#include "tamlogctl/send.h"
 
 namespace TamLogCtl {
 
@@ -29,8 +29,8 @@ constexpr std::string_view kCutMark = "...";  // where --split cut a text
 
 class Sender {
  public:
-  explicit Sender(const Options& chosen)
-      : options(chosen.send), timeoutMs(chosen.timeoutMs), client({kRequestPipeName, chosen.timeoutMs}) {}
+  explicit Sender(const SendOptions& chosen)
+      : options(chosen), client({kRequestPipeName, chosen.timeoutMs}) {}
 
   int Run();
 
@@ -45,7 +45,6 @@ class Sender {
   std::optional<MessageDraft> DraftOf(const std::string& line, std::string& problem);
 
   const SendOptions& options;
-  std::uint32_t timeoutMs;
   LogClient client;
   std::optional<TamLogClient::TimeWords> time;
   std::uint32_t sent = 0;
@@ -174,7 +173,7 @@ int Sender::Confirm(const LogMessageBody& message) const {
   const std::uint64_t start = Ticks();
   do {
     Status status = reader.IsOpen() ? Status::Ok : reader.Open();
-    if (status == Status::Ok) status = reader.Snapshot(snapshot, timeoutMs);
+    if (status == Status::Ok) status = reader.Snapshot(snapshot, options.timeoutMs);
     if (status != Status::Ok && status != Status::NotRunning) {
       Say(StatusText(status));
       return ExitCodeOf(status);
@@ -193,7 +192,7 @@ int Sender::Confirm(const LogMessageBody& message) const {
 
 }  // namespace
 
-int Send(const Options& options) {
+int Send(const SendOptions& options) {
   Sender sender(options);
   return sender.Run();
 }

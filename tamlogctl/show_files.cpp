@@ -6,7 +6,7 @@
 #include "tamlogctl/console.h"
 #include "tamlogctl/exit_code.h"
 #include "tamlogctl/printer.h"
-#include "tamlogctl/verbs.h"
+#include "tamlogctl/show.h"
 
 namespace TamLogCtl {
 
@@ -32,14 +32,14 @@ int ReadOne(const std::string& path, LogFileContents& contents, std::vector<cons
 
 }  // namespace
 
-int ShowFiles(const Options& options) {
+int ShowFiles(const ShowOptions& options) {
   auto printer = Printer::Make(options);
   if (!printer) return kUsage;
-  std::vector<LogFileContents> logs(options.show.files.size());
+  std::vector<LogFileContents> logs(options.files.size());
   std::vector<const LogMessage*> messages;
   int exitCode = kDone;
   for (std::size_t i = 0; i < logs.size(); ++i) {
-    const int code = ReadOne(options.show.files[i], logs[i], messages);
+    const int code = ReadOne(options.files[i], logs[i], messages);
     if (exitCode == kDone || exitCode == kDamaged) exitCode = code == kDone ? exitCode : code;
   }
   if (logs.size() > 1) {

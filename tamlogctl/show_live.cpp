@@ -11,7 +11,7 @@
 #include "tamlogctl/console.h"
 #include "tamlogctl/exit_code.h"
 #include "tamlogctl/printer.h"
-#include "tamlogctl/verbs.h"
+#include "tamlogctl/show.h"
 
 namespace TamLogCtl {
 
@@ -45,7 +45,7 @@ bool Readable(Status status) {
 }
 
 // A read that found the server just stopping is not worth a failure: it may be restarting.
-int ShowOnce(const Options& options, Printer& printer) {
+int ShowOnce(const ShowOptions& options, Printer& printer) {
   LogReader reader;
   LogSnapshot snapshot;
   Status status = reader.Open();
@@ -53,7 +53,7 @@ int ShowOnce(const Options& options, Printer& printer) {
   reader.Close();  // before anything is printed: the output may be slow, and a stopping server waits for us
   if (!Readable(status)) return Explain(status);
   const auto order = OrderMessages(snapshot);
-  if (snapshot.header.messageCount == 0 && !options.show.quiet) Say("the log is empty");
+  if (snapshot.header.messageCount == 0 && !options.quiet) Say("the log is empty");
   printer.PrintLast(OldestFirst(snapshot));
   if (printer.OutputFailed()) return kOutputFailed;
   if (Interrupted()) return kInterrupted;
@@ -68,7 +68,7 @@ int ShowOnce(const Options& options, Printer& printer) {
 // Follows the log until it is interrupted, its time is over, or the output fails.
 class Follow {
  public:
-  Follow(const Options& chosen, Printer& target)
+  Follow(const ShowOptions& chosen, Printer& target)
       : options(chosen), printer(target), client({kRequestPipeName, kPingMs, kPingMs}) {}
 
   int Run();
@@ -90,10 +90,10 @@ class Follow {
   void WatchSilence();
   void PrintStep(const FollowStep& step);
   void Tell(const std::string& line) const {
-    if (!options.show.quiet) Say(line);
+    if (!options.quiet) Say(line);
   }
 
-  const Options& options;
+  const ShowOptions& options;
   Printer& printer;
   LogClient client;
   LogReader reader;
@@ -109,9 +109,9 @@ class Follow {
 };
 
 int Follow::Run() {
-  if (options.show.forSeconds) end = Ticks() + static_cast<std::uint64_t>(*options.show.forSeconds * 1000);
+  if (options.forSeconds) end = Ticks() + static_cast<std::uint64_t>(*options.forSeconds * 1000);
   auto exitCode = Begin();
-  const std::uint32_t step = std::min(options.show.intervalMs, kMostLookMs);
+  const std::uint32_t step = std::min(options.intervalMs, kMostLookMs);
   while (!exitCode && !TimeIsOver()) {
     if (!SleepFor(lost ? kReopenMs : step)) exitCode = kInterrupted;
     if (!exitCode) exitCode = Visit();
@@ -149,7 +149,7 @@ std::optional<int> Follow::Visit() {
     WatchSilence();
     return std::nullopt;
   }
-  if (Ticks() - lastVisit < options.show.intervalMs) return std::nullopt;
+  if (Ticks() - lastVisit < options.intervalMs) return std::nullopt;
   return TakeSnapshot();
 }
 
@@ -217,11 +217,11 @@ void Follow::WatchSilence() {
 
 }  // namespace
 
-int ShowLive(const Options& options) {
+int ShowLive(const ShowOptions& options) {
   auto printer = Printer::Make(options);
   if (!printer) return kUsage;
   DeferInterrupts();
-  if (!options.show.follow) return ShowOnce(options, *printer);
+  if (!options.follow) return ShowOnce(options, *printer);
   Follow follow(options, *printer);
   return follow.Run();
 }

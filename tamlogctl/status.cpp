@@ -14,7 +14,7 @@
 #include "client/utf8.h"
 #include "tamlogctl/console.h"
 #include "tamlogctl/exit_code.h"
-#include "tamlogctl/verbs.h"
+#include "tamlogctl/status.h"
 
 namespace TamLogCtl {
 
@@ -41,7 +41,7 @@ struct Findings {
   std::uint64_t holdMicroseconds = 0;
 };
 
-void AskServer(const Options& options, Findings& found) {
+void AskServer(const StatusOptions& options, Findings& found) {
   LogClient client({kRequestPipeName, options.timeoutMs});
   found.pipe = client.GetFileMapName(found.mapName);
   if (found.pipe == Status::Ok) found.pipe = client.GetLogFile(found.logFile);
@@ -49,7 +49,7 @@ void AskServer(const Options& options, Findings& found) {
   if (found.pipe == Status::Ok) found.pipe = client.GetFilters(found.filters);
 }
 
-void ReadLog(const Options& options, Findings& found) {
+void ReadLog(const StatusOptions& options, Findings& found) {
   LogReader reader;
   LogSnapshot snapshot;
   found.log = found.mapName.empty() ? reader.Open() : reader.Open(found.mapName);
@@ -197,12 +197,12 @@ std::string AsJson(const Findings& found) {
 
 }  // namespace
 
-int ShowStatus(const Options& options) {
+int ShowStatus(const StatusOptions& options) {
   Findings found;
   DeferInterrupts();
   AskServer(options, found);
   ReadLog(options, found);
-  if (!WriteOut(options.status.json ? AsJson(found) : AsText(found))) return kOutputFailed;
+  if (!WriteOut(options.json ? AsJson(found) : AsText(found))) return kOutputFailed;
   return Interrupted() ? kInterrupted : ExitCodeFor(found);
 }
 

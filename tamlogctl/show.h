@@ -1,0 +1,38 @@
+#pragma once
+
+// The verbs show and follow: messages, of a running server or of copied files.
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tamlogctl/common_options.h"
+
+namespace TamLogCtl {
+
+struct ShowOptions : CommonOptions {
+  std::optional<std::size_t> last;  // nothing: all
+  bool reverse = false;
+  bool follow = false;
+  std::vector<std::string> files;  // none: the running server's log
+  std::string format = "short";
+  std::vector<std::string> sources;
+  std::vector<std::string> excludedSources;
+  std::string types;
+  std::string pattern;
+  bool fixedPattern = false;
+  bool ignoreCase = false;
+  std::string since;
+  std::string until;
+  std::uint32_t intervalMs = 100;
+  std::optional<double> forSeconds;
+  bool quiet = false;
+};
+
+// Each returns the program's exit code and has said on stderr what went wrong.
+int ShowFiles(const ShowOptions& options);
+int ShowLive(const ShowOptions& options);
+
+}  // namespace TamLogCtl
