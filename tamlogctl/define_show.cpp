@@ -58,25 +58,9 @@ void DefineFollowing(CLI::App& verb, ShowOptions& to) {
       ->option_text("SECONDS");
 }
 
-void DefineSelection(CLI::App& verb, ShowOptions& to) {
-  verb.add_option("-o,--output", to.format, "Format: short, full, cat, json, tsv, csv")
-      ->check(CLI::IsMember({"short", "full", "cat", "json", "ndjson", "tsv", "csv"}))
-      ->option_text("FORMAT");
-  verb.add_option("-s,--source", to.sources, "Only this source, of these types (NAME may hold *; repeatable)")
-      ->allow_extra_args(false)
-      ->option_text("NAME[:TYPES]");
-  verb.add_option("-x,--exclude", to.excludedSources,
-                  "Not this source, or not these of its types (repeatable)")
-      ->allow_extra_args(false)
-      ->option_text("NAME[:TYPES]");
-  verb.add_option("-t,--type", to.types, "Only these types: 0,2 or 1-3")->option_text("LIST");
-  verb.add_option("-g,--grep", to.pattern, "Only texts that match this regular expression")
-      ->option_text("RE");
-  verb.add_flag("-F,--fixed", to.fixedPattern, "The expression of -g is plain text");
-  verb.add_flag("-i,--ignore-case", to.ignoreCase, "Ignore case (all lower case in -g does so too)");
-  verb.add_option("-S,--since", to.since, "Not older: YYYY-MM-DD [HH:MM[:SS[.mmm]]], today, yesterday, -15m")
-      ->option_text("TIME");
-  verb.add_option("-U,--until", to.until, "Not newer than this time")->option_text("TIME");
+void DefineReading(CLI::App& verb, ShowOptions& to) {
+  DefineOutputOptions(verb, to.output);
+  DefineSelectionOptions(verb, to.selection);
   verb.add_flag("-q,--quiet", to.quiet, "Say nothing on stderr that is not an error");
   DefineCommonOptions(verb, to);
 }
@@ -88,9 +72,7 @@ void Check(const ShowOptions& options) {
   if (options.follow && options.reverse) {
     throw CLI::ValidationError("-r", "cannot be used with -f: new messages come last");
   }
-  if (options.pattern.empty() && options.fixedPattern) {
-    throw CLI::ValidationError("-F", "says how -g is meant; give -g as well");
-  }
+  CheckSelectionOptions(options.selection);
 }
 
 constexpr std::size_t kFollowedLines = 10;  // with which following begins
@@ -106,7 +88,7 @@ void DefineShow(CLI::App& app, Action& chosen) {
       ->allow_extra_args(false)
       ->option_text("FILE");
   DefineFollowing(*verb, *options);
-  DefineSelection(*verb, *options);
+  DefineReading(*verb, *options);
   verb->callback([verb, options, &chosen] {
     if (options->follow && verb->count("--lines") == 0) options->last = kFollowedLines;
     Check(*options);
@@ -122,7 +104,7 @@ void DefineFollow(CLI::App& app, Action& chosen) {
   verb->footer(kFollowFooter);
   DefineCount(*verb, *options, "Begin with the last N that match, or all");
   DefineFollowing(*verb, *options);
-  DefineSelection(*verb, *options);
+  DefineReading(*verb, *options);
   verb->callback([options, &chosen] {
     Check(*options);
     chosen = [options] { return ShowLive(*options); };

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "client/time_text.h"
 #include "tamlogctl/console.h"
 
 namespace TamLogCtl {
@@ -13,65 +12,13 @@ using TamLogClient::LogMessageView;
 
 constexpr std::size_t kWriteSize = std::size_t{1} << 16U;
 
-bool WantsColor(Color color) {
-  if (color != Color::Auto) {
-    if (color == Color::Always) EnableColors();
-    return color == Color::Always;
-  }
-  return StdoutIsTerminal() && !EnvironmentHas("NO_COLOR") && EnableColors();
-}
-
-bool Refuse(const std::string& option, const std::string& value, const std::string& mend) {
-  Say(option + " '" + value + "': " + mend);
-  return false;
-}
-
-constexpr const char* kTermMend = "expected NAME or NAME:TYPES, for example Camera:0,2";
-constexpr const char* kTimeMend =
-    "expected YYYY-MM-DD [HH:MM[:SS[.mmm]]], now, today, yesterday, or -15m (s, m, h, d)";
-
 }  // namespace
 
 std::optional<Printer> Printer::Make(const ShowOptions& options) {
-  const auto format = TamLogClient::FormatFromName(options.format);
-  if (!format) return std::nullopt;
-  Printer printer(options, {*format, StdoutIsTerminal(), WantsColor(options.color)});
-  if (!printer.Select()) return std::nullopt;
-  return printer;
-}
-
-bool Printer::Select() {
-  for (const std::string& text : options.sources) {
-    auto term = TamLogClient::ParseSourceTerm(text);
-    if (!term) return Refuse("-s", text, kTermMend);
-    selection.Include(std::move(*term));
-  }
-  for (const std::string& text : options.excludedSources) {
-    auto term = TamLogClient::ParseSourceTerm(text);
-    if (!term) return Refuse("-x", text, kTermMend);
-    selection.Exclude(std::move(*term));
-  }
-  if (!options.types.empty()) {
-    const auto types = TamLogClient::ParseTypes(options.types);
-    if (!types) return Refuse("-t", options.types, "expected types from 0 to 3, for example 0,2 or 1-3");
-    selection.SetTypes(*types);
-  }
-  if (!options.pattern.empty() &&
-      !selection.SetPattern(options.pattern, options.fixedPattern, options.ignoreCase)) {
-    return Refuse("-g", options.pattern, "no regular expression; add -F to search for it as plain text");
-  }
-  const auto now = Now();
-  if (!options.since.empty()) {
-    const auto time = TamLogClient::ParseTimeBound(options.since, now);
-    if (!time) return Refuse("-S", options.since, kTimeMend);
-    selection.SetSince(TamLogClient::KeyOf(*time));
-  }
-  if (!options.until.empty()) {
-    const auto time = TamLogClient::ParseTimeBound(options.until, now);
-    if (!time) return Refuse("-U", options.until, kTimeMend);
-    selection.SetUntil(TamLogClient::KeyOf(*time));
-  }
-  return true;
+  auto selection = MakeSelection(options.selection);
+  auto formatter = MakeFormatter(options.output, options.color);
+  if (!selection || !formatter) return std::nullopt;
+  return Printer(options, std::move(*formatter), std::move(*selection));
 }
 
 void Printer::PrintLast(const std::vector<const LogMessage*>& oldestFirst) {

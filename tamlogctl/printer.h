@@ -35,11 +35,10 @@ class Printer {
   std::size_t Printed() const { return printed; }
 
  private:
-  explicit Printer(ShowOptions chosen, TamLogClient::FormatOptions format)
-      : options(std::move(chosen)), formatter(format) {
+  Printer(ShowOptions chosen, TamLogClient::MessageFormatter format, TamLogClient::MessageSelection wanted)
+      : options(std::move(chosen)), formatter(std::move(format)), selection(std::move(wanted)) {
     formatter.AppendHead(pending);
   }
-  bool Select();
 
   ShowOptions options;
   TamLogClient::MessageFormatter formatter;

@@ -9,23 +9,18 @@
 #include <vector>
 
 #include "tamlogctl/common_options.h"
+#include "tamlogctl/output_options.h"
+#include "tamlogctl/selection_options.h"
 
 namespace TamLogCtl {
 
 struct ShowOptions : CommonOptions {
+  SelectionOptions selection;
+  OutputOptions output;
   std::optional<std::size_t> last;  // nothing: all
   bool reverse = false;
   bool follow = false;
   std::vector<std::string> files;  // none: the running server's log
-  std::string format = "short";
-  std::vector<std::string> sources;
-  std::vector<std::string> excludedSources;
-  std::string types;
-  std::string pattern;
-  bool fixedPattern = false;
-  bool ignoreCase = false;
-  std::string since;
-  std::string until;
   std::uint32_t intervalMs = 100;
   std::optional<double> forSeconds;
   bool quiet = false;

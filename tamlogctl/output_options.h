@@ -1,0 +1,26 @@
+#pragma once
+
+// How messages are written: the options that every verb which prints messages has.
+
+#include <optional>
+#include <string>
+
+#include "client/message_formatter.h"
+#include "tamlogctl/common_options.h"
+
+namespace CLI {
+class App;
+}
+
+namespace TamLogCtl {
+
+struct OutputOptions {
+  std::string format = "short";
+};
+
+void DefineOutputOptions(CLI::App& verb, OutputOptions& to);
+
+// Nothing, after a word on stderr, when an option's value makes no sense.
+std::optional<TamLogClient::MessageFormatter> MakeFormatter(const OutputOptions& options, Color color);
+
+}  // namespace TamLogCtl
