@@ -283,10 +283,16 @@ TEST_F(Access, NobodyStaysBehindWhenTheFileIsClosed) {
   flush.join();
   read.join();
   disk.join();
-  const std::string told = ", some handles or pointers are invalid";
-  for (const std::string& failure : failures) {
-    EXPECT_TRUE(failure.empty() || failure.ends_with(told)) << failure;
-  }
+  const auto isTold = [](const std::string& failure) {
+    return failure.empty() || failure.ends_with(", some handles or pointers are invalid");
+  };
+  EXPECT_TRUE(isTold(failures[0])) << failures[0];
+  EXPECT_TRUE(isTold(failures[1])) << failures[1];
+  // Let in for that moment, it may find the view gone when it comes to write it.
+  EXPECT_TRUE(isTold(failures[2]) ||
+              failures[2] ==
+                  "Failed to force log file changes saved to disk, FlushViewOfFile() failed in WriteToDisk()")
+      << failures[2];
   EXPECT_EQ(Header().messageCount, failures[0].empty() ? 1 : 0);
 }
 
