@@ -127,6 +127,7 @@ check_rooms() { scripts/check-rooms.py --self-test && scripts/check-rooms.py; }
 
 make_prefixes() {
   local name
+  rm -rf build/bin/test_* # what tests that were killed left behind
   for name in unit "${exclusive_prefixes[@]}"; do scripts/wine-prefix.sh "$name" || return 1; done
 }
 

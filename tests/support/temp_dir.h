@@ -1,8 +1,9 @@
 #pragma once
 
 // A directory of a test's own, removed with everything in it at the end. Beside the test executable on
-// Windows (so that Linux programs find it too), in the system's temporary directory otherwise. The name holds
-// the process id, so tests that run side by side do not meet.
+// Windows (so that Linux programs find it too), in the system's temporary directory otherwise. It is always
+// new: process ids come again, after a test that was killed and left its directory, and in another Wine
+// prefix.
 
 #include <atomic>
 #include <filesystem>
@@ -30,7 +31,10 @@ inline std::string ProcessSuffix() {
 
 class TempDir {
  public:
-  TempDir() : path(MakeName()) { std::filesystem::create_directories(path); }
+  TempDir() {
+    do path = MakeName();
+    while (!std::filesystem::create_directory(path));
+  }
   ~TempDir() {
     std::error_code ignored;
     std::filesystem::remove_all(path, ignored);
