@@ -30,7 +30,7 @@ readonly all_steps=(packages configure build-windows build-asan build-tsan rooms
   test-asan test-tsan test-unit test-system)
 cores=$(nproc)
 # Prefixes that a test gets for itself: pipes, registry, services and driver have fixed names. These tests mostly wait,
-# so there may be more of them than cores.
+# so there may be more of them than cores. CMakeLists.txt names them to ctest.
 readonly exclusive_prefixes=(alone1 alone2 alone3)
 
 verbose=no
@@ -186,25 +186,13 @@ with_prefix() {
   )
 }
 
-# What ctest gives out: one prefix to each test that needs one for itself.
-describe_prefixes() {
-  local name separator=
-  printf '{"version": {"major": 1, "minor": 0}, "local": [{"prefixes": ['
-  for name in "${exclusive_prefixes[@]}"; do
-    printf '%s{"id": "%s", "slots": 1}' "$separator" "$name"
-    separator=', '
-  done
-  printf ']}]}\n'
-}
-
 # run_under_wine CTEST-ARGUMENTS...
 run_under_wine() {
   local name status=0
-  describe_prefixes >"$logs/prefixes.json"
   for name in unit "${exclusive_prefixes[@]}"; do
     with_prefix "$name" wine_server_start || { echo "Wine's server does not start in $name" >&2; return 1; }
   done
-  ctest --test-dir build/windows --resource-spec-file "$logs/prefixes.json" --output-on-failure "$@" || status=$?
+  ctest --test-dir build/windows --output-on-failure "$@" || status=$?
   for name in unit "${exclusive_prefixes[@]}"; do with_prefix "$name" wine_server_stop || status=1; done
   return "$status"
 }

@@ -24,8 +24,8 @@ endfunction()
 # tamlog_test(NAME SOURCES file... USES target... [LABELS label...] [EXCLUSIVE] [TIMEOUT seconds])
 #
 # Makes the gtest executable NAME and one ctest test per case. EXCLUSIVE cases need a Wine prefix for themselves: the
-# names of pipes, events, registry keys and services are shared by all of it. Run by ctest with a resource file (see
-# test.sh) each gets one, so as many run side by side as there are prefixes; without, they need ctest -j 1.
+# names of pipes, events, registry keys and services are shared by all of it. ctest gives each one of those that
+# CMakeLists.txt names, so as many run side by side as there are prefixes.
 # Cases are found when ctest starts, so that building needs no Wine.
 function(tamlog_test name)
   cmake_parse_arguments(TEST "EXCLUSIVE" "TIMEOUT" "SOURCES;USES;LABELS" ${ARGN})

@@ -18,7 +18,7 @@ std::optional<Printer> Printer::Make(const ShowOptions& options) {
   auto selection = MakeSelection(options.selection);
   auto formatter = MakeFormatter(options.output, options.color);
   if (!selection || !formatter) return std::nullopt;
-  return Printer(options, std::move(*formatter), std::move(*selection));
+  return Printer(options, *formatter, std::move(*selection));
 }
 
 void Printer::PrintLast(const std::vector<const LogMessage*>& oldestFirst) {

@@ -36,7 +36,7 @@ class Printer {
 
  private:
   Printer(ShowOptions chosen, TamLogClient::MessageFormatter format, TamLogClient::MessageSelection wanted)
-      : options(std::move(chosen)), formatter(std::move(format)), selection(std::move(wanted)) {
+      : options(std::move(chosen)), formatter(format), selection(std::move(wanted)) {
     formatter.AppendHead(pending);
   }
 
