@@ -11,23 +11,25 @@ the others from running, as far as they can. Logs are kept in build/test.
 
   packages        install what is missing from Debian's packages
   configure       configure the presets windows, asan and tsan
+  rooms           check every include against the table of who may use whom
+  format          check the format of every file
   build-windows   build everything for Windows
   build-asan      build the pure files and their tests natively, under AddressSanitizer and UBSan
   build-tsan      the same under ThreadSanitizer
-  rooms           check every include against the table of who may use whom
-  format          check the format of every file
-  thread-safety   check the lock annotations with clang; beside the others, on time that they leave
-  tidy            clang-tidy; beside the others, on time that they leave
+  thread-safety   check the lock annotations with clang
+  tidy            clang-tidy
   prefixes        make fresh Wine prefixes for the tests
-  test-asan       run the native tests under AddressSanitizer and UBSan
-  test-tsan       run the native tests under ThreadSanitizer
   test-unit       run the Windows tests of the rooms under Wine
   test-system     run the Windows tests with the real service manager, each in a prefix of its own
+  test-asan       run the native tests under AddressSanitizer and UBSan
+  test-tsan       run the native tests under ThreadSanitizer
+
+build-asan to tidy run beside the tests under Wine, on time that these leave.
 TEXT
 }
 
-readonly all_steps=(packages configure build-windows build-asan build-tsan rooms format thread-safety tidy prefixes
-  test-asan test-tsan test-unit test-system)
+readonly all_steps=(packages configure rooms format build-windows build-asan build-tsan thread-safety tidy prefixes
+  test-unit test-system test-asan test-tsan)
 cores=$(nproc)
 # Prefixes that a test gets for itself: pipes, registry, services and driver have fixed names. These tests mostly wait,
 # so there may be more of them than cores. CMakeLists.txt names them to ctest.
@@ -227,18 +229,21 @@ last_status=0
 step packages 'installing what is missing from Debian'"'"'s packages' scripts/install-packages.sh test
 if has_failed packages; then exit 1; fi
 step configure 'configuring the presets windows, asan and tsan' configure_all
-start_beside thread-safety 'checking the lock annotations with clang' scripts/check-thread-safety.sh -j 1
-start_beside tidy 'clang-tidy' scripts/check-tidy.sh -j "$cores"
 step rooms 'checking every include against the table of who may use whom' check_rooms
 step format 'checking the format of every file' scripts/check-format.sh
 step_after configure build-windows 'building everything for Windows' scripts/build.sh windows
-step_after configure build-asan 'building the pure files natively, AddressSanitizer and UBSan' scripts/build.sh asan
-step_after configure build-tsan 'building the pure files natively, ThreadSanitizer' scripts/build.sh tsan
+# The tests under Wine mostly wait: what is left of the processor meanwhile builds and checks the rest.
+start_beside build-asan 'building the pure files natively, AddressSanitizer and UBSan' scripts/build.sh asan
+start_beside build-tsan 'building the pure files natively, ThreadSanitizer' scripts/build.sh tsan
+start_beside thread-safety 'checking the lock annotations with clang' scripts/check-thread-safety.sh -j 1
+start_beside tidy 'clang-tidy' scripts/check-tidy.sh -j 1
 step prefixes 'making fresh Wine prefixes' make_prefixes
-test_step build-asan test-asan 'native tests, AddressSanitizer and UBSan' run_natively asan
-test_step build-tsan test-tsan 'native tests, ThreadSanitizer' run_natively tsan
 test_step build-windows test-unit 'tests of the rooms under Wine' run_under_wine -LE system -j "$cores"
 test_step build-windows test-system 'tests with the real service manager under Wine' run_under_wine -L system -j "${#exclusive_prefixes[@]}"
+finish_beside build-asan
+test_step build-asan test-asan 'native tests, AddressSanitizer and UBSan' run_natively asan
+finish_beside build-tsan
+test_step build-tsan test-tsan 'native tests, ThreadSanitizer' run_natively tsan
 finish_beside thread-safety
 finish_beside tidy
 

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "client/filter_rule.h"
 #include "client/status.h"
 #include "pipe/pipe_protocol.h"
 
@@ -19,11 +20,6 @@ struct LogClientOptions {
   std::string pipeName = kRequestPipeName;  // the reply pipe's name is this and kReplyPipeSuffix
   std::uint32_t timeoutMs = 5000;           // for a whole call, connecting included
   std::uint32_t absentMs = 1000;            // no pipe for so long: the server is not running
-};
-
-struct FilterEntry {
-  std::string text;
-  bool include = false;
 };
 
 class LogClient {

@@ -28,6 +28,7 @@ fs::path PathOf(const std::string& utf8) {
 // Slots are read one after the other, so that a file that shrinks meanwhile gives those before the cut.
 void ReadSlots(std::ifstream& file, std::uint64_t expected, std::vector<LogMessage>& slots) {
   constexpr std::size_t kChunk = 1024;
+  slots.reserve(expected);  // growing would hold every message twice for a while
   while (slots.size() < expected) {
     const std::size_t before = slots.size();
     slots.resize(before + static_cast<std::size_t>(std::min<std::uint64_t>(kChunk, expected - before)));

@@ -37,6 +37,7 @@ struct Rewrite {
   bool regular = false;         // the ring of this snapshot has no backward stretch
   std::uint64_t fresh = 0;      // messages not known before
   std::uint64_t surviving = 0;  // messages known before
+  bool doubtful = false;        // messages that may have been known before were left out
 };
 
 // Between the two looks no flush can have rewritten the whole ring: such a flush gives no numbers, and the
@@ -72,11 +73,14 @@ std::set<std::uint32_t> SecondCopies(const LogSnapshot& snapshot, const std::vec
 Loss LossOfRewrite(const LogFileHeader& before, const LogSnapshot& now, const Rewrite& rewrite) {
   const Loss none;
   const Loss unknown{0, std::nullopt};
+  if (rewrite.doubtful) return unknown;
   if (rewrite.surviving > 0 && !now.Full()) return none;  // a ring that was never full drops nothing
   if (!rewrite.goesOn || !now.HeaderIsSound()) return unknown;
   const std::uint64_t changes = now.header.changeCount - before.changeCount;
   const std::uint64_t rewrites = now.header.rewriteCount - before.rewriteCount;
   const std::uint64_t numbered = now.header.nextSequence - before.nextSequence;
+  // Plain appends, each with its number.
+  if (rewrites == 0 && numbered >= rewrite.fresh) return {numbered - rewrite.fresh, numbered - rewrite.fresh};
   // Messages that survived say that the log was not emptied. To come in and be gone again, a message needs a
   // whole ring of numbers: its own, those behind its place, and those of the messages that push it out.
   if (rewrite.surviving > 0 && RingWasKept(before, now, rewrite.regular)) return none;
@@ -96,6 +100,7 @@ Loss LossOfRewrite(const LogFileHeader& before, const LogSnapshot& now, const Re
 
 void LogFollower::Start(const LogSnapshot& snapshot) {
   departed.clear();
+  resumed = false;
   any = false;
   newestKey = 0;
   suspect = true;
@@ -105,6 +110,42 @@ void LogFollower::Start(const LogSnapshot& snapshot) {
     newestKey = std::max(newestKey, keys[slot]);
     any = true;
   }
+}
+
+void LogFollower::Resume(const FollowerMemory& memory) {
+  identities.clear();
+  keys.clear();
+  departed.clear();
+  for (const KnownMessage& known : memory.known) departed[known.identity] = {known.count, known.key};
+  last = memory.header;
+  suspect = memory.suspect;
+  suspectUntil = memory.suspectUntil;
+  any = memory.any;
+  newestKey = memory.newestKey;
+  completeFrom = memory.completeFrom;
+  resumed = true;
+}
+
+FollowerMemory LogFollower::Remembered(std::size_t mostMessages) const {
+  FollowerMemory memory;
+  memory.header = last;
+  memory.suspect = suspect;
+  memory.suspectUntil = suspectUntil;
+  memory.any = any;
+  memory.newestKey = newestKey;
+  for (const auto& [identity, known] : CollectKnown()) {
+    if (known.count > 0) memory.known.push_back({identity, known.key, known.count});
+  }
+  if (resumed) memory.completeFrom = completeFrom;
+  if (memory.known.size() > mostMessages) {
+    const auto cut = memory.known.begin() + static_cast<std::ptrdiff_t>(mostMessages);
+    std::nth_element(memory.known.begin(), cut, memory.known.end(),
+                     [](const KnownMessage& a, const KnownMessage& b) { return a.key > b.key; });
+    // Messages of one time stay together, or half of them would be taken for new ones.
+    memory.completeFrom = std::max(memory.completeFrom, cut->key);
+    std::erase_if(memory.known, [&](const KnownMessage& known) { return known.key < memory.completeFrom; });
+  }
+  return memory;
 }
 
 FollowStep LogFollower::Next(const LogSnapshot& snapshot, bool reopened) {
@@ -174,13 +215,31 @@ LogFollower::KnownMessages LogFollower::CollectKnown() const {
   return known;
 }
 
+// After a reopening counters that go on prove nothing, but with them a message that is still there does: what
+// begins a log anew leaves no message.
+bool LogFollower::SameRun(const LogSnapshot& snapshot, const std::vector<std::uint32_t>& ring,
+                          const KnownMessages& known, bool reopened) const {
+  if (!CountersGoOn(last, snapshot.header)) return false;
+  // An empty log leaves nothing to be known by; it is not worth a false alarm at every first use.
+  const bool sinceEmpty = last.messageCount == 0 && last.rewriteCount == snapshot.header.rewriteCount;
+  if (resumed && sinceEmpty) return true;
+  return !reopened || std::any_of(ring.begin(), ring.end(), [&](std::uint32_t slot) {
+    return known.contains(IdentityOf(snapshot.slots[slot].body));
+  });
+}
+
+bool LogFollower::BelowMemory(const LogMessage& message) const {
+  return resumed && TimeKey(message.body) < completeFrom;
+}
+
 FollowStep LogFollower::TakeRewritten(const LogSnapshot& snapshot, bool reopened) {
   FollowStep step;
   KnownMessages known = CollectKnown();
   Rewrite rewrite;
-  rewrite.goesOn = !reopened && CountersGoOn(last, snapshot.header);
   rewrite.hadMessages = last.messageCount > 0;
   const auto ring = snapshot.RingOrder();
+  const bool countersGoOn = CountersGoOn(last, snapshot.header);
+  rewrite.goesOn = SameRun(snapshot, ring, known, reopened);
   rewrite.regular = IsRegular(snapshot, ring);
   if (!rewrite.goesOn || !RingWasKept(last, snapshot, rewrite.regular)) {
     suspect = true;
@@ -195,12 +254,24 @@ FollowStep LogFollower::TakeRewritten(const LogSnapshot& snapshot, bool reopened
       ++rewrite.surviving;
       continue;
     }
+    if (countersGoOn && BelowMemory(snapshot.slots[slot])) {
+      // Its number says whether it was there before, unless the log was begun anew, or the ring written
+      // again.
+      const std::uint64_t number = snapshot.slots[slot].sequence;
+      const bool numbered = number != 0 || snapshot.header.rewriteCount == last.rewriteCount;
+      const bool old = numbered && number < last.nextSequence;
+      if (old) ++rewrite.surviving;
+      rewrite.doubtful = rewrite.doubtful || !old || !rewrite.goesOn;
+      continue;
+    }
     step.messages.push_back({slot, false});
   }
   rewrite.fresh = step.messages.size();
   step.cleared = rewrite.hadMessages && rewrite.surviving == 0 && !snapshot.Full();
   step.loss = LossOfRewrite(last, snapshot, rewrite);
   if (step.cleared) suspect = false;
+  step.rewritten = snapshot.header.rewriteCount != last.rewriteCount;
+  resumed = false;
   Remember(snapshot, step.cleared ? KnownMessages{} : std::move(known));
   return step;
 }

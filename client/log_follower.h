@@ -17,6 +17,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "client/follower_memory.h"
 #include "client/log_message_view.h"
 #include "client/log_snapshot.h"
 
@@ -38,13 +39,21 @@ struct Loss {
 struct FollowStep {
   std::vector<NewMessage> messages;  // oldest first
   Loss loss;
-  bool cleared = false;  // the log was emptied; messages that came and went before that are in `loss`
+  bool cleared = false;    // the log was emptied; messages that came and went before that are in `loss`
+  bool rewritten = false;  // messages were inserted among known ones, or the ring was written again
 };
 
 class LogFollower {
  public:
   // Everything in `snapshot` counts as known.
   void Start(const LogSnapshot& snapshot);
+
+  // Goes on from what another follower remembered; the next call has to be Next with `reopened` true.
+  void Resume(const FollowerMemory& memory);
+
+  // What this follower knows, with the newest `mostMessages` messages by their bytes (and all that have the
+  // same time as the oldest of these).
+  FollowerMemory Remembered(std::size_t mostMessages) const;
 
   // What `snapshot` has that the one before had not. `reopened`: the log was closed and opened again in
   // between, so that equal counters prove nothing. Snapshots have to be taken in this order from the same
@@ -62,6 +71,9 @@ class LogFollower {
   bool OldSlotsUnchanged(const LogSnapshot& snapshot, std::uint64_t appended) const;
   FollowStep TakeAppended(const LogSnapshot& snapshot);
   FollowStep TakeRewritten(const LogSnapshot& snapshot, bool reopened);
+  bool SameRun(const LogSnapshot& snapshot, const std::vector<std::uint32_t>& ring,
+               const KnownMessages& known, bool reopened) const;
+  bool BelowMemory(const LogMessage& message) const;
   KnownMessages CollectKnown() const;
   void Remember(const LogSnapshot& snapshot, KnownMessages gone);
   void EndSuspicion(const LogSnapshot& snapshot, const std::vector<std::uint32_t>& ring);
@@ -76,6 +88,9 @@ class LogFollower {
   // still knows and may write again later. Over once every slot has a number from `suspectUntil` on.
   bool suspect = true;
   std::uint64_t suspectUntil = 0;
+  // After Resume: what is older than this is not known by its bytes.
+  bool resumed = false;
+  std::uint64_t completeFrom = 0;
   bool any = false;  // a message was given out or known
   std::uint64_t newestKey = 0;
 };

@@ -77,7 +77,23 @@ bool Changed(const LogFileHeader& before, const LogFileHeader& after) {
          before.messageCount != after.messageCount || before.maxMessages != after.maxMessages;
 }
 
+// Attempts until one can be trusted.
+template <typename Attempt>
+Status Repeat(std::uint32_t timeoutMs, Attempt attempt) {
+  const Deadline deadline(timeoutMs);
+  do {
+    bool again = false;
+    const Status status = attempt(deadline.Remaining(), again);
+    if (!again) return status;
+  } while (deadline.Remaining() > 0);
+  return Status::TimedOut;
+}
+
 }  // namespace
+
+bool LogView::BudgetIsSpent() const {
+  return Microseconds() >= deadline;
+}
 
 Status LogReader::Open(const std::string& mapName) {
   Close();
@@ -191,59 +207,132 @@ LogReader::Left LogReader::Leave() {
   return left;
 }
 
-Status LogReader::Snapshot(LogSnapshot& snapshot, std::uint32_t timeoutMs) {
-  const Deadline deadline(timeoutMs);
-  do {
-    bool again = false;
-    const Status status = TrySnapshot(snapshot, deadline.Remaining(), again);
-    if (!again) return status;
-  } while (deadline.Remaining() > 0);
-  return Status::TimedOut;
+// One read access. `again`: what was done inside cannot be trusted, but the next attempt may.
+Status LogReader::Inside(std::uint32_t timeoutMs, LogFileHeader& header, bool& again,
+                         const std::function<Work()>& work) {
+  again = false;
+  if (const Status status = Enter(timeoutMs); status != Status::Ok) return status;
+  const std::uint64_t entered = Microseconds();
+  Work done = Work::Fault;
+  try {
+    if (CopyHeader(header) == Status::Ok) done = work();
+    LogFileHeader after{};
+    if (done == Work::Done && CopyHeader(after) != Status::Ok) done = Work::Fault;
+    // A writer that passed this reader changed the header meanwhile.
+    if (done == Work::Done && Changed(header, after)) done = Work::Again;
+  } catch (...) {
+    Leave();
+    throw;
+  }
+  const Left left = Leave();
+  lastHold = Microseconds() - entered;
+  if (left == Left::UnderTheWriter) ++passed;
+  if (done == Work::Fault || left == Left::Fault) return Status::InPage;
+  again = done == Work::Again || left == Left::UnderTheWriter;
+  if (!again && header.serverRunning == 0) {
+    Close();
+    return Status::NotRunning;
+  }
+  return Status::Ok;
 }
 
-// `again`: the copy cannot be trusted, but the next one may.
+Status LogReader::Snapshot(LogSnapshot& snapshot, std::uint32_t timeoutMs) {
+  return Repeat(timeoutMs, [&](std::uint32_t remaining, bool& again) {
+    return TrySnapshot(snapshot, remaining, again);
+  });
+}
+
 Status LogReader::TrySnapshot(LogSnapshot& snapshot, std::uint32_t timeoutMs, bool& again) {
   LogFileHeader seen{};
   if (const Status status = Look(seen); status != Status::Ok) return status;
   const auto capacity = static_cast<std::size_t>(std::max(seen.maxMessages, 0));
   if (capacity == 0 || capacity > SlotsInView()) return Status::Damaged;
+  const LogFileHeader known = lastHeader;
   const bool sameSnapshot = lastFilled == &snapshot && snapshot.slots.size() == capacity;
   lastFilled = nullptr;
   snapshot.slots.resize(capacity);  // before read access: nothing is allocated inside
-  if (const Status status = Enter(timeoutMs); status != Status::Ok) return status;
-  const std::uint64_t entered = Microseconds();
-  const Status status = CopyInside(snapshot, sameSnapshot ? &lastHeader : nullptr, again);
-  const Left left = Leave();
-  lastHold = Microseconds() - entered;
-  if (left == Left::UnderTheWriter) ++passed;
-  if (status != Status::Ok || left == Left::Fault) {
-    again = false;
-    return Status::InPage;
-  }
-  again = again || left == Left::UnderTheWriter;
-  if (again) return Status::Ok;
-  if (snapshot.header.serverRunning == 0) {
-    Close();
-    return Status::NotRunning;
-  }
+  const Status status = Inside(timeoutMs, snapshot.header, again, [&] {
+    const auto now = static_cast<std::size_t>(std::max(snapshot.header.maxMessages, 0));
+    if (now != snapshot.slots.size()) return Work::Again;  // the buffer was made for another capacity
+    return CopySlots(snapshot, sameSnapshot ? &known : nullptr) == Status::Ok ? Work::Done : Work::Fault;
+  });
+  if (status != Status::Ok || again) return status;
   lastFilled = &snapshot;
   lastHeader = snapshot.header;
   return snapshot.HeaderIsSound() ? Status::Ok : Status::Damaged;
 }
 
-// Runs under read access. `again`: the capacity is not the one that the buffer was made for, or a writer that
-// passed this reader changed the header meanwhile.
-Status LogReader::CopyInside(LogSnapshot& snapshot, const LogFileHeader* known, bool& again) {
-  Status status = CopyHeader(snapshot.header);
-  if (status != Status::Ok) return status;
-  again = snapshot.header.maxMessages < 0 ||
-          static_cast<std::size_t>(snapshot.header.maxMessages) != snapshot.slots.size();
-  if (again) return Status::Ok;
-  status = CopySlots(snapshot, known);
-  LogFileHeader after{};
-  if (status == Status::Ok) status = CopyHeader(after);
-  again = status == Status::Ok && Changed(snapshot.header, after);
-  return status;
+Status LogReader::Newest(std::size_t count, LogTail& tail, std::uint32_t timeoutMs) {
+  return Repeat(timeoutMs, [&](std::uint32_t remaining, bool& again) {
+    return TryNewest(count, tail, remaining, again);
+  });
+}
+
+Status LogReader::TryNewest(std::size_t count, LogTail& tail, std::uint32_t timeoutMs, bool& again) {
+  LogFileHeader seen{};
+  if (const Status status = Look(seen); status != Status::Ok) return status;
+  if (!Fits(seen)) return Status::Damaged;
+  const auto messages = static_cast<std::uint32_t>(seen.messageCount);
+  const auto wanted = static_cast<std::uint32_t>(std::min<std::size_t>(count, messages));
+  const auto probes = ProbePositions(messages - wanted);
+  tail.messages.resize(wanted);  // before read access: nothing is allocated inside
+  tail.probes.resize(probes.size());
+  tail.whole = wanted == messages;
+  return Inside(timeoutMs, tail.header, again, [&] { return CopyTail(tail, seen, probes); });
+}
+
+// Runs under read access.
+LogReader::Work LogReader::CopyTail(LogTail& tail, const LogFileHeader& expected,
+                                    const std::vector<std::uint32_t>& probes) {
+  const LogFileHeader& header = tail.header;
+  if (Changed(expected, header)) return Work::Again;
+  const auto slotAt = [&header, this](std::uint32_t position) {
+    return fileView + kSlotsOffset + std::size_t{SlotAt(header, position)} * sizeof(LogMessage);
+  };
+  for (std::size_t i = 0; i < probes.size(); ++i) {
+    LogMessage message{};
+    if (!Copy(&message, slotAt(probes[i]), sizeof(message))) return Work::Fault;
+    tail.probes[i] = TimeKey(message.body);
+  }
+  const auto count = tail.messages.size();
+  const auto first = static_cast<std::uint32_t>(header.messageCount) - static_cast<std::uint32_t>(count);
+  // At most two runs of slots: up to the end of the ring, and from its beginning.
+  const std::size_t untilEnd = static_cast<std::size_t>(header.maxMessages) - SlotAt(header, first);
+  const std::size_t run = std::min(count, untilEnd);
+  if (run > 0 && !Copy(tail.messages.data(), slotAt(first), run * sizeof(LogMessage))) return Work::Fault;
+  if (run < count && !Copy(&tail.messages[run], fileView + kSlotsOffset, (count - run) * sizeof(LogMessage)))
+    return Work::Fault;
+  return Work::Done;
+}
+
+Status LogReader::WithView(std::uint32_t budgetMicroseconds, const std::function<void(const LogView&)>& look,
+                           std::uint32_t timeoutMs) {
+  return Repeat(timeoutMs, [&](std::uint32_t remaining, bool& again) {
+    return TryView(budgetMicroseconds, look, remaining, again);
+  });
+}
+
+Status LogReader::TryView(std::uint32_t budgetMicroseconds, const std::function<void(const LogView&)>& look,
+                          std::uint32_t timeoutMs, bool& again) {
+  LogFileHeader header{};
+  if (const Status status = Look(header); status != Status::Ok) return status;
+  bool sound = false;
+  const Status status = Inside(timeoutMs, header, again, [&] {
+    sound = Fits(header);
+    if (!sound || header.serverRunning == 0) return Work::Done;
+    const auto* const slots = reinterpret_cast<const LogMessage*>(fileView + kSlotsOffset);
+    look(LogView(header, slots, Microseconds() + budgetMicroseconds));
+    return Work::Done;
+  });
+  if (status != Status::Ok || again) return status;
+  if (!sound) return Status::Damaged;
+  return lastHold > budgetMicroseconds ? Status::TimedOut : Status::Ok;
+}
+
+bool LogReader::Fits(const LogFileHeader& header) const {
+  return header.maxMessages > 0 && header.messageCount >= 0 && header.messageCount <= header.maxMessages &&
+         header.nextSlot >= 0 && header.nextSlot < header.maxMessages &&
+         static_cast<std::size_t>(header.maxMessages) <= SlotsInView();
 }
 
 Status LogReader::CopySlots(LogSnapshot& snapshot, const LogFileHeader* known) {

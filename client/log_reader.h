@@ -10,14 +10,37 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <vector>
 
 #include "client/handle.h"
 #include "client/log_snapshot.h"
+#include "client/log_tail.h"
 #include "client/status.h"
 #include "store/log_file_format.h"
 
 namespace TamLogClient {
+
+// The log in place, inside a read access (LogReader::WithView).
+class LogView {
+ public:
+  LogView(const LogFileHeader& copied, const LogMessage* first, std::uint64_t deadlineMicroseconds)
+      : header(&copied), slots(first), deadline(deadlineMicroseconds) {}
+
+  const LogFileHeader& Header() const { return *header; }  // a sound copy
+
+  // `slot` has to be below Header().maxMessages. The bytes may be of any kind: see LogMessageView.
+  const LogMessage& Slot(std::uint32_t slot) const { return slots[slot]; }
+
+  // The time that was asked for is over: return.
+  bool BudgetIsSpent() const;
+
+ private:
+  const LogFileHeader* header;
+  const LogMessage* slots;
+  std::uint64_t deadline;
+};
 
 class LogReader {
  public:
@@ -48,7 +71,23 @@ class LogReader {
   // Stuck: the header lock is not given back.
   Status Snapshot(LogSnapshot& snapshot, std::uint32_t timeoutMs = kDefaultTimeoutMs);
 
-  // How long the last Snapshot held read access.
+  // Like Snapshot, but copies the newest `count` messages only, and of the others the few that tell whether
+  // these are the newest in time as well (CertainFrom).
+  Status Newest(std::size_t count, LogTail& tail, std::uint32_t timeoutMs = kDefaultTimeoutMs);
+
+  // Calls `look` with the log in place, without copying: DANGEROUS. While `look` runs, the server cannot
+  // write, and other readers pile up behind it; if the process or thread ends there, the server never writes
+  // again. So `look` must not print, wait, allocate, call foreign code or use this reader, and has to return
+  // within `budgetMicroseconds`, which it can ask the view for. A page that cannot be read is not caught here
+  // as it is in Snapshot. What `look` throws is passed on after read access was given back.
+  //
+  // `look` may be called several times: when the writer passed this reader, what it saw is worth nothing, and
+  // it is called again with a fresh view; each call begins anew. TimedOut also when `look` overran its budget
+  // (its result may be used).
+  Status WithView(std::uint32_t budgetMicroseconds, const std::function<void(const LogView&)>& look,
+                  std::uint32_t timeoutMs = kDefaultTimeoutMs);
+
+  // How long the last read access was held.
   std::uint64_t LastHoldMicroseconds() const { return lastHold; }
 
   // How often this reader and the writer passed each other, so that a copy had to be taken again.
@@ -61,11 +100,20 @@ class LogReader {
   Status OpenEvents();
   Status Enter(std::uint32_t timeoutMs);
   Left Leave();
+  // What the work inside a read access came to.
+  enum class Work : std::uint8_t { Done, Again, Fault };
+
+  Status Inside(std::uint32_t timeoutMs, LogFileHeader& header, bool& again,
+                const std::function<Work()>& work);
   Status TrySnapshot(LogSnapshot& snapshot, std::uint32_t timeoutMs, bool& again);
-  Status CopyInside(LogSnapshot& snapshot, const LogFileHeader* known, bool& again);
+  Status TryNewest(std::size_t count, LogTail& tail, std::uint32_t timeoutMs, bool& again);
+  Status TryView(std::uint32_t budgetMicroseconds, const std::function<void(const LogView&)>& look,
+                 std::uint32_t timeoutMs, bool& again);
+  Work CopyTail(LogTail& tail, const LogFileHeader& expected, const std::vector<std::uint32_t>& probes);
   Status CopySlots(LogSnapshot& snapshot, const LogFileHeader* known);
   Status CopyRange(LogSnapshot& snapshot, std::int64_t first, std::int64_t end);
   Status CopyHeader(LogFileHeader& header) const;
+  bool Fits(const LogFileHeader& header) const;
   bool ChangeReadCount(std::int32_t step, std::int32_t& result);
   std::size_t SlotsInView() const;
 

@@ -1,47 +1,36 @@
 #pragma once
 
-// Turns messages into lines of text. Every format but `cat` is one line a message; the data formats (json,
-// tsv, csv) are valid UTF-8 whatever the bytes of a message are.
+// Turns messages into output. Every format but cat, csv, export and raw is one line a message, whatever is in
+// its texts; the data formats (json, json-array, csv, tsv, rfc5424) are valid UTF-8 whatever the bytes of a
+// message are.
 
-#include <cstdint>
-#include <optional>
 #include <string>
-#include <string_view>
+#include <utility>
 
+#include "client/format_options.h"
 #include "store/log_file_format.h"
 
 namespace TamLogClient {
 
-enum class Format : std::uint8_t { Short, Full, Cat, Json, Tsv, Csv };
-
-// By the name users type: short, full, cat, json (or ndjson), tsv, csv.
-std::optional<Format> FormatFromName(std::string_view name);
-
-struct FormatOptions {
-  Format format = Format::Short;
-  bool terminal = false;  // the output is shown by a terminal: nothing in a message may control it
-  bool color = false;     // of short and full
-};
-
-// Has no state besides its options: may be used from several threads.
+// Serves one stream of output, from its head to its tail, and belongs to one thread.
 class MessageFormatter {
  public:
-  explicit MessageFormatter(FormatOptions chosen) : options(chosen) {}
+  explicit MessageFormatter(FormatOptions chosen) : options(std::move(chosen)) {}
 
-  // Appends what comes before the first message: csv has a line of column names, the others have nothing.
+  // Appends what comes before the first message: csv has a line of column names, json-array a bracket, the
+  // others nothing.
   void AppendHead(std::string& out) const;
 
-  // Appends one message and its line end. `late` is shown by short, full and json.
-  void Append(const LogMessage& message, bool late, std::string& out) const;
+  // Appends one message and its line end. `late`: it came after one with a later time. Shown by short, full,
+  // json, json-array, export and rfc5424, and by the others when it is asked for.
+  void Append(const LogMessage& message, bool late, std::string& out);
+
+  // Appends what comes after the last message, also when there was none: json-array has a bracket.
+  void AppendTail(std::string& out) const;
 
  private:
-  void AppendShort(const LogMessage& message, bool late, std::string& out) const;
-  void AppendCat(const LogMessage& message, std::string& out) const;
-  void AppendJson(const LogMessage& message, bool late, std::string& out) const;
-  void AppendTsv(const LogMessage& message, std::string& out) const;
-  void AppendCsv(const LogMessage& message, std::string& out) const;
-
   FormatOptions options;
+  bool begun = false;  // a message was written
 };
 
 }  // namespace TamLogClient

@@ -1,19 +1,13 @@
 #include "client/message_selection.h"
 
 #include <algorithm>
-#include <array>
 
 namespace TamLogClient {
 
 namespace {
 
-// ASCII only: the encoding of other bytes is not known.
-char ToLower(char character) {
-  return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
-}
-
 bool SameLetter(char left, char right) {
-  return ToLower(left) == ToLower(right);
+  return ToLowerAscii(left) == ToLowerAscii(right);
 }
 
 bool MatchesName(std::string_view name, std::string_view glob) {
@@ -44,8 +38,14 @@ bool MatchesTerm(const LogMessageView& message, const SourceTerm& term) {
   return typeFits && MatchesName(message.Source(), term.name);
 }
 
-bool HasUpperCase(std::string_view text) {
-  return std::any_of(text.begin(), text.end(), [](char letter) { return letter >= 'A' && letter <= 'Z'; });
+// Takes one line, without its end and without spaces around it.
+std::string_view TakeLine(std::string_view& lines) {
+  constexpr std::string_view kSpace = " \t\r";
+  const std::size_t end = lines.find('\n');
+  std::string_view line = lines.substr(0, end);
+  lines.remove_prefix(end == std::string_view::npos ? lines.size() : end + 1);
+  line.remove_prefix(std::min(line.find_first_not_of(kSpace), line.size()));
+  return line.substr(0, line.find_last_not_of(kSpace) + 1);
 }
 
 }  // namespace
@@ -75,52 +75,65 @@ std::optional<std::uint32_t> ParseTypes(std::string_view text) {
 std::optional<SourceTerm> ParseSourceTerm(std::string_view text) {
   SourceTerm term{std::string(text)};
   const std::size_t colon = text.rfind(':');
-  if (colon != std::string_view::npos) {
-    // A colon may belong to the name: only what reads as types is taken as types.
+  if (colon != std::string_view::npos &&
+      text.find_first_not_of("0123456789,-", colon + 1) == std::string_view::npos) {
     const auto types = ParseTypes(text.substr(colon + 1));
-    if (types) term = {std::string(text.substr(0, colon)), *types};
+    if (!types) return std::nullopt;
+    term = {std::string(text.substr(0, colon)), *types};
   }
   if (term.name.empty()) return std::nullopt;
   return term;
 }
 
-bool MessageSelection::SetPattern(const std::string& text, bool fixed, bool ignoreCase) {
-  foldCase = ignoreCase || !HasUpperCase(text);
-  if (fixed) {
-    fixedPattern = text;
-    return true;
-  }
-  try {
-    const auto flags = std::regex::ECMAScript | std::regex::optimize;
-    pattern.emplace(text, foldCase ? flags | std::regex::icase : flags);
-  } catch (const std::regex_error&) {
-    return false;
+bool MessageSelection::AddTerms(std::string_view lines, std::size_t& badLine) {
+  constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+  if (lines.starts_with(kByteOrderMark)) lines.remove_prefix(kByteOrderMark.size());
+  for (badLine = 1; !lines.empty(); ++badLine) {
+    std::string_view line = TakeLine(lines);
+    if (line.empty() || line.front() == '#') continue;
+    const bool excludes = line.front() == '!';
+    if (excludes || line.starts_with("\\#") || line.starts_with("\\!")) line.remove_prefix(1);
+    auto term = ParseSourceTerm(line);
+    if (!term) return false;
+    (excludes ? excluded : included).push_back(std::move(*term));
   }
   return true;
 }
 
-bool MessageSelection::Empty() const {
-  return included.empty() && excluded.empty() && !types && !since && !until && !fixedPattern && !pattern;
+bool MessageSelection::SetPattern(const std::string& text, bool fixed, bool ignoreCase) {
+  std::string problem;
+  auto pattern = TextPattern::Make(text, fixed, ignoreCase, problem);
+  if (!pattern) return false;
+  patterns.clear();
+  patterns.push_back(std::move(*pattern));
+  return true;
 }
 
-bool MessageSelection::MatchesPattern(std::string_view text) const {
-  if (fixedPattern) {
-    if (!foldCase) return text.find(*fixedPattern) != std::string_view::npos;
-    return std::search(text.begin(), text.end(), fixedPattern->begin(), fixedPattern->end(), SameLetter) !=
-               text.end() ||
-           fixedPattern->empty();
-  }
-  return !pattern || std::regex_search(text.begin(), text.end(), *pattern);
+bool MessageSelection::Empty() const {
+  return included.empty() && excluded.empty() && !types && !since && !until && patterns.empty() &&
+         antiPatterns.empty();
+}
+
+bool MessageSelection::WantsSource(const LogMessageView& message) const {
+  const auto matches = [&message](const SourceTerm& term) { return MatchesTerm(message, term); };
+  if (!included.empty() && std::none_of(included.begin(), included.end(), matches)) return false;
+  return std::none_of(excluded.begin(), excluded.end(), matches);
+}
+
+bool MessageSelection::WantsText(std::string_view text) const {
+  const auto matches = [text](TextPattern& pattern) { return pattern.Matches(text); };
+  if (!patterns.empty() && std::none_of(patterns.begin(), patterns.end(), matches)) return false;
+  return std::none_of(antiPatterns.begin(), antiPatterns.end(), matches);
 }
 
 bool MessageSelection::Wants(const LogMessageView& message) const {
-  const auto matches = [&message](const SourceTerm& term) { return MatchesTerm(message, term); };
   if (types && (message.Type() >= kMessageTypes || ((*types >> message.Type()) & 1U) == 0)) return false;
-  if (since && message.Key() < *since) return false;
-  if (until && message.Key() > *until) return false;
-  if (!included.empty() && std::none_of(included.begin(), included.end(), matches)) return false;
-  if (std::any_of(excluded.begin(), excluded.end(), matches)) return false;
-  return MatchesPattern(message.Text());
+  if (since || until) {
+    const std::uint64_t key = message.Key();
+    if ((since && key < *since) || (until && key > *until)) return false;
+  }
+  if ((!included.empty() || !excluded.empty()) && !WantsSource(message)) return false;
+  return (patterns.empty() && antiPatterns.empty()) || WantsText(message.Text());
 }
 
 }  // namespace TamLogClient

@@ -4,12 +4,13 @@
 
 #include <cstdint>
 #include <optional>
-#include <regex>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "client/log_message_view.h"
+#include "client/text_pattern.h"
 
 namespace TamLogClient {
 
@@ -20,10 +21,15 @@ struct SourceTerm {
   std::uint32_t types = 0xF;  // bit i: type i
 };
 
+// A colon belongs to the name when what follows it has other characters than digits, commas and dashes.
+// Nothing for an empty name, and for what reads as types but are none ("Camera:9", "Camera:").
 std::optional<SourceTerm> ParseSourceTerm(std::string_view text);
 std::optional<std::uint32_t> ParseTypes(std::string_view text);
 
-// Not thread-safe while it is being set up; afterwards it may be asked from several threads.
+// A message is wanted when it fits everything that was asked for: one of the included sources, none of the
+// excluded ones, the types, the times, one of the patterns, none of the anti-patterns.
+//
+// Belongs to one thread at a time, also while it is only asked.
 class MessageSelection {
  public:
   void Include(SourceTerm term) { included.push_back(std::move(term)); }
@@ -32,9 +38,20 @@ class MessageSelection {
   void SetSince(std::uint64_t key) { since = key; }
   void SetUntil(std::uint64_t key) { until = key; }
 
-  // Keeps messages whose text holds a match. Case is ignored when `ignoreCase` is set or when the pattern has
-  // no upper-case letter. False for a pattern that is no regular expression.
+  // Terms in lines: NAME[:TYPES] includes, !NAME[:TYPES] excludes; empty lines and lines that begin with #
+  // say nothing; a backslash in front takes its meaning from a first # or !. False, with the number of the
+  // line in `badLine`, for a line that is no term; those before it are then in effect.
+  bool AddTerms(std::string_view lines, std::size_t& badLine);
+
+  // Keeps messages whose text matches: one of the patterns, if there are any, and none of the anti-patterns.
+  void AddPattern(TextPattern pattern) { patterns.push_back(std::move(pattern)); }
+  void AddAntiPattern(TextPattern pattern) { antiPatterns.push_back(std::move(pattern)); }
+
+  // One pattern, from its text; see TextPattern::Make. False when it is none.
   bool SetPattern(const std::string& text, bool fixed, bool ignoreCase);
+
+  // The least time key that is wanted, if there is one.
+  const std::optional<std::uint64_t>& Since() const { return since; }
 
   // Nothing was asked for: every message is wanted.
   bool Empty() const;
@@ -42,16 +59,17 @@ class MessageSelection {
   bool Wants(const LogMessageView& message) const;
 
  private:
-  bool MatchesPattern(std::string_view text) const;
+  bool WantsSource(const LogMessageView& message) const;
+  bool WantsText(std::string_view text) const;
 
   std::vector<SourceTerm> included;
   std::vector<SourceTerm> excluded;
   std::optional<std::uint32_t> types;
   std::optional<std::uint64_t> since;
   std::optional<std::uint64_t> until;
-  std::optional<std::string> fixedPattern;
-  std::optional<std::regex> pattern;
-  bool foldCase = false;
+  // What they learn while searching shows only in the speed.
+  mutable std::vector<TextPattern> patterns;
+  mutable std::vector<TextPattern> antiPatterns;
 };
 
 }  // namespace TamLogClient

@@ -9,13 +9,17 @@ namespace TamLogClient {
 
 namespace {
 
-void AppendDigits(int value, int width, std::string& out) {
-  std::array<char, 8> digits{};
+char* Put(char character, char* to) {
+  *to = character;
+  return to + 1;
+}
+
+char* PutDigits(int value, int width, char* to) {
   for (int i = width - 1; i >= 0; --i) {
-    digits[static_cast<std::size_t>(i)] = static_cast<char>('0' + value % 10);
+    to[i] = static_cast<char>('0' + value % 10);
     value /= 10;
   }
-  out.append(digits.data(), static_cast<std::size_t>(width));
+  return to + width;
 }
 
 // Takes digits from the front of `text`; -1 when there are fewer than `least` or more than `most`.
@@ -156,13 +160,16 @@ void AppendTime(const TimeWords& words, char separator, std::string& out) {
     }
     return;
   }
-  constexpr std::array<char, 7> kBefore{0, '-', '-', 0, ':', ':', '.'};
-  constexpr std::array<int, 7> kWidth{4, 2, 2, 2, 2, 2, 3};
-  for (std::size_t i = 0; i < 7; ++i) {
-    const char before = i == 3 ? separator : kBefore[i];
-    if (before != 0) out += before;
-    AppendDigits(words[i], kWidth[i], out);
-  }
+  std::array<char, 23> text{};
+  char* at = text.data();
+  at = PutDigits(words[0], 4, at);
+  at = PutDigits(words[1], 2, Put('-', at));
+  at = PutDigits(words[2], 2, Put('-', at));
+  at = PutDigits(words[3], 2, Put(separator, at));
+  at = PutDigits(words[4], 2, Put(':', at));
+  at = PutDigits(words[5], 2, Put(':', at));
+  PutDigits(words[6], 3, Put('.', at));
+  out.append(text.data(), text.size());
 }
 
 std::optional<TimeWords> ParseTime(std::string_view text) {

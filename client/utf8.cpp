@@ -84,6 +84,12 @@ bool IsValidUtf8(std::string_view text) {
 
 void AppendVisible(std::string_view text, std::string& out) {
   while (!text.empty()) {
+    const auto plainEnd = std::find_if(text.begin(), text.end(), [](char character) {
+      return character < 0x20 || character >= 0x7F;  // bytes of 0x80 and more are negative
+    });
+    out.append(text.begin(), plainEnd);
+    text.remove_prefix(static_cast<std::size_t>(plainEnd - text.begin()));
+    if (text.empty()) return;
     const unsigned lead = ByteAt(text, 0);
     const std::size_t length = Utf8SequenceLength(text);
     // U+0080 to U+009F are control characters too: some terminals obey them.
@@ -110,10 +116,12 @@ std::string_view CutAtCharacter(std::string_view text, std::size_t limit) {
 }
 
 void AppendHex(std::string_view bytes, std::string& out) {
+  std::size_t at = out.size();
+  out.resize(at + 2 * bytes.size());
   for (const char character : bytes) {
     const auto value = static_cast<unsigned char>(character);
-    out += kHexDigits[value >> 4U];
-    out += kHexDigits[value & 0xFU];
+    out[at++] = kHexDigits[value >> 4U];
+    out[at++] = kHexDigits[value & 0xFU];
   }
 }
 

@@ -60,7 +60,7 @@ C_HEADERS = {"stdint.h", "stddef.h", "string.h", "stdlib.h", "stdio.h"}
 WINDOWS_HEADERS = {"aclapi.h", "accctrl.h", "sddl.h", "winioctl.h", "winsvc.h", "tlhelp32.h", "psapi.h", "winternl.h",
                    "io.h", "fcntl.h", "eh.h", "excpt.h", "process.h", "shellapi.h", "synchapi.h"}
 # Headers of the build machine, for tests of pure files and the native tamlogctl.
-POSIX_HEADERS = {"unistd.h", "sys/stat.h", "sys/types.h"}
+POSIX_HEADERS = {"unistd.h", "pty.h", "sys/stat.h", "sys/types.h", "sys/wait.h"}
 # Third-party headers, and the rooms that may use them.
 THIRD_PARTY = {
     "gtest/": {"tests"},
@@ -68,7 +68,11 @@ THIRD_PARTY = {
     "fmt/": {"tamlogctl"},
     "nlohmann/": {"tamlogctl", "tests"},
     "benchmark/": {"bench"},
+    "spdlog/": {"tests"},
 }
+# The client library's headers as other programs include them, and the one of them that serves another library.
+INSTALLED_HEADERS = "client/include/"
+INTEGRATIONS = {"client/include/tamlog/spdlog_sink.hpp": "spdlog/"}
 KERNEL_DRIVER = "driver/tamlog_driver.c"  # built against the driver kit, not against windows.h
 DRIVER_KIT_HEADERS = {"ddk/wdm.h"}
 
@@ -153,6 +157,10 @@ def check_angled(tree, path, line, name):
         return
     if path == KERNEL_DRIVER and name in DRIVER_KIT_HEADERS:
         return
+    if INSTALLED_HEADERS + name in tree.includes and path.startswith((INSTALLED_HEADERS, "tests/")):
+        return
+    if path in INTEGRATIONS and name.startswith(INTEGRATIONS[path]):
+        return
     if name in WINDOWS_HEADERS:
         if path.endswith((".h", ".hpp")) and not path.startswith("tests/"):
             tree.breach(path, line, f"headers do not include Windows headers ({name})")
@@ -208,6 +216,9 @@ GOOD_TREE = {
     "pipe/pipe_server.h": "#include <list>\n",
     "pipe/security_attributes.h": '#include "util/sync.h"\n',
     "client/reader.cpp": '#include "store/log_file_format.h"\n#include "util/win32.h"\n',
+    "client/include/tamlog.h": "#include <stdint.h>\n",
+    "client/include/tamlog.hpp": "#include <tamlog.h>\n",
+    "client/include/tamlog/spdlog_sink.hpp": "#include <spdlog/sinks/sink.h>\n#include <tamlog.hpp>\n",
     "tamlogctl/main.cpp": "#include <CLI/CLI.hpp>\n",
     "tests/util/sync_test.cpp": '#include <gtest/gtest.h>\n#include "util/sync.h"\n#include "util/win32.h"\n',
 }
@@ -228,6 +239,8 @@ BREACHES = [
     ("util/helpers.cpp", "#include <io.h>", "in a pure file"),
     ("util/helpers.h", "#include <io.h>", "in a pure file"),
     ("store/log_file_format.h", "#include <io.h>", "in a pure file"),
+    ("client/reader.cpp", "#include <tamlog.hpp>", "neither of the standard library"),
+    ("client/include/tamlog.hpp", "#include <spdlog/spdlog.h>", "client may not use the library"),
 ]
 
 

@@ -4,11 +4,13 @@ set -euo pipefail
 
 usage() {
   cat <<'TEXT'
-usage: scripts/install-packages.sh [run|test]
+usage: scripts/install-packages.sh [run|test|fuzz|bench]
 
 Installs what is missing of the Debian packages that the project needs, as root or by sudo:
   run    to build and run the server (run.sh)
   test   that, and what the checks and native tests need (test.sh); the default
+  fuzz   to build and run the fuzz targets (fuzz.sh)
+  bench  to build and run the server, and the peers that it is measured against (bench.sh)
 Nothing is asked of the network when nothing is missing.
 TEXT
 }
@@ -23,6 +25,18 @@ run_packages=(
 )
 test_packages=(
   clang-14 clang-tidy-14 clang-format-14  # thread-safety analysis, clang-tidy, format
+  libspdlog-dev pkg-config                # programs that take the client library as others do
+  groff-base zsh                          # checks of the manual page and of a completion
+  jq lnav rsyslog systemd systemd-journal-remote python3-jsonschema  # read what tamlogctl writes (tests/formats)
+)
+
+fuzz_packages=(
+  clang-14 libclang-rt-14-dev  # what fuzz targets are built and linked with
+)
+
+bench_packages=(
+  systemd systemd-journal-remote  # journalctl, and what makes a journal of our messages
+  util-linux                      # taskset
 )
 
 set_name=${1:-test}
@@ -30,6 +44,8 @@ case $set_name in
   -h | --help) usage; exit 0 ;;
   run) wanted=("${run_packages[@]}") ;;
   test) wanted=("${run_packages[@]}" "${test_packages[@]}") ;;
+  fuzz) wanted=("${run_packages[@]}" "${fuzz_packages[@]}") ;;
+  bench) wanted=("${run_packages[@]}" "${bench_packages[@]}") ;;
   *) usage >&2; exit 2 ;;
 esac
 

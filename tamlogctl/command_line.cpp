@@ -22,7 +22,8 @@ Examples:
   tamlogctl status                            is the server running, how full is the log
   tamlogctl show --file Logs.dat -o json      a copied log, on any system
 
-Exit codes: 0 done, 1 nothing matched, 2 usage, 3 server or file not there, 4 access denied,
+Exit codes: 0 done, 1 a negative answer (nothing matched, not stored, something found), 2 usage, 3 server or
+file not there, 4 access denied,
 5 time-out, 6 refused by the server, 7 damaged data met (output still given), 8 output failed,
 130 interrupted. An empty log is not an error unless something was searched for.)";
 
@@ -32,8 +33,13 @@ class Parser {
     app.footer(kAppFooter);
     app.require_subcommand(1);
     DefineShowVerbs(app, chosen);
+    DefineStatsVerb(app, chosen);
     DefineSendVerbs(app, chosen);
+    DefineFilterVerbs(app, chosen);
+    DefineSettingsVerbs(app, chosen);
     DefineServerVerbs(app, chosen);
+    DefineFileVerbs(app, chosen);
+    DefineCompletionVerbs(app, chosen);
     app.add_subcommand("help", "Show help, also for one verb: tamlogctl help send");
     app.add_subcommand("version", "Show the version");
   }
@@ -67,8 +73,14 @@ std::optional<Action> Parser::Parse(std::vector<std::string> arguments, int& exi
     app.parse(arguments);
     return chosen;
   } catch (const CLI::CallForHelp&) {
-    const auto parsed = app.get_subcommands();
-    WriteOut(parsed.empty() ? app.help() : parsed.front()->help("tamlogctl"));
+    // Of the innermost verb that was named: `filter add --help` is about add.
+    const CLI::App* about = &app;
+    std::string path;
+    while (!about->get_subcommands().empty()) {
+      path += (path.empty() ? "" : " ") + about->get_name();
+      about = about->get_subcommands().front();
+    }
+    WriteOut(about->help(path));
     exitCode = kDone;
   } catch (const CLI::ParseError& error) {
     Say(std::string(error.what()));

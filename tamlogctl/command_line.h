@@ -23,8 +23,14 @@ std::optional<Action> ParseCommandLine(std::vector<std::string> arguments, int& 
 
 // Each adds its verbs to `app`; the parsed one checks its options and sets `chosen`.
 void DefineShowVerbs(CLI::App& app, Action& chosen);
+void DefineStatsVerb(CLI::App& app, Action& chosen);
 void DefineSendVerbs(CLI::App& app, Action& chosen);
 void DefineServerVerbs(CLI::App& app, Action& chosen);
+void DefineFilterVerbs(CLI::App& app, Action& chosen);
+void DefineSettingsVerbs(CLI::App& app, Action& chosen);
+void DefineFileVerbs(CLI::App& app, Action& chosen);
+// After all others: what it writes is made of their definitions.
+void DefineCompletionVerbs(CLI::App& app, Action& chosen);
 
 // The options that every verb has.
 void DefineCommonOptions(CLI::App& verb, CommonOptions& to);

@@ -13,12 +13,16 @@ namespace TamLogCtl {
 
 bool StdoutIsTerminal();
 bool StdinIsTerminal();
+bool StderrIsTerminal();
 
 // Makes a terminal obey colours; false when it cannot.
 bool EnableColors();
 
 // Writes all of it at once; UTF-8, line ends as they are. False once standard output has failed.
 bool WriteOut(std::string_view text);
+
+// Writes to stderr as it is.
+bool WriteErr(std::string_view text);
 
 // Writes one line to stderr, with the program's name in front.
 void Say(std::string_view line);
@@ -39,9 +43,34 @@ std::uint64_t Ticks();
 // The local time.
 TamLogClient::TimeWords Now();
 
+// The minutes by which local time is ahead of UTC at a moment given in UTC.
+int LocalOffsetMinutes(const TamLogClient::TimeWords& utc);
+
 std::uint32_t ProcessId();
 
 // An environment variable that is set to something.
 bool EnvironmentHas(const char* name);
+
+// While it lives, standard output goes through the user's pager: the program that PAGER names, or less where
+// that is usual. Begin it after everything that depends on standard output being a terminal.
+class Pager {
+ public:
+  Pager() = default;
+  ~Pager() { End(); }
+  Pager(const Pager&) = delete;
+  Pager& operator=(const Pager&) = delete;
+
+  // Does nothing when standard output is no terminal or no pager can be started.
+  void Begin();
+
+  // Waits until the user has left the pager.
+  void End();
+
+  // Who leaves a pager early has seen enough: failing output is then no error.
+  bool Active() const { return active; }
+
+ private:
+  bool active = false;
+};
 
 }  // namespace TamLogCtl

@@ -1,6 +1,8 @@
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -41,6 +43,10 @@ bool StdinIsTerminal() {
   return isatty(STDIN_FILENO) != 0;
 }
 
+bool StderrIsTerminal() {
+  return isatty(STDERR_FILENO) != 0;
+}
+
 bool EnableColors() {
   return StdoutIsTerminal();
 }
@@ -49,6 +55,10 @@ bool WriteOut(std::string_view text) {
   // A reader that went away is told by the failing write, not by a signal.
   static const auto ignored = std::signal(SIGPIPE, SIG_IGN);
   return ignored != SIG_ERR && Write(STDOUT_FILENO, text);
+}
+
+bool WriteErr(std::string_view text) {
+  return Write(STDERR_FILENO, text);
 }
 
 void Say(std::string_view line) {
@@ -96,6 +106,20 @@ TamLogClient::TimeWords Now() {
       word(local.tm_min),         word(local.tm_sec),     word(now.tv_nsec / 1000000), 0};
 }
 
+int LocalOffsetMinutes(const TamLogClient::TimeWords& utc) {
+  tm broken{};
+  broken.tm_year = utc[0] - 1900;
+  broken.tm_mon = utc[1] - 1;
+  broken.tm_mday = utc[2];
+  broken.tm_hour = utc[3];
+  broken.tm_min = utc[4];
+  broken.tm_sec = utc[5];
+  const std::time_t moment = timegm(&broken);
+  tm local{};
+  localtime_r(&moment, &local);
+  return static_cast<int>(local.tm_gmtoff / 60);
+}
+
 std::uint32_t ProcessId() {
   return static_cast<std::uint32_t>(getpid());
 }
@@ -103,6 +127,47 @@ std::uint32_t ProcessId() {
 bool EnvironmentHas(const char* name) {
   const char* const value = std::getenv(name);
   return value != nullptr && *value != '\0';
+}
+
+namespace {
+
+pid_t pagerProcess = 0;
+
+// The child's part: its standard input is the pipe.
+[[noreturn]] void BecomePager(const std::array<int, 2>& ends) {
+  dup2(ends[0], STDIN_FILENO);
+  close(ends[0]);
+  close(ends[1]);
+  setenv("LESS", "FRX", 0);  // ends by itself when one screen is enough, and shows colours
+  const char* const chosen = std::getenv("PAGER");
+  execl("/bin/sh", "sh", "-c", chosen != nullptr ? chosen : "less 2>/dev/null || cat", nullptr);
+  _exit(127);
+}
+
+}  // namespace
+
+void Pager::Begin() {
+  const char* const chosen = std::getenv("PAGER");
+  if (active || !StdoutIsTerminal() || (chosen != nullptr && *chosen == '\0')) return;
+  std::array<int, 2> ends{};
+  if (pipe(ends.data()) != 0) return;
+  pagerProcess = fork();
+  if (pagerProcess == 0) BecomePager(ends);
+  close(ends[0]);
+  if (pagerProcess > 0) {
+    dup2(ends[1], STDOUT_FILENO);
+    std::signal(SIGINT, SIG_IGN);  // Ctrl-C is the pager's
+    active = true;
+  }
+  close(ends[1]);
+}
+
+void Pager::End() {
+  if (!active) return;
+  active = false;
+  close(STDOUT_FILENO);
+  while (waitpid(pagerProcess, nullptr, 0) < 0 && errno == EINTR) {
+  }
 }
 
 }  // namespace TamLogCtl

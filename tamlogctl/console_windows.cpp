@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <iostream>
 
+#include "client/handle.h"
 #include "client/win32.h"
 #include "tamlogctl/console.h"
 
@@ -61,6 +62,10 @@ bool StdinIsTerminal() {
   return IsConsole(STD_INPUT_HANDLE);
 }
 
+bool StderrIsTerminal() {
+  return IsConsole(STD_ERROR_HANDLE);
+}
+
 bool EnableColors() {
   constexpr DWORD kVirtualTerminal = 0x0004;  // ENABLE_VIRTUAL_TERMINAL_PROCESSING
   const HANDLE stream = GetStdHandle(STD_OUTPUT_HANDLE);
@@ -71,6 +76,10 @@ bool EnableColors() {
 
 bool WriteOut(std::string_view text) {
   return Write(STD_OUTPUT_HANDLE, text);
+}
+
+bool WriteErr(std::string_view text) {
+  return Write(STD_ERROR_HANDLE, text);
 }
 
 void Say(std::string_view line) {
@@ -113,12 +122,82 @@ TamLogClient::TimeWords Now() {
           word(time.wMinute), word(time.wSecond), word(time.wMilliseconds), 0};
 }
 
+int LocalOffsetMinutes(const TamLogClient::TimeWords& utc) {
+  const auto word = [&utc](std::size_t i) { return static_cast<WORD>(utc[i]); };
+  const SYSTEMTIME moment{word(0), word(1), 0, word(2), word(3), word(4), word(5), word(6)};
+  SYSTEMTIME local{};
+  FILETIME utcTicks{};
+  FILETIME localTicks{};
+  if (SystemTimeToTzSpecificLocalTime(nullptr, &moment, &local) == FALSE ||
+      SystemTimeToFileTime(&moment, &utcTicks) == FALSE || SystemTimeToFileTime(&local, &localTicks) == FALSE)
+    return 0;
+  const auto ticks = [](const FILETIME& time) {
+    return static_cast<std::int64_t>((std::uint64_t{time.dwHighDateTime} << 32U) | time.dwLowDateTime);
+  };
+  constexpr std::int64_t kTicksAMinute = 600000000;
+  return static_cast<int>((ticks(localTicks) - ticks(utcTicks)) / kTicksAMinute);
+}
+
 std::uint32_t ProcessId() {
   return GetCurrentProcessId();
 }
 
 bool EnvironmentHas(const char* name) {
   return GetEnvironmentVariableA(name, nullptr, 0) > 1;
+}
+
+namespace {
+
+TamLogClient::Handle pagerProcess;
+TamLogClient::Handle pagerPipe;
+
+std::wstring Environment(const wchar_t* name) {
+  std::wstring value(GetEnvironmentVariableW(name, nullptr, 0), L'\0');
+  value.resize(GetEnvironmentVariableW(name, value.data(), static_cast<DWORD>(value.size())));
+  return value;
+}
+
+// Starts the command with `input` as its standard input; its output goes to the console.
+TamLogClient::Handle StartWithInput(std::wstring command, HANDLE input) {
+  STARTUPINFOW startup{};
+  startup.cb = sizeof(startup);
+  startup.dwFlags = STARTF_USESTDHANDLES;
+  startup.hStdInput = input;
+  startup.hStdOutput = GetStdHandle(STD_OUTPUT_HANDLE);
+  startup.hStdError = GetStdHandle(STD_ERROR_HANDLE);
+  PROCESS_INFORMATION process{};
+  if (CreateProcessW(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
+                     &process) == FALSE) {
+    return {};
+  }
+  CloseHandle(process.hThread);
+  return TamLogClient::Handle(process.hProcess);
+}
+
+}  // namespace
+
+void Pager::Begin() {
+  const std::wstring chosen = Environment(L"PAGER");
+  if (active || chosen.empty() || !StdoutIsTerminal()) return;
+  SECURITY_ATTRIBUTES inherited{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
+  HANDLE readEnd = nullptr;
+  HANDLE writeEnd = nullptr;
+  if (CreatePipe(&readEnd, &writeEnd, &inherited, 0) == FALSE) return;
+  const TamLogClient::Handle input(readEnd);
+  pagerPipe = TamLogClient::Handle(writeEnd);
+  SetHandleInformation(writeEnd, HANDLE_FLAG_INHERIT, 0);
+  pagerProcess = StartWithInput(L"cmd.exe /d /c " + chosen, input.Get());
+  if (!pagerProcess) return;
+  SetStdHandle(STD_OUTPUT_HANDLE, pagerPipe.Get());
+  active = true;
+}
+
+void Pager::End() {
+  if (!active) return;
+  active = false;
+  pagerPipe.Close();
+  WaitForSingleObject(pagerProcess.Get(), INFINITE);
+  pagerProcess.Close();
 }
 
 }  // namespace TamLogCtl

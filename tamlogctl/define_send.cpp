@@ -10,7 +10,8 @@ namespace {
 
 constexpr const char* kSendFooter =
     R"(Without TEXT each line of standard input is one message. A text has at most 256 bytes; a longer one is
-refused, with its line, unless --truncate or --split says otherwise.
+refused, with its line, unless --truncate or --split says otherwise. With --confirm it is told for each message
+whether it was stored, which filter or type dropped it, or that it was not seen in 1 s (exit code 1).
 
 Examples:
   tamlogctl send -s Demo -t 1 "door opened"   one message, with the time of now
@@ -40,7 +41,7 @@ void DefineSendVerbs(CLI::App& app, Action& chosen) {
           "Send a text of more than 256 bytes as several messages")
       ->excludes(truncate);
   verb->add_flag("--confirm", options->confirm,
-                 "Wait until the message is seen in the log; exit code 1 if it is not");
+                 "Look for the message in the log; exit code 1 if it was dropped or not seen");
   DefineCommonOptions(*verb, *options);
   verb->callback([verb, options, &chosen] {
     options->hasArgument = verb->count("TEXT") > 0;

@@ -1,5 +1,6 @@
 #include <CLI/CLI.hpp>
 #include <charconv>
+#include <map>
 #include <memory>
 #include <string>
 
@@ -15,11 +16,14 @@ constexpr const char* kShowFooter = R"(Examples:
   tamlogctl show -S -15m -g "timed? out"      of the last 15 minutes, texts that match
   tamlogctl show --file Logs.dat -o csv > log.csv
                                               a copied log as a table
+  tamlogctl show --cursor-file done.txt       what has come since the last time
+  tamlogctl show --count -t 3 -S today        how many of type 3 today
 
 Formats: short  2026-01-02 03:04:05.678 T2 Camera: text
          full   the same with sequence number, origin, spare and tail
          cat    the texts alone
          json   one object a line     tsv  time, type, source, text     csv  with a head line
+         json-array, export (for journals), rfc5424 (syslog), raw (the slots), template='{time} {text}'
 An impossible date is shown as its raw words: !2026,13,40,0,0,0,0)";
 
 constexpr const char* kFollowFooter =
@@ -29,6 +33,8 @@ marked (late). Messages that were overwritten before they could be read are coun
 Examples:
   tamlogctl follow                            the last 10 messages, then what comes
   tamlogctl follow -n 0 -s "Cam*" -o json     only new ones of sources that begin with Cam
+  tamlogctl follow --ordered --cursor-file done.txt
+                                              in strict time order, and on from there the next time
   tamlogctl follow --for 30 > half-minute.txt ends by itself after 30 seconds)";
 
 // "all" or a number of messages.
@@ -53,35 +59,94 @@ void DefineFollowing(CLI::App& verb, ShowOptions& to) {
   verb.add_option("--interval", to.intervalMs, "When following: how often to look, in milliseconds (100)")
       ->check(CLI::Range(10, 60000))
       ->option_text("MS");
+  verb.add_flag("--ordered", to.ordered, "When following: hold messages back until they are in time order");
   verb.add_option("--for", to.forSeconds, "When following: end by itself after so long")
       ->check(CLI::Range(0.0, 1e7))
       ->option_text("SECONDS");
 }
 
+void DefineContext(CLI::App& verb, ShowOptions& to) {
+  const auto number = [&verb](const char* name, std::size_t& target, const char* purpose) {
+    verb.add_option(name, target, purpose)->check(CLI::Range(0, 1000000))->option_text("N");
+  };
+  number("-A,--after-context", to.after, "Also N messages after each that matches");
+  number("-B,--before-context", to.before, "Also N messages before each that matches");
+  verb.add_option_function<std::size_t>(
+          "-C,--context", [&to](std::size_t count) { to.before = to.after = count; },
+          "Both (short, full and cat have -- between what does not follow on)")
+      ->check(CLI::Range(0, 1000000))
+      ->option_text("N");
+}
+
+void DefineCursors(CLI::App& verb, ShowOptions& to) {
+  verb.add_option("--cursor-file", to.cursorFile,
+                  "Go on where this file says, and note there how far it came")
+      ->option_text("FILE");
+  verb.add_option("--after-cursor", to.afterCursor, "Only what is dated after the cursor's message")
+      ->option_text("CURSOR");
+  verb.add_flag("--show-cursor", to.showCursor, "At the end print the newest message's cursor on stderr");
+}
+
 void DefineReading(CLI::App& verb, ShowOptions& to) {
   DefineOutputOptions(verb, to.output);
+  verb.add_option("--highlight", to.highlights,
+                  "Mark what matches this expression (repeatable; with colours)")
+      ->allow_extra_args(false)
+      ->option_text("RE");
   DefineSelectionOptions(verb, to.selection);
+  DefineContext(verb, to);
+  DefineCursors(verb, to);
+  verb.add_option("--events", to.events,
+                  "How losses, restarts and clears are told on stderr (stderr: in words)")
+      ->transform(CLI::CheckedTransformer(std::map<std::string, EventStyle>{
+          {"stderr", EventStyle::Text}, {"json", EventStyle::Json}, {"none", EventStyle::None}}))
+      ->option_text("stderr|json|none");
   verb.add_flag("-q,--quiet", to.quiet, "Say nothing on stderr that is not an error");
   DefineCommonOptions(verb, to);
 }
 
-void Check(const ShowOptions& options) {
-  if (options.follow && !options.files.empty()) {
-    throw CLI::ValidationError("--file", "a copied log does not grow; leave out -f");
+void Refuse(const char* option, const char* mend) {
+  throw CLI::ValidationError(option, mend);
+}
+
+void CheckFollowing(const ShowOptions& options, bool countGiven) {
+  if (!options.files.empty()) Refuse("--file", "a copied log does not grow; leave out -f");
+  if (options.reverse) Refuse("-r", "cannot be used with -f: new messages come last");
+  if (options.count) Refuse("--count", "cannot be used with -f: there is no end to count to");
+  if (countGiven && (!options.cursorFile.empty() || !options.afterCursor.empty())) {
+    Refuse("-n", "cannot be used with -f and a cursor: all that comes after it is shown");
   }
-  if (options.follow && options.reverse) {
-    throw CLI::ValidationError("-r", "cannot be used with -f: new messages come last");
+}
+
+void Check(const ShowOptions& options, bool countGiven) {
+  const bool cursor = !options.cursorFile.empty() || !options.afterCursor.empty() || options.showCursor;
+  if (options.follow) CheckFollowing(options, countGiven);
+  if (!options.follow && options.ordered)
+    Refuse("--ordered", "is for following; show is in time order anyway");
+  if (!options.cursorFile.empty() && !options.afterCursor.empty()) {
+    Refuse("--after-cursor", "cannot be used with --cursor-file, which says by itself where to go on");
+  }
+  if (cursor && options.files.size() > 1) Refuse("--file", "a cursor belongs to one log; name one file only");
+  if (!options.cursorFile.empty() && !options.selection.until.empty()) {
+    Refuse("-U", "cannot be used with --cursor-file: what is newer would never be shown");
   }
   CheckSelectionOptions(options.selection);
 }
 
 constexpr std::size_t kFollowedLines = 10;  // with which following begins
 
+void UseFollowedLines(ShowOptions& options) {
+  const bool cursor = !options.cursorFile.empty() || !options.afterCursor.empty();
+  options.last = cursor ? std::nullopt : std::optional(kFollowedLines);
+}
+
 void DefineShow(CLI::App& app, Action& chosen) {
   const auto options = std::make_shared<ShowOptions>();
   CLI::App* verb = app.add_subcommand("show", "Print messages, oldest first (the default)");
   verb->footer(kShowFooter);
   DefineCount(*verb, *options, "The last N that match, or all");
+  verb->add_flag("--count", options->count, "Print the number of messages that match, and nothing else");
+  verb->add_flag("--no-pager", options->noPager, "Write to the terminal directly");
   verb->add_flag("-r,--reverse", options->reverse, "Newest first");
   verb->add_flag("-f,--follow", options->follow, "Go on with what comes");
   verb->add_option("--file", options->files, "Read a copy of the log file (repeatable, merged by time)")
@@ -90,8 +155,9 @@ void DefineShow(CLI::App& app, Action& chosen) {
   DefineFollowing(*verb, *options);
   DefineReading(*verb, *options);
   verb->callback([verb, options, &chosen] {
-    if (options->follow && verb->count("--lines") == 0) options->last = kFollowedLines;
-    Check(*options);
+    const bool countGiven = verb->count("--lines") > 0;
+    if (options->follow && !countGiven) UseFollowedLines(*options);
+    Check(*options, countGiven);
     chosen = [options] { return options->files.empty() ? ShowLive(*options) : ShowFiles(*options); };
   });
 }
@@ -99,14 +165,15 @@ void DefineShow(CLI::App& app, Action& chosen) {
 void DefineFollow(CLI::App& app, Action& chosen) {
   const auto options = std::make_shared<ShowOptions>();
   options->follow = true;
-  options->last = kFollowedLines;
   CLI::App* verb = app.add_subcommand("follow", "Print the last 10 messages and go on with what comes");
   verb->footer(kFollowFooter);
   DefineCount(*verb, *options, "Begin with the last N that match, or all");
   DefineFollowing(*verb, *options);
   DefineReading(*verb, *options);
-  verb->callback([options, &chosen] {
-    Check(*options);
+  verb->callback([verb, options, &chosen] {
+    const bool countGiven = verb->count("--lines") > 0;
+    if (!countGiven) UseFollowedLines(*options);
+    Check(*options, countGiven);
     chosen = [options] { return ShowLive(*options); };
   });
 }

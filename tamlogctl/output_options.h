@@ -16,6 +16,10 @@ namespace TamLogCtl {
 
 struct OutputOptions {
   std::string format = "short";
+  std::string fields;  // empty: what the format has usually
+  std::string zone = "written";
+  std::string typeNames;  // empty: T0 to T3
+  std::string encoding;   // empty: what the machine goes by
 };
 
 void DefineOutputOptions(CLI::App& verb, OutputOptions& to);

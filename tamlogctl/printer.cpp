@@ -3,46 +3,130 @@
 #include <algorithm>
 
 #include "tamlogctl/console.h"
+#include "tamlogctl/highlight.h"
 
 namespace TamLogCtl {
 
 namespace {
 
-using TamLogClient::LogMessageView;
-
 constexpr std::size_t kWriteSize = std::size_t{1} << 16U;
+
+// Marks are for eyes: where colours are.
+bool MarksAreSeen(Color color) {
+  return color == Color::Always ||
+         (color == Color::Auto && StdoutIsTerminal() && !EnvironmentHas("NO_COLOR"));
+}
 
 }  // namespace
 
 std::optional<Printer> Printer::Make(const ShowOptions& options) {
   auto selection = MakeSelection(options.selection);
+  if (!selection) return std::nullopt;
   auto formatter = MakeFormatter(options.output, options.color);
-  if (!selection || !formatter) return std::nullopt;
-  return Printer(options, *formatter, std::move(*selection));
+  if (!formatter) return std::nullopt;
+  Printer printer(options, std::move(*formatter), std::move(*selection));
+  for (const std::string& text : options.highlights) {
+    auto pattern = MakePattern("--highlight", text, options.selection);
+    if (!pattern) return std::nullopt;
+    if (printer.IsText() && MarksAreSeen(options.color)) printer.highlights.push_back(std::move(*pattern));
+  }
+  return printer;
+}
+
+// Formats that are read by people; the others get no lines of ours between the messages.
+bool Printer::IsText() const {
+  const std::string& format = options.output.format;
+  return format == "short" || format == "full" || format == "cat";
+}
+
+// Indices of the wanted ones, newest first.
+std::vector<std::size_t> Printer::Choose(const std::vector<const LogMessage*>& oldestFirst) {
+  std::vector<std::size_t> chosen;
+  for (std::size_t i = oldestFirst.size(); i > 0; --i) {
+    if (options.last && chosen.size() >= *options.last) break;
+    if (Wants(*oldestFirst[i - 1])) chosen.push_back(i - 1);
+  }
+  return chosen;
+}
+
+std::vector<std::size_t> Printer::WithContext(const std::vector<std::size_t>& chosen,
+                                              std::size_t count) const {
+  std::vector<std::size_t> all;
+  std::size_t lowest = count;  // those from here on are in or passed
+  for (const std::size_t index : chosen) {
+    const std::size_t end = std::min(index + std::min(options.after, count) + 1, lowest);
+    lowest = std::min(lowest, index - std::min(options.before, index));
+    for (std::size_t i = end; i > lowest; --i) all.push_back(i - 1);
+  }
+  return all;
 }
 
 void Printer::PrintLast(const std::vector<const LogMessage*>& oldestFirst) {
-  std::vector<const LogMessage*> wanted;
-  // clang 14, which checks the sources, cannot compile std::views::reverse with this library.
-  // NOLINTNEXTLINE(modernize-loop-convert)
-  for (auto at = oldestFirst.rbegin(); at != oldestFirst.rend(); ++at) {
-    if (options.last && wanted.size() >= *options.last) break;
-    if (selection.Wants(LogMessageView(**at))) wanted.push_back(*at);
+  std::vector<std::size_t> indices = Choose(oldestFirst);
+  matched += indices.size();
+  if (options.count) return;
+  if (options.before > 0 || options.after > 0) indices = WithContext(indices, oldestFirst.size());
+  if (!options.reverse) std::reverse(indices.begin(), indices.end());
+  std::optional<std::size_t> last;
+  for (const std::size_t index : indices) {
+    if (last && (index > *last ? index - *last : *last - index) > 1) EmitGap();
+    last = index;
+    Emit(*oldestFirst[index], false);
+    if (failed) return;
   }
-  if (!options.reverse) std::reverse(wanted.begin(), wanted.end());
-  for (const LogMessage* message : wanted) {
-    formatter.Append(*message, false, pending);
-    ++printed;
-    if (pending.size() >= kWriteSize && !Flush()) return;
-  }
-  Flush();
 }
 
 void Printer::Print(const LogMessage& message, bool late) {
-  if (failed || !selection.Wants(LogMessageView(message))) return;
-  formatter.Append(message, late, pending);
-  ++printed;
+  if (failed) return;
+  if (Wants(message)) {
+    ++matched;
+    if (options.count) return;
+    if (leftOut && emitted) EmitGap();
+    leftOut = false;
+    for (const Earlier& entry : earlier) Emit(entry.message, entry.late);
+    earlier.clear();
+    Emit(message, late);
+    stillAfter = options.after;
+  } else if (stillAfter > 0) {
+    --stillAfter;
+    Emit(message, late);
+  } else {
+    earlier.push_back({message, late});
+    if (earlier.size() > options.before) {
+      earlier.pop_front();
+      leftOut = true;
+    }
+  }
+}
+
+void Printer::Emit(const LogMessage& message, bool late) {
+  if (!begun) formatter.AppendHead(pending);
+  begun = emitted = true;
+  if (highlights.empty()) {
+    formatter.Append(message, late, pending);
+  } else {
+    plain.clear();
+    formatter.Append(message, late, plain);
+    AppendHighlighted(plain, highlights, pending);
+  }
   if (pending.size() >= kWriteSize) Flush();
+}
+
+void Printer::EmitGap() {
+  if ((options.before > 0 || options.after > 0) && IsText()) pending += "--\n";
+}
+
+bool Printer::Finish() {
+  if (options.count) {
+    const std::size_t number = options.last ? std::min(matched, *options.last) : matched;
+    const bool json = options.output.format == "json" || options.output.format == "ndjson";
+    pending += json ? "{\"count\":" + std::to_string(number) + "}\n" : std::to_string(number) + "\n";
+  } else {
+    if (!begun) formatter.AppendHead(pending);
+    begun = true;
+    formatter.AppendTail(pending);
+  }
+  return Flush();
 }
 
 bool Printer::Flush() {

@@ -1,9 +1,10 @@
 #pragma once
 
-// Chooses, formats and prints messages as the options ask for.
+// Chooses, formats and prints messages as the options ask for, with the context around them, or counts them.
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <optional>
 #include <string>
 #include <utility>
@@ -27,25 +28,55 @@ class Printer {
   // Prints one message if it is wanted. It may be held back until Flush.
   void Print(const LogMessage& message, bool late);
 
+  // Only counts it, if it is wanted.
+  void Count(const LogMessage& message) {
+    if (Wants(message)) ++matched;
+  }
+
+  // After the last message: prints the number if that was asked for, and all that is held back.
+  bool Finish();
+
   // False once standard output has failed.
   bool Flush();
 
+  bool Wants(const LogMessage& message) const {
+    return selection.Wants(TamLogClient::LogMessageView(message));
+  }
+  const std::optional<std::uint64_t>& Since() const { return selection.Since(); }
   bool OutputFailed() const { return failed; }
   bool Searches() const { return !selection.Empty(); }
-  std::size_t Printed() const { return printed; }
+  std::size_t Matched() const { return matched; }
 
  private:
+  struct Earlier {
+    LogMessage message{};
+    bool late = false;
+  };
+
   Printer(ShowOptions chosen, TamLogClient::MessageFormatter format, TamLogClient::MessageSelection wanted)
-      : options(std::move(chosen)), formatter(format), selection(std::move(wanted)) {
-    formatter.AppendHead(pending);
-  }
+      : options(std::move(chosen)), formatter(std::move(format)), selection(std::move(wanted)) {}
+
+  bool IsText() const;
+  std::vector<std::size_t> Choose(const std::vector<const LogMessage*>& oldestFirst);
+  std::vector<std::size_t> WithContext(const std::vector<std::size_t>& chosen, std::size_t count) const;
+  void Emit(const LogMessage& message, bool late);
+  void EmitGap();
 
   ShowOptions options;
   TamLogClient::MessageFormatter formatter;
   TamLogClient::MessageSelection selection;
+  std::vector<TamLogClient::TextPattern> highlights;  // none when nothing is to be marked
   std::string pending;
-  std::size_t printed = 0;
+  std::string plain;
+  std::size_t matched = 0;
+  bool begun = false;  // the head is out
   bool failed = false;
+
+  // Of Print: what came before, what is still to come after a match, and whether something was left out.
+  std::deque<Earlier> earlier;
+  std::size_t stillAfter = 0;
+  bool leftOut = false;
+  bool emitted = false;
 };
 
 }  // namespace TamLogCtl

@@ -18,11 +18,13 @@ struct SelectionOptions {
   std::vector<std::string> sources;
   std::vector<std::string> excludedSources;
   std::string types;
-  std::string pattern;
+  std::vector<std::string> patterns;
+  std::vector<std::string> antiPatterns;
   bool fixedPattern = false;
   bool ignoreCase = false;
   std::string since;
   std::string until;
+  std::vector<std::string> filterFiles;
 };
 
 void DefineSelectionOptions(CLI::App& verb, SelectionOptions& to);
@@ -30,7 +32,12 @@ void DefineSelectionOptions(CLI::App& verb, SelectionOptions& to);
 // Throws the parser's error when options contradict each other.
 void CheckSelectionOptions(const SelectionOptions& options);
 
-// Nothing, after a word on stderr, when an option's value makes no sense.
+// Nothing, after a word on stderr, when an option's value makes no sense; the exit code is then kUsage. A
+// filter file that cannot be read counts as such a value.
 std::optional<TamLogClient::MessageSelection> MakeSelection(const SelectionOptions& options);
+
+// One pattern of an option as MakeSelection makes them; nothing after a word on stderr.
+std::optional<TamLogClient::TextPattern> MakePattern(const std::string& option, const std::string& text,
+                                                     const SelectionOptions& options);
 
 }  // namespace TamLogCtl

@@ -3,9 +3,12 @@
 
 #include "client/log_file_reader.h"
 #include "client/log_message_view.h"
+#include "client/log_tail.h"
 #include "tamlogctl/console.h"
 #include "tamlogctl/exit_code.h"
+#include "tamlogctl/newest.h"
 #include "tamlogctl/printer.h"
+#include "tamlogctl/reading_position.h"
 #include "tamlogctl/show.h"
 
 namespace TamLogCtl {
@@ -13,44 +16,125 @@ namespace TamLogCtl {
 namespace {
 
 using TamLogClient::LogFileContents;
+using TamLogClient::LogMessageView;
+using TamLogClient::LogSnapshot;
 using TamLogClient::Status;
 
-// Appends the file's messages and returns the exit code that the file alone would give.
-int ReadOne(const std::string& path, LogFileContents& contents, std::vector<const LogMessage*>& messages) {
-  contents = TamLogClient::ReadLogFile(path);
-  if (contents.status != Status::Ok && contents.status != Status::Damaged) {
-    Say(path + ": " + StatusText(contents.status));
-    return ExitCodeOf(contents.status);
-  }
-  const auto order = OrderMessages(contents.snapshot);
-  for (const std::uint32_t slot : order.oldestFirst) messages.push_back(&contents.snapshot.slots[slot]);
-  if (contents.status == Status::Damaged) Say(path + ": " + contents.remark);
-  if (order.damaged > 0)
-    Say(path + ": " + std::to_string(order.damaged) + " messages break a rule of the format");
-  return contents.status == Status::Damaged || order.damaged > 0 ? kDamaged : kDone;
+// What a log file gave.
+struct FileLog {
+  LogSnapshot snapshot;
+  int exitCode = kDone;  // that the file alone would give
+};
+
+void SayDamaged(const std::string& path, std::size_t damaged) {
+  Say(path + ": " + std::to_string(damaged) + (damaged == 1 ? " message breaks" : " messages break") +
+      " a rule of the format");
 }
 
-}  // namespace
+std::size_t CountDamaged(const LogSnapshot& snapshot) {
+  std::size_t damaged = 0;
+  for (const std::uint32_t slot : snapshot.RingOrder()) {
+    if (LogMessageView(snapshot.slots[slot]).Damaged()) ++damaged;
+  }
+  return damaged;
+}
 
-int ShowFiles(const ShowOptions& options) {
-  auto printer = Printer::Make(options);
-  if (!printer) return kUsage;
-  std::vector<LogFileContents> logs(options.files.size());
+FileLog ReadOne(const ShowOptions& options, const Printer& printer, const std::string& path) {
+  FileLog log;
+  const auto readTail = [&path](std::size_t count, TamLogClient::LogTail& tail) {
+    return TamLogClient::ReadLogFileTail(path, count, tail);
+  };
+  if (auto newest = ReadNewest(options, printer, readTail)) {
+    log.snapshot = std::move(*newest);
+  } else {
+    LogFileContents contents = TamLogClient::ReadLogFile(path);
+    if (contents.status != Status::Ok) {
+      Say(path + ": " + (contents.status == Status::Damaged ? contents.remark : StatusText(contents.status)));
+      log.exitCode = ExitCodeOf(contents.status);
+    }
+    log.snapshot = std::move(contents.snapshot);
+  }
+  const std::size_t damaged = CountDamaged(log.snapshot);
+  if (damaged > 0) {
+    SayDamaged(path, damaged);
+    log.exitCode = kDamaged;
+  }
+  return log;
+}
+
+// The worst of the files decides: one that is not there outweighs damage.
+int Worse(int before, int now) {
+  if (before != kDone && before != kDamaged) return before;
+  return now == kDone ? before : now;
+}
+
+// Counts without holding the messages. Nothing when a file has to be read in the ordinary way.
+std::optional<int> CountInFiles(const ShowOptions& options, Printer& printer) {
+  int exitCode = kDone;
+  for (const std::string& path : options.files) {
+    std::size_t damaged = 0;
+    const bool sound = TamLogClient::ForEachInLogFile(path, [&](const LogMessage& message) {
+      if (LogMessageView(message).Damaged()) ++damaged;
+      printer.Count(message);
+    });
+    if (!sound) return std::nullopt;
+    if (damaged > 0) {
+      SayDamaged(path, damaged);
+      exitCode = kDamaged;
+    }
+  }
+  return exitCode;
+}
+
+int End(const Printer& printer, int exitCode) {
+  if (exitCode != kDone) return exitCode;
+  return printer.Searches() && printer.Matched() == 0 ? kNothingMatched : kDone;
+}
+
+int PrintFiles(const ShowOptions& options, Printer& printer, ReadingPosition& position) {
+  std::vector<FileLog> logs;
   std::vector<const LogMessage*> messages;
   int exitCode = kDone;
-  for (std::size_t i = 0; i < logs.size(); ++i) {
-    const int code = ReadOne(options.files[i], logs[i], messages);
-    if (exitCode == kDone || exitCode == kDamaged) exitCode = code == kDone ? exitCode : code;
+  logs.reserve(options.files.size());
+  for (const std::string& path : options.files) {
+    logs.push_back(ReadOne(options, printer, path));
+    const LogSnapshot& snapshot = logs.back().snapshot;
+    exitCode = Worse(exitCode, logs.back().exitCode);
+    for (const std::uint32_t slot : position.Beyond(snapshot)) messages.push_back(&snapshot.slots[slot]);
   }
   if (logs.size() > 1) {
     std::stable_sort(messages.begin(), messages.end(), [](const LogMessage* left, const LogMessage* right) {
       return TimeKey(left->body) < TimeKey(right->body);
     });
   }
-  printer->PrintLast(messages);
-  if (printer->OutputFailed()) return kOutputFailed;
-  if (exitCode != kDone) return exitCode;
-  return printer->Searches() && printer->Printed() == 0 ? kNothingMatched : kDone;
+  Pager pager;
+  if (!options.noPager && !options.count) pager.Begin();
+  printer.PrintLast(messages);
+  const bool written = printer.Finish();
+  const bool paged = pager.Active();
+  pager.End();
+  if (!written && !paged) return kOutputFailed;
+  // With a cursor there is one file.
+  const LogSnapshot& last = logs.back().snapshot;
+  const bool readable = exitCode == kDone || exitCode == kDamaged;
+  position.ShowCursor(last);
+  if (readable && !position.Keep(last)) return kOutputFailed;
+  return End(printer, exitCode);
+}
+
+}  // namespace
+
+int ShowFiles(const ShowOptions& options) {
+  auto printer = Printer::Make(options);
+  auto position = printer ? ReadingPosition::Make(options) : std::nullopt;
+  if (!printer || !position) return kUsage;
+  if (options.count && options.cursorFile.empty() && options.afterCursor.empty() && !options.showCursor) {
+    // A second printer, so that what the first has counted of some files is not counted twice.
+    auto counter = Printer::Make(options);
+    const auto exitCode = counter ? CountInFiles(options, *counter) : std::nullopt;
+    if (exitCode) return counter->Finish() ? End(*counter, *exitCode) : kOutputFailed;
+  }
+  return PrintFiles(options, *printer, *position);
 }
 
 }  // namespace TamLogCtl

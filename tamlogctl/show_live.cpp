@@ -1,30 +1,76 @@
-// show and follow on the log of a running server.
+// show on the log of a running server.
 
-#include <algorithm>
-#include <optional>
 #include <string>
 #include <vector>
 
-#include "client/log_client.h"
-#include "client/log_follower.h"
+#include "client/log_message_view.h"
 #include "client/log_reader.h"
 #include "tamlogctl/console.h"
 #include "tamlogctl/exit_code.h"
+#include "tamlogctl/follow.h"
+#include "tamlogctl/newest.h"
 #include "tamlogctl/printer.h"
+#include "tamlogctl/reading_position.h"
 #include "tamlogctl/show.h"
 
 namespace TamLogCtl {
 
 namespace {
 
-using TamLogClient::FollowStep;
-using TamLogClient::LogClient;
-using TamLogClient::LogFollower;
 using TamLogClient::LogReader;
 using TamLogClient::LogSnapshot;
 using TamLogClient::Status;
 
-int Explain(Status status) {
+// Copies what is needed, and lets go of the log before anything is printed: the output may be slow, and a
+// stopping server waits for its readers.
+Status ReadLive(const ShowOptions& options, const Printer& printer, LogSnapshot& snapshot) {
+  LogReader reader;
+  const Status status = reader.Open();
+  if (status != Status::Ok) return status;
+  const auto readTail = [&](std::size_t count, TamLogClient::LogTail& tail) {
+    return reader.Newest(count, tail, options.timeoutMs) == Status::Ok;
+  };
+  if (auto newest = ReadNewest(options, printer, readTail)) {
+    snapshot = std::move(*newest);
+    return Status::Ok;
+  }
+  return reader.Snapshot(snapshot, options.timeoutMs);
+}
+
+int JudgeOf(Status status, const LogSnapshot& snapshot) {
+  const auto damaged = OrderMessages(snapshot).damaged;
+  if (status != Status::Damaged && damaged == 0) return kDone;
+  Say(status == Status::Damaged ? "the log's header makes no sense"
+                                : std::to_string(damaged) + " messages break a rule of the format");
+  return kDamaged;
+}
+
+int ShowOnce(const ShowOptions& options, Printer& printer, ReadingPosition& position) {
+  LogSnapshot snapshot;
+  const Status status = ReadLive(options, printer, snapshot);
+  if (status != Status::Ok && status != Status::Damaged) return ExplainStatus(status);
+  if (snapshot.header.messageCount == 0 && !options.quiet && options.events == EventStyle::Text) {
+    Say("the log is empty");
+  }
+  std::vector<const LogMessage*> messages;
+  for (const std::uint32_t slot : position.Beyond(snapshot)) messages.push_back(&snapshot.slots[slot]);
+  Pager pager;
+  if (!options.noPager && !options.count) pager.Begin();
+  printer.PrintLast(messages);
+  const bool written = printer.Finish();
+  const bool paged = pager.Active();
+  pager.End();
+  if (!written && !paged) return kOutputFailed;
+  if (Interrupted()) return kInterrupted;
+  position.ShowCursor(snapshot);
+  if (!position.Keep(snapshot)) return kOutputFailed;
+  if (const int damage = JudgeOf(status, snapshot); damage != kDone) return damage;
+  return printer.Searches() && printer.Matched() == 0 ? kNothingMatched : kDone;
+}
+
+}  // namespace
+
+int ExplainStatus(Status status) {
   Say(StatusText(status));
   if (status == Status::NotRunning)
     Say("start it with: net start TamLogServer; a copied log is shown with --file");
@@ -33,197 +79,12 @@ int Explain(Status status) {
   return ExitCodeOf(status);
 }
 
-std::vector<const LogMessage*> OldestFirst(const LogSnapshot& snapshot) {
-  std::vector<const LogMessage*> messages;
-  for (const std::uint32_t slot : OrderMessages(snapshot).oldestFirst)
-    messages.push_back(&snapshot.slots[slot]);
-  return messages;
-}
-
-bool Readable(Status status) {
-  return status == Status::Ok || status == Status::Damaged;
-}
-
-// A read that found the server just stopping is not worth a failure: it may be restarting.
-int ShowOnce(const ShowOptions& options, Printer& printer) {
-  LogReader reader;
-  LogSnapshot snapshot;
-  Status status = reader.Open();
-  if (status == Status::Ok) status = reader.Snapshot(snapshot, options.timeoutMs);
-  reader.Close();  // before anything is printed: the output may be slow, and a stopping server waits for us
-  if (!Readable(status)) return Explain(status);
-  const auto order = OrderMessages(snapshot);
-  if (snapshot.header.messageCount == 0 && !options.quiet) Say("the log is empty");
-  printer.PrintLast(OldestFirst(snapshot));
-  if (printer.OutputFailed()) return kOutputFailed;
-  if (Interrupted()) return kInterrupted;
-  if (status == Status::Damaged || order.damaged > 0) {
-    Say(status == Status::Damaged ? "the log's header makes no sense"
-                                  : std::to_string(order.damaged) + " messages break a rule of the format");
-    return kDamaged;
-  }
-  return printer.Searches() && printer.Printed() == 0 ? kNothingMatched : kDone;
-}
-
-// Follows the log until it is interrupted, its time is over, or the output fails.
-class Follow {
- public:
-  Follow(const ShowOptions& chosen, Printer& target)
-      : options(chosen), printer(target), client({kRequestPipeName, kPingMs, kPingMs}) {}
-
-  int Run();
-
- private:
-  // The log is looked at this often whatever the interval is, because a server that stops waits for its
-  // readers.
-  static constexpr std::uint32_t kMostLookMs = 200;
-  static constexpr std::uint32_t kPingMs = 200;
-  static constexpr std::uint64_t kSilenceMs = 3000;
-  static constexpr std::uint32_t kReopenMs = 250;
-
-  bool TimeIsOver() const { return end && Ticks() >= *end; }
-  std::optional<int> Begin();
-  std::optional<int> Visit();
-  std::optional<int> TakeSnapshot();
-  void Reopen();
-  void LoseServer();
-  void WatchSilence();
-  void PrintStep(const FollowStep& step);
-  void Tell(const std::string& line) const {
-    if (!options.quiet) Say(line);
-  }
-
-  const ShowOptions& options;
-  Printer& printer;
-  LogClient client;
-  LogReader reader;
-  LogSnapshot snapshot;
-  LogFollower follower;
-  std::optional<std::uint64_t> end;
-  std::uint64_t lastChange = 0;  // changeCount of the last snapshot
-  std::uint64_t lastVisit = 0;   // ticks
-  std::uint64_t lastNews = 0;    // ticks
-  int failedPings = 0;
-  bool lost = false;      // the server is away
-  bool reopened = false;  // and has come back since the last snapshot
-};
-
-int Follow::Run() {
-  if (options.forSeconds) end = Ticks() + static_cast<std::uint64_t>(*options.forSeconds * 1000);
-  auto exitCode = Begin();
-  const std::uint32_t step = std::min(options.intervalMs, kMostLookMs);
-  while (!exitCode && !TimeIsOver()) {
-    if (!SleepFor(lost ? kReopenMs : step)) exitCode = kInterrupted;
-    if (!exitCode) exitCode = Visit();
-    if (!exitCode && !printer.Flush()) exitCode = kOutputFailed;
-  }
-  reader.Close();
-  client.Disconnect();
-  return exitCode.value_or(kDone);
-}
-
-std::optional<int> Follow::Begin() {
-  Status status = reader.Open();
-  if (status == Status::Ok) status = reader.Snapshot(snapshot, options.timeoutMs);
-  if (!Readable(status)) return Explain(status);
-  follower.Start(snapshot);
-  lastChange = snapshot.header.changeCount;
-  lastNews = Ticks();
-  printer.PrintLast(OldestFirst(snapshot));
-  return std::nullopt;
-}
-
-std::optional<int> Follow::Visit() {
-  if (lost) {
-    Reopen();
-    if (lost) return std::nullopt;
-  }
-  LogFileHeader header{};
-  const Status status = reader.Look(header);
-  if (status == Status::NotRunning) {
-    LoseServer();
-    return std::nullopt;
-  }
-  if (status != Status::Ok) return Explain(status);
-  if (header.changeCount == lastChange && !reopened) {
-    WatchSilence();
-    return std::nullopt;
-  }
-  if (Ticks() - lastVisit < options.intervalMs) return std::nullopt;
-  return TakeSnapshot();
-}
-
-std::optional<int> Follow::TakeSnapshot() {
-  const Status status = reader.Snapshot(snapshot, options.timeoutMs);
-  if (status == Status::NotRunning) {
-    LoseServer();
-    return std::nullopt;
-  }
-  if (status == Status::TimedOut) {
-    Tell("the server keeps its readers waiting; still trying");
-    return std::nullopt;
-  }
-  if (!Readable(status)) return Explain(status);
-  lastVisit = lastNews = Ticks();
-  lastChange = snapshot.header.changeCount;
-  PrintStep(follower.Next(snapshot, reopened));
-  reopened = false;
-  return std::nullopt;
-}
-
-void Follow::PrintStep(const FollowStep& step) {
-  const bool unknown = step.loss.Any() && !step.loss.Exact();
-  if (step.cleared) {
-    Tell(unknown ? "the log was emptied; what came between the last look and that is not shown"
-                 : "the log was emptied");
-  } else if (unknown) {
-    Tell("messages may have been lost before they could be read; their number is not known");
-  }
-  if (step.loss.Any() && step.loss.Exact()) {
-    Tell(std::to_string(step.loss.least) + " messages were gone before they could be read");
-  }
-  for (const auto& message : step.messages) printer.Print(snapshot.slots[message.slot], message.late);
-}
-
-void Follow::LoseServer() {
-  reader.Close();
-  client.Disconnect();
-  lost = true;
-  failedPings = 0;
-  Tell("the server has stopped; waiting for it to come back");
-}
-
-void Follow::Reopen() {
-  std::string name;
-  if (client.GetFileMapName(name) != Status::Ok || reader.Open(name) != Status::Ok) return;
-  lost = false;
-  reopened = true;
-  lastNews = Ticks();
-  Tell("the server is back");
-}
-
-// A server that was killed cannot say so: its flag stays up for as long as somebody holds the mapping.
-void Follow::WatchSilence() {
-  if (Ticks() - lastNews < kSilenceMs) return;
-  const Status status = client.Ping();
-  client.Disconnect();
-  failedPings = status == Status::NotRunning ? failedPings + 1 : 0;
-  if (failedPings >= 2) {
-    LoseServer();
-  } else {
-    lastNews = Ticks() - (failedPings > 0 ? kSilenceMs - 1000 : 0);
-  }
-}
-
-}  // namespace
-
 int ShowLive(const ShowOptions& options) {
   auto printer = Printer::Make(options);
-  if (!printer) return kUsage;
+  auto position = printer ? ReadingPosition::Make(options) : std::nullopt;
+  if (!printer || !position) return kUsage;
   DeferInterrupts();
-  if (!options.follow) return ShowOnce(options, *printer);
-  Follow follow(options, *printer);
-  return follow.Run();
+  return options.follow ? Follow(options, *printer, *position) : ShowOnce(options, *printer, *position);
 }
 
 }  // namespace TamLogCtl

@@ -14,13 +14,15 @@
 #include "client/utf8.h"
 #include "tamlogctl/console.h"
 #include "tamlogctl/exit_code.h"
+#include "tamlogctl/filter_text.h"
+#include "tamlogctl/live_server.h"
+#include "tamlogctl/settings_text.h"
 #include "tamlogctl/status.h"
 
 namespace TamLogCtl {
 
 namespace {
 
-using TamLogClient::FilterEntry;
 using TamLogClient::LogClient;
 using TamLogClient::LogReader;
 using TamLogClient::LogSnapshot;
@@ -33,6 +35,7 @@ struct Findings {
   std::string mapName;
   SettingsBody settings{};
   std::vector<FilterEntry> filters;
+  bool filtersKnown = false;
 
   Status log = Status::NotRunning;
   LogFileHeader header{};  // as seen without read access, so that our own reading does not count
@@ -46,7 +49,8 @@ void AskServer(const StatusOptions& options, Findings& found) {
   found.pipe = client.GetFileMapName(found.mapName);
   if (found.pipe == Status::Ok) found.pipe = client.GetLogFile(found.logFile);
   if (found.pipe == Status::Ok) found.pipe = client.GetSettings(found.settings);
-  if (found.pipe == Status::Ok) found.pipe = client.GetFilters(found.filters);
+  if (found.pipe != Status::Ok) return;
+  found.filtersKnown = AskForFilters(client, found.filters) == kDone;
 }
 
 void ReadLog(const StatusOptions& options, Findings& found) {
@@ -96,22 +100,6 @@ std::string ListOf(const std::vector<FilterEntry>& filters, bool include) {
   return list.empty() ? "none" : list;
 }
 
-std::string TypesOf(std::uint32_t mask) {
-  std::string list;
-  for (unsigned type = 0; type < kMessageTypes; ++type) {
-    if (((mask >> type) & 1U) != 0) list += fmt::format("{}{}", list.empty() ? "" : ",", type);
-  }
-  return list.empty() ? "none" : list;
-}
-
-std::string FilterRule(const std::vector<FilterEntry>& filters) {
-  bool include = false;
-  for (const FilterEntry& filter : filters) include = include || filter.include;
-  if (filters.empty()) return "every source is kept";
-  return include ? "only included sources are kept; excludes are not looked at"
-                 : "all but excluded sources are kept";
-}
-
 void AppendServer(const Findings& found, std::string& out) {
   fmt::format_to(std::back_inserter(out), "pipe      {}\n",
                  found.pipe == Status::Ok ? "answers" : StatusText(found.pipe));
@@ -119,10 +107,14 @@ void AppendServer(const Findings& found, std::string& out) {
   fmt::format_to(std::back_inserter(out), "file      {}\nmapping   {}\n", Visible(found.logFile),
                  found.mapName);
   fmt::format_to(std::back_inserter(out),
-                 "settings  capacity {} asked for, driver read every {} ms, disk written every {} s\n",
-                 found.settings.maxMessage, found.settings.devicePollRate, found.settings.saveRate);
-  fmt::format_to(std::back_inserter(out), "types     {} kept\n", TypesOf(found.settings.typeFilter));
-  fmt::format_to(std::back_inserter(out), "filters   {}\n", FilterRule(found.filters));
+                 "settings  capacity {} asked for, {} in effect\n          driver read every {} ms, disk "
+                 "written every {} s\n",
+                 found.settings.maxMessage,
+                 found.log == Status::Ok ? std::to_string(found.header.maxMessages) : "unknown",
+                 found.settings.devicePollRate, found.settings.saveRate);
+  fmt::format_to(std::back_inserter(out), "types     {} kept\n", TypesText(found.settings.typeFilter));
+  fmt::format_to(std::back_inserter(out), "filters   {}\n",
+                 found.filtersKnown ? FilterRuleText(found.filters) : "unknown");
   if (found.filters.empty()) return;
   fmt::format_to(std::back_inserter(out), "  include {}\n  exclude {}\n", ListOf(found.filters, true),
                  ListOf(found.filters, false));
@@ -133,9 +125,8 @@ void AppendLog(const Findings& found, std::string& out) {
                  found.log == Status::Ok ? "shared" : StatusText(found.log));
   if (found.log != Status::Ok) return;
   const LogFileHeader& header = found.header;
-  fmt::format_to(std::back_inserter(out), "capacity  {} in effect\n", header.maxMessages);
-  fmt::format_to(std::back_inserter(out), "messages  {} ({:.1f} %)\n", header.messageCount,
-                 100.0 * header.messageCount / header.maxMessages);
+  fmt::format_to(std::back_inserter(out), "messages  {} of {} ({:.1f} %)\n", header.messageCount,
+                 header.maxMessages, 100.0 * header.messageCount / header.maxMessages);
   if (!found.oldest.empty()) {
     fmt::format_to(std::back_inserter(out), "oldest    {}\nnewest    {}\n", found.oldest, found.newest);
   }
@@ -151,7 +142,7 @@ std::string AsText(const Findings& found) {
   return out;
 }
 
-Json FiltersAsJson(const std::vector<FilterEntry>& filters) {
+Json FilterList(const std::vector<FilterEntry>& filters) {
   Json list = Json::array();
   for (const FilterEntry& filter : filters) {
     list.push_back({{"kind", filter.include ? "include" : "exclude"}, {"text", filter.text}});
@@ -177,7 +168,7 @@ std::string AsJson(const Findings& found) {
                         {"poll_ms", found.settings.devicePollRate},
                         {"types", found.settings.typeFilter},
                         {"save_s", found.settings.saveRate}};
-    json["filters"] = FiltersAsJson(found.filters);
+    json["filters"] = found.filtersKnown ? FilterList(found.filters) : Json(nullptr);
   }
   json["log"] = found.log == Status::Ok ? "shared" : StatusText(found.log);
   if (found.log == Status::Ok) {

@@ -96,4 +96,67 @@ TEST(Selection, FixedPatternsAreNoExpressions) {
   EXPECT_FALSE(MessageSelection().SetPattern("a(", false, false));
 }
 
+TEST(SourceTerms, WhatReadsAsTypesButAreNoneIsRefused) {
+  for (const char* const text :
+       {":9", ":", "Camera:", "Camera:9", "Camera:0,", "Camera:3-1", "Camera:0,9", "", ":0", "a:b:7"}) {
+    EXPECT_FALSE(TamLogClient::ParseSourceTerm(text)) << text;
+  }
+  EXPECT_EQ(TamLogClient::ParseSourceTerm("a:b")->name, "a:b");
+  EXPECT_EQ(TamLogClient::ParseSourceTerm("a:b:1")->name, "a:b");
+}
+
+class SelectionTest : public testing::Test {
+ protected:
+  bool Wants(const char* source, const char* text, std::uint32_t type = 0) const {
+    LogMessage message{};
+    message.body = TamLogTest::MakeBody(0, text, source, type);
+    return selection.Wants(TamLogClient::LogMessageView(message));
+  }
+
+  void Add(const char* pattern, bool anti) {
+    std::string problem;
+    auto made = TamLogClient::TextPattern::Make(pattern, false, false, problem);
+    ASSERT_TRUE(made) << problem;
+    if (anti) {
+      selection.AddAntiPattern(std::move(*made));
+    } else {
+      selection.AddPattern(std::move(*made));
+    }
+  }
+
+  TamLogClient::MessageSelection selection;
+};
+
+TEST_F(SelectionTest, OneOfThePatternsAndNoneOfTheAntiPatterns) {
+  Add("out", false);
+  Add("los[st]", false);
+  Add("test", true);
+  EXPECT_FALSE(selection.Empty());
+  EXPECT_TRUE(Wants("A", "timed out"));
+  EXPECT_TRUE(Wants("A", "lost"));
+  EXPECT_FALSE(Wants("A", "fine"));
+  EXPECT_FALSE(Wants("A", "test lost"));
+}
+
+TEST_F(SelectionTest, TermsOfAFileIncludeAndExclude) {
+  std::size_t badLine = 0;
+  ASSERT_TRUE(
+      selection.AddTerms("\xEF\xBB\xBF# comment\r\n\n  Cam*:0,2 \r\n!Camera2\n\\!odd\n\\#1", badLine));
+  EXPECT_TRUE(Wants("Camera1", ""));
+  EXPECT_FALSE(Wants("Camera1", "", 1));
+  EXPECT_FALSE(Wants("Camera2", ""));
+  EXPECT_TRUE(Wants("!odd", ""));
+  EXPECT_TRUE(Wants("#1", ""));
+  EXPECT_FALSE(Wants("Laser", ""));
+}
+
+TEST_F(SelectionTest, BadLineOfAFileIsNamed) {
+  std::size_t badLine = 0;
+  EXPECT_FALSE(selection.AddTerms("A\n# x\nB:9\n", badLine));
+  EXPECT_EQ(badLine, 3U);
+  EXPECT_FALSE(selection.AddTerms("!", badLine));
+  EXPECT_EQ(badLine, 1U);
+  EXPECT_TRUE(selection.AddTerms("", badLine));
+}
+
 }  // namespace

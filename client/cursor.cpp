@@ -1,0 +1,110 @@
+#include "client/cursor.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+
+namespace TamLogClient {
+
+namespace {
+
+constexpr std::string_view kMark = "c1";  // a cursor, first form
+constexpr std::size_t kFields = 7;        // the last is the check sum
+constexpr std::size_t kLongest = 2 + kFields * 17;
+
+using Fields = std::array<std::uint64_t, kFields>;
+
+void AppendField(std::uint64_t value, std::string& out) {
+  std::array<char, 16> digits{};
+  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value, 16).ptr;
+  out += '.';
+  out.append(digits.data(), end);
+}
+
+std::uint64_t CheckSum(std::string_view text) {
+  std::uint32_t sum = 2166136261U;
+  for (const char character : text) sum = (sum ^ static_cast<unsigned char>(character)) * 16777619U;
+  return sum;
+}
+
+std::optional<Fields> SplitFields(std::string_view text) {
+  if (text.size() > kLongest || !text.starts_with(kMark)) return std::nullopt;
+  text.remove_prefix(kMark.size());
+  Fields fields{};
+  for (std::uint64_t& field : fields) {
+    if (text.empty() || text.front() != '.') return std::nullopt;
+    text.remove_prefix(1);
+    const auto [rest, error] = std::from_chars(text.data(), text.data() + text.size(), field, 16);
+    if (error != std::errc()) return std::nullopt;
+    text.remove_prefix(static_cast<std::size_t>(rest - text.data()));
+  }
+  return text.empty() ? std::optional(fields) : std::nullopt;
+}
+
+const LogMessageBody& BodyAt(const LogSnapshot& snapshot, const std::vector<std::uint32_t>& order,
+                             std::size_t position) {
+  return snapshot.slots[order[position]].body;
+}
+
+}  // namespace
+
+std::string FormatCursor(const Cursor& cursor) {
+  std::string text(kMark);
+  for (const std::uint64_t field :
+       {cursor.key, cursor.identity.low, cursor.identity.high, static_cast<std::uint64_t>(cursor.occurrence),
+        cursor.rewriteCount, cursor.nextSequence}) {
+    AppendField(field, text);
+  }
+  AppendField(CheckSum(text), text);
+  return text;
+}
+
+std::optional<Cursor> ParseCursor(std::string_view text) {
+  const auto fields = SplitFields(text);
+  if (!fields || (*fields)[3] == 0 || (*fields)[3] > UINT32_MAX) return std::nullopt;
+  const Cursor cursor{(*fields)[0],
+                      {(*fields)[1], (*fields)[2]},
+                      static_cast<std::uint32_t>((*fields)[3]),
+                      (*fields)[4],
+                      (*fields)[5]};
+  // One cursor, one text: capital letters, zeros in front and a wrong check sum end here.
+  if (FormatCursor(cursor) != text) return std::nullopt;
+  return cursor;
+}
+
+Cursor CursorOf(const LogSnapshot& snapshot, const std::vector<std::uint32_t>& oldestFirst,
+                std::size_t position) {
+  const LogMessageBody& body = BodyAt(snapshot, oldestFirst, position);
+  Cursor cursor{TimeKey(body), IdentityOf(body), 1, snapshot.header.rewriteCount,
+                snapshot.header.nextSequence};
+  while (position > 0 && TimeKey(BodyAt(snapshot, oldestFirst, position - 1)) == cursor.key) {
+    --position;
+    if (IdentityOf(BodyAt(snapshot, oldestFirst, position)) == cursor.identity) ++cursor.occurrence;
+  }
+  return cursor;
+}
+
+CursorPlace FindCursor(const LogSnapshot& snapshot, const std::vector<std::uint32_t>& oldestFirst,
+                       const Cursor& cursor) {
+  CursorPlace place;
+  const auto earlier = [&snapshot](std::uint32_t slot, std::uint64_t key) {
+    return TimeKey(snapshot.slots[slot].body) < key;
+  };
+  const auto first = std::lower_bound(oldestFirst.begin(), oldestFirst.end(), cursor.key, earlier);
+  std::uint32_t seen = 0;
+  auto at = first;
+  for (; at != oldestFirst.end() && TimeKey(snapshot.slots[*at].body) == cursor.key && !place.found; ++at) {
+    if (IdentityOf(snapshot.slots[*at].body) == cursor.identity) ++seen;
+    place.found = seen == cursor.occurrence;
+  }
+  place.next = static_cast<std::size_t>(at - oldestFirst.begin());
+  const LogFileHeader& header = snapshot.header;
+  if (header.rewriteCount > cursor.rewriteCount && header.nextSequence >= cursor.nextSequence) {
+    place.writtenBefore = std::any_of(oldestFirst.begin(), first, [&](std::uint32_t slot) {
+      return snapshot.slots[slot].sequence >= cursor.nextSequence;
+    });
+  }
+  return place;
+}
+
+}  // namespace TamLogClient

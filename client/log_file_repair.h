@@ -1,0 +1,69 @@
+#pragma once
+
+// Finds the messages that can be saved from a log file that is damaged, cut, grown, shifted or reversed, and
+// puts them in an order that a server accepts. Nothing is written here: what was found goes to WriteLogFile.
+//
+// There is no checksum: a message is taken as it lies there when its texts end, its type exists and it is not
+// blank. Bytes that were changed within these bounds are not noticed.
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "client/log_file_image.h"
+
+namespace TamLogClient {
+
+struct RepairOptions {
+  // Also messages outside the ring, which a reformat or a clear leaves in their slots, and messages that
+  // moved because the file lost or won bytes.
+  bool carve = false;
+  // Leaves out a message of which all 546 bytes were met before: a server that inserts into a reversed ring
+  // writes some twice.
+  bool unique = false;
+  std::size_t most = 20;  // losses that are listed; all are counted
+};
+
+enum class LossReason : std::uint8_t {
+  Blank,       // zeros only
+  TextEnds,    // text or source has no end, and nothing says that it was a message
+  KnownType,   // the type does not exist
+  Missing,     // behind the end of the file
+  NotMessage,  // bytes between messages that are none
+};
+
+// A short English phrase, for example "its type does not exist".
+const char* ReasonText(LossReason reason);
+
+struct Loss {
+  std::uint64_t offset = 0;  // where it begins in the file
+  std::uint64_t bytes = 0;
+  std::uint64_t slots = 0;  // how many messages at most that were
+  LossReason reason = LossReason::Blank;
+};
+
+struct SavedMessage {
+  std::uint64_t offset = 0;  // in the file
+  std::uint64_t key = 0;
+  bool endTexts = false;  // a text without its end: its last byte becomes one
+};
+
+struct RepairPlan {
+  std::vector<SavedMessage> oldestFirst;
+  std::uint64_t fromRing = 0;  // the rest was carved
+  std::uint64_t mended = 0;    // texts that were given an end
+  std::uint64_t repeated = 0;  // left out because of `unique`
+  std::uint64_t lost = 0;      // messages at most
+  std::vector<Loss> losses;    // the first of them
+  bool headerTrusted = false;  // otherwise every slot of the file was looked at
+  std::uint32_t capacity = 1;  // of the damaged file, as far as it can be told
+};
+
+// Memory: 24 bytes a message beside the image.
+RepairPlan PlanRepair(const LogFileImage& image, const RepairOptions& options = {});
+
+// The message as it is to be written.
+LogMessage SavedMessageOf(const LogFileImage& image, const SavedMessage& saved);
+
+}  // namespace TamLogClient

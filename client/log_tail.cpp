@@ -1,0 +1,138 @@
+#include "client/log_tail.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <system_error>
+#include <utility>
+
+#include "client/log_message_view.h"
+
+namespace TamLogClient {
+
+namespace {
+
+constexpr std::uint32_t kProbes = 64;
+
+std::filesystem::path PathOf(const std::string& utf8) {
+  return {std::u8string(utf8.begin(), utf8.end())};
+}
+
+bool ReadAt(std::ifstream& file, std::uint64_t offset, void* to, std::size_t bytes) {
+  file.seekg(static_cast<std::streamoff>(offset));
+  file.read(static_cast<char*>(to), static_cast<std::streamsize>(bytes));
+  return file.good();
+}
+
+std::uint64_t OffsetOf(std::uint32_t slot) {
+  return kSlotsOffset + std::uint64_t{slot} * sizeof(LogMessage);
+}
+
+// A run of positions in ring order is at most two runs of slots.
+bool ReadPositions(std::ifstream& file, const LogFileHeader& header, std::uint32_t first,
+                   std::vector<LogMessage>& to) {
+  std::size_t done = 0;
+  while (done < to.size()) {
+    const std::uint32_t slot = SlotAt(header, first + static_cast<std::uint32_t>(done));
+    const auto untilEnd = static_cast<std::size_t>(header.maxMessages) - slot;
+    const std::size_t run = std::min(untilEnd, to.size() - done);
+    if (!ReadAt(file, OffsetOf(slot), &to[done], run * sizeof(LogMessage))) return false;
+    done += run;
+  }
+  return true;
+}
+
+bool HeaderFits(const LogFileHeader& header, std::uint64_t bytes) {
+  return header.maxMessages > 0 && header.messageCount >= 0 && header.messageCount <= header.maxMessages &&
+         header.nextSlot >= 0 && header.nextSlot < header.maxMessages &&
+         bytes == LogFileSize(static_cast<std::uint64_t>(header.maxMessages));
+}
+
+bool OpenSound(const std::string& path, std::ifstream& file, LogFileHeader& header) {
+  std::error_code error;
+  const auto bytes = std::filesystem::file_size(PathOf(path), error);
+  file.open(PathOf(path), std::ios::binary);
+  return !error && file.is_open() && ReadAt(file, 0, &header, sizeof(header)) && HeaderFits(header, bytes);
+}
+
+}  // namespace
+
+std::vector<std::uint32_t> ProbePositions(std::uint32_t leftOut) {
+  std::vector<std::uint32_t> positions;
+  const std::uint32_t step = std::max(1U, leftOut / kProbes);
+  for (std::uint32_t at = 0; at < leftOut; at += step) {
+    positions.push_back(at);
+    if (at == 0 && step > 1) positions.push_back(1);
+  }
+  return positions;
+}
+
+std::uint32_t SlotAt(const LogFileHeader& header, std::uint32_t position) {
+  std::int64_t slot = std::int64_t{header.nextSlot} - header.messageCount + position;
+  if (slot < 0) slot += header.maxMessages;
+  return static_cast<std::uint32_t>(slot);
+}
+
+std::optional<std::size_t> CertainFrom(const LogTail& tail) {
+  std::vector<std::uint64_t> keys;
+  keys.reserve(tail.messages.size());
+  for (const LogMessage& message : tail.messages) keys.push_back(TimeKey(message.body));
+  if (!std::is_sorted(keys.begin(), keys.end())) return std::nullopt;
+  if (tail.whole) return 0;
+  if (keys.empty()) return std::nullopt;
+  // What was left out is a stretch that runs backwards (perhaps none), with its newest message first, and
+  // then rises up to the first message of the tail. Anything else is not the server's work.
+  const auto& probes = tail.probes;
+  const auto lowest = std::is_sorted_until(probes.begin(), probes.end(), std::greater<>());
+  if (!std::is_sorted(lowest == probes.begin() ? lowest : std::prev(lowest), probes.end())) {
+    return std::nullopt;
+  }
+  std::uint64_t newestLeftOut = keys.front();
+  for (const std::uint64_t key : probes) newestLeftOut = std::max(newestLeftOut, key);
+  const auto certain = std::lower_bound(keys.begin(), keys.end(), newestLeftOut);
+  return static_cast<std::size_t>(certain - keys.begin());
+}
+
+LogSnapshot SnapshotOf(const LogTail& tail, std::size_t first) {
+  LogSnapshot snapshot;
+  snapshot.header = tail.header;
+  snapshot.slots.assign(tail.messages.begin() + static_cast<std::ptrdiff_t>(first), tail.messages.end());
+  const auto count = static_cast<std::int32_t>(snapshot.slots.size());
+  snapshot.header.maxMessages = std::max(count, 1);
+  snapshot.header.messageCount = count;
+  snapshot.header.nextSlot = 0;
+  return snapshot;
+}
+
+bool ReadLogFileTail(const std::string& path, std::size_t count, LogTail& tail) {
+  std::ifstream file;
+  if (!OpenSound(path, file, tail.header)) return false;
+  const auto messages = static_cast<std::uint32_t>(tail.header.messageCount);
+  const auto wanted = static_cast<std::uint32_t>(std::min<std::size_t>(count, messages));
+  tail.messages.resize(wanted);
+  tail.whole = wanted == messages;
+  tail.probes.clear();
+  for (const std::uint32_t position : ProbePositions(messages - wanted)) {
+    LogMessage message{};
+    if (!ReadAt(file, OffsetOf(SlotAt(tail.header, position)), &message, sizeof(message))) return false;
+    tail.probes.push_back(TimeKey(message.body));
+  }
+  return ReadPositions(file, tail.header, messages - wanted, tail.messages);
+}
+
+bool ForEachInLogFile(const std::string& path, const std::function<void(const LogMessage&)>& take) {
+  constexpr std::uint32_t kChunk = 512;
+  std::ifstream file;
+  LogFileHeader header{};
+  if (!OpenSound(path, file, header)) return false;
+  const auto messages = static_cast<std::uint32_t>(header.messageCount);
+  std::vector<LogMessage> chunk;
+  for (std::uint32_t at = 0; at < messages; at += kChunk) {
+    chunk.resize(std::min(kChunk, messages - at));
+    if (!ReadPositions(file, header, at, chunk)) return false;
+    for (const LogMessage& message : chunk) take(message);
+  }
+  return true;
+}
+
+}  // namespace TamLogClient

@@ -1,0 +1,50 @@
+#pragma once
+
+// The newest part of the log, for those who want a few messages and not a copy of all. The ring's order is
+// not trusted: some messages of the part that was left out are looked at, too, and when times do not rise the
+// answer is to read everything.
+//
+// A tail belongs to one thread at a time. Files are read with ordinary reads.
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "client/log_snapshot.h"
+#include "store/log_file_format.h"
+
+namespace TamLogClient {
+
+struct LogTail {
+  LogFileHeader header{};
+  std::vector<LogMessage> messages;   // the newest of the ring, in ring order, newest last
+  std::vector<std::uint64_t> probes;  // time keys of some of those left out, in ring order
+  bool whole = false;                 // nothing was left out
+};
+
+// Which of `leftOut` messages at the oldest end of a ring are to be looked at: positions in ring order,
+// rising. A stretch of the ring that runs backwards lies at its oldest end, so the first two are among them.
+std::vector<std::uint32_t> ProbePositions(std::uint32_t leftOut);
+
+// The slot at a position of the ring order, which begins with the oldest slot. The header has to be sound.
+std::uint32_t SlotAt(const LogFileHeader& header, std::uint32_t position);
+
+// The first of `messages` that nothing left out is newer than: this and the following are the newest
+// messages of the log. Nothing when times are not in order: then the whole log has to be read.
+std::optional<std::size_t> CertainFrom(const LogTail& tail);
+
+// The messages from `first` on as a snapshot of a small log, in the place of the whole.
+LogSnapshot SnapshotOf(const LogTail& tail, std::size_t first);
+
+// Reads the newest `count` messages of the file at `path` (UTF-8). False when the file cannot be read or is
+// not as it should be: ReadLogFile then says why.
+bool ReadLogFileTail(const std::string& path, std::size_t count, LogTail& tail);
+
+// Hands every message of the file's ring to `take`, in ring order, holding a few hundred of them at a time.
+// False as above; then some may have been handed over.
+bool ForEachInLogFile(const std::string& path, const std::function<void(const LogMessage&)>& take);
+
+}  // namespace TamLogClient

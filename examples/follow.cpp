@@ -1,0 +1,54 @@
+// Shows new messages of the running log server as they come, for some seconds or until it is ended:
+//   follow [SECONDS]
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <iostream>
+#include <string>
+#include <tamlog.hpp>
+
+namespace {
+
+// A reader must not be ended in the middle of a read: the interruption is only noted.
+volatile std::sig_atomic_t interrupted = 0;
+
+std::string Describe(const tamlog::Item& item) {
+  switch (item.kind) {
+    case tamlog::ItemKind::Message:
+      return item.message.ToLine();
+    case tamlog::ItemKind::Lost:
+      return "-- at least " + std::to_string(item.lostLeast) + " messages came and went unseen\n";
+    case tamlog::ItemKind::Cleared:
+      return "-- the log was emptied\n";
+    case tamlog::ItemKind::Stopped:
+      return "-- the server has stopped\n";
+    case tamlog::ItemKind::Reopened:
+      return "-- the server is back\n";
+    case tamlog::ItemKind::Blocked:
+      return "-- the server keeps its readers waiting\n";
+  }
+  return {};
+}
+
+void Follow(std::chrono::seconds limit) {
+  const auto end = std::chrono::steady_clock::now() + limit;
+  auto reader = tamlog::Reader::Live();
+  std::cout << "-- following behind " << reader.Count() << " messages" << std::endl;
+  while (interrupted == 0 && std::chrono::steady_clock::now() < end) {
+    // 200: a server that stops waits for its readers, and this one lets go inside Next.
+    if (const auto item = reader.Next(200)) std::cout << Describe(*item) << std::flush;
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::signal(SIGINT, [](int) { interrupted = 1; });
+  try {
+    Follow(std::chrono::seconds(argc > 1 ? std::atoi(argv[1]) : 365 * 24 * 3600));
+  } catch (const tamlog::Error& error) {
+    std::cerr << "follow: " << error.what() << '\n';
+    return 1;
+  }
+}

@@ -1,0 +1,42 @@
+// Any bytes as a log file: the server's own rules must survive them, and the client's checker must come to
+// the same end.
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "client/log_file_verify.h"
+#include "store/integrity.h"
+
+namespace {
+
+using TamLogClient::LogFileImage;
+
+class ImageSlots final : public SlotSource {
+ public:
+  explicit ImageSlots(const LogFileImage& checked) : image(checked) {}
+
+  bool ReadSlot(std::int64_t index, LogMessage& message) override {
+    if (index < 0 || static_cast<std::uint64_t>(index) >= image.SlotsThere()) return false;
+    message = image.Slot(static_cast<std::uint64_t>(index));
+    return true;
+  }
+
+ private:
+  const LogFileImage& image;
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const LogFileImage image(std::string_view(reinterpret_cast<const char*>(data), size));
+  if (!image.HasHead()) return 0;
+  LogFileHeader header = image.Header();
+  header.readCount = 1;  // the server sets 0 and comes in
+  ImageSlots slots(image);
+  const bool kept = FirstBrokenRule(header, slots) == IntegrityRule::NoneBroken;
+  if (kept != TamLogClient::VerifyLogFile(image, {.most = 2}).Accepted()) std::abort();
+  return 0;
+}

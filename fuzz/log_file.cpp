@@ -1,0 +1,62 @@
+// Any bytes as a log file: the checker and the repair must survive them, and what the repair saves must pass
+// the rules. The checker's word is compared with its own on the repaired file.
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "client/log_file_repair.h"
+#include "client/log_file_verify.h"
+#include "client/log_message_view.h"
+#include "client/log_snapshot.h"
+
+namespace {
+
+using TamLogClient::LogFileImage;
+using TamLogClient::LogMessageView;
+
+void Require(bool holds) {
+  if (!holds) std::abort();
+}
+
+void Read(const LogFileImage& image) {
+  TamLogClient::LogSnapshot snapshot;
+  snapshot.header = image.Header();
+  for (std::uint64_t slot = 0; slot < image.SlotsThere(); ++slot) snapshot.slots.push_back(image.Slot(slot));
+  const auto order = OrderMessages(snapshot);
+  Require(order.oldestFirst.size() <= snapshot.slots.size());
+  for (const std::uint32_t slot : order.oldestFirst) Require(slot < snapshot.slots.size());
+}
+
+void Repair(const LogFileImage& image, bool carve) {
+  const auto plan = TamLogClient::PlanRepair(image, {.carve = carve, .unique = !carve, .most = 3});
+  std::uint64_t key = 0;
+  for (const auto& saved : plan.oldestFirst) {
+    const LogMessage message = SavedMessageOf(image, saved);
+    Require(!LogMessageView(message).Damaged());
+    Require(TimeKey(message.body) >= key);
+    key = TimeKey(message.body);
+  }
+  Require(plan.capacity > 0);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string_view bytes(reinterpret_cast<const char*>(data), size);
+  const LogFileImage image(bytes);
+  const auto report = TamLogClient::VerifyLogFile(image, {.most = 3});
+  // A file that a server accepts loses nothing but blank slots.
+  const auto plan = TamLogClient::PlanRepair(image);
+  if (report.Accepted() && image.HasHead()) {
+    Require(plan.mended == 0);
+    for (const auto& loss : plan.losses) Require(loss.reason == TamLogClient::LossReason::Blank);
+  }
+  Repair(image, false);
+  Repair(image, true);
+  Read(image);
+  return 0;
+}

@@ -1,0 +1,155 @@
+#include <algorithm>
+#include <limits>
+
+#include "client/log_file_image.h"
+#include "client/log_file_writer.h"
+#include "client/log_message_view.h"
+#include "tamlogctl/console.h"
+#include "tamlogctl/exit_code.h"
+#include "tamlogctl/live_image.h"
+#include "tamlogctl/merge.h"
+#include "tamlogctl/progress.h"
+
+namespace TamLogCtl {
+
+namespace {
+
+using TamLogClient::AtomicFile;
+using TamLogClient::LogMessageView;
+using TamLogClient::LogSnapshot;
+using TamLogClient::Status;
+
+class Export {
+ public:
+  explicit Export(const ExportOptions& chosen) : options(chosen) {}
+
+  int Run();
+
+ private:
+  int Read();
+  void Take(const std::string& name, const std::string& bytes);
+  int WriteText();
+  int WriteLog();
+  int Explain(Status status) const;
+
+  const ExportOptions& options;
+  std::vector<LogSnapshot> logs;
+  std::vector<const LogMessage*> messages;
+  std::uint32_t capacity = 1;
+  int exitCode = kDone;
+};
+
+void Export::Take(const std::string& name, const std::string& bytes) {
+  const TamLogClient::LogFileImage image(bytes);
+  LogSnapshot& log = logs.emplace_back();
+  log.header = image.Header();
+  log.slots.reserve(image.SlotsThere());
+  for (std::uint64_t slot = 0; slot < image.SlotsThere(); ++slot) log.slots.push_back(image.Slot(slot));
+  capacity = std::max(capacity, static_cast<std::uint32_t>(log.slots.size()));
+  if (!log.HeaderIsSound()) {
+    Say(name + ": is damaged; see: tamlogctl verify");
+    exitCode = kDamaged;
+  }
+}
+
+int Export::Read() {
+  logs.reserve(std::max<std::size_t>(1, options.files.size()));
+  std::string bytes;
+  for (const std::string& file : options.files) {
+    const Status status = TamLogClient::ReadFileBytes(file, bytes);
+    if (status != Status::Ok) {
+      Say(file + ": " + StatusText(status));
+      return ExitCodeOf(status);
+    }
+    Take(file, bytes);
+  }
+  if (options.files.empty()) {
+    if (const int code = ReadLiveImage(options.timeoutMs, bytes); code != kDone) return code;
+    Take("the running server's log", bytes);
+  }
+  const auto selection = MakeSelection(options.selection);
+  if (!selection) return kUsage;
+  for (const LogSnapshot& log : logs) {
+    const auto order = OrderMessages(log);
+    if (order.damaged > 0) exitCode = kDamaged;
+    for (const std::uint32_t slot : order.oldestFirst) {
+      if (selection->Wants(LogMessageView(log.slots[slot]))) messages.push_back(&log.slots[slot]);
+    }
+  }
+  std::stable_sort(messages.begin(), messages.end(), [](const LogMessage* left, const LogMessage* right) {
+    return TimeKey(left->body) < TimeKey(right->body);
+  });
+  return kDone;
+}
+
+int Export::Explain(Status status) const {
+  if (status == Status::BadValue) {
+    Say(options.target + ": is there already; give another name, or --force to replace it");
+    return kUsage;
+  }
+  Say(options.target + ": cannot be written: " + StatusText(status));
+  return status == Status::AccessDenied ? kAccessDenied : kOutputFailed;
+}
+
+int Export::WriteText() {
+  auto formatter = MakeFormatter(options.output, Color::Never);
+  if (!formatter) return kUsage;
+  AtomicFile file;
+  Status status = file.Open(options.target, options.force);
+  Progress progress("exporting messages", messages.size());
+  std::string pending;
+  formatter->AppendHead(pending);
+  for (std::size_t i = 0; status == Status::Ok && i < messages.size(); ++i) {
+    progress.Show(i);
+    formatter->Append(*messages[i], false, pending);
+    constexpr std::size_t kWriteSize = std::size_t{1} << 16U;
+    if (pending.size() < kWriteSize) continue;
+    if (!file.Write(pending)) status = Status::SystemError;
+    pending.clear();
+  }
+  formatter->AppendTail(pending);
+  if (status == Status::Ok && !file.Write(pending)) status = Status::SystemError;
+  if (status == Status::Ok) status = file.Commit();
+  return status == Status::Ok ? kDone : Explain(status);
+}
+
+// Messages that break a rule cannot go into a log file: one of them costs a server the whole file.
+int Export::WriteLog() {
+  std::erase_if(messages, [](const LogMessage* message) { return LogMessageView(*message).Damaged(); });
+  const auto most = std::max(capacity, static_cast<std::uint32_t>(messages.size()));
+  const std::uint32_t slots = options.capacity > 0 ? options.capacity : most;
+  if (messages.size() > slots) {
+    Say("--capacity " + std::to_string(slots) + ": " + std::to_string(messages.size()) +
+        " messages do not fit; choose fewer with -S or -s, or raise it");
+    return kUsage;
+  }
+  Progress progress("exporting messages", messages.size());
+  const Status status = TamLogClient::WriteLogFile(
+      options.target, messages.size(),
+      [&](std::uint64_t index) {
+        progress.Show(index);
+        return *messages[index];
+      },
+      slots, options.force);
+  return status == Status::Ok ? kDone : Explain(status);
+}
+
+int Export::Run() {
+  if (const int code = Read(); code != kDone) return code;
+  const std::size_t chosen = messages.size();
+  const int code = options.asLog ? WriteLog() : WriteText();
+  if (code != kDone) return code;
+  if (!options.quiet) Say(options.target + ": " + std::to_string(messages.size()) + " messages");
+  if (messages.size() < chosen)
+    Say(std::to_string(chosen - messages.size()) + " messages break a rule of the format and were left out");
+  return exitCode;
+}
+
+}  // namespace
+
+int ExportMessages(const ExportOptions& options) {
+  Export run(options);
+  return run.Run();
+}
+
+}  // namespace TamLogCtl

@@ -1,0 +1,23 @@
+#pragma once
+
+// Messages of a file that is to be handed in: a log file, or lines of json or tsv.
+
+#include <string>
+#include <vector>
+
+#include "store/log_file_format.h"
+
+namespace TamLogCtl {
+
+struct ImportSource {
+  int exitCode = 0;  // kDone, or kDamaged when a log file is damaged and gives what is readable
+  std::string problem;
+  std::vector<LogMessageBody> messages;
+  std::size_t unreadable = 0;  // left out; `problem` is about the first of them
+};
+
+// `format` is auto, log, json or tsv. Lines that cannot be read make the file unusable (kUsage), so that
+// nothing is handed in by halves.
+ImportSource ReadImport(const std::string& path, const std::string& format);
+
+}  // namespace TamLogCtl

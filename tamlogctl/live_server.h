@@ -1,0 +1,59 @@
+#pragma once
+
+// What several verbs do with a live server: ask for its filters without harming it, judge a message as it
+// would, see it come back after a restart.
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "client/filter_rule.h"
+#include "client/log_client.h"
+#include "client/log_reader.h"
+
+namespace TamLogCtl {
+
+// Says `what`, if there is something to say, and the status; returns its exit code.
+int Failed(const std::string& what, TamLogClient::Status status);
+
+// What the server keeps of its filters and its path over a stop, seen without asking it: it ends when it is
+// asked for a text that does not fit its reply. 0 when there is none or it may not be read.
+struct KeptLengths {
+  std::size_t longestFilter = 0;
+  std::size_t path = 0;
+};
+KeptLengths LookAtKeptTexts();
+
+// Asks for all filters, unless an over-long one is kept. An exit code; what went wrong has been said.
+int AskForFilters(TamLogClient::LogClient& client, std::vector<TamLogClient::FilterEntry>& filters);
+
+// The rule that decides about such a message, for example "dropped by exclude filter 'Camera'".
+std::string VerdictText(const std::vector<TamLogClient::FilterEntry>& filters,
+                        const TamLogClient::FilterVerdict& verdict, std::uint32_t type);
+
+// The capacity of the shared log; nothing when none is shared.
+std::optional<std::int32_t> CapacityInEffect();
+
+// Waits for what the server has taken and not yet moved into the shared log: a restart forgets it.
+bool WaitForFlush();
+
+// Watches a server over the restart that a request brings about.
+class RestartWatch {
+ public:
+  static constexpr std::uint32_t kPatienceMs = 45000;  // a stop alone may take 15 s
+
+  // Before the request. Holds the shared log open, and lets go of it within 50 ms when the server closes it.
+  RestartWatch() { reader.Open(); }
+
+  // After the request: until the server has closed the log, opened it again, and answers. TimedOut when that
+  // takes longer than `patienceMs`.
+  TamLogClient::Status Wait(std::uint32_t patienceMs = kPatienceMs);
+
+ private:
+  bool WaitForStop(std::uint64_t end);
+
+  TamLogClient::LogReader reader;
+};
+
+}  // namespace TamLogCtl

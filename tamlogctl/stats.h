@@ -1,0 +1,63 @@
+#pragma once
+
+// The verb stats: how many messages, by source, type and time, how many a minute, and how far back the ring
+// reaches.
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "client/message_selection.h"
+#include "client/message_stats.h"
+#include "store/log_file_format.h"
+#include "tamlogctl/common_options.h"
+#include "tamlogctl/selection_options.h"
+
+namespace TamLogCtl {
+
+struct StatsOptions : CommonOptions {
+  SelectionOptions selection;
+  std::vector<std::string> files;  // none: the running server's log
+  std::size_t top = 20;            // sources shown; 0: all
+  bool json = false;
+  bool bars = false;  // also when standard output is no terminal
+};
+
+// Counts the wanted messages, and looks how far back all of them reach.
+class StatsCollector {
+ public:
+  explicit StatsCollector(TamLogClient::MessageSelection wanted) : selection(std::move(wanted)) {}
+
+  void AddRing(const LogFileHeader& header);  // once a log
+  void Add(const LogMessage& message);
+
+  const TamLogClient::MessageStats& Wanted() const { return stats; }
+  bool Searches() const { return !selection.Empty(); }
+
+  std::uint64_t Messages() const { return messages; }  // all, wanted or not
+  std::uint64_t Damaged() const { return damaged; }
+  std::uint64_t Capacity() const { return capacity; }
+  bool Full() const { return full; }
+  const std::optional<TamLogClient::TimeWords>& Oldest() const { return oldest; }
+  const std::optional<TamLogClient::TimeWords>& Newest() const { return newest; }
+
+ private:
+  TamLogClient::MessageSelection selection;
+  TamLogClient::MessageStats stats;
+  std::uint64_t messages = 0;
+  std::uint64_t damaged = 0;
+  std::uint64_t capacity = 0;
+  bool full = false;
+  std::optional<TamLogClient::TimeWords> oldest;
+  std::optional<TamLogClient::TimeWords> newest;
+};
+
+// The program's exit code.
+int ShowStats(const StatsOptions& options);
+
+// Adds the running server's messages; the exit code that this alone gives, after a word on stderr.
+int CollectLive(const StatsOptions& options, StatsCollector& collector);
+
+}  // namespace TamLogCtl

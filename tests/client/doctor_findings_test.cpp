@@ -1,0 +1,166 @@
+#include "client/doctor_findings.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+namespace {
+
+using TamLogClient::Diagnose;
+using TamLogClient::Finding;
+using TamLogClient::FindingState;
+using TamLogClient::Observations;
+using TamLogClient::PipeState;
+using TamLogClient::ServiceState;
+
+// A server at which nothing is wrong.
+Observations Healthy() {
+  Observations seen;
+  seen.service = ServiceState::Running;
+  seen.pipe = PipeState::Answers;
+  seen.settingsKnown = true;
+  seen.capacityAsked = 100;
+  seen.pollMs = 1000;
+  seen.saveSeconds = 300;
+  seen.typeMask = 15;
+  seen.logFile = "C:\\Logs.dat";
+  seen.fileKnown = true;
+  seen.fileBytes = LogFileSize(100);
+  seen.filtersKnown = true;
+  seen.mapped = true;
+  seen.viewBytes = 57344;  // 56,240 bytes in whole pages
+  seen.header.serverRunning = 1;
+  seen.header.maxMessages = 100;
+  seen.header.messageCount = 7;
+  seen.header.nextSlot = 7;
+  seen.readKnown = true;
+  seen.holdMicroseconds = 80;
+  return seen;
+}
+
+Finding Find(const Observations& seen, const std::string& check) {
+  const auto findings = Diagnose(seen);
+  const auto at = std::find_if(findings.begin(), findings.end(),
+                               [&check](const Finding& finding) { return finding.check == check; });
+  if (at != findings.end()) return *at;
+  ADD_FAILURE() << "no finding about " << check;
+  return {};
+}
+
+void ExpectBad(const Observations& seen, const std::string& check, FindingState state,
+               const std::string& words) {
+  const Finding finding = Find(seen, check);
+  EXPECT_EQ(finding.state, state) << finding.found;
+  EXPECT_NE((finding.found + "\n" + finding.mend).find(words), std::string::npos)
+      << finding.found << " -> " << finding.mend;
+  EXPECT_NE(finding.mend, "");
+}
+
+TEST(DoctorFindings, HealthyServerHasNothingToMend) {
+  const auto findings = Diagnose(Healthy());
+  EXPECT_EQ(findings.size(), 12U);
+  for (const Finding& finding : findings) {
+    EXPECT_EQ(finding.state, FindingState::Ok) << finding.check << ": " << finding.found;
+    EXPECT_EQ(finding.mend, "") << finding.check;
+  }
+}
+
+TEST(DoctorFindings, ServiceAndPipe) {
+  Observations seen = Healthy();
+  seen.service = ServiceState::NotInstalled;
+  ExpectBad(seen, "service", FindingState::Warning, "-install");
+  seen.service = ServiceState::Stopped;
+  ExpectBad(seen, "service", FindingState::Failure, "tamlogctl server start");
+  seen.pipe = PipeState::Blocked;
+  ExpectBad(seen, "pipe", FindingState::Failure, "doctor --unstick");
+  seen.pipe = PipeState::Silent;
+  ExpectBad(seen, "pipe", FindingState::Failure, "server restart");
+  seen.service = ServiceState::Running;
+  seen.pipe = PipeState::Absent;
+  ExpectBad(seen, "pipe", FindingState::Failure, "TamLogServiceLog.txt");
+}
+
+TEST(DoctorFindings, RatesPathAndFilters) {
+  Observations seen = Healthy();
+  seen.saveSeconds = 0;
+  ExpectBad(seen, "rates", FindingState::Failure, "settings set --save 300");
+  seen.pollMs = 0;
+  ExpectBad(seen, "rates", FindingState::Failure, "settings set --poll 1000");
+  seen.keptPathLength = 256;
+  ExpectBad(seen, "path", FindingState::Failure, "256 bytes");
+  seen.filters = {{"ab", false}};
+  ExpectBad(seen, "filters", FindingState::Warning, "'ab' is very short");
+  seen.filters = {{"", true}};
+  ExpectBad(seen, "filters", FindingState::Warning, "matches every source");
+  seen.filters = {{"", false}};
+  ExpectBad(seen, "filters", FindingState::Failure, "no message passes");
+  seen.longestKeptFilter = 128;
+  ExpectBad(seen, "filters", FindingState::Failure, "filter clear");
+}
+
+TEST(DoctorFindings, ObjectsThatAreMissingOrRefused) {
+  Observations seen = Healthy();
+  seen.mapped = false;
+  seen.mappingError = 5;
+  ExpectBad(seen, "access", FindingState::Failure, "mapping");
+  seen.mappingError = 2;
+  ExpectBad(seen, "mapping", FindingState::Failure, "restarting");
+  seen.mappingError = 0;
+  seen.objectError = 2;
+  seen.objectName = "the write-wait event";
+  ExpectBad(seen, "mapping", FindingState::Failure, "write-wait event is missing");
+  seen.objectError = 5;
+  ExpectBad(seen, "access", FindingState::Failure, "write-wait event");
+}
+
+TEST(DoctorFindings, SectionOfAnotherTimeAndContradictions) {
+  Observations seen = Healthy();
+  seen.fileBytes += 560;
+  ExpectBad(seen, "section", FindingState::Warning, "the file has");
+  seen.capacityAsked = 200;
+  ExpectBad(seen, "section", FindingState::Warning, "200 is asked for, 100 is in effect");
+  seen.viewBytes = 61440;
+  ExpectBad(seen, "section", FindingState::Failure, "close all readers");
+  seen.header.nextSlot = 100;
+  ExpectBad(seen, "header", FindingState::Failure, "contradict");
+  seen.header.serverRunning = 0;
+  ExpectBad(seen, "header", FindingState::Warning, "closing or opening");
+}
+
+TEST(DoctorFindings, StuckReadersOfEveryKind) {
+  Observations seen = Healthy();
+  seen.header.readCount = 1;
+  seen.readersInside = true;
+  ExpectBad(seen, "readers", FindingState::Failure, "the next message will wait for it");
+  EXPECT_TRUE(ReaderIsStuck(seen));
+  seen.readersKeptOut = true;
+  ExpectBad(seen, "readers", FindingState::Failure, "the server waits for it and writes nothing");
+  seen.moved = true;
+  EXPECT_FALSE(ReaderIsStuck(seen));
+  EXPECT_EQ(Find(seen, "readers").state, FindingState::Ok);
+
+  seen = Healthy();
+  seen.header.readCount = -1;
+  seen.countPassed = true;
+  ExpectBad(seen, "readers", FindingState::Failure, "passed each other");
+  seen = Healthy();
+  seen.header.readCount = 1;
+  seen.countLeft = true;
+  ExpectBad(seen, "readers", FindingState::Failure, "nobody is inside");
+  seen = Healthy();
+  seen.readersKeptOut = true;
+  ExpectBad(seen, "readers", FindingState::Failure, "hangs while it writes");
+  seen.lockTaken = true;
+  ExpectBad(seen, "lock", FindingState::Failure, "doctor --unstick");
+}
+
+TEST(DoctorFindings, ReadThatFailsOrTakesLong) {
+  Observations seen = Healthy();
+  seen.holdMicroseconds = 50001;
+  ExpectBad(seen, "read", FindingState::Warning, "50001 microseconds");
+  seen.readFailed = true;
+  seen.readProblem = "no answer in time";
+  ExpectBad(seen, "read", FindingState::Failure, "no answer in time");
+}
+
+}  // namespace

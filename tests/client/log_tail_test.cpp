@@ -1,0 +1,160 @@
+#include "client/log_tail.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "client/log_message_view.h"
+#include "tests/client/ring_model.h"
+
+namespace {
+
+using TamLogClient::CertainFrom;
+using TamLogClient::ForEachInLogFile;
+using TamLogClient::LogMessageView;
+using TamLogClient::LogSnapshot;
+using TamLogClient::LogTail;
+using TamLogTest::MakeBody;
+using TamLogTest::RingModel;
+using Strings = std::vector<std::string>;
+
+Strings TextsOf(const LogSnapshot& snapshot) {
+  Strings texts;
+  for (const std::uint32_t slot : OrderMessages(snapshot).oldestFirst) {
+    texts.emplace_back(LogMessageView(snapshot.slots[slot]).Text());
+  }
+  return texts;
+}
+
+class LogTailTest : public testing::Test {
+ protected:
+  LogTailTest()
+      : path((std::filesystem::path(testing::TempDir()) /
+              (std::string("tail-") + testing::UnitTest::GetInstance()->current_test_info()->name()))
+                 .string()) {}
+  ~LogTailTest() override { std::filesystem::remove(path); }
+
+  void Write(const RingModel& log, std::size_t cut = 0) const {
+    const LogSnapshot snapshot = log.Snapshot();
+    std::string bytes(reinterpret_cast<const char*>(&snapshot.header), sizeof(snapshot.header));
+    bytes.append(sizeof(LockNames), '\0');
+    bytes.append(reinterpret_cast<const char*>(snapshot.slots.data()),
+                 snapshot.slots.size() * sizeof(LogMessage));
+    bytes.resize(bytes.size() - cut);
+    std::ofstream(path, std::ios::binary) << bytes;
+  }
+
+  // The certain part of a tail of `count`, and whether it is the end of the whole log in time order.
+  std::optional<Strings> Tail(const RingModel& log, std::size_t count) {
+    Write(log);
+    LogTail tail;
+    EXPECT_TRUE(ReadLogFileTail(path, count, tail));
+    const auto certain = CertainFrom(tail);
+    if (!certain) return std::nullopt;
+    const Strings texts = TextsOf(SnapshotOf(tail, *certain));
+    const Strings all = TextsOf(log.Snapshot());
+    EXPECT_LE(texts.size(), all.size());
+    if (texts.size() <= all.size()) {
+      EXPECT_TRUE(std::equal(texts.rbegin(), texts.rend(), all.rbegin()));
+    }
+    return texts;
+  }
+
+  std::string path;
+};
+
+TEST_F(LogTailTest, UsualRingGivesItsEnd) {
+  RingModel log(10);
+  for (int i = 0; i < 25; ++i) {
+    log.Submit(MakeBody(i * 10, std::to_string(i)));
+    log.Flush();
+  }
+  EXPECT_EQ(Tail(log, 3), (Strings{"22", "23", "24"}));
+  EXPECT_EQ(Tail(log, 100)->size(), 10U);
+  EXPECT_EQ(Tail(RingModel(5), 3), Strings{});
+}
+
+TEST_F(LogTailTest, RingThatRunsBackwardsIsNoTail) {
+  RingModel log(10);
+  for (int i = 0; i < 10; ++i) log.Submit(MakeBody(i * 10, std::to_string(i)));
+  log.Flush();
+  EXPECT_EQ(Tail(log, 3), std::nullopt);
+  EXPECT_EQ(Tail(log, 10), std::nullopt);
+}
+
+TEST_F(LogTailTest, WhatFollowsABackwardStretchIsCertain) {
+  RingModel log(10);
+  for (int i = 0; i < 10; ++i) log.Submit(MakeBody(i * 10, std::to_string(i)));
+  log.Flush();
+  for (int i = 10; i < 14; ++i) {
+    log.Submit(MakeBody(i * 10, std::to_string(i)));
+    log.Flush();
+  }
+  EXPECT_EQ(Tail(log, 3), (Strings{"11", "12", "13"}));
+  EXPECT_EQ(Tail(log, 6), std::nullopt);  // reaches into the stretch
+}
+
+TEST_F(LogTailTest, WhateverTheServerDidATailIsTheEndInTimeOrder) {
+  std::mt19937 random(21);
+  const auto draw = [&random](int least, int most) {
+    return std::uniform_int_distribution<int>(least, most)(random);
+  };
+  int certain = 0;
+  for (int history = 0; history < 60 && !HasFailure(); ++history) {
+    RingModel log(draw(1, 200));
+    int now = 1000;
+    int serial = 0;
+    for (int flush = 0; flush < 60; ++flush) {
+      const bool burst = draw(0, 19) == 0;
+      for (int i = burst ? draw(1, 300) : draw(1, 5); i > 0; --i) {
+        now += draw(1, 3);
+        const int time = draw(0, 5) == 0 ? std::max(0, now - draw(1, 50)) : now;
+        // Times differ, so that the order is one: a second message of the same time is not submitted.
+        log.Submit(MakeBody(time * 4 + serial % 4, std::to_string(serial)));
+        ++serial;
+      }
+      log.Flush();
+      if (flush % 6 == 0) {
+        const auto tail = Tail(log, static_cast<std::size_t>(draw(1, 40)));
+        if (tail && !tail->empty()) ++certain;
+      }
+    }
+  }
+  EXPECT_GT(certain, 100);  // most looks are served by a tail
+}
+
+TEST_F(LogTailTest, FilesThatAreNotAsTheyShouldBeAreLeftToTheWholeReading) {
+  RingModel log(10);
+  log.Submit(MakeBody(1, "a"));
+  log.Flush();
+  LogTail tail;
+  Write(log, 1);
+  EXPECT_FALSE(ReadLogFileTail(path, 3, tail));
+  EXPECT_FALSE(ReadLogFileTail(path + "missing", 3, tail));
+  EXPECT_FALSE(ForEachInLogFile(path, [](const LogMessage&) {}));
+  std::ofstream(path, std::ios::binary) << "short";
+  EXPECT_FALSE(ReadLogFileTail(path, 3, tail));
+}
+
+TEST_F(LogTailTest, EveryMessageIsHandedOverOnce) {
+  RingModel log(1200);
+  for (int i = 0; i < 1500; ++i) {
+    log.Submit(MakeBody(i, std::to_string(i)));
+    if (i % 100 == 0) log.Flush();
+  }
+  log.Flush();
+  Write(log);
+  Strings texts;
+  EXPECT_TRUE(ForEachInLogFile(
+      path, [&texts](const LogMessage& message) { texts.emplace_back(LogMessageView(message).Text()); }));
+  ASSERT_EQ(texts.size(), 1200U);
+  EXPECT_EQ(texts.front(), "300");
+  EXPECT_EQ(texts.back(), "1499");
+}
+
+}  // namespace

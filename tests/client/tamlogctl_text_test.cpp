@@ -1,0 +1,116 @@
+// What tamlogctl reads back: lists of filters and settings as text.
+
+#include <gtest/gtest.h>
+
+#include "tamlogctl/filter_text.h"
+#include "tamlogctl/settings_text.h"
+
+namespace {
+
+using TamLogCtl::FilterEntry;
+using Filters = std::vector<FilterEntry>;
+
+Filters Parsed(const std::string& text) {
+  std::string problem;
+  const auto filters = TamLogCtl::ParseFilters(text, problem);
+  EXPECT_TRUE(filters) << problem;
+  return filters.value_or(Filters{});
+}
+
+std::string Problem(const std::string& text) {
+  std::string problem;
+  EXPECT_FALSE(TamLogCtl::ParseFilters(text, problem)) << text;
+  return problem;
+}
+
+void ExpectSame(const Filters& left, const Filters& right) {
+  ASSERT_EQ(left.size(), right.size());
+  for (std::size_t i = 0; i < left.size(); ++i) {
+    EXPECT_EQ(left[i].text, right[i].text);
+    EXPECT_EQ(left[i].include, right[i].include);
+  }
+}
+
+const Filters kAwkward{
+    {"Camera", true}, {"", false}, {"tab\tline\nback\\", false}, {"\xE4\xFF", true}, {"\"q\"", false}};
+
+TEST(FilterText, BothFormsAreReadBackByteForByte) {
+  ExpectSame(Parsed(TamLogCtl::FiltersAsTsv(kAwkward)), kAwkward);
+  ExpectSame(Parsed(TamLogCtl::FiltersAsJson(kAwkward)), kAwkward);
+}
+
+TEST(FilterText, EmptyInputAndEmptyLinesAreNoFilters) {
+  EXPECT_TRUE(Parsed("").empty());
+  EXPECT_TRUE(Parsed("\n\r\n").empty());
+  EXPECT_TRUE(Parsed(" []").empty());
+  EXPECT_EQ(Parsed("include\tCamera\r\n")[0].text, "Camera");
+}
+
+TEST(FilterText, ProblemsNameThePlaceAndTheMend) {
+  EXPECT_NE(Problem("include\ta\nnonsense").find("line 2: expected include or exclude"), std::string::npos);
+  EXPECT_NE(Problem("keep\ta").find("line 1"), std::string::npos);
+  EXPECT_NE(Problem("[{\"kind\":\"include\"}]").find("entry 1"), std::string::npos);
+  EXPECT_NE(Problem("[{\"kind\":\"exclude\",\"text_hex\":\"E\"}]").find("entry 1"), std::string::npos);
+  EXPECT_NE(Problem("[{\"kind\":3,\"text\":\"a\"}]").find("entry 1"), std::string::npos);
+  EXPECT_NE(Problem("[").find("JSON array"), std::string::npos);
+}
+
+TEST(FilterText, ListShowsTheRuleTheNumbersAndTheRemarks) {
+  EXPECT_EQ(TamLogCtl::FiltersAsText({{"Camera", true}, {"", true}, {"Laser", false}}),
+            "rule: only included sources are kept; excludes are not looked at\n"
+            "  1  include  Camera\n"
+            "  2  include  \"\"  (empty: matches every source)\n"
+            "  3  exclude  Laser  (not looked at while there are includes)\n");
+  EXPECT_EQ(TamLogCtl::FiltersAsText({}), "rule: every source is kept\n");
+}
+
+TEST(FilterText, OverLongOnesAreRefused) {
+  EXPECT_EQ(TamLogCtl::FilterProblem({std::string(127, 'f'), true}), "");
+  EXPECT_NE(TamLogCtl::FilterProblem({std::string(128, 'f'), true}).find("127 are allowed"),
+            std::string::npos);
+  EXPECT_NE(TamLogCtl::FilterProblem({std::string("a\0b", 3), true}), "");
+}
+
+TEST(SettingsText, WhatGetPrintsSetReads) {
+  const SettingsBody settings{50000, 1000, 11, 300};
+  std::string problem;
+  const auto change = TamLogCtl::ParseSettings(TamLogCtl::SettingsAsJson(settings, 50000), problem);
+  ASSERT_TRUE(change) << problem;
+  const SettingsBody result = TamLogCtl::Changed({1, 2, 3, 4}, *change);
+  EXPECT_EQ(result.maxMessage, 50000U);
+  EXPECT_EQ(result.devicePollRate, 1000U);
+  EXPECT_EQ(result.typeFilter, 11U);
+  EXPECT_EQ(result.saveRate, 300U);
+}
+
+TEST(SettingsText, WhatIsNotNamedStays) {
+  std::string problem;
+  const auto change = TamLogCtl::ParseSettings(R"({"poll_ms":20,"types":9})", problem);
+  ASSERT_TRUE(change) << problem;
+  const SettingsBody result = TamLogCtl::Changed({1, 2, 3, 4}, *change);
+  EXPECT_EQ(result.maxMessage, 1U);
+  EXPECT_EQ(result.devicePollRate, 20U);
+  EXPECT_EQ(result.typeFilter, 9U);
+  EXPECT_EQ(result.saveRate, 4U);
+}
+
+TEST(SettingsText, ValuesThatTheServerCouldNotBearAreRefused) {
+  for (const char* const text :
+       {R"({"poll_ms":0})", R"({"save_s":0})", R"({"capacity":0})", R"({"capacity":1000001})",
+        R"({"save_s":4294968})", R"({"poll_ms":-1})", R"({"poll_ms":"20"})", R"({"types":[4]})",
+        R"({"types":16})", R"({"types":"0"})", "[]", "nonsense", ""}) {
+    std::string problem;
+    EXPECT_FALSE(TamLogCtl::ParseSettings(text, problem)) << text;
+    EXPECT_NE(problem, "") << text;
+  }
+}
+
+TEST(SettingsText, CapacityInEffectIsShownBesideTheOneAskedFor) {
+  const SettingsBody settings{200, 1000, 15, 300};
+  EXPECT_NE(TamLogCtl::SettingsAsText(settings, 100).find("200 asked for, 100 in effect"), std::string::npos);
+  EXPECT_NE(TamLogCtl::SettingsAsText(settings, std::nullopt).find("unknown in effect"), std::string::npos);
+  EXPECT_EQ(TamLogCtl::TypesText(0), "none");
+  EXPECT_EQ(TamLogCtl::TypesText(13), "0,2,3");
+}
+
+}  // namespace

@@ -1,0 +1,162 @@
+// tamlogctl's verbs for administrators against the real service: filters, settings, clearing, the service
+// itself, and the diagnosis of a server that a dead reader holds up.
+
+#include "client/log_examiner.h"
+#include "tests/system/system_test.h"
+
+using namespace std::chrono_literals;
+
+class Administration : public SystemTest {
+ protected:
+  // Its output, standard error included.
+  CommandReport Tool(const std::string& arguments, const std::string& input = "") const {
+    ChildProcess tool("\"" + OwnDirectory() + "\\tamlogctl.exe\" " + arguments);
+    if (!input.empty()) tool.WriteLine(input);
+    tool.CloseInput();
+    CommandReport report;
+    report.output = tool.FinishOutput(60s);
+    report.exitCode = tool.WaitForEnd(0s);
+    return report;
+  }
+  void Expect(const std::string& arguments, std::uint32_t exitCode, const std::string& words,
+              const std::string& input = "") const {
+    const CommandReport report = Tool(arguments, input);
+    EXPECT_EQ(report.exitCode, exitCode) << arguments << "\n" << report.output;
+    EXPECT_NE(report.output.find(words), std::string::npos) << arguments << "\n" << report.output;
+  }
+  void KillAReaderInside() {
+    ReaderProcess reader("hold", ScratchFile("killed"));
+    ASSERT_EQ(reader.NextLine(), "holding");
+    reader.Kill();
+  }
+};
+
+TEST_F(Administration, FiltersAreListedTestedAndRemovedOneByOne) {
+  RunService();
+  Expect("filter list", 0, "rule: every source is kept");
+  Expect("filter add -x Heartbeat -x Poll", 0, "");
+  Expect("filter list", 0, "  2  exclude  Poll\n");
+  Expect("filter test heart 1", 1, "type 1  dropped by exclude filter 'Heartbeat' (1)");
+  Expect("filter test Camera", 0, "type 3  kept: no filter matches");
+  Expect("filter remove 1", 0, "messages that arrived in between met a partial list");
+  Expect("filter list -o tsv", 0, "exclude\tPoll\n");
+  Expect("filter remove -x Heartbeat", 1, "there is no exclude filter 'Heartbeat'");
+  Expect("filter remove 7", 1, "there is no filter 7");
+  Expect("filter add -i C", 0, "very short");
+  Expect("filter list", 0, "exclude  Poll  (not looked at while there are includes)");
+  Expect("filter test Poll 0", 1, "dropped: no include filter matches");
+  Expect("filter set -", 0, "", "[{\"kind\":\"include\",\"text\":\"Laser\"}]");
+  Expect("filter list -o tsv", 0, "include\tLaser\n");
+  Expect("filter clear", 0, "");
+  Expect("filter list", 0, "rule: every source is kept\n");
+}
+
+TEST_F(Administration, WhatWouldHarmTheServerIsRefusedBeforeItIsSent) {
+  RunService();
+  Expect("filter add -x Good -x " + std::string(128, 'f'), 2, "128 bytes, 127 are allowed");
+  Expect("filter list", 0, "rule: every source is kept\n");
+  Expect("settings path C:\\" + std::string(253, 'p'), 2, "256 bytes, 255 are allowed");
+  Expect("settings path Logs.dat", 2, "no absolute path");
+  Expect("settings set --poll 0", 2, "--poll");
+  Expect("settings set -", 2, "poll_ms: expected a number from 1", "{\"poll_ms\":0}");
+  Expect("settings set", 2, "name what is to be changed");
+  Expect("clear", 2, "add --yes");
+}
+
+TEST_F(Administration, FilterThatWouldEndTheServerIsNotAskedFor) {
+  Settings({});
+  ServerRegistry::WriteFilter("Filters0", "e" + std::string(130, 'f'));
+  InstallService();
+  StartService();
+  Expect("filter list", 6, "a stored filter has 130 bytes");
+  Expect("doctor", 1, "fail  filters  one has 130 bytes");
+  Expect("status", 0, "filters   unknown");
+  EXPECT_TRUE(ServiceProcess().Alive());
+}
+
+TEST_F(Administration, ConfirmSaysWhatBecameOfTheMessage) {
+  RunService({.typeFilter = 7});
+  Expect("send --confirm -s Camera hello", 0, "stored as 0");
+  Expect("send --confirm -s Camera -t 3 hello", 1, "dropped by type: 3 is switched off");
+  Expect("filter add -x Cam", 0, "");
+  Expect("send --confirm -s Camera hello", 1, "dropped by exclude filter 'Cam' (1)");
+}
+
+TEST_F(Administration, ChangeOfCapacitySavesTheMessagesAndKeepHandsThemInAgain) {
+  RunService({.maxMessage = 20});
+  const std::string input = "one\ntwo\nthree\nfour\nfive";
+  Expect("send -s Demo", 0, "", input);
+  ASSERT_TRUE(WaitForMessageCount(5, 10s));
+  const std::string backup = ScratchFile("saved.dat");
+  Expect("settings set --capacity 40 --keep --backup \"" + backup + "\"", 0,
+         "capacity 40 asked for, 40 in effect");
+  Expect("show -o cat", 0, "one\ntwo\nthree\nfour\nfive\n");
+  Expect("show -o cat --file \"" + backup + "\"", 0, "one\ntwo\nthree\nfour\nfive\n");
+  Expect("settings get -o json", 0, "\"capacity_in_effect\": 40");
+  Expect("settings set --capacity 40", 0, "nothing to change");
+  EXPECT_EQ(CurrentSettings().devicePollRate, 100U);  // what was not named
+  Expect("clear --yes --backup \"" + backup + "\"", 8, "exists already");
+  ASSERT_TRUE(WaitForMessageCount(5, 10s));
+  Expect("clear --yes --backup \"" + backup + "2\"", 0, "emptied");
+  Expect("show -o cat --file \"" + backup + "2\"", 0, "one\ntwo\nthree\nfour\nfive\n");
+  EXPECT_EQ(Header().messageCount, 0);
+  Expect("doctor", 0, "ok    section");
+}
+
+TEST_F(Administration, ServiceIsStoppedStartedAndLookedAt) {
+  Expect("server state", 3, "not installed");
+  Expect("server start", 3, "the service is not installed");
+  Expect("doctor", 3, "warn  service  not installed");
+  Settings({});
+  InstallService();
+  Expect("server state", 1, "stopped");
+  Expect("server start", 0, "the server runs");
+  AdoptService();
+  Expect("server state", 0, "running, process ");
+  Expect("status", 0, "capacity 100 asked for, 100 in effect");
+  Expect("server stop", 0, "the server is stopped");
+  Expect("doctor", 3, "fail  service  installed, but stopped");
+}
+
+TEST_F(Administration, DoctorSeesAReaderThatDiedInsideAndUnsticksTheServer) {
+  RunService();
+  SubmitOverPipe(Message("before", 0));
+  ExpectTexts({"before"});
+  Expect("doctor", 0, "ok    readers  nobody is stuck inside");
+  KillAReaderInside();
+  SubmitOverPipe(Message("held up", 1));
+  Expect("doctor", 1, "1 inside, and nobody moves");
+  Expect("doctor -o json --watch 500", 1, "\"check\": \"readers\",\n      \"state\": \"fail\"");
+  EXPECT_EQ(TextsOfFile(), std::vector<std::string>{"before"});
+  Expect("doctor --unstick", 1, "unstick: set the count of readers inside to 0");
+  ExpectTexts({"held up", "before"});
+  Expect("doctor", 0, "ok    readers  nobody is stuck inside");
+  SubmitOverPipe(Message("after", 2));
+  ExpectTexts({"after", "held up", "before"});
+}
+
+TEST_F(Administration, UnstickBeforeAnythingIsPendingLeavesNoCountBehind) {
+  RunService();
+  KillAReaderInside();
+  Expect("doctor --unstick", 1, "the next message will wait for it");
+  EXPECT_EQ(Header().readCount, 0);
+  Expect("status", 0, "running");  // a reader that enters and leaves
+  SubmitOverPipe(Message("after", 0));
+  ExpectTexts({"after"});
+}
+
+TEST_F(Administration, UnstickDoesNothingWhereNothingIsStuck) {
+  RunService();
+  SubmitOverPipe(Message("one", 0));
+  ExpectTexts({"one"});
+  Expect("doctor --unstick", 0, "unstick: nothing is stuck; nothing was done");
+}
+
+TEST_F(Administration, DoctorSeesABlockedListenerAndFreesIt) {
+  RunService();
+  PipeConnection half;
+  ASSERT_TRUE(Eventually(5s, [&half] { return half.OpenRequestPipe() == 0; }));
+  Expect("doctor --timeout 1000", 1, "fail  pipe     busy all the time");
+  Expect("doctor --timeout 1000 --unstick", 1, "unstick: opened and closed the reply pipe");
+  Expect("doctor", 0, "ok    pipe     answers");
+}
