@@ -25,6 +25,8 @@ case "$#:${1:-}" in
   *) usage >&2; exit 2 ;;
 esac
 [[ -t 1 ]] || once=yes
+# shellcheck source=scripts/fixed-layout.sh
+. "$(dirname "$0")/scripts/fixed-layout.sh" "$@"
 color=()
 if [[ -t 1 && -z ${NO_COLOR:-} ]]; then color=(--color always); fi
 cd "$(dirname "$0")"

@@ -48,6 +48,8 @@ for argument in "$@"; do
   esac
 done
 ((${#wanted[@]} > 0)) || wanted=("${all_steps[@]}")
+# shellcheck source=scripts/fixed-layout.sh
+. "$(dirname "$0")/scripts/fixed-layout.sh" "$@"
 cd "$(dirname "$0")"
 readonly root=$PWD
 readonly logs=$root/build/test
@@ -170,12 +172,9 @@ finish_beside() {
 
 # --- Tests.
 
-# ThreadSanitizer of GCC 12 cannot live with the address layout that newer kernels choose at random.
 run_natively() {
-  local fixed_layout=()
-  if setarch "$(uname -m)" -R true 2>/dev/null; then fixed_layout=(setarch "$(uname -m)" -R); fi
   UBSAN_OPTIONS=print_stacktrace=1 TSAN_OPTIONS=halt_on_error=1 \
-    "${fixed_layout[@]}" ctest --test-dir "build/$1" --output-on-failure -j "$cores"
+    ctest --test-dir "build/$1" --output-on-failure -j "$cores"
 }
 
 # with_prefix NAME COMMAND...

@@ -15,7 +15,7 @@ TEXT
 }
 
 jobs=$(nproc)
-export depth=--checks=-clang-analyzer-*
+export depth='--checks=-clang-analyzer-*'
 while [[ ${1:-} == -* && ${1:-} != --all ]]; do
   case $1 in
     -h | --help) usage; exit 0 ;;

@@ -15,6 +15,8 @@ case ${1:-} in
   -h | --help) usage; exit 0 ;;
   '' | -* | */* | .* | template*) usage >&2; exit 2 ;;
 esac
+# shellcheck source=scripts/fixed-layout.sh
+. "$(dirname "$0")/fixed-layout.sh" "$@"
 name=$1
 root=$(cd "$(dirname "$0")/.." && pwd -P)
 prefixes=$root/build/wine

@@ -6,6 +6,8 @@ set -euo pipefail
 case ${1:-} in
   '' | -h | --help) echo "usage: scripts/wine-run.sh PROGRAM.exe [ARGUMENT...]"; exit 2 ;;
 esac
+# shellcheck source=scripts/fixed-layout.sh
+. "$(dirname "$0")/fixed-layout.sh" "$@"
 root=$(cd "$(dirname "$0")/.." && pwd -P)
 given=${CTEST_RESOURCE_GROUP_0_PREFIXES:-} # id:NAME,slots:1
 if [[ -n $given ]]; then
