@@ -40,10 +40,11 @@ void MessageFile::CloseFile() {
   mappedView.Unmap();
 }
 
-void MessageFile::MapView(NativeHandle file, SecurityAttributes* attributes) {
+void MessageFile::MapWithoutReaders(NativeHandle file, SecurityAttributes* attributes) {
   const LeafLock::Guard guard(viewLock);
   mappedView.Map(file, objectNames.mapping, attributes);
   ++mappings;
+  WithContext("Failed to reset the read count in SetFileView()", [&] { mappedView.SetReadCount(0); });
 }
 
 void MessageFile::CloseView() {

@@ -76,8 +76,11 @@ class MessageFile {
     return std::forward<Use>(use)(mappedView);
   }
 
-  // Maps the whole of `file` under the map name. Fails as MappedView::Map does.
-  void MapView(NativeHandle file, SecurityAttributes* attributes) EXCLUDES(viewLock);
+  // Maps the whole of `file` under the map name and sets its read count to 0, both before a thread of this
+  // process can come in as reader: one that was counted in between would leave a count of -1 behind, and
+  // writers would wait for good. Fails as MappedView::Map does, or with "Failed to reset the read count in
+  // SetFileView()".
+  void MapWithoutReaders(NativeHandle file, SecurityAttributes* attributes) EXCLUDES(viewLock);
   void CloseView() EXCLUDES(viewLock);
 
   // The two sides of the read-wait event: new readers wait, new readers may enter.

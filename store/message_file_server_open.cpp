@@ -136,10 +136,7 @@ bool MessageFileServer::OpenLogFile(const std::string& path, std::uint32_t& lowF
 void MessageFileServer::SetFileView() {
   CloseView();
   EveryoneSecurity security(kFileMapAccess);
-  MapView(file.Get(), security.GetSecurityAttributes());
-  constexpr char kCannotReset[] = "Failed to reset the read count in SetFileView()";
-  UseView(PresentTicket(kCannotReset), kCannotReset,
-          [&](MappedView& view) { WithContext(kCannotReset, [&] { view.SetReadCount(0); }); });
+  MapWithoutReaders(file.Get(), security.GetSecurityAttributes());
 }
 
 bool MessageFileServer::VerifyIntegrity() {

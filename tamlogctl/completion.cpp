@@ -141,8 +141,8 @@ std::string PowerShell(const VerbInfo& program) {
       if (option.value.empty()) continue;
       // Short options differ by case, so the keys are compared with regard to it.
       for (const std::string& name : option.names) {
-        values += "  $values[";
-        values += Quoted(path + " " + name) + "] = " + Quoted(ValueOf(option)) + "\n";
+        values.append("  $values[").append(Quoted(path + " " + name)).append("] = ");
+        values.append(Quoted(ValueOf(option))).append("\n");
       }
     }
   });

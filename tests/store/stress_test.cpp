@@ -191,5 +191,25 @@ TEST_F(Stress, OpeningAndClosingUnderRunningThreadsNeverDamagesTheFile) {
   EXPECT_TRUE(server->VerifyIntegrity());
 }
 
+// A thread that comes in as reader between the mapping of the file and the reset of its read count would
+// leave a count below 0 behind, and no writer would ever be let in again.
+TEST_F(Stress, ReadersThatComeInDuringAnOpenAreCountedOutAgain) {
+  Open();
+  for (int reader = 0; reader < 3; ++reader) {
+    Run([this] {
+      while (!stopped) FailureOf([this] { server->WriteToDisk(); });
+    });
+  }
+  for (int i = 0; i < 80; ++i) {
+    Close(0);
+    Open();
+    Submit("m", At(1, 0));
+    Flush();
+  }
+  stopped = true;
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(Header().readCount, 0);
+}
+
 }  // namespace
 }  // namespace StoreTest
