@@ -16,7 +16,7 @@ using Fields = std::array<std::uint64_t, kFields>;
 
 void AppendField(std::uint64_t value, std::string& out) {
   std::array<char, 16> digits{};
-  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value, 16).ptr;
+  char* const end = std::to_chars(digits.data(), digits.data() + digits.size(), value, 16).ptr;
   out += '.';
   out.append(digits.data(), end);
 }

@@ -45,8 +45,8 @@ class MessageStats {
   // Most messages first; equal counts by name.
   std::vector<Source> Sources() const;
 
-  // Periods of this many minutes that hold messages, oldest first. The length has to divide a day.
-  std::vector<Period> Periods(std::uint32_t minutes) const;
+  // Periods of `length` minutes that hold messages, oldest first. It has to divide a day.
+  std::vector<Period> Periods(std::uint32_t length) const;
 
   const std::optional<TimeWords>& Oldest() const { return oldest; }
   const std::optional<TimeWords>& Newest() const { return newest; }

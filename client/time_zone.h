@@ -30,8 +30,8 @@ class TimeZone {
   // Minutes ahead of UTC; nothing when no zone is stated or the time is not real.
   std::optional<int> OffsetAt(const TimeWords& written);
 
-  // Appends "Z" when the zone is utc, else "+hh:mm" or "-hh:mm".
-  void AppendOffset(int minutes, std::string& out) const;
+  // Appends "Z" when the zone is utc, else `offset`, in minutes, as "+hh:mm" or "-hh:mm".
+  void AppendOffset(int offset, std::string& out) const;
 
  private:
   enum class Kind : std::uint8_t { Written, Utc, Fixed, Local };

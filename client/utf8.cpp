@@ -84,11 +84,11 @@ bool IsValidUtf8(std::string_view text) {
 
 void AppendVisible(std::string_view text, std::string& out) {
   while (!text.empty()) {
-    const auto plainEnd = std::find_if(text.begin(), text.end(), [](char character) {
-      return character < 0x20 || character >= 0x7F;  // bytes of 0x80 and more are negative
-    });
-    out.append(text.begin(), plainEnd);
-    text.remove_prefix(static_cast<std::size_t>(plainEnd - text.begin()));
+    std::size_t plain = 0;
+    while (plain < text.size() && text[plain] >= 0x20 && text[plain] < 0x7F)
+      ++plain;  // 0x80 and up is negative
+    out.append(text.substr(0, plain));
+    text.remove_prefix(plain);
     if (text.empty()) return;
     const unsigned lead = ByteAt(text, 0);
     const std::size_t length = Utf8SequenceLength(text);

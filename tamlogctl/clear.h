@@ -15,6 +15,6 @@ struct ClearOptions : CommonOptions {
 };
 
 // Returns the program's exit code and has said on stderr what went wrong. 1: the user said no.
-int Clear(const ClearOptions& options);
+int Clear(const ClearOptions& given);
 
 }  // namespace TamLogCtl

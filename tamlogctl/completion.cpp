@@ -141,7 +141,9 @@ std::string PowerShell(const VerbInfo& program) {
       if (option.value.empty()) continue;
       // Short options differ by case, so the keys are compared with regard to it.
       for (const std::string& name : option.names) {
-        values.append("  $values[").append(Quoted(path + " " + name)).append("] = ");
+        std::string key = path;
+        key.append(" ").append(name);
+        values.append("  $values[").append(Quoted(key)).append("] = ");
         values.append(Quoted(ValueOf(option))).append("\n");
       }
     }

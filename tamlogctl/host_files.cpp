@@ -50,6 +50,7 @@ std::optional<std::vector<HostFile>> MakeHostFiles(const std::vector<std::string
                                                    const std::vector<std::string>& labels,
                                                    const std::vector<std::string>& offsets) {
   std::vector<HostFile> all;
+  all.reserve(files.size() + labels.size());
   for (const std::string& file : files) all.push_back({"", file, {}});
   for (const std::string& label : labels) {
     auto pair = SplitAtEquals("--label", label);
