@@ -1,5 +1,8 @@
 #include <CLI/CLI.hpp>
+#include <map>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "tamlogctl/command_line.h"
 #include "tamlogctl/import.h"
@@ -41,13 +44,16 @@ Examples:
                                               where one clock is an hour ahead)";
 
 constexpr const char* kExportFooter =
-    R"(The file appears under its name only when it is whole.
+    R"(The file appears under its name only when it is whole. With --follow it grows until Ctrl-C; one that is put
+aside is called TARGET.1, the one before it TARGET.2, and so on.
 
 Examples:
   tamlogctl export today.csv -o csv -S today  of the running server's log
   tamlogctl export backup.dat --log           as a log file that a server accepts
   tamlogctl export all.json -o json --file a.dat --file b.dat
-                                              of copied logs, merged by time)";
+                                              of copied logs, merged by time
+  tamlogctl export log.json -o json --follow --cursor-file done.txt --rotate 10M --rotate 1d --keep 30
+                                              all that comes, in files of a day or of 10 MiB)";
 
 constexpr const char* kImportFooter =
     R"(Messages keep their times; the server sorts them in. After a lost connection it goes on where it was. Exit codes:
@@ -57,6 +63,13 @@ Examples:
   tamlogctl import backup.dat                 what is readable of a log file
   tamlogctl import saved.json                 what `show -o json` wrote
   tamlogctl import --input tsv a.txt b.txt    lines of tsv, merged by time)";
+
+std::string CheckRotation(const std::string& text) {
+  RotationLimits limits;
+  return TakeRotationLimit(text, limits)
+             ? ""
+             : "'" + text + "': expected a size such as 500K, 10M or 1G, or a time such as 15m, 1h, 1d or 1w";
+}
 
 void DefineVerify(CLI::App& app, Action& chosen) {
   const auto options = std::make_shared<VerifyVerbOptions>();
@@ -122,6 +135,57 @@ void DefineMerge(CLI::App& app, Action& chosen) {
   });
 }
 
+void DefineFollowing(CLI::App& verb, ExportOptions& to) {
+  CLI::Option* follow = verb.add_flag("-f,--follow", to.follow, "Go on with what comes");
+  CLI::Option* rotate = verb.add_option_function<std::vector<std::string>>(
+                                "--rotate",
+                                [&to](const std::vector<std::string>& limits) {
+                                  for (const std::string& limit : limits)
+                                    TakeRotationLimit(limit, to.rotation);
+                                },
+                                "Begin a new file after so many bytes (500K, 10M, 1G) or at each turn of a "
+                                "time (15m, 1h, 1d, 1w);"
+                                " repeatable")
+                            ->allow_extra_args(false)
+                            ->check(CheckRotation)
+                            ->option_text("SIZE|TIME");
+  verb.add_option("--keep", to.rotation.keep, "Files put aside that are kept; older ones are removed (all)")
+      ->check(CLI::Range(1, 1000000))
+      ->needs(rotate)
+      ->option_text("N");
+  CLI::Option* const others[] = {
+      rotate,
+      verb.add_option("--cursor-file", to.cursorFile,
+                      "Go on where this file says, and note there how far it came")
+          ->option_text("FILE"),
+      verb.add_option("--interval", to.intervalMs, "How often to look, in milliseconds (100)")
+          ->check(CLI::Range(10, 60000))
+          ->option_text("MS"),
+      verb.add_flag("--ordered", to.ordered, "Hold messages back until they are in time order"),
+      verb.add_option("--for", to.forSeconds, "End by itself after so long")
+          ->check(CLI::Range(0.0, 1e7))
+          ->option_text("SECONDS"),
+      verb.add_option("--events", to.events,
+                      "How losses, restarts and clears are told on stderr (stderr: in words)")
+          ->transform(CLI::CheckedTransformer(std::map<std::string, EventStyle>{
+              {"stderr", EventStyle::Text}, {"json", EventStyle::Json}, {"none", EventStyle::None}}))
+          ->option_text("stderr|json|none")};
+  for (CLI::Option* const option : others) option->needs(follow);
+}
+
+void Refuse(const char* option, const char* mend) {
+  throw CLI::ValidationError(option, mend);
+}
+
+void CheckFollowing(const ExportOptions& options) {
+  if (!options.files.empty()) Refuse("--file", "a copied log does not grow; leave out --follow");
+  if (options.asLog) Refuse("--log", "cannot be used with --follow: a log file has a fixed size");
+  if (options.output.format == "json-array")
+    Refuse("-o json-array", "cannot be used with --follow: the array would have no end; use -o json");
+  if (!options.cursorFile.empty() && !options.selection.until.empty())
+    Refuse("-U", "cannot be used with --cursor-file: what is newer would never be written");
+}
+
 void DefineExport(CLI::App& app, Action& chosen) {
   const auto options = std::make_shared<ExportOptions>();
   CLI::App* verb = app.add_subcommand("export", "Write messages to a file that appears as a whole");
@@ -136,13 +200,15 @@ void DefineExport(CLI::App& app, Action& chosen) {
       ->check(CLI::Range(1, 1000000))
       ->option_text("N");
   verb->add_flag("--force", options->force, "Replace TARGET when it is there");
+  DefineFollowing(*verb, *options);
   DefineOutputOptions(*verb, options->output);
   DefineSelectionOptions(*verb, options->selection);
   verb->add_flag("-q,--quiet", options->quiet, "Say nothing on stderr that is not an error");
   DefineCommonOptions(*verb, *options);
   verb->callback([options, &chosen] {
     CheckSelectionOptions(options->selection);
-    chosen = [options] { return ExportMessages(*options); };
+    if (options->follow) CheckFollowing(*options);
+    chosen = [options] { return options->follow ? FollowExport(*options) : ExportMessages(*options); };
   });
 }
 

@@ -30,7 +30,6 @@ class Export {
   void Take(const std::string& name, const std::string& bytes);
   int WriteText();
   int WriteLog();
-  int Explain(Status status) const;
 
   const ExportOptions& options;
   std::vector<LogSnapshot> logs;
@@ -82,17 +81,8 @@ int Export::Read() {
   return kDone;
 }
 
-int Export::Explain(Status status) const {
-  if (status == Status::BadValue) {
-    Say(options.target + ": is there already; give another name, or --force to replace it");
-    return kUsage;
-  }
-  Say(options.target + ": cannot be written: " + StatusText(status));
-  return status == Status::AccessDenied ? kAccessDenied : kOutputFailed;
-}
-
 int Export::WriteText() {
-  auto formatter = MakeFormatter(options.output, Color::Never);
+  auto formatter = MakeFileFormatter(options.output);
   if (!formatter) return kUsage;
   AtomicFile file;
   Status status = file.Open(options.target, options.force);
@@ -110,7 +100,7 @@ int Export::WriteText() {
   formatter->AppendTail(pending);
   if (status == Status::Ok && !file.Write(pending)) status = Status::SystemError;
   if (status == Status::Ok) status = file.Commit();
-  return status == Status::Ok ? kDone : Explain(status);
+  return status == Status::Ok ? kDone : ExplainTarget(options.target, status);
 }
 
 // Messages that break a rule cannot go into a log file: one of them costs a server the whole file.
@@ -131,7 +121,7 @@ int Export::WriteLog() {
         return *messages[index];
       },
       slots, options.force);
-  return status == Status::Ok ? kDone : Explain(status);
+  return status == Status::Ok ? kDone : ExplainTarget(options.target, status);
 }
 
 int Export::Run() {
@@ -146,6 +136,15 @@ int Export::Run() {
 }
 
 }  // namespace
+
+int ExplainTarget(const std::string& target, Status status) {
+  if (status == Status::BadValue) {
+    Say(target + ": is there already; give another name, or --force to replace it");
+    return kUsage;
+  }
+  Say(target + ": cannot be written: " + StatusText(status));
+  return status == Status::AccessDenied ? kAccessDenied : kOutputFailed;
+}
 
 int ExportMessages(const ExportOptions& options) {
   Export run(options);

@@ -21,8 +21,8 @@ bool Readable(Status status) {
 
 class Follower {
  public:
-  Follower(const ShowOptions& chosen, Printer& target, ReadingPosition& from)
-      : options(chosen), printer(target), position(from), stream(StreamOptions(chosen)) {}
+  Follower(const ShowOptions& chosen, FollowTarget& to, ReadingPosition& from)
+      : options(chosen), target(to), position(from), stream(StreamOptions(chosen)) {}
 
   int Run();
 
@@ -45,7 +45,7 @@ class Follower {
   bool Keep(bool atEnd);
 
   const ShowOptions& options;
-  Printer& printer;
+  FollowTarget& target;
   ReadingPosition& position;
   LogStream stream;
   std::uint64_t nextKeep = 0;  // ticks
@@ -60,11 +60,11 @@ int Follower::Run() {
   const Status drained = Drain(0);
   if (drained != Status::TimedOut && exitCode == kDone) exitCode = ExplainStatus(drained);
   stream.Close();
-  if (!printer.Finish()) return kOutputFailed;
+  if (!target.Finish()) return kOutputFailed;
   position.ShowCursor(stream.Snapshot());
   if (!Keep(true)) return kOutputFailed;
   if (exitCode != kDone) return exitCode;
-  return printer.Searches() && printer.Matched() == 0 ? kNothingMatched : kDone;
+  return target.NothingMatched() ? kNothingMatched : kDone;
 }
 
 Status Follower::Begin() {
@@ -73,7 +73,7 @@ Status Follower::Begin() {
   const LogSnapshot& snapshot = stream.Snapshot();
   std::vector<const LogMessage*> messages;
   for (const std::uint32_t slot : position.Beyond(snapshot)) messages.push_back(&snapshot.slots[slot]);
-  printer.PrintLast(messages);
+  target.PrintLast(messages);
   return status;
 }
 
@@ -82,7 +82,7 @@ int Follower::Loop() {
       options.forSeconds ? Ticks() + static_cast<std::uint64_t>(*options.forSeconds * 1000) : 0;
   for (;;) {
     const Status status = Drain(kStepMs);
-    if (!printer.Flush()) return kOutputFailed;
+    if (!target.Flush()) return kOutputFailed;
     if (status != Status::TimedOut) return ExplainStatus(status);
     if (!Keep(false)) return kOutputFailed;
     if (Interrupted()) return kInterrupted;
@@ -94,7 +94,7 @@ int Follower::Loop() {
 Status Follower::Drain(std::uint32_t waitMs) {
   LogItem item;
   Status status = stream.Next(item, waitMs);
-  while (status == Status::Ok && !printer.OutputFailed()) {
+  while (status == Status::Ok && !target.OutputFailed()) {
     Take(item);
     status = stream.Next(item, 0);
   }
@@ -106,7 +106,7 @@ void Follower::Take(const LogItem& item) {
   news = true;
   switch (item.kind) {
     case LogItem::Kind::Message:
-      return printer.Print(*item.message, item.late);
+      return target.Print(*item.message, item.late);
     case LogItem::Kind::Lost:
       return teller.Lost(item.loss);
     case LogItem::Kind::Cleared:
@@ -132,8 +132,8 @@ bool Follower::Keep(bool atEnd) {
 
 }  // namespace
 
-int Follow(const ShowOptions& options, Printer& printer, ReadingPosition& position) {
-  return Follower(options, printer, position).Run();
+int Follow(const ShowOptions& options, FollowTarget& target, ReadingPosition& position) {
+  return Follower(options, target, position).Run();
 }
 
 }  // namespace TamLogCtl

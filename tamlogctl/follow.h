@@ -1,17 +1,46 @@
 #pragma once
 
-// Following the log of a running server, for show -f and follow.
+// Following the log of a running server, for show -f, follow and export --follow.
+
+#include <cstddef>
+#include <vector>
 
 #include "client/status.h"
-#include "tamlogctl/printer.h"
+#include "store/log_file_format.h"
 #include "tamlogctl/reading_position.h"
 #include "tamlogctl/show.h"
 
 namespace TamLogCtl {
 
+// Where messages go that are followed.
+class FollowTarget {
+ public:
+  FollowTarget() = default;
+  FollowTarget(const FollowTarget&) = default;
+  FollowTarget& operator=(const FollowTarget&) = default;
+  virtual ~FollowTarget() = default;
+
+  // The messages that are there at the beginning, oldest first.
+  virtual void PrintLast(const std::vector<const LogMessage*>& oldestFirst) = 0;
+
+  // One that has come since. It may be held back until Flush.
+  virtual void Print(const LogMessage& message, bool late) = 0;
+
+  // Called several times a second. False once the output has failed, which has then been said.
+  virtual bool Flush() = 0;
+
+  // After the last message. False as above.
+  virtual bool Finish() = 0;
+
+  virtual bool OutputFailed() const = 0;
+
+  // Something was searched for, and nothing matched.
+  virtual bool NothingMatched() const = 0;
+};
+
 // Prints what there is and what comes, until it is interrupted, its time is over, or the output fails. The
 // program's exit code.
-int Follow(const ShowOptions& options, Printer& printer, ReadingPosition& position);
+int Follow(const ShowOptions& options, FollowTarget& target, ReadingPosition& position);
 
 // Says on stderr why the running server's log cannot be read; the program's exit code.
 int ExplainStatus(TamLogClient::Status status);

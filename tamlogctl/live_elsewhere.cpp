@@ -7,6 +7,7 @@
 #include "tamlogctl/filter.h"
 #include "tamlogctl/import.h"
 #include "tamlogctl/live_image.h"
+#include "tamlogctl/merge.h"
 #include "tamlogctl/send.h"
 #include "tamlogctl/server_control.h"
 #include "tamlogctl/settings.h"
@@ -32,6 +33,9 @@ int CollectLive(const StatsOptions& /*options*/, StatsCollector& /*collector*/) 
   return NoServerHere();
 }
 int ReadLiveImage(std::uint32_t /*timeoutMs*/, std::string& /*bytes*/) {
+  return NoServerHere();
+}
+int FollowExport(const ExportOptions& /*options*/) {
   return NoServerHere();
 }
 int ImportFiles(const ImportOptions& /*options*/) {

@@ -3,11 +3,15 @@
 // The verbs merge and export: messages of several files, or of the running server, to one stream or one file.
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "client/status.h"
 #include "tamlogctl/common_options.h"
+#include "tamlogctl/events.h"
 #include "tamlogctl/output_options.h"
+#include "tamlogctl/rotating_file.h"
 #include "tamlogctl/selection_options.h"
 
 namespace TamLogCtl {
@@ -30,9 +34,23 @@ struct ExportOptions : CommonOptions {
   std::uint32_t capacity = 0;      // of that; 0: that of the source
   bool force = false;
   bool quiet = false;
+
+  bool follow = false;
+  RotationLimits rotation;
+  std::string cursorFile;
+  std::uint32_t intervalMs = 100;
+  std::optional<double> forSeconds;
+  bool ordered = false;
+  EventStyle events = EventStyle::Text;
 };
 
 int MergeFiles(const MergeOptions& options);
 int ExportMessages(const ExportOptions& options);
+
+// export --follow: goes on with what comes, into files that are put aside one after the other.
+int FollowExport(const ExportOptions& options);
+
+// Says why the export's target cannot be written; the exit code.
+int ExplainTarget(const std::string& target, TamLogClient::Status status);
 
 }  // namespace TamLogCtl

@@ -114,15 +114,27 @@ void DefineOutputOptions(CLI::App& verb, OutputOptions& to) {
       ->option_text("NAME");
 }
 
-std::optional<TamLogClient::MessageFormatter> MakeFormatter(const OutputOptions& options, Color color) {
-  FormatOptions chosen;
-  chosen.terminal = StdoutIsTerminal();
+namespace {
+
+std::optional<TamLogClient::MessageFormatter> Make(const OutputOptions& options, FormatOptions chosen) {
   if (!TakeFormat(options, chosen) || !TakeFields(options, chosen) || !TakeZone(options, chosen) ||
       !TakeTypeNames(options, chosen) || !TakeEncoding(options, chosen)) {
     return std::nullopt;
   }
-  chosen.color = WantsColor(color);
   return TamLogClient::MessageFormatter(std::move(chosen));
+}
+
+}  // namespace
+
+std::optional<TamLogClient::MessageFormatter> MakeFormatter(const OutputOptions& options, Color color) {
+  FormatOptions chosen;
+  chosen.terminal = StdoutIsTerminal();
+  chosen.color = WantsColor(color);
+  return Make(options, std::move(chosen));
+}
+
+std::optional<TamLogClient::MessageFormatter> MakeFileFormatter(const OutputOptions& options) {
+  return Make(options, {});
 }
 
 }  // namespace TamLogCtl

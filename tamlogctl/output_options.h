@@ -27,4 +27,8 @@ void DefineOutputOptions(CLI::App& verb, OutputOptions& to);
 // Nothing, after a word on stderr, when an option's value makes no sense.
 std::optional<TamLogClient::MessageFormatter> MakeFormatter(const OutputOptions& options, Color color);
 
+// The same for a file, whatever standard output is: without colours, and with nothing changed for the sake of
+// a terminal.
+std::optional<TamLogClient::MessageFormatter> MakeFileFormatter(const OutputOptions& options);
+
 }  // namespace TamLogCtl

@@ -13,20 +13,21 @@
 #include "client/message_formatter.h"
 #include "client/message_selection.h"
 #include "store/log_file_format.h"
+#include "tamlogctl/follow.h"
 #include "tamlogctl/show.h"
 
 namespace TamLogCtl {
 
-class Printer {
+class Printer : public FollowTarget {
  public:
   // Nothing, after a word on stderr, when an option's value makes no sense.
   static std::optional<Printer> Make(const ShowOptions& options);
 
   // Prints those that are wanted, at most the last `options.last` of them.
-  void PrintLast(const std::vector<const LogMessage*>& oldestFirst);
+  void PrintLast(const std::vector<const LogMessage*>& oldestFirst) override;
 
   // Prints one message if it is wanted. It may be held back until Flush.
-  void Print(const LogMessage& message, bool late);
+  void Print(const LogMessage& message, bool late) override;
 
   // Only counts it, if it is wanted.
   void Count(const LogMessage& message) {
@@ -34,16 +35,17 @@ class Printer {
   }
 
   // After the last message: prints the number if that was asked for, and all that is held back.
-  bool Finish();
+  bool Finish() override;
 
   // False once standard output has failed.
-  bool Flush();
+  bool Flush() override;
 
   bool Wants(const LogMessage& message) const {
     return selection.Wants(TamLogClient::LogMessageView(message));
   }
   const std::optional<std::uint64_t>& Since() const { return selection.Since(); }
-  bool OutputFailed() const { return failed; }
+  bool OutputFailed() const override { return failed; }
+  bool NothingMatched() const override { return Searches() && matched == 0; }
   bool Searches() const { return !selection.Empty(); }
   std::size_t Matched() const { return matched; }
 

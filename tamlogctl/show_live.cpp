@@ -65,7 +65,7 @@ int ShowOnce(const ShowOptions& options, Printer& printer, ReadingPosition& posi
   position.ShowCursor(snapshot);
   if (!position.Keep(snapshot)) return kOutputFailed;
   if (const int damage = JudgeOf(status, snapshot); damage != kDone) return damage;
-  return printer.Searches() && printer.Matched() == 0 ? kNothingMatched : kDone;
+  return printer.NothingMatched() ? kNothingMatched : kDone;
 }
 
 }  // namespace
