@@ -56,7 +56,11 @@ AtomicFile::~AtomicFile() {
 
 Status AtomicFile::Open(const std::string& path, bool overwrite) {
   std::error_code error;
-  if (fs::is_directory(PathOf(path), error) || (!overwrite && IsThere(path))) return Status::BadValue;
+  const auto kind = fs::status(PathOf(path), error).type();
+  const bool known = kind != fs::file_type::none && kind != fs::file_type::unknown;
+  const bool isFile = kind == fs::file_type::regular || kind == fs::file_type::not_found;
+  // A device would not be written but lose its name.
+  if ((known && !isFile) || (!overwrite && IsThere(path))) return Status::BadValue;
   target = path;
   mayOverwrite = overwrite;
   std::string name = TemporaryName(path);

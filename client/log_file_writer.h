@@ -22,7 +22,8 @@ class AtomicFile {
   AtomicFile(const AtomicFile&) = delete;
   AtomicFile& operator=(const AtomicFile&) = delete;
 
-  // `path` in UTF-8. BadValue when something of this name is there and may not be overwritten; NotFound when
+  // `path` in UTF-8. BadValue when something of this name is there and may not be overwritten, or is no file;
+  // NotFound when
   // its directory does not exist.
   Status Open(const std::string& path, bool overwrite);
 

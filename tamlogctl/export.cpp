@@ -17,6 +17,8 @@ namespace {
 using TamLogClient::AtomicFile;
 using TamLogClient::LogMessageView;
 using TamLogClient::LogSnapshot;
+using TamLogClient::MessageFormatter;
+using TamLogClient::MessageSelection;
 using TamLogClient::Status;
 
 class Export {
@@ -26,9 +28,9 @@ class Export {
   int Run();
 
  private:
-  int Read();
+  int Read(const MessageSelection& selection);
   void Take(const std::string& name, const std::string& bytes);
-  int WriteText();
+  int WriteText(MessageFormatter& formatter);
   int WriteLog();
 
   const ExportOptions& options;
@@ -51,7 +53,7 @@ void Export::Take(const std::string& name, const std::string& bytes) {
   }
 }
 
-int Export::Read() {
+int Export::Read(const MessageSelection& selection) {
   logs.reserve(std::max<std::size_t>(1, options.files.size()));
   std::string bytes;
   for (const std::string& file : options.files) {
@@ -66,13 +68,11 @@ int Export::Read() {
     if (const int code = ReadLiveImage(options.timeoutMs, bytes); code != kDone) return code;
     Take("the running server's log", bytes);
   }
-  const auto selection = MakeSelection(options.selection);
-  if (!selection) return kUsage;
   for (const LogSnapshot& log : logs) {
     const auto order = OrderMessages(log);
     if (order.damaged > 0) exitCode = kDamaged;
     for (const std::uint32_t slot : order.oldestFirst) {
-      if (selection->Wants(LogMessageView(log.slots[slot]))) messages.push_back(&log.slots[slot]);
+      if (selection.Wants(LogMessageView(log.slots[slot]))) messages.push_back(&log.slots[slot]);
     }
   }
   std::stable_sort(messages.begin(), messages.end(), [](const LogMessage* left, const LogMessage* right) {
@@ -81,23 +81,21 @@ int Export::Read() {
   return kDone;
 }
 
-int Export::WriteText() {
-  auto formatter = MakeFileFormatter(options.output);
-  if (!formatter) return kUsage;
+int Export::WriteText(MessageFormatter& formatter) {
   AtomicFile file;
   Status status = file.Open(options.target, options.force);
   Progress progress("exporting messages", messages.size());
   std::string pending;
-  formatter->AppendHead(pending);
+  formatter.AppendHead(pending);
   for (std::size_t i = 0; status == Status::Ok && i < messages.size(); ++i) {
     progress.Show(i);
-    formatter->Append(*messages[i], false, pending);
+    formatter.Append(*messages[i], false, pending);
     constexpr std::size_t kWriteSize = std::size_t{1} << 16U;
     if (pending.size() < kWriteSize) continue;
     if (!file.Write(pending)) status = Status::SystemError;
     pending.clear();
   }
-  formatter->AppendTail(pending);
+  formatter.AppendTail(pending);
   if (status == Status::Ok && !file.Write(pending)) status = Status::SystemError;
   if (status == Status::Ok) status = file.Commit();
   return status == Status::Ok ? kDone : ExplainTarget(options.target, status);
@@ -125,13 +123,17 @@ int Export::WriteLog() {
 }
 
 int Export::Run() {
-  if (const int code = Read(); code != kDone) return code;
+  const auto selection = MakeSelection(options.selection);
+  auto formatter = selection ? MakeFileFormatter(options.output) : std::nullopt;
+  if (!formatter) return kUsage;
+  if (const int code = Read(*selection); code != kDone) return code;
   const std::size_t chosen = messages.size();
-  const int code = options.asLog ? WriteLog() : WriteText();
+  const int code = options.asLog ? WriteLog() : WriteText(*formatter);
   if (code != kDone) return code;
   if (!options.quiet) Say(options.target + ": " + std::to_string(messages.size()) + " messages");
   if (messages.size() < chosen)
     Say(std::to_string(chosen - messages.size()) + " messages break a rule of the format and were left out");
+  if (exitCode == kDone && chosen == 0 && !selection->Empty()) return kNothingMatched;
   return exitCode;
 }
 

@@ -38,6 +38,7 @@ class Import {
  private:
   int ReadAll();
   bool CountLog(Counts& counts) const;
+  Counts MissingOf(const Counts& there, std::size_t first, std::size_t end) const;
   int SendAll();
   int Recover();
   int Send(std::size_t index);
@@ -59,22 +60,10 @@ class Import {
 };
 
 int Import::ReadAll() {
-  for (const std::string& file : options.files) {
-    ImportSource source = ReadImport(file, options.input);
-    if (source.exitCode != kDone) {
-      Say(file + ": " + source.problem +
-          (source.unreadable > 1 ? " (and " + std::to_string(source.unreadable - 1) + " more)" : ""));
-      if (source.exitCode != kDamaged) return source.exitCode;
-      exitCode = kDamaged;
-    }
-    messages.insert(messages.end(), source.messages.begin(), source.messages.end());
-  }
-  // In order of time: a message older than others makes the server write those again.
-  std::stable_sort(messages.begin(), messages.end(),
-                   [](const auto& left, const auto& right) { return TimeKey(left) < TimeKey(right); });
+  exitCode = ReadImports(options.files, options.input, messages);
   refused.resize(messages.size());
   sentAt.resize(messages.size());
-  return kDone;
+  return exitCode == kDamaged ? kDone : exitCode;
 }
 
 bool Import::CountLog(Counts& counts) const {
@@ -106,6 +95,27 @@ int Import::Send(std::size_t index) {
   return ExitCodeOf(status);
 }
 
+// How many copies of the messages from `first` to `end` the log lacks. Equal messages cannot be told apart,
+// so all that were handed in are counted.
+Counts Import::MissingOf(const Counts& there, std::size_t first, std::size_t end) const {
+  Counts missing;
+  for (std::size_t i = first; i < end; ++i) missing[IdentityOf(messages[i])] = 0;
+  for (std::size_t i = 0; i < end; ++i) {
+    const auto entry = missing.find(IdentityOf(messages[i]));
+    if (entry != missing.end() && !refused[i]) ++entry->second;
+  }
+  const auto countIn = [](const Counts& counts, const MessageIdentity& identity) {
+    const auto entry = counts.find(identity);
+    return entry == counts.end() ? std::uint64_t{0} : entry->second;
+  };
+  for (auto& [identity, count] : missing) {
+    const std::uint64_t now = countIn(there, identity);
+    const std::uint64_t arrived = now - std::min(now, countIn(before, identity));
+    count -= std::min(count, arrived);
+  }
+  return missing;
+}
+
 // The connection is lost. What was sent within the last flushes may be lost with it, and whether the last
 // message arrived is not known: the log says what is there, and the rest is sent again.
 int Import::Recover() {
@@ -128,12 +138,11 @@ int Import::Recover() {
   const std::size_t reached = std::min(next + 1, messages.size());
   std::size_t first = next;
   while (first > 0 && lostAt - sentAt[first - 1] < 2 * std::uint64_t{kSettleMs}) --first;
+  Counts missing = MissingOf(there, first, reached);
   for (std::size_t i = first; i < reached; ++i) {
-    const MessageIdentity identity = IdentityOf(messages[i]);
-    const auto held = before.find(identity);
-    const auto found = there.find(identity);
-    const std::uint64_t old = held == before.end() ? 0 : held->second;
-    if (refused[i] || (found != there.end() && found->second > old)) continue;
+    std::uint64_t& copies = missing[IdentityOf(messages[i])];
+    if (refused[i] || copies == 0) continue;
+    --copies;
     if (const int code = Send(i); code != kDone) return code;
     ++sentAgain;
     if (!Pace()) return kInterrupted;

@@ -1,5 +1,6 @@
 #include "tamlogctl/import_reader.h"
 
+#include <algorithm>
 #include <cstring>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -10,6 +11,7 @@
 #include "client/log_file_verify.h"
 #include "client/time_text.h"
 #include "client/tsv_text.h"
+#include "tamlogctl/console.h"
 #include "tamlogctl/exit_code.h"
 
 namespace TamLogCtl {
@@ -163,6 +165,24 @@ ImportSource ReadImport(const std::string& path, const std::string& format) {
     ReadLines(bytes, kind == "json", source);
   }
   return source;
+}
+
+int ReadImports(const std::vector<std::string>& paths, const std::string& format,
+                std::vector<LogMessageBody>& messages) {
+  int exitCode = kDone;
+  for (const std::string& path : paths) {
+    const ImportSource source = ReadImport(path, format);
+    if (source.exitCode != kDone) {
+      Say(path + ": " + source.problem +
+          (source.unreadable > 1 ? " (and " + std::to_string(source.unreadable - 1) + " more)" : ""));
+      if (source.exitCode != kDamaged) return source.exitCode;
+      exitCode = kDamaged;
+    }
+    messages.insert(messages.end(), source.messages.begin(), source.messages.end());
+  }
+  std::stable_sort(messages.begin(), messages.end(),
+                   [](const auto& left, const auto& right) { return TimeKey(left) < TimeKey(right); });
+  return exitCode;
 }
 
 }  // namespace TamLogCtl

@@ -20,4 +20,9 @@ struct ImportSource {
 // nothing is handed in by halves.
 ImportSource ReadImport(const std::string& path, const std::string& format);
 
+// The messages of all files in order of time: a message that is older than others makes the server write
+// those again. kDone, or after a word on stderr: kDamaged with what is readable, or another exit code.
+int ReadImports(const std::vector<std::string>& paths, const std::string& format,
+                std::vector<LogMessageBody>& messages);
+
 }  // namespace TamLogCtl

@@ -6,6 +6,7 @@
 #include "tamlogctl/exit_code.h"
 #include "tamlogctl/filter.h"
 #include "tamlogctl/import.h"
+#include "tamlogctl/import_reader.h"
 #include "tamlogctl/live_image.h"
 #include "tamlogctl/merge.h"
 #include "tamlogctl/send.h"
@@ -38,8 +39,11 @@ int ReadLiveImage(std::uint32_t /*timeoutMs*/, std::string& /*bytes*/) {
 int FollowExport(const ExportOptions& /*options*/) {
   return NoServerHere();
 }
-int ImportFiles(const ImportOptions& /*options*/) {
-  return NoServerHere();
+// What is wrong with the files is told here as well.
+int ImportFiles(const ImportOptions& options) {
+  std::vector<LogMessageBody> messages;
+  const int code = ReadImports(options.files, options.input, messages);
+  return code == kDone || code == kDamaged ? NoServerHere() : code;
 }
 int Send(const SendOptions& /*options*/) {
   return NoServerHere();

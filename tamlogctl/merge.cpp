@@ -19,6 +19,7 @@ namespace {
 using TamLogClient::LogFileContents;
 using TamLogClient::LogMessageView;
 using TamLogClient::MessageFormatter;
+using TamLogClient::MessageSelection;
 using TamLogClient::Status;
 
 bool IsJson(const std::string& format) {
@@ -64,7 +65,7 @@ class Merge {
 
  private:
   void Read(std::size_t index);
-  int Print();
+  int Print(const MessageSelection& selection, MessageFormatter& formatter);
 
   const MergeOptions& options;
   std::vector<HostFile> files;
@@ -92,38 +93,36 @@ void Merge::Read(std::size_t index) {
   }
 }
 
-int Merge::Print() {
-  const auto selection = MakeSelection(options.selection);
-  auto formatter = MakeFormatter(options.output, options.color);
-  if (!selection || !formatter) return kUsage;
+int Merge::Print(const MessageSelection& selection, MessageFormatter& formatter) {
   constexpr std::size_t kWriteSize = std::size_t{1} << 16U;
   std::string pending;
   std::size_t printed = 0;
-  formatter->AppendHead(pending);
+  formatter.AppendHead(pending);
   for (const Entry& entry : entries) {
-    if (!selection->Wants(LogMessageView(*entry.message))) continue;
+    if (!selection.Wants(LogMessageView(*entry.message))) continue;
     ++printed;
-    AppendLabelled(*formatter, *entry.message, files[entry.file].host, IsJson(options.output.format),
-                   pending);
+    AppendLabelled(formatter, *entry.message, files[entry.file].host, IsJson(options.output.format), pending);
     if (pending.size() < kWriteSize) continue;
     if (!WriteOut(pending)) return kOutputFailed;
     pending.clear();
   }
-  formatter->AppendTail(pending);
+  formatter.AppendTail(pending);
   if (!WriteOut(pending)) return kOutputFailed;
   if (exitCode != kDone) return exitCode;
-  return printed == 0 && !selection->Empty() ? kNothingMatched : kDone;
+  return printed == 0 && !selection.Empty() ? kNothingMatched : kDone;
 }
 
 int Merge::Run() {
   auto made = MakeHostFiles(options.files, options.labels, options.offsets);
-  if (!made) return kUsage;
+  const auto selection = made ? MakeSelection(options.selection) : std::nullopt;
+  auto formatter = selection ? MakeFormatter(options.output, options.color) : std::nullopt;
+  if (!formatter) return kUsage;
   files = std::move(*made);
   logs.resize(files.size());
   for (std::size_t i = 0; i < files.size(); ++i) Read(i);
   std::stable_sort(entries.begin(), entries.end(),
                    [](const Entry& left, const Entry& right) { return left.key < right.key; });
-  return Print();
+  return Print(*selection, *formatter);
 }
 
 }  // namespace

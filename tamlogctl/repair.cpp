@@ -34,7 +34,7 @@ std::string PlaceOf(const Loss& loss) {
   return place;
 }
 
-void Tell(const RepairPlan& plan, std::uint64_t messages, std::uint32_t capacity,
+bool Tell(const RepairPlan& plan, std::uint64_t messages, std::uint32_t capacity,
           const RepairVerbOptions& options) {
   std::string text = options.output + ": " + std::to_string(messages) + " messages";
   if (plan.oldestFirst.size() > plan.fromRing)
@@ -59,7 +59,7 @@ void Tell(const RepairPlan& plan, std::uint64_t messages, std::uint32_t capacity
   if (listed < plan.lost)
     text += "    and " + std::to_string(plan.lost - listed) + " more; list them with --all\n";
   text += "  a server keeps them when its capacity is set to " + std::to_string(capacity) + "\n";
-  WriteOut(text);
+  return WriteOut(text);
 }
 
 int Explain(const RepairVerbOptions& options, Status status) {
@@ -99,8 +99,7 @@ int RepairFile(const RepairVerbOptions& options) {
   };
   const Status status = TamLogClient::WriteLogFile(options.output, messages, give, capacity, options.force);
   if (status != Status::Ok) return Explain(options, status);
-  if (!options.quiet) Tell(plan, messages, capacity, options);
-  return kDone;
+  return options.quiet || Tell(plan, messages, capacity, options) ? kDone : kOutputFailed;
 }
 
 }  // namespace TamLogCtl

@@ -5,6 +5,9 @@
 #include <sys/resource.h>
 
 #include <csignal>
+#else
+#include "client/handle.h"
+#include "client/win32.h"
 #endif
 
 #include <chrono>
@@ -274,6 +277,30 @@ TEST_F(RotatingFileTest, WhatCannotBePutAsideGrowsOnUntilItCan) {
   EXPECT_EQ(Contents("log.1"), "aa\nbb\ncc\ndd\n");
   EXPECT_EQ(Contents("log"), "ee\n");
 }
+
+#ifdef _WIN32
+TEST_F(RotatingFileTest, FileThatAReaderHasOpenGrowsOnUntilItIsLetGo) {
+  options.limits.bytes = 4;
+  RotatingFile file(options);
+  ASSERT_EQ(file.Open(0), Status::Ok);
+  ASSERT_TRUE(file.Append("aa\n", 0));
+  ASSERT_TRUE(file.Flush(0));
+  TamLogClient::Handle reader(CreateFileA(Path("log").c_str(), GENERIC_READ,
+                                          FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0,
+                                          nullptr));
+  ASSERT_TRUE(reader);
+  ASSERT_TRUE(file.Append("bb\n", 0));
+  ASSERT_TRUE(file.Flush(0));
+  EXPECT_TRUE(file.HeldUp());
+  EXPECT_EQ(Contents("log"), "aa\nbb\n");
+  reader.Close();
+  ASSERT_TRUE(file.Append("cc\n", 5000));
+  ASSERT_TRUE(file.Flush(5000));
+  EXPECT_FALSE(file.HeldUp());
+  EXPECT_EQ(Contents("log.1"), "aa\nbb\n");
+  EXPECT_EQ(Contents("log"), "cc\n");
+}
+#endif
 
 TEST_F(RotatingFileTest, DirectoriesAreNoTargets) {
   fs::create_directory(Path("log"));

@@ -1,0 +1,230 @@
+// tamlogctl's verbs between files and the real service: export that goes on with what comes, and import.
+
+#include <algorithm>
+#include <sstream>
+
+#include "tests/system/system_test.h"
+
+using namespace std::chrono_literals;
+
+class LiveFiles : public SystemTest {
+ protected:
+  static std::string CommandLine(const std::string& arguments) {
+    return "\"" + OwnDirectory() + "\\tamlogctl.exe\" " + arguments;
+  }
+  // Its output, standard error included.
+  static CommandReport Tool(const std::string& arguments) {
+    ChildProcess tool(CommandLine(arguments));
+    tool.CloseInput();
+    return End(tool);
+  }
+  static CommandReport End(ChildProcess& tool) {
+    CommandReport report;
+    report.output = tool.FinishOutput(60s);
+    report.exitCode = tool.WaitForEnd(0s);
+    return report;
+  }
+  static void Expect(const std::string& arguments, std::uint32_t exitCode, const std::string& words) {
+    const CommandReport report = Tool(arguments);
+    EXPECT_EQ(report.exitCode, exitCode) << arguments << "\n" << report.output;
+    EXPECT_NE(report.output.find(words), std::string::npos) << arguments << "\n" << report.output;
+  }
+
+  std::string Quoted(const std::string& name) const { return "\"" + ScratchFile(name) + "\""; }
+
+  static std::string TextOf(int number) {
+    std::string digits = std::to_string(number);
+    digits.insert(0, 4 - digits.size(), '0');
+    return "message " + digits + " " + std::string(static_cast<std::size_t>(number % 50), '.');
+  }
+  static std::vector<std::string> Texts(int first, int end) {
+    std::vector<std::string> texts;
+    for (int number = first; number < end; ++number) texts.push_back(TextOf(number));
+    return texts;
+  }
+
+  // Messages of rising times, one every 10 ms.
+  static void Feed(int first, int end) {
+    std::optional<PipeConnection> client = PipeConnection::Connect(10s);
+    ASSERT_TRUE(client);
+    for (int number = first; number < end; ++number) {
+      ASSERT_EQ(client->AskForCode(SubmitRequest(Message(TextOf(number), number * 10))), ReplyCode::Done);
+    }
+  }
+
+  // The lines of the files that were put aside and of the one that is written, oldest first.
+  std::vector<std::string> Lines(const std::string& name) const {
+    std::vector<std::string> lines;
+    for (int number = 99; number >= 0; --number) {
+      std::istringstream bytes(
+          ReadWholeFile(ScratchFile(number > 0 ? name + "." + std::to_string(number) : name)));
+      for (std::string line; std::getline(bytes, line);) lines.push_back(line);
+    }
+    return lines;
+  }
+  // Messages of rising times, one every second.
+  static std::string TsvLines(int count) {
+    std::string lines;
+    const auto twoDigits = [](int value) {
+      return std::string(value < 10 ? "0" : "") + std::to_string(value);
+    };
+    for (int number = 0; number < count; ++number) {
+      lines += "2026-01-01 00:" + twoDigits(number / 60) + ":" + twoDigits(number % 60) + ".000\t1\tSaved\t" +
+               TextOf(number) + "\n";
+    }
+    return lines;
+  }
+  bool WaitForLine(const std::string& name, int number) const {
+    return Eventually(20s, [&] {
+      const auto lines = Lines(name);
+      return std::find(lines.begin(), lines.end(), TextOf(number)) != lines.end();
+    });
+  }
+  std::string ExportTo(const std::string& name, const std::string& more) const {
+    return "export " + Quoted(name) + " -o cat --follow --interval 20 --cursor-file " + Quoted("cursor") +
+           " " + more;
+  }
+};
+
+TEST_F(LiveFiles, ExportGoesOnOverRotationsRestartsOfTheServerAndItsOwn) {
+  RunService({.maxMessage = 400});
+  Feed(0, 40);
+  ChildProcess first(CommandLine(ExportTo("log", "--rotate 1K --for 8")));
+  ASSERT_TRUE(WaitForLine("log", 39));
+  Feed(40, 120);
+  ASSERT_TRUE(WaitForLine("log", 119));
+  StopService();
+  StartService();
+  Feed(120, 140);
+  const CommandReport report = End(first);
+  EXPECT_EQ(report.exitCode, 0U) << report.output;
+  EXPECT_NE(report.output.find("the server is back"), std::string::npos) << report.output;
+  EXPECT_EQ(report.output.find("lost"), std::string::npos) << report.output;
+  EXPECT_EQ(Lines("log"), Texts(0, 140));
+  Feed(140, 160);
+  ASSERT_TRUE(WaitForMessageCount(160, 10s));
+  Expect(ExportTo("log", "--rotate 1K --for 1"), 0, ": 20 messages in ");
+  EXPECT_EQ(Lines("log"), Texts(0, 160));
+  for (int number = 1; FileExists(ScratchFile("log." + std::to_string(number))); ++number) {
+    const std::string bytes = ReadWholeFile(ScratchFile("log." + std::to_string(number)));
+    EXPECT_LE(bytes.size(), 1024U);
+    EXPECT_GE(bytes.size(), 1024U - 80U) << number;
+    EXPECT_EQ(bytes.back(), '\n');
+  }
+}
+
+TEST_F(LiveFiles, ExportThatWasKilledGoesOnWithoutALoss) {
+  RunService({.maxMessage = 400});
+  Feed(0, 40);
+  {
+    ChildProcess killed(CommandLine(ExportTo("log", "--rotate 1K")));
+    ASSERT_TRUE(WaitForLine("log", 39));
+    ASSERT_TRUE(Eventually(10s, [this] { return FileExists(ScratchFile("cursor")); }));
+    Feed(40, 100);
+    ASSERT_TRUE(WaitForLine("log", 60));
+    killed.Kill();
+    killed.WaitForEnd(5s);
+  }
+  Feed(100, 120);
+  ASSERT_TRUE(WaitForMessageCount(120, 10s));
+  // What the last second before the end wrote may be there twice.
+  Expect(ExportTo("log", "--rotate 1K --for 1"), 0, " messages in ");
+  std::vector<std::string> lines = Lines("log");
+  std::sort(lines.begin(), lines.end());
+  lines.erase(std::unique(lines.begin(), lines.end()), lines.end());
+  EXPECT_EQ(lines, Texts(0, 120));
+}
+
+TEST_F(LiveFiles, ExportKeepsTheNewestFilesAndTakesNothingThatIsNotItsOwn) {
+  RunService({.maxMessage = 400});
+  Feed(0, 100);
+  ASSERT_TRUE(WaitForMessageCount(100, 10s));
+  Expect(ExportTo("log", "--rotate 1K --keep 2 --for 0.5"), 0, ": 100 messages in ");
+  EXPECT_FALSE(FileExists(ScratchFile("log.3")));
+  const std::vector<std::string> lines = Lines("log");
+  ASSERT_GE(lines.size(), 20U);
+  EXPECT_EQ(lines, Texts(100 - static_cast<int>(lines.size()), 100));
+  Expect("export " + Quoted("log") + " --follow --for 0.5", 2, "--cursor-file of the run that wrote it");
+  EXPECT_EQ(Lines("log"), lines);
+  Expect("export " + Quoted("log") + " --follow --for 0.5 -o csv --force -n 1 ", 2, "-n");
+  Expect("export " + Quoted("log") + " --follow --for 0.5 -o csv --force -g nothing", 1, ": 0 messages");
+  EXPECT_EQ(ReadWholeFile(ScratchFile("log")), "");
+  Expect("export " + Quoted("nowhere\\log") + " --follow --for 0.5", 8, "cannot be written");
+}
+
+TEST_F(LiveFiles, ImportBringsBackWhatEachFormatHasSaved) {
+  RunService({.maxMessage = 400});
+  Feed(0, 30);
+  ASSERT_TRUE(WaitForMessageCount(30, 10s));
+  const std::string before = Tool("show -o json --fields time,type,source,text,origin,tail").output;
+  Expect("export " + Quoted("saved.dat") + " --log", 0, "30 messages");
+  Expect("export " + Quoted("saved.json") + " -o json", 0, "30 messages");
+  Expect("export " + Quoted("saved.tsv") + " -o tsv", 0, "30 messages");
+  for (const char* const name : {"saved.dat", "saved.json", "saved.tsv"}) {
+    Expect("clear --yes", 0, "emptied");
+    Expect("import " + Quoted(name), 0, "30 messages handed in: 30 in the log, 0 not, 0 refused");
+    const bool bytes = std::string(name) != "saved.tsv";  // that has no column for what is not shown
+    const std::string fields = bytes ? "time,type,source,text,origin,tail" : "time,type,source,text";
+    const std::string now = Tool("show -o json --fields " + fields).output;
+    if (bytes) {
+      EXPECT_EQ(now, before) << name;
+    }
+    EXPECT_EQ(std::count(now.begin(), now.end(), '\n'), 30) << name;
+    Expect("show -o cat -n 1", 0, TextOf(29));
+  }
+}
+
+TEST_F(LiveFiles, ImportSaysWhatDidNotStayInTheLog) {
+  RunService({.maxMessage = 400});
+  Feed(0, 30);
+  ASSERT_TRUE(WaitForMessageCount(30, 10s));
+  Expect("export " + Quoted("saved.dat") + " --log", 0, "30 messages");
+  Expect("clear --yes", 0, "emptied");
+  Expect("filter add -x System", 0, "");
+  Expect("import " + Quoted("saved.dat"), 1, "0 in the log, 30 not, 0 refused");
+  Expect("filter clear", 0, "");
+  // A text that never ends costs one message, and the rest is handed in.
+  std::string bytes = ReadWholeFile(ScratchFile("saved.dat"));
+  const std::size_t slot = kSlotsOffset + 5 * sizeof(LogMessage);
+  std::fill_n(bytes.begin() + static_cast<std::ptrdiff_t>(slot), sizeof(LogMessage), '\xFF');
+  WriteWholeFile(ScratchFile("damaged.dat"), bytes);
+  Expect("import " + Quoted("damaged.dat"), 7, "29 in the log, 0 not, 0 refused");
+  WriteWholeFile(ScratchFile("bad.json"), "{\"time\":\"2026-01-01T00:00:00\"}\n");
+  Expect("import " + Quoted("bad.json"), 2, "line 1: expected \"type\" from 0 to 3");
+  Expect("import " + Quoted("missing.json"), 3, "no such file");
+  EXPECT_EQ(Header().messageCount, 29);
+  StopService();
+  Expect("import " + Quoted("saved.dat"), 3, "the server is not running");
+}
+
+// More than the ring holds, and older than what is there: the log must not be laid down newest first, which
+// would cost all of it at the next start.
+TEST_F(LiveFiles, ImportOfMoreThanTheCapacityLeavesALogThatIsKept) {
+  RunService({.maxMessage = 100});
+  WriteWholeFile(ScratchFile("many.tsv"), TsvLines(250));
+  Expect("import " + Quoted("many.tsv"), 1, "100 in the log, 150 not, 0 refused");
+  Expect("verify --live --strict -q", 0, "");
+  StopService();
+  StartService();
+  Expect("show --count", 0, "100");
+  Expect("show -o cat -n 1", 0, TextOf(249));
+}
+
+TEST_F(LiveFiles, ImportGoesOnOverARestartOfTheServerWithoutRepeatingAMessage) {
+  RunService({.maxMessage = 1000});
+  WriteWholeFile(ScratchFile("many.tsv"), TsvLines(3000));
+  ChildProcess import(CommandLine("import " + Quoted("many.tsv")));
+  import.CloseInput();
+  ASSERT_TRUE(Eventually(20s, [this] { return Header().messageCount >= 200; }));
+  StopService();
+  StartService();
+  const CommandReport report = End(import);
+  EXPECT_EQ(report.exitCode, 1U) << report.output;
+  EXPECT_NE(report.output.find("the connection is lost after "), std::string::npos) << report.output;
+  EXPECT_NE(report.output.find("3000 messages handed in: 1000 in the log, 2000 not, 0 refused"),
+            std::string::npos)
+      << report.output;
+  std::string expected;
+  for (const std::string& text : Texts(2000, 3000)) expected += text + "\n";
+  EXPECT_EQ(Tool("show -o cat").output, expected);
+}
