@@ -84,6 +84,14 @@ Cursor CursorOf(const LogSnapshot& snapshot, const std::vector<std::uint32_t>& o
   return cursor;
 }
 
+Cursor CursorCount::Next(const LogMessageBody& body) {
+  const std::uint64_t key = TimeKey(body);
+  if (key != lastKey) occurrences.clear();
+  lastKey = key;
+  const MessageIdentity identity = IdentityOf(body);
+  return {key, identity, ++occurrences[identity], rewriteCount, nextSequence};
+}
+
 CursorPlace FindCursor(const LogSnapshot& snapshot, const std::vector<std::uint32_t>& oldestFirst,
                        const Cursor& cursor) {
   CursorPlace place;

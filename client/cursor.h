@@ -15,6 +15,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "client/log_message_view.h"
@@ -42,6 +43,26 @@ std::optional<Cursor> ParseCursor(std::string_view text);
 // The cursor of message `position` of `oldestFirst`, which has to be the time order of `snapshot`.
 Cursor CursorOf(const LogSnapshot& snapshot, const std::vector<std::uint32_t>& oldestFirst,
                 std::size_t position);
+
+// Makes the cursors of messages that are taken one after the other in time order, from one log, and without
+// the others at hand. They are those of CursorOf as long as no equal message was left out. One thread at a
+// time.
+class CursorCount {
+ public:
+  // The log that the next messages are from. Without it their cursors say nothing of what was written since.
+  void SetLog(const LogFileHeader& header) {
+    rewriteCount = header.rewriteCount;
+    nextSequence = header.nextSequence;
+  }
+
+  Cursor Next(const LogMessageBody& body);
+
+ private:
+  std::uint64_t rewriteCount = UINT64_MAX;
+  std::uint64_t nextSequence = UINT64_MAX;
+  std::uint64_t lastKey = 0;
+  std::unordered_map<MessageIdentity, std::uint32_t, MessageIdentityHash> occurrences;  // at `lastKey`
+};
 
 struct CursorPlace {
   bool found = false;    // the message is still there

@@ -56,23 +56,6 @@ void AppendNumberField(std::string_view name, std::uint64_t value, std::string& 
   out += '\n';
 }
 
-void AppendNumberAsHex(std::uint64_t value, std::string& out) {
-  char bytes[8];
-  for (std::size_t i = 0; i < sizeof(bytes); ++i) bytes[i] = static_cast<char>(value >> (56U - 8 * i));
-  AppendHexOf(bytes, out);
-}
-
-// Names the message by its time and its bytes; equal messages have equal ones.
-void AppendCursor(const LogMessageView& view, std::string& out) {
-  const MessageIdentity identity = IdentityOf(view.Body());
-  out += "__CURSOR=k=";
-  AppendNumberAsHex(view.Key(), out);
-  out += ";d=";
-  AppendNumberAsHex(identity.high, out);
-  AppendNumberAsHex(identity.low, out);
-  out += '\n';
-}
-
 // Readers refuse a time before 1970 and one that needs more than 55 bits.
 std::uint64_t Microseconds(const MessageToFormat& message) {
   constexpr std::int64_t kMost = (std::int64_t{1} << 55U) / 1000 - 1;
@@ -83,10 +66,11 @@ std::uint64_t Microseconds(const MessageToFormat& message) {
 
 }  // namespace
 
-void AppendExportEntry(const MessageToFormat& message, const FormatOptions& options, std::string& out) {
+void AppendExportEntry(const MessageToFormat& message, std::string_view cursor, const FormatOptions& options,
+                       std::string& out) {
   const LogMessageView& view = message.view;
   const std::uint64_t time = Microseconds(message);
-  AppendCursor(view, out);
+  out.append("__CURSOR=").append(cursor).append("\n");
   AppendNumberField("__REALTIME_TIMESTAMP", time, out);
   out += "__MONOTONIC_TIMESTAMP=0\n_BOOT_ID=00000000000000000000000000000001\n";
   if (message.realTime && time > 1) AppendNumberField("_SOURCE_REALTIME_TIMESTAMP", time, out);

@@ -50,7 +50,8 @@ void AppendJsonObject(const MessageToFormat& message, const FormatOptions& optio
 void AppendCsvHead(const FormatOptions& options, std::string& out);
 void AppendCsvRow(const MessageToFormat& message, const FormatOptions& options, std::string& out);
 void AppendTsvRow(const MessageToFormat& message, const FormatOptions& options, std::string& out);
-void AppendExportEntry(const MessageToFormat& message, const FormatOptions& options, std::string& out);
+void AppendExportEntry(const MessageToFormat& message, std::string_view cursor, const FormatOptions& options,
+                       std::string& out);
 void AppendSyslogLine(const MessageToFormat& message, const FormatOptions& options, std::string& out);
 
 }  // namespace TamLogClient

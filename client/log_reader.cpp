@@ -292,6 +292,7 @@ LogReader::Work LogReader::CopyTail(LogTail& tail, const LogFileHeader& expected
   for (std::size_t i = 0; i < probes.size(); ++i) {
     LogMessage message{};
     if (!Copy(&message, slotAt(probes[i]), sizeof(message))) return Work::Fault;
+    if (i == 0) tail.first = message;
     tail.probes[i] = TimeKey(message.body);
   }
   const auto count = tail.messages.size();

@@ -93,6 +93,18 @@ std::optional<std::size_t> CertainFrom(const LogTail& tail) {
   return static_cast<std::size_t>(certain - keys.begin());
 }
 
+std::optional<LogEnds> EndsOf(const LogTail& tail) {
+  const auto certain = CertainFrom(tail);
+  if (!certain || *certain >= tail.messages.size()) return std::nullopt;
+  if (tail.whole) return LogEnds{&tail.messages.front(), &tail.messages.back()};
+  // The ring's first two messages are probes: only a stretch that runs backwards has no rise there.
+  const auto& probes = tail.probes;
+  const bool rises = probes.size() > 1 && probes[0] < probes[1];
+  if (!rises && tail.header.messageCount > static_cast<std::int32_t>(tail.messages.size() + 1))
+    return std::nullopt;
+  return LogEnds{&tail.first, &tail.messages.back()};
+}
+
 LogSnapshot SnapshotOf(const LogTail& tail, std::size_t first) {
   LogSnapshot snapshot;
   snapshot.header = tail.header;
@@ -115,6 +127,7 @@ bool ReadLogFileTail(const std::string& path, std::size_t count, LogTail& tail) 
   for (const std::uint32_t position : ProbePositions(messages - wanted)) {
     LogMessage message{};
     if (!ReadAt(file, OffsetOf(SlotAt(tail.header, position)), &message, sizeof(message))) return false;
+    if (position == 0) tail.first = message;
     tail.probes.push_back(TimeKey(message.body));
   }
   return ReadPositions(file, tail.header, messages - wanted, tail.messages);

@@ -71,7 +71,7 @@ void MessageFormatter::Append(const LogMessage& message, bool late, std::string&
     case Format::Csv:
       return AppendCsvRow(found, options, out);
     case Format::Export:
-      return AppendExportEntry(found, options, out);
+      return AppendExportEntry(found, FormatCursor(cursors.Next(message.body)), options, out);
     case Format::Rfc5424:
       return AppendSyslogLine(found, options, out);
     case Format::Raw:

@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "client/cursor.h"
 #include "client/format_options.h"
 #include "store/log_file_format.h"
 
@@ -16,6 +17,9 @@ namespace TamLogClient {
 class MessageFormatter {
  public:
   explicit MessageFormatter(FormatOptions chosen) : options(std::move(chosen)) {}
+
+  // The log that the following messages are from, for the cursors of export.
+  void SetLog(const LogFileHeader& header) { cursors.SetLog(header); }
 
   // Appends what comes before the first message: csv has a line of column names, json-array a bracket, the
   // others nothing.
@@ -30,6 +34,7 @@ class MessageFormatter {
 
  private:
   FormatOptions options;
+  CursorCount cursors;
   bool begun = false;  // a message was written
 };
 

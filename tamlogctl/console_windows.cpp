@@ -2,6 +2,7 @@
 #include <io.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
@@ -10,6 +11,7 @@
 #include "client/handle.h"
 #include "client/win32.h"
 #include "tamlogctl/console.h"
+#include "tamlogctl/console_pieces.h"
 
 namespace TamLogCtl {
 
@@ -32,8 +34,15 @@ bool WriteConsole(HANDLE console, std::string_view text) {
   const int bytes = static_cast<int>(text.size());
   std::wstring wide(text.size(), L'\0');
   const int length = MultiByteToWideChar(CP_UTF8, 0, text.data(), bytes, wide.data(), bytes);
-  DWORD written = 0;
-  return WriteConsoleW(console, wide.data(), static_cast<DWORD>(length), &written, nullptr) != FALSE;
+  std::wstring_view rest(wide.data(), static_cast<std::size_t>(length));
+  while (!rest.empty()) {
+    constexpr std::size_t kMostUnits = 8000;
+    const auto piece = static_cast<DWORD>(PieceLength(rest, kMostUnits));
+    DWORD written = 0;
+    if (WriteConsoleW(console, rest.data(), piece, &written, nullptr) == FALSE || written == 0) return false;
+    rest.remove_prefix(std::min<std::size_t>(written, rest.size()));
+  }
+  return true;
 }
 
 bool WriteFully(HANDLE file, std::string_view text) {
@@ -50,6 +59,35 @@ bool Write(DWORD which, std::string_view text) {
   if (text.empty()) return true;
   const HANDLE stream = GetStdHandle(which);
   return IsConsole(which) ? WriteConsole(stream, text) : WriteFully(stream, text);
+}
+
+std::string ToUtf8(std::wstring_view text) {
+  if (text.empty()) return {};
+  const int units = static_cast<int>(text.size());
+  const int bytes = WideCharToMultiByte(CP_UTF8, 0, text.data(), units, nullptr, 0, nullptr, nullptr);
+  std::string utf8(static_cast<std::size_t>(std::max(bytes, 0)), '\0');
+  WideCharToMultiByte(CP_UTF8, 0, text.data(), units, utf8.data(), bytes, nullptr, nullptr);
+  return utf8;
+}
+
+// What is typed arrives as it is; the C library would bend it into the console's code page.
+bool ReadConsoleLine(std::string& line) {
+  constexpr wchar_t kEnd = 26;  // Ctrl-Z at the beginning of a line
+  const HANDLE console = GetStdHandle(STD_INPUT_HANDLE);
+  std::wstring whole;
+  while (whole.empty() || whole.back() != L'\n') {
+    std::array<wchar_t, 512> piece{};
+    DWORD count = 0;
+    if (ReadConsoleW(console, piece.data(), static_cast<DWORD>(piece.size()), &count, nullptr) == FALSE ||
+        count == 0)
+      break;
+    whole.append(piece.data(), count);
+    if (whole.front() == kEnd) return false;
+  }
+  if (whole.empty()) return false;
+  while (!whole.empty() && (whole.back() == L'\n' || whole.back() == L'\r')) whole.pop_back();
+  line = ToUtf8(whole);
+  return true;
 }
 
 }  // namespace
@@ -89,6 +127,7 @@ void Say(std::string_view line) {
 }
 
 bool ReadLine(std::string& line) {
+  if (StdinIsTerminal()) return ReadConsoleLine(line);
   static const bool binary = _setmode(_fileno(stdin), _O_BINARY) != -1;
   if (!binary || !std::getline(std::cin, line)) return false;
   if (!line.empty() && line.back() == '\r') line.pop_back();

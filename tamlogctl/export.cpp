@@ -86,6 +86,7 @@ int Export::WriteText(MessageFormatter& formatter) {
   Status status = file.Open(options.target, options.force);
   Progress progress("exporting messages", messages.size());
   std::string pending;
+  if (logs.size() == 1) formatter.SetLog(logs.front().header);
   formatter.AppendHead(pending);
   for (std::size_t i = 0; status == Status::Ok && i < messages.size(); ++i) {
     progress.Show(i);

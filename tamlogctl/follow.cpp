@@ -73,6 +73,7 @@ Status Follower::Begin() {
   const LogSnapshot& snapshot = stream.Snapshot();
   std::vector<const LogMessage*> messages;
   for (const std::uint32_t slot : position.Beyond(snapshot)) messages.push_back(&snapshot.slots[slot]);
+  target.SetLog(snapshot.header);
   target.PrintLast(messages);
   return status;
 }
@@ -106,6 +107,7 @@ void Follower::Take(const LogItem& item) {
   news = true;
   switch (item.kind) {
     case LogItem::Kind::Message:
+      target.SetLog(stream.Snapshot().header);
       return target.Print(*item.message, item.late);
     case LogItem::Kind::Lost:
       return teller.Lost(item.loss);

@@ -20,6 +20,9 @@ class FollowTarget {
   FollowTarget& operator=(const FollowTarget&) = default;
   virtual ~FollowTarget() = default;
 
+  // The log that the following messages are from.
+  virtual void SetLog(const LogFileHeader& header) = 0;
+
   // The messages that are there at the beginning, oldest first.
   virtual void PrintLast(const std::vector<const LogMessage*>& oldestFirst) = 0;
 

@@ -52,6 +52,8 @@ class ExportTarget : public FollowTarget {
         selection(std::move(wanted)),
         file(FileOptions(chosen, formatter, goesOn)) {}
 
+  void SetLog(const LogFileHeader& header) override { formatter.SetLog(header); }
+
   // The target is not touched before there is a log to read.
   void PrintLast(const std::vector<const LogMessage*>& oldestFirst) override {
     for (const LogMessage* const message : oldestFirst) Print(*message, false);

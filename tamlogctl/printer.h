@@ -23,6 +23,8 @@ class Printer : public FollowTarget {
   // Nothing, after a word on stderr, when an option's value makes no sense.
   static std::optional<Printer> Make(const ShowOptions& options);
 
+  void SetLog(const LogFileHeader& header) override { formatter.SetLog(header); }
+
   // Prints those that are wanted, at most the last `options.last` of them.
   void PrintLast(const std::vector<const LogMessage*>& oldestFirst) override;
 

@@ -10,9 +10,9 @@
 #include "client/log_client.h"
 #include "client/log_message_view.h"
 #include "client/log_reader.h"
+#include "client/text_split.h"
 #include "client/time_text.h"
 #include "client/tsv_text.h"
-#include "client/utf8.h"
 #include "tamlogctl/console.h"
 #include "tamlogctl/exit_code.h"
 #include "tamlogctl/live_server.h"
@@ -28,7 +28,6 @@ using TamLogClient::MessageDraft;
 using TamLogClient::Status;
 
 constexpr std::size_t kMostText = kTextSize - 1;
-constexpr std::string_view kCutMark = "...";  // where --split cut a text
 
 class Sender {
  public:
@@ -135,7 +134,7 @@ int Sender::SendDraft(const MessageDraft& draft, const std::string& where) {
   if (draft.text.size() <= kMostText) return Submit(draft, draft.text, where);
   switch (options.longText) {
     case LongText::Truncate:
-      return Submit(draft, TamLogClient::CutAtCharacter(draft.text, kMostText), where);
+      return Submit(draft, TamLogClient::TruncateText(draft.text, kMostText), where);
     case LongText::Split:
       return SendPieces(draft, where);
     case LongText::Refuse:
@@ -147,17 +146,8 @@ int Sender::SendDraft(const MessageDraft& draft, const std::string& where) {
 }
 
 int Sender::SendPieces(const MessageDraft& draft, const std::string& where) {
-  std::string_view rest = draft.text;
-  std::string piece;
-  while (!rest.empty()) {
-    const std::size_t room = kMostText - piece.size();
-    const bool last = rest.size() <= room;
-    const std::string_view part = last ? rest : TamLogClient::CutAtCharacter(rest, room - kCutMark.size());
-    piece += part;
-    if (!last) piece += kCutMark;
+  for (const std::string& piece : TamLogClient::SplitText(draft.text, kMostText)) {
     if (const int exitCode = Submit(draft, piece, where); exitCode != kDone) return exitCode;
-    rest.remove_prefix(part.size());
-    piece = kCutMark;
   }
   return kDone;
 }

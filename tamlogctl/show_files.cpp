@@ -107,6 +107,8 @@ int PrintFiles(const ShowOptions& options, Printer& printer, ReadingPosition& po
       return TimeKey(left->body) < TimeKey(right->body);
     });
   }
+  // Of several logs no cursor can be used.
+  if (logs.size() == 1) printer.SetLog(logs.front().snapshot.header);
   Pager pager;
   if (!options.noPager && !options.count) pager.Begin();
   printer.PrintLast(messages);

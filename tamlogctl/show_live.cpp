@@ -56,6 +56,7 @@ int ShowOnce(const ShowOptions& options, Printer& printer, ReadingPosition& posi
   for (const std::uint32_t slot : position.Beyond(snapshot)) messages.push_back(&snapshot.slots[slot]);
   Pager pager;
   if (!options.noPager && !options.count) pager.Begin();
+  printer.SetLog(snapshot.header);
   printer.PrintLast(messages);
   const bool written = printer.Finish();
   const bool paged = pager.Active();

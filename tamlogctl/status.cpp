@@ -10,6 +10,7 @@
 #include "client/log_client.h"
 #include "client/log_reader.h"
 #include "client/log_snapshot.h"
+#include "client/log_tail.h"
 #include "client/time_text.h"
 #include "client/utf8.h"
 #include "tamlogctl/console.h"
@@ -53,19 +54,39 @@ void AskServer(const StatusOptions& options, Findings& found) {
   found.filtersKnown = AskForFilters(client, found.filters) == kDone;
 }
 
+std::string TimeOf(const LogMessage& message) {
+  std::string text;
+  TamLogClient::AppendTime(TamLogClient::WordsOf(message.body), ' ', text);
+  return text;
+}
+
+// A few messages tell the oldest and the newest, unless the ring does not lie in order of time.
+Status FindEnds(LogReader& reader, std::uint32_t timeoutMs, Findings& found) {
+  TamLogClient::LogTail tail;
+  Status status = reader.Newest(1, tail, timeoutMs);
+  if (status != Status::Ok || tail.header.messageCount == 0) return status;
+  if (const auto ends = EndsOf(tail)) {
+    found.oldest = TimeOf(*ends->oldest);
+    found.newest = TimeOf(*ends->newest);
+    return Status::Ok;
+  }
+  LogSnapshot snapshot;
+  status = reader.Snapshot(snapshot, timeoutMs);
+  const auto order =
+      status == Status::Ok ? OrderMessages(snapshot).oldestFirst : std::vector<std::uint32_t>();
+  if (order.empty()) return status;
+  found.oldest = TimeOf(snapshot.slots[order.front()]);
+  found.newest = TimeOf(snapshot.slots[order.back()]);
+  return status;
+}
+
 void ReadLog(const StatusOptions& options, Findings& found) {
   LogReader reader;
-  LogSnapshot snapshot;
   found.log = found.mapName.empty() ? reader.Open() : reader.Open(found.mapName);
   if (found.log == Status::Ok) found.log = reader.Look(found.header);
-  if (found.log == Status::Ok) found.log = reader.Snapshot(snapshot, options.timeoutMs);
+  if (found.log == Status::Ok) found.log = FindEnds(reader, options.timeoutMs, found);
   found.holdMicroseconds = reader.LastHoldMicroseconds();
   reader.Close();
-  if (found.log != Status::Ok) return;
-  const auto order = OrderMessages(snapshot).oldestFirst;
-  if (order.empty()) return;
-  TamLogClient::AppendTime(TamLogClient::WordsOf(snapshot.slots[order.front()].body), ' ', found.oldest);
-  TamLogClient::AppendTime(TamLogClient::WordsOf(snapshot.slots[order.back()].body), ' ', found.newest);
 }
 
 const char* StateOf(const Findings& found) {

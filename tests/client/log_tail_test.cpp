@@ -15,6 +15,7 @@
 namespace {
 
 using TamLogClient::CertainFrom;
+using TamLogClient::EndsOf;
 using TamLogClient::ForEachInLogFile;
 using TamLogClient::LogMessageView;
 using TamLogClient::LogSnapshot;
@@ -155,6 +156,48 @@ TEST_F(LogTailTest, EveryMessageIsHandedOverOnce) {
   ASSERT_EQ(texts.size(), 1200U);
   EXPECT_EQ(texts.front(), "300");
   EXPECT_EQ(texts.back(), "1499");
+}
+
+// What the tail of one message says of the ends, against the order of the whole log.
+TEST_F(LogTailTest, EndsAreThoseOfTheWholeLogOrNotTold) {
+  const auto expectEnds = [this](const RingModel& log, bool told) {
+    Write(log);
+    LogTail tail;
+    ASSERT_TRUE(ReadLogFileTail(path, 1, tail));
+    const auto ends = EndsOf(tail);
+    ASSERT_EQ(ends.has_value(), told);
+    if (!told) return;
+    const Strings all = TextsOf(log.Snapshot());
+    EXPECT_EQ(LogMessageView(*ends->oldest).Text(), all.front());
+    EXPECT_EQ(LogMessageView(*ends->newest).Text(), all.back());
+  };
+  RingModel log(50);
+  expectEnds(log, false);
+  for (int i = 0; i < 120; ++i) {
+    log.Submit(MakeBody(i * 10, std::to_string(i)));
+    log.Flush();
+    expectEnds(log, true);
+  }
+  RingModel inserted(50);
+  for (const int time : {10, 30, 50, 20, 40, 5}) {
+    inserted.Submit(MakeBody(time, std::to_string(time)));
+    inserted.Flush();
+    expectEnds(inserted, true);
+  }
+  // As many at once as there is room for: the ring then runs backwards.
+  for (int i = 200; i < 260; ++i) log.Submit(MakeBody(i * 10, std::to_string(i)));
+  log.Flush();
+  expectEnds(log, false);
+  for (int i = 300; i < 320; ++i) {
+    log.Submit(MakeBody(i * 10, std::to_string(i)));
+    log.Flush();
+    expectEnds(log, false);
+  }
+  // Where the first two have one time nothing is said.
+  RingModel equal(50);
+  for (int i = 0; i < 10; ++i) equal.Submit(MakeBody(7, std::to_string(i)));
+  equal.Flush();
+  expectEnds(equal, false);
 }
 
 }  // namespace

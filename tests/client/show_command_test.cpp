@@ -10,6 +10,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "tests/client/ring_model.h"
 
@@ -220,6 +221,28 @@ TEST_F(ShowCommand, CursorGoesOnWhereItPointsAlsoInACopy) {
   EXPECT_EQ(gone.err, "{\"event\":\"cursor-gone\"}\n");
   EXPECT_EQ(Run("show --file Logs.dat --events none --after-cursor " + cursor).err, "");
   EXPECT_EQ(Run("show --file Logs.dat -q --after-cursor " + cursor).err, "");
+}
+
+TEST_F(ShowCommand, CursorsOfTheJournalFormatAreAcceptedBack) {
+  log.Submit(MakeBody(6000, "message 6"));
+  log.Submit(MakeBody(6000, "message 6"));  // the very same once more
+  log.Flush();
+  Save();
+  std::istringstream entries(Run("show -o export --file Logs.dat").out);
+  std::vector<std::string> cursors;
+  for (std::string line; std::getline(entries, line);) {
+    if (line.rfind("__CURSOR=", 0) == 0) cursors.push_back(line.substr(9));
+  }
+  ASSERT_EQ(cursors.size(), 8U);
+  const std::string shown = Run("show --file Logs.dat -n 1 --show-cursor").err;
+  EXPECT_EQ("cursor: " + cursors.back() + "\n", shown);
+  const std::string all = "01234566";
+  for (std::size_t i = 0; i < cursors.size(); ++i) {
+    EXPECT_EQ(Show("--after-cursor " + cursors[i]), all.substr(i + 1)) << cursors[i];
+    EXPECT_EQ(Run("show --file Logs.dat --after-cursor " + cursors[i]).err, "");
+  }
+  Run("export journal -o export --file Logs.dat");
+  EXPECT_EQ(Contents("journal"), Run("show -o export --file Logs.dat").out);
 }
 
 TEST_F(ShowCommand, CursorFileGivesEachMessageOnceAndTellsLosses) {
