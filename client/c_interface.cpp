@@ -151,6 +151,10 @@ const char* TAMLOG_CALL tamlog_status_text(tamlog_status status) {
       return "out of memory";
     case TAMLOG_INTERNAL:
       return "an error inside the library";
+    case TAMLOG_EXISTS:
+      return "the output is there already";
+    case TAMLOG_OUTPUT_FAILED:
+      return "the output cannot be written";
     default:
       break;
   }

@@ -97,4 +97,12 @@ Status ReadFileBytes(const std::string& path, std::string& bytes) {
   return file.bad() ? Status::SystemError : Status::Ok;
 }
 
+bool IsSameFile(const std::string& left, const std::string& right) {
+  const auto path = [](const std::string& utf8) {
+    return std::filesystem::path(std::u8string(utf8.begin(), utf8.end()));
+  };
+  std::error_code error;
+  return left == right || std::filesystem::equivalent(path(left), path(right), error);
+}
+
 }  // namespace TamLogClient

@@ -56,4 +56,8 @@ std::string ImageOf(const LogSnapshot& snapshot);
 // what is left. `bytes` is empty unless the result is Ok. A directory is NotFound.
 Status ReadFileBytes(const std::string& path, std::string& bytes);
 
+// Whether two paths (UTF-8) name one file, links included. A file that does not exist is like its own name
+// only.
+bool IsSameFile(const std::string& left, const std::string& right);
+
 }  // namespace TamLogClient

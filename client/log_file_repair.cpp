@@ -29,21 +29,22 @@ bool HasEnds(const LogMessageView& view) {
   return view.Source().size() < kTextSize && view.Text().size() < kTextSize;
 }
 
-// Why the bytes of a slot are no message; nothing when they are. A text without end is forgiven to what
-// otherwise looks like a message: senders do write such.
-std::optional<LossReason> Judge(const LogMessage& message) {
-  const LogMessageView view(message);
-  if (IsBlank(message.body)) return LossReason::Blank;
-  if (view.Type() >= kMessageTypes) return LossReason::KnownType;
-  if (!HasEnds(view) && !IsRealTime(WordsOf(message.body))) return LossReason::TextEnds;
-  return std::nullopt;
-}
-
 // Years that a clock may show: below, the words of a time that is read at the wrong offset pass for one.
 bool IsPlausibleTime(const TimeWords& words) {
   constexpr std::int16_t kFirstYear = 1601;
   constexpr std::int16_t kLastYear = 9999;
   return words[0] >= kFirstYear && words[0] <= kLastYear && IsRealTime(words);
+}
+
+// Why the bytes of a slot are no message; nothing when they are. One flaw is forgiven to what otherwise looks
+// like a message: senders do write texts without end, and a text can be read whatever became of the type.
+std::optional<LossReason> Judge(const LogMessage& message) {
+  const LogMessageView view(message);
+  if (IsBlank(message.body)) return LossReason::Blank;
+  if (view.Type() >= kMessageTypes && (!HasEnds(view) || !IsPlausibleTime(WordsOf(message.body))))
+    return LossReason::KnownType;
+  if (!HasEnds(view) && !IsRealTime(WordsOf(message.body))) return LossReason::TextEnds;
+  return std::nullopt;
 }
 
 class Planner {
@@ -60,6 +61,7 @@ class Planner {
   void Lose(std::uint64_t offset, std::uint64_t bytes, std::uint64_t slots, LossReason reason);
   void TakeSlots(const std::vector<std::uint32_t>& slots);
   void CountMissing();
+  void CountOutside();
   void Carve();
   std::uint64_t CarveAt(std::uint64_t offset);
   void PutInOrder();
@@ -72,9 +74,14 @@ class Planner {
 };
 
 void Planner::Save(std::uint64_t offset, const LogMessage& message) {
-  const bool endTexts = !HasEnds(LogMessageView(message));
-  plan.oldestFirst.push_back({offset, TimeKey(message.body), endTexts});
+  const LogMessageView view(message);
+  const bool endTexts = !HasEnds(view);
+  const bool giveType = view.Type() >= kMessageTypes;
+  plan.oldestFirst.push_back({offset, TimeKey(message.body), endTexts, giveType});
   if (endTexts) ++plan.mended;
+  if (giveType) ++plan.retyped;
+  if ((endTexts || giveType) && plan.changes.size() < options.most)
+    plan.changes.push_back({offset, endTexts, giveType, view.Type(), view.Type() % kMessageTypes});
 }
 
 void Planner::Lose(std::uint64_t offset, std::uint64_t bytes, std::uint64_t slots, LossReason reason) {
@@ -128,6 +135,14 @@ bool Planner::InRing(std::uint64_t offset) const {
   const std::int64_t age =
       slot < header.nextSlot ? header.nextSlot - slot : header.nextSlot - slot + header.maxMessages;
   return slot < header.maxMessages && age <= header.messageCount;
+}
+
+// Messages that the header does not count: cleared, or cut off by a header that is wrong and makes sense.
+void Planner::CountOutside() {
+  for (std::uint64_t slot = 0; slot < image.SlotsThere(); ++slot) {
+    const std::uint64_t offset = LogFileImage::OffsetOf(slot);
+    if (!InRing(offset) && LooksLikeMessage(offset)) ++plan.outside;
+  }
 }
 
 // Judges the bytes at `offset`, where a message is expected, and returns where the next one is. A message
@@ -222,6 +237,7 @@ RepairPlan Planner::Run() {
     Carve();
   } else if (plan.headerTrusted) {
     TakeSlots(image.RingSlots());
+    CountOutside();
   } else {
     std::vector<std::uint32_t> all(static_cast<std::size_t>(
         std::min<std::uint64_t>(image.SlotsThere(), std::numeric_limits<std::uint32_t>::max())));
@@ -243,7 +259,7 @@ const char* ReasonText(LossReason reason) {
     case LossReason::TextEnds:
       return "a text does not end, and the time is no date";
     case LossReason::KnownType:
-      return "its type does not exist";
+      return "its type does not exist, and nothing else says that it was a message";
     case LossReason::Missing:
       return "behind the end of the file";
     case LossReason::NotMessage:
@@ -262,6 +278,7 @@ LogMessage SavedMessageOf(const LogFileImage& image, const SavedMessage& saved) 
     message.body.source[kTextSize - 1] = '\0';
     message.body.text[kTextSize - 1] = '\0';
   }
+  if (saved.giveType) message.body.type %= kMessageTypes;
   return message;
 }
 

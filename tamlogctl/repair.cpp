@@ -1,7 +1,6 @@
 #include "tamlogctl/repair.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <limits>
 
 #include "client/log_file_repair.h"
@@ -19,19 +18,28 @@ using TamLogClient::Loss;
 using TamLogClient::RepairPlan;
 using TamLogClient::Status;
 
-bool IsSameFile(const std::string& left, const std::string& right) {
-  const auto path = [](const std::string& utf8) {
-    return std::filesystem::path(std::u8string(utf8.begin(), utf8.end()));
-  };
-  std::error_code error;
-  return left == right || std::filesystem::equivalent(path(left), path(right), error);
+std::string PlaceOf(std::uint64_t offset) {
+  std::string place = "byte " + std::to_string(offset);
+  if (offset >= kSlotsOffset && (offset - kSlotsOffset) % sizeof(LogMessage) == 0)
+    place = "slot " + std::to_string((offset - kSlotsOffset) / sizeof(LogMessage)) + " at " + place;
+  return place;
 }
 
-std::string PlaceOf(const Loss& loss) {
-  std::string place = "byte " + std::to_string(loss.offset);
-  if (loss.offset >= kSlotsOffset && (loss.offset - kSlotsOffset) % sizeof(LogMessage) == 0)
-    place = "slot " + std::to_string((loss.offset - kSlotsOffset) / sizeof(LogMessage)) + " at " + place;
-  return place;
+void TellChanges(const RepairPlan& plan, std::string& text) {
+  if (plan.mended + plan.retyped == 0) return;
+  text += "  changed: " + std::to_string(plan.mended) + " texts were given an end, " +
+          std::to_string(plan.retyped) + " types that do not exist another one\n";
+  for (const TamLogClient::Change& change : plan.changes) {
+    text += "    " + PlaceOf(change.offset) + ":";
+    if (change.endTexts) text += " the text was cut";
+    if (change.giveType)
+      text += " type " + std::to_string(change.seenType) + " became " + std::to_string(change.givenType);
+    text += "\n";
+  }
+  // A message has one of the two flaws only, or it is not believed.
+  const std::uint64_t all = plan.mended + plan.retyped;
+  if (plan.changes.size() < all)
+    text += "    and " + std::to_string(all - plan.changes.size()) + " more; list them with --all\n";
 }
 
 bool Tell(const RepairPlan& plan, std::uint64_t messages, std::uint32_t capacity,
@@ -39,7 +47,6 @@ bool Tell(const RepairPlan& plan, std::uint64_t messages, std::uint32_t capacity
   std::string text = options.output + ": " + std::to_string(messages) + " messages";
   if (plan.oldestFirst.size() > plan.fromRing)
     text += ", " + std::to_string(plan.oldestFirst.size() - plan.fromRing) + " of them carved";
-  if (plan.mended > 0) text += ", " + std::to_string(plan.mended) + " given an end of their text";
   text += "\n";
   if (!plan.headerTrusted)
     text += "  the header made no sense: every slot was looked at, and some may be older than the log was\n";
@@ -48,11 +55,17 @@ bool Tell(const RepairPlan& plan, std::uint64_t messages, std::uint32_t capacity
     text += "  left out: the oldest " + std::to_string(plan.oldestFirst.size() - messages) +
             ", which do not fit into a capacity of " + std::to_string(capacity) + "\n";
   }
+  if (plan.outside > 0)
+    text +=
+        "  left alone: " + std::to_string(plan.outside) +
+        " that the header does not count, because the log was emptied or the header is wrong; --carve saves "
+        "them\n";
+  TellChanges(plan, text);
   if (plan.lost > 0) text += "  lost: " + std::to_string(plan.lost) + " messages at most\n";
   std::uint64_t listed = 0;
   for (const Loss& loss : plan.losses) {
     listed += loss.slots;
-    text += "    " + PlaceOf(loss) + ": " + ReasonText(loss.reason);
+    text += "    " + PlaceOf(loss.offset) + ": " + ReasonText(loss.reason);
     if (loss.slots > 1) text += ", " + std::to_string(loss.slots) + " messages";
     text += "\n";
   }
@@ -74,7 +87,7 @@ int Explain(const RepairVerbOptions& options, Status status) {
 }  // namespace
 
 int RepairFile(const RepairVerbOptions& options) {
-  if (IsSameFile(options.file, options.output)) {
+  if (TamLogClient::IsSameFile(options.file, options.output)) {
     Say("--output '" + options.output + "': is the damaged file itself; give another name");
     return kUsage;
   }

@@ -79,7 +79,9 @@ enum {
   TAMLOG_CLOSED = 18,        /* the sender was finished */
   TAMLOG_END = 19,           /* nothing more will come */
   TAMLOG_NO_MEMORY = 20,
-  TAMLOG_INTERNAL = 21 /* an error of the library itself */
+  TAMLOG_INTERNAL = 21,     /* an error of the library itself */
+  TAMLOG_EXISTS = 22,       /* something of the output's name is there already, and was left alone */
+  TAMLOG_OUTPUT_FAILED = 23 /* the output cannot be written; nothing is left of it */
 };
 
 /* A short English phrase without a full stop, for example "the server is not running". Never null. */
@@ -411,6 +413,152 @@ TAMLOG_API tamlog_status TAMLOG_CALL tamlog_reader_seek(tamlog_reader* reader, c
 /* Whether the cursor's message is in the snapshot: TAMLOG_OK or TAMLOG_NOT_FOUND. */
 TAMLOG_API tamlog_status TAMLOG_CALL tamlog_reader_test_cursor(const tamlog_reader* reader,
                                                                const char* cursor);
+
+/* ---- Verifying and repairing files ----------------------------------------------------------------------
+ */
+
+/* What a file is examined for. A server that finds damage at its start empties the whole log. Remarks are
+ * what a server or a sender does write, although it is odd; only a reversed block costs the log as well. */
+enum {
+  /* Damage. */
+  TAMLOG_RULE_HEADER_COMPLETE = 0, /* the file is long enough for header and lock names */
+  TAMLOG_RULE_NOT_NEGATIVE = 1,    /* the header's count, capacity and next slot are 0 or more */
+  TAMLOG_RULE_INSIDE_RING = 2,     /* the count is at most the capacity, the next slot less than it */
+  TAMLOG_RULE_SLOTS_IN_FILE = 3,   /* every slot that holds a message lies in the file */
+  TAMLOG_RULE_NEWEST_FIRST = 4,    /* from the newest message to the oldest the times never rise */
+  TAMLOG_RULE_TEXT_ENDS = 5,       /* the text ends with a zero byte inside its field */
+  TAMLOG_RULE_SOURCE_ENDS = 6,     /* and so does the source */
+  TAMLOG_RULE_KNOWN_TYPE = 7,      /* the type is one of the four */
+  /* Remarks. */
+  TAMLOG_RULE_REVERSED_BLOCK = 8,    /* the oldest part of the ring lies newest first */
+  TAMLOG_RULE_IMPOSSIBLE_DATE = 9,   /* no date of the calendar or time of the day */
+  TAMLOG_RULE_DUPLICATE = 10,        /* all bytes of another message once more */
+  TAMLOG_RULE_SEQUENCE = 11,         /* a number that is there twice, or was not given yet */
+  TAMLOG_RULE_BYTES_AFTER_END = 12,  /* the file is longer than its capacity asks for */
+  TAMLOG_RULE_EMPTY_SLOTS_GONE = 13, /* it is shorter, but only slots without messages are missing */
+  TAMLOG_RULE_READERS_INSIDE = 14,   /* the count of readers is not 0 */
+  TAMLOG_RULE_NOT_CLOSED = 15,       /* the mark of a running server is set */
+  TAMLOG_RULE_LOCK_NAMES = 16,       /* a lock name without end; a server writes them anew */
+  TAMLOG_RULE_EMPTY_FILE = 17,       /* no bytes: a server makes a new log of it */
+  TAMLOG_RULES = 18                  /* grows when rules are added */
+};
+enum { TAMLOG_MOST_RULES = 24 };
+
+/* The rule's name in reports, for example "newest-first"; it never changes. Never null: "unknown-rule". */
+TAMLOG_API const char* TAMLOG_CALL tamlog_rule_name(int32_t rule);
+
+#define TAMLOG_NO_SLOT UINT32_MAX
+
+/* A rule that is broken; valid inside the function that it is given to, with its texts. */
+typedef struct tamlog_finding {
+  uint32_t size;
+  int32_t rule;
+  uint32_t damage; /* 1: damage, 0: a remark */
+  uint32_t slot;   /* TAMLOG_NO_SLOT: about the file as a whole */
+  uint64_t offset; /* of the field, in the file */
+  const char* name;
+  const char* seen;    /* the value, for example "type 77" */
+  const char* allowed; /* for example "0 to 3" */
+} tamlog_finding;
+
+/* 0: go on; anything else: give no more (all are counted nevertheless). */
+typedef int32_t(TAMLOG_CALL* tamlog_finding_function)(void* context, const tamlog_finding* finding);
+
+typedef struct tamlog_verify_options {
+  uint32_t size;
+  uint32_t live; /* 1: the image of a running server's log: readers inside and its mark are as usual */
+  uint64_t most; /* findings of one rule that are given; 0: 20 */
+  tamlog_finding_function found; /* null: only count */
+  void* context;
+} tamlog_verify_options;
+
+typedef struct tamlog_verify_result {
+  uint32_t size;
+  uint32_t accepted;   /* 1: a server with the file's capacity keeps the messages */
+  uint64_t file_bytes; /* the size of the file */
+  uint64_t slots;      /* whole ones that are there, whatever the header says */
+  uint64_t damage;     /* findings, given or not */
+  uint64_t remarks;
+  uint64_t count[TAMLOG_MOST_RULES]; /* findings by rule */
+} tamlog_verify_result;
+
+/* Examines a file, or the bytes of one, and goes on after each finding. Nothing is locked or changed.
+ * TAMLOG_OK: no damage (look at `accepted`). TAMLOG_DAMAGED: there is; `result` is filled as well. `options`
+ * may be null. `found` is called on this thread when everything has been examined, header first, then oldest
+ * slot first. */
+TAMLOG_API tamlog_status TAMLOG_CALL tamlog_verify_file(const char* path,
+                                                        const tamlog_verify_options* options,
+                                                        tamlog_verify_result* result);
+TAMLOG_API tamlog_status TAMLOG_CALL tamlog_verify_image(const void* bytes, uint64_t length,
+                                                         const tamlog_verify_options* options,
+                                                         tamlog_verify_result* result);
+
+enum {
+  TAMLOG_REPAIR_CARVE =
+      1, /* also messages outside the ring (after a clear) and at places that are no slots */
+  TAMLOG_REPAIR_UNIQUE = 2, /* leave out what is there twice, byte for byte */
+  TAMLOG_REPAIR_REPLACE = 4 /* replace an output that exists already */
+};
+
+/* Of tamlog_repair_note. */
+enum {
+  TAMLOG_NOTE_BLANK = 0,      /* lost: zeros where a message should be */
+  TAMLOG_NOTE_TEXT_ENDS = 1,  /* lost: a text has no end, and the time is no date */
+  TAMLOG_NOTE_KNOWN_TYPE = 2, /* lost: the type does not exist, and nothing else says that it was a message */
+  TAMLOG_NOTE_MISSING = 3,    /* lost: behind the end of the file */
+  TAMLOG_NOTE_NOT_MESSAGE = 4, /* lost: bytes between messages that are none */
+  TAMLOG_NOTE_TEXT_CUT = 5,    /* saved: a text without end was given one */
+  TAMLOG_NOTE_TYPE_CHANGED = 6 /* saved: of a type that does not exist the two lowest bits were kept */
+};
+
+/* What could not be saved, or only changed; valid inside the function that it is given to, with its text. */
+typedef struct tamlog_repair_note {
+  uint32_t size;
+  int32_t kind;
+  uint32_t saved;  /* 1: the message is in the output, changed; 0: it is lost */
+  uint32_t slot;   /* TAMLOG_NO_SLOT: not at a slot's place */
+  uint64_t offset; /* in the damaged file */
+  uint64_t bytes;
+  uint64_t messages; /* at most that many; 1 for a message that was saved */
+  const char* text;  /* the kind in words, for example "type 77 became 1" */
+} tamlog_repair_note;
+
+/* 0: go on; anything else: give no more. */
+typedef int32_t(TAMLOG_CALL* tamlog_repair_function)(void* context, const tamlog_repair_note* note);
+
+typedef struct tamlog_repair_options {
+  uint32_t size;
+  uint32_t flags;
+  uint32_t capacity;           /* of the output; 0: the damaged file's own, and room for all */
+  uint32_t reserved;           /* 0 */
+  uint64_t most;               /* notes of losses, and as many of changes, that are given; 0: 20 */
+  tamlog_repair_function note; /* null: only count */
+  void* context;
+} tamlog_repair_options;
+
+typedef struct tamlog_repair_result {
+  uint32_t size;
+  uint32_t capacity;      /* of the output: a server keeps the messages when it is set to this */
+  uint64_t saved;         /* messages in the output */
+  uint64_t carved;        /* of those that were found: outside the ring */
+  uint64_t texts_cut;     /* of those that were found: saved with a text that was given an end */
+  uint64_t types_changed; /* of those that were found: saved with another type */
+  uint64_t repeated;      /* left out: there twice (TAMLOG_REPAIR_UNIQUE) */
+  uint64_t left_out;      /* the oldest, for which the capacity asked for has no room */
+  uint64_t outside; /* not touched without TAMLOG_REPAIR_CARVE: messages that the header does not count */
+  uint64_t lost;    /* messages at most */
+  uint32_t header_trusted; /* 0: it made no sense, and every slot was looked at */
+  uint32_t reserved;
+} tamlog_repair_result;
+
+/* Writes what can be saved of the file at `path` into a new one at `output`, in order of time, so that a
+ * server accepts it. Never in place: the damaged file is only read, and an output that is the same file is a
+ * TAMLOG_BAD_ARGUMENT. The output comes into being as a whole or not at all. TAMLOG_OK also when messages
+ * were lost: `result` and `note` tell; `note` is called on this thread when the output stands, losses first.
+ * TAMLOG_EXISTS and TAMLOG_OUTPUT_FAILED are about the output, all other codes about the damaged file. */
+TAMLOG_API tamlog_status TAMLOG_CALL tamlog_repair_file(const char* path, const char* output,
+                                                        const tamlog_repair_options* options,
+                                                        tamlog_repair_result* result);
 
 #ifdef __cplusplus
 }

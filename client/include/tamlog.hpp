@@ -419,4 +419,140 @@ class Reader {
   bool ended = false;
 };
 
+// --- Verifying and repairing files.
+
+// A rule of the file that is broken; `rule` is one of TAMLOG_RULE_..., `name` the same in words.
+struct Finding {
+  std::int32_t rule = 0;
+  bool damage = false;                // otherwise a remark
+  std::optional<std::uint32_t> slot;  // nothing: about the file as a whole
+  std::uint64_t offset = 0;
+  std::string name;
+  std::string seen;
+  std::string allowed;
+};
+
+struct VerifyReport {
+  tamlog_verify_result counts = Make<tamlog_verify_result>();
+  std::vector<Finding> findings;  // header first, then oldest slot first
+
+  bool Damaged() const { return counts.damage > 0; }
+  // A server with the file's capacity keeps the messages.
+  bool Accepted() const { return counts.accepted != 0; }
+  std::uint64_t Count(std::int32_t rule) const {
+    return rule >= 0 && rule < TAMLOG_MOST_RULES ? counts.count[rule] : 0;
+  }
+};
+
+// What could not be saved, or only changed; `kind` is one of TAMLOG_NOTE_...
+struct RepairNote {
+  std::int32_t kind = 0;
+  bool saved = false;                 // the message is in the output, changed
+  std::optional<std::uint32_t> slot;  // nothing: not at a slot's place
+  std::uint64_t offset = 0;
+  std::uint64_t bytes = 0;
+  std::uint64_t messages = 0;  // at most
+  std::string text;
+};
+
+struct RepairReport {
+  tamlog_repair_result counts = Make<tamlog_repair_result>();
+  std::vector<RepairNote> notes;  // losses first
+};
+
+struct RepairOptions {
+  bool carve = false;
+  bool unique = false;
+  bool replace = false;        // an output that exists already
+  std::uint32_t capacity = 0;  // of the output; 0: the damaged file's own, and room for all
+  std::uint64_t most = 0;      // notes of losses, and as many of changes; 0: 20
+};
+
+namespace detail {
+
+inline std::optional<std::uint32_t> SlotOf(std::uint32_t slot) {
+  if (slot == TAMLOG_NO_SLOT) return std::nullopt;
+  return slot;
+}
+
+inline Finding Copy(const tamlog_finding& raw) {
+  return {raw.rule, raw.damage != 0, SlotOf(raw.slot), raw.offset, raw.name, raw.seen, raw.allowed};
+}
+
+inline RepairNote Copy(const tamlog_repair_note& raw) {
+  return {raw.kind, raw.saved != 0, SlotOf(raw.slot), raw.offset, raw.bytes, raw.messages, raw.text};
+}
+
+// Takes what a function of the library tells, one by one; what that throws is kept for Rethrow.
+template <class Item, class Raw>
+class Collector {
+ public:
+  explicit Collector(std::vector<Item>& target) : items(&target) {}
+  static std::int32_t TAMLOG_CALL Take(void* given, const Raw* raw) {
+    auto* const own = static_cast<Collector*>(given);
+    try {
+      own->items->push_back(Copy(*raw));
+      return 0;
+    } catch (...) {
+      own->thrown = std::current_exception();
+      return 1;
+    }
+  }
+  void Rethrow() const {
+    if (thrown) std::rethrow_exception(thrown);
+  }
+
+ private:
+  std::vector<Item>* items;
+  std::exception_ptr thrown;
+};
+
+template <class Verify>
+VerifyReport CollectFindings(const std::string& doing, std::uint64_t most, Verify verify) {
+  VerifyReport report;
+  Collector<Finding, tamlog_finding> collector(report.findings);
+  auto options = Make<tamlog_verify_options>();
+  options.most = most;
+  options.found = &Collector<Finding, tamlog_finding>::Take;
+  options.context = &collector;
+  const tamlog_status status = verify(options, report.counts);
+  collector.Rethrow();
+  if (status != TAMLOG_OK && status != TAMLOG_DAMAGED) throw Error(doing, status);
+  return report;
+}
+
+}  // namespace detail
+
+// `most` findings of each rule are listed, 0: 20; all are counted. Damage is no error here.
+inline VerifyReport VerifyFile(const std::string& path, std::uint64_t most = 0) {
+  return detail::CollectFindings(path, most, [&](const auto& options, auto& counts) {
+    return tamlog_verify_file(path.c_str(), &options, &counts);
+  });
+}
+inline VerifyReport VerifyImage(std::span<const std::byte> bytes, std::uint64_t most = 0) {
+  return detail::CollectFindings("examining a log file", most, [&](const auto& options, auto& counts) {
+    return tamlog_verify_image(bytes.data(), bytes.size(), &options, &counts);
+  });
+}
+
+// Writes what can be saved of the file at `path` into `output`; never in place.
+inline RepairReport RepairFile(const std::string& path, const std::string& output,
+                               const RepairOptions& chosen = {}) {
+  RepairReport report;
+  detail::Collector<RepairNote, tamlog_repair_note> collector(report.notes);
+  auto options = Make<tamlog_repair_options>();
+  options.flags = (chosen.carve ? std::uint32_t{TAMLOG_REPAIR_CARVE} : 0U) |
+                  (chosen.unique ? std::uint32_t{TAMLOG_REPAIR_UNIQUE} : 0U) |
+                  (chosen.replace ? std::uint32_t{TAMLOG_REPAIR_REPLACE} : 0U);
+  options.capacity = chosen.capacity;
+  options.most = chosen.most;
+  options.note = &detail::Collector<RepairNote, tamlog_repair_note>::Take;
+  options.context = &collector;
+  const tamlog_status status = tamlog_repair_file(path.c_str(), output.c_str(), &options, &report.counts);
+  collector.Rethrow();
+  if (status == TAMLOG_EXISTS || status == TAMLOG_OUTPUT_FAILED) throw Error(output, status);
+  Check(path.c_str(), status);
+  return report;
+}
+
 }  // namespace tamlog

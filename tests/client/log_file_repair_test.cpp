@@ -93,6 +93,7 @@ TEST_F(LogFileRepairTest, HeaderWithoutSenseLeavesTheSlots) {
 TEST_F(LogFileRepairTest, BadMessagesAreLeftOutWithSlotAndReason) {
   LogMessage message = ReadSlot(2);
   message.body.type = 9;
+  message.body.timestamp[1] = 13;
   WriteSlot(2, message);
   WriteSlot(4, {});
   EXPECT_EQ(Saved(), "0135");
@@ -111,11 +112,55 @@ TEST_F(LogFileRepairTest, TextWithoutEndIsGivenOne) {
   EXPECT_EQ(Plan().mended, 1U);
 }
 
+TEST_F(LogFileRepairTest, TypeThatDoesNotExistCostsNoMessageAndIsTold) {
+  constexpr std::uint32_t kFlipped = 0x00400000;
+  LogMessage message = ReadSlot(2);
+  const std::uint32_t before = message.body.type;
+  message.body.type ^= kFlipped;
+  WriteSlot(2, message);
+  for (const bool carve : {false, true}) {
+    EXPECT_EQ(Saved({.carve = carve}), "012345");
+    const auto plan = Plan({.carve = carve});
+    EXPECT_EQ(plan.lost, 0U);
+    EXPECT_EQ(plan.mended, 0U);
+    EXPECT_EQ(plan.retyped, 1U);
+    ASSERT_EQ(plan.changes.size(), 1U);
+    EXPECT_EQ(plan.changes[0].offset, LogFileImage::OffsetOf(2));
+    EXPECT_EQ(plan.changes[0].seenType, before ^ kFlipped);
+    EXPECT_EQ(plan.changes[0].givenType, before);
+    const LogMessage saved = SavedMessageOf(LogFileImage(bytes), plan.oldestFirst[2]);
+    EXPECT_EQ(saved.body.type, before) << "one bit above the two lowest does not hide which type it was";
+  }
+}
+
+TEST_F(LogFileRepairTest, RandomBytesWithATypeThatDoesNotExistAreNoMessage) {
+  LogMessage message = ReadSlot(2);
+  std::memset(&message.body, 0x5A, sizeof(message.body));
+  WriteSlot(2, message);
+  EXPECT_EQ(Saved(), "01345");
+  ASSERT_EQ(Plan().losses.size(), 1U);
+  EXPECT_EQ(Plan().losses[0].reason, LossReason::KnownType);
+  message = ReadSlot(3);
+  message.body.type = 4;
+  std::memset(message.body.text, 'x', kTextSize);
+  WriteSlot(3, message);
+  EXPECT_EQ(Saved(), "0145") << "two flaws at once are not forgiven";
+  EXPECT_EQ(Plan().lost, 2U);
+}
+
 TEST_F(LogFileRepairTest, MessagesAfterAClearAreCarved) {
   log.Clear();
   Take();
   EXPECT_EQ(Saved(), "");
+  EXPECT_EQ(Plan().outside, 6U);
   EXPECT_EQ(Saved({.carve = true}), "012345");
+  EXPECT_EQ(Plan({.carve = true}).outside, 0U);
+}
+
+TEST_F(LogFileRepairTest, MessagesThatAWrongHeaderHidesAreTold) {
+  bytes[offsetof(LogFileHeader, messageCount)] = 2;
+  EXPECT_EQ(Saved(), "45");
+  EXPECT_EQ(Plan().outside, 4U);
 }
 
 TEST_F(LogFileRepairTest, MessagesAfterAReformatAreCarvedBesideNewOnes) {
