@@ -36,6 +36,11 @@ bool IsPlausibleTime(const TimeWords& words) {
   return words[0] >= kFirstYear && words[0] <= kLastYear && IsRealTime(words);
 }
 
+// What stands behind an end that is there stays as it is.
+void EndText(char (&text)[kTextSize]) {
+  if (std::memchr(&text[0], '\0', kTextSize) == nullptr) text[kTextSize - 1] = '\0';
+}
+
 // Why the bytes of a slot are no message; nothing when they are. One flaw is forgiven to what otherwise looks
 // like a message: senders do write texts without end, and a text can be read whatever became of the type.
 std::optional<LossReason> Judge(const LogMessage& message) {
@@ -275,8 +280,8 @@ RepairPlan PlanRepair(const LogFileImage& image, const RepairOptions& options) {
 LogMessage SavedMessageOf(const LogFileImage& image, const SavedMessage& saved) {
   LogMessage message = image.At(saved.offset);
   if (saved.endTexts) {
-    message.body.source[kTextSize - 1] = '\0';
-    message.body.text[kTextSize - 1] = '\0';
+    EndText(message.body.source);
+    EndText(message.body.text);
   }
   if (saved.giveType) message.body.type %= kMessageTypes;
   return message;

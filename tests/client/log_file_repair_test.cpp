@@ -107,9 +107,14 @@ TEST_F(LogFileRepairTest, BadMessagesAreLeftOutWithSlotAndReason) {
 TEST_F(LogFileRepairTest, TextWithoutEndIsGivenOne) {
   LogMessage message = ReadSlot(5);
   std::memset(message.body.text, 'x', kTextSize);
+  message.body.source[kTextSize - 1] = 'y';  // behind the source's end
   WriteSlot(5, message);
   EXPECT_EQ(Saved(), "01234" + std::string(256, 'x'));
   EXPECT_EQ(Plan().mended, 1U);
+  message.body.text[kTextSize - 1] = '\0';
+  EXPECT_EQ(TamLogTest::BodyBytes(SavedMessageOf(LogFileImage(bytes), Plan().oldestFirst[5])),
+            TamLogTest::BodyBytes(message))
+      << "nothing else is changed";
 }
 
 TEST_F(LogFileRepairTest, TypeThatDoesNotExistCostsNoMessageAndIsTold) {

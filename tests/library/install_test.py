@@ -25,11 +25,11 @@ class Failure(Exception):
     pass
 
 
-def run(*command, env=None, ok=True):
+def run(*command, env=None, codes=(0,)):
     """Standard output of a command; its failure is ours."""
     done = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
                           env=env, timeout=240, check=False)
-    if ok and done.returncode != 0:
+    if done.returncode not in codes:
         raise Failure(f"{' '.join(command)}: exit code {done.returncode}\n{done.stdout}{done.stderr}")
     return done.stdout.replace("\r\n", "\n")
 
@@ -95,17 +95,32 @@ class Library:
         expect(len(declared) > 40, "the header's declarations were not recognised")
         expect(exported == declared, f"exported and declared differ: {sorted(exported ^ declared)}")
 
-    def execute(self, program, *arguments):
+    def execute(self, program, *arguments, codes=(0,)):
         command = [program, *arguments]
         if self.windows:
             command = [os.path.join(ROOT, "scripts", "wine-run.sh"), program,
                        *(argument.replace("/", "\\") if argument.startswith("/") else argument
                          for argument in arguments)]
-        return run(*command, env={**os.environ, "ASAN_OPTIONS": "detect_leaks=1"})
+        return run(*command, env={**os.environ, "ASAN_OPTIONS": "detect_leaks=1"}, codes=codes)
 
     def check_program(self, program):
         output = self.execute(program, self.log)
         expect(output == EXPECTED, f"{program} printed:\n{output}")
+
+    def check_repair(self, program):
+        """A log whose older message has a type that does not exist, and an end that was cut off."""
+        with open(self.log, "rb") as file:
+            data = bytearray(file.read())
+        struct.pack_into("<I", data, 240 + 32, 0x100 + 1)
+        damaged = os.path.join(self.scratch, "damaged.dat")
+        with open(damaged, "wb") as file:
+            file.write(data[:-560])
+        output = os.path.join(self.scratch, f"{os.path.basename(program)}.{len(os.listdir(self.scratch))}.dat")
+        printed = self.execute(program, damaged, output, codes=(1,))
+        for text in ("damage known-type: slot 0", "damage slots-in-file:", "changed: slot 0 byte 240: type 257 became 1",
+                     "saved 1, lost 1; a server keeps them at a capacity of 2"):
+            expect(text in printed, f"{program} printed without '{text}':\n{printed}")
+        expect(self.execute(program, output) == "damage 0, remarks 0\n", "the repaired file is not in order")
 
     def check_package(self, shared):
         build = os.path.join(self.scratch, f"package-{shared}")
@@ -122,6 +137,7 @@ class Library:
             shutil.copy(self.path("bin/tamlog.dll"), build)
         suffix = ".exe" if self.windows else ""
         self.check_program(os.path.join(build, "example_submit_and_read" + suffix))
+        self.check_repair(os.path.join(build, "example_verify_and_repair" + suffix))
         if self.windows:
             program = os.path.join(build, "example_submit_and_read.exe")
             uses = "tamlog.dll" in run("x86_64-w64-mingw32-objdump", "-p", program)
