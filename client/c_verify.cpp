@@ -14,8 +14,8 @@ using TamLogClient::Change;
 using TamLogClient::FileRule;
 using TamLogClient::Guarded;
 using TamLogClient::LogFileImage;
-using TamLogClient::Loss;
 using TamLogClient::LossReason;
+using TamLogClient::RepairLoss;
 using TamLogClient::RepairPlan;
 using TamLogClient::Status;
 using TamLogClient::VerifyReport;
@@ -40,7 +40,7 @@ std::size_t ListLength(std::uint64_t most) {
 
 void GiveFindings(const VerifyReport& report, const tamlog_verify_options& options) {
   if (options.found == nullptr) return;
-  for (const TamLogClient::Finding& finding : report.findings) {
+  for (const TamLogClient::FileFinding& finding : report.findings) {
     tamlog_finding given{};
     given.size = sizeof(given);
     given.rule = static_cast<std::int32_t>(finding.rule);
@@ -92,7 +92,7 @@ tamlog_repair_note NoteAt(std::uint64_t offset, std::int32_t kind, bool saved) {
   return note;
 }
 
-tamlog_repair_note NoteOf(const Loss& loss) {
+tamlog_repair_note NoteOf(const RepairLoss& loss) {
   tamlog_repair_note note = NoteAt(loss.offset, static_cast<std::int32_t>(loss.reason), false);
   note.bytes = loss.bytes;
   note.messages = loss.slots;
@@ -115,7 +115,7 @@ tamlog_repair_note NoteOf(const Change& change, std::string& text) {
 
 void GiveNotes(const RepairPlan& plan, const tamlog_repair_options& options) {
   if (options.note == nullptr) return;
-  for (const Loss& loss : plan.losses) {
+  for (const RepairLoss& loss : plan.losses) {
     const tamlog_repair_note note = NoteOf(loss);
     if (options.note(options.context, &note) != 0) return;
   }

@@ -39,7 +39,7 @@ enum class LossReason : std::uint8_t {
 // A short English phrase, for example "its type does not exist".
 const char* ReasonText(LossReason reason);
 
-struct Loss {
+struct RepairLoss {
   std::uint64_t offset = 0;  // where it begins in the file
   std::uint64_t bytes = 0;
   std::uint64_t slots = 0;  // how many messages at most that were
@@ -64,16 +64,16 @@ struct Change {
 
 struct RepairPlan {
   std::vector<SavedMessage> oldestFirst;
-  std::uint64_t fromRing = 0;   // the rest was carved
-  std::uint64_t mended = 0;     // texts that were given an end
-  std::uint64_t retyped = 0;    // types that did not exist
-  std::uint64_t repeated = 0;   // left out because of `unique`
-  std::uint64_t outside = 0;    // left where they are: messages in slots outside the ring, without `carve`
-  std::uint64_t lost = 0;       // messages at most
-  std::vector<Loss> losses;     // the first of them
-  std::vector<Change> changes;  // the first of those that were mended or retyped
-  bool headerTrusted = false;   // otherwise every slot of the file was looked at
-  std::uint32_t capacity = 1;   // of the damaged file, as far as it can be told
+  std::uint64_t fromRing = 0;      // the rest was carved
+  std::uint64_t mended = 0;        // texts that were given an end
+  std::uint64_t retyped = 0;       // types that did not exist
+  std::uint64_t repeated = 0;      // left out because of `unique`
+  std::uint64_t outside = 0;       // left where they are: messages in slots outside the ring, without `carve`
+  std::uint64_t lost = 0;          // messages at most
+  std::vector<RepairLoss> losses;  // the first of them
+  std::vector<Change> changes;     // the first of those that were mended or retyped
+  bool headerTrusted = false;      // otherwise every slot of the file was looked at
+  std::uint32_t capacity = 1;      // of the damaged file, as far as it can be told
 };
 
 // Memory: 24 bytes a message beside the image.

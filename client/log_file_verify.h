@@ -48,7 +48,7 @@ constexpr bool IsRemark(FileRule rule) {
 // The name that reports and scripts use, for example "newest-first". It never changes.
 const char* RuleName(FileRule rule);
 
-struct Finding {
+struct FileFinding {
   FileRule rule = FileRule::HeaderComplete;
   std::optional<std::uint32_t> slot;  // nothing when it is about the file as a whole
   std::uint64_t offset = 0;           // of the field, in the file
@@ -65,7 +65,7 @@ struct VerifyReport {
   std::uint64_t size = 0;
   std::uint64_t slotsThere = 0;
   LogFileHeader header{};
-  std::vector<Finding> findings;  // in the order of the file's parts: header, then oldest slot first
+  std::vector<FileFinding> findings;  // in the order of the file's parts: header, then oldest slot first
   std::array<std::uint64_t, kFileRules> count{};  // by rule, listed or not
 
   std::uint64_t Count(FileRule rule) const { return count[static_cast<std::size_t>(rule)]; }

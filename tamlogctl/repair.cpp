@@ -14,7 +14,7 @@ namespace TamLogCtl {
 namespace {
 
 using TamLogClient::LogFileImage;
-using TamLogClient::Loss;
+using TamLogClient::RepairLoss;
 using TamLogClient::RepairPlan;
 using TamLogClient::Status;
 
@@ -63,7 +63,7 @@ bool Tell(const RepairPlan& plan, std::uint64_t messages, std::uint32_t capacity
   TellChanges(plan, text);
   if (plan.lost > 0) text += "  lost: " + std::to_string(plan.lost) + " messages at most\n";
   std::uint64_t listed = 0;
-  for (const Loss& loss : plan.losses) {
+  for (const RepairLoss& loss : plan.losses) {
     listed += loss.slots;
     text += "    " + PlaceOf(loss.offset) + ": " + ReasonText(loss.reason);
     if (loss.slots > 1) text += ", " + std::to_string(loss.slots) + " messages";

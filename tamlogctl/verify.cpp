@@ -13,8 +13,8 @@ namespace TamLogCtl {
 
 namespace {
 
+using TamLogClient::FileFinding;
 using TamLogClient::FileRule;
-using TamLogClient::Finding;
 using TamLogClient::Status;
 using TamLogClient::VerifyReport;
 
@@ -22,7 +22,7 @@ std::string Counted(std::uint64_t count, const std::string& what) {
   return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
-std::string LineOf(const Finding& finding) {
+std::string LineOf(const FileFinding& finding) {
   std::string line = IsRemark(finding.rule) ? "  remark  " : "  DAMAGE  ";
   line += RuleName(finding.rule);
   if (finding.slot) line += "  slot " + std::to_string(*finding.slot);
@@ -44,7 +44,7 @@ std::string TextOf(const std::string& name, const VerifyReport& report) {
   std::string text = name + ": " + Verdict(report) + "\n  " + std::to_string(report.header.messageCount) +
                      " messages, capacity " + std::to_string(report.header.maxMessages) + ", " +
                      Counted(report.slotsThere, "slot") + " in " + Counted(report.size, "byte") + "\n";
-  for (const Finding& finding : report.findings) text += LineOf(finding);
+  for (const FileFinding& finding : report.findings) text += LineOf(finding);
   const std::uint64_t rest = report.Damage() + report.Remarks() - report.findings.size();
   if (rest > 0) text += "  and " + std::to_string(rest) + " more of the same rules; list them with --all\n";
   return text;
@@ -65,7 +65,7 @@ std::string JsonOf(const std::string& name, const VerifyReport& report) {
   for (std::size_t i = 0; i < TamLogClient::kFileRules; ++i) {
     if (report.count[i] > 0) json["counts"][RuleName(static_cast<FileRule>(i))] = report.count[i];
   }
-  for (const Finding& finding : report.findings) {
+  for (const FileFinding& finding : report.findings) {
     nlohmann::ordered_json entry{{"rule", RuleName(finding.rule)},
                                  {"kind", IsRemark(finding.rule) ? "remark" : "damage"}};
     if (finding.slot) entry["slot"] = *finding.slot;

@@ -10,8 +10,8 @@
 
 namespace {
 
+using TamLogClient::FileFinding;
 using TamLogClient::FileRule;
-using TamLogClient::Finding;
 using TamLogClient::ImageOf;
 using TamLogClient::LogFileImage;
 using TamLogClient::LogSnapshot;
@@ -46,7 +46,7 @@ class LogFileVerifyTest : public testing::Test {
   // The names of all findings, each followed by a space.
   static std::string Names(const VerifyReport& report) {
     std::string names;
-    for (const Finding& finding : report.findings) names += std::string(RuleName(finding.rule)) + " ";
+    for (const FileFinding& finding : report.findings) names += std::string(RuleName(finding.rule)) + " ";
     return names;
   }
 

@@ -101,7 +101,14 @@ class Library:
             command = [os.path.join(ROOT, "scripts", "wine-run.sh"), program,
                        *(argument.replace("/", "\\") if argument.startswith("/") else argument
                          for argument in arguments)]
-        return run(*command, env={**os.environ, "ASAN_OPTIONS": "detect_leaks=1"}, codes=codes)
+        return run(*command, env=self.sanitizer_environment(leaks=1), codes=codes)
+
+    def sanitizer_environment(self, leaks):
+        """For a program that does not load the sanitizer's run-time library itself, while ours needs it."""
+        env = {**os.environ, "ASAN_OPTIONS": f"detect_leaks={leaks}"}
+        if "-fsanitize=address" in " ".join(self.flags):
+            env["LD_PRELOAD"] = run(self.c_compiler, "-print-file-name=libasan.so").strip()
+        return env
 
     def check_program(self, program):
         output = self.execute(program, self.log)
@@ -156,12 +163,8 @@ class Library:
 
     def check_python(self):
         """The shared library without a compiler in between."""
-        env = dict(os.environ)
-        if "-fsanitize=address" in " ".join(self.flags):
-            sanitizer = run(self.c_compiler, "-print-file-name=libasan.so").strip()
-            env.update({"LD_PRELOAD": sanitizer, "ASAN_OPTIONS": "detect_leaks=0"})
         output = run(sys.executable, os.path.join(ROOT, "examples", "read_log.py"), self.path("lib/libtamlog.so"),
-                     self.log, env=env)
+                     self.log, env=self.sanitizer_environment(leaks=0))
         expect('"text":"first"' in output and '"text":"second"' in output and output.count("\n") == 2,
                f"read_log.py printed:\n{output}")
 
