@@ -47,9 +47,9 @@ std::int64_t MillisecondsOf(char unit) {
     case 's':
       return 1000;
     case 'm':
-      return 60 * 1000;
+      return 60LL * 1000;
     case 'h':
-      return 60 * 60 * 1000;
+      return 60LL * 60 * 1000;
     case 'd':
       return kDayMs;
     case 'w':

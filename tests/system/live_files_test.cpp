@@ -228,3 +228,28 @@ TEST_F(LiveFiles, ImportGoesOnOverARestartOfTheServerWithoutRepeatingAMessage) {
   for (const std::string& text : Texts(2000, 3000)) expected += text + "\n";
   EXPECT_EQ(Tool("show -o cat").output, expected);
 }
+
+TEST_F(LiveFiles, LongTextsAreMarkedWhereTheyWereCutAndStatusKnowsBothEnds) {
+  RunService();
+  const std::string text(300, 'x');
+  const std::string time = "--time \"2026-03-14 12:00:0";
+  Expect("send --split " + time + "1.000\" " + text, 0, "");
+  Expect("send --truncate " + time + "2.000\" " + text, 0, "");
+  ASSERT_TRUE(WaitForMessageCount(3, 10s));
+  EXPECT_EQ(Tool("show -o cat").output, std::string(253, 'x') + "...\n..." + std::string(47, 'x') + "\n" +
+                                            std::string(253, 'x') + "...\n");
+  Expect("send " + time + "0.000\" early", 0, "");
+  ASSERT_TRUE(WaitForMessageCount(4, 10s));
+  Expect("status", 0, "oldest    2026-03-14 12:00:00.000\nnewest    2026-03-14 12:00:02.000\n");
+  // More at once than there is room for: the ring runs backwards.
+  std::optional<PipeConnection> client = PipeConnection::Connect(10s);
+  ASSERT_TRUE(client);
+  for (int i = 0; i < 150; ++i) {
+    ASSERT_EQ(client->AskForCode(SubmitRequest(Message("burst", 10000 + i * 1000))), ReplyCode::Done);
+  }
+  ASSERT_TRUE(WaitForMessageCount(100, 10s));
+  ASSERT_TRUE(Eventually(10s, [] {
+    return Tool("status").output.find(
+               "oldest    2026-03-14 12:01:00.000\nnewest    2026-03-14 12:02:39.000\n") != std::string::npos;
+  }));
+}
