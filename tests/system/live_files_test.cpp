@@ -248,8 +248,10 @@ TEST_F(LiveFiles, LongTextsAreMarkedWhereTheyWereCutAndStatusKnowsBothEnds) {
     ASSERT_EQ(client->AskForCode(SubmitRequest(Message("burst", 10000 + i * 1000))), ReplyCode::Done);
   }
   ASSERT_TRUE(WaitForMessageCount(100, 10s));
-  ASSERT_TRUE(Eventually(10s, [] {
-    return Tool("status").output.find(
-               "oldest    2026-03-14 12:01:00.000\nnewest    2026-03-14 12:02:39.000\n") != std::string::npos;
-  }));
+  ASSERT_TRUE(
+      Eventually(10s, [] { return Tool("show -n 1").output.rfind("2026-03-14 12:02:39.000", 0) == 0; }));
+  const std::string times = Tool("show -o template={time}").output;
+  constexpr std::size_t kLine = 24;  // 2026-03-14 12:00:00.000 and a line end
+  ASSERT_EQ(times.size(), 100 * kLine) << times;
+  Expect("status", 0, "oldest    " + times.substr(0, kLine) + "newest    " + times.substr(99 * kLine));
 }
