@@ -13,6 +13,10 @@ namespace {
 constexpr char kCannotTake[] = "Failed to grab read access, some handles or pointers are invalid";
 constexpr char kCannotRelease[] = "Failed to release read access, some handles or pointers are invalid";
 
+void ResetReadCount(MappedView& view) {
+  WithContext("Failed to reset the read count in SetFileView()", [&] { view.SetReadCount(0); });
+}
+
 }  // namespace
 
 void MessageFile::OpenFile(const std::string& mapName, const std::string& headerLockName,
@@ -44,7 +48,7 @@ void MessageFile::MapWithoutReaders(NativeHandle file, SecurityAttributes* attri
   const LeafLock::Guard guard(viewLock);
   mappedView.Map(file, objectNames.mapping, attributes);
   ++mappings;
-  WithContext("Failed to reset the read count in SetFileView()", [&] { mappedView.SetReadCount(0); });
+  ResetReadCount(mappedView);
 }
 
 void MessageFile::CloseView() {
