@@ -34,7 +34,7 @@ class LiveFiles : public SystemTest {
 
   static std::string TextOf(int number) {
     std::string digits = std::to_string(number);
-    digits.insert(0, 4 - digits.size(), '0');
+    digits.insert(0, 5 - digits.size(), '0');
     return "message " + digits + " " + std::string(static_cast<std::size_t>(number % 50), '.');
   }
   static std::vector<std::string> Texts(int first, int end) {
@@ -69,8 +69,8 @@ class LiveFiles : public SystemTest {
       return std::string(value < 10 ? "0" : "") + std::to_string(value);
     };
     for (int number = 0; number < count; ++number) {
-      lines += "2026-01-01 00:" + twoDigits(number / 60) + ":" + twoDigits(number % 60) + ".000\t1\tSaved\t" +
-               TextOf(number) + "\n";
+      lines += "2026-01-01 " + twoDigits(number / 3600) + ":" + twoDigits(number / 60 % 60) + ":" +
+               twoDigits(number % 60) + ".000\t1\tSaved\t" + TextOf(number) + "\n";
     }
     return lines;
   }
@@ -212,7 +212,8 @@ TEST_F(LiveFiles, ImportOfMoreThanTheCapacityLeavesALogThatIsKept) {
 
 TEST_F(LiveFiles, ImportGoesOnOverARestartOfTheServerWithoutRepeatingAMessage) {
   RunService({.maxMessage = 1000});
-  WriteWholeFile(ScratchFile("many.tsv"), TsvLines(3000));
+  // So many that the import is not over before the stop.
+  WriteWholeFile(ScratchFile("many.tsv"), TsvLines(10000));
   ChildProcess import(CommandLine("import " + Quoted("many.tsv")));
   import.CloseInput();
   ASSERT_TRUE(Eventually(20s, [this] { return Header().messageCount >= 200; }));
@@ -221,11 +222,11 @@ TEST_F(LiveFiles, ImportGoesOnOverARestartOfTheServerWithoutRepeatingAMessage) {
   const CommandReport report = End(import);
   EXPECT_EQ(report.exitCode, 1U) << report.output;
   EXPECT_NE(report.output.find("the connection is lost after "), std::string::npos) << report.output;
-  EXPECT_NE(report.output.find("3000 messages handed in: 1000 in the log, 2000 not, 0 refused"),
+  EXPECT_NE(report.output.find("10000 messages handed in: 1000 in the log, 9000 not, 0 refused"),
             std::string::npos)
       << report.output;
   std::string expected;
-  for (const std::string& text : Texts(2000, 3000)) expected += text + "\n";
+  for (const std::string& text : Texts(9000, 10000)) expected += text + "\n";
   EXPECT_EQ(Tool("show -o cat").output, expected);
 }
 
