@@ -48,8 +48,9 @@ class LogClient::Connection {
       : timeoutMs(options.timeoutMs), pipes(options.pipeName, options.absentMs) {}
 
   const std::uint32_t timeoutMs;
-  std::mutex turn;  // guards `pipes`
+  std::mutex turn;  // guards what follows
   PipeConnection pipes;
+  std::uint64_t opened = 0;
 };
 
 LogClient::LogClient(const LogClientOptions& chosen) : connection(std::make_unique<Connection>(chosen)) {}
@@ -61,6 +62,11 @@ void LogClient::Disconnect() {
   connection->pipes.Close();
 }
 
+std::uint64_t LogClient::Connections() const {
+  const std::lock_guard turn(connection->turn);
+  return connection->opened;
+}
+
 Status LogClient::Carry(const PipeRequest& request, PipeReply& reply) {
   const std::lock_guard turn(connection->turn);
   PipeConnection& pipes = connection->pipes;
@@ -68,6 +74,7 @@ Status LogClient::Carry(const PipeRequest& request, PipeReply& reply) {
   for (int attempt = 0;; ++attempt) {
     if (!pipes.IsOpen() || pipes.IsStale()) {
       if (const Status status = pipes.Open(deadline); status != Status::Ok) return status;
+      ++connection->opened;
     }
     bool sent = false;
     const Status status = pipes.Exchange(request, reply, deadline, sent);

@@ -57,6 +57,10 @@ class LogClient {
   // Ends the connection, if there is one; the next call connects again.
   void Disconnect();
 
+  // How many connections were made so far. When a call has raised it, the server may have been restarted
+  // before that, and what it had taken but not yet written (the last 200 ms) is lost.
+  std::uint64_t Connections() const;
+
  private:
   class Connection;
 

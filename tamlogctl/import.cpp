@@ -48,7 +48,8 @@ class Import {
   const ImportOptions& options;
   LogClient client;
   std::vector<LogMessageBody> messages;
-  Counts before;  // what the log held at the start
+  Counts before;                  // what the log held at the start
+  std::uint64_t connections = 0;  // of the client, as far as losses were looked after
   std::vector<bool> refused;
   std::vector<std::uint64_t> sentAt;  // ticks
   std::size_t next = 0;
@@ -135,6 +136,7 @@ int Import::Recover() {
       return kNotThere;
     }
   }
+  connections = client.Connections();
   const std::size_t reached = std::min(next + 1, messages.size());
   std::size_t first = next;
   while (first > 0 && lostAt - sentAt[first - 1] < 2 * std::uint64_t{kSettleMs}) --first;
@@ -158,8 +160,10 @@ int Import::SendAll() {
     progress.Show(next);
     if (Interrupted()) return kInterrupted;
     const int code = Send(next);
-    if (code == kDone) {
-      ++next;
+    if (code == kDone) ++next;
+    // A restart of the server may have been so short that the client was connected again before it was
+    // missed.
+    if (code == kDone && client.Connections() == connections) {
       if (!Pace()) return kInterrupted;
       continue;
     }
@@ -215,6 +219,7 @@ int Import::Run() {
     Say(StatusText(status));
     return ExitCodeOf(status);
   }
+  connections = client.Connections();
   tooMany = std::max<std::size_t>(1, settings.maxMessage / 2);
   if (!CountLog(before)) {
     Say("the server's log cannot be read");
