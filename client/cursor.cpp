@@ -8,13 +8,13 @@ namespace TamLogClient {
 
 namespace {
 
-constexpr std::string_view kMark = "c1";  // a cursor, first form
-constexpr std::size_t kFields = 7;        // the last is the check sum
-constexpr std::size_t kLongest = 2 + kFields * 17;
+constexpr std::string_view kFirstForm = "c1";  // of cursors
+constexpr std::size_t kNumbers = 7;            // the last is the check sum
+constexpr std::size_t kLongest = 2 + kNumbers * 17;
 
-using Fields = std::array<std::uint64_t, kFields>;
+using Numbers = std::array<std::uint64_t, kNumbers>;
 
-void AppendField(std::uint64_t value, std::string& out) {
+void AppendNumberAfterDot(std::uint64_t value, std::string& out) {
   std::array<char, 16> digits{};
   char* const end = std::to_chars(digits.data(), digits.data() + digits.size(), value, 16).ptr;
   out += '.';
@@ -27,18 +27,18 @@ std::uint64_t CheckSum(std::string_view text) {
   return sum;
 }
 
-std::optional<Fields> SplitFields(std::string_view text) {
-  if (text.size() > kLongest || !text.starts_with(kMark)) return std::nullopt;
-  text.remove_prefix(kMark.size());
-  Fields fields{};
-  for (std::uint64_t& field : fields) {
+std::optional<Numbers> SplitNumbers(std::string_view text) {
+  if (text.size() > kLongest || !text.starts_with(kFirstForm)) return std::nullopt;
+  text.remove_prefix(kFirstForm.size());
+  Numbers numbers{};
+  for (std::uint64_t& number : numbers) {
     if (text.empty() || text.front() != '.') return std::nullopt;
     text.remove_prefix(1);
-    const auto [rest, error] = std::from_chars(text.data(), text.data() + text.size(), field, 16);
+    const auto [rest, error] = std::from_chars(text.data(), text.data() + text.size(), number, 16);
     if (error != std::errc()) return std::nullopt;
     text.remove_prefix(static_cast<std::size_t>(rest - text.data()));
   }
-  return text.empty() ? std::optional(fields) : std::nullopt;
+  return text.empty() ? std::optional(numbers) : std::nullopt;
 }
 
 const LogMessageBody& BodyAt(const LogSnapshot& snapshot, const std::vector<std::uint32_t>& order,
@@ -49,24 +49,24 @@ const LogMessageBody& BodyAt(const LogSnapshot& snapshot, const std::vector<std:
 }  // namespace
 
 std::string FormatCursor(const Cursor& cursor) {
-  std::string text(kMark);
-  for (const std::uint64_t field :
+  std::string text(kFirstForm);
+  for (const std::uint64_t number :
        {cursor.key, cursor.identity.low, cursor.identity.high, static_cast<std::uint64_t>(cursor.occurrence),
         cursor.rewriteCount, cursor.nextSequence}) {
-    AppendField(field, text);
+    AppendNumberAfterDot(number, text);
   }
-  AppendField(CheckSum(text), text);
+  AppendNumberAfterDot(CheckSum(text), text);
   return text;
 }
 
 std::optional<Cursor> ParseCursor(std::string_view text) {
-  const auto fields = SplitFields(text);
-  if (!fields || (*fields)[3] == 0 || (*fields)[3] > UINT32_MAX) return std::nullopt;
-  const Cursor cursor{(*fields)[0],
-                      {(*fields)[1], (*fields)[2]},
-                      static_cast<std::uint32_t>((*fields)[3]),
-                      (*fields)[4],
-                      (*fields)[5]};
+  const auto numbers = SplitNumbers(text);
+  if (!numbers || (*numbers)[3] == 0 || (*numbers)[3] > UINT32_MAX) return std::nullopt;
+  const Cursor cursor{(*numbers)[0],
+                      {(*numbers)[1], (*numbers)[2]},
+                      static_cast<std::uint32_t>((*numbers)[3]),
+                      (*numbers)[4],
+                      (*numbers)[5]};
   // One cursor, one text: capital letters, zeros in front and a wrong check sum end here.
   if (FormatCursor(cursor) != text) return std::nullopt;
   return cursor;

@@ -8,9 +8,9 @@ namespace TamLogClient {
 
 namespace {
 
-constexpr std::string_view kMark = "memory1";
+constexpr std::string_view kHeadline = "memory1";
 
-void AppendNumber(std::uint64_t value, std::string& out) {
+void AppendHexNumber(std::uint64_t value, std::string& out) {
   std::array<char, 16> digits{};
   char* const end = std::to_chars(digits.data(), digits.data() + digits.size(), value, 16).ptr;
   out += ' ';
@@ -18,7 +18,7 @@ void AppendNumber(std::uint64_t value, std::string& out) {
 }
 
 // Takes " HEX" from the front.
-bool TakeNumber(std::string_view& text, std::uint64_t& value) {
+bool TakeHexNumber(std::string_view& text, std::uint64_t& value) {
   if (text.empty() || text.front() != ' ') return false;
   text.remove_prefix(1);
   const auto [rest, error] = std::from_chars(text.data(), text.data() + text.size(), value, 16);
@@ -35,14 +35,14 @@ bool TakeLineEnd(std::string_view& text) {
 
 bool TakeCount(std::string_view& text, std::int32_t& count) {
   std::uint64_t value = 0;
-  if (!TakeNumber(text, value) || value > std::numeric_limits<std::int32_t>::max()) return false;
+  if (!TakeHexNumber(text, value) || value > std::numeric_limits<std::int32_t>::max()) return false;
   count = static_cast<std::int32_t>(value);
   return true;
 }
 
 bool TakeFlag(std::string_view& text, bool& flag) {
   std::uint64_t value = 0;
-  if (!TakeNumber(text, value) || value > 1) return false;
+  if (!TakeHexNumber(text, value) || value > 1) return false;
   flag = value == 1;
   return true;
 }
@@ -50,17 +50,17 @@ bool TakeFlag(std::string_view& text, bool& flag) {
 bool TakeHead(std::string_view& text, FollowerMemory& memory, std::uint64_t& messages) {
   LogFileHeader& header = memory.header;
   return TakeCount(text, header.maxMessages) && TakeCount(text, header.messageCount) &&
-         TakeCount(text, header.nextSlot) && TakeNumber(text, header.changeCount) &&
-         TakeNumber(text, header.rewriteCount) && TakeNumber(text, header.nextSequence) &&
-         TakeNumber(text, memory.completeFrom) && TakeFlag(text, memory.suspect) &&
-         TakeNumber(text, memory.suspectUntil) && TakeFlag(text, memory.any) &&
-         TakeNumber(text, memory.newestKey) && TakeNumber(text, messages) && TakeLineEnd(text);
+         TakeCount(text, header.nextSlot) && TakeHexNumber(text, header.changeCount) &&
+         TakeHexNumber(text, header.rewriteCount) && TakeHexNumber(text, header.nextSequence) &&
+         TakeHexNumber(text, memory.completeFrom) && TakeFlag(text, memory.suspect) &&
+         TakeHexNumber(text, memory.suspectUntil) && TakeFlag(text, memory.any) &&
+         TakeHexNumber(text, memory.newestKey) && TakeHexNumber(text, messages) && TakeLineEnd(text);
 }
 
 bool TakeKnown(std::string_view& text, KnownMessage& known) {
   std::uint64_t count = 0;
-  if (!TakeNumber(text, known.identity.low) || !TakeNumber(text, known.identity.high) ||
-      !TakeNumber(text, known.key) || !TakeNumber(text, count) || !TakeLineEnd(text)) {
+  if (!TakeHexNumber(text, known.identity.low) || !TakeHexNumber(text, known.identity.high) ||
+      !TakeHexNumber(text, known.key) || !TakeHexNumber(text, count) || !TakeLineEnd(text)) {
     return false;
   }
   known.count = static_cast<std::uint32_t>(count);
@@ -71,22 +71,22 @@ bool TakeKnown(std::string_view& text, KnownMessage& known) {
 
 std::string FormatMemory(const FollowerMemory& memory) {
   const LogFileHeader& header = memory.header;
-  std::string text(kMark);
+  std::string text(kHeadline);
   for (const std::int32_t value : {header.maxMessages, header.messageCount, header.nextSlot}) {
-    AppendNumber(static_cast<std::uint64_t>(value < 0 ? 0 : value), text);
+    AppendHexNumber(static_cast<std::uint64_t>(value < 0 ? 0 : value), text);
   }
   for (const std::uint64_t value :
        {std::uint64_t{header.changeCount}, std::uint64_t{header.rewriteCount},
         std::uint64_t{header.nextSequence}, memory.completeFrom, std::uint64_t{memory.suspect ? 1U : 0U},
         memory.suspectUntil, std::uint64_t{memory.any ? 1U : 0U}, memory.newestKey,
         std::uint64_t{memory.known.size()}}) {
-    AppendNumber(value, text);
+    AppendHexNumber(value, text);
   }
   text += '\n';
   for (const KnownMessage& known : memory.known) {
     for (const std::uint64_t value :
          {known.identity.low, known.identity.high, known.key, std::uint64_t{known.count}}) {
-      AppendNumber(value, text);
+      AppendHexNumber(value, text);
     }
     text += '\n';
   }
@@ -95,8 +95,8 @@ std::string FormatMemory(const FollowerMemory& memory) {
 
 std::optional<FollowerMemory> ParseMemory(std::string_view text) {
   const std::string_view whole = text;
-  if (!text.starts_with(kMark)) return std::nullopt;
-  text.remove_prefix(kMark.size());
+  if (!text.starts_with(kHeadline)) return std::nullopt;
+  text.remove_prefix(kHeadline.size());
   FollowerMemory memory;
   std::uint64_t messages = 0;
   constexpr std::uint64_t kShortestLine = 9;

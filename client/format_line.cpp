@@ -12,29 +12,16 @@ constexpr std::string_view kPlain = "\x1b[0m";
 
 void AppendField(Field field, const MessageToFormat& message, const FormatOptions& options,
                  std::string& out) {
-  const LogMessageBody& body = message.view.Body();
   switch (field) {
-    case Field::Time:
-      return AppendStamp(message, options, ' ', out);
-    case Field::Seq:
-      return AppendNumber(message.view.Sequence(), out);
-    case Field::Type:
-      return AppendNumber(std::uint64_t{message.view.Type()}, out);
-    case Field::Label:
-      return options.typeNames.Append(message.view.Type(), out);
     case Field::Source:
       return AppendShown(message.view.Source(), options.encoding, out);
     case Field::Text:
       return AppendShown(message.view.Text(), options.encoding, out);
-    case Field::Origin:
-      return AppendHexOf(body.origin, out);
-    case Field::Tail:
-      return AppendHexOf(body.tail, out);
-    case Field::Spare:
-      return AppendNumber(int{message.words[7]}, out);
     case Field::Late:
       if (message.late) out += "late";
       return;
+    default:
+      return AppendSimple(field, message, options, out);
   }
 }
 

@@ -52,4 +52,30 @@ bool AppendAsUtf8(std::string_view text, const TextEncoding& encoding, std::stri
   return complete;
 }
 
+void AppendSimple(Field field, const MessageToFormat& message, const FormatOptions& options,
+                  std::string& out) {
+  switch (field) {
+    case Field::Time:
+      return AppendStamp(message, options, ' ', out);
+    case Field::Seq:
+      return AppendNumber(message.view.Sequence(), out);
+    case Field::Type:
+      return AppendNumber(std::uint64_t{message.view.Type()}, out);
+    case Field::Label:
+      return options.typeNames.Append(message.view.Type(), out);
+    case Field::Origin:
+      return AppendHexOf(message.view.Body().origin, out);
+    case Field::Tail:
+      return AppendHexOf(message.view.Body().tail, out);
+    case Field::Spare:
+      return AppendNumber(int{message.words[7]}, out);
+    case Field::Late:
+      out += message.late ? "true" : "false";
+      return;
+    case Field::Source:
+    case Field::Text:
+      return;
+  }
+}
+
 }  // namespace TamLogClient

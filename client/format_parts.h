@@ -35,6 +35,10 @@ void AppendHexOf(const Bytes& bytes, std::string& out) {
 void AppendStamp(const MessageToFormat& message, const FormatOptions& options, char separator,
                  std::string& out);
 
+// Any field but the texts, which each format quotes in its own way: those append nothing.
+void AppendSimple(Field field, const MessageToFormat& message, const FormatOptions& options,
+                  std::string& out);
+
 // Safe to show: control characters, and bytes that cannot be read, as \n or \xNN.
 void AppendShown(std::string_view text, const TextEncoding& encoding, std::string& out);
 

@@ -17,33 +17,6 @@ std::span<const Field> CsvColumns(const FormatOptions& options) {
   return options.fields.empty() ? std::span<const Field>(kCsvColumns) : options.fields;
 }
 
-// All but the texts, which each format quotes in its own way.
-void AppendSimple(Field field, const MessageToFormat& message, const FormatOptions& options,
-                  std::string& out) {
-  switch (field) {
-    case Field::Time:
-      return AppendStamp(message, options, ' ', out);
-    case Field::Seq:
-      return AppendNumber(message.view.Sequence(), out);
-    case Field::Type:
-      return AppendNumber(std::uint64_t{message.view.Type()}, out);
-    case Field::Label:
-      return options.typeNames.Append(message.view.Type(), out);
-    case Field::Origin:
-      return AppendHexOf(message.view.Body().origin, out);
-    case Field::Tail:
-      return AppendHexOf(message.view.Body().tail, out);
-    case Field::Spare:
-      return AppendNumber(int{message.words[7]}, out);
-    case Field::Late:
-      out += message.late ? "true" : "false";
-      return;
-    case Field::Source:
-    case Field::Text:
-      return;
-  }
-}
-
 std::optional<std::string_view> TextOf(Field field, const MessageToFormat& message) {
   if (field == Field::Source) return message.view.Source();
   if (field == Field::Text) return message.view.Text();

@@ -9,9 +9,9 @@ namespace TamLogClient {
 
 namespace {
 
-constexpr DWORD kEventAccess = SYNCHRONIZE | EVENT_MODIFY_STATE;
+constexpr DWORD kLookAccess = SYNCHRONIZE | EVENT_MODIFY_STATE;
 constexpr DWORD kLookEveryMs = 20;
-constexpr DWORD kLockMs = 1000;  // the lock is held for microseconds
+constexpr DWORD kLockPatienceMs = 1000;  // the lock is held for microseconds
 constexpr std::size_t kHeaderLock = 0;
 constexpr std::size_t kReadWait = 1;
 constexpr std::size_t kWriteWait = 2;
@@ -50,7 +50,7 @@ LogObjects LogExaminer::Open(const std::string& mapName) {
     for (std::size_t i = 0; good && i < events.size(); ++i) {
       names.name[i][kLockNameSize - 1] = '\0';
       found.eventNames[i] = &names.name[i][0];
-      events[i] = Handle(OpenEventA(kEventAccess, FALSE, found.eventNames[i].c_str()));
+      events[i] = Handle(OpenEventA(kLookAccess, FALSE, found.eventNames[i].c_str()));
       if (!events[i]) found.eventErrors[i] = GetLastError();
     }
   }
@@ -81,7 +81,7 @@ LogWatch LogExaminer::Watch(std::uint32_t milliseconds) {
   LogFileHeader first{};
   if (!CopyHeader(first)) return watch;
   watch.header = first;
-  watch.lockTaken = !TakeLock(kLockMs);
+  watch.lockTaken = !TakeLock(kLockPatienceMs);
   if (!watch.lockTaken) SetEvent(events[kHeaderLock].Get());
   watch.readersInside = watch.countPassed = watch.countLeft = watch.readersKeptOut = true;
   const ULONGLONG start = GetTickCount64();
@@ -113,7 +113,7 @@ bool LogExaminer::FreeHeaderLock() {
 }
 
 bool LogExaminer::ForgetReaders(const LogFileHeader& seen) {
-  if (headerView == nullptr || !TakeLock(kLockMs)) return false;
+  if (headerView == nullptr || !TakeLock(kLockPatienceMs)) return false;
   LogFileHeader now{};
   bool done = CopyHeader(now) && now.readCount == seen.readCount && now.changeCount == seen.changeCount;
   if (done) {

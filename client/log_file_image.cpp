@@ -7,16 +7,9 @@
 #include <fstream>
 #include <system_error>
 
+#include "client/file_path.h"
+
 namespace TamLogClient {
-
-namespace {
-
-Status StatusOfErrno(int error) {
-  if (error == ENOENT || error == ENOTDIR) return Status::NotFound;
-  return error == EACCES || error == EPERM ? Status::AccessDenied : Status::SystemError;
-}
-
-}  // namespace
 
 LogFileImage::LogFileImage(std::string_view fileBytes) : bytes(fileBytes) {
   // No bytes may have no address either.
@@ -83,7 +76,7 @@ std::string ImageOf(const LogSnapshot& snapshot) {
 
 Status ReadFileBytes(const std::string& path, std::string& bytes) {
   bytes.clear();
-  const std::filesystem::path name(std::u8string(path.begin(), path.end()));
+  const std::filesystem::path name = PathOf(path);
   std::error_code error;
   if (std::filesystem::is_directory(name, error)) return Status::NotFound;
   errno = 0;
@@ -98,11 +91,8 @@ Status ReadFileBytes(const std::string& path, std::string& bytes) {
 }
 
 bool IsSameFile(const std::string& left, const std::string& right) {
-  const auto path = [](const std::string& utf8) {
-    return std::filesystem::path(std::u8string(utf8.begin(), utf8.end()));
-  };
   std::error_code error;
-  return left == right || std::filesystem::equivalent(path(left), path(right), error);
+  return left == right || std::filesystem::equivalent(PathOf(left), PathOf(right), error);
 }
 
 }  // namespace TamLogClient

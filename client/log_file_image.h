@@ -3,6 +3,7 @@
 // The bytes of a log file, or of what is left of one, read without trusting any of them. A view does not own
 // the bytes; it must not outlive them. Any bytes will do: nothing here reads outside of them.
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -13,6 +14,10 @@
 #include "store/log_file_format.h"
 
 namespace TamLogClient {
+
+// Of these fields, from the begin of a slot.
+inline constexpr std::uint64_t kTimeOffset = offsetof(LogMessage, body) + offsetof(LogMessageBody, timestamp);
+inline constexpr std::uint64_t kTypeOffset = offsetof(LogMessage, body) + offsetof(LogMessageBody, type);
 
 class LogFileImage {
  public:

@@ -10,20 +10,13 @@
 #include <system_error>
 #include <vector>
 
+#include "client/file_path.h"
+
 namespace TamLogClient {
 
 namespace {
 
 namespace fs = std::filesystem;
-
-Status StatusOfErrno(int error) {
-  if (error == ENOENT || error == ENOTDIR) return Status::NotFound;
-  return error == EACCES || error == EPERM ? Status::AccessDenied : Status::SystemError;
-}
-
-fs::path PathOf(const std::string& utf8) {
-  return {std::u8string(utf8.begin(), utf8.end())};
-}
 
 // Slots are read one after the other, so that a file that shrinks meanwhile gives those before the cut.
 void ReadSlots(std::ifstream& file, std::uint64_t expected, std::vector<LogMessage>& slots) {

@@ -17,8 +17,6 @@ namespace {
 constexpr std::uint64_t kSlotSize = sizeof(LogMessage);
 // The padding behind the last message of a cut file may be missing.
 constexpr std::uint64_t kNeeded = offsetof(LogMessage, padding);
-constexpr std::uint64_t kTimeOffset = offsetof(LogMessage, body) + offsetof(LogMessageBody, timestamp);
-constexpr std::uint64_t kTypeOffset = offsetof(LogMessage, body) + offsetof(LogMessageBody, type);
 
 bool IsBlank(const LogMessageBody& body) {
   static const LogMessageBody blank{};

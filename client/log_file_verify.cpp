@@ -12,8 +12,6 @@ namespace TamLogClient {
 
 namespace {
 
-constexpr std::uint64_t kTimeOffset = offsetof(LogMessage, body) + offsetof(LogMessageBody, timestamp);
-constexpr std::uint64_t kTypeOffset = offsetof(LogMessage, body) + offsetof(LogMessageBody, type);
 constexpr std::uint64_t kSourceOffset = offsetof(LogMessage, body) + offsetof(LogMessageBody, source);
 constexpr std::uint64_t kTextOffset = offsetof(LogMessage, body) + offsetof(LogMessageBody, text);
 

@@ -7,6 +7,7 @@
 #include <limits>
 #include <system_error>
 
+#include "client/file_path.h"
 #include "client/log_message_view.h"
 
 namespace TamLogClient {
@@ -14,10 +15,6 @@ namespace TamLogClient {
 namespace {
 
 namespace fs = std::filesystem;
-
-fs::path PathOf(const std::string& utf8) {
-  return {std::u8string(utf8.begin(), utf8.end())};
-}
 
 bool IsThere(const std::string& path) {
   std::error_code error;

@@ -6,6 +6,7 @@
 #include <system_error>
 #include <utility>
 
+#include "client/file_path.h"
 #include "client/log_message_view.h"
 
 namespace TamLogClient {
@@ -13,10 +14,6 @@ namespace TamLogClient {
 namespace {
 
 constexpr std::uint32_t kProbes = 64;
-
-std::filesystem::path PathOf(const std::string& utf8) {
-  return {std::u8string(utf8.begin(), utf8.end())};
-}
 
 bool ReadAt(std::ifstream& file, std::uint64_t offset, void* to, std::size_t bytes) {
   file.seekg(static_cast<std::streamoff>(offset));

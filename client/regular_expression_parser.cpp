@@ -51,7 +51,7 @@ ByteSet SetOf(Predicate holds) {
   return set;
 }
 
-unsigned HexValue(char digit) {
+unsigned ValueOfHexDigit(char digit) {
   if (IsDigit(static_cast<unsigned char>(digit))) return static_cast<unsigned>(digit - '0');
   return static_cast<unsigned>((digit | 0x20) - 'a' + 10);
 }
@@ -250,7 +250,7 @@ class Parser {
     for (int i = 0; i < 2; ++i) {
       const char digit = TakeAny("\\x wants two hexadecimal digits");
       if (!IsHexDigit(static_cast<unsigned char>(digit))) throw Problem{"\\x wants two hexadecimal digits"};
-      value = value * 16 + HexValue(digit);
+      value = value * 16 + ValueOfHexDigit(digit);
     }
     return static_cast<char>(value);
   }

@@ -45,7 +45,7 @@ std::optional<TimeWords> Midnight(TimeWords words, int daysOn) {
   return Moved(words, std::chrono::days(daysOn));
 }
 
-std::optional<std::chrono::milliseconds> UnitOf(char unit) {
+std::optional<std::chrono::milliseconds> LengthOf(char unit) {
   constexpr std::array<std::pair<char, std::chrono::milliseconds>, 5> kUnits{{{'s', std::chrono::seconds(1)},
                                                                               {'m', std::chrono::minutes(1)},
                                                                               {'h', std::chrono::hours(1)},
@@ -61,7 +61,7 @@ std::optional<std::chrono::milliseconds> UnitOf(char unit) {
 std::optional<TimeWords> ParseRelative(std::string_view text, const TimeWords& now) {
   constexpr std::size_t kMostDigits = 7;
   const std::string_view digits = text.substr(1, text.size() - 2);
-  const auto unit = UnitOf(text.back());
+  const auto unit = LengthOf(text.back());
   if (!unit || digits.empty() || digits.size() > kMostDigits) return std::nullopt;
   std::int64_t count = 0;
   for (const char digit : digits) {

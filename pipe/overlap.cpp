@@ -16,7 +16,7 @@ static_assert(Overlap::kNotCompleted == WAIT_TIMEOUT);
 
 // An operation whose thread was ended by force may never report its end; nobody waits longer than this for
 // it.
-constexpr std::uint32_t kDestructionWaitMs = 1000;
+constexpr std::uint32_t kAbandonedAfterMs = 1000;
 
 void CreateUnsignalledEvent(AutoHandle& event, const char* failure) {
   event = CreateEventA(nullptr, TRUE, FALSE, nullptr);
@@ -34,7 +34,7 @@ Overlap::Overlap() : overlapped(std::make_unique<OVERLAPPED>()) {
 }
 
 Overlap::~Overlap() {
-  CancelAndAwaitEnd(kDestructionWaitMs);
+  CancelAndAwaitEnd(kAbandonedAfterMs);
 }
 
 std::uint32_t Overlap::Wait(std::uint32_t milliseconds) {

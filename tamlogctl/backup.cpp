@@ -4,6 +4,7 @@
 #include <fstream>
 #include <system_error>
 
+#include "client/file_path.h"
 #include "tamlogctl/console.h"
 
 namespace TamLogCtl {
@@ -41,7 +42,7 @@ bool Write(const std::filesystem::path& path, const LogSnapshot& snapshot) {
 }  // namespace
 
 bool WriteBackup(const std::string& path, const LogSnapshot& snapshot, std::string& problem) {
-  const std::filesystem::path target(std::u8string(path.begin(), path.end()));
+  const std::filesystem::path target = TamLogClient::PathOf(path);
   std::filesystem::path partial = target;
   partial += ".part";
   std::error_code error;

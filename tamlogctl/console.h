@@ -3,6 +3,7 @@
 // The program's surroundings: its streams, its interruption by Ctrl-C, its clock. One implementation per
 // operating system.
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -17,6 +18,9 @@ bool StderrIsTerminal();
 
 // Makes a terminal obey colours; false when it cannot.
 bool EnableColors();
+
+// Output is gathered to pieces of about so many bytes before it is written.
+inline constexpr std::size_t kWriteSize = std::size_t{1} << 16U;
 
 // Writes all of it at once; UTF-8, line ends as they are. False once standard output has failed.
 bool WriteOut(std::string_view text);

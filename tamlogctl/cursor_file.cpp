@@ -5,6 +5,7 @@
 #include <sstream>
 #include <system_error>
 
+#include "client/file_path.h"
 #include "tamlogctl/console.h"
 
 namespace TamLogCtl {
@@ -12,12 +13,9 @@ namespace TamLogCtl {
 namespace {
 
 namespace fs = std::filesystem;
+using TamLogClient::PathOf;
 
 constexpr const char* kNone = "none";
-
-fs::path PathOf(const std::string& utf8) {
-  return {std::u8string(utf8.begin(), utf8.end())};
-}
 
 bool Refuse(const std::string& path, const std::string& what) {
   Say("--cursor-file '" + path + "': " + what);

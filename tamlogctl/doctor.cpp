@@ -15,6 +15,7 @@
 #include "client/win32.h"
 #include "tamlogctl/console.h"
 #include "tamlogctl/exit_code.h"
+#include "tamlogctl/filter_text.h"
 #include "tamlogctl/live_server.h"
 #include "tamlogctl/progress.h"
 #include "tamlogctl/service.h"
@@ -34,8 +35,6 @@ using TamLogClient::Status;
 using Json = nlohmann::ordered_json;
 
 constexpr std::uint32_t kBusyMs = 3000;  // a busy pipe is ordinary for some milliseconds
-constexpr std::size_t kMostFilterText = 127;
-constexpr std::size_t kEndsServer = 1024;
 
 void AskServer(const DoctorOptions& options, Observations& seen) {
   const KeptLengths kept = LookAtKeptTexts();

@@ -91,7 +91,6 @@ int Export::WriteText(MessageFormatter& formatter) {
   for (std::size_t i = 0; status == Status::Ok && i < messages.size(); ++i) {
     progress.Show(i);
     formatter.Append(*messages[i], false, pending);
-    constexpr std::size_t kWriteSize = std::size_t{1} << 16U;
     if (pending.size() < kWriteSize) continue;
     if (!file.Write(pending)) status = Status::SystemError;
     pending.clear();

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "client/file_path.h"
 #include "client/log_client.h"
 #include "tamlogctl/console.h"
 #include "tamlogctl/exit_code.h"
@@ -82,7 +83,7 @@ bool ReadAll(const std::string& name, std::string& text) {
     for (std::string line; ReadLine(line);) text += line + "\n";
     return true;
   }
-  std::ifstream file(std::filesystem::path(std::u8string(name.begin(), name.end())), std::ios::binary);
+  std::ifstream file(TamLogClient::PathOf(name), std::ios::binary);
   if (!file) return false;
   std::array<char, 4096> part{};
   do {

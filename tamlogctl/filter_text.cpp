@@ -13,7 +13,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr std::size_t kMostText = 127;  // of a filter, without its zero
 constexpr std::size_t kShortText = 2;
 
 const char* KindOf(const FilterEntry& filter) {
@@ -107,7 +106,7 @@ std::string FilterRemark(const FilterEntry& filter) {
 }
 
 std::string FilterProblem(const FilterEntry& filter) {
-  if (filter.text.size() > kMostText) {
+  if (filter.text.size() > kMostFilterText) {
     return "the filter has " + std::to_string(filter.text.size()) +
            " bytes, 127 are allowed (a longer one would end the server); shorten it: a filter matches by its "
            "beginning";

@@ -2,6 +2,7 @@
 
 // Lists of filters as text: for people, and in the two forms that `filter set` reads back.
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -12,6 +13,8 @@
 namespace TamLogCtl {
 
 using TamLogClient::FilterEntry;
+
+inline constexpr std::size_t kMostFilterText = 127;  // of a filter, without its zero
 
 // What the whole list means, in one sentence.
 std::string FilterRuleText(const std::vector<FilterEntry>& filters);

@@ -5,6 +5,7 @@
 #include <system_error>
 #include <utility>
 
+#include "client/file_path.h"
 #include "client/message_formatter.h"
 #include "client/message_selection.h"
 #include "client/time_zone.h"
@@ -144,7 +145,7 @@ ShowOptions FollowingOf(const ExportOptions& options) {
 // Something that an earlier run, which is not known, or somebody else has written.
 bool HoldsSomething(const std::string& target) {
   std::error_code error;
-  const std::filesystem::path path(std::u8string(target.begin(), target.end()));
+  const std::filesystem::path path = TamLogClient::PathOf(target);
   if (std::filesystem::is_directory(path, error)) return true;
   const auto bytes = std::filesystem::file_size(path, error);
   return !error && bytes > 0;

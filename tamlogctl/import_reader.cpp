@@ -19,7 +19,7 @@ namespace TamLogCtl {
 namespace {
 
 using TamLogClient::LogFileImage;
-using Json = nlohmann::json;
+using JsonLine = nlohmann::json;
 
 int HexDigit(char digit) {
   constexpr std::string_view digits = "0123456789abcdef";
@@ -40,7 +40,7 @@ std::optional<std::string> FromHex(const std::string& hex) {
 }
 
 // The bytes as they were, when they stand beside a text that could not hold them.
-std::optional<std::string> TextField(const Json& line, const char* name) {
+std::optional<std::string> TextField(const JsonLine& line, const char* name) {
   const auto raw = line.find(std::string(name) + "_hex");
   if (raw != line.end() && raw->is_string()) return FromHex(raw->get<std::string>());
   const auto text = line.find(name);
@@ -48,7 +48,7 @@ std::optional<std::string> TextField(const Json& line, const char* name) {
   return text->get<std::string>();
 }
 
-bool TakeTime(const Json& line, LogMessageBody& body) {
+bool TakeTime(const JsonLine& line, LogMessageBody& body) {
   TamLogClient::TimeWords words{};
   if (const auto raw = line.find("time_words"); raw != line.end() && raw->is_array()) {
     if (raw->size() < 7 || raw->size() > words.size()) return false;
@@ -68,7 +68,7 @@ bool TakeTime(const Json& line, LogMessageBody& body) {
 }
 
 template <std::size_t size>
-void TakeBytes(const Json& line, const char* name, std::uint8_t (&field)[size]) {
+void TakeBytes(const JsonLine& line, const char* name, std::uint8_t (&field)[size]) {
   const auto hex = line.find(name);
   if (hex == line.end() || !hex->is_string()) return;
   const auto bytes = FromHex(hex->get<std::string>());
@@ -76,7 +76,7 @@ void TakeBytes(const Json& line, const char* name, std::uint8_t (&field)[size]) 
 }
 
 std::optional<LogMessageBody> FromJson(const std::string& text, std::string& problem) {
-  const Json line = Json::parse(text, nullptr, false);
+  const JsonLine line = JsonLine::parse(text, nullptr, false);
   LogMessageBody body{};
   if (!line.is_object()) {
     problem = "no json object";

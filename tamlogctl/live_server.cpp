@@ -8,6 +8,7 @@
 #include "client/win32.h"
 #include "tamlogctl/console.h"
 #include "tamlogctl/exit_code.h"
+#include "tamlogctl/filter_text.h"
 #include "tamlogctl/progress.h"
 
 namespace TamLogCtl {
@@ -23,8 +24,7 @@ using TamLogClient::Status;
 
 constexpr char kServerKey[] = R"(SOFTWARE\Brenmark VORTA\Torvane Log Server)";
 constexpr char kFiltersKey[] = R"(SOFTWARE\Brenmark VORTA\Torvane Log Server\Filters)";
-constexpr std::size_t kMostFilterText = 127;
-constexpr std::uint32_t kFlushMs = 450;  // two ticks and some more
+constexpr std::uint32_t kFlushWaitMs = 450;  // two ticks and some more
 constexpr std::uint32_t kRestartDelayMs = 2000;
 constexpr std::uint32_t kLookMs = 50;
 
@@ -136,7 +136,7 @@ std::optional<std::int32_t> CapacityInEffect() {
 }
 
 bool WaitForFlush() {
-  return SleepFor(kFlushMs);
+  return SleepFor(kFlushWaitMs);
 }
 
 bool RestartWatch::WaitForStop(std::uint64_t end) {

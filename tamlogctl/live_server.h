@@ -3,6 +3,7 @@
 // What several verbs do with a live server: ask for its filters without harming it, judge a message as it
 // would, see it come back after a restart.
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -24,6 +25,9 @@ struct KeptLengths {
   std::size_t path = 0;
 };
 KeptLengths LookAtKeptTexts();
+
+// A kept path of so many characters ends the server when it is asked for.
+inline constexpr std::size_t kEndsServer = 1024;
 
 // Asks for all filters, unless an over-long one is kept. An exit code; what went wrong has been said.
 int AskForFilters(TamLogClient::LogClient& client, std::vector<TamLogClient::FilterEntry>& filters);

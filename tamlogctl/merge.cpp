@@ -94,7 +94,6 @@ void Merge::Read(std::size_t index) {
 }
 
 int Merge::Print(const MessageSelection& selection, MessageFormatter& formatter) {
-  constexpr std::size_t kWriteSize = std::size_t{1} << 16U;
   std::string pending;
   std::size_t printed = 0;
   formatter.AppendHead(pending);

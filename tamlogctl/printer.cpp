@@ -9,8 +9,6 @@ namespace TamLogCtl {
 
 namespace {
 
-constexpr std::size_t kWriteSize = std::size_t{1} << 16U;
-
 // Marks are for eyes: where colours are.
 bool MarksAreSeen(Color color) {
   return color == Color::Always ||

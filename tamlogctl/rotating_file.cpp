@@ -7,22 +7,20 @@
 #include <limits>
 #include <system_error>
 
+#include "client/file_path.h"
+#include "tamlogctl/console.h"
+
 namespace TamLogCtl {
 
 namespace {
 
 namespace fs = std::filesystem;
+using TamLogClient::PathOf;
 using TamLogClient::Status;
 
 constexpr std::int64_t kDayMs = 24LL * 60 * 60 * 1000;
 constexpr std::int64_t kFirstMondayMs = 4 * kDayMs;  // 1970 began with a Thursday
 constexpr std::int64_t kRetryMs = 1000;
-constexpr std::size_t kWriteSize = std::size_t{1} << 16U;
-
-fs::path PathOf(const std::string& utf8) {
-  return {std::u8string(utf8.begin(), utf8.end())};
-}
-
 bool IsThere(const std::string& path) {
   std::error_code error;
   return fs::exists(fs::symlink_status(PathOf(path), error));

@@ -7,6 +7,7 @@
 #include <sstream>
 #include <utility>
 
+#include "client/file_path.h"
 #include "client/time_bound.h"
 #include "tamlogctl/console.h"
 
@@ -15,7 +16,6 @@ namespace TamLogCtl {
 namespace {
 
 using TamLogClient::MessageSelection;
-using TamLogClient::SourceTerm;
 using TamLogClient::TextPattern;
 
 constexpr const char* kTermMend = "expected NAME or NAME:TYPES, for example Camera:0,2";
@@ -47,7 +47,7 @@ bool AddSources(const SelectionOptions& options, MessageSelection& selection) {
 }
 
 bool AddFilterFile(const std::string& path, MessageSelection& selection) {
-  const std::filesystem::path place(std::u8string(path.begin(), path.end()));
+  const std::filesystem::path place = TamLogClient::PathOf(path);
   std::error_code error;
   std::ifstream file(place, std::ios::binary);
   std::ostringstream lines;

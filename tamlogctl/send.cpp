@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "client/file_path.h"
 #include "client/log_client.h"
 #include "client/log_message_view.h"
 #include "client/log_reader.h"
@@ -27,7 +28,7 @@ using TamLogClient::LogClient;
 using TamLogClient::MessageDraft;
 using TamLogClient::Status;
 
-constexpr std::size_t kMostText = kTextSize - 1;
+constexpr std::size_t kLongestField = kTextSize - 1;
 
 class Sender {
  public:
@@ -70,7 +71,7 @@ int Sender::Run() {
     if (StdinIsTerminal()) Say("reading messages, one a line, until the end of input");
     return SendLines(ReadLine);
   }
-  const std::filesystem::path path(std::u8string(options.argument.begin(), options.argument.end()));
+  const std::filesystem::path path = TamLogClient::PathOf(options.argument);
   std::ifstream file(path, std::ios::binary);
   if (!file) {
     Say(options.argument + ": cannot be read");
@@ -122,7 +123,7 @@ int Sender::SendLine(const std::string& line, const std::string& where) {
 }
 
 int Sender::SendDraft(const MessageDraft& draft, const std::string& where) {
-  if (draft.source.size() > kMostText) {
+  if (draft.source.size() > kLongestField) {
     Say(where + "the source has " + std::to_string(draft.source.size()) +
         " bytes, 256 are allowed; shorten it");
     return kUsage;
@@ -131,10 +132,10 @@ int Sender::SendDraft(const MessageDraft& draft, const std::string& where) {
     Say(where + "a message cannot hold a zero byte; remove it, for example with: tr -d '\\0'");
     return kUsage;
   }
-  if (draft.text.size() <= kMostText) return Submit(draft, draft.text, where);
+  if (draft.text.size() <= kLongestField) return Submit(draft, draft.text, where);
   switch (options.longText) {
     case LongText::Truncate:
-      return Submit(draft, TamLogClient::TruncateText(draft.text, kMostText), where);
+      return Submit(draft, TamLogClient::TruncateText(draft.text, kLongestField), where);
     case LongText::Split:
       return SendPieces(draft, where);
     case LongText::Refuse:
@@ -146,7 +147,7 @@ int Sender::SendDraft(const MessageDraft& draft, const std::string& where) {
 }
 
 int Sender::SendPieces(const MessageDraft& draft, const std::string& where) {
-  for (const std::string& piece : TamLogClient::SplitText(draft.text, kMostText)) {
+  for (const std::string& piece : TamLogClient::SplitText(draft.text, kLongestField)) {
     if (const int exitCode = Submit(draft, piece, where); exitCode != kDone) return exitCode;
   }
   return kDone;

@@ -17,7 +17,7 @@ namespace {
 using TamLogClient::ServiceState;
 using TamLogClient::Status;
 
-constexpr std::uint32_t kLookMs = 200;
+constexpr std::uint32_t kAskEveryMs = 200;
 
 int Refused(const char* what, std::uint32_t error) {
   const std::string doing = std::string("server ") + what + ": ";
@@ -53,7 +53,7 @@ int WaitFor(const char* what, std::uint32_t waitMs,
       return kTimedOut;
     }
     progress.Show(state);
-    SleepFor(kLookMs);
+    SleepFor(kAskEveryMs);
   }
 }
 

@@ -18,7 +18,6 @@ using TamLogClient::LogSnapshot;
 using TamLogClient::Status;
 
 constexpr std::size_t kMostPath = 255;
-constexpr std::size_t kEndsServer = 1024;  // a stored path of so many characters, when it is asked for
 
 bool Same(const SettingsBody& left, const SettingsBody& right) {
   return left.maxMessage == right.maxMessage && left.devicePollRate == right.devicePollRate &&
