@@ -17,8 +17,7 @@ the others from running, as far as they can. Logs are kept in build/test.
   build-asan      build the pure files and their tests natively, under AddressSanitizer and UBSan
   build-tsan      the same under ThreadSanitizer
   build-linux     build tamlogctl for Linux, optimised
-  thread-safety   check the lock annotations with clang
-  tidy            clang-tidy
+  tidy            clang-tidy, with clang's analysis of the lock annotations
   prefixes        make fresh Wine prefixes for the tests
   test-unit       run the Windows tests of the rooms under Wine
   test-system     run the Windows tests with the real service manager, each in a prefix of its own
@@ -29,7 +28,7 @@ build-asan to tidy run beside the tests under Wine, on time that these leave.
 TEXT
 }
 
-readonly all_steps=(packages configure rooms format build-windows build-asan build-tsan build-linux thread-safety
+readonly all_steps=(packages configure rooms format build-windows build-asan build-tsan build-linux
   tidy prefixes test-unit test-system test-asan test-tsan)
 cores=$(nproc)
 # Prefixes that a test gets for itself: pipes, registry, services and driver have fixed names. These tests mostly wait,
@@ -237,8 +236,7 @@ step_after configure build-windows 'building everything for Windows' scripts/bui
 start_beside build-asan 'building the pure files natively, AddressSanitizer and UBSan' scripts/build.sh asan
 start_beside build-tsan 'building the pure files natively, ThreadSanitizer' scripts/build.sh tsan
 start_beside build-linux 'building tamlogctl for Linux' scripts/build.sh linux
-start_beside thread-safety 'checking the lock annotations with clang' scripts/check-thread-safety.sh -j 1
-start_beside tidy 'clang-tidy' scripts/check-tidy.sh -j 1
+start_beside tidy "clang-tidy, with clang's thread-safety analysis" scripts/check-tidy.py -j 1
 step prefixes 'making fresh Wine prefixes' make_prefixes
 test_step build-windows test-unit 'tests of the rooms under Wine' run_under_wine -LE system -j "$cores"
 test_step build-windows test-system 'tests with the real service manager under Wine' run_under_wine -L system -j "${#exclusive_prefixes[@]}"
@@ -247,7 +245,6 @@ test_step build-asan test-asan 'native tests, AddressSanitizer and UBSan' run_na
 finish_beside build-tsan
 test_step build-tsan test-tsan 'native tests, ThreadSanitizer' run_natively tsan
 finish_beside build-linux
-finish_beside thread-safety
 finish_beside tidy
 
 echo

@@ -17,8 +17,8 @@ endif()
 target_compile_definitions(tamlog_options INTERFACE _GLIBCXX_ASSERTIONS)
 if(WIN32)
   target_compile_definitions(tamlog_options INTERFACE _WIN32_WINNT=0x0601 NOMINMAX WIN32_LEAN_AND_MEAN)
-  # DWARF 4 is what Wine's debugger and addr2line read; the sections let the linker drop unused code.
-  target_compile_options(tamlog_options INTERFACE -gdwarf-4 -fstack-protector-strong -ffunction-sections -fdata-sections)
+  # The sections let the linker drop unused code.
+  target_compile_options(tamlog_options INTERFACE -fstack-protector-strong -ffunction-sections -fdata-sections)
   target_link_options(tamlog_options INTERFACE -Wl,--gc-sections -fstack-protector-strong)
 endif()
 target_include_directories(tamlog_options INTERFACE ${PROJECT_SOURCE_DIR})

@@ -1,0 +1,128 @@
+#!/usr/bin/env python3
+"""Runs clang-tidy, with clang's thread-safety analysis, over every source file of ours that the Windows build compiles.
+
+The files of a room that are compiled alike are checked some at a time, as one translation unit: most of the time goes
+into the headers, which they share. Files that cannot stand in one unit (two have a name of their own alike) are
+parted.
+"""
+
+import argparse
+import concurrent.futures
+import json
+import os
+import shlex
+import subprocess
+import sys
+import tempfile
+
+ROOT = os.path.realpath(os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
+BUILD = os.path.join(ROOT, "build", "windows")
+TESTS = ("tests", "fuzz", "bench")
+ROOMS = ("util", "store", "pipe", "server", "client", "tamlogctl", "driver") + TESTS
+FILES_AT_ONCE = 14
+PARSER = "CLI/CLI.hpp"
+HEAVY_HEADERS = (PARSER, "nlohmann/json.hpp")
+
+
+def flags_of(command):
+    """The options of a compiler's command line that say what the source means."""
+    words = shlex.split(command)
+    flags = ["-std=c++20"]
+    for index, word in enumerate(words):
+        if word.startswith(("-D", "-I")) and len(word) > 2:
+            flags.append(word)
+        elif word in ("-isystem", "-I", "-D"):
+            flags += [word, words[index + 1]]
+    return tuple(flags)
+
+
+def compiled_files():
+    """The .cpp files of our rooms, each with its flags."""
+    commands = os.path.join(BUILD, "compile_commands.json")
+    if not os.path.exists(commands):
+        sys.exit("build/windows is not configured: scripts/build.sh --configure-only windows")
+    files = {}
+    with open(commands, encoding="utf-8") as file:
+        for entry in json.load(file):
+            path = os.path.relpath(os.path.join(entry["directory"], entry["file"]), ROOT)
+            if path.endswith(".cpp") and path.split(os.sep)[0] in ROOMS:
+                files[path] = flags_of(entry["command"])
+    return files
+
+
+def library_of(path):
+    """The header of templates that takes longer than everything else in the file, if it includes one."""
+    with open(os.path.join(ROOT, path), encoding="utf-8") as file:
+        text = file.read()
+    return next((header for header in HEAVY_HEADERS if f"#include <{header}>" in text), "")
+
+
+def batches_of(files, at_once, everything):
+    """Lists of (files, flags, checks): one room and the same flags in each, as equal in number as they can be."""
+    alike = {}
+    for path in sorted(files):
+        alike.setdefault((path.split(os.sep)[0], library_of(path), files[path]), []).append(path)
+    for (_, library, flags), paths in alike.items():
+        checks = "-*,clang-diagnostic-*,misc-unused-using-decls" if library == PARSER and not everything else ""
+        count = -(-len(paths) // at_once)
+        for index in range(count):
+            yield paths[index::count], flags, checks
+
+
+def run_tidy(source, checks, flags):
+    command = ["clang-tidy-14", "--quiet", f"--config-file={ROOT}/.clang-tidy", f"--checks={checks}", source, "--", *flags]
+    done = subprocess.run(command, cwd=ROOT, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
+    return done.returncode == 0, done.stdout
+
+
+def check(batch):
+    """What is wrong with the files of a batch; nothing when all is well."""
+    paths, flags, checks = batch
+    if len(paths) == 1:
+        clean, output = run_tidy(os.path.join(ROOT, paths[0]), checks, flags)
+        return "" if clean else f"{paths[0]}:\n{output}"
+    with tempfile.TemporaryDirectory() as folder:
+        unit = os.path.join(folder, "unit.cpp")
+        with open(unit, "w", encoding="utf-8") as file:
+            file.writelines(f'#include "{os.path.join(ROOT, path)}"\n' for path in paths)
+        clean, output = run_tidy(unit, f"{checks},-bugprone-suspicious-include", flags)
+    if clean:
+        return ""
+    if "clang-diagnostic-error" not in output:
+        return f"{' '.join(paths)}:\n{output}"
+    return "".join(check((part, flags, checks)) for part in (paths[::2], paths[1::2]))
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("-j", type=int, default=os.cpu_count(), metavar="JOBS", help="how many run at a time")
+    parser.add_argument("--deep", action="store_true",
+                        help="also the path analysis of the clang-analyzer checks, which takes several times as long: "
+                             "for whoever changes how resources are held")
+    parser.add_argument("--all", action="store_true", help="also the tests, and the sources that include the command line's parser with every check: "
+                             "macros and templates of libraries, which take most of the time")
+    parser.add_argument("--one-by-one", action="store_true", help="every file as a translation unit of its own")
+    parser.add_argument("files", nargs="*", metavar="FILE", help="only these")
+    wanted = parser.parse_args()
+
+    files = compiled_files()
+    if wanted.files:
+        paths = [os.path.relpath(path, ROOT) for path in wanted.files]
+        for path in paths:
+            if path not in files:
+                sys.exit(f"{path}: the Windows build does not compile it")
+        files = {path: files[path] for path in paths}
+    elif not wanted.all:
+        files = {path: flags for path, flags in files.items() if path.split(os.sep)[0] not in TESTS}
+    batches = list(batches_of(files, 1 if wanted.one_by_one else FILES_AT_ONCE, wanted.all or wanted.files))
+    if not wanted.deep:
+        batches = [(paths, flags, checks or "-clang-analyzer-*") for paths, flags, checks in batches]
+    with concurrent.futures.ThreadPoolExecutor(wanted.j) as pool:
+        findings = [finding for finding in pool.map(check, batches) if finding]
+    print("".join(findings), end="")
+    print(f"clang-tidy and thread-safety analysis: {len(files)} files, " + ("findings above" if findings else "clean"))
+    return 1 if findings else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
