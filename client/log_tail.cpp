@@ -1,12 +1,9 @@
 #include "client/log_tail.h"
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <system_error>
-#include <utility>
+#include <functional>
 
-#include "client/file_path.h"
+#include "client/log_file_scan.h"
 #include "client/log_message_view.h"
 
 namespace TamLogClient {
@@ -14,43 +11,6 @@ namespace TamLogClient {
 namespace {
 
 constexpr std::uint32_t kProbes = 64;
-
-bool ReadAt(std::ifstream& file, std::uint64_t offset, void* to, std::size_t bytes) {
-  file.seekg(static_cast<std::streamoff>(offset));
-  file.read(static_cast<char*>(to), static_cast<std::streamsize>(bytes));
-  return file.good();
-}
-
-std::uint64_t OffsetOf(std::uint32_t slot) {
-  return kSlotsOffset + std::uint64_t{slot} * sizeof(LogMessage);
-}
-
-// A run of positions in ring order is at most two runs of slots.
-bool ReadPositions(std::ifstream& file, const LogFileHeader& header, std::uint32_t first,
-                   std::vector<LogMessage>& to) {
-  std::size_t done = 0;
-  while (done < to.size()) {
-    const std::uint32_t slot = SlotAt(header, first + static_cast<std::uint32_t>(done));
-    const auto untilEnd = static_cast<std::size_t>(header.maxMessages) - slot;
-    const std::size_t run = std::min(untilEnd, to.size() - done);
-    if (!ReadAt(file, OffsetOf(slot), &to[done], run * sizeof(LogMessage))) return false;
-    done += run;
-  }
-  return true;
-}
-
-bool HeaderFits(const LogFileHeader& header, std::uint64_t bytes) {
-  return header.maxMessages > 0 && header.messageCount >= 0 && header.messageCount <= header.maxMessages &&
-         header.nextSlot >= 0 && header.nextSlot < header.maxMessages &&
-         bytes == LogFileSize(static_cast<std::uint64_t>(header.maxMessages));
-}
-
-bool OpenSound(const std::string& path, std::ifstream& file, LogFileHeader& header) {
-  std::error_code error;
-  const auto bytes = std::filesystem::file_size(PathOf(path), error);
-  file.open(PathOf(path), std::ios::binary);
-  return !error && file.is_open() && ReadAt(file, 0, &header, sizeof(header)) && HeaderFits(header, bytes);
-}
 
 }  // namespace
 
@@ -114,35 +74,21 @@ LogSnapshot SnapshotOf(const LogTail& tail, std::size_t first) {
 }
 
 bool ReadLogFileTail(const std::string& path, std::size_t count, LogTail& tail) {
-  std::ifstream file;
-  if (!OpenSound(path, file, tail.header)) return false;
-  const auto messages = static_cast<std::uint32_t>(tail.header.messageCount);
+  LogFileScan scan;
+  if (!scan.Open(path)) return false;
+  tail.header = scan.Header();
+  const std::uint32_t messages = scan.MessageCount();
   const auto wanted = static_cast<std::uint32_t>(std::min<std::size_t>(count, messages));
   tail.messages.resize(wanted);
   tail.whole = wanted == messages;
   tail.probes.clear();
   for (const std::uint32_t position : ProbePositions(messages - wanted)) {
     LogMessage message{};
-    if (!ReadAt(file, OffsetOf(SlotAt(tail.header, position)), &message, sizeof(message))) return false;
+    if (!scan.Read(position, {&message, 1})) return false;
     if (position == 0) tail.first = message;
     tail.probes.push_back(TimeKey(message.body));
   }
-  return ReadPositions(file, tail.header, messages - wanted, tail.messages);
-}
-
-bool ForEachInLogFile(const std::string& path, const std::function<void(const LogMessage&)>& take) {
-  constexpr std::uint32_t kChunk = 512;
-  std::ifstream file;
-  LogFileHeader header{};
-  if (!OpenSound(path, file, header)) return false;
-  const auto messages = static_cast<std::uint32_t>(header.messageCount);
-  std::vector<LogMessage> chunk;
-  for (std::uint32_t at = 0; at < messages; at += kChunk) {
-    chunk.resize(std::min(kChunk, messages - at));
-    if (!ReadPositions(file, header, at, chunk)) return false;
-    for (const LogMessage& message : chunk) take(message);
-  }
-  return true;
+  return scan.Read(messages - wanted, tail.messages);
 }
 
 }  // namespace TamLogClient

@@ -8,7 +8,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -51,9 +50,5 @@ LogSnapshot SnapshotOf(const LogTail& tail, std::size_t first);
 // Reads the newest `count` messages of the file at `path` (UTF-8). False when the file cannot be read or is
 // not as it should be: ReadLogFile then says why.
 bool ReadLogFileTail(const std::string& path, std::size_t count, LogTail& tail);
-
-// Hands every message of the file's ring to `take`, in ring order, holding a few hundred of them at a time.
-// False as above; then some may have been handed over.
-bool ForEachInLogFile(const std::string& path, const std::function<void(const LogMessage&)>& take);
 
 }  // namespace TamLogClient

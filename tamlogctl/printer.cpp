@@ -88,6 +88,8 @@ void Printer::Print(const LogMessage& message, bool late) {
   } else if (stillAfter > 0) {
     --stillAfter;
     Emit(message, late);
+  } else if (options.before == 0) {
+    leftOut = true;
   } else {
     earlier.push_back({message, late});
     if (earlier.size() > options.before) {

@@ -2,6 +2,7 @@
 #include <vector>
 
 #include "client/log_file_reader.h"
+#include "client/log_file_scan.h"
 #include "client/log_message_view.h"
 #include "client/log_tail.h"
 #include "tamlogctl/console.h"
@@ -16,6 +17,7 @@ namespace TamLogCtl {
 namespace {
 
 using TamLogClient::LogFileContents;
+using TamLogClient::LogFileScan;
 using TamLogClient::LogMessageView;
 using TamLogClient::LogSnapshot;
 using TamLogClient::Status;
@@ -73,11 +75,13 @@ std::optional<int> CountInFiles(const ShowOptions& options, Printer& printer) {
   int exitCode = kDone;
   for (const std::string& path : options.files) {
     std::size_t damaged = 0;
-    const bool sound = TamLogClient::ForEachInLogFile(path, [&](const LogMessage& message) {
+    LogFileScan scan;
+    const auto count = [&](const LogMessage& message) {
       if (LogMessageView(message).Damaged()) ++damaged;
       printer.Count(message);
-    });
-    if (!sound) return std::nullopt;
+      return true;
+    };
+    if (!scan.Open(path) || !scan.ForEach(count)) return std::nullopt;
     if (damaged > 0) {
       SayDamaged(path, damaged);
       exitCode = kDamaged;
@@ -86,9 +90,52 @@ std::optional<int> CountInFiles(const ShowOptions& options, Printer& printer) {
   return exitCode;
 }
 
+bool IsWholeFile(const ShowOptions& options) {
+  return options.files.size() == 1 && !options.last && !options.reverse && !options.count &&
+         options.cursorFile.empty() && options.afterCursor.empty() && !options.showCursor;
+}
+
 int End(const Printer& printer, int exitCode) {
   if (exitCode != kDone) return exitCode;
   return printer.Searches() && printer.Matched() == 0 ? kNothingMatched : kDone;
+}
+
+// Prints a file that holds its messages in time order, as nearly all do, without holding them: a first pass
+// looks at the order, a second prints. Nothing when the file has to be read in the ordinary way.
+std::optional<int> PrintInPasses(const ShowOptions& options, Printer& printer) {
+  const std::string& path = options.files.front();
+  LogFileScan scan;
+  if (!scan.Open(path)) return std::nullopt;
+  std::size_t damaged = 0;
+  std::uint64_t newest = 0;
+  bool rises = true;
+  const auto look = [&](const LogMessage& message) {
+    const LogMessageView view(message);
+    if (view.Damaged()) ++damaged;
+    rises = view.Key() >= newest;
+    newest = view.Key();
+    return rises;
+  };
+  if (!scan.ForEach(look) || !rises) return std::nullopt;
+  if (damaged > 0) SayDamaged(path, damaged);
+  int exitCode = damaged > 0 ? kDamaged : kDone;
+  printer.SetLog(scan.Header());
+  Pager pager;
+  if (!options.noPager) pager.Begin();
+  const auto print = [&printer](const LogMessage& message) {
+    printer.Print(message, false);
+    return !printer.OutputFailed();
+  };
+  const bool whole = scan.ForEach(print);
+  const bool written = printer.Finish();
+  const bool paged = pager.Active();
+  pager.End();
+  if (!written && !paged) return kOutputFailed;
+  if (!whole) {
+    Say(path + ": the file became shorter while it was read; its newest messages are missing");
+    exitCode = kDamaged;
+  }
+  return End(printer, exitCode);
 }
 
 int PrintFiles(const ShowOptions& options, Printer& printer, ReadingPosition& position) {
@@ -135,6 +182,9 @@ int ShowFiles(const ShowOptions& options) {
     auto counter = Printer::Make(options);
     const auto exitCode = counter ? CountInFiles(options, *counter) : std::nullopt;
     if (exitCode) return counter->Finish() ? End(*counter, *exitCode) : kOutputFailed;
+  }
+  if (IsWholeFile(options)) {
+    if (const auto exitCode = PrintInPasses(options, *printer)) return *exitCode;
   }
   return PrintFiles(options, *printer, *position);
 }

@@ -6,7 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "client/log_file_reader.h"
-#include "client/log_tail.h"
+#include "client/log_file_scan.h"
 #include "client/utf8.h"
 #include "tamlogctl/console.h"
 #include "tamlogctl/exit_code.h"
@@ -179,12 +179,15 @@ std::string AsJson(const StatsCollector& collector) {
 
 // A file that is as it should be is counted without holding its messages.
 int CollectFile(const std::string& path, StatsCollector& collector) {
-  TamLogClient::LogTail head;
+  TamLogClient::LogFileScan scan;
   StatsCollector before = collector;
-  if (TamLogClient::ReadLogFileTail(path, 0, head)) {
-    collector.AddRing(head.header);
-    const auto add = [&collector](const LogMessage& message) { collector.Add(message); };
-    if (TamLogClient::ForEachInLogFile(path, add)) return kDone;
+  if (scan.Open(path)) {
+    collector.AddRing(scan.Header());
+    const auto add = [&collector](const LogMessage& message) {
+      collector.Add(message);
+      return true;
+    };
+    if (scan.ForEach(add)) return kDone;
     collector = std::move(before);
   }
   const auto contents = TamLogClient::ReadLogFile(path);

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "client/log_file_scan.h"
 #include "client/log_message_view.h"
 #include "tests/client/ring_model.h"
 
@@ -16,7 +17,7 @@ namespace {
 
 using TamLogClient::CertainFrom;
 using TamLogClient::EndsOf;
-using TamLogClient::ForEachInLogFile;
+using TamLogClient::LogFileScan;
 using TamLogClient::LogMessageView;
 using TamLogClient::LogSnapshot;
 using TamLogClient::LogTail;
@@ -137,7 +138,7 @@ TEST_F(LogTailTest, FilesThatAreNotAsTheyShouldBeAreLeftToTheWholeReading) {
   Write(log, 1);
   EXPECT_FALSE(ReadLogFileTail(path, 3, tail));
   EXPECT_FALSE(ReadLogFileTail(path + "missing", 3, tail));
-  EXPECT_FALSE(ForEachInLogFile(path, [](const LogMessage&) {}));
+  EXPECT_FALSE(LogFileScan().Open(path));
   std::ofstream(path, std::ios::binary) << "short";
   EXPECT_FALSE(ReadLogFileTail(path, 3, tail));
 }
@@ -151,11 +152,19 @@ TEST_F(LogTailTest, EveryMessageIsHandedOverOnce) {
   log.Flush();
   Write(log);
   Strings texts;
-  EXPECT_TRUE(ForEachInLogFile(
-      path, [&texts](const LogMessage& message) { texts.emplace_back(LogMessageView(message).Text()); }));
+  LogFileScan scan;
+  ASSERT_TRUE(scan.Open(path));
+  const auto take = [&texts](const LogMessage& message) {
+    texts.emplace_back(LogMessageView(message).Text());
+    return texts.size() != 1300;
+  };
+  EXPECT_TRUE(scan.ForEach(take));
   ASSERT_EQ(texts.size(), 1200U);
   EXPECT_EQ(texts.front(), "300");
   EXPECT_EQ(texts.back(), "1499");
+  // A second pass, ended early.
+  EXPECT_TRUE(scan.ForEach(take));
+  EXPECT_EQ(texts.size(), 1300U);
 }
 
 // What the tail of one message says of the ends, against the order of the whole log.

@@ -141,6 +141,31 @@ TEST_F(ShowCommand, ContextIsMarkedOffInTextFormatsOnly) {
   EXPECT_EQ(Show("-g '[15]'"), "15");
 }
 
+// A file in time order is printed while it is read; whoever asks for a cursor has it read as a whole.
+TEST_F(ShowCommand, PrintsTheSameWhetherItHoldsTheMessagesOrNot) {
+  log = RingModel(40);
+  for (int i = 0; i < 100; ++i) Submit(i);
+  log.Flush();
+  Save();
+  for (const char* options : {"", "-o json", "-o csv", "-o full", "-t 1 -A 1", "-g 'message 7' -B 2",
+                              "-g 'message [69]5' -C 3", "-g 'message 9.' -C 1 -o ndjson", "-g nothing",
+                              "-s Odd -S '2026-01-01 00:01:20'", "-v '[0-8]$' -A 2"}) {
+    const std::string command = std::string("show --file Logs.dat ") + options;
+    const Outcome streamed = Run(command);
+    const Outcome whole = Run(command + " --show-cursor");
+    EXPECT_LE(streamed.exitCode, 1) << streamed.err;
+    EXPECT_EQ(streamed.out, whole.out) << options;
+    EXPECT_EQ(streamed.exitCode, whole.exitCode) << options;
+  }
+}
+
+TEST_F(ShowCommand, OrdersWhatTheRingHoldsBackwards) {
+  for (int i = 20; i > 12; --i) Submit(i);
+  log.Flush();
+  Save();
+  EXPECT_EQ(Show(""), "1314151617181920");
+}
+
 TEST_F(ShowCommand, CountPrintsANumberAndExitCodeOneSaysThatNothingMatched) {
   EXPECT_EQ(Run("show --count --file Logs.dat").out, "6\n");
   EXPECT_EQ(Run("show --count --file Logs.dat -s odd -n 2").out, "2\n");

@@ -1,0 +1,41 @@
+#pragma once
+
+// Reads a copy of the log file piece by piece, in the order of the ring, for those who need not hold all of
+// it. Only files whose header and size are right can be scanned; ReadLogFile reads the others, and says what
+// is wrong.
+//
+// A scan belongs to one thread at a time. The file is read with ordinary reads and stays open, so that a
+// second pass sees the same file.
+
+#include <cstdint>
+#include <fstream>
+#include <functional>
+#include <span>
+#include <string>
+
+#include "store/log_file_format.h"
+
+namespace TamLogClient {
+
+class LogFileScan {
+ public:
+  // False when the file at `path` (UTF-8) cannot be read or its header or size is not right.
+  bool Open(const std::string& path);
+
+  const LogFileHeader& Header() const { return header; }
+  std::uint32_t MessageCount() const { return static_cast<std::uint32_t>(header.messageCount); }
+
+  // Fills `to` with the messages from `position` of the ring order on, which begins with the oldest slot.
+  // False when the file has become shorter.
+  bool Read(std::uint32_t position, std::span<LogMessage> to);
+
+  // Hands over every message, in ring order, until `take` returns false; holds a few hundred of them at a
+  // time. False when the file has become shorter; then some have been handed over.
+  bool ForEach(const std::function<bool(const LogMessage&)>& take);
+
+ private:
+  std::ifstream file;
+  LogFileHeader header{};
+};
+
+}  // namespace TamLogClient
