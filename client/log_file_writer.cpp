@@ -88,7 +88,7 @@ Status AtomicFile::Commit() {
 }
 
 Status WriteLogFile(const std::string& path, std::uint64_t count, const MessageAt& messageAt,
-                    std::uint32_t capacity, bool overwrite) {
+                    std::uint32_t capacity, bool overwrite, const GoOn& goOn) {
   constexpr std::uint32_t kMostSlots = std::numeric_limits<std::int32_t>::max();
   if (capacity == 0 || capacity > kMostSlots || count > capacity) return Status::BadValue;
   AtomicFile file;
@@ -104,6 +104,7 @@ Status WriteLogFile(const std::string& path, std::uint64_t count, const MessageA
   bool good = file.Write(BytesOf(header)) && file.Write(BytesOf(names));
   std::uint64_t key = 0;
   for (std::uint64_t i = 0; good && i < count; ++i) {
+    if (goOn && !goOn(i)) return Status::SystemError;
     LogMessage message = messageAt(i);
     const LogMessageView view(message);
     if (view.Damaged() || view.Key() < key) return Status::BadValue;
@@ -112,7 +113,10 @@ Status WriteLogFile(const std::string& path, std::uint64_t count, const MessageA
     good = file.Write(BytesOf(message));
   }
   const LogMessage empty{};
-  for (std::uint64_t i = count; good && i < capacity; ++i) good = file.Write(BytesOf(empty));
+  for (std::uint64_t i = count; good && i < capacity; ++i) {
+    if (goOn && !goOn(i)) return Status::SystemError;
+    good = file.Write(BytesOf(empty));
+  }
   return good ? file.Commit() : Status::SystemError;
 }
 

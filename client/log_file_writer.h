@@ -43,10 +43,13 @@ class AtomicFile {
 // Gives message `index`, from 0 for the oldest. It passes the rules of the format.
 using MessageAt = std::function<LogMessage(std::uint64_t index)>;
 
+// Told before each slot is written; false ends the writing.
+using GoOn = std::function<bool(std::uint64_t slot)>;
+
 // Writes a log file of `capacity` slots with `count` messages, which are in time order, oldest first. They
 // are numbered from 0 on. BadValue, besides the above, when they do not fit, or when one of them would make a
-// server empty the file: nothing is written then.
+// server empty the file, and SystemError when `goOn` ends it: nothing is left then.
 Status WriteLogFile(const std::string& path, std::uint64_t count, const MessageAt& messageAt,
-                    std::uint32_t capacity, bool overwrite);
+                    std::uint32_t capacity, bool overwrite, const GoOn& goOn = {});
 
 }  // namespace TamLogClient

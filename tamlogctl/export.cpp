@@ -90,6 +90,7 @@ int Export::WriteText(MessageFormatter& formatter) {
   formatter.AppendHead(pending);
   for (std::size_t i = 0; status == Status::Ok && i < messages.size(); ++i) {
     progress.Show(i);
+    if (Interrupted()) return ExplainUnwritten(options.target, Status::SystemError);
     formatter.Append(*messages[i], false, pending);
     if (pending.size() < kWriteSize) continue;
     if (!file.Write(pending)) status = Status::SystemError;
@@ -98,7 +99,7 @@ int Export::WriteText(MessageFormatter& formatter) {
   formatter.AppendTail(pending);
   if (status == Status::Ok && !file.Write(pending)) status = Status::SystemError;
   if (status == Status::Ok) status = file.Commit();
-  return status == Status::Ok ? kDone : ExplainTarget(options.target, status);
+  return status == Status::Ok ? kDone : ExplainUnwritten(options.target, status);
 }
 
 // Messages that break a rule cannot go into a log file: one of them costs a server the whole file.
@@ -111,15 +112,15 @@ int Export::WriteLog() {
         " messages do not fit; choose fewer with -S or -s, or raise it");
     return kUsage;
   }
-  Progress progress("exporting messages", messages.size());
-  const Status status = TamLogClient::WriteLogFile(
-      options.target, messages.size(),
-      [&](std::uint64_t index) {
-        progress.Show(index);
-        return *messages[index];
-      },
-      slots, options.force);
-  return status == Status::Ok ? kDone : ExplainTarget(options.target, status);
+  Progress progress("writing slots", slots);
+  const auto give = [this](std::uint64_t index) { return *messages[index]; };
+  const auto goOn = [&progress](std::uint64_t slot) {
+    progress.Show(slot);
+    return !Interrupted();
+  };
+  const Status status =
+      TamLogClient::WriteLogFile(options.target, messages.size(), give, slots, options.force, goOn);
+  return status == Status::Ok ? kDone : ExplainUnwritten(options.target, status);
 }
 
 int Export::Run() {
@@ -128,6 +129,7 @@ int Export::Run() {
   if (!formatter) return kUsage;
   if (const int code = Read(*selection); code != kDone) return code;
   const std::size_t chosen = messages.size();
+  DeferInterrupts();  // so that no half of a file is left
   const int code = options.asLog ? WriteLog() : WriteText(*formatter);
   if (code != kDone) return code;
   if (!options.quiet) Say(options.target + ": " + std::to_string(messages.size()) + " messages");
@@ -146,6 +148,12 @@ int ExplainTarget(const std::string& target, Status status) {
   }
   Say(target + ": cannot be written: " + StatusText(status));
   return status == Status::AccessDenied ? kAccessDenied : kOutputFailed;
+}
+
+int ExplainUnwritten(const std::string& target, Status status) {
+  if (!Interrupted()) return ExplainTarget(target, status);
+  Say(target + ": interrupted; nothing was written");
+  return kInterrupted;
 }
 
 int ExportMessages(const ExportOptions& options) {

@@ -53,4 +53,7 @@ int FollowExport(const ExportOptions& options);
 // Says why the export's target cannot be written; the exit code.
 int ExplainTarget(const std::string& target, TamLogClient::Status status);
 
+// The same for a file of which nothing is left; interrupted by the user, that is the reason.
+int ExplainUnwritten(const std::string& target, TamLogClient::Status status);
+
 }  // namespace TamLogCtl

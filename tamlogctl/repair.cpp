@@ -7,6 +7,7 @@
 #include "client/log_file_writer.h"
 #include "tamlogctl/console.h"
 #include "tamlogctl/exit_code.h"
+#include "tamlogctl/merge.h"
 #include "tamlogctl/progress.h"
 
 namespace TamLogCtl {
@@ -75,15 +76,6 @@ bool Tell(const RepairPlan& plan, std::uint64_t messages, std::uint32_t capacity
   return WriteOut(text);
 }
 
-int Explain(const RepairVerbOptions& options, Status status) {
-  if (status == Status::BadValue) {
-    Say(options.output + ": is there already; give another name, or --force to replace it");
-    return kUsage;
-  }
-  Say(options.output + ": cannot be written: " + StatusText(status));
-  return status == Status::AccessDenied ? kAccessDenied : kOutputFailed;
-}
-
 }  // namespace
 
 int RepairFile(const RepairVerbOptions& options) {
@@ -105,13 +97,18 @@ int RepairFile(const RepairVerbOptions& options) {
   const std::uint32_t capacity =
       options.capacity > 0 ? options.capacity : std::max(plan.capacity, static_cast<std::uint32_t>(found));
   const std::uint64_t messages = std::min<std::uint64_t>(found, capacity);
-  Progress progress("writing messages", messages);
+  DeferInterrupts();  // so that no half of a file is left
+  Progress progress("writing slots", capacity);
   const auto give = [&](std::uint64_t index) {
-    progress.Show(index);
     return SavedMessageOf(image, plan.oldestFirst[found - messages + index]);
   };
-  const Status status = TamLogClient::WriteLogFile(options.output, messages, give, capacity, options.force);
-  if (status != Status::Ok) return Explain(options, status);
+  const auto goOn = [&progress](std::uint64_t slot) {
+    progress.Show(slot);
+    return !Interrupted();
+  };
+  const Status status =
+      TamLogClient::WriteLogFile(options.output, messages, give, capacity, options.force, goOn);
+  if (status != Status::Ok) return ExplainUnwritten(options.output, status);
   return options.quiet || Tell(plan, messages, capacity, options) ? kDone : kOutputFailed;
 }
 

@@ -8,11 +8,15 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "tests/client/ring_model.h"
 #include "tests/support/temp_dir.h"
@@ -65,6 +69,26 @@ class FileVerbs : public testing::Test {
     std::ostringstream contents;
     contents << file.rdbuf();
     return contents.str();
+  }
+  // Runs the program, and interrupts it once the file `sign` is there.
+  int InterruptAt(const std::string& sign, std::vector<std::string> arguments) const {
+    const std::string home = folder.File("");
+    const pid_t child = fork();
+    if (child == 0) {
+      std::vector<char*> words{const_cast<char*>(TAMLOGCTL)};
+      for (std::string& argument : arguments) words.push_back(argument.data());
+      words.push_back(nullptr);
+      if (chdir(home.c_str()) == 0) execv(TAMLOGCTL, words.data());
+      _exit(127);
+    }
+    int status = 0;
+    while (!IsThere(sign)) {
+      if (waitpid(child, &status, WNOHANG) != 0) return -1;  // ended before its file was seen
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    kill(child, SIGINT);
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
   bool IsThere(const std::string& name) const { return std::filesystem::exists(folder.File(name)); }
 
@@ -147,6 +171,17 @@ TEST_F(FileVerbs, Export) {
   EXPECT_NE(full.err.find("other.txt: cannot be written"), std::string::npos) << full.err;
   EXPECT_FALSE(IsThere("other.txt"));
   EXPECT_FALSE(IsThere("other.txt.new0"));
+}
+
+// The largest capacity takes half a second to write at least.
+TEST_F(FileVerbs, InterruptedWritersLeaveNothingBehind) {
+  EXPECT_EQ(InterruptAt("big.dat.new0",
+                        {"export", "big.dat", "--log", "--capacity", "1000000", "--file", "good.dat"}),
+            130);
+  EXPECT_EQ(InterruptAt("big.dat.new0", {"repair", "good.dat", "--output", "big.dat", "--capacity", "1000000"}),
+            130);
+  EXPECT_FALSE(IsThere("big.dat"));
+  EXPECT_FALSE(IsThere("big.dat.new0"));
 }
 
 // What stays in the log is the server's answer, so exit codes 0, 1, 5 and 6 are left to tests with one.
