@@ -43,7 +43,7 @@ void Lifecycle::ReturnTicket() {
 // The analysis cannot follow a lock that is taken only if it comes in time.
 Lifecycle::Turn::Turn(Lifecycle& lifecycle, std::uint32_t milliseconds) NO_THREAD_SAFETY_ANALYSIS
     : owner(lifecycle),
-      taken(TamLogUtil::CheckedWaitForSingleObject(lifecycle.sequenceTurn.Handle(), milliseconds)) {}
+      taken(lifecycle.sequenceTurn.TryWait(milliseconds)) {}
 
 Lifecycle::Turn::~Turn() NO_THREAD_SAFETY_ANALYSIS {
   if (taken) owner.sequenceTurn.Release();

@@ -58,11 +58,8 @@ void CopyLockName(char (&field)[kLockNameSize], const std::string& name) {
 // the lock did not come in time: unlike Mutex::Access this does not go on without it, because whoever has it
 // may be changing the path, and does not free the lock of another.
 std::optional<DWORD> OpenAlone(const ServerConfiguration& configuration, Mutex& configLock,
-                               Timeout& timeout) NO_THREAD_SAFETY_ANALYSIS {
-  const bool locked = WithContext("Failed to Wait for Mutex object", [&] {
-    return TamLogUtil::CheckedWaitForSingleObject(configLock.Handle(), timeout.Remaining());
-  });
-  if (!locked) return std::nullopt;
+                               Timeout& timeout) {
+  if (!configLock.TryWait(timeout.Remaining())) return std::nullopt;
   const HANDLE opened = CreateFileA(configuration.logFile.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
                                     OPEN_EXISTING, 0, nullptr);
   const DWORD error = opened == INVALID_HANDLE_VALUE ? GetLastError() : ERROR_SUCCESS;

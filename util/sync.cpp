@@ -144,37 +144,6 @@ void Event::RemoveSignal() {
   }
 }
 
-// Mutex --------------------------------------------------------------------------------------------------
-
-Mutex::Mutex() : Mutex(nullptr, nullptr) {}
-
-Mutex::Mutex(const char* name, SecurityAttributes* attributes) try
-    : handle(CheckedCreateEvent(attributes, false, true, name)) {
-} catch (const ExceptionBase& cause) {
-  throw ExceptionBase("Failed to create Mutex object", &cause);
-}
-
-Mutex::~Mutex() {
-  CloseHandle(handle);
-}
-
-void Mutex::Wait(std::uint32_t milliseconds) NO_THREAD_SAFETY_ANALYSIS {
-  try {
-    CheckedWaitForSingleObject(handle, milliseconds);
-  } catch (const ExceptionBase& cause) {
-    throw ExceptionBase("Failed to Wait for Mutex object", &cause);
-  }
-}
-
-// Touches nothing of this object once the event is signalled: whoever was waiting may destroy it at once.
-void Mutex::Release() NO_THREAD_SAFETY_ANALYSIS {
-  try {
-    CheckedSetEvent(handle);
-  } catch (const ExceptionBase& cause) {
-    throw ExceptionBase("Failed to RemoveSignal for Mutex object", &cause);
-  }
-}
-
 // Mutex::Access ------------------------------------------------------------------------------------------
 
 Mutex::Access::Access(Mutex& lockable, Timeout& timeout) NO_THREAD_SAFETY_ANALYSIS : mutex(&lockable) {

@@ -9,6 +9,7 @@
 
 #include <cstdint>
 
+#include "util/lock_word.h"
 #include "util/native_handle.h"
 #include "util/thread_annotations.h"
 #include "util/timeout.h"
@@ -88,9 +89,12 @@ class Event {
   NativeHandle handle;
 };
 
-// A binary lock made of an automatic-reset event (signalled = free). Deliberately not a mutex object of the
-// system: it belongs to no thread, any thread may give it back, and there is no abandoned state. Any thread,
-// and when named any process, may use it.
+// A binary lock. Deliberately not a mutex object of the system: it belongs to no thread, any thread may give
+// it back, giving back a free one leaves it free, and there is no abandoned state. Any thread may use it.
+//
+// A named one is an automatic-reset event (signalled = free) that any process may use. An unnamed one is a
+// word in memory and an event for those who have to wait: taking and giving back a free one is no call into
+// the system.
 class CAPABILITY("mutex") Mutex {
  public:
   class Access;
@@ -104,13 +108,18 @@ class CAPABILITY("mutex") Mutex {
 
   // Waits for the lock; whether it came in time is not told. "Failed to Wait for Mutex object".
   void Wait(std::uint32_t milliseconds) ACQUIRE();
+  // The same, but tells: false when the time ran out, and the lock is another's.
+  bool TryWait(std::uint32_t milliseconds) TRY_ACQUIRE(true);
   // Frees the lock. "Failed to RemoveSignal for Mutex object" (the text names the wrong operation; log
   // searches of support staff know it so).
   void Release() RELEASE();
 
+  // The event. Of a named lock it may be waited for together with others, which takes the lock.
   NativeHandle Handle() const { return handle; }
 
  private:
+  const bool shared;
+  LockWord word;  // of an unnamed one
   NativeHandle handle;
 };
 

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "util/sync.h"
+#include "util/timeout.h"
 #include "util/win32.h"
 
 // The run-time's own locks come through some of these, so nothing here may allocate, use thread-local data or
@@ -24,6 +26,7 @@ std::atomic<DWORD> watchedThread{0};
 std::atomic<int> waitsSeen{0};
 std::atomic<int> failingWait{0};
 std::atomic<bool> failingWaitThrows{false};
+std::atomic<bool> failNow{false};  // the next wait of the watched thread
 
 }  // namespace
 
@@ -105,7 +108,7 @@ HANDLE WINAPI FakeCreateThread(LPSECURITY_ATTRIBUTES attributes, SIZE_T stack, L
 }
 
 DWORD WINAPI FakeWaitForSingleObject(HANDLE handle, DWORD milliseconds) {
-  if (GetCurrentThreadId() == faults::watchedThread && ++faults::waitsSeen == faults::failingWait) {
+  if (GetCurrentThreadId() == faults::watchedThread && faults::failNow.exchange(false)) {
     if (faults::failingWaitThrows) throw ForeignException();
     SetLastError(ERROR_INVALID_HANDLE);
     return WAIT_FAILED;
@@ -116,6 +119,20 @@ DWORD WINAPI FakeWaitForSingleObject(HANDLE handle, DWORD milliseconds) {
 }  // namespace
 
 extern "C" {
+
+void __real__ZN10TamLogUtil5Mutex4WaitEj(TamLogUtil::Mutex* mutex, std::uint32_t milliseconds);
+
+// A free lock is taken without a wait, so the chosen one is held for the length of the call.
+void __wrap__ZN10TamLogUtil5Mutex4WaitEj(TamLogUtil::Mutex* mutex, std::uint32_t milliseconds) {
+  if (GetCurrentThreadId() != faults::watchedThread || ++faults::waitsSeen != faults::failingWait) {
+    __real__ZN10TamLogUtil5Mutex4WaitEj(mutex, milliseconds);
+    return;
+  }
+  const TamLogUtil::Mutex::Access held(mutex, TamLogUtil::Timeout::Infinite);
+  faults::failNow = true;
+  __real__ZN10TamLogUtil5Mutex4WaitEj(mutex, milliseconds);
+}
+
 decltype(&FakeMoveFileA) __imp_MoveFileA = FakeMoveFileA;
 decltype(&FakeFlushViewOfFile) __imp_FlushViewOfFile = FakeFlushViewOfFile;
 decltype(&FakeGetModuleFileNameA) __imp_GetModuleFileNameA = FakeGetModuleFileNameA;

@@ -28,8 +28,9 @@ extern std::atomic<bool> deviceControlThrows;  // ForeignException
 
 extern std::atomic<bool> createThreadFails;  // error 8
 
-// Waits of the calling thread: counted from now on; wait number `number` (from 1) fails with error 6 or, when
-// told so, throws ForeignException. 0: none fails.
+// Locks (TamLogUtil::Mutex) that the calling thread takes: counted from now on; the wait for number `number`
+// (from 1), which has to be free, fails with error 6 or, when told so, throws ForeignException. 0: none
+// fails.
 void WatchWaits(int number, bool throws = false);
 int WaitsSeen();
 

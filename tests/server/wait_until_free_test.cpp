@@ -21,7 +21,7 @@ TEST(WaitUntilFree, LeavesPathAndLockAloneWhenTheLockDoesNotComeInTime) {
   configLock.Wait(TamLogUtil::Timeout::kForever);
   TamLogUtil::Timeout timeout(100);
   EXPECT_FALSE(file.WaitUntilFree(timeout));
-  EXPECT_FALSE(TamLogUtil::CheckedWaitForSingleObject(configLock.Handle(), 0)) << "still held";
+  EXPECT_FALSE(configLock.TryWait(0)) << "still held";
   configLock.Release();
 }
 

@@ -5,6 +5,7 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <memory>
 #include <optional>
 #include <string>
 #include <thread>
@@ -359,8 +360,8 @@ TEST(Event, AFailedDestructionDoesNotReplaceAnExceptionOnItsWay) {
 // Mutex --------------------------------------------------------------------------------------------------
 
 bool IsFree(Mutex& mutex) {
-  const bool free = WaitForSingleObject(mutex.Handle(), 0) == WAIT_OBJECT_0;
-  if (free) SetEvent(mutex.Handle());
+  const bool free = mutex.TryWait(0);
+  if (free) mutex.Release();
   return free;
 }
 
@@ -413,7 +414,7 @@ TEST(Mutex, CreationFails) {
 }
 
 TEST(Mutex, OperationsOnAClosedHandleFailButDestructionDoesNot) {
-  Mutex mutex;
+  Mutex mutex(nullptr, nullptr);
   CloseHandle(mutex.Handle());
   ExpectFailure<ExceptionBase>(
       [&] { mutex.Wait(0); },
@@ -421,6 +422,42 @@ TEST(Mutex, OperationsOnAClosedHandleFailButDestructionDoesNot) {
   // The text says RemoveSignal although the lock is signalled.
   ExpectFailure<ExceptionBase>([&] { mutex.Release(); }, "Failed to RemoveSignal for Mutex object\n" +
                                                              WindowsText("SetEvent failed", kInvalid));
+}
+
+TEST(Mutex, AnUnnamedOneNeedsItsEventOnlyWhenSomebodyWaits) {
+  Mutex mutex;
+  CloseHandle(mutex.Handle());
+  mutex.Wait(Timeout::kForever);
+  EXPECT_FALSE(mutex.TryWait(0));
+  ExpectFailure<ExceptionBase>(
+      [&] { mutex.Wait(1); },
+      "Failed to Wait for Mutex object\n" + WindowsText("WaitForSingleObject failed", kInvalid));
+  mutex.Release();
+  EXPECT_TRUE(IsFree(mutex));
+}
+
+TEST(Mutex, GivingBackAFreeOneLeavesItFreeForOne) {
+  for (Mutex* const mutex : {new Mutex, new Mutex(nullptr, nullptr)}) {
+    const std::unique_ptr<Mutex> owner(mutex);
+    mutex->Release();
+    mutex->Release();
+    EXPECT_TRUE(mutex->TryWait(0));
+    EXPECT_FALSE(mutex->TryWait(0));
+  }
+}
+
+TEST(Mutex, OneThatIsWaitedForIsHandedOverAndMayBeDestroyedByWhoGetsIt) {
+  for (int round = 0; round < 200; ++round) {
+    auto mutex = std::make_unique<Mutex>();
+    mutex->Wait(0);
+    std::thread heir([&] {
+      EXPECT_TRUE(mutex->TryWait(5000));
+      mutex.reset();
+    });
+    if (round % 2 == 0) Sleep(0);
+    mutex->Release();
+    heir.join();
+  }
 }
 
 // Mutex::Access ------------------------------------------------------------------------------------------
@@ -515,7 +552,7 @@ TEST(MutexAccess, AfterItsTimeRanOutItGoesOnAsOwner) {
 }
 
 TEST(MutexAccess, AFailedReleaseIsThrownByTheDestructor) {
-  Mutex mutex;
+  Mutex mutex(nullptr, nullptr);
   ExpectFailure<ExceptionBase>(
       [&] {
         const Mutex::Access access(mutex, Timeout::Infinite);

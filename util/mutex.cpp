@@ -1,0 +1,62 @@
+#include "util/exceptions.h"
+#include "util/sync.h"
+#include "util/win32.h"
+
+namespace TamLogUtil {
+
+using Exceptions::ExceptionBase;
+
+namespace {
+
+struct EventGate {
+  NativeHandle event;
+
+  bool Wait(std::uint32_t milliseconds) const { return CheckedWaitForSingleObject(event, milliseconds); }
+  void Open() const { CheckedSetEvent(event); }
+};
+
+}  // namespace
+
+Mutex::Mutex() try : shared(false), handle(CheckedCreateEvent(nullptr, false, false, nullptr)) {
+} catch (const ExceptionBase& cause) {
+  throw ExceptionBase("Failed to create Mutex object", &cause);
+}
+
+Mutex::Mutex(const char* name, SecurityAttributes* attributes) try
+    : shared(true), handle(CheckedCreateEvent(attributes, false, true, name)) {
+} catch (const ExceptionBase& cause) {
+  throw ExceptionBase("Failed to create Mutex object", &cause);
+}
+
+Mutex::~Mutex() {
+  CloseHandle(handle);
+}
+
+void Mutex::Wait(std::uint32_t milliseconds) NO_THREAD_SAFETY_ANALYSIS {
+  TryWait(milliseconds);
+}
+
+bool Mutex::TryWait(std::uint32_t milliseconds) NO_THREAD_SAFETY_ANALYSIS {
+  try {
+    const EventGate event{handle};
+    return shared ? event.Wait(milliseconds) : word.Wait(event, milliseconds);
+  } catch (const ExceptionBase& cause) {
+    throw ExceptionBase("Failed to Wait for Mutex object", &cause);
+  }
+}
+
+// Touches nothing of this object once another may be inside: that one may destroy it at once.
+void Mutex::Release() NO_THREAD_SAFETY_ANALYSIS {
+  try {
+    const EventGate event{handle};
+    if (shared) {
+      event.Open();
+    } else {
+      word.Release(event);
+    }
+  } catch (const ExceptionBase& cause) {
+    throw ExceptionBase("Failed to RemoveSignal for Mutex object", &cause);
+  }
+}
+
+}  // namespace TamLogUtil
