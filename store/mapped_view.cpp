@@ -113,8 +113,12 @@ LogMessage MappedView::ReadSlot(std::int64_t index) const {
   return Read<LogMessage>(SlotOffset(index));
 }
 
-void MappedView::WriteSlot(std::int64_t index, const LogMessage& message) {
-  Write(SlotOffset(index), message);
+void MappedView::WriteSlot(std::int64_t index, std::uint64_t sequence, const LogMessage& message) {
+  std::uint8_t* const slot = view + SlotOffset(index);
+  AccessMappedView([&] {
+    std::memcpy(slot, &message, sizeof message);
+    std::memcpy(slot + offsetof(LogMessage, sequence), &sequence, sizeof sequence);
+  });
 }
 
 void MappedView::SetReadCount(std::int32_t count) {

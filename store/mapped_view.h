@@ -46,7 +46,11 @@ class MappedView {
   bool HasSlot(std::int64_t index) const { return index >= 0 && index < slotCount; }
   // ExceptionBase "There is no such slot in the mapped log file".
   LogMessage ReadSlot(std::int64_t index) const;
-  void WriteSlot(std::int64_t index, const LogMessage& message);
+  void WriteSlot(std::int64_t index, const LogMessage& message) {
+    WriteSlot(index, message.sequence, message);
+  }
+  // Under another number than its own.
+  void WriteSlot(std::int64_t index, std::uint64_t sequence, const LogMessage& message);
 
   void SetReadCount(std::int32_t count);
   // Adds `difference` to the count of readers and returns the result.

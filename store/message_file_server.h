@@ -109,6 +109,10 @@ class MessageFileServer final : public TamLogUtil::MessageFile {
   void InitializeFile(std::uint32_t maxMessage);
   void Compact(LogFileHeader& header, std::uint32_t maxMessage);
   void ResizeFile(std::uint32_t maxMessage);
+  // Makes the list of pending messages a mirror of the file, as LoadToList reads it.
+  void LoadMirror();
+  template <class Begin, class Append>
+  void Load(Begin&& begin, Append&& append);
   void SetServerRunning();
   void MarkClosed(TamLogUtil::Timeout& timeout, std::uint32_t maxMessage);
   Ticket TakeWriteAccess(TamLogUtil::Timeout& timeout);

@@ -6,7 +6,6 @@
 #include <cstring>
 #include <exception>
 #include <optional>
-#include <utility>
 
 #include "pipe/security_attributes.h"
 #include "store/integrity.h"
@@ -86,6 +85,8 @@ void MessageFileServer::OpenFile(const std::string& mapName, const std::string& 
 
   // A flush or clear that comes in meanwhile waits until the file is whole.
   const WriterTurn::Hold turn(writerTurn, Timeout::Infinite, nullptr);
+  // What the list says of slots is true of the closed file only.
+  pending.Clear();
   EveryoneSecurity security(kEventAccess);
   OpenFile(mapName, headerLockName, readWaitEventName, writeWaitEventName, security.GetSecurityAttributes());
 
@@ -195,9 +196,7 @@ void MessageFileServer::InitializeFile(std::uint32_t maxMessage) {
       });
     });
   }
-  MessageList loaded;
-  LoadToList(loaded);
-  pending.Assign(std::move(loaded));
+  LoadMirror();
 }
 
 // Newest in slot 0, the reverse of the order in which the ring is read otherwise. A file of the right size

@@ -1,6 +1,7 @@
 // The write side of MessageFileServer: write access, intake, flush, clear, load, write to disk.
 
 #include <exception>
+#include <utility>
 
 #include "store/message_file_server.h"
 #include "store/message_filter.h"
@@ -21,6 +22,7 @@ namespace {
 constexpr char kCannotTake[] = "Failed to grab write access, some handles or pointers are invalid";
 constexpr char kCannotRelease[] = "Failed to release write access, some handles or pointers are invalid";
 constexpr char kCannotFlush[] = "Failed to read the header during FlushWrites()";
+constexpr char kCannotMove[] = "Failed to write a message during FlushWrites()";
 constexpr char kCannotClear[] = "Failed to read the header during ClearMessages()";
 constexpr char kCannotLoad[] = "Failed to read log file header in LoadToList()";
 constexpr char kCannotWriteToDisk[] =
@@ -30,8 +32,11 @@ class MappedTarget final : public FlushTarget {
  public:
   explicit MappedTarget(MappedView& mappedView) : view(mappedView) {}
 
-  void WriteSlot(std::int64_t index, const LogMessage& message) override {
-    WithContext("Failed to write a message during FlushWrites()", [&] { view.WriteSlot(index, message); });
+  void ReadBack(std::int64_t index, LogMessage& message) override {
+    WithContext(kCannotMove, [&] { message = view.ReadSlot(index); });
+  }
+  void WriteSlot(std::int64_t index, std::uint64_t sequence, const LogMessage& message) override {
+    WithContext(kCannotMove, [&] { view.WriteSlot(index, sequence, message); });
   }
   void WriteHeader(const LogFileHeader& header) override {
     WithContext("Failed to rewrite the modified header in FlushWrites()", [&] { view.WriteHeader(header); });
@@ -154,6 +159,22 @@ void MessageFileServer::ClearMessages() {
 }
 
 void MessageFileServer::LoadToList(MessageList& list) {
+  Load([&](const LogFileHeader&) { list.Clear(); },
+       [&](std::int64_t, const LogMessage& message) { list.AppendOldest(message); });
+}
+
+void MessageFileServer::LoadMirror() {
+  MessageMirror loaded;
+  LogFileHeader loadedHeader = {};
+  Load([&](const LogFileHeader& header) { loadedHeader = header; },
+       [&](std::int64_t slot, const LogMessage& message) {
+         loaded.AppendOldest(TimeKey(message.body), slot);
+       });
+  pending.Assign(std::move(loaded), loadedHeader);
+}
+
+template <class Begin, class Append>
+void MessageFileServer::Load(Begin&& begin, Append&& append) {
   Ticket ticket;
   {
     const ReadAccess access(this);
@@ -161,10 +182,11 @@ void MessageFileServer::LoadToList(MessageList& list) {
   }
   UseView(ticket, kCannotLoad, [&](MappedView& view) {
     const LogFileHeader header = WithContext(kCannotLoad, [&] { return view.ReadHeader(); });
-    list.Clear();
+    begin(header);
     for (std::int32_t i = 0; i < header.messageCount; ++i) {
-      WithContext("Failed to read a message in LoadToList()",
-                  [&] { list.AppendOldest(view.ReadSlot(SlotFromNewest(header, i))); });
+      const std::int64_t slot = SlotFromNewest(header, i);
+      append(slot,
+             WithContext("Failed to read a message in LoadToList()", [&] { return view.ReadSlot(slot); }));
     }
   });
 }

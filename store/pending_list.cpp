@@ -1,7 +1,6 @@
 #include "store/pending_list.h"
 
 #include <algorithm>
-#include <iterator>
 #include <utility>
 
 #include "store/ring.h"
@@ -31,10 +30,10 @@ void PendingList::Flush(LogFileHeader& header, FlushTarget& target) {
   if (pending == 0) return;  // cleared while the flush waited for its turn
   if (pending >= header.maxMessages) {
     WriteWholeRing(header, target);
-    target.WriteHeader(header);
   } else {
     WritePending(header, target);
   }
+  RememberRing(header);
   pending = 0;
   rewind = 0;
 }
@@ -44,24 +43,44 @@ void PendingList::Flush(LogFileHeader& header, FlushTarget& target) {
 // a flush, and notice by rewriteCount that everything moved. The next message goes into slot 0, over the
 // newest, and the next start empties a file whose messages stand so, unless all have the same time. Held by
 // PendingList.AsManyPendingAsSlotsRewritesTheRingNewestFirst.
+//
+// The messages stay in memory: the flushes to come write over the newest ones, which may have to be written
+// again after that.
 void PendingList::WriteWholeRing(LogFileHeader& header, FlushTarget& target) {
+  messages.BringIntoMemory(messages.Size(), target);
   RestartRing(header);
   std::int64_t slot = 0;
-  for (const MessageList::Entry& entry : messages) target.WriteSlot(slot++, entry.message);
+  messages.FromNewest(messages.Size(), [&](const LogMessage& message) {
+    target.WriteSlot(slot++, message.sequence, message);
+  });
+  target.WriteHeader(header);
 }
 
-// Numbers reach the list only after the header is written: a flush that fails leaves no trace in it.
+// The messages are numbered and leave memory only after the header is written: a flush that fails leaves no
+// trace in them.
 void PendingList::WritePending(LogFileHeader& header, FlushTarget& target) {
+  const auto count = static_cast<std::size_t>(pending);
+  messages.BringIntoMemory(RingIsAsLeft(header) ? count : messages.Size(), target);
   RewindRing(header, rewind);
-  const std::uint64_t firstSequence = header.nextSequence;
-  auto entry = std::next(messages.begin(), pending);
-  for (std::int32_t left = pending; left > 0; --left) {
-    LogMessage message = (--entry)->message;
-    message.sequence = header.nextSequence++;
-    target.WriteSlot(AppendToRing(header), message);
-  }
+  const std::int64_t first = header.nextSlot;
+  messages.ToNewest(count, [&](const LogMessage& message) {
+    const std::uint64_t sequence = header.nextSequence++;
+    target.WriteSlot(AppendToRing(header), sequence, message);
+  });
   target.WriteHeader(header);
-  messages.NumberNewest(static_cast<std::size_t>(pending), firstSequence);
+  messages.LeaveInFile(count, first, header.maxMessages);
+}
+
+// Whether a flush writes over no message that is remembered by its slot: so it is as long as nobody else
+// moves the ring and the list is not longer than the ring.
+bool PendingList::RingIsAsLeft(const LogFileHeader& header) const {
+  return header.nextSlot == nextSlot && header.maxMessages == slots &&
+         static_cast<std::int64_t>(messages.Size()) <= header.maxMessages;
+}
+
+void PendingList::RememberRing(const LogFileHeader& header) {
+  nextSlot = header.nextSlot;
+  slots = header.maxMessages;
 }
 
 void PendingList::Clear() {
@@ -71,9 +90,10 @@ void PendingList::Clear() {
   rewind = 0;
 }
 
-void PendingList::Assign(MessageList&& loaded) {
+void PendingList::Assign(MessageMirror&& loaded, const LogFileHeader& header) {
   const LeafLock::Guard guard(lock);
   messages = std::move(loaded);
+  RememberRing(header);
   pending = 0;
   rewind = 0;
 }

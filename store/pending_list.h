@@ -1,13 +1,13 @@
 #pragma once
 
-// What the server knows of the file's messages: a list that mirrors the ring plus the messages not yet
-// written, and two counts that say what the next flush has to do.
+// What the server knows of the file's messages: a mirror of the ring and the messages not yet written, and
+// two counts that say what the next flush has to do.
 //
 //   pending  how many messages at the newest end still have to be written
 //   rewind   how many messages of the file have to be written again, because an older one came in between
 //
 // Messages come in on pipe and driver threads, a flush comes from its timer and a clear from a pipe thread,
-// so list and counts have a lock of their own. It is held while they are touched, never while waiting for
+// so mirror and counts have a lock of their own. It is held while they are touched, never while waiting for
 // readers: intake goes on while a flush waits. During Flush it is held until the header is written, so that a
 // message handed in meanwhile is counted after the counts went back to 0, not before. All operations may be
 // called from any thread.
@@ -15,19 +15,9 @@
 #include <cstdint>
 
 #include "store/log_file_format.h"
-#include "store/message_list.h"
+#include "store/message_mirror.h"
 #include "util/leaf_lock.h"
 #include "util/thread_annotations.h"
-
-// Where a flush goes. What these throw ends the flush.
-class FlushTarget {
- public:
-  virtual void WriteSlot(std::int64_t index, const LogMessage& message) = 0;
-  virtual void WriteHeader(const LogFileHeader& header) = 0;
-
- protected:
-  ~FlushTarget() = default;
-};
 
 class PendingList {
  public:
@@ -38,22 +28,29 @@ class PendingList {
   std::int32_t PendingCount() const EXCLUDES(lock);
 
   // Writes what is pending: the slots, then `header`, a copy of the file's header that is brought up to date.
-  // Slots may lie outside the file when the header is damaged; the target has to refuse them. If the target
-  // throws, list and counts are as before, and the next flush writes the same messages, numbered again.
+  // Messages of the file that have to move are read back before anything is written. Slots may lie outside
+  // the file when the header is damaged; the target has to refuse them. If the target throws, the counts are
+  // as before, and the next flush writes the same messages, numbered again.
   void Flush(LogFileHeader& header, FlushTarget& target) EXCLUDES(lock);
 
   // Forgets every message and both counts.
   void Clear() EXCLUDES(lock);
 
-  // Mirrors a file that was just opened. What was pending is lost: it belonged to a file that is closed.
-  void Assign(MessageList&& loaded) EXCLUDES(lock);
+  // Mirrors a file that was just opened, of which `header` is a copy. What was pending is lost: it belonged
+  // to a file that is closed.
+  void Assign(MessageMirror&& loaded, const LogFileHeader& header) EXCLUDES(lock);
 
  private:
   void WriteWholeRing(LogFileHeader& header, FlushTarget& target) REQUIRES(lock);
   void WritePending(LogFileHeader& header, FlushTarget& target) REQUIRES(lock);
+  bool RingIsAsLeft(const LogFileHeader& header) const REQUIRES(lock);
+  void RememberRing(const LogFileHeader& header) REQUIRES(lock);
 
   mutable TamLogUtil::LeafLock lock;
-  MessageList messages GUARDED_BY(lock);
+  MessageMirror messages GUARDED_BY(lock);
   std::int32_t pending GUARDED_BY(lock) = 0;
   std::int32_t rewind GUARDED_BY(lock) = 0;
+  // How the last flush or load left the ring.
+  std::int32_t nextSlot GUARDED_BY(lock) = 0;
+  std::int32_t slots GUARDED_BY(lock) = 0;
 };

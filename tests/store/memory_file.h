@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "store/integrity.h"
@@ -24,9 +25,15 @@ class MemoryFile final : public FlushTarget, public SlotSource {
     ReformatRing(header);
   }
 
-  void WriteSlot(std::int64_t index, const LogMessage& message) override {
+  void ReadBack(std::int64_t index, LogMessage& message) override {
     CountDown();
-    slots.at(static_cast<std::size_t>(index)) = message;
+    message = slots.at(static_cast<std::size_t>(index));
+  }
+  void WriteSlot(std::int64_t index, std::uint64_t sequence, const LogMessage& message) override {
+    CountDown();
+    LogMessage& slot = slots.at(static_cast<std::size_t>(index));
+    slot = message;
+    slot.sequence = sequence;
   }
   void WriteHeader(const LogFileHeader& newHeader) override {
     CountDown();
@@ -38,13 +45,24 @@ class MemoryFile final : public FlushTarget, public SlotSource {
     return true;
   }
 
-  // The nth write from now on throws, and those after it.
+  // The nth write (or reading back) from now on throws, and those after it.
   void FailAtWrite(int n) { writesLeft = n; }
   void WorkAgain() { writesLeft = -1; }
 
-  void Flush(PendingList& list) {
+  // `list`: a PendingList, or one like it.
+  template <class List>
+  void Flush(List& list) {
     LogFileHeader copy = header;
     list.Flush(copy, *this);
+  }
+  // What the server makes of the file when it opens it.
+  void Load(PendingList& list) const {
+    MessageMirror mirror;
+    for (std::int32_t i = 0; i < header.messageCount; ++i) {
+      const std::int64_t slot = SlotFromNewest(header, i);
+      mirror.AppendOldest(TimeKey(slots.at(static_cast<std::size_t>(slot)).body), slot);
+    }
+    list.Assign(std::move(mirror), header);
   }
 
   // The texts of the valid messages, newest first as a reader walks the ring.

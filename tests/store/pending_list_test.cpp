@@ -6,7 +6,6 @@
 
 #include <stdexcept>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "tests/store/memory_file.h"
@@ -195,6 +194,44 @@ TEST_F(PendingListTest, AFailedFlushLeavesEverythingPendingAndTheNextOneWritesIt
   EXPECT_EQ(file.header.rewriteCount, before.rewriteCount + 1);
 }
 
+// What has to move is read from the file before the first slot is written over.
+TEST_F(PendingListTest, AFlushThatFailsWhileItMovesMessagesOfTheFileLosesNoneOfThem) {
+  for (int n = 1; n <= 12; ++n) {
+    file = MemoryFile(10);
+    list.Clear();
+    for (int i = 0; i < 8; ++i) Submit(std::to_string(i), At(12, i));
+    Flush();
+    Submit("late", At(12, 3));
+    file.FailAtWrite(n);  // four are read back, five written, then the header
+    EXPECT_EQ(n <= 10, [&] {
+      try {
+        Flush();
+        return false;
+      } catch (const std::runtime_error&) {
+        return true;
+      }
+    }());
+    file.WorkAgain();
+    Submit("later still", At(12, 1));
+    Flush();
+    EXPECT_EQ(Newest(), (Texts{"7", "6", "5", "4", "late", "3", "2", "later still", "1", "0"})) << n;
+  }
+}
+
+// A message whose slot was written over after a whole rewrite is still known.
+TEST_F(PendingListTest, MessagesWrittenOverAfterAWholeRewriteComeBackWhenTheyAreWrittenAgain) {
+  file = MemoryFile(3);
+  for (int i = 0; i < 3; ++i) Submit(std::to_string(i), At(12, i));
+  Flush();
+  EXPECT_EQ(file.Slots(), (Texts{"2", "1", "0"}));
+  Submit("3", At(12, 3));
+  Flush();
+  EXPECT_EQ(file.Slots(), (Texts{"3", "1", "0"}));
+  Submit("1.5", At(12, 1, 30));
+  Flush();
+  EXPECT_EQ(file.Slots(), (Texts{"3", "2", "1.5"}));
+}
+
 TEST_F(PendingListTest, NumbersOfAFailedFlushAreNotLeftInTheMessages) {
   file = MemoryFile(3);
   Submit("a", At(12, 0));
@@ -222,14 +259,11 @@ TEST_F(PendingListTest, AClearForgetsMessagesAndCounts) {
 
 TEST_F(PendingListTest, ALoadedFileIsMirroredAndNothingOfItIsPending) {
   Submit("lost", At(12, 9));
-  MessageList loaded;
-  loaded.AppendOldest({.sequence = 1, .body = Message("b", At(12, 1)), .padding = {}});
-  loaded.AppendOldest({.sequence = 0, .body = Message("a", At(12, 0)), .padding = {}});
   file.slots[0].body = Message("a", At(12, 0));
   file.slots[1].body = Message("b", At(12, 1));
   file.header.messageCount = file.header.nextSlot = 2;
   file.header.nextSequence = 2;
-  list.Assign(std::move(loaded));
+  file.Load(list);
   EXPECT_EQ(list.PendingCount(), 0);
   Submit("between", At(12, 0, 30));
   EXPECT_EQ(list.PendingCount(), 2);
@@ -240,14 +274,11 @@ TEST_F(PendingListTest, ALoadedFileIsMirroredAndNothingOfItIsPending) {
 // After a compaction without a resize the list is oldest first.
 TEST_F(PendingListTest, AListInTheWrongOrderIsWalkedSafely) {
   file = MemoryFile(4);
-  MessageList loaded;
   for (int i = 0; i < 4; ++i) {
-    const LogMessage message = {.sequence = 0, .body = Message(std::to_string(i), At(12, i)), .padding = {}};
-    loaded.AppendOldest(message);
-    file.slots[static_cast<std::size_t>(3 - i)] = message;
+    file.slots[static_cast<std::size_t>(3 - i)].body = Message(std::to_string(i), At(12, i));
   }
   file.header.messageCount = 4;
-  list.Assign(std::move(loaded));
+  file.Load(list);
   Submit("later", At(13, 0));
   EXPECT_EQ(list.PendingCount(), 1);
   Submit("early", At(11, 0));

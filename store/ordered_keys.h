@@ -1,0 +1,277 @@
+#pragma once
+
+// Which message stands where: the time keys of all messages, newest first, each with a number of the owner's
+// choice, without the messages themselves. Plain data without a lock.
+//
+// Entries stand in chunks, chunks in groups. A group and a chunk know their size and a bound that none of
+// their keys is below, so the place of a new key is found by looking at some groups, at some chunks of one
+// group and into one chunk, also a million entries back; an insertion moves the entries of one chunk. Chunks
+// fill up as long as messages come in order, and to half otherwise.
+//
+// A list that was loaded need not be in order (MessageFileServer::Compact says why). Insert does then, too,
+// what a walk from the newest entry would do.
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <memory>
+#include <utility>
+#include <vector>
+
+// `kChunk` entries in a chunk, `kGroup` chunks in a group; both at least 2.
+template <std::size_t kChunk, std::size_t kGroup>
+class BasicOrderedKeys {
+ public:
+  std::size_t Size() const { return size; }
+
+  void Clear() { *this = BasicOrderedKeys(); }
+
+  void AppendOldest(std::uint64_t key, std::uint32_t number) {
+    if (size > 0 && key > OldestChunk().keys[OldestChunk().begin]) inOrder = false;
+    if (groups.empty() || OldestChunk().begin == 0) AddOldestChunk();
+    Group& group = groups.front();
+    Chunk& chunk = group.chunks.front();
+    --chunk.begin;
+    chunk.keys[chunk.begin] = key;
+    chunk.numbers[chunk.begin] = number;
+    Count(group, chunk, key);
+  }
+
+  // Inserts in front of the first entry, looked at from the newest, whose key is not greater: among equal
+  // keys the new one counts as the newest. Returns how many entries stand before it. Nothing has changed when
+  // memory runs out.
+  std::size_t Insert(std::uint64_t key, std::uint32_t number) {
+    if (groups.empty()) AddNewestChunk();
+    Place place = Find(key);
+    MakeRoom(place);
+    Group& group = groups[place.group];
+    Chunk& chunk = group.chunks[place.chunk];
+    chunk.Insert(place.index, key, number);
+    Count(group, chunk, key);
+    return place.newer;
+  }
+
+  // Removes the oldest entry and returns its number. There has to be one.
+  std::uint32_t TakeOldest() {
+    Group& group = groups.front();
+    Chunk& chunk = group.chunks.front();
+    const std::uint32_t number = chunk.numbers[chunk.begin++];
+    --group.size;
+    --size;
+    if (chunk.begin == chunk.end) {
+      spare = std::move(chunk);
+      group.chunks.erase(group.chunks.begin());
+      if (group.chunks.empty()) groups.erase(groups.begin());
+    }
+    return number;
+  }
+
+  // visit(std::uint32_t& number) for the newest `count` entries, from the newest on.
+  template <class Visit>
+  void FromNewest(std::size_t count, Visit&& visit) {
+    for (auto group = groups.rbegin(); group != groups.rend(); ++group) {
+      for (auto chunk = group->chunks.rbegin(); chunk != group->chunks.rend(); ++chunk) {
+        for (std::size_t i = chunk->end; i-- > chunk->begin; --count) {
+          if (count == 0) return;
+          visit(chunk->numbers[i]);
+        }
+      }
+    }
+  }
+
+  // The same entries the other way round: the newest one comes last.
+  template <class Visit>
+  void ToNewest(std::size_t count, Visit&& visit) {
+    std::size_t skipped = size - std::min(count, size);
+    for (Group& group : groups) {
+      if (skipped >= group.size) {
+        skipped -= group.size;
+        continue;
+      }
+      for (Chunk& chunk : group.chunks) {
+        const std::size_t here = std::min(skipped, chunk.Size());
+        skipped -= here;
+        for (std::size_t i = chunk.begin + here; i < chunk.end; ++i) visit(chunk.numbers[i]);
+      }
+    }
+  }
+
+ private:
+  static constexpr std::uint64_t kHighest = ~std::uint64_t{0};
+
+  // Entries `begin` to `end`, the newest last.
+  struct Chunk {
+    std::size_t Size() const { return end - begin; }
+
+    // In front of entry `index`; there has to be room at one of the ends.
+    void Insert(std::size_t index, std::uint64_t key, std::uint32_t number) {
+      if (end < kChunk && (begin == 0 || end - index <= index - begin)) {
+        std::copy_backward(&keys[index], &keys[end], &keys[end] + 1);
+        std::copy_backward(&numbers[index], &numbers[end], &numbers[end] + 1);
+        ++end;
+      } else {
+        std::copy(&keys[begin], &keys[index], &keys[begin] - 1);
+        std::copy(&numbers[begin], &numbers[index], &numbers[begin] - 1);
+        --begin;
+        --index;
+      }
+      keys[index] = key;
+      numbers[index] = number;
+    }
+
+    // The index behind the newest entry whose key is not greater; `begin` when there is none.
+    std::size_t Behind(std::uint64_t key, bool sorted) const {
+      const std::uint64_t* const all = keys.get();
+      if (sorted) return static_cast<std::size_t>(std::upper_bound(all + begin, all + end, key) - all);
+      std::size_t index = end;
+      while (index > begin && all[index - 1] > key) --index;
+      return index;
+    }
+
+    std::uint64_t LowestOf(std::size_t from, std::size_t to) const {
+      return *std::min_element(&keys[from], &keys[from] + (to - from));
+    }
+
+    std::size_t begin = 0;
+    std::size_t end = 0;
+    std::uint64_t bound = kHighest;  // not renewed when the oldest entry goes: it may be too low then
+    std::unique_ptr<std::uint64_t[]> keys;
+    std::unique_ptr<std::uint32_t[]> numbers;
+  };
+
+  struct Group {
+    std::vector<Chunk> chunks;  // the newest last; room for kGroup, so that adding one cannot fail
+    std::size_t size = 0;
+    std::uint64_t bound = kHighest;  // like a chunk's
+  };
+
+  struct Place {
+    std::size_t group;
+    std::size_t chunk;
+    std::size_t index;
+    std::size_t newer;  // entries on the newer side of it
+  };
+
+  const Chunk& OldestChunk() const { return groups.front().chunks.front(); }
+
+  void Count(Group& group, Chunk& chunk, std::uint64_t key) {
+    chunk.bound = std::min(chunk.bound, key);
+    group.bound = std::min(group.bound, key);
+    ++group.size;
+    ++size;
+  }
+
+  Place Find(std::uint64_t key) const {
+    std::size_t newer = 0;
+    for (std::size_t g = groups.size(); g-- > 0;) {
+      const Group& group = groups[g];
+      if (group.bound > key) {
+        newer += group.size;
+        continue;
+      }
+      for (std::size_t c = group.chunks.size(); c-- > 0;) {
+        const Chunk& chunk = group.chunks[c];
+        const std::size_t index = chunk.bound > key ? chunk.begin : chunk.Behind(key, inOrder);
+        newer += chunk.end - index;
+        if (index > chunk.begin) return {.group = g, .chunk = c, .index = index, .newer = newer};
+      }
+    }
+    return {.group = 0, .chunk = 0, .index = OldestChunk().begin, .newer = newer};
+  }
+
+  // Afterwards the chunk at `place` has room at one of its ends.
+  void MakeRoom(Place& place) {
+    const Chunk& chunk = groups[place.group].chunks[place.chunk];
+    if (place.newer == 0 && chunk.end == kChunk) {
+      AddNewestChunk();
+      place = {.group = groups.size() - 1, .chunk = groups.back().chunks.size() - 1, .index = 0, .newer = 0};
+    } else if (chunk.Size() == kChunk) {
+      if (groups[place.group].chunks.size() == kGroup) SplitGroup(place);
+      SplitChunk(place);
+    }
+  }
+
+  // The newer half becomes a chunk of its own, with room on both sides.
+  void SplitChunk(Place& place) {
+    constexpr std::size_t kKept = kChunk / 2;
+    Chunk half = NewChunk(kChunk / 4);
+    Group& group = groups[place.group];
+    Chunk& old = group.chunks[place.chunk];
+    std::copy(&old.keys[kKept], old.keys.get() + kChunk, &half.keys[half.begin]);
+    std::copy(&old.numbers[kKept], old.numbers.get() + kChunk, &half.numbers[half.begin]);
+    half.end = half.begin + kChunk - kKept;
+    half.bound = half.LowestOf(half.begin, half.end);
+    old.end = kKept;
+    old.bound = old.LowestOf(0, kKept);
+    if (place.index > kKept) {
+      ++place.chunk;
+      place.index += half.begin - kKept;
+      group.chunks.insert(group.chunks.begin() + static_cast<std::ptrdiff_t>(place.chunk), std::move(half));
+    } else {
+      group.chunks.insert(group.chunks.begin() + static_cast<std::ptrdiff_t>(place.chunk) + 1,
+                          std::move(half));
+    }
+  }
+
+  void SplitGroup(Place& place) {
+    constexpr auto kKept = static_cast<std::ptrdiff_t>(kGroup / 2);
+    Group half = NewGroup();
+    groups.reserve(groups.size() + 1);
+    Group& old = groups[place.group];
+    std::move(old.chunks.begin() + kKept, old.chunks.end(), std::back_inserter(half.chunks));
+    old.chunks.erase(old.chunks.begin() + kKept, old.chunks.end());
+    Measure(old);
+    Measure(half);
+    groups.insert(groups.begin() + static_cast<std::ptrdiff_t>(place.group) + 1, std::move(half));
+    if (place.chunk >= kGroup / 2) {
+      ++place.group;
+      place.chunk -= kGroup / 2;
+    }
+  }
+
+  static void Measure(Group& group) {
+    group.size = 0;
+    group.bound = kHighest;
+    for (const Chunk& chunk : group.chunks) {
+      group.size += chunk.Size();
+      group.bound = std::min(group.bound, chunk.bound);
+    }
+  }
+
+  // Empty, its entries going to come in from index `from` on.
+  Chunk NewChunk(std::size_t from) {
+    Chunk chunk = std::move(spare);
+    if (chunk.keys == nullptr) chunk.keys.reset(new std::uint64_t[kChunk]);
+    if (chunk.numbers == nullptr) chunk.numbers.reset(new std::uint32_t[kChunk]);
+    chunk.begin = from;
+    chunk.end = from;
+    chunk.bound = kHighest;
+    return chunk;
+  }
+
+  static Group NewGroup() {
+    Group group;
+    group.chunks.reserve(kGroup);
+    return group;
+  }
+
+  void AddNewestChunk() {
+    Chunk chunk = NewChunk(0);
+    if (groups.empty() || groups.back().chunks.size() == kGroup) groups.push_back(NewGroup());
+    groups.back().chunks.push_back(std::move(chunk));
+  }
+
+  void AddOldestChunk() {
+    Chunk chunk = NewChunk(kChunk);
+    if (groups.empty() || groups.front().chunks.size() == kGroup) groups.insert(groups.begin(), NewGroup());
+    groups.front().chunks.insert(groups.front().chunks.begin(), std::move(chunk));
+  }
+
+  std::vector<Group> groups;  // the newest last
+  Chunk spare;                // the last one that became empty
+  std::size_t size = 0;
+  bool inOrder = true;  // no key is greater than that of the entry before it, from the newest on
+};
+
+using OrderedKeys = BasicOrderedKeys<256, 64>;
