@@ -8,15 +8,16 @@
 
 #include <cstdint>
 #include <string>
-#include <vector>
+
+#include "store/source_filters.h"
 
 struct ServerConfiguration {
-  std::uint32_t maxMessage = 0;             // capacity of the log file in effect since the last start
-  std::uint32_t devicePollRate = 0;         // milliseconds between two polls of the driver
-  std::vector<std::string> includeFilters;  // when not empty, a message's source has to match one
-  std::vector<std::string> excludeFilters;  // otherwise its source may match none
-  bool typeFilter[4] = {};                  // whether messages of type 0, 1, 2, 3 are kept
-  std::uint32_t saveRate = 0;               // seconds between two flushes of the file to disk
-  std::string logFile;                      // full path of the shared log file
-  std::uint32_t requestedMaxMessage = 0;    // capacity asked for; in effect from the next start
+  std::uint32_t maxMessage = 0;           // capacity of the log file in effect since the last start
+  std::uint32_t devicePollRate = 0;       // milliseconds between two polls of the driver
+  SourceFilters includeFilters;           // when not empty, a message's source has to match one
+  SourceFilters excludeFilters;           // otherwise its source may match none
+  bool typeFilter[4] = {};                // whether messages of type 0, 1, 2, 3 are kept
+  std::uint32_t saveRate = 0;             // seconds between two flushes of the file to disk
+  std::string logFile;                    // full path of the shared log file
+  std::uint32_t requestedMaxMessage = 0;  // capacity asked for; in effect from the next start
 };

@@ -4,9 +4,13 @@
 
 #include <algorithm>
 #include <iterator>
+#include <random>
 #include <string>
+#include <vector>
 
+#include "store/source_filters.h"
 #include "tests/store/messages.h"
+#include "util/helpers.h"
 
 namespace StoreTest {
 namespace {
@@ -105,6 +109,43 @@ TEST_F(MessageFilter, ASourceWithoutAZeroEndsWithItsField) {
 TEST_F(MessageFilter, NeverLooksAtTheText) {
   configuration.excludeFilters = {"secret"};
   EXPECT_TRUE(IsMessageKept(configuration, From("Camera", Message("secret"))));
+}
+
+// The prepared filters against the plain comparison, over bytes of all kinds.
+TEST(SourceFilters, MatchWhatThePlainComparisonMatches) {
+  std::mt19937 random(1);
+  const auto below = [&random](unsigned limit) -> std::size_t { return random() % limit; };
+  const std::string letters = "aAbB@Z[`z{\x80\xC4\xE4\xFF";
+  const auto name = [&](std::size_t most) {
+    std::string text(below(4) == 0 ? below(static_cast<unsigned>(most)) : below(12), 'a');
+    for (char& byte : text) {
+      if (below(4) == 0) byte = letters[below(static_cast<unsigned>(letters.size()))];
+    }
+    return text;
+  };
+  int matched = 0;
+  constexpr int kLists = 2000;
+  constexpr int kSources = 200;
+  for (int list = 0; list < kLists; ++list) {
+    SourceFilters filters;
+    std::vector<std::string> plain;
+    for (std::size_t i = below(6); i > 0; --i) {
+      plain.push_back(name(400));
+      filters.push_back(plain.back());
+    }
+    ASSERT_TRUE(std::equal(plain.begin(), plain.end(), filters.begin(), filters.end()));
+    for (int i = 0; i < kSources; ++i) {
+      char field[kTextSize];
+      CopyText(field, name(300));
+      if (below(8) == 0) field[kTextSize - 1] = 'A';
+      const std::string source(std::begin(field), std::find(std::begin(field), std::end(field), '\0'));
+      const bool expected = TamLogUtil::MatchesAnyPrefix(source, plain);
+      ASSERT_EQ(filters.MatchAny(FoldedSource(field)), expected) << source;
+      matched += expected ? 1 : 0;
+    }
+  }
+  EXPECT_GT(matched, kLists * kSources / 10);
+  EXPECT_LT(matched, kLists * kSources * 9 / 10);
 }
 
 }  // namespace
