@@ -8,11 +8,14 @@ void BodyPool::Grow() {
   for (std::uint32_t i = kBlock; i-- > 0;) free.push_back(static_cast<std::uint32_t>(first) + i);
 }
 
-void BodyPool::Shrink() {
-  if (blocks.size() <= kKeptBlocks || free.size() < blocks.size() * kBlock) return;
-  blocks.resize(kKeptBlocks);
+void BodyPool::Tidy(std::size_t returned) {
+  if (free.size() < blocks.size() * kBlock || returned < free.size() / 16) return;
+  if (blocks.size() > kKeptBlocks) {
+    blocks.resize(kKeptBlocks);
+    std::vector<std::uint32_t> fewer;
+    fewer.reserve(kKeptBlocks * kBlock);
+    free.swap(fewer);
+  }
   free.clear();
-  free.shrink_to_fit();
-  free.reserve(kKeptBlocks * kBlock);
-  for (auto i = static_cast<std::uint32_t>(kKeptBlocks * kBlock); i-- > 0;) free.push_back(i);
+  for (auto i = static_cast<std::uint32_t>(blocks.size() * kBlock); i-- > 0;) free.push_back(i);
 }

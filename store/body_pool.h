@@ -24,8 +24,10 @@ class BodyPool {
 
   LogMessage& operator[](std::uint32_t number) { return blocks[number / kBlock][number % kBlock]; }
 
-  // Lets go of memory that a burst of messages left behind, if none is taken.
-  void Shrink();
+  // After `returned` messages were given back: if none is taken any more, lets go of memory that a burst has
+  // left behind, and puts the numbers in order again so that memory is walked upwards, when the work is in
+  // proportion to what was returned.
+  void Tidy(std::size_t returned);
   void Clear() {
     blocks.clear();
     free.clear();
@@ -33,7 +35,7 @@ class BodyPool {
 
  private:
   static constexpr std::uint32_t kBlock = 64;
-  // What Shrink keeps: about 12 MB, for 20,000 messages at once.
+  // What Tidy keeps: about 12 MB, for 20,000 messages at once.
   static constexpr std::size_t kKeptBlocks = 320;
 
   void Grow();

@@ -1,8 +1,7 @@
 #include "store/integrity.h"
 
 #include <algorithm>
-#include <iterator>
-#include <limits>
+#include <cstring>
 
 #include "store/ring.h"
 
@@ -18,25 +17,75 @@ IntegrityRule RuleBrokenByHeader(const LogFileHeader& header) {
   return header.readCount == 1 ? IntegrityRule::NoneBroken : IntegrityRule::OneReader;
 }
 
+// Whether there is a zero, eight bytes at a time.
 bool EndsInside(const char (&text)[kTextSize]) {
-  return std::find(std::begin(text), std::end(text), '\0') != std::end(text);
+  constexpr std::uint64_t kEach = 0x0101010101010101U;
+  static_assert(kTextSize % sizeof kEach == 1);
+  for (std::size_t i = 0; i + sizeof kEach <= kTextSize; i += sizeof kEach) {
+    std::uint64_t word = 0;
+    std::memcpy(&word, text + i, sizeof word);
+    if (((word - kEach) & ~word & (kEach * 0x80)) != 0) return true;
+  }
+  return text[kTextSize - 1] == '\0';
+}
+
+// The bytes that the check of most messages needs: the head, and the first half of the text.
+void Prefetch(const LogMessage* message) {
+  const char* const bytes = reinterpret_cast<const char*>(message);
+  __builtin_prefetch(bytes);
+  __builtin_prefetch(bytes + 64);
+  __builtin_prefetch(bytes + offsetof(LogMessage, body.text));
+  __builtin_prefetch(bytes + offsetof(LogMessage, body.text) + 64);
+}
+
+IntegrityRule RuleBrokenBy(const LogMessageBody& body, std::uint64_t key, std::uint64_t newerKey) {
+  if (key > newerKey) return IntegrityRule::NewestFirst;
+  if (!EndsInside(body.text) || !EndsInside(body.source)) return IntegrityRule::TextsEnd;
+  if (body.type >= kMessageTypes) return IntegrityRule::KnownType;
+  return IntegrityRule::NoneBroken;
 }
 
 }  // namespace
 
-IntegrityRule FirstBrokenRule(const LogFileHeader& header, SlotSource& slots) {
+void SlotCheck::Look(const LogMessage* oldest, std::size_t count) {
+  constexpr std::size_t kAhead = 8;
+  std::uint64_t newer = newerKey;
+  broken = IntegrityRule::NoneBroken;
+  for (std::size_t i = 0; i < count && broken == IntegrityRule::NoneBroken; ++i) {
+    const LogMessage& message = oldest[count - 1 - i];
+    if (i + kAhead < count) Prefetch(&message - kAhead);
+    keys[i] = TimeKey(message.body);
+    broken = RuleBrokenBy(message.body, keys[i], newer);
+    newer = keys[i];
+  }
+}
+
+std::size_t SlotSource::LookAt(std::int64_t newest, std::size_t /*count*/, SlotCheck& check) {
+  LogMessage message;
+  if (!ReadSlot(newest, message)) return 0;
+  check.Look(&message, 1);
+  return 1;
+}
+
+IntegrityRule FirstBrokenRule(const LogFileHeader& header, SlotSource& slots, MessageMirror* loaded) {
   const IntegrityRule broken = RuleBrokenByHeader(header);
   if (broken != IntegrityRule::NoneBroken) return broken;
 
-  std::uint64_t newerKey = std::numeric_limits<std::uint64_t>::max();
-  for (std::int32_t i = 0; i < header.messageCount; ++i) {
-    LogMessage message;
-    if (!slots.ReadSlot(SlotFromNewest(header, i), message)) return IntegrityRule::SlotsInFile;
-    const std::uint64_t key = TimeKey(message.body);
-    if (key > newerKey) return IntegrityRule::NewestFirst;
-    if (!EndsInside(message.body.text) || !EndsInside(message.body.source)) return IntegrityRule::TextsEnd;
-    if (message.body.type >= kMessageTypes) return IntegrityRule::KnownType;
-    newerKey = key;
+  SlotCheck check;
+  std::int32_t done = 0;
+  while (done < header.messageCount) {
+    const std::int64_t newest = SlotFromNewest(header, done);
+    // Up to slot 0, where the ring goes on at its other end.
+    const std::int64_t most = std::min<std::int64_t>(newest + 1, header.messageCount - done);
+    const std::size_t count =
+        slots.LookAt(newest, std::min(static_cast<std::size_t>(most), SlotCheck::kMost), check);
+    if (count == 0) return IntegrityRule::SlotsInFile;
+    if (check.Broken() != IntegrityRule::NoneBroken) return check.Broken();
+    for (std::size_t i = 0; loaded != nullptr && i < count; ++i) {
+      loaded->AppendOldest(check.Key(i), newest - static_cast<std::int64_t>(i));
+    }
+    check.Accept(count);
+    done += static_cast<std::int32_t>(count);
   }
   return IntegrityRule::NoneBroken;
 }

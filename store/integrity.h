@@ -3,19 +3,11 @@
 // The rules by which the server recognises a sound log file: the format has neither a magic number nor a
 // version. A file that breaks one loses all its messages; it is never repaired message by message.
 
+#include <cstddef>
 #include <cstdint>
 
 #include "store/log_file_format.h"
-
-// Where the messages to be checked come from.
-class SlotSource {
- public:
-  // Copies slot `index` to `message`; false when the file holds no such slot.
-  virtual bool ReadSlot(std::int64_t index, LogMessage& message) = 0;
-
- protected:
-  ~SlotSource() = default;
-};
+#include "store/message_mirror.h"
 
 enum class IntegrityRule : std::uint8_t {
   NoneBroken,
@@ -28,8 +20,46 @@ enum class IntegrityRule : std::uint8_t {
   KnownType,    // the type is one of the four
 };
 
+// Looks at messages, from the newest to the oldest, and keeps their keys.
+class SlotCheck {
+ public:
+  static constexpr std::size_t kMost = 256;
+
+  // Looks at `count` slots, up to kMost, that lie one behind the other, `oldest` being the first. Forgets
+  // what it saw at the last look unless that was accepted, so a look that a fault has ended can be repeated.
+  // Touches nothing but the slots and itself: it may run under the fault guard.
+  void Look(const LogMessage* oldest, std::size_t count);
+
+  IntegrityRule Broken() const { return broken; }
+  // The keys of the last look, the newest first.
+  std::uint64_t Key(std::size_t newer) const { return keys[newer]; }
+  void Accept(std::size_t count) { newerKey = keys[count - 1]; }
+
+ private:
+  std::uint64_t newerKey = ~std::uint64_t{0};
+  IntegrityRule broken = IntegrityRule::NoneBroken;
+  std::uint64_t keys[kMost] = {};
+};
+
+// Where the messages to be checked come from.
+class SlotSource {
+ public:
+  // Copies slot `index` to `message`; false when the file holds no such slot.
+  virtual bool ReadSlot(std::int64_t index, LogMessage& message) = 0;
+
+  // Lets `check` look at slot `newest` and, if it can, at slots before it, at most `count` in all. Returns
+  // how many they were; 0 when the file holds no such slot.
+  virtual std::size_t LookAt(std::int64_t newest, std::size_t count, SlotCheck& check);
+
+ protected:
+  ~SlotSource() = default;
+};
+
 // The first rule that `header` or one of its messages, walked from the newest to the oldest, breaks. `header`
 // is to be read under a read access of the server's own, with nobody else inside: a reader of another process
 // that has come in since the file was mapped breaks OneReader too, and costs the whole file. What `slots`
 // throws passes through.
-IntegrityRule FirstBrokenRule(const LogFileHeader& header, SlotSource& slots);
+//
+// Appends the messages of a sound file to `loaded`, which is empty; of another file some of them.
+IntegrityRule FirstBrokenRule(const LogFileHeader& header, SlotSource& slots,
+                              MessageMirror* loaded = nullptr);

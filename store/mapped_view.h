@@ -12,6 +12,7 @@
 #include <string>
 
 #include "store/log_file_format.h"
+#include "util/fault_guard.h"
 #include "util/native_handle.h"
 
 class MappedView {
@@ -46,6 +47,14 @@ class MappedView {
   bool HasSlot(std::int64_t index) const { return index >= 0 && index < slotCount; }
   // ExceptionBase "There is no such slot in the mapped log file".
   LogMessage ReadSlot(std::int64_t index) const;
+  // Calls look(slots) with the mapped bytes of the `count` slots from `first` on. It runs under the guard,
+  // from its start again after a fault: it may touch nothing but plain bytes, and own nothing.
+  template <class Look>
+  void LookAtSlots(std::int64_t first, std::size_t count, Look&& look) const {
+    const void* const slots = view + SlotOffset(first);
+    if (count > 1) SlotOffset(first + static_cast<std::int64_t>(count) - 1);
+    TamLogUtil::AccessMappedView([&] { look(static_cast<const LogMessage*>(slots)); });
+  }
   void WriteSlot(std::int64_t index, const LogMessage& message) {
     WriteSlot(index, message.sequence, message);
   }

@@ -106,7 +106,10 @@ class MessageFileServer final : public TamLogUtil::MessageFile {
   Settings ReadSettings();
   bool OpenLogFile(const std::string& path, std::uint32_t& lowFileSize);
   void SetFileView();
-  void InitializeFile(std::uint32_t maxMessage);
+  // Fills `loaded`, which may be null, with the messages of a sound file.
+  bool Verify(MessageMirror* loaded);
+  // `verified`, which may be null: the messages that the check has just seen; spares reading them again.
+  void InitializeFile(std::uint32_t maxMessage, MessageMirror* verified);
   void Compact(LogFileHeader& header, std::uint32_t maxMessage);
   void ResizeFile(std::uint32_t maxMessage);
   // Makes the list of pending messages a mirror of the file, as LoadToList reads it.

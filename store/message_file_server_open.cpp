@@ -6,6 +6,7 @@
 #include <cstring>
 #include <exception>
 #include <optional>
+#include <utility>
 
 #include "pipe/security_attributes.h"
 #include "store/integrity.h"
@@ -42,6 +43,15 @@ class MappedSlots final : public SlotSource {
     WithContext("Failed to read a message while verifying file integrity",
                 [&] { message = view.ReadSlot(index); });
     return true;
+  }
+
+  std::size_t LookAt(std::int64_t newest, std::size_t count, SlotCheck& check) override {
+    if (!view.HasSlot(newest)) return 0;
+    WithContext("Failed to read a message while verifying file integrity", [&] {
+      view.LookAtSlots(newest + 1 - static_cast<std::int64_t>(count), count,
+                       [&](const LogMessage* slots) { check.Look(slots, count); });
+    });
+    return count;
   }
 
  private:
@@ -95,8 +105,9 @@ void MessageFileServer::OpenFile(const std::string& mapName, const std::string& 
   bool reformat = true;
   if (existed && lowFileSize != 0) {
     SetFileView();
-    reformat = !VerifyIntegrity();
-    if (!reformat) InitializeFile(settings.maxMessage);
+    MessageMirror verified;
+    reformat = !Verify(&verified);
+    if (!reformat) InitializeFile(settings.maxMessage, &verified);
   }
 
   // Only 32 bits of the file's size are looked at, so a file above 4 GB never compares equal: it is set to
@@ -138,13 +149,17 @@ void MessageFileServer::SetFileView() {
 }
 
 bool MessageFileServer::VerifyIntegrity() {
+  return Verify(nullptr);
+}
+
+bool MessageFileServer::Verify(MessageMirror* loaded) {
   PresentTicket(kCannotVerify);
   const ReadAccess access(this);
-  return UseView(access.ticket, kCannotVerify, [](MappedView& view) {
+  return UseView(access.ticket, kCannotVerify, [loaded](MappedView& view) {
     const LogFileHeader header = WithContext("Failed to get a copy of the header in VerifyIntegrity()",
                                              [&] { return view.ReadHeader(); });
     MappedSlots slots(view);
-    return FirstBrokenRule(header, slots) == IntegrityRule::NoneBroken;
+    return FirstBrokenRule(header, slots, loaded) == IntegrityRule::NoneBroken;
   });
 }
 
@@ -163,10 +178,10 @@ void MessageFileServer::Reformat(std::uint32_t maxMessage) {
       });
     });
   }
-  InitializeFile(maxMessage);
+  InitializeFile(maxMessage, nullptr);
 }
 
-void MessageFileServer::InitializeFile(std::uint32_t maxMessage) {
+void MessageFileServer::InitializeFile(std::uint32_t maxMessage, MessageMirror* verified) {
   LogFileHeader header = {};
   LockNames names = {};
   {
@@ -179,7 +194,8 @@ void MessageFileServer::InitializeFile(std::uint32_t maxMessage) {
     });
   }
 
-  if (header.maxMessages != static_cast<std::int32_t>(maxMessage)) Compact(header, maxMessage);
+  const bool compacts = header.maxMessages != static_cast<std::int32_t>(maxMessage);
+  if (compacts) Compact(header, maxMessage);
 
   CopyLockName(names.name[0], Names().headerLock);
   CopyLockName(names.name[1], Names().readWait);
@@ -196,7 +212,11 @@ void MessageFileServer::InitializeFile(std::uint32_t maxMessage) {
       });
     });
   }
-  LoadMirror();
+  if (verified != nullptr && !compacts) {
+    pending.Assign(std::move(*verified), header);
+  } else {
+    LoadMirror();
+  }
 }
 
 // Newest in slot 0, the reverse of the order in which the ring is read otherwise. A file of the right size

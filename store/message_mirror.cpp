@@ -48,11 +48,11 @@ void MessageMirror::BringIntoMemory(std::size_t count, FlushTarget& target) {
 }
 
 void MessageMirror::LeaveInFile(std::size_t count, std::int64_t first, std::int64_t capacity) {
-  std::int64_t slot = first;
-  keys.ToNewest(count, [&](std::uint32_t& number) {
+  std::int64_t slot = (first + static_cast<std::int64_t>(count)) % capacity;
+  keys.FromNewest(count, [&](std::uint32_t& number) {
     bodies.GiveBack(number & ~kInMemory);
+    slot = (slot == 0 ? capacity : slot) - 1;
     number = static_cast<std::uint32_t>(slot);
-    if (++slot == capacity) slot = 0;
   });
-  bodies.Shrink();
+  bodies.Tidy(count);
 }

@@ -6,7 +6,7 @@
 // Entries stand in chunks, chunks in groups. A group and a chunk know their size and a bound that none of
 // their keys is below, so the place of a new key is found by looking at some groups, at some chunks of one
 // group and into one chunk, also a million entries back; an insertion moves the entries of one chunk. Chunks
-// fill up as long as messages come in order, and to half otherwise.
+// fill up as long as messages come in order or in the reverse order, and to half otherwise.
 //
 // A list that was loaded need not be in order (MessageFileServer::Compact says why). Insert does then, too,
 // what a walk from the newest entry would do.
@@ -123,6 +123,7 @@ class BasicOrderedKeys {
     // The index behind the newest entry whose key is not greater; `begin` when there is none.
     std::size_t Behind(std::uint64_t key, bool sorted) const {
       const std::uint64_t* const all = keys.get();
+      if (begin < end && all[end - 1] <= key) return end;
       if (sorted) return static_cast<std::size_t>(std::upper_bound(all + begin, all + end, key) - all);
       std::size_t index = end;
       while (index > begin && all[index - 1] > key) --index;
@@ -187,9 +188,32 @@ class BasicOrderedKeys {
       AddNewestChunk();
       place = {.group = groups.size() - 1, .chunk = groups.back().chunks.size() - 1, .index = 0, .newer = 0};
     } else if (chunk.Size() == kChunk) {
+      if (place.index == kChunk && GoBeforeNext(place)) return;
       if (groups[place.group].chunks.size() == kGroup) SplitGroup(place);
-      SplitChunk(place);
+      if (place.index == kChunk) {
+        AddChunkBehind(place);
+      } else {
+        SplitChunk(place);
+      }
     }
+  }
+
+  // Behind the last entry of a chunk is also in front of the first one of the next, which may have room.
+  bool GoBeforeNext(Place& place) const {
+    const Group& group = groups[place.group];
+    if (place.chunk + 1 == group.chunks.size() || group.chunks[place.chunk + 1].begin == 0) return false;
+    ++place.chunk;
+    place.index = group.chunks[place.chunk].begin;
+    return true;
+  }
+
+  // To be filled from its end: messages that come in the reverse order of their times go on in front of it.
+  void AddChunkBehind(Place& place) {
+    Chunk chunk = NewChunk(kChunk);
+    Group& group = groups[place.group];
+    ++place.chunk;
+    place.index = kChunk;
+    group.chunks.insert(group.chunks.begin() + static_cast<std::ptrdiff_t>(place.chunk), std::move(chunk));
   }
 
   // The newer half becomes a chunk of its own, with room on both sides.
@@ -274,4 +298,4 @@ class BasicOrderedKeys {
   bool inOrder = true;  // no key is greater than that of the entry before it, from the newest on
 };
 
-using OrderedKeys = BasicOrderedKeys<256, 64>;
+using OrderedKeys = BasicOrderedKeys<256, 32>;

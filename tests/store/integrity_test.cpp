@@ -4,8 +4,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstring>
+#include <iterator>
 #include <limits>
+#include <map>
+#include <random>
 #include <string>
+#include <vector>
 
 #include "tests/store/memory_file.h"
 #include "tests/store/messages.h"
@@ -155,6 +161,100 @@ TEST_F(Integrity, ARingOfOneSlotPasses) {
   single.header.nextSlot = 0;
   single.header.readCount = 1;
   EXPECT_EQ(FirstBrokenRule(single.header, single), IntegrityRule::NoneBroken);
+}
+
+// The same rules, one message after the other and byte by byte.
+IntegrityRule PlainRule(const LogFileHeader& header, MemoryFile& file) {
+  if (header.messageCount < 0 || header.maxMessages < 0 || header.nextSlot < 0) {
+    return IntegrityRule::NotNegative;
+  }
+  if (header.messageCount > header.maxMessages || header.nextSlot >= header.maxMessages) {
+    return IntegrityRule::InsideRing;
+  }
+  if (header.readCount != 1) return IntegrityRule::OneReader;
+  const auto ends = [](const char(&text)[kTextSize]) {
+    return std::find(std::begin(text), std::end(text), '\0') != std::end(text);
+  };
+  std::uint64_t newerKey = std::numeric_limits<std::uint64_t>::max();
+  for (std::int32_t i = 0; i < header.messageCount; ++i) {
+    LogMessage message;
+    if (!file.ReadSlot(SlotFromNewest(header, i), message)) return IntegrityRule::SlotsInFile;
+    const std::uint64_t key = TimeKey(message.body);
+    if (key > newerKey) return IntegrityRule::NewestFirst;
+    if (!ends(message.body.text) || !ends(message.body.source)) return IntegrityRule::TextsEnd;
+    if (message.body.type >= kMessageTypes) return IntegrityRule::KnownType;
+    newerKey = key;
+  }
+  return IntegrityRule::NoneBroken;
+}
+
+// A ring of random fill, its texts of any length, with at most one thing damaged.
+MemoryFile RandomFile(std::mt19937& random) {
+  const auto below = [&random](int limit) {
+    return static_cast<int>(random() % static_cast<unsigned>(limit));
+  };
+  const int capacity = 1 + below(below(4) == 0 ? 1500 : 40);
+  MemoryFile file(capacity);
+  file.header.readCount = 1;
+  file.header.messageCount = below(3) == 0 ? capacity : below(capacity + 1);
+  file.header.nextSlot = below(capacity);
+  int second = 3000;
+  for (std::int32_t i = 0; i < file.header.messageCount; ++i) {
+    second -= below(3) == 0 ? 1 : 0;
+    LogMessage& slot = file.slots[static_cast<std::size_t>(SlotFromNewest(file.header, i))];
+    slot.body = From(
+        std::string(static_cast<std::size_t>(below(257)), 's'),
+        Message(std::string(static_cast<std::size_t>(below(257)), '\x80'), At(1, second / 60, second % 60)));
+  }
+  LogMessage& victim = file.slots[static_cast<std::size_t>(below(capacity))];
+  const std::string full(kTextSize, 'x');
+  switch (below(8)) {
+    case 0:
+      CopyText(victim.body.text, full);
+      break;
+    case 1:
+      CopyText(victim.body.source, full);
+      break;
+    case 2:
+      victim.body.type = static_cast<std::uint32_t>(below(8));
+      break;
+    case 3:
+      victim.body.timestamp[below(8)] = static_cast<std::int16_t>(random());
+      break;
+    case 4:
+      if (below(4) == 0) file.header.maxMessages = 2000;
+      break;
+    default:
+      break;
+  }
+  return file;
+}
+
+TEST(IntegrityAgainstPlainRules, RandomFilesAreJudgedAndLoadedAlike) {
+  std::mt19937 random(1);
+  std::map<IntegrityRule, int> seen;
+  for (int i = 0; i < 2000; ++i) {
+    SCOPED_TRACE(i);
+    MemoryFile file = RandomFile(random);
+    MessageMirror loaded;
+    const IntegrityRule rule = FirstBrokenRule(file.header, file, &loaded);
+    ASSERT_EQ(rule, PlainRule(file.header, file));
+    ++seen[rule];
+    if (rule != IntegrityRule::NoneBroken) continue;
+    ASSERT_EQ(loaded.Size(), static_cast<std::size_t>(file.header.messageCount));
+    loaded.BringIntoMemory(loaded.Size(), file);
+    std::vector<LogMessage> messages;
+    loaded.FromNewest(loaded.Size(), [&](const LogMessage& message) { messages.push_back(message); });
+    const std::vector<LogMessage> expected = file.Messages();
+    for (std::size_t m = 0; m < expected.size(); ++m) {
+      ASSERT_EQ(std::memcmp(&messages[m], &expected[m], sizeof messages[m]), 0) << m;
+    }
+  }
+  for (const IntegrityRule rule :
+       {IntegrityRule::NoneBroken, IntegrityRule::SlotsInFile, IntegrityRule::NewestFirst,
+        IntegrityRule::TextsEnd, IntegrityRule::KnownType}) {
+    EXPECT_GT(seen[rule], 20);
+  }
 }
 
 }  // namespace

@@ -45,6 +45,12 @@ class MemoryFile final : public FlushTarget, public SlotSource {
     return true;
   }
 
+  std::size_t LookAt(std::int64_t newest, std::size_t count, SlotCheck& check) override {
+    if (newest < 0 || newest >= static_cast<std::int64_t>(slots.size())) return 0;
+    check.Look(&slots[static_cast<std::size_t>(newest) + 1 - count], count);
+    return count;
+  }
+
   // The nth write (or reading back) from now on throws, and those after it.
   void FailAtWrite(int n) { writesLeft = n; }
   void WorkAgain() { writesLeft = -1; }
