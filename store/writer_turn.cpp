@@ -6,14 +6,37 @@ using TamLogUtil::NativeHandle;
 using TamLogUtil::Timeout;
 using TamLogUtil::WaitOutcome;
 
+namespace {
+
+struct ClosedMeanwhile {};
+
+struct TurnGate {
+  NativeHandle event;
+  NativeHandle closing;
+
+  // Throws ClosedMeanwhile.
+  bool Wait(std::uint32_t milliseconds) const {
+    const WaitOutcome outcome = TamLogUtil::WaitUnlessClosed(event, closing, milliseconds);
+    if (outcome == WaitOutcome::Closed) throw ClosedMeanwhile();
+    return outcome == WaitOutcome::Signalled;
+  }
+  void Open() const { TamLogUtil::CheckedSetEvent(event); }
+};
+
+}  // namespace
+
 WriterTurn::WriterTurn()
-    : free(TamLogUtil::CheckedCreateEvent(nullptr, false, true, nullptr),
+    : gate(TamLogUtil::CheckedCreateEvent(nullptr, false, false, nullptr),
            TamLogUtil::AutoHandle::From::Take) {}
 
 WriterTurn::Hold::Hold(WriterTurn& writerTurn, Timeout& timeout, NativeHandle closing) : turn(writerTurn) {
   if (turn.owner == std::this_thread::get_id()) return;
-  outcome = TamLogUtil::WaitUnlessClosed(turn.free.Get(), closing, timeout.Remaining());
-  taken = outcome == WaitOutcome::Signalled;
+  try {
+    taken = turn.word.Wait(TurnGate{turn.gate.Get(), closing}, timeout.Remaining());
+    outcome = taken ? WaitOutcome::Signalled : WaitOutcome::TimedOut;
+  } catch (const ClosedMeanwhile&) {
+    outcome = WaitOutcome::Closed;
+  }
   if (taken) turn.owner = std::this_thread::get_id();
 }
 
@@ -21,7 +44,7 @@ WriterTurn::Hold::~Hold() {
   if (!taken) return;
   turn.owner = std::thread::id();
   try {
-    TamLogUtil::CheckedSetEvent(turn.free.Get());
+    turn.word.Release(TurnGate{turn.gate.Get(), nullptr});
   } catch (const TamLogUtil::Exceptions::ExceptionBase&) {  // NOLINT(bugprone-empty-catch)
     // The event is this object's own and open for all its life; there is nothing to fall back to.
   }

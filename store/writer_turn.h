@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "store/access_objects.h"
+#include "util/lock_word.h"
 #include "util/native_handle.h"
 #include "util/sync.h"
 #include "util/timeout.h"
@@ -26,7 +27,8 @@ class WriterTurn {
   WriterTurn& operator=(const WriterTurn&) = delete;
 
  private:
-  TamLogUtil::AutoHandle free;  // an auto-reset event; owned by no thread until one waits for it successfully
+  TamLogUtil::LockWord word;    // taken without a call into the system while the turn is free
+  TamLogUtil::AutoHandle gate;  // an auto-reset event
   std::atomic<std::thread::id> owner;
 };
 
