@@ -7,9 +7,10 @@ import os
 import sys
 
 import show
+import store
 from harness import HEAD, Bench, machine
 
-SCENARIOS = {"show": show.show}
+SCENARIOS = {"show": show.show, "store": store.store}
 
 
 def main():

@@ -1,0 +1,54 @@
+"""The server's store over a full file, beside the copies, reads and event calls it cannot do without; under Wine."""
+
+import collections
+import os
+import subprocess
+import sys
+
+# What is asked of each kind of row; the longest call and the memory stand against a bound, not against a floor.
+GOALS = {"add in order": 1.30, "add every second late": 1.6, "add 20000 reversed": 2.0,
+         "longest add, every second late": 1.0, "flush of one": 0.90, "flush, a message of 200": 1.15,
+         "flush, a message of 2000": 1.15, "flush, a message of 20000": 1.25, "open": 0.85, "private memory": 0.05,
+         "filters, 10": 1 / 10, "filters, 100": 1 / 15}
+FLOORS = {"add": "one key computation and one copy", "longest": "a tenth of a millisecond", "flush of": "6 event calls",
+          "flush,": "one copy into the slots", "open": "the file read once", "private": "the file's size",
+          "filters": "both sides folded each time"}
+# Goals that are set for the large file only.
+LARGE_ONLY = ("open", "private memory")
+
+
+def run(*arguments, pairs):
+    """One run of store_bench in a prefix of its own, pinned with Wine's server; yields its lines' fields."""
+    prefix = os.environ["TAMLOG_BENCH_PREFIX"]
+    command = ["taskset", "-c", "0", "scripts/wine-run.sh", "build/bin/store_bench.exe", *arguments, str(pairs)]
+    result = subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=900,
+                            env={**os.environ, "WINEPREFIX": prefix}, check=False)
+    if result.returncode != 0:
+        sys.exit(f"bench: {' '.join(command)} failed with {result.returncode}: {result.stderr}")
+    return [line.split("\t") for line in result.stdout.splitlines() if line]
+
+
+def goal_of(row, slots):
+    kind = row.removesuffix(f", {slots}")
+    if slots < (1_000_000 if kind in LARGE_ONLY else 50_000) and not kind.startswith("filters"):
+        return None
+    return GOALS[kind]
+
+
+def measure(bench, what, slots):
+    log = os.path.abspath(bench.path("store.dat"))
+    rows = collections.OrderedDict()
+    for row, unit, ours, floor in run(what, "Z:" + log.replace("/", "\\"), str(slots), pairs=bench.pairs):
+        rows.setdefault((row, unit), []).append((float(ours), float(floor)))
+    for (row, unit), pairs in rows.items():
+        floor = next(text for start, text in FLOORS.items() if row.startswith(start))
+        bench.add_pairs("store", row, floor, pairs, unit, goal_of(row, slots))
+    if os.path.exists(log):
+        os.remove(log)
+
+
+def store(bench):
+    measure(bench, "filters", 1)
+    for slots in (1_000, 50_000, 1_000_000):
+        for what in ("add", "flush", "open"):
+            measure(bench, what, slots)
