@@ -170,7 +170,7 @@ TEST(LockWord, KeepsManyThreadsApartWhateverTheirTimeOuts) {
     threads.emplace_back([&, seed] {
       std::minstd_rand random(seed);
       for (int round = 0; round < 20000; ++round) {
-        const unsigned pick = static_cast<unsigned>(random() % 8);
+        const auto pick = random() % 8;
         const std::uint32_t patience = pick < 5 ? kForever : (pick < 7 ? 0 : 1);
         if (!lock.Wait(gate, patience)) continue;
         ++count;
