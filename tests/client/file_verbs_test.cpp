@@ -178,8 +178,9 @@ TEST_F(FileVerbs, InterruptedWritersLeaveNothingBehind) {
   EXPECT_EQ(InterruptAt("big.dat.new0",
                         {"export", "big.dat", "--log", "--capacity", "1000000", "--file", "good.dat"}),
             130);
-  EXPECT_EQ(InterruptAt("big.dat.new0", {"repair", "good.dat", "--output", "big.dat", "--capacity", "1000000"}),
-            130);
+  EXPECT_EQ(
+      InterruptAt("big.dat.new0", {"repair", "good.dat", "--output", "big.dat", "--capacity", "1000000"}),
+      130);
   EXPECT_FALSE(IsThere("big.dat"));
   EXPECT_FALSE(IsThere("big.dat.new0"));
 }

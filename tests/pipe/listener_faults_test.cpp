@@ -187,7 +187,8 @@ TEST_F(ListenerFaults, StartWithoutAThreadThrows) {
   EXPECT_TRUE(Serves());
 }
 
-// A lock that nobody waits for is given back without SetEvent, so the first call of Stop is the one that cancels.
+// A lock that nobody waits for is given back without SetEvent, so the first call of Stop is the one that
+// cancels.
 TEST_F(ListenerFaults, StopThatCannotCancelThrows) {
   server->Start();
   Faults().setEvent.Fail(ERROR_INVALID_HANDLE, kThis);
