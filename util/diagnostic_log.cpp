@@ -1,9 +1,10 @@
 #include "util/diagnostic_log.h"
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <fstream>
-#include <semaphore>
+#include <thread>
 
 #include "util/leaf_lock.h"
 
@@ -14,31 +15,38 @@ constexpr std::size_t kTimeBuffer = 64;
 
 // A writer that does not come to its end holds the others up no longer than this.
 constexpr std::chrono::seconds kLongestTurn{1};
+constexpr std::chrono::milliseconds kLookAgain{1};
 
 struct Destination {
   LeafLock lock;
   std::string fileName GUARDED_BY(lock);
   std::ostream* stream GUARDED_BY(lock) = nullptr;
-  // Free when 1. The run-time appends by a seek and a write, so two writers at once could cover each other's
-  // entry. Not a lock: a thread may be ended by force in the middle of its turn, and the log has to go on
-  // without it.
-  std::binary_semaphore fileTurn{1};
+  // Whether somebody appends. The run-time does it by a seek and a write, so two writers at once could cover
+  // each other's entry. Not a lock: a thread may be ended by force in the middle of its turn, and the log has
+  // to go on without it. Not a semaphore either: the library's waits by static objects, which are gone when
+  // the last entries are written.
+  std::atomic<bool> fileBusy{false};
 };
 
 // Waits for the turn, or for as long as it pays to; gives back only what it got.
 class FileTurn {
  public:
-  explicit FileTurn(std::binary_semaphore& fileTurn)
-      : turn(fileTurn), owned(fileTurn.try_acquire_for(kLongestTurn)) {}
+  explicit FileTurn(std::atomic<bool>& fileBusy) : busy(fileBusy) {
+    const auto end = std::chrono::steady_clock::now() + kLongestTurn;
+    while (!(owned = !busy.exchange(true, std::memory_order_acquire)) &&
+           std::chrono::steady_clock::now() < end) {
+      std::this_thread::sleep_for(kLookAgain);
+    }
+  }
   ~FileTurn() {
-    if (owned) turn.release();
+    if (owned) busy.store(false, std::memory_order_release);
   }
   FileTurn(const FileTurn&) = delete;
   FileTurn& operator=(const FileTurn&) = delete;
 
  private:
-  std::binary_semaphore& turn;
-  bool owned;
+  std::atomic<bool>& busy;
+  bool owned = false;
 };
 
 // Never destroyed: the exit hooks write entries when static objects are already gone.
@@ -80,7 +88,7 @@ std::string FileName(Destination& destination) {
 void AppendToFile(Destination& destination, const std::string& entry) {
   const std::string name = FileName(destination);
   if (name.empty()) return;
-  const FileTurn turn(destination.fileTurn);
+  const FileTurn turn(destination.fileBusy);
   std::ofstream file(name, std::ios::app);
   if (!file) return;
   file.write(entry.data(), static_cast<std::streamsize>(entry.size()));

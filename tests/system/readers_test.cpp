@@ -102,6 +102,7 @@ TEST_F(Readers, OneThatIsKilledInsideIsPassedOverByTheStopWhichLosesOnlyWhatWasP
   ExpectTexts({"flushed"});
   KillAReaderInside();
   ExpectIntakeGoesOn(1);
+  std::this_thread::sleep_for(1s);  // a flush waits by now
 
   const StopReport stop = StopService();
   EXPECT_GT(stop.duration, 12s);  // the flush that waits takes the whole of the stop's 15 s

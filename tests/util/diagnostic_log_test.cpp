@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -197,6 +198,29 @@ TEST_F(DiagnosticLog, AWriterThatDoesNotComeToItsEndHoldsUpTheOthersForAMomentOn
 }
 
 #endif
+
+// Its destructor runs after those of all static objects that the first entry brought into being.
+struct WritesAtTheVeryEnd {
+  ~WritesAtTheVeryEnd() { WriteLog("the last"); }
+};
+
+// A late thread writes while static objects are destroyed; the process has to end as it was going to.
+TEST(DiagnosticLogDeathTest, EntriesCanStillBeWrittenWhenStaticObjectsAreGone) {
+  const std::string name = testing::TempDir() + "tamlog-entries-at-the-end.txt";
+  EXPECT_EXIT(
+      {
+        static const WritesAtTheVeryEnd end;
+        std::remove(name.c_str());
+        SetLogFile(name);
+        WriteLog("the first");
+        std::exit(0);
+      },
+      testing::ExitedWithCode(0), "");
+  const std::string entries = TestSupport::ReadBytes(name);
+  EXPECT_NE(entries.find("the first"), std::string::npos);
+  EXPECT_NE(entries.find("the last"), std::string::npos);
+  std::remove(name.c_str());
+}
 
 TEST(DiagnosticLogCapture, GivesTheTextsWithoutTheTime) {
   TestSupport::DiagnosticLogCapture log;
