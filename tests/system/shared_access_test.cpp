@@ -1,0 +1,67 @@
+// Who may do what with the objects that the running service shares, as the system itself says it.
+
+#include <string>
+
+#include "tests/system/platform.h"
+#include "tests/system/system_test.h"
+#include "util/win32.h"
+
+// Both come after windows.h.
+#include <aclapi.h>
+#include <sddl.h>
+
+namespace {
+
+// The access list of an open object in the system's text form.
+std::string AccessListOf(HANDLE object) {
+  PSECURITY_DESCRIPTOR descriptor = nullptr;
+  const DWORD error = GetSecurityInfo(object, SE_KERNEL_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr,
+                                      nullptr, nullptr, &descriptor);
+  if (error != ERROR_SUCCESS) return "error " + std::to_string(error);
+  char* text = nullptr;
+  std::string list = "no text";
+  if (ConvertSecurityDescriptorToStringSecurityDescriptorA(descriptor, SDDL_REVISION_1,
+                                                           DACL_SECURITY_INFORMATION, &text, nullptr) != 0) {
+    list = text;
+    LocalFree(text);
+  }
+  LocalFree(descriptor);
+  return list;
+}
+
+class SharedAccess : public SystemTest {};
+
+}  // namespace
+
+// One entry each, for Everyone, without inheritance, and nobody else.
+TEST_F(SharedAccess, EveryoneMayUseTheThreeEventsAsEventsAndNobodyIsNamedBeside) {
+  RunService();
+  for (const char* name : {"Global\\TamLogServiceFileHeaderMutex", "Global\\TamLogServiceReadWaitEvent",
+                           "Global\\TamLogServiceWriteWaitEvent"}) {
+    const OwnedHandle event = Own(OpenEventA(READ_CONTROL, FALSE, name));
+    ASSERT_NE(event, nullptr) << name;
+    EXPECT_EQ(AccessListOf(event.get()), "D:(A;;0x1f0003;;;WD)") << name;
+  }
+}
+
+TEST_F(SharedAccess, EveryoneMayReadAndWriteTheMapping) {
+  RunService();
+  const OwnedHandle mapping = Own(OpenFileMappingA(READ_CONTROL, FALSE, "Global\\TamLogServiceFileMap"));
+  ASSERT_NE(mapping, nullptr);
+  EXPECT_EQ(AccessListOf(mapping.get()), "D:(A;;CCDCLCSWRPSDRCWDWO;;;WD)");
+}
+
+TEST_F(SharedAccess, EveryoneMayReadAndWriteThePipesButNotChangeThem) {
+  RunService();
+  const auto open = [](const char* name, DWORD access) {
+    return Own(
+        CreateFileA(name, access | READ_CONTROL, 0, nullptr, OPEN_EXISTING, SECURITY_SQOS_PRESENT, nullptr));
+  };
+  // In this order: a client of the first alone keeps all others out.
+  const OwnedHandle requests = open("\\\\.\\pipe\\TamLogServerPipe", GENERIC_WRITE);
+  const OwnedHandle replies = open("\\\\.\\pipe\\TamLogServerPipeReply", GENERIC_READ);
+  ASSERT_NE(requests, nullptr);
+  ASSERT_NE(replies, nullptr);
+  EXPECT_EQ(AccessListOf(requests.get()), "D:(A;;0x12019f;;;WD)");
+  EXPECT_EQ(AccessListOf(replies.get()), "D:(A;;0x12019f;;;WD)");
+}
