@@ -16,7 +16,6 @@ the others from running, as far as they can. Logs are kept in build/test.
   build-windows   build everything for Windows
   build-asan      build the pure files and their tests natively, under AddressSanitizer and UBSan
   build-tsan      the same under ThreadSanitizer
-  build-linux     build tamlogctl for Linux, optimised
   tidy            clang-tidy, with clang's analysis of the lock annotations
   prefixes        make fresh Wine prefixes for the tests
   test-unit       run the Windows tests of the rooms under Wine
@@ -28,7 +27,7 @@ build-asan to tidy run beside the tests under Wine, on time that these leave.
 TEXT
 }
 
-readonly all_steps=(packages configure rooms format build-windows build-asan build-tsan build-linux
+readonly all_steps=(packages configure rooms format build-windows build-asan build-tsan
   tidy prefixes test-unit test-system test-asan test-tsan)
 cores=$(nproc)
 # Prefixes that a test gets for itself: pipes, registry, services and driver have fixed names. These tests mostly wait,
@@ -235,7 +234,6 @@ step_after configure build-windows 'building everything for Windows' scripts/bui
 # The tests under Wine mostly wait: what is left of the processor meanwhile builds and checks the rest.
 start_beside build-asan 'building the pure files natively, AddressSanitizer and UBSan' scripts/build.sh asan
 start_beside build-tsan 'building the pure files natively, ThreadSanitizer' scripts/build.sh tsan
-start_beside build-linux 'building tamlogctl for Linux' scripts/build.sh linux
 start_beside tidy "clang-tidy, with clang's thread-safety analysis" scripts/check-tidy.py -j 1
 step prefixes 'making fresh Wine prefixes' make_prefixes
 test_step build-windows test-unit 'tests of the rooms under Wine' run_under_wine -LE system -j "$cores"
@@ -244,7 +242,6 @@ finish_beside build-asan
 test_step build-asan test-asan 'native tests, AddressSanitizer and UBSan' run_natively asan
 finish_beside build-tsan
 test_step build-tsan test-tsan 'native tests, ThreadSanitizer' run_natively tsan
-finish_beside build-linux
 finish_beside tidy
 
 echo
