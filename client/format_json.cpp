@@ -101,13 +101,9 @@ void AppendJsonValue(Field field, const MessageToFormat& message, const FormatOp
   switch (field) {
     case Field::Time:
       return AppendJsonTime(message, options, out);
-    case Field::Seq:
-      return AppendNumber(message.view.Sequence(), out);
-    case Field::Type:
-      return AppendNumber(std::uint64_t{message.view.Type()}, out);
     case Field::Label:
       out += '"';
-      options.typeNames.Append(message.view.Type(), out);
+      AppendSimple(field, message, options, out);
       out += '"';
       return;
     case Field::Source:
@@ -118,11 +114,11 @@ void AppendJsonValue(Field field, const MessageToFormat& message, const FormatOp
       return AppendJsonHex(message.view.Body().origin, out);
     case Field::Tail:
       return AppendJsonHex(message.view.Body().tail, out);
+    case Field::Seq:
+    case Field::Type:
     case Field::Spare:
-      return AppendNumber(int{message.words[7]}, out);
     case Field::Late:
-      out += message.late ? "true" : "false";
-      return;
+      return AppendSimple(field, message, options, out);
   }
 }
 

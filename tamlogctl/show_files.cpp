@@ -132,7 +132,7 @@ std::optional<int> PrintInPasses(const ShowOptions& options, Printer& printer) {
   pager.End();
   if (!written && !paged) return kOutputFailed;
   if (!whole) {
-    Say(path + ": the file became shorter while it was read; its newest messages are missing");
+    Say(path + ": it became shorter, or unreadable, while it was shown; its newest messages are missing");
     exitCode = kDamaged;
   }
   return End(printer, exitCode);
