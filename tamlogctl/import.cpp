@@ -156,26 +156,30 @@ int Import::Recover() {
 int Import::SendAll() {
   Progress progress("handing in messages", messages.size());
   int losses = 0;
-  while (next < messages.size()) {
+  for (;;) {
+    // A restart of the server may have been so short that the client was connected again before it was
+    // missed, also while lost messages were sent again.
+    const bool reconnected = client.Connections() != connections;
+    if (!reconnected && next == messages.size()) return kDone;
     progress.Show(next);
     if (Interrupted()) return kInterrupted;
-    const int code = Send(next);
-    if (code == kDone) ++next;
-    // A restart of the server may have been so short that the client was connected again before it was
-    // missed.
-    if (code == kDone && client.Connections() == connections) {
-      if (!Pace()) return kInterrupted;
-      continue;
+    int code = kDone;
+    if (!reconnected) {
+      code = Send(next);
+      if (code == kDone) {
+        ++next;
+        if (!Pace()) return kInterrupted;
+        continue;
+      }
     }
     constexpr int kMostLosses = 100;
     if (code == kAccessDenied || ++losses > kMostLosses) {
       Say("message " + std::to_string(next + 1) + ": the server cannot be reached");
-      return code;
+      return code == kDone ? kTimedOut : code;
     }
     if (const int recovered = Recover(); recovered == kInterrupted || recovered == kNotThere)
       return recovered;
   }
-  return kDone;
 }
 
 int Import::Finish() {
