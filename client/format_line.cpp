@@ -61,8 +61,8 @@ void AppendLine(const MessageToFormat& message, const FormatOptions& options, st
 }
 
 // The bytes as they are stored, unless a terminal shows them or their encoding was stated.
-void AppendCat(const MessageToFormat& message, const FormatOptions& options, std::string& out) {
-  const std::string_view text = message.view.Text();
+void AppendCat(const LogMessageView& message, const FormatOptions& options, std::string& out) {
+  const std::string_view text = message.Text();
   if (options.terminal) {
     AppendShown(text, options.encoding, out);
   } else if (options.encoding.IsGuessed()) {

@@ -48,7 +48,7 @@ bool AppendAsUtf8(std::string_view text, const TextEncoding& encoding, std::stri
 // One function per format, or per pair of formats that are much alike. Each appends the whole message.
 void AppendLine(const MessageToFormat& message, const FormatOptions& options,
                 std::string& out);  // short, full
-void AppendCat(const MessageToFormat& message, const FormatOptions& options, std::string& out);
+void AppendCat(const LogMessageView& message, const FormatOptions& options, std::string& out);
 void AppendTemplate(const MessageToFormat& message, const FormatOptions& options, std::string& out);
 void AppendJsonObject(const MessageToFormat& message, const FormatOptions& options, std::string& out);
 void AppendCsvHead(const FormatOptions& options, std::string& out);

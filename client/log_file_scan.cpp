@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <functional>
+#include <future>
 #include <system_error>
 #include <vector>
 
@@ -11,6 +13,8 @@
 namespace TamLogClient {
 
 namespace {
+
+constexpr std::uint32_t kChunk = 4096;  // messages read at once: two megabytes
 
 bool ReadAt(std::ifstream& file, std::uint64_t offset, void* to, std::size_t bytes) {
   file.seekg(static_cast<std::streamoff>(offset));
@@ -47,17 +51,26 @@ bool LogFileScan::Read(std::uint32_t position, std::span<LogMessage> to) {
   return true;
 }
 
-bool LogFileScan::ForEach(const std::function<bool(const LogMessage&)>& take) {
-  constexpr std::uint32_t kChunk = 512;
+bool LogFileScan::ForEach(const std::function<bool(const LogMessage&)>& take, std::uint32_t from) {
+  const auto read = [this](std::uint32_t at, std::vector<LogMessage>& to) {
+    to.resize(std::min(kChunk, MessageCount() - at));
+    return Read(at, to);
+  };
+  if (from >= MessageCount()) return true;
   std::vector<LogMessage> chunk;
-  for (std::uint32_t at = 0; at < MessageCount(); at += kChunk) {
-    chunk.resize(std::min(kChunk, MessageCount() - at));
-    if (!Read(at, chunk)) return false;
+  std::vector<LogMessage> next;
+  if (!read(from, chunk)) return false;
+  while (true) {
+    from += static_cast<std::uint32_t>(chunk.size());
+    std::future<bool> coming;  // its end waits for the thread, which writes to `next`
+    if (from < MessageCount()) coming = std::async(read, from, std::ref(next));
     for (const LogMessage& message : chunk) {
       if (!take(message)) return true;
     }
+    if (!coming.valid()) return true;
+    if (!coming.get()) return false;
+    chunk.swap(next);
   }
-  return true;
 }
 
 }  // namespace TamLogClient

@@ -29,9 +29,10 @@ class LogFileScan {
   // False when the file has become shorter.
   bool Read(std::uint32_t position, std::span<LogMessage> to);
 
-  // Hands over every message, in ring order, until `take` returns false; holds a few hundred of them at a
-  // time. False when the file has become shorter; then some have been handed over.
-  bool ForEach(const std::function<bool(const LogMessage&)>& take);
+  // Hands over every message from position `from` of the ring order on, until `take` returns false. Holds a
+  // few MB of them: the next piece is read by a thread of its own while `take` sees the last. False when the
+  // file has become shorter; then some have been handed over.
+  bool ForEach(const std::function<bool(const LogMessage&)>& take, std::uint32_t from = 0);
 
  private:
   std::ifstream file;

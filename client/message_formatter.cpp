@@ -46,6 +46,9 @@ void MessageFormatter::AppendTail(std::string& out) const {
 }
 
 void MessageFormatter::Append(const LogMessage& message, bool late, std::string& out) {
+  // These show no time, and finding its zone is most of the work.
+  if (options.format == Format::Cat) return AppendCat(LogMessageView(message), options, out);
+  if (options.format == Format::Raw) return AppendRaw(message, out);
   MessageToFormat found{LogMessageView(message), WordsOf(message.body), true, std::nullopt, late};
   found.realTime = IsRealTime(found.words);
   found.offset = options.zone.OffsetAt(found.words);
@@ -55,8 +58,6 @@ void MessageFormatter::Append(const LogMessage& message, bool late, std::string&
     case Format::Short:
     case Format::Full:
       return AppendLine(found, options, out);
-    case Format::Cat:
-      return AppendCat(found, options, out);
     case Format::Json:
       AppendJsonObject(found, options, out);
       out += '\n';
@@ -74,8 +75,9 @@ void MessageFormatter::Append(const LogMessage& message, bool late, std::string&
       return AppendExportEntry(found, FormatCursor(cursors.Next(message.body)), options, out);
     case Format::Rfc5424:
       return AppendSyslogLine(found, options, out);
+    case Format::Cat:
     case Format::Raw:
-      return AppendRaw(message, out);
+      return;
   }
 }
 

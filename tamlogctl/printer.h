@@ -13,6 +13,7 @@
 #include "client/message_formatter.h"
 #include "client/message_selection.h"
 #include "store/log_file_format.h"
+#include "tamlogctl/console.h"
 #include "tamlogctl/follow.h"
 #include "tamlogctl/show.h"
 
@@ -41,6 +42,11 @@ class Printer : public FollowTarget {
 
   // False once standard output has failed.
   bool Flush() override;
+
+  // From now on nothing is written but held in memory, Held() bytes of it, until Release.
+  void Hold() { holding = true; }
+  std::size_t Held() const { return held.size() * kWriteSize; }
+  bool Release();
 
   bool Wants(const LogMessage& message) const {
     return selection.Wants(TamLogClient::LogMessageView(message));
@@ -71,6 +77,8 @@ class Printer : public FollowTarget {
   TamLogClient::MessageSelection selection;
   std::vector<TamLogClient::TextPattern> highlights;  // none when nothing is to be marked
   std::string pending;
+  std::vector<std::string> held;  // in pieces of kWriteSize, so that nothing large is ever moved
+  bool holding = false;
   std::string plain;
   std::size_t matched = 0;
   bool begun = false;  // the head is out

@@ -100,33 +100,52 @@ int End(const Printer& printer, int exitCode) {
   return printer.Searches() && printer.Matched() == 0 ? kNothingMatched : kDone;
 }
 
-// Prints a file that holds its messages in time order, as nearly all do, without holding them: a first pass
-// looks at the order, a second prints. Nothing when the file has to be read in the ordinary way.
-std::optional<int> PrintInPasses(const ShowOptions& options, Printer& printer) {
-  const std::string& path = options.files.front();
-  LogFileScan scan;
-  if (!scan.Open(path)) return std::nullopt;
-  std::size_t damaged = 0;
+// What is seen of a file's messages one after the other.
+struct Look {
   std::uint64_t newest = 0;
+  std::size_t damaged = 0;
   bool rises = true;
-  const auto look = [&](const LogMessage& message) {
+
+  // False once a message is older than the one before it.
+  bool Add(const LogMessage& message) {
     const LogMessageView view(message);
     if (view.Damaged()) ++damaged;
     rises = view.Key() >= newest;
     newest = view.Key();
     return rises;
-  };
-  if (!scan.ForEach(look) || !rises) return std::nullopt;
-  if (damaged > 0) SayDamaged(path, damaged);
-  int exitCode = damaged > 0 ? kDamaged : kDone;
+  }
+};
+
+// Prints a file that holds its messages in time order, as nearly all do, without holding them. The output is
+// held back until the order is known; once it takes a quarter of the file's size, the rest of the file is
+// only looked at first. Nothing when the file has to be read in the ordinary way.
+std::optional<int> PrintInOrder(const ShowOptions& options, Printer& printer) {
+  const std::string& path = options.files.front();
+  LogFileScan scan;
+  if (!scan.Open(path)) return std::nullopt;
+  const std::size_t mostHeld = scan.MessageCount() * sizeof(LogMessage) / 4;
   printer.SetLog(scan.Header());
-  Pager pager;
-  if (!options.noPager) pager.Begin();
+  printer.Hold();
+  Look look;
+  std::uint32_t printed = 0;
   const auto print = [&printer](const LogMessage& message) {
     printer.Print(message, false);
     return !printer.OutputFailed();
   };
-  const bool whole = scan.ForEach(print);
+  const auto lookAndPrint = [&](const LogMessage& message) {
+    ++printed;
+    return look.Add(message) && print(message) && printer.Held() <= mostHeld;
+  };
+  const auto lookOnly = [&look](const LogMessage& message) { return look.Add(message); };
+  if (!scan.ForEach(lookAndPrint)) return std::nullopt;
+  if (look.rises && !scan.ForEach(lookOnly, printed)) return std::nullopt;
+  if (!look.rises) return std::nullopt;
+  if (look.damaged > 0) SayDamaged(path, look.damaged);
+  int exitCode = look.damaged > 0 ? kDamaged : kDone;
+  Pager pager;
+  if (!options.noPager) pager.Begin();
+  printer.Release();
+  const bool whole = scan.ForEach(print, printed);
   const bool written = printer.Finish();
   const bool paged = pager.Active();
   pager.End();
@@ -177,14 +196,13 @@ int ShowFiles(const ShowOptions& options) {
   auto printer = Printer::Make(options);
   auto position = printer ? ReadingPosition::Make(options) : std::nullopt;
   if (!printer || !position) return kUsage;
+  // For the ways that may turn out to be none: what it has matched until then is not counted twice.
+  auto trial = Printer::Make(options);
   if (options.count && options.cursorFile.empty() && options.afterCursor.empty() && !options.showCursor) {
-    // A second printer, so that what the first has counted of some files is not counted twice.
-    auto counter = Printer::Make(options);
-    const auto exitCode = counter ? CountInFiles(options, *counter) : std::nullopt;
-    if (exitCode) return counter->Finish() ? End(*counter, *exitCode) : kOutputFailed;
-  }
-  if (IsWholeFile(options)) {
-    if (const auto exitCode = PrintInPasses(options, *printer)) return *exitCode;
+    const auto exitCode = CountInFiles(options, *trial);
+    if (exitCode) return trial->Finish() ? End(*trial, *exitCode) : kOutputFailed;
+  } else if (IsWholeFile(options)) {
+    if (const auto exitCode = PrintInOrder(options, *trial)) return *exitCode;
   }
   return PrintFiles(options, *printer, *position);
 }

@@ -143,30 +143,6 @@ TEST_F(LogTailTest, FilesThatAreNotAsTheyShouldBeAreLeftToTheWholeReading) {
   EXPECT_FALSE(ReadLogFileTail(path, 3, tail));
 }
 
-TEST_F(LogTailTest, EveryMessageIsHandedOverOnce) {
-  RingModel log(1200);
-  for (int i = 0; i < 1500; ++i) {
-    log.Submit(MakeBody(i, std::to_string(i)));
-    if (i % 100 == 0) log.Flush();
-  }
-  log.Flush();
-  Write(log);
-  Strings texts;
-  LogFileScan scan;
-  ASSERT_TRUE(scan.Open(path));
-  const auto take = [&texts](const LogMessage& message) {
-    texts.emplace_back(LogMessageView(message).Text());
-    return texts.size() != 1300;
-  };
-  EXPECT_TRUE(scan.ForEach(take));
-  ASSERT_EQ(texts.size(), 1200U);
-  EXPECT_EQ(texts.front(), "300");
-  EXPECT_EQ(texts.back(), "1499");
-  // A second pass, ended early.
-  EXPECT_TRUE(scan.ForEach(take));
-  EXPECT_EQ(texts.size(), 1300U);
-}
-
 // What the tail of one message says of the ends, against the order of the whole log.
 TEST_F(LogTailTest, EndsAreThoseOfTheWholeLogOrNotTold) {
   const auto expectEnds = [this](const RingModel& log, bool told) {

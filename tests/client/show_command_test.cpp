@@ -5,6 +5,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -156,6 +158,40 @@ TEST_F(ShowCommand, PrintsTheSameWhetherItHoldsTheMessagesOrNot) {
     EXPECT_LE(streamed.exitCode, 1) << streamed.err;
     EXPECT_EQ(streamed.out, whole.out) << options;
     EXPECT_EQ(streamed.exitCode, whole.exitCode) << options;
+  }
+}
+
+// Output is held back until the order is known, and not more of it than a part of the file.
+TEST_F(ShowCommand, LongOutputIsWholeAndInOrder) {
+  constexpr int kCount = 20000;
+  log = RingModel(kCount);
+  for (int i = 0; i < kCount; ++i) {
+    log.Submit(MakeBody(i, "message " + std::to_string(i), "Camera"));
+    if (i % 1000 == 999) log.Flush();
+  }
+  Save();
+  for (const char* options : {"", "-o json", "-o full", "-g 'message .*7' -B 2 -o json"}) {
+    const std::string command = std::string("show --file Logs.dat ") + options;
+    const Outcome streamed = Run(command);
+    EXPECT_EQ(streamed.out, Run(command + " --show-cursor").out) << options;
+    EXPECT_EQ(streamed.exitCode, 0) << options;
+  }
+  // The newest message turns out to be the oldest when most of the output has been made.
+  const auto lastSlot = LogFileSize(kCount - 1);
+  std::fstream file(Path("Logs.dat"), std::ios::in | std::ios::out | std::ios::binary);
+  file.seekp(static_cast<std::streamoff>(lastSlot + offsetof(LogMessage, body) +
+                                         offsetof(LogMessageBody, timestamp)));
+  file.put('\x01').put('\0');
+  file.close();
+  for (const char* format : {"short", "json"}) {
+    const Outcome sorted = Run(std::string("show --file Logs.dat -o ") + format);
+    std::istringstream lines(sorted.out);
+    std::string line;
+    std::getline(lines, line);
+    EXPECT_NE(line.find("message 19999"), std::string::npos) << line;
+    std::getline(lines, line);
+    EXPECT_NE(line.find("message 0"), std::string::npos) << line;
+    EXPECT_EQ(std::count(sorted.out.begin(), sorted.out.end(), '\n'), kCount);
   }
 }
 
