@@ -508,11 +508,12 @@ class Collector {
 };
 
 template <class Verify>
-VerifyReport CollectFindings(const std::string& doing, std::uint64_t most, Verify verify) {
+VerifyReport CollectFindings(const std::string& doing, std::uint64_t most, bool live, Verify verify) {
   VerifyReport report;
   Collector<Finding, tamlog_finding> collector(report.findings);
   auto options = Make<tamlog_verify_options>();
   options.most = most;
+  options.live = live ? 1U : 0U;
   options.found = &Collector<Finding, tamlog_finding>::Take;
   options.context = &collector;
   const tamlog_status status = verify(options, report.counts);
@@ -523,14 +524,15 @@ VerifyReport CollectFindings(const std::string& doing, std::uint64_t most, Verif
 
 }  // namespace detail
 
-// `most` findings of each rule are listed, 0: 20; all are counted. Damage is no error here.
-inline VerifyReport VerifyFile(const std::string& path, std::uint64_t most = 0) {
-  return detail::CollectFindings(path, most, [&](const auto& options, auto& counts) {
+// `most` findings of each rule are listed, 0: 20; all are counted. Damage is no error here. `live`: it is the
+// log of a running server, whose mark and whose readers are as usual.
+inline VerifyReport VerifyFile(const std::string& path, std::uint64_t most = 0, bool live = false) {
+  return detail::CollectFindings(path, most, live, [&](const auto& options, auto& counts) {
     return tamlog_verify_file(path.c_str(), &options, &counts);
   });
 }
-inline VerifyReport VerifyImage(std::span<const std::byte> bytes, std::uint64_t most = 0) {
-  return detail::CollectFindings("examining a log file", most, [&](const auto& options, auto& counts) {
+inline VerifyReport VerifyImage(std::span<const std::byte> bytes, std::uint64_t most = 0, bool live = false) {
+  return detail::CollectFindings("examining a log file", most, live, [&](const auto& options, auto& counts) {
     return tamlog_verify_image(bytes.data(), bytes.size(), &options, &counts);
   });
 }

@@ -23,10 +23,11 @@ TamLogClient::Handle MakeEvent(const std::string& name, bool manual) {
 
 }  // namespace
 
-SharedLog::SharedLog(const TamLogClient::LogSnapshot& content, std::uint64_t bytes) {
+SharedLog::SharedLog(const TamLogClient::LogSnapshot& content, std::uint64_t bytes, const char* mapName) {
   const std::string suffix = std::to_string(GetCurrentProcessId()) + "-" + std::to_string(serial++);
   const char* const roles[] = {"Map", "HeaderLock", "ReadWait", "WriteWait"};
   for (int i = 0; i < 4; ++i) names[i] = std::string("Global\\TamLogTest") + roles[i] + suffix;
+  if (mapName != nullptr) names[0] = mapName;
   size = bytes != 0 ? bytes : LogFileSize(content.slots.size());
   mapping = TamLogClient::Handle(CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE,
                                                     static_cast<DWORD>(size >> 32U), static_cast<DWORD>(size),

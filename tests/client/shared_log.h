@@ -14,8 +14,10 @@ namespace TamLogTest {
 
 class SharedLog {
  public:
-  // `bytes` 0: as many as the snapshot's capacity needs.
-  explicit SharedLog(const TamLogClient::LogSnapshot& content, std::uint64_t bytes = 0);
+  // `bytes` 0: as many as the snapshot's capacity needs. With a `mapName`, for programs that look for the
+  // server's, the mapping has that name.
+  explicit SharedLog(const TamLogClient::LogSnapshot& content, std::uint64_t bytes = 0,
+                     const char* mapName = nullptr);
   ~SharedLog();
   SharedLog(const SharedLog&) = delete;
   SharedLog& operator=(const SharedLog&) = delete;

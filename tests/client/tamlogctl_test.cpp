@@ -11,10 +11,15 @@
 #include "client/handle.h"
 #include "client/win32.h"
 #include "tests/client/ring_model.h"
+#include "tests/client/shared_log.h"
+#include "tests/client/test_server.h"
 
 namespace {
 
 using TamLogClient::Handle;
+using TamLogTest::Answer;
+using TamLogTest::SharedLog;
+using TamLogTest::TestServer;
 
 struct Outcome {
   DWORD exitCode = 0xFFFFFFFFU;
@@ -98,6 +103,11 @@ class TamlogctlTest : public testing::Test {
     bytes.resize(bytes.size() - cut);
     std::ofstream(Path("Logs.dat"), std::ios::binary) << bytes;
     return "--file \"" + Path("Logs.dat") + "\"";
+  }
+
+  std::string SavedLog() {
+    MakeLog();
+    return Path("Logs.dat");
   }
 
   std::filesystem::path folder;
@@ -191,6 +201,48 @@ TEST_F(TamlogctlTest, SendNamesTheLineItRefuses) {
   EXPECT_NE(outcome.err.find("line 1: expected four columns"), std::string::npos) << outcome.err;
   EXPECT_EQ(Run("send -s " + longLine + " text").exitCode, 2U);
   EXPECT_EQ(Run("send --input text missing.txt").exitCode, 3U);
+}
+
+// What no real server does to a message that can be sent: it answers that it cannot take it, or not at all.
+TEST_F(TamlogctlTest, RefusedMessagesAreSix) {
+  const SharedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
+  const TestServer server(
+      [](const PipeRequest& request, PipeReply& reply) {
+        reply.settings = {.maxMessage = 8, .devicePollRate = 50, .typeFilter = 0xF, .saveRate = 5};
+        const bool asked = request.code == static_cast<std::uint32_t>(RequestCode::GetSettings);
+        reply.code = static_cast<std::uint32_t>(asked ? ReplyCode::Settings : ReplyCode::Failed);
+        return Answer::Reply;
+      },
+      kRequestPipeName);
+  const Outcome sent = Run("send -s Camera text");
+  EXPECT_EQ(sent.exitCode, 6U) << sent.err;
+  const Outcome imported = Run("import \"" + SavedLog() + "\"");
+  EXPECT_EQ(imported.exitCode, 6U) << imported.err;
+  EXPECT_NE(imported.err.find("6 refused"), std::string::npos) << imported.err;
+}
+
+TEST_F(TamlogctlTest, ServerThatDoesNotAnswerInTimeIsFive) {
+  const TestServer server([](const PipeRequest&, PipeReply&) { return Answer::Silence; }, kRequestPipeName);
+  for (const std::string command : {"send -s Camera text", "settings", "import \"" + SavedLog() + "\""}) {
+    const Outcome outcome = Run(command + " --timeout 1s");
+    EXPECT_EQ(outcome.exitCode, 5U) << command << ": " << outcome.err;
+  }
+}
+
+TEST_F(TamlogctlTest, ImportIntoALogThatCannotBeReadIsFive) {
+  SharedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
+  log.TakeHeaderLock();
+  const TestServer server(
+      [](const PipeRequest&, PipeReply& reply) {
+        reply.settings = {.maxMessage = 8, .devicePollRate = 50, .typeFilter = 0xF, .saveRate = 5};
+        reply.code = static_cast<std::uint32_t>(ReplyCode::Settings);
+        return Answer::Reply;
+      },
+      kRequestPipeName);
+  const Outcome outcome = Run("import \"" + SavedLog() + "\" --timeout 1s");
+  EXPECT_EQ(outcome.exitCode, 5U) << outcome.err;
+  EXPECT_NE(outcome.err.find("the server's log cannot be read"), std::string::npos) << outcome.err;
+  EXPECT_EQ(server.Requests().size(), 1U);  // nothing was handed in
 }
 
 TEST_F(TamlogctlTest, HelpAndVersionGoToStandardOutput) {

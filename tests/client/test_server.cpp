@@ -30,8 +30,12 @@ int Finish(HANDLE pipe, OVERLAPPED& operation, BOOL started, HANDLE stopEvent) {
 
 }  // namespace
 
-TestServer::TestServer(Handler answer)
-    : name("\\\\.\\pipe\\TamLogTestPipe" + std::to_string(GetCurrentProcessId())),
+std::string TestServer::OwnPipeName() {
+  return R"(\\.\pipe\TamLogTestPipe)" + std::to_string(GetCurrentProcessId());
+}
+
+TestServer::TestServer(Handler answer, std::string pipeName)
+    : name(std::move(pipeName)),
       handler(std::move(answer)),
       stopEvent(CreateEventA(nullptr, TRUE, FALSE, nullptr)),
       thread([this] { Serve(); }) {}

@@ -20,11 +20,12 @@ class TestServer {
  public:
   using Handler = std::function<Answer(const PipeRequest&, PipeReply&)>;
 
-  explicit TestServer(Handler answer);
+  explicit TestServer(Handler answer, std::string pipeName = OwnPipeName());
   ~TestServer();
   TestServer(const TestServer&) = delete;
   TestServer& operator=(const TestServer&) = delete;
 
+  static std::string OwnPipeName();
   const std::string& PipeName() const { return name; }
 
   // Every request so far, in order.
