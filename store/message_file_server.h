@@ -12,9 +12,9 @@
 //                ClearMessages is entered with it.
 //   writerTurn   write accesses of this process take turns; held while waiting for readers
 //   viewLock     MessageFile's; held while mapped bytes are touched, never while waiting
-//   the lock of the pending list; held while the list is touched, during a flush until the header is written
+//   the lock of the pending list; held while the list is touched
 //
-// So intake goes on while a flush waits for readers, and stands still only while one writes.
+// So intake goes on while a flush waits for readers and while it writes.
 
 #include <atomic>
 #include <cstdint>

@@ -4,8 +4,9 @@
 #include <iterator>
 
 void MessageMirror::Clear() {
+  if (lending) Trim(0);
   keys.Clear();
-  bodies.Clear();
+  if (!lending) bodies.Clear();
 }
 
 void MessageMirror::AppendOldest(std::uint64_t key, std::int64_t slot) {
@@ -29,7 +30,7 @@ std::size_t MessageMirror::Insert(const LogMessageBody& body) {
 void MessageMirror::Trim(std::size_t size) {
   while (keys.Size() > size) {
     const std::uint32_t number = keys.TakeOldest();
-    if ((number & kInMemory) != 0) bodies.GiveBack(number & ~kInMemory);
+    if ((number & kInMemory) != 0 && !IsLent(number)) bodies.GiveBack(number & kBody);
   }
 }
 
@@ -47,12 +48,55 @@ void MessageMirror::BringIntoMemory(std::size_t count, FlushTarget& target) {
   });
 }
 
-void MessageMirror::LeaveInFile(std::size_t count, std::int64_t first, std::int64_t capacity) {
-  std::int64_t slot = (first + static_cast<std::int64_t>(count)) % capacity;
-  keys.FromNewest(count, [&](std::uint32_t& number) {
-    bodies.GiveBack(number & ~kInMemory);
+void MessageMirror::Lend(std::size_t count, std::vector<Lent>& loan) {
+  loan.clear();
+  loan.reserve(count);
+  lending = true;
+  try {
+    keys.FromNewest(count, [&](std::uint32_t& number) {
+      const bool inMemory = (number & kInMemory) != 0;
+      const std::uint32_t body = inMemory ? number & kBody : bodies.Take();
+      loan.push_back({.message = &bodies[body], .body = body, .slot = inMemory ? kRead : number});
+      number = kInMemory | kLent | body;
+    });
+  } catch (...) {
+    TakeBackUnwritten(loan);
+    throw;
+  }
+}
+
+void MessageMirror::TakeBackWritten(std::vector<Lent>& loan, std::int64_t first, std::int64_t capacity) {
+  std::size_t left = loan.size();
+  std::int64_t slot = (first + static_cast<std::int64_t>(left)) % capacity;
+  keys.FromNewestWhile([&](std::uint32_t& number) {
+    if (left == 0) return false;
+    if (!IsLent(number)) return true;
+    --left;
     slot = (slot == 0 ? capacity : slot) - 1;
     number = static_cast<std::uint32_t>(slot);
+    return true;
   });
-  bodies.Tidy(count);
+  for (const Lent& lent : loan) bodies.GiveBack(lent.body);
+  lending = false;
+  bodies.Tidy(loan.size());
+}
+
+MessageMirror::Returned MessageMirror::TakeBackUnwritten(std::vector<Lent>& loan) {
+  Returned returned = {.messages = 0, .depth = 0};
+  std::size_t seen = 0;
+  keys.FromNewestWhile([&](std::uint32_t& number) {
+    if (returned.messages == loan.size()) return false;
+    ++seen;
+    if (!IsLent(number)) return true;
+    const Lent& lent = loan[returned.messages++];
+    returned.depth = seen;
+    number = lent.slot == kRead ? kInMemory | lent.body : lent.slot;
+    return true;
+  });
+  // Dropped are the oldest.
+  for (std::size_t i = 0; i < loan.size(); ++i) {
+    if (i >= returned.messages || loan[i].slot != kRead) bodies.GiveBack(loan[i].body);
+  }
+  lending = false;
+  return returned;
 }

@@ -2,11 +2,19 @@
 
 // What the server knows of the file's messages: the order of all of them, and the bodies of those that are
 // not in the file. A message that a flush has put into a slot is remembered by its slot; it is read back from
-// there when it has to move. Plain data without a lock; PendingList guards the server's own.
+// there when it has to move.
+//
+// The newest messages can be lent to a flush, which reads their bodies and writes them to the file while the
+// others work on: new messages may come in between those that are lent, and lent ones may be dropped; their
+// bodies stay until they are taken back.
+//
+// Plain data without a lock; PendingList guards the server's own. Only the bodies of lent messages may be
+// touched without its lock.
 
 #include <cstddef>
 #include <cstdint>
 #include <utility>
+#include <vector>
 
 #include "store/body_pool.h"
 #include "store/log_file_format.h"
@@ -44,24 +52,43 @@ class MessageMirror {
   // then, whatever has been written over. When the target throws, what has been read stays.
   void BringIntoMemory(std::size_t count, FlushTarget& target);
 
-  // visit(const LogMessage&) for the newest `count` messages, which are in memory; from the newest one on, or
-  // the newest one last.
+  // visit(const LogMessage&) for all messages, which are in memory, from the newest one on.
   template <class Visit>
-  void FromNewest(std::size_t count, Visit&& visit) {
-    keys.FromNewest(count, [&](std::uint32_t number) { visit(std::as_const(bodies[number & ~kInMemory])); });
-  }
-  template <class Visit>
-  void ToNewest(std::size_t count, Visit&& visit) {
-    keys.ToNewest(count, [&](std::uint32_t number) { visit(std::as_const(bodies[number & ~kInMemory])); });
+  void FromNewest(Visit&& visit) {
+    keys.FromNewest(keys.Size(), [&](std::uint32_t number) { visit(std::as_const(bodies[number & kBody])); });
   }
 
-  // The newest `count` messages, which are in memory, lie in the file now: the oldest of them in slot `first`
-  // of `capacity`, the others in those behind it, round the ring.
-  void LeaveInFile(std::size_t count, std::int64_t first, std::int64_t capacity);
+  // A message that is lent.
+  struct Lent {
+    LogMessage* message;
+    std::uint32_t body;
+    std::uint32_t slot;  // where it has to be read back from, or kRead
+  };
+  static constexpr std::uint32_t kRead = ~std::uint32_t{0};
+
+  // Lends the newest `count` messages to `loan`, newest first. There may be one loan at a time. Nothing has
+  // changed when memory runs out.
+  void Lend(std::size_t count, std::vector<Lent>& loan);
+
+  // They lie in the file now: the oldest of them in slot `first` of `capacity`, the others in those behind
+  // it, round the ring.
+  void TakeBackWritten(std::vector<Lent>& loan, std::int64_t first, std::int64_t capacity);
+
+  // They are as they were; those that were read back from the file stay in memory.
+  struct Returned {
+    std::size_t messages;  // that were not dropped meanwhile
+    std::size_t depth;     // of the list, from the newest message to the oldest of these
+  };
+  Returned TakeBackUnwritten(std::vector<Lent>& loan);
 
  private:
   static constexpr std::uint32_t kInMemory = 0x80000000U;
+  static constexpr std::uint32_t kLent = 0x40000000U;  // only of messages in memory
+  static constexpr std::uint32_t kBody = kLent - 1;
+
+  static bool IsLent(std::uint32_t number) { return (number & kInMemory) != 0 && (number & kLent) != 0; }
 
   OrderedKeys keys;  // numbers: a slot, or kInMemory and the number of the body
   BodyPool bodies;
+  bool lending = false;
 };

@@ -67,34 +67,27 @@ class BasicOrderedKeys {
     return number;
   }
 
-  // visit(std::uint32_t& number) for the newest `count` entries, from the newest on.
+  // visit(std::uint32_t& number) from the newest entry on, until it returns false.
   template <class Visit>
-  void FromNewest(std::size_t count, Visit&& visit) {
+  void FromNewestWhile(Visit&& visit) {
     for (auto group = groups.rbegin(); group != groups.rend(); ++group) {
       for (auto chunk = group->chunks.rbegin(); chunk != group->chunks.rend(); ++chunk) {
-        for (std::size_t i = chunk->end; i-- > chunk->begin; --count) {
-          if (count == 0) return;
-          visit(chunk->numbers[i]);
+        for (std::size_t i = chunk->end; i-- > chunk->begin;) {
+          if (!visit(chunk->numbers[i])) return;
         }
       }
     }
   }
 
-  // The same entries the other way round: the newest one comes last.
+  // visit(std::uint32_t& number) for the newest `count` entries, from the newest on.
   template <class Visit>
-  void ToNewest(std::size_t count, Visit&& visit) {
-    std::size_t skipped = size - std::min(count, size);
-    for (Group& group : groups) {
-      if (skipped >= group.size) {
-        skipped -= group.size;
-        continue;
-      }
-      for (Chunk& chunk : group.chunks) {
-        const std::size_t here = std::min(skipped, chunk.Size());
-        skipped -= here;
-        for (std::size_t i = chunk.begin + here; i < chunk.end; ++i) visit(chunk.numbers[i]);
-      }
-    }
+  void FromNewest(std::size_t count, Visit&& visit) {
+    FromNewestWhile([&](std::uint32_t& number) {
+      if (count == 0) return false;
+      --count;
+      visit(number);
+      return true;
+    });
   }
 
  private:

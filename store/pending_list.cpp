@@ -22,20 +22,27 @@ void PendingList::Add(const LogMessageBody& body, std::uint32_t maxMessages) {
 
 std::int32_t PendingList::PendingCount() const {
   const LeafLock::Guard guard(lock);
-  return pending;
+  return pending + lent;
 }
 
 void PendingList::Flush(LogFileHeader& header, FlushTarget& target) {
-  const LeafLock::Guard guard(lock);
-  if (pending == 0) return;  // cleared while the flush waited for its turn
-  if (pending >= header.maxMessages) {
-    WriteWholeRing(header, target);
-  } else {
-    WritePending(header, target);
+  {
+    const LeafLock::Guard guard(lock);
+    if (pending == 0) return;  // cleared while the flush waited for its turn
+    if (pending >= header.maxMessages) return WriteWholeRing(header, target);
+    Lend(header, target);
   }
+  try {
+    WriteLoan(header, target);
+  } catch (...) {
+    const LeafLock::Guard guard(lock);
+    CountAsPending(messages.TakeBackUnwritten(loan));
+    throw;
+  }
+  const LeafLock::Guard guard(lock);
+  messages.TakeBackWritten(loan, loanFirst, header.maxMessages);
   RememberRing(header);
-  pending = 0;
-  rewind = 0;
+  lent = 0;
 }
 
 // The newest message goes into slot 0, which is the reverse of the order in which the ring is read, and the
@@ -50,25 +57,51 @@ void PendingList::WriteWholeRing(LogFileHeader& header, FlushTarget& target) {
   messages.BringIntoMemory(messages.Size(), target);
   RestartRing(header);
   std::int64_t slot = 0;
-  messages.FromNewest(messages.Size(), [&](const LogMessage& message) {
-    target.WriteSlot(slot++, message.sequence, message);
-  });
+  messages.FromNewest(
+      [&](const LogMessage& message) { target.WriteSlot(slot++, message.sequence, message); });
+  target.WriteHeader(header);
+  RememberRing(header);
+  pending = 0;
+  rewind = 0;
+}
+
+// From here on what is pending counts as written.
+void PendingList::Lend(const LogFileHeader& header, FlushTarget& target) {
+  if (!RingIsAsLeft(header)) messages.BringIntoMemory(messages.Size(), target);
+  messages.Lend(static_cast<std::size_t>(pending), loan);
+  loanRewind = rewind;
+  lent = pending;
+  pending = 0;
+  rewind = 0;
+}
+
+// Without the lock. The messages are numbered in the file only: a flush that fails leaves no trace in them.
+void PendingList::WriteLoan(LogFileHeader& header, FlushTarget& target) {
+  // All that moves is read before anything is written over; then the rest can be repeated from memory.
+  for (MessageMirror::Lent& message : loan) {
+    if (message.slot == MessageMirror::kRead) continue;
+    target.ReadBack(message.slot, *message.message);
+    message.slot = MessageMirror::kRead;
+  }
+  RewindRing(header, loanRewind);
+  loanFirst = header.nextSlot;
+  for (std::size_t i = loan.size(); i-- > 0;) {
+    const std::uint64_t sequence = header.nextSequence++;
+    target.WriteSlot(AppendToRing(header), sequence, *loan[i].message);
+  }
   target.WriteHeader(header);
 }
 
-// The messages are numbered and leave memory only after the header is written: a flush that fails leaves no
-// trace in them.
-void PendingList::WritePending(LogFileHeader& header, FlushTarget& target) {
-  const auto count = static_cast<std::size_t>(pending);
-  messages.BringIntoMemory(RingIsAsLeft(header) ? count : messages.Size(), target);
-  RewindRing(header, rewind);
-  const std::int64_t first = header.nextSlot;
-  messages.ToNewest(count, [&](const LogMessage& message) {
-    const std::uint64_t sequence = header.nextSequence++;
-    target.WriteSlot(AppendToRing(header), sequence, message);
-  });
-  target.WriteHeader(header);
-  messages.LeaveInFile(count, first, header.maxMessages);
+// A flush has failed: the messages that were lent are pending again, with all that has come in since.
+void PendingList::CountAsPending(const MessageMirror::Returned& returned) {
+  lent = 0;
+  if (returned.messages == 0) return;  // cleared meanwhile
+  const auto depth = static_cast<std::int32_t>(returned.depth);
+  // `rewind` counts what new messages came in front of: of that, the lent ones have their own count.
+  const std::int32_t older =
+      pending > depth ? std::max(0, rewind - static_cast<std::int32_t>(returned.messages)) : 0;
+  pending = std::max(pending, depth);
+  rewind = loanRewind + older;
 }
 
 // Whether a flush writes over no message that is remembered by its slot: so it is as long as nobody else

@@ -8,11 +8,13 @@
 //
 // Messages come in on pipe and driver threads, a flush comes from its timer and a clear from a pipe thread,
 // so mirror and counts have a lock of their own. It is held while they are touched, never while waiting for
-// readers: intake goes on while a flush waits. During Flush it is held until the header is written, so that a
-// message handed in meanwhile is counted after the counts went back to 0, not before. All operations may be
-// called from any thread.
+// readers nor while the file is written: a flush counts its messages as written, has them lent, writes
+// without the lock, and takes the count back if it fails. A message handed in meanwhile is for the next
+// flush. All operations may be called from any thread, except that one Flush or Assign has to end before the
+// next begins.
 
 #include <cstdint>
+#include <vector>
 
 #include "store/log_file_format.h"
 #include "store/message_mirror.h"
@@ -24,7 +26,8 @@ class PendingList {
   // Puts a message into its place by time; drops the oldest ones beyond `maxMessages`.
   void Add(const LogMessageBody& body, std::uint32_t maxMessages) EXCLUDES(lock);
 
-  // A look from outside: may be out of date at once.
+  // What a flush that is at work has not yet finished counts as pending. A look from outside: may be out of
+  // date at once.
   std::int32_t PendingCount() const EXCLUDES(lock);
 
   // Writes what is pending: the slots, then `header`, a copy of the file's header that is brought up to date.
@@ -42,7 +45,9 @@ class PendingList {
 
  private:
   void WriteWholeRing(LogFileHeader& header, FlushTarget& target) REQUIRES(lock);
-  void WritePending(LogFileHeader& header, FlushTarget& target) REQUIRES(lock);
+  void Lend(const LogFileHeader& header, FlushTarget& target) REQUIRES(lock);
+  void WriteLoan(LogFileHeader& header, FlushTarget& target);
+  void CountAsPending(const MessageMirror::Returned& returned) REQUIRES(lock);
   bool RingIsAsLeft(const LogFileHeader& header) const REQUIRES(lock);
   void RememberRing(const LogFileHeader& header) REQUIRES(lock);
 
@@ -50,7 +55,13 @@ class PendingList {
   MessageMirror messages GUARDED_BY(lock);
   std::int32_t pending GUARDED_BY(lock) = 0;
   std::int32_t rewind GUARDED_BY(lock) = 0;
+  std::int32_t lent GUARDED_BY(lock) = 0;  // messages that a flush is writing
   // How the last flush or load left the ring.
   std::int32_t nextSlot GUARDED_BY(lock) = 0;
   std::int32_t slots GUARDED_BY(lock) = 0;
+
+  // Of the flush that is at work.
+  std::vector<MessageMirror::Lent> loan;
+  std::int32_t loanRewind = 0;
+  std::int32_t loanFirst = 0;  // the slot of its oldest message
 };

@@ -244,7 +244,7 @@ TEST(IntegrityAgainstPlainRules, RandomFilesAreJudgedAndLoadedAlike) {
     ASSERT_EQ(loaded.Size(), static_cast<std::size_t>(file.header.messageCount));
     loaded.BringIntoMemory(loaded.Size(), file);
     std::vector<LogMessage> messages;
-    loaded.FromNewest(loaded.Size(), [&](const LogMessage& message) { messages.push_back(message); });
+    loaded.FromNewest([&](const LogMessage& message) { messages.push_back(message); });
     const std::vector<LogMessage> expected = file.Messages();
     for (std::size_t m = 0; m < expected.size(); ++m) {
       ASSERT_EQ(std::memcmp(&messages[m], &expected[m], sizeof messages[m]), 0) << m;

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <random>
@@ -14,6 +15,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "store/pending_list.h"
@@ -146,8 +148,118 @@ TEST_P(PendingListAgainstModel, RandomOperationsGiveTheSameRing) {
   }
 }
 
+// A file that lets others in between any two steps of a flush.
+class BusyFile final : public FlushTarget {
+ public:
+  BusyFile(MemoryFile& memoryFile, std::function<void()> between)
+      : file(memoryFile), others(std::move(between)) {}
+
+  void ReadBack(std::int64_t index, LogMessage& message) override {
+    others();
+    file.ReadBack(index, message);
+  }
+  void WriteSlot(std::int64_t index, std::uint64_t sequence, const LogMessage& message) override {
+    others();
+    file.WriteSlot(index, sequence, message);
+  }
+  void WriteHeader(const LogFileHeader& header) override {
+    file.WriteHeader(header);
+    others();
+  }
+
+ private:
+  MemoryFile& file;
+  std::function<void()> others;
+};
+
+// Messages that come in, and clears, while a flush writes; some of the flushes fail.
+TEST_P(PendingListAgainstModel, WhatHappensDuringAFlushIsForTheNextOne) {
+  const int capacity = GetParam();
+  int duringFlushes = 0;
+  for (unsigned seed = 1; seed <= 60; ++seed) {
+    SCOPED_TRACE(seed);
+    std::minstd_rand random(seed);
+    const auto below = [&random](int limit) {
+      return static_cast<int>(random() % static_cast<unsigned>(limit));
+    };
+    MemoryFile file(capacity);
+    PendingList list;
+    Model model(static_cast<std::size_t>(capacity));
+    int clock = 1000;
+    int serial = 0;
+    std::vector<LogMessageBody> added;  // during the flush
+    const auto add = [&] {
+      clock += below(2);
+      const int second = below(3) == 0 ? std::max(0, clock - below(20)) : clock;
+      added.push_back(Message(std::to_string(serial++), At(second / 3600, second / 60 % 60, second % 60)));
+      list.Add(added.back(), static_cast<std::uint32_t>(capacity));
+    };
+    for (int step = 0; step < 150; ++step) {
+      for (int i = below(std::max(2, capacity / 2)); i >= 0; --i) add();
+      for (const LogMessageBody& body : added) model.Add(body);
+      added.clear();
+      // As many as there are slots are written under the lock.
+      const bool alone = list.PendingCount() >= capacity;
+      bool cleared = false;
+      BusyFile busy(file, [&] {
+        if (alone) return;
+        if (below(4) == 0) add();
+        if (below(100) == 0) {
+          list.Clear();
+          cleared = true;
+        }
+      });
+      if (below(3) == 0) file.FailAtWrite(1 + below(capacity + 1));
+      LogFileHeader header = file.header;
+      bool failed = false;
+      try {
+        list.Flush(header, busy);
+        model.Flush();
+      } catch (const std::runtime_error&) {
+        failed = true;  // the file is as it may be until the next one
+      }
+      file.WorkAgain();
+      for (const LogMessageBody& body : added) model.Add(body);
+      duringFlushes += static_cast<int>(added.size());
+      added.clear();
+      if (cleared) {
+        list.Clear();
+        ClearRing(file.header);
+        model.Clear();
+      }
+      if (!failed) {
+        ASSERT_NO_FATAL_FAILURE(model.ExpectSame(file)) << step;
+      }
+    }
+    file.Flush(list);
+    model.Flush();
+    ASSERT_NO_FATAL_FAILURE(model.ExpectSame(file));
+  }
+  if (capacity > 2) {
+    EXPECT_GT(duringFlushes, 500);
+  }
+}
+
 INSTANTIATE_TEST_SUITE_P(Capacities, PendingListAgainstModel, testing::Values(1, 2, 3, 7, 50),
                          [](const auto& capacity) { return "Of" + std::to_string(capacity.param); });
+
+// The list is emptied before the file is; what a failed flush had lent is then no business of the next one.
+TEST(PendingListBesideAFlush, ListThatIsClearedDuringAFailingFlushMovesNothing) {
+  MemoryFile file(10);
+  PendingList list;
+  for (const int second : {1, 2, 3}) list.Add(Message(std::to_string(second), At(1, 0, second)), 10);
+  file.Flush(list);
+  list.Add(Message("late", At(1, 0, 2)), 10);  // 3 has to move
+  BusyFile busy(file, [&] { list.Clear(); });
+  file.FailAtWrite(1);
+  LogFileHeader header = file.header;
+  EXPECT_THROW(list.Flush(header, busy), std::runtime_error);
+  file.WorkAgain();
+  EXPECT_EQ(list.PendingCount(), 0);
+  list.Add(Message("next", At(1, 0, 4)), 10);
+  file.Flush(list);
+  EXPECT_EQ(file.Texts(), (std::vector<std::string>{"next", "3", "2", "1"}));
+}
 
 // Every message is in the file exactly once when all is over, whatever flushed meanwhile, failing now and
 // then.
