@@ -98,6 +98,8 @@ class LogReader {
 
   Status MapViews();
   Status OpenEvents();
+  // Takes the header lock at a moment at which readers may enter.
+  Status TakeHeaderLock(std::uint32_t timeoutMs);
   Status Enter(std::uint32_t timeoutMs);
   Left Leave();
   // What the work inside a read access came to.

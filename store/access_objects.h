@@ -36,6 +36,9 @@ class AccessObjects {
 
   // Signalled while readers may enter. "Failed to Wait for Event object".
   WaitOutcome WaitForReadWait(std::uint32_t milliseconds) const;
+  // Gives the header lock back, then waits for read-wait, in one call into the system when there is nothing
+  // to wait for. Fails as the two do.
+  WaitOutcome LeaveHeaderLockForReadWait(std::uint32_t milliseconds);
   // Signalled while no reader is inside.
   WaitOutcome WaitForWriteWait(std::uint32_t milliseconds) const;
 

@@ -87,9 +87,7 @@ MessageFileServer::Ticket MessageFileServer::TakeWriteAccess(Timeout& timeout) {
   // Readers that are counting themselves in or out are let finish. Given back also when the time ran out: a
   // reader that died between the two steps of its own is freed that way.
   GoOnUnlessClosed(objects.TakeHeaderLock(timeout.Remaining()));
-  objects.GiveBackHeaderLock();
-
-  const WaitOutcome otherWriters = objects.WaitForReadWait(timeout.Remaining());
+  const WaitOutcome otherWriters = objects.LeaveHeaderLockForReadWait(timeout.Remaining());
   GoOnUnlessClosed(otherWriters);
   if (otherWriters == WaitOutcome::TimedOut) {
     TamLogUtil::WriteLog("File access rights timed out, forcing access.");
