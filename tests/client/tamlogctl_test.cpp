@@ -7,6 +7,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "client/handle.h"
 #include "client/win32.h"
@@ -223,8 +224,9 @@ TEST_F(TamlogctlTest, RefusedMessagesAreSix) {
 
 TEST_F(TamlogctlTest, ServerThatDoesNotAnswerInTimeIsFive) {
   const TestServer server([](const PipeRequest&, PipeReply&) { return Answer::Silence; }, kRequestPipeName);
-  for (const std::string command : {"send -s Camera text", "settings", "import \"" + SavedLog() + "\""}) {
-    const Outcome outcome = Run(command + " --timeout 1s");
+  for (const std::string& command :
+       std::vector<std::string>{"send -s Camera text", "settings get", "import \"" + SavedLog() + "\""}) {
+    const Outcome outcome = Run(command + " --timeout 1000");
     EXPECT_EQ(outcome.exitCode, 5U) << command << ": " << outcome.err;
   }
 }
@@ -239,7 +241,7 @@ TEST_F(TamlogctlTest, ImportIntoALogThatCannotBeReadIsFive) {
         return Answer::Reply;
       },
       kRequestPipeName);
-  const Outcome outcome = Run("import \"" + SavedLog() + "\" --timeout 1s");
+  const Outcome outcome = Run("import \"" + SavedLog() + "\" --timeout 1000");
   EXPECT_EQ(outcome.exitCode, 5U) << outcome.err;
   EXPECT_NE(outcome.err.find("the server's log cannot be read"), std::string::npos) << outcome.err;
   EXPECT_EQ(server.Requests().size(), 1U);  // nothing was handed in
