@@ -1,8 +1,9 @@
 #include "pipe/connection_list.h"
 
 #include "pipe/connection.h"
+#include "util/clock.h"
 #include "util/exceptions.h"
-#include "util/win32.h"
+#include "util/timeout.h"
 
 using TamLogUtil::LeafLock;
 using TamLogUtil::Exceptions::ExceptionBase;
@@ -40,7 +41,7 @@ void ConnectionList::StopAll() {
 
 void ConnectionList::Leave(PipeServerHandleThread* connection) {
   if (LeaveUnlessTakenOver(connection)) return;
-  Sleep(INFINITE);
+  TamLogUtil::SleepFor(TamLogUtil::Timeout::kForever);
 }
 
 bool ConnectionList::LeaveUnlessTakenOver(PipeServerHandleThread* connection) {

@@ -8,7 +8,7 @@ usage: scripts/install-packages.sh [run|test|fuzz|bench]
 
 Installs what is missing of the Debian packages that the project needs, as root or by sudo:
   run    to build and run the server (run.sh)
-  test   that, and what the checks and native tests need (test.sh); the default
+  test   that, and what the checks, native tests and fuzz targets need (test.sh); the default
   fuzz   to build and run the fuzz targets (fuzz.sh)
   bench  to build and run the server, and the peers that it is measured against (bench.sh)
 Nothing is asked of the network when nothing is missing.
@@ -43,7 +43,7 @@ set_name=${1:-test}
 case $set_name in
   -h | --help) usage; exit 0 ;;
   run) wanted=("${run_packages[@]}") ;;
-  test) wanted=("${run_packages[@]}" "${test_packages[@]}") ;;
+  test) wanted=("${run_packages[@]}" "${test_packages[@]}" "${fuzz_packages[@]}") ;;
   fuzz) wanted=("${run_packages[@]}" "${fuzz_packages[@]}") ;;
   bench) wanted=("${run_packages[@]}" "${bench_packages[@]}") ;;
   *) usage >&2; exit 2 ;;

@@ -7,7 +7,7 @@
 #include "server/driver_device.h"
 #include "util/diagnostic_log.h"
 #include "util/exceptions.h"
-#include "util/win32.h"
+#include "util/helpers.h"
 
 using TamLogUtil::Mutex;
 using TamLogUtil::Timeout;
@@ -32,7 +32,7 @@ ServerService::ServerService()
       writeToDiskTimer(kWriteToDiskTimer, "Write To Disk"),
       flushWritesTimer(kFlushWritesTimer, "Flush Writes"),
       messageFile(&configuration, &configLock),
-      driverHandle(INVALID_HANDLE_VALUE) {}
+      driverHandle(TamLogUtil::InvalidHandle()) {}
 
 ServerService::~ServerService() noexcept(false) {
   std::exception_ptr foreign;
@@ -113,7 +113,7 @@ void ServerService::StopSequence() {
   const Mutex::Access access(configLock, Timeout::Infinite);
   if (currentPath != configuration.logFile) {
     // A failed move is silent: the next start opens or creates the file at the new path.
-    MoveFileA(currentPath.c_str(), configuration.logFile.c_str());
+    TamLogUtil::MoveFileIfPossible(currentPath, configuration.logFile);
   }
   // Under configLock, which a tick of this timer takes before anything else: a tick that comes just now waits
   // here until the deadline is over, and no longer.
@@ -134,18 +134,17 @@ void ServerService::AwaitFormerTicks() {
 
 // Before any lock is taken, so that a missing driver leaves everything as it was.
 void ServerService::OpenDriver() {
-  if (driverHandle != INVALID_HANDLE_VALUE) return;
-  void* const device = CreateFileA(kDriverDevicePath, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_WRITE, nullptr,
-                                   OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (device == INVALID_HANDLE_VALUE) {
+  if (driverHandle != TamLogUtil::InvalidHandle()) return;
+  const TamLogUtil::NativeHandle device = OpenDriverDevice();
+  if (device == TamLogUtil::InvalidHandle()) {
     throw ExceptionWindows("Failed to get access to the Tamlog device driver, CreateFile() failed.");
   }
   driverHandle = device;
 }
 
 void ServerService::CloseDriver() {
-  void* const device = driverHandle.exchange(INVALID_HANDLE_VALUE);
-  if (device != INVALID_HANDLE_VALUE) CloseHandle(device);
+  const TamLogUtil::NativeHandle device = driverHandle.exchange(TamLogUtil::InvalidHandle());
+  if (device != TamLogUtil::InvalidHandle()) TamLogUtil::CloseQuietly(device);
 }
 
 // Milliseconds, in 32 bits: the product wraps from 4,294,968 seconds on.

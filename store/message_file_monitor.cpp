@@ -1,12 +1,10 @@
 #include "store/message_file_monitor.h"
 
-#include <ctime>
-
 #include "store/message_file_server.h"
+#include "util/clock.h"
 #include "util/clock_arithmetic.h"
 #include "util/diagnostic_log.h"
 #include "util/exceptions.h"
-#include "util/win32.h"
 
 using TamLogUtil::Mutex;
 using TamLogUtil::Timeout;
@@ -40,9 +38,10 @@ void MessageFileMonitor::SetServer(MessageFileServer* fileServer) {
 std::uint32_t MessageFileMonitor::Run() {
   while (!IsStopRequested()) {
     try {
-      const std::int32_t start = clock();
+      const std::int32_t start = TamLogUtil::ReadClock();
       FreeFile();
-      const auto elapsed = static_cast<std::uint32_t>(TamLogUtil::ElapsedMilliseconds(start, clock()));
+      const auto elapsed =
+          static_cast<std::uint32_t>(TamLogUtil::ElapsedMilliseconds(start, TamLogUtil::ReadClock()));
       if (IsStopRequested() || elapsed >= interval) continue;
       SleepRest(interval - elapsed);
     } catch (const ExceptionBase& failure) {
@@ -66,8 +65,8 @@ void MessageFileMonitor::FreeFile() {
 
 void MessageFileMonitor::SleepRest(std::uint32_t milliseconds) {
   for (std::uint32_t step = 0; step < milliseconds / kStepMs; ++step) {
-    Sleep(kStepMs);
+    TamLogUtil::SleepFor(kStepMs);
     if (IsStopRequested()) return;
   }
-  Sleep(milliseconds % kStepMs);
+  TamLogUtil::SleepFor(milliseconds % kStepMs);
 }

@@ -1,11 +1,11 @@
-// The open side of MessageFileServer: open, verify, reformat, compact, resize, close, wait for the free file.
+// The open side of MessageFileServer: open, verify, reformat, compact, close.
+// message_file_server_disk.cpp has what it asks the system for.
 //
 // MaxMessage is read once per open, together with the path: the configuration's lock may not be taken once a
 // write or read access is held, since a clear holds it while it waits for one.
 
 #include <cstring>
 #include <exception>
-#include <optional>
 #include <utility>
 
 #include "pipe/security_attributes.h"
@@ -14,7 +14,6 @@
 #include "store/ring.h"
 #include "store/with_context.h"
 #include "util/exceptions.h"
-#include "util/win32.h"
 
 using TamLogUtil::Mutex;
 using TamLogUtil::Timeout;
@@ -63,20 +62,6 @@ void CopyLockName(char (&field)[kLockNameSize], const std::string& name) {
   field[sizeof field - 1] = '\0';
 }
 
-// Opens the configured file for itself alone and closes it again. Returns the system's error, or nothing when
-// the lock did not come in time: unlike Mutex::Access this does not go on without it, because whoever has it
-// may be changing the path, and does not free the lock of another.
-std::optional<DWORD> OpenAlone(const ServerConfiguration& configuration, Mutex& configLock,
-                               Timeout& timeout) {
-  if (!configLock.TryWait(timeout.Remaining())) return std::nullopt;
-  const HANDLE opened = CreateFileA(configuration.logFile.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
-                                    OPEN_EXISTING, 0, nullptr);
-  const DWORD error = opened == INVALID_HANDLE_VALUE ? GetLastError() : ERROR_SUCCESS;
-  if (opened != INVALID_HANDLE_VALUE) CloseHandle(opened);
-  configLock.Release();
-  return error;
-}
-
 }  // namespace
 
 MessageFileServer::MessageFileServer(ServerConfiguration* serverConfiguration, Mutex* configurationLock)
@@ -123,23 +108,6 @@ void MessageFileServer::OpenFile(const std::string& mapName, const std::string& 
   }
   if (reformat) Reformat(settings.maxMessage);
   SetServerRunning();
-}
-
-// Opens or creates the file; returns whether it existed.
-bool MessageFileServer::OpenLogFile(const std::string& path, std::uint32_t& lowFileSize) {
-  const HANDLE opened =
-      CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                  OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-  // Before anything else runs: a successful open tells by it whether the file existed.
-  const DWORD error = GetLastError();
-  if (opened == INVALID_HANDLE_VALUE) {
-    throw ExceptionWindows("Failed to open log file, CreateFile() failed", nullptr, error);
-  }
-  file.Take(opened);
-  LARGE_INTEGER size = {};
-  GetFileSizeEx(file.Get(), &size);
-  lowFileSize = size.LowPart;
-  return error == ERROR_ALREADY_EXISTS;
 }
 
 void MessageFileServer::SetFileView() {
@@ -240,17 +208,6 @@ void MessageFileServer::Compact(LogFileHeader& header, std::uint32_t maxMessage)
   SetRingCapacity(header, maxMessage);
 }
 
-void MessageFileServer::ResizeFile(std::uint32_t maxMessage) {
-  LARGE_INTEGER size = {};
-  size.QuadPart = static_cast<LONGLONG>(LogFileSize(maxMessage));
-  if (SetFilePointerEx(file.Get(), size, nullptr, FILE_BEGIN) == 0) {
-    throw ExceptionWindows("Failed to resize file, SetFilePointerEx() failed in ResizeFile()");
-  }
-  if (SetEndOfFile(file.Get()) == 0) {
-    throw ExceptionWindows("Failed to resize file, SetEndOfFile() failed in ResizeFile()");
-  }
-}
-
 void MessageFileServer::SetServerRunning() {
   UseView(PresentTicket(kCannotSetRunning), kCannotSetRunning,
           [](MappedView& view) { WithContext(kCannotSetRunning, [&] { view.SetServerRunning(true); }); });
@@ -283,23 +240,4 @@ void MessageFileServer::MarkClosed(Timeout& timeout, std::uint32_t maxMessage) {
           "Failed to force log file changes to be saved to disk, FlushViewOfFile() failed in CloseFile()");
     }
   });
-}
-
-bool MessageFileServer::WaitUntilFree(Timeout& timeout) {
-  while (!timeout.Expired()) {
-    const std::optional<DWORD> error = OpenAlone(*configuration, *configLock, timeout);
-    if (!error.has_value()) return false;
-    switch (*error) {
-      case ERROR_SUCCESS:
-      case ERROR_FILE_NOT_FOUND:
-      case ERROR_PATH_NOT_FOUND:
-        return true;
-      case ERROR_SHARING_VIOLATION:
-        break;
-      default:
-        throw ExceptionWindows("Failed to wait for log file to be free, CreateFile failed()", nullptr,
-                               *error);
-    }
-  }
-  return false;
 }

@@ -33,6 +33,9 @@ std::string PathBesideExecutable(const std::string& fileName);
 // What PathBesideExecutable does with the executable's path; a path without a backslash throws.
 std::string PathBeside(std::string_view executable, const std::string& fileName);
 
+// A move that fails leaves everything as it was, without a word.
+void MoveFileIfPossible(const std::string& from, const std::string& to);
+
 // Copies `text` and its terminating zero into `target` of `size` bytes. A text that does not fit ends the
 // process at once (exit code 0xC0000417): a cut path or filter would be believed by the client that asked for
 // it. The run-time's own checked copy only returns an error in this tool chain, so the end is made here.

@@ -22,6 +22,10 @@ std::string PathBesideExecutable(const std::string& fileName) {
   return PathBeside(std::string_view(buffer.data(), std::min(length, buffer.size())), fileName);
 }
 
+void MoveFileIfPossible(const std::string& from, const std::string& to) {
+  MoveFileA(from.c_str(), to.c_str());
+}
+
 void CopyBoundedOrEndProcess(char* target, std::size_t size, std::string_view text) {
   if (text.size() >= size) {
     // No exit hooks, no handlers and nothing that a handler further up could catch.

@@ -1,6 +1,5 @@
 #include "util/exceptions.h"
 #include "util/sync.h"
-#include "util/win32.h"
 
 namespace TamLogUtil {
 
@@ -29,7 +28,7 @@ Mutex::Mutex(const char* name, SecurityAttributes* attributes) try
 }
 
 Mutex::~Mutex() {
-  CloseHandle(handle);
+  CloseQuietly(handle);
 }
 
 void Mutex::Wait(std::uint32_t milliseconds) NO_THREAD_SAFETY_ANALYSIS {

@@ -18,6 +18,8 @@ namespace TamLogUtil {
 
 // "CloseHandle() failed:". Returns the call's non-zero result.
 int CheckedCloseHandle(NativeHandle handle);
+// A failure is ignored.
+void CloseQuietly(NativeHandle handle);
 // "CreateEvent() failed". `attributes` and `name` may be null.
 NativeHandle CheckedCreateEvent(SecurityAttributes* attributes, bool manualReset, bool initialState,
                                 const char* name);

@@ -4,7 +4,7 @@
 
 #include "util/diagnostic_log.h"
 #include "util/exceptions.h"
-#include "util/win32.h"
+#include "util/thread_calls.h"
 
 namespace TamLogUtil::Threading {
 
@@ -15,7 +15,6 @@ namespace {
 
 constexpr std::uint32_t kFailedExitCode = 0xFFFFFFFFU;
 constexpr std::uint32_t kDestroyedExitCode = 1;
-constexpr DWORD kCallFailed = 0xFFFFFFFFU;
 
 }  // namespace
 
@@ -23,7 +22,7 @@ Thread::Thread(const std::string& /*name*/) {}
 
 Thread::~Thread() {
   try {
-    if (threadId != GetCurrentThreadId()) Terminate(kDestroyedExitCode);
+    if (threadId != PresentThreadId()) Terminate(kDestroyedExitCode);
     // Still held when the thread destroys its own object.
     CloseHeldHandle();
   } catch (...) {
@@ -41,7 +40,7 @@ void Thread::Start() {
   // then destroy the object before this call returns.
   Mutex::Access access(handleLock, Timeout::Infinite);
   threadId = 0;
-  threadHandle = CreateThread(nullptr, 0, &Thread::ThreadStart, this, 0, nullptr);
+  threadHandle = StartThread(&Thread::ThreadStart, this);
   if (threadHandle == nullptr) {
     throw ExceptionWindows("Failed to start Thread object, invalid handle returned by CreateThread()");
   }
@@ -70,21 +69,21 @@ bool Thread::Join(Timeout& timeout) {
     // The empty owner's value means the process itself to the system: a wait for it would never end.
     if (waited.IsInvalid()) throw ExceptionWindows("Failed to wait for Thread object in Join()");
   }
-  const DWORD result = WaitForSingleObject(waited.Get(), timeout.Remaining());
-  if (result == WAIT_FAILED) throw ExceptionWindows("Failed to wait for Thread object in Join()");
-  return result == WAIT_OBJECT_0;
+  const ThreadWait result = WaitForEnd(waited.Get(), timeout.Remaining());
+  if (result == ThreadWait::Failed) throw ExceptionWindows("Failed to wait for Thread object in Join()");
+  return result == ThreadWait::Ended;
 }
 
 void Thread::Pause() {
   Mutex::Access access(handleLock, Timeout::Infinite);
-  if (SuspendThread(threadHandle) == kCallFailed) {
+  if (!PauseThread(threadHandle)) {
     throw ExceptionWindows("Failed to pause Thread object, SuspendThread() failed");
   }
 }
 
 void Thread::Resume() {
   Mutex::Access access(handleLock, Timeout::Infinite);
-  if (ResumeThread(threadHandle) == kCallFailed) {
+  if (!ResumeThread(threadHandle)) {
     throw ExceptionWindows("Failed to resume paused Thread object, ResumeThread() failed");
   }
 }
@@ -98,9 +97,9 @@ void Thread::Terminate(std::uint32_t exitCode) {
   Mutex::Access access(handleLock, Timeout::Infinite);
   const NativeHandle held = threadHandle.exchange(nullptr);
   if (held == nullptr) return;
-  const bool ended = TerminateThread(held, exitCode) != 0;
-  const DWORD error = GetLastError();
-  CloseHandle(held);
+  const bool ended = EndThread(held, exitCode);
+  const std::uint32_t error = LastError();
+  CloseQuietly(held);
   if (!ended) {
     throw ExceptionWindows("Failed to terminate thread, TerminateThread() did not succeed", nullptr, error);
   }
@@ -109,7 +108,7 @@ void Thread::Terminate(std::uint32_t exitCode) {
 void Thread::CloseHeldHandle() {
   Mutex::Access access(handleLock, Timeout::Infinite);
   const NativeHandle held = threadHandle.exchange(nullptr);
-  if (held != nullptr) CloseHandle(held);
+  if (held != nullptr) CloseQuietly(held);
 }
 
 unsigned long Thread::ThreadStart(void* argument) {
@@ -127,7 +126,7 @@ unsigned long Thread::ThreadStart(void* argument) {
 
 std::uint32_t Thread::RunAndCleanUp(Thread* thread) {
   if (thread == nullptr) throw ExceptionBase("Thread started with null pointer in ThreadStart(this)");
-  thread->threadId = GetCurrentThreadId();
+  thread->threadId = PresentThreadId();
   std::uint32_t result = 0;
   try {
     result = thread->Run();
@@ -145,7 +144,7 @@ void Thread::CleanUp(Thread* thread) {
   {
     Mutex::Access access(thread->handleLock, Timeout::Infinite);
     const NativeHandle held = thread->threadHandle.exchange(nullptr);
-    if (held != nullptr) CloseHandle(held);
+    if (held != nullptr) CloseQuietly(held);
     destroy = thread->deleteOnExit;
   }
   if (destroy) delete thread;

@@ -1,9 +1,7 @@
 #include "util/timer.h"
 
-#include <ctime>
-
+#include "util/clock.h"
 #include "util/clock_arithmetic.h"
-#include "util/win32.h"
 
 namespace TamLogUtil {
 namespace {
@@ -64,14 +62,14 @@ std::uint32_t Timer::Run() {
 // Returns the period that is in effect after the wait.
 std::uint32_t Timer::WaitOnePeriod(std::uint32_t period) {
   if (period <= kStepMs) {
-    Sleep(period);
+    SleepFor(period);
     return Period();
   }
-  const std::int32_t start = clock();
+  const std::int32_t start = ReadClock();
   std::uint32_t deadline = PeriodDeadline(start, period);
-  while (IsBeforeDeadline(clock(), deadline)) {
+  while (IsBeforeDeadline(ReadClock(), deadline)) {
     if (IsStopRequested()) break;
-    Sleep(kStepMs);
+    SleepFor(kStepMs);
     period = Period();
     deadline = PeriodDeadline(start, period);
   }

@@ -1,0 +1,77 @@
+// Mapping, unmapping and forcing to the disk: the part of MappedView that asks the system.
+
+#include "store/mapped_view.h"
+#include "util/exceptions.h"
+#include "util/win32.h"
+
+using TamLogUtil::NativeHandle;
+using TamLogUtil::SecurityAttributes;
+using TamLogUtil::Exceptions::ExceptionWindows;
+
+namespace {
+
+constexpr char kMappingFailed[] = "Failed to open a file mapping, CreateFileMapping() failed";
+
+// What is really mapped from `view` on, in whole pages; 0 when the system does not tell.
+std::uint64_t MappedSize(const void* view) {
+  MEMORY_BASIC_INFORMATION region = {};
+  return VirtualQuery(view, &region, sizeof region) == 0 ? 0 : region.RegionSize;
+}
+
+std::uint64_t FileSize(NativeHandle file) {
+  LARGE_INTEGER size = {};
+  return GetFileSizeEx(file, &size) == 0 ? 0 : static_cast<std::uint64_t>(size.QuadPart);
+}
+
+}  // namespace
+
+MappedView::~MappedView() {
+  if (view != nullptr) UnmapViewOfFile(view);
+  if (mapping != nullptr) CloseHandle(mapping);
+}
+
+void MappedView::Map(NativeHandle file, const std::string& name, SecurityAttributes* attributes) {
+  void* const newMapping = CreateFileMappingA(file, attributes, PAGE_READWRITE, 0, 0, name.c_str());
+  const DWORD created = GetLastError();
+  if (newMapping == nullptr) throw ExceptionWindows(kMappingFailed, nullptr, created);
+
+  void* const newView = MapViewOfFile(newMapping, FILE_MAP_ALL_ACCESS, 0, 0, 0);
+  if (newView == nullptr) {
+    const ExceptionWindows failure("Failed to map a file view, MapViewOfFile() failed");
+    CloseHandle(newMapping);
+    throw ExceptionWindows(failure);
+  }
+
+  // A reader may keep an older mapping of this name alive; it is what we get then, with the size it had.
+  // Going on with less than the file would mean to write behind it.
+  const std::uint64_t size = MappedSize(newView);
+  if (size < kSlotsOffset || size < FileSize(file)) {
+    UnmapViewOfFile(newView);
+    CloseHandle(newMapping);
+    throw ExceptionWindows(kMappingFailed, nullptr, ERROR_ALREADY_EXISTS);
+  }
+  mapping = newMapping;
+  view = static_cast<std::uint8_t*>(newView);
+  slotCount = static_cast<std::int64_t>((size - kSlotsOffset) / sizeof(LogMessage));
+}
+
+void MappedView::Unmap() {
+  if (view == nullptr) return;
+  const BOOL unmapped = UnmapViewOfFile(view);
+  const DWORD unmapError = GetLastError();
+  const BOOL closed = CloseHandle(mapping);
+  const DWORD closeError = GetLastError();
+  view = nullptr;
+  mapping = nullptr;
+  slotCount = 0;
+  if (unmapped == 0) {
+    throw ExceptionWindows("Failed to close file view, UnmapViewOfFile() failed", nullptr, unmapError);
+  }
+  if (closed == 0) {
+    throw ExceptionWindows("Failed to close file view, CloseHandle() failed", nullptr, closeError);
+  }
+}
+
+bool MappedView::FlushToDisk(std::uint64_t bytes) const {
+  return FlushViewOfFile(view, bytes) != 0;
+}

@@ -1,0 +1,77 @@
+// What the open side of MessageFileServer asks the system for: open or create the file, resize it, wait until
+// nobody else has it open.
+
+#include <optional>
+
+#include "store/message_file_server.h"
+#include "util/exceptions.h"
+#include "util/win32.h"
+
+using TamLogUtil::Mutex;
+using TamLogUtil::Timeout;
+using TamLogUtil::Exceptions::ExceptionWindows;
+
+namespace {
+
+// Opens the configured file for itself alone and closes it again. Returns the system's error, or nothing when
+// the lock did not come in time: unlike Mutex::Access this does not go on without it, because whoever has it
+// may be changing the path, and does not free the lock of another.
+std::optional<DWORD> OpenAlone(const ServerConfiguration& configuration, Mutex& configLock,
+                               Timeout& timeout) {
+  if (!configLock.TryWait(timeout.Remaining())) return std::nullopt;
+  const HANDLE opened = CreateFileA(configuration.logFile.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                                    OPEN_EXISTING, 0, nullptr);
+  const DWORD error = opened == INVALID_HANDLE_VALUE ? GetLastError() : ERROR_SUCCESS;
+  if (opened != INVALID_HANDLE_VALUE) CloseHandle(opened);
+  configLock.Release();
+  return error;
+}
+
+}  // namespace
+
+// Opens or creates the file; returns whether it existed.
+bool MessageFileServer::OpenLogFile(const std::string& path, std::uint32_t& lowFileSize) {
+  const HANDLE opened =
+      CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                  OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+  // Before anything else runs: a successful open tells by it whether the file existed.
+  const DWORD error = GetLastError();
+  if (opened == INVALID_HANDLE_VALUE) {
+    throw ExceptionWindows("Failed to open log file, CreateFile() failed", nullptr, error);
+  }
+  file.Take(opened);
+  LARGE_INTEGER size = {};
+  GetFileSizeEx(file.Get(), &size);
+  lowFileSize = size.LowPart;
+  return error == ERROR_ALREADY_EXISTS;
+}
+
+void MessageFileServer::ResizeFile(std::uint32_t maxMessage) {
+  LARGE_INTEGER size = {};
+  size.QuadPart = static_cast<LONGLONG>(LogFileSize(maxMessage));
+  if (SetFilePointerEx(file.Get(), size, nullptr, FILE_BEGIN) == 0) {
+    throw ExceptionWindows("Failed to resize file, SetFilePointerEx() failed in ResizeFile()");
+  }
+  if (SetEndOfFile(file.Get()) == 0) {
+    throw ExceptionWindows("Failed to resize file, SetEndOfFile() failed in ResizeFile()");
+  }
+}
+
+bool MessageFileServer::WaitUntilFree(Timeout& timeout) {
+  while (!timeout.Expired()) {
+    const std::optional<DWORD> error = OpenAlone(*configuration, *configLock, timeout);
+    if (!error.has_value()) return false;
+    switch (*error) {
+      case ERROR_SUCCESS:
+      case ERROR_FILE_NOT_FOUND:
+      case ERROR_PATH_NOT_FOUND:
+        return true;
+      case ERROR_SHARING_VIOLATION:
+        break;
+      default:
+        throw ExceptionWindows("Failed to wait for log file to be free, CreateFile failed()", nullptr,
+                               *error);
+    }
+  }
+  return false;
+}
