@@ -6,7 +6,6 @@
 #include "store/with_context.h"
 #include "util/exceptions.h"
 #include "util/timeout.h"
-#include "util/win32.h"
 
 namespace TamLogUtil {
 
@@ -57,18 +56,13 @@ WaitOutcome AccessObjects::WaitForReadWait(std::uint32_t milliseconds) const {
   return WaitFor(*readWait, milliseconds);
 }
 
-// The one call cannot wait for `closing` too, so it only looks. It fails before it signals anything, so the
-// two calls can follow, and say which of the two it was.
+// The one call cannot wait for `closing` too, so it only looks. When it fails, the two calls say which of
+// them it was.
 WaitOutcome AccessObjects::LeaveHeaderLockForReadWait(std::uint32_t milliseconds) {
-  switch (SignalObjectAndWait(headerLock.Handle(), readWait->Handle(), 0, FALSE)) {
-    case WAIT_OBJECT_0:
-      return WaitOutcome::Signalled;
-    case WAIT_TIMEOUT:
-      return WaitForReadWait(milliseconds);
-    default:
-      GiveBackHeaderLock();
-      return WaitForReadWait(milliseconds);
-  }
+  const auto seen = SetEventAndLook(headerLock.Handle(), readWait->Handle());
+  if (seen == true) return WaitOutcome::Signalled;
+  if (!seen) GiveBackHeaderLock();
+  return WaitForReadWait(milliseconds);
 }
 
 WaitOutcome AccessObjects::WaitForWriteWait(std::uint32_t milliseconds) const {

@@ -8,6 +8,7 @@
 // (util/exceptions.h).
 
 #include <cstdint>
+#include <optional>
 
 #include "util/lock_word.h"
 #include "util/native_handle.h"
@@ -29,6 +30,9 @@ void CheckedResetEvent(NativeHandle handle);
 bool CheckedSetEvent(NativeHandle handle);
 // "WaitForSingleObject failed" on a failed and on an abandoned wait. False when the time ran out.
 bool CheckedWaitForSingleObject(NativeHandle handle, std::uint32_t milliseconds);
+// Sets `toSet`, then looks at `wanted` without waiting, in one call into the system: whether it was
+// signalled. Nothing when the call fails; then nothing was set.
+std::optional<bool> SetEventAndLook(NativeHandle toSet, NativeHandle wanted);
 // -1 when the time ran out, otherwise the raw result. "WaitForMultipleObjects failed"; an abandoned object
 // throws a plain ExceptionBase "WaitForMultipleObjects is waiting for an abandonned mutex".
 std::int32_t CheckedWaitForMultipleObjects(std::uint32_t count, const NativeHandle* handles, bool waitAll,

@@ -41,6 +41,17 @@ bool CheckedWaitForSingleObject(NativeHandle handle, std::uint32_t milliseconds)
   return result != WAIT_TIMEOUT;
 }
 
+std::optional<bool> SetEventAndLook(NativeHandle toSet, NativeHandle wanted) {
+  switch (SignalObjectAndWait(toSet, wanted, 0, FALSE)) {
+    case WAIT_OBJECT_0:
+      return true;
+    case WAIT_TIMEOUT:
+      return false;
+    default:
+      return std::nullopt;
+  }
+}
+
 std::int32_t CheckedWaitForMultipleObjects(std::uint32_t count, const NativeHandle* handles, bool waitAll,
                                            std::uint32_t milliseconds) {
   const DWORD result = WaitForMultipleObjects(count, handles, waitAll, milliseconds);

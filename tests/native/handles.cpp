@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -132,6 +133,11 @@ bool CheckedSetEvent(NativeHandle handle) {
 
 bool CheckedWaitForSingleObject(NativeHandle handle, std::uint32_t milliseconds) {
   return NativeMachine::WaitForOne(1, &handle, milliseconds) == 0;
+}
+
+std::optional<bool> SetEventAndLook(NativeHandle toSet, NativeHandle wanted) {
+  CheckedSetEvent(toSet);
+  return CheckedWaitForSingleObject(wanted, 0);
 }
 
 // Waits for all are not needed above.
