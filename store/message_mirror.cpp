@@ -1,7 +1,6 @@
 #include "store/message_mirror.h"
 
-#include <algorithm>
-#include <iterator>
+#include <cstring>
 
 void MessageMirror::Clear() {
   if (lending) Trim(0);
@@ -18,7 +17,7 @@ std::size_t MessageMirror::Insert(const LogMessageBody& body) {
   LogMessage& message = bodies[number];
   message.sequence = 0;
   message.body = body;
-  std::fill(std::begin(message.padding), std::end(message.padding), std::uint8_t{0});
+  std::memset(message.padding, 0, sizeof message.padding);
   try {
     return keys.Insert(TimeKey(body), number | kInMemory);
   } catch (...) {

@@ -43,6 +43,7 @@ class BasicOrderedKeys {
   // memory runs out.
   std::size_t Insert(std::uint64_t key, std::uint32_t number) {
     if (groups.empty()) AddNewestChunk();
+    if (Append(key, number)) return 0;
     Place place = Find(key);
     MakeRoom(place);
     Group& group = groups[place.group];
@@ -154,6 +155,19 @@ class BasicOrderedKeys {
     group.bound = std::min(group.bound, key);
     ++group.size;
     ++size;
+  }
+
+  // What nearly every message needs: it is the newest, and there is room behind the newest so far.
+  bool Append(std::uint64_t key, std::uint32_t number) {
+    Group& group = groups.back();
+    Chunk& chunk = group.chunks.back();
+    if (chunk.end == kChunk || chunk.begin == chunk.end || chunk.keys[chunk.end - 1] > key) return false;
+    chunk.keys[chunk.end] = key;
+    chunk.numbers[chunk.end] = number;
+    ++chunk.end;
+    ++group.size;
+    ++size;
+    return true;
   }
 
   Place Find(std::uint64_t key) const {
