@@ -1,0 +1,106 @@
+"""Ctrl-C typed on a real console, as a user does: the programs run on a terminal, where Wine makes a console of it and
+turns the key into the console's event. Needs a Wine prefix of its own, which ctest gives; see scripts/wine-run.sh."""
+
+import os
+import pty
+import select
+import subprocess
+import sys
+import time
+import unittest
+
+ROOT = os.path.abspath(os.path.join(os.path.dirname(__file__), "..", ".."))
+RUN = os.path.join(ROOT, "scripts", "wine-run.sh")
+BIN = os.path.join(ROOT, "build", "bin")
+PATIENCE = 60  # seconds
+
+
+def windows_path(*parts):
+    return "Z:" + os.path.join(*parts).replace("/", "\\")
+
+
+def run(program, *arguments):
+    return subprocess.run([RUN, os.path.join(BIN, program), *arguments], stdin=subprocess.DEVNULL,
+                          capture_output=True, text=True, timeout=PATIENCE, check=False)
+
+
+def contents(path):
+    try:
+        with open(path, "rb") as file:
+            return file.read()
+    except FileNotFoundError:
+        return b""
+
+
+class OnConsole:
+    """A program on a terminal of its own."""
+
+    def __init__(self, program, *arguments):
+        self.shown = b""
+        self.process, self.terminal = pty.fork()
+        if self.process == 0:
+            os.execv(RUN, [RUN, os.path.join(BIN, program), *arguments])
+
+    def read_until(self, found):
+        """Reads what is shown until `found(shown)`; False when the program ended before that."""
+        end = time.monotonic() + PATIENCE
+        while not found(self.shown):
+            if time.monotonic() > end:
+                raise TimeoutError(f"on the terminal: {self.shown!r}")
+            if not select.select([self.terminal], [], [], 0.2)[0]:
+                continue
+            try:
+                piece = os.read(self.terminal, 4096)
+            except OSError:  # the other end is closed
+                return False
+            self.shown += piece
+        return True
+
+    def press_ctrl_c(self):
+        os.write(self.terminal, b"\x03")
+
+    def exit_code(self):
+        self.read_until(lambda shown: False)
+        _, status = os.waitpid(self.process, 0)
+        os.close(self.terminal)
+        return os.waitstatus_to_exitcode(status)
+
+
+class ConsoleTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        run("TamLogServer.exe", "-install")
+        run("tamlogdrv.exe", "install", windows_path(BIN, "tamlog.sys"))
+        started = run("tamlogctl.exe", "server", "start")
+        assert started.returncode == 0, started.stderr
+
+    @classmethod
+    def tearDownClass(cls):
+        run("tamlogctl.exe", "server", "stop")
+        run("TamLogServer.exe", "-remove")
+        run("tamlogdrv.exe", "remove")
+
+    def test_ctrl_c_ends_follow_in_good_order(self):
+        follow = OnConsole("tamlogctl.exe", "follow")
+        self.assertEqual(run("tamlogctl.exe", "send", "-s", "Camera", "before the key").returncode, 0)
+        self.assertTrue(follow.read_until(lambda shown: b"before the key" in shown), follow.shown)
+        follow.press_ctrl_c()
+        self.assertEqual(follow.exit_code(), 130, follow.shown)
+
+    def test_ctrl_c_ends_a_continuous_export_with_its_account(self):
+        name = f"console-{os.getpid()}.tsv"
+        target = os.path.join(BIN, name)
+        export = OnConsole("tamlogctl.exe", "export", "--follow", windows_path(target))
+        self.assertEqual(run("tamlogctl.exe", "send", "-s", "Camera", "for the file").returncode, 0)
+        end = time.monotonic() + PATIENCE
+        while b"for the file" not in contents(target):
+            self.assertLess(time.monotonic(), end, export.shown)
+            time.sleep(0.1)
+        export.press_ctrl_c()
+        self.assertEqual(export.exit_code(), 130, export.shown)
+        self.assertIn(b"in 1 file", export.shown)
+        os.remove(target)
+
+
+if __name__ == "__main__":
+    sys.exit(unittest.main(verbosity=2))
