@@ -435,6 +435,20 @@ TEST_F(TimerSweep, ATimerReportsEachFailedCallAndTicksAtTheNextStart) {
             (Outcomes{}));
 }
 
+TEST_F(TimerSweep, ATickingTimerIsDestroyedWhicheverCallFails) {
+  const Outcomes outcomes = Sweep({
+      .prepare =
+          [&] {
+            timer = std::make_unique<Timer>(7, "test");
+            Run();
+          },
+      .operation = [&] { timer.reset(); },
+  });
+  EXPECT_EQ(
+      Beyond(outcomes, {{"DuplicateHandle", {""}}, {"WaitForSingleObject", {""}}, {"CloseHandle", {""}}}),
+      (Outcomes{}));
+}
+
 // Services -----------------------------------------------------------------------------------------------
 
 class ServiceSweep : public testing::Test {
