@@ -162,6 +162,11 @@ void ReplaceAll(std::string& text, const std::string& part, const std::string& b
   }
 }
 
+bool IsTraced() {
+  const char* const wish = std::getenv("TAMLOG_SWEEP_TRACE");
+  return wish != nullptr && *wish != '\0';
+}
+
 std::string Joined(const std::string& failure, const std::string& report) {
   if (failure.empty() || report.empty()) return failure + report;
   return failure + " | " + report;
@@ -274,9 +279,7 @@ Outcomes Sweep(const SweptOperation& swept) {
     DisarmCallFault();
     const std::string failed = FailedCall();
     const std::string outcome = Joined(failure, swept.report());
-    if (std::getenv("TAMLOG_SWEEP_TRACE") != nullptr) {
-      std::fprintf(stderr, "%s: %s: %s\n", round.c_str(), failed.c_str(), outcome.c_str());
-    }
+    if (IsTraced()) std::fprintf(stderr, "%s: %s: %s\n", round.c_str(), failed.c_str(), outcome.c_str());
     swept.check();
 
     EXPECT_TRUE(ThreadsEnd(kThreadEndMs)) << failed;
