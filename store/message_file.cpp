@@ -93,8 +93,8 @@ void MessageFile::HoldReadersOut(const Ticket& ticket, const char* invalidText) 
 void MessageFile::LetReadersIn(const Ticket& ticket, const char* invalidText) {
   const LeafLock::Guard guard(viewLock);
   CheckTicket(ticket, invalidText);
-  readersHeldOut = false;
   openObjects->ReadWait().SetSignal();
+  readersHeldOut = false;
 }
 
 // Read access -------------------------------------------------------------------------------------------
@@ -110,9 +110,17 @@ MessageFile::Ticket MessageFile::TakeReadAccess(Timeout& timeout) {
       case WaitOutcome::Signalled:
         break;
     }
-    const HeaderLock headerLock(*ticket.objects, kCannotTake);
-    // A writer may have come in between the two waits.
-    if (ticket.objects->ReadWait().Wait(0) && EnterAsReader(ticket)) return ticket;
+    bool entered = false;
+    try {
+      const HeaderLock headerLock(*ticket.objects, kCannotTake);
+      // A writer may have come in between the two waits.
+      entered = ticket.objects->ReadWait().Wait(0) && EnterAsReader(ticket);
+    } catch (const ExceptionBase&) {
+      // The header lock could not be given back. Nobody would ever count out the reader that came in.
+      if (entered) LeaveAsReader(ticket);
+      throw;
+    }
+    if (entered) return ticket;
   }
 }
 
@@ -136,16 +144,25 @@ bool MessageFile::EnterAsReader(const Ticket& ticket) {
 
 void MessageFile::GiveBackReadAccess(const Ticket& ticket) {
   WithContext("Failed to release message file read access", [&] {
-    const HeaderLock headerLock(*ticket.objects, kCannotRelease);
-    LeaveAsReader(ticket);
+    bool leaving = false;
+    try {
+      const HeaderLock headerLock(*ticket.objects, kCannotRelease);
+      leaving = true;
+      LeaveAsReader(ticket);
+    } catch (const ExceptionBase&) {
+      // Without the header lock rather than not at all: writers would wait for this reader for good.
+      if (!leaving) LeaveAsReader(ticket);
+      throw;
+    }
   });
 }
 
 void MessageFile::LeaveAsReader(const Ticket& ticket) {
   const LeafLock::Guard guard(viewLock);
   CheckTicket(ticket, kCannotRelease);
-  --ownReaders;
   if (mappedView.ChangeReadCount(-1) == 0) openObjects->WriteWait().SetSignal();
+  // Last: what fails above is made up for by EndAccesses, which looks at this.
+  --ownReaders;
 }
 
 MessageFile::ReadAccess::ReadAccess(MessageFile* messageFile, Timeout& timeout)

@@ -41,7 +41,10 @@ bool MessageFileServer::OpenLogFile(const std::string& path, std::uint32_t& lowF
   }
   file.Take(opened);
   LARGE_INTEGER size = {};
-  GetFileSizeEx(file.Get(), &size);
+  // A file of unknown size is not an empty one, which would be reformatted.
+  if (GetFileSizeEx(file.Get(), &size) == 0) {
+    throw ExceptionWindows("Failed to open log file, GetFileSizeEx() failed");
+  }
   lowFileSize = size.LowPart;
   return error == ERROR_ALREADY_EXISTS;
 }

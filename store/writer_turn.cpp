@@ -27,7 +27,10 @@ struct TurnGate {
 
 WriterTurn::WriterTurn()
     : gate(TamLogUtil::CheckedCreateEvent(nullptr, false, false, nullptr),
-           TamLogUtil::AutoHandle::From::Take) {}
+           TamLogUtil::AutoHandle::From::Take) {
+  // The empty owner's value means the process itself to the system: a wait for it would never end.
+  if (gate.IsInvalid()) throw TamLogUtil::Exceptions::ExceptionWindows("CreateEvent() failed");
+}
 
 WriterTurn::Hold::Hold(WriterTurn& writerTurn, Timeout& timeout, NativeHandle closing) : turn(writerTurn) {
   if (turn.owner == std::this_thread::get_id()) return;
@@ -40,12 +43,19 @@ WriterTurn::Hold::Hold(WriterTurn& writerTurn, Timeout& timeout, NativeHandle cl
   if (taken) turn.owner = std::this_thread::get_id();
 }
 
+// Tried twice: a turn that is not passed on would keep every later writer waiting for good. A release that
+// failed has let nobody through.
 WriterTurn::Hold::~Hold() {
   if (!taken) return;
   turn.owner = std::thread::id();
+  if (!PassOn()) PassOn();
+}
+
+bool WriterTurn::Hold::PassOn() {
   try {
     turn.word.Release(TurnGate{turn.gate.Get(), nullptr});
-  } catch (const TamLogUtil::Exceptions::ExceptionBase&) {  // NOLINT(bugprone-empty-catch)
-    // The event is this object's own and open for all its life; there is nothing to fall back to.
+    return true;
+  } catch (const TamLogUtil::Exceptions::ExceptionBase&) {
+    return false;
   }
 }

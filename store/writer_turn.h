@@ -45,6 +45,8 @@ class WriterTurn::Hold {
   TamLogUtil::WaitOutcome Outcome() const { return outcome; }
 
  private:
+  bool PassOn();
+
   WriterTurn& turn;
   bool taken = false;
   TamLogUtil::WaitOutcome outcome = TamLogUtil::WaitOutcome::Signalled;

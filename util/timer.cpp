@@ -2,6 +2,7 @@
 
 #include "util/clock.h"
 #include "util/clock_arithmetic.h"
+#include "util/exceptions.h"
 
 namespace TamLogUtil {
 namespace {
@@ -12,15 +13,27 @@ constexpr std::uint32_t kStepMs = 1000;
 
 Timer::Timer(std::uint32_t id, const std::string& name) : Thread("Timer " + name), timerId(id) {}
 
+// A wait that fails is tried once more: an exception would end the process, and the base, which comes next,
+// ends the thread by force wherever it is.
 Timer::~Timer() {
-  {
-    Mutex::Access access(runLock, Timeout::Infinite);
+  if (!ComesToItsEnd()) ComesToItsEnd();
+}
+
+// False when a wait failed; can be repeated.
+bool Timer::ComesToItsEnd() {
+  try {
+    {
+      Mutex::Access access(runLock, Timeout::Infinite);
+      SetCallback(nullptr);
+    }
+    // Once more: another thread may have set one while this one waited for the call in progress.
     SetCallback(nullptr);
+    Thread::Stop();
+    Thread::Join(Timeout::Infinite);
+    return true;
+  } catch (const Exceptions::ExceptionBase&) {
+    return false;
   }
-  // Once more: another thread may have set one while this one waited for the call in progress.
-  SetCallback(nullptr);
-  Thread::Stop();
-  Thread::Join(Timeout::Infinite);
 }
 
 void Timer::SetCallback(TimerCallback* newCallback) {

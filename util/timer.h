@@ -43,6 +43,7 @@ class Timer : public Threading::Thread {
   std::uint32_t Run() override;
 
  private:
+  bool ComesToItsEnd();
   std::uint32_t Period();
   std::uint32_t WaitOnePeriod(std::uint32_t period);
   void Call();
