@@ -95,20 +95,29 @@ class ServerThreads : public testing::Test {
     return client.Ask(request, kWait);
   }
 
-  // Runs the work of each client again and again on threads of their own until the time is over.
-  static void RunFor(std::chrono::milliseconds time,
-                     const std::vector<std::function<void(std::mt19937&)>>& work) {
+  using Work = std::function<void(std::mt19937&)>;
+
+  // Runs the work of each client again and again on threads of their own, until the time is over and `enough`
+  // holds.
+  static void RunFor(
+      std::chrono::milliseconds time, const std::vector<Work>& work,
+      const std::function<bool()>& enough = [] { return true; }) {
     std::atomic<bool> stop{false};
     std::vector<std::thread> threads;
     std::uint32_t seed = 1;
-    for (const auto& one : work) {
+    for (const Work& one : work) {
       threads.emplace_back([&stop, &one, random = std::mt19937(seed++)]() mutable {
         while (!stop) one(random);
       });
     }
     std::this_thread::sleep_for(time);
+    EXPECT_TRUE(Eventually(enough));
     stop = true;
     for (std::thread& thread : threads) thread.join();
+  }
+
+  static std::function<bool()> StartsAtLeast(std::uint32_t starts) {
+    return [starts] { return NativeMachine::DriverOpens() >= starts; };
   }
 
   static void Visit(std::mt19937& random) {
@@ -161,15 +170,25 @@ TEST_F(ServerThreads, ClientsDriverAndTimersShareListFiltersAndSettings) {
 
 TEST_F(ServerThreads, ABurstOfSettingsIsOneRestart) {
   service->OnStart();
-  std::vector<std::thread> clients;
-  for (std::uint32_t i = 0; i < 6; ++i) {
-    clients.emplace_back([i] { EXPECT_TRUE(Ask(SettingsRequest(60 + i))); });
+  for (int attempt = 0; attempt < 5; ++attempt) {
+    const std::uint32_t before = NativeMachine::DriverOpens();
+    const auto begun = Clock::now();
+    std::vector<std::thread> clients;
+    for (std::uint32_t i = 0; i < 6; ++i) {
+      clients.emplace_back([i] { EXPECT_TRUE(Ask(SettingsRequest(60 + i))); });
+    }
+    for (std::thread& client : clients) client.join();
+    const bool quick = Clock::now() - begun < 800ms;  // all of them before the restart, a second later
+    ASSERT_TRUE(Eventually(StartsAtLeast(before + 1)));
+    ASSERT_TRUE(Ask(RequestOf(RequestCode::Ping)));
+    service->OnStop();
+    if (quick) {
+      EXPECT_EQ(NativeMachine::DriverOpens(), before + 1);
+      return;
+    }
+    service->OnStart();
   }
-  for (std::thread& client : clients) client.join();
-  ASSERT_TRUE(Eventually([] { return NativeMachine::DriverOpens() == 2; }));
-  ASSERT_TRUE(Ask(RequestOf(RequestCode::Ping)));
-  service->OnStop();
-  EXPECT_EQ(NativeMachine::DriverOpens(), 2U);
+  GTEST_SKIP() << "the machine is too busy for six requests within a second";
 }
 
 TEST_F(ServerThreads, RestartsMeetEverythingElse) {
@@ -182,8 +201,7 @@ TEST_F(ServerThreads, RestartsMeetEverythingElse) {
                500ms);
     std::this_thread::sleep_for(50ms);
   };
-  RunFor(4000ms, {Visit, Visit, FeedDriver, change});
-  EXPECT_GE(NativeMachine::DriverOpens(), 3U);
+  RunFor(3000ms, {Visit, Visit, FeedDriver, change}, StartsAtLeast(3));
   service->OnStop();
 }
 
@@ -193,8 +211,7 @@ TEST_F(ServerThreads, TheManagerStartsAndStopsAmongClients) {
     std::this_thread::sleep_for(std::chrono::milliseconds(random() % 30));
     service->OnStop();
   };
-  RunFor(3000ms, {Visit, Visit, FeedDriver, cycle});
-  EXPECT_GE(NativeMachine::DriverOpens(), 2U);
+  RunFor(3000ms, {Visit, Visit, FeedDriver, cycle}, StartsAtLeast(3));
 }
 
 TEST_F(ServerThreads, ClientsThatComeAndGoAtOnceEndTheirThreads) {

@@ -43,7 +43,11 @@ TEST_F(Cycles, EveryStartFindsWhatTheOnesBeforeItHaveStored) {
   Settings({.maxMessage = static_cast<std::uint32_t>(cycles) + 10});
   InstallService();
   int done = 0;
-  for (; done < cycles && !HasFailure(); ++done) StartSubmitStop(done);
+  try {
+    for (; done < cycles && !HasFailure(); ++done) StartSubmitStop(done);
+  } catch (const std::exception& fault) {
+    ADD_FAILURE() << "cycle " << done << ": " << fault.what();
+  }
   std::printf("cycles: %d of %d starts and stops, %d messages kept, longest stop %lld ms\n", done, cycles,
               Header().messageCount, longestStop.count());
   std::fflush(stdout);
