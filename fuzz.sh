@@ -4,16 +4,19 @@ set -euo pipefail
 
 usage() {
   cat <<'TEXT'
-usage: ./fuzz.sh [--seconds N] [TARGET...]
+usage: ./fuzz.sh [--seconds N] [--native | TARGET...]
 
 Feeds random bytes, grown from fuzz/corpus/TARGET, to what reads bytes of others, under AddressSanitizer and UBSan.
-Without TARGET every one runs, 60 seconds each, or N.
+Without TARGET every one runs, 60 seconds each, or N; with --native all but pipe, which needs Wine.
 
   the server:  image     a log file as the server finds it: check, compaction, loading, flushes, a header that other
                          processes write over
                requests  requests of clients, between ticks, driver messages, restarts and stops
                registry  the settings as they lie in the registry
                driver    messages of the driver, and the filters
+               transport messages of any length in a request pipe
+               pipe      the running service under Wine: random lengths, codes, pauses, half-open connections; it has to
+                         live, to serve others, and to end with as many handles and threads as before
   the client:  log_file  a copied log file: checker and repair
                integrity the same file, judged by the server's rules and by the client's
                cursor, tsv
@@ -25,8 +28,9 @@ option or a build that fails.
 TEXT
 }
 
-seconds=60
+seconds=60 native_only=no
 targets=()
+arguments=("$@")
 while (($# > 0)); do
   case $1 in
     -h | --help) usage; exit 0 ;;
@@ -35,12 +39,18 @@ while (($# > 0)); do
       seconds=$2
       shift
       ;;
+    --native) native_only=yes ;;
     -*) echo "fuzz.sh: there is no option '$1'; see ./fuzz.sh --help" >&2; exit 2 ;;
     *) targets+=("$1") ;;
   esac
   shift
 done
+# shellcheck source=scripts/fixed-layout.sh
+. "$(dirname "$0")/scripts/fixed-layout.sh" "${arguments[@]}"
 cd "$(dirname "$0")"
+root=$PWD
+# shellcheck source=scripts/endurance.sh
+. scripts/endurance.sh
 
 built=()
 mkdir -p build/fuzz
@@ -49,16 +59,36 @@ scripts/build.sh fuzz >build/fuzz/build.log 2>&1 || { tail -n 40 build/fuzz/buil
 for program in build/fuzz/fuzz/fuzz_*; do
   [[ -x $program && -f $program ]] && built+=("${program##*/fuzz_}")
 done
+[[ $native_only == yes ]] || built+=(pipe)
 ((${#targets[@]} > 0)) || targets=("${built[@]}")
 for target in "${targets[@]}"; do
-  if [[ ! -x build/fuzz/fuzz/fuzz_$target ]]; then
+  if [[ " ${built[*]} " != *" $target "* ]]; then
     echo "fuzz.sh: there is no target '$target'; targets are ${built[*]}" >&2
     exit 2
   fi
 done
 
+# Another beginning of the random numbers each time; the last line of the log names it.
+fuzz_pipe() {
+  local seed=$RANDOM
+  TAMLOG_FUZZ_SECONDS=$seconds TAMLOG_FUZZ_SEED=$((seed + 1)) run_endurance fuzz-pipe $((seconds + 300)) 'PipeFuzz.*' ||
+    { echo "fuzz.sh: pipe: found with the seed $((seed + 1))" >&2; return 1; }
+  sed -n 's/^pipe: /   /p' "$endurance_log"
+}
+
 inputs=0 findings=0 account=''
+add_to_account() {
+  inputs=$((inputs + ${2:-0}))
+  account+="${account:+, }$1 ${2:-0}"
+}
+
 for target in "${targets[@]}"; do
+  if [[ $target == pipe ]]; then
+    echo "== pipe, $seconds s"
+    fuzz_pipe || findings=$((findings + 1))
+    add_to_account pipe "$(sed -n 's/^pipe: .* \([0-9]*\) requests.*/\1/p' "$endurance_log")"
+    continue
+  fi
   grown=build/fuzz/grown/$target
   found=build/fuzz/findings/$target
   mkdir -p "$grown" "$found"
@@ -71,9 +101,7 @@ for target in "${targets[@]}"; do
     tail -n 40 "$log" >&2
     echo "fuzz.sh: $target: found: $(sed -n 's/.*Test unit written to //p' "$log" | tail -n 1)" >&2
   fi
-  tried=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")
-  inputs=$((inputs + ${tried:-0}))
-  account+="${account:+, }$target ${tried:-0}"
+  add_to_account "$target" "$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")"
 done
 echo "fuzz: ${#targets[@]} targets, $seconds s each, $inputs inputs, $findings findings ($account)"
 ((findings == 0)) || exit 1

@@ -4,7 +4,7 @@ set -euo pipefail
 
 usage() {
   cat <<'TEXT'
-usage: ./test.sh [--verbose] [STEP...]
+usage: ./test.sh [--verbose] [--fuzz-seconds N] [STEP...]
 
 Runs all steps, or only those named (a test or check finds what earlier builds left). A failing step does not keep
 the others from running, as far as they can. Logs are kept in build/test.
@@ -22,33 +22,41 @@ the others from running, as far as they can. Logs are kept in build/test.
   test-system     run the Windows tests with the real service manager, each in a prefix of its own
   test-asan       run the native tests under AddressSanitizer and UBSan
   test-tsan       run the native tests under ThreadSanitizer
+  fuzz            build the fuzz targets and run each for a minute, or N seconds
 
-build-asan to tidy run beside the tests under Wine, on time that these leave.
+build-asan to tidy and fuzz run beside the tests under Wine, on time that these leave.
 TEXT
 }
 
 readonly all_steps=(packages configure rooms format build-windows build-asan build-tsan
-  tidy prefixes test-unit test-system test-asan test-tsan)
+  tidy fuzz prefixes test-unit test-system test-asan test-tsan)
 cores=$(nproc)
 # Prefixes that a test gets for itself: pipes, registry, services and driver have fixed names. These tests mostly wait,
 # so there may be more of them than cores. CMakeLists.txt names them to ctest.
 readonly exclusive_prefixes=(alone1 alone2 alone3)
 
-verbose=no
+verbose=no fuzz_seconds=60
 wanted=()
-for argument in "$@"; do
-  case $argument in
+arguments=("$@")
+while (($# > 0)); do
+  case $1 in
     -h | --help) usage; exit 0 ;;
     --verbose) verbose=yes ;;
+    --fuzz-seconds)
+      [[ ${2:-} =~ ^[1-9][0-9]*$ ]] || { usage >&2; exit 2; }
+      fuzz_seconds=$2
+      shift
+      ;;
     *)
-      [[ " ${all_steps[*]} " == *" $argument "* ]] || { usage >&2; exit 2; }
-      wanted+=("$argument")
+      [[ " ${all_steps[*]} " == *" $1 "* ]] || { usage >&2; exit 2; }
+      wanted+=("$1")
       ;;
   esac
+  shift
 done
 ((${#wanted[@]} > 0)) || wanted=("${all_steps[@]}")
 # shellcheck source=scripts/fixed-layout.sh
-. "$(dirname "$0")/scripts/fixed-layout.sh" "$@"
+. "$(dirname "$0")/scripts/fixed-layout.sh" "${arguments[@]}"
 cd "$(dirname "$0")"
 readonly root=$PWD
 readonly logs=$root/build/test
@@ -235,14 +243,18 @@ step_after configure build-windows 'building everything for Windows' scripts/bui
 start_beside build-asan 'building the pure files natively, AddressSanitizer and UBSan' scripts/build.sh asan
 start_beside build-tsan 'building the pure files natively, ThreadSanitizer' scripts/build.sh tsan
 start_beside tidy "clang-tidy, with clang's thread-safety analysis" scripts/check-tidy.py -j 1
+start_beside fuzz "building the fuzz targets and running each for $fuzz_seconds s" ./fuzz.sh --seconds "$fuzz_seconds" --native
 step prefixes 'making fresh Wine prefixes' make_prefixes
 test_step build-windows test-unit 'tests of the rooms under Wine' run_under_wine -LE system -j "$cores"
+# How long the running service is fuzzed over its pipes.
+export TAMLOG_FUZZ_SECONDS=$fuzz_seconds
 test_step build-windows test-system 'tests with the real service manager under Wine' run_under_wine -L system -j "${#exclusive_prefixes[@]}"
 finish_beside build-asan
 test_step build-asan test-asan 'native tests, AddressSanitizer and UBSan' run_natively asan
 finish_beside build-tsan
 test_step build-tsan test-tsan 'native tests, ThreadSanitizer' run_natively tsan
 finish_beside tidy
+finish_beside fuzz
 
 echo
 printf 'All steps took %d s.\n' $((SECONDS - started))

@@ -4,8 +4,8 @@
 #include <optional>
 #include <utility>
 
+#include "pipe/pipe_calls.h"
 #include "util/exceptions.h"
-#include "util/win32.h"
 
 using TamLogUtil::AutoHandle;
 using TamLogUtil::NativeHandle;
@@ -14,6 +14,7 @@ using TamLogUtil::Exceptions::ExceptionBase;
 namespace {
 
 constexpr std::uint32_t kClientWaitMs = 10000;
+constexpr std::uint32_t kDone = 0;
 
 }  // namespace
 
@@ -59,7 +60,7 @@ void PipeServerHandleThread::Serve() {
   while (!IsStopRequested()) {
     const std::uint32_t readError = Read();
     if (IsStopRequested()) return;
-    if (readError != ERROR_SUCCESS) {
+    if (readError != kDone) {
       if (!MayGoOnAfter(readError)) return;
       continue;
     }
@@ -74,9 +75,9 @@ void PipeServerHandleThread::Serve() {
 std::uint32_t PipeServerHandleThread::Read() {
   // An empty message leaves the code at 0, which no request has.
   request.record.code = 0;
-  const BOOL done =
-      ReadFile(requestPipe.Get(), &request.record, sizeof(request.record), nullptr, ioOverlap.Overlapped());
-  return ioOverlap.Result(requestPipe.Get(), done ? ERROR_SUCCESS : GetLastError(), kClientWaitMs);
+  const std::uint32_t error =
+      PipeCalls::Read(requestPipe.Get(), &request.record, sizeof(request.record), ioOverlap.Overlapped());
+  return ioOverlap.Result(requestPipe.Get(), error, kClientWaitMs);
 }
 
 bool PipeServerHandleThread::MayGoOnAfter(std::uint32_t readError) {
@@ -114,10 +115,9 @@ void PipeServerHandleThread::FillReply() {
 // False when the reply could not be written in time. A write that still waits is left to End: the client may
 // take the reply until the pipe is disconnected.
 bool PipeServerHandleThread::WriteReply() {
-  const BOOL done = WriteFile(replyPipe.Get(), &reply, sizeof(reply), nullptr, ioOverlap.Overlapped());
   const std::uint32_t error =
-      ioOverlap.Result(replyPipe.Get(), done ? ERROR_SUCCESS : GetLastError(), kClientWaitMs);
-  return error == ERROR_SUCCESS;
+      PipeCalls::Write(replyPipe.Get(), &reply, sizeof(reply), ioOverlap.Overlapped());
+  return ioOverlap.Result(replyPipe.Get(), error, kClientWaitMs) == kDone;
 }
 
 void PipeServerHandleThread::End() {
@@ -131,8 +131,8 @@ void PipeServerHandleThread::End() {
 }
 
 void PipeServerHandleThread::Disconnect() {
-  DisconnectNamedPipe(requestPipe.Get());
-  DisconnectNamedPipe(replyPipe.Get());
+  PipeCalls::Disconnect(requestPipe.Get());
+  PipeCalls::Disconnect(replyPipe.Get());
   // A read or write that a stop or the time-out left behind has to be over before its buffer goes.
   ioOverlap.Settle();
   if (connections != nullptr) connections->Leave(this);

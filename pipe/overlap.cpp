@@ -3,7 +3,7 @@
 #include <array>
 
 #include "util/exceptions.h"
-#include "util/win32.h"
+#include "util/timeout.h"
 
 using TamLogUtil::AutoHandle;
 using TamLogUtil::NativeHandle;
@@ -12,14 +12,12 @@ using TamLogUtil::Exceptions::ExceptionWindows;
 
 namespace {
 
-static_assert(Overlap::kNotCompleted == WAIT_TIMEOUT);
-
 // An operation whose thread was ended by force may never report its end; nobody waits longer than this for
 // it.
 constexpr std::uint32_t kAbandonedAfterMs = 1000;
 
 void CreateUnsignalledEvent(AutoHandle& event, const char* failure) {
-  event = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+  event = PipeCalls::NewEvent();
   // Nothing ran since the failing call: taking a null handle calls nothing, and a handle that could not be
   // taken over leaves the last error of that.
   if (event.IsInvalid()) throw ExceptionWindows(failure);
@@ -27,10 +25,10 @@ void CreateUnsignalledEvent(AutoHandle& event, const char* failure) {
 
 }  // namespace
 
-Overlap::Overlap() : overlapped(std::make_unique<OVERLAPPED>()) {
+Overlap::Overlap() {
   CreateUnsignalledEvent(completionEvent, "Failed to create the completion event in Overlap construction");
   CreateUnsignalledEvent(cancelEvent, "Failed to create the cancellation event in Overlap construction");
-  overlapped->hEvent = completionEvent.Get();
+  overlapped = PipeCalls::NewOverlapped(completionEvent.Get());
 }
 
 Overlap::~Overlap() {
@@ -42,11 +40,11 @@ std::uint32_t Overlap::Wait(std::uint32_t milliseconds) {
   const std::int32_t signalled =
       TamLogUtil::CheckedWaitForMultipleObjects(events.size(), events.data(), false, milliseconds);
   if (signalled != 0) return kNotCompleted;
-  return static_cast<std::uint32_t>(overlapped->Internal);
+  return PipeCalls::StatusOf(*overlapped);
 }
 
 std::uint32_t Overlap::Result(NativeHandle handle, std::uint32_t error, std::uint32_t milliseconds) {
-  if (error != ERROR_IO_PENDING) return error;
+  if (error != PipeCalls::kPending) return error;
   pendingOn = handle;
   std::uint32_t result = kNotCompleted;
   try {
@@ -61,15 +59,13 @@ std::uint32_t Overlap::Result(NativeHandle handle, std::uint32_t error, std::uin
 }
 
 void Overlap::Settle() {
-  CancelAndAwaitEnd(INFINITE);
+  CancelAndAwaitEnd(TamLogUtil::Timeout::kForever);
 }
 
 void Overlap::CancelAndAwaitEnd(std::uint32_t milliseconds) {
   if (pendingOn == nullptr) return;
-  // Not CancelIo: that one reaches only what the calling thread started. When there is nothing left to cancel
-  // the call fails, and the event is set.
-  CancelIoEx(pendingOn, overlapped.get());
-  WaitForSingleObject(completionEvent.Get(), milliseconds);
+  PipeCalls::Cancel(pendingOn, overlapped.get());
+  PipeCalls::AwaitEvent(completionEvent.Get(), milliseconds);
   pendingOn = nullptr;
 }
 

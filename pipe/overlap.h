@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "pipe/pipe_calls.h"
 #include "util/native_handle.h"
 #include "util/sync.h"
 
@@ -20,7 +21,7 @@ struct _OVERLAPPED;
 class Overlap {
  public:
   // What Wait returns when the time ran out or Cancel was called; the system's own wait-time-out code.
-  static constexpr std::uint32_t kNotCompleted = 258;
+  static constexpr std::uint32_t kNotCompleted = PipeCalls::kWaitTimeout;
 
   // ExceptionWindows "Failed to create the completion event in Overlap construction", "Failed to create the
   // cancellation event in Overlap construction".
@@ -59,7 +60,7 @@ class Overlap {
 
   TamLogUtil::AutoHandle cancelEvent;
   TamLogUtil::AutoHandle completionEvent;
-  std::unique_ptr<_OVERLAPPED> overlapped;
+  PipeCalls::OwnedOverlapped overlapped;
   TamLogUtil::NativeHandle pendingOn =
       nullptr;  // the handle of the operation under way; null when there is none
 };

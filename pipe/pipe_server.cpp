@@ -5,10 +5,11 @@
 #include <utility>
 
 #include "pipe/connection.h"
+#include "pipe/pipe_calls.h"
 #include "pipe/pipe_protocol.h"
 #include "pipe/security_attributes.h"
+#include "util/clock.h"
 #include "util/exceptions.h"
-#include "util/win32.h"
 
 using TamLogUtil::AutoHandle;
 using TamLogUtil::Mutex;
@@ -18,7 +19,6 @@ using TamLogUtil::Exceptions::ExceptionBase;
 
 namespace {
 
-constexpr std::uint32_t kPipeBufferBytes = 4096;
 constexpr std::uint32_t kJoinStepMs = 250;
 constexpr std::uint32_t kDestructionWaitMs = 2000;
 
@@ -72,7 +72,7 @@ void PipeServer::Stop() {
 bool PipeServer::Join(Timeout& timeout) {
   bool open = HasConnections(timeout);
   while (open && !timeout.Expired()) {
-    Sleep(std::min(kJoinStepMs, timeout.Remaining()));
+    TamLogUtil::SleepFor(std::min(kJoinStepMs, timeout.Remaining()));
     open = HasConnections(timeout);
   }
   const bool listenerEnded = Thread::Join(timeout);
@@ -87,24 +87,17 @@ bool PipeServer::HasConnections(Timeout& timeout) {
 std::uint32_t PipeServer::Run() {
   while (!IsStopRequested()) {
     EveryoneSecurity security(kPipeAccess);
-    const AutoHandle requestPipe(
-        CreateInstance(requestPipeName, PIPE_ACCESS_INBOUND, security.GetSecurityAttributes()),
-        AutoHandle::From::Take);
-    const AutoHandle replyPipe(
-        CreateInstance(replyPipeName, PIPE_ACCESS_OUTBOUND, security.GetSecurityAttributes()),
-        AutoHandle::From::Take);
+    const AutoHandle requestPipe(PipeCalls::NewInstance(requestPipeName, PipeCalls::Direction::Inbound,
+                                                        security.GetSecurityAttributes()),
+                                 AutoHandle::From::Take);
+    const AutoHandle replyPipe(PipeCalls::NewInstance(replyPipeName, PipeCalls::Direction::Outbound,
+                                                      security.GetSecurityAttributes()),
+                               AutoHandle::From::Take);
     // Deliberately without a word, see the header.
     if (requestPipe.IsInvalid() || replyPipe.IsInvalid()) return 1;
     AcceptClient(requestPipe.Get(), replyPipe.Get());
   }
   return 0;
-}
-
-NativeHandle PipeServer::CreateInstance(const std::string& pipeName, std::uint32_t direction,
-                                        TamLogUtil::SecurityAttributes* security) {
-  return CreateNamedPipeA(pipeName.c_str(), direction | FILE_FLAG_OVERLAPPED,
-                          PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_WAIT, PIPE_UNLIMITED_INSTANCES,
-                          kPipeBufferBytes, kPipeBufferBytes, 0, security);
 }
 
 // Waits until one client has connected both instances and starts its connection. Returns without one after
@@ -115,16 +108,15 @@ void PipeServer::AcceptClient(NativeHandle requestPipe, NativeHandle replyPipe) 
   const std::uint32_t replyError = AwaitClient(replyPipe);
   if (IsStopRequested()) return;
   const auto connected = [](std::uint32_t error) {
-    return error == ERROR_SUCCESS || error == ERROR_PIPE_CONNECTED;
+    return error == 0 || error == PipeCalls::kAlreadyConnected;
   };
   if (!connected(requestError) || !connected(replyError)) return;
   StartConnection(requestPipe, replyPipe);
 }
 
 std::uint32_t PipeServer::AwaitClient(NativeHandle pipe) {
-  const BOOL done = ConnectNamedPipe(pipe, listenOverlap.Overlapped());
   const std::uint32_t error =
-      listenOverlap.Result(pipe, done ? ERROR_SUCCESS : GetLastError(), Timeout::kForever);
+      listenOverlap.Result(pipe, PipeCalls::Connect(pipe, listenOverlap.Overlapped()), Timeout::kForever);
   // Stopped: the next call uses the same OVERLAPPED.
   listenOverlap.Settle();
   return error;

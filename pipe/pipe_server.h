@@ -59,8 +59,6 @@ class PipeServer : public TamLogUtil::Threading::Thread {
   void ReleaseConnection(PipeServerHandleThread* connection);
 
  private:
-  TamLogUtil::NativeHandle CreateInstance(const std::string& pipeName, std::uint32_t direction,
-                                          TamLogUtil::SecurityAttributes* security);
   void AcceptClient(TamLogUtil::NativeHandle requestPipe, TamLogUtil::NativeHandle replyPipe);
   std::uint32_t AwaitClient(TamLogUtil::NativeHandle pipe);
   void StartConnection(TamLogUtil::NativeHandle requestPipe, TamLogUtil::NativeHandle replyPipe);

@@ -13,6 +13,9 @@
 
 #include "util/win32.h"
 
+// Needs windows.h before it.
+#include <tlhelp32.h>
+
 namespace {
 
 constexpr auto kPollInterval = std::chrono::milliseconds(10);
@@ -207,6 +210,19 @@ std::size_t ProcessById::HandleCount() const {
     SystemHandle handle{};
     std::memcpy(&handle, table.data() + sizeof(void*) + row * sizeof(SystemHandle), sizeof(handle));
     count += handle.ownerId == id ? 1 : 0;
+  }
+  return count;
+}
+
+std::size_t ProcessById::ThreadCount() const {
+  const OwnedHandle snapshot = Own(CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
+  if (!snapshot) ThrowLastError("the list of threads");
+  THREADENTRY32 entry{};
+  entry.dwSize = sizeof(entry);
+  std::size_t count = 0;
+  for (BOOL more = Thread32First(snapshot.get(), &entry); more != 0;
+       more = Thread32Next(snapshot.get(), &entry)) {
+    count += entry.th32OwnerProcessID == id ? 1 : 0;
   }
   return count;
 }

@@ -69,6 +69,7 @@ class ProcessById {
   void Kill();
   // Kernel handles that the process has open.
   std::size_t HandleCount() const;
+  std::size_t ThreadCount() const;
 
  private:
   std::uint32_t id;

@@ -1,14 +1,6 @@
-// A pipe server without pipes: requests come when the caller calls HandleMessage.
+// The listener's thread is not wanted where requests come when the caller calls HandleMessage.
 
-#include "pipe/connection.h"
-#include "pipe/overlap.h"
 #include "pipe/pipe_server.h"
-
-struct _OVERLAPPED {};
-
-Overlap::Overlap() : overlapped(std::make_unique<_OVERLAPPED>()) {}
-Overlap::~Overlap() = default;
-void Overlap::Cancel() {}
 
 PipeServer::PipeServer(const std::string& name)
     : Thread("Pipe Server"), requestPipeName(name), connections(std::make_shared<ConnectionList>()) {}
@@ -25,9 +17,3 @@ std::uint32_t PipeServer::Run() {
   return 0;
 }
 void PipeServer::ReleaseConnection(PipeServerHandleThread* /*connection*/) {}
-
-PipeServerHandleThread::~PipeServerHandleThread() = default;
-void PipeServerHandleThread::Stop() {}
-std::uint32_t PipeServerHandleThread::Run() {
-  return 0;
-}

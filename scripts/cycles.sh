@@ -1,0 +1,46 @@
+#!/usr/bin/env bash
+# Starts and stops the real service, and connects to it, again and again.
+set -euo pipefail
+
+usage() {
+  cat <<'TEXT'
+usage: scripts/cycles.sh [--cycles N] [--connects N]
+
+Under Wine, in a prefix of its own (build/wine/cycles, made anew): starts and stops the real service N times (default:
+1000), each time with a message that every later start has to find; then lets four clients at once connect to a running
+one, N connections in all (default: 10000), after which its handles and threads have to be as many as before.
+
+A cycle takes about a second and a half. The last line is the account.
+
+Exit code: 0 when everything was as it should be; 1 otherwise, with what was not; 2 for a wrong option or a build that
+fails.
+TEXT
+}
+
+cycles=1000 connects=10000
+arguments=("$@")
+while (($# > 0)); do
+  case $1 in
+    -h | --help) usage; exit 0 ;;
+    --cycles | --connects)
+      [[ ${2:-} =~ ^[1-9][0-9]{0,5}$ ]] ||
+        { echo "cycles.sh: $1 takes a number from 1 to 999999, not '${2:-}'" >&2; exit 2; }
+      if [[ $1 == --cycles ]]; then cycles=$2; else connects=$2; fi
+      shift
+      ;;
+    *) echo "cycles.sh: there is no option '$1'; see scripts/cycles.sh --help" >&2; exit 2 ;;
+  esac
+  shift
+done
+# shellcheck source=scripts/fixed-layout.sh
+. "$(dirname "$0")/fixed-layout.sh" "${arguments[@]}"
+root=$(cd "$(dirname "$0")/.." && pwd -P)
+# shellcheck source=scripts/endurance.sh
+. "$root/scripts/endurance.sh"
+
+echo "== $cycles starts and stops, $connects connections"
+status=0
+TAMLOG_CYCLES=$cycles TAMLOG_CONNECTS=$connects run_endurance cycles $((600 + cycles * 10 + connects)) 'Cycles.*' ||
+  status=1
+echo "$(sed -n 's/^cycles: //p' "$endurance_log"); $(sed -n 's/^connects: //p' "$endurance_log")"
+exit "$status"
