@@ -22,12 +22,14 @@ namespace {
 constexpr std::uint32_t kJoinStepMs = 250;
 constexpr std::uint32_t kDestructionWaitMs = 2000;
 
+// Whether it worked. A failure is left to the caller's next step.
 template <class Action>
-void TryTo(const Action& action) {
+bool TryTo(const Action& action) {
   try {
     action();
+    return true;
   } catch (const ExceptionBase&) {
-    // Left to the caller's next step.
+    return false;
   }
 }
 
@@ -41,7 +43,9 @@ PipeServer::PipeServer(const std::string& name)
 
 PipeServer::~PipeServer() {
   // Nobody is left to be told of a failure; what a step did not bring to an end, a later one does.
-  TryTo([this] { PipeServer::Stop(); });
+  // A listener that has not been woken has to be ended by force, and leaves its pipes open.
+  const auto stop = [this] { PipeServer::Stop(); };
+  if (!TryTo(stop)) TryTo(stop);
   TryTo([this] { connections->StopAll(); });
   TryTo([this] {
     Timeout timeout(kDestructionWaitMs);

@@ -24,6 +24,7 @@ void ServerService::Load() {
                           kMessageTypes);
   driverPollTimer.SetPeriod(configuration.devicePollRate);
   LoadFilters(mainKey);
+  loaded = true;
 }
 
 void ServerService::LoadFilters(const RegistryKey& mainKey) {
@@ -40,6 +41,8 @@ void ServerService::LoadFilters(const RegistryKey& mainKey) {
 void ServerService::Save() {
   RegistryKey mainKey(kConfigurationKey);
   const Mutex::Access access(configLock, Timeout::Infinite);
+  // A stop behind a start that did not come this far keeps what the registry holds.
+  if (!loaded) return;
   mainKey.WriteText("LogFile", configuration.logFile);
   // What was asked for over the pipe, not what is in effect: it is in effect from the next start.
   mainKey.WriteNumber("MaxMessage", configuration.requestedMaxMessage);

@@ -111,7 +111,7 @@ void ServerService::StopSequence() {
   messageFile.WaitUntilFree(deadline);
 
   const Mutex::Access access(configLock, Timeout::Infinite);
-  if (currentPath != configuration.logFile) {
+  if (loaded && currentPath != configuration.logFile) {
     // A failed move is silent: the next start opens or creates the file at the new path.
     TamLogUtil::MoveFileIfPossible(currentPath, configuration.logFile);
   }

@@ -119,6 +119,7 @@ class ServerService : public TamLogUtil::Services::Service, public ServiceInterf
   TamLogUtil::Timer writeToDiskTimer;
   TamLogUtil::Timer flushWritesTimer;
   ServerConfiguration configuration GUARDED_BY(configLock);
+  bool loaded GUARDED_BY(configLock) = false;  // the registry's settings have been in `configuration` once
   MessageFileServer messageFile;
   TamLogUtil::Mutex messageLock;
   TamLogUtil::Mutex configLock ACQUIRED_AFTER(messageLock);

@@ -174,7 +174,8 @@ MessageFile::ReadAccess::ReadAccess(MessageFile* messageFile, Timeout& timeout)
 MessageFile::ReadAccess::~ReadAccess() noexcept(false) {
   try {
     file->GiveBackReadAccess(ticket);
-  } catch (const ExceptionBase&) {
+  } catch (...) {
+    // Whatever it is, a fault of the view too: a second one on its way would end the process.
     if (std::uncaught_exceptions() > exceptionsBefore) return;
     throw;
   }

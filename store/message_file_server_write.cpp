@@ -74,7 +74,8 @@ MessageFileServer::WriteAccess::WriteAccess(MessageFileServer* fileServer, Timeo
 MessageFileServer::WriteAccess::~WriteAccess() noexcept(false) {
   try {
     server->ReleaseWriteAccess(ticket);
-  } catch (const ExceptionBase&) {
+  } catch (...) {
+    // Whatever it is, a fault of the view too: a second one on its way would end the process.
     if (std::uncaught_exceptions() > exceptionsBefore) return;
     throw;
   }
@@ -106,7 +107,7 @@ void MessageFileServer::ReleaseWriteAccess(const Ticket& ticket) {
   const bool raise = changed.exchange(false);
   try {
     UseView(ticket, kCannotRelease, [&](MappedView& view) { view.PublishChanges(raise ? 1 : 0); });
-  } catch (const ExceptionBase&) {
+  } catch (...) {
     // The change is published by the next write access; readers are not left outside for good.
     if (raise) changed = true;
     LetReadersIn(ticket, kCannotRelease);

@@ -23,6 +23,11 @@ std::atomic<int> failingAttempts = 0;
 std::atomic<std::uint32_t> failingCode = 0;
 std::atomic<int> mappedCalls = 0;
 
+std::atomic<bool> realFaults = false;
+std::atomic<PageFault> pageFault = PageFault::InPageError;
+std::atomic<int> faultsSeen = 0;
+void* faultHandler = nullptr;
+
 char functionName[64];
 
 bool Fails(const char* function) {
@@ -137,6 +142,22 @@ DWORD WINAPI FakeWaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL
   return Real<decltype(&WaitForMultipleObjects)>("WaitForMultipleObjects")(count, handles, all, milliseconds);
 }
 
+constexpr DWORD kAccessViolation = 0xC0000005U;
+
+SIZE_T ViewSize() {
+  MEMORY_BASIC_INFORMATION region = {};
+  VirtualQuery(lastView, &region, sizeof region);
+  return region.RegionSize;
+}
+
+LONG CALLBACK CountFault(EXCEPTION_POINTERS* pointers) {
+  EXCEPTION_RECORD* const record = pointers->ExceptionRecord;
+  if (record->ExceptionCode != kAccessViolation) return EXCEPTION_CONTINUE_SEARCH;
+  ++faultsSeen;
+  if (pageFault == PageFault::InPageError) record->ExceptionCode = 0xC0000006U;
+  return EXCEPTION_CONTINUE_SEARCH;
+}
+
 }  // namespace
 
 void FailCall(const std::string& function, int n, std::uint32_t error) {
@@ -154,7 +175,20 @@ void FailMappedAccess(int n, int attempts, std::uint32_t code) {
   failingCode = code;
   mappedCalls = 0;
   met = false;
+  realFaults = false;
   mappedThread = GetCurrentThreadId();
+}
+
+void FaultMappedAccess(int n, int attempts, PageFault fault) {
+  FailMappedAccess(n, attempts);
+  pageFault = fault;
+  faultsSeen = 0;
+  realFaults = true;
+  faultHandler = AddVectoredExceptionHandler(1, CountFault);
+}
+
+int FaultsSeen() {
+  return faultsSeen;
 }
 
 bool FaultMet() {
@@ -166,6 +200,8 @@ int MappedAttempts() {
 }
 
 void WorkAgain() {
+  if (faultHandler != nullptr) RemoveVectoredExceptionHandler(faultHandler);
+  faultHandler = nullptr;
   failingFunction = nullptr;
   mappedThread = 0;
 }
@@ -187,7 +223,14 @@ std::uint32_t __wrap_RunUnderFaultGuard(void (*function)(void*), void* argument)
     const int call = ++mappedCalls;
     if (call >= firstFailing && call < firstFailing + failingAttempts) {
       met = true;
-      return failingCode;
+      if (!realFaults) return failingCode;
+      void* const view = lastView;
+      const SIZE_T size = ViewSize();
+      DWORD old = 0;
+      VirtualProtect(view, size, pageFault == PageFault::NoWriting ? PAGE_READONLY : PAGE_NOACCESS, &old);
+      const std::uint32_t code = __real_RunUnderFaultGuard(function, argument);
+      VirtualProtect(view, size, PAGE_READWRITE, &old);
+      return code;
     }
   }
   return __real_RunUnderFaultGuard(function, argument);

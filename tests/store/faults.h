@@ -24,6 +24,14 @@ void FailCall(const std::string& function, int n, std::uint32_t error);
 // succeeds.
 void FailMappedAccess(int n, int attempts = 10, std::uint32_t code = 0xC0000006U);
 
+// What the processor meets in the nth guarded block from now on, `attempts` times in a row: the whole view is
+// made inaccessible, or not writable, for the length of the block, and the fault is a real one. InPageError:
+// it is reported as the system reports a page that it cannot bring in.
+enum class PageFault : std::uint8_t { InPageError, NoAccess, NoWriting };
+void FaultMappedAccess(int n, int attempts, PageFault fault);
+// Real faults since then.
+int FaultsSeen();
+
 bool FaultMet();
 // Guarded blocks run by the asking thread since FailMappedAccess, attempts counted one by one.
 int MappedAttempts();
