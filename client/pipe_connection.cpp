@@ -63,6 +63,7 @@ Status PipeConnection::Open(const CallDeadline& deadline) {
   do {
     if (const Status status = OpenRequestPipe(deadline); status != Status::Ok) return status;
     if (OpenReplyPipe()) {
+      proven = false;
       lastUse = GetTickCount64();
       return Status::Ok;
     }
@@ -104,21 +105,37 @@ bool PipeConnection::OpenReplyPipe() {
   return false;
 }
 
-Status PipeConnection::Exchange(const PipeRequest& request, PipeReply& reply, const CallDeadline& deadline,
-                                bool& sent) {
+Status PipeConnection::Write(const PipeRequest& request, const CallDeadline& deadline) {
   OVERLAPPED operation{};
   operation.hEvent = ioEvent.Get();
   DWORD bytes = 0;
-  BOOL started = WriteFile(requestPipe.Get(), &request, sizeof(request), nullptr, &operation);
-  Status status = Finish(requestPipe.Get(), operation, started, deadline.Remaining(), bytes);
-  sent = status == Status::Ok;
-  if (sent) {
-    operation = {};
-    operation.hEvent = ioEvent.Get();
-    started = ReadFile(replyPipe.Get(), &reply, sizeof(reply), nullptr, &operation);
-    status = Finish(replyPipe.Get(), operation, started, deadline.Remaining(), bytes);
-    if (status == Status::Ok && bytes != sizeof(reply)) status = Status::Disconnected;
+  const BOOL started = WriteFile(requestPipe.Get(), &request, sizeof(request), nullptr, &operation);
+  return Finish(requestPipe.Get(), operation, started, deadline.Remaining(), bytes);
+}
+
+Status PipeConnection::Read(PipeReply& reply, const CallDeadline& deadline) {
+  OVERLAPPED operation{};
+  operation.hEvent = ioEvent.Get();
+  DWORD bytes = 0;
+  const BOOL started = ReadFile(replyPipe.Get(), &reply, sizeof(reply), nullptr, &operation);
+  const Status status = Finish(replyPipe.Get(), operation, started, deadline.Remaining(), bytes);
+  return status == Status::Ok && bytes != sizeof(reply) ? Status::Disconnected : status;
+}
+
+// Without the second attempt a reply pipe that was once opened alone and left would keep every client out for
+// good: each would open the request pipe beside it, have that dropped by the server, and take the reply pipe
+// of the next pair in the same way.
+Status PipeConnection::Exchange(const PipeRequest& request, PipeReply& reply, const CallDeadline& deadline,
+                                bool& sent) {
+  Status status = Write(request, deadline);
+  if (status == Status::Disconnected && !proven) {
+    requestPipe.Close();
+    status = OpenRequestPipe(deadline);
+    if (status == Status::Ok) status = Write(request, deadline);
   }
+  sent = status == Status::Ok;
+  if (sent) status = Read(reply, deadline);
+  proven = status == Status::Ok;
   lastUse = GetTickCount64();
   if (status != Status::Ok) Close();
   return status;

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <random>
 
+#include "client/log_client.h"
 #include "tests/system/system_test.h"
 
 using namespace std::chrono_literals;
@@ -95,6 +96,22 @@ TEST_F(KilledPipeClients, BeforeItReadsAReplyOnesMessagesAreStoredOnceEach) {
   ASSERT_LE(texts.size(), 3U);
   for (std::size_t i = 0; i < texts.size(); ++i) EXPECT_EQ(texts[i], "unread " + std::to_string(i));
   ExpectHandles(handles);
+}
+
+// A client that was caught by a restart between its two opens takes a reply pipe of the new server, whose
+// request pipe somebody else opens; then it gives up, and the pair is of no use to anybody. The server makes
+// a new pair, whose reply pipe the next client takes for its own in the same way.
+TEST_F(KilledPipeClients, WithAReplyPipeOpenedAloneOneLeavesAServerThatOurClientsStillReach) {
+  RunService();
+  for (int i = 0; i < 5; ++i) {
+    {
+      PipeConnection stray;
+      ASSERT_TRUE(Eventually(5s, [&stray] { return stray.OpenReplyPipe() == 0; }));
+    }
+    TamLogClient::LogClient client;
+    EXPECT_EQ(client.Ping(), TamLogClient::Status::Ok) << i;
+    EXPECT_EQ(client.Ping(), TamLogClient::Status::Ok) << i;
+  }
 }
 
 TEST_F(KilledPipeClients, AtRandomMomentsNoneTakesTheServerAlong) {
