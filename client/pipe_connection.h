@@ -37,16 +37,16 @@ class PipeConnection {
   void Close();
 
   // `sent` tells whether the request left the client. Any failure closes the connection: a late reply could
-  // be taken for the answer to another request. Only a new connection whose request pipe turns out to be dead
-  // gets another one first: the server had dropped the pair between the two opens, and the reply pipe is of
-  // the next pair, which is of use to nobody unless its other half is opened as well.
+  // be taken for the answer to another request.
   Status Exchange(const PipeRequest& request, PipeReply& reply, const CallDeadline& deadline, bool& sent);
 
  private:
   Status OpenRequestPipe(const CallDeadline& deadline);
+  bool OpenReplyPipe(bool& atOnce);
+  bool Prove(const CallDeadline& deadline);
+  Status WriteFirst(const PipeRequest& request, const CallDeadline& deadline);
   Status Write(const PipeRequest& request, const CallDeadline& deadline);
   Status Read(PipeReply& reply, const CallDeadline& deadline);
-  bool OpenReplyPipe();
 
   std::string requestName;
   std::string replyName;
@@ -54,7 +54,7 @@ class PipeConnection {
   Handle requestPipe;
   Handle replyPipe;
   Handle ioEvent;
-  bool proven = false;  // a reply has come
+  bool proven = false;  // the two pipes are of one pair
   std::uint64_t lastUse = 0;
 };
 

@@ -114,6 +114,20 @@ TEST_F(KilledPipeClients, WithAReplyPipeOpenedAloneOneLeavesAServerThatOurClient
   }
 }
 
+TEST_F(KilledPipeClients, WithTheReplyPipeOfAnotherInItsHandOneDoesNotKeepOurClientsFromTheirAnswers) {
+  RunService();
+  PipeConnection stray;
+  ASSERT_TRUE(Eventually(5s, [&stray] { return stray.OpenReplyPipe() == 0; }));
+  TamLogClient::LogClient first;
+  TamLogClient::LogClient second;
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(first.Ping(), TamLogClient::Status::Ok) << i;
+    std::string name;
+    EXPECT_EQ(second.GetFileMapName(name), TamLogClient::Status::Ok) << i;
+    EXPECT_EQ(name, kFileMapName);
+  }
+}
+
 TEST_F(KilledPipeClients, AtRandomMomentsNoneTakesTheServerAlong) {
   RunService({.maxMessage = 20000});
   const std::size_t handles = HandlesOfAWarmServer();
