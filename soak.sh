@@ -20,7 +20,8 @@ be stored, or there has to be a reason why not:
   not stored while filters changed, unanswered and not stored
                            nobody can say whether these had to be stored
 
-Handles, threads and memory of the server are looked at in each round and may not grow. The last line is the account.
+Handles, threads and memory of the server are looked at in each round, and may not grow: the most of the first half of the
+rounds is compared with the most of the second half. The last line is the account.
 
   --minutes N   for how long (default 10)
   --clients N   how many clients (default 250, at most 1000)
@@ -68,7 +69,8 @@ export TAMLOG_SOAK_SECONDS=$((minutes * 60)) TAMLOG_SOAK_CLIENTS=$clients
 # The watchdog's limit is that of a short test.
 export TAMLOG_TEST_LIMIT=0
 status=0
-timeout $((minutes * 60 + 600)) "$wine64" build/bin/soak_run.exe >"$work/run.log" 2>&1 8>&- </dev/null || status=$?
+timeout $((minutes * 60 + 600)) "$wine64" build/bin/soak_run.exe >"$work/run.log" 2>&1 8>&- </dev/null &
+wait $! || status=$? # so that a signal is heeded at once
 sed -i 's/\r$//' "$work/run.log"
 account=$(grep '^soak: ' "$work/run.log" || true)
 if ((status != 0)) || [[ -z $account ]]; then

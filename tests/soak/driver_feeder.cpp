@@ -14,7 +14,7 @@ constexpr Moment kStopLimit = 60'000'000;
 
 }  // namespace
 
-DriverFeeder::DriverFeeder(std::uint32_t burstSize, std::uint32_t pauseMs)
+DriverFeeder::DriverFeeder(const std::atomic<std::uint32_t>& burstSize, std::uint32_t pauseMs)
     : pause(pauseMs), burst(burstSize), thread([this] { Run(); }) {}
 
 DriverFeeder::~DriverFeeder() {

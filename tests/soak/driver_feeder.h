@@ -17,14 +17,12 @@ namespace Soak {
 class DriverFeeder {
  public:
   // The driver has to be loaded and unused so far. A burst is handed over when the one before it was taken
-  // and at least `pauseMs` have passed.
-  DriverFeeder(std::uint32_t burstSize, std::uint32_t pauseMs);
+  // and at least `pauseMs` have passed; it has as many messages as `burstSize` says then, which has to
+  // outlive this.
+  DriverFeeder(const std::atomic<std::uint32_t>& burstSize, std::uint32_t pauseMs);
   ~DriverFeeder();
   DriverFeeder(const DriverFeeder&) = delete;
   DriverFeeder& operator=(const DriverFeeder&) = delete;
-
-  // From now on bursts have this size; 0 is none.
-  void SetBurst(std::uint32_t size) { burst = size; }
 
   // No more bursts; waits until the server has taken everything. False when it does not within a minute, or
   // when the driver failed: then Failure says what.
@@ -41,7 +39,7 @@ class DriverFeeder {
 
   DriverDouble driver;
   const std::uint32_t pause;
-  std::atomic<std::uint32_t> burst;
+  const std::atomic<std::uint32_t>& burst;
   std::vector<Sent> sent;
   std::size_t begun = 0;  // so many of them are known to have left the driver
   std::size_t ended = 0;  // and so many to be in the server's hands

@@ -29,7 +29,7 @@ std::size_t MemoryOf(std::uint32_t processId) {
   if (!process || GetProcessMemoryInfo(process.get(), &counters, sizeof(counters)) == FALSE) {
     ThrowLastError("asking for the server's memory");
   }
-  return counters.WorkingSetSize / 1024;
+  return counters.WorkingSetSize / 1024 / 1024;
 }
 
 }  // namespace
@@ -37,5 +37,5 @@ std::size_t MemoryOf(std::uint32_t processId) {
 ServerFigures FiguresOf(std::uint32_t processId) {
   return {.handles = ProcessById(processId).HandleCount(),
           .threads = ThreadsOf(processId),
-          .memoryKiB = MemoryOf(processId)};
+          .memoryMiB = MemoryOf(processId)};
 }

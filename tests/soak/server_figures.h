@@ -8,7 +8,7 @@
 struct ServerFigures {
   std::size_t handles = 0;
   std::size_t threads = 0;
-  std::size_t memoryKiB = 0;  // resident
+  std::size_t memoryMiB = 0;  // resident
 };
 
 // Throws std::runtime_error when the system does not answer, or there is no such process.

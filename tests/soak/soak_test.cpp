@@ -4,17 +4,15 @@
 // server needs no more of the system than in the beginning. soak.sh runs this.
 
 #include <algorithm>
-#include <cstdlib>
 #include <iostream>
 #include <map>
-#include <sstream>
 
 #include "client/log_client.h"
 #include "tests/soak/driver_feeder.h"
-#include "tests/soak/journal.h"
 #include "tests/soak/judge.h"
 #include "tests/soak/server_figures.h"
 #include "tests/soak/witness.h"
+#include "tests/soak/worker.h"
 #include "tests/system/system_test.h"
 
 using namespace std::chrono_literals;
@@ -51,36 +49,6 @@ const std::vector<FilterState>& FilterStates() {
   };
   return states;
 }
-
-std::uint32_t Setting(const char* name, std::uint32_t otherwise) {
-  const char* const text = std::getenv(name);
-  return text != nullptr ? static_cast<std::uint32_t>(std::max(1, std::atoi(text))) : otherwise;
-}
-
-// A process of the load.
-class Worker {
- public:
-  Worker(const std::string& words, std::string journalFile)
-      : journal(std::move(journalFile)),
-        child("\"" + OwnDirectory() + "\\soak_worker.exe\" " + words + " \"" + journal + "\"") {}
-
-  void Expect(const std::string& line) { EXPECT_EQ(child.ReadLine(60s), line) << journal; }
-  void Tell() { child.WriteLine("end"); }
-  // Its last line.
-  std::string Finish() {
-    const std::string line = child.ReadLine(120s).value_or("nothing");
-    EXPECT_EQ(child.WaitForEnd(30s), 0U) << line;
-    return line;
-  }
-  template <class Record>
-  std::vector<Record> Journal() const {
-    return ReadJournal<Record>(journal);
-  }
-
- private:
-  std::string journal;
-  ChildProcess child;
-};
 
 // How long before a restart the messages that it cost had been taken. Once the stop has begun nothing is
 // written any more, but messages are still taken until the last connection has ended.
@@ -122,8 +90,6 @@ class SoakRun : public SystemTest {
           "submit " + std::to_string(first) + " " + std::to_string(count) + " " + std::to_string(kPauseMs),
           ScratchFile("sent" + std::to_string(first))));
     }
-    for (const auto& worker : followers) worker->Expect("following");
-    for (const auto& worker : submitters) worker->Expect("submitting");
   }
 
   // One request at a time is on its way from here, and the server runs: none may fail.
@@ -164,7 +130,8 @@ class SoakRun : public SystemTest {
     EXPECT_EQ(Starts(), starts + 1);
     ++restarts;
     // Taken only when the start is complete.
-    if (!Eventually(90s, [&] { return Mark(); })) throw std::runtime_error("not back after a restart");
+    if (!Eventually(90s, [&] { return Mark(); }))
+      throw std::runtime_error("not back after a restart:\n" + Diagnosis());
     interruptions.push_back({Interruption::Kind::Restart, requested + kRestartDelay, Now()});
   }
 
@@ -277,24 +244,29 @@ class SoakRun : public SystemTest {
     return account;
   }
 
-  // No more in the second half than in the first.
+  // The most that was seen in one half of the run, in the other, and whether that is still the same.
   void JudgeFigures() {
     ASSERT_GE(figures.size(), 2U) << "too short a run";
+    JudgeFigure("handles", &ServerFigures::handles, 0, kHandleMargin);
+    JudgeFigure("threads", &ServerFigures::threads, 0, kThreadMargin);
+    JudgeFigure("MiB", &ServerFigures::memoryMiB, kMemoryMarginPercent, 0);
+  }
+
+  void JudgeFigure(const std::string& name, std::size_t ServerFigures::*figure, std::size_t percent,
+                   std::size_t more) {
     const auto half = figures.begin() + static_cast<std::ptrdiff_t>(figures.size() / 2);
-    const auto most = [](auto from, auto to, std::size_t ServerFigures::*figure) {
-      std::size_t found = 0;
-      for (auto at = from; at != to; ++at) found = std::max(found, (*at).*figure);
-      return found;
+    const auto most = [figure](auto from, auto to) {
+      return (*std::max_element(from, to,
+                                [figure](const ServerFigures& a, const ServerFigures& b) {
+                                  return a.*figure < b.*figure;
+                                })).*
+             figure;
     };
-    const auto expectFlat = [&](const char* name, std::size_t ServerFigures::*figure, std::size_t percent,
-                                std::size_t more) {
-      const std::size_t before = most(figures.begin(), half, figure);
-      const std::size_t after = most(half, figures.end(), figure);
-      EXPECT_LE(after, before + before * percent / 100 + more) << name << " grow";
-    };
-    expectFlat("handles", &ServerFigures::handles, 0, kHandleMargin);
-    expectFlat("threads", &ServerFigures::threads, 0, kThreadMargin);
-    expectFlat("memory", &ServerFigures::memoryKiB, kMemoryMarginPercent, 0);
+    const std::size_t before = most(figures.begin(), half);
+    const std::size_t after = most(half, figures.end());
+    EXPECT_LE(after, before + before * percent / 100 + more) << name << " grow";
+    figuresText += (figuresText.empty() ? "" : ", ") + std::to_string(before) + ".." + std::to_string(after) +
+                   " " + name;
   }
 
   // Diagnostic texts come with the causes; how often each.
@@ -320,17 +292,6 @@ class SoakRun : public SystemTest {
 
   static void Note(const std::string& text) { std::cout << "note: " << text << "\n"; }
 
-  std::string FiguresText() const {
-    const ServerFigures& first = figures.front();
-    const ServerFigures& last = figures.back();
-    const auto fromTo = [](std::size_t from, std::size_t to) {
-      return std::to_string(from) + ".." + std::to_string(to);
-    };
-    return "handles " + fromTo(first.handles, last.handles) + ", threads " +
-           fromTo(first.threads, last.threads) + ", memory " +
-           fromTo(first.memoryKiB / 1024, last.memoryKiB / 1024) + " MiB";
-  }
-
   struct Followed {
     std::uint64_t count = 0;
     bool namedALoss = false;
@@ -347,6 +308,7 @@ class SoakRun : public SystemTest {
   std::vector<Interruption> interruptions;
   std::vector<ServerFigures> figures;
   std::vector<Followed> followed;
+  std::string figuresText;
 };
 
 TEST_F(SoakRun, EveryMessageIsAccountedForAndTheServerKeepsItsSize) {
@@ -354,7 +316,8 @@ TEST_F(SoakRun, EveryMessageIsAccountedForAndTheServerKeepsItsSize) {
   const Moment end = begun + Moment{Setting("TAMLOG_SOAK_SECONDS", 60)} * 1000000;
   RunService({.maxMessage = kCapacity, .devicePollRate = kPollMs, .saveRate = 1});
   Witness witness(kCapacity);
-  DriverFeeder feeder(kBurst, kPollMs);
+  const std::atomic<std::uint32_t> burst{kBurst};
+  DriverFeeder feeder(burst, kPollMs);
   StartLoad();
   for (std::uint32_t turn = 0; Now() < end; ++turn) Cycle(turn);
   EndClients();
@@ -375,5 +338,5 @@ TEST_F(SoakRun, EveryMessageIsAccountedForAndTheServerKeepsItsSize) {
   JudgeDiagnostics();
   std::cout << "soak: " << (ended - begun) / 1000000 << " s, " << Clients() << " clients, " << restarts
             << " restarts, " << clears << " of them by clears, " << changes.size()
-            << " changes of filters: " << account.Text() << "; " << FiguresText() << std::endl;
+            << " changes of filters: " << account.Text() << "; the server: " << figuresText << std::endl;
 }
