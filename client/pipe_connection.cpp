@@ -15,7 +15,7 @@ constexpr DWORD kRetryMs = 10;
 constexpr DWORD kReplyRetryMs = 2;
 constexpr std::uint64_t kReplyPipeMs = 1000;
 constexpr std::uint64_t kStaleMs = 5000;
-constexpr std::uint32_t kProofMs = 1000;
+constexpr std::uint32_t kProofMs = 2000;
 constexpr int kProofs = 3;
 // Whoever offers the pipe may learn who calls, but not act in the caller's name.
 constexpr DWORD kOpenFlags = FILE_FLAG_OVERLAPPED | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION;

@@ -108,7 +108,7 @@ TEST_F(KilledPipeClients, WithAReplyPipeOpenedAloneOneLeavesAServerThatOurClient
       PipeConnection stray;
       ASSERT_TRUE(Eventually(5s, [&stray] { return stray.OpenReplyPipe() == 0; }));
     }
-    TamLogClient::LogClient client;
+    TamLogClient::LogClient client({.timeoutMs = 20000});
     EXPECT_EQ(client.Ping(), TamLogClient::Status::Ok) << i;
     EXPECT_EQ(client.Ping(), TamLogClient::Status::Ok) << i;
   }
@@ -118,8 +118,8 @@ TEST_F(KilledPipeClients, WithTheReplyPipeOfAnotherInItsHandOneDoesNotKeepOurCli
   RunService();
   PipeConnection stray;
   ASSERT_TRUE(Eventually(5s, [&stray] { return stray.OpenReplyPipe() == 0; }));
-  TamLogClient::LogClient first;
-  TamLogClient::LogClient second;
+  TamLogClient::LogClient first({.timeoutMs = 20000});
+  TamLogClient::LogClient second({.timeoutMs = 20000});
   for (int i = 0; i < 3; ++i) {
     EXPECT_EQ(first.Ping(), TamLogClient::Status::Ok) << i;
     std::string name;
