@@ -20,6 +20,7 @@ the others from running, as far as they can. Logs are kept in build/test.
   prefixes        make fresh Wine prefixes for the tests
   test-unit       run the Windows tests of the rooms under Wine
   test-system     run the Windows tests with the real service manager, each in a prefix of its own
+  soak            a minute of ./soak.sh: everything at once on the real service
   test-asan       run the native tests under AddressSanitizer and UBSan
   test-tsan       run the native tests under ThreadSanitizer
   fuzz            build the fuzz targets and run each for a minute, or N seconds
@@ -29,7 +30,7 @@ TEXT
 }
 
 readonly all_steps=(packages configure rooms format build-windows build-asan build-tsan
-  tidy fuzz prefixes test-unit test-system test-asan test-tsan)
+  tidy fuzz prefixes test-unit test-system soak test-asan test-tsan)
 cores=$(nproc)
 # Prefixes that a test gets for itself: pipes, registry, services and driver have fixed names. These tests mostly wait,
 # so there may be more of them than cores. CMakeLists.txt names them to ctest.
@@ -79,7 +80,7 @@ on_exit() {
   trap '' INT TERM HUP PIPE
   trap - EXIT
   for name in "${!beside_process[@]}"; do kill -TERM -- "-${beside_process[$name]}" 2>/dev/null || true; done
-  for name in unit "${exclusive_prefixes[@]}"; do
+  for name in unit soak "${exclusive_prefixes[@]}"; do
     if [[ -d build/wine/$name ]]; then scripts/wine-stop.sh "$name" || status=1; fi
   done
   exit "$status"
@@ -249,6 +250,8 @@ test_step build-windows test-unit 'tests of the rooms under Wine' run_under_wine
 # How long the running service is fuzzed over its pipes.
 export TAMLOG_FUZZ_SECONDS=$fuzz_seconds
 test_step build-windows test-system 'tests with the real service manager under Wine' run_under_wine -L system -j "${#exclusive_prefixes[@]}"
+step_after build-windows soak 'a minute of everything at once on the real service' ./soak.sh --minutes 1
+if is_wanted soak && ! has_failed soak; then tail -n 1 "$logs/soak.log" | sed 's/^/   /'; fi
 finish_beside build-asan
 test_step build-asan test-asan 'native tests, AddressSanitizer and UBSan' run_natively asan
 finish_beside build-tsan

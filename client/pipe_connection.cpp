@@ -1,6 +1,8 @@
 #include "client/pipe_connection.h"
 
 #include <algorithm>
+#include <cstring>
+#include <random>
 #include <utility>
 
 #include "client/win32.h"
@@ -13,6 +15,8 @@ constexpr DWORD kRetryMs = 10;
 constexpr DWORD kReplyRetryMs = 2;
 constexpr std::uint64_t kReplyPipeMs = 1000;
 constexpr std::uint64_t kStaleMs = 5000;
+constexpr std::uint32_t kProofMs = 2000;
+constexpr int kProofs = 3;
 // Whoever offers the pipe may learn who calls, but not act in the caller's name.
 constexpr DWORD kOpenFlags = FILE_FLAG_OVERLAPPED | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION;
 
@@ -33,6 +37,25 @@ Status Finish(HANDLE pipe, OVERLAPPED& operation, BOOL started, std::uint32_t ti
   // It may have completed just before it was cancelled: then it counts.
   if (GetOverlappedResult(pipe, &operation, &bytes, TRUE) != FALSE) return Status::Ok;
   return inTime ? StatusOfIo(GetLastError()) : Status::TimedOut;
+}
+
+// A question that the server answers at once whatever it is doing, and the code of the answer.
+struct Probe {
+  std::uint32_t question;
+  ReplyCode answer;
+};
+
+// One of several by chance: two clients that hold the halves of each other's connections would both be
+// satisfied with the other's answer to the same question.
+Probe AnyProbe() {
+  static constexpr Probe kAll[] = {
+      {static_cast<std::uint32_t>(RequestCode::Ping), ReplyCode::Alive},
+      {static_cast<std::uint32_t>(RequestCode::GetFileMapName), ReplyCode::FileMapName},
+      {static_cast<std::uint32_t>(RequestCode::GetDefaultLogFile), ReplyCode::Path},
+      {0, ReplyCode::UnknownRequest},
+  };
+  thread_local std::minstd_rand random{std::random_device{}()};
+  return kAll[random() / 7 % std::size(kAll)];
 }
 
 }  // namespace
@@ -62,11 +85,14 @@ Status PipeConnection::Open(const CallDeadline& deadline) {
   if (!ioEvent) return Status::SystemError;
   do {
     if (const Status status = OpenRequestPipe(deadline); status != Status::Ok) return status;
-    if (OpenReplyPipe()) {
+    bool atOnce = false;
+    proven = false;
+    // A reply pipe that had to be waited for may be of another pair.
+    if (OpenReplyPipe(atOnce) && (atOnce || Prove(deadline))) {
       lastUse = GetTickCount64();
       return Status::Ok;
     }
-    requestPipe.Close();
+    Close();
   } while (deadline.Remaining() > 0);
   return Status::TimedOut;
 }
@@ -89,8 +115,9 @@ Status PipeConnection::OpenRequestPipe(const CallDeadline& deadline) {
 
 // Not bounded by the call's time: giving up between the two pipes keeps all other clients out, so that the
 // second one is tried for its own second.
-bool PipeConnection::OpenReplyPipe() {
+bool PipeConnection::OpenReplyPipe(bool& atOnce) {
   const std::uint64_t start = GetTickCount64();
+  atOnce = true;
   do {
     replyPipe = OpenPipe(replyName, GENERIC_READ | FILE_WRITE_ATTRIBUTES);
     if (replyPipe) {
@@ -99,26 +126,65 @@ bool PipeConnection::OpenReplyPipe() {
       replyPipe.Close();
       return false;
     }
+    atOnce = false;
     Sleep(kReplyRetryMs);
   } while (GetTickCount64() - start < kReplyPipeMs);
   return false;
 }
 
-Status PipeConnection::Exchange(const PipeRequest& request, PipeReply& reply, const CallDeadline& deadline,
-                                bool& sent) {
+Status PipeConnection::Write(const PipeRequest& request, const CallDeadline& deadline) {
   OVERLAPPED operation{};
   operation.hEvent = ioEvent.Get();
   DWORD bytes = 0;
-  BOOL started = WriteFile(requestPipe.Get(), &request, sizeof(request), nullptr, &operation);
-  Status status = Finish(requestPipe.Get(), operation, started, deadline.Remaining(), bytes);
-  sent = status == Status::Ok;
-  if (sent) {
-    operation = {};
-    operation.hEvent = ioEvent.Get();
-    started = ReadFile(replyPipe.Get(), &reply, sizeof(reply), nullptr, &operation);
-    status = Finish(replyPipe.Get(), operation, started, deadline.Remaining(), bytes);
-    if (status == Status::Ok && bytes != sizeof(reply)) status = Status::Disconnected;
+  const BOOL started = WriteFile(requestPipe.Get(), &request, sizeof(request), nullptr, &operation);
+  return Finish(requestPipe.Get(), operation, started, deadline.Remaining(), bytes);
+}
+
+Status PipeConnection::Read(PipeReply& reply, const CallDeadline& deadline) {
+  OVERLAPPED operation{};
+  operation.hEvent = ioEvent.Get();
+  DWORD bytes = 0;
+  const BOOL started = ReadFile(replyPipe.Get(), &reply, sizeof(reply), nullptr, &operation);
+  const Status status = Finish(replyPipe.Get(), operation, started, deadline.Remaining(), bytes);
+  return status == Status::Ok && bytes != sizeof(reply) ? Status::Disconnected : status;
+}
+
+// Of a pair that the server drops between the two opens, at a restart or because somebody has opened the
+// reply pipe alone and left, a client gets the request pipe, which is dead then, and of the next pair the
+// reply pipe. It must not just give that back: the next client would find this pair in the same state, and
+// nobody would get through any more.
+Status PipeConnection::WriteFirst(const PipeRequest& request, const CallDeadline& deadline) {
+  const Status status = Write(request, deadline);
+  if (status != Status::Disconnected) return status;
+  requestPipe.Close();
+  if (const Status opened = OpenRequestPipe(deadline); opened != Status::Ok) return opened;
+  return Write(request, deadline);
+}
+
+// Whether what is asked through one pipe is answered through the other.
+bool PipeConnection::Prove(const CallDeadline& deadline) {
+  const CallDeadline limit(std::min(kProofMs, deadline.Remaining()));
+  for (int i = 0; i < kProofs; ++i) {
+    const Probe probe = AnyProbe();
+    PipeRequest request;
+    std::memset(&request, 0, sizeof(request));
+    request.code = probe.question;
+    PipeReply reply{};
+    const Status status = i == 0 ? WriteFirst(request, limit) : Write(request, limit);
+    if (status != Status::Ok || Read(reply, limit) != Status::Ok) return false;
+    if (reply.code != static_cast<std::uint32_t>(probe.answer)) return false;
   }
+  proven = true;
+  return true;
+}
+
+Status PipeConnection::Exchange(const PipeRequest& request, PipeReply& reply, const CallDeadline& deadline,
+                                bool& sent) {
+  Status status = Write(request, deadline);
+  if (status == Status::Disconnected && !proven && Prove(deadline)) status = Write(request, deadline);
+  sent = status == Status::Ok;
+  if (sent) status = Read(reply, deadline);
+  if (status == Status::Ok) proven = true;
   lastUse = GetTickCount64();
   if (status != Status::Ok) Close();
   return status;

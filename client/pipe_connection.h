@@ -42,7 +42,11 @@ class PipeConnection {
 
  private:
   Status OpenRequestPipe(const CallDeadline& deadline);
-  bool OpenReplyPipe();
+  bool OpenReplyPipe(bool& atOnce);
+  bool Prove(const CallDeadline& deadline);
+  Status WriteFirst(const PipeRequest& request, const CallDeadline& deadline);
+  Status Write(const PipeRequest& request, const CallDeadline& deadline);
+  Status Read(PipeReply& reply, const CallDeadline& deadline);
 
   std::string requestName;
   std::string replyName;
@@ -50,6 +54,7 @@ class PipeConnection {
   Handle requestPipe;
   Handle replyPipe;
   Handle ioEvent;
+  bool proven = false;  // the two pipes are of one pair
   std::uint64_t lastUse = 0;
 };
 

@@ -1,0 +1,438 @@
+// The server's process is killed again and again at random moments under load, TAMLOG_KILLS times. Whatever
+// moment that is, the next start keeps the file or empties it as the rules say, and everything that was taken
+// more than two flushes before is in it. scripts/kill-server.sh runs this.
+
+#include <algorithm>
+#include <array>
+#include <iostream>
+#include <map>
+#include <random>
+#include <set>
+
+#include "client/log_client.h"
+#include "client/log_file_image.h"
+#include "client/log_file_repair.h"
+#include "client/log_file_verify.h"
+#include "tests/soak/driver_feeder.h"
+#include "tests/soak/judge.h"
+#include "tests/soak/worker.h"
+#include "tests/system/shared_log.h"
+#include "tests/system/system_test.h"
+#include "util/win32.h"
+
+#undef StartService  // would rename the fixture's operation
+
+using namespace std::chrono_literals;
+using namespace Soak;
+using TamLogClient::FileRule;
+using TamLogClient::Status;
+
+namespace {
+
+constexpr std::uint32_t kClients = 16;
+constexpr std::uint32_t kPauseMs = 10;
+constexpr std::uint32_t kBurst = 300;
+constexpr std::uint32_t kLargeBurst = 1500;
+constexpr auto kHeldUp = 500ms;
+constexpr int kWritingMicroseconds = 2000;
+constexpr std::uint32_t kPollMs = 100;
+// More than is taken between two kills, so that nothing is overwritten before it was looked for; full after a
+// few of them.
+constexpr std::uint32_t kCapacity = 6000;
+constexpr std::uint32_t kSaveSeconds = 1;
+constexpr Moment kRestartDelay = 950'000;
+constexpr std::size_t kNewest = 100;  // so many messages tell whether a file was kept
+
+enum class When : std::uint8_t { Anywhere, Writing, Starting, Restarting, Followed };
+constexpr std::size_t kWhens = 5;
+constexpr const char* kWhenNames[kWhens] = {"anywhere", "while it wrote much", "while it started",
+                                            "while it restarted", "with a follower"};
+
+// What a kill left behind, and what became of it.
+struct Kill {
+  When when = When::Anywhere;
+  std::int32_t messages = 0;  // in the ring
+  bool full = false;
+  bool accepted = false;  // the file keeps the rules
+  bool kept = false;      // by the next start
+  std::string rules;      // that it breaks
+  std::set<std::uint64_t> newest;
+};
+
+std::uint64_t Packed(const MessageId& id) {
+  return std::uint64_t{id.sender} << 32U | id.number;
+}
+
+std::string BrokenRules(const TamLogClient::VerifyReport& report) {
+  std::string names;
+  for (std::size_t i = 0; i < TamLogClient::kFileRules; ++i) {
+    const auto rule = static_cast<FileRule>(i);
+    if (report.count[i] == 0 || (IsRemark(rule) && rule != FileRule::ReversedBlock)) continue;
+    names += (names.empty() ? "" : " and ") + std::string(RuleName(rule));
+  }
+  return names;
+}
+
+// Looks at the file's header from outside, without any access, all the time: what the judge needs. Before the
+// ring has gone round it notes which messages are there.
+class HeaderWatch {
+ public:
+  explicit HeaderWatch(std::string logFile) : path(std::move(logFile)), thread([this] { Run(); }) {}
+  ~HeaderWatch() { Stop(); }
+  HeaderWatch(const HeaderWatch&) = delete;
+  HeaderWatch& operator=(const HeaderWatch&) = delete;
+
+  // What is seen from here on belongs to the next life of the server.
+  void NextLife() { ++life; }
+  void Stop() {
+    stopping = true;
+    if (thread.joinable()) thread.join();
+  }
+  const std::vector<Look>& Looks() const { return looks; }  // after Stop
+  const SeenMessages& Seen() const { return seen; }         // after Stop
+
+ private:
+  void Run() {
+    while (!stopping) {
+      Look look{.begin = Now(), .opening = life};
+      const std::optional<LogFileHeader> header = LogFileImage::ReadHeader(path);
+      look.end = Now();
+      if (header && header->serverRunning == 1 && look.opening == life) {
+        look.changeCount = header->changeCount;
+        looks.push_back(look);
+        NoteMessages(header->nextSequence);
+      }
+      std::this_thread::sleep_for(10ms);
+    }
+  }
+
+  void NoteMessages(std::uint64_t nextSequence) {
+    if (nextSequence >= noted && nextSequence - noted < kCapacity / 3) return;
+    noted = nextSequence;
+    const std::string bytes = ReadWholeFile(path);
+    const TamLogClient::LogFileImage image(bytes);
+    for (const std::uint32_t slot : image.RingSlots()) {
+      if (const std::optional<MessageId> id = Identify(image.Slot(slot).body)) seen.Add(*id);
+    }
+  }
+
+  std::string path;
+  std::vector<Look> looks;
+  SeenMessages seen;
+  std::uint64_t noted = 0;
+  std::atomic<std::uint32_t> life{0};
+  std::atomic<bool> stopping{false};
+  std::thread thread;
+};
+
+}  // namespace
+
+class KilledServer : public SystemTest {
+ protected:
+  static When PlanOf(std::uint32_t number) {
+    switch (number % 10) {
+      case 2:
+      case 6:
+        return When::Writing;
+      case 4:
+        return When::Starting;
+      case 7:
+        return When::Restarting;
+      case 9:
+        return When::Followed;
+      default:
+        return When::Anywhere;
+    }
+  }
+
+  void SleepUpTo(int milliseconds) {
+    std::uniform_int_distribution<int> any(0, milliseconds * 1000);
+    std::this_thread::sleep_for(std::chrono::microseconds(any(random)));
+  }
+
+  // A reader that holds up the flushes for a while and lets go: from then on the server writes a great deal.
+  // What the reader has open goes before the next start, which would take over events as they are.
+  void HoldUpAndLetGo(std::unique_ptr<SharedLog>& reader) {
+    reader = SharedLog::TryOpen();
+    ASSERT_TRUE(reader);
+    ASSERT_TRUE(reader->Enter(5s));
+    std::this_thread::sleep_for(kHeldUp);
+    reader->Leave();
+    std::uniform_int_distribution<int> any(0, kWritingMicroseconds);
+    const Moment until = Now() + any(random);
+    while (Now() < until) {
+    }
+  }
+
+  void BeginInterruption(When when, Moment from) {
+    interruptions.push_back({Interruption::Kind::Restart, from, 0});
+    causes.push_back(when);
+  }
+
+  // Everything that takes time is done before the moment.
+  void Terminate(When when) {
+    ASSERT_TRUE(ProcessById(ServiceControl::ProcessId()).Runs("TamLogServer.exe"));
+    const OwnedHandle server =
+        Own(OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, ServiceControl::ProcessId()));
+    ASSERT_TRUE(server);
+    std::unique_ptr<SharedLog> reader;
+    if (when == When::Writing) HoldUpAndLetGo(reader);
+    if (interruptions.empty() || interruptions.back().to != 0) BeginInterruption(when, Now());
+    TerminateProcess(server.get(), 1);
+    ASSERT_EQ(WaitForSingleObject(server.get(), 10000), WAIT_OBJECT_0);
+  }
+
+  // The file as the killed server left it.
+  void Inspect(HeaderWatch& watch, When when) {
+    watch.NextLife();
+    const std::string bytes = ReadWholeFile(LogFile());
+    const TamLogClient::LogFileImage image(bytes);
+    const TamLogClient::VerifyReport report = TamLogClient::VerifyLogFile(image);
+    Kill kill;
+    kill.when = when;
+    kill.messages = report.header.messageCount;
+    kill.full = report.header.messageCount == report.header.maxMessages;
+    kill.accepted = report.Accepted();
+    kill.rules = BrokenRules(report);
+    const std::vector<std::uint32_t> ring = image.RingSlots();
+    std::set<std::uint64_t> whole;
+    for (std::size_t i = 0; i < ring.size(); ++i) {
+      const std::optional<MessageId> id = Identify(image.Slot(ring[i]).body);
+      if (!id) {
+        ++torn;
+        continue;
+      }
+      seen.Add(*id);
+      whole.insert(Packed(*id));
+      if (i + kNewest >= ring.size()) kill.newest.insert(Packed(*id));
+    }
+    if (!kill.accepted) ExpectRepairable(image, std::move(whole));
+    kills.push_back(std::move(kill));
+  }
+
+  // What the next start takes from readers, tamlogctl gets back from a copy made before it.
+  void ExpectRepairable(const TamLogClient::LogFileImage& image, std::set<std::uint64_t> whole) {
+    inEmptied += whole.size();
+    for (const TamLogClient::SavedMessage& saved : TamLogClient::PlanRepair(image).oldestFirst) {
+      const std::optional<MessageId> id = Identify(SavedMessageOf(image, saved).body);
+      if (id && whole.erase(Packed(*id)) > 0) ++repaired;
+    }
+    EXPECT_TRUE(whole.empty()) << whole.size() << " messages cannot be repaired";
+  }
+
+  void StartAgain() {
+    const std::uint32_t before = Starts();
+    const std::uint32_t answer = ServiceControl::Start();
+    if (answer != 0) throw std::runtime_error("starting failed with error " + std::to_string(answer));
+    ASSERT_TRUE(Eventually(60s, [&] { return Starts() > before; })) << TakeDiagnostics();
+    // Clients that the kill caught between their two opens may have taken the reply pipes of others: until
+    // these have noticed, a request may fail. The start is complete when a message is taken.
+    const bool back = Eventually(60s, [this] { return Mark(); });
+    interruptions.back().to = Now();
+    ASSERT_TRUE(back) << Diagnosis();
+    ASSERT_TRUE(
+        Eventually(10s, [] { return ProcessById(ServiceControl::ProcessId()).Runs("TamLogServer.exe"); }));
+    AdoptService();
+    TakeInStart();
+  }
+
+  // Kept are all that the file held, or none.
+  void TakeInStart() {
+    Kill& kill = kills.back();
+    const std::string bytes = ReadWholeFile(LogFile());
+    const TamLogClient::LogFileImage image(bytes);
+    std::size_t found = 0;
+    for (const std::uint32_t slot : image.RingSlots()) {
+      const std::optional<MessageId> id = Identify(image.Slot(slot).body);
+      if (!id) continue;
+      seen.Add(*id);
+      found += kill.newest.count(Packed(*id));
+    }
+    kill.kept = !kill.newest.empty() && found == kill.newest.size();
+    if (kill.newest.empty()) return;
+    EXPECT_TRUE(found == 0 || kill.kept) << found << " of " << kill.newest.size();
+    EXPECT_EQ(kill.kept, kill.accepted) << kill.rules;
+  }
+
+  void KillOnce(HeaderWatch& watch, When when) {
+    // The more there is to write, the longer it takes.
+    if (when == When::Writing) burst = kLargeBurst;
+    SleepUpTo(1200);
+    if (when == When::Restarting) {
+      EXPECT_EQ(control.SetSettings({kCapacity, kPollMs, 0xF, kSaveSeconds}), Status::Ok);
+      BeginInterruption(when, Now() + kRestartDelay);
+      std::this_thread::sleep_for(950ms);
+      SleepUpTo(600);
+    }
+    Terminate(when);
+    burst = kBurst;
+    Inspect(watch, when == When::Starting ? When::Anywhere : when);
+    if (when == When::Starting) KillTheNextStart(watch);
+  }
+
+  void KillTheNextStart(HeaderWatch& watch) {
+    ASSERT_EQ(ServiceControl::Start(), 0U);
+    ASSERT_TRUE(
+        Eventually(10s, [] { return ProcessById(ServiceControl::ProcessId()).Runs("TamLogServer.exe"); }));
+    SleepUpTo(150);
+    Terminate(When::Starting);
+    Inspect(watch, When::Starting);
+  }
+
+  // A reader notices that a server has died without a word, and lets go: only then may the next one start.
+  void KillWithFollower(HeaderWatch& watch) {
+    Worker follower("follow", ScratchFile("followed"));
+    std::this_thread::sleep_for(300ms);
+    KillOnce(watch, When::Followed);
+    const Moment killed = Now();
+    ASSERT_TRUE(Eventually(30s, [] { return !Own(OpenFileMappingA(FILE_MAP_READ, FALSE, kFileMapName)); }));
+    longestHold = std::max(longestHold, Now() - killed);
+    StartAgain();
+    std::this_thread::sleep_for(1s);
+    follower.Tell();
+    const std::string line = follower.Finish();
+    EXPECT_NE(line.find("reopened 1"), std::string::npos) << line;
+  }
+
+  // A message of the conductor's own.
+  bool Mark() {
+    return control.Ping() == Status::Ok &&
+           control.Submit(MakeMessage({.sender = kMarkSender, .number = marks++})) == Status::Ok;
+  }
+
+  // What the last life of the server took, too, is written and looked for.
+  void Settle() {
+    for (int i = 0; i < 4; ++i) {
+      const std::uint64_t before = Header().changeCount;
+      ASSERT_TRUE(Mark());
+      ASSERT_TRUE(Eventually(20s, [&] { return Header().changeCount != before; }));
+      std::this_thread::sleep_for(50ms);
+    }
+    TakeInStart();
+  }
+
+  static std::string Counted(const std::map<std::string, int>& counts) {
+    std::string text;
+    for (const auto& [name, count] : counts) {
+      text += (text.empty() ? "" : ", ") + std::to_string(count) + " " + name;
+    }
+    return text.empty() ? "none" : text;
+  }
+
+  std::string KillsText() const {
+    std::map<std::string, int> kinds;
+    std::map<std::string, int> rules;
+    int empty = 0;
+    int kept = 0;
+    int emptied = 0;
+    int emptiedFull = 0;
+    std::int32_t most = 0;
+    for (const Kill& kill : kills) {
+      ++kinds[kWhenNames[static_cast<std::size_t>(kill.when)]];
+      if (kill.accepted) {
+        ++(kill.messages == 0 ? empty : kept);
+        continue;
+      }
+      ++emptied;
+      emptiedFull += kill.full ? 1 : 0;
+      most = std::max(most, kill.messages);
+      ++rules[kill.rules];
+    }
+    return std::to_string(kills.size()) + " kills (" + Counted(kinds) + "): file kept " +
+           std::to_string(kept) + " times, nothing in it " + std::to_string(empty) + " times, emptied " +
+           std::to_string(emptied) + " times (" + Counted(rules) + "; " + std::to_string(emptiedFull) +
+           " of them with a full ring, " + std::to_string(most) +
+           " messages at most; tamlogctl repair saves " + std::to_string(repaired) + " of the " +
+           std::to_string(inEmptied) + " whole ones)";
+  }
+
+  // What kills cost: how many messages, and how old the oldest of them was.
+  struct Cost {
+    std::map<std::size_t, std::uint64_t> messages;  // by interruption
+    Moment oldest = 0;
+
+    std::string Text() const {
+      std::uint64_t most = 0;
+      std::uint64_t sum = 0;
+      for (const auto& [kill, count] : messages) {
+        most = std::max(most, count);
+        sum += count;
+      }
+      return "at most " + std::to_string(most) + " messages that were not written yet (" +
+             std::to_string(sum / std::max<std::size_t>(1, messages.size())) +
+             " on average), the oldest taken " + std::to_string(oldest / 1000) + " ms before";
+    }
+  };
+
+  std::string CostText(const std::vector<Sent>& all, Account& account, const HeaderWatch& watch) const {
+    const Judge judge(watch.Looks(), interruptions, {});
+    Cost usual;
+    Cost heldUp;
+    for (const Sent& message : all) {
+      const Verdict verdict = judge.Of(message, seen.Has(message.id) || watch.Seen().Has(message.id));
+      account.Add(verdict);
+      if (verdict != Verdict::PendingAtRestart) continue;
+      const auto kill = std::ranges::find_if(
+          interruptions, [&](const Interruption& each) { return each.to >= message.sent; });
+      if (kill == interruptions.end()) continue;
+      const auto number = static_cast<std::size_t>(kill - interruptions.begin());
+      Cost& cost = causes[number] == When::Writing ? heldUp : usual;
+      ++cost.messages[number];
+      cost.oldest = std::max(cost.oldest, kill->from - message.answered);
+    }
+    return "a kill cost " + usual.Text() + "; where a reader had held up the writing for half a second, " +
+           heldUp.Text();
+  }
+
+  std::mt19937 random{20261121};
+  TamLogClient::LogClient control{{.timeoutMs = 20000, .absentMs = 2000}};
+  SeenMessages seen;
+  std::vector<Interruption> interruptions;
+  std::vector<When> causes;  // of each
+  std::vector<Kill> kills;
+  std::uint64_t torn = 0;
+  std::uint64_t inEmptied = 0;  // whole messages in files that the next start emptied
+  std::uint64_t repaired = 0;   // and those that a repair would have saved
+  std::uint32_t marks = 0;
+  std::atomic<std::uint32_t> burst{kBurst};
+  Moment longestHold = 0;
+};
+
+TEST_F(KilledServer, ComesBackWithItsFileOrAnEmptyOneAndLosesOnlyWhatWasNotWritten) {
+  RunService({.maxMessage = kCapacity, .devicePollRate = kPollMs, .saveRate = kSaveSeconds});
+  HeaderWatch watch(LogFile());
+  DriverFeeder feeder(burst, kPollMs);
+  Worker clients("submit 0 " + std::to_string(kClients) + " " + std::to_string(kPauseMs),
+                 ScratchFile("sent"));
+  const std::uint32_t wanted = Setting("TAMLOG_KILLS", 10);
+  for (std::uint32_t i = 0; kills.size() < wanted && !HasFailure(); ++i) {
+    const When when = PlanOf(i);
+    if (when == When::Followed) {
+      KillWithFollower(watch);
+    } else {
+      KillOnce(watch, when);
+      StartAgain();
+    }
+    if (i % 10 == 9) std::cout << kills.size() << " of " << wanted << " kills" << std::endl;
+  }
+  clients.Tell();
+  clients.Finish();
+  EXPECT_TRUE(feeder.Stop()) << feeder.Failure();
+  kills.emplace_back();
+  Settle();
+  kills.pop_back();
+  watch.Stop();
+
+  std::vector<Sent> all = clients.Journal<Sent>();
+  all.insert(all.end(), feeder.Messages().begin(), feeder.Messages().end());
+  Account account;
+  const std::string cost = CostText(all, account, watch);
+  EXPECT_EQ(account.Failures(), 0U);
+  std::map<std::string, int> texts;
+  for (const std::string& text : DiagnosticTexts(TakeDiagnostics())) ++texts[text];
+  std::cout << "note: the diagnostic log says: " << Counted(texts) << "\n"
+            << "note: a follower let go of a dead server within " << longestHold / 1000 << " ms\n"
+            << "note: " << torn << " messages of the ring were half written\n"
+            << "note: " << account.Text() << "\n"
+            << "kills: " << KillsText() << "; " << cost << std::endl;
+}

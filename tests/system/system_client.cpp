@@ -1,0 +1,115 @@
+// A client of the pipes in a process of its own, to be killed by the system tests at the moment that its mode
+// names. It prints one line when it is there and then waits for a line (or the end) of its standard input.
+//
+//   half      has opened the request pipe and not the reply pipe; prints "half"
+//   part N    has written the first N bytes of a request that hands in a message; prints "written"
+//   unread N  has handed in N messages and read no reply; prints "sent"
+//   asking    prints "asking" and hands in messages without pause until it is killed
+//
+// Exit code 0, 1 for a fault that it prints, 2 for a wrong command line.
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <exception>
+#include <iostream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "tests/support/pipe_client.h"
+#include "tests/system/pipe_connection.h"
+
+namespace {
+
+using TestSupport::PipeClient;
+
+constexpr std::uint32_t kPatienceMs = 20000;
+
+LogMessageBody MakeMessage(const std::string& text) {
+  LogMessageBody message{};
+  const std::int16_t noon[8] = {2026, 3, 14, 12, 0, 0, 0, 0};
+  std::memcpy(message.timestamp, noon, sizeof(noon));
+  std::memcpy(message.source, "Client", sizeof("Client"));
+  std::memcpy(message.text, text.c_str(), text.size() + 1);
+  return message;
+}
+
+void Say(const std::string& line) {
+  std::cout << line << std::endl;
+}
+
+void WaitToBeTold() {
+  std::string line;
+  std::getline(std::cin, line);
+}
+
+void Connect(PipeClient& client) {
+  if (!client.Connect(kPatienceMs)) throw std::runtime_error("no connection");
+}
+
+void Half() {
+  PipeClient client;
+  if (!client.OpenRequestPipe(kPatienceMs)) throw std::runtime_error("no request pipe");
+  Say("half");
+  WaitToBeTold();
+}
+
+void Part(std::size_t bytes) {
+  PipeClient client;
+  Connect(client);
+  const PipeRequest request = SubmitRequest(MakeMessage("in part"));
+  if (!client.SendBytes(&request, std::min(bytes, sizeof(request)))) throw std::runtime_error("not written");
+  Say("written");
+  WaitToBeTold();
+}
+
+void Unread(int messages) {
+  PipeClient client;
+  Connect(client);
+  for (int i = 0; i < messages; ++i) {
+    if (!client.Send(SubmitRequest(MakeMessage("unread " + std::to_string(i))))) {
+      throw std::runtime_error("not sent");
+    }
+  }
+  Say("sent");
+  WaitToBeTold();
+}
+
+void Asking() {
+  Say("asking");
+  for (;;) {
+    PipeClient client;
+    Connect(client);
+    for (int i = 0; i < 20 && client.Call(SubmitRequest(MakeMessage("asking"))); ++i) {
+    }
+  }
+}
+
+int Run(const std::vector<std::string>& words) {
+  const std::string mode = words.empty() ? "" : words[0];
+  if (mode == "half" && words.size() == 1) {
+    Half();
+  } else if (mode == "part" && words.size() == 2) {
+    Part(std::stoul(words[1]));
+  } else if (mode == "unread" && words.size() == 2) {
+    Unread(std::stoi(words[1]));
+  } else if (mode == "asking" && words.size() == 1) {
+    Asking();
+  } else {
+    Say("usage: system_client half | part BYTES | unread MESSAGES | asking");
+    return 2;
+  }
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return Run(std::vector<std::string>(argv + 1, argv + argc));
+  } catch (const std::exception& fault) {
+    Say(std::string("fault: ") + fault.what());
+    return 1;
+  }
+}
