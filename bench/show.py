@@ -1,47 +1,18 @@
 """tamlogctl on a copied log file, beside journalctl and grep over the same messages."""
 
 import os
-import subprocess
-import sys
 
+import inputs
 from harness import run_process
 
 SEARCHED = "timed out"
 
 
-def make_inputs(bench, count):
-    """The log file, its lines as text, and a journal of the same messages; kept for the next run."""
-    log, text, journal = (bench.path(f"show-{count}.{end}") for end in ("dat", "txt", "journal"))
-    # The journal goes on in a new file every 128 MB.
-    all_files = bench.path(f"show-{count}*.journal")
-    if not (os.path.exists(log) and os.path.exists(text)):
-        subprocess.run(["build/bin/make_log", str(count), log, text], check=True)
-    if not os.path.exists(journal):
-        make_journal(text, journal)
-    return log, text, all_files
-
-
-def make_journal(text, journal):
-    """Through the program that turns journal exports into journal files. One entry each 50 ms."""
-    remote = subprocess.Popen(["/lib/systemd/systemd-journal-remote", "--output", journal, "-"],
-                              stdin=subprocess.PIPE, stderr=subprocess.DEVNULL)
-    boot = "0" * 31 + "1"
-    with open(text, encoding="utf-8") as lines:
-        for number, line in enumerate(lines):
-            source, _, message = line.rstrip("\n").partition(": ")
-            remote.stdin.write((f"__REALTIME_TIMESTAMP={1767225600000000 + number * 50000}\n"
-                                f"__MONOTONIC_TIMESTAMP={number * 50000 + 1}\n_BOOT_ID={boot}\n"
-                                f"SYSLOG_IDENTIFIER={source}\nTAMLOG_TYPE=0\nMESSAGE={message}\n\n").encode())
-    remote.stdin.close()
-    if remote.wait() != 0:
-        os.path.exists(journal) and os.remove(journal)
-        sys.exit("bench: systemd-journal-remote could not write the journal")
-
-
 def show(bench, count=1_000_000):
-    log, text, journal = make_inputs(bench, count)
+    log, text = inputs.log_file(bench, count)
+    journal = [f"--file={file}" for file in inputs.journal_files(bench, count)]
     ours = ["build/bin/tamlogctl", "show", "--file", log]
-    theirs = ["journalctl", "--no-pager", "--quiet", "--file", journal]
+    theirs = ["journalctl", "--no-pager", "--quiet", *journal]
     whole = "all" if count == 1_000_000 else str(count)
     bench.compare("show", (f"show -o cat, {whole}", [*ours, "-o", "cat"]),
                   ("journalctl -o cat", [*theirs, "-o", "cat"]), goal=0.1)
