@@ -17,8 +17,8 @@ build() {
 echo 'building (the first time takes minutes)'
 : >build/bench/build.log
 build linux tamlogctl make_log spdlog_bench lmdb_bench sqlite_bench journal_bench
-build windows TamLogServer tamlogctl tamlog tamlogdrv store_bench open_bench append_bench read_bench flush_guards_bench \
-  driver_drain_bench round_trips_bench spdlog_bench
+build windows TamLogServer tamlogctl tamlog tamlogdrv store_bench open_bench append_bench read_bench \
+  flush_guards_bench driver_drain_bench round_trips_bench spdlog_bench
 
 # A Wine prefix of its own; the scenarios start and stop its server (bench/wine.py).
 TAMLOG_BENCH_PREFIX=$(scripts/wine-prefix.sh bench)

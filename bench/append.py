@@ -41,9 +41,9 @@ def append(bench):
                 meter.take("append")
             ours = ("AddMessage and flush", meter.turn("append"))
             bench.take_turns("append", ours, ("spdlog file sink in Wine", in_wine.turn("append")), "ns",
-                             goal(0.60, slots), slots=slots, per="message")
+                             goal(0.60, slots), slots=slots, per="message", pairs=bench.memory_pairs)
             bench.take_turns("append", ours, ("spdlog file sink, native", native.turn("append")), "ns",
-                             goal(1.0, slots), slots=slots)
+                             goal(1.0, slots), slots=slots, pairs=bench.memory_pairs)
             if slots > 1_000:
                 peers(bench, ours, slots)
             bench.take_turns("append", ("one older than all, and flush", meter.turn("flush-oldest", 1e-3)),
@@ -61,5 +61,6 @@ def peers(bench, ours, slots):
     lmdb_goal = 0.20 if slots == 1_000_000 else None
     for peer, ratio in (("LMDB, whole records", lmdb_goal), ("LMDB, texts only", None), ("SQLite", 0.25)):
         with Meter(bench.pin(commands[peer])) as theirs:
-            bench.take_turns("append", ours, (peer, theirs.turn("append")), "ns", ratio, slots=slots)
+            bench.take_turns("append", ours, (peer, theirs.turn("append")), "ns", ratio, slots=slots,
+                             pairs=bench.memory_pairs)
     bench.take_turns("append", ours, ("systemd-journal-remote", journal_turn(bench)), "ns", 0.04, slots=slots)

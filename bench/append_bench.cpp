@@ -89,12 +89,11 @@ double CountAdd(Bench::Store& store, int counted) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const auto slots = static_cast<std::uint32_t>(argc > 2 ? std::strtoul(argv[2], nullptr, 10) : 0);
+  const std::uint32_t slots = Bench::NumberIn(argc, argv, 2);
   if (slots == 0) {
-    std::fputs("usage: append_bench LOGFILE SLOTS [COUNT]\n", stderr);
-    return 2;
+    Bench::Fail("usage: append_bench LOGFILE SLOTS [COUNT]");
   }
-  const int counted = argc > 3 ? std::atoi(argv[3]) : 0;
+  const auto counted = static_cast<int>(Bench::NumberIn(argc, argv, 3));
   Bench::Store store(argv[1], slots, Bench::Store::File::Given);
   return Bench::TakeTurns({{"append", [&] { return Append(store, slots); }},
                            {"flush-oldest", [&] { return FlushOldest(store, slots); }},

@@ -1,4 +1,4 @@
-"""10,000 messages taken from the driver by the server's own poll, beside a bare loop of device control calls."""
+"""10,000 messages taken from the driver by the server's poll, beside a bare loop of device control calls."""
 
 import inputs
 import wine

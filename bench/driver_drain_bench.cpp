@@ -59,7 +59,7 @@ class Drain {
   double Measure(void (Drain::*empty)()) {
     Put(kDrained);
     const double spent = Bench::Nanoseconds([&] { (this->*empty)(); });
-    if (driver.Counters().queued != 0) std::exit(2);
+    if (driver.Counters().queued != 0) Bench::Fail("messages are left in the driver");
     return spent / kDrained;
   }
 
@@ -73,7 +73,7 @@ class Drain {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const int counted = argc > 1 ? std::atoi(argv[1]) : 0;
+  const auto counted = static_cast<int>(Bench::NumberIn(argc, argv, 1));
   try {
     Drain drain;
     return Bench::TakeTurns({{"poll", [&] { return drain.Measure(&Drain::Poll); }},
@@ -84,9 +84,8 @@ int main(int argc, char** argv) {
                                     [&](int) { drain.Poll(); });
                               }}});
   } catch (const TamLogUtil::Exceptions::ExceptionBase& failure) {
-    std::fprintf(stderr, "driver_drain_bench: %s\n", failure.Compose("; ").c_str());
+    Bench::Fail(failure.Compose("; "));
   } catch (const std::exception& failure) {
-    std::fprintf(stderr, "driver_drain_bench: %s\n", failure.what());
+    Bench::Fail(failure.what());
   }
-  return 2;
 }

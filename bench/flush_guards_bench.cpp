@@ -74,8 +74,7 @@ double ReadersOut(Bench::Store& store) {
   shutOut = letIn = {};
   store.server.FlushWrites();
   if (shutOut == Clock::time_point{} || letIn <= shutOut) {
-    std::fputs("flush_guards_bench: the flush did not shut readers out by the read-wait event\n", stderr);
-    std::exit(2);
+    Bench::Fail("the flush did not shut readers out by the read-wait event");
   }
   return Between(shutOut, letIn);
 }
@@ -150,10 +149,9 @@ decltype(&ResetEvent) __imp_ResetEvent = NotedResetEvent;
 }
 
 int main(int argc, char** argv) {
-  const auto slots = static_cast<std::uint32_t>(argc > 2 ? std::strtoul(argv[2], nullptr, 10) : 0);
+  const std::uint32_t slots = Bench::NumberIn(argc, argv, 2);
   if (slots <= kBusyBatch) {
-    std::fputs("usage: flush_guards_bench LOGFILE SLOTS, more than 20,000 of them\n", stderr);
-    return 2;
+    Bench::Fail("usage: flush_guards_bench LOGFILE SLOTS, more than 20,000 of them");
   }
   Bench::Store store(argv[1], slots, Bench::Store::File::Given);
   Bench::View view;

@@ -15,9 +15,12 @@ import time
 
 from failure import Failure
 
-# How a cost may grow with the number of slots: the exponents of n log n between a thousand and a million, and of what is
-# paid for each message of it. Both leave room for the caches that a large file does not fit into.
+# How a cost may grow with the number of slots: the exponents of n log n between a thousand and a million, and of what
+# is paid for each message of it. Both leave room for the caches that a large file does not fit into.
 GROWTH_LIMITS = {"operation": 1.3, "message": 0.3}
+
+# Where a document's table is.
+MARKS = ("<!-- figures of ./bench.sh -->", "<!-- end of the figures -->")
 
 
 @dataclasses.dataclass
@@ -121,17 +124,27 @@ class Bench:
         self.rows.append(row)
         print(format_row(row), flush=True)
 
-    def write(self, json_path, markdown_path):
-        """The rows as JSON, and as a table to put into a document."""
-        with open(json_path, "w", encoding="utf-8") as file:
-            rows = [{**dataclasses.asdict(row), "verdict": row.verdict(), "growth": row.growth_verdict()}
-                    for row in self.rows]
+    def write(self, path):
+        rows = [{**dataclasses.asdict(row), "verdict": row.verdict(), "growth": row.growth_verdict()}
+                for row in self.rows]
+        with open(path, "w", encoding="utf-8") as file:
             json.dump({"machine": machine(), "rows": rows}, file, indent=2)
             file.write("\n")
-        with open(markdown_path, "w", encoding="utf-8") as file:
-            file.write("| scenario | ours | slots | against | ratio | ± | goal | | growth | ours : theirs |\n"
-                       "|---|---|---|---|---|---|---|---|---|---|\n")
-            file.writelines("| " + " | ".join(field.strip() for field in fields(row)) + " |\n" for row in self.rows)
+
+    def write_into(self, document):
+        """Replaces what stands between the document's two marks by machine and table."""
+        with open(document, encoding="utf-8") as file:
+            text = file.read()
+        if MARKS[0] not in text or MARKS[1] not in text:
+            raise Failure(f"{document} has no lines {MARKS[0]!r} and {MARKS[1]!r} to put the table between")
+        before, rest = text.split(MARKS[0], 1)
+        after = rest.split(MARKS[1], 1)[1]
+        titles = [title or " " for title in TITLES]
+        table = [f"{'; '.join(f'{key}: {value}' for key, value in machine().items())}", "",
+                 f"| {' | '.join(titles)} |", "|---" * len(titles) + "|"]
+        table += [f"| {' | '.join(field.strip() for field in fields(row))} |" for row in self.rows]
+        with open(document, "w", encoding="utf-8") as file:
+            file.write(f"{before}{MARKS[0]}\n\n" + "\n".join(table) + f"\n\n{MARKS[1]}{after}")
 
     def measure_growth(self):
         """Gives every row whose cost was measured at several capacities the exponent of its growth."""
@@ -166,7 +179,7 @@ def machine():
             "load": round(os.getloadavg()[0], 2), "date": time.strftime("%Y-%m-%d")}
 
 
-WIDTHS = (11, 33, 8, 33, 8, 6, 6, 6, 12)
+WIDTHS = (11, 36, 9, 36, 7, 6, 6, 6, 12)
 TITLES = ("scenario", "ours", "slots", "against", "ratio", "+-", "goal", "", "growth", "ours : theirs")
 
 
@@ -175,8 +188,10 @@ def fields(row):
     goal = "" if row.goal is None else f"{row.goal:.3g}"
     growth = "" if row.exponent is None else f"n^{row.exponent:.2f} {row.growth_verdict()}"
     per = "" if row.per is None else f" a {row.per}" if row.per == "message" else " in all"
-    return (row.scenario, row.ours, "" if row.slots is None else f"{row.slots:,}", row.other, f"{row.ratio:.3g}",
-            f"{row.spread:.2g}", goal, row.verdict(), growth, f"{row.ours_value:.4g} : {row.other_value:.4g} {row.unit}{per}")
+    slots = "" if row.slots is None else f"{row.slots:,}"
+    values = f"{row.ours_value:.4g} : {row.other_value:.4g} {row.unit}{per}"
+    return (row.scenario, row.ours, slots, row.other, f"{row.ratio:.3g}", f"{row.spread:.2g}", goal, row.verdict(),
+            growth, values)
 
 
 def format_fields(texts):

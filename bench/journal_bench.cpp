@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <vector>
 
 #include "bench/turns.h"
@@ -18,8 +19,7 @@
 namespace {
 
 [[noreturn]] void Fail(const char* what, int result) {
-  std::fprintf(stderr, "journal_bench: %s failed: %s\n", what, std::strerror(-result));
-  std::exit(2);
+  Bench::Fail(std::string(what) + " failed: " + std::strerror(-result));
 }
 
 class Journal {
@@ -46,7 +46,7 @@ class Journal {
       }
     });
     Bench::sink = Bench::sink + seen;
-    if (entries != count) Fail("reading all", -static_cast<int>(EXIT_FAILURE));
+    if (entries != count) Bench::Fail("entries are missing");
     return spent;
   }
 
@@ -69,9 +69,8 @@ class Journal {
 
 int main(int argc, char** argv) {
   if (argc < 3) {
-    std::fputs("usage: journal_bench MESSAGES FILE...\n", stderr);
-    return 2;
+    Bench::Fail("usage: journal_bench MESSAGES FILE...");
   }
-  Journal journal({argv + 2, argv + argc}, std::strtoul(argv[1], nullptr, 10));
+  Journal journal({argv + 2, argv + argc}, Bench::NumberIn(argc, argv, 1));
   return Bench::TakeTurns({{"read", [&] { return journal.Read(); }}});
 }

@@ -27,8 +27,7 @@ constexpr std::size_t kMeasured = 20000;
 
 void Check(int result) {
   if (result == 0) return;
-  std::fprintf(stderr, "lmdb_bench: %s\n", mdb_strerror(result));
-  std::exit(2);
+  Bench::Fail(mdb_strerror(result));
 }
 
 // Time and number; compared byte by byte.
@@ -98,7 +97,7 @@ class Log {
       mdb_txn_abort(transaction);
     });
     Bench::sink = Bench::sink + seen;
-    if (read != count) Check(EXIT_FAILURE);
+    if (read != count) Bench::Fail("messages are missing");
     return spent;
   }
 
@@ -141,10 +140,9 @@ class Log {
 int main(int argc, char** argv) {
   const std::string form = argc == 4 ? argv[3] : "";
   if (form != "whole" && form != "packed") {
-    std::fputs("usage: lmdb_bench FILE MESSAGES whole|packed\n", stderr);
-    return 2;
+    Bench::Fail("usage: lmdb_bench FILE MESSAGES whole|packed");
   }
   std::remove(argv[1]);
-  Log log(argv[1], std::strtoul(argv[2], nullptr, 10), form == "whole");
+  Log log(argv[1], Bench::NumberIn(argc, argv, 2), form == "whole");
   return Bench::TakeTurns({{"append", [&] { return log.Append(); }}, {"read", [&] { return log.Read(); }}});
 }

@@ -22,8 +22,9 @@ def open_peers(bench):
     with wine.running(), wine.meter("open_bench.exe", log, SLOTS) as ours, \
          Meter(bench.pin(["build/bin/sqlite_bench", database, str(SLOTS)])) as sqlite:
         opened = ("open", ours.turn("open", 1e-6))
+        checked = ("SQLite integrity_check", sqlite.turn("check", 1e-6))
         bench.take_turns("open", opened, ("journalctl --verify", verify(bench)), "ms", 1 / 50, slots=SLOTS)
-        bench.take_turns("open", opened, ("SQLite integrity_check", sqlite.turn("check", 1e-6)), "ms", 1 / 5, slots=SLOTS)
+        bench.take_turns("open", opened, checked, "ms", 1 / 5, slots=SLOTS, pairs=bench.memory_pairs)
     for end in ("", "-wal", "-shm"):
         if os.path.exists(database + end):
             os.remove(database + end)

@@ -40,8 +40,7 @@ constexpr int kRepeated = 200;  // of what takes microseconds
 
 void Check(Status status) {
   if (status == Status::Ok) return;
-  std::fprintf(stderr, "read_bench: reading failed with status %d\n", static_cast<int>(status));
-  std::exit(2);
+  Bench::Fail("reading failed with status " + std::to_string(static_cast<int>(status)));
 }
 
 class Reading {
@@ -59,8 +58,8 @@ class Reading {
       Check(reader.Snapshot(*snapshot));
       const auto order = TamLogClient::OrderMessages(*snapshot);
       std::uint64_t seen = 0;
-      for (auto slot = order.oldestFirst.rbegin(); slot != order.oldestFirst.rend(); ++slot) {
-        seen += snapshot->slots[*slot].body.type;
+      for (std::size_t i = order.oldestFirst.size(); i > 0; --i) {
+        seen += snapshot->slots[order.oldestFirst[i - 1]].body.type;
       }
       Bench::sink = Bench::sink + seen;
     });
@@ -143,11 +142,10 @@ double EightEventCalls(HANDLE event) {
 
 int main(int argc, char** argv) {
   if (argc < 3) {
-    std::fputs("usage: read_bench LOGFILE SLOTS [COUNT]\n", stderr);
-    return 2;
+    Bench::Fail("usage: read_bench LOGFILE SLOTS [COUNT]");
   }
-  const int counted = argc > 3 ? std::atoi(argv[3]) : 0;
-  Reading reading(argv[1], static_cast<std::uint32_t>(std::strtoul(argv[2], nullptr, 10)));
+  const auto counted = static_cast<int>(Bench::NumberIn(argc, argv, 3));
+  Reading reading(argv[1], Bench::NumberIn(argc, argv, 2));
   const HANDLE event = CreateEventA(nullptr, TRUE, FALSE, nullptr);
   const auto lastOf = [&](int repetitions) {
     for (int i = 0; i < repetitions; ++i) reading.Last();

@@ -9,4 +9,5 @@ def last(bench):
         log = wine.windows_path(inputs.copied_log(bench, slots))
         with wine.running(), wine.meter("read_bench.exe", log, slots) as meter:
             bench.take_turns("last", ("last 100 messages", meter.turn("last", 1e-3)),
-                             ("8 bare event calls", meter.turn("events", 1e-3)), "us", 0.85, slots=slots, per="operation")
+                             ("8 bare event calls", meter.turn("events", 1e-3)), "us", 0.85, slots=slots,
+                             per="operation")

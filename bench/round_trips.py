@@ -1,4 +1,4 @@
-"""Requests through the running server's pipes, beside a bare blocking echo of as many bytes (round_trips_bench)."""
+"""Requests through the running server's pipes, beside a bare blocking echo of as many bytes."""
 
 import contextlib
 import subprocess
@@ -7,7 +7,7 @@ import inputs
 import wine
 
 GOAL = 1 / 0.97  # of the time: 0.97 of the echo's round trips in a second
-KINDS = {"ping": "ping", "submit": "submit", "library-submit": "submit by the client library"}
+KINDS = {"ping": "ping", "submit": "submit", "library-submit": "submit (library)"}
 WITH_ALL_CLIENTS = 50_000
 
 

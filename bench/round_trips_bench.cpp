@@ -28,13 +28,11 @@ namespace {
 
 constexpr char kEchoPipe[] = R"(\\.\pipe\TamLogBenchEcho)";
 constexpr int kTripsOfARound = 6000;  // of all clients together
-constexpr int kFailed = 2;
 // Messages later than those of any log that the server was started with.
 std::atomic<std::uint64_t> nextTime = 300ULL * 86400000;
 
 [[noreturn]] void Fail(const std::string& what) {
-  std::fprintf(stderr, "round_trips_bench: %s failed with %lu\n", what.c_str(), GetLastError());
-  std::exit(kFailed);
+  Bench::Fail(what + " failed with " + std::to_string(GetLastError()));
 }
 
 void Echo(HANDLE pipe) {
@@ -153,6 +151,7 @@ double Measure(const std::string& kind, int clients) {
   std::latch connected(clients);
   std::latch begin(1);
   std::vector<std::thread> threads;
+  threads.reserve(static_cast<std::size_t>(clients));
   for (int i = 0; i < clients; ++i) {
     threads.emplace_back([&] {
       const std::unique_ptr<Client> client = MakeClient(kind);
@@ -191,7 +190,6 @@ Bench::Measurements MakeMeasurements(int counted) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::string what = argc > 1 ? argv[1] : "";
-  if (what == "echo") return ServeEcho();
-  return Bench::TakeTurns(MakeMeasurements(std::atoi(what.c_str())));
+  if (argc > 1 && std::string(argv[1]) == "echo") return ServeEcho();
+  return Bench::TakeTurns(MakeMeasurements(static_cast<int>(Bench::NumberIn(argc, argv, 1))));
 }

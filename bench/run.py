@@ -21,6 +21,12 @@ import wine_requests
 from failure import Failure
 from harness import HEAD, Bench, format_row, machine
 
+DESCRIPTION = """\
+Measures the project's programs against a floor (what the work cannot do without) or a peer (another program that does
+the same), each pair in turns and in one run, and prints machine, medians, spread, ratio and goal: smaller is better.
+Costs that were measured at several capacities of the log come with the power of the capacity that they grow with.
+Installs what is missing from Debian's packages and builds first. Leave the machine alone meanwhile. Inputs are kept in
+build/bench."""
 SCENARIOS = {
     "round-trips": round_trips.round_trips,
     "requests": wine_requests.requests,
@@ -44,17 +50,15 @@ def parse():
     scenarios = "\n".join(f"  {name:12} {about(name).splitlines()[0]}" for name in SCENARIOS)
     parser = argparse.ArgumentParser(
         prog="./bench.sh", formatter_class=argparse.RawDescriptionHelpFormatter,
-        description="Measures the project's programs against a floor (what the work cannot do without) or a peer (another\n"
-                    "program that does the same), each pair in turns and in one run, and prints machine, medians, spread,\n"
-                    "ratio and goal: smaller is better. Costs that were measured at several capacities of the log come with\n"
-                    "the power of the capacity that they grow with. Installs what is missing from Debian's packages and\n"
-                    "builds first. Leave the machine alone meanwhile. Inputs are kept in build/bench.",
+        description=DESCRIPTION,
         epilog=f"scenarios:\n{scenarios}\n\n"
                "Exit code: 0 when every goal is met, 1 when one is missed, 2 when something could not be measured.")
     parser.add_argument("names", nargs="*", metavar="NAME", help="scenarios to run; all when none is named")
-    parser.add_argument("--pairs", type=int, default=5, help="measured pairs for each row (5; of what memory bounds: 9)")
+    parser.add_argument("--pairs", type=int, default=5,
+                        help="measured pairs for each row (%(default)s; of what memory bounds: 9)")
     parser.add_argument("--json", default="build/bench/results.json",
-                        help="write the rows there (%(default)s), and a table beside it (.md)")
+                        help="write the rows there (%(default)s)")
+    parser.add_argument("--document", metavar="FILE", help="put the table into this document, in place of its last one")
     options = parser.parse_args()
     unknown = [name for name in options.names if name not in SCENARIOS]
     if unknown:
@@ -62,28 +66,34 @@ def parse():
     return options
 
 
-def main():
-    options = parse()
-    os.makedirs("build/bench", exist_ok=True)
+def run(options):
     bench = Bench("build/bench", options.pairs)
     begun = time.monotonic()
     print("  ".join(f"{key}: {value}" for key, value in machine().items()))
-    try:
-        for name in options.names or SCENARIOS:
-            print(f"\n{name}: {about(name)}\n{HEAD}")
-            SCENARIOS[name](bench)
-    except Failure as failure:
-        print(f"bench: {failure}", file=sys.stderr)
-        return 2
+    for name in options.names or SCENARIOS:
+        print(f"\n{name}: {about(name)}\n{HEAD}")
+        SCENARIOS[name](bench)
     bench.measure_growth()
     print(f"\nall\n{HEAD}", *map(format_row, bench.rows), sep="\n")
-    bench.write(options.json, os.path.splitext(options.json)[0] + ".md")
+    bench.write(options.json)
+    if options.document:
+        bench.write_into(options.document)
     missed = bench.missed()
     if missed:
         print("\nmissed", *map(format_row, missed), sep="\n")
     print(f"\n{len(bench.rows)} rows, {len(missed)} missed their goal, {time.monotonic() - begun:.0f} s; "
           f"{options.json} holds the figures")
     return 1 if missed else 0
+
+
+def main():
+    options = parse()
+    os.makedirs("build/bench", exist_ok=True)
+    try:
+        return run(options)
+    except Failure as failure:
+        print(f"bench: {failure}", file=sys.stderr)
+        return 2
 
 
 if __name__ == "__main__":

@@ -61,8 +61,7 @@ double Append(const std::string& path) {
 
 int main(int argc, char** argv) {
   if (argc != 2) {
-    std::fputs("usage: spdlog_bench FILE\n", stderr);
-    return 2;
+    Bench::Fail("usage: spdlog_bench FILE");
   }
   const std::string path = argv[1];
   return Bench::TakeTurns({{"append", [&] { return Append(path); }}});

@@ -87,8 +87,7 @@ class Log {
 
  private:
   [[noreturn]] void Fail(const char* what) {
-    std::fprintf(stderr, "sqlite_bench: %s: %s\n", what, sqlite3_errmsg(database));
-    std::exit(2);
+    Bench::Fail(std::string(what) + ": " + sqlite3_errmsg(database));
   }
   void Check(int result) {
     if (result != SQLITE_OK) Fail("a call failed");
@@ -146,12 +145,11 @@ class Log {
 
 int main(int argc, char** argv) {
   if (argc != 3) {
-    std::fputs("usage: sqlite_bench FILE MESSAGES\n", stderr);
-    return 2;
+    Bench::Fail("usage: sqlite_bench FILE MESSAGES");
   }
   const std::string path = argv[1];
   for (const char* const end : {"", "-wal", "-shm"}) std::remove((path + end).c_str());
-  Log log(path, std::strtoul(argv[2], nullptr, 10));
+  Log log(path, Bench::NumberIn(argc, argv, 2));
   return Bench::TakeTurns({{"append", [&] { return log.Append(); }},
                            {"read", [&] { return log.Read(); }},
                            {"check", [&] { return log.CheckIntegrity(); }}});

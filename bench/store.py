@@ -48,7 +48,8 @@ def goal_of(row, slots):
 def measure(bench, what, slots):
     log = bench.path("store.dat")
     rows = collections.OrderedDict()
-    for row, unit, ours, floor in run(what, wine.windows_path(log), slots, pairs=bench.pairs):
+    pairs = bench.memory_pairs if what in ("flush", "open") else bench.pairs
+    for row, unit, ours, floor in run(what, wine.windows_path(log), slots, pairs=pairs):
         rows.setdefault((row, unit), []).append((float(ours), float(floor)))
     for (row, unit), pairs in rows.items():
         floor = next(text for start, text in FLOORS.items() if row.startswith(start))

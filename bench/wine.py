@@ -1,7 +1,7 @@
 """Wine and the real service in it, everything on the first processor; the prefix is one of bench.sh's own.
 
-A prefix's server lives from `running` on; a scenario that needs Wine starts one of its own, because an old one has
-become slower. Unpinned, each hand-over from one process to another wakes a processor, which costs more than it does.
+Each scenario starts a server of its own, so that none measures what another has left. Unpinned, each hand-over from one
+process to another wakes a processor, which costs more than it does.
 """
 
 import contextlib
@@ -41,8 +41,9 @@ def windows_path(path):
 
 def shell(text):
     """Runs bash with the functions of scripts/wine-env.sh."""
-    return subprocess.run(["taskset", "-c", "0", "bash", "-c", f'. scripts/wine-env.sh "$1"; {text}', "bench", prefix()],
-                          stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=False)
+    bash = ["taskset", "-c", "0", "bash", "-c", f'. scripts/wine-env.sh "$1"; {text}', "bench", prefix()]
+    return subprocess.run(bash, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                          check=False)
 
 
 @contextlib.contextmanager

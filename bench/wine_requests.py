@@ -1,9 +1,10 @@
-"""Calls into Wine's server that an operation makes, of all threads that take part: whole numbers, almost without noise.
+"""Requests to Wine's server that an operation makes: whole numbers, almost without noise.
 
 Wine's server prints every request. A series of N operations and one of 2N lie between marks (marks.h); the difference
-is what N cost. Threads that have less than one request for two operations do something else (timers, for example). An
-answer that is there before it is asked for saves a wait, three requests; so no goal is to be met from below. Locks and
-events of a request's own would show as requests that are neither reads, writes nor waits for those.
+is what N cost, in all threads that take part: those that have less than one request for two operations do something
+else (timers, for example). An answer that is there before it is asked for saves a wait, three requests; so no goal is
+to be met from below. Locks and events of a request's own would show as requests that are neither reads, writes nor
+waits for those.
 """
 
 import collections
@@ -20,7 +21,7 @@ SLOTS = 50_000
 REQUEST = re.compile(r"^([0-9a-f]{4}): ([a-z_]+)\((?!\) =)")
 TRANSFER = ("read", "write", "select", "get_async_result")
 # What each may cost; a bare echo and the client's reading are there to compare.
-GOALS = {"bare echo": None, "ping": 14, "submit": 14, "submit by the client library": 14, "message taken from the driver": 8,
+GOALS = {"bare echo": None, "ping": 14, "submit": 14, "submit (library)": 14, "message taken from the driver": 8,
          "last 100 messages read": None, "AddMessage": 0, "look through 100 filters": 0}
 
 
