@@ -100,12 +100,12 @@ class Bench:
     def pin(self, command):
         return ["taskset", "-c", "0", *command]
 
-    def compare(self, scenario, ours, other, goal=None):
+    def compare(self, scenario, ours, other, goal=None, **more):
         """`ours` and `other`: (name, command). Compares wall-clock times of whole processes."""
         def seconds(command, output):
             return lambda: run_process(self.pin(command), self.path(output)).seconds
         self.take_turns(scenario, (ours[0], seconds(ours[1], "out.ours")), (other[0], seconds(other[1], "out.other")),
-                        "s", goal)
+                        "s", goal, **more)
 
     def take_turns(self, scenario, ours, other, unit, goal=None, pairs=None, **more):
         """`ours` and `other`: (name, function that gives one value). Once unmeasured, so that both are warm."""
