@@ -139,7 +139,7 @@ class Bench:
             raise Failure(f"{document} has no lines {MARKS[0]!r} and {MARKS[1]!r} to put the table between")
         before, rest = text.split(MARKS[0], 1)
         after = rest.split(MARKS[1], 1)[1]
-        titles = [title or " " for title in TITLES]
+        titles = [title.replace("+-", "±") or " " for title in TITLES]
         table = [f"{'; '.join(f'{key}: {value}' for key, value in machine().items())}", "",
                  f"| {' | '.join(titles)} |", "|---" * len(titles) + "|"]
         table += [f"| {' | '.join(field.strip() for field in fields(row))} |" for row in self.rows]

@@ -58,11 +58,13 @@ def parse():
                         help="measured pairs for each row (%(default)s; of what memory bounds: 9)")
     parser.add_argument("--json", default="build/bench/results.json",
                         help="write the rows there (%(default)s)")
-    parser.add_argument("--document", metavar="FILE", help="put the table into this document, in place of its last one")
+    parser.add_argument("--document", metavar="FILE", help="put the table of all scenarios into this document, in place of its last one")
     options = parser.parse_args()
     unknown = [name for name in options.names if name not in SCENARIOS]
     if unknown:
         parser.error(f"there is no scenario {unknown[0]!r}; there are {', '.join(SCENARIOS)}")
+    if options.document and options.names:
+        parser.error("a document's table is of all scenarios: name none together with --document")
     return options
 
 
@@ -94,6 +96,8 @@ def main():
     except Failure as failure:
         print(f"bench: {failure}", file=sys.stderr)
         return 2
+    except KeyboardInterrupt:
+        return 130
 
 
 if __name__ == "__main__":
