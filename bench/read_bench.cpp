@@ -83,10 +83,11 @@ class Reading {
   double InPlace() {
     return Bench::Nanoseconds([&] {
       Check(reader.WithView(10'000'000, [&](const LogView& log) {
-        const LogFileHeader& header = log.Header();
+        const LogFileHeader header = log.Header();
+        const auto capacity = static_cast<std::uint32_t>(header.maxMessages);
         auto slot = static_cast<std::uint32_t>(header.nextSlot);
         for (std::int32_t i = 0; i < header.messageCount; ++i) {
-          slot = (slot == 0 ? static_cast<std::uint32_t>(header.maxMessages) : slot) - 1;
+          slot = (slot == 0 ? capacity : slot) - 1;
           CopyOut(log.Slot(slot));
         }
       }));

@@ -58,7 +58,8 @@ def parse():
                         help="measured pairs for each row (%(default)s; of what memory bounds: 9)")
     parser.add_argument("--json", default="build/bench/results.json",
                         help="write the rows there (%(default)s)")
-    parser.add_argument("--document", metavar="FILE", help="put the table of all scenarios into this document, in place of its last one")
+    parser.add_argument("--document", metavar="FILE",
+                        help="put the table of all scenarios into this document, in its last one's place")
     options = parser.parse_args()
     unknown = [name for name in options.names if name not in SCENARIOS]
     if unknown:

@@ -17,6 +17,8 @@ KEY = r"HKLM\SOFTWARE\Brenmark VORTA\Torvane Log Server"
 
 
 def prefix():
+    if "TAMLOG_BENCH_PREFIX" not in os.environ:
+        raise Failure("there is no Wine prefix to measure in; ./bench.sh makes one and names it")
     return os.environ["TAMLOG_BENCH_PREFIX"]
 
 
