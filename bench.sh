@@ -1,36 +1,28 @@
 #!/usr/bin/env bash
-# Builds what the benchmarks measure, installs the peers, and runs the scenarios.
+# Builds what the benchmarks measure, installs the peers, and runs the scenarios: ./bench.sh --help
 set -euo pipefail
 
-case ${1:-} in
-  -h | --help)
-    cat <<'TEXT'
-usage: ./bench.sh [--pairs N] [--json FILE] [NAME...]
-
-Measures the project's programs against a floor or a peer (journalctl, grep, bare copies and calls), each pair in turns
-and in one run, and prints machine, medians, spread and ratio: smaller is better. Without NAME all scenarios run: show,
-store. Installs what is missing from Debian's packages and builds first. Leave the machine alone meanwhile. Inputs are
-kept in build/bench.
-
-Exit code: 0 when every goal is met, 1 when one is missed.
-TEXT
-    exit 0
-    ;;
-esac
 cd "$(dirname "$0")"
+for argument in "$@"; do
+  case $argument in
+    -h | --help) exec python3 bench/run.py --help ;;
+  esac
+done
 mkdir -p build/bench
 scripts/install-packages.sh bench
-scripts/build.sh linux >build/bench/build.log 2>&1 || { tail -n 40 build/bench/build.log >&2; exit 2; }
-scripts/build.sh windows store_bench >>build/bench/build.log 2>&1 || { tail -n 40 build/bench/build.log >&2; exit 2; }
 
-# A Wine prefix of its own, its server on the processor that everything is measured on.
+build() {
+  scripts/build.sh "$@" >>build/bench/build.log 2>&1 || { tail -n 40 build/bench/build.log >&2; exit 2; }
+}
+echo 'building (the first time takes minutes)'
+: >build/bench/build.log
+build linux tamlogctl make_log spdlog_bench lmdb_bench sqlite_bench journal_bench
+build windows TamLogServer tamlogctl tamlog tamlogdrv store_bench open_bench append_bench read_bench \
+  flush_guards_bench driver_drain_bench round_trips_bench spdlog_bench
+
+# A Wine prefix of its own; the scenarios start and stop its server (bench/wine.py).
 TAMLOG_BENCH_PREFIX=$(scripts/wine-prefix.sh bench)
 export TAMLOG_BENCH_PREFIX
-(
-  # shellcheck source=scripts/wine-env.sh
-  . scripts/wine-env.sh "$TAMLOG_BENCH_PREFIX"
-  taskset -c 0 bash -c '. scripts/wine-env.sh "$1"; wine_server_start' start "$TAMLOG_BENCH_PREFIX"
-)
 stop_wine() {
   # shellcheck source=scripts/wine-env.sh
   (. scripts/wine-env.sh "$TAMLOG_BENCH_PREFIX"; wine_server_stop)

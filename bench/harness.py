@@ -1,17 +1,26 @@
-"""Measures our programs against a floor or a peer, in turns and in one run, and prints ratios.
+"""Measures ours against a floor or a peer, in turns and in one run, and makes the table of ratios.
 
 Absolute times move by a third from run to run; the median of ratios of interleaved pairs (A B A B ...) holds to a few
-per cent. A scenario is a function that takes a Bench and calls `compare` for each row of its table.
+per cent. A scenario is a function that takes a Bench and adds rows to it. In every row smaller is better.
 """
 
 import dataclasses
 import json
+import math
 import os
 import platform
 import statistics
 import subprocess
-import sys
 import time
+
+from failure import Failure
+
+# How a cost may grow with the number of slots: the exponents of n log n between a thousand and a million, and of what
+# is paid for each message of it. Both leave room for the caches that a large file does not fit into.
+GROWTH_LIMITS = {"operation": 1.3, "message": 0.3}
+
+# Where a document's table is.
+MARKS = ("<!-- figures of ./bench.sh -->", "<!-- end of the figures -->")
 
 
 @dataclasses.dataclass
@@ -37,11 +46,22 @@ class Row:
     unit: str
     goal: float | None
     pairs: int
+    slots: int | None = None  # capacity of the log
+    per: str | None = None  # what the value is the cost of: a "message" or an "operation"
+    exponent: float | None = None  # our value grows with this power of the slots, over all rows of the same name
 
     def verdict(self):
         if self.goal is None:
             return ""
-        return "met" if self.ratio <= self.goal else "MISSED"
+        return "ok" if self.ratio <= self.goal else "MISSED"
+
+    def growth_verdict(self):
+        if self.exponent is None:
+            return ""
+        return "ok" if self.exponent <= GROWTH_LIMITS[self.per] else "MISSED"
+
+    def missed(self):
+        return "MISSED" in (self.verdict(), self.growth_verdict())
 
 
 def run_process(command, output):
@@ -54,7 +74,7 @@ def run_process(command, output):
         seconds = time.perf_counter() - begun
     process.returncode = os.waitstatus_to_exitcode(status)
     if process.returncode != 0:
-        sys.exit(f"bench: {' '.join(command)} failed with {process.returncode}: {errors.decode(errors='replace')}")
+        raise Failure(f"{' '.join(command)} failed with {process.returncode}: {errors.decode(errors='replace')}")
     return Run(seconds, usage.ru_utime + usage.ru_stime, usage.ru_maxrss * 1024)
 
 
@@ -66,11 +86,12 @@ def quarter_spread(values):
 
 
 class Bench:
-    """Collects rows, prints the table and writes the JSON file."""
+    """Collects rows and makes the table."""
 
     def __init__(self, work, pairs):
         self.work = work
         self.pairs = pairs
+        self.memory_pairs = max(pairs, 9) if pairs >= 5 else pairs  # of what memory bounds: it scatters more
         self.rows = []
 
     def path(self, name):
@@ -79,31 +100,70 @@ class Bench:
     def pin(self, command):
         return ["taskset", "-c", "0", *command]
 
-    def compare(self, scenario, ours, other, goal=None):
+    def compare(self, scenario, ours, other, goal=None, **more):
         """`ours` and `other`: (name, command). Compares wall-clock times of whole processes."""
-        pairs = []
-        for command in (ours[1], other[1]):  # once unmeasured: files come into the cache
-            run_process(self.pin(command), self.path("out"))
-        for _ in range(self.pairs):
-            pairs.append((run_process(self.pin(ours[1]), self.path("out.ours")).seconds,
-                          run_process(self.pin(other[1]), self.path("out.other")).seconds))
-        self.add_pairs(scenario, ours[0], other[0], pairs, "s", goal)
+        def seconds(command, output):
+            return lambda: run_process(self.pin(command), self.path(output)).seconds
+        self.take_turns(scenario, (ours[0], seconds(ours[1], "out.ours")), (other[0], seconds(other[1], "out.other")),
+                        "s", goal, **more)
 
-    def add_pairs(self, scenario, ours, other, pairs, unit, goal=None):
-        """`pairs`: (our value, the other's) measured in turns."""
+    def take_turns(self, scenario, ours, other, unit, goal=None, pairs=None, **more):
+        """`ours` and `other`: (name, function that gives one value). Once unmeasured, so that both are warm."""
+        ours[1](), other[1]()
+        pairs = [(ours[1](), other[1]()) for _ in range(pairs or self.pairs)]
+        self.add_pairs(scenario, ours[0], other[0], pairs, unit, goal, **more)
+
+    def add_pairs(self, scenario, ours, other, pairs, unit, goal=None, **more):
+        """`pairs`: (our value, the other's) measured in turns. `more`: fields of Row."""
         ratios = [mine / theirs for mine, theirs in pairs]
-        self.rows.append(Row(scenario, ours, other, statistics.median(ratios), quarter_spread(ratios),
-                             statistics.median(mine for mine, _ in pairs),
-                             statistics.median(theirs for _, theirs in pairs), unit, goal, len(pairs)))
-        print(format_row(self.rows[-1]), flush=True)
+        self.add(Row(scenario, ours, other, statistics.median(ratios), quarter_spread(ratios),
+                     statistics.median(mine for mine, _ in pairs), statistics.median(theirs for _, theirs in pairs),
+                     unit, goal, len(pairs), **more))
+
+    def add(self, row):
+        self.rows.append(row)
+        print(format_row(row), flush=True)
 
     def write(self, path):
+        rows = [{**dataclasses.asdict(row), "verdict": row.verdict(), "growth": row.growth_verdict()}
+                for row in self.rows]
         with open(path, "w", encoding="utf-8") as file:
-            json.dump({"machine": machine(), "rows": [dataclasses.asdict(row) for row in self.rows]}, file, indent=2)
+            json.dump({"machine": machine(), "rows": rows}, file, indent=2)
             file.write("\n")
 
+    def write_into(self, document):
+        """Replaces what stands between the document's two marks by machine and table."""
+        with open(document, encoding="utf-8") as file:
+            text = file.read()
+        if MARKS[0] not in text or MARKS[1] not in text:
+            raise Failure(f"{document} has no lines {MARKS[0]!r} and {MARKS[1]!r} to put the table between")
+        before, rest = text.split(MARKS[0], 1)
+        after = rest.split(MARKS[1], 1)[1]
+        titles = [title.replace("+-", "±") or " " for title in TITLES]
+        table = [f"{'; '.join(f'{key}: {value}' for key, value in machine().items())}", "",
+                 f"| {' | '.join(titles)} |", "|---" * len(titles) + "|"]
+        table += [f"| {' | '.join(field.strip() for field in fields(row))} |" for row in self.rows]
+        with open(document, "w", encoding="utf-8") as file:
+            file.write(f"{before}{MARKS[0]}\n\n" + "\n".join(table) + f"\n\n{MARKS[1]}{after}")
+
+    def measure_growth(self):
+        """Gives every row whose cost was measured at several capacities the exponent of its growth."""
+        for row in self.rows:
+            family = [other for other in self.rows if row.slots and row.per and
+                      (row.scenario, row.ours, row.other) == (other.scenario, other.ours, other.other)]
+            if len({other.slots for other in family}) > 1:
+                row.exponent = exponent([(other.slots, other.ours_value) for other in family])
+
     def missed(self):
-        return [row for row in self.rows if row.verdict() == "MISSED"]
+        return [row for row in self.rows if row.missed()]
+
+
+def exponent(points):
+    """The slope of the straight line through the logarithms."""
+    logs = [(math.log(size), math.log(max(cost, 1e-12))) for size, cost in points]
+    middle = statistics.fmean(size for size, _ in logs), statistics.fmean(cost for _, cost in logs)
+    return (sum((size - middle[0]) * (cost - middle[1]) for size, cost in logs) /
+            sum((size - middle[0]) ** 2 for size, _ in logs))
 
 
 def machine():
@@ -113,14 +173,36 @@ def machine():
             if line.startswith("model name"):
                 model = line.split(":", 1)[1].strip()
                 break
-    return {"processor": model, "cores": os.cpu_count(), "kernel": platform.release(),
-            "date": time.strftime("%Y-%m-%d")}
+    wine = subprocess.run(["dpkg-query", "--show", "--showformat=${Version}", "wine64"], capture_output=True, text=True,
+                          check=False).stdout
+    return {"processor": model, "cores": os.cpu_count(), "kernel": platform.release(), "wine": wine,
+            "load": round(os.getloadavg()[0], 2), "date": time.strftime("%Y-%m-%d")}
 
 
-HEAD = f"{'scenario':12} {'ours':34} {'against':34} {'ratio':>8} {'+-':>6} {'goal':>6}        medians"
+WIDTHS = (11, 36, 9, 36, 7, 6, 6, 6, 12)
+TITLES = ("scenario", "ours", "slots", "against", "ratio", "+-", "goal", "", "growth", "ours : theirs")
+
+
+def fields(row):
+    """The columns of TITLES as texts."""
+    goal = "" if row.goal is None else f"{row.goal:.3g}"
+    growth = "" if row.exponent is None else f"n^{row.exponent:.2f} {row.growth_verdict()}"
+    per = "" if row.per is None else f" a {row.per}" if row.per == "message" else " in all"
+    slots = "" if row.slots is None else f"{row.slots:,}"
+    values = f"{row.ours_value:.4g} : {row.other_value:.4g} {row.unit}{per}"
+    return (row.scenario, row.ours, slots, row.other, f"{row.ratio:.3g}", f"{row.spread:.2g}", goal, row.verdict(),
+            growth, values)
+
+
+def format_fields(texts):
+    right = (2, 4, 5, 6)
+    columns = [text.rjust(width) if index in right else text.ljust(width)
+               for index, (text, width) in enumerate(zip(texts, WIDTHS))]
+    return " ".join([*columns, texts[-1]]).rstrip()
 
 
 def format_row(row):
-    goal = "" if row.goal is None else f"{row.goal:g}"
-    return (f"{row.scenario:12} {row.ours:34} {row.other:34} {row.ratio:8.3f} {row.spread:6.3f} {goal:>6} "
-            f"{row.verdict():6} {row.ours_value:.4g} : {row.other_value:.4g} {row.unit}")
+    return format_fields(fields(row))
+
+
+HEAD = format_fields(TITLES)

@@ -5,34 +5,100 @@ import argparse
 import inspect
 import os
 import sys
+import time
 
+import append
+import driver_drain
+import flush_guards
+import idle
+import open_peers
+import read_last
+import read_whole
+import round_trips
 import show
 import store
-from harness import HEAD, Bench, machine
+import wine_requests
+from failure import Failure
+from harness import HEAD, Bench, format_row, machine
 
-SCENARIOS = {"show": show.show, "store": store.store}
+DESCRIPTION = """\
+Measures the project's programs against a floor (what the work cannot do without) or a peer (another program that does
+the same), each pair in turns and in one run, and prints machine, medians, spread, ratio and goal: smaller is better.
+Costs that were measured at several capacities of the log come with the power of the capacity that they grow with.
+Installs what is missing from Debian's packages and builds first. Leave the machine alone meanwhile. Inputs are kept in
+build/bench."""
+SCENARIOS = {
+    "round-trips": round_trips.round_trips,
+    "requests": wine_requests.requests,
+    "driver": driver_drain.driver,
+    "store": store.store,
+    "open": open_peers.open_peers,
+    "read": read_whole.read,
+    "last": read_last.last,
+    "append": append.append,
+    "flush": flush_guards.flush_guards,
+    "idle": idle.idle,
+    "show": show.show,
+}
 
 
-def main():
-    parser = argparse.ArgumentParser(prog="bench.sh", description="Measures the project's programs against floors and "
-                                     "peers, in turns and in one run, and prints ratios: smaller is better.")
-    parser.add_argument("names", nargs="*", metavar="NAME", help=f"scenarios: {', '.join(SCENARIOS)} (default: all)")
-    parser.add_argument("--pairs", type=int, default=5, help="measured pairs for each row (5)")
-    parser.add_argument("--json", default="build/bench/results.json", help="also write the rows there")
+def about(name):
+    return inspect.getdoc(sys.modules[SCENARIOS[name].__module__])
+
+
+def parse():
+    scenarios = "\n".join(f"  {name:12} {about(name).splitlines()[0]}" for name in SCENARIOS)
+    parser = argparse.ArgumentParser(
+        prog="./bench.sh", formatter_class=argparse.RawDescriptionHelpFormatter,
+        description=DESCRIPTION,
+        epilog=f"scenarios:\n{scenarios}\n\n"
+               "Exit code: 0 when every goal is met, 1 when one is missed, 2 when something could not be measured.")
+    parser.add_argument("names", nargs="*", metavar="NAME", help="scenarios to run; all when none is named")
+    parser.add_argument("--pairs", type=int, default=5,
+                        help="measured pairs for each row (%(default)s; of what memory bounds: 9)")
+    parser.add_argument("--json", default="build/bench/results.json",
+                        help="write the rows there (%(default)s)")
+    parser.add_argument("--document", metavar="FILE",
+                        help="put the table of all scenarios into this document, in its last one's place")
     options = parser.parse_args()
     unknown = [name for name in options.names if name not in SCENARIOS]
     if unknown:
         parser.error(f"there is no scenario {unknown[0]!r}; there are {', '.join(SCENARIOS)}")
-    os.makedirs("build/bench", exist_ok=True)
+    if options.document and options.names:
+        parser.error("a document's table is of all scenarios: name none together with --document")
+    return options
+
+
+def run(options):
     bench = Bench("build/bench", options.pairs)
+    begun = time.monotonic()
     print("  ".join(f"{key}: {value}" for key, value in machine().items()))
     for name in options.names or SCENARIOS:
-        print(f"\n{name}: {inspect.getdoc(sys.modules[SCENARIOS[name].__module__])}\n{HEAD}")
+        print(f"\n{name}: {about(name)}\n{HEAD}")
         SCENARIOS[name](bench)
+    bench.measure_growth()
+    print(f"\nall\n{HEAD}", *map(format_row, bench.rows), sep="\n")
     bench.write(options.json)
+    if options.document:
+        bench.write_into(options.document)
     missed = bench.missed()
-    print(f"\n{len(bench.rows)} rows, {len(missed)} missed their goal; {options.json} holds the figures")
+    if missed:
+        print("\nmissed", *map(format_row, missed), sep="\n")
+    print(f"\n{len(bench.rows)} rows, {len(missed)} missed their goal, {time.monotonic() - begun:.0f} s; "
+          f"{options.json} holds the figures")
     return 1 if missed else 0
+
+
+def main():
+    options = parse()
+    os.makedirs("build/bench", exist_ok=True)
+    try:
+        return run(options)
+    except Failure as failure:
+        print(f"bench: {failure}", file=sys.stderr)
+        return 2
+    except KeyboardInterrupt:
+        return 130
 
 
 if __name__ == "__main__":

@@ -3,7 +3,10 @@
 import collections
 import os
 import subprocess
-import sys
+
+import inputs
+import wine
+from failure import Failure
 
 # What is asked of each kind of row; the longest call and the memory stand against a bound, not against a floor.
 GOALS = {"add in order": 1.30, "add every second late": 1.6, "add 20000 reversed": 2.0,
@@ -18,37 +21,48 @@ LARGE_ONLY = ("open", "private memory")
 
 
 def run(*arguments, pairs):
-    """One run of store_bench in a prefix of its own, pinned with Wine's server; yields its lines' fields."""
-    prefix = os.environ["TAMLOG_BENCH_PREFIX"]
-    command = ["taskset", "-c", "0", "scripts/wine-run.sh", "build/bin/store_bench.exe", *arguments, str(pairs)]
+    """One run of store_bench; yields its lines' fields."""
+    command = wine.command("store_bench.exe", *arguments, pairs)
     result = subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=900,
-                            env={**os.environ, "WINEPREFIX": prefix}, check=False)
+                            env=wine.environment(), check=False)
     if result.returncode != 0:
-        sys.exit(f"bench: {' '.join(command)} failed with {result.returncode}: {result.stderr}")
+        raise Failure(f"{' '.join(command)} failed with {result.returncode}: {result.stderr}")
     return [line.split("\t") for line in result.stdout.splitlines() if line]
 
 
+# What the value is the cost of, where it is not that of a message.
+OPERATIONS = ("longest", "flush of one", "open", "private memory")
+
+
+def kind_of(row, slots):
+    return row.removesuffix(f", {slots}")
+
+
 def goal_of(row, slots):
-    kind = row.removesuffix(f", {slots}")
+    kind = kind_of(row, slots)
     if slots < (1_000_000 if kind in LARGE_ONLY else 50_000) and not kind.startswith("filters"):
         return None
     return GOALS[kind]
 
 
 def measure(bench, what, slots):
-    log = os.path.abspath(bench.path("store.dat"))
+    log = bench.path("store.dat")
     rows = collections.OrderedDict()
-    for row, unit, ours, floor in run(what, "Z:" + log.replace("/", "\\"), str(slots), pairs=bench.pairs):
+    pairs = bench.memory_pairs if what in ("flush", "open") else bench.pairs
+    for row, unit, ours, floor in run(what, wine.windows_path(log), slots, pairs=pairs):
         rows.setdefault((row, unit), []).append((float(ours), float(floor)))
     for (row, unit), pairs in rows.items():
         floor = next(text for start, text in FLOORS.items() if row.startswith(start))
-        bench.add_pairs("store", row, floor, pairs, unit, goal_of(row, slots))
+        size = {} if what == "filters" else {
+            "slots": slots, "per": "operation" if row.startswith(OPERATIONS) else "message"}
+        bench.add_pairs("store", kind_of(row, slots), floor, pairs, unit, goal_of(row, slots), **size)
     if os.path.exists(log):
         os.remove(log)
 
 
 def store(bench):
-    measure(bench, "filters", 1)
-    for slots in (1_000, 50_000, 1_000_000):
-        for what in ("add", "flush", "open"):
-            measure(bench, what, slots)
+    with wine.running():
+        measure(bench, "filters", 1)
+        for slots in inputs.SIZES:
+            for what in ("add", "flush", "open"):
+                measure(bench, what, slots)

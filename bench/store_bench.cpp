@@ -14,8 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "store/message_file_server.h"
-#include "store/ring.h"
+#include "bench/bench_store.h"
 #include "store/source_filters.h"
 #include "util/helpers.h"
 #include "util/win32.h"
@@ -24,12 +23,9 @@
 
 namespace {
 
-using TamLogUtil::Timeout;
-
-constexpr char kMap[] = "Global\\TamLogBenchMap";
-constexpr char kHeaderLock[] = "Global\\TamLogBenchHeaderLock";
-constexpr char kReadWait[] = "Global\\TamLogBenchReadWait";
-constexpr char kWriteWait[] = "Global\\TamLogBenchWriteWait";
+using Bench::MessageAt;
+using Bench::Store;
+using Bench::View;
 
 std::uint64_t sink = 0;  // printed at the end, so that no floor is optimised away
 
@@ -48,85 +44,6 @@ void Report(const std::string& row, const char* unit, double ours, double floor)
   std::printf("%s\t%s\t%.6g\t%.6g\n", row.c_str(), unit, ours, floor);
   std::fflush(stdout);
 }
-
-// A source of 12 characters and a text of 80; `tenths` counts tenths of milliseconds from a fixed day on.
-LogMessageBody MessageAt(std::uint64_t tenths) {
-  LogMessageBody body{};
-  const std::uint64_t milliseconds = tenths / 10;
-  const auto word = [](std::uint64_t value) { return static_cast<std::int16_t>(value); };
-  const std::int16_t words[8] = {2026,
-                                 word(1 + milliseconds / 86400000 / 28),
-                                 word(1 + milliseconds / 86400000 % 28),
-                                 word(milliseconds / 3600000 % 24),
-                                 word(milliseconds / 60000 % 60),
-                                 word(milliseconds / 1000 % 60),
-                                 word(milliseconds % 1000),
-                                 0};
-  static_assert(sizeof words == sizeof body.timestamp);
-  std::memcpy(body.timestamp, words, sizeof words);
-  std::memset(body.source, 's', 12);
-  std::memset(body.text, 't', 80);
-  return body;
-}
-
-// A server over a full file.
-class Store {
- public:
-  Store(const std::string& path, std::uint32_t slots) : now(std::uint64_t{slots} * 10) {
-    configuration.maxMessage = slots;
-    configuration.logFile = path;
-    std::fill(std::begin(configuration.typeFilter), std::end(configuration.typeFilter), true);
-    WriteFullFile();
-    Open();
-  }
-  ~Store() { Close(); }
-  Store(const Store&) = delete;
-  Store& operator=(const Store&) = delete;
-
-  void Open() { server.OpenFile(kMap, kHeaderLock, kReadWait, kWriteWait); }
-  void Close() { server.CloseFile(Timeout::Infinite); }
-
-  // Messages later than all so far.
-  std::vector<LogMessageBody> InOrder(std::size_t count) {
-    std::vector<LogMessageBody> bodies;
-    bodies.reserve(count);
-    for (std::size_t i = 0; i < count; ++i) bodies.push_back(MessageAt(++now));
-    return bodies;
-  }
-  // Every second one is a second late, behind 10,000 others.
-  std::vector<LogMessageBody> EverySecondLate(std::size_t count) {
-    std::vector<LogMessageBody> bodies = InOrder(count);
-    for (std::size_t i = 1; i < count; i += 2) bodies[i] = MessageAt(now - count + i - 6667);
-    return bodies;
-  }
-  std::vector<LogMessageBody> Reversed(std::size_t count) {
-    std::vector<LogMessageBody> bodies = InOrder(count);
-    std::reverse(bodies.begin(), bodies.end());
-    return bodies;
-  }
-
-  MessageFileServer server{&configuration, &configLock};
-  ServerConfiguration configuration;
-
- private:
-  void WriteFullFile() const {
-    std::ofstream file(configuration.logFile, std::ios::binary);
-    LogFileHeader header{};
-    header.maxMessages = static_cast<std::int32_t>(configuration.maxMessage);
-    header.messageCount = header.maxMessages;
-    header.nextSequence = configuration.maxMessage;
-    char head[kSlotsOffset] = {};
-    std::memcpy(head, &header, sizeof header);
-    file.write(head, sizeof head);
-    for (std::uint32_t i = 0; i < configuration.maxMessage; ++i) {
-      const LogMessage message = {.sequence = i, .body = MessageAt(std::uint64_t{i} * 10), .padding = {}};
-      file.write(reinterpret_cast<const char*>(&message), sizeof message);
-    }
-  }
-
-  TamLogUtil::Mutex configLock;
-  std::uint64_t now;
-};
 
 // One key computation and one copy a message.
 double CopyAll(const std::vector<LogMessageBody>& bodies, std::vector<LogMessage>& slots) {
@@ -177,28 +94,6 @@ void Add(const std::string& path, std::uint32_t slots, int pairs) {
   MeasureLongest("longest add, every second late" + of, store, &Store::EverySecondLate, 20000, pairs);
   MeasureAdd("add 20000 reversed" + of, store, &Store::Reversed, 20000, pairs);
 }
-
-// The mapped slots a second time, as a reader has them.
-class View {
- public:
-  View() : mapping(OpenFileMappingA(FILE_MAP_ALL_ACCESS, FALSE, kMap)) {
-    bytes = static_cast<char*>(MapViewOfFile(mapping, FILE_MAP_ALL_ACCESS, 0, 0, 0));
-    if (bytes == nullptr) std::exit(2);
-  }
-  ~View() {
-    UnmapViewOfFile(bytes);
-    CloseHandle(mapping);
-  }
-  View(const View&) = delete;
-  View& operator=(const View&) = delete;
-
-  LogFileHeader* Header() { return reinterpret_cast<LogFileHeader*>(bytes); }
-  LogMessage* Slots() { return reinterpret_cast<LogMessage*>(bytes + kSlotsOffset); }
-
- private:
-  HANDLE mapping;
-  char* bytes;
-};
 
 double FlushOf(Store& store, std::size_t count) {
   for (const LogMessageBody& body : store.InOrder(count)) store.server.AddMessage(body);

@@ -69,7 +69,10 @@ THIRD_PARTY = {
     "fmt/": {"tamlogctl"},
     "nlohmann/": {"tamlogctl", "tests"},
     "benchmark/": {"bench"},
-    "spdlog/": {"tests"},
+    "spdlog/": {"tests", "bench"},
+    "lmdb.h": {"bench"},
+    "sqlite3.h": {"bench"},
+    "systemd/": {"bench"},
 }
 # The client library's headers as other programs include them, and the one of them that serves another library.
 INSTALLED_HEADERS = "client/include/"

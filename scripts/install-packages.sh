@@ -36,6 +36,7 @@ fuzz_packages=(
 
 bench_packages=(
   systemd systemd-journal-remote  # journalctl, and what makes a journal of our messages
+  libsystemd-dev libsqlite3-dev liblmdb-dev libspdlog-dev  # other logs and stores, as libraries
   util-linux                      # taskset
 )
 

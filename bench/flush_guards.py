@@ -1,0 +1,23 @@
+"""What a flush keeps others from: readers from the log, a client from handing in the next message."""
+
+import inputs
+import wine
+
+LONGEST_WAIT = 100.0  # microseconds
+
+
+def flush_guards(bench):
+    for slots in inputs.SIZES[1:]:
+        log = wine.windows_path(inputs.copied_log(bench, slots))
+        # Two processors: the thread that submits shall wait for locks, not for its turn on the only one.
+        with wine.running(), wine.meter("flush_guards_bench.exe", log, slots, processors="0,1") as meter:
+            for _ in range(2 * slots // 20_000):  # until each slot was written once
+                meter.take("submit-wait")
+            limit = ("a tenth of a millisecond", lambda: LONGEST_WAIT)
+            bench.take_turns("flush", ("readers shut out, flush of 2,000", meter.turn("readers-out", 1e-3)),
+                             ("5 event calls, 2,000 x 1.15 copies", meter.turn("limit", 1e-3)), "us", 1.0,
+                             pairs=bench.memory_pairs, slots=slots, per="operation")
+            bench.take_turns("flush", ("longest submit, flush of 20,000", meter.turn("submit-wait", 1e-3)),
+                             limit, "us", 1.0, slots=slots, per="operation")
+            bench.take_turns("flush", ("longest submit, without a flush", meter.turn("submit-alone", 1e-3)),
+                             limit, "us", slots=slots)

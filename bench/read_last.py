@@ -1,0 +1,13 @@
+"""The last 100 messages, with read access and all, beside 8 bare event calls: as many as read access makes."""
+
+import inputs
+import wine
+
+
+def last(bench):
+    for slots in inputs.SIZES:
+        log = wine.windows_path(inputs.copied_log(bench, slots))
+        with wine.running(), wine.meter("read_bench.exe", log, slots) as meter:
+            bench.take_turns("last", ("last 100 messages", meter.turn("last", 1e-3)),
+                             ("8 bare event calls", meter.turn("events", 1e-3)), "us", 0.85, slots=slots,
+                             per="operation")

@@ -1,0 +1,53 @@
+#pragma once
+
+// The other end of bench/meter.py: a program that prepares what it measures, says "ready", and then takes one
+// measurement for each line of standard input: the line names it, the answer is one line with one number. So
+// two programs, of Windows and of Linux, measure in turns, and each stays warm meanwhile. One thread.
+
+#include <chrono>
+#include <cstdint>
+#include <cstdlib>
+#include <functional>
+#include <iostream>
+#include <map>
+#include <string>
+
+namespace Bench {
+
+// Whatever is added here is not optimised away.
+inline volatile std::uint64_t sink = 0;
+
+template <class Work>
+double Nanoseconds(Work&& work) {
+  const auto begin = std::chrono::steady_clock::now();
+  work();
+  const auto end = std::chrono::steady_clock::now();
+  return static_cast<double>(std::chrono::duration_cast<std::chrono::nanoseconds>(end - begin).count());
+}
+
+using Measurements = std::map<std::string, std::function<double()>>;
+
+// Ends the program: whoever has started it shows the text.
+[[noreturn]] inline void Fail(const std::string& what) {
+  std::cerr << what << std::endl;
+  std::exit(2);
+}
+
+// The number in an argument that may be missing: 0 then, and for anything else.
+inline std::uint32_t NumberIn(int argc, char** argv, int index) {
+  return index < argc ? static_cast<std::uint32_t>(std::strtoul(argv[index], nullptr, 10)) : 0;
+}
+
+// Until the end of the input. The result is for main.
+inline int TakeTurns(const Measurements& measurements) {
+  std::cout << "ready" << std::endl;
+  for (std::string line; std::getline(std::cin, line);) {
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    const auto found = measurements.find(line);
+    if (found == measurements.end()) Fail("there is no measurement '" + line + "'");
+    std::cout << found->second() << std::endl;
+  }
+  return 0;
+}
+
+}  // namespace Bench
