@@ -50,6 +50,7 @@ std::atomic<bool> eventsAreSet{false};
 std::atomic<const char*> failedCall{nullptr};
 std::string failingName;
 std::set<std::string> sparedNames;
+std::set<std::string> alwaysFailing;
 
 // Read by the script that counts call sites, also of a process that a failed call brings to its end.
 void RecordSite(const Call& call, void* site) {
@@ -87,6 +88,7 @@ bool TakeFault(const Call& call, void* site) {
   bool fails = false;
   {
     const std::lock_guard<Lock> guard(TheBooks().lock);
+    if (alwaysFailing.contains(call.name)) return true;
     const bool counts = failingName.empty() ? !sparedNames.contains(call.name) : failingName == call.name;
     fails = counts && callsLeft > 0 && --callsLeft == 0;
     if (fails) {
@@ -139,10 +141,12 @@ constexpr int kMostRounds = 2000;
 constexpr std::uint32_t kThreadEndMs = 20000;
 constexpr int kRoundLimitSeconds = 50;
 
-void Arm(int n, const std::string& name, const std::set<std::string>& spared, bool eventsAreSet) {
+void Arm(int n, const std::string& name, const std::set<std::string>& spared, bool eventsAreSet,
+         const std::set<std::string>& failing = {}) {
   const Guard guard(TheBooks().lock);
   Swept::failingName = name;
   Swept::sparedNames = spared;
+  Swept::alwaysFailing = failing;
   Swept::eventsAreSet = eventsAreSet;
   Swept::failedCall = nullptr;
   Swept::callsLeft = n;
@@ -274,7 +278,7 @@ Outcomes Sweep(const SweptOperation& swept) {
     const std::size_t wrongBefore = WrongCloses().size();
 
     swept.prepare();
-    Arm(n, "", swept.spared, swept.eventsAreSet);
+    Arm(n, "", swept.spared, swept.eventsAreSet, swept.failing);
     const std::string failure = PlainFailureOf(swept.operation);
     DisarmCallFault();
     const std::string failed = FailedCall();

@@ -41,6 +41,8 @@ struct SweptOperation {
   bool eventsAreSet = false;
   // Calls by these names are let through.
   std::set<std::string> spared = {};
+  // Calls by these names fail whenever they are made, so that what is done instead is swept.
+  std::set<std::string> failing = {};
 };
 
 // Fails the test on leaks, on what no ExceptionBase is, and when there is no end.

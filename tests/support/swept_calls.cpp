@@ -38,6 +38,7 @@ SWEPT_CALL(SetEvent, .module = kKernel, .failure = 0, .error = ERROR_INVALID_HAN
 SWEPT_CALL(ResetEvent, .module = kKernel, .failure = 0, .error = ERROR_INVALID_HANDLE)
 SWEPT_CALL(WaitForSingleObject, .module = kKernel, .failure = WAIT_FAILED, .error = ERROR_INVALID_HANDLE)
 SWEPT_CALL(WaitForMultipleObjects, .module = kKernel, .failure = WAIT_FAILED, .error = ERROR_INVALID_HANDLE)
+SWEPT_CALL(SignalObjectAndWait, .module = kKernel, .failure = WAIT_FAILED, .error = ERROR_INVALID_HANDLE)
 SWEPT_CALL(CreateThread, .module = kKernel, .failure = 0, .error = ERROR_NOT_ENOUGH_MEMORY, .opens = kHandle)
 SWEPT_CALL(SuspendThread, .module = kKernel, .failure = -1, .error = ERROR_ACCESS_DENIED)
 SWEPT_CALL(ResumeThread, .module = kKernel, .failure = -1, .error = ERROR_ACCESS_DENIED)
