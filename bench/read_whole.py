@@ -1,7 +1,8 @@
 """A client that reads the whole log, newest message first, beside copies of the same slots and other logs.
 
 "snapshot" is what users get: a private copy, its messages in order of time, and a look at each. "in place" copies each
-message out of the shared memory while the server waits; few should do that.
+message out of the shared memory while the server waits; few should do that. The goals are for reading; a snapshot is a
+copy besides.
 """
 
 import os
@@ -33,11 +34,11 @@ def read(bench):
             bench.take_turns("read", in_place, ("memcpy of the same slots", meter.turn("copy-one", scale)), "ns",
                              FLOOR_GOAL if large else None, per="message", **how)
             bench.take_turns("read", snapshot, ("memcpy into as much memory", meter.turn("copy", scale)), "ns",
-                             FLOOR_GOAL if large else None, per="message", **how)
+                             per="message", **how)
             for peer, command in peer_commands(bench, slots).items() if large else ():
                 with Meter(bench.pin(command)) as theirs:
-                    for ours in (in_place, snapshot):
-                        bench.take_turns("read", ours, (peer, theirs.turn("read", scale)), "ns", PEERS[peer], **how)
+                    for ours, goal in ((in_place, PEERS[peer]), (snapshot, None)):
+                        bench.take_turns("read", ours, (peer, theirs.turn("read", scale)), "ns", goal, **how)
     remove_databases(bench)
 
 
