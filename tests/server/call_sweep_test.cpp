@@ -33,7 +33,7 @@ constexpr char kTestKey[] = R"(SOFTWARE\Brenmark VORTA\Torvane Log Server\Call S
 
 constexpr std::uint32_t kFifthOfASecond = 214748365;
 static_assert(kFifthOfASecond * 1000U == 200);
-constexpr int kSlowStride = 5;
+constexpr int kSlowStride = 7;
 
 // What may stand at the end of the text when a call has failed: the level that names the call. "": a call of
 // which nothing is told in places, or by a thread of the server that comes to log it only later.
