@@ -43,14 +43,16 @@ PipeServer::PipeServer(const std::string& name)
 
 PipeServer::~PipeServer() {
   // Nobody is left to be told of a failure; what a step did not bring to an end, a later one does.
-  // A listener that has not been woken has to be ended by force, and leaves its pipes open.
+  // Each tried once more: a listener that has not been woken or waited for is ended by force, and leaves its
+  // pipes open.
   const auto stop = [this] { PipeServer::Stop(); };
   if (!TryTo(stop)) TryTo(stop);
   TryTo([this] { connections->StopAll(); });
-  TryTo([this] {
+  const auto join = [this] {
     Timeout timeout(kDestructionWaitMs);
     PipeServer::Join(timeout);
-  });
+  };
+  if (!TryTo(join)) TryTo(join);
   // A listener that still runs would use listenOverlap while it is destroyed.
   TryTo([this] { Terminate(1); });
   connections->EndAll();

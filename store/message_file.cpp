@@ -93,8 +93,14 @@ void MessageFile::HoldReadersOut(const Ticket& ticket, const char* invalidText) 
 void MessageFile::LetReadersIn(const Ticket& ticket, const char* invalidText) {
   const LeafLock::Guard guard(viewLock);
   CheckTicket(ticket, invalidText);
-  openObjects->ReadWait().SetSignal();
   readersHeldOut = false;
+  try {
+    openObjects->ReadWait().SetSignal();
+  } catch (const ExceptionBase&) {
+    // Once more, and reported all the same: the next writer would wait for it without end.
+    openObjects->ReadWait().SetSignal();
+    throw;
+  }
 }
 
 // Read access -------------------------------------------------------------------------------------------

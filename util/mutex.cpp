@@ -11,7 +11,14 @@ struct EventGate {
   NativeHandle event;
 
   bool Wait(std::uint32_t milliseconds) const { return CheckedWaitForSingleObject(event, milliseconds); }
-  void Open() const { CheckedSetEvent(event); }
+  // Tried twice: a lock that is not passed on stays taken for good.
+  void Open() const {
+    try {
+      CheckedSetEvent(event);
+    } catch (const ExceptionBase&) {
+      CheckedSetEvent(event);
+    }
+  }
 };
 
 }  // namespace
@@ -47,11 +54,10 @@ bool Mutex::TryWait(std::uint32_t milliseconds) NO_THREAD_SAFETY_ANALYSIS {
 // Touches nothing of this object once another may be inside: that one may destroy it at once.
 void Mutex::Release() NO_THREAD_SAFETY_ANALYSIS {
   try {
-    const EventGate event{handle};
     if (shared) {
-      event.Open();
+      CheckedSetEvent(handle);
     } else {
-      word.Release(event);
+      word.Release(EventGate{handle});
     }
   } catch (const ExceptionBase& cause) {
     throw ExceptionBase("Failed to RemoveSignal for Mutex object", &cause);

@@ -138,16 +138,25 @@ std::uint32_t Thread::RunAndCleanUp(Thread* thread) {
   return result;
 }
 
-// Once handleLock is given back another thread may destroy the object, unless it is ours to destroy.
+// A wait for the lock that fails is tried once more: the handle would stay open, and an object that deletes
+// itself would stay for good.
 void Thread::CleanUp(Thread* thread) {
   bool destroy = false;
-  {
-    Mutex::Access access(thread->handleLock, Timeout::Infinite);
-    const NativeHandle held = thread->threadHandle.exchange(nullptr);
-    if (held != nullptr) CloseQuietly(held);
-    destroy = thread->deleteOnExit;
+  try {
+    destroy = thread->LetGoOfHandle();
+  } catch (const ExceptionBase&) {
+    destroy = thread->LetGoOfHandle();
   }
   if (destroy) delete thread;
+}
+
+// Whether the object is the thread's own to destroy. If it is not, another thread may destroy it once
+// handleLock is given back.
+bool Thread::LetGoOfHandle() {
+  Mutex::Access access(handleLock, Timeout::Infinite);
+  const NativeHandle held = threadHandle.exchange(nullptr);
+  if (held != nullptr) CloseQuietly(held);
+  return deleteOnExit;
 }
 
 }  // namespace TamLogUtil::Threading

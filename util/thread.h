@@ -68,6 +68,7 @@ class Thread {
  private:
   static std::uint32_t RunAndCleanUp(Thread* thread);
   static void CleanUp(Thread* thread);
+  bool LetGoOfHandle();
   void CloseHeldHandle();
 
   Mutex handleLock;

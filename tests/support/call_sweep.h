@@ -37,12 +37,15 @@ struct SweptOperation {
   std::function<void()> check = [] {};
   // What the operation left behind to be seen, of the same form as a failure's text.
   std::function<std::string()> report = [] { return std::string(); };
-  // SetEvent fails after it has set the event. Otherwise it fails without: the event stays as it was.
+  // SetEvent fails after it has set the event, unless it is a lock's own. Otherwise it fails without: the
+  // event stays as it was. (Of the events that processes share nobody could make up for one that was not
+  // set.)
   bool eventsAreSet = false;
-  // Calls by these names are let through.
-  std::set<std::string> spared = {};
-  // Calls by these names fail whenever they are made, so that what is done instead is swept.
-  std::set<std::string> failing = {};
+  // Only every such call fails, for operations that take long; all do with TAMLOG_SWEEP_ALL in the
+  // environment.
+  int stride = 1;
+  // The name of a call that fails every time, so that those come about that only a failure leads to.
+  std::string failsAlways = {};
 };
 
 // Fails the test on leaks, on what no ExceptionBase is, and when there is no end.

@@ -49,9 +49,13 @@ inline constexpr char kMemory = 'm';
 
 // Whether this call, made from `site`, is the one to fail. Leaves the last error as it is.
 bool TakeFault(const Call& call, void* site);
-bool IsDoneAllTheSame(const Call& call);
+// `first`: the call's first argument.
+bool IsDoneAllTheSame(const Call& call, std::uintptr_t first);
 // The resources that are open. Null and the invalid handle are none. Each leaves the last error as it is.
-void NoteOpened(const Call& call, std::uintptr_t resource);
+// `gate`: it is an event of which only a lock in memory knows. Setting it fails without setting it, always:
+// the lock counts on it.
+void NoteOpened(const Call& call, std::uintptr_t resource, bool gate);
+bool IsGate(std::uintptr_t handle);
 void NoteClosed(const Call& call, std::uintptr_t resource);
 // No other thread is in NoteOpened or NoteClosed while this lives: one that is ended by force there would
 // keep their lock.
@@ -92,14 +96,15 @@ struct Hook<call, Result (*)(Arguments...)> {
     const DWORD before = GetLastError();
     const std::tuple<Arguments...> all(arguments...);
     const bool fails = TakeFault(call, site);
+    [[maybe_unused]] const bool gate = MakesGate(all);
     NoteWhatCloses(all);
-    if (fails && !IsDoneAllTheSame(call)) return Fail(all);
+    if (fails && !IsDoneAllTheSame(call, FirstOf(all))) return Fail(all);
 
     const auto real = RealCall<Result (*)(Arguments...)>(call.module, call.name);
     SetLastError(before);
     const Result result = CallReal(real, arguments...);
     const DWORD after = GetLastError();
-    if constexpr (kOpens) NoteOpened(call, Opened(result, all));
+    if constexpr (kOpens) NoteOpened(call, Opened(result, all), gate);
     if (fails) return Fail(all);
     SetLastError(after);
     return result;
@@ -110,6 +115,7 @@ struct Hook<call, Result (*)(Arguments...)> {
 
   // Named here, where the compiler sees that they depend on the call.
   static constexpr bool kDuplicates = std::string_view(call.name) == "DuplicateHandle";
+  static constexpr bool kMakesEvent = std::string_view(call.name) == "CreateEventA";
   static constexpr bool kEndsThread = std::string_view(call.name) == "TerminateThread";
   static constexpr bool kOpens = call.opens != 0;
   static constexpr bool kCloses = call.closes != 0;
@@ -121,6 +127,25 @@ struct Hook<call, Result (*)(Arguments...)> {
       return real(arguments...);
     } else {
       return real(arguments...);
+    }
+  }
+
+  static std::uintptr_t FirstOf(const std::tuple<Arguments...>& all) {
+    if constexpr (sizeof...(Arguments) == 0) {
+      return 0;
+    } else {
+      return AsNumber(std::get<0>(all));
+    }
+  }
+
+  static bool MakesGate(const std::tuple<Arguments...>& all) {
+    if constexpr (kMakesEvent) {
+      // Neither manual nor named.
+      return std::get<1>(all) == FALSE && std::get<3>(all) == nullptr;
+    } else if constexpr (kDuplicates) {
+      return IsGate(AsNumber(std::get<1>(all)));
+    } else {
+      return false;
     }
   }
 

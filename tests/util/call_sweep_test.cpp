@@ -8,6 +8,7 @@
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <thread>
 #include <utility>
@@ -50,6 +51,10 @@ using TestSupport::WaitUntil;
 
 constexpr int kAborted = 3;
 constexpr char kNoLock[] = "Failed to create Mutex object / CreateEvent() failed (8)";
+// Of a join, and of the lock that it and the ending thread may both want; the thread tries again by itself.
+const std::set<std::string> kNoJoin = {"Failed to wait for Thread object in Join() (6)",
+                                       "Failed to Wait for Mutex object / WaitForSingleObject failed (6)",
+                                       ""};
 constexpr char kNoThread[] = "Failed to start Thread object, invalid handle returned by CreateThread() (8)";
 
 // Texts, times, handles ----------------------------------------------------------------------------------
@@ -222,8 +227,6 @@ TEST(CallSweep, ALockThatIsWaitedForStaysWhole) {
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
             released = true;
             ownerFailure = PlainFailureOf([&] { lock->Release(); });
-            // The release that failed has let nobody through and can be repeated.
-            if (!ownerFailure.empty()) lock->Release();
             waiter.join();
           },
       .check =
@@ -237,7 +240,7 @@ TEST(CallSweep, ALockThatIsWaitedForStaysWhole) {
                    {
                        {"WaitForSingleObject",
                         {"Failed to Wait for Mutex object / WaitForSingleObject failed (6)"}},
-                       {"SetEvent", {"Failed to RemoveSignal for Mutex object / SetEvent failed (6)"}},
+                       {"SetEvent", {""}},
                    }),
             (Outcomes{}));
 }
@@ -289,7 +292,8 @@ TEST_F(ThreadSweep, AThreadReportsEachFailedCallAndCanBeStartedAgain) {
   EXPECT_EQ(Beyond(outcomes, {{"CreateEventA", {kNoLock}},
                               {"CreateThread", {kNoThread}},
                               {"DuplicateHandle", {"Failed to wait for Thread object in Join() (1450)"}},
-                              {"WaitForSingleObject", {"Failed to wait for Thread object in Join() (6)"}},
+                              {"WaitForSingleObject", kNoJoin},
+                              {"SetEvent", {""}},
                               {"CloseHandle", {""}}}),
             (Outcomes{}));
 }
@@ -356,8 +360,13 @@ TEST_F(ThreadSweep, AThreadThatCannotBeEndedByForceIsReported) {
 TEST_F(ThreadSweep, AThreadThatCannotBeEndedTakesTheProcessWithIt) {
   EXPECT_EXIT(
       {
-        thread = std::make_unique<PlainThread>(UntilStopped);
+        std::atomic<bool> running{false};
+        thread = std::make_unique<PlainThread>([&](PlainThread& self) {
+          running = true;
+          return UntilStopped(self);
+        });
         thread->Start();
+        WaitUntil([&] { return running.load(); });
         ArmCallFault(1, "TerminateThread");
         thread.reset();
       },
@@ -375,11 +384,33 @@ TEST_F(ThreadSweep, AThreadThatEndsItselfClosesItsHandle) {
             EXPECT_TRUE(TestSupport::ThreadsEnd(10000));
           },
   });
-  EXPECT_EQ(outcomes, (Outcomes{
-                          {"CreateEventA", {kNoLock}},
-                          {"CreateThread", {kNoThread}},
-                          {"CloseHandle", {""}},
-                      }));
+  EXPECT_EQ(Beyond(outcomes, {{"CreateEventA", {kNoLock}},
+                              {"CreateThread", {kNoThread}},
+                              {"WaitForSingleObject", {""}},
+                              {"SetEvent", {""}},
+                              {"CloseHandle", {""}}}),
+            (Outcomes{}));
+}
+
+TEST_F(ThreadSweep, AThreadThatDestroysItsOwnObjectClosesItsHandle) {
+  const Outcomes outcomes = Sweep({
+      .operation =
+          [&] {
+            auto own = std::make_unique<PlainThread>([](PlainThread& self) -> std::uint32_t {
+              delete &self;
+              ExitThread(0);
+            });
+            own->Start();
+            static_cast<void>(own.release());
+            EXPECT_TRUE(TestSupport::ThreadsEnd(10000));
+          },
+  });
+  EXPECT_EQ(Beyond(outcomes, {{"CreateEventA", {kNoLock}},
+                              {"CreateThread", {kNoThread}},
+                              {"WaitForSingleObject", kNoJoin},
+                              {"SetEvent", {""}},
+                              {"CloseHandle", {""}}}),
+            (Outcomes{}));
 }
 
 class Ticks : public TamLogUtil::TimerCallback {
@@ -430,7 +461,8 @@ TEST_F(TimerSweep, ATimerReportsEachFailedCallAndTicksAtTheNextStart) {
   EXPECT_EQ(Beyond(outcomes, {{"CreateEventA", {kNoLock}},
                               {"CreateThread", {kNoThread}},
                               {"DuplicateHandle", {"Failed to wait for Thread object in Join() (1450)"}},
-                              {"WaitForSingleObject", {"Failed to wait for Thread object in Join() (6)"}},
+                              {"WaitForSingleObject", kNoJoin},
+                              {"SetEvent", {""}},
                               {"CloseHandle", {""}}}),
             (Outcomes{}));
 }
@@ -444,9 +476,11 @@ TEST_F(TimerSweep, ATickingTimerIsDestroyedWhicheverCallFails) {
           },
       .operation = [&] { timer.reset(); },
   });
-  EXPECT_EQ(
-      Beyond(outcomes, {{"DuplicateHandle", {""}}, {"WaitForSingleObject", {""}}, {"CloseHandle", {""}}}),
-      (Outcomes{}));
+  EXPECT_EQ(Beyond(outcomes, {{"DuplicateHandle", {""}},
+                              {"WaitForSingleObject", {""}},
+                              {"SetEvent", {""}},
+                              {"CloseHandle", {""}}}),
+            (Outcomes{}));
 }
 
 // Services -----------------------------------------------------------------------------------------------

@@ -1,0 +1,235 @@
+// Every operation of the pipe server with the first, second, third ... call into the system failing, on its
+// own threads too. After each round the server comes to its end within a bound, leaves nothing open, and
+// serves clients when it is started again.
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+
+#include "pipe/connection.h"
+#include "pipe/connection_list.h"
+#include "pipe/overlap.h"
+#include "pipe/pipe_server.h"
+#include "pipe/security_attributes.h"
+#include "tests/pipe/pipe_server_fixture.h"
+#include "tests/support/call_sweep.h"
+#include "tests/support/diagnostic_log_capture.h"
+
+namespace {
+
+using TamLogUtil::Timeout;
+using TestSupport::Beyond;
+using TestSupport::DiagnosticLogCapture;
+using TestSupport::FailedCall;
+using TestSupport::kAlive;
+using TestSupport::kPing;
+using TestSupport::Outcomes;
+using TestSupport::PipeClient;
+using TestSupport::PlainText;
+using TestSupport::Sweep;
+using TestSupport::TestHandler;
+using TestSupport::WaitUntil;
+
+constexpr std::uint32_t kBoundMs = 20000;
+constexpr int kStride = 3;
+
+// Of a server with its listener and connections: what fails on the test's own thread is thrown, what fails on
+// one of the server's ends that thread with an entry in the log, and what lets go of something is not told.
+Outcomes ServerOutcomes() {
+  const std::string onThread =
+      "Thread terminated due to unhandled exception : Exception occured during thread Run() / ";
+  const std::string lock = "Failed to Wait for Mutex object / WaitForSingleObject failed (6)";
+  const std::string completion = "Failed to create the completion event in Overlap construction";
+  const std::string cancellation = "Failed to create the cancellation event in Overlap construction";
+  Outcomes outcomes = {
+      {"CreateEventA",
+       {"Failed to create Mutex object / CreateEvent() failed (8)", completion + " (8)",
+        cancellation + " (8)"}},
+      {"DuplicateHandle",
+       {completion + " (1450)", cancellation + " (1450)", "Failed to wait for Thread object in Join() (1450)",
+        ""}},
+      {"ResetEvent", {"Failed to reset overlap object / ResetEvent failed (6)"}},
+      {"SetEvent",
+       {"Failed to cancel asynchronous operation / SetEvent failed (6)",
+        "Failed to RemoveSignal for Mutex object / SetEvent failed (6)", ""}},
+      {"WaitForSingleObject", {lock, "Failed to wait for Thread object in Join() (6)", ""}},
+      {"WaitForMultipleObjects", {"WaitForMultipleObjects failed (6)", ""}},
+      {"CreateThread", {"Failed to start Thread object, invalid handle returned by CreateThread() (8)"}},
+      {"AllocateAndInitializeSid", {"AllocateAndInitializeSid() failed (8)"}},
+      {"InitializeSecurityDescriptor", {"InitializeSecurityDescriptor() failed (1305)"}},
+      {"SetEntriesInAclA", {"SetEntriesInAcl() failed (8)"}},
+      {"SetSecurityDescriptorDacl", {"SetSecurityDescriptorDacl() failed (1338)"}},
+  };
+  for (auto& [call, texts] : outcomes) {
+    const std::set<std::string> thrown = texts;
+    for (const std::string& text : thrown) {
+      if (!text.empty()) texts.insert(onThread + text);
+    }
+  }
+  for (const char* const call :
+       {"CreateNamedPipeA", "ConnectNamedPipe", "DisconnectNamedPipe", "ReadFile", "WriteFile", "CancelIoEx",
+        "CloseHandle", "LocalFree", "FreeSid", "TerminateThread"}) {
+    outcomes[call] = {""};
+  }
+  return outcomes;
+}
+
+const Outcomes kNoAttributes = {
+    {"AllocateAndInitializeSid", {"AllocateAndInitializeSid() failed (8)"}},
+    {"InitializeSecurityDescriptor", {"InitializeSecurityDescriptor() failed (1305)"}},
+    {"SetEntriesInAclA", {"SetEntriesInAcl() failed (8)"}},
+    {"SetSecurityDescriptorDacl", {"SetSecurityDescriptorDacl() failed (1338)"}},
+    {"LocalFree", {""}},
+    {"FreeSid", {""}},
+};
+
+TEST(PipeCallSweep, SecurityAttributesThatCannotBeBuiltAreReported) {
+  EXPECT_EQ(Sweep({.operation = [] { EveryoneSecurity(kPipeAccess).GetSecurityAttributes(); }}),
+            kNoAttributes);
+}
+
+TEST(PipeCallSweep, AnOverlapThatCannotBeMadeOrUsedIsReported) {
+  const Outcomes outcomes = Sweep({.operation = [] {
+    Overlap overlap;
+    overlap.Cancel();
+    overlap.Reset();
+    overlap.Wait(0);
+  }});
+  const std::string completion = "Failed to create the completion event in Overlap construction";
+  const std::string cancellation = "Failed to create the cancellation event in Overlap construction";
+  EXPECT_EQ(outcomes, (Outcomes{
+                          {"CreateEventA", {completion + " (8)", cancellation + " (8)"}},
+                          {"DuplicateHandle", {completion + " (1450)", cancellation + " (1450)"}},
+                          {"SetEvent", {"Failed to cancel asynchronous operation / SetEvent failed (6)"}},
+                          {"ResetEvent", {"Failed to reset overlap object / ResetEvent failed (6)"}},
+                          {"WaitForMultipleObjects", {"WaitForMultipleObjects failed (6)"}},
+                          {"CloseHandle", {""}},
+                      }));
+}
+
+class PipeServerSweep : public testing::Test {
+ protected:
+  void MakeServer() {
+    server = std::make_unique<PipeServer>(name);
+    handler.server = server.get();
+    server->SetMessageHandler(&handler);
+  }
+
+  // A ping is answered. Given up soon once a call has failed: it may have been the listener's.
+  bool IsServed(bool whateverFails) {
+    int left = 10;
+    return WaitUntil(
+        [&] {
+          PipeClient client(name);
+          if (client.Connect(50) && client.CallCode(kPing, 200) == kAlive) return true;
+          return !whateverFails && !FailedCall().empty() && --left == 0;
+        },
+        std::chrono::milliseconds(kBoundMs));
+  }
+
+  bool Ends() {
+    server->Stop();
+    Timeout timeout(kBoundMs);
+    return server->Join(timeout);
+  }
+
+  // Whatever failed: the server comes to its end, and serves when it is started again.
+  void WorksAgain() {
+    if (server == nullptr) return;
+    EXPECT_TRUE(Ends());
+    log.reset();
+    server->Start();
+    EXPECT_TRUE(IsServed(true));
+    EXPECT_TRUE(Ends());
+    EXPECT_TRUE(TestSupport::ThreadsEnd(kBoundMs));
+    server.reset();
+  }
+
+  std::string Logged() const {
+    std::string texts;
+    for (const std::string& text : log->Texts()) texts += PlainText(text);
+    return texts;
+  }
+
+  const std::string name = TestSupport::PipeNameForThisProcess("TamLogTestCallSweep");
+  TestHandler handler;
+  std::unique_ptr<PipeServer> server;
+  std::optional<DiagnosticLogCapture> log;
+};
+
+TEST_F(PipeServerSweep, AServerServesAtTheNextStartWhicheverCallFailed) {
+  const Outcomes outcomes = Sweep({
+      .prepare = [&] { log.emplace(); },
+      .operation =
+          [&] {
+            MakeServer();
+            server->Start();
+            EXPECT_TRUE(IsServed(false));
+            Ends();
+          },
+      .check = [&] { WorksAgain(); },
+      .report = [&] { return Logged(); },
+      .stride = kStride,
+  });
+  EXPECT_EQ(Beyond(outcomes, ServerOutcomes()), (Outcomes{}));
+}
+
+// The listener waits for a client, and a connected client says nothing: both waits are ended by the stop.
+TEST_F(PipeServerSweep, AStopBesideASilentClientEndsWhicheverCallFails) {
+  std::optional<PipeClient> silent;
+  const Outcomes outcomes = Sweep({
+      .prepare =
+          [&] {
+            log.emplace();
+            MakeServer();
+            server->Start();
+            silent.emplace(name);
+            ASSERT_TRUE(silent->Connect(kBoundMs));
+            ASSERT_EQ(silent->CallCode(kPing), kAlive);
+          },
+      .operation =
+          [&] {
+            server->Stop();
+            Timeout timeout(kBoundMs);
+            EXPECT_TRUE(server->Join(timeout));
+          },
+      .check =
+          [&] {
+            silent.reset();
+            WorksAgain();
+          },
+      .report = [&] { return Logged(); },
+      .stride = kStride,
+  });
+  EXPECT_EQ(Beyond(outcomes, ServerOutcomes()), (Outcomes{}));
+}
+
+// Ended without a stop before: the destructor does it all.
+TEST_F(PipeServerSweep, ARunningServerIsDestroyedWhicheverCallFails) {
+  std::optional<PipeClient> silent;
+  const Outcomes outcomes = Sweep({
+      .prepare =
+          [&] {
+            log.emplace();
+            MakeServer();
+            server->Start();
+            silent.emplace(name);
+            ASSERT_TRUE(silent->Connect(kBoundMs));
+            ASSERT_EQ(silent->CallCode(kPing), kAlive);
+          },
+      .operation = [&] { server.reset(); },
+      .check =
+          [&] {
+            silent.reset();
+            log.reset();
+          },
+      .report = [&] { return Logged(); },
+      .stride = kStride,
+  });
+  EXPECT_EQ(Beyond(outcomes, ServerOutcomes()), (Outcomes{}));
+}
+
+}  // namespace
