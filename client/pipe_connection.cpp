@@ -35,6 +35,10 @@ Status Finish(HANDLE pipe, OVERLAPPED& operation, BOOL started, std::uint32_t ti
   return inTime ? StatusOfIo(GetLastError()) : Status::TimedOut;
 }
 
+bool IsStillConnected(HANDLE pipe) {
+  return PeekNamedPipe(pipe, nullptr, 0, nullptr, nullptr, nullptr) != FALSE;
+}
+
 }  // namespace
 
 CallDeadline::CallDeadline(std::uint32_t milliseconds) : end(GetTickCount64() + milliseconds) {}
@@ -54,15 +58,23 @@ bool PipeConnection::IsStale() const {
 void PipeConnection::Close() {
   requestPipe.Close();
   replyPipe.Close();
+  answered = false;
+  keptReply = false;
 }
 
+// A reply pipe without its request pipe is one that Exchange has kept. The server may have been restarted
+// since: then it is of no use.
 Status PipeConnection::Open(const CallDeadline& deadline) {
-  Close();
+  if (requestPipe) Close();
   if (!ioEvent) ioEvent = Handle(CreateEventA(nullptr, TRUE, FALSE, nullptr));
   if (!ioEvent) return Status::SystemError;
   do {
-    if (const Status status = OpenRequestPipe(deadline); status != Status::Ok) return status;
-    if (OpenReplyPipe()) {
+    if (const Status status = OpenRequestPipe(deadline); status != Status::Ok) {
+      Close();
+      return status;
+    }
+    keptReply = replyPipe && IsStillConnected(replyPipe.Get());
+    if (keptReply || OpenReplyPipe()) {
       lastUse = GetTickCount64();
       return Status::Ok;
     }
@@ -104,6 +116,11 @@ bool PipeConnection::OpenReplyPipe() {
   return false;
 }
 
+// When the first request of a connection cannot be sent, its pipes belong to two pairs: another client has
+// opened a reply pipe alone and gone. Since then the server throws each pair away whose request pipe is
+// opened, and who goes on to the reply pipe gets that of the next one. Giving both back would leave
+// everything as it is, for everybody and for good. So the reply pipe is kept: with the next request pipe it
+// is a pair.
 Status PipeConnection::Exchange(const PipeRequest& request, PipeReply& reply, const CallDeadline& deadline,
                                 bool& sent) {
   OVERLAPPED operation{};
@@ -120,7 +137,13 @@ Status PipeConnection::Exchange(const PipeRequest& request, PipeReply& reply, co
     if (status == Status::Ok && bytes != sizeof(reply)) status = Status::Disconnected;
   }
   lastUse = GetTickCount64();
-  if (status != Status::Ok) Close();
+  if (status == Status::Ok) {
+    answered = true;
+  } else if (status == Status::Disconnected && !sent && !answered && !keptReply) {
+    requestPipe.Close();
+  } else {
+    Close();
+  }
   return status;
 }
 

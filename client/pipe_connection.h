@@ -26,7 +26,7 @@ class PipeConnection {
  public:
   PipeConnection(std::string name, std::uint32_t absentMilliseconds);
 
-  bool IsOpen() const { return static_cast<bool>(replyPipe); }
+  bool IsOpen() const { return static_cast<bool>(requestPipe); }
 
   // The server ends a connection that was silent for ten seconds; one that is close to it is not trusted.
   bool IsStale() const;
@@ -37,7 +37,8 @@ class PipeConnection {
   void Close();
 
   // `sent` tells whether the request left the client. Any failure closes the connection: a late reply could
-  // be taken for the answer to another request.
+  // be taken for the answer to another request. When the first request of a connection cannot be sent, only
+  // its request pipe is closed: the next Open goes on with the reply pipe.
   Status Exchange(const PipeRequest& request, PipeReply& reply, const CallDeadline& deadline, bool& sent);
 
  private:
@@ -51,6 +52,8 @@ class PipeConnection {
   Handle replyPipe;
   Handle ioEvent;
   std::uint64_t lastUse = 0;
+  bool answered = false;   // on this connection
+  bool keptReply = false;  // the reply pipe is that of the connection before
 };
 
 }  // namespace TamLogClient
