@@ -249,6 +249,7 @@ NativeHandle NewInstance(const std::string& name, Direction /*direction*/,
   auto pipe = std::make_shared<Pipe>();
   auto& listening = NativeMachine::TheListening();
   const std::lock_guard guard(listening.lock);
+  listening.instances.remove_if([](const auto& entry) { return entry.second.expired(); });
   listening.instances.emplace_back(name, pipe);
   return NativeMachine::NewHandle(std::move(pipe));
 }

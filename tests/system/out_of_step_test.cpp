@@ -1,0 +1,59 @@
+// A client that opens the reply pipe alone and goes puts the server and all clients after it out of step: the
+// pair that each of them gets belongs to two. The library's clients get in all the same, and with them back
+// in step everybody else.
+
+#include "client/log_client.h"
+#include "client/pipe_connection.h"
+#include "client/pipe_examiner.h"
+#include "tests/support/pipe_client.h"
+#include "tests/system/system_test.h"
+
+using namespace std::chrono_literals;
+
+class OutOfStep : public SystemTest {
+ protected:
+  static void OpenReplyPipeAloneAndGo() {
+    TestSupport::PipeClient client;
+    ASSERT_TRUE(client.OpenReplyPipe(5000));
+  }
+
+  static bool IsServedAtOnce() {
+    std::optional<PipeConnection> client = PipeConnection::Connect(5s);
+    return client && client->AskForCode(RequestOf(RequestCode::Ping)) == ReplyCode::Alive;
+  }
+};
+
+TEST_F(OutOfStep, AClientOfTheLibraryGetsInAndBringsTheServerBackIntoStep) {
+  RunService();
+  OpenReplyPipeAloneAndGo();
+  ASSERT_FALSE(IsServedAtOnce());
+  ASSERT_FALSE(IsServedAtOnce()) << "begun again from the start";
+  TamLogClient::LogClient client;
+  EXPECT_EQ(client.Ping(), TamLogClient::Status::Ok);
+  EXPECT_EQ(client.Ping(), TamLogClient::Status::Ok);
+  EXPECT_TRUE(IsServedAtOnce());
+}
+
+TEST_F(OutOfStep, DoctorGetsItsAnswer) {
+  RunService();
+  OpenReplyPipeAloneAndGo();
+  EXPECT_EQ(TamLogClient::ExaminePipes(kRequestPipeName, 5000, 5000), TamLogClient::PipeState::Answers);
+  EXPECT_TRUE(IsServedAtOnce());
+}
+
+TEST_F(OutOfStep, ARestartBeforeTheFirstRequestIsNotTakenForIt) {
+  RunService();
+  TamLogClient::PipeConnection client(kRequestPipeName, 1000);
+  ASSERT_EQ(client.Open(TamLogClient::CallDeadline(5000)), TamLogClient::Status::Ok);
+  StopService();
+  StartService();
+  const PipeRequest ping = RequestOf(RequestCode::Ping);
+  PipeReply reply{};
+  bool sent = true;
+  EXPECT_EQ(client.Exchange(ping, reply, TamLogClient::CallDeadline(5000), sent),
+            TamLogClient::Status::Disconnected);
+  EXPECT_FALSE(sent);
+  ASSERT_EQ(client.Open(TamLogClient::CallDeadline(5000)), TamLogClient::Status::Ok);
+  EXPECT_EQ(client.Exchange(ping, reply, TamLogClient::CallDeadline(5000), sent), TamLogClient::Status::Ok);
+  EXPECT_TRUE(IsServedAtOnce());
+}
