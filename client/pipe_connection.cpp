@@ -119,17 +119,19 @@ bool PipeConnection::OpenReplyPipe(bool& atOnce) {
   const std::uint64_t start = GetTickCount64();
   atOnce = true;
   do {
-    replyPipe = OpenPipe(replyName, GENERIC_READ | FILE_WRITE_ATTRIBUTES);
-    if (replyPipe) {
-      DWORD mode = PIPE_READMODE_MESSAGE;
-      if (SetNamedPipeHandleState(replyPipe.Get(), &mode, nullptr, nullptr) != FALSE) return true;
-      replyPipe.Close();
-      return false;
-    }
+    if (TakeReplyPipe()) return true;
     atOnce = false;
     Sleep(kReplyRetryMs);
   } while (GetTickCount64() - start < kReplyPipeMs);
   return false;
+}
+
+bool PipeConnection::TakeReplyPipe() {
+  Handle taken = OpenPipe(replyName, GENERIC_READ | FILE_WRITE_ATTRIBUTES);
+  DWORD mode = PIPE_READMODE_MESSAGE;
+  if (!taken || SetNamedPipeHandleState(taken.Get(), &mode, nullptr, nullptr) == FALSE) return false;
+  replyPipe = std::move(taken);
+  return true;
 }
 
 Status PipeConnection::Write(const PipeRequest& request, const CallDeadline& deadline) {
@@ -149,29 +151,38 @@ Status PipeConnection::Read(PipeReply& reply, const CallDeadline& deadline) {
   return status == Status::Ok && bytes != sizeof(reply) ? Status::Disconnected : status;
 }
 
-// Of a pair that the server drops between the two opens, at a restart or because somebody has opened the
-// reply pipe alone and left, a client gets the request pipe, which is dead then, and of the next pair the
-// reply pipe. It must not just give that back: the next client would find this pair in the same state, and
-// nobody would get through any more.
-Status PipeConnection::WriteFirst(const PipeRequest& request, const CallDeadline& deadline) {
-  const Status status = Write(request, deadline);
-  if (status != Status::Disconnected) return status;
-  requestPipe.Close();
-  if (const Status opened = OpenRequestPipe(deadline); opened != Status::Ok) return opened;
-  return Write(request, deadline);
-}
-
 // Whether what is asked through one pipe is answered through the other.
+//
+// Of a pair that the server drops between the two opens, at a restart or because somebody has opened the
+// reply pipe alone and left, a client gets the request pipe, which is dead then, and of some later pair the
+// reply pipe. It must not just give that back: if the pair still waits for its client, the next one would
+// find it in the same state, and nobody would get through any more. So it opens the request pipe once more,
+// which makes the two a pair. Unless the other half of that reply pipe had been taken meanwhile: then nobody
+// answers, and the new request pipe has a reply pipe of its own, which has to be opened as well, or the
+// server waits for that and lets nobody in.
 bool PipeConnection::Prove(const CallDeadline& deadline) {
   const CallDeadline limit(std::min(kProofMs, deadline.Remaining()));
+  bool dead = false;
+  if (Answers(limit, dead)) return true;
+  if (!dead) return false;
+  requestPipe.Close();
+  if (OpenRequestPipe(limit) != Status::Ok) return false;
+  if (Answers(limit, dead)) return true;
+  if (!TakeReplyPipe()) return false;
+  return Answers(CallDeadline(kProofMs), dead);
+}
+
+// `dead`: the request pipe is.
+bool PipeConnection::Answers(const CallDeadline& limit, bool& dead) {
   for (int i = 0; i < kProofs; ++i) {
     const Probe probe = AnyProbe();
     PipeRequest request;
     std::memset(&request, 0, sizeof(request));
     request.code = probe.question;
     PipeReply reply{};
-    const Status status = i == 0 ? WriteFirst(request, limit) : Write(request, limit);
-    if (status != Status::Ok || Read(reply, limit) != Status::Ok) return false;
+    const Status written = Write(request, limit);
+    dead = written == Status::Disconnected;
+    if (written != Status::Ok || Read(reply, limit) != Status::Ok) return false;
     if (reply.code != static_cast<std::uint32_t>(probe.answer)) return false;
   }
   proven = true;
