@@ -16,7 +16,7 @@ constexpr DWORD kReplyRetryMs = 2;
 constexpr std::uint64_t kReplyPipeMs = 1000;
 constexpr std::uint64_t kStaleMs = 5000;
 constexpr std::uint32_t kProofMs = 2000;
-constexpr int kProofs = 3;
+constexpr int kProofs = 4;
 // Whoever offers the pipe may learn who calls, but not act in the caller's name.
 constexpr DWORD kOpenFlags = FILE_FLAG_OVERLAPPED | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION;
 
@@ -41,18 +41,18 @@ Status Finish(HANDLE pipe, OVERLAPPED& operation, BOOL started, std::uint32_t ti
 
 // A question that the server answers at once whatever it is doing, and the code of the answer.
 struct Probe {
-  std::uint32_t question;
+  RequestCode question;
   ReplyCode answer;
 };
 
 // One of several by chance: two clients that hold the halves of each other's connections would both be
-// satisfied with the other's answer to the same question.
+// satisfied with the other's answer to the same question. None whose answer another client could take for a
+// refusal of its own request: it has to notice that it is out of step.
 Probe AnyProbe() {
   static constexpr Probe kAll[] = {
-      {static_cast<std::uint32_t>(RequestCode::Ping), ReplyCode::Alive},
-      {static_cast<std::uint32_t>(RequestCode::GetFileMapName), ReplyCode::FileMapName},
-      {static_cast<std::uint32_t>(RequestCode::GetDefaultLogFile), ReplyCode::Path},
-      {0, ReplyCode::UnknownRequest},
+      {RequestCode::Ping, ReplyCode::Alive},
+      {RequestCode::GetFileMapName, ReplyCode::FileMapName},
+      {RequestCode::GetDefaultLogFile, ReplyCode::Path},
   };
   thread_local std::minstd_rand random{std::random_device{}()};
   return kAll[random() / 7 % std::size(kAll)];
@@ -178,7 +178,7 @@ bool PipeConnection::Answers(const CallDeadline& limit, bool& dead) {
     const Probe probe = AnyProbe();
     PipeRequest request;
     std::memset(&request, 0, sizeof(request));
-    request.code = probe.question;
+    request.code = static_cast<std::uint32_t>(probe.question);
     PipeReply reply{};
     const Status written = Write(request, limit);
     dead = written == Status::Disconnected;
