@@ -16,7 +16,7 @@ constexpr DWORD kReplyRetryMs = 2;
 constexpr std::uint64_t kReplyPipeMs = 1000;
 constexpr std::uint64_t kStaleMs = 5000;
 constexpr std::uint32_t kProofMs = 2000;
-constexpr int kProofs = 3;
+constexpr int kProofs = 4;
 // Whoever offers the pipe may learn who calls, but not act in the caller's name.
 constexpr DWORD kOpenFlags = FILE_FLAG_OVERLAPPED | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION;
 
@@ -41,18 +41,18 @@ Status Finish(HANDLE pipe, OVERLAPPED& operation, BOOL started, std::uint32_t ti
 
 // A question that the server answers at once whatever it is doing, and the code of the answer.
 struct Probe {
-  std::uint32_t question;
+  RequestCode question;
   ReplyCode answer;
 };
 
 // One of several by chance: two clients that hold the halves of each other's connections would both be
-// satisfied with the other's answer to the same question.
+// satisfied with the other's answer to the same question. None whose answer another client could take for a
+// refusal of its own request: it has to notice that it is out of step.
 Probe AnyProbe() {
   static constexpr Probe kAll[] = {
-      {static_cast<std::uint32_t>(RequestCode::Ping), ReplyCode::Alive},
-      {static_cast<std::uint32_t>(RequestCode::GetFileMapName), ReplyCode::FileMapName},
-      {static_cast<std::uint32_t>(RequestCode::GetDefaultLogFile), ReplyCode::Path},
-      {0, ReplyCode::UnknownRequest},
+      {RequestCode::Ping, ReplyCode::Alive},
+      {RequestCode::GetFileMapName, ReplyCode::FileMapName},
+      {RequestCode::GetDefaultLogFile, ReplyCode::Path},
   };
   thread_local std::minstd_rand random{std::random_device{}()};
   return kAll[random() / 7 % std::size(kAll)];
@@ -119,17 +119,19 @@ bool PipeConnection::OpenReplyPipe(bool& atOnce) {
   const std::uint64_t start = GetTickCount64();
   atOnce = true;
   do {
-    replyPipe = OpenPipe(replyName, GENERIC_READ | FILE_WRITE_ATTRIBUTES);
-    if (replyPipe) {
-      DWORD mode = PIPE_READMODE_MESSAGE;
-      if (SetNamedPipeHandleState(replyPipe.Get(), &mode, nullptr, nullptr) != FALSE) return true;
-      replyPipe.Close();
-      return false;
-    }
+    if (TakeReplyPipe()) return true;
     atOnce = false;
     Sleep(kReplyRetryMs);
   } while (GetTickCount64() - start < kReplyPipeMs);
   return false;
+}
+
+bool PipeConnection::TakeReplyPipe() {
+  Handle taken = OpenPipe(replyName, GENERIC_READ | FILE_WRITE_ATTRIBUTES);
+  DWORD mode = PIPE_READMODE_MESSAGE;
+  if (!taken || SetNamedPipeHandleState(taken.Get(), &mode, nullptr, nullptr) == FALSE) return false;
+  replyPipe = std::move(taken);
+  return true;
 }
 
 Status PipeConnection::Write(const PipeRequest& request, const CallDeadline& deadline) {
@@ -149,29 +151,38 @@ Status PipeConnection::Read(PipeReply& reply, const CallDeadline& deadline) {
   return status == Status::Ok && bytes != sizeof(reply) ? Status::Disconnected : status;
 }
 
-// Of a pair that the server drops between the two opens, at a restart or because somebody has opened the
-// reply pipe alone and left, a client gets the request pipe, which is dead then, and of the next pair the
-// reply pipe. It must not just give that back: the next client would find this pair in the same state, and
-// nobody would get through any more.
-Status PipeConnection::WriteFirst(const PipeRequest& request, const CallDeadline& deadline) {
-  const Status status = Write(request, deadline);
-  if (status != Status::Disconnected) return status;
-  requestPipe.Close();
-  if (const Status opened = OpenRequestPipe(deadline); opened != Status::Ok) return opened;
-  return Write(request, deadline);
-}
-
 // Whether what is asked through one pipe is answered through the other.
+//
+// Of a pair that the server drops between the two opens, at a restart or because somebody has opened the
+// reply pipe alone and left, a client gets the request pipe, which is dead then, and of some later pair the
+// reply pipe. It must not just give that back: if the pair still waits for its client, the next one would
+// find it in the same state, and nobody would get through any more. So it opens the request pipe once more,
+// which makes the two a pair. Unless the other half of that reply pipe had been taken meanwhile: then nobody
+// answers, and the new request pipe has a reply pipe of its own, which has to be opened as well, or the
+// server waits for that and lets nobody in.
 bool PipeConnection::Prove(const CallDeadline& deadline) {
   const CallDeadline limit(std::min(kProofMs, deadline.Remaining()));
+  bool dead = false;
+  if (Answers(limit, dead)) return true;
+  if (!dead) return false;
+  requestPipe.Close();
+  if (OpenRequestPipe(limit) != Status::Ok) return false;
+  if (Answers(limit, dead)) return true;
+  if (!TakeReplyPipe()) return false;
+  return Answers(CallDeadline(kProofMs), dead);
+}
+
+// `dead`: the request pipe is.
+bool PipeConnection::Answers(const CallDeadline& limit, bool& dead) {
   for (int i = 0; i < kProofs; ++i) {
     const Probe probe = AnyProbe();
     PipeRequest request;
     std::memset(&request, 0, sizeof(request));
-    request.code = probe.question;
+    request.code = static_cast<std::uint32_t>(probe.question);
     PipeReply reply{};
-    const Status status = i == 0 ? WriteFirst(request, limit) : Write(request, limit);
-    if (status != Status::Ok || Read(reply, limit) != Status::Ok) return false;
+    const Status written = Write(request, limit);
+    dead = written == Status::Disconnected;
+    if (written != Status::Ok || Read(reply, limit) != Status::Ok) return false;
     if (reply.code != static_cast<std::uint32_t>(probe.answer)) return false;
   }
   proven = true;

@@ -43,8 +43,9 @@ class PipeConnection {
  private:
   Status OpenRequestPipe(const CallDeadline& deadline);
   bool OpenReplyPipe(bool& atOnce);
+  bool TakeReplyPipe();
   bool Prove(const CallDeadline& deadline);
-  Status WriteFirst(const PipeRequest& request, const CallDeadline& deadline);
+  bool Answers(const CallDeadline& limit, bool& dead);
   Status Write(const PipeRequest& request, const CallDeadline& deadline);
   Status Read(PipeReply& reply, const CallDeadline& deadline);
 
