@@ -1,6 +1,8 @@
 #include "client/pipe_connection.h"
 
 #include <algorithm>
+#include <cstring>
+#include <random>
 #include <utility>
 
 #include "client/win32.h"
@@ -13,6 +15,8 @@ constexpr DWORD kRetryMs = 10;
 constexpr DWORD kReplyRetryMs = 2;
 constexpr std::uint64_t kReplyPipeMs = 1000;
 constexpr std::uint64_t kStaleMs = 5000;
+constexpr std::uint32_t kProofMs = 2000;
+constexpr int kProofs = 4;
 // Whoever offers the pipe may learn who calls, but not act in the caller's name.
 constexpr DWORD kOpenFlags = FILE_FLAG_OVERLAPPED | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION;
 
@@ -35,8 +39,23 @@ Status Finish(HANDLE pipe, OVERLAPPED& operation, BOOL started, std::uint32_t ti
   return inTime ? StatusOfIo(GetLastError()) : Status::TimedOut;
 }
 
-bool IsStillConnected(HANDLE pipe) {
-  return PeekNamedPipe(pipe, nullptr, 0, nullptr, nullptr, nullptr) != FALSE;
+// A question that the server answers at once whatever it is doing, and the code of the answer.
+struct Probe {
+  RequestCode question;
+  ReplyCode answer;
+};
+
+// One of several by chance: two clients that hold the halves of each other's connections would both be
+// satisfied with the other's answer to the same question. None whose answer another client could take for a
+// refusal of its own request: it has to notice that it is out of step.
+Probe AnyProbe() {
+  static constexpr Probe kAll[] = {
+      {RequestCode::Ping, ReplyCode::Alive},
+      {RequestCode::GetFileMapName, ReplyCode::FileMapName},
+      {RequestCode::GetDefaultLogFile, ReplyCode::Path},
+  };
+  thread_local std::minstd_rand random{std::random_device{}()};
+  return kAll[random() / 7 % std::size(kAll)];
 }
 
 }  // namespace
@@ -58,27 +77,22 @@ bool PipeConnection::IsStale() const {
 void PipeConnection::Close() {
   requestPipe.Close();
   replyPipe.Close();
-  answered = false;
-  keptReply = false;
 }
 
-// A reply pipe without its request pipe is one that Exchange has kept. The server may have been restarted
-// since: then it is of no use.
 Status PipeConnection::Open(const CallDeadline& deadline) {
-  if (requestPipe) Close();
+  Close();
   if (!ioEvent) ioEvent = Handle(CreateEventA(nullptr, TRUE, FALSE, nullptr));
   if (!ioEvent) return Status::SystemError;
   do {
-    if (const Status status = OpenRequestPipe(deadline); status != Status::Ok) {
-      Close();
-      return status;
-    }
-    keptReply = replyPipe && IsStillConnected(replyPipe.Get());
-    if (keptReply || OpenReplyPipe()) {
+    if (const Status status = OpenRequestPipe(deadline); status != Status::Ok) return status;
+    bool atOnce = false;
+    proven = false;
+    // A reply pipe that had to be waited for may be of another pair.
+    if (OpenReplyPipe(atOnce) && (atOnce || Prove(deadline))) {
       lastUse = GetTickCount64();
       return Status::Ok;
     }
-    requestPipe.Close();
+    Close();
   } while (deadline.Remaining() > 0);
   return Status::TimedOut;
 }
@@ -101,49 +115,89 @@ Status PipeConnection::OpenRequestPipe(const CallDeadline& deadline) {
 
 // Not bounded by the call's time: giving up between the two pipes keeps all other clients out, so that the
 // second one is tried for its own second.
-bool PipeConnection::OpenReplyPipe() {
+bool PipeConnection::OpenReplyPipe(bool& atOnce) {
   const std::uint64_t start = GetTickCount64();
+  atOnce = true;
   do {
-    replyPipe = OpenPipe(replyName, GENERIC_READ | FILE_WRITE_ATTRIBUTES);
-    if (replyPipe) {
-      DWORD mode = PIPE_READMODE_MESSAGE;
-      if (SetNamedPipeHandleState(replyPipe.Get(), &mode, nullptr, nullptr) != FALSE) return true;
-      replyPipe.Close();
-      return false;
-    }
+    if (TakeReplyPipe()) return true;
+    atOnce = false;
     Sleep(kReplyRetryMs);
   } while (GetTickCount64() - start < kReplyPipeMs);
   return false;
 }
 
-// When the first request of a connection cannot be sent, its pipes belong to two pairs: another client has
-// opened a reply pipe alone and gone. Since then the server throws each pair away whose request pipe is
-// opened, and who goes on to the reply pipe gets that of the next one. Giving both back would leave
-// everything as it is, for everybody and for good. So the reply pipe is kept: with the next request pipe it
-// is a pair.
-Status PipeConnection::Exchange(const PipeRequest& request, PipeReply& reply, const CallDeadline& deadline,
-                                bool& sent) {
+bool PipeConnection::TakeReplyPipe() {
+  Handle taken = OpenPipe(replyName, GENERIC_READ | FILE_WRITE_ATTRIBUTES);
+  DWORD mode = PIPE_READMODE_MESSAGE;
+  if (!taken || SetNamedPipeHandleState(taken.Get(), &mode, nullptr, nullptr) == FALSE) return false;
+  replyPipe = std::move(taken);
+  return true;
+}
+
+Status PipeConnection::Write(const PipeRequest& request, const CallDeadline& deadline) {
   OVERLAPPED operation{};
   operation.hEvent = ioEvent.Get();
   DWORD bytes = 0;
-  BOOL started = WriteFile(requestPipe.Get(), &request, sizeof(request), nullptr, &operation);
-  Status status = Finish(requestPipe.Get(), operation, started, deadline.Remaining(), bytes);
+  const BOOL started = WriteFile(requestPipe.Get(), &request, sizeof(request), nullptr, &operation);
+  return Finish(requestPipe.Get(), operation, started, deadline.Remaining(), bytes);
+}
+
+Status PipeConnection::Read(PipeReply& reply, const CallDeadline& deadline) {
+  OVERLAPPED operation{};
+  operation.hEvent = ioEvent.Get();
+  DWORD bytes = 0;
+  const BOOL started = ReadFile(replyPipe.Get(), &reply, sizeof(reply), nullptr, &operation);
+  const Status status = Finish(replyPipe.Get(), operation, started, deadline.Remaining(), bytes);
+  return status == Status::Ok && bytes != sizeof(reply) ? Status::Disconnected : status;
+}
+
+// Whether what is asked through one pipe is answered through the other.
+//
+// Of a pair that the server drops between the two opens, at a restart or because somebody has opened the
+// reply pipe alone and left, a client gets the request pipe, which is dead then, and of some later pair the
+// reply pipe. It must not just give that back: if the pair still waits for its client, the next one would
+// find it in the same state, and nobody would get through any more. So it opens the request pipe once more,
+// which makes the two a pair. Unless the other half of that reply pipe had been taken meanwhile: then nobody
+// answers, and the new request pipe has a reply pipe of its own, which has to be opened as well, or the
+// server waits for that and lets nobody in.
+bool PipeConnection::Prove(const CallDeadline& deadline) {
+  const CallDeadline limit(std::min(kProofMs, deadline.Remaining()));
+  bool dead = false;
+  if (Answers(limit, dead)) return true;
+  if (!dead) return false;
+  requestPipe.Close();
+  if (OpenRequestPipe(limit) != Status::Ok) return false;
+  if (Answers(limit, dead)) return true;
+  if (!TakeReplyPipe()) return false;
+  return Answers(CallDeadline(kProofMs), dead);
+}
+
+// `dead`: the request pipe is.
+bool PipeConnection::Answers(const CallDeadline& limit, bool& dead) {
+  for (int i = 0; i < kProofs; ++i) {
+    const Probe probe = AnyProbe();
+    PipeRequest request;
+    std::memset(&request, 0, sizeof(request));
+    request.code = static_cast<std::uint32_t>(probe.question);
+    PipeReply reply{};
+    const Status written = Write(request, limit);
+    dead = written == Status::Disconnected;
+    if (written != Status::Ok || Read(reply, limit) != Status::Ok) return false;
+    if (reply.code != static_cast<std::uint32_t>(probe.answer)) return false;
+  }
+  proven = true;
+  return true;
+}
+
+Status PipeConnection::Exchange(const PipeRequest& request, PipeReply& reply, const CallDeadline& deadline,
+                                bool& sent) {
+  Status status = Write(request, deadline);
+  if (status == Status::Disconnected && !proven && Prove(deadline)) status = Write(request, deadline);
   sent = status == Status::Ok;
-  if (sent) {
-    operation = {};
-    operation.hEvent = ioEvent.Get();
-    started = ReadFile(replyPipe.Get(), &reply, sizeof(reply), nullptr, &operation);
-    status = Finish(replyPipe.Get(), operation, started, deadline.Remaining(), bytes);
-    if (status == Status::Ok && bytes != sizeof(reply)) status = Status::Disconnected;
-  }
+  if (sent) status = Read(reply, deadline);
+  if (status == Status::Ok) proven = true;
   lastUse = GetTickCount64();
-  if (status == Status::Ok) {
-    answered = true;
-  } else if (status == Status::Disconnected && !sent && !answered && !keptReply) {
-    requestPipe.Close();
-  } else {
-    Close();
-  }
+  if (status != Status::Ok) Close();
   return status;
 }
 

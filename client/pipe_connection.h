@@ -26,7 +26,7 @@ class PipeConnection {
  public:
   PipeConnection(std::string name, std::uint32_t absentMilliseconds);
 
-  bool IsOpen() const { return static_cast<bool>(requestPipe); }
+  bool IsOpen() const { return static_cast<bool>(replyPipe); }
 
   // The server ends a connection that was silent for ten seconds; one that is close to it is not trusted.
   bool IsStale() const;
@@ -37,13 +37,17 @@ class PipeConnection {
   void Close();
 
   // `sent` tells whether the request left the client. Any failure closes the connection: a late reply could
-  // be taken for the answer to another request. When the first request of a connection cannot be sent, only
-  // its request pipe is closed: the next Open goes on with the reply pipe.
+  // be taken for the answer to another request.
   Status Exchange(const PipeRequest& request, PipeReply& reply, const CallDeadline& deadline, bool& sent);
 
  private:
   Status OpenRequestPipe(const CallDeadline& deadline);
-  bool OpenReplyPipe();
+  bool OpenReplyPipe(bool& atOnce);
+  bool TakeReplyPipe();
+  bool Prove(const CallDeadline& deadline);
+  bool Answers(const CallDeadline& limit, bool& dead);
+  Status Write(const PipeRequest& request, const CallDeadline& deadline);
+  Status Read(PipeReply& reply, const CallDeadline& deadline);
 
   std::string requestName;
   std::string replyName;
@@ -51,9 +55,8 @@ class PipeConnection {
   Handle requestPipe;
   Handle replyPipe;
   Handle ioEvent;
+  bool proven = false;  // the two pipes are of one pair
   std::uint64_t lastUse = 0;
-  bool answered = false;   // on this connection
-  bool keptReply = false;  // the reply pipe is that of the connection before
 };
 
 }  // namespace TamLogClient
