@@ -39,11 +39,7 @@ PipeState ExaminePipes(const std::string& pipeName, std::uint32_t busyMs, std::u
   request.code = static_cast<std::uint32_t>(RequestCode::Ping);
   PipeReply reply{};
   bool sent = false;
-  Status status = pipes.Exchange(request, reply, CallDeadline(answerMs), sent);
-  // Once more, as every client does whose pipes belong to two pairs.
-  if (status == Status::Disconnected && !sent && pipes.Open(CallDeadline(busyMs)) == Status::Ok) {
-    status = pipes.Exchange(request, reply, CallDeadline(answerMs), sent);
-  }
+  const Status status = pipes.Exchange(request, reply, CallDeadline(answerMs), sent);
   if (status == Status::TimedOut) return PipeState::Silent;
   const bool alive = status == Status::Ok && reply.code == static_cast<std::uint32_t>(ReplyCode::Alive);
   return alive ? PipeState::Answers : PipeState::Failing;

@@ -81,7 +81,7 @@ TEST_F(Cycles, EveryConnectionIsServedAndLeavesNothingBehind) {
   const ProcessCounts after = CountsBackTo(ServiceProcess(), before, kHandleMargin, 30s);
   EXPECT_LE(after.handles, before.handles + kHandleMargin);
   EXPECT_LE(after.threads, before.threads);
-  std::printf("connects: %d of %d served by %d clients at once; %s before, %s after\n", served, connects,
-              kClients, before.Text().c_str(), after.Text().c_str());
+  std::printf("connects: %d of %d connections served to %d clients at once; %s before, %s after\n", served,
+              connects, kClients, before.Text().c_str(), after.Text().c_str());
   std::fflush(stdout);
 }
