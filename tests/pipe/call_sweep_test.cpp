@@ -118,14 +118,21 @@ class PipeServerSweep : public testing::Test {
     server->SetMessageHandler(&handler);
   }
 
-  // A ping is answered. Given up soon once a call has failed: it may have been the listener's.
+  // A ping is answered. More patient with each try, for a machine with much else to do; given up soon once a
+  // call has failed: it may have been the listener's.
   bool IsServed(bool whateverFails) {
     int left = 10;
+    std::uint32_t patience = 50;
     return WaitUntil(
         [&] {
           PipeClient client(name);
-          if (client.Connect(50) && client.CallCode(kPing, 200) == kAlive) return true;
-          return !whateverFails && !FailedCall().empty() && --left == 0;
+          if (client.Connect(patience) && client.CallCode(kPing, 4 * patience) == kAlive) return true;
+          if (whateverFails || FailedCall().empty()) {
+            patience *= 2;
+            return false;
+          }
+          patience = 50;
+          return --left == 0;
         },
         std::chrono::milliseconds(kBoundMs));
   }
