@@ -7,6 +7,7 @@
 
 #include "client/guarded_copy.h"
 #include "client/win32.h"
+#include "pipe/pipe_protocol.h"
 
 namespace TamLogClient {
 
@@ -40,6 +41,11 @@ bool Copy(void* to, const void* from, std::size_t bytes) {
     if (code != kInPageError) return false;
   }
   return false;
+}
+
+// Whether the server has come to its pipes, which it makes last; asks without connecting.
+bool PipesAreThere() {
+  return WaitNamedPipeA(kRequestPipeName, 1) != FALSE || GetLastError() != ERROR_FILE_NOT_FOUND;
 }
 
 class Deadline {
@@ -97,6 +103,9 @@ bool LogView::BudgetIsSpent() const {
 
 Status LogReader::Open(const std::string& mapName) {
   Close();
+  // A server that is starting has its file mapped already, and may have to make it smaller: that fails while
+  // anybody else has it mapped, and the server stays stopped.
+  if (mapName == kFileMapName && !PipesAreThere()) return Status::NotRunning;
   mapping = Handle(OpenFileMappingA(FILE_MAP_READ | FILE_MAP_WRITE, FALSE, mapName.c_str()));
   if (!mapping) return StatusOfLastError();
   Status status = MapViews();

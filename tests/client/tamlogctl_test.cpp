@@ -231,6 +231,21 @@ TEST_F(TamlogctlTest, ServerThatDoesNotAnswerInTimeIsFive) {
   }
 }
 
+// A server that is starting has its log mapped before it has its pipes. Who maps it then keeps the server
+// from making the file smaller.
+TEST_F(TamlogctlTest, LogOfAServerWithoutPipesIsNotOpened) {
+  TamLogTest::RingModel model(8);
+  model.Submit(TamLogTest::MakeBody(1, "there"));
+  model.Flush();
+  const SharedLog log(model.Snapshot(), 0, kFileMapName);
+  EXPECT_EQ(Run("show").exitCode, 3U);
+  const TestServer server([](const PipeRequest&, PipeReply&) { return Answer::Silence; }, kRequestPipeName);
+  const Outcome shown = Run("show");
+  EXPECT_EQ(shown.exitCode, 0U) << shown.err;
+  EXPECT_NE(shown.out.find("there"), std::string::npos) << shown.out;
+  EXPECT_EQ(server.Requests().size(), 0U);
+}
+
 TEST_F(TamlogctlTest, ImportIntoALogThatCannotBeReadIsFive) {
   SharedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
   log.TakeHeaderLock();
