@@ -8,6 +8,31 @@ namespace TamLogUtil {
 
 using Exceptions::ExceptionBase;
 
+// AutoHandle ---------------------------------------------------------------------------------------------
+
+AutoHandle::AutoHandle() : handle(InvalidHandle()) {}
+
+AutoHandle::AutoHandle(NativeHandle source, From how) : AutoHandle() {
+  if (how == From::Take) {
+    Take(source);
+  } else {
+    Copy(source);
+  }
+}
+
+AutoHandle::~AutoHandle() {
+  Close();
+}
+
+AutoHandle& AutoHandle::operator=(NativeHandle source) {
+  if (source != handle) Take(source);
+  return *this;
+}
+
+bool AutoHandle::IsValid() const {
+  return handle != InvalidHandle();
+}
+
 // Event --------------------------------------------------------------------------------------------------
 
 Event::Event(const char* name, SecurityAttributes* attributes) try

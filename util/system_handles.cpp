@@ -65,25 +65,6 @@ std::int32_t CheckedWaitForMultipleObjects(std::uint32_t count, const NativeHand
 
 // AutoHandle ---------------------------------------------------------------------------------------------
 
-AutoHandle::AutoHandle() : handle(INVALID_HANDLE_VALUE) {}
-
-AutoHandle::AutoHandle(NativeHandle source, From how) : AutoHandle() {
-  if (how == From::Take) {
-    Take(source);
-  } else {
-    Copy(source);
-  }
-}
-
-AutoHandle::~AutoHandle() {
-  Close();
-}
-
-AutoHandle& AutoHandle::operator=(NativeHandle source) {
-  if (source != handle) Take(source);
-  return *this;
-}
-
 void AutoHandle::Take(NativeHandle source) {
   Duplicate(source, DUPLICATE_SAME_ACCESS | DUPLICATE_CLOSE_SOURCE,
             "Failed to get a copy of the handle in AutoHandle::Take()");
@@ -110,10 +91,6 @@ void AutoHandle::Close() {
   if (!IsValid()) return;
   CloseHandle(handle);
   handle = INVALID_HANDLE_VALUE;
-}
-
-bool AutoHandle::IsValid() const {
-  return handle != INVALID_HANDLE_VALUE;
 }
 
 }  // namespace TamLogUtil

@@ -147,25 +147,6 @@ std::int32_t CheckedWaitForMultipleObjects(std::uint32_t count, const NativeHand
   return NativeMachine::WaitForOne(count, handles, milliseconds);
 }
 
-AutoHandle::AutoHandle() : handle(InvalidHandle()) {}
-
-AutoHandle::AutoHandle(NativeHandle source, From how) : AutoHandle() {
-  if (how == From::Take) {
-    Take(source);
-  } else {
-    Copy(source);
-  }
-}
-
-AutoHandle::~AutoHandle() {
-  Close();
-}
-
-AutoHandle& AutoHandle::operator=(NativeHandle source) {
-  if (source != handle) Take(source);
-  return *this;
-}
-
 void AutoHandle::Take(NativeHandle source) {
   Copy(source);
   CloseQuietly(source);
@@ -179,10 +160,6 @@ void AutoHandle::Copy(NativeHandle source) {
 void AutoHandle::Close() {
   CloseQuietly(handle);
   handle = InvalidHandle();
-}
-
-bool AutoHandle::IsValid() const {
-  return handle != InvalidHandle();
 }
 
 }  // namespace TamLogUtil
