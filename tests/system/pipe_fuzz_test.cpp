@@ -7,8 +7,11 @@
 // TAMLOG_FUZZ_SEED the beginning of the random numbers.
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
+#include <limits>
 #include <random>
 
 #include "tests/support/pipe_client.h"
@@ -253,7 +256,10 @@ TEST_F(PipeFuzz, TheServiceLivesAndServesOthersWhateverComesOverThePipes) {
   const ProcessCounts after = CountsBackTo(ServiceProcess(), before, kHandleMargin, 30s);
   EXPECT_LE(after.handles, before.handles + kHandleMargin);
   EXPECT_LE(after.threads, before.threads);
-  SubmitOverPipe(Message("last", 3600000));
+  // Later than any time that the others may have sent: with those the log may be full.
+  LogMessageBody last = Message("last", 0);
+  std::fill(std::begin(last.timestamp), std::end(last.timestamp), std::numeric_limits<std::int16_t>::max());
+  SubmitOverPipe(last);
   EXPECT_TRUE(Eventually(10s, [this] { return !TextsOfFile().empty() && TextsOfFile().front() == "last"; }));
   const std::vector<std::string> entries = DiagnosticTexts(TakeDiagnostics());
   for (const std::string& entry : entries) std::printf("diagnostic log: %s\n", entry.c_str());
