@@ -117,13 +117,14 @@ struct Look {
 };
 
 // Prints a file that holds its messages in time order, as nearly all do, without holding them. The output is
-// held back until the order is known; once it takes a quarter of the file's size, the rest of the file is
-// only looked at first. Nothing when the file has to be read in the ordinary way.
+// held back until the order is known; once it takes 128 MB or a quarter of the file's size, the rest of the
+// file is only looked at first. Nothing when the file has to be read in the ordinary way.
 std::optional<int> PrintInOrder(const ShowOptions& options, Printer& printer) {
+  constexpr std::size_t kMostHeld = std::size_t{128} << 20U;
   const std::string& path = options.files.front();
   LogFileScan scan;
   if (!scan.Open(path)) return std::nullopt;
-  const std::size_t mostHeld = scan.MessageCount() * sizeof(LogMessage) / 4;
+  const std::size_t mostHeld = std::min(kMostHeld, scan.MessageCount() * sizeof(LogMessage) / 4);
   printer.SetLog(scan.Header());
   printer.Hold();
   Look look;

@@ -166,7 +166,7 @@ TEST_F(ShowCommand, LongOutputIsWholeAndInOrder) {
   constexpr int kCount = 20000;
   log = RingModel(kCount);
   for (int i = 0; i < kCount; ++i) {
-    log.Submit(MakeBody(i, "message " + std::to_string(i), "Camera"));
+    log.Submit(MakeBody(i, "message " + std::to_string(i) + ' ' + std::string(200, '.'), "Camera"));
     if (i % 1000 == 999) log.Flush();
   }
   Save();
