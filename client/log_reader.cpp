@@ -20,6 +20,7 @@ constexpr std::uint32_t kInPageError = 0xC0000006U;
 constexpr DWORD kLeaveMs = 30000;
 // The header lock is held for microseconds only: it is waited for so long even when the time-out is used up.
 constexpr DWORD kLockMs = 1000;
+constexpr DWORD kNewPipesMs = 10;
 
 Status StatusOfLastError() {
   switch (GetLastError()) {
@@ -43,9 +44,15 @@ bool Copy(void* to, const void* from, std::size_t bytes) {
   return false;
 }
 
-// Whether the server has come to its pipes, which it makes last; asks without connecting.
+// Whether the server has come to its pipes, which it makes last; asks without connecting. Twice: behind a
+// client that was gone at once there are none for a moment.
 bool PipesAreThere() {
-  return WaitNamedPipeA(kRequestPipeName, 1) != FALSE || GetLastError() != ERROR_FILE_NOT_FOUND;
+  const auto seen = [] {
+    return WaitNamedPipeA(kRequestPipeName, 1) != FALSE || GetLastError() != ERROR_FILE_NOT_FOUND;
+  };
+  if (seen()) return true;
+  Sleep(kNewPipesMs);
+  return seen();
 }
 
 class Deadline {

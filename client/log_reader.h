@@ -53,8 +53,7 @@ class LogReader {
 
   // Opens the mapping by name and the events by the names that the log itself tells. NotRunning when nothing
   // is shared, the server has the log closed, or, by the usual name, has not come to its pipes yet (try again
-  // later), AccessDenied, Damaged when the section is
-  // too small to be a log. On failure nothing stays open.
+  // later), AccessDenied, Damaged when the section is too small to be a log. On failure nothing stays open.
   Status Open(const std::string& mapName = kFileMapName);
 
   // Gives up views, mapping and events together.
