@@ -55,6 +55,7 @@ mkdir -p "$work"
 exec 8>"$work/.lock"
 flock --nonblock 8 || { echo "soak.sh: another soak.sh is at work in this tree" >&2; exit 1; }
 
+scripts/install-packages.sh run 8>&-
 scripts/build.sh windows soak_run >"$work/build.log" 2>&1 8>&- ||
   { tail -n 40 "$work/build.log" >&2; echo "soak.sh: the build failed" >&2; exit 1; }
 prefix=$(scripts/wine-prefix.sh soak 8>&-)

@@ -30,6 +30,7 @@ sweeps=(util_call_sweep_tests store_call_sweep_tests pipe_call_sweep_tests serve
 out=$PWD/build/call-faults
 mkdir -p "$out"
 rm -f "$out"/*
+scripts/install-packages.sh run
 scripts/build.sh windows TamLogServer tamlog store_fault_tests "${sweeps[@]}" >"$out/build.log" 2>&1 ||
   { tail -n 40 "$out/build.log" >&2; echo "call-faults.sh: the build failed, see $out/build.log" >&2; exit 2; }
 

@@ -48,6 +48,7 @@ mkdir -p "$work"
 exec 8>"$work/.lock"
 flock --nonblock 8 || { echo "kill-server.sh: another kill-server.sh is at work in this tree" >&2; exit 1; }
 
+scripts/install-packages.sh run 8>&-
 scripts/build.sh windows kill_server_tests administration_tests >"$work/build.log" 2>&1 8>&- ||
   { tail -n 40 "$work/build.log" >&2; echo "kill-server.sh: the build failed" >&2; exit 1; }
 prefix=$(scripts/wine-prefix.sh kills 8>&-)
