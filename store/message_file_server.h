@@ -14,7 +14,7 @@
 //   viewLock     MessageFile's; held while mapped bytes are touched, never while waiting
 //   the lock of the pending list; held while the list is touched
 //
-// So intake goes on while a flush waits for readers and while it writes.
+// So intake goes on while a flush waits for readers, and while it writes, unless it writes the whole ring.
 
 #include <atomic>
 #include <cstdint>

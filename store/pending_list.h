@@ -10,8 +10,9 @@
 // so mirror and counts have a lock of their own. It is held while they are touched, never while waiting for
 // readers nor while the file is written: a flush counts its messages as written, has them lent, writes
 // without the lock, and takes the count back if it fails. A message handed in meanwhile is for the next
-// flush. All operations may be called from any thread, except that one Flush or Assign has to end before the
-// next begins.
+// flush. Only a flush of as many messages as the ring has slots, which writes all of it, keeps the lock, and
+// so does one that first has to read everything back because the ring is not as it left it. All operations
+// may be called from any thread, except that one Flush or Assign has to end before the next begins.
 
 #include <cstdint>
 #include <vector>
