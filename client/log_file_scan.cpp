@@ -1,20 +1,22 @@
 #include "client/log_file_scan.h"
 
 #include <algorithm>
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <future>
 #include <system_error>
+#include <thread>
 #include <vector>
 
 #include "client/file_path.h"
+#include "client/log_message_view.h"
 #include "client/log_tail.h"
+#include "client/read_ahead.h"
 
 namespace TamLogClient {
 
 namespace {
-
-constexpr std::uint32_t kChunk = 4096;  // messages read at once: two megabytes
 
 bool ReadAt(std::ifstream& file, std::uint64_t offset, void* to, std::size_t bytes) {
   file.seekg(static_cast<std::streamoff>(offset));
@@ -28,9 +30,38 @@ bool HeaderFits(const LogFileHeader& header, std::uint64_t bytes) {
          bytes == LogFileSize(static_cast<std::uint64_t>(header.maxMessages));
 }
 
+// A survey of some of a file's messages, and the times at its ends.
+struct PartSurvey : LogFileSurvey {
+  std::uint64_t oldest = 0;
+  std::uint64_t newest = 0;
+
+  void Add(const LogMessage& message) {
+    const LogMessageView view(message);
+    if (view.Damaged()) ++damaged;
+    if (view.Key() < newest) inTimeOrder = false;
+    newest = view.Key();
+  }
+};
+
+// In pieces that stay in a processor's cache while they are looked at.
+std::optional<PartSurvey> SurveyPart(LogFileScan& scan, std::uint32_t from, std::uint32_t to) {
+  constexpr std::uint32_t kPiece = 512;
+  PartSurvey part;
+  std::vector<LogMessage> piece;
+  for (bool first = true; from < to; first = false) {
+    piece.resize(std::min(kPiece, to - from));
+    if (!scan.Read(from, piece)) return std::nullopt;
+    if (first) part.oldest = LogMessageView(piece.front()).Key();
+    for (const LogMessage& message : piece) part.Add(message);
+    from += static_cast<std::uint32_t>(piece.size());
+  }
+  return part;
+}
+
 }  // namespace
 
 bool LogFileScan::Open(const std::string& path) {
+  place = path;
   std::error_code error;
   const auto bytes = std::filesystem::file_size(PathOf(path), error);
   file.open(PathOf(path), std::ios::binary);
@@ -52,25 +83,38 @@ bool LogFileScan::Read(std::uint32_t position, std::span<LogMessage> to) {
 }
 
 bool LogFileScan::ForEach(const std::function<bool(const LogMessage&)>& take, std::uint32_t from) {
-  const auto read = [this](std::uint32_t at, std::vector<LogMessage>& to) {
-    to.resize(std::min(kChunk, MessageCount() - at));
-    return Read(at, to);
-  };
-  if (from >= MessageCount()) return true;
-  std::vector<LogMessage> chunk;
-  std::vector<LogMessage> next;
-  if (!read(from, chunk)) return false;
-  while (true) {
-    from += static_cast<std::uint32_t>(chunk.size());
-    std::future<bool> coming;  // its end waits for the thread, which writes to `next`
-    if (from < MessageCount()) coming = std::async(read, from, std::ref(next));
-    for (const LogMessage& message : chunk) {
+  ReadAhead ahead(*this, from);
+  while (const std::vector<LogMessage>* piece = ahead.Next()) {
+    for (const LogMessage& message : *piece) {
       if (!take(message)) return true;
     }
-    if (!coming.valid()) return true;
-    if (!coming.get()) return false;
-    chunk.swap(next);
   }
+  return !ahead.Failed();
+}
+
+std::optional<LogFileSurvey> LogFileScan::Survey() const {
+  // A stream has one place to read at: each part has one of its own.
+  const auto survey = [this](std::uint32_t from, std::uint32_t to) -> std::optional<PartSurvey> {
+    LogFileScan own;
+    if (!own.Open(place) || std::memcmp(&own.header, &header, sizeof(header)) != 0) return std::nullopt;
+    return SurveyPart(own, from, to);
+  };
+  const std::uint32_t parts = std::clamp(std::thread::hardware_concurrency(), 1U, 4U);
+  const std::uint32_t each = MessageCount() / parts + 1;
+  std::vector<std::future<std::optional<PartSurvey>>> coming;
+  for (std::uint32_t from = 0; from < MessageCount(); from += each) {
+    coming.push_back(std::async(std::launch::async, survey, from, std::min(from + each, MessageCount())));
+  }
+  LogFileSurvey whole;
+  std::uint64_t newest = 0;
+  for (auto& next : coming) {
+    const auto part = next.get();
+    if (!part) return std::nullopt;
+    whole.damaged += part->damaged;
+    if (!part->inTimeOrder || part->oldest < newest) whole.inTimeOrder = false;
+    newest = part->newest;
+  }
+  return whole;
 }
 
 }  // namespace TamLogClient

@@ -7,15 +7,23 @@
 // A scan belongs to one thread at a time. The file is read with ordinary reads and stays open, so that a
 // second pass sees the same file.
 
+#include <cstddef>
 #include <cstdint>
 #include <fstream>
 #include <functional>
+#include <optional>
 #include <span>
 #include <string>
 
 #include "store/log_file_format.h"
 
 namespace TamLogClient {
+
+// What the messages of a file are like, seen together.
+struct LogFileSurvey {
+  bool inTimeOrder = true;  // none is older than the one before it
+  std::size_t damaged = 0;  // break a rule of the format
+};
 
 class LogFileScan {
  public:
@@ -30,11 +38,16 @@ class LogFileScan {
   bool Read(std::uint32_t position, std::span<LogMessage> to);
 
   // Hands over every message from position `from` of the ring order on, until `take` returns false. Holds a
-  // few MB of them: the next piece is read by a thread of its own while `take` sees the last. False when the
-  // file has become shorter; then some have been handed over.
+  // few MB of them: a thread of its own reads ahead while `take` sees the last. False when the file has
+  // become shorter; then some have been handed over.
   bool ForEach(const std::function<bool(const LogMessage&)>& take, std::uint32_t from = 0);
 
+  // Looks at every message, on all processors at once (four at most): several times as fast as ForEach.
+  // Nothing when the file has become shorter or another one stands in its place.
+  std::optional<LogFileSurvey> Survey() const;
+
  private:
+  std::string place;
   std::ifstream file;
   LogFileHeader header{};
 };

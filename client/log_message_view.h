@@ -26,10 +26,14 @@ class LogMessageView {
 
   // The message breaks a rule of the file format: a text without end, or a type that does not exist.
   bool Damaged() const {
-    return Type() >= kMessageTypes || Source().size() == kTextSize || Text().size() == kTextSize;
+    return Type() >= kMessageTypes || Endless(message->body.source) || Endless(message->body.text);
   }
 
  private:
+  // Most texts are followed by zeros up to the end of their field, which is then all that has to be read.
+  static bool Endless(const char (&field)[kTextSize]) {
+    return field[kTextSize - 1] != '\0' && Bounded(field).size() == kTextSize;
+  }
   static std::string_view Bounded(const char (&field)[kTextSize]) {
     const std::string_view whole(field, kTextSize);
     return whole.substr(0, whole.find('\0'));

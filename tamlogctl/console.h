@@ -20,7 +20,7 @@ bool StderrIsTerminal();
 bool EnableColors();
 
 // Output is gathered to pieces of about so many bytes before it is written.
-inline constexpr std::size_t kWriteSize = std::size_t{1} << 16U;
+inline constexpr std::size_t kWriteSize = std::size_t{1} << 18U;
 
 // Writes all of it at once; UTF-8, line ends as they are. False once standard output has failed.
 bool WriteOut(std::string_view text);

@@ -129,23 +129,7 @@ bool Printer::Finish() {
   return Flush();
 }
 
-bool Printer::Release() {
-  holding = false;
-  for (std::string& piece : held) {
-    if (!failed) failed = !WriteOut(piece);
-    std::string().swap(piece);
-  }
-  held.clear();
-  return !failed;
-}
-
 bool Printer::Flush() {
-  if (holding && !pending.empty()) {
-    held.push_back(std::move(pending));
-    pending = {};
-    pending.reserve(kWriteSize + kWriteSize / 8);
-    return true;
-  }
   if (!failed && !pending.empty()) failed = !WriteOut(pending);
   pending.clear();
   return !failed;

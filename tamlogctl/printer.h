@@ -43,11 +43,6 @@ class Printer : public FollowTarget {
   // False once standard output has failed.
   bool Flush() override;
 
-  // From now on nothing is written but held in memory, Held() bytes of it, until Release.
-  void Hold() { holding = true; }
-  std::size_t Held() const { return held.size() * kWriteSize; }
-  bool Release();
-
   bool Wants(const LogMessage& message) const {
     return selection.Wants(TamLogClient::LogMessageView(message));
   }
@@ -77,8 +72,6 @@ class Printer : public FollowTarget {
   TamLogClient::MessageSelection selection;
   std::vector<TamLogClient::TextPattern> highlights;  // none when nothing is to be marked
   std::string pending;
-  std::vector<std::string> held;  // in pieces of kWriteSize, so that nothing large is ever moved
-  bool holding = false;
   std::string plain;
   std::size_t matched = 0;
   bool begun = false;  // the head is out

@@ -100,53 +100,23 @@ int End(const Printer& printer, int exitCode) {
   return printer.Searches() && printer.Matched() == 0 ? kNothingMatched : kDone;
 }
 
-// What is seen of a file's messages one after the other.
-struct Look {
-  std::uint64_t newest = 0;
-  std::size_t damaged = 0;
-  bool rises = true;
-
-  // False once a message is older than the one before it.
-  bool Add(const LogMessage& message) {
-    const LogMessageView view(message);
-    if (view.Damaged()) ++damaged;
-    rises = view.Key() >= newest;
-    newest = view.Key();
-    return rises;
-  }
-};
-
-// Prints a file that holds its messages in time order, as nearly all do, without holding them. The output is
-// held back until the order is known; once it takes 128 MB or a quarter of the file's size, the rest of the
-// file is only looked at first. Nothing when the file has to be read in the ordinary way.
+// Prints a file that holds its messages in time order, as nearly all do, without holding them. Nothing when
+// the file has to be read in the ordinary way.
 std::optional<int> PrintInOrder(const ShowOptions& options, Printer& printer) {
-  constexpr std::size_t kMostHeld = std::size_t{128} << 20U;
   const std::string& path = options.files.front();
   LogFileScan scan;
   if (!scan.Open(path)) return std::nullopt;
-  const std::size_t mostHeld = std::min(kMostHeld, scan.MessageCount() * sizeof(LogMessage) / 4);
-  printer.SetLog(scan.Header());
-  printer.Hold();
-  Look look;
-  std::uint32_t printed = 0;
-  const auto print = [&printer](const LogMessage& message) {
-    printer.Print(message, false);
-    return !printer.OutputFailed();
-  };
-  const auto lookAndPrint = [&](const LogMessage& message) {
-    ++printed;
-    return look.Add(message) && print(message) && printer.Held() <= mostHeld;
-  };
-  const auto lookOnly = [&look](const LogMessage& message) { return look.Add(message); };
-  if (!scan.ForEach(lookAndPrint)) return std::nullopt;
-  if (look.rises && !scan.ForEach(lookOnly, printed)) return std::nullopt;
-  if (!look.rises) return std::nullopt;
-  if (look.damaged > 0) SayDamaged(path, look.damaged);
-  int exitCode = look.damaged > 0 ? kDamaged : kDone;
+  const auto survey = scan.Survey();
+  if (!survey || !survey->inTimeOrder) return std::nullopt;
+  if (survey->damaged > 0) SayDamaged(path, survey->damaged);
+  int exitCode = survey->damaged > 0 ? kDamaged : kDone;
   Pager pager;
   if (!options.noPager) pager.Begin();
-  printer.Release();
-  const bool whole = scan.ForEach(print, printed);
+  printer.SetLog(scan.Header());
+  const bool whole = scan.ForEach([&printer](const LogMessage& message) {
+    printer.Print(message, false);
+    return !printer.OutputFailed();
+  });
   const bool written = printer.Finish();
   const bool paged = pager.Active();
   pager.End();

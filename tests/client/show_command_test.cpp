@@ -176,7 +176,7 @@ TEST_F(ShowCommand, LongOutputIsWholeAndInOrder) {
     EXPECT_EQ(streamed.out, Run(command + " --show-cursor").out) << options;
     EXPECT_EQ(streamed.exitCode, 0) << options;
   }
-  // The newest message turns out to be the oldest when most of the output has been made.
+  // The message behind all others is the oldest.
   const auto lastSlot = LogFileSize(kCount - 1);
   std::fstream file(Path("Logs.dat"), std::ios::in | std::ios::out | std::ios::binary);
   file.seekp(static_cast<std::streamoff>(lastSlot + offsetof(LogMessage, body) +

@@ -1,5 +1,5 @@
-// Reading a log file piece by piece, on files of several pieces: the next one is read while the last is
-// looked at.
+// Reading a log file piece by piece, on files of several pieces, some of which are read while others are
+// looked at; and looking at several parts of it at once.
 
 #include "client/log_file_scan.h"
 
@@ -8,8 +8,10 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -29,7 +31,9 @@ class LogFileScanTest : public testing::Test {
     header.nextSlot = kNextSlot;
     std::vector<LogMessage> slots(kCapacity);
     for (std::int32_t i = 0; i < kCapacity; ++i) {
-      slots[static_cast<std::size_t>((kNextSlot + i) % kCapacity)].sequence = static_cast<std::uint64_t>(i);
+      LogMessage& slot = slots[static_cast<std::size_t>((kNextSlot + i) % kCapacity)];
+      slot.sequence = static_cast<std::uint64_t>(i);
+      slot.body.timestamp[0] = static_cast<std::int16_t>(i + 1);
     }
     std::ofstream file(path, std::ios::binary);
     file.write(reinterpret_cast<const char*>(&header), sizeof(header));
@@ -51,6 +55,18 @@ class LogFileScanTest : public testing::Test {
           return seen.size() < most;
         },
         from);
+  }
+
+  // Changes the message at a position of the ring order, in the file.
+  void Change(std::uint32_t position, const std::function<void(LogMessage&)>& change) const {
+    LogFileScan reading;
+    LogMessage message{};
+    ASSERT_TRUE(reading.Open(path) && reading.Read(position, {&message, 1}));
+    change(message);
+    std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+    const std::uint32_t slot = (kNextSlot + position) % kCapacity;
+    file.seekp(static_cast<std::streamoff>(kSlotsOffset + slot * sizeof(LogMessage)));
+    file.write(reinterpret_cast<const char*>(&message), sizeof(message));
   }
 
   void ExpectSeen(std::uint64_t first, std::size_t count) const {
@@ -89,6 +105,57 @@ TEST_F(LogFileScanTest, FileThatBecameShorterEndsTheReading) {
   EXPECT_FALSE(Scan(0));
   ASSERT_LT(seen.size(), static_cast<std::size_t>(kCapacity - kNextSlot));
   ExpectSeen(0, seen.size());
+}
+
+TEST_F(LogFileScanTest, SurveyOfASoundFileFindsNothing) {
+  ASSERT_TRUE(scan.Open(path));
+  const auto survey = scan.Survey();
+  ASSERT_TRUE(survey);
+  EXPECT_TRUE(survey->inTimeOrder);
+  EXPECT_EQ(survey->damaged, 0U);
+}
+
+// Wherever the parts meet.
+TEST_F(LogFileScanTest, SurveySeesAnyMessageThatIsOlderThanTheOneBeforeIt) {
+  for (const std::uint32_t position :
+       {1U, 511U, 512U, 2999U, 3000U, 3001U, 4000U, 4001U, 5999U, 6000U, 6001U, 6002U, 9000U, 9001U, 9002U,
+        9003U, static_cast<std::uint32_t>(kCapacity) - 1}) {
+    Change(position, [](LogMessage& message) { message.body.timestamp[0] -= 2; });
+    LogFileScan changed;
+    ASSERT_TRUE(changed.Open(path));
+    const auto survey = changed.Survey();
+    ASSERT_TRUE(survey);
+    EXPECT_FALSE(survey->inTimeOrder) << position;
+    Change(position, [](LogMessage& message) { message.body.timestamp[0] += 1; });
+    const auto same = changed.Survey();
+    ASSERT_TRUE(same);
+    EXPECT_TRUE(same->inTimeOrder) << "equal times, " << position;
+    Change(position, [](LogMessage& message) { message.body.timestamp[0] += 1; });
+  }
+}
+
+TEST_F(LogFileScanTest, SurveyCountsTheMessagesThatBreakARule) {
+  Change(0, [](LogMessage& message) { std::memset(message.body.source, 'x', kTextSize); });
+  Change(7000, [](LogMessage& message) { std::memset(message.body.text, 'x', kTextSize); });
+  Change(kCapacity - 1, [](LogMessage& message) { message.body.type = kMessageTypes; });
+  // What stands behind the end of a text is nobody's business.
+  Change(8000, [](LogMessage& message) {
+    std::memset(message.body.text, 'x', kTextSize);
+    message.body.text[10] = '\0';
+  });
+  ASSERT_TRUE(scan.Open(path));
+  const auto survey = scan.Survey();
+  ASSERT_TRUE(survey);
+  EXPECT_EQ(survey->damaged, 3U);
+  EXPECT_TRUE(survey->inTimeOrder);
+}
+
+TEST_F(LogFileScanTest, SurveyOfAFileThatChangedMeanwhileIsNone) {
+  ASSERT_TRUE(scan.Open(path));
+  std::fstream(path, std::ios::in | std::ios::out | std::ios::binary).put('\x01');
+  EXPECT_FALSE(scan.Survey());
+  std::filesystem::resize_file(path, LogFileSize(kCapacity - 1));
+  EXPECT_FALSE(scan.Survey());
 }
 
 }  // namespace
