@@ -28,7 +28,8 @@ rounds is compared with the most of the second half. The last line is the accoun
 
 The log of the run, and what stands in the server's diagnostic log, are kept in build/soak.
 
-Exit code: 0 when every message is accounted for and the server held its size, otherwise 1.
+Exit code: 0 when every message is accounted for and the server held its size, 1 otherwise, 2 for a wrong option or a
+build that fails.
 TEXT
 }
 
@@ -50,34 +51,15 @@ if ((clients > 1000)); then echo "soak.sh: --clients $clients is more than 1000"
 . "$(dirname "$0")/scripts/fixed-layout.sh" "${arguments[@]}"
 cd "$(dirname "$0")"
 root=$PWD
-readonly work=$root/build/soak
-mkdir -p "$work"
-exec 8>"$work/.lock"
-flock --nonblock 8 || { echo "soak.sh: another soak.sh is at work in this tree" >&2; exit 1; }
-
-scripts/install-packages.sh run 8>&-
-scripts/build.sh windows soak_run >"$work/build.log" 2>&1 8>&- ||
-  { tail -n 40 "$work/build.log" >&2; echo "soak.sh: the build failed" >&2; exit 1; }
-prefix=$(scripts/wine-prefix.sh soak 8>&-)
-# shellcheck source=scripts/wine-env.sh
-. scripts/wine-env.sh "$prefix"
-trap 'wine_server_stop || echo "soak.sh: processes of $prefix are still there" >&2' EXIT
-trap 'exit 130' INT
-trap 'exit 143' TERM
-wine_server_start 8>&- || { echo "soak.sh: Wine's server does not start in $prefix" >&2; exit 1; }
+# shellcheck source=scripts/endurance.sh
+. scripts/endurance.sh
+endurance_begin soak soak_run
 
 export TAMLOG_SOAK_SECONDS=$((minutes * 60)) TAMLOG_SOAK_CLIENTS=$clients
-# The watchdog's limit is that of a short test.
-export TAMLOG_TEST_LIMIT=0
 status=0
-timeout $((minutes * 60 + 600)) "$wine64" build/bin/soak_run.exe >"$work/run.log" 2>&1 8>&- </dev/null &
-wait $! || status=$? # so that a signal is heeded at once
-sed -i 's/\r$//' "$work/run.log"
-account=$(grep '^soak: ' "$work/run.log" || true)
-if ((status != 0)) || [[ -z $account ]]; then
-  grep -v '^soak: ' "$work/run.log" | tail -n 60 >&2
-  echo "${account:-soak: no account: the run ended early (exit code $status; build/soak/run.log)} FAILED"
-  exit 1
-fi
-sed -n 's/^note: //p' "$work/run.log"
+endurance_run run $((minutes * 60 + 600)) soak_run.exe || status=1
+sed -n 's/^note: //p' build/soak/run.log
+account=$(grep '^soak: ' build/soak/run.log || echo 'soak: no account: the run ended early')
+((status == 0)) || account+=' FAILED'
 echo "$account"
+exit "$status"

@@ -24,21 +24,17 @@ case ${1:-} in
   '') ;;
   *) usage >&2; exit 2 ;;
 esac
+# shellcheck source=scripts/fixed-layout.sh
+. "$(dirname "$0")/fixed-layout.sh" "$@"
 cd "$(dirname "$0")/.."
+root=$PWD
+# shellcheck source=scripts/endurance.sh
+. scripts/endurance.sh
 
 sweeps=(util_call_sweep_tests store_call_sweep_tests pipe_call_sweep_tests server_call_sweep_tests)
-out=$PWD/build/call-faults
-mkdir -p "$out"
+out=$root/build/call-faults
 rm -f "$out"/*
-scripts/install-packages.sh run
-scripts/build.sh windows TamLogServer tamlog store_fault_tests "${sweeps[@]}" >"$out/build.log" 2>&1 ||
-  { tail -n 40 "$out/build.log" >&2; echo "call-faults.sh: the build failed, see $out/build.log" >&2; exit 2; }
-
-prefix=$(scripts/wine-prefix.sh call-faults)
-# shellcheck source=scripts/wine-env.sh
-. scripts/wine-env.sh "$prefix"
-wine_server_start
-trap wine_server_stop EXIT
+endurance_begin call-faults TamLogServer tamlog store_fault_tests "${sweeps[@]}"
 
 sites=$out/sites.txt
 : >"$sites"
@@ -46,16 +42,13 @@ export TAMLOG_CALL_SITES="Z:${sites//\//\\}" TAMLOG_SWEEP_ALL=$all TAMLOG_SWEEP_
 
 failed=0
 for test in "${sweeps[@]}"; do
-  timeout 1800 setarch -R "$wine64" "build/bin/$test.exe" >"$out/$test.log" 2>&1 </dev/null ||
-    { failed=1; echo "$test failed, see $out/$test.log"; }
+  endurance_run "$test" 1800 "$test.exe" || failed=1
 done
-timeout 600 setarch -R "$wine64" build/bin/store_fault_tests.exe \
-  '--gtest_filter=*EveryTouch*:PageFaults*' >"$out/page_faults.log" 2>&1 </dev/null ||
-  { failed=1; echo "store_fault_tests failed, see $out/page_faults.log"; }
+endurance_run page_faults 600 store_fault_tests.exe '--gtest_filter=*EveryTouch*:PageFaults*' || failed=1
 
 rounds=$(cat "$out"/*_call_sweep_tests.log | grep -c '^call [0-9]*: [A-Za-z_]' || true)
-touches=$(tr -d '\r' <"$out/page_faults.log" | awk '/EveryTouch.IsRepeatedAfterOne/ { one = 1 }
-  /EveryTouch.IsRepeatedAfterNine/ { one = 0 } one && /^touches: / { sum += $2 } END { print sum + 0 }')
+touches=$(awk '/EveryTouch.IsRepeatedAfterOne/ { one = 1 }
+  /EveryTouch.IsRepeatedAfterNine/ { one = 0 } one && /^touches: / { sum += $2 } END { print sum + 0 }' "$out/page_faults.log")
 python3 scripts/call-sites.py "$sites" scripts/call-sites-not-failed.txt || failed=1
 echo "operations run with a failing call: $rounds"
 echo "mapped touches failed at the 1st, the 9th and the 10th attempt, and for good: $touches"

@@ -34,13 +34,15 @@ while (($# > 0)); do
 done
 # shellcheck source=scripts/fixed-layout.sh
 . "$(dirname "$0")/fixed-layout.sh" "${arguments[@]}"
-root=$(cd "$(dirname "$0")/.." && pwd -P)
+cd "$(dirname "$0")/.."
+root=$PWD
 # shellcheck source=scripts/endurance.sh
-. "$root/scripts/endurance.sh"
+. scripts/endurance.sh
+endurance_begin cycles endurance_tests
 
 echo "== $cycles starts and stops, $connects connections"
 status=0
-TAMLOG_CYCLES=$cycles TAMLOG_CONNECTS=$connects run_endurance cycles $((600 + cycles * 10 + connects)) 'Cycles.*' ||
-  status=1
-echo "$(sed -n 's/^cycles: //p' "$endurance_log"); $(sed -n 's/^connects: //p' "$endurance_log")"
+TAMLOG_CYCLES=$cycles TAMLOG_CONNECTS=$connects endurance_run run $((600 + cycles * 10 + connects)) endurance_tests.exe \
+  '--gtest_filter=Cycles.*' || status=1
+echo "$(sed -n 's/^cycles: //p' build/cycles/run.log); $(sed -n 's/^connects: //p' build/cycles/run.log)"
 exit "$status"

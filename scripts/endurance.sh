@@ -1,31 +1,44 @@
-# Sourced by bash from the tree's root `$root`: runs cases of build/bin/endurance_tests.exe for longer than ctest does.
+# Sourced by bash from the tree's root `$root`, by scripts that run Windows programs for longer than ctest does.
 # shellcheck shell=bash disable=SC2154
 
-# run_endurance NAME SECONDS GTEST-FILTER: builds, makes the prefix build/wine/NAME anew, runs the cases there for at
-# most SECONDS, and ends every process of the prefix. What they print is in build/NAME.log (`endurance_log`); shown
-# when something was not as it should be. 0 when everything was; ends the script with 2 when the build fails.
-run_endurance() {
-  local name=$1 limit=$2 cases=$3 status=0
-  # Read by whoever sources this.
-  # shellcheck disable=SC2034
-  endurance_log=$root/build/$name.log
-  cd "$root" || return 1
-  scripts/install-packages.sh run
-  mkdir -p build
-  scripts/build.sh windows endurance_tests >"$endurance_log" 2>&1 || { tail -n 40 "$endurance_log" >&2; exit 2; }
-  scripts/wine-prefix.sh "$name" >/dev/null
-  (
-    # shellcheck source=scripts/wine-env.sh
-    . scripts/wine-env.sh "$root/build/wine/$name"
-    trap 'wine_server_stop' EXIT
-    trap 'exit 130' INT TERM HUP
-    wine_server_start || { echo "Wine's server does not start in build/wine/$name" >&2; exit 1; }
-    TAMLOG_TEST_LIMIT=0 timeout "$limit" "$wine64" build/bin/endurance_tests.exe \
-      --gtest_filter="$cases" </dev/null 2>&1 | tr -d '\r' >"$endurance_log"
-    exit "${PIPESTATUS[0]}"
-  ) || status=$?
+# endurance_begin NAME TARGET...: keeps a second run of NAME in this tree out, installs what is missing, builds the
+# targets for Windows, makes the prefix build/wine/NAME anew and starts its server. Every process of the prefix ends
+# with the shell that called it. Logs go into build/NAME, which is `endurance_logs` then. Ends the shell with 2 when the
+# build fails, with 1 for the rest.
+endurance_begin() {
+  local name=$1
+  shift
+  readonly endurance_logs=$root/build/$name
+  mkdir -p "$endurance_logs"
+  exec 8>"$endurance_logs/.lock"
+  flock --nonblock 8 || { echo "$name: another run is at work in this tree" >&2; exit 1; }
+  # Nobody inherits the lock: what Wine leaves running would hold it.
+  scripts/install-packages.sh run 8>&-
+  scripts/build.sh windows "$@" >"$endurance_logs/build.log" 2>&1 8>&- ||
+    { tail -n 40 "$endurance_logs/build.log" >&2; echo "$name: the build failed" >&2; exit 2; }
+  local prefix
+  prefix=$(scripts/wine-prefix.sh "$name" 8>&-)
+  # shellcheck source=scripts/wine-env.sh
+  . scripts/wine-env.sh "$prefix"
+  trap 'wine_server_stop || echo "processes of $WINEPREFIX are still there" >&2' EXIT
+  trap 'exit 130' INT
+  trap 'exit 143' TERM HUP
+  wine_server_start 8>&- || { echo "$name: Wine's server does not start in $prefix" >&2; exit 1; }
+}
+
+# endurance_run LOG SECONDS PROGRAM [ARGUMENT...]: runs build/bin/PROGRAM for at most so many seconds; what it prints goes
+# into build/NAME/LOG.log, and with everything but `note: ` and accounts to stderr when it fails. Its exit code; 124 when
+# it took too long.
+endurance_run() {
+  local log=$endurance_logs/$1.log limit=$2 program=build/bin/$3 status=0
+  shift 3
+  # The watchdog of the tests has the limit of a short test. A signal is heeded at once during `wait`.
+  TAMLOG_TEST_LIMIT=0 timeout "$limit" "$wine64" "$program" "$@" >"$log" 2>&1 8>&- </dev/null &
+  wait $! || status=$?
+  sed -i 's/\r$//' "$log"
   ((status == 0)) && return 0
-  cat "$endurance_log" >&2
-  [[ $status != 124 ]] || echo "$name: not done within $limit s" >&2
-  return 1
+  grep -v '^note: \|^[a-z]*: ' "$log" | tail -n 60 >&2
+  ((status != 124)) || echo "$program: not done within $limit s" >&2
+  echo "$program: failed with exit code $status, see $log" >&2
+  return "$status"
 }

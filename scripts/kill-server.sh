@@ -21,7 +21,7 @@ After that clients are killed: between their two opens, inside a request, before
 
 The logs are kept in build/kills. The last lines are the account, of the clients and then of the server.
 
-Exit code: 0 when every kill ended as it has to, otherwise 1.
+Exit code: 0 when every kill ended as it has to, 1 otherwise, 2 for a wrong option or a build that fails.
 TEXT
 }
 
@@ -43,34 +43,16 @@ done
 . "$(dirname "$0")/fixed-layout.sh" "${arguments[@]}"
 cd "$(dirname "$0")/.."
 root=$PWD
-readonly work=$root/build/kills
-mkdir -p "$work"
-exec 8>"$work/.lock"
-flock --nonblock 8 || { echo "kill-server.sh: another kill-server.sh is at work in this tree" >&2; exit 1; }
+# shellcheck source=scripts/endurance.sh
+. scripts/endurance.sh
+endurance_begin kills kill_server_tests administration_tests
 
-scripts/install-packages.sh run 8>&-
-scripts/build.sh windows kill_server_tests administration_tests >"$work/build.log" 2>&1 8>&- ||
-  { tail -n 40 "$work/build.log" >&2; echo "kill-server.sh: the build failed" >&2; exit 1; }
-prefix=$(scripts/wine-prefix.sh kills 8>&-)
-# shellcheck source=scripts/wine-env.sh
-. scripts/wine-env.sh "$prefix"
-trap 'wine_server_stop || echo "kill-server.sh: processes of $prefix are still there" >&2' EXIT
-trap 'exit 130' INT
-trap 'exit 143' TERM
-wine_server_start 8>&- || { echo "kill-server.sh: Wine's server does not start in $prefix" >&2; exit 1; }
-
-# run_tests NAME KILLS PROGRAM FILTER: prints what the test noted, or the end of its log when it failed.
+# run_tests NAME KILLS PROGRAM FILTER: prints what the test noted.
 run_tests() {
-  local log=$work/$1.log status=0
-  TAMLOG_KILLS=$2 TAMLOG_TEST_LIMIT=0 timeout $((600 + $2 * 15)) \
-    "$wine64" "build/bin/$3" "--gtest_filter=$4" >"$log" 2>&1 8>&- </dev/null &
-  wait $! || status=$? # so that a signal is heeded at once
-  sed -i 's/\r$//' "$log"
-  sed -n 's/^note: //p; /^clients: /p; /^kills: /p' "$log"
-  ((status == 0)) && return 0
-  grep -v '^note: \|^kills: \|^clients: ' "$log" | tail -n 60 >&2
-  echo "$1: FAILED (exit code $status; $log)"
-  return 1
+  local status=0
+  TAMLOG_KILLS=$2 endurance_run "$1" $((600 + $2 * 15)) "$3" "--gtest_filter=$4" || status=1
+  sed -n 's/^note: //p; /^clients: /p; /^kills: /p' "build/kills/$1.log"
+  return "$status"
 }
 
 failed=0
