@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "tests/support/wait_until.h"
 #include "tests/system/platform.h"
 #include "tests/system/system_test.h"
 #include "util/win32.h"
@@ -53,9 +54,15 @@ TEST_F(SharedAccess, EveryoneMayReadAndWriteTheMapping) {
 
 TEST_F(SharedAccess, EveryoneMayReadAndWriteThePipesButNotChangeThem) {
   RunService();
+  // The server makes the reply pipe's instance when the request pipe is open, which takes a moment.
   const auto open = [](const char* name, DWORD access) {
-    return Own(
-        CreateFileA(name, access | READ_CONTROL, 0, nullptr, OPEN_EXISTING, SECURITY_SQOS_PRESENT, nullptr));
+    OwnedHandle pipe;
+    TestSupport::WaitUntil([&] {
+      pipe = Own(CreateFileA(name, access | READ_CONTROL, 0, nullptr, OPEN_EXISTING, SECURITY_SQOS_PRESENT,
+                             nullptr));
+      return pipe != nullptr;
+    });
+    return pipe;
   };
   // In this order: a client of the first alone keeps all others out.
   const OwnedHandle requests = open("\\\\.\\pipe\\TamLogServerPipe", GENERIC_WRITE);
