@@ -126,6 +126,16 @@ TEST_F(Integrity, TextsOf256CharactersPass) {
   EXPECT_EQ(Check(), IntegrityRule::NoneBroken);
 }
 
+TEST_F(Integrity, WhatStandsBehindTheEndOfATextIsNotLookedAt) {
+  for (std::size_t end = 0; end < kTextSize; ++end) {
+    std::string text(kTextSize, '\xff');
+    text[end] = '\0';
+    CopyText(file.slots[0].body.source, text);
+    CopyText(file.slots[0].body.text, text);
+    EXPECT_EQ(Check(), IntegrityRule::NoneBroken) << end;
+  }
+}
+
 TEST_F(Integrity, ATypeOfFourAndMoreFails) {
   file.slots[1].body.type = 3;
   EXPECT_EQ(Check(), IntegrityRule::NoneBroken);
