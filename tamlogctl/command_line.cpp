@@ -32,6 +32,8 @@ class Parser {
   Parser() : app("Reads, follows and feeds the log of the Torvane Log Server.", "tamlogctl") {
     app.footer(kAppFooter);
     app.require_subcommand(1);
+    // Verbs take this over. On Windows the parser would otherwise take "/dev/null is gone" for an option.
+    app.allow_windows_style_options(false);
     DefineShowVerbs(app, chosen);
     DefineStatsVerb(app, chosen);
     DefineSendVerbs(app, chosen);

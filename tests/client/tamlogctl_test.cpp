@@ -190,6 +190,15 @@ TEST_F(TamlogctlTest, UsageErrorsAreTwoAndNameTheOptionAndTheMend) {
   expectUsage("send --truncate --split text", "--split");
 }
 
+TEST_F(TamlogctlTest, WordThatBeginsWithASlashIsNoOption) {
+  const auto outcome = Run("send \"/dev/null is gone\"");
+  EXPECT_EQ(outcome.exitCode, 3U);
+  EXPECT_NE(outcome.err.find("the server is not running"), std::string::npos) << outcome.err;
+  const auto missing = Run("verify /nowhere/Logs.dat");
+  EXPECT_EQ(missing.exitCode, 3U);
+  EXPECT_NE(missing.err.find("/nowhere/Logs.dat: no such file"), std::string::npos) << missing.err;
+}
+
 TEST_F(TamlogctlTest, SendNamesTheLineItRefuses) {
   const std::string longLine(257, 'x');
   auto outcome = Run("send", longLine + "\n");
