@@ -71,19 +71,17 @@ int Clear(const ClearOptions& given) {
   if (!options.backup.empty()) {
     if (const int exitCode = Save(options); exitCode != kDone) return exitCode;
   }
-  RestartWatch watch;
   const Status status = client.ClearLog();
   if (status != Status::Ok) {
     return Failed(
         status == Status::TimedOut ? "clear: the server may still do it when its readers let it" : "clear",
         status);
   }
-  client.Disconnect();
   if (!options.wait) {
     Say("emptied; the server restarts in a second");
     return kDone;
   }
-  const Status back = watch.Wait();
+  const Status back = RestartWatch(client).Wait();
   if (Interrupted()) return kInterrupted;
   if (back != Status::Ok) return Failed("emptied, but the server did not come back from its restart", back);
   Say("emptied");

@@ -25,7 +25,6 @@ using TamLogClient::Status;
 constexpr char kServerKey[] = R"(SOFTWARE\Brenmark VORTA\Torvane Log Server)";
 constexpr char kFiltersKey[] = R"(SOFTWARE\Brenmark VORTA\Torvane Log Server\Filters)";
 constexpr std::uint32_t kFlushWaitMs = 450;  // two ticks and some more
-constexpr std::uint32_t kRestartDelayMs = 2000;
 constexpr std::uint32_t kLookMs = 50;
 
 class Key {
@@ -140,13 +139,9 @@ bool WaitForFlush() {
 }
 
 bool RestartWatch::WaitForStop(std::uint64_t end) {
-  LogFileHeader header{};
-  // Who could not open the log before the request cannot see it close: the restart comes after a second.
-  if (!reader.IsOpen()) return SleepFor(kRestartDelayMs);
-  while (reader.Look(header) == Status::Ok) {
+  while (client.Ping() == Status::Ok && client.Connections() == connections) {
     if (Ticks() >= end || !SleepFor(kLookMs)) return false;
   }
-  reader.Close();
   return true;
 }
 
@@ -154,14 +149,12 @@ Status RestartWatch::Wait(std::uint32_t patienceMs) {
   const std::uint64_t end = Ticks() + patienceMs;
   Progress progress("waiting for the server:");
   if (!WaitForStop(end)) return Status::TimedOut;
-  LogClient client({kRequestPipeName, 1000, 200});
+  LogClient next({kRequestPipeName, 1000, 200});
   while (Ticks() < end && !Interrupted()) {
+    LogReader reader;
     LogFileHeader header{};
-    const bool answers = client.Ping() == Status::Ok;
-    if (answers && reader.Open() == Status::Ok && reader.Look(header) == Status::Ok) {
-      reader.Close();
-      return Status::Ok;
-    }
+    const bool answers = next.Ping() == Status::Ok;
+    if (answers && reader.Open() == Status::Ok && reader.Look(header) == Status::Ok) return Status::Ok;
     reader.Close();
     progress.Show(std::string(answers ? "it answers, its log is not open yet" : "it does not answer yet"));
     SleepFor(2 * kLookMs);

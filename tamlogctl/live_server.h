@@ -47,17 +47,22 @@ class RestartWatch {
  public:
   static constexpr std::uint32_t kPatienceMs = 45000;  // a stop alone may take 15 s
 
-  // Before the request. Holds the shared log open, and lets go of it within 50 ms when the server closes it.
-  RestartWatch() { reader.Open(); }
+  // After the request, which `client` has sent over a connection that it still has: the restart ends it. The
+  // shared log is not held open meanwhile. After a change of path the server closes it and opens it again
+  // without waiting for anybody, faster than one can look, and whoever holds it over that makes the server go
+  // on with the old one.
+  explicit RestartWatch(TamLogClient::LogClient& connected)
+      : client(connected), connections(connected.Connections()) {}
 
-  // After the request: until the server has closed the log, opened it again, and answers. TimedOut when that
-  // takes longer than `patienceMs`.
+  // Until the connection has ended, and the server answers again and shares its log. TimedOut when that takes
+  // longer than `patienceMs`.
   TamLogClient::Status Wait(std::uint32_t patienceMs = kPatienceMs);
 
  private:
   bool WaitForStop(std::uint64_t end);
 
-  TamLogClient::LogReader reader;
+  TamLogClient::LogClient& client;
+  std::uint64_t connections;
 };
 
 }  // namespace TamLogCtl

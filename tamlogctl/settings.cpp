@@ -26,15 +26,13 @@ bool Same(const SettingsBody& left, const SettingsBody& right) {
 
 // Sends the settings and waits until the server is back with them.
 int Apply(LogClient& client, const SettingsBody& settings, bool wait) {
-  RestartWatch watch;
   const Status status = client.SetSettings(settings);
   if (status != Status::Ok) return Failed("settings", status);
-  client.Disconnect();
   if (!wait) {
     Say("sent; the server restarts in a second");
     return kDone;
   }
-  if (const Status back = watch.Wait(); back != Status::Ok) {
+  if (const Status back = RestartWatch(client).Wait(); back != Status::Ok) {
     if (Interrupted()) return kInterrupted;
     return Failed("the server did not come back after the change", back);
   }

@@ -103,6 +103,20 @@ TEST_F(Administration, ChangeOfCapacitySavesTheMessagesAndKeepHandsThemInAgain) 
   Expect("doctor", 0, "ok    section");
 }
 
+// A server does not wait for readers after a change of path: it closes its log and opens it again at once.
+TEST_F(Administration, ChangesOfPathAreSeenWhileTheLogIsNotHeldOpenOverThem) {
+  RunService();
+  Expect("send -s Demo one", 0, "");
+  ASSERT_TRUE(WaitForMessageCount(1, 10s));
+  for (const char* const name : {"first.dat", "second.dat", "third.dat"}) {
+    const std::string path = ScratchFile(name);
+    Expect("settings path \"" + path + "\" --apply", 0, "in effect");
+    Expect("settings path", 0, path);
+    Expect("show --file \"" + path + "\" -o cat", 0, "one\n");
+  }
+  Expect("show -o cat", 0, "one\n");
+}
+
 TEST_F(Administration, ServiceIsStoppedStartedAndLookedAt) {
   Expect("server state", 3, "not installed");
   Expect("server start", 3, "the service is not installed");
