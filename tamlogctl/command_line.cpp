@@ -2,15 +2,36 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <map>
 #include <utility>
 
+#include "tamlogctl/choice_option.h"
 #include "tamlogctl/console.h"
 #include "tamlogctl/exit_code.h"
 
 namespace TamLogCtl {
 
 namespace {
+
+// Some of the parser's own texts neither name what was given nor say what to do.
+std::string UsageProblem(const CLI::App& verb, const CLI::ParseError& error) {
+  const std::string text = error.what();
+  const std::string name = text.substr(0, text.find(':'));
+  if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) {
+    const std::vector<std::string> words = verb.remaining();
+    const auto isOption = [](const std::string& word) { return word.size() > 1 && word.front() == '-'; };
+    const auto option = std::find_if(words.begin(), words.end(), isOption);
+    if (option != words.end()) return "there is no option '" + *option + "'";
+    if (!words.empty()) return "'" + words.front() + "' is one word too many";
+  }
+  if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr && name.size() < text.size())
+    return name + ": give a value behind it";
+  if (dynamic_cast<const CLI::ConversionError*>(&error) != nullptr && text.find(" = ") != std::string::npos) {
+    const std::size_t begin = text.find(": ") + 2;
+    const std::size_t sign = text.find(" = ");
+    return text.substr(begin, sign - begin) + ": '" + text.substr(sign + 3) + "': expected a number";
+  }
+  return text;
+}
 
 constexpr const char* kAppFooter =
     R"(With no verb, `show` is meant: `tamlogctl -n 20` shows the last 20 messages.
@@ -51,6 +72,8 @@ class Parser {
   std::optional<Action> Parse(std::vector<std::string> arguments, int& exitCode);
 
  private:
+  std::pair<const CLI::App&, std::string> Innermost() const;
+
   CLI::App app;
   Action chosen;
 };
@@ -69,36 +92,38 @@ std::string Parser::Verbs() const {
 }
 
 std::optional<Action> Parser::Parse(std::vector<std::string> arguments, int& exitCode) {
-  const std::string verb = arguments.front();
   try {
     std::reverse(arguments.begin(), arguments.end());  // as the parser wants them
     app.parse(arguments);
     return chosen;
   } catch (const CLI::CallForHelp&) {
-    // Of the innermost verb that was named: `filter add --help` is about add.
-    const CLI::App* about = &app;
-    std::string path;
-    while (!about->get_subcommands().empty()) {
-      path += (path.empty() ? "" : " ") + about->get_name();
-      about = about->get_subcommands().front();
-    }
-    WriteOut(about->help(path));
-    exitCode = kDone;
+    const auto [verb, before] = Innermost();
+    exitCode = WriteOut(verb.help(before)) ? kDone : kOutputFailed;
   } catch (const CLI::ParseError& error) {
-    Say(std::string(error.what()));
-    Say(IsVerb(verb) ? "see: tamlogctl " + verb + " --help" : "see: tamlogctl --help");
+    const auto [verb, before] = Innermost();
+    Say(UsageProblem(verb, error));
+    Say("see: " + (before.empty() ? "" : before + " ") + verb.get_name() + " --help");
     exitCode = kUsage;
   }
   return std::nullopt;
 }
 
+// The innermost verb that was named, and the words before it: `filter add --help` is about add.
+std::pair<const CLI::App&, std::string> Parser::Innermost() const {
+  const CLI::App* verb = &app;
+  std::string before;
+  while (!verb->get_subcommands().empty()) {
+    before += (before.empty() ? "" : " ") + verb->get_name();
+    verb = verb->get_subcommands().front();
+  }
+  return {*verb, before};
+}
+
 }  // namespace
 
 void DefineCommonOptions(CLI::App& verb, CommonOptions& to) {
-  verb.add_option("--color", to.color, "When to colour: auto, always or never (NO_COLOR is respected)")
-      ->transform(CLI::CheckedTransformer(std::map<std::string, Color>{
-          {"auto", Color::Auto}, {"always", Color::Always}, {"never", Color::Never}}))
-      ->option_text("auto|always|never");
+  DefineChoice(verb, "--color", to.color, "When to colour: auto, always or never (NO_COLOR is respected)",
+               {{"auto", Color::Auto}, {"always", Color::Always}, {"never", Color::Never}});
   verb.add_option("--timeout", to.timeoutMs, "How long to wait for the server, in milliseconds (5000)")
       ->check(CLI::Range(1, 600000))
       ->option_text("MS");
@@ -109,8 +134,7 @@ std::optional<Action> ParseCommandLine(std::vector<std::string> arguments, int& 
   // such.
   const std::string first = arguments.empty() ? "" : arguments.front();
   if (first == "--version" || first == "version") {
-    WriteOut("tamlogctl " TAMLOG_VERSION "\n");
-    exitCode = kDone;
+    exitCode = WriteOut("tamlogctl " TAMLOG_VERSION "\n") ? kDone : kOutputFailed;
     return std::nullopt;
   }
   if (first == "help") {

@@ -1,7 +1,7 @@
 #include <CLI/CLI.hpp>
-#include <map>
 #include <memory>
 
+#include "tamlogctl/choice_option.h"
 #include "tamlogctl/command_line.h"
 #include "tamlogctl/completion.h"
 #include "tamlogctl/console.h"
@@ -36,11 +36,9 @@ void DefineCompletionVerbs(CLI::App& app, Action& chosen) {
   CLI::App* completion =
       app.add_subcommand("completion", "Print a script that lets powershell, bash or zsh complete");
   completion->footer(kCompletionFooter);
-  completion->add_option("SHELL", *shell, "powershell, bash or zsh")
-      ->required()
-      ->transform(CLI::CheckedTransformer(std::map<std::string, Shell>{
-          {"powershell", Shell::PowerShell}, {"bash", Shell::Bash}, {"zsh", Shell::Zsh}}))
-      ->option_text("powershell|bash|zsh");
+  DefineChoice(*completion, "SHELL", *shell, "powershell, bash or zsh",
+               {{"powershell", Shell::PowerShell}, {"bash", Shell::Bash}, {"zsh", Shell::Zsh}})
+      ->required();
   completion->callback(
       [&app, shell, &chosen] { chosen = Print(MakeCompletion(*shell, DescribeVerbs(app))); });
 

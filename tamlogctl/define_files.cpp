@@ -1,9 +1,9 @@
 #include <CLI/CLI.hpp>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "tamlogctl/choice_option.h"
 #include "tamlogctl/command_line.h"
 #include "tamlogctl/import.h"
 #include "tamlogctl/merge.h"
@@ -165,11 +165,9 @@ void DefineFollowing(CLI::App& verb, ExportOptions& to) {
       verb.add_option("--for", to.forSeconds, "End by itself after so long")
           ->check(CLI::Range(0.0, 1e7))
           ->option_text("SECONDS"),
-      verb.add_option("--events", to.events,
-                      "How losses, restarts and clears are told on stderr (stderr: in words)")
-          ->transform(CLI::CheckedTransformer(std::map<std::string, EventStyle>{
-              {"stderr", EventStyle::Text}, {"json", EventStyle::Json}, {"none", EventStyle::None}}))
-          ->option_text("stderr|json|none")};
+      DefineChoice(verb, "--events", to.events,
+                   "How losses, restarts and clears are told on stderr (stderr: in words)",
+                   {{"stderr", EventStyle::Text}, {"json", EventStyle::Json}, {"none", EventStyle::None}})};
   for (CLI::Option* const option : others) option->needs(follow);
 }
 

@@ -1,7 +1,7 @@
 #include <CLI/CLI.hpp>
-#include <map>
 #include <memory>
 
+#include "tamlogctl/choice_option.h"
 #include "tamlogctl/command_line.h"
 #include "tamlogctl/filter.h"
 
@@ -90,10 +90,8 @@ void DefineList(CLI::App& parent, Action& chosen) {
   const auto options = std::make_shared<FilterOptions>();
   CLI::App* verb = Define(parent, "list", "Show the effective rule and the filters", kListFooter, options,
                           ListFilters, chosen);
-  verb->add_option("-o,--output", options->format, "Format: text, tsv or json")
-      ->transform(CLI::CheckedTransformer(std::map<std::string, ListFormat>{
-          {"text", ListFormat::Text}, {"tsv", ListFormat::Tsv}, {"json", ListFormat::Json}}))
-      ->option_text("text|tsv|json");
+  DefineChoice(*verb, "-o,--output", options->format, "Format: text, tsv or json",
+               {{"text", ListFormat::Text}, {"tsv", ListFormat::Tsv}, {"json", ListFormat::Json}});
 }
 
 void DefineAdd(CLI::App& parent, Action& chosen) {

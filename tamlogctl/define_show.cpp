@@ -1,9 +1,9 @@
 #include <CLI/CLI.hpp>
 #include <charconv>
-#include <map>
 #include <memory>
 #include <string>
 
+#include "tamlogctl/choice_option.h"
 #include "tamlogctl/command_line.h"
 #include "tamlogctl/show.h"
 
@@ -96,11 +96,9 @@ void DefineReading(CLI::App& verb, ShowOptions& to) {
   DefineSelectionOptions(verb, to.selection);
   DefineContext(verb, to);
   DefineCursors(verb, to);
-  verb.add_option("--events", to.events,
-                  "How losses, restarts and clears are told on stderr (stderr: in words)")
-      ->transform(CLI::CheckedTransformer(std::map<std::string, EventStyle>{
-          {"stderr", EventStyle::Text}, {"json", EventStyle::Json}, {"none", EventStyle::None}}))
-      ->option_text("stderr|json|none");
+  DefineChoice(verb, "--events", to.events,
+               "How losses, restarts and clears are told on stderr (stderr: in words)",
+               {{"stderr", EventStyle::Text}, {"json", EventStyle::Json}, {"none", EventStyle::None}});
   verb.add_flag("-q,--quiet", to.quiet, "Say nothing on stderr that is not an error");
   DefineCommonOptions(verb, to);
 }

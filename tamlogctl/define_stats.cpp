@@ -34,7 +34,7 @@ void DefineStatsVerb(CLI::App& app, Action& chosen) {
       ->allow_extra_args(false)
       ->option_text("FILE");
   verb->add_option("--top", options->top, "How many sources to list, 0 for all (20)")
-      ->check(CLI::NonNegativeNumber)
+      ->check(CLI::Range(0, 1000000))
       ->option_text("N");
   verb->add_flag("--bars", options->bars, "Bars also when the output is no terminal");
   DefineSelectionOptions(*verb, options->selection);

@@ -99,6 +99,30 @@ class Help(unittest.TestCase):
             self.assertIn(said, outcome.stderr, words)
 
 
+    def test_usage_errors_name_what_was_given_and_what_is_expected(self):
+        for words, said in (
+                (["show", "--color", "purple"], "--color: 'purple': expected auto|always|never"),
+                (["follow", "--events", "xml"], "--events: 'xml': expected stderr|json|none"),
+                (["completion", "fish"], "SHELL: 'fish': expected powershell|bash|zsh"),
+                (["show", "--colour", "always"], "there is no option '--colour'"),
+                (["follow", "--file", "a.dat"], "there is no option '--file'"),
+                (["show", "more"], "'more' is one word too many"),
+                (["show", "--file"], "--file: give a value behind it"),
+                (["filter", "remove", "abc"], "NUMBER: 'abc': expected a number"),
+                (["stats", "--top", "-1"], "--top: Value -1 not in range 0 to 1000000")):
+            outcome = run(*words)
+            self.assertEqual((outcome.returncode, outcome.stdout), (2, ""), words)
+            self.assertIn(said, outcome.stderr, words)
+            verb = " ".join(words[:2] if words[0] == "filter" else words[:1])
+            self.assertIn(f"see: tamlogctl {verb} --help\n", outcome.stderr, words)
+
+    def test_help_that_cannot_be_written_is_eight(self):
+        for words in (["--help"], ["help"], ["help", "show"], ["version"], ["man"], ["completion", "bash"]):
+            with open("/dev/full", "w", encoding="utf-8") as full:
+                outcome = subprocess.run([PROGRAM, *words], stdout=full, stderr=subprocess.PIPE, text=True, timeout=30)
+            self.assertEqual(outcome.returncode, 8, words)
+
+
 class ManPage(unittest.TestCase):
     def setUp(self):
         with open(MAN_PAGE, encoding="utf-8") as file:
