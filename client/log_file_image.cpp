@@ -82,6 +82,16 @@ Status ReadFileBytes(const std::string& path, std::string& bytes) {
   errno = 0;
   std::ifstream file(name, std::ios::binary);
   if (!file) return StatusOfErrno(errno);
+  if (std::filesystem::is_fifo(name, error)) {
+    constexpr std::size_t kChunk = std::size_t{1} << 20U;
+    while (file) {  // a pipe has no size before its end
+      const std::size_t before = bytes.size();
+      bytes.resize(before + kChunk);
+      file.read(bytes.data() + before, static_cast<std::streamsize>(kChunk));
+      bytes.resize(before + static_cast<std::size_t>(file.gcount()));
+    }
+    return file.bad() ? Status::SystemError : Status::Ok;
+  }
   const std::uintmax_t size = std::filesystem::file_size(name, error);
   if (error) return Status::SystemError;
   bytes.resize(static_cast<std::size_t>(size));

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <system_error>
 #include <vector>
 
@@ -18,10 +19,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Slots are read one after the other, so that a file that shrinks meanwhile gives those before the cut.
-void ReadSlots(std::ifstream& file, std::uint64_t expected, std::vector<LogMessage>& slots) {
+// Slots are read one after the other, so that a file that shrinks meanwhile gives those before the cut. The
+// bytes that were there.
+std::uint64_t ReadSlots(std::ifstream& file, std::uint64_t expected, std::vector<LogMessage>& slots) {
   constexpr std::size_t kChunk = 1024;
-  slots.reserve(expected);  // growing would hold every message twice for a while
   while (slots.size() < expected) {
     const std::size_t before = slots.size();
     slots.resize(before + static_cast<std::size_t>(std::min<std::uint64_t>(kChunk, expected - before)));
@@ -30,9 +31,10 @@ void ReadSlots(std::ifstream& file, std::uint64_t expected, std::vector<LogMessa
     const auto got = static_cast<std::size_t>(file.gcount());
     if (got < wanted) {
       slots.resize(before + got / sizeof(LogMessage));
-      return;
+      return std::uint64_t{before} * sizeof(LogMessage) + got;
     }
   }
+  return expected * sizeof(LogMessage);
 }
 
 void Judge(LogFileContents& contents, std::uint64_t bytes) {
@@ -78,10 +80,17 @@ LogFileContents ReadLogFile(const std::string& path) {
     return contents;
   }
   std::memcpy(&contents.snapshot.header, head.data(), sizeof(LogFileHeader));
+  std::vector<LogMessage>& slots = contents.snapshot.slots;
+  if (fs::is_fifo(PathOf(path), error)) {
+    // A pipe has no size before its end.
+    Judge(contents, kSlotsOffset + ReadSlots(file, std::numeric_limits<std::uint64_t>::max(), slots));
+    return contents;
+  }
   const std::uintmax_t size = fs::file_size(PathOf(path), error);
   const std::uint64_t bytes = error ? kSlotsOffset : static_cast<std::uint64_t>(size);
-  if (bytes > kSlotsOffset)
-    ReadSlots(file, (bytes - kSlotsOffset) / sizeof(LogMessage), contents.snapshot.slots);
+  const std::uint64_t expected = bytes > kSlotsOffset ? (bytes - kSlotsOffset) / sizeof(LogMessage) : 0;
+  slots.reserve(expected);  // growing would hold every message twice for a while
+  ReadSlots(file, expected, slots);
   Judge(contents, bytes);
   return contents;
 }

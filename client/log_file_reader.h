@@ -15,8 +15,9 @@ struct LogFileContents {
   LogSnapshot snapshot;
 };
 
-// Reads the whole file at `path` (UTF-8). NotFound, AccessDenied and SystemError leave the snapshot empty. A
-// file that is short, or whose header makes no sense, gives the messages that are there and Damaged.
+// Reads the whole file at `path` (UTF-8), or a pipe to its end. NotFound, AccessDenied and SystemError leave
+// the snapshot empty. A file that is short, or whose header makes no sense, gives the messages that are there
+// and Damaged.
 LogFileContents ReadLogFile(const std::string& path);
 
 }  // namespace TamLogClient

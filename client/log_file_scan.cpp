@@ -64,8 +64,9 @@ bool LogFileScan::Open(const std::string& path) {
   place = path;
   std::error_code error;
   const auto bytes = std::filesystem::file_size(PathOf(path), error);
+  if (error) return false;  // what is read from a pipe here would be missing in the next attempt
   file.open(PathOf(path), std::ios::binary);
-  return !error && file.is_open() && ReadAt(file, 0, &header, sizeof(header)) && HeaderFits(header, bytes);
+  return file.is_open() && ReadAt(file, 0, &header, sizeof(header)) && HeaderFits(header, bytes);
 }
 
 bool LogFileScan::Read(std::uint32_t position, std::span<LogMessage> to) {
