@@ -22,7 +22,8 @@ bool EnableColors();
 // Output is gathered to pieces of about so many bytes before it is written.
 inline constexpr std::size_t kWriteSize = std::size_t{1} << 18U;
 
-// Writes all of it at once; UTF-8, line ends as they are. False once standard output has failed.
+// Writes all of it at once; UTF-8, line ends as they are. False once standard output has failed: why has been
+// said, unless a reader only went away.
 bool WriteOut(std::string_view text);
 
 // Writes to stderr as it is.

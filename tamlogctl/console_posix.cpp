@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <iostream>
+#include <system_error>
 
 #include "tamlogctl/console.h"
 
@@ -54,7 +55,12 @@ bool EnableColors() {
 bool WriteOut(std::string_view text) {
   // A reader that went away is told by the failing write, not by a signal.
   static const auto ignored = std::signal(SIGPIPE, SIG_IGN);
-  return ignored != SIG_ERR && Write(STDOUT_FILENO, text);
+  if (ignored != SIG_ERR && Write(STDOUT_FILENO, text)) return true;
+  // It has seen enough; anything else has to be told, once.
+  static bool told = errno == EPIPE;
+  if (!told) Say("standard output cannot be written: " + std::system_category().message(errno));
+  told = true;
+  return false;
 }
 
 bool WriteErr(std::string_view text) {

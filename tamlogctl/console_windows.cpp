@@ -113,7 +113,14 @@ bool EnableColors() {
 }
 
 bool WriteOut(std::string_view text) {
-  return Write(STD_OUTPUT_HANDLE, text);
+  if (Write(STD_OUTPUT_HANDLE, text)) return true;
+  const DWORD error = GetLastError();
+  // A reader that went away has seen enough; anything else has to be told, once.
+  static bool told =
+      error == ERROR_BROKEN_PIPE || error == ERROR_NO_DATA || error == ERROR_PIPE_NOT_CONNECTED;
+  if (!told) Say("standard output cannot be written (error " + std::to_string(error) + ")");
+  told = true;
+  return false;
 }
 
 bool WriteErr(std::string_view text) {
