@@ -31,7 +31,7 @@ const char* StatusText(Status status) {
     case Status::NotFound:
       return "no such file";
     case Status::NotSupported:
-      return "this system has no log server; name a copied log with --file";
+      return "this system has no log server; show, stats and export read a copied log with --file";
     case Status::SystemError:
       return "a system call failed";
   }

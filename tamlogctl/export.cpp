@@ -6,6 +6,7 @@
 #include "client/log_message_view.h"
 #include "tamlogctl/console.h"
 #include "tamlogctl/exit_code.h"
+#include "tamlogctl/file_problem.h"
 #include "tamlogctl/live_image.h"
 #include "tamlogctl/merge.h"
 #include "tamlogctl/progress.h"
@@ -59,7 +60,7 @@ int Export::Read(const MessageSelection& selection) {
   for (const std::string& file : options.files) {
     const Status status = TamLogClient::ReadFileBytes(file, bytes);
     if (status != Status::Ok) {
-      Say(file + ": " + StatusText(status));
+      Say(FileProblem(file, status));
       return ExitCodeOf(status);
     }
     Take(file, bytes);
@@ -71,6 +72,12 @@ int Export::Read(const MessageSelection& selection) {
   for (const LogSnapshot& log : logs) {
     const auto order = OrderMessages(log);
     if (order.damaged > 0) exitCode = kDamaged;
+    // What a log file leaves out is told at the end.
+    if (order.damaged > 0 && !options.quiet && !options.asLog) {
+      SayDamaged(options.files.empty() ? "the running server's log"
+                                       : options.files[static_cast<std::size_t>(&log - logs.data())],
+                 order.damaged);
+    }
     for (const std::uint32_t slot : order.oldestFirst) {
       if (selection.Wants(LogMessageView(log.slots[slot]))) messages.push_back(&log.slots[slot]);
     }
@@ -142,6 +149,10 @@ int Export::Run() {
 }  // namespace
 
 int ExplainTarget(const std::string& target, Status status) {
+  if (status == Status::BadValue && IsNoFile(target)) {
+    Say(target + ": is no file that could be replaced; give another name");
+    return kUsage;
+  }
   if (status == Status::BadValue) {
     Say(target + ": is there already; give another name, or --force to replace it");
     return kUsage;

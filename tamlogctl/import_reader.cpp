@@ -13,6 +13,7 @@
 #include "client/tsv_text.h"
 #include "tamlogctl/console.h"
 #include "tamlogctl/exit_code.h"
+#include "tamlogctl/file_problem.h"
 
 namespace TamLogCtl {
 
@@ -154,7 +155,7 @@ ImportSource ReadImport(const std::string& path, const std::string& format) {
   ImportSource source;
   std::string bytes;
   if (const auto status = TamLogClient::ReadFileBytes(path, bytes); status != TamLogClient::Status::Ok) {
-    source.problem = StatusText(status);
+    source.problem = FileProblem(path, status).substr(path.size() + 2);
     source.exitCode = ExitCodeOf(status);
     return source;
   }

@@ -10,6 +10,7 @@
 #include "client/utf8.h"
 #include "tamlogctl/console.h"
 #include "tamlogctl/exit_code.h"
+#include "tamlogctl/file_problem.h"
 #include "tamlogctl/host_files.h"
 
 namespace TamLogCtl {
@@ -71,6 +72,7 @@ class Merge {
   std::vector<HostFile> files;
   std::vector<LogFileContents> logs;
   std::vector<Entry> entries;
+  bool someRead = false;
   int exitCode = kDone;
 };
 
@@ -79,12 +81,13 @@ void Merge::Read(std::size_t index) {
   const std::string& path = files[index].path;
   log = TamLogClient::ReadLogFile(path);
   if (log.status != Status::Ok) {
-    if (!options.quiet || log.status != Status::Damaged)
-      Say(path + ": " + (log.status == Status::Damaged ? log.remark : StatusText(log.status)));
+    if (!options.quiet || log.status != Status::Damaged) Say(FileProblem(path, log.status, log.remark));
     const int code = ExitCodeOf(log.status);
     if (exitCode == kDone || exitCode == kDamaged) exitCode = code;
   }
+  someRead = someRead || log.status == Status::Ok || log.status == Status::Damaged;
   const auto order = OrderMessages(log.snapshot);
+  if (order.damaged > 0 && !options.quiet) SayDamaged(path, order.damaged);
   if (order.damaged > 0 && exitCode == kDone) exitCode = kDamaged;
   for (const std::uint32_t slot : order.oldestFirst) {
     LogMessage& message = log.snapshot.slots[slot];
@@ -119,6 +122,7 @@ int Merge::Run() {
   files = std::move(*made);
   logs.resize(files.size());
   for (std::size_t i = 0; i < files.size(); ++i) Read(i);
+  if (!someRead) return exitCode;  // no output is better than that of an empty log
   std::stable_sort(entries.begin(), entries.end(),
                    [](const Entry& left, const Entry& right) { return left.key < right.key; });
   return Print(*selection, *formatter);

@@ -7,6 +7,7 @@
 #include "client/log_file_writer.h"
 #include "tamlogctl/console.h"
 #include "tamlogctl/exit_code.h"
+#include "tamlogctl/file_problem.h"
 #include "tamlogctl/merge.h"
 #include "tamlogctl/progress.h"
 
@@ -85,7 +86,7 @@ int RepairFile(const RepairVerbOptions& options) {
   }
   std::string bytes;
   if (const Status status = TamLogClient::ReadFileBytes(options.file, bytes); status != Status::Ok) {
-    Say(options.file + ": " + StatusText(status));
+    Say(FileProblem(options.file, status));
     return ExitCodeOf(status);
   }
   const LogFileImage image(bytes);

@@ -7,6 +7,7 @@
 #include "client/log_tail.h"
 #include "tamlogctl/console.h"
 #include "tamlogctl/exit_code.h"
+#include "tamlogctl/file_problem.h"
 #include "tamlogctl/newest.h"
 #include "tamlogctl/printer.h"
 #include "tamlogctl/reading_position.h"
@@ -28,11 +29,6 @@ struct FileLog {
   int exitCode = kDone;  // that the file alone would give
 };
 
-void SayDamaged(const std::string& path, std::size_t damaged) {
-  Say(path + ": " + std::to_string(damaged) + (damaged == 1 ? " message breaks" : " messages break") +
-      " a rule of the format");
-}
-
 std::size_t CountDamaged(const LogSnapshot& snapshot) {
   std::size_t damaged = 0;
   for (const std::uint32_t slot : snapshot.RingOrder()) {
@@ -51,7 +47,7 @@ FileLog ReadOne(const ShowOptions& options, const Printer& printer, const std::s
   } else {
     LogFileContents contents = TamLogClient::ReadLogFile(path);
     if (contents.status != Status::Ok) {
-      Say(path + ": " + (contents.status == Status::Damaged ? contents.remark : StatusText(contents.status)));
+      Say(FileProblem(path, contents.status, contents.remark));
       log.exitCode = ExitCodeOf(contents.status);
     }
     log.snapshot = std::move(contents.snapshot);
@@ -132,13 +128,16 @@ int PrintFiles(const ShowOptions& options, Printer& printer, ReadingPosition& po
   std::vector<FileLog> logs;
   std::vector<const LogMessage*> messages;
   int exitCode = kDone;
+  bool someRead = false;
   logs.reserve(options.files.size());
   for (const std::string& path : options.files) {
     logs.push_back(ReadOne(options, printer, path));
     const LogSnapshot& snapshot = logs.back().snapshot;
     exitCode = Worse(exitCode, logs.back().exitCode);
+    someRead = someRead || logs.back().exitCode == kDone || logs.back().exitCode == kDamaged;
     for (const std::uint32_t slot : position.Beyond(snapshot)) messages.push_back(&snapshot.slots[slot]);
   }
+  if (!someRead) return exitCode;  // no output is better than that of an empty log
   if (logs.size() > 1) {
     std::stable_sort(messages.begin(), messages.end(), [](const LogMessage* left, const LogMessage* right) {
       return TimeKey(left->body) < TimeKey(right->body);

@@ -10,6 +10,7 @@
 #include "client/utf8.h"
 #include "tamlogctl/console.h"
 #include "tamlogctl/exit_code.h"
+#include "tamlogctl/file_problem.h"
 
 namespace TamLogCtl {
 
@@ -192,7 +193,7 @@ int CollectFile(const std::string& path, StatsCollector& collector) {
   }
   const auto contents = TamLogClient::ReadLogFile(path);
   if (contents.status != Status::Ok) {
-    Say(path + ": " + (contents.status == Status::Damaged ? contents.remark : StatusText(contents.status)));
+    Say(FileProblem(path, contents.status, contents.remark));
   }
   if (contents.status != Status::Ok && contents.status != Status::Damaged) return ExitCodeOf(contents.status);
   collector.AddRing(contents.snapshot.header);

@@ -7,6 +7,7 @@
 #include "client/log_file_verify.h"
 #include "tamlogctl/console.h"
 #include "tamlogctl/exit_code.h"
+#include "tamlogctl/file_problem.h"
 #include "tamlogctl/live_image.h"
 
 namespace TamLogCtl {
@@ -85,7 +86,7 @@ class Verify {
     std::string bytes;
     const Status status = TamLogClient::ReadFileBytes(path, bytes);
     if (status != Status::Ok) {
-      Say(path + ": " + StatusText(status));
+      Say(FileProblem(path, status));
       Worsen(ExitCodeOf(status));
       return;
     }

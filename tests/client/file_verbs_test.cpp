@@ -99,6 +99,12 @@ class FileVerbs : public testing::Test {
     const int status = std::system(command.c_str());
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Contents("out"), Contents("err")};
   }
+  // A line of the shell, in which $T is the program.
+  Outcome Shell(const std::string& line) const {
+    const int status = std::system(
+        ("cd '" + folder.Path() + "' && T='" TAMLOGCTL "' && { " + line + "; } >out 2>err").c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Contents("out"), Contents("err")};
+  }
   void Expect(const std::string& arguments, int exitCode, const std::string& said) const {
     const Outcome outcome = Run(arguments);
     EXPECT_EQ(outcome.exitCode, exitCode) << arguments << "\n" << outcome.err;
@@ -128,7 +134,7 @@ TEST_F(FileVerbs, Repair) {
   EXPECT_EQ(Run("verify -q --strict new.dat").exitCode, 0);
   Expect("repair bad.dat --output new.dat", 2, "new.dat: is there already; give another name, or --force");
   Expect("repair bad.dat --output ./bad.dat --force", 2, "--output './bad.dat': is the damaged file itself");
-  Expect("repair bad.dat --output /dev/full --force", 2, "/dev/full: is there already");
+  Expect("repair bad.dat --output /dev/full --force", 2, "/dev/full: is no file that could be replaced");
   EXPECT_TRUE(std::filesystem::is_character_file("/dev/full"));
   Expect("repair missing.dat --output other.dat", 3, "missing.dat: no such file");
   Expect("repair secret.dat --output other.dat", 4, "secret.dat: access denied");
@@ -171,6 +177,67 @@ TEST_F(FileVerbs, Export) {
   EXPECT_NE(full.err.find("other.txt: cannot be written"), std::string::npos) << full.err;
   EXPECT_FALSE(IsThere("other.txt"));
   EXPECT_FALSE(IsThere("other.txt.new0"));
+}
+
+TEST_F(FileVerbs, DamagedMessagesAreToldWhereverTheExitCodeIsSeven) {
+  for (const char* const arguments : {"merge bad.dat", "export new.txt --file bad.dat", "show --file bad.dat",
+                                      "show -r --file bad.dat", "stats --file bad.dat"}) {
+    Expect(arguments, 7, "1 message");
+  }
+  EXPECT_EQ(Run("merge -q bad.dat").err, "");
+}
+
+TEST_F(FileVerbs, FileThatCannotBeReadGivesNoOutputOfAnEmptyLog) {
+  for (const char* const arguments :
+       {"show --count --file secret.dat", "show -o json-array --file secret.dat",
+        "show -o csv -r --file secret.dat", "merge -o csv secret.dat", "stats -o json --file secret.dat"}) {
+    const Outcome outcome = Run(arguments);
+    EXPECT_EQ(outcome.exitCode, 4) << arguments;
+    EXPECT_EQ(outcome.out, "") << arguments;
+  }
+  EXPECT_EQ(Run("show --count --file good.dat --file secret.dat").out, "6\n");
+}
+
+TEST_F(FileVerbs, DirectoriesAreCalledDirectories) {
+  for (const char* const arguments :
+       {"show --file locked", "stats --file locked", "merge locked", "verify locked",
+        "repair locked --output new.dat", "export new.txt --file locked", "import locked"}) {
+    Expect(arguments, 3, "locked: is a directory; name a file in it");
+  }
+  Expect("export locked --file good.dat --force", 2, "locked: is no file that could be replaced");
+}
+
+// A pipe can be read once: nothing of it may be gone when a quicker way of reading turns out to be none.
+TEST_F(FileVerbs, PipesAreReadToTheirEnd) {
+  const std::string shown = Run("show --file good.dat").out;
+  for (const char* const arguments :
+       {"show --file /dev/stdin", "show -n 6 --file /dev/stdin", "merge /dev/stdin"}) {
+    const Outcome outcome = Shell(std::string("cat good.dat | $T ") + arguments);
+    EXPECT_EQ(outcome.exitCode, 0) << arguments << outcome.err;
+    EXPECT_EQ(outcome.out, shown) << arguments;
+  }
+  EXPECT_EQ(Shell("cat good.dat | $T show --count --file /dev/stdin").out, "6\n");
+  EXPECT_EQ(Shell("cat good.dat | $T verify /dev/stdin").exitCode, 0);
+  EXPECT_EQ(Shell("cat good.dat | $T repair /dev/stdin --output piped.dat").exitCode, 0);
+  EXPECT_EQ(Run("show --file piped.dat").out, shown);
+  EXPECT_EQ(Shell("head -c 1000 good.dat | $T show --count --file /dev/stdin").exitCode, 7);
+}
+
+TEST_F(FileVerbs, OutputThatCannotBeWrittenIsToldUnlessItsReaderLeft) {
+  for (const char* const arguments :
+       {"show --file good.dat", "show --count --file good.dat", "merge good.dat", "stats --file good.dat",
+        "verify good.dat", "version"}) {
+    const Outcome full = Run(arguments, "", "/dev/full");
+    EXPECT_EQ(full.exitCode, 8) << arguments;
+    EXPECT_EQ(full.err, "tamlogctl: standard output cannot be written: No space left on device\n")
+        << arguments;
+  }
+  // The other end of the pipe is closed before the program begins.
+  EXPECT_EQ(Shell("{ while [ ! -e left ]; do sleep 0.01; done; $T show --file good.dat; echo $? >code; } | "
+                  "{ exec <&-; : >left; while [ ! -s code ]; do sleep 0.01; done; }")
+                .err,
+            "");
+  EXPECT_EQ(Contents("code"), "8\n");
 }
 
 // The largest capacity takes half a second to write at least.
