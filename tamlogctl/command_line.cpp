@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <set>
 #include <utility>
 
 #include "tamlogctl/choice_option.h"
@@ -31,6 +32,24 @@ std::string UsageProblem(const CLI::App& verb, const CLI::ParseError& error) {
     return text.substr(begin, sign - begin) + ": '" + text.substr(sign + 3) + "': expected a number";
   }
   return text;
+}
+
+// Texts and names may be empty. Anywhere else an empty value is a variable of a script that is not set, and
+// whoever took it for nothing would show, or send, more than was meant.
+bool MayBeEmpty(const CLI::Option& option) {
+  static const std::set<std::string> texts{"TEXT",      "SOURCE", "--source",       "--include",
+                                           "--exclude", "--grep", "--not-matching", "--highlight"};
+  return texts.count(option.get_name()) > 0;
+}
+
+void RefuseEmptyValues(CLI::App& app) {
+  const auto check = [](const std::string& value) {
+    return value.empty() ? "the value is empty; give one, or leave the option out" : "";
+  };
+  for (CLI::Option* option : app.get_options()) {
+    if (option->get_items_expected_max() > 0 && !MayBeEmpty(*option)) option->check(check);
+  }
+  for (CLI::App* verb : app.get_subcommands(nullptr)) RefuseEmptyValues(*verb);
 }
 
 constexpr const char* kAppFooter =
@@ -63,6 +82,7 @@ class Parser {
     DefineServerVerbs(app, chosen);
     DefineFileVerbs(app, chosen);
     DefineCompletionVerbs(app, chosen);
+    RefuseEmptyValues(app);
     app.add_subcommand("help", "Show help, also for one verb: tamlogctl help send");
     app.add_subcommand("version", "Show the version");
   }

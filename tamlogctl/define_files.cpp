@@ -203,8 +203,12 @@ void DefineExport(CLI::App& app, Action& chosen) {
   DefineSelectionOptions(*verb, options->selection);
   verb->add_flag("-q,--quiet", options->quiet, "Say nothing on stderr that is not an error");
   DefineCommonOptions(*verb, *options);
-  verb->callback([options, &chosen] {
+  verb->callback([verb, options, &chosen] {
     CheckSelectionOptions(options->selection);
+    for (const char* const name : {"--output", "--fields", "--tz", "--type-names", "--encoding"}) {
+      if (options->asLog && verb->count(name) > 0)
+        Refuse(name, "cannot be used with --log: a log file has its own form");
+    }
     if (options->follow) CheckFollowing(*options);
     chosen = [options] { return options->follow ? FollowExport(*options) : ExportMessages(*options); };
   });

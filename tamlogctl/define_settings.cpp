@@ -96,10 +96,12 @@ void DefineSet(CLI::App& parent, Action& chosen) {
       ->option_text("LIST");
   verb->add_flag("--keep", options->keep,
                  "After a change of capacity hand the messages in again, with their times");
-  verb->add_option("--backup", options->backup,
-                   "Where the messages are saved before a change of capacity (tamlog-DATE-TIME.dat here)")
-      ->option_text("FILE");
-  verb->add_flag("--no-backup", options->noBackup, "Save nothing before a change of capacity");
+  CLI::Option* backup =
+      verb->add_option("--backup", options->backup,
+                       "Where the messages are saved before a change of capacity (tamlog-DATE-TIME.dat here)")
+          ->option_text("FILE");
+  verb->add_flag("--no-backup", options->noBackup, "Save nothing before a change of capacity")
+      ->excludes(backup);
   verb->add_flag("--wait,!--no-wait", options->wait,
                  "Wait until the server is back (the default), or do not");
   verb->parse_complete_callback([verb, options] {

@@ -155,6 +155,9 @@ void DefineShow(CLI::App& app, Action& chosen) {
   verb->callback([verb, options, &chosen] {
     const bool countGiven = verb->count("--lines") > 0;
     if (options->follow && !countGiven) UseFollowedLines(*options);
+    for (const char* const name : {"--interval", "--for"}) {
+      if (!options->follow && verb->count(name) > 0) Refuse(name, "is for following; add -f");
+    }
     Check(*options, countGiven);
     chosen = [options] { return options->files.empty() ? ShowLive(*options) : ShowFiles(*options); };
   });

@@ -1,5 +1,7 @@
 #include "tamlogctl/settings_text.h"
 
+#include <algorithm>
+#include <array>
 #include <nlohmann/json.hpp>
 
 namespace TamLogCtl {
@@ -12,6 +14,10 @@ constexpr std::uint32_t kAllTypes = (1U << kMessageTypes) - 1;
 constexpr std::uint64_t kMostMessages = 1000000;
 constexpr std::uint64_t kMostSaveSeconds = 4294967;  // beyond, the server's milliseconds wrap around
 constexpr std::uint64_t kMostPollMs = 0xFFFFFFFFU;
+
+// The last one is printed beside the others, and read over.
+constexpr std::array<std::string_view, 5> kKeys{"capacity", "poll_ms", "save_s", "types",
+                                                "capacity_in_effect"};
 
 bool Read(const Json& json, const char* key, std::uint64_t most, std::optional<std::uint32_t>& value,
           std::string& problem) {
@@ -72,6 +78,11 @@ std::optional<SettingsChange> ParseSettings(std::string_view text, std::string& 
   const Json json = Json::parse(text, nullptr, false);
   if (!json.is_object()) {
     problem = "expected a JSON object like the one that 'tamlogctl settings get -o json' prints";
+    return std::nullopt;
+  }
+  for (const auto& [key, value] : json.items()) {
+    if (std::find(kKeys.begin(), kKeys.end(), key) != kKeys.end()) continue;
+    problem = "there is no setting '" + key + "'; there are capacity, poll_ms, save_s and types";
     return std::nullopt;
   }
   SettingsChange change;

@@ -116,6 +116,26 @@ class Help(unittest.TestCase):
             verb = " ".join(words[:2] if words[0] == "filter" else words[:1])
             self.assertIn(f"see: tamlogctl {verb} --help\n", outcome.stderr, words)
 
+    def test_empty_values_are_refused_where_they_are_no_text(self):
+        for words in (["show", "-t", ""], ["show", "--since", ""], ["show", "--file", ""], ["follow", "--cursor-file", ""],
+                      ["clear", "--yes", "--backup", ""], ["settings", "path", ""], ["export", ""], ["repair", ""],
+                      ["verify", ""], ["send", "--time", "", "text"], ["merge", "--tz", "", "a.dat"]):
+            outcome = run(*words)
+            self.assertEqual((outcome.returncode, outcome.stdout), (2, ""), words)
+            self.assertIn("the value is empty", outcome.stderr, words)
+        for words in (["send", ""], ["send", "-s", "", "text"], ["filter", "add", "-x", ""], ["filter", "test", ""]):
+            self.assertEqual(run(*words).returncode, 3, words)
+
+    def test_options_that_would_be_passed_over_are_refused(self):
+        for words, said in (
+                (["show", "--for", "3"], "--for: is for following"), (["show", "--interval", "50"], "--interval"),
+                (["export", "a.dat", "--log", "-o", "csv"], "--output: cannot be used with --log"),
+                (["export", "a.dat", "--log", "--tz", "utc"], "--tz"),
+                (["settings", "set", "--capacity", "9", "--backup", "b", "--no-backup"], "excludes")):
+            outcome = run(*words)
+            self.assertEqual((outcome.returncode, outcome.stdout), (2, ""), words)
+            self.assertIn(said, outcome.stderr, words)
+
     def test_help_that_cannot_be_written_is_eight(self):
         for words in (["--help"], ["help"], ["help", "show"], ["version"], ["man"], ["completion", "bash"]):
             with open("/dev/full", "w", encoding="utf-8") as full:

@@ -105,6 +105,13 @@ TEST(SettingsText, ValuesThatTheServerCouldNotBearAreRefused) {
   }
 }
 
+TEST(SettingsText, NamesThatAreNoSettingAreRefused) {
+  std::string problem;
+  EXPECT_FALSE(TamLogCtl::ParseSettings(R"({"capacity":5,"poll":20})", problem));
+  EXPECT_EQ(problem, "there is no setting 'poll'; there are capacity, poll_ms, save_s and types");
+  EXPECT_TRUE(TamLogCtl::ParseSettings(TamLogCtl::SettingsAsJson({1, 2, 3, 4}, 1), problem)) << problem;
+}
+
 TEST(SettingsText, CapacityInEffectIsShownBesideTheOneAskedFor) {
   const SettingsBody settings{200, 1000, 15, 300};
   EXPECT_NE(TamLogCtl::SettingsAsText(settings, 100).find("200 asked for, 100 in effect"), std::string::npos);
