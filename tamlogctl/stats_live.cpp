@@ -1,6 +1,7 @@
 // stats on the log of a running server.
 
 #include "client/log_reader.h"
+#include "tamlogctl/console.h"
 #include "tamlogctl/exit_code.h"
 #include "tamlogctl/follow.h"
 #include "tamlogctl/stats.h"
@@ -9,11 +10,13 @@ namespace TamLogCtl {
 
 int CollectLive(const StatsOptions& options, StatsCollector& collector) {
   using TamLogClient::Status;
+  DeferInterrupts();  // read access must be given back whatever happens
   TamLogClient::LogReader reader;
   TamLogClient::LogSnapshot snapshot;
   Status status = reader.Open();
   if (status == Status::Ok) status = reader.Snapshot(snapshot, options.timeoutMs);
   reader.Close();
+  if (Interrupted()) return kInterrupted;
   if (status != Status::Ok && status != Status::Damaged) return ExplainStatus(status);
   collector.AddRing(snapshot.header);
   for (const std::uint32_t slot : snapshot.RingOrder()) collector.Add(snapshot.slots[slot]);

@@ -87,6 +87,25 @@ class ConsoleTest(unittest.TestCase):
         follow.press_ctrl_c()
         self.assertEqual(follow.exit_code(), 130, follow.shown)
 
+    def test_ctrl_c_during_stats_waits_until_read_access_is_given_back(self):
+        held = os.path.join(BIN, f"held-{os.getpid()}.dat")
+        for delay in (1, 4, 16):  # until the key comes when the program is at the log, however slow the machine is
+            reader = subprocess.Popen([RUN, os.path.join(BIN, "system_reader.exe"), "hold", windows_path(held)],
+                                      stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+            self.assertEqual(reader.stdout.readline().strip(), "holding")
+            # The writer waits for the reader, and readers that come now wait for the writer.
+            self.assertEqual(run("tamlogctl.exe", "send", "-s", "Camera", "held up").returncode, 0)
+            stats = OnConsole("tamlogctl.exe", "stats", "--timeout", "60000")
+            time.sleep(delay)
+            stats.press_ctrl_c()
+            time.sleep(0.5)
+            reader.communicate("go on\n", timeout=PATIENCE)
+            code = stats.exit_code()
+            if code == 130:
+                break
+        os.remove(held)
+        self.assertEqual(code, 130, stats.shown)
+
     def test_ctrl_c_ends_a_continuous_export_with_its_account(self):
         name = f"console-{os.getpid()}.tsv"
         target = os.path.join(BIN, name)
