@@ -3,7 +3,6 @@
 #include <string>
 #include <vector>
 
-#include "tamlogctl/choice_option.h"
 #include "tamlogctl/command_line.h"
 #include "tamlogctl/import.h"
 #include "tamlogctl/merge.h"
@@ -155,19 +154,13 @@ void DefineFollowing(CLI::App& verb, ExportOptions& to) {
       ->option_text("N");
   CLI::Option* const others[] = {
       rotate,
-      verb.add_option("--cursor-file", to.cursorFile,
-                      "Go on where this file says, and note there how far it came")
-          ->option_text("FILE"),
       verb.add_option("--interval", to.intervalMs, "How often to look, in milliseconds (100)")
           ->check(CLI::Range(10, 60000))
           ->option_text("MS"),
       verb.add_flag("--ordered", to.ordered, "Hold messages back until they are in time order"),
       verb.add_option("--for", to.forSeconds, "End by itself after so long")
           ->check(CLI::Range(0.0, 1e7))
-          ->option_text("SECONDS"),
-      DefineChoice(verb, "--events", to.events,
-                   "How losses, restarts and clears are told on stderr (stderr: in words)",
-                   {{"stderr", EventStyle::Text}, {"json", EventStyle::Json}, {"none", EventStyle::None}})};
+          ->option_text("SECONDS")};
   for (CLI::Option* const option : others) option->needs(follow);
 }
 
@@ -180,8 +173,10 @@ void CheckFollowing(const ExportOptions& options) {
   if (options.asLog) Refuse("--log", "cannot be used with --follow: a log file has a fixed size");
   if (options.output.format == "json-array")
     Refuse("-o json-array", "cannot be used with --follow: the array would have no end; use -o json");
-  if (!options.cursorFile.empty() && !options.selection.until.empty())
-    Refuse("-U", "cannot be used with --cursor-file: what is newer would never be written");
+  if (options.last || options.before > 0 || options.after > 0)
+    Refuse("-n", "cannot be used with --follow, nor can -A, -B and -C: all that matches is written");
+  if (!options.afterCursor.empty())
+    Refuse("--after-cursor", "cannot be used with --follow; --cursor-file lets the next run go on");
 }
 
 void DefineExport(CLI::App& app, Action& chosen) {
@@ -199,8 +194,12 @@ void DefineExport(CLI::App& app, Action& chosen) {
       ->option_text("N");
   verb->add_flag("--force", options->force, "Replace TARGET when it is there");
   DefineFollowing(*verb, *options);
+  DefineCount(*verb, options->last, "The last N that match, or all");
   DefineOutputOptions(*verb, options->output);
   DefineSelectionOptions(*verb, options->selection);
+  DefineContext(*verb, *options);
+  DefineCursors(*verb, *options);
+  DefineEvents(*verb, *options);
   verb->add_flag("-q,--quiet", options->quiet, "Say nothing on stderr that is not an error");
   DefineCommonOptions(*verb, *options);
   verb->callback([verb, options, &chosen] {
@@ -209,6 +208,7 @@ void DefineExport(CLI::App& app, Action& chosen) {
       if (options->asLog && verb->count(name) > 0)
         Refuse(name, "cannot be used with --log: a log file has its own form");
     }
+    CheckCursors(*options);
     if (options->follow) CheckFollowing(*options);
     chosen = [options] { return options->follow ? FollowExport(*options) : ExportMessages(*options); };
   });

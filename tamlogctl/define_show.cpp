@@ -1,9 +1,7 @@
 #include <CLI/CLI.hpp>
-#include <charconv>
 #include <memory>
 #include <string>
 
-#include "tamlogctl/choice_option.h"
 #include "tamlogctl/command_line.h"
 #include "tamlogctl/show.h"
 
@@ -37,24 +35,6 @@ Examples:
                                               in strict time order, and on from there the next time
   tamlogctl follow --for 30 > half-minute.txt ends by itself after 30 seconds)";
 
-// "all" or a number of messages.
-std::optional<std::size_t> CountOf(const std::string& text) {
-  std::size_t value = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  return error == std::errc() && end == text.data() + text.size() ? std::optional(value) : std::nullopt;
-}
-
-std::string CheckCount(const std::string& text) {
-  return CountOf(text) || text == "all" ? "" : "'" + text + "' is neither a number nor 'all'";
-}
-
-void DefineCount(CLI::App& verb, ShowOptions& to, const char* purpose) {
-  verb.add_option_function<std::string>(
-          "-n,--lines", [&to](const std::string& text) { to.last = CountOf(text); }, purpose)
-      ->check(CheckCount)
-      ->option_text("N|all");
-}
-
 void DefineFollowing(CLI::App& verb, ShowOptions& to) {
   verb.add_option("--interval", to.intervalMs, "When following: how often to look, in milliseconds (100)")
       ->check(CLI::Range(10, 60000))
@@ -63,28 +43,6 @@ void DefineFollowing(CLI::App& verb, ShowOptions& to) {
   verb.add_option("--for", to.forSeconds, "When following: end by itself after so long")
       ->check(CLI::Range(0.0, 1e7))
       ->option_text("SECONDS");
-}
-
-void DefineContext(CLI::App& verb, ShowOptions& to) {
-  const auto number = [&verb](const char* name, std::size_t& target, const char* purpose) {
-    verb.add_option(name, target, purpose)->check(CLI::Range(0, 1000000))->option_text("N");
-  };
-  number("-A,--after-context", to.after, "Also N messages after each that matches");
-  number("-B,--before-context", to.before, "Also N messages before each that matches");
-  verb.add_option_function<std::size_t>(
-          "-C,--context", [&to](std::size_t count) { to.before = to.after = count; },
-          "Both (short, full and cat have -- between what does not follow on)")
-      ->check(CLI::Range(0, 1000000))
-      ->option_text("N");
-}
-
-void DefineCursors(CLI::App& verb, ShowOptions& to) {
-  verb.add_option("--cursor-file", to.cursorFile,
-                  "Go on where this file says, and note there how far it came")
-      ->option_text("FILE");
-  verb.add_option("--after-cursor", to.afterCursor, "Only what is dated after the cursor's message")
-      ->option_text("CURSOR");
-  verb.add_flag("--show-cursor", to.showCursor, "At the end print the newest message's cursor on stderr");
 }
 
 void DefineReading(CLI::App& verb, ShowOptions& to) {
@@ -96,9 +54,7 @@ void DefineReading(CLI::App& verb, ShowOptions& to) {
   DefineSelectionOptions(verb, to.selection);
   DefineContext(verb, to);
   DefineCursors(verb, to);
-  DefineChoice(verb, "--events", to.events,
-               "How losses, restarts and clears are told on stderr (stderr: in words)",
-               {{"stderr", EventStyle::Text}, {"json", EventStyle::Json}, {"none", EventStyle::None}});
+  DefineEvents(verb, to);
   verb.add_flag("-q,--quiet", to.quiet, "Say nothing on stderr that is not an error");
   DefineCommonOptions(verb, to);
 }
@@ -117,17 +73,10 @@ void CheckFollowing(const ShowOptions& options, bool countGiven) {
 }
 
 void Check(const ShowOptions& options, bool countGiven) {
-  const bool cursor = !options.cursorFile.empty() || !options.afterCursor.empty() || options.showCursor;
   if (options.follow) CheckFollowing(options, countGiven);
   if (!options.follow && options.ordered)
     Refuse("--ordered", "is for following; show is in time order anyway");
-  if (!options.cursorFile.empty() && !options.afterCursor.empty()) {
-    Refuse("--after-cursor", "cannot be used with --cursor-file, which says by itself where to go on");
-  }
-  if (cursor && options.files.size() > 1) Refuse("--file", "a cursor belongs to one log; name one file only");
-  if (!options.cursorFile.empty() && !options.selection.until.empty()) {
-    Refuse("-U", "cannot be used with --cursor-file: what is newer would never be shown");
-  }
+  CheckCursors(options);
   CheckSelectionOptions(options.selection);
 }
 
@@ -142,7 +91,7 @@ void DefineShow(CLI::App& app, Action& chosen) {
   const auto options = std::make_shared<ShowOptions>();
   CLI::App* verb = app.add_subcommand("show", "Print messages, oldest first (the default)");
   verb->footer(kShowFooter);
-  DefineCount(*verb, *options, "The last N that match, or all");
+  DefineCount(*verb, options->last, "The last N that match, or all");
   verb->add_flag("--count", options->count, "Print the number of messages that match, and nothing else");
   verb->add_flag("--no-pager", options->noPager, "Write to the terminal directly");
   verb->add_flag("-r,--reverse", options->reverse, "Newest first");
@@ -168,7 +117,7 @@ void DefineFollow(CLI::App& app, Action& chosen) {
   options->follow = true;
   CLI::App* verb = app.add_subcommand("follow", "Print the last 10 messages and go on with what comes");
   verb->footer(kFollowFooter);
-  DefineCount(*verb, *options, "Begin with the last N that match, or all");
+  DefineCount(*verb, options->last, "Begin with the last N that match, or all");
   DefineFollowing(*verb, *options);
   DefineReading(*verb, *options);
   verb->callback([verb, options, &chosen] {

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "tamlogctl/command_line.h"
+#include "tamlogctl/reading_options.h"
 #include "tamlogctl/stats.h"
 
 namespace TamLogCtl {
@@ -37,7 +38,10 @@ void DefineStatsVerb(CLI::App& app, Action& chosen) {
       ->check(CLI::Range(0, 1000000))
       ->option_text("N");
   verb->add_flag("--bars", options->bars, "Bars also when the output is no terminal");
+  DefineCount(*verb, options->last, "Of the last N that match, or of all");
+  DefineNaming(*verb, options->output);
   DefineSelectionOptions(*verb, options->selection);
+  verb->add_flag("-q,--quiet", options->quiet, "Say nothing on stderr that is not an error");
   DefineCommonOptions(*verb, *options);
   verb->callback([options, &chosen] {
     CheckSelectionOptions(options->selection);

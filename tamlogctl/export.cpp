@@ -9,7 +9,9 @@
 #include "tamlogctl/file_problem.h"
 #include "tamlogctl/live_image.h"
 #include "tamlogctl/merge.h"
+#include "tamlogctl/message_choice.h"
 #include "tamlogctl/progress.h"
+#include "tamlogctl/reading_position.h"
 
 namespace TamLogCtl {
 
@@ -29,14 +31,17 @@ class Export {
   int Run();
 
  private:
-  int Read(const MessageSelection& selection);
+  int Read(ReadingPosition& position);
+  void Choose(const MessageSelection& selection);
   void Take(const std::string& name, const std::string& bytes);
   int WriteText(MessageFormatter& formatter);
   int WriteLog();
 
   const ExportOptions& options;
   std::vector<LogSnapshot> logs;
-  std::vector<const LogMessage*> messages;
+  std::vector<const LogMessage*> messages;  // those that are written, oldest first
+  std::vector<std::size_t> places;          // of each among all
+  std::size_t matched = 0;
   std::uint32_t capacity = 1;
   int exitCode = kDone;
 };
@@ -54,7 +59,7 @@ void Export::Take(const std::string& name, const std::string& bytes) {
   }
 }
 
-int Export::Read(const MessageSelection& selection) {
+int Export::Read(ReadingPosition& position) {
   logs.reserve(std::max<std::size_t>(1, options.files.size()));
   std::string bytes;
   for (const std::string& file : options.files) {
@@ -78,9 +83,8 @@ int Export::Read(const MessageSelection& selection) {
                                        : options.files[static_cast<std::size_t>(&log - logs.data())],
                  order.damaged);
     }
-    for (const std::uint32_t slot : order.oldestFirst) {
-      if (selection.Wants(LogMessageView(log.slots[slot]))) messages.push_back(&log.slots[slot]);
-    }
+    const auto slots = logs.size() == 1 ? position.Beyond(log) : order.oldestFirst;
+    for (const std::uint32_t slot : slots) messages.push_back(&log.slots[slot]);
   }
   std::stable_sort(messages.begin(), messages.end(), [](const LogMessage* left, const LogMessage* right) {
     return TimeKey(left->body) < TimeKey(right->body);
@@ -88,16 +92,27 @@ int Export::Read(const MessageSelection& selection) {
   return kDone;
 }
 
+void Export::Choose(const MessageSelection& selection) {
+  places = ChooseLast(messages, selection, options.last);
+  matched = places.size();
+  places = WithContext(places, messages.size(), options.before, options.after);
+  std::reverse(places.begin(), places.end());
+  for (std::size_t i = 0; i < places.size(); ++i) messages[i] = messages[places[i]];  // places rise
+  messages.resize(places.size());
+}
+
 int Export::WriteText(MessageFormatter& formatter) {
   AtomicFile file;
   Status status = file.Open(options.target, options.force);
   Progress progress("exporting messages", messages.size());
   std::string pending;
+  const bool gaps = (options.before > 0 || options.after > 0) && IsTextFormat(options);
   if (logs.size() == 1) formatter.SetLog(logs.front().header);
   formatter.AppendHead(pending);
   for (std::size_t i = 0; status == Status::Ok && i < messages.size(); ++i) {
     progress.Show(i);
     if (Interrupted()) return ExplainUnwritten(options.target, Status::SystemError);
+    if (gaps && i > 0 && places[i] > places[i - 1] + 1) pending += "--\n";
     formatter.Append(*messages[i], false, pending);
     if (pending.size() < kWriteSize) continue;
     if (!file.Write(pending)) status = Status::SystemError;
@@ -133,8 +148,10 @@ int Export::WriteLog() {
 int Export::Run() {
   const auto selection = MakeSelection(options.selection);
   auto formatter = selection ? MakeFileFormatter(options.output) : std::nullopt;
-  if (!formatter) return kUsage;
-  if (const int code = Read(*selection); code != kDone) return code;
+  auto position = formatter ? ReadingPosition::Make(options) : std::nullopt;
+  if (!position) return kUsage;
+  if (const int code = Read(*position); code != kDone) return code;
+  Choose(*selection);
   const std::size_t chosen = messages.size();
   DeferInterrupts();  // so that no half of a file is left
   const int code = options.asLog ? WriteLog() : WriteText(*formatter);
@@ -142,7 +159,11 @@ int Export::Run() {
   if (!options.quiet) Say(options.target + ": " + std::to_string(messages.size()) + " messages");
   if (messages.size() < chosen)
     Say(std::to_string(chosen - messages.size()) + " messages break a rule of the format and were left out");
-  if (exitCode == kDone && chosen == 0 && !selection->Empty()) return kNothingMatched;
+  if (logs.size() == 1) {
+    position->ShowCursor(logs.front());
+    if (!position->Keep(logs.front())) return kOutputFailed;
+  }
+  if (exitCode == kDone && matched == 0 && !selection->Empty()) return kNothingMatched;
   return exitCode;
 }
 

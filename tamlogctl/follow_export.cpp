@@ -131,14 +131,11 @@ bool ExportTarget::Finish() {
 // The part of following's options that has a meaning here.
 ShowOptions FollowingOf(const ExportOptions& options) {
   ShowOptions follow;
-  static_cast<CommonOptions&>(follow) = options;
+  static_cast<ReadingOptions&>(follow) = options;
   follow.follow = true;
-  follow.cursorFile = options.cursorFile;
   follow.intervalMs = options.intervalMs;
   follow.forSeconds = options.forSeconds;
   follow.ordered = options.ordered;
-  follow.events = options.events;
-  follow.quiet = options.quiet;
   return follow;
 }
 

@@ -9,8 +9,8 @@
 
 #include "client/status.h"
 #include "tamlogctl/common_options.h"
-#include "tamlogctl/events.h"
 #include "tamlogctl/output_options.h"
+#include "tamlogctl/reading_options.h"
 #include "tamlogctl/rotating_file.h"
 #include "tamlogctl/selection_options.h"
 
@@ -25,23 +25,17 @@ struct MergeOptions : CommonOptions {
   bool quiet = false;
 };
 
-struct ExportOptions : CommonOptions {
-  SelectionOptions selection;
-  OutputOptions output;
+struct ExportOptions : ReadingOptions {
   std::string target;
-  std::vector<std::string> files;  // none: the running server's log
-  bool asLog = false;              // a log file instead of text
-  std::uint32_t capacity = 0;      // of that; 0: that of the source
+  bool asLog = false;          // a log file instead of text
+  std::uint32_t capacity = 0;  // of that; 0: that of the source
   bool force = false;
-  bool quiet = false;
 
   bool follow = false;
   RotationLimits rotation;
-  std::string cursorFile;
   std::uint32_t intervalMs = 100;
   std::optional<double> forSeconds;
   bool ordered = false;
-  EventStyle events = EventStyle::Text;
 };
 
 int MergeFiles(const MergeOptions& options);

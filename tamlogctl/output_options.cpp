@@ -107,6 +107,10 @@ void DefineOutputOptions(CLI::App& verb, OutputOptions& to) {
       ->option_text("A,B");
   verb.add_option("--tz", to.zone, "The zone in which times were written; its offset is then shown")
       ->option_text("written|local|utc|+HH:MM");
+  DefineNaming(verb, to);
+}
+
+void DefineNaming(CLI::App& verb, OutputOptions& to) {
   verb.add_option("--type-names", to.typeNames, "What the types are called, instead of T0 to T3")
       ->option_text("0=NAME,...");
   verb.add_option("--encoding", to.encoding,
@@ -116,15 +120,22 @@ void DefineOutputOptions(CLI::App& verb, OutputOptions& to) {
 
 namespace {
 
+bool Take(const OutputOptions& options, FormatOptions& chosen) {
+  return TakeFormat(options, chosen) && TakeFields(options, chosen) && TakeZone(options, chosen) &&
+         TakeTypeNames(options, chosen) && TakeEncoding(options, chosen);
+}
+
 std::optional<TamLogClient::MessageFormatter> Make(const OutputOptions& options, FormatOptions chosen) {
-  if (!TakeFormat(options, chosen) || !TakeFields(options, chosen) || !TakeZone(options, chosen) ||
-      !TakeTypeNames(options, chosen) || !TakeEncoding(options, chosen)) {
-    return std::nullopt;
-  }
+  if (!Take(options, chosen)) return std::nullopt;
   return TamLogClient::MessageFormatter(std::move(chosen));
 }
 
 }  // namespace
+
+std::optional<FormatOptions> MakeFormatOptions(const OutputOptions& options) {
+  FormatOptions chosen;
+  return Take(options, chosen) ? std::optional(std::move(chosen)) : std::nullopt;
+}
 
 std::optional<TamLogClient::MessageFormatter> MakeFormatter(const OutputOptions& options, Color color) {
   FormatOptions chosen;

@@ -24,6 +24,12 @@ struct OutputOptions {
 
 void DefineOutputOptions(CLI::App& verb, OutputOptions& to);
 
+// The names of types and the encoding alone, for verbs with formats of their own.
+void DefineNaming(CLI::App& verb, OutputOptions& to);
+
+// What these options mean, or nothing, after a word on stderr.
+std::optional<TamLogClient::FormatOptions> MakeFormatOptions(const OutputOptions& options);
+
 // Nothing, after a word on stderr, when an option's value makes no sense.
 std::optional<TamLogClient::MessageFormatter> MakeFormatter(const OutputOptions& options, Color color);
 

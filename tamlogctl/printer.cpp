@@ -4,6 +4,7 @@
 
 #include "tamlogctl/console.h"
 #include "tamlogctl/highlight.h"
+#include "tamlogctl/message_choice.h"
 
 namespace TamLogCtl {
 
@@ -26,44 +27,17 @@ std::optional<Printer> Printer::Make(const ShowOptions& options) {
   for (const std::string& text : options.highlights) {
     auto pattern = MakePattern("--highlight", text, options.selection);
     if (!pattern) return std::nullopt;
-    if (printer.IsText() && MarksAreSeen(options.color)) printer.highlights.push_back(std::move(*pattern));
+    if (IsTextFormat(options) && MarksAreSeen(options.color))
+      printer.highlights.push_back(std::move(*pattern));
   }
   return printer;
 }
 
-// Formats that are read by people; the others get no lines of ours between the messages.
-bool Printer::IsText() const {
-  const std::string& format = options.output.format;
-  return format == "short" || format == "full" || format == "cat";
-}
-
-// Indices of the wanted ones, newest first.
-std::vector<std::size_t> Printer::Choose(const std::vector<const LogMessage*>& oldestFirst) {
-  std::vector<std::size_t> chosen;
-  for (std::size_t i = oldestFirst.size(); i > 0; --i) {
-    if (options.last && chosen.size() >= *options.last) break;
-    if (Wants(*oldestFirst[i - 1])) chosen.push_back(i - 1);
-  }
-  return chosen;
-}
-
-std::vector<std::size_t> Printer::WithContext(const std::vector<std::size_t>& chosen,
-                                              std::size_t count) const {
-  std::vector<std::size_t> all;
-  std::size_t lowest = count;  // those from here on are in or passed
-  for (const std::size_t index : chosen) {
-    const std::size_t end = std::min(index + std::min(options.after, count) + 1, lowest);
-    lowest = std::min(lowest, index - std::min(options.before, index));
-    for (std::size_t i = end; i > lowest; --i) all.push_back(i - 1);
-  }
-  return all;
-}
-
 void Printer::PrintLast(const std::vector<const LogMessage*>& oldestFirst) {
-  std::vector<std::size_t> indices = Choose(oldestFirst);
+  std::vector<std::size_t> indices = ChooseLast(oldestFirst, selection, options.last);
   matched += indices.size();
   if (options.count) return;
-  if (options.before > 0 || options.after > 0) indices = WithContext(indices, oldestFirst.size());
+  indices = WithContext(indices, oldestFirst.size(), options.before, options.after);
   if (!options.reverse) std::reverse(indices.begin(), indices.end());
   std::optional<std::size_t> last;
   for (const std::size_t index : indices) {
@@ -113,7 +87,7 @@ void Printer::Emit(const LogMessage& message, bool late) {
 }
 
 void Printer::EmitGap() {
-  if ((options.before > 0 || options.after > 0) && IsText()) pending += "--\n";
+  if ((options.before > 0 || options.after > 0) && IsTextFormat(options)) pending += "--\n";
 }
 
 bool Printer::Finish() {

@@ -61,9 +61,6 @@ class Printer : public FollowTarget {
   Printer(ShowOptions chosen, TamLogClient::MessageFormatter format, TamLogClient::MessageSelection wanted)
       : options(std::move(chosen)), formatter(std::move(format)), selection(std::move(wanted)) {}
 
-  bool IsText() const;
-  std::vector<std::size_t> Choose(const std::vector<const LogMessage*>& oldestFirst);
-  std::vector<std::size_t> WithContext(const std::vector<std::size_t>& chosen, std::size_t count) const;
   void Emit(const LogMessage& message, bool late);
   void EmitGap();
 

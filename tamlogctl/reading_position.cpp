@@ -7,7 +7,7 @@ namespace TamLogCtl {
 using TamLogClient::FollowStep;
 using TamLogClient::LogSnapshot;
 
-std::optional<ReadingPosition> ReadingPosition::Make(const ShowOptions& options) {
+std::optional<ReadingPosition> ReadingPosition::Make(const ReadingOptions& options) {
   ReadingPosition position(options);
   if (!options.cursorFile.empty() && !ReadCursorFile(options.cursorFile, position.start)) return std::nullopt;
   if (!options.afterCursor.empty()) {

@@ -9,14 +9,14 @@
 #include "client/log_follower.h"
 #include "client/log_snapshot.h"
 #include "tamlogctl/cursor_file.h"
-#include "tamlogctl/show.h"
+#include "tamlogctl/reading_options.h"
 
 namespace TamLogCtl {
 
 class ReadingPosition {
  public:
   // Nothing, after a word on stderr, when the cursor or the cursor file is none; the exit code is kUsage.
-  static std::optional<ReadingPosition> Make(const ShowOptions& options);
+  static std::optional<ReadingPosition> Make(const ReadingOptions& options);
 
   // The memory of an earlier run, if there is one.
   const std::optional<TamLogClient::FollowerMemory>& Memory() const { return start.memory; }
@@ -36,9 +36,9 @@ class ReadingPosition {
   void ShowCursor(const TamLogClient::LogSnapshot& snapshot) const;
 
  private:
-  explicit ReadingPosition(const ShowOptions& chosen) : options(&chosen) {}
+  explicit ReadingPosition(const ReadingOptions& chosen) : options(&chosen) {}
 
-  const ShowOptions* options;
+  const ReadingOptions* options;
   CursorFile start;
   TamLogClient::LogFollower follower;
 };

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
+#include "client/format_parts.h"
 #include "client/log_file_reader.h"
 #include "client/log_file_scan.h"
 #include "client/utf8.h"
@@ -17,6 +18,7 @@ namespace TamLogCtl {
 namespace {
 
 using nlohmann::json;
+using TamLogClient::FormatOptions;
 using TamLogClient::LogMessageView;
 using TamLogClient::MessageStats;
 using TamLogClient::Status;
@@ -107,7 +109,13 @@ std::string RingText(const StatsCollector& collector) {
   return text;
 }
 
-std::string AsText(const StatsOptions& options, const StatsCollector& collector) {
+std::string LabelOf(const FormatOptions& shown, std::size_t type) {
+  std::string label;
+  shown.typeNames.Append(static_cast<std::uint32_t>(type), label);
+  return label;
+}
+
+std::string AsText(const StatsOptions& options, const StatsCollector& collector, const FormatOptions& shown) {
   const MessageStats& stats = collector.Wanted();
   const bool bars = options.bars || StdoutIsTerminal();
   std::string out = RingText(collector);
@@ -119,20 +127,20 @@ std::string AsText(const StatsOptions& options, const StatsCollector& collector)
   if (stats.Timeless() > 0) out += fmt::format("no real time {}\n", stats.Timeless());
   Table sources(stats.Count(), bars);
   const auto list = stats.Sources();
-  const std::size_t shown = options.top == 0 ? list.size() : std::min(options.top, list.size());
+  const std::size_t listed = options.top == 0 ? list.size() : std::min(options.top, list.size());
   std::uint64_t others = 0;
   for (std::size_t i = 0; i < list.size(); ++i) {
     std::string name;
-    TamLogClient::AppendVisible(list[i].name, name);
-    if (i < shown) sources.Add(name, list[i].count);
-    if (i >= shown) others += list[i].count;
+    TamLogClient::AppendShown(list[i].name, shown.encoding, name);
+    if (i < listed) sources.Add(name, list[i].count);
+    if (i >= listed) others += list[i].count;
   }
-  if (others > 0) sources.Add(fmt::format("({} others)", list.size() - shown), others);
+  if (others > 0) sources.Add(fmt::format("({} others)", list.size() - listed), others);
   sources.Append("by source", out);
   Table types(stats.Count(), bars);
   for (std::size_t type = 0; type <= kMessageTypes; ++type) {
     const std::uint64_t count = stats.Types()[type];
-    if (count > 0) types.Add(type < kMessageTypes ? fmt::format("T{}", type) : "other", count);
+    if (count > 0) types.Add(type < kMessageTypes ? LabelOf(shown, type) : "other", count);
   }
   types.Append("by type", out);
   const auto [minutes, title] = PeriodFor(stats);
@@ -148,7 +156,19 @@ json TimeOrNull(const std::optional<TimeWords>& words) {
   return words ? json(TextOf(*words, 'T')) : json(nullptr);
 }
 
-std::string AsJson(const StatsCollector& collector) {
+json AsJson(const MessageStats::Source& source, const FormatOptions& shown) {
+  std::string name;
+  json object{{"count", source.count}, {"types", source.types}};
+  if (!TamLogClient::AppendAsUtf8(source.name, shown.encoding, name)) {
+    std::string bytes;
+    TamLogClient::AppendHex(source.name, bytes);
+    object["source_hex"] = bytes;
+  }
+  object["source"] = name;
+  return object;
+}
+
+std::string AsJson(const StatsCollector& collector, const FormatOptions& shown) {
   const MessageStats& stats = collector.Wanted();
   json whole;
   const auto orNull = [](const std::optional<double>& value) { return value ? json(*value) : json(nullptr); };
@@ -159,9 +179,14 @@ std::string AsJson(const StatsCollector& collector) {
   whole["per_minute"] = orNull(stats.PerMinute());
   whole["no_real_time"] = stats.Timeless();
   whole["types"] = stats.Types();
+  if (shown.typeNames.Given()) {
+    whole["labels"] = json::array();
+    for (std::uint32_t type = 0; type < kMessageTypes; ++type)
+      whole["labels"].push_back(LabelOf(shown, type));
+  }
   whole["sources"] = json::array();
   for (const MessageStats::Source& source : stats.Sources()) {
-    whole["sources"].push_back({{"source", source.name}, {"count", source.count}, {"types", source.types}});
+    whole["sources"].push_back(AsJson(source, shown));
   }
   whole["minutes"] = json::array();
   for (const MessageStats::Period& minute : stats.Periods(1)) {
@@ -217,13 +242,23 @@ void StatsCollector::Add(const LogMessage& message) {
     if (!oldest || words < *oldest) oldest = words;
     if (!newest || words > *newest) newest = words;
   }
-  if (selection.Wants(view)) stats.Add(view);
+  if (!selection.Wants(view)) return;
+  if (!last) return stats.Add(view);
+  newestWanted.emplace(view.Key(), message);
+  if (newestWanted.size() > *last) newestWanted.erase(newestWanted.begin());
+}
+
+void StatsCollector::Finish() {
+  for (const auto& [key, message] : newestWanted) stats.Add(LogMessageView(message));
+  newestWanted.clear();
 }
 
 int ShowStats(const StatsOptions& options) {
   auto selection = MakeSelection(options.selection);
   if (!selection) return kUsage;
-  StatsCollector collector(std::move(*selection));
+  const auto shown = MakeFormatOptions(options.output);
+  if (!shown) return kUsage;
+  StatsCollector collector(std::move(*selection), options.last);
   int exitCode = options.files.empty() ? CollectLive(options, collector) : kDone;
   for (const std::string& path : options.files) {
     const int code = CollectFile(path, collector);
@@ -231,10 +266,15 @@ int ShowStats(const StatsOptions& options) {
   }
   if (exitCode != kDone && exitCode != kDamaged && collector.Messages() == 0) return exitCode;
   if (collector.Damaged() > 0) {
-    Say(std::to_string(collector.Damaged()) + " messages break a rule of the format");
+    if (!options.quiet) {
+      Say(std::to_string(collector.Damaged()) +
+          (collector.Damaged() == 1 ? " message breaks" : " messages break") + " a rule of the format");
+    }
     if (exitCode == kDone) exitCode = kDamaged;
   }
-  if (!WriteOut(options.json ? AsJson(collector) : AsText(options, collector))) return kOutputFailed;
+  collector.Finish();
+  if (!WriteOut(options.json ? AsJson(collector, *shown) : AsText(options, collector, *shown)))
+    return kOutputFailed;
   if (exitCode != kDone) return exitCode;
   return collector.Searches() && collector.Wanted().Count() == 0 ? kNothingMatched : kDone;
 }

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -13,25 +14,33 @@
 #include "client/message_stats.h"
 #include "store/log_file_format.h"
 #include "tamlogctl/common_options.h"
+#include "tamlogctl/output_options.h"
 #include "tamlogctl/selection_options.h"
 
 namespace TamLogCtl {
 
 struct StatsOptions : CommonOptions {
   SelectionOptions selection;
-  std::vector<std::string> files;  // none: the running server's log
-  std::size_t top = 20;            // sources shown; 0: all
+  OutputOptions output;             // of which the names of the types and the encoding have a meaning here
+  std::optional<std::size_t> last;  // only so many of the wanted ones; nothing: all
+  std::vector<std::string> files;   // none: the running server's log
+  std::size_t top = 20;             // sources shown; 0: all
   bool json = false;
   bool bars = false;  // also when standard output is no terminal
+  bool quiet = false;
 };
 
 // Counts the wanted messages, and looks how far back all of them reach.
 class StatsCollector {
  public:
-  explicit StatsCollector(TamLogClient::MessageSelection wanted) : selection(std::move(wanted)) {}
+  StatsCollector(TamLogClient::MessageSelection wanted, std::optional<std::size_t> most)
+      : selection(std::move(wanted)), last(most) {}
 
   void AddRing(const LogFileHeader& header);  // once a log
   void Add(const LogMessage& message);
+
+  // After the last message.
+  void Finish();
 
   const TamLogClient::MessageStats& Wanted() const { return stats; }
   bool Searches() const { return !selection.Empty(); }
@@ -45,6 +54,8 @@ class StatsCollector {
 
  private:
   TamLogClient::MessageSelection selection;
+  std::optional<std::size_t> last;
+  std::multimap<std::uint64_t, LogMessage> newestWanted;  // by time, when only some are to be counted
   TamLogClient::MessageStats stats;
   std::uint64_t messages = 0;
   std::uint64_t damaged = 0;

@@ -198,6 +198,41 @@ TEST_F(FileVerbs, FileThatCannotBeReadGivesNoOutputOfAnEmptyLog) {
   EXPECT_EQ(Run("show --count --file good.dat --file secret.dat").out, "6\n");
 }
 
+TEST_F(FileVerbs, ExportWritesTheLastAndTheirNeighbours) {
+  Expect("export last.txt -o cat -n 2 --file good.dat", 0, "last.txt: 2 messages");
+  EXPECT_EQ(Contents("last.txt"), "message 4\nmessage 5\n");
+  Expect("export near.txt -o cat -g [14] -A 1 --file good.dat", 0, "near.txt: 4 messages");
+  EXPECT_EQ(Contents("near.txt"), "message 1\nmessage 2\n--\nmessage 4\nmessage 5\n");
+  Expect("export near.json -o json -g [14] -A 1 --file good.dat", 0, "");
+  EXPECT_EQ(Contents("near.json").find("--"), std::string::npos);
+  Expect("export near.dat --log -g [14] -B 1 --file good.dat", 0, "near.dat: 4 messages");
+  EXPECT_EQ(Run("show -o cat --file near.dat").out, "message 0\nmessage 1\nmessage 3\nmessage 4\n");
+  Expect("export none.txt -g nothing -C 1 --file good.dat", 1, "none.txt: 0 messages");
+  Expect("export grown.txt --follow -n 2", 2, "-n: cannot be used with --follow");
+}
+
+TEST_F(FileVerbs, ExportGoesOnWhereItsCursorFileSays) {
+  Expect("export first.txt -o cat --cursor-file at --file good.dat", 0, "first.txt: 6 messages");
+  Expect("export second.txt -o cat --cursor-file at --file good.dat", 0, "second.txt: 0 messages");
+  const std::string cursor = Run("export one.txt -n 1 --show-cursor -q --file good.dat").err;
+  ASSERT_EQ(cursor.rfind("cursor: c1.", 0), 0U) << cursor;
+  Expect("export rest.txt --file good.dat --after-cursor " + cursor.substr(8, cursor.size() - 9), 0,
+         ": 0 messages");
+  // What could not be written is written by the next run.
+  Expect("export locked/log.txt --cursor-file fresh --file good.dat", 4, "");
+  EXPECT_FALSE(IsThere("fresh"));
+  Expect("export two.txt --cursor-file at --file good.dat --file good.dat", 2, "name one file only");
+}
+
+TEST_F(FileVerbs, StatsCountTheLastAndNameThem) {
+  const Outcome last = Run("stats -n 2 --type-names 0=info --file good.dat");
+  EXPECT_NE(last.out.find("messages     2"), std::string::npos) << last.out;
+  EXPECT_NE(last.out.find("  info "), std::string::npos) << last.out;
+  EXPECT_NE(Run("stats -o json --type-names 0=info --file good.dat").out.find("\"labels\":[\"info\",\"T1\","),
+            std::string::npos);
+  Expect("stats --file good.dat --encoding klingon", 2, "--encoding 'klingon': expected one of");
+}
+
 TEST_F(FileVerbs, DirectoriesAreCalledDirectories) {
   for (const char* const arguments :
        {"show --file locked", "stats --file locked", "merge locked", "verify locked",
@@ -283,7 +318,6 @@ TEST_F(FileVerbs, UsageErrorsNameTheOptionAndTheMend) {
       {"export new --file good.dat --capacity 5", "--capacity requires --log"},
       {"export new --keep 5", "--keep requires --rotate"},
       {"export new --rotate 1M", "--rotate requires --follow"},
-      {"export new --cursor-file c", "--cursor-file requires --follow"},
       {"export new --ordered", "--ordered requires --follow"},
       {"export new --for 1", "--for requires --follow"},
       {"export new -f --rotate 10",
