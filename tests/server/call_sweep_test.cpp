@@ -232,6 +232,26 @@ TEST_F(ServerCallSweep, AFailedStopIsReportedAndTheNextStartServes) {
   EXPECT_EQ(Unexplained(outcomes), (Outcomes{}));
 }
 
+// A ticket is given back by a destructor, which a failure must not leave: that would end the process.
+TEST_F(ServerCallSweep, ARestartTicketIsGivenBackWhicheverCallFails) {
+  std::unique_ptr<Lifecycle> lifecycle;
+  const Outcomes outcomes = Sweep({
+      .prepare = [&] { lifecycle = std::make_unique<Lifecycle>(); },
+      .operation = [&] { EXPECT_TRUE(Lifecycle::RestartTicket(*lifecycle).Delay(0)); },
+      .check =
+          [&] {
+            EXPECT_TRUE(lifecycle->WaitForRestarts(0));
+            lifecycle.reset();
+          },
+  });
+  EXPECT_EQ(outcomes,
+            (Outcomes{
+                {"ResetEvent", {"Failed to RemoveSignal for Event object / ResetEvent failed (6)"}},
+                {"WaitForSingleObject", {"Failed to Wait for Event object / WaitForSingleObject failed (6)"}},
+                {"SetEvent", {""}},
+            }));
+}
+
 TEST_F(ServerCallSweep, AStopThatMovesTheFileServesAtEitherPlace) {
   const std::string other = folder.File("Moved.dat");
   const Outcomes outcomes = Sweep({
