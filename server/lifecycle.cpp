@@ -2,7 +2,10 @@
 
 #include <utility>
 
+#include "util/exceptions.h"
+
 using TamLogUtil::LeafLock;
+using TamLogUtil::Exceptions::ExceptionBase;
 
 Lifecycle::Lifecycle() : stopSignal(nullptr, nullptr), noRestartsLeft(nullptr, nullptr) {
   stopSignal.RemoveSignal();
@@ -35,9 +38,20 @@ void Lifecycle::TakeTicket() {
   ++tickets;
 }
 
+// From a destructor, so nothing may leave it. Tried twice, like the gate of a lock; if the signal cannot be
+// raised at all, whoever waits for the restarts waits until the time is over, and goes on.
 void Lifecycle::ReturnTicket() {
   const LeafLock::Guard guard(lock);
-  if (--tickets == 0) noRestartsLeft.SetSignal();
+  if (--tickets != 0) return;
+  try {
+    noRestartsLeft.SetSignal();
+  } catch (const ExceptionBase&) {
+    try {
+      noRestartsLeft.SetSignal();
+    } catch (const ExceptionBase&) {
+      return;
+    }
+  }
 }
 
 // The analysis cannot follow a lock that is taken only if it comes in time.

@@ -15,6 +15,7 @@
 
 #include "pipe/pipe_protocol.h"
 #include "server/configuration.h"
+#include "server/restart_thread.h"
 #include "server/server_service.h"
 #include "store/integrity.h"
 #include "tests/native/machine.h"
@@ -189,6 +190,34 @@ TEST_F(ServerThreads, ABurstOfSettingsIsOneRestart) {
     service->OnStart();
   }
   GTEST_SKIP() << "the machine is too busy for six requests within a second";
+}
+
+// Whoever finds the flag unset goes on to stop and start the server: never two of them.
+TEST_F(ServerThreads, OfManyThatClaimARestartAtOnceExactlyOneGetsIt) {
+  constexpr int kRounds = 1500;
+  constexpr int kClaimants = 3;
+  std::atomic<int> round{0};
+  std::atomic<int> ready{0};
+  std::atomic<int> granted{0};
+  std::vector<std::thread> claimants;
+  for (int i = 0; i < kClaimants; ++i) {
+    claimants.emplace_back([&] {
+      for (int mine = 1; mine <= kRounds; ++mine) {
+        while (round < mine) std::this_thread::yield();
+        if (!ClaimRestart(*service)) ++granted;
+        ++ready;
+      }
+    });
+  }
+  for (int i = 1; i <= kRounds; ++i) {
+    service = std::make_unique<ServerService>();
+    ready = 0;
+    granted = 0;
+    round = i;
+    while (ready < kClaimants) std::this_thread::yield();
+    EXPECT_EQ(granted, 1) << "round " << i;
+  }
+  for (std::thread& claimant : claimants) claimant.join();
 }
 
 TEST_F(ServerThreads, RestartsMeetEverythingElse) {

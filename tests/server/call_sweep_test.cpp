@@ -34,6 +34,7 @@ constexpr char kTestKey[] = R"(SOFTWARE\Brenmark VORTA\Torvane Log Server\Call S
 constexpr std::uint32_t kFifthOfASecond = 214748365;
 static_assert(kFifthOfASecond * 1000U == 200);
 constexpr int kSlowStride = 7;
+constexpr int kSlowestStride = 15;
 
 // What may stand at the end of the text when a call has failed: the level that names the call. "": a call of
 // which nothing is told in places, or by a thread of the server that comes to log it only later.
@@ -68,7 +69,9 @@ const std::map<std::string, std::set<std::string>>& Causes() {
       {"MapViewOfFile", {"Failed to map a file view, MapViewOfFile() failed (8)"}},
       {"VirtualQuery", {"Failed to open a file mapping, CreateFileMapping() failed (183)"}},
       {"UnmapViewOfFile", {"Failed to close file view, UnmapViewOfFile() failed (487)"}},
-      {"CloseHandle", {"Failed to close file view, CloseHandle() failed (6)", ""}},
+      {"CloseHandle",
+       {"Failed to close file view, CloseHandle() failed (6)",
+        "Failed to destroy Event object / CloseHandle() failed: (6)", ""}},
       {"FlushViewOfFile",
        {"Failed to force log file changes saved to disk, FlushViewOfFile() failed in WriteToDisk() (1117)",
         "Failed to force log file changes to be saved to disk, FlushViewOfFile() failed in CloseFile() "
@@ -232,6 +235,44 @@ TEST_F(ServerCallSweep, AFailedStopIsReportedAndTheNextStartServes) {
   EXPECT_EQ(Unexplained(outcomes), (Outcomes{}));
 }
 
+// A ticket is given back by a destructor, which a failure must not leave: that would end the process.
+TEST_F(ServerCallSweep, ARestartTicketIsGivenBackWhicheverCallFails) {
+  std::unique_ptr<Lifecycle> lifecycle;
+  const Outcomes outcomes = Sweep({
+      .prepare = [&] { lifecycle = std::make_unique<Lifecycle>(); },
+      .operation = [&] { EXPECT_TRUE(Lifecycle::RestartTicket(*lifecycle).Delay(0)); },
+      .check =
+          [&] {
+            EXPECT_TRUE(lifecycle->WaitForRestarts(0));
+            lifecycle.reset();
+          },
+  });
+  EXPECT_EQ(outcomes,
+            (Outcomes{
+                {"ResetEvent", {"Failed to RemoveSignal for Event object / ResetEvent failed (6)"}},
+                {"WaitForSingleObject", {"Failed to Wait for Event object / WaitForSingleObject failed (6)"}},
+                {"SetEvent", {""}},
+            }));
+}
+
+// On the thread of the test instead of a restart thread of its own.
+TEST_F(ServerCallSweep, AFailedRestartIsReportedAndTheManagersStopAndStartServe) {
+  auto restart = OfRunning([&] {
+    Lifecycle::RestartTicket ticket = service->NewRestartTicket();
+    EXPECT_TRUE(ticket.Delay(0));
+    service->Restart(ticket);
+  });
+  restart.stride = kSlowestStride;
+  EXPECT_EQ(Unexplained(Sweep(restart)), (Outcomes{}));
+}
+
+// Without a stop before: the destructor does it all. Only an event that cannot be closed leaves it.
+TEST_F(ServerCallSweep, ARunningServiceIsDestroyedWhicheverCallFails) {
+  auto destruction = OfRunning([&] { delete service.release(); });
+  destruction.stride = kSlowestStride;
+  EXPECT_EQ(Unexplained(Sweep(destruction)), (Outcomes{}));
+}
+
 TEST_F(ServerCallSweep, AStopThatMovesTheFileServesAtEitherPlace) {
   const std::string other = folder.File("Moved.dat");
   const Outcomes outcomes = Sweep({
@@ -290,13 +331,30 @@ TEST_F(ServerCallSweep, AFailedTickIsLoggedAndTheNextOneMakesUpForIt) {
 
 TEST_F(ServerCallSweep, ARequestThatFailsIsAnsweredAndLogged) {
   std::string replies;
+  const auto ask = [&](const GuardedRequest& request) {
+    const std::size_t entries = log->Count();
+    if (!Is(Ask(*service, request), ReplyCode::Failed)) return;
+    replies += "failed";
+    EXPECT_GT(log->Count(), entries) << "answered Failed without an entry: " << request.request.code;
+  };
+  GuardedRequest settings = MakeRequest(RequestCode::SetSettings);
+  settings.request.settings = {
+      .maxMessage = kCapacity, .devicePollRate = 200, .typeFilter = 15, .saveRate = kFifthOfASecond};
+  GuardedRequest message = MakeRequest(RequestCode::SubmitMessage);
+  message.request.message = MakeMessage("asked");
   TestSupport::SweptOperation operation = OfRunning([&] {
     replies.clear();
     for (const RequestCode code :
-         {RequestCode::GetFileMapName, RequestCode::GetSettings, RequestCode::GetLogFile,
-          RequestCode::GetDefaultLogFile, RequestCode::ClearFilters, RequestCode::ClearLog}) {
-      if (Is(Ask(*service, code), ReplyCode::Failed)) replies += "failed";
+         {RequestCode::Ping, RequestCode::GetFileMapName, RequestCode::GetSettings, RequestCode::GetLogFile,
+          RequestCode::GetDefaultLogFile, RequestCode::GetFilter, RequestCode::ClearFilters}) {
+      ask(MakeRequest(code));
     }
+    ask(MakeRequest(RequestCode::AddFilter, "filter"));
+    ask(MakeRequest(RequestCode::ClearFilters));
+    ask(MakeRequest(RequestCode::SetLogFile, logFile));
+    ask(message);
+    ask(MakeRequest(RequestCode::ClearLog));
+    ask(settings);
   });
   operation.report = [&] { return Logged() + (replies.empty() ? "" : " | " + replies); };
   const Outcomes outcomes = Sweep(operation);

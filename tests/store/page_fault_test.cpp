@@ -57,6 +57,16 @@ class PageFaults : public LogFile {
   void DoWriteAccess() { const MessageFileServer::WriteAccess access(&*server); }
   void SubmitBetween() { Submit("b", At(12, 1)); }
   void SubmitNewest() { Submit("d", At(12, 3)); }
+  // A full ring, and a message that belongs behind the oldest: all the others are read back, and the whole
+  // ring is written.
+  void OpenFullFileAndSubmitOld() {
+    OpenFile();
+    for (int minute = 3; minute < 11; ++minute) Submit("e", At(12, minute));
+    Flush();
+    Submit("b", At(12, 0, 30));
+  }
+  // The ring is not as the last flush left it, so the file's messages are read back before the next one.
+  void MoveRingAsAnotherProcess() { static_cast<LogFileHeader*>(LastView())->nextSlot = 5; }
 
  protected:
   ~PageFaults() override { WorkAgain(); }
@@ -101,6 +111,15 @@ const std::vector<Operation>& Operations() {
        [](PageFaults& test) {
          test.OpenFile();
          test.SubmitBetween();
+       },
+       [](PageFaults& test) { test.DoFlush(); }},
+      {"FlushOfTheWholeRing", [](PageFaults& test) { test.OpenFullFileAndSubmitOld(); },
+       [](PageFaults& test) { test.DoFlush(); }},
+      {"FlushIntoARingThatWasMoved",
+       [](PageFaults& test) {
+         test.OpenFile();
+         test.SubmitNewest();
+         test.MoveRingAsAnotherProcess();
        },
        [](PageFaults& test) { test.DoFlush(); }},
       {"Clear", [](PageFaults& test) { test.OpenFile(); }, [](PageFaults& test) { test.DoClear(); }},

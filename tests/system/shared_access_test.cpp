@@ -11,13 +11,15 @@
 #include <aclapi.h>
 #include <sddl.h>
 
+#undef StartService  // would rename the fixture's operation
+
 namespace {
 
 // The access list of an open object in the system's text form.
-std::string AccessListOf(HANDLE object) {
+std::string AccessListOf(HANDLE object, SE_OBJECT_TYPE type = SE_KERNEL_OBJECT) {
   PSECURITY_DESCRIPTOR descriptor = nullptr;
-  const DWORD error = GetSecurityInfo(object, SE_KERNEL_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr,
-                                      nullptr, nullptr, &descriptor);
+  const DWORD error = GetSecurityInfo(object, type, DACL_SECURITY_INFORMATION, nullptr, nullptr, nullptr,
+                                      nullptr, &descriptor);
   if (error != ERROR_SUCCESS) return "error " + std::to_string(error);
   char* text = nullptr;
   std::string list = "no text";
@@ -30,7 +32,26 @@ std::string AccessListOf(HANDLE object) {
   return list;
 }
 
-class SharedAccess : public SystemTest {};
+class SharedAccess : public SystemTest {
+ protected:
+  static std::string AccessListOfFile(const std::string& path) {
+    const OwnedHandle file =
+        Own(CreateFileA(path.c_str(), READ_CONTROL, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                        nullptr, OPEN_EXISTING, 0, nullptr));
+    return file == nullptr ? "no file" : AccessListOf(file.get(), SE_FILE_OBJECT);
+  }
+  // Of a key below that of the machine, which is made when it is missing.
+  static std::string AccessListOfKey(const std::string& path) {
+    HKEY key = nullptr;
+    if (RegCreateKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, 0, READ_CONTROL, nullptr, &key,
+                        nullptr) != ERROR_SUCCESS) {
+      return "no key";
+    }
+    std::string list = AccessListOf(key, SE_REGISTRY_KEY);
+    RegCloseKey(key);
+    return list;
+  }
+};
 
 }  // namespace
 
@@ -71,4 +92,26 @@ TEST_F(SharedAccess, EveryoneMayReadAndWriteThePipesButNotChangeThem) {
   ASSERT_NE(replies, nullptr);
   EXPECT_EQ(AccessListOf(requests.get()), "D:(A;;0x12019f;;;WD)");
   EXPECT_EQ(AccessListOf(replies.get()), "D:(A;;0x12019f;;;WD)");
+}
+
+// Nothing is granted on these two but what their surroundings grant by themselves.
+TEST_F(SharedAccess, TheLogFileIsOpenToWhomAnyFileOfItsDirectoryIsOpen) {
+  RunService();
+  const std::string other = LogFile() + ".other";
+  ASSERT_NE(Own(CreateFileA(other.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr)), nullptr);
+  const std::string list = AccessListOfFile(LogFile());
+  EXPECT_EQ(list.rfind("D:", 0), 0U) << list;
+  EXPECT_EQ(list, AccessListOfFile(other));
+  DeleteFileA(other.c_str());
+}
+
+TEST_F(SharedAccess, TheSettingsAreOpenToWhomAnyKeyOfTheMachineIsOpen) {
+  ServerRegistry::Delete();
+  InstallService();
+  StartService();
+  constexpr char kOther[] = R"(SOFTWARE\TamLogTestOther)";
+  const std::string list = AccessListOfKey(R"(SOFTWARE\Brenmark VORTA\Torvane Log Server)");
+  EXPECT_EQ(list.rfind("D:", 0), 0U) << list;
+  EXPECT_EQ(list, AccessListOfKey(kOther));
+  RegDeleteKeyA(HKEY_LOCAL_MACHINE, kOther);
 }
