@@ -131,6 +131,7 @@ class Help(unittest.TestCase):
                 (["show", "--for", "3"], "--for: is for following"), (["show", "--interval", "50"], "--interval"),
                 (["export", "a.dat", "--log", "-o", "csv"], "--output: cannot be used with --log"),
                 (["export", "a.dat", "--log", "--tz", "utc"], "--tz"),
+                (["send", "--input", "tsv", "-s", "Camera"], "--source: cannot be used with --input tsv"),
                 (["settings", "set", "--capacity", "9", "--backup", "b", "--no-backup"], "excludes")):
             outcome = run(*words)
             self.assertEqual((outcome.returncode, outcome.stdout), (2, ""), words)
