@@ -15,7 +15,7 @@ namespace {
 
 // Some of the parser's own texts neither name what was given nor say what to do.
 std::string UsageProblem(const CLI::App& verb, const CLI::ParseError& error) {
-  const std::string text = error.what();
+  std::string text = error.what();
   const std::string name = text.substr(0, text.find(':'));
   if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) {
     const std::vector<std::string> words = verb.remaining();
@@ -39,7 +39,7 @@ std::string UsageProblem(const CLI::App& verb, const CLI::ParseError& error) {
 bool MayBeEmpty(const CLI::Option& option) {
   static const std::set<std::string> texts{"TEXT",      "SOURCE", "--source",       "--include",
                                            "--exclude", "--grep", "--not-matching", "--highlight"};
-  return texts.count(option.get_name()) > 0;
+  return texts.contains(option.get_name());
 }
 
 void RefuseEmptyValues(CLI::App& app) {

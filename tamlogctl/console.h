@@ -56,6 +56,9 @@ std::uint32_t ProcessId();
 // An environment variable that is set to something.
 bool EnvironmentHas(const char* name);
 
+// What it is set to; empty when it is not.
+std::string EnvironmentValue(const char* name);
+
 // While it lives, standard output goes through the user's pager: the program that PAGER names, or less where
 // that is usual. Begin it after everything that depends on standard output being a terminal.
 class Pager {

@@ -135,6 +135,11 @@ bool EnvironmentHas(const char* name) {
   return value != nullptr && *value != '\0';
 }
 
+std::string EnvironmentValue(const char* name) {
+  const char* const value = std::getenv(name);
+  return value != nullptr ? value : "";
+}
+
 namespace {
 
 pid_t pagerProcess = 0;

@@ -192,6 +192,12 @@ bool EnvironmentHas(const char* name) {
   return GetEnvironmentVariableA(name, nullptr, 0) > 1;
 }
 
+std::string EnvironmentValue(const char* name) {
+  std::string value(GetEnvironmentVariableA(name, nullptr, 0), '\0');
+  value.resize(GetEnvironmentVariableA(name, value.data(), static_cast<DWORD>(value.size())));
+  return value;
+}
+
 namespace {
 
 TamLogClient::Handle pagerProcess;

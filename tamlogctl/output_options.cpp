@@ -77,22 +77,28 @@ bool TakeZone(const OutputOptions& options, FormatOptions& to) {
   return true;
 }
 
+// What was given, or else what the environment says for all runs, with the name under which it was found.
+std::pair<const char*, std::string> Configured(const char* option, const std::string& given,
+                                               const char* variable) {
+  return given.empty() ? std::pair(variable, EnvironmentValue(variable)) : std::pair(option, given);
+}
+
 bool TakeTypeNames(const OutputOptions& options, FormatOptions& to) {
-  if (options.typeNames.empty()) return true;
+  const auto [where, list] = Configured("--type-names", options.typeNames, "TAMLOGCTL_TYPE_NAMES");
+  if (list.empty()) return true;
   std::string problem;
-  auto names = TamLogClient::TypeNames::Parse(options.typeNames, problem);
-  if (!names) return Refuse("--type-names", options.typeNames, problem);
+  auto names = TamLogClient::TypeNames::Parse(list, problem);
+  if (!names) return Refuse(where, list, problem);
   to.typeNames = std::move(*names);
   return true;
 }
 
 bool TakeEncoding(const OutputOptions& options, FormatOptions& to) {
   to.encoding = DefaultEncoding();
-  if (options.encoding.empty()) return true;
-  const auto encoding = TamLogClient::TextEncoding::FromName(options.encoding);
-  if (!encoding)
-    return Refuse("--encoding", options.encoding,
-                  "expected one of " + std::string(TamLogClient::kEncodingNames));
+  const auto [where, name] = Configured("--encoding", options.encoding, "TAMLOGCTL_ENCODING");
+  if (name.empty()) return true;
+  const auto encoding = TamLogClient::TextEncoding::FromName(name);
+  if (!encoding) return Refuse(where, name, "expected one of " + std::string(TamLogClient::kEncodingNames));
   to.encoding = *encoding;
   return true;
 }

@@ -412,6 +412,23 @@ TEST_F(ShowCommand, StatsCountBySourceTypeAndTime) {
   EXPECT_EQ(Run("stats --file Missing.dat").exitCode, 3);
 }
 
+TEST_F(ShowCommand, NamesOfTypesAndTheEncodingAreConfiguredByTheEnvironment) {
+  setenv("TAMLOGCTL_TYPE_NAMES", "0=info", 1);
+  setenv("TAMLOGCTL_ENCODING", "latin-1", 1);
+  log.Submit(MakeBody(6000, "gr\xFC\xDF", "Even", 0));
+  log.Flush();
+  Save();
+  EXPECT_EQ(Run("show -n 1 --file Logs.dat").out, "2026-01-01 00:00:06.000 info Even: gr\xC3\xBC\xC3\x9F\n");
+  EXPECT_EQ(Run("show -n 1 --type-names 0=note --encoding ascii --file Logs.dat").out,
+            "2026-01-01 00:00:06.000 note Even: gr\\xfc\\xdf\n");
+  setenv("TAMLOGCTL_TYPE_NAMES", "info", 1);
+  const Outcome bad = Run("show --file Logs.dat");
+  unsetenv("TAMLOGCTL_TYPE_NAMES");
+  unsetenv("TAMLOGCTL_ENCODING");
+  EXPECT_EQ(bad.exitCode, 2);
+  EXPECT_NE(bad.err.find("TAMLOGCTL_TYPE_NAMES 'info'"), std::string::npos) << bad.err;
+}
+
 TEST_F(ShowCommand, VerbsThatNeedAServerSayThatThereIsNone) {
   EXPECT_EQ(Run("show").exitCode, 3);
   EXPECT_EQ(Run("follow").exitCode, 3);

@@ -157,6 +157,9 @@ TEST_F(Administration, ServiceIsStoppedStartedAndLookedAt) {
   AdoptService();
   Expect("server state", 0, "running, process ");
   Expect("status", 0, "capacity 100 asked for, 100 in effect");
+  Expect("send --time !2026,13,40,25,0,0,0 -s Demo odd --confirm", 0, "stored as");
+  Expect("status -o json", 0, "\"newest\": null");
+  Expect("status -o json", 0, "\"newest_words\": [");
   Expect("server stop", 0, "the server is stopped");
   Expect("doctor", 3, "fail  service  installed, but stopped");
 }
