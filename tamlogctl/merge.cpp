@@ -116,7 +116,7 @@ int Merge::Print(const MessageSelection& selection, MessageFormatter& formatter)
 
 int Merge::Run() {
   auto made = MakeHostFiles(options.files, options.labels, options.offsets);
-  const auto selection = made ? MakeSelection(options.selection) : std::nullopt;
+  const auto selection = made ? MakeSelection(options.selection, options.output) : std::nullopt;
   auto formatter = selection ? MakeFormatter(options.output, options.color) : std::nullopt;
   if (!formatter) return kUsage;
   files = std::move(*made);

@@ -138,6 +138,11 @@ std::optional<TamLogClient::MessageFormatter> Make(const OutputOptions& options,
 
 }  // namespace
 
+std::optional<TamLogClient::TextEncoding> MakeEncoding(const OutputOptions& options) {
+  FormatOptions chosen;
+  return TakeEncoding(options, chosen) ? std::optional(chosen.encoding) : std::nullopt;
+}
+
 std::optional<FormatOptions> MakeFormatOptions(const OutputOptions& options) {
   FormatOptions chosen;
   return Take(options, chosen) ? std::optional(std::move(chosen)) : std::nullopt;

@@ -254,7 +254,7 @@ void StatsCollector::Finish() {
 }
 
 int ShowStats(const StatsOptions& options) {
-  auto selection = MakeSelection(options.selection);
+  auto selection = MakeSelection(options.selection, options.output);
   if (!selection) return kUsage;
   const auto shown = MakeFormatOptions(options.output);
   if (!shown) return kUsage;

@@ -429,6 +429,20 @@ TEST_F(ShowCommand, NamesOfTypesAndTheEncodingAreConfiguredByTheEnvironment) {
   EXPECT_NE(bad.err.find("TAMLOGCTL_TYPE_NAMES 'info'"), std::string::npos) << bad.err;
 }
 
+TEST_F(ShowCommand, LettersBeyondAsciiFindWhatIsShown) {
+  log.Submit(MakeBody(6000, "gr\xFC\xDF", "T\xFCr", 0));              // Latin-1
+  log.Submit(MakeBody(7000, "gr\xC3\xBC\xC3\x9F", "T\xC3\xBCr", 0));  // UTF-8
+  log.Flush();
+  Save();
+  EXPECT_EQ(Run("show --count -g gr\xC3\xBC --file Logs.dat").out, "1\n");
+  EXPECT_EQ(Run("show --count -g gr\xC3\xBC --encoding latin-1 --file Logs.dat").out, "1\n");
+  EXPECT_EQ(Run("show -o json --fields time -s T\xC3\xBCr --encoding latin-1 --file Logs.dat").out,
+            "{\"time\":\"2026-01-01T00:00:06.000\"}\n");
+  EXPECT_EQ(Run("show --count -v gr\xC3\xBC --encoding latin-1 --file Logs.dat").out, "7\n");
+  EXPECT_EQ(Run("show --count -g gr\xFC --file Logs.dat").out, "1\n");  // the bytes themselves
+  EXPECT_EQ(Run("show --count -g 'gr\\xfc' --encoding latin-1 --file Logs.dat").out, "1\n");
+}
+
 TEST_F(ShowCommand, VerbsThatNeedAServerSayThatThereIsNone) {
   EXPECT_EQ(Run("show").exitCode, 3);
   EXPECT_EQ(Run("follow").exitCode, 3);
