@@ -71,8 +71,9 @@ class Pager {
   // Does nothing when standard output is no terminal or no pager can be started.
   void Begin();
 
-  // Waits until the user has left the pager.
-  void End();
+  // Waits until the user has left the pager. False, after a word on stderr, when it could not be started:
+  // nothing was shown then.
+  bool End();
 
   // Who leaves a pager early has seen enough: failing output is then no error.
   bool Active() const { return active; }

@@ -173,12 +173,18 @@ void Pager::Begin() {
   close(ends[1]);
 }
 
-void Pager::End() {
-  if (!active) return;
+bool Pager::End() {
+  constexpr int kNoProgram = 127;  // of the shell
+  if (!active) return true;
   active = false;
   close(STDOUT_FILENO);
-  while (waitpid(pagerProcess, nullptr, 0) < 0 && errno == EINTR) {
+  int status = 0;
+  while (waitpid(pagerProcess, &status, 0) < 0 && errno == EINTR) {
   }
+  if (!WIFEXITED(status) || WEXITSTATUS(status) != kNoProgram) return true;
+  Say("PAGER '" + EnvironmentValue("PAGER") +
+      "': cannot be started; name another program, or add --no-pager");
+  return false;
 }
 
 }  // namespace TamLogCtl

@@ -244,12 +244,13 @@ void Pager::Begin() {
   active = true;
 }
 
-void Pager::End() {
-  if (!active) return;
+bool Pager::End() {
+  if (!active) return true;
   active = false;
   pagerPipe.Close();
   WaitForSingleObject(pagerProcess.Get(), INFINITE);
   pagerProcess.Close();
+  return true;  // one that cannot be started is none, and the output goes to the console
 }
 
 }  // namespace TamLogCtl

@@ -12,6 +12,7 @@
 #include "tamlogctl/exit_code.h"
 #include "tamlogctl/file_problem.h"
 #include "tamlogctl/host_files.h"
+#include "tamlogctl/progress.h"
 
 namespace TamLogCtl {
 
@@ -79,7 +80,10 @@ class Merge {
 void Merge::Read(std::size_t index) {
   LogFileContents& log = logs[index];
   const std::string& path = files[index].path;
-  log = TamLogClient::ReadLogFile(path);
+  {
+    const Busy busy("reading " + path);
+    log = TamLogClient::ReadLogFile(path);
+  }
   if (log.status != Status::Ok) {
     if (!options.quiet || log.status != Status::Damaged) Say(FileProblem(path, log.status, log.remark));
     const int code = ExitCodeOf(log.status);

@@ -389,6 +389,9 @@ TEST_F(ShowCommand, TerminalsGetAPager) {
       RunOnTerminal("show --file Logs.dat -o cat --no-pager", "PAGER='sed s/message/PAGED/'").find("PAGED"),
       std::string::npos);
   EXPECT_NE(RunOnTerminal("show --file Logs.dat -o cat", "PAGER=").find("message 5"), std::string::npos);
+  const std::string none = RunOnTerminal("show --file Logs.dat; echo code $?", "PAGER=/no/such/pager");
+  EXPECT_NE(none.find("PAGER '/no/such/pager': cannot be started"), std::string::npos) << none;
+  EXPECT_NE(none.find("code 8"), std::string::npos) << none;
   // Who leaves the pager early has seen enough.
   EXPECT_NE(RunOnTerminal("show --file Logs.dat; echo code $?", "PAGER=true").find("code 0"),
             std::string::npos);
@@ -441,6 +444,16 @@ TEST_F(ShowCommand, LettersBeyondAsciiFindWhatIsShown) {
   EXPECT_EQ(Run("show --count -v gr\xC3\xBC --encoding latin-1 --file Logs.dat").out, "7\n");
   EXPECT_EQ(Run("show --count -g gr\xFC --file Logs.dat").out, "1\n");  // the bytes themselves
   EXPECT_EQ(Run("show --count -g 'gr\\xfc' --encoding latin-1 --file Logs.dat").out, "1\n");
+}
+
+TEST_F(ShowCommand, WorkThatTakesMoreThanASecondIsShownOnATerminal) {
+  const auto slowly = [this](const std::string& verb) {
+    return RunOnTerminal("version; { sleep 1.6; cat Logs.dat; } | '" TAMLOGCTL "' " + verb, "");
+  };
+  EXPECT_NE(slowly("verify /dev/stdin").find("verifying /dev/stdin (1 s)"), std::string::npos);
+  const std::string shown = slowly("show -o cat --no-pager --file /dev/stdin");
+  EXPECT_NE(shown.find("reading /dev/stdin (1 s)"), std::string::npos) << shown;
+  EXPECT_NE(shown.find("\rmessage 0\r\n"), std::string::npos) << shown;  // on the line that was taken away
 }
 
 TEST_F(ShowCommand, VerbsThatNeedAServerSayThatThereIsNone) {
