@@ -106,9 +106,8 @@ bool TakeEncoding(const OutputOptions& options, FormatOptions& to) {
 }  // namespace
 
 void DefineOutputOptions(CLI::App& verb, OutputOptions& to) {
-  verb.add_option("-o,--output", to.format,
-                  "Format: short, full, cat, json, json-array, csv, tsv, export, rfc5424, raw, template=TEXT")
-      ->option_text("FORMAT");
+  verb.add_option("-o,--output", to.format, "How a message is written (short)")
+      ->option_text("short|full|cat|json|json-array|csv|tsv|export|rfc5424|raw|template=TEXT");
   verb.add_option("--fields", to.fields, "Of json, json-array, csv and tsv: these fields, in this order")
       ->option_text("A,B");
   verb.add_option("--tz", to.zone, "The zone in which times were written; its offset is then shown")

@@ -207,6 +207,9 @@ class Completion(unittest.TestCase):
     def test_bash_completes_words_of_values_and_operands(self):
         self.assertEqual(self.bash("filter", "list", "-o", ""), ["text", "tsv", "json"])
         self.assertEqual(self.bash("doctor", "--color", "a"), ["auto", "always"])
+        self.assertEqual(self.bash("show", "-o", "js"), ["json", "json-array"])
+        self.assertEqual(self.bash("export", "a", "--output", "te"), ["template="])
+        self.assertEqual(self.bash("verify", "-o", ""), ["text", "json"])
         self.assertEqual(self.bash("completion", "z"), ["zsh"])
         self.assertEqual(self.bash("server", "start", "--wait", ""), [])
 
