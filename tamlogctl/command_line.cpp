@@ -24,8 +24,10 @@ std::string UsageProblem(const CLI::App& verb, const CLI::ParseError& error) {
     if (option != words.end()) return "there is no option '" + *option + "'";
     if (!words.empty()) return "'" + words.front() + "' is one word too many";
   }
-  if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr && name.size() < text.size())
-    return name + ": give a value behind it";
+  if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr) {
+    if (text.ends_with(" missing")) return name + ": give a value behind it";
+    if (text.find(": At Most ") != std::string::npos) return name + ": is there twice; give it once";
+  }
   if (dynamic_cast<const CLI::ConversionError*>(&error) != nullptr && text.find(" = ") != std::string::npos) {
     const std::size_t begin = text.find(": ") + 2;
     const std::size_t sign = text.find(" = ");

@@ -108,6 +108,8 @@ class Help(unittest.TestCase):
                 (["follow", "--file", "a.dat"], "there is no option '--file'"),
                 (["show", "more"], "'more' is one word too many"),
                 (["show", "--file"], "--file: give a value behind it"),
+                (["show", "-n", "1", "-n", "2"], "--lines: is there twice; give it once"),
+                (["show", "-S", "today", "-S", "now"], "--since: is there twice; give it once"),
                 (["filter", "remove", "abc"], "NUMBER: 'abc': expected a number"),
                 (["stats", "--top", "-1"], "--top: Value -1 not in range 0 to 1000000")):
             outcome = run(*words)
