@@ -1,6 +1,7 @@
 #include "client/log_stream.h"
 
 #include <algorithm>
+#include <chrono>
 #include <utility>
 
 #include "client/win32.h"
@@ -12,6 +13,7 @@ namespace {
 // The log is looked at this often whatever the interval is, because a server that stops waits for its
 // readers.
 constexpr std::uint32_t kMostLookMs = 200;
+constexpr std::chrono::milliseconds kGuardPause{100};
 constexpr std::uint32_t kReopenMs = 250;
 constexpr std::uint32_t kPipeMs = 200;
 constexpr std::uint64_t kSilenceMs = 3000;
@@ -52,9 +54,11 @@ Status LogStream::Begin(const FollowerMemory* memory) {
   Status status = reader.Open(options.mapName);
   if (status == Status::Ok) status = reader.Snapshot(snapshot, options.timeoutMs);
   if (!Readable(status)) {
-    Close();
+    LetGo();
     return status;
   }
+  guarding = true;
+  guard = std::thread(&LogStream::Guard, this);
   if (options.ordered) AskHoldTime();
   if (memory != nullptr) {
     follower.Resume(*memory);
@@ -75,8 +79,29 @@ void LogStream::AskHoldTime() {
 }
 
 void LogStream::Close() {
+  if (guard.joinable()) {
+    {
+      const std::lock_guard lock(turn);
+      guarding = false;
+    }
+    guardEnds.notify_one();
+    guard.join();
+  }
+  LetGo();
+}
+
+void LogStream::LetGo() {
   reader.Close();
   client.Disconnect();
+}
+
+// The guard's thread. It never takes read access: it may be ended with the process at any time.
+void LogStream::Guard() {
+  std::unique_lock lock(turn);
+  while (!guardEnds.wait_for(lock, kGuardPause, [this] { return !guarding; })) {
+    LogFileHeader header{};
+    if (reader.IsOpen()) reader.Look(header);  // closes it when the server has stopped; the next look tells
+  }
 }
 
 bool LogStream::Test(const Cursor& cursor) const {
@@ -122,6 +147,11 @@ void LogStream::GiveAll() {
 }
 
 LogChange LogStream::Look() {
+  const std::lock_guard lock(turn);
+  return LookInTurn();
+}
+
+LogChange LogStream::LookInTurn() {
   if (away && !Reopen()) return LogChange::None;
   LogFileHeader header{};
   const Status status = reader.Look(header);
@@ -164,12 +194,12 @@ void LogStream::KeepWaiting() {
 
 LogChange LogStream::Fail(Status status) {
   failure = status;
-  Close();
+  LetGo();
   return LogChange::None;
 }
 
 LogChange LogStream::LoseServer() {
-  Close();
+  LetGo();
   away = true;
   reopened = false;
   failedPings = 0;

@@ -12,14 +12,19 @@
 //     if (item.kind == LogItem::Kind::Lost) Warn(item.loss);
 //   }
 //
-// A stream belongs to one thread. While it is open, Next or Wait has to be called at least every 250 ms: a
-// server that stops waits for the readers of its file, and the stream lets go inside these calls only.
+// A stream belongs to one thread, and has another of its own: a server that stops waits for the readers of
+// its file, and one that holds it over a restart keeps the old section alive, with which another capacity
+// cannot be set up. So the file is let go when the server stops, also while who follows is busy, for example
+// with an output that is not taken.
 
+#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "client/cursor.h"
@@ -117,6 +122,9 @@ class LogStream {
 
   Status Begin(const FollowerMemory* memory);
   LogChange Look();
+  LogChange LookInTurn();
+  void Guard();
+  void LetGo();
   LogChange TakeSnapshot();
   LogChange Fail(Status status);
   LogChange LoseServer();
@@ -130,7 +138,11 @@ class LogStream {
 
   LogStreamOptions options;
   LogClient client;
-  LogReader reader;
+  std::mutex turn;   // over `reader` and `guarding`
+  LogReader reader;  // may be closed by the guard whenever `turn` is free
+  bool guarding = false;
+  std::condition_variable guardEnds;
+  std::thread guard;
   LogSnapshot snapshot;
   LogFollower follower;
   ReorderBuffer held;

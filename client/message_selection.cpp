@@ -32,10 +32,9 @@ bool MatchesName(std::string_view name, std::string_view glob) {
   return glob.find_first_not_of('*', at) == std::string_view::npos;
 }
 
-bool MatchesTerm(const LogMessageView& message, const SourceTerm& term) {
-  const std::uint32_t type = message.Type();
+bool MatchesTerm(std::string_view source, std::uint32_t type, const SourceTerm& term) {
   const bool typeFits = type < kMessageTypes ? ((term.types >> type) & 1U) != 0 : term.types == 0xF;
-  return typeFits && MatchesName(message.Source(), term.name);
+  return typeFits && MatchesName(source, term.name);
 }
 
 // Takes one line, without its end and without spaces around it.
@@ -114,8 +113,19 @@ bool MessageSelection::Empty() const {
          antiPatterns.empty();
 }
 
+std::string_view MessageSelection::Read(std::string_view bytes) const {
+  if (!encoding || IsPlainText(bytes)) return bytes;
+  decoded.clear();
+  encoding->Decode(
+      bytes, [this](std::string_view utf8) { decoded += utf8; }, [this](char byte) { decoded += byte; });
+  return decoded;
+}
+
 bool MessageSelection::WantsSource(const LogMessageView& message) const {
-  const auto matches = [&message](const SourceTerm& term) { return MatchesTerm(message, term); };
+  const std::string_view source = Read(message.Source());
+  const auto matches = [&message, source](const SourceTerm& term) {
+    return MatchesTerm(source, message.Type(), term);
+  };
   if (!included.empty() && std::none_of(included.begin(), included.end(), matches)) return false;
   return std::none_of(excluded.begin(), excluded.end(), matches);
 }
@@ -133,7 +143,7 @@ bool MessageSelection::Wants(const LogMessageView& message) const {
     if ((since && key < *since) || (until && key > *until)) return false;
   }
   if ((!included.empty() || !excluded.empty()) && !WantsSource(message)) return false;
-  return (patterns.empty() && antiPatterns.empty()) || WantsText(message.Text());
+  return (patterns.empty() && antiPatterns.empty()) || WantsText(Read(message.Text()));
 }
 
 }  // namespace TamLogClient

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "client/log_message_view.h"
+#include "client/text_encoding.h"
 #include "client/text_pattern.h"
 
 namespace TamLogClient {
@@ -50,6 +51,11 @@ class MessageSelection {
   // One pattern, from its text; see TextPattern::Make. False when it is none.
   bool SetPattern(const std::string& text, bool fixed, bool ignoreCase);
 
+  // For terms and expressions that are given in UTF-8 and go beyond ASCII: texts and names are read by this
+  // encoding before they are compared; bytes that cannot be read stay as they are. Without it bytes are
+  // compared with bytes.
+  void SetEncoding(const TextEncoding& chosen) { encoding = chosen; }
+
   // The least time key that is wanted, if there is one.
   const std::optional<std::uint64_t>& Since() const { return since; }
 
@@ -61,12 +67,15 @@ class MessageSelection {
  private:
   bool WantsSource(const LogMessageView& message) const;
   bool WantsText(std::string_view text) const;
+  std::string_view Read(std::string_view bytes) const;
 
   std::vector<SourceTerm> included;
   std::vector<SourceTerm> excluded;
   std::optional<std::uint32_t> types;
   std::optional<std::uint64_t> since;
   std::optional<std::uint64_t> until;
+  std::optional<TextEncoding> encoding;
+  mutable std::string decoded;  // by the last Read
   // What they learn while searching shows only in the speed.
   mutable std::vector<TextPattern> patterns;
   mutable std::vector<TextPattern> antiPatterns;

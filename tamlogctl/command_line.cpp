@@ -15,7 +15,7 @@ namespace {
 
 // Some of the parser's own texts neither name what was given nor say what to do.
 std::string UsageProblem(const CLI::App& verb, const CLI::ParseError& error) {
-  const std::string text = error.what();
+  std::string text = error.what();
   const std::string name = text.substr(0, text.find(':'));
   if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) {
     const std::vector<std::string> words = verb.remaining();
@@ -24,8 +24,10 @@ std::string UsageProblem(const CLI::App& verb, const CLI::ParseError& error) {
     if (option != words.end()) return "there is no option '" + *option + "'";
     if (!words.empty()) return "'" + words.front() + "' is one word too many";
   }
-  if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr && name.size() < text.size())
-    return name + ": give a value behind it";
+  if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr) {
+    if (text.ends_with(" missing")) return name + ": give a value behind it";
+    if (text.find(": At Most ") != std::string::npos) return name + ": is there twice; give it once";
+  }
   if (dynamic_cast<const CLI::ConversionError*>(&error) != nullptr && text.find(" = ") != std::string::npos) {
     const std::size_t begin = text.find(": ") + 2;
     const std::size_t sign = text.find(" = ");
@@ -39,7 +41,7 @@ std::string UsageProblem(const CLI::App& verb, const CLI::ParseError& error) {
 bool MayBeEmpty(const CLI::Option& option) {
   static const std::set<std::string> texts{"TEXT",      "SOURCE", "--source",       "--include",
                                            "--exclude", "--grep", "--not-matching", "--highlight"};
-  return texts.count(option.get_name()) > 0;
+  return texts.contains(option.get_name());
 }
 
 void RefuseEmptyValues(CLI::App& app) {

@@ -56,6 +56,9 @@ std::uint32_t ProcessId();
 // An environment variable that is set to something.
 bool EnvironmentHas(const char* name);
 
+// What it is set to; empty when it is not.
+std::string EnvironmentValue(const char* name);
+
 // While it lives, standard output goes through the user's pager: the program that PAGER names, or less where
 // that is usual. Begin it after everything that depends on standard output being a terminal.
 class Pager {
@@ -68,8 +71,9 @@ class Pager {
   // Does nothing when standard output is no terminal or no pager can be started.
   void Begin();
 
-  // Waits until the user has left the pager.
-  void End();
+  // Waits until the user has left the pager. False, after a word on stderr, when it could not be started:
+  // nothing was shown then.
+  bool End();
 
   // Who leaves a pager early has seen enough: failing output is then no error.
   bool Active() const { return active; }

@@ -135,6 +135,11 @@ bool EnvironmentHas(const char* name) {
   return value != nullptr && *value != '\0';
 }
 
+std::string EnvironmentValue(const char* name) {
+  const char* const value = std::getenv(name);
+  return value != nullptr ? value : "";
+}
+
 namespace {
 
 pid_t pagerProcess = 0;
@@ -168,12 +173,18 @@ void Pager::Begin() {
   close(ends[1]);
 }
 
-void Pager::End() {
-  if (!active) return;
+bool Pager::End() {
+  constexpr int kNoProgram = 127;  // of the shell
+  if (!active) return true;
   active = false;
   close(STDOUT_FILENO);
-  while (waitpid(pagerProcess, nullptr, 0) < 0 && errno == EINTR) {
+  int status = 0;
+  while (waitpid(pagerProcess, &status, 0) < 0 && errno == EINTR) {
   }
+  if (!WIFEXITED(status) || WEXITSTATUS(status) != kNoProgram) return true;
+  Say("PAGER '" + EnvironmentValue("PAGER") +
+      "': cannot be started; name another program, or add --no-pager");
+  return false;
 }
 
 }  // namespace TamLogCtl

@@ -192,6 +192,12 @@ bool EnvironmentHas(const char* name) {
   return GetEnvironmentVariableA(name, nullptr, 0) > 1;
 }
 
+std::string EnvironmentValue(const char* name) {
+  std::string value(GetEnvironmentVariableA(name, nullptr, 0), '\0');
+  value.resize(GetEnvironmentVariableA(name, value.data(), static_cast<DWORD>(value.size())));
+  return value;
+}
+
 namespace {
 
 TamLogClient::Handle pagerProcess;
@@ -238,12 +244,13 @@ void Pager::Begin() {
   active = true;
 }
 
-void Pager::End() {
-  if (!active) return;
+bool Pager::End() {
+  if (!active) return true;
   active = false;
   pagerPipe.Close();
   WaitForSingleObject(pagerProcess.Get(), INFINITE);
   pagerProcess.Close();
+  return true;  // one that cannot be started is none, and the output goes to the console
 }
 
 }  // namespace TamLogCtl

@@ -84,7 +84,7 @@ void DefineVerify(CLI::App& app, Action& chosen) {
           "-o,--output", [options](const std::string& format) { options->json = format == "json"; },
           "Format: text or json (one object a file)")
       ->check(CLI::IsMember({"text", "json"}))
-      ->option_text("FORMAT");
+      ->option_text("text|json");
   DefineCommonOptions(*verb, *options);
   verb->callback([options, &chosen] {
     if (options->files.empty() && !options->live)

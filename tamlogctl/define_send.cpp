@@ -45,6 +45,10 @@ void DefineSendVerbs(CLI::App& app, Action& chosen) {
   DefineCommonOptions(*verb, *options);
   verb->callback([verb, options, &chosen] {
     options->hasArgument = verb->count("TEXT") > 0;
+    for (const char* const name : {"--source", "--type", "--time"}) {
+      if (options->input == "tsv" && verb->count(name) > 0)
+        throw CLI::ValidationError(name, "cannot be used with --input tsv: each line has its own");
+    }
     chosen = [options] { return Send(*options); };
   });
 }

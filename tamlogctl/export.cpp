@@ -146,7 +146,7 @@ int Export::WriteLog() {
 }
 
 int Export::Run() {
-  const auto selection = MakeSelection(options.selection);
+  const auto selection = MakeSelection(options.selection, options.output);
   auto formatter = selection ? MakeFileFormatter(options.output) : std::nullopt;
   auto position = formatter ? ReadingPosition::Make(options) : std::nullopt;
   if (!position) return kUsage;

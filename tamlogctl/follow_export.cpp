@@ -152,7 +152,7 @@ bool HoldsSomething(const std::string& target) {
 
 int FollowExport(const ExportOptions& options) {
   const ShowOptions follow = FollowingOf(options);
-  auto selection = MakeSelection(options.selection);
+  auto selection = MakeSelection(options.selection, options.output);
   auto formatter = selection ? MakeFileFormatter(options.output) : std::nullopt;
   auto position = formatter ? ReadingPosition::Make(follow) : std::nullopt;
   if (!position) return kUsage;

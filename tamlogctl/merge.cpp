@@ -12,6 +12,7 @@
 #include "tamlogctl/exit_code.h"
 #include "tamlogctl/file_problem.h"
 #include "tamlogctl/host_files.h"
+#include "tamlogctl/progress.h"
 
 namespace TamLogCtl {
 
@@ -79,7 +80,10 @@ class Merge {
 void Merge::Read(std::size_t index) {
   LogFileContents& log = logs[index];
   const std::string& path = files[index].path;
-  log = TamLogClient::ReadLogFile(path);
+  {
+    const Busy busy("reading " + path);
+    log = TamLogClient::ReadLogFile(path);
+  }
   if (log.status != Status::Ok) {
     if (!options.quiet || log.status != Status::Damaged) Say(FileProblem(path, log.status, log.remark));
     const int code = ExitCodeOf(log.status);
@@ -116,7 +120,7 @@ int Merge::Print(const MessageSelection& selection, MessageFormatter& formatter)
 
 int Merge::Run() {
   auto made = MakeHostFiles(options.files, options.labels, options.offsets);
-  const auto selection = made ? MakeSelection(options.selection) : std::nullopt;
+  const auto selection = made ? MakeSelection(options.selection, options.output) : std::nullopt;
   auto formatter = selection ? MakeFormatter(options.output, options.color) : std::nullopt;
   if (!formatter) return kUsage;
   files = std::move(*made);

@@ -77,22 +77,28 @@ bool TakeZone(const OutputOptions& options, FormatOptions& to) {
   return true;
 }
 
+// What was given, or else what the environment says for all runs, with the name under which it was found.
+std::pair<const char*, std::string> Configured(const char* option, const std::string& given,
+                                               const char* variable) {
+  return given.empty() ? std::pair(variable, EnvironmentValue(variable)) : std::pair(option, given);
+}
+
 bool TakeTypeNames(const OutputOptions& options, FormatOptions& to) {
-  if (options.typeNames.empty()) return true;
+  const auto [where, list] = Configured("--type-names", options.typeNames, "TAMLOGCTL_TYPE_NAMES");
+  if (list.empty()) return true;
   std::string problem;
-  auto names = TamLogClient::TypeNames::Parse(options.typeNames, problem);
-  if (!names) return Refuse("--type-names", options.typeNames, problem);
+  auto names = TamLogClient::TypeNames::Parse(list, problem);
+  if (!names) return Refuse(where, list, problem);
   to.typeNames = std::move(*names);
   return true;
 }
 
 bool TakeEncoding(const OutputOptions& options, FormatOptions& to) {
   to.encoding = DefaultEncoding();
-  if (options.encoding.empty()) return true;
-  const auto encoding = TamLogClient::TextEncoding::FromName(options.encoding);
-  if (!encoding)
-    return Refuse("--encoding", options.encoding,
-                  "expected one of " + std::string(TamLogClient::kEncodingNames));
+  const auto [where, name] = Configured("--encoding", options.encoding, "TAMLOGCTL_ENCODING");
+  if (name.empty()) return true;
+  const auto encoding = TamLogClient::TextEncoding::FromName(name);
+  if (!encoding) return Refuse(where, name, "expected one of " + std::string(TamLogClient::kEncodingNames));
   to.encoding = *encoding;
   return true;
 }
@@ -100,9 +106,8 @@ bool TakeEncoding(const OutputOptions& options, FormatOptions& to) {
 }  // namespace
 
 void DefineOutputOptions(CLI::App& verb, OutputOptions& to) {
-  verb.add_option("-o,--output", to.format,
-                  "Format: short, full, cat, json, json-array, csv, tsv, export, rfc5424, raw, template=TEXT")
-      ->option_text("FORMAT");
+  verb.add_option("-o,--output", to.format, "How a message is written (short)")
+      ->option_text("short|full|cat|json|json-array|csv|tsv|export|rfc5424|raw|template=TEXT");
   verb.add_option("--fields", to.fields, "Of json, json-array, csv and tsv: these fields, in this order")
       ->option_text("A,B");
   verb.add_option("--tz", to.zone, "The zone in which times were written; its offset is then shown")
@@ -131,6 +136,11 @@ std::optional<TamLogClient::MessageFormatter> Make(const OutputOptions& options,
 }
 
 }  // namespace
+
+std::optional<TamLogClient::TextEncoding> MakeEncoding(const OutputOptions& options) {
+  FormatOptions chosen;
+  return TakeEncoding(options, chosen) ? std::optional(chosen.encoding) : std::nullopt;
+}
 
 std::optional<FormatOptions> MakeFormatOptions(const OutputOptions& options) {
   FormatOptions chosen;

@@ -27,6 +27,9 @@ void DefineOutputOptions(CLI::App& verb, OutputOptions& to);
 // The names of types and the encoding alone, for verbs with formats of their own.
 void DefineNaming(CLI::App& verb, OutputOptions& to);
 
+// The encoding alone; nothing, after a word on stderr, when there is none of that name.
+std::optional<TamLogClient::TextEncoding> MakeEncoding(const OutputOptions& options);
+
 // What these options mean, or nothing, after a word on stderr.
 std::optional<TamLogClient::FormatOptions> MakeFormatOptions(const OutputOptions& options);
 

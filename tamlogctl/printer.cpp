@@ -19,7 +19,7 @@ bool MarksAreSeen(Color color) {
 }  // namespace
 
 std::optional<Printer> Printer::Make(const ShowOptions& options) {
-  auto selection = MakeSelection(options.selection);
+  auto selection = MakeSelection(options.selection, options.output);
   if (!selection) return std::nullopt;
   auto formatter = MakeFormatter(options.output, options.color);
   if (!formatter) return std::nullopt;

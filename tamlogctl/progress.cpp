@@ -1,5 +1,6 @@
 #include "tamlogctl/progress.h"
 
+#include <chrono>
 #include <utility>
 
 #include "tamlogctl/console.h"
@@ -41,6 +42,29 @@ void Progress::Show(const std::string& state) {
   std::string line = what + " " + state;
   line.resize(kLineWidth, ' ');
   WriteErr("\r" + line);
+}
+
+Busy::Busy(std::string purpose) {
+  if (StderrIsTerminal()) thread = std::thread([this, what = std::move(purpose)] { Run(what); });
+}
+
+Busy::~Busy() {
+  if (!thread.joinable()) return;
+  {
+    const std::lock_guard held(lock);
+    done = true;
+  }
+  ends.notify_one();
+  thread.join();
+}
+
+void Busy::Run(const std::string& purpose) {
+  const std::uint64_t begin = Ticks();
+  Progress progress(purpose);
+  std::unique_lock held(lock);
+  while (!ends.wait_for(held, std::chrono::milliseconds(kEveryMs), [this] { return done; })) {
+    progress.Show("(" + std::to_string((Ticks() - begin) / 1000) + " s)");
+  }
 }
 
 }  // namespace TamLogCtl

@@ -2,9 +2,12 @@
 
 // One line on stderr that says how far a long piece of work is. Only on a terminal, and only after a second.
 
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <mutex>
 #include <string>
+#include <thread>
 
 namespace TamLogCtl {
 
@@ -28,6 +31,24 @@ class Progress {
   std::uint64_t next;
   bool terminal;
   bool shown = false;
+};
+
+// Shows while it lives that work without steps is going on, and for how long. A thread does: the work has no
+// time.
+class Busy {
+ public:
+  explicit Busy(std::string purpose);
+  ~Busy();
+  Busy(const Busy&) = delete;
+  Busy& operator=(const Busy&) = delete;
+
+ private:
+  void Run(const std::string& purpose);
+
+  std::mutex lock;
+  std::condition_variable ends;
+  bool done = false;
+  std::thread thread;
 };
 
 }  // namespace TamLogCtl

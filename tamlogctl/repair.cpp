@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <optional>
 
 #include "client/log_file_repair.h"
 #include "client/log_file_writer.h"
@@ -84,8 +85,10 @@ int RepairFile(const RepairVerbOptions& options) {
     Say("--output '" + options.output + "': is the damaged file itself; give another name");
     return kUsage;
   }
+  auto busy = std::make_optional<Busy>("looking through " + options.file);
   std::string bytes;
   if (const Status status = TamLogClient::ReadFileBytes(options.file, bytes); status != Status::Ok) {
+    busy.reset();
     Say(FileProblem(options.file, status));
     return ExitCodeOf(status);
   }
@@ -93,6 +96,7 @@ int RepairFile(const RepairVerbOptions& options) {
   constexpr std::size_t kListed = 20;
   const auto plan = PlanRepair(image, {options.carve, options.unique,
                                        options.all ? std::numeric_limits<std::size_t>::max() : kListed});
+  busy.reset();
   const std::uint64_t found = plan.oldestFirst.size();
   // Nothing is left out for want of room unless a capacity was asked for.
   const std::uint32_t capacity =

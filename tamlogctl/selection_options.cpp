@@ -97,6 +97,18 @@ bool AddTimes(const SelectionOptions& options, MessageSelection& selection) {
   return true;
 }
 
+// What a filter file holds is not looked at: it may.
+bool GoesBeyondAscii(const SelectionOptions& options) {
+  const auto beyond = [](const std::string& text) {
+    return std::any_of(text.begin(), text.end(), [](char byte) { return (byte & 0x80) != 0; });
+  };
+  for (const auto* const list :
+       {&options.sources, &options.excludedSources, &options.patterns, &options.antiPatterns}) {
+    if (std::any_of(list->begin(), list->end(), beyond)) return true;
+  }
+  return !options.filterFiles.empty();
+}
+
 }  // namespace
 
 void DefineSelectionOptions(CLI::App& verb, SelectionOptions& to) {
@@ -137,7 +149,7 @@ std::optional<TextPattern> MakePattern(const std::string& option, const std::str
                 "no regular expression: " + problem + "; add -F to search for it as plain text");
 }
 
-std::optional<MessageSelection> MakeSelection(const SelectionOptions& options) {
+std::optional<MessageSelection> MakeSelection(const SelectionOptions& options, const OutputOptions& output) {
   MessageSelection selection;
   if (!AddSources(options, selection)) return std::nullopt;
   for (const std::string& path : options.filterFiles) {
@@ -149,6 +161,11 @@ std::optional<MessageSelection> MakeSelection(const SelectionOptions& options) {
     selection.SetTypes(*types);
   }
   if (!AddPatterns(options, selection) || !AddTimes(options, selection)) return std::nullopt;
+  if (GoesBeyondAscii(options)) {
+    const auto encoding = MakeEncoding(output);
+    if (!encoding) return std::nullopt;
+    selection.SetEncoding(*encoding);
+  }
   return selection;
 }
 

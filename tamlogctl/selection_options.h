@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "client/message_selection.h"
+#include "tamlogctl/output_options.h"
 
 namespace CLI {
 class App;
@@ -33,8 +34,10 @@ void DefineSelectionOptions(CLI::App& verb, SelectionOptions& to);
 void CheckSelectionOptions(const SelectionOptions& options);
 
 // Nothing, after a word on stderr, when an option's value makes no sense; the exit code is then kUsage. A
-// filter file that cannot be read counts as such a value.
-std::optional<TamLogClient::MessageSelection> MakeSelection(const SelectionOptions& options);
+// filter file that cannot be read counts as such a value. Of `output` the encoding has a meaning here: names
+// and expressions beyond ASCII find what is shown.
+std::optional<TamLogClient::MessageSelection> MakeSelection(const SelectionOptions& options,
+                                                            const OutputOptions& output);
 
 // One pattern of an option as MakeSelection makes them; nothing after a word on stderr.
 std::optional<TamLogClient::TextPattern> MakePattern(const std::string& option, const std::string& text,

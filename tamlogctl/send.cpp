@@ -53,8 +53,7 @@ class Sender {
   LogClient client;
   std::optional<TamLogClient::TimeWords> time;
   std::uint32_t sent = 0;
-  TamLogClient::LogReader reader;  // of --confirm
-  TamLogClient::LogSnapshot snapshot;
+  TamLogClient::LogSnapshot snapshot;  // of --confirm
 };
 
 int Sender::Run() {
@@ -177,6 +176,9 @@ int Sender::Confirm(const LogMessageBody& message) {
   constexpr std::uint64_t kJudgeMs = 400;
   const std::uint64_t start = Ticks();
   bool judged = false;
+  // Not kept for the next message: that may be hours away, and who holds the log over a restart makes the
+  // server go on with the old section.
+  TamLogClient::LogReader reader;
   do {
     Status status = reader.IsOpen() ? Status::Ok : reader.Open();
     if (status == Status::Ok) status = reader.Snapshot(snapshot, options.timeoutMs);

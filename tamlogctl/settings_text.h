@@ -26,9 +26,9 @@ std::string TypesText(std::uint32_t mask);
 std::string SettingsAsText(const SettingsBody& settings, std::optional<std::int32_t> inEffect);
 std::string SettingsAsJson(const SettingsBody& settings, std::optional<std::int32_t> inEffect);
 
-// Reads of a JSON object the keys capacity, poll_ms, save_s and types (a list, or a number of bits); other
-// keys are passed over. Nothing, and `problem`, for what is no such object or has values that the server
-// could not bear.
+// Reads of a JSON object the keys capacity, poll_ms, save_s and types (a list, or a number of bits);
+// capacity_in_effect, which is printed beside them, is passed over. Nothing, and `problem`, for what is no
+// such object, has other keys, or has values that the server could not bear.
 std::optional<SettingsChange> ParseSettings(std::string_view text, std::string& problem);
 
 SettingsBody Changed(SettingsBody settings, const SettingsChange& change);

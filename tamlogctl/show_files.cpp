@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <optional>
 #include <vector>
 
 #include "client/log_file_reader.h"
@@ -10,6 +11,7 @@
 #include "tamlogctl/file_problem.h"
 #include "tamlogctl/newest.h"
 #include "tamlogctl/printer.h"
+#include "tamlogctl/progress.h"
 #include "tamlogctl/reading_position.h"
 #include "tamlogctl/show.h"
 
@@ -39,6 +41,7 @@ std::size_t CountDamaged(const LogSnapshot& snapshot) {
 
 FileLog ReadOne(const ShowOptions& options, const Printer& printer, const std::string& path) {
   FileLog log;
+  auto busy = std::make_optional<Busy>("reading " + path);
   const auto readTail = [&path](std::size_t count, TamLogClient::LogTail& tail) {
     return TamLogClient::ReadLogFileTail(path, count, tail);
   };
@@ -46,6 +49,7 @@ FileLog ReadOne(const ShowOptions& options, const Printer& printer, const std::s
     log.snapshot = std::move(*newest);
   } else {
     LogFileContents contents = TamLogClient::ReadLogFile(path);
+    busy.reset();
     if (contents.status != Status::Ok) {
       Say(FileProblem(path, contents.status, contents.remark));
       log.exitCode = ExitCodeOf(contents.status);
@@ -71,6 +75,7 @@ std::optional<int> CountInFiles(const ShowOptions& options, Printer& printer) {
   int exitCode = kDone;
   for (const std::string& path : options.files) {
     std::size_t damaged = 0;
+    const Busy busy("counting in " + path);
     LogFileScan scan;
     const auto count = [&](const LogMessage& message) {
       if (LogMessageView(message).Damaged()) ++damaged;
@@ -102,7 +107,9 @@ std::optional<int> PrintInOrder(const ShowOptions& options, Printer& printer) {
   const std::string& path = options.files.front();
   LogFileScan scan;
   if (!scan.Open(path)) return std::nullopt;
+  auto busy = std::make_optional<Busy>("reading " + path);
   const auto survey = scan.Survey();
+  busy.reset();
   if (!survey || !survey->inTimeOrder) return std::nullopt;
   if (survey->damaged > 0) SayDamaged(path, survey->damaged);
   int exitCode = survey->damaged > 0 ? kDamaged : kDone;
@@ -115,8 +122,7 @@ std::optional<int> PrintInOrder(const ShowOptions& options, Printer& printer) {
   });
   const bool written = printer.Finish();
   const bool paged = pager.Active();
-  pager.End();
-  if (!written && !paged) return kOutputFailed;
+  if (!pager.End() || (!written && !paged)) return kOutputFailed;
   if (!whole) {
     Say(path + ": it became shorter, or unreadable, while it was shown; its newest messages are missing");
     exitCode = kDamaged;
@@ -150,8 +156,7 @@ int PrintFiles(const ShowOptions& options, Printer& printer, ReadingPosition& po
   printer.PrintLast(messages);
   const bool written = printer.Finish();
   const bool paged = pager.Active();
-  pager.End();
-  if (!written && !paged) return kOutputFailed;
+  if (!pager.End() || (!written && !paged)) return kOutputFailed;
   // With a cursor there is one file.
   const LogSnapshot& last = logs.back().snapshot;
   const bool readable = exitCode == kDone || exitCode == kDamaged;

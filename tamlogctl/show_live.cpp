@@ -60,8 +60,7 @@ int ShowOnce(const ShowOptions& options, Printer& printer, ReadingPosition& posi
   printer.PrintLast(messages);
   const bool written = printer.Finish();
   const bool paged = pager.Active();
-  pager.End();
-  if (!written && !paged) return kOutputFailed;
+  if (!pager.End() || (!written && !paged)) return kOutputFailed;
   if (Interrupted()) return kInterrupted;
   position.ShowCursor(snapshot);
   if (!position.Keep(snapshot)) return kOutputFailed;

@@ -12,6 +12,7 @@
 #include "tamlogctl/console.h"
 #include "tamlogctl/exit_code.h"
 #include "tamlogctl/file_problem.h"
+#include "tamlogctl/progress.h"
 
 namespace TamLogCtl {
 
@@ -205,6 +206,7 @@ std::string AsJson(const StatsCollector& collector, const FormatOptions& shown) 
 
 // A file that is as it should be is counted without holding its messages.
 int CollectFile(const std::string& path, StatsCollector& collector) {
+  const Busy busy("counting " + path);
   TamLogClient::LogFileScan scan;
   StatsCollector before = collector;
   if (scan.Open(path)) {
@@ -254,7 +256,7 @@ void StatsCollector::Finish() {
 }
 
 int ShowStats(const StatsOptions& options) {
-  auto selection = MakeSelection(options.selection);
+  auto selection = MakeSelection(options.selection, options.output);
   if (!selection) return kUsage;
   const auto shown = MakeFormatOptions(options.output);
   if (!shown) return kUsage;

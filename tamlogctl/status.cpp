@@ -171,11 +171,17 @@ Json FilterList(const std::vector<FilterEntry>& filters) {
   return list;
 }
 
-Json TimeAsJson(const std::string& time) {
-  if (time.empty()) return nullptr;
+// As in the format json: an impossible date is null, with its words beside it.
+void AddTime(const char* name, const std::string& time, Json& to) {
+  to[name] = nullptr;
+  if (time.empty()) return;
+  if (time.front() == '!') {
+    to[std::string(name) + "_words"] = Json::parse("[" + time.substr(1) + "]", nullptr, false);
+    return;
+  }
   std::string iso = time;
   if (iso.size() > 10 && iso[10] == ' ') iso[10] = 'T';
-  return iso;
+  to[name] = iso;
 }
 
 std::string AsJson(const Findings& found) {
@@ -185,9 +191,13 @@ std::string AsJson(const Findings& found) {
   if (found.pipe == Status::Ok) {
     json["file"] = found.logFile;
     json["mapping"] = found.mapName;
+    Json types = Json::array();
+    for (std::uint32_t type = 0; type < kMessageTypes; ++type) {
+      if (((found.settings.typeFilter >> type) & 1U) != 0) types.push_back(type);
+    }
     json["settings"] = {{"capacity", found.settings.maxMessage},
                         {"poll_ms", found.settings.devicePollRate},
-                        {"types", found.settings.typeFilter},
+                        {"types", std::move(types)},
                         {"save_s", found.settings.saveRate}};
     json["filters"] = found.filtersKnown ? FilterList(found.filters) : Json(nullptr);
   }
@@ -195,8 +205,8 @@ std::string AsJson(const Findings& found) {
   if (found.log == Status::Ok) {
     json["capacity"] = found.header.maxMessages;
     json["messages"] = found.header.messageCount;
-    json["oldest"] = TimeAsJson(found.oldest);
-    json["newest"] = TimeAsJson(found.newest);
+    AddTime("oldest", found.oldest, json);
+    AddTime("newest", found.newest, json);
     json["change_count"] = found.header.changeCount;
     json["rewrite_count"] = found.header.rewriteCount;
     json["next_sequence"] = found.header.nextSequence;

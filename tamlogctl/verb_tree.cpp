@@ -30,7 +30,9 @@ bool IsChoice(const std::string& word) {
 std::vector<std::string> ChoicesOf(const std::string& text) {
   std::vector<std::string> choices;
   for (const std::string& word : SplitAtBars(text)) {
-    if (IsChoice(word)) choices.push_back(word);
+    if (!IsChoice(word)) continue;
+    const std::size_t sign = word.find('=');  // of "template=TEXT" all but the text
+    choices.push_back(sign == std::string::npos ? word : word.substr(0, sign + 1));
   }
   return choices;
 }

@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <limits>
 #include <nlohmann/json.hpp>
+#include <optional>
 
 #include "client/log_file_verify.h"
 #include "tamlogctl/console.h"
 #include "tamlogctl/exit_code.h"
 #include "tamlogctl/file_problem.h"
 #include "tamlogctl/live_image.h"
+#include "tamlogctl/progress.h"
 
 namespace TamLogCtl {
 
@@ -83,14 +85,16 @@ class Verify {
   explicit Verify(const VerifyVerbOptions& chosen) : options(chosen) {}
 
   void File(const std::string& path) {
+    auto busy = std::make_optional<Busy>("verifying " + path);
     std::string bytes;
     const Status status = TamLogClient::ReadFileBytes(path, bytes);
     if (status != Status::Ok) {
+      busy.reset();
       Say(FileProblem(path, status));
       Worsen(ExitCodeOf(status));
       return;
     }
-    Judge(path, bytes, false);
+    Judge(path, bytes, false, busy);
   }
 
   void Live() {
@@ -100,7 +104,8 @@ class Verify {
       Worsen(code);
       return;
     }
-    Judge("the running server's log", bytes, true);
+    auto busy = std::make_optional<Busy>("verifying");
+    Judge("the running server's log", bytes, true, busy);
   }
 
   int ExitCode() const { return exitCode; }
@@ -109,10 +114,11 @@ class Verify {
   // A file that could not be looked at counts for more than one that is damaged.
   void Worsen(int code) { exitCode = std::max(exitCode, code); }
 
-  void Judge(const std::string& name, const std::string& bytes, bool live) {
+  void Judge(const std::string& name, const std::string& bytes, bool live, std::optional<Busy>& busy) {
     constexpr std::size_t kListed = 20;
     const std::size_t most = options.all ? std::numeric_limits<std::size_t>::max() : kListed;
     const auto report = VerifyLogFile(TamLogClient::LogFileImage(bytes), {most, live});
+    busy.reset();
     if (report.Damage() > 0 || (options.strict && !report.Accepted())) Worsen(kNothingMatched);
     if (options.quiet) return;
     if (!WriteOut(options.json ? JsonOf(name, report) : TextOf(name, report))) Worsen(kOutputFailed);

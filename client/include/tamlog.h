@@ -341,8 +341,8 @@ typedef struct tamlog_log_info {
 } tamlog_log_info;
 
 /* Copies the running server's log. A reader that only takes snapshots holds nothing between its calls; from
- * its first wait or next on it does, and one of the two must be called at least every 250 ms, or the reader
- * closed: a server that stops waits for its readers. `options` may be null. TAMLOG_DAMAGED opens all the
+ * its first wait or next on it does, and has a thread that lets go of the log when the server stops, which
+ * waits for its readers. `options` may be null. TAMLOG_DAMAGED opens all the
  * same. Never end a process or thread that is inside a call: a reader that dies there stops the server's
  * writing. */
 TAMLOG_API tamlog_status TAMLOG_CALL tamlog_reader_open_live(const tamlog_reader_options* options,

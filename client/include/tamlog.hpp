@@ -8,7 +8,7 @@
 //   auto reader = tamlog::Reader::Live();
 //   for (const tamlog::Message& message : reader.Messages()) Show(message);
 //   while (running) {
-//     const auto item = reader.Next(200);                 // at least every 250 ms
+//     const auto item = reader.Next(200);                 // milliseconds
 //     if (item && item->kind == tamlog::ItemKind::Message) Show(item->message);
 //   }
 //
@@ -296,7 +296,7 @@ class Reader {
   static constexpr std::uint32_t kUsualTimeoutMs = 5000;
 
   // The running server's log, copied. Holds nothing between calls until Wait or Next is called; from then on
-  // one of the two has to be called at least every 250 ms.
+  // a thread of its own lets go of the log when the server stops.
   static Reader Live(tamlog_reader_options options = Make<tamlog_reader_options>()) {
     tamlog_reader* opened = nullptr;
     const tamlog_status status = tamlog_reader_open_live(&options, &opened);

@@ -108,6 +108,8 @@ class Help(unittest.TestCase):
                 (["follow", "--file", "a.dat"], "there is no option '--file'"),
                 (["show", "more"], "'more' is one word too many"),
                 (["show", "--file"], "--file: give a value behind it"),
+                (["show", "-n", "1", "-n", "2"], "--lines: is there twice; give it once"),
+                (["show", "-S", "today", "-S", "now"], "--since: is there twice; give it once"),
                 (["filter", "remove", "abc"], "NUMBER: 'abc': expected a number"),
                 (["stats", "--top", "-1"], "--top: Value -1 not in range 0 to 1000000")):
             outcome = run(*words)
@@ -131,6 +133,7 @@ class Help(unittest.TestCase):
                 (["show", "--for", "3"], "--for: is for following"), (["show", "--interval", "50"], "--interval"),
                 (["export", "a.dat", "--log", "-o", "csv"], "--output: cannot be used with --log"),
                 (["export", "a.dat", "--log", "--tz", "utc"], "--tz"),
+                (["send", "--input", "tsv", "-s", "Camera"], "--source: cannot be used with --input tsv"),
                 (["settings", "set", "--capacity", "9", "--backup", "b", "--no-backup"], "excludes")):
             outcome = run(*words)
             self.assertEqual((outcome.returncode, outcome.stdout), (2, ""), words)
@@ -206,6 +209,9 @@ class Completion(unittest.TestCase):
     def test_bash_completes_words_of_values_and_operands(self):
         self.assertEqual(self.bash("filter", "list", "-o", ""), ["text", "tsv", "json"])
         self.assertEqual(self.bash("doctor", "--color", "a"), ["auto", "always"])
+        self.assertEqual(self.bash("show", "-o", "js"), ["json", "json-array"])
+        self.assertEqual(self.bash("export", "a", "--output", "te"), ["template="])
+        self.assertEqual(self.bash("verify", "-o", ""), ["text", "json"])
         self.assertEqual(self.bash("completion", "z"), ["zsh"])
         self.assertEqual(self.bash("server", "start", "--wait", ""), [])
 

@@ -129,6 +129,23 @@ TEST_F(LogStreamTest, GivesMessagesAndEventsInOneStream) {
   EXPECT_EQ(Read(stream, "s"), "C-1s");
 }
 
+// A mapping lives as long as somebody holds it.
+TEST_F(LogStreamTest, LogOfAServerThatStopsIsLetGoAlsoWhenNobodyAsksForTheNextItem) {
+  LogStream stream(Options());
+  ASSERT_EQ(stream.Open(), Status::Ok);
+  const std::string name = shared->MapName();
+  shared->SetRunning(false);
+  shared.reset();
+  const auto isThere = [&name] {
+    return static_cast<bool>(TamLogClient::Handle(OpenFileMappingA(FILE_MAP_READ, FALSE, name.c_str())));
+  };
+  for (const std::uint64_t end = GetTickCount64() + kSoon; isThere() && GetTickCount64() < end;) Sleep(10);
+  EXPECT_FALSE(isThere());
+  Add("d");
+  shared = std::make_unique<SharedLog>(log.Snapshot());
+  EXPECT_EQ(Read(stream, "d"), "SRd");
+}
+
 TEST_F(LogStreamTest, WaitSaysWhatChanged) {
   LogStream stream(Options());
   ASSERT_EQ(stream.Open(), Status::Ok);

@@ -389,6 +389,9 @@ TEST_F(ShowCommand, TerminalsGetAPager) {
       RunOnTerminal("show --file Logs.dat -o cat --no-pager", "PAGER='sed s/message/PAGED/'").find("PAGED"),
       std::string::npos);
   EXPECT_NE(RunOnTerminal("show --file Logs.dat -o cat", "PAGER=").find("message 5"), std::string::npos);
+  const std::string none = RunOnTerminal("show --file Logs.dat; echo code $?", "PAGER=/no/such/pager");
+  EXPECT_NE(none.find("PAGER '/no/such/pager': cannot be started"), std::string::npos) << none;
+  EXPECT_NE(none.find("code 8"), std::string::npos) << none;
   // Who leaves the pager early has seen enough.
   EXPECT_NE(RunOnTerminal("show --file Logs.dat; echo code $?", "PAGER=true").find("code 0"),
             std::string::npos);
@@ -410,6 +413,47 @@ TEST_F(ShowCommand, StatsCountBySourceTypeAndTime) {
     EXPECT_NE(json.out.find(part), std::string::npos) << part << "\n" << json.out;
   }
   EXPECT_EQ(Run("stats --file Missing.dat").exitCode, 3);
+}
+
+TEST_F(ShowCommand, NamesOfTypesAndTheEncodingAreConfiguredByTheEnvironment) {
+  setenv("TAMLOGCTL_TYPE_NAMES", "0=info", 1);
+  setenv("TAMLOGCTL_ENCODING", "latin-1", 1);
+  log.Submit(MakeBody(6000, "gr\xFC\xDF", "Even", 0));
+  log.Flush();
+  Save();
+  EXPECT_EQ(Run("show -n 1 --file Logs.dat").out, "2026-01-01 00:00:06.000 info Even: gr\xC3\xBC\xC3\x9F\n");
+  EXPECT_EQ(Run("show -n 1 --type-names 0=note --encoding ascii --file Logs.dat").out,
+            "2026-01-01 00:00:06.000 note Even: gr\\xfc\\xdf\n");
+  setenv("TAMLOGCTL_TYPE_NAMES", "info", 1);
+  const Outcome bad = Run("show --file Logs.dat");
+  unsetenv("TAMLOGCTL_TYPE_NAMES");
+  unsetenv("TAMLOGCTL_ENCODING");
+  EXPECT_EQ(bad.exitCode, 2);
+  EXPECT_NE(bad.err.find("TAMLOGCTL_TYPE_NAMES 'info'"), std::string::npos) << bad.err;
+}
+
+TEST_F(ShowCommand, LettersBeyondAsciiFindWhatIsShown) {
+  log.Submit(MakeBody(6000, "gr\xFC\xDF", "T\xFCr", 0));              // Latin-1
+  log.Submit(MakeBody(7000, "gr\xC3\xBC\xC3\x9F", "T\xC3\xBCr", 0));  // UTF-8
+  log.Flush();
+  Save();
+  EXPECT_EQ(Run("show --count -g gr\xC3\xBC --file Logs.dat").out, "1\n");
+  EXPECT_EQ(Run("show --count -g gr\xC3\xBC --encoding latin-1 --file Logs.dat").out, "1\n");
+  EXPECT_EQ(Run("show -o json --fields time -s T\xC3\xBCr --encoding latin-1 --file Logs.dat").out,
+            "{\"time\":\"2026-01-01T00:00:06.000\"}\n");
+  EXPECT_EQ(Run("show --count -v gr\xC3\xBC --encoding latin-1 --file Logs.dat").out, "7\n");
+  EXPECT_EQ(Run("show --count -g gr\xFC --file Logs.dat").out, "1\n");  // the bytes themselves
+  EXPECT_EQ(Run("show --count -g 'gr\\xfc' --encoding latin-1 --file Logs.dat").out, "1\n");
+}
+
+TEST_F(ShowCommand, WorkThatTakesMoreThanASecondIsShownOnATerminal) {
+  const auto slowly = [this](const std::string& verb) {
+    return RunOnTerminal("version; { sleep 1.6; cat Logs.dat; } | '" TAMLOGCTL "' " + verb, "");
+  };
+  EXPECT_NE(slowly("verify /dev/stdin").find("verifying /dev/stdin (1 s)"), std::string::npos);
+  const std::string shown = slowly("show -o cat --no-pager --file /dev/stdin");
+  EXPECT_NE(shown.find("reading /dev/stdin (1 s)"), std::string::npos) << shown;
+  EXPECT_NE(shown.find("\rmessage 0\r\n"), std::string::npos) << shown;  // on the line that was taken away
 }
 
 TEST_F(ShowCommand, VerbsThatNeedAServerSayThatThereIsNone) {

@@ -103,6 +103,35 @@ TEST_F(Administration, ChangeOfCapacitySavesTheMessagesAndKeepHandsThemInAgain) 
   Expect("doctor", 0, "ok    section");
 }
 
+// Who holds the log over a restart makes the server go on with the old section, which has the old size.
+TEST_F(Administration, SenderThatConfirmsDoesNotHoldTheLogWhileItWaitsForItsNextLine) {
+  RunService({.maxMessage = 40});
+  ChildProcess sender("\"" + OwnDirectory() + "\\tamlogctl.exe\" send -s Demo --confirm");
+  sender.WriteLine("one");
+  const auto stored = sender.ReadLine(20s);
+  ASSERT_TRUE(stored);
+  EXPECT_NE(stored->find("stored as"), std::string::npos) << *stored;
+  Expect("settings set --capacity 20 --no-backup", 0, "capacity 20 asked for, 20 in effect");
+  sender.WriteLine("two");
+  const auto after = sender.ReadLine(20s);
+  ASSERT_TRUE(after);
+  EXPECT_NE(after->find("stored as"), std::string::npos) << *after;
+  sender.CloseInput();
+  EXPECT_EQ(sender.WaitForEnd(20s), 0U);
+}
+
+TEST_F(Administration, FollowerWhoseOutputIsNotTakenLetsGoOfTheLogAtARestart) {
+  RunService({.maxMessage = 2000});
+  std::string input;
+  for (int i = 0; i < 1500; ++i) input += std::string(250, 'x') + (i < 1499 ? "\n" : "");
+  Expect("send -s Demo", 0, "", input);
+  ASSERT_TRUE(WaitForMessageCount(1500, 20s));
+  ChildProcess follower("\"" + OwnDirectory() + "\\tamlogctl.exe\" follow -n all");
+  ASSERT_TRUE(follower.ReadLine(20s));  // it writes more than a pipe holds, and nobody reads on
+  Expect("settings set --capacity 1000 --no-backup", 0, "capacity 1000 asked for, 1000 in effect");
+  follower.Kill();
+}
+
 // A server does not wait for readers after a change of path: it closes its log and opens it again at once.
 TEST_F(Administration, ChangesOfPathAreSeenWhileTheLogIsNotHeldOpenOverThem) {
   RunService();
@@ -128,6 +157,9 @@ TEST_F(Administration, ServiceIsStoppedStartedAndLookedAt) {
   AdoptService();
   Expect("server state", 0, "running, process ");
   Expect("status", 0, "capacity 100 asked for, 100 in effect");
+  Expect("send --time !2026,13,40,25,0,0,0 -s Demo odd --confirm", 0, "stored as");
+  Expect("status -o json", 0, "\"newest\": null");
+  Expect("status -o json", 0, "\"newest_words\": [");
   Expect("server stop", 0, "the server is stopped");
   Expect("doctor", 3, "fail  service  installed, but stopped");
 }
