@@ -9,6 +9,21 @@ using namespace std::chrono_literals;
 
 class Failure : public SystemTest {
  protected:
+  // The process ends by itself, and says why.
+  void StartThatAborts(const std::string& why) {
+    ServiceControl::Start();
+    std::string diagnostics;
+    ASSERT_TRUE(Eventually(15s, [&] {
+      diagnostics += TakeDiagnostics();
+      return diagnostics.find(" - Aborting\n") != std::string::npos;
+    })) << diagnostics;
+    EXPECT_NE(diagnostics.find(" - An exception has occured in the service's main : " + why),
+              std::string::npos)
+        << diagnostics;
+    ProcessById aborted(ServiceControl::ProcessId());
+    EXPECT_TRUE(Eventually(5s, [&aborted] { return !aborted.Runs("TamLogServer.exe"); }));
+  }
+
   // The server ends while it serves this request: no reply comes.
   void AskForTheEnd(const PipeRequest& request) {
     std::optional<PipeConnection> connection = PipeConnection::Connect(5s);
@@ -27,19 +42,8 @@ TEST_F(Failure, WithoutTheDriverTheServiceDoesNotStart) {
   Settings({});
   InstallService();
   UnloadDriver();
-  ServiceControl::Start();
-  std::string diagnostics;
-  ASSERT_TRUE(Eventually(15s, [&] {
-    diagnostics += TakeDiagnostics();
-    return diagnostics.find(" - Aborting\n") != std::string::npos;
-  })) << diagnostics;
-  EXPECT_NE(diagnostics.find(
-                " - An exception has occured in the service's main : Failed to get access to the Tamlog "
-                "device driver, CreateFile() failed. - Error code : 2 - "),
-            std::string::npos)
-      << diagnostics;
-  ProcessById aborted(ServiceControl::ProcessId());
-  EXPECT_TRUE(Eventually(5s, [&aborted] { return !aborted.Runs("TamLogServer.exe"); }));
+  StartThatAborts(
+      "Failed to get access to the Tamlog device driver, CreateFile() failed. - Error code : 2 - ");
   EXPECT_FALSE(FileExists(LogFile()));
   EXPECT_FALSE(PipeConnection::Connect(200ms));
 
@@ -47,6 +51,22 @@ TEST_F(Failure, WithoutTheDriverTheServiceDoesNotStart) {
   StartService();
   SubmitOverPipe(Message("with a driver it runs", 1));
   ExpectTexts({"with a driver it runs"});
+}
+
+TEST_F(Failure, WithSettingsThatCannotBeReadOrAFileThatCannotBeMadeTheServiceDoesNotStart) {
+  Settings({});
+  InstallService();
+  ServerRegistry::Write("LogFile", "C:\\" + std::string(300, 'p'));
+  StartThatAborts("ReadData() failed - Error code : 234 - ");
+  ServerRegistry::Write("LogFile", R"(C:\no such folder\Logs.dat)");
+  StartThatAborts("Failed to open log file, CreateFile() failed - Error code : 3 - ");
+  ServerRegistry::Write("LogFile", LogFile());
+  ServerRegistry::Write("SaveRate", std::string("more than four bytes"));
+  StartThatAborts("ReadData() failed - Error code : 234 - ");
+  ServerRegistry::Write("SaveRate", 300);
+  StartService();
+  SubmitOverPipe(Message("with these it runs", 1));
+  ExpectTexts({"with these it runs"});
 }
 
 TEST_F(Failure, ADriverThatFailsEveryCallYieldsNoMessagesAndNoEntries) {
@@ -138,4 +158,12 @@ TEST_F(Failure, AnOverlongFilterEndsTheProcessWhenItIsAskedFor) {
   AskForTheEnd(IndexRequest(0));
   StartService();
   EXPECT_EQ(AskForCode(IndexRequest(0)), ReplyCode::NoSuchFilter);
+}
+
+TEST_F(Failure, AnOverlongFilterOfTheRegistryEndsTheProcessWhenItIsAskedFor) {
+  Settings({});
+  ServerRegistry::WriteFilter("Filters0", "e" + std::string(kFilterTextSize, 'f'));
+  InstallService();
+  StartService();
+  AskForTheEnd(IndexRequest(0));
 }
