@@ -46,11 +46,12 @@ constexpr char kTableHead[] =
 
 using Bodies = std::multiset<std::string>;
 
-// Two messages in a ring of three, so that there is a slot that is not in use.
+// Two messages in a ring of three, so that there is a slot that is not in use. The newer one's texts are as
+// long as they may be: the bits of their last byte are the ones without which they do not end.
 std::string SmallFile() {
   TamLogTest::RingModel log(kCapacity);
   log.Submit(TamLogTest::MakeBody(1500, "first", "Stage", 1));
-  log.Submit(TamLogTest::MakeBody(2500, "second", "Laser", 2));
+  log.Submit(TamLogTest::MakeBody(2500, std::string(256, 't'), std::string(256, 's'), 2));
   log.Flush();
   auto snapshot = log.Snapshot();
   snapshot.header.serverRunning = 0;
