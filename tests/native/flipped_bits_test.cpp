@@ -87,7 +87,7 @@ std::string FieldAt(std::size_t offset) {
       "readCount", "serverRunning", "padding",     "messageCount", "maxMessages",
       "nextSlot",  "padding",       "changeCount", "rewriteCount", "nextSequence"};
   if (offset < sizeof(LogFileHeader)) {
-    const auto end = std::upper_bound(ends.begin(), ends.end(), offset);
+    const auto* const end = std::upper_bound(ends.begin(), ends.end(), offset);
     return std::string("header: ") + names.at(static_cast<std::size_t>(end - ends.begin()));
   }
   if (offset < kSlotsOffset) return "lock names";
@@ -214,7 +214,7 @@ TEST(FlippedBits, AreJudgedByTheCheckerAndTheServerAsTheDocumentSays) {
   std::map<std::string, BitRow> rows;
   for (std::size_t bit = 0; bit < whole.size() * 8; ++bit) {
     const std::string field = FieldAt(bit / 8);
-    if (rows.count(field) == 0) order.push_back(field);
+    if (!rows.contains(field)) order.push_back(field);
     TryBit(whole, bodies, bit, rows[field]);
   }
   NativeMachine::Reset();
