@@ -77,6 +77,24 @@ fuzz_pipe() (
   sed -n 's/^pipe: /   /p' build/fuzz-pipe/run.log
 )
 
+# Runs a command so that a signal which reaches this script alone ends it, too.
+child=
+end_child() {
+  [[ -z $child ]] || kill -TERM "$child" 2>/dev/null || true
+  wait
+  exit "$1"
+}
+trap 'end_child 130' INT
+trap 'end_child 143' TERM HUP
+heedful() {
+  local status=0
+  "$@" &
+  child=$!
+  wait "$child" || status=$?
+  child=
+  return "$status"
+}
+
 inputs=0 findings=0 account=''
 add_to_account() {
   inputs=$((inputs + ${2:-0}))
@@ -87,7 +105,7 @@ for target in "${targets[@]}"; do
   if [[ $target == pipe ]]; then
     echo "== pipe, $seconds s"
     status=0
-    fuzz_pipe || status=$?
+    heedful fuzz_pipe || status=$?
     ((status != 2)) || exit 2
     ((status == 0)) || findings=$((findings + 1))
     add_to_account pipe "$(sed -n 's/^pipe: .* \([0-9]*\) requests.*/\1/p' build/fuzz-pipe/run.log)"
@@ -99,7 +117,7 @@ for target in "${targets[@]}"; do
   echo "== $target, $seconds s"
   log=build/fuzz/$target.log
   # The limit for one input is long: a machine that has other things to do may let it wait.
-  if ! "build/fuzz/fuzz/fuzz_$target" -max_total_time="$seconds" -max_len=8192 -timeout=120 -rss_limit_mb=2048 \
+  if ! heedful "build/fuzz/fuzz/fuzz_$target" -max_total_time="$seconds" -max_len=8192 -timeout=120 -rss_limit_mb=2048 \
     -print_final_stats=1 -artifact_prefix="$found/" "$grown" "fuzz/corpus/$target" >"$log" 2>&1; then
     findings=$((findings + 1))
     tail -n 40 "$log" >&2

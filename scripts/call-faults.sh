@@ -11,9 +11,11 @@ of each operation, n = 1, 2, 3 ... until the operation gets through), and those 
 file meets a real fault of the processor. Then counts the call sites of the server's libraries and compares them with
 those that have been failed; scripts/call-sites-not-failed.txt lists the exceptions with their reasons.
 
-By default every call of every operation fails, which takes some minutes; --default fails as many as ./test.sh does.
+By default every call of every operation fails, which takes some minutes; --default fails as many as ./test.sh does,
+which leaves out some call sites.
 
-The last lines are the account. Exit code: 0 when every test passed and every call site is failed or excepted.
+The last lines are the account. Exit code: 0 when every test passed and every call site is failed or excepted (with
+--default: when every test passed), 1 otherwise, 2 for a wrong option or a build that fails.
 TEXT
 }
 
@@ -49,7 +51,7 @@ endurance_run page_faults 600 store_fault_tests.exe '--gtest_filter=*EveryTouch*
 rounds=$(cat "$out"/*_call_sweep_tests.log | grep -c '^call [0-9]*: [A-Za-z_]' || true)
 touches=$(awk '/EveryTouch.IsRepeatedAfterOne/ { one = 1 }
   /EveryTouch.IsRepeatedAfterNine/ { one = 0 } one && /^touches: / { sum += $2 } END { print sum + 0 }' "$out/page_faults.log")
-python3 scripts/call-sites.py "$sites" scripts/call-sites-not-failed.txt || failed=1
+python3 scripts/call-sites.py "$sites" scripts/call-sites-not-failed.txt || [[ -z $all ]] || failed=1
 echo "operations run with a failing call: $rounds"
 echo "mapped touches failed at the 1st, the 9th and the 10th attempt, and for good: $touches"
 exit "$failed"

@@ -17,7 +17,7 @@ endurance_begin() {
   scripts/build.sh windows "$@" >"$endurance_logs/build.log" 2>&1 8>&- ||
     { tail -n 40 "$endurance_logs/build.log" >&2; echo "$name: the build failed" >&2; exit 2; }
   local prefix
-  prefix=$(scripts/wine-prefix.sh "$name" 8>&-)
+  prefix=$(scripts/wine-prefix.sh "$name" 8>&-) || exit 1
   # shellcheck source=scripts/wine-env.sh
   . scripts/wine-env.sh "$prefix"
   trap 'wine_server_stop || echo "processes of $WINEPREFIX are still there" >&2' EXIT

@@ -46,11 +46,12 @@ constexpr char kTableHead[] =
 
 using Bodies = std::multiset<std::string>;
 
-// Two messages in a ring of three, so that there is a slot that is not in use.
+// Two messages in a ring of three, so that there is a slot that is not in use. The newer one's texts are as
+// long as they may be: the bits of their last byte are the ones without which they do not end.
 std::string SmallFile() {
   TamLogTest::RingModel log(kCapacity);
   log.Submit(TamLogTest::MakeBody(1500, "first", "Stage", 1));
-  log.Submit(TamLogTest::MakeBody(2500, "second", "Laser", 2));
+  log.Submit(TamLogTest::MakeBody(2500, std::string(256, 't'), std::string(256, 's'), 2));
   log.Flush();
   auto snapshot = log.Snapshot();
   snapshot.header.serverRunning = 0;
@@ -86,7 +87,7 @@ std::string FieldAt(std::size_t offset) {
       "readCount", "serverRunning", "padding",     "messageCount", "maxMessages",
       "nextSlot",  "padding",       "changeCount", "rewriteCount", "nextSequence"};
   if (offset < sizeof(LogFileHeader)) {
-    const auto end = std::upper_bound(ends.begin(), ends.end(), offset);
+    const auto* const end = std::upper_bound(ends.begin(), ends.end(), offset);
     return std::string("header: ") + names.at(static_cast<std::size_t>(end - ends.begin()));
   }
   if (offset < kSlotsOffset) return "lock names";
@@ -213,7 +214,7 @@ TEST(FlippedBits, AreJudgedByTheCheckerAndTheServerAsTheDocumentSays) {
   std::map<std::string, BitRow> rows;
   for (std::size_t bit = 0; bit < whole.size() * 8; ++bit) {
     const std::string field = FieldAt(bit / 8);
-    if (rows.count(field) == 0) order.push_back(field);
+    if (!rows.contains(field)) order.push_back(field);
     TryBit(whole, bodies, bit, rows[field]);
   }
   NativeMachine::Reset();

@@ -19,6 +19,7 @@ std::atomic<bool> executablePathFails{false};
 std::atomic<bool> executablePathIsLong{false};
 std::atomic<bool> deviceControlThrows{false};
 std::atomic<bool> createThreadFails{false};
+std::atomic<int> keysWithAccessList{0};
 
 namespace {
 
@@ -39,6 +40,7 @@ void Reset() {
   executablePathIsLong = false;
   deviceControlThrows = false;
   createThreadFails = false;
+  keysWithAccessList = 0;
   watchedThread = 0;
 }
 
@@ -58,9 +60,8 @@ int WaitsSeen() {
 namespace {
 
 template <class Function>
-Function Real(const char* name) {
-  return reinterpret_cast<Function>(
-      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("kernel32"), name)));
+Function Real(const char* name, const char* module = "kernel32") {
+  return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA(module), name)));
 }
 
 BOOL WINAPI FakeMoveFileA(LPCSTR from, LPCSTR to) {
@@ -107,6 +108,14 @@ HANDLE WINAPI FakeCreateThread(LPSECURITY_ATTRIBUTES attributes, SIZE_T stack, L
   return Real<decltype(&FakeCreateThread)>("CreateThread")(attributes, stack, start, argument, flags, id);
 }
 
+LSTATUS WINAPI FakeRegCreateKeyExA(HKEY parent, LPCSTR name, DWORD reserved, LPSTR type, DWORD options,
+                                   REGSAM access, const LPSECURITY_ATTRIBUTES security, PHKEY key,
+                                   LPDWORD found) {
+  if (security != nullptr) ++faults::keysWithAccessList;
+  return Real<decltype(&FakeRegCreateKeyExA)>("RegCreateKeyExA", "advapi32")(
+      parent, name, reserved, type, options, access, security, key, found);
+}
+
 DWORD WINAPI FakeWaitForSingleObject(HANDLE handle, DWORD milliseconds) {
   if (GetCurrentThreadId() == faults::watchedThread && faults::failNow.exchange(false)) {
     if (faults::failingWaitThrows) throw ForeignException();
@@ -138,5 +147,6 @@ decltype(&FakeFlushViewOfFile) __imp_FlushViewOfFile = FakeFlushViewOfFile;
 decltype(&FakeGetModuleFileNameA) __imp_GetModuleFileNameA = FakeGetModuleFileNameA;
 decltype(&FakeDeviceIoControl) __imp_DeviceIoControl = FakeDeviceIoControl;
 decltype(&FakeCreateThread) __imp_CreateThread = FakeCreateThread;
+decltype(&FakeRegCreateKeyExA) __imp_RegCreateKeyExA = FakeRegCreateKeyExA;
 decltype(&FakeWaitForSingleObject) __imp_WaitForSingleObject = FakeWaitForSingleObject;
 }

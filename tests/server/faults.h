@@ -28,6 +28,9 @@ extern std::atomic<bool> deviceControlThrows;  // ForeignException
 
 extern std::atomic<bool> createThreadFails;  // error 8
 
+// Keys of the registry that were opened or made with security attributes.
+extern std::atomic<int> keysWithAccessList;
+
 // Locks (TamLogUtil::Mutex) that the calling thread takes: counted from now on; the wait for number `number`
 // (from 1), which has to be free, fails with error 6 or, when told so, throws ForeignException. 0: none
 // fails.

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/server/faults.h"
 #include "tests/server/support.h"
 #include "util/exceptions.h"
 #include "util/win32.h"
@@ -32,6 +33,15 @@ using namespace registry;
 TEST_F(RegistryKeyTest, CreatesAMissingKeyWithItsParents) {
   const RegistryKey key(kMainKey);
   EXPECT_TRUE(KeyExists(kMainKey));
+}
+
+// They are open to whom the keys above them are open. The test machine's system keeps no list of a key that
+// could be read back, so what is handed to the call is looked at.
+TEST_F(RegistryKeyTest, KeysAreMadeWithoutAnAccessListOfTheirOwn) {
+  faults::Reset();
+  const RegistryKey key(kMainKey);
+  const RegistryKey filters(key, "Filters");
+  EXPECT_EQ(faults::keysWithAccessList, 0);
 }
 
 TEST_F(RegistryKeyTest, OpensAnExistingKeyAsItIs) {

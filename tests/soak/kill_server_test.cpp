@@ -38,6 +38,8 @@ constexpr auto kHeldUp = 500ms;
 // next: cut off in between, it has written over some that it has not written anew. How far back that may
 // reach: late messages, and a flush that was held up.
 constexpr Moment kMovedAtMost = 3'000'000;
+// Of all messages. It is rare: what is missing more often than that has another cause.
+constexpr std::uint64_t kMovedShare = 100;
 constexpr int kWritingMicroseconds = 2000;
 constexpr std::uint32_t kPollMs = 100;
 // More than is taken between two kills, so that nothing is overwritten before it was looked for; full after a
@@ -359,18 +361,25 @@ class KilledServer : public SystemTest {
       ++messages[number];
       oldest = std::max(oldest, age);
     }
+    std::uint64_t Sum() const {
+      std::uint64_t sum = 0;
+      for (const auto& [kill, count] : messages) sum += count;
+      return sum;
+    }
     std::string Text() const {
       std::uint64_t most = 0;
-      std::uint64_t sum = 0;
-      for (const auto& [kill, count] : messages) {
-        most = std::max(most, count);
-        sum += count;
-      }
+      for (const auto& [kill, count] : messages) most = std::max(most, count);
       return "at most " + std::to_string(most) + " messages (" +
-             std::to_string(sum / std::max<std::size_t>(1, messages.size())) +
+             std::to_string(Sum() / std::max<std::size_t>(1, messages.size())) +
              " on average), the oldest taken " + std::to_string(oldest / 1000) + " ms before";
     }
   };
+
+  static void ExpectRare(const Cost& moved, std::uint64_t sent) {
+    EXPECT_LE(moved.Sum() * kMovedShare, sent)
+        << moved.Sum() << " messages are missing that had to be in the file before a kill: too many to have "
+        << "been moved just then";
+  }
 
   std::string CostText(const std::vector<Sent>& all, Account& account, const HeaderWatch& watch) const {
     const Judge judge(watch.Looks(), interruptions, {});
@@ -392,6 +401,7 @@ class KilledServer : public SystemTest {
       if (verdict != Verdict::PendingAtRestart || kill == interruptions.end()) continue;
       (causes[number] == When::Writing ? heldUp : usual).Add(number, kill->from - message.answered);
     }
+    ExpectRare(moved, all.size());
     std::cout << "note: messages of the file that a flush was moving when it was cut off: "
               << moved.messages.size() << " kills cost " << moved.Text() << "\n";
     return "messages not written yet: a kill cost " + usual.Text() +

@@ -435,6 +435,17 @@ TEST_F(Faults, BothFlushesToDiskAreAskedForTheWholeFile) {
   EXPECT_EQ(TakeFlushedSize(), 240U + 560U * 10U);
 }
 
+// It is open to whom its directory opens it. The test machine's system keeps no list of a file that could be
+// read back, so what is handed to the call is looked at.
+TEST_F(Faults, TheLogFileIsOpenedAndMadeWithoutAnAccessListOfItsOwn) {
+  server.emplace(&configuration, &configLock);
+  DeleteFileA(configuration.logFile.c_str());
+  Open();
+  Close();
+  Open();
+  EXPECT_EQ(FilesWithAccessList(), 0);
+}
+
 TEST_F(Faults, NamedObjectsThatCannotBeCreatedAreReported) {
   EXPECT_EQ(CallCensus(
                 "CreateEventA", [&] { FreshServer(); }, [&] { Open(); }, [&] { OpenAgain(); }),

@@ -16,6 +16,7 @@ std::atomic<DWORD> failingError = 0;
 std::atomic<bool> met = false;
 std::atomic<void*> lastView = nullptr;
 std::atomic<std::uint64_t> flushedSize = 0;
+std::atomic<int> filesWithAccessList = 0;
 
 std::atomic<DWORD> mappedThread = 0;
 std::atomic<int> firstFailing = 0;
@@ -51,6 +52,7 @@ HANDLE WINAPI FakeCreateFile(LPCSTR name, DWORD access, DWORD share, LPSECURITY_
     SetLastError(failingError);
     return INVALID_HANDLE_VALUE;
   }
+  if (security != nullptr) ++filesWithAccessList;
   return Real<decltype(&CreateFileA)>("CreateFileA")(name, access, share, security, how, flags, pattern);
 }
 
@@ -208,6 +210,10 @@ void WorkAgain() {
 
 void* LastView() {
   return lastView;
+}
+
+int FilesWithAccessList() {
+  return filesWithAccessList;
 }
 
 std::uint64_t TakeFlushedSize() {

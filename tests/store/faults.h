@@ -40,6 +40,9 @@ void WorkAgain();
 // The last view that was mapped.
 void* LastView();
 
+// How many files were opened or made with security attributes.
+int FilesWithAccessList();
+
 // The size of the last flush of a view to disk since this was asked; 0 when there was none.
 std::uint64_t TakeFlushedSize();
 

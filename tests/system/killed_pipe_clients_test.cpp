@@ -1,6 +1,6 @@
 // Clients of the pipes that are ended from outside: between their two opens, inside a request, before they
-// have read a reply, and at random moments. The server goes on, and keeps nothing of them. TAMLOG_KILLS sets
-// the number of those at random moments.
+// have read a reply and inside it, and at random moments. The server goes on, and keeps nothing of them.
+// TAMLOG_KILLS sets the number of those at random moments.
 
 #include <algorithm>
 #include <cstdlib>
@@ -95,6 +95,20 @@ TEST_F(KilledPipeClients, BeforeItReadsAReplyOnesMessagesAreStoredOnceEach) {
   std::ranges::reverse(texts);
   ASSERT_LE(texts.size(), 3U);
   for (std::size_t i = 0; i < texts.size(); ++i) EXPECT_EQ(texts[i], "unread " + std::to_string(i));
+  ExpectHandles(handles);
+}
+
+TEST_F(KilledPipeClients, InsideAReplyOneEndsOnlyItsOwnConnectionAndItsMessageIsStored) {
+  RunService();
+  std::optional<PipeConnection> other = PipeConnection::Connect(5s);
+  ASSERT_TRUE(other);
+  const std::size_t handles = HandlesOfAWarmServer();
+  for (const std::size_t bytes : {std::size_t{1}, std::size_t{4}, sizeof(PipeReply) - 1}) {
+    KillClient("within " + std::to_string(bytes), "read");
+    EXPECT_EQ(other->AskForCode(RequestOf(RequestCode::Ping)), ReplyCode::Alive) << bytes;
+    EXPECT_TRUE(IsServed(5s)) << bytes;
+  }
+  ExpectTexts({"within", "within", "within"});
   ExpectHandles(handles);
 }
 

@@ -244,7 +244,9 @@ TEST_F(PipeFuzz, TheServiceLivesAndServesOthersWhateverComesOverThePipes) {
   }
   int served = 0;
   for (const auto end = Clock::now() + std::chrono::seconds(seconds); Clock::now() < end;) {
-    if (!IsServed()) break;
+    const bool isServed = IsServed();
+    EXPECT_TRUE(isServed) << "another client was not served for 30 s";
+    if (!isServed) break;
     ++served;
     std::this_thread::sleep_for(50ms);
   }

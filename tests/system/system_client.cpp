@@ -4,6 +4,7 @@
 //   half      has opened the request pipe and not the reply pipe; prints "half"
 //   part N    has written the first N bytes of a request that hands in a message; prints "written"
 //   unread N  has handed in N messages and read no reply; prints "sent"
+//   within N  has handed in a message and read the first N bytes of the reply; prints "read"
 //   asking    prints "asking" and hands in messages without pause until it is killed
 //
 // Exit code 0, 1 for a fault that it prints, 2 for a wrong command line.
@@ -19,6 +20,7 @@
 
 #include "tests/support/pipe_client.h"
 #include "tests/system/pipe_connection.h"
+#include "util/win32.h"
 
 namespace {
 
@@ -76,6 +78,23 @@ void Unread(int messages) {
   WaitToBeTold();
 }
 
+void Within(std::size_t bytes) {
+  PipeClient client;
+  Connect(client);
+  if (!client.Send(SubmitRequest(MakeMessage("within")))) throw std::runtime_error("not sent");
+  std::vector<char> part(std::min(bytes, sizeof(PipeReply) - 1));
+  OVERLAPPED operation{};
+  operation.hEvent = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+  DWORD read = 0;
+  ReadFile(client.ReplyPipe(), part.data(), static_cast<DWORD>(part.size()), nullptr, &operation);
+  const BOOL whole = GetOverlappedResult(client.ReplyPipe(), &operation, &read, TRUE);
+  if (whole != FALSE || GetLastError() != ERROR_MORE_DATA || read != part.size()) {
+    throw std::runtime_error("no part of a reply: error " + std::to_string(GetLastError()));
+  }
+  Say("read");
+  WaitToBeTold();
+}
+
 void Asking() {
   Say("asking");
   for (;;) {
@@ -94,10 +113,12 @@ int Run(const std::vector<std::string>& words) {
     Part(std::stoul(words[1]));
   } else if (mode == "unread" && words.size() == 2) {
     Unread(std::stoi(words[1]));
+  } else if (mode == "within" && words.size() == 2) {
+    Within(std::stoul(words[1]));
   } else if (mode == "asking" && words.size() == 1) {
     Asking();
   } else {
-    Say("usage: system_client half | part BYTES | unread MESSAGES | asking");
+    Say("usage: system_client half | part BYTES | unread MESSAGES | within BYTES | asking");
     return 2;
   }
   return 0;
