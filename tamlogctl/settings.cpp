@@ -118,6 +118,19 @@ std::string ToUtf8(const std::string& bytes) {
   return utf8;
 }
 
+// A path was stored and the file has not been moved there yet.
+bool MoveIsPending(LogClient& client) {
+  std::string path;
+  return LookAtKeptTexts().path < kEndsServer && client.GetLogFile(path) == Status::Ok && !FileExists(path);
+}
+
+// A restart that moves the file waits for no reader: one that does not see it in time keeps the old section,
+// and a server that has to make that smaller stays stopped. So the file is moved by a restart of its own.
+int MoveFirst(LogClient& client, const SettingsBody& present) {
+  Say("the log is moved to its new path first, with a restart of its own");
+  return Apply(client, present, true);
+}
+
 int ShowPath(LogClient& client) {
   if (LookAtKeptTexts().path >= kEndsServer) {
     Say("the stored path is so long that the server would end if it were asked for it");
@@ -159,6 +172,9 @@ int SetSettings(const SettingsOptions& options) {
   }
   if (wanted.typeFilter == 0) Say("warning: with no type switched on every message is dropped");
   if (!WaitForFlush()) return kInterrupted;
+  if (resizes && static_cast<std::uint32_t>(*inEffect) == present.maxMessage && MoveIsPending(client)) {
+    if (const int exitCode = MoveFirst(client, present); exitCode != kDone) return exitCode;
+  }
   LogSnapshot before;
   if (resizes) {
     if (const int exitCode = Save(options, before); exitCode != kDone) return exitCode;

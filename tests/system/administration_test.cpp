@@ -132,6 +132,19 @@ TEST_F(Administration, FollowerWhoseOutputIsNotTakenLetsGoOfTheLogAtARestart) {
   follower.Kill();
 }
 
+TEST_F(Administration, StoredPathIsAppliedBeforeACapacityThatAFollowerCouldHoldUp) {
+  RunService({.maxMessage = 400});
+  Expect("send -s Demo one", 0, "");
+  ASSERT_TRUE(WaitForMessageCount(1, 10s));
+  ChildProcess follower("\"" + OwnDirectory() + "\\tamlogctl.exe\" follow");
+  ASSERT_TRUE(follower.ReadLine(20s));
+  const std::string path = ScratchFile("moved.dat");
+  Expect("settings path \"" + path + "\"", 0, "stored");
+  Expect("settings set --capacity 200 --no-backup", 0, "capacity 200 asked for, 200 in effect");
+  Expect("settings path", 0, path);
+  follower.Kill();
+}
+
 // A server does not wait for readers after a change of path: it closes its log and opens it again at once.
 TEST_F(Administration, ChangesOfPathAreSeenWhileTheLogIsNotHeldOpenOverThem) {
   RunService();
