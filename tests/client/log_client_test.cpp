@@ -9,12 +9,30 @@
 #include <vector>
 
 #include "client/handle.h"
+#include "client/pipe_examiner.h"
 #include "client/tsv_text.h"
 #include "client/win32.h"
 #include "tests/client/ring_model.h"
 #include "tests/client/test_server.h"
+#include "tests/support/real_call.h"
 
 namespace {
+
+// How pipes were opened, by whomever in this program.
+std::atomic<int> pipeOpens{0};
+std::atomic<int> opensThatLendTheName{0};
+
+HANDLE WINAPI WatchedCreateFile(LPCSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
+                                DWORD how, DWORD flags, HANDLE pattern) {
+  constexpr DWORD kNameOnly = SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION;
+  constexpr DWORD kLevel = SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION | SECURITY_IMPERSONATION;
+  if (name != nullptr && std::strncmp(name, R"(\\.\pipe\)", 9) == 0) {
+    ++pipeOpens;
+    if ((flags & (kLevel | SECURITY_DELEGATION)) != kNameOnly) ++opensThatLendTheName;
+  }
+  return TestSupport::RealCall<decltype(&CreateFileA)>("kernel32", "CreateFileA")(
+      name, access, share, security, how, flags, pattern);
+}
 
 using TamLogClient::FilterEntry;
 using TamLogClient::Handle;
@@ -122,6 +140,19 @@ TEST_F(LogClientTest, RequestsAreWholeRecordsWithTheirFieldsInPlace) {
   EXPECT_EQ(requests[3].settings.devicePollRate, 20U);
   EXPECT_EQ(requests[4].code, 10U);
   EXPECT_EQ(requests[5].code, 13U);
+}
+
+// The other end learns who we are, and can do nothing in our name.
+TEST_F(LogClientTest, NoPipeIsOpenedSoThatTheOtherEndCouldActInOurName) {
+  Serve();
+  pipeOpens = 0;
+  opensThatLendTheName = 0;
+  EXPECT_EQ(client->Ping(), Status::Ok);
+  EXPECT_GE(pipeOpens, 2);
+  const int before = pipeOpens;
+  TamLogClient::FreeListener(server->PipeName());
+  EXPECT_GT(pipeOpens, before);
+  EXPECT_EQ(opensThatLendTheName, 0);
 }
 
 TEST_F(LogClientTest, WhatWouldHarmTheServerIsNotSent) {
@@ -256,3 +287,7 @@ TEST_F(LogClientTest, ThreadsTakeTurns) {
 }
 
 }  // namespace
+
+extern "C" {
+decltype(&CreateFileA) __imp_CreateFileA = WatchedCreateFile;
+}
