@@ -16,11 +16,15 @@ using TamLogClient::Status;
 
 }  // namespace
 
-std::string FileProblem(const std::string& path, Status status, const std::string& remark) {
+std::string ProblemOf(const std::string& path, Status status, const std::string& remark) {
   std::error_code ignored;
-  if (status == Status::Damaged && !remark.empty()) return path + ": " + remark + "; see: tamlogctl verify";
-  if (fs::is_directory(PathOf(path), ignored)) return path + ": is a directory; name a file in it";
-  return path + ": " + StatusText(status);
+  if (status == Status::Damaged && !remark.empty()) return remark + "; see: tamlogctl verify";
+  if (fs::is_directory(PathOf(path), ignored)) return "is a directory; name a file in it";
+  return StatusText(status);
+}
+
+std::string FileProblem(const std::string& path, Status status, const std::string& remark) {
+  return path + ": " + ProblemOf(path, status, remark);
 }
 
 void SayDamaged(const std::string& path, std::size_t damaged) {

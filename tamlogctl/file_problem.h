@@ -9,7 +9,10 @@
 
 namespace TamLogCtl {
 
-// `path` and why it could not be read. For a damaged one `remark` says what is wrong with it.
+// Why the file could not be read. For a damaged one `remark` says what is wrong with it.
+std::string ProblemOf(const std::string& path, TamLogClient::Status status, const std::string& remark = {});
+
+// The same with `path` in front.
 std::string FileProblem(const std::string& path, TamLogClient::Status status, const std::string& remark = {});
 
 // Says on stderr that so many messages of the file break a rule.

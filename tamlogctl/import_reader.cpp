@@ -155,7 +155,7 @@ ImportSource ReadImport(const std::string& path, const std::string& format) {
   ImportSource source;
   std::string bytes;
   if (const auto status = TamLogClient::ReadFileBytes(path, bytes); status != TamLogClient::Status::Ok) {
-    source.problem = FileProblem(path, status).substr(path.size() + 2);
+    source.problem = ProblemOf(path, status);
     source.exitCode = ExitCodeOf(status);
     return source;
   }
