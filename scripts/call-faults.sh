@@ -35,7 +35,6 @@ root=$PWD
 
 sweeps=(util_call_sweep_tests store_call_sweep_tests pipe_call_sweep_tests server_call_sweep_tests)
 out=$root/build/call-faults
-rm -f "$out"/*
 endurance_begin call-faults TamLogServer tamlog store_fault_tests "${sweeps[@]}"
 
 sites=$out/sites.txt
