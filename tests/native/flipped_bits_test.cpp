@@ -1,6 +1,6 @@
 // Every bit of a small log file flipped in turn: which rule notices it, what the real opening of the file
 // then does, at this start and at the next one, and what the checker and the repair make of it. The table
-// that comes out is that of docs/damage_census.md, and is compared with it; TAMLOG_CENSUS_FILES in the
+// that comes out is that of docs/damage_table.md, and is compared with it; TAMLOG_DAMAGE_FILES in the
 // environment prints it.
 
 #include <gtest/gtest.h>
@@ -195,7 +195,7 @@ std::string TextOf(const std::string& field, const BitRow& row) {
 }
 
 std::vector<std::string> TableOfTheDocument() {
-  std::ifstream document(CENSUS_DOCUMENT);
+  std::ifstream document(DAMAGE_DOCUMENT);
   std::vector<std::string> lines;
   bool inTable = false;
   for (std::string line; std::getline(document, line);) {
@@ -220,8 +220,8 @@ TEST(FlippedBits, AreJudgedByTheCheckerAndTheServerAsTheDocumentSays) {
   NativeMachine::Reset();
   std::vector<std::string> table{kTableHead, "|---|---|---|---|---|---|---|"};
   for (const std::string& field : order) table.push_back(TextOf(field, rows[field]));
-  EXPECT_EQ(TableOfTheDocument(), table) << "of " << CENSUS_DOCUMENT;
-  if (std::getenv("TAMLOG_CENSUS_FILES") == nullptr) return;
+  EXPECT_EQ(TableOfTheDocument(), table) << "of " << DAMAGE_DOCUMENT;
+  if (std::getenv("TAMLOG_DAMAGE_FILES") == nullptr) return;
   for (const std::string& line : table) std::printf("%s\n", line.c_str());
 }
 
