@@ -1,4 +1,4 @@
-// How much of damaged log files comes back. Run by hand it prints the first table of docs/damage_table.md
+// How much of damaged log files is recovered. Run by hand it prints the first table of docs/damage_table.md
 // (tests/native/flipped_bits_test.cpp has the second one):
 //
 //   TAMLOG_DAMAGE_FILES=20000 rescue_native_tests --gtest_filter='DamageTable*'
@@ -102,8 +102,8 @@ TEST(DamageTable, EveryIntactMessageComesBackOutOfFilesDamagedAtRandom) {
   const int files = FilesOfEachDamage();
   if (Printing()) {
     std::printf(
-        "| Damage | Files | Kept by a server | Messages | Intact | Saved | Saved with --carve | "
-        "Files with all that was intact |\n|---|---|---|---|---|---|---|---|\n");
+        "| Damage | Files | Kept | Messages | Intact | Saved | Carved | Whole "
+        "|\n|---|---|---|---|---|---|---|---|\n");
   }
   for (std::size_t i = 0; i < TamLogTest::kDamages; ++i) {
     const auto damage = static_cast<Damage>(i);
