@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "bench/turns.h"
-#include "store/log_file_format.h"
+#include "records/log_file_format.h"
 
 namespace {
 

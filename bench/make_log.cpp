@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "bench/messages.h"
-#include "store/log_file_format.h"
+#include "records/log_file_format.h"
 
 namespace {
 

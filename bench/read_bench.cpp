@@ -22,9 +22,9 @@
 #include "bench/bench_store.h"
 #include "bench/marks.h"
 #include "bench/turns.h"
-#include "client/log_reader.h"
-#include "client/log_snapshot.h"
-#include "client/log_tail.h"
+#include "client/live/log_reader.h"
+#include "client/log/log_snapshot.h"
+#include "client/log/log_tail.h"
 #include "util/win32.h"
 
 namespace {

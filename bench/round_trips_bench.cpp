@@ -20,8 +20,8 @@
 #include "bench/marks.h"
 #include "bench/messages.h"
 #include "bench/turns.h"
-#include "client/log_client.h"
-#include "pipe/pipe_protocol.h"
+#include "client/live/log_client.h"
+#include "records/pipe_protocol.h"
 #include "util/win32.h"
 
 namespace {

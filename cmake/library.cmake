@@ -3,9 +3,12 @@
 
 # Raised together with TAMLOG_ABI of tamlog.h; the name of the shared library carries it where names do.
 set(tamlog_abi 1 CACHE INTERNAL "number of the binary interface")
-set(tamlog_objects $<TARGET_OBJECTS:tamlog_client> $<TARGET_OBJECTS:tamlog_file_scan> $<TARGET_OBJECTS:tamlog_sender>)
+set(tamlog_objects)
+foreach(room ${client_rooms})
+  list(APPEND tamlog_objects $<TARGET_OBJECTS:${room}>)
+endforeach()
 set(tamlog_include ${PROJECT_SOURCE_DIR}/client/include)
-set_target_properties(tamlog_client tamlog_file_scan tamlog_sender PROPERTIES POSITION_INDEPENDENT_CODE ON)
+set_target_properties(${client_rooms} PROPERTIES POSITION_INDEPENDENT_CODE ON)
 
 add_library(tamlog_static STATIC ${tamlog_objects})
 add_library(tamlog_shared SHARED ${tamlog_objects})

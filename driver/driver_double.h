@@ -16,7 +16,7 @@
 #include <string>
 
 #include "driver/tamlog_driver_control.h"
-#include "store/log_file_format.h"
+#include "records/log_file_format.h"
 
 // A system call failed. what() names the call, the subject, the error's number and the system's text for it.
 class DriverDoubleError : public std::runtime_error {

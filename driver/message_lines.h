@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "store/log_file_format.h"
+#include "records/log_file_format.h"
 
 // A line that is no message; what() names the fault, without the line's number.
 class MessageLineError : public std::runtime_error {

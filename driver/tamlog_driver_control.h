@@ -12,7 +12,7 @@
 
 #include <stdint.h>
 
-/* One message in the sender's form, see store/log_file_format.h (`LogMessageBody`). */
+/* One message in the sender's form, see records/log_file_format.h (`LogMessageBody`). */
 #define TAMLOG_MESSAGE_SIZE 546u
 
 /* Hands over the oldest message of the queue, TAMLOG_MESSAGE_SIZE bytes. Fails when the queue is empty, when

@@ -1,6 +1,6 @@
 // Any bytes as a cursor that was pasted back: what is read is written as it was.
 
-#include "client/cursor.h"
+#include "client/log/cursor.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "fuzz/input.h"
-#include "store/log_file_format.h"
+#include "records/log_file_format.h"
 #include "store/message_filter.h"
 #include "store/pending_list.h"
 #include "store/server_configuration.h"

@@ -12,7 +12,7 @@
 #include <exception>
 #include <string>
 
-#include "client/log_file_verify.h"
+#include "client/file/log_file_verify.h"
 #include "fuzz/input.h"
 #include "store/message_file_server.h"
 #include "store/server_configuration.h"

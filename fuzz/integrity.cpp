@@ -7,7 +7,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "client/log_file_verify.h"
+#include "client/file/log_file_verify.h"
 #include "store/integrity.h"
 
 namespace {

@@ -8,10 +8,10 @@
 #include <string>
 #include <string_view>
 
-#include "client/log_file_repair.h"
-#include "client/log_file_verify.h"
-#include "client/log_message_view.h"
-#include "client/log_snapshot.h"
+#include "client/file/log_file_repair.h"
+#include "client/file/log_file_verify.h"
+#include "client/log/log_snapshot.h"
+#include "client/message/log_message_view.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "pipe/pipe_protocol.h"
+#include "records/pipe_protocol.h"
 #include "server/registry_key.h"
 #include "server/server_service.h"
 

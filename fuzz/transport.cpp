@@ -17,7 +17,7 @@
 #include "pipe/connection.h"
 #include "pipe/message_handler.h"
 #include "pipe/pipe_calls.h"
-#include "pipe/pipe_protocol.h"
+#include "records/pipe_protocol.h"
 #include "tests/native/machine.h"
 #include "tests/native/pipes.h"
 #include "util/native_handle.h"

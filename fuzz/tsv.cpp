@@ -6,10 +6,11 @@
 #include <string>
 #include <string_view>
 
-#include "client/message_formatter.h"
-#include "client/message_selection.h"
-#include "client/time_text.h"
-#include "client/tsv_text.h"
+#include "client/format/message_formatter.h"
+#include "client/format/tsv_text.h"
+#include "client/message/message_body.h"
+#include "client/message/time_text.h"
+#include "tamlogctl/select/message_selection.h"
 
 namespace {
 

@@ -14,7 +14,7 @@
 #include "pipe/connection_rules.h"
 #include "pipe/message_handler.h"
 #include "pipe/overlap.h"
-#include "pipe/pipe_protocol.h"
+#include "records/pipe_protocol.h"
 #include "util/native_handle.h"
 #include "util/sync.h"
 #include "util/thread.h"

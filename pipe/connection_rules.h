@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "pipe/pipe_protocol.h"
+#include "records/pipe_protocol.h"
 
 enum class AfterFailedRead {
   EndConnection,      // the client is gone

@@ -6,8 +6,8 @@
 
 #include "pipe/connection.h"
 #include "pipe/pipe_calls.h"
-#include "pipe/pipe_protocol.h"
 #include "pipe/security_attributes.h"
+#include "records/pipe_protocol.h"
 #include "util/clock.h"
 #include "util/exceptions.h"
 

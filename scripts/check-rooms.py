@@ -5,8 +5,9 @@ usage: scripts/check-rooms.py [--self-test] [ROOT]
 
 Prints `file:line: reason` for each include that breaks a rule and exits with 1. The rules:
   - a file includes only rooms (folders) that its own room may use;
+  - no file includes itself, directly or through others;
   - windows.h comes in through util/win32.h only, and that is included by sources only, never by headers;
-  - rooms of the server and the client library use the standard library and the Windows API, nothing else;
+  - the rooms of the server and the client library use the standard library and the Windows API, nothing else;
   - pure files (the PURE sections of the CMake files) and all they include need the standard library only.
 --self-test checks that the checker notices a known breach of each rule.
 """
@@ -16,40 +17,54 @@ import re
 import sys
 import tempfile
 
-# Who may use whom. A room may always use itself.
+# Who may use whom. A room may always use itself. The rooms of the server, ...
+SERVER = ["records", "util", "pipe/security", "store", "pipe", "server"]
+# ... of the client library (each may use what stands left of it, but file, format and live never each other), ...
+CLIENT = ["client/message", "client/log", "client/file", "client/format", "client/live", "client/c"]
+# ... and of the command line (read and server never each other).
+TOOL = ["tamlogctl/base", "tamlogctl/select", "tamlogctl/server", "tamlogctl/read", "tamlogctl/commands"]
+
 MAY_USE = {
-    "records": set(),
-    "util": set(),
-    "security": {"util"},
-    "store": {"util", "security", "records"},
-    "pipe": {"util", "security", "records"},
-    "server": {"util", "security", "records", "store", "pipe"},
-    "client": {"records"},
-    "tamlogctl": {"client", "records"},
-    "driver": {"records"},
-    "tests": {"records", "util", "security", "store", "pipe", "server", "client", "tamlogctl", "driver"},
-    "fuzz": {"records", "util", "security", "store", "pipe", "server", "client", "tests"},
-    "bench": {"records", "util", "security", "store", "pipe", "server", "client", "driver", "tests"},
+    "records": [],
+    "util": [],
+    "pipe/security": ["util"],
+    "store": ["util", "pipe/security", "records"],
+    "pipe": ["util", "pipe/security", "records"],
+    "server": SERVER,
+    "client/message": ["records"],
+    "client/log": ["records", "client/message"],
+    "client/file": ["records", "client/message", "client/log"],
+    "client/format": ["records", "client/message", "client/log"],
+    "client/live": ["records", "client/message", "client/log"],
+    "client/c": ["records", "client/include", *CLIENT],
+    "client/include": [],
+    "tamlogctl/base": ["records", *CLIENT],
+    "tamlogctl/select": ["records", *CLIENT, "tamlogctl/base"],
+    "tamlogctl/server": ["records", *CLIENT, "tamlogctl/base"],
+    "tamlogctl/read": ["records", *CLIENT, "tamlogctl/base", "tamlogctl/select"],
+    "tamlogctl/commands": ["records", *CLIENT, *TOOL],
+    "driver": ["records"],
+    "tests": [*SERVER, *CLIENT, *TOOL, "driver"],
+    "fuzz": [*SERVER, *CLIENT, *TOOL, "tests"],
+    "bench": [*SERVER, *CLIENT, "driver", "tests"],
 }
 
-# Small rooms of their own inside a larger one's folder: they keep the graph free of circles.
+# A room of its own inside the folder of another: the store uses it too, and never the transport.
 FILES_OF_SMALL_ROOMS = {
-    "store/log_file_format.h": "records",
-    "pipe/pipe_protocol.h": "records",
-    "pipe/security_attributes.h": "security",
-    "pipe/security_attributes.cpp": "security",
-    "pipe/access_list.h": "security",
-    "pipe/access_list.cpp": "security",
+    "pipe/security_attributes.h": "pipe/security",
+    "pipe/security_attributes.cpp": "pipe/security",
+    "pipe/access_list.h": "pipe/security",
+    "pipe/access_list.cpp": "pipe/security",
 }
 
 # The way windows.h comes in, for every room. The client library, which uses nothing of util, has one of its own.
-WIN32_HEADERS = ("util/win32.h", "client/win32.h")
+WIN32_HEADERS = ("util/win32.h", "client/message/win32.h")
 
 # Header files that must be pure although no CMake file names them.
 PURE_HEADERS = [
-    "store/log_file_format.h",
+    "records/log_file_format.h",
+    "records/pipe_protocol.h",
     "store/server_configuration.h",
-    "pipe/pipe_protocol.h",
     "util/thread_annotations.h",
     "driver/tamlog_driver_control.h",
 ]
@@ -91,7 +106,7 @@ class Tree:
         self.root = root
         self.breaches = []
         self.includes = {}  # file -> [(line, quoted, name)]
-        for room in sorted(MAY_USE):
+        for room in sorted({room.split("/")[0] for room in MAY_USE}):
             for folder, _, names in os.walk(os.path.join(root, room)):
                 for name in sorted(names):
                     if name.endswith(SOURCE_SUFFIXES):
@@ -112,7 +127,7 @@ class Tree:
 
     def pure_sources(self):
         """The sources in the PURE sections of every tamlog_room(...) call."""
-        for room in sorted(MAY_USE):
+        for room in sorted({room.split("/")[0] for room in MAY_USE}):
             cmake = os.path.join(self.root, room, "CMakeLists.txt")
             if not os.path.exists(cmake):
                 continue
@@ -121,14 +136,16 @@ class Tree:
             for call in re.findall(r"tamlog_room\s*\(([^)]*)\)", text):
                 section = None
                 for word in call.split():
-                    if word in ("PURE", "WINDOWS", "USES", "LIBS"):
+                    if word in ("PURE", "PORTABLE", "SYSTEM", "USES", "LIBS"):
                         section = word
                     elif section == "PURE":
                         yield f"{room}/{word}"
 
 
 def room_of(path):
-    return FILES_OF_SMALL_ROOMS.get(path, path.split("/")[0])
+    """The folder's room, or that of the folder within it where that is one."""
+    inner = "/".join(path.split("/")[:2])
+    return FILES_OF_SMALL_ROOMS.get(path) or (inner if inner in MAY_USE else path.split("/")[0])
 
 
 def is_standard(name):
@@ -139,13 +156,16 @@ def check_quoted(tree, path, line, name):
     if name in WIN32_HEADERS and (name == WIN32_HEADERS[0] or name in tree.includes):
         if path.endswith((".h", ".hpp")) and not path.startswith("tests/"):
             tree.breach(path, line, f"headers do not include {name}")
-        if room_of(name) == "client" and room_of(path) not in ("client", "tamlogctl", "tests"):
+        if name == WIN32_HEADERS[1] and path.split("/")[0] not in ("client", "tamlogctl", "tests"):
             tree.breach(path, line, f"{room_of(path)} takes {WIN32_HEADERS[0]}")
         return
     if name not in tree.includes:
         tree.breach(path, line, f'there is no "{name}"; includes are relative to the root')
         return
     user, used = room_of(path), room_of(name)
+    if user not in MAY_USE:
+        tree.breach(path, line, f"{user} is no room: its files belong into one of its folders")
+        return
     if used != user and used not in MAY_USE[user]:
         tree.breach(path, line, f"{user} may not use {used} ({name})")
 
@@ -192,8 +212,29 @@ def check_pure(tree, path, checked, reason):
             check_pure(tree, name, checked, reason)
 
 
+def check_circles(tree):
+    """Reports each include that closes a circle of includes."""
+    done, path_down = set(), []
+
+    def visit(path):
+        path_down.append(path)
+        for line, quoted, name in tree.includes[path]:
+            if name in path_down and quoted:
+                circle = path_down[path_down.index(name):] + [name]
+                tree.breach(path, line, "a circle of includes: " + " -> ".join(circle))
+            elif quoted and name in tree.includes and name not in done:
+                visit(name)
+        path_down.pop()
+        done.add(path)
+
+    for path in tree.includes:
+        if path not in done:
+            visit(path)
+
+
 def check(root):
     tree = Tree(root)
+    check_circles(tree)
     for path, includes in tree.includes.items():
         for line, quoted, name in includes:
             (check_quoted if quoted else check_angled)(tree, path, line, name)
@@ -213,26 +254,40 @@ GOOD_TREE = {
     "util/helpers.cpp": '#include "util/helpers.h"\n#include <algorithm>\n',
     "util/sync.h": "#include <cstdint>\n",
     "util/sync.cpp": '#include "util/sync.h"\n#include "util/win32.h"\n#include <aclapi.h>\n',
-    "util/CMakeLists.txt": "tamlog_room(util\n  PURE helpers.cpp # pure\n  WINDOWS sync.cpp\n  LIBS advapi32)\n",
-    "store/log_file_format.h": "#include <cstdint>\n",
-    "store/store.cpp": '#include "store/log_file_format.h"\n#include "pipe/security_attributes.h"\n',
-    "pipe/pipe_protocol.h": '#include "store/log_file_format.h"\n',
+    "util/CMakeLists.txt": "tamlog_room(util\n  PURE helpers.cpp # pure\n  SYSTEM sync.cpp\n  LIBS advapi32)\n",
+    "records/log_file_format.h": "#include <cstdint>\n",
+    "store/store.cpp": '#include "records/log_file_format.h"\n#include "pipe/security_attributes.h"\n',
+    "records/pipe_protocol.h": '#include "records/log_file_format.h"\n',
     "pipe/pipe_server.h": "#include <list>\n",
     "pipe/security_attributes.h": '#include "util/sync.h"\n',
-    "client/reader.cpp": '#include "store/log_file_format.h"\n#include "util/win32.h"\n',
+    "client/message/text.h": '#include "records/log_file_format.h"\n',
+    "client/file/reader.cpp": '#include "client/message/text.h"\n',
+    "client/live/reader.h": '#include "client/message/text.h"\n',
+    "client/live/reader.cpp": '#include "client/live/reader.h"\n#include "client/message/win32.h"\n',
+    "client/message/win32.h": "#include <windows.h>\n",
     "client/include/tamlog.h": "#include <stdint.h>\n",
     "client/include/tamlog.hpp": "#include <tamlog.h>\n",
     "client/include/tamlog/spdlog_sink.hpp": "#include <spdlog/sinks/sink.h>\n#include <tamlog.hpp>\n",
-    "tamlogctl/main.cpp": "#include <CLI/CLI.hpp>\n",
+    "tamlogctl/base/console.h": "#include <string>\n",
+    "tamlogctl/read/show.h": '#include "tamlogctl/base/console.h"\n',
+    "tamlogctl/server/send.h": '#include "client/live/reader.h"\n',
+    "tamlogctl/commands/main.cpp": '#include <CLI/CLI.hpp>\n#include "tamlogctl/read/show.h"\n#include "tamlogctl/server/send.h"\n',
     "tests/util/sync_test.cpp": '#include <gtest/gtest.h>\n#include "util/sync.h"\n#include "util/win32.h"\n',
 }
 BREACHES = [
-    ("util/sync.cpp", '#include "store/log_file_format.h"', "util may not use records"),
+    ("util/helpers.h", '#include "util/helpers.h"', "a circle of includes"),
+    ("util/sync.cpp", '#include "records/log_file_format.h"', "util may not use records"),
     ("store/store.cpp", '#include "pipe/pipe_server.h"', "store may not use pipe"),
     ("pipe/security_attributes.h", '#include "store/store.h"', 'there is no "store/store.h"'),
-    ("pipe/security_attributes.h", '#include "pipe/pipe_server.h"', "security may not use pipe"),
-    ("client/reader.cpp", '#include "util/sync.h"', "client may not use util"),
-    ("tamlogctl/main.cpp", '#  include "util/sync.h"', "tamlogctl may not use util"),
+    ("pipe/security_attributes.h", '#include "pipe/pipe_server.h"', "pipe/security may not use pipe"),
+    ("client/file/reader.cpp", '#include "util/sync.h"', "client/file may not use util"),
+    ("client/file/reader.cpp", '#include "client/live/reader.h"', "client/file may not use client/live"),
+    ("client/message/text.h", '#include "client/live/reader.h"', "client/message may not use client/live"),
+    ("client/message/text.h", '#include "tamlogctl/base/console.h"', "client/message may not use tamlogctl/base"),
+    ("tamlogctl/base/console.h", '#include "tamlogctl/read/show.h"', "tamlogctl/base may not use tamlogctl/read"),
+    ("tamlogctl/read/show.h", '#include "tamlogctl/server/send.h"', "tamlogctl/read may not use tamlogctl/server"),
+    ("tamlogctl/server/send.h", '#include "tamlogctl/read/show.h"', "tamlogctl/server may not use tamlogctl/read"),
+    ("tamlogctl/commands/main.cpp", '#  include "util/sync.h"', "tamlogctl/commands may not use util"),
     ("util/sync.cpp", "#include <windows.h>", "windows.h comes in through util/win32.h only"),
     ("util/sync.h", '#include "util/win32.h"', "headers do not include util/win32.h"),
     ("util/sync.h", "#include <aclapi.h>", "headers do not include Windows headers"),
@@ -242,9 +297,9 @@ BREACHES = [
     ("util/helpers.cpp", '#include "util/win32.h"', "in a pure file"),
     ("util/helpers.cpp", "#include <io.h>", "in a pure file"),
     ("util/helpers.h", "#include <io.h>", "in a pure file"),
-    ("store/log_file_format.h", "#include <io.h>", "in a pure file"),
-    ("client/reader.cpp", "#include <tamlog.hpp>", "neither of the standard library"),
-    ("client/include/tamlog.hpp", "#include <spdlog/spdlog.h>", "client may not use the library"),
+    ("records/log_file_format.h", "#include <io.h>", "in a pure file"),
+    ("client/file/reader.cpp", "#include <tamlog.hpp>", "neither of the standard library"),
+    ("client/include/tamlog.hpp", "#include <spdlog/spdlog.h>", "client/include may not use the library"),
 ]
 
 

@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-#include "store/log_file_format.h"
+#include "records/log_file_format.h"
 #include "util/native_handle.h"
 
 inline constexpr char kDriverDevicePath[] = R"(\\.\TAMLOG)";

@@ -1,5 +1,5 @@
-// Carries out the requests of pipe clients. pipe/pipe_protocol.h and docs/pipe_protocol.md say what a client
-// sends and gets.
+// Carries out the requests of pipe clients. records/pipe_protocol.h and docs/pipe_protocol.md say what a
+// client sends and gets.
 //
 // A reply's buffer belongs to the connection and is never cleared: only the fields that the reply code names
 // are set. Whatever fails is logged and answered with Failed; no client is told more.

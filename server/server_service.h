@@ -21,8 +21,8 @@
 #include <atomic>
 #include <cstdint>
 
-#include "pipe/pipe_protocol.h"
 #include "pipe/pipe_server.h"
+#include "records/pipe_protocol.h"
 #include "server/lifecycle.h"
 #include "server/service_interface.h"
 #include "store/message_file_server.h"

@@ -8,7 +8,7 @@
 #include <memory>
 #include <vector>
 
-#include "store/log_file_format.h"
+#include "records/log_file_format.h"
 
 class BodyPool {
  public:

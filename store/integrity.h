@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "store/log_file_format.h"
+#include "records/log_file_format.h"
 #include "store/message_mirror.h"
 
 enum class IntegrityRule : std::uint8_t {

@@ -11,7 +11,7 @@
 #include <cstdint>
 #include <string>
 
-#include "store/log_file_format.h"
+#include "records/log_file_format.h"
 #include "util/fault_guard.h"
 #include "util/native_handle.h"
 

@@ -20,7 +20,7 @@
 #include <cstdint>
 #include <string>
 
-#include "store/log_file_format.h"
+#include "records/log_file_format.h"
 #include "store/message_file.h"
 #include "store/message_file_monitor.h"
 #include "store/message_list.h"

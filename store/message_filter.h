@@ -2,7 +2,7 @@
 
 // Which messages the server keeps, by their type and by the name of their sender.
 
-#include "store/log_file_format.h"
+#include "records/log_file_format.h"
 #include "store/server_configuration.h"
 
 // Whether `body` is to be stored. In this order:

@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <list>
 
-#include "store/log_file_format.h"
+#include "records/log_file_format.h"
 
 class MessageList {
  public:

@@ -16,8 +16,8 @@
 #include <utility>
 #include <vector>
 
+#include "records/log_file_format.h"
 #include "store/body_pool.h"
-#include "store/log_file_format.h"
 #include "store/ordered_keys.h"
 
 // The file as a flush sees it. What these throw ends the flush.

@@ -17,7 +17,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "store/log_file_format.h"
+#include "records/log_file_format.h"
 #include "store/message_mirror.h"
 #include "util/leaf_lock.h"
 #include "util/thread_annotations.h"

@@ -9,7 +9,7 @@
 
 #include <cstdint>
 
-#include "store/log_file_format.h"
+#include "records/log_file_format.h"
 
 // The slot of the message that has `newerMessages` messages before it, counted from the newest. One turn
 // round the ring is added to a negative index; with sound numbers that is enough.

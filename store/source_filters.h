@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "store/log_file_format.h"
+#include "records/log_file_format.h"
 
 // A message's source, folded to small letters: the letters A to Z only, every other byte is kept. Without a
 // terminating zero it ends with its field.

@@ -1,4 +1,4 @@
-#include "tamlogctl/console_pieces.h"
+#include "tamlogctl/base/console_pieces.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "client/cursor.h"
+#include "client/log/cursor.h"
 
 #include <gtest/gtest.h>
 

@@ -11,9 +11,9 @@
 #include <set>
 #include <string>
 
-#include "client/log_file_repair.h"
-#include "client/log_file_verify.h"
-#include "client/log_message_view.h"
+#include "client/file/log_file_repair.h"
+#include "client/file/log_file_verify.h"
+#include "client/message/log_message_view.h"
 #include "tests/client/damaged_files.h"
 #include "tests/client/ring_model.h"
 

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <limits>
 
-#include "client/log_file_image.h"
+#include "client/file/log_file_image.h"
 #include "store/integrity.h"
 #include "tests/client/ring_model.h"
 

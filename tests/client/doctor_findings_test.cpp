@@ -1,4 +1,4 @@
-#include "client/doctor_findings.h"
+#include "tamlogctl/server/doctor_findings.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "client/filter_rule.h"
+#include "client/message/filter_rule.h"
 
 #include <gtest/gtest.h>
 

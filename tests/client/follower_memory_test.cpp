@@ -1,4 +1,4 @@
-#include "client/follower_memory.h"
+#include "client/log/follower_memory.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include <set>
 #include <string>
 
-#include "client/log_follower.h"
+#include "client/log/log_follower.h"
 #include "tests/client/ring_model.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "client/log_client.h"
+#include "client/live/log_client.h"
 
 #include <gtest/gtest.h>
 
@@ -8,10 +8,10 @@
 #include <thread>
 #include <vector>
 
-#include "client/handle.h"
-#include "client/pipe_examiner.h"
-#include "client/tsv_text.h"
-#include "client/win32.h"
+#include "client/format/tsv_text.h"
+#include "client/live/handle.h"
+#include "client/message/win32.h"
+#include "tamlogctl/server/pipe_examiner.h"
 #include "tests/client/ring_model.h"
 #include "tests/client/test_server.h"
 #include "tests/support/real_call.h"

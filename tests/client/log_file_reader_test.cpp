@@ -1,4 +1,4 @@
-#include "client/log_file_reader.h"
+#include "client/file/log_file_reader.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include <string>
 #include <system_error>
 
-#include "client/log_message_view.h"
+#include "client/message/log_message_view.h"
 #include "tests/client/ring_model.h"
 
 namespace {

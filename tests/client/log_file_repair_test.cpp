@@ -1,4 +1,4 @@
-#include "client/log_file_repair.h"
+#include "client/file/log_file_repair.h"
 
 #include <gtest/gtest.h>
 
@@ -6,9 +6,9 @@
 #include <filesystem>
 #include <string>
 
-#include "client/log_file_verify.h"
-#include "client/log_file_writer.h"
-#include "client/log_message_view.h"
+#include "client/file/log_file_verify.h"
+#include "client/file/log_file_writer.h"
+#include "client/message/log_message_view.h"
 #include "tests/client/damaged_files.h"
 #include "tests/client/ring_model.h"
 #include "tests/support/temp_dir.h"

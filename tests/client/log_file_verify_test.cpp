@@ -1,4 +1,4 @@
-#include "client/log_file_verify.h"
+#include "client/file/log_file_verify.h"
 
 #include <gtest/gtest.h>
 

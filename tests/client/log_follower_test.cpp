@@ -1,4 +1,4 @@
-#include "client/log_follower.h"
+#include "client/log/log_follower.h"
 
 #include <gtest/gtest.h>
 

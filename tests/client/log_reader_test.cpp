@@ -1,4 +1,4 @@
-#include "client/log_reader.h"
+#include "client/live/log_reader.h"
 
 #include <gtest/gtest.h>
 
@@ -10,10 +10,10 @@
 #include <thread>
 #include <vector>
 
-#include "client/guarded_copy.h"
-#include "client/log_follower.h"
-#include "client/log_message_view.h"
-#include "client/win32.h"
+#include "client/live/guarded_copy.h"
+#include "client/log/log_follower.h"
+#include "client/message/log_message_view.h"
+#include "client/message/win32.h"
 #include "tests/client/ring_model.h"
 #include "tests/client/shared_log.h"
 

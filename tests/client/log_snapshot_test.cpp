@@ -1,11 +1,11 @@
-#include "client/log_snapshot.h"
+#include "client/log/log_snapshot.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
-#include "client/log_message_view.h"
+#include "client/message/log_message_view.h"
 #include "tests/client/ring_model.h"
 
 namespace {

@@ -1,6 +1,6 @@
 // A stream over a log that is shared as the server shares it, with a pipe that answers as the server does.
 
-#include "client/log_stream.h"
+#include "client/live/log_stream.h"
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "client/win32.h"
+#include "client/message/win32.h"
 #include "tests/client/ring_model.h"
 #include "tests/client/shared_log.h"
 #include "tests/client/test_server.h"

@@ -1,4 +1,5 @@
-#include "client/log_tail.h"
+#include "client/log/log_tail.h"
+#include "client/file/log_file_tail.h"
 
 #include <gtest/gtest.h>
 
@@ -9,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "client/log_file_scan.h"
-#include "client/log_message_view.h"
+#include "client/file/log_file_scan.h"
+#include "client/message/log_message_view.h"
 #include "tests/client/ring_model.h"
 
 namespace {

@@ -1,12 +1,12 @@
-#include "client/message_formatter.h"
+#include "client/format/message_formatter.h"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <string>
 
-#include "client/tsv_text.h"
-#include "client/utf8.h"
+#include "client/format/tsv_text.h"
+#include "client/message/utf8.h"
 #include "tests/client/ring_model.h"
 
 namespace {

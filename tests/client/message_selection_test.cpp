@@ -1,4 +1,4 @@
-#include "client/message_selection.h"
+#include "tamlogctl/select/message_selection.h"
 
 #include <gtest/gtest.h>
 

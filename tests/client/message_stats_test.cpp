@@ -1,4 +1,4 @@
-#include "client/message_stats.h"
+#include "tamlogctl/read/message_stats.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "client/regular_expression.h"
+#include "tamlogctl/select/regular_expression.h"
 
 #include <gtest/gtest.h>
 
@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "client/text_pattern.h"
+#include "tamlogctl/select/text_pattern.h"
 
 namespace {
 

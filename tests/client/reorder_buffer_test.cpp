@@ -1,11 +1,11 @@
-#include "client/reorder_buffer.h"
+#include "client/log/reorder_buffer.h"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <string>
 
-#include "client/log_message_view.h"
+#include "client/message/log_message_view.h"
 #include "tests/client/ring_model.h"
 
 namespace {

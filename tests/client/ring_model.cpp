@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "client/tsv_text.h"
+#include "client/message/message_body.h"
 
 namespace TamLogTest {
 

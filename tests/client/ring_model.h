@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "client/log_snapshot.h"
-#include "store/log_file_format.h"
+#include "client/log/log_snapshot.h"
+#include "records/log_file_format.h"
 
 namespace TamLogTest {
 

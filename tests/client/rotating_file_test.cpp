@@ -1,4 +1,4 @@
-#include "tamlogctl/rotating_file.h"
+#include "tamlogctl/read/rotating_file.h"
 
 #include <gtest/gtest.h>
 #ifdef __unix__
@@ -6,8 +6,8 @@
 
 #include <csignal>
 #else
-#include "client/handle.h"
-#include "client/win32.h"
+#include "client/live/handle.h"
+#include "client/message/win32.h"
 #endif
 
 #include <chrono>

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "client/win32.h"
+#include "client/message/win32.h"
 
 namespace TamLogTest {
 

@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <string>
 
-#include "client/handle.h"
-#include "client/log_snapshot.h"
+#include "client/live/handle.h"
+#include "client/log/log_snapshot.h"
 
 namespace TamLogTest {
 

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "client/handle.h"
-#include "client/win32.h"
+#include "client/live/handle.h"
+#include "client/message/win32.h"
 #include "tests/client/ring_model.h"
 #include "tests/client/shared_log.h"
 #include "tests/client/test_server.h"

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "tamlogctl/filter_text.h"
-#include "tamlogctl/settings_text.h"
+#include "tamlogctl/server/filter_text.h"
+#include "tamlogctl/server/settings_text.h"
 
 namespace {
 

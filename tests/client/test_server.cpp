@@ -3,8 +3,8 @@
 #include <cstring>
 #include <utility>
 
-#include "client/handle.h"
-#include "client/win32.h"
+#include "client/live/handle.h"
+#include "client/message/win32.h"
 
 namespace TamLogTest {
 

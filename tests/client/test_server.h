@@ -10,7 +10,7 @@
 #include <thread>
 #include <vector>
 
-#include "pipe/pipe_protocol.h"
+#include "records/pipe_protocol.h"
 
 namespace TamLogTest {
 

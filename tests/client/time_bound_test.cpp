@@ -1,4 +1,4 @@
-#include "client/time_bound.h"
+#include "tamlogctl/select/time_bound.h"
 
 #include <gtest/gtest.h>
 

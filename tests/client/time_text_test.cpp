@@ -1,4 +1,4 @@
-#include "client/time_text.h"
+#include "client/message/time_text.h"
 
 #include <gtest/gtest.h>
 

@@ -1,12 +1,13 @@
-#include "client/tsv_text.h"
+#include "client/format/tsv_text.h"
+#include "client/message/message_body.h"
 
 #include <gtest/gtest.h>
 
 #include <random>
 #include <string>
 
-#include "client/log_message_view.h"
-#include "client/message_formatter.h"
+#include "client/format/message_formatter.h"
+#include "client/message/log_message_view.h"
 #include "tests/client/ring_model.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "client/utf8.h"
+#include "client/message/utf8.h"
 
 #include <gtest/gtest.h>
 

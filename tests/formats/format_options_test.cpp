@@ -1,10 +1,10 @@
-#include "client/format_options.h"
+#include "client/format/format_options.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-#include "client/message_formatter.h"
+#include "client/format/message_formatter.h"
 #include "tests/formats/nasty_messages.h"
 
 namespace {

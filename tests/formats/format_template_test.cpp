@@ -1,10 +1,10 @@
-#include "client/format_template.h"
+#include "client/format/format_template.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-#include "client/message_formatter.h"
+#include "client/format/message_formatter.h"
 #include "tests/formats/nasty_messages.h"
 
 namespace {

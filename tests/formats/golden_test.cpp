@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-#include "client/message_formatter.h"
-#include "client/utf8.h"
+#include "client/format/message_formatter.h"
+#include "client/message/utf8.h"
 #include "tests/formats/nasty_messages.h"
 
 namespace {

@@ -4,7 +4,7 @@
 
 #include <vector>
 
-#include "store/log_file_format.h"
+#include "records/log_file_format.h"
 
 namespace TamLogTest {
 

@@ -1,10 +1,10 @@
-#include "client/text_encoding.h"
+#include "client/message/text_encoding.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-#include "client/utf8.h"
+#include "client/message/utf8.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "client/time_zone.h"
+#include "client/message/time_zone.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "client/async_sender.h"
+#include "client/live/async_sender.h"
 
 #include <gtest/gtest.h>
 

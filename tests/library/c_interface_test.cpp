@@ -10,7 +10,7 @@
 #include <tamlog.hpp>
 #include <vector>
 
-#include "client/c_interface.h"
+#include "client/c/c_interface.h"
 #include "tests/client/ring_model.h"
 #include "tests/library/header_test.h"
 #include "tests/support/temp_dir.h"

@@ -14,7 +14,7 @@
 #include <tamlog.hpp>
 #include <vector>
 
-#include "client/log_file_image.h"
+#include "client/file/log_file_image.h"
 #include "tests/client/ring_model.h"
 #include "tests/library/header_test.h"
 #include "tests/support/temp_dir.h"

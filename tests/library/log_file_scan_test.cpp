@@ -1,7 +1,7 @@
 // Reading a log file piece by piece, on files of several pieces, some of which are read while others are
 // looked at; and looking at several parts of it at once.
 
-#include "client/log_file_scan.h"
+#include "client/file/log_file_scan.h"
 
 #include <gtest/gtest.h>
 

@@ -12,7 +12,7 @@
 #include <string_view>
 #include <vector>
 
-#include "client/sender_transport.h"
+#include "client/live/sender_transport.h"
 
 namespace TamLogTest {
 

@@ -1,11 +1,11 @@
-#include "client/text_split.h"
+#include "client/message/text_split.h"
 
 #include <gtest/gtest.h>
 
 #include <random>
 #include <string>
 
-#include "client/utf8.h"
+#include "client/message/utf8.h"
 
 namespace {
 

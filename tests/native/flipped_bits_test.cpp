@@ -15,8 +15,8 @@
 #include <string>
 #include <vector>
 
-#include "client/log_file_repair.h"
-#include "client/log_file_verify.h"
+#include "client/file/log_file_repair.h"
+#include "client/file/log_file_verify.h"
 #include "store/message_file_server.h"
 #include "store/server_configuration.h"
 #include "tests/client/damaged_files.h"

@@ -18,7 +18,7 @@
 #include <utility>
 #include <vector>
 
-#include "store/log_file_format.h"
+#include "records/log_file_format.h"
 
 namespace NativeMachine {
 

@@ -13,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-#include "pipe/pipe_protocol.h"
+#include "records/pipe_protocol.h"
 #include "server/configuration.h"
 #include "server/restart_thread.h"
 #include "server/server_service.h"

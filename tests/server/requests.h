@@ -5,7 +5,7 @@
 #include <cstring>
 #include <string>
 
-#include "pipe/pipe_protocol.h"
+#include "records/pipe_protocol.h"
 #include "server/server_service.h"
 
 // What the reply's buffer holds before a request, so that tests see which bytes a request sets.

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "store/log_file_format.h"
+#include "records/log_file_format.h"
 #include "tests/support/files.h"
 #include "tests/support/temp_dir.h"
 #include "tests/support/wait_until.h"

@@ -9,10 +9,10 @@
 #include <random>
 #include <set>
 
-#include "client/log_client.h"
-#include "client/log_file_image.h"
-#include "client/log_file_repair.h"
-#include "client/log_file_verify.h"
+#include "client/file/log_file_image.h"
+#include "client/file/log_file_repair.h"
+#include "client/file/log_file_verify.h"
+#include "client/live/log_client.h"
 #include "tests/soak/driver_feeder.h"
 #include "tests/soak/judge.h"
 #include "tests/soak/worker.h"

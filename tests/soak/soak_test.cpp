@@ -7,7 +7,7 @@
 #include <iostream>
 #include <map>
 
-#include "client/log_client.h"
+#include "client/live/log_client.h"
 #include "tests/soak/driver_feeder.h"
 #include "tests/soak/judge.h"
 #include "tests/soak/server_figures.h"

@@ -23,8 +23,8 @@
 #include <thread>
 #include <vector>
 
-#include "client/log_client.h"
-#include "client/log_stream.h"
+#include "client/live/log_client.h"
+#include "client/live/log_stream.h"
 #include "tests/soak/journal.h"
 #include "tests/soak/judge.h"
 #include "tests/soak/soak_message.h"

@@ -10,9 +10,9 @@
 #include <thread>
 #include <vector>
 
-#include "client/log_client.h"
-#include "client/log_reader.h"
-#include "client/log_snapshot.h"
+#include "client/live/log_client.h"
+#include "client/live/log_reader.h"
+#include "client/log/log_snapshot.h"
 #include "tests/soak/judge.h"
 #include "tests/soak/soak_message.h"
 

@@ -20,7 +20,7 @@
 #include <thread>
 #include <vector>
 
-#include "store/log_file_format.h"
+#include "records/log_file_format.h"
 #include "store/message_file_server.h"
 #include "store/server_configuration.h"
 #include "tests/store/messages.h"

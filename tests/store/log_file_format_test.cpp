@@ -1,6 +1,6 @@
 // The bytes of a message and of the header, and the time key.
 
-#include "store/log_file_format.h"
+#include "records/log_file_format.h"
 
 #include <gtest/gtest.h>
 

@@ -10,8 +10,8 @@
 #include <utility>
 #include <vector>
 
+#include "records/log_file_format.h"
 #include "store/integrity.h"
-#include "store/log_file_format.h"
 #include "store/pending_list.h"
 #include "store/ring.h"
 #include "tests/store/messages.h"

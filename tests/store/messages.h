@@ -11,7 +11,7 @@
 #include <iterator>
 #include <string>
 
-#include "store/log_file_format.h"
+#include "records/log_file_format.h"
 
 namespace StoreTest {
 

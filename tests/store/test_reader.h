@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "store/log_file_format.h"
+#include "records/log_file_format.h"
 
 namespace StoreTest {
 

@@ -13,7 +13,7 @@
 #include <optional>
 #include <string>
 
-#include "pipe/pipe_protocol.h"
+#include "records/pipe_protocol.h"
 #include "util/native_handle.h"
 
 namespace TestSupport {

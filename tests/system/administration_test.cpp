@@ -1,7 +1,7 @@
 // tamlogctl's verbs for administrators against the real service: filters, settings, clearing, the service
 // itself, and the diagnosis of a server that a dead reader holds up.
 
-#include "client/log_examiner.h"
+#include "tamlogctl/server/log_examiner.h"
 #include "tests/system/system_test.h"
 
 using namespace std::chrono_literals;

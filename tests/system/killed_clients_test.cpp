@@ -7,8 +7,8 @@
 #include <cstdlib>
 #include <random>
 
-#include "client/log_examiner.h"
-#include "client/log_reader.h"
+#include "client/live/log_reader.h"
+#include "tamlogctl/server/log_examiner.h"
 #include "tests/system/system_test.h"
 
 using namespace std::chrono_literals;

@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <random>
 
-#include "client/log_client.h"
+#include "client/live/log_client.h"
 #include "tests/system/system_test.h"
 
 using namespace std::chrono_literals;

@@ -2,9 +2,9 @@
 // pair that each of them gets belongs to two. The library's clients get in all the same, and with them back
 // in step everybody else.
 
-#include "client/log_client.h"
-#include "client/pipe_connection.h"
-#include "client/pipe_examiner.h"
+#include "client/live/log_client.h"
+#include "client/live/pipe_connection.h"
+#include "tamlogctl/server/pipe_examiner.h"
 #include "tests/support/pipe_client.h"
 #include "tests/system/system_test.h"
 

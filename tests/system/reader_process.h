@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "store/log_file_format.h"
+#include "records/log_file_format.h"
 #include "tests/system/platform.h"
 
 class ReaderProcess {

@@ -9,7 +9,7 @@
 #include <memory>
 #include <vector>
 
-#include "store/log_file_format.h"
+#include "records/log_file_format.h"
 #include "tests/system/platform.h"
 
 class SharedLog {

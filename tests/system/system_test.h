@@ -20,8 +20,8 @@
 #include <vector>
 
 #include "driver/driver_double.h"
-#include "pipe/pipe_protocol.h"
-#include "store/log_file_format.h"
+#include "records/log_file_format.h"
+#include "records/pipe_protocol.h"
 #include "tests/system/log_file_image.h"
 #include "tests/system/pipe_connection.h"
 #include "tests/system/platform.h"

@@ -1,0 +1,98 @@
+#include "client/file/log_file_reader.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <system_error>
+#include <vector>
+
+#include "client/file/file_path.h"
+
+namespace TamLogClient {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// Slots are read one after the other, so that a file that shrinks meanwhile gives those before the cut. The
+// bytes that were there.
+std::uint64_t ReadSlots(std::ifstream& file, std::uint64_t expected, std::vector<LogMessage>& slots) {
+  constexpr std::size_t kChunk = 1024;
+  while (slots.size() < expected) {
+    const std::size_t before = slots.size();
+    slots.resize(before + static_cast<std::size_t>(std::min<std::uint64_t>(kChunk, expected - before)));
+    const std::size_t wanted = (slots.size() - before) * sizeof(LogMessage);
+    file.read(reinterpret_cast<char*>(&slots[before]), static_cast<std::streamsize>(wanted));
+    const auto got = static_cast<std::size_t>(file.gcount());
+    if (got < wanted) {
+      slots.resize(before + got / sizeof(LogMessage));
+      return std::uint64_t{before} * sizeof(LogMessage) + got;
+    }
+  }
+  return expected * sizeof(LogMessage);
+}
+
+void Judge(LogFileContents& contents, std::uint64_t bytes) {
+  const LogFileHeader& header = contents.snapshot.header;
+  const std::string there = std::to_string(contents.snapshot.slots.size());
+  if (header.maxMessages <= 0 || header.messageCount < 0 || header.messageCount > header.maxMessages ||
+      header.nextSlot < 0 || header.nextSlot >= header.maxMessages) {
+    contents.remark = "the header makes no sense (capacity " + std::to_string(header.maxMessages) +
+                      ", messages " + std::to_string(header.messageCount) + ", next slot " +
+                      std::to_string(header.nextSlot) + ")";
+  } else if (!contents.snapshot.HeaderIsSound()) {
+    contents.remark =
+        "the file is short: " + there + " of " + std::to_string(header.maxMessages) + " slots are there";
+  } else if (bytes != LogFileSize(static_cast<std::uint64_t>(header.maxMessages))) {
+    contents.remark = "the file's size of " + std::to_string(bytes) + " bytes does not fit its capacity of " +
+                      std::to_string(header.maxMessages) + " messages";
+  } else {
+    return;
+  }
+  contents.status = Status::Damaged;
+}
+
+}  // namespace
+
+LogFileContents ReadLogFile(const std::string& path) {
+  LogFileContents contents;
+  std::error_code error;
+  if (fs::is_directory(PathOf(path), error)) {
+    contents.status = Status::NotFound;
+    return contents;
+  }
+  errno = 0;
+  std::ifstream file(PathOf(path), std::ios::binary);
+  if (!file) {
+    contents.status = StatusOfErrno(errno);
+    return contents;
+  }
+  std::array<char, kSlotsOffset> head{};
+  file.read(head.data(), static_cast<std::streamsize>(head.size()));
+  if (static_cast<std::size_t>(file.gcount()) < head.size()) {
+    contents.status = Status::Damaged;
+    contents.remark = "the file ends within its header";
+    return contents;
+  }
+  std::memcpy(&contents.snapshot.header, head.data(), sizeof(LogFileHeader));
+  std::vector<LogMessage>& slots = contents.snapshot.slots;
+  if (fs::is_fifo(PathOf(path), error)) {
+    // A pipe has no size before its end.
+    Judge(contents, kSlotsOffset + ReadSlots(file, std::numeric_limits<std::uint64_t>::max(), slots));
+    return contents;
+  }
+  const std::uintmax_t size = fs::file_size(PathOf(path), error);
+  const std::uint64_t bytes = error ? kSlotsOffset : static_cast<std::uint64_t>(size);
+  const std::uint64_t expected = bytes > kSlotsOffset ? (bytes - kSlotsOffset) / sizeof(LogMessage) : 0;
+  slots.reserve(expected);  // growing would hold every message twice for a while
+  ReadSlots(file, expected, slots);
+  Judge(contents, bytes);
+  return contents;
+}
+
+}  // namespace TamLogClient

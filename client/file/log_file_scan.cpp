@@ -1,0 +1,121 @@
+#include "client/file/log_file_scan.h"
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <future>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include "client/file/file_path.h"
+#include "client/file/read_ahead.h"
+#include "client/log/log_tail.h"
+#include "client/message/log_message_view.h"
+
+namespace TamLogClient {
+
+namespace {
+
+bool ReadAt(std::ifstream& file, std::uint64_t offset, void* to, std::size_t bytes) {
+  file.seekg(static_cast<std::streamoff>(offset));
+  file.read(static_cast<char*>(to), static_cast<std::streamsize>(bytes));
+  return file.good();
+}
+
+bool HeaderFits(const LogFileHeader& header, std::uint64_t bytes) {
+  return header.maxMessages > 0 && header.messageCount >= 0 && header.messageCount <= header.maxMessages &&
+         header.nextSlot >= 0 && header.nextSlot < header.maxMessages &&
+         bytes == LogFileSize(static_cast<std::uint64_t>(header.maxMessages));
+}
+
+// A survey of some of a file's messages, and the times at its ends.
+struct PartSurvey : LogFileSurvey {
+  std::uint64_t oldest = 0;
+  std::uint64_t newest = 0;
+
+  void Add(const LogMessage& message) {
+    const LogMessageView view(message);
+    if (view.Damaged()) ++damaged;
+    if (view.Key() < newest) inTimeOrder = false;
+    newest = view.Key();
+  }
+};
+
+// In pieces that stay in a processor's cache while they are looked at.
+std::optional<PartSurvey> SurveyPart(LogFileScan& scan, std::uint32_t from, std::uint32_t to) {
+  constexpr std::uint32_t kPiece = 512;
+  PartSurvey part;
+  std::vector<LogMessage> piece;
+  for (bool first = true; from < to; first = false) {
+    piece.resize(std::min(kPiece, to - from));
+    if (!scan.Read(from, piece)) return std::nullopt;
+    if (first) part.oldest = LogMessageView(piece.front()).Key();
+    for (const LogMessage& message : piece) part.Add(message);
+    from += static_cast<std::uint32_t>(piece.size());
+  }
+  return part;
+}
+
+}  // namespace
+
+bool LogFileScan::Open(const std::string& path) {
+  place = path;
+  std::error_code error;
+  const auto bytes = std::filesystem::file_size(PathOf(path), error);
+  if (error) return false;  // what is read from a pipe here would be missing in the next attempt
+  file.open(PathOf(path), std::ios::binary);
+  return file.is_open() && ReadAt(file, 0, &header, sizeof(header)) && HeaderFits(header, bytes);
+}
+
+bool LogFileScan::Read(std::uint32_t position, std::span<LogMessage> to) {
+  // A run of positions is at most two runs of slots.
+  while (!to.empty()) {
+    const std::uint32_t slot = SlotAt(header, position);
+    const std::size_t run = std::min(to.size(), static_cast<std::size_t>(header.maxMessages) - slot);
+    if (!ReadAt(file, kSlotsOffset + std::uint64_t{slot} * sizeof(LogMessage), to.data(),
+                run * sizeof(LogMessage)))
+      return false;
+    position += static_cast<std::uint32_t>(run);
+    to = to.subspan(run);
+  }
+  return true;
+}
+
+bool LogFileScan::ForEach(const std::function<bool(const LogMessage&)>& take, std::uint32_t from) {
+  ReadAhead ahead(*this, from);
+  while (const std::vector<LogMessage>* piece = ahead.Next()) {
+    for (const LogMessage& message : *piece) {
+      if (!take(message)) return true;
+    }
+  }
+  return !ahead.Failed();
+}
+
+std::optional<LogFileSurvey> LogFileScan::Survey() const {
+  // A stream has one place to read at: each part has one of its own.
+  const auto survey = [this](std::uint32_t from, std::uint32_t to) -> std::optional<PartSurvey> {
+    LogFileScan own;
+    if (!own.Open(place) || std::memcmp(&own.header, &header, sizeof(header)) != 0) return std::nullopt;
+    return SurveyPart(own, from, to);
+  };
+  const std::uint32_t parts = std::clamp(std::thread::hardware_concurrency(), 1U, 4U);
+  const std::uint32_t each = MessageCount() / parts + 1;
+  std::vector<std::future<std::optional<PartSurvey>>> coming;
+  for (std::uint32_t from = 0; from < MessageCount(); from += each) {
+    coming.push_back(std::async(std::launch::async, survey, from, std::min(from + each, MessageCount())));
+  }
+  LogFileSurvey whole;
+  std::uint64_t newest = 0;
+  for (auto& next : coming) {
+    const auto part = next.get();
+    if (!part) return std::nullopt;
+    whole.damaged += part->damaged;
+    if (!part->inTimeOrder || part->oldest < newest) whole.inTimeOrder = false;
+    newest = part->newest;
+  }
+  return whole;
+}
+
+}  // namespace TamLogClient

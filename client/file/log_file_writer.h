@@ -1,0 +1,55 @@
+#pragma once
+
+// Writes files so that nobody ever sees half of one: into a new file beside the target, which takes its name
+// once it is whole.
+
+#include <cstdint>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include "client/message/status.h"
+#include "records/log_file_format.h"
+
+namespace TamLogClient {
+
+// A file that comes into being as a whole or not at all. One thread at a time.
+class AtomicFile {
+ public:
+  AtomicFile() = default;
+  ~AtomicFile();  // what was not committed is removed
+  AtomicFile(const AtomicFile&) = delete;
+  AtomicFile& operator=(const AtomicFile&) = delete;
+
+  // `path` in UTF-8. BadValue when something of this name is there and may not be overwritten, or is no file;
+  // NotFound when
+  // its directory does not exist.
+  Status Open(const std::string& path, bool overwrite);
+
+  // False once a write has failed.
+  bool Write(std::string_view bytes);
+
+  // Gives the file its name. Otherwise nothing is left of it.
+  Status Commit();
+
+ private:
+  std::string target;
+  std::string temporary;  // empty: nothing to remove
+  bool mayOverwrite = false;
+  std::ofstream file;
+};
+
+// Gives message `index`, from 0 for the oldest. It passes the rules of the format.
+using MessageAt = std::function<LogMessage(std::uint64_t index)>;
+
+// Told before each slot is written; false ends the writing.
+using GoOn = std::function<bool(std::uint64_t slot)>;
+
+// Writes a log file of `capacity` slots with `count` messages, which are in time order, oldest first. They
+// are numbered from 0 on. BadValue, besides the above, when they do not fit, or when one of them would make a
+// server empty the file, and SystemError when `goOn` ends it: nothing is left then.
+Status WriteLogFile(const std::string& path, std::uint64_t count, const MessageAt& messageAt,
+                    std::uint32_t capacity, bool overwrite, const GoOn& goOn = {});
+
+}  // namespace TamLogClient

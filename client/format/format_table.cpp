@@ -1,0 +1,100 @@
+// Tables: csv with a line of column names and all texts in quotes, tsv with tabs and escapes.
+
+#include <array>
+#include <span>
+
+#include "client/format/format_parts.h"
+#include "client/format/tsv_text.h"
+
+namespace TamLogClient {
+
+namespace {
+
+constexpr std::array<Field, 5> kCsvColumns{Field::Time, Field::Seq, Field::Type, Field::Source, Field::Text};
+constexpr std::array<Field, 4> kTsvColumns{Field::Time, Field::Type, Field::Source, Field::Text};
+
+std::span<const Field> CsvColumns(const FormatOptions& options) {
+  return options.fields.empty() ? std::span<const Field>(kCsvColumns) : options.fields;
+}
+
+std::optional<std::string_view> TextOf(Field field, const MessageToFormat& message) {
+  if (field == Field::Source) return message.view.Source();
+  if (field == Field::Text) return message.view.Text();
+  return std::nullopt;
+}
+
+void DoubleQuotes(std::size_t from, std::string& out) {
+  for (std::size_t at = out.find('"', from); at != std::string::npos; at = out.find('"', at + 2))
+    out.insert(at, 1, '"');
+}
+
+void AppendQuoted(std::string_view text, const FormatOptions& options, std::string& out) {
+  out += '"';
+  const std::size_t from = out.size();
+  if (options.terminal) {
+    AppendShown(text, options.encoding, out);
+  } else {
+    AppendAsUtf8(text, options.encoding, out);
+  }
+  DoubleQuotes(from, out);
+  out += '"';
+}
+
+void AppendTsvField(std::string_view text, const TextEncoding& encoding, std::string& out) {
+  encoding.Decode(
+      text, [&out](std::string_view utf8) { AppendTsvText(utf8, out); },
+      [&out](char byte) {
+        AppendTsvText({&byte, 1}, out);
+      });
+}
+
+}  // namespace
+
+void AppendCsvHead(const FormatOptions& options, std::string& out) {
+  const char* before = "";
+  for (const Field field : CsvColumns(options)) {
+    out.append(before).append(NameOf(field));
+    before = ",";
+  }
+  out += '\n';
+}
+
+void AppendCsvRow(const MessageToFormat& message, const FormatOptions& options, std::string& out) {
+  const char* before = "";
+  for (const Field field : CsvColumns(options)) {
+    out += before;
+    before = ",";
+    const bool number = field == Field::Seq || field == Field::Type || field == Field::Spare;
+    if (const auto text = TextOf(field, message)) {
+      AppendQuoted(*text, options, out);
+    } else if (number) {
+      AppendSimple(field, message, options, out);
+    } else {
+      out += '"';
+      AppendSimple(field, message, options, out);
+      out += '"';
+    }
+  }
+  out += '\n';
+}
+
+void AppendTsvRow(const MessageToFormat& message, const FormatOptions& options, std::string& out) {
+  const char* before = "";
+  const auto append = [&](Field field) {
+    out += before;
+    before = "\t";
+    if (const auto text = TextOf(field, message)) {
+      AppendTsvField(*text, options.encoding, out);
+    } else {
+      AppendSimple(field, message, options, out);
+    }
+  };
+  if (options.fields.empty()) {
+    for (const Field field : kTsvColumns) append(field);
+  } else {
+    for (const Field field : options.fields) append(field);
+  }
+  out += '\n';
+}
+
+}  // namespace TamLogClient

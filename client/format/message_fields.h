@@ -1,0 +1,54 @@
+#pragma once
+
+// The fields of a message by the names that users type, and the names that users give to the four types.
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "records/log_file_format.h"
+
+namespace TamLogClient {
+
+enum class Field : std::uint8_t { Time, Seq, Type, Label, Source, Text, Origin, Tail, Spare, Late };
+
+std::optional<Field> FieldFromName(std::string_view name);
+std::string_view NameOf(Field field);
+
+inline constexpr std::string_view kFieldNames =
+    "time, seq, type, label, source, text, origin, tail, spare, late";
+
+// Names with commas between them. On failure the result is empty and `problem` says what is wrong and what
+// would be right.
+std::optional<std::vector<Field>> ParseFields(std::string_view list, std::string& problem);
+
+// What the types are called. The log gives them no meaning: without names they are T0 to T3.
+class TypeNames {
+ public:
+  // "0=info,1=warn": types that are left out keep T and their number. On failure as ParseFields.
+  static std::optional<TypeNames> Parse(std::string_view list, std::string& problem);
+
+  // At least one type was given a name.
+  bool Given() const { return given; }
+
+  // Appends the name; T and the number for a type that does not exist.
+  void Append(std::uint32_t type, std::string& out) const;
+
+  // 0 (emergency) to 7 (debug) when the type's name is one of the severities of syslog, or a common other
+  // spelling of one.
+  std::optional<int> Severity(std::uint32_t type) const;
+
+ private:
+  struct Type {
+    std::string name;
+    std::optional<int> severity;
+  };
+
+  bool given = false;
+  std::array<Type, kMessageTypes> types{{{"T0", {}}, {"T1", {}}, {"T2", {}}, {"T3", {}}}};
+};
+
+}  // namespace TamLogClient

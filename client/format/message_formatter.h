@@ -1,0 +1,41 @@
+#pragma once
+
+// Turns messages into output. Every format but cat, csv, export and raw is one line a message, whatever is in
+// its texts; the data formats (json, json-array, csv, tsv, rfc5424) are valid UTF-8 whatever the bytes of a
+// message are.
+
+#include <string>
+#include <utility>
+
+#include "client/format/format_options.h"
+#include "client/log/cursor.h"
+#include "records/log_file_format.h"
+
+namespace TamLogClient {
+
+// Serves one stream of output, from its head to its tail, and belongs to one thread.
+class MessageFormatter {
+ public:
+  explicit MessageFormatter(FormatOptions chosen) : options(std::move(chosen)) {}
+
+  // The log that the following messages are from, for the cursors of export.
+  void SetLog(const LogFileHeader& header) { cursors.SetLog(header); }
+
+  // Appends what comes before the first message: csv has a line of column names, json-array a bracket, the
+  // others nothing.
+  void AppendHead(std::string& out) const;
+
+  // Appends one message and its line end. `late`: it came after one with a later time. Shown by short, full,
+  // json, json-array, export and rfc5424, and by the others when it is asked for.
+  void Append(const LogMessage& message, bool late, std::string& out);
+
+  // Appends what comes after the last message, also when there was none: json-array has a bracket.
+  void AppendTail(std::string& out) const;
+
+ private:
+  FormatOptions options;
+  CursorCount cursors;
+  bool begun = false;  // a message was written
+};
+
+}  // namespace TamLogClient

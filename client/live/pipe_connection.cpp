@@ -1,0 +1,204 @@
+#include "client/live/pipe_connection.h"
+
+#include <algorithm>
+#include <cstring>
+#include <random>
+#include <utility>
+
+#include "client/message/win32.h"
+
+namespace TamLogClient {
+
+namespace {
+
+constexpr DWORD kRetryMs = 10;
+constexpr DWORD kReplyRetryMs = 2;
+constexpr std::uint64_t kReplyPipeMs = 1000;
+constexpr std::uint64_t kStaleMs = 5000;
+constexpr std::uint32_t kProofMs = 2000;
+constexpr int kProofs = 4;
+// Whoever offers the pipe may learn who calls, but not act in the caller's name.
+constexpr DWORD kOpenFlags = FILE_FLAG_OVERLAPPED | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION;
+
+Handle OpenPipe(const std::string& name, DWORD access) {
+  return Handle(CreateFileA(name.c_str(), access, 0, nullptr, OPEN_EXISTING, kOpenFlags, nullptr));
+}
+
+Status StatusOfIo(DWORD error) {
+  return error == ERROR_ACCESS_DENIED ? Status::AccessDenied : Status::Disconnected;
+}
+
+// Waits for an overlapped operation and gives it up when time is over. `operation` and the buffer are free
+// again when this returns.
+Status Finish(HANDLE pipe, OVERLAPPED& operation, BOOL started, std::uint32_t timeoutMs, DWORD& bytes) {
+  if (started == FALSE && GetLastError() != ERROR_IO_PENDING) return StatusOfIo(GetLastError());
+  const bool inTime = WaitForSingleObject(operation.hEvent, timeoutMs) == WAIT_OBJECT_0;
+  if (!inTime) CancelIoEx(pipe, &operation);
+  // It may have completed just before it was cancelled: then it counts.
+  if (GetOverlappedResult(pipe, &operation, &bytes, TRUE) != FALSE) return Status::Ok;
+  return inTime ? StatusOfIo(GetLastError()) : Status::TimedOut;
+}
+
+// A question that the server answers at once whatever it is doing, and the code of the answer.
+struct Probe {
+  RequestCode question;
+  ReplyCode answer;
+};
+
+// One of several by chance: two clients that hold the halves of each other's connections would both be
+// satisfied with the other's answer to the same question. None whose answer another client could take for a
+// refusal of its own request: it has to notice that it is out of step.
+Probe AnyProbe() {
+  static constexpr Probe kAll[] = {
+      {RequestCode::Ping, ReplyCode::Alive},
+      {RequestCode::GetFileMapName, ReplyCode::FileMapName},
+      {RequestCode::GetDefaultLogFile, ReplyCode::Path},
+  };
+  thread_local std::minstd_rand random{std::random_device{}()};
+  return kAll[random() / 7 % std::size(kAll)];
+}
+
+}  // namespace
+
+CallDeadline::CallDeadline(std::uint32_t milliseconds) : end(GetTickCount64() + milliseconds) {}
+
+std::uint32_t CallDeadline::Remaining() const {
+  const std::uint64_t now = GetTickCount64();
+  return now < end ? static_cast<std::uint32_t>(end - now) : 0;
+}
+
+PipeConnection::PipeConnection(std::string name, std::uint32_t absentMilliseconds)
+    : requestName(std::move(name)), replyName(requestName + kReplyPipeSuffix), absentMs(absentMilliseconds) {}
+
+bool PipeConnection::IsStale() const {
+  return GetTickCount64() - lastUse > kStaleMs;
+}
+
+void PipeConnection::Close() {
+  requestPipe.Close();
+  replyPipe.Close();
+}
+
+Status PipeConnection::Open(const CallDeadline& deadline) {
+  Close();
+  if (!ioEvent) ioEvent = Handle(CreateEventA(nullptr, TRUE, FALSE, nullptr));
+  if (!ioEvent) return Status::SystemError;
+  do {
+    if (const Status status = OpenRequestPipe(deadline); status != Status::Ok) return status;
+    bool atOnce = false;
+    proven = false;
+    // A reply pipe that had to be waited for may be of another pair.
+    if (OpenReplyPipe(atOnce) && (atOnce || Prove(deadline))) {
+      lastUse = GetTickCount64();
+      return Status::Ok;
+    }
+    Close();
+  } while (deadline.Remaining() > 0);
+  return Status::TimedOut;
+}
+
+Status PipeConnection::OpenRequestPipe(const CallDeadline& deadline) {
+  std::uint64_t absentSince = GetTickCount64();
+  for (;;) {
+    requestPipe = OpenPipe(requestName, GENERIC_WRITE);
+    if (requestPipe) return Status::Ok;
+    const DWORD error = GetLastError();
+    const std::uint64_t now = GetTickCount64();
+    if (error == ERROR_ACCESS_DENIED) return Status::AccessDenied;
+    if (error != ERROR_FILE_NOT_FOUND && error != ERROR_PIPE_BUSY) return Status::SystemError;
+    if (error == ERROR_PIPE_BUSY) absentSince = now;
+    if (now - absentSince >= absentMs) return Status::NotRunning;
+    if (deadline.Remaining() == 0) return error == ERROR_PIPE_BUSY ? Status::TimedOut : Status::NotRunning;
+    Sleep(std::min<DWORD>(kRetryMs, deadline.Remaining()));
+  }
+}
+
+// Not bounded by the call's time: giving up between the two pipes keeps all other clients out, so that the
+// second one is tried for its own second.
+bool PipeConnection::OpenReplyPipe(bool& atOnce) {
+  const std::uint64_t start = GetTickCount64();
+  atOnce = true;
+  do {
+    if (TakeReplyPipe()) return true;
+    atOnce = false;
+    Sleep(kReplyRetryMs);
+  } while (GetTickCount64() - start < kReplyPipeMs);
+  return false;
+}
+
+bool PipeConnection::TakeReplyPipe() {
+  Handle taken = OpenPipe(replyName, GENERIC_READ | FILE_WRITE_ATTRIBUTES);
+  DWORD mode = PIPE_READMODE_MESSAGE;
+  if (!taken || SetNamedPipeHandleState(taken.Get(), &mode, nullptr, nullptr) == FALSE) return false;
+  replyPipe = std::move(taken);
+  return true;
+}
+
+Status PipeConnection::Write(const PipeRequest& request, const CallDeadline& deadline) {
+  OVERLAPPED operation{};
+  operation.hEvent = ioEvent.Get();
+  DWORD bytes = 0;
+  const BOOL started = WriteFile(requestPipe.Get(), &request, sizeof(request), nullptr, &operation);
+  return Finish(requestPipe.Get(), operation, started, deadline.Remaining(), bytes);
+}
+
+Status PipeConnection::Read(PipeReply& reply, const CallDeadline& deadline) {
+  OVERLAPPED operation{};
+  operation.hEvent = ioEvent.Get();
+  DWORD bytes = 0;
+  const BOOL started = ReadFile(replyPipe.Get(), &reply, sizeof(reply), nullptr, &operation);
+  const Status status = Finish(replyPipe.Get(), operation, started, deadline.Remaining(), bytes);
+  return status == Status::Ok && bytes != sizeof(reply) ? Status::Disconnected : status;
+}
+
+// Whether what is asked through one pipe is answered through the other.
+//
+// Of a pair that the server drops between the two opens, at a restart or because somebody has opened the
+// reply pipe alone and left, a client gets the request pipe, which is dead then, and of some later pair the
+// reply pipe. It must not just give that back: if the pair still waits for its client, the next one would
+// find it in the same state, and nobody would get through any more. So it opens the request pipe once more,
+// which makes the two a pair. Unless the other half of that reply pipe had been taken meanwhile: then nobody
+// answers, and the new request pipe has a reply pipe of its own, which has to be opened as well, or the
+// server waits for that and lets nobody in.
+bool PipeConnection::Prove(const CallDeadline& deadline) {
+  const CallDeadline limit(std::min(kProofMs, deadline.Remaining()));
+  bool dead = false;
+  if (Answers(limit, dead)) return true;
+  if (!dead) return false;
+  requestPipe.Close();
+  if (OpenRequestPipe(limit) != Status::Ok) return false;
+  if (Answers(limit, dead)) return true;
+  if (!TakeReplyPipe()) return false;
+  return Answers(CallDeadline(kProofMs), dead);
+}
+
+// `dead`: the request pipe is.
+bool PipeConnection::Answers(const CallDeadline& limit, bool& dead) {
+  for (int i = 0; i < kProofs; ++i) {
+    const Probe probe = AnyProbe();
+    PipeRequest request;
+    std::memset(&request, 0, sizeof(request));
+    request.code = static_cast<std::uint32_t>(probe.question);
+    PipeReply reply{};
+    const Status written = Write(request, limit);
+    dead = written == Status::Disconnected;
+    if (written != Status::Ok || Read(reply, limit) != Status::Ok) return false;
+    if (reply.code != static_cast<std::uint32_t>(probe.answer)) return false;
+  }
+  proven = true;
+  return true;
+}
+
+Status PipeConnection::Exchange(const PipeRequest& request, PipeReply& reply, const CallDeadline& deadline,
+                                bool& sent) {
+  Status status = Write(request, deadline);
+  if (status == Status::Disconnected && !proven && Prove(deadline)) status = Write(request, deadline);
+  sent = status == Status::Ok;
+  if (sent) status = Read(reply, deadline);
+  if (status == Status::Ok) proven = true;
+  lastUse = GetTickCount64();
+  if (status != Status::Ok) Close();
+  return status;
+}
+
+}  // namespace TamLogClient

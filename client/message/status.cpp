@@ -1,0 +1,41 @@
+#include "client/message/status.h"
+
+namespace TamLogClient {
+
+const char* StatusText(Status status) {
+  switch (status) {
+    case Status::Ok:
+      return "done";
+    case Status::NotRunning:
+      return "the server is not running";
+    case Status::AccessDenied:
+      return "access denied";
+    case Status::TimedOut:
+      return "no answer in time";
+    case Status::Stuck:
+      return "a lock of the shared log was not given back in time";
+    case Status::Refused:
+      return "the server refused the request";
+    case Status::NoSuchFilter:
+      return "no such filter";
+    case Status::BadValue:
+      return "the value is not allowed";
+    case Status::TooLong:
+      return "the text is too long";
+    case Status::Disconnected:
+      return "the connection ended before the answer came";
+    case Status::Damaged:
+      return "the log is damaged";
+    case Status::InPage:
+      return "the system could not read the shared log";
+    case Status::NotFound:
+      return "no such file";
+    case Status::NotSupported:
+      return "this system has no log server; show, stats and export read a copied log with --file";
+    case Status::SystemError:
+      return "a system call failed";
+  }
+  return "unknown status";
+}
+
+}  // namespace TamLogClient

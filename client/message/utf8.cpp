@@ -1,0 +1,128 @@
+#include "client/message/utf8.h"
+
+#include <algorithm>
+
+namespace TamLogClient {
+
+namespace {
+
+constexpr std::string_view kHexDigits = "0123456789abcdef";
+
+unsigned ByteAt(std::string_view text, std::size_t at) {
+  return static_cast<unsigned char>(text[at]);
+}
+
+bool InRange(unsigned value, unsigned least, unsigned most) {
+  return value >= least && value <= most;
+}
+
+std::size_t LengthByLead(unsigned lead) {
+  if (lead < 0x80) return 1;
+  if (InRange(lead, 0xC2, 0xDF)) return 2;
+  if (InRange(lead, 0xE0, 0xEF)) return 3;
+  if (InRange(lead, 0xF0, 0xF4)) return 4;
+  return 0;
+}
+
+// The second byte is narrower for some leads, which keeps out overlong forms, surrogates and what lies beyond
+// U+10FFFF.
+bool SecondByteFits(unsigned lead, unsigned second) {
+  switch (lead) {
+    case 0xE0:
+      return InRange(second, 0xA0, 0xBF);
+    case 0xED:
+      return InRange(second, 0x80, 0x9F);
+    case 0xF0:
+      return InRange(second, 0x90, 0xBF);
+    case 0xF4:
+      return InRange(second, 0x80, 0x8F);
+    default:
+      return InRange(second, 0x80, 0xBF);
+  }
+}
+
+void AppendEscapedByte(unsigned value, std::string& out) {
+  switch (value) {
+    case '\n':
+      out += "\\n";
+      return;
+    case '\r':
+      out += "\\r";
+      return;
+    case '\t':
+      out += "\\t";
+      return;
+    default:
+      out += "\\x";
+      out += kHexDigits[value >> 4U];
+      out += kHexDigits[value & 0xFU];
+  }
+}
+
+}  // namespace
+
+std::size_t Utf8SequenceLength(std::string_view text) {
+  if (text.empty()) return 0;
+  const unsigned lead = ByteAt(text, 0);
+  const std::size_t length = LengthByLead(lead);
+  if (length < 2) return length;
+  if (text.size() < length || !SecondByteFits(lead, ByteAt(text, 1))) return 0;
+  for (std::size_t i = 2; i < length; ++i) {
+    if (!InRange(ByteAt(text, i), 0x80, 0xBF)) return 0;
+  }
+  return length;
+}
+
+bool IsValidUtf8(std::string_view text) {
+  while (!text.empty()) {
+    const std::size_t length = Utf8SequenceLength(text);
+    if (length == 0) return false;
+    text.remove_prefix(length);
+  }
+  return true;
+}
+
+void AppendVisible(std::string_view text, std::string& out) {
+  while (!text.empty()) {
+    std::size_t plain = 0;
+    while (plain < text.size() && text[plain] >= 0x20 && text[plain] < 0x7F)
+      ++plain;  // 0x80 and up is negative
+    out.append(text.substr(0, plain));
+    text.remove_prefix(plain);
+    if (text.empty()) return;
+    const unsigned lead = ByteAt(text, 0);
+    const std::size_t length = Utf8SequenceLength(text);
+    // U+0080 to U+009F are control characters too: some terminals obey them.
+    const bool control =
+        lead < 0x20 || lead == 0x7F || (lead == 0xC2 && length == 2 && ByteAt(text, 1) < 0xA0);
+    if (length == 0 || control) {
+      const std::size_t bytes = std::max<std::size_t>(length, 1);
+      for (std::size_t i = 0; i < bytes; ++i) AppendEscapedByte(ByteAt(text, i), out);
+      text.remove_prefix(bytes);
+      continue;
+    }
+    out.append(text.substr(0, length));
+    text.remove_prefix(length);
+  }
+}
+
+std::string_view CutAtCharacter(std::string_view text, std::size_t limit) {
+  if (text.size() <= limit) return text;
+  std::size_t end = limit;
+  while (end > 0 && limit - end < 3 && InRange(ByteAt(text, end), 0x80, 0xBF)) --end;
+  // Bytes that are no UTF-8 at all have no character to protect.
+  if (end == 0 || Utf8SequenceLength(text.substr(end)) == 0) end = limit;
+  return text.substr(0, end);
+}
+
+void AppendHex(std::string_view bytes, std::string& out) {
+  std::size_t at = out.size();
+  out.resize(at + 2 * bytes.size());
+  for (const char character : bytes) {
+    const auto value = static_cast<unsigned char>(character);
+    out[at++] = kHexDigits[value >> 4U];
+    out[at++] = kHexDigits[value & 0xFU];
+  }
+}
+
+}  // namespace TamLogClient

@@ -1,0 +1,5 @@
+#include "tamlogctl/commands/run.h"
+
+int main(int count, char** arguments) {
+  return TamLogCtl::Run({arguments + 1, arguments + count});
+}

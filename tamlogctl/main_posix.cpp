@@ -1,5 +1,0 @@
-#include "tamlogctl/run.h"
-
-int main(int count, char** arguments) {
-  return TamLogCtl::Run({arguments + 1, arguments + count});
-}

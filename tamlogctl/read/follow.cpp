@@ -1,0 +1,141 @@
+#include "tamlogctl/read/follow.h"
+
+#include <vector>
+
+#include "client/live/log_stream.h"
+#include "tamlogctl/base/console.h"
+#include "tamlogctl/base/exit_code.h"
+
+namespace TamLogCtl {
+
+namespace {
+
+using TamLogClient::LogItem;
+using TamLogClient::LogSnapshot;
+using TamLogClient::LogStream;
+using TamLogClient::Status;
+
+bool Readable(Status status) {
+  return status == Status::Ok || status == Status::Damaged;
+}
+
+class Follower {
+ public:
+  Follower(const ShowOptions& chosen, FollowTarget& to, ReadingPosition& from)
+      : options(chosen), target(to), position(from), stream(StreamOptions(chosen)) {}
+
+  int Run();
+
+ private:
+  static constexpr std::uint32_t kStepMs = 50;         // how soon Ctrl-C is noticed
+  static constexpr std::uint64_t kKeepEveryMs = 1000;  // how often the cursor file is written
+
+  static TamLogClient::LogStreamOptions StreamOptions(const ShowOptions& options) {
+    TamLogClient::LogStreamOptions stream;
+    stream.timeoutMs = options.timeoutMs;
+    stream.intervalMs = options.intervalMs;
+    stream.ordered = options.ordered;
+    return stream;
+  }
+
+  Status Begin();
+  int Loop();
+  Status Drain(std::uint32_t waitMs);
+  void Take(const LogItem& item);
+  bool Keep(bool atEnd);
+
+  const ShowOptions& options;
+  FollowTarget& target;
+  ReadingPosition& position;
+  LogStream stream;
+  std::uint64_t nextKeep = 0;  // ticks
+  bool news = true;            // since the cursor file was written
+};
+
+int Follower::Run() {
+  const Status status = Begin();
+  if (!Readable(status)) return ExplainStatus(status);
+  int exitCode = Loop();
+  stream.GiveAll();
+  const Status drained = Drain(0);
+  if (drained != Status::TimedOut && exitCode == kDone) exitCode = ExplainStatus(drained);
+  stream.Close();
+  if (!target.Finish()) return kOutputFailed;
+  position.ShowCursor(stream.Snapshot());
+  if (!Keep(true)) return kOutputFailed;
+  if (exitCode != kDone) return exitCode;
+  return target.NothingMatched() ? kNothingMatched : kDone;
+}
+
+Status Follower::Begin() {
+  const Status status = position.Memory() ? stream.Open(*position.Memory()) : stream.Open();
+  if (!Readable(status) || position.Memory()) return status;
+  const LogSnapshot& snapshot = stream.Snapshot();
+  std::vector<const LogMessage*> messages;
+  for (const std::uint32_t slot : position.Beyond(snapshot)) messages.push_back(&snapshot.slots[slot]);
+  target.SetLog(snapshot.header);
+  target.PrintLast(messages);
+  return status;
+}
+
+int Follower::Loop() {
+  const std::uint64_t end =
+      options.forSeconds ? Ticks() + static_cast<std::uint64_t>(*options.forSeconds * 1000) : 0;
+  for (;;) {
+    const Status status = Drain(kStepMs);
+    if (!target.Flush()) return kOutputFailed;
+    if (status != Status::TimedOut) return ExplainStatus(status);
+    if (!Keep(false)) return kOutputFailed;
+    if (Interrupted()) return kInterrupted;
+    if (end != 0 && Ticks() >= end) return kDone;
+  }
+}
+
+// Takes everything that is there; TimedOut when nothing is left.
+Status Follower::Drain(std::uint32_t waitMs) {
+  LogItem item;
+  Status status = stream.Next(item, waitMs);
+  while (status == Status::Ok && !target.OutputFailed()) {
+    Take(item);
+    status = stream.Next(item, 0);
+  }
+  return status == Status::Ok ? Status::TimedOut : status;
+}
+
+void Follower::Take(const LogItem& item) {
+  const EventTeller teller = options.Teller();
+  news = true;
+  switch (item.kind) {
+    case LogItem::Kind::Message:
+      target.SetLog(stream.Snapshot().header);
+      return target.Print(*item.message, item.late);
+    case LogItem::Kind::Lost:
+      return teller.Lost(item.loss);
+    case LogItem::Kind::Cleared:
+      return teller.Cleared();
+    case LogItem::Kind::Stopped:
+      return teller.Stopped();
+    case LogItem::Kind::Reopened:
+      return teller.Reopened();
+    case LogItem::Kind::Blocked:
+      return teller.Blocked();
+  }
+}
+
+// Only when everything that the memory knows was printed.
+bool Follower::Keep(bool atEnd) {
+  if (options.cursorFile.empty() || !news || (!atEnd && (Ticks() < nextKeep || stream.HeldBack() > 0))) {
+    return true;
+  }
+  nextKeep = Ticks() + kKeepEveryMs;
+  news = false;
+  return position.Keep(stream.Snapshot(), stream.Memory(kRememberedMessages));
+}
+
+}  // namespace
+
+int Follow(const ShowOptions& options, FollowTarget& target, ReadingPosition& position) {
+  return Follower(options, target, position).Run();
+}
+
+}  // namespace TamLogCtl

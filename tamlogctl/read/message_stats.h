@@ -1,0 +1,74 @@
+#pragma once
+
+// Counts messages by source, type and minute.
+//
+// Belongs to one thread.
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "client/message/log_message_view.h"
+#include "client/message/time_text.h"
+
+namespace TamLogClient {
+
+class MessageStats {
+ public:
+  // By type, the last for types that do not exist.
+  using TypeCounts = std::array<std::uint64_t, kMessageTypes + 1>;
+
+  struct Source {
+    std::string name;  // the bytes as they were sent
+    std::uint64_t count = 0;
+    TypeCounts types{};
+  };
+
+  struct Period {
+    TimeWords begin{};
+    std::uint64_t count = 0;
+  };
+
+  void Add(const LogMessageView& message);
+
+  std::uint64_t Count() const { return count; }
+  const TypeCounts& Types() const { return types; }
+
+  // Messages whose time is no time of the calendar: they are in no minute and neither oldest nor newest.
+  std::uint64_t Timeless() const { return timeless; }
+
+  // Most messages first; equal counts by name.
+  std::vector<Source> Sources() const;
+
+  // Periods of `length` minutes that hold messages, oldest first. It has to divide a day.
+  std::vector<Period> Periods(std::uint32_t length) const;
+
+  const std::optional<TimeWords>& Oldest() const { return oldest; }
+  const std::optional<TimeWords>& Newest() const { return newest; }
+
+  // From the oldest message to the newest.
+  std::optional<double> SpanSeconds() const;
+
+  // Messages a minute over that span; nothing when it is shorter than a second.
+  std::optional<double> PerMinute() const;
+
+ private:
+  std::uint64_t count = 0;
+  std::uint64_t timeless = 0;
+  TypeCounts types{};
+  std::map<std::string, std::pair<std::uint64_t, TypeCounts>, std::less<>> sources;
+  std::map<std::int64_t, std::uint64_t> minutes;  // since 1970
+  std::optional<TimeWords> oldest;
+  std::optional<TimeWords> newest;
+};
+
+// Of a minute since 1970, and its reverse. The words have to be a real time.
+TimeWords WordsOfMinute(std::int64_t minute);
+std::int64_t MinuteOf(const TimeWords& words);
+
+}  // namespace TamLogClient

@@ -1,0 +1,58 @@
+#include "tamlogctl/read/newest.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace TamLogCtl {
+
+namespace {
+
+using TamLogClient::LogTail;
+
+constexpr std::size_t kFirstRead = 256;
+constexpr std::size_t kGrowth = 8;
+
+// Walks from the newest message to the first one that is certain, until nothing older is needed.
+bool Suffices(const ShowOptions& options, const Printer& printer, const LogTail& tail, std::size_t certain) {
+  std::size_t wanted = 0;
+  std::size_t context = 0;  // messages of context older than all that is wanted
+  bool complete = options.last == std::size_t{0};
+  for (std::size_t i = tail.messages.size(); i > certain && !(complete && context >= options.before); --i) {
+    const LogMessage& message = tail.messages[i - 1];
+    if (complete) {
+      ++context;
+      continue;
+    }
+    if (printer.Since() && TimeKey(message.body) < *printer.Since()) {
+      complete = true;
+      ++context;
+      continue;
+    }
+    if (printer.Wants(message)) ++wanted;
+    complete = options.last && wanted >= *options.last;
+  }
+  return complete && context >= options.before;
+}
+
+}  // namespace
+
+std::optional<TamLogClient::LogSnapshot> ReadNewest(const ShowOptions& options, const Printer& printer,
+                                                    const ReadTail& read) {
+  if ((!options.last && !printer.Since()) || options.count || options.showCursor ||
+      !options.cursorFile.empty() || !options.afterCursor.empty()) {
+    return std::nullopt;
+  }
+  constexpr std::size_t kMost = std::numeric_limits<std::int32_t>::max();
+  const std::size_t lines = std::min(options.last.value_or(0), kMost) + std::min(options.before, kMost);
+  for (std::size_t count = std::max(kFirstRead, 2 * lines);; count *= kGrowth) {
+    LogTail tail;
+    if (!read(count, tail)) return std::nullopt;
+    const auto certain = CertainFrom(tail);
+    if (!certain) return std::nullopt;
+    if (tail.whole || Suffices(options, printer, tail, *certain)) return SnapshotOf(tail, *certain);
+    // Half of the log and more is better read in one piece.
+    if (count * kGrowth > static_cast<std::size_t>(tail.header.messageCount) / 2) return std::nullopt;
+  }
+}
+
+}  // namespace TamLogCtl

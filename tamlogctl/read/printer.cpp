@@ -1,0 +1,112 @@
+#include "tamlogctl/read/printer.h"
+
+#include <algorithm>
+
+#include "tamlogctl/base/console.h"
+#include "tamlogctl/select/highlight.h"
+#include "tamlogctl/select/message_choice.h"
+
+namespace TamLogCtl {
+
+namespace {
+
+// Marks are for eyes: where colours are.
+bool MarksAreSeen(Color color) {
+  return color == Color::Always ||
+         (color == Color::Auto && StdoutIsTerminal() && !EnvironmentHas("NO_COLOR"));
+}
+
+}  // namespace
+
+std::optional<Printer> Printer::Make(const ShowOptions& options) {
+  auto selection = MakeSelection(options.selection, options.output);
+  if (!selection) return std::nullopt;
+  auto formatter = MakeFormatter(options.output, options.color);
+  if (!formatter) return std::nullopt;
+  Printer printer(options, std::move(*formatter), std::move(*selection));
+  for (const std::string& text : options.highlights) {
+    auto pattern = MakePattern("--highlight", text, options.selection);
+    if (!pattern) return std::nullopt;
+    if (IsTextFormat(options) && MarksAreSeen(options.color))
+      printer.highlights.push_back(std::move(*pattern));
+  }
+  return printer;
+}
+
+void Printer::PrintLast(const std::vector<const LogMessage*>& oldestFirst) {
+  std::vector<std::size_t> indices = ChooseLast(oldestFirst, selection, options.last);
+  matched += indices.size();
+  if (options.count) return;
+  indices = WithContext(indices, oldestFirst.size(), options.before, options.after);
+  if (!options.reverse) std::reverse(indices.begin(), indices.end());
+  std::optional<std::size_t> last;
+  for (const std::size_t index : indices) {
+    if (last && (index > *last ? index - *last : *last - index) > 1) EmitGap();
+    last = index;
+    Emit(*oldestFirst[index], false);
+    if (failed) return;
+  }
+}
+
+void Printer::Print(const LogMessage& message, bool late) {
+  if (failed) return;
+  if (Wants(message)) {
+    ++matched;
+    if (options.count) return;
+    if (leftOut && emitted) EmitGap();
+    leftOut = false;
+    for (const Earlier& entry : earlier) Emit(entry.message, entry.late);
+    earlier.clear();
+    Emit(message, late);
+    stillAfter = options.after;
+  } else if (stillAfter > 0) {
+    --stillAfter;
+    Emit(message, late);
+  } else if (options.before == 0) {
+    leftOut = true;
+  } else {
+    earlier.push_back({message, late});
+    if (earlier.size() > options.before) {
+      earlier.pop_front();
+      leftOut = true;
+    }
+  }
+}
+
+void Printer::Emit(const LogMessage& message, bool late) {
+  if (!begun) formatter.AppendHead(pending);
+  begun = emitted = true;
+  if (highlights.empty()) {
+    formatter.Append(message, late, pending);
+  } else {
+    plain.clear();
+    formatter.Append(message, late, plain);
+    AppendHighlighted(plain, highlights, pending);
+  }
+  if (pending.size() >= kWriteSize) Flush();
+}
+
+void Printer::EmitGap() {
+  if ((options.before > 0 || options.after > 0) && IsTextFormat(options)) pending += "--\n";
+}
+
+bool Printer::Finish() {
+  if (options.count) {
+    const std::size_t number = options.last ? std::min(matched, *options.last) : matched;
+    const bool json = options.output.format == "json" || options.output.format == "ndjson";
+    pending += json ? "{\"count\":" + std::to_string(number) + "}\n" : std::to_string(number) + "\n";
+  } else {
+    if (!begun) formatter.AppendHead(pending);
+    begun = true;
+    formatter.AppendTail(pending);
+  }
+  return Flush();
+}
+
+bool Printer::Flush() {
+  if (!failed && !pending.empty()) failed = !WriteOut(pending);
+  pending.clear();
+  return !failed;
+}
+
+}  // namespace TamLogCtl

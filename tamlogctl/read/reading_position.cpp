@@ -1,0 +1,56 @@
+#include "tamlogctl/read/reading_position.h"
+
+#include "tamlogctl/base/console.h"
+
+namespace TamLogCtl {
+
+using TamLogClient::FollowStep;
+using TamLogClient::LogSnapshot;
+
+std::optional<ReadingPosition> ReadingPosition::Make(const ReadingOptions& options) {
+  ReadingPosition position(options);
+  if (!options.cursorFile.empty() && !ReadCursorFile(options.cursorFile, position.start)) return std::nullopt;
+  if (!options.afterCursor.empty()) {
+    position.start.cursor = TamLogClient::ParseCursor(options.afterCursor);
+    if (!position.start.cursor) {
+      Say("--after-cursor '" + options.afterCursor + "': this is no cursor; --show-cursor prints one");
+      return std::nullopt;
+    }
+  }
+  return position;
+}
+
+std::vector<std::uint32_t> ReadingPosition::Beyond(const LogSnapshot& snapshot) {
+  std::vector<std::uint32_t> slots = OrderMessages(snapshot).oldestFirst;
+  const EventTeller teller = options->Teller();
+  if (start.memory) {
+    follower.Resume(*start.memory);
+    const FollowStep step = follower.Next(snapshot, true);
+    if (step.cleared) teller.Cleared();
+    if (step.loss.Any()) teller.Lost(step.loss);
+    slots.clear();
+    for (const auto& message : step.messages) slots.push_back(message.slot);
+    return slots;
+  }
+  follower.Start(snapshot);
+  if (!start.cursor) return slots;
+  const auto place = FindCursor(snapshot, slots, *start.cursor);
+  if (!place.found) teller.CursorGone();
+  if (place.writtenBefore) teller.LateSkipped();
+  slots.erase(slots.begin(), slots.begin() + static_cast<std::ptrdiff_t>(place.next));
+  return slots;
+}
+
+bool ReadingPosition::Keep(const LogSnapshot& snapshot, const TamLogClient::FollowerMemory& memory) const {
+  return options->cursorFile.empty() || WriteCursorFile(options->cursorFile, snapshot, memory);
+}
+
+void ReadingPosition::ShowCursor(const LogSnapshot& snapshot) const {
+  if (!options->showCursor) return;
+  const auto order = OrderMessages(snapshot).oldestFirst;
+  if (!order.empty()) {
+    options->Teller().CursorIs(FormatCursor(CursorOf(snapshot, order, order.size() - 1)));
+  }
+}
+
+}  // namespace TamLogCtl

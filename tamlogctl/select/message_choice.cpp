@@ -1,0 +1,33 @@
+#include "tamlogctl/select/message_choice.h"
+
+#include <algorithm>
+
+#include "client/message/log_message_view.h"
+
+namespace TamLogCtl {
+
+std::vector<std::size_t> ChooseLast(const std::vector<const LogMessage*>& oldestFirst,
+                                    const TamLogClient::MessageSelection& wanted,
+                                    const std::optional<std::size_t>& last) {
+  std::vector<std::size_t> chosen;
+  for (std::size_t i = oldestFirst.size(); i > 0; --i) {
+    if (last && chosen.size() >= *last) break;
+    if (wanted.Wants(TamLogClient::LogMessageView(*oldestFirst[i - 1]))) chosen.push_back(i - 1);
+  }
+  return chosen;
+}
+
+std::vector<std::size_t> WithContext(const std::vector<std::size_t>& chosen, std::size_t count,
+                                     std::size_t before, std::size_t after) {
+  if (before == 0 && after == 0) return chosen;
+  std::vector<std::size_t> all;
+  std::size_t lowest = count;  // those from here on are in or passed
+  for (const std::size_t index : chosen) {
+    const std::size_t end = std::min(index + std::min(after, count) + 1, lowest);
+    lowest = std::min(lowest, index - std::min(before, index));
+    for (std::size_t i = end; i > lowest; --i) all.push_back(i - 1);
+  }
+  return all;
+}
+
+}  // namespace TamLogCtl

@@ -1,0 +1,149 @@
+#include "tamlogctl/select/message_selection.h"
+
+#include <algorithm>
+
+namespace TamLogClient {
+
+namespace {
+
+bool SameLetter(char left, char right) {
+  return ToLowerAscii(left) == ToLowerAscii(right);
+}
+
+bool MatchesName(std::string_view name, std::string_view glob) {
+  std::size_t at = 0;
+  std::size_t star = std::string_view::npos;
+  std::size_t resume = 0;
+  std::size_t in = 0;
+  while (in < name.size()) {
+    if (at < glob.size() && glob[at] == '*') {
+      star = at++;
+      resume = in;
+    } else if (at < glob.size() && SameLetter(glob[at], name[in])) {
+      ++at;
+      ++in;
+    } else if (star != std::string_view::npos) {
+      at = star + 1;
+      in = ++resume;
+    } else {
+      return false;
+    }
+  }
+  return glob.find_first_not_of('*', at) == std::string_view::npos;
+}
+
+bool MatchesTerm(std::string_view source, std::uint32_t type, const SourceTerm& term) {
+  const bool typeFits = type < kMessageTypes ? ((term.types >> type) & 1U) != 0 : term.types == 0xF;
+  return typeFits && MatchesName(source, term.name);
+}
+
+// Takes one line, without its end and without spaces around it.
+std::string_view TakeLine(std::string_view& lines) {
+  constexpr std::string_view kSpace = " \t\r";
+  const std::size_t end = lines.find('\n');
+  std::string_view line = lines.substr(0, end);
+  lines.remove_prefix(end == std::string_view::npos ? lines.size() : end + 1);
+  line.remove_prefix(std::min(line.find_first_not_of(kSpace), line.size()));
+  return line.substr(0, line.find_last_not_of(kSpace) + 1);
+}
+
+}  // namespace
+
+std::optional<std::uint32_t> ParseTypes(std::string_view text) {
+  std::uint32_t mask = 0;
+  const auto digit = [](char letter) { return letter >= '0' && letter <= '3'; };
+  while (!text.empty()) {
+    if (!digit(text.front())) return std::nullopt;
+    const auto first = static_cast<unsigned>(text.front() - '0');
+    unsigned last = first;
+    text.remove_prefix(1);
+    if (text.size() >= 2 && text.front() == '-' && digit(text[1])) {
+      last = static_cast<unsigned>(text[1] - '0');
+      text.remove_prefix(2);
+    }
+    if (last < first) return std::nullopt;
+    for (unsigned type = first; type <= last; ++type) mask |= 1U << type;
+    if (text.empty()) break;
+    if (text.front() != ',' || text.size() < 2) return std::nullopt;
+    text.remove_prefix(1);
+  }
+  if (mask == 0) return std::nullopt;
+  return mask;
+}
+
+std::optional<SourceTerm> ParseSourceTerm(std::string_view text) {
+  SourceTerm term{std::string(text)};
+  const std::size_t colon = text.rfind(':');
+  if (colon != std::string_view::npos &&
+      text.find_first_not_of("0123456789,-", colon + 1) == std::string_view::npos) {
+    const auto types = ParseTypes(text.substr(colon + 1));
+    if (!types) return std::nullopt;
+    term = {std::string(text.substr(0, colon)), *types};
+  }
+  if (term.name.empty()) return std::nullopt;
+  return term;
+}
+
+bool MessageSelection::AddTerms(std::string_view lines, std::size_t& badLine) {
+  constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+  if (lines.starts_with(kByteOrderMark)) lines.remove_prefix(kByteOrderMark.size());
+  for (badLine = 1; !lines.empty(); ++badLine) {
+    std::string_view line = TakeLine(lines);
+    if (line.empty() || line.front() == '#') continue;
+    const bool excludes = line.front() == '!';
+    if (excludes || line.starts_with("\\#") || line.starts_with("\\!")) line.remove_prefix(1);
+    auto term = ParseSourceTerm(line);
+    if (!term) return false;
+    (excludes ? excluded : included).push_back(std::move(*term));
+  }
+  return true;
+}
+
+bool MessageSelection::SetPattern(const std::string& text, bool fixed, bool ignoreCase) {
+  std::string problem;
+  auto pattern = TextPattern::Make(text, fixed, ignoreCase, problem);
+  if (!pattern) return false;
+  patterns.clear();
+  patterns.push_back(std::move(*pattern));
+  return true;
+}
+
+bool MessageSelection::Empty() const {
+  return included.empty() && excluded.empty() && !types && !since && !until && patterns.empty() &&
+         antiPatterns.empty();
+}
+
+std::string_view MessageSelection::Read(std::string_view bytes) const {
+  if (!encoding || IsPlainText(bytes)) return bytes;
+  decoded.clear();
+  encoding->Decode(
+      bytes, [this](std::string_view utf8) { decoded += utf8; }, [this](char byte) { decoded += byte; });
+  return decoded;
+}
+
+bool MessageSelection::WantsSource(const LogMessageView& message) const {
+  const std::string_view source = Read(message.Source());
+  const auto matches = [&message, source](const SourceTerm& term) {
+    return MatchesTerm(source, message.Type(), term);
+  };
+  if (!included.empty() && std::none_of(included.begin(), included.end(), matches)) return false;
+  return std::none_of(excluded.begin(), excluded.end(), matches);
+}
+
+bool MessageSelection::WantsText(std::string_view text) const {
+  const auto matches = [text](TextPattern& pattern) { return pattern.Matches(text); };
+  if (!patterns.empty() && std::none_of(patterns.begin(), patterns.end(), matches)) return false;
+  return std::none_of(antiPatterns.begin(), antiPatterns.end(), matches);
+}
+
+bool MessageSelection::Wants(const LogMessageView& message) const {
+  if (types && (message.Type() >= kMessageTypes || ((*types >> message.Type()) & 1U) == 0)) return false;
+  if (since || until) {
+    const std::uint64_t key = message.Key();
+    if ((since && key < *since) || (until && key > *until)) return false;
+  }
+  if ((!included.empty() || !excluded.empty()) && !WantsSource(message)) return false;
+  return (patterns.empty() && antiPatterns.empty()) || WantsText(Read(message.Text()));
+}
+
+}  // namespace TamLogClient

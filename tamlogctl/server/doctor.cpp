@@ -1,0 +1,206 @@
+#include "tamlogctl/server/doctor.h"
+
+#include <algorithm>
+#include <array>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "client/live/log_client.h"
+#include "client/live/log_reader.h"
+#include "client/message/utf8.h"
+#include "client/message/win32.h"
+#include "tamlogctl/base/console.h"
+#include "tamlogctl/base/exit_code.h"
+#include "tamlogctl/base/progress.h"
+#include "tamlogctl/server/doctor_findings.h"
+#include "tamlogctl/server/filter_text.h"
+#include "tamlogctl/server/live_server.h"
+#include "tamlogctl/server/log_examiner.h"
+#include "tamlogctl/server/pipe_examiner.h"
+#include "tamlogctl/server/service.h"
+
+namespace TamLogCtl {
+
+namespace {
+
+using TamLogClient::Finding;
+using TamLogClient::FindingState;
+using TamLogClient::LogClient;
+using TamLogClient::LogExaminer;
+using TamLogClient::LogReader;
+using TamLogClient::Observations;
+using TamLogClient::PipeState;
+using TamLogClient::Status;
+using Json = nlohmann::ordered_json;
+
+constexpr std::uint32_t kBusyMs = 3000;  // a busy pipe is ordinary for some milliseconds
+
+void AskServer(const DoctorOptions& options, Observations& seen) {
+  const KeptLengths kept = LookAtKeptTexts();
+  seen.longestKeptFilter = kept.longestFilter;
+  seen.keptPathLength = kept.path;
+  seen.pipe =
+      TamLogClient::ExaminePipes(kRequestPipeName, std::min(kBusyMs, options.timeoutMs), options.timeoutMs);
+  if (seen.pipe != PipeState::Answers) return;
+  LogClient client({kRequestPipeName, options.timeoutMs});
+  SettingsBody settings{};
+  seen.settingsKnown = client.GetSettings(settings) == Status::Ok;
+  // A ClearLog that waits for a dead reader holds up every such request: one is enough to see it.
+  if (!seen.settingsKnown) {
+    seen.pipe = PipeState::Silent;
+    return;
+  }
+  seen.capacityAsked = settings.maxMessage;
+  seen.pollMs = settings.devicePollRate;
+  seen.saveSeconds = settings.saveRate;
+  seen.typeMask = settings.typeFilter;
+  if (kept.path < kEndsServer) client.GetLogFile(seen.logFile);
+  if (kept.longestFilter <= kMostFilterText)
+    seen.filtersKnown = client.GetFilters(seen.filters) == Status::Ok;
+}
+
+void LookAtFile(Observations& seen) {
+  WIN32_FILE_ATTRIBUTE_DATA data{};
+  if (seen.logFile.empty() ||
+      GetFileAttributesExA(seen.logFile.c_str(), GetFileExInfoStandard, &data) == FALSE) {
+    return;
+  }
+  seen.fileKnown = true;
+  seen.fileBytes = (static_cast<std::uint64_t>(data.nFileSizeHigh) << 32U) | data.nFileSizeLow;
+}
+
+void LookAtObjects(LogExaminer& examiner, std::uint32_t watchMs, Observations& seen) {
+  static constexpr std::array<const char*, 3> kNames{"the header lock", "the read-wait event",
+                                                     "the write-wait event"};
+  const auto objects = examiner.Open();
+  seen.mappingError = objects.mappingError;
+  seen.viewBytes = objects.viewBytes;
+  seen.pageBytes = objects.pageBytes;
+  if (objects.writableError != 0) {
+    seen.objectError = objects.writableError;
+    seen.objectName = "the page of the header";
+  }
+  for (std::size_t i = 0; i < kNames.size() && seen.objectError == 0; ++i) {
+    seen.objectError = objects.eventErrors[i];
+    seen.objectName = kNames[i];
+  }
+  seen.mapped = seen.mappingError == 0 && seen.objectError == 0;
+  if (!seen.mapped) return;
+  const auto watch = examiner.Watch(watchMs);
+  seen.header = watch.header;
+  seen.watchedMs = watch.watchedMs;
+  seen.lockTaken = watch.lockTaken;
+  seen.readersInside = watch.readersInside;
+  seen.countPassed = watch.countPassed;
+  seen.countLeft = watch.countLeft;
+  seen.readersKeptOut = watch.readersKeptOut;
+  seen.moved = watch.moved;
+}
+
+// One read like that of any other reader, but not into a log that would not let it out again.
+void ReadOnce(const DoctorOptions& options, Observations& seen) {
+  if (!seen.mapped || seen.header.serverRunning == 0 || seen.lockTaken || seen.readersKeptOut ||
+      ReaderIsStuck(seen)) {
+    return;
+  }
+  LogReader reader;
+  TamLogClient::LogSnapshot snapshot;
+  Status status = reader.Open();
+  if (status == Status::Ok) status = reader.Snapshot(snapshot, options.timeoutMs);
+  seen.readKnown = true;
+  seen.readFailed = status != Status::Ok;
+  seen.readProblem = StatusText(status);
+  seen.holdMicroseconds = reader.LastHoldMicroseconds();
+}
+
+const char* WordOf(FindingState state) {
+  switch (state) {
+    case FindingState::Ok:
+      return "ok";
+    case FindingState::Warning:
+      return "warn";
+    case FindingState::Failure:
+      break;
+  }
+  return "fail";
+}
+
+std::string AsText(const std::vector<Finding>& findings) {
+  std::string out;
+  for (const Finding& finding : findings) {
+    std::string line = std::string(WordOf(finding.state)) +
+                       (finding.state == FindingState::Ok ? "    " : "  ") + finding.check +
+                       std::string(finding.check.size() < 9 ? 9 - finding.check.size() : 1, ' ');
+    TamLogClient::AppendVisible(finding.found, line);
+    out += line + "\n";
+    if (!finding.mend.empty()) out += "               -> " + finding.mend + "\n";
+  }
+  return out;
+}
+
+std::string AsJson(const std::vector<Finding>& findings, const std::vector<std::string>& done) {
+  Json list = Json::array();
+  for (const Finding& finding : findings) {
+    Json entry = {{"check", finding.check}, {"state", WordOf(finding.state)}, {"found", finding.found}};
+    if (!finding.mend.empty()) entry["mend"] = finding.mend;
+    list.push_back(std::move(entry));
+  }
+  Json json = {{"findings", std::move(list)}};
+  if (!done.empty()) json["unstuck"] = done;
+  return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+// Only what was found to be stuck. What was done, in words.
+std::vector<std::string> Unstick(LogExaminer& examiner, const Observations& seen) {
+  std::vector<std::string> done;
+  if (seen.lockTaken && examiner.FreeHeaderLock()) done.emplace_back("signalled the header lock");
+  if (ReaderIsStuck(seen)) {
+    done.emplace_back(examiner.ForgetReaders(seen.header)
+                          ? "set the count of readers inside to 0 and signalled the write-wait event"
+                          : "left the readers alone: something moved meanwhile; look again");
+  }
+  if (seen.pipe == PipeState::Blocked && TamLogClient::FreeListener(kRequestPipeName)) {
+    done.emplace_back("opened and closed the reply pipe, which lets the server go on");
+  }
+  if (done.empty()) done.emplace_back("nothing is stuck; nothing was done");
+  return done;
+}
+
+int ExitCodeFor(const Observations& seen, const std::vector<Finding>& findings) {
+  constexpr std::uint32_t kDenied = ERROR_ACCESS_DENIED;
+  if (seen.pipe == PipeState::Denied || seen.mappingError == kDenied || seen.objectError == kDenied) {
+    return kAccessDenied;
+  }
+  if (seen.pipe == PipeState::Absent && !seen.mapped) return kNotThere;
+  const bool allWell = std::all_of(findings.begin(), findings.end(),
+                                   [](const Finding& finding) { return finding.state == FindingState::Ok; });
+  return allWell ? kDone : kNothingMatched;
+}
+
+}  // namespace
+
+int Doctor(const DoctorOptions& options) {
+  DeferInterrupts();
+  Observations seen;
+  std::vector<std::string> done;
+  {
+    LogExaminer examiner;
+    seen.service = QueryService().state;
+    AskServer(options, seen);
+    LookAtFile(seen);
+    LookAtObjects(examiner, options.watchMs, seen);
+    if (options.unstick) done = Unstick(examiner, seen);
+    examiner.Close();
+  }
+  ReadOnce(options, seen);
+  const auto findings = Diagnose(seen);
+  std::string out = options.json ? AsJson(findings, done) : AsText(findings);
+  if (!options.json) {
+    for (const std::string& deed : done) out += "unstick: " + deed + "\n";
+  }
+  if (!WriteOut(out)) return kOutputFailed;
+  return Interrupted() ? kInterrupted : ExitCodeFor(seen, findings);
+}
+
+}  // namespace TamLogCtl

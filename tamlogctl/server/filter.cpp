@@ -1,0 +1,198 @@
+#include "tamlogctl/server/filter.h"
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <fstream>
+
+#include "client/file/file_path.h"
+#include "client/live/log_client.h"
+#include "tamlogctl/base/console.h"
+#include "tamlogctl/base/exit_code.h"
+#include "tamlogctl/server/filter_text.h"
+#include "tamlogctl/server/live_server.h"
+
+namespace TamLogCtl {
+
+namespace {
+
+using TamLogClient::LogClient;
+using TamLogClient::Status;
+using Filters = std::vector<FilterEntry>;
+
+LogClient Connect(const FilterOptions& options) {
+  return LogClient({kRequestPipeName, options.timeoutMs});
+}
+
+// Before anything is sent: a list that is refused half way would leave a partial one.
+bool CanBeStored(const Filters& filters) {
+  return std::all_of(filters.begin(), filters.end(), [](const FilterEntry& filter) {
+    const std::string problem = FilterProblem(filter);
+    if (!problem.empty()) Say(problem);
+    return problem.empty();
+  });
+}
+
+void Warn(const Filters& added) {
+  for (const FilterEntry& filter : added) {
+    const std::string remark = FilterRemark(filter);
+    if (!remark.empty()) Say("warning: '" + filter.text + "' is " + remark);
+  }
+}
+
+void WarnOfRule(const Filters& all) {
+  const auto included = std::count_if(all.begin(), all.end(), [](const FilterEntry& f) { return f.include; });
+  if (included > 0 && included < static_cast<std::ptrdiff_t>(all.size())) {
+    Say("note: while there are include filters, exclude filters are not looked at");
+  }
+}
+
+// Says what is not stored, in the form that `filter set -` reads.
+int AddAll(LogClient& client, const Filters& filters) {
+  for (std::size_t i = 0; i < filters.size(); ++i) {
+    const Status status = client.AddFilter(filters[i]);
+    if (status == Status::Ok) continue;
+    const Filters rest(filters.begin() + static_cast<std::ptrdiff_t>(i), filters.end());
+    Say("these filters are not stored; add them again:");
+    WriteErr(FiltersAsTsv(rest));
+    return Failed("filter add", status);
+  }
+  return kDone;
+}
+
+// No request removes or changes one filter.
+int Replace(LogClient& client, const Filters& filters) {
+  const Status status = client.ClearFilters();
+  if (status != Status::Ok) return Failed("filter clear", status);
+  const int exitCode = AddAll(client, filters);
+  Say("note: messages that arrived in between met a partial list");
+  return exitCode;
+}
+
+bool Remove(Filters& filters, const FilterEntry& wanted) {
+  const auto at = std::find_if(filters.begin(), filters.end(), [&wanted](const FilterEntry& filter) {
+    return filter.include == wanted.include && filter.text == wanted.text;
+  });
+  if (at == filters.end()) return false;
+  filters.erase(at);
+  return true;
+}
+
+bool ReadAll(const std::string& name, std::string& text) {
+  if (name == "-") {
+    for (std::string line; ReadLine(line);) text += line + "\n";
+    return true;
+  }
+  std::ifstream file(TamLogClient::PathOf(name), std::ios::binary);
+  if (!file) return false;
+  std::array<char, 4096> part{};
+  do {
+    file.read(part.data(), part.size());
+    text.append(part.data(), static_cast<std::size_t>(file.gcount()));
+  } while (file);
+  return file.eof();
+}
+
+}  // namespace
+
+int ListFilters(const FilterOptions& options) {
+  LogClient client = Connect(options);
+  Filters filters;
+  if (const int exitCode = AskForFilters(client, filters); exitCode != kDone) return exitCode;
+  std::string out;
+  switch (options.format) {
+    case ListFormat::Text:
+      out = FiltersAsText(filters);
+      break;
+    case ListFormat::Tsv:
+      out = FiltersAsTsv(filters);
+      break;
+    case ListFormat::Json:
+      out = FiltersAsJson(filters);
+      break;
+  }
+  return WriteOut(out) ? kDone : kOutputFailed;
+}
+
+int AddFilters(const FilterOptions& options) {
+  if (!CanBeStored(options.entries)) return kUsage;
+  LogClient client = Connect(options);
+  Warn(options.entries);
+  if (const int exitCode = AddAll(client, options.entries); exitCode != kDone) return exitCode;
+  Filters all;
+  if (AskForFilters(client, all) == kDone) WarnOfRule(all);
+  return kDone;
+}
+
+int RemoveFilters(const FilterOptions& options) {
+  LogClient client = Connect(options);
+  Filters filters;
+  if (const int exitCode = AskForFilters(client, filters); exitCode != kDone) return exitCode;
+  std::vector<std::uint32_t> numbers = options.numbers;
+  std::sort(numbers.begin(), numbers.end());
+  numbers.erase(std::unique(numbers.begin(), numbers.end()), numbers.end());
+  const std::size_t before = filters.size();
+  // The highest first, so that the others keep their numbers.
+  std::reverse(numbers.begin(), numbers.end());
+  for (const std::uint32_t number : numbers) {
+    if (number == 0 || number > before) {
+      Say("there is no filter " + std::to_string(number) + "; see: tamlogctl filter list");
+      return kNothingMatched;
+    }
+    filters.erase(filters.begin() + static_cast<std::ptrdiff_t>(number - 1));
+  }
+  for (const FilterEntry& wanted : options.entries) {
+    if (Remove(filters, wanted)) continue;
+    Say(std::string("there is no ") + (wanted.include ? "include" : "exclude") + " filter '" + wanted.text +
+        "'; see: tamlogctl filter list");
+    return kNothingMatched;
+  }
+  return Replace(client, filters);
+}
+
+int ClearFilters(const FilterOptions& options) {
+  LogClient client = Connect(options);
+  const Status status = client.ClearFilters();
+  return status == Status::Ok ? kDone : Failed("filter clear", status);
+}
+
+int SetFilters(const FilterOptions& options) {
+  std::string text;
+  if (!ReadAll(options.file, text)) {
+    Say(options.file + ": cannot be read");
+    return kNotThere;
+  }
+  std::string problem;
+  const auto filters = ParseFilters(text, problem);
+  if (!filters) {
+    Say(options.file + ": " + problem);
+    return kUsage;
+  }
+  if (!CanBeStored(*filters)) return kUsage;
+  LogClient client = Connect(options);
+  Warn(*filters);
+  WarnOfRule(*filters);
+  return Replace(client, *filters);
+}
+
+int TestFilters(const FilterOptions& options) {
+  LogClient client = Connect(options);
+  SettingsBody settings{};
+  Filters filters;
+  const Status status = client.GetSettings(settings);
+  if (status != Status::Ok) return Failed("settings", status);
+  if (const int exitCode = AskForFilters(client, filters); exitCode != kDone) return exitCode;
+  std::string out;
+  bool kept = false;
+  // With no type named, every type is judged: one that is kept is enough.
+  for (std::uint32_t type = 0; type < kMessageTypes; ++type) {
+    if (options.typeGiven && type != options.type) continue;
+    const auto verdict = JudgeMessage(filters, settings.typeFilter, options.source, type);
+    kept = kept || verdict.kept;
+    out += "type " + std::to_string(type) + "  " + VerdictText(filters, verdict, type) + "\n";
+  }
+  if (!WriteOut(out)) return kOutputFailed;
+  return kept ? kDone : kNothingMatched;
+}
+
+}  // namespace TamLogCtl

@@ -1,0 +1,180 @@
+#include "tamlogctl/server/filter_text.h"
+
+#include <algorithm>
+#include <charconv>
+#include <nlohmann/json.hpp>
+
+#include "client/format/tsv_text.h"
+#include "client/message/utf8.h"
+
+namespace TamLogCtl {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr std::size_t kShortText = 2;
+
+const char* KindOf(const FilterEntry& filter) {
+  return filter.include ? "include" : "exclude";
+}
+
+bool HasInclude(const std::vector<FilterEntry>& filters) {
+  return std::any_of(filters.begin(), filters.end(),
+                     [](const FilterEntry& filter) { return filter.include; });
+}
+
+std::optional<bool> IncludeFromKind(std::string_view kind) {
+  if (kind == "include") return true;
+  if (kind == "exclude") return false;
+  return std::nullopt;
+}
+
+std::optional<std::string> FromHex(std::string_view digits) {
+  if (digits.size() % 2 != 0) return std::nullopt;
+  std::string bytes;
+  for (std::size_t i = 0; i < digits.size(); i += 2) {
+    unsigned value = 0;
+    const char* const begin = digits.data() + i;
+    const auto [end, error] = std::from_chars(begin, begin + 2, value, 16);
+    if (error != std::errc() || end != begin + 2) return std::nullopt;
+    bytes += static_cast<char>(value);
+  }
+  return bytes;
+}
+
+std::optional<FilterEntry> FromJson(const Json& entry) {
+  if (!entry.is_object() || !entry.contains("kind") || !entry["kind"].is_string()) return std::nullopt;
+  const auto include = IncludeFromKind(entry["kind"].get<std::string>());
+  if (!include) return std::nullopt;
+  if (entry.contains("text_hex") && entry["text_hex"].is_string()) {
+    auto text = FromHex(entry["text_hex"].get<std::string>());
+    if (!text) return std::nullopt;
+    return FilterEntry{std::move(*text), *include};
+  }
+  if (!entry.contains("text") || !entry["text"].is_string()) return std::nullopt;
+  return FilterEntry{entry["text"].get<std::string>(), *include};
+}
+
+std::optional<std::vector<FilterEntry>> ParseJson(std::string_view text, std::string& problem) {
+  const Json json = Json::parse(text, nullptr, false);
+  std::vector<FilterEntry> filters;
+  if (!json.is_array()) {
+    problem = "expected a JSON array of {\"kind\":\"include\",\"text\":\"NAME\"}";
+    return std::nullopt;
+  }
+  for (const Json& entry : json) {
+    auto filter = FromJson(entry);
+    if (!filter) {
+      problem = "entry " + std::to_string(filters.size() + 1) +
+                ": expected {\"kind\":\"include\" or \"exclude\",\"text\":\"NAME\"}";
+      return std::nullopt;
+    }
+    filters.push_back(std::move(*filter));
+  }
+  return filters;
+}
+
+std::optional<FilterEntry> ParseTsv(std::string_view line) {
+  const std::size_t tab = line.find('\t');
+  if (tab == std::string_view::npos || line.find('\t', tab + 1) != std::string_view::npos)
+    return std::nullopt;
+  const auto include = IncludeFromKind(line.substr(0, tab));
+  if (!include) return std::nullopt;
+  // The escapes are those of a message's texts, and so is who reads them: as the text of a whole line.
+  std::string problem;
+  auto draft = TamLogClient::ParseTsvLine(
+      "2026-01-01 00:00:00.000\t0\t\t" + std::string(line.substr(tab + 1)), problem);
+  if (!draft) return std::nullopt;
+  return FilterEntry{std::move(draft->text), *include};
+}
+
+}  // namespace
+
+std::string FilterRuleText(const std::vector<FilterEntry>& filters) {
+  if (filters.empty()) return "every source is kept";
+  return HasInclude(filters) ? "only included sources are kept; excludes are not looked at"
+                             : "all but excluded sources are kept";
+}
+
+std::string FilterRemark(const FilterEntry& filter) {
+  if (filter.text.empty()) return "empty: matches every source";
+  if (filter.text.size() <= kShortText) {
+    return "very short: matches every source that begins with it";
+  }
+  return "";
+}
+
+std::string FilterProblem(const FilterEntry& filter) {
+  if (filter.text.size() > kMostFilterText) {
+    return "the filter has " + std::to_string(filter.text.size()) +
+           " bytes, 127 are allowed (a longer one would end the server); shorten it: a filter matches by its "
+           "beginning";
+  }
+  if (filter.text.find('\0') != std::string::npos) return "a filter cannot hold a zero byte; remove it";
+  return "";
+}
+
+std::string FiltersAsText(const std::vector<FilterEntry>& filters) {
+  std::string out = "rule: " + FilterRuleText(filters) + "\n";
+  const bool include = HasInclude(filters);
+  for (std::size_t i = 0; i < filters.size(); ++i) {
+    const FilterEntry& filter = filters[i];
+    const std::string number = std::to_string(i + 1);
+    out +=
+        std::string(number.size() < 3 ? 3 - number.size() : 0, ' ') + number + "  " + KindOf(filter) + "  ";
+    if (filter.text.empty()) out += "\"\"";
+    TamLogClient::AppendVisible(filter.text, out);
+    std::string remark = FilterRemark(filter);
+    if (include && !filter.include) remark = "not looked at while there are includes";
+    if (!remark.empty()) out += "  (" + remark + ")";
+    out += '\n';
+  }
+  return out;
+}
+
+std::string FiltersAsTsv(const std::vector<FilterEntry>& filters) {
+  std::string out;
+  for (const FilterEntry& filter : filters) {
+    out.append(KindOf(filter)).append("\t");
+    TamLogClient::AppendTsvText(filter.text, out);
+    out += '\n';
+  }
+  return out;
+}
+
+std::string FiltersAsJson(const std::vector<FilterEntry>& filters) {
+  Json list = Json::array();
+  for (const FilterEntry& filter : filters) {
+    Json entry = {{"kind", KindOf(filter)}, {"text", filter.text}};
+    if (!TamLogClient::IsValidUtf8(filter.text)) {
+      std::string digits;
+      TamLogClient::AppendHex(filter.text, digits);
+      entry["text_hex"] = digits;
+    }
+    list.push_back(std::move(entry));
+  }
+  return list.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+std::optional<std::vector<FilterEntry>> ParseFilters(std::string_view text, std::string& problem) {
+  const std::size_t first = text.find_first_not_of(" \t\r\n");
+  if (first != std::string_view::npos && text[first] == '[') return ParseJson(text, problem);
+  std::vector<FilterEntry> filters;
+  for (std::size_t number = 1; !text.empty(); ++number) {
+    std::string_view line = text.substr(0, text.find('\n'));
+    text.remove_prefix(std::min(text.size(), line.size() + 1));
+    if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+    if (line.empty()) continue;
+    auto filter = ParseTsv(line);
+    if (!filter) {
+      problem =
+          "line " + std::to_string(number) + ": expected include or exclude, a tab and the filter's text";
+      return std::nullopt;
+    }
+    filters.push_back(std::move(*filter));
+  }
+  return filters;
+}
+
+}  // namespace TamLogCtl

@@ -1,0 +1,129 @@
+#include "tamlogctl/server/log_examiner.h"
+
+#include <algorithm>
+
+#include "client/live/guarded_copy.h"
+#include "client/message/win32.h"
+
+namespace TamLogClient {
+
+namespace {
+
+constexpr DWORD kLookAccess = SYNCHRONIZE | EVENT_MODIFY_STATE;
+constexpr DWORD kLookEveryMs = 20;
+constexpr DWORD kLockPatienceMs = 1000;  // the lock is held for microseconds
+constexpr std::size_t kHeaderLock = 0;
+constexpr std::size_t kReadWait = 1;
+constexpr std::size_t kWriteWait = 2;
+
+bool Signalled(const Handle& event) {
+  return WaitForSingleObject(event.Get(), 0) == WAIT_OBJECT_0;
+}
+
+}  // namespace
+
+LogObjects LogExaminer::Open(const std::string& mapName) {
+  Close();
+  LogObjects found;
+  SYSTEM_INFO system;
+  GetSystemInfo(&system);
+  found.pageBytes = system.dwPageSize;
+  mapping = Handle(OpenFileMappingA(FILE_MAP_READ | FILE_MAP_WRITE, FALSE, mapName.c_str()));
+  if (!mapping) {
+    found.mappingError = GetLastError();
+    return found;
+  }
+  fileView = static_cast<const unsigned char*>(MapViewOfFile(mapping.Get(), FILE_MAP_READ, 0, 0, 0));
+  if (fileView == nullptr) found.mappingError = GetLastError();
+  headerView = static_cast<unsigned char*>(
+      MapViewOfFile(mapping.Get(), FILE_MAP_READ | FILE_MAP_WRITE, 0, 0, kSlotsOffset));
+  if (headerView == nullptr) found.writableError = GetLastError();
+  bool good = fileView != nullptr && headerView != nullptr;
+  if (good) {
+    MEMORY_BASIC_INFORMATION information{};
+    if (VirtualQuery(fileView, &information, sizeof(information)) != 0) {
+      found.viewBytes = information.RegionSize;
+    }
+    LockNames names{};
+    good = found.viewBytes >= kSlotsOffset &&
+           TamLogClientGuardedCopy(&names, fileView + kLockNamesOffset, sizeof(names)) == 0;
+    for (std::size_t i = 0; good && i < events.size(); ++i) {
+      names.name[i][kLockNameSize - 1] = '\0';
+      found.eventNames[i] = &names.name[i][0];
+      events[i] = Handle(OpenEventA(kLookAccess, FALSE, found.eventNames[i].c_str()));
+      if (!events[i]) found.eventErrors[i] = GetLastError();
+    }
+  }
+  for (const Handle& event : events) good = good && static_cast<bool>(event);
+  if (!good) Close();
+  return found;
+}
+
+void LogExaminer::Close() {
+  if (headerView != nullptr) UnmapViewOfFile(headerView);
+  if (fileView != nullptr) UnmapViewOfFile(fileView);
+  headerView = nullptr;
+  fileView = nullptr;
+  mapping.Close();
+  for (Handle& event : events) event.Close();
+}
+
+bool LogExaminer::CopyHeader(LogFileHeader& header) const {
+  return fileView != nullptr && TamLogClientGuardedCopy(&header, fileView, sizeof(header)) == 0;
+}
+
+bool LogExaminer::TakeLock(std::uint32_t milliseconds) const {
+  return WaitForSingleObject(events[kHeaderLock].Get(), milliseconds) == WAIT_OBJECT_0;
+}
+
+LogWatch LogExaminer::Watch(std::uint32_t milliseconds) {
+  LogWatch watch;
+  LogFileHeader first{};
+  if (!CopyHeader(first)) return watch;
+  watch.header = first;
+  watch.lockTaken = !TakeLock(kLockPatienceMs);
+  if (!watch.lockTaken) SetEvent(events[kHeaderLock].Get());
+  watch.readersInside = watch.countPassed = watch.countLeft = watch.readersKeptOut = true;
+  const ULONGLONG start = GetTickCount64();
+  for (;;) {
+    const bool readOpen = Signalled(events[kReadWait]);
+    const bool writeOpen = Signalled(events[kWriteWait]);
+    if (!CopyHeader(watch.header)) break;
+    watch.watchedMs = static_cast<std::uint32_t>(GetTickCount64() - start);
+    if (watch.header.serverRunning == 0) {
+      Close();
+      break;
+    }
+    watch.moved = watch.moved || watch.header.readCount != first.readCount ||
+                  watch.header.changeCount != first.changeCount;
+    watch.readersInside = watch.readersInside && !writeOpen && watch.header.readCount > 0;
+    watch.countPassed = watch.countPassed && !writeOpen && watch.header.readCount <= 0;
+    watch.countLeft = watch.countLeft && writeOpen && watch.header.readCount != 0;
+    watch.readersKeptOut = watch.readersKeptOut && !readOpen;
+    watch.writerWaits = !readOpen;
+    if (!watch.readersInside && !watch.countPassed && !watch.countLeft && !watch.readersKeptOut) break;
+    if (watch.watchedMs >= milliseconds) break;
+    Sleep(kLookEveryMs);
+  }
+  return watch;
+}
+
+bool LogExaminer::FreeHeaderLock() {
+  return events[kHeaderLock] && SetEvent(events[kHeaderLock].Get()) != FALSE;
+}
+
+bool LogExaminer::ForgetReaders(const LogFileHeader& seen) {
+  if (headerView == nullptr || !TakeLock(kLockPatienceMs)) return false;
+  LogFileHeader now{};
+  bool done = CopyHeader(now) && now.readCount == seen.readCount && now.changeCount == seen.changeCount;
+  if (done) {
+    // A count that stayed raised would keep the next reader's leaving from signalling write-wait.
+    constexpr std::int32_t kNone = 0;
+    done = TamLogClientGuardedCopy(headerView, &kNone, sizeof(kNone)) == 0;
+    SetEvent(events[kWriteWait].Get());
+  }
+  SetEvent(events[kHeaderLock].Get());
+  return done;
+}
+
+}  // namespace TamLogClient

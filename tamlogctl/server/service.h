@@ -1,0 +1,27 @@
+#pragma once
+
+// The log server as the service manager sees it.
+
+#include <cstdint>
+#include <string>
+
+#include "tamlogctl/server/doctor_findings.h"
+
+namespace TamLogCtl {
+
+struct ServiceReport {
+  TamLogClient::ServiceState state = TamLogClient::ServiceState::Unknown;
+  std::uint32_t raw = 0;        // the manager's own number of the state
+  std::uint32_t processId = 0;  // 0 when it does not run
+};
+
+ServiceReport QueryService();
+
+// Ask the manager to start or stop it, and do not wait. 0 or the system's error code.
+std::uint32_t RequestServiceStart();
+std::uint32_t RequestServiceStop();
+
+// "running", "stopped", "starting", "stopping", "not installed" and the like.
+std::string ServiceText(const ServiceReport& report);
+
+}  // namespace TamLogCtl

@@ -1,0 +1,112 @@
+#include "tamlogctl/server/settings_text.h"
+
+#include <algorithm>
+#include <array>
+#include <nlohmann/json.hpp>
+
+namespace TamLogCtl {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr std::uint32_t kAllTypes = (1U << kMessageTypes) - 1;
+constexpr std::uint64_t kMostMessages = 1000000;
+constexpr std::uint64_t kMostSaveSeconds = 4294967;  // beyond, the server's milliseconds wrap around
+constexpr std::uint64_t kMostPollMs = 0xFFFFFFFFU;
+
+// The last one is printed beside the others, and read over.
+constexpr std::array<std::string_view, 5> kKeys{"capacity", "poll_ms", "save_s", "types",
+                                                "capacity_in_effect"};
+
+bool Read(const Json& json, const char* key, std::uint64_t most, std::optional<std::uint32_t>& value,
+          std::string& problem) {
+  if (!json.contains(key)) return true;
+  const Json& field = json[key];
+  if (field.is_number_unsigned() && field.get<std::uint64_t>() >= 1 && field.get<std::uint64_t>() <= most) {
+    value = field.get<std::uint32_t>();
+    return true;
+  }
+  problem = std::string(key) + ": expected a number from 1 to " + std::to_string(most);
+  return false;
+}
+
+std::optional<std::uint32_t> MaskOf(const Json& types) {
+  if (types.is_number_unsigned()) {
+    return types.get<std::uint64_t>() <= kAllTypes ? std::optional(types.get<std::uint32_t>()) : std::nullopt;
+  }
+  if (!types.is_array()) return std::nullopt;
+  std::uint32_t mask = 0;
+  for (const Json& type : types) {
+    if (!type.is_number_unsigned() || type.get<std::uint64_t>() >= kMessageTypes) return std::nullopt;
+    mask |= 1U << type.get<std::uint32_t>();
+  }
+  return mask;
+}
+
+}  // namespace
+
+std::string TypesText(std::uint32_t mask) {
+  std::string list;
+  for (std::uint32_t type = 0; type < kMessageTypes; ++type) {
+    if (((mask >> type) & 1U) != 0) list += (list.empty() ? "" : ",") + std::to_string(type);
+  }
+  return list.empty() ? "none" : list;
+}
+
+std::string SettingsAsText(const SettingsBody& settings, std::optional<std::int32_t> inEffect) {
+  return "capacity  " + std::to_string(settings.maxMessage) + " asked for, " +
+         (inEffect ? std::to_string(*inEffect) : std::string("unknown")) + " in effect\npoll      " +
+         std::to_string(settings.devicePollRate) + " ms\nsave      " + std::to_string(settings.saveRate) +
+         " s\ntypes     " + TypesText(settings.typeFilter) + "\n";
+}
+
+std::string SettingsAsJson(const SettingsBody& settings, std::optional<std::int32_t> inEffect) {
+  Json types = Json::array();
+  for (std::uint32_t type = 0; type < kMessageTypes; ++type) {
+    if (((settings.typeFilter >> type) & 1U) != 0) types.push_back(type);
+  }
+  Json json = {{"capacity", settings.maxMessage},
+               {"poll_ms", settings.devicePollRate},
+               {"save_s", settings.saveRate},
+               {"types", std::move(types)}};
+  json["capacity_in_effect"] = inEffect ? Json(*inEffect) : Json(nullptr);
+  return json.dump(2) + "\n";
+}
+
+std::optional<SettingsChange> ParseSettings(std::string_view text, std::string& problem) {
+  const Json json = Json::parse(text, nullptr, false);
+  if (!json.is_object()) {
+    problem = "expected a JSON object like the one that 'tamlogctl settings get -o json' prints";
+    return std::nullopt;
+  }
+  for (const auto& [key, value] : json.items()) {
+    if (std::find(kKeys.begin(), kKeys.end(), key) != kKeys.end()) continue;
+    problem = "there is no setting '" + key + "'; there are capacity, poll_ms, save_s and types";
+    return std::nullopt;
+  }
+  SettingsChange change;
+  if (!Read(json, "capacity", kMostMessages, change.capacity, problem) ||
+      !Read(json, "poll_ms", kMostPollMs, change.pollMs, problem) ||
+      !Read(json, "save_s", kMostSaveSeconds, change.saveSeconds, problem)) {
+    return std::nullopt;
+  }
+  if (json.contains("types")) {
+    change.types = MaskOf(json["types"]);
+    if (!change.types) {
+      problem = "types: expected a list of types from 0 to 3, or a number of bits up to 15";
+      return std::nullopt;
+    }
+  }
+  return change;
+}
+
+SettingsBody Changed(SettingsBody settings, const SettingsChange& change) {
+  settings.maxMessage = change.capacity.value_or(settings.maxMessage);
+  settings.devicePollRate = change.pollMs.value_or(settings.devicePollRate);
+  settings.saveRate = change.saveSeconds.value_or(settings.saveRate);
+  settings.typeFilter = change.types.value_or(settings.typeFilter);
+  return settings;
+}
+
+}  // namespace TamLogCtl
