@@ -1,5 +1,5 @@
 // How much of damaged log files is recovered. Run by hand it prints the first table of docs/damage_table.md
-// (tests/native/flipped_bits_test.cpp has the second one):
+// (tests/native/flipped_bits_test.cpp prints those of every bit):
 //
 //   TAMLOG_DAMAGE_FILES=20000 rescue_native_tests --gtest_filter='DamageTable*'
 
