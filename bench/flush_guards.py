@@ -14,10 +14,10 @@ def flush_guards(bench):
             for _ in range(2 * slots // 20_000):  # until each slot was written once
                 meter.take("submit-wait")
             limit = ("a tenth of a millisecond", lambda: LONGEST_WAIT)
-            bench.take_turns("flush", ("readers shut out, flush of 2,000", meter.turn("readers-out", 1e-3)),
-                             ("5 event calls, 2,000 x 1.15 copies", meter.turn("limit", 1e-3)), "us", 1.0,
+            bench.take_turns("flush", ("readers out, flush of 2,000", meter.turn("readers-out", 1e-3)),
+                             ("5 calls, 1.15 x 2,000 copies", meter.turn("limit", 1e-3)), "us", 1.0,
                              pairs=bench.memory_pairs, slots=slots, per="operation")
-            bench.take_turns("flush", ("longest submit, flush of 20,000", meter.turn("submit-wait", 1e-3)),
+            bench.take_turns("flush", ("longest submit, flush 20,000", meter.turn("submit-wait", 1e-3)),
                              limit, "us", 1.0, slots=slots, per="operation")
-            bench.take_turns("flush", ("longest submit, without a flush", meter.turn("submit-alone", 1e-3)),
+            bench.take_turns("flush", ("longest submit, no flush", meter.turn("submit-alone", 1e-3)),
                              limit, "us", slots=slots)

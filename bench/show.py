@@ -43,7 +43,7 @@ def last_hundred(bench, ours):
         whole = run_process(bench.pin([*ours, "-n", "100"]), bench.path("out")).seconds
         start = run_process(bench.pin(["build/bin/tamlogctl", "version"]), bench.path("out")).seconds
         pairs.append((max(whole - start, 0) * 1000, 10.0))
-    bench.add_pairs("show", "show -n 100, without process start", "10 ms", pairs, "ms", goal=1.0, slots=SLOTS)
+    bench.add_pairs("show", "show -n 100, without start", "10 ms", pairs, "ms", goal=1.0, slots=SLOTS)
 
 
 def memory(bench, ours, log):
