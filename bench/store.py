@@ -1,4 +1,4 @@
-"""Measures the server's store over a full file, under Wine, against the copies, reads and event calls it cannot avoid."""
+"""Measures the server's store over a full file, in Wine, against copies, reads and event calls it cannot avoid."""
 
 import collections
 import os
