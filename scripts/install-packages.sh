@@ -4,10 +4,11 @@ set -euo pipefail
 
 usage() {
   cat <<'TEXT'
-usage: scripts/install-packages.sh [run|test|fuzz|bench]
+usage: scripts/install-packages.sh [build|run|test|fuzz|bench]
 
 Installs the missing ones of the Debian packages that the project needs, as root or with sudo:
-  run    for building and running the server (run.sh)
+  build  for building everything
+  run    these, and Wine, for running the programs (run.sh)
   test   these, and the packages for checks, native tests and fuzz targets (test.sh); the default
   fuzz   for building and running the fuzz targets (fuzz.sh)
   bench  for building and running the server, and the peers of the benchmarks (bench.sh)
@@ -15,14 +16,14 @@ Does not use the network when nothing is missing.
 TEXT
 }
 
-run_packages=(
+build_packages=(
   cmake ninja-build g++ libc6-dev     # the build, and the compiler of native builds
   g++-mingw-w64-x86-64-posix          # the cross-compiler; brings the linker, windres and windows.h
-  wine64                              # runs the Windows programs
   googletest                          # its sources; the build compiles them
   nlohmann-json3-dev libcli11-dev libfmt-dev  # used by tamlogctl
   python3                             # used by the build files
 )
+run_packages=("${build_packages[@]}" wine64)
 test_packages=(
   clang-14 clang-tidy-14 clang-format-14  # thread-safety analysis, clang-tidy, format
   libspdlog-dev pkg-config                # programs that use the installed client library
@@ -43,6 +44,7 @@ bench_packages=(
 set_name=${1:-test}
 case $set_name in
   -h | --help) usage; exit 0 ;;
+  build) wanted=("${build_packages[@]}") ;;
   run) wanted=("${run_packages[@]}") ;;
   test) wanted=("${run_packages[@]}" "${test_packages[@]}" "${fuzz_packages[@]}") ;;
   fuzz) wanted=("${run_packages[@]}" "${fuzz_packages[@]}") ;;
