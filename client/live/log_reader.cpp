@@ -248,7 +248,6 @@ Status LogReader::Inside(std::uint32_t timeoutMs, LogFileHeader& header, bool& a
   }
   const Left left = Leave();
   lastHold = Microseconds() - entered;
-  if (left == Left::UnderTheWriter) ++passed;
   if (done == Work::Fault || left == Left::Fault) return Status::InPage;
   again = done == Work::Again || left == Left::UnderTheWriter;
   if (!again && header.serverRunning == 0) {

@@ -90,9 +90,6 @@ class LogReader {
   // How long the last read access was held.
   std::uint64_t LastHoldMicroseconds() const { return lastHold; }
 
-  // How often this reader and the writer passed each other, so that a copy had to be taken again.
-  std::uint64_t PassedCount() const { return passed; }
-
  private:
   enum class Left : std::uint8_t { Normally, UnderTheWriter, Fault };
 
@@ -129,7 +126,6 @@ class LogReader {
   const LogSnapshot* lastFilled = nullptr;
   LogFileHeader lastHeader{};
   std::uint64_t lastHold = 0;
-  std::uint64_t passed = 0;
 };
 
 }  // namespace TamLogClient

@@ -104,10 +104,6 @@ void LogStream::Guard() {
   }
 }
 
-bool LogStream::Test(const Cursor& cursor) const {
-  return FindCursor(snapshot, OrderMessages(snapshot).oldestFirst, cursor).found;
-}
-
 LogChange LogStream::Wait(std::uint32_t timeoutMs) {
   const std::uint64_t deadline = GetTickCount64() + timeoutMs;
   while (failure == Status::Ok) {

@@ -22,14 +22,12 @@
 #include <deque>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "client/live/log_client.h"
 #include "client/live/log_reader.h"
-#include "client/log/cursor.h"
 #include "client/log/follower_memory.h"
 #include "client/log/log_follower.h"
 #include "client/log/log_snapshot.h"
@@ -103,9 +101,6 @@ class LogStream {
 
   // The whole log as of the last look. Valid until the next call of Wait or Next.
   const LogSnapshot& Snapshot() const { return snapshot; }
-
-  // Whether the message that the cursor points at is in the log, as of the last look.
-  bool Test(const Cursor& cursor) const;
 
   // What has been given or is waiting for Next; held back messages of an ordered stream count as given.
   FollowerMemory Memory(std::size_t mostMessages) const { return follower.Remembered(mostMessages); }
