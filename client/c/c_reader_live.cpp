@@ -165,7 +165,7 @@ class LiveReader : public tamlog_reader {
 tamlog_status TAMLOG_CALL tamlog_reader_open_live(const tamlog_reader_options* options,
                                                   tamlog_reader** reader) {
   tamlog_reader_options given;
-  if (reader == nullptr || !TamLogClient::TakeIn(options, given) || given.ordered > 1) {
+  if (reader == nullptr || !TamLogClient::CopyIn(options, given) || given.ordered > 1) {
     return TAMLOG_BAD_ARGUMENT;
   }
   return Guarded([&]() -> tamlog_status {
