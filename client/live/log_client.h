@@ -5,6 +5,7 @@
 //
 // Thread-safe: calls of several threads take turns. Every call is bounded by the time-out.
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -15,6 +16,9 @@
 #include "records/pipe_protocol.h"
 
 namespace TamLogClient {
+
+// The longest path of a log file, in bytes. A server takes a longer one, stores it, and cannot start again.
+inline constexpr std::size_t kMostPath = 255;
 
 struct LogClientOptions {
   std::string pipeName = kRequestPipeName;  // the reply pipe's name is this and kReplyPipeSuffix
@@ -39,7 +43,7 @@ class LogClient {
   Status GetFileMapName(std::string& name);
   Status GetLogFile(std::string& path);
   Status GetDefaultLogFile(std::string& path);
-  // TooLong above 255 bytes: the server could not start again with such a path.
+  // TooLong above kMostPath.
   Status SetLogFile(const std::string& path);
 
   Status GetSettings(SettingsBody& settings);
