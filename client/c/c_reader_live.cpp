@@ -10,6 +10,7 @@
 #include "client/c/c_reader.h"
 #include "client/live/log_reader.h"
 #include "client/live/log_stream.h"
+#include "client/log/header_counters.h"
 #include "client/log/log_follower.h"
 
 using TamLogClient::CodeOf;
@@ -142,17 +143,15 @@ class LiveReader : public tamlog_reader {
     if (status == Status::NotRunning || status == Status::TimedOut) return TAMLOG_TIMED_OUT;
     if (status != Status::Ok && status != Status::Damaged) return CodeOf(status);
     stream = std::move(opened);
-    nothingLost = AllIsThere(start->snapshot.header, stream->Snapshot().header);
+    nothingLost = NothingIsLost(start->snapshot.header, stream->Snapshot().header);
     return TAMLOG_OK;
   }
 
-  // The stream cannot rule out a loss when no message of the copy is left, as behind an empty log. The
-  // counters can: everything that was numbered since is still in the ring, and nothing was written again.
-  static bool AllIsThere(const LogFileHeader& before, const LogFileHeader& now) {
-    return now.maxMessages == before.maxMessages && now.rewriteCount == before.rewriteCount &&
-           now.changeCount >= before.changeCount && now.nextSequence >= before.nextSequence &&
-           now.nextSequence - before.nextSequence <=
-               static_cast<std::uint64_t>(std::max(now.messageCount, 0));
+  // The stream cannot rule out a loss when it finds no message of the copy, for example after an empty log.
+  // The counters can: everything that was appended since is still in the ring, and nothing was written again.
+  static bool NothingIsLost(const LogFileHeader& before, const LogFileHeader& now) {
+    const auto appended = TamLogClient::AppendedSince(before, now);
+    return appended && *appended <= static_cast<std::uint64_t>(std::max(now.messageCount, 0));
   }
 
   TamLogClient::LogStreamOptions options;

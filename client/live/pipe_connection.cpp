@@ -60,13 +60,6 @@ Probe AnyProbe() {
 
 }  // namespace
 
-CallDeadline::CallDeadline(std::uint32_t milliseconds) : end(GetTickCount64() + milliseconds) {}
-
-std::uint32_t CallDeadline::Remaining() const {
-  const std::uint64_t now = GetTickCount64();
-  return now < end ? static_cast<std::uint32_t>(end - now) : 0;
-}
-
 PipeConnection::PipeConnection(std::string name, std::uint32_t absentMilliseconds)
     : requestName(std::move(name)), replyName(requestName + kReplyPipeSuffix), absentMs(absentMilliseconds) {}
 

@@ -6,21 +6,12 @@
 #include <cstdint>
 #include <string>
 
+#include "client/live/call_deadline.h"
 #include "client/live/handle.h"
 #include "client/message/status.h"
 #include "records/pipe_protocol.h"
 
 namespace TamLogClient {
-
-// Counts down one call's time over all its waits.
-class CallDeadline {
- public:
-  explicit CallDeadline(std::uint32_t milliseconds);
-  std::uint32_t Remaining() const;
-
- private:
-  std::uint64_t end;
-};
 
 class PipeConnection {
  public:
