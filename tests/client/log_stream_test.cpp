@@ -217,7 +217,7 @@ TEST_F(LogStreamTest, OrderedStreamHoldsBackUntilNothingEarlierIsToBeExpected) {
   Share();
   EXPECT_EQ(stream.Wait(100), LogChange::Append);
   EXPECT_EQ(stream.HeldBack(), 1U);
-  stream.GiveAll();
+  stream.ReleaseAll();
   EXPECT_EQ(Read(stream, "f"), "f");
 }
 
