@@ -85,7 +85,7 @@ std::string_view TextAt(const char* text, std::uint64_t length) {
   return length == 0 ? std::string_view(text) : std::string_view(text, length);
 }
 
-// The stored form of a message that a caller was given, or made by himself.
+// Fills a slot from a caller's message, which need not be one that this library returned.
 void StoreMessage(const tamlog_message& message, LogMessage& stored) {
   std::memset(&stored, 0, sizeof(stored));
   stored.sequence = message.sequence;
@@ -152,7 +152,7 @@ const char* TAMLOG_CALL tamlog_status_text(tamlog_status status) {
     case TAMLOG_INTERNAL:
       return "an error inside the library";
     case TAMLOG_EXISTS:
-      return "the output is there already";
+      return "the output already exists";
     case TAMLOG_OUTPUT_FAILED:
       return "the output cannot be written";
     default:

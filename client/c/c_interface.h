@@ -1,8 +1,7 @@
 #pragma once
 
-// What the parts of the C interface (client/include/tamlog.h) share: how structures of callers that were
-// built with another version come in and go out, how results become status codes, and how exceptions stay
-// inside.
+// What the parts of the C interface (client/include/tamlog.h) share: copies of structures from and to callers
+// that may be built with another version, status codes for results, and a barrier for exceptions.
 
 #include <algorithm>
 #include <cstdint>
@@ -17,9 +16,10 @@
 
 namespace TamLogClient {
 
+// The C interface's code of a status: one code each.
 tamlog_status CodeOf(Status status);
 
-// Runs the body of an interface function; what it throws becomes a status.
+// Runs the body of an interface function. An exception becomes a status.
 template <class Body>
 tamlog_status Guarded(Body&& body) noexcept {
   try {
@@ -69,15 +69,17 @@ void CopyOut(const Structure& result, Structure* wanted) {
   wanted->size = size;
 }
 
-// Copies a text with its zero byte into a caller's buffer.
+// Copies a text with its zero byte into a caller's buffer. Sets `length` (may be null) to the text's length
+// without the zero byte, also when the buffer is too small; then nothing is copied.
 tamlog_status CopyText(std::string_view text, char* buffer, std::uint64_t capacity, std::uint64_t* length);
 
 TimeWords WordsOfTime(const tamlog_time& time);
 tamlog_time TimeOfWords(const TimeWords& words);
 
+// Fills `message` from a slot. `flags` are added to those that the slot itself has.
 void FillMessage(const LogMessage& stored, std::uint32_t flags, tamlog_message& message);
 
-// The texts of an entry; they live as long as the caller's.
+// The texts of an entry; they are views of the caller's.
 std::string_view SourceOf(const tamlog_entry& entry);
 std::string_view TextOf(const tamlog_entry& entry);
 

@@ -32,7 +32,9 @@ class FileReader : public tamlog_reader {
     snapshot = std::move(contents.snapshot);
     return contents.status;
   }
-  tamlog_status NextBehind(std::uint32_t /*timeoutMs*/, tamlog_item& /*item*/) override { return TAMLOG_END; }
+  tamlog_status NextAfterStart(std::uint32_t /*timeoutMs*/, tamlog_item& /*item*/) override {
+    return TAMLOG_END;
+  }
   Cursor CursorOfLast() const override { return {}; }
 
  private:
@@ -42,7 +44,7 @@ class FileReader : public tamlog_reader {
 }  // namespace
 
 Status tamlog_reader::Refresh(std::uint32_t timeoutMs) {
-  // A copy that next still reads from stays as it is.
+  // A copy that Next still reads from must not change.
   auto fresh = copy.use_count() == 1 ? copy : std::make_shared<LogCopy>();
   Status status = TakeSnapshot(fresh->snapshot, timeoutMs);
   if (!Readable(status)) {
@@ -62,20 +64,20 @@ void tamlog_reader::Begin(std::size_t position) {
   start = copy;
   startNext = position;
   lastIsOfStart = false;
-  BeginAnew();
+  OnStartReplaced();
 }
 
 tamlog_status tamlog_reader::Next(std::uint32_t timeoutMs, tamlog_item& item) {
   item = {};
   if (start && startNext < start->order.oldestFirst.size()) {
     last = start->snapshot.slots[start->order.oldestFirst[startNext++]];
-    anyGiven = lastIsOfStart = true;
+    hasLast = lastIsOfStart = true;
     TamLogClient::FillMessage(last, 0, item.message);
     return TAMLOG_OK;
   }
-  const tamlog_status status = NextBehind(timeoutMs, item);
+  const tamlog_status status = NextAfterStart(timeoutMs, item);
   if (status == TAMLOG_OK && item.kind == TAMLOG_ITEM_MESSAGE) {
-    anyGiven = true;
+    hasLast = true;
     lastIsOfStart = false;
   }
   return status;
@@ -99,7 +101,7 @@ tamlog_status tamlog_reader::Seek(const char* cursor) {
 }
 
 tamlog_status tamlog_reader::LastCursor(std::string& text) const {
-  if (!anyGiven) return TAMLOG_END;
+  if (!hasLast) return TAMLOG_END;
   const bool ofStart = lastIsOfStart && start;
   text = FormatCursor(ofStart ? CursorOf(start->snapshot, start->order.oldestFirst, startNext - 1)
                               : CursorOfLast());

@@ -50,7 +50,7 @@ class LiveReader : public tamlog_reader {
 
   tamlog_status Wait(std::uint32_t timeoutMs, std::int32_t& change) override {
     const tamlog_status status = Follow(timeoutMs);
-    if (status == TAMLOG_TIMED_OUT) return TAMLOG_OK;  // nothing seen
+    if (status == TAMLOG_TIMED_OUT) return TAMLOG_OK;  // no change was seen
     if (status == TAMLOG_OK) change = static_cast<std::int32_t>(stream->Wait(timeoutMs));
     return status;
   }
@@ -74,15 +74,15 @@ class LiveReader : public tamlog_reader {
   }
 
  protected:
-  // Nothing stays open: a reader that only takes snapshots never keeps a server from stopping.
+  // Leaves nothing open: a reader that only takes snapshots never delays a server that stops.
   Status TakeSnapshot(TamLogClient::LogSnapshot& snapshot, std::uint32_t timeoutMs) override {
     LogReader reader;
     const Status status = reader.Open(options.mapName);
-    remark = status == Status::Damaged ? "what is shared is too small for a log" : "";
+    remark = status == Status::Damaged ? "the shared file is too small for a log" : "";
     return status == Status::Ok ? reader.Snapshot(snapshot, timeoutMs) : status;
   }
 
-  tamlog_status NextBehind(std::uint32_t timeoutMs, tamlog_item& item) override {
+  tamlog_status NextAfterStart(std::uint32_t timeoutMs, tamlog_item& item) override {
     const tamlog_status following = Follow(timeoutMs);
     if (following != TAMLOG_OK) return following;
     LogItem given;
@@ -104,7 +104,7 @@ class LiveReader : public tamlog_reader {
     return TAMLOG_OK;
   }
 
-  void BeginAnew() override { stream.reset(); }
+  void OnStartReplaced() override { stream.reset(); }
 
   Cursor CursorOfLast() const override {
     Cursor cursor;
@@ -125,7 +125,8 @@ class LiveReader : public tamlog_reader {
   }
 
  private:
-  // Begins to follow behind the copy that next began with. A server that has stopped since is waited for.
+  // Opens the stream, if that has not been done, so that it begins after the copy in `start`. Waits for a
+  // server that has stopped since that copy.
   tamlog_status Follow(std::uint32_t timeoutMs) {
     using Clock = std::chrono::steady_clock;
     if (stream) return TAMLOG_OK;
@@ -156,7 +157,7 @@ class LiveReader : public tamlog_reader {
 
   TamLogClient::LogStreamOptions options;
   std::unique_ptr<LogStream> stream;
-  bool nothingLost = false;  // between the copy and the stream's beginning; of its first item
+  bool nothingLost = false;  // between `start` and the stream's first copy: a loss as its first item is none
 };
 
 }  // namespace

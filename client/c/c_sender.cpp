@@ -21,7 +21,7 @@ struct tamlog_sender {
 namespace {
 
 constexpr std::uint32_t kCallMs = 2000;
-// A server that is away is noticed soon: while it is looked for, nothing is lost, but nothing is sent either.
+// Short, so that an absent server is noticed soon: nothing is sent while the pipe is searched for.
 constexpr std::uint32_t kAbsentMs = 200;
 
 bool IsKnown(const tamlog_sender_options& given) {

@@ -38,7 +38,7 @@ std::size_t ListLength(std::uint64_t most) {
 
 // --- Verifying.
 
-void GiveFindings(const VerifyReport& report, const tamlog_verify_options& options) {
+void ReportFindings(const VerifyReport& report, const tamlog_verify_options& options) {
   if (options.found == nullptr) return;
   for (const TamLogClient::FileFinding& finding : report.findings) {
     tamlog_finding given{};
@@ -70,7 +70,7 @@ tamlog_status Verify(std::string_view bytes, const tamlog_verify_options& option
   result.remarks = report.Remarks();
   std::copy(report.count.begin(), report.count.end(), std::begin(result.count));
   TamLogClient::CopyOut(result, wanted);
-  GiveFindings(report, options);
+  ReportFindings(report, options);
   return result.damage > 0 ? TAMLOG_DAMAGED : TAMLOG_OK;
 }
 
@@ -103,7 +103,7 @@ tamlog_repair_note NoteOf(const RepairLoss& loss) {
 // `text` holds the note's text.
 tamlog_repair_note NoteOf(const Change& change, std::string& text) {
   text = change.endTexts
-             ? "a text without end was cut"
+             ? "an unterminated text was cut"
              : "type " + std::to_string(change.seenType) + " became " + std::to_string(change.givenType);
   tamlog_repair_note note =
       NoteAt(change.offset, change.endTexts ? TAMLOG_NOTE_TEXT_CUT : TAMLOG_NOTE_TYPE_CHANGED, true);
@@ -113,7 +113,7 @@ tamlog_repair_note NoteOf(const Change& change, std::string& text) {
   return note;
 }
 
-void GiveNotes(const RepairPlan& plan, const tamlog_repair_options& options) {
+void ReportNotes(const RepairPlan& plan, const tamlog_repair_options& options) {
   if (options.note == nullptr) return;
   for (const RepairLoss& loss : plan.losses) {
     const tamlog_repair_note note = NoteOf(loss);
@@ -170,7 +170,7 @@ tamlog_status Repair(const std::string& path, const std::string& output, const t
   result.lost = plan.lost;
   result.header_trusted = plan.headerTrusted ? 1 : 0;
   TamLogClient::CopyOut(result, wanted);
-  GiveNotes(plan, options);
+  ReportNotes(plan, options);
   return TAMLOG_OK;
 }
 
