@@ -282,7 +282,7 @@ TEST_F(Library, ExamplesRun) {
   EXPECT_TRUE(Holds(lost.output, "submitted 7, sent 0, dropped 7, refused 0, doubtful 0")) << lost.output;
   RunService({.maxMessage = 500});
   ChildProcess follow("\"" + OwnDirectory() + "\\example_follow.exe\" 60");
-  ASSERT_EQ(follow.ReadLine(20s), "-- following behind 0 messages");
+  ASSERT_EQ(follow.ReadLine(20s), "-- following after 0 messages");
   const CommandReport submitted = Run("submit_and_read", "");
   EXPECT_EQ(submitted.exitCode, 0U) << submitted.output;
   EXPECT_TRUE(Holds(submitted.output, " T1 Example.C: submitted by the example in C")) << submitted.output;
