@@ -13,8 +13,7 @@ namespace TamLogClient {
 
 namespace {
 
-constexpr std::uint32_t kMostFilters =
-    100000;  // a server that never answers "no such filter" is not asked for more
+constexpr std::uint32_t kMostFilters = 100000;  // bounds GetFilters if the server never ends the list
 
 template <std::size_t size>
 std::string TextOf(const char (&field)[size]) {

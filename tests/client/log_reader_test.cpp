@@ -42,7 +42,7 @@ class LogReaderTest : public testing::Test {
     shared = std::make_unique<SharedLog>(log.Snapshot());
   }
 
-  // After every test: nobody is inside, and the next writer finds everything open.
+  // After every test: no reader is inside, and the next writer can enter at once.
   ~LogReaderTest() override {
     if (!checkRest) return;
     EXPECT_EQ(shared->ReadCount(), 0);
@@ -63,7 +63,7 @@ class LogReaderTest : public testing::Test {
   bool checkRest = true;
 };
 
-TEST_F(LogReaderTest, SnapshotHoldsTheMessagesAndLeavesNothingBehind) {
+TEST_F(LogReaderTest, SnapshotHoldsTheMessagesAndRestoresTheLocks) {
   ASSERT_EQ(reader.Open(shared->MapName()), Status::Ok);
   ASSERT_EQ(reader.Snapshot(snapshot), Status::Ok);
   EXPECT_EQ(Texts(snapshot), "abc");
@@ -135,7 +135,7 @@ TEST_F(LogReaderTest, WriterInsideMakesItTimeOutAndLeavesTheCountAlone) {
   EXPECT_EQ(reader.Snapshot(snapshot, 50), Status::Ok);
 }
 
-TEST_F(LogReaderTest, HeaderLockThatIsNotGivenBackIsStuckAndIsNotGivenBackForItsHolder) {
+TEST_F(LogReaderTest, HeaderLockThatIsNotReleasedIsStuckAndIsNotReleasedForItsHolder) {
   ASSERT_EQ(reader.Open(shared->MapName()), Status::Ok);
   shared->TakeHeaderLock();
   EXPECT_EQ(reader.Snapshot(snapshot, 50), Status::Stuck);
@@ -168,10 +168,10 @@ TEST_F(LogReaderTest, AnotherReaderInsideIsNotThrownOut) {
   EXPECT_EQ(shared->ReadCount(), 1);
   EXPECT_FALSE(shared->WriteWaitIsSignalled());
   shared->SetReadCount(0);
-  ASSERT_EQ(reader.Snapshot(snapshot), Status::Ok);  // puts the event right again
+  ASSERT_EQ(reader.Snapshot(snapshot), Status::Ok);  // signals the event again
 }
 
-TEST_F(LogReaderTest, HeaderThatMakesNoSenseGivesTheSlotsAndDamaged) {
+TEST_F(LogReaderTest, HeaderThatMakesNoSenseIsDamagedAndTheSlotsAreCopied) {
   ASSERT_EQ(reader.Open(shared->MapName()), Status::Ok);
   auto* const header = reinterpret_cast<LogFileHeader*>(shared->Bytes());
   header->nextSlot = 99;
@@ -247,7 +247,7 @@ TEST_F(LogReaderTest, ReaderThatIsAskedWhileAWriterWritesNeverStaysInside) {
   EXPECT_EQ(bad, 0) << worst;
 }
 
-TEST_F(LogReaderTest, FollowerOverTheReaderGivesEachMessageOnce) {
+TEST_F(LogReaderTest, FollowerOverTheReaderReturnsEachMessageOnce) {
   TamLogClient::LogFollower follower;
   ASSERT_EQ(reader.Open(shared->MapName()), Status::Ok);
   ASSERT_EQ(reader.Snapshot(snapshot), Status::Ok);

@@ -59,7 +59,7 @@ class LogStreamTest : public testing::Test {
     return options;
   }
 
-  // The pipe tells the mapping's name and a poll period of 100 ms.
+  // The pipe answers with the mapping's name and a poll period of 100 ms.
   Answer Serve(const PipeRequest& request, PipeReply& reply) {
     if (request.code == static_cast<std::uint32_t>(RequestCode::GetFileMapName)) {
       reply.code = static_cast<std::uint32_t>(ReplyCode::FileMapName);
@@ -78,7 +78,7 @@ class LogStreamTest : public testing::Test {
     return FindCursor(stream.Snapshot(), OrderMessages(stream.Snapshot()).oldestFirst, cursor).found;
   }
 
-  // Everything that comes until `end` is the last item, in letters and signs.
+  // Returns all items up to `end`, in letters and signs.
   static std::string Read(LogStream& stream, const std::string& end) {
     std::string read;
     LogItem item;
@@ -114,7 +114,7 @@ class LogStreamTest : public testing::Test {
   int now = 0;
 };
 
-TEST_F(LogStreamTest, GivesMessagesAndEventsInOneStream) {
+TEST_F(LogStreamTest, ReturnsMessagesAndEventsInOneStream) {
   LogStream stream(Options());
   ASSERT_EQ(stream.Open(), Status::Ok);
   LogItem item;
@@ -137,8 +137,8 @@ TEST_F(LogStreamTest, GivesMessagesAndEventsInOneStream) {
   EXPECT_EQ(Read(stream, "s"), "C-1s");
 }
 
-// A mapping lives as long as somebody holds it.
-TEST_F(LogStreamTest, LogOfAServerThatStopsIsLetGoAlsoWhenNobodyAsksForTheNextItem) {
+// A mapping exists as long as a process holds it.
+TEST_F(LogStreamTest, LogOfAServerThatStopsIsClosedAlsoWithoutACallOfNext) {
   LogStream stream(Options());
   ASSERT_EQ(stream.Open(), Status::Ok);
   const std::string name = shared->MapName();
@@ -221,7 +221,7 @@ TEST_F(LogStreamTest, OrderedStreamHoldsBackUntilNothingEarlierIsToBeExpected) {
   EXPECT_EQ(Read(stream, "f"), "f");
 }
 
-TEST_F(LogStreamTest, MemoryAndCursorGoOnWhereAnEarlierStreamEnded) {
+TEST_F(LogStreamTest, MemoryAndCursorContinueWhereAnEarlierStreamEnded) {
   TamLogClient::FollowerMemory memory;
   std::optional<Cursor> cursor;
   {

@@ -32,7 +32,7 @@ bool Holds(const std::string& text, const std::string& part) {
 
 class Library : public SystemTest {
  protected:
-  // Calls Next until an item of this kind comes; false after a while.
+  // Calls Next until an item of this kind comes; returns false after some time.
   static bool WaitFor(tamlog::Reader& reader, tamlog::ItemKind kind, tamlog::Item& item) {
     return Eventually(30s, [&] {
       for (auto next = reader.Next(50); next; next = reader.Next(0)) {
@@ -182,7 +182,7 @@ TEST_F(Library, ViewShowsTheLogInPlaceAndPassesExceptionsOn) {
   EXPECT_EQ(Header().readCount, 0);
 }
 
-// What was sent while the server was away is sorted in by its own time when the server is back.
+// Messages submitted while the server is stopped are sorted in by their own times when it is back.
 TEST_F(Library, SenderKeepsMessagesWhileTheServerIsAway) {
   RunService();
   tamlog::Sender sender;
