@@ -2,12 +2,13 @@
 
 #include <utility>
 
+#include "client/live/log_client.h"
+
 namespace TamLogClient {
 
 namespace {
 
 constexpr std::size_t kMostFilterText = 127;
-constexpr std::size_t kMostPath = 255;
 constexpr std::size_t kShortFilter = 2;
 constexpr std::uint64_t kLongHoldMicroseconds = 50000;
 constexpr std::uint32_t kErrorAccessDenied = 5;

@@ -13,11 +13,10 @@ namespace TamLogCtl {
 
 namespace {
 
+using TamLogClient::kMostPath;
 using TamLogClient::LogClient;
 using TamLogClient::LogSnapshot;
 using TamLogClient::Status;
-
-constexpr std::size_t kMostPath = 255;
 
 bool Same(const SettingsBody& left, const SettingsBody& right) {
   return left.maxMessage == right.maxMessage && left.devicePollRate == right.devicePollRate &&
