@@ -3,11 +3,12 @@
 // Builders of an access list and of the security descriptor that carries it. Same rules as in
 // pipe/security_attributes.h: one thread, nothing caught, texts kept letter for letter.
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <vector>
 
-#include "pipe/security_attributes.h"
 #include "util/native_handle.h"
 
 struct _ACL;
@@ -18,6 +19,33 @@ struct _SECURITY_DESCRIPTOR;
 enum class AccessMode : std::uint32_t { Grant = 1, Set = 2, Deny = 3, Revoke = 4 };
 enum class TrusteeForm : std::uint32_t { Sid = 0, Name = 1, BadForm = 2 };
 enum class TrusteeType : std::uint32_t { Unknown = 0, User = 1, Group = 2, WellKnownGroup = 5 };
+
+using SidAuthority = std::array<std::uint8_t, 6>;
+inline constexpr SidAuthority kWorldAuthority = {0, 0, 0, 0, 0, 1};
+
+// Builds one SID once.
+class SidBuilder {
+ public:
+  static constexpr std::size_t kMaxSubAuthorities = 8;
+
+  explicit SidBuilder(const SidAuthority& identifierAuthority);
+  ~SidBuilder();
+  SidBuilder(const SidBuilder&) = delete;
+  SidBuilder& operator=(const SidBuilder&) = delete;
+
+  // ExceptionBase "Specifiying more then 8 sub authorites is not supported" (tested first, also once the SID
+  // is built), "Specifiying a new authority after calling GetSID(), object already finalized".
+  void AddSubAuthority(std::uint32_t value);
+  // The SID, built by the first call; owned by this object. ExceptionBase "Calling GetSID before specifying
+  // atleast one sub authority", ExceptionWindows "AllocateAndInitializeSid() failed".
+  void* GetSID();
+
+ private:
+  void* sid = nullptr;
+  SidAuthority authority;
+  std::uint8_t count = 0;
+  std::array<std::uint32_t, kMaxSubAuthorities> subAuthorities{};
+};
 
 // Builds one access list once.
 class AclBuilder {

@@ -1,4 +1,4 @@
-// The open side of MessageFileServer: open, verify, reformat, compact, close.
+// The open side of MessageFileServer: open, verify, reformat, compact, load, close.
 // message_file_server_disk.cpp has what it asks the system for.
 //
 // MaxMessage is read once per open, together with the path: the configuration's lock may not be taken once a
@@ -29,6 +29,7 @@ constexpr char kCannotInitialize[] = "Failed to get header and lock name copies 
 constexpr char kCannotRewrite[] = "Failed to rewrite a message during file compaction in InitializeFile()";
 constexpr char kCannotWriteBack[] =
     "Failed to write modified header and lock names to the file in InitializeFile()";
+constexpr char kCannotLoad[] = "Failed to read log file header in LoadToList()";
 constexpr char kCannotClearRunning[] =
     "Failed to set server running flag to false in log file during CloseFile()";
 
@@ -66,11 +67,6 @@ void CopyLockName(char (&field)[kLockNameSize], const std::string& name) {
 
 MessageFileServer::MessageFileServer(ServerConfiguration* serverConfiguration, Mutex* configurationLock)
     : configuration(serverConfiguration), configLock(configurationLock), monitor(nullptr, 5000, 4000) {}
-
-MessageFileServer::Settings MessageFileServer::ReadSettings() {
-  const Mutex::Access access(configLock, Timeout::Infinite);
-  return {.logFile = configuration->logFile, .maxMessage = configuration->maxMessage};
-}
 
 void MessageFileServer::OpenFile(const std::string& mapName, const std::string& headerLockName,
                                  const std::string& readWaitEventName,
@@ -206,6 +202,39 @@ void MessageFileServer::Compact(LogFileHeader& header, std::uint32_t maxMessage)
     });
   }
   SetRingCapacity(header, maxMessage);
+}
+
+void MessageFileServer::LoadToList(MessageList& list) {
+  Load([&](const LogFileHeader&) { list.Clear(); },
+       [&](std::int64_t, const LogMessage& message) { list.AppendOldest(message); });
+}
+
+void MessageFileServer::LoadMirror() {
+  MessageMirror loaded;
+  LogFileHeader loadedHeader = {};
+  Load([&](const LogFileHeader& header) { loadedHeader = header; },
+       [&](std::int64_t slot, const LogMessage& message) {
+         loaded.AppendOldest(TimeKey(message.body), slot);
+       });
+  pending.Assign(std::move(loaded), loadedHeader);
+}
+
+template <class Begin, class Append>
+void MessageFileServer::Load(Begin&& begin, Append&& append) {
+  Ticket ticket;
+  {
+    const ReadAccess access(this);
+    ticket = access.ticket;
+  }
+  UseView(ticket, kCannotLoad, [&](MappedView& view) {
+    const LogFileHeader header = WithContext(kCannotLoad, [&] { return view.ReadHeader(); });
+    begin(header);
+    for (std::int32_t i = 0; i < header.messageCount; ++i) {
+      const std::int64_t slot = SlotFromNewest(header, i);
+      append(slot,
+             WithContext("Failed to read a message in LoadToList()", [&] { return view.ReadSlot(slot); }));
+    }
+  });
 }
 
 void MessageFileServer::SetServerRunning() {

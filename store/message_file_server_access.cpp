@@ -1,0 +1,91 @@
+// What the open side and the write side of MessageFileServer share: the settings and write access.
+
+#include <exception>
+
+#include "store/message_file_server.h"
+#include "util/diagnostic_log.h"
+#include "util/exceptions.h"
+
+using TamLogUtil::AccessObjects;
+using TamLogUtil::Mutex;
+using TamLogUtil::Timeout;
+using TamLogUtil::WaitOutcome;
+using TamLogUtil::Exceptions::ExceptionBase;
+
+namespace {
+
+constexpr char kCannotTake[] = "Failed to grab write access, some handles or pointers are invalid";
+constexpr char kCannotRelease[] = "Failed to release write access, some handles or pointers are invalid";
+
+void GoOnUnlessClosed(WaitOutcome outcome) {
+  if (outcome == WaitOutcome::Closed) throw ExceptionBase(kCannotTake);
+}
+
+MessageFileServer* NotNull(MessageFileServer* server) {
+  if (server == nullptr) {
+    throw ExceptionBase("MessageFileServer WriteAccess object created with null pointer");
+  }
+  return server;
+}
+
+}  // namespace
+
+MessageFileServer::Settings MessageFileServer::ReadSettings() {
+  const Mutex::Access access(configLock, Timeout::Infinite);
+  return {.logFile = configuration->logFile, .maxMessage = configuration->maxMessage};
+}
+
+// The turn comes before everything that readers could notice.
+MessageFileServer::WriteAccess::WriteAccess(MessageFileServer* fileServer, Timeout& timeout)
+    : server(NotNull(fileServer)),
+      objects(server->PresentTicket(kCannotTake).objects),
+      turn(server->writerTurn, timeout, objects->Closing()),
+      exceptionsBefore(std::uncaught_exceptions()) {
+  GoOnUnlessClosed(turn.Outcome());
+  ticket = server->TakeWriteAccess(timeout);
+}
+
+MessageFileServer::WriteAccess::~WriteAccess() noexcept(false) {
+  try {
+    server->ReleaseWriteAccess(ticket);
+  } catch (...) {
+    // Whatever it is, a fault of the view too: a second one on its way would end the process.
+    if (std::uncaught_exceptions() > exceptionsBefore) return;
+    throw;
+  }
+}
+
+MessageFileServer::Ticket MessageFileServer::TakeWriteAccess(Timeout& timeout) {
+  Ticket ticket = PresentTicket(kCannotTake);
+  AccessObjects& objects = *ticket.objects;
+
+  // Readers that are counting themselves in or out are let finish. Given back also when the time ran out: a
+  // reader that died between the two steps of its own is freed that way.
+  GoOnUnlessClosed(objects.TakeHeaderLock(timeout.Remaining()));
+  const WaitOutcome otherWriters = objects.LeaveHeaderLockForReadWait(timeout.Remaining());
+  GoOnUnlessClosed(otherWriters);
+  if (otherWriters == WaitOutcome::TimedOut) {
+    TamLogUtil::WriteLog("File access rights timed out, forcing access.");
+  }
+  HoldReadersOut(ticket, kCannotTake);
+  try {
+    GoOnUnlessClosed(objects.WaitForWriteWait(timeout.Remaining()));
+  } catch (const ExceptionBase&) {
+    if (IsOpen()) LetReadersIn(ticket, kCannotTake);
+    throw;
+  }
+  return ticket;
+}
+
+void MessageFileServer::ReleaseWriteAccess(const Ticket& ticket) {
+  const bool raise = changed.exchange(false);
+  try {
+    UseView(ticket, kCannotRelease, [&](MappedView& view) { view.PublishChanges(raise ? 1 : 0); });
+  } catch (...) {
+    // The change is published by the next write access; readers are not left outside for good.
+    if (raise) changed = true;
+    LetReadersIn(ticket, kCannotRelease);
+    throw;
+  }
+  LetReadersIn(ticket, kCannotRelease);
+}
