@@ -61,13 +61,6 @@ void SlotCheck::Look(const LogMessage* oldest, std::size_t count) {
   }
 }
 
-std::size_t SlotSource::LookAt(std::int64_t newest, std::size_t /*count*/, SlotCheck& check) {
-  LogMessage message;
-  if (!ReadSlot(newest, message)) return 0;
-  check.Look(&message, 1);
-  return 1;
-}
-
 IntegrityRule FirstBrokenRule(const LogFileHeader& header, SlotSource& slots, MessageMirror* loaded) {
   const IntegrityRule broken = RuleBrokenByHeader(header);
   if (broken != IntegrityRule::NoneBroken) return broken;

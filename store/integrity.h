@@ -41,15 +41,13 @@ class SlotCheck {
   std::uint64_t keys[kMost] = {};
 };
 
-// Where the messages to be checked come from.
+// The slots to be checked.
 class SlotSource {
  public:
-  // Copies slot `index` to `message`; false when the file holds no such slot.
-  virtual bool ReadSlot(std::int64_t index, LogMessage& message) = 0;
-
-  // Lets `check` look at slot `newest` and, if it can, at slots before it, at most `count` in all. Returns
-  // how many they were; 0 when the file holds no such slot.
-  virtual std::size_t LookAt(std::int64_t newest, std::size_t count, SlotCheck& check);
+  // Passes slot `newest` and as many of the slots before it as the source likes to `check`, at most `count` in
+  // all; slots 0 to `newest` are at least `count`. Returns how many were passed; 0 when the file holds no such
+  // slot.
+  virtual std::size_t LookAt(std::int64_t newest, std::size_t count, SlotCheck& check) = 0;
 
  protected:
   ~SlotSource() = default;

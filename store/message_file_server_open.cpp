@@ -38,13 +38,6 @@ class MappedSlots final : public SlotSource {
  public:
   explicit MappedSlots(const MappedView& mappedView) : view(mappedView) {}
 
-  bool ReadSlot(std::int64_t index, LogMessage& message) override {
-    if (!view.HasSlot(index)) return false;
-    WithContext("Failed to read a message while verifying file integrity",
-                [&] { message = view.ReadSlot(index); });
-    return true;
-  }
-
   std::size_t LookAt(std::int64_t newest, std::size_t count, SlotCheck& check) override {
     if (!view.HasSlot(newest)) return 0;
     WithContext("Failed to read a message while verifying file integrity", [&] {

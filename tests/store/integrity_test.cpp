@@ -174,7 +174,7 @@ TEST_F(Integrity, ARingOfOneSlotPasses) {
 }
 
 // The same rules, one message after the other and byte by byte.
-IntegrityRule PlainRule(const LogFileHeader& header, MemoryFile& file) {
+IntegrityRule PlainRule(const LogFileHeader& header, const MemoryFile& file) {
   if (header.messageCount < 0 || header.maxMessages < 0 || header.nextSlot < 0) {
     return IntegrityRule::NotNegative;
   }
@@ -187,8 +187,9 @@ IntegrityRule PlainRule(const LogFileHeader& header, MemoryFile& file) {
   };
   std::uint64_t newerKey = std::numeric_limits<std::uint64_t>::max();
   for (std::int32_t i = 0; i < header.messageCount; ++i) {
-    LogMessage message;
-    if (!file.ReadSlot(SlotFromNewest(header, i), message)) return IntegrityRule::SlotsInFile;
+    const std::int64_t slot = SlotFromNewest(header, i);
+    if (!file.HasSlot(slot)) return IntegrityRule::SlotsInFile;
+    const LogMessage& message = file.slots[static_cast<std::size_t>(slot)];
     const std::uint64_t key = TimeKey(message.body);
     if (key > newerKey) return IntegrityRule::NewestFirst;
     if (!ends(message.body.text) || !ends(message.body.source)) return IntegrityRule::TextsEnd;

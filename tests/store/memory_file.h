@@ -39,16 +39,14 @@ class MemoryFile final : public FlushTarget, public SlotSource {
     CountDown();
     header = newHeader;
   }
-  bool ReadSlot(std::int64_t index, LogMessage& message) override {
-    if (index < 0 || index >= static_cast<std::int64_t>(slots.size())) return false;
-    message = slots[static_cast<std::size_t>(index)];
-    return true;
-  }
-
   std::size_t LookAt(std::int64_t newest, std::size_t count, SlotCheck& check) override {
-    if (newest < 0 || newest >= static_cast<std::int64_t>(slots.size())) return 0;
+    if (!HasSlot(newest)) return 0;
     check.Look(&slots[static_cast<std::size_t>(newest) + 1 - count], count);
     return count;
+  }
+
+  bool HasSlot(std::int64_t index) const {
+    return index >= 0 && index < static_cast<std::int64_t>(slots.size());
   }
 
   // The nth write (or reading back) from now on throws, and those after it.
