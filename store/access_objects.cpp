@@ -1,7 +1,6 @@
 #include "store/access_objects.h"
 
 #include <array>
-#include <exception>
 
 #include "store/with_context.h"
 #include "util/exceptions.h"
@@ -74,18 +73,12 @@ WaitOutcome AccessObjects::WaitFor(const Event& event, std::uint32_t millisecond
                      [&] { return WaitUnlessClosed(event.Handle(), closing->Handle(), milliseconds); });
 }
 
-HeaderLock::HeaderLock(AccessObjects& accessObjects, const char* closedText)
-    : objects(accessObjects), exceptionsBefore(std::uncaught_exceptions()) {
+HeaderLock::HeaderLock(AccessObjects& accessObjects, const char* closedText) : objects(accessObjects) {
   if (objects.TakeHeaderLock(Timeout::kForever) != WaitOutcome::Signalled) throw ExceptionBase(closedText);
 }
 
 HeaderLock::~HeaderLock() noexcept(false) {
-  try {
-    objects.GiveBackHeaderLock();
-  } catch (const ExceptionBase&) {
-    if (std::uncaught_exceptions() > exceptionsBefore) return;
-    throw;
-  }
+  unwindCheck.Finish([this] { objects.GiveBackHeaderLock(); });
 }
 
 }  // namespace TamLogUtil

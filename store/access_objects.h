@@ -13,6 +13,7 @@
 
 #include "util/native_handle.h"
 #include "util/sync.h"
+#include "util/unwind_check.h"
 
 namespace TamLogUtil {
 
@@ -69,14 +70,14 @@ class HeaderLock {
  public:
   // Waits without limit; throws ExceptionBase `closedText` when the open ends meanwhile.
   HeaderLock(AccessObjects& accessObjects, const char* closedText);
-  // Throws what GiveBackHeaderLock throws, unless another exception is on its way.
+  // Throws what GiveBackHeaderLock throws, unless the stack unwinds.
   ~HeaderLock() noexcept(false);
   HeaderLock(const HeaderLock&) = delete;
   HeaderLock& operator=(const HeaderLock&) = delete;
 
  private:
   AccessObjects& objects;
-  int exceptionsBefore;
+  UnwindCheck unwindCheck;
 };
 
 }  // namespace TamLogUtil

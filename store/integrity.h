@@ -44,9 +44,9 @@ class SlotCheck {
 // The slots to be checked.
 class SlotSource {
  public:
-  // Passes slot `newest` and as many of the slots before it as the source likes to `check`, at most `count` in
-  // all; slots 0 to `newest` are at least `count`. Returns how many were passed; 0 when the file holds no such
-  // slot.
+  // Passes slot `newest` and as many of the slots before it as the source likes to `check`, at most `count`
+  // in all; slots 0 to `newest` are at least `count`. Returns how many were passed; 0 when the file holds no
+  // such slot.
   virtual std::size_t LookAt(std::int64_t newest, std::size_t count, SlotCheck& check) = 0;
 
  protected:

@@ -1,7 +1,5 @@
 #include "store/message_file.h"
 
-#include <exception>
-
 #include "store/with_context.h"
 
 namespace TamLogUtil {
@@ -171,20 +169,13 @@ void MessageFile::LeaveAsReader(const Ticket& ticket) {
   --ownReaders;
 }
 
-MessageFile::ReadAccess::ReadAccess(MessageFile* messageFile, Timeout& timeout)
-    : file(messageFile), exceptionsBefore(std::uncaught_exceptions()) {
+MessageFile::ReadAccess::ReadAccess(MessageFile* messageFile, Timeout& timeout) : file(messageFile) {
   if (file == nullptr) throw ExceptionBase("MessageFile ReadAccess object created with null pointer");
   ticket = file->TakeReadAccess(timeout);
 }
 
 MessageFile::ReadAccess::~ReadAccess() noexcept(false) {
-  try {
-    file->GiveBackReadAccess(ticket);
-  } catch (...) {
-    // Whatever it is, a fault of the view too: a second one on its way would end the process.
-    if (std::uncaught_exceptions() > exceptionsBefore) return;
-    throw;
-  }
+  unwindCheck.Finish([this] { file->GiveBackReadAccess(ticket); });
 }
 
 }  // namespace TamLogUtil

@@ -26,6 +26,7 @@
 #include "util/sync.h"
 #include "util/thread_annotations.h"
 #include "util/timeout.h"
+#include "util/unwind_check.h"
 
 class MessageFileServer;
 
@@ -126,7 +127,7 @@ class MessageFile::ReadAccess {
   // invalid" (also when the file is closed meanwhile), "Failed to get message file read access" when the time
   // ran out. A failed access leaves the count of readers as it was.
   explicit ReadAccess(MessageFile* messageFile, Timeout& timeout = Timeout::Infinite);
-  // Throws "Failed to release message file read access", unless another exception is on its way.
+  // Throws "Failed to release message file read access", unless the stack unwinds.
   ~ReadAccess() noexcept(false);
   ReadAccess(const ReadAccess&) = delete;
   ReadAccess& operator=(const ReadAccess&) = delete;
@@ -135,7 +136,7 @@ class MessageFile::ReadAccess {
   friend class ::MessageFileServer;
 
   MessageFile* file;
-  int exceptionsBefore;
+  UnwindCheck unwindCheck;
   Ticket ticket;
 };
 

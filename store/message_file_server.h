@@ -29,6 +29,7 @@
 #include "store/writer_turn.h"
 #include "util/sync.h"
 #include "util/timeout.h"
+#include "util/unwind_check.h"
 
 class MessageFileServer final : public TamLogUtil::MessageFile {
  public:
@@ -145,7 +146,7 @@ class MessageFileServer::WriteAccess {
   explicit WriteAccess(MessageFileServer* fileServer,
                        TamLogUtil::Timeout& timeout = TamLogUtil::Timeout::Infinite);
   // Throws "Failed to release write access, some handles or pointers are invalid" and what the view throws,
-  // unless another exception is on its way.
+  // unless the stack unwinds.
   ~WriteAccess() noexcept(false);
   WriteAccess(const WriteAccess&) = delete;
   WriteAccess& operator=(const WriteAccess&) = delete;
@@ -156,6 +157,6 @@ class MessageFileServer::WriteAccess {
   MessageFileServer* server;
   std::shared_ptr<TamLogUtil::AccessObjects> objects;  // whose end ends the wait for the turn
   WriterTurn::Hold turn;
-  int exceptionsBefore;
+  TamLogUtil::UnwindCheck unwindCheck;
   Ticket ticket;
 };

@@ -1,7 +1,5 @@
 // What the open side and the write side of MessageFileServer share: the settings and write access.
 
-#include <exception>
-
 #include "store/message_file_server.h"
 #include "util/diagnostic_log.h"
 #include "util/exceptions.h"
@@ -39,20 +37,13 @@ MessageFileServer::Settings MessageFileServer::ReadSettings() {
 MessageFileServer::WriteAccess::WriteAccess(MessageFileServer* fileServer, Timeout& timeout)
     : server(NotNull(fileServer)),
       objects(server->PresentTicket(kCannotTake).objects),
-      turn(server->writerTurn, timeout, objects->Closing()),
-      exceptionsBefore(std::uncaught_exceptions()) {
+      turn(server->writerTurn, timeout, objects->Closing()) {
   GoOnUnlessClosed(turn.Outcome());
   ticket = server->TakeWriteAccess(timeout);
 }
 
 MessageFileServer::WriteAccess::~WriteAccess() noexcept(false) {
-  try {
-    server->ReleaseWriteAccess(ticket);
-  } catch (...) {
-    // Whatever it is, a fault of the view too: a second one on its way would end the process.
-    if (std::uncaught_exceptions() > exceptionsBefore) return;
-    throw;
-  }
+  unwindCheck.Finish([this] { server->ReleaseWriteAccess(ticket); });
 }
 
 MessageFileServer::Ticket MessageFileServer::TakeWriteAccess(Timeout& timeout) {

@@ -3,13 +3,14 @@
 // Owner of one handle of the service control manager, or of none (null). Used by one thread.
 
 #include "util/native_handle.h"
+#include "util/unwind_check.h"
 
 namespace TamLogUtil::Services {
 
 class ServiceHandle {
  public:
   explicit ServiceHandle(NativeHandle owned = nullptr);
-  // Closes the held handle; throws like Replace, unless another exception is on its way already.
+  // Closes the held handle; throws like Replace, unless the stack unwinds.
   ~ServiceHandle() noexcept(false);
   ServiceHandle(const ServiceHandle&) = delete;
   ServiceHandle& operator=(const ServiceHandle&) = delete;
@@ -21,6 +22,7 @@ class ServiceHandle {
   NativeHandle Get() const { return handle; }
 
  private:
+  UnwindCheck unwindCheck;
   NativeHandle handle;
 };
 

@@ -1,4 +1,3 @@
-#include <exception>
 #include <memory>
 #include <utility>
 
@@ -91,13 +90,7 @@ void OpenToEveryone(SC_HANDLE service) {
 ServiceHandle::ServiceHandle(NativeHandle owned) : handle(owned) {}
 
 ServiceHandle::~ServiceHandle() noexcept(false) {
-  try {
-    Replace(nullptr);
-  } catch (const Exceptions::ExceptionBase&) {
-    // A second exception while another is on its way would end the process.
-    if (std::uncaught_exceptions() > 0) return;
-    throw;
-  }
+  unwindCheck.Finish([this] { Replace(nullptr); });
 }
 
 void ServiceHandle::Replace(NativeHandle next) {

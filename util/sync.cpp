@@ -1,7 +1,5 @@
 #include "util/sync.h"
 
-#include <exception>
-
 #include "util/exceptions.h"
 
 namespace TamLogUtil {
@@ -42,13 +40,13 @@ Event::Event(const char* name, SecurityAttributes* attributes) try
 }
 
 Event::~Event() noexcept(false) {
-  try {
-    CheckedCloseHandle(handle);
-  } catch (const ExceptionBase& cause) {
-    // A second exception while another is on its way would end the process.
-    if (std::uncaught_exceptions() > 0) return;
-    throw ExceptionBase("Failed to destroy Event object", &cause);
-  }
+  unwindCheck.Finish([this] {
+    try {
+      CheckedCloseHandle(handle);
+    } catch (const ExceptionBase& cause) {
+      throw ExceptionBase("Failed to destroy Event object", &cause);
+    }
+  });
 }
 
 bool Event::Wait(std::uint32_t milliseconds) const {

@@ -14,6 +14,7 @@
 #include "util/native_handle.h"
 #include "util/thread_annotations.h"
 #include "util/timeout.h"
+#include "util/unwind_check.h"
 
 namespace TamLogUtil {
 
@@ -76,8 +77,7 @@ class Event {
  public:
   // Created signalled; an existing object of that name is opened as it is. "Failed to create Event object".
   Event(const char* name, SecurityAttributes* attributes);
-  // Throws "Failed to destroy Event object" when the handle cannot be closed, unless another exception is on
-  // its way already.
+  // Throws "Failed to destroy Event object" when the handle cannot be closed, unless the stack unwinds.
   ~Event() noexcept(false);
   Event(const Event&) = delete;
   Event& operator=(const Event&) = delete;
@@ -92,6 +92,7 @@ class Event {
   NativeHandle Handle() const { return handle; }
 
  private:
+  UnwindCheck unwindCheck;
   NativeHandle handle;
 };
 
