@@ -18,7 +18,7 @@
 
 #include "records/log_file_format.h"
 #include "store/body_pool.h"
-#include "store/ordered_keys.h"
+#include "store/unrolled_key_list.h"
 
 // The file as a flush sees it. What these throw ends the flush.
 class FlushTarget {
@@ -88,7 +88,7 @@ class MessageMirror {
 
   static bool IsLent(std::uint32_t number) { return (number & kInMemory) != 0 && (number & kLent) != 0; }
 
-  OrderedKeys keys;  // numbers: a slot, or kInMemory and the number of the body
+  UnrolledKeyList keys;  // numbers: a slot, or kInMemory and the number of the body
   BodyPool bodies;
   bool lending = false;
 };

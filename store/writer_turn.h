@@ -12,7 +12,7 @@
 #include <thread>
 
 #include "store/access_objects.h"
-#include "util/lock_word.h"
+#include "util/benaphore.h"
 #include "util/native_handle.h"
 #include "util/sync.h"
 #include "util/timeout.h"
@@ -27,7 +27,7 @@ class WriterTurn {
   WriterTurn& operator=(const WriterTurn&) = delete;
 
  private:
-  TamLogUtil::LockWord word;    // taken without a call into the system while the turn is free
+  TamLogUtil::Benaphore word;   // taken without a call into the system while the turn is free
   TamLogUtil::AutoHandle gate;  // an auto-reset event
   std::atomic<std::thread::id> owner;
 };

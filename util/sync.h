@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "util/lock_word.h"
+#include "util/benaphore.h"
 #include "util/native_handle.h"
 #include "util/thread_annotations.h"
 #include "util/timeout.h"
@@ -126,7 +126,7 @@ class CAPABILITY("mutex") Mutex {
 
  private:
   const bool shared;
-  LockWord word;  // of an unnamed one
+  Benaphore word;  // of an unnamed one
   NativeHandle handle;
 };
 

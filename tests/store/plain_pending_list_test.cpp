@@ -11,8 +11,8 @@
 #include <utility>
 #include <vector>
 
-#include "store/ordered_keys.h"
 #include "store/pending_list.h"
+#include "store/unrolled_key_list.h"
 #include "tests/store/memory_file.h"
 #include "tests/store/messages.h"
 
@@ -100,25 +100,25 @@ void Compare(Random& random, int steps, int most, int spread, bool jumbled) {
   ASSERT_NO_FATAL_FAILURE(ExpectSame(keys, plain, plain.entries.size()));
 }
 
-TEST(OrderedKeysAgainstPlainOnes, RandomOperationsGiveTheSameOrder) {
+TEST(UnrolledKeyListAgainstAPlainOne, RandomOperationsGiveTheSameOrder) {
   for (unsigned seed = 1; seed <= 8; ++seed) {
     SCOPED_TRACE(seed);
     Random random(seed);
     const bool jumbled = seed % 3 == 0;
     const int most = 1 + random.Below(150);
     const int spread = 1 + random.Below(200);
-    using Small = BasicOrderedKeys<2, 2>;
-    using Odd = BasicOrderedKeys<5, 3>;
+    using Small = BasicUnrolledKeyList<2, 2>;
+    using Odd = BasicUnrolledKeyList<5, 3>;
     ASSERT_NO_FATAL_FAILURE(Compare<Small>(random, 50000, most, spread, jumbled));
     ASSERT_NO_FATAL_FAILURE(Compare<Odd>(random, 50000, most, spread, jumbled));
   }
 }
 
-TEST(OrderedKeysAgainstPlainOnes, AlsoWithTheSizesOfTheServer) {
+TEST(UnrolledKeyListAgainstAPlainOne, AlsoWithTheSizesOfTheServer) {
   for (unsigned seed = 1; seed <= 4; ++seed) {
     SCOPED_TRACE(seed);
     Random random(seed);
-    ASSERT_NO_FATAL_FAILURE(Compare<OrderedKeys>(random, 20000, 3000, 2000, seed % 2 == 0));
+    ASSERT_NO_FATAL_FAILURE(Compare<UnrolledKeyList>(random, 20000, 3000, 2000, seed % 2 == 0));
   }
 }
 

@@ -24,7 +24,7 @@ namespace TamLogUtil {
 //   bool Wait(std::uint32_t milliseconds)  true when it was open, which closes it; false when the time ran
 //                                          out (0xFFFFFFFF: never); may throw
 //   void Open()                            lets one thread through; one that throws has let nobody through
-class LockWord {
+class Benaphore {
  public:
   // Whether the lock came in time. When the gate throws, the lock was not taken.
   template <class Gate>

@@ -1,6 +1,6 @@
 // The lock's word against a gate that counts and can fail, alone and between threads.
 
-#include "util/lock_word.h"
+#include "util/benaphore.h"
 
 #include <gtest/gtest.h>
 
@@ -63,8 +63,8 @@ void AwaitWaits(const Gate& gate, int count) {
   std::this_thread::sleep_for(std::chrono::milliseconds(5));
 }
 
-TEST(LockWord, AFreeOneIsTakenAndGivenBackWithoutItsGate) {
-  LockWord lock;
+TEST(Benaphore, AFreeOneIsTakenAndGivenBackWithoutItsGate) {
+  Benaphore lock;
   Gate gate;
   for (int round = 0; round < 3; ++round) {
     EXPECT_TRUE(lock.Wait(gate, 0));
@@ -75,8 +75,8 @@ TEST(LockWord, AFreeOneIsTakenAndGivenBackWithoutItsGate) {
   EXPECT_EQ(gate.opened, 0);
 }
 
-TEST(LockWord, GivingBackAFreeOneLeavesItFreeForOne) {
-  LockWord lock;
+TEST(Benaphore, GivingBackAFreeOneLeavesItFreeForOne) {
+  Benaphore lock;
   Gate gate;
   lock.Release(gate);
   lock.Release(gate);
@@ -85,8 +85,8 @@ TEST(LockWord, GivingBackAFreeOneLeavesItFreeForOne) {
   EXPECT_EQ(gate.opened, 0);
 }
 
-TEST(LockWord, AWaitThatRunsOutLeavesTheLockWithItsHolder) {
-  LockWord lock;
+TEST(Benaphore, AWaitThatRunsOutLeavesTheLockWithItsHolder) {
+  Benaphore lock;
   Gate gate;
   lock.Wait(gate, 0);
   EXPECT_FALSE(lock.Wait(gate, 10));
@@ -97,8 +97,8 @@ TEST(LockWord, AWaitThatRunsOutLeavesTheLockWithItsHolder) {
   EXPECT_TRUE(lock.Wait(gate, 0));
 }
 
-TEST(LockWord, WhoeverGivesItBackLetsOneWaitingThreadIn) {
-  LockWord lock;
+TEST(Benaphore, WhoeverGivesItBackLetsOneWaitingThreadIn) {
+  Benaphore lock;
   Gate gate;
   lock.Wait(gate, 0);
   std::atomic<int> inside{0};
@@ -121,8 +121,8 @@ TEST(LockWord, WhoeverGivesItBackLetsOneWaitingThreadIn) {
   EXPECT_TRUE(lock.Wait(gate, 0));
 }
 
-TEST(LockWord, AFailedWaitTakesNothingAndAFailedReleaseGivesNothingBack) {
-  LockWord lock;
+TEST(Benaphore, AFailedWaitTakesNothingAndAFailedReleaseGivesNothingBack) {
+  Benaphore lock;
   Gate gate;
   lock.Wait(gate, 0);
   gate.Fail(true);
@@ -140,9 +140,9 @@ TEST(LockWord, AFailedWaitTakesNothingAndAFailedReleaseGivesNothingBack) {
   EXPECT_TRUE(lock.Wait(gate, 0));
 }
 
-TEST(LockWord, WhoeverGetsItMayDestroyIt) {
+TEST(Benaphore, WhoeverGetsItMayDestroyIt) {
   struct Both {
-    LockWord lock;
+    Benaphore lock;
     Gate gate;
   };
   for (int round = 0; round < 300; ++round) {
@@ -159,8 +159,8 @@ TEST(LockWord, WhoeverGetsItMayDestroyIt) {
 }
 
 // Short, long and no patience at once: never two inside, and nobody stays outside a lock that is free.
-TEST(LockWord, KeepsManyThreadsApartWhateverTheirTimeOuts) {
-  LockWord lock;
+TEST(Benaphore, KeepsManyThreadsApartWhateverTheirTimeOuts) {
+  Benaphore lock;
   Gate gate;
   int count = 0;  // guarded by the lock: a sanitizer sees it when two are inside
   std::atomic<int> taken{0};

@@ -21,11 +21,11 @@
 
 // `kChunk` entries in a chunk, `kGroup` chunks in a group; both at least 2.
 template <std::size_t kChunk, std::size_t kGroup>
-class BasicOrderedKeys {
+class BasicUnrolledKeyList {
  public:
   std::size_t Size() const { return size; }
 
-  void Clear() { *this = BasicOrderedKeys(); }
+  void Clear() { *this = BasicUnrolledKeyList(); }
 
   void AppendOldest(std::uint64_t key, std::uint32_t number) {
     if (size > 0 && key > OldestChunk().keys[OldestChunk().begin]) inOrder = false;
@@ -305,4 +305,4 @@ class BasicOrderedKeys {
   bool inOrder = true;  // no key is greater than that of the entry before it, from the newest on
 };
 
-using OrderedKeys = BasicOrderedKeys<256, 32>;
+using UnrolledKeyList = BasicUnrolledKeyList<256, 32>;
