@@ -27,8 +27,8 @@ class WriterTurn {
   WriterTurn& operator=(const WriterTurn&) = delete;
 
  private:
-  TamLogUtil::Benaphore word;   // taken without a call into the system while the turn is free
-  TamLogUtil::AutoHandle gate;  // an auto-reset event
+  TamLogUtil::Benaphore lock;        // taken without a call into the system while the turn is free
+  TamLogUtil::AutoHandle lockEvent;  // an automatic-reset event
   std::atomic<std::thread::id> owner;
 };
 

@@ -7,12 +7,12 @@ using Exceptions::ExceptionBase;
 
 namespace {
 
-struct EventGate {
+struct ReleaseEvent {
   NativeHandle event;
 
   bool Wait(std::uint32_t milliseconds) const { return CheckedWaitForSingleObject(event, milliseconds); }
-  // Tried twice: a lock that is not passed on stays taken for good.
-  void Open() const {
+  // Tried twice: a lock that is not passed on stays taken forever.
+  void Signal() const {
     try {
       CheckedSetEvent(event);
     } catch (const ExceptionBase&) {
@@ -44,8 +44,8 @@ void Mutex::Wait(std::uint32_t milliseconds) NO_THREAD_SAFETY_ANALYSIS {
 
 bool Mutex::TryWait(std::uint32_t milliseconds) NO_THREAD_SAFETY_ANALYSIS {
   try {
-    const EventGate event{handle};
-    return shared ? event.Wait(milliseconds) : word.Wait(event, milliseconds);
+    const ReleaseEvent event{handle};
+    return shared ? event.Wait(milliseconds) : benaphore.Wait(event, milliseconds);
   } catch (const ExceptionBase& cause) {
     throw ExceptionBase("Failed to Wait for Mutex object", &cause);
   }
@@ -57,7 +57,7 @@ void Mutex::Release() NO_THREAD_SAFETY_ANALYSIS {
     if (shared) {
       CheckedSetEvent(handle);
     } else {
-      word.Release(EventGate{handle});
+      benaphore.Release(ReleaseEvent{handle});
     }
   } catch (const ExceptionBase& cause) {
     throw ExceptionBase("Failed to RemoveSignal for Mutex object", &cause);

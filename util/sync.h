@@ -126,7 +126,7 @@ class CAPABILITY("mutex") Mutex {
 
  private:
   const bool shared;
-  Benaphore word;  // of an unnamed one
+  Benaphore benaphore;  // of an unnamed one
   NativeHandle handle;
 };
 

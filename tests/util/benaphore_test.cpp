@@ -1,4 +1,4 @@
-// The lock's word against a gate that counts and can fail, alone and between threads.
+// A benaphore over an event that counts its calls and can fail, on one thread and between threads.
 
 #include "util/benaphore.h"
 
@@ -20,27 +20,27 @@ namespace {
 constexpr std::uint32_t kForever = 0xFFFFFFFFU;
 
 // An automatic-reset event.
-class Gate {
+class FakeEvent {
  public:
   bool Wait(std::uint32_t milliseconds) {
     ++waits;
     std::unique_lock<std::mutex> guard(mutex);
     if (fails) throw std::runtime_error("wait");
-    const auto isOpen = [this] { return open; };
+    const auto isSignalled = [this] { return signalled; };
     if (milliseconds == kForever) {
-      changed.wait(guard, isOpen);
-    } else if (!changed.wait_for(guard, std::chrono::milliseconds(milliseconds), isOpen)) {
+      changed.wait(guard, isSignalled);
+    } else if (!changed.wait_for(guard, std::chrono::milliseconds(milliseconds), isSignalled)) {
       return false;
     }
-    open = false;
+    signalled = false;
     return true;
   }
-  void Open() {
-    // Notified inside: whoever comes through may destroy the gate.
+  void Signal() {
+    // Notified under the lock: the thread that comes through may destroy the event.
     const std::lock_guard<std::mutex> guard(mutex);
-    if (fails) throw std::runtime_error("open");
-    ++opened;
-    open = true;
+    if (fails) throw std::runtime_error("signal");
+    ++signals;
+    signalled = true;
     changed.notify_one();
   }
   void Fail(bool now) {
@@ -49,119 +49,119 @@ class Gate {
   }
 
   std::atomic<int> waits{0};
-  std::atomic<int> opened{0};
+  std::atomic<int> signals{0};
 
  private:
   std::mutex mutex;
   std::condition_variable changed;
-  bool open = false;
+  bool signalled = false;
   bool fails = false;
 };
 
-void AwaitWaits(const Gate& gate, int count) {
-  while (gate.waits < count) std::this_thread::yield();
+void AwaitWaits(const FakeEvent& event, int count) {
+  while (event.waits < count) std::this_thread::yield();
   std::this_thread::sleep_for(std::chrono::milliseconds(5));
 }
 
-TEST(Benaphore, AFreeOneIsTakenAndGivenBackWithoutItsGate) {
+TEST(Benaphore, AFreeOneIsTakenAndReleasedWithoutItsEvent) {
   Benaphore lock;
-  Gate gate;
+  FakeEvent event;
   for (int round = 0; round < 3; ++round) {
-    EXPECT_TRUE(lock.Wait(gate, 0));
-    EXPECT_FALSE(lock.Wait(gate, 0)) << "held";
-    lock.Release(gate);
+    EXPECT_TRUE(lock.Wait(event, 0));
+    EXPECT_FALSE(lock.Wait(event, 0)) << "held";
+    lock.Release(event);
   }
-  EXPECT_EQ(gate.waits, 0);
-  EXPECT_EQ(gate.opened, 0);
+  EXPECT_EQ(event.waits, 0);
+  EXPECT_EQ(event.signals, 0);
 }
 
-TEST(Benaphore, GivingBackAFreeOneLeavesItFreeForOne) {
+TEST(Benaphore, ReleasingAFreeOneLeavesItFreeForOne) {
   Benaphore lock;
-  Gate gate;
-  lock.Release(gate);
-  lock.Release(gate);
-  EXPECT_TRUE(lock.Wait(gate, 0));
-  EXPECT_FALSE(lock.Wait(gate, 0));
-  EXPECT_EQ(gate.opened, 0);
+  FakeEvent event;
+  lock.Release(event);
+  lock.Release(event);
+  EXPECT_TRUE(lock.Wait(event, 0));
+  EXPECT_FALSE(lock.Wait(event, 0));
+  EXPECT_EQ(event.signals, 0);
 }
 
 TEST(Benaphore, AWaitThatRunsOutLeavesTheLockWithItsHolder) {
   Benaphore lock;
-  Gate gate;
-  lock.Wait(gate, 0);
-  EXPECT_FALSE(lock.Wait(gate, 10));
-  EXPECT_EQ(gate.waits, 1);
-  EXPECT_FALSE(lock.Wait(gate, 0));
-  lock.Release(gate);
-  EXPECT_EQ(gate.opened, 0) << "nobody waits any more";
-  EXPECT_TRUE(lock.Wait(gate, 0));
+  FakeEvent event;
+  lock.Wait(event, 0);
+  EXPECT_FALSE(lock.Wait(event, 10));
+  EXPECT_EQ(event.waits, 1);
+  EXPECT_FALSE(lock.Wait(event, 0));
+  lock.Release(event);
+  EXPECT_EQ(event.signals, 0) << "no thread waits any more";
+  EXPECT_TRUE(lock.Wait(event, 0));
 }
 
-TEST(Benaphore, WhoeverGivesItBackLetsOneWaitingThreadIn) {
+TEST(Benaphore, AReleaseLetsOneWaitingThreadIn) {
   Benaphore lock;
-  Gate gate;
-  lock.Wait(gate, 0);
+  FakeEvent event;
+  lock.Wait(event, 0);
   std::atomic<int> inside{0};
   std::vector<std::thread> threads;
   threads.reserve(2);
   for (int i = 0; i < 2; ++i) {
     threads.emplace_back([&] {
-      lock.Wait(gate, kForever);
+      lock.Wait(event, kForever);
       ++inside;
     });
   }
-  AwaitWaits(gate, 2);
-  lock.Release(gate);
+  AwaitWaits(event, 2);
+  lock.Release(event);
   while (inside < 1) std::this_thread::yield();
-  EXPECT_FALSE(lock.Wait(gate, 0)) << "handed over, not freed";
-  lock.Release(gate);
+  EXPECT_FALSE(lock.Wait(event, 0)) << "passed on, not freed";
+  lock.Release(event);
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(gate.opened, 2);
-  lock.Release(gate);
-  EXPECT_TRUE(lock.Wait(gate, 0));
+  EXPECT_EQ(event.signals, 2);
+  lock.Release(event);
+  EXPECT_TRUE(lock.Wait(event, 0));
 }
 
-TEST(Benaphore, AFailedWaitTakesNothingAndAFailedReleaseGivesNothingBack) {
+TEST(Benaphore, AFailedWaitTakesNothingAndAFailedReleaseReleasesNothing) {
   Benaphore lock;
-  Gate gate;
-  lock.Wait(gate, 0);
-  gate.Fail(true);
-  EXPECT_THROW(lock.Wait(gate, 10), std::runtime_error);
-  gate.Fail(false);
-  std::thread waiting([&] { EXPECT_TRUE(lock.Wait(gate, kForever)); });
-  AwaitWaits(gate, 2);
-  gate.Fail(true);
-  EXPECT_THROW(lock.Release(gate), std::runtime_error);
-  EXPECT_FALSE(lock.Wait(gate, 0));
-  gate.Fail(false);
-  lock.Release(gate);
+  FakeEvent event;
+  lock.Wait(event, 0);
+  event.Fail(true);
+  EXPECT_THROW(lock.Wait(event, 10), std::runtime_error);
+  event.Fail(false);
+  std::thread waiting([&] { EXPECT_TRUE(lock.Wait(event, kForever)); });
+  AwaitWaits(event, 2);
+  event.Fail(true);
+  EXPECT_THROW(lock.Release(event), std::runtime_error);
+  EXPECT_FALSE(lock.Wait(event, 0));
+  event.Fail(false);
+  lock.Release(event);
   waiting.join();
-  lock.Release(gate);
-  EXPECT_TRUE(lock.Wait(gate, 0));
+  lock.Release(event);
+  EXPECT_TRUE(lock.Wait(event, 0));
 }
 
-TEST(Benaphore, WhoeverGetsItMayDestroyIt) {
+TEST(Benaphore, TheThreadThatGetsItMayDestroyIt) {
   struct Both {
     Benaphore lock;
-    Gate gate;
+    FakeEvent event;
   };
   for (int round = 0; round < 300; ++round) {
     auto both = std::make_unique<Both>();
-    both->lock.Wait(both->gate, 0);
+    both->lock.Wait(both->event, 0);
     std::thread heir([&] {
-      both->lock.Wait(both->gate, kForever);
+      both->lock.Wait(both->event, kForever);
       both.reset();
     });
     if (round % 3 == 0) std::this_thread::yield();
-    both->lock.Release(both->gate);
+    both->lock.Release(both->event);
     heir.join();
   }
 }
 
-// Short, long and no patience at once: never two inside, and nobody stays outside a lock that is free.
+// Threads with short, unlimited and no time-outs: never two inside, and none waits for a lock that is free.
 TEST(Benaphore, KeepsManyThreadsApartWhateverTheirTimeOuts) {
   Benaphore lock;
-  Gate gate;
+  FakeEvent event;
   int count = 0;  // guarded by the lock: a sanitizer sees it when two are inside
   std::atomic<int> taken{0};
   std::vector<std::thread> threads;
@@ -172,17 +172,17 @@ TEST(Benaphore, KeepsManyThreadsApartWhateverTheirTimeOuts) {
       for (int round = 0; round < 20000; ++round) {
         const auto pick = random() % 8;
         const std::uint32_t patience = pick < 5 ? kForever : (pick < 7 ? 0 : 1);
-        if (!lock.Wait(gate, patience)) continue;
+        if (!lock.Wait(event, patience)) continue;
         ++count;
         ++taken;
         if (random() % 64 == 0) std::this_thread::yield();
-        lock.Release(gate);
+        lock.Release(event);
       }
     });
   }
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(count, taken);
-  EXPECT_TRUE(lock.Wait(gate, 0)) << "free in the end";
+  EXPECT_TRUE(lock.Wait(event, 0)) << "free in the end";
 }
 
 }  // namespace
