@@ -28,7 +28,7 @@ std::size_t MessageMirror::Insert(const LogMessageBody& body) {
 
 void MessageMirror::Trim(std::size_t size) {
   while (keys.Size() > size) {
-    const std::uint32_t number = keys.TakeOldest();
+    const std::uint32_t number = keys.PopOldest();
     if ((number & kInMemory) != 0 && !IsLent(number)) bodies.GiveBack(number & kBody);
   }
 }

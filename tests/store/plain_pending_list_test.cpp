@@ -43,7 +43,7 @@ struct PlainKeys {
   void AppendOldest(std::uint64_t key, std::uint32_t number) {
     entries.insert(entries.begin(), {key, number});
   }
-  std::uint32_t TakeOldest() {
+  std::uint32_t PopOldest() {
     const std::uint32_t number = entries.front().second;
     entries.erase(entries.begin());
     return number;
@@ -94,7 +94,7 @@ void Compare(Random& random, int steps, int most, int spread, bool jumbled) {
       ASSERT_EQ(keys.Insert(key, number), plain.Insert(key, number)) << step;
     }
     while (plain.entries.size() > static_cast<std::size_t>(most)) {
-      ASSERT_EQ(keys.TakeOldest(), plain.TakeOldest());
+      ASSERT_EQ(keys.PopOldest(), plain.PopOldest());
     }
   }
   ASSERT_NO_FATAL_FAILURE(ExpectSame(keys, plain, plain.entries.size()));
