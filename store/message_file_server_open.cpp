@@ -4,11 +4,13 @@
 // MaxMessage is read once per open, together with the path: the configuration's lock may not be taken once a
 // write or read access is held, since a clear holds it while it waits for one.
 
+#include <algorithm>
 #include <cstring>
 #include <exception>
 #include <utility>
 
 #include "pipe/security_attributes.h"
+#include "store/compaction.h"
 #include "store/integrity.h"
 #include "store/message_file_server.h"
 #include "store/ring.h"
@@ -152,7 +154,11 @@ void MessageFileServer::InitializeFile(std::uint32_t maxMessage, MessageMirror* 
   }
 
   const bool compacts = header.maxMessages != static_cast<std::int32_t>(maxMessage);
-  if (compacts) Compact(header, maxMessage);
+  if (compacts) {
+    // No longer true of the file then; the memory is for the list that is loaded afterwards.
+    if (verified != nullptr) verified->Clear();
+    Compact(header, maxMessage);
+  }
 
   CopyLockName(names.name[0], Names().headerLock);
   CopyLockName(names.name[1], Names().readWait);
@@ -181,17 +187,15 @@ void MessageFileServer::InitializeFile(std::uint32_t maxMessage, MessageMirror* 
 // resize), and its list in memory is oldest first. Readers in the field live with it; do not turn it round.
 // Held by OpenFile.CompactionWithoutResizeLeavesTheReversedOrder.
 void MessageFileServer::Compact(LogFileHeader& header, std::uint32_t maxMessage) {
-  MessageList kept;
-  LoadToList(kept);
-  kept.Trim(maxMessage);
+  // A message that cannot be read ends the open before anything is written.
+  LogFileHeader ring = {};
+  Load([&](const LogFileHeader& read) { ring = read; }, [](std::int64_t, const LogMessage&) {});
+  const auto kept = std::min<std::int64_t>(ring.messageCount, maxMessage);
   {
     const WriteAccess access(this);
     changed = true;
     UseView(access.ticket, kCannotRewrite, [&](MappedView& view) {
-      std::int64_t slot = 0;
-      for (const MessageList::Entry& entry : kept) {
-        WithContext(kCannotRewrite, [&] { view.WriteSlot(slot++, entry.message); });
-      }
+      WithContext(kCannotRewrite, [&] { MoveNewestToFront(ring, kept, view); });
     });
   }
   SetRingCapacity(header, maxMessage);

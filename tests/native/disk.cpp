@@ -119,9 +119,9 @@ void ResetDisk() {
   disk.files.clear();
 }
 
-void WriteFile(const std::string& path, const std::string& bytes) {
+void WriteFile(const std::string& path, const std::string& bytes, std::uint64_t size) {
   auto file = std::make_shared<DiskFile>();
-  file->Resize(bytes.size());
+  file->Resize(std::max<std::uint64_t>(bytes.size(), size));
   std::copy(bytes.begin(), bytes.end(), file->pages->Bytes());
   Disk& disk = TheDisk();
   const std::lock_guard guard(disk.lock);

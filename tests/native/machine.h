@@ -42,7 +42,9 @@ void RunThreads();
 inline constexpr std::size_t kPage = 4096;
 inline constexpr std::uint64_t kDiskSize = std::uint64_t{64} << 20;
 
-void WriteFile(const std::string& path, const std::string& bytes);
+// A file that begins with `bytes` and is at least `size` bytes long; the rest is zero and takes no memory
+// until it is written.
+void WriteFile(const std::string& path, const std::string& bytes, std::uint64_t size = 0);
 bool FileExists(const std::string& path);
 std::string ReadFile(const std::string& path);
 // The bytes of a file as its view shows them, whole pages; null when there is no such file. Valid until the
