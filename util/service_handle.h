@@ -1,6 +1,6 @@
 #pragma once
 
-// Owner of one handle of the service control manager, or of none (null). Used by one thread.
+// Owns one handle of the service control manager, or none (null). Used by one thread.
 
 #include "util/native_handle.h"
 #include "util/unwind_check.h"
@@ -15,8 +15,8 @@ class ServiceHandle {
   ServiceHandle(const ServiceHandle&) = delete;
   ServiceHandle& operator=(const ServiceHandle&) = delete;
 
-  // Closes the held handle, then owns `next` (may be null). ExceptionWindows "CloseServiceHandle() failed:";
-  // `next` is owned then all the same.
+  // Closes the held handle, then owns `next`, which may be null. ExceptionWindows "CloseServiceHandle()
+  // failed:"; `next` is owned even then.
   void Replace(NativeHandle next);
 
   NativeHandle Get() const { return handle; }
