@@ -51,7 +51,7 @@ bool Mutex::TryWait(std::uint32_t milliseconds) NO_THREAD_SAFETY_ANALYSIS {
   }
 }
 
-// Touches nothing of this object once another may be inside: that one may destroy it at once.
+// Does not touch this object after another thread may have the lock: that thread may destroy it at once.
 void Mutex::Release() NO_THREAD_SAFETY_ANALYSIS {
   try {
     if (shared) {

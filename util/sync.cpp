@@ -91,7 +91,7 @@ Mutex::Access::~Access() noexcept(false) {
 void Mutex::Access::Acquire(Timeout& timeout) NO_THREAD_SAFETY_ANALYSIS {
   if (owned) throw ExceptionBase("Mutex::Access requesting ownership of an owned object");
   mutex->Wait(timeout.Remaining());
-  // Also when the time ran out; callers rely on never being told.
+  // Also when the time ran out: see the class.
   owned = true;
 }
 
