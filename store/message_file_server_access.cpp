@@ -33,7 +33,7 @@ MessageFileServer::Settings MessageFileServer::ReadSettings() {
   return {.logFile = configuration->logFile, .maxMessage = configuration->maxMessage};
 }
 
-// The turn comes before everything that readers could notice.
+// Takes the turn before anything that readers could notice.
 MessageFileServer::WriteAccess::WriteAccess(MessageFileServer* fileServer, Timeout& timeout)
     : server(NotNull(fileServer)),
       objects(server->PresentTicket(kCannotTake).objects),
@@ -50,10 +50,10 @@ MessageFileServer::Ticket MessageFileServer::TakeWriteAccess(Timeout& timeout) {
   Ticket ticket = PresentTicket(kCannotTake);
   AccessObjects& objects = *ticket.objects;
 
-  // Readers that are counting themselves in or out are let finish. Given back also when the time ran out: a
-  // reader that died between the two steps of its own is freed that way.
+  // Lets readers finish that are counting themselves in or out. Releases the lock even when the time ran out:
+  // a reader may have died between taking and releasing it.
   GoOnUnlessClosed(objects.TakeHeaderLock(timeout.Remaining()));
-  const WaitOutcome otherWriters = objects.LeaveHeaderLockForReadWait(timeout.Remaining());
+  const WaitOutcome otherWriters = objects.ReleaseHeaderLockAndWaitForReadWait(timeout.Remaining());
   GoOnUnlessClosed(otherWriters);
   if (otherWriters == WaitOutcome::TimedOut) {
     TamLogUtil::WriteLog("File access rights timed out, forcing access.");
@@ -73,7 +73,7 @@ void MessageFileServer::ReleaseWriteAccess(const Ticket& ticket) {
   try {
     UseView(ticket, kCannotRelease, [&](MappedView& view) { view.PublishChanges(raise ? 1 : 0); });
   } catch (...) {
-    // The change is published by the next write access; readers are not left outside for good.
+    // The next write access publishes the change; readers must not wait until then.
     if (raise) changed = true;
     LetReadersIn(ticket, kCannotRelease);
     throw;

@@ -39,8 +39,8 @@ class MappedTarget final : public FlushTarget {
 
 }  // namespace
 
-// One look at the configuration serves the filters and the capacity: two looks could only see a change in
-// between, and nobody outside can tell which of the two it came before.
+// Reads filters and capacity under one lock: a change between two reads could not be told from one before or
+// after both.
 void MessageFileServer::AddMessage(const LogMessageBody& body) {
   std::uint32_t maxMessage = 0;
   {
@@ -49,7 +49,7 @@ void MessageFileServer::AddMessage(const LogMessageBody& body) {
     maxMessage = configuration->maxMessage;
   }
   pending.Add(body, maxMessage);
-  // Mostly it is set already; a plain look spares the processor's barrier.
+  // Usually set already; a plain load avoids the barrier of a store.
   if (!changed.load(std::memory_order_acquire)) changed = true;
 }
 
@@ -64,8 +64,8 @@ void MessageFileServer::FlushWrites() {
   });
 }
 
-// The list is emptied twice: at the start, and again with the file, for messages that came in while readers
-// were waited for. Neither time does a count outlive the messages it counts.
+// Empties the list twice: at the start, and again together with the file, for messages that arrived during
+// the wait for readers.
 void MessageFileServer::ClearMessages() {
   pending.Clear();
   const WriteAccess access(this);
@@ -79,7 +79,7 @@ void MessageFileServer::ClearMessages() {
   });
 }
 
-// The size is computed before read access is taken: the configuration's lock is never taken inside it.
+// Computes the size before taking read access: the configuration's lock is never taken inside it.
 void MessageFileServer::WriteToDisk() {
   const std::uint64_t size = LogFileSize(ReadSettings().maxMessage);
   const ReadAccess access =

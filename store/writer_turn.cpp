@@ -28,7 +28,7 @@ struct TurnEvent {
 WriterTurn::WriterTurn()
     : lockEvent(TamLogUtil::CheckedCreateEvent(nullptr, false, false, nullptr),
                 TamLogUtil::AutoHandle::From::Take) {
-  // The empty owner's value means the process itself to the system: a wait for it would never end.
+  // The system takes the empty owner's value for the process itself: a wait for it would never end.
   if (lockEvent.IsInvalid()) throw TamLogUtil::Exceptions::ExceptionWindows("CreateEvent() failed");
 }
 
@@ -43,8 +43,8 @@ WriterTurn::Hold::Hold(WriterTurn& writerTurn, Timeout& timeout, NativeHandle cl
   if (taken) turn.owner = std::this_thread::get_id();
 }
 
-// Tried twice: a turn that is not passed on would keep every later writer waiting for good. A release that
-// failed has let nobody through.
+// Retried once: a turn that is not passed on would block every later writer. A release that failed has let no
+// thread through.
 WriterTurn::Hold::~Hold() {
   if (!taken) return;
   turn.owner = std::thread::id();
