@@ -5,7 +5,7 @@
 #include "util/exceptions.h"
 #include "util/win32.h"
 
-// aclapi.h comes after windows.h.
+// Must follow windows.h.
 #include <aclapi.h>
 
 using TamLogUtil::Exceptions::ExceptionBase;

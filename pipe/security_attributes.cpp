@@ -3,8 +3,8 @@
 #include "pipe/access_list.h"
 #include "util/win32.h"
 
-// Destroyed last to first: the descriptor points into the SID only while the list is built, the attributes
-// point into the descriptor.
+// Destroyed in reverse order: the attributes point into the descriptor, which points into the SID only until
+// the list is built.
 struct EveryoneSecurity::Parts {
   SidBuilder everyone{kWorldAuthority};
   SecurityDescriptorBuilder descriptor;

@@ -1,23 +1,20 @@
 #pragma once
 
-// Security attributes that open one kernel object to every user of the machine: the access list holds a
-// single entry, which grants one mask to the World SID. The builders that it is put together from are here
-// (the SID) and in pipe/access_list.h (the list and the descriptor).
-//
-// Every object here is built, used and destroyed on one thread. Nothing catches: the creator of the object
-// decides. Support scripts look for the texts, so they keep their spelling.
+// Security attributes that open one kernel object to every user of the machine: an access list with a single
+// entry, which grants one mask to the World SID (pipe/access_list.h).
 
 #include <cstdint>
 #include <memory>
 
 #include "util/native_handle.h"
 
-// Masks of the objects that the server shares.
+// Access masks of the objects that the server shares.
 inline constexpr std::uint32_t kPipeAccess = 0x12019F;    // generic read and write on files
 inline constexpr std::uint32_t kFileMapAccess = 0xF001F;  // all access to a section
 inline constexpr std::uint32_t kEventAccess = 0x1F0003;   // all access to an event
 
-// Security attributes for one object; has to outlive the creating call only.
+// Security attributes for one object; must outlive the creating call only. Constructed, used and destroyed on
+// one thread.
 //
 //   EveryoneSecurity security(kEventAccess);
 //   CreateEventA(security.GetSecurityAttributes(), ...);
@@ -29,7 +26,7 @@ class EveryoneSecurity {
   EveryoneSecurity(const EveryoneSecurity&) = delete;
   EveryoneSecurity& operator=(const EveryoneSecurity&) = delete;
 
-  // To be passed to the creating call; owned by this object.
+  // For the creating call; owned by this object.
   TamLogUtil::SecurityAttributes* GetSecurityAttributes();
 
  private:
