@@ -61,7 +61,7 @@ TEST(RestartTicket, SleepsItsTimeWhenNobodyStops) {
   const std::uint64_t begin = NowMs();
   EXPECT_TRUE(ticket.Delay(200));
   EXPECT_GE(NowMs() - begin, 180U);
-  EXPECT_FALSE(ticket.CalledOff());
+  EXPECT_FALSE(ticket.IsCancelled());
 }
 
 TEST(RestartTicket, StopEndsItsSleep) {
@@ -77,20 +77,20 @@ TEST(RestartTicket, StopEndsItsSleep) {
   stopping.join();
 }
 
-TEST(RestartTicket, IsCalledOffByAStopBeforeItsSleep) {
+TEST(RestartTicket, IsCancelledByAStopBeforeItsSleep) {
   Lifecycle lifecycle;
   lifecycle.WantStopped();
   Ticket ticket(lifecycle);
   EXPECT_FALSE(ticket.Delay(10000));
 }
 
-TEST(RestartTicket, IsCalledOffByAStopThatANewStartFollowed) {
+TEST(RestartTicket, IsCancelledByAStopThatANewStartFollowed) {
   Lifecycle lifecycle;
   Ticket ticket(lifecycle);
   EXPECT_TRUE(ticket.Delay(0));
   lifecycle.WantStopped();
   lifecycle.WantRunning();
-  EXPECT_TRUE(ticket.CalledOff());
+  EXPECT_TRUE(ticket.IsCancelled());
 }
 
 TEST(RestartTicket, GoesAheadAfterANewStart) {
