@@ -1,4 +1,4 @@
-// Every operation of util with the first, second, third ... call into the system failing.
+// Runs every operation of util with its first, second, third ... system call failing.
 
 #include <gtest/gtest.h>
 
@@ -51,7 +51,8 @@ using TestSupport::WaitUntil;
 
 constexpr int kAborted = 3;
 constexpr char kNoLock[] = "Failed to create Mutex object / CreateEvent() failed (8)";
-// Of a join, and of the lock that it and the ending thread may both want; the thread tries again by itself.
+// The failures of a join, and of the lock that it and the ending thread may both want; the thread retries
+// itself.
 const std::set<std::string> kNoJoin = {"Failed to wait for Thread object in Join() (6)",
                                        "Failed to Wait for Mutex object / WaitForSingleObject failed (6)",
                                        ""};
@@ -99,7 +100,7 @@ TEST(CallSweep, APathBesideAnUnknownExecutableIsReported) {
   EXPECT_EQ(outcomes, (Outcomes{{"GetModuleFileNameA", {"Failed to obtain executable's location"}}}));
 }
 
-// The process is to end: what TerminateProcess does not do, abort does.
+// The process must end: by abort if TerminateProcess fails.
 TEST(CallSweep, ATooLongTextEndsTheProcessEvenIfItCannotBeEndedQuietly) {
   std::array<char, 4> field{};
   EXPECT_EXIT(
@@ -200,8 +201,8 @@ TEST(CallSweep, ANamedLockReportsEachFailedCallAndCanBeTakenAfterwards) {
             }));
 }
 
-// A thread has the lock and another waits for it. Whichever call fails, the lock is free in the end and was
-// never with two at once.
+// One thread has the lock and another waits for it. Whichever call fails, the lock is free in the end and was
+// never held by two threads.
 TEST(CallSweep, ALockThatIsWaitedForStaysWhole) {
   std::optional<Mutex> lock;
   std::string waiterFailure;
@@ -257,7 +258,7 @@ TEST(CallSweep, ALockThatCannotBeMadeIsReported) {
 
 class ThreadSweep : public testing::Test {
  protected:
-  // Whatever failed, the thread can be started, stopped and joined.
+  // After any failure the thread can be started, stopped and joined.
   void WorksAndEnds() {
     thread->Stop();
     Timeout timeout(10000);
@@ -339,7 +340,7 @@ TEST_F(ThreadSweep, APausedThreadGoesOnAfterAFailedCall) {
             }));
 }
 
-// The handle is closed even if the thread cannot be ended.
+// The handle is closed even if the thread cannot be terminated.
 TEST_F(ThreadSweep, AThreadThatCannotBeEndedByForceIsReported) {
   const Outcomes outcomes = Sweep({
       .prepare =
@@ -421,7 +422,7 @@ class Ticks : public TamLogUtil::TimerCallback {
 
 class TimerSweep : public testing::Test {
  protected:
-  ~TimerSweep() noexcept override {}  // gtest's is, and the timer's is not known to be
+  ~TimerSweep() noexcept override {}  // gtest's is noexcept, the timer's is not known to be
 
   void Run() {
     ticks.count = 0;
@@ -529,7 +530,7 @@ TEST_F(ServiceSweep, AnInstallationThatFailsIsReportedAndCanBeRepeated) {
                           {"OpenSCManagerA", {"OpenSCManager() failed (5)"}},
                           {"CreateServiceA", {"CreateService() failed (1073)"}},
                           {"ChangeServiceConfig2A", {"ChangeServiceConfig2() failed (5) | installed"}},
-                          // What follows only opens the service to everyone, or lets go of something.
+                          // The later calls only open the service to everyone, or release something.
                           {"QueryServiceObjectSecurity", {"installed"}},
                           {"HeapAlloc", {"installed"}},
                           {"GetSecurityDescriptorDacl", {"installed"}},

@@ -26,13 +26,12 @@ using TestSupport::ExpectFailure;
 using TestSupport::WindowsText;
 
 constexpr DWORD kInvalid = ERROR_INVALID_HANDLE;
-// The system takes a backslash in the rest of a name for a directory that does not exist.
+// The system takes a backslash in the rest of a name for a directory, which does not exist.
 constexpr const char* kBadName = "no\\such\\directory";
 constexpr DWORD kBadNameError = ERROR_PATH_NOT_FOUND;
 
 // The first exception and the first text make the run-time and the system open handles of their own. Done
-// before any test, so that these do not get the value of a handle that a test has closed behind its owner's
-// back.
+// before any test, so that these do not get the value of a handle that a test has closed without its owner.
 const bool firstExceptionIsOver = [] {
   try {
     throw ExceptionBase(WindowsText("first", kInvalid));
@@ -41,7 +40,7 @@ const bool firstExceptionIsOver = [] {
   }
 }();
 
-// A handle that the system refuses to close while this lives.
+// A handle that the system refuses to close during the lifetime of this object.
 class Unclosable {
  public:
   explicit Unclosable(HANDLE protectedHandle) : handle(protectedHandle) {
@@ -62,7 +61,7 @@ std::string OwnName(const std::string& name) {
   return "TamLogTest" + name + TestSupport::ProcessSuffix();
 }
 
-// A mutex object of the system whose owner ended without giving it back.
+// A mutex object of the system whose owner ended without releasing it.
 HANDLE AbandonedMutex() {
   const HANDLE mutex = CreateMutexA(nullptr, FALSE, nullptr);
   std::thread([mutex] { WaitForSingleObject(mutex, INFINITE); }).join();
@@ -195,7 +194,7 @@ TEST(AutoHandle, TakeOwnsADuplicateAndClosesTheSource) {
     held = owner.Get();
     ASSERT_TRUE(owner.IsValid());
     EXPECT_TRUE(CheckedWaitForSingleObject(held, 0));
-    // The system may give the duplicate the value of the source that it closed.
+    // The duplicate may get the value of the source that was closed.
     EXPECT_TRUE(held == event || !IsOpen(event));
   }
   EXPECT_FALSE(IsOpen(held));
@@ -326,7 +325,7 @@ TEST(Event, CreationFailsWhenTheNameBelongsToAnotherKindOfObject) {
 }
 
 TEST(Event, OperationsOnAClosedHandleFail) {
-  // Never destroyed: the value of its handle may serve something else by then.
+  // Never destroyed: another object may have the value of its handle by then.
   auto& event = *new Event(nullptr, nullptr);
   CloseHandle(event.Handle());
   ExpectFailure<ExceptionBase>(
@@ -339,7 +338,7 @@ TEST(Event, OperationsOnAClosedHandleFail) {
 }
 
 TEST(Event, AFailedCloseIsThrownByTheDestructor) {
-  // Not a smart pointer: those may not pass on what a destructor throws.
+  // Not a smart pointer: those must not let a destructor's exception out.
   auto* const event = new Event(nullptr, nullptr);
   const Unclosable kept(event->Handle());
   ExpectFailure<ExceptionBase>([&] { delete event; }, "Failed to destroy Event object\n" +
@@ -544,7 +543,7 @@ TEST(MutexAccess, AfterItsTimeRanOutItGoesOnAsOwner) {
     const auto begin = std::chrono::steady_clock::now();
     Mutex::Access second(mutex, timeout);
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(90));
-    // An owner may not acquire, but may release: and frees the lock that the first still uses.
+    // An owner must not acquire but may release, and then frees the lock that the first still uses.
     EXPECT_THROW(second.Acquire(timeout), ExceptionBase);
     second.Release();
   }).join();

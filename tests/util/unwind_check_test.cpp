@@ -29,7 +29,7 @@ std::string FailureOfOneScope() {
   return {};
 }
 
-// Looks, while it is destroyed, at what an object of its own throws.
+// Its destructor records the failure of an object of its own.
 class LooksAtItsEnd {
  public:
   explicit LooksAtItsEnd(std::string& seenFailure) : seen(seenFailure) {}
@@ -73,7 +73,7 @@ TEST(UnwindCheck, InADestructorThatRunsDuringAnUnwindTheFailureReachesThatDestru
   EXPECT_EQ(seen, "release failed");
 }
 
-// An exception on its way through the scope of an object that was itself made during an unwind.
+// Its destructor lets an exception leave the scope of an object of its own.
 class UnwindsAtItsEnd {
  public:
   explicit UnwindsAtItsEnd(std::string& seenFailure) : seen(seenFailure) {}
