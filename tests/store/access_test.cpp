@@ -78,7 +78,7 @@ TEST_F(Access, AReaderWhoseTimeRunsOutFailsAndLeavesTheCount) {
 }
 
 TEST_F(Access, AReaderThatFindsAWriterBehindTheHeaderLockStartsAgain) {
-  // The reader passes read-wait, then waits for the header lock; a writer comes in meanwhile.
+  // The reader passes read-wait, then waits for the header lock; a writer enters meanwhile.
   ASSERT_TRUE(reader.TakeHeaderLock(1000));
   std::atomic<bool> inside = false;
   std::thread entering([&] {
@@ -91,7 +91,7 @@ TEST_F(Access, AReaderThatFindsAWriterBehindTheHeaderLockStartsAgain) {
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
   EXPECT_FALSE(inside);
   EXPECT_EQ(reader.Header().readCount, 0);
-  EXPECT_TRUE(reader.TakeHeaderLock(1000));  // it gave the lock back
+  EXPECT_TRUE(reader.TakeHeaderLock(1000));  // it released the lock
   reader.GiveHeaderLockBack();
   reader.SignalReadWait();
   entering.join();
@@ -111,7 +111,7 @@ TEST_F(Access, ReadAccessNeedsAFile) {
 
 TEST_F(Access, ReadAccessToAFileClosedMeanwhileCannotBeGivenBack) {
   static_assert(!std::is_nothrow_destructible_v<ReadAccess>);
-  const auto* const access = new ReadAccess(&*server);  // an owner's destructor may not throw
+  const auto* const access = new ReadAccess(&*server);  // a smart pointer must not let the exception out
   Close(0);
   EXPECT_EQ(FailureOf([&] { delete access; }),
             "Failed to release message file read access\n"
@@ -234,7 +234,7 @@ TEST_F(Access, AFlushStuckBehindADeadReaderEndsWhenTheFileIsClosed) {
   flush.join();
   EXPECT_EQ(failure, "Failed to grab write access, some handles or pointers are invalid");
   EXPECT_EQ(log.Texts(), (Texts{kForced}));
-  EXPECT_TRUE(reader.WaitForReadWait(0));  // readers are not left outside
+  EXPECT_TRUE(reader.WaitForReadWait(0));  // readers may enter
   EXPECT_EQ(Header().serverRunning, 0);
 }
 
@@ -268,8 +268,8 @@ TEST_F(Access, AWriterThatWaitsForItsTurnEndsWhenTheFileIsClosed) {
   EXPECT_EQ(turnFailure, "Failed to grab write access, some handles or pointers are invalid");
 }
 
-// The forced end of write access lets readers in for a moment before the file is gone, and one that leaves in
-// time frees the writer too. Whoever does not get in that way is told; nobody stays behind.
+// The forced end of write access lets readers in for a moment before the file is closed, and one that leaves
+// in time frees the writer too. A waiter that does not get access that way fails; none keeps waiting.
 TEST_F(Access, NobodyStaysBehindWhenTheFileIsClosed) {
   ASSERT_TRUE(reader.Enter(1000));
   Submit("a", At(12, 0));
@@ -288,7 +288,7 @@ TEST_F(Access, NobodyStaysBehindWhenTheFileIsClosed) {
   };
   EXPECT_TRUE(isTold(failures[0])) << failures[0];
   EXPECT_TRUE(isTold(failures[1])) << failures[1];
-  // Let in for that moment, it may find the view gone when it comes to write it.
+  // A writer let in for that moment may find the view closed when it writes.
   EXPECT_TRUE(isTold(failures[2]) ||
               failures[2] ==
                   "Failed to force log file changes saved to disk, FlushViewOfFile() failed in WriteToDisk()")
@@ -304,8 +304,7 @@ TEST_F(Access, AReaderStuckBehindAWriterThatDiedEndsWhenTheFileIsClosed) {
   reader.ResetReadWait();
   Close(0);
   read.join();
-  // Closing gave the header lock back and let readers in; whichever the reader met first, it is not left
-  // behind.
+  // Closing released the header lock and let readers in; in either order the reader does not keep waiting.
   SUCCEED() << failure;
 }
 
@@ -323,9 +322,9 @@ TEST_F(Access, ClosingBehindAnOwnReaderLetsTheNextWriterIn) {
 // What the protocol does not prevent
 // ----------------------------------------------------------------------------
 
-// A reader that passed the read-wait event just before the writer reset it is inside together with the
-// writer, and its leaving makes the count negative. The writer after next waits until somebody signals its
-// event.
+// A reader that passed the read-wait event just before the writer reset it has access together with the
+// writer, and its leaving makes readCount negative. The writer after the next one waits until its event is
+// signalled.
 TEST_F(Access, AReaderThatPassesAWriterLeavesANegativeCountAndAWaitingWriter) {
   ASSERT_TRUE(reader.WaitForReadWait(1000));
   {
@@ -354,7 +353,7 @@ TEST_F(Access, AReaderThatPassesAWriterLeavesANegativeCountAndAWaitingWriter) {
 // Other processes
 // -----------------------------------------------------------------------------------------------
 
-// The helper program: what it does with the file, then the four names.
+// The helper program's command line: its action, then the four names.
 class ReaderProcess {
  public:
   ReaderProcess(const std::string& action, const ObjectNames& names) {
@@ -397,7 +396,7 @@ TEST_F(Access, AReaderOfAnotherProcessReadsWhatWasFlushed) {
   ASSERT_TRUE(other.Ended(20000));
 }
 
-// Nothing watches the file in the service, so a flush waits for a reader that died inside until its event is
+// The service has no watcher for the file, so a flush waits for a reader that died inside until its event is
 // signalled.
 TEST_F(Access, AReaderThatDiedInsideKeepsTheNextFlushWaiting) {
   ReaderProcess other("die", names);

@@ -8,7 +8,7 @@
 namespace StoreTest {
 namespace {
 
-// No object with a constructor or a guard here: the run-time's own start calls through these pointers.
+// No objects with constructors or guards here: the run-time's own start calls through these pointers.
 std::atomic<const char*> failingFunction = nullptr;
 std::atomic<DWORD> failingThread = 0;
 std::atomic<int> callsLeft = 0;

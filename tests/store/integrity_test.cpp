@@ -173,7 +173,7 @@ TEST_F(Integrity, ARingOfOneSlotPasses) {
   EXPECT_EQ(FirstBrokenRule(single.header, single), IntegrityRule::NoneBroken);
 }
 
-// The same rules, one message after the other and byte by byte.
+// The same rules applied one message and one byte at a time.
 IntegrityRule PlainRule(const LogFileHeader& header, const MemoryFile& file) {
   if (header.messageCount < 0 || header.maxMessages < 0 || header.nextSlot < 0) {
     return IntegrityRule::NotNegative;
@@ -199,7 +199,7 @@ IntegrityRule PlainRule(const LogFileHeader& header, const MemoryFile& file) {
   return IntegrityRule::NoneBroken;
 }
 
-// A ring of random fill, its texts of any length, with at most one thing damaged.
+// A ring with a random number of messages and texts of any length, with at most one field damaged.
 MemoryFile RandomFile(std::mt19937& random) {
   const auto below = [&random](int limit) {
     return static_cast<int>(random() % static_cast<unsigned>(limit));

@@ -1,7 +1,6 @@
 #pragma once
 
-// A log file in memory: a header and slots, as a target of flushes and a source of checks. Can be told to
-// fail.
+// A log file in memory, as a target of flushes and a source of checks. Its writes can be made to fail.
 
 #include <algorithm>
 #include <cstdint>
@@ -59,7 +58,7 @@ class MemoryFile final : public FlushTarget, public SlotSource {
     LogFileHeader copy = header;
     list.Flush(copy, *this);
   }
-  // What the server makes of the file when it opens it.
+  // Loads the file into `list` as an open does.
   void Load(PendingList& list) const {
     MessageMirror mirror;
     for (std::int32_t i = 0; i < header.messageCount; ++i) {
@@ -102,7 +101,7 @@ class MemoryFile final : public FlushTarget, public SlotSource {
  private:
   void CountDown() {
     if (writesLeft > 0) --writesLeft;
-    if (writesLeft == 0) throw std::runtime_error("told to fail");
+    if (writesLeft == 0) throw std::runtime_error("set to fail");
   }
 
   int writesLeft = -1;

@@ -1,4 +1,4 @@
-// The dormant watcher, started by hand.
+// The dormant monitor, started by the test.
 
 #include <gtest/gtest.h>
 
@@ -29,8 +29,8 @@ TEST_F(Monitor, ItsPassFreesTheFileFromAReaderThatDied) {
   EXPECT_TRUE(WaitUntil([&] { return dead.WaitForReadWait(0); }));
 }
 
-// The end of write access does not signal the event that writers wait for; the next reader that comes and
-// goes does, and the watcher is what lets it in.
+// The end of write access does not signal the event that writers wait for; the next reader that leaves does,
+// and the monitor lets it in.
 TEST_F(Monitor, AFlushBehindADeadReaderGoesOnWithTheNextReaderThatLeaves) {
   Open();
   TestReader dead(names);

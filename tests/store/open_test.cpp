@@ -47,7 +47,7 @@ TEST_F(OpenFile, AnEmptyFileIsTakenForANewOne) {
 
 // The reformat writes 1 (Ring.AReformatWritesItsFiveFieldsAndLeavesTheOthers), then its write access ends
 // with a change. A compaction of the new file to its capacity raises it once more, which the header copy
-// takes back.
+// undoes.
 TEST_F(OpenFile, AReformatWritesChangeCountOneAndItsReleaseRaisesIt) {
   Open();
   EXPECT_EQ(Header().changeCount, 2U);
@@ -87,7 +87,7 @@ TEST_F(OpenFile, LockNamesAreCutAt63Characters) {
   EXPECT_EQ(LockName(2), names.writeWait);
 }
 
-// A file that is there ------------------------------------------------------------------------------------
+// An existing file ------------------------------------------------------------------------------------
 
 TEST_F(OpenFile, ASoundFileOfTheRightSizeKeepsItsMessages) {
   MakeFile(10, {Message("a", At(12, 0)), Message("b", At(12, 1))});
@@ -193,7 +193,7 @@ TEST_F(OpenFile, APendingMessageDoesNotOutliveTheStop) {
   EXPECT_EQ(Newest(), (Texts{"b", "a"}));
 }
 
-// A file still in memory with more messages pending than the reopened file holds.
+// The first file is still in memory with more messages pending than the reopened file holds.
 TEST_F(OpenFile, CountsOfTheLastOpenDoNotReachIntoTheNextFile) {
   Open();
   for (int i = 0; i < 5; ++i) Submit(std::to_string(i), At(12, i));
@@ -257,7 +257,7 @@ TEST_F(OpenFile, CompactionWithoutResizeLeavesTheReversedOrder) {
   EXPECT_EQ(Header().nextSlot, 3);
   EXPECT_EQ(Slots()[0], "c");
   EXPECT_EQ(Newest(), (Texts{"a", "b", "c"}));
-  // The list in memory has the same order, and messages still go in and out.
+  // The list in memory has the same order, and messages are still accepted and flushed.
   Submit("early", At(11, 0));
   Submit("late", At(13, 0));
   Flush();
@@ -377,8 +377,8 @@ TEST_F(OpenFile, AFileThatAReaderHasMappedCannotShrink) {
       0U);
 }
 
-// A reader that came in between the mapping and the check costs the file; here it is simulated by the count
-// that it would have left, since the objects of the last open live on in it.
+// A reader that enters between the mapping and the check costs the file. Here a count of 1 simulates it,
+// since it would keep the objects of the last open alive.
 TEST_F(OpenFile, AReaderInsideDuringTheCheckFailsIt) {
   Open();
   Submit("a", At(12, 0));
@@ -432,7 +432,7 @@ TEST_F(CloseFile, ForcesItsWayPastADeadReaderAndSaysSo) {
   ASSERT_TRUE(reader.Enter(1000));
   const TestSupport::DiagnosticLogCapture log;
   Close(50);
-  // The read-wait event was free, so nothing was forced; the reader's own event was waited for in vain.
+  // The read-wait event was signalled, so no access was forced; the wait for the reader's own event ran out.
   EXPECT_EQ(log.Texts(), Texts{});
   EXPECT_EQ(Header().serverRunning, 0);
   EXPECT_EQ(Header().readCount, 0);
@@ -477,7 +477,7 @@ TEST_F(WaitUntilFree, AMissingFileOrDirectoryIsFree) {
 }
 
 TEST_F(WaitUntilFree, WithTheTimeOverItDoesNotTry) {
-  // A directory would be an error if it were tried.
+  // Opening a directory would be an error.
   configuration.logFile = directory.Path();
   EXPECT_FALSE(server->WaitUntilFree(Timeout::Immediate));
 }
@@ -513,7 +513,7 @@ TEST_F(WaitUntilFree, AnyOtherErrorIsReported) {
       << failure;
 }
 
-// The lock is given back between two tries: a stop does not keep pipe requests out while it waits.
+// The lock is released between two tries: a stop does not block pipe requests while it waits.
 TEST_F(WaitUntilFree, LetsOthersAtTheConfigurationMeanwhile) {
   Open();
   const TestReader reader(names);

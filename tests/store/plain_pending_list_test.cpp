@@ -1,4 +1,4 @@
-// The fast structures against the plain ones, with random operations.
+// The fast structures against plain reference ones, with random operations.
 
 #include "tests/store/plain_pending_list.h"
 
@@ -19,7 +19,7 @@
 namespace StoreTest {
 namespace {
 
-// Makes other choices with another --gtest_random_seed.
+// Its sequence depends on --gtest_random_seed.
 class Random {
  public:
   explicit Random(unsigned seed)
@@ -67,7 +67,8 @@ void ExpectSame(Keys& keys, const PlainKeys& plain, std::size_t count) {
   ASSERT_EQ(keys.Size(), plain.entries.size());
 }
 
-// `spread`: how far back a new key may lie; `jumbled`: loads in any order come in between.
+// `spread` is the largest distance of a new key from the newest; `jumbled`: with loads in any order in
+// between.
 template <class Keys>
 void Compare(Random& random, int steps, int most, int spread, bool jumbled) {
   Keys keys;
@@ -141,8 +142,8 @@ class Pair {
     plainFile.Flush(plain);
   }
 
-  // The flush of the real list fails at its nth access to the file. The plain one flushes nothing then, so
-  // that only the last, good flush of both is compared.
+  // Lets the flush of the real list fail at its nth access to the file. The plain one then flushes nothing,
+  // so that only the last, successful flush of both is compared.
   void FailingFlush(int n) {
     file.FailAtWrite(n);
     try {
@@ -162,21 +163,21 @@ class Pair {
     ClearRing(plainFile.header);
   }
 
-  // Both servers go down and up again; every slot keeps what it holds, in any order.
+  // Restarts both servers; every slot keeps its message, in any order.
   void Reload() {
     file.Load(list);
     plain.Clear();
     for (const LogMessage& message : plainFile.Messages()) plain.AppendOldest(message);
   }
 
-  // Somebody else moves the ring; only where that brings no slot to light that held nothing.
+  // Moves the ring like another process, unless that would expose a slot that never held a message.
   void MoveRing(int nextSlot) {
     if (file.header.messageCount != file.header.maxMessages) return;
     file.header.nextSlot = nextSlot;
     plainFile.header.nextSlot = nextSlot;
   }
 
-  // Valid slots only: what a failed flush leaves in the others is different and means nothing.
+  // Compares valid slots only: the others may differ after a failed flush.
   void ExpectSame() const {
     ASSERT_EQ(std::memcmp(&file.header, &plainFile.header, sizeof file.header), 0);
     const std::vector<LogMessage> found = file.Messages();

@@ -159,7 +159,7 @@ TEST_F(FlushWrites, OfAClosedFileFailsAndTheMessagesStayPending) {
   EXPECT_EQ(FailureOf([&] { Flush(); }), "Failed to grab write access, some handles or pointers are invalid");
 }
 
-TEST_F(FlushWrites, ASlotBehindTheMappedFileIsAFailureAndTheMessageStaysPending) {
+TEST_F(FlushWrites, ASlotBeyondTheMappedFileIsAFailureAndTheMessageStaysPending) {
   Open();
   TestReader reader(names);
   reader.Header().maxMessages = 1000000;
@@ -248,8 +248,8 @@ TEST_F(LoadToList, FillsTheListNewestFirst) {
   EXPECT_EQ(texts, (Texts{"3", "2", "1"}));
 }
 
-// Its own read access is over before the first byte is read: a writer may be inside while it reads.
-TEST_F(LoadToList, GivesItsReadAccessBackBeforeItReads) {
+// It releases its read access before it reads the first byte: a writer may have access while it reads.
+TEST_F(LoadToList, ReleasesItsReadAccessBeforeItReads) {
   Open();
   Submit("a", At(12, 0));
   Flush();
@@ -261,7 +261,7 @@ TEST_F(LoadToList, GivesItsReadAccessBackBeforeItReads) {
   EXPECT_EQ(list.Size(), 1U);
 }
 
-TEST_F(LoadToList, ASlotBehindTheMappedFileIsAFailure) {
+TEST_F(LoadToList, ASlotBeyondTheMappedFileIsAFailure) {
   Open();
   TestReader reader(names);
   reader.Header().messageCount = 100;
