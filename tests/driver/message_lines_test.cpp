@@ -147,7 +147,7 @@ TEST(MessageLines, AFaultNamesItsLine) {
   std::istringstream input("2026-01-02 03:04:05\t0\ts\tone\n\n2026-01-02 03:04:05\t0\ts\tthree\n");
   try {
     ReadMessageLines(input, LongText::kRefuse);
-    FAIL() << "the empty line was taken";
+    FAIL() << "the empty line was accepted";
   } catch (const MessageLineError& error) {
     EXPECT_EQ(0U, std::string(error.what()).find("line 2: expected four fields")) << error.what();
   }

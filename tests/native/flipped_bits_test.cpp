@@ -1,7 +1,7 @@
-// Every bit of a small log file flipped in turn: which rule notices it, what the real opening of the file
-// then does, at this start and at the next one, and what the checker and the repair make of it. The table
-// that comes out is that of docs/damage_census.md, and is compared with it; TAMLOG_CENSUS_FILES in the
-// environment prints it.
+// Exhaustive test: flips every bit of a small log file in turn and records which rule notices it, the result
+// of the real opening of the file, at this start and at the next one, and the results of the checker and the
+// repair. The resulting table must be that of docs/damage_census.md; TAMLOG_CENSUS_FILES in the environment
+// prints it.
 
 #include <gtest/gtest.h>
 
@@ -46,8 +46,8 @@ constexpr char kTableHead[] =
 
 using Bodies = std::multiset<std::string>;
 
-// Two messages in a ring of three, so that there is a slot that is not in use. The newer one's texts are as
-// long as they may be: the bits of their last byte are the ones without which they do not end.
+// Two messages in a ring of three, so that one slot is unused. The newer one's texts have the maximum length:
+// the zero in their last byte is all that terminates them.
 std::string SmallFile() {
   TamLogTest::RingModel log(kCapacity);
   log.Submit(TamLogTest::MakeBody(1500, "first", "Stage", 1));
@@ -96,7 +96,7 @@ std::string FieldAt(std::size_t offset) {
   return slots.at(slot) + (slot == 2 ? "" : FieldInSlot((offset - kSlotsOffset) % sizeof(LogMessage)));
 }
 
-// The server's own opening of the file on the machine in memory, and its orderly stop. The messages that
+// Opens the file with the server on the machine in memory and stops it in order. Returns the messages that
 // readers find in between.
 Bodies StartAndStop() {
   ServerConfiguration configuration;
@@ -130,14 +130,14 @@ struct BitRow {
   std::map<std::string, std::size_t> rules;
   std::size_t kept = 0;       // by the rules
   std::size_t after = 0;      // the file's two messages, with the bit in them, are there after a start
-  std::size_t afterNext = 0;  // and after the one behind it
+  std::size_t afterNext = 0;  // and after the next one
   std::size_t unchanged = 0;  // both messages saved as they were
   std::size_t altered = 0;    // two saved, one with a changed byte
   std::size_t fewer = 0;      // less than two saved
   std::size_t carvedBoth = 0;
 };
 
-// The bodies of the first two slots, wherever the header wants them.
+// The bodies of the first two slots, independent of the header.
 Bodies BodiesInSlots(const std::string& bytes) {
   const LogFileImage image(bytes);
   return {BodyBytes(image.Slot(0)), BodyBytes(image.Slot(1))};
@@ -151,7 +151,7 @@ void TryStarts(const std::string& bytes, std::size_t bit, bool kept, BitRow& row
   const Bodies next = StartAndStop();
   if (now == inFile) ++row.after;
   if (next == inFile) ++row.afterNext;
-  // What breaks a rule comes back empty, and nothing comes back from there.
+  // A file that breaks a rule is emptied and stays empty.
   if (!kept) {
     EXPECT_TRUE(now.empty()) << bit;
   }

@@ -33,7 +33,7 @@ TEST_F(Configuration, StopWritesAMissingPathAndThenTheOneInUse) {
   registry::DeleteAll();
   service->OnStop();
   EXPECT_EQ(registry::Text("LogFile"), logFile);
-  // The file lay under the default path as far as the registry told, so it was "moved" from there.
+  // According to the registry the file was at the default path, so it was "moved" from there.
   EXPECT_EQ(faults::moveFileCalls, 1);
   EXPECT_TRUE(FileExists(logFile));
 }
@@ -213,7 +213,7 @@ TEST_F(Configuration, PathOfMoreThan255CharactersIsSavedAndFailsTheNextStart) {
   service->OnStart();
   const std::string path = folder.File(std::string(300, 'p'));
   Ask(*service, MakeRequest(RequestCode::SetLogFile, path));
-  // So long a name is no name for this file system either: the stop's wait may report it.
+  // The name is too long for this file system too: the stop's wait may report it.
   FailureOf([&] { service->OnStop(); });
   EXPECT_EQ(registry::Text("LogFile"), path);
   EXPECT_EQ(FailureOf([&] { service->OnStart(); }), "ReadData() failed" + ErrorSuffix(ERROR_MORE_DATA));

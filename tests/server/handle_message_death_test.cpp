@@ -1,5 +1,5 @@
-// A text that does not fit its reply field ends the process at once: no cut text is ever told, no handler and
-// no exit hook runs.
+// A text that does not fit its reply field ends the process at once: no truncated text is ever sent, and no
+// handler and no exit hook runs.
 
 #include <gtest/gtest.h>
 

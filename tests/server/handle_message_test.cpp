@@ -124,7 +124,7 @@ TEST_F(HandleMessage, LongestPathThatFitsIsTold) {
 TEST_F(HandleMessage, PathWithoutZeroByteIsStoredUpToTheEndOfTheRecord) {
   EXPECT_TRUE(
       Is(Ask(service, MakeRequest(RequestCode::SetLogFile, std::string(1024, 'p'))), ReplyCode::Done));
-  // Asking for it would end the process (see the death tests); another one takes its place.
+  // Requesting it would end the process (see the death tests); another one takes its place.
   Ask(service, MakeRequest(RequestCode::SetLogFile, "short"));
   EXPECT_STREQ(Ask(service, RequestCode::GetLogFile).path, "short");
 }
@@ -179,8 +179,8 @@ TEST_F(HandleMessage, LongestFilterThatFitsIsTold) {
   EXPECT_EQ(GetFilter(service, 0).filter.text, text);
 }
 
-// Text and kind overlap: a text that fills its field runs into the kind behind it, whose bytes are then part
-// of the text and, not being zero, make it an include filter.
+// A text that fills its field continues into the kind after it, whose bytes are then part of the text and,
+// not being zero, make it an include filter.
 TEST_F(HandleMessage, TextThatRunsIntoItsKindMakesAnIncludeFilter) {
   GuardedRequest asked = MakeRequest(RequestCode::AddFilter, std::string(130, 'f'));
   EXPECT_NE(asked.request.filter.kind, 0U);

@@ -42,7 +42,7 @@ TEST(LifecycleTurn, GoesOnWithoutTheTurnWhenTheTimeIsOver) {
   Lifecycle lifecycle;
   auto stuck = std::make_unique<Lifecycle::Turn>(lifecycle, Timeout::kForever);
   { const Lifecycle::Turn impatient(lifecycle, 50); }
-  // The one that went on without did not give the turn away.
+  // The thread that went on without the turn did not release it.
   std::atomic<bool> got{false};
   std::thread next([&] {
     const Lifecycle::Turn turn(lifecycle, Timeout::kForever);
