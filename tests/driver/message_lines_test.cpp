@@ -56,7 +56,7 @@ TEST(MessageLine, Utf8PassesAsItsBytes) {
   EXPECT_STREQ("\xC3\xA4\xE2\x82\xAC", Parse("2026-01-02 03:04:05\t0\ts\t\xC3\xA4\xE2\x82\xAC").text);
 }
 
-TEST(MessageLine, TypesThatTheServerDropsAreHandedOverAllTheSame) {
+TEST(MessageLine, TypesThatTheServerDropsAreSentNevertheless) {
   EXPECT_EQ(4294967295U, Parse("2026-01-02 03:04:05\t4294967295\ts\tt").type);
 }
 

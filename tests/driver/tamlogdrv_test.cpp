@@ -135,7 +135,7 @@ TEST(DriverTool, WithoutTheDriverEveryCommandThatNeedsItExitsWith3) {
   }
 }
 
-TEST(DriverTool, AFaultyLineIsNamedAndNothingIsHandedOver) {
+TEST(DriverTool, AFaultyLineIsNamedAndNothingIsSent) {
   LoadedDriverDouble loaded;
   const std::string lines =
       "2026-01-02 03:04:05\t1\tCamera\tok\n2026-01-02 03:04:05\t1\tCamera\t" + std::string(257, 'x');

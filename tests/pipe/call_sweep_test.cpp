@@ -193,7 +193,7 @@ TEST_F(PipeServerSweep, AServerServesAtTheNextStartWhicheverCallFailed) {
 }
 
 // The listener waits for a client, and a connected client sends nothing: the stop ends both waits.
-TEST_F(PipeServerSweep, AStopBesideASilentClientEndsWhicheverCallFails) {
+TEST_F(PipeServerSweep, AStopWithASilentClientEndsWhicheverCallFails) {
   std::optional<PipeClient> silent;
   const Outcomes outcomes = Sweep({
       .prepare =

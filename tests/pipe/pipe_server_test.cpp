@@ -147,7 +147,7 @@ TEST_F(PipeServerTest, ReplyBytesThatTheHandlerDoesNotSetAreThoseOfEarlierReplie
   EXPECT_EQ(later->bytes[kPipeBodySize - 1], 'p');
 }
 
-TEST_F(PipeServerTest, ShortRequestLeavesTheEarlierBytesBehindIt) {
+TEST_F(PipeServerTest, ShortRequestIsFollowedByTheEarlierBytes) {
   std::string path;
   handler.behaviour = [&path](const PipeRequest& request, PipeReply&) { path = request.path; };
   server->Start();
@@ -187,7 +187,7 @@ TEST_F(PipeServerTest, EmptyMessageIsAnUnknownRequest) {
   EXPECT_EQ(client.CallCode(kPing), kAlive);
 }
 
-TEST_F(PipeServerTest, TextsWithoutAZeroEndBehindTheRecord) {
+TEST_F(PipeServerTest, UnterminatedTextsEndAfterTheRecord) {
   std::string path;
   std::string filter;
   handler.behaviour = [&](const PipeRequest& request, PipeReply&) {
@@ -391,7 +391,7 @@ TEST_F(PipeServerTest, ClientThatTakesNoRepliesIsDisconnectedAfterTenSeconds) {
 
 // --- The listener ---------------------------------------------------------------------------------------
 
-TEST_F(PipeServerTest, ReplyPipeIsNamedLikeTheRequestPipeWithReplyBehindIt) {
+TEST_F(PipeServerTest, ReplyPipeHasTheNameOfTheRequestPipeFollowedByReply) {
   server->Start();
   PipeClient client(name);
   ASSERT_TRUE(client.OpenRequestPipe());
@@ -552,7 +552,7 @@ TEST_F(PipeServerTest, StartAfterStopAcceptsClientsAgain) {
   }
 }
 
-TEST_F(PipeServerTest, StartRightBehindStopWaitsForTheOldListenerAndServes) {
+TEST_F(PipeServerTest, StartRightAfterStopWaitsForTheOldListenerAndServes) {
   server->Start();
   for (int round = 0; round < 20; ++round) {
     server->Stop();
@@ -568,7 +568,7 @@ TEST_F(PipeServerTest, StopAndJoinWithoutAStartDoNothing) {
   EXPECT_TRUE(Serves());
 }
 
-TEST_F(PipeServerTest, RunReturnsZeroWhenAskedToStopBeforeItBegan) {
+TEST_F(PipeServerTest, RunReturnsZeroWhenStoppedBeforeItBegan) {
   EXPECT_EQ(server->Run(), 0U);  // never started counts as stopped
 }
 

@@ -136,7 +136,7 @@ TEST_F(CommandLine, InstallsInAnyLetterCaseWithDashOrSlash) {
   }
 }
 
-TEST_F(CommandLine, ArgumentsBehindTheFirstAreIgnored) {
+TEST_F(CommandLine, ArgumentsAfterTheFirstAreIgnored) {
   ExpectInstalls("-install -remove whatever");
   EXPECT_TRUE(IsInstalled());
 }

@@ -38,7 +38,7 @@ TEST_F(Configuration, StopWritesAMissingPathAndThenTheOneInUse) {
   EXPECT_TRUE(FileExists(logFile));
 }
 
-TEST_F(Configuration, FirstLetterOfAFilterValueTellsItsKind) {
+TEST_F(Configuration, FirstLetterOfAFilterValueSelectsItsKind) {
   registry::AddFilterValue("a", "iDriver");
   registry::AddFilterValue("b", "x42");
   registry::AddFilterValue("c", "eCamera");
@@ -112,7 +112,7 @@ TEST_F(Configuration, ExcludeFilterCountsOnlyWithoutIncludeFilters) {
   EXPECT_TRUE(Arrives("included"));
 }
 
-TEST_F(Configuration, StopLeavesExactlyTheFiltersInMemoryNumberedAnew) {
+TEST_F(Configuration, StopLeavesExactlyTheFiltersInMemoryRenumbered) {
   registry::AddFilterValue("by hand", "eOld");
   service->OnStart();
   AddFilter(*service, "New", 1);
@@ -177,7 +177,7 @@ TEST_F(Configuration, RatesAreUsedAndSavedAsStored) {
   EXPECT_EQ(registry::Number("SaveRate"), 0x80000000U);
 }
 
-TEST_F(Configuration, CapacityAskedForIsSavedAndInEffectAfterTheNextStart) {
+TEST_F(Configuration, RequestedCapacityIsSavedAndInEffectAfterTheNextStart) {
   service->OnStart();
   SettingsBody wanted = Settings(*service);
   wanted.maxMessage = 31;
@@ -189,7 +189,7 @@ TEST_F(Configuration, CapacityAskedForIsSavedAndInEffectAfterTheNextStart) {
   EXPECT_EQ(ReadHeader(logFile)->maxMessages, 31);
 }
 
-TEST_F(Configuration, ValueOfWrongSizeFailsTheStartAndLeavesTheFieldsBehindItAlone) {
+TEST_F(Configuration, ValueOfWrongSizeFailsTheStartAndKeepsTheFieldsAfterIt) {
   service->OnStart();
   service->OnStop();
   registry::SetText("LogFile", "C:\\new.dat");

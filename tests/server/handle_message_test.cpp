@@ -31,7 +31,7 @@ class HandleMessage : public testing::Test {
   ServerService& service = *owned;
 };
 
-TEST_F(HandleMessage, FileMapNameIsTold) {
+TEST_F(HandleMessage, FileMapNameIsReported) {
   const PipeReply reply = Ask(service, RequestCode::GetFileMapName);
   EXPECT_EQ(reply.code, 12U);
   EXPECT_STREQ(reply.path, "Global\\TamLogServiceFileMap");
@@ -101,7 +101,7 @@ TEST_F(HandleMessage, TypeFilter0x10SwitchesAllTypesOff) {
   EXPECT_EQ(Settings(service).typeFilter, 0U);
 }
 
-TEST_F(HandleMessage, LogFilePathIsToldAtOnceAfterItWasSet) {
+TEST_F(HandleMessage, LogFilePathIsReportedAtOnceAfterItWasSet) {
   const PipeReply done = Ask(service, MakeRequest(RequestCode::SetLogFile, "D:\\logs\\new.dat"));
   EXPECT_EQ(done.code, 11U);
   EXPECT_TRUE(BodyUntouchedFrom(done, 0));
@@ -115,7 +115,7 @@ TEST_F(HandleMessage, PathEndsAtItsFirstZeroByte) {
   EXPECT_STREQ(Ask(service, RequestCode::GetLogFile).path, "C:\\a");
 }
 
-TEST_F(HandleMessage, LongestPathThatFitsIsTold) {
+TEST_F(HandleMessage, LongestPathThatFitsIsReported) {
   const std::string path(1023, 'p');
   Ask(service, MakeRequest(RequestCode::SetLogFile, path));
   EXPECT_EQ(Ask(service, RequestCode::GetLogFile).path, path);
@@ -129,7 +129,7 @@ TEST_F(HandleMessage, PathWithoutZeroByteIsStoredUpToTheEndOfTheRecord) {
   EXPECT_STREQ(Ask(service, RequestCode::GetLogFile).path, "short");
 }
 
-TEST_F(HandleMessage, DefaultPathIsBesideTheExecutable) {
+TEST_F(HandleMessage, DefaultPathIsNextToTheExecutable) {
   const PipeReply reply = Ask(service, RequestCode::GetDefaultLogFile);
   EXPECT_EQ(reply.code, 15U);
   EXPECT_EQ(reply.path, ExecutableFolder() + "\\Logs.dat");
@@ -173,7 +173,7 @@ TEST_F(HandleMessage, EmptyAndRepeatedFiltersAreStored) {
   EXPECT_STREQ(GetFilter(service, 2).filter.text, "same");
 }
 
-TEST_F(HandleMessage, LongestFilterThatFitsIsTold) {
+TEST_F(HandleMessage, LongestFilterThatFitsIsReported) {
   const std::string text(127, 'f');
   AddFilter(service, text, 0);
   EXPECT_EQ(GetFilter(service, 0).filter.text, text);
@@ -200,7 +200,7 @@ TEST_F(HandleMessage, CodesThatAreNoRequestsAreAnsweredUnknown) {
   }
 }
 
-TEST_F(HandleMessage, FailedRequestIsLoggedAnsweredFailedAndGivesItsLocksBack) {
+TEST_F(HandleMessage, FailedRequestIsLoggedAnsweredFailedAndReleasesItsLocks) {
   const PipeReply reply = Ask(service, RequestCode::ClearLog);
   EXPECT_EQ(reply.code, 7U);
   EXPECT_TRUE(BodyUntouchedFrom(reply, 0));

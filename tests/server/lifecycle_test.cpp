@@ -55,7 +55,7 @@ TEST(LifecycleTurn, GoesOnWithoutTheTurnWhenTheTimeIsOver) {
   EXPECT_TRUE(got);
 }
 
-TEST(RestartTicket, SleepsItsTimeWhenNobodyStops) {
+TEST(RestartTicket, SleepsItsTimeWithoutAStop) {
   Lifecycle lifecycle;
   Ticket ticket(lifecycle);
   const std::uint64_t begin = NowMs();

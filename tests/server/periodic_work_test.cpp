@@ -160,7 +160,7 @@ TEST_F(DriverPoll, TenThousandMessagesAreTakenInOneTick) {
   EXPECT_EQ(ReadHeader(logFile)->messageCount, static_cast<int>(kCapacity));
 }
 
-TEST_F(DriverPoll, DriverThatAlwaysFailsGivesNoMessagesAndNoLogLines) {
+TEST_F(DriverPoll, DriverThatAlwaysFailsYieldsNoMessagesAndNoLogLines) {
   registry::SetNumber("DevicePollRate", 50);
   driver->Put(Numbered(2));
   driver->SetFailure(0xC0000001);

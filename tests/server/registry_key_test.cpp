@@ -123,7 +123,7 @@ TEST_F(RegistryKeyTest, SubkeyIsCreatedAndDeleted) {
   key.DeleteSubkey("Filters");  // missing: ignored
 }
 
-TEST_F(RegistryKeyTest, WalkGivesEveryValueAndThenStartsAgain) {
+TEST_F(RegistryKeyTest, WalkReturnsEveryValueAndThenStartsAgain) {
   AddFilterValue("a", "one");
   AddFilterValue("b", "two");
   RegistryKey key(kFiltersKey);

@@ -77,7 +77,7 @@ TEST_F(Access, AReaderWhoseTimeRunsOutFailsAndLeavesTheCount) {
   EXPECT_EQ(reader.Header().readCount, 0);
 }
 
-TEST_F(Access, AReaderThatFindsAWriterBehindTheHeaderLockStartsAgain) {
+TEST_F(Access, AReaderThatFindsAWriterAfterTheHeaderLockStartsAgain) {
   // The reader passes read-wait, then waits for the header lock; a writer enters meanwhile.
   ASSERT_TRUE(reader.TakeHeaderLock(1000));
   std::atomic<bool> inside = false;
@@ -170,7 +170,7 @@ TEST_F(Access, AWriterThatFindsAnotherOneInsideForcesItsWayAndSaysSo) {
   EXPECT_EQ(log.Texts(), (Texts{kForced}));
 }
 
-TEST_F(Access, AWriterGivesTheHeaderLockBackThatADeadReaderKept) {
+TEST_F(Access, AWriterReleasesTheHeaderLockOfADeadReader) {
   ASSERT_TRUE(reader.TakeHeaderLock(1000));
   {
     Timeout timeout(50);
@@ -223,7 +223,7 @@ TEST_F(Access, WriteAccessToAFileClosedMeanwhileCannotBeGivenBack) {
 // Closing under waiters
 // -----------------------------------------------------------------------------------------
 
-TEST_F(Access, AFlushStuckBehindADeadReaderEndsWhenTheFileIsClosed) {
+TEST_F(Access, AFlushThatWaitsForADeadReaderEndsWhenTheFileIsClosed) {
   ASSERT_TRUE(reader.Enter(1000));
   Submit("a", At(12, 0));
   std::string failure;
@@ -270,7 +270,7 @@ TEST_F(Access, AWriterThatWaitsForItsTurnEndsWhenTheFileIsClosed) {
 
 // The forced end of write access lets readers in for a moment before the file is closed, and one that leaves
 // in time frees the writer too. A waiter that does not get access that way fails; none keeps waiting.
-TEST_F(Access, NobodyStaysBehindWhenTheFileIsClosed) {
+TEST_F(Access, NoThreadKeepsWaitingWhenTheFileIsClosed) {
   ASSERT_TRUE(reader.Enter(1000));
   Submit("a", At(12, 0));
   std::vector<std::string> failures(3);
@@ -296,7 +296,7 @@ TEST_F(Access, NobodyStaysBehindWhenTheFileIsClosed) {
   EXPECT_EQ(Header().messageCount, failures[0].empty() ? 1 : 0);
 }
 
-TEST_F(Access, AReaderStuckBehindAWriterThatDiedEndsWhenTheFileIsClosed) {
+TEST_F(Access, AReaderThatWaitsForADeadWriterEndsWhenTheFileIsClosed) {
   ASSERT_TRUE(reader.TakeHeaderLock(1000));
   std::string failure;
   std::thread read([&] { failure = FailureOf([&] { const ReadAccess access(&*server); }); });
@@ -308,7 +308,7 @@ TEST_F(Access, AReaderStuckBehindAWriterThatDiedEndsWhenTheFileIsClosed) {
   SUCCEED() << failure;
 }
 
-TEST_F(Access, ClosingBehindAnOwnReaderLetsTheNextWriterIn) {
+TEST_F(Access, ClosingDuringAnOwnReadAccessLetsTheNextWriterIn) {
   const auto* const access = new ReadAccess(&*server);
   Close(0);
   EXPECT_TRUE(reader.WriteWaitIsSignalled());

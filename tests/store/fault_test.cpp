@@ -426,7 +426,7 @@ TEST_F(Faults, AFlushToDiskThatFailsIsReportedOnCloseAndOnWriteToDisk) {
   EXPECT_NO_THROW(Close());
 }
 
-TEST_F(Faults, BothFlushesToDiskAreAskedForTheWholeFile) {
+TEST_F(Faults, BothFlushesToDiskCoverTheWholeFile) {
   FreshServer();
   Open();
   server->WriteToDisk();

@@ -66,7 +66,7 @@ TEST_F(Integrity, MoreMessagesThanSlotsFail) {
   EXPECT_EQ(Check(), IntegrityRule::InsideRing);
 }
 
-TEST_F(Integrity, ANextSlotBehindTheRingFails) {
+TEST_F(Integrity, ANextSlotBeyondTheRingFails) {
   file.header.nextSlot = 4;
   EXPECT_EQ(Check(), IntegrityRule::InsideRing);
 }
@@ -85,7 +85,7 @@ TEST_F(Integrity, AnotherReaderFailsTheFile) {
   EXPECT_EQ(Check(), IntegrityRule::OneReader);
 }
 
-TEST_F(Integrity, ASlotBehindTheMappedBytesFails) {
+TEST_F(Integrity, ASlotBeyondTheMappedBytesFails) {
   file.header.maxMessages = 1000000;
   file.header.nextSlot = 1;
   EXPECT_EQ(Check(), IntegrityRule::SlotsInFile);
@@ -126,7 +126,7 @@ TEST_F(Integrity, TextsOf256CharactersPass) {
   EXPECT_EQ(Check(), IntegrityRule::NoneBroken);
 }
 
-TEST_F(Integrity, WhatStandsBehindTheEndOfATextIsNotLookedAt) {
+TEST_F(Integrity, BytesAfterTheEndOfATextDoNotMatter) {
   for (std::size_t end = 0; end < kTextSize; ++end) {
     std::string text(kTextSize, '\xff');
     text[end] = '\0';

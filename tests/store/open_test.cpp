@@ -148,7 +148,7 @@ TEST_F(OpenFile, AnUnknownTypeCostsTheWholeFile) {
   ExpectEmpty(Header(), 10);
 }
 
-TEST_F(OpenFile, AHeaderThatPointsBehindTheFileCostsItsMessages) {
+TEST_F(OpenFile, AHeaderThatPointsBeyondTheFileCostsItsMessages) {
   MakeFile(10, {Message("a", At(12, 0))});
   Damage([](LogFileHeader& header) {
     header.maxMessages = 2000000000;
@@ -463,7 +463,7 @@ TEST_F(CloseFile, AViewSmallerThanTheCapacityCannotBeFlushedButEverythingIsClose
 // Waiting for the free file
 // -----------------------------------------------------------------------------------
 
-TEST_F(WaitUntilFree, AFileThatNobodyHasOpenIsFree) {
+TEST_F(WaitUntilFree, AFileThatNoProcessHasOpenIsFree) {
   TestSupport::WriteBytes(configuration.logFile, "x");
   Timeout timeout(5000);
   EXPECT_TRUE(server->WaitUntilFree(timeout));
@@ -491,7 +491,7 @@ TEST_F(WaitUntilFree, AReaderKeepsTheFileUntilTheTimeIsOver) {
   EXPECT_TRUE(timeout.Expired());
 }
 
-TEST_F(WaitUntilFree, EndsWhenTheLastReaderLetsGo) {
+TEST_F(WaitUntilFree, EndsWhenTheLastReaderClosesTheFile) {
   Open();
   auto reader = std::make_unique<TestReader>(names);
   Close();

@@ -244,7 +244,7 @@ INSTANTIATE_TEST_SUITE_P(Capacities, PendingListAgainstModel, testing::Values(1,
                          [](const auto& capacity) { return "Of" + std::to_string(capacity.param); });
 
 // The list is emptied before the file; the next flush must ignore the loan of a failed one.
-TEST(PendingListBesideAFlush, ListThatIsClearedDuringAFailingFlushMovesNothing) {
+TEST(PendingListDuringAFlush, ListThatIsClearedDuringAFailingFlushMovesNothing) {
   MemoryFile file(10);
   PendingList list;
   for (const int second : {1, 2, 3}) list.Add(Message(std::to_string(second), At(1, 0, second)), 10);
@@ -309,7 +309,7 @@ TEST(PendingListThreads, NoMessageIsLostOrStoredTwiceWhileOthersFlush) {
 }
 
 // A message added while another thread clears is either cleared or stored exactly once.
-TEST(PendingListThreads, AMessageHandedInDuringAClearIsClearedOrStored) {
+TEST(PendingListThreads, AMessageAddedDuringAClearIsClearedOrStored) {
   constexpr int kMessages = 2000;
   MemoryFile file(kMessages + 10);
   std::mutex fileLock;

@@ -273,7 +273,7 @@ TEST_F(LoadToList, ASlotBeyondTheMappedFileIsAFailure) {
 // Write to disk
 // -----------------------------------------------------------------------------------------------
 
-TEST_F(WriteToDisk, TakesReadAccessAndGivesItBack) {
+TEST_F(WriteToDisk, TakesReadAccessAndReleasesIt) {
   Open();
   TestReader reader(names);
   EXPECT_NO_THROW(server->WriteToDisk());

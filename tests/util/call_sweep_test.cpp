@@ -60,7 +60,7 @@ constexpr char kNoThread[] = "Failed to start Thread object, invalid handle retu
 
 // Texts, times, handles ----------------------------------------------------------------------------------
 
-TEST(CallSweep, AnEntryWhoseTimeCannotBeToldIsLostOrStandsWithoutIt) {
+TEST(CallSweep, AnEntryWithoutATimeIsLostOrWrittenWithoutIt) {
   std::optional<DiagnosticLogCapture> log;
   const Outcomes outcomes = Sweep({
       .prepare = [&] { log.emplace(); },
@@ -95,7 +95,7 @@ TEST(CallSweep, AFailureWithoutASystemTextIsReportedAllTheSame) {
                       }));
 }
 
-TEST(CallSweep, APathBesideAnUnknownExecutableIsReported) {
+TEST(CallSweep, APathNextToAnUnknownExecutableIsReported) {
   const Outcomes outcomes = Sweep({.operation = [] { TamLogUtil::PathBesideExecutable("x"); }});
   EXPECT_EQ(outcomes, (Outcomes{{"GetModuleFileNameA", {"Failed to obtain executable's location"}}}));
 }

@@ -222,7 +222,7 @@ TEST(DiagnosticLogDeathTest, EntriesCanStillBeWrittenWhenStaticObjectsAreGone) {
   std::remove(name.c_str());
 }
 
-TEST(DiagnosticLogCapture, GivesTheTextsWithoutTheTime) {
+TEST(DiagnosticLogCapture, ReturnsTheTextsWithoutTheTime) {
   TestSupport::DiagnosticLogCapture log;
   WriteLog("one");
   WriteLog("");

@@ -150,7 +150,7 @@ TEST_F(ThreeEvents, TheIndexOfTheSignalledOneIsReturned) {
   EXPECT_EQ(CheckedWaitForMultipleObjects(3, handles.data(), false, 0), 1);
 }
 
-TEST_F(ThreeEvents, MinusOneTellsThatTheTimeRanOut) {
+TEST_F(ThreeEvents, MinusOneMeansThatTheTimeRanOut) {
   EXPECT_EQ(CheckedWaitForMultipleObjects(3, handles.data(), false, 10), -1);
 }
 
@@ -373,7 +373,7 @@ TEST(Mutex, StartsFreeAndIsHeldByOne) {
   EXPECT_TRUE(IsFree(mutex));
 }
 
-TEST(Mutex, AWaitThatRunsOutOfTimeIsNotTold) {
+TEST(Mutex, AWaitThatRunsOutOfTimeIsNotReported) {
   Mutex mutex;
   mutex.Wait(0);
   EXPECT_NO_THROW(mutex.Wait(10));
@@ -423,7 +423,7 @@ TEST(Mutex, OperationsOnAClosedHandleFailButDestructionDoesNot) {
                                                              WindowsText("SetEvent failed", kInvalid));
 }
 
-TEST(Mutex, AnUnnamedOneNeedsItsEventOnlyWhenSomebodyWaits) {
+TEST(Mutex, AnUnnamedOneUsesItsEventOnlyWhenAThreadWaits) {
   Mutex mutex;
   CloseHandle(mutex.Handle());
   mutex.Wait(Timeout::kForever);
@@ -445,7 +445,7 @@ TEST(Mutex, GivingBackAFreeOneLeavesItFreeForOne) {
   }
 }
 
-TEST(Mutex, OneThatIsWaitedForIsHandedOverAndMayBeDestroyedByWhoGetsIt) {
+TEST(Mutex, AReleasedOneIsPassedToAWaiterThatMayDestroyIt) {
   for (int round = 0; round < 200; ++round) {
     auto mutex = std::make_unique<Mutex>();
     mutex->Wait(0);

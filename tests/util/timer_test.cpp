@@ -268,7 +268,7 @@ TEST(Timer, DestructionWaitsForTheThread) {
 }
 
 // A thread of the earlier start that is still sleeping must not serve the timer together with the new one.
-TEST(Timer, StartWaitsForAThreadThatWasAskedToStop) {
+TEST(Timer, StartWaitsForAStoppedThread) {
   std::atomic<bool> finished{false};
   Recorder slow([&] {
     Sleep(300);
