@@ -6,7 +6,7 @@ namespace TamLogUtil {
 
 using Exceptions::ExceptionBase;
 
-// AutoHandle ---------------------------------------------------------------------------------------------
+// AutoHandle --------------------------------------------------------------------------------------------
 
 AutoHandle::AutoHandle() : handle(InvalidHandle()) {}
 
@@ -31,7 +31,7 @@ bool AutoHandle::IsValid() const {
   return handle != InvalidHandle();
 }
 
-// Event --------------------------------------------------------------------------------------------------
+// Event -------------------------------------------------------------------------------------------------
 
 Event::Event(const char* name, SecurityAttributes* attributes) try
     : handle(CheckedCreateEvent(attributes, true, true, name)) {
@@ -73,7 +73,7 @@ void Event::RemoveSignal() {
   }
 }
 
-// Mutex::Access ------------------------------------------------------------------------------------------
+// Mutex::Access -----------------------------------------------------------------------------------------
 
 Mutex::Access::Access(Mutex& lockable, Timeout& timeout) NO_THREAD_SAFETY_ANALYSIS : mutex(&lockable) {
   Acquire(timeout);

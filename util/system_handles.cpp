@@ -63,7 +63,7 @@ std::int32_t CheckedWaitForMultipleObjects(std::uint32_t count, const NativeHand
   return static_cast<std::int32_t>(result);
 }
 
-// AutoHandle ---------------------------------------------------------------------------------------------
+// AutoHandle --------------------------------------------------------------------------------------------
 
 void AutoHandle::Take(NativeHandle source) {
   Duplicate(source, DUPLICATE_SAME_ACCESS | DUPLICATE_CLOSE_SOURCE,

@@ -146,7 +146,7 @@ std::uint8_t* BytesOf(const std::string& path, std::size_t& size) {
 
 }  // namespace NativeMachine
 
-// The store ----------------------------------------------------------------------------------------------
+// The store ---------------------------------------------------------------------------------------------
 
 MappedView::~MappedView() {
   if (view != nullptr) Unmap();

@@ -145,6 +145,15 @@ class PipeServerSweep : public testing::Test {
     return client.Connect(patience) || (client.RequestPipe() != nullptr && client.OpenReplyPipe(kHalfwayMs));
   }
 
+  void StartWithASilentClient() {
+    log.emplace();
+    MakeServer();
+    server->Start();
+    silent.emplace(name);
+    ASSERT_TRUE(silent->Connect(kBoundMs));
+    ASSERT_EQ(silent->CallCode(kPing), kAlive);
+  }
+
   bool Ends() {
     server->Stop();
     Timeout timeout(kBoundMs);
@@ -172,6 +181,7 @@ class PipeServerSweep : public testing::Test {
   const std::string name = TestSupport::PipeNameForThisProcess("TamLogTestCallSweep");
   TestHandler handler;
   std::unique_ptr<PipeServer> server;
+  std::optional<PipeClient> silent;
   std::optional<DiagnosticLogCapture> log;
 };
 
@@ -194,17 +204,8 @@ TEST_F(PipeServerSweep, AServerServesAtTheNextStartWhicheverCallFailed) {
 
 // The listener waits for a client, and a connected client sends nothing: the stop ends both waits.
 TEST_F(PipeServerSweep, AStopWithASilentClientEndsWhicheverCallFails) {
-  std::optional<PipeClient> silent;
   const Outcomes outcomes = Sweep({
-      .prepare =
-          [&] {
-            log.emplace();
-            MakeServer();
-            server->Start();
-            silent.emplace(name);
-            ASSERT_TRUE(silent->Connect(kBoundMs));
-            ASSERT_EQ(silent->CallCode(kPing), kAlive);
-          },
+      .prepare = [&] { StartWithASilentClient(); },
       .operation =
           [&] {
             server->Stop();
@@ -224,17 +225,8 @@ TEST_F(PipeServerSweep, AStopWithASilentClientEndsWhicheverCallFails) {
 
 // Destroyed without a stop: the destructor ends everything.
 TEST_F(PipeServerSweep, ARunningServerIsDestroyedWhicheverCallFails) {
-  std::optional<PipeClient> silent;
   const Outcomes outcomes = Sweep({
-      .prepare =
-          [&] {
-            log.emplace();
-            MakeServer();
-            server->Start();
-            silent.emplace(name);
-            ASSERT_TRUE(silent->Connect(kBoundMs));
-            ASSERT_EQ(silent->CallCode(kPing), kAlive);
-          },
+      .prepare = [&] { StartWithASilentClient(); },
       .operation = [&] { server.reset(); },
       .check =
           [&] {

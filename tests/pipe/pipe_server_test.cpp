@@ -32,7 +32,15 @@ using TestSupport::WaitUntil;
 
 namespace {
 
-class PipeServerTest : public TestSupport::PipeServerFixture {};
+class PipeServerTest : public TestSupport::PipeServerFixture {
+ protected:
+  // Three replies fit into the pipe; the write of the fourth stays pending.
+  void LeaveAReplyPending(PipeClient& client) {
+    ASSERT_TRUE(client.Connect());
+    for (int i = 0; i < 4; ++i) ASSERT_TRUE(client.Send(MakeRequest(kPing)));
+    ASSERT_TRUE(WaitUntil([&] { return handler.handled == 4; }));
+  }
+};
 
 // --- A connection ---------------------------------------------------------------------------------------
 
@@ -377,10 +385,7 @@ TEST_F(PipeServerTest, SilentClientIsDisconnectedAfterTenSecondsAndAPingKeepsAno
 TEST_F(PipeServerTest, ClientThatTakesNoRepliesIsDisconnectedAfterTenSeconds) {
   server->Start();
   PipeClient client(name);
-  ASSERT_TRUE(client.Connect());
-  // Three replies fit into the pipe; the fourth waits.
-  for (int i = 0; i < 4; ++i) ASSERT_TRUE(client.Send(MakeRequest(kPing)));
-  ASSERT_TRUE(WaitUntil([&] { return handler.handled == 4; }));
+  ASSERT_NO_FATAL_FAILURE(LeaveAReplyPending(client));
   const Clock::time_point start = Clock::now();
   EXPECT_TRUE(WaitUntil([&] { return handler.ended == 1; }, std::chrono::milliseconds(20000)));
   const std::int64_t waited = MillisecondsSince(start);
@@ -522,9 +527,7 @@ TEST_F(PipeServerTest, StopEndsAConnectionThatWaitsForARequestAtOnce) {
 TEST_F(PipeServerTest, StopEndsAConnectionThatWaitsForItsClientToTakeAReply) {
   server->Start();
   PipeClient client(name);
-  ASSERT_TRUE(client.Connect());
-  for (int i = 0; i < 4; ++i) ASSERT_TRUE(client.Send(MakeRequest(kPing)));
-  ASSERT_TRUE(WaitUntil([&] { return handler.handled == 4; }));
+  ASSERT_NO_FATAL_FAILURE(LeaveAReplyPending(client));
   SleepMs(50);
   const Clock::time_point start = Clock::now();
   server->Stop();

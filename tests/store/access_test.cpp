@@ -34,11 +34,26 @@ class Access : public LogFile {
     return test.names;
   }
 
+  // A flush waits for a reader that will not leave, until the reader's event is signalled.
+  void ExpectFlushToWaitForTheSignal() {
+    Submit("a", At(12, 0));
+    std::atomic<bool> done = false;
+    std::thread flush([&] {
+      Flush();
+      done = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    EXPECT_FALSE(done);
+    reader.SignalWriteWait();
+    flush.join();
+    EXPECT_EQ(Newest(), (Texts{"a"}));
+    EXPECT_EQ(reader.Header().readCount, 0);
+  }
+
   TestReader reader{Opened(*this)};
 };
 
-// Read access
-// -------------------------------------------------------------------------------------------------
+// Read access -------------------------------------------------------------------------------------------
 
 TEST_F(Access, TwoReadersInTurnRaiseTheCountToTwoAndTheLastOneLetsWritersIn) {
   auto first = std::make_unique<ReadAccess>(&*server);
@@ -128,8 +143,7 @@ TEST_F(Access, AFailingEndOfReadAccessDoesNotDisturbAnExceptionOnItsWay) {
       std::string);
 }
 
-// Write access
-// ------------------------------------------------------------------------------------------------
+// Write access ------------------------------------------------------------------------------------------
 
 TEST_F(Access, AWriterWaitsForTheLastReader) {
   ASSERT_TRUE(reader.Enter(1000));
@@ -220,8 +234,7 @@ TEST_F(Access, WriteAccessToAFileClosedMeanwhileCannotBeGivenBack) {
             "Failed to release write access, some handles or pointers are invalid");
 }
 
-// Closing under waiters
-// -----------------------------------------------------------------------------------------
+// Closing under waiters ---------------------------------------------------------------------------------
 
 TEST_F(Access, AFlushThatWaitsForADeadReaderEndsWhenTheFileIsClosed) {
   ASSERT_TRUE(reader.Enter(1000));
@@ -319,8 +332,7 @@ TEST_F(Access, ClosingDuringAnOwnReadAccessLetsTheNextWriterIn) {
   EXPECT_EQ(Newest(), (Texts{"a"}));
 }
 
-// What the protocol does not prevent
-// ----------------------------------------------------------------------------
+// What the protocol does not prevent --------------------------------------------------------------------
 
 // A reader that passed the read-wait event just before the writer reset it has access together with the
 // writer, and its leaving makes readCount negative. The writer after the next one waits until its event is
@@ -336,22 +348,10 @@ TEST_F(Access, AReaderThatPassesAWriterLeavesANegativeCountAndAWaitingWriter) {
   EXPECT_EQ(reader.Header().readCount, -1);
   EXPECT_FALSE(reader.WriteWaitIsSignalled());
 
-  Submit("a", At(12, 0));
-  std::atomic<bool> done = false;
-  std::thread flush([&] {
-    Flush();
-    done = true;
-  });
-  std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  EXPECT_FALSE(done);
-  reader.SignalWriteWait();
-  flush.join();
-  EXPECT_EQ(Newest(), (Texts{"a"}));
-  EXPECT_EQ(reader.Header().readCount, 0);
+  ExpectFlushToWaitForTheSignal();
 }
 
-// Other processes
-// -----------------------------------------------------------------------------------------------
+// Other processes ---------------------------------------------------------------------------------------
 
 // The helper program's command line: its action, then the four names.
 class ReaderProcess {
@@ -405,18 +405,7 @@ TEST_F(Access, AReaderThatDiedInsideKeepsTheNextFlushWaiting) {
   EXPECT_EQ(reader.Header().readCount, 1);
   EXPECT_FALSE(reader.WriteWaitIsSignalled());
 
-  Submit("a", At(12, 0));
-  std::atomic<bool> done = false;
-  std::thread flush([&] {
-    Flush();
-    done = true;
-  });
-  std::this_thread::sleep_for(std::chrono::milliseconds(300));
-  EXPECT_FALSE(done);
-  reader.SignalWriteWait();
-  flush.join();
-  EXPECT_EQ(Newest(), (Texts{"a"}));
-  EXPECT_EQ(reader.Header().readCount, 0);
+  ExpectFlushToWaitForTheSignal();
 }
 
 TEST_F(Access, AReaderThatIsKilledInsideDoesNotOutliveAClose) {

@@ -130,6 +130,22 @@ class StoreCallSweep : public LogFile {
     server.reset();
   }
 
+  // An open of the file that makeFile() makes; it can be repeated, and the next start finds `kept`.
+  TestSupport::SweptOperation Opening(std::function<void()> makeFile, Texts kept) {
+    return {.prepare =
+                [this, makeFile = std::move(makeFile)] {
+                  FreshServer();
+                  makeFile();
+                },
+            .operation = [this] { Open(); },
+            .check =
+                [this, kept = std::move(kept)] {
+                  EXPECT_EQ(FailureOf([&] { Open(); }), "");
+                  CloseAndStartAgain(kept);
+                },
+            .eventsAreSet = true};
+  }
+
   // An operation of a server that has the file open with the message "a" in it.
   TestSupport::SweptOperation OnOpenFile(std::function<void()> operation, std::function<void()> check) {
     return {.prepare = [this] { OpenWith({"a"}); },
@@ -156,35 +172,16 @@ TEST_F(StoreCallSweep, AServerObjectThatCannotBeMadeIsReported) {
 }
 
 TEST_F(StoreCallSweep, AFailedOpenOfANewFileCanBeRepeated) {
-  const Outcomes outcomes = Sweep({.prepare =
-                                       [&] {
-                                         FreshServer();
-                                         DeleteFileA(configuration.logFile.c_str());
-                                       },
-                                   .operation = [&] { Open(); },
-                                   .check =
-                                       [&] {
-                                         EXPECT_EQ(FailureOf([&] { Open(); }), "");
-                                         CloseAndStartAgain({});
-                                       },
-                                   .eventsAreSet = true});
-  EXPECT_EQ(outcomes, OpenOutcomes(kResized));
+  EXPECT_EQ(Sweep(Opening([&] { DeleteFileA(configuration.logFile.c_str()); }, {})), OpenOutcomes(kResized));
 }
 
 TEST_F(StoreCallSweep, AFailedOpenOfASoundFileKeepsItsMessages) {
-  const Outcomes outcomes = Sweep({.prepare =
-                                       [&] {
-                                         FreshServer();
-                                         MakeFile(10, {Message("a", At(12, 0)), Message("b", At(12, 1))});
-                                       },
-                                   .operation = [&] { Open(); },
-                                   .check =
-                                       [&] {
-                                         EXPECT_EQ(FailureOf([&] { Open(); }), "");
-                                         CloseAndStartAgain({"b", "a"});
-                                       },
-                                   .eventsAreSet = true});
-  EXPECT_EQ(outcomes, OpenOutcomes(kNotResized));
+  EXPECT_EQ(Sweep(Opening(
+                [&] {
+                  MakeFile(10, {Message("a", At(12, 0)), Message("b", At(12, 1))});
+                },
+                {"b", "a"})),
+            OpenOutcomes(kNotResized));
 }
 
 TEST_F(StoreCallSweep, AFailedOpenWithAnotherCapacityCanBeRepeated) {
@@ -210,19 +207,12 @@ TEST_F(StoreCallSweep, AFailedOpenWithAnotherCapacityCanBeRepeated) {
 }
 
 TEST_F(StoreCallSweep, AFailedOpenOfADamagedFileCanBeRepeated) {
-  const Outcomes outcomes = Sweep({.prepare =
-                                       [&] {
-                                         FreshServer();
-                                         MakeFile(10, {Message("a", At(12, 1)), Message("b", At(12, 0))});
-                                       },
-                                   .operation = [&] { Open(); },
-                                   .check =
-                                       [&] {
-                                         EXPECT_EQ(FailureOf([&] { Open(); }), "");
-                                         CloseAndStartAgain({});
-                                       },
-                                   .eventsAreSet = true});
-  EXPECT_EQ(outcomes, OpenOutcomes(kNotResized));
+  EXPECT_EQ(Sweep(Opening(
+                [&] {
+                  MakeFile(10, {Message("a", At(12, 1)), Message("b", At(12, 0))});
+                },
+                {})),
+            OpenOutcomes(kNotResized));
 }
 
 // The undoing of steps after a failure may fail too.

@@ -85,10 +85,24 @@ class Faults : public LogFile {
     Restart();
     EXPECT_EQ(Newest(), (Texts{"a"}));
   }
+
+  // Each call of `function` in a close fails once; afterwards nothing is open.
+  Sentences SweepClose(const std::string& function) {
+    return SweepCalls(
+        function,
+        [&] {
+          FreshServer();
+          Open();
+        },
+        [&] { Close(); },
+        [&] {
+          EXPECT_NO_THROW(Close());
+          OpenAgain();
+        });
+  }
 };
 
-// The mapped view
-// ---------------------------------------------------------------------------------------------
+// The mapped view ---------------------------------------------------------------------------------------
 
 TEST_F(Faults, EveryTouchOfTheViewThatFailsWhileASoundFileIsOpenedIsReported) {
   const Sentences sentences = SweepOpen(
@@ -339,8 +353,7 @@ TEST_F(GenuineFaults, TheTenthInPageErrorIsTheLast) {
   EXPECT_EQ(Newest(), (Texts{"a"}));
 }
 
-// System calls
-// --------------------------------------------------------------------------------------------------
+// System calls ------------------------------------------------------------------------------------------
 
 TEST_F(Faults, AFileThatCannotBeOpenedIsReportedAndTheOpenCanBeRepeated) {
   EXPECT_EQ(SweepCalls(
@@ -378,34 +391,13 @@ TEST_F(Faults, AFileThatCannotBeResizedIsReported) {
 }
 
 TEST_F(Faults, AViewThatCannotBeUnmappedIsReportedAndNothingStaysOpen) {
-  EXPECT_EQ(SweepCalls(
-                "UnmapViewOfFile",
-                [&] {
-                  FreshServer();
-                  Open();
-                },
-                [&] { Close(); },
-                [&] {
-                  EXPECT_NO_THROW(Close());
-                  OpenAgain();
-                }),
+  EXPECT_EQ(SweepClose("UnmapViewOfFile"),
             (Sentences{"Failed to close file view, UnmapViewOfFile() failed"}));
 }
 
 // The handles of the named objects and of the file are closed without checking the result.
 TEST_F(Faults, AMappingHandleThatCannotBeClosedIsReportedAndNothingStaysOpen) {
-  EXPECT_EQ(SweepCalls(
-                "CloseHandle",
-                [&] {
-                  FreshServer();
-                  Open();
-                },
-                [&] { Close(); },
-                [&] {
-                  EXPECT_NO_THROW(Close());
-                  OpenAgain();
-                }),
-            (Sentences{"", "Failed to close file view, CloseHandle() failed"}));
+  EXPECT_EQ(SweepClose("CloseHandle"), (Sentences{"", "Failed to close file view, CloseHandle() failed"}));
 }
 
 TEST_F(Faults, AFlushToDiskThatFailsIsReportedOnCloseAndOnWriteToDisk) {

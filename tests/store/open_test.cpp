@@ -27,7 +27,7 @@ void ExpectEmpty(const LogFileHeader& header, std::int32_t maxMessages) {
   EXPECT_EQ(header.serverRunning, 1);
 }
 
-// A new file ---------------------------------------------------------------------------------------------
+// A new file --------------------------------------------------------------------------------------------
 
 TEST_F(OpenFile, ANewFileIsSizedAndFormattedAndItsLockNamesAreFilled) {
   Open();
@@ -87,7 +87,7 @@ TEST_F(OpenFile, LockNamesAreCutAt63Characters) {
   EXPECT_EQ(LockName(2), names.writeWait);
 }
 
-// An existing file ------------------------------------------------------------------------------------
+// An existing file --------------------------------------------------------------------------------------
 
 TEST_F(OpenFile, ASoundFileOfTheRightSizeKeepsItsMessages) {
   MakeFile(10, {Message("a", At(12, 0)), Message("b", At(12, 1))});
@@ -217,7 +217,7 @@ TEST_F(OpenFile, OpeningOverAnOpenFileClosesItFirst) {
   EXPECT_EQ(TestSupport::ReadBytes(first).size(), 240U + 560U * 10U);
 }
 
-// Another capacity ----------------------------------------------------------------------------------------
+// Another capacity --------------------------------------------------------------------------------------
 
 TEST_F(OpenFile, AChangedCapacityEmptiesAFileOfDifferentTimes) {
   MakeFile(10, {Message("a", At(12, 0)), Message("b", At(12, 1))});
@@ -287,7 +287,7 @@ TEST_F(OpenFile, AFullRewriteFailsTheNextCheck) {
   ExpectEmpty(Header(), 3);
 }
 
-// Sizes above 4 GB ------------------------------------------------------------------------------------------
+// Sizes above 4 GB --------------------------------------------------------------------------------------
 
 TEST_F(OpenFile, AFileAbove4GBIsOpenedAndKeepsItsMessages) {
   SetCapacity(7669585);
@@ -303,7 +303,7 @@ TEST_F(OpenFile, AFileAbove4GBIsOpenedAndKeepsItsMessages) {
   EXPECT_EQ(reader.Header().changeCount, 3U);
 }
 
-// Failures ------------------------------------------------------------------------------------------------
+// Failures ----------------------------------------------------------------------------------------------
 
 TEST_F(OpenFile, AFileThatCannotBeOpenedIsReported) {
   configuration.logFile = directory.File("missing\\Logs.dat");
@@ -397,7 +397,7 @@ TEST_F(OpenFile, ChecksAndReformatsNeedAnOpenFile) {
             "Failed to reformat log file, some handles or pointers are invalid");
 }
 
-// Close ---------------------------------------------------------------------------------------------------
+// Close -------------------------------------------------------------------------------------------------
 
 TEST_F(CloseFile, TakesTheRunningFlagBackAndLeavesTheMessages) {
   Open();
@@ -460,8 +460,7 @@ TEST_F(CloseFile, AViewSmallerThanTheCapacityCannotBeFlushedButEverythingIsClose
   EXPECT_TRUE(server->WaitUntilFree(timeout));
 }
 
-// Waiting for the free file
-// -----------------------------------------------------------------------------------
+// Waiting for the free file -----------------------------------------------------------------------------
 
 TEST_F(WaitUntilFree, AFileThatNoProcessHasOpenIsFree) {
   TestSupport::WriteBytes(configuration.logFile, "x");

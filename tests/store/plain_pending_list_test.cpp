@@ -30,7 +30,7 @@ class Random {
   std::mt19937 generator;
 };
 
-// The order of keys --------------------------------------------------------------------------------------
+// The order of keys -------------------------------------------------------------------------------------
 
 struct PlainKeys {
   std::size_t Insert(std::uint64_t key, std::uint32_t number) {
@@ -123,7 +123,7 @@ TEST(UnrolledKeyListAgainstAPlainOne, AlsoWithTheSizesOfTheServer) {
   }
 }
 
-// The pending list ---------------------------------------------------------------------------------------
+// The pending list --------------------------------------------------------------------------------------
 
 // The same file under both lists.
 class Pair {

@@ -17,8 +17,7 @@ using ClearMessages = LogFile;
 using LoadToList = LogFile;
 using WriteToDisk = LogFile;
 
-// Intake
-// ------------------------------------------------------------------------------------------------------
+// Intake ------------------------------------------------------------------------------------------------
 
 TEST_F(AddMessage, AMessageWhoseTypeIsSwitchedOffIsNeverStored) {
   Open();
@@ -92,8 +91,7 @@ TEST_F(AddMessage, GoesOnWhileAFlushWaitsForAReader) {
   EXPECT_EQ(Newest(), (Texts{"b", "a"}));
 }
 
-// Flush
-// -------------------------------------------------------------------------------------------------------
+// Flush -------------------------------------------------------------------------------------------------
 
 TEST_F(FlushWrites, PutsMessagesIntoTheRingAndCountsTheChange) {
   Open();
@@ -182,8 +180,7 @@ TEST_F(FlushWrites, ADamagedCapacityNeverDividesByZero) {
   EXPECT_EQ(Header().messageCount, 0);
 }
 
-// Clear
-// -------------------------------------------------------------------------------------------------------
+// Clear -------------------------------------------------------------------------------------------------
 
 TEST_F(ClearMessages, EmptiesTheFileAndKeepsCountingTheSequence) {
   Open();
@@ -227,8 +224,7 @@ TEST_F(ClearMessages, ReadersThatWaitComeInAsSoonAsItIsDone) {
   waiting.Leave();
 }
 
-// Load
-// --------------------------------------------------------------------------------------------------------
+// Load --------------------------------------------------------------------------------------------------
 
 TEST_F(LoadToList, FillsTheListNewestFirst) {
   SetCapacity(3);
@@ -270,8 +266,7 @@ TEST_F(LoadToList, ASlotBeyondTheMappedFileIsAFailure) {
             "Failed to read a message in LoadToList()\nThere is no such slot in the mapped log file");
 }
 
-// Write to disk
-// -----------------------------------------------------------------------------------------------
+// Write to disk -----------------------------------------------------------------------------------------
 
 TEST_F(WriteToDisk, TakesReadAccessAndReleasesIt) {
   Open();

@@ -58,7 +58,17 @@ const std::set<std::string> kNoJoin = {"Failed to wait for Thread object in Join
                                        ""};
 constexpr char kNoThread[] = "Failed to start Thread object, invalid handle returned by CreateThread() (8)";
 
-// Texts, times, handles ----------------------------------------------------------------------------------
+// The outcomes of constructing, starting and joining a thread.
+Outcomes StartAndJoinOutcomes() {
+  return {{"CreateEventA", {kNoLock}},
+          {"CreateThread", {kNoThread}},
+          {"DuplicateHandle", {"Failed to wait for Thread object in Join() (1450)"}},
+          {"WaitForSingleObject", kNoJoin},
+          {"SetEvent", {""}},
+          {"CloseHandle", {""}}};
+}
+
+// Texts, times, handles ---------------------------------------------------------------------------------
 
 TEST(CallSweep, AnEntryWithoutATimeIsLostOrWrittenWithoutIt) {
   std::optional<DiagnosticLogCapture> log;
@@ -141,7 +151,7 @@ TEST(CallSweep, AnOwnerOfAHandleIsEmptyAfterAFailedCall) {
   EXPECT_EQ(outcomes, (Outcomes{{"DuplicateHandle", {""}}, {"CloseHandle", {""}}}));
 }
 
-// Events, locks, waits -----------------------------------------------------------------------------------
+// Events, locks, waits ----------------------------------------------------------------------------------
 
 TEST(CallSweep, AnEventReportsEachFailedCall) {
   const Outcomes outcomes = Sweep({.operation = [] {
@@ -254,10 +264,15 @@ TEST(CallSweep, ALockThatCannotBeMadeIsReported) {
                       }));
 }
 
-// Threads and timers -------------------------------------------------------------------------------------
+// Threads and timers ------------------------------------------------------------------------------------
 
 class ThreadSweep : public testing::Test {
  protected:
+  void StartThread() {
+    thread = std::make_unique<PlainThread>(UntilStopped);
+    thread->Start();
+  }
+
   // After any failure the thread can be started, stopped and joined.
   void WorksAndEnds() {
     thread->Stop();
@@ -279,8 +294,7 @@ TEST_F(ThreadSweep, AThreadReportsEachFailedCallAndCanBeStartedAgain) {
   const Outcomes outcomes = Sweep({
       .operation =
           [&] {
-            thread = std::make_unique<PlainThread>(UntilStopped);
-            thread->Start();
+            StartThread();
             thread->Stop();
             Timeout timeout(10000);
             EXPECT_TRUE(thread->Join(timeout));
@@ -290,22 +304,12 @@ TEST_F(ThreadSweep, AThreadReportsEachFailedCallAndCanBeStartedAgain) {
             if (thread != nullptr) WorksAndEnds();
           },
   });
-  EXPECT_EQ(Beyond(outcomes, {{"CreateEventA", {kNoLock}},
-                              {"CreateThread", {kNoThread}},
-                              {"DuplicateHandle", {"Failed to wait for Thread object in Join() (1450)"}},
-                              {"WaitForSingleObject", kNoJoin},
-                              {"SetEvent", {""}},
-                              {"CloseHandle", {""}}}),
-            (Outcomes{}));
+  EXPECT_EQ(Beyond(outcomes, StartAndJoinOutcomes()), (Outcomes{}));
 }
 
 TEST_F(ThreadSweep, AWaitForAThreadReportsEachFailedCallAndCanBeRepeated) {
   const Outcomes outcomes = Sweep({
-      .prepare =
-          [&] {
-            thread = std::make_unique<PlainThread>(UntilStopped);
-            thread->Start();
-          },
+      .prepare = [&] { StartThread(); },
       .operation = [&] { EXPECT_FALSE(thread->Join(Timeout::Immediate)); },
       .check = [&] { WorksAndEnds(); },
   });
@@ -318,11 +322,7 @@ TEST_F(ThreadSweep, AWaitForAThreadReportsEachFailedCallAndCanBeRepeated) {
 
 TEST_F(ThreadSweep, APausedThreadGoesOnAfterAFailedCall) {
   const Outcomes outcomes = Sweep({
-      .prepare =
-          [&] {
-            thread = std::make_unique<PlainThread>(UntilStopped);
-            thread->Start();
-          },
+      .prepare = [&] { StartThread(); },
       .operation =
           [&] {
             thread->Pause();
@@ -343,11 +343,7 @@ TEST_F(ThreadSweep, APausedThreadGoesOnAfterAFailedCall) {
 // The handle is closed even if the thread cannot be terminated.
 TEST_F(ThreadSweep, AThreadThatCannotBeEndedByForceIsReported) {
   const Outcomes outcomes = Sweep({
-      .prepare =
-          [&] {
-            thread = std::make_unique<PlainThread>(UntilStopped);
-            thread->Start();
-          },
+      .prepare = [&] { StartThread(); },
       .operation = [&] { thread->Terminate(1); },
       .check = [&] { WorksAndEnds(); },
   });
@@ -459,13 +455,7 @@ TEST_F(TimerSweep, ATimerReportsEachFailedCallAndTicksAtTheNextStart) {
             timer.reset();
           },
   });
-  EXPECT_EQ(Beyond(outcomes, {{"CreateEventA", {kNoLock}},
-                              {"CreateThread", {kNoThread}},
-                              {"DuplicateHandle", {"Failed to wait for Thread object in Join() (1450)"}},
-                              {"WaitForSingleObject", kNoJoin},
-                              {"SetEvent", {""}},
-                              {"CloseHandle", {""}}}),
-            (Outcomes{}));
+  EXPECT_EQ(Beyond(outcomes, StartAndJoinOutcomes()), (Outcomes{}));
 }
 
 TEST_F(TimerSweep, ATickingTimerIsDestroyedWhicheverCallFails) {
@@ -484,7 +474,7 @@ TEST_F(TimerSweep, ATickingTimerIsDestroyedWhicheverCallFails) {
             (Outcomes{}));
 }
 
-// Services -----------------------------------------------------------------------------------------------
+// Services ----------------------------------------------------------------------------------------------
 
 class ServiceSweep : public testing::Test {
  protected:

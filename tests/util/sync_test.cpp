@@ -77,7 +77,7 @@ bool IsOpen(HANDLE handle) {
   return HandleFlags(handle) != 0xFFFFFFFFU;
 }
 
-// Checked wrappers ---------------------------------------------------------------------------------------
+// Checked wrappers --------------------------------------------------------------------------------------
 
 TEST(CheckedCalls, CloseHandle) {
   EXPECT_NE(CheckedCloseHandle(CheckedCreateEvent(nullptr, true, true, nullptr)), 0);
@@ -177,7 +177,7 @@ TEST_F(ThreeEvents, AFailedWaitThrows) {
   handles[1] = event;
 }
 
-// AutoHandle ---------------------------------------------------------------------------------------------
+// AutoHandle --------------------------------------------------------------------------------------------
 
 TEST(AutoHandle, HoldsNothingAtFirst) {
   const AutoHandle none;
@@ -277,7 +277,7 @@ TEST(AutoHandle, AFailedCloseIsIgnored) {
   EXPECT_TRUE(owner.IsInvalid());
 }
 
-// Event --------------------------------------------------------------------------------------------------
+// Event -------------------------------------------------------------------------------------------------
 
 TEST(Event, IsCreatedSignalled) {
   Event event(nullptr, nullptr);
@@ -356,7 +356,7 @@ TEST(Event, AFailedDestructionDoesNotReplaceAnExceptionOnItsWay) {
       "the first failure");
 }
 
-// Mutex --------------------------------------------------------------------------------------------------
+// Mutex -------------------------------------------------------------------------------------------------
 
 bool IsFree(Mutex& mutex) {
   const bool free = mutex.TryWait(0);
@@ -459,7 +459,7 @@ TEST(Mutex, AReleasedOneIsPassedToAWaiterThatMayDestroyIt) {
   }
 }
 
-// Mutex::Access ------------------------------------------------------------------------------------------
+// Mutex::Access -----------------------------------------------------------------------------------------
 
 TEST(MutexAccess, HoldsTheLockForItsScope) {
   Mutex mutex;

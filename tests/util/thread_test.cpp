@@ -188,18 +188,29 @@ TEST(Thread, ADeleteOnExitObjectIsFreedByItsOwnThread) {
   EXPECT_EQ(destroyed, 1);
 }
 
-TEST(Thread, DestroyingARunningOneEndsItWithExitCodeOne) {
-  ExitCode exit;
-  Signal watched;
-  {
-    PlainThread thread([&](PlainThread&) {
-      exit.Watch();
-      watched.Set();
-      for (;;) Sleep(1000);
-      return Return(0);
-    });
+// A thread that sleeps until it is terminated.
+struct SleepingThread {
+  explicit SleepingThread(ExitCode& exitCode) : exit(exitCode) {}
+  void Start() {
     thread.Start();
     ASSERT_TRUE(watched.Await());
+  }
+
+  ExitCode& exit;
+  Signal watched;
+  PlainThread thread{[this](PlainThread&) {
+    exit.Watch();
+    watched.Set();
+    for (;;) Sleep(1000);
+    return Return(0);
+  }};
+};
+
+TEST(Thread, DestroyingARunningOneEndsItWithExitCodeOne) {
+  ExitCode exit;
+  {
+    SleepingThread sleeping(exit);
+    ASSERT_NO_FATAL_FAILURE(sleeping.Start());
   }
   EXPECT_EQ(exit.Await(), 1U);
 }
@@ -221,19 +232,12 @@ TEST(Thread, DestroyingItselfDoesNotEndTheThread) {
 
 TEST(Thread, TerminateEndsItWithTheGivenCode) {
   ExitCode exit;
-  Signal watched;
-  PlainThread thread([&](PlainThread&) {
-    exit.Watch();
-    watched.Set();
-    for (;;) Sleep(1000);
-    return Return(0);
-  });
-  thread.Start();
-  ASSERT_TRUE(watched.Await());
-  thread.Terminate(5);
+  SleepingThread sleeping(exit);
+  ASSERT_NO_FATAL_FAILURE(sleeping.Start());
+  sleeping.thread.Terminate(5);
   EXPECT_EQ(exit.Await(), 5U);
-  EXPECT_TRUE(thread.Join(Timeout::Immediate));
-  EXPECT_NO_THROW(thread.Terminate(6));
+  EXPECT_TRUE(sleeping.thread.Join(Timeout::Immediate));
+  EXPECT_NO_THROW(sleeping.thread.Terminate(6));
 }
 
 TEST(Thread, PauseHoldsItUntilResume) {
