@@ -58,7 +58,7 @@ WaitOutcome AccessObjects::WaitForReadWait(std::uint32_t milliseconds) const {
 // The single call cannot wait for `closing` too, so it only polls. When it fails, the two separate calls
 // report which of them failed.
 WaitOutcome AccessObjects::ReleaseHeaderLockAndWaitForReadWait(std::uint32_t milliseconds) {
-  const auto seen = SetEventAndLook(headerLock.Handle(), readWait->Handle());
+  const auto seen = SetEventAndPoll(headerLock.Handle(), readWait->Handle());
   if (seen == true) return WaitOutcome::Signalled;
   if (!seen) ReleaseHeaderLock();
   return WaitForReadWait(milliseconds);

@@ -15,7 +15,7 @@ namespace {
 constexpr char kCannotTake[] = "Failed to grab write access, some handles or pointers are invalid";
 constexpr char kCannotRelease[] = "Failed to release write access, some handles or pointers are invalid";
 
-void GoOnUnlessClosed(WaitOutcome outcome) {
+void ThrowIfClosed(WaitOutcome outcome) {
   if (outcome == WaitOutcome::Closed) throw ExceptionBase(kCannotTake);
 }
 
@@ -38,7 +38,7 @@ MessageFileServer::WriteAccess::WriteAccess(MessageFileServer* fileServer, Timeo
     : server(NotNull(fileServer)),
       objects(server->PresentTicket(kCannotTake).objects),
       turn(server->writerTurn, timeout, objects->Closing()) {
-  GoOnUnlessClosed(turn.Outcome());
+  ThrowIfClosed(turn.Outcome());
   ticket = server->TakeWriteAccess(timeout);
 }
 
@@ -52,15 +52,15 @@ MessageFileServer::Ticket MessageFileServer::TakeWriteAccess(Timeout& timeout) {
 
   // Lets readers finish that are counting themselves in or out. Releases the lock even when the time ran out:
   // a reader may have died between taking and releasing it.
-  GoOnUnlessClosed(objects.TakeHeaderLock(timeout.Remaining()));
+  ThrowIfClosed(objects.TakeHeaderLock(timeout.Remaining()));
   const WaitOutcome otherWriters = objects.ReleaseHeaderLockAndWaitForReadWait(timeout.Remaining());
-  GoOnUnlessClosed(otherWriters);
+  ThrowIfClosed(otherWriters);
   if (otherWriters == WaitOutcome::TimedOut) {
     TamLogUtil::WriteLog("File access rights timed out, forcing access.");
   }
   HoldReadersOut(ticket, kCannotTake);
   try {
-    GoOnUnlessClosed(objects.WaitForWriteWait(timeout.Remaining()));
+    ThrowIfClosed(objects.WaitForWriteWait(timeout.Remaining()));
   } catch (const ExceptionBase&) {
     if (IsOpen()) LetReadersIn(ticket, kCannotTake);
     throw;

@@ -39,8 +39,8 @@ class MappedTarget final : public FlushTarget {
 
 }  // namespace
 
-// Reads filters and capacity under one lock: a change between two reads could not be told from one before or
-// after both.
+// Reads filters and capacity under one lock, so that a change of the settings applies to a message as a
+// whole.
 void MessageFileServer::AddMessage(const LogMessageBody& body) {
   std::uint32_t maxMessage = 0;
   {

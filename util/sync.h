@@ -32,7 +32,7 @@ bool CheckedSetEvent(NativeHandle handle);
 bool CheckedWaitForSingleObject(NativeHandle handle, std::uint32_t milliseconds);
 // Sets `toSet`, then returns without waiting whether `wanted` is signalled, in one system call. Nothing when
 // the call fails; then `toSet` was not set.
-std::optional<bool> SetEventAndLook(NativeHandle toSet, NativeHandle wanted);
+std::optional<bool> SetEventAndPoll(NativeHandle toSet, NativeHandle wanted);
 // Returns -1 when the time ran out, otherwise the raw result. "WaitForMultipleObjects failed"; an abandoned
 // object throws a plain ExceptionBase "WaitForMultipleObjects is waiting for an abandonned mutex".
 std::int32_t CheckedWaitForMultipleObjects(std::uint32_t count, const NativeHandle* handles, bool waitAll,

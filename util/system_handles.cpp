@@ -41,7 +41,7 @@ bool CheckedWaitForSingleObject(NativeHandle handle, std::uint32_t milliseconds)
   return result != WAIT_TIMEOUT;
 }
 
-std::optional<bool> SetEventAndLook(NativeHandle toSet, NativeHandle wanted) {
+std::optional<bool> SetEventAndPoll(NativeHandle toSet, NativeHandle wanted) {
   switch (SignalObjectAndWait(toSet, wanted, 0, FALSE)) {
     case WAIT_OBJECT_0:
       return true;

@@ -135,7 +135,7 @@ bool CheckedWaitForSingleObject(NativeHandle handle, std::uint32_t milliseconds)
   return NativeMachine::WaitForOne(1, &handle, milliseconds) == 0;
 }
 
-std::optional<bool> SetEventAndLook(NativeHandle toSet, NativeHandle wanted) {
+std::optional<bool> SetEventAndPoll(NativeHandle toSet, NativeHandle wanted) {
   CheckedSetEvent(toSet);
   return CheckedWaitForSingleObject(wanted, 0);
 }
