@@ -1,9 +1,9 @@
 // The memory that an open takes while it brings a full log to another capacity.
 
 #include <gtest/gtest.h>
-#include <malloc.h>
 
 #include <atomic>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -22,18 +22,26 @@ namespace {
 std::atomic<std::size_t> heapBytes{0};
 std::atomic<std::size_t> heapPeak{0};
 
+// The size of a block is stored before it.
+constexpr std::size_t kPrefix = alignof(std::max_align_t);
+
 void* Allocate(std::size_t size) {
-  void* const block = std::malloc(size);
+  char* const block = static_cast<char*>(std::malloc(kPrefix + size));
   if (block == nullptr) throw std::bad_alloc();
-  const std::size_t now = heapBytes += malloc_usable_size(block);
+  std::memcpy(block, &size, sizeof size);
+  const std::size_t now = heapBytes += size;
   std::size_t peak = heapPeak;
   while (peak < now && !heapPeak.compare_exchange_weak(peak, now)) {
   }
-  return block;
+  return block + kPrefix;
 }
 
-void Free(void* block) noexcept {
-  heapBytes -= malloc_usable_size(block);
+void Free(void* memory) noexcept {
+  if (memory == nullptr) return;
+  char* const block = static_cast<char*>(memory) - kPrefix;
+  std::size_t size = 0;
+  std::memcpy(&size, block, sizeof size);
+  heapBytes -= size;
   std::free(block);
 }
 
