@@ -86,12 +86,10 @@ void DefineSet(CLI::App& parent, Action& chosen) {
   DefineNumber(*verb, "--save", change.saveSeconds, 4294967, "S",
                "Pause between two forced writes to disk, in seconds, at least 1");
   verb->add_option_function<std::string>(
-          "--types",
-          [options](const std::string& text) { options->change.types = TamLogClient::ParseTypes(text); },
+          "--types", [options](const std::string& text) { options->change.types = ParseTypes(text); },
           "Types that are kept: 0,1,3 or 0-2")
       ->check([](const std::string& text) {
-        return TamLogClient::ParseTypes(text) ? ""
-                                              : "'" + text + "': expected types from 0 to 3, as 0,1,3 or 0-2";
+        return ParseTypes(text) ? "" : "'" + text + "': expected types from 0 to 3, as 0,1,3 or 0-2";
       })
       ->option_text("LIST");
   verb->add_flag("--keep", options->keep,

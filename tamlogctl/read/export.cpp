@@ -21,7 +21,6 @@ using TamLogClient::AtomicFile;
 using TamLogClient::LogMessageView;
 using TamLogClient::LogSnapshot;
 using TamLogClient::MessageFormatter;
-using TamLogClient::MessageSelection;
 using TamLogClient::Status;
 
 class Export {

@@ -22,7 +22,6 @@ namespace {
 
 using TamLogClient::LogMessageView;
 using TamLogClient::MessageFormatter;
-using TamLogClient::MessageSelection;
 using TamLogClient::Status;
 
 std::int64_t LocalMs() {

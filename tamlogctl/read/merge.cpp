@@ -21,7 +21,6 @@ namespace {
 using TamLogClient::LogFileContents;
 using TamLogClient::LogMessageView;
 using TamLogClient::MessageFormatter;
-using TamLogClient::MessageSelection;
 using TamLogClient::Status;
 
 bool IsJson(const std::string& format) {

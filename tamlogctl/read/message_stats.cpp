@@ -3,7 +3,11 @@
 #include <algorithm>
 #include <chrono>
 
-namespace TamLogClient {
+namespace TamLogCtl {
+
+using TamLogClient::IsRealTime;
+using TamLogClient::LogMessageView;
+using TamLogClient::TimeWords;
 
 namespace {
 
@@ -46,7 +50,7 @@ void MessageStats::Add(const LogMessageView& message) {
   if (source == sources.end()) source = sources.try_emplace(std::string(message.Source())).first;
   ++source->second.first;
   ++source->second.second[type];
-  const TimeWords words = WordsOf(message.Body());
+  const TimeWords words = TamLogClient::WordsOf(message.Body());
   if (!IsRealTime(words)) {
     ++timeless;
     return;
@@ -90,4 +94,4 @@ std::optional<double> MessageStats::PerMinute() const {
   return static_cast<double>(count - timeless) / *span * 60.0;
 }
 
-}  // namespace TamLogClient
+}  // namespace TamLogCtl

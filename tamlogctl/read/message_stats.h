@@ -16,7 +16,7 @@
 #include "client/message/log_message_view.h"
 #include "client/message/time_text.h"
 
-namespace TamLogClient {
+namespace TamLogCtl {
 
 class MessageStats {
  public:
@@ -30,11 +30,11 @@ class MessageStats {
   };
 
   struct Period {
-    TimeWords begin{};
+    TamLogClient::TimeWords begin{};
     std::uint64_t count = 0;
   };
 
-  void Add(const LogMessageView& message);
+  void Add(const TamLogClient::LogMessageView& message);
 
   std::uint64_t Count() const { return count; }
   const TypeCounts& Types() const { return types; }
@@ -48,8 +48,8 @@ class MessageStats {
   // Periods of `length` minutes that hold messages, oldest first. It has to divide a day.
   std::vector<Period> Periods(std::uint32_t length) const;
 
-  const std::optional<TimeWords>& Oldest() const { return oldest; }
-  const std::optional<TimeWords>& Newest() const { return newest; }
+  const std::optional<TamLogClient::TimeWords>& Oldest() const { return oldest; }
+  const std::optional<TamLogClient::TimeWords>& Newest() const { return newest; }
 
   // From the oldest message to the newest.
   std::optional<double> SpanSeconds() const;
@@ -63,12 +63,12 @@ class MessageStats {
   TypeCounts types{};
   std::map<std::string, std::pair<std::uint64_t, TypeCounts>, std::less<>> sources;
   std::map<std::int64_t, std::uint64_t> minutes;  // since 1970
-  std::optional<TimeWords> oldest;
-  std::optional<TimeWords> newest;
+  std::optional<TamLogClient::TimeWords> oldest;
+  std::optional<TamLogClient::TimeWords> newest;
 };
 
 // Of a minute since 1970, and its reverse. The words have to be a real time.
-TimeWords WordsOfMinute(std::int64_t minute);
-std::int64_t MinuteOf(const TimeWords& words);
+TamLogClient::TimeWords WordsOfMinute(std::int64_t minute);
+std::int64_t MinuteOf(const TamLogClient::TimeWords& words);
 
-}  // namespace TamLogClient
+}  // namespace TamLogCtl

@@ -58,7 +58,7 @@ class Printer : public FollowTarget {
     bool late = false;
   };
 
-  Printer(ShowOptions chosen, TamLogClient::MessageFormatter format, TamLogClient::MessageSelection wanted)
+  Printer(ShowOptions chosen, TamLogClient::MessageFormatter format, MessageSelection wanted)
       : options(std::move(chosen)), formatter(std::move(format)), selection(std::move(wanted)) {}
 
   void Emit(const LogMessage& message, bool late);
@@ -66,8 +66,8 @@ class Printer : public FollowTarget {
 
   ShowOptions options;
   TamLogClient::MessageFormatter formatter;
-  TamLogClient::MessageSelection selection;
-  std::vector<TamLogClient::TextPattern> highlights;  // none when nothing is to be marked
+  MessageSelection selection;
+  std::vector<TextPattern> highlights;  // none when nothing is to be marked
   std::string pending;
   std::string plain;
   std::size_t matched = 0;

@@ -21,7 +21,6 @@ namespace {
 using nlohmann::json;
 using TamLogClient::FormatOptions;
 using TamLogClient::LogMessageView;
-using TamLogClient::MessageStats;
 using TamLogClient::Status;
 using TamLogClient::TimeWords;
 
@@ -37,7 +36,7 @@ std::string TextOf(const TimeWords& words, char separator, std::size_t length = 
 constexpr std::size_t kUpToMinute = 16;  // of "2026-01-02 03:04:05.678"
 
 double Between(const TimeWords& oldest, const TimeWords& newest) {
-  const auto minutes = TamLogClient::MinuteOf(newest) - TamLogClient::MinuteOf(oldest);
+  const auto minutes = MinuteOf(newest) - MinuteOf(oldest);
   return static_cast<double>(minutes) * 60.0 + (newest[5] - oldest[5]) + (newest[6] - oldest[6]) / 1000.0;
 }
 

@@ -33,7 +33,7 @@ struct StatsOptions : CommonOptions {
 // Counts the wanted messages, and looks how far back all of them reach.
 class StatsCollector {
  public:
-  StatsCollector(TamLogClient::MessageSelection wanted, std::optional<std::size_t> most)
+  StatsCollector(MessageSelection wanted, std::optional<std::size_t> most)
       : selection(std::move(wanted)), last(most) {}
 
   void AddRing(const LogFileHeader& header);  // once a log
@@ -42,7 +42,7 @@ class StatsCollector {
   // After the last message.
   void Finish();
 
-  const TamLogClient::MessageStats& Wanted() const { return stats; }
+  const MessageStats& Wanted() const { return stats; }
   bool Searches() const { return !selection.Empty(); }
 
   std::uint64_t Messages() const { return messages; }  // all, wanted or not
@@ -53,10 +53,10 @@ class StatsCollector {
   const std::optional<TamLogClient::TimeWords>& Newest() const { return newest; }
 
  private:
-  TamLogClient::MessageSelection selection;
+  MessageSelection selection;
   std::optional<std::size_t> last;
   std::multimap<std::uint64_t, LogMessage> newestWanted;  // by time, when only some are to be counted
-  TamLogClient::MessageStats stats;
+  MessageStats stats;
   std::uint64_t messages = 0;
   std::uint64_t damaged = 0;
   std::uint64_t capacity = 0;

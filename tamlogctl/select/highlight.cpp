@@ -7,9 +7,6 @@ namespace TamLogCtl {
 
 namespace {
 
-using TamLogClient::TextExtent;
-using TamLogClient::TextPattern;
-
 constexpr std::string_view kMark = "\x1b[1;31m";
 constexpr std::string_view kPlain = "\x1b[0m";
 

@@ -12,7 +12,6 @@ namespace TamLogCtl {
 
 // Appends `lines` with every match of a pattern in bold red. Colours that are there already stay, and are not
 // searched.
-void AppendHighlighted(std::string_view lines, std::vector<TamLogClient::TextPattern>& patterns,
-                       std::string& out);
+void AppendHighlighted(std::string_view lines, std::vector<TextPattern>& patterns, std::string& out);
 
 }  // namespace TamLogCtl

@@ -7,8 +7,7 @@
 namespace TamLogCtl {
 
 std::vector<std::size_t> ChooseLast(const std::vector<const LogMessage*>& oldestFirst,
-                                    const TamLogClient::MessageSelection& wanted,
-                                    const std::optional<std::size_t>& last) {
+                                    const MessageSelection& wanted, const std::optional<std::size_t>& last) {
   std::vector<std::size_t> chosen;
   for (std::size_t i = oldestFirst.size(); i > 0; --i) {
     if (last && chosen.size() >= *last) break;

@@ -13,8 +13,7 @@ namespace TamLogCtl {
 
 // The last of those that are wanted, or all of them; newest first.
 std::vector<std::size_t> ChooseLast(const std::vector<const LogMessage*>& oldestFirst,
-                                    const TamLogClient::MessageSelection& wanted,
-                                    const std::optional<std::size_t>& last);
+                                    const MessageSelection& wanted, const std::optional<std::size_t>& last);
 
 // With the neighbours of each of `chosen`, which is newest first, as is the result. There are `count`
 // messages.

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 
-namespace TamLogClient {
+namespace TamLogCtl {
+
+using TamLogClient::LogMessageView;
 
 namespace {
 
@@ -114,7 +116,7 @@ bool MessageSelection::Empty() const {
 }
 
 std::string_view MessageSelection::Read(std::string_view bytes) const {
-  if (!encoding || IsPlainText(bytes)) return bytes;
+  if (!encoding || TamLogClient::IsPlainText(bytes)) return bytes;
   decoded.clear();
   encoding->Decode(
       bytes, [this](std::string_view utf8) { decoded += utf8; }, [this](char byte) { decoded += byte; });
@@ -146,4 +148,4 @@ bool MessageSelection::Wants(const LogMessageView& message) const {
   return (patterns.empty() && antiPatterns.empty()) || WantsText(Read(message.Text()));
 }
 
-}  // namespace TamLogClient
+}  // namespace TamLogCtl

@@ -13,7 +13,7 @@
 #include "client/message/text_encoding.h"
 #include "tamlogctl/select/text_pattern.h"
 
-namespace TamLogClient {
+namespace TamLogCtl {
 
 // NAME or NAME:TYPES. The name is compared without case and may hold * for any characters; types are digits,
 // lists and ranges: "0", "0,2", "1-3".
@@ -54,7 +54,7 @@ class MessageSelection {
   // For terms and expressions that are given in UTF-8 and go beyond ASCII: texts and names are read by this
   // encoding before they are compared; bytes that cannot be read stay as they are. Without it bytes are
   // compared with bytes.
-  void SetEncoding(const TextEncoding& chosen) { encoding = chosen; }
+  void SetEncoding(const TamLogClient::TextEncoding& chosen) { encoding = chosen; }
 
   // The least time key that is wanted, if there is one.
   const std::optional<std::uint64_t>& Since() const { return since; }
@@ -62,10 +62,10 @@ class MessageSelection {
   // Nothing was asked for: every message is wanted.
   bool Empty() const;
 
-  bool Wants(const LogMessageView& message) const;
+  bool Wants(const TamLogClient::LogMessageView& message) const;
 
  private:
-  bool WantsSource(const LogMessageView& message) const;
+  bool WantsSource(const TamLogClient::LogMessageView& message) const;
   bool WantsText(std::string_view text) const;
   std::string_view Read(std::string_view bytes) const;
 
@@ -74,11 +74,11 @@ class MessageSelection {
   std::optional<std::uint32_t> types;
   std::optional<std::uint64_t> since;
   std::optional<std::uint64_t> until;
-  std::optional<TextEncoding> encoding;
+  std::optional<TamLogClient::TextEncoding> encoding;
   mutable std::string decoded;  // by the last Read
   // What they learn while searching shows only in the speed.
   mutable std::vector<TextPattern> patterns;
   mutable std::vector<TextPattern> antiPatterns;
 };
 
-}  // namespace TamLogClient
+}  // namespace TamLogCtl

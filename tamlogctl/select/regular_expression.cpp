@@ -6,7 +6,7 @@
 
 #include "tamlogctl/select/regular_expression_parser.h"
 
-namespace TamLogClient {
+namespace TamLogCtl {
 
 namespace {
 
@@ -172,4 +172,4 @@ std::optional<TextExtent> RegularExpression::Find(std::string_view text, std::si
   return std::nullopt;
 }
 
-}  // namespace TamLogClient
+}  // namespace TamLogCtl

@@ -20,7 +20,7 @@
 #include <unordered_map>
 #include <vector>
 
-namespace TamLogClient {
+namespace TamLogCtl {
 
 struct TextExtent {
   std::size_t first = 0;
@@ -91,4 +91,4 @@ class RegularExpression {
   std::uint32_t visit = 0;
 };
 
-}  // namespace TamLogClient
+}  // namespace TamLogCtl

@@ -6,7 +6,7 @@
 
 #include "client/message/utf8.h"
 
-namespace TamLogClient {
+namespace TamLogCtl {
 
 namespace {
 
@@ -176,7 +176,7 @@ class Parser {
   }
 
   Program Atom(int depth) {
-    const std::size_t length = Utf8SequenceLength(rest);
+    const std::size_t length = TamLogClient::Utf8SequenceLength(rest);
     if (length > 1) {
       Program bytes;
       for (const char byte : rest.substr(0, length)) Append(bytes, Byte(byte));
@@ -395,4 +395,4 @@ std::optional<ParsedExpression> ParseExpression(std::string_view pattern, bool f
   }
 }
 
-}  // namespace TamLogClient
+}  // namespace TamLogCtl

@@ -9,7 +9,7 @@
 
 #include "tamlogctl/select/regular_expression.h"
 
-namespace TamLogClient {
+namespace TamLogCtl {
 
 struct ParsedExpression {
   std::vector<RegularExpression::Instruction> program;
@@ -23,4 +23,4 @@ std::optional<ParsedExpression> ParseExpression(std::string_view pattern, bool f
 // Letters, digits and the underscore, as \w and \b have it.
 bool IsWordByte(unsigned char byte);
 
-}  // namespace TamLogClient
+}  // namespace TamLogCtl

@@ -15,9 +15,6 @@ namespace TamLogCtl {
 
 namespace {
 
-using TamLogClient::MessageSelection;
-using TamLogClient::TextPattern;
-
 constexpr const char* kTermMend = "expected NAME or NAME:TYPES, for example Camera:0,2";
 constexpr const char* kTimeMend =
     "expected YYYY-MM-DD [HH:MM[:SS[.mmm]]], HH:MM, now, today, yesterday, -15m (s, m, h, d, w), or "
@@ -31,7 +28,7 @@ std::nullopt_t Refuse(const std::string& option, const std::string& value, const
 bool AddSources(const SelectionOptions& options, MessageSelection& selection) {
   for (const bool excluded : {false, true}) {
     for (const std::string& text : excluded ? options.excludedSources : options.sources) {
-      auto term = TamLogClient::ParseSourceTerm(text);
+      auto term = ParseSourceTerm(text);
       if (!term) {
         Refuse(excluded ? "-x" : "-s", text, kTermMend);
         return false;
@@ -78,11 +75,11 @@ bool AddPatterns(const SelectionOptions& options, MessageSelection& selection) {
 }
 
 bool AddTimes(const SelectionOptions& options, MessageSelection& selection) {
-  const TamLogClient::BoundClock clock{Now(), LocalOffsetMinutes};
+  const BoundClock clock{Now(), LocalOffsetMinutes};
   for (const bool until : {false, true}) {
     const std::string& text = until ? options.until : options.since;
     if (text.empty()) continue;
-    const auto time = TamLogClient::ParseBound(text, clock);
+    const auto time = ParseBound(text, clock);
     if (!time) {
       Refuse(until ? "-U" : "-S", text, kTimeMend);
       return false;
@@ -156,7 +153,7 @@ std::optional<MessageSelection> MakeSelection(const SelectionOptions& options, c
     if (!AddFilterFile(path, selection)) return std::nullopt;
   }
   if (!options.types.empty()) {
-    const auto types = TamLogClient::ParseTypes(options.types);
+    const auto types = ParseTypes(options.types);
     if (!types) return Refuse("-t", options.types, "expected types from 0 to 3, for example 0,2 or 1-3");
     selection.SetTypes(*types);
   }

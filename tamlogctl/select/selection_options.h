@@ -36,11 +36,10 @@ void CheckSelectionOptions(const SelectionOptions& options);
 // Nothing, after a word on stderr, when an option's value makes no sense; the exit code is then kUsage. A
 // filter file that cannot be read counts as such a value. Of `output` the encoding has a meaning here: names
 // and expressions beyond ASCII find what is shown.
-std::optional<TamLogClient::MessageSelection> MakeSelection(const SelectionOptions& options,
-                                                            const OutputOptions& output);
+std::optional<MessageSelection> MakeSelection(const SelectionOptions& options, const OutputOptions& output);
 
 // One pattern of an option as MakeSelection makes them; nothing after a word on stderr.
-std::optional<TamLogClient::TextPattern> MakePattern(const std::string& option, const std::string& text,
-                                                     const SelectionOptions& options);
+std::optional<TextPattern> MakePattern(const std::string& option, const std::string& text,
+                                       const SelectionOptions& options);
 
 }  // namespace TamLogCtl

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace TamLogClient {
+namespace TamLogCtl {
 
 namespace {
 
@@ -81,4 +81,4 @@ std::optional<TextExtent> TextPattern::Find(std::string_view text, std::size_t f
   return TextExtent{at, literal.size()};
 }
 
-}  // namespace TamLogClient
+}  // namespace TamLogCtl

@@ -13,7 +13,7 @@
 
 #include "tamlogctl/select/regular_expression.h"
 
-namespace TamLogClient {
+namespace TamLogCtl {
 
 class TextPattern {
  public:
@@ -44,4 +44,4 @@ constexpr char ToLowerAscii(char letter) {
   return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
 }
 
-}  // namespace TamLogClient
+}  // namespace TamLogCtl

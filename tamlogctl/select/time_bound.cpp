@@ -5,7 +5,10 @@
 #include <chrono>
 #include <string>
 
-namespace TamLogClient {
+namespace TamLogCtl {
+
+using TamLogClient::IsRealTime;
+using TamLogClient::TimeWords;
 
 namespace {
 
@@ -95,7 +98,7 @@ std::optional<int> TakeZone(std::string_view& text) {
 std::optional<TimeWords> ParseZoned(std::string_view text, const BoundClock& clock) {
   const auto zone = TakeZone(text);
   if (!zone || text.find(':') == std::string_view::npos || text.starts_with('!')) return std::nullopt;
-  const auto words = ParseTime(text);
+  const auto words = TamLogClient::ParseTime(text);
   if (!words) return std::nullopt;
   const auto utc = MovedBy(*words, -std::int64_t{*zone});
   return utc ? MovedBy(*utc, clock.localOffset(*utc)) : std::nullopt;
@@ -116,8 +119,8 @@ std::optional<TimeWords> ParseTimeOfDay(const std::string& text, const TimeWords
   std::string day;
   const auto midnight = Midnight(now, 0);
   if (!midnight) return std::nullopt;
-  AppendTime(*midnight, ' ', day);
-  return ParseTime(day.substr(0, day.find(' ') + 1) + text);
+  TamLogClient::AppendTime(*midnight, ' ', day);
+  return TamLogClient::ParseTime(day.substr(0, day.find(' ') + 1) + text);
 }
 
 }  // namespace
@@ -134,10 +137,10 @@ std::optional<TimeWords> ParseBound(std::string_view text, const BoundClock& clo
   if (text.size() >= 3 && text.front() == '-') return ParseRelative(text, clock.now);
   std::string cut = WithMilliseconds(text);
   if (cut.size() > 10 && cut[10] == 't') cut[10] = 'T';
-  if (auto words = ParseTime(cut)) return words;
+  if (auto words = TamLogClient::ParseTime(cut)) return words;
   if (auto words = ParseZoned(cut, clock)) return words;
   if (cut.size() >= 4 && (cut[1] == ':' || cut[2] == ':')) return ParseTimeOfDay(cut, clock.now);
   return std::nullopt;
 }
 
-}  // namespace TamLogClient
+}  // namespace TamLogCtl

@@ -13,13 +13,13 @@
 
 #include "client/message/time_text.h"
 
-namespace TamLogClient {
+namespace TamLogCtl {
 
 struct BoundClock {
-  TimeWords now{};  // the local time
+  TamLogClient::TimeWords now{};  // the local time
 
   // The minutes by which local time is ahead of UTC at a moment given in UTC.
-  std::function<int(const TimeWords& utc)> localOffset;
+  std::function<int(const TamLogClient::TimeWords& utc)> localOffset;
 };
 
 // Accepts
@@ -31,9 +31,9 @@ struct BoundClock {
 //   now, today, yesterday, tomorrow: the last three at midnight
 //   -90s, -15m, -2h, -3d, -1w: so long before now
 // Nothing for anything else, impossible dates included.
-std::optional<TimeWords> ParseBound(std::string_view text, const BoundClock& clock);
+std::optional<TamLogClient::TimeWords> ParseBound(std::string_view text, const BoundClock& clock);
 
 // `words` moved by so many minutes. The words have to be a real time; nothing when the result is none.
-std::optional<TimeWords> MovedBy(const TimeWords& words, std::int64_t minutes);
+std::optional<TamLogClient::TimeWords> MovedBy(const TamLogClient::TimeWords& words, std::int64_t minutes);
 
-}  // namespace TamLogClient
+}  // namespace TamLogCtl

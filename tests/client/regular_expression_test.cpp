@@ -12,8 +12,8 @@
 
 namespace {
 
-using TamLogClient::RegularExpression;
-using TamLogClient::TextPattern;
+using TamLogCtl::RegularExpression;
+using TamLogCtl::TextPattern;
 
 bool Matches(const std::string& pattern, const std::string& text, bool foldCase = false) {
   std::string problem;

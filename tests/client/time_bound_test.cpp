@@ -6,10 +6,10 @@
 
 namespace {
 
-using TamLogClient::BoundClock;
-using TamLogClient::MovedBy;
-using TamLogClient::ParseBound;
 using TamLogClient::TimeWords;
+using TamLogCtl::BoundClock;
+using TamLogCtl::MovedBy;
+using TamLogCtl::ParseBound;
 
 constexpr TimeWords kNow{2026, 3, 1, 12, 30, 15, 250, 0};
 
