@@ -18,9 +18,6 @@ struct HostFile {
   std::chrono::milliseconds offset{0};
 };
 
-// "+1h", "-90s", "+250ms", "1d": what is added to a time.
-std::optional<std::chrono::milliseconds> ParseOffset(std::string_view text);
-
 // From plain files, HOST=FILE and HOST=OFFSET. Nothing after a word on stderr.
 std::optional<std::vector<HostFile>> MakeHostFiles(const std::vector<std::string>& files,
                                                    const std::vector<std::string>& labels,

@@ -67,8 +67,4 @@ class MessageStats {
   std::optional<TamLogClient::TimeWords> newest;
 };
 
-// Of a minute since 1970, and its reverse. The words have to be a real time.
-TamLogClient::TimeWords WordsOfMinute(std::int64_t minute);
-std::int64_t MinuteOf(const TamLogClient::TimeWords& words);
-
 }  // namespace TamLogCtl

@@ -9,6 +9,7 @@
 
 #include "client/file/file_path.h"
 #include "tamlogctl/base/console.h"
+#include "tamlogctl/select/time_arithmetic.h"
 
 namespace TamLogCtl {
 
@@ -40,37 +41,26 @@ std::uint64_t BytesOf(char unit) {
   }
 }
 
-std::int64_t MillisecondsOf(char unit) {
-  switch (unit) {
-    case 's':
-      return 1000;
-    case 'm':
-      return 60LL * 1000;
-    case 'h':
-      return 60LL * 60 * 1000;
-    case 'd':
-      return kDayMs;
-    case 'w':
-      return 7 * kDayMs;
-    default:
-      return 0;
-  }
+// "500K", "10M" or "1G".
+std::optional<std::uint64_t> ParseBytes(std::string_view text) {
+  constexpr std::uint32_t kMost = 1000000;
+  std::uint32_t number = 0;
+  const char* const end = text.data() + text.size();
+  const auto [rest, error] = std::from_chars(text.data(), end, number);
+  if (error != std::errc() || rest + 1 != end || number > kMost) return std::nullopt;
+  const std::uint64_t unit = BytesOf(*rest);
+  return unit > 0 ? std::optional(number * unit) : std::nullopt;
 }
 
 }  // namespace
 
 bool TakeRotationLimit(std::string_view text, RotationLimits& limits) {
-  constexpr std::uint32_t kMost = 1000000;
-  std::uint32_t number = 0;
-  const char* const end = text.data() + text.size();
-  const auto [rest, error] = std::from_chars(text.data(), end, number);
-  if (error != std::errc() || rest + 1 != end || number == 0 || number > kMost) return false;
-  if (const std::uint64_t bytes = BytesOf(*rest); bytes > 0) {
-    limits.bytes = number * bytes;
+  if (const auto bytes = ParseBytes(text); bytes && *bytes > 0) {
+    limits.bytes = *bytes;
     return true;
   }
-  if (const std::int64_t period = MillisecondsOf(*rest); period > 0) {
-    limits.periodMs = number * period;
+  if (const auto period = ParseDuration(text); period && *period >= std::chrono::seconds(1)) {
+    limits.periodMs = period->count();
     return true;
   }
   return false;

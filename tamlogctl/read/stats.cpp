@@ -13,6 +13,7 @@
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
 #include "tamlogctl/base/progress.h"
+#include "tamlogctl/select/time_arithmetic.h"
 
 namespace TamLogCtl {
 
@@ -34,11 +35,6 @@ std::string TextOf(const TimeWords& words, char separator, std::size_t length = 
 }
 
 constexpr std::size_t kUpToMinute = 16;  // of "2026-01-02 03:04:05.678"
-
-double Between(const TimeWords& oldest, const TimeWords& newest) {
-  const auto minutes = MinuteOf(newest) - MinuteOf(oldest);
-  return static_cast<double>(minutes) * 60.0 + (newest[5] - oldest[5]) + (newest[6] - oldest[6]) / 1000.0;
-}
 
 std::string Duration(double seconds) {
   if (seconds < 120) return fmt::format("{:.1f} s", seconds);
@@ -99,7 +95,7 @@ std::string RingText(const StatsCollector& collector) {
   const std::uint64_t capacity = collector.Capacity();
   std::string text = fmt::format("ring         {} of {} slots", collector.Messages(), capacity);
   if (!collector.Oldest()) return text + "\n";
-  const double depth = Between(*collector.Oldest(), *collector.Newest());
+  const double depth = SecondsBetween(*collector.Oldest(), *collector.Newest());
   text += fmt::format(", {} deep ({} to {})\n", Duration(depth), TextOf(*collector.Oldest(), ' '),
                       TextOf(*collector.Newest(), ' '));
   if (!collector.Full() && depth >= 1.0 && collector.Messages() > 1) {
@@ -199,7 +195,7 @@ std::string AsJson(const StatsCollector& collector, const FormatOptions& shown) 
   ring["oldest"] = TimeOrNull(collector.Oldest());
   ring["newest"] = TimeOrNull(collector.Newest());
   ring["depth_seconds"] =
-      collector.Oldest() ? json(Between(*collector.Oldest(), *collector.Newest())) : json(nullptr);
+      collector.Oldest() ? json(SecondsBetween(*collector.Oldest(), *collector.Newest())) : json(nullptr);
   return whole.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
 }
 

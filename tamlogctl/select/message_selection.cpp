@@ -101,15 +101,6 @@ bool MessageSelection::AddTerms(std::string_view lines, std::size_t& badLine) {
   return true;
 }
 
-bool MessageSelection::SetPattern(const std::string& text, bool fixed, bool ignoreCase) {
-  std::string problem;
-  auto pattern = TextPattern::Make(text, fixed, ignoreCase, problem);
-  if (!pattern) return false;
-  patterns.clear();
-  patterns.push_back(std::move(*pattern));
-  return true;
-}
-
 bool MessageSelection::Empty() const {
   return included.empty() && excluded.empty() && !types && !since && !until && patterns.empty() &&
          antiPatterns.empty();

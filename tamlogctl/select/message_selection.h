@@ -48,9 +48,6 @@ class MessageSelection {
   void AddPattern(TextPattern pattern) { patterns.push_back(std::move(pattern)); }
   void AddAntiPattern(TextPattern pattern) { antiPatterns.push_back(std::move(pattern)); }
 
-  // One pattern, from its text; see TextPattern::Make. False when it is none.
-  bool SetPattern(const std::string& text, bool fixed, bool ignoreCase);
-
   // For terms and expressions that are given in UTF-8 and go beyond ASCII: texts and names are read by this
   // encoding before they are compared; bytes that cannot be read stay as they are. Without it bytes are
   // compared with bytes.

@@ -33,7 +33,4 @@ struct BoundClock {
 // Nothing for anything else, impossible dates included.
 std::optional<TamLogClient::TimeWords> ParseBound(std::string_view text, const BoundClock& clock);
 
-// `words` moved by so many minutes. The words have to be a real time; nothing when the result is none.
-std::optional<TamLogClient::TimeWords> MovedBy(const TamLogClient::TimeWords& words, std::int64_t minutes);
-
 }  // namespace TamLogCtl

@@ -334,7 +334,8 @@ TEST_F(FileVerbs, UsageErrorsNameTheOptionAndTheMend) {
       {"merge", "FILE: name a file, or --label HOST=FILE"},
       {"merge --label good.dat", "--label 'good.dat': expected HOST=FILE"},
       {"merge good.dat --offset a=+1h", "--offset 'a=+1h': there is no --label a=FILE"},
-      {"merge --label a=good.dat --offset a=soon", "--offset 'a=soon': expected HOST=+1h (ms, s, m, h, d)"},
+      {"merge --label a=good.dat --offset a=soon",
+       "--offset 'a=soon': expected HOST=+1h (ms, s, m, h, d, w)"},
       {"merge missing.dat -o xml", "-o 'xml'"},
       {"merge good.dat -g '('", "-g '('"},
   };

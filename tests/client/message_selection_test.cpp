@@ -76,26 +76,6 @@ TEST(Selection, ByTypeAndTime) {
   EXPECT_FALSE(Wants(times, "S", 0, "", 2001));
 }
 
-TEST(Selection, LowerCasePatternsIgnoreCase) {
-  MessageSelection lower;
-  ASSERT_TRUE(lower.SetPattern("time.?out", false, false));
-  EXPECT_TRUE(Wants(lower, "S", 0, "Time-Out reached"));
-  MessageSelection upper;
-  ASSERT_TRUE(upper.SetPattern("Time", false, false));
-  EXPECT_FALSE(Wants(upper, "S", 0, "time"));
-  MessageSelection ignored;
-  ASSERT_TRUE(ignored.SetPattern("Time", false, true));
-  EXPECT_TRUE(Wants(ignored, "S", 0, "time"));
-}
-
-TEST(Selection, FixedPatternsAreNoExpressions) {
-  MessageSelection selection;
-  ASSERT_TRUE(selection.SetPattern("a.c(", true, false));
-  EXPECT_TRUE(Wants(selection, "S", 0, "xA.C(y"));
-  EXPECT_FALSE(Wants(selection, "S", 0, "abc("));
-  EXPECT_FALSE(MessageSelection().SetPattern("a(", false, false));
-}
-
 TEST(SourceTerms, WhatReadsAsTypesButAreNoneIsRefused) {
   for (const char* const text :
        {":9", ":", "Camera:", "Camera:9", "Camera:0,", "Camera:3-1", "Camera:0,9", "", ":0", "a:b:7"}) {

@@ -68,12 +68,4 @@ TEST_F(MessageStatsTest, ImpossibleTimesAreCountedApart) {
   EXPECT_FALSE(stats.PerMinute());  // no span
 }
 
-TEST_F(MessageStatsTest, MinutesGoBothWaysAcrossCenturies) {
-  for (const TimeWords& words :
-       {TimeWords{1, 1, 1, 0, 0, 0, 0, 0}, TimeWords{1969, 12, 31, 23, 59, 0, 0, 0},
-        TimeWords{1970, 1, 1, 0, 0, 0, 0, 0}, TimeWords{9999, 12, 31, 23, 59, 0, 0, 0}}) {
-    EXPECT_EQ(TamLogCtl::WordsOfMinute(TamLogCtl::MinuteOf(words)), words);
-  }
-}
-
 }  // namespace
