@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "tamlogctl/commands/command_line.h"
+#include "tamlogctl/read/export.h"
 #include "tamlogctl/read/merge.h"
 #include "tamlogctl/read/repair.h"
 #include "tamlogctl/read/verify.h"

@@ -1,5 +1,6 @@
+#include "tamlogctl/read/export.h"
+
 #include <algorithm>
-#include <limits>
 
 #include "client/file/log_file_image.h"
 #include "client/file/log_file_writer.h"
@@ -9,7 +10,7 @@
 #include "tamlogctl/base/file_problem.h"
 #include "tamlogctl/base/live_image.h"
 #include "tamlogctl/base/progress.h"
-#include "tamlogctl/read/merge.h"
+#include "tamlogctl/read/output_file.h"
 #include "tamlogctl/read/reading_position.h"
 #include "tamlogctl/select/message_choice.h"
 
@@ -133,15 +134,8 @@ int Export::WriteLog() {
         " messages do not fit; choose fewer with -S or -s, or raise it");
     return kUsage;
   }
-  Progress progress("writing slots", slots);
-  const auto give = [this](std::uint64_t index) { return *messages[index]; };
-  const auto goOn = [&progress](std::uint64_t slot) {
-    progress.Show(slot);
-    return !Interrupted();
-  };
-  const Status status =
-      TamLogClient::WriteLogFile(options.target, messages.size(), give, slots, options.force, goOn);
-  return status == Status::Ok ? kDone : ExplainUnwritten(options.target, status);
+  const auto messageAt = [this](std::uint64_t index) { return *messages[index]; };
+  return WriteLogTarget(options.target, messages.size(), messageAt, slots, options.force);
 }
 
 int Export::Run() {
@@ -167,25 +161,6 @@ int Export::Run() {
 }
 
 }  // namespace
-
-int ExplainTarget(const std::string& target, Status status) {
-  if (status == Status::BadValue && IsNoFile(target)) {
-    Say(target + ": is no file that could be replaced; give another name");
-    return kUsage;
-  }
-  if (status == Status::BadValue) {
-    Say(target + ": is there already; give another name, or --force to replace it");
-    return kUsage;
-  }
-  Say(target + ": cannot be written: " + StatusText(status));
-  return status == Status::AccessDenied ? kAccessDenied : kOutputFailed;
-}
-
-int ExplainUnwritten(const std::string& target, Status status) {
-  if (!Interrupted()) return ExplainTarget(target, status);
-  Say(target + ": interrupted; nothing was written");
-  return kInterrupted;
-}
 
 int ExportMessages(const ExportOptions& options) {
   Export run(options);

@@ -1,7 +1,7 @@
 // Reading the log of a running server, on systems that have none.
 
 #include "tamlogctl/base/no_server.h"
-#include "tamlogctl/read/merge.h"
+#include "tamlogctl/read/export.h"
 #include "tamlogctl/read/show.h"
 #include "tamlogctl/read/stats.h"
 

@@ -5,12 +5,11 @@
 #include <optional>
 
 #include "client/file/log_file_repair.h"
-#include "client/file/log_file_writer.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
 #include "tamlogctl/base/progress.h"
-#include "tamlogctl/read/merge.h"
+#include "tamlogctl/read/output_file.h"
 
 namespace TamLogCtl {
 
@@ -102,18 +101,11 @@ int RepairFile(const RepairVerbOptions& options) {
   const std::uint32_t capacity =
       options.capacity > 0 ? options.capacity : std::max(plan.capacity, static_cast<std::uint32_t>(found));
   const std::uint64_t messages = std::min<std::uint64_t>(found, capacity);
-  DeferInterrupts();  // so that no half of a file is left
-  Progress progress("writing slots", capacity);
-  const auto give = [&](std::uint64_t index) {
+  const auto messageAt = [&](std::uint64_t index) {
     return SavedMessageOf(image, plan.oldestFirst[found - messages + index]);
   };
-  const auto goOn = [&progress](std::uint64_t slot) {
-    progress.Show(slot);
-    return !Interrupted();
-  };
-  const Status status =
-      TamLogClient::WriteLogFile(options.output, messages, give, capacity, options.force, goOn);
-  if (status != Status::Ok) return ExplainUnwritten(options.output, status);
+  const int code = WriteLogTarget(options.output, messages, messageAt, capacity, options.force);
+  if (code != kDone) return code;
   return options.quiet || Tell(plan, messages, capacity, options) ? kDone : kOutputFailed;
 }
 

@@ -1,0 +1,43 @@
+#include "tamlogctl/read/output_file.h"
+
+#include "tamlogctl/base/console.h"
+#include "tamlogctl/base/exit_code.h"
+#include "tamlogctl/base/file_problem.h"
+#include "tamlogctl/base/progress.h"
+
+namespace TamLogCtl {
+
+using TamLogClient::Status;
+
+int WriteLogTarget(const std::string& target, std::uint64_t count, const TamLogClient::MessageAt& messageAt,
+                   std::uint32_t capacity, bool overwrite) {
+  DeferInterrupts();  // so that no half of a file is left
+  Progress progress("writing slots", capacity);
+  const auto goOn = [&progress](std::uint64_t slot) {
+    progress.Show(slot);
+    return !Interrupted();
+  };
+  const Status status = TamLogClient::WriteLogFile(target, count, messageAt, capacity, overwrite, goOn);
+  return status == Status::Ok ? kDone : ExplainUnwritten(target, status);
+}
+
+int ExplainTarget(const std::string& target, Status status) {
+  if (status == Status::BadValue && IsNoFile(target)) {
+    Say(target + ": is no file that could be replaced; give another name");
+    return kUsage;
+  }
+  if (status == Status::BadValue) {
+    Say(target + ": is there already; give another name, or --force to replace it");
+    return kUsage;
+  }
+  Say(target + ": cannot be written: " + StatusText(status));
+  return status == Status::AccessDenied ? kAccessDenied : kOutputFailed;
+}
+
+int ExplainUnwritten(const std::string& target, Status status) {
+  if (!Interrupted()) return ExplainTarget(target, status);
+  Say(target + ": interrupted; nothing was written");
+  return kInterrupted;
+}
+
+}  // namespace TamLogCtl
