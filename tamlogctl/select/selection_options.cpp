@@ -15,13 +15,13 @@ namespace TamLogCtl {
 
 namespace {
 
-constexpr const char* kTermMend = "expected NAME or NAME:TYPES, for example Camera:0,2";
-constexpr const char* kTimeMend =
-    "expected YYYY-MM-DD [HH:MM[:SS[.mmm]]], HH:MM, now, today, yesterday, -15m (s, m, h, d, w), or "
+constexpr const char* kTermHelp = "expected NAME or NAME:TYPES, for example Camera:0,2";
+constexpr const char* kTimeHelp =
+    "expected YYYY-MM-DD [HH:MM[:SS[.mmm]]], HH:MM, now, today, yesterday, -15m (ms, s, m, h, d, w), or "
     "YYYY-MM-DDTHH:MM:SSZ";
 
-std::nullopt_t Refuse(const std::string& option, const std::string& value, const std::string& mend) {
-  Say(option + " '" + value + "': " + mend);
+std::nullopt_t Refuse(const std::string& option, const std::string& value, const std::string& problem) {
+  Say(option + " '" + value + "': " + problem);
   return std::nullopt;
 }
 
@@ -30,7 +30,7 @@ bool AddSources(const SelectionOptions& options, MessageSelection& selection) {
     for (const std::string& text : excluded ? options.excludedSources : options.sources) {
       auto term = ParseSourceTerm(text);
       if (!term) {
-        Refuse(excluded ? "-x" : "-s", text, kTermMend);
+        Refuse(excluded ? "-x" : "-s", text, kTermHelp);
         return false;
       }
       if (excluded) {
@@ -49,14 +49,14 @@ bool AddFilterFile(const std::string& path, MessageSelection& selection) {
   std::ifstream file(place, std::ios::binary);
   std::ostringstream lines;
   lines << file.rdbuf();
-  // An empty file makes the line above fail, a directory does not everywhere.
+  // Reading an empty file sets the error state above; opening a directory succeeds on some systems.
   if (!file.is_open() || std::filesystem::is_directory(place, error)) {
     Refuse("--filter-file", path, "the file cannot be read");
     return false;
   }
   std::size_t badLine = 0;
   if (selection.AddTerms(lines.str(), badLine)) return true;
-  Say(path + ":" + std::to_string(badLine) + ": expected NAME, NAME:TYPES, or !NAME[:TYPES] to leave out");
+  Say(path + ":" + std::to_string(badLine) + ": expected NAME, NAME:TYPES, or !NAME[:TYPES] to exclude");
   return false;
 }
 
@@ -81,7 +81,7 @@ bool AddTimes(const SelectionOptions& options, MessageSelection& selection) {
     if (text.empty()) continue;
     const auto time = ParseBound(text, clock);
     if (!time) {
-      Refuse(until ? "-U" : "-S", text, kTimeMend);
+      Refuse(until ? "-U" : "-S", text, kTimeHelp);
       return false;
     }
     const std::uint64_t key = TamLogClient::KeyOf(*time);
@@ -94,7 +94,7 @@ bool AddTimes(const SelectionOptions& options, MessageSelection& selection) {
   return true;
 }
 
-// What a filter file holds is not looked at: it may.
+// Filter files are not searched: any of them may.
 bool GoesBeyondAscii(const SelectionOptions& options) {
   const auto beyond = [](const std::string& text) {
     return std::any_of(text.begin(), text.end(), [](char byte) { return (byte & 0x80) != 0; });
@@ -143,7 +143,7 @@ std::optional<TextPattern> MakePattern(const std::string& option, const std::str
   auto pattern = TextPattern::Make(text, options.fixedPattern, options.ignoreCase, problem);
   if (pattern) return pattern;
   return Refuse(option, text,
-                "no regular expression: " + problem + "; add -F to search for it as plain text");
+                "is not a regular expression: " + problem + "; add -F to search for it as plain text");
 }
 
 std::optional<MessageSelection> MakeSelection(const SelectionOptions& options, const OutputOptions& output) {

@@ -1,6 +1,6 @@
 #pragma once
 
-// Which messages are wanted: the options that every verb which reads messages has.
+// The options that select messages; every verb that reads messages has them.
 
 #include <optional>
 #include <string>
@@ -33,12 +33,13 @@ void DefineSelectionOptions(CLI::App& verb, SelectionOptions& to);
 // Throws the parser's error when options contradict each other.
 void CheckSelectionOptions(const SelectionOptions& options);
 
-// Nothing, after a word on stderr, when an option's value makes no sense; the exit code is then kUsage. A
-// filter file that cannot be read counts as such a value. Of `output` the encoding has a meaning here: names
-// and expressions beyond ASCII find what is shown.
+// Returns nothing if an option's value is wrong or a filter file cannot be read; the reason has been reported
+// on stderr, and the exit code is kUsage. The encoding of `output` is used: names and expressions beyond
+// ASCII match messages as they are shown.
 std::optional<MessageSelection> MakeSelection(const SelectionOptions& options, const OutputOptions& output);
 
-// One pattern of an option as MakeSelection makes them; nothing after a word on stderr.
+// Returns the pattern that MakeSelection would make of this value of `option`; nothing after a report on
+// stderr.
 std::optional<TextPattern> MakePattern(const std::string& option, const std::string& text,
                                        const SelectionOptions& options);
 

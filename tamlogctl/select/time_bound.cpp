@@ -27,7 +27,7 @@ std::optional<TimeWords> ParseRelative(std::string_view text, const TimeWords& n
   return duration ? MovedBy(now, -*duration) : std::nullopt;
 }
 
-// Takes "Z", "+02:00" or "-0530" from the end; minutes ahead of UTC.
+// Removes "Z", "+02:00" or "-0530" from the end; returns the minutes ahead of UTC.
 std::optional<int> TakeZone(std::string_view& text) {
   if (text.ends_with('Z') || text.ends_with('z')) {
     text.remove_suffix(1);
@@ -47,7 +47,7 @@ std::optional<int> TakeZone(std::string_view& text) {
   return west ? -offset : offset;
 }
 
-// A zone can only follow a time of day.
+// A zone is accepted after a time of day only.
 std::optional<TimeWords> ParseZoned(std::string_view text, const BoundClock& clock) {
   const auto zone = TakeZone(text);
   if (!zone || text.find(':') == std::string_view::npos || text.starts_with('!')) return std::nullopt;
@@ -57,7 +57,7 @@ std::optional<TimeWords> ParseZoned(std::string_view text, const BoundClock& clo
   return utc ? MovedBy(*utc, std::chrono::minutes(clock.localOffset(*utc))) : std::nullopt;
 }
 
-// Cuts the digits of a second's fraction behind the third.
+// Drops the digits of a second's fraction after the third.
 std::string WithMilliseconds(std::string_view text) {
   std::string cut(text);
   const std::size_t point = cut.find('.');
