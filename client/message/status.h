@@ -25,6 +25,11 @@ enum class Status : std::uint8_t {
   SystemError,   // any other failure of a system call
 };
 
+// Whether data were read: all of them, or what is readable of damaged ones.
+constexpr bool Readable(Status status) {
+  return status == Status::Ok || status == Status::Damaged;
+}
+
 // A short English phrase without a full stop, for example "the server is not running".
 const char* StatusText(Status status);
 

@@ -1,14 +1,12 @@
 #include "tamlogctl/base/no_server.h"
 
-#include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/live_image.h"
 
 namespace TamLogCtl {
 
 int NoServerHere() {
-  Say(StatusText(TamLogClient::Status::NotSupported));
-  return ExitCodeOf(TamLogClient::Status::NotSupported);
+  return Refuse(TamLogClient::Status::NotSupported);
 }
 
 int ReadLiveImage(std::uint32_t /*timeoutMs*/, std::string& /*bytes*/) {

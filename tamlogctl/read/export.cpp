@@ -64,10 +64,7 @@ int Export::Read(ReadingPosition& position) {
   std::string bytes;
   for (const std::string& file : options.files) {
     const Status status = TamLogClient::ReadFileBytes(file, bytes);
-    if (status != Status::Ok) {
-      Say(FileProblem(file, status));
-      return ExitCodeOf(status);
-    }
+    if (status != Status::Ok) return Refuse(ExitCodeOf(status), FileProblem(file, status));
     Take(file, bytes);
   }
   if (options.files.empty()) {
@@ -130,9 +127,8 @@ int Export::WriteLog() {
   const auto most = std::max(capacity, static_cast<std::uint32_t>(messages.size()));
   const std::uint32_t slots = options.capacity > 0 ? options.capacity : most;
   if (messages.size() > slots) {
-    Say("--capacity " + std::to_string(slots) + ": " + std::to_string(messages.size()) +
-        " messages do not fit; choose fewer with -S or -s, or raise it");
-    return kUsage;
+    return Refuse(kUsage, "--capacity " + std::to_string(slots) + ": " + std::to_string(messages.size()) +
+                              " messages do not fit; choose fewer with -S or -s, or raise it");
   }
   const auto messageAt = [this](std::uint64_t index) { return *messages[index]; };
   return WriteLogTarget(options.target, messages.size(), messageAt, slots, options.force);
@@ -156,8 +152,7 @@ int Export::Run() {
     position->ShowCursor(logs.front());
     if (!position->Keep(logs.front())) return kOutputFailed;
   }
-  if (exitCode == kDone && matched == 0 && !selection->Empty()) return kNothingMatched;
-  return exitCode;
+  return matched == 0 && !selection->Empty() ? WorseOf(exitCode, kNegative) : exitCode;
 }
 
 }  // namespace

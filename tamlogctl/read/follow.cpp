@@ -15,10 +15,6 @@ using TamLogClient::LogSnapshot;
 using TamLogClient::LogStream;
 using TamLogClient::Status;
 
-bool Readable(Status status) {
-  return status == Status::Ok || status == Status::Damaged;
-}
-
 class Follower {
  public:
   Follower(const ShowOptions& chosen, FollowTarget& to, ReadingPosition& from)
@@ -64,7 +60,7 @@ int Follower::Run() {
   position.ShowCursor(stream.Snapshot());
   if (!Keep(true)) return kOutputFailed;
   if (exitCode != kDone) return exitCode;
-  return target.NothingMatched() ? kNothingMatched : kDone;
+  return target.NothingMatched() ? kNegative : kDone;
 }
 
 Status Follower::Begin() {

@@ -157,12 +157,11 @@ int FollowExport(const ExportOptions& options) {
   auto position = formatter ? ReadingPosition::Make(follow) : std::nullopt;
   if (!position) return kUsage;
   const bool goesOn = position->IsGiven();
-  if (!goesOn && !options.force && HoldsSomething(options.target)) {
-    Say(options.target +
-        ": is there already; give the --cursor-file of the run that wrote it, another name, or --force to "
-        "replace it");
-    return kUsage;
-  }
+  if (!goesOn && !options.force && HoldsSomething(options.target))
+    return Refuse(kUsage,
+                  options.target +
+                      ": is there already; give the --cursor-file of the run that wrote it, another name, or "
+                      "--force to replace it");
   DeferInterrupts();
   ExportTarget target(options, std::move(*formatter), std::move(*selection), goesOn);
   const int code = Follow(follow, target, *position);

@@ -85,13 +85,12 @@ void Merge::Read(std::size_t index) {
   }
   if (log.status != Status::Ok) {
     if (!options.quiet || log.status != Status::Damaged) Say(FileProblem(path, log.status, log.remark));
-    const int code = ExitCodeOf(log.status);
-    if (exitCode == kDone || exitCode == kDamaged) exitCode = code;
+    exitCode = WorseOf(exitCode, ExitCodeOf(log.status));
   }
-  someRead = someRead || log.status == Status::Ok || log.status == Status::Damaged;
+  someRead = someRead || Readable(log.status);
   const auto order = OrderMessages(log.snapshot);
   if (order.damaged > 0 && !options.quiet) SayDamaged(path, order.damaged);
-  if (order.damaged > 0 && exitCode == kDone) exitCode = kDamaged;
+  if (order.damaged > 0) exitCode = WorseOf(exitCode, kDamaged);
   for (const std::uint32_t slot : order.oldestFirst) {
     LogMessage& message = log.snapshot.slots[slot];
     ShiftTime(message.body, files[index].offset);
@@ -113,8 +112,7 @@ int Merge::Print(const MessageSelection& selection, MessageFormatter& formatter)
   }
   formatter.AppendTail(pending);
   if (!WriteOut(pending)) return kOutputFailed;
-  if (exitCode != kDone) return exitCode;
-  return printed == 0 && !selection.Empty() ? kNothingMatched : kDone;
+  return printed == 0 && !selection.Empty() ? WorseOf(exitCode, kNegative) : exitCode;
 }
 
 int Merge::Run() {

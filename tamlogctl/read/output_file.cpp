@@ -22,22 +22,17 @@ int WriteLogTarget(const std::string& target, std::uint64_t count, const TamLogC
 }
 
 int ExplainTarget(const std::string& target, Status status) {
-  if (status == Status::BadValue && IsNoFile(target)) {
-    Say(target + ": is no file that could be replaced; give another name");
-    return kUsage;
-  }
-  if (status == Status::BadValue) {
-    Say(target + ": is there already; give another name, or --force to replace it");
-    return kUsage;
-  }
-  Say(target + ": cannot be written: " + StatusText(status));
-  return status == Status::AccessDenied ? kAccessDenied : kOutputFailed;
+  if (status == Status::BadValue && IsNoFile(target))
+    return Refuse(kUsage, target + ": is no file that could be replaced; give another name");
+  if (status == Status::BadValue)
+    return Refuse(kUsage, target + ": is there already; give another name, or --force to replace it");
+  return Refuse(status == Status::AccessDenied ? kAccessDenied : kOutputFailed,
+                target + ": cannot be written: " + StatusText(status));
 }
 
 int ExplainUnwritten(const std::string& target, Status status) {
   if (!Interrupted()) return ExplainTarget(target, status);
-  Say(target + ": interrupted; nothing was written");
-  return kInterrupted;
+  return Refuse(kInterrupted, target + ": interrupted; nothing was written");
 }
 
 }  // namespace TamLogCtl

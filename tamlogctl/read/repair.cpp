@@ -80,16 +80,13 @@ bool Tell(const RepairPlan& plan, std::uint64_t messages, std::uint32_t capacity
 }  // namespace
 
 int RepairFile(const RepairVerbOptions& options) {
-  if (TamLogClient::IsSameFile(options.file, options.output)) {
-    Say("--output '" + options.output + "': is the damaged file itself; give another name");
-    return kUsage;
-  }
+  if (TamLogClient::IsSameFile(options.file, options.output))
+    return Refuse(kUsage, "--output '" + options.output + "': is the damaged file itself; give another name");
   auto busy = std::make_optional<Busy>("looking through " + options.file);
   std::string bytes;
   if (const Status status = TamLogClient::ReadFileBytes(options.file, bytes); status != Status::Ok) {
     busy.reset();
-    Say(FileProblem(options.file, status));
-    return ExitCodeOf(status);
+    return Refuse(ExitCodeOf(status), FileProblem(options.file, status));
   }
   const LogFileImage image(bytes);
   constexpr std::size_t kListed = 20;

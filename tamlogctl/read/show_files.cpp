@@ -65,12 +65,6 @@ FileLog ReadOne(const ShowOptions& options, const Printer& printer, const std::s
   return log;
 }
 
-// The worst of the files decides: one that is not there outweighs damage.
-int Worse(int before, int now) {
-  if (before != kDone && before != kDamaged) return before;
-  return now == kDone ? before : now;
-}
-
 // Counts without holding the messages. Nothing when a file has to be read in the ordinary way.
 std::optional<int> CountInFiles(const ShowOptions& options, Printer& printer) {
   int exitCode = kDone;
@@ -98,8 +92,7 @@ bool IsWholeFile(const ShowOptions& options) {
 }
 
 int End(const Printer& printer, int exitCode) {
-  if (exitCode != kDone) return exitCode;
-  return printer.Searches() && printer.Matched() == 0 ? kNothingMatched : kDone;
+  return printer.Searches() && printer.Matched() == 0 ? WorseOf(exitCode, kNegative) : exitCode;
 }
 
 // Prints a file that holds its messages in time order, as nearly all do, without holding them. Nothing when
@@ -140,8 +133,8 @@ int PrintFiles(const ShowOptions& options, Printer& printer, ReadingPosition& po
   for (const std::string& path : options.files) {
     logs.push_back(ReadOne(options, printer, path));
     const LogSnapshot& snapshot = logs.back().snapshot;
-    exitCode = Worse(exitCode, logs.back().exitCode);
-    someRead = someRead || logs.back().exitCode == kDone || logs.back().exitCode == kDamaged;
+    exitCode = WorseOf(exitCode, logs.back().exitCode);
+    someRead = someRead || HasOutput(logs.back().exitCode);
     for (const std::uint32_t slot : position.Beyond(snapshot)) messages.push_back(&snapshot.slots[slot]);
   }
   if (!someRead) return exitCode;  // no output is better than that of an empty log
@@ -160,9 +153,8 @@ int PrintFiles(const ShowOptions& options, Printer& printer, ReadingPosition& po
   if (!pager.End() || (!written && !paged)) return kOutputFailed;
   // With a cursor there is one file.
   const LogSnapshot& last = logs.back().snapshot;
-  const bool readable = exitCode == kDone || exitCode == kDamaged;
   position.ShowCursor(last);
-  if (readable && !position.Keep(last)) return kOutputFailed;
+  if (HasOutput(exitCode) && !position.Keep(last)) return kOutputFailed;
   return End(printer, exitCode);
 }
 

@@ -40,15 +40,15 @@ Status ReadLive(const ShowOptions& options, const Printer& printer, LogSnapshot&
 int JudgeOf(Status status, const LogSnapshot& snapshot) {
   const auto damaged = OrderMessages(snapshot).damaged;
   if (status != Status::Damaged && damaged == 0) return kDone;
-  Say(status == Status::Damaged ? "the log's header makes no sense"
-                                : std::to_string(damaged) + " messages break a rule of the format");
-  return kDamaged;
+  return Refuse(kDamaged, status == Status::Damaged
+                              ? "the log's header makes no sense"
+                              : std::to_string(damaged) + " messages break a rule of the format");
 }
 
 int ShowOnce(const ShowOptions& options, Printer& printer, ReadingPosition& position) {
   LogSnapshot snapshot;
   const Status status = ReadLive(options, printer, snapshot);
-  if (status != Status::Ok && status != Status::Damaged) return ExplainStatus(status);
+  if (!Readable(status)) return ExplainStatus(status);
   if (snapshot.header.messageCount == 0 && !options.quiet && options.events == EventStyle::Text) {
     Say("the log is empty");
   }
@@ -64,8 +64,8 @@ int ShowOnce(const ShowOptions& options, Printer& printer, ReadingPosition& posi
   if (Interrupted()) return kInterrupted;
   position.ShowCursor(snapshot);
   if (!position.Keep(snapshot)) return kOutputFailed;
-  if (const int damage = JudgeOf(status, snapshot); damage != kDone) return damage;
-  return printer.NothingMatched() ? kNothingMatched : kDone;
+  const int damage = JudgeOf(status, snapshot);
+  return printer.NothingMatched() ? WorseOf(damage, kNegative) : damage;
 }
 
 }  // namespace

@@ -217,7 +217,7 @@ int CollectFile(const std::string& path, StatsCollector& collector) {
   if (contents.status != Status::Ok) {
     Say(FileProblem(path, contents.status, contents.remark));
   }
-  if (contents.status != Status::Ok && contents.status != Status::Damaged) return ExitCodeOf(contents.status);
+  if (!Readable(contents.status)) return ExitCodeOf(contents.status);
   collector.AddRing(contents.snapshot.header);
   for (const std::uint32_t slot : contents.snapshot.RingOrder()) collector.Add(contents.snapshot.slots[slot]);
   return ExitCodeOf(contents.status);
@@ -258,22 +258,20 @@ int ShowStats(const StatsOptions& options) {
   StatsCollector collector(std::move(*selection), options.last);
   int exitCode = options.files.empty() ? CollectLive(options, collector) : kDone;
   for (const std::string& path : options.files) {
-    const int code = CollectFile(path, collector);
-    if (code != kDone && (exitCode == kDone || exitCode == kDamaged)) exitCode = code;
+    exitCode = WorseOf(exitCode, CollectFile(path, collector));
   }
-  if (exitCode != kDone && exitCode != kDamaged && collector.Messages() == 0) return exitCode;
+  if (!HasOutput(exitCode) && collector.Messages() == 0) return exitCode;
   if (collector.Damaged() > 0) {
     if (!options.quiet) {
       Say(std::to_string(collector.Damaged()) +
           (collector.Damaged() == 1 ? " message breaks" : " messages break") + " a rule of the format");
     }
-    if (exitCode == kDone) exitCode = kDamaged;
+    exitCode = WorseOf(exitCode, kDamaged);
   }
   collector.Finish();
   if (!WriteOut(options.json ? AsJson(collector, *shown) : AsText(options, collector, *shown)))
     return kOutputFailed;
-  if (exitCode != kDone) return exitCode;
-  return collector.Searches() && collector.Wanted().Count() == 0 ? kNothingMatched : kDone;
+  return collector.Searches() && collector.Wanted().Count() == 0 ? WorseOf(exitCode, kNegative) : exitCode;
 }
 
 }  // namespace TamLogCtl

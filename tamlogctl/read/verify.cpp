@@ -90,9 +90,7 @@ class Verify {
     const Status status = TamLogClient::ReadFileBytes(path, bytes);
     if (status != Status::Ok) {
       busy.reset();
-      Say(FileProblem(path, status));
-      Worsen(ExitCodeOf(status));
-      return;
+      return Worsen(Refuse(ExitCodeOf(status), FileProblem(path, status)));
     }
     Judge(path, bytes, false, busy);
   }
@@ -100,10 +98,7 @@ class Verify {
   void Live() {
     std::string bytes;
     const int code = ReadLiveImage(options.timeoutMs, bytes);
-    if (code != kDone) {
-      Worsen(code);
-      return;
-    }
+    if (code != kDone) return Worsen(code);
     auto busy = std::make_optional<Busy>("verifying");
     Judge("the running server's log", bytes, true, busy);
   }
@@ -112,14 +107,14 @@ class Verify {
 
  private:
   // A file that could not be looked at counts for more than one that is damaged.
-  void Worsen(int code) { exitCode = std::max(exitCode, code); }
+  void Worsen(int code) { exitCode = WorseOf(exitCode, code); }
 
   void Judge(const std::string& name, const std::string& bytes, bool live, std::optional<Busy>& busy) {
     constexpr std::size_t kListed = 20;
     const std::size_t most = options.all ? std::numeric_limits<std::size_t>::max() : kListed;
     const auto report = VerifyLogFile(TamLogClient::LogFileImage(bytes), {most, live});
     busy.reset();
-    if (report.Damage() > 0 || (options.strict && !report.Accepted())) Worsen(kNothingMatched);
+    if (report.Damage() > 0 || (options.strict && !report.Accepted())) Worsen(kNegative);
     if (options.quiet) return;
     if (!WriteOut(options.json ? JsonOf(name, report) : TextOf(name, report))) Worsen(kOutputFailed);
   }
