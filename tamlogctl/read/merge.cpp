@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <nlohmann/json.hpp>
 #include <string_view>
 
 #include "client/file/log_file_reader.h"
@@ -11,6 +10,7 @@
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
+#include "tamlogctl/base/json.h"
 #include "tamlogctl/base/progress.h"
 #include "tamlogctl/read/host_files.h"
 
@@ -47,9 +47,7 @@ void AppendLabelled(MessageFormatter& formatter, const LogMessage& message, cons
   }
   const std::size_t begin = out.size();
   formatter.Append(message, false, out);
-  out.insert(out.find('{', begin) + 1,
-             "\"host\":" +
-                 nlohmann::json(label).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + ",");
+  out.insert(out.find('{', begin) + 1, "\"host\":" + WriteJson(label) + ",");
 }
 
 struct Entry {

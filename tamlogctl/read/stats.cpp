@@ -1,17 +1,16 @@
 #include "tamlogctl/read/stats.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
-#include <nlohmann/json.hpp>
 
 #include "client/file/log_file_reader.h"
 #include "client/file/log_file_scan.h"
 #include "client/format/format_parts.h"
 #include "client/message/utf8.h"
+#include "tamlogctl/base/columns.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
+#include "tamlogctl/base/json.h"
 #include "tamlogctl/base/progress.h"
 #include "tamlogctl/select/time_arithmetic.h"
 
@@ -19,7 +18,6 @@ namespace TamLogCtl {
 
 namespace {
 
-using nlohmann::json;
 using TamLogClient::FormatOptions;
 using TamLogClient::LogMessageView;
 using TamLogClient::Status;
@@ -37,10 +35,10 @@ std::string TextOf(const TimeWords& words, char separator, std::size_t length = 
 constexpr std::size_t kUpToMinute = 16;  // of "2026-01-02 03:04:05.678"
 
 std::string Duration(double seconds) {
-  if (seconds < 120) return fmt::format("{:.1f} s", seconds);
-  if (seconds < 7200) return fmt::format("{:.1f} min", seconds / 60);
-  if (seconds < 172800) return fmt::format("{:.1f} h", seconds / 3600);
-  return fmt::format("{:.1f} days", seconds / 86400);
+  if (seconds < 120) return Fixed(seconds, 1) + " s";
+  if (seconds < 7200) return Fixed(seconds / 60, 1) + " min";
+  if (seconds < 172800) return Fixed(seconds / 3600, 1) + " h";
+  return Fixed(seconds / 86400, 1) + " days";
 }
 
 // Lines of a name, a count, its share and a bar.
@@ -60,7 +58,8 @@ class Table {
     for (const auto& [name, count] : rows) {
       const double share =
           100.0 * static_cast<double>(count) / static_cast<double>(std::max<std::uint64_t>(total, 1));
-      out += fmt::format("  {:<{}}  {:>9}  {:>5.1f} %", name, widest, count, share);
+      out += "  " + AlignedLeft(name, widest) + "  " + AlignedRight(std::to_string(count), 9) + "  " +
+             AlignedRight(Fixed(share, 1), 5) + " %";
       if (bars && largest > 0) out += "  " + std::string(BarLength(count), '#');
       out += '\n';
     }
@@ -93,14 +92,15 @@ std::pair<std::uint32_t, const char*> PeriodFor(const MessageStats& stats) {
 
 std::string RingText(const StatsCollector& collector) {
   const std::uint64_t capacity = collector.Capacity();
-  std::string text = fmt::format("ring         {} of {} slots", collector.Messages(), capacity);
+  std::string text =
+      "ring         " + std::to_string(collector.Messages()) + " of " + std::to_string(capacity) + " slots";
   if (!collector.Oldest()) return text + "\n";
   const double depth = SecondsBetween(*collector.Oldest(), *collector.Newest());
-  text += fmt::format(", {} deep ({} to {})\n", Duration(depth), TextOf(*collector.Oldest(), ' '),
-                      TextOf(*collector.Newest(), ' '));
+  text += ", " + Duration(depth) + " deep (" + TextOf(*collector.Oldest(), ' ') + " to " +
+          TextOf(*collector.Newest(), ' ') + ")\n";
   if (!collector.Full() && depth >= 1.0 && collector.Messages() > 1) {
     const double whole = depth / static_cast<double>(collector.Messages()) * static_cast<double>(capacity);
-    text += fmt::format("             about {} deep when it is full\n", Duration(whole));
+    text += "             about " + Duration(whole) + " deep when it is full\n";
   }
   return text;
 }
@@ -115,12 +115,12 @@ std::string AsText(const StatsOptions& options, const StatsCollector& collector,
   const MessageStats& stats = collector.Wanted();
   const bool bars = options.bars || StdoutIsTerminal();
   std::string out = RingText(collector);
-  out += fmt::format("messages     {}", stats.Count());
+  out += "messages     " + std::to_string(stats.Count());
   if (const auto rate = stats.PerMinute()) {
-    out += fmt::format(", {:.1f} a minute over {}", *rate, Duration(stats.SpanSeconds().value_or(0)));
+    out += ", " + Fixed(*rate, 1) + " a minute over " + Duration(stats.SpanSeconds().value_or(0));
   }
   out += '\n';
-  if (stats.Timeless() > 0) out += fmt::format("no real time {}\n", stats.Timeless());
+  if (stats.Timeless() > 0) out += "no real time " + std::to_string(stats.Timeless()) + "\n";
   Table sources(stats.Count(), bars);
   const auto list = stats.Sources();
   const std::size_t listed = options.top == 0 ? list.size() : std::min(options.top, list.size());
@@ -131,7 +131,7 @@ std::string AsText(const StatsOptions& options, const StatsCollector& collector,
     if (i < listed) sources.Add(name, list[i].count);
     if (i >= listed) others += list[i].count;
   }
-  if (others > 0) sources.Add(fmt::format("({} others)", list.size() - listed), others);
+  if (others > 0) sources.Add("(" + std::to_string(list.size() - listed) + " others)", others);
   sources.Append("by source", out);
   Table types(stats.Count(), bars);
   for (std::size_t type = 0; type <= kMessageTypes; ++type) {
@@ -148,55 +148,67 @@ std::string AsText(const StatsOptions& options, const StatsCollector& collector,
   return out;
 }
 
-json TimeOrNull(const std::optional<TimeWords>& words) {
-  return words ? json(TextOf(*words, 'T')) : json(nullptr);
+Json TimeOrNull(const std::optional<TimeWords>& words) {
+  return words ? Json(TextOf(*words, 'T')) : Json();
 }
 
-json AsJson(const MessageStats::Source& source, const FormatOptions& shown) {
+template <typename Counts>
+JsonArray ArrayOf(const Counts& counts) {
+  return JsonArray(counts.begin(), counts.end());
+}
+
+JsonObject ObjectOf(const MessageStats::Source& source, const FormatOptions& shown) {
   std::string name;
-  json object{{"count", source.count}, {"types", source.types}};
-  if (!TamLogClient::AppendAsUtf8(source.name, shown.encoding, name)) {
+  const bool readable = TamLogClient::AppendAsUtf8(source.name, shown.encoding, name);
+  JsonObject object{{"count", source.count}, {"source", std::move(name)}};
+  if (!readable) {
     std::string bytes;
     TamLogClient::AppendHex(source.name, bytes);
-    object["source_hex"] = bytes;
+    object.emplace_back("source_hex", std::move(bytes));
   }
-  object["source"] = name;
+  object.emplace_back("types", ArrayOf(source.types));
   return object;
 }
 
+JsonObject RingObject(const StatsCollector& collector) {
+  const auto& oldest = collector.Oldest();
+  return {{"capacity", collector.Capacity()},
+          {"depth_seconds", oldest ? Json(SecondsBetween(*oldest, *collector.Newest())) : Json()},
+          {"full", collector.Full()},
+          {"messages", collector.Messages()},
+          {"newest", TimeOrNull(collector.Newest())},
+          {"oldest", TimeOrNull(oldest)}};
+}
+
+JsonArray LabelArray(const FormatOptions& shown) {
+  JsonArray labels;
+  for (std::uint32_t type = 0; type < kMessageTypes; ++type) labels.emplace_back(LabelOf(shown, type));
+  return labels;
+}
+
+// Members are in order of their names.
 std::string AsJson(const StatsCollector& collector, const FormatOptions& shown) {
   const MessageStats& stats = collector.Wanted();
-  json whole;
-  const auto orNull = [](const std::optional<double>& value) { return value ? json(*value) : json(nullptr); };
-  whole["messages"] = stats.Count();
-  whole["oldest"] = TimeOrNull(stats.Oldest());
-  whole["newest"] = TimeOrNull(stats.Newest());
-  whole["span_seconds"] = orNull(stats.SpanSeconds());
-  whole["per_minute"] = orNull(stats.PerMinute());
-  whole["no_real_time"] = stats.Timeless();
-  whole["types"] = stats.Types();
-  if (shown.typeNames.Given()) {
-    whole["labels"] = json::array();
-    for (std::uint32_t type = 0; type < kMessageTypes; ++type)
-      whole["labels"].push_back(LabelOf(shown, type));
-  }
-  whole["sources"] = json::array();
-  for (const MessageStats::Source& source : stats.Sources()) {
-    whole["sources"].push_back(AsJson(source, shown));
-  }
-  whole["minutes"] = json::array();
+  JsonArray minutes;
   for (const MessageStats::Period& minute : stats.Periods(1)) {
-    whole["minutes"].push_back({{"minute", TextOf(minute.begin, 'T', kUpToMinute)}, {"count", minute.count}});
+    minutes.emplace_back(
+        JsonObject{{"count", minute.count}, {"minute", TextOf(minute.begin, 'T', kUpToMinute)}});
   }
-  json& ring = whole["ring"];
-  ring["messages"] = collector.Messages();
-  ring["capacity"] = collector.Capacity();
-  ring["full"] = collector.Full();
-  ring["oldest"] = TimeOrNull(collector.Oldest());
-  ring["newest"] = TimeOrNull(collector.Newest());
-  ring["depth_seconds"] =
-      collector.Oldest() ? json(SecondsBetween(*collector.Oldest(), *collector.Newest())) : json(nullptr);
-  return whole.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
+  JsonArray sources;
+  for (const MessageStats::Source& source : stats.Sources()) sources.emplace_back(ObjectOf(source, shown));
+  JsonObject whole;
+  if (shown.typeNames.Given()) whole.emplace_back("labels", LabelArray(shown));
+  whole.emplace_back("messages", stats.Count());
+  whole.emplace_back("minutes", std::move(minutes));
+  whole.emplace_back("newest", TimeOrNull(stats.Newest()));
+  whole.emplace_back("no_real_time", stats.Timeless());
+  whole.emplace_back("oldest", TimeOrNull(stats.Oldest()));
+  whole.emplace_back("per_minute", stats.PerMinute());
+  whole.emplace_back("ring", RingObject(collector));
+  whole.emplace_back("sources", std::move(sources));
+  whole.emplace_back("span_seconds", stats.SpanSeconds());
+  whole.emplace_back("types", ArrayOf(stats.Types()));
+  return WriteJson(whole) + "\n";
 }
 
 // A file that is as it should be is counted without holding its messages.

@@ -2,13 +2,13 @@
 
 #include <algorithm>
 #include <limits>
-#include <nlohmann/json.hpp>
 #include <optional>
 
 #include "client/file/log_file_verify.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
+#include "tamlogctl/base/json.h"
 #include "tamlogctl/base/live_image.h"
 #include "tamlogctl/base/progress.h"
 
@@ -53,31 +53,34 @@ std::string TextOf(const std::string& name, const VerifyReport& report) {
   return text;
 }
 
+JsonObject ObjectOf(const FileFinding& finding) {
+  JsonObject json{{"rule", RuleName(finding.rule)}, {"kind", IsRemark(finding.rule) ? "remark" : "damage"}};
+  if (finding.slot) json.emplace_back("slot", *finding.slot);
+  json.emplace_back("offset", finding.offset);
+  json.emplace_back("seen", finding.seen);
+  json.emplace_back("allowed", finding.allowed);
+  return json;
+}
+
 std::string JsonOf(const std::string& name, const VerifyReport& report) {
-  nlohmann::ordered_json json{{"file", name},
-                              {"damaged", report.Damage() > 0},
-                              {"accepted", report.Accepted()},
-                              {"damage", report.Damage()},
-                              {"remarks", report.Remarks()},
-                              {"messages", report.header.messageCount},
-                              {"capacity", report.header.maxMessages},
-                              {"slots", report.slotsThere},
-                              {"bytes", report.size},
-                              {"counts", nlohmann::ordered_json::object()},
-                              {"findings", nlohmann::ordered_json::array()}};
+  JsonObject counts;
   for (std::size_t i = 0; i < TamLogClient::kFileRules; ++i) {
-    if (report.count[i] > 0) json["counts"][RuleName(static_cast<FileRule>(i))] = report.count[i];
+    if (report.count[i] > 0) counts.emplace_back(RuleName(static_cast<FileRule>(i)), report.count[i]);
   }
-  for (const FileFinding& finding : report.findings) {
-    nlohmann::ordered_json entry{{"rule", RuleName(finding.rule)},
-                                 {"kind", IsRemark(finding.rule) ? "remark" : "damage"}};
-    if (finding.slot) entry["slot"] = *finding.slot;
-    entry["offset"] = finding.offset;
-    entry["seen"] = finding.seen;
-    entry["allowed"] = finding.allowed;
-    json["findings"].push_back(std::move(entry));
-  }
-  return json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+  JsonArray findings;
+  for (const FileFinding& finding : report.findings) findings.emplace_back(ObjectOf(finding));
+  const JsonObject json{{"file", name},
+                        {"damaged", report.Damage() > 0},
+                        {"accepted", report.Accepted()},
+                        {"damage", report.Damage()},
+                        {"remarks", report.Remarks()},
+                        {"messages", report.header.messageCount},
+                        {"capacity", report.header.maxMessages},
+                        {"slots", report.slotsThere},
+                        {"bytes", report.size},
+                        {"counts", std::move(counts)},
+                        {"findings", std::move(findings)}};
+  return WriteJson(json) + "\n";
 }
 
 class Verify {
