@@ -17,8 +17,8 @@ using TamLogClient::PathOf;
 
 constexpr const char* kNone = "none";
 
-bool Refuse(const std::string& path, const std::string& what) {
-  Say("--cursor-file '" + path + "': " + what);
+bool Refuse(const std::string& path, const std::string& problem) {
+  Say("--cursor-file '" + path + "': " + problem);
   return false;
 }
 
@@ -30,7 +30,7 @@ bool ReadCursorFile(const std::string& path, CursorFile& to) {
   if (!fs::exists(PathOf(path), error) && !error) return true;
   std::ifstream file(PathOf(path), std::ios::binary);
   std::string line;
-  if (fs::is_directory(PathOf(path), error) || !file) return Refuse(path, "the file cannot be read");
+  if (fs::is_directory(PathOf(path), error) || !file) return Refuse(path, "cannot be read");
   std::getline(file, line);
   if (!line.empty() && line.back() == '\r') line.pop_back();
   to.cursor = TamLogClient::ParseCursor(line);
@@ -40,7 +40,7 @@ bool ReadCursorFile(const std::string& path, CursorFile& to) {
   if (!memory.empty()) to.memory = TamLogClient::ParseMemory(memory);
   const bool nothing = line == kNone;
   if ((!to.cursor && !nothing) || (to.memory.has_value() == memory.empty())) {
-    return Refuse(path, "this is no cursor file; remove it to begin with the oldest message");
+    return Refuse(path, "is not a cursor file; remove it to begin with the oldest message");
   }
   return true;
 }
@@ -59,7 +59,7 @@ bool WriteCursorFile(const std::string& path, const TamLogClient::LogSnapshot& s
   if (file && !error) return true;
   std::error_code ignored;
   fs::remove(PathOf(fresh), ignored);
-  return Refuse(path, "the file cannot be written; what was printed will be printed again");
+  return Refuse(path, "cannot be written; the next run will print the same messages again");
 }
 
 }  // namespace TamLogCtl

@@ -2,14 +2,13 @@
 
 #include <algorithm>
 
-#include "client/file/log_file_image.h"
 #include "client/file/log_file_writer.h"
 #include "client/message/log_message_view.h"
 #include "tamlogctl/base/console.h"
+#include "tamlogctl/base/counted.h"
 #include "tamlogctl/base/exit_code.h"
-#include "tamlogctl/base/file_problem.h"
-#include "tamlogctl/base/live_image.h"
 #include "tamlogctl/base/progress.h"
+#include "tamlogctl/read/log_input.h"
 #include "tamlogctl/read/output_file.h"
 #include "tamlogctl/read/reading_position.h"
 #include "tamlogctl/select/message_choice.h"
@@ -20,7 +19,6 @@ namespace {
 
 using TamLogClient::AtomicFile;
 using TamLogClient::LogMessageView;
-using TamLogClient::LogSnapshot;
 using TamLogClient::MessageFormatter;
 using TamLogClient::Status;
 
@@ -33,59 +31,31 @@ class Export {
  private:
   int Read(ReadingPosition& position);
   void Choose(const MessageSelection& selection);
-  void Take(const std::string& name, const std::string& bytes);
   int WriteText(MessageFormatter& formatter);
   int WriteLog();
 
   const ExportOptions& options;
-  std::vector<LogSnapshot> logs;
-  std::vector<const LogMessage*> messages;  // those that are written, oldest first
-  std::vector<std::size_t> places;          // of each among all
+  std::vector<LogInput> logs;
+  std::vector<const LogMessage*> messages;  // to write, oldest first
+  std::vector<std::size_t> places;          // their indices among all messages
   std::size_t matched = 0;
   std::uint32_t capacity = 1;
   int exitCode = kDone;
 };
 
-void Export::Take(const std::string& name, const std::string& bytes) {
-  const TamLogClient::LogFileImage image(bytes);
-  LogSnapshot& log = logs.emplace_back();
-  log.header = image.Header();
-  log.slots.reserve(image.SlotsThere());
-  for (std::uint64_t slot = 0; slot < image.SlotsThere(); ++slot) log.slots.push_back(image.Slot(slot));
-  capacity = std::max(capacity, static_cast<std::uint32_t>(log.slots.size()));
-  if (!log.HeaderIsSound()) {
-    Say(name + ": is damaged; see: tamlogctl verify");
-    exitCode = kDamaged;
-  }
-}
-
+// Unless every file can be read nothing is written: the target would be mistaken for complete.
 int Export::Read(ReadingPosition& position) {
   logs.reserve(std::max<std::size_t>(1, options.files.size()));
-  std::string bytes;
-  for (const std::string& file : options.files) {
-    const Status status = TamLogClient::ReadFileBytes(file, bytes);
-    if (status != Status::Ok) return Refuse(ExitCodeOf(status), FileProblem(file, status));
-    Take(file, bytes);
+  if (options.files.empty()) logs.push_back(ReadLiveInput(options.timeoutMs, options.quiet));
+  for (const std::string& file : options.files) logs.push_back(ReadFileInput(file, options.quiet));
+  exitCode = WorstOf(logs);
+  if (!HasOutput(exitCode)) return exitCode;
+  for (const LogInput& log : logs) {
+    const auto found = position.Beyond(log.snapshot);
+    messages.insert(messages.end(), found.begin(), found.end());
+    capacity = std::max(capacity, static_cast<std::uint32_t>(log.snapshot.slots.size()));
   }
-  if (options.files.empty()) {
-    if (const int code = ReadLiveImage(options.timeoutMs, bytes); code != kDone) return code;
-    Take("the running server's log", bytes);
-  }
-  for (const LogSnapshot& log : logs) {
-    const auto order = OrderMessages(log);
-    if (order.damaged > 0) exitCode = kDamaged;
-    // What a log file leaves out is told at the end.
-    if (order.damaged > 0 && !options.quiet && !options.asLog) {
-      SayDamaged(options.files.empty() ? "the running server's log"
-                                       : options.files[static_cast<std::size_t>(&log - logs.data())],
-                 order.damaged);
-    }
-    const auto slots = logs.size() == 1 ? position.Beyond(log) : order.oldestFirst;
-    for (const std::uint32_t slot : slots) messages.push_back(&log.slots[slot]);
-  }
-  std::stable_sort(messages.begin(), messages.end(), [](const LogMessage* left, const LogMessage* right) {
-    return TimeKey(left->body) < TimeKey(right->body);
-  });
+  SortByTime(messages);
   return kDone;
 }
 
@@ -104,7 +74,7 @@ int Export::WriteText(MessageFormatter& formatter) {
   Progress progress("exporting messages", messages.size());
   std::string pending;
   const bool gaps = (options.before > 0 || options.after > 0) && IsTextFormat(options);
-  if (logs.size() == 1) formatter.SetLog(logs.front().header);
+  if (logs.size() == 1) formatter.SetLog(logs.front().snapshot.header);
   formatter.AppendHead(pending);
   for (std::size_t i = 0; status == Status::Ok && i < messages.size(); ++i) {
     progress.Show(i);
@@ -121,7 +91,7 @@ int Export::WriteText(MessageFormatter& formatter) {
   return status == Status::Ok ? kDone : ExplainUnwritten(options.target, status);
 }
 
-// Messages that break a rule cannot go into a log file: one of them costs a server the whole file.
+// Messages that break a rule of the format are left out: a server empties a log file that contains one.
 int Export::WriteLog() {
   std::erase_if(messages, [](const LogMessage* message) { return LogMessageView(*message).Damaged(); });
   const auto most = std::max(capacity, static_cast<std::uint32_t>(messages.size()));
@@ -142,15 +112,16 @@ int Export::Run() {
   if (const int code = Read(*position); code != kDone) return code;
   Choose(*selection);
   const std::size_t chosen = messages.size();
-  DeferInterrupts();  // so that no half of a file is left
+  DeferInterrupts();  // so that no part of a file is left
   const int code = options.asLog ? WriteLog() : WriteText(*formatter);
   if (code != kDone) return code;
-  if (!options.quiet) Say(options.target + ": " + std::to_string(messages.size()) + " messages");
+  if (!options.quiet) Say(options.target + ": " + Counted(messages.size(), "message"));
   if (messages.size() < chosen)
-    Say(std::to_string(chosen - messages.size()) + " messages break a rule of the format and were left out");
+    Say(options.target + ": without " + Counted(chosen - messages.size(), "message") +
+        " that would make a server empty the file");
   if (logs.size() == 1) {
-    position->ShowCursor(logs.front());
-    if (!position->Keep(logs.front())) return kOutputFailed;
+    position->ShowCursor(logs.front().snapshot);
+    if (!position->Keep(logs.front().snapshot)) return kOutputFailed;
   }
   return matched == 0 && !selection->Empty() ? WorseOf(exitCode, kNegative) : exitCode;
 }

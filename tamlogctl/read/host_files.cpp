@@ -12,15 +12,19 @@ namespace {
 
 using std::chrono::milliseconds;
 
+bool SayMalformed(const std::string& option, const std::string& text) {
+  Say(option + " '" + text + "': expected " +
+      (option == "--label" ? "HOST=FILE" : "HOST=+1h (ms, s, m, h, d, w)"));
+  return false;
+}
+
 std::optional<std::pair<std::string, std::string>> SplitAtEquals(const std::string& option,
                                                                  const std::string& text) {
   const std::size_t at = text.find('=');
-  if (at == std::string::npos || at == 0 || at + 1 == text.size()) {
-    Say(option + " '" + text + "': expected " +
-        (option == "--label" ? "HOST=FILE" : "HOST=+1h (ms, s, m, h, d, w)"));
-    return std::nullopt;
-  }
-  return std::pair(text.substr(0, at), text.substr(at + 1));
+  if (at != std::string::npos && at > 0 && at + 1 < text.size())
+    return std::pair(text.substr(0, at), text.substr(at + 1));
+  SayMalformed(option, text);
+  return std::nullopt;
 }
 
 // "+1h", "-90s", "250ms": a duration with a sign, which may be missing.
@@ -29,6 +33,22 @@ std::optional<milliseconds> ParseOffset(std::string_view text) {
   if (back || text.starts_with('+')) text.remove_prefix(1);
   const auto duration = ParseDuration(text);
   return duration && back ? -*duration : duration;
+}
+
+// Sets the offset of the files of one machine: HOST=+1h.
+bool ApplyOffset(const std::string& text, std::vector<HostFile>& files) {
+  const auto pair = SplitAtEquals("--offset", text);
+  if (!pair) return false;
+  const auto offset = ParseOffset(pair->second);
+  if (!offset) return SayMalformed("--offset", text);
+  bool known = false;
+  for (HostFile& file : files) {
+    if (file.host != pair->first) continue;
+    file.offset = *offset;
+    known = true;
+  }
+  if (!known) Say("--offset '" + text + "': there is no --label " + pair->first + "=FILE");
+  return known;
 }
 
 }  // namespace
@@ -44,24 +64,8 @@ std::optional<std::vector<HostFile>> MakeHostFiles(const std::vector<std::string
     if (!pair) return std::nullopt;
     all.push_back({std::move(pair->first), std::move(pair->second), {}});
   }
-  for (const std::string& text : offsets) {
-    const auto pair = SplitAtEquals("--offset", text);
-    if (!pair) return std::nullopt;
-    const auto offset = ParseOffset(pair->second);
-    if (!offset) {
-      Say("--offset '" + text + "': expected HOST=+1h (ms, s, m, h, d, w)");
-      return std::nullopt;
-    }
-    bool known = false;
-    for (HostFile& file : all) {
-      if (file.host != pair->first) continue;
-      file.offset = *offset;
-      known = true;
-    }
-    if (!known) {
-      Say("--offset '" + text + "': there is no --label " + pair->first + "=FILE");
-      return std::nullopt;
-    }
+  for (const std::string& offset : offsets) {
+    if (!ApplyOffset(offset, all)) return std::nullopt;
   }
   return all;
 }

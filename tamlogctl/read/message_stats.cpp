@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::int64_t kMinuteMs = 60000;
 
-// The minute since 1970 of a real time.
+// Returns the minutes from 1970 to a real time.
 std::int64_t MinuteOf(const TimeWords& words) {
   const std::chrono::milliseconds since(TamLogClient::MillisecondsSince1970(words, 0));
   return std::chrono::floor<std::chrono::minutes>(since).count();
@@ -38,7 +38,7 @@ void MessageStats::Add(const LogMessageView& message) {
     return;
   }
   ++minutes[MinuteOf(words)];
-  // Words of real times compare as times do.
+  // The words of real times compare like the times.
   if (!oldest || words < *oldest) oldest = words;
   if (!newest || words > *newest) newest = words;
 }

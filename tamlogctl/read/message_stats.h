@@ -1,8 +1,6 @@
 #pragma once
 
-// Counts messages by source, type and minute.
-//
-// Belongs to one thread.
+// Counts messages by source, type and minute. One thread at a time may use an object.
 
 #include <array>
 #include <cstddef>
@@ -20,7 +18,7 @@ namespace TamLogCtl {
 
 class MessageStats {
  public:
-  // By type, the last for types that do not exist.
+  // By type; the last element counts unknown types.
   using TypeCounts = std::array<std::uint64_t, kMessageTypes + 1>;
 
   struct Source {
@@ -39,22 +37,23 @@ class MessageStats {
   std::uint64_t Count() const { return count; }
   const TypeCounts& Types() const { return types; }
 
-  // Messages whose time is no time of the calendar: they are in no minute and neither oldest nor newest.
+  // Messages whose time is not real (IsRealTime): they belong to no minute and are neither oldest nor newest.
   std::uint64_t Timeless() const { return timeless; }
 
-  // Most messages first; equal counts by name.
+  // Returns the sources with most messages first, equal counts by name.
   std::vector<Source> Sources() const;
 
-  // Periods of `length` minutes that hold messages, oldest first. It has to divide a day.
+  // Returns the periods of `length` minutes that contain messages, oldest first. `length` has to divide a
+  // day.
   std::vector<Period> Periods(std::uint32_t length) const;
 
   const std::optional<TamLogClient::TimeWords>& Oldest() const { return oldest; }
   const std::optional<TamLogClient::TimeWords>& Newest() const { return newest; }
 
-  // From the oldest message to the newest.
+  // The time from the oldest message to the newest; nothing without messages.
   std::optional<double> SpanSeconds() const;
 
-  // Messages a minute over that span; nothing when it is shorter than a second.
+  // Messages per minute over that span; nothing if it is shorter than a second.
   std::optional<double> PerMinute() const;
 
  private:

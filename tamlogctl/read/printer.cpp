@@ -10,8 +10,8 @@ namespace TamLogCtl {
 
 namespace {
 
-// Marks are for eyes: where colours are.
-bool MarksAreSeen(Color color) {
+// Highlights appear wherever colours do.
+bool ColorsAreShown(Color color) {
   return color == Color::Always ||
          (color == Color::Auto && StdoutIsTerminal() && !EnvironmentHas("NO_COLOR"));
 }
@@ -27,7 +27,7 @@ std::optional<Printer> Printer::Make(const ShowOptions& options) {
   for (const std::string& text : options.highlights) {
     auto pattern = MakePattern("--highlight", text, options.selection);
     if (!pattern) return std::nullopt;
-    if (IsTextFormat(options) && MarksAreSeen(options.color))
+    if (IsTextFormat(options) && ColorsAreShown(options.color))
       printer.highlights.push_back(std::move(*pattern));
   }
   return printer;
@@ -101,6 +101,12 @@ bool Printer::Finish() {
     formatter.AppendTail(pending);
   }
   return Flush();
+}
+
+bool Printer::Finish(Pager& pager) {
+  const bool written = Finish();
+  const bool paged = pager.Active();
+  return pager.End() && (written || paged);
 }
 
 bool Printer::Flush() {

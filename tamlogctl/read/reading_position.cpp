@@ -13,21 +13,27 @@ std::optional<ReadingPosition> ReadingPosition::Make(const ReadingOptions& optio
   if (!options.afterCursor.empty()) {
     position.start.cursor = TamLogClient::ParseCursor(options.afterCursor);
     if (!position.start.cursor) {
-      Say("--after-cursor '" + options.afterCursor + "': this is no cursor; --show-cursor prints one");
+      Say("--after-cursor '" + options.afterCursor + "': is not a cursor; --show-cursor prints one");
       return std::nullopt;
     }
   }
   return position;
 }
 
-std::vector<std::uint32_t> ReadingPosition::Beyond(const LogSnapshot& snapshot) {
+std::vector<const LogMessage*> ReadingPosition::Beyond(const LogSnapshot& snapshot) {
+  std::vector<const LogMessage*> messages;
+  for (const std::uint32_t slot : SlotsBeyond(snapshot)) messages.push_back(&snapshot.slots[slot]);
+  return messages;
+}
+
+std::vector<std::uint32_t> ReadingPosition::SlotsBeyond(const LogSnapshot& snapshot) {
   std::vector<std::uint32_t> slots = OrderMessages(snapshot).oldestFirst;
-  const EventTeller teller = options->Teller();
+  const EventReporter reporter = options->Reporter();
   if (start.memory) {
     follower.Resume(*start.memory);
     const FollowStep step = follower.Next(snapshot, true);
-    if (step.cleared) teller.Cleared();
-    if (step.loss.Any()) teller.Lost(step.loss);
+    if (step.cleared) reporter.ReportCleared();
+    if (step.loss.Any()) reporter.ReportLost(step.loss);
     slots.clear();
     for (const auto& message : step.messages) slots.push_back(message.slot);
     return slots;
@@ -35,8 +41,8 @@ std::vector<std::uint32_t> ReadingPosition::Beyond(const LogSnapshot& snapshot) 
   follower.Start(snapshot);
   if (!start.cursor) return slots;
   const auto place = FindCursor(snapshot, slots, *start.cursor);
-  if (!place.found) teller.CursorGone();
-  if (place.writtenBefore) teller.LateSkipped();
+  if (!place.found) reporter.ReportCursorGone();
+  if (place.writtenBefore) reporter.ReportLateSkipped();
   slots.erase(slots.begin(), slots.begin() + static_cast<std::ptrdiff_t>(place.next));
   return slots;
 }
@@ -49,7 +55,7 @@ void ReadingPosition::ShowCursor(const LogSnapshot& snapshot) const {
   if (!options->showCursor) return;
   const auto order = OrderMessages(snapshot).oldestFirst;
   if (!order.empty()) {
-    options->Teller().CursorIs(FormatCursor(CursorOf(snapshot, order, order.size() - 1)));
+    options->Reporter().ReportCursor(FormatCursor(CursorOf(snapshot, order, order.size() - 1)));
   }
 }
 

@@ -1,17 +1,15 @@
 #include "tamlogctl/read/stats.h"
 
 #include <algorithm>
+#include <numeric>
 
-#include "client/file/log_file_reader.h"
-#include "client/file/log_file_scan.h"
 #include "client/format/format_parts.h"
 #include "client/message/utf8.h"
 #include "tamlogctl/base/columns.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
-#include "tamlogctl/base/file_problem.h"
 #include "tamlogctl/base/json.h"
-#include "tamlogctl/base/progress.h"
+#include "tamlogctl/read/log_input.h"
 #include "tamlogctl/select/time_arithmetic.h"
 
 namespace TamLogCtl {
@@ -20,7 +18,6 @@ namespace {
 
 using TamLogClient::FormatOptions;
 using TamLogClient::LogMessageView;
-using TamLogClient::Status;
 using TamLogClient::TimeWords;
 
 constexpr std::size_t kBarWidth = 30;
@@ -41,7 +38,7 @@ std::string Duration(double seconds) {
   return Fixed(seconds / 86400, 1) + " days";
 }
 
-// Lines of a name, a count, its share and a bar.
+// Lines with a name, a count, its share and a bar.
 class Table {
  public:
   Table(std::uint64_t whole, bool withBars) : total(whole), bars(withBars) {}
@@ -78,7 +75,7 @@ class Table {
   bool bars;
 };
 
-// The shortest length that keeps the list readable.
+// Returns the shortest period, in minutes, for which the list stays readable, and the title of the list.
 std::pair<std::uint32_t, const char*> PeriodFor(const MessageStats& stats) {
   constexpr std::uint32_t kTen = 10;
   constexpr std::uint32_t kHour = 60;
@@ -211,28 +208,31 @@ std::string AsJson(const StatsCollector& collector, const FormatOptions& shown) 
   return WriteJson(whole) + "\n";
 }
 
-// A file that is as it should be is counted without holding its messages.
-int CollectFile(const std::string& path, StatsCollector& collector) {
-  const Busy busy("counting " + path);
-  TamLogClient::LogFileScan scan;
-  StatsCollector before = collector;
-  if (scan.Open(path)) {
-    collector.AddRing(scan.Header());
-    const auto add = [&collector](const LogMessage& message) {
-      collector.Add(message);
-      return true;
-    };
-    if (scan.ForEach(add)) return kDone;
-    collector = std::move(before);
+void Collect(const LogInput& input, StatsCollector& collector) {
+  if (!HasOutput(input.exitCode)) return;
+  collector.AddRing(input.snapshot.header);
+  for (const std::uint32_t slot : input.snapshot.RingOrder()) collector.Add(input.snapshot.slots[slot]);
+}
+
+// A file without defects is counted without holding its messages.
+int CollectFile(const std::string& path, bool quiet, StatsCollector& collector) {
+  StatsCollector trial = collector;  // a scan that fails may have counted some messages by then
+  const auto scanned =
+      ScanFileInput(path, quiet, [&trial](const LogMessage& message) { trial.Add(message); });
+  if (scanned) {
+    trial.AddRing(scanned->header);
+    collector = std::move(trial);
+    return scanned->exitCode;
   }
-  const auto contents = TamLogClient::ReadLogFile(path);
-  if (contents.status != Status::Ok) {
-    Say(FileProblem(path, contents.status, contents.remark));
-  }
-  if (!Readable(contents.status)) return ExitCodeOf(contents.status);
-  collector.AddRing(contents.snapshot.header);
-  for (const std::uint32_t slot : contents.snapshot.RingOrder()) collector.Add(contents.snapshot.slots[slot]);
-  return ExitCodeOf(contents.status);
+  const LogInput input = ReadFileInput(path, quiet);
+  Collect(input, collector);
+  return input.exitCode;
+}
+
+int CollectLive(const StatsOptions& options, StatsCollector& collector) {
+  const LogInput input = ReadLiveInput(options.timeoutMs, options.quiet);
+  Collect(input, collector);
+  return input.exitCode;
 }
 
 }  // namespace
@@ -245,7 +245,6 @@ void StatsCollector::AddRing(const LogFileHeader& header) {
 void StatsCollector::Add(const LogMessage& message) {
   const LogMessageView view(message);
   ++messages;
-  if (view.Damaged()) ++damaged;
   const TimeWords words = TamLogClient::WordsOf(view.Body());
   if (TamLogClient::IsRealTime(words)) {
     if (!oldest || words < *oldest) oldest = words;
@@ -268,18 +267,11 @@ int ShowStats(const StatsOptions& options) {
   const auto shown = MakeFormatOptions(options.output);
   if (!shown) return kUsage;
   StatsCollector collector(std::move(*selection), options.last);
-  int exitCode = options.files.empty() ? CollectLive(options, collector) : kDone;
-  for (const std::string& path : options.files) {
-    exitCode = WorseOf(exitCode, CollectFile(path, collector));
-  }
-  if (!HasOutput(exitCode) && collector.Messages() == 0) return exitCode;
-  if (collector.Damaged() > 0) {
-    if (!options.quiet) {
-      Say(std::to_string(collector.Damaged()) +
-          (collector.Damaged() == 1 ? " message breaks" : " messages break") + " a rule of the format");
-    }
-    exitCode = WorseOf(exitCode, kDamaged);
-  }
+  std::vector<int> codes;
+  if (options.files.empty()) codes.push_back(CollectLive(options, collector));
+  for (const std::string& path : options.files) codes.push_back(CollectFile(path, options.quiet, collector));
+  const int exitCode = std::accumulate(codes.begin(), codes.end(), kDone, WorseOf);
+  if (std::none_of(codes.begin(), codes.end(), HasOutput)) return exitCode;
   collector.Finish();
   if (!WriteOut(options.json ? AsJson(collector, *shown) : AsText(options, collector, *shown)))
     return kOutputFailed;
