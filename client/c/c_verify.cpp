@@ -134,8 +134,8 @@ bool TakeOptions(const tamlog_repair_options* given, tamlog_repair_options& opti
 
 tamlog_status CodeOfWriting(Status status) {
   if (status == Status::Ok) return TAMLOG_OK;
-  // The messages pass the rules and fit: it can only be the name.
-  return status == Status::BadValue ? TAMLOG_EXISTS : TAMLOG_OUTPUT_FAILED;
+  const bool nameIsTaken = status == Status::Exists || status == Status::NotAFile;
+  return nameIsTaken ? TAMLOG_EXISTS : TAMLOG_OUTPUT_FAILED;
 }
 
 tamlog_status Repair(const std::string& path, const std::string& output, const tamlog_repair_options& options,

@@ -1,7 +1,6 @@
 #include "client/file/log_file_image.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -78,10 +77,8 @@ Status ReadFileBytes(const std::string& path, std::string& bytes) {
   bytes.clear();
   const std::filesystem::path name = PathOf(path);
   std::error_code error;
-  if (std::filesystem::is_directory(name, error)) return Status::NotFound;
-  errno = 0;
-  std::ifstream file(name, std::ios::binary);
-  if (!file) return StatusOfErrno(errno);
+  std::ifstream file;
+  if (const Status status = OpenForReading(path, file); status != Status::Ok) return status;
   if (std::filesystem::is_fifo(name, error)) {
     constexpr std::size_t kChunk = std::size_t{1} << 20U;
     while (file) {  // a pipe has no size before its end

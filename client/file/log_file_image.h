@@ -57,8 +57,8 @@ std::size_t FallingStretch(const std::vector<std::uint64_t>& keys);
 // The bytes that a file with this content has; the lock names are zeros.
 std::string ImageOf(const LogSnapshot& snapshot);
 
-// Reads the whole file at `path` (UTF-8) with ordinary reads, so that a file that shrinks meanwhile gives
-// what is left. `bytes` is empty unless the result is Ok. A directory is NotFound.
+// Reads the whole file at `path` (UTF-8) with ordinary reads, so that of a file that shrinks meanwhile what
+// is left is returned. NotFound, NotAFile (a directory), AccessDenied and SystemError leave `bytes` empty.
 Status ReadFileBytes(const std::string& path, std::string& bytes);
 
 // Whether two paths (UTF-8) name one file, links included. A file that does not exist is like its own name

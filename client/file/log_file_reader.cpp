@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
@@ -61,17 +60,9 @@ void Judge(LogFileContents& contents, std::uint64_t bytes) {
 
 LogFileContents ReadLogFile(const std::string& path) {
   LogFileContents contents;
-  std::error_code error;
-  if (fs::is_directory(PathOf(path), error)) {
-    contents.status = Status::NotFound;
-    return contents;
-  }
-  errno = 0;
-  std::ifstream file(PathOf(path), std::ios::binary);
-  if (!file) {
-    contents.status = StatusOfErrno(errno);
-    return contents;
-  }
+  std::ifstream file;
+  contents.status = OpenForReading(path, file);
+  if (contents.status != Status::Ok) return contents;
   std::array<char, kSlotsOffset> head{};
   file.read(head.data(), static_cast<std::streamsize>(head.size()));
   if (static_cast<std::size_t>(file.gcount()) < head.size()) {
@@ -81,6 +72,7 @@ LogFileContents ReadLogFile(const std::string& path) {
   }
   std::memcpy(&contents.snapshot.header, head.data(), sizeof(LogFileHeader));
   std::vector<LogMessage>& slots = contents.snapshot.slots;
+  std::error_code error;
   if (fs::is_fifo(PathOf(path), error)) {
     // A pipe has no size before its end.
     Judge(contents, kSlotsOffset + ReadSlots(file, std::numeric_limits<std::uint64_t>::max(), slots));

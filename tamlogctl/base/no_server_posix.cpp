@@ -7,7 +7,8 @@
 namespace TamLogCtl {
 
 int NoServerHere() {
-  Say(StatusText(TamLogClient::Status::NotSupported));
+  Say(std::string(StatusText(TamLogClient::Status::NotSupported)) +
+      "; show, stats and export read a copied log with --file");
   return ExitCodeOf(TamLogClient::Status::NotSupported);
 }
 

@@ -111,7 +111,7 @@ int Export::WriteText(MessageFormatter& formatter) {
   formatter.AppendHead(pending);
   for (std::size_t i = 0; status == Status::Ok && i < messages.size(); ++i) {
     progress.Show(i);
-    if (Interrupted()) return ExplainUnwritten(options.target, Status::SystemError);
+    if (Interrupted()) return ExplainTarget(options.target, Status::Interrupted);
     if (gaps && i > 0 && places[i] > places[i - 1] + 1) pending += "--\n";
     formatter.Append(*messages[i], false, pending);
     if (pending.size() < kWriteSize) continue;
@@ -121,7 +121,7 @@ int Export::WriteText(MessageFormatter& formatter) {
   formatter.AppendTail(pending);
   if (status == Status::Ok && !file.Write(pending)) status = Status::SystemError;
   if (status == Status::Ok) status = file.Commit();
-  return status == Status::Ok ? kDone : ExplainUnwritten(options.target, status);
+  return status == Status::Ok ? kDone : ExplainTarget(options.target, status);
 }
 
 // Messages that break a rule cannot go into a log file: one of them costs a server the whole file.
@@ -142,7 +142,7 @@ int Export::WriteLog() {
   };
   const Status status =
       TamLogClient::WriteLogFile(options.target, messages.size(), give, slots, options.force, goOn);
-  return status == Status::Ok ? kDone : ExplainUnwritten(options.target, status);
+  return status == Status::Ok ? kDone : ExplainTarget(options.target, status);
 }
 
 int Export::Run() {
@@ -170,22 +170,8 @@ int Export::Run() {
 }  // namespace
 
 int ExplainTarget(const std::string& target, Status status) {
-  if (status == Status::BadValue && IsNoFile(target)) {
-    Say(target + ": is no file that could be replaced; give another name");
-    return kUsage;
-  }
-  if (status == Status::BadValue) {
-    Say(target + ": is there already; give another name, or --force to replace it");
-    return kUsage;
-  }
-  Say(target + ": cannot be written: " + StatusText(status));
-  return status == Status::AccessDenied ? kAccessDenied : kOutputFailed;
-}
-
-int ExplainUnwritten(const std::string& target, Status status) {
-  if (!Interrupted()) return ExplainTarget(target, status);
-  Say(target + ": interrupted; nothing was written");
-  return kInterrupted;
+  Say(TargetProblem(target, status) + (status == Status::Exists ? ", or --force to replace it" : ""));
+  return TargetExitCode(status);
 }
 
 int ExportMessages(const ExportOptions& options) {

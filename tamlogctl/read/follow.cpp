@@ -15,10 +15,6 @@ using TamLogClient::LogSnapshot;
 using TamLogClient::LogStream;
 using TamLogClient::Status;
 
-bool Readable(Status status) {
-  return status == Status::Ok || status == Status::Damaged;
-}
-
 class Follower {
  public:
   Follower(const ShowOptions& chosen, FollowTarget& to, ReadingPosition& from)

@@ -85,11 +85,7 @@ class ExportTarget : public FollowTarget {
 bool ExportTarget::Fail(Status status) {
   if (failure != Status::Ok) return false;
   failure = status;
-  if (status == Status::BadValue) {
-    Say(options.target + ": is not a file of its own that could be put aside; give another name");
-  } else {
-    ExplainTarget(options.target, status);
-  }
+  ExplainTarget(options.target, status);
   return false;
 }
 
@@ -142,9 +138,7 @@ ShowOptions FollowingOf(const ExportOptions& options) {
 // Something that an earlier run, which is not known, or somebody else has written.
 bool HoldsSomething(const std::string& target) {
   std::error_code error;
-  const std::filesystem::path path = TamLogClient::PathOf(target);
-  if (std::filesystem::is_directory(path, error)) return true;
-  const auto bytes = std::filesystem::file_size(path, error);
+  const auto bytes = std::filesystem::file_size(TamLogClient::PathOf(target), error);
   return !error && bytes > 0;
 }
 
@@ -159,14 +153,14 @@ int FollowExport(const ExportOptions& options) {
   const bool goesOn = position->IsGiven();
   if (!goesOn && !options.force && HoldsSomething(options.target)) {
     Say(options.target +
-        ": is there already; give the --cursor-file of the run that wrote it, another name, or --force to "
+        ": already exists; give the --cursor-file of the run that wrote it, another name, or --force to "
         "replace it");
     return kUsage;
   }
   DeferInterrupts();
   ExportTarget target(options, std::move(*formatter), std::move(*selection), goesOn);
   const int code = Follow(follow, target, *position);
-  const bool outside = target.Failure() == Status::AccessDenied || target.Failure() == Status::BadValue;
+  const bool outside = target.Failure() == Status::AccessDenied || target.Failure() == Status::NotAFile;
   return outside ? ExitCodeOf(target.Failure()) : code;
 }
 

@@ -89,7 +89,7 @@ void Merge::Read(std::size_t index) {
     const int code = ExitCodeOf(log.status);
     if (exitCode == kDone || exitCode == kDamaged) exitCode = code;
   }
-  someRead = someRead || log.status == Status::Ok || log.status == Status::Damaged;
+  someRead = someRead || Readable(log.status);
   const auto order = OrderMessages(log.snapshot);
   if (order.damaged > 0 && !options.quiet) SayDamaged(path, order.damaged);
   if (order.damaged > 0 && exitCode == kDone) exitCode = kDamaged;

@@ -44,10 +44,7 @@ int ExportMessages(const ExportOptions& options);
 // export --follow: goes on with what comes, into files that are put aside one after the other.
 int FollowExport(const ExportOptions& options);
 
-// Says why the export's target cannot be written; the exit code.
+// Says on stderr why the file `target` was not written; returns the exit code.
 int ExplainTarget(const std::string& target, TamLogClient::Status status);
-
-// The same for a file of which nothing is left; interrupted by the user, that is the reason.
-int ExplainUnwritten(const std::string& target, TamLogClient::Status status);
 
 }  // namespace TamLogCtl

@@ -113,7 +113,7 @@ int RepairFile(const RepairVerbOptions& options) {
   };
   const Status status =
       TamLogClient::WriteLogFile(options.output, messages, give, capacity, options.force, goOn);
-  if (status != Status::Ok) return ExplainUnwritten(options.output, status);
+  if (status != Status::Ok) return ExplainTarget(options.output, status);
   return options.quiet || Tell(plan, messages, capacity, options) ? kDone : kOutputFailed;
 }
 

@@ -43,7 +43,8 @@ class RotatingFile {
   explicit RotatingFile(RotatingFileOptions chosen) : options(std::move(chosen)) {}
 
   // Goes on behind what is there. A file that has another head, or that ends within a message because its
-  // writer was killed, is put aside first. BadValue for what is no file that could be renamed.
+  // writer was killed, is put aside first. NotAFile for a directory, and for a
+  // device when there is a limit.
   TamLogClient::Status Open(std::int64_t nowMs);
 
   // Takes one whole message, which may be held back until Flush. False once a write has failed; the file

@@ -48,7 +48,7 @@ int JudgeOf(Status status, const LogSnapshot& snapshot) {
 int ShowOnce(const ShowOptions& options, Printer& printer, ReadingPosition& position) {
   LogSnapshot snapshot;
   const Status status = ReadLive(options, printer, snapshot);
-  if (status != Status::Ok && status != Status::Damaged) return ExplainStatus(status);
+  if (!Readable(status)) return ExplainStatus(status);
   if (snapshot.header.messageCount == 0 && !options.quiet && options.events == EventStyle::Text) {
     Say("the log is empty");
   }

@@ -222,7 +222,7 @@ int CollectFile(const std::string& path, StatsCollector& collector) {
   if (contents.status != Status::Ok) {
     Say(FileProblem(path, contents.status, contents.remark));
   }
-  if (contents.status != Status::Ok && contents.status != Status::Damaged) return ExitCodeOf(contents.status);
+  if (!Readable(contents.status)) return ExitCodeOf(contents.status);
   collector.AddRing(contents.snapshot.header);
   for (const std::uint32_t slot : contents.snapshot.RingOrder()) collector.Add(contents.snapshot.slots[slot]);
   return ExitCodeOf(contents.status);

@@ -17,7 +17,7 @@ int CollectLive(const StatsOptions& options, StatsCollector& collector) {
   if (status == Status::Ok) status = reader.Snapshot(snapshot, options.timeoutMs);
   reader.Close();
   if (Interrupted()) return kInterrupted;
-  if (status != Status::Ok && status != Status::Damaged) return ExplainStatus(status);
+  if (!Readable(status)) return ExplainStatus(status);
   collector.AddRing(snapshot.header);
   for (const std::uint32_t slot : snapshot.RingOrder()) collector.Add(snapshot.slots[slot]);
   return ExitCodeOf(status);

@@ -5,6 +5,7 @@
 #include "client/message/win32.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
+#include "tamlogctl/base/file_problem.h"
 #include "tamlogctl/server/backup.h"
 #include "tamlogctl/server/live_server.h"
 #include "tamlogctl/server/resubmit.h"
@@ -58,10 +59,10 @@ int Save(const SettingsOptions& options, LogSnapshot& snapshot) {
     return kDone;
   }
   const std::string name = options.backup.empty() ? BackupName() : options.backup;
-  std::string problem;
-  if (!WriteBackup(name, snapshot, problem)) {
-    Say(problem + " (--backup FILE, or --no-backup)");
-    return kOutputFailed;
+  status = WriteBackup(name, snapshot);
+  if (status != Status::Ok) {
+    Say(TargetProblem(name, status) + " (--backup FILE, or --no-backup)");
+    return TargetExitCode(status);
   }
   Say("a change of capacity usually empties the log: its " + count + " messages are saved in " + name);
   return kDone;
