@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "client/file/file_path.h"
+#include "client/log/ring.h"
 
 namespace TamLogClient {
 
@@ -22,8 +23,7 @@ LockNames LogFileImage::Names() const {
 }
 
 bool LogFileImage::HeaderIsSound() const {
-  return HasHead() && header.messageCount >= 0 && header.nextSlot >= 0 &&
-         header.messageCount <= header.maxMessages && header.nextSlot < header.maxMessages;
+  return HasHead() && RingIsSound(header);
 }
 
 std::uint64_t LogFileImage::SlotsThere() const {
@@ -40,27 +40,12 @@ LogMessage LogFileImage::At(std::uint64_t offset) const {
 }
 
 std::vector<std::uint32_t> LogFileImage::RingSlots() const {
-  std::vector<std::uint32_t> slots;
-  if (!HeaderIsSound()) return slots;
-  const auto there = static_cast<std::int64_t>(SlotsThere());
-  const auto add = [&slots, there](std::int64_t from, std::int64_t to) {
-    for (std::int64_t slot = from; slot < std::min(to, there); ++slot)
-      slots.push_back(static_cast<std::uint32_t>(slot));
-  };
-  const std::int64_t first = std::int64_t{header.nextSlot} - header.messageCount;
-  if (first < 0) add(first + header.maxMessages, header.maxMessages);
-  add(std::max<std::int64_t>(first, 0), header.nextSlot);
-  return slots;
+  return HeaderIsSound() ? TamLogClient::RingSlots(header, SlotsThere()) : std::vector<std::uint32_t>{};
 }
 
-std::size_t FallingStretch(const std::vector<std::uint64_t>& keys) {
-  std::size_t end = 0;
-  bool falls = false;
-  while (end + 1 < keys.size() && keys[end] >= keys[end + 1]) {
-    falls = falls || keys[end] > keys[end + 1];
-    ++end;
-  }
-  return falls ? end + 1 : 0;
+std::optional<std::uint64_t> LogFileImage::SlotAtOffset(std::uint64_t offset) {
+  if (offset < kSlotsOffset || (offset - kSlotsOffset) % sizeof(LogMessage) != 0) return std::nullopt;
+  return (offset - kSlotsOffset) / sizeof(LogMessage);
 }
 
 std::string ImageOf(const LogSnapshot& snapshot) {

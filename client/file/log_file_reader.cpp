@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "client/file/file_path.h"
+#include "client/log/ring.h"
 
 namespace TamLogClient {
 
@@ -39,8 +40,7 @@ std::uint64_t ReadSlots(std::ifstream& file, std::uint64_t expected, std::vector
 void Judge(LogFileContents& contents, std::uint64_t bytes) {
   const LogFileHeader& header = contents.snapshot.header;
   const std::string there = std::to_string(contents.snapshot.slots.size());
-  if (header.maxMessages <= 0 || header.messageCount < 0 || header.messageCount > header.maxMessages ||
-      header.nextSlot < 0 || header.nextSlot >= header.maxMessages) {
+  if (!RingIsSound(header)) {
     contents.remark = "the header makes no sense (capacity " + std::to_string(header.maxMessages) +
                       ", messages " + std::to_string(header.messageCount) + ", next slot " +
                       std::to_string(header.nextSlot) + ")";
