@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "client/live/guarded_copy.h"
+#include "client/log/ring.h"
 #include "client/message/win32.h"
 #include "records/pipe_protocol.h"
 
@@ -293,7 +294,7 @@ Status LogReader::Newest(std::size_t count, LogTail& tail, std::uint32_t timeout
 Status LogReader::TryNewest(std::size_t count, LogTail& tail, std::uint32_t timeoutMs, bool& again) {
   LogFileHeader seen{};
   if (const Status status = Look(seen); status != Status::Ok) return status;
-  if (!Fits(seen)) return Status::Damaged;
+  if (!RingFits(seen, SlotsInView())) return Status::Damaged;
   const auto messages = static_cast<std::uint32_t>(seen.messageCount);
   const auto wanted = static_cast<std::uint32_t>(std::min<std::size_t>(count, messages));
   const auto probes = ProbePositions(messages - wanted);
@@ -308,23 +309,21 @@ LogReader::Work LogReader::CopyTail(LogTail& tail, const LogFileHeader& expected
                                     const std::vector<std::uint32_t>& probes) {
   const LogFileHeader& header = tail.header;
   if (Changed(expected, header)) return Work::Again;
-  const auto slotAt = [&header, this](std::uint32_t position) {
-    return fileView + kSlotsOffset + std::size_t{SlotAt(header, position)} * sizeof(LogMessage);
+  const auto slotInView = [this](std::int64_t slot) {
+    return fileView + kSlotsOffset + static_cast<std::size_t>(slot) * sizeof(LogMessage);
   };
   for (std::size_t i = 0; i < probes.size(); ++i) {
     LogMessage message{};
-    if (!Copy(&message, slotAt(probes[i]), sizeof(message))) return Work::Fault;
+    if (!Copy(&message, slotInView(SlotAt(header, probes[i])), sizeof(message))) return Work::Fault;
     if (i == 0) tail.first = message;
     tail.probes[i] = TimeKey(message.body);
   }
-  const auto count = tail.messages.size();
-  const auto first = static_cast<std::uint32_t>(header.messageCount) - static_cast<std::uint32_t>(count);
-  // At most two runs of slots: up to the end of the ring, and from its beginning.
-  const std::size_t untilEnd = static_cast<std::size_t>(header.maxMessages) - SlotAt(header, first);
-  const std::size_t run = std::min(count, untilEnd);
-  if (run > 0 && !Copy(tail.messages.data(), slotAt(first), run * sizeof(LogMessage))) return Work::Fault;
-  if (run < count && !Copy(&tail.messages[run], fileView + kSlotsOffset, (count - run) * sizeof(LogMessage)))
-    return Work::Fault;
+  LogMessage* to = tail.messages.data();
+  for (const SlotRun& run : NewestRuns(header, static_cast<std::int64_t>(tail.messages.size()))) {
+    const auto count = static_cast<std::size_t>(run.end - run.begin);
+    if (count > 0 && !Copy(to, slotInView(run.begin), count * sizeof(LogMessage))) return Work::Fault;
+    to += count;
+  }
   return Work::Done;
 }
 
@@ -341,7 +340,7 @@ Status LogReader::TryView(std::uint32_t budgetMicroseconds, const std::function<
   if (const Status status = Look(header); status != Status::Ok) return status;
   bool sound = false;
   const Status status = Inside(timeoutMs, header, again, [&] {
-    sound = Fits(header);
+    sound = RingFits(header, SlotsInView());
     if (!sound || header.serverRunning == 0) return Work::Done;
     const auto* const slots = reinterpret_cast<const LogMessage*>(fileView + kSlotsOffset);
     look(LogView(header, slots, Microseconds() + budgetMicroseconds));
@@ -352,25 +351,18 @@ Status LogReader::TryView(std::uint32_t budgetMicroseconds, const std::function<
   return lastHold > budgetMicroseconds ? Status::TimedOut : Status::Ok;
 }
 
-bool LogReader::Fits(const LogFileHeader& header) const {
-  return header.maxMessages > 0 && header.messageCount >= 0 && header.messageCount <= header.maxMessages &&
-         header.nextSlot >= 0 && header.nextSlot < header.maxMessages &&
-         static_cast<std::size_t>(header.maxMessages) <= SlotsInView();
-}
-
 Status LogReader::CopySlots(LogSnapshot& snapshot, const LogFileHeader* known) {
   const LogFileHeader& header = snapshot.header;
-  const std::int64_t capacity = header.maxMessages;
-  if (!snapshot.HeaderIsSound()) return CopyRange(snapshot, 0, capacity);
+  if (!snapshot.HeaderIsSound()) return CopyRange(snapshot, 0, header.maxMessages);
   std::int64_t count = header.messageCount;
   if (known != nullptr && OnlyAppended(*known, header)) {
     count = std::min(count, static_cast<std::int64_t>(header.nextSequence - known->nextSequence));
   }
-  const std::int64_t first = header.nextSlot - count;
-  Status status = Status::Ok;
-  if (first < 0) status = CopyRange(snapshot, first + capacity, capacity);
-  if (status == Status::Ok) status = CopyRange(snapshot, std::max<std::int64_t>(first, 0), header.nextSlot);
-  return status;
+  for (const SlotRun& run : NewestRuns(header, count)) {
+    const Status status = CopyRange(snapshot, run.begin, run.end);
+    if (status != Status::Ok) return status;
+  }
+  return Status::Ok;
 }
 
 Status LogReader::CopyRange(LogSnapshot& snapshot, std::int64_t first, std::int64_t end) {

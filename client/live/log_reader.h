@@ -115,7 +115,6 @@ class LogReader {
   Status CopySlots(LogSnapshot& snapshot, const LogFileHeader* known);
   Status CopyRange(LogSnapshot& snapshot, std::int64_t first, std::int64_t end);
   Status CopyHeader(LogFileHeader& header) const;
-  bool Fits(const LogFileHeader& header) const;
   bool ChangeReadCount(std::int32_t step, std::int32_t& result);
   std::size_t SlotsInView() const;
 

@@ -6,7 +6,9 @@
 namespace TamLogCtl {
 
 int NoServerHere() {
-  return Refuse(TamLogClient::Status::NotSupported);
+  const auto status = TamLogClient::Status::NotSupported;
+  return Refuse(ExitCodeOf(status),
+                std::string(StatusText(status)) + "; show, stats and export read a copied log with --file");
 }
 
 int ReadLiveImage(std::uint32_t /*timeoutMs*/, std::string& /*bytes*/) {

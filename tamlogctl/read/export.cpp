@@ -78,7 +78,7 @@ int Export::WriteText(MessageFormatter& formatter) {
   formatter.AppendHead(pending);
   for (std::size_t i = 0; status == Status::Ok && i < messages.size(); ++i) {
     progress.Show(i);
-    if (Interrupted()) return ExplainUnwritten(options.target, Status::SystemError);
+    if (Interrupted()) return ExplainTarget(options.target, Status::Interrupted);
     if (gaps && i > 0 && places[i] > places[i - 1] + 1) pending += "--\n";
     formatter.Append(*messages[i], false, pending);
     if (pending.size() < kWriteSize) continue;
@@ -88,7 +88,7 @@ int Export::WriteText(MessageFormatter& formatter) {
   formatter.AppendTail(pending);
   if (status == Status::Ok && !file.Write(pending)) status = Status::SystemError;
   if (status == Status::Ok) status = file.Commit();
-  return status == Status::Ok ? kDone : ExplainUnwritten(options.target, status);
+  return status == Status::Ok ? kDone : ExplainTarget(options.target, status);
 }
 
 // Messages that break a rule of the format are left out: a server empties a log file that contains one.

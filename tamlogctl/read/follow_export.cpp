@@ -86,11 +86,7 @@ class ExportTarget : public FollowTarget {
 bool ExportTarget::Fail(Status status) {
   if (failure != Status::Ok) return false;
   failure = status;
-  if (status == Status::BadValue) {
-    Say(options.target + ": is not an ordinary file, which could be rotated; give another name");
-  } else {
-    ExplainTarget(options.target, status);
-  }
+  ExplainTarget(options.target, status);
   return false;
 }
 
@@ -143,9 +139,7 @@ ShowOptions FollowingOf(const ExportOptions& options) {
 // Whether the target holds something that an unknown run or another program has written.
 bool HoldsSomething(const std::string& target) {
   std::error_code error;
-  const std::filesystem::path path = TamLogClient::PathOf(target);
-  if (std::filesystem::is_directory(path, error)) return true;
-  const auto bytes = std::filesystem::file_size(path, error);
+  const auto bytes = std::filesystem::file_size(TamLogClient::PathOf(target), error);
   return !error && bytes > 0;
 }
 
@@ -166,7 +160,7 @@ int FollowExport(const ExportOptions& options) {
   DeferInterrupts();
   ExportTarget target(options, std::move(*formatter), std::move(*selection), resumes);
   const int code = Follow(follow, target, *position);
-  const bool outside = target.Failure() == Status::AccessDenied || target.Failure() == Status::BadValue;
+  const bool outside = target.Failure() == Status::AccessDenied || target.Failure() == Status::NotAFile;
   return outside ? ExitCodeOf(target.Failure()) : code;
 }
 

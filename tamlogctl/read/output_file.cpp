@@ -18,21 +18,12 @@ int WriteLogTarget(const std::string& target, std::uint64_t count, const TamLogC
     return !Interrupted();
   };
   const Status status = TamLogClient::WriteLogFile(target, count, messageAt, capacity, overwrite, goOn);
-  return status == Status::Ok ? kDone : ExplainUnwritten(target, status);
+  return status == Status::Ok ? kDone : ExplainTarget(target, status);
 }
 
 int ExplainTarget(const std::string& target, Status status) {
-  if (status == Status::BadValue && IsNoFile(target))
-    return Refuse(kUsage, target + ": is no file that could be replaced; give another name");
-  if (status == Status::BadValue)
-    return Refuse(kUsage, target + ": is there already; give another name, or --force to replace it");
-  return Refuse(status == Status::AccessDenied ? kAccessDenied : kOutputFailed,
-                target + ": cannot be written: " + StatusText(status));
-}
-
-int ExplainUnwritten(const std::string& target, Status status) {
-  if (!Interrupted()) return ExplainTarget(target, status);
-  return Refuse(kInterrupted, target + ": interrupted; nothing was written");
+  const std::string advice = status == Status::Exists ? ", or --force to replace it" : "";
+  return Refuse(TargetExitCode(status), TargetProblem(target, status) + advice);
 }
 
 }  // namespace TamLogCtl

@@ -18,7 +18,4 @@ int WriteLogTarget(const std::string& target, std::uint64_t count, const TamLogC
 // Reports on stderr why the file `target` was not written; returns the exit code.
 int ExplainTarget(const std::string& target, TamLogClient::Status status);
 
-// The same for a file of which nothing is left; interrupted by the user, that is the reason.
-int ExplainUnwritten(const std::string& target, TamLogClient::Status status);
-
 }  // namespace TamLogCtl

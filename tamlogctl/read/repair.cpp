@@ -23,8 +23,8 @@ using TamLogClient::Status;
 
 std::string PlaceOf(std::uint64_t offset) {
   std::string place = "byte " + std::to_string(offset);
-  if (offset >= kSlotsOffset && (offset - kSlotsOffset) % sizeof(LogMessage) == 0)
-    place = "slot " + std::to_string((offset - kSlotsOffset) / sizeof(LogMessage)) + " at " + place;
+  if (const auto slot = LogFileImage::SlotAtOffset(offset))
+    place = "slot " + std::to_string(*slot) + " at " + place;
   return place;
 }
 

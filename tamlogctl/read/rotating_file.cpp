@@ -72,7 +72,7 @@ Status RotatingFile::Open(std::int64_t nowMs) {
   const fs::path path = PathOf(options.target);
   const auto kind = fs::status(path, error).type();
   regular = kind == fs::file_type::regular || kind == fs::file_type::not_found;
-  if (kind == fs::file_type::directory || (!regular && options.limits.Any())) return Status::BadValue;
+  if (kind == fs::file_type::directory || (!regular && options.limits.Any())) return Status::NotAFile;
   const bool empty = options.replace || !regular;
   errno = 0;
   if (!Begin(empty)) return errno == EACCES || errno == EPERM ? Status::AccessDenied : Status::SystemError;

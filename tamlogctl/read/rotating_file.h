@@ -43,7 +43,7 @@ class RotatingFile {
   explicit RotatingFile(RotatingFileOptions chosen) : options(std::move(chosen)) {}
 
   // Opens the file for appending. A file that has another head, or that ends within a message because its
-  // writer was killed, is rotated first. Returns BadValue for a directory, and for a device if there is a
+  // writer was killed, is rotated first. Returns NotAFile for a directory, and for a device if there is a
   // limit: neither can be renamed.
   TamLogClient::Status Open(std::int64_t nowMs);
 

@@ -4,6 +4,7 @@
 #include "client/live/log_reader.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
+#include "tamlogctl/base/file_problem.h"
 #include "tamlogctl/server/backup.h"
 #include "tamlogctl/server/live_server.h"
 
@@ -38,12 +39,12 @@ bool Ask(ClearOptions& options) {
 // Right before the request: what comes in between is in neither place.
 int Save(const ClearOptions& options) {
   LogSnapshot snapshot;
-  std::string problem;
   if (const Status status = ReadLog(options, snapshot); status != Status::Ok) {
     return Refuse(status, "the log cannot be saved, and was not emptied");
   }
-  if (!WriteBackup(options.backup, snapshot, problem)) {
-    return Refuse(kOutputFailed, problem + "; the log was not emptied");
+  if (const Status status = WriteBackup(options.backup, snapshot); status != Status::Ok) {
+    return Refuse(TargetExitCode(status),
+                  TargetProblem(options.backup, status) + "; the log was not emptied");
   }
   Say(std::to_string(snapshot.header.messageCount) + " messages are saved in " + options.backup);
   return kDone;

@@ -5,6 +5,7 @@
 #include "client/message/win32.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
+#include "tamlogctl/base/file_problem.h"
 #include "tamlogctl/server/backup.h"
 #include "tamlogctl/server/live_server.h"
 #include "tamlogctl/server/resubmit.h"
@@ -59,9 +60,9 @@ int Save(const SettingsOptions& options, LogSnapshot& snapshot) {
     return kDone;
   }
   const std::string name = options.backup.empty() ? BackupName() : options.backup;
-  std::string problem;
-  if (!WriteBackup(name, snapshot, problem)) {
-    return Refuse(kOutputFailed, problem + " (--backup FILE, or --no-backup)");
+  status = WriteBackup(name, snapshot);
+  if (status != Status::Ok) {
+    return Refuse(TargetExitCode(status), TargetProblem(name, status) + " (--backup FILE, or --no-backup)");
   }
   Say("a change of capacity usually empties the log: its " + count + " messages are saved in " + name);
   return kDone;

@@ -304,7 +304,7 @@ TEST_F(RotatingFileTest, FileThatAReaderHasOpenGrowsOnUntilItIsLetGo) {
 
 TEST_F(RotatingFileTest, DirectoriesAreNoTargets) {
   fs::create_directory(Path("log"));
-  EXPECT_EQ(RotatingFile(options).Open(0), Status::BadValue);
+  EXPECT_EQ(RotatingFile(options).Open(0), Status::NotAFile);
   options.target = Path("nowhere/log");
   EXPECT_EQ(RotatingFile(options).Open(0), Status::SystemError);
 }
@@ -321,7 +321,7 @@ TEST_F(RotatingFileTest, DevicesCanBeWrittenButNotRotated) {
     EXPECT_FALSE(file.Append("b\n", 0));
   }
   options.limits.bytes = 4;
-  EXPECT_EQ(RotatingFile(options).Open(0), Status::BadValue);
+  EXPECT_EQ(RotatingFile(options).Open(0), Status::NotAFile);
   EXPECT_TRUE(fs::exists("/dev/full"));
 }
 
