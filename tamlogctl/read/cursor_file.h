@@ -23,13 +23,13 @@ struct CursorFile {
 inline constexpr std::size_t kRememberedMessages = 10000;
 
 // Reads the file at `path` (UTF-8). A file that does not exist leaves `to` empty: reading begins with the
-// oldest message. Returns false, after a report on stderr, if the file cannot be read or is not a cursor
-// file.
-bool ReadCursorFile(const std::string& path, CursorFile& to);
+// oldest message. Returns kDone; or after a report on stderr kUsage for what is not a cursor file, else the
+// exit code of the status.
+int ReadCursorFile(const std::string& path, CursorFile& to);
 
-// Writes a new file and renames it to `path`, so that the old file stays if anything fails. Returns false
-// after a report on stderr.
-bool WriteCursorFile(const std::string& path, const TamLogClient::LogSnapshot& snapshot,
-                     const TamLogClient::FollowerMemory& memory);
+// Replaces the file at `path` as a whole: the old one stays if anything fails. Returns kDone, or another exit
+// code after a report on stderr.
+int WriteCursorFile(const std::string& path, const TamLogClient::LogSnapshot& snapshot,
+                    const TamLogClient::FollowerMemory& memory);
 
 }  // namespace TamLogCtl

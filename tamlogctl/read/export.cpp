@@ -105,10 +105,11 @@ int Export::WriteLog() {
 }
 
 int Export::Run() {
-  const auto selection = MakeSelection(options.selection, options.output);
+  int refused = kUsage;
+  const auto selection = MakeSelection(options.selection, options.output, refused);
   auto formatter = selection ? MakeFileFormatter(options.output) : std::nullopt;
-  auto position = formatter ? ReadingPosition::Make(options) : std::nullopt;
-  if (!position) return kUsage;
+  auto position = formatter ? ReadingPosition::Make(options, refused) : std::nullopt;
+  if (!position) return refused;
   if (const int code = Read(*position); code != kDone) return code;
   Choose(*selection);
   const std::size_t chosen = messages.size();
@@ -121,7 +122,7 @@ int Export::Run() {
         " that would make a server empty the file");
   if (logs.size() == 1) {
     position->ShowCursor(logs.front().snapshot);
-    if (!position->Keep(logs.front().snapshot)) return kOutputFailed;
+    if (const int kept = position->Keep(logs.front().snapshot); kept != kDone) return kept;
   }
   return matched == 0 && !selection->Empty() ? WorseOf(exitCode, kNegative) : exitCode;
 }

@@ -38,7 +38,7 @@ class Follower {
   int Loop();
   Status Drain(std::uint32_t waitMs);
   void Take(const LogItem& item);
-  bool Keep(bool atEnd);
+  int Keep(bool atEnd);
 
   const ShowOptions& options;
   FollowTarget& target;
@@ -58,7 +58,7 @@ int Follower::Run() {
   stream.Close();
   if (!target.Finish()) return kOutputFailed;
   position.ShowCursor(stream.Snapshot());
-  if (!Keep(true)) return kOutputFailed;
+  if (const int kept = Keep(true); kept != kDone) return kept;
   if (exitCode != kDone) return exitCode;
   return target.NothingMatched() ? kNegative : kDone;
 }
@@ -79,7 +79,7 @@ int Follower::Loop() {
     const Status status = Drain(kStepMs);
     if (!target.Flush()) return kOutputFailed;
     if (status != Status::TimedOut) return ExplainStatus(status);
-    if (!Keep(false)) return kOutputFailed;
+    if (const int kept = Keep(false); kept != kDone) return kept;
     if (Interrupted()) return kInterrupted;
     if (end != 0 && Ticks() >= end) return kDone;
   }
@@ -117,9 +117,9 @@ void Follower::Take(const LogItem& item) {
 }
 
 // The cursor file is written only when every message that the memory contains was printed.
-bool Follower::Keep(bool atEnd) {
+int Follower::Keep(bool atEnd) {
   if (options.cursorFile.empty() || !news || (!atEnd && (Ticks() < nextKeep || stream.HeldBack() > 0))) {
-    return true;
+    return kDone;
   }
   nextKeep = Ticks() + kKeepEveryMs;
   news = false;

@@ -147,10 +147,11 @@ bool HoldsSomething(const std::string& target) {
 
 int FollowExport(const ExportOptions& options) {
   const ShowOptions follow = FollowingOf(options);
-  auto selection = MakeSelection(options.selection, options.output);
+  int refused = kUsage;
+  auto selection = MakeSelection(options.selection, options.output, refused);
   auto formatter = selection ? MakeFileFormatter(options.output) : std::nullopt;
-  auto position = formatter ? ReadingPosition::Make(follow) : std::nullopt;
-  if (!position) return kUsage;
+  auto position = formatter ? ReadingPosition::Make(follow, refused) : std::nullopt;
+  if (!position) return refused;
   const bool resumes = position->IsGiven();
   if (!resumes && !options.force && HoldsSomething(options.target))
     return Refuse(kUsage,

@@ -97,9 +97,10 @@ int Merge::Print(const MessageSelection& selection, MessageFormatter& formatter)
 
 int Merge::Run() {
   auto made = MakeHostFiles(options.files, options.labels, options.offsets);
-  const auto selection = made ? MakeSelection(options.selection, options.output) : std::nullopt;
+  int refused = kUsage;
+  const auto selection = made ? MakeSelection(options.selection, options.output, refused) : std::nullopt;
   auto formatter = selection ? MakeFormatter(options.output, options.color) : std::nullopt;
-  if (!formatter) return kUsage;
+  if (!formatter) return refused;
   files = std::move(*made);
   logs.reserve(files.size());  // entries point into them
   for (std::size_t i = 0; i < files.size(); ++i) Read(i);

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "tamlogctl/base/console.h"
+#include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/select/highlight.h"
 #include "tamlogctl/select/message_choice.h"
 
@@ -18,9 +19,10 @@ bool ColorsAreShown(Color color) {
 
 }  // namespace
 
-std::optional<Printer> Printer::Make(const ShowOptions& options) {
-  auto selection = MakeSelection(options.selection, options.output);
+std::optional<Printer> Printer::Make(const ShowOptions& options, int& exitCode) {
+  auto selection = MakeSelection(options.selection, options.output, exitCode);
   if (!selection) return std::nullopt;
+  exitCode = kUsage;
   auto formatter = MakeFormatter(options.output, options.color);
   if (!formatter) return std::nullopt;
   Printer printer(options, std::move(*formatter), std::move(*selection));

@@ -21,8 +21,9 @@ namespace TamLogCtl {
 
 class Printer : public FollowTarget {
  public:
-  // Returns nothing, after a report on stderr, if the value of an option is wrong.
-  static std::optional<Printer> Make(const ShowOptions& options);
+  // Returns nothing after a report on stderr; `exitCode` is then that of MakeSelection, or kUsage for another
+  // wrong value.
+  static std::optional<Printer> Make(const ShowOptions& options, int& exitCode);
 
   void SetLog(const LogFileHeader& header) override { formatter.SetLog(header); }
 

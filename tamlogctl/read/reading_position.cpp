@@ -1,19 +1,21 @@
 #include "tamlogctl/read/reading_position.h"
 
-#include "tamlogctl/base/console.h"
+#include "tamlogctl/base/exit_code.h"
 
 namespace TamLogCtl {
 
 using TamLogClient::FollowStep;
 using TamLogClient::LogSnapshot;
 
-std::optional<ReadingPosition> ReadingPosition::Make(const ReadingOptions& options) {
+std::optional<ReadingPosition> ReadingPosition::Make(const ReadingOptions& options, int& exitCode) {
   ReadingPosition position(options);
-  if (!options.cursorFile.empty() && !ReadCursorFile(options.cursorFile, position.start)) return std::nullopt;
+  exitCode = options.cursorFile.empty() ? kDone : ReadCursorFile(options.cursorFile, position.start);
+  if (exitCode != kDone) return std::nullopt;
   if (!options.afterCursor.empty()) {
     position.start.cursor = TamLogClient::ParseCursor(options.afterCursor);
     if (!position.start.cursor) {
-      Say("--after-cursor '" + options.afterCursor + "': is not a cursor; --show-cursor prints one");
+      exitCode = Refuse(
+          kUsage, "--after-cursor '" + options.afterCursor + "': is not a cursor; --show-cursor prints one");
       return std::nullopt;
     }
   }
@@ -47,8 +49,8 @@ std::vector<std::uint32_t> ReadingPosition::SlotsBeyond(const LogSnapshot& snaps
   return slots;
 }
 
-bool ReadingPosition::Keep(const LogSnapshot& snapshot, const TamLogClient::FollowerMemory& memory) const {
-  return options->cursorFile.empty() || WriteCursorFile(options->cursorFile, snapshot, memory);
+int ReadingPosition::Keep(const LogSnapshot& snapshot, const TamLogClient::FollowerMemory& memory) const {
+  return options->cursorFile.empty() ? kDone : WriteCursorFile(options->cursorFile, snapshot, memory);
 }
 
 void ReadingPosition::ShowCursor(const LogSnapshot& snapshot) const {

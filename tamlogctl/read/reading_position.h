@@ -15,9 +15,9 @@ namespace TamLogCtl {
 
 class ReadingPosition {
  public:
-  // `options` have to outlive the object. Returns nothing if the cursor or the cursor file is malformed or
-  // cannot be read; the reason has been reported on stderr, and the exit code is kUsage.
-  static std::optional<ReadingPosition> Make(const ReadingOptions& options);
+  // `options` have to outlive the object. Returns nothing after a report on stderr; `exitCode` is then kUsage
+  // for a malformed cursor or cursor file; for a file that cannot be read, the code of its status.
+  static std::optional<ReadingPosition> Make(const ReadingOptions& options, int& exitCode);
 
   // The memory of an earlier run, if any.
   const std::optional<TamLogClient::FollowerMemory>& Memory() const { return start.memory; }
@@ -28,11 +28,11 @@ class ReadingPosition {
   std::vector<const LogMessage*> Beyond(const TamLogClient::LogSnapshot& snapshot);
 
   // Writes the cursor file, if one was requested: every message of `snapshot` has been read. Call it after
-  // the output was written. Returns false after a report on stderr.
-  bool Keep(const TamLogClient::LogSnapshot& snapshot) const {
+  // the output was written. Returns kDone, or another exit code after a report on stderr.
+  int Keep(const TamLogClient::LogSnapshot& snapshot) const {
     return Keep(snapshot, follower.Remembered(kRememberedMessages));
   }
-  bool Keep(const TamLogClient::LogSnapshot& snapshot, const TamLogClient::FollowerMemory& memory) const;
+  int Keep(const TamLogClient::LogSnapshot& snapshot, const TamLogClient::FollowerMemory& memory) const;
 
   // With --show-cursor: reports the cursor of the newest message.
   void ShowCursor(const TamLogClient::LogSnapshot& snapshot) const;

@@ -62,15 +62,16 @@ std::optional<int> PrintInOrder(const ShowOptions& options, Printer& printer) {
 }  // namespace
 
 int ShowFiles(const ShowOptions& options) {
-  auto printer = Printer::Make(options);
-  auto position = printer ? ReadingPosition::Make(options) : std::nullopt;
-  if (!position) return kUsage;
+  int exitCode = kDone;
+  auto printer = Printer::Make(options, exitCode);
+  auto position = printer ? ReadingPosition::Make(options, exitCode) : std::nullopt;
+  if (!position) return exitCode;
   // A way that turns out to be impossible may have counted or matched some messages by then.
   auto trial = *printer;
   if (options.count && !HasCursor(options)) {
-    if (const auto exitCode = CountInFiles(options, trial)) return *exitCode;
+    if (const auto code = CountInFiles(options, trial)) return *code;
   } else if (options.files.size() == 1 && !options.last && !options.reverse && !HasCursor(options)) {
-    if (const auto exitCode = PrintInOrder(options, trial)) return *exitCode;
+    if (const auto code = PrintInOrder(options, trial)) return *code;
   }
   std::vector<LogInput> logs;
   logs.reserve(options.files.size());

@@ -21,9 +21,10 @@ int ExplainStatus(Status status) {
 }
 
 int ShowLive(const ShowOptions& options) {
-  auto printer = Printer::Make(options);
-  auto position = printer ? ReadingPosition::Make(options) : std::nullopt;
-  if (!position) return kUsage;
+  int exitCode = kDone;
+  auto printer = Printer::Make(options, exitCode);
+  auto position = printer ? ReadingPosition::Make(options, exitCode) : std::nullopt;
+  if (!position) return exitCode;
   DeferInterrupts();
   if (options.follow) return Follow(options, *printer, *position);
   const std::vector<LogInput> logs{

@@ -31,8 +31,10 @@ int PrintLogs(const ShowOptions& options, Printer& printer, ReadingPosition& pos
   printer.PrintLast(messages);
   if (!printer.Finish(pager)) return kOutputFailed;
   if (Interrupted()) return kInterrupted;
-  if (logs.size() == 1) position.ShowCursor(log);
-  if (logs.size() == 1 && !position.Keep(log)) return kOutputFailed;
+  if (logs.size() == 1) {
+    position.ShowCursor(log);
+    if (const int code = position.Keep(log); code != kDone) return code;
+  }
   return EndOf(printer, exitCode);
 }
 

@@ -262,8 +262,9 @@ void StatsCollector::Finish() {
 }
 
 int ShowStats(const StatsOptions& options) {
-  auto selection = MakeSelection(options.selection, options.output);
-  if (!selection) return kUsage;
+  int refused = kDone;
+  auto selection = MakeSelection(options.selection, options.output, refused);
+  if (!selection) return refused;
   const auto shown = MakeFormatOptions(options.output);
   if (!shown) return kUsage;
   StatsCollector collector(std::move(*selection), options.last);

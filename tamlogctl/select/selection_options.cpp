@@ -2,13 +2,12 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <utility>
 
-#include "client/file/file_path.h"
+#include "client/file/log_file_image.h"
 #include "tamlogctl/base/console.h"
+#include "tamlogctl/base/exit_code.h"
+#include "tamlogctl/base/file_problem.h"
 #include "tamlogctl/select/time_bound.h"
 
 namespace TamLogCtl {
@@ -20,7 +19,7 @@ constexpr const char* kTimeHelp =
     "expected YYYY-MM-DD [HH:MM[:SS[.mmm]]], HH:MM, now, today, yesterday, -15m (ms, s, m, h, d, w), or "
     "YYYY-MM-DDTHH:MM:SSZ";
 
-std::nullopt_t Refuse(const std::string& option, const std::string& value, const std::string& problem) {
+std::nullopt_t RefuseValue(const std::string& option, const std::string& value, const std::string& problem) {
   Say(option + " '" + value + "': " + problem);
   return std::nullopt;
 }
@@ -30,7 +29,7 @@ bool AddSources(const SelectionOptions& options, MessageSelection& selection) {
     for (const std::string& text : excluded ? options.excludedSources : options.sources) {
       auto term = ParseSourceTerm(text);
       if (!term) {
-        Refuse(excluded ? "-x" : "-s", text, kTermHelp);
+        RefuseValue(excluded ? "-x" : "-s", text, kTermHelp);
         return false;
       }
       if (excluded) {
@@ -43,21 +42,14 @@ bool AddSources(const SelectionOptions& options, MessageSelection& selection) {
   return true;
 }
 
-bool AddFilterFile(const std::string& path, MessageSelection& selection) {
-  const std::filesystem::path place = TamLogClient::PathOf(path);
-  std::error_code error;
-  std::ifstream file(place, std::ios::binary);
-  std::ostringstream lines;
-  lines << file.rdbuf();
-  // Reading an empty file sets the error state above; opening a directory succeeds on some systems.
-  if (!file.is_open() || std::filesystem::is_directory(place, error)) {
-    Refuse("--filter-file", path, "the file cannot be read");
-    return false;
-  }
+int AddFilterFile(const std::string& path, MessageSelection& selection) {
+  std::string lines;
+  if (const auto status = TamLogClient::ReadFileBytes(path, lines); status != TamLogClient::Status::Ok)
+    return Refuse(ExitCodeOf(status), "--filter-file '" + path + "': " + ProblemOf(status));
   std::size_t badLine = 0;
-  if (selection.AddTerms(lines.str(), badLine)) return true;
-  Say(path + ":" + std::to_string(badLine) + ": expected NAME, NAME:TYPES, or !NAME[:TYPES] to exclude");
-  return false;
+  if (selection.AddTerms(lines, badLine)) return kDone;
+  return Refuse(kUsage, path + ":" + std::to_string(badLine) +
+                            ": expected NAME, NAME:TYPES, or !NAME[:TYPES] to exclude");
 }
 
 bool AddPatterns(const SelectionOptions& options, MessageSelection& selection) {
@@ -81,7 +73,7 @@ bool AddTimes(const SelectionOptions& options, MessageSelection& selection) {
     if (text.empty()) continue;
     const auto time = ParseBound(text, clock);
     if (!time) {
-      Refuse(until ? "-U" : "-S", text, kTimeHelp);
+      RefuseValue(until ? "-U" : "-S", text, kTimeHelp);
       return false;
     }
     const std::uint64_t key = TamLogClient::KeyOf(*time);
@@ -142,19 +134,24 @@ std::optional<TextPattern> MakePattern(const std::string& option, const std::str
   std::string problem;
   auto pattern = TextPattern::Make(text, options.fixedPattern, options.ignoreCase, problem);
   if (pattern) return pattern;
-  return Refuse(option, text,
+  return RefuseValue(option, text,
                 "is not a regular expression: " + problem + "; add -F to search for it as plain text");
 }
 
-std::optional<MessageSelection> MakeSelection(const SelectionOptions& options, const OutputOptions& output) {
+std::optional<MessageSelection> MakeSelection(const SelectionOptions& options, const OutputOptions& output,
+                                              int& exitCode) {
   MessageSelection selection;
+  exitCode = kUsage;
   if (!AddSources(options, selection)) return std::nullopt;
   for (const std::string& path : options.filterFiles) {
-    if (!AddFilterFile(path, selection)) return std::nullopt;
+    if (const int code = AddFilterFile(path, selection); code != kDone) {
+      exitCode = code;
+      return std::nullopt;
+    }
   }
   if (!options.types.empty()) {
     const auto types = ParseTypes(options.types);
-    if (!types) return Refuse("-t", options.types, "expected types from 0 to 3, for example 0,2 or 1-3");
+    if (!types) return RefuseValue("-t", options.types, "expected types from 0 to 3, for example 0,2 or 1-3");
     selection.SetTypes(*types);
   }
   if (!AddPatterns(options, selection) || !AddTimes(options, selection)) return std::nullopt;

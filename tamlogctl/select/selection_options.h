@@ -33,10 +33,11 @@ void DefineSelectionOptions(CLI::App& verb, SelectionOptions& to);
 // Throws the parser's error when options contradict each other.
 void CheckSelectionOptions(const SelectionOptions& options);
 
-// Returns nothing if an option's value is wrong or a filter file cannot be read; the reason has been reported
-// on stderr, and the exit code is kUsage. The encoding of `output` is used: names and expressions beyond
+// Returns nothing after a report on stderr. `exitCode` is then kUsage for a wrong value; for a filter file
+// that cannot be read, the code of its status. The encoding of `output` is used: names and expressions beyond
 // ASCII match messages as they are shown.
-std::optional<MessageSelection> MakeSelection(const SelectionOptions& options, const OutputOptions& output);
+std::optional<MessageSelection> MakeSelection(const SelectionOptions& options, const OutputOptions& output,
+                                              int& exitCode);
 
 // Returns the pattern that MakeSelection would make of this value of `option`; nothing after a report on
 // stderr.

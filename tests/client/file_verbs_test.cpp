@@ -180,12 +180,52 @@ TEST_F(FileVerbs, Export) {
   EXPECT_FALSE(IsThere("other.txt.new0"));
 }
 
-TEST_F(FileVerbs, DamagedMessagesAreToldWhereverTheExitCodeIsSeven) {
-  for (const char* const arguments : {"merge bad.dat", "export new.txt --file bad.dat", "show --file bad.dat",
-                                      "show -r --file bad.dat", "stats --file bad.dat"}) {
-    Expect(arguments, 7, "1 message");
+// Each defect has one exit code and one report, whichever verb reads the file.
+TEST_F(FileVerbs, DamageIsReportedAlikeByEveryVerb) {
+  const std::string good = Contents("good.dat");
+  Put("grown.dat", good + "more");
+  Put("cut.dat", good.substr(0, kSlotsOffset + 3 * sizeof(LogMessage) + 100));
+  Put("empty.dat", "");
+  Put("text.dat", std::string(1000, 'x'));
+  const struct {
+    const char* file;
+    const char* said;
+  } cases[] = {{"bad.dat", "bad.dat: 1 message breaks a rule of the format; see: tamlogctl verify"},
+               {"grown.dat", "grown.dat: the file's size of 4724 bytes does not fit its capacity of 8"},
+               {"cut.dat", "cut.dat: the file is short: 3 of 8 slots are there"},
+               {"empty.dat", "empty.dat: the file ends within its header"},
+               {"text.dat", "text.dat: the header makes no sense"}};
+  for (const auto& each : cases) {
+    const std::string file = each.file;
+    for (const std::string& arguments :
+         {"show --file " + file, "show -r --file " + file, "show --count --file " + file,
+          "show -n 2 --file " + file, "stats --file " + file, "merge " + file, "merge good.dat " + file,
+          "export new.txt --force --file " + file, "export new.dat --force --log --file " + file,
+          "show -g nothing --file " + file}) {
+      Expect(arguments, 7, each.said);
+      const Outcome quiet = Run(arguments + " -q");
+      EXPECT_EQ(quiet.exitCode, 7) << arguments;
+      EXPECT_EQ(quiet.err.find(each.said), std::string::npos) << arguments;
+    }
   }
-  EXPECT_EQ(Run("merge -q bad.dat").err, "");
+  EXPECT_NE(Run("merge good.dat cut.dat").out.find("message 5"), std::string::npos);
+}
+
+// The files of options are no exception: what cannot be read has the code of its cause, what makes no sense
+// is a usage error.
+TEST_F(FileVerbs, FilesOfOptionsHaveTheCodesOfOtherFiles) {
+  Expect("show --file good.dat --filter-file missing", 3, "--filter-file 'missing': no such file");
+  Expect("stats --file good.dat --filter-file locked", 3, "--filter-file 'locked': is a directory");
+  Expect("merge good.dat --filter-file secret.dat", 4, "--filter-file 'secret.dat': access denied");
+  Expect("export new.txt --file good.dat --filter-file missing", 3, "--filter-file 'missing': no such file");
+  Expect("show --file good.dat --cursor-file locked", 3, "--cursor-file 'locked': is not an ordinary file");
+  Expect("show --file good.dat --cursor-file /dev/zero", 3,
+         "--cursor-file '/dev/zero': is not an ordinary file");
+  Expect("show --file good.dat --cursor-file secret.dat", 4, "--cursor-file 'secret.dat': access denied");
+  Expect("export new.txt --file good.dat --cursor-file good.dat", 2,
+         "--cursor-file 'good.dat': is not a cursor");
+  Expect("show --file good.dat --cursor-file locked/at", 4, "locked/at: cannot be written: access denied");
+  Expect("show --file good.dat --cursor-file nowhere/at", 8, "nowhere/at: cannot be written");
 }
 
 TEST_F(FileVerbs, FileThatCannotBeReadGivesNoOutputOfAnEmptyLog) {
