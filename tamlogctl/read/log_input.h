@@ -36,7 +36,7 @@ LogInput ReadFileInput(const std::string& path, bool quiet, const ReadPart& read
 // one the exit code is kInterrupted.
 LogInput ReadLiveInput(std::uint32_t timeoutMs, bool quiet, const ReadPart& readPart = {});
 
-// What a file gave that was read without holding its messages.
+// The header and the exit code of a file whose messages were not held.
 struct ScannedInput {
   LogFileHeader header{};
   int exitCode = kDone;
@@ -48,7 +48,7 @@ std::optional<ScannedInput> ScanFileInput(const std::string& path, bool quiet,
                                           const std::function<void(const LogMessage&)>& take);
 
 // Reports on stderr, unless `quiet`, that so many messages of the log `name` break a rule of the format.
-// Returns kDone for none, else kDamaged.
+// Returns kDone for 0 messages, else kDamaged.
 int JudgeMessages(const std::string& name, std::size_t damaged, bool quiet);
 
 // The input that a snapshot with a sound header makes; reports its damaged messages as above.

@@ -1,6 +1,6 @@
 #pragma once
 
-// What show does with the logs that it has read, of files or of the running server.
+// The output of show: prints the logs that were read, of files or of the running server.
 
 #include <vector>
 

@@ -135,7 +135,7 @@ std::optional<TextPattern> MakePattern(const std::string& option, const std::str
   auto pattern = TextPattern::Make(text, options.fixedPattern, options.ignoreCase, problem);
   if (pattern) return pattern;
   return RefuseValue(option, text,
-                "is not a regular expression: " + problem + "; add -F to search for it as plain text");
+                     "is not a regular expression: " + problem + "; add -F to search for it as plain text");
 }
 
 std::optional<MessageSelection> MakeSelection(const SelectionOptions& options, const OutputOptions& output,
