@@ -31,19 +31,8 @@ struct ReadingOptions : CommonOptions {
   EventReporter Reporter() const { return EventReporter(quiet ? EventStyle::None : events); }
 };
 
-// -n; `purpose` is what the help says of it.
-void DefineCount(CLI::App& verb, std::optional<std::size_t>& last, const char* purpose);
-
-// -A, -B and -C.
-void DefineContext(CLI::App& verb, ReadingOptions& to);
-
-// --cursor-file, --after-cursor and --show-cursor.
-void DefineCursors(CLI::App& verb, ReadingOptions& to);
-
-void DefineEvents(CLI::App& verb, ReadingOptions& to);
-
-// After parsing: cursors that contradict each other, or what else was asked for, are a usage error.
-void CheckCursors(const ReadingOptions& options);
+// Which options contradict a cursor, "-U: ..."; empty when none do.
+std::string CursorProblem(const ReadingOptions& options);
 
 // Short, full and cat: formats in which `--` may stand between messages.
 bool IsTextFormat(const ReadingOptions& options);

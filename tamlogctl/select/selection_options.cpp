@@ -1,6 +1,5 @@
 #include "tamlogctl/select/selection_options.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <utility>
 
@@ -100,33 +99,10 @@ bool GoesBeyondAscii(const SelectionOptions& options) {
 
 }  // namespace
 
-void DefineSelectionOptions(CLI::App& verb, SelectionOptions& to) {
-  const auto list = [&verb](const char* name, std::vector<std::string>& target, const char* purpose,
-                            const char* value) {
-    verb.add_option(name, target, purpose)->allow_extra_args(false)->option_text(value);
-  };
-  list("-s,--source", to.sources, "Only this source, of these types (NAME may hold *; repeatable)",
-       "NAME[:TYPES]");
-  list("-x,--exclude", to.excludedSources, "Not this source, or not these of its types (repeatable)",
-       "NAME[:TYPES]");
-  list("--filter-file", to.filterFiles, "Sources from a file: NAME[:TYPES] or !NAME[:TYPES] a line", "FILE");
-  verb.add_option("-t,--type", to.types, "Only these types: 0,2 or 1-3")->option_text("LIST");
-  list("-g,--grep", to.patterns, "Only texts that match this expression (repeatable: any of them)", "RE");
-  list("-v,--not-matching", to.antiPatterns, "Only texts that do not match it (repeatable: none of them)",
-       "RE");
-  verb.add_flag("-F,--fixed", to.fixedPattern, "The expressions of -g and -v are plain text");
-  verb.add_flag("-i,--ignore-case", to.ignoreCase,
-                "Ignore case (an expression all in lower case does so too)");
-  verb.add_option("-S,--since", to.since,
-                  "Not older: as printed, [YYYY-MM-DD] HH:MM, today, yesterday, -15m, RFC 3339")
-      ->option_text("TIME");
-  verb.add_option("-U,--until", to.until, "Not newer than this time")->option_text("TIME");
-}
-
-void CheckSelectionOptions(const SelectionOptions& options) {
-  if (options.patterns.empty() && options.antiPatterns.empty() && options.fixedPattern) {
-    throw CLI::ValidationError("-F", "says how -g and -v are meant; give one of them as well");
-  }
+std::string SelectionProblem(const SelectionOptions& options) {
+  if (options.patterns.empty() && options.antiPatterns.empty() && options.fixedPattern)
+    return "-F: applies to -g and -v; add one of them";
+  return "";
 }
 
 std::optional<TextPattern> MakePattern(const std::string& option, const std::string& text,

@@ -9,10 +9,6 @@
 #include "tamlogctl/base/output_options.h"
 #include "tamlogctl/select/message_selection.h"
 
-namespace CLI {
-class App;
-}
-
 namespace TamLogCtl {
 
 struct SelectionOptions {
@@ -28,10 +24,8 @@ struct SelectionOptions {
   std::vector<std::string> filterFiles;
 };
 
-void DefineSelectionOptions(CLI::App& verb, SelectionOptions& to);
-
-// Throws the parser's error when options contradict each other.
-void CheckSelectionOptions(const SelectionOptions& options);
+// Which options contradict each other, "-F: ..."; empty when none do.
+std::string SelectionProblem(const SelectionOptions& options);
 
 // Returns nothing after a report on stderr. `exitCode` is then kUsage for a wrong value; for a filter file
 // that cannot be read, the code of its status. The encoding of `output` is used: names and expressions beyond

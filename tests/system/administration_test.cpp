@@ -59,7 +59,7 @@ TEST_F(Administration, WhatWouldHarmTheServerIsRefusedBeforeItIsSent) {
   Expect("settings path Logs.dat", 2, "no absolute path");
   Expect("settings set --poll 0", 2, "--poll");
   Expect("settings set -", 2, "poll_ms: expected a number from 1", "{\"poll_ms\":0}");
-  Expect("settings set", 2, "name what is to be changed");
+  Expect("settings set", 2, "name a setting to change");
   Expect("clear", 2, "add --yes");
 }
 
