@@ -12,10 +12,6 @@ using TamLogClient::Status;
 
 namespace {
 
-bool Readable(Status status) {
-  return status == Status::Ok || status == Status::Damaged;
-}
-
 class FileReader : public tamlog_reader {
  public:
   explicit FileReader(const char* chosen) : path(chosen) {}

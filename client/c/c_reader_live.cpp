@@ -142,7 +142,7 @@ class LiveReader : public tamlog_reader {
       status = opened->Open(memory);
     }
     if (status == Status::NotRunning || status == Status::TimedOut) return TAMLOG_TIMED_OUT;
-    if (status != Status::Ok && status != Status::Damaged) return CodeOf(status);
+    if (!Readable(status)) return CodeOf(status);
     stream = std::move(opened);
     nothingLost = NothingIsLost(start->snapshot.header, stream->Snapshot().header);
     return TAMLOG_OK;
@@ -177,7 +177,7 @@ tamlog_status TAMLOG_CALL tamlog_reader_open_live(const tamlog_reader_options* o
     if (given.map_name != nullptr) chosen.mapName = given.map_name;
     auto opened = std::make_unique<LiveReader>(chosen);
     const Status status = opened->Refresh(chosen.timeoutMs);
-    if (status != Status::Ok && status != Status::Damaged) return CodeOf(status);
+    if (!Readable(status)) return CodeOf(status);
     *reader = opened.release();
     return CodeOf(status);
   });

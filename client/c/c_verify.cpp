@@ -77,9 +77,8 @@ tamlog_status Verify(std::string_view bytes, const tamlog_verify_options& option
 // --- Repairing.
 
 std::uint32_t SlotAt(std::uint64_t offset) {
-  if (offset < kSlotsOffset || (offset - kSlotsOffset) % sizeof(LogMessage) != 0) return TAMLOG_NO_SLOT;
-  const std::uint64_t slot = (offset - kSlotsOffset) / sizeof(LogMessage);
-  return slot < TAMLOG_NO_SLOT ? static_cast<std::uint32_t>(slot) : TAMLOG_NO_SLOT;
+  const auto slot = LogFileImage::SlotAtOffset(offset);
+  return slot && *slot < TAMLOG_NO_SLOT ? static_cast<std::uint32_t>(*slot) : TAMLOG_NO_SLOT;
 }
 
 tamlog_repair_note NoteAt(std::uint64_t offset, std::int32_t kind, bool saved) {
@@ -134,8 +133,8 @@ bool TakeOptions(const tamlog_repair_options* given, tamlog_repair_options& opti
 
 tamlog_status CodeOfWriting(Status status) {
   if (status == Status::Ok) return TAMLOG_OK;
-  // The messages pass the rules and fit: it can only be the name.
-  return status == Status::BadValue ? TAMLOG_EXISTS : TAMLOG_OUTPUT_FAILED;
+  const bool nameIsTaken = status == Status::Exists || status == Status::NotAFile;
+  return nameIsTaken ? TAMLOG_EXISTS : TAMLOG_OUTPUT_FAILED;
 }
 
 tamlog_status Repair(const std::string& path, const std::string& output, const tamlog_repair_options& options,

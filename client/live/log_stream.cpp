@@ -21,10 +21,6 @@ constexpr int kFailedPings = 2;
 constexpr std::uint64_t kFlushMs = 200;       // the server's pause between two flushes
 constexpr std::uint32_t kUsualPollMs = 1000;  // its pause between two readings of the driver
 
-bool Readable(Status status) {
-  return status == Status::Ok || status == Status::Damaged;
-}
-
 LogChange ChangeOf(const FollowStep& step) {
   if (step.cleared) return LogChange::Cleared;
   if (step.rewritten) return LogChange::Rewrite;
