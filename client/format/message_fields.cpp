@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "client/message/utf8.h"
+
 namespace TamLogClient {
 
 namespace {
@@ -47,9 +49,7 @@ std::string_view TakeItem(std::string_view& list) {
 
 std::optional<int> SeverityOf(std::string_view name) {
   std::string lower(name);
-  for (char& letter : lower) {
-    if (letter >= 'A' && letter <= 'Z') letter = static_cast<char>(letter + ('a' - 'A'));
-  }
+  std::transform(lower.begin(), lower.end(), lower.begin(), LowerCase);
   for (const auto& [known, severity] : kSeverities) {
     if (known == lower) return severity;
   }

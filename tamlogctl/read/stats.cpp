@@ -8,6 +8,7 @@
 #include "client/file/log_file_reader.h"
 #include "client/file/log_file_scan.h"
 #include "client/format/format_parts.h"
+#include "client/message/hex.h"
 #include "client/message/utf8.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"

@@ -1,10 +1,10 @@
 #include "tamlogctl/server/filter_text.h"
 
 #include <algorithm>
-#include <charconv>
 #include <nlohmann/json.hpp>
 
 #include "client/format/tsv_text.h"
+#include "client/message/hex.h"
 #include "client/message/utf8.h"
 
 namespace TamLogCtl {
@@ -30,25 +30,12 @@ std::optional<bool> IncludeFromKind(std::string_view kind) {
   return std::nullopt;
 }
 
-std::optional<std::string> FromHex(std::string_view digits) {
-  if (digits.size() % 2 != 0) return std::nullopt;
-  std::string bytes;
-  for (std::size_t i = 0; i < digits.size(); i += 2) {
-    unsigned value = 0;
-    const char* const begin = digits.data() + i;
-    const auto [end, error] = std::from_chars(begin, begin + 2, value, 16);
-    if (error != std::errc() || end != begin + 2) return std::nullopt;
-    bytes += static_cast<char>(value);
-  }
-  return bytes;
-}
-
 std::optional<FilterEntry> FromJson(const Json& entry) {
   if (!entry.is_object() || !entry.contains("kind") || !entry["kind"].is_string()) return std::nullopt;
   const auto include = IncludeFromKind(entry["kind"].get<std::string>());
   if (!include) return std::nullopt;
   if (entry.contains("text_hex") && entry["text_hex"].is_string()) {
-    auto text = FromHex(entry["text_hex"].get<std::string>());
+    auto text = TamLogClient::FromHex(entry["text_hex"].get<std::string>());
     if (!text) return std::nullopt;
     return FilterEntry{std::move(*text), *include};
   }

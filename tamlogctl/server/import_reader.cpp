@@ -10,6 +10,7 @@
 #include "client/file/log_file_repair.h"
 #include "client/file/log_file_verify.h"
 #include "client/format/tsv_text.h"
+#include "client/message/hex.h"
 #include "client/message/message_body.h"
 #include "client/message/time_text.h"
 #include "tamlogctl/base/console.h"
@@ -23,28 +24,10 @@ namespace {
 using TamLogClient::LogFileImage;
 using JsonLine = nlohmann::json;
 
-int HexDigit(char digit) {
-  constexpr std::string_view digits = "0123456789abcdef";
-  const std::size_t value = digits.find(digit >= 'A' && digit <= 'F' ? static_cast<char>(digit + 32) : digit);
-  return value == std::string_view::npos ? -1 : static_cast<int>(value);
-}
-
-std::optional<std::string> FromHex(const std::string& hex) {
-  if (hex.size() % 2 != 0) return std::nullopt;
-  std::string bytes;
-  for (std::size_t i = 0; i < hex.size(); i += 2) {
-    const int high = HexDigit(hex[i]);
-    const int low = HexDigit(hex[i + 1]);
-    if (high < 0 || low < 0) return std::nullopt;
-    bytes += static_cast<char>(static_cast<unsigned char>(high * 16 + low));
-  }
-  return bytes;
-}
-
 // The bytes as they were, when they stand beside a text that could not hold them.
 std::optional<std::string> TextField(const JsonLine& line, const char* name) {
   const auto raw = line.find(std::string(name) + "_hex");
-  if (raw != line.end() && raw->is_string()) return FromHex(raw->get<std::string>());
+  if (raw != line.end() && raw->is_string()) return TamLogClient::FromHex(raw->get<std::string>());
   const auto text = line.find(name);
   if (text == line.end() || !text->is_string()) return std::nullopt;
   return text->get<std::string>();
@@ -73,7 +56,7 @@ template <std::size_t size>
 void TakeBytes(const JsonLine& line, const char* name, std::uint8_t (&field)[size]) {
   const auto hex = line.find(name);
   if (hex == line.end() || !hex->is_string()) return;
-  const auto bytes = FromHex(hex->get<std::string>());
+  const auto bytes = TamLogClient::FromHex(hex->get<std::string>());
   if (bytes && bytes->size() == size) std::memcpy(field, bytes->data(), size);
 }
 
