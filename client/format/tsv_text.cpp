@@ -12,7 +12,7 @@ namespace TamLogClient {
 
 namespace {
 
-// The character that a single-letter escape stands for; 0 for another letter.
+// Returns the character that a single-letter escape stands for; 0 for other letters.
 char SimpleEscape(char letter) {
   switch (letter) {
     case 't':

@@ -9,8 +9,8 @@ namespace TamLogClient {
 
 namespace {
 
-constexpr std::string_view kFirstForm = "c1";  // of cursors
-constexpr std::size_t kNumbers = 7;            // the last is the check sum
+constexpr std::string_view kFirstForm = "c1";  // prefix and version of the text
+constexpr std::size_t kNumbers = 7;            // the last is the checksum
 constexpr std::size_t kLongest = 2 + kNumbers * 17;
 
 using Numbers = std::array<std::uint64_t, kNumbers>;
@@ -64,7 +64,7 @@ std::optional<Cursor> ParseCursor(std::string_view text) {
                       static_cast<std::uint32_t>((*numbers)[3]),
                       (*numbers)[4],
                       (*numbers)[5]};
-  // One cursor, one text: capital letters, zeros in front and a wrong check sum end here.
+  // Each cursor has one text: this refuses capital letters, leading zeros and a wrong checksum.
   if (FormatCursor(cursor) != text) return std::nullopt;
   return cursor;
 }

@@ -100,7 +100,7 @@ std::optional<FollowerMemory> ParseMemory(std::string_view text) {
   for (KnownMessage& known : memory.known) {
     if (!TakeKnown(text, known)) return std::nullopt;
   }
-  // One memory, one text: anything behind the last line, capital letters and zeros in front end here.
+  // Each memory has one text: this refuses anything after the last line, capital letters and leading zeros.
   if (!text.empty() || FormatMemory(memory) != whole) return std::nullopt;
   return memory;
 }

@@ -29,18 +29,18 @@ std::string PlaceOf(std::uint64_t offset) {
 }
 
 void TellChanges(const RepairPlan& plan, std::string& text) {
-  if (plan.mended + plan.retyped == 0) return;
-  text += "  changed: " + std::to_string(plan.mended) + " texts were given an end, " +
-          std::to_string(plan.retyped) + " types that do not exist another one\n";
+  if (plan.textsCut + plan.typesChanged == 0) return;
+  text += "  changed: " + std::to_string(plan.textsCut) + " unterminated texts were cut, " +
+          std::to_string(plan.typesChanged) + " types that do not exist were changed\n";
   for (const TamLogClient::Change& change : plan.changes) {
     text += "    " + PlaceOf(change.offset) + ":";
-    if (change.endTexts) text += " the text was cut";
-    if (change.giveType)
-      text += " type " + std::to_string(change.seenType) + " became " + std::to_string(change.givenType);
+    if (change.cutTexts) text += " the text was cut";
+    if (change.changeType)
+      text += " type " + std::to_string(change.oldType) + " became " + std::to_string(change.newType);
     text += "\n";
   }
   // A message has one of the two flaws only, or it is not believed.
-  const std::uint64_t all = plan.mended + plan.retyped;
+  const std::uint64_t all = plan.textsCut + plan.typesChanged;
   if (plan.changes.size() < all)
     text += "    and " + std::to_string(all - plan.changes.size()) + " more; list them with --all\n";
 }

@@ -180,7 +180,7 @@ TEST_F(FileVerbs, Export) {
   EXPECT_FALSE(IsThere("other.txt.new0"));
 }
 
-TEST_F(FileVerbs, DamagedMessagesAreToldWhereverTheExitCodeIsSeven) {
+TEST_F(FileVerbs, DamagedMessagesAreReportedWhereverTheExitCodeIsSeven) {
   for (const char* const arguments : {"merge bad.dat", "export new.txt --file bad.dat", "show --file bad.dat",
                                       "show -r --file bad.dat", "stats --file bad.dat"}) {
     Expect(arguments, 7, "1 message");
@@ -259,7 +259,7 @@ TEST_F(FileVerbs, PipesAreReadToTheirEnd) {
   EXPECT_EQ(Shell("head -c 1000 good.dat | $T show --count --file /dev/stdin").exitCode, 7);
 }
 
-TEST_F(FileVerbs, OutputThatCannotBeWrittenIsToldUnlessItsReaderLeft) {
+TEST_F(FileVerbs, OutputThatCannotBeWrittenIsReportedUnlessItsReaderLeft) {
   for (const char* const arguments :
        {"show --file good.dat", "show --count --file good.dat", "merge good.dat", "stats --file good.dat",
         "verify good.dat", "version"}) {
@@ -302,7 +302,7 @@ TEST_F(FileVerbs, ImportReadsItsFilesBeforeItAsksForAServer) {
   Expect("import secret.dat", 4, "secret.dat: access denied");
 }
 
-TEST_F(FileVerbs, UsageErrorsNameTheOptionAndTheMend) {
+TEST_F(FileVerbs, UsageErrorsNameTheOptionAndTheFix) {
   const struct {
     const char* arguments;
     const char* said;
