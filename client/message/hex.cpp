@@ -46,7 +46,7 @@ std::optional<std::string> FromHex(std::string_view digits) {
 
 void AppendHexNumber(std::uint64_t value, std::string& out) {
   std::array<char, 16> digits{};
-  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value, 16).ptr;
+  char* const end = std::to_chars(digits.data(), digits.data() + digits.size(), value, 16).ptr;
   out.append(digits.data(), end);
 }
 
