@@ -101,11 +101,11 @@ tamlog_repair_note NoteOf(const RepairLoss& loss) {
 
 // `text` holds the note's text.
 tamlog_repair_note NoteOf(const Change& change, std::string& text) {
-  text = change.endTexts
+  text = change.cutTexts
              ? "an unterminated text was cut"
-             : "type " + std::to_string(change.seenType) + " became " + std::to_string(change.givenType);
+             : "type " + std::to_string(change.oldType) + " became " + std::to_string(change.newType);
   tamlog_repair_note note =
-      NoteAt(change.offset, change.endTexts ? TAMLOG_NOTE_TEXT_CUT : TAMLOG_NOTE_TYPE_CHANGED, true);
+      NoteAt(change.offset, change.cutTexts ? TAMLOG_NOTE_TEXT_CUT : TAMLOG_NOTE_TYPE_CHANGED, true);
   note.bytes = sizeof(LogMessage);
   note.messages = 1;
   note.text = text.c_str();
@@ -161,8 +161,8 @@ tamlog_status Repair(const std::string& path, const std::string& output, const t
   result.capacity = capacity;
   result.saved = saved;
   result.carved = found + plan.repeated > plan.fromRing ? found + plan.repeated - plan.fromRing : 0;
-  result.texts_cut = plan.mended;
-  result.types_changed = plan.retyped;
+  result.texts_cut = plan.textsCut;
+  result.types_changed = plan.typesChanged;
   result.repeated = plan.repeated;
   result.left_out = found - saved;
   result.outside = plan.outside;

@@ -12,7 +12,7 @@
 namespace TamLogClient {
 
 LogFileImage::LogFileImage(std::string_view fileBytes) : bytes(fileBytes) {
-  // No bytes may have no address either.
+  // A view of no bytes may have a null pointer.
   if (!bytes.empty()) std::memcpy(&header, bytes.data(), std::min(bytes.size(), sizeof(header)));
 }
 

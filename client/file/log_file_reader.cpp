@@ -19,8 +19,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Slots are read one after the other, so that a file that shrinks meanwhile gives those before the cut. The
-// bytes that were there.
+// Reads slots in order, so that of a file that shrinks meanwhile those before the cut are kept. Returns the
+// bytes that were read.
 std::uint64_t ReadSlots(std::ifstream& file, std::uint64_t expected, std::vector<LogMessage>& slots) {
   constexpr std::size_t kChunk = 1024;
   while (slots.size() < expected) {
@@ -41,12 +41,12 @@ void Judge(LogFileContents& contents, std::uint64_t bytes) {
   const LogFileHeader& header = contents.snapshot.header;
   const std::string there = std::to_string(contents.snapshot.slots.size());
   if (!RingIsSound(header)) {
-    contents.remark = "the header makes no sense (capacity " + std::to_string(header.maxMessages) +
+    contents.remark = "the header is not valid (capacity " + std::to_string(header.maxMessages) +
                       ", messages " + std::to_string(header.messageCount) + ", next slot " +
                       std::to_string(header.nextSlot) + ")";
   } else if (!contents.snapshot.HeaderIsSound()) {
     contents.remark =
-        "the file is short: " + there + " of " + std::to_string(header.maxMessages) + " slots are there";
+        "the file is too short: it has " + there + " of " + std::to_string(header.maxMessages) + " slots";
   } else if (bytes != LogFileSize(static_cast<std::uint64_t>(header.maxMessages))) {
     contents.remark = "the file's size of " + std::to_string(bytes) + " bytes does not fit its capacity of " +
                       std::to_string(header.maxMessages) + " messages";

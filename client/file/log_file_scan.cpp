@@ -41,7 +41,7 @@ struct PartSurvey : LogFileSurvey {
   }
 };
 
-// In pieces that stay in a processor's cache while they are looked at.
+// Reads pieces that fit into a processor's cache while they are examined.
 std::optional<PartSurvey> SurveyPart(LogFileScan& scan, std::uint32_t from, std::uint32_t to) {
   constexpr std::uint32_t kPiece = 512;
   PartSurvey part;
@@ -62,7 +62,7 @@ bool LogFileScan::Open(const std::string& path) {
   place = path;
   std::error_code error;
   const auto bytes = std::filesystem::file_size(PathOf(path), error);
-  if (error) return false;  // what is read from a pipe here would be missing in the next attempt
+  if (error) return false;  // a pipe: what is read here would be missing in the next attempt
   file.open(PathOf(path), std::ios::binary);
   return file.is_open() && ReadAt(file, 0, &header, sizeof(header)) && HeaderFits(header, bytes);
 }
@@ -92,7 +92,7 @@ bool LogFileScan::ForEach(const std::function<bool(const LogMessage&)>& take, st
 }
 
 std::optional<LogFileSurvey> LogFileScan::Survey() const {
-  // A stream has one place to read at: each part has one of its own.
+  // A stream has one read position, so each part opens the file for itself.
   const auto survey = [this](std::uint32_t from, std::uint32_t to) -> std::optional<PartSurvey> {
     LogFileScan own;
     if (!own.Open(place) || std::memcmp(&own.header, &header, sizeof(header)) != 0) return std::nullopt;

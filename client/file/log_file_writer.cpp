@@ -21,8 +21,8 @@ bool IsThere(const std::string& path) {
   return fs::exists(fs::symlink_status(PathOf(path), error));
 }
 
-// A name that nothing has yet. Two programs that write the same target at once are kept apart by the second
-// finding the first one's file.
+// Returns an unused name, or nothing after 1000 tries. Of two programs that write the same target, the second
+// finds the file of the first and takes another name.
 std::string TemporaryName(const std::string& target) {
   constexpr int kTries = 1000;
   for (int i = 0; i < kTries; ++i) {
@@ -51,7 +51,7 @@ Status AtomicFile::Open(const std::string& path, bool overwrite) {
   const auto kind = fs::status(PathOf(path), error).type();
   const bool known = kind != fs::file_type::none && kind != fs::file_type::unknown;
   const bool isFile = kind == fs::file_type::regular || kind == fs::file_type::not_found;
-  // A device would not be written but lose its name.
+  // Renaming over a device would replace it, not write to it.
   if (known && !isFile) return Status::NotAFile;
   if (!overwrite && IsThere(path)) return Status::Exists;
   target = path;

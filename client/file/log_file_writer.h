@@ -1,7 +1,7 @@
 #pragma once
 
-// Writes files so that nobody ever sees half of one: into a new file beside the target, which takes its name
-// once it is whole.
+// Writes files so that no other program ever sees half of one: into a temporary file in the same directory,
+// which is renamed when it is complete.
 
 #include <cstdint>
 #include <fstream>
@@ -14,11 +14,11 @@
 
 namespace TamLogClient {
 
-// A file that comes into being as a whole or not at all. One thread at a time.
+// A file that appears complete or not at all. One thread at a time.
 class AtomicFile {
  public:
   AtomicFile() = default;
-  ~AtomicFile();  // what was not committed is removed
+  ~AtomicFile();  // removes the temporary file unless it was committed
   AtomicFile(const AtomicFile&) = delete;
   AtomicFile& operator=(const AtomicFile&) = delete;
 
@@ -26,7 +26,7 @@ class AtomicFile {
   // NotFound when the directory does not exist.
   Status Open(const std::string& path, bool overwrite);
 
-  // False once a write has failed.
+  // Returns false once a write has failed.
   bool Write(std::string_view bytes);
 
   // Gives the file its name; unless the result is Ok, nothing is left of it. Exists when another program has
@@ -40,14 +40,14 @@ class AtomicFile {
   std::ofstream file;
 };
 
-// Gives message `index`, from 0 for the oldest. It passes the rules of the format.
+// Returns message `index`, from 0 for the oldest. The message must not break a rule of the format.
 using MessageAt = std::function<LogMessage(std::uint64_t index)>;
 
 // Called before each slot is written; false ends the writing.
 using GoOn = std::function<bool(std::uint64_t slot)>;
 
 // Writes a log file of `capacity` slots with `count` messages, which are in time order, oldest first. They
-// are numbered from 0 on. Returns the statuses of AtomicFile; BadValue when the messages do not fit, or when
+// are numbered from 0. Returns the statuses of AtomicFile; BadValue when the messages do not fit, or when
 // one of them would make a server empty the file; Interrupted when `goOn` returned false. Unless the result
 // is Ok, nothing is left of the file.
 Status WriteLogFile(const std::string& path, std::uint64_t count, const MessageAt& messageAt,

@@ -48,18 +48,18 @@ void AppendOmitted(const RepairPlan& plan, std::uint64_t written, std::uint32_t 
 }
 
 void AppendChanges(const RepairPlan& plan, std::string& text) {
-  if (plan.mended + plan.retyped == 0) return;
-  text += "  changed: " + Counted(plan.mended, "unterminated text") + " cut, " +
-          Counted(plan.retyped, "unknown type") + " replaced\n";
+  if (plan.textsCut + plan.typesChanged == 0) return;
+  text += "  changed: " + Counted(plan.textsCut, "unterminated text") + " cut, " +
+          Counted(plan.typesChanged, "unknown type") + " replaced\n";
   for (const TamLogClient::Change& change : plan.changes) {
     text += "    " + PlaceOf(change.offset) + ":";
-    if (change.endTexts) text += " the text was cut";
-    if (change.giveType)
-      text += " type " + std::to_string(change.seenType) + " became " + std::to_string(change.givenType);
+    if (change.cutTexts) text += " the text was cut";
+    if (change.changeType)
+      text += " type " + std::to_string(change.oldType) + " became " + std::to_string(change.newType);
     text += "\n";
   }
   // Each message counts once: one with both defects is not taken for a message.
-  text += ListEnd(plan.mended + plan.retyped - plan.changes.size());
+  text += ListEnd(plan.textsCut + plan.typesChanged - plan.changes.size());
 }
 
 void AppendLosses(const RepairPlan& plan, std::string& text) {

@@ -1,9 +1,9 @@
 #include "tamlogctl/server/filter_text.h"
 
 #include <algorithm>
-#include <charconv>
 
 #include "client/format/tsv_text.h"
+#include "client/message/hex.h"
 #include "client/message/utf8.h"
 #include "tamlogctl/base/json.h"
 
@@ -28,25 +28,12 @@ std::optional<bool> IncludeFromKind(std::string_view kind) {
   return std::nullopt;
 }
 
-std::optional<std::string> FromHex(std::string_view digits) {
-  if (digits.size() % 2 != 0) return std::nullopt;
-  std::string bytes;
-  for (std::size_t i = 0; i < digits.size(); i += 2) {
-    unsigned value = 0;
-    const char* const begin = digits.data() + i;
-    const auto [end, error] = std::from_chars(begin, begin + 2, value, 16);
-    if (error != std::errc() || end != begin + 2) return std::nullopt;
-    bytes += static_cast<char>(value);
-  }
-  return bytes;
-}
-
 std::optional<FilterEntry> FromJson(const Json& entry) {
   const std::string* const kind = entry.FindString("kind");
   const auto include = kind == nullptr ? std::nullopt : IncludeFromKind(*kind);
   if (!include) return std::nullopt;
   if (const std::string* const digits = entry.FindString("text_hex")) {
-    auto text = FromHex(*digits);
+    auto text = TamLogClient::FromHex(*digits);
     if (!text) return std::nullopt;
     return FilterEntry{std::move(*text), *include};
   }

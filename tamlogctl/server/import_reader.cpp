@@ -9,6 +9,7 @@
 #include "client/file/log_file_repair.h"
 #include "client/file/log_file_verify.h"
 #include "client/format/tsv_text.h"
+#include "client/message/hex.h"
 #include "client/message/message_body.h"
 #include "client/message/time_text.h"
 #include "tamlogctl/base/console.h"
@@ -22,27 +23,9 @@ namespace {
 
 using TamLogClient::LogFileImage;
 
-int HexDigit(char digit) {
-  constexpr std::string_view digits = "0123456789abcdef";
-  const std::size_t value = digits.find(digit >= 'A' && digit <= 'F' ? static_cast<char>(digit + 32) : digit);
-  return value == std::string_view::npos ? -1 : static_cast<int>(value);
-}
-
-std::optional<std::string> FromHex(const std::string& hex) {
-  if (hex.size() % 2 != 0) return std::nullopt;
-  std::string bytes;
-  for (std::size_t i = 0; i < hex.size(); i += 2) {
-    const int high = HexDigit(hex[i]);
-    const int low = HexDigit(hex[i + 1]);
-    if (high < 0 || low < 0) return std::nullopt;
-    bytes += static_cast<char>(static_cast<unsigned char>(high * 16 + low));
-  }
-  return bytes;
-}
-
 // The bytes as they were, when they stand beside a text that could not hold them.
 std::optional<std::string> TextField(const Json& line, const std::string& name) {
-  if (const std::string* const digits = line.FindString(name + "_hex")) return FromHex(*digits);
+  if (const std::string* const digits = line.FindString(name + "_hex")) return TamLogClient::FromHex(*digits);
   const std::string* const text = line.FindString(name);
   return text == nullptr ? std::nullopt : std::optional(*text);
 }
@@ -76,7 +59,7 @@ template <std::size_t size>
 void TakeBytes(const Json& line, const char* name, std::uint8_t (&field)[size]) {
   const std::string* const digits = line.FindString(name);
   if (digits == nullptr) return;
-  const auto bytes = FromHex(*digits);
+  const auto bytes = TamLogClient::FromHex(*digits);
   if (bytes && bytes->size() == size) std::memcpy(field, bytes->data(), size);
 }
 

@@ -299,7 +299,7 @@ TEST_F(FileVerbs, PipesAreReadToTheirEnd) {
   EXPECT_EQ(Shell("head -c 1000 good.dat | $T show --count --file /dev/stdin").exitCode, 7);
 }
 
-TEST_F(FileVerbs, OutputThatCannotBeWrittenIsToldUnlessItsReaderLeft) {
+TEST_F(FileVerbs, OutputThatCannotBeWrittenIsReportedUnlessItsReaderLeft) {
   for (const char* const arguments :
        {"show --file good.dat", "show --count --file good.dat", "merge good.dat", "stats --file good.dat",
         "verify good.dat", "version"}) {
@@ -342,7 +342,7 @@ TEST_F(FileVerbs, ImportReadsItsFilesBeforeItAsksForAServer) {
   Expect("import secret.dat", 4, "secret.dat: access denied");
 }
 
-TEST_F(FileVerbs, UsageErrorsNameTheOptionAndTheMend) {
+TEST_F(FileVerbs, UsageErrorsNameTheOptionAndTheFix) {
   const struct {
     const char* arguments;
     const char* said;

@@ -94,7 +94,7 @@ TEST_F(LogFileReaderTest, FileCutAnywhereGivesWhatIsReadable) {
 
 TEST_F(LogFileReaderTest, ShortFileSaysHowManySlotsAreThere) {
   bytes.resize(kSlotsOffset + 3 * sizeof(LogMessage) + 5);
-  EXPECT_EQ(Read().remark, "the file is short: 3 of 8 slots are there");
+  EXPECT_EQ(Read().remark, "the file is too short: it has 3 of 8 slots");
   bytes.resize(100);
   EXPECT_EQ(Read().remark, "the file ends within its header");
 }

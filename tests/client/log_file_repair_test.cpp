@@ -107,17 +107,17 @@ TEST_F(LogFileRepairTest, BadMessagesAreLeftOutWithSlotAndReason) {
 TEST_F(LogFileRepairTest, TextWithoutEndIsGivenOne) {
   LogMessage message = ReadSlot(5);
   std::memset(message.body.text, 'x', kTextSize);
-  message.body.source[kTextSize - 1] = 'y';  // behind the source's end
+  message.body.source[kTextSize - 1] = 'y';  // after the end of the source
   WriteSlot(5, message);
   EXPECT_EQ(Saved(), "01234" + std::string(256, 'x'));
-  EXPECT_EQ(Plan().mended, 1U);
+  EXPECT_EQ(Plan().textsCut, 1U);
   message.body.text[kTextSize - 1] = '\0';
   EXPECT_EQ(TamLogTest::BodyBytes(SavedMessageOf(LogFileImage(bytes), Plan().oldestFirst[5])),
             TamLogTest::BodyBytes(message))
       << "nothing else is changed";
 }
 
-TEST_F(LogFileRepairTest, TypeThatDoesNotExistCostsNoMessageAndIsTold) {
+TEST_F(LogFileRepairTest, TypeThatDoesNotExistCostsNoMessageAndIsReported) {
   constexpr std::uint32_t kFlipped = 0x00400000;
   LogMessage message = ReadSlot(2);
   const std::uint32_t before = message.body.type;
@@ -127,12 +127,12 @@ TEST_F(LogFileRepairTest, TypeThatDoesNotExistCostsNoMessageAndIsTold) {
     EXPECT_EQ(Saved({.carve = carve}), "012345");
     const auto plan = Plan({.carve = carve});
     EXPECT_EQ(plan.lost, 0U);
-    EXPECT_EQ(plan.mended, 0U);
-    EXPECT_EQ(plan.retyped, 1U);
+    EXPECT_EQ(plan.textsCut, 0U);
+    EXPECT_EQ(plan.typesChanged, 1U);
     ASSERT_EQ(plan.changes.size(), 1U);
     EXPECT_EQ(plan.changes[0].offset, LogFileImage::OffsetOf(2));
-    EXPECT_EQ(plan.changes[0].seenType, before ^ kFlipped);
-    EXPECT_EQ(plan.changes[0].givenType, before);
+    EXPECT_EQ(plan.changes[0].oldType, before ^ kFlipped);
+    EXPECT_EQ(plan.changes[0].newType, before);
     const LogMessage saved = SavedMessageOf(LogFileImage(bytes), plan.oldestFirst[2]);
     EXPECT_EQ(saved.body.type, before) << "one bit above the two lowest does not hide which type it was";
   }
@@ -162,13 +162,13 @@ TEST_F(LogFileRepairTest, MessagesAfterAClearAreCarved) {
   EXPECT_EQ(Plan({.carve = true}).outside, 0U);
 }
 
-TEST_F(LogFileRepairTest, MessagesThatAWrongHeaderHidesAreTold) {
+TEST_F(LogFileRepairTest, MessagesThatAWrongHeaderHidesAreReported) {
   bytes[offsetof(LogFileHeader, messageCount)] = 2;
   EXPECT_EQ(Saved(), "45");
   EXPECT_EQ(Plan().outside, 4U);
 }
 
-TEST_F(LogFileRepairTest, MessagesAfterAReformatAreCarvedBesideNewOnes) {
+TEST_F(LogFileRepairTest, MessagesAfterAReformatAreCarvedInAdditionToNewOnes) {
   log.Clear();
   log.Submit(MakeBody(9000, "new"));
   log.Flush();

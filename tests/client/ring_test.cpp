@@ -90,7 +90,7 @@ TEST(Ring, SlotsThatAreNotThereAreLeftOut) {
   EXPECT_EQ(RingSlots(Header(kHuge, kHuge, 1), 3), (Slots{1, 2, 0}));
 }
 
-TEST(Ring, EverySoundHeaderIsToldFromEveryOther) {
+TEST(Ring, ExactlyTheSoundHeadersAreAccepted) {
   for (std::int32_t capacity = -1; capacity <= 3; ++capacity) {
     for (std::int32_t count = -1; count <= 4; ++count) {
       for (std::int32_t next = -1; next <= 4; ++next) {

@@ -148,7 +148,7 @@ TEST_F(TamlogctlTest, DamagedFileIsSevenAndItsMessagesAreShown) {
   const auto outcome = Run("show -o cat " + MakeLog(4 * sizeof(LogMessage)));
   EXPECT_EQ(outcome.exitCode, 7U);
   EXPECT_EQ(outcome.out, "message 0\nmessage 1\nmessage 2\nmessage 3\n");
-  EXPECT_NE(outcome.err.find("the file is short: 4 of 8 slots are there"), std::string::npos) << outcome.err;
+  EXPECT_NE(outcome.err.find("the file is too short: it has 4 of 8 slots"), std::string::npos) << outcome.err;
 }
 
 TEST_F(TamlogctlTest, SeveralFilesAreMergedByTime) {
@@ -167,7 +167,7 @@ TEST_F(TamlogctlTest, MissingFileAndMissingServerAreThree) {
   EXPECT_NE(Run("status -o json").out.find("\"state\": \"not running\""), std::string::npos);
 }
 
-TEST_F(TamlogctlTest, UsageErrorsAreTwoAndNameTheOptionAndTheMend) {
+TEST_F(TamlogctlTest, UsageErrorsAreTwoAndNameTheOptionAndTheFix) {
   const std::string log = MakeLog();
   const auto expectUsage = [this](const std::string& arguments, const std::string& word) {
     const auto outcome = Run(arguments);
