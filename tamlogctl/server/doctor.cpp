@@ -24,13 +24,8 @@ namespace TamLogCtl {
 
 namespace {
 
-using TamLogClient::Finding;
-using TamLogClient::FindingState;
 using TamLogClient::LogClient;
-using TamLogClient::LogExaminer;
 using TamLogClient::LogReader;
-using TamLogClient::Observations;
-using TamLogClient::PipeState;
 using TamLogClient::Status;
 using Json = nlohmann::ordered_json;
 
@@ -40,8 +35,7 @@ void AskServer(const DoctorOptions& options, Observations& seen) {
   const KeptLengths kept = LookAtKeptTexts();
   seen.longestKeptFilter = kept.longestFilter;
   seen.keptPathLength = kept.path;
-  seen.pipe =
-      TamLogClient::ExaminePipes(kRequestPipeName, std::min(kBusyMs, options.timeoutMs), options.timeoutMs);
+  seen.pipe = ExaminePipes(kRequestPipeName, std::min(kBusyMs, options.timeoutMs), options.timeoutMs);
   if (seen.pipe != PipeState::Answers) return;
   LogClient client({kRequestPipeName, options.timeoutMs});
   SettingsBody settings{};
@@ -160,7 +154,7 @@ std::vector<std::string> Unstick(LogExaminer& examiner, const Observations& seen
                           ? "set the count of readers inside to 0 and signalled the write-wait event"
                           : "left the readers alone: something moved meanwhile; look again");
   }
-  if (seen.pipe == PipeState::Blocked && TamLogClient::FreeListener(kRequestPipeName)) {
+  if (seen.pipe == PipeState::Blocked && FreeListener(kRequestPipeName)) {
     done.emplace_back("opened and closed the reply pipe, which lets the server go on");
   }
   if (done.empty()) done.emplace_back("nothing is stuck; nothing was done");

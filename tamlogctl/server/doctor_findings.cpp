@@ -2,9 +2,11 @@
 
 #include <utility>
 
-namespace TamLogClient {
+namespace TamLogCtl {
 
 namespace {
+
+using TamLogClient::FilterEntry;
 
 constexpr std::size_t kMostFilterText = 127;
 constexpr std::size_t kMostPath = 255;
@@ -246,4 +248,4 @@ std::vector<Finding> Diagnose(const Observations& seen) {
   return out.Take();
 }
 
-}  // namespace TamLogClient
+}  // namespace TamLogCtl

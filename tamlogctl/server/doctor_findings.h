@@ -10,7 +10,7 @@
 #include "client/message/filter_rule.h"
 #include "records/log_file_format.h"
 
-namespace TamLogClient {
+namespace TamLogCtl {
 
 enum class ServiceState : std::uint8_t { Unknown, NotInstalled, Denied, Stopped, Pending, Running };
 
@@ -31,7 +31,7 @@ struct Observations {
   std::uint64_t fileBytes = 0;
 
   bool filtersKnown = false;
-  std::vector<FilterEntry> filters;
+  std::vector<TamLogClient::FilterEntry> filters;
   std::size_t longestKeptFilter = 0;  // in the registry, where it can be looked at without asking the server
   std::size_t keptPathLength = 0;     // the same of the log file's path
 
@@ -71,4 +71,4 @@ std::vector<Finding> Diagnose(const Observations& seen);
 // A reader died or hangs inside: nobody moves, and the next flush waits, or waits already, without limit.
 bool ReaderIsStuck(const Observations& seen);
 
-}  // namespace TamLogClient
+}  // namespace TamLogCtl

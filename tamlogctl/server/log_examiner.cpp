@@ -5,9 +5,11 @@
 #include "client/live/guarded_copy.h"
 #include "client/message/win32.h"
 
-namespace TamLogClient {
+namespace TamLogCtl {
 
 namespace {
+
+using TamLogClient::Handle;
 
 constexpr DWORD kLookAccess = SYNCHRONIZE | EVENT_MODIFY_STATE;
 constexpr DWORD kLookEveryMs = 20;
@@ -126,4 +128,4 @@ bool LogExaminer::ForgetReaders(const LogFileHeader& seen) {
   return done;
 }
 
-}  // namespace TamLogClient
+}  // namespace TamLogCtl

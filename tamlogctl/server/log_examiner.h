@@ -11,7 +11,7 @@
 #include "client/live/handle.h"
 #include "records/log_file_format.h"
 
-namespace TamLogClient {
+namespace TamLogCtl {
 
 // A system error code of 0 means that the object could be opened.
 struct LogObjects {
@@ -63,10 +63,10 @@ class LogExaminer {
   bool TakeLock(std::uint32_t milliseconds) const;
   bool CopyHeader(LogFileHeader& header) const;
 
-  Handle mapping;
-  std::array<Handle, 3> events;
+  TamLogClient::Handle mapping;
+  std::array<TamLogClient::Handle, 3> events;
   unsigned char* headerView = nullptr;
   const unsigned char* fileView = nullptr;
 };
 
-}  // namespace TamLogClient
+}  // namespace TamLogCtl

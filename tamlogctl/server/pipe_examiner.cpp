@@ -5,9 +5,14 @@
 #include "client/live/pipe_connection.h"
 #include "client/message/win32.h"
 
-namespace TamLogClient {
+namespace TamLogCtl {
 
 namespace {
+
+using TamLogClient::CallDeadline;
+using TamLogClient::Handle;
+using TamLogClient::PipeConnection;
+using TamLogClient::Status;
 
 constexpr std::uint32_t kAbsentMs = 1000;
 constexpr int kReplyAttempts = 50;
@@ -56,4 +61,4 @@ bool FreeListener(const std::string& pipeName) {
   return false;
 }
 
-}  // namespace TamLogClient
+}  // namespace TamLogCtl

@@ -7,7 +7,7 @@
 
 #include "tamlogctl/server/doctor_findings.h"
 
-namespace TamLogClient {
+namespace TamLogCtl {
 
 // Tries to open both pipes for `busyMs` and to get an answer to a Ping within `answerMs`. A request pipe that
 // is busy all the time says that a client opened it and not the reply pipe, which keeps all others out.
@@ -17,4 +17,4 @@ PipeState ExaminePipes(const std::string& pipeName, std::uint32_t busyMs, std::u
 // client that is just between its two opens loses its reply pipe. False when it could not be opened.
 bool FreeListener(const std::string& pipeName);
 
-}  // namespace TamLogClient
+}  // namespace TamLogCtl

@@ -14,7 +14,6 @@ namespace TamLogCtl {
 
 namespace {
 
-using TamLogClient::ServiceState;
 using TamLogClient::Status;
 
 constexpr std::uint32_t kAskEveryMs = 200;

@@ -9,8 +9,6 @@ namespace TamLogCtl {
 
 namespace {
 
-using TamLogClient::ServiceState;
-
 constexpr char kServiceName[] = "TamLogServer";
 
 struct Closer {

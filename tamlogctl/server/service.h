@@ -10,7 +10,7 @@
 namespace TamLogCtl {
 
 struct ServiceReport {
-  TamLogClient::ServiceState state = TamLogClient::ServiceState::Unknown;
+  ServiceState state = ServiceState::Unknown;
   std::uint32_t raw = 0;        // the manager's own number of the state
   std::uint32_t processId = 0;  // 0 when it does not run
 };

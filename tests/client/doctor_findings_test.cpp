@@ -6,12 +6,12 @@
 
 namespace {
 
-using TamLogClient::Diagnose;
-using TamLogClient::Finding;
-using TamLogClient::FindingState;
-using TamLogClient::Observations;
-using TamLogClient::PipeState;
-using TamLogClient::ServiceState;
+using TamLogCtl::Diagnose;
+using TamLogCtl::Finding;
+using TamLogCtl::FindingState;
+using TamLogCtl::Observations;
+using TamLogCtl::PipeState;
+using TamLogCtl::ServiceState;
 
 // A server at which nothing is wrong.
 Observations Healthy() {
