@@ -49,6 +49,7 @@ inline constexpr std::uint32_t kLastHandledCode = 14;
 
 inline constexpr std::size_t kPipeBodySize = 1024;
 inline constexpr std::size_t kFilterTextSize = 128;  // including the terminating zero
+inline constexpr std::size_t kLongestLogPath = 255;  // bytes; a server cannot start again with a longer one
 
 struct SettingsBody {
   std::uint32_t maxMessage;      // messages

@@ -13,7 +13,6 @@ namespace TamLogClient {
 
 namespace {
 
-constexpr std::size_t kMaxPath = 255;
 constexpr std::uint32_t kMostFilters = 100000;  // stops a server that never says "no such filter"
 
 template <std::size_t size>
@@ -139,7 +138,7 @@ Status LogClient::GetDefaultLogFile(std::string& path) {
 }
 
 Status LogClient::SetLogFile(const std::string& path) {
-  if (path.size() > kMaxPath) return Status::TooLong;
+  if (path.size() > kLongestLogPath) return Status::TooLong;
   if (path.empty() || HasZero(path)) return Status::BadValue;
   PipeRequest request = MakeRequest(RequestCode::SetLogFile);
   std::memcpy(request.path, path.data(), path.size());

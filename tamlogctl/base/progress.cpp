@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "tamlogctl/base/console.h"
+#include "tamlogctl/base/wait.h"
 
 namespace TamLogCtl {
 

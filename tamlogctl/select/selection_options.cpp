@@ -8,7 +8,9 @@
 #include <utility>
 
 #include "client/file/file_path.h"
+#include "client/message/local_time.h"
 #include "tamlogctl/base/console.h"
+#include "tamlogctl/base/locale.h"
 #include "tamlogctl/select/time_bound.h"
 
 namespace TamLogCtl {
@@ -78,7 +80,7 @@ bool AddPatterns(const SelectionOptions& options, MessageSelection& selection) {
 }
 
 bool AddTimes(const SelectionOptions& options, MessageSelection& selection) {
-  const TamLogClient::BoundClock clock{Now(), LocalOffsetMinutes};
+  const TamLogClient::BoundClock clock{TamLogClient::LocalNow(), OffsetAtUtc};
   for (const bool until : {false, true}) {
     const std::string& text = until ? options.until : options.since;
     if (text.empty()) continue;

@@ -5,6 +5,7 @@
 #include <system_error>
 
 #include "client/file/file_path.h"
+#include "client/message/local_time.h"
 #include "tamlogctl/base/console.h"
 
 namespace TamLogCtl {
@@ -62,7 +63,7 @@ bool WriteBackup(const std::string& path, const LogSnapshot& snapshot, std::stri
 }
 
 std::string BackupName() {
-  const TamLogClient::TimeWords now = Now();
+  const TamLogClient::TimeWords now = TamLogClient::LocalNow();
   std::string digits;
   const auto add = [&digits](int value, std::size_t width) {
     const std::string text = std::to_string(value);

@@ -50,8 +50,7 @@ void AskServer(const DoctorOptions& options, Observations& seen) {
   seen.saveSeconds = settings.saveRate;
   seen.typeMask = settings.typeFilter;
   if (kept.path < kEndsServer) client.GetLogFile(seen.logFile);
-  if (kept.longestFilter <= kMostFilterText)
-    seen.filtersKnown = client.GetFilters(seen.filters) == Status::Ok;
+  if (kept.longestFilter <= kLongestFilter) seen.filtersKnown = client.GetFilters(seen.filters) == Status::Ok;
 }
 
 void LookAtFile(Observations& seen) {

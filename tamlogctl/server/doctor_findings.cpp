@@ -2,15 +2,13 @@
 
 #include <utility>
 
+#include "records/pipe_protocol.h"
+#include "tamlogctl/server/filter_text.h"
+
 namespace TamLogCtl {
 
 namespace {
 
-using TamLogClient::FilterEntry;
-
-constexpr std::size_t kMostFilterText = 127;
-constexpr std::size_t kMostPath = 255;
-constexpr std::size_t kShortFilter = 2;
 constexpr std::uint64_t kLongHoldMicroseconds = 50000;
 constexpr std::uint32_t kErrorAccessDenied = 5;
 
@@ -83,7 +81,7 @@ void CheckPipe(const Observations& seen, Findings& out) {
 }
 
 void CheckSettings(const Observations& seen, Findings& out) {
-  if (seen.keptPathLength > kMostPath) {
+  if (seen.keptPathLength > kLongestLogPath) {
     out.Fail("path", "the log file's path has " + Number(seen.keptPathLength) + " bytes, 255 are allowed",
              "the next start fails: set a shorter one: tamlogctl settings path FILE");
   } else if (!seen.logFile.empty()) {
@@ -101,7 +99,7 @@ void CheckSettings(const Observations& seen, Findings& out) {
 }
 
 void CheckFilters(const Observations& seen, Findings& out) {
-  if (seen.longestKeptFilter > kMostFilterText) {
+  if (seen.longestKeptFilter > kLongestFilter) {
     return out.Fail("filters",
                     "one has " + Number(seen.longestKeptFilter) +
                         " bytes, 127 are allowed; the server ends when asked for it, so it was not asked",
@@ -115,10 +113,9 @@ void CheckFilters(const Observations& seen, Findings& out) {
                         : "an empty exclude filter drops everything: tamlogctl filter list");
   }
   for (const FilterEntry& filter : seen.filters) {
-    if (filter.text.size() > kShortFilter) continue;
-    return out.Warn("filters",
-                    filter.text.empty() ? "an empty one matches every source"
-                                        : "'" + filter.text + "' is very short and matches many sources",
+    const std::string remark = FilterRemark(filter);
+    if (remark.empty()) continue;
+    return out.Warn("filters", "'" + filter.text + "' is " + remark,
                     "tamlogctl filter list, then filter remove");
   }
   out.Ok("filters", seen.filters.empty() ? "none" : Number(seen.filters.size()));

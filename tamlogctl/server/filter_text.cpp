@@ -106,7 +106,7 @@ std::string FilterRemark(const FilterEntry& filter) {
 }
 
 std::string FilterProblem(const FilterEntry& filter) {
-  if (filter.text.size() > kMostFilterText) {
+  if (filter.text.size() > kLongestFilter) {
     return "the filter has " + std::to_string(filter.text.size()) +
            " bytes, 127 are allowed (a longer one would end the server); shorten it: a filter matches by its "
            "beginning";

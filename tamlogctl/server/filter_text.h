@@ -9,12 +9,13 @@
 #include <vector>
 
 #include "client/message/filter_rule.h"
+#include "records/pipe_protocol.h"
 
 namespace TamLogCtl {
 
 using TamLogClient::FilterEntry;
 
-inline constexpr std::size_t kMostFilterText = 127;  // of a filter, without its zero
+inline constexpr std::size_t kLongestFilter = kFilterTextSize - 1;  // bytes
 
 // What the whole list means, in one sentence.
 std::string FilterRuleText(const std::vector<FilterEntry>& filters);

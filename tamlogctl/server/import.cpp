@@ -12,6 +12,7 @@
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/live_image.h"
 #include "tamlogctl/base/progress.h"
+#include "tamlogctl/base/wait.h"
 #include "tamlogctl/server/import_reader.h"
 
 namespace TamLogCtl {

@@ -9,6 +9,7 @@
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/progress.h"
+#include "tamlogctl/base/wait.h"
 #include "tamlogctl/server/filter_text.h"
 
 namespace TamLogCtl {
@@ -84,7 +85,7 @@ KeptLengths LookAtKeptTexts() {
 
 int AskForFilters(LogClient& client, std::vector<FilterEntry>& filters) {
   const std::size_t longest = LookAtKeptTexts().longestFilter;
-  if (longest > kMostFilterText) {
+  if (longest > kLongestFilter) {
     return Refuse(kRefused, "a stored filter has " + std::to_string(longest) +
                                 " bytes, and the server would end if it were asked for it; remove all "
                                 "filters: tamlogctl filter clear");

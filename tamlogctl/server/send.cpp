@@ -11,6 +11,7 @@
 #include "client/format/tsv_text.h"
 #include "client/live/log_client.h"
 #include "client/live/log_reader.h"
+#include "client/message/local_time.h"
 #include "client/message/log_message_view.h"
 #include "client/message/message_body.h"
 #include "client/message/text_split.h"
@@ -18,6 +19,7 @@
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/progress.h"
+#include "tamlogctl/base/wait.h"
 #include "tamlogctl/server/live_server.h"
 #include "tamlogctl/server/send.h"
 
@@ -71,11 +73,7 @@ int Sender::Run() {
   const std::filesystem::path path = TamLogClient::PathOf(options.argument);
   std::ifstream file(path, std::ios::binary);
   if (!file) return Refuse(kNotThere, options.argument + ": cannot be read");
-  return SendLines([&file](std::string& line) {
-    if (!std::getline(file, line)) return false;
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    return true;
-  });
+  return SendLines([&file](std::string& line) { return ReadFileLine(file, line); });
 }
 
 int Sender::SendLines(const std::function<bool(std::string&)>& next) {
@@ -96,7 +94,7 @@ int Sender::SendLines(const std::function<bool(std::string&)>& next) {
 std::optional<MessageDraft> Sender::DraftOf(const std::string& line, std::string& problem) {
   if (options.input == "tsv") return TamLogClient::ParseTsvLine(line, problem);
   MessageDraft draft;
-  TamLogClient::SetTime(draft.body, time ? *time : Now());
+  TamLogClient::SetTime(draft.body, time ? *time : TamLogClient::LocalNow());
   draft.body.type = options.type;
   draft.source = options.source;
   draft.text = line;

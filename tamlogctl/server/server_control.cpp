@@ -8,6 +8,7 @@
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/progress.h"
+#include "tamlogctl/base/wait.h"
 #include "tamlogctl/server/service.h"
 
 namespace TamLogCtl {

@@ -5,6 +5,7 @@
 #include "client/message/win32.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
+#include "tamlogctl/base/wide_text.h"
 #include "tamlogctl/server/backup.h"
 #include "tamlogctl/server/live_server.h"
 #include "tamlogctl/server/resubmit.h"
@@ -16,8 +17,6 @@ namespace {
 using TamLogClient::LogClient;
 using TamLogClient::LogSnapshot;
 using TamLogClient::Status;
-
-constexpr std::size_t kMostPath = 255;
 
 bool Same(const SettingsBody& left, const SettingsBody& right) {
   return left.maxMessage == right.maxMessage && left.devicePollRate == right.devicePollRate &&
@@ -93,31 +92,6 @@ bool IsAbsolute(const std::string& path) {
   return drive || path.rfind("\\\\", 0) == 0;
 }
 
-// The code page of the machine, which the server's file calls use. Empty when it cannot say the name.
-std::string ToServerPath(const std::string& utf8) {
-  const int size = static_cast<int>(utf8.size());
-  std::wstring wide(utf8.size(), L'\0');
-  wide.resize(
-      static_cast<std::size_t>(MultiByteToWideChar(CP_UTF8, 0, utf8.data(), size, wide.data(), size)));
-  std::string bytes(4 * wide.size(), '\0');
-  BOOL lossy = FALSE;
-  const int length =
-      WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, wide.data(), static_cast<int>(wide.size()),
-                          bytes.data(), static_cast<int>(bytes.size()), nullptr, &lossy);
-  bytes.resize(static_cast<std::size_t>(length));
-  return lossy != FALSE ? std::string() : bytes;
-}
-
-std::string ToUtf8(const std::string& bytes) {
-  const int size = static_cast<int>(bytes.size());
-  std::wstring wide(bytes.size(), L'\0');
-  const int length = MultiByteToWideChar(CP_ACP, 0, bytes.data(), size, wide.data(), size);
-  std::string utf8(4 * bytes.size(), '\0');
-  utf8.resize(static_cast<std::size_t>(WideCharToMultiByte(CP_UTF8, 0, wide.data(), length, utf8.data(),
-                                                           static_cast<int>(utf8.size()), nullptr, nullptr)));
-  return utf8;
-}
-
 // A path was stored and the file has not been moved there yet.
 bool MoveIsPending(LogClient& client) {
   std::string path;
@@ -138,7 +112,7 @@ int ShowPath(LogClient& client) {
   std::string path;
   const Status status = client.GetLogFile(path);
   if (status != Status::Ok) return Refuse(status, "settings path");
-  return WriteOut(ToUtf8(path) + "\n") ? kDone : kOutputFailed;
+  return WriteOut(AnsiToUtf8(path) + "\n") ? kDone : kOutputFailed;
 }
 
 }  // namespace
@@ -186,12 +160,13 @@ int SetSettings(const SettingsOptions& options) {
 int SettingsPath(const SettingsOptions& options) {
   LogClient client({kRequestPipeName, options.timeoutMs});
   if (options.path.empty()) return ShowPath(client);
-  const std::string path = ToServerPath(options.path);
-  if (path.empty()) {
+  const auto ansi = Utf8ToAnsi(options.path);  // which the server's file calls use
+  if (!ansi) {
     return Refuse(kUsage, "'" + options.path +
                               "' cannot be written in this machine's code page, which the server uses");
   }
-  if (path.size() > kMostPath) {
+  const std::string& path = *ansi;
+  if (path.size() > kLongestLogPath) {
     return Refuse(kUsage, "the path has " + std::to_string(path.size()) +
                               " bytes, 255 are allowed (with a longer one the server could not start); "
                               "choose a shorter one");

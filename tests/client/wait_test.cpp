@@ -1,0 +1,33 @@
+// Polling with a deadline.
+
+#include "tamlogctl/base/wait.h"
+
+#include <gtest/gtest.h>
+
+namespace TamLogCtl {
+
+namespace {
+
+TEST(WaitUntil, EndsAsSoonAsTheStateIsReached) {
+  int asked = 0;
+  const std::uint64_t start = Ticks();
+  EXPECT_EQ(WaitUntil(60000, 1, [&asked] { return ++asked == 3; }), Waited::Reached);
+  EXPECT_EQ(asked, 3);
+  EXPECT_LT(Ticks() - start, 30000U);
+}
+
+TEST(WaitUntil, GivesUpAfterThePatience) {
+  const std::uint64_t start = Ticks();
+  EXPECT_EQ(WaitUntil(60, 5, [] { return false; }), Waited::TimedOut);
+  EXPECT_GE(Ticks() - start, 60U);
+}
+
+TEST(WaitUntil, AsksOnceWithoutAnyPatience) {
+  int asked = 0;
+  EXPECT_EQ(WaitUntil(0, 1000, [&asked] { return ++asked > 1; }), Waited::TimedOut);
+  EXPECT_EQ(asked, 1);
+}
+
+}  // namespace
+
+}  // namespace TamLogCtl
