@@ -1,6 +1,7 @@
 #pragma once
 
-// Options whose value is one of a few words. The parser's own check would print values that have no words.
+// Options whose value is one of a few words. The parser's own check would print the values instead of the
+// words.
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -10,8 +11,8 @@
 
 namespace TamLogCtl {
 
-// Defines the option `name`, or the operand of that name. The word that is given chooses the value of `to`,
-// which has to live as long as `verb`.
+// Defines the option `name`, or the operand of that name. The user's word chooses the value of `to`, which
+// has to outlive `verb`.
 template <typename Value>
 CLI::Option* DefineChoice(CLI::App& verb, const std::string& name, Value& to, const std::string& purpose,
                           std::vector<std::pair<std::string, Value>> choices) {

@@ -90,12 +90,12 @@ namespace {
 
 pid_t pagerProcess = 0;
 
-// The child's part: its standard input is the pipe.
+// Turns the child process into the pager, with the pipe as its standard input.
 [[noreturn]] void BecomePager(const std::array<int, 2>& ends) {
   dup2(ends[0], STDIN_FILENO);
   close(ends[0]);
   close(ends[1]);
-  setenv("LESS", "FRX", 0);  // ends by itself when one screen is enough, and shows colours
+  setenv("LESS", "FRX", 0);  // quit if one screen is enough, and show colours
   const char* const chosen = std::getenv("PAGER");
   execl("/bin/sh", "sh", "-c", chosen != nullptr ? chosen : "less 2>/dev/null || cat", nullptr);
   _exit(127);
@@ -113,14 +113,14 @@ void Pager::Begin() {
   close(ends[0]);
   if (pagerProcess > 0) {
     dup2(ends[1], STDOUT_FILENO);
-    std::signal(SIGINT, SIG_IGN);  // Ctrl-C is the pager's
+    std::signal(SIGINT, SIG_IGN);  // Ctrl-C belongs to the pager
     active = true;
   }
   close(ends[1]);
 }
 
 bool Pager::End() {
-  constexpr int kNoProgram = 127;  // of the shell
+  constexpr int kNoProgram = 127;  // the shell's exit code
   if (!active) return true;
   active = false;
   close(STDOUT_FILENO);

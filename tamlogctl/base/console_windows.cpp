@@ -125,7 +125,8 @@ bool ReadLine(std::string& line) {
 }
 
 void DeferInterrupts() {
-  SetConsoleCtrlHandler(OnControl, TRUE);
+  static const BOOL deferred = SetConsoleCtrlHandler(OnControl, TRUE);
+  static_cast<void>(deferred);
 }
 
 bool Interrupted() {
@@ -189,7 +190,7 @@ bool Pager::End() {
   pagerPipe.Close();
   WaitForSingleObject(pagerProcess.Get(), INFINITE);
   pagerProcess.Close();
-  return true;  // one that cannot be started is none, and the output goes to the console
+  return true;  // Begin has left the output alone if the pager could not be started
 }
 
 }  // namespace TamLogCtl
