@@ -31,7 +31,7 @@ const char* StatusText(Status status) {
     case Status::NotFound:
       return "no such file";
     case Status::NotSupported:
-      return "this system has no log server; show, stats and export read a copied log with --file";
+      return "this operating system has no log server";
     case Status::SystemError:
       return "a system call failed";
   }

@@ -1,6 +1,6 @@
 #pragma once
 
-// What is wrong with a file that was named, in words that say what to do.
+// Explains problems with a file that the user named, and what to do about them.
 
 #include <cstddef>
 #include <string>
@@ -9,16 +9,20 @@
 
 namespace TamLogCtl {
 
-// Why the file could not be read. For a damaged one `remark` says what is wrong with it.
+// Why the file could not be read. `remark` is the reason when the file is damaged.
 std::string ProblemOf(const std::string& path, TamLogClient::Status status, const std::string& remark = {});
 
 // The same with `path` in front.
 std::string FileProblem(const std::string& path, TamLogClient::Status status, const std::string& remark = {});
 
-// Says on stderr that so many messages of the file break a rule.
+// Says on stderr that `damaged` messages of the file break a rule.
 void SayDamaged(const std::string& path, std::size_t damaged);
 
-// Whether something that is no ordinary file has this name: it can neither be replaced nor written anew.
+// Explains on stderr why the file `target` cannot be written, and returns the exit code. `advice` is what to
+// do when it already exists.
+int RefuseTarget(const std::string& target, TamLogClient::Status status, const std::string& advice);
+
+// Whether this is the name of something other than a regular file, which cannot be replaced.
 bool IsNoFile(const std::string& path);
 
 }  // namespace TamLogCtl

@@ -1,4 +1,4 @@
-#include "tamlogctl/base/live_image.h"
+#include "tamlogctl/base/live_log.h"
 
 #include "client/file/log_file_image.h"
 #include "client/live/log_reader.h"
@@ -7,15 +7,19 @@
 
 namespace TamLogCtl {
 
+using TamLogClient::LogSnapshot;
 using TamLogClient::Status;
 
-int ReadLiveImage(std::uint32_t timeoutMs, std::string& bytes) {
-  DeferInterrupts();  // read access must be given back whatever happens
+Status ReadLiveLog(std::uint32_t timeoutMs, LogSnapshot& snapshot) {
+  DeferInterrupts();
   TamLogClient::LogReader reader;
-  TamLogClient::LogSnapshot snapshot;
-  Status status = reader.Open();
-  if (status == Status::Ok) status = reader.Snapshot(snapshot, timeoutMs);
-  reader.Close();
+  const Status status = reader.Open();
+  return status == Status::Ok ? reader.Snapshot(snapshot, timeoutMs) : status;
+}
+
+int ReadLiveImage(std::uint32_t timeoutMs, std::string& bytes) {
+  LogSnapshot snapshot;
+  const Status status = ReadLiveLog(timeoutMs, snapshot);
   if (!Readable(status)) return Refuse(status);
   bytes = ImageOf(snapshot);
   return kDone;

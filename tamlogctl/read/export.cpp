@@ -7,7 +7,7 @@
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
-#include "tamlogctl/base/live_image.h"
+#include "tamlogctl/base/live_log.h"
 #include "tamlogctl/base/progress.h"
 #include "tamlogctl/read/merge.h"
 #include "tamlogctl/read/reading_position.h"
@@ -165,12 +165,7 @@ int Export::Run() {
 }  // namespace
 
 int ExplainTarget(const std::string& target, Status status) {
-  if (status == Status::BadValue && IsNoFile(target))
-    return Refuse(kUsage, target + ": is no file that could be replaced; give another name");
-  if (status == Status::BadValue)
-    return Refuse(kUsage, target + ": is there already; give another name, or --force to replace it");
-  return Refuse(status == Status::AccessDenied ? kAccessDenied : kOutputFailed,
-                target + ": cannot be written: " + StatusText(status));
+  return RefuseTarget(target, status, "give another name, or --force to replace it");
 }
 
 int ExplainUnwritten(const std::string& target, Status status) {

@@ -71,12 +71,9 @@ int ShowOnce(const ShowOptions& options, Printer& printer, ReadingPosition& posi
 }  // namespace
 
 int ExplainStatus(Status status) {
-  Say(StatusText(status));
   if (status == Status::NotRunning)
-    Say("start it with: net start TamLogServer; a copied log is shown with --file");
-  if (status == Status::Stuck || status == Status::TimedOut)
-    Say("another program may hold the log; try again");
-  return ExitCodeOf(status);
+    return Refuse(ExitCodeOf(status), Explain(status) + ", or read a copied log with --file");
+  return Refuse(status);
 }
 
 int ShowLive(const ShowOptions& options) {

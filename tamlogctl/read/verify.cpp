@@ -9,7 +9,7 @@
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
-#include "tamlogctl/base/live_image.h"
+#include "tamlogctl/base/live_log.h"
 #include "tamlogctl/base/progress.h"
 
 namespace TamLogCtl {

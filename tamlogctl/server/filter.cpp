@@ -24,7 +24,7 @@ LogClient Connect(const FilterOptions& options) {
   return LogClient({kRequestPipeName, options.timeoutMs});
 }
 
-// Before anything is sent: a list that is refused half way would leave a partial one.
+// Checked before anything is sent: a list that is refused half way would leave a partial one.
 bool CanBeStored(const Filters& filters) {
   return std::all_of(filters.begin(), filters.end(), [](const FilterEntry& filter) {
     const std::string problem = FilterProblem(filter);
@@ -43,29 +43,29 @@ void Warn(const Filters& added) {
 void WarnOfRule(const Filters& all) {
   const auto included = std::count_if(all.begin(), all.end(), [](const FilterEntry& f) { return f.include; });
   if (included > 0 && included < static_cast<std::ptrdiff_t>(all.size())) {
-    Say("note: while there are include filters, exclude filters are not looked at");
+    Say("note: while there are include filters, exclude filters are ignored");
   }
 }
 
-// Says what is not stored, in the form that `filter set -` reads.
+// Prints the filters that are not stored, in the format that `filter set -` reads.
 int AddAll(LogClient& client, const Filters& filters) {
   for (std::size_t i = 0; i < filters.size(); ++i) {
     const Status status = client.AddFilter(filters[i]);
     if (status == Status::Ok) continue;
     const Filters rest(filters.begin() + static_cast<std::ptrdiff_t>(i), filters.end());
-    Say("these filters are not stored; add them again:");
+    Say("these filters were not stored; add them again:");
     WriteErr(FiltersAsTsv(rest));
     return Refuse(status, "filter add");
   }
   return kDone;
 }
 
-// No request removes or changes one filter.
+// Clears the list and adds all filters again: no request removes or changes a single one.
 int Replace(LogClient& client, const Filters& filters) {
   const Status status = client.ClearFilters();
   if (status != Status::Ok) return Refuse(status, "filter clear");
   const int exitCode = AddAll(client, filters);
-  Say("note: messages that arrived in between met a partial list");
+  Say("note: messages that arrived meanwhile were filtered by a partial list");
   return exitCode;
 }
 
@@ -98,7 +98,7 @@ bool ReadAll(const std::string& name, std::string& text) {
 int ListFilters(const FilterOptions& options) {
   LogClient client = Connect(options);
   Filters filters;
-  if (const int exitCode = AskForFilters(client, filters); exitCode != kDone) return exitCode;
+  if (const int exitCode = RequestFilters(client, filters); exitCode != kDone) return exitCode;
   std::string out;
   switch (options.format) {
     case ListFormat::Text:
@@ -120,14 +120,14 @@ int AddFilters(const FilterOptions& options) {
   Warn(options.entries);
   if (const int exitCode = AddAll(client, options.entries); exitCode != kDone) return exitCode;
   Filters all;
-  if (AskForFilters(client, all) == kDone) WarnOfRule(all);
+  if (RequestFilters(client, all) == kDone) WarnOfRule(all);
   return kDone;
 }
 
 int RemoveFilters(const FilterOptions& options) {
   LogClient client = Connect(options);
   Filters filters;
-  if (const int exitCode = AskForFilters(client, filters); exitCode != kDone) return exitCode;
+  if (const int exitCode = RequestFilters(client, filters); exitCode != kDone) return exitCode;
   std::vector<std::uint32_t> numbers = options.numbers;
   std::sort(numbers.begin(), numbers.end());
   numbers.erase(std::unique(numbers.begin(), numbers.end()), numbers.end());
@@ -174,10 +174,10 @@ int TestFilters(const FilterOptions& options) {
   Filters filters;
   const Status status = client.GetSettings(settings);
   if (status != Status::Ok) return Refuse(status, "settings");
-  if (const int exitCode = AskForFilters(client, filters); exitCode != kDone) return exitCode;
+  if (const int exitCode = RequestFilters(client, filters); exitCode != kDone) return exitCode;
   std::string out;
   bool kept = false;
-  // With no type named, every type is judged: one that is kept is enough.
+  // Without a type every type is judged; one that is kept is enough.
   for (std::uint32_t type = 0; type < kMessageTypes; ++type) {
     if (options.typeGiven && type != options.type) continue;
     const auto verdict = JudgeMessage(filters, settings.typeFilter, options.source, type);

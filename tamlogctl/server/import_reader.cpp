@@ -41,7 +41,7 @@ std::optional<std::string> FromHex(const std::string& hex) {
   return bytes;
 }
 
-// The bytes as they were, when they stand beside a text that could not hold them.
+// The text's bytes from its "_hex" field where there is one: the text itself cannot hold all bytes.
 std::optional<std::string> TextField(const JsonLine& line, const char* name) {
   const auto raw = line.find(std::string(name) + "_hex");
   if (raw != line.end() && raw->is_string()) return FromHex(raw->get<std::string>());
@@ -81,7 +81,7 @@ std::optional<LogMessageBody> FromJson(const std::string& text, std::string& pro
   const JsonLine line = JsonLine::parse(text, nullptr, false);
   LogMessageBody body{};
   if (!line.is_object()) {
-    problem = "no json object";
+    problem = "expected a JSON object";
     return std::nullopt;
   }
   if (!TakeTime(line, body)) {
@@ -143,7 +143,7 @@ void ReadLog(const std::string& bytes, ImportSource& source) {
   source.exitCode = kDamaged;
 }
 
-// Lines of text hold no zero byte; a log file has one in its first bytes.
+// Lines of text have no zero byte; a log file has one in its header.
 std::string Guess(const std::string& bytes) {
   if (bytes.substr(0, kSlotsOffset).find('\0') != std::string::npos) return "log";
   const std::size_t first = bytes.find_first_not_of(" \t\r\n");

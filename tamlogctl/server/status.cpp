@@ -1,5 +1,3 @@
-// `status` knows the server from both sides: what the pipe answers and what the shared log says.
-
 #include <fmt/format.h>
 
 #include <nlohmann/json.hpp>
@@ -39,7 +37,7 @@ struct Findings {
   bool filtersKnown = false;
 
   Status log = Status::NotRunning;
-  LogFileHeader header{};  // as seen without read access, so that our own reading does not count
+  LogFileHeader header{};  // read without read access, so that this program is not counted as a reader
   std::string oldest;
   std::string newest;
   std::uint64_t holdMicroseconds = 0;
@@ -51,7 +49,7 @@ void AskServer(const StatusOptions& options, Findings& found) {
   if (found.pipe == Status::Ok) found.pipe = client.GetLogFile(found.logFile);
   if (found.pipe == Status::Ok) found.pipe = client.GetSettings(found.settings);
   if (found.pipe != Status::Ok) return;
-  found.filtersKnown = AskForFilters(client, found.filters) == kDone;
+  found.filtersKnown = RequestFilters(client, found.filters) == kDone;
 }
 
 std::string TimeOf(const LogMessage& message) {
@@ -60,7 +58,7 @@ std::string TimeOf(const LogMessage& message) {
   return text;
 }
 
-// A few messages tell the oldest and the newest, unless the ring does not lie in order of time.
+// Reads a few messages only, unless the ring is not in order of time.
 Status FindEnds(LogReader& reader, std::uint32_t timeoutMs, Findings& found) {
   TamLogClient::LogTail tail;
   Status status = reader.Newest(1, tail, timeoutMs);
@@ -127,12 +125,11 @@ void AppendServer(const Findings& found, std::string& out) {
   if (found.pipe != Status::Ok) return;
   fmt::format_to(std::back_inserter(out), "file      {}\nmapping   {}\n", Visible(found.logFile),
                  found.mapName);
-  fmt::format_to(std::back_inserter(out),
-                 "settings  capacity {} asked for, {} in effect\n          driver read every {} ms, disk "
-                 "written every {} s\n",
-                 found.settings.maxMessage,
-                 found.log == Status::Ok ? std::to_string(found.header.maxMessages) : "unknown",
-                 found.settings.devicePollRate, found.settings.saveRate);
+  fmt::format_to(
+      std::back_inserter(out), "settings  {}\n          driver read every {} ms, disk written every {} s\n",
+      CapacityText(found.settings.maxMessage,
+                   found.log == Status::Ok ? std::optional(found.header.maxMessages) : std::nullopt),
+      found.settings.devicePollRate, found.settings.saveRate);
   fmt::format_to(std::back_inserter(out), "types     {} kept\n", TypesText(found.settings.typeFilter));
   fmt::format_to(std::back_inserter(out), "filters   {}\n",
                  found.filtersKnown ? FilterRuleText(found.filters) : "unknown");
@@ -171,7 +168,7 @@ Json FilterList(const std::vector<FilterEntry>& filters) {
   return list;
 }
 
-// As in the format json: an impossible date is null, with its words beside it.
+// As in the format json: an impossible date is null, and its words have a key of their own.
 void AddTime(const char* name, const std::string& time, Json& to) {
   to[name] = nullptr;
   if (time.empty()) return;
@@ -213,7 +210,7 @@ std::string AsJson(const Findings& found) {
     json["readers_inside"] = found.header.readCount;
     json["read_hold_us"] = found.holdMicroseconds;
   }
-  // Texts may hold any bytes; what is no UTF-8 is replaced.
+  // Texts may have any bytes; those that are not UTF-8 are replaced.
   return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 

@@ -124,7 +124,7 @@ TEST_F(FileVerbs, Verify) {
   EXPECT_EQ(Run("verify bad.dat").exitCode, 1);
   EXPECT_EQ(Run("verify good.dat bad.dat").exitCode, 1);
   Expect("verify missing.dat bad.dat", 3, "missing.dat: no such file");
-  Expect("verify --live", 3, "this system has no log server");
+  Expect("verify --live", 3, "this operating system has no log server");
   Expect("verify secret.dat missing.dat", 4, "secret.dat: access denied");
   EXPECT_EQ(Run("verify good.dat", "", "/dev/full").exitCode, 8);
 }
@@ -132,9 +132,9 @@ TEST_F(FileVerbs, Verify) {
 TEST_F(FileVerbs, Repair) {
   Expect("repair bad.dat --output new.dat", 0, "");
   EXPECT_EQ(Run("verify -q --strict new.dat").exitCode, 0);
-  Expect("repair bad.dat --output new.dat", 2, "new.dat: is there already; give another name, or --force");
+  Expect("repair bad.dat --output new.dat", 2, "new.dat: already exists; give another name, or --force");
   Expect("repair bad.dat --output ./bad.dat --force", 2, "--output './bad.dat': is the damaged file itself");
-  Expect("repair bad.dat --output /dev/full --force", 2, "/dev/full: is no file that could be replaced");
+  Expect("repair bad.dat --output /dev/full --force", 2, "/dev/full: not a file");
   EXPECT_TRUE(std::filesystem::is_character_file("/dev/full"));
   Expect("repair missing.dat --output other.dat", 3, "missing.dat: no such file");
   Expect("repair secret.dat --output other.dat", 4, "secret.dat: access denied");
@@ -161,12 +161,12 @@ TEST_F(FileVerbs, Export) {
   Expect("export copy.dat --log --file good.dat", 0, "copy.dat: 6 messages");
   EXPECT_EQ(Run("verify -q --strict copy.dat").exitCode, 0);
   Expect("export none.txt --file good.dat -g nothing", 1, "none.txt: 0 messages");
-  Expect("export log.txt --file good.dat", 2, "log.txt: is there already; give another name, or --force");
+  Expect("export log.txt --file good.dat", 2, "log.txt: already exists; give another name, or --force");
   Expect("export log.txt --file good.dat --force -q", 0, "");
   Expect("export two.dat --log --capacity 2 --file good.dat", 2, "--capacity 2: 6 messages do not fit");
   Expect("export other.txt --file missing.dat", 3, "missing.dat: no such file");
-  Expect("export other.txt", 3, "this system has no log server");
-  Expect("export other.txt --follow", 3, "this system has no log server");
+  Expect("export other.txt", 3, "this operating system has no log server");
+  Expect("export other.txt --follow", 3, "this operating system has no log server");
   Expect("export other.txt --file secret.dat", 4, "secret.dat: access denied");
   Expect("export locked/log.txt --file good.dat", 4, "locked/log.txt: cannot be written: access denied");
   Expect("export bad.txt --file bad.dat", 7, "bad.txt: ");
@@ -239,7 +239,7 @@ TEST_F(FileVerbs, DirectoriesAreCalledDirectories) {
         "repair locked --output new.dat", "export new.txt --file locked", "import locked"}) {
     Expect(arguments, 3, "locked: is a directory; name a file in it");
   }
-  Expect("export locked --file good.dat --force", 2, "locked: is no file that could be replaced");
+  Expect("export locked --file good.dat --force", 2, "locked: not a file");
 }
 
 // A pipe can be read once: nothing of it may be gone when a quicker way of reading turns out to be none.
@@ -291,7 +291,7 @@ TEST_F(FileVerbs, InterruptedWritersLeaveNothingBehind) {
 TEST_F(FileVerbs, ImportReadsItsFilesBeforeItAsksForAServer) {
   Put("bad.json", "{\"time\":\"2026-01-01T00:00:00\",\"type\":1,\"source\":\"a\",\"text\":\"b\"}\n{}\nx\n");
   Put("bad.tsv", "2026-01-01 00:00:00.000\tone\n");
-  Expect("import good.dat", 3, "this system has no log server");
+  Expect("import good.dat", 3, "this operating system has no log server");
   Expect("import bad.dat", 3, "bad.dat: is damaged; see: tamlogctl verify");
   Expect("import bad.json", 2, "bad.json: line 2: expected \"time\"");
   Expect("import bad.json", 2, "(and 1 more)");
