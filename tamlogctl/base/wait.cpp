@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "tamlogctl/base/console.h"
+#include "tamlogctl/base/exit_code.h"
 
 namespace TamLogCtl {
 
@@ -22,12 +23,12 @@ bool SleepFor(std::uint32_t milliseconds) {
   return !Interrupted();
 }
 
-Waited WaitUntil(std::uint64_t patienceMs, std::uint32_t everyMs, const std::function<bool()>& reached) {
+int WaitUntil(std::uint64_t patienceMs, std::uint32_t everyMs, const std::function<bool()>& reached) {
   const std::uint64_t end = Ticks() + patienceMs;
   for (;;) {
-    if (reached()) return Waited::Reached;
-    if (Interrupted()) return Waited::Interrupted;
-    if (Ticks() >= end) return Waited::TimedOut;
+    if (reached()) return kDone;
+    if (Interrupted()) return kInterrupted;
+    if (Ticks() >= end) return kTimedOut;
     SleepFor(everyMs);
   }
 }

@@ -13,10 +13,8 @@ std::uint64_t Ticks();
 // False when interrupted, which ends the sleep within 50 ms.
 bool SleepFor(std::uint32_t milliseconds);
 
-enum class Waited : std::uint8_t { Reached, TimedOut, Interrupted };
-
-// Calls `reached` every `everyMs` until it returns true, until `patienceMs` have passed, or until Ctrl-C.
-// Calls it at least once, and does not interrupt it.
-Waited WaitUntil(std::uint64_t patienceMs, std::uint32_t everyMs, const std::function<bool()>& reached);
+// Calls `reached` every `everyMs` until it returns true (kDone), until `patienceMs` have passed (kTimedOut),
+// or until Ctrl-C (kInterrupted). Calls it at least once, and does not interrupt it.
+int WaitUntil(std::uint64_t patienceMs, std::uint32_t everyMs, const std::function<bool()>& reached);
 
 }  // namespace TamLogCtl

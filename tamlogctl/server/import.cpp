@@ -1,18 +1,19 @@
 #include "tamlogctl/server/import.h"
 
 #include <algorithm>
-#include <deque>
-#include <unordered_map>
+#include <string>
+#include <vector>
 
+#include "client/file/log_file_image.h"
 #include "client/file/log_file_verify.h"
 #include "client/live/log_client.h"
-#include "client/message/log_message_view.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/live_log.h"
 #include "tamlogctl/base/progress.h"
 #include "tamlogctl/base/wait.h"
 #include "tamlogctl/server/import_reader.h"
+#include "tamlogctl/server/message_counts.h"
 
 namespace TamLogCtl {
 
@@ -22,7 +23,6 @@ using TamLogClient::IdentityOf;
 using TamLogClient::LogClient;
 using TamLogClient::MessageIdentity;
 using TamLogClient::Status;
-using Counts = std::unordered_map<MessageIdentity, std::uint64_t, TamLogClient::MessageIdentityHash>;
 
 // A message reaches the server's file within one flush; a stop before that loses it.
 constexpr std::uint32_t kFlushMs = 200;
@@ -37,21 +37,20 @@ class Import {
 
  private:
   int ReadAll();
-  bool CountLog(Counts& counts) const;
-  Counts MissingOf(const Counts& there, std::size_t first, std::size_t end) const;
+  bool CountLog(MessageCounts& counts) const;
+  MessageCounts MissingOf(const MessageCounts& there, std::size_t first, std::size_t end) const;
   int SendAll();
   int Recover();
-  int WaitForServer(Counts& there);
-  std::string SentText() const;
+  int WaitForServer(MessageCounts& there);
   int Send(std::size_t index);
   bool Pace();
   int Finish();
-  std::size_t StoredOf(Counts& there) const;
+  std::size_t StoredOf(MessageCounts there) const;
 
   const ImportOptions& options;
   LogClient client;
   std::vector<LogMessageBody> messages;
-  Counts before;                  // the messages of the log at the start
+  MessageCounts before;           // the messages of the log at the start
   std::uint64_t connections = 0;  // of the client, up to the last loss that was dealt with
   std::vector<bool> refused;
   std::vector<std::uint64_t> sentAt;  // ticks
@@ -70,10 +69,10 @@ int Import::ReadAll() {
   return HasOutput(exitCode) ? kDone : exitCode;
 }
 
-bool Import::CountLog(Counts& counts) const {
+bool Import::CountLog(MessageCounts& counts) const {
   TamLogClient::LogSnapshot snapshot;
   if (ReadLiveLog(options.timeoutMs, snapshot) != Status::Ok) return false;
-  for (const std::uint32_t slot : snapshot.RingOrder()) ++counts[IdentityOf(snapshot.slots[slot].body)];
+  counts = CountsOf(snapshot);
   return true;
 }
 
@@ -100,14 +99,14 @@ int Import::Send(std::size_t index) {
 
 // How many copies of the messages from `first` to `end` the log lacks. Equal messages cannot be told apart,
 // so all copies that were sent up to `end` are counted.
-Counts Import::MissingOf(const Counts& there, std::size_t first, std::size_t end) const {
-  Counts missing;
+MessageCounts Import::MissingOf(const MessageCounts& there, std::size_t first, std::size_t end) const {
+  MessageCounts missing;
   for (std::size_t i = first; i < end; ++i) missing[IdentityOf(messages[i])] = 0;
   for (std::size_t i = 0; i < end; ++i) {
     const auto entry = missing.find(IdentityOf(messages[i]));
     if (entry != missing.end() && !refused[i]) ++entry->second;
   }
-  const auto countIn = [](const Counts& counts, const MessageIdentity& identity) {
+  const auto countIn = [](const MessageCounts& counts, const MessageIdentity& identity) {
     const auto entry = counts.find(identity);
     return entry == counts.end() ? std::uint64_t{0} : entry->second;
   };
@@ -126,13 +125,13 @@ int Import::Recover() {
   const std::uint64_t lostAt = Ticks();
   if (!options.quiet)
     Say("the connection was lost after " + std::to_string(next) + " messages; waiting for the server");
-  Counts there;
+  MessageCounts there;
   if (const int code = WaitForServer(there); code != kDone) return code;
   connections = client.Connections();
   const std::size_t reached = std::min(next + 1, messages.size());
   std::size_t first = next;
   while (first > 0 && lostAt - sentAt[first - 1] < 2 * std::uint64_t{kSettleMs}) --first;
-  Counts missing = MissingOf(there, first, reached);
+  MessageCounts missing = MissingOf(there, first, reached);
   for (std::size_t i = first; i < reached; ++i) {
     std::uint64_t& copies = missing[IdentityOf(messages[i])];
     if (refused[i] || copies == 0) continue;
@@ -146,27 +145,15 @@ int Import::Recover() {
 }
 
 // Waits until the server answers and its log, which is counted into `there`, can be read.
-int Import::WaitForServer(Counts& there) {
+int Import::WaitForServer(MessageCounts& there) {
   if (!SleepFor(kSettleMs)) return kInterrupted;
   const auto isBack = [this, &there] {
-    there.clear();
     if (client.Ping() == Status::Ok && CountLog(there)) return true;
     client.Disconnect();
     return false;
   };
-  switch (WaitUntil(std::uint64_t{options.retrySeconds} * 1000, kSettleMs, isBack)) {
-    case Waited::Reached:
-      return kDone;
-    case Waited::Interrupted:
-      return kInterrupted;
-    case Waited::TimedOut:
-      break;
-  }
-  return Refuse(kNotThere, "the server did not come back; " + SentText());
-}
-
-std::string Import::SentText() const {
-  return std::to_string(next) + " of " + std::to_string(messages.size()) + " messages were sent";
+  const int waited = WaitUntil(std::uint64_t{options.retrySeconds} * 1000, kSettleMs, isBack);
+  return waited == kTimedOut ? Refuse(kNotThere, "the server did not come back") : waited;
 }
 
 int Import::SendAll() {
@@ -200,12 +187,11 @@ int Import::SendAll() {
 
 int Import::Finish() {
   if (!SleepFor(kSettleMs)) return kInterrupted;
-  Counts there;
-  std::string bytes;
-  if (!CountLog(there) || ReadLiveImage(options.timeoutMs, bytes) != kDone)
+  TamLogClient::LogSnapshot log;
+  if (ReadLiveLog(options.timeoutMs, log) != Status::Ok)
     return Refuse(kTimedOut,
                   "all messages were sent, but the log cannot be read, so what was stored is unknown");
-  const std::size_t stored = StoredOf(there);
+  const std::size_t stored = StoredOf(CountsOf(log));
   const std::size_t gone = messages.size() - refusals - stored;
   if (!options.quiet) {
     Say(std::to_string(messages.size()) + " messages sent: " + std::to_string(stored) + " in the log, " +
@@ -213,9 +199,10 @@ int Import::Finish() {
         (sentAgain > 0 ? "; " + std::to_string(sentAgain) + " were sent again after lost connections" : ""));
   }
   if (gone > 0)
-    Say("a message that is not in the log was dropped by a filter or a switched-off type, or is older than "
-        "all "
-        "messages that the log has room for");
+    Say("what is not in the log was dropped by a filter or a switched-off type, or is too old: the log has "
+        "room "
+        "for newer messages only");
+  const std::string bytes = ImageOf(log);
   const auto report = VerifyLogFile(TamLogClient::LogFileImage(bytes), {.most = 1, .live = true});
   if (!report.Accepted())
     Say("the log lies newest first now, and a restart of the server would empty it; export it before that");
@@ -223,8 +210,8 @@ int Import::Finish() {
   return gone > 0 ? WorseOf(exitCode, kNegative) : exitCode;
 }
 
-// How many of the messages are in the log; takes them out of `there`.
-std::size_t Import::StoredOf(Counts& there) const {
+// How many of the messages are among `there`.
+std::size_t Import::StoredOf(MessageCounts there) const {
   std::size_t stored = 0;
   for (std::size_t i = 0; i < messages.size(); ++i) {
     if (refused[i]) continue;
@@ -246,7 +233,8 @@ int Import::Run() {
   if (!CountLog(before)) return Refuse(kTimedOut, "the server's log cannot be read");
   const int code = SendAll();
   if (code == kDone) return Finish();
-  return Refuse(code, SentText());
+  return Refuse(code,
+                std::to_string(next) + " of " + std::to_string(messages.size()) + " messages were sent");
 }
 
 }  // namespace

@@ -52,7 +52,7 @@ Status RestartWatch::Wait(std::uint32_t patienceMs) {
   const std::uint64_t start = Ticks();
   Progress progress("waiting for the server:");
   const auto stopped = [this] { return client.Ping() != Status::Ok || client.Connections() != connections; };
-  if (WaitUntil(patienceMs, kLookMs, stopped) != Waited::Reached) return Status::TimedOut;
+  if (WaitUntil(patienceMs, kLookMs, stopped) != kDone) return Status::TimedOut;
   LogClient next({kRequestPipeName, 1000, 200});
   const auto isBack = [&next, &progress] {
     const bool answers = next.Ping() == Status::Ok;
@@ -64,7 +64,7 @@ Status RestartWatch::Wait(std::uint32_t patienceMs) {
   };
   const std::uint64_t passed = Ticks() - start;
   const std::uint64_t left = passed < patienceMs ? patienceMs - passed : 0;
-  return WaitUntil(left, 2 * kLookMs, isBack) == Waited::Reached ? Status::Ok : Status::TimedOut;
+  return WaitUntil(left, 2 * kLookMs, isBack) == kDone ? Status::Ok : Status::TimedOut;
 }
 
 }  // namespace TamLogCtl

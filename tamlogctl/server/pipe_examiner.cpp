@@ -4,6 +4,7 @@
 
 #include "client/live/pipe_connection.h"
 #include "client/message/win32.h"
+#include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/wait.h"
 
 namespace TamLogCtl {
@@ -58,7 +59,7 @@ bool FreeListener(const std::string& pipeName) {
                                    SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr));
     return static_cast<bool>(reply);
   };
-  return WaitUntil(kReplyMs, 10, opened) == Waited::Reached;
+  return WaitUntil(kReplyMs, 10, opened) == kDone;
 }
 
 }  // namespace TamLogCtl

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "client/message/log_message_view.h"
@@ -11,6 +10,7 @@
 #include "tamlogctl/base/live_log.h"
 #include "tamlogctl/base/progress.h"
 #include "tamlogctl/server/live_server.h"
+#include "tamlogctl/server/message_counts.h"
 
 namespace TamLogCtl {
 
@@ -19,14 +19,11 @@ namespace {
 using TamLogClient::LogMessageView;
 using TamLogClient::LogSnapshot;
 using TamLogClient::Status;
-using Counts =
-    std::unordered_map<TamLogClient::MessageIdentity, std::size_t, TamLogClient::MessageIdentityHash>;
 using Messages = std::vector<const LogMessage*>;
 
 // Of equal messages as many are missing as there are fewer now.
 Messages Missing(const LogSnapshot& before, const LogSnapshot& now) {
-  Counts there;
-  for (const std::uint32_t slot : now.RingOrder()) ++there[TamLogClient::IdentityOf(now.slots[slot].body)];
+  MessageCounts there = CountsOf(now);
   Messages missing;
   for (const std::uint32_t slot : OrderMessages(before).oldestFirst) {
     const LogMessage& message = before.slots[slot];

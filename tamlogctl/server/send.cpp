@@ -176,9 +176,8 @@ int Sender::Confirm(const LogMessageBody& message) {
     if (IsDropped(message)) exitCode = kNegative;
     return exitCode == kNegative;
   };
-  const Waited waited = WaitUntil(kLookMs, 50, isKnown);
-  if (waited == Waited::Reached) return exitCode;
-  if (waited == Waited::Interrupted) return kInterrupted;
+  const int waited = WaitUntil(kLookMs, 50, isKnown);
+  if (waited != kTimedOut) return waited == kDone ? exitCode : waited;
   return Refuse(
       kNegative,
       "not seen in 1 s: a reader may block the server (see: tamlogctl doctor), or the log may be full "

@@ -48,14 +48,8 @@ int WaitFor(const std::string& verb, std::uint32_t waitMs, const Reached& reache
     progress.Show(state);
     return false;
   };
-  switch (WaitUntil(waitMs, kAskEveryMs, look)) {
-    case Waited::Reached:
-      return kDone;
-    case Waited::Interrupted:
-      return kInterrupted;
-    case Waited::TimedOut:
-      break;
-  }
+  const int waited = WaitUntil(waitMs, kAskEveryMs, look);
+  if (waited != kTimedOut) return waited;
   return Refuse(kTimedOut, verb + ": not done after " + std::to_string(waitMs / 1000) +
                                " s, the service is " + state + "; see: tamlogctl doctor");
 }
