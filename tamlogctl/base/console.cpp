@@ -26,6 +26,12 @@ bool ReadFileLine(std::istream& input, std::string& line) {
   return true;
 }
 
+std::string ReadInput() {
+  std::string text;
+  for (std::string line; ReadLine(line);) text += line + "\n";
+  return text;
+}
+
 bool EnvironmentHas(const char* name) {
   return !EnvironmentValue(name).empty();
 }

@@ -35,6 +35,9 @@ void Say(std::string_view line);
 bool ReadLine(std::string& line);
 bool ReadFileLine(std::istream& input, std::string& line);
 
+// Reads standard input to its end; each line ends with \n.
+std::string ReadInput();
+
 // From now on the first Ctrl-C only makes Interrupted() true, so that the verb can release what it holds; the
 // second one ends the program.
 void DeferInterrupts();

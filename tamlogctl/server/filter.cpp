@@ -1,14 +1,12 @@
 #include "tamlogctl/server/filter.h"
 
 #include <algorithm>
-#include <array>
-#include <filesystem>
-#include <fstream>
 
-#include "client/file/file_path.h"
+#include "client/file/log_file_image.h"
 #include "client/live/log_client.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
+#include "tamlogctl/base/file_problem.h"
 #include "tamlogctl/server/filter_text.h"
 #include "tamlogctl/server/live_server.h"
 
@@ -78,21 +76,6 @@ bool Remove(Filters& filters, const FilterEntry& wanted) {
   return true;
 }
 
-bool ReadAll(const std::string& name, std::string& text) {
-  if (name == "-") {
-    for (std::string line; ReadLine(line);) text += line + "\n";
-    return true;
-  }
-  std::ifstream file(TamLogClient::PathOf(name), std::ios::binary);
-  if (!file) return false;
-  std::array<char, 4096> part{};
-  do {
-    file.read(part.data(), part.size());
-    text.append(part.data(), static_cast<std::size_t>(file.gcount()));
-  } while (file);
-  return file.eof();
-}
-
 }  // namespace
 
 int ListFilters(const FilterOptions& options) {
@@ -157,7 +140,11 @@ int ClearFilters(const FilterOptions& options) {
 
 int SetFilters(const FilterOptions& options) {
   std::string text;
-  if (!ReadAll(options.file, text)) return Refuse(kNotThere, options.file + ": cannot be read");
+  if (options.file == "-") {
+    text = ReadInput();
+  } else if (const Status status = TamLogClient::ReadFileBytes(options.file, text); status != Status::Ok) {
+    return Refuse(ExitCodeOf(status), FileProblem(options.file, status));
+  }
   std::string problem;
   const auto filters = ParseFilters(text, problem);
   if (!filters) return Refuse(kUsage, options.file + ": " + problem);

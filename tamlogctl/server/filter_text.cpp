@@ -81,8 +81,7 @@ std::optional<FilterEntry> ParseTsv(std::string_view line) {
     return std::nullopt;
   const auto include = IncludeFromKind(line.substr(0, tab));
   if (!include) return std::nullopt;
-  // The escapes are those of a message's texts, so the parser of messages reads them, as the text of a whole
-  // line.
+  // The escapes are those of messages, so the text is parsed as the text of a message.
   std::string problem;
   auto draft = TamLogClient::ParseTsvLine(
       "2026-01-01 00:00:00.000\t0\t\t" + std::string(line.substr(tab + 1)), problem);
@@ -109,11 +108,11 @@ std::string FilterRemark(const FilterEntry& filter) {
 std::string FilterProblem(const FilterEntry& filter) {
   if (filter.text.size() > kLongestFilter) {
     return "the filter has " + std::to_string(filter.text.size()) +
-           " bytes, 127 are allowed (a longer one would crash the server); shorten it: a filter matches by "
-           "its "
-           "beginning";
+           " bytes, 127 are allowed (a longer one would crash the server); shorten it, since a filter "
+           "matches "
+           "by its beginning";
   }
-  if (filter.text.find('\0') != std::string::npos) return "a filter cannot hold a zero byte; remove it";
+  if (filter.text.find('\0') != std::string::npos) return "a filter cannot contain a zero byte; remove it";
   return "";
 }
 

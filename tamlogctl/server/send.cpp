@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 #include "client/file/file_path.h"
@@ -18,6 +19,7 @@
 #include "client/message/time_text.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
+#include "tamlogctl/base/file_problem.h"
 #include "tamlogctl/base/progress.h"
 #include "tamlogctl/base/wait.h"
 #include "tamlogctl/server/filter_text.h"
@@ -73,7 +75,11 @@ int Sender::Run() {
   }
   const std::filesystem::path path = TamLogClient::PathOf(options.argument);
   std::ifstream file(path, std::ios::binary);
-  if (!file) return Refuse(kNotThere, options.argument + ": cannot be read");
+  if (!file) {
+    std::error_code ignored;
+    const Status status = std::filesystem::exists(path, ignored) ? Status::AccessDenied : Status::NotFound;
+    return Refuse(ExitCodeOf(status), FileProblem(options.argument, status));
+  }
   return SendLines([&file](std::string& line) { return ReadFileLine(file, line); });
 }
 

@@ -60,10 +60,8 @@ int Save(const SettingsOptions& options, LogSnapshot& snapshot) {
 }
 
 bool ReadChange(SettingsChange& change) {
-  std::string text;
   std::string problem;
-  for (std::string line; ReadLine(line);) text += line + "\n";
-  const auto read = ParseSettings(text, problem);
+  const auto read = ParseSettings(ReadInput(), problem);
   if (!read) {
     Say("standard input: " + problem);
     return false;
@@ -93,9 +91,8 @@ std::string PathProblem(const std::string& path, bool force) {
   }
   if (!IsAbsolute(path)) return "not an absolute path; the server would look for it in its own directory";
   if (FileExists(path) && !force) {
-    return "already exists; the server would go on with it if it is a log, and empty it otherwise. Add "
-           "--force "
-           "for that";
+    return "already exists; the server would go on with it if it is a log, and empty it otherwise; add "
+           "--force to allow that";
   }
   return "";
 }
