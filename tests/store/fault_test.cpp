@@ -30,8 +30,8 @@ class Faults : public LogFile {
 
   // Runs `operation` with fault 1, 2, 3 ... of those that `arm` makes, `prepare` before and `check` after
   // each. Returns the sentences of all failures.
-  Sentences Census(const std::function<void(int)>& arm, const std::function<void()>& prepare,
-                   const std::function<void()>& operation, const std::function<void()>& check) {
+  Sentences FailEach(const std::function<void(int)>& arm, const std::function<void()>& prepare,
+                     const std::function<void()>& operation, const std::function<void()>& check) {
     Sentences sentences;
     for (int n = 1; n < 200; ++n) {
       SCOPED_TRACE("fault " + std::to_string(n));
@@ -48,15 +48,15 @@ class Faults : public LogFile {
       check();
       if (HasFatalFailure()) break;
     }
-    ADD_FAILURE() << "the census did not end";
+    ADD_FAILURE() << "the operation did not get through within 199 faults";
     return sentences;
   }
 
   // The nth guarded touch of the view fails for good.
   static void ArmMappedAccess(int n) { FailMappedAccess(n); }
 
-  Sentences OpenCensus(const std::function<void()>& makeFile, const std::function<void()>& check) {
-    return Census(
+  Sentences FailEachTouchOfOpen(const std::function<void()>& makeFile, const std::function<void()>& check) {
+    return FailEach(
         ArmMappedAccess,
         [&] {
           server.emplace(&configuration, &configLock);
@@ -72,9 +72,9 @@ class Faults : public LogFile {
   }
 
   // Each call of `function` in `operation` fails once; returns the sentences.
-  Sentences CallCensus(const std::string& function, const std::function<void()>& prepare,
-                       const std::function<void()>& operation, const std::function<void()>& check) {
-    return Census([&](int n) { FailCall(function, n, 1117); }, prepare, operation, check);
+  Sentences FailEachCall(const std::string& function, const std::function<void()>& prepare,
+                         const std::function<void()>& operation, const std::function<void()>& check) {
+    return FailEach([&](int n) { FailCall(function, n, 1117); }, prepare, operation, check);
   }
 
   void FreshServer() {
@@ -91,7 +91,7 @@ class Faults : public LogFile {
 // ---------------------------------------------------------------------------------------------
 
 TEST_F(Faults, EveryTouchOfTheViewThatFailsWhileASoundFileIsOpenedIsReported) {
-  const Sentences sentences = OpenCensus(
+  const Sentences sentences = FailEachTouchOfOpen(
       [&] {
         MakeFile(10, {Message("a", At(12, 0)), Message("b", At(12, 1))});
       },
@@ -108,8 +108,8 @@ TEST_F(Faults, EveryTouchOfTheViewThatFailsWhileASoundFileIsOpenedIsReported) {
 }
 
 TEST_F(Faults, EveryTouchOfTheViewThatFailsWhileANewFileIsOpenedIsReported) {
-  const Sentences sentences = OpenCensus([&] { DeleteFileA(configuration.logFile.c_str()); },
-                                         [&] { EXPECT_EQ(Header().messageCount, 0); });
+  const Sentences sentences = FailEachTouchOfOpen([&] { DeleteFileA(configuration.logFile.c_str()); },
+                                                  [&] { EXPECT_EQ(Header().messageCount, 0); });
   EXPECT_EQ(sentences,
             (Sentences{"Failed to reset the read count in SetFileView()",
                        "Failed to reformat the log file's header", kNoAccess, kNoRelease,
@@ -120,7 +120,7 @@ TEST_F(Faults, EveryTouchOfTheViewThatFailsWhileANewFileIsOpenedIsReported) {
 }
 
 TEST_F(Faults, EveryTouchOfTheViewThatFailsWhileAFileIsCompactedIsReported) {
-  const Sentences sentences = OpenCensus(
+  const Sentences sentences = FailEachTouchOfOpen(
       [&] {
         MakeFile(10, {Message("a"), Message("b")});
         Damage([](LogFileHeader& header) { header.maxMessages = 8; });
@@ -135,7 +135,7 @@ TEST_F(Faults, AFlushThatFailsAtAnyTouchOfTheViewLosesAndDoublesNothing) {
   Submit("a", At(12, 0));
   Submit("d", At(12, 3));
   Flush();
-  const Sentences sentences = Census(
+  const Sentences sentences = FailEach(
       ArmMappedAccess,
       [&] {
         Clear();
@@ -173,7 +173,7 @@ TEST_F(Faults, AFlushThatOnlyFailsToPublishDoesSoWithTheNextWriteAccess) {
 
 TEST_F(Faults, AClearThatFailsAtAnyTouchOfTheViewCanBeRepeated) {
   Open();
-  const Sentences sentences = Census(
+  const Sentences sentences = FailEach(
       ArmMappedAccess,
       [&] {
         Submit("a", At(12, 0));
@@ -194,7 +194,7 @@ TEST_F(Faults, ALoadThatFailsAtAnyTouchOfTheViewCanBeRepeated) {
   Flush();
   TestReader helper(names);
   MessageList list;
-  const Sentences sentences = Census(
+  const Sentences sentences = FailEach(
       ArmMappedAccess, [] {}, [&] { server->LoadToList(list); },
       [&] {
         // A reader that could not count itself out leaves what a dead one leaves.
@@ -221,7 +221,7 @@ TEST_F(Faults, AFailedReadAccessLeavesTheCountAsItWas) {
 TEST_F(Faults, AWriteToDiskThatCannotCountItselfInSaysSo) {
   Open();
   TestReader helper(names);
-  const Sentences sentences = Census(
+  const Sentences sentences = FailEach(
       ArmMappedAccess, [] {}, [&] { server->WriteToDisk(); },
       [&] {
         helper.Header().readCount = 0;
@@ -232,7 +232,7 @@ TEST_F(Faults, AWriteToDiskThatCannotCountItselfInSaysSo) {
 }
 
 TEST_F(Faults, ACloseThatFailsAtAnyTouchOfTheViewLeavesNothingOpen) {
-  const Sentences sentences = Census(
+  const Sentences sentences = FailEach(
       ArmMappedAccess,
       [&] {
         FreshServer();
@@ -343,13 +343,13 @@ TEST_F(GenuineFaults, TheTenthInPageErrorIsTheLast) {
 // --------------------------------------------------------------------------------------------------
 
 TEST_F(Faults, AFileThatCannotBeOpenedIsReportedAndTheOpenCanBeRepeated) {
-  EXPECT_EQ(CallCensus(
+  EXPECT_EQ(FailEachCall(
                 "CreateFileA", [&] { FreshServer(); }, [&] { Open(); }, [&] { OpenAgain(); }),
             (Sentences{"Failed to open log file, CreateFile() failed"}));
 }
 
 TEST_F(Faults, AMappingThatCannotBeMadeIsReported) {
-  EXPECT_EQ(CallCensus(
+  EXPECT_EQ(FailEachCall(
                 "CreateFileMappingA", [&] { FreshServer(); }, [&] { Open(); }, [&] { OpenAgain(); }),
             (Sentences{"Failed to open a file mapping, CreateFileMapping() failed"}));
 }
@@ -369,16 +369,16 @@ TEST_F(Faults, AFileThatCannotBeResizedIsReported) {
     server.emplace(&configuration, &configLock);
     MakeFile(5, {Message("a", At(12, 0))});
   };
-  EXPECT_EQ(CallCensus(
+  EXPECT_EQ(FailEachCall(
                 "SetFilePointerEx", smaller, [&] { Open(); }, [&] { Restart(); }),
             (Sentences{"Failed to resize file, SetFilePointerEx() failed in ResizeFile()"}));
-  EXPECT_EQ(CallCensus(
+  EXPECT_EQ(FailEachCall(
                 "SetEndOfFile", smaller, [&] { Open(); }, [&] { Restart(); }),
             (Sentences{"Failed to resize file, SetEndOfFile() failed in ResizeFile()"}));
 }
 
 TEST_F(Faults, AViewThatCannotBeUnmappedIsReportedAndNothingStaysOpen) {
-  EXPECT_EQ(CallCensus(
+  EXPECT_EQ(FailEachCall(
                 "UnmapViewOfFile",
                 [&] {
                   FreshServer();
@@ -394,7 +394,7 @@ TEST_F(Faults, AViewThatCannotBeUnmappedIsReportedAndNothingStaysOpen) {
 
 // The handles of the named objects and of the file are closed without looking.
 TEST_F(Faults, AMappingHandleThatCannotBeClosedIsReportedAndNothingStaysOpen) {
-  EXPECT_EQ(CallCensus(
+  EXPECT_EQ(FailEachCall(
                 "CloseHandle",
                 [&] {
                   FreshServer();
@@ -447,13 +447,13 @@ TEST_F(Faults, TheLogFileIsOpenedAndMadeWithoutAnAccessListOfItsOwn) {
 }
 
 TEST_F(Faults, NamedObjectsThatCannotBeCreatedAreReported) {
-  EXPECT_EQ(CallCensus(
+  EXPECT_EQ(FailEachCall(
                 "CreateEventA", [&] { FreshServer(); }, [&] { Open(); }, [&] { OpenAgain(); }),
             (Sentences{"Failed to create file access objects in MessageFile::OpenFile()"}));
 }
 
 TEST_F(Faults, AnyWaitThatFailsDuringAnOpenIsReportedAndTheOpenCanBeRepeated) {
-  const Sentences sentences = CallCensus(
+  const Sentences sentences = FailEachCall(
       "WaitForMultipleObjects", [&] { FreshServer(); }, [&] { Open(); }, [&] { OpenAgain(); });
   EXPECT_EQ(sentences,
             (Sentences{"Failed to Wait for Event object", "Failed to Wait for Mutex object", kNoRelease}));
@@ -463,17 +463,17 @@ TEST_F(Faults, AFlushWhoseWaitFailsLetsReadersInAndKeepsItsMessages) {
   Open();
   TestReader reader(names);
   Submit("a", At(12, 0));
-  const Sentences sentences = Census([&](int n) { FailCall("WaitForMultipleObjects", n, 1117); },
-                                     [&] {
-                                       Clear();
-                                       Submit("a", At(12, 0));
-                                     },
-                                     [&] { Flush(); },
-                                     [&] {
-                                       ASSERT_TRUE(reader.WaitForReadWait(0));
-                                       Flush();
-                                       ASSERT_EQ(Newest(), (Texts{"a"}));
-                                     });
+  const Sentences sentences = FailEach([&](int n) { FailCall("WaitForMultipleObjects", n, 1117); },
+                                       [&] {
+                                         Clear();
+                                         Submit("a", At(12, 0));
+                                       },
+                                       [&] { Flush(); },
+                                       [&] {
+                                         ASSERT_TRUE(reader.WaitForReadWait(0));
+                                         Flush();
+                                         ASSERT_EQ(Newest(), (Texts{"a"}));
+                                       });
   EXPECT_EQ(sentences, (Sentences{"Failed to Wait for Event object", "Failed to Wait for Mutex object"}));
 }
 
