@@ -12,7 +12,7 @@ int Refuse(int exitCode, std::string_view line) {
 }
 
 std::string Explain(Status status) {
-  const std::string text = StatusText(status);
+  std::string text = StatusText(status);
   switch (status) {
     case Status::NotRunning:
       return text + "; start it: tamlogctl server start";

@@ -63,11 +63,11 @@ int OffsetOfLocalTime(const TimeWords& local) {
   return MinutesBetween(utc, written);
 }
 
-int OffsetAtUtc(const TimeWords& words) {
-  const SYSTEMTIME utc = SystemTimeOf(words);
+int OffsetAtUtc(const TimeWords& utc) {
+  const SYSTEMTIME moment = SystemTimeOf(utc);
   SYSTEMTIME local{};
-  if (SystemTimeToTzSpecificLocalTime(nullptr, &utc, &local) == FALSE) return 0;
-  return MinutesBetween(utc, local);
+  if (SystemTimeToTzSpecificLocalTime(nullptr, &moment, &local) == FALSE) return 0;
+  return MinutesBetween(moment, local);
 }
 
 }  // namespace TamLogCtl

@@ -1,7 +1,7 @@
 #include "tamlogctl/server/backup.h"
 
-#include <array>
-#include <cstdio>
+#include <algorithm>
+#include <string>
 #include <string_view>
 
 #include "client/file/log_file_writer.h"
@@ -54,11 +54,13 @@ int WriteBackup(const std::string& path, const LogSnapshot& snapshot, const std:
 }
 
 std::string BackupName() {
-  const TamLogClient::TimeWords now = TamLogClient::LocalNow();
-  std::array<char, 64> name{};
-  std::snprintf(name.data(), name.size(), "tamlog-%04d%02d%02d-%02d%02d%02d.dat", now[0], now[1], now[2],
-                now[3], now[4], now[5]);
-  return name.data();
+  std::string time;
+  TamLogClient::AppendTime(TamLogClient::LocalNow(), '_', time);  // "2026-01-02_03:04:05.678"
+  time.resize(time.find('.'));
+  std::erase(time, '-');
+  std::erase(time, ':');
+  std::replace(time.begin(), time.end(), '_', '-');
+  return "tamlog-" + time + ".dat";
 }
 
 }  // namespace TamLogCtl
