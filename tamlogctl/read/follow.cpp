@@ -53,7 +53,7 @@ int Follower::Run() {
   const Status status = Begin();
   if (!Readable(status)) return ExplainStatus(status);
   int exitCode = Loop();
-  stream.GiveAll();
+  stream.ReleaseAll();
   const Status drained = Drain(0);
   if (drained != Status::TimedOut && exitCode == kDone) exitCode = ExplainStatus(drained);
   stream.Close();

@@ -48,8 +48,8 @@ const Table kOutcomeHead{"| Field | Keep | Empty | Start | Next | Both | Altered
 
 using Bodies = std::multiset<std::string>;
 
-// Two messages in a ring of three, so that there is a slot that is not in use. The newer one's texts are as
-// long as they may be: the bits of their last byte are the ones without which they do not end.
+// Two messages in a ring of three, so that one slot is unused. The newer one's texts have the maximum length:
+// the zero in their last byte is all that terminates them.
 std::string SmallFile() {
   TamLogTest::RingModel log(kCapacity);
   log.Submit(TamLogTest::MakeBody(1500, "first", "Stage", 1));
@@ -98,7 +98,7 @@ std::string FieldAt(std::size_t offset) {
   return slots.at(slot) + (slot == 2 ? "" : FieldInSlot((offset - kSlotsOffset) % sizeof(LogMessage)));
 }
 
-// The server's own opening of the file on the machine in memory, and its orderly stop. The messages that
+// Opens the file with the server on the machine in memory and stops it in order. Returns the messages that
 // readers find in between.
 Bodies StartAndStop() {
   ServerConfiguration configuration;
@@ -139,7 +139,7 @@ struct BitRow {
   std::size_t carvedBoth = 0;
 };
 
-// The bodies of the first two slots, wherever the header wants them.
+// The bodies of the first two slots, independent of the header.
 Bodies BodiesInSlots(const std::string& bytes) {
   const LogFileImage image(bytes);
   return {BodyBytes(image.Slot(0)), BodyBytes(image.Slot(1))};
@@ -153,7 +153,7 @@ void TryStarts(const std::string& bytes, std::size_t bit, bool kept, BitRow& row
   const Bodies next = StartAndStop();
   if (now == inFile) ++row.after;
   if (next == inFile) ++row.afterNext;
-  // What breaks a rule comes back empty, and nothing comes back from there.
+  // A file that breaks a rule is emptied and stays empty.
   if (!kept) {
     EXPECT_TRUE(now.empty()) << bit;
   }
