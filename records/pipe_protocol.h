@@ -49,6 +49,8 @@ inline constexpr std::uint32_t kLastHandledCode = 14;
 
 inline constexpr std::size_t kPipeBodySize = 1024;
 inline constexpr std::size_t kFilterTextSize = 128;  // including the terminating zero
+inline constexpr std::size_t kLongestLogPath =
+    255;  // bytes; a server stores a longer one and cannot start again
 
 struct SettingsBody {
   std::uint32_t maxMessage;      // messages

@@ -138,7 +138,7 @@ Status LogClient::GetDefaultLogFile(std::string& path) {
 }
 
 Status LogClient::SetLogFile(const std::string& path) {
-  if (path.size() > kMostPath) return Status::TooLong;
+  if (path.size() > kLongestLogPath) return Status::TooLong;
   if (path.empty() || HasZero(path)) return Status::BadValue;
   PipeRequest request = MakeRequest(RequestCode::SetLogFile);
   std::memcpy(request.path, path.data(), path.size());

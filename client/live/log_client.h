@@ -22,9 +22,6 @@
 
 namespace TamLogClient {
 
-// The longest path of a log file, in bytes. A server takes a longer one, stores it, and cannot start again.
-inline constexpr std::size_t kMostPath = 255;
-
 struct LogClientOptions {
   std::string pipeName =
       kRequestPipeName;            // of the request pipe; kReplyPipeSuffix is added for the reply pipe
@@ -54,8 +51,8 @@ class LogClient {
   // start.
   Status GetLogFile(std::string& path);
   Status GetDefaultLogFile(std::string& path);
-  // Takes effect at the next stop of the server. TooLong above kMostPath; BadValue when empty or with a zero
-  // byte.
+  // Takes effect at the next stop of the server. TooLong above kLongestLogPath; BadValue when empty or with a
+  // zero byte.
   Status SetLogFile(const std::string& path);
 
   Status GetSettings(SettingsBody& settings);

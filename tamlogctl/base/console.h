@@ -1,14 +1,13 @@
 #pragma once
 
-// The program's surroundings: its streams, its interruption by Ctrl-C, its clock. One implementation per
-// operating system.
+// The program's surroundings: its streams, Ctrl-C, the environment and the pager. Texts are UTF-8. Use it
+// from one thread, except for WriteErr and Interrupted.
 
 #include <cstddef>
 #include <cstdint>
+#include <iosfwd>
 #include <string>
 #include <string_view>
-
-#include "client/message/time_text.h"
 
 namespace TamLogCtl {
 
@@ -16,51 +15,44 @@ bool StdoutIsTerminal();
 bool StdinIsTerminal();
 bool StderrIsTerminal();
 
-// Makes a terminal obey colours; false when it cannot.
+// Makes the terminal interpret colour sequences; false when it cannot.
 bool EnableColors();
 
-// Output is gathered to pieces of about so many bytes before it is written.
+// Verbs collect about this many bytes of output before they write them.
 inline constexpr std::size_t kWriteSize = std::size_t{1} << 18U;
 
-// Writes all of it at once; UTF-8, line ends as they are. False once standard output has failed: why has been
-// said, unless a reader only went away.
+// Writes all of `text` to standard output, line ends unchanged. False when that failed. The first failure is
+// explained on stderr, unless the reader of the output has closed it.
 bool WriteOut(std::string_view text);
 
-// Writes to stderr as it is.
+// Writes `text` to stderr unchanged.
 bool WriteErr(std::string_view text);
 
 // Writes one line to stderr, with the program's name in front.
 void Say(std::string_view line);
 
-// Standard input line by line, without line ends. False at its end.
+// Reads one line of standard input, or of `input`, without its line end. False at the end of the input.
 bool ReadLine(std::string& line);
+bool ReadFileLine(std::istream& input, std::string& line);
 
-// From now on Ctrl-C only sets a flag, so that what is held can be given back; a second one ends the program.
+// Reads standard input to its end; each line ends with \n.
+std::string ReadInput();
+
+// From now on the first Ctrl-C only makes Interrupted() true, so that the verb can release what it holds; the
+// second one ends the program.
 void DeferInterrupts();
 bool Interrupted();
 
-// Returns early, with false, when interrupted.
-bool SleepFor(std::uint32_t milliseconds);
-
-// Milliseconds since some moment in the past; never goes back.
-std::uint64_t Ticks();
-
-// The local time.
-TamLogClient::TimeWords Now();
-
-// The minutes by which local time is ahead of UTC at a moment given in UTC.
-int LocalOffsetMinutes(const TamLogClient::TimeWords& utc);
-
 std::uint32_t ProcessId();
 
-// An environment variable that is set to something.
+// Whether an environment variable has a value that is not empty.
 bool EnvironmentHas(const char* name);
 
-// What it is set to; empty when it is not.
+// The value of an environment variable; empty when it is not set.
 std::string EnvironmentValue(const char* name);
 
-// While it lives, standard output goes through the user's pager: the program that PAGER names, or less where
-// that is usual. Begin it after everything that depends on standard output being a terminal.
+// Sends standard output through the user's pager: the program that PAGER names, or on POSIX systems `less`
+// when PAGER is not set. Begin it after everything that depends on standard output being a terminal.
 class Pager {
  public:
   Pager() = default;
@@ -68,14 +60,14 @@ class Pager {
   Pager(const Pager&) = delete;
   Pager& operator=(const Pager&) = delete;
 
-  // Does nothing when standard output is no terminal or no pager can be started.
+  // Does nothing when standard output is not a terminal or the pager cannot be started.
   void Begin();
 
-  // Waits until the user has left the pager. False, after a word on stderr, when it could not be started:
-  // nothing was shown then.
+  // Waits until the user has left the pager. False, after a line on stderr, when the pager could not be
+  // started: the output was not shown then.
   bool End();
 
-  // Who leaves a pager early has seen enough: failing output is then no error.
+  // While a pager is active, failing output is not an error: the user has left the pager early.
   bool Active() const { return active; }
 
  private:

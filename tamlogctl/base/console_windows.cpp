@@ -12,6 +12,8 @@
 #include "client/message/win32.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/console_pieces.h"
+#include "tamlogctl/base/console_system.h"
+#include "tamlogctl/base/wide_text.h"
 
 namespace TamLogCtl {
 
@@ -31,10 +33,8 @@ BOOL WINAPI OnControl(DWORD event) {
 }
 
 bool WriteConsole(HANDLE console, std::string_view text) {
-  const int bytes = static_cast<int>(text.size());
-  std::wstring wide(text.size(), L'\0');
-  const int length = MultiByteToWideChar(CP_UTF8, 0, text.data(), bytes, wide.data(), bytes);
-  std::wstring_view rest(wide.data(), static_cast<std::size_t>(length));
+  const std::wstring wide = Utf8ToWide(text);
+  std::wstring_view rest = wide;
   while (!rest.empty()) {
     constexpr std::size_t kMostUnits = 8000;
     const auto piece = static_cast<DWORD>(PieceLength(rest, kMostUnits));
@@ -61,18 +61,9 @@ bool Write(DWORD which, std::string_view text) {
   return IsConsole(which) ? WriteConsole(stream, text) : WriteFully(stream, text);
 }
 
-std::string ToUtf8(std::wstring_view text) {
-  if (text.empty()) return {};
-  const int units = static_cast<int>(text.size());
-  const int bytes = WideCharToMultiByte(CP_UTF8, 0, text.data(), units, nullptr, 0, nullptr, nullptr);
-  std::string utf8(static_cast<std::size_t>(std::max(bytes, 0)), '\0');
-  WideCharToMultiByte(CP_UTF8, 0, text.data(), units, utf8.data(), bytes, nullptr, nullptr);
-  return utf8;
-}
-
-// What is typed arrives as it is; the C library would bend it into the console's code page.
+// Reads UTF-16 from the console: the C library would convert what is typed to the console's code page.
 bool ReadConsoleLine(std::string& line) {
-  constexpr wchar_t kEnd = 26;  // Ctrl-Z at the beginning of a line
+  constexpr wchar_t kEnd = 26;  // Ctrl-Z as the first character ends the input
   const HANDLE console = GetStdHandle(STD_INPUT_HANDLE);
   std::wstring whole;
   while (whole.empty() || whole.back() != L'\n') {
@@ -86,7 +77,7 @@ bool ReadConsoleLine(std::string& line) {
   }
   if (whole.empty()) return false;
   while (!whole.empty() && (whole.back() == L'\n' || whole.back() == L'\r')) whole.pop_back();
-  line = ToUtf8(whole);
+  line = WideToUtf8(whole);
   return true;
 }
 
@@ -112,102 +103,51 @@ bool EnableColors() {
   return SetConsoleMode(stream, mode | kVirtualTerminal) != FALSE;
 }
 
-bool WriteOut(std::string_view text) {
-  if (Write(STD_OUTPUT_HANDLE, text)) return true;
+bool WriteStdout(std::string_view text) {
+  return Write(STD_OUTPUT_HANDLE, text);
+}
+
+std::string StdoutProblem() {
   const DWORD error = GetLastError();
-  // A reader that went away has seen enough; anything else has to be told, once.
-  static bool told =
+  const bool closed =
       error == ERROR_BROKEN_PIPE || error == ERROR_NO_DATA || error == ERROR_PIPE_NOT_CONNECTED;
-  if (!told) Say("standard output cannot be written (error " + std::to_string(error) + ")");
-  told = true;
-  return false;
+  return closed ? "" : "error " + std::to_string(error);
 }
 
 bool WriteErr(std::string_view text) {
   return Write(STD_ERROR_HANDLE, text);
 }
 
-void Say(std::string_view line) {
-  std::string whole = "tamlogctl: ";
-  whole.append(line).append("\n");
-  Write(STD_ERROR_HANDLE, whole);
-}
-
 bool ReadLine(std::string& line) {
   if (StdinIsTerminal()) return ReadConsoleLine(line);
   static const bool binary = _setmode(_fileno(stdin), _O_BINARY) != -1;
-  if (!binary || !std::getline(std::cin, line)) return false;
-  if (!line.empty() && line.back() == '\r') line.pop_back();
-  return true;
+  return binary && ReadFileLine(std::cin, line);
 }
 
 void DeferInterrupts() {
-  SetConsoleCtrlHandler(OnControl, TRUE);
+  static const BOOL deferred = SetConsoleCtrlHandler(OnControl, TRUE);
+  static_cast<void>(deferred);
 }
 
 bool Interrupted() {
   return interrupted;
 }
 
-bool SleepFor(std::uint32_t milliseconds) {
-  constexpr std::uint64_t kStep = 50;
-  const std::uint64_t end = Ticks() + milliseconds;
-  while (!Interrupted() && Ticks() < end) Sleep(static_cast<DWORD>(std::min(kStep, end - Ticks())));
-  return !Interrupted();
-}
-
-std::uint64_t Ticks() {
-  return GetTickCount64();
-}
-
-TamLogClient::TimeWords Now() {
-  SYSTEMTIME time;
-  GetLocalTime(&time);
-  const auto word = [](WORD value) { return static_cast<std::int16_t>(value); };
-  return {word(time.wYear),   word(time.wMonth),  word(time.wDay),          word(time.wHour),
-          word(time.wMinute), word(time.wSecond), word(time.wMilliseconds), 0};
-}
-
-int LocalOffsetMinutes(const TamLogClient::TimeWords& utc) {
-  const auto word = [&utc](std::size_t i) { return static_cast<WORD>(utc[i]); };
-  const SYSTEMTIME moment{word(0), word(1), 0, word(2), word(3), word(4), word(5), word(6)};
-  SYSTEMTIME local{};
-  FILETIME utcTicks{};
-  FILETIME localTicks{};
-  if (SystemTimeToTzSpecificLocalTime(nullptr, &moment, &local) == FALSE ||
-      SystemTimeToFileTime(&moment, &utcTicks) == FALSE || SystemTimeToFileTime(&local, &localTicks) == FALSE)
-    return 0;
-  const auto ticks = [](const FILETIME& time) {
-    return static_cast<std::int64_t>((std::uint64_t{time.dwHighDateTime} << 32U) | time.dwLowDateTime);
-  };
-  constexpr std::int64_t kTicksAMinute = 600000000;
-  return static_cast<int>((ticks(localTicks) - ticks(utcTicks)) / kTicksAMinute);
-}
-
 std::uint32_t ProcessId() {
   return GetCurrentProcessId();
 }
 
-bool EnvironmentHas(const char* name) {
-  return GetEnvironmentVariableA(name, nullptr, 0) > 1;
-}
-
 std::string EnvironmentValue(const char* name) {
-  std::string value(GetEnvironmentVariableA(name, nullptr, 0), '\0');
-  value.resize(GetEnvironmentVariableA(name, value.data(), static_cast<DWORD>(value.size())));
-  return value;
+  const std::wstring wideName = Utf8ToWide(name);
+  std::wstring value(GetEnvironmentVariableW(wideName.c_str(), nullptr, 0), L'\0');
+  value.resize(GetEnvironmentVariableW(wideName.c_str(), value.data(), static_cast<DWORD>(value.size())));
+  return WideToUtf8(value);
 }
 
 namespace {
 
 TamLogClient::Handle pagerProcess;
 TamLogClient::Handle pagerPipe;
-
-std::wstring Environment(const wchar_t* name) {
-  std::wstring value(GetEnvironmentVariableW(name, nullptr, 0), L'\0');
-  value.resize(GetEnvironmentVariableW(name, value.data(), static_cast<DWORD>(value.size())));
-  return value;
-}
 
 // Starts the command with `input` as its standard input; its output goes to the console.
 TamLogClient::Handle StartWithInput(std::wstring command, HANDLE input) {
@@ -229,7 +169,7 @@ TamLogClient::Handle StartWithInput(std::wstring command, HANDLE input) {
 }  // namespace
 
 void Pager::Begin() {
-  const std::wstring chosen = Environment(L"PAGER");
+  const std::string chosen = EnvironmentValue("PAGER");
   if (active || chosen.empty() || !StdoutIsTerminal()) return;
   SECURITY_ATTRIBUTES inherited{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
   HANDLE readEnd = nullptr;
@@ -238,7 +178,7 @@ void Pager::Begin() {
   const TamLogClient::Handle input(readEnd);
   pagerPipe = TamLogClient::Handle(writeEnd);
   SetHandleInformation(writeEnd, HANDLE_FLAG_INHERIT, 0);
-  pagerProcess = StartWithInput(L"cmd.exe /d /c " + chosen, input.Get());
+  pagerProcess = StartWithInput(Utf8ToWide("cmd.exe /d /c " + chosen), input.Get());
   if (!pagerProcess) return;
   SetStdHandle(STD_OUTPUT_HANDLE, pagerPipe.Get());
   active = true;
@@ -250,7 +190,7 @@ bool Pager::End() {
   pagerPipe.Close();
   WaitForSingleObject(pagerProcess.Get(), INFINITE);
   pagerProcess.Close();
-  return true;  // one that cannot be started is none, and the output goes to the console
+  return true;  // Begin has left the output alone if the pager could not be started
 }
 
 }  // namespace TamLogCtl

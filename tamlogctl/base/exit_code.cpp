@@ -13,9 +13,17 @@ int Refuse(int exitCode, std::string_view line) {
 
 std::string Explain(Status status) {
   std::string text = StatusText(status);
-  if (status == Status::NotRunning) text += " (tamlogctl server state)";
-  if (status == Status::TimedOut || status == Status::Stuck) text += " (tamlogctl doctor)";
-  return text;
+  switch (status) {
+    case Status::NotRunning:
+      return text + "; start it: tamlogctl server start";
+    case Status::TimedOut:
+    case Status::Stuck:
+      return text + "; see: tamlogctl doctor";
+    case Status::NotSupported:
+      return text + "; show, stats and export read a copied log with --file";
+    default:
+      return text;
+  }
 }
 
 int Refuse(Status status, const std::string& what) {

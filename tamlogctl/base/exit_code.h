@@ -80,7 +80,7 @@ constexpr int WorseOf(int first, int second) {
 // Writes `line` to stderr, with the program's name in front, and returns `exitCode`.
 int Refuse(int exitCode, std::string_view line);
 
-// The status in words, and what the user can do about it: "no answer in time (tamlogctl doctor)".
+// The status in words, and what the user can do about it: "no answer in time; see: tamlogctl doctor".
 std::string Explain(TamLogClient::Status status);
 
 // Writes Explain(status) to stderr, after `what` and a colon unless `what` is empty. Returns the exit code.

@@ -1,6 +1,6 @@
 #pragma once
 
-// Why a file that the user named cannot be read or written, in words that say what to do.
+// Explains problems with a file that the user named, and what to do about them.
 
 #include <cstddef>
 #include <string>
@@ -21,7 +21,11 @@ std::string TargetProblem(const std::string& target, TamLogClient::Status status
 // The exit code for that. An existing target is an error of usage.
 int TargetExitCode(TamLogClient::Status status);
 
-// Says on stderr that so many messages of the file break a rule.
+// Says on stderr that `damaged` messages of the file break a rule.
 void SayDamaged(const std::string& path, std::size_t damaged);
+
+// Explains on stderr why the file `target` cannot be written, and returns the exit code. `advice` is what to
+// do when it already exists.
+int RefuseTarget(const std::string& target, TamLogClient::Status status, const std::string& advice);
 
 }  // namespace TamLogCtl

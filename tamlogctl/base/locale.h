@@ -1,18 +1,21 @@
 #pragma once
 
-// What this machine takes for granted about texts and times. One implementation per operating system.
+// The machine's defaults for texts and times. One implementation per operating system.
 
 #include "client/message/text_encoding.h"
 #include "client/message/time_text.h"
 
 namespace TamLogCtl {
 
-// How texts are read when nobody says how: as UTF-8 where they are UTF-8, else on Windows by the ANSI code
-// page. (Code pages of two bytes a character are not read; elsewhere there is nothing to go by.)
+// The encoding of texts when the user names none: a text that is valid UTF-8 is read as UTF-8; any other by
+// the ANSI code page on Windows, where that has one byte a character. Elsewhere nothing says how to read it.
 TamLogClient::TextEncoding DefaultEncoding();
 
-// The minutes by which this machine's time is ahead of UTC at a local time, which is a real one. Of a time
-// that the clock shows twice or never, one of the two offsets around it.
+// The minutes by which local time is ahead of UTC at `local`, a time of the local calendar that exists there.
+// For a time that the clock shows twice or never: one of the two offsets around it.
 int OffsetOfLocalTime(const TamLogClient::TimeWords& local);
+
+// The same at a moment that is given in UTC.
+int OffsetAtUtc(const TamLogClient::TimeWords& utc);
 
 }  // namespace TamLogCtl

@@ -4,22 +4,40 @@
 
 namespace TamLogCtl {
 
+namespace {
+
+std::tm PartsOf(const TamLogClient::TimeWords& words) {
+  std::tm parts{};
+  parts.tm_year = words[0] - 1900;
+  parts.tm_mon = words[1] - 1;
+  parts.tm_mday = words[2];
+  parts.tm_hour = words[3];
+  parts.tm_min = words[4];
+  parts.tm_sec = words[5];
+  return parts;
+}
+
+int OffsetAt(std::time_t moment) {
+  std::tm local{};
+  localtime_r(&moment, &local);
+  return static_cast<int>(local.tm_gmtoff / 60);
+}
+
+}  // namespace
+
 TamLogClient::TextEncoding DefaultEncoding() {
   return TamLogClient::TextEncoding::Guessed();
 }
 
 int OffsetOfLocalTime(const TamLogClient::TimeWords& local) {
-  std::tm parts{};
-  parts.tm_year = local[0] - 1900;
-  parts.tm_mon = local[1] - 1;
-  parts.tm_mday = local[2];
-  parts.tm_hour = local[3];
-  parts.tm_min = local[4];
+  std::tm parts = PartsOf(local);
   parts.tm_isdst = -1;  // the system finds out
-  const std::time_t moment = std::mktime(&parts);
-  std::tm result{};
-  localtime_r(&moment, &result);
-  return static_cast<int>(result.tm_gmtoff / 60);
+  return OffsetAt(std::mktime(&parts));
+}
+
+int OffsetAtUtc(const TamLogClient::TimeWords& utc) {
+  std::tm parts = PartsOf(utc);
+  return OffsetAt(timegm(&parts));
 }
 
 }  // namespace TamLogCtl

@@ -11,7 +11,7 @@ using TamLogClient::TextEncoding;
 using TamLogClient::TimeWords;
 using TamLogClient::UpperHalf;
 
-// Asks the system for what each byte means.
+// Asks the system for the character of each byte above 127.
 UpperHalf ReadCodePage(UINT codePage) {
   UpperHalf table{};
   for (std::size_t i = 0; i < table.size(); ++i) {
@@ -22,7 +22,7 @@ UpperHalf ReadCodePage(UINT codePage) {
   return table;
 }
 
-// Null when the code page is UTF-8, or has characters of several bytes.
+// Null when the code page is UTF-8 or has characters of several bytes.
 const UpperHalf* AnsiCodePage() {
   const UINT codePage = GetACP();
   if (const UpperHalf* const known = TamLogClient::UpperHalfOfCodePage(codePage)) return known;
@@ -37,11 +37,16 @@ SYSTEMTIME SystemTimeOf(const TimeWords& words) {
   return {part(0), part(1), 0, part(2), part(3), part(4), part(5), part(6)};
 }
 
-// In units of 100 ns; 0 for a year that the system cannot count from.
+// In units of 100 ns; 0 for a year that the system cannot convert.
 std::int64_t CountOf(const SYSTEMTIME& time) {
   FILETIME count{};
   if (SystemTimeToFileTime(&time, &count) == FALSE) return 0;
   return static_cast<std::int64_t>(std::uint64_t{count.dwHighDateTime} << 32U | count.dwLowDateTime);
+}
+
+int MinutesBetween(const SYSTEMTIME& earlier, const SYSTEMTIME& later) {
+  constexpr std::int64_t kMinute = 600'000'000;
+  return static_cast<int>((CountOf(later) - CountOf(earlier)) / kMinute);
 }
 
 }  // namespace
@@ -50,13 +55,19 @@ TextEncoding DefaultEncoding() {
   return TextEncoding::Guessed(AnsiCodePage());
 }
 
-// By the rules of today: the system's change from year to year is not looked up.
+// Today's rules of the zone are taken for all years.
 int OffsetOfLocalTime(const TimeWords& local) {
-  constexpr std::int64_t kMinute = 600'000'000;
   const SYSTEMTIME written = SystemTimeOf(local);
   SYSTEMTIME utc{};
   if (TzSpecificLocalTimeToSystemTime(nullptr, &written, &utc) == FALSE) return 0;
-  return static_cast<int>((CountOf(written) - CountOf(utc)) / kMinute);
+  return MinutesBetween(utc, written);
+}
+
+int OffsetAtUtc(const TimeWords& utc) {
+  const SYSTEMTIME moment = SystemTimeOf(utc);
+  SYSTEMTIME local{};
+  if (SystemTimeToTzSpecificLocalTime(nullptr, &moment, &local) == FALSE) return 0;
+  return MinutesBetween(moment, local);
 }
 
 }  // namespace TamLogCtl

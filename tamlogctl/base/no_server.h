@@ -1,10 +1,10 @@
 #pragma once
 
-// What a verb that needs a running server answers on a system that has none.
+// The answer of a verb that needs a running server, on a system that has none.
 
 namespace TamLogCtl {
 
-// Says so on stderr and returns the exit code.
+// Writes a line to stderr and returns the exit code.
 int NoServerHere();
 
 }  // namespace TamLogCtl

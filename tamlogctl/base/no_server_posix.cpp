@@ -1,14 +1,18 @@
 #include "tamlogctl/base/no_server.h"
 
 #include "tamlogctl/base/exit_code.h"
-#include "tamlogctl/base/live_image.h"
+#include "tamlogctl/base/live_log.h"
 
 namespace TamLogCtl {
 
+using TamLogClient::Status;
+
 int NoServerHere() {
-  const auto status = TamLogClient::Status::NotSupported;
-  return Refuse(ExitCodeOf(status),
-                std::string(StatusText(status)) + "; show, stats and export read a copied log with --file");
+  return Refuse(Status::NotSupported);
+}
+
+Status ReadLiveLog(std::uint32_t /*timeoutMs*/, TamLogClient::LogSnapshot& /*snapshot*/) {
+  return Status::NotSupported;
 }
 
 int ReadLiveImage(std::uint32_t /*timeoutMs*/, std::string& /*bytes*/) {

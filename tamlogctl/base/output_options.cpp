@@ -23,8 +23,8 @@ bool WantsColor(Color color) {
   return StdoutIsTerminal() && !EnvironmentHas("NO_COLOR") && EnableColors();
 }
 
-bool Refuse(const char* option, const std::string& value, const std::string& mend) {
-  Say(std::string(option) + " '" + value + "': " + mend);
+bool Refuse(const char* option, const std::string& value, const std::string& fix) {
+  Say(std::string(option) + " '" + value + "': " + fix);
   return false;
 }
 
@@ -76,7 +76,7 @@ bool TakeZone(const OutputOptions& options, FormatOptions& to) {
   return true;
 }
 
-// What was given, or else what the environment says for all runs, with the name under which it was found.
+// The value of the option, or else of the environment variable; with the name of the one that was used.
 std::pair<const char*, std::string> Configured(const char* option, const std::string& given,
                                                const char* variable) {
   return given.empty() ? std::pair(variable, EnvironmentValue(variable)) : std::pair(option, given);

@@ -1,6 +1,6 @@
 #pragma once
 
-// How messages are written: the options that every verb which prints messages has.
+// The options of every verb that prints messages: how a message is written.
 
 #include <optional>
 #include <string>
@@ -12,23 +12,27 @@ namespace TamLogCtl {
 
 struct OutputOptions {
   std::string format = "short";
-  std::string fields;  // empty: what the format has usually
+  std::string fields;  // empty: the usual ones of the format
   std::string zone = "written";
   std::string typeNames;  // empty: T0 to T3
-  std::string encoding;   // empty: what the machine goes by
+  std::string encoding;   // empty: the default of the machine
 };
 
-// The encoding alone; nothing, after a word on stderr, when there is none of that name.
+void DefineOutputOptions(CLI::App& verb, OutputOptions& to);
+
+// The names of types and the encoding alone, for verbs with formats of their own.
+void DefineNaming(CLI::App& verb, OutputOptions& to);
+
+// The encoding alone. This and the next three return nothing, after a line on stderr, when the value of an
+// option is wrong.
 std::optional<TamLogClient::TextEncoding> MakeEncoding(const OutputOptions& options);
 
-// What these options mean, or nothing, after a word on stderr.
 std::optional<TamLogClient::FormatOptions> MakeFormatOptions(const OutputOptions& options);
 
-// Nothing, after a word on stderr, when an option's value makes no sense.
+// For standard output.
 std::optional<TamLogClient::MessageFormatter> MakeFormatter(const OutputOptions& options, Color color);
 
-// The same for a file, whatever standard output is: without colours, and with nothing changed for the sake of
-// a terminal.
+// For a file: without colours, and without the changes that protect a terminal.
 std::optional<TamLogClient::MessageFormatter> MakeFileFormatter(const OutputOptions& options);
 
 }  // namespace TamLogCtl

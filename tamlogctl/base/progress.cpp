@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "tamlogctl/base/console.h"
+#include "tamlogctl/base/wait.h"
 
 namespace TamLogCtl {
 
@@ -30,15 +31,14 @@ bool Progress::IsDue() {
 }
 
 void Progress::Show(std::uint64_t done) {
-  if (!IsDue()) return;
-  std::string line = what + " " + std::to_string(done);
-  if (all > 0) line += " of " + std::to_string(all);
-  line.resize(kLineWidth, ' ');
-  WriteErr("\r" + line);
+  if (IsDue()) Write(std::to_string(done) + (all > 0 ? " of " + std::to_string(all) : ""));
 }
 
 void Progress::Show(const std::string& state) {
-  if (!IsDue()) return;
+  if (IsDue()) Write(state);
+}
+
+void Progress::Write(const std::string& state) {
   std::string line = what + " " + state;
   line.resize(kLineWidth, ' ');
   WriteErr("\r" + line);

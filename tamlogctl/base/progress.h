@@ -1,6 +1,6 @@
 #pragma once
 
-// One line on stderr that says how far a long piece of work is. Only on a terminal, and only after a second.
+// Progress of work that takes longer than a second, in one line on stderr. Shown on a terminal only.
 
 #include <condition_variable>
 #include <cstddef>
@@ -11,20 +11,22 @@
 
 namespace TamLogCtl {
 
+// Shows how much of the work is done. Use it from one thread.
 class Progress {
  public:
-  // `total` 0: the end is not known.
+  // `purpose` begins the line. With a `total` of 0 the amount of work is unknown.
   explicit Progress(std::string purpose, std::uint64_t total = 0);
-  ~Progress();  // takes the line away
+  ~Progress();  // removes the line
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
+  // Updates the line at most four times a second, so that it may be called at every step.
   void Show(std::uint64_t done);
-  // The same with words for the state.
   void Show(const std::string& state);
 
  private:
   bool IsDue();
+  void Write(const std::string& state);
 
   std::string what;
   std::uint64_t all;
@@ -33,8 +35,8 @@ class Progress {
   bool shown = false;
 };
 
-// Shows while it lives that work without steps is going on, and for how long. A thread does: the work has no
-// time.
+// Shows the elapsed time of work that cannot report progress, from a thread of its own, for as long as it
+// exists.
 class Busy {
  public:
   explicit Busy(std::string purpose);

@@ -5,6 +5,7 @@
 #include "client/live/log_stream.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
+#include "tamlogctl/base/wait.h"
 
 namespace TamLogCtl {
 

@@ -7,6 +7,7 @@
 
 #include "client/file/file_path.h"
 #include "client/format/message_formatter.h"
+#include "client/message/local_time.h"
 #include "client/message/time_zone.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/counted.h"
@@ -27,7 +28,7 @@ using TamLogClient::MessageFormatter;
 using TamLogClient::Status;
 
 std::int64_t LocalMs() {
-  return TamLogClient::MillisecondsSince1970(Now(), 0);
+  return TamLogClient::MillisecondsSince1970(TamLogClient::LocalNow(), 0);
 }
 
 RotatingFileOptions FileOptions(const ExportOptions& options, const MessageFormatter& formatter,

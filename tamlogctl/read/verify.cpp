@@ -10,7 +10,7 @@
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
 #include "tamlogctl/base/json.h"
-#include "tamlogctl/base/live_image.h"
+#include "tamlogctl/base/live_log.h"
 #include "tamlogctl/base/progress.h"
 
 namespace TamLogCtl {

@@ -7,6 +7,10 @@
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
+#include "client/file/file_path.h"
+#include "client/message/local_time.h"
+#include "tamlogctl/base/console.h"
+#include "tamlogctl/base/locale.h"
 #include "tamlogctl/select/time_bound.h"
 
 namespace TamLogCtl {
@@ -66,7 +70,7 @@ bool AddPatterns(const SelectionOptions& options, MessageSelection& selection) {
 }
 
 bool AddTimes(const SelectionOptions& options, MessageSelection& selection) {
-  const BoundClock clock{Now(), LocalOffsetMinutes};
+  const BoundClock clock{TamLogClient::LocalNow(), OffsetAtUtc};
   for (const bool until : {false, true}) {
     const std::string& text = until ? options.until : options.since;
     if (text.empty()) continue;

@@ -9,12 +9,12 @@
 namespace TamLogCtl {
 
 struct ClearOptions : CommonOptions {
-  std::string backup;  // where the messages are saved first; empty: nowhere
-  bool yes = false;    // without asking
+  std::string backup;  // the file in which the messages are saved first; empty: not saved
+  bool yes = false;    // do not ask
   bool wait = true;    // until the restart that follows is over
 };
 
-// Returns the program's exit code and has said on stderr what went wrong. 1: the user said no.
+// Returns the exit code, and explains a failure on stderr. 1: the user declined.
 int Clear(const ClearOptions& given);
 
 }  // namespace TamLogCtl

@@ -15,47 +15,41 @@
 #include "tamlogctl/base/progress.h"
 #include "tamlogctl/server/doctor_findings.h"
 #include "tamlogctl/server/filter_text.h"
-#include "tamlogctl/server/live_server.h"
 #include "tamlogctl/server/log_examiner.h"
 #include "tamlogctl/server/pipe_examiner.h"
 #include "tamlogctl/server/service.h"
+#include "tamlogctl/server/stored_lengths.h"
 
 namespace TamLogCtl {
 
 namespace {
 
-using TamLogClient::Finding;
-using TamLogClient::FindingState;
 using TamLogClient::LogClient;
-using TamLogClient::LogExaminer;
 using TamLogClient::LogReader;
-using TamLogClient::Observations;
-using TamLogClient::PipeState;
 using TamLogClient::Status;
 
-constexpr std::uint32_t kBusyMs = 3000;  // a busy pipe is ordinary for some milliseconds
+constexpr std::uint32_t kBusyMs = 3000;  // a pipe is often busy for some milliseconds
 
 void AskServer(const DoctorOptions& options, Observations& seen) {
-  const KeptLengths kept = LookAtKeptTexts();
-  seen.longestKeptFilter = kept.longestFilter;
-  seen.keptPathLength = kept.path;
-  seen.pipe =
-      TamLogClient::ExaminePipes(kRequestPipeName, std::min(kBusyMs, options.timeoutMs), options.timeoutMs);
+  const StoredLengths stored = ReadStoredLengths();
+  seen.longestStoredFilter = stored.longestFilter;
+  seen.storedPathLength = stored.path;
+  seen.pipe = ExaminePipes(kRequestPipeName, std::min(kBusyMs, options.timeoutMs), options.timeoutMs);
   if (seen.pipe != PipeState::Answers) return;
   LogClient client({kRequestPipeName, options.timeoutMs});
   SettingsBody settings{};
   seen.settingsKnown = client.GetSettings(settings) == Status::Ok;
-  // A ClearLog that waits for a dead reader holds up every such request: one is enough to see it.
+  // A ClearLog that waits for a dead reader delays every such request: one of them is enough to see that.
   if (!seen.settingsKnown) {
     seen.pipe = PipeState::Silent;
     return;
   }
-  seen.capacityAsked = settings.maxMessage;
+  seen.requestedCapacity = settings.maxMessage;
   seen.pollMs = settings.devicePollRate;
   seen.saveSeconds = settings.saveRate;
   seen.typeMask = settings.typeFilter;
-  if (kept.path < kEndsServer) client.GetLogFile(seen.logFile);
-  if (kept.longestFilter <= kMostFilterText)
+  if (stored.PathFits()) client.GetLogFile(seen.logFile);
+  if (stored.longestFilter <= kLongestFilter)
     seen.filtersKnown = client.GetFilters(seen.filters) == Status::Ok;
 }
 
@@ -86,23 +80,15 @@ void LookAtObjects(LogExaminer& examiner, std::uint32_t watchMs, Observations& s
   }
   seen.mapped = seen.mappingError == 0 && seen.objectError == 0;
   if (!seen.mapped) return;
-  const auto watch = examiner.Watch(watchMs);
-  seen.header = watch.header;
-  seen.watchedMs = watch.watchedMs;
-  seen.lockTaken = watch.lockTaken;
-  seen.readersInside = watch.readersInside;
-  seen.countPassed = watch.countPassed;
-  seen.countLeft = watch.countLeft;
-  seen.readersKeptOut = watch.readersKeptOut;
-  seen.moved = watch.moved;
+  seen.log = examiner.Watch(watchMs);
 }
 
-// One read like that of any other reader, but not into a log that would not let it out again.
+// Reads once like any other reader, unless the reader would get stuck as well.
 void ReadOnce(const DoctorOptions& options, Observations& seen) {
-  if (!seen.mapped || seen.header.serverRunning == 0 || seen.lockTaken || seen.readersKeptOut ||
-      ReaderIsStuck(seen)) {
+  const LogWatch& log = seen.log;
+  if (!seen.mapped || log.header.serverRunning == 0 || log.lockTaken || log.readersKeptOut ||
+      ReaderIsStuck(seen))
     return;
-  }
   LogReader reader;
   TamLogClient::LogSnapshot snapshot;
   Status status = reader.Open();
@@ -133,7 +119,7 @@ std::string AsText(const std::vector<Finding>& findings) {
                        std::string(finding.check.size() < 9 ? 9 - finding.check.size() : 1, ' ');
     TamLogClient::AppendVisible(finding.found, line);
     out += line + "\n";
-    if (!finding.mend.empty()) out += "               -> " + finding.mend + "\n";
+    if (!finding.fix.empty()) out += "               -> " + finding.fix + "\n";
   }
   return out;
 }
@@ -142,7 +128,7 @@ std::string AsJson(const std::vector<Finding>& findings, const std::vector<std::
   JsonArray list;
   for (const Finding& finding : findings) {
     JsonObject entry{{"check", finding.check}, {"state", WordOf(finding.state)}, {"found", finding.found}};
-    if (!finding.mend.empty()) entry.emplace_back("mend", finding.mend);
+    if (!finding.fix.empty()) entry.emplace_back("fix", finding.fix);
     list.emplace_back(std::move(entry));
   }
   JsonObject json{{"findings", std::move(list)}};
@@ -150,17 +136,17 @@ std::string AsJson(const std::vector<Finding>& findings, const std::vector<std::
   return WriteJson(json, 2) + "\n";
 }
 
-// Only what was found to be stuck. What was done, in words.
+// Frees what was found to be stuck, and nothing else. Returns what was done, in words.
 std::vector<std::string> Unstick(LogExaminer& examiner, const Observations& seen) {
   std::vector<std::string> done;
-  if (seen.lockTaken && examiner.FreeHeaderLock()) done.emplace_back("signalled the header lock");
+  if (seen.log.lockTaken && examiner.FreeHeaderLock()) done.emplace_back("signalled the header lock");
   if (ReaderIsStuck(seen)) {
-    done.emplace_back(examiner.ForgetReaders(seen.header)
-                          ? "set the count of readers inside to 0 and signalled the write-wait event"
-                          : "left the readers alone: something moved meanwhile; look again");
+    done.emplace_back(examiner.ForgetReaders(seen.log.header)
+                          ? "set readCount to 0 and signalled the write-wait event"
+                          : "left the readers alone: something changed meanwhile; look again");
   }
-  if (seen.pipe == PipeState::Blocked && TamLogClient::FreeListener(kRequestPipeName)) {
-    done.emplace_back("opened and closed the reply pipe, which lets the server go on");
+  if (seen.pipe == PipeState::Blocked && FreeListener(kRequestPipeName)) {
+    done.emplace_back("opened and closed the reply pipe, so that the server can go on");
   }
   if (done.empty()) done.emplace_back("nothing is stuck; nothing was done");
   return done;

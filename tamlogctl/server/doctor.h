@@ -1,6 +1,6 @@
 #pragma once
 
-// The verb doctor: looks at everything that can be wrong with a server, and says how it is mended.
+// The verb doctor: checks everything that can be wrong with a server, and says how to fix it.
 
 #include <cstdint>
 
@@ -10,11 +10,11 @@ namespace TamLogCtl {
 
 struct DoctorOptions : CommonOptions {
   bool json = false;
-  bool unstick = false;          // mend what a dead reader or a half-open client left
-  std::uint32_t watchMs = 2000;  // how long nobody may move until a reader counts as stuck
+  bool unstick = false;          // fix what a dead reader or a half-open client left behind
+  std::uint32_t watchMs = 2000;  // a reader counts as stuck when nothing changes for so long
 };
 
-// Exit code 0 all is well, 1 something was found (also when it was mended), 3 no server, 4 access denied.
+// Returns the exit code: 0 all is well, 1 something was found (fixed or not), 3 no server, 4 access denied.
 int Doctor(const DoctorOptions& options);
 
 }  // namespace TamLogCtl

@@ -4,30 +4,30 @@
 
 #include "client/live/log_client.h"
 #include "client/log/ring.h"
+#include "records/pipe_protocol.h"
+#include "tamlogctl/server/filter_text.h"
 
-namespace TamLogClient {
+namespace TamLogCtl {
 
 namespace {
 
-constexpr std::size_t kMostFilterText = 127;
-constexpr std::size_t kShortFilter = 2;
 constexpr std::uint64_t kLongHoldMicroseconds = 50000;
 constexpr std::uint32_t kErrorAccessDenied = 5;
 
 class Findings {
  public:
   void Ok(const char* check, std::string found) { Add(check, FindingState::Ok, std::move(found), ""); }
-  void Warn(const char* check, std::string found, std::string mend) {
-    Add(check, FindingState::Warning, std::move(found), std::move(mend));
+  void Warn(const char* check, std::string found, std::string fix) {
+    Add(check, FindingState::Warning, std::move(found), std::move(fix));
   }
-  void Fail(const char* check, std::string found, std::string mend) {
-    Add(check, FindingState::Failure, std::move(found), std::move(mend));
+  void Fail(const char* check, std::string found, std::string fix) {
+    Add(check, FindingState::Failure, std::move(found), std::move(fix));
   }
   std::vector<Finding> Take() { return std::move(list); }
 
  private:
-  void Add(const char* check, FindingState state, std::string found, std::string mend) {
-    list.push_back({check, state, std::move(found), std::move(mend)});
+  void Add(const char* check, FindingState state, std::string found, std::string fix) {
+    list.push_back({check, state, std::move(found), std::move(fix)});
   }
   std::vector<Finding> list;
 };
@@ -36,23 +36,25 @@ std::string Number(std::uint64_t value) {
   return std::to_string(value);
 }
 
-std::string Watched(const Observations& seen) {
-  return " (watched for " + Number(seen.watchedMs) + " ms)";
+// "2 s", "0.5 s"
+std::string Seconds(std::uint32_t milliseconds) {
+  const std::uint32_t tenths = (milliseconds + 50) / 100;
+  return Number(tenths / 10) + (tenths % 10 == 0 ? "" : "." + Number(tenths % 10)) + " s";
 }
 
 void CheckService(const Observations& seen, Findings& out) {
+  const char* const advice = ServiceAdvice(seen.service);
   switch (seen.service) {
     case ServiceState::Unknown:
-      return out.Warn("service", "the service manager could not be asked", "ask again as an administrator");
+      return out.Warn("service", "the service manager cannot be reached", advice);
     case ServiceState::NotInstalled:
-      return out.Warn("service", "not installed", "install it: TamLogServer.exe -install");
+      return out.Warn("service", "not installed", advice);
     case ServiceState::Denied:
-      return out.Warn("service", "the service manager refused to tell its state",
-                      "ask again as an administrator");
+      return out.Warn("service", "the service manager denied access", advice);
     case ServiceState::Stopped:
-      return out.Fail("service", "installed, but stopped", "start it: tamlogctl server start");
+      return out.Fail("service", "installed, but stopped", advice);
     case ServiceState::Pending:
-      return out.Warn("service", "starting or stopping", "wait up to 20 s and look again");
+      return out.Warn("service", "starting or stopping", advice);
     case ServiceState::Running:
       return out.Ok("service", "installed and running");
   }
@@ -64,28 +66,28 @@ void CheckPipe(const Observations& seen, Findings& out) {
     case PipeState::Answers:
       return out.Ok("pipe", "answers");
     case PipeState::Absent:
-      return out.Fail("pipe", "there is none",
-                      running ? "the service runs without serving: stop and start it, and read its "
-                                "TamLogServiceLog.txt"
-                              : "start the server: tamlogctl server start");
+      return out.Fail("pipe", "does not exist",
+                      running ? "the service runs without its pipe: restart it, and read TamLogServiceLog.txt"
+                              : ServiceAdvice(ServiceState::Stopped));
     case PipeState::Denied:
-      return out.Fail("pipe", "access denied", "run as a user of this machine with ordinary rights");
+      return out.Fail("pipe", "access denied", "run this as an ordinary user of this machine");
     case PipeState::Blocked:
       return out.Fail("pipe",
-                      "busy all the time: a client opened the request pipe and not the reply pipe, and keeps "
-                      "all others out",
+                      "busy all the time: a client opened the request pipe without the reply pipe and "
+                      "blocks all others",
                       "end that client, then: tamlogctl doctor --unstick");
     case PipeState::Silent:
       return out.Fail("pipe", "opens, but does not answer", "restart the server: tamlogctl server restart");
     case PipeState::Failing:
-      return out.Fail("pipe", "breaks off", "look again; if it stays so: tamlogctl server restart");
+      return out.Fail("pipe", "breaks the exchange off",
+                      "look again; if it persists: tamlogctl server restart");
   }
 }
 
 void CheckSettings(const Observations& seen, Findings& out) {
-  if (seen.keptPathLength > kMostPath) {
-    out.Fail("path", "the log file's path has " + Number(seen.keptPathLength) + " bytes, 255 are allowed",
-             "the next start fails: set a shorter one: tamlogctl settings path FILE");
+  if (seen.storedPathLength > kLongestLogPath) {
+    out.Fail("path", "the log file's path has " + Number(seen.storedPathLength) + " bytes, 255 are allowed",
+             "the next start would fail; set a shorter path: tamlogctl settings path FILE");
   } else if (!seen.logFile.empty()) {
     out.Ok("path", seen.logFile);
   }
@@ -101,25 +103,24 @@ void CheckSettings(const Observations& seen, Findings& out) {
 }
 
 void CheckFilters(const Observations& seen, Findings& out) {
-  if (seen.longestKeptFilter > kMostFilterText) {
+  if (seen.longestStoredFilter > kLongestFilter) {
     return out.Fail("filters",
-                    "one has " + Number(seen.longestKeptFilter) +
-                        " bytes, 127 are allowed; the server ends when asked for it, so it was not asked",
-                    "remove all: tamlogctl filter clear");
+                    "one has " + Number(seen.longestStoredFilter) +
+                        " bytes, 127 are allowed. The server would crash if it were requested, so it was not",
+                    "remove all filters: tamlogctl filter clear");
   }
   if (!seen.filtersKnown) return;
   if (NothingPasses(seen.filters, seen.typeMask)) {
-    return out.Fail("filters", "no message passes them",
+    return out.Fail("filters", "no message passes the filters",
                     (seen.typeMask & 0xFU) == 0
                         ? "tamlogctl settings set --types 0,1,2,3"
                         : "an empty exclude filter drops everything: tamlogctl filter list");
   }
   for (const FilterEntry& filter : seen.filters) {
-    if (filter.text.size() > kShortFilter) continue;
-    return out.Warn("filters",
-                    filter.text.empty() ? "an empty one matches every source"
-                                        : "'" + filter.text + "' is very short and matches many sources",
-                    "tamlogctl filter list, then filter remove");
+    const std::string remark = FilterRemark(filter);
+    if (remark.empty()) continue;
+    return out.Warn("filters", "'" + filter.text + "' is " + remark,
+                    "check it: tamlogctl filter list; remove it: tamlogctl filter remove");
   }
   out.Ok("filters", seen.filters.empty() ? "none" : Number(seen.filters.size()));
 }
@@ -128,18 +129,19 @@ void CheckObjects(const Observations& seen, Findings& out) {
   if (seen.mappingError == kErrorAccessDenied || seen.objectError == kErrorAccessDenied) {
     return out.Fail("access",
                     "access denied to the " + (seen.mappingError != 0 ? "mapping" : seen.objectName),
-                    "a process of low integrity cannot read the log: run as an ordinary user");
+                    "a process of low integrity cannot read the log: run this as an ordinary user");
   }
   if (seen.mappingError != 0) {
     return out.Fail("mapping", "not shared (error " + Number(seen.mappingError) + ")",
                     seen.pipe == PipeState::Answers
-                        ? "the server is restarting, or could not open its file: look again, "
+                        ? "the server is restarting or could not open its file: look again, "
                           "then read TamLogServiceLog.txt"
-                        : "start the server: tamlogctl server start");
+                        : ServiceAdvice(ServiceState::Stopped));
   }
   if (seen.objectError != 0) {
-    return out.Fail("mapping", seen.objectName + " is missing (error " + Number(seen.objectError) + ")",
-                    "the section is of another time: close all readers, then tamlogctl server restart");
+    return out.Fail(
+        "mapping", seen.objectName + " is missing (error " + Number(seen.objectError) + ")",
+        "the section belongs to an earlier run: close all readers, then: tamlogctl server restart");
   }
   if (!seen.mapped) return;
   out.Ok("mapping", "shared, with all its events");
@@ -147,9 +149,9 @@ void CheckObjects(const Observations& seen, Findings& out) {
 }
 
 void CheckSection(const Observations& seen, Findings& out) {
-  const LogFileHeader& header = seen.header;
+  const LogFileHeader& header = seen.log.header;
   if (header.serverRunning == 0) {
-    return out.Warn("header", "the server is closing or opening the log", "look again in some seconds");
+    return out.Warn("header", "the server is closing or opening the log", "look again in a few seconds");
   }
   if (!TamLogClient::RingIsSound(header)) {
     return out.Fail("header", "its numbers contradict each other",
@@ -161,63 +163,67 @@ void CheckSection(const Observations& seen, Findings& out) {
   const std::uint64_t pages = (bytes + seen.pageBytes - 1) / seen.pageBytes * seen.pageBytes;
   if (seen.viewBytes != pages) {
     return out.Fail("section",
-                    "the shared section has " + Number(seen.viewBytes) + " bytes, " + Number(pages) +
-                        " are right: it is of another time",
-                    "close all readers, then tamlogctl server restart");
+                    "the shared section has " + Number(seen.viewBytes) + " bytes instead of " +
+                        Number(pages) + ": it belongs to an earlier run",
+                    "close all readers, then: tamlogctl server restart");
   }
-  if (seen.settingsKnown && seen.capacityAsked != static_cast<std::uint32_t>(header.maxMessages)) {
+  if (seen.settingsKnown && seen.requestedCapacity != static_cast<std::uint32_t>(header.maxMessages)) {
     return out.Warn(
         "section",
-        "a capacity of " + Number(seen.capacityAsked) + " is asked for, " +
-            Number(static_cast<std::uint64_t>(header.maxMessages)) + " is in effect",
-        "a restart is pending, or a reader kept the old section: close all readers, then tamlogctl "
+        "capacity " + Number(seen.requestedCapacity) + " requested, " +
+            Number(static_cast<std::uint64_t>(header.maxMessages)) + " in effect",
+        "a restart is pending, or a reader kept the old section open: close all readers, then: tamlogctl "
         "server restart");
   }
   if (seen.fileKnown && seen.fileBytes != bytes) {
-    return out.Warn(
-        "section", "the file has " + Number(seen.fileBytes) + " bytes, " + Number(bytes) + " are shared",
-        "a new path takes effect at a restart; otherwise close all readers and restart the server");
+    return out.Warn("section",
+                    "the file has " + Number(seen.fileBytes) + " bytes, the shared log " + Number(bytes),
+                    "a new path takes effect at the next restart; otherwise close all readers, then: "
+                    "tamlogctl server restart");
   }
-  out.Ok("section", Number(bytes) + " bytes, as the capacity wants");
+  out.Ok("section", Number(bytes) + " bytes, which fits the capacity");
 }
 
 std::string StuckText(const Observations& seen) {
-  const std::string count = std::to_string(seen.header.readCount);
-  if (seen.readersInside) return count + " inside, and nobody moves: one died or hangs there";
-  if (seen.countLeft) return count + " counted, but nobody is inside: one died while it entered";
-  return "the count is " + count + ", but nobody is let in to write: reader and writer passed each other";
+  const std::string unchanged = "readCount is " + std::to_string(seen.log.header.readCount) +
+                                " and has not changed for " + Seconds(seen.log.watchedMs);
+  if (seen.log.readersInside) return unchanged + ": a reader died or hangs";
+  if (seen.log.countLeft) return unchanged + ", but no reader is inside: one died while it entered";
+  return unchanged + ", but the write-wait event stays reset: a reader and the writer passed each other";
 }
 
 void CheckReaders(const Observations& seen, Findings& out) {
-  if (seen.header.serverRunning == 0) return;
-  if (seen.lockTaken) {
-    out.Fail("lock", "the header lock is not given back: its holder has died",
+  if (seen.log.header.serverRunning == 0) return;
+  if (seen.log.lockTaken) {
+    out.Fail("lock", "the header lock was not free for 1 s: its holder died",
              "close all readers, then: tamlogctl doctor --unstick");
   } else {
     out.Ok("lock", "free");
   }
   if (ReaderIsStuck(seen)) {
+    return out.Fail(
+        "readers",
+        StuckText(seen) + (seen.log.readersKeptOut ? "; the server waits for it and writes nothing"
+                                                   : "; the server will wait for it at the next message"),
+        "make sure that no living reader is inside, then: tamlogctl doctor --unstick");
+  }
+  if (seen.log.readersKeptOut && !seen.log.moved) {
     return out.Fail("readers",
-                    StuckText(seen) + Watched(seen) +
-                        (seen.readersKeptOut ? "; the server waits for it and writes nothing"
-                                             : "; the next message will wait for it"),
-                    "make sure that no reader is alive inside, then: tamlogctl doctor --unstick");
+                    "the server has blocked its readers for " + Seconds(seen.log.watchedMs) +
+                        ": it hangs while it writes",
+                    "close all readers, then: tamlogctl server restart");
   }
-  if (seen.readersKeptOut && !seen.moved) {
-    return out.Fail("readers", "the server hangs while it writes, and lets no reader in" + Watched(seen),
-                    "close all readers, then tamlogctl server restart");
-  }
-  out.Ok("readers", "nobody is stuck inside");
+  out.Ok("readers", "none is stuck");
 }
 
 void CheckRead(const Observations& seen, Findings& out) {
   if (!seen.readKnown) return;
   if (seen.readFailed) {
-    return out.Fail("read", seen.readProblem, "see the findings above; look again in some seconds");
+    return out.Fail("read", seen.readProblem, "see the findings above; look again in a few seconds");
   }
   const std::string took = "read access was held for " + Number(seen.holdMicroseconds) + " microseconds";
   if (seen.holdMicroseconds > kLongHoldMicroseconds) {
-    return out.Warn("read", took, "the server waits as long: a smaller capacity makes it shorter");
+    return out.Warn("read", took, "the server waits as long; a smaller capacity shortens it");
   }
   out.Ok("read", took);
 }
@@ -225,7 +231,8 @@ void CheckRead(const Observations& seen, Findings& out) {
 }  // namespace
 
 bool ReaderIsStuck(const Observations& seen) {
-  return seen.mapped && !seen.moved && (seen.readersInside || seen.countPassed || seen.countLeft);
+  return seen.mapped && !seen.log.moved &&
+         (seen.log.readersInside || seen.log.countPassed || seen.log.countLeft);
 }
 
 std::vector<Finding> Diagnose(const Observations& seen) {
@@ -243,4 +250,4 @@ std::vector<Finding> Diagnose(const Observations& seen) {
   return out.Take();
 }
 
-}  // namespace TamLogClient
+}  // namespace TamLogCtl

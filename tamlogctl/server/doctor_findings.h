@@ -1,7 +1,7 @@
 #pragma once
 
-// From what was observed about a server to findings: what is wrong, and how it is mended. The observing is
-// done elsewhere; here is the judgement alone.
+// Judges what was observed about a server: what is wrong, and how to fix it. Observing is the task of the
+// examiners.
 
 #include <cstdint>
 #include <string>
@@ -9,20 +9,39 @@
 
 #include "client/message/filter_rule.h"
 #include "records/log_file_format.h"
+#include "tamlogctl/server/service_state.h"
 
-namespace TamLogClient {
+namespace TamLogCtl {
 
-enum class ServiceState : std::uint8_t { Unknown, NotInstalled, Denied, Stopped, Pending, Running };
+enum class PipeState : std::uint8_t {
+  Answers,
+  Absent,  // no pipe of this name exists
+  Denied,
+  Blocked,  // busy all the time: a client opened the request pipe without the reply pipe
+  Silent,   // opens, but does not answer in time
+  Failing,  // opens, and breaks the exchange off
+};
 
-enum class PipeState : std::uint8_t { Answers, Absent, Denied, Blocked, Silent, Failing };
+// The shared log over some time. "All the time" means at every look.
+struct LogWatch {
+  LogFileHeader header{};  // at the last look
+  std::uint32_t watchedMs = 0;
+  bool lockTaken = false;       // the header lock was not free for a second
+  bool readersInside = false;   // write-wait reset and readCount above 0, all the time
+  bool countPassed = false;     // write-wait reset and readCount at most 0, all the time
+  bool countLeft = false;       // write-wait signalled and readCount not 0, all the time
+  bool readersKeptOut = false;  // read-wait reset, all the time
+  bool writerWaits = false;     // read-wait is reset at the last look
+  bool moved = false;           // readCount or changeCount differed at some look
+};
 
-// What stays unset was not observed, and nothing is said about it.
+// A member that keeps its initial value was not observed, and no finding is made of it.
 struct Observations {
   ServiceState service = ServiceState::Unknown;
   PipeState pipe = PipeState::Absent;
 
   bool settingsKnown = false;
-  std::uint32_t capacityAsked = 0;
+  std::uint32_t requestedCapacity = 0;
   std::uint32_t pollMs = 0;
   std::uint32_t saveSeconds = 0;
   std::uint32_t typeMask = 0;
@@ -31,44 +50,38 @@ struct Observations {
   std::uint64_t fileBytes = 0;
 
   bool filtersKnown = false;
-  std::vector<FilterEntry> filters;
-  std::size_t longestKeptFilter = 0;  // in the registry, where it can be looked at without asking the server
-  std::size_t keptPathLength = 0;     // the same of the log file's path
+  std::vector<TamLogClient::FilterEntry> filters;
+  std::size_t longestStoredFilter =
+      0;                             // bytes, as stored in the registry: seen without a request to the server
+  std::size_t storedPathLength = 0;  // the same of the log file's path
 
-  std::uint32_t mappingError = 0;
-  std::uint32_t objectError = 0;  // the first error of an event, or of the header's writable page
-  std::string objectName;         // and what it concerns
-  bool mapped = false;            // all objects are open; what follows was seen
-  std::uint64_t viewBytes = 0;    // whole pages
+  std::uint32_t mappingError = 0;  // system error codes
+  std::uint32_t objectError = 0;   // the first one of an event, or of the header's writable page
+  std::string objectName;          // the object of that error
+  bool mapped = false;             // all objects could be opened, and `log` was observed
+  std::uint64_t viewBytes = 0;     // whole pages
   std::uint32_t pageBytes = 4096;
-  LogFileHeader header{};
-  std::uint32_t watchedMs = 0;
-  bool lockTaken = false;
-  bool readersInside = false;   // all the time
-  bool countPassed = false;     // all the time
-  bool countLeft = false;       // all the time
-  bool readersKeptOut = false;  // all the time
-  bool moved = false;           // readCount or changeCount moved meanwhile
+  LogWatch log;
 
-  bool readKnown = false;  // one read was made
+  bool readKnown = false;  // one read was tried
   bool readFailed = false;
   std::string readProblem;
-  std::uint64_t holdMicroseconds = 0;
+  std::uint64_t holdMicroseconds = 0;  // how long the read held read access
 };
 
 enum class FindingState : std::uint8_t { Ok, Warning, Failure };
 
 struct Finding {
-  std::string check;  // one word for programs, never changed
+  std::string check;  // one word for programs; never changes
   FindingState state = FindingState::Ok;
-  std::string found;  // what was seen
-  std::string mend;   // what to do; empty when all is well
+  std::string found;
+  std::string fix;  // what to do; empty when the state is Ok
 };
 
-// One finding a check, in the order of the checks.
+// One finding for each check, in the order of the checks.
 std::vector<Finding> Diagnose(const Observations& seen);
 
-// A reader died or hangs inside: nobody moves, and the next flush waits, or waits already, without limit.
+// Whether a reader died or hangs while it holds read access: the next flush waits for it without limit.
 bool ReaderIsStuck(const Observations& seen);
 
-}  // namespace TamLogClient
+}  // namespace TamLogCtl

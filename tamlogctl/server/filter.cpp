@@ -1,14 +1,12 @@
 #include "tamlogctl/server/filter.h"
 
 #include <algorithm>
-#include <array>
-#include <filesystem>
-#include <fstream>
 
-#include "client/file/file_path.h"
+#include "client/file/log_file_image.h"
 #include "client/live/log_client.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
+#include "tamlogctl/base/file_problem.h"
 #include "tamlogctl/server/filter_text.h"
 #include "tamlogctl/server/live_server.h"
 
@@ -24,7 +22,7 @@ LogClient Connect(const FilterOptions& options) {
   return LogClient({kRequestPipeName, options.timeoutMs});
 }
 
-// Before anything is sent: a list that is refused half way would leave a partial one.
+// Checked before anything is sent: a list that is refused half way would leave a partial one.
 bool CanBeStored(const Filters& filters) {
   return std::all_of(filters.begin(), filters.end(), [](const FilterEntry& filter) {
     const std::string problem = FilterProblem(filter);
@@ -43,29 +41,29 @@ void Warn(const Filters& added) {
 void WarnOfRule(const Filters& all) {
   const auto included = std::count_if(all.begin(), all.end(), [](const FilterEntry& f) { return f.include; });
   if (included > 0 && included < static_cast<std::ptrdiff_t>(all.size())) {
-    Say("note: while there are include filters, exclude filters are not looked at");
+    Say("note: while there are include filters, exclude filters are ignored");
   }
 }
 
-// Says what is not stored, in the form that `filter set -` reads.
+// Prints the filters that are not stored, in the format that `filter set -` reads.
 int AddAll(LogClient& client, const Filters& filters) {
   for (std::size_t i = 0; i < filters.size(); ++i) {
     const Status status = client.AddFilter(filters[i]);
     if (status == Status::Ok) continue;
     const Filters rest(filters.begin() + static_cast<std::ptrdiff_t>(i), filters.end());
-    Say("these filters are not stored; add them again:");
+    Say("these filters were not stored; add them again:");
     WriteErr(FiltersAsTsv(rest));
     return Refuse(status, "filter add");
   }
   return kDone;
 }
 
-// No request removes or changes one filter.
+// Clears the list and adds all filters again: no request removes or changes a single one.
 int Replace(LogClient& client, const Filters& filters) {
   const Status status = client.ClearFilters();
   if (status != Status::Ok) return Refuse(status, "filter clear");
   const int exitCode = AddAll(client, filters);
-  Say("note: messages that arrived in between met a partial list");
+  Say("note: messages that arrived meanwhile were filtered by a partial list");
   return exitCode;
 }
 
@@ -78,27 +76,12 @@ bool Remove(Filters& filters, const FilterEntry& wanted) {
   return true;
 }
 
-bool ReadAll(const std::string& name, std::string& text) {
-  if (name == "-") {
-    for (std::string line; ReadLine(line);) text += line + "\n";
-    return true;
-  }
-  std::ifstream file(TamLogClient::PathOf(name), std::ios::binary);
-  if (!file) return false;
-  std::array<char, 4096> part{};
-  do {
-    file.read(part.data(), part.size());
-    text.append(part.data(), static_cast<std::size_t>(file.gcount()));
-  } while (file);
-  return file.eof();
-}
-
 }  // namespace
 
 int ListFilters(const FilterOptions& options) {
   LogClient client = Connect(options);
   Filters filters;
-  if (const int exitCode = AskForFilters(client, filters); exitCode != kDone) return exitCode;
+  if (const int exitCode = RequestFilters(client, filters); exitCode != kDone) return exitCode;
   std::string out;
   switch (options.format) {
     case ListFormat::Text:
@@ -120,14 +103,14 @@ int AddFilters(const FilterOptions& options) {
   Warn(options.entries);
   if (const int exitCode = AddAll(client, options.entries); exitCode != kDone) return exitCode;
   Filters all;
-  if (AskForFilters(client, all) == kDone) WarnOfRule(all);
+  if (RequestFilters(client, all) == kDone) WarnOfRule(all);
   return kDone;
 }
 
 int RemoveFilters(const FilterOptions& options) {
   LogClient client = Connect(options);
   Filters filters;
-  if (const int exitCode = AskForFilters(client, filters); exitCode != kDone) return exitCode;
+  if (const int exitCode = RequestFilters(client, filters); exitCode != kDone) return exitCode;
   std::vector<std::uint32_t> numbers = options.numbers;
   std::sort(numbers.begin(), numbers.end());
   numbers.erase(std::unique(numbers.begin(), numbers.end()), numbers.end());
@@ -157,7 +140,11 @@ int ClearFilters(const FilterOptions& options) {
 
 int SetFilters(const FilterOptions& options) {
   std::string text;
-  if (!ReadAll(options.file, text)) return Refuse(kNotThere, options.file + ": cannot be read");
+  if (options.file == "-") {
+    text = ReadInput();
+  } else if (const Status status = TamLogClient::ReadFileBytes(options.file, text); status != Status::Ok) {
+    return Refuse(ExitCodeOf(status), FileProblem(options.file, status));
+  }
   std::string problem;
   const auto filters = ParseFilters(text, problem);
   if (!filters) return Refuse(kUsage, options.file + ": " + problem);
@@ -174,10 +161,10 @@ int TestFilters(const FilterOptions& options) {
   Filters filters;
   const Status status = client.GetSettings(settings);
   if (status != Status::Ok) return Refuse(status, "settings");
-  if (const int exitCode = AskForFilters(client, filters); exitCode != kDone) return exitCode;
+  if (const int exitCode = RequestFilters(client, filters); exitCode != kDone) return exitCode;
   std::string out;
   bool kept = false;
-  // With no type named, every type is judged: one that is kept is enough.
+  // Without a type every type is judged; one that is kept is enough.
   for (std::uint32_t type = 0; type < kMessageTypes; ++type) {
     if (options.typeGiven && type != options.type) continue;
     const auto verdict = JudgeMessage(filters, settings.typeFilter, options.source, type);

@@ -1,6 +1,6 @@
 #pragma once
 
-// The verb filter: which sources the server keeps.
+// The verb filter: shows and changes which sources the server keeps.
 
 #include <cstdint>
 #include <string>
@@ -16,14 +16,14 @@ enum class ListFormat : std::uint8_t { Text, Tsv, Json };
 struct FilterOptions : CommonOptions {
   ListFormat format = ListFormat::Text;
   std::vector<TamLogClient::FilterEntry> entries;  // of add and remove
-  std::vector<std::uint32_t> numbers;              // of remove, as list shows them
+  std::vector<std::uint32_t> numbers;              // of remove: the numbers that list shows
   std::string file;                                // of set; "-" is standard input
   std::string source;                              // of test
   std::uint32_t type = 0;                          // of test
   bool typeGiven = false;
 };
 
-// Each returns the program's exit code and has said on stderr what went wrong.
+// Each returns the exit code, and explains a failure on stderr.
 int ListFilters(const FilterOptions& options);
 int AddFilters(const FilterOptions& options);
 int RemoveFilters(const FilterOptions& options);

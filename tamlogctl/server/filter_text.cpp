@@ -67,7 +67,7 @@ std::optional<FilterEntry> ParseTsv(std::string_view line) {
     return std::nullopt;
   const auto include = IncludeFromKind(line.substr(0, tab));
   if (!include) return std::nullopt;
-  // The escapes are those of a message's texts, and so is who reads them: as the text of a whole line.
+  // The escapes are those of messages, so the text is parsed as the text of a message.
   std::string problem;
   auto draft = TamLogClient::ParseTsvLine(
       "2026-01-01 00:00:00.000\t0\t\t" + std::string(line.substr(tab + 1)), problem);
@@ -79,8 +79,8 @@ std::optional<FilterEntry> ParseTsv(std::string_view line) {
 
 std::string FilterRuleText(const std::vector<FilterEntry>& filters) {
   if (filters.empty()) return "every source is kept";
-  return HasInclude(filters) ? "only included sources are kept; excludes are not looked at"
-                             : "all but excluded sources are kept";
+  return HasInclude(filters) ? "only included sources are kept; exclude filters are ignored"
+                             : "all sources but the excluded ones are kept";
 }
 
 std::string FilterRemark(const FilterEntry& filter) {
@@ -92,12 +92,38 @@ std::string FilterRemark(const FilterEntry& filter) {
 }
 
 std::string FilterProblem(const FilterEntry& filter) {
-  if (filter.text.size() > kMostFilterText) {
+  if (filter.text.size() > kLongestFilter) {
     return "the filter has " + std::to_string(filter.text.size()) +
-           " bytes, 127 are allowed (a longer one would end the server); shorten it: a filter matches by its "
-           "beginning";
+           " bytes, 127 are allowed (a longer one would crash the server); shorten it, since a filter "
+           "matches "
+           "by its beginning";
   }
-  if (filter.text.find('\0') != std::string::npos) return "a filter cannot hold a zero byte; remove it";
+  if (filter.text.find('\0') != std::string::npos) return "a filter cannot contain a zero byte; remove it";
+  return "";
+}
+
+std::string VerdictText(const std::vector<FilterEntry>& filters, const TamLogClient::FilterVerdict& verdict,
+                        std::uint32_t type) {
+  using TamLogClient::FilterReason;
+  const auto quoted = [&filters, &verdict] {
+    std::string text = "'";
+    TamLogClient::AppendVisible(filters[verdict.index].text, text);
+    return text + "' (" + std::to_string(verdict.index + 1) + ")";
+  };
+  switch (verdict.reason) {
+    case FilterReason::NoSuchType:
+      return "dropped: there is no type " + std::to_string(type);
+    case FilterReason::TypeOff:
+      return "dropped by type: " + std::to_string(type) + " is switched off";
+    case FilterReason::Included:
+      return "kept by include filter " + quoted();
+    case FilterReason::NotIncluded:
+      return "dropped: no include filter matches";
+    case FilterReason::Excluded:
+      return "dropped by exclude filter " + quoted();
+    case FilterReason::NothingAgainst:
+      return "kept: no filter matches";
+  }
   return "";
 }
 
@@ -112,7 +138,7 @@ std::string FiltersAsText(const std::vector<FilterEntry>& filters) {
     if (filter.text.empty()) out += "\"\"";
     TamLogClient::AppendVisible(filter.text, out);
     std::string remark = FilterRemark(filter);
-    if (include && !filter.include) remark = "not looked at while there are includes";
+    if (include && !filter.include) remark = "ignored while there are include filters";
     if (!remark.empty()) out += "  (" + remark + ")";
     out += '\n';
   }

@@ -1,40 +1,49 @@
 #pragma once
 
-// Lists of filters as text: for people, and in the two forms that `filter set` reads back.
+// Filters as text: for people, and in the two formats that `filter set` reads.
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "client/message/filter_rule.h"
+#include "records/pipe_protocol.h"
 
 namespace TamLogCtl {
 
 using TamLogClient::FilterEntry;
 
-inline constexpr std::size_t kMostFilterText = 127;  // of a filter, without its zero
+inline constexpr std::size_t kLongestFilter = kFilterTextSize - 1;  // bytes
 
-// What the whole list means, in one sentence.
+// The rule that the whole list makes, in one sentence.
 std::string FilterRuleText(const std::vector<FilterEntry>& filters);
 
-// Numbered from 1, with the rule above it and a remark beside entries that have no effect or too much.
+// The rule, then one line for each filter, numbered from 1. Filters that have no effect, or match more than
+// their author may expect, have a remark.
 std::string FiltersAsText(const std::vector<FilterEntry>& filters);
 
-// One a line: include or exclude, a tab, the text (tab, line end, backslash and control characters escaped).
+// One line for each filter: include or exclude, a tab, the text. Tabs, line ends, backslashes and control
+// characters of the text are escaped.
 std::string FiltersAsTsv(const std::vector<FilterEntry>& filters);
 
-// An array of {"kind","text"}; a text that is not UTF-8 has its bytes in "text_hex" as well.
+// An array of {"kind","text"}. A text that is not valid UTF-8 also has its bytes in "text_hex".
 std::string FiltersAsJson(const std::vector<FilterEntry>& filters);
 
-// Reads either form; which one is told by the first character. Nothing, and `problem`, for anything else.
+// Parses either format; the first character decides which. Nothing, with the reason in `problem`, for
+// anything else.
 std::optional<std::vector<FilterEntry>> ParseFilters(std::string_view text, std::string& problem);
 
-// Why an entry cannot be stored; empty when it can.
+// Why the filter cannot be stored; empty when it can.
 std::string FilterProblem(const FilterEntry& filter);
 
-// A remark about an entry that matches more than its author may think; empty when there is none.
+// A remark about a filter that matches more than its author may expect; otherwise empty.
 std::string FilterRemark(const FilterEntry& filter);
+
+// The rule that decides about a message of this type, for example "dropped by exclude filter 'Camera' (1)".
+std::string VerdictText(const std::vector<FilterEntry>& filters, const TamLogClient::FilterVerdict& verdict,
+                        std::uint32_t type);
 
 }  // namespace TamLogCtl

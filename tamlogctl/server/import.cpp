@@ -1,18 +1,19 @@
 #include "tamlogctl/server/import.h"
 
 #include <algorithm>
-#include <deque>
-#include <unordered_map>
+#include <string>
+#include <vector>
 
+#include "client/file/log_file_image.h"
 #include "client/file/log_file_verify.h"
 #include "client/live/log_client.h"
-#include "client/live/log_reader.h"
-#include "client/message/log_message_view.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
-#include "tamlogctl/base/live_image.h"
+#include "tamlogctl/base/live_log.h"
 #include "tamlogctl/base/progress.h"
+#include "tamlogctl/base/wait.h"
 #include "tamlogctl/server/import_reader.h"
+#include "tamlogctl/server/message_counts.h"
 
 namespace TamLogCtl {
 
@@ -22,9 +23,8 @@ using TamLogClient::IdentityOf;
 using TamLogClient::LogClient;
 using TamLogClient::MessageIdentity;
 using TamLogClient::Status;
-using Counts = std::unordered_map<MessageIdentity, std::uint64_t, TamLogClient::MessageIdentityHash>;
 
-// What the server takes reaches its file within one flush; a stop before that forgets it.
+// A message reaches the server's file within one flush; a stop before that loses it.
 constexpr std::uint32_t kFlushMs = 200;
 constexpr std::uint32_t kSettleMs = 2 * kFlushMs + 100;
 
@@ -37,23 +37,25 @@ class Import {
 
  private:
   int ReadAll();
-  bool CountLog(Counts& counts) const;
-  Counts MissingOf(const Counts& there, std::size_t first, std::size_t end) const;
+  bool CountLog(MessageCounts& counts) const;
+  MessageCounts MissingOf(const MessageCounts& there, std::size_t first, std::size_t end) const;
   int SendAll();
   int Recover();
+  int WaitForServer(MessageCounts& there);
   int Send(std::size_t index);
   bool Pace();
   int Finish();
+  std::size_t StoredOf(MessageCounts there) const;
 
   const ImportOptions& options;
   LogClient client;
   std::vector<LogMessageBody> messages;
-  Counts before;                  // what the log held at the start
-  std::uint64_t connections = 0;  // of the client, as far as losses were looked after
+  MessageCounts before;           // the messages of the log at the start
+  std::uint64_t connections = 0;  // of the client, up to the last loss that was dealt with
   std::vector<bool> refused;
   std::vector<std::uint64_t> sentAt;  // ticks
   std::size_t next = 0;
-  std::size_t tooMany = 1;  // so many within one flush would lay the log down in reverse
+  std::size_t mostInFlush = 1;  // half of the messages that would lay the log down in reverse
   std::size_t inFlush = 0;
   std::size_t refusals = 0;
   std::size_t sentAgain = 0;
@@ -67,19 +69,18 @@ int Import::ReadAll() {
   return HasOutput(exitCode) ? kDone : exitCode;
 }
 
-bool Import::CountLog(Counts& counts) const {
-  TamLogClient::LogReader reader;
+bool Import::CountLog(MessageCounts& counts) const {
   TamLogClient::LogSnapshot snapshot;
-  if (reader.Open() != Status::Ok || reader.Snapshot(snapshot, options.timeoutMs) != Status::Ok) return false;
-  reader.Close();
-  for (const std::uint32_t slot : snapshot.RingOrder()) ++counts[IdentityOf(snapshot.slots[slot].body)];
+  if (ReadLiveLog(options.timeoutMs, snapshot) != Status::Ok) return false;
+  counts = CountsOf(snapshot);
   return true;
 }
 
-// A flush of as many messages as the ring holds lays it down newest first, which costs the log at the next
-// start. Half of that is sent at most before a flush is waited for.
+// A flush of as many messages as the ring holds lays them down newest first, and the next start of the server
+// would empty such a log. So at most half as many are sent before a flush is waited for. False when
+// interrupted.
 bool Import::Pace() {
-  if (++inFlush < tooMany) return true;
+  if (++inFlush < mostInFlush) return true;
   inFlush = 0;
   return SleepFor(kFlushMs + kFlushMs / 2);
 }
@@ -97,15 +98,15 @@ int Import::Send(std::size_t index) {
 }
 
 // How many copies of the messages from `first` to `end` the log lacks. Equal messages cannot be told apart,
-// so all that were handed in are counted.
-Counts Import::MissingOf(const Counts& there, std::size_t first, std::size_t end) const {
-  Counts missing;
+// so all copies that were sent up to `end` are counted.
+MessageCounts Import::MissingOf(const MessageCounts& there, std::size_t first, std::size_t end) const {
+  MessageCounts missing;
   for (std::size_t i = first; i < end; ++i) missing[IdentityOf(messages[i])] = 0;
   for (std::size_t i = 0; i < end; ++i) {
     const auto entry = missing.find(IdentityOf(messages[i]));
     if (entry != missing.end() && !refused[i]) ++entry->second;
   }
-  const auto countIn = [](const Counts& counts, const MessageIdentity& identity) {
+  const auto countIn = [](const MessageCounts& counts, const MessageIdentity& identity) {
     const auto entry = counts.find(identity);
     return entry == counts.end() ? std::uint64_t{0} : entry->second;
   };
@@ -117,29 +118,20 @@ Counts Import::MissingOf(const Counts& there, std::size_t first, std::size_t end
   return missing;
 }
 
-// The connection is lost. What was sent within the last flushes may be lost with it, and whether the last
-// message arrived is not known: the log says what is there, and the rest is sent again.
+// After a lost connection. What was sent within the last flushes may be lost with it, and whether the last
+// message arrived is unknown: the log is read to see what is there, and the rest is sent again.
 int Import::Recover() {
   client.Disconnect();
   const std::uint64_t lostAt = Ticks();
   if (!options.quiet)
-    Say("the connection is lost after " + std::to_string(next) + " messages; waiting for the server");
-  Counts there;
-  for (;;) {
-    if (!SleepFor(kSettleMs)) return kInterrupted;
-    there.clear();
-    if (client.Ping() == Status::Ok && CountLog(there)) break;
-    client.Disconnect();
-    if (Ticks() - lostAt > std::uint64_t{options.retrySeconds} * 1000) {
-      return Refuse(kNotThere, "the server did not come back; " + std::to_string(next) + " of " +
-                                   std::to_string(messages.size()) + " messages were handed in");
-    }
-  }
+    Say("the connection was lost after " + std::to_string(next) + " messages; waiting for the server");
+  MessageCounts there;
+  if (const int code = WaitForServer(there); code != kDone) return code;
   connections = client.Connections();
   const std::size_t reached = std::min(next + 1, messages.size());
   std::size_t first = next;
   while (first > 0 && lostAt - sentAt[first - 1] < 2 * std::uint64_t{kSettleMs}) --first;
-  Counts missing = MissingOf(there, first, reached);
+  MessageCounts missing = MissingOf(there, first, reached);
   for (std::size_t i = first; i < reached; ++i) {
     std::uint64_t& copies = missing[IdentityOf(messages[i])];
     if (refused[i] || copies == 0) continue;
@@ -152,12 +144,24 @@ int Import::Recover() {
   return kDone;
 }
 
+// Waits until the server answers and its log, which is counted into `there`, can be read.
+int Import::WaitForServer(MessageCounts& there) {
+  if (!SleepFor(kSettleMs)) return kInterrupted;
+  const auto isBack = [this, &there] {
+    if (client.Ping() == Status::Ok && CountLog(there)) return true;
+    client.Disconnect();
+    return false;
+  };
+  const int waited = WaitUntil(std::uint64_t{options.retrySeconds} * 1000, kSettleMs, isBack);
+  return waited == kTimedOut ? Refuse(kNotThere, "the server did not come back") : waited;
+}
+
 int Import::SendAll() {
-  Progress progress("handing in messages", messages.size());
+  Progress progress("sending messages", messages.size());
   int losses = 0;
   for (;;) {
-    // A restart of the server may have been so short that the client was connected again before it was
-    // missed, also while lost messages were sent again.
+    // A short restart of the server may be over, and the client connected again, before a message fails. That
+    // can also happen while lost messages are sent again.
     const bool reconnected = client.Connections() != connections;
     if (!reconnected && next == messages.size()) return kDone;
     progress.Show(next);
@@ -183,11 +187,31 @@ int Import::SendAll() {
 
 int Import::Finish() {
   if (!SleepFor(kSettleMs)) return kInterrupted;
-  Counts there;
-  std::string bytes;
-  if (!CountLog(there) || ReadLiveImage(options.timeoutMs, bytes) != kDone) {
-    return Refuse(kTimedOut, "handed in, but the log cannot be read, so what was stored is not known");
+  TamLogClient::LogSnapshot log;
+  if (ReadLiveLog(options.timeoutMs, log) != Status::Ok)
+    return Refuse(kTimedOut,
+                  "all messages were sent, but the log cannot be read, so what was stored is unknown");
+  const std::size_t stored = StoredOf(CountsOf(log));
+  const std::size_t gone = messages.size() - refusals - stored;
+  if (!options.quiet) {
+    Say(std::to_string(messages.size()) + " messages sent: " + std::to_string(stored) + " in the log, " +
+        std::to_string(gone) + " not, " + std::to_string(refusals) + " refused" +
+        (sentAgain > 0 ? "; " + std::to_string(sentAgain) + " were sent again after lost connections" : ""));
   }
+  if (gone > 0)
+    Say("what is not in the log was dropped by a filter or a switched-off type, or is too old: the log has "
+        "room "
+        "for newer messages only");
+  const std::string bytes = ImageOf(log);
+  const auto report = VerifyLogFile(TamLogClient::LogFileImage(bytes), {.most = 1, .live = true});
+  if (!report.Accepted())
+    Say("the log lies newest first now, and a restart of the server would empty it; export it before that");
+  if (refusals > 0) return kRefused;
+  return gone > 0 ? WorseOf(exitCode, kNegative) : exitCode;
+}
+
+// How many of the messages are among `there`.
+std::size_t Import::StoredOf(MessageCounts there) const {
   std::size_t stored = 0;
   for (std::size_t i = 0; i < messages.size(); ++i) {
     if (refused[i]) continue;
@@ -196,21 +220,7 @@ int Import::Finish() {
     --found->second;
     ++stored;
   }
-  const std::size_t gone = messages.size() - refusals - stored;
-  if (!options.quiet) {
-    Say(std::to_string(messages.size()) + " messages handed in: " + std::to_string(stored) + " in the log, " +
-        std::to_string(gone) + " not, " + std::to_string(refusals) + " refused" +
-        (sentAgain > 0 ? "; " + std::to_string(sentAgain) + " were sent twice over lost connections" : ""));
-  }
-  if (gone > 0)
-    Say("what is not in the log was dropped by a filter or a switched-off type, or is older than all that "
-        "the log "
-        "has room for");
-  const auto report = VerifyLogFile(TamLogClient::LogFileImage(bytes), {.most = 1, .live = true});
-  if (!report.Accepted())
-    Say("the log lies newest first now, and a restart of the server would empty it; export it before that");
-  if (refusals > 0) return kRefused;
-  return gone > 0 ? WorseOf(exitCode, kNegative) : exitCode;
+  return stored;
 }
 
 int Import::Run() {
@@ -219,12 +229,12 @@ int Import::Run() {
   SettingsBody settings{};
   if (const Status status = client.GetSettings(settings); status != Status::Ok) return Refuse(status);
   connections = client.Connections();
-  tooMany = std::max<std::size_t>(1, settings.maxMessage / 2);
+  mostInFlush = std::max<std::size_t>(1, settings.maxMessage / 2);
   if (!CountLog(before)) return Refuse(kTimedOut, "the server's log cannot be read");
   const int code = SendAll();
   if (code == kDone) return Finish();
   return Refuse(code,
-                std::to_string(next) + " of " + std::to_string(messages.size()) + " messages were handed in");
+                std::to_string(next) + " of " + std::to_string(messages.size()) + " messages were sent");
 }
 
 }  // namespace

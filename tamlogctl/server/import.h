@@ -1,6 +1,6 @@
 #pragma once
 
-// The verb import: hands the messages of files in once more, with their own times.
+// The verb import: submits the messages of files again, with their own times.
 
 #include <cstdint>
 #include <string>
@@ -13,10 +13,11 @@ namespace TamLogCtl {
 struct ImportOptions : CommonOptions {
   std::vector<std::string> files;
   std::string input = "auto";       // auto, log, json or tsv
-  std::uint32_t retrySeconds = 30;  // how long a lost server is waited for
+  std::uint32_t retrySeconds = 30;  // how long to wait for a server that is gone
   bool quiet = false;
 };
 
+// Returns the exit code, and explains a failure on stderr. 1: not all messages are in the log.
 int ImportFiles(const ImportOptions& options);
 
 }  // namespace TamLogCtl

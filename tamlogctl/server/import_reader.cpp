@@ -23,7 +23,7 @@ namespace {
 
 using TamLogClient::LogFileImage;
 
-// The bytes as they were, when they stand beside a text that could not hold them.
+// The text's bytes from its "_hex" field where there is one: the text itself cannot hold all bytes.
 std::optional<std::string> TextField(const Json& line, const std::string& name) {
   if (const std::string* const digits = line.FindString(name + "_hex")) return TamLogClient::FromHex(*digits);
   const std::string* const text = line.FindString(name);
@@ -67,7 +67,7 @@ std::optional<LogMessageBody> FromJson(const std::string& text, std::string& pro
   const auto line = ParseJson(text);
   LogMessageBody body{};
   if (!line || line->AsObject() == nullptr) {
-    problem = "no json object";
+    problem = "expected a JSON object";
     return std::nullopt;
   }
   if (!TakeTime(*line, body)) {
@@ -130,7 +130,7 @@ void ReadLog(const std::string& bytes, ImportSource& source) {
   source.exitCode = kDamaged;
 }
 
-// Lines of text hold no zero byte; a log file has one in its first bytes.
+// Lines of text have no zero byte; a log file has one in its header.
 std::string Guess(const std::string& bytes) {
   if (bytes.substr(0, kSlotsOffset).find('\0') != std::string::npos) return "log";
   const std::size_t first = bytes.find_first_not_of(" \t\r\n");

@@ -1,6 +1,6 @@
 #pragma once
 
-// Messages of a file that is to be handed in: a log file, or lines of json or tsv.
+// Reads the messages of a file that is to be imported: a log file, or lines of json or tsv.
 
 #include <string>
 #include <vector>
@@ -10,18 +10,20 @@
 namespace TamLogCtl {
 
 struct ImportSource {
-  int exitCode = 0;  // kDone, or kDamaged when a log file is damaged and gives what is readable
+  int exitCode =
+      0;  // kDone; kDamaged when `messages` is the readable part of a damaged log file; or a failure
   std::string problem;
   std::vector<LogMessageBody> messages;
-  std::size_t unreadable = 0;  // left out; `problem` is about the first of them
+  std::size_t unreadable = 0;  // messages that were left out; `problem` is about the first of them
 };
 
-// `format` is auto, log, json or tsv. Lines that cannot be read make the file unusable (kUsage), so that
-// nothing is handed in by halves.
+// `format` is auto, log, json or tsv. A line that cannot be read makes the whole file unusable (kUsage), so
+// that no file is imported in part.
 ImportSource ReadImport(const std::string& path, const std::string& format);
 
-// The messages of all files in order of time: a message that is older than others makes the server write
-// those again. kDone, or after a word on stderr: kDamaged with what is readable, or another exit code.
+// Reads the messages of all files, in order of time: a message that is older than others makes the server
+// write those again. An exit code; other than kDone after a line on stderr. After kDamaged `messages` has the
+// readable part.
 int ReadImports(const std::vector<std::string>& paths, const std::string& format,
                 std::vector<LogMessageBody>& messages);
 

@@ -4,14 +4,17 @@
 
 #include "client/live/guarded_copy.h"
 #include "client/message/win32.h"
+#include "tamlogctl/base/wait.h"
 
-namespace TamLogClient {
+namespace TamLogCtl {
 
 namespace {
 
+using TamLogClient::Handle;
+
 constexpr DWORD kLookAccess = SYNCHRONIZE | EVENT_MODIFY_STATE;
-constexpr DWORD kLookEveryMs = 20;
-constexpr DWORD kLockPatienceMs = 1000;  // the lock is held for microseconds
+constexpr std::uint32_t kLookEveryMs = 20;
+constexpr DWORD kLockPatienceMs = 1000;  // it is usually held for microseconds
 constexpr std::size_t kHeaderLock = 0;
 constexpr std::size_t kReadWait = 1;
 constexpr std::size_t kWriteWait = 2;
@@ -33,30 +36,37 @@ LogObjects LogExaminer::Open(const std::string& mapName) {
     found.mappingError = GetLastError();
     return found;
   }
+  if (!MapViews(found) || !OpenEvents(found)) Close();
+  return found;
+}
+
+bool LogExaminer::MapViews(LogObjects& found) {
   fileView = static_cast<const unsigned char*>(MapViewOfFile(mapping.Get(), FILE_MAP_READ, 0, 0, 0));
   if (fileView == nullptr) found.mappingError = GetLastError();
   headerView = static_cast<unsigned char*>(
       MapViewOfFile(mapping.Get(), FILE_MAP_READ | FILE_MAP_WRITE, 0, 0, kSlotsOffset));
   if (headerView == nullptr) found.writableError = GetLastError();
-  bool good = fileView != nullptr && headerView != nullptr;
-  if (good) {
-    MEMORY_BASIC_INFORMATION information{};
-    if (VirtualQuery(fileView, &information, sizeof(information)) != 0) {
-      found.viewBytes = information.RegionSize;
-    }
-    LockNames names{};
-    good = found.viewBytes >= kSlotsOffset &&
-           TamLogClientGuardedCopy(&names, fileView + kLockNamesOffset, sizeof(names)) == 0;
-    for (std::size_t i = 0; good && i < events.size(); ++i) {
-      names.name[i][kLockNameSize - 1] = '\0';
-      found.eventNames[i] = &names.name[i][0];
-      events[i] = Handle(OpenEventA(kLookAccess, FALSE, found.eventNames[i].c_str()));
-      if (!events[i]) found.eventErrors[i] = GetLastError();
-    }
+  if (fileView == nullptr || headerView == nullptr) return false;
+  MEMORY_BASIC_INFORMATION information{};
+  if (VirtualQuery(fileView, &information, sizeof(information)) != 0)
+    found.viewBytes = information.RegionSize;
+  return true;
+}
+
+bool LogExaminer::OpenEvents(LogObjects& found) {
+  LockNames names{};
+  if (found.viewBytes < kSlotsOffset ||
+      TamLogClientGuardedCopy(&names, fileView + kLockNamesOffset, sizeof(names)) != 0)
+    return false;
+  bool good = true;
+  for (std::size_t i = 0; i < events.size(); ++i) {
+    names.name[i][kLockNameSize - 1] = '\0';
+    found.eventNames[i] = &names.name[i][0];
+    events[i] = Handle(OpenEventA(kLookAccess, FALSE, found.eventNames[i].c_str()));
+    if (!events[i]) found.eventErrors[i] = GetLastError();
+    good = good && static_cast<bool>(events[i]);
   }
-  for (const Handle& event : events) good = good && static_cast<bool>(event);
-  if (!good) Close();
-  return found;
+  return good;
 }
 
 void LogExaminer::Close() {
@@ -84,12 +94,12 @@ LogWatch LogExaminer::Watch(std::uint32_t milliseconds) {
   watch.lockTaken = !TakeLock(kLockPatienceMs);
   if (!watch.lockTaken) SetEvent(events[kHeaderLock].Get());
   watch.readersInside = watch.countPassed = watch.countLeft = watch.readersKeptOut = true;
-  const ULONGLONG start = GetTickCount64();
+  const std::uint64_t start = Ticks();
   for (;;) {
     const bool readOpen = Signalled(events[kReadWait]);
     const bool writeOpen = Signalled(events[kWriteWait]);
     if (!CopyHeader(watch.header)) break;
-    watch.watchedMs = static_cast<std::uint32_t>(GetTickCount64() - start);
+    watch.watchedMs = static_cast<std::uint32_t>(Ticks() - start);
     if (watch.header.serverRunning == 0) {
       Close();
       break;
@@ -102,8 +112,7 @@ LogWatch LogExaminer::Watch(std::uint32_t milliseconds) {
     watch.readersKeptOut = watch.readersKeptOut && !readOpen;
     watch.writerWaits = !readOpen;
     if (!watch.readersInside && !watch.countPassed && !watch.countLeft && !watch.readersKeptOut) break;
-    if (watch.watchedMs >= milliseconds) break;
-    Sleep(kLookEveryMs);
+    if (watch.watchedMs >= milliseconds || !SleepFor(kLookEveryMs)) break;
   }
   return watch;
 }
@@ -117,7 +126,7 @@ bool LogExaminer::ForgetReaders(const LogFileHeader& seen) {
   LogFileHeader now{};
   bool done = CopyHeader(now) && now.readCount == seen.readCount && now.changeCount == seen.changeCount;
   if (done) {
-    // A count that stayed raised would keep the next reader's leaving from signalling write-wait.
+    // With a count that stays raised, the next reader that leaves would not signal write-wait.
     constexpr std::int32_t kNone = 0;
     done = TamLogClientGuardedCopy(headerView, &kNone, sizeof(kNone)) == 0;
     SetEvent(events[kWriteWait].Get());
@@ -126,4 +135,4 @@ bool LogExaminer::ForgetReaders(const LogFileHeader& seen) {
   return done;
 }
 
-}  // namespace TamLogClient
+}  // namespace TamLogCtl

@@ -4,15 +4,22 @@
 
 #include "client/live/pipe_connection.h"
 #include "client/message/win32.h"
+#include "tamlogctl/base/exit_code.h"
+#include "tamlogctl/base/wait.h"
 
-namespace TamLogClient {
+namespace TamLogCtl {
 
 namespace {
 
-constexpr std::uint32_t kAbsentMs = 1000;
-constexpr int kReplyAttempts = 50;
+using TamLogClient::CallDeadline;
+using TamLogClient::Handle;
+using TamLogClient::PipeConnection;
+using TamLogClient::Status;
 
-// Whether the request pipe is there, and taken.
+constexpr std::uint32_t kAbsentMs = 1000;
+constexpr std::uint32_t kReplyMs = 500;
+
+// Whether the request pipe exists, and no instance of it is free.
 bool IsBusy(const std::string& pipeName) {
   if (WaitNamedPipeA(pipeName.c_str(), 1) != FALSE) return false;
   return GetLastError() == ERROR_SEM_TIMEOUT;
@@ -47,13 +54,12 @@ PipeState ExaminePipes(const std::string& pipeName, std::uint32_t busyMs, std::u
 
 bool FreeListener(const std::string& pipeName) {
   const std::string name = pipeName + kReplyPipeSuffix;
-  for (int attempt = 0; attempt < kReplyAttempts; ++attempt) {
+  const auto opened = [&name] {
     const Handle reply(CreateFileA(name.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING,
                                    SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr));
-    if (reply) return true;
-    Sleep(10);
-  }
-  return false;
+    return static_cast<bool>(reply);
+  };
+  return WaitUntil(kReplyMs, 10, opened) == kDone;
 }
 
-}  // namespace TamLogClient
+}  // namespace TamLogCtl

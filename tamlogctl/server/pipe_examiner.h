@@ -1,20 +1,22 @@
 #pragma once
 
-// Looks at the server's pipes from outside, for a diagnosis.
+// Examines the server's pipes from outside, for a diagnosis.
 
 #include <cstdint>
 #include <string>
 
 #include "tamlogctl/server/doctor_findings.h"
 
-namespace TamLogClient {
+namespace TamLogCtl {
 
-// Tries to open both pipes for `busyMs` and to get an answer to a Ping within `answerMs`. A request pipe that
-// is busy all the time says that a client opened it and not the reply pipe, which keeps all others out.
+// Tries for `busyMs` to open both pipes, and waits `answerMs` for the answer to a Ping. A request pipe that
+// is busy all the time was opened by a client that did not open the reply pipe, which blocks all other
+// clients.
 PipeState ExaminePipes(const std::string& pipeName, std::uint32_t busyMs, std::uint32_t answerMs);
 
-// Opens and closes the reply pipe alone, which frees a server that waits for it. A person's decision only: a
-// client that is just between its two opens loses its reply pipe. False when it could not be opened.
+// Opens and closes the reply pipe alone, which frees a server that waits for its client to do so. Only the
+// user can decide that: a client that is about to open its reply pipe loses it. False when it could not be
+// opened within 0.5 s.
 bool FreeListener(const std::string& pipeName);
 
-}  // namespace TamLogClient
+}  // namespace TamLogCtl

@@ -5,19 +5,24 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 #include "client/file/file_path.h"
 #include "client/format/tsv_text.h"
 #include "client/live/log_client.h"
 #include "client/live/log_reader.h"
+#include "client/message/local_time.h"
 #include "client/message/log_message_view.h"
 #include "client/message/message_body.h"
 #include "client/message/text_split.h"
 #include "client/message/time_text.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
+#include "tamlogctl/base/file_problem.h"
 #include "tamlogctl/base/progress.h"
+#include "tamlogctl/base/wait.h"
+#include "tamlogctl/server/filter_text.h"
 #include "tamlogctl/server/live_server.h"
 #include "tamlogctl/server/send.h"
 
@@ -65,17 +70,17 @@ int Sender::Run() {
   }
   if (options.hasArgument && options.input.empty()) return SendLine(options.argument, "");
   if (!options.hasArgument) {
-    if (StdinIsTerminal()) Say("reading messages, one a line, until the end of input");
+    if (StdinIsTerminal()) Say("reading messages from standard input, one on each line");
     return SendLines(ReadLine);
   }
   const std::filesystem::path path = TamLogClient::PathOf(options.argument);
   std::ifstream file(path, std::ios::binary);
-  if (!file) return Refuse(kNotThere, options.argument + ": cannot be read");
-  return SendLines([&file](std::string& line) {
-    if (!std::getline(file, line)) return false;
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    return true;
-  });
+  if (!file) {
+    std::error_code ignored;
+    const Status status = std::filesystem::exists(path, ignored) ? Status::AccessDenied : Status::NotFound;
+    return Refuse(ExitCodeOf(status), FileProblem(options.argument, status));
+  }
+  return SendLines([&file](std::string& line) { return ReadFileLine(file, line); });
 }
 
 int Sender::SendLines(const std::function<bool(std::string&)>& next) {
@@ -86,7 +91,7 @@ int Sender::SendLines(const std::function<bool(std::string&)>& next) {
     progress.Show(number);
     const int exitCode = SendLine(line, "line " + std::to_string(number) + ": ");
     worst = WorseOf(worst, exitCode);
-    // A negative answer of --confirm is no reason to keep the rest back.
+    // After a negative answer of --confirm the other lines are sent all the same.
     if (exitCode == kDone || exitCode == kNegative) continue;
     return Refuse(exitCode, std::to_string(sent) + " messages were sent before it");
   }
@@ -96,7 +101,7 @@ int Sender::SendLines(const std::function<bool(std::string&)>& next) {
 std::optional<MessageDraft> Sender::DraftOf(const std::string& line, std::string& problem) {
   if (options.input == "tsv") return TamLogClient::ParseTsvLine(line, problem);
   MessageDraft draft;
-  TamLogClient::SetTime(draft.body, time ? *time : Now());
+  TamLogClient::SetTime(draft.body, time ? *time : TamLogClient::LocalNow());
   draft.body.type = options.type;
   draft.source = options.source;
   draft.text = line;
@@ -116,7 +121,7 @@ int Sender::SendDraft(const MessageDraft& draft, const std::string& where) {
   }
   if (draft.text.find('\0') != std::string::npos || draft.source.find('\0') != std::string::npos) {
     return Refuse(kUsage,
-                  where + "a message cannot hold a zero byte; remove it, for example with: tr -d '\\0'");
+                  where + "a message cannot contain a zero byte; remove it, for example with: tr -d '\\0'");
   }
   if (draft.text.size() <= kLongestField) return Submit(draft, draft.text, where);
   switch (options.longText) {
@@ -141,8 +146,8 @@ int Sender::SendPieces(const MessageDraft& draft, const std::string& where) {
 int Sender::Submit(const MessageDraft& draft, std::string_view text, const std::string& where) {
   LogMessageBody message = draft.body;
   TamLogClient::FillTexts(draft.source, text, message);
-  // The server does not look at `origin`. Process and running number make equal messages different, so that
-  // each can be told from its copies.
+  // The server ignores `origin`. Process and running number make equal messages different, so that --confirm
+  // finds the right one.
   const std::uint32_t process = ProcessId();
   std::memcpy(&message.origin[0], &process, sizeof(process));
   std::memcpy(&message.origin[4], &sent, sizeof(sent));
@@ -152,32 +157,37 @@ int Sender::Submit(const MessageDraft& draft, std::string_view text, const std::
   return options.confirm ? Confirm(message) : kDone;
 }
 
-// Looks for the message in the log for a second: the server writes what it keeps within one fifth of that.
-// What is not there after two fifths is asked of the server's filters, which decide sooner than the time.
+// Looks for the message in the log for one second: the server writes what it keeps within 0.2 s. A message
+// that is not there after 0.4 s is judged by the server's filters, so that the answer need not wait for the
+// whole second.
 int Sender::Confirm(const LogMessageBody& message) {
   constexpr std::uint64_t kLookMs = 1000;
   constexpr std::uint64_t kJudgeMs = 400;
   const std::uint64_t start = Ticks();
   bool judged = false;
-  // Not kept for the next message: that may be hours away, and who holds the log over a restart makes the
-  // server go on with the old section.
+  int exitCode = kDone;
+  // Not kept for the next message: that may be hours away, and a reader that holds the log open over a
+  // restart makes the server go on with the old section.
   TamLogClient::LogReader reader;
-  do {
+  const auto isKnown = [&] {
     Status status = reader.IsOpen() ? Status::Ok : reader.Open();
     if (status == Status::Ok) status = reader.Snapshot(snapshot, options.timeoutMs);
     if (status != Status::Ok && status != Status::NotRunning) {
-      return Refuse(status, "sent, but it cannot be looked for");
+      exitCode = Refuse(status, "sent, but it cannot be looked for");
+      return true;
     }
-    if (status == Status::Ok && Find(message)) return kDone;
-    if (!judged && Ticks() - start >= kJudgeMs) {
-      judged = true;
-      if (IsDropped(message)) return kNegative;
-    }
-    if (!SleepFor(50)) return kInterrupted;
-  } while (Ticks() - start < kLookMs);
-  return Refuse(kNegative,
-                "not seen in 1 s: the server may be held up by a reader (tamlogctl doctor), or the log may "
-                "be full of later messages");
+    if (status == Status::Ok && Find(message)) return true;
+    if (judged || Ticks() - start < kJudgeMs) return false;
+    judged = true;
+    if (IsDropped(message)) exitCode = kNegative;
+    return exitCode == kNegative;
+  };
+  const int waited = WaitUntil(kLookMs, 50, isKnown);
+  if (waited != kTimedOut) return waited == kDone ? exitCode : waited;
+  return Refuse(
+      kNegative,
+      "not seen in 1 s: a reader may block the server (see: tamlogctl doctor), or the log may be full "
+      "of later messages");
 }
 
 bool Sender::Find(const LogMessageBody& message) const {
@@ -189,11 +199,11 @@ bool Sender::Find(const LogMessageBody& message) const {
   return false;
 }
 
-// The filters of now, which need not be those that the message met a moment ago.
+// Judges by the present filters, which need not be those of a moment ago.
 bool Sender::IsDropped(const LogMessageBody& message) {
   SettingsBody settings{};
   std::vector<TamLogClient::FilterEntry> filters;
-  if (client.GetSettings(settings) != Status::Ok || AskForFilters(client, filters) != kDone) return false;
+  if (client.GetSettings(settings) != Status::Ok || RequestFilters(client, filters) != kDone) return false;
   LogMessage stored{};
   stored.body = message;
   const TamLogClient::LogMessageView view(stored);

@@ -1,6 +1,6 @@
 #pragma once
 
-// The verb send: hands in messages.
+// The verb send: submits messages.
 
 #include <cstdint>
 #include <string>
@@ -12,17 +12,17 @@ namespace TamLogCtl {
 enum class LongText : std::uint8_t { Refuse, Truncate, Split };
 
 struct SendOptions : CommonOptions {
-  std::string argument;  // the text, or with `input` the name of a file
+  std::string argument;  // the text or the file
   bool hasArgument = false;
   std::string source = "tamlogctl";
   std::uint32_t type = 0;
   std::string time;
-  std::string input;  // "", "text" or "tsv"
+  std::string input;  // "", "text" or "tsv"; unless it is "", `argument` is a file
   LongText longText = LongText::Refuse;
   bool confirm = false;
 };
 
-// Returns the program's exit code and has said on stderr what went wrong.
+// Returns the exit code, and explains a failure on stderr.
 int Send(const SendOptions& options);
 
 }  // namespace TamLogCtl

@@ -14,11 +14,11 @@
 
 namespace TamLogCtl {
 
-// What is wrong with the files is told here as well.
+// Files that cannot be read are reported here as well.
 int ImportFiles(const ImportOptions& options) {
   std::vector<LogMessageBody> messages;
   const int code = ReadImports(options.files, options.input, messages);
-  return code == kDone || code == kDamaged ? NoServerHere() : code;
+  return HasOutput(code) ? NoServerHere() : code;
 }
 
 int Send(const SendOptions& /*options*/) {

@@ -9,8 +9,6 @@ namespace TamLogCtl {
 
 namespace {
 
-using TamLogClient::ServiceState;
-
 constexpr char kServiceName[] = "TamLogServer";
 
 struct Closer {
@@ -18,7 +16,7 @@ struct Closer {
 };
 using ServiceHandle = std::unique_ptr<std::remove_pointer_t<SC_HANDLE>, Closer>;
 
-// Null with the reason in `error`.
+// Null, with the reason in `error`, when it cannot be opened.
 ServiceHandle Open(DWORD access, DWORD& error) {
   const ServiceHandle manager(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_CONNECT));
   ServiceHandle service;

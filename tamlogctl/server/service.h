@@ -5,19 +5,19 @@
 #include <cstdint>
 #include <string>
 
-#include "tamlogctl/server/doctor_findings.h"
+#include "tamlogctl/server/service_state.h"
 
 namespace TamLogCtl {
 
 struct ServiceReport {
-  TamLogClient::ServiceState state = TamLogClient::ServiceState::Unknown;
-  std::uint32_t raw = 0;        // the manager's own number of the state
-  std::uint32_t processId = 0;  // 0 when it does not run
+  ServiceState state = ServiceState::Unknown;
+  std::uint32_t raw = 0;        // the service manager's own number of the state
+  std::uint32_t processId = 0;  // 0 when it is not running
 };
 
 ServiceReport QueryService();
 
-// Ask the manager to start or stop it, and do not wait. 0 or the system's error code.
+// Request a start or a stop, and do not wait for it. 0 or the system's error code.
 std::uint32_t RequestServiceStart();
 std::uint32_t RequestServiceStop();
 

@@ -1,6 +1,6 @@
 #pragma once
 
-// The verb settings: capacity, rates, types and the place of the log file.
+// The verb settings: shows and changes capacity, rates, types and the path of the log file.
 
 #include <cstdint>
 #include <string>
@@ -14,17 +14,16 @@ struct SettingsOptions : CommonOptions {
   bool json = false;       // of get
   SettingsChange change;   // of set
   bool fromInput = false;  // of set: the change is read from standard input
-  bool keep = false;       // of set: hand the messages in again after a change of capacity
-  bool noBackup = false;
-  std::string backup;  // of set: where the messages are saved before a change of capacity; empty: a name made
-                       // of the time
-  bool wait = true;    // until the restart is over
-  std::string path;    // of path
-  bool apply = false;  // of path: restart at once
-  bool force = false;  // of path: even if there is a file
+  bool keep = false;       // of set: send the messages again after a change of capacity
+  bool noBackup = false;   // of set: do not save the messages before a change of capacity
+  std::string backup;      // of set: the file in which they are saved; empty: a name with the present time
+  bool wait = true;        // until the restart is over
+  std::string path;        // of path; empty: show it
+  bool apply = false;      // of path: restart at once
+  bool force = false;      // of path: even if the file exists
 };
 
-// Each returns the program's exit code and has said on stderr what went wrong.
+// Each returns the exit code, and explains a failure on stderr.
 int GetSettings(const SettingsOptions& options);
 int SetSettings(const SettingsOptions& options);
 int SettingsPath(const SettingsOptions& options);

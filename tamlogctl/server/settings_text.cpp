@@ -11,10 +11,10 @@ namespace {
 
 constexpr std::uint32_t kAllTypes = (1U << kMessageTypes) - 1;
 constexpr std::uint64_t kMostMessages = 1000000;
-constexpr std::uint64_t kMostSaveSeconds = 4294967;  // beyond, the server's milliseconds wrap around
+constexpr std::uint64_t kMostSaveSeconds = 4294967;  // above, the server's milliseconds wrap around
 constexpr std::uint64_t kMostPollMs = 0xFFFFFFFFU;
 
-// The last one is printed beside the others, and read over.
+// The last one is printed with the others, and ignored when read.
 constexpr std::array<std::string_view, 5> kKeys{"capacity", "poll_ms", "save_s", "types",
                                                 "capacity_in_effect"};
 
@@ -44,6 +44,11 @@ std::optional<std::uint32_t> MaskOf(const Json& types) {
   return mask;
 }
 
+std::string RequestedAndInEffect(std::uint32_t requested, std::optional<std::int32_t> inEffect) {
+  return std::to_string(requested) + " requested, " +
+         (inEffect ? std::to_string(*inEffect) : std::string("unknown")) + " in effect";
+}
+
 }  // namespace
 
 std::string TypesText(std::uint32_t mask) {
@@ -54,9 +59,12 @@ std::string TypesText(std::uint32_t mask) {
   return list.empty() ? "none" : list;
 }
 
+std::string CapacityText(std::uint32_t requested, std::optional<std::int32_t> inEffect) {
+  return "capacity " + RequestedAndInEffect(requested, inEffect);
+}
+
 std::string SettingsAsText(const SettingsBody& settings, std::optional<std::int32_t> inEffect) {
-  return "capacity  " + std::to_string(settings.maxMessage) + " asked for, " +
-         (inEffect ? std::to_string(*inEffect) : std::string("unknown")) + " in effect\npoll      " +
+  return "capacity  " + RequestedAndInEffect(settings.maxMessage, inEffect) + "\npoll      " +
          std::to_string(settings.devicePollRate) + " ms\nsave      " + std::to_string(settings.saveRate) +
          " s\ntypes     " + TypesText(settings.typeFilter) + "\n";
 }

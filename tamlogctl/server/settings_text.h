@@ -1,6 +1,6 @@
 #pragma once
 
-// The server's settings as text: for people, and as the JSON object that `settings set -` reads back.
+// The server's settings as text: for people, and as the JSON object that `settings set -` reads.
 
 #include <cstdint>
 #include <optional>
@@ -11,7 +11,7 @@
 
 namespace TamLogCtl {
 
-// What is to be changed; what is not set stays as it is.
+// A change of the settings. A member without a value leaves its setting unchanged.
 struct SettingsChange {
   std::optional<std::uint32_t> capacity;     // messages
   std::optional<std::uint32_t> pollMs;       // pause between two readings of the driver
@@ -22,13 +22,16 @@ struct SettingsChange {
 // "0,2,3", or "none".
 std::string TypesText(std::uint32_t mask);
 
-// `inEffect` is the capacity of the shared log; nothing when it could not be seen.
+// "capacity 200 requested, 100 in effect". In this and the next two, `inEffect` is the capacity of the shared
+// log, and nothing when it is unknown.
+std::string CapacityText(std::uint32_t requested, std::optional<std::int32_t> inEffect);
+
 std::string SettingsAsText(const SettingsBody& settings, std::optional<std::int32_t> inEffect);
 std::string SettingsAsJson(const SettingsBody& settings, std::optional<std::int32_t> inEffect);
 
-// Reads of a JSON object the keys capacity, poll_ms, save_s and types (a list, or a number of bits);
-// capacity_in_effect, which is printed beside them, is passed over. Nothing, and `problem`, for what is no
-// such object, has other keys, or has values that the server could not bear.
+// Parses a JSON object with the keys capacity, poll_ms, save_s and types (a list, or a number of bits). The
+// key capacity_in_effect, which SettingsAsJson adds, is ignored. Nothing, with the reason in `problem`, for
+// anything else, for other keys, and for values that would harm the server.
 std::optional<SettingsChange> ParseSettings(std::string_view text, std::string& problem);
 
 SettingsBody Changed(SettingsBody settings, const SettingsChange& change);

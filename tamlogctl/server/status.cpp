@@ -1,5 +1,3 @@
-// `status` knows the server from both sides: what the pipe answers and what the shared log says.
-
 #include <optional>
 #include <string>
 #include <vector>
@@ -37,7 +35,7 @@ struct Findings {
   bool filtersKnown = false;
 
   Status log = Status::NotRunning;
-  LogFileHeader header{};  // as seen without read access, so that our own reading does not count
+  LogFileHeader header{};  // read without read access, so that this program is not counted as a reader
   std::string oldest;
   std::string newest;
   std::uint64_t holdMicroseconds = 0;
@@ -49,7 +47,7 @@ void AskServer(const StatusOptions& options, Findings& found) {
   if (found.pipe == Status::Ok) found.pipe = client.GetLogFile(found.logFile);
   if (found.pipe == Status::Ok) found.pipe = client.GetSettings(found.settings);
   if (found.pipe != Status::Ok) return;
-  found.filtersKnown = AskForFilters(client, found.filters) == kDone;
+  found.filtersKnown = RequestFilters(client, found.filters) == kDone;
 }
 
 std::string TimeOf(const LogMessage& message) {
@@ -58,7 +56,7 @@ std::string TimeOf(const LogMessage& message) {
   return text;
 }
 
-// A few messages tell the oldest and the newest, unless the ring does not lie in order of time.
+// Reads a few messages only, unless the ring is not in order of time.
 Status FindEnds(LogReader& reader, std::uint32_t timeoutMs, Findings& found) {
   TamLogClient::LogTail tail;
   Status status = reader.Newest(1, tail, timeoutMs);
@@ -126,11 +124,10 @@ std::string LineOf(const std::string& name, const std::string& value) {
 void AppendServer(const Findings& found, std::string& out) {
   out += LineOf("pipe", found.pipe == Status::Ok ? "answers" : StatusText(found.pipe));
   if (found.pipe != Status::Ok) return;
-  const std::string capacity = found.log == Status::Ok ? std::to_string(found.header.maxMessages) : "unknown";
+  const auto inEffect = found.log == Status::Ok ? std::optional(found.header.maxMessages) : std::nullopt;
   out += LineOf("file", Visible(found.logFile));
   out += LineOf("mapping", found.mapName);
-  out += LineOf("settings", "capacity " + std::to_string(found.settings.maxMessage) + " asked for, " +
-                                capacity + " in effect");
+  out += LineOf("settings", CapacityText(found.settings.maxMessage, inEffect));
   out += LineOf("", "driver read every " + std::to_string(found.settings.devicePollRate) +
                         " ms, disk written every " + std::to_string(found.settings.saveRate) + " s");
   out += LineOf("types", TypesText(found.settings.typeFilter) + " kept");
@@ -169,7 +166,7 @@ JsonArray FilterList(const std::vector<FilterEntry>& filters) {
   return list;
 }
 
-// As in the format json: an impossible date is null, with its words beside it.
+// As in the format json: an impossible date is null, and its words have a key of their own.
 void AddTime(const std::string& name, const std::string& time, JsonObject& to) {
   if (time.empty()) {
     to.emplace_back(name, Json());

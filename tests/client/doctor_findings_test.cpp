@@ -6,12 +6,12 @@
 
 namespace {
 
-using TamLogClient::Diagnose;
-using TamLogClient::Finding;
-using TamLogClient::FindingState;
-using TamLogClient::Observations;
-using TamLogClient::PipeState;
-using TamLogClient::ServiceState;
+using TamLogCtl::Diagnose;
+using TamLogCtl::Finding;
+using TamLogCtl::FindingState;
+using TamLogCtl::Observations;
+using TamLogCtl::PipeState;
+using TamLogCtl::ServiceState;
 
 // A server at which nothing is wrong.
 Observations Healthy() {
@@ -19,7 +19,7 @@ Observations Healthy() {
   seen.service = ServiceState::Running;
   seen.pipe = PipeState::Answers;
   seen.settingsKnown = true;
-  seen.capacityAsked = 100;
+  seen.requestedCapacity = 100;
   seen.pollMs = 1000;
   seen.saveSeconds = 300;
   seen.typeMask = 15;
@@ -29,10 +29,10 @@ Observations Healthy() {
   seen.filtersKnown = true;
   seen.mapped = true;
   seen.viewBytes = 57344;  // 56,240 bytes in whole pages
-  seen.header.serverRunning = 1;
-  seen.header.maxMessages = 100;
-  seen.header.messageCount = 7;
-  seen.header.nextSlot = 7;
+  seen.log.header.serverRunning = 1;
+  seen.log.header.maxMessages = 100;
+  seen.log.header.messageCount = 7;
+  seen.log.header.nextSlot = 7;
   seen.readKnown = true;
   seen.holdMicroseconds = 80;
   return seen;
@@ -51,17 +51,17 @@ void ExpectBad(const Observations& seen, const std::string& check, FindingState 
                const std::string& words) {
   const Finding finding = Find(seen, check);
   EXPECT_EQ(finding.state, state) << finding.found;
-  EXPECT_NE((finding.found + "\n" + finding.mend).find(words), std::string::npos)
-      << finding.found << " -> " << finding.mend;
-  EXPECT_NE(finding.mend, "");
+  EXPECT_NE((finding.found + "\n" + finding.fix).find(words), std::string::npos)
+      << finding.found << " -> " << finding.fix;
+  EXPECT_NE(finding.fix, "");
 }
 
-TEST(DoctorFindings, HealthyServerHasNothingToMend) {
+TEST(DoctorFindings, HealthyServerHasNothingToFix) {
   const auto findings = Diagnose(Healthy());
   EXPECT_EQ(findings.size(), 12U);
   for (const Finding& finding : findings) {
     EXPECT_EQ(finding.state, FindingState::Ok) << finding.check << ": " << finding.found;
-    EXPECT_EQ(finding.mend, "") << finding.check;
+    EXPECT_EQ(finding.fix, "") << finding.check;
   }
 }
 
@@ -86,7 +86,7 @@ TEST(DoctorFindings, RatesPathAndFilters) {
   ExpectBad(seen, "rates", FindingState::Failure, "settings set --save 300");
   seen.pollMs = 0;
   ExpectBad(seen, "rates", FindingState::Failure, "settings set --poll 1000");
-  seen.keptPathLength = 256;
+  seen.storedPathLength = 256;
   ExpectBad(seen, "path", FindingState::Failure, "256 bytes");
   seen.filters = {{"ab", false}};
   ExpectBad(seen, "filters", FindingState::Warning, "'ab' is very short");
@@ -94,7 +94,7 @@ TEST(DoctorFindings, RatesPathAndFilters) {
   ExpectBad(seen, "filters", FindingState::Warning, "matches every source");
   seen.filters = {{"", false}};
   ExpectBad(seen, "filters", FindingState::Failure, "no message passes");
-  seen.longestKeptFilter = 128;
+  seen.longestStoredFilter = 128;
   ExpectBad(seen, "filters", FindingState::Failure, "filter clear");
 }
 
@@ -117,40 +117,45 @@ TEST(DoctorFindings, SectionOfAnotherTimeAndContradictions) {
   Observations seen = Healthy();
   seen.fileBytes += 560;
   ExpectBad(seen, "section", FindingState::Warning, "the file has");
-  seen.capacityAsked = 200;
-  ExpectBad(seen, "section", FindingState::Warning, "200 is asked for, 100 is in effect");
+  seen.requestedCapacity = 200;
+  ExpectBad(seen, "section", FindingState::Warning, "capacity 200 requested, 100 in effect");
   seen.viewBytes = 61440;
   ExpectBad(seen, "section", FindingState::Failure, "close all readers");
-  seen.header.nextSlot = 100;
+  seen.log.header.nextSlot = 100;
   ExpectBad(seen, "header", FindingState::Failure, "contradict");
-  seen.header.serverRunning = 0;
+  seen.log.header.serverRunning = 0;
   ExpectBad(seen, "header", FindingState::Warning, "closing or opening");
 }
 
 TEST(DoctorFindings, StuckReadersOfEveryKind) {
   Observations seen = Healthy();
-  seen.header.readCount = 1;
-  seen.readersInside = true;
-  ExpectBad(seen, "readers", FindingState::Failure, "the next message will wait for it");
+  seen.log.header.readCount = 1;
+  seen.log.readersInside = true;
+  seen.log.watchedMs = 2010;
+  ExpectBad(seen, "readers", FindingState::Failure,
+            "readCount is 1 and has not changed for 2 s: a reader died or hangs");
+  ExpectBad(seen, "readers", FindingState::Failure, "the server will wait for it at the next message");
+  seen.log.watchedMs = 480;
+  ExpectBad(seen, "readers", FindingState::Failure, "has not changed for 0.5 s");
   EXPECT_TRUE(ReaderIsStuck(seen));
-  seen.readersKeptOut = true;
+  seen.log.readersKeptOut = true;
   ExpectBad(seen, "readers", FindingState::Failure, "the server waits for it and writes nothing");
-  seen.moved = true;
+  seen.log.moved = true;
   EXPECT_FALSE(ReaderIsStuck(seen));
   EXPECT_EQ(Find(seen, "readers").state, FindingState::Ok);
 
   seen = Healthy();
-  seen.header.readCount = -1;
-  seen.countPassed = true;
+  seen.log.header.readCount = -1;
+  seen.log.countPassed = true;
   ExpectBad(seen, "readers", FindingState::Failure, "passed each other");
   seen = Healthy();
-  seen.header.readCount = 1;
-  seen.countLeft = true;
-  ExpectBad(seen, "readers", FindingState::Failure, "nobody is inside");
+  seen.log.header.readCount = 1;
+  seen.log.countLeft = true;
+  ExpectBad(seen, "readers", FindingState::Failure, "no reader is inside: one died while it entered");
   seen = Healthy();
-  seen.readersKeptOut = true;
+  seen.log.readersKeptOut = true;
   ExpectBad(seen, "readers", FindingState::Failure, "hangs while it writes");
-  seen.lockTaken = true;
+  seen.log.lockTaken = true;
   ExpectBad(seen, "lock", FindingState::Failure, "doctor --unstick");
 }
 

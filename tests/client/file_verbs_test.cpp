@@ -337,7 +337,7 @@ TEST_F(FileVerbs, ImportReadsItsFilesBeforeItAsksForAServer) {
   Expect("import bad.json", 2, "bad.json: line 2: expected \"time\"");
   Expect("import bad.json", 2, "(and 1 more)");
   Expect("import bad.tsv", 2, "bad.tsv: line 1: expected four columns");
-  Expect("import --input json good.dat", 2, "good.dat: line 1: no json object");
+  Expect("import --input json good.dat", 2, "good.dat: line 1: expected a JSON object");
   Expect("import good.dat missing.dat", 3, "missing.dat: no such file");
   Expect("import secret.dat", 4, "secret.dat: access denied");
 }

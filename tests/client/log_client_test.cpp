@@ -150,7 +150,7 @@ TEST_F(LogClientTest, NoPipeIsOpenedSoThatTheOtherEndCouldActInOurName) {
   EXPECT_EQ(client->Ping(), Status::Ok);
   EXPECT_GE(pipeOpens, 2);
   const int before = pipeOpens;
-  TamLogClient::FreeListener(server->PipeName());
+  TamLogCtl::FreeListener(server->PipeName());
   EXPECT_GT(pipeOpens, before);
   EXPECT_EQ(opensThatLendTheName, 0);
 }

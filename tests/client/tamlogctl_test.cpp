@@ -268,7 +268,7 @@ TEST_F(TamlogctlTest, ImportIntoALogThatCannotBeReadIsFive) {
   const Outcome outcome = Run("import \"" + SavedLog() + "\" --timeout 1000");
   EXPECT_EQ(outcome.exitCode, 5U) << outcome.err;
   EXPECT_NE(outcome.err.find("the server's log cannot be read"), std::string::npos) << outcome.err;
-  EXPECT_EQ(server.Requests().size(), 1U);  // nothing was handed in
+  EXPECT_EQ(server.Requests().size(), 1U);  // nothing was sent
 }
 
 TEST_F(TamlogctlTest, HelpAndVersionGoToStandardOutput) {

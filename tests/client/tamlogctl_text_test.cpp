@@ -1,4 +1,4 @@
-// What tamlogctl reads back: lists of filters and settings as text.
+// The texts that tamlogctl prints and reads: lists of filters, and settings.
 
 #include <gtest/gtest.h>
 
@@ -46,7 +46,7 @@ TEST(FilterText, EmptyInputAndEmptyLinesAreNoFilters) {
   EXPECT_EQ(Parsed("include\tCamera\r\n")[0].text, "Camera");
 }
 
-TEST(FilterText, ProblemsNameThePlaceAndTheMend) {
+TEST(FilterText, ProblemsNameThePlaceAndTheFix) {
   EXPECT_NE(Problem("include\ta\nnonsense").find("line 2: expected include or exclude"), std::string::npos);
   EXPECT_NE(Problem("keep\ta").find("line 1"), std::string::npos);
   EXPECT_NE(Problem("[{\"kind\":\"include\"}]").find("entry 1"), std::string::npos);
@@ -57,11 +57,23 @@ TEST(FilterText, ProblemsNameThePlaceAndTheMend) {
 
 TEST(FilterText, ListShowsTheRuleTheNumbersAndTheRemarks) {
   EXPECT_EQ(TamLogCtl::FiltersAsText({{"Camera", true}, {"", true}, {"Laser", false}}),
-            "rule: only included sources are kept; excludes are not looked at\n"
+            "rule: only included sources are kept; exclude filters are ignored\n"
             "  1  include  Camera\n"
             "  2  include  \"\"  (empty: matches every source)\n"
-            "  3  exclude  Laser  (not looked at while there are includes)\n");
+            "  3  exclude  Laser  (ignored while there are include filters)\n");
   EXPECT_EQ(TamLogCtl::FiltersAsText({}), "rule: every source is kept\n");
+}
+
+TEST(FilterText, VerdictNamesTheFilterThatDecides) {
+  const Filters filters{{"Heart\n", false}, {"Poll", false}};
+  const auto verdict = [&filters](const std::string& source, std::uint32_t type) {
+    return TamLogCtl::VerdictText(filters, JudgeMessage(filters, 7, source, type), type);
+  };
+  EXPECT_EQ(verdict("Poll", 1), "dropped by exclude filter 'Poll' (2)");
+  EXPECT_EQ(verdict("Heart\nbeat", 1), "dropped by exclude filter 'Heart\\n' (1)");
+  EXPECT_EQ(verdict("Camera", 1), "kept: no filter matches");
+  EXPECT_EQ(verdict("Camera", 3), "dropped by type: 3 is switched off");
+  EXPECT_EQ(verdict("Camera", 4), "dropped: there is no type 4");
 }
 
 TEST(FilterText, OverLongOnesAreRefused) {
@@ -94,7 +106,7 @@ TEST(SettingsText, WhatIsNotNamedStays) {
   EXPECT_EQ(result.saveRate, 4U);
 }
 
-TEST(SettingsText, ValuesThatTheServerCouldNotBearAreRefused) {
+TEST(SettingsText, ValuesThatWouldHarmTheServerAreRefused) {
   for (const char* const text :
        {R"({"poll_ms":0})", R"({"save_s":0})", R"({"capacity":0})", R"({"capacity":1000001})",
         R"({"save_s":4294968})", R"({"poll_ms":-1})", R"({"poll_ms":"20"})", R"({"types":[4]})",
@@ -105,17 +117,18 @@ TEST(SettingsText, ValuesThatTheServerCouldNotBearAreRefused) {
   }
 }
 
-TEST(SettingsText, NamesThatAreNoSettingAreRefused) {
+TEST(SettingsText, UnknownSettingsAreRefused) {
   std::string problem;
   EXPECT_FALSE(TamLogCtl::ParseSettings(R"({"capacity":5,"poll":20})", problem));
   EXPECT_EQ(problem, "there is no setting 'poll'; there are capacity, poll_ms, save_s and types");
   EXPECT_TRUE(TamLogCtl::ParseSettings(TamLogCtl::SettingsAsJson({1, 2, 3, 4}, 1), problem)) << problem;
 }
 
-TEST(SettingsText, CapacityInEffectIsShownBesideTheOneAskedFor) {
+TEST(SettingsText, CapacityInEffectIsShownWithTheRequestedOne) {
   const SettingsBody settings{200, 1000, 15, 300};
-  EXPECT_NE(TamLogCtl::SettingsAsText(settings, 100).find("200 asked for, 100 in effect"), std::string::npos);
+  EXPECT_NE(TamLogCtl::SettingsAsText(settings, 100).find("200 requested, 100 in effect"), std::string::npos);
   EXPECT_NE(TamLogCtl::SettingsAsText(settings, std::nullopt).find("unknown in effect"), std::string::npos);
+  EXPECT_EQ(TamLogCtl::CapacityText(200, 100), "capacity 200 requested, 100 in effect");
   EXPECT_EQ(TamLogCtl::TypesText(0), "none");
   EXPECT_EQ(TamLogCtl::TypesText(13), "0,2,3");
 }

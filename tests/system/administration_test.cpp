@@ -38,12 +38,12 @@ TEST_F(Administration, FiltersAreListedTestedAndRemovedOneByOne) {
   Expect("filter list", 0, "  2  exclude  Poll\n");
   Expect("filter test heart 1", 1, "type 1  dropped by exclude filter 'Heartbeat' (1)");
   Expect("filter test Camera", 0, "type 3  kept: no filter matches");
-  Expect("filter remove 1", 0, "messages that arrived in between met a partial list");
+  Expect("filter remove 1", 0, "messages that arrived meanwhile were filtered by a partial list");
   Expect("filter list -o tsv", 0, "exclude\tPoll\n");
   Expect("filter remove -x Heartbeat", 1, "there is no exclude filter 'Heartbeat'");
   Expect("filter remove 7", 1, "there is no filter 7");
   Expect("filter add -i C", 0, "very short");
-  Expect("filter list", 0, "exclude  Poll  (not looked at while there are includes)");
+  Expect("filter list", 0, "exclude  Poll  (ignored while there are include filters)");
   Expect("filter test Poll 0", 1, "dropped: no include filter matches");
   Expect("filter set -", 0, "", "[{\"kind\":\"include\",\"text\":\"Laser\"}]");
   Expect("filter list -o tsv", 0, "include\tLaser\n");
@@ -56,7 +56,7 @@ TEST_F(Administration, WhatWouldHarmTheServerIsRefusedBeforeItIsSent) {
   Expect("filter add -x Good -x " + std::string(128, 'f'), 2, "128 bytes, 127 are allowed");
   Expect("filter list", 0, "rule: every source is kept\n");
   Expect("settings path C:\\" + std::string(253, 'p'), 2, "256 bytes, 255 are allowed");
-  Expect("settings path Logs.dat", 2, "no absolute path");
+  Expect("settings path Logs.dat", 2, "not an absolute path");
   Expect("settings set --poll 0", 2, "--poll");
   Expect("settings set -", 2, "poll_ms: expected a number from 1", "{\"poll_ms\":0}");
   Expect("settings set", 2, "name a setting to change");
@@ -82,21 +82,20 @@ TEST_F(Administration, ConfirmSaysWhatBecameOfTheMessage) {
   Expect("send --confirm -s Camera hello", 1, "dropped by exclude filter 'Cam' (1)");
 }
 
-TEST_F(Administration, ChangeOfCapacitySavesTheMessagesAndKeepHandsThemInAgain) {
+TEST_F(Administration, ChangeOfCapacitySavesTheMessagesAndKeepSendsThemAgain) {
   RunService({.maxMessage = 20});
   const std::string input = "one\ntwo\nthree\nfour\nfive";
   Expect("send -s Demo", 0, "", input);
   ASSERT_TRUE(WaitForMessageCount(5, 10s));
   const std::string backup = ScratchFile("saved.dat");
   Expect("settings set --capacity 40 --keep --backup \"" + backup + "\"", 0,
-         "capacity 40 asked for, 40 in effect");
+         "capacity 40 requested, 40 in effect");
   Expect("show -o cat", 0, "one\ntwo\nthree\nfour\nfive\n");
   Expect("show -o cat --file \"" + backup + "\"", 0, "one\ntwo\nthree\nfour\nfive\n");
   Expect("settings get -o json", 0, "\"capacity_in_effect\": 40");
   Expect("settings set --capacity 40", 0, "nothing to change");
   EXPECT_EQ(CurrentSettings().devicePollRate, 100U);  // what was not named
-  Expect("clear --yes --backup \"" + backup + "\"", 2,
-         "already exists; give another name; the log was not emptied");
+  Expect("clear --yes --backup \"" + backup + "\"", 2, "saved.dat: already exists; give another name");
   ASSERT_TRUE(WaitForMessageCount(5, 10s));
   Expect("clear --yes --backup \"" + backup + "2\"", 0, "emptied");
   Expect("show -o cat --file \"" + backup + "2\"", 0, "one\ntwo\nthree\nfour\nfive\n");
@@ -104,7 +103,8 @@ TEST_F(Administration, ChangeOfCapacitySavesTheMessagesAndKeepHandsThemInAgain) 
   Expect("doctor", 0, "ok    section");
 }
 
-// Who holds the log over a restart makes the server go on with the old section, which has the old size.
+// A reader that holds the log open over a restart makes the server go on with the old section, which has the
+// old size.
 TEST_F(Administration, SenderThatConfirmsDoesNotHoldTheLogWhileItWaitsForItsNextLine) {
   RunService({.maxMessage = 40});
   ChildProcess sender("\"" + OwnDirectory() + "\\tamlogctl.exe\" send -s Demo --confirm");
@@ -112,7 +112,7 @@ TEST_F(Administration, SenderThatConfirmsDoesNotHoldTheLogWhileItWaitsForItsNext
   const auto stored = sender.ReadLine(20s);
   ASSERT_TRUE(stored);
   EXPECT_NE(stored->find("stored as"), std::string::npos) << *stored;
-  Expect("settings set --capacity 20 --no-backup", 0, "capacity 20 asked for, 20 in effect");
+  Expect("settings set --capacity 20 --no-backup", 0, "capacity 20 requested, 20 in effect");
   sender.WriteLine("two");
   const auto after = sender.ReadLine(20s);
   ASSERT_TRUE(after);
@@ -128,8 +128,8 @@ TEST_F(Administration, FollowerWhoseOutputIsNotTakenLetsGoOfTheLogAtARestart) {
   Expect("send -s Demo", 0, "", input);
   ASSERT_TRUE(WaitForMessageCount(1500, 20s));
   ChildProcess follower("\"" + OwnDirectory() + "\\tamlogctl.exe\" follow -n all");
-  ASSERT_TRUE(follower.ReadLine(20s));  // it writes more than a pipe holds, and nobody reads on
-  Expect("settings set --capacity 1000 --no-backup", 0, "capacity 1000 asked for, 1000 in effect");
+  ASSERT_TRUE(follower.ReadLine(20s));  // it writes more than a pipe holds, and nobody reads it
+  Expect("settings set --capacity 1000 --no-backup", 0, "capacity 1000 requested, 1000 in effect");
   follower.Kill();
 }
 
@@ -141,7 +141,7 @@ TEST_F(Administration, StoredPathIsAppliedBeforeACapacityThatAFollowerCouldHoldU
   ASSERT_TRUE(follower.ReadLine(20s));
   const std::string path = ScratchFile("moved.dat");
   Expect("settings path \"" + path + "\"", 0, "stored");
-  Expect("settings set --capacity 200 --no-backup", 0, "capacity 200 asked for, 200 in effect");
+  Expect("settings set --capacity 200 --no-backup", 0, "capacity 200 requested, 200 in effect");
   Expect("settings path", 0, path);
   follower.Kill();
 }
@@ -167,10 +167,10 @@ TEST_F(Administration, ServiceIsStoppedStartedAndLookedAt) {
   Settings({});
   InstallService();
   Expect("server state", 1, "stopped");
-  Expect("server start", 0, "the server runs");
+  Expect("server start", 0, "the server is running");
   AdoptService();
   Expect("server state", 0, "running, process ");
-  Expect("status", 0, "capacity 100 asked for, 100 in effect");
+  Expect("status", 0, "capacity 100 requested, 100 in effect");
   Expect("send --time !2026,13,40,25,0,0,0 -s Demo odd --confirm", 0, "stored as");
   Expect("status -o json", 0, "\"newest\": null");
   Expect("status -o json", 0, "\"newest_words\": [");
@@ -182,15 +182,15 @@ TEST_F(Administration, DoctorSeesAReaderThatDiedInsideAndUnsticksTheServer) {
   RunService();
   SubmitOverPipe(Message("before", 0));
   ExpectTexts({"before"});
-  Expect("doctor", 0, "ok    readers  nobody is stuck inside");
+  Expect("doctor", 0, "ok    readers  none is stuck");
   KillAReaderInside();
   SubmitOverPipe(Message("held up", 1));
-  Expect("doctor", 1, "1 inside, and nobody moves");
+  Expect("doctor", 1, "readCount is 1 and has not changed for 2 s: a reader died or hangs");
   Expect("doctor -o json --watch 500", 1, "\"check\": \"readers\",\n      \"state\": \"fail\"");
   EXPECT_EQ(TextsOfFile(), std::vector<std::string>{"before"});
-  Expect("doctor --unstick", 1, "unstick: set the count of readers inside to 0");
+  Expect("doctor --unstick", 1, "unstick: set readCount to 0");
   ExpectTexts({"held up", "before"});
-  Expect("doctor", 0, "ok    readers  nobody is stuck inside");
+  Expect("doctor", 0, "ok    readers  none is stuck");
   SubmitOverPipe(Message("after", 2));
   ExpectTexts({"after", "held up", "before"});
 }
@@ -198,7 +198,7 @@ TEST_F(Administration, DoctorSeesAReaderThatDiedInsideAndUnsticksTheServer) {
 TEST_F(Administration, UnstickBeforeAnythingIsPendingLeavesNoCountBehind) {
   RunService();
   KillAReaderInside();
-  Expect("doctor --unstick", 1, "the next message will wait for it");
+  Expect("doctor --unstick", 1, "the server will wait for it at the next message");
   EXPECT_EQ(Header().readCount, 0);
   Expect("status", 0, "running");  // a reader that enters and leaves
   SubmitOverPipe(Message("after", 0));

@@ -39,9 +39,9 @@ class KilledClients : public SystemTest {
 
   // How the client that was just killed holds the server up.
   static Stuck Look() {
-    TamLogClient::LogExaminer examiner;
+    TamLogCtl::LogExaminer examiner;
     if (examiner.Open().mappingError != 0) return Stuck::No;
-    const TamLogClient::LogWatch watch = examiner.Watch(600);
+    const TamLogCtl::LogWatch watch = examiner.Watch(600);
     const bool counted = watch.readersInside || watch.countPassed || watch.countLeft;
     if (watch.lockTaken) return counted ? Stuck::LockAndCount : Stuck::HeaderLock;
     if (watch.moved) return Stuck::No;

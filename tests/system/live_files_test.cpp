@@ -162,7 +162,7 @@ TEST_F(LiveFiles, ImportBringsBackWhatEachFormatHasSaved) {
   Expect("export " + Quoted("saved.tsv") + " -o tsv", 0, "30 messages");
   for (const char* const name : {"saved.dat", "saved.json", "saved.tsv"}) {
     Expect("clear --yes", 0, "emptied");
-    Expect("import " + Quoted(name), 0, "30 messages handed in: 30 in the log, 0 not, 0 refused");
+    Expect("import " + Quoted(name), 0, "30 messages sent: 30 in the log, 0 not, 0 refused");
     const bool bytes = std::string(name) != "saved.tsv";  // that has no column for what is not shown
     const std::string fields = bytes ? "time,type,source,text,origin,tail" : "time,type,source,text";
     const std::string now = Tool("show -o json --fields " + fields).output;
@@ -222,7 +222,7 @@ TEST_F(LiveFiles, ImportGoesOnOverARestartOfTheServerWithoutRepeatingAMessage) {
   const CommandReport report = End(import);
   EXPECT_EQ(report.exitCode, 1U) << report.output;
   EXPECT_NE(report.output.find("the connection is lost after "), std::string::npos) << report.output;
-  EXPECT_NE(report.output.find("10000 messages handed in: 1000 in the log, 9000 not, 0 refused"),
+  EXPECT_NE(report.output.find("10000 messages sent: 1000 in the log, 9000 not, 0 refused"),
             std::string::npos)
       << report.output;
   std::string expected;

@@ -37,7 +37,7 @@ TEST_F(OutOfStep, AClientOfTheLibraryGetsInAndBringsTheServerBackIntoStep) {
 TEST_F(OutOfStep, DoctorGetsItsAnswer) {
   RunService();
   OpenReplyPipeAloneAndGo();
-  EXPECT_EQ(TamLogClient::ExaminePipes(kRequestPipeName, 5000, 5000), TamLogClient::PipeState::Answers);
+  EXPECT_EQ(TamLogCtl::ExaminePipes(kRequestPipeName, 5000, 5000), TamLogCtl::PipeState::Answers);
   EXPECT_TRUE(IsServedAtOnce());
 }
 

@@ -1,0 +1,20 @@
+#pragma once
+
+// The log of the running server, read at once. Nothing of the server's is held afterwards.
+
+#include <cstdint>
+#include <string>
+
+#include "client/log/log_snapshot.h"
+#include "client/message/status.h"
+
+namespace TamLogCtl {
+
+// Copies the shared log; waits at most `timeoutMs` for its locks. Ctrl-C is deferred from then on, so that
+// read access is always released.
+TamLogClient::Status ReadLiveLog(std::uint32_t timeoutMs, TamLogClient::LogSnapshot& snapshot);
+
+// The same as the bytes of a log file. An exit code; other than kDone after a line on stderr.
+int ReadLiveImage(std::uint32_t timeoutMs, std::string& bytes);
+
+}  // namespace TamLogCtl

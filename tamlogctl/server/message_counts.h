@@ -1,0 +1,18 @@
+#pragma once
+
+// How often each message occurs in a log. Equal messages can only be counted, not told apart.
+
+#include <cstdint>
+#include <unordered_map>
+
+#include "client/log/log_snapshot.h"
+#include "client/message/log_message_view.h"
+
+namespace TamLogCtl {
+
+using MessageCounts =
+    std::unordered_map<TamLogClient::MessageIdentity, std::uint64_t, TamLogClient::MessageIdentityHash>;
+
+MessageCounts CountsOf(const TamLogClient::LogSnapshot& log);
+
+}  // namespace TamLogCtl

@@ -1,0 +1,21 @@
+#pragma once
+
+// The states of the server's service.
+
+#include <cstdint>
+
+namespace TamLogCtl {
+
+enum class ServiceState : std::uint8_t {
+  Unknown,  // the service manager could not be reached
+  NotInstalled,
+  Denied,  // the service manager denied access
+  Stopped,
+  Pending,  // starting or stopping
+  Running,
+};
+
+// What the user can do about it: "start it: tamlogctl server start". Empty for Running.
+const char* ServiceAdvice(ServiceState state);
+
+}  // namespace TamLogCtl
