@@ -18,11 +18,6 @@ struct OutputOptions {
   std::string encoding;   // empty: the default of the machine
 };
 
-void DefineOutputOptions(CLI::App& verb, OutputOptions& to);
-
-// The names of types and the encoding alone, for verbs with formats of their own.
-void DefineNaming(CLI::App& verb, OutputOptions& to);
-
 // The encoding alone. This and the next three return nothing, after a line on stderr, when the value of an
 // option is wrong.
 std::optional<TamLogClient::TextEncoding> MakeEncoding(const OutputOptions& options);
