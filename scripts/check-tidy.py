@@ -19,8 +19,6 @@ BUILD = os.path.join(ROOT, "build", "windows")
 TESTS = ("tests", "fuzz", "bench")
 ROOMS = ("util", "store", "pipe", "server", "client", "tamlogctl", "driver") + TESTS
 FILES_AT_ONCE = 14
-PARSER = "CLI/CLI.hpp"
-HEAVY_HEADERS = (PARSER, "nlohmann/json.hpp")
 
 
 def flags_of(command):
@@ -49,23 +47,15 @@ def compiled_files():
     return files
 
 
-def library_of(path):
-    """Returns the template header that takes longer than everything else in the file, if the file includes one."""
-    with open(os.path.join(ROOT, path), encoding="utf-8") as file:
-        text = file.read()
-    return next((header for header in HEAVY_HEADERS if f"#include <{header}>" in text), "")
-
-
-def batches_of(files, at_once, everything):
-    """Yields (files, flags, checks): files of one room with the same flags, in lists of nearly equal length."""
+def batches_of(files, at_once):
+    """Yields (files, flags): files of one room with the same flags, in lists of nearly equal length."""
     alike = {}
     for path in sorted(files):
-        alike.setdefault((path.split(os.sep)[0], library_of(path), files[path]), []).append(path)
-    for (_, library, flags), paths in alike.items():
-        checks = "-*,clang-diagnostic-*,misc-unused-using-decls" if library == PARSER and not everything else ""
+        alike.setdefault((path.split(os.sep)[0], files[path]), []).append(path)
+    for (_, flags), paths in alike.items():
         count = -(-len(paths) // at_once)
         for index in range(count):
-            yield paths[index::count], flags, checks
+            yield paths[index::count], flags
 
 
 def run_tidy(source, checks, flags):
@@ -99,8 +89,7 @@ def main():
                         help="also run the path analysis of the clang-analyzer checks, which takes several times "
                              "as long: for changes to the ownership of resources")
     parser.add_argument("--all", action="store_true",
-                        help="also check the tests, and apply every check to the sources that include the command "
-                             "line's parser: macros and templates of libraries, which take most of the time")
+                        help="also check the tests: macros and templates of libraries, which take most of the time")
     parser.add_argument("--one-by-one", action="store_true", help="check every file as a translation unit of its own")
     parser.add_argument("files", nargs="*", metavar="FILE", help="check only these files")
     wanted = parser.parse_args()
@@ -114,9 +103,8 @@ def main():
         files = {path: files[path] for path in paths}
     elif not wanted.all:
         files = {path: flags for path, flags in files.items() if path.split(os.sep)[0] not in TESTS}
-    batches = list(batches_of(files, 1 if wanted.one_by_one else FILES_AT_ONCE, wanted.all or wanted.files))
-    if not wanted.deep:
-        batches = [(paths, flags, checks or "-clang-analyzer-*") for paths, flags, checks in batches]
+    checks = "" if wanted.deep else "-clang-analyzer-*"
+    batches = [(*batch, checks) for batch in batches_of(files, 1 if wanted.one_by_one else FILES_AT_ONCE)]
     with concurrent.futures.ThreadPoolExecutor(wanted.j) as pool:
         findings = [finding for finding in pool.map(check, batches) if finding]
     print("".join(findings), end="")

@@ -37,9 +37,13 @@ tamlog_status CodeOf(Status status) {
     case Status::InPage:
       return TAMLOG_IN_PAGE;
     case Status::NotFound:
+    case Status::NotAFile:  // version 1 of the interface has no code of its own for a directory
       return TAMLOG_NOT_FOUND;
+    case Status::Exists:
+      return TAMLOG_EXISTS;
     case Status::NotSupported:
       return TAMLOG_NOT_SUPPORTED;
+    case Status::Interrupted:  // no function of the interface can be interrupted
     case Status::SystemError:
       return TAMLOG_SYSTEM_ERROR;
   }
@@ -135,8 +139,6 @@ const char* TAMLOG_CALL tamlog_status_text(tamlog_status status) {
   switch (status) {
     case TAMLOG_NOT_FOUND:
       return "not found";
-    case TAMLOG_NOT_SUPPORTED:
-      return "this operating system has no log server";
     case TAMLOG_BAD_ARGUMENT:
       return "an argument is not valid";
     case TAMLOG_TOO_SMALL:
@@ -155,6 +157,8 @@ const char* TAMLOG_CALL tamlog_status_text(tamlog_status status) {
       return "the output already exists";
     case TAMLOG_OUTPUT_FAILED:
       return "the output cannot be written";
+    case TAMLOG_SYSTEM_ERROR:
+      return StatusText(Status::SystemError);
     default:
       break;
   }

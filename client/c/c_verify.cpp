@@ -77,9 +77,8 @@ tamlog_status Verify(std::string_view bytes, const tamlog_verify_options& option
 // --- Repairing.
 
 std::uint32_t SlotAt(std::uint64_t offset) {
-  if (offset < kSlotsOffset || (offset - kSlotsOffset) % sizeof(LogMessage) != 0) return TAMLOG_NO_SLOT;
-  const std::uint64_t slot = (offset - kSlotsOffset) / sizeof(LogMessage);
-  return slot < TAMLOG_NO_SLOT ? static_cast<std::uint32_t>(slot) : TAMLOG_NO_SLOT;
+  const auto slot = LogFileImage::SlotAtOffset(offset);
+  return slot && *slot < TAMLOG_NO_SLOT ? static_cast<std::uint32_t>(*slot) : TAMLOG_NO_SLOT;
 }
 
 tamlog_repair_note NoteAt(std::uint64_t offset, std::int32_t kind, bool saved) {
@@ -102,11 +101,11 @@ tamlog_repair_note NoteOf(const RepairLoss& loss) {
 
 // `text` holds the note's text.
 tamlog_repair_note NoteOf(const Change& change, std::string& text) {
-  text = change.endTexts
+  text = change.cutTexts
              ? "an unterminated text was cut"
-             : "type " + std::to_string(change.seenType) + " became " + std::to_string(change.givenType);
+             : "type " + std::to_string(change.oldType) + " became " + std::to_string(change.newType);
   tamlog_repair_note note =
-      NoteAt(change.offset, change.endTexts ? TAMLOG_NOTE_TEXT_CUT : TAMLOG_NOTE_TYPE_CHANGED, true);
+      NoteAt(change.offset, change.cutTexts ? TAMLOG_NOTE_TEXT_CUT : TAMLOG_NOTE_TYPE_CHANGED, true);
   note.bytes = sizeof(LogMessage);
   note.messages = 1;
   note.text = text.c_str();
@@ -134,8 +133,8 @@ bool TakeOptions(const tamlog_repair_options* given, tamlog_repair_options& opti
 
 tamlog_status CodeOfWriting(Status status) {
   if (status == Status::Ok) return TAMLOG_OK;
-  // The messages pass the rules and fit: it can only be the name.
-  return status == Status::BadValue ? TAMLOG_EXISTS : TAMLOG_OUTPUT_FAILED;
+  const bool nameIsTaken = status == Status::Exists || status == Status::NotAFile;
+  return nameIsTaken ? TAMLOG_EXISTS : TAMLOG_OUTPUT_FAILED;
 }
 
 tamlog_status Repair(const std::string& path, const std::string& output, const tamlog_repair_options& options,
@@ -162,8 +161,8 @@ tamlog_status Repair(const std::string& path, const std::string& output, const t
   result.capacity = capacity;
   result.saved = saved;
   result.carved = found + plan.repeated > plan.fromRing ? found + plan.repeated - plan.fromRing : 0;
-  result.texts_cut = plan.mended;
-  result.types_changed = plan.retyped;
+  result.texts_cut = plan.textsCut;
+  result.types_changed = plan.typesChanged;
   result.repeated = plan.repeated;
   result.left_out = found - saved;
   result.outside = plan.outside;

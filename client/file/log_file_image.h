@@ -1,10 +1,11 @@
 #pragma once
 
-// The bytes of a log file, or of what is left of one, read without trusting any of them. A view does not own
-// the bytes; it must not outlive them. Any bytes will do: nothing here reads outside of them.
+// Reads the bytes of a log file, or of the rest of one, without trusting any of them: any bytes are allowed,
+// and nothing reads outside of them. A view does not own the bytes and must not outlive them.
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,7 +16,7 @@
 
 namespace TamLogClient {
 
-// Of these fields, from the begin of a slot.
+// Offsets of these fields in a slot.
 inline constexpr std::uint64_t kTimeOffset = offsetof(LogMessage, body) + offsetof(LogMessageBody, timestamp);
 inline constexpr std::uint64_t kTypeOffset = offsetof(LogMessage, body) + offsetof(LogMessageBody, type);
 
@@ -23,26 +24,28 @@ class LogFileImage {
  public:
   explicit LogFileImage(std::string_view fileBytes);
 
-  // Whole header and lock names are there. Without them Header() is filled up with zeros.
+  // Returns whether header and lock names are complete. Otherwise the missing bytes of Header() are zeros.
   bool HasHead() const { return bytes.size() >= kSlotsOffset; }
   const LogFileHeader& Header() const { return header; }
   LockNames Names() const;
 
-  // The header's numbers make sense together; the file may still be too short for them.
+  // Returns whether the header's numbers make sense together; the file may still be too short for them.
   bool HeaderIsSound() const;
 
   std::uint64_t Size() const { return bytes.size(); }
   std::string_view Bytes() const { return bytes; }
 
-  // Whole slots that are there, whatever the header says of its capacity.
+  // Returns the number of complete slots in the file, whatever capacity the header claims.
   std::uint64_t SlotsThere() const;
   static std::uint64_t OffsetOf(std::uint64_t slot) { return kSlotsOffset + sizeof(LogMessage) * slot; }
+  // Returns the slot that begins at `offset`; nothing when none does.
+  static std::optional<std::uint64_t> SlotAtOffset(std::uint64_t offset);
   LogMessage Slot(std::uint64_t slot) const { return At(OffsetOf(slot)); }
 
-  // The message that begins at `offset`, filled up with zeros where the bytes end.
+  // Returns the message that begins at `offset`; bytes after the end of the file are zeros.
   LogMessage At(std::uint64_t offset) const;
 
-  // Slots of the ring that are there, oldest first; none when the header is not sound. Bounded by the bytes.
+  // Returns the slots of the ring that are in the file, oldest first; none when the header is not sound.
   std::vector<std::uint32_t> RingSlots() const;
 
  private:
@@ -50,19 +53,15 @@ class LogFileImage {
   LogFileHeader header{};
 };
 
-// How many of the first `keys` (oldest slot first) run backwards in time, as a full rewrite of the ring
-// leaves them; 0 when the first two do not.
-std::size_t FallingStretch(const std::vector<std::uint64_t>& keys);
-
-// The bytes that a file with this content has; the lock names are zeros.
+// Returns the bytes of a file with this content; the lock names are zeros.
 std::string ImageOf(const LogSnapshot& snapshot);
 
-// Reads the whole file at `path` (UTF-8) with ordinary reads, so that a file that shrinks meanwhile gives
-// what is left. `bytes` is empty unless the result is Ok. A directory is NotFound.
+// Reads the whole file at `path` (UTF-8) with ordinary reads, so that of a file that shrinks meanwhile what
+// is left is returned. NotFound, NotAFile (a directory), AccessDenied and SystemError leave `bytes` empty.
 Status ReadFileBytes(const std::string& path, std::string& bytes);
 
-// Whether two paths (UTF-8) name one file, links included. A file that does not exist is like its own name
-// only.
+// Returns whether two paths (UTF-8) name one file, also through links. A file that does not exist equals only
+// its own name.
 bool IsSameFile(const std::string& left, const std::string& right);
 
 }  // namespace TamLogClient

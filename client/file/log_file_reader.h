@@ -1,6 +1,7 @@
 #pragma once
 
-// Reads a copy of the log file with ordinary reads, on any operating system. Nothing is written or locked.
+// Reads a copied log file with ordinary reads, on any operating system. Nothing is written or locked. May be
+// called from any thread.
 
 #include <string>
 
@@ -10,14 +11,14 @@
 namespace TamLogClient {
 
 struct LogFileContents {
-  Status status = Status::Ok;  // Damaged: `snapshot` holds what could be read all the same
-  std::string remark;          // for Damaged: what is wrong, one sentence without a full stop
+  Status status = Status::Ok;  // Damaged: `snapshot` holds what could be read
+  std::string remark;          // for Damaged: what is wrong, a sentence without a full stop
   LogSnapshot snapshot;
 };
 
-// Reads the whole file at `path` (UTF-8), or a pipe to its end. NotFound, AccessDenied and SystemError leave
-// the snapshot empty. A file that is short, or whose header makes no sense, gives the messages that are there
-// and Damaged.
+// Reads the whole file at `path` (UTF-8), or a pipe to its end. NotFound, NotAFile (a directory),
+// AccessDenied and SystemError leave the snapshot empty. A file that is too short or whose header is not
+// valid is Damaged; the snapshot then holds the messages that could be read.
 LogFileContents ReadLogFile(const std::string& path);
 
 }  // namespace TamLogClient

@@ -7,6 +7,7 @@
 #include <unordered_set>
 #include <utility>
 
+#include "client/log/ring.h"
 #include "client/message/log_message_view.h"
 #include "client/message/time_text.h"
 
@@ -15,7 +16,7 @@ namespace TamLogClient {
 namespace {
 
 constexpr std::uint64_t kSlotSize = sizeof(LogMessage);
-// The padding behind the last message of a cut file may be missing.
+// The padding after the last message of a cut file may be missing.
 constexpr std::uint64_t kNeeded = offsetof(LogMessage, padding);
 
 bool IsBlank(const LogMessageBody& body) {
@@ -27,20 +28,21 @@ bool HasEnds(const LogMessageView& view) {
   return view.Source().size() < kTextSize && view.Text().size() < kTextSize;
 }
 
-// Years that a clock may show: below, the words of a time that is read at the wrong offset pass for one.
+// The years that a clock may show. Earlier ones would let bytes read at a wrong offset pass for a time.
 bool IsPlausibleTime(const TimeWords& words) {
   constexpr std::int16_t kFirstYear = 1601;
   constexpr std::int16_t kLastYear = 9999;
   return words[0] >= kFirstYear && words[0] <= kLastYear && IsRealTime(words);
 }
 
-// What stands behind an end that is there stays as it is.
-void EndText(char (&text)[kTextSize]) {
+// Terminates the text if it is not. The bytes after an existing terminator stay unchanged.
+void CutText(char (&text)[kTextSize]) {
   if (std::memchr(&text[0], '\0', kTextSize) == nullptr) text[kTextSize - 1] = '\0';
 }
 
-// Why the bytes of a slot are no message; nothing when they are. One flaw is forgiven to what otherwise looks
-// like a message: senders do write texts without end, and a text can be read whatever became of the type.
+// Returns why the bytes of a slot are not a message; nothing when they are. One flaw is accepted in what
+// otherwise looks like a message: senders do write unterminated texts, and a text can be read whatever became
+// of the type.
 std::optional<LossReason> Judge(const LogMessage& message) {
   const LogMessageView view(message);
   if (IsBlank(message.body)) return LossReason::Blank;
@@ -78,13 +80,13 @@ class Planner {
 
 void Planner::Save(std::uint64_t offset, const LogMessage& message) {
   const LogMessageView view(message);
-  const bool endTexts = !HasEnds(view);
-  const bool giveType = view.Type() >= kMessageTypes;
-  plan.oldestFirst.push_back({offset, TimeKey(message.body), endTexts, giveType});
-  if (endTexts) ++plan.mended;
-  if (giveType) ++plan.retyped;
-  if ((endTexts || giveType) && plan.changes.size() < options.most)
-    plan.changes.push_back({offset, endTexts, giveType, view.Type(), view.Type() % kMessageTypes});
+  const bool cutTexts = !HasEnds(view);
+  const bool changeType = view.Type() >= kMessageTypes;
+  plan.oldestFirst.push_back({offset, TimeKey(message.body), cutTexts, changeType});
+  if (cutTexts) ++plan.textsCut;
+  if (changeType) ++plan.typesChanged;
+  if ((cutTexts || changeType) && plan.changes.size() < options.most)
+    plan.changes.push_back({offset, cutTexts, changeType, view.Type(), view.Type() % kMessageTypes});
 }
 
 void Planner::Lose(std::uint64_t offset, std::uint64_t bytes, std::uint64_t slots, LossReason reason) {
@@ -104,18 +106,18 @@ void Planner::TakeSlots(const std::vector<std::uint32_t>& slots) {
   }
 }
 
-// Messages that the ring holds by its header and the file does not.
+// Counts the messages that the header claims and the file does not contain.
 void Planner::CountMissing() {
   const auto held = static_cast<std::uint64_t>(image.Header().messageCount);
   const std::uint64_t there = image.RingSlots().size();
   if (held > there) Lose(image.Size(), 0, held - there, LossReason::Missing);
 }
 
-// Hard to meet by accident: a date with its seven words, a type, and two texts with their ends.
+// Checks for what rarely occurs by accident: a date of seven words, a type, and two terminated texts.
 bool Planner::LooksLikeMessage(std::uint64_t offset) const {
   const std::string_view bytes = image.Bytes();
   if (offset + kNeeded > bytes.size()) return false;
-  // The bytes that rule out nearly every offset come first: carving looks at each.
+  // Carving calls this for every offset, so the checks that fail most often come first.
   std::uint32_t type = 0;
   std::memcpy(&type, bytes.data() + offset + kTypeOffset, sizeof(type));
   if (type >= kMessageTypes) return false;
@@ -132,15 +134,11 @@ std::optional<std::uint64_t> Planner::NextMessage(std::uint64_t from, std::uint6
 }
 
 bool Planner::InRing(std::uint64_t offset) const {
-  if (!plan.headerTrusted || offset < kSlotsOffset || (offset - kSlotsOffset) % kSlotSize != 0) return false;
-  const LogFileHeader& header = image.Header();
-  const auto slot = static_cast<std::int64_t>((offset - kSlotsOffset) / kSlotSize);
-  const std::int64_t age =
-      slot < header.nextSlot ? header.nextSlot - slot : header.nextSlot - slot + header.maxMessages;
-  return slot < header.maxMessages && age <= header.messageCount;
+  const auto slot = LogFileImage::SlotAtOffset(offset);
+  return plan.headerTrusted && slot && HoldsMessage(image.Header(), *slot);
 }
 
-// Messages that the header does not count: cleared, or cut off by a header that is wrong and makes sense.
+// Counts messages that the header does not: cleared ones, or those that a wrong but sound header leaves out.
 void Planner::CountOutside() {
   for (std::uint64_t slot = 0; slot < image.SlotsThere(); ++slot) {
     const std::uint64_t offset = LogFileImage::OffsetOf(slot);
@@ -148,19 +146,19 @@ void Planner::CountOutside() {
   }
 }
 
-// Judges the bytes at `offset`, where a message is expected, and returns where the next one is. A message
-// within them shows that bytes are missing or were added; it is believed more than the grid.
+// Judges the bytes at `offset`, where a message is expected, and returns the offset of the next one. A
+// message that begins within them shows that bytes were lost or added; it outweighs the grid of slots.
 std::uint64_t Planner::CarveAt(std::uint64_t offset) {
   const LogMessage message = image.At(offset);
   const std::uint64_t rest = image.Size() - offset;
   const bool looksWhole = LooksLikeMessage(offset);
-  // A message that lost bytes may still look like one, and would swallow the beginning of the next.
+  // A message that lost bytes may still look whole, and would swallow the beginning of the next.
   if (looksWhole && LooksLikeMessage(offset + kSlotSize)) {
     Save(offset, message);
     return offset + kSlotSize;
   }
   if (const auto next = NextMessage(offset + 1, offset + kSlotSize)) {
-    // What is missing may be nothing but padding and number, which stand between two messages.
+    // Perhaps only the padding and the number between the two messages are missing.
     if (looksWhole && *next - offset >= sizeof(LogMessageBody)) {
       Save(offset, message);
       return *next;
@@ -172,8 +170,8 @@ std::uint64_t Planner::CarveAt(std::uint64_t offset) {
     Save(offset, message);
     return offset + kSlotSize;
   }
-  // Without a date only its place tells a message from other bytes.
-  const bool onGrid = offset % kSlotSize == kSlotsOffset % kSlotSize ||
+  // Without a date, only its place distinguishes a message from other bytes.
+  const bool onGrid = LogFileImage::SlotAtOffset(offset) ||
                       (!plan.oldestFirst.empty() && plan.oldestFirst.back().offset + kSlotSize == offset);
   auto reason = rest < kNeeded ? std::optional(LossReason::Missing) : Judge(message);
   if (!reason && !onGrid) reason = LossReason::NotMessage;
@@ -186,14 +184,14 @@ std::uint64_t Planner::CarveAt(std::uint64_t offset) {
 }
 
 void Planner::Carve() {
-  // Bytes may have gone before the first slot.
+  // Bytes before the first slot may have been lost.
   std::uint64_t offset = kSlotsOffset;
   if (!LooksLikeMessage(offset)) offset = NextMessage(0, kSlotsOffset).value_or(offset);
   while (offset < image.Size()) offset = CarveAt(offset);
 }
 
-// Messages with equal times keep the order of their arrival: those of the ring in its order, what was carved
-// before them.
+// Sorts by time. Messages with equal times keep the order of their arrival: carved ones first, then those of
+// the ring in its order.
 void Planner::PutInOrder() {
   std::vector<SavedMessage>& all = plan.oldestFirst;
   const auto ring = std::stable_partition(
@@ -220,8 +218,8 @@ void Planner::LeaveOutRepeated() {
   plan.oldestFirst.erase(gone, plan.oldestFirst.end());
 }
 
-// A server keeps the messages only at the capacity that it is set to, so the file's own is kept when it can
-// be told: from a header that fits the file, or else from the file's size.
+// Returns the file's own capacity, because a server keeps the messages only at the capacity it is set to:
+// from a header that fits the file, or else from the file's size.
 std::uint32_t Planner::Capacity() const {
   const auto bySize =
       std::clamp<std::uint64_t>(image.SlotsThere(), 1, std::numeric_limits<std::int32_t>::max());
@@ -260,13 +258,13 @@ const char* ReasonText(LossReason reason) {
     case LossReason::Blank:
       return "zeros only";
     case LossReason::TextEnds:
-      return "a text does not end, and the time is no date";
+      return "a text is unterminated and the time is not a date";
     case LossReason::KnownType:
-      return "its type does not exist, and nothing else says that it was a message";
+      return "its type does not exist and nothing else identifies a message";
     case LossReason::Missing:
-      return "behind the end of the file";
+      return "after the end of the file";
     case LossReason::NotMessage:
-      return "no message";
+      return "not a message";
   }
   return "unknown reason";
 }
@@ -277,11 +275,11 @@ RepairPlan PlanRepair(const LogFileImage& image, const RepairOptions& options) {
 
 LogMessage SavedMessageOf(const LogFileImage& image, const SavedMessage& saved) {
   LogMessage message = image.At(saved.offset);
-  if (saved.endTexts) {
-    EndText(message.body.source);
-    EndText(message.body.text);
+  if (saved.cutTexts) {
+    CutText(message.body.source);
+    CutText(message.body.text);
   }
-  if (saved.giveType) message.body.type %= kMessageTypes;
+  if (saved.changeType) message.body.type %= kMessageTypes;
   return message;
 }
 

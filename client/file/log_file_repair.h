@@ -1,13 +1,13 @@
 #pragma once
 
 // Finds the messages that can be saved from a log file that is damaged, cut, grown, shifted or reversed, and
-// puts them in an order that a server accepts. Nothing is written here: what was found goes to WriteLogFile.
+// puts them in an order that a server accepts. It only plans: WriteLogFile writes the messages of the plan.
 //
-// There is no checksum: a message is taken as it lies there when its texts end, its type exists and it is not
-// blank. Bytes that were changed within these bounds are not noticed. One flaw is forgiven to what has the
-// date of a message: a text without end is cut, and of a type that does not exist the two lowest bits are
-// kept. That is the type it had if bits above were flipped, and if not, the text is still worth more than the
-// number.
+// The format has no checksum. A message is saved unchanged when its texts are terminated, its type exists and
+// it is not blank; bytes that changed within these bounds go unnoticed. When the bytes carry the date of a
+// message, one flaw is fixed: an unterminated text is cut, and a type that does not exist keeps its two
+// lowest bits. Those are the original type if higher bits were flipped, and otherwise the text is still worth
+// more than the number.
 
 #include <cstddef>
 #include <cstdint>
@@ -19,67 +19,67 @@
 namespace TamLogClient {
 
 struct RepairOptions {
-  // Also messages outside the ring, which a reformat or a clear leaves in their slots, and messages that
-  // moved because the file lost or won bytes.
+  // Also saves messages outside the ring, which a reformat or a clear leaves in their slots, and messages
+  // that moved because the file lost or gained bytes.
   bool carve = false;
-  // Leaves out a message of which all 546 bytes were met before: a server that inserts into a reversed ring
+  // Leaves out messages whose 546 bytes all repeat an earlier one: a server that inserts into a reversed ring
   // writes some twice.
   bool unique = false;
-  std::size_t most = 20;  // losses, and changes, that are listed; all are counted
+  std::size_t most = 20;  // losses, and as many changes, that are listed; all are counted
 };
 
 enum class LossReason : std::uint8_t {
   Blank,       // zeros only
-  TextEnds,    // text or source has no end, and nothing says that it was a message
-  KnownType,   // the type does not exist, and nothing says that it was a message
-  Missing,     // behind the end of the file
-  NotMessage,  // bytes between messages that are none
+  TextEnds,    // text or source is unterminated, and nothing else identifies a message
+  KnownType,   // the type does not exist, and nothing else identifies a message
+  Missing,     // after the end of the file
+  NotMessage,  // bytes between messages
 };
 
-// A short English phrase, for example "its type does not exist".
+// Returns a short English phrase without a full stop, for example "zeros only".
 const char* ReasonText(LossReason reason);
 
 struct RepairLoss {
   std::uint64_t offset = 0;  // where it begins in the file
   std::uint64_t bytes = 0;
-  std::uint64_t slots = 0;  // how many messages at most that were
+  std::uint64_t slots = 0;  // messages lost, at most
   LossReason reason = LossReason::Blank;
 };
 
 struct SavedMessage {
   std::uint64_t offset = 0;  // in the file
   std::uint64_t key = 0;
-  bool endTexts = false;  // a text without its end: its last byte becomes one
-  bool giveType = false;  // a type that does not exist: its two lowest bits are kept
+  bool cutTexts = false;    // an unterminated text: its last byte becomes a zero
+  bool changeType = false;  // a type that does not exist keeps its two lowest bits
 };
 
-// What is different in a message that was saved.
+// A change to a message that was saved.
 struct Change {
   std::uint64_t offset = 0;
-  bool endTexts = false;
-  bool giveType = false;
-  std::uint32_t seenType = 0;
-  std::uint32_t givenType = 0;
+  bool cutTexts = false;
+  bool changeType = false;
+  std::uint32_t oldType = 0;
+  std::uint32_t newType = 0;
 };
 
 struct RepairPlan {
   std::vector<SavedMessage> oldestFirst;
   std::uint64_t fromRing = 0;      // the rest was carved
-  std::uint64_t mended = 0;        // texts that were given an end
-  std::uint64_t retyped = 0;       // types that did not exist
+  std::uint64_t textsCut = 0;      // unterminated texts that were cut
+  std::uint64_t typesChanged = 0;  // types that did not exist and were changed
   std::uint64_t repeated = 0;      // left out because of `unique`
-  std::uint64_t outside = 0;       // left where they are: messages in slots outside the ring, without `carve`
+  std::uint64_t outside = 0;       // messages in slots outside the ring, not saved without `carve`
   std::uint64_t lost = 0;          // messages at most
   std::vector<RepairLoss> losses;  // the first of them
-  std::vector<Change> changes;     // the first of those that were mended or retyped
-  bool headerTrusted = false;      // otherwise every slot of the file was looked at
-  std::uint32_t capacity = 1;      // of the damaged file, as far as it can be told
+  std::vector<Change> changes;     // the first of them
+  bool headerTrusted = false;      // false: every slot of the file was searched
+  std::uint32_t capacity = 1;      // of the damaged file, or the best guess
 };
 
-// Memory: 24 bytes a message beside the image.
+// Plans the repair of `image`. Needs 24 bytes of memory a message in addition to the image.
 RepairPlan PlanRepair(const LogFileImage& image, const RepairOptions& options = {});
 
-// The message as it is to be written.
+// Returns a message of the plan as it is to be written. `image` is the one that was planned for.
 LogMessage SavedMessageOf(const LogFileImage& image, const SavedMessage& saved);
 
 }  // namespace TamLogClient

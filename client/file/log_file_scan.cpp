@@ -11,7 +11,7 @@
 
 #include "client/file/file_path.h"
 #include "client/file/read_ahead.h"
-#include "client/log/log_tail.h"
+#include "client/log/ring.h"
 #include "client/message/log_message_view.h"
 
 namespace TamLogClient {
@@ -25,9 +25,7 @@ bool ReadAt(std::ifstream& file, std::uint64_t offset, void* to, std::size_t byt
 }
 
 bool HeaderFits(const LogFileHeader& header, std::uint64_t bytes) {
-  return header.maxMessages > 0 && header.messageCount >= 0 && header.messageCount <= header.maxMessages &&
-         header.nextSlot >= 0 && header.nextSlot < header.maxMessages &&
-         bytes == LogFileSize(static_cast<std::uint64_t>(header.maxMessages));
+  return RingIsSound(header) && bytes == LogFileSize(static_cast<std::uint64_t>(header.maxMessages));
 }
 
 // A survey of some of a file's messages, and the times at its ends.
@@ -43,7 +41,7 @@ struct PartSurvey : LogFileSurvey {
   }
 };
 
-// In pieces that stay in a processor's cache while they are looked at.
+// Reads pieces that fit into a processor's cache while they are examined.
 std::optional<PartSurvey> SurveyPart(LogFileScan& scan, std::uint32_t from, std::uint32_t to) {
   constexpr std::uint32_t kPiece = 512;
   PartSurvey part;
@@ -64,7 +62,7 @@ bool LogFileScan::Open(const std::string& path) {
   place = path;
   std::error_code error;
   const auto bytes = std::filesystem::file_size(PathOf(path), error);
-  if (error) return false;  // what is read from a pipe here would be missing in the next attempt
+  if (error) return false;  // a pipe: what is read here would be missing in the next attempt
   file.open(PathOf(path), std::ios::binary);
   return file.is_open() && ReadAt(file, 0, &header, sizeof(header)) && HeaderFits(header, bytes);
 }
@@ -94,7 +92,7 @@ bool LogFileScan::ForEach(const std::function<bool(const LogMessage&)>& take, st
 }
 
 std::optional<LogFileSurvey> LogFileScan::Survey() const {
-  // A stream has one place to read at: each part has one of its own.
+  // A stream has one read position, so each part opens the file for itself.
   const auto survey = [this](std::uint32_t from, std::uint32_t to) -> std::optional<PartSurvey> {
     LogFileScan own;
     if (!own.Open(place) || std::memcmp(&own.header, &header, sizeof(header)) != 0) return std::nullopt;

@@ -1,6 +1,6 @@
 #pragma once
 
-// The newest part of a copied log, read with ordinary reads.
+// Reads the newest part of a copied log with ordinary reads.
 
 #include <cstddef>
 #include <string>
@@ -9,8 +9,8 @@
 
 namespace TamLogClient {
 
-// Reads the newest `count` messages of the file at `path` (UTF-8). False when the file cannot be read or is
-// not as it should be: ReadLogFile then says why.
+// Reads the newest `count` messages of the file at `path` (UTF-8). Returns false when the file cannot be read
+// or its header or size is not right: ReadLogFile then says why.
 bool ReadLogFileTail(const std::string& path, std::size_t count, LogTail& tail);
 
 }  // namespace TamLogClient

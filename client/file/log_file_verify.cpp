@@ -5,6 +5,7 @@
 #include <string_view>
 #include <utility>
 
+#include "client/log/ring.h"
 #include "client/message/log_message_view.h"
 #include "client/message/time_text.h"
 
@@ -77,7 +78,7 @@ void Verifier::CheckHeader() {
   if (options.live) return;
   if (header.readCount != 0)
     NoteNumber(FileRule::ReadersInside, offsetof(LogFileHeader, readCount), "readCount", header.readCount,
-               "0 in a file at rest");
+               "0 in a closed file");
   if (header.serverRunning != 0) {
     NoteNumber(FileRule::NotClosed, offsetof(LogFileHeader, serverRunning), "serverRunning",
                header.serverRunning, "0 in a file that its server has closed");
@@ -87,16 +88,13 @@ void Verifier::CheckHeader() {
 void Verifier::CheckSlotsInFile() {
   const LogFileHeader& header = image.Header();
   const auto there = static_cast<std::int64_t>(image.SlotsThere());
-  const auto gone = [there](std::int64_t from, std::int64_t to) {
-    return std::max<std::int64_t>(0, to - std::max(from, there));
-  };
-  const std::int64_t first = std::int64_t{header.nextSlot} - header.messageCount;
-  const std::int64_t missing = gone(std::max<std::int64_t>(first, 0), header.nextSlot) +
-                               (first < 0 ? gone(first + header.maxMessages, header.maxMessages) : 0);
+  std::int64_t missing = 0;
+  for (const SlotRun& run : NewestRuns(header, header.messageCount))
+    missing += std::max<std::int64_t>(0, run.end - std::max(run.begin, there));
   if (missing == 0) return;
   Note(FileRule::SlotsInFile, static_cast<std::uint32_t>(there), image.Size(),
-       std::to_string(missing) + " slots of messages behind the file's end",
-       "all of the ring's " + std::to_string(header.messageCount) + " in the file");
+       std::to_string(missing) + (missing == 1 ? " message" : " messages") + " after the end of the file",
+       "all of the ring's " + std::to_string(header.messageCount) + " inside the file");
 }
 
 void Verifier::CheckSize() {
@@ -114,7 +112,7 @@ void Verifier::CheckNames() {
     const std::string_view whole(names.name[i], kLockNameSize);
     if (whole.find('\0') != std::string_view::npos) continue;
     Note(FileRule::LockNames, std::nullopt, kLockNamesOffset + i * kLockNameSize,
-         "lock name " + std::to_string(i) + " without a zero", "a zero within its 64 bytes");
+         "lock name " + std::to_string(i) + " without a zero byte", "a zero byte within its 64 bytes");
   }
 }
 
@@ -122,19 +120,21 @@ void Verifier::CheckMessage(std::uint32_t slot, const LogMessage& message) {
   const LogMessageView view(message);
   const std::uint64_t start = LogFileImage::OffsetOf(slot);
   if (!IsRealTime(WordsOf(message.body)))
-    Note(FileRule::ImpossibleDate, slot, start + kTimeOffset, TimeOf(message), "a date and time of day");
+    Note(FileRule::ImpossibleDate, slot, start + kTimeOffset, TimeOf(message),
+         "a date of the calendar and a time of day");
   if (view.Text().size() == kTextSize)
-    Note(FileRule::TextEnds, slot, start + kTextOffset, "a text without a zero",
-         "a zero within its 257 bytes");
+    Note(FileRule::TextEnds, slot, start + kTextOffset, "a text without a zero byte",
+         "a zero byte within its 257 bytes");
   if (view.Source().size() == kTextSize)
-    Note(FileRule::SourceEnds, slot, start + kSourceOffset, "a source without a zero",
-         "a zero within its 257 bytes");
+    Note(FileRule::SourceEnds, slot, start + kSourceOffset, "a source without a zero byte",
+         "a zero byte within its 257 bytes");
   if (view.Type() >= kMessageTypes)
     Note(FileRule::KnownType, slot, start + kTypeOffset, "type " + std::to_string(view.Type()), "0 to 3");
 }
 
-// A full rewrite lays a block into all slots, a compaction from slot 0 on: what is left of such a block
-// touches the last slot or the first, or is too long to be one message with a wrong date.
+// Returns whether a server left the stretch. A full rewrite fills all slots with it, a compaction those from
+// slot 0 on: the rest of such a block touches the last slot or the first, or is too long for one message with
+// a wrong date.
 bool Verifier::MadeByAServer(const std::vector<std::uint32_t>& slots, std::size_t stretch) const {
   constexpr std::size_t kNoAccident = 3;
   return stretch >= kNoAccident || slots[0] == 0 ||
@@ -178,11 +178,11 @@ void Verifier::CheckDuplicates(const std::vector<std::uint32_t>& slots) {
     if (!(entries[i].identity == entries[i - 1].identity)) continue;
     const std::uint32_t slot = slots[entries[i].place];
     Note(FileRule::Duplicate, slot, LogFileImage::OffsetOf(slot),
-         "the bytes of slot " + std::to_string(slots[entries[i - 1].place]) + " once more", "each once");
+         "the same bytes as slot " + std::to_string(slots[entries[i - 1].place]), "each message once");
   }
 }
 
-// The number 0 is given to every message of a full rewrite, so it may repeat.
+// Every message of a full rewrite has the number 0, so 0 may repeat.
 void Verifier::CheckSequences(const std::vector<std::uint32_t>& slots) {
   std::vector<std::pair<std::uint64_t, std::uint32_t>> numbers;
   numbers.reserve(slots.size());
@@ -198,8 +198,9 @@ void Verifier::CheckSequences(const std::vector<std::uint32_t>& slots) {
   for (std::size_t i = 1; i < numbers.size(); ++i) {
     if (numbers[i].first != numbers[i - 1].first) continue;
     Note(FileRule::SequenceOrder, numbers[i].second, LogFileImage::OffsetOf(numbers[i].second),
-         "number " + std::to_string(numbers[i].first) + " like slot " + std::to_string(numbers[i - 1].second),
-         "each once, but for 0");
+         "number " + std::to_string(numbers[i].first) + ", as in slot " +
+             std::to_string(numbers[i - 1].second),
+         "each number once, except 0");
   }
 }
 

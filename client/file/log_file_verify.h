@@ -1,10 +1,11 @@
 #pragma once
 
-// Says what is wrong with a log file, and whether a server would take it over as it is: a server that finds
-// one rule broken empties the whole file, without a word to readers.
+// Verifies a log file: finds everything that breaks a rule of the format, and decides whether a server would
+// keep the messages. A server that finds one rule broken at its start empties the whole file without telling
+// readers.
 //
-// Damage is what no server writes. What a server does write, although it is odd (a ring laid down newest
-// first, numbers given twice), and what senders may hand in (impossible dates), are remarks.
+// Damage is what no server writes. Oddities that a server does write (a ring written newest first, repeated
+// numbers) or that senders may submit (impossible dates) are remarks.
 
 #include <array>
 #include <cstddef>
@@ -24,20 +25,20 @@ enum class FileRule : std::uint8_t {
   InsideRing,      // messageCount <= maxMessages and nextSlot < maxMessages
   SlotsInFile,     // every slot that holds a message lies in the file
   NewestFirst,     // from the newest message to the oldest the time keys never rise
-  TextEnds,        // the text ends with a zero inside its field
-  SourceEnds,      // and so does the source
+  TextEnds,        // the text is terminated inside its field
+  SourceEnds,      // and so is the source
   KnownType,       // the type is one of the four
   // Remarks.
-  ReversedBlock,   // the oldest part of the ring lies newest first: a server made it, and does not accept it
-  ImpossibleDate,  // no date of the calendar or time of the day
-  Duplicate,       // the 546 bytes of another message once more
-  SequenceOrder,   // a number that is given twice, or not yet
-  BytesAfterEnd,   // the file is longer than its capacity asks for
-  EmptySlotsGone,  // the file is shorter than that, but only slots without messages are missing
-  ReadersInside,   // readCount is not 0
+  ReversedBlock,   // the oldest part of the ring is newest first: a server wrote it, and does not accept it
+  ImpossibleDate,  // not a date of the calendar and time of day
+  Duplicate,       // the same 546 bytes as another message
+  SequenceOrder,   // a number that repeats, or that the server has not assigned yet
+  BytesAfterEnd,   // the file is longer than its capacity needs
+  EmptySlotsGone,  // the file is shorter, but only slots without messages are missing
+  ReadersInside,   // readCount is not 0; a server sets it itself before it checks the file
   NotClosed,       // serverRunning is not 0
-  LockNames,       // a lock name does not end inside its field
-  EmptyFile,       // no bytes at all: a server makes a new log of it
+  LockNames,       // a lock name is not terminated inside its field
+  EmptyFile,       // no bytes: a server makes a new log of it
 };
 inline constexpr std::size_t kFileRules = 18;
 
@@ -45,12 +46,12 @@ constexpr bool IsRemark(FileRule rule) {
   return rule >= FileRule::ReversedBlock;
 }
 
-// The name that reports and scripts use, for example "newest-first". It never changes.
+// Returns the name that reports and scripts use, for example "newest-first". It never changes.
 const char* RuleName(FileRule rule);
 
 struct FileFinding {
   FileRule rule = FileRule::HeaderComplete;
-  std::optional<std::uint32_t> slot;  // nothing when it is about the file as a whole
+  std::optional<std::uint32_t> slot;  // nothing: about the file as a whole
   std::uint64_t offset = 0;           // of the field, in the file
   std::string seen;
   std::string allowed;
@@ -58,7 +59,7 @@ struct FileFinding {
 
 struct VerifyOptions {
   std::size_t most = 20;  // findings of one rule that are listed; all are counted
-  bool live = false;      // the log of a running server: readers inside and the running mark are as usual
+  bool live = false;      // the log of a running server: ReadersInside and NotClosed are not checked
 };
 
 struct VerifyReport {
@@ -71,12 +72,12 @@ struct VerifyReport {
   std::uint64_t Count(FileRule rule) const { return count[static_cast<std::size_t>(rule)]; }
   std::uint64_t Damage() const;
   std::uint64_t Remarks() const;
-  // A server would keep the messages. Damage is never accepted, and a reversed block is not either.
+  // Returns whether a server would keep the messages. It accepts neither damage nor a reversed block.
   bool Accepted() const { return Damage() == 0 && Count(FileRule::ReversedBlock) == 0; }
 };
 
-// Checks everything and goes on after each finding. The server's own reader count, which it sets before it
-// checks, is left out. Memory: 28 bytes a message beside the image.
+// Checks every rule and continues after each finding. Needs 28 bytes of memory a message in addition to the
+// image.
 VerifyReport VerifyLogFile(const LogFileImage& image, const VerifyOptions& options = {});
 
 }  // namespace TamLogClient

@@ -21,8 +21,8 @@ bool IsThere(const std::string& path) {
   return fs::exists(fs::symlink_status(PathOf(path), error));
 }
 
-// A name that nothing has yet. Two programs that write the same target at once are kept apart by the second
-// finding the first one's file.
+// Returns an unused name, or nothing after 1000 tries. Of two programs that write the same target, the second
+// finds the file of the first and takes another name.
 std::string TemporaryName(const std::string& target) {
   constexpr int kTries = 1000;
   for (int i = 0; i < kTries; ++i) {
@@ -30,11 +30,6 @@ std::string TemporaryName(const std::string& target) {
     if (!IsThere(name)) return name;
   }
   return {};
-}
-
-Status StatusOf(int error) {
-  if (error == ENOENT || error == ENOTDIR) return Status::NotFound;
-  return error == EACCES || error == EPERM ? Status::AccessDenied : Status::SystemError;
 }
 
 template <typename Record>
@@ -56,15 +51,16 @@ Status AtomicFile::Open(const std::string& path, bool overwrite) {
   const auto kind = fs::status(PathOf(path), error).type();
   const bool known = kind != fs::file_type::none && kind != fs::file_type::unknown;
   const bool isFile = kind == fs::file_type::regular || kind == fs::file_type::not_found;
-  // A device would not be written but lose its name.
-  if ((known && !isFile) || (!overwrite && IsThere(path))) return Status::BadValue;
+  // Renaming over a device would replace it, not write to it.
+  if (known && !isFile) return Status::NotAFile;
+  if (!overwrite && IsThere(path)) return Status::Exists;
   target = path;
   mayOverwrite = overwrite;
   std::string name = TemporaryName(path);
   if (name.empty()) return Status::SystemError;
   errno = 0;
   file.open(PathOf(name), std::ios::binary | std::ios::trunc);
-  if (!file) return StatusOf(errno);
+  if (!file) return StatusOfErrno(errno);
   temporary = std::move(name);
   return Status::Ok;
 }
@@ -79,7 +75,7 @@ Status AtomicFile::Commit() {
   const bool whole = file.good();
   file.close();
   if (!whole || file.fail()) return Status::SystemError;
-  if (!mayOverwrite && IsThere(target)) return Status::BadValue;
+  if (!mayOverwrite && IsThere(target)) return Status::Exists;
   std::error_code error;
   fs::rename(PathOf(temporary), PathOf(target), error);
   if (error) return error == std::errc::permission_denied ? Status::AccessDenied : Status::SystemError;
@@ -104,7 +100,7 @@ Status WriteLogFile(const std::string& path, std::uint64_t count, const MessageA
   bool good = file.Write(BytesOf(header)) && file.Write(BytesOf(names));
   std::uint64_t key = 0;
   for (std::uint64_t i = 0; good && i < count; ++i) {
-    if (goOn && !goOn(i)) return Status::SystemError;
+    if (goOn && !goOn(i)) return Status::Interrupted;
     LogMessage message = messageAt(i);
     const LogMessageView view(message);
     if (view.Damaged() || view.Key() < key) return Status::BadValue;
@@ -114,7 +110,7 @@ Status WriteLogFile(const std::string& path, std::uint64_t count, const MessageA
   }
   const LogMessage empty{};
   for (std::uint64_t i = count; good && i < capacity; ++i) {
-    if (goOn && !goOn(i)) return Status::SystemError;
+    if (goOn && !goOn(i)) return Status::Interrupted;
     good = file.Write(BytesOf(empty));
   }
   return good ? file.Commit() : Status::SystemError;

@@ -1,7 +1,7 @@
 #pragma once
 
-// Writes files so that nobody ever sees half of one: into a new file beside the target, which takes its name
-// once it is whole.
+// Writes files so that no other program ever sees half of one: into a temporary file in the same directory,
+// which is renamed when it is complete.
 
 #include <cstdint>
 #include <fstream>
@@ -14,23 +14,23 @@
 
 namespace TamLogClient {
 
-// A file that comes into being as a whole or not at all. One thread at a time.
+// A file that appears complete or not at all. One thread at a time.
 class AtomicFile {
  public:
   AtomicFile() = default;
-  ~AtomicFile();  // what was not committed is removed
+  ~AtomicFile();  // removes the temporary file unless it was committed
   AtomicFile(const AtomicFile&) = delete;
   AtomicFile& operator=(const AtomicFile&) = delete;
 
-  // `path` in UTF-8. BadValue when something of this name is there and may not be overwritten, or is no file;
-  // NotFound when
-  // its directory does not exist.
+  // `path` in UTF-8. NotAFile for a directory or a device; Exists for a file that may not be overwritten;
+  // NotFound when the directory does not exist.
   Status Open(const std::string& path, bool overwrite);
 
-  // False once a write has failed.
+  // Returns false once a write has failed.
   bool Write(std::string_view bytes);
 
-  // Gives the file its name. Otherwise nothing is left of it.
+  // Gives the file its name; unless the result is Ok, nothing is left of it. Exists when another program has
+  // meanwhile written a file of this name that may not be overwritten.
   Status Commit();
 
  private:
@@ -40,15 +40,16 @@ class AtomicFile {
   std::ofstream file;
 };
 
-// Gives message `index`, from 0 for the oldest. It passes the rules of the format.
+// Returns message `index`, from 0 for the oldest. The message must not break a rule of the format.
 using MessageAt = std::function<LogMessage(std::uint64_t index)>;
 
-// Told before each slot is written; false ends the writing.
+// Called before each slot is written; false ends the writing.
 using GoOn = std::function<bool(std::uint64_t slot)>;
 
 // Writes a log file of `capacity` slots with `count` messages, which are in time order, oldest first. They
-// are numbered from 0 on. BadValue, besides the above, when they do not fit, or when one of them would make a
-// server empty the file, and SystemError when `goOn` ends it: nothing is left then.
+// are numbered from 0. Returns the statuses of AtomicFile; BadValue when the messages do not fit, or when
+// one of them would make a server empty the file; Interrupted when `goOn` returned false. Unless the result
+// is Ok, nothing is left of the file.
 Status WriteLogFile(const std::string& path, std::uint64_t count, const MessageAt& messageAt,
                     std::uint32_t capacity, bool overwrite, const GoOn& goOn = {});
 

@@ -7,7 +7,7 @@
 namespace TamLogClient {
 
 ReadAhead::ReadAhead(LogFileScan& file, std::uint32_t from) : scan(file), position(from) {
-  // Here, where memory that is not there can be told.
+  // Allocated here, where the caller sees a std::bad_alloc.
   for (auto& piece : pieces) piece.reserve(std::min(kPieceSize, scan.MessageCount()));
   reader = std::thread([this] { ReadAll(); });
 }
@@ -42,7 +42,7 @@ void ReadAhead::ReadAll() {
   End(true);
 }
 
-// False when no more is wanted. The piece taken last may still be in use.
+// Returns false when reading is to end. The piece taken last may still be in use.
 bool ReadAhead::WaitForRoom() {
   std::unique_lock access(lock);
   changed.wait(access, [this] { return read + 1 < taken + kPieces || ended; });

@@ -1,6 +1,7 @@
 #pragma once
 
-// Reads the messages of a log file in a thread of its own, some pieces ahead of the thread that takes them.
+// Reads the messages of a log file in a thread of its own, up to four pieces ahead of the thread that uses
+// them. The public functions belong to that one thread.
 
 #include <array>
 #include <condition_variable>
@@ -18,18 +19,19 @@ class LogFileScan;
 
 class ReadAhead {
  public:
-  // From position `from` of the ring order on. The scan must outlive it, and nobody else may read from it.
+  // Reads from position `from` of the ring order on. The scan must outlive this object, and nothing else may
+  // read from it.
   ReadAhead(LogFileScan& file, std::uint32_t from);
 
-  // May come before everything was taken.
+  // Stops reading, even when pieces are left.
   ~ReadAhead();
   ReadAhead(const ReadAhead&) = delete;
   ReadAhead& operator=(const ReadAhead&) = delete;
 
-  // Waits for the next piece, which stays as it is until the next call. Null behind the last one.
+  // Waits for the next piece, which is valid until the next call. Null after the last one.
   const std::vector<LogMessage>* Next();
 
-  // Behind the last one: the file has become shorter, and messages are missing.
+  // After the last piece: returns whether messages are missing because the file has become shorter.
   bool Failed();
 
  private:
@@ -43,7 +45,7 @@ class ReadAhead {
   LogFileScan& scan;
   std::uint32_t position;
 
-  // A piece belongs to the reader until it counts as read, and to who takes it until he asks for the next.
+  // A piece belongs to the reading thread until `read` counts it, then to the caller until its next call.
   std::array<std::vector<LogMessage>, kPieces> pieces;
 
   std::mutex lock;  // guards what follows

@@ -1,5 +1,5 @@
-// The export format of the journal: fields of one message line by line, an empty line behind it. A value that
-// is no plain text has its length in front instead, so that nothing in it can be taken for the end.
+// The journal export format: the fields of a message line by line, then an empty line. A value that is not
+// plain text is preceded by its length, so that nothing in it can be taken for its end.
 
 #include <algorithm>
 
@@ -14,8 +14,7 @@ bool NeedsLength(std::string_view value) {
   while (!value.empty()) {
     const std::size_t length = Utf8SequenceLength(value);
     const auto lead = static_cast<unsigned char>(value[0]);
-    const bool control = (lead < 0x20 && lead != '\t') || lead == 0x7F ||
-                         (length == 2 && lead == 0xC2 && static_cast<unsigned char>(value[1]) < 0xA0);
+    const bool control = (lead < 0x20 && lead != '\t') || lead == 0x7F || BeginsWithUpperControl(value);
     if (length == 0 || control) return true;
     value.remove_prefix(length);
   }
@@ -34,7 +33,8 @@ void GiveLength(std::size_t equalSign, std::string& out) {
   out.insert(equalSign + 1, length, sizeof(length));
 }
 
-// UTF-8 where the text can be read, else its bytes as they are. A terminal gets what it can show.
+// Appends UTF-8 where the text can be read, else its bytes unchanged. For a terminal it appends what can be
+// shown.
 void AppendTextField(std::string_view name, std::string_view text, const FormatOptions& options,
                      std::string& out) {
   out += name;

@@ -39,7 +39,7 @@ void AppendJsonRun(std::string_view utf8, std::string& out) {
   std::size_t done = 0;
   for (std::size_t i = 0; i < utf8.size(); ++i) {
     const auto byte = static_cast<unsigned char>(utf8[i]);
-    const bool upperControl = byte == 0xC2 && static_cast<unsigned char>(utf8[i + 1]) < 0xA0;
+    const bool upperControl = BeginsWithUpperControl(utf8.substr(i));
     if (byte >= 0x20 && byte != '"' && byte != '\\' && byte != 0x7F && !upperControl) continue;
     out += utf8.substr(done, i - done);
     if (upperControl) ++i;
@@ -49,21 +49,21 @@ void AppendJsonRun(std::string_view utf8, std::string& out) {
   out += utf8.substr(done);
 }
 
-// False when bytes could not be read and stand as U+FFFD.
+// Returns false when bytes could not be read and were replaced by U+FFFD.
 bool AppendJsonText(std::string_view text, const TextEncoding& encoding, std::string& out) {
   bool complete = true;
   out += '"';
   encoding.Decode(
       text, [&out](std::string_view utf8) { AppendJsonRun(utf8, out); },
       [&](char /*byte*/) {
-        out += "\xEF\xBF\xBD";
+        out += kReplacement;
         complete = false;
       });
   out += '"';
   return complete;
 }
 
-// The text, and beside it its bytes where they could not be read.
+// Appends the text, and in a field of its own its bytes when some could not be read.
 void AppendJsonTexts(std::string_view name, std::string_view text, const TextEncoding& encoding,
                      std::string& out) {
   if (AppendJsonText(text, encoding, out)) return;

@@ -1,4 +1,4 @@
-// The formats for people: short, full, cat, and the line that a user has laid out.
+// The formats for people: short, full, cat, and the user's template.
 
 #include "client/format/format_parts.h"
 
@@ -28,7 +28,7 @@ void AppendField(Field field, const MessageToFormat& message, const FormatOption
 }  // namespace
 
 // 2026-01-02 03:04:05.678 T2 Camera: text
-// full adds what is rarely asked for:
+// full adds the fields that are rarely needed:
 // 2026-01-02 03:04:05.678 #4711 T2 Camera [origin=... spare=0 tail=...]: text
 void AppendLine(const MessageToFormat& message, const FormatOptions& options, std::string& out) {
   const LogMessageView& view = message.view;
@@ -60,7 +60,7 @@ void AppendLine(const MessageToFormat& message, const FormatOptions& options, st
   out += '\n';
 }
 
-// The bytes as they are stored, unless a terminal shows them or their encoding was stated.
+// Appends the stored bytes unchanged unless the output is a terminal or the encoding was stated.
 void AppendCat(const LogMessageView& message, const FormatOptions& options, std::string& out) {
   const std::string_view text = message.Text();
   if (options.terminal) {

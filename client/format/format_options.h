@@ -1,6 +1,6 @@
 #pragma once
 
-// What a user can choose about the way messages are written.
+// The user's choices for the output of messages.
 
 #include <cstdint>
 #include <optional>
@@ -28,8 +28,8 @@ enum class Format : std::uint8_t {
   Raw
 };
 
-// By the name users type: short, full, cat, json (or ndjson), json-array, csv, tsv, template, export,
-// rfc5424, raw.
+// Returns the format with a name that users type: short, full, cat, json (or ndjson), json-array, csv, tsv,
+// template, export, rfc5424, raw. Nothing for other names.
 std::optional<Format> FormatFromName(std::string_view name);
 
 inline constexpr std::string_view kFormatNames =
@@ -37,11 +37,11 @@ inline constexpr std::string_view kFormatNames =
 
 struct FormatOptions {
   Format format = Format::Short;
-  bool terminal = false;  // the output is shown by a terminal: nothing in a message may control it
+  bool terminal = false;  // the output is a terminal: no message may control it
   bool color = false;     // of short and full
   TextTemplate layout{};  // of Format::Template
   std::vector<Field>
-      fields{};  // of json, json-array, csv and tsv, in this order; empty: what each has usually
+      fields{};  // of json, json-array, csv and tsv, in this order; empty: the format's usual fields
   TimeZone zone{};
   TypeNames typeNames{};
   TextEncoding encoding = TextEncoding::Guessed();

@@ -14,8 +14,6 @@ void AppendDigits(Number value, std::string& out) {
   out.append(digits.data(), end);
 }
 
-constexpr std::string_view kReplacement = "\xEF\xBF\xBD";  // U+FFFD
-
 }  // namespace
 
 void AppendNumber(std::uint64_t value, std::string& out) {

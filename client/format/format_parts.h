@@ -1,7 +1,7 @@
 #pragma once
 
-// What the formats have in common: a message with what was found out about it, and the ways to append its
-// parts. All of them append to `out` and allocate nothing else.
+// The parts that the formats share: a message with its decoded time, and functions that append one of its
+// fields. They append to `out` and allocate nothing else. May be called from any thread.
 
 #include <cstdint>
 #include <optional>
@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "client/format/format_options.h"
+#include "client/message/hex.h"
 #include "client/message/log_message_view.h"
 #include "client/message/time_text.h"
 
@@ -22,30 +23,35 @@ struct MessageToFormat {
   bool late = false;
 };
 
+inline constexpr std::string_view kReplacement = "\xEF\xBF\xBD";  // U+FFFD
+
 void AppendNumber(std::uint64_t value, std::string& out);
 void AppendNumber(int value, std::string& out);
 
-// Two hexadecimal digits per byte of an array of bytes.
+// Appends two hexadecimal digits per byte of an array of bytes.
 template <typename Bytes>
 void AppendHexOf(const Bytes& bytes, std::string& out) {
   AppendHex({reinterpret_cast<const char*>(&bytes[0]), sizeof(bytes)}, out);
 }
 
-// The time as it was written, with the offset behind it where it is known.
+// Appends the time as it was written, followed by its offset from UTC when that is known.
 void AppendStamp(const MessageToFormat& message, const FormatOptions& options, char separator,
                  std::string& out);
 
-// Any field but the texts, which each format quotes in its own way: those append nothing.
+// Appends any field except Source and Text, which each format quotes in its own way; for those it appends
+// nothing.
 void AppendSimple(Field field, const MessageToFormat& message, const FormatOptions& options,
                   std::string& out);
 
-// Safe to show: control characters, and bytes that cannot be read, as \n or \xNN.
+// Appends `text` so that it is safe to show: control characters and bytes that cannot be read become \n or
+// \xNN.
 void AppendShown(std::string_view text, const TextEncoding& encoding, std::string& out);
 
-// As UTF-8, control characters as they are; false when bytes could not be read and stand as U+FFFD.
+// Appends `text` as UTF-8, control characters unchanged. Returns false when bytes could not be read and were
+// replaced by U+FFFD.
 bool AppendAsUtf8(std::string_view text, const TextEncoding& encoding, std::string& out);
 
-// One function per format, or per pair of formats that are much alike. Each appends the whole message.
+// One function per format, or per pair of similar formats. Each appends the whole message.
 void AppendLine(const MessageToFormat& message, const FormatOptions& options,
                 std::string& out);  // short, full
 void AppendCat(const LogMessageView& message, const FormatOptions& options, std::string& out);

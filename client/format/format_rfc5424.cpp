@@ -3,8 +3,8 @@
 //   <14>1 2026-01-02T03:04:05.678Z - Camera - T2 [timeQuality tzKnown="0"][tamlog@32473 ...] text
 //
 // Types have no severity, so every message is informational of facility user unless the types were given the
-// names of severities. A message's time has no zone: it is then written as if it were UTC, and timeQuality
-// says so in the way that the RFC has for it.
+// names of severities. A time without a known zone is written as if it were UTC, and tzKnown="0" says so, as
+// the RFC provides.
 
 #include <algorithm>
 
@@ -30,7 +30,7 @@ bool IsName(std::string_view name) {
          std::all_of(name.begin(), name.end(), [](char letter) { return letter > 0x20 && letter < 0x7F; });
 }
 
-// Quotes, backslashes and closing brackets have a backslash in front.
+// Puts a backslash before each quote, backslash and closing bracket from `from` on.
 void Escape(std::size_t from, std::string& out) {
   constexpr std::string_view kSpecial = "\"\\]";
   for (std::size_t at = out.find_first_of(kSpecial, from); at != std::string::npos;

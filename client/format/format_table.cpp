@@ -1,4 +1,4 @@
-// Tables: csv with a line of column names and all texts in quotes, tsv with tabs and escapes.
+// Tables: csv with a head line of column names and quoted texts, tsv with tabs and escapes.
 
 #include <array>
 #include <span>

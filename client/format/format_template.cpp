@@ -39,7 +39,7 @@ class Reader {
   bool TakeEscape(std::string& words) {
     const char letter = rest.empty() ? '\0' : Take();
     if (letter != 'n' && letter != 't' && letter != '\\')
-      return Fail("has a backslash without n, t or a backslash behind it; write \\\\ for a backslash");
+      return Fail("has a backslash that is not followed by n, t or a backslash; write \\\\ for a backslash");
     words += letter == 'n' ? '\n' : letter == 't' ? '\t' : '\\';
     return true;
   }
@@ -51,7 +51,7 @@ class Reader {
     const std::string_view name = rest.substr(0, end);
     part.field = FieldFromName(name);
     if (!part.field) {
-      problem = "there is no field {" + std::string(name) + "}; there are " + std::string(kFieldNames) +
+      problem = "unknown field {" + std::string(name) + "}; the fields are " + std::string(kFieldNames) +
                 ", and {{ for a brace";
       return false;
     }

@@ -1,6 +1,6 @@
 #pragma once
 
-// A line that a user has laid out: words with the names of fields in braces.
+// The user's template of a line: text with the names of fields in braces.
 
 #include <optional>
 #include <string>
@@ -14,12 +14,12 @@ namespace TamLogClient {
 class TextTemplate {
  public:
   struct Part {
-    std::string words;           // come first
-    std::optional<Field> field;  // and then this
+    std::string words;           // first this text
+    std::optional<Field> field;  // then this field
   };
 
-  // "{time} {source}: {text}". {{ and }} are braces, \n \t \\ a line end, a tab and a backslash. On failure
-  // the result is empty and `problem` says what is wrong and what would be right.
+  // Parses a template such as "{time} {source}: {text}". {{ and }} are braces, \n \t \\ a line end, a tab and
+  // a backslash. Returns nothing on failure; `problem` then says what is wrong and what would be right.
   static std::optional<TextTemplate> Parse(std::string_view text, std::string& problem);
 
   const std::vector<Part>& Parts() const { return parts; }

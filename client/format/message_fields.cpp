@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "client/message/utf8.h"
+
 namespace TamLogClient {
 
 namespace {
@@ -47,16 +49,14 @@ std::string_view TakeItem(std::string_view& list) {
 
 std::optional<int> SeverityOf(std::string_view name) {
   std::string lower(name);
-  for (char& letter : lower) {
-    if (letter >= 'A' && letter <= 'Z') letter = static_cast<char>(letter + ('a' - 'A'));
-  }
+  std::transform(lower.begin(), lower.end(), lower.begin(), LowerCase);
   for (const auto& [known, severity] : kSeverities) {
     if (known == lower) return severity;
   }
   return std::nullopt;
 }
 
-// A name is one word that needs no quoting in any format.
+// Returns whether a name is a single word that no format has to quote.
 bool IsWord(std::string_view name) {
   constexpr std::size_t kMost = 16;
   return !name.empty() && name.size() <= kMost && std::all_of(name.begin(), name.end(), [](char letter) {
@@ -85,18 +85,18 @@ std::string_view NameOf(Field field) {
 std::optional<std::vector<Field>> ParseFields(std::string_view list, std::string& problem) {
   std::vector<Field> fields;
   if (list.empty() || EndsInComma(list)) {
-    problem = "a field is missing; there are " + std::string(kFieldNames);
+    problem = "a field is missing; the fields are " + std::string(kFieldNames);
     return std::nullopt;
   }
   while (!list.empty()) {
     const std::string_view name = TakeItem(list);
     const auto field = FieldFromName(name);
     if (!field) {
-      problem = "there is no field '" + std::string(name) + "'; there are " + std::string(kFieldNames);
+      problem = "unknown field '" + std::string(name) + "'; the fields are " + std::string(kFieldNames);
       return std::nullopt;
     }
     if (std::find(fields.begin(), fields.end(), *field) != fields.end()) {
-      problem = "'" + std::string(name) + "' is there twice; name it once";
+      problem = "'" + std::string(name) + "' is named twice; name it once";
       return std::nullopt;
     }
     fields.push_back(*field);
@@ -115,7 +115,7 @@ std::optional<TypeNames> TypeNames::Parse(std::string_view list, std::string& pr
     if (!fits || !IsWord(item.substr(2))) {
       problem =
           "'" + std::string(item) +
-          "' is no name for a type; expected 0=info,1=warn: a type from 0 to 3 and a word of at most 16 "
+          "' is not a type and its name; expected 0=info,1=warn: a type from 0 to 3 and a word of at most 16 "
           "letters, digits, - or _";
       return std::nullopt;
     }

@@ -1,6 +1,6 @@
 #pragma once
 
-// The fields of a message by the names that users type, and the names that users give to the four types.
+// The fields of a message by the names that users type, and the names that users assign to the four types.
 
 #include <array>
 #include <cstdint>
@@ -21,24 +21,24 @@ std::string_view NameOf(Field field);
 inline constexpr std::string_view kFieldNames =
     "time, seq, type, label, source, text, origin, tail, spare, late";
 
-// Names with commas between them. On failure the result is empty and `problem` says what is wrong and what
+// Parses names separated by commas. Returns nothing on failure; `problem` then says what is wrong and what
 // would be right.
 std::optional<std::vector<Field>> ParseFields(std::string_view list, std::string& problem);
 
-// What the types are called. The log gives them no meaning: without names they are T0 to T3.
+// The names of the types. The log gives types no meaning: without names they are T0 to T3.
 class TypeNames {
  public:
-  // "0=info,1=warn": types that are left out keep T and their number. On failure as ParseFields.
+  // Parses "0=info,1=warn". Types that are left out keep T and their number. Fails as ParseFields does.
   static std::optional<TypeNames> Parse(std::string_view list, std::string& problem);
 
-  // At least one type was given a name.
+  // Returns whether at least one type has a name from the user.
   bool Given() const { return given; }
 
-  // Appends the name; T and the number for a type that does not exist.
+  // Appends the type's name; for a type that does not exist, T and its number.
   void Append(std::uint32_t type, std::string& out) const;
 
-  // 0 (emergency) to 7 (debug) when the type's name is one of the severities of syslog, or a common other
-  // spelling of one.
+  // Returns 0 (emergency) to 7 (debug) when the type's name is a syslog severity or a common other spelling
+  // of one.
   std::optional<int> Severity(std::uint32_t type) const;
 
  private:

@@ -46,7 +46,7 @@ void MessageFormatter::AppendTail(std::string& out) const {
 }
 
 void MessageFormatter::Append(const LogMessage& message, bool late, std::string& out) {
-  // These show no time, and finding its zone is most of the work.
+  // These show no time, and determining its zone is most of the work.
   if (options.format == Format::Cat) return AppendCat(LogMessageView(message), options, out);
   if (options.format == Format::Raw) return AppendRaw(message, out);
   MessageToFormat found{LogMessageView(message), WordsOf(message.body), true, std::nullopt, late};

@@ -1,8 +1,8 @@
 #pragma once
 
-// Turns messages into output. Every format but cat, csv, export and raw is one line a message, whatever is in
-// its texts; the data formats (json, json-array, csv, tsv, rfc5424) are valid UTF-8 whatever the bytes of a
-// message are.
+// Formats messages for output. Every format except cat, csv, export and raw writes one line a message,
+// whatever its texts contain; the data formats (json, json-array, csv, tsv, rfc5424) are valid UTF-8 whatever
+// the bytes of a message are.
 
 #include <string>
 #include <utility>
@@ -18,15 +18,15 @@ class MessageFormatter {
  public:
   explicit MessageFormatter(FormatOptions chosen) : options(std::move(chosen)) {}
 
-  // The log that the following messages are from, for the cursors of export.
+  // Sets the log that the following messages are from, for the cursors of export.
   void SetLog(const LogFileHeader& header) { cursors.SetLog(header); }
 
   // Appends what comes before the first message: csv has a line of column names, json-array a bracket, the
   // others nothing.
   void AppendHead(std::string& out) const;
 
-  // Appends one message and its line end. `late`: it came after one with a later time. Shown by short, full,
-  // json, json-array, export and rfc5424, and by the others when it is asked for.
+  // Appends one message and its line end. `late`: it came after a message with a later time. Short, full,
+  // json, json-array, export and rfc5424 show this always, the others when the user selects the field.
   void Append(const LogMessage& message, bool late, std::string& out);
 
   // Appends what comes after the last message, also when there was none: json-array has a bracket.

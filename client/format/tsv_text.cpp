@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cstring>
 
+#include "client/message/hex.h"
 #include "client/message/time_text.h"
 #include "client/message/utf8.h"
 
@@ -11,14 +12,7 @@ namespace TamLogClient {
 
 namespace {
 
-int HexValue(char digit) {
-  if (digit >= '0' && digit <= '9') return digit - '0';
-  if (digit >= 'a' && digit <= 'f') return digit - 'a' + 10;
-  if (digit >= 'A' && digit <= 'F') return digit - 'A' + 10;
-  return -1;
-}
-
-// The character that a single-letter escape stands for; 0 for another letter.
+// Returns the character that a single-letter escape stands for; 0 for other letters.
 char SimpleEscape(char letter) {
   switch (letter) {
     case 't':
@@ -42,10 +36,9 @@ bool TakeEscape(std::string_view& text, std::string& out) {
     return true;
   }
   if (text[1] != 'x' || text.size() < 4) return false;
-  const int high = HexValue(text[2]);
-  const int low = HexValue(text[3]);
-  if (high < 0 || low < 0) return false;
-  out += static_cast<char>(static_cast<unsigned char>(high * 16 + low));
+  const auto byte = FromHex(text.substr(2, 2));
+  if (!byte) return false;
+  out += *byte;
   text.remove_prefix(4);
   return true;
 }

@@ -1,7 +1,7 @@
 #pragma once
 
-// Messages as lines of four columns: time, type, source, text, with tabs between them. What the tsv format
-// writes, the parser reads back byte for byte (of these four fields).
+// Messages as lines of four columns separated by tabs: time, type, source, text. The parser reads these four
+// fields back byte for byte from what the tsv format writes. May be called from any thread.
 
 #include <optional>
 #include <string>
@@ -11,18 +11,18 @@
 
 namespace TamLogClient {
 
-// Appends `text` with tab, line feed, carriage return and backslash as \t \n \r \\ and other control
+// Appends `text` with tab, line feed, carriage return and backslash as \t \n \r \\, and other control
 // characters and bytes that are not UTF-8 as \xNN.
 void AppendTsvText(std::string_view text, std::string& out);
 
-// A message read from a line, before it is known to fit its fields.
+// A message as parsed from a line. Its texts may be too long for their fields.
 struct MessageDraft {
   LogMessageBody body{};  // time and type are filled in; source and text are not
   std::string source;
   std::string text;
 };
 
-// Reads one line without its line end. On failure the result is empty and `problem` says what is wrong and
+// Parses one line without its line end. Returns nothing on failure; `problem` then says what is wrong and
 // what would be right.
 std::optional<MessageDraft> ParseTsvLine(std::string_view line, std::string& problem);
 

@@ -4,6 +4,7 @@
 
 #include "client/live/call_deadline.h"
 #include "client/log/header_counters.h"
+#include "client/log/ring.h"
 #include "client/message/win32.h"
 
 namespace TamLogClient {
@@ -92,12 +93,6 @@ std::optional<Status> LogReader::Inside(std::uint32_t timeoutMs, LogFileHeader& 
   return Status::NotRunning;
 }
 
-bool LogReader::Fits(const LogFileHeader& header) const {
-  return header.maxMessages > 0 && header.messageCount >= 0 && header.messageCount <= header.maxMessages &&
-         header.nextSlot >= 0 && header.nextSlot < header.maxMessages &&
-         static_cast<std::size_t>(header.maxMessages) <= log.SlotCount();
-}
-
 // --- The whole log.
 
 Status LogReader::Snapshot(LogSnapshot& snapshot, std::uint32_t timeoutMs) {
@@ -137,9 +132,10 @@ bool LogReader::CopySlots(LogSnapshot& snapshot, const LogFileHeader* known) con
       count = std::min(count, static_cast<std::int64_t>(*appended));
     }
   }
-  const std::int64_t first = header.nextSlot - count;
-  if (first < 0 && !CopyRange(snapshot, first + capacity, capacity)) return false;
-  return CopyRange(snapshot, std::max<std::int64_t>(first, 0), header.nextSlot);
+  for (const SlotRun& run : NewestRuns(header, count)) {
+    if (!CopyRange(snapshot, run.begin, run.end)) return false;
+  }
+  return true;
 }
 
 bool LogReader::CopyRange(LogSnapshot& snapshot, std::int64_t first, std::int64_t end) const {
@@ -157,7 +153,7 @@ Status LogReader::Newest(std::size_t count, LogTail& tail, std::uint32_t timeout
 std::optional<Status> LogReader::TryNewest(std::size_t count, LogTail& tail, std::uint32_t timeoutMs) {
   LogFileHeader seen{};
   if (const Status status = Look(seen); status != Status::Ok) return status;
-  if (!Fits(seen)) return Status::Damaged;
+  if (!RingFits(seen, log.SlotCount())) return Status::Damaged;
   const auto messages = static_cast<std::uint32_t>(seen.messageCount);
   const auto wanted = static_cast<std::uint32_t>(std::min<std::size_t>(count, messages));
   const auto probes = ProbePositions(messages - wanted);
@@ -178,14 +174,13 @@ LogReader::Work LogReader::CopyTail(LogTail& tail, const LogFileHeader& expected
     if (i == 0) tail.first = message;
     tail.probes[i] = TimeKey(message.body);
   }
-  const auto count = tail.messages.size();
-  const auto oldest = static_cast<std::uint32_t>(header.messageCount) - static_cast<std::uint32_t>(count);
-  const std::size_t first = SlotAt(header, oldest);
-  // At most two runs of slots: up to the end of the ring, and from its beginning.
-  const std::size_t run = std::min(count, static_cast<std::size_t>(header.maxMessages) - first);
-  const bool copied = log.CopySlots(first, run, tail.messages.data()) &&
-                      log.CopySlots(0, count - run, tail.messages.data() + run);
-  return copied ? Work::Done : Work::Fault;
+  LogMessage* to = tail.messages.data();
+  for (const SlotRun& run : NewestRuns(header, static_cast<std::int64_t>(tail.messages.size()))) {
+    const auto count = static_cast<std::size_t>(run.end - run.begin);
+    if (!log.CopySlots(static_cast<std::size_t>(run.begin), count, to)) return Work::Fault;
+    to += count;
+  }
+  return Work::Done;
 }
 
 // --- In place.
@@ -203,7 +198,7 @@ std::optional<Status> LogReader::TryView(std::uint32_t budgetMicroseconds,
   if (const Status status = Look(header); status != Status::Ok) return status;
   bool sound = false;
   const std::optional<Status> status = Inside(timeoutMs, header, [&] {
-    sound = Fits(header);
+    sound = RingFits(header, log.SlotCount());
     if (sound && header.serverRunning != 0) {
       look(LogView(header, log.Slots(), Microseconds() + budgetMicroseconds));
     }

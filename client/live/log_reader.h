@@ -111,7 +111,6 @@ class LogReader {
   Work CopyTail(LogTail& tail, const LogFileHeader& expected, const std::vector<std::uint32_t>& probes) const;
   bool CopySlots(LogSnapshot& snapshot, const LogFileHeader* known) const;
   bool CopyRange(LogSnapshot& snapshot, std::int64_t first, std::int64_t end) const;
-  bool Fits(const LogFileHeader& header) const;
 
   MappedLog log;
   const LogSnapshot* lastFilled = nullptr;  // by Snapshot, with `lastHeader`; only compared

@@ -2,23 +2,22 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
+
+#include "client/message/hex.h"
 
 namespace TamLogClient {
 
 namespace {
 
-constexpr std::string_view kFirstForm = "c1";  // of cursors
-constexpr std::size_t kNumbers = 7;            // the last is the check sum
+constexpr std::string_view kFirstForm = "c1";  // prefix and version of the text
+constexpr std::size_t kNumbers = 7;            // the last is the checksum
 constexpr std::size_t kLongest = 2 + kNumbers * 17;
 
 using Numbers = std::array<std::uint64_t, kNumbers>;
 
 void AppendNumberAfterDot(std::uint64_t value, std::string& out) {
-  std::array<char, 16> digits{};
-  char* const end = std::to_chars(digits.data(), digits.data() + digits.size(), value, 16).ptr;
   out += '.';
-  out.append(digits.data(), end);
+  AppendHexNumber(value, out);
 }
 
 std::uint64_t CheckSum(std::string_view text) {
@@ -34,9 +33,7 @@ std::optional<Numbers> SplitNumbers(std::string_view text) {
   for (std::uint64_t& number : numbers) {
     if (text.empty() || text.front() != '.') return std::nullopt;
     text.remove_prefix(1);
-    const auto [rest, error] = std::from_chars(text.data(), text.data() + text.size(), number, 16);
-    if (error != std::errc()) return std::nullopt;
-    text.remove_prefix(static_cast<std::size_t>(rest - text.data()));
+    if (!TakeHexNumber(text, number)) return std::nullopt;
   }
   return text.empty() ? std::optional(numbers) : std::nullopt;
 }
@@ -67,7 +64,7 @@ std::optional<Cursor> ParseCursor(std::string_view text) {
                       static_cast<std::uint32_t>((*numbers)[3]),
                       (*numbers)[4],
                       (*numbers)[5]};
-  // One cursor, one text: capital letters, zeros in front and a wrong check sum end here.
+  // Each cursor has one text: this refuses capital letters, leading zeros and a wrong checksum.
   if (FormatCursor(cursor) != text) return std::nullopt;
   return cursor;
 }

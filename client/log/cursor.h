@@ -1,11 +1,11 @@
 #pragma once
 
-// A cursor remembers one message of the log as a short text: its time key, the digest of its bytes, which of
-// several equal messages it is, and the log's counters at that moment. It says nothing about slots, so it
-// survives restarts of the server, rewrites of the ring, and a moved or copied file.
+// A cursor identifies one message of the log by a short text: its time key, the digest of its bytes, its
+// number among equal messages, and the log's counters at that moment. It names no slot, so it survives
+// restarts of the server, rewrites of the ring, and a moved or copied file.
 //
-// "After the cursor" means later in time order. A message that came in afterwards but is dated before the
-// cursor's is not after it; who must not miss such a message keeps the memory of a follower as well
+// "After the cursor" means later in time order. A message that arrives later but is dated before the cursor's
+// is not after it; a program that must not miss such messages stores the memory of a follower as well
 // (client/log/follower_memory.h).
 //
 // The functions have no state and may be called from any thread.
@@ -26,30 +26,29 @@ namespace TamLogClient {
 struct Cursor {
   std::uint64_t key = 0;
   MessageIdentity identity;
-  std::uint32_t occurrence = 1;    // among messages with the very same bytes, counted from the oldest
+  std::uint32_t occurrence = 1;    // among messages with equal bytes, counted from the oldest
   std::uint64_t rewriteCount = 0;  // of the log, when the cursor was made
   std::uint64_t nextSequence = 0;  // likewise
 
   bool operator==(const Cursor&) const = default;
 };
 
-// Letters, digits and points only; 64 to 120 characters.
+// Returns the cursor as text: letters, digits and points only, at most 120 characters.
 std::string FormatCursor(const Cursor& cursor);
 
-// Reads exactly what FormatCursor writes, and nothing else. The text carries a check sum against typing
-// errors.
+// Parses exactly what FormatCursor writes; nothing for anything else. The text contains a checksum against
+// typing errors.
 std::optional<Cursor> ParseCursor(std::string_view text);
 
-// The cursor of message `position` of `oldestFirst`, which has to be the time order of `snapshot`.
+// Returns the cursor of message `position` of `oldestFirst`, which has to be the time order of `snapshot`.
 Cursor CursorOf(const LogSnapshot& snapshot, const std::vector<std::uint32_t>& oldestFirst,
                 std::size_t position);
 
-// Makes the cursors of messages that are taken one after the other in time order, from one log, and without
-// the others at hand. They are those of CursorOf as long as no equal message was left out. One thread at a
-// time.
+// Makes cursors for messages of one log that come one after the other in time order, without the whole
+// snapshot. They equal those of CursorOf as long as no equal message was left out. One thread at a time.
 class CursorCount {
  public:
-  // The log that the next messages are from. Without it their cursors say nothing of what was written since.
+  // Sets the log that the next messages are from. Without it their cursors cannot detect later writes.
   void SetLog(const LogFileHeader& header) {
     rewriteCount = header.rewriteCount;
     nextSequence = header.nextSequence;
@@ -65,15 +64,15 @@ class CursorCount {
 };
 
 struct CursorPlace {
-  bool found = false;    // the message is still there
+  bool found = false;    // the message is still in the log
   std::size_t next = 0;  // index in the time order of the first message after it
   // Messages dated before the cursor's were written since the cursor was made. Some or all of them may have
-  // been there before: an insertion writes those behind it again.
+  // been in the log before: an insertion writes the messages after it again.
   bool writtenBefore = false;
 };
 
-// Where in the time order `oldestFirst` of `snapshot` the cursor stands. When its message is gone, `next` is
-// the first with a later time.
+// Finds the cursor in `oldestFirst`, which has to be the time order of `snapshot`. When its message is gone,
+// `next` is the first with a later time.
 CursorPlace FindCursor(const LogSnapshot& snapshot, const std::vector<std::uint32_t>& oldestFirst,
                        const Cursor& cursor);
 

@@ -1,8 +1,8 @@
 #include "client/log/follower_memory.h"
 
-#include <array>
-#include <charconv>
 #include <limits>
+
+#include "client/message/hex.h"
 
 namespace TamLogClient {
 
@@ -10,21 +10,15 @@ namespace {
 
 constexpr std::string_view kHeadline = "memory1";
 
-void AppendHexNumber(std::uint64_t value, std::string& out) {
-  std::array<char, 16> digits{};
-  char* const end = std::to_chars(digits.data(), digits.data() + digits.size(), value, 16).ptr;
+void AppendNumberAfterBlank(std::uint64_t value, std::string& out) {
   out += ' ';
-  out.append(digits.data(), end);
+  AppendHexNumber(value, out);
 }
 
-// Takes " HEX" from the front.
-bool TakeHexNumber(std::string_view& text, std::uint64_t& value) {
+bool TakeNumberAfterBlank(std::string_view& text, std::uint64_t& value) {
   if (text.empty() || text.front() != ' ') return false;
   text.remove_prefix(1);
-  const auto [rest, error] = std::from_chars(text.data(), text.data() + text.size(), value, 16);
-  if (error != std::errc()) return false;
-  text.remove_prefix(static_cast<std::size_t>(rest - text.data()));
-  return true;
+  return TakeHexNumber(text, value);
 }
 
 bool TakeLineEnd(std::string_view& text) {
@@ -35,14 +29,14 @@ bool TakeLineEnd(std::string_view& text) {
 
 bool TakeCount(std::string_view& text, std::int32_t& count) {
   std::uint64_t value = 0;
-  if (!TakeHexNumber(text, value) || value > std::numeric_limits<std::int32_t>::max()) return false;
+  if (!TakeNumberAfterBlank(text, value) || value > std::numeric_limits<std::int32_t>::max()) return false;
   count = static_cast<std::int32_t>(value);
   return true;
 }
 
 bool TakeFlag(std::string_view& text, bool& flag) {
   std::uint64_t value = 0;
-  if (!TakeHexNumber(text, value) || value > 1) return false;
+  if (!TakeNumberAfterBlank(text, value) || value > 1) return false;
   flag = value == 1;
   return true;
 }
@@ -50,17 +44,18 @@ bool TakeFlag(std::string_view& text, bool& flag) {
 bool TakeHead(std::string_view& text, FollowerMemory& memory, std::uint64_t& messages) {
   LogFileHeader& header = memory.header;
   return TakeCount(text, header.maxMessages) && TakeCount(text, header.messageCount) &&
-         TakeCount(text, header.nextSlot) && TakeHexNumber(text, header.changeCount) &&
-         TakeHexNumber(text, header.rewriteCount) && TakeHexNumber(text, header.nextSequence) &&
-         TakeHexNumber(text, memory.completeFrom) && TakeFlag(text, memory.suspect) &&
-         TakeHexNumber(text, memory.suspectUntil) && TakeFlag(text, memory.any) &&
-         TakeHexNumber(text, memory.newestKey) && TakeHexNumber(text, messages) && TakeLineEnd(text);
+         TakeCount(text, header.nextSlot) && TakeNumberAfterBlank(text, header.changeCount) &&
+         TakeNumberAfterBlank(text, header.rewriteCount) && TakeNumberAfterBlank(text, header.nextSequence) &&
+         TakeNumberAfterBlank(text, memory.completeFrom) && TakeFlag(text, memory.suspect) &&
+         TakeNumberAfterBlank(text, memory.suspectUntil) && TakeFlag(text, memory.any) &&
+         TakeNumberAfterBlank(text, memory.newestKey) && TakeNumberAfterBlank(text, messages) &&
+         TakeLineEnd(text);
 }
 
 bool TakeKnown(std::string_view& text, KnownMessage& known) {
   std::uint64_t count = 0;
-  if (!TakeHexNumber(text, known.identity.low) || !TakeHexNumber(text, known.identity.high) ||
-      !TakeHexNumber(text, known.key) || !TakeHexNumber(text, count) || !TakeLineEnd(text)) {
+  if (!TakeNumberAfterBlank(text, known.identity.low) || !TakeNumberAfterBlank(text, known.identity.high) ||
+      !TakeNumberAfterBlank(text, known.key) || !TakeNumberAfterBlank(text, count) || !TakeLineEnd(text)) {
     return false;
   }
   known.count = static_cast<std::uint32_t>(count);
@@ -73,20 +68,20 @@ std::string FormatMemory(const FollowerMemory& memory) {
   const LogFileHeader& header = memory.header;
   std::string text(kHeadline);
   for (const std::int32_t value : {header.maxMessages, header.messageCount, header.nextSlot}) {
-    AppendHexNumber(static_cast<std::uint64_t>(value < 0 ? 0 : value), text);
+    AppendNumberAfterBlank(static_cast<std::uint64_t>(value < 0 ? 0 : value), text);
   }
   for (const std::uint64_t value :
        {std::uint64_t{header.changeCount}, std::uint64_t{header.rewriteCount},
         std::uint64_t{header.nextSequence}, memory.completeFrom, std::uint64_t{memory.suspect ? 1U : 0U},
         memory.suspectUntil, std::uint64_t{memory.any ? 1U : 0U}, memory.newestKey,
         std::uint64_t{memory.known.size()}}) {
-    AppendHexNumber(value, text);
+    AppendNumberAfterBlank(value, text);
   }
   text += '\n';
   for (const KnownMessage& known : memory.known) {
     for (const std::uint64_t value :
          {known.identity.low, known.identity.high, known.key, std::uint64_t{known.count}}) {
-      AppendHexNumber(value, text);
+      AppendNumberAfterBlank(value, text);
     }
     text += '\n';
   }
@@ -105,7 +100,7 @@ std::optional<FollowerMemory> ParseMemory(std::string_view text) {
   for (KnownMessage& known : memory.known) {
     if (!TakeKnown(text, known)) return std::nullopt;
   }
-  // One memory, one text: anything behind the last line, capital letters and zeros in front end here.
+  // Each memory has one text: this refuses anything after the last line, capital letters and leading zeros.
   if (!text.empty() || FormatMemory(memory) != whole) return std::nullopt;
   return memory;
 }

@@ -1,10 +1,10 @@
 #pragma once
 
-// What a LogFollower knows, in a form that can be kept in a file: with it a later run of a program goes on
-// where an earlier one ended, late messages and losses included.
+// The state of a LogFollower in a form that can be stored in a file. With it a later run of a program
+// continues where an earlier one ended, including late messages and losses.
 //
-// Only the newest messages are kept by their bytes. An older one is known by its sequence number: unless it
-// was written again, that number was given before the memory was taken.
+// Only the newest messages are stored by their bytes. Older ones are recognized by their sequence numbers:
+// unless a message was written again, its number was assigned before the state was stored.
 
 #include <cstddef>
 #include <cstdint>
@@ -30,16 +30,16 @@ struct FollowerMemory {
   LogFileHeader header{};
   std::vector<KnownMessage> known;
   std::uint64_t completeFrom = 0;  // every message of the log with at least this time key is in `known`
-  bool suspect = true;             // the fields of the follower with these names
+  bool suspect = true;             // these are the follower's fields of the same names
   std::uint64_t suspectUntil = 0;
   bool any = false;
   std::uint64_t newestKey = 0;
 };
 
-// Lines of text without a blank line; about 45 bytes a message.
+// Returns the state as lines of text, none of them empty; about 45 bytes a message.
 std::string FormatMemory(const FollowerMemory& memory);
 
-// Reads exactly what FormatMemory writes; nothing for anything else.
+// Parses exactly what FormatMemory writes; nothing for anything else.
 std::optional<FollowerMemory> ParseMemory(std::string_view text);
 
 }  // namespace TamLogClient

@@ -5,6 +5,8 @@
 #include <set>
 #include <utility>
 
+#include "client/log/ring.h"
+
 namespace TamLogClient {
 
 namespace {
@@ -26,7 +28,7 @@ bool CountersGoOn(const LogFileHeader& before, const LogFileHeader& now) {
          now.rewriteCount >= before.rewriteCount && now.nextSequence >= before.nextSequence;
 }
 
-// Messages without a number hold 0, so 0 says nothing.
+// Messages without a number hold 0, so 0 is not compared.
 std::uint64_t NextNumber(const LogFileHeader& header) {
   return std::max<std::uint64_t>(header.nextSequence, 1);
 }
@@ -40,8 +42,8 @@ struct Rewrite {
   bool doubtful = false;        // messages that may have been known before were left out
 };
 
-// Between the two looks no flush can have rewritten the whole ring: such a flush gives no numbers, and the
-// backward stretch that it leaves takes nearly a whole ring of numbers to go away.
+// Returns whether no flush between the two snapshots can have rewritten the whole ring: such a flush assigns
+// no numbers, and its backward stretch disappears only after nearly a whole ring of numbers.
 bool RingWasKept(const LogFileHeader& before, const LogSnapshot& now, bool regular) {
   const std::uint64_t numbered = now.header.nextSequence - before.nextSequence;
   if (!now.Full()) return true;
@@ -69,7 +71,7 @@ std::set<std::uint32_t> SecondCopies(const LogSnapshot& snapshot, const std::vec
   return copies;
 }
 
-// What may have come and gone between two looks when slots were rewritten.
+// Returns what may have come and gone between two snapshots when slots were rewritten.
 Loss LossOfRewrite(const LogFileHeader& before, const LogSnapshot& now, const Rewrite& rewrite) {
   const Loss none;
   const Loss unknown{0, std::nullopt};
@@ -81,12 +83,12 @@ Loss LossOfRewrite(const LogFileHeader& before, const LogSnapshot& now, const Re
   const std::uint64_t numbered = now.header.nextSequence - before.nextSequence;
   // Plain appends, each with its number.
   if (rewrites == 0 && numbered >= rewrite.fresh) return {numbered - rewrite.fresh, numbered - rewrite.fresh};
-  // Messages that survived say that the log was not emptied. To come in and be gone again, a message needs a
-  // whole ring of numbers: its own, those behind its place, and those of the messages that push it out.
+  // Messages that survived show that the log was not emptied. For a message to come and go, a whole ring of
+  // numbers is assigned: its own, those after its place, and those of the messages that push it out.
   if (rewrite.surviving > 0 && RingWasKept(before, now, rewrite.regular)) return none;
   if (changes <= 1) {
     // One operation, so everything that it wrote is still there. Only a burst that replaced the whole ring
-    // may have held more messages than the ring: those never reached the file, and nobody counts them.
+    // may have held more messages than the ring: those never reached the file, and no counter shows them.
     const bool replaced = now.Full() && rewrite.surviving == 0 && numbered == 0;
     return replaced ? unknown : none;
   }
@@ -141,7 +143,7 @@ FollowerMemory LogFollower::Remembered(std::size_t mostMessages) const {
     const auto cut = memory.known.begin() + static_cast<std::ptrdiff_t>(mostMessages);
     std::nth_element(memory.known.begin(), cut, memory.known.end(),
                      [](const KnownMessage& a, const KnownMessage& b) { return a.key > b.key; });
-    // Messages of one time stay together, or half of them would be taken for new ones.
+    // Messages with equal times stay together; otherwise some of them would count as new.
     memory.completeFrom = std::max(memory.completeFrom, cut->key);
     std::erase_if(memory.known, [&](const KnownMessage& known) { return known.key < memory.completeFrom; });
   }
@@ -156,10 +158,7 @@ FollowStep LogFollower::Next(const LogSnapshot& snapshot, bool reopened) {
 }
 
 bool LogFollower::WasValid(std::uint32_t slot) const {
-  if (last.maxMessages <= 0 || slot >= identities.size()) return false;
-  std::int64_t age = last.nextSlot - 1 - static_cast<std::int64_t>(slot);
-  if (age < 0) age += last.maxMessages;
-  return age < last.messageCount;
+  return slot < identities.size() && HoldsMessage(last, slot);
 }
 
 bool LogFollower::OnlyAppended(const LogSnapshot& snapshot, bool reopened) const {
@@ -170,8 +169,8 @@ bool LogFollower::OnlyAppended(const LogSnapshot& snapshot, bool reopened) const
   return !reopened || OldSlotsUnchanged(snapshot, now.nextSequence - last.nextSequence);
 }
 
-// After a reopening the counters may agree by chance: at least one message has to be seen again, and all that
-// should still be there have to be.
+// After a reopening the counters may agree by chance: at least one message has to be found again, and so do
+// all that should still be in the ring.
 bool LogFollower::OldSlotsUnchanged(const LogSnapshot& snapshot, std::uint64_t appended) const {
   const auto ring = snapshot.RingOrder();
   if (appended >= ring.size()) return ring.empty() && last.messageCount == 0;
@@ -215,12 +214,13 @@ LogFollower::KnownMessages LogFollower::CollectKnown() const {
   return known;
 }
 
-// After a reopening counters that go on prove nothing, but with them a message that is still there does: what
-// begins a log anew leaves no message.
+// After a reopening, counters that continue prove nothing by themselves. Together with a message that is
+// still in the log they do, because a new log keeps no message.
 bool LogFollower::SameRun(const LogSnapshot& snapshot, const std::vector<std::uint32_t>& ring,
                           const KnownMessages& known, bool reopened) const {
   if (!CountersGoOn(last, snapshot.header)) return false;
-  // An empty log leaves nothing to be known by; it is not worth a false alarm at every first use.
+  // An empty log has no message to recognize it by; reporting a loss at every first use would be a false
+  // alarm.
   const bool sinceEmpty = last.messageCount == 0 && last.rewriteCount == snapshot.header.rewriteCount;
   if (resumed && sinceEmpty) return true;
   return !reopened || std::any_of(ring.begin(), ring.end(), [&](std::uint32_t slot) {
@@ -255,8 +255,7 @@ FollowStep LogFollower::TakeRewritten(const LogSnapshot& snapshot, bool reopened
       continue;
     }
     if (countersGoOn && BelowMemory(snapshot.slots[slot])) {
-      // Its number says whether it was there before, unless the log was begun anew, or the ring written
-      // again.
+      // Its number shows whether it is old, unless the log is a new one or the ring was written again.
       const std::uint64_t number = snapshot.slots[slot].sequence;
       const bool numbered = number != 0 || snapshot.header.rewriteCount == last.rewriteCount;
       const bool old = numbered && number < last.nextSequence;
@@ -290,8 +289,7 @@ void LogFollower::Remember(const LogSnapshot& snapshot, KnownMessages gone) {
   departed.clear();
   if (!suspect) return;
   std::erase_if(gone, [](const auto& entry) { return entry.second.count == 0; });
-  // The server can only write again what is among its newest `maxMessages`: of more, the oldest stay away for
-  // good.
+  // The server can write again only its newest `maxMessages` messages: older ones never come back.
   if (gone.size() > snapshot.slots.size()) {
     std::vector<std::uint64_t> ages;
     ages.reserve(gone.size());

@@ -1,13 +1,12 @@
 #pragma once
 
-// Finds out, from one snapshot of the log to the next, which messages are new: each message once, and what
-// was lost in between with its exact number where the log's counters tell it.
+// Determines which messages are new from one snapshot of the log to the next: each message once, and the
+// number of messages lost in between, which is exact where the log's counters show it.
 //
-// Sequence numbers do not identify messages: they are given a second time when a back-dated message is
-// inserted, and stay 0 after a rewrite of the whole ring. While `rewriteCount` stands still, the position in
-// the ring tells what is new; otherwise a message is known by its 546 bytes and the number of its
-// occurrences. Memory is bounded by twice the ring's number of slots (24 bytes each and the table's
-// overhead).
+// Sequence numbers do not identify messages: they repeat when a back-dated message is inserted, and stay 0
+// after a rewrite of the whole ring. While `rewriteCount` does not change, the position in the ring shows
+// what is new; otherwise a message is recognized by its 546 bytes and the number of its occurrences. Memory
+// is bounded by twice the ring's number of slots (24 bytes each and the table's overhead).
 //
 // A follower belongs to one thread.
 
@@ -28,7 +27,8 @@ struct NewMessage {
   bool late = false;       // dated before a message of the last step that had any
 };
 
-// Messages that were in the log between two looks and are gone. `most` without value: no limit is known.
+// The number of messages that were in the log between two snapshots and are gone. `most` without value:
+// unknown.
 struct Loss {
   std::uint64_t least = 0;
   std::optional<std::uint64_t> most = 0;
@@ -45,19 +45,19 @@ struct FollowStep {
 
 class LogFollower {
  public:
-  // Everything in `snapshot` counts as known.
+  // Begins anew: every message in `snapshot` counts as known.
   void Start(const LogSnapshot& snapshot);
 
-  // Goes on from what another follower remembered; the next call has to be Next with `reopened` true.
+  // Continues from the stored state of another follower; the next call has to be Next with `reopened` true.
   void Resume(const FollowerMemory& memory);
 
-  // What this follower knows, with the newest `mostMessages` messages by their bytes (and all that have the
-  // same time as the oldest of these).
+  // Returns the state of this follower, with the newest `mostMessages` messages by their bytes (and all that
+  // have the same time as the oldest of these).
   FollowerMemory Remembered(std::size_t mostMessages) const;
 
-  // What `snapshot` has that the one before had not. `reopened`: the log was closed and opened again in
-  // between, so that equal counters prove nothing. Snapshots have to be taken in this order from the same
-  // log.
+  // Returns what is new in `snapshot` since the previous one. `reopened`: the log was closed and opened again
+  // in between, so that equal counters prove nothing. Snapshots have to come from the same log in the order
+  // in which they were taken.
   FollowStep Next(const LogSnapshot& snapshot, bool reopened);
 
  private:
@@ -83,15 +83,15 @@ class LogFollower {
   LogFileHeader last{};
   std::vector<MessageIdentity> identities;  // of `last`, by slot
   std::vector<std::uint64_t> keys;          // of `last`, by slot
-  KnownMessages departed;                   // given out, no longer in the ring, but able to come back
+  KnownMessages departed;                   // reported, no longer in the ring, but able to come back
   // The whole ring may have been rewritten: then new messages overwrite the newest ones, which the server
-  // still knows and may write again later. Over once every slot has a number from `suspectUntil` on.
+  // still holds and may write again later. Ends once every slot has a number from `suspectUntil` on.
   bool suspect = true;
   std::uint64_t suspectUntil = 0;
-  // After Resume: what is older than this is not known by its bytes.
+  // After Resume: messages older than `completeFrom` are not known by their bytes.
   bool resumed = false;
   std::uint64_t completeFrom = 0;
-  bool any = false;  // a message was given out or known
+  bool any = false;  // a message was reported or known
   std::uint64_t newestKey = 0;
 };
 

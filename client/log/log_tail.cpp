@@ -23,12 +23,6 @@ std::vector<std::uint32_t> ProbePositions(std::uint32_t leftOut) {
   return positions;
 }
 
-std::uint32_t SlotAt(const LogFileHeader& header, std::uint32_t position) {
-  std::int64_t slot = std::int64_t{header.nextSlot} - header.messageCount + position;
-  if (slot < 0) slot += header.maxMessages;
-  return static_cast<std::uint32_t>(slot);
-}
-
 std::optional<std::size_t> CertainFrom(const LogTail& tail) {
   std::vector<std::uint64_t> keys;
   keys.reserve(tail.messages.size());
@@ -36,8 +30,8 @@ std::optional<std::size_t> CertainFrom(const LogTail& tail) {
   if (!std::is_sorted(keys.begin(), keys.end())) return std::nullopt;
   if (tail.whole) return 0;
   if (keys.empty()) return std::nullopt;
-  // What was left out is a stretch that runs backwards (perhaps none), with its newest message first, and
-  // then rises up to the first message of the tail. Anything else is not the server's work.
+  // The messages left out begin with a stretch that runs backwards (perhaps none), newest message first, and
+  // then rise up to the first message of the tail. No server writes anything else.
   const auto& probes = tail.probes;
   const auto lowest = std::is_sorted_until(probes.begin(), probes.end(), std::greater<>());
   if (!std::is_sorted(lowest == probes.begin() ? lowest : std::prev(lowest), probes.end())) {

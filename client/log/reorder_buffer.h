@@ -1,9 +1,9 @@
 #pragma once
 
-// Holds messages back for a while and gives them out in time order. One that comes later than the hold time
-// allows for is given at once and marked late.
+// Holds messages back for a while and returns them in time order. A message that comes later than the hold
+// time allows is returned at once and marked late.
 //
-// Belongs to one thread. Times of arrival are milliseconds of any clock that does not go back.
+// Belongs to one thread. Times of arrival are milliseconds of any clock that never goes back.
 
 #include <cstddef>
 #include <cstdint>
@@ -18,15 +18,17 @@ class ReorderBuffer {
  public:
   struct Ready {
     LogMessage message{};
-    bool late = false;  // an earlier given message has a later time
+    bool late = false;  // a message returned before has a later time
   };
 
   void SetHold(std::uint64_t milliseconds) { hold = milliseconds; }
 
-  // Messages of equal times are given in the order in which they were added.
+  // Messages with equal times are returned in the order in which they were added. `now` is the time of
+  // arrival.
   void Add(const LogMessage& message, std::uint64_t now);
 
-  // Appends what has been held long enough, and all that is dated before it.
+  // Appends the messages that have been held long enough and all that are dated before them. TakeAll appends
+  // the rest, too.
   void TakeDue(std::uint64_t now, std::vector<Ready>& ready);
   void TakeAll(std::vector<Ready>& ready);
 
@@ -39,12 +41,12 @@ class ReorderBuffer {
   };
   using ByTime = std::multimap<std::uint64_t, Held>;
 
-  void Give(ByTime::iterator end, std::vector<Ready>& ready);
+  void Take(ByTime::iterator end, std::vector<Ready>& ready);
 
   std::uint64_t hold = 0;
   ByTime held;
-  bool any = false;             // a message was given
-  std::uint64_t lastGiven = 0;  // its time key
+  bool any = false;             // a message was returned
+  std::uint64_t lastTaken = 0;  // its time key
 };
 
 }  // namespace TamLogClient

@@ -1,7 +1,7 @@
 #pragma once
 
-// The upper halves of the single-byte encodings that are known everywhere, Windows or not. A 0 stands for a
-// byte that the encoding leaves undefined.
+// The bytes 0x80 to 0xFF of the single-byte encodings that this library knows on every operating system. A
+// byte that the encoding does not define is 0.
 
 #include "client/message/text_encoding.h"
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "client/message/utf8.h"
 #include "records/log_file_format.h"
 
 namespace TamLogClient {
@@ -9,11 +10,6 @@ namespace TamLogClient {
 namespace {
 
 constexpr std::uint32_t kAllTypes = (1U << kMessageTypes) - 1;
-
-// Only A to Z have two cases here, as on the server; the code page has no part in it.
-char Lower(char letter) {
-  return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
-}
 
 bool HasInclude(const std::vector<FilterEntry>& filters) {
   return std::any_of(filters.begin(), filters.end(),
@@ -25,7 +21,7 @@ bool HasInclude(const std::vector<FilterEntry>& filters) {
 bool FilterMatches(std::string_view filter, std::string_view source) {
   const std::size_t common = std::min(filter.size(), source.size());
   return std::equal(filter.begin(), filter.begin() + static_cast<std::ptrdiff_t>(common), source.begin(),
-                    [](char left, char right) { return Lower(left) == Lower(right); });
+                    [](char left, char right) { return LowerCase(left) == LowerCase(right); });
 }
 
 FilterVerdict JudgeMessage(const std::vector<FilterEntry>& filters, std::uint32_t typeMask,

@@ -1,7 +1,9 @@
 #pragma once
 
-// The server's decision which messages it keeps, reproduced: whoever wants to know beforehand what becomes of
-// a message asks here instead of sending one. docs/pipe_protocol.md ("Filters") states the rule.
+// Predicts which messages the server keeps, by the rule in docs/pipe_protocol.md ("Filters"), without sending
+// one.
+//
+// The functions have no state and may be called from any thread.
 
 #include <cstddef>
 #include <cstdint>
@@ -16,7 +18,7 @@ struct FilterEntry {
   bool include = false;
 };
 
-// What decided about a message.
+// The rule that decided about a message.
 enum class FilterReason : std::uint8_t {
   NoSuchType,     // dropped: the type is 4 or more
   TypeOff,        // dropped: the type is switched off in the settings
@@ -29,19 +31,19 @@ enum class FilterReason : std::uint8_t {
 struct FilterVerdict {
   bool kept = true;
   FilterReason reason = FilterReason::NothingAgainst;
-  std::size_t index = 0;  // of the deciding filter, for Included and Excluded: the first that matches
+  std::size_t index = 0;  // for Included and Excluded: of the first filter that matches
 };
 
-// Without regard to the case of A to Z, the shorter of the two is the beginning of the longer one. So an
-// empty filter, and an empty source, match everything.
+// Returns whether the shorter of the two is a prefix of the longer one, ignoring the case of A to Z (the
+// server ignores code pages, too). So an empty filter matches everything, and so does an empty source.
 bool FilterMatches(std::string_view filter, std::string_view source);
 
-// `typeMask` has bit i set when messages of type i are kept, as in the server's settings. While there are
-// include filters, exclude filters are not looked at.
+// Returns the server's decision about a message. `typeMask` has bit i set when messages of type i are kept,
+// as in the server's settings. When there are include filters, exclude filters are ignored.
 FilterVerdict JudgeMessage(const std::vector<FilterEntry>& filters, std::uint32_t typeMask,
                            std::string_view source, std::uint32_t type);
 
-// No message can pass, whatever its source and type.
+// Returns whether no message can pass, whatever its source and type.
 bool NothingPasses(const std::vector<FilterEntry>& filters, std::uint32_t typeMask);
 
 }  // namespace TamLogClient

@@ -1,7 +1,7 @@
 #pragma once
 
-// Reads one stored message without trusting it: a text without its terminating zero ends with its field.
-// A view does not own the message; it must not outlive it.
+// Reads one stored message whose bytes may be damaged: an unterminated text ends with its field. A view does
+// not own the message and must not outlive it.
 
 #include <array>
 #include <cstddef>
@@ -16,7 +16,7 @@ class LogMessageView {
  public:
   explicit LogMessageView(const LogMessage& stored) : message(&stored) {}
 
-  // As given by the server. Not an identity: numbers are given a second time and may stay 0.
+  // Assigned by the server. It does not identify the message: numbers repeat, and may stay 0.
   std::uint64_t Sequence() const { return message->sequence; }
   std::uint64_t Key() const { return TimeKey(message->body); }
   std::uint32_t Type() const { return message->body.type; }
@@ -24,14 +24,14 @@ class LogMessageView {
   std::string_view Text() const { return Bounded(message->body.text); }
   const LogMessageBody& Body() const { return message->body; }
 
-  // The message breaks a rule of the file format: a text without end, or a type that does not exist.
+  // Returns whether the message breaks a rule of the file format: an unterminated text or an unknown type.
   bool Damaged() const {
-    return Type() >= kMessageTypes || Endless(message->body.source) || Endless(message->body.text);
+    return Type() >= kMessageTypes || Unterminated(message->body.source) || Unterminated(message->body.text);
   }
 
  private:
-  // Most texts are followed by zeros up to the end of their field, which is then all that has to be read.
-  static bool Endless(const char (&field)[kTextSize]) {
+  // Zeros follow most texts up to the end of their field, so the last byte usually decides.
+  static bool Unterminated(const char (&field)[kTextSize]) {
     return field[kTextSize - 1] != '\0' && Bounded(field).size() == kTextSize;
   }
   static std::string_view Bounded(const char (&field)[kTextSize]) {
@@ -42,8 +42,8 @@ class LogMessageView {
   const LogMessage* message;
 };
 
-// What makes a message the same message: a 128-bit digest of the 546 bytes that the sender handed in. Equal
-// messages are told apart by counting occurrences. Not a cryptographic digest.
+// Identifies a message: a 128-bit digest of the 546 bytes that its sender submitted. Equal messages have
+// equal digests; callers count their occurrences. The digest is not cryptographic.
 struct MessageIdentity {
   std::uint64_t low = 0;
   std::uint64_t high = 0;

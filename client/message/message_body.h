@@ -8,8 +8,8 @@
 
 namespace TamLogClient {
 
-// Puts the texts into the body's fields, ended by zeros. False, and the body unchanged, when one is too long
-// (over 256 bytes) or holds a zero byte.
+// Writes the texts into the body's fields, padded with zeros. Returns false and leaves the body unchanged
+// when one is longer than 256 bytes or contains a zero byte.
 bool FillTexts(std::string_view source, std::string_view text, LogMessageBody& body);
 
 }  // namespace TamLogClient

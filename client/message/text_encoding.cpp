@@ -41,10 +41,6 @@ constexpr std::array<NamedTable, 24> kNamed{{
     {"850", &kCp850},
 }};
 
-char LowerCase(char letter) {
-  return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter + ('a' - 'A')) : letter;
-}
-
 bool SameName(std::string_view known, std::string_view typed) {
   return std::equal(known.begin(), known.end(), typed.begin(), typed.end(),
                     [](char left, char right) { return left == LowerCase(right); });

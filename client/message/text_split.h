@@ -1,7 +1,7 @@
 #pragma once
 
-// Fits long texts into messages: cut into several pieces, or cut off. Both keep characters whole (texts are
-// taken as UTF-8 where they are valid UTF-8) and show by a mark that something follows or is missing.
+// Fits long texts into messages, by splitting or by truncating them. Both keep UTF-8 characters whole and put
+// a mark where text continues or is missing.
 
 #include <cstddef>
 #include <string>
@@ -10,14 +10,14 @@
 
 namespace TamLogClient {
 
-// Stands at the end of a text that goes on in the next message, and at the beginning of that one.
+// Ends a text that continues in the next message, and begins that message.
 inline constexpr std::string_view kCutMark = "...";
 
-// Pieces of at most `limit` bytes, marks included; a text that fits is its own only piece. `limit` has to
-// leave room for two marks and a character of four bytes.
+// Returns pieces of at most `limit` bytes each, marks included; a text that fits is returned as one piece.
+// `limit` has to leave room for two marks and a character of four bytes.
 std::vector<std::string> SplitText(std::string_view text, std::size_t limit);
 
-// At most `limit` bytes: the beginning of the text, and the mark when something was cut off.
+// Returns at most `limit` bytes: the beginning of the text, and the mark when something was cut off.
 std::string TruncateText(std::string_view text, std::size_t limit);
 
 }  // namespace TamLogClient

@@ -85,50 +85,6 @@ std::optional<TimeWords> ParseRawWords(std::string_view text) {
   return words;
 }
 
-using Moment = std::chrono::sys_time<std::chrono::milliseconds>;
-
-Moment MomentOf(const TimeWords& words) {
-  const std::chrono::year_month_day date{std::chrono::year(words[0]),
-                                         std::chrono::month(static_cast<unsigned>(words[1])),
-                                         std::chrono::day(static_cast<unsigned>(words[2]))};
-  return std::chrono::sys_days(date) + std::chrono::hours(words[3]) + std::chrono::minutes(words[4]) +
-         std::chrono::seconds(words[5]) + std::chrono::milliseconds(words[6]);
-}
-
-TimeWords WordsOfMoment(Moment moment) {
-  const auto day = std::chrono::floor<std::chrono::days>(moment);
-  const std::chrono::year_month_day date{day};
-  const std::chrono::hh_mm_ss time{moment - day};
-  return {static_cast<std::int16_t>(static_cast<int>(date.year())),
-          static_cast<std::int16_t>(static_cast<unsigned>(date.month())),
-          static_cast<std::int16_t>(static_cast<unsigned>(date.day())),
-          static_cast<std::int16_t>(time.hours().count()),
-          static_cast<std::int16_t>(time.minutes().count()),
-          static_cast<std::int16_t>(time.seconds().count()),
-          static_cast<std::int16_t>(time.subseconds().count()),
-          0};
-}
-
-TimeWords Midnight(TimeWords words) {
-  std::fill(words.begin() + 3, words.end(), std::int16_t{0});
-  return words;
-}
-
-std::optional<std::chrono::milliseconds> UnitOf(char unit) {
-  switch (unit) {
-    case 's':
-      return std::chrono::seconds(1);
-    case 'm':
-      return std::chrono::minutes(1);
-    case 'h':
-      return std::chrono::hours(1);
-    case 'd':
-      return std::chrono::hours(24);
-    default:
-      return std::nullopt;
-  }
-}
-
 }  // namespace
 
 TimeWords WordsOf(const LogMessageBody& body) {
@@ -181,17 +137,6 @@ std::optional<TimeWords> ParseTime(std::string_view text) {
   }
   if (!text.empty() || !IsRealTime(words)) return std::nullopt;
   return words;
-}
-
-std::optional<TimeWords> ParseTimeBound(std::string_view text, const TimeWords& now) {
-  if (text == "now") return now;
-  if (text == "today") return Midnight(now);
-  if (text == "yesterday") return WordsOfMoment(MomentOf(Midnight(now)) - std::chrono::days(1));
-  if (!TakeCharacter(text, '-')) return ParseTime(text);
-  const int count = TakeNumber(text, 1, 6);
-  const auto unit = text.size() == 1 ? UnitOf(text.front()) : std::nullopt;
-  if (count < 0 || !unit) return std::nullopt;
-  return WordsOfMoment(MomentOf(now) - count * *unit);
 }
 
 std::uint64_t KeyOf(const TimeWords& words) {

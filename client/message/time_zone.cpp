@@ -24,10 +24,10 @@ std::optional<int> ParseOffset(std::string_view text) {
   return (text[0] == '-' ? -1 : 1) * (hours * 60 + minutes);
 }
 
-// Of the first day of a month, counted from January of year 0. The calendar of <chrono> ends before what the
-// words of an impossible time can add up to.
+// Returns the days since 1970 of the first day of a month, counted from January of year 0. The words of an
+// impossible time can exceed the calendar of <chrono>.
 std::int64_t DaysSince1970(std::int64_t months) {
-  // Years that begin with March have their leap day at the end; 400 of them are one turn of the calendar.
+  // In years that begin with March the leap day comes last; the calendar repeats every 400 years.
   constexpr std::int64_t kMonthsOfTurn = 4800;
   constexpr std::int64_t kDaysOfTurn = 146097;
   constexpr std::int64_t kMarchOfYear0 = 719468;  // days from there to 1970

@@ -2,11 +2,11 @@
 
 #include <algorithm>
 
+#include "client/message/hex.h"
+
 namespace TamLogClient {
 
 namespace {
-
-constexpr std::string_view kHexDigits = "0123456789abcdef";
 
 unsigned ByteAt(std::string_view text, std::size_t at) {
   return static_cast<unsigned char>(text[at]);
@@ -24,7 +24,7 @@ std::size_t LengthByLead(unsigned lead) {
   return 0;
 }
 
-// The second byte is narrower for some leads, which keeps out overlong forms, surrogates and what lies beyond
+// Some leads allow fewer second bytes: that excludes overlong forms, surrogates and code points above
 // U+10FFFF.
 bool SecondByteFits(unsigned lead, unsigned second) {
   switch (lead) {
@@ -54,8 +54,8 @@ void AppendEscapedByte(unsigned value, std::string& out) {
       return;
     default:
       out += "\\x";
-      out += kHexDigits[value >> 4U];
-      out += kHexDigits[value & 0xFU];
+      const char byte = static_cast<char>(value);
+      AppendHex({&byte, 1}, out);
   }
 }
 
@@ -92,9 +92,7 @@ void AppendVisible(std::string_view text, std::string& out) {
     if (text.empty()) return;
     const unsigned lead = ByteAt(text, 0);
     const std::size_t length = Utf8SequenceLength(text);
-    // U+0080 to U+009F are control characters too: some terminals obey them.
-    const bool control =
-        lead < 0x20 || lead == 0x7F || (lead == 0xC2 && length == 2 && ByteAt(text, 1) < 0xA0);
+    const bool control = lead < 0x20 || lead == 0x7F || BeginsWithUpperControl(text);
     if (length == 0 || control) {
       const std::size_t bytes = std::max<std::size_t>(length, 1);
       for (std::size_t i = 0; i < bytes; ++i) AppendEscapedByte(ByteAt(text, i), out);
@@ -110,19 +108,9 @@ std::string_view CutAtCharacter(std::string_view text, std::size_t limit) {
   if (text.size() <= limit) return text;
   std::size_t end = limit;
   while (end > 0 && limit - end < 3 && InRange(ByteAt(text, end), 0x80, 0xBF)) --end;
-  // Bytes that are no UTF-8 at all have no character to protect.
+  // Bytes that are not UTF-8 have no character to protect.
   if (end == 0 || Utf8SequenceLength(text.substr(end)) == 0) end = limit;
   return text.substr(0, end);
-}
-
-void AppendHex(std::string_view bytes, std::string& out) {
-  std::size_t at = out.size();
-  out.resize(at + 2 * bytes.size());
-  for (const char character : bytes) {
-    const auto value = static_cast<unsigned char>(character);
-    out[at++] = kHexDigits[value >> 4U];
-    out[at++] = kHexDigits[value & 0xFU];
-  }
 }
 
 }  // namespace TamLogClient

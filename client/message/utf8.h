@@ -1,7 +1,7 @@
 #pragma once
 
-// Texts of messages have no stated encoding. They are taken as UTF-8 where they are valid UTF-8; what is not
-// is shown byte by byte.
+// UTF-8 as texts of messages hold it. Their encoding is not stated: valid UTF-8 is read as such, other bytes
+// are shown one by one.
 
 #include <cstddef>
 #include <string>
@@ -9,19 +9,27 @@
 
 namespace TamLogClient {
 
-// Length in bytes (1 to 4) of the well-formed UTF-8 sequence at the front of `text`; 0 when there is none.
+// Returns the length in bytes (1 to 4) of the well-formed UTF-8 sequence at the front of `text`, or 0.
 std::size_t Utf8SequenceLength(std::string_view text);
 
 bool IsValidUtf8(std::string_view text);
+
+// Returns a to z for A to Z, and any other byte as it is, whatever the locale.
+constexpr char LowerCase(char letter) {
+  return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter + ('a' - 'A')) : letter;
+}
+
+// Returns whether `text` begins with one of U+0080 to U+009F: control characters that some terminals obey.
+constexpr bool BeginsWithUpperControl(std::string_view text) {
+  return text.size() >= 2 && text[0] == '\xC2' && static_cast<unsigned char>(text[1]) >= 0x80 &&
+         static_cast<unsigned char>(text[1]) <= 0x9F;
+}
 
 // Appends `text` so that it is safe to show: control characters become \n, \t, \r or \xNN, and so do bytes
 // that are not UTF-8. Printable text, backslashes included, stays as it is.
 void AppendVisible(std::string_view text, std::string& out);
 
-// The longest prefix of at most `limit` bytes that does not cut a character in two.
+// Returns the longest prefix of at most `limit` bytes that does not cut a character in two.
 std::string_view CutAtCharacter(std::string_view text, std::size_t limit);
-
-// Appends two hexadecimal digits per byte.
-void AppendHex(std::string_view bytes, std::string& out);
 
 }  // namespace TamLogClient

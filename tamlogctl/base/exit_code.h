@@ -34,6 +34,7 @@ constexpr int ExitCodeOf(TamLogClient::Status status) {
       return kDone;
     case Status::NotRunning:
     case Status::NotFound:
+    case Status::NotAFile:
     case Status::NotSupported:
       return kNotThere;
     case Status::AccessDenied:
@@ -46,10 +47,13 @@ constexpr int ExitCodeOf(TamLogClient::Status status) {
       return kRefused;
     case Status::BadValue:
     case Status::TooLong:
+    case Status::Exists:
       return kUsage;
     case Status::Damaged:
     case Status::InPage:
       return kDamaged;
+    case Status::Interrupted:
+      return kInterrupted;
     case Status::Disconnected:
     case Status::SystemError:
       return kOutputFailed;

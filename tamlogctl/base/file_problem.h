@@ -1,6 +1,6 @@
 #pragma once
 
-// Explains problems with a file that the user named, and what to do about them.
+// Why a file that the user named cannot be read or written, in words that say what to do.
 
 #include <cstddef>
 #include <string>
@@ -9,20 +9,19 @@
 
 namespace TamLogCtl {
 
-// Why the file could not be read. `remark` is the reason when the file is damaged.
-std::string ProblemOf(const std::string& path, TamLogClient::Status status, const std::string& remark = {});
+// Returns why the file could not be read. `remark` is the reason when the file is damaged.
+std::string ProblemOf(TamLogClient::Status status, const std::string& remark = {});
 
 // The same with `path` in front.
 std::string FileProblem(const std::string& path, TamLogClient::Status status, const std::string& remark = {});
 
+// Returns why the file `target` could not be written, with its name in front.
+std::string TargetProblem(const std::string& target, TamLogClient::Status status);
+
+// The exit code for that. An existing target is an error of usage.
+int TargetExitCode(TamLogClient::Status status);
+
 // Says on stderr that `damaged` messages of the file break a rule.
 void SayDamaged(const std::string& path, std::size_t damaged);
-
-// Explains on stderr why the file `target` cannot be written, and returns the exit code. `advice` is what to
-// do when it already exists.
-int RefuseTarget(const std::string& target, TamLogClient::Status status, const std::string& advice);
-
-// Whether this is the name of something other than a regular file, which cannot be replaced.
-bool IsNoFile(const std::string& path);
 
 }  // namespace TamLogCtl

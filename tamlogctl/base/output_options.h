@@ -8,10 +8,6 @@
 #include "client/format/message_formatter.h"
 #include "tamlogctl/base/common_options.h"
 
-namespace CLI {
-class App;
-}
-
 namespace TamLogCtl {
 
 struct OutputOptions {
@@ -21,11 +17,6 @@ struct OutputOptions {
   std::string typeNames;  // empty: T0 to T3
   std::string encoding;   // empty: the default of the machine
 };
-
-void DefineOutputOptions(CLI::App& verb, OutputOptions& to);
-
-// The names of types and the encoding alone, for verbs with formats of their own.
-void DefineNaming(CLI::App& verb, OutputOptions& to);
 
 // The encoding alone. This and the next three return nothing, after a line on stderr, when the value of an
 // option is wrong.

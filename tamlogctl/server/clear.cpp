@@ -3,6 +3,7 @@
 #include "client/live/log_client.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
+#include "tamlogctl/base/file_problem.h"
 #include "tamlogctl/base/live_log.h"
 #include "tamlogctl/server/backup.h"
 #include "tamlogctl/server/live_server.h"
@@ -29,10 +30,11 @@ bool Ask(ClearOptions& options) {
 // Called right before the request: a message that arrives in between is neither in the file nor in the log.
 int Save(const ClearOptions& options) {
   TamLogClient::LogSnapshot snapshot;
-  const Status status = ReadLiveLog(options.timeoutMs, snapshot);
-  const int exitCode = status == Status::Ok ? WriteBackup(options.backup, snapshot, "give another name")
-                                            : Refuse(status, "the log cannot be saved");
-  if (exitCode != kDone) return Refuse(exitCode, "the log was not emptied");
+  if (const Status status = ReadLiveLog(options.timeoutMs, snapshot); status != Status::Ok)
+    return Refuse(status, "the log cannot be saved, and was not emptied");
+  if (const Status status = WriteBackup(options.backup, snapshot); status != Status::Ok)
+    return Refuse(TargetExitCode(status),
+                  TargetProblem(options.backup, status) + "; the log was not emptied");
   Say(std::to_string(snapshot.header.messageCount) + " messages are saved in " + options.backup);
   return kDone;
 }

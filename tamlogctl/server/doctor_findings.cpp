@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "client/log/ring.h"
 #include "records/pipe_protocol.h"
 #include "tamlogctl/server/filter_text.h"
 
@@ -146,17 +147,12 @@ void CheckObjects(const Observations& seen, Findings& out) {
   out.Ok("access", "mapping and events can be opened");
 }
 
-bool HeaderIsSane(const LogFileHeader& header) {
-  return header.maxMessages > 0 && header.messageCount >= 0 && header.messageCount <= header.maxMessages &&
-         header.nextSlot >= 0 && header.nextSlot < header.maxMessages;
-}
-
 void CheckSection(const Observations& seen, Findings& out) {
   const LogFileHeader& header = seen.log.header;
   if (header.serverRunning == 0) {
     return out.Warn("header", "the server is closing or opening the log", "look again in a few seconds");
   }
-  if (!HeaderIsSane(header)) {
+  if (!TamLogClient::RingIsSound(header)) {
     return out.Fail("header", "its numbers contradict each other",
                     "copy the log file if its messages matter, then: tamlogctl server restart");
   }

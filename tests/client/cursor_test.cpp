@@ -104,7 +104,7 @@ TEST_F(CursorTest, SurvivesARewriteOfTheWholeRing) {
   EXPECT_EQ(After(cursor), "gh");
 }
 
-TEST_F(CursorTest, LateMessagesAreNotAfterItButAreTold) {
+TEST_F(CursorTest, LateMessagesAreNotAfterItButAreReported) {
   Add("abc");
   const Cursor cursor = At("c");
   log.Submit(MakeBody(25, "L"));
@@ -114,7 +114,7 @@ TEST_F(CursorTest, LateMessagesAreNotAfterItButAreTold) {
   EXPECT_EQ(After(At("b")), "Lc");
 }
 
-TEST_F(CursorTest, EqualMessagesAreToldApart) {
+TEST_F(CursorTest, EqualMessagesAreDistinguished) {
   for (int i = 0; i < 3; ++i) log.Submit(MakeBody(10, "same"));
   log.Submit(MakeBody(20, "z"));
   log.Flush();

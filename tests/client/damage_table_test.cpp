@@ -110,7 +110,7 @@ TEST(DamageTable, EveryIntactMessageComesBackOutOfFilesDamagedAtRandom) {
     Random random(static_cast<unsigned>(i) + 1);
     Row row;
     for (int file = 0; file < files; ++file) Try(damage, random, row);
-    // Bytes that are none may hide the message behind them when they look like one: a handful in a million.
+    // Other bytes that look like a message may hide the message after them: a handful in a million.
     EXPECT_GE(row.wholeFiles * 1000, row.files * 999) << DamageName(damage);
     if (Printing()) {
       std::printf("| %s | %zu | %zu | %zu | %zu | %zu | %zu | %zu |\n", DamageName(damage), row.files,

@@ -95,7 +95,7 @@ TEST_F(FollowerMemoryTest, EmptyLogAtTheBeginningIsNoLoss) {
   EXPECT_EQ(runs.texts, "ab");
 }
 
-TEST_F(FollowerMemoryTest, ClearIsTold) {
+TEST_F(FollowerMemoryTest, ClearIsReported) {
   Add("abc");
   runs.Look();
   log.Clear();
@@ -113,7 +113,7 @@ TEST_F(FollowerMemoryTest, OlderMessagesThanTheRememberedOnesAreKnownByTheirNumb
   Add("ij");
   EXPECT_FALSE(brief.Look().loss.Any());
   EXPECT_EQ(brief.texts, "ij");
-  log.Submit(MakeBody(15, "L"));  // behind all that are remembered: nobody can say what is new
+  log.Submit(MakeBody(15, "L"));  // older than all that are remembered: new messages cannot be recognized
   log.Flush();
   const FollowStep step = brief.Look();
   EXPECT_TRUE(step.loss.Any());
@@ -199,14 +199,14 @@ class RandomRuns {
   std::set<std::size_t> given;
 };
 
-TEST(FollowerMemoryHistories, EveryMessageOnceOrItsLossTold) {
+TEST(FollowerMemoryHistories, EveryMessageOnceOrItsLossReported) {
   for (unsigned seed = 0; seed < 150 && !HasFailure(); ++seed) {
     SCOPED_TRACE(seed);
     RandomRuns(seed, false).Run();
   }
 }
 
-TEST(FollowerMemoryHistories, LittleMemoryMeansMoreLossesToldAndNoneSilent) {
+TEST(FollowerMemoryHistories, LittleMemoryMeansMoreLossesReportedAndNoneSilent) {
   for (unsigned seed = 0; seed < 150 && !HasFailure(); ++seed) {
     SCOPED_TRACE(seed);
     RandomRuns(seed, true).Run();

@@ -107,17 +107,17 @@ TEST_F(LogFileRepairTest, BadMessagesAreLeftOutWithSlotAndReason) {
 TEST_F(LogFileRepairTest, TextWithoutEndIsGivenOne) {
   LogMessage message = ReadSlot(5);
   std::memset(message.body.text, 'x', kTextSize);
-  message.body.source[kTextSize - 1] = 'y';  // behind the source's end
+  message.body.source[kTextSize - 1] = 'y';  // after the end of the source
   WriteSlot(5, message);
   EXPECT_EQ(Saved(), "01234" + std::string(256, 'x'));
-  EXPECT_EQ(Plan().mended, 1U);
+  EXPECT_EQ(Plan().textsCut, 1U);
   message.body.text[kTextSize - 1] = '\0';
   EXPECT_EQ(TamLogTest::BodyBytes(SavedMessageOf(LogFileImage(bytes), Plan().oldestFirst[5])),
             TamLogTest::BodyBytes(message))
       << "nothing else is changed";
 }
 
-TEST_F(LogFileRepairTest, TypeThatDoesNotExistCostsNoMessageAndIsTold) {
+TEST_F(LogFileRepairTest, TypeThatDoesNotExistCostsNoMessageAndIsReported) {
   constexpr std::uint32_t kFlipped = 0x00400000;
   LogMessage message = ReadSlot(2);
   const std::uint32_t before = message.body.type;
@@ -127,12 +127,12 @@ TEST_F(LogFileRepairTest, TypeThatDoesNotExistCostsNoMessageAndIsTold) {
     EXPECT_EQ(Saved({.carve = carve}), "012345");
     const auto plan = Plan({.carve = carve});
     EXPECT_EQ(plan.lost, 0U);
-    EXPECT_EQ(plan.mended, 0U);
-    EXPECT_EQ(plan.retyped, 1U);
+    EXPECT_EQ(plan.textsCut, 0U);
+    EXPECT_EQ(plan.typesChanged, 1U);
     ASSERT_EQ(plan.changes.size(), 1U);
     EXPECT_EQ(plan.changes[0].offset, LogFileImage::OffsetOf(2));
-    EXPECT_EQ(plan.changes[0].seenType, before ^ kFlipped);
-    EXPECT_EQ(plan.changes[0].givenType, before);
+    EXPECT_EQ(plan.changes[0].oldType, before ^ kFlipped);
+    EXPECT_EQ(plan.changes[0].newType, before);
     const LogMessage saved = SavedMessageOf(LogFileImage(bytes), plan.oldestFirst[2]);
     EXPECT_EQ(saved.body.type, before) << "one bit above the two lowest does not hide which type it was";
   }
@@ -162,13 +162,13 @@ TEST_F(LogFileRepairTest, MessagesAfterAClearAreCarved) {
   EXPECT_EQ(Plan({.carve = true}).outside, 0U);
 }
 
-TEST_F(LogFileRepairTest, MessagesThatAWrongHeaderHidesAreTold) {
+TEST_F(LogFileRepairTest, MessagesThatAWrongHeaderHidesAreReported) {
   bytes[offsetof(LogFileHeader, messageCount)] = 2;
   EXPECT_EQ(Saved(), "45");
   EXPECT_EQ(Plan().outside, 4U);
 }
 
-TEST_F(LogFileRepairTest, MessagesAfterAReformatAreCarvedBesideNewOnes) {
+TEST_F(LogFileRepairTest, MessagesAfterAReformatAreCarvedInAdditionToNewOnes) {
   log.Clear();
   log.Submit(MakeBody(9000, "new"));
   log.Flush();
@@ -255,7 +255,7 @@ TEST_F(LogFileWriterTest, WhatItWritesIsAcceptedAndWhole) {
 
 TEST_F(LogFileWriterTest, NothingIsOverwrittenUnlessAsked) {
   ASSERT_EQ(Write(path, 8), Status::Ok);
-  EXPECT_EQ(Write(path, 9), Status::BadValue);
+  EXPECT_EQ(Write(path, 9), Status::Exists);
   EXPECT_EQ(Contents(path).size(), LogFileSize(8));
   EXPECT_EQ(Write(path, 9, true), Status::Ok);
   EXPECT_EQ(Contents(path).size(), LogFileSize(9));
@@ -269,6 +269,24 @@ TEST_F(LogFileWriterTest, NothingIsLeftOfWhatFails) {
   EXPECT_EQ(TamLogClient::WriteLogFile(path, 1, give, 8, false), Status::BadValue);
   EXPECT_EQ(Write(path + "/deeper/new.dat", 8), Status::NotFound);
   EXPECT_EQ(FilesThere(), 0U);
+}
+
+TEST_F(LogFileWriterTest, DirectoriesAreNotReplaced) {
+  std::filesystem::create_directory(path);
+  EXPECT_EQ(Write(path, 8), Status::NotAFile);
+  EXPECT_EQ(Write(path, 8, true), Status::NotAFile);
+  EXPECT_TRUE(std::filesystem::is_directory(path));
+  EXPECT_EQ(FilesThere(), 1U);
+}
+
+TEST_F(LogFileWriterTest, CallerThatEndsTheWritingIsInterrupted) {
+  const LogMessage message = ReadSlot(0);
+  const auto give = [&message](std::uint64_t) { return message; };
+  for (const std::uint64_t last : {0U, 3U, 7U}) {  // the first slot, and slots after the only message
+    const auto goOn = [last](std::uint64_t slot) { return slot < last; };
+    EXPECT_EQ(TamLogClient::WriteLogFile(path, 1, give, 8, false, goOn), Status::Interrupted) << last;
+    EXPECT_EQ(FilesThere(), 0U);
+  }
 }
 
 TEST_F(LogFileWriterTest, FileThatIsNotCommittedLeavesNothing) {
@@ -285,7 +303,7 @@ TEST_F(LogFileWriterTest, TargetThatAppearsMeanwhileIsKept) {
   AtomicFile file;
   ASSERT_EQ(file.Open(path, false), Status::Ok);
   ASSERT_EQ(Write(path, 8), Status::Ok);
-  EXPECT_EQ(file.Commit(), Status::BadValue);
+  EXPECT_EQ(file.Commit(), Status::Exists);
   EXPECT_EQ(Contents(path).size(), LogFileSize(8));
 }
 

@@ -145,7 +145,7 @@ TEST_F(LogFileVerifyTest, LogThatAServerMadeIsNeverDamaged) {
   }
 }
 
-TEST_F(LogFileVerifyTest, FileCutInsideTheRingAndBehindIt) {
+TEST_F(LogFileVerifyTest, FileCutInsideTheRingAndAfterIt) {
   Verify();
   bytes.resize(LogFileSize(7) + 1);
   EXPECT_EQ(Names(VerifyBytes()), "empty-slots-gone ");
@@ -155,7 +155,7 @@ TEST_F(LogFileVerifyTest, FileCutInsideTheRingAndBehindIt) {
   const auto report = VerifyBytes();
   EXPECT_EQ(Names(report), "slots-in-file ");
   EXPECT_EQ(report.findings[0].slot, 5U);
-  EXPECT_EQ(report.findings[0].seen, "1 slots of messages behind the file's end");
+  EXPECT_EQ(report.findings[0].seen, "1 message after the end of the file");
 }
 
 TEST_F(LogFileVerifyTest, FileWithoutWholeHeader) {

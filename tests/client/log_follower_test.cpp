@@ -94,7 +94,7 @@ TEST_F(LogFollowerTest, MessagesWithoutNumberAreGivenOnce) {
   log.Flush();
   Look();
   for (int i = 2; i <= 4; ++i) Submit(std::to_string(i), i);
-  log.Submit(MakeBody(0, "old"));  // behind all others: the whole ring is written again
+  log.Submit(MakeBody(0, "old"));  // oldest of all: the whole ring is written again
   log.Flush();
   Look();
   EXPECT_EQ(texts, (Strings{"2", "3", "4"}));
@@ -139,7 +139,7 @@ TEST_F(LogFollowerTest, EqualMessagesAreGivenAsOftenAsTheyCame) {
   EXPECT_EQ(texts, (Strings{"same"}));
 }
 
-TEST_F(LogFollowerTest, ClearIsToldAndWhatCameBeforeItIsCounted) {
+TEST_F(LogFollowerTest, ClearIsReportedAndMessagesBeforeItAreCounted) {
   Begin(8);
   Submit("a", 1);
   log.Flush();
@@ -157,7 +157,7 @@ TEST_F(LogFollowerTest, ClearIsToldAndWhatCameBeforeItIsCounted) {
   EXPECT_EQ(step.loss.least, 2U);
 }
 
-TEST_F(LogFollowerTest, ReformatBeginsAnew) {
+TEST_F(LogFollowerTest, ReformatStartsANewLog) {
   Begin(8);
   Submit("a", 1);
   log.Flush();
@@ -300,7 +300,7 @@ class RandomHistory {
     const std::size_t missing = log.EverInFile().size() - given;
     EXPECT_GE(log.EverInFile().size(), given);
     const std::size_t missed = missing - std::min(missing, missingBefore);
-    // A new log that was filled and formatted again while nobody looked leaves no trace.
+    // A new log that was filled and formatted again between two snapshots leaves no trace.
     const bool twiceEmptied = reopened && emptyBefore && snapshot.header.messageCount == 0;
     emptyBefore = snapshot.header.messageCount == 0;
     if (step.loss.Exact() && !twiceEmptied) {
@@ -326,7 +326,7 @@ class RandomHistory {
   LogFollower follower;
 };
 
-TEST(LogFollowerHistories, EveryMessageOnceOrItsLossTold) {
+TEST(LogFollowerHistories, EveryMessageOnceOrItsLossReported) {
   for (unsigned seed = 0; seed < 200 && !HasFailure(); ++seed) {
     SCOPED_TRACE(seed);
     RandomHistory(seed, false).Run();

@@ -61,7 +61,7 @@ TEST(LogSnapshot, RewrittenRingIsTurnedRound) {
   EXPECT_TRUE(OrderMessages(log.Snapshot()).reordered);
 }
 
-TEST(LogSnapshot, MessagesAppendedAfterARewriteStandBehindTheBackwardStretch) {
+TEST(LogSnapshot, MessagesAppendedAfterARewriteComeAfterTheBackwardStretch) {
   RingModel log(5);
   SubmitAll(log, "abcde");
   log.Flush();

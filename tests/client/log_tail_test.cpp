@@ -145,7 +145,7 @@ TEST_F(LogTailTest, FilesThatAreNotAsTheyShouldBeAreLeftToTheWholeReading) {
 }
 
 // What the tail of one message says of the ends, against the order of the whole log.
-TEST_F(LogTailTest, EndsAreThoseOfTheWholeLogOrNotTold) {
+TEST_F(LogTailTest, EndsAreThoseOfTheWholeLogOrUnknown) {
   const auto expectEnds = [this](const RingModel& log, bool told) {
     Write(log);
     LogTail tail;

@@ -65,7 +65,7 @@ TEST(Formats, Json) {
             "\"late\":true}\n");
 }
 
-TEST(Formats, JsonStaysValidUtf8AndKeepsTheBytesBeside) {
+TEST(Formats, JsonStaysValidUtf8AndKeepsTheBytesInAFieldOfTheirOwn) {
   const std::string line = Formatted(MakeMessage("gr\xFC\xDF", "K\xE4se"), {Format::Json});
   EXPECT_TRUE(TamLogClient::IsValidUtf8(line));
   EXPECT_NE(line.find("\"source\":\"K\xEF\xBF\xBDse\",\"source_hex\":\"4be47365\""), std::string::npos)

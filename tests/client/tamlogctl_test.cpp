@@ -148,7 +148,7 @@ TEST_F(TamlogctlTest, DamagedFileIsSevenAndItsMessagesAreShown) {
   const auto outcome = Run("show -o cat " + MakeLog(4 * sizeof(LogMessage)));
   EXPECT_EQ(outcome.exitCode, 7U);
   EXPECT_EQ(outcome.out, "message 0\nmessage 1\nmessage 2\nmessage 3\n");
-  EXPECT_NE(outcome.err.find("the file is short: 4 of 8 slots are there"), std::string::npos) << outcome.err;
+  EXPECT_NE(outcome.err.find("the file is too short: it has 4 of 8 slots"), std::string::npos) << outcome.err;
 }
 
 TEST_F(TamlogctlTest, SeveralFilesAreMergedByTime) {
@@ -183,7 +183,7 @@ TEST_F(TamlogctlTest, UsageErrorsAreTwoAndNameTheOptionAndTheFix) {
   expectUsage("show -s :1 " + log, "-s ':1': expected NAME or NAME:TYPES");
   expectUsage("show -S noon " + log, "-S 'noon': expected YYYY-MM-DD");
   expectUsage("show -g \"a(\" " + log, "add -F");
-  expectUsage("show -F " + log, "give one of them as well");
+  expectUsage("show -F " + log, "-F: applies to -g and -v");
   expectUsage("show -f " + log, "a copied log does not grow");
   expectUsage("send -t 4 text", "-t");
   expectUsage("send --time noon text", "--time 'noon': expected YYYY-MM-DD HH:MM:SS.mmm");

@@ -9,7 +9,6 @@ namespace {
 using TamLogClient::AppendTime;
 using TamLogClient::IsRealTime;
 using TamLogClient::ParseTime;
-using TamLogClient::ParseTimeBound;
 using TamLogClient::TimeWords;
 
 std::string Text(const TimeWords& words, char separator = ' ') {
@@ -64,19 +63,6 @@ TEST(TimeText, AnythingElseIsRefused) {
                            "!1,2,3", "!1,2,3,4,5,6,7,8", "!1,2,3,4,5,6,99999", "2026-01-02 24:00"}) {
     EXPECT_FALSE(ParseTime(text)) << text;
   }
-}
-
-TEST(TimeText, BoundsMayBeRelative) {
-  EXPECT_EQ(ParseTimeBound("now", kTime), kTime);
-  EXPECT_EQ(ParseTimeBound("today", kTime), (TimeWords{2026, 1, 2, 0, 0, 0, 0, 0}));
-  EXPECT_EQ(ParseTimeBound("yesterday", kTime), (TimeWords{2026, 1, 1, 0, 0, 0, 0, 0}));
-  EXPECT_EQ(ParseTimeBound("-15m", kTime), (TimeWords{2026, 1, 2, 2, 49, 5, 678, 0}));
-  EXPECT_EQ(ParseTimeBound("-6s", kTime), (TimeWords{2026, 1, 2, 3, 3, 59, 678, 0}));
-  EXPECT_EQ(ParseTimeBound("-4h", kTime), (TimeWords{2026, 1, 1, 23, 4, 5, 678, 0}));
-  EXPECT_EQ(ParseTimeBound("-2d", kTime), (TimeWords{2025, 12, 31, 3, 4, 5, 678, 0}));
-  EXPECT_EQ(ParseTimeBound("2026-01-02", kTime), (TimeWords{2026, 1, 2, 0, 0, 0, 0, 0}));
-  for (const char* text : {"-", "-m", "-15", "-15x", "-15mm", "tomorrow"})
-    EXPECT_FALSE(ParseTimeBound(text, kTime));
 }
 
 }  // namespace

@@ -62,7 +62,7 @@ TEST(Tsv, EmptyTextsAreAllowed) {
   EXPECT_TRUE(ParseTsvLine("2026-01-01 00:00\t0\t\t", problem)) << problem;
 }
 
-TEST(Tsv, EachMistakeIsNamedWithItsMend) {
+TEST(Tsv, EachMistakeIsNamedWithItsFix) {
   const auto problemOf = [](std::string_view line) {
     std::string problem;
     EXPECT_FALSE(ParseTsvLine(line, problem));

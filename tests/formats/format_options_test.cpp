@@ -49,11 +49,11 @@ TEST(FieldLists, EveryFieldHasOneName) {
 }
 
 TEST(FieldLists, MistakesNameTheMend) {
-  EXPECT_NE(FieldProblem("time,when").find("there is no field 'when'; there are time"), std::string::npos);
+  EXPECT_NE(FieldProblem("time,when").find("unknown field 'when'; the fields are time"), std::string::npos);
   EXPECT_NE(FieldProblem("").find("a field is missing"), std::string::npos);
   EXPECT_NE(FieldProblem("time,").find("a field is missing"), std::string::npos);
-  EXPECT_NE(FieldProblem(",time").find("there is no field ''"), std::string::npos);
-  EXPECT_EQ(FieldProblem("time,seq,time"), "'time' is there twice; name it once");
+  EXPECT_NE(FieldProblem(",time").find("unknown field ''"), std::string::npos);
+  EXPECT_EQ(FieldProblem("time,seq,time"), "'time' is named twice; name it once");
 }
 
 TEST(TypeNamesTest, ReplaceTheNumbers) {

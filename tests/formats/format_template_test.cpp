@@ -46,9 +46,10 @@ TEST(TextTemplate, KnowsEscapes) {
 }
 
 TEST(TextTemplate, MistakesNameTheMend) {
-  EXPECT_NE(Problem("{when}").find("there is no field {when}; there are time, seq, type"), std::string::npos);
-  EXPECT_NE(Problem("{}").find("there is no field {}"), std::string::npos);
-  EXPECT_NE(Problem("{Time}").find("there is no field {Time}"), std::string::npos);
+  EXPECT_NE(Problem("{when}").find("unknown field {when}; the fields are time, seq, type"),
+            std::string::npos);
+  EXPECT_NE(Problem("{}").find("unknown field {}"), std::string::npos);
+  EXPECT_NE(Problem("{Time}").find("unknown field {Time}"), std::string::npos);
   EXPECT_EQ(Problem("a {time"), "'a {time' has a { without a }; write {{ for a brace");
   EXPECT_EQ(Problem("{"), "'{' has a { without a }; write {{ for a brace");
   EXPECT_EQ(Problem("{time{"), "'{time{' has a { without a }; write {{ for a brace");

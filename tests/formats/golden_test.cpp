@@ -1,5 +1,5 @@
-// Compares every format, over one set of messages, with a file that a person has looked at. To write the
-// files anew: TAMLOG_UPDATE_GOLDEN=1 build/asan/tests/formats/format_golden_tests; then look at the
+// Compares every format, over one set of messages, with a file that a person has checked. To write the
+// files again: TAMLOG_UPDATE_GOLDEN=1 build/asan/tests/formats/format_golden_tests; then look at the
 // difference.
 
 #include <gtest/gtest.h>

@@ -395,10 +395,10 @@ def read_by_rsyslog(options, folder):
 MISTAKES = (
     (["-o", "xml"], "-o 'xml': expected one of short, full, cat"),
     (["-o", "template"], "give the line's text as well"),
-    (["-o", "template={when}"], "there is no field {when}; there are time, seq"),
+    (["-o", "template={when}"], "unknown field {when}; the fields are time, seq"),
     (["-o", "template={time"], "write {{ for a brace"),
     (["-o", "template=time}"], "write }} for a brace"),
-    (["-o", "json", "--fields", "time,when"], "--fields 'time,when': there is no field 'when'; there are time"),
+    (["-o", "json", "--fields", "time,when"], "--fields 'time,when': unknown field 'when'; the fields are time"),
     (["-o", "json", "--fields", "time,time"], "name it once"),
     (["--fields", "time"], "--fields 'time': add -o json, json-array, csv or tsv"),
     (["-o", "template={time}", "--fields", "time"], "a template names its fields itself"),

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "client/message/utf8.h"
+#include "client/message/hex.h"
 
 namespace {
 

@@ -289,6 +289,8 @@ TEST_F(CVerifyTest, NothingIsWrittenInPlaceOrOverAnotherFile) {
 TEST_F(CVerifyTest, EachTroubleHasItsCode) {
   Write();
   EXPECT_EQ(CodeOf(scratch.File("none"), output), TAMLOG_NOT_FOUND);
+  EXPECT_EQ(CodeOf(scratch.File("."), output), TAMLOG_NOT_FOUND);
+  EXPECT_EQ(CodeOf(damaged, scratch.File("."), {.replace = true}), TAMLOG_EXISTS);
   EXPECT_EQ(CodeOf(damaged, scratch.File("none/deeper.dat")), TAMLOG_OUTPUT_FAILED);
   EXPECT_EQ(CodeOf(damaged, output, {.capacity = 0x80000000U}), TAMLOG_BAD_ARGUMENT);
   EXPECT_FALSE(std::filesystem::exists(output));
