@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "client/file/log_file_image.h"
+#include "client/message/local_time.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
