@@ -1,5 +1,6 @@
 #include "tamlogctl/commands/shared_options.h"
 #include "tamlogctl/commands/verbs.h"
+#include "tamlogctl/read/export.h"
 #include "tamlogctl/read/merge.h"
 #include "tamlogctl/read/repair.h"
 #include "tamlogctl/read/verify.h"
@@ -111,7 +112,7 @@ Verb Merge() {
       Values("--label", "HOST=FILE", List(options->labels),
              "A log file and the name of its machine (repeatable)"),
       Values("--offset", "HOST=OFFSET", List(options->offsets),
-             "Added to that machine's times: +1h, -90s (ms, s, m, h, d)"),
+             "Added to that machine's times: +1h, -90s (ms, s, m, h, d, w)"),
   });
   verb.Add(WritingOptions(options->output));
   verb.Add(SelectingOptions(options->selection));

@@ -70,7 +70,7 @@ Verb Get() {
 
 Option TypesOption(std::optional<std::uint32_t>& to) {
   const auto take = [&to](const std::string& text) {
-    to = TamLogClient::ParseTypes(text);
+    to = ParseTypes(text);
     return to ? "" : "'" + text + "': expected types from 0 to 3, as 0,1,3 or 0-2";
   };
   return Value("--types", "LIST", take, "Types that are kept: 0,1,3 or 0-2");

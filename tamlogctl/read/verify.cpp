@@ -6,6 +6,7 @@
 
 #include "client/file/log_file_verify.h"
 #include "tamlogctl/base/console.h"
+#include "tamlogctl/base/counted.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
 #include "tamlogctl/base/json.h"
@@ -21,10 +22,6 @@ using TamLogClient::FileRule;
 using TamLogClient::Status;
 using TamLogClient::VerifyReport;
 
-std::string Counted(std::uint64_t count, const std::string& what) {
-  return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
-}
-
 std::string LineOf(const FileFinding& finding) {
   std::string line = IsRemark(finding.rule) ? "  remark  " : "  DAMAGE  ";
   line += RuleName(finding.rule);
@@ -36,9 +33,10 @@ std::string LineOf(const FileFinding& finding) {
 std::string Verdict(const VerifyReport& report) {
   if (report.Damage() > 0)
     return "damaged (" + Counted(report.Damage(), "place") +
-           "): the next start of a server would empty it; save its messages with: tamlogctl repair";
+           "): a server would empty it at its next start; save its messages with: tamlogctl repair";
   if (!report.Accepted())
-    return "no damage, but the next start of a server would empty it: it lies newest first; put it in order "
+    return "no damage, but a server would empty it at its next start: it is in order newest first; put it in "
+           "order "
            "with: tamlogctl repair";
   return "no damage";
 }
@@ -49,7 +47,8 @@ std::string TextOf(const std::string& name, const VerifyReport& report) {
                      Counted(report.slotsThere, "slot") + " in " + Counted(report.size, "byte") + "\n";
   for (const FileFinding& finding : report.findings) text += LineOf(finding);
   const std::uint64_t rest = report.Damage() + report.Remarks() - report.findings.size();
-  if (rest > 0) text += "  and " + std::to_string(rest) + " more of the same rules; list them with --all\n";
+  if (rest > 0)
+    text += "  and " + std::to_string(rest) + " more that break the same rules; list them with --all\n";
   return text;
 }
 
@@ -93,9 +92,7 @@ class Verify {
     const Status status = TamLogClient::ReadFileBytes(path, bytes);
     if (status != Status::Ok) {
       busy.reset();
-      Say(FileProblem(path, status));
-      Worsen(ExitCodeOf(status));
-      return;
+      return Worsen(Refuse(ExitCodeOf(status), FileProblem(path, status)));
     }
     Judge(path, bytes, false, busy);
   }
@@ -103,10 +100,7 @@ class Verify {
   void Live() {
     std::string bytes;
     const int code = ReadLiveImage(options.timeoutMs, bytes);
-    if (code != kDone) {
-      Worsen(code);
-      return;
-    }
+    if (code != kDone) return Worsen(code);
     auto busy = std::make_optional<Busy>("verifying");
     Judge("the running server's log", bytes, true, busy);
   }
@@ -114,15 +108,14 @@ class Verify {
   int ExitCode() const { return exitCode; }
 
  private:
-  // A file that could not be looked at counts for more than one that is damaged.
-  void Worsen(int code) { exitCode = std::max(exitCode, code); }
+  void Worsen(int code) { exitCode = WorseOf(exitCode, code); }
 
   void Judge(const std::string& name, const std::string& bytes, bool live, std::optional<Busy>& busy) {
     constexpr std::size_t kListed = 20;
     const std::size_t most = options.all ? std::numeric_limits<std::size_t>::max() : kListed;
     const auto report = VerifyLogFile(TamLogClient::LogFileImage(bytes), {most, live});
     busy.reset();
-    if (report.Damage() > 0 || (options.strict && !report.Accepted())) Worsen(kNothingMatched);
+    if (report.Damage() > 0 || (options.strict && !report.Accepted())) Worsen(kNegative);
     if (options.quiet) return;
     if (!WriteOut(options.json ? JsonOf(name, report) : TextOf(name, report))) Worsen(kOutputFailed);
   }

@@ -174,7 +174,7 @@ int ExitCodeFor(const Observations& seen, const std::vector<Finding>& findings) 
   if (seen.pipe == PipeState::Absent && !seen.mapped) return kNotThere;
   const bool allWell = std::all_of(findings.begin(), findings.end(),
                                    [](const Finding& finding) { return finding.state == FindingState::Ok; });
-  return allWell ? kDone : kNothingMatched;
+  return allWell ? kDone : kNegative;
 }
 
 }  // namespace

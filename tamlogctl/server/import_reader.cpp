@@ -160,7 +160,7 @@ ImportSource ReadImport(const std::string& path, const std::string& format) {
   ImportSource source;
   std::string bytes;
   if (const auto status = TamLogClient::ReadFileBytes(path, bytes); status != TamLogClient::Status::Ok) {
-    source.problem = ProblemOf(path, status);
+    source.problem = ProblemOf(status);
     source.exitCode = ExitCodeOf(status);
     return source;
   }

@@ -1,6 +1,6 @@
 #pragma once
 
-// Messages for tests, told apart by their text.
+// Messages for tests, identified by their text.
 //
 //   Message("b", At(12, 1))                          from "source", of type 0
 //   From("Camera", Message("b", At(12, 1)))
