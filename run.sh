@@ -6,8 +6,8 @@ usage() {
   cat <<'TEXT'
 usage: ./run.sh [--once]
 
-Installs what is missing from Debian's packages, builds, and runs the log server under Wine in a prefix of its own
-(build/wine/run, made anew): with the driver double, as a service of the service manager. Lines of this machine's own
+Installs missing Debian packages, builds, and runs the log server under Wine in a new prefix of its own
+(build/wine/run): with the driver double, as a service of the service manager. Lines of this machine's own
 logs are handed in through the driver and through the pipe, shown from the shared file, and new messages are followed
 until Ctrl-C, which stops and removes everything that was started.
 
@@ -39,6 +39,7 @@ readonly installed="$prefix/drive_c/Program Files/Torvane"
 readonly diagnostic_log=$prefix/drive_c/windows/TamLogServiceLog.txt
 
 step='starting'
+builder=''
 in_wine=no service_installed=no service_started=no driver_installed=no
 follower='' trickle=''
 
@@ -114,6 +115,7 @@ stop_service() {
 
 clean_up() {
   local failed=0
+  end_process_group TERM "$builder"
   [[ $in_wine == yes ]] || return 0
   echo "== stopping and removing what was started"
   end_process_group TERM "$trickle"
@@ -213,22 +215,41 @@ split_lines() {
 
 # --- The steps.
 
+say_how_long() {
+  if [[ -x build/bin/tamlogctl.exe ]]; then
+    echo 'This takes about half a minute, and longer the more has to be compiled again.'
+  else
+    echo 'The first run takes about three minutes on two cores: packages, compiling, a Wine prefix.'
+  fi
+}
+
+# In a session of its own, because bash lets Ctrl-C pass by what runs in the background.
+start_build() {
+  local log=$work/build.log
+  [[ ! -t 1 ]] || log=/dev/stdout
+  setsid scripts/build.sh windows TamLogServer tamlogctl tamlog tamlogdrv >"$log" 2>&1 8>&- &
+  builder=$!
+}
+
+finish_build() {
+  begin 'building'
+  wait "$builder" || { builder=''; [[ -t 1 ]] || tail -n 40 "$work/build.log" >&2; fail; }
+  builder=''
+}
+
 prepare() {
-  begin 'installing packages'
-  scripts/install-packages.sh run || fail
+  say_how_long
+  begin 'installing the packages that the build needs'
+  scripts/install-packages.sh build || fail
 
   mkdir -p "$work"
   exec 8>"$work/.lock"
   flock --nonblock 8 || fail 'another run.sh is at work in this tree'
   rm -f "$work"/*
 
-  begin 'building (the first time takes minutes)'
-  if [[ -t 1 ]]; then
-    scripts/build.sh windows TamLogServer tamlogctl tamlog tamlogdrv || fail
-  else
-    scripts/build.sh windows TamLogServer tamlogctl tamlog tamlogdrv >"$work/build.log" 2>&1 ||
-      { tail -n 40 "$work/build.log" >&2; fail; }
-  fi
+  begin 'installing Wine, while the build runs'
+  start_build
+  scripts/install-packages.sh run 8>&- || fail
 
   begin 'making a Wine prefix'
   scripts/wine-prefix.sh run 8>&- || fail
@@ -236,6 +257,7 @@ prepare() {
   . scripts/wine-env.sh "$prefix"
   in_wine=yes
   wine_server_start 8>&- || fail "Wine's server does not start"
+  finish_build
   mkdir -p "$installed"
   cp build/bin/TamLogServer.exe build/bin/tamlogctl.exe build/bin/tamlog.sys build/bin/tamlogdrv.exe "$installed/"
 }

@@ -7,6 +7,9 @@
 #   SYSTEM    calls the system: *_posix.cpp is built natively only, everything else for Windows only
 function(tamlog_room name)
   cmake_parse_arguments(ROOM "" "" "PURE;PORTABLE;SYSTEM;USES;LIBS" ${ARGN})
+  if(ROOM_UNPARSED_ARGUMENTS)
+    message(FATAL_ERROR "tamlog_room(${name}): unknown: ${ROOM_UNPARSED_ARGUMENTS}")
+  endif()
   set(system ${ROOM_SYSTEM})
   if(WIN32)
     list(FILTER system EXCLUDE REGEX "_posix\\.cpp$")

@@ -4,10 +4,11 @@ set -euo pipefail
 
 usage() {
   cat <<'TEXT'
-usage: scripts/install-packages.sh [run|test|fuzz|bench]
+usage: scripts/install-packages.sh [build|run|test|fuzz|bench]
 
-Installs what is missing of the Debian packages that the project needs, as root or by sudo:
-  run    to build and run the server (run.sh)
+Installs the missing ones of the Debian packages that the project needs, as root or by sudo:
+  build  to build everything
+  run    that, and Wine, to run what was built (run.sh)
   test   that, and what the checks, native tests and fuzz targets need (test.sh); the default
   fuzz   to build and run the fuzz targets (fuzz.sh)
   bench  to build and run the server, and the peers that it is measured against (bench.sh)
@@ -15,14 +16,14 @@ Nothing is asked of the network when nothing is missing.
 TEXT
 }
 
-run_packages=(
+build_packages=(
   cmake ninja-build g++ libc6-dev     # the build, and the compiler of native builds
   g++-mingw-w64-x86-64-posix          # the cross-compiler; brings the linker, windres and windows.h
-  wine64                              # runs what was built
   googletest                          # its sources; the build files name them
   nlohmann-json3-dev libcli11-dev libfmt-dev  # used by tamlogctl
   python3                             # the build files look for it
 )
+run_packages=("${build_packages[@]}" wine64)
 test_packages=(
   clang-14 clang-tidy-14 clang-format-14  # thread-safety analysis, clang-tidy, format
   libspdlog-dev pkg-config                # programs that take the client library as others do
@@ -43,6 +44,7 @@ bench_packages=(
 set_name=${1:-test}
 case $set_name in
   -h | --help) usage; exit 0 ;;
+  build) wanted=("${build_packages[@]}") ;;
   run) wanted=("${run_packages[@]}") ;;
   test) wanted=("${run_packages[@]}" "${test_packages[@]}" "${fuzz_packages[@]}") ;;
   fuzz) wanted=("${run_packages[@]}" "${fuzz_packages[@]}") ;;
