@@ -4,14 +4,20 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <string>
 #include <vector>
 
-#include "tests/store/messages.h"
+#include "tests/support/messages.h"
 
-namespace StoreTest {
 namespace {
+
+using TestSupport::At;
+using TestSupport::From;
+using TestSupport::Message;
+using TestSupport::OfType;
 
 template <class Record>
 std::vector<unsigned char> BytesOf(const Record& record) {
@@ -115,27 +121,13 @@ TEST(LogFileFormat, TheNamesOfTheSharedObjectsAreFixed) {
 }
 
 TEST(TimeKey, CountsTheSevenWordsInTheirUnits) {
-  LogMessageBody body = {};
-  body.timestamp[6] = 1;
-  EXPECT_EQ(TimeKey(body), 1U);
-  body = {};
-  body.timestamp[5] = 1;
-  EXPECT_EQ(TimeKey(body), 1000U);
-  body = {};
-  body.timestamp[4] = 1;
-  EXPECT_EQ(TimeKey(body), 60000U);
-  body = {};
-  body.timestamp[3] = 1;
-  EXPECT_EQ(TimeKey(body), 3600000U);
-  body = {};
-  body.timestamp[2] = 1;
-  EXPECT_EQ(TimeKey(body), 86400000U);
-  body = {};
-  body.timestamp[1] = 1;
-  EXPECT_EQ(TimeKey(body), 31ULL * 86400000U);
-  body = {};
-  body.timestamp[0] = 1;
-  EXPECT_EQ(TimeKey(body), 12ULL * 31U * 86400000U);
+  constexpr std::uint64_t kDay = 86400000;
+  constexpr std::uint64_t kUnits[] = {12 * 31 * kDay, 31 * kDay, kDay, 3600000, 60000, 1000, 1};
+  for (std::size_t word = 0; word < std::size(kUnits); ++word) {
+    LogMessageBody body = {};
+    body.timestamp[word] = 1;
+    EXPECT_EQ(TimeKey(body), kUnits[word]) << word;
+  }
 }
 
 TEST(TimeKey, OfAWholeDate) {
@@ -164,4 +156,3 @@ TEST(TimeKey, OfATimeBeforeZeroIsVeryLarge) {
 }
 
 }  // namespace
-}  // namespace StoreTest

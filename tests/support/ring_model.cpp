@@ -4,20 +4,15 @@
 #include <cstring>
 
 #include "client/message/message_body.h"
+#include "tests/support/log_bytes.h"
+#include "tests/support/messages.h"
 
 namespace TamLogTest {
 
 LogMessageBody MakeBody(std::int32_t millisecondOfDay, const std::string& text, const std::string& source,
                         std::uint32_t type) {
   LogMessageBody body{};
-  const std::int32_t second = millisecondOfDay / 1000;
-  body.timestamp[0] = 2026;
-  body.timestamp[1] = 1;
-  body.timestamp[2] = 1;
-  body.timestamp[3] = static_cast<std::int16_t>(second / 3600);
-  body.timestamp[4] = static_cast<std::int16_t>(second / 60 % 60);
-  body.timestamp[5] = static_cast<std::int16_t>(second % 60);
-  body.timestamp[6] = static_cast<std::int16_t>(millisecondOfDay % 1000);
+  TestSupport::SetTime(body, 2026, 1, 1, TestSupport::AtMillisecond(millisecondOfDay));
   body.type = type;
   TamLogClient::FillTexts(source, text, body);
   return body;
@@ -112,6 +107,10 @@ void RingModel::Clear() {
 
 TamLogClient::LogSnapshot RingModel::Snapshot() const {
   return {header, slots};
+}
+
+std::string RingModel::FileBytes() const {
+  return TestSupport::LogFileBytes(header, slots);
 }
 
 }  // namespace TamLogTest

@@ -30,6 +30,7 @@ class RingModel {
 
   // What the file holds now, as a reader would copy it.
   TamLogClient::LogSnapshot Snapshot() const;
+  std::string FileBytes() const;
 
   // Numbers, from 0 in order of submission, of the messages that ever were in the file; and of the one in a
   // slot.

@@ -12,6 +12,8 @@
 
 #include "client/c/c_interface.h"
 #include "tests/client/c/header_test.h"
+#include "tests/support/files.h"
+#include "tests/support/log_bytes.h"
 #include "tests/support/ring_model.h"
 #include "tests/support/temp_dir.h"
 
@@ -31,12 +33,7 @@ class CInterfaceTest : public testing::Test {
   }
   std::string WriteSnapshot(const TamLogClient::LogSnapshot& snapshot) {
     const std::string path = scratch.File("log" + std::to_string(files++) + ".dat");
-    std::ofstream file(path, std::ios::binary);
-    file.write(reinterpret_cast<const char*>(&snapshot.header), sizeof(snapshot.header));
-    const LockNames names{};
-    file.write(reinterpret_cast<const char*>(&names), sizeof(names));
-    file.write(reinterpret_cast<const char*>(snapshot.slots.data()),
-               static_cast<std::streamsize>(snapshot.slots.size() * sizeof(LogMessage)));
+    TestSupport::WriteBytes(path, TestSupport::LogFileBytes(snapshot.header, snapshot.slots));
     return path;
   }
 

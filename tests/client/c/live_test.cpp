@@ -44,12 +44,7 @@ class Library : public SystemTest {
     });
   }
   static CommandReport Run(const std::string& name, const std::string& arguments) {
-    ChildProcess child("\"" + OwnDirectory() + "\\example_" + name + ".exe\" " + arguments);
-    child.CloseInput();
-    CommandReport report;
-    report.output = child.FinishOutput(60s);
-    report.exitCode = child.WaitForEnd(10s);
-    return report;
+    return RunOwnProgram("example_" + name + ".exe", arguments);
   }
 };
 

@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "client/message/log_message_view.h"
+#include "tests/support/log_bytes.h"
 #include "tests/support/ring_model.h"
 
 namespace {
@@ -38,10 +39,7 @@ class LogFileReaderTest : public testing::Test {
   }
 
   void Render(const LogSnapshot& snapshot) {
-    bytes.assign(reinterpret_cast<const char*>(&snapshot.header), sizeof(snapshot.header));
-    bytes.append(sizeof(LockNames), '\0');
-    bytes.append(reinterpret_cast<const char*>(snapshot.slots.data()),
-                 snapshot.slots.size() * sizeof(LogMessage));
+    bytes = TestSupport::LogFileBytes(snapshot.header, snapshot.slots);
   }
 
   LogFileContents Read() {

@@ -15,6 +15,9 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/files.h"
+#include "tests/support/log_bytes.h"
+
 namespace {
 
 using TamLogClient::LogFileScan;
@@ -35,11 +38,7 @@ class LogFileScanTest : public testing::Test {
       slot.sequence = static_cast<std::uint64_t>(i);
       slot.body.timestamp[0] = static_cast<std::int16_t>(i + 1);
     }
-    std::ofstream file(path, std::ios::binary);
-    file.write(reinterpret_cast<const char*>(&header), sizeof(header));
-    file.write(std::string(sizeof(LockNames), '\0').data(), sizeof(LockNames));
-    file.write(reinterpret_cast<const char*>(slots.data()),
-               static_cast<std::streamsize>(slots.size() * sizeof(LogMessage)));
+    TestSupport::WriteBytes(path, TestSupport::LogFileBytes(header, slots));
   }
   ~LogFileScanTest() override {
     std::error_code ignored;

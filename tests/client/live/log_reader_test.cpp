@@ -14,7 +14,7 @@
 #include "client/log/log_follower.h"
 #include "client/message/log_message_view.h"
 #include "client/message/win32.h"
-#include "tests/client/live/shared_log.h"
+#include "tests/client/live/served_log.h"
 #include "tests/support/ring_model.h"
 
 namespace {
@@ -25,7 +25,7 @@ using TamLogClient::LogSnapshot;
 using TamLogClient::Status;
 using TamLogTest::MakeBody;
 using TamLogTest::RingModel;
-using TamLogTest::SharedLog;
+using TamLogTest::ServedLog;
 
 std::string Texts(const LogSnapshot& snapshot) {
   std::string texts;
@@ -39,7 +39,7 @@ class LogReaderTest : public testing::Test {
  protected:
   LogReaderTest() {
     Add("abc");
-    shared = std::make_unique<SharedLog>(log.Snapshot());
+    shared = std::make_unique<ServedLog>(log.Snapshot());
   }
 
   // After every test: nobody is inside, and the next writer finds everything open.
@@ -56,7 +56,7 @@ class LogReaderTest : public testing::Test {
   }
 
   RingModel log{8};
-  std::unique_ptr<SharedLog> shared;
+  std::unique_ptr<ServedLog> shared;
   LogReader reader;
   LogSnapshot snapshot;
   int now = 0;
@@ -179,7 +179,7 @@ TEST_F(LogReaderTest, HeaderThatMakesNoSenseGivesTheSlotsAndDamaged) {
 
 TEST_F(LogReaderTest, SectionOfAnotherTimeIsTooSmallAndIsRefused) {
   const RingModel large(5000);
-  SharedLog old(large.Snapshot(), LogFileSize(8));
+  ServedLog old(large.Snapshot(), LogFileSize(8));
   LogReader other;
   ASSERT_EQ(other.Open(old.MapName()), Status::Ok);
   EXPECT_EQ(other.Snapshot(snapshot), Status::Damaged);
@@ -287,7 +287,7 @@ TEST_F(LogReaderTest, FaultWhileCopyingBecomesAStatusAndTheReaderLeaves) {
   RingModel large(64);
   for (int i = 0; i < 60; ++i) large.Submit(MakeBody(i, "m"));
   large.Flush();
-  SharedLog many(large.Snapshot());
+  ServedLog many(large.Snapshot());
   LogReader other;
   ASSERT_EQ(other.Open(many.MapName()), Status::Ok);
   MEMORY_BASIC_INFORMATION region{};

@@ -10,7 +10,7 @@
 #include <string>
 
 #include "client/message/win32.h"
-#include "tests/client/live/shared_log.h"
+#include "tests/client/live/served_log.h"
 #include "tests/client/live/test_server.h"
 #include "tests/support/ring_model.h"
 
@@ -29,7 +29,7 @@ using TamLogClient::Status;
 using TamLogTest::Answer;
 using TamLogTest::MakeBody;
 using TamLogTest::RingModel;
-using TamLogTest::SharedLog;
+using TamLogTest::ServedLog;
 using TamLogTest::TestServer;
 
 constexpr std::uint32_t kSoon = 5000;
@@ -38,7 +38,7 @@ class LogStreamTest : public testing::Test {
  protected:
   LogStreamTest() {
     Add("abc");
-    shared = std::make_unique<SharedLog>(log.Snapshot());
+    shared = std::make_unique<ServedLog>(log.Snapshot());
   }
 
   void Add(const std::string& letters) {
@@ -101,7 +101,7 @@ class LogStreamTest : public testing::Test {
   }
 
   RingModel log{8};
-  std::unique_ptr<SharedLog> shared;
+  std::unique_ptr<ServedLog> shared;
   TestServer server{[this](const PipeRequest& request, PipeReply& reply) { return Serve(request, reply); }};
   int now = 0;
 };
@@ -142,7 +142,7 @@ TEST_F(LogStreamTest, LogOfAServerThatStopsIsLetGoAlsoWhenNobodyAsksForTheNextIt
   for (const std::uint64_t end = GetTickCount64() + kSoon; isThere() && GetTickCount64() < end;) Sleep(10);
   EXPECT_FALSE(isThere());
   Add("d");
-  shared = std::make_unique<SharedLog>(log.Snapshot());
+  shared = std::make_unique<ServedLog>(log.Snapshot());
   EXPECT_EQ(Read(stream, "d"), "SRd");
 }
 
@@ -178,7 +178,7 @@ TEST_F(LogStreamTest, RestartWithAnotherCapacityIsGoneOverWithoutRepeating) {
     log.Submit(MakeBody((letter - 'a' + 1) * 10, std::string(1, letter)));
   log.Flush();
   Add("d");
-  shared = std::make_unique<SharedLog>(log.Snapshot());
+  shared = std::make_unique<ServedLog>(log.Snapshot());
   EXPECT_EQ(Read(stream, "d"), "Rd");
 }
 
@@ -190,7 +190,7 @@ TEST_F(LogStreamTest, NothingStaysOpenWhileTheServerIsAway) {
   EXPECT_EQ(stream.Wait(kSoon), LogChange::Stopped);
   shared.reset();
   EXPECT_EQ(OpenFileMappingA(FILE_MAP_READ, FALSE, name.c_str()), nullptr);
-  shared = std::make_unique<SharedLog>(log.Snapshot());
+  shared = std::make_unique<ServedLog>(log.Snapshot());
 }
 
 TEST_F(LogStreamTest, OrderedStreamHoldsBackUntilNothingEarlierIsToBeExpected) {

@@ -12,6 +12,7 @@
 
 #include "client/file/log_file_scan.h"
 #include "client/message/log_message_view.h"
+#include "tests/support/files.h"
 #include "tests/support/ring_model.h"
 
 namespace {
@@ -43,13 +44,8 @@ class LogTailTest : public testing::Test {
   ~LogTailTest() override { std::filesystem::remove(path); }
 
   void Write(const RingModel& log, std::size_t cut = 0) const {
-    const LogSnapshot snapshot = log.Snapshot();
-    std::string bytes(reinterpret_cast<const char*>(&snapshot.header), sizeof(snapshot.header));
-    bytes.append(sizeof(LockNames), '\0');
-    bytes.append(reinterpret_cast<const char*>(snapshot.slots.data()),
-                 snapshot.slots.size() * sizeof(LogMessage));
-    bytes.resize(bytes.size() - cut);
-    std::ofstream(path, std::ios::binary) << bytes;
+    const std::string bytes = log.FileBytes();
+    TestSupport::WriteBytes(path, bytes.substr(0, bytes.size() - cut));
   }
 
   // The certain part of a tail of `count`, and whether it is the end of the whole log in time order.

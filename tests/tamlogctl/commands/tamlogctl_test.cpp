@@ -2,90 +2,29 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "client/live/handle.h"
-#include "client/message/win32.h"
-#include "tests/client/live/shared_log.h"
+#include "tests/client/live/served_log.h"
 #include "tests/client/live/test_server.h"
+#include "tests/support/files.h"
+#include "tests/support/program.h"
 #include "tests/support/ring_model.h"
+#include "tests/support/temp_dir.h"
 
 namespace {
 
-using TamLogClient::Handle;
 using TamLogTest::Answer;
-using TamLogTest::SharedLog;
+using TamLogTest::ServedLog;
 using TamLogTest::TestServer;
-
-struct Outcome {
-  DWORD exitCode = 0xFFFFFFFFU;
-  std::string out;
-  std::string err;
-};
+using TestSupport::Outcome;
 
 class TamlogctlTest : public testing::Test {
  protected:
-  TamlogctlTest() {
-    const auto* const info = testing::UnitTest::GetInstance()->current_test_info();
-    folder = std::filesystem::temp_directory_path() /
-             ("tamlogctl-" + std::to_string(GetCurrentProcessId()) + info->name());
-    std::filesystem::create_directories(folder);
-  }
-  ~TamlogctlTest() override {
-    std::error_code ignored;
-    std::filesystem::remove_all(folder, ignored);
-  }
-
-  std::string Path(const char* name) const { return (folder / name).string(); }
-
-  static std::string Contents(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream contents;
-    contents << file.rdbuf();
-    return contents.str();
-  }
-
-  static Handle OpenForChild(const std::string& path, bool write) {
-    SECURITY_ATTRIBUTES inherited{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
-    return Handle(CreateFileA(path.c_str(), write ? GENERIC_WRITE : GENERIC_READ,
-                              FILE_SHARE_READ | FILE_SHARE_WRITE, &inherited,
-                              write ? CREATE_ALWAYS : OPEN_EXISTING, 0, nullptr));
-  }
+  std::string Path(const char* name) const { return folder.File(name); }
 
   Outcome Run(const std::string& arguments, const std::string& input = "") {
-    std::ofstream(Path("in"), std::ios::binary) << input;
-    const Handle in = OpenForChild(Path("in"), false);
-    const Handle out = OpenForChild(Path("out"), true);
-    const Handle err = OpenForChild(Path("err"), true);
-    STARTUPINFOA startup{};
-    startup.cb = sizeof(startup);
-    startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdInput = in.Get();
-    startup.hStdOutput = out.Get();
-    startup.hStdError = err.Get();
-    PROCESS_INFORMATION process{};
-    std::string command = "\"" TAMLOGCTL "\" " + arguments;
-    Outcome outcome;
-    if (CreateProcessA(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
-                       &process) == FALSE) {
-      ADD_FAILURE() << "cannot start " << command << ": " << GetLastError();
-      return outcome;
-    }
-    const Handle child(process.hProcess);
-    const Handle thread(process.hThread);
-    if (WaitForSingleObject(child.Get(), 30000) != WAIT_OBJECT_0) {
-      TerminateProcess(child.Get(), 99);
-      ADD_FAILURE() << "did not end: " << command;
-    }
-    GetExitCodeProcess(child.Get(), &outcome.exitCode);
-    outcome.out = Contents(Path("out"));
-    outcome.err = Contents(Path("err"));
-    return outcome;
+    return TestSupport::RunIn(folder.Path(), "\"" TAMLOGCTL "\" " + arguments, input);
   }
 
   // A copied log with messages 0 to 5 of the sources Even and Odd.
@@ -96,13 +35,8 @@ class TamlogctlTest : public testing::Test {
                                       static_cast<std::uint32_t>(i % 4)));
     }
     log.Flush();
-    const auto snapshot = log.Snapshot();
-    std::string bytes(reinterpret_cast<const char*>(&snapshot.header), sizeof(snapshot.header));
-    bytes.append(sizeof(LockNames), '\0');
-    bytes.append(reinterpret_cast<const char*>(snapshot.slots.data()),
-                 snapshot.slots.size() * sizeof(LogMessage));
-    bytes.resize(bytes.size() - cut);
-    std::ofstream(Path("Logs.dat"), std::ios::binary) << bytes;
+    const std::string bytes = log.FileBytes();
+    TestSupport::WriteBytes(Path("Logs.dat"), bytes.substr(0, bytes.size() - cut));
     return "--file \"" + Path("Logs.dat") + "\"";
   }
 
@@ -111,12 +45,12 @@ class TamlogctlTest : public testing::Test {
     return Path("Logs.dat");
   }
 
-  std::filesystem::path folder;
+  TestSupport::TempDir folder;
 };
 
 TEST_F(TamlogctlTest, ShowsACopiedLogOldestFirst) {
   const auto outcome = Run("show " + MakeLog());
-  EXPECT_EQ(outcome.exitCode, 0U) << outcome.err;
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
   EXPECT_EQ(outcome.out,
             "2026-01-01 00:00:00.000 T0 Even: message 0\n2026-01-01 00:00:01.000 T1 Odd: message 1\n"
             "2026-01-01 00:00:02.000 T2 Even: message 2\n2026-01-01 00:00:03.000 T3 Odd: message 3\n"
@@ -141,12 +75,12 @@ TEST_F(TamlogctlTest, LastNCountsMatches) {
 }
 
 TEST_F(TamlogctlTest, NothingMatchedIsOne) {
-  EXPECT_EQ(Run("show -s Nobody " + MakeLog()).exitCode, 1U);
+  EXPECT_EQ(Run("show -s Nobody " + MakeLog()).exitCode, 1);
 }
 
 TEST_F(TamlogctlTest, DamagedFileIsSevenAndItsMessagesAreShown) {
   const auto outcome = Run("show -o cat " + MakeLog(4 * sizeof(LogMessage)));
-  EXPECT_EQ(outcome.exitCode, 7U);
+  EXPECT_EQ(outcome.exitCode, 7);
   EXPECT_EQ(outcome.out, "message 0\nmessage 1\nmessage 2\nmessage 3\n");
   EXPECT_NE(outcome.err.find("the file is short: 4 of 8 slots are there"), std::string::npos) << outcome.err;
 }
@@ -157,12 +91,12 @@ TEST_F(TamlogctlTest, SeveralFilesAreMergedByTime) {
 }
 
 TEST_F(TamlogctlTest, MissingFileAndMissingServerAreThree) {
-  EXPECT_EQ(Run("show --file missing.dat").exitCode, 3U);
-  EXPECT_EQ(Run("show").exitCode, 3U);
-  EXPECT_EQ(Run("follow").exitCode, 3U);
-  EXPECT_EQ(Run("send text").exitCode, 3U);
+  EXPECT_EQ(Run("show --file missing.dat").exitCode, 3);
+  EXPECT_EQ(Run("show").exitCode, 3);
+  EXPECT_EQ(Run("follow").exitCode, 3);
+  EXPECT_EQ(Run("send text").exitCode, 3);
   const auto status = Run("status");
-  EXPECT_EQ(status.exitCode, 3U);
+  EXPECT_EQ(status.exitCode, 3);
   EXPECT_NE(status.out.find("server    not running"), std::string::npos) << status.out;
   EXPECT_NE(Run("status -o json").out.find("\"state\": \"not running\""), std::string::npos);
 }
@@ -171,7 +105,7 @@ TEST_F(TamlogctlTest, UsageErrorsAreTwoAndNameTheOptionAndTheMend) {
   const std::string log = MakeLog();
   const auto expectUsage = [this](const std::string& arguments, const std::string& word) {
     const auto outcome = Run(arguments);
-    EXPECT_EQ(outcome.exitCode, 2U) << arguments;
+    EXPECT_EQ(outcome.exitCode, 2) << arguments;
     EXPECT_NE(outcome.err.find(word), std::string::npos) << outcome.err;
     EXPECT_EQ(outcome.out, "") << arguments;
   };
@@ -192,30 +126,30 @@ TEST_F(TamlogctlTest, UsageErrorsAreTwoAndNameTheOptionAndTheMend) {
 
 TEST_F(TamlogctlTest, WordThatBeginsWithASlashIsNoOption) {
   const auto outcome = Run("send \"/dev/null is gone\"");
-  EXPECT_EQ(outcome.exitCode, 3U);
+  EXPECT_EQ(outcome.exitCode, 3);
   EXPECT_NE(outcome.err.find("the server is not running"), std::string::npos) << outcome.err;
   const auto missing = Run("verify /nowhere/Logs.dat");
-  EXPECT_EQ(missing.exitCode, 3U);
+  EXPECT_EQ(missing.exitCode, 3);
   EXPECT_NE(missing.err.find("/nowhere/Logs.dat: no such file"), std::string::npos) << missing.err;
 }
 
 TEST_F(TamlogctlTest, SendNamesTheLineItRefuses) {
   const std::string longLine(257, 'x');
   auto outcome = Run("send", longLine + "\n");
-  EXPECT_EQ(outcome.exitCode, 2U);
+  EXPECT_EQ(outcome.exitCode, 2);
   EXPECT_NE(outcome.err.find("line 1: the text has 257 bytes, 256 are allowed; add --truncate or --split"),
             std::string::npos)
       << outcome.err;
   outcome = Run("send --input tsv", "not tsv\n");
-  EXPECT_EQ(outcome.exitCode, 2U);
+  EXPECT_EQ(outcome.exitCode, 2);
   EXPECT_NE(outcome.err.find("line 1: expected four columns"), std::string::npos) << outcome.err;
-  EXPECT_EQ(Run("send -s " + longLine + " text").exitCode, 2U);
-  EXPECT_EQ(Run("send --input text missing.txt").exitCode, 3U);
+  EXPECT_EQ(Run("send -s " + longLine + " text").exitCode, 2);
+  EXPECT_EQ(Run("send --input text missing.txt").exitCode, 3);
 }
 
 // What no real server does to a message that can be sent: it answers that it cannot take it, or not at all.
 TEST_F(TamlogctlTest, RefusedMessagesAreSix) {
-  const SharedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
+  const ServedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
   const TestServer server(
       [](const PipeRequest& request, PipeReply& reply) {
         reply.settings = {.maxMessage = 8, .devicePollRate = 50, .typeFilter = 0xF, .saveRate = 5};
@@ -225,9 +159,9 @@ TEST_F(TamlogctlTest, RefusedMessagesAreSix) {
       },
       kRequestPipeName);
   const Outcome sent = Run("send -s Camera text");
-  EXPECT_EQ(sent.exitCode, 6U) << sent.err;
+  EXPECT_EQ(sent.exitCode, 6) << sent.err;
   const Outcome imported = Run("import \"" + SavedLog() + "\"");
-  EXPECT_EQ(imported.exitCode, 6U) << imported.err;
+  EXPECT_EQ(imported.exitCode, 6) << imported.err;
   EXPECT_NE(imported.err.find("6 refused"), std::string::npos) << imported.err;
 }
 
@@ -236,7 +170,7 @@ TEST_F(TamlogctlTest, ServerThatDoesNotAnswerInTimeIsFive) {
   for (const std::string& command :
        std::vector<std::string>{"send -s Camera text", "settings get", "import \"" + SavedLog() + "\""}) {
     const Outcome outcome = Run(command + " --timeout 1000");
-    EXPECT_EQ(outcome.exitCode, 5U) << command << ": " << outcome.err;
+    EXPECT_EQ(outcome.exitCode, 5) << command << ": " << outcome.err;
   }
 }
 
@@ -246,17 +180,17 @@ TEST_F(TamlogctlTest, LogOfAServerWithoutPipesIsNotOpened) {
   TamLogTest::RingModel model(8);
   model.Submit(TamLogTest::MakeBody(1, "there"));
   model.Flush();
-  const SharedLog log(model.Snapshot(), 0, kFileMapName);
-  EXPECT_EQ(Run("show").exitCode, 3U);
+  const ServedLog log(model.Snapshot(), 0, kFileMapName);
+  EXPECT_EQ(Run("show").exitCode, 3);
   const TestServer server([](const PipeRequest&, PipeReply&) { return Answer::Silence; }, kRequestPipeName);
   const Outcome shown = Run("show");
-  EXPECT_EQ(shown.exitCode, 0U) << shown.err;
+  EXPECT_EQ(shown.exitCode, 0) << shown.err;
   EXPECT_NE(shown.out.find("there"), std::string::npos) << shown.out;
   EXPECT_EQ(server.Requests().size(), 0U);
 }
 
 TEST_F(TamlogctlTest, ImportIntoALogThatCannotBeReadIsFive) {
-  SharedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
+  ServedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
   log.TakeHeaderLock();
   const TestServer server(
       [](const PipeRequest&, PipeReply& reply) {
@@ -266,7 +200,7 @@ TEST_F(TamlogctlTest, ImportIntoALogThatCannotBeReadIsFive) {
       },
       kRequestPipeName);
   const Outcome outcome = Run("import \"" + SavedLog() + "\" --timeout 1000");
-  EXPECT_EQ(outcome.exitCode, 5U) << outcome.err;
+  EXPECT_EQ(outcome.exitCode, 5) << outcome.err;
   EXPECT_NE(outcome.err.find("the server's log cannot be read"), std::string::npos) << outcome.err;
   EXPECT_EQ(server.Requests().size(), 1U);  // nothing was handed in
 }
@@ -275,12 +209,12 @@ TEST_F(TamlogctlTest, HelpAndVersionGoToStandardOutput) {
   for (const char* const arguments :
        {"--help", "help", "show --help", "help send", "help follow", "status -h"}) {
     const auto outcome = Run(arguments);
-    EXPECT_EQ(outcome.exitCode, 0U) << arguments;
+    EXPECT_EQ(outcome.exitCode, 0) << arguments;
     EXPECT_NE(outcome.out.find("Examples:"), std::string::npos) << arguments;
     EXPECT_EQ(outcome.err, "");
   }
   EXPECT_EQ(Run("version").out.rfind("tamlogctl ", 0), 0U);
-  EXPECT_EQ(Run("--version").exitCode, 0U);
+  EXPECT_EQ(Run("--version").exitCode, 0);
 }
 
 TEST_F(TamlogctlTest, ColorsOnlyWhenTheyAreAskedFor) {

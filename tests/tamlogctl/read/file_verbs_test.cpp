@@ -10,14 +10,13 @@
 
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "tests/support/files.h"
+#include "tests/support/program.h"
 #include "tests/support/ring_model.h"
 #include "tests/support/temp_dir.h"
 
@@ -25,12 +24,7 @@ namespace {
 
 using TamLogTest::MakeBody;
 using TamLogTest::RingModel;
-
-struct Outcome {
-  int exitCode = -1;
-  std::string out;
-  std::string err;
-};
+using TestSupport::Outcome;
 
 class FileVerbs : public testing::Test {
  protected:
@@ -45,11 +39,7 @@ class FileVerbs : public testing::Test {
     RingModel log(8);
     for (int i = 0; i < 6; ++i) log.Submit(MakeBody(i * 1000, "message " + std::to_string(i), "Even"));
     log.Flush();
-    const auto snapshot = log.Snapshot();
-    std::string bytes(reinterpret_cast<const char*>(&snapshot.header), sizeof(snapshot.header));
-    bytes.append(sizeof(LockNames), '\0');
-    bytes.append(reinterpret_cast<const char*>(snapshot.slots.data()),
-                 snapshot.slots.size() * sizeof(LogMessage));
+    std::string bytes = log.FileBytes();
     Put("good.dat", bytes);
     Put("secret.dat", bytes);
     chmod(folder.File("secret.dat").c_str(), 0);
@@ -62,14 +52,9 @@ class FileVerbs : public testing::Test {
   }
 
   void Put(const std::string& name, const std::string& bytes) const {
-    std::ofstream(folder.File(name), std::ios::binary) << bytes;
+    TestSupport::WriteBytes(folder.File(name), bytes);
   }
-  std::string Contents(const std::string& name) const {
-    std::ifstream file(folder.File(name), std::ios::binary);
-    std::ostringstream contents;
-    contents << file.rdbuf();
-    return contents.str();
-  }
+  std::string Contents(const std::string& name) const { return TestSupport::ReadBytes(folder.File(name)); }
   // Runs the program, and interrupts it once the file `sign` is there.
   int InterruptAt(const std::string& sign, std::vector<std::string> arguments) const {
     const std::string home = folder.File("");
@@ -94,16 +79,11 @@ class FileVerbs : public testing::Test {
 
   // `before`: of the shell that starts the program.
   Outcome Run(const std::string& arguments, const std::string& before = "", const char* out = "out") const {
-    const std::string command = "cd '" + folder.Path() + "' && { " + before + " '" TAMLOGCTL "' " +
-                                arguments + " >" + out + " 2>err </dev/null; }";
-    const int status = std::system(command.c_str());
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Contents("out"), Contents("err")};
+    return Shell(before + " $T " + arguments + " >" + out);
   }
   // A line of the shell, in which $T is the program.
   Outcome Shell(const std::string& line) const {
-    const int status = std::system(
-        ("cd '" + folder.Path() + "' && T='" TAMLOGCTL "' && { " + line + "; } >out 2>err").c_str());
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Contents("out"), Contents("err")};
+    return TestSupport::RunIn(folder.Path(), "T='" TAMLOGCTL "'; " + line);
   }
   void Expect(const std::string& arguments, int exitCode, const std::string& said) const {
     const Outcome outcome = Run(arguments);
@@ -349,10 +329,8 @@ TEST_F(FileVerbs, UsageErrorsNameTheOptionAndTheMend) {
 
 // A file is written in the same way wherever standard output goes.
 TEST_F(FileVerbs, ExportToAFileDoesNotMindATerminal) {
-  const std::string terminal =
-      "script -qec \"'" TAMLOGCTL "' export raw.bin -o raw --file good.dat\" /dev/null";
-  const std::string command = "cd '" + folder.Path() + "' && " + terminal + " >out 2>err </dev/null";
-  EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 0) << Contents("out") << Contents("err");
+  const Outcome outcome = Shell("script -qec \"$T export raw.bin -o raw --file good.dat\" /dev/null");
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.out << outcome.err;
   EXPECT_EQ(Contents("raw.bin").size(), 6 * sizeof(LogMessage));
 }
 

@@ -14,31 +14,23 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/files.h"
+#include "tests/support/program.h"
 #include "tests/support/ring_model.h"
+#include "tests/support/temp_dir.h"
 
 namespace {
 
 using TamLogTest::MakeBody;
 using TamLogTest::RingModel;
-
-struct Outcome {
-  int exitCode = -1;
-  std::string out;
-  std::string err;
-};
+using TestSupport::Outcome;
 
 class ShowCommand : public testing::Test {
  protected:
   ShowCommand() {
-    std::string name = testing::TempDir() + "tamlogctl-XXXXXX";
-    folder = mkdtemp(name.data());
     for (int i = 0; i < 6; ++i) Submit(i);
     log.Flush();
     Save();
-  }
-  ~ShowCommand() override {
-    std::error_code ignored;
-    std::filesystem::remove_all(folder, ignored);
   }
 
   // Message i: second i, of the sources Even and Odd in turn.
@@ -47,34 +39,19 @@ class ShowCommand : public testing::Test {
                         static_cast<std::uint32_t>(i % 4)));
   }
 
-  std::string Path(const std::string& name) const { return (folder / name).string(); }
-
   void Save(const std::string& name = "Logs.dat", std::size_t cut = 0) const {
-    const auto snapshot = log.Snapshot();
-    std::string bytes(reinterpret_cast<const char*>(&snapshot.header), sizeof(snapshot.header));
-    bytes.append(sizeof(LockNames), '\0');
-    bytes.append(reinterpret_cast<const char*>(snapshot.slots.data()),
-                 snapshot.slots.size() * sizeof(LogMessage));
-    bytes.resize(bytes.size() - cut);
-    std::ofstream(Path(name), std::ios::binary) << bytes;
+    const std::string bytes = log.FileBytes();
+    Put(name, bytes.substr(0, bytes.size() - cut));
   }
 
   void Put(const std::string& name, const std::string& contents) const {
-    std::ofstream(Path(name), std::ios::binary) << contents;
+    TestSupport::WriteBytes(folder.File(name), contents);
   }
 
-  std::string Contents(const std::string& name) const {
-    std::ifstream file(Path(name), std::ios::binary);
-    std::ostringstream contents;
-    contents << file.rdbuf();
-    return contents.str();
-  }
+  std::string Contents(const std::string& name) const { return TestSupport::ReadBytes(folder.File(name)); }
 
   Outcome Run(const std::string& arguments) const {
-    const std::string command =
-        "cd '" + folder.string() + "' && TZ=UTC-2 '" TAMLOGCTL "' " + arguments + " >out 2>err </dev/null";
-    const int status = std::system(command.c_str());
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Contents("out"), Contents("err")};
+    return TestSupport::RunIn(folder.Path(), "TZ=UTC-2 '" TAMLOGCTL "' " + arguments);
   }
 
   // show -o cat of the saved log; the numbers of the messages, and other lines as they are.
@@ -93,7 +70,7 @@ class ShowCommand : public testing::Test {
     const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
     if (child == 0) {
       const std::string command =
-          "cd '" + folder.string() + "' && " + environment + " '" TAMLOGCTL "' " + arguments;
+          "cd '" + folder.Path() + "' && " + environment + " '" TAMLOGCTL "' " + arguments;
       execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
       _exit(127);
     }
@@ -107,7 +84,7 @@ class ShowCommand : public testing::Test {
     return shown;
   }
 
-  std::filesystem::path folder;
+  TestSupport::TempDir folder;
   RingModel log{8};
 };
 
@@ -178,7 +155,7 @@ TEST_F(ShowCommand, LongOutputIsWholeAndInOrder) {
   }
   // The message behind all others is the oldest.
   const auto lastSlot = LogFileSize(kCount - 1);
-  std::fstream file(Path("Logs.dat"), std::ios::in | std::ios::out | std::ios::binary);
+  std::fstream file(folder.File("Logs.dat"), std::ios::in | std::ios::out | std::ios::binary);
   file.seekp(static_cast<std::streamoff>(lastSlot + offsetof(LogMessage, body) +
                                          offsetof(LogMessageBody, timestamp)));
   file.put('\x01').put('\0');
@@ -326,7 +303,7 @@ TEST_F(ShowCommand, CursorFileGivesEachMessageOnceAndTellsLosses) {
   EXPECT_EQ(cleared.exitCode, 0);
   // Nothing is left beside the file.
   int others = 0;
-  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+  for (const auto& entry : std::filesystem::directory_iterator(folder.Path())) {
     if (entry.path().filename().string().rfind("seen", 0) == 0) ++others;
   }
   EXPECT_EQ(others, 1);
@@ -338,9 +315,7 @@ TEST_F(ShowCommand, CursorFileStaysWhenTheOutputFails) {
   Submit(6);
   log.Flush();
   Save();
-  const std::string command = "cd '" + folder.string() +
-                              "' && '" TAMLOGCTL "' show --file Logs.dat --cursor-file seen >/dev/full 2>err";
-  EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 8);
+  EXPECT_EQ(Run("show --file Logs.dat --cursor-file seen >/dev/full").exitCode, 8);
   EXPECT_EQ(Contents("seen"), before);
   EXPECT_EQ(Show("--cursor-file seen"), "6");
   EXPECT_EQ(Run("show --file Logs.dat --cursor-file no/such/folder").exitCode, 8);

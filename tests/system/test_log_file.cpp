@@ -1,12 +1,13 @@
-#include "tests/system/log_file_image.h"
+#include "tests/system/test_log_file.h"
 
 #include <cstring>
 #include <stdexcept>
 
+#include "tests/support/log_bytes.h"
 #include "tests/system/platform.h"
 
-LogFileImage LogFileImage::Empty(std::int32_t capacity) {
-  LogFileImage image;
+TestLogFile TestLogFile::Empty(std::int32_t capacity) {
+  TestLogFile image;
   image.header.maxMessages = capacity;
   image.header.changeCount = 1;
   image.header.rewriteCount = 1;
@@ -14,39 +15,29 @@ LogFileImage LogFileImage::Empty(std::int32_t capacity) {
   return image;
 }
 
-LogFileImage LogFileImage::Read(const std::string& path) {
+TestLogFile TestLogFile::Read(const std::string& path) {
   const std::string bytes = ReadWholeFile(path);
   if (bytes.size() < kSlotsOffset || (bytes.size() - kSlotsOffset) % sizeof(LogMessage) != 0) {
     throw std::runtime_error(path + " is no log file: " + std::to_string(bytes.size()) + " bytes");
   }
-  LogFileImage image;
-  std::memcpy(&image.header, bytes.data(), sizeof(image.header));
+  TestLogFile image;
+  image.header = TestSupport::HeaderOf(bytes);
   std::memcpy(&image.names, bytes.data() + kLockNamesOffset, sizeof(image.names));
-  image.slots.resize((bytes.size() - kSlotsOffset) / sizeof(LogMessage));
-  if (!image.slots.empty()) {
-    std::memcpy(image.slots.data(), bytes.data() + kSlotsOffset, bytes.size() - kSlotsOffset);
-  }
+  image.slots = TestSupport::SlotsOf(bytes);
   return image;
 }
 
-std::optional<LogFileHeader> LogFileImage::ReadHeader(const std::string& path) {
+std::optional<LogFileHeader> TestLogFile::ReadHeader(const std::string& path) {
   const std::string bytes = ReadWholeFile(path, sizeof(LogFileHeader));
   if (bytes.size() < sizeof(LogFileHeader)) return std::nullopt;
-  LogFileHeader header{};
-  std::memcpy(&header, bytes.data(), sizeof(header));
-  return header;
+  return TestSupport::HeaderOf(bytes);
 }
 
-void LogFileImage::Write(const std::string& path) const {
-  std::string bytes(LogFileSize(slots.size()), '\0');
-  std::memcpy(bytes.data(), &header, sizeof(header));
-  std::memcpy(bytes.data() + kLockNamesOffset, &names, sizeof(names));
-  if (!slots.empty())
-    std::memcpy(bytes.data() + kSlotsOffset, slots.data(), slots.size() * sizeof(LogMessage));
-  WriteWholeFile(path, bytes);
+void TestLogFile::Write(const std::string& path) const {
+  WriteWholeFile(path, TestSupport::LogFileBytes(header, slots, names));
 }
 
-void LogFileImage::Append(const LogMessageBody& body) {
+void TestLogFile::Append(const LogMessageBody& body) {
   LogMessage& slot = slots.at(static_cast<std::size_t>(header.nextSlot));
   slot = LogMessage{};
   slot.sequence = header.nextSequence++;
@@ -55,7 +46,7 @@ void LogFileImage::Append(const LogMessageBody& body) {
   if (header.messageCount < header.maxMessages) ++header.messageCount;
 }
 
-std::vector<LogMessage> LogFileImage::NewestFirst() const {
+std::vector<LogMessage> TestLogFile::NewestFirst() const {
   std::vector<LogMessage> messages;
   for (std::int32_t i = 0; i < header.messageCount; ++i) {
     std::int32_t index = header.nextSlot - i - 1;
@@ -69,7 +60,7 @@ std::vector<LogMessage> LogFileImage::NewestFirst() const {
   return messages;
 }
 
-LogMessage& LogFileImage::Newest(std::int32_t i) {
+LogMessage& TestLogFile::Newest(std::int32_t i) {
   std::int32_t index = header.nextSlot - i - 1;
   if (index < 0) index += header.maxMessages;
   return slots.at(static_cast<std::size_t>(index));

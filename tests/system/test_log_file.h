@@ -10,15 +10,15 @@
 
 #include "records/log_file_format.h"
 
-struct LogFileImage {
+struct TestLogFile {
   LogFileHeader header{};
   LockNames names{};
   std::vector<LogMessage> slots;
 
   // A sound, empty file.
-  static LogFileImage Empty(std::int32_t capacity);
+  static TestLogFile Empty(std::int32_t capacity);
   // Throws std::runtime_error when the file is too short for a header or has half a slot.
-  static LogFileImage Read(const std::string& path);
+  static TestLogFile Read(const std::string& path);
   // The header alone, for looking often; nothing when there is no file.
   static std::optional<LogFileHeader> ReadHeader(const std::string& path);
   void Write(const std::string& path) const;

@@ -1,4 +1,4 @@
-#include "tests/client/live/shared_log.h"
+#include "tests/client/live/served_log.h"
 
 #include <algorithm>
 #include <atomic>
@@ -23,7 +23,7 @@ TamLogClient::Handle MakeEvent(const std::string& name, bool manual) {
 
 }  // namespace
 
-SharedLog::SharedLog(const TamLogClient::LogSnapshot& content, std::uint64_t bytes, const char* mapName) {
+ServedLog::ServedLog(const TamLogClient::LogSnapshot& content, std::uint64_t bytes, const char* mapName) {
   const std::string suffix = std::to_string(GetCurrentProcessId()) + "-" + std::to_string(serial++);
   const char* const roles[] = {"Map", "HeaderLock", "ReadWait", "WriteWait"};
   for (int i = 0; i < 4; ++i) names[i] = std::string("Global\\TamLogTest") + roles[i] + suffix;
@@ -44,11 +44,11 @@ SharedLog::SharedLog(const TamLogClient::LogSnapshot& content, std::uint64_t byt
   }
 }
 
-SharedLog::~SharedLog() {
+ServedLog::~ServedLog() {
   if (view != nullptr) UnmapViewOfFile(view);
 }
 
-void SharedLog::Lay(const TamLogClient::LogSnapshot& content) {
+void ServedLog::Lay(const TamLogClient::LogSnapshot& content) {
   LogFileHeader header = content.header;
   header.readCount = HeaderOf(view)->readCount;
   std::memcpy(view, &header, sizeof(header));
@@ -57,7 +57,7 @@ void SharedLog::Lay(const TamLogClient::LogSnapshot& content) {
   if (count > 0) std::memcpy(view + kSlotsOffset, content.slots.data(), count * sizeof(LogMessage));
 }
 
-bool SharedLog::Write(const TamLogClient::LogSnapshot& content, std::uint32_t timeoutMs) {
+bool ServedLog::Write(const TamLogClient::LogSnapshot& content, std::uint32_t timeoutMs) {
   if (WaitForSingleObject(headerLock.Get(), timeoutMs) != WAIT_OBJECT_0) return false;
   SetEvent(headerLock.Get());
   if (WaitForSingleObject(readWait.Get(), timeoutMs) != WAIT_OBJECT_0) return false;
@@ -69,35 +69,35 @@ bool SharedLog::Write(const TamLogClient::LogSnapshot& content, std::uint32_t ti
   return alone;
 }
 
-void SharedLog::SetRunning(bool running) {
+void ServedLog::SetRunning(bool running) {
   HeaderOf(view)->serverRunning = running ? 1 : 0;
 }
-std::int32_t SharedLog::ReadCount() const {
+std::int32_t ServedLog::ReadCount() const {
   return HeaderOf(view)->readCount;
 }
-void SharedLog::SetReadCount(std::int32_t count) {
+void ServedLog::SetReadCount(std::int32_t count) {
   HeaderOf(view)->readCount = count;
 }
-bool SharedLog::WriteWaitIsSignalled() const {
+bool ServedLog::WriteWaitIsSignalled() const {
   return WaitForSingleObject(writeWait.Get(), 0) == WAIT_OBJECT_0;
 }
 
-bool SharedLog::HeaderLockIsFree() const {
+bool ServedLog::HeaderLockIsFree() const {
   if (WaitForSingleObject(headerLock.Get(), 0) != WAIT_OBJECT_0) return false;
   SetEvent(headerLock.Get());
   return true;
 }
 
-void SharedLog::CloseReadWait() {
+void ServedLog::CloseReadWait() {
   ResetEvent(readWait.Get());
 }
-void SharedLog::OpenReadWait() {
+void ServedLog::OpenReadWait() {
   SetEvent(readWait.Get());
 }
-void SharedLog::TakeHeaderLock() {
+void ServedLog::TakeHeaderLock() {
   WaitForSingleObject(headerLock.Get(), 5000);
 }
-void SharedLog::FreeHeaderLock() {
+void ServedLog::FreeHeaderLock() {
   SetEvent(headerLock.Get());
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
-// The requests of the protocol, and a client that connects, asks and gives up like a program that lives with
-// restarts of the server. One thread at a time per connection.
+// A client of the pipes that connects, asks and gives up like a program that lives with restarts of the
+// server. One thread at a time per connection.
 
 #include <chrono>
 #include <cstdint>
@@ -11,22 +11,22 @@
 
 #include "records/pipe_protocol.h"
 #include "tests/support/pipe_client.h"
+#include "tests/support/requests.h"
 
-PipeRequest RequestOf(RequestCode code);
-PipeRequest SubmitRequest(const LogMessageBody& message);
-PipeRequest SettingsRequest(const SettingsBody& settings);
-// A path of 1024 characters fills its field to the last byte.
-PipeRequest PathRequest(const std::string& path);
-PipeRequest IndexRequest(std::uint32_t index);
-PipeRequest FilterRequest(const std::string& text, bool include);
+using TestSupport::FilterRequest;
+using TestSupport::IndexRequest;
+using TestSupport::PathRequest;
+using TestSupport::RequestOf;
+using TestSupport::SettingsRequest;
+using TestSupport::SubmitRequest;
 
-class PipeConnection {
+class ServerConnection {
  public:
   // Opens both pipes, again and again while the server has no free instance or is not there; nothing after
   // `limit`.
-  static std::optional<PipeConnection> Connect(std::chrono::milliseconds limit);
+  static std::optional<ServerConnection> Connect(std::chrono::milliseconds limit);
 
-  PipeConnection();
+  ServerConnection();
   // One attempt each; 0 or the system's error code (2 no server, 231 no free instance).
   std::uint32_t OpenRequestPipe();
   std::uint32_t OpenReplyPipe();

@@ -12,15 +12,15 @@
 
 namespace TamLogTest {
 
-class SharedLog {
+class ServedLog {
  public:
   // `bytes` 0: as many as the snapshot's capacity needs. With a `mapName`, for programs that look for the
   // server's, the mapping has that name.
-  explicit SharedLog(const TamLogClient::LogSnapshot& content, std::uint64_t bytes = 0,
+  explicit ServedLog(const TamLogClient::LogSnapshot& content, std::uint64_t bytes = 0,
                      const char* mapName = nullptr);
-  ~SharedLog();
-  SharedLog(const SharedLog&) = delete;
-  SharedLog& operator=(const SharedLog&) = delete;
+  ~ServedLog();
+  ServedLog(const ServedLog&) = delete;
+  ServedLog& operator=(const ServedLog&) = delete;
 
   const std::string& MapName() const { return names[0]; }
 
