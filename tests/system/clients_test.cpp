@@ -68,7 +68,9 @@ TEST_F(Clients, OneThatOpensTheRequestPipeAndGoesKeepsTheOthersOutUntilSomebodyO
   ServerConnection other;
   EXPECT_FALSE(Eventually(1s, [&other] { return other.OpenRequestPipe() == 0; }));
   ServerConnection otherHalf;
-  ASSERT_EQ(otherHalf.OpenReplyPipe(), 0U);
+  // The server drops the pair as soon as it is complete, perhaps before the open pipe is set up (233).
+  const std::uint32_t opened = otherHalf.OpenReplyPipe();
+  ASSERT_TRUE(opened == 0 || opened == 233) << opened;
   std::optional<ServerConnection> connection = ServerConnection::Connect(5s);
   ASSERT_TRUE(connection);
   EXPECT_EQ(connection->AskForCode(RequestOf(RequestCode::Ping)), ReplyCode::Alive);
