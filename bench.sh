@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds what the benchmarks measure, installs the peers, and runs the scenarios: ./bench.sh --help
+# Installs the peers, builds the benchmarks, and runs the scenarios: ./bench.sh --help
 set -euo pipefail
 
 cd "$(dirname "$0")"
@@ -20,7 +20,7 @@ build linux tamlogctl make_log spdlog_bench lmdb_bench sqlite_bench journal_benc
 build windows TamLogServer tamlogctl tamlog tamlogdrv store_bench open_bench append_bench read_bench \
   flush_guards_bench driver_drain_bench round_trips_bench spdlog_bench
 
-# A Wine prefix of its own; the scenarios start and stop its server (bench/wine.py).
+# Uses a Wine prefix of its own. The scenarios start and stop its server (bench/wine.py).
 TAMLOG_BENCH_PREFIX=$(scripts/wine-prefix.sh bench)
 export TAMLOG_BENCH_PREFIX
 stop_wine() {

@@ -1,30 +1,30 @@
 #!/usr/bin/env bash
-# Builds the fuzz targets and runs them for a while each.
+# Builds the fuzz targets and runs each of them for some time.
 set -euo pipefail
 
 usage() {
   cat <<'TEXT'
 usage: ./fuzz.sh [--seconds N] [--native | TARGET...]
 
-Feeds random bytes, grown from fuzz/corpus/TARGET, to what reads bytes of others, under AddressSanitizer and UBSan.
-Without TARGET every one runs, 60 seconds each, or N; with --native all but pipe, which needs Wine.
+Feeds random bytes, grown from fuzz/corpus/TARGET, to every parser of foreign bytes, under AddressSanitizer and UBSan.
+Runs all targets without TARGET, 60 seconds each, or N. --native omits the target pipe, which needs Wine.
 
-  the server:  image     a log file as the server finds it: check, compaction, loading, flushes, a header that other
-                         processes write over
+  the server:  image     a log file at the server's start: check, compaction, loading, flushes, a header that other
+                         processes overwrite
                requests  requests of clients, between ticks, driver messages, restarts and stops
-               registry  the settings as they lie in the registry
+               registry  the settings in the registry
                driver    messages of the driver, and the filters
                transport messages of any length in a request pipe
-               pipe      the running service under Wine: random lengths, codes, pauses, half-open connections; it has to
-                         live, to serve others, and to end with as many handles and threads as before
+               pipe      the running service under Wine: random lengths, codes, pauses, half-open connections; it must
+                         live, serve others, and end with as many handles and threads as before
   the client:  log_file  a copied log file: checker and repair
                integrity the same file, judged by the server's rules and by the client's
                cursor, tsv
 
-What is found interesting is kept in build/fuzz/grown and is where the next run begins. The last line is the account.
+Keeps interesting inputs in build/fuzz/grown, where the next run begins. The last line is the summary.
 
-Exit code: 0 when nothing was found; 1 otherwise, with the path of a file that shows the finding again; 2 for a wrong
-option or a build that fails.
+Exit code: 0 without a finding; 1 otherwise, with the path of a file that reproduces the finding; 2 for a wrong option
+or a failed build.
 TEXT
 }
 
@@ -35,12 +35,12 @@ while (($# > 0)); do
   case $1 in
     -h | --help) usage; exit 0 ;;
     --seconds)
-      [[ ${2:-} =~ ^[1-9][0-9]*$ ]] || { echo "fuzz.sh: --seconds takes a number of 1 or more, not '${2:-}'" >&2; exit 2; }
+      [[ ${2:-} =~ ^[1-9][0-9]*$ ]] || { echo "fuzz.sh: --seconds needs a number of 1 or more, not '${2:-}'" >&2; exit 2; }
       seconds=$2
       shift
       ;;
     --native) native_only=yes ;;
-    -*) echo "fuzz.sh: there is no option '$1'; see ./fuzz.sh --help" >&2; exit 2 ;;
+    -*) echo "fuzz.sh: unknown option '$1'; see ./fuzz.sh --help" >&2; exit 2 ;;
     *) targets+=("$1") ;;
   esac
   shift
@@ -63,21 +63,21 @@ done
 ((${#targets[@]} > 0)) || targets=("${built[@]}")
 for target in "${targets[@]}"; do
   if [[ " ${built[*]} " != *" $target "* ]]; then
-    echo "fuzz.sh: there is no target '$target'; targets are ${built[*]}" >&2
+    echo "fuzz.sh: unknown target '$target'; targets are ${built[*]}" >&2
     exit 2
   fi
 done
 
-# In a shell of its own, which takes Wine's processes with it. Another beginning of the random numbers each time.
+# Runs in a shell of its own, whose end also ends Wine's processes. Each run has another random seed.
 fuzz_pipe() (
   endurance_begin fuzz-pipe endurance_tests
   seed=$((RANDOM + 1))
   TAMLOG_FUZZ_SECONDS=$seconds TAMLOG_FUZZ_SEED=$seed endurance_run run $((seconds + 300)) endurance_tests.exe \
-    '--gtest_filter=PipeFuzz.*' || { echo "fuzz.sh: pipe: found with the seed $seed" >&2; exit 1; }
+    '--gtest_filter=PipeFuzz.*' || { echo "fuzz.sh: pipe: failed with the seed $seed" >&2; exit 1; }
   sed -n 's/^pipe: /   /p' build/fuzz-pipe/run.log
 )
 
-# Runs a command so that a signal which reaches this script alone ends it, too.
+# Runs a command so that a signal to this script alone ends the command too.
 child=
 end_child() {
   [[ -z $child ]] || kill -TERM "$child" 2>/dev/null || true
@@ -116,12 +116,12 @@ for target in "${targets[@]}"; do
   mkdir -p "$grown" "$found"
   echo "== $target, $seconds s"
   log=build/fuzz/$target.log
-  # The limit for one input is long: a machine that has other things to do may let it wait.
+  # The limit for one input is long: on a busy machine an input may wait.
   if ! heedful "build/fuzz/fuzz/fuzz_$target" -max_total_time="$seconds" -max_len=8192 -timeout=120 -rss_limit_mb=2048 \
     -print_final_stats=1 -artifact_prefix="$found/" "$grown" "fuzz/corpus/$target" >"$log" 2>&1; then
     findings=$((findings + 1))
     tail -n 40 "$log" >&2
-    echo "fuzz.sh: $target: found: $(sed -n 's/.*Test unit written to //p' "$log" | tail -n 1)" >&2
+    echo "fuzz.sh: $target: finding: $(sed -n 's/.*Test unit written to //p' "$log" | tail -n 1)" >&2
   fi
   add_to_account "$target" "$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")"
 done

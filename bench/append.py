@@ -1,8 +1,8 @@
-"""What a message costs until it lies in the file, its share of the flush included, beside other logs.
+"""Measures the cost of a message until it is in the file, its share of the flush included, against other logs.
 
 All take batches of 2,000 and force nothing to the disk. LMDB and SQLite drop the oldest message for each new one, as a
-full log does; spdlog writes text; the journal is written by systemd-journal-remote, the way in that needs no daemon.
-A message that is older than all others is what the format makes dear: all that lies behind its place is written again.
+full log does. spdlog writes text. systemd-journal-remote writes the journal, because it needs no daemon. A message
+that is older than all others is expensive by the format: every message after its place is written again.
 """
 
 import glob
@@ -18,7 +18,7 @@ EXPORTED = 50_000
 
 
 def journal_turn(bench):
-    """Nanoseconds a message of a fresh journal."""
+    """Returns a function that measures a fresh journal, in nanoseconds a message."""
     export, journal = inputs.export_file(bench, EXPORTED), bench.path("append.journal")
 
     def turn():
@@ -36,7 +36,7 @@ def append(bench):
         with wine.running(), wine.meter("append_bench.exe", log, slots) as meter, \
              wine.meter("spdlog_bench.exe", wine.windows_path(text)) as in_wine, \
              Meter(bench.pin(["build/bin/spdlog_bench", text])) as native:
-            # Until each slot was written once: the first touch of a page costs more than all the rest.
+            # Writes each slot once: the first touch of a page costs more than all the rest.
             for _ in range(max(3, 2 * slots // 20_000)):
                 meter.take("append")
             ours = ("AddMessage and flush", meter.turn("append"))

@@ -1,5 +1,5 @@
-"""What ends a benchmark early: something could not be measured."""
+"""The exception that ends a benchmark early."""
 
 
 class Failure(Exception):
-    """Its text says what failed, and how."""
+    """A measurement that failed. Its text names the failed step and the reason."""

@@ -1,7 +1,7 @@
-"""Measures ours against a floor or a peer, in turns and in one run, and makes the table of ratios.
+"""Measures our cost against a floor or a peer, in turns and in one run, and makes the tables.
 
-Absolute times move by a third from run to run; the median of ratios of interleaved pairs (A B A B ...) holds to a few
-per cent. A scenario is a function that takes a Bench and adds rows to it. In every row smaller is better.
+Absolute times vary by a third between runs. The median of the ratios of interleaved pairs (A B A B ...) varies by a
+few per cent only. A scenario is a function that takes a Bench and adds rows to it. In every row smaller is better.
 """
 
 import dataclasses
@@ -9,17 +9,20 @@ import json
 import math
 import os
 import platform
+import re
 import statistics
 import subprocess
+import textwrap
 import time
 
 from failure import Failure
 
-# How a cost may grow with the number of slots: the exponents of n log n between a thousand and a million, and of what
-# is paid for each message of it. Both leave room for the caches that a large file does not fit into.
+# The greatest exponents with which a cost may grow with the number of slots: for an operation that of n log n between a
+# thousand and a million, for a message nearly none. Both leave room for caches that a large file does not fit into.
 GROWTH_LIMITS = {"operation": 1.3, "message": 0.3}
 
-# Where a document's table is.
+# The document's tables are between these lines.
+DOCUMENT_WIDTH = 120
 MARKS = ("<!-- figures of ./bench.sh -->", "<!-- end of the figures -->")
 
 
@@ -34,7 +37,7 @@ class Run:
 
 @dataclasses.dataclass
 class Row:
-    """One line of the table: ours against another, smaller is better."""
+    """One row of the tables: our cost against another; smaller is better."""
 
     scenario: str
     ours: str
@@ -47,8 +50,8 @@ class Row:
     goal: float | None
     pairs: int
     slots: int | None = None  # capacity of the log
-    per: str | None = None  # what the value is the cost of: a "message" or an "operation"
-    exponent: float | None = None  # our value grows with this power of the slots, over all rows of the same name
+    per: str | None = None  # the value is the cost of a "message" or an "operation"
+    exponent: float | None = None  # of the growth of our value with the slots, over all rows of the same name
 
     def verdict(self):
         if self.goal is None:
@@ -65,7 +68,7 @@ class Row:
 
 
 def run_process(command, output):
-    """Runs `command` (a list) with its output in the file `output`; a failure ends the benchmark."""
+    """Runs `command` (a list) with its output in the file `output`. Throws Failure if it fails."""
     with open(output, "wb") as out:
         begun = time.perf_counter()
         process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=out, stderr=subprocess.PIPE)
@@ -86,12 +89,12 @@ def quarter_spread(values):
 
 
 class Bench:
-    """Collects rows and makes the table."""
+    """Collects rows and makes the tables."""
 
     def __init__(self, work, pairs):
         self.work = work
         self.pairs = pairs
-        self.memory_pairs = max(pairs, 9) if pairs >= 5 else pairs  # of what memory bounds: it scatters more
+        self.memory_pairs = max(pairs, 9) if pairs >= 5 else pairs  # for costs bounded by memory: they scatter more
         self.rows = []
 
     def path(self, name):
@@ -101,15 +104,16 @@ class Bench:
         return ["taskset", "-c", "0", *command]
 
     def compare(self, scenario, ours, other, goal=None, **more):
-        """`ours` and `other`: (name, command). Compares wall-clock times of whole processes as users start them: each may
-        take all processors that it can use."""
+        """Compares wall-clock times of whole processes as users start them: each may use all processors. `ours` and
+        `other`: (name, command)."""
         def seconds(command, output):
             return lambda: run_process(command, self.path(output)).seconds
         self.take_turns(scenario, (ours[0], seconds(ours[1], "out.ours")), (other[0], seconds(other[1], "out.other")),
                         "s", goal, **more)
 
     def take_turns(self, scenario, ours, other, unit, goal=None, pairs=None, **more):
-        """`ours` and `other`: (name, function that gives one value). Once unmeasured, so that both are warm."""
+        """Measures both in turns, after one unmeasured turn that warms both. `ours` and `other`: (name, function that
+        returns one value)."""
         ours[1](), other[1]()
         pairs = [(ours[1](), other[1]()) for _ in range(pairs or self.pairs)]
         self.add_pairs(scenario, ours[0], other[0], pairs, unit, goal, **more)
@@ -133,22 +137,20 @@ class Bench:
             file.write("\n")
 
     def write_into(self, document):
-        """Replaces what stands between the document's two marks by machine and table."""
+        """Replaces the text between the document's two marks by the machine and the tables."""
         with open(document, encoding="utf-8") as file:
             text = file.read()
         if MARKS[0] not in text or MARKS[1] not in text:
-            raise Failure(f"{document} has no lines {MARKS[0]!r} and {MARKS[1]!r} to put the table between")
+            raise Failure(f"{document} has no lines {MARKS[0]!r} and {MARKS[1]!r} to put the tables between")
         before, rest = text.split(MARKS[0], 1)
         after = rest.split(MARKS[1], 1)[1]
-        titles = [title.replace("+-", "±") or " " for title in TITLES]
-        table = [f"{'; '.join(f'{key}: {value}' for key, value in machine().items())}", "",
-                 f"| {' | '.join(titles)} |", "|---" * len(titles) + "|"]
-        table += [f"| {' | '.join(field.strip() for field in fields(row))} |" for row in self.rows]
+        about = textwrap.wrap("; ".join(f"{key}: {value}" for key, value in machine().items()), DOCUMENT_WIDTH)
+        lines = [*about, *document_tables([fields(row) for row in self.rows])]
         with open(document, "w", encoding="utf-8") as file:
-            file.write(f"{before}{MARKS[0]}\n\n" + "\n".join(table) + f"\n\n{MARKS[1]}{after}")
+            file.write(f"{before}{MARKS[0]}\n\n" + "\n".join(lines) + f"\n\n{MARKS[1]}{after}")
 
     def measure_growth(self):
-        """Gives every row whose cost was measured at several capacities the exponent of its growth."""
+        """Sets the exponent of the growth of every row whose cost was measured at several capacities."""
         for row in self.rows:
             family = [other for other in self.rows if row.slots and row.per and
                       (row.scenario, row.ours, row.other) == (other.scenario, other.ours, other.other)]
@@ -184,15 +186,43 @@ WIDTHS = (11, 36, 9, 36, 7, 6, 6, 6, 12)
 TITLES = ("scenario", "ours", "slots", "against", "ratio", "+-", "goal", "", "growth", "ours : theirs")
 
 
+def number(value):
+    """Four significant digits, without an exponent."""
+    return f"{float(f'{value:.4g}'):,.0f}" if abs(value) >= 10_000 else f"{value:.4g}"
+
+
 def fields(row):
     """The columns of TITLES as texts."""
     goal = "" if row.goal is None else f"{row.goal:.3g}"
     growth = "" if row.exponent is None else f"n^{row.exponent:.2f} {row.growth_verdict()}"
     per = "" if row.per is None else f" a {row.per}" if row.per == "message" else " in all"
     slots = "" if row.slots is None else f"{row.slots:,}"
-    values = f"{row.ours_value:.4g} : {row.other_value:.4g} {row.unit}{per}"
+    values = f"{number(row.ours_value)} : {number(row.other_value)} {row.unit}{per}"
     return (row.scenario, row.ours, slots, row.other, f"{row.ratio:.3g}", f"{row.spread:.2g}", goal, row.verdict(),
             growth, values)
+
+
+def document_tables(rows):
+    """The lines of two tables for each scenario: the ratios, and the costs under the same row numbers."""
+    lines = []
+    for scenario in dict.fromkeys(row[0] for row in rows):
+        ratios, costs = [], []
+        for index, (name, ours, slots, other, ratio, spread, goal, verdict, growth, values) in enumerate(rows, 1):
+            if name == scenario:
+                ratios.append((str(index), ours, slots, other, ratio, spread, f"{goal} {verdict}".strip()))
+                costs.append((str(index), ours, slots, values, growth))
+        lines += ["", f"### {scenario}", ""]
+        lines += table(("#", "ours", "slots", "against", "ratio", "±", "goal"), ratios)
+        lines += ["", *table(("#", "ours", "slots", "ours : theirs", "growth"), costs)]
+    for line in lines:
+        if len(line) > DOCUMENT_WIDTH:
+            raise Failure(f"a line of the document would have more than {DOCUMENT_WIDTH} characters: {line}")
+    return lines
+
+
+def table(titles, rows):
+    return [f"| {' | '.join(titles)} |", "|---" * len(titles) + "|",
+            *(re.sub(r"  +", " ", f"| {' | '.join(row)} |") for row in rows)]
 
 
 def format_fields(texts):

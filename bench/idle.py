@@ -1,4 +1,4 @@
-"""Processor time of the running service that has nothing to do, with the settings it comes with."""
+"""Measures the processor time of the idle service with its default settings."""
 
 import glob
 import time
@@ -12,7 +12,7 @@ GOAL = 2.0  # milliseconds a second
 
 
 def processor_nanoseconds(process):
-    """Of all threads: the scheduler's own count, which is finer than the ticks of `ps`."""
+    """Returns the time of all threads by the scheduler's own count, which is finer than the ticks of `ps`."""
     total = 0
     for path in glob.glob(f"/proc/{process}/task/*/schedstat"):
         with open(path, encoding="ascii") as file:
@@ -21,7 +21,7 @@ def processor_nanoseconds(process):
 
 
 def spent(process):
-    """Milliseconds a second, over one window."""
+    """Returns the processor time in milliseconds a second, over one window."""
     begin, before = time.monotonic(), processor_nanoseconds(process)
     time.sleep(WINDOW)
     return (processor_nanoseconds(process) - before) / 1e6 / (time.monotonic() - begin)

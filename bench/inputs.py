@@ -1,4 +1,4 @@
-"""The files that scenarios read, made when they are missing and kept for the next run."""
+"""Makes the input files of the scenarios when they are missing, and keeps them for the next run."""
 
 import glob
 import os
@@ -11,7 +11,7 @@ SIZES = (1_000, 50_000, 1_000_000)
 
 
 def log_file(bench, count):
-    """A full log of `count` messages, and its lines as text."""
+    """Returns the paths of a full log of `count` messages and of its lines as text."""
     log, text = bench.path(f"log-{count}.dat"), bench.path(f"log-{count}.txt")
     if not (os.path.exists(log) and os.path.exists(text)):
         subprocess.run(["build/bin/make_log", str(count), log, text], check=True)
@@ -19,14 +19,14 @@ def log_file(bench, count):
 
 
 def copied_log(bench, count):
-    """A copy for a server to write into: the same one for all scenarios, new each time."""
+    """Returns the path of a fresh copy for a server to write into; all scenarios share the path."""
     copy = bench.path("copied.dat")
     shutil.copyfile(log_file(bench, count)[0], copy)
     return copy
 
 
 def export_file(bench, count):
-    """The same messages in the journal's export format, one each 50 ms."""
+    """Returns the path of the same messages in the journal's export format, 50 ms apart."""
     export = bench.path(f"log-{count}.export")
     if not os.path.exists(export):
         boot = "0" * 31 + "1"
@@ -42,12 +42,12 @@ def export_file(bench, count):
 
 
 def journal_command(journal, export):
-    """What turns an export into journal files; it goes on in a new file every 128 MB."""
+    """Returns the command that turns an export into journal files; it begins a new file every 128 MB."""
     return ["/lib/systemd/systemd-journal-remote", "--output", journal, export]
 
 
 def journal_files(bench, count):
-    """The journal's files of the same messages."""
+    """Returns the paths of the journal files of the same messages."""
     journal = bench.path(f"log-{count}.journal")
     if not os.path.exists(journal):
         if subprocess.run(journal_command(journal, export_file(bench, count)), stdin=subprocess.DEVNULL,

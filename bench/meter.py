@@ -1,4 +1,4 @@
-"""A program that measures on demand (bench/turns.h), so that several of them can take turns while each stays warm."""
+"""Runs a program that measures on demand (bench/turns.h), so that several can take turns while each stays warm."""
 
 import subprocess
 import tempfile
@@ -10,7 +10,7 @@ PATIENCE = 300  # seconds for one measurement
 
 
 class Meter:
-    """Owns the process. Use it in a `with`."""
+    """Owns the process. Use it in a `with` statement, which ends the process."""
 
     def __init__(self, command, environment=None):
         self.command = command
@@ -33,13 +33,13 @@ class Meter:
         self.errors.close()
 
     def line(self):
-        """The next line of output; a program that says nothing more ends the benchmark."""
+        """Returns the next line of output. Throws Failure if the program ends or stays silent for PATIENCE seconds."""
         hurry = threading.Timer(PATIENCE, self.process.kill)
         hurry.start()
         line = self.process.stdout.readline()
         hurry.cancel()
         if not line:
-            self.fail("ended or was silent for too long")
+            self.fail("ended, or was silent for too long")
         return line.strip()
 
     def expect(self, wanted):
@@ -54,7 +54,7 @@ class Meter:
         raise Failure(f"{' '.join(self.command)} {what}: {self.errors.read().decode(errors='replace').strip()}")
 
     def take(self, name, scale=1.0):
-        """One measurement, its value times `scale`."""
+        """Makes one measurement and returns its value times `scale`."""
         try:
             self.process.stdin.write(name + "\n")
             self.process.stdin.flush()
@@ -63,5 +63,5 @@ class Meter:
         return float(self.line()) * scale
 
     def turn(self, name, scale=1.0):
-        """The same for later, as Bench.take_turns wants it."""
+        """Returns a function that does the same, for Bench.take_turns."""
         return lambda: self.take(name, scale)

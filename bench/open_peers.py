@@ -1,4 +1,4 @@
-"""Opening a full log, which checks all of it, beside what checks the same messages elsewhere."""
+"""Measures the opening of a full log, which checks all of it, against the checks of other logs."""
 
 import os
 

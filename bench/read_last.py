@@ -1,4 +1,4 @@
-"""The last 100 messages, with read access and all, beside 8 bare event calls: as many as read access makes."""
+"""Measures reading the last 100 messages, read access included, against 8 bare event calls, as many as access makes."""
 
 import inputs
 import wine

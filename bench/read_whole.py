@@ -1,8 +1,8 @@
-"""A client that reads the whole log, newest message first, beside copies of the same slots and other logs.
+"""Measures a client that reads the whole log, newest message first, against copies of the same slots and other logs.
 
-"snapshot" is what users get: a private copy, its messages in order of time, and a look at each. "in place" copies each
-message out of the shared memory while the server waits; few should do that. The goals are for reading; a snapshot is a
-copy besides.
+"snapshot" is the normal way: a private copy, its messages in order of time, and one access to each. "in place" copies
+each message out of the shared memory while the server waits; few programs should do that. The goals are for reading in
+place; a snapshot makes a copy in addition.
 """
 
 import os
@@ -26,7 +26,7 @@ def read(bench):
     for slots in inputs.SIZES:
         log = wine.windows_path(inputs.copied_log(bench, slots))
         scale = 1 / slots  # nanoseconds a message
-        large = slots > 1_000  # of a small log, read access is most
+        large = slots > 1_000  # in a small log, read access is most of the cost
         how = {"pairs": bench.memory_pairs, "slots": slots}
         with wine.running(), wine.meter("read_bench.exe", log, slots) as meter:
             in_place = ("in place, newest first", meter.turn("in-place", scale))

@@ -1,4 +1,4 @@
-"""Requests through the running server's pipes, beside a bare blocking echo of as many bytes."""
+"""Measures requests through the running server's pipes against a bare blocking echo of as many bytes."""
 
 import contextlib
 import subprocess
@@ -28,7 +28,7 @@ def round_trips(bench):
              wine.meter("round_trips_bench.exe") as meter:
             for kind, text in KINDS.items():
                 for clients in (1, 4, 16):
-                    # How many clients there are has nothing to do with the size of the log.
+                    # The number of clients is independent of the size of the log.
                     if slots != WITH_ALL_CLIENTS and (kind, clients) != ("submit", 1):
                         continue
                     number = f"{clients} client{'s' if clients > 1 else ''}"

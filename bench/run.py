@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Runs the named scenarios, or all; bench.sh prepares what they need and calls this."""
+"""Runs the named scenarios, or all. bench.sh prepares what they need and calls this program."""
 
 import argparse
 import inspect
@@ -22,11 +22,10 @@ from failure import Failure
 from harness import HEAD, Bench, format_row, machine
 
 DESCRIPTION = """\
-Measures the project's programs against a floor (what the work cannot do without) or a peer (another program that does
-the same), each pair in turns and in one run, and prints machine, medians, spread, ratio and goal: smaller is better.
-Costs that were measured at several capacities of the log come with the power of the capacity that they grow with.
-Installs what is missing from Debian's packages and builds first. Leave the machine alone meanwhile. Inputs are kept in
-build/bench."""
+Measures the project's programs against a floor (a cost that the work cannot avoid) or a peer (another program that does
+the same), each pair in turns and in one run. Prints machine, medians, spread, ratio and goal; smaller is better. Prints
+the growth of costs that were measured at several capacities of the log as a power of the capacity. Installs missing
+Debian packages and builds first. Do not use the machine meanwhile. Inputs are kept in build/bench."""
 SCENARIOS = {
     "round-trips": round_trips.round_trips,
     "requests": wine_requests.requests,
@@ -52,20 +51,20 @@ def parse():
         prog="./bench.sh", formatter_class=argparse.RawDescriptionHelpFormatter,
         description=DESCRIPTION,
         epilog=f"scenarios:\n{scenarios}\n\n"
-               "Exit code: 0 when every goal is met, 1 when one is missed, 2 when something could not be measured.")
+               "Exit code: 0 when every goal is met, 1 when one is missed, 2 when a measurement failed.")
     parser.add_argument("names", nargs="*", metavar="NAME", help="scenarios to run; all when none is named")
     parser.add_argument("--pairs", type=int, default=5,
-                        help="measured pairs for each row (%(default)s; of what memory bounds: 9)")
+                        help="measured pairs for each row (default: %(default)s; 9 for costs bounded by memory)")
     parser.add_argument("--json", default="build/bench/results.json",
-                        help="write the rows there (%(default)s)")
+                        help="file to write the rows to (default: %(default)s)")
     parser.add_argument("--document", metavar="FILE",
-                        help="put the table of all scenarios into this document, in its last one's place")
+                        help="replace the tables of this document by those of all scenarios")
     options = parser.parse_args()
     unknown = [name for name in options.names if name not in SCENARIOS]
     if unknown:
-        parser.error(f"there is no scenario {unknown[0]!r}; there are {', '.join(SCENARIOS)}")
+        parser.error(f"unknown scenario {unknown[0]!r}; scenarios: {', '.join(SCENARIOS)}")
     if options.document and options.names:
-        parser.error("a document's table is of all scenarios: name none together with --document")
+        parser.error("--document needs all scenarios: remove the scenario names")
     return options
 
 

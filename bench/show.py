@@ -1,4 +1,4 @@
-"""tamlogctl on a copied log file, beside journalctl and grep over the same messages."""
+"""Measures tamlogctl on a copied log file against journalctl and grep over the same messages."""
 
 import os
 
@@ -18,7 +18,7 @@ def commands(bench, count):
 def show(bench):
     for slots in inputs.SIZES:
         ours, theirs = commands(bench, slots)
-        # Of a small log, starting the program is most; what it costs as the log grows is shown all the same.
+        # With a small log, most of the cost is the start of the program; these rows show the growth.
         bench.compare("show", ("show -o cat", [*ours, "-o", "cat"]), ("journalctl -o cat", [*theirs, "-o", "cat"]),
                       goal=0.1 if slots == SLOTS else None, slots=slots, per="operation")
     log, text = inputs.log_file(bench, SLOTS)
@@ -37,13 +37,13 @@ def show(bench):
 
 
 def last_hundred(bench, ours):
-    """What the last 100 messages of a million cost beside starting the program, in milliseconds against 10."""
+    """Measures the last 100 messages of a million without the start of the program, in milliseconds, against 10."""
     pairs = []
     for _ in range(bench.pairs):
         whole = run_process(bench.pin([*ours, "-n", "100"]), bench.path("out")).seconds
         start = run_process(bench.pin(["build/bin/tamlogctl", "version"]), bench.path("out")).seconds
         pairs.append((max(whole - start, 0) * 1000, 10.0))
-    bench.add_pairs("show", "show -n 100, without process start", "10 ms", pairs, "ms", goal=1.0, slots=SLOTS)
+    bench.add_pairs("show", "show -n 100, without start", "10 ms", pairs, "ms", goal=1.0, slots=SLOTS)
 
 
 def memory(bench, ours, log):

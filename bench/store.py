@@ -1,4 +1,4 @@
-"""The server's store over a full file, beside the copies, reads and event calls it cannot do without; under Wine."""
+"""Measures the server's store over a full file, in Wine, against copies, reads and event calls it cannot avoid."""
 
 import collections
 import os
@@ -8,20 +8,20 @@ import inputs
 import wine
 from failure import Failure
 
-# What is asked of each kind of row; the longest call and the memory stand against a bound, not against a floor.
+# The goal of each kind of row. The longest call and the memory are compared with a bound instead of a floor.
 GOALS = {"add in order": 1.30, "add every second late": 1.6, "add 20000 reversed": 2.0,
          "longest add, every second late": 1.0, "flush of one": 0.90, "flush, a message of 200": 1.15,
          "flush, a message of 2000": 1.15, "flush, a message of 20000": 1.25, "open": 0.85, "private memory": 0.05,
          "filters, 10": 1 / 10, "filters, 100": 1 / 15}
-FLOORS = {"add": "one key computation and one copy", "longest": "a tenth of a millisecond", "flush of": "6 event calls",
+FLOORS = {"add": "one key and one copy", "longest": "a tenth of a millisecond", "flush of": "6 event calls",
           "flush,": "one copy into the slots", "open": "the file read once", "private": "the file's size",
           "filters": "both sides folded each time"}
-# Goals that are set for the large file only.
+# Rows with a goal for the large file only.
 LARGE_ONLY = ("open", "private memory")
 
 
 def run(*arguments, pairs):
-    """One run of store_bench; yields its lines' fields."""
+    """Runs store_bench once and returns the fields of its lines."""
     command = wine.command("store_bench.exe", *arguments, pairs)
     result = subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=900,
                             env=wine.environment(), check=False)
@@ -30,7 +30,7 @@ def run(*arguments, pairs):
     return [line.split("\t") for line in result.stdout.splitlines() if line]
 
 
-# What the value is the cost of, where it is not that of a message.
+# Rows whose value is the cost of an operation; all others are the cost of a message.
 OPERATIONS = ("longest", "flush of one", "open", "private memory")
 
 

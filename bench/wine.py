@@ -1,7 +1,7 @@
-"""Wine and the real service in it, everything on the first processor; the prefix is one of bench.sh's own.
+"""Runs Wine and the real service in it, everything on the first processor, in a prefix of bench.sh's own.
 
-Each scenario starts a server of its own, so that none measures what another has left. Unpinned, each hand-over from one
-process to another wakes a processor, which costs more than it does.
+Each scenario starts a Wine server of its own, so that none measures the remains of another. Unpinned, each switch from
+one process to another wakes a processor, which costs more than the switch itself.
 """
 
 import contextlib
@@ -18,7 +18,7 @@ KEY = r"HKLM\SOFTWARE\Brenmark VORTA\Torvane Log Server"
 
 def prefix():
     if "TAMLOG_BENCH_PREFIX" not in os.environ:
-        raise Failure("there is no Wine prefix to measure in; ./bench.sh makes one and names it")
+        raise Failure("no Wine prefix to measure in; ./bench.sh makes one and names it")
     return os.environ["TAMLOG_BENCH_PREFIX"]
 
 
@@ -27,7 +27,7 @@ def environment():
 
 
 def command(program, *arguments, processors="0"):
-    """`program`: one of ours in build/bin, or one of Wine's own."""
+    """Returns the command that runs `program`: one of ours in build/bin, or one of Wine's own."""
     ours = f"build/bin/{program}"
     return ["taskset", "-c", processors, "scripts/wine-run.sh", ours if os.path.exists(ours) else program,
             *map(str, arguments)]
@@ -50,7 +50,7 @@ def shell(text):
 
 @contextlib.contextmanager
 def running(trace=None):
-    """A fresh server of Wine, which is gone afterwards. `trace`: a file into which it prints its requests."""
+    """Starts a fresh Wine server and ends it afterwards. `trace`: a file into which the server prints its requests."""
     start = "wine_server_start"
     if trace is not None:
         start = (f'"$wineserver64" -f -p -d1 >/dev/null 2>"{trace}" </dev/null & sleep 1; '
@@ -64,7 +64,7 @@ def running(trace=None):
 
 
 def tool(program, *arguments, allowed=(0,)):
-    """Runs a program to its end; one that fails ends the benchmark."""
+    """Runs a program to its end. Throws Failure for an exit code that is not in `allowed`; None allows all."""
     line = command(program, *arguments)
     result = subprocess.run(line, stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=120,
                             env=environment(), check=False)
@@ -82,7 +82,7 @@ def set_up_server(log, slots, **numbers):
 
 
 def server_processes():
-    """The ids of TamLogServer.exe in our prefix."""
+    """Returns the ids of the TamLogServer.exe processes in our prefix."""
     found = []
     for path in glob.glob("/proc/[0-9]*/cmdline"):
         directory = os.path.dirname(path)
@@ -97,7 +97,7 @@ def server_processes():
 
 @contextlib.contextmanager
 def service(log, slots, **numbers):
-    """The real service over the log file `log`; needs `running`."""
+    """Starts the real service over the log file `log` and removes it afterwards. Needs `running`."""
     set_up_server(log, slots, **numbers)
     tool("TamLogServer.exe", "-install")
     tool("sc.exe", "start", "TamLogServer")

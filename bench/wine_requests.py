@@ -1,10 +1,10 @@
-"""Requests to Wine's server that an operation makes: whole numbers, almost without noise.
+"""Counts the requests to Wine's server that an operation makes: whole numbers, almost without noise.
 
-Wine's server prints every request. A series of N operations and one of 2N lie between marks (marks.h); the difference
-is what N cost, in all threads that take part: those that have less than one request for two operations do something
-else (timers, for example). An answer that is there before it is asked for saves a wait, three requests; so no goal is
-to be met from below. Locks and events of a request's own would show as requests that are neither reads, writes nor
-waits for those.
+Wine's server prints every request. A series of N operations and one of 2N are between marks (marks.h); the difference
+is the cost of N operations, in all threads that take part. Threads with less than one request for two operations do
+something else (timers, for example). An answer that arrives before it is requested saves a wait, three requests; so a
+lower count is no failure. Locks and events of a request's own would show as requests that are neither reads, writes
+nor waits for those.
 """
 
 import collections
@@ -20,13 +20,13 @@ COUNT = 200  # operations of the shorter series
 SLOTS = 50_000
 REQUEST = re.compile(r"^([0-9a-f]{4}): ([a-z_]+)\((?!\) =)")
 TRANSFER = ("read", "write", "select", "get_async_result")
-# What each may cost; a bare echo and the client's reading are there to compare.
+# The highest allowed counts. A bare echo and the client's reading are for comparison.
 GOALS = {"bare echo": None, "ping": 14, "submit": 14, "submit (library)": 14, "message taken from the driver": 8,
          "last 100 messages read": None, "AddMessage": 0, "look through 100 filters": 0}
 
 
 def series(trace):
-    """The requests by thread and kind of each series between marks."""
+    """Yields the requests of each series between marks, counted by thread and kind."""
     current = None
     with open(trace, encoding="utf-8", errors="replace") as lines:
         for line in lines:

@@ -204,7 +204,7 @@ LoadedDriverDouble::~LoadedDriverDouble() {
   try {
     DriverDouble::Remove();
   } catch (const DriverDoubleError&) {
-    // Nobody can be told from here; Install removes what is left of an earlier driver.
+    // Dropped: the next Install removes what is left of this driver.
     return;
   }
 }

@@ -1,7 +1,7 @@
 #pragma once
 
 // The driver double seen from a program: loads and unloads the kernel driver (tamlog_driver.c) through the
-// service manager, hands it messages, makes it fail, and reads its counters. For development, demonstration
+// service manager, sends it messages, makes it fail, and reads its counters. For development, demonstration
 // and tests.
 //
 // The driver's name at the service manager is "TAMLOG" and its device is "\\.\TAMLOG": one for the whole
@@ -33,16 +33,15 @@ class DriverDouble {
   // "tamlog.sys" in the directory of the running executable, where the build puts it.
   static std::string PathBesideExecutable();
 
-  // Registers the driver at `sysPath`, to be started on demand; a relative path is taken from the current
-  // directory. A registration that is there already is removed first, its driver unloaded. Throws
-  // DriverDoubleError.
+  // Registers the driver at `sysPath`, to be started on demand; a relative path is resolved from the current
+  // directory. Unloads and removes an existing registration first. Throws DriverDoubleError.
   static void Install(const std::string& sysPath);
-  // Loads the registered driver; does nothing when it is loaded. Throws DriverDoubleError.
+  // Loads the registered driver; does nothing when it is already loaded. Throws DriverDoubleError.
   static void Start();
-  // Unloads it, open handles or not; its messages are gone. Does nothing when it is not loaded or not
-  // registered.
+  // Unloads the driver even while handles are open, and discards its messages. Does nothing when it is not
+  // loaded or not registered.
   static void Stop();
-  // Unloads it and takes the registration away. False: there was none.
+  // Unloads the driver and removes the registration. Returns false when there was none.
   static bool Remove();
 
   // Opens the device. Throws DriverDoubleError; Code() is 2 when no driver is loaded.
@@ -53,14 +52,15 @@ class DriverDouble {
 
   // Everything below throws DriverDoubleError when the driver refuses or is no longer loaded.
 
-  // Appends the messages in their order, all or none. None at all is no call.
+  // Appends the messages in their order, all or none. Makes no call for an empty span.
   void Put(std::span<const LogMessageBody> messages);
-  // Fetches the oldest message as the server does. False: the driver has none, or a failure is set.
+  // Fetches the oldest message as the server does. Returns false when the driver has none or a failure is
+  // set.
   bool Get(LogMessageBody& message);
-  // From now on every get fails with this NTSTATUS (0x80000000 and above), the server's as well; 0 ends it.
+  // Makes every later get fail with this NTSTATUS (0x80000000 and above), the server's too; 0 ends that.
   void SetFailure(std::uint32_t ntStatus);
   TamLogDriverCounters Counters();
-  // Empties the queue, ends a failure, zeroes the counters except those of open handles.
+  // Empties the queue, ends a failure, and zeroes the counters except those of open handles.
   void Reset();
 
  private:
@@ -70,11 +70,11 @@ class DriverDouble {
   void* device;
 };
 
-// Installs and loads the driver double for the time the object lives, for tests.
+// Installs and loads the driver double for its lifetime, for tests.
 class LoadedDriverDouble {
  public:
   explicit LoadedDriverDouble(const std::string& sysPath = DriverDouble::PathBesideExecutable());
-  ~LoadedDriverDouble();  // unloads and removes; a failure to do so is left to the next Install
+  ~LoadedDriverDouble();  // unloads and removes; after a failure the next Install does so
   LoadedDriverDouble(const LoadedDriverDouble&) = delete;
   LoadedDriverDouble& operator=(const LoadedDriverDouble&) = delete;
 };

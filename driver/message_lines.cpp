@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::size_t kMaxTextBytes = kTextSize - 1;
 
-// The number that fills the whole of `digits`.
+// Parses the whole of `digits` as a number.
 template <class Number>
 bool ReadNumber(std::string_view digits, Number& number) {
   const char* end = digits.data() + digits.size();
@@ -25,7 +25,7 @@ struct TimePart {
   std::int16_t highest;
 };
 
-// Where the parts of "YYYY-MM-DD HH:MM:SS.mmm" stand, in the order of the time stamp's words.
+// The positions of the parts of "YYYY-MM-DD HH:MM:SS.mmm", in the order of the time stamp's words.
 constexpr std::array<TimePart, 7> kTimeParts = {{{0, 4, 0, 9999},
                                                  {5, 2, 1, 12},
                                                  {8, 2, 1, 31},
@@ -59,13 +59,13 @@ void ParseTime(std::string_view time, LogMessageBody& body) {
   }
 }
 
-// The longest beginning of at most 256 bytes that does not end inside a UTF-8 character.
+// The longest prefix of at most 256 bytes that does not end inside a UTF-8 character.
 std::string_view CutText(std::string_view text) {
   std::size_t length = kMaxTextBytes;
   const auto continues = [&text](std::size_t at) {
     return (static_cast<unsigned char>(text[at]) & 0xC0U) == 0x80U;
   };
-  // A character has at most three continuation bytes; more of them is not UTF-8 and cut where the room ends.
+  // A character has at most three continuation bytes; a longer run is not UTF-8 and truncated at the limit.
   for (std::size_t back = 0; back < 4; ++back) {
     if (!continues(length - back)) return text.substr(0, length - back);
   }
@@ -86,7 +86,7 @@ void CopyText(std::string_view name, std::string_view text, LongText longText, c
   std::copy(text.begin(), text.end(), field);
 }
 
-// Takes the field in front of the next tab off `line`.
+// Removes the field before the next tab from `line` and returns it.
 std::string_view TakeField(std::string_view& line) {
   const std::size_t tab = line.find('\t');
   if (tab == std::string_view::npos) {

@@ -1,7 +1,7 @@
 #pragma once
 
-// Messages written as lines of text, as `tamlogdrv put` reads them: time, type, source and text, with a tab
-// between two fields. The text is everything behind the third tab.
+// Reads messages from lines of text for `tamlogdrv put`: time, type, source and text, separated by tabs. The
+// text is everything after the third tab.
 //
 // Time: `YYYY-MM-DD HH:MM:SS` or `YYYY-MM-DD HH:MM:SS.mmm`. Type: a number of 32 bits; the server keeps 0 to
 // 3 and drops others. Source and text are passed on as the bytes they are, at most 256 each.
@@ -13,7 +13,7 @@
 
 #include "records/log_file_format.h"
 
-// A line that is no message; what() names the fault, without the line's number.
+// An invalid line; what() names the fault, without the line's number.
 class MessageLineError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -21,11 +21,12 @@ class MessageLineError : public std::runtime_error {
 
 enum class LongText {
   kRefuse,    // a source or text of more than 256 bytes is a fault
-  kTruncate,  // it is cut to 256 bytes or a little less, never inside a UTF-8 character
+  kTruncate,  // it is truncated to 256 bytes or a little less, never inside a UTF-8 character
 };
 
-// One line without its line end. Throws MessageLineError. `origin` and `tail` are zero.
+// Parses one line without its line end; `origin` and `tail` are zero. Throws MessageLineError.
 LogMessageBody ParseMessageLine(std::string_view line, LongText longText);
 
-// All lines up to the end; LF and CR LF both end a line. Throws MessageLineError that begins with "line N: ".
+// Reads all lines to the end of the input; LF and CR LF both end a line. Throws a MessageLineError that
+// begins with "line N: ".
 std::vector<LogMessageBody> ReadMessageLines(std::istream& input, LongText longText);

@@ -1,8 +1,8 @@
 /* The driver double: a real kernel driver that creates the device "\\.\TAMLOG" and answers the control code
- * by which the log server fetches messages. FOR DEVELOPMENT, DEMONSTRATION AND TESTS ONLY: it has no hardware
- * behind it, it opens its device to everybody, and its messages are the ones that a program put in
- * (driver_double.h, tamlogdrv). On a machine with the imaging software the maker's own driver takes its
- * place; never install both.
+ * by which the log server fetches messages. FOR DEVELOPMENT, DEMONSTRATION AND TESTS ONLY: it serves no
+ * hardware, opens its device to everyone, and returns the messages that a program has put in
+ * (driver_double.h, tamlogdrv). A machine with the imaging software has the maker's own driver instead; never
+ * install both.
  *
  * Locking: everything in `state` that changes after DriverEntry is touched under `state.lock` only. Memory is
  * allocated and freed outside it. */
@@ -22,7 +22,7 @@ static struct {
   KSPIN_LOCK lock;
   QueuedMessage* oldest;
   QueuedMessage* newest;
-  NTSTATUS failure; /* STATUS_SUCCESS, or what every get fails with */
+  NTSTATUS failure; /* STATUS_SUCCESS, or the status of every get */
   TamLogDriverCounters counters;
   PDEVICE_OBJECT device;
   UNICODE_STRING linkName;
@@ -43,8 +43,7 @@ static void FreeChain(QueuedMessage* first) {
   }
 }
 
-/* Copies `count` messages into a chain of their own. Null when memory ran out; nothing is left behind then.
- */
+/* Copies `count` messages into a new chain. Returns null, with nothing allocated, when memory ran out. */
 static QueuedMessage* MakeChain(const UCHAR* bodies, ULONG count, QueuedMessage** last) {
   QueuedMessage* first = NULL;
   *last = NULL;
@@ -161,7 +160,7 @@ static NTSTATUS NTAPI OnClose(PDEVICE_OBJECT device, PIRP irp) {
   return Complete(irp, STATUS_SUCCESS, 0);
 }
 
-/* The buffered method hands over one system buffer that holds the input and takes the output. */
+/* The buffered method passes one system buffer that holds the input and receives the output. */
 static NTSTATUS NTAPI OnDeviceControl(PDEVICE_OBJECT device, PIRP irp) {
   const IO_STACK_LOCATION* call = IoGetCurrentIrpStackLocation(irp);
   const ULONG inLength = call->Parameters.DeviceIoControl.InputBufferLength;

@@ -23,9 +23,9 @@ constexpr const char* kUsage =
     "driver. It is for development, demonstration and tests.\n"
     "\n"
     "  install PATH            register and load the driver at PATH (tamlog.sys);\n"
-    "                          one that is installed already is removed first\n"
+    "                          removes one that is already installed first\n"
     "  remove                  unload the driver and remove its registration\n"
-    "  put [--truncate] [FILE] hand over the messages of FILE (none or -: standard input),\n"
+    "  put [--truncate] [FILE] send the messages of FILE (none or -: standard input),\n"
     "                          one a line: time TAB type TAB source TAB text, the time as\n"
     "                          YYYY-MM-DD HH:MM:SS[.mmm]; all of them or, after a fault,\n"
     "                          none; --truncate cuts texts of more than 256 bytes\n"
@@ -35,7 +35,7 @@ constexpr const char* kUsage =
     "  reset                   empty the queue, zero the counters, end a failure\n"
     "  help                    print this text\n"
     "\n"
-    "exit code: 0 done, 2 usage or input, 3 the driver is not there, 8 anything else failed\n";
+    "exit code: 0 done, 2 usage or input, 3 driver not loaded, 8 any other failure\n";
 
 constexpr int kExitUsage = 2;
 constexpr int kExitNoDriver = 3;
@@ -47,7 +47,7 @@ constexpr std::uint32_t kErrorServiceDoesNotExist = 1060;
 
 using Arguments = std::vector<std::string_view>;
 
-// The command line or the input is not as it should be.
+// Wrong command line or input.
 class UsageError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

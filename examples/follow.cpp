@@ -1,4 +1,4 @@
-// Shows new messages of the running log server as they come, for some seconds or until it is ended:
+// Shows new messages of the running log server as they arrive, for some seconds or until Ctrl-C:
 //   follow [SECONDS]
 
 #include <chrono>
@@ -10,7 +10,7 @@
 
 namespace {
 
-// A reader must not be ended in the middle of a read: the interruption is only noted.
+// Ctrl-C only sets this: a process must not end while its reader is inside a call.
 volatile std::sig_atomic_t interrupted = 0;
 
 std::string Describe(const tamlog::Item& item) {
@@ -18,7 +18,7 @@ std::string Describe(const tamlog::Item& item) {
     case tamlog::ItemKind::Message:
       return item.message.ToLine();
     case tamlog::ItemKind::Lost:
-      return "-- at least " + std::to_string(item.lostLeast) + " messages came and went unseen\n";
+      return "-- at least " + std::to_string(item.lostLeast) + " messages were lost\n";
     case tamlog::ItemKind::Cleared:
       return "-- the log was emptied\n";
     case tamlog::ItemKind::Stopped:
@@ -26,7 +26,7 @@ std::string Describe(const tamlog::Item& item) {
     case tamlog::ItemKind::Reopened:
       return "-- the server is back\n";
     case tamlog::ItemKind::Blocked:
-      return "-- the server keeps its readers waiting\n";
+      return "-- access to the log timed out; trying again\n";
   }
   return {};
 }
@@ -34,9 +34,9 @@ std::string Describe(const tamlog::Item& item) {
 void Follow(std::chrono::seconds limit) {
   const auto end = std::chrono::steady_clock::now() + limit;
   auto reader = tamlog::Reader::Live();
-  std::cout << "-- following behind " << reader.Count() << " messages" << std::endl;
+  std::cout << "-- following after " << reader.Count() << " messages" << std::endl;
   while (interrupted == 0 && std::chrono::steady_clock::now() < end) {
-    // 200: a server that stops waits for its readers, and this one lets go inside Next.
+    // A short wait, so that Ctrl-C and the time limit are noticed soon.
     if (const auto item = reader.Next(200)) std::cout << Describe(*item) << std::flush;
   }
 }

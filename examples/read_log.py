@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""Shows the messages of a log file through the client library, as JSON lines, with nothing but ctypes.
+"""Shows the messages of a log file as JSON lines. Needs the client library and ctypes only.
 
 usage: read_log.py LIBRARY FILE
 
-LIBRARY is libtamlog.so, or tamlog.dll on Windows; there `tamlog_reader_open_live` reads the running server's log in
-the same way.
+LIBRARY is libtamlog.so, or tamlog.dll on Windows. There `tamlog_reader_open_live` opens the running server's log, and
+the rest stays the same.
 """
 
 import ctypes

@@ -1,4 +1,4 @@
-/* Hands one message to the log server and shows the newest five of its log, or those of a file:
+/* Submits one message to the log server and shows the newest five of its log, or those of a file:
  *   submit_and_read [FILE] */
 
 #include <stdio.h>
@@ -36,7 +36,7 @@ static void show_newest(const tamlog_reader* reader, uint32_t wanted) {
   }
 }
 
-/* The server writes what it took five times a second: waits until the last message is ours. */
+/* Waits until the log has our message: the server writes what it accepted five times a second. */
 static tamlog_status wait_for_ours(tamlog_reader* reader) {
   int looks = 0;
   tamlog_status status = TAMLOG_OK;

@@ -1,6 +1,6 @@
-/* Says what is wrong with a log file, and saves what can be read of it into another:
+/* Shows what is wrong with a log file, and saves what can be read of it into another file:
  *   verify_and_repair FILE [OUTPUT]
- * Ends with 0 when a server keeps FILE as it is, with 1 when not. */
+ * Exits with 0 when a server accepts FILE as it is, with 1 when it does not, and with 2 for an error. */
 
 #include <inttypes.h>
 #include <stdio.h>

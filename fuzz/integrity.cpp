@@ -18,10 +18,11 @@ class ImageSlots final : public SlotSource {
  public:
   explicit ImageSlots(const LogFileImage& checked) : image(checked) {}
 
-  bool ReadSlot(std::int64_t index, LogMessage& message) override {
-    if (index < 0 || static_cast<std::uint64_t>(index) >= image.SlotsThere()) return false;
-    message = image.Slot(static_cast<std::uint64_t>(index));
-    return true;
+  std::size_t LookAt(std::int64_t newest, std::size_t /*count*/, SlotCheck& check) override {
+    if (newest < 0 || static_cast<std::uint64_t>(newest) >= image.SlotsThere()) return 0;
+    const LogMessage message = image.Slot(static_cast<std::uint64_t>(newest));
+    check.Look(&message, 1);
+    return 1;
   }
 
  private:

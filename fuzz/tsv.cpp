@@ -41,7 +41,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string_view text(reinterpret_cast<const char*>(data), size);
   ReadLine(text);
   TamLogClient::ParseTime(text);
-  TamLogClient::ParseTypes(text);
-  TamLogClient::ParseSourceTerm(text);
+  TamLogCtl::ParseTypes(text);
+  TamLogCtl::ParseSourceTerm(text);
   return 0;
 }

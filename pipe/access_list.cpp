@@ -1,9 +1,11 @@
 #include "pipe/access_list.h"
 
+#include <algorithm>
+
 #include "util/exceptions.h"
 #include "util/win32.h"
 
-// aclapi.h comes after windows.h.
+// Must follow windows.h.
 #include <aclapi.h>
 
 using TamLogUtil::Exceptions::ExceptionBase;
@@ -25,6 +27,39 @@ static_assert(static_cast<int>(TrusteeType::WellKnownGroup) == TRUSTEE_IS_WELL_K
 static_assert(sizeof(SECURITY_ATTRIBUTES) == 24);
 
 }  // namespace
+
+SidBuilder::SidBuilder(const SidAuthority& identifierAuthority) : authority(identifierAuthority) {}
+
+SidBuilder::~SidBuilder() {
+  if (sid != nullptr) FreeSid(sid);
+}
+
+void SidBuilder::AddSubAuthority(std::uint32_t value) {
+  if (count == kMaxSubAuthorities) {
+    throw ExceptionBase("Specifiying more then 8 sub authorites is not supported");
+  }
+  if (sid != nullptr) {
+    throw ExceptionBase("Specifiying a new authority after calling GetSID(), object already finalized");
+  }
+  subAuthorities.at(count) = value;
+  ++count;
+}
+
+void* SidBuilder::GetSID() {
+  if (sid != nullptr) return sid;
+  if (count == 0) throw ExceptionBase("Calling GetSID before specifying atleast one sub authority");
+  SID_IDENTIFIER_AUTHORITY systemAuthority{};
+  std::copy(authority.begin(), authority.end(), systemAuthority.Value);
+  const auto& sub = subAuthorities;
+  PSID built = nullptr;
+  if (!AllocateAndInitializeSid(&systemAuthority, count, sub[0], sub[1], sub[2], sub[3], sub[4], sub[5],
+                                sub[6], sub[7], &built) ||
+      built == nullptr) {
+    throw ExceptionWindows("AllocateAndInitializeSid() failed");
+  }
+  sid = built;
+  return sid;
+}
 
 AclBuilder::AclBuilder() = default;
 

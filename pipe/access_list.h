@@ -1,25 +1,55 @@
 #pragma once
 
-// Builders of an access list and of the security descriptor that carries it. Same rules as in
-// pipe/security_attributes.h: one thread, nothing caught, texts kept letter for letter.
+// Builders of a SID, an access list and the security descriptor that carries the list.
+//
+// Every object is constructed, used and destroyed on one thread. Exceptions are not caught here. Support
+// scripts search for the texts, so these keep their spelling.
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <vector>
 
-#include "pipe/security_attributes.h"
 #include "util/native_handle.h"
 
 struct _ACL;
 struct _EXPLICIT_ACCESS_A;
 struct _SECURITY_DESCRIPTOR;
 
-// The system's numbers, so that users of this header need no header of the system.
+// The system's numbers, so that users of this header need no system header.
 enum class AccessMode : std::uint32_t { Grant = 1, Set = 2, Deny = 3, Revoke = 4 };
 enum class TrusteeForm : std::uint32_t { Sid = 0, Name = 1, BadForm = 2 };
 enum class TrusteeType : std::uint32_t { Unknown = 0, User = 1, Group = 2, WellKnownGroup = 5 };
 
-// Builds one access list once.
+using SidAuthority = std::array<std::uint8_t, 6>;
+inline constexpr SidAuthority kWorldAuthority = {0, 0, 0, 0, 0, 1};
+
+// Builds one SID.
+class SidBuilder {
+ public:
+  static constexpr std::size_t kMaxSubAuthorities = 8;
+
+  explicit SidBuilder(const SidAuthority& identifierAuthority);
+  ~SidBuilder();
+  SidBuilder(const SidBuilder&) = delete;
+  SidBuilder& operator=(const SidBuilder&) = delete;
+
+  // ExceptionBase "Specifiying more then 8 sub authorites is not supported" (checked first, also after the
+  // SID was built), "Specifiying a new authority after calling GetSID(), object already finalized".
+  void AddSubAuthority(std::uint32_t value);
+  // Returns the SID, which the first call builds; owned by this object. ExceptionBase "Calling GetSID before
+  // specifying atleast one sub authority", ExceptionWindows "AllocateAndInitializeSid() failed".
+  void* GetSID();
+
+ private:
+  void* sid = nullptr;
+  SidAuthority authority;
+  std::uint8_t count = 0;
+  std::array<std::uint32_t, kMaxSubAuthorities> subAuthorities{};
+};
+
+// Builds one access list.
 class AclBuilder {
  public:
   AclBuilder();
@@ -27,16 +57,16 @@ class AclBuilder {
   AclBuilder(const AclBuilder&) = delete;
   AclBuilder& operator=(const AclBuilder&) = delete;
 
-  // Adds an entry. `inheritance` is the system's bit mask, 0 for none. `trustee` is a SID or a name, as
-  // `form` says; not owned, it has to live until GetACL. ExceptionBase "Specifiying a new explicit access
-  // after calling GetACL(), object already finalized".
+  // Adds an entry. `inheritance` is the system's bit mask, 0 for none. `trustee` is a SID or a name,
+  // depending on `form`; not owned, it must live until GetACL. ExceptionBase "Specifiying a new explicit
+  // access after calling GetACL(), object already finalized".
   void AddExplicitAccess(AccessMode mode, std::uint32_t accessMask, std::uint32_t inheritance,
                          TrusteeForm form, TrusteeType type, void* trustee);
-  // An entry without inheritance for the SID of `trustee`, which this builds and which has to live until
-  // GetACL. Throws what SidBuilder::GetSID and AddExplicitAccess throw.
+  // Adds an entry without inheritance for the SID of `trustee`, which must live until GetACL. Throws what
+  // SidBuilder::GetSID and AddExplicitAccess throw.
   void AddSidAccess(AccessMode mode, std::uint32_t accessMask, TrusteeType type, SidBuilder& trustee);
-  // The list, built by the first call; owned by this object. Null when the system makes no list of no
-  // entries. ExceptionWindows "SetEntriesInAcl() failed" with the code that the call returned.
+  // Returns the list, which the first call builds; owned by this object. Null when the system returns no list
+  // for no entries. ExceptionWindows "SetEntriesInAcl() failed" with the code that the call returned.
   _ACL* GetACL();
 
  private:
@@ -44,7 +74,7 @@ class AclBuilder {
   std::vector<_EXPLICIT_ACCESS_A> entries;
 };
 
-// Builds one absolute security descriptor that carries the list collected in Dacl().
+// Builds one absolute security descriptor with the list in Dacl().
 class SecurityDescriptorBuilder {
  public:
   SecurityDescriptorBuilder();
@@ -54,13 +84,14 @@ class SecurityDescriptorBuilder {
 
   AclBuilder& Dacl() { return dacl; }
 
-  // Fills `attributes`: not inheritable, pointing into this object, which has to outlive their use. Builds
-  // the list. ExceptionWindows "InitializeSecurityDescriptor() failed", "SetSecurityDescriptorDacl() failed".
+  // Builds the list and fills `attributes`: not inheritable, pointing into this object, which must outlive
+  // their use. ExceptionWindows "InitializeSecurityDescriptor() failed", "SetSecurityDescriptorDacl()
+  // failed".
   void ProduceAttributes(TamLogUtil::SecurityAttributes& attributes);
 
  private:
   std::unique_ptr<_SECURITY_DESCRIPTOR> descriptor;
   AclBuilder dacl;
-  // Never filled and never attached: nothing audits the shared objects. Kept as the place where it would go.
+  // Always empty and never attached: access to the shared objects is not audited.
   AclBuilder sacl;
 };

@@ -31,12 +31,12 @@ PipeServerHandleThread::PipeServerHandleThread(NativeHandle requestInstance, Nat
 }
 
 PipeServerHandleThread::~PipeServerHandleThread() {
-  // No thread is left here, except when somebody else destroys a connection that still runs: it must not
-  // touch the members while they are destroyed.
+  // Only when another thread destroys a running connection is there a thread to end; it must not touch the
+  // members while they are destroyed.
   try {
     Terminate(1);
   } catch (const ExceptionBase&) {
-    // It has ended by itself already.
+    // It has already ended.
   }
 }
 
@@ -71,7 +71,8 @@ void PipeServerHandleThread::Serve() {
   }
 }
 
-// Returns 0 or why the read failed: an error code, or the status of a read that completed later.
+// Returns 0 on success, else the error code of a read that failed at once or the status of one that completed
+// later.
 std::uint32_t PipeServerHandleThread::Read() {
   // An empty message leaves the code at 0, which no request has.
   request.record.code = 0;
@@ -105,15 +106,15 @@ void PipeServerHandleThread::FillReply() {
   try {
     messageHandler->HandleMessage(request.record, reply);
   } catch (...) {
-    // The handler reports its own failures; what it lets out leaves it in an unknown state, so this client is
-    // told and then sent away.
+    // The handler reports its own failures. After an exception its state is unknown, so this client gets a
+    // last reply and is disconnected.
     reply.code = static_cast<std::uint32_t>(ReplyCode::Failed);
     lastRequest = true;
   }
 }
 
-// False when the reply could not be written in time. A write that still waits is left to End: the client may
-// take the reply until the pipe is disconnected.
+// Returns false when the reply could not be written in time. Leaves a pending write to End: the client may
+// read the reply until the pipe is disconnected.
 bool PipeServerHandleThread::WriteReply() {
   const std::uint32_t error =
       PipeCalls::Write(replyPipe.Get(), &reply, sizeof(reply), ioOverlap.Overlapped());
@@ -133,7 +134,7 @@ void PipeServerHandleThread::End() {
 void PipeServerHandleThread::Disconnect() {
   PipeCalls::Disconnect(requestPipe.Get());
   PipeCalls::Disconnect(replyPipe.Get());
-  // A read or write that a stop or the time-out left behind has to be over before its buffer goes.
+  // A read or write that is still pending after a stop or time-out must end before its buffer goes.
   ioOverlap.Settle();
   if (connections != nullptr) connections->Leave(this);
 }

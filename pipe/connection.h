@@ -1,11 +1,11 @@
 #pragma once
 
-// One connected client: a thread that reads its requests one at a time, hands each to the handler and writes
-// the reply back. The rules that need no system call are in pipe/connection_rules.h.
+// One connected client: a thread that reads its requests one at a time, passes each to the handler and writes
+// the reply. pipe/connection_rules.h has the rules that need no system call.
 //
 // Always on the heap: the thread destroys the object when Run returns. A connection ends when its client is
-// gone, sends nothing for 10 seconds, takes a reply too slowly, after 12 failed reads in a row, after an
-// exception in the handler, or by Stop. Everything except Stop is used by the connection's own thread only.
+// gone, sends nothing for 10 seconds or takes a reply too slowly, after 12 failed reads in a row, after an
+// exception in the handler, or by Stop. Only the connection's own thread calls anything except Stop.
 
 #include <cstdint>
 #include <memory>
@@ -21,23 +21,24 @@
 
 class PipeServerHandleThread : public TamLogUtil::Threading::Thread {
  public:
-  // Keeps duplicates of the two pipe handles; the caller's stay open. `handler` is not owned and has to live
-  // until ConnectionEnded has been called; null: every request is answered with Failed and nobody is told of
-  // the end. `list` is where the connection is going to be listed, if it is. Throws what Overlap throws.
+  // Keeps duplicates of the two pipe handles; the caller's stay open. `handler` is not owned and must live
+  // until its ConnectionEnded was called; null: every request is answered with Failed and the end is not
+  // reported. `list` is the list that the connection is going to be added to, null for none. Throws what
+  // Overlap throws.
   PipeServerHandleThread(TamLogUtil::NativeHandle requestInstance, TamLogUtil::NativeHandle replyInstance,
                          PipeServerMessageHandler* handler, std::shared_ptr<ConnectionList> list = nullptr);
   ~PipeServerHandleThread() override;
   PipeServerHandleThread(const PipeServerHandleThread&) = delete;
   PipeServerHandleThread& operator=(const PipeServerHandleThread&) = delete;
 
-  // Ends a wait for the client at once; a request that the handler is working on is finished first, without
-  // a reply being guaranteed. Returns at once. Any thread.
+  // Ends a wait for the client at once. The handler finishes a request in progress, but its reply may be
+  // lost. Returns at once. Any thread.
   void Stop() override;
   std::uint32_t Run() override;
 
  private:
-  // The system never writes behind the record, so the guard stays zero: a text that a client did not
-  // terminate ends there at the latest.
+  // The system never writes past the record, so the guard stays zero: it terminates a text that the client
+  // did not terminate.
   struct GuardedRequest {
     PipeRequest record;
     std::uint8_t guard;
@@ -55,12 +56,11 @@ class PipeServerHandleThread : public TamLogUtil::Threading::Thread {
   const std::shared_ptr<ConnectionList> connections;
   TamLogUtil::AutoHandle requestPipe;
   TamLogUtil::AutoHandle replyPipe;
-  // Zero at first, then never cleared except the request's code: a short request leaves the earlier bytes
-  // behind it, and a reply carries the earlier bytes of the fields that it does not set.
+  // Zero at first, then never cleared except the request's code: after a short request the earlier bytes
+  // follow it, and a reply carries the earlier bytes of the fields that it does not set.
   GuardedRequest request{};
   PipeReply reply{};
-  // Behind the buffers and the handles, so that it is destroyed, and with it any operation ended, before
-  // them.
+  // After the buffers and the handles, so that its destructor ends a pending operation before they go.
   Overlap ioOverlap;
   ReadRetries retries;
   bool overlong = false;

@@ -20,7 +20,7 @@ void ConnectionList::AddAndStart(std::unique_ptr<PipeServerHandleThread> connect
     connections.pop_back();
     throw;
   }
-  // The thread cannot have destroyed the connection yet: it has to pass Leave.
+  // The thread cannot have destroyed the connection yet: it has to call Leave first.
   static_cast<void>(connection.release());
 }
 
@@ -57,12 +57,12 @@ void ConnectionList::EndAll() {
     const LeafLock::Guard guard(lock);
     ended.swap(connections);
     takenOver.insert(ended.begin(), ended.end());
-    // Under the lock, so that no thread dies holding it.
+    // Under the lock, so that no thread is terminated while it holds the lock.
     for (PipeServerHandleThread* connection : ended) {
       try {
         connection->Terminate(1);
       } catch (const ExceptionBase&) {
-        // It has ended by itself already.
+        // It has already ended.
       }
     }
   }

@@ -1,12 +1,12 @@
 #pragma once
 
-// The connections of one listener, and the one place where it is decided who destroys a connection: its own
-// thread, which is the rule, or the listener's destructor, for a thread that does not come to an end.
+// The connections of one listener. Decides which thread destroys a connection: normally its own, or the one
+// that destroys the listener if the connection's thread does not end.
 //
-// Shared by the listener and its connections, because a connection may still be on its last steps when the
-// listener is destroyed. `lock` guards everything. It is held while connections are started, stopped and
-// ended by force, so that none of them can be destroyed meanwhile; of other locks only those of the
-// connection's Thread base are taken under it, and a thread never holds one of these when it comes here.
+// Shared by the listener and its connections, because a connection may still be finishing when the listener
+// is destroyed. `lock` guards everything. It is held while connections are started, stopped and terminated,
+// so that none of them can be destroyed meanwhile. Under it only locks of the connection's Thread base are
+// taken, and a thread that holds one of those never calls this list.
 
 #include <list>
 #include <memory>
@@ -24,19 +24,19 @@ class ConnectionList {
   ConnectionList(const ConnectionList&) = delete;
   ConnectionList& operator=(const ConnectionList&) = delete;
 
-  // Appends the connection and starts it; from then on it destroys itself. When it cannot be started it is
-  // destroyed here and the exception goes on.
+  // Appends the connection and starts it; from then on it destroys itself. If it cannot be started, destroys
+  // it and rethrows.
   void AddAndStart(std::unique_ptr<PipeServerHandleThread> connection) EXCLUDES(lock);
-  // Nothing when the connection is not listed.
+  // Does nothing when the connection is not listed.
   void Remove(PipeServerHandleThread* connection) EXCLUDES(lock);
   bool IsEmpty() EXCLUDES(lock);
-  // Asks every listed connection to stop.
+  // Stops every listed connection.
   void StopAll() EXCLUDES(lock);
 
-  // The last thing a connection's thread does with the connection before it destroys it. Does not return when
-  // EndAll took the connection over: the thread is about to be ended.
+  // A connection's thread calls this last before it destroys the connection. Does not return when EndAll has
+  // taken the connection over: the thread is about to be terminated.
   void Leave(PipeServerHandleThread* connection) EXCLUDES(lock);
-  // Ends the threads of all listed connections by force, destroys the connections and empties the list.
+  // Terminates the threads of all listed connections, destroys the connections and empties the list.
   void EndAll() EXCLUDES(lock);
 
  private:

@@ -2,7 +2,7 @@
 
 namespace {
 
-// The system's error codes, by number: this file is also built where its headers are missing.
+// The system's error codes as numbers, because this file is also built without its headers.
 constexpr std::uint32_t kBrokenPipe = 109;
 constexpr std::uint32_t kBadPipe = 230;
 constexpr std::uint32_t kPipeNotConnected = 233;

@@ -1,7 +1,7 @@
 #pragma once
 
-// What a connection decides without asking the system: how to go on after a failed read, and which replies
-// the transport gives by itself. Standard library only.
+// The decisions of a connection that need no system call: how to go on after a failed read, and which
+// requests the transport answers itself. Standard library only.
 
 #include <cstdint>
 #include <optional>
@@ -10,20 +10,20 @@
 
 enum class AfterFailedRead {
   EndConnection,      // the client is gone
-  ReadRestOfMessage,  // the message is longer than a request; the next read takes the rest of it
-  CancelReadAndEnd,   // nothing came in time, or the connection was stopped
-  TryAgain,           // anything else, as long as ReadRetries allows
+  ReadRestOfMessage,  // the message is longer than a request; the next read gets the rest of it
+  CancelReadAndEnd,   // no request arrived in time, or the connection was stopped
+  TryAgain,           // any other error, as long as ReadRetries allows
 };
 
 // `error` is the error code of a read that failed at once or the kernel's status of one that completed later.
 // The two are numbered differently, so a message that turns out too long while the read waits (0x80000005)
-// counts as "anything else": its rest is then served as the next request. Clients see that behaviour.
+// counts as any other error: its rest is then served as the next request. Clients depend on that.
 AfterFailedRead JudgeFailedRead(std::uint32_t error);
 
-// Counts the reads that failed in a row for no known reason. One thread.
+// Counts the reads in a row that failed with an unexpected error. One thread.
 class ReadRetries {
  public:
-  // Whether another read may be tried: 11 times in a row, no more.
+  // Returns whether to try another read: 11 times in a row.
   bool Allow();
   void Reset() { count = 0; }
 
@@ -31,5 +31,5 @@ class ReadRetries {
   std::uint32_t count = 0;
 };
 
-// The code of the reply that the transport gives by itself; nothing when the handler has to be asked.
+// The code of the reply that the transport sends itself; nothing when the handler has to answer.
 std::optional<ReplyCode> ReplyWithoutHandler(bool overlong, std::uint32_t requestCode, bool handlerInstalled);

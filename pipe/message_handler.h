@@ -1,6 +1,6 @@
 #pragma once
 
-// How the pipe transport hands requests upward without knowing who carries them out.
+// The interface through which the pipe transport passes requests up to the server.
 
 struct PipeRequest;
 struct PipeReply;
@@ -9,13 +9,13 @@ class PipeServerHandleThread;
 class PipeServerMessageHandler {
  public:
   // Carries out one request and fills the reply, whose code is Done on entry. Called on the connection's own
-  // thread, several at once. `request` is followed by a zero byte, so a text that is not terminated inside it
-  // ends there. An exception that leaves it makes the transport reply Failed and end the connection.
+  // thread, for several connections at once. A zero byte follows `request` and terminates a text that is not
+  // terminated inside it. After an exception the transport replies Failed and ends the connection.
   virtual void HandleMessage(const PipeRequest& request, PipeReply& reply) = 0;
 
-  // The connection is over; called once, on its own thread, without any lock held. Passing it to
-  // PipeServer::ReleaseConnection is the last thing to do here: with the connection off the list Join
-  // returns, and the handler may be destroyed.
+  // Called once when a connection ends, on its own thread, without any lock held. Must pass the connection to
+  // PipeServer::ReleaseConnection as its last step: as soon as the connection is off the list Join returns,
+  // and the handler may be destroyed.
   virtual void ConnectionEnded(PipeServerHandleThread* connection) = 0;
 
  protected:

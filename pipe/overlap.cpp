@@ -12,14 +12,14 @@ using TamLogUtil::Exceptions::ExceptionWindows;
 
 namespace {
 
-// An operation whose thread was ended by force may never report its end; nobody waits longer than this for
-// it.
+// An operation whose thread was terminated may never report its end; the destructor waits no longer than
+// this.
 constexpr std::uint32_t kAbandonedAfterMs = 1000;
 
 void CreateUnsignalledEvent(AutoHandle& event, const char* failure) {
   event = PipeCalls::NewEvent();
-  // Nothing ran since the failing call: taking a null handle calls nothing, and a handle that could not be
-  // taken over leaves the last error of that.
+  // The last error is that of the failing call: taking a null handle makes no system call, and a handle that
+  // could not be duplicated leaves the error of the duplication.
   if (event.IsInvalid()) throw ExceptionWindows(failure);
 }
 
@@ -50,7 +50,7 @@ std::uint32_t Overlap::Result(NativeHandle handle, std::uint32_t error, std::uin
   try {
     result = Wait(milliseconds);
   } catch (...) {
-    // The handle may be closed on the way up.
+    // A caller's destructor may close the handle.
     Settle();
     throw;
   }

@@ -1,10 +1,10 @@
 #pragma once
 
-// One overlapped operation at a time, with a cancellation that any thread can call in.
+// One overlapped operation at a time, which any thread can cancel.
 //
-// The thread that makes the operations owns everything here except Cancel and Reset, which any thread may
+// One thread makes the operations and calls everything here except Cancel and Reset, which any thread may
 // call. The OVERLAPPED, its event and the operation's buffers belong to the system while an operation is
-// under way: Settle gets them back, and the destructor does so too.
+// pending; Settle and the destructor end it.
 //
 //   error = ReadFile(pipe, ..., overlap.Overlapped()) ? 0 : GetLastError();
 //   error = overlap.Result(pipe, error, 10000);
@@ -20,7 +20,7 @@ struct _OVERLAPPED;
 
 class Overlap {
  public:
-  // What Wait returns when the time ran out or Cancel was called; the system's own wait-time-out code.
+  // Returned by Wait when the time ran out or Cancel was called; the system's own time-out code.
   static constexpr std::uint32_t kNotCompleted = PipeCalls::kWaitTimeout;
 
   // ExceptionWindows "Failed to create the completion event in Overlap construction", "Failed to create the
@@ -30,27 +30,27 @@ class Overlap {
   Overlap(const Overlap&) = delete;
   Overlap& operator=(const Overlap&) = delete;
 
-  // To be passed to ReadFile, WriteFile or ConnectNamedPipe; owned by this object.
+  // For ReadFile, WriteFile or ConnectNamedPipe; owned by this object.
   _OVERLAPPED* Overlapped() { return overlapped.get(); }
 
-  // Waits for the operation under way. Returns the status that the system left in the OVERLAPPED (0 on
-  // success, otherwise a status of the kernel such as 0x80000005, not an error code such as 234), or
-  // kNotCompleted. An operation that has completed wins over a cancellation. Throws what
-  // CheckedWaitForMultipleObjects throws.
+  // Waits for the pending operation. Returns the status that the system left in the OVERLAPPED (0 on success,
+  // otherwise a kernel status such as 0x80000005, not an error code such as 234), or kNotCompleted. A
+  // completed operation takes precedence over a cancellation. Throws what CheckedWaitForMultipleObjects
+  // throws.
   std::uint32_t Wait(std::uint32_t milliseconds);
 
-  // The outcome of the call that was just made on `handle` with Overlapped(): `error` is 0 or the call's
-  // error code. It is returned as it is, except that a pending operation's outcome is that of Wait. (After an
-  // immediate failure the OVERLAPPED still says "pending", so it must not be asked.) After kNotCompleted the
-  // operation is still under way; call Settle before the next one and before a buffer of it is given up.
+  // Returns the outcome of the call just made on `handle` with Overlapped(), whose result was `error`, 0 or
+  // an error code: that of Wait if the operation is pending, else `error` itself. (After an immediate failure
+  // the OVERLAPPED still says "pending", so it is not read then.) After kNotCompleted the operation is still
+  // pending: call Settle before the next one and before its buffer goes.
   std::uint32_t Result(TamLogUtil::NativeHandle handle, std::uint32_t error, std::uint32_t milliseconds);
 
-  // Nothing when no operation is under way. Otherwise cancels it and waits without limit until the system has
-  // let go of it.
+  // Cancels a pending operation and waits without limit until it has ended. Does nothing when none is
+  // pending.
   void Settle();
 
-  // Ends the present wait and all later ones at once, until Reset. ExceptionBase "Failed to cancel
-  // asynchronous operation".
+  // Ends the present wait and all later ones until Reset. ExceptionBase "Failed to cancel asynchronous
+  // operation".
   void Cancel();
   // ExceptionBase "Failed to reset overlap object".
   void Reset();
@@ -61,6 +61,5 @@ class Overlap {
   TamLogUtil::AutoHandle cancelEvent;
   TamLogUtil::AutoHandle completionEvent;
   PipeCalls::OwnedOverlapped overlapped;
-  TamLogUtil::NativeHandle pendingOn =
-      nullptr;  // the handle of the operation under way; null when there is none
+  TamLogUtil::NativeHandle pendingOn = nullptr;  // the handle of the pending operation, or null
 };

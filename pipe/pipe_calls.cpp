@@ -64,8 +64,8 @@ void Disconnect(NativeHandle instance) {
   DisconnectNamedPipe(instance);
 }
 
-// Not CancelIo: that one reaches only what the calling thread started. When there is nothing left to cancel
-// the call fails, and the event is set.
+// CancelIoEx, because CancelIo reaches only operations of the calling thread. It fails when the operation has
+// already ended, and then the event is set.
 void Cancel(NativeHandle instance, _OVERLAPPED* overlapped) {
   CancelIoEx(instance, overlapped);
 }

@@ -22,7 +22,7 @@ namespace {
 constexpr std::uint32_t kJoinStepMs = 250;
 constexpr std::uint32_t kDestructionWaitMs = 2000;
 
-// Whether it worked. A failure is left to the caller's next step.
+// Returns whether action() succeeded; drops its failure.
 template <class Action>
 bool TryTo(const Action& action) {
   try {
@@ -42,9 +42,8 @@ PipeServer::PipeServer(const std::string& name)
       connections(std::make_shared<ConnectionList>()) {}
 
 PipeServer::~PipeServer() {
-  // Nobody is left to be told of a failure; what a step did not bring to an end, a later one does.
-  // Each tried once more: a listener that has not been woken or waited for is ended by force, and leaves its
-  // pipes open.
+  // Failures are dropped: a later step makes up for a failed one. Stop and Join are retried once, because a
+  // listener that was not woken or waited for is terminated and leaves its pipes open.
   const auto stop = [this] { PipeServer::Stop(); };
   if (!TryTo(stop)) TryTo(stop);
   TryTo([this] { connections->StopAll(); });
@@ -53,7 +52,7 @@ PipeServer::~PipeServer() {
     PipeServer::Join(timeout);
   };
   if (!TryTo(join)) TryTo(join);
-  // A listener that still runs would use listenOverlap while it is destroyed.
+  // A listener that is still running would use listenOverlap during its destruction.
   TryTo([this] { Terminate(1); });
   connections->EndAll();
 }
@@ -99,16 +98,15 @@ std::uint32_t PipeServer::Run() {
     const AutoHandle replyPipe(PipeCalls::NewInstance(replyPipeName, PipeCalls::Direction::Outbound,
                                                       security.GetSecurityAttributes()),
                                AutoHandle::From::Take);
-    // Deliberately without a word, see the header.
+    // Deliberately silent, see the header.
     if (requestPipe.IsInvalid() || replyPipe.IsInvalid()) return 1;
     AcceptClient(requestPipe.Get(), replyPipe.Get());
   }
   return 0;
 }
 
-// Waits until one client has connected both instances and starts its connection. Returns without one after
-// Stop, and when the client was gone again before its connection was noticed (232): the caller then makes new
-// instances.
+// Waits until one client has connected to both instances and starts its connection. Returns without a
+// connection after Stop, and when the client has already left (232): the caller then creates new instances.
 void PipeServer::AcceptClient(NativeHandle requestPipe, NativeHandle replyPipe) {
   const std::uint32_t requestError = AwaitClient(requestPipe);
   const std::uint32_t replyError = AwaitClient(replyPipe);
@@ -123,7 +121,7 @@ void PipeServer::AcceptClient(NativeHandle requestPipe, NativeHandle replyPipe) 
 std::uint32_t PipeServer::AwaitClient(NativeHandle pipe) {
   const std::uint32_t error =
       listenOverlap.Result(pipe, PipeCalls::Connect(pipe, listenOverlap.Overlapped()), Timeout::kForever);
-  // Stopped: the next call uses the same OVERLAPPED.
+  // Ends an operation that a stop left pending: the next one uses the same OVERLAPPED.
   listenOverlap.Settle();
   return error;
 }
@@ -133,8 +131,8 @@ void PipeServer::StartConnection(NativeHandle requestPipe, NativeHandle replyPip
       new (std::nothrow) PipeServerHandleThread(requestPipe, replyPipe, messageHandler, connections));
   if (connection == nullptr) return;
   const Mutex::Access access(connectionsLock, Timeout::Infinite);
-  // Stop sets the flag first and then takes the lock to stop what is listed, so a connection either sees the
-  // flag here or is stopped there.
+  // Stop sets the flag before it takes the lock and stops the listed connections. So either the flag is seen
+  // here, or the connection is stopped there.
   if (IsStopRequested()) return;
   connections->AddAndStart(std::move(connection));
 }

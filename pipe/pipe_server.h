@@ -1,16 +1,16 @@
 #pragma once
 
-// The listener: accepts clients on the server's pair of named pipes and gives each a thread of its own
+// The listener: accepts clients on the server's pair of named pipes and starts a thread for each
 // (pipe/connection.h).
 //
 // A client opens the request pipe (written by the client) and then the reply pipe (read by the client), whose
-// name is that of the request pipe followed by "Reply". There is one free instance of each at a time, so the
-// two opens of one client cannot be mixed up with another's; a client that opens only the request pipe keeps
-// all others waiting until it opens the reply pipe too.
+// name is that of the request pipe followed by "Reply". One instance of each is free at a time, so the opens
+// of two clients cannot be mixed up; a client that opens only the request pipe keeps all others waiting until
+// it opens the reply pipe too.
 //
-// connectionsLock guards the order in which connections are listed, stopped and released. Join may go on
-// without it when its time is up, so it alone does not keep the list whole: ConnectionList has a lock of its
-// own for that, taken inside connectionsLock.
+// connectionsLock orders the adding, stopping and releasing of connections. Join may go on without it when
+// its time runs out, so ConnectionList has its own lock, taken inside connectionsLock, which guards the list
+// itself.
 
 #include <atomic>
 #include <cstdint>
@@ -30,32 +30,30 @@ class PipeServer : public TamLogUtil::Threading::Thread {
  public:
   // `name` is the request pipe's full name. Throws what Overlap and Mutex throw.
   explicit PipeServer(const std::string& name);
-  // Stops everything and allows two seconds for it; a connection whose handler takes longer is ended by
-  // force.
+  // Stops everything within two seconds; terminates a connection whose handler takes longer.
   ~PipeServer() override;
   PipeServer(const PipeServer&) = delete;
   PipeServer& operator=(const PipeServer&) = delete;
 
-  // Who carries out the requests of clients that connect from now on; not owned, has to live until all
-  // connections have ended, and has to pass each ended connection to ReleaseConnection. Any thread.
+  // Sets the handler of clients that connect from now on. Not owned; it must live until all connections have
+  // ended and must pass each ended connection to ReleaseConnection. Any thread.
   void SetMessageHandler(PipeServerMessageHandler* handler);
 
-  // Accepts clients; again after Stop. A listener that was stopped but has not ended yet is waited for first,
-  // so that never two use the same OVERLAPPED. Throws what Overlap::Reset and Thread::Start throw.
+  // Starts accepting clients, also after Stop. Waits first for a listener that was stopped but has not ended,
+  // so that no two use the same OVERLAPPED. Throws what Overlap::Reset and Thread::Start throw.
   void Start() override;
-  // Asks the listener and all connections to end and returns at once. Any thread. Throws what Overlap::Cancel
-  // throws.
+  // Requests the end of the listener and all connections and returns at once. Any thread. Throws what
+  // Overlap::Cancel throws.
   void Stop() override;
-  // Waits until no connection is left, looking every 250 ms, and then for the listener. False when the time
-  // ran out first. Throws what Thread::Join throws.
+  // Waits until no connection is left, polling every 250 ms, and then for the listener. Returns false when
+  // the time ran out first. Throws what Thread::Join throws.
   bool Join(TamLogUtil::Timeout& timeout) override;
   // Returns 0 after Stop, or 1 when a pipe instance cannot be created, for example because another program
-  // owns the name. That end is silent: nothing is logged and nobody is told, the server goes on without
-  // clients.
+  // owns the name. That end is silent: nothing is logged, and the server goes on without clients.
   std::uint32_t Run() override;
 
-  // The connection has ended: takes it off the list and stops it, listed or not. Called on the connection's
-  // own thread, by the handler's ConnectionEnded. Null does nothing.
+  // Removes an ended connection from the list, if it is listed, and stops it. The handler's ConnectionEnded
+  // calls this on the connection's own thread. Null does nothing.
   void ReleaseConnection(PipeServerHandleThread* connection);
 
  private:

@@ -1,9 +1,9 @@
 #pragma once
 
 // The bytes of the shared log file and of one message: records, offsets and the time key.
-// docs/log_file_format.md explains the same bytes to people who write readers; change both together.
+// docs/log_file_format.md explains the same bytes to authors of readers; change both together.
 //
-// All integers are little-endian. There is no magic number and no version: a file is recognised by the
+// All integers are little-endian. The format has no magic number and no version: a file is recognised by the
 // integrity rules (store/integrity.h).
 
 #include <cstddef>
@@ -13,11 +13,11 @@ inline constexpr std::size_t kLockNameSize = 64;  // including the terminating z
 inline constexpr std::size_t kTextSize = 257;     // of `source` and of `text`, including the terminating zero
 inline constexpr std::uint32_t kMessageTypes = 4;
 
-// The system maps files and compares offsets by these numbers, so the compiler may not choose the layout:
-// two-byte packing leaves no hole before or after the odd-sized texts.
+// Programs in the field depend on these offsets, so the compiler may not choose the layout: two-byte packing
+// leaves no hole before or after the odd-sized texts.
 #pragma pack(push, 2)
 
-// A message as the driver and the clients send it. The server does not interpret `origin` and `tail`.
+// One message as the driver and the clients send it. The server does not interpret `origin` and `tail`.
 struct LogMessageBody {
   std::uint8_t origin[8];
   std::int16_t timestamp[8];  // year, month, day, hour, minute, second, millisecond, spare
@@ -27,7 +27,7 @@ struct LogMessageBody {
   std::uint8_t tail[4];
 };
 
-// A message as stored in a slot of the file.
+// One message as stored in a slot of the file.
 struct LogMessage {
   std::uint64_t sequence;
   LogMessageBody body;
@@ -49,7 +49,7 @@ struct LogFileHeader {
   std::uint64_t nextSequence;  // number of the next message appended
 };
 
-// The names of the header lock, the read-wait and the write-wait event, each ended by a zero.
+// The names of the header lock, the read-wait and the write-wait event, each terminated by a zero.
 struct LockNames {
   char name[3][kLockNameSize];
 };
@@ -82,13 +82,13 @@ inline constexpr std::size_t kLockNamesOffset = sizeof(LogFileHeader);
 inline constexpr std::size_t kSlotsOffset = kLockNamesOffset + sizeof(LockNames);
 static_assert(kSlotsOffset == 240);
 
-// The size in bytes of a file of `maxMessages` slots. 64 bits: from 7,669,585 slots on it passes 32.
+// The size in bytes of a file of `maxMessages` slots. 64 bits: from 7,669,585 slots on it exceeds 32.
 constexpr std::uint64_t LogFileSize(std::uint64_t maxMessages) {
   return kSlotsOffset + sizeof(LogMessage) * maxMessages;
 }
 
-// The key by which messages are ordered. Only a sort key, not a count of milliseconds: every month counts 31
-// days. The eighth word does not enter.
+// The key by which messages are ordered. It counts 31 days for every month, so a difference of two keys is no
+// time span. The eighth word of the time stamp does not count.
 constexpr std::uint64_t TimeKey(const LogMessageBody& body) {
   const auto word = [&body](int index) { return static_cast<std::int64_t>(body.timestamp[index]); };
   const std::int64_t days = (word(0) * 12 + word(1)) * 31 + word(2);

@@ -1,7 +1,7 @@
 #pragma once
 
 // The requests and replies that travel over the server's pair of named pipes. docs/pipe_protocol.md explains
-// the same bytes to people who write clients; change both together.
+// the same bytes to authors of clients; change both together.
 //
 // Both records are 1028 bytes, little-endian; each is exactly one pipe message. Request and reply codes are
 // two separate numberings that happen to overlap.
@@ -42,8 +42,8 @@ enum class ReplyCode : std::uint32_t {
   Filter = 16,
 };
 
-// The codes that the transport hands to the handler; it answers all others itself. 14 is let through although
-// it is no request: the handler answers it.
+// The transport forwards the codes of this range to the handler and answers all others itself. 14 is not a
+// request but lies in the range; the handler answers it.
 inline constexpr std::uint32_t kFirstHandledCode = 2;
 inline constexpr std::uint32_t kLastHandledCode = 14;
 

@@ -6,8 +6,8 @@ usage() {
   cat <<'TEXT'
 usage: scripts/build.sh [--configure-only] [PRESET [TARGET...]]
 
-Configures and builds a preset of CMakePresets.json (default: windows), all targets or those named. With
---configure-only nothing is compiled. ccache is used where it is installed.
+Configures a preset of CMakePresets.json (default: windows) and builds all targets or the named ones. --configure-only
+compiles nothing. Uses ccache where it is installed.
 TEXT
 }
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Lets every call into the system and every touch of the mapped view fail, and prints how many were failed.
+# Fails every call into the system and every touch of the mapped view, and prints the number of failed ones.
 set -euo pipefail
 
 usage() {
@@ -7,15 +7,15 @@ usage() {
 usage: scripts/call-faults.sh [--default]
 
 Builds and runs the tests in which each call that the server's own code makes into the system fails once (the nth call
-of each operation, n = 1, 2, 3 ... until the operation gets through), and those in which each touch of the mapped log
-file meets a real fault of the processor. Then counts the call sites of the server's libraries and compares them with
-those that have been failed; scripts/call-sites-not-failed.txt lists the exceptions with their reasons.
+of each operation, n = 1, 2, 3 ... until the operation completes), and those in which each touch of the mapped log file
+meets a real fault of the processor. Then counts the call sites of the server's libraries and compares them with the
+failed ones; scripts/call-sites-not-failed.txt lists the exceptions with their reasons.
 
-By default every call of every operation fails, which takes some minutes; --default fails as many as ./test.sh does,
-which leaves out some call sites.
+By default every call of every operation fails, which takes some minutes. --default fails as many as ./test.sh does,
+which omits some call sites.
 
-The last lines are the account. Exit code: 0 when every test passed and every call site is failed or excepted (with
---default: when every test passed), 1 otherwise, 2 for a wrong option or a build that fails.
+The last lines are the summary. Exit code: 0 when every test passed and every call site is failed or excepted (with
+--default: when every test passed), 1 otherwise, 2 for a wrong option or a failed build.
 TEXT
 }
 

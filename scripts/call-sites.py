@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Counts the places in the server's code that call into the system, and which of them have been made to fail."""
+"""Counts the call sites of system calls in the server's code, and those that the tests have failed."""
 
 import argparse
 import collections
@@ -9,16 +9,16 @@ import subprocess
 import sys
 
 HELP = """\
-The call sites are read from the libraries that the server is linked from: every call through an import pointer
-(`call *__imp_X`, at once or through a register that the pointer was loaded into), named by its source line and the
+The call sites come from the libraries that the server is linked from. A site is a call through an import pointer
+(`call *__imp_X`, directly or through a register that the pointer was loaded into), named by its source line and the
 call. Several copies of one line, as inlining makes them, are one site.
 
-FAILED holds what the sweeping tests have written (TAMLOG_CALL_SITES): executable, offset of the return address in its
-image, call. The offset is turned into a source line by the executable's debug information.
+FAILED is the output of the sweeping tests (TAMLOG_CALL_SITES): executable, offset of the return address in its image,
+call. The executable's debug information maps the offset to a source line.
 
-EXCEPTIONS lists what is not failed, a line each, with the reason behind a colon:
-  NAME: reason               the call has no failure that its caller could be told
-  FILE NAME COUNT: reason    so many sites of that call in that file are not failed
+EXCEPTIONS lists calls that are not failed, one per line, with the reason after a colon:
+  NAME: reason               the call has no failure to report to its caller
+  FILE NAME COUNT: reason    this many sites of the call in the file are not failed
 
 Exit code: 0 when every site is failed or excepted, 1 otherwise, also when an exception is no longer needed.
 """
@@ -44,8 +44,8 @@ def run(*command, stdin=None):
 
 
 def source_name(path):
-    """Relative to the tree, also of an object that the compiler's cache has from another tree; what lies outside of
-    it (the standard library) by its bare name."""
+    """Returns the path relative to the tree, also for an object that the compiler's cache has from another tree. A
+    file outside of the tree (the standard library) keeps its bare name only."""
     ours = re.search(r"(?:^|/)build/windows/\.\./\.\./(.*)$", path) or re.match(r"\.\./\.\./(.*)$", path)
     return ours.group(1) if ours else path.rsplit("/", 1)[-1]
 
@@ -58,7 +58,7 @@ class Disassembly:
     RELOCATION = re.compile(r"IMAGE_REL_AMD64_REL32\s+__imp_(\w+)")
     LOAD = re.compile(r"mov\s+0x0\(%rip\),%(r\w+)")
     REGISTER_CALL = re.compile(r"call\s+\*%(r\w+)")
-    # Not by pop: that ends one way through the function, and the code behind it belongs to another.
+    # A pop does not count: it ends one path through the function, and the code after it belongs to another.
     WRITTEN = re.compile(r",%(r\w+)$")
 
     def __init__(self, archive):
@@ -78,7 +78,7 @@ class Disassembly:
         return self.sites, self.tails
 
     def import_used(self, name):
-        """The relocation stands behind the instruction that it belongs to."""
+        """The relocation follows the instruction that it belongs to."""
         if re.match(r"call|(rex\.W )?jmp", self.last):
             self.sites.add(Site(*self.place, name))
             if "jmp" in self.last:
@@ -86,7 +86,7 @@ class Disassembly:
         elif load := self.LOAD.match(self.last):
             self.registers[load.group(1)] = name
         else:
-            fail(f"{self.archive.name}: `{self.last}` uses the import {name} in a way that is not known here")
+            fail(f"{self.archive.name}: `{self.last}` uses the import {name} in an unknown way")
 
     def instruction(self, text):
         if call := self.REGISTER_CALL.match(text):
@@ -102,8 +102,8 @@ class Disassembly:
 
 
 def sites_in_code(build):
-    """All of them, and of those the ones at the end of a function that the compiler made a jump: the call returns to
-    the function's caller then."""
+    """Returns all call sites, and those at the end of a function that the compiler turned into a jump: such a call
+    returns to the function's caller."""
     sites, tails = set(), set()
     for room in ROOMS:
         archive = build / FOLDER.get(room, room) / f"libtamlog_{room}.a"
@@ -132,7 +132,7 @@ def failed_sites(failed, root):
         executable = root / "build" / "bin" / name
         base = image_base(executable)
         calls = sorted(calls)
-        # The return address is that of the next instruction, perhaps of another line.
+        # The return address belongs to the next instruction, which may be of another line.
         addresses = "".join(f"{base + offset - 1:#x}\n" for offset, _ in calls)
         lines = run(ADDR2LINE, "-e", str(executable), stdin=addresses).splitlines()
         for (_, call), line in zip(calls, lines):
@@ -142,7 +142,7 @@ def failed_sites(failed, root):
 
 
 def put_tails_right(failed, code, tails):
-    """A failed site that is none is the caller of the one function that ends in that call."""
+    """Corrects failed sites that are no call sites: each is the caller of the one function that ends in that call."""
     right = set()
     for site in failed:
         ends = [tail for tail in tails if tail.call == site.call]
@@ -180,14 +180,14 @@ def report(code, failed, exceptions):
         if left[(file, call)] != count:
             wrong.append(f"{file}: {left[(file, call)]} calls of {call} are not failed; {exceptions.name} says {count}")
     for site in sorted(failed - code):
-        wrong.append(f"{site.file}:{site.line}: {site.call} was failed, but is no call site that the libraries have")
+        wrong.append(f"{site.file}:{site.line}: {site.call} was failed, but the libraries have no such call site")
     for text in wrong:
         print(text)
     reached = can_fail & failed
     for (file, call), (count, reason) in sorted(excepted.items()):
         print(f"not failed: {file}: {call} ({count}): {reason}")
     print(f"call sites: {len(code)} in util, store, pipe and server; "
-          f"{len(code) - len(can_fail)} of them have no failure to be told")
+          f"{len(code) - len(can_fail)} of them have no failure to report")
     print(f"call sites failed: {len(reached)} of {len(can_fail)}")
     return not wrong
 

@@ -80,9 +80,9 @@ POSIX_HEADERS = {"unistd.h", "pty.h", "linux/capability.h", "sys/mman.h", "sys/p
 # Third-party headers, and the rooms that may use them.
 THIRD_PARTY = {
     "gtest/": {"tests"},
-    "CLI/": {"tamlogctl"},
-    "fmt/": {"tamlogctl"},
-    "nlohmann/": {"tamlogctl", "tests"},
+    "CLI/": {"tamlogctl/commands"},
+    "fmt/": {"tamlogctl/base"},
+    "nlohmann/": {"tamlogctl/base"},
     "benchmark/": {"bench"},
     "spdlog/": {"tests", "bench"},
     "lmdb.h": {"bench"},
@@ -191,7 +191,7 @@ def check_angled(tree, path, line, name):
         return
     for prefix, rooms in THIRD_PARTY.items():
         if name.startswith(prefix):
-            if path.split("/")[0] not in rooms:
+            if room_of(path) not in rooms:
                 tree.breach(path, line, f"{room_of(path)} may not use the library of <{name}>")
             return
     tree.breach(path, line, f"<{name}> is neither of the standard library nor a known Windows header")
@@ -294,6 +294,8 @@ BREACHES = [
     ("store/store.cpp", "#include <unistd.h>", "neither of the standard library"),
     ("store/store.cpp", "#include <fmt/format.h>", "store may not use the library"),
     ("store/store.cpp", "#include <boost/any.hpp>", "neither of the standard library"),
+    ("tamlogctl/read/show.h", "#include <CLI/CLI.hpp>", "tamlogctl/read may not use the library"),
+    ("tamlogctl/server/send.h", "#include <nlohmann/json.hpp>", "tamlogctl/server may not use the library"),
     ("util/helpers.cpp", '#include "util/win32.h"', "in a pure file"),
     ("util/helpers.cpp", "#include <io.h>", "in a pure file"),
     ("util/helpers.h", "#include <io.h>", "in a pure file"),

@@ -1,9 +1,8 @@
 #!/usr/bin/env python3
 """Runs clang-tidy, with clang's thread-safety analysis, over every source file of ours that the Windows build compiles.
 
-The files of a room that are compiled alike are checked some at a time, as one translation unit: most of the time goes
-into the headers, which they share. Files that cannot stand in one unit (two have a name of their own alike) are
-parted.
+Checks several files of a room that are compiled alike as one translation unit: most of the time goes into the headers,
+which they share. Splits a unit whose files define the same name.
 """
 
 import argparse
@@ -20,12 +19,10 @@ BUILD = os.path.join(ROOT, "build", "windows")
 TESTS = ("tests", "fuzz", "bench")
 ROOMS = ("util", "store", "pipe", "server", "client", "tamlogctl", "driver") + TESTS
 FILES_AT_ONCE = 14
-PARSER = "CLI/CLI.hpp"
-HEAVY_HEADERS = (PARSER, "nlohmann/json.hpp")
 
 
 def flags_of(command):
-    """The options of a compiler's command line that say what the source means."""
+    """Returns the options of a compiler's command line that affect the meaning of the source."""
     words = shlex.split(command)
     flags = ["-std=c++20"]
     for index, word in enumerate(words):
@@ -37,7 +34,7 @@ def flags_of(command):
 
 
 def compiled_files():
-    """The .cpp files of our rooms, each with its flags."""
+    """Returns the .cpp files of our rooms, each with its flags."""
     commands = os.path.join(BUILD, "compile_commands.json")
     if not os.path.exists(commands):
         sys.exit("build/windows is not configured: scripts/build.sh --configure-only windows")
@@ -50,23 +47,15 @@ def compiled_files():
     return files
 
 
-def library_of(path):
-    """The header of templates that takes longer than everything else in the file, if it includes one."""
-    with open(os.path.join(ROOT, path), encoding="utf-8") as file:
-        text = file.read()
-    return next((header for header in HEAVY_HEADERS if f"#include <{header}>" in text), "")
-
-
-def batches_of(files, at_once, everything):
-    """Lists of (files, flags, checks): one room and the same flags in each, as equal in number as they can be."""
+def batches_of(files, at_once):
+    """Yields (files, flags): files of one room with the same flags, in lists of nearly equal length."""
     alike = {}
     for path in sorted(files):
-        alike.setdefault((path.split(os.sep)[0], library_of(path), files[path]), []).append(path)
-    for (_, library, flags), paths in alike.items():
-        checks = "-*,clang-diagnostic-*,misc-unused-using-decls" if library == PARSER and not everything else ""
+        alike.setdefault((path.split(os.sep)[0], files[path]), []).append(path)
+    for (_, flags), paths in alike.items():
         count = -(-len(paths) // at_once)
         for index in range(count):
-            yield paths[index::count], flags, checks
+            yield paths[index::count], flags
 
 
 def run_tidy(source, checks, flags):
@@ -76,7 +65,7 @@ def run_tidy(source, checks, flags):
 
 
 def check(batch):
-    """What is wrong with the files of a batch; nothing when all is well."""
+    """Returns the findings in the files of a batch; an empty text without findings."""
     paths, flags, checks = batch
     if len(paths) == 1:
         clean, output = run_tidy(os.path.join(ROOT, paths[0]), checks, flags)
@@ -95,14 +84,14 @@ def check(batch):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("-j", type=int, default=os.cpu_count(), metavar="JOBS", help="how many run at a time")
+    parser.add_argument("-j", type=int, default=os.cpu_count(), metavar="JOBS", help="number of parallel runs")
     parser.add_argument("--deep", action="store_true",
-                        help="also the path analysis of the clang-analyzer checks, which takes several times as long: "
-                             "for whoever changes how resources are held")
-    parser.add_argument("--all", action="store_true", help="also the tests, and the sources that include the command line's parser with every check: "
-                             "macros and templates of libraries, which take most of the time")
-    parser.add_argument("--one-by-one", action="store_true", help="every file as a translation unit of its own")
-    parser.add_argument("files", nargs="*", metavar="FILE", help="only these")
+                        help="also run the path analysis of the clang-analyzer checks, which takes several times "
+                             "as long: for changes to the ownership of resources")
+    parser.add_argument("--all", action="store_true",
+                        help="also check the tests: macros and templates of libraries, which take most of the time")
+    parser.add_argument("--one-by-one", action="store_true", help="check every file as a translation unit of its own")
+    parser.add_argument("files", nargs="*", metavar="FILE", help="check only these files")
     wanted = parser.parse_args()
 
     files = compiled_files()
@@ -114,9 +103,8 @@ def main():
         files = {path: files[path] for path in paths}
     elif not wanted.all:
         files = {path: flags for path, flags in files.items() if path.split(os.sep)[0] not in TESTS}
-    batches = list(batches_of(files, 1 if wanted.one_by_one else FILES_AT_ONCE, wanted.all or wanted.files))
-    if not wanted.deep:
-        batches = [(paths, flags, checks or "-clang-analyzer-*") for paths, flags, checks in batches]
+    checks = "" if wanted.deep else "-clang-analyzer-*"
+    batches = [(*batch, checks) for batch in batches_of(files, 1 if wanted.one_by_one else FILES_AT_ONCE)]
     with concurrent.futures.ThreadPoolExecutor(wanted.j) as pool:
         findings = [finding for finding in pool.map(check, batches) if finding]
     print("".join(findings), end="")

@@ -6,14 +6,13 @@ usage() {
   cat <<'TEXT'
 usage: scripts/cycles.sh [--cycles N] [--connects N]
 
-Under Wine, in a prefix of its own (build/wine/cycles, made anew): starts and stops the real service N times (default:
-1000), each time with a message that every later start has to find; then lets four clients at once connect to a running
-one, N connections in all (default: 10000), after which its handles and threads have to be as many as before.
+Works under Wine, in a fresh prefix of its own (build/wine/cycles). Starts and stops the real service N times (default:
+1000), each time with a message that every later start must find. Then four clients connect to a running service at the
+same time, N connections in all (default: 10000); afterwards it must have as many handles and threads as before.
 
-A cycle takes about a second and a half. The last line is the account.
+A cycle takes about a second and a half. The last line is the summary.
 
-Exit code: 0 when everything was as it should be; 1 otherwise, with what was not; 2 for a wrong option or a build that
-fails.
+Exit code: 0 when everything was correct; 1 otherwise, with the failures; 2 for a wrong option or a failed build.
 TEXT
 }
 
@@ -24,11 +23,11 @@ while (($# > 0)); do
     -h | --help) usage; exit 0 ;;
     --cycles | --connects)
       [[ ${2:-} =~ ^[1-9][0-9]{0,5}$ ]] ||
-        { echo "cycles.sh: $1 takes a number from 1 to 999999, not '${2:-}'" >&2; exit 2; }
+        { echo "cycles.sh: $1 needs a number from 1 to 999999, not '${2:-}'" >&2; exit 2; }
       if [[ $1 == --cycles ]]; then cycles=$2; else connects=$2; fi
       shift
       ;;
-    *) echo "cycles.sh: there is no option '$1'; see scripts/cycles.sh --help" >&2; exit 2 ;;
+    *) echo "cycles.sh: unknown option '$1'; see scripts/cycles.sh --help" >&2; exit 2 ;;
   esac
   shift
 done

@@ -1,23 +1,24 @@
 #!/usr/bin/env python3
-"""Builds the example log file of docs/log_file_format.md and the example records of docs/pipe_protocol.md by
-following those documents, and nothing else.
+"""Builds the example log file of docs/log_file_format.md and the example records of docs/pipe_protocol.md from those
+documents alone.
 
-The ring holds four messages; five are handed in. What stands in the documents between the marks
+The ring holds four messages; five are submitted. The documents contain the output of this program for NAME between
+the marks
 
     <!-- example-ring: NAME -->  ...  <!-- example-ring: end -->
 
-is what this program prints for NAME, so that the documents cannot drift away from the layouts they describe:
+so that the documents stay in agreement with the layouts they describe:
 
     example-ring.py                          print everything
     example-ring.py --state NAME             print one state or record
-    example-ring.py --check FILE             exit 1 unless every marked block of FILE holds what is printed here
-    example-ring.py --update FILE            put what is printed here into the marked blocks of FILE
+    example-ring.py --check FILE             exit 1 unless every marked block of FILE equals the output
+    example-ring.py --update FILE            replace the marked blocks of FILE by the output
     example-ring.py --write FILE [--state N] write the bytes of a state or record (default: five) to FILE
 
-States: "five" after five messages in time order; "late" after a sixth one that is dated earlier than two of them;
+States: "five" after five messages in time order; "late" after a sixth message that is dated earlier than two of them;
 "burst" when, instead of the sixth, as many messages as the ring holds arrive within one flush. Records: "submit",
-the request that hands in the fifth message; "done", its reply; "get-settings" and "settings", a request and its reply.
-Standard library only.
+the request that submits the fifth message; "done", its reply; "get-settings" and "settings", a request and its reply.
+Uses the standard library only.
 """
 
 import argparse
@@ -33,9 +34,9 @@ BODY_FORMAT = "<8s8hI257s257s4s"
 BODY_SIZE = 546
 SLOT_SIZE = 560
 LOCK_NAMES = (
-    ("header lock", "Global\\TamLogServiceFileHeaderMutex"),
-    ("read-wait event", "Global\\TamLogServiceReadWaitEvent"),
-    ("write-wait event", "Global\\TamLogServiceWriteWaitEvent"),
+    ("header", "Global\\TamLogServiceFileHeaderMutex"),
+    ("read-wait", "Global\\TamLogServiceReadWaitEvent"),
+    ("write-wait", "Global\\TamLogServiceWriteWaitEvent"),
 )
 CAPACITY = 4
 
@@ -51,7 +52,7 @@ def time_key(words):
 
 
 class Entry:
-    """One message of the pending list: the sender's 546 bytes, the key, and the number once it has one."""
+    """One message of the pending list: the sender's 546 bytes, the key, and the number once it is assigned."""
 
     def __init__(self, number, words, kind, source, text):
         self.words = words
@@ -177,10 +178,10 @@ def build(state):
     return store.image()
 
 
-# What is printed is read back from the bytes, so a wrong offset shows in the text as well.
+# The output is read back from the bytes, so a wrong offset shows in the text as well.
 
 def field_lines(image, offset, size, label):
-    """The bytes of one field, 16 a line; a tail of zero bytes longer than one line is given by its length."""
+    """The bytes of one field, 16 a line; a long tail of zero bytes is given by its length."""
     raw = image[offset:offset + size]
     shown = raw
     rest = 0
@@ -245,13 +246,13 @@ def slot_summary(image, index):
 
 
 def walk(image):
-    """The slots in ring order, from what the ring holds to be newest to what it holds to be oldest."""
+    """The slots in ring order, which the ring takes for newest to oldest."""
     count, capacity, next_slot = struct.unpack_from("<iii", image, 8)
     return [(next_slot - i - 1) % capacity for i in range(count)]
 
 
 def record_fields(name):
-    """(offset, size, label) of the fields that the record's code defines, the code itself left out."""
+    """(offset, size, label) of the fields that the record's code defines, without the code itself."""
     image = RECORDS[name]
     if name == "submit":
         words = struct.unpack_from("<8h", image, 12)
@@ -275,7 +276,7 @@ def describe_record(name):
         end = offset + size
     assert not any(image[end:])
     rest = "0x%04X  %-47s  %s"
-    meaning = "not defined by this code: ignore" if name in ("done", "settings") else "not looked at"
+    meaning = "not defined by this code: ignore" if name in ("done", "settings") else "not examined"
     return out + [rest % (end, "%d bytes" % (RECORD_SIZE - end), meaning)]
 
 
@@ -288,7 +289,7 @@ def describe(state):
         out = print_header(image)
         for index, (role, name) in enumerate(LOCK_NAMES):
             out += field_lines(image, HEADER_SIZE + index * LOCK_NAME_SIZE, LOCK_NAME_SIZE,
-                               "lock name %d, %s = \"%s\"" % (index, role, name))
+                               "lock name %d (%s) = \"%s\"" % (index, role, name))
         for index in range(CAPACITY):
             out.append("")
             out += print_slot(image, index)
@@ -311,16 +312,16 @@ def blocks_of(document):
             word = line[len("<!-- example-ring: "):-len(" -->")]
             if word == "end":
                 if name is None:
-                    raise SystemExit("line %d ends a block that was not begun" % (number + 1))
+                    raise SystemExit("line %d ends a block that has no beginning" % (number + 1))
                 found.append((name, first, number))
                 name = None
             else:
                 if name is not None or word not in GROUPS[0] | GROUPS[1]:
-                    raise SystemExit("line %d begins no known block" % (number + 1))
+                    raise SystemExit("line %d begins an unknown block" % (number + 1))
                 name = word
                 first = number + 1
     if name is not None:
-        raise SystemExit("the block %s has no end" % name)
+        raise SystemExit("block %s has no end" % name)
     return found
 
 
@@ -341,7 +342,7 @@ def check(path):
     missing = frozenset().union(*wanted) - present
     wrong = 0
     for name in sorted(missing):
-        print("%s: there is no block %s" % (path, name))
+        print("%s: block %s is missing" % (path, name))
         wrong += 1
     for name, first, last in blocks:
         expected = fenced(name)

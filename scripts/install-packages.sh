@@ -1,42 +1,42 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that building, running and testing need, those of them that are missing.
+# Installs the missing Debian packages that building, running and testing need.
 set -euo pipefail
 
 usage() {
   cat <<'TEXT'
 usage: scripts/install-packages.sh [build|run|test|fuzz|bench]
 
-Installs the missing ones of the Debian packages that the project needs, as root or by sudo:
-  build  to build everything
-  run    that, and Wine, to run what was built (run.sh)
-  test   that, and what the checks, native tests and fuzz targets need (test.sh); the default
-  fuzz   to build and run the fuzz targets (fuzz.sh)
-  bench  to build and run the server, and the peers that it is measured against (bench.sh)
-Nothing is asked of the network when nothing is missing.
+Installs the missing ones of the Debian packages that the project needs, as root or with sudo:
+  build  for building everything
+  run    these, and Wine, for running the programs (run.sh)
+  test   these, and the packages for checks, native tests and fuzz targets (test.sh); the default
+  fuzz   for building and running the fuzz targets (fuzz.sh)
+  bench  for building and running the server, and the peers of the benchmarks (bench.sh)
+Does not use the network when nothing is missing.
 TEXT
 }
 
 build_packages=(
   cmake ninja-build g++ libc6-dev     # the build, and the compiler of native builds
   g++-mingw-w64-x86-64-posix          # the cross-compiler; brings the linker, windres and windows.h
-  googletest                          # its sources; the build files name them
+  googletest                          # its sources; the build compiles them
   nlohmann-json3-dev libcli11-dev libfmt-dev  # used by tamlogctl
-  python3                             # the build files look for it
+  python3                             # used by the build files
 )
 run_packages=("${build_packages[@]}" wine64)
 test_packages=(
   clang-14 clang-tidy-14 clang-format-14  # thread-safety analysis, clang-tidy, format
-  libspdlog-dev pkg-config                # programs that take the client library as others do
+  libspdlog-dev pkg-config                # programs that use the installed client library
   groff-base zsh                          # checks of the manual page and of a completion
   jq lnav rsyslog systemd systemd-journal-remote python3-jsonschema  # read what tamlogctl writes (tests/client/format)
 )
 
 fuzz_packages=(
-  clang-14 libclang-rt-14-dev  # what fuzz targets are built and linked with
+  clang-14 libclang-rt-14-dev  # builds and links fuzz targets
 )
 
 bench_packages=(
-  systemd systemd-journal-remote  # journalctl, and what makes a journal of our messages
+  systemd systemd-journal-remote  # journalctl, and the writer of a journal of our messages
   libsystemd-dev libsqlite3-dev liblmdb-dev libspdlog-dev  # other logs and stores, as libraries
   util-linux                      # taskset
 )
@@ -75,7 +75,7 @@ if [[ $(id -u) -ne 0 ]]; then
   as_root=(sudo)
 fi
 
-# Quiet unless it fails: the whole of apt's talk is shown then.
+# Prints apt's whole output if it fails, and nothing otherwise.
 apt() {
   local log
   log=$(mktemp)
@@ -89,7 +89,7 @@ apt() {
   return 1
 }
 
-# Simulating tells whether the lists (absent on a fresh container, or outdated) know all packages.
+# A simulation shows whether the lists (absent in a fresh container, or outdated) contain all packages.
 lists_know() {
   apt-get -q --simulate install --no-install-recommends "$@" >/dev/null 2>&1
 }
@@ -100,7 +100,7 @@ if ! lists_know "${missing[@]}"; then
 fi
 if ! apt install --yes --no-install-recommends "${missing[@]}"; then
   # The lists may name versions that the archive no longer has.
-  echo "packages: trying once more with fresh lists"
+  echo "packages: trying again with fresh lists"
   apt update || { echo "install-packages.sh: apt-get update failed" >&2; exit 1; }
   apt install --yes --no-install-recommends "${missing[@]}" ||
     { echo "install-packages.sh: apt-get install failed" >&2; exit 1; }

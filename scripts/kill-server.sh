@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Kills the server's process again and again under load, and says what that cost.
+# Kills the server's process repeatedly under load, and reports the cost.
 set -euo pipefail
 
 usage() {
@@ -7,21 +7,21 @@ usage() {
 usage: scripts/kill-server.sh [--kills N] [--clients N]
 
 Builds, makes a Wine prefix of its own (build/wine/kills) and runs the log server there as a service under load: clients
-that hand in messages, a driver that delivers hundreds a tick. Its process is killed at random moments: anywhere, while
-it writes the file, while it starts, while it restarts for new settings, and with a program that follows the log. Each
-time the file is judged as the server will judge it, the service is started again, and
+that submit messages, a driver that delivers hundreds a tick. Kills its process at random moments: anywhere, while it
+writes the file, while it starts, while it restarts for new settings, and with a program that follows the log. After
+each kill it judges the file as the server will, starts the service again, and checks that
 
-  - the file has to be kept exactly when it keeps the rules, and to be emptied otherwise,
-  - what was taken more than two flushes before the kill has to be in the file.
+  - the file is kept exactly when it keeps the rules, and emptied otherwise,
+  - messages received more than two flushes before the kill are in the file.
 
-After that clients are killed: between their two opens, inside a request, before a reply, at random moments.
+Then kills clients: between their two opens, inside a request, before a reply, at random moments.
 
-  --kills N     how often the server is killed (default 200, some 1.5 s each)
-  --clients N   how many clients are killed at random moments (default 200)
+  --kills N     number of kills of the server (default 200, some 1.5 s each)
+  --clients N   number of clients killed at random moments (default 200)
 
-The logs are kept in build/kills. The last lines are the account, of the clients and then of the server.
+Keeps the logs in build/kills. The last lines are the summary, of the clients and then of the server.
 
-Exit code: 0 when every kill ended as it has to, 1 otherwise, 2 for a wrong option or a build that fails.
+Exit code: 0 when every kill ended correctly, 1 otherwise, 2 for a wrong option or a failed build.
 TEXT
 }
 
@@ -29,14 +29,14 @@ kills=200 clients=200
 arguments=("$@")
 whole_number() {
   [[ ${2:-} =~ ^[1-9][0-9]{0,4}$ ]] ||
-    { echo "kill-server.sh: $1 wants a whole number from 1 on, not \"${2:-}\"" >&2; exit 2; }
+    { echo "kill-server.sh: $1 needs a whole number from 1 to 99999, not \"${2:-}\"" >&2; exit 2; }
 }
 while (($# > 0)); do
   case $1 in
     -h | --help) usage; exit 0 ;;
     --kills) whole_number "$1" "${2:-}"; kills=$2; shift 2 ;;
     --clients) whole_number "$1" "${2:-}"; clients=$2; shift 2 ;;
-    *) echo "kill-server.sh: there is no option \"$1\"; --help lists them" >&2; exit 2 ;;
+    *) echo "kill-server.sh: unknown option \"$1\"; see scripts/kill-server.sh --help" >&2; exit 2 ;;
   esac
 done
 # shellcheck source=scripts/fixed-layout.sh
@@ -47,7 +47,7 @@ root=$PWD
 . scripts/endurance.sh
 endurance_begin kills kill_server_tests administration_tests
 
-# run_tests NAME KILLS PROGRAM FILTER: prints what the test noted.
+# run_tests NAME KILLS PROGRAM FILTER: prints the test's notes and summaries.
 run_tests() {
   local status=0
   TAMLOG_KILLS=$2 endurance_run "$1" $((600 + $2 * 15)) "$3" "--gtest_filter=$4" || status=1

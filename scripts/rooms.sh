@@ -1,4 +1,4 @@
-# Sourced by bash in the root of the tree: the folders that hold our code, and the files in them.
+# Sourced by bash in the root of the tree: the folders that hold our code, and their files.
 # shellcheck shell=bash
 
 rooms=(records util store pipe server client tamlogctl driver examples tests fuzz bench)

@@ -1,32 +1,32 @@
 # Sourced by bash: `. scripts/wine-env.sh PREFIX` sets the environment in which Wine uses the prefix PREFIX (an
-# absolute path) and defines what starts and stops its server. Each prefix is a machine of its own: registry, services,
-# pipes and devices of one are not seen in another.
+# absolute path) and defines functions that start and stop its server. Each prefix is a machine of its own: registry,
+# services, pipes and devices of one are not visible in another.
 # shellcheck shell=bash
 
 export WINEPREFIX=${1:?usage: . scripts/wine-env.sh PREFIX}
 export WINEARCH=win64
-# In the C locale Wine cannot name a file beyond ASCII.
+# In the C locale Wine cannot use file names beyond ASCII.
 export LC_ALL=C.UTF-8
 export WINEDEBUG=-all
 export WINELOADER=/usr/lib/wine/wine64
-# No Mono or HTML engine and no menu entries are wanted; the debugger would hang a crash for seconds.
+# Switches off Mono, the HTML engine, menu entries, and the debugger, which would delay a crash by seconds.
 export WINEDLLOVERRIDES='mscoree,mshtml,winedbg.exe=d;winemenubuilder.exe=d'
 unset DISPLAY WAYLAND_DISPLAY
 
-# The programs themselves: Debian's wrappers in /usr/bin look for 32-bit Wine and complain.
+# The programs themselves: Debian's wrappers in /usr/bin look for 32-bit Wine and print warnings.
 # shellcheck disable=SC2034
 wine64=/usr/lib/wine/wine64
 wineserver64=/usr/lib/wine/wineserver64
 
-# Starts the prefix's server and keeps it until it is stopped: drivers stay loaded between two commands, and
-# starting a program takes 20 ms instead of 400. The server, and what the first program brings up with it, would hold
-# every pipe they inherit open: whoever waits for the end of such a pipe waits for ever. So they get none.
+# Starts the prefix's server, which runs until it is stopped: drivers stay loaded between two commands, and starting a
+# program takes 20 ms instead of 400. The server, and the processes that the first program starts, would hold every
+# inherited pipe open, and a reader of such a pipe would wait for its end for ever. So they inherit none.
 wine_server_start() {
   timeout 30 "$wineserver64" -p >/dev/null 2>&1 </dev/null &&
     timeout 120 "$wine64" cmd.exe /c exit >/dev/null 2>&1 </dev/null
 }
 
-# The ids of the processes that run in this prefix, the server included.
+# Prints the ids of the processes that run in this prefix, the server included.
 wine_processes() {
   local environment
   for environment in /proc/[0-9]*/environ; do
@@ -40,7 +40,7 @@ wine_processes() {
   done
 }
 
-# Ends every process of the prefix and waits until they are gone. Services get no stop control by this.
+# Ends every process of the prefix and waits for their end. Services receive no stop control.
 wine_server_stop() {
   local tries processes
   [[ -d $WINEPREFIX ]] || return 0
@@ -51,7 +51,7 @@ wine_server_stop() {
     [[ -n $processes ]] || return 0
     sleep 0.1
   done
-  # Something hangs: end it by its id.
+  # Ends a hanging process by its id.
   # shellcheck disable=SC2086
   kill -KILL $processes 2>/dev/null || true
   sleep 0.2

@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
-# Makes a fresh Wine prefix of the project's own under build/wine and prints its path.
+# Makes a fresh Wine prefix under build/wine and prints its path.
 set -euo pipefail
 
 usage() {
   cat <<'TEXT'
 usage: scripts/wine-prefix.sh NAME
 
-Makes the Wine prefix build/wine/NAME anew and prints its path; an old one of that name is stopped and thrown away.
-Prefixes are clones of build/wine/template, which is made once for each version of Wine and takes some seconds.
+Recreates the Wine prefix build/wine/NAME and prints its path; stops and deletes an old one of that name. Prefixes are
+clones of build/wine/template, which is made once for each version of Wine and takes some seconds.
 TEXT
 }
 
@@ -23,12 +23,12 @@ prefixes=$root/build/wine
 template=$prefixes/template
 mkdir -p "$prefixes"
 
-# One at a time: two callers must not make the template, or the same prefix, side by side.
+# One at a time: two callers must not make the template, or the same prefix, at the same time.
 exec 9>"$prefixes/.lock"
 flock --timeout 300 9 || { echo "wine-prefix.sh: another run holds $prefixes/.lock" >&2; exit 1; }
 
 stop_prefix() {
-  # Not inherited: Wine's server would hold the lock.
+  # Wine's server must not inherit the lock: it would hold it.
   (
     exec 9>&-
     # shellcheck source=scripts/wine-env.sh
@@ -46,7 +46,7 @@ make_template() {
     # shellcheck source=scripts/wine-env.sh
     . "$root/scripts/wine-env.sh" "$template"
     timeout 180 "$wine64" wineboot.exe -i >/dev/null 2>&1 </dev/null
-    # The first boot goes on after the program ended; services cannot be started before it is over.
+    # The first boot continues after the program ended; services cannot be started before its end.
     timeout 180 "$wineserver64" -w >/dev/null 2>&1 </dev/null
   ) || { echo "wine-prefix.sh: Wine could not make a prefix in $template" >&2; exit 1; }
   for file in system.reg user.reg userdef.reg .update-timestamp drive_c/windows/system32/services.exe; do
@@ -55,13 +55,13 @@ make_template() {
   echo "$wine_version" >"$template/.complete"
 }
 
-# The files are hard links, but for those that Wine writes in place: both prefixes would change.
+# The files are hard links, except those that Wine writes in place: a change would affect both prefixes.
 clone_template() {
   cp -al "$template" "$1" 2>/dev/null || { rm -rf "$1"; cp -a "$template" "$1"; }
   for file in system.reg user.reg userdef.reg .update-timestamp; do
     cp --remove-destination "$template/$file" "$1/$file"
   done
-  # The marker of the server that served the template means nothing here.
+  # The marker of the template's server means nothing here.
   rm -f "$1/.complete" "$1/wineserver"
 }
 

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Runs one Windows program under Wine: what ctest starts each test with. A test that ctest gave a prefix of its own
-# runs there, any other in the prefix that the environment names, else in build/wine/unit.
+# Runs one Windows program under Wine; ctest starts each test with it. A test to which ctest assigned a prefix of its
+# own runs there, any other in the prefix that the environment names, else in build/wine/unit.
 set -euo pipefail
 
 case ${1:-} in
@@ -16,7 +16,7 @@ if [[ -n $given ]]; then
 else
   prefix=${WINEPREFIX:-$root/build/wine/unit}
 fi
-[[ -d $prefix ]] || { echo "wine-run.sh: there is no Wine prefix $prefix; './test.sh prefixes' makes it" >&2; exit 1; }
+[[ -d $prefix ]] || { echo "wine-run.sh: no Wine prefix $prefix; './test.sh prefixes' makes it" >&2; exit 1; }
 # shellcheck source=scripts/wine-env.sh
 . "$root/scripts/wine-env.sh" "$prefix"
 exec "$wine64" "$@"

@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
-# Ends every process of one of the project's Wine prefixes and waits until they are gone.
+# Ends every process of the project's Wine prefixes and waits for their end.
 set -euo pipefail
 
 usage() {
   cat <<'TEXT'
 usage: scripts/wine-stop.sh [NAME...]
 
-Ends every process of the Wine prefixes build/wine/NAME, of all of them without a name, and waits until they are
-gone. Services are ended without a stop control.
+Ends every process of the Wine prefixes build/wine/NAME, of all prefixes without a name, and waits for their end. Ends
+services without a stop control.
 TEXT
 }
 
@@ -22,11 +22,11 @@ fi
 
 failed=0
 for name in "${names[@]}"; do
-  [[ -d $root/build/wine/$name ]] || { echo "wine-stop.sh: there is no prefix build/wine/$name" >&2; failed=1; continue; }
+  [[ -d $root/build/wine/$name ]] || { echo "wine-stop.sh: no prefix build/wine/$name" >&2; failed=1; continue; }
   (
     # shellcheck source=scripts/wine-env.sh
     . "$root/scripts/wine-env.sh" "$root/build/wine/$name"
     wine_server_stop
-  ) || { echo "wine-stop.sh: processes of $name are still there" >&2; failed=1; }
+  ) || { echo "wine-stop.sh: processes of $name are still running" >&2; failed=1; }
 done
 exit "$failed"

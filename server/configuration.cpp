@@ -41,10 +41,10 @@ void ServerService::LoadFilters(const RegistryKey& mainKey) {
 void ServerService::Save() {
   RegistryKey mainKey(kConfigurationKey);
   const Mutex::Access access(configLock, Timeout::Infinite);
-  // A stop behind a start that did not come this far keeps what the registry holds.
+  // A stop after a start that failed before Load leaves the registry unchanged.
   if (!loaded) return;
   mainKey.WriteText("LogFile", configuration.logFile);
-  // What was asked for over the pipe, not what is in effect: it is in effect from the next start.
+  // The capacity requested over the pipe, not the one in effect: it takes effect at the next start.
   mainKey.WriteNumber("MaxMessage", configuration.requestedMaxMessage);
   mainKey.WriteNumber("DevicePollRate", configuration.devicePollRate);
   mainKey.WriteNumber("SaveRate", configuration.saveRate);
@@ -53,7 +53,7 @@ void ServerService::Save() {
 }
 
 void ServerService::SaveFilters(RegistryKey& mainKey) {
-  // Made anew, so that values written by hand under other names do not stay.
+  // Recreated, so that values written by hand under other names do not stay.
   mainKey.DeleteSubkey(kFiltersSubkey);
   RegistryKey filters(mainKey, kFiltersSubkey);
   std::int32_t number = 0;

@@ -10,7 +10,7 @@ NativeHandle OpenDriverDevice() {
 }
 
 bool TakeFromDriver(NativeHandle device, LogMessageBody& message) {
-  DWORD bytesReturned = 0;  // the call wants it; its value does not matter
+  DWORD bytesReturned = 0;  // required by the call; its value is ignored
   return DeviceIoControl(device, IOCTL_TAMLOG_GET_MESSAGE, nullptr, 0, &message, sizeof message,
                          &bytesReturned, nullptr) != FALSE;
 }

@@ -1,4 +1,4 @@
-// Takes every message that the kernel driver holds (server/driver_device.h says how it is asked).
+// Fetches every message that the kernel driver holds (server/driver_device.h).
 
 #include "server/driver_device.h"
 #include "server/server_service.h"

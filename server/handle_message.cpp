@@ -1,8 +1,8 @@
-// Carries out the requests of pipe clients. records/pipe_protocol.h and docs/pipe_protocol.md say what a
-// client sends and gets.
+// Carries out the requests of pipe clients. records/pipe_protocol.h and docs/pipe_protocol.md define requests
+// and replies.
 //
-// A reply's buffer belongs to the connection and is never cleared: only the fields that the reply code names
-// are set. Whatever fails is logged and answered with Failed; no client is told more.
+// A reply's buffer belongs to the connection and is never cleared: only the fields that belong to the reply
+// code are set. A failure is logged and answered with Failed; clients get no details.
 
 #include <algorithm>
 #include <cstring>
@@ -31,8 +31,8 @@ void SetCode(PipeReply& reply, ReplyCode code) {
   reply.code = static_cast<std::uint32_t>(code);
 }
 
-// The text at the start of the body, up to its first zero byte. One without a zero inside its field runs on
-// into what follows (a filter's text into its kind), at most to the end of the record.
+// The text at the start of the body, up to its first zero byte. A text that is not terminated in its field
+// continues into the next one (a filter's text into its kind), at most to the end of the record.
 std::string TextOf(const PipeRequest& request) {
   const char* const body = reinterpret_cast<const char*>(request.bytes);
   return {body, strnlen(body, sizeof request.bytes)};
@@ -70,7 +70,7 @@ void ServerService::CarryOut(const PipeRequest& request, PipeReply& reply) {
       return GetFileMapName(reply);
     case RequestCode::SubmitMessage:
       return SubmitMessage(request.message, reply);
-    case RequestCode::Ping:  // takes no lock, so it is answered whatever else goes on
+    case RequestCode::Ping:  // takes no lock, so it is answered at once
       return SetCode(reply, ReplyCode::Alive);
     case RequestCode::GetSettings:
       return GetSettings(reply);
@@ -94,14 +94,14 @@ void ServerService::CarryOut(const PipeRequest& request, PipeReply& reply) {
   SetCode(reply, ReplyCode::UnknownRequest);
 }
 
-// Whether the filters keep the message is not told.
+// The reply does not say whether the filters keep the message.
 void ServerService::SubmitMessage(const LogMessageBody& message, PipeReply& reply) {
   SetCode(reply, ReplyCode::Done);
   const Mutex::Access access(messageLock, Timeout::Infinite);
   messageFile.AddMessage(message);
 }
 
-// The capacity is the one asked for last, which is not always the one in effect.
+// Reports the capacity last requested, which is not always the one in effect.
 void ServerService::GetSettings(PipeReply& reply) {
   const Mutex::Access access(configLock, Timeout::Infinite);
   SetCode(reply, ReplyCode::Settings);
@@ -111,7 +111,7 @@ void ServerService::GetSettings(PipeReply& reply) {
   reply.settings.saveRate = configuration.saveRate;
 }
 
-// Only the capacity is brought into range; the rates are stored as they are, 0 too.
+// Only the capacity is clamped; the rates are stored unchanged, even 0.
 void ServerService::SetSettings(const SettingsBody& settings, PipeReply& reply) {
   const Mutex::Access access(configLock, Timeout::Infinite);
   SetCode(reply, ReplyCode::Done);
@@ -163,8 +163,8 @@ void ServerService::AddFilter(const PipeRequest& request, PipeReply& reply) {
 }
 
 // configLock stays held while ClearMessages waits for the readers of the file, so that no message is accepted
-// between the clearing and the restart's claim on the settings. A reader that does not let go therefore holds
-// up the intake of messages, too.
+// between the clearing and the restart's claim on the settings. A reader that keeps its access therefore
+// blocks the intake of messages too.
 void ServerService::ClearLog(PipeReply& reply) {
   const Mutex::Access access(configLock, Timeout::Infinite);
   SetCode(reply, ReplyCode::Done);
@@ -176,6 +176,6 @@ void ServerService::ClearLog(PipeReply& reply) {
 void ServerService::StartRestart() {
   auto restart = std::make_unique<RestartThread>(*this);
   restart->Start();
-  // Started: from here on the thread owns itself, and may be gone already.
+  // The started thread owns itself and may already be gone.
   static_cast<void>(restart.release());
 }

@@ -26,8 +26,8 @@ void Lifecycle::WantRunning() {
 
 bool Lifecycle::WaitForRestarts(std::uint32_t milliseconds) {
   const bool allGone = noRestartsLeft.Wait(milliseconds);
-  // Whoever gave the last ticket back raised the signal under the lock; once it can be taken here, that
-  // thread is done with this object.
+  // The thread that returned the last ticket set the signal under the lock. When this thread gets the lock,
+  // that one no longer uses this object.
   const LeafLock::Guard guard(lock);
   return allGone;
 }
@@ -38,8 +38,8 @@ void Lifecycle::TakeTicket() {
   ++tickets;
 }
 
-// From a destructor, so nothing may leave it. Tried twice, like the gate of a lock; if the signal cannot be
-// raised at all, whoever waits for the restarts waits until the time is over, and goes on.
+// Called by a destructor, so it must not throw. Retries once; if the signal cannot be set, a thread in
+// WaitForRestarts waits until its time runs out.
 void Lifecycle::ReturnTicket() {
   const LeafLock::Guard guard(lock);
   if (--tickets != 0) return;
@@ -54,7 +54,7 @@ void Lifecycle::ReturnTicket() {
   }
 }
 
-// The analysis cannot follow a lock that is taken only if it comes in time.
+// The analysis cannot follow a lock that is taken only if the wait succeeds.
 Lifecycle::Turn::Turn(Lifecycle& lifecycle, std::uint32_t milliseconds) NO_THREAD_SAFETY_ANALYSIS
     : owner(lifecycle),
       taken(lifecycle.sequenceTurn.TryWait(milliseconds)) {}
@@ -79,10 +79,10 @@ bool Lifecycle::RestartTicket::Delay(std::uint32_t milliseconds) {
     const LeafLock::Guard guard(owner->lock);
     stopsSeen = owner->stops;
   }
-  return !owner->stopSignal.Wait(milliseconds) && !CalledOff();
+  return !owner->stopSignal.Wait(milliseconds) && !IsCancelled();
 }
 
-bool Lifecycle::RestartTicket::CalledOff() const {
+bool Lifecycle::RestartTicket::IsCancelled() const {
   const LeafLock::Guard guard(owner->lock);
   return owner->stopWanted || owner->stops != stopsSeen;
 }

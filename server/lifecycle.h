@@ -1,16 +1,16 @@
 #pragma once
 
-// Keeps the starts and stops of the one service object from running into each other. They come from two
-// sides: the service manager's threads, and a restart thread that stops and starts the server a second after
-// its settings changed. Three things must not happen: two sequences at once, a restart that starts the server
-// again after the manager has stopped it, and the service object being deleted under a live restart thread.
+// Serializes the starts and stops of the service object. They come from the service manager's threads, and
+// from a restart thread that stops and starts the server a second after its settings changed. It prevents two
+// sequences at once, a restart that starts the server again after the manager has stopped it, and the
+// deletion of the service object while a restart thread uses it:
 //
 //  - a start or stop sequence runs inside a Turn;
-//  - what the manager wants is noted by WantStopped before its turn comes, so that a restart gives way;
+//  - WantStopped records the manager's wish before its turn comes, so that a restart gives way;
 //  - a restart thread holds a RestartTicket as long as it may touch the service object.
 //
-// `lock` guards the three fields that follow it; it is a leaf. A turn is the outermost of all locks. Any
-// thread.
+// `lock` guards the three fields that follow it; no other lock is taken under it. A turn is the outermost of
+// all locks. Any thread.
 
 #include <cstdint>
 
@@ -27,12 +27,12 @@ class Lifecycle {
   Lifecycle(const Lifecycle&) = delete;
   Lifecycle& operator=(const Lifecycle&) = delete;
 
-  // The server is to be stopped for good: restarts under way give up at their next step, at once when they
-  // are asleep.
+  // Records that the server is to be stopped: restarts in progress end at their next step, sleeping ones at
+  // once.
   void WantStopped();
-  // The server is to run (again): restarts asked for from now on go ahead.
+  // Records that the server is to run: restarts requested from now on are carried out.
   void WantRunning();
-  // Waits until no ticket is out. False when the time ran out.
+  // Waits until no RestartTicket exists. Returns false when the time ran out.
   bool WaitForRestarts(std::uint32_t milliseconds);
 
  private:
@@ -51,8 +51,8 @@ class Lifecycle {
 // The right to run a start or stop sequence; scoped, used by one thread.
 class Lifecycle::Turn {
  public:
-  // Waits for the sequence that is under way, at most `milliseconds`, and then goes on without the turn: a
-  // restart that hangs behind a dead reader must not keep the manager from stopping the service.
+  // Waits at most `milliseconds` for the sequence in progress and then goes on without the turn: a restart
+  // that waits for a dead reader must not keep the manager from stopping the service.
   Turn(Lifecycle& lifecycle, std::uint32_t milliseconds);
   ~Turn();
   Turn(const Turn&) = delete;
@@ -63,11 +63,11 @@ class Lifecycle::Turn {
   bool taken;
 };
 
-// Shows that a restart thread is alive. Moved from the thread object into Run, so that it is given back on
-// every way out of Run, before the thread object deletes itself. Used by one thread at a time.
+// Marks a restart thread as alive. Moved from the thread object into Run, so that it is returned on every way
+// out of Run, before the thread object deletes itself. Used by one thread at a time.
 class Lifecycle::RestartTicket {
  public:
-  // `lifecycle` has to live until this is destroyed.
+  // `lifecycle` must outlive this.
   explicit RestartTicket(Lifecycle& lifecycle);
   RestartTicket(RestartTicket&& other) noexcept;
   ~RestartTicket();
@@ -75,11 +75,11 @@ class Lifecycle::RestartTicket {
   RestartTicket& operator=(const RestartTicket&) = delete;
   RestartTicket& operator=(RestartTicket&&) = delete;
 
-  // Sleeps. False, and early, when the server is to be stopped.
+  // Sleeps. Returns false, at once, when the server is to be stopped.
   bool Delay(std::uint32_t milliseconds);
-  // Whether the server is to be stopped, or was stopped (and perhaps started again) by somebody else since
-  // Delay was called.
-  bool CalledOff() const;
+  // Whether the server is to be stopped, or was stopped by another thread since Delay was called, even if it
+  // was started again.
+  bool IsCancelled() const;
 
  private:
   Lifecycle* owner;  // null once moved from

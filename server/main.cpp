@@ -1,4 +1,4 @@
-// The entry point. The manager may end the process as soon as it has seen "stopped", so nothing relies on the
+// The entry point. The manager may end the process as soon as "stopped" is reported, so nothing relies on the
 // exit hook.
 
 #include <cstdlib>

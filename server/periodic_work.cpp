@@ -1,5 +1,5 @@
-// What the three timers do at every tick. Ticks of different timers run side by side; the store makes its two
-// operations safe against each other.
+// The work of the three timers at every tick. Ticks of different timers run concurrently; the store makes its
+// two operations safe against each other.
 
 #include "server/server_service.h"
 #include "util/diagnostic_log.h"
@@ -7,9 +7,9 @@
 
 using TamLogUtil::Exceptions::ExceptionBase;
 
-// A failed tick is logged and the timer goes on, so a lasting fault writes one entry per tick. Only the
-// exceptions of this system are caught: anything else, such as a genuine fault on the mapped file, is no
-// failure of a tick and ends the timer's thread.
+// Logs a failed tick, and the timer goes on, so a lasting fault writes one entry per tick. Catches the
+// ExceptionBase family only: anything else, such as a genuine fault on the mapped file, ends the timer's
+// thread.
 void ServerService::OnTimer(std::uint32_t timerId) {
   try {
     switch (timerId) {

@@ -18,7 +18,7 @@ ServerService* serviceObject = nullptr;
 
 namespace {
 
-// Empty when the system does not tell it. A path that fills the buffer is cut by the system.
+// Empty on failure. The system truncates a path that does not fit the buffer.
 std::string ExecutablePath() {
   char buffer[1024];
   const DWORD length = GetModuleFileNameA(nullptr, buffer, sizeof buffer);
@@ -40,7 +40,7 @@ void CarryOut(std::string argument) {
     serviceObject->Remove();
     std::cout << " removed" << std::endl;
   } else {
-    // No error exit: scripts that try options of other versions rely on it.
+    // Exits with 0: scripts that try options of other versions rely on it.
     std::cout << "Unrecognized command line argument" << std::endl << "Use -install or -remove" << std::endl;
   }
 }
@@ -52,8 +52,8 @@ void ShowFailure(const ExceptionBase& exception) {
             << std::endl;
   std::cout << "To install : use the -install switch and run as administrator" << std::endl
             << "To remove : use the -remove switch and run as administrator" << std::endl;
-  // A console window that was opened for this command stays readable. Any character will do, and the end of
-  // the input, too.
+  // Keeps a console window that was opened for this command readable, until any character or the end of the
+  // input.
   static_cast<void>(std::getchar());
 }
 

@@ -7,8 +7,8 @@ namespace {
 
 static_assert(kNotFound == ERROR_FILE_NOT_FOUND && kNoMoreValues == ERROR_NO_MORE_ITEMS);
 
-// Registry calls return their error instead of setting the last error. The operating system's name for their
-// result is LSTATUS, a signed type; the codes themselves are never negative.
+// Registry calls return their error instead of setting the last error. The type of the result, LSTATUS, is
+// signed, but the codes are never negative.
 std::uint32_t Code(LSTATUS result) {
   return static_cast<std::uint32_t>(result);
 }

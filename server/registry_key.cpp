@@ -32,7 +32,7 @@ std::uint32_t RegistryKey::ReadNumber(const std::string& name, std::uint32_t def
 }
 
 std::string RegistryKey::ReadText(const std::string& name, const std::string& defaultValue) {
-  // The system does not promise a zero at the end of the data: the byte behind the buffer supplies it.
+  // The system does not guarantee a zero at the end of the data: the extra byte supplies it.
   char buffer[kTextBufferSize + 1] = {};
   const std::uint32_t result = RegistryCalls::Query(key, name.c_str(), buffer, kTextBufferSize);
   if (result == RegistryCalls::kNotFound) {

@@ -17,7 +17,7 @@ RestartThread::RestartThread(ServerService& serverService)
 
 std::uint32_t RestartThread::Run() {
   Lifecycle::RestartTicket presence(std::move(ticket));
-  if (ClaimRestart(service)) return 0;  // a restart is pending or under way already
+  if (ClaimRestart(service)) return 0;  // a restart is already pending or in progress
   if (presence.Delay(kDelay)) service.Restart(presence);
   return 0;
 }

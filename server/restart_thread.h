@@ -1,8 +1,8 @@
 #pragma once
 
-// Stops and starts the server a second after a request changed settings that only a start takes up. The
-// request itself cannot: a stop waits for the very thread that serves it. ServerService's restarting flag
-// makes a burst of such requests one restart.
+// Stops and starts the server a second after a request changed settings that take effect at a start. The
+// request itself cannot do that: a stop waits for the thread that serves it. ServerService's restarting flag
+// turns a burst of such requests into one restart.
 
 #include <cstdint>
 
@@ -13,16 +13,16 @@ class ServerService;
 
 class RestartThread : public TamLogUtil::Threading::Thread {
  public:
-  // How long the restart waits: the client's reply leaves first, and later requests of the same burst find
-  // the flag set. Milliseconds.
+  // The delay of the restart in milliseconds: the client's reply is sent first, and later requests of the
+  // same burst find the flag set.
   static constexpr std::uint32_t kDelay = 1000;
 
-  // Has to be on the heap: once started it deletes itself, and nobody joins it. `serverService` is not owned;
-  // it waits in its destructor for this object's ticket.
+  // Must be on the heap: once started it deletes itself and is never joined. `serverService` is not owned;
+  // its destructor waits for this object's ticket.
   explicit RestartThread(ServerService& serverService);
 
-  // An exception from the stop or the start ends the thread, which logs it; the flag then stays set until the
-  // service has been started successfully by other means.
+  // An exception of the stop or the start is logged and ends the thread; the flag then stays set until the
+  // service is started successfully in another way.
   std::uint32_t Run() override;
 
  private:
@@ -30,6 +30,6 @@ class RestartThread : public TamLogUtil::Threading::Thread {
   Lifecycle::RestartTicket ticket;
 };
 
-// The restarting flag verifier: returns the flag's previous value and leaves it set. When the flag's lock
-// cannot be taken, logs that and returns false, so that the restart goes ahead. Any thread.
+// The restarting flag verifier: sets the flag and returns its previous value. If the flag's lock cannot be
+// taken, logs that and returns false, so that the restart is carried out. Any thread.
 bool ClaimRestart(ServerService& service);

@@ -18,10 +18,10 @@ namespace {
 
 constexpr std::uint32_t kFlushPeriod = 200;  // milliseconds, whatever the registry holds
 
-// A stop gives the sequence before it this long; more than a stop takes when all its waits run out.
+// The time that a stop waits for the sequence before it; longer than a stop takes when all its waits run out.
 constexpr std::uint32_t kTurnLimit = 2 * ServerService::kStopDeadline;
 
-// How long the destructor waits for a restart thread: a stop, and a start behind it.
+// The time that the destructor waits for a restart thread: a stop and a start.
 constexpr std::uint32_t kRestartThreadLimit = 20000;
 
 }  // namespace
@@ -64,9 +64,9 @@ void ServerService::OnStop() {
 
 void ServerService::Restart(const Lifecycle::RestartTicket& ticket) {
   const Lifecycle::Turn turn(lifecycle, Timeout::kForever);
-  if (ticket.CalledOff()) return;
+  if (ticket.IsCancelled()) return;
   StopSequence();
-  if (ticket.CalledOff()) return;
+  if (ticket.IsCancelled()) return;
   StartSequence();
 }
 
@@ -75,7 +75,7 @@ void ServerService::StartSequence() {
   AwaitFormerTicks();
   const Mutex::Access access(messageLock, Timeout::Infinite);
   pipeServer.SetMessageHandler(this);
-  // At every start: a timer's Stop forgets its callback.
+  // Needed at every start: a timer's Stop forgets its callback.
   writeToDiskTimer.SetCallback(this);
   driverPollTimer.SetCallback(this);
   flushWritesTimer.SetCallback(this);
@@ -91,13 +91,13 @@ void ServerService::StartSequence() {
   stopped = false;
 }
 
-// From the top down: first the producers of work, then the file, the driver last. The file is moved only when
-// nothing in this process has it open.
+// Stops the producers of work first, then the file, the driver last. Moves the file only when nothing in this
+// process has it open.
 void ServerService::StopSequence() {
   Timeout deadline(kStopDeadline);
   RegistryKey mainKey(kConfigurationKey);
   const std::string currentPath = ReadLogFilePath(mainKey);
-  Save();  // from here on the registry holds the path asked for over the pipe
+  Save();  // from here on the registry holds the path requested over the pipe
   flushWritesTimer.Stop();
   writeToDiskTimer.Stop();
   pipeServer.Stop();
@@ -106,8 +106,8 @@ void ServerService::StopSequence() {
   driverPollTimer.Join(deadline);
   pipeServer.Join(deadline);
   messageFile.CloseFile(deadline);
-  // Looks at the path asked for: when it is a new one there is no file yet and the wait ends at once,
-  // although readers may still hold the old file during the move below.
+  // Waits for the file at the requested path. A new path has no file yet, so the wait ends at once, although
+  // readers may still have the old file open during the move below.
   messageFile.WaitUntilFree(deadline);
 
   const Mutex::Access access(configLock, Timeout::Infinite);
@@ -115,24 +115,23 @@ void ServerService::StopSequence() {
     // A failed move is silent: the next start opens or creates the file at the new path.
     TamLogUtil::MoveFileIfPossible(currentPath, configuration.logFile);
   }
-  // Under configLock, which a tick of this timer takes before anything else: a tick that comes just now waits
-  // here until the deadline is over, and no longer.
+  // Under configLock, which a tick of this timer takes first: a tick that begins now waits for it, and this
+  // join then runs until the deadline at most.
   writeToDiskTimer.Join(deadline);
   CloseDriver();
   stopped = true;
 }
 
-// A stop that ran out of time may have left ticks behind. They are waited for before messageLock is taken:
-// one of them may be about to take it, and a timer's Start, which waits for the old thread too, would never
-// return. A late tick that forces the file to the disk would also count as a foreign reader when the file is
-// checked.
+// Waits for ticks that a stop left running when its time ran out. Called before messageLock is taken: a late
+// tick may be about to take it, and a timer's Start, which waits for the old thread too, would never return.
+// A late tick that forces the file to the disk would also count as a foreign reader when the file is checked.
 void ServerService::AwaitFormerTicks() {
   for (TamLogUtil::Timer* timer : {&flushWritesTimer, &writeToDiskTimer, &driverPollTimer}) {
     if (timer->IsStopRequested()) timer->Join(Timeout::Infinite);
   }
 }
 
-// Before any lock is taken, so that a missing driver leaves everything as it was.
+// Called before any lock is taken, so that a missing driver changes nothing.
 void ServerService::OpenDriver() {
   if (driverHandle != TamLogUtil::InvalidHandle()) return;
   const TamLogUtil::NativeHandle device = OpenDriverDevice();
@@ -153,8 +152,8 @@ std::uint32_t ServerService::SavePeriod() {
   return configuration.saveRate * 1000U;
 }
 
-// A start that failed half-way, or a stop that ran out of time or threw, leaves threads that use members
-// which are destroyed before the threads' own objects. Without such threads this does nothing.
+// Ends threads that remain after a start that failed half-way, or a stop that ran out of time or threw: they
+// use members that are destroyed before the threads' own objects.
 void ServerService::EndLeftoverThreads() {
   try {
     flushWritesTimer.Stop();
@@ -167,7 +166,7 @@ void ServerService::EndLeftoverThreads() {
     driverPollTimer.Join(deadline);
     pipeServer.Join(deadline);
   } catch (const ExceptionBase&) {
-    // The members' own destructors end what is left.
+    // The members' own destructors end the remaining threads.
   }
 }
 

@@ -1,22 +1,20 @@
 #pragma once
 
-// The one object that the server process runs: the service that the manager starts and stops, the handler of
-// every pipe request and the receiver of every timer tick. It owns all other parts and alone decides the
-// order in which they start and stop.
+// The server object: the service that the manager starts and stops, the handler of every pipe request and the
+// callback of every timer. It owns all other parts and decides the order in which they start and stop.
 //
-// Threads that enter: the manager's (OnStart, OnStop), three timer threads (OnTimer), one thread per pipe
+// Threads that call it: the manager's (OnStart, OnStop), three timer threads (OnTimer), one thread per pipe
 // connection (HandleMessage, ConnectionEnded), a restart thread (Restart).
 //
-// Locks, in the order in which they are taken where more than one is held:
+// Locks, outermost first:
 //   a Lifecycle::Turn  start and stop sequences take turns
 //   messageLock        intake of messages (driver poll, submit request) and the whole start sequence
 //   configLock         every field of `configuration`, the registry while it is loaded or saved, the renaming
-//                      of the log file; taken by messageFile, too, when it reads settings
-//   restartLock        only the test-and-set of `restarting`; a leaf
+//                      of the log file; messageFile takes it too when it reads settings
+//   restartLock        the test-and-set of `restarting`; no other lock is taken under it
 // The stop sequence does not take messageLock. ClearLog holds configLock while messageFile waits for the
-// readers of the file, so one reader that does not let go also holds up every request about settings, the
-// intake of messages, and a stop in its first steps. That is accepted: readers hold the file for
-// milliseconds.
+// readers of the file, so a reader that keeps its access also blocks every request about settings, the intake
+// of messages, and a stop in its first steps. That is accepted: readers keep access for milliseconds.
 
 #include <atomic>
 #include <cstdint>
@@ -58,18 +56,18 @@ class ServerService : public TamLogUtil::Services::Service, public ServiceInterf
   // registry and of the log file. What a failed start has started already keeps running until OnStop.
   void OnStart() override EXCLUDES(messageLock, configLock);
 
-  // Stops everything, from running or from a start that failed half-way; a stop of a stopped server does no
-  // harm. Waits at most kStopDeadline for threads and readers and goes on without those that are late. Calls
-  // off a pending restart. Messages that have not reached the file yet are lost. A log file that cannot be
-  // moved to its new path stays where it is, silently.
+  // Stops everything, also after a start that failed half-way; harmless when stopped. Waits at most
+  // kStopDeadline for threads and readers and then goes on without them. Cancels a pending restart. Messages
+  // that are not in the file yet are lost. A log file that cannot be moved to its new path stays where it is,
+  // silently.
   void OnStop() override EXCLUDES(configLock);
 
-  // A stop and a start in one turn, for the restart thread. Does nothing, or only the stop, when the ticket
-  // was called off.
+  // Stops and starts in one turn, for the restart thread. Does nothing, or only the stop, when the ticket was
+  // cancelled.
   void Restart(const Lifecycle::RestartTicket& ticket) EXCLUDES(messageLock, configLock);
   Lifecycle::RestartTicket NewRestartTicket() { return Lifecycle::RestartTicket(lifecycle); }
 
-  // Several at once, on the connections' threads. See handle_message.cpp.
+  // Called on the connections' threads, several at once. See handle_message.cpp.
   void HandleMessage(const PipeRequest& request, PipeReply& reply) override EXCLUDES(messageLock, configLock);
   void ConnectionEnded(PipeServerHandleThread* connection) override;
 
@@ -109,17 +107,17 @@ class ServerService : public TamLogUtil::Services::Service, public ServiceInterf
   void ClearLog(PipeReply& reply) EXCLUDES(configLock);
   void StartRestart();
 
-  Lifecycle lifecycle;  // first, so that it goes last
+  Lifecycle lifecycle;  // first, so that it is destroyed last
 
-  // The order of the rest is the order of construction and, reversed, of destruction. Flags and handle are
-  // atomic because a stop that ran out of time goes on beside threads that still read them.
+  // The order of these members matters for construction and destruction. Flags and handle are atomic because
+  // a stop that ran out of time goes on while threads still read them.
   std::atomic<bool> stopped{true};
   PipeServer pipeServer;
   TamLogUtil::Timer driverPollTimer;
   TamLogUtil::Timer writeToDiskTimer;
   TamLogUtil::Timer flushWritesTimer;
   ServerConfiguration configuration GUARDED_BY(configLock);
-  bool loaded GUARDED_BY(configLock) = false;  // the registry's settings have been in `configuration` once
+  bool loaded GUARDED_BY(configLock) = false;  // whether Load has filled `configuration`
   MessageFileServer messageFile;
   TamLogUtil::Mutex messageLock;
   TamLogUtil::Mutex configLock ACQUIRED_AFTER(messageLock);

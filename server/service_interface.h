@@ -1,7 +1,7 @@
 #pragma once
 
-// What the service object is to the rest of the server: the handler of every pipe request and the receiver of
-// every timer tick.
+// The interface of the service object to pipes and timers: the handler of every pipe request and the callback
+// of every timer.
 
 #include "pipe/message_handler.h"
 #include "util/timer.h"

@@ -1,7 +1,6 @@
 #include "store/access_objects.h"
 
 #include <array>
-#include <exception>
 
 #include "store/with_context.h"
 #include "util/exceptions.h"
@@ -12,7 +11,7 @@ namespace TamLogUtil {
 using Exceptions::ExceptionBase;
 
 WaitOutcome WaitUnlessClosed(NativeHandle wanted, NativeHandle closing, std::uint32_t milliseconds) {
-  // The lowest signalled index wins, so what is wanted stands first.
+  // The lowest signalled index wins, so `wanted` comes first.
   const std::array<NativeHandle, 2> handles = {wanted, closing};
   const std::uint32_t count = closing == nullptr ? 1 : 2;
   switch (CheckedWaitForMultipleObjects(count, handles.data(), false, milliseconds)) {
@@ -47,8 +46,8 @@ WaitOutcome AccessObjects::TakeHeaderLock(std::uint32_t milliseconds) const {
                      [&] { return WaitUnlessClosed(headerLock.Handle(), closing->Handle(), milliseconds); });
 }
 
-// Not seen by the analysis: the lock was taken by a wait for two objects, in another function.
-void AccessObjects::GiveBackHeaderLock() NO_THREAD_SAFETY_ANALYSIS {
+// The analysis does not see that the lock was taken, by a wait for two objects in another function.
+void AccessObjects::ReleaseHeaderLock() NO_THREAD_SAFETY_ANALYSIS {
   headerLock.Release();
 }
 
@@ -56,12 +55,12 @@ WaitOutcome AccessObjects::WaitForReadWait(std::uint32_t milliseconds) const {
   return WaitFor(*readWait, milliseconds);
 }
 
-// The one call cannot wait for `closing` too, so it only looks. When it fails, the two calls say which of
-// them it was.
-WaitOutcome AccessObjects::LeaveHeaderLockForReadWait(std::uint32_t milliseconds) {
-  const auto seen = SetEventAndLook(headerLock.Handle(), readWait->Handle());
+// The single call cannot wait for `closing` too, so it only polls. When it fails, the two separate calls
+// report which of them failed.
+WaitOutcome AccessObjects::ReleaseHeaderLockAndWaitForReadWait(std::uint32_t milliseconds) {
+  const auto seen = SetEventAndPoll(headerLock.Handle(), readWait->Handle());
   if (seen == true) return WaitOutcome::Signalled;
-  if (!seen) GiveBackHeaderLock();
+  if (!seen) ReleaseHeaderLock();
   return WaitForReadWait(milliseconds);
 }
 
@@ -74,18 +73,12 @@ WaitOutcome AccessObjects::WaitFor(const Event& event, std::uint32_t millisecond
                      [&] { return WaitUnlessClosed(event.Handle(), closing->Handle(), milliseconds); });
 }
 
-HeaderLock::HeaderLock(AccessObjects& accessObjects, const char* closedText)
-    : objects(accessObjects), exceptionsBefore(std::uncaught_exceptions()) {
+HeaderLock::HeaderLock(AccessObjects& accessObjects, const char* closedText) : objects(accessObjects) {
   if (objects.TakeHeaderLock(Timeout::kForever) != WaitOutcome::Signalled) throw ExceptionBase(closedText);
 }
 
 HeaderLock::~HeaderLock() noexcept(false) {
-  try {
-    objects.GiveBackHeaderLock();
-  } catch (const ExceptionBase&) {
-    if (std::uncaught_exceptions() > exceptionsBefore) return;
-    throw;
-  }
+  unwindCheck.Finish([this] { objects.ReleaseHeaderLock(); });
 }
 
 }  // namespace TamLogUtil

@@ -3,7 +3,7 @@
 void BodyPool::Grow() {
   const std::size_t first = blocks.size() * kBlock;
   if (free.capacity() < first + kBlock) free.reserve(2 * (first + kBlock));
-  // Not set to zero: that would touch pages long before they are needed.
+  // Not zeroed: that would touch pages long before they are needed.
   blocks.emplace_back(new LogMessage[kBlock]);
   for (std::uint32_t i = kBlock; i-- > 0;) free.push_back(static_cast<std::uint32_t>(first) + i);
 }

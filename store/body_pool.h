@@ -1,7 +1,7 @@
 #pragma once
 
-// Messages in memory, each with a number by which it is found again. A number that was given back is the next
-// to be taken, so that in a quiet hour the same few pages are in use. Plain data without a lock.
+// A pool of messages in memory, each identified by a number. The number returned last is the next to be
+// taken, so that a server with little traffic uses the same few pages. Plain data without a lock.
 
 #include <cstddef>
 #include <cstdint>
@@ -12,7 +12,7 @@
 
 class BodyPool {
  public:
-  // The number of a message whose content is anything.
+  // Returns the number of a message with undefined content.
   std::uint32_t Take() {
     if (free.empty()) Grow();
     const std::uint32_t number = free.back();
@@ -20,13 +20,13 @@ class BodyPool {
     return number;
   }
 
-  void GiveBack(std::uint32_t number) noexcept { free.push_back(number); }
+  void Return(std::uint32_t number) noexcept { free.push_back(number); }
 
   LogMessage& operator[](std::uint32_t number) { return blocks[number / kBlock][number % kBlock]; }
 
-  // After `returned` messages were given back: if none is taken any more, lets go of memory that a burst has
-  // left behind, and puts the numbers in order again so that memory is walked upwards, when the work is in
-  // proportion to what was returned.
+  // To be called after `returned` messages were returned. When no message is taken any more, and the work is
+  // in proportion to `returned`, frees the memory that a burst has left and sorts the numbers so that memory
+  // is used in ascending order again.
   void Tidy(std::size_t returned);
   void Clear() {
     blocks.clear();
@@ -35,11 +35,11 @@ class BodyPool {
 
  private:
   static constexpr std::uint32_t kBlock = 64;
-  // What Tidy keeps: about 12 MB, for 20,000 messages at once.
+  // The blocks that Tidy keeps: about 12 MB, for 20,000 messages at once.
   static constexpr std::size_t kKeptBlocks = 320;
 
   void Grow();
 
   std::vector<std::unique_ptr<LogMessage[]>> blocks;
-  std::vector<std::uint32_t> free;  // room for all numbers, so that giving back cannot fail
+  std::vector<std::uint32_t> free;  // capacity for all numbers, so that Return cannot fail
 };

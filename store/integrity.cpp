@@ -17,8 +17,8 @@ IntegrityRule RuleBrokenByHeader(const LogFileHeader& header) {
   return header.readCount == 1 ? IntegrityRule::NoneBroken : IntegrityRule::OneReader;
 }
 
-// Whether there is a zero: most texts are followed by zeros up to the end of their field; else eight bytes at
-// a time.
+// Whether the text is terminated. Most texts are followed by zeros up to the end of their field, so the last
+// byte is checked first, then eight bytes at a time.
 bool EndsInside(const char (&text)[kTextSize]) {
   if (text[kTextSize - 1] == '\0') return true;
   constexpr std::uint64_t kEach = 0x0101010101010101U;
@@ -31,7 +31,7 @@ bool EndsInside(const char (&text)[kTextSize]) {
   return false;
 }
 
-// The bytes that the check of most messages needs: the head, and the ends of the texts.
+// Prefetches the bytes that the check of most messages reads: the head, and the ends of the texts.
 void Prefetch(const LogMessage* message) {
   const char* const bytes = reinterpret_cast<const char*>(message);
   __builtin_prefetch(bytes);
@@ -61,13 +61,6 @@ void SlotCheck::Look(const LogMessage* oldest, std::size_t count) {
   }
 }
 
-std::size_t SlotSource::LookAt(std::int64_t newest, std::size_t /*count*/, SlotCheck& check) {
-  LogMessage message;
-  if (!ReadSlot(newest, message)) return 0;
-  check.Look(&message, 1);
-  return 1;
-}
-
 IntegrityRule FirstBrokenRule(const LogFileHeader& header, SlotSource& slots, MessageMirror* loaded) {
   const IntegrityRule broken = RuleBrokenByHeader(header);
   if (broken != IntegrityRule::NoneBroken) return broken;
@@ -76,7 +69,7 @@ IntegrityRule FirstBrokenRule(const LogFileHeader& header, SlotSource& slots, Me
   std::int32_t done = 0;
   while (done < header.messageCount) {
     const std::int64_t newest = SlotFromNewest(header, done);
-    // Up to slot 0, where the ring goes on at its other end.
+    // Down to slot 0, where the ring continues at its other end.
     const std::int64_t most = std::min<std::int64_t>(newest + 1, header.messageCount - done);
     const std::size_t count =
         slots.LookAt(newest, std::min(static_cast<std::size_t>(most), SlotCheck::kMost), check);

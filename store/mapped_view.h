@@ -1,11 +1,11 @@
 #pragma once
 
-// The log file as it is mapped into this process, and the only place that touches its bytes. Every touch runs
-// under the fault guard: it is tried up to ten times while the system cannot bring in a page, then throws
+// The log file as mapped into this process, and the only place that accesses its bytes. Every access runs
+// under the fault guard: it is tried up to ten times while the system cannot load a page, then throws
 // ExceptionFileMapIO "Failed to access File Map View" (util/fault_guard.h). Every slot index is checked
-// against what is really mapped, because any process may write the header that it comes from.
+// against the size of the mapping, because any process may write the header that the index comes from.
 //
-// Without a lock: MessageFile keeps its view under viewLock.
+// It has no lock: MessageFile guards its view by viewLock.
 
 #include <cstddef>
 #include <cstdint>
@@ -18,19 +18,19 @@
 class MappedView {
  public:
   MappedView() = default;
-  // Closes what is open; failures are ignored.
+  // Closes what is open and ignores failures.
   ~MappedView();
   MappedView(const MappedView&) = delete;
   MappedView& operator=(const MappedView&) = delete;
 
-  // Maps the whole of `file`, which is not empty and stays the caller's, under `name`. Nothing may be mapped
-  // yet. ExceptionWindows "Failed to open a file mapping, CreateFileMapping() failed", also when a reader
-  // keeps an older and smaller mapping of that name alive, and "Failed to map a file view, MapViewOfFile()
-  // failed".
+  // Maps the whole of `file` under `name`. `file` must not be empty and stays the caller's; nothing may be
+  // mapped yet. ExceptionWindows "Failed to open a file mapping, CreateFileMapping() failed", also when a
+  // reader keeps an older and smaller mapping of that name alive, and "Failed to map a file view,
+  // MapViewOfFile() failed".
   void Map(TamLogUtil::NativeHandle file, const std::string& name,
            TamLogUtil::SecurityAttributes* attributes);
 
-  // Nothing to do when nothing is mapped. Nothing is left open, whatever fails: ExceptionWindows "Failed to
+  // Does nothing when nothing is mapped. Leaves nothing open even if it throws: ExceptionWindows "Failed to
   // close file view, UnmapViewOfFile() failed", "Failed to close file view, CloseHandle() failed".
   void Unmap();
 
@@ -48,7 +48,7 @@ class MappedView {
   // ExceptionBase "There is no such slot in the mapped log file".
   LogMessage ReadSlot(std::int64_t index) const;
   // Calls look(slots) with the mapped bytes of the `count` slots from `first` on. It runs under the guard,
-  // from its start again after a fault: it may touch nothing but plain bytes, and own nothing.
+  // and again from its start after a fault: it may touch only plain bytes and own nothing.
   template <class Look>
   void LookAtSlots(std::int64_t first, std::size_t count, Look&& look) const {
     const void* const slots = view + SlotOffset(first);
@@ -58,17 +58,17 @@ class MappedView {
   void WriteSlot(std::int64_t index, const LogMessage& message) {
     WriteSlot(index, message.sequence, message);
   }
-  // Under another number than its own.
+  // Stores `message` with the number `sequence` instead of its own.
   void WriteSlot(std::int64_t index, std::uint64_t sequence, const LogMessage& message);
 
   void SetReadCount(std::int32_t count);
-  // Adds `difference` to the count of readers and returns the result.
+  // Adds `difference` to the number of readers and returns the result.
   std::int32_t ChangeReadCount(std::int32_t difference);
   void SetServerRunning(bool running);
-  // The end of a write access: `changeCount` goes up by `changes`, no readers are left.
+  // The end of a write access: adds `changes` to changeCount and sets readCount to 0.
   void PublishChanges(std::uint64_t changes);
 
-  // Forces the first `bytes` bytes to the disk; false with the last error set when that fails.
+  // Forces the first `bytes` bytes to the disk. Returns false with the last error set on failure.
   bool FlushToDisk(std::uint64_t bytes) const;
 
  private:

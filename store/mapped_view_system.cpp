@@ -1,4 +1,4 @@
-// Mapping, unmapping and forcing to the disk: the part of MappedView that asks the system.
+// The system calls of MappedView: mapping, unmapping and forcing to the disk.
 
 #include "store/mapped_view.h"
 #include "util/exceptions.h"
@@ -12,7 +12,7 @@ namespace {
 
 constexpr char kMappingFailed[] = "Failed to open a file mapping, CreateFileMapping() failed";
 
-// What is really mapped from `view` on, in whole pages; 0 when the system does not tell.
+// The size of the mapping that begins at `view`, in whole pages; 0 on failure.
 std::uint64_t MappedSize(const void* view) {
   MEMORY_BASIC_INFORMATION region = {};
   return VirtualQuery(view, &region, sizeof region) == 0 ? 0 : region.RegionSize;
@@ -42,8 +42,8 @@ void MappedView::Map(NativeHandle file, const std::string& name, SecurityAttribu
     throw ExceptionWindows(failure);
   }
 
-  // A reader may keep an older mapping of this name alive; it is what we get then, with the size it had.
-  // Going on with less than the file would mean to write behind it.
+  // A reader may keep an older mapping of this name alive; then the system returns that one, with its old
+  // size. With less than the whole file mapped, writes would go past the end of the view.
   const std::uint64_t size = MappedSize(newView);
   if (size < kSlotsOffset || size < FileSize(file)) {
     UnmapViewOfFile(newView);

@@ -1,7 +1,5 @@
 #include "store/message_file.h"
 
-#include <exception>
-
 #include "store/with_context.h"
 
 namespace TamLogUtil {
@@ -34,7 +32,7 @@ void MessageFile::OpenFile(const std::string& mapName, const std::string& header
 }
 
 void MessageFile::CloseFile() {
-  // Let go of outside the lock: that closes the handles, unless a thread that is just waking up still needs
+  // Released outside the lock: that closes the handles, unless a thread that is just waking up still holds
   // them.
   std::shared_ptr<AccessObjects> closed;
   const LeafLock::Guard guard(viewLock);
@@ -57,9 +55,9 @@ void MessageFile::CloseView() {
   mappedView.Unmap();
 }
 
-// Accesses of this process that are still inside can do nothing more: their tickets are void. What their ends
-// would have signalled is signalled here, because the named objects may live on in readers, and the next open
-// takes them as they are.
+// Invalidates the tickets of accesses that this process still has. Signals what the ends of those accesses
+// would have signalled, because readers may keep the named objects alive, and the next open takes them in
+// their present state.
 void MessageFile::EndAccesses() {
   ++mappings;
   if (openObjects != nullptr && readersHeldOut) openObjects->ReadWait().SetSignal();
@@ -97,7 +95,7 @@ void MessageFile::LetReadersIn(const Ticket& ticket, const char* invalidText) {
   try {
     openObjects->ReadWait().SetSignal();
   } catch (const ExceptionBase&) {
-    // Once more, and reported all the same: the next writer would wait for it without end.
+    // Retried, and reported in either case: the next writer would wait for this event forever.
     openObjects->ReadWait().SetSignal();
     throw;
   }
@@ -119,10 +117,10 @@ MessageFile::Ticket MessageFile::TakeReadAccess(Timeout& timeout) {
     bool entered = false;
     try {
       const HeaderLock headerLock(*ticket.objects, kCannotTake);
-      // A writer may have come in between the two waits.
+      // A writer may have entered between the two waits.
       entered = ticket.objects->ReadWait().Wait(0) && EnterAsReader(ticket);
     } catch (const ExceptionBase&) {
-      // The header lock could not be given back. Nobody would ever count out the reader that came in.
+      // The header lock could not be released. Without this the reader just counted in would stay counted.
       if (entered) LeaveAsReader(ticket);
       throw;
     }
@@ -130,9 +128,9 @@ MessageFile::Ticket MessageFile::TakeReadAccess(Timeout& timeout) {
   }
 }
 
-// False when a writer of this process has come in since read-wait was looked at. Between two processes
-// nothing prevents that; here the same lock covers both sides, so the server's own threads never pass each
-// other.
+// Returns false when a writer of this process has entered since read-wait was checked. Between two processes
+// nothing prevents that; within this one the same lock covers both sides, so its threads never enter
+// together.
 bool MessageFile::EnterAsReader(const Ticket& ticket) {
   const LeafLock::Guard guard(viewLock);
   CheckTicket(ticket, kCannotTake);
@@ -148,7 +146,7 @@ bool MessageFile::EnterAsReader(const Ticket& ticket) {
   return true;
 }
 
-void MessageFile::GiveBackReadAccess(const Ticket& ticket) {
+void MessageFile::ReleaseReadAccess(const Ticket& ticket) {
   WithContext("Failed to release message file read access", [&] {
     bool leaving = false;
     try {
@@ -156,7 +154,7 @@ void MessageFile::GiveBackReadAccess(const Ticket& ticket) {
       leaving = true;
       LeaveAsReader(ticket);
     } catch (const ExceptionBase&) {
-      // Without the header lock rather than not at all: writers would wait for this reader for good.
+      // Leaves even without the header lock: otherwise writers would wait for this reader forever.
       if (!leaving) LeaveAsReader(ticket);
       throw;
     }
@@ -167,24 +165,17 @@ void MessageFile::LeaveAsReader(const Ticket& ticket) {
   const LeafLock::Guard guard(viewLock);
   CheckTicket(ticket, kCannotRelease);
   if (mappedView.ChangeReadCount(-1) == 0) openObjects->WriteWait().SetSignal();
-  // Last: what fails above is made up for by EndAccesses, which looks at this.
+  // Last: EndAccesses, which checks this, makes up for a failure above.
   --ownReaders;
 }
 
-MessageFile::ReadAccess::ReadAccess(MessageFile* messageFile, Timeout& timeout)
-    : file(messageFile), exceptionsBefore(std::uncaught_exceptions()) {
+MessageFile::ReadAccess::ReadAccess(MessageFile* messageFile, Timeout& timeout) : file(messageFile) {
   if (file == nullptr) throw ExceptionBase("MessageFile ReadAccess object created with null pointer");
   ticket = file->TakeReadAccess(timeout);
 }
 
 MessageFile::ReadAccess::~ReadAccess() noexcept(false) {
-  try {
-    file->GiveBackReadAccess(ticket);
-  } catch (...) {
-    // Whatever it is, a fault of the view too: a second one on its way would end the process.
-    if (std::uncaught_exceptions() > exceptionsBefore) return;
-    throw;
-  }
+  unwindCheck.Finish([this] { file->ReleaseReadAccess(ticket); });
 }
 
 }  // namespace TamLogUtil

@@ -1,17 +1,17 @@
 #pragma once
 
-// What a process needs to share the log file: the mapping, its view, the named objects, and read access.
-// MessageFileServer adds the writer's side. docs/reader_protocol.md has the protocol as a table.
+// Shared access to the log file: the mapping, its view, the named objects, and read access. MessageFileServer
+// adds the writer's side. docs/reader_protocol.md has the protocol as a table.
 //
-// viewLock guards the view, the objects of the open that it belongs to and what this process has open through
+// viewLock guards the view, the named objects of the present open, and the accesses of this process through
 // them. It is held while mapped bytes are touched and while an event is set or reset for them, never while
-// waiting for another process. So an access works in three steps: it remembers the present open (a Ticket),
-// waits without any lock, and looks again under viewLock whether its ticket still holds before it touches
+// waiting for another process. So an access takes three steps: it remembers the present open (a Ticket),
+// waits without any lock, and checks under viewLock that its ticket is still valid before it touches
 // anything. Inside viewLock the pending list's lock may be taken (a flush), no other.
 //
-// What a reader must know: one that passes the read-wait event just before a writer resets it is inside
-// together with the writer; readCount then ends below 0 when it leaves, and a writer may wait without end.
-// The steps are shared with programs in the field and are kept as they are.
+// Known hazard of the protocol: a reader that passes the read-wait event just before a writer resets it has
+// access together with the writer; readCount then drops below 0 when it leaves, and a writer may wait
+// forever. Programs in the field use the same steps, so they stay as they are.
 
 #include <cstdint>
 #include <memory>
@@ -26,6 +26,7 @@
 #include "util/sync.h"
 #include "util/thread_annotations.h"
 #include "util/timeout.h"
+#include "util/unwind_check.h"
 
 class MessageFileServer;
 
@@ -40,32 +41,32 @@ class MessageFile {
   MessageFile& operator=(const MessageFile&) = delete;
 
   // Closes the named objects, the view and the mapping, and wakes every thread of this process that waits for
-  // access. Nothing to do when nothing is open. Fails as MappedView::Unmap does, with nothing left open. Any
-  // thread.
+  // access. Does nothing when nothing is open. Throws what MappedView::Unmap throws, with nothing left open.
+  // Any thread.
   virtual void CloseFile();
 
-  // Keeps the names and creates the named objects; the file has to be closed. ExceptionBase "Failed to create
+  // Keeps the names and creates the named objects; the file must be closed. ExceptionBase "Failed to create
   // file access objects in MessageFile::OpenFile()".
   virtual void OpenFile(const std::string& mapName, const std::string& headerLockName,
                         const std::string& readWaitEventName, const std::string& writeWaitEventName,
                         SecurityAttributes* attributes);
 
-  // For a thread that takes write access again and again from outside (MessageFileMonitor). The store itself
+  // For a thread that takes write access periodically from outside (MessageFileMonitor). The store itself
   // never takes it.
   Mutex& InProcessLock() { return inProcessLock; }
 
  protected:
-  // Not virtual: nobody owns one through this class.
+  // Not virtual: an object is never deleted through this class.
   ~MessageFile() = default;
 
-  // Which open, and which mapping of it, an access belongs to.
+  // Identifies the open, and the mapping within it, that an access belongs to.
   struct Ticket {
     std::shared_ptr<AccessObjects> objects;
     std::uint64_t mapping = 0;
   };
 
   bool IsOpen() EXCLUDES(viewLock);
-  // ExceptionBase `invalidText` unless all objects and the view are there.
+  // ExceptionBase `invalidText` unless the objects and the view are open.
   Ticket PresentTicket(const char* invalidText) EXCLUDES(viewLock);
 
   // Calls use(view) under viewLock; ExceptionBase `invalidText` when the ticket's mapping is gone.
@@ -76,14 +77,14 @@ class MessageFile {
     return std::forward<Use>(use)(mappedView);
   }
 
-  // Maps the whole of `file` under the map name and sets its read count to 0, both before a thread of this
-  // process can come in as reader: one that was counted in between would leave a count of -1 behind, and
-  // writers would wait for good. Fails as MappedView::Map does, or with "Failed to reset the read count in
+  // Maps the whole of `file` under the map name and sets its readCount to 0, both before a thread of this
+  // process can enter as reader: one that was counted in between would later leave readCount at -1, and
+  // writers would wait forever. Throws what MappedView::Map throws, and "Failed to reset the read count in
   // SetFileView()".
   void MapWithoutReaders(NativeHandle file, SecurityAttributes* attributes) EXCLUDES(viewLock);
   void CloseView() EXCLUDES(viewLock);
 
-  // The two sides of the read-wait event: new readers wait, new readers may enter.
+  // Reset and set the read-wait event: new readers wait, new readers may enter.
   void HoldReadersOut(const Ticket& ticket, const char* invalidText) EXCLUDES(viewLock);
   void LetReadersIn(const Ticket& ticket, const char* invalidText) EXCLUDES(viewLock);
 
@@ -97,19 +98,19 @@ class MessageFile {
 
  private:
   Ticket TakeReadAccess(Timeout& timeout) EXCLUDES(viewLock);
-  void GiveBackReadAccess(const Ticket& ticket) EXCLUDES(viewLock);
+  void ReleaseReadAccess(const Ticket& ticket) EXCLUDES(viewLock);
   bool EnterAsReader(const Ticket& ticket) EXCLUDES(viewLock);
   void LeaveAsReader(const Ticket& ticket) EXCLUDES(viewLock);
   void CheckTicket(const Ticket& ticket, const char* invalidText) REQUIRES(viewLock);
   void EndAccesses() REQUIRES(viewLock);
 
-  // Written by OpenFile only, which runs beside nothing that reads them.
+  // Written by OpenFile only, while no other thread reads them.
   ObjectNames objectNames;
 
   LeafLock viewLock;
   std::shared_ptr<AccessObjects> openObjects GUARDED_BY(viewLock);
   MappedView mappedView GUARDED_BY(viewLock);
-  std::uint64_t mappings GUARDED_BY(viewLock) = 0;    // how often a view was mapped or closed
+  std::uint64_t mappings GUARDED_BY(viewLock) = 0;    // number of times a view was mapped or closed
   std::uint32_t ownReaders GUARDED_BY(viewLock) = 0;  // read accesses of this process in the present mapping
   bool readersHeldOut GUARDED_BY(viewLock) = false;   // read-wait was reset for the present mapping
 
@@ -121,12 +122,12 @@ class MessageFile {
 //   const MessageFile::ReadAccess access(&file);
 class MessageFile::ReadAccess {
  public:
-  // Waits for a writer to be done, up to `timeout`; the file has to outlive this. ExceptionBase "MessageFile
+  // Waits up to `timeout` for a writer to finish; the file must outlive this. ExceptionBase "MessageFile
   // ReadAccess object created with null pointer", "Failed to grab read access, some handles or pointers are
   // invalid" (also when the file is closed meanwhile), "Failed to get message file read access" when the time
-  // ran out. A failed access leaves the count of readers as it was.
+  // ran out. A failed access leaves readCount unchanged.
   explicit ReadAccess(MessageFile* messageFile, Timeout& timeout = Timeout::Infinite);
-  // Throws "Failed to release message file read access", unless another exception is on its way.
+  // Throws "Failed to release message file read access", unless the stack unwinds.
   ~ReadAccess() noexcept(false);
   ReadAccess(const ReadAccess&) = delete;
   ReadAccess& operator=(const ReadAccess&) = delete;
@@ -135,7 +136,7 @@ class MessageFile::ReadAccess {
   friend class ::MessageFileServer;
 
   MessageFile* file;
-  int exceptionsBefore;
+  UnwindCheck unwindCheck;
   Ticket ticket;
 };
 

@@ -33,8 +33,8 @@ void MessageFileMonitor::SetServer(MessageFileServer* fileServer) {
   server = fileServer;
 }
 
-// A pass that fails is followed by the next at once, without the sleep: nothing else would notice sooner that
-// the file is open again.
+// A failed pass is followed by the next at once, without the sleep, so that a file that is open again is
+// noticed soon.
 std::uint32_t MessageFileMonitor::Run() {
   while (!IsStopRequested()) {
     try {

@@ -1,5 +1,5 @@
-// What the open side of MessageFileServer asks the system for: open or create the file, resize it, wait until
-// nobody else has it open.
+// The system calls of MessageFileServer: opens or creates the file, resizes it, waits until no other process
+// has it open.
 
 #include <optional>
 
@@ -13,9 +13,9 @@ using TamLogUtil::Exceptions::ExceptionWindows;
 
 namespace {
 
-// Opens the configured file for itself alone and closes it again. Returns the system's error, or nothing when
-// the lock did not come in time: unlike Mutex::Access this does not go on without it, because whoever has it
-// may be changing the path, and does not free the lock of another.
+// Opens the configured file without sharing and closes it again. Returns the system's error, or nothing when
+// the time for the lock ran out: unlike Mutex::Access this neither goes on without the lock, because its
+// holder may be changing the path, nor releases the lock of another thread.
 std::optional<DWORD> OpenAlone(const ServerConfiguration& configuration, Mutex& configLock,
                                Timeout& timeout) {
   if (!configLock.TryWait(timeout.Remaining())) return std::nullopt;
@@ -29,12 +29,12 @@ std::optional<DWORD> OpenAlone(const ServerConfiguration& configuration, Mutex& 
 
 }  // namespace
 
-// Opens or creates the file; returns whether it existed.
+// Opens or creates the file. Returns whether it existed.
 bool MessageFileServer::OpenLogFile(const std::string& path, std::uint32_t& lowFileSize) {
   const HANDLE opened =
       CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                   OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-  // Before anything else runs: a successful open tells by it whether the file existed.
+  // Before anything else runs: it also says whether the file existed when the open succeeds.
   const DWORD error = GetLastError();
   if (opened == INVALID_HANDLE_VALUE) {
     throw ExceptionWindows("Failed to open log file, CreateFile() failed", nullptr, error);

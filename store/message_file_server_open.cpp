@@ -1,14 +1,16 @@
-// The open side of MessageFileServer: open, verify, reformat, compact, close.
-// message_file_server_disk.cpp has what it asks the system for.
+// The open side of MessageFileServer: open, verify, reformat, compact, load, close.
+// message_file_server_disk.cpp has its system calls.
 //
-// MaxMessage is read once per open, together with the path: the configuration's lock may not be taken once a
-// write or read access is held, since a clear holds it while it waits for one.
+// MaxMessage is read once per open, together with the path: the configuration's lock must not be taken while
+// a write or read access is held, since a clear holds that lock while it waits for access.
 
+#include <algorithm>
 #include <cstring>
 #include <exception>
 #include <utility>
 
 #include "pipe/security_attributes.h"
+#include "store/compaction.h"
 #include "store/integrity.h"
 #include "store/message_file_server.h"
 #include "store/ring.h"
@@ -29,6 +31,7 @@ constexpr char kCannotInitialize[] = "Failed to get header and lock name copies 
 constexpr char kCannotRewrite[] = "Failed to rewrite a message during file compaction in InitializeFile()";
 constexpr char kCannotWriteBack[] =
     "Failed to write modified header and lock names to the file in InitializeFile()";
+constexpr char kCannotLoad[] = "Failed to read log file header in LoadToList()";
 constexpr char kCannotClearRunning[] =
     "Failed to set server running flag to false in log file during CloseFile()";
 
@@ -36,13 +39,6 @@ constexpr char kCannotClearRunning[] =
 class MappedSlots final : public SlotSource {
  public:
   explicit MappedSlots(const MappedView& mappedView) : view(mappedView) {}
-
-  bool ReadSlot(std::int64_t index, LogMessage& message) override {
-    if (!view.HasSlot(index)) return false;
-    WithContext("Failed to read a message while verifying file integrity",
-                [&] { message = view.ReadSlot(index); });
-    return true;
-  }
 
   std::size_t LookAt(std::int64_t newest, std::size_t count, SlotCheck& check) override {
     if (!view.HasSlot(newest)) return 0;
@@ -67,20 +63,15 @@ void CopyLockName(char (&field)[kLockNameSize], const std::string& name) {
 MessageFileServer::MessageFileServer(ServerConfiguration* serverConfiguration, Mutex* configurationLock)
     : configuration(serverConfiguration), configLock(configurationLock), monitor(nullptr, 5000, 4000) {}
 
-MessageFileServer::Settings MessageFileServer::ReadSettings() {
-  const Mutex::Access access(configLock, Timeout::Infinite);
-  return {.logFile = configuration->logFile, .maxMessage = configuration->maxMessage};
-}
-
 void MessageFileServer::OpenFile(const std::string& mapName, const std::string& headerLockName,
                                  const std::string& readWaitEventName,
                                  const std::string& writeWaitEventName) {
   const Settings settings = ReadSettings();
   CloseFile(Timeout::Infinite);
 
-  // A flush or clear that comes in meanwhile waits until the file is whole.
+  // A flush or clear that begins meanwhile waits until the open is complete.
   const WriterTurn::Hold turn(writerTurn, Timeout::Infinite, nullptr);
-  // What the list says of slots is true of the closed file only.
+  // The slots in the list are those of the closed file.
   pending.Clear();
   EveryoneSecurity security(kEventAccess);
   OpenFile(mapName, headerLockName, readWaitEventName, writeWaitEventName, security.GetSecurityAttributes());
@@ -95,8 +86,8 @@ void MessageFileServer::OpenFile(const std::string& mapName, const std::string& 
     if (!reformat) InitializeFile(settings.maxMessage, &verified);
   }
 
-  // Only 32 bits of the file's size are looked at, so a file above 4 GB never compares equal: it is set to
-  // the size it has and checked a second time, which costs time and changes nothing.
+  // Only 32 bits of the file's size are compared, so a file above 4 GB never compares equal: it is set to the
+  // size it has and checked a second time, which costs time and changes nothing.
   if (lowFileSize != LogFileSize(settings.maxMessage)) {
     CloseView();
     ResizeFile(settings.maxMessage);
@@ -131,7 +122,7 @@ bool MessageFileServer::Verify(MessageMirror* loaded) {
   });
 }
 
-// changeCount is 2 in the end: 1 is written here, and the end of this write access counts the change.
+// changeCount ends as 2: 1 is written here, and the end of this write access counts the change.
 // Held by OpenFile.AReformatWritesChangeCountOneAndItsReleaseRaisesIt.
 void MessageFileServer::Reformat(std::uint32_t maxMessage) {
   PresentTicket(kCannotReformat);
@@ -163,15 +154,19 @@ void MessageFileServer::InitializeFile(std::uint32_t maxMessage, MessageMirror* 
   }
 
   const bool compacts = header.maxMessages != static_cast<std::int32_t>(maxMessage);
-  if (compacts) Compact(header, maxMessage);
+  if (compacts) {
+    // Freed before the list of the compacted file is loaded, so that only one of the two is in memory.
+    if (verified != nullptr) verified->Clear();
+    Compact(header, maxMessage);
+  }
 
   CopyLockName(names.name[0], Names().headerLock);
   CopyLockName(names.name[1], Names().readWait);
   CopyLockName(names.name[2], Names().writeWait);
   {
-    // The copy from above goes back as it is: the changeCount that the end of a compaction raised is taken
-    // back, and readCount is 1, as it was under this function's own read access, until the end of this write
-    // access. Held by OpenFile.TheHeaderCopyTakenBeforeACompactionIsWrittenBack.
+    // The copy from above is written back unchanged: this undoes the changeCount that the end of a compaction
+    // raised, and readCount is 1, as it was under this function's own read access, until the end of this
+    // write access. Held by OpenFile.TheHeaderCopyTakenBeforeACompactionIsWrittenBack.
     const WriteAccess access(this);
     UseView(access.ticket, kCannotWriteBack, [&](MappedView& view) {
       WithContext(kCannotWriteBack, [&] {
@@ -187,25 +182,56 @@ void MessageFileServer::InitializeFile(std::uint32_t maxMessage, MessageMirror* 
   }
 }
 
-// Newest in slot 0, the reverse of the order in which the ring is read otherwise. A file of the right size
-// whose header names another capacity keeps that order until the next open (no second check follows without a
-// resize), and its list in memory is oldest first. Readers in the field live with it; do not turn it round.
-// Held by OpenFile.CompactionWithoutResizeLeavesTheReversedOrder.
+// Stores the newest message in slot 0, the reverse of the order in which the ring is otherwise read. A file
+// of the right size whose header names another capacity keeps that order until the next open (without a
+// resize no second check follows), and its list in memory is oldest first. Readers in the field depend on it;
+// do not reverse it. Held by OpenFile.CompactionWithoutResizeLeavesTheReversedOrder.
 void MessageFileServer::Compact(LogFileHeader& header, std::uint32_t maxMessage) {
-  MessageList kept;
-  LoadToList(kept);
-  kept.Trim(maxMessage);
+  // A message that cannot be read ends the open before anything is written.
+  LogFileHeader ring = {};
+  Load([&](const LogFileHeader& read) { ring = read; }, [](std::int64_t, const LogMessage&) {});
+  const auto kept = std::min<std::int64_t>(ring.messageCount, maxMessage);
   {
     const WriteAccess access(this);
     changed = true;
     UseView(access.ticket, kCannotRewrite, [&](MappedView& view) {
-      std::int64_t slot = 0;
-      for (const MessageList::Entry& entry : kept) {
-        WithContext(kCannotRewrite, [&] { view.WriteSlot(slot++, entry.message); });
-      }
+      WithContext(kCannotRewrite, [&] { MoveNewestToFront(ring, kept, view); });
     });
   }
   SetRingCapacity(header, maxMessage);
+}
+
+void MessageFileServer::LoadToList(MessageList& list) {
+  Load([&](const LogFileHeader&) { list.Clear(); },
+       [&](std::int64_t, const LogMessage& message) { list.AppendOldest(message); });
+}
+
+void MessageFileServer::LoadMirror() {
+  MessageMirror loaded;
+  LogFileHeader loadedHeader = {};
+  Load([&](const LogFileHeader& header) { loadedHeader = header; },
+       [&](std::int64_t slot, const LogMessage& message) {
+         loaded.AppendOldest(TimeKey(message.body), slot);
+       });
+  pending.Assign(std::move(loaded), loadedHeader);
+}
+
+template <class Begin, class Append>
+void MessageFileServer::Load(Begin&& begin, Append&& append) {
+  Ticket ticket;
+  {
+    const ReadAccess access(this);
+    ticket = access.ticket;
+  }
+  UseView(ticket, kCannotLoad, [&](MappedView& view) {
+    const LogFileHeader header = WithContext(kCannotLoad, [&] { return view.ReadHeader(); });
+    begin(header);
+    for (std::int32_t i = 0; i < header.messageCount; ++i) {
+      const std::int64_t slot = SlotFromNewest(header, i);
+      append(slot,
+             WithContext("Failed to read a message in LoadToList()", [&] { return view.ReadSlot(slot); }));
+    }
+  });
 }
 
 void MessageFileServer::SetServerRunning() {
@@ -213,9 +239,9 @@ void MessageFileServer::SetServerRunning() {
           [](MappedView& view) { WithContext(kCannotSetRunning, [&] { view.SetServerRunning(true); }); });
 }
 
-// The waits of other threads are ended only after write access was had or its time was over: they may still
-// be served while this one waits for the same readers. Without a limit (a file opened over an open one) a
-// reader that never leaves therefore keeps this waiting like every other writer.
+// Ends the waits of other threads only after it has taken write access or the time ran out: they may still
+// get access while this one waits for the same readers. Without a limit (a file opened over an open one) a
+// reader that never leaves therefore blocks this like every other writer.
 void MessageFileServer::CloseFile(Timeout& timeout) {
   std::exception_ptr failure;
   const auto attempt = [&failure](auto&& step) {

@@ -1,9 +1,8 @@
 #pragma once
 
-// Messages in memory, newest first, each with its time key: a whole file's while it is compacted. Plain data
-// without a lock.
+// A copy of a file's messages in memory, newest first, each with its time key. Plain data without a lock.
 //
-// A list that was loaded from a file need not be in order (MessageFileServer::Compact says why).
+// A list that was loaded from a file may be out of order (MessageFileServer::Compact says why).
 
 #include <cstddef>
 #include <cstdint>
@@ -22,11 +21,8 @@ class MessageList {
   std::size_t Size() const { return entries.size(); }
   void Clear() { entries.clear(); }
 
-  // Appends `message`, as it stands in a slot, at the oldest end.
+  // Appends `message` at the oldest end.
   void AppendOldest(const LogMessage& message);
-
-  // Drops messages from the oldest end until at most `size` are left.
-  void Trim(std::size_t size);
 
   // From the newest to the oldest.
   Position begin() const { return entries.begin(); }

@@ -21,15 +21,15 @@ std::size_t MessageMirror::Insert(const LogMessageBody& body) {
   try {
     return keys.Insert(TimeKey(body), number | kInMemory);
   } catch (...) {
-    bodies.GiveBack(number);
+    bodies.Return(number);
     throw;
   }
 }
 
 void MessageMirror::Trim(std::size_t size) {
   while (keys.Size() > size) {
-    const std::uint32_t number = keys.TakeOldest();
-    if ((number & kInMemory) != 0 && !IsLent(number)) bodies.GiveBack(number & kBody);
+    const std::uint32_t number = keys.PopOldest();
+    if ((number & kInMemory) != 0 && !IsLent(number)) bodies.Return(number & kBody);
   }
 }
 
@@ -40,7 +40,7 @@ void MessageMirror::BringIntoMemory(std::size_t count, FlushTarget& target) {
     try {
       target.ReadBack(number, bodies[taken]);
     } catch (...) {
-      bodies.GiveBack(taken);
+      bodies.Return(taken);
       throw;
     }
     number = taken | kInMemory;
@@ -75,7 +75,7 @@ void MessageMirror::TakeBackWritten(std::vector<Lent>& loan, std::int64_t first,
     number = static_cast<std::uint32_t>(slot);
     return true;
   });
-  for (const Lent& lent : loan) bodies.GiveBack(lent.body);
+  for (const Lent& lent : loan) bodies.Return(lent.body);
   lending = false;
   bodies.Tidy(loan.size());
 }
@@ -92,9 +92,9 @@ MessageMirror::Returned MessageMirror::TakeBackUnwritten(std::vector<Lent>& loan
     number = lent.slot == kRead ? kInMemory | lent.body : lent.slot;
     return true;
   });
-  // Dropped are the oldest.
+  // The oldest were dropped.
   for (std::size_t i = 0; i < loan.size(); ++i) {
-    if (i >= returned.messages || loan[i].slot != kRead) bodies.GiveBack(loan[i].body);
+    if (i >= returned.messages || loan[i].slot != kRead) bodies.Return(loan[i].body);
   }
   lending = false;
   return returned;

@@ -1,15 +1,15 @@
 #pragma once
 
-// What the server knows of the file's messages: the order of all of them, and the bodies of those that are
-// not in the file. A message that a flush has put into a slot is remembered by its slot; it is read back from
-// there when it has to move.
+// The server's image of the file's messages: the order of all of them, and the bodies of those that are not
+// in the file yet. A message that a flush has written is known by its slot; it is read back from there when
+// it has to move.
 //
-// The newest messages can be lent to a flush, which reads their bodies and writes them to the file while the
-// others work on: new messages may come in between those that are lent, and lent ones may be dropped; their
-// bodies stay until they are taken back.
+// The newest messages can be lent to a flush, which reads their bodies and writes them to the file while
+// intake goes on: new messages may be inserted between lent ones, and lent ones may be dropped. Their bodies
+// stay valid until they are taken back.
 //
-// Plain data without a lock; PendingList guards the server's own. Only the bodies of lent messages may be
-// touched without its lock.
+// Plain data without a lock; PendingList guards the server's own mirror. Only the bodies of lent messages may
+// be touched without that lock.
 
 #include <cstddef>
 #include <cstdint>
@@ -18,14 +18,14 @@
 
 #include "records/log_file_format.h"
 #include "store/body_pool.h"
-#include "store/ordered_keys.h"
+#include "store/unrolled_key_list.h"
 
-// The file as a flush sees it. What these throw ends the flush.
+// The file as a flush sees it. An exception of these ends the flush.
 class FlushTarget {
  public:
   // Copies slot `index` to `message`.
   virtual void ReadBack(std::int64_t index, LogMessage& message) = 0;
-  // Stores `message` under the number `sequence`, whatever number it has itself.
+  // Stores `message` with the number `sequence` instead of its own.
   virtual void WriteSlot(std::int64_t index, std::uint64_t sequence, const LogMessage& message) = 0;
   virtual void WriteHeader(const LogFileHeader& header) = 0;
 
@@ -38,46 +38,46 @@ class MessageMirror {
   std::size_t Size() const { return keys.Size(); }
   void Clear();
 
-  // A message of the file, older than all before it; `slot` says where it lies.
+  // Adds a message of the file, older than all others, that is stored in `slot`.
   void AppendOldest(std::uint64_t key, std::int64_t slot);
 
-  // Puts a new message, its sequence 0, into its place by time: in front of the first one, looked at from the
-  // newest, whose key is not greater. Returns how many messages stand before it.
+  // Inserts a new message, its sequence 0, by its time: among equal keys it counts as the newest. Returns the
+  // number of messages newer than it.
   std::size_t Insert(const LogMessageBody& body);
 
   // Drops messages from the oldest end until at most `size` are left.
   void Trim(std::size_t size);
 
-  // Of the newest `count` messages, reads those back that lie in the file. All that follows can be repeated
-  // then, whatever has been written over. When the target throws, what has been read stays.
+  // Reads those of the newest `count` messages back that are stored in the file. A flush of them can then be
+  // repeated whatever it has overwritten. When the target throws, the messages read so far stay in memory.
   void BringIntoMemory(std::size_t count, FlushTarget& target);
 
-  // visit(const LogMessage&) for all messages, which are in memory, from the newest one on.
+  // Calls visit(const LogMessage&) for all messages from the newest on. All must be in memory.
   template <class Visit>
   void FromNewest(Visit&& visit) {
     keys.FromNewest(keys.Size(), [&](std::uint32_t number) { visit(std::as_const(bodies[number & kBody])); });
   }
 
-  // A message that is lent.
+  // A lent message.
   struct Lent {
     LogMessage* message;
     std::uint32_t body;
-    std::uint32_t slot;  // where it has to be read back from, or kRead
+    std::uint32_t slot;  // the slot to read it back from, or kRead
   };
   static constexpr std::uint32_t kRead = ~std::uint32_t{0};
 
-  // Lends the newest `count` messages to `loan`, newest first. There may be one loan at a time. Nothing has
-  // changed when memory runs out.
+  // Lends the newest `count` messages to `loan`, newest first. One loan at a time. Changes nothing when
+  // memory runs out.
   void Lend(std::size_t count, std::vector<Lent>& loan);
 
-  // They lie in the file now: the oldest of them in slot `first` of `capacity`, the others in those behind
-  // it, round the ring.
+  // Ends a loan whose messages are in the file now: the oldest in slot `first` of `capacity`, the others in
+  // the slots after it, round the ring.
   void TakeBackWritten(std::vector<Lent>& loan, std::int64_t first, std::int64_t capacity);
 
-  // They are as they were; those that were read back from the file stay in memory.
+  // Ends a loan that was not written; messages that were read back from the file stay in memory.
   struct Returned {
-    std::size_t messages;  // that were not dropped meanwhile
-    std::size_t depth;     // of the list, from the newest message to the oldest of these
+    std::size_t messages;  // those that were not dropped meanwhile
+    std::size_t depth;     // the length of the list from its newest message to the oldest of these
   };
   Returned TakeBackUnwritten(std::vector<Lent>& loan);
 
@@ -88,7 +88,7 @@ class MessageMirror {
 
   static bool IsLent(std::uint32_t number) { return (number & kInMemory) != 0 && (number & kLent) != 0; }
 
-  OrderedKeys keys;  // numbers: a slot, or kInMemory and the number of the body
+  UnrolledKeyList keys;  // numbers: a slot, or kInMemory and the number of the body
   BodyPool bodies;
   bool lending = false;
 };

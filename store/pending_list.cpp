@@ -9,7 +9,7 @@ using TamLogUtil::LeafLock;
 
 void PendingList::Add(const LogMessageBody& body, std::uint32_t maxMessages) {
   const LeafLock::Guard guard(lock);
-  // Entries before the new one that are in the file already have to be written again behind it.
+  // Newer messages that are in the file already have to be written again after this one.
   const auto newer = static_cast<std::int32_t>(messages.Insert(body));
   if (newer > pending) {
     rewind += newer - pending;
@@ -45,14 +45,14 @@ void PendingList::Flush(LogFileHeader& header, FlushTarget& target) {
   lent = 0;
 }
 
-// The newest message goes into slot 0, which is the reverse of the order in which the ring is read, and the
-// messages keep the numbers they have. Both are meant: readers in the field take the file as it is after such
-// a flush, and notice by rewriteCount that everything moved. The next message goes into slot 0, over the
-// newest, and the next start empties a file whose messages stand so, unless all have the same time. Held by
+// The newest message goes into slot 0, the reverse of the order in which the ring is read, and the messages
+// keep their numbers. Both are deliberate: readers in the field accept such a file and notice by rewriteCount
+// that everything moved. The next message goes into slot 0, over the newest, and the next start empties a
+// file with messages in this order, unless all have the same time. Held by
 // PendingList.AsManyPendingAsSlotsRewritesTheRingNewestFirst.
 //
-// The messages stay in memory: the flushes to come write over the newest ones, which may have to be written
-// again after that.
+// The messages stay in memory: later flushes overwrite the newest ones, which may then have to be written
+// again.
 void PendingList::WriteWholeRing(LogFileHeader& header, FlushTarget& target) {
   messages.BringIntoMemory(messages.Size(), target);
   RestartRing(header);
@@ -65,7 +65,7 @@ void PendingList::WriteWholeRing(LogFileHeader& header, FlushTarget& target) {
   rewind = 0;
 }
 
-// From here on what is pending counts as written.
+// From here on the pending messages count as written.
 void PendingList::Lend(const LogFileHeader& header, FlushTarget& target) {
   if (!RingIsAsLeft(header)) messages.BringIntoMemory(messages.Size(), target);
   messages.Lend(static_cast<std::size_t>(pending), loan);
@@ -75,9 +75,10 @@ void PendingList::Lend(const LogFileHeader& header, FlushTarget& target) {
   rewind = 0;
 }
 
-// Without the lock. The messages are numbered in the file only: a flush that fails leaves no trace in them.
+// Called without the lock. Numbers the messages in the file only, so a failed flush leaves them unchanged.
 void PendingList::WriteLoan(LogFileHeader& header, FlushTarget& target) {
-  // All that moves is read before anything is written over; then the rest can be repeated from memory.
+  // Reads every message that moves before anything is overwritten, so that a failed flush can be repeated
+  // from memory.
   for (MessageMirror::Lent& message : loan) {
     if (message.slot == MessageMirror::kRead) continue;
     target.ReadBack(message.slot, *message.message);
@@ -92,20 +93,21 @@ void PendingList::WriteLoan(LogFileHeader& header, FlushTarget& target) {
   target.WriteHeader(header);
 }
 
-// A flush has failed: the messages that were lent are pending again, with all that has come in since.
+// Counts the messages of a failed flush as pending again, together with those added since.
 void PendingList::CountAsPending(const MessageMirror::Returned& returned) {
   lent = 0;
   if (returned.messages == 0) return;  // cleared meanwhile
   const auto depth = static_cast<std::int32_t>(returned.depth);
-  // `rewind` counts what new messages came in front of: of that, the lent ones have their own count.
+  // `rewind` counts the messages before which new ones were inserted; the lent ones among them have their own
+  // count.
   const std::int32_t older =
       pending > depth ? std::max(0, rewind - static_cast<std::int32_t>(returned.messages)) : 0;
   pending = std::max(pending, depth);
   rewind = loanRewind + older;
 }
 
-// Whether a flush writes over no message that is remembered by its slot: so it is as long as nobody else
-// moves the ring and the list is not longer than the ring.
+// Whether a flush overwrites no message that is known by its slot only: true while no other process moves the
+// ring and the list is not longer than the ring.
 bool PendingList::RingIsAsLeft(const LogFileHeader& header) const {
   return header.nextSlot == nextSlot && header.maxMessages == slots &&
          static_cast<std::int64_t>(messages.Size()) <= header.maxMessages;

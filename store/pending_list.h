@@ -1,18 +1,18 @@
 #pragma once
 
-// What the server knows of the file's messages: a mirror of the ring and the messages not yet written, and
-// two counts that say what the next flush has to do.
+// The messages of the file and those not yet written: a mirror of both, and two counts for the next flush.
 //
-//   pending  how many messages at the newest end still have to be written
-//   rewind   how many messages of the file have to be written again, because an older one came in between
+//   pending  number of messages at the newest end that have to be written
+//   rewind   number of messages of the file that have to be written again because an older one was inserted
+//            before them
 //
-// Messages come in on pipe and driver threads, a flush comes from its timer and a clear from a pipe thread,
-// so mirror and counts have a lock of their own. It is held while they are touched, never while waiting for
-// readers nor while the file is written: a flush counts its messages as written, has them lent, writes
-// without the lock, and takes the count back if it fails. A message handed in meanwhile is for the next
-// flush. Only a flush of as many messages as the ring has slots, which writes all of it, keeps the lock, and
-// so does one that first has to read everything back because the ring is not as it left it. All operations
-// may be called from any thread, except that one Flush or Assign has to end before the next begins.
+// Pipe and driver threads add messages, a timer flushes and a pipe thread clears, so mirror and counts have
+// their own lock. It is held while they are touched, neither while waiting for readers nor while the file is
+// written: a flush counts its messages as written, borrows them, writes without the lock, and restores the
+// counts if it fails. A message added meanwhile belongs to the next flush. Two kinds of flush keep the lock:
+// one of as many messages as the ring has slots, which writes the whole ring, and one that first has to read
+// everything back because the ring was changed since the last flush. Any thread may call all operations, but
+// a Flush or Assign must end before the next begins.
 
 #include <cstdint>
 #include <vector>
@@ -24,24 +24,24 @@
 
 class PendingList {
  public:
-  // Puts a message into its place by time; drops the oldest ones beyond `maxMessages`.
+  // Inserts a message by its time and drops the oldest ones beyond `maxMessages`.
   void Add(const LogMessageBody& body, std::uint32_t maxMessages) EXCLUDES(lock);
 
-  // What a flush that is at work has not yet finished counts as pending. A look from outside: may be out of
-  // date at once.
+  // The number of messages not yet written, including those of a flush in progress. May be out of date at
+  // once.
   std::int32_t PendingCount() const EXCLUDES(lock);
 
-  // Writes what is pending: the slots, then `header`, a copy of the file's header that is brought up to date.
-  // Messages of the file that have to move are read back before anything is written. Slots may lie outside
-  // the file when the header is damaged; the target has to refuse them. If the target throws, the counts are
-  // as before, and the next flush writes the same messages, numbered again.
+  // Writes the pending messages: the slots, then `header`, a copy of the file's header, which this updates.
+  // Messages of the file that have to move are read back before anything is written. With a damaged header
+  // slots may lie outside the file; the target must refuse them. If the target throws, the counts are
+  // restored, and the next flush writes the same messages with new numbers.
   void Flush(LogFileHeader& header, FlushTarget& target) EXCLUDES(lock);
 
-  // Forgets every message and both counts.
+  // Removes all messages and resets both counts.
   void Clear() EXCLUDES(lock);
 
-  // Mirrors a file that was just opened, of which `header` is a copy. What was pending is lost: it belonged
-  // to a file that is closed.
+  // Replaces everything by the messages of a file that was just opened; `header` is a copy of its header.
+  // Pending messages are lost: they belonged to a closed file.
   void Assign(MessageMirror&& loaded, const LogFileHeader& header) EXCLUDES(lock);
 
  private:
@@ -56,12 +56,12 @@ class PendingList {
   MessageMirror messages GUARDED_BY(lock);
   std::int32_t pending GUARDED_BY(lock) = 0;
   std::int32_t rewind GUARDED_BY(lock) = 0;
-  std::int32_t lent GUARDED_BY(lock) = 0;  // messages that a flush is writing
-  // How the last flush or load left the ring.
+  std::int32_t lent GUARDED_BY(lock) = 0;  // messages of the flush in progress
+  // The ring after the last flush or load.
   std::int32_t nextSlot GUARDED_BY(lock) = 0;
   std::int32_t slots GUARDED_BY(lock) = 0;
 
-  // Of the flush that is at work.
+  // The flush in progress.
   std::vector<MessageMirror::Lent> loan;
   std::int32_t loanRewind = 0;
   std::int32_t loanFirst = 0;  // the slot of its oldest message

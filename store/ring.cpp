@@ -54,7 +54,7 @@ std::int32_t AppendToRing(LogFileHeader& header) {
   header.messageCount = static_cast<std::int32_t>(std::min(std::int64_t{header.messageCount} + 1, capacity));
   const std::int32_t slot = header.nextSlot;
   const std::int64_t next = std::int64_t{slot} + 1;
-  // A division only for numbers that are not sound: it would be a good part of what a message costs.
+  // Divides only for unsound numbers: a division would be a good part of a message's cost.
   header.nextSlot = static_cast<std::int32_t>(next >= 0 && next < capacity ? next : next % capacity);
   return slot;
 }

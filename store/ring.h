@@ -1,34 +1,33 @@
 #pragma once
 
-// The arithmetic of the ring of slots: what each operation of the server makes of a copy of the file's
+// The arithmetic of the ring of slots: the changes that the server's operations make to a copy of the file's
 // header.
 //
-// Any process that maps the file may write its header, so every number here may be anything. Nothing
-// overflows, divides by zero or loops for long; whether a slot lies in the file at all is checked where it is
-// touched.
+// Any process that maps the file may write its header, so the numbers may have any value. No function
+// overflows, divides by zero or takes long; MappedView checks whether a slot lies in the file.
 
 #include <cstdint>
 
 #include "records/log_file_format.h"
 
-// The slot of the message that has `newerMessages` messages before it, counted from the newest. One turn
-// round the ring is added to a negative index; with sound numbers that is enough.
+// The slot of the message that `newerMessages` messages are newer than. Adds maxMessages once to a negative
+// index, which is enough for a sound header.
 std::int64_t SlotFromNewest(const LogFileHeader& header, std::int32_t newerMessages);
 
-// An empty ring with fresh counters. Who reads, whether a server runs and the capacity are left alone.
+// Empties the ring and resets its counters. Keeps readCount, serverRunning and the capacity.
 void ReformatRing(LogFileHeader& header);
 
-// An empty ring whose counters go on: `nextSequence` never names two messages.
+// Empties the ring. nextSequence continues, so that a number never names two messages.
 void ClearRing(LogFileHeader& header);
 
-// The header of a file whose messages were compacted to `maxMessages` slots from slot 0 on.
+// For a file whose messages were compacted to at most `maxMessages` slots from slot 0 on.
 void SetRingCapacity(LogFileHeader& header, std::uint32_t maxMessages);
 
-// The header of a file of which every slot is written again from slot 0 on.
+// For a file whose every slot is written again from slot 0 on.
 void RestartRing(LogFileHeader& header);
 
-// Takes back the newest `messages` messages, so that they can be written once more.
+// Removes the newest `messages` messages, so that they can be written again.
 void RewindRing(LogFileHeader& header, std::int32_t messages);
 
-// Makes room for one message and moves on; returns the slot it belongs in. `maxMessages` has to be positive.
+// Counts one more message and returns the slot for it. header.maxMessages must be positive.
 std::int32_t AppendToRing(LogFileHeader& header);

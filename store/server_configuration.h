@@ -19,5 +19,5 @@ struct ServerConfiguration {
   bool typeFilter[4] = {};                // whether messages of type 0, 1, 2, 3 are kept
   std::uint32_t saveRate = 0;             // seconds between two flushes of the file to disk
   std::string logFile;                    // full path of the shared log file
-  std::uint32_t requestedMaxMessage = 0;  // capacity asked for; in effect from the next start
+  std::uint32_t requestedMaxMessage = 0;  // requested capacity; in effect from the next start
 };

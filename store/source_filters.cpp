@@ -19,17 +19,17 @@ std::uint64_t LoadWord(const char* bytes) {
   return word;
 }
 
-// Eight bytes at once: the high bit of each tells whether it is a letter from A to Z, and is moved to where
-// the small letters differ.
+// Folds eight bytes at once: computes for each byte a high bit that says whether it is a letter from A to Z,
+// and shifts it to the bit in which small letters differ.
 std::uint64_t FoldWord(std::uint64_t word) {
   const std::uint64_t low = word & ~kHighBits;
   const std::uint64_t fromA = low + kEach * (0x80 - 'A');
-  const std::uint64_t behindZ = low + kEach * (0x7F - 'Z');
-  const std::uint64_t capital = (fromA ^ behindZ) & ~word & kHighBits;
+  const std::uint64_t afterZ = low + kEach * (0x7F - 'Z');
+  const std::uint64_t capital = (fromA ^ afterZ) & ~word & kHighBits;
   return word | (capital >> 2);
 }
 
-// The bytes up to `length` of the first eight.
+// Selects the first `length` of eight bytes.
 std::uint64_t MaskOf(std::size_t length) {
   return length >= kWord ? ~std::uint64_t{0} : (std::uint64_t{1} << (8 * length)) - 1;
 }
@@ -57,7 +57,7 @@ SourceFilters::SourceFilters(std::initializer_list<std::string> list) {
   for (const std::string& name : list) push_back(name);
 }
 
-// All that may fail comes first.
+// Everything that may fail comes first.
 void SourceFilters::push_back(std::string name) {
   std::string small = TamLogUtil::ToLower(name);
   if (names.size() == names.capacity()) {

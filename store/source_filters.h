@@ -1,9 +1,8 @@
 #pragma once
 
-// A list of names by which messages are told apart by their source, prepared for being asked at every
-// message: folded to small letters once, when a name comes in, and laid out so that most names are ruled out
-// by one comparison of their first eight bytes. Used like a vector of the names as they were given. Without a
-// lock; ServerConfiguration says which one guards it.
+// A list of filter names that is matched against the source of every message. Names are folded to small
+// letters once, when they are added, and stored so that one comparison of their first eight bytes rules most
+// of them out. It also acts as a vector of the original names. It has no lock; see ServerConfiguration.
 
 #include <cstddef>
 #include <cstdint>
@@ -13,8 +12,8 @@
 
 #include "records/log_file_format.h"
 
-// A message's source, folded to small letters: the letters A to Z only, every other byte is kept. Without a
-// terminating zero it ends with its field.
+// A message's source with A to Z replaced by a to z; every other byte is kept. An unterminated source ends
+// with its field.
 class FoldedSource {
  public:
   explicit FoldedSource(const char (&source)[kTextSize]);
@@ -22,7 +21,7 @@ class FoldedSource {
  private:
   friend class SourceFilters;
 
-  char bytes[(kTextSize + 7) / 8 * 8];  // behind `length` anything
+  char bytes[(kTextSize + 7) / 8 * 8];  // undefined from `length` on
   std::size_t length;
 };
 
@@ -40,12 +39,12 @@ class SourceFilters {
   auto begin() const { return names.begin(); }
   auto end() const { return names.end(); }
 
-  // Whether, without regard to letter case, the shorter of `source` and some name is the beginning of the
-  // longer one. Symmetrical on purpose, so an empty source or an empty name matches everything.
+  // Whether the shorter of `source` and some name is a prefix of the longer one, ignoring letter case.
+  // Symmetrical on purpose: an empty source or an empty name matches everything.
   bool MatchAny(const FoldedSource& source) const;
 
  private:
-  // The first bytes of a name, as a number; behind its end zeros that `mask` leaves out.
+  // The first eight bytes of a name as a number; `mask` selects those that a shorter name has.
   struct Head {
     std::uint64_t bytes;
     std::uint64_t mask;

@@ -1,6 +1,6 @@
 #pragma once
 
-// Runs one step of an operation and says, when it fails, which step it was.
+// Runs one step of an operation and adds the step's own sentence to a failure.
 //
 //   const LogFileHeader header = WithContext("Failed to read the header", [&] { return view.ReadHeader(); });
 
@@ -8,8 +8,8 @@
 
 #include "util/exceptions.h"
 
-// The result of `step`. A failure of the ExceptionBase family leaves as a plain ExceptionBase with
-// `sentence`, the failure being its cause; everything else passes as it is.
+// Returns the result of step(). A failure of the ExceptionBase family is rethrown as a plain ExceptionBase
+// with `sentence` and the failure as its cause; other exceptions pass unchanged.
 template <class Step>
 decltype(auto) WithContext(const char* sentence, Step&& step) {
   try {

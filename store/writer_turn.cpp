@@ -10,7 +10,7 @@ namespace {
 
 struct ClosedMeanwhile {};
 
-struct TurnGate {
+struct TurnEvent {
   NativeHandle event;
   NativeHandle closing;
 
@@ -20,22 +20,22 @@ struct TurnGate {
     if (outcome == WaitOutcome::Closed) throw ClosedMeanwhile();
     return outcome == WaitOutcome::Signalled;
   }
-  void Open() const { TamLogUtil::CheckedSetEvent(event); }
+  void Signal() const { TamLogUtil::CheckedSetEvent(event); }
 };
 
 }  // namespace
 
 WriterTurn::WriterTurn()
-    : gate(TamLogUtil::CheckedCreateEvent(nullptr, false, false, nullptr),
-           TamLogUtil::AutoHandle::From::Take) {
-  // The empty owner's value means the process itself to the system: a wait for it would never end.
-  if (gate.IsInvalid()) throw TamLogUtil::Exceptions::ExceptionWindows("CreateEvent() failed");
+    : lockEvent(TamLogUtil::CheckedCreateEvent(nullptr, false, false, nullptr),
+                TamLogUtil::AutoHandle::From::Take) {
+  // The system takes the empty owner's value for the process itself: a wait for it would never end.
+  if (lockEvent.IsInvalid()) throw TamLogUtil::Exceptions::ExceptionWindows("CreateEvent() failed");
 }
 
 WriterTurn::Hold::Hold(WriterTurn& writerTurn, Timeout& timeout, NativeHandle closing) : turn(writerTurn) {
   if (turn.owner == std::this_thread::get_id()) return;
   try {
-    taken = turn.word.Wait(TurnGate{turn.gate.Get(), closing}, timeout.Remaining());
+    taken = turn.lock.Wait(TurnEvent{turn.lockEvent.Get(), closing}, timeout.Remaining());
     outcome = taken ? WaitOutcome::Signalled : WaitOutcome::TimedOut;
   } catch (const ClosedMeanwhile&) {
     outcome = WaitOutcome::Closed;
@@ -43,8 +43,8 @@ WriterTurn::Hold::Hold(WriterTurn& writerTurn, Timeout& timeout, NativeHandle cl
   if (taken) turn.owner = std::this_thread::get_id();
 }
 
-// Tried twice: a turn that is not passed on would keep every later writer waiting for good. A release that
-// failed has let nobody through.
+// Retried once: a turn that is not passed on would block every later writer. A release that failed has let no
+// thread through.
 WriterTurn::Hold::~Hold() {
   if (!taken) return;
   turn.owner = std::thread::id();
@@ -53,7 +53,7 @@ WriterTurn::Hold::~Hold() {
 
 bool WriterTurn::Hold::PassOn() {
   try {
-    turn.word.Release(TurnGate{turn.gate.Get(), nullptr});
+    turn.lock.Release(TurnEvent{turn.lockEvent.Get(), nullptr});
     return true;
   } catch (const TamLogUtil::Exceptions::ExceptionBase&) {
     return false;

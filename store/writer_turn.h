@@ -1,18 +1,18 @@
 #pragma once
 
-// Makes the write accesses of this process take turns. The protocol with the readers does not: its read-wait
-// event stays signalled until a writer resets it, so two threads could be "in" at once.
+// Makes the write accesses of this process take turns. The protocol with the readers does not ensure that:
+// its read-wait event stays signalled until a writer resets it, so two threads could get write access at
+// once.
 //
-// A thread that has the turn may take it again: opening a file has it for its whole length and takes write
-// access inside. Whoever waits in vain goes on without the turn and gives nothing back at the end. Any
-// thread.
+// A thread that has the turn may take it again: OpenFile has it for its whole length and takes write access
+// inside. A thread whose wait ends without the turn goes on without it and releases nothing. Any thread.
 
 #include <atomic>
 #include <cstdint>
 #include <thread>
 
 #include "store/access_objects.h"
-#include "util/lock_word.h"
+#include "util/benaphore.h"
 #include "util/native_handle.h"
 #include "util/sync.h"
 #include "util/timeout.h"
@@ -27,12 +27,12 @@ class WriterTurn {
   WriterTurn& operator=(const WriterTurn&) = delete;
 
  private:
-  TamLogUtil::LockWord word;    // taken without a call into the system while the turn is free
-  TamLogUtil::AutoHandle gate;  // an auto-reset event
+  TamLogUtil::Benaphore lock;        // free: taken without a system call
+  TamLogUtil::AutoHandle lockEvent;  // an automatic-reset event
   std::atomic<std::thread::id> owner;
 };
 
-// Has the turn for a scope, on one thread.
+// The turn for a scope, on one thread.
 class WriterTurn::Hold {
  public:
   // Waits up to `timeout`, or until `closing` (may be null) is signalled.
@@ -41,7 +41,7 @@ class WriterTurn::Hold {
   Hold(const Hold&) = delete;
   Hold& operator=(const Hold&) = delete;
 
-  // How the wait ended; Signalled when the thread had the turn already.
+  // How the wait ended; Signalled also when the thread already had the turn.
   TamLogUtil::WaitOutcome Outcome() const { return outcome; }
 
  private:

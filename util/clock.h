@@ -1,6 +1,6 @@
 #pragma once
 
-// The clock that time-outs and periods are measured by, and a thread's sleep.
+// The clock that measures time-outs and periods, and a thread's sleep.
 
 #include <cstdint>
 
@@ -10,7 +10,7 @@ namespace TamLogUtil {
 // (util/clock_arithmetic.h). Any thread.
 std::int32_t ReadClock();
 
-// Lets the calling thread sleep; 0 gives up the rest of its time slice, 0xFFFFFFFF sleeps for good.
+// Lets the calling thread sleep. 0 yields the rest of its time slice, 0xFFFFFFFF sleeps forever.
 void SleepFor(std::uint32_t milliseconds);
 
 }  // namespace TamLogUtil

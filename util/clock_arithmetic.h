@@ -1,10 +1,10 @@
 #pragma once
 
-// The arithmetic on clock() readings, apart from the clock itself so that its corners can be tried anywhere.
+// Arithmetic on clock() readings, separate from the clock itself so that its limits can be tested anywhere.
 //
 // clock() counts wall time from the start of the process at 1000 ticks a second in 32 bits, so ticks and
-// milliseconds are the same number. The conversion is nevertheless written out and wraps in 32 bits: periods
-// and time-outs that large have always behaved like this, and settings in the field count on it.
+// milliseconds are the same number. The conversion is nevertheless written out and wraps in 32 bits: long
+// periods and time-outs have always behaved like this, and settings in the field depend on it.
 
 #include <cstdint>
 
@@ -14,7 +14,7 @@ inline constexpr std::uint32_t kTicksPerSecond = 1000;
 inline constexpr std::uint32_t kMillisecondsPerSecond = 1000;
 
 // Milliseconds between two readings, rounded toward zero. Differences above 2,147,483 ms wrap in the product
-// and can come out negative.
+// and can be negative.
 constexpr std::int32_t ElapsedMilliseconds(std::int32_t startTicks, std::int32_t nowTicks) {
   const std::uint32_t difference =
       static_cast<std::uint32_t>(nowTicks) - static_cast<std::uint32_t>(startTicks);
@@ -22,7 +22,8 @@ constexpr std::int32_t ElapsedMilliseconds(std::int32_t startTicks, std::int32_t
   return static_cast<std::int32_t>(product) / static_cast<std::int32_t>(kTicksPerSecond);
 }
 
-// What is left of `remainingMs`. Compared without sign: a negative elapsed time ends the time-out.
+// The rest of `remainingMs` after `elapsedMs`. Compared without sign: a negative elapsed time ends the
+// time-out.
 constexpr std::uint32_t CountDown(std::uint32_t remainingMs, std::int32_t elapsedMs) {
   const auto elapsed = static_cast<std::uint32_t>(elapsedMs);
   return remainingMs <= elapsed ? 0 : remainingMs - elapsed;

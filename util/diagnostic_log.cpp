@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::size_t kTimeBuffer = 64;
 
-// A writer that does not come to its end holds the others up no longer than this.
+// A writer that never finishes blocks the others no longer than this.
 constexpr std::chrono::seconds kLongestTurn{1};
 constexpr std::chrono::milliseconds kLookAgain{1};
 
@@ -21,14 +21,14 @@ struct Destination {
   LeafLock lock;
   std::string fileName GUARDED_BY(lock);
   std::ostream* stream GUARDED_BY(lock) = nullptr;
-  // Whether somebody appends. The run-time does it by a seek and a write, so two writers at once could cover
-  // each other's entry. Not a lock: a thread may be ended by force in the middle of its turn, and the log has
-  // to go on without it. Not a semaphore either: the library's waits by static objects, which are gone when
-  // the last entries are written.
+  // Whether a thread appends. The run-time appends by a seek and a write, so two writers at once could
+  // overwrite each other's entry. A flag instead of a lock, because a thread may be terminated in the middle
+  // of its turn and the log has to go on without it; and instead of the library's semaphore, because that
+  // waits by static objects, which are gone when the last entries are written.
   std::atomic<bool> fileBusy{false};
 };
 
-// Waits for the turn, or for as long as it pays to; gives back only what it got.
+// One thread's turn at the file. Goes on without the turn after kLongestTurn, and then releases nothing.
 class FileTurn {
  public:
   explicit FileTurn(std::atomic<bool>& fileBusy) : busy(fileBusy) {
@@ -49,7 +49,7 @@ class FileTurn {
   bool owned = false;
 };
 
-// Never destroyed: the exit hooks write entries when static objects are already gone.
+// Never destroyed: exit hooks write entries after static objects are gone.
 Destination& TheDestination() {
   static auto* const destination = new Destination;
   return *destination;
@@ -72,7 +72,7 @@ std::time_t Now() {
 #endif
 }
 
-// Whether a stream took the entry. The lock is held meanwhile, so that a stream needs none of its own.
+// Returns whether a stream is set. Writes under the lock, so the stream needs none of its own.
 bool WriteToStream(Destination& destination, const std::string& entry) {
   LeafLock::Guard guard(destination.lock);
   if (destination.stream == nullptr) return false;
@@ -132,7 +132,7 @@ void WriteLog(const std::string& text) noexcept {
     Destination& destination = TheDestination();
     if (!WriteToStream(destination, entry)) AppendToFile(destination, entry);
   } catch (...) {
-    // The log is the last resort of every catch site: the entry is lost, the caller goes on.
+    // Every handler relies on this log as its last resort: the entry is lost, the caller goes on.
     return;
   }
 }

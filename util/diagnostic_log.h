@@ -1,11 +1,11 @@
 #pragma once
 
-// The server's own trouble log: a plain text file, apart from the shared log file that it keeps for its
-// clients. An entry takes two lines: the local time, then " - " and the text.
+// The server's diagnostic log: a plain text file for its own failures, separate from the shared log file. An
+// entry takes two lines: the local time, then " - " and the text.
 //
-// The file is opened and closed for every entry, never cut and never limited. Threads of this process take
-// turns; entries of several processes may interleave. Usable until the very end of the process, the exit
-// hooks included.
+// The file is opened and closed for every entry; it is never truncated and its size is not limited. Threads
+// of this process take turns; entries of several processes may interleave. Usable until the very end of the
+// process, exit hooks included.
 
 #include <ctime>
 #include <ostream>
@@ -13,22 +13,22 @@
 
 namespace TamLogUtil {
 
-// Sets the file (created in the current directory when relative) and drops a stream set before. Empty:
-// entries are dropped.
+// Sets the file (created in the current directory when relative) and forgets a stream set before. With an
+// empty name entries are dropped.
 void SetLogFile(const std::string& name);
 
-// Sends entries to `stream` instead of the file; not owned, null goes back to the file. The server never
-// does.
+// Sends entries to `stream` instead of the file, for tests. Not owned; null selects the file again.
 void SetLogStream(std::ostream* stream);
 
-// Appends one entry. Nothing that goes wrong is reported; the entry is lost then. Any thread. Changes the
-// last error, so an ExceptionWindows is built before.
+// Appends one entry. Any thread. Failures are not reported; the entry is lost. Changes the last error, so
+// construct an ExceptionWindows first.
 void WriteLog(const std::string& text) noexcept;
 
-// The parts of an entry, without the clock and the file.
-// The time in asctime's form, 24 characters and its line break: "Mon Nov 16 01:45:13 2026\n".
+// The parts of an entry, separate from the clock and the file.
+//
+// The time in asctime's form, 24 characters and a line break: "Mon Nov 16 01:45:13 2026\n".
 std::string LogTimeLine(const std::tm& local);
-// `timeLine` keeps its line break, so an entry takes two lines: the time, then " - ", `text`, a line break.
+// `timeLine` with its line break, then " - ", `text` and a line break.
 std::string LogEntry(const std::string& timeLine, const std::string& text);
 
 }  // namespace TamLogUtil

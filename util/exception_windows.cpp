@@ -11,7 +11,7 @@ constexpr DWORD kFormatFlags =
     FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS;
 constexpr DWORD kNeutralLanguage = MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT);
 
-// As the system returns it, line break included; empty where the system has no text for `code`.
+// The text as the system returns it, line break included; empty when it has none for `code`.
 std::string SystemText(std::uint32_t code) {
   char* buffer = nullptr;
   const DWORD length = FormatMessageA(kFormatFlags, nullptr, code, kNeutralLanguage,

@@ -19,7 +19,7 @@ const char* ExceptionBase::what() const noexcept {
     if (composed.empty()) composed = Compose("\n");
     return composed.c_str();
   } catch (...) {
-    // Without the memory for the whole chain its outermost text is better than the end of the process.
+    // Without memory for the whole chain, its outermost text is better than the end of the process.
     return message.c_str();
   }
 }

@@ -4,14 +4,14 @@
 #include "util/win32.h"
 
 // RunUnderFaultGuard is a stack frame in assembly whose unwind information names HandleGuardedFault as its
-// language handler. The system calls that handler while it searches the stack for someone who takes a
-// structured exception; the handler unwinds to FaultGuardResume inside the frame with the code as the result.
+// language handler. The system calls that handler while it searches the stack for a handler of a structured
+// exception; HandleGuardedFault unwinds to FaultGuardResume inside the frame with the code as the result.
 
 extern "C" {
-// The label inside RunUnderFaultGuard at which a guarded fault goes on, with the code in eax.
+// The label inside RunUnderFaultGuard where execution resumes after a fault, with the code in eax.
 extern const unsigned char FaultGuardResume[];
 
-// Used: only the assembly names it, which link-time optimisation does not see.
+// Marked used: only the assembly names it, which link-time optimisation does not see.
 __attribute__((used)) EXCEPTION_DISPOSITION HandleGuardedFault(EXCEPTION_RECORD* record, void* frame,
                                                                CONTEXT* context,
                                                                DISPATCHER_CONTEXT* dispatcher);
@@ -19,7 +19,7 @@ __attribute__((used)) EXCEPTION_DISPOSITION HandleGuardedFault(EXCEPTION_RECORD*
 
 namespace {
 
-// GCC raises its own C++ exceptions as structured ones with these codes; they have to pass.
+// GCC raises C++ exceptions as structured ones with these codes; they must pass.
 constexpr DWORD kGccThrow = 0x20474343;
 constexpr DWORD kGccUnwind = 0x21474343;
 constexpr DWORD kGccForcedUnwind = 0x22474343;

@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::size_t kFlagsInMask = 32;
 
-// Without the C library's locale: bytes above 127 are never letters here.
+// Independent of the C library's locale: bytes above 127 are never letters here.
 char Fold(char byte) {
   return byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte - 'A' + 'a') : byte;
 }
@@ -41,7 +41,7 @@ bool MatchesAnyPrefix(std::string_view text, const std::vector<std::string>& lis
                      [text](const std::string& element) { return OneBeginsTheOther(text, element); });
 }
 
-// Flags from the 33rd on fall onto the low bits again: the bit is rotated, not shifted out.
+// Flags from the 33rd on use the low bits again.
 std::uint32_t PackFlags(const bool* flags, std::size_t count) {
   std::uint32_t mask = 0;
   for (std::size_t i = 0; i < count; ++i) {

@@ -1,6 +1,6 @@
 #pragma once
 
-// Small helpers used across the system. All are free of state and may be called from any thread.
+// Small helpers used across the server. None has state; any thread may call them.
 
 #include <cstddef>
 #include <cstdint>
@@ -14,31 +14,31 @@ namespace TamLogUtil {
 std::string ToString(std::int32_t value);
 std::string ToString(std::uint64_t value);
 
-// A copy with the letters A to Z folded to a to z; every other byte, those above 127 too, is kept.
+// A copy with A to Z replaced by a to z. Keeps every other byte, also those above 127.
 std::string ToLower(std::string_view text);
 
-// Whether, without regard to letter case, the shorter of `text` and some element of `list` is the beginning
-// of the longer one. Symmetrical on purpose, so an empty text or an empty element matches everything.
+// Whether the shorter of `text` and some element of `list` is a prefix of the longer one, ignoring letter
+// case. Symmetrical on purpose: an empty text or an empty element matches everything.
 bool MatchesAnyPrefix(std::string_view text, const std::vector<std::string>& list);
 
-// Bit (i mod 32) of the result is set when flag i is; flag 0 is the lowest bit.
+// Sets bit (i mod 32) of the result when flag i is set; bit 0 is the lowest.
 std::uint32_t PackFlags(const bool* flags, std::size_t count);
-// Flag i = bit (i mod 32) of `mask`.
+// Sets flag i to bit (i mod 32) of `mask`.
 void UnpackFlags(std::uint32_t mask, bool* flags, std::size_t count);
 
 // The directory of the running executable, a backslash, `fileName`. ExceptionBase "Failed to obtain
 // executable's location".
 std::string PathBesideExecutable(const std::string& fileName);
 
-// What PathBesideExecutable does with the executable's path; a path without a backslash throws.
+// The same for a given path of the executable. A path without a backslash throws.
 std::string PathBeside(std::string_view executable, const std::string& fileName);
 
-// A move that fails leaves everything as it was, without a word.
+// Moves a file. A failure changes nothing and is not reported.
 void MoveFileIfPossible(const std::string& from, const std::string& to);
 
-// Copies `text` and its terminating zero into `target` of `size` bytes. A text that does not fit ends the
-// process at once (exit code 0xC0000417): a cut path or filter would be believed by the client that asked for
-// it. The run-time's own checked copy only returns an error in this tool chain, so the end is made here.
+// Copies `text` and a terminating zero into `target` of `size` bytes. A text that does not fit ends the
+// process at once (exit code 0xC0000417), because a client would believe a truncated path or filter. The
+// run-time's checked copy only returns an error in this tool chain, so this ends the process itself.
 void CopyBoundedOrEndProcess(char* target, std::size_t size, std::string_view text);
 
 }  // namespace TamLogUtil

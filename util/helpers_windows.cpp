@@ -9,15 +9,15 @@ namespace TamLogUtil {
 namespace {
 
 constexpr std::size_t kPathBuffer = 1024;
-// STATUS_INVALID_CRUNTIME_PARAMETER: what a C run-time that checks its arguments ends a process with.
+// STATUS_INVALID_CRUNTIME_PARAMETER: the exit code of a process that a C run-time ends for a bad argument.
 constexpr UINT kInvalidArgumentExitCode = 0xC0000417U;
 
 }  // namespace
 
 std::string PathBesideExecutable(const std::string& fileName) {
   std::array<char, kPathBuffer> buffer{};
-  // A longer path is cut by the system; the directory of any real installation lies inside the buffer. A
-  // failure gives length 0 and with it the exception for a path without a backslash.
+  // The system truncates a longer path; the directory of any real installation fits. A failure returns length
+  // 0, which leads to the exception for a path without a backslash.
   const std::size_t length = GetModuleFileNameA(nullptr, buffer.data(), static_cast<DWORD>(buffer.size()));
   return PathBeside(std::string_view(buffer.data(), std::min(length, buffer.size())), fileName);
 }
@@ -28,7 +28,7 @@ void MoveFileIfPossible(const std::string& from, const std::string& to) {
 
 void CopyBoundedOrEndProcess(char* target, std::size_t size, std::string_view text) {
   if (text.size() >= size) {
-    // No exit hooks, no handlers and nothing that a handler further up could catch.
+    // Runs no exit hooks, and no handler can catch it.
     TerminateProcess(GetCurrentProcess(), kInvalidArgumentExitCode);
     std::abort();
   }

@@ -1,8 +1,8 @@
 #pragma once
 
-// A private lock inside one class, held only while that class touches its own data: nobody waits for anything
-// else and takes no other lock while holding it. Unlike Mutex (util/sync.h) it belongs to the thread that
-// took it and has no time-out, and a free one costs no call into the system.
+// A private lock of one class, held only while that class touches its own data: a thread that holds it waits
+// for nothing and takes no other lock. Unlike Mutex (util/sync.h) it has an owning thread and no time-out,
+// and taking a free one makes no system call.
 //
 //   LeafLock lock;
 //   int count GUARDED_BY(lock) = 0;

@@ -7,12 +7,12 @@ using Exceptions::ExceptionBase;
 
 namespace {
 
-struct EventGate {
+struct ReleaseEvent {
   NativeHandle event;
 
   bool Wait(std::uint32_t milliseconds) const { return CheckedWaitForSingleObject(event, milliseconds); }
-  // Tried twice: a lock that is not passed on stays taken for good.
-  void Open() const {
+  // Tried twice: a lock that is not passed on stays taken forever.
+  void Signal() const {
     try {
       CheckedSetEvent(event);
     } catch (const ExceptionBase&) {
@@ -44,20 +44,20 @@ void Mutex::Wait(std::uint32_t milliseconds) NO_THREAD_SAFETY_ANALYSIS {
 
 bool Mutex::TryWait(std::uint32_t milliseconds) NO_THREAD_SAFETY_ANALYSIS {
   try {
-    const EventGate event{handle};
-    return shared ? event.Wait(milliseconds) : word.Wait(event, milliseconds);
+    const ReleaseEvent event{handle};
+    return shared ? event.Wait(milliseconds) : benaphore.Wait(event, milliseconds);
   } catch (const ExceptionBase& cause) {
     throw ExceptionBase("Failed to Wait for Mutex object", &cause);
   }
 }
 
-// Touches nothing of this object once another may be inside: that one may destroy it at once.
+// Does not touch this object after another thread may have the lock: that thread may destroy it at once.
 void Mutex::Release() NO_THREAD_SAFETY_ANALYSIS {
   try {
     if (shared) {
       CheckedSetEvent(handle);
     } else {
-      word.Release(EventGate{handle});
+      benaphore.Release(ReleaseEvent{handle});
     }
   } catch (const ExceptionBase& cause) {
     throw ExceptionBase("Failed to RemoveSignal for Mutex object", &cause);

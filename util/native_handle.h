@@ -1,6 +1,6 @@
 #pragma once
 
-// The operating system's types as headers name them, so that no header needs windows.h.
+// Names of operating system types for headers, so that no header needs windows.h.
 
 #include <cstdint>
 
@@ -11,7 +11,7 @@ namespace TamLogUtil {
 using NativeHandle = void*;
 using SecurityAttributes = ::_SECURITY_ATTRIBUTES;
 
-// The system's other value for "no handle", beside null: what opening a file returns when it fails.
+// The system's second value for "no handle" besides null: opening a file returns it on failure.
 inline NativeHandle InvalidHandle() {
   return reinterpret_cast<NativeHandle>(~std::uintptr_t{0});  // NOLINT(performance-no-int-to-ptr)
 }

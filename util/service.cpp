@@ -28,7 +28,8 @@ void WINAPI ControlCallback(DWORD control) {
 
 }  // namespace
 
-// What was last reported. Its own lock: a control may come while the service main still reports the start.
+// The status last reported. It has its own lock because a control may arrive while the service main still
+// reports the start.
 struct Service::Status {
   LeafLock lock;
   SERVICE_STATUS record GUARDED_BY(lock) = {};
@@ -70,8 +71,8 @@ void Service::RunDispatcher() {
   if (StartServiceCtrlDispatcherA(table) == 0) {
     throw ExceptionWindows("StartServiceCtrlDispatcher() failed");
   }
-  // The dispatcher returns as soon as "stopped" is reported, while the handler that reported it still runs.
-  // The caller destroys this object next, so wait for that handler.
+  // The dispatcher returns as soon as "stopped" is reported, while the handler that reported it is still
+  // running. The caller destroys this object next, so wait for that handler.
   Mutex::Access access(controlLock, Timeout::Infinite);
 }
 
@@ -145,7 +146,7 @@ void Service::HandleControl(std::uint32_t control) {
   }
 }
 
-// Giving controlLock back is the last that touches this object (see RunDispatcher).
+// Releasing controlLock is the last access to this object (see RunDispatcher).
 void Service::Dispatch(std::uint32_t control) {
   Mutex::Access access(controlLock, Timeout::Infinite);
   switch (control) {
@@ -155,7 +156,7 @@ void Service::Dispatch(std::uint32_t control) {
       OnStop();
       EnterState(SERVICE_STOPPED);
       break;
-    // The two are never offered to the manager; handled in case they arrive.
+    // Pause and continue are not accepted by the reported status; handled in case they arrive.
     case SERVICE_CONTROL_PAUSE:
       EnterState(SERVICE_PAUSE_PENDING);
       OnPause();

@@ -1,26 +1,28 @@
 #pragma once
 
-// Owner of one handle of the service control manager, or of none (null). Used by one thread.
+// Owns one handle of the service control manager, or none (null). Used by one thread.
 
 #include "util/native_handle.h"
+#include "util/unwind_check.h"
 
 namespace TamLogUtil::Services {
 
 class ServiceHandle {
  public:
   explicit ServiceHandle(NativeHandle owned = nullptr);
-  // Closes the held handle; throws like Replace, unless another exception is on its way already.
+  // Closes the held handle; throws like Replace, unless the stack unwinds.
   ~ServiceHandle() noexcept(false);
   ServiceHandle(const ServiceHandle&) = delete;
   ServiceHandle& operator=(const ServiceHandle&) = delete;
 
-  // Closes the held handle, then owns `next` (may be null). ExceptionWindows "CloseServiceHandle() failed:";
-  // `next` is owned then all the same.
+  // Closes the held handle, then owns `next`, which may be null. ExceptionWindows "CloseServiceHandle()
+  // failed:"; `next` is owned even then.
   void Replace(NativeHandle next);
 
   NativeHandle Get() const { return handle; }
 
  private:
+  UnwindCheck unwindCheck;
   NativeHandle handle;
 };
 

@@ -1,4 +1,3 @@
-#include <exception>
 #include <memory>
 #include <utility>
 
@@ -7,7 +6,7 @@
 #include "util/service_handle.h"
 #include "util/win32.h"
 
-// Needs windows.h before it.
+// Must follow windows.h.
 #include <aclapi.h>
 
 namespace TamLogUtil::Services {
@@ -38,11 +37,11 @@ SC_HANDLE OpenManager() {
   return manager;
 }
 
-// The service's security descriptor with its access list; empty when it cannot be had.
+// The service's security descriptor with its access list; empty on failure.
 HeapBuffer QueryAccessList(SC_HANDLE service) {
   DWORD needed = 0;
   PSECURITY_DESCRIPTOR none = nullptr;
-  // Some systems refuse a null buffer even where nothing is to be written to it.
+  // Some systems refuse a null buffer even if they write nothing to it.
   if (QueryServiceObjectSecurity(service, DACL_SECURITY_INFORMATION, &none, 0, &needed) != 0 ||
       GetLastError() != ERROR_INSUFFICIENT_BUFFER) {
     return nullptr;
@@ -55,7 +54,7 @@ HeapBuffer QueryAccessList(SC_HANDLE service) {
   return descriptor;
 }
 
-// `existing` with the right to start and stop added for everyone; empty when it cannot be built.
+// `existing` with the right to start and stop added for everyone; empty on failure.
 LocalAcl WithEveryone(ACL* existing) {
   char everyone[] = "EVERYONE";
   EXPLICIT_ACCESSA entry{};
@@ -69,8 +68,8 @@ LocalAcl WithEveryone(ACL* existing) {
   return LocalAcl(merged);
 }
 
-// Lets every user start and stop the service and keeps the other rights of its list. Silent on failure: the
-// service works without it, and an installation must not fail halfway for want of this.
+// Lets every user start and stop the service and keeps the other rights of its list. A failure is silent: the
+// service works without it, and an installation must not fail halfway because of it.
 void OpenToEveryone(SC_HANDLE service) {
   const HeapBuffer current = QueryAccessList(service);
   if (current == nullptr) return;
@@ -91,13 +90,7 @@ void OpenToEveryone(SC_HANDLE service) {
 ServiceHandle::ServiceHandle(NativeHandle owned) : handle(owned) {}
 
 ServiceHandle::~ServiceHandle() noexcept(false) {
-  try {
-    Replace(nullptr);
-  } catch (const Exceptions::ExceptionBase&) {
-    // A second exception while another is on its way would end the process.
-    if (std::uncaught_exceptions() > 0) return;
-    throw;
-  }
+  unwindCheck.Finish([this] { Replace(nullptr); });
 }
 
 void ServiceHandle::Replace(NativeHandle next) {

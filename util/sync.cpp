@@ -1,14 +1,12 @@
 #include "util/sync.h"
 
-#include <exception>
-
 #include "util/exceptions.h"
 
 namespace TamLogUtil {
 
 using Exceptions::ExceptionBase;
 
-// AutoHandle ---------------------------------------------------------------------------------------------
+// AutoHandle --------------------------------------------------------------------------------------------
 
 AutoHandle::AutoHandle() : handle(InvalidHandle()) {}
 
@@ -33,7 +31,7 @@ bool AutoHandle::IsValid() const {
   return handle != InvalidHandle();
 }
 
-// Event --------------------------------------------------------------------------------------------------
+// Event -------------------------------------------------------------------------------------------------
 
 Event::Event(const char* name, SecurityAttributes* attributes) try
     : handle(CheckedCreateEvent(attributes, true, true, name)) {
@@ -42,13 +40,13 @@ Event::Event(const char* name, SecurityAttributes* attributes) try
 }
 
 Event::~Event() noexcept(false) {
-  try {
-    CheckedCloseHandle(handle);
-  } catch (const ExceptionBase& cause) {
-    // A second exception while another is on its way would end the process.
-    if (std::uncaught_exceptions() > 0) return;
-    throw ExceptionBase("Failed to destroy Event object", &cause);
-  }
+  unwindCheck.Finish([this] {
+    try {
+      CheckedCloseHandle(handle);
+    } catch (const ExceptionBase& cause) {
+      throw ExceptionBase("Failed to destroy Event object", &cause);
+    }
+  });
 }
 
 bool Event::Wait(std::uint32_t milliseconds) const {
@@ -75,7 +73,7 @@ void Event::RemoveSignal() {
   }
 }
 
-// Mutex::Access ------------------------------------------------------------------------------------------
+// Mutex::Access -----------------------------------------------------------------------------------------
 
 Mutex::Access::Access(Mutex& lockable, Timeout& timeout) NO_THREAD_SAFETY_ANALYSIS : mutex(&lockable) {
   Acquire(timeout);
@@ -93,7 +91,7 @@ Mutex::Access::~Access() noexcept(false) {
 void Mutex::Access::Acquire(Timeout& timeout) NO_THREAD_SAFETY_ANALYSIS {
   if (owned) throw ExceptionBase("Mutex::Access requesting ownership of an owned object");
   mutex->Wait(timeout.Remaining());
-  // Also when the time ran out; callers rely on never being told.
+  // Also when the time ran out: see the class.
   owned = true;
 }
 

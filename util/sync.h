@@ -1,25 +1,25 @@
 #pragma once
 
-// Owning wrappers over handles, events and waits on which every thread, timer and shared-file operation
-// rests.
+// Owners of handles, events and locks, and checked wrappers of the system calls they make.
 //
 // Each Checked... function wraps one system call and throws ExceptionWindows with a short text naming it. The
-// classes catch that and throw ExceptionBase with a sentence of their own, the caught one as its cause
+// classes catch that and throw ExceptionBase with their own sentence and the caught one as its cause
 // (util/exceptions.h).
 
 #include <cstdint>
 #include <optional>
 
-#include "util/lock_word.h"
+#include "util/benaphore.h"
 #include "util/native_handle.h"
 #include "util/thread_annotations.h"
 #include "util/timeout.h"
+#include "util/unwind_check.h"
 
 namespace TamLogUtil {
 
 // "CloseHandle() failed:". Returns the call's non-zero result.
 int CheckedCloseHandle(NativeHandle handle);
-// A failure is ignored.
+// Ignores failures.
 void CloseQuietly(NativeHandle handle);
 // "CreateEvent() failed". `attributes` and `name` may be null.
 NativeHandle CheckedCreateEvent(SecurityAttributes* attributes, bool manualReset, bool initialState,
@@ -30,18 +30,18 @@ void CheckedResetEvent(NativeHandle handle);
 bool CheckedSetEvent(NativeHandle handle);
 // "WaitForSingleObject failed" on a failed and on an abandoned wait. False when the time ran out.
 bool CheckedWaitForSingleObject(NativeHandle handle, std::uint32_t milliseconds);
-// Sets `toSet`, then looks at `wanted` without waiting, in one call into the system: whether it was
-// signalled. Nothing when the call fails; then nothing was set.
-std::optional<bool> SetEventAndLook(NativeHandle toSet, NativeHandle wanted);
-// -1 when the time ran out, otherwise the raw result. "WaitForMultipleObjects failed"; an abandoned object
-// throws a plain ExceptionBase "WaitForMultipleObjects is waiting for an abandonned mutex".
+// Sets `toSet`, then returns without waiting whether `wanted` is signalled, in one system call. Nothing when
+// the call fails; then `toSet` was not set.
+std::optional<bool> SetEventAndPoll(NativeHandle toSet, NativeHandle wanted);
+// Returns -1 when the time ran out, otherwise the raw result. "WaitForMultipleObjects failed"; an abandoned
+// object throws a plain ExceptionBase "WaitForMultipleObjects is waiting for an abandonned mutex".
 std::int32_t CheckedWaitForMultipleObjects(std::uint32_t count, const NativeHandle* handles, bool waitAll,
                                            std::uint32_t milliseconds);
 
-// Owns one handle. Holding none is shown by the invalid-handle value; a null handle is never stored. A handle
-// that cannot be duplicated leaves the owner empty without an error: callers look at IsValid before they
-// wait, for the invalid-handle value means the process itself to the system, and a wait for it never ends.
-// One thread at a time.
+// Owns one handle, or none: then it holds the invalid-handle value, never null. A handle that cannot be
+// duplicated leaves the owner empty without an error. Callers check IsValid before they wait, because the
+// system takes the invalid-handle value for the process itself, and a wait for that never ends. One thread at
+// a time.
 class AutoHandle {
  public:
   enum class From { Take, Copy };
@@ -52,10 +52,10 @@ class AutoHandle {
   AutoHandle(const AutoHandle&) = delete;
   AutoHandle& operator=(const AutoHandle&) = delete;
 
-  // Nothing when the value is the one held already; otherwise Take.
+  // Does nothing when `source` is the held handle, otherwise Take.
   AutoHandle& operator=(NativeHandle source);
 
-  // Closes what is held, then keeps a duplicate of `source` and closes `source` itself.
+  // Closes the held handle, then keeps a duplicate of `source` and closes `source`.
   void Take(NativeHandle source);
   // The same, but `source` stays open.
   void Copy(NativeHandle source);
@@ -74,15 +74,15 @@ class AutoHandle {
 // A manual-reset event, named (shared with other processes) or unnamed. Any thread may use it.
 class Event {
  public:
-  // Created signalled; an existing object of that name is opened as it is. "Failed to create Event object".
+  // Creates the event signalled, or opens an existing one of that name in its present state. "Failed to
+  // create Event object".
   Event(const char* name, SecurityAttributes* attributes);
-  // Throws "Failed to destroy Event object" when the handle cannot be closed, unless another exception is on
-  // its way already.
+  // Throws "Failed to destroy Event object" when the handle cannot be closed, unless the stack unwinds.
   ~Event() noexcept(false);
   Event(const Event&) = delete;
   Event& operator=(const Event&) = delete;
 
-  // True when signalled, false when the time ran out. "Failed to Wait for Event object".
+  // Returns true when signalled, false when the time ran out. "Failed to Wait for Event object".
   bool Wait(std::uint32_t milliseconds) const;
   // "Failed to SetSignal for Event object". Returns true.
   bool SetSignal();
@@ -92,15 +92,15 @@ class Event {
   NativeHandle Handle() const { return handle; }
 
  private:
+  UnwindCheck unwindCheck;
   NativeHandle handle;
 };
 
-// A binary lock. Deliberately not a mutex object of the system: it belongs to no thread, any thread may give
-// it back, giving back a free one leaves it free, and there is no abandoned state. Any thread may use it.
+// A binary lock. Deliberately not a mutex object of the system: it has no owner, any thread may release it,
+// releasing a free one leaves it free, and there is no abandoned state. Any thread may use it.
 //
-// A named one is an automatic-reset event (signalled = free) that any process may use. An unnamed one is a
-// word in memory and an event for those who have to wait: taking and giving back a free one is no call into
-// the system.
+// A named one is an automatic-reset event (signalled = free), shared with other processes. An unnamed one is
+// a benaphore: taking and releasing a free one makes no system call.
 class CAPABILITY("mutex") Mutex {
  public:
   class Access;
@@ -112,20 +112,21 @@ class CAPABILITY("mutex") Mutex {
   Mutex(const Mutex&) = delete;
   Mutex& operator=(const Mutex&) = delete;
 
-  // Waits for the lock; whether it came in time is not told. "Failed to Wait for Mutex object".
+  // Waits for the lock up to `milliseconds` and does not report whether it was taken. "Failed to Wait for
+  // Mutex object".
   void Wait(std::uint32_t milliseconds) ACQUIRE();
-  // The same, but tells: false when the time ran out, and the lock is another's.
+  // The same, but returns false when the time ran out and the lock was not taken.
   bool TryWait(std::uint32_t milliseconds) TRY_ACQUIRE(true);
-  // Frees the lock. "Failed to RemoveSignal for Mutex object" (the text names the wrong operation; log
-  // searches of support staff know it so).
+  // Releases the lock. "Failed to RemoveSignal for Mutex object" (the text names the wrong operation, but
+  // support staff search logs for it).
   void Release() RELEASE();
 
-  // The event. Of a named lock it may be waited for together with others, which takes the lock.
+  // The event. A wait for the event of a named lock, alone or together with other objects, takes the lock.
   NativeHandle Handle() const { return handle; }
 
  private:
   const bool shared;
-  LockWord word;  // of an unnamed one
+  Benaphore benaphore;  // of an unnamed one
   NativeHandle handle;
 };
 
@@ -133,20 +134,20 @@ class CAPABILITY("mutex") Mutex {
 //
 //   Mutex::Access access(configLock, Timeout::Infinite);
 //
-// A finite time-out bounds how long to wait before going on WITHOUT the lock: Acquire owns afterwards in
-// either case, and its release then frees a lock that another may hold. Callers rely on never being told that
-// the wait ran out.
+// A finite time-out bounds the wait, after which the caller goes on WITHOUT the lock: Acquire counts as
+// owning in either case, and the release then frees a lock that another thread may hold. Callers rely on not
+// getting a failure when the time runs out.
 class SCOPED_CAPABILITY Mutex::Access {
  public:
   Access(Mutex& lockable, Timeout& timeout) ACQUIRE(lockable);
   // Null throws "Mutex Access object declared for null pointer".
   Access(Mutex* lockable, Timeout& timeout) ACQUIRE(lockable);
-  // Gives the lock back when it is owned; throws what Release throws.
+  // Releases the lock if it is owned; throws what Release throws.
   ~Access() noexcept(false) RELEASE();
   Access(const Access&) = delete;
   Access& operator=(const Access&) = delete;
 
-  // "Mutex::Access requesting ownership of an owned object" when it owns already.
+  // "Mutex::Access requesting ownership of an owned object" when it already owns.
   void Acquire(Timeout& timeout) ACQUIRE();
   // "Mutex::Access releasing ownership of an unowned object" when it does not own.
   void Release() RELEASE();

@@ -1,4 +1,4 @@
-// The system's events and handles: what the rest of util/sync.h stands on.
+// The system calls of util/sync.h: events, handles and waits.
 
 #include "util/exceptions.h"
 #include "util/sync.h"
@@ -41,7 +41,7 @@ bool CheckedWaitForSingleObject(NativeHandle handle, std::uint32_t milliseconds)
   return result != WAIT_TIMEOUT;
 }
 
-std::optional<bool> SetEventAndLook(NativeHandle toSet, NativeHandle wanted) {
+std::optional<bool> SetEventAndPoll(NativeHandle toSet, NativeHandle wanted) {
   switch (SignalObjectAndWait(toSet, wanted, 0, FALSE)) {
     case WAIT_OBJECT_0:
       return true;
@@ -63,7 +63,7 @@ std::int32_t CheckedWaitForMultipleObjects(std::uint32_t count, const NativeHand
   return static_cast<std::int32_t>(result);
 }
 
-// AutoHandle ---------------------------------------------------------------------------------------------
+// AutoHandle --------------------------------------------------------------------------------------------
 
 void AutoHandle::Take(NativeHandle source) {
   Duplicate(source, DUPLICATE_SAME_ACCESS | DUPLICATE_CLOSE_SOURCE,
@@ -79,8 +79,8 @@ void AutoHandle::Duplicate(NativeHandle source, std::uint32_t options, const cha
   if (source == nullptr || source == INVALID_HANDLE_VALUE) return;
   HANDLE copy = nullptr;
   if (DuplicateHandle(GetCurrentProcess(), source, GetCurrentProcess(), &copy, 0, FALSE, options) == 0) {
-    // Built and dropped on purpose: callers look at IsValid, and several of them count on going on with an
-    // empty owner. The text is there for whoever looks with a debugger.
+    // Constructed and dropped on purpose: callers check IsValid, and some of them go on with an empty owner.
+    // The text is visible in a debugger.
     const ExceptionWindows notRaised(failure);
     return;
   }

@@ -23,10 +23,10 @@ Thread::Thread(const std::string& /*name*/) {}
 Thread::~Thread() {
   try {
     if (threadId != PresentThreadId()) Terminate(kDestroyedExitCode);
-    // Still held when the thread destroys its own object.
+    // Not closed yet when the thread destroys its own object.
     CloseHeldHandle();
   } catch (...) {
-    // The thread could not be ended and would go on in an object that is no more.
+    // The thread could not be terminated and would go on using a destroyed object.
     std::terminate();
   }
 }
@@ -36,8 +36,8 @@ void Thread::Start() {
     Mutex::Access access(stateLock, Timeout::Infinite);
     stopRequested = false;
   }
-  // Giving the lock back is the last that touches this object: the new thread's clean-up waits for it and may
-  // then destroy the object before this call returns.
+  // Releasing the lock is the last access to this object: the new thread's clean-up waits for the lock and
+  // may destroy the object before this call returns.
   Mutex::Access access(handleLock, Timeout::Infinite);
   threadId = 0;
   threadHandle = StartThread(&Thread::ThreadStart, this);
@@ -63,10 +63,10 @@ bool Thread::Join(Timeout& timeout) {
     const NativeHandle held = threadHandle;
     if (held == nullptr) return true;
     waited.Copy(held);
-    // The time-out may have let us in while the thread cleans up. It clears the member before it closes the
-    // handle, so a member that is unchanged proves that the duplicate is one of the thread.
+    // After a time-out this runs without the lock, while the thread may clean up. It clears the member before
+    // it closes the handle, so an unchanged member proves that the duplicate is one of the thread.
     if (threadHandle != held) return true;
-    // The empty owner's value means the process itself to the system: a wait for it would never end.
+    // The system takes the empty owner's value for the process itself: a wait for it would never end.
     if (waited.IsInvalid()) throw ExceptionWindows("Failed to wait for Thread object in Join()");
   }
   const ThreadWait result = WaitForEnd(waited.Get(), timeout.Remaining());
@@ -117,9 +117,9 @@ unsigned long Thread::ThreadStart(void* argument) {
   } catch (const ExceptionBase& failure) {
     WriteLog("Thread terminated due to unhandled exception : " + failure.Compose("\n"));
   } catch (...) {
-    // Kept silent, and without the clean-up: what is not one of our exceptions is a fault that the guard of a
-    // mapped view let out, and the log would tell nothing that the exit code does not. The handle stays, so
-    // Join still works; an object that deletes itself is given up rather than destroyed in an unknown state.
+    // Silent and without clean-up: any other exception is a fault that passed the guard of a mapped view, and
+    // a log entry would say no more than the exit code. The handle stays, so Join still works; an object that
+    // deletes itself is leaked rather than destroyed in an unknown state.
   }
   return kFailedExitCode;
 }
@@ -138,21 +138,21 @@ std::uint32_t Thread::RunAndCleanUp(Thread* thread) {
   return result;
 }
 
-// A wait for the lock that fails is tried once more: the handle would stay open, and an object that deletes
-// itself would stay for good.
+// Retries once when the wait for the lock fails: otherwise the handle would stay open, and an object that
+// deletes itself would leak.
 void Thread::CleanUp(Thread* thread) {
   bool destroy = false;
   try {
-    destroy = thread->LetGoOfHandle();
+    destroy = thread->ReleaseHandle();
   } catch (const ExceptionBase&) {
-    destroy = thread->LetGoOfHandle();
+    destroy = thread->ReleaseHandle();
   }
   if (destroy) delete thread;
 }
 
-// Whether the object is the thread's own to destroy. If it is not, another thread may destroy it once
-// handleLock is given back.
-bool Thread::LetGoOfHandle() {
+// Returns whether this thread has to destroy the object. If not, another thread may destroy it as soon as
+// handleLock is released.
+bool Thread::ReleaseHandle() {
   Mutex::Access access(handleLock, Timeout::Infinite);
   const NativeHandle held = threadHandle.exchange(nullptr);
   if (held != nullptr) CloseQuietly(held);

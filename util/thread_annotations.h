@@ -1,9 +1,7 @@
 #pragma once
 
-// Names for clang's thread-safety analysis: which lock guards which data, and which operation takes or needs
+// Macros for clang's thread-safety analysis: which lock guards which data, and which operation takes or needs
 // which lock. Empty for other compilers. scripts/check-tidy.py runs the analysis over every source.
-//
-// Macros, because attributes cannot be wrapped in anything else.
 
 #if defined(__clang__)
 #define TAMLOG_THREAD_ATTRIBUTE(x) __attribute__((x))

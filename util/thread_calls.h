@@ -1,7 +1,7 @@
 #pragma once
 
-// The calls of the system that util/thread.cpp makes, one function each. None throws; where a call may fail,
-// the last error is left as the call set it.
+// The system calls of util/thread.cpp, one function each. None throws; a call that fails leaves its last
+// error set.
 
 #include <cstdint>
 
@@ -11,9 +11,9 @@ namespace TamLogUtil::Threading {
 
 using ThreadFunction = unsigned long(__attribute__((ms_abi)) *)(void*);
 
-// The handle of a new thread that runs function(argument), or null.
+// Returns the handle of a new thread that runs function(argument), or null.
 NativeHandle StartThread(ThreadFunction function, void* argument);
-// Of the calling thread; never 0.
+// The calling thread's id; never 0.
 std::uint32_t PresentThreadId();
 
 enum class ThreadWait : std::uint8_t { Ended, TimedOut, Failed };
@@ -21,9 +21,9 @@ ThreadWait WaitForEnd(NativeHandle thread, std::uint32_t milliseconds);
 
 bool PauseThread(NativeHandle thread);
 bool ResumeThread(NativeHandle thread);
-// Ends the thread wherever it is.
+// Terminates the thread wherever it is.
 bool EndThread(NativeHandle thread, std::uint32_t exitCode);
-// The last error of the calling thread.
+// The calling thread's last error.
 std::uint32_t LastError();
 
 }  // namespace TamLogUtil::Threading

@@ -7,7 +7,7 @@
 
 namespace TamLogUtil {
 
-// Constants from the linker's image and never destroyed: locks are taken before main and in exit hooks.
+// Initialized at compile time and never destroyed: locks are taken before main and in exit hooks.
 static_assert(std::is_trivially_destructible_v<Timeout>);
 constinit Timeout Timeout::Infinite(Fixed{}, kForever);
 constinit Timeout Timeout::Immediate(Fixed{}, 0);
@@ -27,7 +27,7 @@ bool Timeout::Expired() {
 void Timeout::Update() {
   if (remainingMs == 0 || remainingMs == kForever) return;
   const std::int32_t elapsed = ElapsedMilliseconds(startTicks, ReadClock());
-  // Read again rather than reused: the moment in between is given away.
+  // Read again instead of reusing the value: the time between the two readings does not count.
   startTicks = ReadClock();
   remainingMs = CountDown(remainingMs, elapsed);
 }

@@ -1,26 +1,25 @@
 #pragma once
 
-// A time-out that counts down while it is handed from wait to wait, so that a sequence of waits shares one
+// A time-out that counts down while it is passed from wait to wait, so that a sequence of waits shares one
 // deadline.
 
 #include <cstdint>
 
 namespace TamLogUtil {
 
-// Not thread-safe, except the two process-wide instances: they are never counted down, so nothing is ever
-// written.
+// Not thread-safe, except the two process-wide instances, which never change.
 class Timeout {
  public:
   static constexpr std::uint32_t kForever = 0xFFFFFFFFU;
 
-  // `milliseconds` from now; 0 means do not wait, kForever means without limit.
+  // `milliseconds` from now; 0: do not wait, kForever: no limit.
   explicit Timeout(std::uint32_t milliseconds);
 
-  // Milliseconds that are left; 0 once the time is over.
+  // Milliseconds left; 0 after the deadline.
   std::uint32_t Remaining();
   bool Expired();
 
-  // Live from before main until after the exit hooks. Nearly every lock is taken with Infinite.
+  // Usable before main and in exit hooks. Nearly every lock is taken with Infinite.
   static Timeout Infinite;
   static Timeout Immediate;
 

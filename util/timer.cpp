@@ -13,20 +13,20 @@ constexpr std::uint32_t kStepMs = 1000;
 
 Timer::Timer(std::uint32_t id, const std::string& name) : Thread("Timer " + name), timerId(id) {}
 
-// A wait that fails is tried once more: an exception would end the process, and the base, which comes next,
-// ends the thread by force wherever it is.
+// Retries once when a wait fails: an exception would end the process, and the base's destructor, which
+// follows, terminates the thread wherever it is.
 Timer::~Timer() {
-  if (!ComesToItsEnd()) ComesToItsEnd();
+  if (!StopAndJoin()) StopAndJoin();
 }
 
-// False when a wait failed; can be repeated.
-bool Timer::ComesToItsEnd() {
+// Returns false when a wait failed; may be repeated.
+bool Timer::StopAndJoin() {
   try {
     {
       Mutex::Access access(runLock, Timeout::Infinite);
       SetCallback(nullptr);
     }
-    // Once more: another thread may have set one while this one waited for the call in progress.
+    // Again: another thread may have set one while this one waited for the call in progress.
     SetCallback(nullptr);
     Thread::Stop();
     Thread::Join(Timeout::Infinite);
@@ -47,7 +47,7 @@ void Timer::SetPeriod(std::uint32_t milliseconds) {
 }
 
 void Timer::Start() {
-  // Outside runLock, which the old thread needs to come to its end.
+  // Outside runLock, which the old thread needs in order to end.
   if (IsStopRequested()) Join(Timeout::Infinite);
   Mutex::Access access(runLock, Timeout::Infinite);
   SetRunning(true);
@@ -72,7 +72,7 @@ std::uint32_t Timer::Run() {
   return 0;
 }
 
-// Returns the period that is in effect after the wait.
+// Returns the period in effect after the wait.
 std::uint32_t Timer::WaitOnePeriod(std::uint32_t period) {
   if (period <= kStepMs) {
     SleepFor(period);
@@ -89,7 +89,7 @@ std::uint32_t Timer::WaitOnePeriod(std::uint32_t period) {
   return period;
 }
 
-// With runLock held; callbackLock is let go first, so that the callback may call Stop.
+// Called with runLock held. Releases callbackLock before the call, so that the callback may call Stop.
 void Timer::Call() {
   TimerCallback* called = nullptr;
   {

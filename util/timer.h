@@ -1,8 +1,8 @@
 #pragma once
 
-// A thread that calls one callback again and again with a fixed pause between calls. Coarse on purpose: the
-// pause is measured from the end of one call to the start of the next, so calls drift and never catch up;
-// pauses above a second are slept in steps of a second.
+// A thread that calls one callback periodically. Coarse on purpose: the period is the pause from the end of
+// one call to the start of the next, so calls drift and never catch up; pauses above a second are slept in
+// steps of a second.
 
 #include <cstdint>
 #include <string>
@@ -16,34 +16,33 @@ namespace TamLogUtil {
 class TimerCallback {
  public:
   virtual ~TimerCallback() noexcept(false) = default;
-  // Called on the firing timer's own thread. An exception that leaves it ends the timer's thread.
+  // Called on the timer's own thread. An exception that leaves it ends that thread.
   virtual void OnTimer(std::uint32_t timerId) = 0;
 };
 
-// periodLock, runningLock and callbackLock guard the member that follows them; runLock is held by Run
-// whenever it is not waiting, so whoever takes it knows that no call is in progress. SetPeriod, SetCallback,
-// Start and Stop come from any other thread; Stop may also come from within OnTimer.
+// periodLock, runningLock and callbackLock guard the member that follows them. Run holds runLock except while
+// it waits, so a thread that has runLock knows that no call is in progress. Any other thread may call
+// SetPeriod, SetCallback, Start and Stop; OnTimer may call Stop.
 class Timer : public Threading::Thread {
  public:
   Timer(std::uint32_t id, const std::string& name);
-  // Lets a call in progress finish, then waits for the thread to end.
+  // Waits for a call in progress and for the thread to end.
   ~Timer() override;
 
-  // `newCallback` is not owned; it has to live until Stop and Join. Null: tick without calling anything.
+  // `newCallback` is not owned and must live until Stop and Join. Null: the timer ticks without a call.
   void SetCallback(TimerCallback* newCallback);
-  // Milliseconds between calls; 0 calls without pause. Takes effect at the next cycle, or at the next
-  // one-second step.
+  // Milliseconds between calls; 0: no pause. Takes effect at the next cycle or one-second step.
   void SetPeriod(std::uint32_t milliseconds);
 
-  // The first call comes one period later. A thread of an earlier start that was asked to stop is waited for
-  // first, so that no two threads serve one timer.
+  // The first call comes one period later. Waits first for a thread of an earlier start that was requested to
+  // stop, so that a timer never has two threads.
   void Start() override;
-  // No call starts after this. Forgets the callback: set it again before the next Start.
+  // No call starts after this. Forgets the callback: it must be set again before the next Start.
   void Stop() override;
   std::uint32_t Run() override;
 
  private:
-  bool ComesToItsEnd();
+  bool StopAndJoin();
   std::uint32_t Period();
   std::uint32_t WaitOnePeriod(std::uint32_t period);
   void Call();

@@ -1,9 +1,9 @@
 #pragma once
 
-// The one way windows.h comes in: included by source files only, never by headers, so that its macros reach
-// no further than the file that calls the system.
+// The only file that includes windows.h. Sources include it, headers never, so that its macros reach no
+// further than the sources that call the system.
 
 #include <windows.h>
 
-// A macro of windows.h that would rename ExceptionBase::GetMessage in files that include this header.
+// A macro of windows.h that would rename ExceptionBase::GetMessage.
 #undef GetMessage

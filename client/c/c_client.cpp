@@ -32,7 +32,7 @@ tamlog_status AskPath(tamlog_client* handle, Status (LogClient::*question)(std::
   return Guarded([&] {
     std::string path;
     const Status status = (handle->client.*question)(path);
-    return status == Status::Ok ? TamLogClient::GiveText(path, buffer, capacity, length) : CodeOf(status);
+    return status == Status::Ok ? TamLogClient::CopyText(path, buffer, capacity, length) : CodeOf(status);
   });
 }
 
@@ -40,7 +40,7 @@ tamlog_status AskPath(tamlog_client* handle, Status (LogClient::*question)(std::
 
 tamlog_status TAMLOG_CALL tamlog_client_open(const tamlog_client_options* options, tamlog_client** client) {
   tamlog_client_options given;
-  if (client == nullptr || !TamLogClient::TakeIn(options, given)) return TAMLOG_BAD_ARGUMENT;
+  if (client == nullptr || !TamLogClient::CopyIn(options, given)) return TAMLOG_BAD_ARGUMENT;
   return Guarded([&] {
     TamLogClient::LogClientOptions chosen;
     if (given.pipe_name != nullptr) chosen.pipeName = given.pipe_name;
@@ -68,7 +68,7 @@ tamlog_status TAMLOG_CALL tamlog_client_ping(tamlog_client* client) {
 
 tamlog_status TAMLOG_CALL tamlog_client_submit(tamlog_client* client, const tamlog_entry* entry) {
   tamlog_entry given;
-  if (entry == nullptr || !TamLogClient::TakeIn(entry, given)) return TAMLOG_BAD_ARGUMENT;
+  if (entry == nullptr || !TamLogClient::CopyIn(entry, given)) return TAMLOG_BAD_ARGUMENT;
   return Ask(client, [&](LogClient& asked) {
     const std::string_view source = TamLogClient::SourceOf(given);
     const std::string_view text = TamLogClient::TextOf(given);
@@ -85,13 +85,13 @@ tamlog_status TAMLOG_CALL tamlog_client_submit(tamlog_client* client, const taml
 }
 
 tamlog_status TAMLOG_CALL tamlog_client_get_settings(tamlog_client* client, tamlog_settings* settings) {
-  if (!TamLogClient::HasSize(settings)) return TAMLOG_BAD_ARGUMENT;
+  if (!TamLogClient::CanReceive(settings)) return TAMLOG_BAD_ARGUMENT;
   return Ask(client, [&](LogClient& asked) {
     SettingsBody body{};
     const Status status = asked.GetSettings(body);
     if (status == Status::Ok) {
       const tamlog_settings result{0, body.maxMessage, body.devicePollRate, body.typeFilter, body.saveRate};
-      TamLogClient::GiveOut(result, settings);
+      TamLogClient::CopyOut(result, settings);
     }
     return status;
   });
@@ -99,7 +99,7 @@ tamlog_status TAMLOG_CALL tamlog_client_get_settings(tamlog_client* client, taml
 
 tamlog_status TAMLOG_CALL tamlog_client_set_settings(tamlog_client* client, const tamlog_settings* settings) {
   tamlog_settings given;
-  if (settings == nullptr || !TamLogClient::TakeIn(settings, given)) return TAMLOG_BAD_ARGUMENT;
+  if (settings == nullptr || !TamLogClient::CopyIn(settings, given)) return TAMLOG_BAD_ARGUMENT;
   return Ask(client, [&](LogClient& asked) {
     return asked.SetSettings({given.capacity, given.poll_rate_ms, given.types, given.save_rate_s});
   });
@@ -107,7 +107,7 @@ tamlog_status TAMLOG_CALL tamlog_client_set_settings(tamlog_client* client, cons
 
 tamlog_status TAMLOG_CALL tamlog_client_get_filter(tamlog_client* client, uint32_t index,
                                                    tamlog_filter* filter) {
-  if (!TamLogClient::HasSize(filter)) return TAMLOG_BAD_ARGUMENT;
+  if (!TamLogClient::CanReceive(filter)) return TAMLOG_BAD_ARGUMENT;
   return Ask(client, [&](LogClient& asked) {
     TamLogClient::FilterEntry entry;
     const Status status = asked.GetFilter(index, entry);
@@ -116,14 +116,14 @@ tamlog_status TAMLOG_CALL tamlog_client_get_filter(tamlog_client* client, uint32
     result.include = entry.include ? 1 : 0;
     if (entry.text.size() >= sizeof(result.text)) return Status::TooLong;
     entry.text.copy(result.text, entry.text.size());
-    TamLogClient::GiveOut(result, filter);
+    TamLogClient::CopyOut(result, filter);
     return status;
   });
 }
 
 tamlog_status TAMLOG_CALL tamlog_client_add_filter(tamlog_client* client, const tamlog_filter* filter) {
   tamlog_filter given;
-  if (filter == nullptr || !TamLogClient::TakeIn(filter, given)) return TAMLOG_BAD_ARGUMENT;
+  if (filter == nullptr || !TamLogClient::CopyIn(filter, given)) return TAMLOG_BAD_ARGUMENT;
   return Ask(client, [&](LogClient& asked) {
     const std::string_view whole(given.text, sizeof(given.text));
     const std::size_t length = whole.find('\0');

@@ -37,16 +37,20 @@ tamlog_status CodeOf(Status status) {
     case Status::InPage:
       return TAMLOG_IN_PAGE;
     case Status::NotFound:
+    case Status::NotAFile:  // version 1 of the interface has no code of its own for a directory
       return TAMLOG_NOT_FOUND;
+    case Status::Exists:
+      return TAMLOG_EXISTS;
     case Status::NotSupported:
       return TAMLOG_NOT_SUPPORTED;
+    case Status::Interrupted:  // no function of the interface can be interrupted
     case Status::SystemError:
       return TAMLOG_SYSTEM_ERROR;
   }
   return TAMLOG_INTERNAL;
 }
 
-tamlog_status GiveText(std::string_view text, char* buffer, std::uint64_t capacity, std::uint64_t* length) {
+tamlog_status CopyText(std::string_view text, char* buffer, std::uint64_t capacity, std::uint64_t* length) {
   if (length != nullptr) *length = text.size();
   if (capacity <= text.size()) return TAMLOG_TOO_SMALL;
   if (buffer == nullptr) return TAMLOG_BAD_ARGUMENT;
@@ -85,7 +89,7 @@ std::string_view TextAt(const char* text, std::uint64_t length) {
   return length == 0 ? std::string_view(text) : std::string_view(text, length);
 }
 
-// The stored form of a message that a caller was given, or made by himself.
+// Fills a slot from a caller's message, which need not be one that this library returned.
 void StoreMessage(const tamlog_message& message, LogMessage& stored) {
   std::memset(&stored, 0, sizeof(stored));
   stored.sequence = message.sequence;
@@ -135,8 +139,6 @@ const char* TAMLOG_CALL tamlog_status_text(tamlog_status status) {
   switch (status) {
     case TAMLOG_NOT_FOUND:
       return "not found";
-    case TAMLOG_NOT_SUPPORTED:
-      return "this operating system has no log server";
     case TAMLOG_BAD_ARGUMENT:
       return "an argument is not valid";
     case TAMLOG_TOO_SMALL:
@@ -152,9 +154,11 @@ const char* TAMLOG_CALL tamlog_status_text(tamlog_status status) {
     case TAMLOG_INTERNAL:
       return "an error inside the library";
     case TAMLOG_EXISTS:
-      return "the output is there already";
+      return "the output already exists";
     case TAMLOG_OUTPUT_FAILED:
       return "the output cannot be written";
+    case TAMLOG_SYSTEM_ERROR:
+      return StatusText(Status::SystemError);
     default:
       break;
   }
@@ -181,7 +185,7 @@ tamlog_status TAMLOG_CALL tamlog_format(const tamlog_message* message, int32_t f
                                         char* buffer, uint64_t capacity, uint64_t* length) {
   constexpr std::uint32_t kFlags = TAMLOG_FORMAT_TERMINAL | TAMLOG_FORMAT_COLOR;
   tamlog_message given;
-  if (message == nullptr || !TamLogClient::TakeIn(message, given) || !TamLogClient::IsKnown(format) ||
+  if (message == nullptr || !TamLogClient::CopyIn(message, given) || !TamLogClient::IsKnown(format) ||
       (flags & ~kFlags) != 0) {
     return TAMLOG_BAD_ARGUMENT;
   }
@@ -195,6 +199,6 @@ tamlog_status TAMLOG_CALL tamlog_format(const tamlog_message* message, int32_t f
     TamLogClient::MessageFormatter formatter(std::move(options));
     std::string line;
     formatter.Append(stored, (given.flags & TAMLOG_MESSAGE_LATE) != 0, line);
-    return TamLogClient::GiveText(line, buffer, capacity, length);
+    return TamLogClient::CopyText(line, buffer, capacity, length);
   });
 }

@@ -1,8 +1,7 @@
 #pragma once
 
-// What the parts of the C interface (client/include/tamlog.h) share: how structures of callers that were
-// built with another version come in and go out, how results become status codes, and how exceptions stay
-// inside.
+// What the parts of the C interface (client/include/tamlog.h) share: copies of structures from and to callers
+// that may be built with another version, status codes for results, and a barrier for exceptions.
 
 #include <algorithm>
 #include <cstdint>
@@ -17,9 +16,10 @@
 
 namespace TamLogClient {
 
+// The C interface's code of a status: one code each.
 tamlog_status CodeOf(Status status);
 
-// Runs the body of an interface function; what it throws becomes a status.
+// Runs the body of an interface function. An exception becomes a status.
 template <class Body>
 tamlog_status Guarded(Body&& body) noexcept {
   try {
@@ -31,47 +31,55 @@ tamlog_status Guarded(Body&& body) noexcept {
   }
 }
 
-// Copies a caller's structure. One that is shorter (an older program) is filled up with zeros; of one that is
-// longer (a newer program) the rest has to be zeros, because this library cannot do what they would ask for.
-// A null pointer gives zeros. `least` is the structure's size in its first version. False for nonsense.
+// The sizes that a caller's structure may state. A caller built with a newer version states a larger size.
+// All structures are still those of the first version, so no smaller size is valid.
 template <class Structure>
-bool TakeIn(const Structure* given, Structure& taken, std::size_t least = sizeof(Structure)) {
-  std::memset(&taken, 0, sizeof(taken));
+bool IsValidSize(std::uint32_t size) {
+  constexpr std::uint32_t kMost = 65536;  // bytes; a larger number is an uninitialised structure
+  return size >= sizeof(Structure) && size <= kMost;
+}
+
+// Copies a caller's structure; a null pointer is a structure of zeros. Returns false when its size is not
+// valid, or when a member that this version does not know is not 0: this library cannot do what it requests.
+template <class Structure>
+bool CopyIn(const Structure* given, Structure& copy) {
+  std::memset(&copy, 0, sizeof(copy));
   if (given == nullptr) return true;
   std::uint32_t size = 0;
   std::memcpy(&size, given, sizeof(size));
-  constexpr std::size_t kMost = 65536;
-  if (size < least || size > kMost) return false;
+  if (!IsValidSize<Structure>(size)) return false;
+  std::memcpy(&copy, given, sizeof(copy));
   const auto* bytes = reinterpret_cast<const unsigned char*>(given);
-  std::memcpy(&taken, bytes, std::min<std::size_t>(size, sizeof(taken)));
-  return size <= sizeof(taken) ||
-         std::all_of(bytes + sizeof(taken), bytes + size, [](unsigned char byte) { return byte == 0; });
+  return std::all_of(bytes + sizeof(copy), bytes + size, [](unsigned char byte) { return byte == 0; });
 }
 
-// Whether a caller's structure for results says how long it is.
+// Returns whether a caller's structure can receive a result: its size is valid.
 template <class Structure>
-bool HasSize(const Structure* wanted, std::size_t least = sizeof(Structure)) {
-  return wanted != nullptr && wanted->size >= least && wanted->size <= 65536;
+bool CanReceive(const Structure* wanted) {
+  return wanted != nullptr && IsValidSize<Structure>(wanted->size);
 }
 
-// Copies a result into a caller's structure, as far as that reaches; its size stays.
+// Copies a result into a structure that can receive it. Its size stays; members that this version does not
+// know become 0.
 template <class Structure>
-void GiveOut(const Structure& result, Structure* wanted) {
+void CopyOut(const Structure& result, Structure* wanted) {
   const std::uint32_t size = wanted->size;
   std::memset(static_cast<void*>(wanted), 0, size);
-  std::memcpy(static_cast<void*>(wanted), &result, std::min<std::size_t>(size, sizeof(result)));
+  std::memcpy(static_cast<void*>(wanted), &result, sizeof(result));
   wanted->size = size;
 }
 
-// Copies a text with its zero byte into a caller's buffer.
-tamlog_status GiveText(std::string_view text, char* buffer, std::uint64_t capacity, std::uint64_t* length);
+// Copies a text with its zero byte into a caller's buffer. Sets `length` (may be null) to the text's length
+// without the zero byte, also when the buffer is too small; then nothing is copied.
+tamlog_status CopyText(std::string_view text, char* buffer, std::uint64_t capacity, std::uint64_t* length);
 
 TimeWords WordsOfTime(const tamlog_time& time);
 tamlog_time TimeOfWords(const TimeWords& words);
 
+// Fills `message` from a slot. `flags` are added to those that the slot itself has.
 void FillMessage(const LogMessage& stored, std::uint32_t flags, tamlog_message& message);
 
-// The texts of an entry; they live as long as the caller's.
+// The texts of an entry; they are views of the caller's.
 std::string_view SourceOf(const tamlog_entry& entry);
 std::string_view TextOf(const tamlog_entry& entry);
 

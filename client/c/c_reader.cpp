@@ -12,10 +12,6 @@ using TamLogClient::Status;
 
 namespace {
 
-bool Readable(Status status) {
-  return status == Status::Ok || status == Status::Damaged;
-}
-
 class FileReader : public tamlog_reader {
  public:
   explicit FileReader(const char* chosen) : path(chosen) {}
@@ -32,7 +28,9 @@ class FileReader : public tamlog_reader {
     snapshot = std::move(contents.snapshot);
     return contents.status;
   }
-  tamlog_status NextBehind(std::uint32_t /*timeoutMs*/, tamlog_item& /*item*/) override { return TAMLOG_END; }
+  tamlog_status NextAfterStart(std::uint32_t /*timeoutMs*/, tamlog_item& /*item*/) override {
+    return TAMLOG_END;
+  }
   Cursor CursorOfLast() const override { return {}; }
 
  private:
@@ -42,7 +40,7 @@ class FileReader : public tamlog_reader {
 }  // namespace
 
 Status tamlog_reader::Refresh(std::uint32_t timeoutMs) {
-  // A copy that next still reads from stays as it is.
+  // A copy that Next still reads from must not change.
   auto fresh = copy.use_count() == 1 ? copy : std::make_shared<LogCopy>();
   Status status = TakeSnapshot(fresh->snapshot, timeoutMs);
   if (!Readable(status)) {
@@ -62,20 +60,20 @@ void tamlog_reader::Begin(std::size_t position) {
   start = copy;
   startNext = position;
   lastIsOfStart = false;
-  BeginAnew();
+  OnStartReplaced();
 }
 
 tamlog_status tamlog_reader::Next(std::uint32_t timeoutMs, tamlog_item& item) {
   item = {};
   if (start && startNext < start->order.oldestFirst.size()) {
     last = start->snapshot.slots[start->order.oldestFirst[startNext++]];
-    anyGiven = lastIsOfStart = true;
+    hasLast = lastIsOfStart = true;
     TamLogClient::FillMessage(last, 0, item.message);
     return TAMLOG_OK;
   }
-  const tamlog_status status = NextBehind(timeoutMs, item);
+  const tamlog_status status = NextAfterStart(timeoutMs, item);
   if (status == TAMLOG_OK && item.kind == TAMLOG_ITEM_MESSAGE) {
-    anyGiven = true;
+    hasLast = true;
     lastIsOfStart = false;
   }
   return status;
@@ -99,7 +97,7 @@ tamlog_status tamlog_reader::Seek(const char* cursor) {
 }
 
 tamlog_status tamlog_reader::LastCursor(std::string& text) const {
-  if (!anyGiven) return TAMLOG_END;
+  if (!hasLast) return TAMLOG_END;
   const bool ofStart = lastIsOfStart && start;
   text = FormatCursor(ofStart ? CursorOf(start->snapshot, start->order.oldestFirst, startNext - 1)
                               : CursorOfLast());
@@ -135,17 +133,17 @@ uint32_t TAMLOG_CALL tamlog_reader_count(const tamlog_reader* reader) {
 
 tamlog_status TAMLOG_CALL tamlog_reader_get_message(const tamlog_reader* reader, uint32_t index,
                                                     tamlog_message* message) {
-  if (reader == nullptr || !TamLogClient::HasSize(message)) return TAMLOG_BAD_ARGUMENT;
+  if (reader == nullptr || !TamLogClient::CanReceive(message)) return TAMLOG_BAD_ARGUMENT;
   const TamLogClient::LogCopy& copy = *reader->copy;
   if (index >= copy.order.oldestFirst.size()) return TAMLOG_END;
   tamlog_message result;
   TamLogClient::FillMessage(copy.snapshot.slots[copy.order.oldestFirst[index]], 0, result);
-  TamLogClient::GiveOut(result, message);
+  TamLogClient::CopyOut(result, message);
   return TAMLOG_OK;
 }
 
 tamlog_status TAMLOG_CALL tamlog_reader_get_info(const tamlog_reader* reader, tamlog_log_info* info) {
-  if (reader == nullptr || !TamLogClient::HasSize(info)) return TAMLOG_BAD_ARGUMENT;
+  if (reader == nullptr || !TamLogClient::CanReceive(info)) return TAMLOG_BAD_ARGUMENT;
   const LogFileHeader& header = reader->copy->snapshot.header;
   tamlog_log_info result{};
   result.server_running = header.serverRunning != 0 ? 1 : 0;
@@ -156,7 +154,7 @@ tamlog_status TAMLOG_CALL tamlog_reader_get_info(const tamlog_reader* reader, ta
   result.next_sequence = header.nextSequence;
   result.damaged = reader->copy->order.damaged;
   result.reordered = reader->copy->order.reordered ? 1 : 0;
-  TamLogClient::GiveOut(result, info);
+  TamLogClient::CopyOut(result, info);
   return TAMLOG_OK;
 }
 
@@ -165,11 +163,11 @@ const char* TAMLOG_CALL tamlog_reader_remark(const tamlog_reader* reader) {
 }
 
 tamlog_status TAMLOG_CALL tamlog_reader_next(tamlog_reader* reader, uint32_t timeout_ms, tamlog_item* item) {
-  if (reader == nullptr || !TamLogClient::HasSize(item)) return TAMLOG_BAD_ARGUMENT;
+  if (reader == nullptr || !TamLogClient::CanReceive(item)) return TAMLOG_BAD_ARGUMENT;
   return Guarded([&] {
     tamlog_item result{};
     const tamlog_status status = reader->Next(timeout_ms, result);
-    if (status == TAMLOG_OK) TamLogClient::GiveOut(result, item);
+    if (status == TAMLOG_OK) TamLogClient::CopyOut(result, item);
     return status;
   });
 }
@@ -197,7 +195,7 @@ tamlog_status TAMLOG_CALL tamlog_reader_get_cursor(const tamlog_reader* reader, 
     const TamLogClient::LogCopy& copy = *reader->copy;
     if (index >= copy.order.oldestFirst.size()) return TAMLOG_END;
     const std::string text = FormatCursor(CursorOf(copy.snapshot, copy.order.oldestFirst, index));
-    return TamLogClient::GiveText(text, buffer, capacity, length);
+    return TamLogClient::CopyText(text, buffer, capacity, length);
   });
 }
 
@@ -207,7 +205,7 @@ tamlog_status TAMLOG_CALL tamlog_reader_last_cursor(const tamlog_reader* reader,
   return Guarded([&] {
     std::string text;
     const tamlog_status status = reader->LastCursor(text);
-    return status == TAMLOG_OK ? TamLogClient::GiveText(text, buffer, capacity, length) : status;
+    return status == TAMLOG_OK ? TamLogClient::CopyText(text, buffer, capacity, length) : status;
   });
 }
 

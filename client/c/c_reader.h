@@ -1,7 +1,8 @@
 #pragma once
 
-// What the two kinds of reader behind the C interface share. A reader holds a copy of the log, and a place in
-// it from which `next` goes on; what comes behind that copy is the matter of the kind.
+// What the two kinds of reader of the C interface share. A reader holds a copy of the log and a position in
+// it, at which `next` continues. What comes after that copy is handled by the kind: a file ends, the running
+// server's log goes on. A reader is used by one thread at a time.
 
 #include <cstddef>
 #include <cstdint>
@@ -30,14 +31,15 @@ struct tamlog_reader {
   tamlog_reader(const tamlog_reader&) = delete;
   tamlog_reader& operator=(const tamlog_reader&) = delete;
 
-  // Replaces `copy` and `remark`. Ok or Damaged when there is a new copy.
+  // Replaces `copy` and `remark`. Ok, Damaged: `copy` is new. Any other status: it is unchanged or empty.
   Status Refresh(std::uint32_t timeoutMs);
 
-  // From now on next gives the messages of `copy` from this place in time order on.
+  // Lets Next continue with the messages of `copy`, from this position in time order on.
   void Begin(std::size_t position);
 
   tamlog_status Next(std::uint32_t timeoutMs, tamlog_item& item);
   tamlog_status Seek(const char* cursor);
+  // Sets `change` to one of TAMLOG_NOP, TAMLOG_APPEND, ...
   virtual tamlog_status Wait(std::uint32_t timeoutMs, std::int32_t& change) = 0;
   virtual tamlog_status WithView(std::uint32_t budgetUs, tamlog_view_function look, void* context) = 0;
   tamlog_status LastCursor(std::string& text) const;
@@ -46,17 +48,18 @@ struct tamlog_reader {
   std::string remark;
 
  protected:
+  // Copies the whole log.
   virtual Status TakeSnapshot(TamLogClient::LogSnapshot& snapshot, std::uint32_t timeoutMs) = 0;
-  // What comes behind `start`. Sets `last` for a message.
-  virtual tamlog_status NextBehind(std::uint32_t timeoutMs, tamlog_item& item) = 0;
-  // `start` is another one now.
-  virtual void BeginAnew() {}
-  // The cursor of `last`, which NextBehind gave.
+  // Returns the next item after `start`. Sets `last` for a message.
+  virtual tamlog_status NextAfterStart(std::uint32_t timeoutMs, tamlog_item& item) = 0;
+  // `start` has been replaced.
+  virtual void OnStartReplaced() {}
+  // The cursor of `last`, which NextAfterStart returned.
   virtual TamLogClient::Cursor CursorOfLast() const = 0;
 
-  std::shared_ptr<LogCopy> start;  // next gives its messages from `startNext` on, and then what comes behind
+  std::shared_ptr<LogCopy> start;  // Next returns its messages from `startNext` on, and then what comes after
   std::size_t startNext = 0;
-  LogMessage last{};  // given by next
-  bool anyGiven = false;
-  bool lastIsOfStart = false;  // then it is the one before startNext
+  LogMessage last{};  // the message that Next returned last
+  bool hasLast = false;
+  bool lastIsOfStart = false;  // `last` is the message before startNext
 };

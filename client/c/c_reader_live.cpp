@@ -10,6 +10,7 @@
 #include "client/c/c_reader.h"
 #include "client/live/log_reader.h"
 #include "client/live/log_stream.h"
+#include "client/log/header_counters.h"
 #include "client/log/log_follower.h"
 
 using TamLogClient::CodeOf;
@@ -49,7 +50,7 @@ class LiveReader : public tamlog_reader {
 
   tamlog_status Wait(std::uint32_t timeoutMs, std::int32_t& change) override {
     const tamlog_status status = Follow(timeoutMs);
-    if (status == TAMLOG_TIMED_OUT) return TAMLOG_OK;  // nothing seen
+    if (status == TAMLOG_TIMED_OUT) return TAMLOG_OK;  // no change was seen
     if (status == TAMLOG_OK) change = static_cast<std::int32_t>(stream->Wait(timeoutMs));
     return status;
   }
@@ -73,15 +74,15 @@ class LiveReader : public tamlog_reader {
   }
 
  protected:
-  // Nothing stays open: a reader that only takes snapshots never keeps a server from stopping.
+  // Leaves nothing open: a reader that only takes snapshots never delays a server that stops.
   Status TakeSnapshot(TamLogClient::LogSnapshot& snapshot, std::uint32_t timeoutMs) override {
     LogReader reader;
     const Status status = reader.Open(options.mapName);
-    remark = status == Status::Damaged ? "what is shared is too small for a log" : "";
+    remark = status == Status::Damaged ? "the shared file is too small for a log" : "";
     return status == Status::Ok ? reader.Snapshot(snapshot, timeoutMs) : status;
   }
 
-  tamlog_status NextBehind(std::uint32_t timeoutMs, tamlog_item& item) override {
+  tamlog_status NextAfterStart(std::uint32_t timeoutMs, tamlog_item& item) override {
     const tamlog_status following = Follow(timeoutMs);
     if (following != TAMLOG_OK) return following;
     LogItem given;
@@ -103,7 +104,7 @@ class LiveReader : public tamlog_reader {
     return TAMLOG_OK;
   }
 
-  void BeginAnew() override { stream.reset(); }
+  void OnStartReplaced() override { stream.reset(); }
 
   Cursor CursorOfLast() const override {
     Cursor cursor;
@@ -124,7 +125,8 @@ class LiveReader : public tamlog_reader {
   }
 
  private:
-  // Begins to follow behind the copy that next began with. A server that has stopped since is waited for.
+  // Opens the stream, if that has not been done, so that it begins after the copy in `start`. Waits for a
+  // server that has stopped since that copy.
   tamlog_status Follow(std::uint32_t timeoutMs) {
     using Clock = std::chrono::steady_clock;
     if (stream) return TAMLOG_OK;
@@ -140,24 +142,22 @@ class LiveReader : public tamlog_reader {
       status = opened->Open(memory);
     }
     if (status == Status::NotRunning || status == Status::TimedOut) return TAMLOG_TIMED_OUT;
-    if (status != Status::Ok && status != Status::Damaged) return CodeOf(status);
+    if (!Readable(status)) return CodeOf(status);
     stream = std::move(opened);
-    nothingLost = AllIsThere(start->snapshot.header, stream->Snapshot().header);
+    nothingLost = NothingIsLost(start->snapshot.header, stream->Snapshot().header);
     return TAMLOG_OK;
   }
 
-  // The stream cannot rule out a loss when no message of the copy is left, as behind an empty log. The
-  // counters can: everything that was numbered since is still in the ring, and nothing was written again.
-  static bool AllIsThere(const LogFileHeader& before, const LogFileHeader& now) {
-    return now.maxMessages == before.maxMessages && now.rewriteCount == before.rewriteCount &&
-           now.changeCount >= before.changeCount && now.nextSequence >= before.nextSequence &&
-           now.nextSequence - before.nextSequence <=
-               static_cast<std::uint64_t>(std::max(now.messageCount, 0));
+  // The stream cannot rule out a loss when it finds no message of the copy, for example after an empty log.
+  // The counters can: everything that was appended since is still in the ring, and nothing was written again.
+  static bool NothingIsLost(const LogFileHeader& before, const LogFileHeader& now) {
+    const auto appended = TamLogClient::AppendedSince(before, now);
+    return appended && *appended <= static_cast<std::uint64_t>(std::max(now.messageCount, 0));
   }
 
   TamLogClient::LogStreamOptions options;
   std::unique_ptr<LogStream> stream;
-  bool nothingLost = false;  // between the copy and the stream's beginning; of its first item
+  bool nothingLost = false;  // between `start` and the stream's first copy: a loss as its first item is none
 };
 
 }  // namespace
@@ -165,7 +165,7 @@ class LiveReader : public tamlog_reader {
 tamlog_status TAMLOG_CALL tamlog_reader_open_live(const tamlog_reader_options* options,
                                                   tamlog_reader** reader) {
   tamlog_reader_options given;
-  if (reader == nullptr || !TamLogClient::TakeIn(options, given) || given.ordered > 1) {
+  if (reader == nullptr || !TamLogClient::CopyIn(options, given) || given.ordered > 1) {
     return TAMLOG_BAD_ARGUMENT;
   }
   return Guarded([&]() -> tamlog_status {
@@ -177,7 +177,7 @@ tamlog_status TAMLOG_CALL tamlog_reader_open_live(const tamlog_reader_options* o
     if (given.map_name != nullptr) chosen.mapName = given.map_name;
     auto opened = std::make_unique<LiveReader>(chosen);
     const Status status = opened->Refresh(chosen.timeoutMs);
-    if (status != Status::Ok && status != Status::Damaged) return CodeOf(status);
+    if (!Readable(status)) return CodeOf(status);
     *reader = opened.release();
     return CodeOf(status);
   });

@@ -21,7 +21,7 @@ struct tamlog_sender {
 namespace {
 
 constexpr std::uint32_t kCallMs = 2000;
-// A server that is away is noticed soon: while it is looked for, nothing is lost, but nothing is sent either.
+// Short, so that an absent server is noticed soon: nothing is sent while the pipe is searched for.
 constexpr std::uint32_t kAbsentMs = 200;
 
 bool IsKnown(const tamlog_sender_options& given) {
@@ -66,7 +66,7 @@ tamlog_status CodeOfResult(SendResult result) {
 
 tamlog_status TAMLOG_CALL tamlog_sender_open(const tamlog_sender_options* options, tamlog_sender** sender) {
   tamlog_sender_options given;
-  if (sender == nullptr || !TamLogClient::TakeIn(options, given) || !IsKnown(given)) {
+  if (sender == nullptr || !TamLogClient::CopyIn(options, given) || !IsKnown(given)) {
     return TAMLOG_BAD_ARGUMENT;
   }
   return Guarded([&] {
@@ -87,7 +87,7 @@ void TAMLOG_CALL tamlog_sender_close(tamlog_sender* sender) {
 
 tamlog_status TAMLOG_CALL tamlog_sender_submit(tamlog_sender* sender, const tamlog_entry* entry) {
   tamlog_entry given;
-  if (sender == nullptr || entry == nullptr || !TamLogClient::TakeIn(entry, given)) {
+  if (sender == nullptr || entry == nullptr || !TamLogClient::CopyIn(entry, given)) {
     return TAMLOG_BAD_ARGUMENT;
   }
   return Guarded([&] {
@@ -114,7 +114,7 @@ tamlog_status TAMLOG_CALL tamlog_sender_finish(tamlog_sender* sender, uint32_t t
 
 tamlog_status TAMLOG_CALL tamlog_sender_get_counters(tamlog_sender* sender,
                                                      tamlog_sender_counters* counters) {
-  if (sender == nullptr || !TamLogClient::HasSize(counters)) return TAMLOG_BAD_ARGUMENT;
+  if (sender == nullptr || !TamLogClient::CanReceive(counters)) return TAMLOG_BAD_ARGUMENT;
   return Guarded([&] {
     const TamLogClient::SenderCounters now = sender->sender.Counters();
     tamlog_sender_counters result{};
@@ -131,7 +131,7 @@ tamlog_status TAMLOG_CALL tamlog_sender_get_counters(tamlog_sender* sender,
     result.connects = now.connects;
     result.failures = now.failures;
     result.most_waiting = now.mostWaiting;
-    TamLogClient::GiveOut(result, counters);
+    TamLogClient::CopyOut(result, counters);
     return TAMLOG_OK;
   });
 }

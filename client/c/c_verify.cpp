@@ -38,7 +38,7 @@ std::size_t ListLength(std::uint64_t most) {
 
 // --- Verifying.
 
-void GiveFindings(const VerifyReport& report, const tamlog_verify_options& options) {
+void ReportFindings(const VerifyReport& report, const tamlog_verify_options& options) {
   if (options.found == nullptr) return;
   for (const TamLogClient::FileFinding& finding : report.findings) {
     tamlog_finding given{};
@@ -55,7 +55,7 @@ void GiveFindings(const VerifyReport& report, const tamlog_verify_options& optio
 }
 
 bool TakeOptions(const tamlog_verify_options* given, tamlog_verify_options& options) {
-  return TamLogClient::TakeIn(given, options) && options.live <= 1;
+  return TamLogClient::CopyIn(given, options) && options.live <= 1;
 }
 
 tamlog_status Verify(std::string_view bytes, const tamlog_verify_options& options,
@@ -69,17 +69,16 @@ tamlog_status Verify(std::string_view bytes, const tamlog_verify_options& option
   result.damage = report.Damage();
   result.remarks = report.Remarks();
   std::copy(report.count.begin(), report.count.end(), std::begin(result.count));
-  TamLogClient::GiveOut(result, wanted);
-  GiveFindings(report, options);
+  TamLogClient::CopyOut(result, wanted);
+  ReportFindings(report, options);
   return result.damage > 0 ? TAMLOG_DAMAGED : TAMLOG_OK;
 }
 
 // --- Repairing.
 
 std::uint32_t SlotAt(std::uint64_t offset) {
-  if (offset < kSlotsOffset || (offset - kSlotsOffset) % sizeof(LogMessage) != 0) return TAMLOG_NO_SLOT;
-  const std::uint64_t slot = (offset - kSlotsOffset) / sizeof(LogMessage);
-  return slot < TAMLOG_NO_SLOT ? static_cast<std::uint32_t>(slot) : TAMLOG_NO_SLOT;
+  const auto slot = LogFileImage::SlotAtOffset(offset);
+  return slot && *slot < TAMLOG_NO_SLOT ? static_cast<std::uint32_t>(*slot) : TAMLOG_NO_SLOT;
 }
 
 tamlog_repair_note NoteAt(std::uint64_t offset, std::int32_t kind, bool saved) {
@@ -103,7 +102,7 @@ tamlog_repair_note NoteOf(const RepairLoss& loss) {
 // `text` holds the note's text.
 tamlog_repair_note NoteOf(const Change& change, std::string& text) {
   text = change.endTexts
-             ? "a text without end was cut"
+             ? "an unterminated text was cut"
              : "type " + std::to_string(change.seenType) + " became " + std::to_string(change.givenType);
   tamlog_repair_note note =
       NoteAt(change.offset, change.endTexts ? TAMLOG_NOTE_TEXT_CUT : TAMLOG_NOTE_TYPE_CHANGED, true);
@@ -113,7 +112,7 @@ tamlog_repair_note NoteOf(const Change& change, std::string& text) {
   return note;
 }
 
-void GiveNotes(const RepairPlan& plan, const tamlog_repair_options& options) {
+void ReportNotes(const RepairPlan& plan, const tamlog_repair_options& options) {
   if (options.note == nullptr) return;
   for (const RepairLoss& loss : plan.losses) {
     const tamlog_repair_note note = NoteOf(loss);
@@ -128,14 +127,14 @@ void GiveNotes(const RepairPlan& plan, const tamlog_repair_options& options) {
 
 bool TakeOptions(const tamlog_repair_options* given, tamlog_repair_options& options) {
   constexpr std::uint32_t kFlags = TAMLOG_REPAIR_CARVE | TAMLOG_REPAIR_UNIQUE | TAMLOG_REPAIR_REPLACE;
-  return TamLogClient::TakeIn(given, options) && (options.flags & ~kFlags) == 0 && options.reserved == 0 &&
+  return TamLogClient::CopyIn(given, options) && (options.flags & ~kFlags) == 0 && options.reserved == 0 &&
          options.capacity <= std::numeric_limits<std::int32_t>::max();
 }
 
 tamlog_status CodeOfWriting(Status status) {
   if (status == Status::Ok) return TAMLOG_OK;
-  // The messages pass the rules and fit: it can only be the name.
-  return status == Status::BadValue ? TAMLOG_EXISTS : TAMLOG_OUTPUT_FAILED;
+  const bool nameIsTaken = status == Status::Exists || status == Status::NotAFile;
+  return nameIsTaken ? TAMLOG_EXISTS : TAMLOG_OUTPUT_FAILED;
 }
 
 tamlog_status Repair(const std::string& path, const std::string& output, const tamlog_repair_options& options,
@@ -169,8 +168,8 @@ tamlog_status Repair(const std::string& path, const std::string& output, const t
   result.outside = plan.outside;
   result.lost = plan.lost;
   result.header_trusted = plan.headerTrusted ? 1 : 0;
-  TamLogClient::GiveOut(result, wanted);
-  GiveNotes(plan, options);
+  TamLogClient::CopyOut(result, wanted);
+  ReportNotes(plan, options);
   return TAMLOG_OK;
 }
 
@@ -185,7 +184,7 @@ const char* TAMLOG_CALL tamlog_rule_name(int32_t rule) {
 tamlog_status TAMLOG_CALL tamlog_verify_file(const char* path, const tamlog_verify_options* options,
                                              tamlog_verify_result* result) {
   tamlog_verify_options taken;
-  if (path == nullptr || !TakeOptions(options, taken) || !TamLogClient::HasSize(result))
+  if (path == nullptr || !TakeOptions(options, taken) || !TamLogClient::CanReceive(result))
     return TAMLOG_BAD_ARGUMENT;
   return Guarded([&] {
     std::string bytes;
@@ -198,7 +197,7 @@ tamlog_status TAMLOG_CALL tamlog_verify_image(const void* bytes, uint64_t length
                                               const tamlog_verify_options* options,
                                               tamlog_verify_result* result) {
   tamlog_verify_options taken;
-  if ((bytes == nullptr && length > 0) || !TakeOptions(options, taken) || !TamLogClient::HasSize(result))
+  if ((bytes == nullptr && length > 0) || !TakeOptions(options, taken) || !TamLogClient::CanReceive(result))
     return TAMLOG_BAD_ARGUMENT;
   return Guarded([&] {
     const auto* const first = static_cast<const char*>(bytes);
@@ -210,7 +209,8 @@ tamlog_status TAMLOG_CALL tamlog_repair_file(const char* path, const char* outpu
                                              const tamlog_repair_options* options,
                                              tamlog_repair_result* result) {
   tamlog_repair_options taken;
-  if (path == nullptr || output == nullptr || !TakeOptions(options, taken) || !TamLogClient::HasSize(result))
+  if (path == nullptr || output == nullptr || !TakeOptions(options, taken) ||
+      !TamLogClient::CanReceive(result))
     return TAMLOG_BAD_ARGUMENT;
   return Guarded([&] { return Repair(path, output, taken, result); });
 }

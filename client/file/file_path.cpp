@@ -1,6 +1,7 @@
 #include "client/file/file_path.h"
 
 #include <cerrno>
+#include <system_error>
 
 namespace TamLogClient {
 
@@ -11,6 +12,14 @@ std::filesystem::path PathOf(const std::string& utf8) {
 Status StatusOfErrno(int error) {
   if (error == ENOENT || error == ENOTDIR) return Status::NotFound;
   return error == EACCES || error == EPERM ? Status::AccessDenied : Status::SystemError;
+}
+
+Status OpenForReading(const std::string& path, std::ifstream& file) {
+  std::error_code ignored;
+  if (std::filesystem::is_directory(PathOf(path), ignored)) return Status::NotAFile;
+  errno = 0;
+  file.open(PathOf(path), std::ios::binary);
+  return file.is_open() ? Status::Ok : StatusOfErrno(errno);
 }
 
 }  // namespace TamLogClient

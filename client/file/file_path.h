@@ -1,8 +1,10 @@
 #pragma once
 
-// Names of files as users give them: UTF-8 on every system, whatever code page Windows has.
+// Paths as users give them (UTF-8 on every system, whatever code page Windows has), and what the system says
+// of the files there. May be called from any thread.
 
 #include <filesystem>
+#include <fstream>
 #include <string>
 
 #include "client/message/status.h"
@@ -11,7 +13,12 @@ namespace TamLogClient {
 
 std::filesystem::path PathOf(const std::string& utf8);
 
-// What `errno` says of a file that could not be opened: NotFound, AccessDenied or SystemError.
+// Returns the status for the `errno` of a file that could not be opened: NotFound, AccessDenied or
+// SystemError.
 Status StatusOfErrno(int error);
+
+// Opens the file at `path` (UTF-8) for reading its bytes. A directory is NotAFile; devices and pipes can be
+// read.
+Status OpenForReading(const std::string& path, std::ifstream& file);
 
 }  // namespace TamLogClient

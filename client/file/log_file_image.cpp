@@ -1,13 +1,13 @@
 #include "client/file/log_file_image.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <system_error>
 
 #include "client/file/file_path.h"
+#include "client/log/ring.h"
 
 namespace TamLogClient {
 
@@ -23,8 +23,7 @@ LockNames LogFileImage::Names() const {
 }
 
 bool LogFileImage::HeaderIsSound() const {
-  return HasHead() && header.messageCount >= 0 && header.nextSlot >= 0 &&
-         header.messageCount <= header.maxMessages && header.nextSlot < header.maxMessages;
+  return HasHead() && RingIsSound(header);
 }
 
 std::uint64_t LogFileImage::SlotsThere() const {
@@ -41,27 +40,12 @@ LogMessage LogFileImage::At(std::uint64_t offset) const {
 }
 
 std::vector<std::uint32_t> LogFileImage::RingSlots() const {
-  std::vector<std::uint32_t> slots;
-  if (!HeaderIsSound()) return slots;
-  const auto there = static_cast<std::int64_t>(SlotsThere());
-  const auto add = [&slots, there](std::int64_t from, std::int64_t to) {
-    for (std::int64_t slot = from; slot < std::min(to, there); ++slot)
-      slots.push_back(static_cast<std::uint32_t>(slot));
-  };
-  const std::int64_t first = std::int64_t{header.nextSlot} - header.messageCount;
-  if (first < 0) add(first + header.maxMessages, header.maxMessages);
-  add(std::max<std::int64_t>(first, 0), header.nextSlot);
-  return slots;
+  return HeaderIsSound() ? TamLogClient::RingSlots(header, SlotsThere()) : std::vector<std::uint32_t>{};
 }
 
-std::size_t FallingStretch(const std::vector<std::uint64_t>& keys) {
-  std::size_t end = 0;
-  bool falls = false;
-  while (end + 1 < keys.size() && keys[end] >= keys[end + 1]) {
-    falls = falls || keys[end] > keys[end + 1];
-    ++end;
-  }
-  return falls ? end + 1 : 0;
+std::optional<std::uint64_t> LogFileImage::SlotAtOffset(std::uint64_t offset) {
+  if (offset < kSlotsOffset || (offset - kSlotsOffset) % sizeof(LogMessage) != 0) return std::nullopt;
+  return (offset - kSlotsOffset) / sizeof(LogMessage);
 }
 
 std::string ImageOf(const LogSnapshot& snapshot) {
@@ -78,10 +62,8 @@ Status ReadFileBytes(const std::string& path, std::string& bytes) {
   bytes.clear();
   const std::filesystem::path name = PathOf(path);
   std::error_code error;
-  if (std::filesystem::is_directory(name, error)) return Status::NotFound;
-  errno = 0;
-  std::ifstream file(name, std::ios::binary);
-  if (!file) return StatusOfErrno(errno);
+  std::ifstream file;
+  if (const Status status = OpenForReading(path, file); status != Status::Ok) return status;
   if (std::filesystem::is_fifo(name, error)) {
     constexpr std::size_t kChunk = std::size_t{1} << 20U;
     while (file) {  // a pipe has no size before its end

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -37,6 +38,8 @@ class LogFileImage {
   // Whole slots that are there, whatever the header says of its capacity.
   std::uint64_t SlotsThere() const;
   static std::uint64_t OffsetOf(std::uint64_t slot) { return kSlotsOffset + sizeof(LogMessage) * slot; }
+  // Returns the slot that begins at `offset`; nothing when none does.
+  static std::optional<std::uint64_t> SlotAtOffset(std::uint64_t offset);
   LogMessage Slot(std::uint64_t slot) const { return At(OffsetOf(slot)); }
 
   // The message that begins at `offset`, filled up with zeros where the bytes end.
@@ -50,15 +53,11 @@ class LogFileImage {
   LogFileHeader header{};
 };
 
-// How many of the first `keys` (oldest slot first) run backwards in time, as a full rewrite of the ring
-// leaves them; 0 when the first two do not.
-std::size_t FallingStretch(const std::vector<std::uint64_t>& keys);
-
 // The bytes that a file with this content has; the lock names are zeros.
 std::string ImageOf(const LogSnapshot& snapshot);
 
-// Reads the whole file at `path` (UTF-8) with ordinary reads, so that a file that shrinks meanwhile gives
-// what is left. `bytes` is empty unless the result is Ok. A directory is NotFound.
+// Reads the whole file at `path` (UTF-8) with ordinary reads, so that of a file that shrinks meanwhile what
+// is left is returned. NotFound, NotAFile (a directory), AccessDenied and SystemError leave `bytes` empty.
 Status ReadFileBytes(const std::string& path, std::string& bytes);
 
 // Whether two paths (UTF-8) name one file, links included. A file that does not exist is like its own name

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
@@ -12,6 +11,7 @@
 #include <vector>
 
 #include "client/file/file_path.h"
+#include "client/log/ring.h"
 
 namespace TamLogClient {
 
@@ -40,8 +40,7 @@ std::uint64_t ReadSlots(std::ifstream& file, std::uint64_t expected, std::vector
 void Judge(LogFileContents& contents, std::uint64_t bytes) {
   const LogFileHeader& header = contents.snapshot.header;
   const std::string there = std::to_string(contents.snapshot.slots.size());
-  if (header.maxMessages <= 0 || header.messageCount < 0 || header.messageCount > header.maxMessages ||
-      header.nextSlot < 0 || header.nextSlot >= header.maxMessages) {
+  if (!RingIsSound(header)) {
     contents.remark = "the header makes no sense (capacity " + std::to_string(header.maxMessages) +
                       ", messages " + std::to_string(header.messageCount) + ", next slot " +
                       std::to_string(header.nextSlot) + ")";
@@ -61,17 +60,9 @@ void Judge(LogFileContents& contents, std::uint64_t bytes) {
 
 LogFileContents ReadLogFile(const std::string& path) {
   LogFileContents contents;
-  std::error_code error;
-  if (fs::is_directory(PathOf(path), error)) {
-    contents.status = Status::NotFound;
-    return contents;
-  }
-  errno = 0;
-  std::ifstream file(PathOf(path), std::ios::binary);
-  if (!file) {
-    contents.status = StatusOfErrno(errno);
-    return contents;
-  }
+  std::ifstream file;
+  contents.status = OpenForReading(path, file);
+  if (contents.status != Status::Ok) return contents;
   std::array<char, kSlotsOffset> head{};
   file.read(head.data(), static_cast<std::streamsize>(head.size()));
   if (static_cast<std::size_t>(file.gcount()) < head.size()) {
@@ -81,6 +72,7 @@ LogFileContents ReadLogFile(const std::string& path) {
   }
   std::memcpy(&contents.snapshot.header, head.data(), sizeof(LogFileHeader));
   std::vector<LogMessage>& slots = contents.snapshot.slots;
+  std::error_code error;
   if (fs::is_fifo(PathOf(path), error)) {
     // A pipe has no size before its end.
     Judge(contents, kSlotsOffset + ReadSlots(file, std::numeric_limits<std::uint64_t>::max(), slots));

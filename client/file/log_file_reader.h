@@ -15,9 +15,9 @@ struct LogFileContents {
   LogSnapshot snapshot;
 };
 
-// Reads the whole file at `path` (UTF-8), or a pipe to its end. NotFound, AccessDenied and SystemError leave
-// the snapshot empty. A file that is short, or whose header makes no sense, gives the messages that are there
-// and Damaged.
+// Reads the whole file at `path` (UTF-8), or a pipe to its end. NotFound, NotAFile (a directory),
+// AccessDenied and SystemError leave the snapshot empty. A file that is too short or whose header makes no
+// sense is Damaged; the snapshot then holds the messages that could be read.
 LogFileContents ReadLogFile(const std::string& path);
 
 }  // namespace TamLogClient

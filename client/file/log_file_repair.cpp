@@ -7,6 +7,7 @@
 #include <unordered_set>
 #include <utility>
 
+#include "client/log/ring.h"
 #include "client/message/log_message_view.h"
 #include "client/message/time_text.h"
 
@@ -132,12 +133,8 @@ std::optional<std::uint64_t> Planner::NextMessage(std::uint64_t from, std::uint6
 }
 
 bool Planner::InRing(std::uint64_t offset) const {
-  if (!plan.headerTrusted || offset < kSlotsOffset || (offset - kSlotsOffset) % kSlotSize != 0) return false;
-  const LogFileHeader& header = image.Header();
-  const auto slot = static_cast<std::int64_t>((offset - kSlotsOffset) / kSlotSize);
-  const std::int64_t age =
-      slot < header.nextSlot ? header.nextSlot - slot : header.nextSlot - slot + header.maxMessages;
-  return slot < header.maxMessages && age <= header.messageCount;
+  const auto slot = LogFileImage::SlotAtOffset(offset);
+  return plan.headerTrusted && slot && HoldsMessage(image.Header(), *slot);
 }
 
 // Messages that the header does not count: cleared, or cut off by a header that is wrong and makes sense.
@@ -173,7 +170,7 @@ std::uint64_t Planner::CarveAt(std::uint64_t offset) {
     return offset + kSlotSize;
   }
   // Without a date only its place tells a message from other bytes.
-  const bool onGrid = offset % kSlotSize == kSlotsOffset % kSlotSize ||
+  const bool onGrid = LogFileImage::SlotAtOffset(offset) ||
                       (!plan.oldestFirst.empty() && plan.oldestFirst.back().offset + kSlotSize == offset);
   auto reason = rest < kNeeded ? std::optional(LossReason::Missing) : Judge(message);
   if (!reason && !onGrid) reason = LossReason::NotMessage;

@@ -11,7 +11,7 @@
 
 #include "client/file/file_path.h"
 #include "client/file/read_ahead.h"
-#include "client/log/log_tail.h"
+#include "client/log/ring.h"
 #include "client/message/log_message_view.h"
 
 namespace TamLogClient {
@@ -25,9 +25,7 @@ bool ReadAt(std::ifstream& file, std::uint64_t offset, void* to, std::size_t byt
 }
 
 bool HeaderFits(const LogFileHeader& header, std::uint64_t bytes) {
-  return header.maxMessages > 0 && header.messageCount >= 0 && header.messageCount <= header.maxMessages &&
-         header.nextSlot >= 0 && header.nextSlot < header.maxMessages &&
-         bytes == LogFileSize(static_cast<std::uint64_t>(header.maxMessages));
+  return RingIsSound(header) && bytes == LogFileSize(static_cast<std::uint64_t>(header.maxMessages));
 }
 
 // A survey of some of a file's messages, and the times at its ends.

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <utility>
 
+#include "client/log/ring.h"
 #include "client/message/log_message_view.h"
 #include "client/message/time_text.h"
 
@@ -87,12 +88,9 @@ void Verifier::CheckHeader() {
 void Verifier::CheckSlotsInFile() {
   const LogFileHeader& header = image.Header();
   const auto there = static_cast<std::int64_t>(image.SlotsThere());
-  const auto gone = [there](std::int64_t from, std::int64_t to) {
-    return std::max<std::int64_t>(0, to - std::max(from, there));
-  };
-  const std::int64_t first = std::int64_t{header.nextSlot} - header.messageCount;
-  const std::int64_t missing = gone(std::max<std::int64_t>(first, 0), header.nextSlot) +
-                               (first < 0 ? gone(first + header.maxMessages, header.maxMessages) : 0);
+  std::int64_t missing = 0;
+  for (const SlotRun& run : NewestRuns(header, header.messageCount))
+    missing += std::max<std::int64_t>(0, run.end - std::max(run.begin, there));
   if (missing == 0) return;
   Note(FileRule::SlotsInFile, static_cast<std::uint32_t>(there), image.Size(),
        std::to_string(missing) + " slots of messages behind the file's end",

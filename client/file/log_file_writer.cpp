@@ -32,11 +32,6 @@ std::string TemporaryName(const std::string& target) {
   return {};
 }
 
-Status StatusOf(int error) {
-  if (error == ENOENT || error == ENOTDIR) return Status::NotFound;
-  return error == EACCES || error == EPERM ? Status::AccessDenied : Status::SystemError;
-}
-
 template <typename Record>
 std::string_view BytesOf(const Record& record) {
   return {reinterpret_cast<const char*>(&record), sizeof(record)};
@@ -57,14 +52,15 @@ Status AtomicFile::Open(const std::string& path, bool overwrite) {
   const bool known = kind != fs::file_type::none && kind != fs::file_type::unknown;
   const bool isFile = kind == fs::file_type::regular || kind == fs::file_type::not_found;
   // A device would not be written but lose its name.
-  if ((known && !isFile) || (!overwrite && IsThere(path))) return Status::BadValue;
+  if (known && !isFile) return Status::NotAFile;
+  if (!overwrite && IsThere(path)) return Status::Exists;
   target = path;
   mayOverwrite = overwrite;
   std::string name = TemporaryName(path);
   if (name.empty()) return Status::SystemError;
   errno = 0;
   file.open(PathOf(name), std::ios::binary | std::ios::trunc);
-  if (!file) return StatusOf(errno);
+  if (!file) return StatusOfErrno(errno);
   temporary = std::move(name);
   return Status::Ok;
 }
@@ -79,7 +75,7 @@ Status AtomicFile::Commit() {
   const bool whole = file.good();
   file.close();
   if (!whole || file.fail()) return Status::SystemError;
-  if (!mayOverwrite && IsThere(target)) return Status::BadValue;
+  if (!mayOverwrite && IsThere(target)) return Status::Exists;
   std::error_code error;
   fs::rename(PathOf(temporary), PathOf(target), error);
   if (error) return error == std::errc::permission_denied ? Status::AccessDenied : Status::SystemError;
@@ -104,7 +100,7 @@ Status WriteLogFile(const std::string& path, std::uint64_t count, const MessageA
   bool good = file.Write(BytesOf(header)) && file.Write(BytesOf(names));
   std::uint64_t key = 0;
   for (std::uint64_t i = 0; good && i < count; ++i) {
-    if (goOn && !goOn(i)) return Status::SystemError;
+    if (goOn && !goOn(i)) return Status::Interrupted;
     LogMessage message = messageAt(i);
     const LogMessageView view(message);
     if (view.Damaged() || view.Key() < key) return Status::BadValue;
@@ -114,7 +110,7 @@ Status WriteLogFile(const std::string& path, std::uint64_t count, const MessageA
   }
   const LogMessage empty{};
   for (std::uint64_t i = count; good && i < capacity; ++i) {
-    if (goOn && !goOn(i)) return Status::SystemError;
+    if (goOn && !goOn(i)) return Status::Interrupted;
     good = file.Write(BytesOf(empty));
   }
   return good ? file.Commit() : Status::SystemError;

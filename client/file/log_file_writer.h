@@ -22,15 +22,15 @@ class AtomicFile {
   AtomicFile(const AtomicFile&) = delete;
   AtomicFile& operator=(const AtomicFile&) = delete;
 
-  // `path` in UTF-8. BadValue when something of this name is there and may not be overwritten, or is no file;
-  // NotFound when
-  // its directory does not exist.
+  // `path` in UTF-8. NotAFile for a directory or a device; Exists for a file that may not be overwritten;
+  // NotFound when the directory does not exist.
   Status Open(const std::string& path, bool overwrite);
 
   // False once a write has failed.
   bool Write(std::string_view bytes);
 
-  // Gives the file its name. Otherwise nothing is left of it.
+  // Gives the file its name; unless the result is Ok, nothing is left of it. Exists when another program has
+  // meanwhile written a file of this name that may not be overwritten.
   Status Commit();
 
  private:
@@ -43,12 +43,13 @@ class AtomicFile {
 // Gives message `index`, from 0 for the oldest. It passes the rules of the format.
 using MessageAt = std::function<LogMessage(std::uint64_t index)>;
 
-// Told before each slot is written; false ends the writing.
+// Called before each slot is written; false ends the writing.
 using GoOn = std::function<bool(std::uint64_t slot)>;
 
 // Writes a log file of `capacity` slots with `count` messages, which are in time order, oldest first. They
-// are numbered from 0 on. BadValue, besides the above, when they do not fit, or when one of them would make a
-// server empty the file, and SystemError when `goOn` ends it: nothing is left then.
+// are numbered from 0 on. Returns the statuses of AtomicFile; BadValue when the messages do not fit, or when
+// one of them would make a server empty the file; Interrupted when `goOn` returned false. Unless the result
+// is Ok, nothing is left of the file.
 Status WriteLogFile(const std::string& path, std::uint64_t count, const MessageAt& messageAt,
                     std::uint32_t capacity, bool overwrite, const GoOn& goOn = {});
 

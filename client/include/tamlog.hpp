@@ -1,8 +1,9 @@
 #pragma once
 
-// The client library of the Torvane Log Server for C++20: thin owners over tamlog.h, header-only.
+// The client library of the Torvane Log Server for C++20: header-only owners of the handles of tamlog.h. That
+// header states units, ranges and statuses; this one states what differs.
 //
-//   tamlog::Sender log;                                   // never waits for the server
+//   tamlog::Sender log;                                   // queues; a thread sends
 //   log.Submit({.type = 1, .source = "Stage", .text = "homed"});
 //
 //   auto reader = tamlog::Reader::Live();
@@ -12,9 +13,10 @@
 //     if (item && item->kind == tamlog::ItemKind::Message) Show(item->message);
 //   }
 //
-// What cannot be done throws tamlog::Error, which carries the status; what is to be expected (nothing came in
-// time, no room, the end) is a return value. Owners are move-only; a moved-from one may only be destroyed or
-// assigned to. Threads as in tamlog.h: clients and senders by any number, a reader by one at a time.
+// A failure throws tamlog::Error with its status. An expected outcome (nothing came in time, no room, the
+// end) is a return value. Client, Sender and Reader are move-only; a moved-from one may only be destroyed or
+// assigned to. Threads: any number of threads may use a client or a sender at once; one thread at a time may
+// use a reader.
 
 #include <tamlog.h>
 
@@ -35,6 +37,7 @@
 
 namespace tamlog {
 
+// The failure of a call: what() says what was being done and why it failed.
 class Error : public std::runtime_error {
  public:
   Error(const std::string& doing, tamlog_status status)
@@ -45,10 +48,12 @@ class Error : public std::runtime_error {
   tamlog_status code;
 };
 
+// Throws unless the status is TAMLOG_OK.
 inline void Check(const char* doing, tamlog_status status) {
   if (status != TAMLOG_OK) throw Error(doing, status);
 }
 
+// Returns a structure of tamlog.h that is initialized as by TAMLOG_INIT.
 template <class Structure>
 Structure Make() {
   Structure structure;
@@ -60,13 +65,14 @@ Structure Make() {
 
 using Time = tamlog_time;
 
+// Returns this machine's local time.
 inline Time Now() {
   Time now{};
   tamlog_now(&now);
   return now;
 }
 
-// Of a clock without zone: std::chrono::local_time, or a point of time of another clock made into one.
+// Converts a local time, which has no zone.
 inline Time ToTime(std::chrono::local_time<std::chrono::milliseconds> point) {
   const auto midnight = std::chrono::floor<std::chrono::days>(point);
   const std::chrono::year_month_day date(midnight);
@@ -87,7 +93,7 @@ enum class Format : std::int32_t {
   Csv = TAMLOG_FORMAT_CSV,
 };
 
-// A message as read. Texts are bytes without a stated encoding.
+// A message as read. Its texts are bytes without a stated encoding; they are valid as long as the message.
 class Message {
  public:
   Message() : raw(Make<tamlog_message>()) {}
@@ -98,16 +104,18 @@ class Message {
   std::uint32_t Type() const { return raw.type; }
   const Time& When() const { return raw.time; }
   bool TimeIsReal() const { return tamlog_time_is_real(&raw.time) != 0; }
-  // Given by the server, and given again: shows order, identifies nothing.
+  // The server's number; it may be reused, so it shows order and identifies nothing.
   std::uint64_t Sequence() const { return raw.sequence; }
+  // Dated before a message that Reader::Next returned earlier.
   bool Late() const { return (raw.flags & TAMLOG_MESSAGE_LATE) != 0; }
+  // Breaks a rule of the file.
   bool Damaged() const { return (raw.flags & TAMLOG_MESSAGE_DAMAGED) != 0; }
   std::span<const std::uint8_t, 8> Origin() const { return std::span<const std::uint8_t, 8>(raw.origin); }
   std::span<const std::uint8_t, 4> Tail() const { return std::span<const std::uint8_t, 4>(raw.tail); }
   const tamlog_message& Raw() const { return raw; }
   tamlog_message& Raw() { return raw; }
 
-  // One line with its line end. `flags`: TAMLOG_FORMAT_TERMINAL, TAMLOG_FORMAT_COLOR.
+  // Returns one line with its line end. `flags`: TAMLOG_FORMAT_TERMINAL, TAMLOG_FORMAT_COLOR.
   std::string ToLine(Format format = Format::Short, std::uint32_t flags = 0) const {
     std::string line(8192, '\0');
     std::uint64_t length = 0;
@@ -121,19 +129,19 @@ class Message {
   tamlog_message raw;
 };
 
-// A message to be sent.
+// A message to be submitted. Its texts have to be valid until the call returns.
 struct Entry {
-  std::uint32_t type = 0;  // 0 to 3
-  std::string_view source{};
-  std::string_view text{};
-  std::optional<Time> time{};  // nothing: now
-  std::array<std::uint8_t, 8> origin{};
+  std::uint32_t type = 0;                // 0 to 3
+  std::string_view source{};             // at most 256 bytes
+  std::string_view text{};               // at most 256 bytes; any length for a sender
+  std::optional<Time> time{};            // nothing: now
+  std::array<std::uint8_t, 8> origin{};  // all 0: a sender sets numbers of its own
   std::array<std::uint8_t, 4> tail{};
 
   tamlog_entry ToRaw() const {
     auto raw = Make<tamlog_entry>();
     raw.type = type;
-    // A length of 0 would mean "up to the zero byte", which a view need not have.
+    // An empty view stays null: a length of 0 would mean "up to the zero byte", which a view need not have.
     if (!source.empty()) raw.source = source.data();
     if (!text.empty()) raw.text = text.data();
     raw.source_length = source.size();
@@ -155,6 +163,7 @@ struct Closer {
 
 // --- Client: one call, one answer.
 
+// A connection to the server; connects when a call needs it.
 class Client {
  public:
   explicit Client(tamlog_client_options options = Make<tamlog_client_options>()) {
@@ -163,13 +172,14 @@ class Client {
     handle.reset(opened);
   }
 
-  // Whether the server answers. Throws only when asking is not possible here at all.
+  // Returns whether the server answers. Throws only for TAMLOG_NOT_SUPPORTED and TAMLOG_BAD_ARGUMENT.
   bool Ping() {
     const tamlog_status status = tamlog_client_ping(handle.get());
     if (status == TAMLOG_NOT_SUPPORTED || status == TAMLOG_BAD_ARGUMENT)
       throw Error("asking the server", status);
     return status == TAMLOG_OK;
   }
+  // Submits a message and waits for the answer; the server's filters may still drop it.
   void Submit(const Entry& entry) {
     const tamlog_entry raw = entry.ToRaw();
     Check("submitting a message", tamlog_client_submit(handle.get(), &raw));
@@ -179,6 +189,7 @@ class Client {
     Check("reading the settings", tamlog_client_get_settings(handle.get(), &settings));
     return settings;
   }
+  // Replaces all settings. The server restarts a second later.
   void SetSettings(const tamlog_settings& settings) {
     Check("changing the settings", tamlog_client_set_settings(handle.get(), &settings));
   }
@@ -192,6 +203,7 @@ class Client {
       filters.push_back(filter);
     }
   }
+  // `text`: at most 127 bytes. `include`: true for an include filter, false for an exclude filter.
   void AddFilter(std::string_view text, bool include) {
     auto filter = Make<tamlog_filter>();
     filter.include = include ? 1 : 0;
@@ -200,14 +212,18 @@ class Client {
     Check("adding a filter", tamlog_client_add_filter(handle.get(), &filter));
   }
   void ClearFilters() { Check("removing the filters", tamlog_client_clear_filters(handle.get())); }
+  // Paths of the server are in the code page of its machine. LogFile is the path of the next start.
   std::string LogFile() { return Path("asking for the log file", tamlog_client_get_log_file); }
   std::string DefaultLogFile() {
     return Path("asking for the default log file", tamlog_client_get_default_log_file);
   }
+  // Takes effect at the next stop of the server. `path`: absolute, at most 255 bytes.
   void SetLogFile(const std::string& path) {
     Check("setting the log file", tamlog_client_set_log_file(handle.get(), path.c_str()));
   }
+  // Empties the log. The server restarts a second later.
   void ClearLog() { Check("clearing the log", tamlog_client_clear_log(handle.get())); }
+  // Ends the connection; the next call connects again.
   void Disconnect() { tamlog_client_disconnect(handle.get()); }
 
  private:
@@ -223,6 +239,8 @@ class Client {
 
 // --- Sender: messages from a queue, without waiting.
 
+// A queue of messages and a thread that sends them. The destructor sends what still waits for `close_ms` at
+// most.
 class Sender {
  public:
   explicit Sender(tamlog_sender_options options = Make<tamlog_sender_options>()) {
@@ -231,22 +249,22 @@ class Sender {
     handle.reset(opened);
   }
 
-  // False when there was no room, or the sender was finished: that is in the counters as well. Throws for
-  // what cannot be a message (TAMLOG_TOO_LONG, TAMLOG_BAD_VALUE).
+  // Queues a message. Returns false when there is no room or the sender was finished; the counters show both.
+  // Throws for what cannot be a message (TAMLOG_TOO_LONG, TAMLOG_BAD_VALUE).
   bool Submit(const Entry& entry) {
     const tamlog_status status = TrySubmit(entry);
     if (status == TAMLOG_DROPPED || status == TAMLOG_CLOSED) return false;
     Check("submitting a message", status);
     return true;
   }
-  // Never throws: for logging from places that must not fail.
+  // Queues a message like Submit, but never throws: for places that must not fail.
   tamlog_status TrySubmit(const Entry& entry) noexcept {
     const tamlog_entry raw = entry.ToRaw();
     return tamlog_sender_submit(handle.get(), &raw);
   }
-  // False when something is still waiting after the time.
+  // Waits until all messages submitted before have left the queue; returns false when some are still waiting.
   bool Flush(std::uint32_t timeoutMs) { return InTime(tamlog_sender_flush(handle.get(), timeoutMs)); }
-  // Sends the rest and takes nothing more; false when something was left over, which is counted as dropped.
+  // Accepts no more messages and sends what is waiting; returns false when some of it was dropped.
   bool Finish(std::uint32_t timeoutMs) { return InTime(tamlog_sender_finish(handle.get(), timeoutMs)); }
   tamlog_sender_counters Counters() const {
     auto counters = Make<tamlog_sender_counters>();
@@ -284,36 +302,38 @@ enum class ItemKind : std::int32_t {
   Blocked = TAMLOG_ITEM_BLOCKED,
 };
 
+// A message, or something that happened to the log.
 struct Item {
   ItemKind kind = ItemKind::Message;
   tamlog::Message message;                // ItemKind::Message
-  std::uint64_t lostLeast = 0;            // ItemKind::Lost
-  std::optional<std::uint64_t> lostMost;  // nothing: no limit is known
+  std::uint64_t lostLeast = 0;            // ItemKind::Lost: messages
+  std::optional<std::uint64_t> lostMost;  // ItemKind::Lost: messages; nothing: no upper limit is known
 };
 
+// A copy of the log, and a position from which it is followed (Next, Wait).
 class Reader {
  public:
   static constexpr std::uint32_t kUsualTimeoutMs = 5000;
 
-  // The running server's log, copied. Holds nothing between calls until Wait or Next is called; from then on
-  // a thread of its own lets go of the log when the server stops.
+  // Copies the running server's log. Holds nothing between calls until Wait or Next is called; from then on
+  // the reader keeps the log open, and a thread of its own closes it when the server stops.
   static Reader Live(tamlog_reader_options options = Make<tamlog_reader_options>()) {
     tamlog_reader* opened = nullptr;
     const tamlog_status status = tamlog_reader_open_live(&options, &opened);
     return {"opening the log", status, opened};
   }
-  // A file, read as a whole. `path` is UTF-8.
+  // Reads a file as a whole and keeps nothing open. `path` is UTF-8.
   static Reader File(const std::string& path) {
     tamlog_reader* opened = nullptr;
     const tamlog_status status = tamlog_reader_open_file(path.c_str(), &opened);
     return {path, status, opened};
   }
 
-  // Copies anew.
+  // Copies the log, or reads the file, again. Does not move the position of Next.
   void Snapshot(std::uint32_t timeoutMs = kUsualTimeoutMs) {
     Take("reading the log", tamlog_reader_snapshot(handle.get(), timeoutMs));
   }
-  // What the copy holds, oldest first.
+  // The number of messages in the copy, and one of them or all; index 0 is the oldest in time.
   std::uint32_t Count() const { return tamlog_reader_count(handle.get()); }
   Message At(std::uint32_t index) const {
     Message message;
@@ -325,16 +345,17 @@ class Reader {
     for (std::uint32_t i = 0; i < messages.size(); ++i) messages[i] = At(i);
     return messages;
   }
+  // Describes the log as of the copy.
   tamlog_log_info Info() const {
     auto info = Make<tamlog_log_info>();
     Check("reading the log's state", tamlog_reader_get_info(handle.get(), &info));
     return info;
   }
-  // The copy met bytes that break the rules of the file; Remark says which, as far as it can.
+  // Some bytes of the log break the rules of the file; Remark says which, as far as possible.
   bool Damaged() const { return damaged; }
   std::string Remark() const { return tamlog_reader_remark(handle.get()); }
 
-  // The next message or event; nothing when none came in time, or the file has no more (Ended).
+  // Returns the next message or event; nothing when none came in time, or the file has no more (Ended).
   std::optional<Item> Next(std::uint32_t timeoutMs) {
     auto raw = Make<tamlog_item>();
     const tamlog_status status = tamlog_reader_next(handle.get(), timeoutMs, &raw);
@@ -347,15 +368,16 @@ class Reader {
   }
   bool Ended() const { return ended; }
 
+  // Waits until the log changes, and returns how. Live readers only: throws with TAMLOG_END for a file.
   Change Wait(std::uint32_t timeoutMs) {
     std::int32_t change = TAMLOG_NOP;
     Check("waiting for the log", tamlog_reader_wait(handle.get(), timeoutMs, &change));
     return static_cast<Change>(change);
   }
 
-  // DANGEROUS: calls `look(const tamlog_view&)` with the log in place, while the server cannot write; see
-  // tamlog_reader_with_view for what `look` must not do. What it throws all the same is thrown on. False when
-  // it overran its budget, or the log could not be entered in time.
+  // DANGEROUS: calls `look(const tamlog_view&)` with the log in place, while the server cannot write. See
+  // tamlog_reader_with_view for what `look` must not do. An exception of `look` is rethrown. Returns false
+  // when `look` exceeded its budget, or access to the log timed out.
   template <class Look>
   bool WithView(std::uint32_t budgetUs, Look&& look) {
     using Target = std::remove_reference_t<Look>;
@@ -379,26 +401,28 @@ class Reader {
     return true;
   }
 
-  // Cursors: a message remembered as text.
+  // A cursor is a text that identifies a message of the copy, also after restarts and rewrites of the log.
   std::string CursorAt(std::uint32_t index) const {
     std::array<char, 256> buffer{};
     Check("making a cursor",
           tamlog_reader_get_cursor(handle.get(), index, buffer.data(), buffer.size(), nullptr));
     return buffer.data();
   }
-  // Of the message that Next gave last.
+  // The cursor of the message that Next returned last.
   std::string LastCursor() const {
     std::array<char, 256> buffer{};
     Check("making a cursor", tamlog_reader_last_cursor(handle.get(), buffer.data(), buffer.size(), nullptr));
     return buffer.data();
   }
-  // Next goes on behind the cursor's message; false when that is gone, then with the first that is later.
+  // Lets Next continue after the cursor's message. Returns false when that message is gone; then Next
+  // continues with the first one dated later.
   bool Seek(const std::string& cursor) {
     const tamlog_status status = tamlog_reader_seek(handle.get(), cursor.c_str());
     if (status != TAMLOG_NOT_FOUND) Check("going to a cursor", status);
     return status == TAMLOG_OK;
   }
   void SeekOldest() { Check("going to the oldest message", tamlog_reader_seek(handle.get(), nullptr)); }
+  // Returns whether the cursor's message is in the copy.
   bool Test(const std::string& cursor) const {
     const tamlog_status status = tamlog_reader_test_cursor(handle.get(), cursor.c_str());
     if (status != TAMLOG_NOT_FOUND) Check("testing a cursor", status);
@@ -421,20 +445,21 @@ class Reader {
 
 // --- Verifying and repairing files.
 
-// A rule of the file that is broken; `rule` is one of TAMLOG_RULE_..., `name` the same in words.
+// A violation of a rule.
 struct Finding {
-  std::int32_t rule = 0;
+  std::int32_t rule = 0;              // TAMLOG_RULE_...
   bool damage = false;                // otherwise a remark
   std::optional<std::uint32_t> slot;  // nothing: about the file as a whole
-  std::uint64_t offset = 0;
-  std::string name;
-  std::string seen;
+  std::uint64_t offset = 0;           // of the field in the file, in bytes
+  std::string name;                   // as of tamlog_rule_name
+  std::string seen;                   // the value in the file
   std::string allowed;
 };
 
+// The result of VerifyFile and VerifyImage.
 struct VerifyReport {
   tamlog_verify_result counts = Make<tamlog_verify_result>();
-  std::vector<Finding> findings;  // header first, then oldest slot first
+  std::vector<Finding> findings;  // those of the header first, then those of the slots, oldest first
 
   bool Damaged() const { return counts.damage > 0; }
   // A server with the file's capacity keeps the messages.
@@ -444,28 +469,29 @@ struct VerifyReport {
   }
 };
 
-// What could not be saved, or only changed; `kind` is one of TAMLOG_NOTE_...
+// A message that was lost or changed.
 struct RepairNote {
-  std::int32_t kind = 0;
-  bool saved = false;                 // the message is in the output, changed
-  std::optional<std::uint32_t> slot;  // nothing: not at a slot's place
-  std::uint64_t offset = 0;
+  std::int32_t kind = 0;              // TAMLOG_NOTE_...
+  bool saved = false;                 // the message is in the output, changed; otherwise it is lost
+  std::optional<std::uint32_t> slot;  // nothing: the bytes do not begin at a slot
+  std::uint64_t offset = 0;           // in the damaged file, in bytes
   std::uint64_t bytes = 0;
   std::uint64_t messages = 0;  // at most
-  std::string text;
+  std::string text;            // the kind in words
 };
 
+// The result of RepairFile.
 struct RepairReport {
   tamlog_repair_result counts = Make<tamlog_repair_result>();
   std::vector<RepairNote> notes;  // losses first
 };
 
 struct RepairOptions {
-  bool carve = false;
-  bool unique = false;
-  bool replace = false;        // an output that exists already
-  std::uint32_t capacity = 0;  // of the output; 0: the damaged file's own, and room for all
-  std::uint64_t most = 0;      // notes of losses, and as many of changes; 0: 20
+  bool carve = false;          // TAMLOG_REPAIR_CARVE
+  bool unique = false;         // TAMLOG_REPAIR_UNIQUE
+  bool replace = false;        // TAMLOG_REPAIR_REPLACE
+  std::uint32_t capacity = 0;  // of the output, in messages; 0: the damaged file's, or more to save all
+  std::uint64_t most = 0;      // the most notes of losses, and the most of changes; 0: 20
 };
 
 namespace detail {
@@ -483,7 +509,7 @@ inline RepairNote Copy(const tamlog_repair_note& raw) {
   return {raw.kind, raw.saved != 0, SlotOf(raw.slot), raw.offset, raw.bytes, raw.messages, raw.text};
 }
 
-// Takes what a function of the library tells, one by one; what that throws is kept for Rethrow.
+// Collects what a function of the library reports, one by one. An exception meanwhile is kept for Rethrow.
 template <class Item, class Raw>
 class Collector {
  public:
@@ -524,8 +550,9 @@ VerifyReport CollectFindings(const std::string& doing, std::uint64_t most, bool 
 
 }  // namespace detail
 
-// `most` findings of each rule are listed, 0: 20; all are counted. Damage is no error here. `live`: it is the
-// log of a running server, whose mark and whose readers are as usual.
+// Check a file, or the bytes of one, against all rules. Damage does not throw. `most`: the most findings of
+// one rule that are listed, 0: 20; all are counted. `live`: the bytes are those of a running server's log,
+// whose mark and readers are no remarks.
 inline VerifyReport VerifyFile(const std::string& path, std::uint64_t most = 0, bool live = false) {
   return detail::CollectFindings(path, most, live, [&](const auto& options, auto& counts) {
     return tamlog_verify_file(path.c_str(), &options, &counts);
@@ -537,7 +564,8 @@ inline VerifyReport VerifyImage(std::span<const std::byte> bytes, std::uint64_t 
   });
 }
 
-// Writes what can be saved of the file at `path` into `output`; never in place.
+// Writes what can be saved of the file at `path` into a new file at `output`. An Error's what() begins with
+// the name of the file that it is about.
 inline RepairReport RepairFile(const std::string& path, const std::string& output,
                                const RepairOptions& chosen = {}) {
   RepairReport report;

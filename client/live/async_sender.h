@@ -1,60 +1,76 @@
 #pragma once
 
-// Hands messages to the server without keeping their senders waiting: a bounded queue and one thread that
-// empties it. Times are those of the call, so that a message that waited is sorted in where it belongs.
+// Sends messages without making their senders wait for the server: a bounded queue, and one thread that
+// empties it. A message has the time of its Submit, so that it is sorted in where it belongs however long it
+// waited.
 //
-// While the server cannot be reached, the queue may grow by `fallbackCapacity`, and everything is sent when
-// the server is back. Nothing is lost in silence: each message ends in exactly one of the counters, and when
-// messages were dropped, a message of the sender's own ("12 messages dropped") tells the log so.
+//   AsyncSenderOptions options;
+//   options.now = LocalNow;
+//   AsyncSender sender(MakeLogClientTransport({}), options);
+//   sender.Submit({.type = 1, .source = "Stage", .text = "homed"});
 //
-// Thread-safe, but for the destructor. The server ends a connection after ten silent seconds: the sender
-// pings while messages came lately, and closes the connection when none did.
+// While the server cannot be reached, the queue may grow by `fallbackCapacity`; everything in it is sent when
+// the server is back. No message is lost silently: each one ends in exactly one of the counters, and after
+// dropped messages the sender logs a message of its own ("12 messages dropped").
+//
+// Thread-safe, except for the destructor. The server ends a connection after ten silent seconds: the sender
+// pings while the last message is recent, and closes the connection after that.
 
+#include <chrono>
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
+#include <thread>
+#include <vector>
 
+#include "client/live/retry_pause.h"
 #include "client/live/sender_transport.h"
 #include "client/message/status.h"
 #include "client/message/time_text.h"
+#include "records/log_file_format.h"
 
 namespace TamLogClient {
 
+// What Submit does when the queue is full.
 enum class Overflow : std::uint8_t {
-  Block,       // the caller waits for room; not while the server is away: then as DropNewest
-  DropNewest,  // the message handed in is dropped
-  DropOldest,  // the message that has waited longest is dropped
+  Block,       // waits for room; while the server cannot be reached: as DropNewest
+  DropNewest,  // drops the submitted message
+  DropOldest,  // drops the message that has waited longest
 };
 
+// What Submit does with a text of more than 256 bytes.
 enum class LongText : std::uint8_t {
-  Split,     // into several messages of the same time
-  Truncate,  // to the first 256 bytes
-  Refuse,    // not sent at all
+  Split,     // sends several messages of the same time
+  Truncate,  // sends the first 256 bytes, the mark "..." included
+  Refuse,    // sends nothing
 };
 
 struct AsyncSenderOptions {
   std::size_t queueCapacity = 1024;      // messages; at least 1
-  std::size_t fallbackCapacity = 10000;  // more messages while the server is away
+  std::size_t fallbackCapacity = 10000;  // more messages while the server cannot be reached
   Overflow overflow = Overflow::Block;
   LongText longText = LongText::Split;
   // Whether a message is sent again when the connection ended before the answer came. It may then be stored
-  // twice: both have the same `origin`. Otherwise it is counted as doubtful.
+  // twice, with the same `origin`. Otherwise it is counted as doubtful.
   bool resendDoubtful = true;
-  std::uint32_t retryMs = 250;          // pause after a failure; doubles from one to the next
-  std::uint32_t mostRetryMs = 5000;     // up to this
-  std::uint32_t pingMs = 3000;          // pings a connection that was silent for so long
-  std::uint32_t activeMs = 30000;       // as long as the last message is not older than this
-  std::uint32_t closeMs = 2000;         // the destructor's time for sending the rest
-  std::string noticeSource = "tamlog";  // of the message that tells of dropped ones
+  std::uint32_t retryMs = 250;       // pause after a failure; doubles from failure to failure ...
+  std::uint32_t mostRetryMs = 5000;  // ... up to this
+  std::uint32_t pingMs = 3000;       // a connection that was silent for this long is pinged ...
+  std::uint32_t activeMs = 30000;    // ... while the last message is not older than this; then it is closed
+  std::uint32_t closeMs = 2000;      // how long the destructor sends what still waits
+  std::string noticeSource = "tamlog";  // source of the message that reports dropped ones; at most 256 bytes
   std::uint32_t noticeType = 0;
-  std::function<TimeWords()> now;  // local time; may be called from several threads
+  std::function<TimeWords()> now;  // returns the local time; may be called from several threads; required
 };
 
 struct SenderEntry {
-  std::uint32_t type = 0;
+  std::uint32_t type = 0;     // 0 to 3
   std::string_view source{};  // at most 256 bytes
   std::string_view text{};    // any length
   TimeWords time{};           // all zero: now
@@ -74,14 +90,14 @@ enum class SendResult : std::uint8_t {
 //   submitted = waiting + sent + dropped + refused + doubtful.
 struct SenderCounters {
   std::uint64_t submitted = 0;
-  std::uint64_t waiting = 0;   // in the queue or on its way
-  std::uint64_t sent = 0;      // the server took them
-  std::uint64_t dropped = 0;   // no room, or still there when the sender was closed
+  std::uint64_t waiting = 0;   // in the queue or being sent
+  std::uint64_t sent = 0;      // accepted by the server
+  std::uint64_t dropped = 0;   // no room, or still waiting when the sender was closed
   std::uint64_t refused = 0;   // by the sender (too long, bad value, closed) or by the server
   std::uint64_t doubtful = 0;  // sent, but the answer did not come
   std::uint64_t resent = 0;    // attempts after an answer that did not come
-  std::uint64_t notices = 0;   // messages of the sender's own, in none of the numbers above
-  std::uint64_t connects = 0;  // connections that stood
+  std::uint64_t notices = 0;   // the sender's own messages, in none of the numbers above
+  std::uint64_t connects = 0;  // connections over which the server answered
   std::uint64_t failures = 0;  // attempts that did not reach the server
   std::uint64_t mostWaiting = 0;
   bool away = false;  // the last attempt did not reach the server
@@ -90,29 +106,75 @@ struct SenderCounters {
 
 class AsyncSender {
  public:
-  AsyncSender(std::unique_ptr<SenderTransport> transport, AsyncSenderOptions chosen);
+  // Starts the thread; does not connect. Throws std::invalid_argument without clock, transport or queue.
+  AsyncSender(std::unique_ptr<SenderTransport> senderTransport, AsyncSenderOptions chosen);
+
   // Closes with `closeMs`. No other thread may be in a call.
-  ~AsyncSender();
+  ~AsyncSender() { Close(options.closeMs); }
   AsyncSender(const AsyncSender&) = delete;
   AsyncSender& operator=(const AsyncSender&) = delete;
 
-  // Waits only with Overflow::Block. The texts are copied.
+  // Puts a message into the queue; its texts are copied. Waits only with Overflow::Block.
   SendResult Submit(const SenderEntry& entry);
 
-  // Waits until everything submitted before has left the queue, `timeoutMs` at most. False when something is
-  // still waiting. Makes the sender try at once to reach a server that is away.
+  // Waits until everything submitted before has left the queue, `timeoutMs` at most. Returns false when
+  // something is still waiting. A server that could not be reached is tried again at once.
   bool Flush(std::uint32_t timeoutMs);
 
-  // Takes no more messages, sends what is waiting for `timeoutMs` at most, and drops the rest. Can take
-  // longer by one call of the transport. Callers that wait for room get SendResult::Closed. False when
-  // something was left over; true again and again when it was called before.
+  // Accepts no more messages, sends what is waiting for `timeoutMs` at most, and drops the rest. Can take
+  // longer by one call of the transport. Callers that wait for room return SendResult::Closed. Returns false
+  // when something was dropped, and true when the sender was already closed.
   bool Close(std::uint32_t timeoutMs);
 
   SenderCounters Counters() const;
 
  private:
-  class Core;
-  std::unique_ptr<Core> core;
+  using Clock = std::chrono::steady_clock;
+  using Lock = std::unique_lock<std::mutex>;
+
+  // On the callers' threads.
+  SendResult MakePieces(const SenderEntry& entry, std::vector<LogMessageBody>& pieces) const;
+  std::size_t Limit() const;
+  bool Fits(std::size_t count) const { return queue.empty() || queue.size() + count <= Limit(); }
+  SendResult MakeRoom(Lock& lock, std::size_t count);
+  void Push(std::vector<LogMessageBody>& pieces);
+  void CountDropped(std::size_t count);
+
+  // On the sender's own thread.
+  void Run();
+  bool MayTry() const { return !counters.away || Clock::now() >= retry.Next(); }
+  bool NoticeIsDue() const;
+  void WaitForWork(Lock& lock);
+  void KeepAlive(Lock& lock);
+  Status Send(Lock& lock, const LogMessageBody& message);
+  void SendFront(Lock& lock);
+  void SendNotice(Lock& lock);
+  void CountReached();
+  void CountNotReached(Status status);
+
+  const AsyncSenderOptions options;
+  const std::unique_ptr<SenderTransport> transport;  // used by `thread` only
+  const std::uint32_t senderNumber;
+  std::mutex closing;  // one Close at a time
+
+  mutable std::mutex mutex;         // guards everything below except `thread`
+  std::condition_variable work;     // `thread` waits for it
+  std::condition_variable settled;  // something left the queue, or the server cannot be reached
+  std::deque<LogMessageBody> queue;
+  bool inFlight = false;         // a message was taken from the front of the queue and is being sent
+  std::uint64_t queued = 0;      // messages that were ever put into the queue
+  std::uint64_t left = 0;        // messages that left it for good
+  std::uint64_t unreported = 0;  // dropped messages that no notice reported
+  std::uint32_t bodyCount = 0;   // for `origin`
+  bool extended = false;         // the fallback capacity is in use
+  bool connected = false;
+  bool closed = false;  // no more messages are accepted
+  bool stop = false;    // the thread ends
+  RetryPause retry;
+  Clock::time_point lastUse;      // of the connection
+  Clock::time_point lastMessage;  // when it was sent
+  SenderCounters counters;        // except `waiting`
+  std::thread thread;
 };
 
 }  // namespace TamLogClient

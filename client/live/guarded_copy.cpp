@@ -2,14 +2,14 @@
 
 #include "client/message/win32.h"
 
-// GCC has no structured exception handling for C++ code, so the copy is a frame of its own with its own
+// GCC has no structured exception handling for C++ code. So the copy is a frame of its own with its own
 // language handler: a fault inside it unwinds to the resume label, which returns the exception's code. The
-// frame holds no owner whose destructor could be skipped.
+// frame holds no object whose destructor could be skipped.
 
 extern "C" {
 extern const unsigned char TamLogClientCopyResume[];
 
-// Named by the frame below only.
+// Referenced by the frame below only, which the compiler does not see.
 __attribute__((used)) EXCEPTION_DISPOSITION TamLogClientCopyHandler(EXCEPTION_RECORD* record, void* frame,
                                                                     CONTEXT* /*context*/,
                                                                     DISPATCHER_CONTEXT* dispatcher) {

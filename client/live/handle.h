@@ -1,6 +1,6 @@
 #pragma once
 
-// Owns a kernel handle. Move-only; null and INVALID_HANDLE_VALUE both mean "nothing".
+// Owns a kernel handle and closes it. Move-only; null and INVALID_HANDLE_VALUE both mean "nothing owned".
 
 #include <utility>
 
@@ -19,7 +19,7 @@ class Handle {
   void* Get() const { return handle; }
   explicit operator bool() const { return handle != nullptr; }
 
-  // Keeps the calling thread's last error.
+  // Closes the handle, if one is owned. Keeps the calling thread's last error.
   void Close();
 
  private:

@@ -13,8 +13,7 @@ namespace TamLogClient {
 
 namespace {
 
-constexpr std::size_t kMaxPath = 255;
-constexpr std::uint32_t kMostFilters = 100000;  // stops a server that never says "no such filter"
+constexpr std::uint32_t kMostFilters = 100000;  // bounds GetFilters if the server never ends the list
 
 template <std::size_t size>
 std::string TextOf(const char (&field)[size]) {
@@ -22,7 +21,7 @@ std::string TextOf(const char (&field)[size]) {
   return std::string(whole.substr(0, whole.find('\0')));
 }
 
-// A request that may be sent again when it is not known whether it was carried out.
+// Returns whether a request may be sent again when it is not known whether it was carried out.
 bool IsRepeatable(const PipeRequest& request) {
   const auto code = static_cast<RequestCode>(request.code);
   return code != RequestCode::SubmitMessage && code != RequestCode::AddFilter &&
@@ -139,7 +138,7 @@ Status LogClient::GetDefaultLogFile(std::string& path) {
 }
 
 Status LogClient::SetLogFile(const std::string& path) {
-  if (path.size() > kMaxPath) return Status::TooLong;
+  if (path.size() > kMostPath) return Status::TooLong;
   if (path.empty() || HasZero(path)) return Status::BadValue;
   PipeRequest request = MakeRequest(RequestCode::SetLogFile);
   std::memcpy(request.path, path.data(), path.size());

@@ -1,10 +1,16 @@
 #pragma once
 
-// Talks to the server over its pair of pipes, as docs/pipe_protocol.md describes them: hands in messages,
-// asks and sets. Connects by itself when it is needed, and again after the server ended an idle connection.
+// Sends requests to the server over its pair of pipes, as docs/pipe_protocol.md describes them: submits
+// messages, and reads and changes settings, filters and the path of the log. Connects at the first call, and
+// again after the server ended an idle connection.
 //
-// Thread-safe: calls of several threads take turns. Every call is bounded by the time-out.
+// Thread-safe: calls of several threads take turns. Every call ends within the time-out.
+//
+// All calls may return NotRunning, AccessDenied, TimedOut, Refused, Disconnected and SystemError; the others
+// are stated below. After Disconnected and TimedOut it is not known whether the server carried out the
+// request.
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -16,10 +22,14 @@
 
 namespace TamLogClient {
 
+// The longest path of a log file, in bytes. A server takes a longer one, stores it, and cannot start again.
+inline constexpr std::size_t kMostPath = 255;
+
 struct LogClientOptions {
-  std::string pipeName = kRequestPipeName;  // the reply pipe's name is this and kReplyPipeSuffix
-  std::uint32_t timeoutMs = 5000;           // for a whole call, connecting included
-  std::uint32_t absentMs = 1000;            // no pipe for so long: the server is not running
+  std::string pipeName =
+      kRequestPipeName;            // of the request pipe; kReplyPipeSuffix is added for the reply pipe
+  std::uint32_t timeoutMs = 5000;  // for a whole call, connecting included
+  std::uint32_t absentMs = 1000;   // no pipe for this long: NotRunning
 };
 
 class LogClient {
@@ -29,36 +39,44 @@ class LogClient {
   LogClient(const LogClient&) = delete;
   LogClient& operator=(const LogClient&) = delete;
 
+  // Ok: the server answers.
   Status Ping();
 
-  // Ok says that the server took the message, not that its filters kept it. TooLong when source or text has
-  // no zero byte, BadValue for a type that does not exist: neither is sent. After Disconnected or TimedOut
-  // the message may have been stored; sending it again may store it twice.
+  // Submits a message. Ok: the server accepted it; its filters may drop it. TooLong: source or text has no
+  // zero byte; BadValue: the type does not exist; neither is sent. After Disconnected or TimedOut the message
+  // may have been stored, and sending it again may store it twice.
   Status Submit(const LogMessageBody& message);
 
+  // Returns the name of the shared log's mapping, for LogReader::Open.
   Status GetFileMapName(std::string& name);
+
+  // Paths are in the code page of the server's machine. GetLogFile returns the path of the server's next
+  // start.
   Status GetLogFile(std::string& path);
   Status GetDefaultLogFile(std::string& path);
-  // TooLong above 255 bytes: the server could not start again with such a path.
+  // Takes effect at the next stop of the server. TooLong above kMostPath; BadValue when empty or with a zero
+  // byte.
   Status SetLogFile(const std::string& path);
 
   Status GetSettings(SettingsBody& settings);
-  // BadValue when a rate is 0: the server would take it and keep a processor busy.
+  // The server restarts a second later. BadValue when the capacity or a rate is 0: the server would accept
+  // it, and a rate of 0 keeps a processor busy.
   Status SetSettings(const SettingsBody& settings);
 
-  // NoSuchFilter behind the last one. Include filters come first.
+  // Returns one filter; NoSuchFilter after the last one. Include filters come first.
   Status GetFilter(std::uint32_t index, FilterEntry& filter);
   Status GetFilters(std::vector<FilterEntry>& filters);
-  // TooLong above 127 bytes: the server would end when asked for it.
+  // TooLong above 127 bytes: the server would end when the filter is read. BadValue with a zero byte.
   Status AddFilter(const FilterEntry& filter);
   Status ClearFilters();
+  // Empties the log; the server restarts a second later.
   Status ClearLog();
 
   // Ends the connection, if there is one; the next call connects again.
   void Disconnect();
 
-  // How many connections were made so far. When a call has raised it, the server may have been restarted
-  // before that, and what it had taken but not yet written (the last 200 ms) is lost.
+  // The number of connections made so far. When a call has raised it, the server may have been restarted
+  // before that call, and what it had accepted but not yet written (the last 200 ms) is lost.
   std::uint64_t Connections() const;
 
  private:

@@ -1,6 +1,6 @@
 #pragma once
 
-// An AsyncSender's way to the server: the pair of pipes.
+// Connects an AsyncSender to the server over its pair of pipes.
 
 #include <memory>
 

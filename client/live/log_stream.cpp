@@ -10,8 +10,7 @@ namespace TamLogClient {
 
 namespace {
 
-// The log is looked at this often whatever the interval is, because a server that stops waits for its
-// readers.
+// The longest time between two looks, whatever the interval is: a server that stops waits for its readers.
 constexpr std::uint32_t kMostLookMs = 200;
 constexpr std::chrono::milliseconds kGuardPause{100};
 constexpr std::uint32_t kReopenMs = 250;
@@ -21,10 +20,6 @@ constexpr std::uint64_t kNextPingMs = 1000;
 constexpr int kFailedPings = 2;
 constexpr std::uint64_t kFlushMs = 200;       // the server's pause between two flushes
 constexpr std::uint32_t kUsualPollMs = 1000;  // its pause between two readings of the driver
-
-bool Readable(Status status) {
-  return status == Status::Ok || status == Status::Damaged;
-}
 
 LogChange ChangeOf(const FollowStep& step) {
   if (step.cleared) return LogChange::Cleared;
@@ -54,12 +49,12 @@ Status LogStream::Begin(const FollowerMemory* memory) {
   Status status = reader.Open(options.mapName);
   if (status == Status::Ok) status = reader.Snapshot(snapshot, options.timeoutMs);
   if (!Readable(status)) {
-    LetGo();
+    Release();
     return status;
   }
   guarding = true;
   guard = std::thread(&LogStream::Guard, this);
-  if (options.ordered) AskHoldTime();
+  if (options.ordered) SetHoldTime();
   if (memory != nullptr) {
     follower.Resume(*memory);
     Queue(follower.Next(snapshot, true));
@@ -71,7 +66,7 @@ Status LogStream::Begin(const FollowerMemory* memory) {
   return status;
 }
 
-void LogStream::AskHoldTime() {
+void LogStream::SetHoldTime() {
   SettingsBody settings{};
   const bool known = client.GetSettings(settings) == Status::Ok;
   client.Disconnect();
@@ -87,25 +82,21 @@ void LogStream::Close() {
     guardEnds.notify_one();
     guard.join();
   }
-  LetGo();
+  Release();
 }
 
-void LogStream::LetGo() {
+void LogStream::Release() {
   reader.Close();
   client.Disconnect();
 }
 
-// The guard's thread. It never takes read access: it may be ended with the process at any time.
+// The guard's thread. It never takes read access, because it may be ended with the process at any time.
 void LogStream::Guard() {
   std::unique_lock lock(turn);
   while (!guardEnds.wait_for(lock, kGuardPause, [this] { return !guarding; })) {
     LogFileHeader header{};
-    if (reader.IsOpen()) reader.Look(header);  // closes it when the server has stopped; the next look tells
+    if (reader.IsOpen()) reader.Look(header);  // closes it when the server has stopped
   }
-}
-
-bool LogStream::Test(const Cursor& cursor) const {
-  return FindCursor(snapshot, OrderMessages(snapshot).oldestFirst, cursor).found;
 }
 
 LogChange LogStream::Wait(std::uint32_t timeoutMs) {
@@ -132,16 +123,16 @@ Status LogStream::Next(LogItem& item, std::uint32_t timeoutMs) {
     Wait(now < deadline ? static_cast<std::uint32_t>(deadline - now) : 0);
     if (waiting.empty() && GetTickCount64() >= deadline && failure == Status::Ok) return Status::TimedOut;
   }
-  given = std::move(waiting.front());
+  returned = std::move(waiting.front());
   waiting.pop_front();
-  item = given.item;
+  item = returned.item;
   if (item.kind == LogItem::Kind::Message) {
-    item.message = given.own ? given.own.get() : &snapshot.slots[given.slot];
+    item.message = returned.own ? returned.own.get() : &snapshot.slots[returned.slot];
   }
   return Status::Ok;
 }
 
-void LogStream::GiveAll() {
+void LogStream::ReleaseAll() {
   QueueDue(true);
   held.SetHold(0);
 }
@@ -183,7 +174,7 @@ LogChange LogStream::TakeSnapshot() {
   return change;
 }
 
-// The slots that messages still wait in are about to be overwritten.
+// Copies the waiting messages out of the snapshot, which is about to be overwritten.
 void LogStream::KeepWaiting() {
   for (Waiting& entry : waiting) {
     if (entry.item.kind == LogItem::Kind::Message && !entry.own) {
@@ -194,12 +185,12 @@ void LogStream::KeepWaiting() {
 
 LogChange LogStream::Fail(Status status) {
   failure = status;
-  LetGo();
+  Release();
   return LogChange::None;
 }
 
 LogChange LogStream::LoseServer() {
-  LetGo();
+  Release();
   away = true;
   reopened = false;
   failedPings = 0;
@@ -220,7 +211,8 @@ bool LogStream::Reopen() {
   return true;
 }
 
-// A server that was killed cannot say so: its flag stays up for as long as somebody holds the mapping.
+// Pings a server whose log has not changed for a while. A killed server cannot clear `serverRunning`: it
+// stays set for as long as a process holds the mapping.
 void LogStream::WatchSilence() {
   const std::uint64_t now = GetTickCount64();
   if (now - lastNews < kSilenceMs) return;

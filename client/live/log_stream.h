@@ -1,7 +1,7 @@
 #pragma once
 
-// Follows the log of the running server over its restarts: messages, and what happened to the log, come as
-// one stream, so that a loss cannot be overlooked.
+// Follows the log of the running server over its restarts: one stream of messages and of events, so that a
+// loss cannot be overlooked.
 //
 //   LogStream stream;
 //   if (stream.Open() != Status::Ok) ...
@@ -12,24 +12,22 @@
 //     if (item.kind == LogItem::Kind::Lost) Warn(item.loss);
 //   }
 //
-// A stream belongs to one thread, and has another of its own: a server that stops waits for the readers of
-// its file, and one that holds it over a restart keeps the old section alive, with which another capacity
-// cannot be set up. So the file is let go when the server stops, also while who follows is busy, for example
-// with an output that is not taken.
+// A stream belongs to one thread at a time. It has a thread of its own that closes the log when the server
+// stops, also while the caller is busy, for example with an output that blocks. A server that stops waits for
+// the readers of its file; a reader that holds the file over a restart keeps the old section alive, and
+// another capacity cannot take effect.
 
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "client/live/log_client.h"
 #include "client/live/log_reader.h"
-#include "client/log/cursor.h"
 #include "client/log/follower_memory.h"
 #include "client/log/log_follower.h"
 #include "client/log/log_snapshot.h"
@@ -38,39 +36,39 @@
 
 namespace TamLogClient {
 
-// What a look at the log found. Where several fit, the last of them in this order is told.
+// What a look at the log found. Where several fit, the last of them in this order is reported.
 enum class LogChange : std::uint8_t {
   None,
-  Append,    // messages were added behind all others
-  Rewrite,   // messages were inserted among others, or the whole ring was written again
+  Append,    // messages were added after all others
+  Rewrite,   // messages were inserted between others, or the whole ring was written again
   Cleared,   // the log was emptied
   Stopped,   // the server closed the log or is gone
-  Reopened,  // the log is back; nothing is taken for granted that was known before
+  Reopened,  // the log is back; everything known about it before may be invalid
 };
 
 struct LogItem {
   enum class Kind : std::uint8_t {
     Message,
-    Lost,      // messages were gone before they could be read; see `loss`
+    Lost,      // messages were overwritten before they could be read; see `loss`
     Cleared,   // the log was emptied
     Stopped,   // the server closed the log or is gone; the stream waits for it
     Reopened,  // the log is back
-    Blocked,   // read access was not to be had in time; the stream goes on trying
+    Blocked,   // read access timed out; the stream tries again
   };
   Kind kind = Kind::Message;
   const LogMessage* message = nullptr;  // Kind::Message: valid until the next call
-  bool late = false;                    // Kind::Message: dated before one that was given already
+  bool late = false;                    // Kind::Message: dated before a message that was returned earlier
   Loss loss;                            // Kind::Lost
 };
 
 struct LogStreamOptions {
   std::uint32_t timeoutMs = LogReader::kDefaultTimeoutMs;  // for one read access
-  std::uint32_t intervalMs = 100;                          // between two looks at the log
-  // Messages are held back until no earlier one is to be expected (one poll of the driver and two flushes of
-  // the server), and then given in time order.
+  std::uint32_t intervalMs = 100;                          // between two copies of the log
+  // Holds each message back until no earlier one is expected (one poll of the driver and two flushes of the
+  // server), and returns messages in time order.
   bool ordered = false;
   std::string pipeName = kRequestPipeName;
-  std::string mapName = kFileMapName;  // for the first opening; later ones ask the server
+  std::string mapName = kFileMapName;  // of the first opening; after a restart the server states it
 };
 
 class LogStream {
@@ -80,51 +78,52 @@ class LogStream {
   LogStream(const LogStream&) = delete;
   LogStream& operator=(const LogStream&) = delete;
 
-  // Begins behind the messages that are there: those are in Snapshot, what comes later is given by Next.
-  // Errors as of LogReader::Open and LogReader::Snapshot. Damaged leaves the stream open.
+  // Opens the log and begins after its messages: those are in Snapshot, and Next returns what comes later.
+  // The statuses are those of LogReader::Open and LogReader::Snapshot. The stream is open after Ok and after
+  // Damaged.
   Status Open();
 
-  // Begins where `memory` was taken: what the log has beyond it comes first.
+  // Opens the log and begins where `memory` was taken: Next first returns what the log has in addition to it.
   Status Open(const FollowerMemory& memory);
 
-  // Waits until something changes, `timeoutMs` at most, and says what. Its messages and events wait for Next.
-  // Goes on over stops of the server by itself. May say None early when messages held back have become due.
+  // Waits until the log changes, `timeoutMs` at most, and returns how. Messages and events are left for Next.
+  // A server that stops is waited for. May return None early, when messages that were held back have become
+  // due.
   LogChange Wait(std::uint32_t timeoutMs);
 
-  // Gives the next message or event. TimedOut when none came within `timeoutMs`; any other status but Ok is
-  // an error that will not go away by itself, and everything is closed.
+  // Returns the next message or event. TimedOut: none came within `timeoutMs`. Any other status but Ok is
+  // permanent, and everything is closed.
   Status Next(LogItem& item, std::uint32_t timeoutMs);
 
   // Ordered streams only: from now on nothing is held back. For the end of a program.
-  void GiveAll();
+  void ReleaseAll();
 
-  // Messages that an ordered stream holds back now.
+  // The number of messages that an ordered stream holds back now.
   std::size_t HeldBack() const { return held.Size(); }
 
   // The whole log as of the last look. Valid until the next call of Wait or Next.
   const LogSnapshot& Snapshot() const { return snapshot; }
 
-  // Whether the message that the cursor points at is in the log, as of the last look.
-  bool Test(const Cursor& cursor) const;
-
-  // What has been given or is waiting for Next; held back messages of an ordered stream count as given.
+  // What another stream needs to go on from here: everything that Next has returned or will return without
+  // another look at the log. Messages that an ordered stream holds back are included. At most `mostMessages`
+  // are remembered.
   FollowerMemory Memory(std::size_t mostMessages) const { return follower.Remembered(mostMessages); }
 
-  // Lets go of the log and the server at once.
+  // Closes the log and the connection to the server, and ends the stream's thread. Does nothing when closed.
   void Close();
 
  private:
   struct Waiting {
     LogItem item;
-    std::uint32_t slot = 0;  // of `snapshot`, unless the message is kept here:
-    std::unique_ptr<LogMessage> own;
+    std::uint32_t slot = 0;           // of `snapshot`, unless the message is copied to `own`
+    std::unique_ptr<LogMessage> own;  // or null
   };
 
   Status Begin(const FollowerMemory* memory);
   LogChange Look();
   LogChange LookInTurn();
   void Guard();
-  void LetGo();
+  void Release();
   LogChange TakeSnapshot();
   LogChange Fail(Status status);
   LogChange LoseServer();
@@ -134,12 +133,12 @@ class LogStream {
   void Queue(const FollowStep& step);
   void QueueEvent(LogItem::Kind kind, const Loss& loss = {});
   bool QueueDue(bool all);
-  void AskHoldTime();
+  void SetHoldTime();
 
   LogStreamOptions options;
   LogClient client;
-  std::mutex turn;   // over `reader` and `guarding`
-  LogReader reader;  // may be closed by the guard whenever `turn` is free
+  std::mutex turn;   // guards `reader` and `guarding`
+  LogReader reader;  // the guard may close it whenever `turn` is free
   bool guarding = false;
   std::condition_variable guardEnds;
   std::thread guard;
@@ -147,15 +146,15 @@ class LogStream {
   LogFollower follower;
   ReorderBuffer held;
   std::deque<Waiting> waiting;
-  Waiting given;                 // what the last Next gave
+  Waiting returned;              // by the last Next
   std::uint64_t lastChange = 0;  // changeCount of `snapshot`
   std::uint64_t lastVisit = 0;   // ticks
   std::uint64_t lastNews = 0;    // ticks
   std::uint64_t nextLook = 0;    // ticks
   int failedPings = 0;
   Status failure = Status::Ok;  // the error that ended the stream
-  bool away = false;            // the server is not there
-  bool reopened = false;        // and has come back since `snapshot`
+  bool away = false;            // the server has stopped
+  bool reopened = false;        // the server has come back since `snapshot`
 };
 
 }  // namespace TamLogClient

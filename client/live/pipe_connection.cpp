@@ -17,7 +17,7 @@ constexpr std::uint64_t kReplyPipeMs = 1000;
 constexpr std::uint64_t kStaleMs = 5000;
 constexpr std::uint32_t kProofMs = 2000;
 constexpr int kProofs = 4;
-// Whoever offers the pipe may learn who calls, but not act in the caller's name.
+// A process that offers the pipe may identify the caller, but not act in the caller's name.
 constexpr DWORD kOpenFlags = FILE_FLAG_OVERLAPPED | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION;
 
 Handle OpenPipe(const std::string& name, DWORD access) {
@@ -28,8 +28,8 @@ Status StatusOfIo(DWORD error) {
   return error == ERROR_ACCESS_DENIED ? Status::AccessDenied : Status::Disconnected;
 }
 
-// Waits for an overlapped operation and gives it up when time is over. `operation` and the buffer are free
-// again when this returns.
+// Waits for an overlapped operation and cancels it at the time-out. `operation` and the buffer may be reused
+// when this returns.
 Status Finish(HANDLE pipe, OVERLAPPED& operation, BOOL started, std::uint32_t timeoutMs, DWORD& bytes) {
   if (started == FALSE && GetLastError() != ERROR_IO_PENDING) return StatusOfIo(GetLastError());
   const bool inTime = WaitForSingleObject(operation.hEvent, timeoutMs) == WAIT_OBJECT_0;
@@ -39,15 +39,15 @@ Status Finish(HANDLE pipe, OVERLAPPED& operation, BOOL started, std::uint32_t ti
   return inTime ? StatusOfIo(GetLastError()) : Status::TimedOut;
 }
 
-// A question that the server answers at once whatever it is doing, and the code of the answer.
+// A request that the server answers at once whatever it is doing, and the code of the answer.
 struct Probe {
   RequestCode question;
   ReplyCode answer;
 };
 
-// One of several by chance: two clients that hold the halves of each other's connections would both be
-// satisfied with the other's answer to the same question. None whose answer another client could take for a
-// refusal of its own request: it has to notice that it is out of step.
+// Returns a probe at random: two clients that hold the halves of each other's connections would both accept
+// the other's answer to the same question. No probe has an answer that another client could take for a
+// refusal of its own request, because that client has to notice that it is out of step.
 Probe AnyProbe() {
   static constexpr Probe kAll[] = {
       {RequestCode::Ping, ReplyCode::Alive},
@@ -59,13 +59,6 @@ Probe AnyProbe() {
 }
 
 }  // namespace
-
-CallDeadline::CallDeadline(std::uint32_t milliseconds) : end(GetTickCount64() + milliseconds) {}
-
-std::uint32_t CallDeadline::Remaining() const {
-  const std::uint64_t now = GetTickCount64();
-  return now < end ? static_cast<std::uint32_t>(end - now) : 0;
-}
 
 PipeConnection::PipeConnection(std::string name, std::uint32_t absentMilliseconds)
     : requestName(std::move(name)), replyName(requestName + kReplyPipeSuffix), absentMs(absentMilliseconds) {}
@@ -87,7 +80,7 @@ Status PipeConnection::Open(const CallDeadline& deadline) {
     if (const Status status = OpenRequestPipe(deadline); status != Status::Ok) return status;
     bool atOnce = false;
     proven = false;
-    // A reply pipe that had to be waited for may be of another pair.
+    // A reply pipe that did not exist at once may be of another pair.
     if (OpenReplyPipe(atOnce) && (atOnce || Prove(deadline))) {
       lastUse = GetTickCount64();
       return Status::Ok;
@@ -113,8 +106,8 @@ Status PipeConnection::OpenRequestPipe(const CallDeadline& deadline) {
   }
 }
 
-// Not bounded by the call's time: giving up between the two pipes keeps all other clients out, so that the
-// second one is tried for its own second.
+// Tries for a second of its own, whatever is left of the call's time: a client that gives up between the two
+// pipes keeps all other clients out.
 bool PipeConnection::OpenReplyPipe(bool& atOnce) {
   const std::uint64_t start = GetTickCount64();
   atOnce = true;
@@ -151,15 +144,15 @@ Status PipeConnection::Read(PipeReply& reply, const CallDeadline& deadline) {
   return status == Status::Ok && bytes != sizeof(reply) ? Status::Disconnected : status;
 }
 
-// Whether what is asked through one pipe is answered through the other.
+// Returns whether a request through one pipe is answered through the other; makes the two a pair if it can.
 //
-// Of a pair that the server drops between the two opens, at a restart or because somebody has opened the
-// reply pipe alone and left, a client gets the request pipe, which is dead then, and of some later pair the
-// reply pipe. It must not just give that back: if the pair still waits for its client, the next one would
-// find it in the same state, and nobody would get through any more. So it opens the request pipe once more,
-// which makes the two a pair. Unless the other half of that reply pipe had been taken meanwhile: then nobody
-// answers, and the new request pipe has a reply pipe of its own, which has to be opened as well, or the
-// server waits for that and lets nobody in.
+// The server drops a pair between the two opens at a restart, or after a client that opened the reply pipe
+// alone and left. Then this client holds the dead request pipe of that pair and the reply pipe of a later
+// one. It must not just close them: if the later pair still waits for its client, the next client would find
+// the same state, and no client would get through any more. So it opens the request pipe once more, which
+// makes the two a pair. If another client has taken the other half of that reply pipe meanwhile, no answer
+// comes; the new request pipe then has a reply pipe of its own, which has to be opened too, or the server
+// waits for that and accepts no other client.
 bool PipeConnection::Prove(const CallDeadline& deadline) {
   const CallDeadline limit(std::min(kProofMs, deadline.Remaining()));
   bool dead = false;
@@ -172,7 +165,7 @@ bool PipeConnection::Prove(const CallDeadline& deadline) {
   return Answers(CallDeadline(kProofMs), dead);
 }
 
-// `dead`: the request pipe is.
+// Returns whether all probes are answered. Sets `dead` to whether the request pipe is dead.
 bool PipeConnection::Answers(const CallDeadline& limit, bool& dead) {
   for (int i = 0; i < kProofs; ++i) {
     const Probe probe = AnyProbe();

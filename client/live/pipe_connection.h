@@ -1,43 +1,37 @@
 #pragma once
 
-// The client's end of one connection: both pipes, opened back to back, and one exchange at a time. Not
-// thread-safe.
+// The client's end of one connection to the server: both pipes, opened back to back, and one exchange at a
+// time. Not thread-safe. docs/pipe_protocol.md describes the protocol.
 
 #include <cstdint>
 #include <string>
 
+#include "client/live/call_deadline.h"
 #include "client/live/handle.h"
 #include "client/message/status.h"
 #include "records/pipe_protocol.h"
 
 namespace TamLogClient {
 
-// Counts down one call's time over all its waits.
-class CallDeadline {
- public:
-  explicit CallDeadline(std::uint32_t milliseconds);
-  std::uint32_t Remaining() const;
-
- private:
-  std::uint64_t end;
-};
-
 class PipeConnection {
  public:
+  // `name` is the request pipe's. Without any pipe for `absentMilliseconds`, the server counts as not
+  // running.
   PipeConnection(std::string name, std::uint32_t absentMilliseconds);
 
   bool IsOpen() const { return static_cast<bool>(replyPipe); }
 
-  // The server ends a connection that was silent for ten seconds; one that is close to it is not trusted.
+  // Returns whether the connection was silent for so long that it must not be used any more: the server ends
+  // one after ten silent seconds, and this one is close to it.
   bool IsStale() const;
 
-  // NotRunning when there was no pipe for the whole of the absence time, AccessDenied, or TimedOut when the
-  // pipes stayed busy.
+  // Opens both pipes. NotRunning: no pipe existed for the whole absence time. TimedOut: the pipes stayed
+  // busy. AccessDenied; SystemError. May exceed the deadline by a second between the two pipes.
   Status Open(const CallDeadline& deadline);
   void Close();
 
-  // `sent` tells whether the request left the client. Any failure closes the connection: a late reply could
-  // be taken for the answer to another request.
+  // Sends a request and receives its reply. Sets `sent` to whether the request left the client. Any failure
+  // closes the connection: a late reply could be taken for the answer to another request.
   Status Exchange(const PipeRequest& request, PipeReply& reply, const CallDeadline& deadline, bool& sent);
 
  private:
@@ -55,8 +49,8 @@ class PipeConnection {
   Handle requestPipe;
   Handle replyPipe;
   Handle ioEvent;
-  bool proven = false;  // the two pipes are of one pair
-  std::uint64_t lastUse = 0;
+  bool proven = false;        // the two pipes are known to be of one pair
+  std::uint64_t lastUse = 0;  // GetTickCount64
 };
 
 }  // namespace TamLogClient

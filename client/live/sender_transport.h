@@ -1,7 +1,7 @@
 #pragma once
 
-// How an AsyncSender reaches the server: the few calls of a LogClient that it needs. Called by one thread at
-// a time; every call returns in bounded time.
+// How an AsyncSender reaches the server: the few calls of a LogClient that it needs. One thread calls at a
+// time, and every call has to return in bounded time.
 
 #include "client/message/status.h"
 #include "records/log_file_format.h"
@@ -15,12 +15,13 @@ class SenderTransport {
   SenderTransport(const SenderTransport&) = delete;
   SenderTransport& operator=(const SenderTransport&) = delete;
 
-  // Connects by itself where needed. Disconnected and TimedOut leave open whether the message was stored;
-  // Refused, TooLong and BadValue say that it was not and never will be; any other status but Ok says that
-  // the server could not be reached.
+  // Sends a message, and connects before that if necessary. Ok: the server accepted it. Disconnected,
+  // TimedOut: it is not known whether the message was stored. Refused, TooLong, BadValue: it was not and
+  // never will be. Any other status: the server could not be reached.
   virtual Status Submit(const LogMessageBody& message) = 0;
-  // Keeps a silent connection alive.
+  // Keeps a silent connection alive. Any status but Ok: the connection is useless.
   virtual Status Ping() = 0;
+  // Ends the connection, if there is one.
   virtual void Disconnect() = 0;
 };
 

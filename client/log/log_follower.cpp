@@ -5,6 +5,8 @@
 #include <set>
 #include <utility>
 
+#include "client/log/ring.h"
+
 namespace TamLogClient {
 
 namespace {
@@ -156,10 +158,7 @@ FollowStep LogFollower::Next(const LogSnapshot& snapshot, bool reopened) {
 }
 
 bool LogFollower::WasValid(std::uint32_t slot) const {
-  if (last.maxMessages <= 0 || slot >= identities.size()) return false;
-  std::int64_t age = last.nextSlot - 1 - static_cast<std::int64_t>(slot);
-  if (age < 0) age += last.maxMessages;
-  return age < last.messageCount;
+  return slot < identities.size() && HoldsMessage(last, slot);
 }
 
 bool LogFollower::OnlyAppended(const LogSnapshot& snapshot, bool reopened) const {

@@ -23,12 +23,6 @@ std::vector<std::uint32_t> ProbePositions(std::uint32_t leftOut) {
   return positions;
 }
 
-std::uint32_t SlotAt(const LogFileHeader& header, std::uint32_t position) {
-  std::int64_t slot = std::int64_t{header.nextSlot} - header.messageCount + position;
-  if (slot < 0) slot += header.maxMessages;
-  return static_cast<std::uint32_t>(slot);
-}
-
 std::optional<std::size_t> CertainFrom(const LogTail& tail) {
   std::vector<std::uint64_t> keys;
   keys.reserve(tail.messages.size());

@@ -28,9 +28,6 @@ struct LogTail {
 // rising. A stretch of the ring that runs backwards lies at its oldest end, so the first two are among them.
 std::vector<std::uint32_t> ProbePositions(std::uint32_t leftOut);
 
-// The slot at a position of the ring order, which begins with the oldest slot. The header has to be sound.
-std::uint32_t SlotAt(const LogFileHeader& header, std::uint32_t position);
-
 // The first of `messages` that nothing left out is newer than: this and the following are the newest
 // messages of the log. Nothing when times are not in order: then the whole log has to be read.
 std::optional<std::size_t> CertainFrom(const LogTail& tail);

@@ -13,7 +13,7 @@ const char* StatusText(Status status) {
     case Status::TimedOut:
       return "no answer in time";
     case Status::Stuck:
-      return "a lock of the shared log was not given back in time";
+      return "a lock of the shared log was not released in time";
     case Status::Refused:
       return "the server refused the request";
     case Status::NoSuchFilter:
@@ -30,8 +30,14 @@ const char* StatusText(Status status) {
       return "the system could not read the shared log";
     case Status::NotFound:
       return "no such file";
+    case Status::NotAFile:
+      return "not a file";
+    case Status::Exists:
+      return "already exists";
     case Status::NotSupported:
-      return "this system has no log server; show, stats and export read a copied log with --file";
+      return "this operating system has no log server";
+    case Status::Interrupted:
+      return "interrupted";
     case Status::SystemError:
       return "a system call failed";
   }

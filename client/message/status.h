@@ -1,7 +1,7 @@
 #pragma once
 
-// What became of a call into the client library: one value per cause, so that a caller can tell a server that
-// is not there from one that refuses, and refused access is never mistaken for an empty list.
+// The result of a call into the client library. Each cause has a value of its own, so that a caller can tell
+// an absent server from one that refuses, and refused access is never mistaken for an empty list.
 
 #include <cstdint>
 
@@ -12,20 +12,29 @@ enum class Status : std::uint8_t {
   NotRunning,    // no server answers, or nothing is shared
   AccessDenied,  // the system refused access to the pipe, the mapping or the file
   TimedOut,      // no answer within the caller's time-out
-  Stuck,         // a lock of the sharing protocol was not given back in time: its holder has probably died
+  Stuck,         // a lock of the sharing protocol was not released in time: its holder has probably died
   Refused,       // the server answered that the request failed or is unknown to it
-  NoSuchFilter,  // the index lies behind the last filter
-  BadValue,      // a value that the server would accept to its own harm; nothing was sent
+  NoSuchFilter,  // the index lies after the last filter
+  BadValue,      // a value that the server or the file format does not allow; nothing was sent or written
   TooLong,       // a text does not fit its field; nothing was sent
   Disconnected,  // the connection ended after the request was sent: whether it was carried out is not known
-  Damaged,       // bytes that break the rules of the log file were met
+  Damaged,       // some bytes break the rules of the log file; what could be read was read
   InPage,        // the system could not read the shared file's pages
-  NotFound,      // the named file does not exist
+  NotFound,      // the named file, or the directory of a file to be written, does not exist
+  NotAFile,      // the name is that of a directory, or to be written, of a device
+  Exists,        // the file to be written already exists, and was not to be replaced
   NotSupported,  // this operating system has no live server
+  Interrupted,   // the caller ended the work before it was complete
   SystemError,   // any other failure of a system call
 };
 
-// A short English phrase without a full stop, for example "the server is not running".
+// Returns a short English phrase without a full stop, for example "the server is not running". It states the
+// fact only; advice belongs to the program that shows it.
 const char* StatusText(Status status);
+
+// Messages were read: all of them (Ok), or what a damaged log still has (Damaged).
+constexpr bool Readable(Status status) {
+  return status == Status::Ok || status == Status::Damaged;
+}
 
 }  // namespace TamLogClient

@@ -1,6 +1,6 @@
 #pragma once
 
-// What is wrong with a file that was named, in words that say what to do.
+// Why a file that the user named cannot be read or written, in words that say what to do.
 
 #include <cstddef>
 #include <string>
@@ -9,16 +9,19 @@
 
 namespace TamLogCtl {
 
-// Why the file could not be read. For a damaged one `remark` says what is wrong with it.
-std::string ProblemOf(const std::string& path, TamLogClient::Status status, const std::string& remark = {});
+// Returns why the file could not be read. For a damaged one `remark` says what is wrong with it.
+std::string ProblemOf(TamLogClient::Status status, const std::string& remark = {});
 
 // The same with `path` in front.
 std::string FileProblem(const std::string& path, TamLogClient::Status status, const std::string& remark = {});
 
+// Returns why the file `target` could not be written, with its name in front.
+std::string TargetProblem(const std::string& target, TamLogClient::Status status);
+
+// The exit code for that. An existing target is an error of usage.
+int TargetExitCode(TamLogClient::Status status);
+
 // Says on stderr that so many messages of the file break a rule.
 void SayDamaged(const std::string& path, std::size_t damaged);
-
-// Whether something that is no ordinary file has this name: it can neither be replaced nor written anew.
-bool IsNoFile(const std::string& path);
 
 }  // namespace TamLogCtl

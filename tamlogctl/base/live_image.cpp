@@ -16,10 +16,7 @@ int ReadLiveImage(std::uint32_t timeoutMs, std::string& bytes) {
   Status status = reader.Open();
   if (status == Status::Ok) status = reader.Snapshot(snapshot, timeoutMs);
   reader.Close();
-  if (status != Status::Ok && status != Status::Damaged) {
-    Say(StatusText(status));
-    return ExitCodeOf(status);
-  }
+  if (!Readable(status)) return Refuse(status);
   bytes = ImageOf(snapshot);
   return kDone;
 }

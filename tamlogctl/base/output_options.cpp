@@ -1,6 +1,5 @@
 #include "tamlogctl/base/output_options.h"
 
-#include <CLI/CLI.hpp>
 #include <string_view>
 #include <utility>
 
@@ -102,28 +101,6 @@ bool TakeEncoding(const OutputOptions& options, FormatOptions& to) {
   to.encoding = *encoding;
   return true;
 }
-
-}  // namespace
-
-void DefineOutputOptions(CLI::App& verb, OutputOptions& to) {
-  verb.add_option("-o,--output", to.format, "How a message is written (short)")
-      ->option_text("short|full|cat|json|json-array|csv|tsv|export|rfc5424|raw|template=TEXT");
-  verb.add_option("--fields", to.fields, "Of json, json-array, csv and tsv: these fields, in this order")
-      ->option_text("A,B");
-  verb.add_option("--tz", to.zone, "The zone in which times were written; its offset is then shown")
-      ->option_text("written|local|utc|+HH:MM");
-  DefineNaming(verb, to);
-}
-
-void DefineNaming(CLI::App& verb, OutputOptions& to) {
-  verb.add_option("--type-names", to.typeNames, "What the types are called, instead of T0 to T3")
-      ->option_text("0=NAME,...");
-  verb.add_option("--encoding", to.encoding,
-                  "How texts are encoded: utf-8, ascii, latin-1, windows-1252, ...")
-      ->option_text("NAME");
-}
-
-namespace {
 
 bool Take(const OutputOptions& options, FormatOptions& chosen) {
   return TakeFormat(options, chosen) && TakeFields(options, chosen) && TakeZone(options, chosen) &&

@@ -8,10 +8,6 @@
 #include "client/format/message_formatter.h"
 #include "tamlogctl/base/common_options.h"
 
-namespace CLI {
-class App;
-}
-
 namespace TamLogCtl {
 
 struct OutputOptions {
@@ -21,11 +17,6 @@ struct OutputOptions {
   std::string typeNames;  // empty: T0 to T3
   std::string encoding;   // empty: what the machine goes by
 };
-
-void DefineOutputOptions(CLI::App& verb, OutputOptions& to);
-
-// The names of types and the encoding alone, for verbs with formats of their own.
-void DefineNaming(CLI::App& verb, OutputOptions& to);
 
 // The encoding alone; nothing, after a word on stderr, when there is none of that name.
 std::optional<TamLogClient::TextEncoding> MakeEncoding(const OutputOptions& options);

@@ -2,19 +2,43 @@
 
 #include <algorithm>
 #include <functional>
+#include <string_view>
+#include <vector>
 
 namespace TamLogCtl {
 
 namespace {
 
 // Each verb with the words that lead to it: "", "show", "filter", "filter add".
-using Visit = std::function<void(const std::string& path, const VerbInfo& verb)>;
+using Visit = std::function<void(const std::string& path, const Verb& verb)>;
 
-void ForEach(const VerbInfo& verb, const std::string& path, const Visit& visit) {
+void ForEach(const Verb& verb, const std::string& path, const Visit& visit) {
   visit(path, verb);
-  for (const VerbInfo& child : verb.verbs) {
+  for (const Verb& child : verb.verbs) {
     ForEach(child, path.empty() ? child.name : path + " " + child.name, visit);
   }
+}
+
+bool IsFileWord(const std::string& word) {
+  return word == "FILE" || word == "NEW" || word == "NEWFILE";
+}
+
+bool TakesFile(const Option& option) {
+  return IsFileWord(option.IsOperand() ? option.operand : option.value);
+}
+
+// The words of "N|all" that are typed as they are: "all"; of "template=TEXT" all but the text.
+std::vector<std::string> ChoicesOf(const Option& option) {
+  std::vector<std::string> choices;
+  for (std::string_view text = option.value; !text.empty();) {
+    const std::string_view word = text.substr(0, text.find('|'));
+    text.remove_prefix(std::min(text.size(), word.size() + 1));
+    if (std::none_of(word.begin(), word.end(), [](char letter) { return letter >= 'a' && letter <= 'z'; }))
+      continue;
+    const std::size_t sign = word.find('=');
+    choices.emplace_back(sign == std::string_view::npos ? word : word.substr(0, sign + 1));
+  }
+  return choices;
 }
 
 std::string Join(const std::vector<std::string>& words, const char* between = " ") {
@@ -24,36 +48,37 @@ std::string Join(const std::vector<std::string>& words, const char* between = " 
 }
 
 // What may stand where no value is expected: verbs, options, and the words of operands.
-std::string WordsOf(const VerbInfo& verb) {
+std::string WordsOf(const Verb& verb) {
   std::vector<std::string> words;
-  for (const VerbInfo& child : verb.verbs) words.push_back(child.name);
-  for (const OptionInfo& option : verb.options) {
-    words.insert(words.end(), option.names.begin(), option.names.end());
-    if (option.names.empty()) words.insert(words.end(), option.choices.begin(), option.choices.end());
+  for (const Verb& child : verb.verbs) words.push_back(child.name);
+  for (const Option& option : verb.options) {
+    const std::vector<std::string> typed = option.IsOperand() ? ChoicesOf(option) : option.names;
+    words.insert(words.end(), typed.begin(), typed.end());
   }
   return Join(words);
 }
 
-bool HasFileOperand(const VerbInfo& verb) {
+bool HasFileOperand(const Verb& verb) {
   return std::any_of(verb.options.begin(), verb.options.end(),
-                     [](const OptionInfo& option) { return option.names.empty() && option.takesFile; });
+                     [](const Option& option) { return option.IsOperand() && TakesFile(option); });
 }
 
 // A value that is expected: "@files", its words, or "-" where the shell can offer nothing.
-std::string ValueOf(const OptionInfo& option) {
-  if (option.takesFile) return "@files";
-  return option.choices.empty() ? "-" : Join(option.choices);
+std::string ValueOf(const Option& option) {
+  if (TakesFile(option)) return "@files";
+  const std::vector<std::string> choices = ChoicesOf(option);
+  return choices.empty() ? "-" : Join(choices);
 }
 
-// The branches of a `case` in bash and zsh alike: sets `choices` and, behind an option with a value, `value`.
-std::string Branches(const VerbInfo& program) {
+// The branches of a `case` in bash and zsh alike: sets `choices` and, after an option with a value, `value`.
+std::string Branches(const Verb& program) {
   std::string out = "  case \"$verb\" in\n";
-  ForEach(program, "", [&out](const std::string& path, const VerbInfo& verb) {
+  ForEach(program, "", [&out](const std::string& path, const Verb& verb) {
     out += "    '" + path + "')\n      choices='" + WordsOf(verb) + "'\n";
     if (HasFileOperand(verb)) out += "      operand='@files'\n";
     std::string cases;
-    for (const OptionInfo& option : verb.options) {
-      if (option.value.empty()) continue;
+    for (const Option& option : verb.options) {
+      if (option.IsOperand() || option.flag) continue;
       cases += "        " + Join(option.names, "|") + ") value='" + ValueOf(option) + "' ;;\n";
     }
     if (!cases.empty()) out += "      case \"$previous\" in\n" + cases + "      esac\n";
@@ -63,15 +88,15 @@ std::string Branches(const VerbInfo& program) {
 }
 
 // The words that lead to verbs, as alternatives of a pattern, to find the verb in what was typed.
-std::string Paths(const VerbInfo& program) {
+std::string Paths(const Verb& program) {
   std::string out;
-  ForEach(program, "", [&out](const std::string& path, const VerbInfo& /*verb*/) {
+  ForEach(program, "", [&out](const std::string& path, const Verb& /*verb*/) {
     if (!path.empty()) out += (out.empty() ? "'" : " | '") + path + "'";
   });
   return out;
 }
 
-std::string Bash(const VerbInfo& program) {
+std::string Bash(const Verb& program) {
   return R"(# bash completion for tamlogctl; load it with: source <(tamlogctl completion bash)
 _tamlogctl() {
   local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
@@ -100,7 +125,7 @@ complete -F _tamlogctl tamlogctl tamlogctl.exe
 )";
 }
 
-std::string Zsh(const VerbInfo& program) {
+std::string Zsh(const Verb& program) {
   return R"(#compdef tamlogctl tamlogctl.exe
 # zsh completion for tamlogctl; load it with: source <(tamlogctl completion zsh)
 _tamlogctl() {
@@ -132,13 +157,13 @@ std::string Quoted(const std::string& text) {
   return out + "'";
 }
 
-std::string PowerShell(const VerbInfo& program) {
+std::string PowerShell(const Verb& program) {
   std::string table;
   std::string values;
-  ForEach(program, "", [&](const std::string& path, const VerbInfo& verb) {
+  ForEach(program, "", [&](const std::string& path, const Verb& verb) {
     table += "    " + Quoted(path) + " = " + Quoted(WordsOf(verb)) + "\n";
-    for (const OptionInfo& option : verb.options) {
-      if (option.value.empty()) continue;
+    for (const Option& option : verb.options) {
+      if (option.IsOperand() || option.flag) continue;
       // Short options differ by case, so the keys are compared with regard to it.
       for (const std::string& name : option.names) {
         std::string key = path;
@@ -180,7 +205,7 @@ Register-ArgumentCompleter -Native -CommandName tamlogctl, tamlogctl.exe -Script
 
 }  // namespace
 
-std::string MakeCompletion(Shell shell, const VerbInfo& program) {
+std::string MakeCompletion(Shell shell, const Verb& program) {
   switch (shell) {
     case Shell::PowerShell:
       return PowerShell(program);

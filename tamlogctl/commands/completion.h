@@ -5,12 +5,12 @@
 #include <cstdint>
 #include <string>
 
-#include "tamlogctl/commands/verb_tree.h"
+#include "tamlogctl/commands/verb.h"
 
 namespace TamLogCtl {
 
 enum class Shell : std::uint8_t { PowerShell, Bash, Zsh };
 
-std::string MakeCompletion(Shell shell, const VerbInfo& program);
+std::string MakeCompletion(Shell shell, const Verb& program);
 
 }  // namespace TamLogCtl

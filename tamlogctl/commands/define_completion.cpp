@@ -1,13 +1,9 @@
-#include <CLI/CLI.hpp>
-#include <memory>
-
-#include "tamlogctl/base/choice_option.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
-#include "tamlogctl/commands/command_line.h"
 #include "tamlogctl/commands/completion.h"
 #include "tamlogctl/commands/man_page.h"
-#include "tamlogctl/commands/verb_tree.h"
+#include "tamlogctl/commands/shared_options.h"
+#include "tamlogctl/commands/verbs.h"
 
 namespace TamLogCtl {
 
@@ -25,26 +21,37 @@ constexpr const char* kManFooter = R"(Examples:
                                               installs it
   tamlogctl man | groff -man -Thtml > tamlogctl.html)";
 
-Action Print(const std::string& text) {
-  return [text] { return WriteOut(text) ? kDone : kOutputFailed; };
+struct ShellOptions {
+  Shell shell = Shell::PowerShell;
+};
+
+int Print(const std::string& text) {
+  return WriteOut(text) ? kDone : kOutputFailed;
+}
+
+Verb Completion() {
+  const auto options = std::make_shared<ShellOptions>();
+  Verb verb = MakeVerb(
+      "completion", "Print a completion script for powershell, bash or zsh", kCompletionFooter, options,
+      +[](const ShellOptions& chosen) { return Print(MakeCompletion(chosen.shell, MakeProgram())); });
+  verb.Add(
+      {Choice("SHELL", {"powershell", "bash", "zsh"}, options->shell, "powershell, bash or zsh").Required()});
+  return verb;
+}
+
+Verb Man() {
+  Verb verb;
+  verb.name = "man";
+  verb.purpose = "Print the manual page, for man -l";
+  verb.footer = kManFooter;
+  verb.run = [] { return Print(MakeManPage(MakeProgram())); };
+  return verb;
 }
 
 }  // namespace
 
-void DefineCompletionVerbs(CLI::App& app, Action& chosen) {
-  const auto shell = std::make_shared<Shell>();
-  CLI::App* completion =
-      app.add_subcommand("completion", "Print a script that lets powershell, bash or zsh complete");
-  completion->footer(kCompletionFooter);
-  DefineChoice(*completion, "SHELL", *shell, "powershell, bash or zsh",
-               {{"powershell", Shell::PowerShell}, {"bash", Shell::Bash}, {"zsh", Shell::Zsh}})
-      ->required();
-  completion->callback(
-      [&app, shell, &chosen] { chosen = Print(MakeCompletion(*shell, DescribeVerbs(app))); });
-
-  CLI::App* man = app.add_subcommand("man", "Print the manual page, for man -l");
-  man->footer(kManFooter);
-  man->callback([&app, &chosen] { chosen = Print(MakeManPage(DescribeVerbs(app))); });
+std::vector<Verb> CompletionVerbs() {
+  return {Completion(), Man()};
 }
 
 }  // namespace TamLogCtl

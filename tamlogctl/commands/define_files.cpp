@@ -1,9 +1,6 @@
-#include <CLI/CLI.hpp>
-#include <memory>
-#include <string>
-#include <vector>
-
-#include "tamlogctl/commands/command_line.h"
+#include "tamlogctl/commands/shared_options.h"
+#include "tamlogctl/commands/verbs.h"
+#include "tamlogctl/read/export.h"
 #include "tamlogctl/read/merge.h"
 #include "tamlogctl/read/repair.h"
 #include "tamlogctl/read/verify.h"
@@ -14,21 +11,21 @@ namespace TamLogCtl {
 namespace {
 
 constexpr const char* kVerifyFooter =
-    R"(A server that finds one rule broken empties the whole file at its start. Damage is what no server writes; remarks
-are what one does write although it is odd. Exit codes: 0 no damage, 1 damage, 3 no such file.
+    R"(A server that finds a broken rule at its start empties the whole file. Damage is data that no server writes; a
+remark is unusual data that a server can write. Exit codes: 0 no damage, 1 damage, 3 no such file.
 
 Examples:
-  tamlogctl verify Logs.dat                   what is wrong, rule by rule
+  tamlogctl verify Logs.dat                   findings, rule by rule
   tamlogctl verify -q --strict Logs.dat       for scripts: would a server keep it?
   tamlogctl verify --live -o json             the running server's log, for programs)";
 
 constexpr const char* kRepairFooter =
-    R"(Never works in place. The new file is in order of time and passes every rule.
+    R"(Never changes the damaged file. The new file is in time order and passes every rule.
 
 Examples:
   tamlogctl repair Logs.dat --output New.dat  all that the ring holds
   tamlogctl repair Logs.dat --output New.dat --carve
-                                              also what a clear or a reformat left, and what has moved
+                                              also messages that a clear or a reformat left, or that moved
   tamlogctl repair Logs.dat --output New.dat --capacity 50000 --force
                                               for a server that is set to 50000 messages)";
 
@@ -43,8 +40,8 @@ Examples:
                                               where one clock is an hour ahead)";
 
 constexpr const char* kExportFooter =
-    R"(The file appears under its name only when it is whole. With --follow it grows until Ctrl-C; one that is put
-aside is called TARGET.1, the one before it TARGET.2, and so on.
+    R"(The file appears under its name only when it is complete. With --follow it grows until Ctrl-C; a rotated
+file is renamed to TARGET.1, the one before it to TARGET.2, and so on.
 
 Examples:
   tamlogctl export today.csv -o csv -S today  of the running server's log
@@ -52,193 +49,174 @@ Examples:
   tamlogctl export all.json -o json --file a.dat --file b.dat
                                               of copied logs, merged by time
   tamlogctl export log.json -o json --follow --cursor-file done.txt --rotate 10M --rotate 1d --keep 30
-                                              all that comes, in files of a day or of 10 MiB)";
+                                              all new messages, in files of one day or 10 MiB)";
 
 constexpr const char* kImportFooter =
-    R"(Messages keep their times; the server sorts them in. After a lost connection it goes on where it was. Exit codes:
-0 all are in the log, 1 some were dropped, 3 no server, 6 some were refused, 7 the log file is damaged.
+    R"(Messages keep their times; the server sorts them in. After a lost connection it continues where it stopped.
+Exit codes: 0 all are in the log, 1 some were dropped, 3 no server, 6 some were refused, 7 the log file is
+damaged.
 
 Examples:
-  tamlogctl import backup.dat                 what is readable of a log file
+  tamlogctl import backup.dat                 the readable messages of a log file
   tamlogctl import saved.json                 what `show -o json` wrote
   tamlogctl import --input tsv a.txt b.txt    lines of tsv, merged by time)";
 
-std::string CheckRotation(const std::string& text) {
-  RotationLimits limits;
-  return TakeRotationLimit(text, limits)
-             ? ""
-             : "'" + text + "': expected a size such as 500K, 10M or 1G, or a time such as 15m, 1h, 1d or 1w";
-}
+constexpr std::uint32_t kMostMessages = 1000000;
 
-void DefineVerify(CLI::App& app, Action& chosen) {
+Verb Verify() {
   const auto options = std::make_shared<VerifyVerbOptions>();
-  CLI::App* verb = app.add_subcommand("verify", "Check log files against every rule of the format");
-  verb->footer(kVerifyFooter);
-  verb->add_option("FILE", options->files, "Files to check");
-  verb->add_flag("--live", options->live, "Check the running server's log");
-  verb->add_flag("--all", options->all, "List every finding, not only the first 20 of each rule");
-  verb->add_flag("--strict", options->strict,
-                 "Exit code 1 also when a server would not accept it for another reason");
-  verb->add_flag("-q,--quiet", options->quiet, "Print nothing; the exit code says it");
-  verb->add_option_function<std::string>(
-          "-o,--output", [options](const std::string& format) { options->json = format == "json"; },
-          "Format: text or json (one object a file)")
-      ->check(CLI::IsMember({"text", "json"}))
-      ->option_text("text|json");
-  DefineCommonOptions(*verb, *options);
-  verb->callback([options, &chosen] {
-    if (options->files.empty() && !options->live)
-      throw CLI::ValidationError("FILE", "name a file to check, or --live");
-    chosen = [options] { return VerifyFiles(*options); };
+  Verb verb = MakeVerb("verify", "Check log files against every rule of the format", kVerifyFooter, options,
+                       VerifyFiles);
+  verb.Add({
+      Operands("FILE", List(options->files), "Files to check"),
+      Flag("--live", options->live, "Check the running server's log"),
+      Flag("--all", options->all, "List every finding, not only the first 20 of each rule"),
+      Flag("--strict", options->strict,
+           "Exit code 1 also when a server would not accept it for another reason"),
+      Flag("-q,--quiet", options->quiet, "Print nothing; the exit code is the answer"),
+      JsonOption(options->json, "Format: text or json (one object a file)"),
   });
+  verb.Add(OptionsOfAll(*options));
+  verb.check = [options](const Given&) {
+    return std::string(options->files.empty() && !options->live ? "FILE: name a file to check, or --live"
+                                                                : "");
+  };
+  return verb;
 }
 
-void DefineRepair(CLI::App& app, Action& chosen) {
+Verb Repair() {
   const auto options = std::make_shared<RepairVerbOptions>();
-  CLI::App* verb = app.add_subcommand("repair", "Save the messages of a damaged log file into a new one");
-  verb->footer(kRepairFooter);
-  verb->add_option("FILE", options->file, "The damaged file; it is only read")->required();
-  verb->add_option("--output", options->output, "The new file")->required()->option_text("NEW");
-  verb->add_flag("--carve", options->carve, "Also messages outside the ring, and such that have moved");
-  verb->add_flag("--unique", options->unique, "Leave out messages that were met before, byte for byte");
-  verb->add_option("--capacity", options->capacity, "Capacity of the new file (that of the damaged one)")
-      ->check(CLI::Range(1, 1000000))
-      ->option_text("N");
-  verb->add_flag("--force", options->force, "Replace NEW when it is there");
-  verb->add_flag("--all", options->all, "List every loss, not only the first 20");
-  verb->add_flag("-q,--quiet", options->quiet, "Print nothing that is no error");
-  DefineCommonOptions(*verb, *options);
-  verb->callback([options, &chosen] { chosen = [options] { return RepairFile(*options); }; });
+  Verb verb = MakeVerb("repair", "Save the messages of a damaged log file into a new one", kRepairFooter,
+                       options, RepairFile);
+  verb.Add({
+      Operand("FILE", Text(options->file), "The damaged file; it is only read").Required(),
+      Value("--output", "NEW", Text(options->output), "The new file").Required(),
+      Flag("--carve", options->carve, "Also messages outside the ring or at a shifted place"),
+      Flag("--unique", options->unique, "Leave out messages that are equal to an earlier one, byte for byte"),
+      Value("--capacity", "N", Number(1, kMostMessages, options->capacity),
+            "Capacity of the new file (that of the damaged one)"),
+      Flag("--force", options->force, "Replace NEW if it already exists"),
+      Flag("--all", options->all, "List every loss, not only the first 20"),
+      Flag("-q,--quiet", options->quiet, "Print nothing but errors"),
+  });
+  verb.Add(OptionsOfAll(*options));
+  return verb;
 }
 
-void DefineMerge(CLI::App& app, Action& chosen) {
+Verb Merge() {
   const auto options = std::make_shared<MergeOptions>();
-  CLI::App* verb = app.add_subcommand("merge", "Print the messages of several log files in order of time");
-  verb->footer(kMergeFooter);
-  verb->add_option("FILE", options->files, "Log files without a label");
-  verb->add_option("--label", options->labels, "A log file and the name of its machine (repeatable)")
-      ->allow_extra_args(false)
-      ->option_text("HOST=FILE");
-  verb->add_option("--offset", options->offsets, "Added to that machine's times: +1h, -90s (ms, s, m, h, d)")
-      ->allow_extra_args(false)
-      ->option_text("HOST=OFFSET");
-  DefineOutputOptions(*verb, options->output);
-  DefineSelectionOptions(*verb, options->selection);
-  verb->add_flag("-q,--quiet", options->quiet, "Say nothing on stderr that is not an error");
-  DefineCommonOptions(*verb, *options);
-  verb->callback([options, &chosen] {
+  Verb verb = MakeVerb("merge", "Print the messages of several log files in order of time", kMergeFooter,
+                       options, MergeFiles);
+  verb.Add({
+      Operands("FILE", List(options->files), "Log files without a label"),
+      Values("--label", "HOST=FILE", List(options->labels),
+             "A log file and the name of its machine (repeatable)"),
+      Values("--offset", "HOST=OFFSET", List(options->offsets),
+             "Added to that machine's times: +1h, -90s (ms, s, m, h, d, w)"),
+  });
+  verb.Add(WritingOptions(options->output));
+  verb.Add(SelectingOptions(options->selection));
+  verb.Add({QuietOption(options->quiet)});
+  verb.Add(OptionsOfAll(*options));
+  verb.check = [options](const Given&) {
     if (options->files.empty() && options->labels.empty())
-      throw CLI::ValidationError("FILE", "name a file, or --label HOST=FILE");
-    CheckSelectionOptions(options->selection);
-    chosen = [options] { return MergeFiles(*options); };
-  });
+      return std::string("FILE: name a file, or --label HOST=FILE");
+    return SelectionProblem(options->selection);
+  };
+  return verb;
 }
 
-void DefineFollowing(CLI::App& verb, ExportOptions& to) {
-  CLI::Option* follow = verb.add_flag("-f,--follow", to.follow, "Go on with what comes");
-  CLI::Option* rotate = verb.add_option_function<std::vector<std::string>>(
-                                "--rotate",
-                                [&to](const std::vector<std::string>& limits) {
-                                  for (const std::string& limit : limits)
-                                    TakeRotationLimit(limit, to.rotation);
-                                },
-                                "Begin a new file after so many bytes (500K, 10M, 1G) or at each turn of a "
-                                "time (15m, 1h, 1d, 1w);"
-                                " repeatable")
-                            ->allow_extra_args(false)
-                            ->check(CheckRotation)
-                            ->option_text("SIZE|TIME");
-  verb.add_option("--keep", to.rotation.keep, "Files put aside that are kept; older ones are removed (all)")
-      ->check(CLI::Range(1, 1000000))
-      ->needs(rotate)
-      ->option_text("N");
-  CLI::Option* const others[] = {
-      rotate,
-      verb.add_option("--interval", to.intervalMs, "How often to look, in milliseconds (100)")
-          ->check(CLI::Range(10, 60000))
-          ->option_text("MS"),
-      verb.add_flag("--ordered", to.ordered, "Hold messages back until they are in time order"),
-      verb.add_option("--for", to.forSeconds, "End by itself after so long")
-          ->check(CLI::Range(0.0, 1e7))
-          ->option_text("SECONDS")};
-  for (CLI::Option* const option : others) option->needs(follow);
+std::vector<Option> RotationOptions(ExportOptions& to) {
+  const auto rotate = [&to](const std::string& text) {
+    return TakeRotationLimit(text, to.rotation) ? ""
+                                                : "'" + text +
+                                                      "': expected a size such as 500K, 10M or 1G, or a time "
+                                                      "such as 15m, 1h, 1d or 1w";
+  };
+  return {Flag("-f,--follow", to.follow, "Continue with new messages"),
+          Values("--rotate", "SIZE|TIME", rotate,
+                 "Begin a new file after so many bytes (500K, 10M, 1G) or at each full period "
+                 "(15m, 1h, 1d, 1w); repeatable")
+              .Needs("--follow"),
+          Value("--keep", "N", Number(1, 1000000, to.rotation.keep),
+                "Number of rotated files to keep; older ones are removed (all)")
+              .Needs("--rotate")};
 }
 
-void Refuse(const char* option, const char* mend) {
-  throw CLI::ValidationError(option, mend);
-}
-
-void CheckFollowing(const ExportOptions& options) {
-  if (!options.files.empty()) Refuse("--file", "a copied log does not grow; leave out --follow");
-  if (options.asLog) Refuse("--log", "cannot be used with --follow: a log file has a fixed size");
+std::string FollowingProblem(const ExportOptions& options) {
+  if (!options.files.empty()) return "--file: a copied log does not grow; leave out --follow";
+  if (options.asLog) return "--log: cannot be used with --follow: a log file has a fixed size";
   if (options.output.format == "json-array")
-    Refuse("-o json-array", "cannot be used with --follow: the array would have no end; use -o json");
+    return "-o json-array: cannot be used with --follow: the array would be unterminated; use -o json";
   if (options.last || options.before > 0 || options.after > 0)
-    Refuse("-n", "cannot be used with --follow, nor can -A, -B and -C: all that matches is written");
+    return "-n: cannot be used with --follow, nor can -A, -B and -C: all messages that match are written";
   if (!options.afterCursor.empty())
-    Refuse("--after-cursor", "cannot be used with --follow; --cursor-file lets the next run go on");
+    return "--after-cursor: cannot be used with --follow; use --cursor-file, which also lets the next run "
+           "continue";
+  return "";
 }
 
-void DefineExport(CLI::App& app, Action& chosen) {
+std::string Check(const ExportOptions& options, const Given& given) {
+  for (const char* const name : {"--output", "--fields", "--tz", "--type-names", "--encoding"}) {
+    if (options.asLog && given.Has(name))
+      return std::string(name) + ": cannot be used with --log: a log file has its own format";
+  }
+  std::string problem = SelectionProblem(options.selection);
+  if (problem.empty()) problem = CursorProblem(options);
+  if (problem.empty() && options.follow) problem = FollowingProblem(options);
+  return problem;
+}
+
+int RunExport(const ExportOptions& options) {
+  return options.follow ? FollowExport(options) : ExportMessages(options);
+}
+
+Verb Export() {
   const auto options = std::make_shared<ExportOptions>();
-  CLI::App* verb = app.add_subcommand("export", "Write messages to a file that appears as a whole");
-  verb->footer(kExportFooter);
-  verb->add_option("TARGET", options->target, "The file to write")->required();
-  verb->add_option("--file", options->files, "Of a copied log instead of the running server's (repeatable)")
-      ->allow_extra_args(false)
-      ->option_text("FILE");
-  CLI::Option* log = verb->add_flag("--log", options->asLog, "Write a log file instead of text");
-  verb->add_option("--capacity", options->capacity, "Capacity of that log file (the source's)")
-      ->needs(log)
-      ->check(CLI::Range(1, 1000000))
-      ->option_text("N");
-  verb->add_flag("--force", options->force, "Replace TARGET when it is there");
-  DefineFollowing(*verb, *options);
-  DefineCount(*verb, options->last, "The last N that match, or all");
-  DefineOutputOptions(*verb, options->output);
-  DefineSelectionOptions(*verb, options->selection);
-  DefineContext(*verb, *options);
-  DefineCursors(*verb, *options);
-  DefineEvents(*verb, *options);
-  verb->add_flag("-q,--quiet", options->quiet, "Say nothing on stderr that is not an error");
-  DefineCommonOptions(*verb, *options);
-  verb->callback([verb, options, &chosen] {
-    CheckSelectionOptions(options->selection);
-    for (const char* const name : {"--output", "--fields", "--tz", "--type-names", "--encoding"}) {
-      if (options->asLog && verb->count(name) > 0)
-        Refuse(name, "cannot be used with --log: a log file has its own form");
-    }
-    CheckCursors(*options);
-    if (options->follow) CheckFollowing(*options);
-    chosen = [options] { return options->follow ? FollowExport(*options) : ExportMessages(*options); };
+  Verb verb = MakeVerb("export", "Write messages to a file that appears when it is complete", kExportFooter,
+                       options, RunExport);
+  verb.Add({
+      Operand("TARGET", Text(options->target), "The file to write").Required(),
+      FileOption(options->files, "Of a copied log instead of the running server's (repeatable)"),
+      Flag("--log", options->asLog, "Write a log file instead of text"),
+      Value("--capacity", "N", Number(1, kMostMessages, options->capacity),
+            "Capacity of that log file (the source's)")
+          .Needs("--log"),
+      Flag("--force", options->force, "Replace TARGET if it already exists"),
   });
+  verb.Add(RotationOptions(*options));
+  for (Option& option : FollowingOptions(options->intervalMs, options->ordered, options->forSeconds))
+    verb.options.push_back(std::move(option).Needs("--follow"));
+  verb.Add({CountOption(options->last, "The last N that match, or all")});
+  verb.Add(WritingOptions(options->output));
+  verb.Add(SelectingOptions(options->selection));
+  verb.Add(PositionOptions(*options));
+  verb.Add({QuietOption(options->quiet)});
+  verb.Add(OptionsOfAll(*options));
+  verb.check = [options](const Given& given) { return Check(*options, given); };
+  return verb;
 }
 
-void DefineImport(CLI::App& app, Action& chosen) {
+Verb Import() {
   const auto options = std::make_shared<ImportOptions>();
-  CLI::App* verb = app.add_subcommand("import", "Hand the messages of files in to the running server");
-  verb->footer(kImportFooter);
-  verb->add_option("FILE", options->files, "Log files, or lines of json or tsv")->required();
-  verb->add_option("--input", options->input, "What the files are (auto looks into them)")
-      ->check(CLI::IsMember({"auto", "log", "json", "tsv"}))
-      ->option_text("auto|log|json|tsv");
-  verb->add_option("--retry", options->retrySeconds,
-                   "How long to wait for a server that is lost, in seconds (30)")
-      ->check(CLI::Range(0, 3600))
-      ->option_text("SECONDS");
-  verb->add_flag("-q,--quiet", options->quiet, "Say nothing on stderr that is not an error");
-  DefineCommonOptions(*verb, *options);
-  verb->callback([options, &chosen] { chosen = [options] { return ImportFiles(*options); }; });
+  Verb verb = MakeVerb("import", "Send the messages of files to the running server", kImportFooter, options,
+                       ImportFiles);
+  verb.Add({
+      Operands("FILE", List(options->files), "Log files, or lines of json or tsv").Required(),
+      Words("--input", {"auto", "log", "json", "tsv"}, options->input,
+            "Format of the files (auto detects it)"),
+      Value("--retry", "SECONDS", Number(0, 3600, options->retrySeconds),
+            "How long to wait for a server whose connection is lost, in seconds (30)"),
+      QuietOption(options->quiet),
+  });
+  verb.Add(OptionsOfAll(*options));
+  return verb;
 }
 
 }  // namespace
 
-void DefineFileVerbs(CLI::App& app, Action& chosen) {
-  DefineVerify(app, chosen);
-  DefineRepair(app, chosen);
-  DefineExport(app, chosen);
-  DefineImport(app, chosen);
-  DefineMerge(app, chosen);
+std::vector<Verb> FileVerbs() {
+  return {Verify(), Repair(), Export(), Import(), Merge()};
 }
 
 }  // namespace TamLogCtl

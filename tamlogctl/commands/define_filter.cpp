@@ -1,8 +1,5 @@
-#include <CLI/CLI.hpp>
-#include <memory>
-
-#include "tamlogctl/base/choice_option.h"
-#include "tamlogctl/commands/command_line.h"
+#include "tamlogctl/commands/shared_options.h"
+#include "tamlogctl/commands/verbs.h"
 #include "tamlogctl/server/filter.h"
 
 namespace TamLogCtl {
@@ -13,11 +10,11 @@ using Options = std::shared_ptr<FilterOptions>;
 
 constexpr const char* kFilterFooter =
     R"(A filter matches a source by its beginning, without regard to case, and both ways: 'Camera' matches
-'camera2' and 'Cam'. While there are include filters, exclude filters are not looked at.
+'camera2' and 'Cam'. While there are include filters, exclude filters are ignored.
 
 Examples:
   tamlogctl filter list                       what is kept, and the filters, numbered
-  tamlogctl filter add -x Heartbeat           from now on drops what Heartbeat says
+  tamlogctl filter add -x Heartbeat           from now on drops messages of Heartbeat
   tamlogctl filter test Camera 2              would the server keep such a message?)";
 
 constexpr const char* kListFooter = R"(Examples:
@@ -32,7 +29,7 @@ constexpr const char* kAddFooter = R"(Examples:
 
 constexpr const char* kRemoveFooter =
     R"(The server has no request to remove one filter: all are cleared and the others added again. Messages that
-arrive in between meet a partial list.
+arrive in between are judged by a partial list.
 
 Examples:
   tamlogctl filter remove 3                   the third of the list
@@ -42,14 +39,14 @@ Examples:
 constexpr const char* kClearFooter = R"(Examples:
   tamlogctl filter clear                      every source is kept
   tamlogctl filter list -o tsv > filters.txt && tamlogctl filter clear
-                                              for a while; afterwards: filter set filters.txt
+                                              temporarily; afterwards: filter set filters.txt
   tamlogctl filter clear && tamlogctl filter add -i Camera
                                               Camera alone)";
 
 constexpr const char* kSetFooter = R"(Reads what `filter list -o tsv` or `filter list -o json` prints.
 
 Examples:
-  tamlogctl filter set filters.txt            puts this list in the place of the present one
+  tamlogctl filter set filters.txt            replaces the present list by this one
   tamlogctl filter list -o json | tamlogctl filter set -
                                               the same list again
   tamlogctl filter set - < nul                no filters)";
@@ -61,92 +58,87 @@ Examples:
   tamlogctl filter test Camera 2              for type 2
   tamlogctl filter test Camera 2 && tamlogctl send -s Camera -t 2 "on")";
 
-CLI::App* Define(CLI::App& parent, const char* name, const char* purpose, const char* footer,
-                 const Options& options, int (*run)(const FilterOptions&), Action& chosen) {
-  CLI::App* verb = parent.add_subcommand(name, purpose);
-  verb->footer(footer);
-  DefineCommonOptions(*verb, *options);
-  verb->callback([options, run, &chosen] { chosen = [options, run] { return run(*options); }; });
+Verb Make(const char* name, const char* purpose, const char* footer, const Options& options,
+          int (*run)(const FilterOptions&), std::vector<Option> own) {
+  Verb verb = MakeVerb(name, purpose, footer, options, run);
+  verb.Add(std::move(own));
+  verb.Add(OptionsOfAll(*options));
   return verb;
 }
 
-void DefineEntries(CLI::App& verb, const Options& options) {
-  const auto add = [options](bool include) {
-    return [options, include](const std::vector<std::string>& names) {
-      for (const std::string& name : names) options->entries.push_back({name, include});
-    };
+Option EntryOption(const char* names, const Options& options, bool include, const char* purpose) {
+  const auto take = [to = options.get(), include](const std::string& name) {
+    to->entries.push_back({name, include});
+    return std::string();
   };
-  verb.add_option_function<std::vector<std::string>>("-i,--include", add(true),
-                                                     "An include filter (repeatable)")
-      ->allow_extra_args(false)
-      ->option_text("NAME");
-  verb.add_option_function<std::vector<std::string>>("-x,--exclude", add(false),
-                                                     "An exclude filter (repeatable)")
-      ->allow_extra_args(false)
-      ->option_text("NAME");
+  return Values(names, "NAME", take, purpose).MayBeEmpty();
 }
 
-void DefineList(CLI::App& parent, Action& chosen) {
+Verb List() {
   const auto options = std::make_shared<FilterOptions>();
-  CLI::App* verb = Define(parent, "list", "Show the effective rule and the filters", kListFooter, options,
-                          ListFilters, chosen);
-  DefineChoice(*verb, "-o,--output", options->format, "Format: text, tsv or json",
-               {{"text", ListFormat::Text}, {"tsv", ListFormat::Tsv}, {"json", ListFormat::Json}});
+  return Make("list", "Show the effective rule and the filters", kListFooter, options, ListFilters,
+              {Choice("-o,--output", {"text", "tsv", "json"}, options->format, "Format: text, tsv or json")});
 }
 
-void DefineAdd(CLI::App& parent, Action& chosen) {
+Verb AddVerb() {
   const auto options = std::make_shared<FilterOptions>();
-  CLI::App* verb = Define(parent, "add", "Add filters", kAddFooter, options, AddFilters, chosen);
-  DefineEntries(*verb, options);
-  verb->parse_complete_callback([options] {
-    if (options->entries.empty()) throw CLI::ValidationError("filter add", "name one with -i or -x");
-  });
+  Verb verb = Make("add", "Add filters", kAddFooter, options, AddFilters,
+                   {EntryOption("-i,--include", options, true, "An include filter (repeatable)"),
+                    EntryOption("-x,--exclude", options, false, "An exclude filter (repeatable)")});
+  verb.check = [options](const Given&) {
+    return std::string(options->entries.empty() ? "filter add: name a source with -i or -x" : "");
+  };
+  return verb;
 }
 
-void DefineRemove(CLI::App& parent, Action& chosen) {
+Verb Remove() {
   const auto options = std::make_shared<FilterOptions>();
-  CLI::App* verb = Define(parent, "remove", "Remove filters, by number or text", kRemoveFooter, options,
-                          RemoveFilters, chosen);
-  verb->add_option("NUMBER", options->numbers, "As `filter list` numbers them");
-  DefineEntries(*verb, options);
-  verb->parse_complete_callback([options] {
-    if (options->entries.empty() && options->numbers.empty()) {
-      throw CLI::ValidationError("filter remove", "name one by its number, or with -i or -x");
-    }
-  });
+  const auto number = [to = options.get()](std::uint64_t value) {
+    to->numbers.push_back(static_cast<std::uint32_t>(value));
+  };
+  Verb verb = Make("remove", "Remove filters, by number or text", kRemoveFooter, options, RemoveFilters,
+                   {Operands("NUMBER", Number(0, 0xFFFFFFFFU, number), "As `filter list` numbers them"),
+                    EntryOption("-i,--include", options, true, "An include filter (repeatable)"),
+                    EntryOption("-x,--exclude", options, false, "An exclude filter (repeatable)")});
+  verb.check = [options](const Given&) {
+    const bool none = options->entries.empty() && options->numbers.empty();
+    return std::string(none ? "filter remove: name a filter by its number, or with -i or -x" : "");
+  };
+  return verb;
 }
 
-void DefineTest(CLI::App& parent, Action& chosen) {
+Verb Clear() {
+  return Make("clear", "Remove all filters", kClearFooter, std::make_shared<FilterOptions>(), ClearFilters,
+              {});
+}
+
+Verb Set() {
   const auto options = std::make_shared<FilterOptions>();
-  CLI::App* verb = Define(parent, "test", "Say whether a message would be kept, and which rule decides",
-                          kTestFooter, options, TestFilters, chosen);
-  verb->add_option("SOURCE", options->source, "The message's source")->required();
-  verb->add_option_function<std::uint32_t>(
-          "TYPE",
-          [options](const std::uint32_t& type) {
-            options->type = type;
-            options->typeGiven = true;
-          },
-          "The message's type, 0 to 3 (each)")
-      ->check(CLI::Range(0, 3));
+  return Make("set", "Replace all filters by those of a file", kSetFooter, options, SetFilters,
+              {Operand("FILE", Text(options->file), "The file to read; - is standard input").Required()});
+}
+
+Verb Test() {
+  const auto options = std::make_shared<FilterOptions>();
+  const auto type = [to = options.get()](std::uint64_t value) {
+    to->type = static_cast<std::uint32_t>(value);
+    to->typeGiven = true;
+  };
+  return Make("test", "Tell whether a message would be kept, and which rule decides", kTestFooter, options,
+              TestFilters,
+              {Operand("SOURCE", Text(options->source), "The message's source").Required().MayBeEmpty(),
+               Operand("TYPE", Number(0, 3, type), "The message's type, 0 to 3 (each)")});
 }
 
 }  // namespace
 
-void DefineFilterVerbs(CLI::App& app, Action& chosen) {
-  CLI::App* filter = app.add_subcommand("filter", "Show and change which sources the server keeps");
-  filter->footer(kFilterFooter);
-  filter->require_subcommand(1);
-  DefineList(*filter, chosen);
-  DefineAdd(*filter, chosen);
-  DefineRemove(*filter, chosen);
-  Define(*filter, "clear", "Remove all filters", kClearFooter, std::make_shared<FilterOptions>(),
-         ClearFilters, chosen);
-  const auto options = std::make_shared<FilterOptions>();
-  CLI::App* set = Define(*filter, "set", "Replace all filters by those of a file", kSetFooter, options,
-                         SetFilters, chosen);
-  set->add_option("FILE", options->file, "The file to read; - is standard input")->required();
-  DefineTest(*filter, chosen);
+Verb FilterVerb() {
+  Verb filter;
+  filter.name = "filter";
+  filter.purpose = "Show and change which sources the server keeps";
+  filter.footer = kFilterFooter;
+  filter.verbs = {List(), AddVerb(), Remove(), Clear(), Set(), Test()};
+  return filter;
 }
 
 }  // namespace TamLogCtl

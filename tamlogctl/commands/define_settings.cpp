@@ -1,7 +1,5 @@
-#include <CLI/CLI.hpp>
-#include <memory>
-
-#include "tamlogctl/commands/command_line.h"
+#include "tamlogctl/commands/shared_options.h"
+#include "tamlogctl/commands/verbs.h"
 #include "tamlogctl/select/message_selection.h"
 #include "tamlogctl/server/clear.h"
 #include "tamlogctl/server/settings.h"
@@ -20,23 +18,23 @@ constexpr const char* kSettingsFooter = R"(Examples:
 
 constexpr const char* kGetFooter = R"(Examples:
   tamlogctl settings get                      for people
-  tamlogctl settings get -o json > saved.json to be set again: settings set - < saved.json
+  tamlogctl settings get -o json > saved.json restored by: settings set - < saved.json
   tamlogctl settings get --timeout 20000      of a server that is slow to answer)";
 
 constexpr const char* kSetFooter =
-    R"(Reads the settings, changes what is named, writes them back and waits until the server has restarted with
+    R"(Reads the settings, changes those named, writes them back and waits until the server has restarted with
 them. A change of capacity usually empties the log, so its messages are saved in a file first, and --keep
-hands them in again. Exit code 1 when another capacity is in effect afterwards.
+sends them again. Exit code 1 when another capacity is in effect afterwards.
 
 Examples:
   tamlogctl settings set --types 0,1,3        drops messages of type 2
   tamlogctl settings set --capacity 100000 --keep
-                                              more room, and the messages handed in again
+                                              more room; the messages are sent again
   tamlogctl settings set - < saved.json       what `settings get -o json` printed)";
 
 constexpr const char* kPathFooter =
-    R"(The server moves its log to a new path at its next restart. A file that lies there already would be used
-if it is a log, and emptied if it is not: it is refused without --force.
+    R"(The server moves its log to a new path at its next restart. An existing file would be used if it is a
+log and emptied if it is not; without --force it is rejected.
 
 Examples:
   tamlogctl settings path                     prints the path
@@ -45,114 +43,100 @@ Examples:
                                               at once)";
 
 constexpr const char* kClearFooter =
-    R"(Asks before it empties the log, and offers to save the messages; where nobody can be asked, --yes is needed.
-What arrives between the saving and the emptying is lost.
+    R"(Asks before it empties the log, and offers to save the messages; without a terminal it needs --yes.
+Messages that arrive between saving and emptying are lost.
 
 Examples:
   tamlogctl clear                             asks on the terminal
   tamlogctl clear --backup old.dat --yes      saves, then empties; `show --file old.dat` shows them
   tamlogctl clear --yes --no-wait             for scripts that do not mind the restart)";
 
-CLI::App* Define(CLI::App& parent, const char* name, const char* purpose, const char* footer,
-                 const Options& options, int (*run)(const SettingsOptions&), Action& chosen) {
-  CLI::App* verb = parent.add_subcommand(name, purpose);
-  verb->footer(footer);
-  DefineCommonOptions(*verb, *options);
-  verb->callback([options, run, &chosen] { chosen = [options, run] { return run(*options); }; });
+constexpr std::uint32_t kMostMessages = 1000000;
+constexpr std::uint32_t kMostSaveSeconds = 4294967;  // beyond, the server's milliseconds overflow
+constexpr std::uint32_t kMostPollMs = 0xFFFFFFFFU;
+
+Verb Make(const char* name, const char* purpose, const char* footer, const Options& options,
+          int (*run)(const SettingsOptions&), std::vector<Option> own) {
+  Verb verb = MakeVerb(name, purpose, footer, options, run);
+  verb.Add(std::move(own));
+  verb.Add(OptionsOfAll(*options));
   return verb;
 }
 
-void DefineNumber(CLI::App& verb, const char* name, std::optional<std::uint32_t>& to, std::uint32_t most,
-                  const char* unit, const char* purpose) {
-  verb.add_option_function<std::uint32_t>(
-          name, [&to](const std::uint32_t& value) { to = value; }, purpose)
-      ->check(CLI::Range(1U, most))
-      ->option_text(unit);
+Verb Get() {
+  const auto options = std::make_shared<SettingsOptions>();
+  return Make("get", "Show the settings", kGetFooter, options, GetSettings, {JsonOption(options->json)});
 }
 
-void DefineSet(CLI::App& parent, Action& chosen) {
+Option TypesOption(std::optional<std::uint32_t>& to) {
+  const auto take = [&to](const std::string& text) {
+    to = ParseTypes(text);
+    return to ? "" : "'" + text + "': expected types from 0 to 3, as 0,1,3 or 0-2";
+  };
+  return Value("--types", "LIST", take, "Types that are kept: 0,1,3 or 0-2");
+}
+
+Verb Set() {
   const auto options = std::make_shared<SettingsOptions>();
-  CLI::App* verb = Define(parent, "set", "Change settings; the server restarts with them", kSetFooter,
-                          options, SetSettings, chosen);
-  verb->add_option_function<std::string>(
-          "INPUT", [options](const std::string& /*dash*/) { options->fromInput = true; },
-          "- reads a JSON object from standard input")
-      ->check(CLI::IsMember({"-"}));
   SettingsChange& change = options->change;
-  DefineNumber(*verb, "--capacity", change.capacity, 1000000, "N",
-               "Messages that the log holds, 1 to 1000000");
-  DefineNumber(*verb, "--poll", change.pollMs, 0xFFFFFFFFU, "MS",
-               "Pause between two readings of the driver, in milliseconds, at least 1");
-  DefineNumber(*verb, "--save", change.saveSeconds, 4294967, "S",
-               "Pause between two forced writes to disk, in seconds, at least 1");
-  verb->add_option_function<std::string>(
-          "--types",
-          [options](const std::string& text) { options->change.types = TamLogClient::ParseTypes(text); },
-          "Types that are kept: 0,1,3 or 0-2")
-      ->check([](const std::string& text) {
-        return TamLogClient::ParseTypes(text) ? ""
-                                              : "'" + text + "': expected types from 0 to 3, as 0,1,3 or 0-2";
-      })
-      ->option_text("LIST");
-  verb->add_flag("--keep", options->keep,
-                 "After a change of capacity hand the messages in again, with their times");
-  CLI::Option* backup =
-      verb->add_option("--backup", options->backup,
-                       "Where the messages are saved before a change of capacity (tamlog-DATE-TIME.dat here)")
-          ->option_text("FILE");
-  verb->add_flag("--no-backup", options->noBackup, "Save nothing before a change of capacity")
-      ->excludes(backup);
-  verb->add_flag("--wait,!--no-wait", options->wait,
-                 "Wait until the server is back (the default), or do not");
-  verb->parse_complete_callback([verb, options] {
+  const auto fromInput = [to = options.get()](std::size_t) { to->fromInput = true; };
+  Verb verb = Make(
+      "set", "Change settings; the server restarts with them", kSetFooter, options, SetSettings,
+      {Words("INPUT", {"-"}, fromInput, "- reads a JSON object from standard input"),
+       Value("--capacity", "N", Number(1, kMostMessages, change.capacity),
+             "Messages that the log holds, 1 to 1000000"),
+       Value("--poll", "MS", Number(1, kMostPollMs, change.pollMs),
+             "Pause between two reads of the driver, in milliseconds, at least 1"),
+       Value("--save", "S", Number(1, kMostSaveSeconds, change.saveSeconds),
+             "Pause between two forced writes to disk, in seconds, at least 1"),
+       TypesOption(change.types),
+       Flag("--keep", options->keep, "After a change of capacity send the messages again, with their times"),
+       Value("--backup", "FILE", Text(options->backup),
+             "Where the messages are saved before a change of capacity (tamlog-DATE-TIME.dat here)"),
+       Flag("--no-backup", options->noBackup, "Save nothing before a change of capacity")
+           .Excludes("--backup"),
+       Switch("--wait", "--no-wait", options->wait,
+              "Wait until the server is back (the default), or do not")});
+  verb.check = [options](const Given&) {
     const SettingsChange& named = options->change;
     const bool any = named.capacity || named.pollMs || named.saveSeconds || named.types;
-    if (!any && !options->fromInput) {
-      throw CLI::ValidationError("settings set", "name what is to be changed, for example --capacity 100000");
-    }
-  });
+    return std::string(any || options->fromInput
+                           ? ""
+                           : "settings set: name a setting to change, for example --capacity 100000");
+  };
+  return verb;
 }
 
-void DefinePath(CLI::App& parent, Action& chosen) {
+Verb Path() {
   const auto options = std::make_shared<SettingsOptions>();
-  CLI::App* verb =
-      Define(parent, "path", "Show or set the log file's path", kPathFooter, options, SettingsPath, chosen);
-  verb->add_option("NEW", options->path, "The new path, absolute, at most 255 bytes");
-  verb->add_flag("--apply", options->apply, "Restart the server, so that it takes effect at once");
-  verb->add_flag("--force", options->force, "Also if a file lies there already");
-  verb->add_flag("--wait,!--no-wait", options->wait,
-                 "With --apply: wait until the server is back (the default)");
+  return Make("path", "Show or set the log file's path", kPathFooter, options, SettingsPath,
+              {Operand("NEW", Text(options->path), "The new path, absolute, at most 255 bytes"),
+               Flag("--apply", options->apply, "Restart the server, so that the path takes effect at once"),
+               Flag("--force", options->force, "Also if the file already exists"),
+               Switch("--wait", "--no-wait", options->wait,
+                      "With --apply: wait until the server is back (the default), or do not")});
 }
 
-void DefineClear(CLI::App& app, Action& chosen) {
+Verb ClearVerb() {
   const auto options = std::make_shared<ClearOptions>();
-  CLI::App* verb = app.add_subcommand("clear", "Empty the log");
-  verb->footer(kClearFooter);
-  verb->add_option("--backup", options->backup, "Save the messages in this file first")->option_text("FILE");
-  verb->add_flag("--yes", options->yes, "Do not ask");
-  verb->add_flag("--wait,!--no-wait", options->wait,
-                 "Wait until the restart that follows is over (the default), or do not");
-  DefineCommonOptions(*verb, *options);
-  verb->callback([options, &chosen] { chosen = [options] { return Clear(*options); }; });
+  Verb verb = MakeVerb("clear", "Empty the log", kClearFooter, options, Clear);
+  verb.Add({Value("--backup", "FILE", Text(options->backup), "Save the messages in this file first"),
+            Flag("--yes", options->yes, "Do not ask"),
+            Switch("--wait", "--no-wait", options->wait,
+                   "Wait until the restart that follows is over (the default), or do not")});
+  verb.Add(OptionsOfAll(*options));
+  return verb;
 }
 
 }  // namespace
 
-void DefineSettingsVerbs(CLI::App& app, Action& chosen) {
-  CLI::App* settings =
-      app.add_subcommand("settings", "Show and change capacity, rates, types and the log's path");
-  settings->footer(kSettingsFooter);
-  settings->require_subcommand(1);
-  const auto options = std::make_shared<SettingsOptions>();
-  CLI::App* get = Define(*settings, "get", "Show the settings", kGetFooter, options, GetSettings, chosen);
-  get->add_option_function<std::string>(
-         "-o,--output", [options](const std::string& format) { options->json = format == "json"; },
-         "Format: text or json")
-      ->check(CLI::IsMember({"text", "json"}))
-      ->option_text("text|json");
-  DefineSet(*settings, chosen);
-  DefinePath(*settings, chosen);
-  DefineClear(app, chosen);
+std::vector<Verb> SettingsVerbs() {
+  Verb settings;
+  settings.name = "settings";
+  settings.purpose = "Show and change capacity, rates, types and the log's path";
+  settings.footer = kSettingsFooter;
+  settings.verbs = {Get(), Set(), Path()};
+  return {settings, ClearVerb()};
 }
 
 }  // namespace TamLogCtl

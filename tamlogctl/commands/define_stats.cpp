@@ -1,9 +1,5 @@
-#include <CLI/CLI.hpp>
-#include <memory>
-#include <string>
-
-#include "tamlogctl/commands/command_line.h"
-#include "tamlogctl/read/reading_options.h"
+#include "tamlogctl/commands/shared_options.h"
+#include "tamlogctl/commands/verbs.h"
 #include "tamlogctl/read/stats.h"
 
 namespace TamLogCtl {
@@ -11,7 +7,7 @@ namespace TamLogCtl {
 namespace {
 
 constexpr const char* kStatsFooter =
-    R"(Bars are shown on a terminal. The depth of the ring is the time from its oldest message to its newest, wanted
+    R"(Bars are shown on a terminal. The depth of the ring is the time from its oldest message to its newest, selected
 or not.
 
 Examples:
@@ -22,31 +18,23 @@ Examples:
 
 }  // namespace
 
-void DefineStatsVerb(CLI::App& app, Action& chosen) {
+Verb StatsVerb() {
   const auto options = std::make_shared<StatsOptions>();
-  CLI::App* verb = app.add_subcommand("stats", "Count messages by source, type and time");
-  verb->footer(kStatsFooter);
-  verb->add_option_function<std::string>(
-          "-o,--output", [options](const std::string& format) { options->json = format == "json"; },
-          "Format: text or json")
-      ->check(CLI::IsMember({"text", "json"}))
-      ->option_text("text|json");
-  verb->add_option("--file", options->files, "Read a copy of the log file (repeatable)")
-      ->allow_extra_args(false)
-      ->option_text("FILE");
-  verb->add_option("--top", options->top, "How many sources to list, 0 for all (20)")
-      ->check(CLI::Range(0, 1000000))
-      ->option_text("N");
-  verb->add_flag("--bars", options->bars, "Bars also when the output is no terminal");
-  DefineCount(*verb, options->last, "Of the last N that match, or of all");
-  DefineNaming(*verb, options->output);
-  DefineSelectionOptions(*verb, options->selection);
-  verb->add_flag("-q,--quiet", options->quiet, "Say nothing on stderr that is not an error");
-  DefineCommonOptions(*verb, *options);
-  verb->callback([options, &chosen] {
-    CheckSelectionOptions(options->selection);
-    chosen = [options] { return ShowStats(*options); };
+  Verb verb = MakeVerb("stats", "Count messages by source, type and time", kStatsFooter, options, ShowStats);
+  const auto top = [options](std::uint64_t count) { options->top = count; };
+  verb.Add({
+      JsonOption(options->json),
+      FileOption(options->files, "Read a copy of the log file (repeatable)"),
+      Value("--top", "N", Number(0, 1000000, top), "Number of sources to list, 0 for all (20)"),
+      Flag("--bars", options->bars, "Print bars also when the output is not a terminal"),
+      CountOption(options->last, "Of the last N that match, or of all"),
   });
+  verb.Add(NamingOptions(options->output));
+  verb.Add(SelectingOptions(options->selection));
+  verb.Add({QuietOption(options->quiet)});
+  verb.Add(OptionsOfAll(*options));
+  verb.check = [options](const Given&) { return SelectionProblem(options->selection); };
+  return verb;
 }
 
 }  // namespace TamLogCtl

@@ -39,9 +39,9 @@ void AppendFooter(const std::string& footer, std::string& out) {
   out += ".PP\n.nf\n" + Plain(footer) + "\n.fi\n";
 }
 
-void AppendOption(const OptionInfo& option, std::string& out) {
+void AppendOption(const Option& option, std::string& out) {
   out += ".TP\n";
-  if (option.names.empty()) {
+  if (option.IsOperand()) {
     out += "\\fI" + Plain(option.operand) + "\\fR\n";
   } else {
     std::string list;
@@ -53,26 +53,26 @@ void AppendOption(const OptionInfo& option, std::string& out) {
   out += Plain(option.purpose) + "\n";
 }
 
-void AppendVerb(const VerbInfo& verb, const std::string& path, std::string& out) {
+void AppendVerb(const Verb& verb, const std::string& path, std::string& out) {
   out += ".SS " + Plain(path) + "\n" + Plain(verb.purpose) + ".\n";
-  for (const OptionInfo& option : verb.options) AppendOption(option, out);
+  for (const Option& option : verb.options) AppendOption(option, out);
   AppendFooter(verb.footer, out);
-  for (const VerbInfo& child : verb.verbs) AppendVerb(child, path + " " + child.name, out);
+  for (const Verb& child : verb.verbs) AppendVerb(child, path + " " + child.name, out);
 }
 
 }  // namespace
 
-std::string MakeManPage(const VerbInfo& program) {
+std::string MakeManPage(const Verb& program) {
   std::string out = ".TH TAMLOGCTL 1 \"\" \"tamlogctl " TAMLOG_VERSION
                     "\" \"User Commands\"\n"
                     ".SH NAME\ntamlogctl \\- read, follow, feed and administer the Torvane Log Server\n"
                     ".SH SYNOPSIS\n.B tamlogctl\n[\\fIverb\\fR] [\\fIoption\\fR ...] [\\fIoperand\\fR ...]\n"
                     ".SH DESCRIPTION\n" +
                     Plain(program.purpose) + "\n";
-  for (const OptionInfo& option : program.options) AppendOption(option, out);
+  for (const Option& option : program.options) AppendOption(option, out);
   AppendFooter(program.footer, out);
   out += ".SH VERBS\n";
-  for (const VerbInfo& verb : program.verbs) AppendVerb(verb, verb.name, out);
+  for (const Verb& verb : program.verbs) AppendVerb(verb, verb.name, out);
   return out;
 }
 

@@ -4,10 +4,10 @@
 
 #include <string>
 
-#include "tamlogctl/commands/verb_tree.h"
+#include "tamlogctl/commands/verb.h"
 
 namespace TamLogCtl {
 
-std::string MakeManPage(const VerbInfo& program);
+std::string MakeManPage(const Verb& program);
 
 }  // namespace TamLogCtl

@@ -15,8 +15,7 @@ int Run(std::vector<std::string> arguments) {
     const auto action = ParseCommandLine(std::move(arguments), exitCode);
     return action ? (*action)() : exitCode;
   } catch (const std::exception& error) {
-    Say(std::string("failed: ") + error.what());
-    return kOutputFailed;
+    return Refuse(kOutputFailed, std::string("failed: ") + error.what());
   }
 }
 

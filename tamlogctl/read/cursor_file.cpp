@@ -1,65 +1,70 @@
 #include "tamlogctl/read/cursor_file.h"
 
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <system_error>
 
 #include "client/file/file_path.h"
-#include "tamlogctl/base/console.h"
+#include "client/file/log_file_image.h"
+#include "client/file/log_file_writer.h"
+#include "tamlogctl/base/exit_code.h"
+#include "tamlogctl/base/file_problem.h"
 
 namespace TamLogCtl {
 
 namespace {
 
 namespace fs = std::filesystem;
-using TamLogClient::PathOf;
+using TamLogClient::Status;
 
 constexpr const char* kNone = "none";
 
-bool Refuse(const std::string& path, const std::string& what) {
-  Say("--cursor-file '" + path + "': " + what);
-  return false;
+// A device is not read: it may be unterminated, and could not be replaced.
+bool IsOrdinaryOrMissing(const std::string& path) {
+  std::error_code ignored;
+  const fs::file_status status = fs::status(TamLogClient::PathOf(path), ignored);
+  return !fs::exists(status) || fs::is_regular_file(status);
+}
+
+std::string Named(const std::string& path) {
+  return "--cursor-file '" + path + "': ";
+}
+
+bool Parse(const std::string& text, CursorFile& to) {
+  const std::size_t end = text.find('\n');
+  std::string line = text.substr(0, end);
+  if (!line.empty() && line.back() == '\r') line.pop_back();
+  const std::string memory = end == std::string::npos ? "" : text.substr(end + 1);
+  to.cursor = TamLogClient::ParseCursor(line);
+  if (!memory.empty()) to.memory = TamLogClient::ParseMemory(memory);
+  return (to.cursor || line == kNone) && to.memory.has_value() == !memory.empty();
 }
 
 }  // namespace
 
-bool ReadCursorFile(const std::string& path, CursorFile& to) {
+int ReadCursorFile(const std::string& path, CursorFile& to) {
   to = {};
-  std::error_code error;
-  if (!fs::exists(PathOf(path), error) && !error) return true;
-  std::ifstream file(PathOf(path), std::ios::binary);
-  std::string line;
-  if (fs::is_directory(PathOf(path), error) || !file) return Refuse(path, "the file cannot be read");
-  std::getline(file, line);
-  if (!line.empty() && line.back() == '\r') line.pop_back();
-  to.cursor = TamLogClient::ParseCursor(line);
-  std::ostringstream rest;
-  if (file.peek() != std::ifstream::traits_type::eof()) rest << file.rdbuf();
-  const std::string memory = rest.str();
-  if (!memory.empty()) to.memory = TamLogClient::ParseMemory(memory);
-  const bool nothing = line == kNone;
-  if ((!to.cursor && !nothing) || (to.memory.has_value() == memory.empty())) {
-    return Refuse(path, "this is no cursor file; remove it to begin with the oldest message");
-  }
-  return true;
+  if (!IsOrdinaryOrMissing(path))
+    return Refuse(ExitCodeOf(Status::NotAFile), Named(path) + "is not an ordinary file");
+  std::string text;
+  const Status status = TamLogClient::ReadFileBytes(path, text);
+  if (status == Status::NotFound) return kDone;
+  if (status != Status::Ok) return Refuse(ExitCodeOf(status), Named(path) + ProblemOf(status));
+  if (Parse(text, to)) return kDone;
+  return Refuse(kUsage, Named(path) + "is not a cursor file; remove it to begin with the oldest message");
 }
 
-bool WriteCursorFile(const std::string& path, const TamLogClient::LogSnapshot& snapshot,
-                     const TamLogClient::FollowerMemory& memory) {
+int WriteCursorFile(const std::string& path, const TamLogClient::LogSnapshot& snapshot,
+                    const TamLogClient::FollowerMemory& memory) {
   const auto order = OrderMessages(snapshot).oldestFirst;
   const std::string cursor =
       order.empty() ? kNone : FormatCursor(CursorOf(snapshot, order, order.size() - 1));
-  const std::string fresh = path + ".new" + std::to_string(ProcessId());
-  std::ofstream file(PathOf(fresh), std::ios::binary | std::ios::trunc);
-  file << cursor << '\n' << FormatMemory(memory);
-  file.close();
-  std::error_code error;
-  if (file) fs::rename(PathOf(fresh), PathOf(path), error);
-  if (file && !error) return true;
-  std::error_code ignored;
-  fs::remove(PathOf(fresh), ignored);
-  return Refuse(path, "the file cannot be written; what was printed will be printed again");
+  TamLogClient::AtomicFile file;
+  Status status = file.Open(path, true);
+  if (status == Status::Ok)
+    status = file.Write(cursor + "\n" + FormatMemory(memory)) ? file.Commit() : Status::SystemError;
+  if (status == Status::Ok) return kDone;
+  return Refuse(TargetExitCode(status), TargetProblem(path, status) +
+                                            "; the next run with this --cursor-file repeats these messages");
 }
 
 }  // namespace TamLogCtl

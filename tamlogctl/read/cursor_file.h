@@ -1,8 +1,8 @@
 #pragma once
 
-// The file in which show and follow remember how far they have read. Its first line is a cursor (or `none`
-// for an empty log); then follows a follower's memory, which knows late messages and losses as well. A file
-// that holds a cursor alone is accepted, too.
+// The file in which show, follow and export store how far they have read. Its first line is a cursor (`none`
+// for an empty log); the rest is a follower's memory, which also detects late messages and losses. A file
+// that holds only a cursor is accepted.
 
 #include <optional>
 #include <string>
@@ -18,17 +18,18 @@ struct CursorFile {
   std::optional<TamLogClient::FollowerMemory> memory;
 };
 
-// Messages that a cursor file remembers by their bytes: as many as can be given in the minutes that a late
-// message may lie back, and no more, because the file is written at every run.
+// The number of messages whose digests a cursor file stores: enough for the minutes by which a message may be
+// late, and no more, because the file is written at every run.
 inline constexpr std::size_t kRememberedMessages = 10000;
 
-// A file that does not exist leaves `to` empty: reading begins with the oldest message. False, after a word
-// on stderr, for one that cannot be read or holds something else.
-bool ReadCursorFile(const std::string& path, CursorFile& to);
+// Reads the file at `path` (UTF-8). A file that does not exist leaves `to` empty: reading begins with the
+// oldest message. Returns kDone; or after a report on stderr kUsage for what is not a cursor file, else the
+// exit code of the status.
+int ReadCursorFile(const std::string& path, CursorFile& to);
 
-// Writes a new file and puts it in the place of the old one, so that the old one stays when anything fails.
-// False after a word on stderr.
-bool WriteCursorFile(const std::string& path, const TamLogClient::LogSnapshot& snapshot,
-                     const TamLogClient::FollowerMemory& memory);
+// Replaces the file at `path` as a whole: the old one stays if anything fails. Returns kDone, or another exit
+// code after a report on stderr.
+int WriteCursorFile(const std::string& path, const TamLogClient::LogSnapshot& snapshot,
+                    const TamLogClient::FollowerMemory& memory);
 
 }  // namespace TamLogCtl

@@ -1,13 +1,13 @@
 #pragma once
 
-// What happens to the log while it is read, told on stderr: for people in words, for programs as JSON, one
-// object a line:
+// Reports on stderr what happens to the log while it is read: as text for people, or as JSON for programs,
+// one object a line:
 //
-//   {"event":"lost","count":12}        exactly so many messages were gone before they could be read
-//   {"event":"lost","count":null,"at_least":3}   their number is not known
+//   {"event":"lost","count":12}        exactly 12 messages were lost before they could be read
+//   {"event":"lost","count":null,"at_least":3}   at least 3 were lost; the exact number is unknown
 //   {"event":"cleared"}  {"event":"stopped"}  {"event":"reopened"}  {"event":"blocked"}
-//   {"event":"cursor","cursor":"c1..."}          where to go on (--show-cursor)
-//   {"event":"cursor-gone"}                      the cursor's message is not there any more
+//   {"event":"cursor","cursor":"c1..."}          the cursor of the newest message (--show-cursor)
+//   {"event":"cursor-gone"}                      the cursor's message is no longer in the log
 //   {"event":"late-skipped"}                     messages dated before the cursor's may have been left out
 
 #include <cstdint>
@@ -19,29 +19,30 @@ namespace TamLogCtl {
 
 enum class EventStyle : std::uint8_t { Text, Json, None };
 
-class EventTeller {
+class EventReporter {
  public:
-  explicit EventTeller(EventStyle chosen) : style(chosen) {}
+  explicit EventReporter(EventStyle chosen) : style(chosen) {}
 
-  void Lost(const TamLogClient::Loss& loss) const;
-  void Cleared() const { Tell("cleared", "the log was emptied"); }
-  void Stopped() const { Tell("stopped", "the server has stopped; waiting for it to come back"); }
-  void Reopened() const { Tell("reopened", "the server is back"); }
-  void Blocked() const { Tell("blocked", "the server keeps its readers waiting; still trying"); }
-  void CursorGone() const {
-    Tell("cursor-gone", "the cursor's message is not in the log any more; what is dated later is shown");
+  void ReportLost(const TamLogClient::Loss& loss) const;
+  void ReportCleared() const { Report("cleared", "the log was cleared"); }
+  void ReportStopped() const { Report("stopped", "the server has stopped; waiting for it to start again"); }
+  void ReportReopened() const { Report("reopened", "the server is running again"); }
+  void ReportBlocked() const { Report("blocked", "the server does not admit readers; still trying"); }
+  void ReportCursorGone() const {
+    Report("cursor-gone",
+           "the cursor's message is no longer in the log; showing the messages dated after it");
   }
-  void LateSkipped() const {
-    Tell("late-skipped",
-         "messages dated before the cursor's were written since; they are not shown (--cursor-file shows "
-         "them)");
+  void ReportLateSkipped() const {
+    Report("late-skipped",
+           "messages dated before the cursor's message were written after it and are not shown "
+           "(--cursor-file shows them)");
   }
 
-  // Was asked for, so it is told in any style.
-  void CursorIs(const std::string& cursor) const;
+  // The answer to --show-cursor: reported in every style.
+  void ReportCursor(const std::string& cursor) const;
 
  private:
-  void Tell(const char* event, const std::string& words) const;
+  void Report(const char* event, const std::string& text) const;
 
   EventStyle style;
 };

@@ -1,15 +1,15 @@
-#include <algorithm>
-#include <limits>
+#include "tamlogctl/read/export.h"
 
-#include "client/file/log_file_image.h"
+#include <algorithm>
+
 #include "client/file/log_file_writer.h"
 #include "client/message/log_message_view.h"
 #include "tamlogctl/base/console.h"
+#include "tamlogctl/base/counted.h"
 #include "tamlogctl/base/exit_code.h"
-#include "tamlogctl/base/file_problem.h"
-#include "tamlogctl/base/live_image.h"
 #include "tamlogctl/base/progress.h"
-#include "tamlogctl/read/merge.h"
+#include "tamlogctl/read/log_input.h"
+#include "tamlogctl/read/output_file.h"
 #include "tamlogctl/read/reading_position.h"
 #include "tamlogctl/select/message_choice.h"
 
@@ -19,9 +19,7 @@ namespace {
 
 using TamLogClient::AtomicFile;
 using TamLogClient::LogMessageView;
-using TamLogClient::LogSnapshot;
 using TamLogClient::MessageFormatter;
-using TamLogClient::MessageSelection;
 using TamLogClient::Status;
 
 class Export {
@@ -33,62 +31,31 @@ class Export {
  private:
   int Read(ReadingPosition& position);
   void Choose(const MessageSelection& selection);
-  void Take(const std::string& name, const std::string& bytes);
   int WriteText(MessageFormatter& formatter);
   int WriteLog();
 
   const ExportOptions& options;
-  std::vector<LogSnapshot> logs;
-  std::vector<const LogMessage*> messages;  // those that are written, oldest first
-  std::vector<std::size_t> places;          // of each among all
+  std::vector<LogInput> logs;
+  std::vector<const LogMessage*> messages;  // to write, oldest first
+  std::vector<std::size_t> places;          // their indices among all messages
   std::size_t matched = 0;
   std::uint32_t capacity = 1;
   int exitCode = kDone;
 };
 
-void Export::Take(const std::string& name, const std::string& bytes) {
-  const TamLogClient::LogFileImage image(bytes);
-  LogSnapshot& log = logs.emplace_back();
-  log.header = image.Header();
-  log.slots.reserve(image.SlotsThere());
-  for (std::uint64_t slot = 0; slot < image.SlotsThere(); ++slot) log.slots.push_back(image.Slot(slot));
-  capacity = std::max(capacity, static_cast<std::uint32_t>(log.slots.size()));
-  if (!log.HeaderIsSound()) {
-    Say(name + ": is damaged; see: tamlogctl verify");
-    exitCode = kDamaged;
-  }
-}
-
+// Unless every file can be read nothing is written: the target would be mistaken for complete.
 int Export::Read(ReadingPosition& position) {
   logs.reserve(std::max<std::size_t>(1, options.files.size()));
-  std::string bytes;
-  for (const std::string& file : options.files) {
-    const Status status = TamLogClient::ReadFileBytes(file, bytes);
-    if (status != Status::Ok) {
-      Say(FileProblem(file, status));
-      return ExitCodeOf(status);
-    }
-    Take(file, bytes);
+  if (options.files.empty()) logs.push_back(ReadLiveInput(options.timeoutMs, options.quiet));
+  for (const std::string& file : options.files) logs.push_back(ReadFileInput(file, options.quiet));
+  exitCode = WorstOf(logs);
+  if (!HasOutput(exitCode)) return exitCode;
+  for (const LogInput& log : logs) {
+    const auto found = position.Beyond(log.snapshot);
+    messages.insert(messages.end(), found.begin(), found.end());
+    capacity = std::max(capacity, static_cast<std::uint32_t>(log.snapshot.slots.size()));
   }
-  if (options.files.empty()) {
-    if (const int code = ReadLiveImage(options.timeoutMs, bytes); code != kDone) return code;
-    Take("the running server's log", bytes);
-  }
-  for (const LogSnapshot& log : logs) {
-    const auto order = OrderMessages(log);
-    if (order.damaged > 0) exitCode = kDamaged;
-    // What a log file leaves out is told at the end.
-    if (order.damaged > 0 && !options.quiet && !options.asLog) {
-      SayDamaged(options.files.empty() ? "the running server's log"
-                                       : options.files[static_cast<std::size_t>(&log - logs.data())],
-                 order.damaged);
-    }
-    const auto slots = logs.size() == 1 ? position.Beyond(log) : order.oldestFirst;
-    for (const std::uint32_t slot : slots) messages.push_back(&log.slots[slot]);
-  }
-  std::stable_sort(messages.begin(), messages.end(), [](const LogMessage* left, const LogMessage* right) {
-    return TimeKey(left->body) < TimeKey(right->body);
-  });
+  SortByTime(messages);
   return kDone;
 }
 
@@ -107,11 +74,11 @@ int Export::WriteText(MessageFormatter& formatter) {
   Progress progress("exporting messages", messages.size());
   std::string pending;
   const bool gaps = (options.before > 0 || options.after > 0) && IsTextFormat(options);
-  if (logs.size() == 1) formatter.SetLog(logs.front().header);
+  if (logs.size() == 1) formatter.SetLog(logs.front().snapshot.header);
   formatter.AppendHead(pending);
   for (std::size_t i = 0; status == Status::Ok && i < messages.size(); ++i) {
     progress.Show(i);
-    if (Interrupted()) return ExplainUnwritten(options.target, Status::SystemError);
+    if (Interrupted()) return ExplainTarget(options.target, Status::Interrupted);
     if (gaps && i > 0 && places[i] > places[i - 1] + 1) pending += "--\n";
     formatter.Append(*messages[i], false, pending);
     if (pending.size() < kWriteSize) continue;
@@ -121,72 +88,46 @@ int Export::WriteText(MessageFormatter& formatter) {
   formatter.AppendTail(pending);
   if (status == Status::Ok && !file.Write(pending)) status = Status::SystemError;
   if (status == Status::Ok) status = file.Commit();
-  return status == Status::Ok ? kDone : ExplainUnwritten(options.target, status);
+  return status == Status::Ok ? kDone : ExplainTarget(options.target, status);
 }
 
-// Messages that break a rule cannot go into a log file: one of them costs a server the whole file.
+// Messages that break a rule of the format are left out: a server empties a log file that contains one.
 int Export::WriteLog() {
   std::erase_if(messages, [](const LogMessage* message) { return LogMessageView(*message).Damaged(); });
   const auto most = std::max(capacity, static_cast<std::uint32_t>(messages.size()));
   const std::uint32_t slots = options.capacity > 0 ? options.capacity : most;
   if (messages.size() > slots) {
-    Say("--capacity " + std::to_string(slots) + ": " + std::to_string(messages.size()) +
-        " messages do not fit; choose fewer with -S or -s, or raise it");
-    return kUsage;
+    return Refuse(kUsage, "--capacity " + std::to_string(slots) + ": " + std::to_string(messages.size()) +
+                              " messages do not fit; choose fewer with -S or -s, or raise it");
   }
-  Progress progress("writing slots", slots);
-  const auto give = [this](std::uint64_t index) { return *messages[index]; };
-  const auto goOn = [&progress](std::uint64_t slot) {
-    progress.Show(slot);
-    return !Interrupted();
-  };
-  const Status status =
-      TamLogClient::WriteLogFile(options.target, messages.size(), give, slots, options.force, goOn);
-  return status == Status::Ok ? kDone : ExplainUnwritten(options.target, status);
+  const auto messageAt = [this](std::uint64_t index) { return *messages[index]; };
+  return WriteLogTarget(options.target, messages.size(), messageAt, slots, options.force);
 }
 
 int Export::Run() {
-  const auto selection = MakeSelection(options.selection, options.output);
+  int refused = kUsage;
+  const auto selection = MakeSelection(options.selection, options.output, refused);
   auto formatter = selection ? MakeFileFormatter(options.output) : std::nullopt;
-  auto position = formatter ? ReadingPosition::Make(options) : std::nullopt;
-  if (!position) return kUsage;
+  auto position = formatter ? ReadingPosition::Make(options, refused) : std::nullopt;
+  if (!position) return refused;
   if (const int code = Read(*position); code != kDone) return code;
   Choose(*selection);
   const std::size_t chosen = messages.size();
-  DeferInterrupts();  // so that no half of a file is left
+  DeferInterrupts();  // so that no part of a file is left
   const int code = options.asLog ? WriteLog() : WriteText(*formatter);
   if (code != kDone) return code;
-  if (!options.quiet) Say(options.target + ": " + std::to_string(messages.size()) + " messages");
+  if (!options.quiet) Say(options.target + ": " + Counted(messages.size(), "message"));
   if (messages.size() < chosen)
-    Say(std::to_string(chosen - messages.size()) + " messages break a rule of the format and were left out");
+    Say(options.target + ": without " + Counted(chosen - messages.size(), "message") +
+        " that would make a server empty the file");
   if (logs.size() == 1) {
-    position->ShowCursor(logs.front());
-    if (!position->Keep(logs.front())) return kOutputFailed;
+    position->ShowCursor(logs.front().snapshot);
+    if (const int kept = position->Keep(logs.front().snapshot); kept != kDone) return kept;
   }
-  if (exitCode == kDone && matched == 0 && !selection->Empty()) return kNothingMatched;
-  return exitCode;
+  return matched == 0 && !selection->Empty() ? WorseOf(exitCode, kNegative) : exitCode;
 }
 
 }  // namespace
-
-int ExplainTarget(const std::string& target, Status status) {
-  if (status == Status::BadValue && IsNoFile(target)) {
-    Say(target + ": is no file that could be replaced; give another name");
-    return kUsage;
-  }
-  if (status == Status::BadValue) {
-    Say(target + ": is there already; give another name, or --force to replace it");
-    return kUsage;
-  }
-  Say(target + ": cannot be written: " + StatusText(status));
-  return status == Status::AccessDenied ? kAccessDenied : kOutputFailed;
-}
-
-int ExplainUnwritten(const std::string& target, Status status) {
-  if (!Interrupted()) return ExplainTarget(target, status);
-  Say(target + ": interrupted; nothing was written");
-  return kInterrupted;
-}
 
 int ExportMessages(const ExportOptions& options) {
   Export run(options);

@@ -15,10 +15,6 @@ using TamLogClient::LogSnapshot;
 using TamLogClient::LogStream;
 using TamLogClient::Status;
 
-bool Readable(Status status) {
-  return status == Status::Ok || status == Status::Damaged;
-}
-
 class Follower {
  public:
   Follower(const ShowOptions& chosen, FollowTarget& to, ReadingPosition& from)
@@ -27,7 +23,7 @@ class Follower {
   int Run();
 
  private:
-  static constexpr std::uint32_t kStepMs = 50;         // how soon Ctrl-C is noticed
+  static constexpr std::uint32_t kStepMs = 50;         // the delay until Ctrl-C is noticed
   static constexpr std::uint64_t kKeepEveryMs = 1000;  // how often the cursor file is written
 
   static TamLogClient::LogStreamOptions StreamOptions(const ShowOptions& options) {
@@ -42,39 +38,37 @@ class Follower {
   int Loop();
   Status Drain(std::uint32_t waitMs);
   void Take(const LogItem& item);
-  bool Keep(bool atEnd);
+  int Keep(bool atEnd);
 
   const ShowOptions& options;
   FollowTarget& target;
   ReadingPosition& position;
   LogStream stream;
   std::uint64_t nextKeep = 0;  // ticks
-  bool news = true;            // since the cursor file was written
+  bool news = true;            // messages or events since the cursor file was written
 };
 
 int Follower::Run() {
   const Status status = Begin();
   if (!Readable(status)) return ExplainStatus(status);
   int exitCode = Loop();
-  stream.GiveAll();
+  stream.ReleaseAll();
   const Status drained = Drain(0);
   if (drained != Status::TimedOut && exitCode == kDone) exitCode = ExplainStatus(drained);
   stream.Close();
   if (!target.Finish()) return kOutputFailed;
   position.ShowCursor(stream.Snapshot());
-  if (!Keep(true)) return kOutputFailed;
+  if (const int kept = Keep(true); kept != kDone) return kept;
   if (exitCode != kDone) return exitCode;
-  return target.NothingMatched() ? kNothingMatched : kDone;
+  return target.NothingMatched() ? kNegative : kDone;
 }
 
 Status Follower::Begin() {
   const Status status = position.Memory() ? stream.Open(*position.Memory()) : stream.Open();
   if (!Readable(status) || position.Memory()) return status;
   const LogSnapshot& snapshot = stream.Snapshot();
-  std::vector<const LogMessage*> messages;
-  for (const std::uint32_t slot : position.Beyond(snapshot)) messages.push_back(&snapshot.slots[slot]);
   target.SetLog(snapshot.header);
-  target.PrintLast(messages);
+  target.PrintLast(position.Beyond(snapshot));
   return status;
 }
 
@@ -85,13 +79,13 @@ int Follower::Loop() {
     const Status status = Drain(kStepMs);
     if (!target.Flush()) return kOutputFailed;
     if (status != Status::TimedOut) return ExplainStatus(status);
-    if (!Keep(false)) return kOutputFailed;
+    if (const int kept = Keep(false); kept != kDone) return kept;
     if (Interrupted()) return kInterrupted;
     if (end != 0 && Ticks() >= end) return kDone;
   }
 }
 
-// Takes everything that is there; TimedOut when nothing is left.
+// Takes all that is available, waiting `waitMs` for the first item; returns TimedOut when nothing is left.
 Status Follower::Drain(std::uint32_t waitMs) {
   LogItem item;
   Status status = stream.Next(item, waitMs);
@@ -103,29 +97,29 @@ Status Follower::Drain(std::uint32_t waitMs) {
 }
 
 void Follower::Take(const LogItem& item) {
-  const EventTeller teller = options.Teller();
+  const EventReporter reporter = options.Reporter();
   news = true;
   switch (item.kind) {
     case LogItem::Kind::Message:
       target.SetLog(stream.Snapshot().header);
       return target.Print(*item.message, item.late);
     case LogItem::Kind::Lost:
-      return teller.Lost(item.loss);
+      return reporter.ReportLost(item.loss);
     case LogItem::Kind::Cleared:
-      return teller.Cleared();
+      return reporter.ReportCleared();
     case LogItem::Kind::Stopped:
-      return teller.Stopped();
+      return reporter.ReportStopped();
     case LogItem::Kind::Reopened:
-      return teller.Reopened();
+      return reporter.ReportReopened();
     case LogItem::Kind::Blocked:
-      return teller.Blocked();
+      return reporter.ReportBlocked();
   }
 }
 
-// Only when everything that the memory knows was printed.
-bool Follower::Keep(bool atEnd) {
+// The cursor file is written only when every message that the memory contains was printed.
+int Follower::Keep(bool atEnd) {
   if (options.cursorFile.empty() || !news || (!atEnd && (Ticks() < nextKeep || stream.HeldBack() > 0))) {
-    return true;
+    return kDone;
   }
   nextKeep = Ticks() + kKeepEveryMs;
   news = false;

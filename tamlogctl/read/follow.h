@@ -12,7 +12,7 @@
 
 namespace TamLogCtl {
 
-// Where messages go that are followed.
+// Receives the messages that are followed. Called from the thread that called Follow.
 class FollowTarget {
  public:
   FollowTarget() = default;
@@ -20,32 +20,32 @@ class FollowTarget {
   FollowTarget& operator=(const FollowTarget&) = default;
   virtual ~FollowTarget() = default;
 
-  // The log that the following messages are from.
+  // Called before messages of another log, with its header.
   virtual void SetLog(const LogFileHeader& header) = 0;
 
-  // The messages that are there at the beginning, oldest first.
+  // Prints the messages that are in the log at the beginning, oldest first.
   virtual void PrintLast(const std::vector<const LogMessage*>& oldestFirst) = 0;
 
-  // One that has come since. It may be held back until Flush.
+  // Prints a message that has arrived since. Output may be buffered until Flush.
   virtual void Print(const LogMessage& message, bool late) = 0;
 
-  // Called several times a second. False once the output has failed, which has then been said.
+  // Called several times a second. Returns false once the output has failed, which has been reported.
   virtual bool Flush() = 0;
 
-  // After the last message. False as above.
+  // Called after the last message. Returns false as above.
   virtual bool Finish() = 0;
 
   virtual bool OutputFailed() const = 0;
 
-  // Something was searched for, and nothing matched.
+  // Whether messages were selected and none matched.
   virtual bool NothingMatched() const = 0;
 };
 
-// Prints what there is and what comes, until it is interrupted, its time is over, or the output fails. The
-// program's exit code.
+// Passes the messages in the log, and those that arrive, to `target`, until it is interrupted, its time is
+// over, or the output fails. Returns the program's exit code.
 int Follow(const ShowOptions& options, FollowTarget& target, ReadingPosition& position);
 
-// Says on stderr why the running server's log cannot be read; the program's exit code.
+// Reports on stderr why the log of the running server cannot be read; returns the program's exit code.
 int ExplainStatus(TamLogClient::Status status);
 
 }  // namespace TamLogCtl

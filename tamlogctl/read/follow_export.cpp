@@ -1,4 +1,4 @@
-// export --follow: messages as they come, into files that are put aside one after the other.
+// export --follow: messages as they arrive, into a file that rotates.
 
 #include <filesystem>
 #include <string>
@@ -9,9 +9,11 @@
 #include "client/format/message_formatter.h"
 #include "client/message/time_zone.h"
 #include "tamlogctl/base/console.h"
+#include "tamlogctl/base/counted.h"
 #include "tamlogctl/base/exit_code.h"
+#include "tamlogctl/read/export.h"
 #include "tamlogctl/read/follow.h"
-#include "tamlogctl/read/merge.h"
+#include "tamlogctl/read/output_file.h"
 #include "tamlogctl/read/reading_position.h"
 #include "tamlogctl/read/rotating_file.h"
 #include "tamlogctl/select/message_selection.h"
@@ -22,7 +24,6 @@ namespace {
 
 using TamLogClient::LogMessageView;
 using TamLogClient::MessageFormatter;
-using TamLogClient::MessageSelection;
 using TamLogClient::Status;
 
 std::int64_t LocalMs() {
@@ -30,10 +31,10 @@ std::int64_t LocalMs() {
 }
 
 RotatingFileOptions FileOptions(const ExportOptions& options, const MessageFormatter& formatter,
-                                bool goesOn) {
+                                bool resumes) {
   RotatingFileOptions file;
   file.target = options.target;
-  file.replace = !goesOn;
+  file.replace = !resumes;
   file.limits = options.rotation;
   formatter.AppendHead(file.head);
   if (options.output.format == "raw") {
@@ -47,15 +48,15 @@ RotatingFileOptions FileOptions(const ExportOptions& options, const MessageForma
 
 class ExportTarget : public FollowTarget {
  public:
-  ExportTarget(const ExportOptions& chosen, MessageFormatter format, MessageSelection wanted, bool goesOn)
+  ExportTarget(const ExportOptions& chosen, MessageFormatter format, MessageSelection wanted, bool resumes)
       : options(chosen),
         formatter(std::move(format)),
         selection(std::move(wanted)),
-        file(FileOptions(chosen, formatter, goesOn)) {}
+        file(FileOptions(chosen, formatter, resumes)) {}
 
   void SetLog(const LogFileHeader& header) override { formatter.SetLog(header); }
 
-  // The target is not touched before there is a log to read.
+  // The target is opened no earlier than the log can be read.
   void PrintLast(const std::vector<const LogMessage*>& oldestFirst) override {
     for (const LogMessage* const message : oldestFirst) Print(*message, false);
   }
@@ -79,17 +80,13 @@ class ExportTarget : public FollowTarget {
   std::uint64_t count = 0;
   Status failure = Status::Ok;
   bool open = false;
-  bool heldUpTold = false;
+  bool blockedReported = false;
 };
 
 bool ExportTarget::Fail(Status status) {
   if (failure != Status::Ok) return false;
   failure = status;
-  if (status == Status::BadValue) {
-    Say(options.target + ": is not a file of its own that could be put aside; give another name");
-  } else {
-    ExplainTarget(options.target, status);
-  }
+  ExplainTarget(options.target, status);
   return false;
 }
 
@@ -111,24 +108,24 @@ void ExportTarget::Print(const LogMessage& message, bool late) {
 bool ExportTarget::Flush() {
   if (!Open()) return false;
   if (!file.Flush(LocalMs())) return Fail(Status::SystemError);
-  if (file.HeldUp() && !std::exchange(heldUpTold, true)) {
+  if (file.RotationBlocked() && !std::exchange(blockedReported, true)) {
     Say(options.target +
-        ": cannot be put aside while another program has it or the oldest of its files open; it grows on");
+        ": cannot be rotated while another program has it or the oldest of its files open; still appending");
   }
-  if (!file.HeldUp()) heldUpTold = false;
+  if (!file.RotationBlocked()) blockedReported = false;
   return true;
 }
 
 bool ExportTarget::Finish() {
   if (!Flush()) return false;
   if (!options.quiet) {
-    Say(options.target + ": " + std::to_string(count) + " messages in " +
-        std::to_string(file.FilesPutAside() + 1) + (file.FilesPutAside() == 0 ? " file" : " files"));
+    Say(options.target + ": " + Counted(count, "message") + " in " +
+        Counted(file.RotatedFiles() + 1, "file"));
   }
   return true;
 }
 
-// The part of following's options that has a meaning here.
+// The options of following that export has.
 ShowOptions FollowingOf(const ExportOptions& options) {
   ShowOptions follow;
   static_cast<ReadingOptions&>(follow) = options;
@@ -139,12 +136,10 @@ ShowOptions FollowingOf(const ExportOptions& options) {
   return follow;
 }
 
-// Something that an earlier run, which is not known, or somebody else has written.
+// Whether the target holds something that an unknown run or another program has written.
 bool HoldsSomething(const std::string& target) {
   std::error_code error;
-  const std::filesystem::path path = TamLogClient::PathOf(target);
-  if (std::filesystem::is_directory(path, error)) return true;
-  const auto bytes = std::filesystem::file_size(path, error);
+  const auto bytes = std::filesystem::file_size(TamLogClient::PathOf(target), error);
   return !error && bytes > 0;
 }
 
@@ -152,21 +147,21 @@ bool HoldsSomething(const std::string& target) {
 
 int FollowExport(const ExportOptions& options) {
   const ShowOptions follow = FollowingOf(options);
-  auto selection = MakeSelection(options.selection, options.output);
+  int refused = kUsage;
+  auto selection = MakeSelection(options.selection, options.output, refused);
   auto formatter = selection ? MakeFileFormatter(options.output) : std::nullopt;
-  auto position = formatter ? ReadingPosition::Make(follow) : std::nullopt;
-  if (!position) return kUsage;
-  const bool goesOn = position->IsGiven();
-  if (!goesOn && !options.force && HoldsSomething(options.target)) {
-    Say(options.target +
-        ": is there already; give the --cursor-file of the run that wrote it, another name, or --force to "
-        "replace it");
-    return kUsage;
-  }
+  auto position = formatter ? ReadingPosition::Make(follow, refused) : std::nullopt;
+  if (!position) return refused;
+  const bool resumes = position->IsGiven();
+  if (!resumes && !options.force && HoldsSomething(options.target))
+    return Refuse(kUsage,
+                  options.target +
+                      ": already exists; give the --cursor-file of the run that wrote it, another name, or "
+                      "--force to replace it");
   DeferInterrupts();
-  ExportTarget target(options, std::move(*formatter), std::move(*selection), goesOn);
+  ExportTarget target(options, std::move(*formatter), std::move(*selection), resumes);
   const int code = Follow(follow, target, *position);
-  const bool outside = target.Failure() == Status::AccessDenied || target.Failure() == Status::BadValue;
+  const bool outside = target.Failure() == Status::AccessDenied || target.Failure() == Status::NotAFile;
   return outside ? ExitCodeOf(target.Failure()) : code;
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-// Log files that come from several machines: a name for each, and a correction for its clock.
+// Log files of several machines: a name for each machine, and a correction for its clock.
 
 #include <chrono>
 #include <optional>
@@ -13,20 +13,17 @@
 namespace TamLogCtl {
 
 struct HostFile {
-  std::string host;  // empty: without a name
+  std::string host;  // empty: unnamed
   std::string path;
-  std::chrono::milliseconds offset{0};
+  std::chrono::milliseconds offset{0};  // added to the times of its messages
 };
 
-// "+1h", "-90s", "+250ms", "1d": what is added to a time.
-std::optional<std::chrono::milliseconds> ParseOffset(std::string_view text);
-
-// From plain files, HOST=FILE and HOST=OFFSET. Nothing after a word on stderr.
+// Combines plain files, labels (HOST=FILE) and offsets (HOST=+1h). Returns nothing after a report on stderr.
 std::optional<std::vector<HostFile>> MakeHostFiles(const std::vector<std::string>& files,
                                                    const std::vector<std::string>& labels,
                                                    const std::vector<std::string>& offsets);
 
-// Impossible dates, and those that would leave the years 1 to 9999, stay as they are.
+// Adds `by` to the time. A time that is not real, or would leave the years 1 to 9999, is not changed.
 void ShiftTime(LogMessageBody& body, std::chrono::milliseconds by);
 
 }  // namespace TamLogCtl

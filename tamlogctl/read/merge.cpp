@@ -2,33 +2,28 @@
 
 #include <algorithm>
 #include <cstring>
-#include <nlohmann/json.hpp>
 #include <string_view>
 
-#include "client/file/log_file_reader.h"
 #include "client/message/log_message_view.h"
 #include "client/message/utf8.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
-#include "tamlogctl/base/file_problem.h"
-#include "tamlogctl/base/progress.h"
+#include "tamlogctl/base/json.h"
 #include "tamlogctl/read/host_files.h"
+#include "tamlogctl/read/log_input.h"
 
 namespace TamLogCtl {
 
 namespace {
 
-using TamLogClient::LogFileContents;
 using TamLogClient::LogMessageView;
 using TamLogClient::MessageFormatter;
-using TamLogClient::MessageSelection;
-using TamLogClient::Status;
 
 bool IsJson(const std::string& format) {
   return format == "json" || format == "ndjson";
 }
 
-// With the label in front of the source; what does not fit is cut.
+// Returns the message with LABEL/ before its source, cut to the size of the field.
 LogMessage WithLabel(const LogMessage& message, const std::string& label) {
   LogMessage labelled = message;
   const std::string source = label + "/" + std::string(LogMessageView(message).Source());
@@ -48,9 +43,7 @@ void AppendLabelled(MessageFormatter& formatter, const LogMessage& message, cons
   }
   const std::size_t begin = out.size();
   formatter.Append(message, false, out);
-  out.insert(out.find('{', begin) + 1,
-             "\"host\":" +
-                 nlohmann::json(label).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + ",");
+  out.insert(out.find('{', begin) + 1, "\"host\":" + WriteJson(label) + ",");
 }
 
 struct Entry {
@@ -71,29 +64,13 @@ class Merge {
 
   const MergeOptions& options;
   std::vector<HostFile> files;
-  std::vector<LogFileContents> logs;
+  std::vector<LogInput> logs;
   std::vector<Entry> entries;
-  bool someRead = false;
-  int exitCode = kDone;
 };
 
 void Merge::Read(std::size_t index) {
-  LogFileContents& log = logs[index];
-  const std::string& path = files[index].path;
-  {
-    const Busy busy("reading " + path);
-    log = TamLogClient::ReadLogFile(path);
-  }
-  if (log.status != Status::Ok) {
-    if (!options.quiet || log.status != Status::Damaged) Say(FileProblem(path, log.status, log.remark));
-    const int code = ExitCodeOf(log.status);
-    if (exitCode == kDone || exitCode == kDamaged) exitCode = code;
-  }
-  someRead = someRead || log.status == Status::Ok || log.status == Status::Damaged;
-  const auto order = OrderMessages(log.snapshot);
-  if (order.damaged > 0 && !options.quiet) SayDamaged(path, order.damaged);
-  if (order.damaged > 0 && exitCode == kDone) exitCode = kDamaged;
-  for (const std::uint32_t slot : order.oldestFirst) {
+  LogInput& log = logs.emplace_back(ReadFileInput(files[index].path, options.quiet));
+  for (const std::uint32_t slot : OrderMessages(log.snapshot).oldestFirst) {
     LogMessage& message = log.snapshot.slots[slot];
     ShiftTime(message.body, files[index].offset);
     entries.push_back({&message, TimeKey(message.body), index});
@@ -114,19 +91,20 @@ int Merge::Print(const MessageSelection& selection, MessageFormatter& formatter)
   }
   formatter.AppendTail(pending);
   if (!WriteOut(pending)) return kOutputFailed;
-  if (exitCode != kDone) return exitCode;
-  return printed == 0 && !selection.Empty() ? kNothingMatched : kDone;
+  const int exitCode = WorstOf(logs);
+  return printed == 0 && !selection.Empty() ? WorseOf(exitCode, kNegative) : exitCode;
 }
 
 int Merge::Run() {
   auto made = MakeHostFiles(options.files, options.labels, options.offsets);
-  const auto selection = made ? MakeSelection(options.selection, options.output) : std::nullopt;
+  int refused = kUsage;
+  const auto selection = made ? MakeSelection(options.selection, options.output, refused) : std::nullopt;
   auto formatter = selection ? MakeFormatter(options.output, options.color) : std::nullopt;
-  if (!formatter) return kUsage;
+  if (!formatter) return refused;
   files = std::move(*made);
-  logs.resize(files.size());
+  logs.reserve(files.size());  // entries point into them
   for (std::size_t i = 0; i < files.size(); ++i) Read(i);
-  if (!someRead) return exitCode;  // no output is better than that of an empty log
+  if (!AnyRead(logs)) return WorstOf(logs);  // the output of an empty log would mislead
   std::stable_sort(entries.begin(), entries.end(),
                    [](const Entry& left, const Entry& right) { return left.key < right.key; });
   return Print(*selection, *formatter);

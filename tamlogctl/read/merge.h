@@ -1,17 +1,12 @@
 #pragma once
 
-// The verbs merge and export: messages of several files, or of the running server, to one stream or one file.
+// The verb merge: the messages of several log files as one stream, in time order.
 
-#include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
 
-#include "client/message/status.h"
 #include "tamlogctl/base/common_options.h"
 #include "tamlogctl/base/output_options.h"
-#include "tamlogctl/read/reading_options.h"
-#include "tamlogctl/read/rotating_file.h"
 #include "tamlogctl/select/selection_options.h"
 
 namespace TamLogCtl {
@@ -20,34 +15,12 @@ struct MergeOptions : CommonOptions {
   SelectionOptions selection;
   OutputOptions output;
   std::vector<std::string> files;
-  std::vector<std::string> labels;   // HOST=FILE: a file with a name for where it comes from
-  std::vector<std::string> offsets;  // HOST=+1h: that host's clock is corrected by so much
+  std::vector<std::string> labels;   // HOST=FILE: a file and the name of the machine it comes from
+  std::vector<std::string> offsets;  // HOST=+1h: added to the times of that machine's messages
   bool quiet = false;
 };
 
-struct ExportOptions : ReadingOptions {
-  std::string target;
-  bool asLog = false;          // a log file instead of text
-  std::uint32_t capacity = 0;  // of that; 0: that of the source
-  bool force = false;
-
-  bool follow = false;
-  RotationLimits rotation;
-  std::uint32_t intervalMs = 100;
-  std::optional<double> forSeconds;
-  bool ordered = false;
-};
-
+// Returns the program's exit code; every failure has been reported on stderr.
 int MergeFiles(const MergeOptions& options);
-int ExportMessages(const ExportOptions& options);
-
-// export --follow: goes on with what comes, into files that are put aside one after the other.
-int FollowExport(const ExportOptions& options);
-
-// Says why the export's target cannot be written; the exit code.
-int ExplainTarget(const std::string& target, TamLogClient::Status status);
-
-// The same for a file of which nothing is left; interrupted by the user, that is the reason.
-int ExplainUnwritten(const std::string& target, TamLogClient::Status status);
 
 }  // namespace TamLogCtl

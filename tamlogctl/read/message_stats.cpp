@@ -3,40 +3,26 @@
 #include <algorithm>
 #include <chrono>
 
-namespace TamLogClient {
+#include "client/message/time_zone.h"
+#include "tamlogctl/select/time_arithmetic.h"
+
+namespace TamLogCtl {
+
+using TamLogClient::IsRealTime;
+using TamLogClient::LogMessageView;
+using TamLogClient::TimeWords;
 
 namespace {
 
-constexpr std::int64_t kMinutesADay = 1440;
+constexpr std::int64_t kMinuteMs = 60000;
 
-double SecondsOf(const TimeWords& words) {
-  return static_cast<double>(MinuteOf(words)) * 60.0 + words[5] + words[6] / 1000.0;
+// Returns the minutes from 1970 to a real time.
+std::int64_t MinuteOf(const TimeWords& words) {
+  const std::chrono::milliseconds since(TamLogClient::MillisecondsSince1970(words, 0));
+  return std::chrono::floor<std::chrono::minutes>(since).count();
 }
 
 }  // namespace
-
-std::int64_t MinuteOf(const TimeWords& words) {
-  const std::chrono::year_month_day date{std::chrono::year(words[0]),
-                                         std::chrono::month(static_cast<unsigned>(words[1])),
-                                         std::chrono::day(static_cast<unsigned>(words[2]))};
-  const auto days = std::chrono::sys_days(date).time_since_epoch().count();
-  return std::int64_t{days} * kMinutesADay + std::int64_t{words[3]} * 60 + words[4];
-}
-
-TimeWords WordsOfMinute(std::int64_t minute) {
-  const std::int64_t day =
-      minute >= 0 ? minute / kMinutesADay : -((kMinutesADay - 1 - minute) / kMinutesADay);
-  const auto ofDay = static_cast<int>(minute - day * kMinutesADay);
-  const std::chrono::year_month_day date{std::chrono::sys_days(std::chrono::days(static_cast<int>(day)))};
-  return {static_cast<std::int16_t>(static_cast<int>(date.year())),
-          static_cast<std::int16_t>(static_cast<unsigned>(date.month())),
-          static_cast<std::int16_t>(static_cast<unsigned>(date.day())),
-          static_cast<std::int16_t>(ofDay / 60),
-          static_cast<std::int16_t>(ofDay % 60),
-          0,
-          0,
-          0};
-}
 
 void MessageStats::Add(const LogMessageView& message) {
   const std::size_t type = std::min<std::size_t>(message.Type(), kMessageTypes);
@@ -46,13 +32,13 @@ void MessageStats::Add(const LogMessageView& message) {
   if (source == sources.end()) source = sources.try_emplace(std::string(message.Source())).first;
   ++source->second.first;
   ++source->second.second[type];
-  const TimeWords words = WordsOf(message.Body());
+  const TimeWords words = TamLogClient::WordsOf(message.Body());
   if (!IsRealTime(words)) {
     ++timeless;
     return;
   }
   ++minutes[MinuteOf(words)];
-  // Words of real times compare as times do.
+  // The words of real times compare like the times.
   if (!oldest || words < *oldest) oldest = words;
   if (!newest || words > *newest) newest = words;
 }
@@ -72,7 +58,7 @@ std::vector<MessageStats::Period> MessageStats::Periods(std::uint32_t length) co
   for (const auto& [minute, messages] : minutes) {
     const std::int64_t inPeriod = ((minute % length) + length) % length;
     const std::int64_t begin = minute - inPeriod;
-    if (last != begin) periods.push_back({WordsOfMinute(begin), 0});
+    if (last != begin) periods.push_back({WordsSince1970(begin * kMinuteMs), 0});
     last = begin;
     periods.back().count += messages;
   }
@@ -81,7 +67,7 @@ std::vector<MessageStats::Period> MessageStats::Periods(std::uint32_t length) co
 
 std::optional<double> MessageStats::SpanSeconds() const {
   if (!oldest || !newest) return std::nullopt;
-  return SecondsOf(*newest) - SecondsOf(*oldest);
+  return SecondsBetween(*oldest, *newest);
 }
 
 std::optional<double> MessageStats::PerMinute() const {
@@ -90,4 +76,4 @@ std::optional<double> MessageStats::PerMinute() const {
   return static_cast<double>(count - timeless) / *span * 60.0;
 }
 
-}  // namespace TamLogClient
+}  // namespace TamLogCtl

@@ -1,8 +1,6 @@
 #pragma once
 
-// Counts messages by source, type and minute.
-//
-// Belongs to one thread.
+// Counts messages by source, type and minute. One thread at a time may use an object.
 
 #include <array>
 #include <cstddef>
@@ -16,11 +14,11 @@
 #include "client/message/log_message_view.h"
 #include "client/message/time_text.h"
 
-namespace TamLogClient {
+namespace TamLogCtl {
 
 class MessageStats {
  public:
-  // By type, the last for types that do not exist.
+  // By type; the last element counts unknown types.
   using TypeCounts = std::array<std::uint64_t, kMessageTypes + 1>;
 
   struct Source {
@@ -30,31 +28,32 @@ class MessageStats {
   };
 
   struct Period {
-    TimeWords begin{};
+    TamLogClient::TimeWords begin{};
     std::uint64_t count = 0;
   };
 
-  void Add(const LogMessageView& message);
+  void Add(const TamLogClient::LogMessageView& message);
 
   std::uint64_t Count() const { return count; }
   const TypeCounts& Types() const { return types; }
 
-  // Messages whose time is no time of the calendar: they are in no minute and neither oldest nor newest.
+  // Messages whose time is not real (IsRealTime): they belong to no minute and are neither oldest nor newest.
   std::uint64_t Timeless() const { return timeless; }
 
-  // Most messages first; equal counts by name.
+  // Returns the sources with most messages first, equal counts by name.
   std::vector<Source> Sources() const;
 
-  // Periods of `length` minutes that hold messages, oldest first. It has to divide a day.
+  // Returns the periods of `length` minutes that contain messages, oldest first. `length` has to divide a
+  // day.
   std::vector<Period> Periods(std::uint32_t length) const;
 
-  const std::optional<TimeWords>& Oldest() const { return oldest; }
-  const std::optional<TimeWords>& Newest() const { return newest; }
+  const std::optional<TamLogClient::TimeWords>& Oldest() const { return oldest; }
+  const std::optional<TamLogClient::TimeWords>& Newest() const { return newest; }
 
-  // From the oldest message to the newest.
+  // The time from the oldest message to the newest; nothing without messages.
   std::optional<double> SpanSeconds() const;
 
-  // Messages a minute over that span; nothing when it is shorter than a second.
+  // Messages per minute over that span; nothing if it is shorter than a second.
   std::optional<double> PerMinute() const;
 
  private:
@@ -63,12 +62,8 @@ class MessageStats {
   TypeCounts types{};
   std::map<std::string, std::pair<std::uint64_t, TypeCounts>, std::less<>> sources;
   std::map<std::int64_t, std::uint64_t> minutes;  // since 1970
-  std::optional<TimeWords> oldest;
-  std::optional<TimeWords> newest;
+  std::optional<TamLogClient::TimeWords> oldest;
+  std::optional<TamLogClient::TimeWords> newest;
 };
 
-// Of a minute since 1970, and its reverse. The words have to be a real time.
-TimeWords WordsOfMinute(std::int64_t minute);
-std::int64_t MinuteOf(const TimeWords& words);
-
-}  // namespace TamLogClient
+}  // namespace TamLogCtl

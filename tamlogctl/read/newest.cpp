@@ -12,10 +12,11 @@ using TamLogClient::LogTail;
 constexpr std::size_t kFirstRead = 256;
 constexpr std::size_t kGrowth = 8;
 
-// Walks from the newest message to the first one that is certain, until nothing older is needed.
+// Returns whether the messages from index `certain` on contain all that is printed. Walks from the newest to
+// older ones.
 bool Suffices(const ShowOptions& options, const Printer& printer, const LogTail& tail, std::size_t certain) {
   std::size_t wanted = 0;
-  std::size_t context = 0;  // messages of context older than all that is wanted
+  std::size_t context = 0;  // messages of context, older than every wanted one
   bool complete = options.last == std::size_t{0};
   for (std::size_t i = tail.messages.size(); i > certain && !(complete && context >= options.before); --i) {
     const LogMessage& message = tail.messages[i - 1];
@@ -50,7 +51,7 @@ std::optional<TamLogClient::LogSnapshot> ReadNewest(const ShowOptions& options, 
     const auto certain = CertainFrom(tail);
     if (!certain) return std::nullopt;
     if (tail.whole || Suffices(options, printer, tail, *certain)) return SnapshotOf(tail, *certain);
-    // Half of the log and more is better read in one piece.
+    // From half of the log on, one read of the whole log is faster.
     if (count * kGrowth > static_cast<std::size_t>(tail.header.messageCount) / 2) return std::nullopt;
   }
 }

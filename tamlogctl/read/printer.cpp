@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "tamlogctl/base/console.h"
+#include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/select/highlight.h"
 #include "tamlogctl/select/message_choice.h"
 
@@ -10,24 +11,25 @@ namespace TamLogCtl {
 
 namespace {
 
-// Marks are for eyes: where colours are.
-bool MarksAreSeen(Color color) {
+// Highlights appear wherever colours do.
+bool ColorsAreShown(Color color) {
   return color == Color::Always ||
          (color == Color::Auto && StdoutIsTerminal() && !EnvironmentHas("NO_COLOR"));
 }
 
 }  // namespace
 
-std::optional<Printer> Printer::Make(const ShowOptions& options) {
-  auto selection = MakeSelection(options.selection, options.output);
+std::optional<Printer> Printer::Make(const ShowOptions& options, int& exitCode) {
+  auto selection = MakeSelection(options.selection, options.output, exitCode);
   if (!selection) return std::nullopt;
+  exitCode = kUsage;
   auto formatter = MakeFormatter(options.output, options.color);
   if (!formatter) return std::nullopt;
   Printer printer(options, std::move(*formatter), std::move(*selection));
   for (const std::string& text : options.highlights) {
     auto pattern = MakePattern("--highlight", text, options.selection);
     if (!pattern) return std::nullopt;
-    if (IsTextFormat(options) && MarksAreSeen(options.color))
+    if (IsTextFormat(options) && ColorsAreShown(options.color))
       printer.highlights.push_back(std::move(*pattern));
   }
   return printer;
@@ -101,6 +103,12 @@ bool Printer::Finish() {
     formatter.AppendTail(pending);
   }
   return Flush();
+}
+
+bool Printer::Finish(Pager& pager) {
+  const bool written = Finish();
+  const bool paged = pager.Active();
+  return pager.End() && (written || paged);
 }
 
 bool Printer::Flush() {

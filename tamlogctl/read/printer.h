@@ -1,6 +1,6 @@
 #pragma once
 
-// Chooses, formats and prints messages as the options ask for, with the context around them, or counts them.
+// Selects, formats and prints messages, with context around them, or counts them.
 
 #include <cstddef>
 #include <cstdint>
@@ -21,26 +21,31 @@ namespace TamLogCtl {
 
 class Printer : public FollowTarget {
  public:
-  // Nothing, after a word on stderr, when an option's value makes no sense.
-  static std::optional<Printer> Make(const ShowOptions& options);
+  // Returns nothing after a report on stderr; `exitCode` is then that of MakeSelection, or kUsage for another
+  // wrong value.
+  static std::optional<Printer> Make(const ShowOptions& options, int& exitCode);
 
   void SetLog(const LogFileHeader& header) override { formatter.SetLog(header); }
 
-  // Prints those that are wanted, at most the last `options.last` of them.
+  // Prints the wanted messages, at most the last `options.last` of them.
   void PrintLast(const std::vector<const LogMessage*>& oldestFirst) override;
 
-  // Prints one message if it is wanted. It may be held back until Flush.
+  // Prints one message if it is wanted. Output is buffered until Flush.
   void Print(const LogMessage& message, bool late) override;
 
-  // Only counts it, if it is wanted.
+  // Counts the message if it is wanted, without printing it.
   void Count(const LogMessage& message) {
     if (Wants(message)) ++matched;
   }
 
-  // After the last message: prints the number if that was asked for, and all that is held back.
+  // Called after the last message: prints the count, if requested, and all that is buffered.
   bool Finish() override;
 
-  // False once standard output has failed.
+  // The same for output through `pager`, which is ended. A user who leaves the pager early has seen enough:
+  // output that fails then is no failure.
+  bool Finish(Pager& pager);
+
+  // Returns false once standard output has failed.
   bool Flush() override;
 
   bool Wants(const LogMessage& message) const {
@@ -48,9 +53,7 @@ class Printer : public FollowTarget {
   }
   const std::optional<std::uint64_t>& Since() const { return selection.Since(); }
   bool OutputFailed() const override { return failed; }
-  bool NothingMatched() const override { return Searches() && matched == 0; }
-  bool Searches() const { return !selection.Empty(); }
-  std::size_t Matched() const { return matched; }
+  bool NothingMatched() const override { return !selection.Empty() && matched == 0; }
 
  private:
   struct Earlier {
@@ -58,7 +61,7 @@ class Printer : public FollowTarget {
     bool late = false;
   };
 
-  Printer(ShowOptions chosen, TamLogClient::MessageFormatter format, TamLogClient::MessageSelection wanted)
+  Printer(ShowOptions chosen, TamLogClient::MessageFormatter format, MessageSelection wanted)
       : options(std::move(chosen)), formatter(std::move(format)), selection(std::move(wanted)) {}
 
   void Emit(const LogMessage& message, bool late);
@@ -66,15 +69,15 @@ class Printer : public FollowTarget {
 
   ShowOptions options;
   TamLogClient::MessageFormatter formatter;
-  TamLogClient::MessageSelection selection;
-  std::vector<TamLogClient::TextPattern> highlights;  // none when nothing is to be marked
+  MessageSelection selection;
+  std::vector<TextPattern> highlights;  // empty unless matches are highlighted
   std::string pending;
   std::string plain;
   std::size_t matched = 0;
-  bool begun = false;  // the head is out
+  bool begun = false;  // the head was printed
   bool failed = false;
 
-  // Of Print: what came before, what is still to come after a match, and whether something was left out.
+  // State of Print: messages before a match, how many to print after one, and whether any was left out.
   std::deque<Earlier> earlier;
   std::size_t stillAfter = 0;
   bool leftOut = false;

@@ -1,9 +1,9 @@
-// Reading the log of a running server, on systems that have none.
+// Reading the log of a running server, on systems without one.
 
 #include "tamlogctl/base/no_server.h"
-#include "tamlogctl/read/merge.h"
+#include "tamlogctl/read/export.h"
+#include "tamlogctl/read/log_input.h"
 #include "tamlogctl/read/show.h"
-#include "tamlogctl/read/stats.h"
 
 namespace TamLogCtl {
 
@@ -11,8 +11,8 @@ int ShowLive(const ShowOptions& /*options*/) {
   return NoServerHere();
 }
 
-int CollectLive(const StatsOptions& /*options*/, StatsCollector& /*collector*/) {
-  return NoServerHere();
+LogInput ReadLiveInput(std::uint32_t /*timeoutMs*/, bool /*quiet*/, const ReadPart& /*readPart*/) {
+  return {{}, NoServerHere()};
 }
 
 int FollowExport(const ExportOptions& /*options*/) {

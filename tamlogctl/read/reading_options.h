@@ -1,7 +1,7 @@
 #pragma once
 
-// What show, follow and export have in common: which messages are read, how they are written, and what is
-// told.
+// The options that show, follow and export share: which messages are read, how they are written, and which
+// events are reported.
 
 #include <cstddef>
 #include <optional>
@@ -18,9 +18,9 @@ namespace TamLogCtl {
 struct ReadingOptions : CommonOptions {
   SelectionOptions selection;
   OutputOptions output;
-  std::vector<std::string> files;   // none: the running server's log
-  std::optional<std::size_t> last;  // nothing: all
-  std::size_t before = 0;           // messages of context
+  std::vector<std::string> files;   // empty: the log of the running server
+  std::optional<std::size_t> last;  // empty: all
+  std::size_t before = 0;           // messages of context around each match
   std::size_t after = 0;
   std::string cursorFile;
   std::string afterCursor;
@@ -28,22 +28,11 @@ struct ReadingOptions : CommonOptions {
   EventStyle events = EventStyle::Text;
   bool quiet = false;
 
-  EventTeller Teller() const { return EventTeller(quiet ? EventStyle::None : events); }
+  EventReporter Reporter() const { return EventReporter(quiet ? EventStyle::None : events); }
 };
 
-// -n; `purpose` is what the help says of it.
-void DefineCount(CLI::App& verb, std::optional<std::size_t>& last, const char* purpose);
-
-// -A, -B and -C.
-void DefineContext(CLI::App& verb, ReadingOptions& to);
-
-// --cursor-file, --after-cursor and --show-cursor.
-void DefineCursors(CLI::App& verb, ReadingOptions& to);
-
-void DefineEvents(CLI::App& verb, ReadingOptions& to);
-
-// After parsing: cursors that contradict each other, or what else was asked for, are a usage error.
-void CheckCursors(const ReadingOptions& options);
+// Which options contradict a cursor, "-U: ..."; empty when none do.
+std::string CursorProblem(const ReadingOptions& options);
 
 // Short, full and cat: formats in which `--` may stand between messages.
 bool IsTextFormat(const ReadingOptions& options);

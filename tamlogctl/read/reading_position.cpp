@@ -1,33 +1,41 @@
 #include "tamlogctl/read/reading_position.h"
 
-#include "tamlogctl/base/console.h"
+#include "tamlogctl/base/exit_code.h"
 
 namespace TamLogCtl {
 
 using TamLogClient::FollowStep;
 using TamLogClient::LogSnapshot;
 
-std::optional<ReadingPosition> ReadingPosition::Make(const ReadingOptions& options) {
+std::optional<ReadingPosition> ReadingPosition::Make(const ReadingOptions& options, int& exitCode) {
   ReadingPosition position(options);
-  if (!options.cursorFile.empty() && !ReadCursorFile(options.cursorFile, position.start)) return std::nullopt;
+  exitCode = options.cursorFile.empty() ? kDone : ReadCursorFile(options.cursorFile, position.start);
+  if (exitCode != kDone) return std::nullopt;
   if (!options.afterCursor.empty()) {
     position.start.cursor = TamLogClient::ParseCursor(options.afterCursor);
     if (!position.start.cursor) {
-      Say("--after-cursor '" + options.afterCursor + "': this is no cursor; --show-cursor prints one");
+      exitCode = Refuse(
+          kUsage, "--after-cursor '" + options.afterCursor + "': is not a cursor; --show-cursor prints one");
       return std::nullopt;
     }
   }
   return position;
 }
 
-std::vector<std::uint32_t> ReadingPosition::Beyond(const LogSnapshot& snapshot) {
+std::vector<const LogMessage*> ReadingPosition::Beyond(const LogSnapshot& snapshot) {
+  std::vector<const LogMessage*> messages;
+  for (const std::uint32_t slot : SlotsBeyond(snapshot)) messages.push_back(&snapshot.slots[slot]);
+  return messages;
+}
+
+std::vector<std::uint32_t> ReadingPosition::SlotsBeyond(const LogSnapshot& snapshot) {
   std::vector<std::uint32_t> slots = OrderMessages(snapshot).oldestFirst;
-  const EventTeller teller = options->Teller();
+  const EventReporter reporter = options->Reporter();
   if (start.memory) {
     follower.Resume(*start.memory);
     const FollowStep step = follower.Next(snapshot, true);
-    if (step.cleared) teller.Cleared();
-    if (step.loss.Any()) teller.Lost(step.loss);
+    if (step.cleared) reporter.ReportCleared();
+    if (step.loss.Any()) reporter.ReportLost(step.loss);
     slots.clear();
     for (const auto& message : step.messages) slots.push_back(message.slot);
     return slots;
@@ -35,21 +43,21 @@ std::vector<std::uint32_t> ReadingPosition::Beyond(const LogSnapshot& snapshot) 
   follower.Start(snapshot);
   if (!start.cursor) return slots;
   const auto place = FindCursor(snapshot, slots, *start.cursor);
-  if (!place.found) teller.CursorGone();
-  if (place.writtenBefore) teller.LateSkipped();
+  if (!place.found) reporter.ReportCursorGone();
+  if (place.writtenBefore) reporter.ReportLateSkipped();
   slots.erase(slots.begin(), slots.begin() + static_cast<std::ptrdiff_t>(place.next));
   return slots;
 }
 
-bool ReadingPosition::Keep(const LogSnapshot& snapshot, const TamLogClient::FollowerMemory& memory) const {
-  return options->cursorFile.empty() || WriteCursorFile(options->cursorFile, snapshot, memory);
+int ReadingPosition::Keep(const LogSnapshot& snapshot, const TamLogClient::FollowerMemory& memory) const {
+  return options->cursorFile.empty() ? kDone : WriteCursorFile(options->cursorFile, snapshot, memory);
 }
 
 void ReadingPosition::ShowCursor(const LogSnapshot& snapshot) const {
   if (!options->showCursor) return;
   const auto order = OrderMessages(snapshot).oldestFirst;
   if (!order.empty()) {
-    options->Teller().CursorIs(FormatCursor(CursorOf(snapshot, order, order.size() - 1)));
+    options->Reporter().ReportCursor(FormatCursor(CursorOf(snapshot, order, order.size() - 1)));
   }
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-// From where on messages are to be read (--after-cursor, --cursor-file), and where reading ended.
+// The position where reading begins (--after-cursor, --cursor-file), and where it ended.
 
 #include <cstdint>
 #include <optional>
@@ -15,27 +15,31 @@ namespace TamLogCtl {
 
 class ReadingPosition {
  public:
-  // Nothing, after a word on stderr, when the cursor or the cursor file is none; the exit code is kUsage.
-  static std::optional<ReadingPosition> Make(const ReadingOptions& options);
+  // `options` have to outlive the object. Returns nothing after a report on stderr; `exitCode` is then kUsage
+  // for a malformed cursor or cursor file; for a file that cannot be read, the code of its status.
+  static std::optional<ReadingPosition> Make(const ReadingOptions& options, int& exitCode);
 
-  // The memory of an earlier run, if there is one.
+  // The memory of an earlier run, if any.
   const std::optional<TamLogClient::FollowerMemory>& Memory() const { return start.memory; }
   bool IsGiven() const { return start.memory || start.cursor; }
 
-  // The slots of the messages beyond the position, oldest first: all when there is none. Tells what was lost.
-  std::vector<std::uint32_t> Beyond(const TamLogClient::LogSnapshot& snapshot);
+  // Returns the messages of `snapshot` after the position, oldest first; all when there is no position.
+  // Reports what was lost.
+  std::vector<const LogMessage*> Beyond(const TamLogClient::LogSnapshot& snapshot);
 
-  // Remembers all of `snapshot`, as far as that was asked for. After the output was written. False after a
-  // word on stderr.
-  bool Keep(const TamLogClient::LogSnapshot& snapshot) const {
+  // Writes the cursor file, if one was requested: every message of `snapshot` has been read. Call it after
+  // the output was written. Returns kDone, or another exit code after a report on stderr.
+  int Keep(const TamLogClient::LogSnapshot& snapshot) const {
     return Keep(snapshot, follower.Remembered(kRememberedMessages));
   }
-  bool Keep(const TamLogClient::LogSnapshot& snapshot, const TamLogClient::FollowerMemory& memory) const;
+  int Keep(const TamLogClient::LogSnapshot& snapshot, const TamLogClient::FollowerMemory& memory) const;
 
-  // With --show-cursor: tells the cursor of the newest message.
+  // With --show-cursor: reports the cursor of the newest message.
   void ShowCursor(const TamLogClient::LogSnapshot& snapshot) const;
 
  private:
+  std::vector<std::uint32_t> SlotsBeyond(const TamLogClient::LogSnapshot& snapshot);
+
   explicit ReadingPosition(const ReadingOptions& chosen) : options(&chosen) {}
 
   const ReadingOptions* options;

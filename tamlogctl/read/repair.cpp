@@ -5,12 +5,12 @@
 #include <optional>
 
 #include "client/file/log_file_repair.h"
-#include "client/file/log_file_writer.h"
 #include "tamlogctl/base/console.h"
+#include "tamlogctl/base/counted.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
 #include "tamlogctl/base/progress.h"
-#include "tamlogctl/read/merge.h"
+#include "tamlogctl/read/output_file.h"
 
 namespace TamLogCtl {
 
@@ -23,15 +23,34 @@ using TamLogClient::Status;
 
 std::string PlaceOf(std::uint64_t offset) {
   std::string place = "byte " + std::to_string(offset);
-  if (offset >= kSlotsOffset && (offset - kSlotsOffset) % sizeof(LogMessage) == 0)
-    place = "slot " + std::to_string((offset - kSlotsOffset) / sizeof(LogMessage)) + " at " + place;
+  if (const auto slot = LogFileImage::SlotAtOffset(offset))
+    place = "slot " + std::to_string(*slot) + " at " + place;
   return place;
 }
 
-void TellChanges(const RepairPlan& plan, std::string& text) {
+std::string ListEnd(std::uint64_t more) {
+  return more > 0 ? "    and " + std::to_string(more) + " more; list them with --all\n" : "";
+}
+
+void AppendOmitted(const RepairPlan& plan, std::uint64_t written, std::uint32_t capacity, std::string& text) {
+  const std::uint64_t found = plan.oldestFirst.size();
+  if (plan.repeated > 0) text += "  left out: " + Counted(plan.repeated, "duplicate") + "\n";
+  if (written < found) {
+    text += "  left out: the oldest " + std::to_string(found - written) + ", for which a capacity of " +
+            std::to_string(capacity) + " has no room\n";
+  }
+  if (plan.outside > 0) {
+    text +=
+        "  left out: " + Counted(plan.outside, "message") +
+        " that the header does not count, because the log was cleared or the header is wrong; --carve saves "
+        "them\n";
+  }
+}
+
+void AppendChanges(const RepairPlan& plan, std::string& text) {
   if (plan.mended + plan.retyped == 0) return;
-  text += "  changed: " + std::to_string(plan.mended) + " texts were given an end, " +
-          std::to_string(plan.retyped) + " types that do not exist another one\n";
+  text += "  changed: " + Counted(plan.mended, "unterminated text") + " cut, " +
+          Counted(plan.retyped, "unknown type") + " replaced\n";
   for (const TamLogClient::Change& change : plan.changes) {
     text += "    " + PlaceOf(change.offset) + ":";
     if (change.endTexts) text += " the text was cut";
@@ -39,58 +58,47 @@ void TellChanges(const RepairPlan& plan, std::string& text) {
       text += " type " + std::to_string(change.seenType) + " became " + std::to_string(change.givenType);
     text += "\n";
   }
-  // A message has one of the two flaws only, or it is not believed.
-  const std::uint64_t all = plan.mended + plan.retyped;
-  if (plan.changes.size() < all)
-    text += "    and " + std::to_string(all - plan.changes.size()) + " more; list them with --all\n";
+  // Each message counts once: one with both defects is not taken for a message.
+  text += ListEnd(plan.mended + plan.retyped - plan.changes.size());
 }
 
-bool Tell(const RepairPlan& plan, std::uint64_t messages, std::uint32_t capacity,
-          const RepairVerbOptions& options) {
-  std::string text = options.output + ": " + std::to_string(messages) + " messages";
-  if (plan.oldestFirst.size() > plan.fromRing)
-    text += ", " + std::to_string(plan.oldestFirst.size() - plan.fromRing) + " of them carved";
-  text += "\n";
-  if (!plan.headerTrusted)
-    text += "  the header made no sense: every slot was looked at, and some may be older than the log was\n";
-  if (plan.repeated > 0) text += "  left out: " + std::to_string(plan.repeated) + " that were there twice\n";
-  if (messages < plan.oldestFirst.size()) {
-    text += "  left out: the oldest " + std::to_string(plan.oldestFirst.size() - messages) +
-            ", which do not fit into a capacity of " + std::to_string(capacity) + "\n";
-  }
-  if (plan.outside > 0)
-    text +=
-        "  left alone: " + std::to_string(plan.outside) +
-        " that the header does not count, because the log was emptied or the header is wrong; --carve saves "
-        "them\n";
-  TellChanges(plan, text);
-  if (plan.lost > 0) text += "  lost: " + std::to_string(plan.lost) + " messages at most\n";
+void AppendLosses(const RepairPlan& plan, std::string& text) {
+  if (plan.lost > 0) text += "  lost: at most " + Counted(plan.lost, "message") + "\n";
   std::uint64_t listed = 0;
   for (const RepairLoss& loss : plan.losses) {
     listed += loss.slots;
     text += "    " + PlaceOf(loss.offset) + ": " + ReasonText(loss.reason);
-    if (loss.slots > 1) text += ", " + std::to_string(loss.slots) + " messages";
+    if (loss.slots > 1) text += ", " + Counted(loss.slots, "message");
     text += "\n";
   }
-  if (listed < plan.lost)
-    text += "    and " + std::to_string(plan.lost - listed) + " more; list them with --all\n";
-  text += "  a server keeps them when its capacity is set to " + std::to_string(capacity) + "\n";
-  return WriteOut(text);
+  if (listed < plan.lost) text += ListEnd(plan.lost - listed);
+}
+
+std::string ReportOf(const std::string& target, const RepairPlan& plan, std::uint64_t written,
+                     std::uint32_t capacity) {
+  const std::uint64_t carved = plan.oldestFirst.size() - plan.fromRing;
+  std::string text = target + ": " + Counted(written, "message");
+  if (carved > 0) text += ", " + std::to_string(carved) + " of them carved";
+  text += "\n";
+  if (!plan.headerTrusted)
+    text +=
+        "  the header made no sense: every slot was searched, and some messages may be older than the log\n";
+  AppendOmitted(plan, written, capacity, text);
+  AppendChanges(plan, text);
+  AppendLosses(plan, text);
+  return text + "  a server keeps them if its capacity is set to " + std::to_string(capacity) + "\n";
 }
 
 }  // namespace
 
 int RepairFile(const RepairVerbOptions& options) {
-  if (TamLogClient::IsSameFile(options.file, options.output)) {
-    Say("--output '" + options.output + "': is the damaged file itself; give another name");
-    return kUsage;
-  }
-  auto busy = std::make_optional<Busy>("looking through " + options.file);
+  if (TamLogClient::IsSameFile(options.file, options.output))
+    return Refuse(kUsage, "--output '" + options.output + "': is the damaged file itself; give another name");
+  auto busy = std::make_optional<Busy>("searching " + options.file);
   std::string bytes;
   if (const Status status = TamLogClient::ReadFileBytes(options.file, bytes); status != Status::Ok) {
     busy.reset();
-    Say(FileProblem(options.file, status));
-    return ExitCodeOf(status);
+    return Refuse(ExitCodeOf(status), FileProblem(options.file, status));
   }
   const LogFileImage image(bytes);
   constexpr std::size_t kListed = 20;
@@ -98,23 +106,17 @@ int RepairFile(const RepairVerbOptions& options) {
                                        options.all ? std::numeric_limits<std::size_t>::max() : kListed});
   busy.reset();
   const std::uint64_t found = plan.oldestFirst.size();
-  // Nothing is left out for want of room unless a capacity was asked for.
+  // Without --capacity there is room for every message.
   const std::uint32_t capacity =
       options.capacity > 0 ? options.capacity : std::max(plan.capacity, static_cast<std::uint32_t>(found));
   const std::uint64_t messages = std::min<std::uint64_t>(found, capacity);
-  DeferInterrupts();  // so that no half of a file is left
-  Progress progress("writing slots", capacity);
-  const auto give = [&](std::uint64_t index) {
+  const auto messageAt = [&](std::uint64_t index) {
     return SavedMessageOf(image, plan.oldestFirst[found - messages + index]);
   };
-  const auto goOn = [&progress](std::uint64_t slot) {
-    progress.Show(slot);
-    return !Interrupted();
-  };
-  const Status status =
-      TamLogClient::WriteLogFile(options.output, messages, give, capacity, options.force, goOn);
-  if (status != Status::Ok) return ExplainUnwritten(options.output, status);
-  return options.quiet || Tell(plan, messages, capacity, options) ? kDone : kOutputFailed;
+  const int code = WriteLogTarget(options.output, messages, messageAt, capacity, options.force);
+  if (code != kDone) return code;
+  if (options.quiet) return kDone;
+  return WriteOut(ReportOf(options.output, plan, messages, capacity)) ? kDone : kOutputFailed;
 }
 
 }  // namespace TamLogCtl

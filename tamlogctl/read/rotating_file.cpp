@@ -9,6 +9,7 @@
 
 #include "client/file/file_path.h"
 #include "tamlogctl/base/console.h"
+#include "tamlogctl/select/time_arithmetic.h"
 
 namespace TamLogCtl {
 
@@ -21,12 +22,13 @@ using TamLogClient::Status;
 constexpr std::int64_t kDayMs = 24LL * 60 * 60 * 1000;
 constexpr std::int64_t kFirstMondayMs = 4 * kDayMs;  // 1970 began with a Thursday
 constexpr std::int64_t kRetryMs = 1000;
-bool IsThere(const std::string& path) {
+
+bool Exists(const std::string& path) {
   std::error_code error;
   return fs::exists(fs::symlink_status(PathOf(path), error));
 }
 
-// What the unit's letter multiplies by; 0 for none of them.
+// Returns the bytes of a unit; 0 for an unknown one.
 std::uint64_t BytesOf(char unit) {
   switch (unit) {
     case 'K':
@@ -40,37 +42,26 @@ std::uint64_t BytesOf(char unit) {
   }
 }
 
-std::int64_t MillisecondsOf(char unit) {
-  switch (unit) {
-    case 's':
-      return 1000;
-    case 'm':
-      return 60LL * 1000;
-    case 'h':
-      return 60LL * 60 * 1000;
-    case 'd':
-      return kDayMs;
-    case 'w':
-      return 7 * kDayMs;
-    default:
-      return 0;
-  }
+// "500K", "10M" or "1G".
+std::optional<std::uint64_t> ParseBytes(std::string_view text) {
+  constexpr std::uint32_t kMost = 1000000;
+  std::uint32_t number = 0;
+  const char* const end = text.data() + text.size();
+  const auto [rest, error] = std::from_chars(text.data(), end, number);
+  if (error != std::errc() || rest + 1 != end || number > kMost) return std::nullopt;
+  const std::uint64_t unit = BytesOf(*rest);
+  return unit > 0 ? std::optional(number * unit) : std::nullopt;
 }
 
 }  // namespace
 
 bool TakeRotationLimit(std::string_view text, RotationLimits& limits) {
-  constexpr std::uint32_t kMost = 1000000;
-  std::uint32_t number = 0;
-  const char* const end = text.data() + text.size();
-  const auto [rest, error] = std::from_chars(text.data(), end, number);
-  if (error != std::errc() || rest + 1 != end || number == 0 || number > kMost) return false;
-  if (const std::uint64_t bytes = BytesOf(*rest); bytes > 0) {
-    limits.bytes = number * bytes;
+  if (const auto bytes = ParseBytes(text); bytes && *bytes > 0) {
+    limits.bytes = *bytes;
     return true;
   }
-  if (const std::int64_t period = MillisecondsOf(*rest); period > 0) {
-    limits.periodMs = number * period;
+  if (const auto period = ParseDuration(text); period && *period >= std::chrono::seconds(1)) {
+    limits.periodMs = period->count();
     return true;
   }
   return false;
@@ -81,7 +72,7 @@ Status RotatingFile::Open(std::int64_t nowMs) {
   const fs::path path = PathOf(options.target);
   const auto kind = fs::status(path, error).type();
   regular = kind == fs::file_type::regular || kind == fs::file_type::not_found;
-  if (kind == fs::file_type::directory || (!regular && options.limits.Any())) return Status::BadValue;
+  if (kind == fs::file_type::directory || (!regular && options.limits.Any())) return Status::NotAFile;
   const bool empty = options.replace || !regular;
   errno = 0;
   if (!Begin(empty)) return errno == EACCES || errno == EPERM ? Status::AccessDenied : Status::SystemError;
@@ -89,27 +80,27 @@ Status RotatingFile::Open(std::int64_t nowMs) {
   const auto age = fs::file_time_type::clock::now() - fs::last_write_time(path, error);
   period = PeriodOf(nowMs - std::chrono::duration_cast<std::chrono::milliseconds>(age).count());
   if (EndsWithAMessage()) return Status::Ok;
-  if (!PutAside(nowMs)) return Status::SystemError;
-  return heldUp ? Status::AccessDenied : Status::Ok;
+  if (!Rotate(nowMs)) return Status::SystemError;
+  return blocked ? Status::AccessDenied : Status::Ok;
 }
 
 bool RotatingFile::Begin(bool empty) {
   file.clear();
   file.open(PathOf(options.target), std::ios::binary | (empty ? std::ios::trunc : std::ios::app));
   std::error_code error;
-  const auto there = regular ? fs::file_size(PathOf(options.target), error) : 0;
-  size = written = error ? 0 : there;
+  const auto bytes = regular ? fs::file_size(PathOf(options.target), error) : 0;
+  size = written = error ? 0 : bytes;
   return file.is_open();
 }
 
 bool RotatingFile::EndsWithAMessage() const {
-  std::ifstream there(PathOf(options.target), std::ios::binary);
+  std::ifstream existing(PathOf(options.target), std::ios::binary);
   std::string begin(options.head.size(), '\0');
-  there.read(begin.data(), static_cast<std::streamsize>(begin.size()));
+  existing.read(begin.data(), static_cast<std::streamsize>(begin.size()));
   std::string end(options.ending.size(), '\0');
-  there.seekg(-static_cast<std::streamoff>(end.size()), std::ios::end);
-  there.read(end.data(), static_cast<std::streamsize>(end.size()));
-  return there.good() && begin == options.head && end == options.ending &&
+  existing.seekg(-static_cast<std::streamoff>(end.size()), std::ios::end);
+  existing.read(end.data(), static_cast<std::streamsize>(end.size()));
+  return existing.good() && begin == options.head && end == options.ending &&
          (size - begin.size()) % options.unit == 0;
 }
 
@@ -122,12 +113,12 @@ std::int64_t RotatingFile::PeriodOf(std::int64_t ms) const {
 
 bool RotatingFile::IsDue(std::size_t more, std::int64_t nowMs) const {
   if (size == 0 || !options.limits.Any()) return false;
-  if (heldUp && nowMs >= heldUpAt && nowMs - heldUpAt < kRetryMs) return false;
+  if (blocked && nowMs >= blockedAt && nowMs - blockedAt < kRetryMs) return false;
   return PeriodOf(nowMs) != period || (options.limits.bytes && size + more > *options.limits.bytes);
 }
 
 bool RotatingFile::Append(std::string_view message, std::int64_t nowMs) {
-  if (failed || (IsDue(message.size(), nowMs) && !PutAside(nowMs))) return false;
+  if (failed || (IsDue(message.size(), nowMs) && !Rotate(nowMs))) return false;
   if (size == 0) {
     pending += options.head;
     period = PeriodOf(nowMs);
@@ -139,10 +130,10 @@ bool RotatingFile::Append(std::string_view message, std::int64_t nowMs) {
 
 bool RotatingFile::Flush(std::int64_t nowMs) {
   if (!WritePending()) return false;
-  return !IsDue(0, nowMs) || PutAside(nowMs);
+  return !IsDue(0, nowMs) || Rotate(nowMs);
 }
 
-// What a full disk took of a message is cut off again.
+// The part of a message that a full disk accepted is cut off again.
 bool RotatingFile::WritePending() {
   if (failed) return false;
   if (pending.empty()) return true;
@@ -160,14 +151,14 @@ bool RotatingFile::WritePending() {
   return false;
 }
 
-bool RotatingFile::PutAside(std::int64_t nowMs) {
+bool RotatingFile::Rotate(std::int64_t nowMs) {
   if (!WritePending()) return false;
   file.close();
-  heldUp = !Shift();
-  if (heldUp) {
-    heldUpAt = nowMs;
+  blocked = !Shift();
+  if (blocked) {
+    blockedAt = nowMs;
   } else {
-    ++putAside;
+    ++rotated;
     RemoveBeyondKeep();
   }
   failed = !Begin(false);
@@ -178,12 +169,12 @@ std::string RotatingFile::Numbered(std::uint32_t number) const {
   return options.target + "." + std::to_string(number);
 }
 
-// Only up to the first number that is free, so that an interrupted or refused attempt can be repeated: no
-// file is ever written over.
+// Moves files only up to the first free number, so that an attempt that was interrupted or refused can be
+// repeated: no file is ever overwritten.
 bool RotatingFile::Shift() const {
   const std::uint32_t most = options.limits.keep.value_or(std::numeric_limits<std::int32_t>::max());
   std::uint32_t free = 1;
-  while (free <= most && IsThere(Numbered(free))) ++free;
+  while (free <= most && Exists(Numbered(free))) ++free;
   if (free > most) {
     std::error_code error;
     if (!fs::remove(PathOf(Numbered(most)), error)) return false;
@@ -201,7 +192,7 @@ bool RotatingFile::Rename(const std::string& from, const std::string& to) const 
   return !error;
 }
 
-// Of earlier runs that were to keep more.
+// Removes the files of earlier runs that kept more.
 void RotatingFile::RemoveBeyondKeep() const {
   if (!options.limits.keep) return;
   std::error_code error;

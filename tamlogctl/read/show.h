@@ -1,6 +1,6 @@
 #pragma once
 
-// The verbs show and follow: messages, of a running server or of copied files.
+// The verbs show and follow: print messages of the running server or of copied files.
 
 #include <cstdint>
 #include <optional>
@@ -14,7 +14,7 @@ namespace TamLogCtl {
 struct ShowOptions : ReadingOptions {
   bool reverse = false;
   bool follow = false;
-  bool count = false;  // say how many, and print none
+  bool count = false;  // print the number of messages instead of the messages
   std::vector<std::string> highlights;
   std::uint32_t intervalMs = 100;
   std::optional<double> forSeconds;
@@ -22,7 +22,7 @@ struct ShowOptions : ReadingOptions {
   bool noPager = false;
 };
 
-// Each returns the program's exit code and has said on stderr what went wrong.
+// Each returns the program's exit code; every failure has been reported on stderr.
 int ShowFiles(const ShowOptions& options);
 int ShowLive(const ShowOptions& options);
 

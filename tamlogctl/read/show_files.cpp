@@ -1,119 +1,49 @@
-#include <algorithm>
+// show on copied log files.
+
 #include <optional>
+#include <utility>
 #include <vector>
 
-#include "client/file/log_file_reader.h"
 #include "client/file/log_file_scan.h"
-#include "client/file/log_file_tail.h"
-#include "client/log/log_tail.h"
-#include "client/message/log_message_view.h"
 #include "tamlogctl/base/console.h"
-#include "tamlogctl/base/exit_code.h"
-#include "tamlogctl/base/file_problem.h"
 #include "tamlogctl/base/progress.h"
-#include "tamlogctl/read/newest.h"
+#include "tamlogctl/read/log_input.h"
 #include "tamlogctl/read/printer.h"
 #include "tamlogctl/read/reading_position.h"
 #include "tamlogctl/read/show.h"
+#include "tamlogctl/read/show_logs.h"
 
 namespace TamLogCtl {
 
 namespace {
 
-using TamLogClient::LogFileContents;
-using TamLogClient::LogFileScan;
-using TamLogClient::LogMessageView;
-using TamLogClient::LogSnapshot;
-using TamLogClient::Status;
-
-// What a log file gave.
-struct FileLog {
-  LogSnapshot snapshot;
-  int exitCode = kDone;  // that the file alone would give
-};
-
-std::size_t CountDamaged(const LogSnapshot& snapshot) {
-  std::size_t damaged = 0;
-  for (const std::uint32_t slot : snapshot.RingOrder()) {
-    if (LogMessageView(snapshot.slots[slot]).Damaged()) ++damaged;
-  }
-  return damaged;
-}
-
-FileLog ReadOne(const ShowOptions& options, const Printer& printer, const std::string& path) {
-  FileLog log;
-  auto busy = std::make_optional<Busy>("reading " + path);
-  const auto readTail = [&path](std::size_t count, TamLogClient::LogTail& tail) {
-    return TamLogClient::ReadLogFileTail(path, count, tail);
-  };
-  if (auto newest = ReadNewest(options, printer, readTail)) {
-    log.snapshot = std::move(*newest);
-  } else {
-    LogFileContents contents = TamLogClient::ReadLogFile(path);
-    busy.reset();
-    if (contents.status != Status::Ok) {
-      Say(FileProblem(path, contents.status, contents.remark));
-      log.exitCode = ExitCodeOf(contents.status);
-    }
-    log.snapshot = std::move(contents.snapshot);
-  }
-  const std::size_t damaged = CountDamaged(log.snapshot);
-  if (damaged > 0) {
-    SayDamaged(path, damaged);
-    log.exitCode = kDamaged;
-  }
-  return log;
-}
-
-// The worst of the files decides: one that is not there outweighs damage.
-int Worse(int before, int now) {
-  if (before != kDone && before != kDamaged) return before;
-  return now == kDone ? before : now;
+bool HasCursor(const ShowOptions& options) {
+  return !options.cursorFile.empty() || !options.afterCursor.empty() || options.showCursor;
 }
 
 // Counts without holding the messages. Nothing when a file has to be read in the ordinary way.
 std::optional<int> CountInFiles(const ShowOptions& options, Printer& printer) {
   int exitCode = kDone;
   for (const std::string& path : options.files) {
-    std::size_t damaged = 0;
-    const Busy busy("counting in " + path);
-    LogFileScan scan;
-    const auto count = [&](const LogMessage& message) {
-      if (LogMessageView(message).Damaged()) ++damaged;
-      printer.Count(message);
-      return true;
-    };
-    if (!scan.Open(path) || !scan.ForEach(count)) return std::nullopt;
-    if (damaged > 0) {
-      SayDamaged(path, damaged);
-      exitCode = kDamaged;
-    }
+    const auto scanned =
+        ScanFileInput(path, options.quiet, [&printer](const LogMessage& message) { printer.Count(message); });
+    if (!scanned) return std::nullopt;
+    exitCode = WorseOf(exitCode, scanned->exitCode);
   }
-  return exitCode;
-}
-
-bool IsWholeFile(const ShowOptions& options) {
-  return options.files.size() == 1 && !options.last && !options.reverse && !options.count &&
-         options.cursorFile.empty() && options.afterCursor.empty() && !options.showCursor;
-}
-
-int End(const Printer& printer, int exitCode) {
-  if (exitCode != kDone) return exitCode;
-  return printer.Searches() && printer.Matched() == 0 ? kNothingMatched : kDone;
+  return printer.Finish() ? EndOf(printer, exitCode) : kOutputFailed;
 }
 
 // Prints a file that holds its messages in time order, as nearly all do, without holding them. Nothing when
 // the file has to be read in the ordinary way.
 std::optional<int> PrintInOrder(const ShowOptions& options, Printer& printer) {
   const std::string& path = options.files.front();
-  LogFileScan scan;
+  TamLogClient::LogFileScan scan;
   if (!scan.Open(path)) return std::nullopt;
   auto busy = std::make_optional<Busy>("reading " + path);
   const auto survey = scan.Survey();
   busy.reset();
   if (!survey || !survey->inTimeOrder) return std::nullopt;
-  if (survey->damaged > 0) SayDamaged(path, survey->damaged);
-  int exitCode = survey->damaged > 0 ? kDamaged : kDone;
+  int exitCode = JudgeMessages(path, survey->damaged, options.quiet);
   Pager pager;
   if (!options.noPager) pager.Begin();
   printer.SetLog(scan.Header());
@@ -121,66 +51,33 @@ std::optional<int> PrintInOrder(const ShowOptions& options, Printer& printer) {
     printer.Print(message, false);
     return !printer.OutputFailed();
   });
-  const bool written = printer.Finish();
-  const bool paged = pager.Active();
-  if (!pager.End() || (!written && !paged)) return kOutputFailed;
+  if (!printer.Finish(pager)) return kOutputFailed;
   if (!whole) {
-    Say(path + ": it became shorter, or unreadable, while it was shown; its newest messages are missing");
+    Say(path + ": became shorter or unreadable while it was shown; its newest messages are missing");
     exitCode = kDamaged;
   }
-  return End(printer, exitCode);
-}
-
-int PrintFiles(const ShowOptions& options, Printer& printer, ReadingPosition& position) {
-  std::vector<FileLog> logs;
-  std::vector<const LogMessage*> messages;
-  int exitCode = kDone;
-  bool someRead = false;
-  logs.reserve(options.files.size());
-  for (const std::string& path : options.files) {
-    logs.push_back(ReadOne(options, printer, path));
-    const LogSnapshot& snapshot = logs.back().snapshot;
-    exitCode = Worse(exitCode, logs.back().exitCode);
-    someRead = someRead || logs.back().exitCode == kDone || logs.back().exitCode == kDamaged;
-    for (const std::uint32_t slot : position.Beyond(snapshot)) messages.push_back(&snapshot.slots[slot]);
-  }
-  if (!someRead) return exitCode;  // no output is better than that of an empty log
-  if (logs.size() > 1) {
-    std::stable_sort(messages.begin(), messages.end(), [](const LogMessage* left, const LogMessage* right) {
-      return TimeKey(left->body) < TimeKey(right->body);
-    });
-  }
-  // Of several logs no cursor can be used.
-  if (logs.size() == 1) printer.SetLog(logs.front().snapshot.header);
-  Pager pager;
-  if (!options.noPager && !options.count) pager.Begin();
-  printer.PrintLast(messages);
-  const bool written = printer.Finish();
-  const bool paged = pager.Active();
-  if (!pager.End() || (!written && !paged)) return kOutputFailed;
-  // With a cursor there is one file.
-  const LogSnapshot& last = logs.back().snapshot;
-  const bool readable = exitCode == kDone || exitCode == kDamaged;
-  position.ShowCursor(last);
-  if (readable && !position.Keep(last)) return kOutputFailed;
-  return End(printer, exitCode);
+  return EndOf(printer, exitCode);
 }
 
 }  // namespace
 
 int ShowFiles(const ShowOptions& options) {
-  auto printer = Printer::Make(options);
-  auto position = printer ? ReadingPosition::Make(options) : std::nullopt;
-  if (!printer || !position) return kUsage;
-  // For the ways that may turn out to be none: what it has matched until then is not counted twice.
-  auto trial = Printer::Make(options);
-  if (options.count && options.cursorFile.empty() && options.afterCursor.empty() && !options.showCursor) {
-    const auto exitCode = CountInFiles(options, *trial);
-    if (exitCode) return trial->Finish() ? End(*trial, *exitCode) : kOutputFailed;
-  } else if (IsWholeFile(options)) {
-    if (const auto exitCode = PrintInOrder(options, *trial)) return *exitCode;
+  int exitCode = kDone;
+  auto printer = Printer::Make(options, exitCode);
+  auto position = printer ? ReadingPosition::Make(options, exitCode) : std::nullopt;
+  if (!position) return exitCode;
+  // A way that turns out to be impossible may have counted or matched some messages by then.
+  auto trial = *printer;
+  if (options.count && !HasCursor(options)) {
+    if (const auto code = CountInFiles(options, trial)) return *code;
+  } else if (options.files.size() == 1 && !options.last && !options.reverse && !HasCursor(options)) {
+    if (const auto code = PrintInOrder(options, trial)) return *code;
   }
-  return PrintFiles(options, *printer, *position);
+  std::vector<LogInput> logs;
+  logs.reserve(options.files.size());
+  for (const std::string& path : options.files)
+    logs.push_back(ReadFileInput(path, options.quiet, NewestPart(options, *printer)));
+  return PrintLogs(options, *printer, *position, logs);
 }
 
 }  // namespace TamLogCtl

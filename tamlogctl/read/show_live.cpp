@@ -1,90 +1,37 @@
-// show on the log of a running server.
+// show and follow on the log of a running server.
 
-#include <string>
 #include <vector>
 
-#include "client/live/log_reader.h"
-#include "client/message/log_message_view.h"
 #include "tamlogctl/base/console.h"
-#include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/read/follow.h"
-#include "tamlogctl/read/newest.h"
+#include "tamlogctl/read/log_input.h"
 #include "tamlogctl/read/printer.h"
 #include "tamlogctl/read/reading_position.h"
 #include "tamlogctl/read/show.h"
+#include "tamlogctl/read/show_logs.h"
 
 namespace TamLogCtl {
 
-namespace {
-
-using TamLogClient::LogReader;
-using TamLogClient::LogSnapshot;
 using TamLogClient::Status;
 
-// Copies what is needed, and lets go of the log before anything is printed: the output may be slow, and a
-// stopping server waits for its readers.
-Status ReadLive(const ShowOptions& options, const Printer& printer, LogSnapshot& snapshot) {
-  LogReader reader;
-  const Status status = reader.Open();
-  if (status != Status::Ok) return status;
-  const auto readTail = [&](std::size_t count, TamLogClient::LogTail& tail) {
-    return reader.Newest(count, tail, options.timeoutMs) == Status::Ok;
-  };
-  if (auto newest = ReadNewest(options, printer, readTail)) {
-    snapshot = std::move(*newest);
-    return Status::Ok;
-  }
-  return reader.Snapshot(snapshot, options.timeoutMs);
-}
-
-int JudgeOf(Status status, const LogSnapshot& snapshot) {
-  const auto damaged = OrderMessages(snapshot).damaged;
-  if (status != Status::Damaged && damaged == 0) return kDone;
-  Say(status == Status::Damaged ? "the log's header makes no sense"
-                                : std::to_string(damaged) + " messages break a rule of the format");
-  return kDamaged;
-}
-
-int ShowOnce(const ShowOptions& options, Printer& printer, ReadingPosition& position) {
-  LogSnapshot snapshot;
-  const Status status = ReadLive(options, printer, snapshot);
-  if (status != Status::Ok && status != Status::Damaged) return ExplainStatus(status);
-  if (snapshot.header.messageCount == 0 && !options.quiet && options.events == EventStyle::Text) {
-    Say("the log is empty");
-  }
-  std::vector<const LogMessage*> messages;
-  for (const std::uint32_t slot : position.Beyond(snapshot)) messages.push_back(&snapshot.slots[slot]);
-  Pager pager;
-  if (!options.noPager && !options.count) pager.Begin();
-  printer.SetLog(snapshot.header);
-  printer.PrintLast(messages);
-  const bool written = printer.Finish();
-  const bool paged = pager.Active();
-  if (!pager.End() || (!written && !paged)) return kOutputFailed;
-  if (Interrupted()) return kInterrupted;
-  position.ShowCursor(snapshot);
-  if (!position.Keep(snapshot)) return kOutputFailed;
-  if (const int damage = JudgeOf(status, snapshot); damage != kDone) return damage;
-  return printer.NothingMatched() ? kNothingMatched : kDone;
-}
-
-}  // namespace
-
 int ExplainStatus(Status status) {
-  Say(StatusText(status));
-  if (status == Status::NotRunning)
-    Say("start it with: net start TamLogServer; a copied log is shown with --file");
-  if (status == Status::Stuck || status == Status::TimedOut)
-    Say("another program may hold the log; try again");
-  return ExitCodeOf(status);
+  const int exitCode = Refuse(status);
+  if (status == Status::NotRunning) Say("a copied log is shown with --file");
+  return exitCode;
 }
 
 int ShowLive(const ShowOptions& options) {
-  auto printer = Printer::Make(options);
-  auto position = printer ? ReadingPosition::Make(options) : std::nullopt;
-  if (!printer || !position) return kUsage;
+  int exitCode = kDone;
+  auto printer = Printer::Make(options, exitCode);
+  auto position = printer ? ReadingPosition::Make(options, exitCode) : std::nullopt;
+  if (!position) return exitCode;
   DeferInterrupts();
-  return options.follow ? Follow(options, *printer, *position) : ShowOnce(options, *printer, *position);
+  if (options.follow) return Follow(options, *printer, *position);
+  const std::vector<LogInput> logs{
+      ReadLiveInput(options.timeoutMs, options.quiet, NewestPart(options, *printer))};
+  const bool empty = AnyRead(logs) && logs.front().snapshot.header.messageCount == 0;
+  if (empty && !options.quiet && options.events == EventStyle::Text) Say("the log is empty");
+  return PrintLogs(options, *printer, *position, logs);
 }
 
 }  // namespace TamLogCtl

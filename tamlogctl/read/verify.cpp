@@ -2,13 +2,14 @@
 
 #include <algorithm>
 #include <limits>
-#include <nlohmann/json.hpp>
 #include <optional>
 
 #include "client/file/log_file_verify.h"
 #include "tamlogctl/base/console.h"
+#include "tamlogctl/base/counted.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
+#include "tamlogctl/base/json.h"
 #include "tamlogctl/base/live_image.h"
 #include "tamlogctl/base/progress.h"
 
@@ -21,10 +22,6 @@ using TamLogClient::FileRule;
 using TamLogClient::Status;
 using TamLogClient::VerifyReport;
 
-std::string Counted(std::uint64_t count, const std::string& what) {
-  return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
-}
-
 std::string LineOf(const FileFinding& finding) {
   std::string line = IsRemark(finding.rule) ? "  remark  " : "  DAMAGE  ";
   line += RuleName(finding.rule);
@@ -36,9 +33,10 @@ std::string LineOf(const FileFinding& finding) {
 std::string Verdict(const VerifyReport& report) {
   if (report.Damage() > 0)
     return "damaged (" + Counted(report.Damage(), "place") +
-           "): the next start of a server would empty it; save its messages with: tamlogctl repair";
+           "): a server would empty it at its next start; save its messages with: tamlogctl repair";
   if (!report.Accepted())
-    return "no damage, but the next start of a server would empty it: it lies newest first; put it in order "
+    return "no damage, but a server would empty it at its next start: it is in order newest first; put it in "
+           "order "
            "with: tamlogctl repair";
   return "no damage";
 }
@@ -49,35 +47,39 @@ std::string TextOf(const std::string& name, const VerifyReport& report) {
                      Counted(report.slotsThere, "slot") + " in " + Counted(report.size, "byte") + "\n";
   for (const FileFinding& finding : report.findings) text += LineOf(finding);
   const std::uint64_t rest = report.Damage() + report.Remarks() - report.findings.size();
-  if (rest > 0) text += "  and " + std::to_string(rest) + " more of the same rules; list them with --all\n";
+  if (rest > 0)
+    text += "  and " + std::to_string(rest) + " more that break the same rules; list them with --all\n";
   return text;
 }
 
+JsonObject ObjectOf(const FileFinding& finding) {
+  JsonObject json{{"rule", RuleName(finding.rule)}, {"kind", IsRemark(finding.rule) ? "remark" : "damage"}};
+  if (finding.slot) json.emplace_back("slot", *finding.slot);
+  json.emplace_back("offset", finding.offset);
+  json.emplace_back("seen", finding.seen);
+  json.emplace_back("allowed", finding.allowed);
+  return json;
+}
+
 std::string JsonOf(const std::string& name, const VerifyReport& report) {
-  nlohmann::ordered_json json{{"file", name},
-                              {"damaged", report.Damage() > 0},
-                              {"accepted", report.Accepted()},
-                              {"damage", report.Damage()},
-                              {"remarks", report.Remarks()},
-                              {"messages", report.header.messageCount},
-                              {"capacity", report.header.maxMessages},
-                              {"slots", report.slotsThere},
-                              {"bytes", report.size},
-                              {"counts", nlohmann::ordered_json::object()},
-                              {"findings", nlohmann::ordered_json::array()}};
+  JsonObject counts;
   for (std::size_t i = 0; i < TamLogClient::kFileRules; ++i) {
-    if (report.count[i] > 0) json["counts"][RuleName(static_cast<FileRule>(i))] = report.count[i];
+    if (report.count[i] > 0) counts.emplace_back(RuleName(static_cast<FileRule>(i)), report.count[i]);
   }
-  for (const FileFinding& finding : report.findings) {
-    nlohmann::ordered_json entry{{"rule", RuleName(finding.rule)},
-                                 {"kind", IsRemark(finding.rule) ? "remark" : "damage"}};
-    if (finding.slot) entry["slot"] = *finding.slot;
-    entry["offset"] = finding.offset;
-    entry["seen"] = finding.seen;
-    entry["allowed"] = finding.allowed;
-    json["findings"].push_back(std::move(entry));
-  }
-  return json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+  JsonArray findings;
+  for (const FileFinding& finding : report.findings) findings.emplace_back(ObjectOf(finding));
+  const JsonObject json{{"file", name},
+                        {"damaged", report.Damage() > 0},
+                        {"accepted", report.Accepted()},
+                        {"damage", report.Damage()},
+                        {"remarks", report.Remarks()},
+                        {"messages", report.header.messageCount},
+                        {"capacity", report.header.maxMessages},
+                        {"slots", report.slotsThere},
+                        {"bytes", report.size},
+                        {"counts", std::move(counts)},
+                        {"findings", std::move(findings)}};
+  return WriteJson(json) + "\n";
 }
 
 class Verify {
@@ -90,9 +92,7 @@ class Verify {
     const Status status = TamLogClient::ReadFileBytes(path, bytes);
     if (status != Status::Ok) {
       busy.reset();
-      Say(FileProblem(path, status));
-      Worsen(ExitCodeOf(status));
-      return;
+      return Worsen(Refuse(ExitCodeOf(status), FileProblem(path, status)));
     }
     Judge(path, bytes, false, busy);
   }
@@ -100,10 +100,7 @@ class Verify {
   void Live() {
     std::string bytes;
     const int code = ReadLiveImage(options.timeoutMs, bytes);
-    if (code != kDone) {
-      Worsen(code);
-      return;
-    }
+    if (code != kDone) return Worsen(code);
     auto busy = std::make_optional<Busy>("verifying");
     Judge("the running server's log", bytes, true, busy);
   }
@@ -111,15 +108,14 @@ class Verify {
   int ExitCode() const { return exitCode; }
 
  private:
-  // A file that could not be looked at counts for more than one that is damaged.
-  void Worsen(int code) { exitCode = std::max(exitCode, code); }
+  void Worsen(int code) { exitCode = WorseOf(exitCode, code); }
 
   void Judge(const std::string& name, const std::string& bytes, bool live, std::optional<Busy>& busy) {
     constexpr std::size_t kListed = 20;
     const std::size_t most = options.all ? std::numeric_limits<std::size_t>::max() : kListed;
     const auto report = VerifyLogFile(TamLogClient::LogFileImage(bytes), {most, live});
     busy.reset();
-    if (report.Damage() > 0 || (options.strict && !report.Accepted())) Worsen(kNothingMatched);
+    if (report.Damage() > 0 || (options.strict && !report.Accepted())) Worsen(kNegative);
     if (options.quiet) return;
     if (!WriteOut(options.json ? JsonOf(name, report) : TextOf(name, report))) Worsen(kOutputFailed);
   }

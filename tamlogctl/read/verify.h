@@ -1,6 +1,6 @@
 #pragma once
 
-// The verb verify: is a log file whole, and would a server take it over?
+// The verb verify: checks whether a log file is damaged, and whether a server would keep it.
 
 #include <string>
 #include <vector>
@@ -13,11 +13,12 @@ struct VerifyVerbOptions : CommonOptions {
   std::vector<std::string> files;
   bool live = false;
   bool all = false;     // list every finding
-  bool strict = false;  // what a server would not accept is a failure even when it is no damage
+  bool strict = false;  // fail also if a server would not keep the file for a reason that is no damage
   bool quiet = false;
   bool json = false;
 };
 
+// Returns the program's exit code: kNegative for damage. Every failure has been reported on stderr.
 int VerifyFiles(const VerifyVerbOptions& options);
 
 }  // namespace TamLogCtl

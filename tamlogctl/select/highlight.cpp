@@ -7,9 +7,6 @@ namespace TamLogCtl {
 
 namespace {
 
-using TamLogClient::TextExtent;
-using TamLogClient::TextPattern;
-
 constexpr std::string_view kMark = "\x1b[1;31m";
 constexpr std::string_view kPlain = "\x1b[0m";
 
@@ -23,7 +20,8 @@ std::optional<TextExtent> FirstOf(std::string_view text, std::size_t from,
   return first;
 }
 
-// A piece without colours of its own; `color` is the one it stands in.
+// Appends a piece that holds no escape sequences. `color` is the one in effect; it is set again after a
+// match.
 void AppendPiece(std::string_view piece, std::string_view color, std::vector<TextPattern>& patterns,
                  std::string& out) {
   std::size_t done = 0;

@@ -1,6 +1,6 @@
 #pragma once
 
-// Marks what matches in lines that a terminal shows.
+// Highlights matches in lines for a terminal.
 
 #include <string>
 #include <string_view>
@@ -10,9 +10,8 @@
 
 namespace TamLogCtl {
 
-// Appends `lines` with every match of a pattern in bold red. Colours that are there already stay, and are not
-// searched.
-void AppendHighlighted(std::string_view lines, std::vector<TamLogClient::TextPattern>& patterns,
-                       std::string& out);
+// Appends `lines` to `out`, with every match of a pattern in bold red. Colours in `lines` are kept; their
+// escape sequences are not searched.
+void AppendHighlighted(std::string_view lines, std::vector<TextPattern>& patterns, std::string& out);
 
 }  // namespace TamLogCtl

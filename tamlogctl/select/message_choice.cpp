@@ -7,8 +7,7 @@
 namespace TamLogCtl {
 
 std::vector<std::size_t> ChooseLast(const std::vector<const LogMessage*>& oldestFirst,
-                                    const TamLogClient::MessageSelection& wanted,
-                                    const std::optional<std::size_t>& last) {
+                                    const MessageSelection& wanted, const std::optional<std::size_t>& last) {
   std::vector<std::size_t> chosen;
   for (std::size_t i = oldestFirst.size(); i > 0; --i) {
     if (last && chosen.size() >= *last) break;
@@ -21,13 +20,19 @@ std::vector<std::size_t> WithContext(const std::vector<std::size_t>& chosen, std
                                      std::size_t before, std::size_t after) {
   if (before == 0 && after == 0) return chosen;
   std::vector<std::size_t> all;
-  std::size_t lowest = count;  // those from here on are in or passed
+  std::size_t lowest = count;  // indices from here on are decided
   for (const std::size_t index : chosen) {
     const std::size_t end = std::min(index + std::min(after, count) + 1, lowest);
     lowest = std::min(lowest, index - std::min(before, index));
     for (std::size_t i = end; i > lowest; --i) all.push_back(i - 1);
   }
   return all;
+}
+
+void SortByTime(std::vector<const LogMessage*>& messages) {
+  std::stable_sort(messages.begin(), messages.end(), [](const LogMessage* left, const LogMessage* right) {
+    return TimeKey(left->body) < TimeKey(right->body);
+  });
 }
 
 }  // namespace TamLogCtl

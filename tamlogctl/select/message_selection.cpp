@@ -2,7 +2,9 @@
 
 #include <algorithm>
 
-namespace TamLogClient {
+namespace TamLogCtl {
+
+using TamLogClient::LogMessageView;
 
 namespace {
 
@@ -37,7 +39,7 @@ bool MatchesTerm(std::string_view source, std::uint32_t type, const SourceTerm& 
   return typeFits && MatchesName(source, term.name);
 }
 
-// Takes one line, without its end and without spaces around it.
+// Removes the first line from `lines`; returns it without its line end and the spaces around it.
 std::string_view TakeLine(std::string_view& lines) {
   constexpr std::string_view kSpace = " \t\r";
   const std::size_t end = lines.find('\n');
@@ -99,22 +101,13 @@ bool MessageSelection::AddTerms(std::string_view lines, std::size_t& badLine) {
   return true;
 }
 
-bool MessageSelection::SetPattern(const std::string& text, bool fixed, bool ignoreCase) {
-  std::string problem;
-  auto pattern = TextPattern::Make(text, fixed, ignoreCase, problem);
-  if (!pattern) return false;
-  patterns.clear();
-  patterns.push_back(std::move(*pattern));
-  return true;
-}
-
 bool MessageSelection::Empty() const {
   return included.empty() && excluded.empty() && !types && !since && !until && patterns.empty() &&
          antiPatterns.empty();
 }
 
-std::string_view MessageSelection::Read(std::string_view bytes) const {
-  if (!encoding || IsPlainText(bytes)) return bytes;
+std::string_view MessageSelection::Decode(std::string_view bytes) const {
+  if (!encoding || TamLogClient::IsPlainText(bytes)) return bytes;
   decoded.clear();
   encoding->Decode(
       bytes, [this](std::string_view utf8) { decoded += utf8; }, [this](char byte) { decoded += byte; });
@@ -122,7 +115,7 @@ std::string_view MessageSelection::Read(std::string_view bytes) const {
 }
 
 bool MessageSelection::WantsSource(const LogMessageView& message) const {
-  const std::string_view source = Read(message.Source());
+  const std::string_view source = Decode(message.Source());
   const auto matches = [&message, source](const SourceTerm& term) {
     return MatchesTerm(source, message.Type(), term);
   };
@@ -143,7 +136,7 @@ bool MessageSelection::Wants(const LogMessageView& message) const {
     if ((since && key < *since) || (until && key > *until)) return false;
   }
   if ((!included.empty() || !excluded.empty()) && !WantsSource(message)) return false;
-  return (patterns.empty() && antiPatterns.empty()) || WantsText(Read(message.Text()));
+  return (patterns.empty() && antiPatterns.empty()) || WantsText(Decode(message.Text()));
 }
 
-}  // namespace TamLogClient
+}  // namespace TamLogCtl

@@ -1,6 +1,6 @@
 #pragma once
 
-// Which messages a reader wants to see: by source, type, time and text.
+// Selects messages by source, type, time and text.
 
 #include <cstdint>
 #include <optional>
@@ -13,72 +13,71 @@
 #include "client/message/text_encoding.h"
 #include "tamlogctl/select/text_pattern.h"
 
-namespace TamLogClient {
+namespace TamLogCtl {
 
-// NAME or NAME:TYPES. The name is compared without case and may hold * for any characters; types are digits,
-// lists and ranges: "0", "0,2", "1-3".
+// NAME or NAME:TYPES. The name is compared without case; each * in it stands for any characters. Types are
+// digits, lists and ranges: "0", "0,2", "1-3".
 struct SourceTerm {
   std::string name;
   std::uint32_t types = 0xF;  // bit i: type i
 };
 
-// A colon belongs to the name when what follows it has other characters than digits, commas and dashes.
-// Nothing for an empty name, and for what reads as types but are none ("Camera:9", "Camera:").
+// Returns nothing for an empty name, and for types that do not exist ("Camera:9", "Camera:"). A colon belongs
+// to the name if other characters than digits, commas and dashes follow it.
 std::optional<SourceTerm> ParseSourceTerm(std::string_view text);
+
+// Returns the mask of a list of types (bit i: type i); nothing if the list is malformed.
 std::optional<std::uint32_t> ParseTypes(std::string_view text);
 
-// A message is wanted when it fits everything that was asked for: one of the included sources, none of the
+// A message is wanted if it meets every condition that was set: one of the included sources, none of the
 // excluded ones, the types, the times, one of the patterns, none of the anti-patterns.
 //
-// Belongs to one thread at a time, also while it is only asked.
+// One thread at a time may use an object, even through const functions.
 class MessageSelection {
  public:
   void Include(SourceTerm term) { included.push_back(std::move(term)); }
   void Exclude(SourceTerm term) { excluded.push_back(std::move(term)); }
   void SetTypes(std::uint32_t mask) { types = mask; }
+  // The least and the greatest time key (TimeKey) that is wanted.
   void SetSince(std::uint64_t key) { since = key; }
   void SetUntil(std::uint64_t key) { until = key; }
 
-  // Terms in lines: NAME[:TYPES] includes, !NAME[:TYPES] excludes; empty lines and lines that begin with #
-  // say nothing; a backslash in front takes its meaning from a first # or !. False, with the number of the
-  // line in `badLine`, for a line that is no term; those before it are then in effect.
+  // Adds one term a line: NAME[:TYPES] includes, !NAME[:TYPES] excludes. Empty lines and lines that begin
+  // with # are ignored; a backslash before a leading # or ! makes it part of the name. Returns false for a
+  // malformed line, with its number (from 1) in `badLine`; the terms before it have then been added.
   bool AddTerms(std::string_view lines, std::size_t& badLine);
 
-  // Keeps messages whose text matches: one of the patterns, if there are any, and none of the anti-patterns.
+  // A text has to match one of the patterns, if there are any, and none of the anti-patterns.
   void AddPattern(TextPattern pattern) { patterns.push_back(std::move(pattern)); }
   void AddAntiPattern(TextPattern pattern) { antiPatterns.push_back(std::move(pattern)); }
 
-  // One pattern, from its text; see TextPattern::Make. False when it is none.
-  bool SetPattern(const std::string& text, bool fixed, bool ignoreCase);
+  // Decodes names and texts of messages from this encoding to UTF-8 before they are compared; bytes that
+  // cannot be decoded stay as they are. Needed for names and patterns beyond ASCII; without it bytes are
+  // compared.
+  void SetEncoding(const TamLogClient::TextEncoding& chosen) { encoding = chosen; }
 
-  // For terms and expressions that are given in UTF-8 and go beyond ASCII: texts and names are read by this
-  // encoding before they are compared; bytes that cannot be read stay as they are. Without it bytes are
-  // compared with bytes.
-  void SetEncoding(const TextEncoding& chosen) { encoding = chosen; }
-
-  // The least time key that is wanted, if there is one.
   const std::optional<std::uint64_t>& Since() const { return since; }
 
-  // Nothing was asked for: every message is wanted.
+  // Whether no condition was set: every message is wanted.
   bool Empty() const;
 
-  bool Wants(const LogMessageView& message) const;
+  bool Wants(const TamLogClient::LogMessageView& message) const;
 
  private:
-  bool WantsSource(const LogMessageView& message) const;
+  bool WantsSource(const TamLogClient::LogMessageView& message) const;
   bool WantsText(std::string_view text) const;
-  std::string_view Read(std::string_view bytes) const;
+  std::string_view Decode(std::string_view bytes) const;
 
   std::vector<SourceTerm> included;
   std::vector<SourceTerm> excluded;
   std::optional<std::uint32_t> types;
   std::optional<std::uint64_t> since;
   std::optional<std::uint64_t> until;
-  std::optional<TextEncoding> encoding;
-  mutable std::string decoded;  // by the last Read
-  // What they learn while searching shows only in the speed.
+  std::optional<TamLogClient::TextEncoding> encoding;
+  mutable std::string decoded;  // by the last Decode
+  // Searching fills their caches, which changes nothing but the speed.
   mutable std::vector<TextPattern> patterns;
   mutable std::vector<TextPattern> antiPatterns;
 };
 
-}  // namespace TamLogClient
+}  // namespace TamLogCtl

@@ -6,7 +6,7 @@
 
 #include "tamlogctl/select/regular_expression_parser.h"
 
-namespace TamLogClient {
+namespace TamLogCtl {
 
 namespace {
 
@@ -28,7 +28,7 @@ std::optional<RegularExpression> RegularExpression::Compile(std::string_view pat
   return expression;
 }
 
-// Bytes that lie in the same sets, and are both of words or both not, lead to the same places.
+// Bytes that belong to the same sets, and are both word bytes or both not, have the same transitions.
 void RegularExpression::MakeClasses() {
   std::size_t count = 1;
   const auto refine = [&](const auto& holds) {
@@ -68,7 +68,7 @@ void RegularExpression::Visit(std::uint32_t place) {
   stack.push_back(place);
 }
 
-// Follows everything that takes no byte. True when the end of the program can be reached.
+// Follows the steps that consume no byte. Returns true if the end of the program is reached.
 bool RegularExpression::Close(const Places& from, Edge edge) {
   bool matched = false;
   closed.clear();
@@ -114,7 +114,7 @@ std::uint32_t RegularExpression::StateOf(State state) {
   return number;
 }
 
-// Where a byte of the class leads from a state; the class behind the last stands for the end of the text.
+// Returns the state after a byte of the class. The class after the last one stands for the end of the text.
 std::int32_t RegularExpression::Transition(std::uint32_t from, std::size_t byteClass) {
   const std::size_t cell = from * (example.size() + 1) + byteClass;
   if (transitions[cell] != kUnknown) return transitions[cell];
@@ -131,7 +131,7 @@ std::int32_t RegularExpression::Transition(std::uint32_t from, std::size_t byteC
   }
   const std::size_t before = states.size();
   const auto number = static_cast<std::int32_t>(StateOf(std::move(next)));
-  if (states.size() >= before) transitions[cell] = number;  // else the table was begun anew
+  if (states.size() >= before) transitions[cell] = number;  // else the cache was cleared
   return number;
 }
 
@@ -172,4 +172,4 @@ std::optional<TextExtent> RegularExpression::Find(std::string_view text, std::si
   return std::nullopt;
 }
 
-}  // namespace TamLogClient
+}  // namespace TamLogCtl

@@ -1,17 +1,16 @@
 #pragma once
 
-// Regular expressions that take the same time a byte whatever the pattern and the text are: no backtracking,
-// so no pattern can make a search hang or overflow the stack.
+// Regular expressions whose search takes time linear in the text, whatever the pattern is. There is no
+// backtracking, so no pattern makes a search hang or overflow the stack.
 //
 //   .  [a-z]  [^a-z]  [[:digit:]]  \d \w \s \D \W \S  ^  $  \b \B  ( )  (?: )  |  *  +  ?  {2} {2,} {2,5}
 //   \n \r \t \f \v \xHH, and a backslash before punctuation
 //
-// A text is searched as bytes: a character outside ASCII matches its UTF-8 bytes, and a point stands for one
-// byte. Quantifiers followed by a question mark are accepted and mean the same. References back and
-// look-around need backtracking and are refused.
+// A text is searched as bytes: a character beyond ASCII matches its UTF-8 bytes, and a point matches one
+// byte. A question mark after a quantifier is accepted and changes nothing: the same texts match.
+// Back-references and look-around need backtracking and are rejected.
 
 #include <array>
-#include <bitset>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -20,7 +19,9 @@
 #include <unordered_map>
 #include <vector>
 
-namespace TamLogClient {
+#include "tamlogctl/select/byte_set.h"
+
+namespace TamLogCtl {
 
 struct TextExtent {
   std::size_t first = 0;
@@ -29,37 +30,36 @@ struct TextExtent {
 
 class RegularExpression {
  public:
-  // `foldCase`: the letters A to Z match in either case. Nothing, and one phrase in `problem`, for a pattern
-  // that is none or is too large.
+  // Returns nothing, and one phrase in `problem`, if the pattern is malformed or too large. With `foldCase`
+  // the letters A to Z match in either case.
   static std::optional<RegularExpression> Compile(std::string_view pattern, bool foldCase,
                                                   std::string& problem);
 
-  // Whether the text holds a match. Keeps what it learns about the pattern for the next call, so an object
-  // serves one thread at a time.
+  // Whether the text contains a match. Caches states of the search for the next call: one thread at a time
+  // may use an object.
   bool Matches(std::string_view text);
 
-  // The leftmost match that is not empty and begins at `from` or later, at its longest.
+  // Returns the leftmost longest match that begins at `from` or later and is not empty.
   std::optional<TextExtent> Find(std::string_view text, std::size_t from);
 
   struct Instruction {
     enum class Kind : std::uint8_t { Byte, Split, Begin, End, WordEdge, NoWordEdge };
     Kind kind = Kind::Byte;
-    std::uint16_t set = 0;   // Byte: which set it must be in
-    std::int32_t other = 0;  // Split: goes on with the next and this far away; with `jump` there only
-    bool jump = false;
+    std::uint16_t set = 0;   // Byte: the index of the set that has to contain it
+    std::int32_t other = 0;  // Split: continues at the next instruction and at this distance from here
+    bool jump = false;       // Split: continues at `other` only
   };
-  using ByteSet = std::bitset<256>;
-  using Places = std::vector<std::uint32_t>;  // in the program
+  using Places = std::vector<std::uint32_t>;  // indices of instructions
 
  private:
-  // What lies on either side of a place in the text.
+  // The surroundings of a position in the text.
   struct Edge {
     bool begin = false;
     bool end = false;
     bool wordBefore = false;
     bool wordAfter = false;
   };
-  // Where the program may stand between two bytes, before any step that takes no byte.
+  // The instructions reached between two bytes, before the steps that consume no byte.
   struct State {
     Places places;
     bool begin = false;
@@ -74,21 +74,20 @@ class RegularExpression {
   bool Passes(const Instruction& instruction, Edge edge) const;
   std::size_t LongestAt(std::string_view text, std::size_t start);
 
-  std::vector<Instruction> program;  // it has matched at its end
+  std::vector<Instruction> program;  // reaching its end is a match
   std::vector<ByteSet> sets;
-  std::array<std::uint16_t, 256> classOf{};  // bytes that no set tells apart share a class
+  std::array<std::uint16_t, 256> classOf{};  // bytes that no set distinguishes share a class
   std::vector<unsigned char> example;        // one byte of each class
 
-  // Learned while searching: states, and where each class of bytes leads; cleared when there are too many.
+  // The cache of states and of their transitions for each class of bytes; cleared when it becomes too large.
   std::vector<State> states;
   std::vector<std::int32_t> transitions;
   std::unordered_map<std::string, std::uint32_t> stateNumbers;
 
-  // Of the last Close: the Byte instructions that can be reached.
-  Places closed;
+  Places closed;  // by the last Close: the Byte instructions reached
   Places stack;
   std::vector<std::uint32_t> visited;
   std::uint32_t visit = 0;
 };
 
-}  // namespace TamLogClient
+}  // namespace TamLogCtl

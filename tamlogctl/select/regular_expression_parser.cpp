@@ -1,17 +1,15 @@
 #include "tamlogctl/select/regular_expression_parser.h"
 
 #include <algorithm>
-#include <array>
 #include <utility>
 
 #include "client/message/utf8.h"
 
-namespace TamLogClient {
+namespace TamLogCtl {
 
 namespace {
 
 using Instruction = RegularExpression::Instruction;
-using ByteSet = RegularExpression::ByteSet;
 using Program = std::vector<Instruction>;
 using Kind = Instruction::Kind;
 
@@ -19,83 +17,17 @@ constexpr std::size_t kMostInstructions = 5000;
 constexpr int kMostDepth = 100;
 constexpr unsigned kMostRepeats = 1000;
 
-bool IsLower(unsigned char byte) {
-  return byte >= 'a' && byte <= 'z';
-}
-bool IsUpper(unsigned char byte) {
-  return byte >= 'A' && byte <= 'Z';
-}
-bool IsDigit(unsigned char byte) {
-  return byte >= '0' && byte <= '9';
-}
-bool IsAlpha(unsigned char byte) {
-  return IsLower(byte) || IsUpper(byte);
-}
-bool IsAlnum(unsigned char byte) {
-  return IsAlpha(byte) || IsDigit(byte);
-}
-bool IsSpace(unsigned char byte) {
-  return byte == ' ' || (byte >= '\t' && byte <= '\r');
-}
-bool IsHexDigit(unsigned char byte) {
-  return IsDigit(byte) || (byte >= 'a' && byte <= 'f') || (byte >= 'A' && byte <= 'F');
-}
-bool IsPunctuation(unsigned char byte) {
-  return byte > ' ' && byte < 0x7F && !IsAlnum(byte);
-}
-
-template <typename Predicate>
-ByteSet SetOf(Predicate holds) {
-  ByteSet set;
-  for (std::size_t byte = 0; byte < set.size(); ++byte) set[byte] = holds(static_cast<unsigned char>(byte));
-  return set;
-}
-
 unsigned ValueOfHexDigit(char digit) {
   if (IsDigit(static_cast<unsigned char>(digit))) return static_cast<unsigned>(digit - '0');
   return static_cast<unsigned>((digit | 0x20) - 'a' + 10);
 }
 
-struct NamedSet {
-  std::string_view name;
-  bool (*holds)(unsigned char);
-};
-
-constexpr std::array<NamedSet, 8> kNamedSets{{{"alpha", IsAlpha},
-                                              {"digit", IsDigit},
-                                              {"alnum", IsAlnum},
-                                              {"upper", IsUpper},
-                                              {"lower", IsLower},
-                                              {"space", IsSpace},
-                                              {"punct", IsPunctuation},
-                                              {"xdigit", IsHexDigit}}};
-
-// The set of \d and its like.
-std::optional<ByteSet> SetOfLetter(char letter) {
-  switch (letter) {
-    case 'd':
-      return SetOf(IsDigit);
-    case 'D':
-      return ~SetOf(IsDigit);
-    case 'w':
-      return SetOf(IsWordByte);
-    case 'W':
-      return ~SetOf(IsWordByte);
-    case 's':
-      return SetOf(IsSpace);
-    case 'S':
-      return ~SetOf(IsSpace);
-    default:
-      return std::nullopt;
-  }
-}
-
-// What went wrong; caught where parsing began.
+// Thrown for a malformed pattern; caught by ParseExpression.
 struct Problem {
   std::string phrase;
 };
 
-// Recursive descent. Programs are position-independent: a split names a distance.
+// A recursive-descent parser. Programs are position-independent: a split holds a distance.
 class Parser {
  public:
   Parser(std::string_view text, bool fold) : rest(text), foldCase(fold) {}
@@ -176,7 +108,7 @@ class Parser {
   }
 
   Program Atom(int depth) {
-    const std::size_t length = Utf8SequenceLength(rest);
+    const std::size_t length = TamLogClient::Utf8SequenceLength(rest);
     if (length > 1) {
       Program bytes;
       for (const char byte : rest.substr(0, length)) Append(bytes, Byte(byte));
@@ -207,7 +139,7 @@ class Parser {
   }
 
   Program Group(int depth) {
-    if (Take('?') && !Take(':')) throw Problem{"'(?' is followed by ':' only: look-around is not supported"};
+    if (Take('?') && !Take(':')) throw Problem{"only ':' may follow '(?': look-around is not supported"};
     Program inside = Alternatives(depth + 1);
     if (!Take(')')) throw Problem{"a '(' without ')'"};
     return inside;
@@ -217,7 +149,7 @@ class Parser {
     const char letter = TakeAny("a backslash at the end");
     if (letter == 'b') return {{Kind::WordEdge, 0, 0, false}};
     if (letter == 'B') return {{Kind::NoWordEdge, 0, 0, false}};
-    if (const auto set = SetOfLetter(letter)) return OneOf(*set);
+    if (const auto set = SetOfEscape(letter)) return OneOf(*set);
     return Byte(EscapedByte(letter));
   }
 
@@ -238,9 +170,9 @@ class Parser {
       default:
         break;
     }
-    if (letter >= '1' && letter <= '9') throw Problem{"references back (\\1) are not supported"};
+    if (letter >= '1' && letter <= '9') throw Problem{"back-references (\\1) are not supported"};
     if (IsAlnum(static_cast<unsigned char>(letter))) {
-      throw Problem{std::string("'\\") + letter + "' has no meaning"};
+      throw Problem{std::string("unknown escape '\\") + letter + "'"};
     }
     return letter;
   }
@@ -248,8 +180,8 @@ class Parser {
   char HexByte() {
     unsigned value = 0;
     for (int i = 0; i < 2; ++i) {
-      const char digit = TakeAny("\\x wants two hexadecimal digits");
-      if (!IsHexDigit(static_cast<unsigned char>(digit))) throw Problem{"\\x wants two hexadecimal digits"};
+      const char digit = TakeAny("\\x needs two hexadecimal digits");
+      if (!IsHexDigit(static_cast<unsigned char>(digit))) throw Problem{"\\x needs two hexadecimal digits"};
       value = value * 16 + ValueOfHexDigit(digit);
     }
     return static_cast<char>(value);
@@ -272,23 +204,21 @@ class Parser {
   void AddItem(char letter, ByteSet& set) {
     if (letter == '[' && Take(':')) {
       const std::size_t end = rest.find(":]");
-      const std::string_view name = rest.substr(0, end);
-      const auto* const known = std::find_if(kNamedSets.begin(), kNamedSets.end(),
-                                             [name](const NamedSet& entry) { return entry.name == name; });
-      if (end == std::string_view::npos || known == kNamedSets.end()) throw Problem{"no such [:name:]"};
+      const auto named = end == std::string_view::npos ? std::nullopt : SetOfName(rest.substr(0, end));
+      if (!named) throw Problem{"unknown [:name:]"};
       rest.remove_prefix(end + 2);
-      AddAll(SetOf(known->holds), set);
+      AddAll(*named, set);
       return;
     }
     if (letter == '\\') {
       letter = TakeAny("a backslash at the end");
-      if (const auto named = SetOfLetter(letter)) {
+      if (const auto named = SetOfEscape(letter)) {
         set |= *named;
         return;
       }
       letter = letter == 'b' ? '\b' : EscapedByte(letter);
     } else if (static_cast<unsigned char>(letter) >= 0x80) {
-      throw Problem{"'[...]' holds ASCII characters only; write (?:x|y) instead"};
+      throw Problem{"'[...]' may contain ASCII characters only; use (?:x|y)"};
     }
     const auto from = static_cast<unsigned char>(letter);
     unsigned char to = from;
@@ -298,7 +228,7 @@ class Parser {
       if (last == '\\') last = EscapedByte(TakeAny("a backslash at the end"));
       to = static_cast<unsigned char>(last);
     }
-    if (to < from) throw Problem{"a range in '[...]' runs backwards"};
+    if (to < from) throw Problem{"a range in '[...]' ends before it begins"};
     for (unsigned byte = from; byte <= to; ++byte) AddByte(static_cast<unsigned char>(byte), set);
   }
 
@@ -318,14 +248,14 @@ class Parser {
     } else if (!Counted(atom)) {
       return false;
     }
-    Take('?');  // as few as possible: the same texts match
+    Take('?');  // matching as few as possible: the same texts match
     if (!rest.empty() && (rest.front() == '*' || rest.front() == '+' || rest.front() == '?')) {
       throw Problem{std::string("nothing to repeat before '") + rest.front() + "'"};
     }
     return true;
   }
 
-  // {2}, {2,} or {2,5}; any other brace stands for itself.
+  // {2}, {2,} or {2,5}; any other brace is an ordinary character.
   bool Counted(Program& atom) {
     std::string_view text = rest;
     const auto take = [&text](char wanted) {
@@ -349,7 +279,7 @@ class Parser {
     if (take(',')) most = number();
     if (!take('}')) return false;
     if (*least > kMostRepeats || most.value_or(0) > kMostRepeats) throw Problem{"too many repeats"};
-    if (most && *most < *least) throw Problem{"a '{...}' runs backwards"};
+    if (most && *most < *least) throw Problem{"the bounds of '{...}' are in the wrong order"};
     rest = text;
     Repeat(atom, *least, most);
     return true;
@@ -377,10 +307,6 @@ class Parser {
 
 }  // namespace
 
-bool IsWordByte(unsigned char byte) {
-  return IsAlnum(byte) || byte == '_';
-}
-
 std::optional<ParsedExpression> ParseExpression(std::string_view pattern, bool foldCase,
                                                 std::string& problem) {
   try {
@@ -395,4 +321,4 @@ std::optional<ParsedExpression> ParseExpression(std::string_view pattern, bool f
   }
 }
 
-}  // namespace TamLogClient
+}  // namespace TamLogCtl

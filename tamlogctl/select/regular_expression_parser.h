@@ -1,26 +1,24 @@
 #pragma once
 
-// Turns the text of a regular expression into the program that RegularExpression runs.
+// Compiles the text of a regular expression to the program that RegularExpression runs.
 
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "tamlogctl/select/byte_set.h"
 #include "tamlogctl/select/regular_expression.h"
 
-namespace TamLogClient {
+namespace TamLogCtl {
 
 struct ParsedExpression {
   std::vector<RegularExpression::Instruction> program;
-  std::vector<RegularExpression::ByteSet> sets;
+  std::vector<ByteSet> sets;
 };
 
-// Nothing, and one phrase in `problem`, for a pattern that is none.
+// Returns nothing, and one phrase in `problem`, if the pattern is malformed.
 std::optional<ParsedExpression> ParseExpression(std::string_view pattern, bool foldCase,
                                                 std::string& problem);
 
-// Letters, digits and the underscore, as \w and \b have it.
-bool IsWordByte(unsigned char byte);
-
-}  // namespace TamLogClient
+}  // namespace TamLogCtl

@@ -1,6 +1,6 @@
 #pragma once
 
-// Which messages are wanted: the options that every verb which reads messages has.
+// The options that select messages; every verb that reads messages has them.
 
 #include <optional>
 #include <string>
@@ -8,10 +8,6 @@
 
 #include "tamlogctl/base/output_options.h"
 #include "tamlogctl/select/message_selection.h"
-
-namespace CLI {
-class App;
-}
 
 namespace TamLogCtl {
 
@@ -28,19 +24,18 @@ struct SelectionOptions {
   std::vector<std::string> filterFiles;
 };
 
-void DefineSelectionOptions(CLI::App& verb, SelectionOptions& to);
+// Which options contradict each other, "-F: ..."; empty when none do.
+std::string SelectionProblem(const SelectionOptions& options);
 
-// Throws the parser's error when options contradict each other.
-void CheckSelectionOptions(const SelectionOptions& options);
+// Returns nothing after a report on stderr. `exitCode` is then kUsage for a wrong value; for a filter file
+// that cannot be read, the code of its status. The encoding of `output` is used: names and expressions beyond
+// ASCII match messages as they are shown.
+std::optional<MessageSelection> MakeSelection(const SelectionOptions& options, const OutputOptions& output,
+                                              int& exitCode);
 
-// Nothing, after a word on stderr, when an option's value makes no sense; the exit code is then kUsage. A
-// filter file that cannot be read counts as such a value. Of `output` the encoding has a meaning here: names
-// and expressions beyond ASCII find what is shown.
-std::optional<TamLogClient::MessageSelection> MakeSelection(const SelectionOptions& options,
-                                                            const OutputOptions& output);
-
-// One pattern of an option as MakeSelection makes them; nothing after a word on stderr.
-std::optional<TamLogClient::TextPattern> MakePattern(const std::string& option, const std::string& text,
-                                                     const SelectionOptions& options);
+// Returns the pattern that MakeSelection would make of this value of `option`; nothing after a report on
+// stderr.
+std::optional<TextPattern> MakePattern(const std::string& option, const std::string& text,
+                                       const SelectionOptions& options);
 
 }  // namespace TamLogCtl

@@ -2,13 +2,13 @@
 
 #include <algorithm>
 
-namespace TamLogClient {
+namespace TamLogCtl {
 
 namespace {
 
 constexpr std::string_view kSpecial = "\\.[](){}*+?^$|";
 
-// \D, \W, \S and \B are no letters of the text.
+// The letters of escapes (\D, \W, \S, \B) do not count.
 bool HasUpperCase(std::string_view pattern, bool fixed) {
   for (std::size_t i = 0; i < pattern.size(); ++i) {
     if (!fixed && pattern[i] == '\\') {
@@ -57,7 +57,7 @@ bool TextPattern::IsAt(const char* text) const {
   return true;
 }
 
-// Horspool's search: looks at the last byte of each place first and moves on as far as it allows.
+// Horspool's search: the byte at the last position decides how far to advance.
 std::size_t TextPattern::Search(std::string_view text, std::size_t from) const {
   const std::size_t length = literal.size();
   if (length == 0) return from <= text.size() ? from : std::string_view::npos;
@@ -81,4 +81,4 @@ std::optional<TextExtent> TextPattern::Find(std::string_view text, std::size_t f
   return TextExtent{at, literal.size()};
 }
 
-}  // namespace TamLogClient
+}  // namespace TamLogCtl

@@ -1,9 +1,7 @@
 #pragma once
 
-// What a text is searched for: plain text, or a regular expression. An expression without any special
-// character is searched for as plain text, which is faster.
-//
-// An object serves one thread at a time.
+// A search pattern: plain text, or a regular expression. An expression without special characters is searched
+// for as plain text, which is faster. One thread at a time may use an object.
 
 #include <array>
 #include <cstddef>
@@ -13,18 +11,19 @@
 
 #include "tamlogctl/select/regular_expression.h"
 
-namespace TamLogClient {
+namespace TamLogCtl {
 
 class TextPattern {
  public:
-  // `fixed`: plain text. Case (of A to Z) is ignored when `ignoreCase` is set or when the pattern has no
-  // upper-case letter. Nothing, and one phrase in `problem`, for a pattern that is no regular expression.
+  // Makes a pattern of plain text (`fixed`) or of a regular expression. The case of A to Z is ignored if
+  // `ignoreCase` is set or if the pattern has no upper-case letter. Returns nothing, and one phrase in
+  // `problem`, if the expression is malformed.
   static std::optional<TextPattern> Make(const std::string& pattern, bool fixed, bool ignoreCase,
                                          std::string& problem);
 
   bool Matches(std::string_view text);
 
-  // The first match that is not empty and begins at `from` or later.
+  // Returns the first match that begins at `from` or later and is not empty.
   std::optional<TextExtent> Find(std::string_view text, std::size_t from);
 
  private:
@@ -34,14 +33,14 @@ class TextPattern {
   bool IsAt(const char* text) const;
 
   std::optional<RegularExpression> expression;
-  std::string literal;  // lower case when case is ignored
+  std::string literal;  // in lower case if case is ignored
   bool foldCase = false;
-  std::array<unsigned char, 256> skip{};  // how far a last byte that does not fit lets the search move on
+  std::array<unsigned char, 256> skip{};  // how far the search may advance, by the byte at the last position
 };
 
-// As the server and the filters compare: A to Z only, because the encoding of other bytes is not known.
+// Folds A to Z only, like the server and its filters: the encoding of other bytes is unknown.
 constexpr char ToLowerAscii(char letter) {
   return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
 }
 
-}  // namespace TamLogClient
+}  // namespace TamLogCtl

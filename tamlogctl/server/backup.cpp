@@ -1,10 +1,8 @@
 #include "tamlogctl/server/backup.h"
 
-#include <filesystem>
-#include <fstream>
-#include <system_error>
+#include <string_view>
 
-#include "client/file/file_path.h"
+#include "client/file/log_file_writer.h"
 #include "tamlogctl/base/console.h"
 
 namespace TamLogCtl {
@@ -12,6 +10,7 @@ namespace TamLogCtl {
 namespace {
 
 using TamLogClient::LogSnapshot;
+using TamLogClient::Status;
 
 LogFileHeader HeaderOf(const LogSnapshot& snapshot, std::size_t messages) {
   LogFileHeader header = snapshot.header;
@@ -22,43 +21,25 @@ LogFileHeader HeaderOf(const LogSnapshot& snapshot, std::size_t messages) {
   return header;
 }
 
-bool Write(const std::filesystem::path& path, const LogSnapshot& snapshot) {
-  const auto order = OrderMessages(snapshot).oldestFirst;
-  const LogFileHeader header = HeaderOf(snapshot, order.size());
-  const LockNames names{};  // the server writes them when it opens the file
-  std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  file.write(reinterpret_cast<const char*>(&header), sizeof(header));
-  file.write(reinterpret_cast<const char*>(&names), sizeof(names));
-  const auto write = [&file](const LogMessage& slot) {
-    file.write(reinterpret_cast<const char*>(&slot), sizeof(slot));
-  };
-  for (const std::uint32_t slot : order) write(snapshot.slots[slot]);
-  const LogMessage empty{};
-  for (auto i = order.size(); i < static_cast<std::size_t>(header.maxMessages); ++i) write(empty);
-  file.close();
-  return !file.fail();
+template <typename Record>
+std::string_view BytesOf(const Record& record) {
+  return {reinterpret_cast<const char*>(&record), sizeof(record)};
 }
 
 }  // namespace
 
-bool WriteBackup(const std::string& path, const LogSnapshot& snapshot, std::string& problem) {
-  const std::filesystem::path target = TamLogClient::PathOf(path);
-  std::filesystem::path partial = target;
-  partial += ".part";
-  std::error_code error;
-  if (!snapshot.HeaderIsSound()) {
-    problem = "the log is damaged, so that no sound copy can be made";
-  } else if (std::filesystem::exists(target, error)) {
-    problem = path + ": exists already; name another file";
-  } else if (!Write(partial, snapshot)) {
-    problem = path + ": cannot be written";
-    std::filesystem::remove(partial, error);
-  } else {
-    std::filesystem::rename(partial, target, error);
-    if (error) problem = path + ": cannot be renamed into place: " + error.message();
-    return !error;
-  }
-  return false;
+Status WriteBackup(const std::string& path, const LogSnapshot& snapshot) {
+  if (!snapshot.HeaderIsSound()) return Status::Damaged;
+  TamLogClient::AtomicFile file;
+  if (const Status status = file.Open(path, false); status != Status::Ok) return status;
+  const auto order = OrderMessages(snapshot).oldestFirst;
+  const LockNames names{};  // the server writes them when it opens the file
+  bool good = file.Write(BytesOf(HeaderOf(snapshot, order.size()))) && file.Write(BytesOf(names));
+  for (const std::uint32_t slot : order) good = good && file.Write(BytesOf(snapshot.slots[slot]));
+  const LogMessage empty{};
+  for (auto i = order.size(); i < static_cast<std::size_t>(snapshot.header.maxMessages); ++i)
+    good = good && file.Write(BytesOf(empty));
+  return good ? file.Commit() : Status::SystemError;
 }
 
 std::string BackupName() {

@@ -5,13 +5,14 @@
 #include <string>
 
 #include "client/log/log_snapshot.h"
+#include "client/message/status.h"
 
 namespace TamLogCtl {
 
-// Messages in time order, oldest in slot 0: a file that a server accepts, whatever order the ring had.
-// Written beside its place and then renamed. A file that exists is not overwritten. False, and `problem`, on
-// failure. `path` is in UTF-8.
-bool WriteBackup(const std::string& path, const TamLogClient::LogSnapshot& snapshot, std::string& problem);
+// Writes the messages in time order, oldest in slot 0: a file that a server accepts, whatever order the ring
+// had. `path` is in UTF-8. Returns the statuses of AtomicFile, or Damaged when the snapshot's header is not
+// sound; unless the result is Ok, nothing was written. A file that exists is not overwritten.
+TamLogClient::Status WriteBackup(const std::string& path, const TamLogClient::LogSnapshot& snapshot);
 
 // A name in the current directory, made of the time: "tamlog-20260102-030405.dat".
 std::string BackupName();

@@ -4,6 +4,7 @@
 #include "client/live/log_reader.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
+#include "tamlogctl/base/file_problem.h"
 #include "tamlogctl/server/backup.h"
 #include "tamlogctl/server/live_server.h"
 
@@ -38,13 +39,12 @@ bool Ask(ClearOptions& options) {
 // Right before the request: what comes in between is in neither place.
 int Save(const ClearOptions& options) {
   LogSnapshot snapshot;
-  std::string problem;
   if (const Status status = ReadLog(options, snapshot); status != Status::Ok) {
-    return Failed("the log cannot be saved, and was not emptied", status);
+    return Refuse(status, "the log cannot be saved, and was not emptied");
   }
-  if (!WriteBackup(options.backup, snapshot, problem)) {
-    Say(problem + "; the log was not emptied");
-    return kOutputFailed;
+  if (const Status status = WriteBackup(options.backup, snapshot); status != Status::Ok) {
+    return Refuse(TargetExitCode(status),
+                  TargetProblem(options.backup, status) + "; the log was not emptied");
   }
   Say(std::to_string(snapshot.header.messageCount) + " messages are saved in " + options.backup);
   return kDone;
@@ -55,27 +55,22 @@ int Save(const ClearOptions& options) {
 int Clear(const ClearOptions& given) {
   ClearOptions options = given;
   if (!options.yes) {
-    if (!StdinIsTerminal()) {
-      Say("nobody can be asked whether the log is to be emptied: add --yes");
-      return kUsage;
-    }
-    if (!Ask(options)) {
-      Say("nothing was done");
-      return kNothingMatched;
-    }
+    if (!StdinIsTerminal())
+      return Refuse(kUsage, "nobody can be asked whether the log is to be emptied: add --yes");
+    if (!Ask(options)) return Refuse(kNegative, "nothing was done");
   }
   DeferInterrupts();
   LogClient client({kRequestPipeName, options.timeoutMs});
-  if (const Status status = client.Ping(); status != Status::Ok) return Failed("clear", status);
+  if (const Status status = client.Ping(); status != Status::Ok) return Refuse(status, "clear");
   if (!WaitForFlush()) return kInterrupted;
   if (!options.backup.empty()) {
     if (const int exitCode = Save(options); exitCode != kDone) return exitCode;
   }
   const Status status = client.ClearLog();
   if (status != Status::Ok) {
-    return Failed(
-        status == Status::TimedOut ? "clear: the server may still do it when its readers let it" : "clear",
-        status);
+    return Refuse(status, status == Status::TimedOut
+                              ? "clear: the server may still do it when its readers let it"
+                              : "clear");
   }
   if (!options.wait) {
     Say("emptied; the server restarts in a second");
@@ -83,7 +78,7 @@ int Clear(const ClearOptions& given) {
   }
   const Status back = RestartWatch(client).Wait();
   if (Interrupted()) return kInterrupted;
-  if (back != Status::Ok) return Failed("emptied, but the server did not come back from its restart", back);
+  if (back != Status::Ok) return Refuse(back, "emptied, but the server did not come back from its restart");
   Say("emptied");
   return kDone;
 }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -12,6 +11,7 @@
 #include "client/message/win32.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
+#include "tamlogctl/base/json.h"
 #include "tamlogctl/base/progress.h"
 #include "tamlogctl/server/doctor_findings.h"
 #include "tamlogctl/server/filter_text.h"
@@ -32,7 +32,6 @@ using TamLogClient::LogReader;
 using TamLogClient::Observations;
 using TamLogClient::PipeState;
 using TamLogClient::Status;
-using Json = nlohmann::ordered_json;
 
 constexpr std::uint32_t kBusyMs = 3000;  // a busy pipe is ordinary for some milliseconds
 
@@ -140,15 +139,15 @@ std::string AsText(const std::vector<Finding>& findings) {
 }
 
 std::string AsJson(const std::vector<Finding>& findings, const std::vector<std::string>& done) {
-  Json list = Json::array();
+  JsonArray list;
   for (const Finding& finding : findings) {
-    Json entry = {{"check", finding.check}, {"state", WordOf(finding.state)}, {"found", finding.found}};
-    if (!finding.mend.empty()) entry["mend"] = finding.mend;
-    list.push_back(std::move(entry));
+    JsonObject entry{{"check", finding.check}, {"state", WordOf(finding.state)}, {"found", finding.found}};
+    if (!finding.mend.empty()) entry.emplace_back("mend", finding.mend);
+    list.emplace_back(std::move(entry));
   }
-  Json json = {{"findings", std::move(list)}};
-  if (!done.empty()) json["unstuck"] = done;
-  return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+  JsonObject json{{"findings", std::move(list)}};
+  if (!done.empty()) json.emplace_back("unstuck", JsonArray(done.begin(), done.end()));
+  return WriteJson(json, 2) + "\n";
 }
 
 // Only what was found to be stuck. What was done, in words.
@@ -175,7 +174,7 @@ int ExitCodeFor(const Observations& seen, const std::vector<Finding>& findings) 
   if (seen.pipe == PipeState::Absent && !seen.mapped) return kNotThere;
   const bool allWell = std::all_of(findings.begin(), findings.end(),
                                    [](const Finding& finding) { return finding.state == FindingState::Ok; });
-  return allWell ? kDone : kNothingMatched;
+  return allWell ? kDone : kNegative;
 }
 
 }  // namespace

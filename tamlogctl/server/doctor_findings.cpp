@@ -2,12 +2,14 @@
 
 #include <utility>
 
+#include "client/live/log_client.h"
+#include "client/log/ring.h"
+
 namespace TamLogClient {
 
 namespace {
 
 constexpr std::size_t kMostFilterText = 127;
-constexpr std::size_t kMostPath = 255;
 constexpr std::size_t kShortFilter = 2;
 constexpr std::uint64_t kLongHoldMicroseconds = 50000;
 constexpr std::uint32_t kErrorAccessDenied = 5;
@@ -144,17 +146,12 @@ void CheckObjects(const Observations& seen, Findings& out) {
   out.Ok("access", "mapping and events can be opened");
 }
 
-bool HeaderIsSane(const LogFileHeader& header) {
-  return header.maxMessages > 0 && header.messageCount >= 0 && header.messageCount <= header.maxMessages &&
-         header.nextSlot >= 0 && header.nextSlot < header.maxMessages;
-}
-
 void CheckSection(const Observations& seen, Findings& out) {
   const LogFileHeader& header = seen.header;
   if (header.serverRunning == 0) {
     return out.Warn("header", "the server is closing or opening the log", "look again in some seconds");
   }
-  if (!HeaderIsSane(header)) {
+  if (!TamLogClient::RingIsSound(header)) {
     return out.Fail("header", "its numbers contradict each other",
                     "copy the log file if its messages matter, then: tamlogctl server restart");
   }

@@ -55,7 +55,7 @@ int AddAll(LogClient& client, const Filters& filters) {
     const Filters rest(filters.begin() + static_cast<std::ptrdiff_t>(i), filters.end());
     Say("these filters are not stored; add them again:");
     WriteErr(FiltersAsTsv(rest));
-    return Failed("filter add", status);
+    return Refuse(status, "filter add");
   }
   return kDone;
 }
@@ -63,7 +63,7 @@ int AddAll(LogClient& client, const Filters& filters) {
 // No request removes or changes one filter.
 int Replace(LogClient& client, const Filters& filters) {
   const Status status = client.ClearFilters();
-  if (status != Status::Ok) return Failed("filter clear", status);
+  if (status != Status::Ok) return Refuse(status, "filter clear");
   const int exitCode = AddAll(client, filters);
   Say("note: messages that arrived in between met a partial list");
   return exitCode;
@@ -136,16 +136,15 @@ int RemoveFilters(const FilterOptions& options) {
   std::reverse(numbers.begin(), numbers.end());
   for (const std::uint32_t number : numbers) {
     if (number == 0 || number > before) {
-      Say("there is no filter " + std::to_string(number) + "; see: tamlogctl filter list");
-      return kNothingMatched;
+      return Refuse(kNegative,
+                    "there is no filter " + std::to_string(number) + "; see: tamlogctl filter list");
     }
     filters.erase(filters.begin() + static_cast<std::ptrdiff_t>(number - 1));
   }
   for (const FilterEntry& wanted : options.entries) {
     if (Remove(filters, wanted)) continue;
-    Say(std::string("there is no ") + (wanted.include ? "include" : "exclude") + " filter '" + wanted.text +
-        "'; see: tamlogctl filter list");
-    return kNothingMatched;
+    return Refuse(kNegative, std::string("there is no ") + (wanted.include ? "include" : "exclude") +
+                                 " filter '" + wanted.text + "'; see: tamlogctl filter list");
   }
   return Replace(client, filters);
 }
@@ -153,21 +152,15 @@ int RemoveFilters(const FilterOptions& options) {
 int ClearFilters(const FilterOptions& options) {
   LogClient client = Connect(options);
   const Status status = client.ClearFilters();
-  return status == Status::Ok ? kDone : Failed("filter clear", status);
+  return status == Status::Ok ? kDone : Refuse(status, "filter clear");
 }
 
 int SetFilters(const FilterOptions& options) {
   std::string text;
-  if (!ReadAll(options.file, text)) {
-    Say(options.file + ": cannot be read");
-    return kNotThere;
-  }
+  if (!ReadAll(options.file, text)) return Refuse(kNotThere, options.file + ": cannot be read");
   std::string problem;
   const auto filters = ParseFilters(text, problem);
-  if (!filters) {
-    Say(options.file + ": " + problem);
-    return kUsage;
-  }
+  if (!filters) return Refuse(kUsage, options.file + ": " + problem);
   if (!CanBeStored(*filters)) return kUsage;
   LogClient client = Connect(options);
   Warn(*filters);
@@ -180,7 +173,7 @@ int TestFilters(const FilterOptions& options) {
   SettingsBody settings{};
   Filters filters;
   const Status status = client.GetSettings(settings);
-  if (status != Status::Ok) return Failed("settings", status);
+  if (status != Status::Ok) return Refuse(status, "settings");
   if (const int exitCode = AskForFilters(client, filters); exitCode != kDone) return exitCode;
   std::string out;
   bool kept = false;
@@ -192,7 +185,7 @@ int TestFilters(const FilterOptions& options) {
     out += "type " + std::to_string(type) + "  " + VerdictText(filters, verdict, type) + "\n";
   }
   if (!WriteOut(out)) return kOutputFailed;
-  return kept ? kDone : kNothingMatched;
+  return kept ? kDone : kNegative;
 }
 
 }  // namespace TamLogCtl

@@ -2,16 +2,14 @@
 
 #include <algorithm>
 #include <charconv>
-#include <nlohmann/json.hpp>
 
 #include "client/format/tsv_text.h"
 #include "client/message/utf8.h"
+#include "tamlogctl/base/json.h"
 
 namespace TamLogCtl {
 
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 constexpr std::size_t kShortText = 2;
 
@@ -44,26 +42,27 @@ std::optional<std::string> FromHex(std::string_view digits) {
 }
 
 std::optional<FilterEntry> FromJson(const Json& entry) {
-  if (!entry.is_object() || !entry.contains("kind") || !entry["kind"].is_string()) return std::nullopt;
-  const auto include = IncludeFromKind(entry["kind"].get<std::string>());
+  const std::string* const kind = entry.FindString("kind");
+  const auto include = kind == nullptr ? std::nullopt : IncludeFromKind(*kind);
   if (!include) return std::nullopt;
-  if (entry.contains("text_hex") && entry["text_hex"].is_string()) {
-    auto text = FromHex(entry["text_hex"].get<std::string>());
+  if (const std::string* const digits = entry.FindString("text_hex")) {
+    auto text = FromHex(*digits);
     if (!text) return std::nullopt;
     return FilterEntry{std::move(*text), *include};
   }
-  if (!entry.contains("text") || !entry["text"].is_string()) return std::nullopt;
-  return FilterEntry{entry["text"].get<std::string>(), *include};
+  const std::string* const text = entry.FindString("text");
+  if (text == nullptr) return std::nullopt;
+  return FilterEntry{*text, *include};
 }
 
-std::optional<std::vector<FilterEntry>> ParseJson(std::string_view text, std::string& problem) {
-  const Json json = Json::parse(text, nullptr, false);
+std::optional<std::vector<FilterEntry>> ParseArray(std::string_view text, std::string& problem) {
+  const auto json = ParseJson(text);
   std::vector<FilterEntry> filters;
-  if (!json.is_array()) {
+  if (!json || json->AsArray() == nullptr) {
     problem = "expected a JSON array of {\"kind\":\"include\",\"text\":\"NAME\"}";
     return std::nullopt;
   }
-  for (const Json& entry : json) {
+  for (const Json& entry : *json->AsArray()) {
     auto filter = FromJson(entry);
     if (!filter) {
       problem = "entry " + std::to_string(filters.size() + 1) +
@@ -144,22 +143,22 @@ std::string FiltersAsTsv(const std::vector<FilterEntry>& filters) {
 }
 
 std::string FiltersAsJson(const std::vector<FilterEntry>& filters) {
-  Json list = Json::array();
+  JsonArray list;
   for (const FilterEntry& filter : filters) {
-    Json entry = {{"kind", KindOf(filter)}, {"text", filter.text}};
+    JsonObject entry{{"kind", KindOf(filter)}, {"text", filter.text}};
     if (!TamLogClient::IsValidUtf8(filter.text)) {
       std::string digits;
       TamLogClient::AppendHex(filter.text, digits);
-      entry["text_hex"] = digits;
+      entry.emplace_back("text_hex", std::move(digits));
     }
-    list.push_back(std::move(entry));
+    list.emplace_back(std::move(entry));
   }
-  return list.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+  return WriteJson(list, 2) + "\n";
 }
 
 std::optional<std::vector<FilterEntry>> ParseFilters(std::string_view text, std::string& problem) {
   const std::size_t first = text.find_first_not_of(" \t\r\n");
-  if (first != std::string_view::npos && text[first] == '[') return ParseJson(text, problem);
+  if (first != std::string_view::npos && text[first] == '[') return ParseArray(text, problem);
   std::vector<FilterEntry> filters;
   for (std::size_t number = 1; !text.empty(); ++number) {
     std::string_view line = text.substr(0, text.find('\n'));

@@ -64,7 +64,7 @@ int Import::ReadAll() {
   exitCode = ReadImports(options.files, options.input, messages);
   refused.resize(messages.size());
   sentAt.resize(messages.size());
-  return exitCode == kDamaged ? kDone : exitCode;
+  return HasOutput(exitCode) ? kDone : exitCode;
 }
 
 bool Import::CountLog(Counts& counts) const {
@@ -131,9 +131,8 @@ int Import::Recover() {
     if (client.Ping() == Status::Ok && CountLog(there)) break;
     client.Disconnect();
     if (Ticks() - lostAt > std::uint64_t{options.retrySeconds} * 1000) {
-      Say("the server did not come back; " + std::to_string(next) + " of " + std::to_string(messages.size()) +
-          " messages were handed in");
-      return kNotThere;
+      return Refuse(kNotThere, "the server did not come back; " + std::to_string(next) + " of " +
+                                   std::to_string(messages.size()) + " messages were handed in");
     }
   }
   connections = client.Connections();
@@ -174,8 +173,8 @@ int Import::SendAll() {
     }
     constexpr int kMostLosses = 100;
     if (code == kAccessDenied || ++losses > kMostLosses) {
-      Say("message " + std::to_string(next + 1) + ": the server cannot be reached");
-      return code == kDone ? kTimedOut : code;
+      return Refuse(code == kDone ? kTimedOut : code,
+                    "message " + std::to_string(next + 1) + ": the server cannot be reached");
     }
     if (const int recovered = Recover(); recovered == kInterrupted || recovered == kNotThere)
       return recovered;
@@ -187,8 +186,7 @@ int Import::Finish() {
   Counts there;
   std::string bytes;
   if (!CountLog(there) || ReadLiveImage(options.timeoutMs, bytes) != kDone) {
-    Say("handed in, but the log cannot be read, so what was stored is not known");
-    return kTimedOut;
+    return Refuse(kTimedOut, "handed in, but the log cannot be read, so what was stored is not known");
   }
   std::size_t stored = 0;
   for (std::size_t i = 0; i < messages.size(); ++i) {
@@ -212,29 +210,21 @@ int Import::Finish() {
   if (!report.Accepted())
     Say("the log lies newest first now, and a restart of the server would empty it; export it before that");
   if (refusals > 0) return kRefused;
-  return gone > 0 ? kNothingMatched : exitCode;
+  return gone > 0 ? WorseOf(exitCode, kNegative) : exitCode;
 }
 
 int Import::Run() {
   if (const int code = ReadAll(); code != kDone) return code;
   DeferInterrupts();
   SettingsBody settings{};
-  if (const Status status = client.GetSettings(settings); status != Status::Ok) {
-    Say(StatusText(status));
-    return ExitCodeOf(status);
-  }
+  if (const Status status = client.GetSettings(settings); status != Status::Ok) return Refuse(status);
   connections = client.Connections();
   tooMany = std::max<std::size_t>(1, settings.maxMessage / 2);
-  if (!CountLog(before)) {
-    Say("the server's log cannot be read");
-    return kTimedOut;
-  }
+  if (!CountLog(before)) return Refuse(kTimedOut, "the server's log cannot be read");
   const int code = SendAll();
-  if (code != kDone) {
-    Say(std::to_string(next) + " of " + std::to_string(messages.size()) + " messages were handed in");
-    return code;
-  }
-  return Finish();
+  if (code == kDone) return Finish();
+  return Refuse(code,
+                std::to_string(next) + " of " + std::to_string(messages.size()) + " messages were handed in");
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string_view>
 
@@ -15,13 +14,13 @@
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
+#include "tamlogctl/base/json.h"
 
 namespace TamLogCtl {
 
 namespace {
 
 using TamLogClient::LogFileImage;
-using JsonLine = nlohmann::json;
 
 int HexDigit(char digit) {
   constexpr std::string_view digits = "0123456789abcdef";
@@ -42,26 +41,30 @@ std::optional<std::string> FromHex(const std::string& hex) {
 }
 
 // The bytes as they were, when they stand beside a text that could not hold them.
-std::optional<std::string> TextField(const JsonLine& line, const char* name) {
-  const auto raw = line.find(std::string(name) + "_hex");
-  if (raw != line.end() && raw->is_string()) return FromHex(raw->get<std::string>());
-  const auto text = line.find(name);
-  if (text == line.end() || !text->is_string()) return std::nullopt;
-  return text->get<std::string>();
+std::optional<std::string> TextField(const Json& line, const std::string& name) {
+  if (const std::string* const digits = line.FindString(name + "_hex")) return FromHex(*digits);
+  const std::string* const text = line.FindString(name);
+  return text == nullptr ? std::nullopt : std::optional(*text);
 }
 
-bool TakeTime(const JsonLine& line, LogMessageBody& body) {
+bool TakeWords(const JsonArray& list, TamLogClient::TimeWords& words) {
+  if (list.size() < 7 || list.size() > words.size()) return false;
+  for (std::size_t i = 0; i < list.size(); ++i) {
+    const auto word = list[i].AsInteger();
+    if (!word) return false;
+    words[i] = static_cast<std::int16_t>(*word);
+  }
+  return true;
+}
+
+bool TakeTime(const Json& line, LogMessageBody& body) {
   TamLogClient::TimeWords words{};
-  if (const auto raw = line.find("time_words"); raw != line.end() && raw->is_array()) {
-    if (raw->size() < 7 || raw->size() > words.size()) return false;
-    for (std::size_t i = 0; i < raw->size(); ++i) {
-      if (!(*raw)[i].is_number_integer()) return false;
-      words[i] = (*raw)[i].get<std::int16_t>();
-    }
+  const Json* const list = line.Find("time_words");
+  if (list != nullptr && list->AsArray() != nullptr) {
+    if (!TakeWords(*list->AsArray(), words)) return false;
   } else {
-    const auto text = line.find("time");
-    if (text == line.end() || !text->is_string()) return false;
-    const auto parsed = TamLogClient::ParseTime(text->get<std::string>());
+    const std::string* const text = line.FindString("time");
+    const auto parsed = text == nullptr ? std::nullopt : TamLogClient::ParseTime(*text);
     if (!parsed) return false;
     words = *parsed;
   }
@@ -70,38 +73,39 @@ bool TakeTime(const JsonLine& line, LogMessageBody& body) {
 }
 
 template <std::size_t size>
-void TakeBytes(const JsonLine& line, const char* name, std::uint8_t (&field)[size]) {
-  const auto hex = line.find(name);
-  if (hex == line.end() || !hex->is_string()) return;
-  const auto bytes = FromHex(hex->get<std::string>());
+void TakeBytes(const Json& line, const char* name, std::uint8_t (&field)[size]) {
+  const std::string* const digits = line.FindString(name);
+  if (digits == nullptr) return;
+  const auto bytes = FromHex(*digits);
   if (bytes && bytes->size() == size) std::memcpy(field, bytes->data(), size);
 }
 
 std::optional<LogMessageBody> FromJson(const std::string& text, std::string& problem) {
-  const JsonLine line = JsonLine::parse(text, nullptr, false);
+  const auto line = ParseJson(text);
   LogMessageBody body{};
-  if (!line.is_object()) {
+  if (!line || line->AsObject() == nullptr) {
     problem = "no json object";
     return std::nullopt;
   }
-  if (!TakeTime(line, body)) {
+  if (!TakeTime(*line, body)) {
     problem = "expected \"time\":\"YYYY-MM-DDTHH:MM:SS.mmm\" without a zone";
     return std::nullopt;
   }
-  const auto type = line.find("type");
-  if (type == line.end() || !type->is_number_unsigned() || type->get<std::uint64_t>() >= kMessageTypes) {
+  const Json* const member = line->Find("type");
+  const auto type = member == nullptr ? std::nullopt : member->AsUnsigned();
+  if (!type || *type >= kMessageTypes) {
     problem = "expected \"type\" from 0 to 3";
     return std::nullopt;
   }
-  body.type = type->get<std::uint32_t>();
-  const auto source = TextField(line, "source");
-  const auto message = TextField(line, "text");
+  body.type = static_cast<std::uint32_t>(*type);
+  const auto source = TextField(*line, "source");
+  const auto message = TextField(*line, "text");
   if (!source || !message || !TamLogClient::FillTexts(*source, *message, body)) {
     problem = "expected \"source\" and \"text\" of at most 256 bytes each";
     return std::nullopt;
   }
-  TakeBytes(line, "origin", body.origin);
-  TakeBytes(line, "tail", body.tail);
+  TakeBytes(*line, "origin", body.origin);
+  TakeBytes(*line, "tail", body.tail);
   return body;
 }
 
@@ -156,7 +160,7 @@ ImportSource ReadImport(const std::string& path, const std::string& format) {
   ImportSource source;
   std::string bytes;
   if (const auto status = TamLogClient::ReadFileBytes(path, bytes); status != TamLogClient::Status::Ok) {
-    source.problem = ProblemOf(path, status);
+    source.problem = ProblemOf(status);
     source.exitCode = ExitCodeOf(status);
     return source;
   }

@@ -68,15 +68,6 @@ std::size_t LongestFilter() {
 
 }  // namespace
 
-int Failed(const std::string& what, Status status) {
-  std::string line = what.empty() ? "" : what + ": ";
-  line += StatusText(status);
-  if (status == Status::NotRunning) line += " (tamlogctl server state)";
-  if (status == Status::TimedOut || status == Status::Stuck) line += " (tamlogctl doctor)";
-  Say(line);
-  return ExitCodeOf(status);
-}
-
 KeptLengths LookAtKeptTexts() {
   KeptLengths lengths;
   lengths.longestFilter = LongestFilter();
@@ -94,13 +85,12 @@ KeptLengths LookAtKeptTexts() {
 int AskForFilters(LogClient& client, std::vector<FilterEntry>& filters) {
   const std::size_t longest = LookAtKeptTexts().longestFilter;
   if (longest > kMostFilterText) {
-    Say("a stored filter has " + std::to_string(longest) +
-        " bytes, and the server would end if it were asked for it; remove all filters: tamlogctl filter "
-        "clear");
-    return kRefused;
+    return Refuse(kRefused, "a stored filter has " + std::to_string(longest) +
+                                " bytes, and the server would end if it were asked for it; remove all "
+                                "filters: tamlogctl filter clear");
   }
   const Status status = client.GetFilters(filters);
-  return status == Status::Ok ? kDone : Failed("filters", status);
+  return status == Status::Ok ? kDone : Refuse(status, "filters");
 }
 
 std::string VerdictText(const std::vector<FilterEntry>& filters, const FilterVerdict& verdict,

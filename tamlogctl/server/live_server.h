@@ -15,9 +15,6 @@
 
 namespace TamLogCtl {
 
-// Says `what`, if there is something to say, and the status; returns its exit code.
-int Failed(const std::string& what, TamLogClient::Status status);
-
 // What the server keeps of its filters and its path over a stop, seen without asking it: it ends when it is
 // asked for a text that does not fit its reply. 0 when there is none or it may not be read.
 struct KeptLengths {

@@ -50,7 +50,7 @@ Messages Missing(const LogSnapshot& before, const LogSnapshot& now) {
 
 int Resubmit(TamLogClient::LogClient& client, const LogSnapshot& before) {
   LogSnapshot now;
-  if (const Status status = ReadLog(now); status != Status::Ok) return Failed("reading the log", status);
+  if (const Status status = ReadLog(now); status != Status::Ok) return Refuse(status, "reading the log");
   Messages missing = Missing(before, now);
   const auto room = static_cast<std::size_t>(std::max(0, now.header.maxMessages - now.header.messageCount));
   const std::size_t wanted = missing.size();
@@ -64,13 +64,13 @@ int Resubmit(TamLogClient::LogClient& client, const LogSnapshot& before) {
     if (Interrupted()) return kInterrupted;
     if (const Status status = client.Submit(message->body); status != Status::Ok) {
       Say(std::to_string(sent) + " of " + std::to_string(missing.size()) + " messages were handed in again");
-      return Failed("handing in again", status);
+      return Refuse(status, "handing in again");
     }
     progress.Show(++sent);
   }
   WaitForFlush();
   LogSnapshot after;
-  if (const Status status = ReadLog(after); status != Status::Ok) return Failed("reading the log", status);
+  if (const Status status = ReadLog(after); status != Status::Ok) return Refuse(status, "reading the log");
   const std::size_t lost = Missing(before, after).size();
   Say(std::to_string(sent) + " messages handed in again; " + std::to_string(wanted - std::min(wanted, lost)) +
       " of " + std::to_string(wanted) + " that were missing are in the log");

@@ -61,10 +61,7 @@ int Sender::Run() {
   if (options.confirm) DeferInterrupts();
   if (!options.time.empty()) {
     time = TamLogClient::ParseTime(options.time);
-    if (!time) {
-      Say("--time '" + options.time + "': expected YYYY-MM-DD HH:MM:SS.mmm");
-      return kUsage;
-    }
+    if (!time) return Refuse(kUsage, "--time '" + options.time + "': expected YYYY-MM-DD HH:MM:SS.mmm");
   }
   if (options.hasArgument && options.input.empty()) return SendLine(options.argument, "");
   if (!options.hasArgument) {
@@ -73,10 +70,7 @@ int Sender::Run() {
   }
   const std::filesystem::path path = TamLogClient::PathOf(options.argument);
   std::ifstream file(path, std::ios::binary);
-  if (!file) {
-    Say(options.argument + ": cannot be read");
-    return kNotThere;
-  }
+  if (!file) return Refuse(kNotThere, options.argument + ": cannot be read");
   return SendLines([&file](std::string& line) {
     if (!std::getline(file, line)) return false;
     if (!line.empty() && line.back() == '\r') line.pop_back();
@@ -91,13 +85,10 @@ int Sender::SendLines(const std::function<bool(std::string&)>& next) {
   for (std::uint64_t number = 1; next(line); ++number) {
     progress.Show(number);
     const int exitCode = SendLine(line, "line " + std::to_string(number) + ": ");
-    if (exitCode == kDone) continue;
-    if (exitCode == kNothingMatched) {  // told by --confirm, and no reason to keep the rest back
-      worst = exitCode;
-      continue;
-    }
-    Say(std::to_string(sent) + " messages were sent before it");
-    return exitCode;
+    worst = WorseOf(worst, exitCode);
+    // A negative answer of --confirm is no reason to keep the rest back.
+    if (exitCode == kDone || exitCode == kNegative) continue;
+    return Refuse(exitCode, std::to_string(sent) + " messages were sent before it");
   }
   return worst;
 }
@@ -115,22 +106,17 @@ std::optional<MessageDraft> Sender::DraftOf(const std::string& line, std::string
 int Sender::SendLine(const std::string& line, const std::string& where) {
   std::string problem;
   const auto draft = DraftOf(line, problem);
-  if (!draft) {
-    Say(where + problem);
-    return kUsage;
-  }
-  return SendDraft(*draft, where);
+  return draft ? SendDraft(*draft, where) : Refuse(kUsage, where + problem);
 }
 
 int Sender::SendDraft(const MessageDraft& draft, const std::string& where) {
   if (draft.source.size() > kLongestField) {
-    Say(where + "the source has " + std::to_string(draft.source.size()) +
-        " bytes, 256 are allowed; shorten it");
-    return kUsage;
+    return Refuse(kUsage, where + "the source has " + std::to_string(draft.source.size()) +
+                              " bytes, 256 are allowed; shorten it");
   }
   if (draft.text.find('\0') != std::string::npos || draft.source.find('\0') != std::string::npos) {
-    Say(where + "a message cannot hold a zero byte; remove it, for example with: tr -d '\\0'");
-    return kUsage;
+    return Refuse(kUsage,
+                  where + "a message cannot hold a zero byte; remove it, for example with: tr -d '\\0'");
   }
   if (draft.text.size() <= kLongestField) return Submit(draft, draft.text, where);
   switch (options.longText) {
@@ -141,9 +127,8 @@ int Sender::SendDraft(const MessageDraft& draft, const std::string& where) {
     case LongText::Refuse:
       break;
   }
-  Say(where + "the text has " + std::to_string(draft.text.size()) +
-      " bytes, 256 are allowed; add --truncate or --split");
-  return kUsage;
+  return Refuse(kUsage, where + "the text has " + std::to_string(draft.text.size()) +
+                            " bytes, 256 are allowed; add --truncate or --split");
 }
 
 int Sender::SendPieces(const MessageDraft& draft, const std::string& where) {
@@ -162,10 +147,7 @@ int Sender::Submit(const MessageDraft& draft, std::string_view text, const std::
   std::memcpy(&message.origin[0], &process, sizeof(process));
   std::memcpy(&message.origin[4], &sent, sizeof(sent));
   const Status status = client.Submit(message);
-  if (status != Status::Ok) {
-    Say(where + StatusText(status));
-    return ExitCodeOf(status);
-  }
+  if (status != Status::Ok) return Refuse(ExitCodeOf(status), where + Explain(status));
   ++sent;
   return options.confirm ? Confirm(message) : kDone;
 }
@@ -184,18 +166,18 @@ int Sender::Confirm(const LogMessageBody& message) {
     Status status = reader.IsOpen() ? Status::Ok : reader.Open();
     if (status == Status::Ok) status = reader.Snapshot(snapshot, options.timeoutMs);
     if (status != Status::Ok && status != Status::NotRunning) {
-      return Failed("sent, but it cannot be looked for", status);
+      return Refuse(status, "sent, but it cannot be looked for");
     }
     if (status == Status::Ok && Find(message)) return kDone;
     if (!judged && Ticks() - start >= kJudgeMs) {
       judged = true;
-      if (IsDropped(message)) return kNothingMatched;
+      if (IsDropped(message)) return kNegative;
     }
     if (!SleepFor(50)) return kInterrupted;
   } while (Ticks() - start < kLookMs);
-  Say("not seen in 1 s: the server may be held up by a reader (tamlogctl doctor), or the log may be full of "
-      "later messages");
-  return kNothingMatched;
+  return Refuse(kNegative,
+                "not seen in 1 s: the server may be held up by a reader (tamlogctl doctor), or the log may "
+                "be full of later messages");
 }
 
 bool Sender::Find(const LogMessageBody& message) const {

@@ -23,17 +23,13 @@ int Refused(const char* what, std::uint32_t error) {
   const std::string doing = std::string("server ") + what + ": ";
   switch (error) {
     case ERROR_ACCESS_DENIED:
-      Say(doing + "access denied; run it as an administrator");
-      return kAccessDenied;
+      return Refuse(kAccessDenied, doing + "access denied; run it as an administrator");
     case ERROR_SERVICE_DOES_NOT_EXIST:
-      Say(doing + "the service is not installed; install it: TamLogServer.exe -install");
-      return kNotThere;
+      return Refuse(kNotThere, doing + "the service is not installed; install it: TamLogServer.exe -install");
     case ERROR_SERVICE_DISABLED:
-      Say(doing + "the service is disabled; enable it in the service manager");
-      return kRefused;
+      return Refuse(kRefused, doing + "the service is disabled; enable it in the service manager");
     default:
-      Say(doing + "the service manager refused (error " + std::to_string(error) + ")");
-      return kRefused;
+      return Refuse(kRefused, doing + "the service manager refused (error " + std::to_string(error) + ")");
   }
 }
 
@@ -48,9 +44,9 @@ int WaitFor(const char* what, std::uint32_t waitMs,
     if (reached(report, state)) return kDone;
     if (Interrupted()) return kInterrupted;
     if (Ticks() >= end) {
-      Say(std::string("server ") + what + ": not done after " + std::to_string(waitMs / 1000) +
-          " s, the service is " + state + "; see: tamlogctl doctor");
-      return kTimedOut;
+      return Refuse(kTimedOut, std::string("server ") + what + ": not done after " +
+                                   std::to_string(waitMs / 1000) + " s, the service is " + state +
+                                   "; see: tamlogctl doctor");
     }
     progress.Show(state);
     SleepFor(kAskEveryMs);
@@ -126,7 +122,7 @@ int ShowServerState(const ServerOptions& options) {
     case ServiceState::Denied:
       return kAccessDenied;
     default:
-      return kNothingMatched;
+      return kNegative;
   }
 }
 

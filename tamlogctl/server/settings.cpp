@@ -5,6 +5,7 @@
 #include "client/message/win32.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
+#include "tamlogctl/base/file_problem.h"
 #include "tamlogctl/server/backup.h"
 #include "tamlogctl/server/live_server.h"
 #include "tamlogctl/server/resubmit.h"
@@ -13,11 +14,10 @@ namespace TamLogCtl {
 
 namespace {
 
+using TamLogClient::kMostPath;
 using TamLogClient::LogClient;
 using TamLogClient::LogSnapshot;
 using TamLogClient::Status;
-
-constexpr std::size_t kMostPath = 255;
 
 bool Same(const SettingsBody& left, const SettingsBody& right) {
   return left.maxMessage == right.maxMessage && left.devicePollRate == right.devicePollRate &&
@@ -27,21 +27,22 @@ bool Same(const SettingsBody& left, const SettingsBody& right) {
 // Sends the settings and waits until the server is back with them.
 int Apply(LogClient& client, const SettingsBody& settings, bool wait) {
   const Status status = client.SetSettings(settings);
-  if (status != Status::Ok) return Failed("settings", status);
+  if (status != Status::Ok) return Refuse(status, "settings");
   if (!wait) {
     Say("sent; the server restarts in a second");
     return kDone;
   }
   if (const Status back = RestartWatch(client).Wait(); back != Status::Ok) {
     if (Interrupted()) return kInterrupted;
-    return Failed("the server did not come back after the change", back);
+    return Refuse(back, "the server did not come back after the change");
   }
   const auto inEffect = CapacityInEffect();
   Say("capacity " + std::to_string(settings.maxMessage) + " asked for, " +
       (inEffect ? std::to_string(*inEffect) : std::string("unknown")) + " in effect");
   if (!inEffect || static_cast<std::uint32_t>(*inEffect) == settings.maxMessage) return kDone;
-  Say("the capacity is not in effect: a reader may have kept the old log open; see: tamlogctl doctor");
-  return kNothingMatched;
+  return Refuse(
+      kNegative,
+      "the capacity is not in effect: a reader may have kept the old log open; see: tamlogctl doctor");
 }
 
 // A change of capacity usually empties the log: its messages are saved first.
@@ -49,7 +50,7 @@ int Save(const SettingsOptions& options, LogSnapshot& snapshot) {
   TamLogClient::LogReader reader;
   Status status = reader.Open();
   if (status == Status::Ok) status = reader.Snapshot(snapshot, options.timeoutMs);
-  if (status != Status::Ok) return Failed("the log cannot be saved before the change of capacity", status);
+  if (status != Status::Ok) return Refuse(status, "the log cannot be saved before the change of capacity");
   reader.Close();
   const std::string count = std::to_string(snapshot.header.messageCount);
   if (snapshot.header.messageCount == 0) return kDone;
@@ -58,10 +59,9 @@ int Save(const SettingsOptions& options, LogSnapshot& snapshot) {
     return kDone;
   }
   const std::string name = options.backup.empty() ? BackupName() : options.backup;
-  std::string problem;
-  if (!WriteBackup(name, snapshot, problem)) {
-    Say(problem + " (--backup FILE, or --no-backup)");
-    return kOutputFailed;
+  status = WriteBackup(name, snapshot);
+  if (status != Status::Ok) {
+    return Refuse(TargetExitCode(status), TargetProblem(name, status) + " (--backup FILE, or --no-backup)");
   }
   Say("a change of capacity usually empties the log: its " + count + " messages are saved in " + name);
   return kDone;
@@ -133,12 +133,11 @@ int MoveFirst(LogClient& client, const SettingsBody& present) {
 
 int ShowPath(LogClient& client) {
   if (LookAtKeptTexts().path >= kEndsServer) {
-    Say("the stored path is so long that the server would end if it were asked for it");
-    return kRefused;
+    return Refuse(kRefused, "the stored path is so long that the server would end if it were asked for it");
   }
   std::string path;
   const Status status = client.GetLogFile(path);
-  if (status != Status::Ok) return Failed("settings path", status);
+  if (status != Status::Ok) return Refuse(status, "settings path");
   return WriteOut(ToUtf8(path) + "\n") ? kDone : kOutputFailed;
 }
 
@@ -148,7 +147,7 @@ int GetSettings(const SettingsOptions& options) {
   LogClient client({kRequestPipeName, options.timeoutMs});
   SettingsBody settings{};
   const Status status = client.GetSettings(settings);
-  if (status != Status::Ok) return Failed("settings", status);
+  if (status != Status::Ok) return Refuse(status, "settings");
   const auto inEffect = CapacityInEffect();
   const std::string out =
       options.json ? SettingsAsJson(settings, inEffect) : SettingsAsText(settings, inEffect);
@@ -162,7 +161,7 @@ int SetSettings(const SettingsOptions& options) {
   LogClient client({kRequestPipeName, options.timeoutMs});
   SettingsBody present{};
   const Status status = client.GetSettings(present);
-  if (status != Status::Ok) return Failed("settings", status);
+  if (status != Status::Ok) return Refuse(status, "settings");
   const SettingsBody wanted = Changed(present, change);
   const auto inEffect = CapacityInEffect();
   const bool resizes = inEffect && static_cast<std::uint32_t>(*inEffect) != wanted.maxMessage;
@@ -180,9 +179,8 @@ int SetSettings(const SettingsOptions& options) {
     if (const int exitCode = Save(options, before); exitCode != kDone) return exitCode;
   }
   const int exitCode = Apply(client, wanted, options.wait || options.keep);
-  if (!resizes || !options.keep || (exitCode != kDone && exitCode != kNothingMatched)) return exitCode;
-  const int again = Resubmit(client, before);
-  return again == kDone ? exitCode : again;
+  if (!resizes || !options.keep || (exitCode != kDone && exitCode != kNegative)) return exitCode;
+  return WorseOf(exitCode, Resubmit(client, before));
 }
 
 int SettingsPath(const SettingsOptions& options) {
@@ -190,33 +188,33 @@ int SettingsPath(const SettingsOptions& options) {
   if (options.path.empty()) return ShowPath(client);
   const std::string path = ToServerPath(options.path);
   if (path.empty()) {
-    Say("'" + options.path + "' cannot be written in this machine's code page, which the server uses");
-    return kUsage;
+    return Refuse(kUsage, "'" + options.path +
+                              "' cannot be written in this machine's code page, which the server uses");
   }
   if (path.size() > kMostPath) {
-    Say("the path has " + std::to_string(path.size()) +
-        " bytes, 255 are allowed (with a longer one the server could not start); choose a shorter one");
-    return kUsage;
+    return Refuse(kUsage, "the path has " + std::to_string(path.size()) +
+                              " bytes, 255 are allowed (with a longer one the server could not start); "
+                              "choose a shorter one");
   }
   if (!IsAbsolute(path)) {
-    Say("'" + options.path + "' is no absolute path: the server would look for it in its own directory");
-    return kUsage;
+    return Refuse(kUsage, "'" + options.path +
+                              "' is no absolute path: the server would look for it in its own directory");
   }
   if (FileExists(path) && !options.force) {
-    Say("'" + options.path +
-        "' exists: the server would go on with it if it is a log, and empty it if it is not; add --force");
-    return kUsage;
+    return Refuse(kUsage, "'" + options.path +
+                              "' exists: the server would go on with it if it is a log, and empty it if it "
+                              "is not; add --force");
   }
   DeferInterrupts();
   Status status = client.SetLogFile(path);
-  if (status != Status::Ok) return Failed("settings path", status);
+  if (status != Status::Ok) return Refuse(status, "settings path");
   if (!options.apply) {
     Say("stored; the server moves its log there at its next restart (--apply restarts at once)");
     return kDone;
   }
   SettingsBody present{};
   status = client.GetSettings(present);
-  if (status != Status::Ok) return Failed("settings", status);
+  if (status != Status::Ok) return Refuse(status, "settings");
   return WaitForFlush() ? Apply(client, present, options.wait) : kInterrupted;
 }
 

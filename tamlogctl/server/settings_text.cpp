@@ -2,13 +2,12 @@
 
 #include <algorithm>
 #include <array>
-#include <nlohmann/json.hpp>
+
+#include "tamlogctl/base/json.h"
 
 namespace TamLogCtl {
 
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 constexpr std::uint32_t kAllTypes = (1U << kMessageTypes) - 1;
 constexpr std::uint64_t kMostMessages = 1000000;
@@ -21,10 +20,10 @@ constexpr std::array<std::string_view, 5> kKeys{"capacity", "poll_ms", "save_s",
 
 bool Read(const Json& json, const char* key, std::uint64_t most, std::optional<std::uint32_t>& value,
           std::string& problem) {
-  if (!json.contains(key)) return true;
-  const Json& field = json[key];
-  if (field.is_number_unsigned() && field.get<std::uint64_t>() >= 1 && field.get<std::uint64_t>() <= most) {
-    value = field.get<std::uint32_t>();
+  const Json* const field = json.Find(key);
+  if (field == nullptr) return true;
+  if (const auto number = field->AsUnsigned(); number && *number >= 1 && *number <= most) {
+    value = static_cast<std::uint32_t>(*number);
     return true;
   }
   problem = std::string(key) + ": expected a number from 1 to " + std::to_string(most);
@@ -32,14 +31,15 @@ bool Read(const Json& json, const char* key, std::uint64_t most, std::optional<s
 }
 
 std::optional<std::uint32_t> MaskOf(const Json& types) {
-  if (types.is_number_unsigned()) {
-    return types.get<std::uint64_t>() <= kAllTypes ? std::optional(types.get<std::uint32_t>()) : std::nullopt;
+  if (const auto bits = types.AsUnsigned()) {
+    return *bits <= kAllTypes ? std::optional(static_cast<std::uint32_t>(*bits)) : std::nullopt;
   }
-  if (!types.is_array()) return std::nullopt;
+  if (types.AsArray() == nullptr) return std::nullopt;
   std::uint32_t mask = 0;
-  for (const Json& type : types) {
-    if (!type.is_number_unsigned() || type.get<std::uint64_t>() >= kMessageTypes) return std::nullopt;
-    mask |= 1U << type.get<std::uint32_t>();
+  for (const Json& type : *types.AsArray()) {
+    const auto number = type.AsUnsigned();
+    if (!number || *number >= kMessageTypes) return std::nullopt;
+    mask |= 1U << *number;
   }
   return mask;
 }
@@ -62,37 +62,37 @@ std::string SettingsAsText(const SettingsBody& settings, std::optional<std::int3
 }
 
 std::string SettingsAsJson(const SettingsBody& settings, std::optional<std::int32_t> inEffect) {
-  Json types = Json::array();
+  JsonArray types;
   for (std::uint32_t type = 0; type < kMessageTypes; ++type) {
-    if (((settings.typeFilter >> type) & 1U) != 0) types.push_back(type);
+    if (((settings.typeFilter >> type) & 1U) != 0) types.emplace_back(type);
   }
-  Json json = {{"capacity", settings.maxMessage},
-               {"poll_ms", settings.devicePollRate},
-               {"save_s", settings.saveRate},
-               {"types", std::move(types)}};
-  json["capacity_in_effect"] = inEffect ? Json(*inEffect) : Json(nullptr);
-  return json.dump(2) + "\n";
+  const JsonObject json{{"capacity", settings.maxMessage},
+                        {"poll_ms", settings.devicePollRate},
+                        {"save_s", settings.saveRate},
+                        {"types", std::move(types)},
+                        {"capacity_in_effect", inEffect}};
+  return WriteJson(json, 2) + "\n";
 }
 
 std::optional<SettingsChange> ParseSettings(std::string_view text, std::string& problem) {
-  const Json json = Json::parse(text, nullptr, false);
-  if (!json.is_object()) {
+  const auto json = ParseJson(text);
+  if (!json || json->AsObject() == nullptr) {
     problem = "expected a JSON object like the one that 'tamlogctl settings get -o json' prints";
     return std::nullopt;
   }
-  for (const auto& [key, value] : json.items()) {
+  for (const auto& [key, value] : *json->AsObject()) {
     if (std::find(kKeys.begin(), kKeys.end(), key) != kKeys.end()) continue;
     problem = "there is no setting '" + key + "'; there are capacity, poll_ms, save_s and types";
     return std::nullopt;
   }
   SettingsChange change;
-  if (!Read(json, "capacity", kMostMessages, change.capacity, problem) ||
-      !Read(json, "poll_ms", kMostPollMs, change.pollMs, problem) ||
-      !Read(json, "save_s", kMostSaveSeconds, change.saveSeconds, problem)) {
+  if (!Read(*json, "capacity", kMostMessages, change.capacity, problem) ||
+      !Read(*json, "poll_ms", kMostPollMs, change.pollMs, problem) ||
+      !Read(*json, "save_s", kMostSaveSeconds, change.saveSeconds, problem)) {
     return std::nullopt;
   }
-  if (json.contains("types")) {
-    change.types = MaskOf(json["types"]);
+  if (const Json* const types = json->Find("types")) {
+    change.types = MaskOf(*types);
     if (!change.types) {
       problem = "types: expected a list of types from 0 to 3, or a number of bits up to 15";
       return std::nullopt;

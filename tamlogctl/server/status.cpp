@@ -1,8 +1,5 @@
 // `status` knows the server from both sides: what the pipe answers and what the shared log says.
 
-#include <fmt/format.h>
-
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <vector>
@@ -13,8 +10,10 @@
 #include "client/log/log_tail.h"
 #include "client/message/time_text.h"
 #include "client/message/utf8.h"
+#include "tamlogctl/base/columns.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
+#include "tamlogctl/base/json.h"
 #include "tamlogctl/server/filter_text.h"
 #include "tamlogctl/server/live_server.h"
 #include "tamlogctl/server/settings_text.h"
@@ -28,7 +27,6 @@ using TamLogClient::LogClient;
 using TamLogClient::LogReader;
 using TamLogClient::LogSnapshot;
 using TamLogClient::Status;
-using Json = nlohmann::ordered_json;
 
 struct Findings {
   Status pipe = Status::NotRunning;
@@ -121,100 +119,105 @@ std::string ListOf(const std::vector<FilterEntry>& filters, bool include) {
   return list.empty() ? "none" : list;
 }
 
+std::string LineOf(const std::string& name, const std::string& value) {
+  return AlignedLeft(name, 10) + value + "\n";
+}
+
 void AppendServer(const Findings& found, std::string& out) {
-  fmt::format_to(std::back_inserter(out), "pipe      {}\n",
-                 found.pipe == Status::Ok ? "answers" : StatusText(found.pipe));
+  out += LineOf("pipe", found.pipe == Status::Ok ? "answers" : StatusText(found.pipe));
   if (found.pipe != Status::Ok) return;
-  fmt::format_to(std::back_inserter(out), "file      {}\nmapping   {}\n", Visible(found.logFile),
-                 found.mapName);
-  fmt::format_to(std::back_inserter(out),
-                 "settings  capacity {} asked for, {} in effect\n          driver read every {} ms, disk "
-                 "written every {} s\n",
-                 found.settings.maxMessage,
-                 found.log == Status::Ok ? std::to_string(found.header.maxMessages) : "unknown",
-                 found.settings.devicePollRate, found.settings.saveRate);
-  fmt::format_to(std::back_inserter(out), "types     {} kept\n", TypesText(found.settings.typeFilter));
-  fmt::format_to(std::back_inserter(out), "filters   {}\n",
-                 found.filtersKnown ? FilterRuleText(found.filters) : "unknown");
+  const std::string capacity = found.log == Status::Ok ? std::to_string(found.header.maxMessages) : "unknown";
+  out += LineOf("file", Visible(found.logFile));
+  out += LineOf("mapping", found.mapName);
+  out += LineOf("settings", "capacity " + std::to_string(found.settings.maxMessage) + " asked for, " +
+                                capacity + " in effect");
+  out += LineOf("", "driver read every " + std::to_string(found.settings.devicePollRate) +
+                        " ms, disk written every " + std::to_string(found.settings.saveRate) + " s");
+  out += LineOf("types", TypesText(found.settings.typeFilter) + " kept");
+  out += LineOf("filters", found.filtersKnown ? FilterRuleText(found.filters) : "unknown");
   if (found.filters.empty()) return;
-  fmt::format_to(std::back_inserter(out), "  include {}\n  exclude {}\n", ListOf(found.filters, true),
-                 ListOf(found.filters, false));
+  out += LineOf("  include", ListOf(found.filters, true));
+  out += LineOf("  exclude", ListOf(found.filters, false));
 }
 
 void AppendLog(const Findings& found, std::string& out) {
-  fmt::format_to(std::back_inserter(out), "log       {}\n",
-                 found.log == Status::Ok ? "shared" : StatusText(found.log));
+  out += LineOf("log", found.log == Status::Ok ? "shared" : StatusText(found.log));
   if (found.log != Status::Ok) return;
   const LogFileHeader& header = found.header;
-  fmt::format_to(std::back_inserter(out), "messages  {} of {} ({:.1f} %)\n", header.messageCount,
-                 header.maxMessages, 100.0 * header.messageCount / header.maxMessages);
-  if (!found.oldest.empty()) {
-    fmt::format_to(std::back_inserter(out), "oldest    {}\nnewest    {}\n", found.oldest, found.newest);
-  }
-  fmt::format_to(std::back_inserter(out), "counters  changes {}, rewrites {}, next sequence {}\n",
-                 header.changeCount, header.rewriteCount, header.nextSequence);
-  fmt::format_to(std::back_inserter(out), "readers   {} inside\n", header.readCount);
+  const double percent = 100.0 * header.messageCount / header.maxMessages;
+  out += LineOf("messages", std::to_string(header.messageCount) + " of " +
+                                std::to_string(header.maxMessages) + " (" + Fixed(percent, 1) + " %)");
+  if (!found.oldest.empty()) out += LineOf("oldest", found.oldest) + LineOf("newest", found.newest);
+  out += LineOf("counters", "changes " + std::to_string(header.changeCount) + ", rewrites " +
+                                std::to_string(header.rewriteCount) + ", next sequence " +
+                                std::to_string(header.nextSequence));
+  out += LineOf("readers", std::to_string(header.readCount) + " inside");
 }
 
 std::string AsText(const Findings& found) {
-  std::string out = fmt::format("server    {}\n", StateOf(found));
+  std::string out = LineOf("server", StateOf(found));
   AppendServer(found, out);
   AppendLog(found, out);
   return out;
 }
 
-Json FilterList(const std::vector<FilterEntry>& filters) {
-  Json list = Json::array();
+JsonArray FilterList(const std::vector<FilterEntry>& filters) {
+  JsonArray list;
   for (const FilterEntry& filter : filters) {
-    list.push_back({{"kind", filter.include ? "include" : "exclude"}, {"text", filter.text}});
+    list.emplace_back(JsonObject{{"kind", filter.include ? "include" : "exclude"}, {"text", filter.text}});
   }
   return list;
 }
 
 // As in the format json: an impossible date is null, with its words beside it.
-void AddTime(const char* name, const std::string& time, Json& to) {
-  to[name] = nullptr;
-  if (time.empty()) return;
+void AddTime(const std::string& name, const std::string& time, JsonObject& to) {
+  if (time.empty()) {
+    to.emplace_back(name, Json());
+    return;
+  }
   if (time.front() == '!') {
-    to[std::string(name) + "_words"] = Json::parse("[" + time.substr(1) + "]", nullptr, false);
+    to.emplace_back(name, Json());
+    to.emplace_back(name + "_words", ParseJson("[" + time.substr(1) + "]").value_or(Json()));
     return;
   }
   std::string iso = time;
   if (iso.size() > 10 && iso[10] == ' ') iso[10] = 'T';
-  to[name] = iso;
+  to.emplace_back(name, std::move(iso));
+}
+
+JsonObject SettingsObject(const SettingsBody& settings) {
+  JsonArray types;
+  for (std::uint32_t type = 0; type < kMessageTypes; ++type) {
+    if (((settings.typeFilter >> type) & 1U) != 0) types.emplace_back(type);
+  }
+  return {{"capacity", settings.maxMessage},
+          {"poll_ms", settings.devicePollRate},
+          {"types", std::move(types)},
+          {"save_s", settings.saveRate}};
 }
 
 std::string AsJson(const Findings& found) {
-  Json json;
-  json["state"] = StateOf(found);
-  json["pipe"] = found.pipe == Status::Ok ? "answers" : StatusText(found.pipe);
+  JsonObject json{{"state", StateOf(found)},
+                  {"pipe", found.pipe == Status::Ok ? "answers" : StatusText(found.pipe)}};
   if (found.pipe == Status::Ok) {
-    json["file"] = found.logFile;
-    json["mapping"] = found.mapName;
-    Json types = Json::array();
-    for (std::uint32_t type = 0; type < kMessageTypes; ++type) {
-      if (((found.settings.typeFilter >> type) & 1U) != 0) types.push_back(type);
-    }
-    json["settings"] = {{"capacity", found.settings.maxMessage},
-                        {"poll_ms", found.settings.devicePollRate},
-                        {"types", std::move(types)},
-                        {"save_s", found.settings.saveRate}};
-    json["filters"] = found.filtersKnown ? FilterList(found.filters) : Json(nullptr);
+    json.emplace_back("file", found.logFile);
+    json.emplace_back("mapping", found.mapName);
+    json.emplace_back("settings", SettingsObject(found.settings));
+    json.emplace_back("filters", found.filtersKnown ? Json(FilterList(found.filters)) : Json());
   }
-  json["log"] = found.log == Status::Ok ? "shared" : StatusText(found.log);
+  json.emplace_back("log", found.log == Status::Ok ? "shared" : StatusText(found.log));
   if (found.log == Status::Ok) {
-    json["capacity"] = found.header.maxMessages;
-    json["messages"] = found.header.messageCount;
+    json.emplace_back("capacity", found.header.maxMessages);
+    json.emplace_back("messages", found.header.messageCount);
     AddTime("oldest", found.oldest, json);
     AddTime("newest", found.newest, json);
-    json["change_count"] = found.header.changeCount;
-    json["rewrite_count"] = found.header.rewriteCount;
-    json["next_sequence"] = found.header.nextSequence;
-    json["readers_inside"] = found.header.readCount;
-    json["read_hold_us"] = found.holdMicroseconds;
+    json.emplace_back("change_count", found.header.changeCount);
+    json.emplace_back("rewrite_count", found.header.rewriteCount);
+    json.emplace_back("next_sequence", found.header.nextSequence);
+    json.emplace_back("readers_inside", found.header.readCount);
+    json.emplace_back("read_hold_us", found.holdMicroseconds);
   }
-  // Texts may hold any bytes; what is no UTF-8 is replaced.
-  return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+  return WriteJson(json, 2) + "\n";
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-"""The examples in the protocol documents: they hold the bytes that follow from the layouts, and the check notices when not."""
+"""The examples in the protocol documents agree with the layouts, and the check notices a difference."""
 
 import importlib.util
 import os
@@ -52,7 +52,7 @@ class Documents(unittest.TestCase):
                 stream.write("\n".join(lines[:first - 1] + lines[last + 1:]))
             result = run("--check", copy)
         self.assertEqual(result.returncode, 1)
-        self.assertIn("there is no block burst", result.stdout)
+        self.assertIn("block burst is missing", result.stdout)
 
 
 class Ring(unittest.TestCase):

@@ -15,7 +15,7 @@
 
 namespace {
 
-// Written out: this is what the server opens and sends.
+// The literal values that the server opens and sends.
 constexpr const char* kDevice = R"(\\.\TAMLOG)";
 constexpr DWORD kGetMessage = 0x00222004;
 
@@ -247,7 +247,7 @@ TEST(DriverService, StartWithoutInstallFails) {
   DriverDouble::Remove();
   try {
     DriverDouble::Start();
-    FAIL() << "a driver that is not there was started";
+    FAIL() << "a missing driver was started";
   } catch (const DriverDoubleError& error) {
     EXPECT_EQ(static_cast<std::uint32_t>(ERROR_SERVICE_DOES_NOT_EXIST), error.Code());
   }
@@ -256,7 +256,7 @@ TEST(DriverService, StartWithoutInstallFails) {
 TEST(DriverService, InstallOfAMissingFileFailsAndNamesIt) {
   try {
     DriverDouble::Install("no_such_driver.sys");
-    FAIL() << "a file that is not there was installed";
+    FAIL() << "a missing file was installed";
   } catch (const DriverDoubleError& error) {
     EXPECT_EQ(static_cast<std::uint32_t>(ERROR_FILE_NOT_FOUND), error.Code());
     EXPECT_NE(std::string::npos, std::string(error.what()).find("no_such_driver.sys")) << error.what();

@@ -56,7 +56,7 @@ TEST(MessageLine, Utf8PassesAsItsBytes) {
   EXPECT_STREQ("\xC3\xA4\xE2\x82\xAC", Parse("2026-01-02 03:04:05\t0\ts\t\xC3\xA4\xE2\x82\xAC").text);
 }
 
-TEST(MessageLine, TypesThatTheServerDropsAreHandedOverAllTheSame) {
+TEST(MessageLine, TypesThatTheServerDropsAreSentNevertheless) {
   EXPECT_EQ(4294967295U, Parse("2026-01-02 03:04:05\t4294967295\ts\tt").type);
 }
 
@@ -147,7 +147,7 @@ TEST(MessageLines, AFaultNamesItsLine) {
   std::istringstream input("2026-01-02 03:04:05\t0\ts\tone\n\n2026-01-02 03:04:05\t0\ts\tthree\n");
   try {
     ReadMessageLines(input, LongText::kRefuse);
-    FAIL() << "the empty line was taken";
+    FAIL() << "the empty line was accepted";
   } catch (const MessageLineError& error) {
     EXPECT_EQ(0U, std::string(error.what()).find("line 2: expected four fields")) << error.what();
   }

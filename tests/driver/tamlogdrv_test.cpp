@@ -1,4 +1,4 @@
-// The tool as its users call it: the real executable with arguments, standard input and exit code.
+// The real executable with arguments, standard input and exit code.
 
 #include <gtest/gtest.h>
 
@@ -24,7 +24,7 @@ struct Outcome {
   std::string output;  // standard output and error together
 };
 
-// A file that a child process can be given as a standard handle.
+// A file that can be a standard handle of a child process.
 HANDLE OpenInheritable(const std::string& path, DWORD access, DWORD disposition) {
   SECURITY_ATTRIBUTES inherit{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
   return CreateFileA(path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit, disposition,
@@ -135,7 +135,7 @@ TEST(DriverTool, WithoutTheDriverEveryCommandThatNeedsItExitsWith3) {
   }
 }
 
-TEST(DriverTool, AFaultyLineIsNamedAndNothingIsHandedOver) {
+TEST(DriverTool, AFaultyLineIsNamedAndNothingIsSent) {
   LoadedDriverDouble loaded;
   const std::string lines =
       "2026-01-02 03:04:05\t1\tCamera\tok\n2026-01-02 03:04:05\t1\tCamera\t" + std::string(257, 'x');

@@ -34,7 +34,7 @@ constexpr std::uint32_t kMappingOfEmptyFile = 1006;
 constexpr std::uint32_t kMappedFile = 1224;
 constexpr std::size_t kMostPathCharacters = 259;
 
-// Zeros that take no memory until they are touched, and behind them a page that nothing may touch.
+// Zeroed pages that take no memory until they are touched, followed by a page that must not be touched.
 class Pages {
  public:
   explicit Pages(std::size_t pageBytes) : length(pageBytes) {
@@ -56,7 +56,7 @@ class Pages {
   std::uint8_t* bytes;
 };
 
-// The bytes are kept in whole pages, as a view shows them: the rest of the last one is zero.
+// The bytes are stored in whole pages, as a view shows them: the rest of the last one is zero.
 struct DiskFile {
   std::uint64_t size = 0;
   std::unique_ptr<Pages> pages = std::make_unique<Pages>(0);
@@ -92,8 +92,8 @@ std::shared_ptr<DiskFile> Find(const std::string& path) {
   return found == disk.files.end() ? nullptr : found->second;
 }
 
-// As another process would see them, at whatever moment: no order between it and the server's threads is
-// claimed, so ThreadSanitizer is not asked.
+// Reads the bytes as another process would, at any moment. It is not synchronized with the server's threads,
+// so ThreadSanitizer is switched off.
 __attribute__((no_sanitize("thread"))) std::string BytesSeenFromOutside(DiskFile& file) {
   std::string bytes(file.size, '\0');
   const volatile std::uint8_t* const source = file.pages->Bytes();
@@ -119,9 +119,9 @@ void ResetDisk() {
   disk.files.clear();
 }
 
-void WriteFile(const std::string& path, const std::string& bytes) {
+void WriteFile(const std::string& path, const std::string& bytes, std::uint64_t size) {
   auto file = std::make_shared<DiskFile>();
-  file->Resize(bytes.size());
+  file->Resize(std::max<std::uint64_t>(bytes.size(), size));
   std::copy(bytes.begin(), bytes.end(), file->pages->Bytes());
   Disk& disk = TheDisk();
   const std::lock_guard guard(disk.lock);
@@ -146,7 +146,7 @@ std::uint8_t* BytesOf(const std::string& path, std::size_t& size) {
 
 }  // namespace NativeMachine
 
-// The store ----------------------------------------------------------------------------------------------
+// The store ---------------------------------------------------------------------------------------------
 
 MappedView::~MappedView() {
   if (view != nullptr) Unmap();
@@ -207,7 +207,7 @@ bool MessageFileServer::WaitUntilFree(TamLogUtil::Timeout& timeout) {
   return !timeout.Expired();
 }
 
-// Shared objects are nobody else's here.
+// There are no other users.
 struct EveryoneSecurity::Parts {};
 
 EveryoneSecurity::EveryoneSecurity(std::uint32_t /*accessMask*/) {}

@@ -61,8 +61,8 @@ std::int32_t FindSignalled(std::uint32_t count, const NativeHandle* handles) {
   return -1;
 }
 
-// A wait by looking again and again. Half a tenth of a millisecond is long for a processor and nothing for a
-// test.
+// Waits by polling: yields at first, then sleeps 50 microseconds, which is long for a processor and short for
+// a test.
 std::int32_t WaitByLooking(std::uint32_t count, const NativeHandle* handles, std::uint32_t milliseconds) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
   for (int looks = 0;; ++looks) {
@@ -125,7 +125,7 @@ void CheckedResetEvent(NativeHandle handle) {
 }
 
 bool CheckedSetEvent(NativeHandle handle) {
-  // Kept alive over the store: whoever it lets through may close the handle.
+  // Kept alive beyond the store: the thread that it lets through may close the handle.
   const Handle object = NativeMachine::ObjectOf(handle);
   dynamic_cast<EventObject&>(*object).signalled.store(true, std::memory_order_release);
   return true;
@@ -135,12 +135,12 @@ bool CheckedWaitForSingleObject(NativeHandle handle, std::uint32_t milliseconds)
   return NativeMachine::WaitForOne(1, &handle, milliseconds) == 0;
 }
 
-std::optional<bool> SetEventAndLook(NativeHandle toSet, NativeHandle wanted) {
+std::optional<bool> SetEventAndPoll(NativeHandle toSet, NativeHandle wanted) {
   CheckedSetEvent(toSet);
   return CheckedWaitForSingleObject(wanted, 0);
 }
 
-// Waits for all are not needed above.
+// The server never waits for all of several objects.
 std::int32_t CheckedWaitForMultipleObjects(std::uint32_t count, const NativeHandle* handles, bool waitAll,
                                            std::uint32_t milliseconds) {
   if (waitAll) std::abort();

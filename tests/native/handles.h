@@ -14,7 +14,7 @@ namespace NativeMachine {
 
 struct Object {
   virtual ~Object() = default;
-  // Looks whether the object is signalled, and takes it if it is and is to be taken.
+  // Returns whether the object is signalled, and consumes the signal if requested.
   virtual bool TakeSignal() { return true; }
 };
 
@@ -37,11 +37,11 @@ Kind& As(TamLogUtil::NativeHandle handle) {
   return dynamic_cast<Kind&>(*ObjectOf(handle));
 }
 
-// The number of the one that was signalled, or -1 when the time ran out (0xFFFFFFFF: never).
+// Returns the index of the signalled object, or -1 when the time ran out (0xFFFFFFFF: never).
 std::int32_t WaitForOne(std::uint32_t count, const TamLogUtil::NativeHandle* handles,
                         std::uint32_t milliseconds);
 
-// Of the calling thread.
+// The calling thread's last error.
 void SetLastError(std::uint32_t error);
 
 bool StandsStill();

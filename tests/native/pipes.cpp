@@ -16,7 +16,7 @@
 #include "tests/native/machine.h"
 #include "util/sync.h"
 
-// The system's record, as far as the transport uses it.
+// The fields of the system's record that the transport uses.
 struct _OVERLAPPED {
   std::atomic<std::uint32_t> status{0};
   TamLogUtil::NativeHandle completion = nullptr;
@@ -42,13 +42,14 @@ enum class Client : std::uint8_t { None, There, Gone, CutOff };
 
 }  // namespace
 
-// One instance of a pipe. Its lock is its own, so that instances order nothing between threads.
+// One instance of a pipe. Each has its own lock, so that instances do not synchronize threads with each
+// other.
 struct Pipe final : Object {
   std::mutex lock;
   Client client = Client::None;
   std::deque<std::string> messages;
   std::size_t queued = 0;
-  // The operation under way; a connect has no buffer, a write has its bytes.
+  // The pending operation; a connect has no buffer, a write has its bytes.
   _OVERLAPPED* pending = nullptr;
   void* buffer = nullptr;
   std::size_t size = 0;
@@ -71,7 +72,7 @@ struct Pipe final : Object {
     TamLogUtil::CheckedResetEvent(overlapped->completion);
     return PipeCalls::kPending;
   }
-  // The event last: whoever waits for it may do anything with the record.
+  // The event last: after it the waiting thread may reuse the record.
   void Complete(std::uint32_t status) {
     if (pending == nullptr) return;
     _OVERLAPPED* const ended = std::exchange(pending, nullptr);
@@ -79,7 +80,7 @@ struct Pipe final : Object {
     ended->status = status;
     TamLogUtil::CheckedSetEvent(ended->completion);
   }
-  // 0 or "more data", as errors or statuses.
+  // 0 or "more data", as an error or a status.
   bool TakeMessage(void* target, std::size_t room) {
     std::string message = Pop();
     const std::size_t taken = std::min(message.size(), room);
@@ -107,7 +108,7 @@ Pipe& PipeOf(NativeHandle instance) {
   return As<Pipe>(instance);
 }
 
-// Takes an instance that waits for a client, and takes those off the list that are gone.
+// Returns an instance that waits for a client, and removes from the list those that no longer exist.
 std::shared_ptr<Pipe> TakeInstance(const std::string& name) {
   Listening& listening = TheListening();
   const std::lock_guard guard(listening.lock);
@@ -142,7 +143,7 @@ void ClosePipe(std::shared_ptr<Pipe>& pipe) {
   {
     const std::lock_guard guard(pipe->lock);
     if (pipe->client == Client::There) pipe->client = Client::Gone;
-    // What was sent before is still read; a read that waits has nothing left to come.
+    // Messages sent before can still be read; a pending read will get none.
     pipe->Complete(kStatusBroken);
   }
   pipe.reset();

@@ -1,7 +1,7 @@
 #pragma once
 
-// The client's side of the named pipes of the machine in memory: what a client of the two-pipe protocol does
-// with its two handles. One thread at a time.
+// The client's side of the named pipes of the machine in memory: the operations of a client of the two-pipe
+// protocol. One thread at a time.
 
 #include <chrono>
 #include <cstddef>
@@ -23,16 +23,16 @@ class PipeClient {
   PipeClient(const PipeClient&) = delete;
   PipeClient& operator=(const PipeClient&) = delete;
 
-  // Opens both pipes, again and again until an instance is free or the time is up.
+  // Opens both pipes; retries until an instance is free or the time runs out.
   bool Connect(std::chrono::milliseconds limit);
   bool OpenRequestPipe(std::chrono::milliseconds limit);
   bool OpenReplyPipe(std::chrono::milliseconds limit);
   // For a pair of instances that is not listened on.
   void Attach(TamLogUtil::NativeHandle requestInstance, TamLogUtil::NativeHandle replyInstance);
 
-  // One message, 0 bytes too. False when the server has ended the connection.
+  // Sends one message, of 0 bytes too. Returns false when the server has ended the connection.
   bool Send(const void* bytes, std::size_t size);
-  // Nothing when none came in time or the server has ended the connection.
+  // Returns nothing when the time ran out or the server has ended the connection.
   std::optional<PipeReply> Receive(std::chrono::milliseconds limit);
   std::optional<PipeReply> Ask(const PipeRequest& request, std::chrono::milliseconds limit);
   void Close();

@@ -1,4 +1,4 @@
-// The listener's thread is not wanted where requests come when the caller calls HandleMessage.
+// A listener without a thread, for callers that call HandleMessage themselves.
 
 #include "pipe/pipe_server.h"
 

@@ -1,6 +1,6 @@
-// The whole server with all its threads, natively, so that ThreadSanitizer sees who touches what: clients on
-// connections of their own, the driver, the three timers, restarts, and starts and stops of the manager, all
-// at once.
+// The whole server with all its threads, natively, so that ThreadSanitizer sees every access: clients on
+// their own connections, the driver, the three timers, restarts, and starts and stops of the manager, all at
+// once.
 
 #include <gtest/gtest.h>
 
@@ -77,8 +77,8 @@ class ServerThreads : public testing::Test {
 
   using Work = std::function<void(std::mt19937&)>;
 
-  // Runs the work of each client again and again on threads of their own, until the time is over and `enough`
-  // holds.
+  // Runs the work of each client repeatedly on its own thread, until the time has passed and enough() returns
+  // true.
   static void RunFor(
       std::chrono::milliseconds time, const std::vector<Work>& work,
       const std::function<bool()>& enough = [] { return true; }) {
@@ -171,7 +171,7 @@ TEST_F(ServerThreads, ABurstOfSettingsIsOneRestart) {
   GTEST_SKIP() << "the machine is too busy for six requests within a second";
 }
 
-// Whoever finds the flag unset goes on to stop and start the server: never two of them.
+// A thread that finds the flag unset goes on to stop and start the server: there must never be two.
 TEST_F(ServerThreads, OfManyThatClaimARestartAtOnceExactlyOneGetsIt) {
   constexpr int kRounds = 1500;
   constexpr int kClaimants = 3;

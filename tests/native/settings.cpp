@@ -50,7 +50,7 @@ Settings& TheSettings() {
   return settings;
 }
 
-// Names of values are the same in any letter case.
+// Names of values ignore letter case.
 bool IsSameName(const std::string& left, const std::string& right) {
   const auto fold = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
   return std::equal(left.begin(), left.end(), right.begin(), right.end(),
@@ -202,7 +202,7 @@ bool TakeFromDriver(NativeHandle device, LogMessageBody& message) {
   return true;
 }
 
-// The service framework: nobody manages this service.
+// The service framework: there is no service manager.
 namespace TamLogUtil::Services {
 
 struct Service::Status {};

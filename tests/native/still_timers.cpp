@@ -1,4 +1,4 @@
-// Timers without threads: a tick comes when the caller calls OnTimer.
+// Timers without threads: the caller makes a tick by calling OnTimer.
 
 #include "util/timer.h"
 

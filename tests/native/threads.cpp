@@ -32,7 +32,7 @@ struct WaitingThread {
 };
 
 std::atomic<bool> standsStill{false};
-std::deque<WaitingThread> waitingThreads;  // while it stands still: one thread
+std::deque<WaitingThread> waitingThreads;  // used after StandStill only, by one thread
 std::atomic<std::int32_t> stillClock{0};
 std::atomic<std::uint32_t> lastThreadId{0};
 thread_local std::uint32_t presentThreadId = 0;
@@ -42,7 +42,7 @@ std::uint32_t NewThreadId() {
   return ++lastThreadId;
 }
 
-// A thread of its own also where it is run by another: the server tells threads apart by their numbers.
+// A thread has its own number even when another runs it: the server identifies threads by their numbers.
 void Run(const WaitingThread& thread) {
   const std::uint32_t caller = std::exchange(presentThreadId, NewThreadId());
   thread.function(thread.argument);

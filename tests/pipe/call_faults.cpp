@@ -7,15 +7,15 @@
 #include "pipe/connection.h"
 #include "util/win32.h"
 
-// Comes after windows.h.
+// Must follow windows.h.
 #include <aclapi.h>
 
 namespace TestSupport {
 
 namespace {
 
-// A plain global: the calls below come before main and from every thread, so nothing may be built on first
-// use (a guarded local would call CreateEventA itself).
+// A plain global: the calls below come before main and from every thread, so nothing may be constructed on
+// first use (a guarded local would call CreateEventA itself).
 CallFaults faults;
 
 template <class Function>
@@ -64,7 +64,7 @@ bool CallFault::Concerns(On threads) const {
 bool CallFault::ShouldFail() {
   if (hasAction && Concerns(On::OtherThreads)) action();
   const bool fails = TakeFailure();
-  // Counted when it is decided: a test that saw the count may ask for failures of later calls.
+  // Counted when the outcome is decided: a test that saw the count may set failures of later calls.
   ++calls;
   if (fails) SetLastError(error);
   return fails;
@@ -98,7 +98,7 @@ namespace {
 
 BOOL WINAPI AllocateAndInitializeSidHere(PSID_IDENTIFIER_AUTHORITY authority, BYTE count, DWORD a, DWORD b,
                                          DWORD c, DWORD d, DWORD e, DWORD f, DWORD g, DWORD h, PSID* sid) {
-  // Failing with 0 stands for a call that says it succeeded but returns no SID.
+  // Failing with 0 stands for a call that reports success but returns no SID.
   if (faults.allocateSid.ShouldFail()) return faults.allocateSid.Error() == 0;
   return Real<decltype(AllocateAndInitializeSidHere)>(kSecurity, "AllocateAndInitializeSid")(
       authority, count, a, b, c, d, e, f, g, h, sid);
@@ -228,7 +228,7 @@ decltype(TestSupport::WriteFileHere)* __imp_WriteFile = TestSupport::WriteFileHe
 decltype(TestSupport::CreateThreadHere)* __imp_CreateThread = TestSupport::CreateThreadHere;
 }
 
-// The listener asks for a connection's memory in this way.
+// The listener allocates a connection in this way.
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   if (size == sizeof(PipeServerHandleThread) && TestSupport::faults.allocateConnection.ShouldFail())
     return nullptr;

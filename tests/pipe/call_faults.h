@@ -1,8 +1,8 @@
 #pragma once
 
-// System calls that this executable replaces, so that a test can let them fail or look at them: the import
-// pointers (__imp_X) are defined in call_faults.cpp, which the linker prefers to the import library. Calls
-// that no test has anything to say about go to the real ones.
+// System calls that this executable replaces, so that a test can make them fail or observe them:
+// call_faults.cpp defines the import pointers (__imp_X), which the linker prefers to the import library.
+// Calls without a setting are passed to the real functions.
 
 #include <atomic>
 #include <cstdint>
@@ -16,9 +16,9 @@ class CallFault {
 
   // After the next `skip` calls on the given threads, `count` calls fail with `error`.
   void Fail(std::uint32_t error, On threads = On::AnyThread, int count = 1, int skip = 0);
-  // Nothing fails any more, nothing is called, the counts begin again.
+  // Removes all settings and resets the counts.
   void Clear();
-  // Runs at the start of each call on another thread than the one that set it.
+  // Runs at the start of each call on any thread except the one that set it.
   void Before(std::function<void()> action);
 
   // Calls since Clear, failed ones included.
@@ -29,7 +29,7 @@ class CallFault {
   // Real calls that have returned since Clear; counted for ConnectNamedPipe only.
   int Returns() const { return returns; }
 
-  // For the replaced calls. ShouldFail has set the last error when it is true.
+  // For the replaced calls. ShouldFail sets the last error when it returns true.
   bool ShouldFail();
   std::uint32_t Error() const { return error; }
   void NotePending() { ++pending; }
@@ -70,7 +70,7 @@ struct CallFaults {
   CallFault createThread;
   CallFault allocateConnection;  // new (std::nothrow) of a connection's size
 
-  // Whether the server's threads wait for everything that they began since Clear (reads and connects).
+  // Whether the server's threads wait for all reads and connects that they began since Clear.
   bool ServerWaits() const;
   void Clear();
 };

@@ -1,6 +1,6 @@
-// Every operation of the pipe server with the first, second, third ... call into the system failing, on its
-// own threads too. After each round the server comes to its end within a bound, leaves nothing open, and
-// serves clients when it is started again.
+// Runs every operation of the pipe server with its first, second, third ... system call failing, on its own
+// threads too. After each round the server ends within a bound, leaves nothing open, and serves clients when
+// it is started again.
 
 #include <gtest/gtest.h>
 
@@ -37,8 +37,9 @@ constexpr std::uint32_t kBoundMs = 20000;
 constexpr int kStride = 3;
 constexpr std::uint32_t kHalfwayMs = 2000;
 
-// Of a server with its listener and connections: what fails on the test's own thread is thrown, what fails on
-// one of the server's ends that thread with an entry in the log, and what lets go of something is not told.
+// The outcomes of a server with its listener and connections: a failure on the test's own thread is thrown,
+// one on a thread of the server ends that thread with an entry in the log, and one of releasing something is
+// silent.
 Outcomes ServerOutcomes() {
   const std::string onThread =
       "Thread terminated due to unhandled exception : Exception occured during thread Run() / ";
@@ -119,7 +120,7 @@ class PipeServerSweep : public testing::Test {
     server->SetMessageHandler(&handler);
   }
 
-  // A ping is answered. More patient with each try, for a machine with much else to do; given up soon once a
+  // Returns whether a ping is answered. Waits longer with each try, for a busy machine; gives up soon after a
   // call has failed: it may have been the listener's.
   bool IsServed(bool whateverFails) {
     int left = 10;
@@ -138,10 +139,19 @@ class PipeServerSweep : public testing::Test {
         std::chrono::milliseconds(kBoundMs));
   }
 
-  // Given up between its two opens, a client would keep all later ones out: once it is that far it is given
-  // its time.
+  // A client that gave up between its two opens would keep all later ones waiting: after the first open it
+  // gets enough time.
   static bool ConnectsTo(PipeClient& client, std::uint32_t patience) {
     return client.Connect(patience) || (client.RequestPipe() != nullptr && client.OpenReplyPipe(kHalfwayMs));
+  }
+
+  void StartWithASilentClient() {
+    log.emplace();
+    MakeServer();
+    server->Start();
+    silent.emplace(name);
+    ASSERT_TRUE(silent->Connect(kBoundMs));
+    ASSERT_EQ(silent->CallCode(kPing), kAlive);
   }
 
   bool Ends() {
@@ -150,7 +160,7 @@ class PipeServerSweep : public testing::Test {
     return server->Join(timeout);
   }
 
-  // Whatever failed: the server comes to its end, and serves when it is started again.
+  // After any failure the server ends, and serves when it is started again.
   void WorksAgain() {
     if (server == nullptr) return;
     EXPECT_TRUE(Ends());
@@ -171,6 +181,7 @@ class PipeServerSweep : public testing::Test {
   const std::string name = TestSupport::PipeNameForThisProcess("TamLogTestCallSweep");
   TestHandler handler;
   std::unique_ptr<PipeServer> server;
+  std::optional<PipeClient> silent;
   std::optional<DiagnosticLogCapture> log;
 };
 
@@ -191,19 +202,10 @@ TEST_F(PipeServerSweep, AServerServesAtTheNextStartWhicheverCallFailed) {
   EXPECT_EQ(Beyond(outcomes, ServerOutcomes()), (Outcomes{}));
 }
 
-// The listener waits for a client, and a connected client says nothing: both waits are ended by the stop.
-TEST_F(PipeServerSweep, AStopBesideASilentClientEndsWhicheverCallFails) {
-  std::optional<PipeClient> silent;
+// The listener waits for a client, and a connected client sends nothing: the stop ends both waits.
+TEST_F(PipeServerSweep, AStopWithASilentClientEndsWhicheverCallFails) {
   const Outcomes outcomes = Sweep({
-      .prepare =
-          [&] {
-            log.emplace();
-            MakeServer();
-            server->Start();
-            silent.emplace(name);
-            ASSERT_TRUE(silent->Connect(kBoundMs));
-            ASSERT_EQ(silent->CallCode(kPing), kAlive);
-          },
+      .prepare = [&] { StartWithASilentClient(); },
       .operation =
           [&] {
             server->Stop();
@@ -221,19 +223,10 @@ TEST_F(PipeServerSweep, AStopBesideASilentClientEndsWhicheverCallFails) {
   EXPECT_EQ(Beyond(outcomes, ServerOutcomes()), (Outcomes{}));
 }
 
-// Ended without a stop before: the destructor does it all.
+// Destroyed without a stop: the destructor ends everything.
 TEST_F(PipeServerSweep, ARunningServerIsDestroyedWhicheverCallFails) {
-  std::optional<PipeClient> silent;
   const Outcomes outcomes = Sweep({
-      .prepare =
-          [&] {
-            log.emplace();
-            MakeServer();
-            server->Start();
-            silent.emplace(name);
-            ASSERT_TRUE(silent->Connect(kBoundMs));
-            ASSERT_EQ(silent->CallCode(kPing), kAlive);
-          },
+      .prepare = [&] { StartWithASilentClient(); },
       .operation = [&] { server.reset(); },
       .check =
           [&] {

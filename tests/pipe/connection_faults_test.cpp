@@ -1,4 +1,4 @@
-// Connections whose system calls fail, and what only shows at a known moment of a read.
+// Connections whose system calls fail, and behaviour that shows only at a known moment of a read.
 
 #include <gtest/gtest.h>
 
@@ -96,7 +96,7 @@ TEST_F(ConnectionFaults, ClientThatLeavesDuringAReadCostsOneRetry) {
 
 class OverlongWhileAReadWaits : public ConnectionFaults, public ::testing::WithParamInterface<std::size_t> {};
 
-// The read's status is not known as "too long", so what is left of the message is taken for a request.
+// The status of such a read does not count as "too long", so the rest of the message is taken for a request.
 TEST_P(OverlongWhileAReadWaits, ItsRestIsServedAsTheNextRequest) {
   PipeClient client(name);
   ConnectAndWaitForTheRead(client);
@@ -145,7 +145,7 @@ TEST_F(ConnectionFaults, WriteThatFailsEndsTheConnectionWithoutAReply) {
 }
 
 TEST_F(ConnectionFaults, HandlesThatCannotBeDuplicatedEndTheConnectionSilently) {
-  // The listener takes over its two instances first; then come the connection's two duplicates.
+  // The listener duplicates its two instances first; then the connection makes its two duplicates.
   Faults().duplicateHandle.Fail(ERROR_NOT_ENOUGH_MEMORY, kOthers, 2, 2);
   DiagnosticLogCapture log;
   server->Start();

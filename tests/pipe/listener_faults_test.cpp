@@ -1,4 +1,4 @@
-// A listener whose system calls fail, and clients that come at the least convenient moment.
+// A listener whose system calls fail, and clients that connect at critical moments.
 
 #include <gtest/gtest.h>
 
@@ -34,14 +34,14 @@ class ListenerFaults : public TestSupport::PipeServerFixture {
   ListenerFaults() { Faults().Clear(); }
   ~ListenerFaults() override { Faults().Clear(); }
 
-  // Before what a replaced call looks at goes.
+  // Runs before the members that the replaced calls use are destroyed.
   void EndServer() {
     server->Stop();
     EXPECT_TRUE(JoinWithin(10000));
   }
 
-  // Starts the server, whose listener is going to end with one entry in the log that begins with `text`, and
-  // checks that another start brings everything back.
+  // Starts the server, expects its listener to end with one log entry that begins with `text`, and checks
+  // that a second start works.
   void ExpectLoggedEnd(const std::string& text, bool withClient) {
     {
       DiagnosticLogCapture log;
@@ -98,7 +98,7 @@ TEST_F(ListenerFaults, RequestPipeThatCannotBeCreatedEndsTheListenerSilently) {
   server->Start();
   EXPECT_TRUE(JoinWithin(10000));
   EXPECT_EQ(server->result, 1);
-  EXPECT_EQ(Faults().createNamedPipe.Calls(), 2);  // the reply pipe is made all the same, and given back
+  EXPECT_EQ(Faults().createNamedPipe.Calls(), 2);  // the reply pipe is created nevertheless, and closed
   EXPECT_EQ(log.Count(), 0U);
 }
 
@@ -138,7 +138,7 @@ TEST_F(ListenerFaults, ClientThatComesAndGoesBeforeTheListenerLooksMakesItTakeNe
   server->Start();
   ASSERT_TRUE(WaitUntil([&] { return gone.load(); }));
   EXPECT_TRUE(Serves());
-  // Two for the client that went, two for the one that was served, and perhaps those for the next.
+  // Two for the client that left, two for the one that was served, and perhaps those for the next.
   EXPECT_GE(looks, 4);
   EXPECT_EQ(handler.handled, 1);
   EXPECT_LE(handler.ended, 1);
@@ -187,8 +187,7 @@ TEST_F(ListenerFaults, StartWithoutAThreadThrows) {
   EXPECT_TRUE(Serves());
 }
 
-// A lock that nobody waits for is given back without SetEvent, so the first call of Stop is the one that
-// cancels.
+// A lock without waiters is released without SetEvent, so the first call of Stop is the one that cancels.
 TEST_F(ListenerFaults, StopThatCannotCancelThrows) {
   server->Start();
   Faults().setEvent.Fail(ERROR_INVALID_HANDLE, kThis);

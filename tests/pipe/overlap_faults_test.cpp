@@ -1,4 +1,4 @@
-// What Overlap says when the system refuses, and that it keeps no handle and no operation then.
+// The failures of Overlap, after which it keeps no handle and no operation.
 
 #include <gtest/gtest.h>
 
@@ -46,7 +46,7 @@ class OverlapFaults : public ::testing::Test {
     EXPECT_EQ(OpenHandles(), before);
   }
 
-  // A plain exception of its own, with the wrapper's as its cause.
+  // Overlap's own plain exception, with that of the wrapper as its cause.
   static void ExpectWrapped(const std::function<void()>& action, const std::string& text,
                             const std::string& cause) {
     try {

@@ -14,7 +14,7 @@ using TestSupport::MillisecondsSince;
 
 namespace {
 
-// The server's end of one message pipe and, once Connect was called, a client's end.
+// The server's end of one message pipe and, after Connect, a client's end.
 class OverlapOnPipe : public ::testing::Test {
  protected:
   OverlapOnPipe() {
@@ -132,7 +132,7 @@ TEST_F(OverlapOnPipe, ImmediateSuccessIsZero) {
 }
 
 TEST_F(OverlapOnPipe, ImmediateFailureIsTheErrorCode) {
-  // Nobody is connected: the call fails at once and says nothing in the OVERLAPPED.
+  // No client is connected: the call fails at once and leaves the OVERLAPPED unchanged.
   EXPECT_EQ(Read(10000), static_cast<std::uint32_t>(ERROR_PIPE_LISTENING));
 }
 
@@ -165,7 +165,7 @@ TEST_F(OverlapOnPipe, SettleEndsWhatATimedOutWaitLeftUnderWay) {
   EXPECT_FALSE(HasOverlappedIoCompleted(overlap.Overlapped()));
   overlap.Settle();
   EXPECT_TRUE(HasOverlappedIoCompleted(overlap.Overlapped()));
-  // The buffer is ours again: a message that comes now stays in the pipe for the next read.
+  // The buffer is free again: a message that arrives now stays in the pipe for the next read.
   buffer.fill('-');
   Write(5);
   TestSupport::SleepMs(20);
@@ -177,7 +177,7 @@ TEST_F(OverlapOnPipe, SettleReachesAnOperationThatAnotherThreadStarted) {
   Connect();
   std::thread starter([this] {
     EXPECT_EQ(Read(10), 258U);
-    // The thread stays until the test has settled, as a thread's end cancels what it started.
+    // The thread lives until the test has called Settle, because a thread's end cancels its operations.
     TestSupport::SleepMs(200);
   });
   EXPECT_TRUE(TestSupport::WaitUntil([this] { return overlap.Overlapped()->Internal == 0x103; }));

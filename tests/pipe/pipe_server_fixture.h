@@ -35,7 +35,7 @@ inline void SleepMs(int milliseconds) {
   std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
 }
 
-// A gate that a handler waits at until the test opens it; opens by itself after 20 seconds.
+// A gate at which a handler waits until the test opens it; opens by itself after 20 seconds.
 class Gate {
  public:
   void Open() {
@@ -59,8 +59,8 @@ class Gate {
   std::atomic<int> arrivals{0};
 };
 
-// Answers Ping with Alive and anything else with what the transport put there, unless the test gives it
-// another behaviour before the server starts.
+// Answers Ping with Alive and leaves the reply of any other request as the transport made it, unless the test
+// sets another behaviour before the server starts.
 class TestHandler : public PipeServerMessageHandler {
  public:
   using Behaviour = std::function<void(const PipeRequest&, PipeReply&)>;
@@ -79,7 +79,7 @@ class TestHandler : public PipeServerMessageHandler {
   void ConnectionEnded(PipeServerHandleThread* connection) override {
     if (beforeRelease) beforeRelease();
     ++ended;
-    // The last that touches this object: once the connection is off the list, Join returns and the test ends.
+    // The last access to this object: once the connection is off the list, Join returns and the test ends.
     if (PipeServer* const owner = server.load()) owner->ReleaseConnection(connection);
   }
 
@@ -117,14 +117,14 @@ class PipeServerFixture : public ::testing::Test {
   ~PipeServerFixture() override {
     if (server == nullptr) return;
     server->Stop();
-    EXPECT_TRUE(JoinWithin(10000)) << "the server did not come to an end";
+    EXPECT_TRUE(JoinWithin(10000)) << "the server did not end";
   }
 
   bool JoinWithin(std::uint32_t milliseconds) {
     TamLogUtil::Timeout timeout(milliseconds);
     return server->Join(timeout);
   }
-  // Whether a client that comes now is taken and then sent away, which may happen while it still opens its
+  // Whether a client that connects now is accepted and then disconnected, perhaps while it still opens its
   // pipes.
   static bool IsTakenAndSentAway(PipeClient& client) {
     if (client.Connect()) return client.WaitUntilDisconnected();
@@ -132,13 +132,13 @@ class PipeServerFixture : public ::testing::Test {
     constexpr std::uint32_t kBusy = 231;
     return client.LastError() != kNoInstance && client.LastError() != kBusy;
   }
-  // Whether a client that comes now is served.
+  // Whether a client that connects now is served.
   bool Serves() {
     PipeClient client(name);
     return client.Connect() && client.CallCode(kPing) == kAlive;
   }
 
-  // Handlers may still be at it when a test's body is left.
+  // Handlers may still be running when a test's body ends.
   Gate gate;
   TestHandler handler;
   std::string name;

@@ -29,7 +29,7 @@ class PipeServerLoad : public TestSupport::PipeServerFixture {};
 
 class ClientsAtOnce : public PipeServerLoad, public ::testing::WithParamInterface<int> {};
 
-// Every client's requests are answered with its own bytes, whatever the others do.
+// Every client's requests are answered with its own bytes while others send theirs.
 TEST_P(ClientsAtOnce, AreAllServedWithTheirOwnReplies) {
   TestSupport::SetWatchdogLimit(100);
   handler.behaviour = [](const PipeRequest& request, PipeReply& reply) {
@@ -85,7 +85,7 @@ TEST_F(PipeServerLoad, HundredsOfConnectionsLeaveNoHandleBehind) {
   const DWORD before = OpenHandles();
   for (int i = 0; i < 300; ++i) ASSERT_TRUE(Serves()) << i;
   EXPECT_TRUE(WaitUntil([&] { return handler.ended == 301; }));
-  // The last threads may still be closing theirs. The listener may have one more or less under way.
+  // The last threads may still be closing theirs. The listener may have one more or one less.
   EXPECT_TRUE(WaitUntil([&] { return OpenHandles() <= before + 4; }, std::chrono::milliseconds(5000)))
       << before << " before, " << OpenHandles() << " after";
 }
@@ -106,21 +106,20 @@ TEST_F(PipeServerLoad, StopsAndStartsLeaveNoHandleBehind) {
       << before << " before, " << OpenHandles() << " after";
 }
 
-// One client's life, chosen by `random`: everything that a client can do wrong, and some that do nothing
-// wrong.
+// Runs one client of a random kind: every kind of mistake, and correct ones.
 void BeSomeClient(const std::string& name, std::mt19937& random) {
   PipeClient client(name);
   const unsigned kind = random() % 6;
-  if (kind == 0) {  // comes and goes
+  if (kind == 0) {  // connects and leaves
     if (client.OpenRequestPipe(50)) client.OpenReplyPipe(50);
     return;
   }
   if (!client.Connect(200)) return;
   const unsigned requests = random() % 8;
   for (unsigned i = 0; i < requests; ++i) {
-    if (kind == 1) {  // never takes a reply
+    if (kind == 1) {  // never reads a reply
       if (!client.Send(RequestOf(kPing), 20)) return;
-    } else if (kind == 2) {  // sends what is no request
+    } else if (kind == 2) {  // sends bytes that are no request
       static const std::string overlong(3000, '\4');
       if (!client.SendBytes(overlong.data(), 1 + random() % overlong.size(), 20)) return;
       client.Receive(5);
@@ -156,7 +155,7 @@ TEST_F(PipeServerLoad, RandomClientsStopsAndStartsEndInAServerThatServes) {
   while (MillisecondsSince(start) < 6000) {
     SleepMs(static_cast<int>(random() % 120));
     server->Stop();
-    // With and without waiting long enough for all to leave.
+    // With and without enough time for all clients to leave.
     if (random() % 3 != 0) JoinWithin(random() % 400);
     server->Start();
     ++rounds;

@@ -16,7 +16,7 @@
 #include "util/exceptions.h"
 #include "util/win32.h"
 
-// Comes after windows.h.
+// Must follow windows.h.
 #include <aclapi.h>
 
 using TamLogUtil::Timeout;
@@ -32,7 +32,15 @@ using TestSupport::WaitUntil;
 
 namespace {
 
-class PipeServerTest : public TestSupport::PipeServerFixture {};
+class PipeServerTest : public TestSupport::PipeServerFixture {
+ protected:
+  // Three replies fit into the pipe; the write of the fourth stays pending.
+  void LeaveAReplyPending(PipeClient& client) {
+    ASSERT_TRUE(client.Connect());
+    for (int i = 0; i < 4; ++i) ASSERT_TRUE(client.Send(RequestOf(kPing)));
+    ASSERT_TRUE(WaitUntil([&] { return handler.handled == 4; }));
+  }
+};
 
 // --- A connection ---------------------------------------------------------------------------------------
 
@@ -138,7 +146,7 @@ TEST_F(PipeServerTest, ReplyBytesThatTheHandlerDoesNotSetAreThoseOfEarlierReplie
   ASSERT_TRUE(client.Connect());
   const std::optional<PipeReply> first = client.Call(RequestOf(kPing));
   ASSERT_TRUE(first);
-  EXPECT_EQ(first->bytes[0], 0);  // nothing of the server's memory before the first reply is filled
+  EXPECT_EQ(first->bytes[0], 0);  // no old memory of the server before the first reply is filled
   EXPECT_EQ(first->bytes[kPipeBodySize - 1], 0);
   ASSERT_TRUE(client.Call(RequestOf(7)));
   const std::optional<PipeReply> later = client.Call(RequestOf(kPing));
@@ -147,7 +155,7 @@ TEST_F(PipeServerTest, ReplyBytesThatTheHandlerDoesNotSetAreThoseOfEarlierReplie
   EXPECT_EQ(later->bytes[kPipeBodySize - 1], 'p');
 }
 
-TEST_F(PipeServerTest, ShortRequestLeavesTheEarlierBytesBehindIt) {
+TEST_F(PipeServerTest, ShortRequestIsFollowedByTheEarlierBytes) {
   std::string path;
   handler.behaviour = [&path](const PipeRequest& request, PipeReply&) { path = request.path; };
   server->Start();
@@ -187,7 +195,7 @@ TEST_F(PipeServerTest, EmptyMessageIsAnUnknownRequest) {
   EXPECT_EQ(client.CallCode(kPing), kAlive);
 }
 
-TEST_F(PipeServerTest, TextsWithoutAZeroEndBehindTheRecord) {
+TEST_F(PipeServerTest, UnterminatedTextsEndAfterTheRecord) {
   std::string path;
   std::string filter;
   handler.behaviour = [&](const PipeRequest& request, PipeReply&) {
@@ -209,7 +217,7 @@ TEST_F(PipeServerTest, TextsWithoutAZeroEndBehindTheRecord) {
   }
 }
 
-// Makes the server find the messages that `send` puts into the pipe when its next read starts.
+// Puts the messages of `send` into the pipe before the server's next read starts.
 void SendWhileTheHandlerIsBusy(TestSupport::TestHandler& handler, PipeClient& client, Gate& gate,
                                const std::function<void()>& send) {
   ASSERT_TRUE(client.Send(RequestOf(2)));  // waits at the gate
@@ -237,7 +245,7 @@ TEST_P(OverlongRequest, FoundByAReadGetsExactlyOneTooLongAndTheConnectionGoesOn)
   ASSERT_TRUE(reply);
   EXPECT_EQ(reply->code, 4U);
   EXPECT_EQ(handler.handled, 0);
-  EXPECT_EQ(client.CallCode(kPing), kAlive);  // no second reply came in between
+  EXPECT_EQ(client.CallCode(kPing), kAlive);  // no second reply in between
   EXPECT_EQ(handler.handled, 1);
 }
 
@@ -286,7 +294,7 @@ TEST_P(HandlerThatThrows, ClientGetsFailedAndIsThenDisconnected) {
     reply.code = 13;
     if (request.code == 3) ThrowException(GetParam());
   };
-  // The disconnection throws away a reply that was not taken yet; it comes after the report of the end.
+  // The disconnection, which follows the report of the end, discards a reply that was not read yet.
   handler.beforeRelease = [this] { gate.Pass(); };
   TestSupport::DiagnosticLogCapture log;
   server->Start();
@@ -377,10 +385,7 @@ TEST_F(PipeServerTest, SilentClientIsDisconnectedAfterTenSecondsAndAPingKeepsAno
 TEST_F(PipeServerTest, ClientThatTakesNoRepliesIsDisconnectedAfterTenSeconds) {
   server->Start();
   PipeClient client(name);
-  ASSERT_TRUE(client.Connect());
-  // Three replies fit into the pipe; the fourth waits.
-  for (int i = 0; i < 4; ++i) ASSERT_TRUE(client.Send(RequestOf(kPing)));
-  ASSERT_TRUE(WaitUntil([&] { return handler.handled == 4; }));
+  ASSERT_NO_FATAL_FAILURE(LeaveAReplyPending(client));
   const Clock::time_point start = Clock::now();
   EXPECT_TRUE(WaitUntil([&] { return handler.ended == 1; }, std::chrono::milliseconds(20000)));
   const std::int64_t waited = MillisecondsSince(start);
@@ -391,7 +396,7 @@ TEST_F(PipeServerTest, ClientThatTakesNoRepliesIsDisconnectedAfterTenSeconds) {
 
 // --- The listener ---------------------------------------------------------------------------------------
 
-TEST_F(PipeServerTest, ReplyPipeIsNamedLikeTheRequestPipeWithReplyBehindIt) {
+TEST_F(PipeServerTest, ReplyPipeHasTheNameOfTheRequestPipeFollowedByReply) {
   server->Start();
   PipeClient client(name);
   ASSERT_TRUE(client.OpenRequestPipe());
@@ -435,7 +440,7 @@ void ExpectPipeOpenToEveryone(HANDLE pipe) {
 TEST_F(PipeServerTest, BothPipesAreOpenToEveryone) {
   server->Start();
   PipeClient client(name);
-  // READ_CONTROL is what reading the access list takes; the client's own handles do not ask for it.
+  // Reading the access list requires READ_CONTROL, which the client's own handles do not have.
   const auto open = [](const std::string& pipe, DWORD access) {
     HANDLE handle = INVALID_HANDLE_VALUE;
     EXPECT_TRUE(WaitUntil([&] {
@@ -465,7 +470,7 @@ TEST_F(PipeServerTest, PipesCarryMessagesThroughBuffersOf4096Bytes) {
     EXPECT_TRUE((flags & PIPE_TYPE_MESSAGE) != 0);
     EXPECT_EQ(out, 4096U);
     EXPECT_EQ(in, 4096U);
-    // Wine tells "unlimited" by another number than the one it is asked for with.
+    // Wine reports "unlimited" by another number than the one that requests it.
     EXPECT_TRUE(instances == PIPE_UNLIMITED_INSTANCES || instances == 0xFFFFFFFFU) << instances;
   }
 }
@@ -522,9 +527,7 @@ TEST_F(PipeServerTest, StopEndsAConnectionThatWaitsForARequestAtOnce) {
 TEST_F(PipeServerTest, StopEndsAConnectionThatWaitsForItsClientToTakeAReply) {
   server->Start();
   PipeClient client(name);
-  ASSERT_TRUE(client.Connect());
-  for (int i = 0; i < 4; ++i) ASSERT_TRUE(client.Send(RequestOf(kPing)));
-  ASSERT_TRUE(WaitUntil([&] { return handler.handled == 4; }));
+  ASSERT_NO_FATAL_FAILURE(LeaveAReplyPending(client));
   SleepMs(50);
   const Clock::time_point start = Clock::now();
   server->Stop();
@@ -552,7 +555,7 @@ TEST_F(PipeServerTest, StartAfterStopAcceptsClientsAgain) {
   }
 }
 
-TEST_F(PipeServerTest, StartRightBehindStopWaitsForTheOldListenerAndServes) {
+TEST_F(PipeServerTest, StartRightAfterStopWaitsForTheOldListenerAndServes) {
   server->Start();
   for (int round = 0; round < 20; ++round) {
     server->Stop();
@@ -568,7 +571,7 @@ TEST_F(PipeServerTest, StopAndJoinWithoutAStartDoNothing) {
   EXPECT_TRUE(Serves());
 }
 
-TEST_F(PipeServerTest, RunReturnsZeroWhenAskedToStopBeforeItBegan) {
+TEST_F(PipeServerTest, RunReturnsZeroWhenStoppedBeforeItBegan) {
   EXPECT_EQ(server->Run(), 0U);  // never started counts as stopped
 }
 
@@ -613,7 +616,7 @@ TEST_F(PipeServerTest, JoinLooksForConnectionsEvery250Milliseconds) {
   const Clock::time_point start = Clock::now();
   EXPECT_TRUE(JoinWithin(20000));
   const std::int64_t waited = MillisecondsSince(start);
-  EXPECT_GE(waited, 240);  // the connection was gone long before the second look
+  EXPECT_GE(waited, 240);  // the connection ended long before the second poll
   EXPECT_LT(waited, 5000);
   opener.join();
 }
@@ -624,7 +627,7 @@ TEST_F(PipeServerTest, JoinOfARunningServerWithoutConnectionsIsFalse) {
 }
 
 TEST_F(PipeServerTest, JoinWhoseTimeIsUpCannotHarmTheListWhateverHoldsTheLock) {
-  // A Join without time left goes on without connectionsLock and frees it for whoever waits.
+  // A Join without time left goes on without connectionsLock and then releases it for a waiting thread.
   server->Start();
   std::atomic<bool> done{false};
   std::thread joiner([&] {
@@ -658,7 +661,7 @@ TEST_F(ForeignPipe, OfTheRequestPipesNameEndsTheListenerSilently) {
 
 TEST_F(ForeignPipe, OfTheReplyPipesNameEndsTheListenerSilently) {
   ExpectSilentEnd(name + "Reply", PIPE_ACCESS_OUTBOUND);
-  // The request instance that was made before was given back.
+  // The request instance that was created before was closed.
   EXPECT_EQ(CreateFileA(name.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr),
             INVALID_HANDLE_VALUE);
   EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
@@ -735,8 +738,8 @@ TEST_F(PipeServerTest, DestructionEndsAConnectionByForceWhenItsHandlerDoesNotRet
 }
 
 TEST_F(PipeServerTest, ConnectionMayOutliveTheServerOnItsLastSteps) {
-  // The connection is off the list, so Join and the destructor do not wait for it, and it touches the server
-  // no more.
+  // The connection is off the list, so Join and the destructor do not wait for it, and it no longer uses the
+  // server.
   server->Start();
   {
     PipeClient client(name);

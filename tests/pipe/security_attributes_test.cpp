@@ -13,7 +13,7 @@
 #include "util/exceptions.h"
 #include "util/win32.h"
 
-// Both come after windows.h.
+// Both must follow windows.h.
 #include <aclapi.h>
 #include <sddl.h>
 
@@ -70,7 +70,7 @@ void ExpectOnlyEveryone(PACL acl, std::uint32_t mask) {
   EXPECT_EQ(entries[0].sid, "S-1-1-0");
 }
 
-// What the system itself says about an object that was created with the attributes.
+// The system's own view of an object that was created with the attributes.
 void ExpectObjectOpenToEveryone(HANDLE object, std::uint32_t mask) {
   PACL acl = nullptr;
   PSECURITY_DESCRIPTOR descriptor = nullptr;
@@ -205,7 +205,7 @@ TEST(AclBuilder, NoEntriesMakeAListOfNothing) {
 TEST(AclBuilder, SystemsRefusalIsReportedWithTheCodeThatTheCallReturned) {
   AclBuilder builder;
   builder.AddExplicitAccess(AccessMode::Set, 1, 0, TrusteeForm::BadForm, TrusteeType::Unknown, nullptr);
-  SetLastError(4711);  // The call returns its code; the last error has nothing to do with it.
+  SetLastError(4711);  // The call returns its code and does not set the last error.
   try {
     builder.GetACL();
     FAIL() << "nothing was thrown";

@@ -1,4 +1,4 @@
-// What the builders of the security attributes say when the system refuses.
+// The failures of the builders of the security attributes.
 
 #include <gtest/gtest.h>
 
@@ -40,7 +40,7 @@ TEST_F(SecurityFaults, SidThatCannotBeAllocated) {
   Faults().allocateSid.Fail(ERROR_NOT_ENOUGH_MEMORY);
   ExpectWindowsFailure([&] { builder.GetSID(); }, "AllocateAndInitializeSid() failed",
                        ERROR_NOT_ENOUGH_MEMORY);
-  EXPECT_NE(builder.GetSID(), nullptr);  // nothing was kept of the failure
+  EXPECT_NE(builder.GetSID(), nullptr);  // the failure left nothing behind
 }
 
 TEST_F(SecurityFaults, SidThatIsNullInSpiteOfSuccess) {

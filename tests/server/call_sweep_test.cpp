@@ -1,5 +1,5 @@
-// Every operation of the server with the first, second, third ... call into the system failing. After each
-// round a stop comes to its end, nothing is left open, and the next start serves.
+// Runs every operation of the server with its first, second, third ... system call failing. After each round
+// a stop ends, nothing is left open, and the next start serves.
 
 #include <gtest/gtest.h>
 
@@ -36,8 +36,8 @@ static_assert(kFifthOfASecond * 1000U == 200);
 constexpr int kSlowStride = 7;
 constexpr int kSlowestStride = 15;
 
-// What may stand at the end of the text when a call has failed: the level that names the call. "": a call of
-// which nothing is told in places, or by a thread of the server that comes to log it only later.
+// The possible ends of the text when a call has failed: the level that names the call. "": a call whose
+// failure is silent in places, or logged later by a thread of the server.
 const std::map<std::string, std::set<std::string>>& Causes() {
   static const std::string join = "Failed to wait for Thread object in Join()";
   static const std::string completion = "Failed to create the completion event in Overlap construction";
@@ -108,7 +108,7 @@ class ServerCallSweep : public ServerTest {
  protected:
   ServerCallSweep() {
     service.reset();
-    // Timers that sleep a second at a time would hold up every stop. The period is a product of seconds that
+    // Timers that sleep a second at a time would delay every stop. The period is a product of seconds that
     // wraps: this one is 200 ms.
     registry::SetNumber("SaveRate", kFifthOfASecond);
     registry::SetNumber("DevicePollRate", 200);
@@ -121,7 +121,7 @@ class ServerCallSweep : public ServerTest {
     service->OnStart();
   }
 
-  // Whatever failed: the stop comes to its end, and a service that is started behind it takes messages.
+  // After any failure the stop ends, and a service started afterwards accepts messages.
   void StopsAndStartsAgain(const std::string& expected = "") {
     if (service != nullptr) PlainFailureOf([&] { service->OnStop(); });
     service.reset();
@@ -149,7 +149,7 @@ class ServerCallSweep : public ServerTest {
     return texts;
   }
 
-  // Of a running service.
+  // An operation of a running service.
   TestSupport::SweptOperation OfRunning(std::function<void()> operation, const std::string& expected = "") {
     return {.prepare =
                 [this] {
@@ -235,7 +235,7 @@ TEST_F(ServerCallSweep, AFailedStopIsReportedAndTheNextStartServes) {
   EXPECT_EQ(Unexplained(outcomes), (Outcomes{}));
 }
 
-// A ticket is given back by a destructor, which a failure must not leave: that would end the process.
+// A destructor returns a ticket, and a failure must not leave it: that would end the process.
 TEST_F(ServerCallSweep, ARestartTicketIsGivenBackWhicheverCallFails) {
   std::unique_ptr<Lifecycle> lifecycle;
   const Outcomes outcomes = Sweep({
@@ -255,7 +255,7 @@ TEST_F(ServerCallSweep, ARestartTicketIsGivenBackWhicheverCallFails) {
             }));
 }
 
-// On the thread of the test instead of a restart thread of its own.
+// On the thread of the test instead of a restart thread.
 TEST_F(ServerCallSweep, AFailedRestartIsReportedAndTheManagersStopAndStartServe) {
   auto restart = OfRunning([&] {
     Lifecycle::RestartTicket ticket = service->NewRestartTicket();
@@ -266,9 +266,9 @@ TEST_F(ServerCallSweep, AFailedRestartIsReportedAndTheManagersStopAndStartServe)
   EXPECT_EQ(Unexplained(Sweep(restart)), (Outcomes{}));
 }
 
-// Without a stop before: the destructor does it all. Only an event that cannot be closed leaves it.
+// Destroyed without a stop: the destructor ends everything. Only the failure to close an event leaves it.
 TEST_F(ServerCallSweep, ARunningServiceIsDestroyedWhicheverCallFails) {
-  // A plain deletion, which lets an exception out; the pointer's own would end the process.
+  // A plain delete, which lets an exception out; that of the smart pointer would end the process.
   // NOLINTNEXTLINE(readability-uniqueptr-delete-release)
   auto destruction = OfRunning([&] { delete service.release(); });
   destruction.stride = kSlowestStride;
@@ -299,7 +299,7 @@ TEST_F(ServerCallSweep, AStopThatMovesTheFileServesAtEitherPlace) {
   EXPECT_EQ(Unexplained(outcomes), (Outcomes{}));
 }
 
-// By name: other threads make calls at the same time, so no number is sure to hit the one that counts.
+// By name: other threads make calls at the same time, so a number might hit the wrong one.
 TEST_F(ServerCallSweep, AFileThatCannotBeMovedStaysWhereItIs) {
   const std::string other = folder.File("Moved.dat");
   log.emplace();
@@ -323,7 +323,7 @@ TEST_F(ServerCallSweep, AFailedTickIsLoggedAndTheNextOneMakesUpForIt) {
         service->OnTimer(kDriverPollTimer);
         service->OnTimer(kFlushWritesTimer);
         service->OnTimer(kWriteToDiskTimer);
-        // What the failing call kept back.
+        // The message that the failing call kept back.
         service->OnTimer(kDriverPollTimer);
         EXPECT_TRUE(Arrives("polled"));
       },

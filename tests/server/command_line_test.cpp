@@ -1,4 +1,4 @@
-// The real executable, started as from a console.
+// The real executable, started like from a console.
 
 #include <gtest/gtest.h>
 
@@ -136,7 +136,7 @@ TEST_F(CommandLine, InstallsInAnyLetterCaseWithDashOrSlash) {
   }
 }
 
-TEST_F(CommandLine, ArgumentsBehindTheFirstAreIgnored) {
+TEST_F(CommandLine, ArgumentsAfterTheFirstAreIgnored) {
   ExpectInstalls("-install -remove whatever");
   EXPECT_TRUE(IsInstalled());
 }
@@ -196,7 +196,7 @@ TEST_F(CommandLine, FailedInstallShowsTheTextsAndWaitsForACharacter) {
                 "CreateService() failed" + ErrorSuffix(ERROR_SERVICE_EXISTS));
   EXPECT_FALSE(program.EndsWithin(700)) << "did not wait";
   program.Type('x');
-  EXPECT_TRUE(program.EndsWithin(10000)) << "one character has to do";
+  EXPECT_TRUE(program.EndsWithin(10000)) << "one character must suffice";
   EXPECT_EQ(program.ExitCode(), 1U);
 }
 

@@ -33,12 +33,12 @@ TEST_F(Configuration, StopWritesAMissingPathAndThenTheOneInUse) {
   registry::DeleteAll();
   service->OnStop();
   EXPECT_EQ(registry::Text("LogFile"), logFile);
-  // The file lay under the default path as far as the registry told, so it was "moved" from there.
+  // According to the registry the file was at the default path, so it was "moved" from there.
   EXPECT_EQ(faults::moveFileCalls, 1);
   EXPECT_TRUE(FileExists(logFile));
 }
 
-TEST_F(Configuration, FirstLetterOfAFilterValueTellsItsKind) {
+TEST_F(Configuration, FirstLetterOfAFilterValueSelectsItsKind) {
   registry::AddFilterValue("a", "iDriver");
   registry::AddFilterValue("b", "x42");
   registry::AddFilterValue("c", "eCamera");
@@ -112,7 +112,7 @@ TEST_F(Configuration, ExcludeFilterCountsOnlyWithoutIncludeFilters) {
   EXPECT_TRUE(Arrives("included"));
 }
 
-TEST_F(Configuration, StopLeavesExactlyTheFiltersInMemoryNumberedAnew) {
+TEST_F(Configuration, StopLeavesExactlyTheFiltersInMemoryRenumbered) {
   registry::AddFilterValue("by hand", "eOld");
   service->OnStart();
   AddFilter(*service, "New", 1);
@@ -177,7 +177,7 @@ TEST_F(Configuration, RatesAreUsedAndSavedAsStored) {
   EXPECT_EQ(registry::Number("SaveRate"), 0x80000000U);
 }
 
-TEST_F(Configuration, CapacityAskedForIsSavedAndInEffectAfterTheNextStart) {
+TEST_F(Configuration, RequestedCapacityIsSavedAndInEffectAfterTheNextStart) {
   service->OnStart();
   SettingsBody wanted = Settings(*service);
   wanted.maxMessage = 31;
@@ -189,7 +189,7 @@ TEST_F(Configuration, CapacityAskedForIsSavedAndInEffectAfterTheNextStart) {
   EXPECT_EQ(ReadHeader(logFile)->maxMessages, 31);
 }
 
-TEST_F(Configuration, ValueOfWrongSizeFailsTheStartAndLeavesTheFieldsBehindItAlone) {
+TEST_F(Configuration, ValueOfWrongSizeFailsTheStartAndKeepsTheFieldsAfterIt) {
   service->OnStart();
   service->OnStop();
   registry::SetText("LogFile", "C:\\new.dat");
@@ -213,7 +213,7 @@ TEST_F(Configuration, PathOfMoreThan255CharactersIsSavedAndFailsTheNextStart) {
   service->OnStart();
   const std::string path = folder.File(std::string(300, 'p'));
   Ask(*service, MakeRequest(RequestCode::SetLogFile, path));
-  // So long a name is no name for this file system either: the stop's wait may report it.
+  // The name is too long for this file system too: the stop's wait may report it.
   FailureOf([&] { service->OnStop(); });
   EXPECT_EQ(registry::Text("LogFile"), path);
   EXPECT_EQ(FailureOf([&] { service->OnStart(); }), "ReadData() failed" + ErrorSuffix(ERROR_MORE_DATA));

@@ -6,8 +6,8 @@
 #include "util/timeout.h"
 #include "util/win32.h"
 
-// The run-time's own locks come through some of these, so nothing here may allocate, use thread-local data or
-// guarded statics.
+// The run-time's own locks call some of these, so nothing here may allocate, use thread-local data or guarded
+// statics.
 
 namespace faults {
 

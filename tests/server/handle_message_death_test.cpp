@@ -1,5 +1,5 @@
-// A text that does not fit its reply field ends the process at once: no cut text is ever told, no handler and
-// no exit hook runs.
+// A text that does not fit its reply field ends the process at once: no truncated text is ever sent, and no
+// handler and no exit hook runs.
 
 #include <gtest/gtest.h>
 
@@ -15,7 +15,7 @@ class OverlongTextDeathTest : public testing::Test {
   OverlongTextDeathTest() { testing::GTEST_FLAG(death_test_style) = "threadsafe"; }
 };
 
-TEST_F(OverlongTextDeathTest, PathOf1024CharactersEndsTheProcessWhenItIsAskedFor) {
+TEST_F(OverlongTextDeathTest, PathOf1024CharactersEndsTheProcessWhenItIsRequested) {
   EXPECT_EXIT(
       {
         ServerService service;
@@ -25,7 +25,7 @@ TEST_F(OverlongTextDeathTest, PathOf1024CharactersEndsTheProcessWhenItIsAskedFor
       testing::ExitedWithCode(kEnded), "");
 }
 
-TEST_F(OverlongTextDeathTest, FilterOf128CharactersEndsTheProcessWhenItIsAskedFor) {
+TEST_F(OverlongTextDeathTest, FilterOf128CharactersEndsTheProcessWhenItIsRequested) {
   EXPECT_EXIT(
       {
         ServerService service;
@@ -35,7 +35,7 @@ TEST_F(OverlongTextDeathTest, FilterOf128CharactersEndsTheProcessWhenItIsAskedFo
       testing::ExitedWithCode(kEnded), "");
 }
 
-TEST_F(OverlongTextDeathTest, FilterThatRanIntoItsKindEndsTheProcessWhenItIsAskedFor) {
+TEST_F(OverlongTextDeathTest, FilterThatRanIntoItsKindEndsTheProcessWhenItIsRequested) {
   EXPECT_EXIT(
       {
         ServerService service;

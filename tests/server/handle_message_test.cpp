@@ -31,7 +31,7 @@ class HandleMessage : public testing::Test {
   ServerService& service = *owned;
 };
 
-TEST_F(HandleMessage, FileMapNameIsTold) {
+TEST_F(HandleMessage, FileMapNameIsReported) {
   const PipeReply reply = Ask(service, RequestCode::GetFileMapName);
   EXPECT_EQ(reply.code, 12U);
   EXPECT_STREQ(reply.path, "Global\\TamLogServiceFileMap");
@@ -101,7 +101,7 @@ TEST_F(HandleMessage, TypeFilter0x10SwitchesAllTypesOff) {
   EXPECT_EQ(Settings(service).typeFilter, 0U);
 }
 
-TEST_F(HandleMessage, LogFilePathIsToldAtOnceAfterItWasSet) {
+TEST_F(HandleMessage, LogFilePathIsReportedAtOnceAfterItWasSet) {
   const PipeReply done = Ask(service, MakeRequest(RequestCode::SetLogFile, "D:\\logs\\new.dat"));
   EXPECT_EQ(done.code, 11U);
   EXPECT_TRUE(BodyUntouchedFrom(done, 0));
@@ -115,7 +115,7 @@ TEST_F(HandleMessage, PathEndsAtItsFirstZeroByte) {
   EXPECT_STREQ(Ask(service, RequestCode::GetLogFile).path, "C:\\a");
 }
 
-TEST_F(HandleMessage, LongestPathThatFitsIsTold) {
+TEST_F(HandleMessage, LongestPathThatFitsIsReported) {
   const std::string path(1023, 'p');
   Ask(service, MakeRequest(RequestCode::SetLogFile, path));
   EXPECT_EQ(Ask(service, RequestCode::GetLogFile).path, path);
@@ -124,12 +124,12 @@ TEST_F(HandleMessage, LongestPathThatFitsIsTold) {
 TEST_F(HandleMessage, PathWithoutZeroByteIsStoredUpToTheEndOfTheRecord) {
   EXPECT_TRUE(
       Is(Ask(service, MakeRequest(RequestCode::SetLogFile, std::string(1024, 'p'))), ReplyCode::Done));
-  // Asking for it would end the process (see the death tests); another one takes its place.
+  // Requesting it would end the process (see the death tests); another one takes its place.
   Ask(service, MakeRequest(RequestCode::SetLogFile, "short"));
   EXPECT_STREQ(Ask(service, RequestCode::GetLogFile).path, "short");
 }
 
-TEST_F(HandleMessage, DefaultPathIsBesideTheExecutable) {
+TEST_F(HandleMessage, DefaultPathIsNextToTheExecutable) {
   const PipeReply reply = Ask(service, RequestCode::GetDefaultLogFile);
   EXPECT_EQ(reply.code, 15U);
   EXPECT_EQ(reply.path, ExecutableFolder() + "\\Logs.dat");
@@ -173,14 +173,14 @@ TEST_F(HandleMessage, EmptyAndRepeatedFiltersAreStored) {
   EXPECT_STREQ(GetFilter(service, 2).filter.text, "same");
 }
 
-TEST_F(HandleMessage, LongestFilterThatFitsIsTold) {
+TEST_F(HandleMessage, LongestFilterThatFitsIsReported) {
   const std::string text(127, 'f');
   AddFilter(service, text, 0);
   EXPECT_EQ(GetFilter(service, 0).filter.text, text);
 }
 
-// Text and kind overlap: a text that fills its field runs into the kind behind it, whose bytes are then part
-// of the text and, not being zero, make it an include filter.
+// A text that fills its field continues into the kind after it, whose bytes are then part of the text and,
+// not being zero, make it an include filter.
 TEST_F(HandleMessage, TextThatRunsIntoItsKindMakesAnIncludeFilter) {
   GuardedRequest asked = MakeRequest(RequestCode::AddFilter, std::string(130, 'f'));
   EXPECT_NE(asked.request.filter.kind, 0U);
@@ -200,7 +200,7 @@ TEST_F(HandleMessage, CodesThatAreNoRequestsAreAnsweredUnknown) {
   }
 }
 
-TEST_F(HandleMessage, FailedRequestIsLoggedAnsweredFailedAndGivesItsLocksBack) {
+TEST_F(HandleMessage, FailedRequestIsLoggedAnsweredFailedAndReleasesItsLocks) {
   const PipeReply reply = Ask(service, RequestCode::ClearLog);
   EXPECT_EQ(reply.code, 7U);
   EXPECT_TRUE(BodyUntouchedFrom(reply, 0));

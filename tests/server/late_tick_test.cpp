@@ -1,4 +1,4 @@
-// A tick that is still under way when a stop runs out of time, and the start that follows it.
+// A tick that is still running when a stop runs out of time, and the start that follows it.
 
 #include <atomic>
 #include <cstdlib>
@@ -11,7 +11,7 @@
 
 namespace {
 
-// A service whose driver tick can be held up just before it does its work.
+// A service whose driver tick can be blocked just before its work.
 class HeldUpService final : public ServerService {
  public:
   HeldUpService() { letGo.RemoveSignal(); }
@@ -46,11 +46,11 @@ TEST_F(LateTick, StartWaitsForItBeforeTheLockThatItNeeds) {
   EXPECT_FALSE(started);
   late.letGo.SetSignal();
   const bool both = WaitUntil([&] { return started.load(); }, 10000ms);
-  if (!both) std::_Exit(1);  // nothing could be destroyed any more
+  if (!both) std::_Exit(1);  // nothing could be destroyed safely
   start.join();
   Submit(*service, MakeMessage("after the late tick"));
   EXPECT_TRUE(Arrives("after the late tick"));
-  service->OnStop();  // no tick may find the members of this class gone
+  service->OnStop();  // no tick may run after the members of this class are destroyed
 }
 
 }  // namespace

@@ -42,7 +42,7 @@ TEST(LifecycleTurn, GoesOnWithoutTheTurnWhenTheTimeIsOver) {
   Lifecycle lifecycle;
   auto stuck = std::make_unique<Lifecycle::Turn>(lifecycle, Timeout::kForever);
   { const Lifecycle::Turn impatient(lifecycle, 50); }
-  // The one that went on without did not give the turn away.
+  // The thread that went on without the turn did not release it.
   std::atomic<bool> got{false};
   std::thread next([&] {
     const Lifecycle::Turn turn(lifecycle, Timeout::kForever);
@@ -55,13 +55,13 @@ TEST(LifecycleTurn, GoesOnWithoutTheTurnWhenTheTimeIsOver) {
   EXPECT_TRUE(got);
 }
 
-TEST(RestartTicket, SleepsItsTimeWhenNobodyStops) {
+TEST(RestartTicket, SleepsItsTimeWithoutAStop) {
   Lifecycle lifecycle;
   Ticket ticket(lifecycle);
   const std::uint64_t begin = NowMs();
   EXPECT_TRUE(ticket.Delay(200));
   EXPECT_GE(NowMs() - begin, 180U);
-  EXPECT_FALSE(ticket.CalledOff());
+  EXPECT_FALSE(ticket.IsCancelled());
 }
 
 TEST(RestartTicket, StopEndsItsSleep) {
@@ -77,20 +77,20 @@ TEST(RestartTicket, StopEndsItsSleep) {
   stopping.join();
 }
 
-TEST(RestartTicket, IsCalledOffByAStopBeforeItsSleep) {
+TEST(RestartTicket, IsCancelledByAStopBeforeItsSleep) {
   Lifecycle lifecycle;
   lifecycle.WantStopped();
   Ticket ticket(lifecycle);
   EXPECT_FALSE(ticket.Delay(10000));
 }
 
-TEST(RestartTicket, IsCalledOffByAStopThatANewStartFollowed) {
+TEST(RestartTicket, IsCancelledByAStopThatANewStartFollowed) {
   Lifecycle lifecycle;
   Ticket ticket(lifecycle);
   EXPECT_TRUE(ticket.Delay(0));
   lifecycle.WantStopped();
   lifecycle.WantRunning();
-  EXPECT_TRUE(ticket.CalledOff());
+  EXPECT_TRUE(ticket.IsCancelled());
 }
 
 TEST(RestartTicket, GoesAheadAfterANewStart) {

@@ -105,7 +105,7 @@ TEST_F(PeriodicWork, ExceptionsOfOtherKindsLeaveTheTick) {
   faults::deviceControlThrows = true;
   EXPECT_THROW(service->OnTimer(kDriverPollTimer), ForeignException);
   faults::deviceControlThrows = false;
-  // The lock was given back.
+  // The lock was released.
   EXPECT_TRUE(Is(Submit(*service, MakeMessage("free")), ReplyCode::Done));
   EXPECT_EQ(Diagnostics(), "");
 }
@@ -160,7 +160,7 @@ TEST_F(DriverPoll, TenThousandMessagesAreTakenInOneTick) {
   EXPECT_EQ(ReadHeader(logFile)->messageCount, static_cast<int>(kCapacity));
 }
 
-TEST_F(DriverPoll, DriverThatAlwaysFailsGivesNoMessagesAndNoLogLines) {
+TEST_F(DriverPoll, DriverThatAlwaysFailsYieldsNoMessagesAndNoLogLines) {
   registry::SetNumber("DevicePollRate", 50);
   driver->Put(Numbered(2));
   driver->SetFailure(0xC0000001);
@@ -220,7 +220,7 @@ TEST_F(DriverPoll, PollAndSubmitTakeTurns) {
   std::thread poll([&] { service->OnTimer(kDriverPollTimer); });
   WaitUntil([&] { return driver->Counters().served > 0; }, 5000ms);
   Submit(*service, MakeMessage("afterwards"));
-  EXPECT_EQ(driver->Counters().queued, 0U) << "the submit came in between";
+  EXPECT_EQ(driver->Counters().queued, 0U) << "the submit ran in between";
   poll.join();
 }
 

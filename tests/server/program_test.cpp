@@ -56,7 +56,7 @@ TEST_F(Program, UnknownArgumentIsNoErrorExit) {
 }
 
 TEST_F(Program, DiagnosticLogIsSetBeforeTheArgumentsAreLookedAt) {
-  // A relative name: the file appears in the current directory, whatever that is.
+  // A relative name: the file appears in the current directory.
   testing::internal::CaptureStdout();
   RunWith("-what");
   testing::internal::GetCapturedStdout();

@@ -35,8 +35,8 @@ TEST_F(RegistryKeyTest, CreatesAMissingKeyWithItsParents) {
   EXPECT_TRUE(KeyExists(kMainKey));
 }
 
-// They are open to whom the keys above them are open. The test machine's system keeps no list of a key that
-// could be read back, so what is handed to the call is looked at.
+// Keys inherit their access list from the keys above. The test machine's system keeps no list that could be
+// read back, so the test checks the arguments of the call.
 TEST_F(RegistryKeyTest, KeysAreMadeWithoutAnAccessListOfTheirOwn) {
   faults::Reset();
   const RegistryKey key(kMainKey);
@@ -105,7 +105,7 @@ TEST_F(RegistryKeyTest, BytesAbove127SurviveWritingAndReading) {
 
 TEST_F(RegistryKeyTest, ClosedKeyIgnoresFailedWritesAndDeletions) {
   RegistryKey key(kMainKey);
-  DeleteAll();  // the open key is a dead one now
+  DeleteAll();  // the open key is deleted now
   key.WriteNumber("MaxMessage", 1);
   key.WriteText("LogFile", "x");
   key.DeleteSubkey("Filters");
@@ -123,7 +123,7 @@ TEST_F(RegistryKeyTest, SubkeyIsCreatedAndDeleted) {
   key.DeleteSubkey("Filters");  // missing: ignored
 }
 
-TEST_F(RegistryKeyTest, WalkGivesEveryValueAndThenStartsAgain) {
+TEST_F(RegistryKeyTest, WalkReturnsEveryValueAndThenStartsAgain) {
   AddFilterValue("a", "one");
   AddFilterValue("b", "two");
   RegistryKey key(kFiltersKey);

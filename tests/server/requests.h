@@ -1,6 +1,6 @@
 #pragma once
 
-// Requests as a client writes them, handed straight to the service object as a connection's thread does.
+// Requests as a client writes them, passed directly to the service object like by a connection's thread.
 
 #include <cstring>
 #include <string>
@@ -8,10 +8,10 @@
 #include "records/pipe_protocol.h"
 #include "server/server_service.h"
 
-// What the reply's buffer holds before a request, so that tests see which bytes a request sets.
+// The reply's buffer before a request, so that tests see which bytes a request sets.
 inline constexpr char kStale = '\xAA';
 
-// The record as the transport keeps it: a zero byte stands behind it.
+// The record as the transport keeps it: followed by a zero byte.
 struct GuardedRequest {
   PipeRequest request;
   char guard;
@@ -75,7 +75,7 @@ inline bool Is(const PipeReply& reply, ReplyCode code) {
   return reply.code == static_cast<std::uint32_t>(code);
 }
 
-// The reply's body from `offset` on (counted from the start of the body) is as it was before the request.
+// Whether the reply's body from `offset` on (counted from the start of the body) is unchanged by the request.
 inline bool BodyUntouchedFrom(const PipeReply& reply, std::size_t offset) {
   for (std::size_t i = offset; i < sizeof reply.bytes; ++i) {
     if (reply.bytes[i] != static_cast<std::uint8_t>(kStale)) return false;

@@ -22,7 +22,7 @@ class Restart : public ServerTest {
   bool Reaches(std::uint32_t starts) {
     return WaitUntil([&] { return Starts() == starts && IsRunningAgain(); }, 8000ms);
   }
-  // The last thing that a start does is to start the flushes.
+  // A start's last step is to start the flushes.
   bool IsRunningAgain() {
     const auto header = ReadHeader(logFile);
     return header && header->serverRunning == 1;
@@ -117,7 +117,7 @@ TEST_F(Restart, ManagersStopCallsOffAPendingRestart) {
   Sleep(200);
   service->OnStop();
   Sleep(2000);
-  EXPECT_EQ(Starts(), 1U) << "started again behind the manager's back";
+  EXPECT_EQ(Starts(), 1U) << "started again although the manager had stopped it";
   EXPECT_FALSE(ServerHasDriverOpen());
   EXPECT_EQ(registry::Number("MaxMessage"), 30U);
 
@@ -228,7 +228,7 @@ TEST_F(Restart, PingIsAnsweredWhileARestartIsPending) {
   EXPECT_EQ(Starts(), 1U);
   ASSERT_TRUE(Reaches(2));
   TestSupport::PipeClient next;
-  ASSERT_TRUE(next.Connect()) << "no client gets in after the restart";
+  ASSERT_TRUE(next.Connect()) << "no client can connect after the restart";
   const auto reported = next.Call(TestSupport::RequestOf(RequestCode::GetSettings));
   ASSERT_TRUE(reported);
   EXPECT_EQ(reported->settings.maxMessage, 30U);

@@ -1,7 +1,7 @@
 #pragma once
 
-// A real service object over a real registry key, a loaded driver, a log file in a folder of its own and the
-// real pipes. Each test starts from nothing and leaves nothing behind.
+// A real service object over a real registry key, a loaded driver, a log file in the test's own folder and
+// the real pipes. Each test starts from scratch and removes everything.
 
 #include <gtest/gtest.h>
 
@@ -20,7 +20,7 @@
 
 class ServerTest : public testing::Test {
  protected:
-  // Settings under which nothing happens by itself in the time of a test, except the flush every 200 ms.
+  // Settings under which no timer fires during a test, except the flush every 200 ms.
   static constexpr std::uint32_t kNever = 3600000;  // milliseconds
   static constexpr std::uint32_t kCapacity = 20;
 
@@ -42,7 +42,7 @@ class ServerTest : public testing::Test {
     registry::DeleteAll();
   }
 
-  // How often the server has opened the driver since the test began: once per start from stopped.
+  // The number of times that the server has opened the driver in this test: once per start from stopped.
   std::uint32_t Starts() { return driver->Counters().opens - 1; }
   bool ServerHasDriverOpen() { return driver->Counters().openHandles == 2; }
 
@@ -54,10 +54,10 @@ class ServerTest : public testing::Test {
   bool Arrives(const std::string& text) const {
     return WaitUntil([&] { return IsInLog(text); }, 3000ms);
   }
-  // A message that is not expected to arrive has been passed by one that is.
+  // Submits another message and waits for it: if `text` is not in the log then, it was dropped.
   bool IsDropped(const std::string& text) {
-    Submit(*service, MakeMessage("probe behind " + text, "probe", 2, 59));
-    return Arrives("probe behind " + text) && !IsInLog(text);
+    Submit(*service, MakeMessage("probe after " + text, "probe", 2, 59));
+    return Arrives("probe after " + text) && !IsInLog(text);
   }
 
   LoadedDriverDouble loaded;

@@ -15,7 +15,7 @@ using StartStop = ServerTest;
 
 constexpr char kDriverMissing[] = "Failed to get access to the Tamlog device driver, CreateFile() failed.";
 
-// An open handle that nobody may share, as a reader of another process keeps the file busy.
+// An open handle without sharing, which keeps the file busy like a reader in another process.
 class BusyFile {
  public:
   explicit BusyFile(const std::string& path)
@@ -107,10 +107,10 @@ TEST_F(StartStop, StartThatFailsAtTheLogFileLeavesLocksFree) {
   registry::SetText("LogFile", folder.File("missing\\Test.dat"));
   EXPECT_EQ(FailureOf([&] { service->OnStart(); }),
             "Failed to open log file, CreateFile() failed" + ErrorSuffix(ERROR_PATH_NOT_FOUND));
-  // Both locks: messageLock by a submit, configLock by a question for the settings.
+  // Needs both locks: messageLock for a submit, configLock for a request for the settings.
   EXPECT_TRUE(Is(Submit(*service, MakeMessage("waits")), ReplyCode::Done));
   EXPECT_EQ(Settings(*service).maxMessage, kCapacity);
-  EXPECT_EQ(WaitNamedPipeA(kRequestPipeName, 1), 0) << "started behind the failure";
+  EXPECT_EQ(WaitNamedPipeA(kRequestPipeName, 1), 0) << "started in spite of the failure";
 }
 
 TEST_F(StartStop, StopAfterAHalfStartWorks) {
@@ -208,7 +208,7 @@ TEST_F(StartStop, StopReportsAFileThatCannotBeOpenedForAnotherReason) {
   EXPECT_EQ(FailureOf([&] { service->OnStop(); }),
             "Failed to wait for log file to be free, CreateFile failed()" + ErrorSuffix(ERROR_ACCESS_DENIED));
   EXPECT_EQ(faults::moveFileCalls, 0);
-  // The lock was given back on the way out.
+  // The lock was released.
   ChangeLogFile(*service, logFile);
   service->OnStop();
   EXPECT_FALSE(ServerHasDriverOpen());
@@ -283,7 +283,7 @@ TEST_F(StartStop, DestructorLetsOtherExceptionsOutWhenTheMembersAreGone) {
 }
 
 TEST_F(StartStop, DestroyingAfterAHalfStartEndsWhatRuns) {
-  // Whoever owns the names of the shared objects with another kind of object makes the file fail to open.
+  // An object of another kind with the name of a shared object makes the open fail.
   HANDLE foreign = CreateEventA(nullptr, TRUE, TRUE, kFileMapName);
   EXPECT_NE(FailureOf([&] { service->OnStart(); }), "");
   CloseHandle(foreign);
@@ -300,7 +300,7 @@ TEST_F(StartStop, SecondStopRunsAfterTheFirst) {
   EXPECT_EQ(Diagnostics(), "");
 }
 
-// Starts and stops from one side, requests from another: nothing may crash, hang or be torn.
+// Starts and stops on one thread, requests on others: no crash, no hang, no torn data.
 TEST_F(StartStop, RequestsFromManyThreadsDuringStartsAndStops) {
   std::atomic<bool> done{false};
   std::vector<std::thread> clients;

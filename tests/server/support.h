@@ -1,7 +1,7 @@
 #pragma once
 
-// What the tests of the server share: the registry seen from outside, a folder for files, the ring of a log
-// file, bounded waiting. Nothing here goes through the server's own code.
+// Shared by the tests of the server: the registry seen from outside, a folder for files, the ring of a log
+// file, bounded waiting. None of it uses the server's own code.
 
 #include <chrono>
 #include <cstdint>
@@ -28,7 +28,7 @@ inline constexpr char kMainKey[] = R"(SOFTWARE\Brenmark VORTA\Torvane Log Server
 inline constexpr char kFiltersKey[] = R"(SOFTWARE\Brenmark VORTA\Torvane Log Server\Filters)";
 
 void DeleteAll();
-// Leaves a parent in which no lasting key can be created: RegCreateKeyEx fails with 1021 from then on.
+// Creates a parent in which no permanent key can be created: RegCreateKeyEx then fails with 1021.
 void ReplaceByVolatileParent();
 bool KeyExists(const char* key);
 
@@ -60,14 +60,14 @@ LogMessageBody MakeMessage(const std::string& text, const std::string& source = 
                            std::uint32_t type = 0, std::int16_t minute = 0);
 
 std::string ExecutableFolder();
-// The system's own text for an error code, as a failure's text carries it.
+// The system's text for an error code, as part of a failure's text.
 std::string SystemText(std::uint32_t code);
 // ` - Error code : `, the code, ` - `, the system's text.
 std::string ErrorSuffix(std::uint32_t code);
 
 std::uint64_t NowMs();
 
-// How often `part` stands in `text`.
+// The number of occurrences of `part` in `text`.
 int Occurrences(const std::string& text, const std::string& part);
-// CR LF as the file holds them are made LF.
+// Replaces CR LF by LF.
 std::string WithoutCarriageReturns(std::string text);

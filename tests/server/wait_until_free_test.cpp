@@ -1,4 +1,4 @@
-// The stop's wait for the free file while somebody else has the configuration.
+// The stop's wait for the free file while another thread holds the configuration's lock.
 
 #include <gtest/gtest.h>
 
@@ -9,13 +9,13 @@
 
 namespace {
 
-// A request that changes the path may be at work inside the lock, so neither is the path read nor the lock
-// freed.
+// A request may be changing the path under the lock, so the wait neither reads the path nor releases the
+// lock.
 TEST(WaitUntilFree, LeavesPathAndLockAloneWhenTheLockDoesNotComeInTime) {
   TamLogUtil::Mutex configLock;
   ServerConfiguration configuration;
   const TempDir folder;
-  configuration.logFile = folder.Path();  // a folder would be an error if it were tried
+  configuration.logFile = folder.Path();  // opening a folder would be an error
   MessageFileServer file(&configuration, &configLock);
 
   configLock.Wait(TamLogUtil::Timeout::kForever);

@@ -34,11 +34,26 @@ class Access : public LogFile {
     return test.names;
   }
 
+  // A flush waits for a reader that will not leave, until the reader's event is signalled.
+  void ExpectFlushToWaitForTheSignal() {
+    Submit("a", At(12, 0));
+    std::atomic<bool> done = false;
+    std::thread flush([&] {
+      Flush();
+      done = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    EXPECT_FALSE(done);
+    reader.SignalWriteWait();
+    flush.join();
+    EXPECT_EQ(Newest(), (Texts{"a"}));
+    EXPECT_EQ(reader.Header().readCount, 0);
+  }
+
   TestReader reader{Opened(*this)};
 };
 
-// Read access
-// -------------------------------------------------------------------------------------------------
+// Read access -------------------------------------------------------------------------------------------
 
 TEST_F(Access, TwoReadersInTurnRaiseTheCountToTwoAndTheLastOneLetsWritersIn) {
   auto first = std::make_unique<ReadAccess>(&*server);
@@ -77,8 +92,8 @@ TEST_F(Access, AReaderWhoseTimeRunsOutFailsAndLeavesTheCount) {
   EXPECT_EQ(reader.Header().readCount, 0);
 }
 
-TEST_F(Access, AReaderThatFindsAWriterBehindTheHeaderLockStartsAgain) {
-  // The reader passes read-wait, then waits for the header lock; a writer comes in meanwhile.
+TEST_F(Access, AReaderThatFindsAWriterAfterTheHeaderLockStartsAgain) {
+  // The reader passes read-wait, then waits for the header lock; a writer enters meanwhile.
   ASSERT_TRUE(reader.TakeHeaderLock(1000));
   std::atomic<bool> inside = false;
   std::thread entering([&] {
@@ -91,7 +106,7 @@ TEST_F(Access, AReaderThatFindsAWriterBehindTheHeaderLockStartsAgain) {
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
   EXPECT_FALSE(inside);
   EXPECT_EQ(reader.Header().readCount, 0);
-  EXPECT_TRUE(reader.TakeHeaderLock(1000));  // it gave the lock back
+  EXPECT_TRUE(reader.TakeHeaderLock(1000));  // it released the lock
   reader.GiveHeaderLockBack();
   reader.SignalReadWait();
   entering.join();
@@ -111,7 +126,7 @@ TEST_F(Access, ReadAccessNeedsAFile) {
 
 TEST_F(Access, ReadAccessToAFileClosedMeanwhileCannotBeGivenBack) {
   static_assert(!std::is_nothrow_destructible_v<ReadAccess>);
-  const auto* const access = new ReadAccess(&*server);  // an owner's destructor may not throw
+  const auto* const access = new ReadAccess(&*server);  // a smart pointer must not let the exception out
   Close(0);
   EXPECT_EQ(FailureOf([&] { delete access; }),
             "Failed to release message file read access\n"
@@ -128,8 +143,7 @@ TEST_F(Access, AFailingEndOfReadAccessDoesNotDisturbAnExceptionOnItsWay) {
       std::string);
 }
 
-// Write access
-// ------------------------------------------------------------------------------------------------
+// Write access ------------------------------------------------------------------------------------------
 
 TEST_F(Access, AWriterWaitsForTheLastReader) {
   ASSERT_TRUE(reader.Enter(1000));
@@ -170,7 +184,7 @@ TEST_F(Access, AWriterThatFindsAnotherOneInsideForcesItsWayAndSaysSo) {
   EXPECT_EQ(log.Texts(), (Texts{kForced}));
 }
 
-TEST_F(Access, AWriterGivesTheHeaderLockBackThatADeadReaderKept) {
+TEST_F(Access, AWriterReleasesTheHeaderLockOfADeadReader) {
   ASSERT_TRUE(reader.TakeHeaderLock(1000));
   {
     Timeout timeout(50);
@@ -220,10 +234,9 @@ TEST_F(Access, WriteAccessToAFileClosedMeanwhileCannotBeGivenBack) {
             "Failed to release write access, some handles or pointers are invalid");
 }
 
-// Closing under waiters
-// -----------------------------------------------------------------------------------------
+// Closing under waiters ---------------------------------------------------------------------------------
 
-TEST_F(Access, AFlushStuckBehindADeadReaderEndsWhenTheFileIsClosed) {
+TEST_F(Access, AFlushThatWaitsForADeadReaderEndsWhenTheFileIsClosed) {
   ASSERT_TRUE(reader.Enter(1000));
   Submit("a", At(12, 0));
   std::string failure;
@@ -234,7 +247,7 @@ TEST_F(Access, AFlushStuckBehindADeadReaderEndsWhenTheFileIsClosed) {
   flush.join();
   EXPECT_EQ(failure, "Failed to grab write access, some handles or pointers are invalid");
   EXPECT_EQ(log.Texts(), (Texts{kForced}));
-  EXPECT_TRUE(reader.WaitForReadWait(0));  // readers are not left outside
+  EXPECT_TRUE(reader.WaitForReadWait(0));  // readers may enter
   EXPECT_EQ(Header().serverRunning, 0);
 }
 
@@ -268,9 +281,9 @@ TEST_F(Access, AWriterThatWaitsForItsTurnEndsWhenTheFileIsClosed) {
   EXPECT_EQ(turnFailure, "Failed to grab write access, some handles or pointers are invalid");
 }
 
-// The forced end of write access lets readers in for a moment before the file is gone, and one that leaves in
-// time frees the writer too. Whoever does not get in that way is told; nobody stays behind.
-TEST_F(Access, NobodyStaysBehindWhenTheFileIsClosed) {
+// The forced end of write access lets readers in for a moment before the file is closed, and one that leaves
+// in time frees the writer too. A waiter that does not get access that way fails; none keeps waiting.
+TEST_F(Access, NoThreadKeepsWaitingWhenTheFileIsClosed) {
   ASSERT_TRUE(reader.Enter(1000));
   Submit("a", At(12, 0));
   std::vector<std::string> failures(3);
@@ -288,7 +301,7 @@ TEST_F(Access, NobodyStaysBehindWhenTheFileIsClosed) {
   };
   EXPECT_TRUE(isTold(failures[0])) << failures[0];
   EXPECT_TRUE(isTold(failures[1])) << failures[1];
-  // Let in for that moment, it may find the view gone when it comes to write it.
+  // A writer let in for that moment may find the view closed when it writes.
   EXPECT_TRUE(isTold(failures[2]) ||
               failures[2] ==
                   "Failed to force log file changes saved to disk, FlushViewOfFile() failed in WriteToDisk()")
@@ -296,7 +309,7 @@ TEST_F(Access, NobodyStaysBehindWhenTheFileIsClosed) {
   EXPECT_EQ(Header().messageCount, failures[0].empty() ? 1 : 0);
 }
 
-TEST_F(Access, AReaderStuckBehindAWriterThatDiedEndsWhenTheFileIsClosed) {
+TEST_F(Access, AReaderThatWaitsForADeadWriterEndsWhenTheFileIsClosed) {
   ASSERT_TRUE(reader.TakeHeaderLock(1000));
   std::string failure;
   std::thread read([&] { failure = FailureOf([&] { const ReadAccess access(&*server); }); });
@@ -304,12 +317,11 @@ TEST_F(Access, AReaderStuckBehindAWriterThatDiedEndsWhenTheFileIsClosed) {
   reader.ResetReadWait();
   Close(0);
   read.join();
-  // Closing gave the header lock back and let readers in; whichever the reader met first, it is not left
-  // behind.
+  // Closing released the header lock and let readers in; in either order the reader does not keep waiting.
   SUCCEED() << failure;
 }
 
-TEST_F(Access, ClosingBehindAnOwnReaderLetsTheNextWriterIn) {
+TEST_F(Access, ClosingDuringAnOwnReadAccessLetsTheNextWriterIn) {
   const auto* const access = new ReadAccess(&*server);
   Close(0);
   EXPECT_TRUE(reader.WriteWaitIsSignalled());
@@ -320,12 +332,11 @@ TEST_F(Access, ClosingBehindAnOwnReaderLetsTheNextWriterIn) {
   EXPECT_EQ(Newest(), (Texts{"a"}));
 }
 
-// What the protocol does not prevent
-// ----------------------------------------------------------------------------
+// What the protocol does not prevent --------------------------------------------------------------------
 
-// A reader that passed the read-wait event just before the writer reset it is inside together with the
-// writer, and its leaving makes the count negative. The writer after next waits until somebody signals its
-// event.
+// A reader that passed the read-wait event just before the writer reset it has access together with the
+// writer, and its leaving makes readCount negative. The writer after the next one waits until its event is
+// signalled.
 TEST_F(Access, AReaderThatPassesAWriterLeavesANegativeCountAndAWaitingWriter) {
   ASSERT_TRUE(reader.WaitForReadWait(1000));
   {
@@ -337,24 +348,12 @@ TEST_F(Access, AReaderThatPassesAWriterLeavesANegativeCountAndAWaitingWriter) {
   EXPECT_EQ(reader.Header().readCount, -1);
   EXPECT_FALSE(reader.WriteWaitIsSignalled());
 
-  Submit("a", At(12, 0));
-  std::atomic<bool> done = false;
-  std::thread flush([&] {
-    Flush();
-    done = true;
-  });
-  std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  EXPECT_FALSE(done);
-  reader.SignalWriteWait();
-  flush.join();
-  EXPECT_EQ(Newest(), (Texts{"a"}));
-  EXPECT_EQ(reader.Header().readCount, 0);
+  ExpectFlushToWaitForTheSignal();
 }
 
-// Other processes
-// -----------------------------------------------------------------------------------------------
+// Other processes ---------------------------------------------------------------------------------------
 
-// The helper program: what it does with the file, then the four names.
+// The helper program's command line: its action, then the four names.
 class ReaderProcess {
  public:
   ReaderProcess(const std::string& action, const ObjectNames& names) {
@@ -397,7 +396,7 @@ TEST_F(Access, AReaderOfAnotherProcessReadsWhatWasFlushed) {
   ASSERT_TRUE(other.Ended(20000));
 }
 
-// Nothing watches the file in the service, so a flush waits for a reader that died inside until its event is
+// The service has no watcher for the file, so a flush waits for a reader that died inside until its event is
 // signalled.
 TEST_F(Access, AReaderThatDiedInsideKeepsTheNextFlushWaiting) {
   ReaderProcess other("die", names);
@@ -406,18 +405,7 @@ TEST_F(Access, AReaderThatDiedInsideKeepsTheNextFlushWaiting) {
   EXPECT_EQ(reader.Header().readCount, 1);
   EXPECT_FALSE(reader.WriteWaitIsSignalled());
 
-  Submit("a", At(12, 0));
-  std::atomic<bool> done = false;
-  std::thread flush([&] {
-    Flush();
-    done = true;
-  });
-  std::this_thread::sleep_for(std::chrono::milliseconds(300));
-  EXPECT_FALSE(done);
-  reader.SignalWriteWait();
-  flush.join();
-  EXPECT_EQ(Newest(), (Texts{"a"}));
-  EXPECT_EQ(reader.Header().readCount, 0);
+  ExpectFlushToWaitForTheSignal();
 }
 
 TEST_F(Access, AReaderThatIsKilledInsideDoesNotOutliveAClose) {

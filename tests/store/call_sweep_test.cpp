@@ -1,6 +1,5 @@
-// Every operation of the store with the first, second, third ... call into the system failing. After each
-// round the next operation works within a bound, nothing is left open, and the file is one that the next
-// start takes over.
+// Runs every operation of the store with its first, second, third ... system call failing. After each round
+// the next operation succeeds within a bound, nothing is left open, and the next start accepts the file.
 
 #include <gtest/gtest.h>
 
@@ -28,10 +27,10 @@ using TestSupport::Outcomes;
 using TestSupport::PlainFailureOf;
 using TestSupport::Sweep;
 
-// The longest that an operation behind a failed one may take; nobody else is there to wait for.
+// The longest time that an operation after a failed one may take; there is no other process to wait for.
 constexpr std::uint32_t kBoundMs = 10000;
 
-// What the steps of taking and giving back write access say.
+// The sentences of taking and releasing write access.
 Outcomes WriteAccessOutcomes() {
   return {
       {"WaitForMultipleObjects",
@@ -43,7 +42,7 @@ Outcomes WriteAccessOutcomes() {
   };
 }
 
-// Without the call that gives the header lock back and looks at read-wait in one.
+// Without the call that releases the header lock and polls read-wait in one.
 Outcomes WriteAccessInTwoCallsOutcomes() {
   Outcomes outcomes = WriteAccessOutcomes();
   outcomes.erase("SignalObjectAndWait");
@@ -51,7 +50,7 @@ Outcomes WriteAccessInTwoCallsOutcomes() {
   return outcomes;
 }
 
-// The same of read access; `taking` stands in front of the failures to take it.
+// The same for read access; `taking` precedes the failures to take it.
 Outcomes ReadAccessOutcomes(const std::string& taking = "") {
   const std::string leaving = "Failed to release message file read access / ";
   return {
@@ -117,7 +116,7 @@ class StoreCallSweep : public LogFile {
     Flush();
   }
 
-  // Within the bound, and with `texts` in the file afterwards.
+  // Runs within the bound, with `texts` in the file afterwards.
   void CloseAndStartAgain(const Texts& texts) {
     EXPECT_EQ(FailureOf([&] { Close(kBoundMs); }), "");
     server.reset();
@@ -129,6 +128,22 @@ class StoreCallSweep : public LogFile {
     EXPECT_EQ(Header().readCount, 0);
     Close(kBoundMs);
     server.reset();
+  }
+
+  // An open of the file that makeFile() makes; it can be repeated, and the next start finds `kept`.
+  TestSupport::SweptOperation Opening(std::function<void()> makeFile, Texts kept) {
+    return {.prepare =
+                [this, makeFile = std::move(makeFile)] {
+                  FreshServer();
+                  makeFile();
+                },
+            .operation = [this] { Open(); },
+            .check =
+                [this, kept = std::move(kept)] {
+                  EXPECT_EQ(FailureOf([&] { Open(); }), "");
+                  CloseAndStartAgain(kept);
+                },
+            .eventsAreSet = true};
   }
 
   // An operation of a server that has the file open with the message "a" in it.
@@ -157,35 +172,16 @@ TEST_F(StoreCallSweep, AServerObjectThatCannotBeMadeIsReported) {
 }
 
 TEST_F(StoreCallSweep, AFailedOpenOfANewFileCanBeRepeated) {
-  const Outcomes outcomes = Sweep({.prepare =
-                                       [&] {
-                                         FreshServer();
-                                         DeleteFileA(configuration.logFile.c_str());
-                                       },
-                                   .operation = [&] { Open(); },
-                                   .check =
-                                       [&] {
-                                         EXPECT_EQ(FailureOf([&] { Open(); }), "");
-                                         CloseAndStartAgain({});
-                                       },
-                                   .eventsAreSet = true});
-  EXPECT_EQ(outcomes, OpenOutcomes(kResized));
+  EXPECT_EQ(Sweep(Opening([&] { DeleteFileA(configuration.logFile.c_str()); }, {})), OpenOutcomes(kResized));
 }
 
 TEST_F(StoreCallSweep, AFailedOpenOfASoundFileKeepsItsMessages) {
-  const Outcomes outcomes = Sweep({.prepare =
-                                       [&] {
-                                         FreshServer();
-                                         MakeFile(10, {Message("a", At(12, 0)), Message("b", At(12, 1))});
-                                       },
-                                   .operation = [&] { Open(); },
-                                   .check =
-                                       [&] {
-                                         EXPECT_EQ(FailureOf([&] { Open(); }), "");
-                                         CloseAndStartAgain({"b", "a"});
-                                       },
-                                   .eventsAreSet = true});
-  EXPECT_EQ(outcomes, OpenOutcomes(kNotResized));
+  EXPECT_EQ(Sweep(Opening(
+                [&] {
+                  MakeFile(10, {Message("a", At(12, 0)), Message("b", At(12, 1))});
+                },
+                {"b", "a"})),
+            OpenOutcomes(kNotResized));
 }
 
 TEST_F(StoreCallSweep, AFailedOpenWithAnotherCapacityCanBeRepeated) {
@@ -197,8 +193,8 @@ TEST_F(StoreCallSweep, AFailedOpenWithAnotherCapacityCanBeRepeated) {
                                    .operation = [&] { Open(); },
                                    .check =
                                        [&] {
-                                         // A view that has not got its new size yet cannot be forced to the
-                                         // disk as a whole; it is closed all the same.
+                                         // A view that does not have its new size yet cannot be forced to the
+                                         // disk as a whole; it is closed nevertheless.
                                          FailureOf([&] { Close(kBoundMs); });
                                          EXPECT_EQ(FailureOf([&] { Open(); }), "");
                                          CloseAndStartAgain({"a"});
@@ -211,22 +207,15 @@ TEST_F(StoreCallSweep, AFailedOpenWithAnotherCapacityCanBeRepeated) {
 }
 
 TEST_F(StoreCallSweep, AFailedOpenOfADamagedFileCanBeRepeated) {
-  const Outcomes outcomes = Sweep({.prepare =
-                                       [&] {
-                                         FreshServer();
-                                         MakeFile(10, {Message("a", At(12, 1)), Message("b", At(12, 0))});
-                                       },
-                                   .operation = [&] { Open(); },
-                                   .check =
-                                       [&] {
-                                         EXPECT_EQ(FailureOf([&] { Open(); }), "");
-                                         CloseAndStartAgain({});
-                                       },
-                                   .eventsAreSet = true});
-  EXPECT_EQ(outcomes, OpenOutcomes(kNotResized));
+  EXPECT_EQ(Sweep(Opening(
+                [&] {
+                  MakeFile(10, {Message("a", At(12, 1)), Message("b", At(12, 0))});
+                },
+                {})),
+            OpenOutcomes(kNotResized));
 }
 
-// What is undone after a failure may fail too.
+// The undoing of steps after a failure may fail too.
 TEST_F(StoreCallSweep, AMappingThatCannotBeUsedIsClosedWhicheverCallFailsThen) {
   for (const char* const call : {"MapViewOfFile", "VirtualQuery"}) {
     const Outcomes outcomes = Sweep({.prepare =
@@ -242,7 +231,7 @@ TEST_F(StoreCallSweep, AMappingThatCannotBeUsedIsClosedWhicheverCallFailsThen) {
   }
 }
 
-TEST_F(StoreCallSweep, AFailedFlushLosesAndDoublesNothing) {
+TEST_F(StoreCallSweep, AFailedFlushLosesAndDuplicatesNothing) {
   const Outcomes outcomes = Sweep(OnOpenFile(
       [&] {
         Submit("b", At(12, 1));
@@ -256,7 +245,7 @@ TEST_F(StoreCallSweep, AFailedFlushLosesAndDoublesNothing) {
   EXPECT_EQ(outcomes, WriteAccessOutcomes());
 }
 
-TEST_F(StoreCallSweep, AFailedFlushInTwoCallsLosesAndDoublesNothing) {
+TEST_F(StoreCallSweep, AFailedFlushInTwoCallsLosesAndDuplicatesNothing) {
   auto flush = OnOpenFile(
       [&] {
         Submit("b", At(13, 0));
@@ -367,8 +356,8 @@ TEST_F(StoreCallSweep, AFailedLookWhetherTheFileIsFreeIsReported) {
             }));
 }
 
-// One thread has write access while another asks for it.
-TEST_F(StoreCallSweep, AWriterThatWaitsForAnotherIsServedOrToldOfTheFailure) {
+// One thread has write access while another waits for it.
+TEST_F(StoreCallSweep, AWriterThatWaitsForAnotherGetsAccessOrAFailure) {
   std::string waiting;
   const Outcomes outcomes =
       Sweep({.prepare =
@@ -392,7 +381,7 @@ TEST_F(StoreCallSweep, AWriterThatWaitsForAnotherIsServedOrToldOfTheFailure) {
              .report = [&] { return waiting; },
              .eventsAreSet = true});
   Outcomes allowed = WriteAccessOutcomes();
-  // The wait for the turn; and the turn's own event, which is set at a second try.
+  // The wait for the turn, and the turn's own event, which is set by the retry.
   allowed["WaitForMultipleObjects"].insert("WaitForMultipleObjects failed (6)");
   allowed["SetEvent"].insert("");
   EXPECT_EQ(Beyond(outcomes, allowed), (Outcomes{}));
@@ -453,8 +442,8 @@ TEST_F(StoreCallSweep, AFailedPassOfTheMonitorIsLoggedAndTheNextOneWorks) {
   allowed["CreateEventA"] = {"Failed to create Mutex object / CreateEvent() failed (8)"};
   allowed["CreateThread"] = {"Failed to start Thread object, invalid handle returned by CreateThread() (8)"};
   allowed["DuplicateHandle"] = {"Failed to wait for Thread object in Join() (1450)"};
-  // Locks that the monitor and the test both want are passed on at a second try; a wait for one may fail on
-  // either side.
+  // Locks that the monitor and the test both want are passed on by a retry; a wait for one may fail on either
+  // side.
   const std::string noLock = "Failed to Wait for Mutex object / WaitForSingleObject failed (6)";
   allowed["SetEvent"].insert("");
   allowed["WaitForSingleObject"] = {"Failed to wait for Thread object in Join() (6)", noLock, logged + noLock,

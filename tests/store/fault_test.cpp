@@ -1,5 +1,5 @@
-// Every operation with its first, second, third ... call failing, until none is left to fail; after each, the
-// server goes on as if nothing had been.
+// Runs every operation with its first, second, third ... call failing, until it succeeds; after each failure
+// the server works normally.
 
 #include <gtest/gtest.h>
 
@@ -28,10 +28,10 @@ class Faults : public LogFile {
  protected:
   ~Faults() override { WorkAgain(); }
 
-  // Runs `operation` with fault 1, 2, 3 ... of those that `arm` makes, `prepare` before and `check` after
-  // each. Returns the sentences of all failures.
-  Sentences Census(const std::function<void(int)>& arm, const std::function<void()>& prepare,
-                   const std::function<void()>& operation, const std::function<void()>& check) {
+  // Runs `operation` with fault 1, 2, 3 ..., which arm(n) sets, with `prepare` before and `check` after each.
+  // Returns the sentences of all failures.
+  Sentences Sweep(const std::function<void(int)>& arm, const std::function<void()>& prepare,
+                  const std::function<void()>& operation, const std::function<void()>& check) {
     Sentences sentences;
     for (int n = 1; n < 200; ++n) {
       SCOPED_TRACE("fault " + std::to_string(n));
@@ -48,15 +48,15 @@ class Faults : public LogFile {
       check();
       if (HasFatalFailure()) break;
     }
-    ADD_FAILURE() << "the census did not end";
+    ADD_FAILURE() << "the sweep did not end";
     return sentences;
   }
 
-  // The nth guarded touch of the view fails for good.
+  // Makes the nth guarded access to the view fail permanently.
   static void ArmMappedAccess(int n) { FailMappedAccess(n); }
 
-  Sentences OpenCensus(const std::function<void()>& makeFile, const std::function<void()>& check) {
-    return Census(
+  Sentences SweepOpen(const std::function<void()>& makeFile, const std::function<void()>& check) {
+    return Sweep(
         ArmMappedAccess,
         [&] {
           server.emplace(&configuration, &configLock);
@@ -72,9 +72,9 @@ class Faults : public LogFile {
   }
 
   // Each call of `function` in `operation` fails once; returns the sentences.
-  Sentences CallCensus(const std::string& function, const std::function<void()>& prepare,
+  Sentences SweepCalls(const std::string& function, const std::function<void()>& prepare,
                        const std::function<void()>& operation, const std::function<void()>& check) {
-    return Census([&](int n) { FailCall(function, n, 1117); }, prepare, operation, check);
+    return Sweep([&](int n) { FailCall(function, n, 1117); }, prepare, operation, check);
   }
 
   void FreshServer() {
@@ -85,13 +85,27 @@ class Faults : public LogFile {
     Restart();
     EXPECT_EQ(Newest(), (Texts{"a"}));
   }
+
+  // Each call of `function` in a close fails once; afterwards nothing is open.
+  Sentences SweepClose(const std::string& function) {
+    return SweepCalls(
+        function,
+        [&] {
+          FreshServer();
+          Open();
+        },
+        [&] { Close(); },
+        [&] {
+          EXPECT_NO_THROW(Close());
+          OpenAgain();
+        });
+  }
 };
 
-// The mapped view
-// ---------------------------------------------------------------------------------------------
+// The mapped view ---------------------------------------------------------------------------------------
 
 TEST_F(Faults, EveryTouchOfTheViewThatFailsWhileASoundFileIsOpenedIsReported) {
-  const Sentences sentences = OpenCensus(
+  const Sentences sentences = SweepOpen(
       [&] {
         MakeFile(10, {Message("a", At(12, 0)), Message("b", At(12, 1))});
       },
@@ -108,8 +122,8 @@ TEST_F(Faults, EveryTouchOfTheViewThatFailsWhileASoundFileIsOpenedIsReported) {
 }
 
 TEST_F(Faults, EveryTouchOfTheViewThatFailsWhileANewFileIsOpenedIsReported) {
-  const Sentences sentences = OpenCensus([&] { DeleteFileA(configuration.logFile.c_str()); },
-                                         [&] { EXPECT_EQ(Header().messageCount, 0); });
+  const Sentences sentences = SweepOpen([&] { DeleteFileA(configuration.logFile.c_str()); },
+                                        [&] { EXPECT_EQ(Header().messageCount, 0); });
   EXPECT_EQ(sentences,
             (Sentences{"Failed to reset the read count in SetFileView()",
                        "Failed to reformat the log file's header", kNoAccess, kNoRelease,
@@ -120,7 +134,7 @@ TEST_F(Faults, EveryTouchOfTheViewThatFailsWhileANewFileIsOpenedIsReported) {
 }
 
 TEST_F(Faults, EveryTouchOfTheViewThatFailsWhileAFileIsCompactedIsReported) {
-  const Sentences sentences = OpenCensus(
+  const Sentences sentences = SweepOpen(
       [&] {
         MakeFile(10, {Message("a"), Message("b")});
         Damage([](LogFileHeader& header) { header.maxMessages = 8; });
@@ -130,12 +144,12 @@ TEST_F(Faults, EveryTouchOfTheViewThatFailsWhileAFileIsCompactedIsReported) {
   EXPECT_EQ(sentences.count("Failed to read a message in LoadToList()"), 1U);
 }
 
-TEST_F(Faults, AFlushThatFailsAtAnyTouchOfTheViewLosesAndDoublesNothing) {
+TEST_F(Faults, AFlushThatFailsAtAnyTouchOfTheViewLosesAndDuplicatesNothing) {
   Open();
   Submit("a", At(12, 0));
   Submit("d", At(12, 3));
   Flush();
-  const Sentences sentences = Census(
+  const Sentences sentences = Sweep(
       ArmMappedAccess,
       [&] {
         Clear();
@@ -160,7 +174,7 @@ TEST_F(Faults, AFlushThatOnlyFailsToPublishDoesSoWithTheNextWriteAccess) {
   Open();
   const std::uint64_t before = Header().changeCount;
   Submit("a", At(12, 0));
-  FailMappedAccess(4);  // header, slot, header; then the change count
+  FailMappedAccess(4);  // header, slot, header; then changeCount
   EXPECT_EQ(SentenceOf([&] { Flush(); }), kNoAccess);
   WorkAgain();
   EXPECT_EQ(Header().changeCount, before);
@@ -173,7 +187,7 @@ TEST_F(Faults, AFlushThatOnlyFailsToPublishDoesSoWithTheNextWriteAccess) {
 
 TEST_F(Faults, AClearThatFailsAtAnyTouchOfTheViewCanBeRepeated) {
   Open();
-  const Sentences sentences = Census(
+  const Sentences sentences = Sweep(
       ArmMappedAccess,
       [&] {
         Submit("a", At(12, 0));
@@ -194,10 +208,10 @@ TEST_F(Faults, ALoadThatFailsAtAnyTouchOfTheViewCanBeRepeated) {
   Flush();
   TestReader helper(names);
   MessageList list;
-  const Sentences sentences = Census(
+  const Sentences sentences = Sweep(
       ArmMappedAccess, [] {}, [&] { server->LoadToList(list); },
       [&] {
-        // A reader that could not count itself out leaves what a dead one leaves.
+        // A reader that could not count itself out leaves the same state as a dead one.
         helper.Header().readCount = 0;
         helper.SignalWriteWait();
         server->LoadToList(list);
@@ -221,7 +235,7 @@ TEST_F(Faults, AFailedReadAccessLeavesTheCountAsItWas) {
 TEST_F(Faults, AWriteToDiskThatCannotCountItselfInSaysSo) {
   Open();
   TestReader helper(names);
-  const Sentences sentences = Census(
+  const Sentences sentences = Sweep(
       ArmMappedAccess, [] {}, [&] { server->WriteToDisk(); },
       [&] {
         helper.Header().readCount = 0;
@@ -232,7 +246,7 @@ TEST_F(Faults, AWriteToDiskThatCannotCountItselfInSaysSo) {
 }
 
 TEST_F(Faults, ACloseThatFailsAtAnyTouchOfTheViewLeavesNothingOpen) {
-  const Sentences sentences = Census(
+  const Sentences sentences = Sweep(
       ArmMappedAccess,
       [&] {
         FreshServer();
@@ -267,7 +281,7 @@ TEST_F(Faults, ATouchIsTriedTenTimes) {
   FailMappedAccess(1, 10);
   EXPECT_EQ(FailureOf([&] { Flush(); }),
             "Failed to read the header during FlushWrites()\nFailed to access File Map View");
-  // Ten attempts on the header, then the release: change count read and written, readers set to 0.
+  // Ten attempts on the header, then the release: changeCount read and written, readCount set to 0.
   EXPECT_EQ(MappedAttempts(), 10 + 3);
 }
 
@@ -287,8 +301,8 @@ TEST_F(Faults, AnotherFaultIsNotRetriedAndLeavesAsItsCode) {
   EXPECT_EQ(Newest(), (Texts{"a"}));
 }
 
-// Genuine faults: the header's page is made inaccessible, and a handler lets the fault look like one of the
-// paging file until it has happened often enough.
+// Genuine faults: the header's page is made inaccessible, and a handler turns the fault into an in-page error
+// a given number of times.
 int faultsLeft = 0;
 int faultsSeen = 0;
 
@@ -309,7 +323,7 @@ LONG CALLBACK ReportInPageError(EXCEPTION_POINTERS* pointers) {
 
 class GenuineFaults : public LogFile {
  protected:
-  // The failure of a flush whose first touch meets `faults` faults.
+  // The failure of a flush whose first access meets `faults` faults.
   std::string FlushWith(int faults) {
     Submit("a", At(12, 0));
     void* const handler = AddVectoredExceptionHandler(1, ReportInPageError);
@@ -339,17 +353,16 @@ TEST_F(GenuineFaults, TheTenthInPageErrorIsTheLast) {
   EXPECT_EQ(Newest(), (Texts{"a"}));
 }
 
-// System calls
-// --------------------------------------------------------------------------------------------------
+// System calls ------------------------------------------------------------------------------------------
 
 TEST_F(Faults, AFileThatCannotBeOpenedIsReportedAndTheOpenCanBeRepeated) {
-  EXPECT_EQ(CallCensus(
+  EXPECT_EQ(SweepCalls(
                 "CreateFileA", [&] { FreshServer(); }, [&] { Open(); }, [&] { OpenAgain(); }),
             (Sentences{"Failed to open log file, CreateFile() failed"}));
 }
 
 TEST_F(Faults, AMappingThatCannotBeMadeIsReported) {
-  EXPECT_EQ(CallCensus(
+  EXPECT_EQ(SweepCalls(
                 "CreateFileMappingA", [&] { FreshServer(); }, [&] { Open(); }, [&] { OpenAgain(); }),
             (Sentences{"Failed to open a file mapping, CreateFileMapping() failed"}));
 }
@@ -369,43 +382,22 @@ TEST_F(Faults, AFileThatCannotBeResizedIsReported) {
     server.emplace(&configuration, &configLock);
     MakeFile(5, {Message("a", At(12, 0))});
   };
-  EXPECT_EQ(CallCensus(
+  EXPECT_EQ(SweepCalls(
                 "SetFilePointerEx", smaller, [&] { Open(); }, [&] { Restart(); }),
             (Sentences{"Failed to resize file, SetFilePointerEx() failed in ResizeFile()"}));
-  EXPECT_EQ(CallCensus(
+  EXPECT_EQ(SweepCalls(
                 "SetEndOfFile", smaller, [&] { Open(); }, [&] { Restart(); }),
             (Sentences{"Failed to resize file, SetEndOfFile() failed in ResizeFile()"}));
 }
 
 TEST_F(Faults, AViewThatCannotBeUnmappedIsReportedAndNothingStaysOpen) {
-  EXPECT_EQ(CallCensus(
-                "UnmapViewOfFile",
-                [&] {
-                  FreshServer();
-                  Open();
-                },
-                [&] { Close(); },
-                [&] {
-                  EXPECT_NO_THROW(Close());
-                  OpenAgain();
-                }),
+  EXPECT_EQ(SweepClose("UnmapViewOfFile"),
             (Sentences{"Failed to close file view, UnmapViewOfFile() failed"}));
 }
 
-// The handles of the named objects and of the file are closed without looking.
+// The handles of the named objects and of the file are closed without checking the result.
 TEST_F(Faults, AMappingHandleThatCannotBeClosedIsReportedAndNothingStaysOpen) {
-  EXPECT_EQ(CallCensus(
-                "CloseHandle",
-                [&] {
-                  FreshServer();
-                  Open();
-                },
-                [&] { Close(); },
-                [&] {
-                  EXPECT_NO_THROW(Close());
-                  OpenAgain();
-                }),
-            (Sentences{"", "Failed to close file view, CloseHandle() failed"}));
+  EXPECT_EQ(SweepClose("CloseHandle"), (Sentences{"", "Failed to close file view, CloseHandle() failed"}));
 }
 
 TEST_F(Faults, AFlushToDiskThatFailsIsReportedOnCloseAndOnWriteToDisk) {
@@ -426,7 +418,7 @@ TEST_F(Faults, AFlushToDiskThatFailsIsReportedOnCloseAndOnWriteToDisk) {
   EXPECT_NO_THROW(Close());
 }
 
-TEST_F(Faults, BothFlushesToDiskAreAskedForTheWholeFile) {
+TEST_F(Faults, BothFlushesToDiskCoverTheWholeFile) {
   FreshServer();
   Open();
   server->WriteToDisk();
@@ -435,8 +427,8 @@ TEST_F(Faults, BothFlushesToDiskAreAskedForTheWholeFile) {
   EXPECT_EQ(TakeFlushedSize(), 240U + 560U * 10U);
 }
 
-// It is open to whom its directory opens it. The test machine's system keeps no list of a file that could be
-// read back, so what is handed to the call is looked at.
+// The file inherits its access list from its directory. The test machine's system keeps no list that could be
+// read back, so the test checks the arguments of the call.
 TEST_F(Faults, TheLogFileIsOpenedAndMadeWithoutAnAccessListOfItsOwn) {
   server.emplace(&configuration, &configLock);
   DeleteFileA(configuration.logFile.c_str());
@@ -447,13 +439,13 @@ TEST_F(Faults, TheLogFileIsOpenedAndMadeWithoutAnAccessListOfItsOwn) {
 }
 
 TEST_F(Faults, NamedObjectsThatCannotBeCreatedAreReported) {
-  EXPECT_EQ(CallCensus(
+  EXPECT_EQ(SweepCalls(
                 "CreateEventA", [&] { FreshServer(); }, [&] { Open(); }, [&] { OpenAgain(); }),
             (Sentences{"Failed to create file access objects in MessageFile::OpenFile()"}));
 }
 
 TEST_F(Faults, AnyWaitThatFailsDuringAnOpenIsReportedAndTheOpenCanBeRepeated) {
-  const Sentences sentences = CallCensus(
+  const Sentences sentences = SweepCalls(
       "WaitForMultipleObjects", [&] { FreshServer(); }, [&] { Open(); }, [&] { OpenAgain(); });
   EXPECT_EQ(sentences,
             (Sentences{"Failed to Wait for Event object", "Failed to Wait for Mutex object", kNoRelease}));
@@ -463,17 +455,17 @@ TEST_F(Faults, AFlushWhoseWaitFailsLetsReadersInAndKeepsItsMessages) {
   Open();
   TestReader reader(names);
   Submit("a", At(12, 0));
-  const Sentences sentences = Census([&](int n) { FailCall("WaitForMultipleObjects", n, 1117); },
-                                     [&] {
-                                       Clear();
-                                       Submit("a", At(12, 0));
-                                     },
-                                     [&] { Flush(); },
-                                     [&] {
-                                       ASSERT_TRUE(reader.WaitForReadWait(0));
-                                       Flush();
-                                       ASSERT_EQ(Newest(), (Texts{"a"}));
-                                     });
+  const Sentences sentences = Sweep([&](int n) { FailCall("WaitForMultipleObjects", n, 1117); },
+                                    [&] {
+                                      Clear();
+                                      Submit("a", At(12, 0));
+                                    },
+                                    [&] { Flush(); },
+                                    [&] {
+                                      ASSERT_TRUE(reader.WaitForReadWait(0));
+                                      Flush();
+                                      ASSERT_EQ(Newest(), (Texts{"a"}));
+                                    });
   EXPECT_EQ(sentences, (Sentences{"Failed to Wait for Event object", "Failed to Wait for Mutex object"}));
 }
 

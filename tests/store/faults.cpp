@@ -8,7 +8,7 @@
 namespace StoreTest {
 namespace {
 
-// No object with a constructor or a guard here: the run-time's own start calls through these pointers.
+// No objects with constructors or guards here: the run-time's own start calls through these pointers.
 std::atomic<const char*> failingFunction = nullptr;
 std::atomic<DWORD> failingThread = 0;
 std::atomic<int> callsLeft = 0;
@@ -40,6 +40,13 @@ bool Fails(const char* function) {
   return true;
 }
 
+// Also sets the error of the failure.
+bool FailsWithError(const char* function) {
+  if (!Fails(function)) return false;
+  SetLastError(failingError);
+  return true;
+}
+
 template <class Function>
 Function Real(const char* name) {
   return reinterpret_cast<Function>(
@@ -48,99 +55,66 @@ Function Real(const char* name) {
 
 HANDLE WINAPI FakeCreateFile(LPCSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
                              DWORD how, DWORD flags, HANDLE pattern) {
-  if (Fails("CreateFileA")) {
-    SetLastError(failingError);
-    return INVALID_HANDLE_VALUE;
-  }
+  if (FailsWithError("CreateFileA")) return INVALID_HANDLE_VALUE;
   if (security != nullptr) ++filesWithAccessList;
   return Real<decltype(&CreateFileA)>("CreateFileA")(name, access, share, security, how, flags, pattern);
 }
 
 HANDLE WINAPI FakeCreateFileMapping(HANDLE file, LPSECURITY_ATTRIBUTES security, DWORD protect, DWORD high,
                                     DWORD low, LPCSTR name) {
-  if (Fails("CreateFileMappingA")) {
-    SetLastError(failingError);
-    return nullptr;
-  }
+  if (FailsWithError("CreateFileMappingA")) return nullptr;
   return Real<decltype(&CreateFileMappingA)>("CreateFileMappingA")(file, security, protect, high, low, name);
 }
 
 LPVOID WINAPI FakeMapViewOfFile(HANDLE mapping, DWORD access, DWORD high, DWORD low, SIZE_T size) {
-  if (Fails("MapViewOfFile")) {
-    SetLastError(failingError);
-    return nullptr;
-  }
+  if (FailsWithError("MapViewOfFile")) return nullptr;
   lastView = Real<decltype(&MapViewOfFile)>("MapViewOfFile")(mapping, access, high, low, size);
   return lastView;
 }
 
 BOOL WINAPI FakeUnmapViewOfFile(LPCVOID view) {
   const BOOL result = Real<decltype(&UnmapViewOfFile)>("UnmapViewOfFile")(view);
-  if (!Fails("UnmapViewOfFile")) return result;
-  SetLastError(failingError);
-  return FALSE;
+  return FailsWithError("UnmapViewOfFile") ? FALSE : result;
 }
 
 BOOL WINAPI FakeCloseHandle(HANDLE handle) {
   const BOOL result = Real<decltype(&CloseHandle)>("CloseHandle")(handle);
-  if (!Fails("CloseHandle")) return result;
-  SetLastError(failingError);
-  return FALSE;
+  return FailsWithError("CloseHandle") ? FALSE : result;
 }
 
 BOOL WINAPI FakeFlushViewOfFile(LPCVOID view, SIZE_T size) {
-  if (Fails("FlushViewOfFile")) {
-    SetLastError(failingError);
-    return FALSE;
-  }
+  if (FailsWithError("FlushViewOfFile")) return FALSE;
   flushedSize = size;
   return Real<decltype(&FlushViewOfFile)>("FlushViewOfFile")(view, size);
 }
 
 BOOL WINAPI FakeSetFilePointerEx(HANDLE file, LARGE_INTEGER distance, PLARGE_INTEGER position, DWORD from) {
-  if (Fails("SetFilePointerEx")) {
-    SetLastError(failingError);
-    return FALSE;
-  }
+  if (FailsWithError("SetFilePointerEx")) return FALSE;
   return Real<decltype(&SetFilePointerEx)>("SetFilePointerEx")(file, distance, position, from);
 }
 
 BOOL WINAPI FakeSetEndOfFile(HANDLE file) {
-  if (Fails("SetEndOfFile")) {
-    SetLastError(failingError);
-    return FALSE;
-  }
+  if (FailsWithError("SetEndOfFile")) return FALSE;
   return Real<decltype(&SetEndOfFile)>("SetEndOfFile")(file);
 }
 
 HANDLE WINAPI FakeCreateEvent(LPSECURITY_ATTRIBUTES security, BOOL manual, BOOL signalled, LPCSTR name) {
-  if (Fails("CreateEventA")) {
-    SetLastError(failingError);
-    return nullptr;
-  }
+  if (FailsWithError("CreateEventA")) return nullptr;
   return Real<decltype(&CreateEventA)>("CreateEventA")(security, manual, signalled, name);
 }
 
 BOOL WINAPI FakeSetEvent(HANDLE event) {
   const BOOL result = Real<decltype(&SetEvent)>("SetEvent")(event);
-  if (!Fails("SetEvent")) return result;
-  SetLastError(failingError);
-  return FALSE;
+  return FailsWithError("SetEvent") ? FALSE : result;
 }
 
 BOOL WINAPI FakeResetEvent(HANDLE event) {
-  if (Fails("ResetEvent")) {
-    SetLastError(failingError);
-    return FALSE;
-  }
+  if (FailsWithError("ResetEvent")) return FALSE;
   return Real<decltype(&ResetEvent)>("ResetEvent")(event);
 }
 
 DWORD WINAPI FakeWaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL all, DWORD milliseconds) {
-  if (Fails("WaitForMultipleObjects")) {
-    SetLastError(failingError);
-    return WAIT_FAILED;
-  }
+  if (FailsWithError("WaitForMultipleObjects")) return WAIT_FAILED;
   return Real<decltype(&WaitForMultipleObjects)>("WaitForMultipleObjects")(count, handles, all, milliseconds);
 }
 

@@ -66,7 +66,7 @@ TEST_F(Integrity, MoreMessagesThanSlotsFail) {
   EXPECT_EQ(Check(), IntegrityRule::InsideRing);
 }
 
-TEST_F(Integrity, ANextSlotBehindTheRingFails) {
+TEST_F(Integrity, ANextSlotBeyondTheRingFails) {
   file.header.nextSlot = 4;
   EXPECT_EQ(Check(), IntegrityRule::InsideRing);
 }
@@ -85,7 +85,7 @@ TEST_F(Integrity, AnotherReaderFailsTheFile) {
   EXPECT_EQ(Check(), IntegrityRule::OneReader);
 }
 
-TEST_F(Integrity, ASlotBehindTheMappedBytesFails) {
+TEST_F(Integrity, ASlotBeyondTheMappedBytesFails) {
   file.header.maxMessages = 1000000;
   file.header.nextSlot = 1;
   EXPECT_EQ(Check(), IntegrityRule::SlotsInFile);
@@ -126,7 +126,7 @@ TEST_F(Integrity, TextsOf256CharactersPass) {
   EXPECT_EQ(Check(), IntegrityRule::NoneBroken);
 }
 
-TEST_F(Integrity, WhatStandsBehindTheEndOfATextIsNotLookedAt) {
+TEST_F(Integrity, BytesAfterTheEndOfATextDoNotMatter) {
   for (std::size_t end = 0; end < kTextSize; ++end) {
     std::string text(kTextSize, '\xff');
     text[end] = '\0';
@@ -173,8 +173,8 @@ TEST_F(Integrity, ARingOfOneSlotPasses) {
   EXPECT_EQ(FirstBrokenRule(single.header, single), IntegrityRule::NoneBroken);
 }
 
-// The same rules, one message after the other and byte by byte.
-IntegrityRule PlainRule(const LogFileHeader& header, MemoryFile& file) {
+// The same rules applied one message and one byte at a time.
+IntegrityRule PlainRule(const LogFileHeader& header, const MemoryFile& file) {
   if (header.messageCount < 0 || header.maxMessages < 0 || header.nextSlot < 0) {
     return IntegrityRule::NotNegative;
   }
@@ -187,8 +187,9 @@ IntegrityRule PlainRule(const LogFileHeader& header, MemoryFile& file) {
   };
   std::uint64_t newerKey = std::numeric_limits<std::uint64_t>::max();
   for (std::int32_t i = 0; i < header.messageCount; ++i) {
-    LogMessage message;
-    if (!file.ReadSlot(SlotFromNewest(header, i), message)) return IntegrityRule::SlotsInFile;
+    const std::int64_t slot = SlotFromNewest(header, i);
+    if (!file.HasSlot(slot)) return IntegrityRule::SlotsInFile;
+    const LogMessage& message = file.slots[static_cast<std::size_t>(slot)];
     const std::uint64_t key = TimeKey(message.body);
     if (key > newerKey) return IntegrityRule::NewestFirst;
     if (!ends(message.body.text) || !ends(message.body.source)) return IntegrityRule::TextsEnd;
@@ -198,7 +199,7 @@ IntegrityRule PlainRule(const LogFileHeader& header, MemoryFile& file) {
   return IntegrityRule::NoneBroken;
 }
 
-// A ring of random fill, its texts of any length, with at most one thing damaged.
+// A ring with a random number of messages and texts of any length, with at most one field damaged.
 MemoryFile RandomFile(std::mt19937& random) {
   const auto below = [&random](int limit) {
     return static_cast<int>(random() % static_cast<unsigned>(limit));

@@ -1,13 +1,13 @@
 #pragma once
 
-// A server over a file in a directory of its own, as a small language:
+// A server over a file in the test's own directory, as a small language:
 //
 //   Open();
 //   Submit("a", At(12, 0));
 //   Flush();
 //   EXPECT_EQ(Newest(), (Texts{"a"}));
 //
-// What is in the file is read from the file, not asked of the server.
+// The contents of the file are read from the file, not through the server.
 
 #include <gtest/gtest.h>
 
@@ -37,7 +37,7 @@ namespace StoreTest {
 using Texts = std::vector<std::string>;
 using Sequences = std::vector<std::uint64_t>;
 
-// What `action` throws, with all causes, one a line; empty when it does not.
+// The text of the exception of `action`, with all causes, one a line; empty when it throws none.
 template <class Action>
 std::string FailureOf(Action&& action) {
   try {
@@ -48,7 +48,7 @@ std::string FailureOf(Action&& action) {
   }
 }
 
-// The same without the causes, and of a system failure without code and text of the system.
+// The same without the causes and without the system's code and text.
 template <class Action>
 std::string SentenceOf(Action&& action) {
   const std::string failure = FailureOf(action);
@@ -69,7 +69,7 @@ class LogFile : public testing::Test {
     TamLogUtil::Timeout timeout(milliseconds);
     server->CloseFile(timeout);
   }
-  // A new server over the same file, as after a start of the process.
+  // Replaces the server by a new one over the same file, as after a start of the process.
   void Restart() {
     server.emplace(&configuration, &configLock);
     Open();
@@ -97,7 +97,7 @@ class LogFile : public testing::Test {
     for (const LogMessage& message : AllSlots()) texts.push_back(TextOf(message.body));
     return texts;
   }
-  // The valid messages as a reader walks them.
+  // The texts of the valid messages, newest first, as a reader walks them.
   std::vector<LogMessage> Messages() const {
     const LogFileHeader header = Header();
     const std::vector<LogMessage> slots = AllSlots();
@@ -119,7 +119,8 @@ class LogFile : public testing::Test {
     return sequences;
   }
 
-  // A file as an earlier server left it: the messages in slots 0, 1, 2, ...; the last one the newest.
+  // Makes a file as an earlier server left it, with the messages in slots 0, 1, 2, ..., the last one the
+  // newest.
   void MakeFile(std::int32_t maxMessages, const std::vector<LogMessageBody>& messages) const {
     LogFileHeader header = {};
     header.maxMessages = maxMessages;

@@ -1,7 +1,6 @@
 #pragma once
 
-// A log file in memory: a header and slots, as a target of flushes and a source of checks. Can be told to
-// fail.
+// A log file in memory, as a target of flushes and a source of checks. Its writes can be made to fail.
 
 #include <algorithm>
 #include <cstdint>
@@ -39,16 +38,14 @@ class MemoryFile final : public FlushTarget, public SlotSource {
     CountDown();
     header = newHeader;
   }
-  bool ReadSlot(std::int64_t index, LogMessage& message) override {
-    if (index < 0 || index >= static_cast<std::int64_t>(slots.size())) return false;
-    message = slots[static_cast<std::size_t>(index)];
-    return true;
-  }
-
   std::size_t LookAt(std::int64_t newest, std::size_t count, SlotCheck& check) override {
-    if (newest < 0 || newest >= static_cast<std::int64_t>(slots.size())) return 0;
+    if (!HasSlot(newest)) return 0;
     check.Look(&slots[static_cast<std::size_t>(newest) + 1 - count], count);
     return count;
+  }
+
+  bool HasSlot(std::int64_t index) const {
+    return index >= 0 && index < static_cast<std::int64_t>(slots.size());
   }
 
   // The nth write (or reading back) from now on throws, and those after it.
@@ -61,7 +58,7 @@ class MemoryFile final : public FlushTarget, public SlotSource {
     LogFileHeader copy = header;
     list.Flush(copy, *this);
   }
-  // What the server makes of the file when it opens it.
+  // Loads the file into `list` as an open does.
   void Load(PendingList& list) const {
     MessageMirror mirror;
     for (std::int32_t i = 0; i < header.messageCount; ++i) {
@@ -104,7 +101,7 @@ class MemoryFile final : public FlushTarget, public SlotSource {
  private:
   void CountDown() {
     if (writesLeft > 0) --writesLeft;
-    if (writesLeft == 0) throw std::runtime_error("told to fail");
+    if (writesLeft == 0) throw std::runtime_error("set to fail");
   }
 
   int writesLeft = -1;

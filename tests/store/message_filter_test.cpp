@@ -98,7 +98,7 @@ TEST_F(MessageFilter, ASourceWithoutAZeroEndsWithItsField) {
   LogMessageBody body = From(std::string(kTextSize, 's'), Message("text"));
   configuration.includeFilters = {std::string(kTextSize, 's')};
   EXPECT_TRUE(IsMessageKept(configuration, body));
-  // The byte behind the field is the text's first: were it read, these two would tell.
+  // The byte after the field is the text's first: if it were read, these two would differ.
   CopyText(body.text, "more");
   configuration.includeFilters = {std::string(kTextSize, 's') + "x"};
   EXPECT_TRUE(IsMessageKept(configuration, body));
@@ -111,7 +111,7 @@ TEST_F(MessageFilter, NeverLooksAtTheText) {
   EXPECT_TRUE(IsMessageKept(configuration, From("Camera", Message("secret"))));
 }
 
-// The prepared filters against the plain comparison, over bytes of all kinds.
+// The prepared filters against the plain comparison, with all byte values.
 TEST(SourceFilters, MatchWhatThePlainComparisonMatches) {
   std::mt19937 random(1);
   const auto below = [&random](unsigned limit) -> std::size_t { return random() % limit; };

@@ -1,4 +1,4 @@
-// The dormant watcher, started by hand.
+// The dormant monitor, started by the test.
 
 #include <gtest/gtest.h>
 
@@ -29,9 +29,9 @@ TEST_F(Monitor, ItsPassFreesTheFileFromAReaderThatDied) {
   EXPECT_TRUE(WaitUntil([&] { return dead.WaitForReadWait(0); }));
 }
 
-// The end of write access does not signal the event that writers wait for; the next reader that comes and
-// goes does, and the watcher is what lets it in.
-TEST_F(Monitor, AFlushBehindADeadReaderGoesOnWithTheNextReaderThatLeaves) {
+// The end of write access does not signal the event that writers wait for; the next reader that leaves does,
+// and the monitor lets it in.
+TEST_F(Monitor, AFlushThatWaitsForADeadReaderGoesOnWithTheNextReaderThatLeaves) {
   Open();
   TestReader dead(names);
   ASSERT_TRUE(dead.Enter(1000));
@@ -90,7 +90,7 @@ TEST_F(Monitor, AServerMayBeSetWhileItRuns) {
   EXPECT_TRUE(WaitUntil([&] { return dead.Header().readCount == 0; }));
 }
 
-TEST_F(Monitor, AskedToStopInItsSleepItEndsWithinASecond) {
+TEST_F(Monitor, StoppedInItsSleepItEndsWithinASecond) {
   MessageFileMonitor monitor(nullptr, 30000, 100);
   monitor.Start();
   std::this_thread::sleep_for(std::chrono::milliseconds(300));

@@ -27,7 +27,7 @@ void ExpectEmpty(const LogFileHeader& header, std::int32_t maxMessages) {
   EXPECT_EQ(header.serverRunning, 1);
 }
 
-// A new file ---------------------------------------------------------------------------------------------
+// A new file --------------------------------------------------------------------------------------------
 
 TEST_F(OpenFile, ANewFileIsSizedAndFormattedAndItsLockNamesAreFilled) {
   Open();
@@ -47,7 +47,7 @@ TEST_F(OpenFile, AnEmptyFileIsTakenForANewOne) {
 
 // The reformat writes 1 (Ring.AReformatWritesItsFiveFieldsAndLeavesTheOthers), then its write access ends
 // with a change. A compaction of the new file to its capacity raises it once more, which the header copy
-// takes back.
+// undoes.
 TEST_F(OpenFile, AReformatWritesChangeCountOneAndItsReleaseRaisesIt) {
   Open();
   EXPECT_EQ(Header().changeCount, 2U);
@@ -87,7 +87,7 @@ TEST_F(OpenFile, LockNamesAreCutAt63Characters) {
   EXPECT_EQ(LockName(2), names.writeWait);
 }
 
-// A file that is there ------------------------------------------------------------------------------------
+// An existing file --------------------------------------------------------------------------------------
 
 TEST_F(OpenFile, ASoundFileOfTheRightSizeKeepsItsMessages) {
   MakeFile(10, {Message("a", At(12, 0)), Message("b", At(12, 1))});
@@ -148,7 +148,7 @@ TEST_F(OpenFile, AnUnknownTypeCostsTheWholeFile) {
   ExpectEmpty(Header(), 10);
 }
 
-TEST_F(OpenFile, AHeaderThatPointsBehindTheFileCostsItsMessages) {
+TEST_F(OpenFile, AHeaderThatPointsBeyondTheFileCostsItsMessages) {
   MakeFile(10, {Message("a", At(12, 0))});
   Damage([](LogFileHeader& header) {
     header.maxMessages = 2000000000;
@@ -193,7 +193,7 @@ TEST_F(OpenFile, APendingMessageDoesNotOutliveTheStop) {
   EXPECT_EQ(Newest(), (Texts{"b", "a"}));
 }
 
-// A file still in memory with more messages pending than the reopened file holds.
+// The first file is still in memory with more messages pending than the reopened file holds.
 TEST_F(OpenFile, CountsOfTheLastOpenDoNotReachIntoTheNextFile) {
   Open();
   for (int i = 0; i < 5; ++i) Submit(std::to_string(i), At(12, i));
@@ -217,7 +217,7 @@ TEST_F(OpenFile, OpeningOverAnOpenFileClosesItFirst) {
   EXPECT_EQ(TestSupport::ReadBytes(first).size(), 240U + 560U * 10U);
 }
 
-// Another capacity ----------------------------------------------------------------------------------------
+// Another capacity --------------------------------------------------------------------------------------
 
 TEST_F(OpenFile, AChangedCapacityEmptiesAFileOfDifferentTimes) {
   MakeFile(10, {Message("a", At(12, 0)), Message("b", At(12, 1))});
@@ -257,7 +257,7 @@ TEST_F(OpenFile, CompactionWithoutResizeLeavesTheReversedOrder) {
   EXPECT_EQ(Header().nextSlot, 3);
   EXPECT_EQ(Slots()[0], "c");
   EXPECT_EQ(Newest(), (Texts{"a", "b", "c"}));
-  // The list in memory has the same order, and messages still go in and out.
+  // The list in memory has the same order, and messages are still accepted and flushed.
   Submit("early", At(11, 0));
   Submit("late", At(13, 0));
   Flush();
@@ -287,7 +287,7 @@ TEST_F(OpenFile, AFullRewriteFailsTheNextCheck) {
   ExpectEmpty(Header(), 3);
 }
 
-// Sizes above 4 GB ------------------------------------------------------------------------------------------
+// Sizes above 4 GB --------------------------------------------------------------------------------------
 
 TEST_F(OpenFile, AFileAbove4GBIsOpenedAndKeepsItsMessages) {
   SetCapacity(7669585);
@@ -303,7 +303,7 @@ TEST_F(OpenFile, AFileAbove4GBIsOpenedAndKeepsItsMessages) {
   EXPECT_EQ(reader.Header().changeCount, 3U);
 }
 
-// Failures ------------------------------------------------------------------------------------------------
+// Failures ----------------------------------------------------------------------------------------------
 
 TEST_F(OpenFile, AFileThatCannotBeOpenedIsReported) {
   configuration.logFile = directory.File("missing\\Logs.dat");
@@ -377,8 +377,8 @@ TEST_F(OpenFile, AFileThatAReaderHasMappedCannotShrink) {
       0U);
 }
 
-// A reader that came in between the mapping and the check costs the file; here it is simulated by the count
-// that it would have left, since the objects of the last open live on in it.
+// A reader that enters between the mapping and the check costs the file. Here a count of 1 simulates it,
+// since it would keep the objects of the last open alive.
 TEST_F(OpenFile, AReaderInsideDuringTheCheckFailsIt) {
   Open();
   Submit("a", At(12, 0));
@@ -397,7 +397,7 @@ TEST_F(OpenFile, ChecksAndReformatsNeedAnOpenFile) {
             "Failed to reformat log file, some handles or pointers are invalid");
 }
 
-// Close ---------------------------------------------------------------------------------------------------
+// Close -------------------------------------------------------------------------------------------------
 
 TEST_F(CloseFile, TakesTheRunningFlagBackAndLeavesTheMessages) {
   Open();
@@ -432,7 +432,7 @@ TEST_F(CloseFile, ForcesItsWayPastADeadReaderAndSaysSo) {
   ASSERT_TRUE(reader.Enter(1000));
   const TestSupport::DiagnosticLogCapture log;
   Close(50);
-  // The read-wait event was free, so nothing was forced; the reader's own event was waited for in vain.
+  // The read-wait event was signalled, so no access was forced; the wait for the reader's own event ran out.
   EXPECT_EQ(log.Texts(), Texts{});
   EXPECT_EQ(Header().serverRunning, 0);
   EXPECT_EQ(Header().readCount, 0);
@@ -460,10 +460,9 @@ TEST_F(CloseFile, AViewSmallerThanTheCapacityCannotBeFlushedButEverythingIsClose
   EXPECT_TRUE(server->WaitUntilFree(timeout));
 }
 
-// Waiting for the free file
-// -----------------------------------------------------------------------------------
+// Waiting for the free file -----------------------------------------------------------------------------
 
-TEST_F(WaitUntilFree, AFileThatNobodyHasOpenIsFree) {
+TEST_F(WaitUntilFree, AFileThatNoProcessHasOpenIsFree) {
   TestSupport::WriteBytes(configuration.logFile, "x");
   Timeout timeout(5000);
   EXPECT_TRUE(server->WaitUntilFree(timeout));
@@ -477,7 +476,7 @@ TEST_F(WaitUntilFree, AMissingFileOrDirectoryIsFree) {
 }
 
 TEST_F(WaitUntilFree, WithTheTimeOverItDoesNotTry) {
-  // A directory would be an error if it were tried.
+  // Opening a directory would be an error.
   configuration.logFile = directory.Path();
   EXPECT_FALSE(server->WaitUntilFree(Timeout::Immediate));
 }
@@ -491,7 +490,7 @@ TEST_F(WaitUntilFree, AReaderKeepsTheFileUntilTheTimeIsOver) {
   EXPECT_TRUE(timeout.Expired());
 }
 
-TEST_F(WaitUntilFree, EndsWhenTheLastReaderLetsGo) {
+TEST_F(WaitUntilFree, EndsWhenTheLastReaderClosesTheFile) {
   Open();
   auto reader = std::make_unique<TestReader>(names);
   Close();
@@ -513,7 +512,7 @@ TEST_F(WaitUntilFree, AnyOtherErrorIsReported) {
       << failure;
 }
 
-// The lock is given back between two tries: a stop does not keep pipe requests out while it waits.
+// The lock is released between two tries: a stop does not block pipe requests while it waits.
 TEST_F(WaitUntilFree, LetsOthersAtTheConfigurationMeanwhile) {
   Open();
   const TestReader reader(names);

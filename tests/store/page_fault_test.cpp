@@ -1,6 +1,5 @@
-// Real faults of the processor at every touch of the mapped view, in every operation: pages that cannot be
-// brought in at the first attempt, at nine and at all ten, and a view that cannot be read, or not be written,
-// at all.
+// Real processor faults at every access to the mapped view, in every operation: pages that cannot be loaded
+// at the first attempt, at nine and at all ten, and a view that cannot be read, or cannot be written.
 
 #include <gtest/gtest.h>
 
@@ -21,7 +20,7 @@ using TamLogUtil::Timeout;
 
 constexpr char kNoAccess[] = "Failed to access File Map View";
 constexpr std::uint32_t kAccessViolation = 0xC0000005U;
-// How long a server whose thread has met a fault waits at its stop for what that thread held.
+// The time that the stop of a server waits for locks of a thread that has met a fault.
 constexpr std::uint32_t kCloseMs = 50;
 
 class PageFaults : public LogFile {
@@ -57,15 +56,14 @@ class PageFaults : public LogFile {
   void DoWriteAccess() { const MessageFileServer::WriteAccess access(&*server); }
   void SubmitBetween() { Submit("b", At(12, 1)); }
   void SubmitNewest() { Submit("d", At(12, 3)); }
-  // A full ring, and a message that belongs behind the oldest: all the others are read back, and the whole
-  // ring is written.
+  // A full ring, and a message older than all others: those are read back, and the whole ring is written.
   void OpenFullFileAndSubmitOld() {
     OpenFile();
     for (int minute = 3; minute < 11; ++minute) Submit("e", At(12, minute));
     Flush();
     Submit("b", At(12, 0, 30));
   }
-  // The ring is not as the last flush left it, so the file's messages are read back before the next one.
+  // The ring was changed after the last flush, so the file's messages are read back before the next one.
   void MoveRingAsAnotherProcess() { static_cast<LogFileHeader*>(LastView())->nextSlot = 5; }
 
  protected:
@@ -136,8 +134,8 @@ const std::vector<Operation>& Operations() {
 
 class EveryTouch : public PageFaults, public testing::WithParamInterface<Operation> {
  protected:
-  // Runs the operation with its first, second, third ... touch of the view meeting the fault, `check` with
-  // the failure's text or code after each. Returns how many touches there are.
+  // Runs the operation with the fault at its first, second, third ... access to the view, and `check` with
+  // the failure's text or code after each. Returns the number of accesses.
   int Each(int attempts, PageFault fault,
            const std::function<void(const std::string&, std::uint32_t)>& check) {
     for (int n = 1; n < 100; ++n) {
@@ -161,11 +159,11 @@ class EveryTouch : public PageFaults, public testing::WithParamInterface<Operati
       StopAndStartAgain();
       if (HasFailure()) return n;
     }
-    ADD_FAILURE() << "the operation does not get through";
+    ADD_FAILURE() << "the operation never succeeds";
     return 0;
   }
 
-  // A stop within its bound, and the next start takes the file over or makes it anew.
+  // Stops the server within its bound; the next start accepts the file or recreates it.
   void StopAndStartAgain() {
     try {
       FailureOf([&] { Close(kCloseMs); });
@@ -188,7 +186,7 @@ class EveryTouch : public PageFaults, public testing::WithParamInterface<Operati
           EXPECT_EQ(FaultsSeen(), attempts);
         });
     EXPECT_GE(touches, 2);
-    // For whoever adds them up (scripts/call-faults.sh).
+    // scripts/call-faults.sh adds these up.
     std::cout << "touches: " << touches << '\n';
   }
 };
@@ -235,13 +233,13 @@ INSTANTIATE_TEST_SUITE_P(Operations, EveryTouch, testing::ValuesIn(Operations())
                            return operation.param.name;
                          });
 
-// A view that is gone, as when another part of the process unmaps it.
+// A view that another part of the process has unmapped.
 TEST_F(PageFaults, AViewThatIsGoneLetsTheCodeOutAndTheServerCanBeStoppedAndStarted) {
   OpenFile();
   UnmapViewOfFile(LastView());
   Submit("d", At(12, 3));
   EXPECT_THROW(Flush(), std::uint32_t);
-  // Nobody can be told that the server has stopped running, and the view cannot be closed a second time.
+  // The running flag cannot be cleared, and the view cannot be closed a second time.
   EXPECT_THROW(Close(kCloseMs), std::uint32_t);
   Restart();
   EXPECT_EQ(Newest(), (Texts{"c", "a"}));

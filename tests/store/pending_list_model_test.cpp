@@ -25,8 +25,8 @@
 namespace StoreTest {
 namespace {
 
-// What has to come out, told without slots and positions: every message knows whether the file has it, and
-// the ring is the sequence of messages that a reader meets.
+// The expected result without slots and positions: every message records whether the file has it, and the
+// ring is the sequence of messages that a reader sees.
 class Model {
  public:
   explicit Model(std::size_t ringCapacity) : capacity(ringCapacity) {}
@@ -115,7 +115,7 @@ TEST_P(PendingListAgainstModel, RandomOperationsGiveTheSameRing) {
     for (int step = 0; step < 400; ++step) {
       const int action = below(100);
       if (action < 65) {
-        // Mostly in order, sometimes late, often at the same second.
+        // Usually in order, sometimes late, often at the same second.
         clock += below(2);
         const int second = below(4) == 0 ? std::max(0, clock - below(20)) : clock;
         const LogMessageBody body =
@@ -148,7 +148,7 @@ TEST_P(PendingListAgainstModel, RandomOperationsGiveTheSameRing) {
   }
 }
 
-// A file that lets others in between any two steps of a flush.
+// A file that runs other threads between any two steps of a flush.
 class BusyFile final : public FlushTarget {
  public:
   BusyFile(MemoryFile& memoryFile, std::function<void()> between)
@@ -172,7 +172,7 @@ class BusyFile final : public FlushTarget {
   std::function<void()> others;
 };
 
-// Messages that come in, and clears, while a flush writes; some of the flushes fail.
+// Messages added, and clears, while a flush writes; some of the flushes fail.
 TEST_P(PendingListAgainstModel, WhatHappensDuringAFlushIsForTheNextOne) {
   const int capacity = GetParam();
   int duringFlushes = 0;
@@ -216,7 +216,7 @@ TEST_P(PendingListAgainstModel, WhatHappensDuringAFlushIsForTheNextOne) {
         list.Flush(header, busy);
         model.Flush();
       } catch (const std::runtime_error&) {
-        failed = true;  // the file is as it may be until the next one
+        failed = true;  // the file's state is undefined until the next one
       }
       file.WorkAgain();
       for (const LogMessageBody& body : added) model.Add(body);
@@ -243,8 +243,8 @@ TEST_P(PendingListAgainstModel, WhatHappensDuringAFlushIsForTheNextOne) {
 INSTANTIATE_TEST_SUITE_P(Capacities, PendingListAgainstModel, testing::Values(1, 2, 3, 7, 50),
                          [](const auto& capacity) { return "Of" + std::to_string(capacity.param); });
 
-// The list is emptied before the file is; what a failed flush had lent is then no business of the next one.
-TEST(PendingListBesideAFlush, ListThatIsClearedDuringAFailingFlushMovesNothing) {
+// The list is emptied before the file; the next flush must ignore the loan of a failed one.
+TEST(PendingListDuringAFlush, ListThatIsClearedDuringAFailingFlushMovesNothing) {
   MemoryFile file(10);
   PendingList list;
   for (const int second : {1, 2, 3}) list.Add(Message(std::to_string(second), At(1, 0, second)), 10);
@@ -261,8 +261,7 @@ TEST(PendingListBesideAFlush, ListThatIsClearedDuringAFailingFlushMovesNothing) 
   EXPECT_EQ(file.Texts(), (std::vector<std::string>{"next", "3", "2", "1"}));
 }
 
-// Every message is in the file exactly once when all is over, whatever flushed meanwhile, failing now and
-// then.
+// In the end every message is in the file exactly once, although several threads flush and some flushes fail.
 TEST(PendingListThreads, NoMessageIsLostOrStoredTwiceWhileOthersFlush) {
   constexpr int kWriters = 4;
   constexpr int kEach = 400;
@@ -309,8 +308,8 @@ TEST(PendingListThreads, NoMessageIsLostOrStoredTwiceWhileOthersFlush) {
   EXPECT_EQ(FirstBrokenRule(file.header, file), IntegrityRule::NoneBroken);
 }
 
-// A message handed in while another thread clears is cleared or stored, and stored once.
-TEST(PendingListThreads, AMessageHandedInDuringAClearIsClearedOrStored) {
+// A message added while another thread clears is either cleared or stored exactly once.
+TEST(PendingListThreads, AMessageAddedDuringAClearIsClearedOrStored) {
   constexpr int kMessages = 2000;
   MemoryFile file(kMessages + 10);
   std::mutex fileLock;
@@ -348,7 +347,7 @@ TEST(PendingListThreads, AMessageHandedInDuringAClearIsClearedOrStored) {
   std::set<int> stored;
   for (const std::string& text : file.Texts()) EXPECT_TRUE(stored.insert(std::stoi(text)).second) << text;
   for (const int message : stored) EXPECT_GE(message, handedInAtLastClear);
-  // What was stored is an unbroken run up to the last message: nothing vanished after the last clear.
+  // The stored messages are consecutive up to the last one: none vanished after the last clear.
   if (!stored.empty()) {
     EXPECT_EQ(*stored.rbegin(), kMessages - 1);
     EXPECT_EQ(static_cast<int>(stored.size()), kMessages - *stored.begin());

@@ -118,7 +118,7 @@ TEST_F(PendingListTest, AWholeRewriteKeepsTheNumbersThatMessagesHaveAlready) {
   Submit("c", At(12, 2));
   Submit("d", At(12, 3));
   Flush();
-  Submit("a", At(12, 0));  // behind the two of the file: everything is pending
+  Submit("a", At(12, 0));  // older than the two of the file: everything is pending
   Flush();
   EXPECT_EQ(file.Slots(), (Texts{"d", "c", "a"}));
   EXPECT_EQ(file.slots[0].sequence, 1U);
@@ -194,7 +194,7 @@ TEST_F(PendingListTest, AFailedFlushLeavesEverythingPendingAndTheNextOneWritesIt
   EXPECT_EQ(file.header.rewriteCount, before.rewriteCount + 1);
 }
 
-// What has to move is read from the file before the first slot is written over.
+// Messages that have to move are read from the file before the first slot is overwritten.
 TEST_F(PendingListTest, AFlushThatFailsWhileItMovesMessagesOfTheFileLosesNoneOfThem) {
   for (int n = 1; n <= 12; ++n) {
     file = MemoryFile(10);
@@ -218,7 +218,7 @@ TEST_F(PendingListTest, AFlushThatFailsWhileItMovesMessagesOfTheFileLosesNoneOfT
   }
 }
 
-// A message whose slot was written over after a whole rewrite is still known.
+// A message whose slot was overwritten after a whole rewrite is still known.
 TEST_F(PendingListTest, MessagesWrittenOverAfterAWholeRewriteComeBackWhenTheyAreWrittenAgain) {
   file = MemoryFile(3);
   for (int i = 0; i < 3; ++i) Submit(std::to_string(i), At(12, i));
@@ -239,7 +239,7 @@ TEST_F(PendingListTest, NumbersOfAFailedFlushAreNotLeftInTheMessages) {
   file.FailAtWrite(3);
   EXPECT_THROW(Flush(), std::runtime_error);
   file.WorkAgain();
-  Submit("c", At(12, 2));  // now the whole ring is written, with the numbers as they are
+  Submit("c", At(12, 2));  // now the whole ring is written, with unchanged numbers
   Flush();
   EXPECT_EQ(file.Sequences(), (Sequences{0, 0, 0}));
 }

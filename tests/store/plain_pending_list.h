@@ -1,7 +1,7 @@
 #pragma once
 
-// The pending list told in the plainest way: one list of whole messages, every place found by a walk from the
-// newest, nothing remembered by its slot. The reference for the real one.
+// The reference for the pending list: one list of whole messages, where every place is found by a walk from
+// the newest and no message is known by its slot.
 
 #include <algorithm>
 #include <cstdint>

@@ -1,4 +1,4 @@
-// The fast structures against the plain ones, with random operations.
+// The fast structures against plain reference ones, with random operations.
 
 #include "tests/store/plain_pending_list.h"
 
@@ -11,15 +11,15 @@
 #include <utility>
 #include <vector>
 
-#include "store/ordered_keys.h"
 #include "store/pending_list.h"
+#include "store/unrolled_key_list.h"
 #include "tests/store/memory_file.h"
 #include "tests/store/messages.h"
 
 namespace StoreTest {
 namespace {
 
-// Makes other choices with another --gtest_random_seed.
+// Its sequence depends on --gtest_random_seed.
 class Random {
  public:
   explicit Random(unsigned seed)
@@ -30,7 +30,7 @@ class Random {
   std::mt19937 generator;
 };
 
-// The order of keys --------------------------------------------------------------------------------------
+// The order of keys -------------------------------------------------------------------------------------
 
 struct PlainKeys {
   std::size_t Insert(std::uint64_t key, std::uint32_t number) {
@@ -43,7 +43,7 @@ struct PlainKeys {
   void AppendOldest(std::uint64_t key, std::uint32_t number) {
     entries.insert(entries.begin(), {key, number});
   }
-  std::uint32_t TakeOldest() {
+  std::uint32_t PopOldest() {
     const std::uint32_t number = entries.front().second;
     entries.erase(entries.begin());
     return number;
@@ -67,7 +67,8 @@ void ExpectSame(Keys& keys, const PlainKeys& plain, std::size_t count) {
   ASSERT_EQ(keys.Size(), plain.entries.size());
 }
 
-// `spread`: how far back a new key may lie; `jumbled`: loads in any order come in between.
+// `spread` is the largest distance of a new key from the newest; `jumbled`: with loads in any order in
+// between.
 template <class Keys>
 void Compare(Random& random, int steps, int most, int spread, bool jumbled) {
   Keys keys;
@@ -94,35 +95,35 @@ void Compare(Random& random, int steps, int most, int spread, bool jumbled) {
       ASSERT_EQ(keys.Insert(key, number), plain.Insert(key, number)) << step;
     }
     while (plain.entries.size() > static_cast<std::size_t>(most)) {
-      ASSERT_EQ(keys.TakeOldest(), plain.TakeOldest());
+      ASSERT_EQ(keys.PopOldest(), plain.PopOldest());
     }
   }
   ASSERT_NO_FATAL_FAILURE(ExpectSame(keys, plain, plain.entries.size()));
 }
 
-TEST(OrderedKeysAgainstPlainOnes, RandomOperationsGiveTheSameOrder) {
+TEST(UnrolledKeyListAgainstAPlainOne, RandomOperationsGiveTheSameOrder) {
   for (unsigned seed = 1; seed <= 8; ++seed) {
     SCOPED_TRACE(seed);
     Random random(seed);
     const bool jumbled = seed % 3 == 0;
     const int most = 1 + random.Below(150);
     const int spread = 1 + random.Below(200);
-    using Small = BasicOrderedKeys<2, 2>;
-    using Odd = BasicOrderedKeys<5, 3>;
+    using Small = BasicUnrolledKeyList<2, 2>;
+    using Odd = BasicUnrolledKeyList<5, 3>;
     ASSERT_NO_FATAL_FAILURE(Compare<Small>(random, 50000, most, spread, jumbled));
     ASSERT_NO_FATAL_FAILURE(Compare<Odd>(random, 50000, most, spread, jumbled));
   }
 }
 
-TEST(OrderedKeysAgainstPlainOnes, AlsoWithTheSizesOfTheServer) {
+TEST(UnrolledKeyListAgainstAPlainOne, AlsoWithTheSizesOfTheServer) {
   for (unsigned seed = 1; seed <= 4; ++seed) {
     SCOPED_TRACE(seed);
     Random random(seed);
-    ASSERT_NO_FATAL_FAILURE(Compare<OrderedKeys>(random, 20000, 3000, 2000, seed % 2 == 0));
+    ASSERT_NO_FATAL_FAILURE(Compare<UnrolledKeyList>(random, 20000, 3000, 2000, seed % 2 == 0));
   }
 }
 
-// The pending list ---------------------------------------------------------------------------------------
+// The pending list --------------------------------------------------------------------------------------
 
 // The same file under both lists.
 class Pair {
@@ -141,8 +142,8 @@ class Pair {
     plainFile.Flush(plain);
   }
 
-  // The flush of the real list fails at its nth access to the file. The plain one flushes nothing then, so
-  // that only the last, good flush of both is compared.
+  // Lets the flush of the real list fail at its nth access to the file. The plain one then flushes nothing,
+  // so that only the last, successful flush of both is compared.
   void FailingFlush(int n) {
     file.FailAtWrite(n);
     try {
@@ -162,21 +163,21 @@ class Pair {
     ClearRing(plainFile.header);
   }
 
-  // Both servers go down and up again; every slot keeps what it holds, in any order.
+  // Restarts both servers; every slot keeps its message, in any order.
   void Reload() {
     file.Load(list);
     plain.Clear();
     for (const LogMessage& message : plainFile.Messages()) plain.AppendOldest(message);
   }
 
-  // Somebody else moves the ring; only where that brings no slot to light that held nothing.
+  // Moves the ring like another process, unless that would expose a slot that never held a message.
   void MoveRing(int nextSlot) {
     if (file.header.messageCount != file.header.maxMessages) return;
     file.header.nextSlot = nextSlot;
     plainFile.header.nextSlot = nextSlot;
   }
 
-  // Valid slots only: what a failed flush leaves in the others is different and means nothing.
+  // Compares valid slots only: the others may differ after a failed flush.
   void ExpectSame() const {
     ASSERT_EQ(std::memcmp(&file.header, &plainFile.header, sizeof file.header), 0);
     const std::vector<LogMessage> found = file.Messages();

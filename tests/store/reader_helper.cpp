@@ -1,4 +1,4 @@
-// A reader in a process of its own, started by tests: ACTION MAP HEADER_LOCK READ_WAIT WRITE_WAIT.
+// A reader as a separate process, started by tests: ACTION MAP HEADER_LOCK READ_WAIT WRITE_WAIT.
 //
 //   map           maps the file and stays until it is killed
 //   stay          takes read access and stays until it is killed

@@ -64,7 +64,7 @@ TEST(Ring, ASlotOfADamagedHeaderLiesOutsideInsteadOfOverflowing) {
   EXPECT_LT(SlotFromNewest(Ring(4, 100, 1), 90), 0);
 }
 
-TEST(Ring, ALargerCapacityPutsTheNextMessageBehindTheOthers) {
+TEST(Ring, ALargerCapacityPutsTheNextMessageAfterTheOthers) {
   LogFileHeader header = Ring(5, 3, 1);
   SetRingCapacity(header, 10);
   EXPECT_EQ(header.maxMessages, 10);

@@ -1,5 +1,5 @@
-// All operations at once, from several threads and with readers coming and going; every message is accounted
-// for.
+// All operations at once, from several threads and with readers that enter and leave; every message is
+// accounted for.
 
 #include <gtest/gtest.h>
 
@@ -47,8 +47,8 @@ class Stress : public LogFile {
       }
     });
     // A reader and a writer can pass each other
-    // (AReaderThatPassesAWriterLeavesANegativeCountAndAWaitingWriter); a writer then waits for good. This
-    // stands for whoever would help it.
+    // (AReaderThatPassesAWriterLeavesANegativeCountAndAWaitingWriter); a writer then waits forever. This
+    // signals its event.
     Run([this] {
       TestReader rescuer(names);
       while (!stopped) {
@@ -82,7 +82,7 @@ class Stress : public LogFile {
   void Finish() {
     while (writing > 0) std::this_thread::sleep_for(std::chrono::milliseconds(5));
     stopped = true;
-    // The reader is gone first, then whoever still waits behind it is let go.
+    // The reader ends first; then writers that still wait for it are released.
     std::thread letGo([this] {
       TestReader rescuer(names);
       while (!joined) {
@@ -96,7 +96,7 @@ class Stress : public LogFile {
     letGo.join();
   }
 
-  // The numbers of the stored messages; each is met once.
+  // The numbers of the stored messages; each occurs once.
   std::set<int> Stored() const {
     std::set<int> stored;
     for (const std::string& text : Newest()) EXPECT_TRUE(stored.insert(std::stoi(text)).second) << text;
@@ -126,7 +126,7 @@ TEST_F(Stress, EveryMessageIsStoredOnceOrClearedWhileClearsRun) {
   constexpr int kEach = 300;
   std::atomic<int> lastClearBegan{0};
   Start(kEach);
-  // Without the configuration's lock, which would keep the writers out: the list's own lock has to do.
+  // Without the configuration's lock, which would block the writers: only the list's own lock protects it.
   Run([&] {
     while (writing > 0) {
       lastClearBegan = handedIn.load();
@@ -137,7 +137,7 @@ TEST_F(Stress, EveryMessageIsStoredOnceOrClearedWhileClearsRun) {
   Finish();
   const std::set<int> stored = Stored();
   EXPECT_LE(static_cast<int>(stored.size()), kWriters * kEach - lastClearBegan + kWriters);
-  // Of each writer the messages after the last clear, all of them and none before.
+  // All messages of each writer after the last clear, and none before.
   for (int writer = 0; writer < kWriters; ++writer) {
     const auto first = stored.lower_bound(writer * kEach);
     const auto end = stored.lower_bound((writer + 1) * kEach);
@@ -149,7 +149,7 @@ TEST_F(Stress, EveryMessageIsStoredOnceOrClearedWhileClearsRun) {
 }
 
 // A clear holds the configuration's lock while it waits for readers; a write to disk that took that lock
-// under its read access would make the two wait for each other for good.
+// under its read access would make the two wait for each other forever.
 TEST_F(Stress, ClearsAndWritesToDiskNeverWaitForEachOther) {
   Open();
   Run([this] {
@@ -163,7 +163,7 @@ TEST_F(Stress, ClearsAndWritesToDiskNeverWaitForEachOther) {
   EXPECT_EQ(Header().readCount, 0);
 }
 
-// Opened and closed again and again under threads that do not know: whatever happens, the file stays sound.
+// Opens and closes the file repeatedly while other threads use it: the file stays sound.
 TEST_F(Stress, OpeningAndClosingUnderRunningThreadsNeverDamagesTheFile) {
   Open();
   const auto tolerant = [this](auto action) {
@@ -191,8 +191,8 @@ TEST_F(Stress, OpeningAndClosingUnderRunningThreadsNeverDamagesTheFile) {
   EXPECT_TRUE(server->VerifyIntegrity());
 }
 
-// A thread that comes in as reader between the mapping of the file and the reset of its read count would
-// leave a count below 0 behind, and no writer would ever be let in again.
+// A thread that enters as reader between the mapping of the file and the reset of readCount would leave
+// readCount below 0, and no writer would get access again.
 TEST_F(Stress, ReadersThatComeInDuringAnOpenAreCountedOutAgain) {
   Open();
   for (int reader = 0; reader < 3; ++reader) {

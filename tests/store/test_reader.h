@@ -1,8 +1,8 @@
 #pragma once
 
-// A reader as another program would write it: finds the file's objects by name, follows the protocol step by
-// step and looks at the mapped bytes itself. Uses nothing of the store but the records, so it is a second
-// witness. The single steps are open to tests that need a reader to stop in between.
+// A reader as another program would implement it: finds the file's objects by name, follows the protocol step
+// by step and reads the mapped bytes itself. It shares only the records with the store, so it checks the
+// store independently. Its single steps are public for tests that stop a reader in between.
 
 #include <cstdint>
 #include <string>
@@ -19,7 +19,7 @@ struct ObjectNames {
   std::string readWait;
   std::string writeWait;
 
-  // `tag` and names that end in the process id, so that tests do not meet.
+  // Names that contain `tag` and end in the process id, so that tests do not collide.
   static ObjectNames Of(const std::string& tag);
 };
 
@@ -31,7 +31,7 @@ class TestReader {
   TestReader(const TestReader&) = delete;
   TestReader& operator=(const TestReader&) = delete;
 
-  // Read access as a whole; false when it did not come in time.
+  // Takes read access; returns false when the time ran out.
   bool Enter(std::uint32_t milliseconds);
   void Leave();
 
@@ -49,7 +49,7 @@ class TestReader {
   volatile LogFileHeader& Header() { return *reinterpret_cast<LogFileHeader*>(view); }
   LogMessage& Slot(std::int32_t index);
   std::string LockName(int index) const;
-  // Newest first, as the ring is walked. Without taking access.
+  // Newest first, as the ring is walked. Does not take access.
   std::vector<LogMessage> Messages();
 
  private:

@@ -17,8 +17,7 @@ using ClearMessages = LogFile;
 using LoadToList = LogFile;
 using WriteToDisk = LogFile;
 
-// Intake
-// ------------------------------------------------------------------------------------------------------
+// Intake ------------------------------------------------------------------------------------------------
 
 TEST_F(AddMessage, AMessageWhoseTypeIsSwitchedOffIsNeverStored) {
   Open();
@@ -92,8 +91,7 @@ TEST_F(AddMessage, GoesOnWhileAFlushWaitsForAReader) {
   EXPECT_EQ(Newest(), (Texts{"b", "a"}));
 }
 
-// Flush
-// -------------------------------------------------------------------------------------------------------
+// Flush -------------------------------------------------------------------------------------------------
 
 TEST_F(FlushWrites, PutsMessagesIntoTheRingAndCountsTheChange) {
   Open();
@@ -159,7 +157,7 @@ TEST_F(FlushWrites, OfAClosedFileFailsAndTheMessagesStayPending) {
   EXPECT_EQ(FailureOf([&] { Flush(); }), "Failed to grab write access, some handles or pointers are invalid");
 }
 
-TEST_F(FlushWrites, ASlotBehindTheMappedFileIsAFailureAndTheMessageStaysPending) {
+TEST_F(FlushWrites, ASlotBeyondTheMappedFileIsAFailureAndTheMessageStaysPending) {
   Open();
   TestReader reader(names);
   reader.Header().maxMessages = 1000000;
@@ -182,8 +180,7 @@ TEST_F(FlushWrites, ADamagedCapacityNeverDividesByZero) {
   EXPECT_EQ(Header().messageCount, 0);
 }
 
-// Clear
-// -------------------------------------------------------------------------------------------------------
+// Clear -------------------------------------------------------------------------------------------------
 
 TEST_F(ClearMessages, EmptiesTheFileAndKeepsCountingTheSequence) {
   Open();
@@ -227,8 +224,7 @@ TEST_F(ClearMessages, ReadersThatWaitComeInAsSoonAsItIsDone) {
   waiting.Leave();
 }
 
-// Load
-// --------------------------------------------------------------------------------------------------------
+// Load --------------------------------------------------------------------------------------------------
 
 TEST_F(LoadToList, FillsTheListNewestFirst) {
   SetCapacity(3);
@@ -248,8 +244,8 @@ TEST_F(LoadToList, FillsTheListNewestFirst) {
   EXPECT_EQ(texts, (Texts{"3", "2", "1"}));
 }
 
-// Its own read access is over before the first byte is read: a writer may be inside while it reads.
-TEST_F(LoadToList, GivesItsReadAccessBackBeforeItReads) {
+// It releases its read access before it reads the first byte: a writer may have access while it reads.
+TEST_F(LoadToList, ReleasesItsReadAccessBeforeItReads) {
   Open();
   Submit("a", At(12, 0));
   Flush();
@@ -261,7 +257,7 @@ TEST_F(LoadToList, GivesItsReadAccessBackBeforeItReads) {
   EXPECT_EQ(list.Size(), 1U);
 }
 
-TEST_F(LoadToList, ASlotBehindTheMappedFileIsAFailure) {
+TEST_F(LoadToList, ASlotBeyondTheMappedFileIsAFailure) {
   Open();
   TestReader reader(names);
   reader.Header().messageCount = 100;
@@ -270,10 +266,9 @@ TEST_F(LoadToList, ASlotBehindTheMappedFileIsAFailure) {
             "Failed to read a message in LoadToList()\nThere is no such slot in the mapped log file");
 }
 
-// Write to disk
-// -----------------------------------------------------------------------------------------------
+// Write to disk -----------------------------------------------------------------------------------------
 
-TEST_F(WriteToDisk, TakesReadAccessAndGivesItBack) {
+TEST_F(WriteToDisk, TakesReadAccessAndReleasesIt) {
   Open();
   TestReader reader(names);
   EXPECT_NO_THROW(server->WriteToDisk());

@@ -49,7 +49,7 @@ TEST_F(Administration, WhatWouldHarmTheServerIsRefusedBeforeItIsSent) {
   Expect("settings path Logs.dat", 2, "no absolute path");
   Expect("settings set --poll 0", 2, "--poll");
   Expect("settings set -", 2, "poll_ms: expected a number from 1", "{\"poll_ms\":0}");
-  Expect("settings set", 2, "name what is to be changed");
+  Expect("settings set", 2, "name a setting to change");
   Expect("clear", 2, "add --yes");
 }
 
@@ -85,7 +85,8 @@ TEST_F(Administration, ChangeOfCapacitySavesTheMessagesAndKeepHandsThemInAgain) 
   Expect("settings get -o json", 0, "\"capacity_in_effect\": 40");
   Expect("settings set --capacity 40", 0, "nothing to change");
   EXPECT_EQ(CurrentSettings().devicePollRate, 100U);  // what was not named
-  Expect("clear --yes --backup \"" + backup + "\"", 8, "exists already");
+  Expect("clear --yes --backup \"" + backup + "\"", 2,
+         "already exists; give another name; the log was not emptied");
   ASSERT_TRUE(WaitForMessageCount(5, 10s));
   Expect("clear --yes --backup \"" + backup + "2\"", 0, "emptied");
   Expect("show -o cat --file \"" + backup + "2\"", 0, "one\ntwo\nthree\nfour\nfive\n");

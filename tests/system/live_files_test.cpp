@@ -40,7 +40,7 @@ class LiveFiles : public SystemTest {
     }
   }
 
-  // The lines of the files that were put aside and of the one that is written, oldest first.
+  // The lines of the rotated files and of the current one, oldest first.
   std::vector<std::string> Lines(const std::string& name) const {
     std::vector<std::string> lines;
     for (int number = 99; number >= 0; --number) {
@@ -86,7 +86,7 @@ TEST_F(LiveFiles, ExportGoesOnOverRotationsRestartsOfTheServerAndItsOwn) {
   Feed(120, 140);
   const CommandReport report = ReportAtEnd(first);
   EXPECT_EQ(report.exitCode, 0U) << report.output;
-  EXPECT_NE(report.output.find("the server is back"), std::string::npos) << report.output;
+  EXPECT_NE(report.output.find("the server is running again"), std::string::npos) << report.output;
   EXPECT_EQ(report.output.find("lost"), std::string::npos) << report.output;
   EXPECT_EQ(Lines("log"), Texts(0, 140));
   Feed(140, 160);

@@ -257,12 +257,12 @@ TEST_F(RepairedLog, OfAnotherCapacityIsEmptiedUnlessItIsRepairedForTheServersOwn
   Bodies expected = soundBodies;
   Lose(expected, 10, 10);
   SetCapacity(30);
-  EXPECT_NE(Repair(damaged, "--capacity 30").find("when its capacity is set to 30"), std::string::npos);
+  EXPECT_NE(Repair(damaged, "--capacity 30").find("if its capacity is set to 30"), std::string::npos);
   StartAndExpect(expected);
   StopService();
   SetCapacity(8);
   const std::string told = Repair(damaged, "--capacity 8");
-  EXPECT_NE(told.find("the oldest 11, which do not fit into a capacity of 8"), std::string::npos) << told;
+  EXPECT_NE(told.find("the oldest 11, for which a capacity of 8 has no room"), std::string::npos) << told;
   StartAndExpect(Bodies(expected.begin(), expected.begin() + 8));
   StopService();
   // The server lays what it takes over down newest first, and then does not accept its own order.

@@ -1,4 +1,4 @@
-// Every operation of util with the first, second, third ... call into the system failing.
+// Runs every operation of util with its first, second, third ... system call failing.
 
 #include <gtest/gtest.h>
 
@@ -51,15 +51,26 @@ using TestSupport::WaitUntil;
 
 constexpr int kAborted = 3;
 constexpr char kNoLock[] = "Failed to create Mutex object / CreateEvent() failed (8)";
-// Of a join, and of the lock that it and the ending thread may both want; the thread tries again by itself.
+// The failures of a join, and of the lock that it and the ending thread may both want; the thread retries
+// itself.
 const std::set<std::string> kNoJoin = {"Failed to wait for Thread object in Join() (6)",
                                        "Failed to Wait for Mutex object / WaitForSingleObject failed (6)",
                                        ""};
 constexpr char kNoThread[] = "Failed to start Thread object, invalid handle returned by CreateThread() (8)";
 
-// Texts, times, handles ----------------------------------------------------------------------------------
+// The outcomes of constructing, starting and joining a thread.
+Outcomes StartAndJoinOutcomes() {
+  return {{"CreateEventA", {kNoLock}},
+          {"CreateThread", {kNoThread}},
+          {"DuplicateHandle", {"Failed to wait for Thread object in Join() (1450)"}},
+          {"WaitForSingleObject", kNoJoin},
+          {"SetEvent", {""}},
+          {"CloseHandle", {""}}};
+}
 
-TEST(CallSweep, AnEntryWhoseTimeCannotBeToldIsLostOrStandsWithoutIt) {
+// Texts, times, handles ---------------------------------------------------------------------------------
+
+TEST(CallSweep, AnEntryWithoutATimeIsLostOrWrittenWithoutIt) {
   std::optional<DiagnosticLogCapture> log;
   const Outcomes outcomes = Sweep({
       .prepare = [&] { log.emplace(); },
@@ -94,12 +105,12 @@ TEST(CallSweep, AFailureWithoutASystemTextIsReportedAllTheSame) {
                       }));
 }
 
-TEST(CallSweep, APathBesideAnUnknownExecutableIsReported) {
+TEST(CallSweep, APathNextToAnUnknownExecutableIsReported) {
   const Outcomes outcomes = Sweep({.operation = [] { TamLogUtil::PathBesideExecutable("x"); }});
   EXPECT_EQ(outcomes, (Outcomes{{"GetModuleFileNameA", {"Failed to obtain executable's location"}}}));
 }
 
-// The process is to end: what TerminateProcess does not do, abort does.
+// The process must end: by abort if TerminateProcess fails.
 TEST(CallSweep, ATooLongTextEndsTheProcessEvenIfItCannotBeEndedQuietly) {
   std::array<char, 4> field{};
   EXPECT_EXIT(
@@ -140,7 +151,7 @@ TEST(CallSweep, AnOwnerOfAHandleIsEmptyAfterAFailedCall) {
   EXPECT_EQ(outcomes, (Outcomes{{"DuplicateHandle", {""}}, {"CloseHandle", {""}}}));
 }
 
-// Events, locks, waits -----------------------------------------------------------------------------------
+// Events, locks, waits ----------------------------------------------------------------------------------
 
 TEST(CallSweep, AnEventReportsEachFailedCall) {
   const Outcomes outcomes = Sweep({.operation = [] {
@@ -200,8 +211,8 @@ TEST(CallSweep, ANamedLockReportsEachFailedCallAndCanBeTakenAfterwards) {
             }));
 }
 
-// A thread has the lock and another waits for it. Whichever call fails, the lock is free in the end and was
-// never with two at once.
+// One thread has the lock and another waits for it. Whichever call fails, the lock is free in the end and was
+// never held by two threads.
 TEST(CallSweep, ALockThatIsWaitedForStaysWhole) {
   std::optional<Mutex> lock;
   std::string waiterFailure;
@@ -253,11 +264,16 @@ TEST(CallSweep, ALockThatCannotBeMadeIsReported) {
                       }));
 }
 
-// Threads and timers -------------------------------------------------------------------------------------
+// Threads and timers ------------------------------------------------------------------------------------
 
 class ThreadSweep : public testing::Test {
  protected:
-  // Whatever failed, the thread can be started, stopped and joined.
+  void StartThread() {
+    thread = std::make_unique<PlainThread>(UntilStopped);
+    thread->Start();
+  }
+
+  // After any failure the thread can be started, stopped and joined.
   void WorksAndEnds() {
     thread->Stop();
     Timeout timeout(10000);
@@ -278,8 +294,7 @@ TEST_F(ThreadSweep, AThreadReportsEachFailedCallAndCanBeStartedAgain) {
   const Outcomes outcomes = Sweep({
       .operation =
           [&] {
-            thread = std::make_unique<PlainThread>(UntilStopped);
-            thread->Start();
+            StartThread();
             thread->Stop();
             Timeout timeout(10000);
             EXPECT_TRUE(thread->Join(timeout));
@@ -289,22 +304,12 @@ TEST_F(ThreadSweep, AThreadReportsEachFailedCallAndCanBeStartedAgain) {
             if (thread != nullptr) WorksAndEnds();
           },
   });
-  EXPECT_EQ(Beyond(outcomes, {{"CreateEventA", {kNoLock}},
-                              {"CreateThread", {kNoThread}},
-                              {"DuplicateHandle", {"Failed to wait for Thread object in Join() (1450)"}},
-                              {"WaitForSingleObject", kNoJoin},
-                              {"SetEvent", {""}},
-                              {"CloseHandle", {""}}}),
-            (Outcomes{}));
+  EXPECT_EQ(Beyond(outcomes, StartAndJoinOutcomes()), (Outcomes{}));
 }
 
 TEST_F(ThreadSweep, AWaitForAThreadReportsEachFailedCallAndCanBeRepeated) {
   const Outcomes outcomes = Sweep({
-      .prepare =
-          [&] {
-            thread = std::make_unique<PlainThread>(UntilStopped);
-            thread->Start();
-          },
+      .prepare = [&] { StartThread(); },
       .operation = [&] { EXPECT_FALSE(thread->Join(Timeout::Immediate)); },
       .check = [&] { WorksAndEnds(); },
   });
@@ -317,11 +322,7 @@ TEST_F(ThreadSweep, AWaitForAThreadReportsEachFailedCallAndCanBeRepeated) {
 
 TEST_F(ThreadSweep, APausedThreadGoesOnAfterAFailedCall) {
   const Outcomes outcomes = Sweep({
-      .prepare =
-          [&] {
-            thread = std::make_unique<PlainThread>(UntilStopped);
-            thread->Start();
-          },
+      .prepare = [&] { StartThread(); },
       .operation =
           [&] {
             thread->Pause();
@@ -339,14 +340,10 @@ TEST_F(ThreadSweep, APausedThreadGoesOnAfterAFailedCall) {
             }));
 }
 
-// The handle is closed even if the thread cannot be ended.
+// The handle is closed even if the thread cannot be terminated.
 TEST_F(ThreadSweep, AThreadThatCannotBeEndedByForceIsReported) {
   const Outcomes outcomes = Sweep({
-      .prepare =
-          [&] {
-            thread = std::make_unique<PlainThread>(UntilStopped);
-            thread->Start();
-          },
+      .prepare = [&] { StartThread(); },
       .operation = [&] { thread->Terminate(1); },
       .check = [&] { WorksAndEnds(); },
   });
@@ -421,7 +418,7 @@ class Ticks : public TamLogUtil::TimerCallback {
 
 class TimerSweep : public testing::Test {
  protected:
-  ~TimerSweep() noexcept override {}  // gtest's is, and the timer's is not known to be
+  ~TimerSweep() noexcept override {}  // gtest's is noexcept, the timer's is not known to be
 
   void Run() {
     ticks.count = 0;
@@ -458,13 +455,7 @@ TEST_F(TimerSweep, ATimerReportsEachFailedCallAndTicksAtTheNextStart) {
             timer.reset();
           },
   });
-  EXPECT_EQ(Beyond(outcomes, {{"CreateEventA", {kNoLock}},
-                              {"CreateThread", {kNoThread}},
-                              {"DuplicateHandle", {"Failed to wait for Thread object in Join() (1450)"}},
-                              {"WaitForSingleObject", kNoJoin},
-                              {"SetEvent", {""}},
-                              {"CloseHandle", {""}}}),
-            (Outcomes{}));
+  EXPECT_EQ(Beyond(outcomes, StartAndJoinOutcomes()), (Outcomes{}));
 }
 
 TEST_F(TimerSweep, ATickingTimerIsDestroyedWhicheverCallFails) {
@@ -483,7 +474,7 @@ TEST_F(TimerSweep, ATickingTimerIsDestroyedWhicheverCallFails) {
             (Outcomes{}));
 }
 
-// Services -----------------------------------------------------------------------------------------------
+// Services ----------------------------------------------------------------------------------------------
 
 class ServiceSweep : public testing::Test {
  protected:
@@ -529,7 +520,7 @@ TEST_F(ServiceSweep, AnInstallationThatFailsIsReportedAndCanBeRepeated) {
                           {"OpenSCManagerA", {"OpenSCManager() failed (5)"}},
                           {"CreateServiceA", {"CreateService() failed (1073)"}},
                           {"ChangeServiceConfig2A", {"ChangeServiceConfig2() failed (5) | installed"}},
-                          // What follows only opens the service to everyone, or lets go of something.
+                          // The later calls only open the service to everyone, or release something.
                           {"QueryServiceObjectSecurity", {"installed"}},
                           {"HeapAlloc", {"installed"}},
                           {"GetSecurityDescriptorDacl", {"installed"}},

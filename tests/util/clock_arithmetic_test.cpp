@@ -53,7 +53,7 @@ TEST(PeriodDeadline, WrapsForLongPeriods) {
 TEST(PeriodDeadline, WrapsWithTheClock) {
   const std::uint32_t deadline = PeriodDeadline(kHighest, 2000);
   EXPECT_EQ(deadline, 2147485647U);
-  // A deadline behind the wrap counts as past at once.
+  // A deadline after the wrap counts as past at once.
   EXPECT_FALSE(IsBeforeDeadline(kHighest, deadline));
 }
 

@@ -56,7 +56,7 @@ bool IsTime(const std::string& line) {
          });
 }
 
-// A log in a directory of its own; entries are dropped again afterwards.
+// A log in a directory of the test; later entries are dropped.
 class DiagnosticLog : public testing::Test {
  protected:
   DiagnosticLog() { SetLogFile(path); }
@@ -182,8 +182,8 @@ TEST_F(DiagnosticLog, EntriesOfSeveralThreadsAreAllKept) {
 
 #ifndef _WIN32
 
-// A pipe without a reader keeps whoever opens it, as a writer that was ended in the middle of its turn would
-// keep the turn for ever.
+// Opening a pipe without a reader blocks, like a writer that was terminated in the middle of its turn and
+// keeps the turn forever.
 TEST_F(DiagnosticLog, AWriterThatDoesNotComeToItsEndHoldsUpTheOthersForAMomentOnly) {
   const std::string pipe = directory.File("pipe");
   ASSERT_EQ(mkfifo(pipe.c_str(), S_IRUSR | S_IWUSR), 0);
@@ -199,12 +199,12 @@ TEST_F(DiagnosticLog, AWriterThatDoesNotComeToItsEndHoldsUpTheOthersForAMomentOn
 
 #endif
 
-// Its destructor runs after those of all static objects that the first entry brought into being.
+// Its destructor runs after those of all static objects that the first entry created.
 struct WritesAtTheVeryEnd {
   ~WritesAtTheVeryEnd() { WriteLog("the last"); }
 };
 
-// A late thread writes while static objects are destroyed; the process has to end as it was going to.
+// A late thread writes while static objects are destroyed; the process must still end normally.
 TEST(DiagnosticLogDeathTest, EntriesCanStillBeWrittenWhenStaticObjectsAreGone) {
   const std::string name = testing::TempDir() + "tamlog-entries-at-the-end.txt";
   EXPECT_EXIT(
@@ -222,7 +222,7 @@ TEST(DiagnosticLogDeathTest, EntriesCanStillBeWrittenWhenStaticObjectsAreGone) {
   std::remove(name.c_str());
 }
 
-TEST(DiagnosticLogCapture, GivesTheTextsWithoutTheTime) {
+TEST(DiagnosticLogCapture, ReturnsTheTextsWithoutTheTime) {
   TestSupport::DiagnosticLogCapture log;
   WriteLog("one");
   WriteLog("");

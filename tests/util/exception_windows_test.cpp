@@ -8,7 +8,7 @@
 namespace TamLogUtil::Exceptions {
 namespace {
 
-// The system's text for `code`, asked for without the code under test.
+// The system's text for `code`, read without the code under test.
 std::string SystemText(DWORD code) {
   char buffer[512] = {};
   FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, code, 0x400, buffer,

@@ -22,7 +22,7 @@ using TestSupport::ExpectFailure;
 constexpr std::size_t kPage = 4096;
 constexpr std::uint32_t kAccessViolation = 0xC0000005U;
 
-// Memory whose every access is a genuine fault while it is shut.
+// Memory whose every access is a genuine fault while it is closed.
 class Page {
  public:
   Page()
@@ -46,7 +46,7 @@ class Page {
   char* memory;
 };
 
-// Turns the faults on one page into in-page errors, a given number of times; then opens the page.
+// Turns a set number of faults on one page into in-page errors, then opens the page.
 class InPageErrors {
  public:
   InPageErrors(Page& faulty, int count) {
@@ -307,7 +307,7 @@ TEST(AccessMappedView, WorksOnSeveralThreadsAtOnce) {
   EXPECT_EQ(wrong, 0);
 }
 
-// Also holds that a guard which has ended takes nothing any more.
+// Also checks that a guard which has ended no longer catches faults.
 TEST(FaultGuardDeathTest, OutsideAGuardAFaultEndsTheProcess) {
   EXPECT_EXIT(
       {

@@ -33,7 +33,7 @@ TEST(CopyBoundedOrEndProcessDeathTest, ATextThatDoesNotFitEndsTheProcess) {
   EXPECT_EXIT(CopyBoundedOrEndProcess(target.data(), 0, ""), testing::ExitedWithCode(kInvalidParameter), "");
 }
 
-// A handler up the stack must not be able to keep the process going.
+// A handler further up the stack must not be able to keep the process running.
 TEST(CopyBoundedOrEndProcessDeathTest, NoHandlerCatchesTheEnd) {
   std::array<char, 4> target{};
   EXPECT_EXIT(

@@ -8,7 +8,7 @@
 namespace TamLogUtil::Exceptions {
 namespace {
 
-// Counts the copies that are alive, so that every level can be seen to be freed once.
+// Counts the live copies, so that tests can check that every level is freed once.
 class Counted : public ExceptionBase {
  public:
   Counted(const std::string& text, const ExceptionBase* cause) : ExceptionBase(text, cause) { ++alive; }
@@ -72,7 +72,7 @@ TEST(ExceptionBase, FreesEveryLevelOfTheChainOnce) {
       EXPECT_EQ(copy->Compose(":"), "1:2\n3");
     }
     EXPECT_EQ(Counted::alive, 3);
-    // What was cloned is not touched by the copies' end.
+    // The destruction of the copies leaves the original unchanged.
     EXPECT_EQ(second.Compose(":"), "2:3");
   }
   EXPECT_EQ(Counted::alive, 0);

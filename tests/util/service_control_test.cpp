@@ -16,8 +16,9 @@
 #include "util/service.h"
 #include "util/win32.h"
 
-// What the manager is told while controls are handled, also those that it never delivers itself. A process
-// that the manager did not start gets no status handle, so the two calls that need one are replaced here.
+// The status reports to the manager while controls are handled, also controls that it never delivers itself.
+// A process that the manager did not start gets no status handle, so the two calls that need one are replaced
+// here.
 
 namespace {
 
@@ -39,7 +40,7 @@ SERVICE_STATUS_HANDLE WINAPI FakeRegister(LPCSTR name, LPHANDLER_FUNCTION handle
   return kStatusHandle;
 }
 
-// Runs instead of the manager's dispatcher, with the table that it was given.
+// Runs instead of the manager's dispatcher, with the table passed to that.
 std::function<WINBOOL(const SERVICE_TABLE_ENTRYA*)> dispatcher;
 std::function<void(DWORD)> afterReport;
 
@@ -82,7 +83,7 @@ Reports TakeReports() {
   return std::exchange(reports, {});
 }
 
-// Notes the handlers' calls; each can be given something to do.
+// Records the handlers' calls; a test can set the behaviour of each.
 class RecordingService : public Service {
  public:
   void OnStart() override { Called("start"); }
@@ -175,7 +176,7 @@ TEST_F(ServiceControl, EachControlIsReportedBeforeAndAfterItsHandler) {
     Service::HandleControl(test.control);
     service.action = nullptr;
     EXPECT_EQ(during, (Reports{{test.pending, 1}})) << test.handler;
-    // Paused is neither running nor stopped, so the check point goes on.
+    // Paused is neither running nor stopped, so the check point rises.
     const DWORD checkPoint = test.final == SERVICE_PAUSED ? 2 : 0;
     EXPECT_EQ(TakeReports(), (Reports{{test.final, checkPoint}})) << test.handler;
     EXPECT_EQ(service.Calls().back(), test.handler);
@@ -284,7 +285,7 @@ TEST_F(ServiceControl, RunDispatcherWaitsForAHandlerThatStillRuns) {
   afterReport = nullptr;
 }
 
-// A start that fails ends the process; the two entries are all that tells of it.
+// A start that fails ends the process; only the two entries report it.
 TEST(ServiceControlDeathTest, AFailingStartLogsAndAborts) {
   class FailingService : public Service {
    public:

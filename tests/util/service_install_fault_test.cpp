@@ -12,12 +12,12 @@
 #include "util/service_handle.h"
 #include "util/win32.h"
 
-// Need windows.h before them.
+// Must follow windows.h.
 #include <aclapi.h>
 #include <sddl.h>
 
-// The steps of an installation that fail, and the access list that it hands to the system, which Wine neither
-// gives nor keeps. Everything else goes to the real service control manager.
+// Failing steps of an installation, and the access list that it passes to the system, which Wine neither
+// returns nor keeps. All other calls go to the real service control manager.
 
 namespace {
 
@@ -26,7 +26,7 @@ using TestSupport::RealCall;
 enum class Call { None, OpenManager, Description, FirstQuery, SecondQuery, Merge, SetSecurity, CloseHandle };
 Call failing = Call::None;
 
-// The list that the service has, as a self-relative descriptor; freed by the system's LocalFree at the end.
+// The service's present list, as a self-relative descriptor; freed by LocalFree at the end.
 PSECURITY_DESCRIPTOR currentDescriptor = nullptr;
 int queries = 0;
 
@@ -37,7 +37,7 @@ struct Entry {
   std::string sid;
   bool operator==(const Entry&) const = default;
 };
-// What was handed over, and how.
+// The arguments of the last call.
 std::vector<Entry> applied;
 int applications = 0;
 SECURITY_INFORMATION appliedInformation = 0;
@@ -154,7 +154,7 @@ class InstallFaults : public testing::Test {
     queries = 0;
     applications = 0;
     applied.clear();
-    // A list as services have it: the system's account and the administrators.
+    // A typical list of a service: the system's account and the administrators.
     ConvertStringSecurityDescriptorToSecurityDescriptorA("D:(A;;0x200fd;;;SY)(A;;0xf01ff;;;BA)",
                                                          SDDL_REVISION_1, &currentDescriptor, nullptr);
     service.SetServiceName(name);

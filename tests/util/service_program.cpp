@@ -1,5 +1,5 @@
-// A service for service_run_test.cpp, started by the real service control manager. It is called like its
-// executable and notes what happens to it in a file of the same name.
+// A service for service_run_test.cpp, started by the real service control manager. It has the name of its
+// executable and records its calls in a file of the same name.
 
 #include <cstdio>
 #include <fstream>

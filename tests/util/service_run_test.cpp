@@ -12,7 +12,7 @@
 #include "util/service.h"
 #include "util/win32.h"
 
-// service_program.cpp, copied under a name of the test's own, under the real service control manager.
+// Runs service_program.cpp, copied under the test's own name, under the real service control manager.
 
 namespace TamLogUtil::Services {
 namespace {
@@ -36,7 +36,7 @@ class ServiceRun : public testing::Test {
     CloseServiceHandle(installed);
     CloseServiceHandle(manager);
     service.Remove();
-    // The process is still there for a moment and keeps its file.
+    // The process still exists for a moment and keeps its file.
     WaitUntil([&] { return DeleteFileA(executable.c_str()) != 0; });
   }
 
@@ -46,7 +46,7 @@ class ServiceRun : public testing::Test {
     return status;
   }
   DWORD State() const { return Status().dwCurrentState; }
-  // The error of the control, 0 for none.
+  // Returns the error of the control, 0 for none.
   DWORD Control(DWORD control) const {
     SERVICE_STATUS status{};
     return ControlService(installed, control, &status) != 0 ? 0 : GetLastError();
@@ -81,7 +81,7 @@ TEST_F(ServiceRun, StartsRunsAndStops) {
   EXPECT_EQ(Status().dwCheckPoint, 0U);
   EXPECT_EQ(Notes(), std::vector<std::string>{"start"});
   const DWORD error = Control(SERVICE_CONTROL_STOP);
-  // The process may be gone before the manager has its answer.
+  // The process may have ended before the manager has its answer.
   EXPECT_TRUE(error == 0 || error == ERROR_BROKEN_PIPE) << error;
   EXPECT_TRUE(WaitUntil([&] { return State() == SERVICE_STOPPED; }));
   const std::vector<std::string> all{"start", "stop begins", "stop ends", "dispatcher returned"};

@@ -14,7 +14,7 @@
 #include "util/service_handle.h"
 #include "util/win32.h"
 
-// Against the real service control manager.
+// Tests against the real service control manager.
 
 namespace TamLogUtil::Services {
 namespace {
@@ -27,7 +27,7 @@ using Texts = std::vector<std::string>;
 
 const std::string kControlPrefix = "An exception has occured in the service's control method : ";
 
-// A service of a name of its own, removed again at the end.
+// A service with a name of its own, removed at the end.
 class ServiceRegistration : public testing::Test {
  protected:
   ServiceRegistration() {
@@ -45,7 +45,7 @@ class ServiceRegistration : public testing::Test {
   bool IsInstalled() const { return ServiceHandle(Open()).Get() != nullptr; }
 
   const std::string name = "TamLogTestService" + TestSupport::ProcessSuffix();
-  // Display names have to be single in the system, too.
+  // Display names must be unique in the system too.
   const std::string displayName = "Display name of " + name;
   const SC_HANDLE manager = OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
   Service service;

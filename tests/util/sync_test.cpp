@@ -26,13 +26,12 @@ using TestSupport::ExpectFailure;
 using TestSupport::WindowsText;
 
 constexpr DWORD kInvalid = ERROR_INVALID_HANDLE;
-// The system takes a backslash in the rest of a name for a directory that does not exist.
+// The system takes a backslash in the rest of a name for a directory, which does not exist.
 constexpr const char* kBadName = "no\\such\\directory";
 constexpr DWORD kBadNameError = ERROR_PATH_NOT_FOUND;
 
 // The first exception and the first text make the run-time and the system open handles of their own. Done
-// before any test, so that these do not get the value of a handle that a test has closed behind its owner's
-// back.
+// before any test, so that these do not get the value of a handle that a test has closed without its owner.
 const bool firstExceptionIsOver = [] {
   try {
     throw ExceptionBase(WindowsText("first", kInvalid));
@@ -41,7 +40,7 @@ const bool firstExceptionIsOver = [] {
   }
 }();
 
-// A handle that the system refuses to close while this lives.
+// A handle that the system refuses to close during the lifetime of this object.
 class Unclosable {
  public:
   explicit Unclosable(HANDLE protectedHandle) : handle(protectedHandle) {
@@ -62,7 +61,7 @@ std::string OwnName(const std::string& name) {
   return "TamLogTest" + name + TestSupport::ProcessSuffix();
 }
 
-// A mutex object of the system whose owner ended without giving it back.
+// A mutex object of the system whose owner ended without releasing it.
 HANDLE AbandonedMutex() {
   const HANDLE mutex = CreateMutexA(nullptr, FALSE, nullptr);
   std::thread([mutex] { WaitForSingleObject(mutex, INFINITE); }).join();
@@ -78,7 +77,7 @@ bool IsOpen(HANDLE handle) {
   return HandleFlags(handle) != 0xFFFFFFFFU;
 }
 
-// Checked wrappers ---------------------------------------------------------------------------------------
+// Checked wrappers --------------------------------------------------------------------------------------
 
 TEST(CheckedCalls, CloseHandle) {
   EXPECT_NE(CheckedCloseHandle(CheckedCreateEvent(nullptr, true, true, nullptr)), 0);
@@ -151,7 +150,7 @@ TEST_F(ThreeEvents, TheIndexOfTheSignalledOneIsReturned) {
   EXPECT_EQ(CheckedWaitForMultipleObjects(3, handles.data(), false, 0), 1);
 }
 
-TEST_F(ThreeEvents, MinusOneTellsThatTheTimeRanOut) {
+TEST_F(ThreeEvents, MinusOneMeansThatTheTimeRanOut) {
   EXPECT_EQ(CheckedWaitForMultipleObjects(3, handles.data(), false, 10), -1);
 }
 
@@ -178,7 +177,7 @@ TEST_F(ThreeEvents, AFailedWaitThrows) {
   handles[1] = event;
 }
 
-// AutoHandle ---------------------------------------------------------------------------------------------
+// AutoHandle --------------------------------------------------------------------------------------------
 
 TEST(AutoHandle, HoldsNothingAtFirst) {
   const AutoHandle none;
@@ -195,7 +194,7 @@ TEST(AutoHandle, TakeOwnsADuplicateAndClosesTheSource) {
     held = owner.Get();
     ASSERT_TRUE(owner.IsValid());
     EXPECT_TRUE(CheckedWaitForSingleObject(held, 0));
-    // The system may give the duplicate the value of the source that it closed.
+    // The duplicate may get the value of the source that was closed.
     EXPECT_TRUE(held == event || !IsOpen(event));
   }
   EXPECT_FALSE(IsOpen(held));
@@ -278,7 +277,7 @@ TEST(AutoHandle, AFailedCloseIsIgnored) {
   EXPECT_TRUE(owner.IsInvalid());
 }
 
-// Event --------------------------------------------------------------------------------------------------
+// Event -------------------------------------------------------------------------------------------------
 
 TEST(Event, IsCreatedSignalled) {
   Event event(nullptr, nullptr);
@@ -326,7 +325,7 @@ TEST(Event, CreationFailsWhenTheNameBelongsToAnotherKindOfObject) {
 }
 
 TEST(Event, OperationsOnAClosedHandleFail) {
-  // Never destroyed: the value of its handle may serve something else by then.
+  // Never destroyed: another object may have the value of its handle by then.
   auto& event = *new Event(nullptr, nullptr);
   CloseHandle(event.Handle());
   ExpectFailure<ExceptionBase>(
@@ -339,7 +338,7 @@ TEST(Event, OperationsOnAClosedHandleFail) {
 }
 
 TEST(Event, AFailedCloseIsThrownByTheDestructor) {
-  // Not a smart pointer: those may not pass on what a destructor throws.
+  // Not a smart pointer: those must not let a destructor's exception out.
   auto* const event = new Event(nullptr, nullptr);
   const Unclosable kept(event->Handle());
   ExpectFailure<ExceptionBase>([&] { delete event; }, "Failed to destroy Event object\n" +
@@ -357,7 +356,7 @@ TEST(Event, AFailedDestructionDoesNotReplaceAnExceptionOnItsWay) {
       "the first failure");
 }
 
-// Mutex --------------------------------------------------------------------------------------------------
+// Mutex -------------------------------------------------------------------------------------------------
 
 bool IsFree(Mutex& mutex) {
   const bool free = mutex.TryWait(0);
@@ -374,7 +373,7 @@ TEST(Mutex, StartsFreeAndIsHeldByOne) {
   EXPECT_TRUE(IsFree(mutex));
 }
 
-TEST(Mutex, AWaitThatRunsOutOfTimeIsNotTold) {
+TEST(Mutex, AWaitThatRunsOutOfTimeIsNotReported) {
   Mutex mutex;
   mutex.Wait(0);
   EXPECT_NO_THROW(mutex.Wait(10));
@@ -424,7 +423,7 @@ TEST(Mutex, OperationsOnAClosedHandleFailButDestructionDoesNot) {
                                                              WindowsText("SetEvent failed", kInvalid));
 }
 
-TEST(Mutex, AnUnnamedOneNeedsItsEventOnlyWhenSomebodyWaits) {
+TEST(Mutex, AnUnnamedOneUsesItsEventOnlyWhenAThreadWaits) {
   Mutex mutex;
   CloseHandle(mutex.Handle());
   mutex.Wait(Timeout::kForever);
@@ -446,7 +445,7 @@ TEST(Mutex, GivingBackAFreeOneLeavesItFreeForOne) {
   }
 }
 
-TEST(Mutex, OneThatIsWaitedForIsHandedOverAndMayBeDestroyedByWhoGetsIt) {
+TEST(Mutex, AReleasedOneIsPassedToAWaiterThatMayDestroyIt) {
   for (int round = 0; round < 200; ++round) {
     auto mutex = std::make_unique<Mutex>();
     mutex->Wait(0);
@@ -460,7 +459,7 @@ TEST(Mutex, OneThatIsWaitedForIsHandedOverAndMayBeDestroyedByWhoGetsIt) {
   }
 }
 
-// Mutex::Access ------------------------------------------------------------------------------------------
+// Mutex::Access -----------------------------------------------------------------------------------------
 
 TEST(MutexAccess, HoldsTheLockForItsScope) {
   Mutex mutex;
@@ -544,7 +543,7 @@ TEST(MutexAccess, AfterItsTimeRanOutItGoesOnAsOwner) {
     const auto begin = std::chrono::steady_clock::now();
     Mutex::Access second(mutex, timeout);
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(90));
-    // An owner may not acquire, but may release: and frees the lock that the first still uses.
+    // An owner must not acquire but may release, and then frees the lock that the first still uses.
     EXPECT_THROW(second.Acquire(timeout), ExceptionBase);
     second.Release();
   }).join();

@@ -12,7 +12,7 @@
 #include "util/exceptions.h"
 #include "util/win32.h"
 
-// Thread calls of the system that fail or take long.
+// Thread calls of the system that fail or take a long time.
 
 namespace {
 
@@ -55,7 +55,7 @@ WINBOOL WINAPI FakeDuplicateHandle(HANDLE sourceProcess, HANDLE source, HANDLE t
       sourceProcess, source, targetProcess, target, access, inherit, options);
 }
 
-// Fails the waits for a thread only: locks go on working.
+// Makes only the waits for a thread fail: locks keep working.
 DWORD WINAPI FakeWait(HANDLE handle, DWORD milliseconds) {
   if (failWait && GetThreadId(handle) != 0) {
     SetLastError(ERROR_INVALID_HANDLE);
@@ -121,7 +121,7 @@ TEST(ThreadFaults, AFailedTerminationThrowsAfterTheHandleIsClosed) {
   EXPECT_TRUE(thread.Join(Timeout::Immediate));
 }
 
-// The owner of the duplicate stays empty in silence then; its value must not be waited for.
+// The owner of the duplicate then silently stays empty; its value must not be waited for.
 TEST(ThreadFaults, AHandleThatCannotBeDuplicatedFailsTheJoin) {
   WorkThread thread(UntilStopped);
   thread.Start();

@@ -128,7 +128,7 @@ TEST(Thread, CleansUpAfterAnException) {
   thread->SetDeleteOnExit();
   thread->Start();
   EXPECT_TRUE(WaitUntil([&] { return log.Count() == 1; }));
-  // The object goes first, then the entry is written.
+  // The object is destroyed before the entry is written.
   EXPECT_EQ(destroyed, 1);
 }
 
@@ -188,23 +188,34 @@ TEST(Thread, ADeleteOnExitObjectIsFreedByItsOwnThread) {
   EXPECT_EQ(destroyed, 1);
 }
 
-TEST(Thread, DestroyingARunningOneEndsItWithExitCodeOne) {
-  ExitCode exit;
-  Signal watched;
-  {
-    PlainThread thread([&](PlainThread&) {
-      exit.Watch();
-      watched.Set();
-      for (;;) Sleep(1000);
-      return Return(0);
-    });
+// A thread that sleeps until it is terminated.
+struct SleepingThread {
+  explicit SleepingThread(ExitCode& exitCode) : exit(exitCode) {}
+  void Start() {
     thread.Start();
     ASSERT_TRUE(watched.Await());
+  }
+
+  ExitCode& exit;
+  Signal watched;
+  PlainThread thread{[this](PlainThread&) {
+    exit.Watch();
+    watched.Set();
+    for (;;) Sleep(1000);
+    return Return(0);
+  }};
+};
+
+TEST(Thread, DestroyingARunningOneEndsItWithExitCodeOne) {
+  ExitCode exit;
+  {
+    SleepingThread sleeping(exit);
+    ASSERT_NO_FATAL_FAILURE(sleeping.Start());
   }
   EXPECT_EQ(exit.Await(), 1U);
 }
 
-// What a thread does that destroys its own object in Run; it must not be ended by that.
+// A thread that destroys its own object in Run must not be terminated by that.
 TEST(Thread, DestroyingItselfDoesNotEndTheThread) {
   ExitCode exit;
   Signal watched;
@@ -221,19 +232,12 @@ TEST(Thread, DestroyingItselfDoesNotEndTheThread) {
 
 TEST(Thread, TerminateEndsItWithTheGivenCode) {
   ExitCode exit;
-  Signal watched;
-  PlainThread thread([&](PlainThread&) {
-    exit.Watch();
-    watched.Set();
-    for (;;) Sleep(1000);
-    return Return(0);
-  });
-  thread.Start();
-  ASSERT_TRUE(watched.Await());
-  thread.Terminate(5);
+  SleepingThread sleeping(exit);
+  ASSERT_NO_FATAL_FAILURE(sleeping.Start());
+  sleeping.thread.Terminate(5);
   EXPECT_EQ(exit.Await(), 5U);
-  EXPECT_TRUE(thread.Join(Timeout::Immediate));
-  EXPECT_NO_THROW(thread.Terminate(6));
+  EXPECT_TRUE(sleeping.thread.Join(Timeout::Immediate));
+  EXPECT_NO_THROW(sleeping.thread.Terminate(6));
 }
 
 TEST(Thread, PauseHoldsItUntilResume) {
@@ -253,7 +257,7 @@ TEST(Thread, PauseHoldsItUntilResume) {
   Sleep(100);
   EXPECT_EQ(count, paused);
   thread.Resume();
-  // Not asked of the paused thread, which may hold the lock of the stop request.
+  // Does not call the paused thread's object, whose lock of the stop request the thread may hold.
   EXPECT_FALSE(thread.IsStopRequested());
   EXPECT_TRUE(WaitUntil([&] { return count > paused + 5; }));
 }
@@ -312,7 +316,8 @@ TEST(ThreadStress, JoinAgainstTheThreadsOwnCleanUp) {
   EXPECT_EQ(failures, 0);
 }
 
-// Without time Join gets past the thread's lock: it may miss the end, but must not fail or harm the object.
+// With no time left Join goes on without the thread's lock: it may miss the end, but must neither fail nor
+// damage the object.
 TEST(ThreadStress, JoinWithoutTimeAgainstTheThreadsOwnCleanUp) {
   constexpr int kRounds = 1000;
   for (int round = 0; round < kRounds; ++round) {
@@ -322,7 +327,7 @@ TEST(ThreadStress, JoinWithoutTimeAgainstTheThreadsOwnCleanUp) {
   }
 }
 
-// Start must not touch an object that its own thread has destroyed already.
+// Start must not touch an object that its own thread has already destroyed.
 TEST(ThreadStress, DeleteOnExitObjectsThatEndAtOnce) {
   constexpr int kRounds = 3000;
   std::atomic<int> destroyed{0};
@@ -338,9 +343,9 @@ TEST(ThreadStress, DeleteOnExitObjectsThatEndAtOnce) {
   EXPECT_TRUE(WaitUntil([&] { return destroyed == kRounds; }));
 }
 
-// The destructor and the thread's clean-up take turns: the handle is closed once, and a thread that lost its
-// object touches it no more. Run has to be over first: a subclass that is destroyed under a running Run is no
-// more safe than on any other thread.
+// The destructor and the thread's clean-up take turns: the handle is closed once, and a thread whose object
+// is gone no longer touches it. Run must have ended first: destroying a subclass while its Run is running is
+// never safe.
 TEST(ThreadStress, DestroyingObjectsWhoseThreadsAreJustEnding) {
   constexpr int kRounds = 500;
   for (int round = 0; round < kRounds; ++round) {

@@ -62,7 +62,7 @@ TEST(Timeout, QueriedAfterItRanOutStaysAtZero) {
   EXPECT_EQ(timeout.Remaining(), 0U);
 }
 
-// Locks are taken and entries written by what runs after main.
+// Code that runs after main takes locks and writes entries.
 TEST(TimeoutDeathTest, LocksAndLogStillWorkInExitHooks) {
   EXPECT_EXIT(
       {

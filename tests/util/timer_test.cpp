@@ -23,7 +23,7 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 using TestSupport::WaitUntil;
 
-// Notes when each call began and does what it is told meanwhile.
+// Records when each call began and runs the test's function in it.
 class Recorder : public TimerCallback {
  public:
   explicit Recorder(std::function<void()> duringCall = {}) : action(std::move(duringCall)) {}
@@ -68,7 +68,7 @@ void StartWith(Timer& timer, TimerCallback* callback, std::uint32_t period) {
   timer.Start();
 }
 
-// How long Stop and Join take together.
+// The time that Stop and Join take together.
 milliseconds StopTime(Timer& timer) {
   const auto begin = Clock::now();
   timer.Stop();
@@ -267,8 +267,8 @@ TEST(Timer, DestructionWaitsForTheThread) {
   SUCCEED();
 }
 
-// A thread of the earlier start that still sleeps must not serve the timer beside the new one.
-TEST(Timer, StartWaitsForAThreadThatWasAskedToStop) {
+// A thread of the earlier start that is still sleeping must not serve the timer together with the new one.
+TEST(Timer, StartWaitsForAStoppedThread) {
   std::atomic<bool> finished{false};
   Recorder slow([&] {
     Sleep(300);

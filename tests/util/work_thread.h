@@ -1,7 +1,7 @@
 #pragma once
 
-// Threads for the tests of Thread: what Run does is given as a function, and the exit code can be read after
-// the object has closed or lost its own handle.
+// Threads for the tests of Thread: Run calls a function of the test, and the exit code can be read after the
+// object has closed its handle.
 
 #include <atomic>
 #include <cstdint>
@@ -14,12 +14,12 @@
 
 namespace TamLogUtil::Threading {
 
-// The exit code of a thread, beyond the life of its object.
+// The exit code of a thread, readable after its object is gone.
 class ExitCode {
  public:
-  // Called on the thread itself.
+  // To be called on the thread itself.
   void Watch() { thread.Copy(GetCurrentThread()); }
-  // Waits for the thread's end; 0xDEAD when that does not come or the thread was never watched.
+  // Waits for the thread's end. Returns 0xDEAD when it does not end or was never watched.
   std::uint32_t Await() const {
     DWORD code = 0;
     if (WaitForSingleObject(thread.Get(), 20000) != WAIT_OBJECT_0) return 0xDEAD;
@@ -70,7 +70,7 @@ class WorkThread : public PlainThread {
   }
 };
 
-// Work that goes on until a stop is asked for.
+// Work that runs until a stop is requested.
 inline std::uint32_t UntilStopped(PlainThread& thread) {
   while (!thread.IsStopRequested()) Sleep(1);
   return 0;

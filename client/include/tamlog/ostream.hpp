@@ -1,14 +1,14 @@
 #pragma once
 
-// A std::ostream whose lines become messages of the log:
+// A std::ostream that sends each line as a message:
 //
 //   tamlog::Sender sender;
 //   tamlog::Stream log(sender, "Stage", 1);
 //   log << "axis " << axis << " homed" << std::endl;
 //
-// A line is handed over at its end; std::flush does nothing by itself, and what has no line end yet is handed
-// over by the destructor. The sender has to live longer than the stream. One stream a thread; several streams
-// may share a sender. A message that the sender does not take sets badbit.
+// A line is sent at its line end. std::flush alone does nothing; the destructor sends an unfinished line. The
+// sender has to live longer than the stream. One thread at a time may use a stream; several streams may share
+// a sender. A message that the sender does not accept sets badbit.
 
 #include <ostream>
 #include <streambuf>
@@ -18,6 +18,7 @@
 
 namespace tamlog {
 
+// The buffer of a Stream: collects a line and sends it.
 class StreamBuffer : public std::streambuf {
  public:
   StreamBuffer(Sender& target, std::string name, std::uint32_t messageType)
@@ -53,6 +54,7 @@ class StreamBuffer : public std::streambuf {
   std::string line;
 };
 
+// `source` and `type` are those of all messages of the stream.
 class Stream : public std::ostream {
  public:
   Stream(Sender& sender, std::string source, std::uint32_t type = 0)

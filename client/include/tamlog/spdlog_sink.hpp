@@ -1,17 +1,19 @@
 #pragma once
 
-// A sink of spdlog that hands its messages to the log server:
+// A sink of spdlog that sends its messages to the log server:
 //
 //   tamlog::Sender sender;
 //   auto logger = std::make_shared<spdlog::logger>("Stage", std::make_shared<tamlog::SpdlogSink>(sender));
 //   logger->warn("axis {} is slow", axis);
 //
-// The logger's name becomes the source, and its level the type: trace and debug 0, info 1, warn 2, above 3
-// (or as `typeOfLevel` says). The time is that of the call. The sink's pattern is the plain text ("%v"),
-// because the log has its own time, source and type. It may be used from several threads. What the sender
-// does not take is in its counters; flush waits for `flushMs` at most.
+// The logger's name becomes the source, and its level the type: 0 for trace and debug, 1 for info, 2 for
+// warn, 3 for higher levels, or what `typeOfLevel` returns. The time is that of the call. The sink's pattern
+// is the plain text
+// ("%v"), because the log has fields for time, source and type. The sender's counters show what it did not
+// accept; flush waits for `flushMs` at most.
 //
-// The sender has to live longer than the logger. Needs spdlog 1.10 or later.
+// Any number of threads may use the sink. The sender has to live longer than the logger. Needs spdlog 1.10 or
+// later.
 
 #include <spdlog/pattern_formatter.h>
 #include <spdlog/sinks/sink.h>
@@ -29,9 +31,9 @@
 namespace tamlog {
 
 struct SpdlogSinkOptions {
-  std::uint32_t flushMs = 1000;
+  std::uint32_t flushMs = 1000;    // how long flush waits at most
   std::string unnamed = "spdlog";  // the source of a logger without a name
-  std::function<std::uint32_t(spdlog::level::level_enum)> typeOfLevel;
+  std::function<std::uint32_t(spdlog::level::level_enum)> typeOfLevel;  // empty: the types above
 };
 
 class SpdlogSink : public spdlog::sinks::sink {
@@ -60,7 +62,7 @@ class SpdlogSink : public spdlog::sinks::sink {
   }
 
  private:
-  // Without a line end: each message is one already.
+  // Adds no line end: each message of the log is a line.
   static std::unique_ptr<spdlog::formatter> Plain(const std::string& pattern) {
     return std::make_unique<spdlog::pattern_formatter>(pattern, spdlog::pattern_time_type::local, "");
   }
@@ -89,7 +91,7 @@ class SpdlogSink : public spdlog::sinks::sink {
 
   Sender* sender;
   SpdlogSinkOptions options;
-  std::mutex lock;  // guards `formatter`, which keeps state
+  std::mutex lock;  // guards `formatter`, which is not thread-safe
   std::unique_ptr<spdlog::formatter> formatter;
 };
 

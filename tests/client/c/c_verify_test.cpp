@@ -1,4 +1,4 @@
-// Verifying and repairing through the C interface and through the layer of C++.
+// Verifying and repairing through the C interface and the C++ header.
 
 #include <gtest/gtest.h>
 #include <tamlog.h>
@@ -161,7 +161,7 @@ TEST_F(CVerifyTest, ReversedBlockIsNoDamageAndCostsTheLogAllTheSame) {
   EXPECT_EQ(TextsOf(output), "5678");
 }
 
-TEST_F(CVerifyTest, NoBytesAndFewBytesAreToldApart) {
+TEST_F(CVerifyTest, NoBytesAndFewBytesAreDifferentFindings) {
   EXPECT_EQ(tamlog::VerifyImage({}).Count(TAMLOG_RULE_EMPTY_FILE), 1U);
   bytes.resize(100);
   EXPECT_EQ(tamlog::VerifyImage(Bytes()).Count(TAMLOG_RULE_HEADER_COMPLETE), 1U);
@@ -192,7 +192,7 @@ TEST_F(CVerifyTest, WhatAFunctionThrowsBecomesAStatus) {
   EXPECT_EQ(tamlog_verify_image(bytes.data(), bytes.size(), &options, &result), TAMLOG_NO_MEMORY);
 }
 
-TEST_F(CVerifyTest, RepairSavesWhatCanBeReadAndTellsTheRest) {
+TEST_F(CVerifyTest, RepairSavesWhatCanBeReadAndReportsTheRest) {
   BlankSlot(1);
   SetType(4, 0x40000002);
   const std::string before = bytes;
@@ -218,7 +218,7 @@ TEST_F(CVerifyTest, RepairSavesWhatCanBeReadAndTellsTheRest) {
   EXPECT_EQ(tamlog::Reader::File(output).At(3).Type(), 2U);
 }
 
-TEST_F(CVerifyTest, TextWithoutEndIsCutAndTold) {
+TEST_F(CVerifyTest, UnterminatedTextIsCutAndReported) {
   std::memset(
       bytes.data() + LogFileImage::OffsetOf(5) + offsetof(LogMessage, body) + offsetof(LogMessageBody, text),
       'x', kTextSize);
@@ -229,7 +229,7 @@ TEST_F(CVerifyTest, TextWithoutEndIsCutAndTold) {
   EXPECT_EQ(report.notes[0].kind, TAMLOG_NOTE_TEXT_CUT);
 }
 
-TEST_F(CVerifyTest, CutFileTellsWhatIsMissing) {
+TEST_F(CVerifyTest, CutFileReportsWhatIsMissing) {
   bytes.resize(LogFileSize(4));
   const auto report = tamlog::RepairFile(Write(), output);
   EXPECT_EQ(TextsOf(output), "0123");
@@ -289,6 +289,8 @@ TEST_F(CVerifyTest, NothingIsWrittenInPlaceOrOverAnotherFile) {
 TEST_F(CVerifyTest, EachTroubleHasItsCode) {
   Write();
   EXPECT_EQ(CodeOf(scratch.File("none"), output), TAMLOG_NOT_FOUND);
+  EXPECT_EQ(CodeOf(scratch.File("."), output), TAMLOG_NOT_FOUND);
+  EXPECT_EQ(CodeOf(damaged, scratch.File("."), {.replace = true}), TAMLOG_EXISTS);
   EXPECT_EQ(CodeOf(damaged, scratch.File("none/deeper.dat")), TAMLOG_OUTPUT_FAILED);
   EXPECT_EQ(CodeOf(damaged, output, {.capacity = 0x80000000U}), TAMLOG_BAD_ARGUMENT);
   EXPECT_FALSE(std::filesystem::exists(output));

@@ -7,7 +7,7 @@
 extern "C" {
 #endif
 
-/* What a C compiler makes of the structures. */
+/* The layout of the structures as a C compiler sees it. */
 uint32_t tamlog_test_size(int32_t structure);
 uint32_t tamlog_test_text_offset(void);
 int32_t tamlog_test_init(void);

@@ -32,7 +32,7 @@ bool Holds(const std::string& text, const std::string& part) {
 
 class Library : public SystemTest {
  protected:
-  // Calls Next until an item of this kind comes; false after a while.
+  // Calls Next until an item of this kind comes; returns false after some time.
   static bool WaitFor(tamlog::Reader& reader, tamlog::ItemKind kind, tamlog::Item& item) {
     return Eventually(30s, [&] {
       for (auto next = reader.Next(50); next; next = reader.Next(0)) {
@@ -177,7 +177,7 @@ TEST_F(Library, ViewShowsTheLogInPlaceAndPassesExceptionsOn) {
   EXPECT_EQ(Header().readCount, 0);
 }
 
-// What was sent while the server was away is sorted in by its own time when the server is back.
+// Messages submitted while the server is stopped are sorted in by their own times when it is back.
 TEST_F(Library, SenderKeepsMessagesWhileTheServerIsAway) {
   RunService();
   tamlog::Sender sender;
@@ -277,7 +277,7 @@ TEST_F(Library, ExamplesRun) {
   EXPECT_TRUE(Holds(lost.output, "submitted 7, sent 0, dropped 7, refused 0, doubtful 0")) << lost.output;
   RunService({.maxMessage = 500});
   ChildProcess follow("\"" + OwnDirectory() + "\\example_follow.exe\" 60");
-  ASSERT_EQ(follow.ReadLine(20s), "-- following behind 0 messages");
+  ASSERT_EQ(follow.ReadLine(20s), "-- following after 0 messages");
   const CommandReport submitted = Run("submit_and_read", "");
   EXPECT_EQ(submitted.exitCode, 0U) << submitted.output;
   EXPECT_TRUE(Holds(submitted.output, " T1 Example.C: submitted by the example in C")) << submitted.output;

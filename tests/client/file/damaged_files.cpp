@@ -19,12 +19,14 @@ class ImageSlots final : public SlotSource {
  public:
   explicit ImageSlots(const std::string& file) : bytes(file) {}
 
-  bool ReadSlot(std::int64_t index, LogMessage& message) override {
-    if (index < 0) return false;
-    const std::uint64_t offset = LogFileSize(static_cast<std::uint64_t>(index));
-    if (offset + sizeof(message) > bytes.size()) return false;
+  std::size_t LookAt(std::int64_t newest, std::size_t /*count*/, SlotCheck& check) override {
+    if (newest < 0) return 0;
+    LogMessage message;
+    const std::uint64_t offset = LogFileSize(static_cast<std::uint64_t>(newest));
+    if (offset + sizeof(message) > bytes.size()) return 0;
     std::memcpy(&message, bytes.data() + offset, sizeof(message));
-    return true;
+    check.Look(&message, 1);
+    return 1;
   }
 
  private:

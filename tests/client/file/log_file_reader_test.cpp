@@ -7,6 +7,7 @@
 #include <string>
 #include <system_error>
 
+#include "client/file/log_file_image.h"
 #include "client/message/log_message_view.h"
 #include "tests/support/log_bytes.h"
 #include "tests/support/ring_model.h"
@@ -67,9 +68,14 @@ TEST_F(LogFileReaderTest, SoundFileGivesItsMessages) {
   EXPECT_EQ(Texts(contents.snapshot), "012345");
 }
 
-TEST_F(LogFileReaderTest, MissingFileAndDirectoryAreNotFound) {
+TEST_F(LogFileReaderTest, MissingFileAndDirectoryHaveStatusesOfTheirOwn) {
   EXPECT_EQ(ReadLogFile(path + "-missing").status, Status::NotFound);
-  EXPECT_EQ(ReadLogFile(std::filesystem::temp_directory_path().string()).status, Status::NotFound);
+  EXPECT_EQ(ReadLogFile(std::filesystem::temp_directory_path().string()).status, Status::NotAFile);
+  std::string read = "before";
+  EXPECT_EQ(TamLogClient::ReadFileBytes(path + "-missing", read), Status::NotFound);
+  EXPECT_EQ(TamLogClient::ReadFileBytes(std::filesystem::temp_directory_path().string(), read),
+            Status::NotAFile);
+  EXPECT_EQ(read, "");
 }
 
 TEST_F(LogFileReaderTest, FileCutAnywhereGivesWhatIsReadable) {

@@ -255,7 +255,7 @@ TEST_F(LogFileWriterTest, WhatItWritesIsAcceptedAndWhole) {
 
 TEST_F(LogFileWriterTest, NothingIsOverwrittenUnlessAsked) {
   ASSERT_EQ(Write(path, 8), Status::Ok);
-  EXPECT_EQ(Write(path, 9), Status::BadValue);
+  EXPECT_EQ(Write(path, 9), Status::Exists);
   EXPECT_EQ(Contents(path).size(), LogFileSize(8));
   EXPECT_EQ(Write(path, 9, true), Status::Ok);
   EXPECT_EQ(Contents(path).size(), LogFileSize(9));
@@ -269,6 +269,24 @@ TEST_F(LogFileWriterTest, NothingIsLeftOfWhatFails) {
   EXPECT_EQ(TamLogClient::WriteLogFile(path, 1, give, 8, false), Status::BadValue);
   EXPECT_EQ(Write(path + "/deeper/new.dat", 8), Status::NotFound);
   EXPECT_EQ(FilesThere(), 0U);
+}
+
+TEST_F(LogFileWriterTest, DirectoriesAreNotReplaced) {
+  std::filesystem::create_directory(path);
+  EXPECT_EQ(Write(path, 8), Status::NotAFile);
+  EXPECT_EQ(Write(path, 8, true), Status::NotAFile);
+  EXPECT_TRUE(std::filesystem::is_directory(path));
+  EXPECT_EQ(FilesThere(), 1U);
+}
+
+TEST_F(LogFileWriterTest, CallerThatEndsTheWritingIsInterrupted) {
+  const LogMessage message = ReadSlot(0);
+  const auto give = [&message](std::uint64_t) { return message; };
+  for (const std::uint64_t last : {0U, 3U, 7U}) {  // the first slot, and slots after the only message
+    const auto goOn = [last](std::uint64_t slot) { return slot < last; };
+    EXPECT_EQ(TamLogClient::WriteLogFile(path, 1, give, 8, false, goOn), Status::Interrupted) << last;
+    EXPECT_EQ(FilesThere(), 0U);
+  }
 }
 
 TEST_F(LogFileWriterTest, FileThatIsNotCommittedLeavesNothing) {
@@ -285,7 +303,7 @@ TEST_F(LogFileWriterTest, TargetThatAppearsMeanwhileIsKept) {
   AtomicFile file;
   ASSERT_EQ(file.Open(path, false), Status::Ok);
   ASSERT_EQ(Write(path, 8), Status::Ok);
-  EXPECT_EQ(file.Commit(), Status::BadValue);
+  EXPECT_EQ(file.Commit(), Status::Exists);
   EXPECT_EQ(Contents(path).size(), LogFileSize(8));
 }
 

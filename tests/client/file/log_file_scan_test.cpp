@@ -137,7 +137,7 @@ TEST_F(LogFileScanTest, SurveyCountsTheMessagesThatBreakARule) {
   Change(0, [](LogMessage& message) { std::memset(message.body.source, 'x', kTextSize); });
   Change(7000, [](LogMessage& message) { std::memset(message.body.text, 'x', kTextSize); });
   Change(kCapacity - 1, [](LogMessage& message) { message.body.type = kMessageTypes; });
-  // What stands behind the end of a text is nobody's business.
+  // Bytes after the end of a text do not matter.
   Change(8000, [](LogMessage& message) {
     std::memset(message.body.text, 'x', kTextSize);
     message.body.text[10] = '\0';

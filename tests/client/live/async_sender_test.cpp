@@ -32,7 +32,7 @@ using TamLogTest::ScriptedServer;
 using Texts = std::vector<std::string>;
 using Clock = std::chrono::steady_clock;
 
-constexpr std::uint32_t kPlenty = 20000;  // ms: what may take long on a busy machine, but must not for ever
+constexpr std::uint32_t kPlenty = 20000;  // ms: long enough for a busy machine
 
 std::uint64_t Settled(const SenderCounters& counters) {
   return counters.sent + counters.dropped + counters.refused + counters.doubtful;
@@ -147,7 +147,7 @@ TEST_F(AsyncSenderTest, WhatCannotBeAMessageIsRefusedAndCounted) {
   EXPECT_EQ(counters.submitted, 5U);
 }
 
-TEST_F(AsyncSenderTest, FullQueueDropsTheNewestAndTellsTheLogWhenItClears) {
+TEST_F(AsyncSenderTest, FullQueueDropsTheNewestAndReportsItWhenThereIsRoom) {
   options.queueCapacity = 2;
   options.overflow = Overflow::DropNewest;
   options.noticeSource = "Sender";
@@ -349,14 +349,14 @@ TEST_F(AsyncSenderTest, SenderWithoutClockIsAMistake) {
   EXPECT_THROW(Open(), std::invalid_argument);
 }
 
-// Whatever a moody server, several threads and small queues do: each message ends in exactly one counter, and
-// those that count as sent are those that the server took.
+// With a server of changing answers, several threads and small queues, each message ends in exactly one
+// counter, and the messages counted as sent are those that the server accepted.
 class AsyncSenderProperty : public testing::TestWithParam<Overflow> {};
 
 TEST_P(AsyncSenderProperty, EveryMessageIsAccountedFor) {
   const Status moods[] = {Status::Ok,           Status::Ok,       Status::Ok,      Status::NotRunning,
                           Status::Disconnected, Status::TimedOut, Status::Refused, Status::Ok};
-  constexpr std::uint32_t types[] = {0, 1, 2, 3, 4};  // the last one is none
+  constexpr std::uint32_t types[] = {0, 1, 2, 3, 4};  // the last one does not exist
   for (unsigned round = 0; round < 24; ++round) {
     std::mt19937 random(round);
     AsyncSenderOptions options;

@@ -18,7 +18,7 @@
 
 namespace {
 
-// How pipes were opened, by whomever in this program.
+// How this program opened its pipes.
 std::atomic<int> pipeOpens{0};
 std::atomic<int> opensThatLendTheName{0};
 
@@ -142,7 +142,7 @@ TEST_F(LogClientTest, RequestsAreWholeRecordsWithTheirFieldsInPlace) {
   EXPECT_EQ(requests[5].code, 13U);
 }
 
-// The other end learns who we are, and can do nothing in our name.
+// The other end may identify the caller, but not act in its name.
 TEST_F(LogClientTest, NoPipeIsOpenedSoThatTheOtherEndCouldActInOurName) {
   Serve();
   pipeOpens = 0;
@@ -222,7 +222,7 @@ TEST_F(LogClientTest, SilenceTimesOutAndTheLateAnswerIsNotTakenForAnother) {
   EXPECT_EQ(server->Connections(), 2);
 }
 
-TEST_F(LogClientTest, EndedConnectionIsMadeAnewForAQuestion) {
+TEST_F(LogClientTest, EndedConnectionIsReopenedForARequest) {
   std::atomic<int> calls{0};
   Serve([&calls](const PipeRequest& request, PipeReply& reply) {
     if (++calls == 2) return Answer::HangUp;

@@ -6,9 +6,11 @@
 
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
+#include "client/log/cursor.h"
 #include "client/message/win32.h"
 #include "tests/client/live/served_log.h"
 #include "tests/client/live/test_server.h"
@@ -17,6 +19,7 @@
 namespace {
 
 using TamLogClient::CertainFrom;
+using TamLogClient::Cursor;
 using TamLogClient::LogChange;
 using TamLogClient::LogItem;
 using TamLogClient::LogMessageView;
@@ -56,7 +59,7 @@ class LogStreamTest : public testing::Test {
     return options;
   }
 
-  // The pipe tells the mapping's name and a poll period of 100 ms.
+  // The pipe answers with the mapping's name and a poll period of 100 ms.
   Answer Serve(const PipeRequest& request, PipeReply& reply) {
     if (request.code == static_cast<std::uint32_t>(RequestCode::GetFileMapName)) {
       reply.code = static_cast<std::uint32_t>(ReplyCode::FileMapName);
@@ -70,7 +73,12 @@ class LogStreamTest : public testing::Test {
     return Answer::Reply;
   }
 
-  // Everything that comes until `end` is the last item, in letters and signs.
+  // Returns whether the message that the cursor points at is in the stream's latest copy of the log.
+  static bool Holds(const LogStream& stream, const Cursor& cursor) {
+    return FindCursor(stream.Snapshot(), OrderMessages(stream.Snapshot()).oldestFirst, cursor).found;
+  }
+
+  // Returns all items up to `end`, in letters and signs.
   static std::string Read(LogStream& stream, const std::string& end) {
     std::string read;
     LogItem item;
@@ -106,7 +114,7 @@ class LogStreamTest : public testing::Test {
   int now = 0;
 };
 
-TEST_F(LogStreamTest, GivesMessagesAndEventsInOneStream) {
+TEST_F(LogStreamTest, ReturnsMessagesAndEventsInOneStream) {
   LogStream stream(Options());
   ASSERT_EQ(stream.Open(), Status::Ok);
   LogItem item;
@@ -129,8 +137,8 @@ TEST_F(LogStreamTest, GivesMessagesAndEventsInOneStream) {
   EXPECT_EQ(Read(stream, "s"), "C-1s");
 }
 
-// A mapping lives as long as somebody holds it.
-TEST_F(LogStreamTest, LogOfAServerThatStopsIsLetGoAlsoWhenNobodyAsksForTheNextItem) {
+// A mapping exists as long as a process holds it.
+TEST_F(LogStreamTest, LogOfAServerThatStopsIsClosedAlsoWithoutACallOfNext) {
   LogStream stream(Options());
   ASSERT_EQ(stream.Open(), Status::Ok);
   const std::string name = shared->MapName();
@@ -209,13 +217,13 @@ TEST_F(LogStreamTest, OrderedStreamHoldsBackUntilNothingEarlierIsToBeExpected) {
   Share();
   EXPECT_EQ(stream.Wait(100), LogChange::Append);
   EXPECT_EQ(stream.HeldBack(), 1U);
-  stream.GiveAll();
+  stream.ReleaseAll();
   EXPECT_EQ(Read(stream, "f"), "f");
 }
 
-TEST_F(LogStreamTest, MemoryAndCursorGoOnWhereAnEarlierStreamEnded) {
+TEST_F(LogStreamTest, MemoryAndCursorContinueWhereAnEarlierStreamEnded) {
   TamLogClient::FollowerMemory memory;
-  std::optional<TamLogClient::Cursor> cursor;
+  std::optional<Cursor> cursor;
   {
     LogStream stream(Options());
     ASSERT_EQ(stream.Open(), Status::Ok);
@@ -225,7 +233,7 @@ TEST_F(LogStreamTest, MemoryAndCursorGoOnWhereAnEarlierStreamEnded) {
     memory = stream.Memory(100);
     const auto order = OrderMessages(stream.Snapshot()).oldestFirst;
     cursor = CursorOf(stream.Snapshot(), order, 0);
-    EXPECT_TRUE(stream.Test(*cursor));
+    EXPECT_TRUE(Holds(stream, *cursor));
   }
   Add("ef");
   log.Submit(MakeBody(35, "L"));
@@ -234,11 +242,11 @@ TEST_F(LogStreamTest, MemoryAndCursorGoOnWhereAnEarlierStreamEnded) {
   LogStream stream(Options());
   ASSERT_EQ(stream.Open(memory), Status::Ok);
   EXPECT_EQ(Read(stream, "f"), "~Lef");
-  EXPECT_TRUE(stream.Test(*cursor));
+  EXPECT_TRUE(Holds(stream, *cursor));
   log.Clear();
   Share();
   EXPECT_EQ(stream.Wait(kSoon), LogChange::Cleared);
-  EXPECT_FALSE(stream.Test(*cursor));
+  EXPECT_FALSE(Holds(stream, *cursor));
 }
 
 TEST_F(LogStreamTest, NothingSharedIsNotRunning) {

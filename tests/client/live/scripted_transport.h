@@ -1,7 +1,7 @@
 #pragma once
 
-// The way to a server that the test plays itself: it holds calls back, answers them as the test says, and
-// keeps what it took.
+// A transport to a server that the test plays: it can hold calls back, answers them as the test chooses, and
+// keeps the messages that it accepted.
 
 #include <chrono>
 #include <condition_variable>
@@ -21,7 +21,7 @@ class ScriptedServer {
   using Status = TamLogClient::Status;
   using Answer = std::function<Status(const LogMessageBody&)>;
 
-  // What every further message is answered with.
+  // Sets the answer to every further message.
   void AnswerWith(Status status) {
     AnswerBy([status](const LogMessageBody&) { return status; });
   }
@@ -40,7 +40,7 @@ class ScriptedServer {
     held = false;
     changed.notify_all();
   }
-  // Until a call waits inside; false after 10 s.
+  // Waits until a call waits inside; returns false after 10 s.
   bool WaitForCaller() {
     std::unique_lock guard(lock);
     return changed.wait_for(guard, std::chrono::seconds(10), [this] { return inside; });
@@ -69,7 +69,7 @@ class ScriptedServer {
     return disconnects;
   }
 
-  // The sender owns what this gives; the server has to live longer.
+  // Returns a transport to this server, which has to outlive it.
   std::unique_ptr<TamLogClient::SenderTransport> Connect() { return std::make_unique<Way>(*this); }
 
  private:

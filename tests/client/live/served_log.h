@@ -33,7 +33,7 @@ class ServedLog {
   bool WriteWaitIsSignalled() const;
   bool HeaderLockIsFree() const;
 
-  // For the tests of what goes wrong.
+  // These break the protocol on purpose.
   void CloseReadWait();
   void OpenReadWait();
   void TakeHeaderLock();

@@ -18,7 +18,8 @@ Handle MakePipe(const std::string& name, DWORD direction) {
                                  nullptr));
 }
 
-// Waits for the operation or the stop; the bytes, or -1 when it failed or the server is to stop.
+// Waits for the operation or the stop. Returns the bytes, or -1 when the operation failed or the server has
+// to stop.
 int Finish(HANDLE pipe, OVERLAPPED& operation, BOOL started, HANDLE stopEvent) {
   if (started == FALSE && GetLastError() == ERROR_PIPE_CONNECTED) return 0;
   if (started == FALSE && GetLastError() != ERROR_IO_PENDING) return -1;
@@ -74,7 +75,7 @@ void TestServer::Serve() {
 void TestServer::ServeConnection(void* requestPipe, void* replyPipe) {
   const Handle done(CreateEventA(nullptr, TRUE, FALSE, nullptr));
   PipeReply reply;
-  // What a reply does not define is left over from earlier ones: rubbish to begin with.
+  // Bytes that a reply does not define come from earlier replies; the first ones are arbitrary.
   std::memset(&reply, 0xEE, sizeof(reply));
   while (!stop) {
     PipeRequest request{};

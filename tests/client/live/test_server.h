@@ -1,7 +1,7 @@
 #pragma once
 
 // The other end of the pipes, for the client's tests: one pair of pipes at a time, made and served as
-// docs/pipe_protocol.md describes them. The test says what each request is answered with.
+// docs/pipe_protocol.md describes them. The test chooses the answer to each request.
 
 #include <atomic>
 #include <functional>

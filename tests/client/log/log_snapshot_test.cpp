@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "client/log/header_counters.h"
 #include "client/message/log_message_view.h"
 #include "tests/support/ring_model.h"
 
@@ -141,6 +142,28 @@ TEST(MessageIdentity, EveryByteOfTheSendersFormCounts) {
     EXPECT_FALSE(TamLogClient::IdentityOf(other) == TamLogClient::IdentityOf(body)) << at;
   }
   EXPECT_TRUE(TamLogClient::IdentityOf(LogMessageBody(body)) == TamLogClient::IdentityOf(body));
+}
+
+TEST(HeaderCounters, SayHowManyWereAppendedAndNothingWhenMoreThanThatHappened) {
+  LogFileHeader before{};
+  before.maxMessages = 8;
+  before.changeCount = 5;
+  before.rewriteCount = 2;
+  before.nextSequence = 10;
+  LogFileHeader now = before;
+  EXPECT_EQ(TamLogClient::AppendedSince(before, now), 0U);
+  now.changeCount = 6;
+  now.nextSequence = 13;
+  EXPECT_EQ(TamLogClient::AppendedSince(before, now), 3U);
+  EXPECT_FALSE(TamLogClient::AppendedSince(now, before));
+  for (const auto change : {+[](LogFileHeader& header) { header.maxMessages = 9; },
+                            +[](LogFileHeader& header) { header.changeCount = 4; },
+                            +[](LogFileHeader& header) { header.rewriteCount = 3; },
+                            +[](LogFileHeader& header) { header.nextSequence = 9; }}) {
+    LogFileHeader other = now;
+    change(other);
+    EXPECT_FALSE(TamLogClient::AppendedSince(before, other));
+  }
 }
 
 }  // namespace

@@ -117,7 +117,7 @@ TEST_F(TamlogctlTest, UsageErrorsAreTwoAndNameTheOptionAndTheMend) {
   expectUsage("show -s :1 " + log, "-s ':1': expected NAME or NAME:TYPES");
   expectUsage("show -S noon " + log, "-S 'noon': expected YYYY-MM-DD");
   expectUsage("show -g \"a(\" " + log, "add -F");
-  expectUsage("show -F " + log, "give one of them as well");
+  expectUsage("show -F " + log, "-F: applies to -g and -v");
   expectUsage("show -f " + log, "a copied log does not grow");
   expectUsage("send -t 4 text", "-t");
   expectUsage("send --time noon text", "--time 'noon': expected YYYY-MM-DD HH:MM:SS.mmm");

@@ -89,8 +89,8 @@ TEST_F(RotatingFileTest, EveryMessageIsInExactlyOneFileAndNoneIsCut) {
   }
   ASSERT_TRUE(file.Flush(0));
   EXPECT_EQ(All(), expected);
-  EXPECT_GE(file.FilesPutAside(), 10U);
-  for (std::uint64_t number = 1; number <= file.FilesPutAside(); ++number) {
+  EXPECT_GE(file.RotatedFiles(), 10U);
+  for (std::uint64_t number = 1; number <= file.RotatedFiles(); ++number) {
     const std::string bytes = Contents("log." + std::to_string(number));
     EXPECT_LE(bytes.size(), 100U);
     ASSERT_FALSE(bytes.empty());
@@ -157,14 +157,14 @@ TEST_F(RotatingFileTest, PeriodsTurnWithTheClock) {
   ASSERT_TRUE(file.Append("a\n", kMonday + 59 * kMinute));
   ASSERT_TRUE(file.Append("b\n", kMonday + kHour - 1));
   ASSERT_TRUE(file.Flush(kMonday + kHour - 1));
-  EXPECT_EQ(file.FilesPutAside(), 0U);
+  EXPECT_EQ(file.RotatedFiles(), 0U);
   ASSERT_TRUE(file.Append("c\n", kMonday + kHour));
-  // Without a message the hour ends, too, but nothing empty is put aside.
+  // Without a message the hour ends, too, but nothing empty is rotated.
   ASSERT_TRUE(file.Flush(kMonday + 2 * kHour));
   ASSERT_TRUE(file.Flush(kMonday + 9 * kHour));
   ASSERT_TRUE(file.Append("d\n", kMonday + 10 * kHour));
   ASSERT_TRUE(file.Flush(kMonday + 10 * kHour));
-  EXPECT_EQ(file.FilesPutAside(), 2U);
+  EXPECT_EQ(file.RotatedFiles(), 2U);
   EXPECT_EQ(Contents("log.2"), "a\nb\n");
   EXPECT_EQ(Contents("log.1"), "c\n");
   EXPECT_EQ(Contents("log"), "d\n");
@@ -179,9 +179,9 @@ TEST_F(RotatingFileTest, WeeksBeginWithMondayAndDaysWithMidnight) {
     ASSERT_TRUE(file.Append("a\n", turn - 1));
     ASSERT_TRUE(file.Append("b\n", turn));
     ASSERT_TRUE(file.Append("c\n", turn + period - 1));
-    EXPECT_EQ(file.FilesPutAside(), 1U);
+    EXPECT_EQ(file.RotatedFiles(), 1U);
     ASSERT_TRUE(file.Append("d\n", turn + period));
-    EXPECT_EQ(file.FilesPutAside(), 2U);
+    EXPECT_EQ(file.RotatedFiles(), 2U);
   }
 }
 
@@ -205,7 +205,7 @@ TEST_F(RotatingFileTest, LaterRunGoesOnInTheSameFileUnlessItsPeriodIsOver) {
   EXPECT_EQ(Contents("log"), "head\nc\n");
 }
 
-TEST_F(RotatingFileTest, WhatEndsWithinAMessageIsPutAsideAsItIs) {
+TEST_F(RotatingFileTest, AFileThatEndsWithinAMessageIsRotatedAsItIs) {
   Put("log", "whole\nhal");
   RotatingFile file(options);
   ASSERT_EQ(file.Open(0), Status::Ok);
@@ -232,7 +232,7 @@ TEST_F(RotatingFileTest, OfRecordsOnlyWholeOnesAreGoneOnBehind) {
   EXPECT_EQ(Contents("log.1"), "12345");
 }
 
-TEST_F(RotatingFileTest, EveryFileHasTheHeadAndOneWithAnotherIsPutAside) {
+TEST_F(RotatingFileTest, EveryFileHasTheHeadAndOneWithAnotherIsRotated) {
   options.head = "time,text\n";
   options.limits.bytes = 20;
   Put("log", "time\nold\n");
@@ -258,7 +258,7 @@ TEST_F(RotatingFileTest, ReplacingBeginsWithAnEmptyFile) {
 }
 
 // A directory with something in it in the place of a file cannot be removed, as one that is open elsewhere.
-TEST_F(RotatingFileTest, WhatCannotBePutAsideGrowsOnUntilItCan) {
+TEST_F(RotatingFileTest, AFileThatCannotBeRotatedIsAppendedToUntilItCan) {
   fs::create_directory(Path("log.1"));
   Put("log.1/held", "");
   options.limits.bytes = 4;
@@ -267,13 +267,13 @@ TEST_F(RotatingFileTest, WhatCannotBePutAsideGrowsOnUntilItCan) {
   ASSERT_EQ(file.Open(0), Status::Ok);
   for (const char* const message : {"aa\n", "bb\n", "cc\n"}) ASSERT_TRUE(file.Append(message, 0));
   ASSERT_TRUE(file.Flush(0));
-  EXPECT_TRUE(file.HeldUp());
+  EXPECT_TRUE(file.RotationBlocked());
   EXPECT_EQ(Contents("log"), "aa\nbb\ncc\n");
   fs::remove_all(Path("log.1"));
   ASSERT_TRUE(file.Append("dd\n", 999));  // tried again once a second
   ASSERT_TRUE(file.Append("ee\n", 1000));
   ASSERT_TRUE(file.Flush(1000));
-  EXPECT_FALSE(file.HeldUp());
+  EXPECT_FALSE(file.RotationBlocked());
   EXPECT_EQ(Contents("log.1"), "aa\nbb\ncc\ndd\n");
   EXPECT_EQ(Contents("log"), "ee\n");
 }
@@ -291,12 +291,12 @@ TEST_F(RotatingFileTest, FileThatAReaderHasOpenGrowsOnUntilItIsLetGo) {
   ASSERT_TRUE(reader);
   ASSERT_TRUE(file.Append("bb\n", 0));
   ASSERT_TRUE(file.Flush(0));
-  EXPECT_TRUE(file.HeldUp());
+  EXPECT_TRUE(file.RotationBlocked());
   EXPECT_EQ(Contents("log"), "aa\nbb\n");
   reader.Close();
   ASSERT_TRUE(file.Append("cc\n", 5000));
   ASSERT_TRUE(file.Flush(5000));
-  EXPECT_FALSE(file.HeldUp());
+  EXPECT_FALSE(file.RotationBlocked());
   EXPECT_EQ(Contents("log.1"), "aa\nbb\n");
   EXPECT_EQ(Contents("log"), "cc\n");
 }
@@ -304,13 +304,13 @@ TEST_F(RotatingFileTest, FileThatAReaderHasOpenGrowsOnUntilItIsLetGo) {
 
 TEST_F(RotatingFileTest, DirectoriesAreNoTargets) {
   fs::create_directory(Path("log"));
-  EXPECT_EQ(RotatingFile(options).Open(0), Status::BadValue);
+  EXPECT_EQ(RotatingFile(options).Open(0), Status::NotAFile);
   options.target = Path("nowhere/log");
   EXPECT_EQ(RotatingFile(options).Open(0), Status::SystemError);
 }
 
 #ifdef __unix__
-TEST_F(RotatingFileTest, DevicesCanBeWrittenButNotPutAside) {
+TEST_F(RotatingFileTest, DevicesCanBeWrittenButNotRotated) {
   options.target = "/dev/full";
   {
     RotatingFile file(options);
@@ -321,7 +321,7 @@ TEST_F(RotatingFileTest, DevicesCanBeWrittenButNotPutAside) {
     EXPECT_FALSE(file.Append("b\n", 0));
   }
   options.limits.bytes = 4;
-  EXPECT_EQ(RotatingFile(options).Open(0), Status::BadValue);
+  EXPECT_EQ(RotatingFile(options).Open(0), Status::NotAFile);
   EXPECT_TRUE(fs::exists("/dev/full"));
 }
 

@@ -12,8 +12,8 @@
 
 namespace {
 
-using TamLogClient::RegularExpression;
-using TamLogClient::TextPattern;
+using TamLogCtl::RegularExpression;
+using TamLogCtl::TextPattern;
 
 bool Matches(const std::string& pattern, const std::string& text, bool foldCase = false) {
   std::string problem;
@@ -211,6 +211,9 @@ TEST(TextPattern, PlainTextIsFoundWithAndWithoutCase) {
   EXPECT_TRUE(lower->Matches("timed OUT"));  // all lower case ignores case
   EXPECT_FALSE(upper->Matches("timed out"));
   EXPECT_TRUE(ignoring->Matches("timed out"));
+  auto expression = TextPattern::Make("time.?out", false, false, problem);
+  ASSERT_TRUE(expression);
+  EXPECT_TRUE(expression->Matches("Time-Out"));
   auto escaped = TextPattern::Make("\\D\\S", false, false, problem);
   ASSERT_TRUE(escaped);  // the letters of escapes are none of the text
   EXPECT_TRUE(escaped->Matches("xY"));

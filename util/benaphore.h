@@ -1,34 +1,36 @@
 #pragma once
 
-// A binary lock in one word, with a gate (an automatic-reset event) for those who have to wait. A free lock
-// costs one atomic operation to take and one to give back; the gate is touched only when threads wait.
+// A benaphore: a lock word in memory with an event to wait on. Taking and releasing a free lock costs one
+// atomic operation each; the event is used only while threads wait.
 //
-// It behaves like an automatic-reset event that is signalled while the lock is free: it belongs to no thread,
-// any thread may give it back, and giving back a free one leaves it free. Nobody overtakes: a lock that
-// somebody waits for is not freed but handed through the gate.
+// It behaves like an automatic-reset event that is signalled while the lock is free: it has no owner, any
+// thread may release it, and releasing a free one leaves it free. It is fair: a lock that threads wait for is
+// never freed but passed to one of them by the event.
 //
-// What the word says:
+// Values of the word:
 //   0                        free
-//   kHeld + n * kWaiter      somebody is inside, n threads wait at the gate
-//   kPassing + n * kWaiter   given back: the gate is open, or about to be, for one thread that waited and is
-//                            no longer counted in n
+//   kHeld + n * kWaiter      held, n threads wait on the event
+//   kPassing + n * kWaiter   released: the event is signalled, or about to be, for one thread that waited; n
+//                            does not count that thread
 //
-// Opening the gate is the last thing a release does with the lock, so whoever comes through may destroy it.
+// Signalling the event is the last thing a release does with the lock, so the thread that gets the lock may
+// destroy it.
 
 #include <atomic>
 #include <cstdint>
 
 namespace TamLogUtil {
 
-// A gate starts closed and has
-//   bool Wait(std::uint32_t milliseconds)  true when it was open, which closes it; false when the time ran
+// The event is the caller's. It starts unsignalled and has
+//   bool Wait(std::uint32_t milliseconds)  true when it was signalled, which resets it; false when the time
+//   ran
 //                                          out (0xFFFFFFFF: never); may throw
-//   void Open()                            lets one thread through; one that throws has let nobody through
-class LockWord {
+//   void Signal()                          lets one thread through; if it throws, it let none through
+class Benaphore {
  public:
-  // Whether the lock came in time. When the gate throws, the lock was not taken.
-  template <class Gate>
-  bool Wait(Gate&& gate, std::uint32_t milliseconds) {
+  // False when `milliseconds` passed first. If the event throws, the lock was not taken.
+  template <class WaitEvent>
+  bool Wait(WaitEvent&& event, std::uint32_t milliseconds) {
     switch (Arrive(milliseconds != 0)) {
       case Arrival::Inside:
         return true;
@@ -37,20 +39,21 @@ class LockWord {
       case Arrival::Waits:
         break;
     }
-    if (!WaitAtGate(gate, milliseconds)) {
+    if (!WaitOn(event, milliseconds)) {
       if (CountOut()) return false;
-      // Too late to leave: the gate is opened for this thread.
-      gate.Wait(kForever);
+      // Too late to leave: the event is being signalled for this thread.
+      event.Wait(kForever);
     }
     word.fetch_sub(kPassing - kHeld, std::memory_order_acquire);
     return true;
   }
 
-  template <class Gate>
-  void Release(Gate&& gate) {
+  // If the event throws, the lock is still held.
+  template <class WaitEvent>
+  void Release(WaitEvent&& event) {
     if (!HandOver()) return;
     try {
-      gate.Open();
+      event.Signal();
     } catch (...) {
       word.fetch_add(kWaiter + kHeld - kPassing, std::memory_order_relaxed);
       throw;
@@ -76,18 +79,19 @@ class LockWord {
     }
   }
 
-  template <class Gate>
-  bool WaitAtGate(Gate&& gate, std::uint32_t milliseconds) {
+  template <class WaitEvent>
+  bool WaitOn(WaitEvent& event, std::uint32_t milliseconds) {
     try {
-      return gate.Wait(milliseconds);
+      return event.Wait(milliseconds);
     } catch (...) {
-      // If it is opened for this thread all the same, the next one that arrives goes through instead.
+      // If the event is signalled for this thread all the same, the next one that arrives goes through
+      // instead.
       CountOut();
       throw;
     }
   }
 
-  // False when nobody is counted: the one thread that is still at the gate has been let through.
+  // False when no thread is counted: the event is being signalled for the one thread that still waits.
   bool CountOut() {
     std::uint32_t seen = word.load(std::memory_order_relaxed);
     while (seen >= kWaiter) {
@@ -96,7 +100,7 @@ class LockWord {
     return false;
   }
 
-  // True when the gate has to be opened.
+  // True when the event has to be signalled.
   bool HandOver() {
     std::uint32_t seen = word.load(std::memory_order_relaxed);
     while ((seen & kHeld) != 0) {

@@ -1,7 +1,7 @@
-// How much of damaged log files comes back. Run by hand it prints the first table of docs/damage_census.md
-// (tests/native/flipped_bits_test.cpp has the second one):
+// How much of damaged log files is recovered. Run by hand it prints the first table of docs/damage_table.md
+// (tests/native/flipped_bits_test.cpp prints those of every bit):
 //
-//   TAMLOG_CENSUS_FILES=20000 client_file_tests --gtest_filter='DamageCensus*'
+//   TAMLOG_DAMAGE_FILES=20000 client_file_tests --gtest_filter='DamageTable*'
 
 #include <gtest/gtest.h>
 
@@ -32,12 +32,12 @@ using TamLogTest::Random;
 using TamLogTest::ServerKeeps;
 
 bool Printing() {
-  return std::getenv("TAMLOG_CENSUS_FILES") != nullptr;
+  return std::getenv("TAMLOG_DAMAGE_FILES") != nullptr;
 }
 
 int FilesOfEachDamage() {
   constexpr int kSmall = 300;
-  const char* const text = std::getenv("TAMLOG_CENSUS_FILES");
+  const char* const text = std::getenv("TAMLOG_DAMAGE_FILES");
   return text == nullptr ? kSmall : std::max(1, std::atoi(text));
 }
 
@@ -98,12 +98,12 @@ void Try(Damage damage, Random& random, Row& row) {
   row.wholeFiles += carved >= intact ? 1 : 0;
 }
 
-TEST(DamageCensus, EveryIntactMessageComesBackOutOfFilesDamagedAtRandom) {
+TEST(DamageTable, EveryIntactMessageComesBackOutOfFilesDamagedAtRandom) {
   const int files = FilesOfEachDamage();
   if (Printing()) {
     std::printf(
-        "| Damage | Files | Kept by a server | Messages | Intact | Saved | Saved with --carve | "
-        "Files with all that was intact |\n|---|---|---|---|---|---|---|---|\n");
+        "| Damage | Files | Kept | Messages | Intact | Saved | Carved | Whole "
+        "|\n|---|---|---|---|---|---|---|---|\n");
   }
   for (std::size_t i = 0; i < TamLogTest::kDamages; ++i) {
     const auto damage = static_cast<Damage>(i);

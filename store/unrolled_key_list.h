@@ -1,14 +1,15 @@
 #pragma once
 
-// Which message stands where: the time keys of all messages, newest first, each with a number of the owner's
-// choice, without the messages themselves. Plain data without a lock.
+// An unrolled list of two levels: the time keys of all messages, newest first, each with a number of the
+// owner's choice. It does not hold the messages themselves. Plain data without a lock.
 //
-// Entries stand in chunks, chunks in groups. A group and a chunk know their size and a bound that none of
-// their keys is below, so the place of a new key is found by looking at some groups, at some chunks of one
-// group and into one chunk, also a million entries back; an insertion moves the entries of one chunk. Chunks
-// fill up as long as messages come in order or in the reverse order, and to half otherwise.
+// Entries are stored in chunks, chunks in groups. A group and a chunk know their size and a lower bound of
+// their keys, so the place of a new key is found by comparing with some groups, some chunks of one group and
+// the keys of one chunk, also a million entries back; an insertion moves the entries of one chunk. An entry
+// takes 12 bytes; chunks fill up while messages arrive in order or in the reverse order, and to half
+// otherwise.
 //
-// A list that was loaded need not be in order (MessageFileServer::Compact says why). Insert does then, too,
+// A list that was loaded may be out of order (MessageFileServer::Compact says why). Insert then still does
 // what a walk from the newest entry would do.
 
 #include <algorithm>
@@ -21,11 +22,11 @@
 
 // `kChunk` entries in a chunk, `kGroup` chunks in a group; both at least 2.
 template <std::size_t kChunk, std::size_t kGroup>
-class BasicOrderedKeys {
+class BasicUnrolledKeyList {
  public:
   std::size_t Size() const { return size; }
 
-  void Clear() { *this = BasicOrderedKeys(); }
+  void Clear() { *this = BasicUnrolledKeyList(); }
 
   void AppendOldest(std::uint64_t key, std::uint32_t number) {
     if (size > 0 && key > OldestChunk().keys[OldestChunk().begin]) inOrder = false;
@@ -38,9 +39,9 @@ class BasicOrderedKeys {
     Count(group, chunk, key);
   }
 
-  // Inserts in front of the first entry, looked at from the newest, whose key is not greater: among equal
-  // keys the new one counts as the newest. Returns how many entries stand before it. Nothing has changed when
-  // memory runs out.
+  // Walks from the newest entry and inserts on the newer side of the first one whose key is not greater:
+  // among equal keys the new one counts as the newest. Returns the number of entries newer than it. Changes
+  // nothing when memory runs out.
   std::size_t Insert(std::uint64_t key, std::uint32_t number) {
     if (groups.empty()) AddNewestChunk();
     if (Append(key, number)) return 0;
@@ -53,8 +54,8 @@ class BasicOrderedKeys {
     return place.newer;
   }
 
-  // Removes the oldest entry and returns its number. There has to be one.
-  std::uint32_t TakeOldest() {
+  // Removes the oldest entry and returns its number. The list must not be empty.
+  std::uint32_t PopOldest() {
     Group& group = groups.front();
     Chunk& chunk = group.chunks.front();
     const std::uint32_t number = chunk.numbers[chunk.begin++];
@@ -68,7 +69,7 @@ class BasicOrderedKeys {
     return number;
   }
 
-  // visit(std::uint32_t& number) from the newest entry on, until it returns false.
+  // Calls visit(std::uint32_t& number) for the entries from the newest on, until it returns false.
   template <class Visit>
   void FromNewestWhile(Visit&& visit) {
     for (auto group = groups.rbegin(); group != groups.rend(); ++group) {
@@ -80,7 +81,7 @@ class BasicOrderedKeys {
     }
   }
 
-  // visit(std::uint32_t& number) for the newest `count` entries, from the newest on.
+  // Calls visit(std::uint32_t& number) for the newest `count` entries, from the newest on.
   template <class Visit>
   void FromNewest(std::size_t count, Visit&& visit) {
     FromNewestWhile([&](std::uint32_t& number) {
@@ -98,7 +99,7 @@ class BasicOrderedKeys {
   struct Chunk {
     std::size_t Size() const { return end - begin; }
 
-    // In front of entry `index`; there has to be room at one of the ends.
+    // Inserts before entry `index`. There must be room at one of the ends.
     void Insert(std::size_t index, std::uint64_t key, std::uint32_t number) {
       if (end < kChunk && (begin == 0 || end - index <= index - begin)) {
         std::copy_backward(&keys[index], &keys[end], &keys[end] + 1);
@@ -114,8 +115,8 @@ class BasicOrderedKeys {
       numbers[index] = number;
     }
 
-    // The index behind the newest entry whose key is not greater; `begin` when there is none.
-    std::size_t Behind(std::uint64_t key, bool sorted) const {
+    // The index after the newest entry whose key is not greater; `begin` when there is none.
+    std::size_t IndexFor(std::uint64_t key, bool sorted) const {
       const std::uint64_t* const all = keys.get();
       if (begin < end && all[end - 1] <= key) return end;
       if (sorted) return static_cast<std::size_t>(std::upper_bound(all + begin, all + end, key) - all);
@@ -130,13 +131,13 @@ class BasicOrderedKeys {
 
     std::size_t begin = 0;
     std::size_t end = 0;
-    std::uint64_t bound = kHighest;  // not renewed when the oldest entry goes: it may be too low then
+    std::uint64_t bound = kHighest;  // not updated when the oldest entry is removed, so it may be too low
     std::unique_ptr<std::uint64_t[]> keys;
     std::unique_ptr<std::uint32_t[]> numbers;
   };
 
   struct Group {
-    std::vector<Chunk> chunks;  // the newest last; room for kGroup, so that adding one cannot fail
+    std::vector<Chunk> chunks;  // the newest last; capacity kGroup, so that adding one cannot fail
     std::size_t size = 0;
     std::uint64_t bound = kHighest;  // like a chunk's
   };
@@ -157,7 +158,7 @@ class BasicOrderedKeys {
     ++size;
   }
 
-  // What nearly every message needs: it is the newest, and there is room behind the newest so far.
+  // The usual case: the new entry is the newest, and the newest chunk has room after its last entry.
   bool Append(std::uint64_t key, std::uint32_t number) {
     Group& group = groups.back();
     Chunk& chunk = group.chunks.back();
@@ -180,7 +181,7 @@ class BasicOrderedKeys {
       }
       for (std::size_t c = group.chunks.size(); c-- > 0;) {
         const Chunk& chunk = group.chunks[c];
-        const std::size_t index = chunk.bound > key ? chunk.begin : chunk.Behind(key, inOrder);
+        const std::size_t index = chunk.bound > key ? chunk.begin : chunk.IndexFor(key, inOrder);
         newer += chunk.end - index;
         if (index > chunk.begin) return {.group = g, .chunk = c, .index = index, .newer = newer};
       }
@@ -188,25 +189,26 @@ class BasicOrderedKeys {
     return {.group = 0, .chunk = 0, .index = OldestChunk().begin, .newer = newer};
   }
 
-  // Afterwards the chunk at `place` has room at one of its ends.
+  // Makes room at one end of the chunk at `place`, which may move to another chunk.
   void MakeRoom(Place& place) {
     const Chunk& chunk = groups[place.group].chunks[place.chunk];
     if (place.newer == 0 && chunk.end == kChunk) {
       AddNewestChunk();
       place = {.group = groups.size() - 1, .chunk = groups.back().chunks.size() - 1, .index = 0, .newer = 0};
     } else if (chunk.Size() == kChunk) {
-      if (place.index == kChunk && GoBeforeNext(place)) return;
+      if (place.index == kChunk && MoveToNextChunk(place)) return;
       if (groups[place.group].chunks.size() == kGroup) SplitGroup(place);
       if (place.index == kChunk) {
-        AddChunkBehind(place);
+        AddChunkAfter(place);
       } else {
         SplitChunk(place);
       }
     }
   }
 
-  // Behind the last entry of a chunk is also in front of the first one of the next, which may have room.
-  bool GoBeforeNext(Place& place) const {
+  // The place after the last entry of a chunk is also the one before the first of the next, which may have
+  // room. False when it has none.
+  bool MoveToNextChunk(Place& place) const {
     const Group& group = groups[place.group];
     if (place.chunk + 1 == group.chunks.size() || group.chunks[place.chunk + 1].begin == 0) return false;
     ++place.chunk;
@@ -214,8 +216,8 @@ class BasicOrderedKeys {
     return true;
   }
 
-  // To be filled from its end: messages that come in the reverse order of their times go on in front of it.
-  void AddChunkBehind(Place& place) {
+  // Filled from its end: messages that arrive in the reverse order of their times are inserted before it.
+  void AddChunkAfter(Place& place) {
     Chunk chunk = NewChunk(kChunk);
     Group& group = groups[place.group];
     ++place.chunk;
@@ -270,7 +272,7 @@ class BasicOrderedKeys {
     }
   }
 
-  // Empty, its entries going to come in from index `from` on.
+  // An empty chunk whose first entry goes to index `from`.
   Chunk NewChunk(std::size_t from) {
     Chunk chunk = std::move(spare);
     if (chunk.keys == nullptr) chunk.keys.reset(new std::uint64_t[kChunk]);
@@ -300,9 +302,9 @@ class BasicOrderedKeys {
   }
 
   std::vector<Group> groups;  // the newest last
-  Chunk spare;                // the last one that became empty
+  Chunk spare;                // the chunk that became empty last
   std::size_t size = 0;
-  bool inOrder = true;  // no key is greater than that of the entry before it, from the newest on
+  bool inOrder = true;  // from the newest entry on, no key is greater than the one before
 };
 
-using OrderedKeys = BasicOrderedKeys<256, 32>;
+using UnrolledKeyList = BasicUnrolledKeyList<256, 32>;

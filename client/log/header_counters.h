@@ -1,0 +1,17 @@
+#pragma once
+
+// What the counters of two headers say about the time between them.
+
+#include <cstdint>
+#include <optional>
+
+#include "records/log_file_format.h"
+
+namespace TamLogClient {
+
+// Returns how many messages were appended between two headers of the same log. Returns nothing when more than
+// appending happened, or when the headers are of different logs: the ring has another capacity, slots that
+// held messages were written again, or a counter fell.
+std::optional<std::uint64_t> AppendedSince(const LogFileHeader& before, const LogFileHeader& now);
+
+}  // namespace TamLogClient

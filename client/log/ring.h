@@ -1,0 +1,51 @@
+#pragma once
+
+// The rules of the ring of slots, one place for each: which headers make sense, which slots hold the
+// messages, and the stretch that a full rewrite leaves in reverse. docs/log_file_format.md describes the
+// ring.
+//
+// The functions have no state and may be called from any thread.
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "records/log_file_format.h"
+
+namespace TamLogClient {
+
+// Slots that follow each other: from `begin` up to, and without, `end`.
+struct SlotRun {
+  std::int64_t begin = 0;
+  std::int64_t end = 0;
+};
+
+// Returns whether count, capacity and next slot of the header make sense together. The file may still be too
+// short for them.
+bool RingIsSound(const LogFileHeader& header);
+
+// Returns whether the header is sound and all of its slots are among the first `slotsThere`.
+bool RingFits(const LogFileHeader& header, std::uint64_t slotsThere);
+
+// Returns the slots of the newest `count` messages, oldest first; either run may be empty. The header has to
+// be sound, and `count` at most its messageCount.
+std::array<SlotRun, 2> NewestRuns(const LogFileHeader& header, std::int64_t count);
+
+// Returns the slots of all messages, oldest first, that are among the first `slotsThere`. The header has to
+// be sound; its capacity may be larger than `slotsThere`, which bounds the work.
+std::vector<std::uint32_t> RingSlots(const LogFileHeader& header, std::uint64_t slotsThere);
+
+// Returns the slot at a position of the ring order, which begins with 0 for the oldest message. The header
+// has to be sound, and `position` less than its messageCount.
+std::uint32_t SlotAt(const LogFileHeader& header, std::uint32_t position);
+
+// Returns whether `slot` holds one of the header's messages. Of a header that is not sound the answer means
+// nothing.
+bool HoldsMessage(const LogFileHeader& header, std::uint64_t slot);
+
+// Returns how many of the first `keys` (time keys, oldest slot first) run backwards in time, as a full
+// rewrite of the ring leaves them; 0 when they do not.
+std::size_t FallingStretch(const std::vector<std::uint64_t>& keys);
+
+}  // namespace TamLogClient

@@ -1,0 +1,18 @@
+#pragma once
+
+// Numbers and texts in columns. Only columns.cpp knows the library behind it.
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace TamLogCtl {
+
+// With so many digits after the point.
+std::string Fixed(double value, int digits);
+
+// Filled up with spaces to `width` columns of a terminal, of which some characters take two.
+std::string AlignedLeft(std::string_view text, std::size_t width);
+std::string AlignedRight(std::string_view text, std::size_t width);
+
+}  // namespace TamLogCtl

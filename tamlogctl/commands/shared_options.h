@@ -1,0 +1,51 @@
+#pragma once
+
+// Options that several verbs have in common. Each function refers to the place where the values go, which has
+// to outlive the options.
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tamlogctl/commands/verb.h"
+
+namespace TamLogCtl {
+
+struct CommonOptions;
+struct OutputOptions;
+struct ReadingOptions;
+struct SelectionOptions;
+
+// --color and --timeout, which every verb has.
+std::vector<Option> OptionsOfAll(CommonOptions& to);
+
+// -o, --fields, --tz and those of NamingOptions: how messages are written.
+std::vector<Option> WritingOptions(OutputOptions& to);
+
+// --type-names and --encoding, for verbs with formats of their own.
+std::vector<Option> NamingOptions(OutputOptions& to);
+
+// -s, -x, -t, -g, -S and so on: which messages are wanted.
+std::vector<Option> SelectingOptions(SelectionOptions& to);
+
+// -n N or all.
+Option CountOption(std::optional<std::size_t>& last, std::string purpose);
+
+// -A, -B, -C, --cursor-file, --after-cursor, --show-cursor, --events.
+std::vector<Option> PositionOptions(ReadingOptions& to);
+
+// -q
+Option QuietOption(bool& to);
+
+// -o text|json
+Option JsonOption(bool& to, std::string purpose = "Format: text or json");
+
+// --file, once for each copied log that is read instead of the running server's.
+Option FileOption(std::vector<std::string>& to, std::string purpose);
+
+// --interval, --ordered and --for, of verbs that follow.
+std::vector<Option> FollowingOptions(std::uint32_t& intervalMs, bool& ordered,
+                                     std::optional<double>& forSeconds);
+
+}  // namespace TamLogCtl

@@ -1,0 +1,91 @@
+#include "tamlogctl/read/log_input.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "client/file/log_file_reader.h"
+#include "client/file/log_file_scan.h"
+#include "client/file/log_file_tail.h"
+#include "client/message/log_message_view.h"
+#include "tamlogctl/base/console.h"
+#include "tamlogctl/base/file_problem.h"
+#include "tamlogctl/base/progress.h"
+
+namespace TamLogCtl {
+
+using TamLogClient::LogMessageView;
+using TamLogClient::LogSnapshot;
+using TamLogClient::Status;
+
+namespace {
+
+std::size_t CountDamaged(const LogSnapshot& snapshot) {
+  const auto slots = snapshot.RingOrder();
+  const auto isDamaged = [&snapshot](std::uint32_t slot) {
+    return LogMessageView(snapshot.slots[slot]).Damaged();
+  };
+  return static_cast<std::size_t>(std::count_if(slots.begin(), slots.end(), isDamaged));
+}
+
+}  // namespace
+
+int JudgeMessages(const std::string& name, std::size_t damaged, bool quiet) {
+  if (damaged == 0) return kDone;
+  if (!quiet) SayDamaged(name, damaged);
+  return kDamaged;
+}
+
+LogInput InputOf(const std::string& name, LogSnapshot snapshot, bool quiet) {
+  const int exitCode = JudgeMessages(name, CountDamaged(snapshot), quiet);
+  return {std::move(snapshot), exitCode};
+}
+
+LogInput ReadFileInput(const std::string& path, bool quiet, const ReadPart& readPart) {
+  TamLogClient::LogFileContents contents;
+  {
+    const Busy busy("reading " + path);
+    const auto readTail = [&path](std::size_t count, TamLogClient::LogTail& tail) {
+      return TamLogClient::ReadLogFileTail(path, count, tail);
+    };
+    auto part = readPart ? readPart(readTail) : std::nullopt;
+    if (part) {
+      contents.snapshot = std::move(*part);
+    } else {
+      contents = TamLogClient::ReadLogFile(path);
+    }
+  }
+  const Status status = contents.status;
+  if (status != Status::Ok && !(quiet && Readable(status))) Say(FileProblem(path, status, contents.remark));
+  LogInput input = InputOf(path, std::move(contents.snapshot), quiet);
+  if (status != Status::Ok) input.exitCode = ExitCodeOf(status);
+  return input;
+}
+
+std::optional<ScannedInput> ScanFileInput(const std::string& path, bool quiet,
+                                          const std::function<void(const LogMessage&)>& take) {
+  std::size_t damaged = 0;
+  TamLogClient::LogFileScan scan;
+  {
+    const Busy busy("counting in " + path);
+    const auto look = [&](const LogMessage& message) {
+      if (LogMessageView(message).Damaged()) ++damaged;
+      take(message);
+      return true;
+    };
+    if (!scan.Open(path) || !scan.ForEach(look)) return std::nullopt;
+  }
+  return ScannedInput{scan.Header(), JudgeMessages(path, damaged, quiet)};
+}
+
+int WorstOf(const std::vector<LogInput>& inputs) {
+  int exitCode = kDone;
+  for (const LogInput& input : inputs) exitCode = WorseOf(exitCode, input.exitCode);
+  return exitCode;
+}
+
+bool AnyRead(const std::vector<LogInput>& inputs) {
+  return std::any_of(inputs.begin(), inputs.end(),
+                     [](const LogInput& input) { return HasOutput(input.exitCode); });
+}
+
+}  // namespace TamLogCtl

@@ -1,0 +1,61 @@
+#pragma once
+
+// Reads the logs that show, stats, merge and export work on: copied files, or the log of the running server.
+// In every verb the same defect is reported in the same words and has the same exit code.
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "client/log/log_snapshot.h"
+#include "client/log/log_tail.h"
+#include "records/log_file_format.h"
+#include "tamlogctl/base/exit_code.h"
+
+namespace TamLogCtl {
+
+struct LogInput {
+  TamLogClient::LogSnapshot snapshot;  // empty if nothing could be read
+  int exitCode = kDone;                // kDamaged: the snapshot holds what is readable
+};
+
+// Reads the newest `count` messages of a log into `tail`; false when that cannot be done.
+using ReadTail = std::function<bool(std::size_t count, TamLogClient::LogTail& tail)>;
+
+// Reads a part of the log that suffices, by means of `read`. Nothing: the whole log has to be read.
+using ReadPart = std::function<std::optional<TamLogClient::LogSnapshot>(const ReadTail& read)>;
+
+// Reads the file at `path` (UTF-8): the part that `readPart` chooses, or all of it. Reports on stderr why the
+// file cannot be read and, unless `quiet`, what is damaged.
+LogInput ReadFileInput(const std::string& path, bool quiet, const ReadPart& readPart = {});
+
+// The same for the log of the running server, of which nothing is held afterwards. Defers interrupts; after
+// one the exit code is kInterrupted.
+LogInput ReadLiveInput(std::uint32_t timeoutMs, bool quiet, const ReadPart& readPart = {});
+
+// The header and the exit code of a file whose messages were not held.
+struct ScannedInput {
+  LogFileHeader header{};
+  int exitCode = kDone;
+};
+
+// Passes every message of the file to `take`, in the order of the ring, without holding them. Reports as
+// above. Nothing when only ReadFileInput can read the file; some messages may have been passed by then.
+std::optional<ScannedInput> ScanFileInput(const std::string& path, bool quiet,
+                                          const std::function<void(const LogMessage&)>& take);
+
+// Reports on stderr, unless `quiet`, that so many messages of the log `name` break a rule of the format.
+// Returns kDone for 0 messages, else kDamaged.
+int JudgeMessages(const std::string& name, std::size_t damaged, bool quiet);
+
+// The input that a snapshot with a sound header makes; reports its damaged messages as above.
+LogInput InputOf(const std::string& name, TamLogClient::LogSnapshot snapshot, bool quiet);
+
+// The exit code of all inputs together, and whether any of them could be read.
+int WorstOf(const std::vector<LogInput>& inputs);
+bool AnyRead(const std::vector<LogInput>& inputs);
+
+}  // namespace TamLogCtl
