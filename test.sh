@@ -4,33 +4,40 @@ set -euo pipefail
 
 usage() {
   cat <<'TEXT'
-usage: ./test.sh [--verbose] [--fuzz-seconds N] [STEP...]
+usage: ./test.sh [--quick] [--verbose] [--fuzz-seconds N] [STEP...]
 
-Runs all steps, or only those named (a test or check finds what earlier builds left). A failing step does not keep
-the others from running, as far as they can. Logs are kept in build/test.
+Runs all steps, or only those named (a test or check finds what earlier builds left). The other steps run even if one
+fails, as far as they can. Logs are kept in build/test. All steps take about a quarter of an hour on two cores.
 
-  packages        install what is missing from Debian's packages
+  packages        install the packages that the builds need
+  more-packages   install the other packages, while the Windows build runs
   configure       configure the presets windows, asan and tsan
   rooms           check every include against the table of who may use whom
   format          check the format of every file
   build-windows   build everything for Windows
-  build-asan      build the pure files and their tests natively, under AddressSanitizer and UBSan
+  build-asan      build the portable files and their tests natively, under AddressSanitizer and UBSan
   build-tsan      the same under ThreadSanitizer
   tidy            clang-tidy, with clang's analysis of the lock annotations
-  prefixes        make fresh Wine prefixes for the tests
-  test-unit       run the Windows tests of the rooms under Wine
-  test-system     run the Windows tests with the real service manager, each in a prefix of its own
+  prefixes        create new Wine prefixes for the tests
+  test-windows    run the tests under Wine: those of the rooms, and those with the real service manager, each of which
+                  has a prefix of its own
   soak            a minute of ./soak.sh: everything at once on the real service
   test-asan       run the native tests under AddressSanitizer and UBSan
   test-tsan       run the native tests under ThreadSanitizer
   fuzz            build the fuzz targets and run each for a minute, or N seconds
 
-build-asan to tidy and fuzz run beside the tests under Wine, on time that these leave.
+build-asan to tidy and fuzz use the processor time that the tests under Wine leave. Two more steps do parts of
+test-windows: test-unit runs the tests of the rooms only, test-system the others only.
+
+  --quick         for a small change, under four minutes: packages, configure, rooms, format, build-windows, build-asan,
+                  prefixes, test-unit and test-asan
 TEXT
 }
 
-readonly all_steps=(packages configure rooms format build-windows build-asan build-tsan
-  tidy fuzz prefixes test-unit test-system soak test-asan test-tsan)
+readonly all_steps=(packages more-packages configure rooms format build-windows build-asan build-tsan
+  tidy fuzz prefixes test-windows soak test-asan test-tsan)
+readonly quick_steps=(packages more-packages configure rooms format build-windows build-asan prefixes test-unit
+  test-asan)
 cores=$(nproc)
 # Prefixes that a test gets for itself: pipes, registry, services and driver have fixed names. These tests mostly wait,
 # so there may be more of them than cores. CMakeLists.txt names them to ctest.
@@ -43,13 +50,14 @@ while (($# > 0)); do
   case $1 in
     -h | --help) usage; exit 0 ;;
     --verbose) verbose=yes ;;
+    --quick) wanted+=("${quick_steps[@]}") ;;
     --fuzz-seconds)
       [[ ${2:-} =~ ^[1-9][0-9]*$ ]] || { usage >&2; exit 2; }
       fuzz_seconds=$2
       shift
       ;;
     *)
-      [[ " ${all_steps[*]} " == *" $1 "* ]] || { usage >&2; exit 2; }
+      [[ " ${all_steps[*]} test-unit test-system " == *" $1 "* ]] || { usage >&2; exit 2; }
       wanted+=("$1")
       ;;
   esac
@@ -152,21 +160,29 @@ yield_processor() {
 }
 export -f yield_processor
 
-# start_beside NAME WHAT-IT-DOES COMMAND...: a step that needs configured builds.
+# start_beside NAME WHAT-IT-DOES COMMAND...: a step that runs while the following ones do.
 start_beside() {
   local name=$1
   is_wanted "$name" || return 0
-  if has_failed configure; then
+  printf '== %-14s %s, beside the following steps\n' "$name" "$2"
+  shift 2
+  beside_started[$name]=$SECONDS
+  setsid "$@" >"$logs/$name.log" 2>&1 8>&- </dev/null &
+  beside_process[$name]=$!
+}
+
+# start_yielding NAME WHAT-IT-DOES COMMAND...: the same for a step that needs configured builds. It takes only the
+# processor time that nothing else wants.
+start_yielding() {
+  local name=$1 purpose=$2
+  shift 2
+  if is_wanted "$name" && has_failed configure; then
     printf '== %-14s not run, because configure failed\n' "$name"
     failed_steps+=("$name")
     return 0
   fi
-  printf '== %-14s %s, beside the following steps\n' "$name" "$2"
-  shift 2
-  beside_started[$name]=$SECONDS
   # shellcheck disable=SC2016
-  setsid bash -c 'yield_processor "$@"' beside "$@" >"$logs/$name.log" 2>&1 8>&- </dev/null &
-  beside_process[$name]=$!
+  start_beside "$name" "$purpose" bash -c 'yield_processor "$@"' beside "$@"
 }
 
 finish_beside() {
@@ -180,10 +196,8 @@ finish_beside() {
 
 # --- Tests.
 
-# At the end of each program ThreadSanitizer waits for late races, a second unless told otherwise; every test is one.
 run_natively() {
-  UBSAN_OPTIONS=print_stacktrace=1 TSAN_OPTIONS='halt_on_error=1 atexit_sleep_ms=50' \
-    ctest --test-dir "build/$1" --output-on-failure -j "$cores"
+  ctest --preset "$1" -j "$cores"
 }
 
 # with_prefix NAME COMMAND...
@@ -234,22 +248,31 @@ print_summaries() {
 }
 
 last_status=0
-step packages 'installing what is missing from Debian'"'"'s packages' scripts/install-packages.sh test
+if [[ " ${wanted[*]} " == *' test-windows '* ]]; then
+  echo 'All of this takes about a quarter of an hour on two idle cores; parts of it: ./test.sh --help'
+fi
+step packages 'installing the packages that the builds need' scripts/install-packages.sh build
 if has_failed packages; then exit 1; fi
+start_beside more-packages 'installing the other packages' scripts/install-packages.sh test
 step configure 'configuring the presets windows, asan and tsan' configure_all
 step rooms 'checking every include against the table of who may use whom' check_rooms
-step format 'checking the format of every file' scripts/check-format.sh
 step_after configure build-windows 'building everything for Windows' scripts/build.sh windows
-# The tests under Wine mostly wait: what is left of the processor meanwhile builds and checks the rest.
-start_beside build-asan 'building the pure files natively, AddressSanitizer and UBSan' scripts/build.sh asan
-start_beside build-tsan 'building the pure files natively, ThreadSanitizer' scripts/build.sh tsan
-start_beside tidy "clang-tidy, with clang's thread-safety analysis" scripts/check-tidy.py -j 1
-start_beside fuzz "building the fuzz targets and running each for $fuzz_seconds s" ./fuzz.sh --seconds "$fuzz_seconds" --native
-step prefixes 'making fresh Wine prefixes' make_prefixes
-test_step build-windows test-unit 'tests of the rooms under Wine' run_under_wine -LE system -j "$cores"
+finish_beside more-packages
+if has_failed more-packages; then exit 1; fi
+# The tests under Wine mostly wait: the rest is built and checked in the time that they leave.
+start_yielding build-asan 'building the portable files natively, AddressSanitizer and UBSan' scripts/build.sh asan
+start_yielding build-tsan 'building the portable files natively, ThreadSanitizer' scripts/build.sh tsan
+start_yielding tidy "clang-tidy, with clang's thread-safety analysis" scripts/check-tidy.py -j 1
+start_yielding fuzz "building the fuzz targets and running each for $fuzz_seconds s" \
+  ./fuzz.sh --seconds "$fuzz_seconds" --native
+step format 'checking the format of every file' scripts/check-format.sh
+step prefixes 'creating new Wine prefixes' make_prefixes
 # How long the running service is fuzzed over its pipes.
 export TAMLOG_FUZZ_SECONDS=$fuzz_seconds
-test_step build-windows test-system 'tests with the real service manager under Wine' run_under_wine -L system -j "${#exclusive_prefixes[@]}"
+test_step build-windows test-windows 'tests under Wine' run_under_wine -j "$((cores + ${#exclusive_prefixes[@]}))"
+test_step build-windows test-unit 'tests of the rooms under Wine' run_under_wine -LE system -j "$cores"
+test_step build-windows test-system 'tests with the real service manager under Wine' \
+  run_under_wine -L system -j "${#exclusive_prefixes[@]}"
 step_after build-windows soak 'a minute of everything at once on the real service' ./soak.sh --minutes 1
 if is_wanted soak && ! has_failed soak; then tail -n 1 "$logs/soak.log" | sed 's/^/   /'; fi
 finish_beside build-asan
