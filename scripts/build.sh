@@ -24,6 +24,8 @@ cd "$(dirname "$0")/.."
 options=()
 if command -v ccache >/dev/null; then
   options+=(-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+  # Without this it does not keep what is compiled with precompiled headers.
+  export CCACHE_SLOPPINESS=${CCACHE_SLOPPINESS:-pch_defines,time_macros}
 fi
 cmake --preset "$preset" "${options[@]}"
 [[ $configure_only == yes ]] && exit 0

@@ -1,5 +1,6 @@
 #include "tamlogctl/base/columns.h"
 
+#define FMT_HEADER_ONLY
 #include <fmt/format.h>
 
 namespace TamLogCtl {

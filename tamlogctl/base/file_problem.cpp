@@ -22,7 +22,7 @@ std::string TargetProblem(const std::string& target, Status status) {
     case Status::NotAFile:
       return target + ": is not an ordinary file; give another name";
     case Status::Exists:
-      return target + ": already exists; give another name";
+      return target + ": already exists";
     case Status::Interrupted:
       return target + ": interrupted; nothing was written";
     default:
@@ -38,6 +38,11 @@ int TargetExitCode(Status status) {
 void SayDamaged(const std::string& path, std::size_t damaged) {
   Say(path + ": " + std::to_string(damaged) + (damaged == 1 ? " message breaks" : " messages break") +
       " a rule of the format; see: tamlogctl verify");
+}
+
+int RefuseTarget(const std::string& target, Status status, const std::string& advice) {
+  const std::string problem = TargetProblem(target, status);
+  return Refuse(TargetExitCode(status), status == Status::Exists ? problem + "; " + advice : problem);
 }
 
 }  // namespace TamLogCtl

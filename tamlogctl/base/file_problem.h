@@ -1,6 +1,6 @@
 #pragma once
 
-// Why a file that the user named cannot be read or written, in words that say what to do.
+// Explains problems with a file that the user named, and what to do about them.
 
 #include <cstddef>
 #include <string>
@@ -9,7 +9,7 @@
 
 namespace TamLogCtl {
 
-// Returns why the file could not be read. `remark` is the reason when the file is damaged.
+// Returns why the file could not be read. For a damaged one `remark` says what is wrong with it.
 std::string ProblemOf(TamLogClient::Status status, const std::string& remark = {});
 
 // The same with `path` in front.
@@ -23,5 +23,9 @@ int TargetExitCode(TamLogClient::Status status);
 
 // Says on stderr that `damaged` messages of the file break a rule.
 void SayDamaged(const std::string& path, std::size_t damaged);
+
+// Explains on stderr why the file `target` cannot be written, and returns the exit code. `advice` is what to
+// do when it already exists.
+int RefuseTarget(const std::string& target, TamLogClient::Status status, const std::string& advice);
 
 }  // namespace TamLogCtl

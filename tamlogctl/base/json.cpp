@@ -9,7 +9,7 @@ namespace {
 
 using Library = nlohmann::ordered_json;
 
-constexpr int kMostLevels = 100;  // what is read is walked recursively
+constexpr std::size_t kMostLevels = 100;  // destructors of what is read are recursive
 
 Library ToLibrary(const Json& json);
 
@@ -34,44 +34,66 @@ Library ToLibrary(const Json& json) {
   return std::visit(Converter(), json.value);
 }
 
-Json FromLibrary(const Library& library) {
-  switch (library.type()) {
-    case Library::value_t::boolean:
-      return library.get<bool>();
-    case Library::value_t::number_integer:
-      return library.get<std::int64_t>();
-    case Library::value_t::number_unsigned:
-      return library.get<std::uint64_t>();
-    case Library::value_t::number_float:
-      return library.get<double>();
-    case Library::value_t::string:
-      return library.get_ref<const std::string&>();
-    case Library::value_t::array: {
-      JsonArray array;
-      for (const Library& element : library) array.push_back(FromLibrary(element));
-      return array;
-    }
-    case Library::value_t::object: {
-      JsonObject object;
-      for (const auto& [name, member] : library.items()) object.emplace_back(name, FromLibrary(member));
-      return object;
-    }
-    case Library::value_t::null:
-    case Library::value_t::binary:
-    case Library::value_t::discarded:
-      break;
+// Builds a value from the parser's events. A handler that returns false ends the parsing.
+class Builder {
+ public:
+  bool null() { return Put(Json()); }
+  bool boolean(bool flag) { return Put(flag); }
+  bool number_integer(std::int64_t number) { return Put(number); }
+  bool number_unsigned(std::uint64_t number) { return Put(number); }
+  bool number_float(double number, const std::string& /*text*/) { return Put(number); }
+  bool string(std::string& text) { return Put(std::move(text)); }
+  bool binary(Library::binary_t& /*bytes*/) { return false; }
+  bool start_object(std::size_t /*size*/) { return Open(JsonObject()); }
+  bool start_array(std::size_t /*size*/) { return Open(JsonArray()); }
+  bool end_object() { return Close(); }
+  bool end_array() { return Close(); }
+  bool key(std::string& name) {
+    std::get<JsonObject>(open.back().value).emplace_back(std::move(name), Json());
+    return true;
   }
-  return {};
-}
+  bool parse_error(std::size_t /*position*/, const std::string& /*token*/,
+                   const nlohmann::detail::exception& /*error*/) {
+    return false;
+  }
+
+  Json&& Take() { return std::move(whole); }
+
+ private:
+  bool Put(Json json) {
+    if (open.empty()) {
+      whole = std::move(json);
+    } else if (auto* const array = std::get_if<JsonArray>(&open.back().value)) {
+      array->push_back(std::move(json));
+    } else {
+      std::get<JsonObject>(open.back().value).back().second = std::move(json);
+    }
+    return true;
+  }
+
+  bool Open(Json container) {
+    open.push_back(std::move(container));
+    return open.size() <= kMostLevels;
+  }
+
+  bool Close() {
+    Json closed = std::move(open.back());
+    open.pop_back();
+    return Put(std::move(closed));
+  }
+
+  std::vector<Json> open;  // arrays and objects of which the end is to come, the outermost first
+  Json whole;
+};
 
 }  // namespace
 
 const Json* Json::Find(std::string_view name) const {
   const JsonObject* const object = AsObject();
   if (object == nullptr) return nullptr;
-  const auto found = std::find_if(object->begin(), object->end(),
+  const auto found = std::find_if(object->rbegin(), object->rend(),
                                   [name](const auto& member) { return member.first == name; });
-  return found == object->end() ? nullptr : &found->second;
+  return found == object->rend() ? nullptr : &found->second;
 }
 
 const std::string* Json::FindString(std::string_view name) const {
@@ -95,14 +117,9 @@ std::string WriteJson(const Json& json, int indent) {
 }
 
 std::optional<Json> ParseJson(std::string_view text) {
-  bool tooDeep = false;
-  const auto notTooDeep = [&tooDeep](int level, Library::parse_event_t, Library&) {
-    tooDeep = tooDeep || level > kMostLevels;
-    return !tooDeep;
-  };
-  const Library library = Library::parse(text, notTooDeep, false);
-  if (tooDeep || library.is_discarded()) return std::nullopt;
-  return FromLibrary(library);
+  Builder builder;
+  if (!Library::sax_parse(text, &builder)) return std::nullopt;
+  return builder.Take();
 }
 
 }  // namespace TamLogCtl

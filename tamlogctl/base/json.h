@@ -38,7 +38,7 @@ struct Json {
   template <typename Value>
   Json(const std::optional<Value>& optional) : Json(optional ? Json(*optional) : Json()) {}
 
-  // The member `name`; null when there is none, or when this is no object.
+  // The last member called `name`; null when there is none, or when this is no object.
   const Json* Find(std::string_view name) const;
   const std::string* FindString(std::string_view name) const;
 
@@ -59,8 +59,7 @@ inline constexpr int kOneLine = -1;
 // UTF-8: bytes of a string that are not become U+FFFD.
 std::string WriteJson(const Json& json, int indent = kOneLine);
 
-// Nothing for what is not one JSON text, or has more than 100 levels. Of members of the same name the last
-// one counts.
+// Nothing for what is not one JSON text, or has more than 100 levels.
 std::optional<Json> ParseJson(std::string_view text);
 
 }  // namespace TamLogCtl

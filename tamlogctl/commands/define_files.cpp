@@ -61,8 +61,6 @@ Examples:
   tamlogctl import saved.json                 what `show -o json` wrote
   tamlogctl import --input tsv a.txt b.txt    lines of tsv, merged by time)";
 
-constexpr std::uint32_t kMostMessages = 1000000;
-
 Verb Verify() {
   const auto options = std::make_shared<VerifyVerbOptions>();
   Verb verb = MakeVerb("verify", "Check log files against every rule of the format", kVerifyFooter, options,

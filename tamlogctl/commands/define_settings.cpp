@@ -51,7 +51,6 @@ Examples:
   tamlogctl clear --backup old.dat --yes      saves, then empties; `show --file old.dat` shows them
   tamlogctl clear --yes --no-wait             for scripts that do not mind the restart)";
 
-constexpr std::uint32_t kMostMessages = 1000000;
 constexpr std::uint32_t kMostSaveSeconds = 4294967;  // beyond, the server's milliseconds overflow
 constexpr std::uint32_t kMostPollMs = 0xFFFFFFFFU;
 

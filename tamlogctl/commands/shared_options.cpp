@@ -11,8 +11,6 @@ namespace TamLogCtl {
 
 namespace {
 
-constexpr std::uint64_t kMostMessages = 1000000;
-
 Take ContextOf(std::size_t& to) {
   return Number(0, kMostMessages, [&to](std::uint64_t count) { to = count; });
 }

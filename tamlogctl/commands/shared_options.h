@@ -4,6 +4,7 @@
 // to outlive the options.
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -11,6 +12,8 @@
 #include "tamlogctl/commands/verb.h"
 
 namespace TamLogCtl {
+
+inline constexpr std::uint64_t kMostMessages = 1000000;  // that a log can hold
 
 struct CommonOptions;
 struct OutputOptions;

@@ -22,8 +22,7 @@ int WriteLogTarget(const std::string& target, std::uint64_t count, const TamLogC
 }
 
 int ExplainTarget(const std::string& target, Status status) {
-  const std::string advice = status == Status::Exists ? ", or --force to replace it" : "";
-  return Refuse(TargetExitCode(status), TargetProblem(target, status) + advice);
+  return RefuseTarget(target, status, "give another name, or --force to replace it");
 }
 
 }  // namespace TamLogCtl

@@ -15,9 +15,9 @@ namespace TamLogCtl {
 using TamLogClient::Status;
 
 int ExplainStatus(Status status) {
-  const int exitCode = Refuse(status);
-  if (status == Status::NotRunning) Say("a copied log is shown with --file");
-  return exitCode;
+  if (status == Status::NotRunning)
+    return Refuse(ExitCodeOf(status), Explain(status) + ", or read a copied log with --file");
+  return Refuse(status);
 }
 
 int ShowLive(const ShowOptions& options) {

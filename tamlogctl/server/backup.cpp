@@ -6,6 +6,8 @@
 
 #include "client/file/log_file_writer.h"
 #include "client/message/local_time.h"
+#include "tamlogctl/base/exit_code.h"
+#include "tamlogctl/base/file_problem.h"
 
 namespace TamLogCtl {
 
@@ -29,20 +31,26 @@ std::string_view BytesOf(const Record& record) {
   return {reinterpret_cast<const char*>(&record), sizeof(record)};
 }
 
-}  // namespace
-
-Status WriteBackup(const std::string& path, const LogSnapshot& snapshot) {
-  if (!snapshot.HeaderIsSound()) return Status::Damaged;
-  TamLogClient::AtomicFile file;
+Status Write(const std::string& path, const LogSnapshot& snapshot) {
+  AtomicFile file;
   if (const Status status = file.Open(path, false); status != Status::Ok) return status;
   const auto order = OrderMessages(snapshot).oldestFirst;
+  const LogFileHeader header = HeaderOf(snapshot, order.size());
   const LockNames names{};  // the server writes them when it opens the file
-  bool good = file.Write(BytesOf(HeaderOf(snapshot, order.size()))) && file.Write(BytesOf(names));
+  bool good = file.Write(BytesOf(header)) && file.Write(BytesOf(names));
   for (const std::uint32_t slot : order) good = good && file.Write(BytesOf(snapshot.slots[slot]));
   const LogMessage empty{};
-  for (auto i = order.size(); i < static_cast<std::size_t>(snapshot.header.maxMessages); ++i)
-    good = good && file.Write(BytesOf(empty));
+  for (auto i = order.size(); good && i < static_cast<std::size_t>(header.maxMessages); ++i)
+    good = file.Write(BytesOf(empty));
   return good ? file.Commit() : Status::SystemError;
+}
+
+}  // namespace
+
+int WriteBackup(const std::string& path, const LogSnapshot& snapshot, const std::string& advice) {
+  if (!snapshot.HeaderIsSound()) return Refuse(kDamaged, "the log is damaged, so it cannot be saved");
+  const Status status = Write(path, snapshot);
+  return status == Status::Ok ? kDone : RefuseTarget(path, status, advice);
 }
 
 std::string BackupName() {

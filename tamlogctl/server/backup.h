@@ -9,10 +9,12 @@
 
 namespace TamLogCtl {
 
-// Writes the messages in time order, oldest in slot 0: a file that a server accepts, whatever order the ring
-// had. `path` is in UTF-8. Returns the statuses of AtomicFile, or Damaged when the snapshot's header is not
-// sound; unless the result is Ok, nothing was written. A file that exists is not overwritten.
-TamLogClient::Status WriteBackup(const std::string& path, const TamLogClient::LogSnapshot& snapshot);
+// Writes the messages in time order, the oldest in slot 0, whatever order the ring has: a file that a server
+// accepts. The file appears as a whole or not at all, and an existing one is not replaced. `path` is in
+// UTF-8. Returns the exit code, and explains a failure on stderr; `advice` is what to do when the file
+// already exists.
+int WriteBackup(const std::string& path, const TamLogClient::LogSnapshot& snapshot,
+                const std::string& advice);
 
 // A file name with the present time, for example "tamlog-20260102-030405.dat".
 std::string BackupName();

@@ -30,11 +30,10 @@ bool Ask(ClearOptions& options) {
 // Called right before the request: a message that arrives in between is neither in the file nor in the log.
 int Save(const ClearOptions& options) {
   TamLogClient::LogSnapshot snapshot;
-  if (const Status status = ReadLiveLog(options.timeoutMs, snapshot); status != Status::Ok)
-    return Refuse(status, "the log cannot be saved, and was not emptied");
-  if (const Status status = WriteBackup(options.backup, snapshot); status != Status::Ok)
-    return Refuse(TargetExitCode(status),
-                  TargetProblem(options.backup, status) + "; the log was not emptied");
+  const Status status = ReadLiveLog(options.timeoutMs, snapshot);
+  const int exitCode = status == Status::Ok ? WriteBackup(options.backup, snapshot, "give another name")
+                                            : Refuse(status, "the log cannot be saved");
+  if (exitCode != kDone) return Refuse(exitCode, "the log was not emptied");
   Say(std::to_string(snapshot.header.messageCount) + " messages are saved in " + options.backup);
   return kDone;
 }

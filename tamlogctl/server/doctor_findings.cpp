@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "client/live/log_client.h"
 #include "client/log/ring.h"
 #include "records/pipe_protocol.h"
 #include "tamlogctl/server/filter_text.h"

@@ -4,7 +4,6 @@
 #include "client/message/win32.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
-#include "tamlogctl/base/file_problem.h"
 #include "tamlogctl/base/live_log.h"
 #include "tamlogctl/base/wide_text.h"
 #include "tamlogctl/server/backup.h"
@@ -54,11 +53,8 @@ int Save(const SettingsOptions& options, LogSnapshot& snapshot) {
     return kDone;
   }
   const std::string name = options.backup.empty() ? BackupName() : options.backup;
-  if (const Status written = WriteBackup(name, snapshot); written != Status::Ok) {
-    return Refuse(
-        TargetExitCode(written),
-        TargetProblem(name, written) + "; the settings were not changed (--backup FILE, or --no-backup)");
-  }
+  const int exitCode = WriteBackup(name, snapshot, "name another file with --backup, or add --no-backup");
+  if (exitCode != kDone) return Refuse(exitCode, "the settings were not changed");
   Say("a change of capacity usually empties the log: its " + count + " messages are saved in " + name);
   return kDone;
 }

@@ -95,8 +95,7 @@ TEST_F(Administration, ChangeOfCapacitySavesTheMessagesAndKeepSendsThemAgain) {
   Expect("settings get -o json", 0, "\"capacity_in_effect\": 40");
   Expect("settings set --capacity 40", 0, "nothing to change");
   EXPECT_EQ(CurrentSettings().devicePollRate, 100U);  // what was not named
-  Expect("clear --yes --backup \"" + backup + "\"", 2,
-         "already exists; give another name; the log was not emptied");
+  Expect("clear --yes --backup \"" + backup + "\"", 2, "saved.dat: already exists; give another name");
   ASSERT_TRUE(WaitForMessageCount(5, 10s));
   Expect("clear --yes --backup \"" + backup + "2\"", 0, "emptied");
   Expect("show -o cat --file \"" + backup + "2\"", 0, "one\ntwo\nthree\nfour\nfive\n");
