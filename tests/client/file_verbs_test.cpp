@@ -192,9 +192,9 @@ TEST_F(FileVerbs, DamageIsReportedAlikeByEveryVerb) {
     const char* said;
   } cases[] = {{"bad.dat", "bad.dat: 1 message breaks a rule of the format; see: tamlogctl verify"},
                {"grown.dat", "grown.dat: the file's size of 4724 bytes does not fit its capacity of 8"},
-               {"cut.dat", "cut.dat: the file is short: 3 of 8 slots are there"},
+               {"cut.dat", "cut.dat: the file is too short: it has 3 of 8 slots"},
                {"empty.dat", "empty.dat: the file ends within its header"},
-               {"text.dat", "text.dat: the header makes no sense"}};
+               {"text.dat", "text.dat: the header is not valid"}};
   for (const auto& each : cases) {
     const std::string file = each.file;
     for (const std::string& arguments :
