@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "client/file/file_path.h"
 #include "client/file/log_file_image.h"
 #include "client/message/local_time.h"
 #include "tamlogctl/base/console.h"
