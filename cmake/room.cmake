@@ -46,33 +46,60 @@ function(tamlog_distribution_headers target)
   target_include_directories(${target} SYSTEM ${scope} ${headers})
 endfunction()
 
-# tamlog_test(NAME SOURCES file... USES target... [NEEDS target...] [LABELS label...] [EXCLUSIVE] [TIMEOUT seconds])
+# tamlog_test(NAME SOURCES file... USES target... [NEEDS target...] [LABELS label...] [EACH | SHARDS n] [EXCLUSIVE]
+#             [TIMEOUT seconds])
 #
-# Makes the gtest executable NAME and one ctest test per case. NEEDS names programs that the cases start. EXCLUSIVE
-# cases need a Wine prefix for themselves: the names of pipes, events, registry keys and services are shared by all of
-# it. ctest gives each one of those that CMakeLists.txt names, so as many run side by side as there are prefixes.
-# Cases are found when ctest starts, so that building needs no Wine.
+# Makes the gtest executable NAME and its ctest test, of the label `unit` unless others are given: one process runs all cases, because starting Wine or a sanitizer
+# once a case takes longer than most cases do. GTEST_FILTER in the environment chooses cases.
+#   NEEDS      programs that the cases start
+#   EACH       each case is a ctest test and a process of its own. Cases are found when ctest starts, so that building
+#              needs no Wine.
+#   SHARDS     n processes share the cases, for those that mostly wait
+#   EXCLUSIVE  the names of pipes, events, registry keys and services are shared by a whole Wine prefix: ctest gives
+#              each such test one of the prefixes that CMakeLists.txt names, so as many run at a time
+#   TIMEOUT    of one case, 60 by default. The watchdog (tests/support/watchdog.h) holds it.
 function(tamlog_test name)
-  cmake_parse_arguments(TEST "EXCLUSIVE" "TIMEOUT" "SOURCES;USES;NEEDS;LABELS" ${ARGN})
+  cmake_parse_arguments(TEST "EACH;EXCLUSIVE" "SHARDS;TIMEOUT" "SOURCES;USES;NEEDS;LABELS" ${ARGN})
   if(NOT TEST_TIMEOUT)
     set(TEST_TIMEOUT 60)
   endif()
   add_executable(${name} ${TEST_SOURCES})
-  target_link_libraries(${name} PRIVATE tamlog_options tamlog_gtest ${TEST_USES})
+  target_link_libraries(${name} PRIVATE tamlog_options tamlog_gtest tamlog_watchdog ${TEST_USES})
   target_precompile_headers(${name} REUSE_FROM tamlog_test_headers)
   if(TEST_NEEDS)
     add_dependencies(${name} ${TEST_NEEDS})
-  endif()
-  set(properties TIMEOUT ${TEST_TIMEOUT})
-  if(TEST_EXCLUSIVE AND WIN32)
-    list(APPEND properties RESOURCE_GROUPS "prefixes:1")
-  endif()
-  if(TEST_LABELS)
-    list(APPEND properties LABELS "${TEST_LABELS}")
   endif()
   # What ThreadSanitizer looks at: a build of these tests alone is enough for it.
   if("threads" IN_LIST TEST_LABELS)
     add_dependencies(threads_tests ${name})
   endif()
-  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 120 PROPERTIES ${properties})
+  if(NOT TEST_LABELS)
+    set(TEST_LABELS unit)
+  endif()
+  set(properties)
+  if(TEST_EXCLUSIVE AND WIN32)
+    set(properties RESOURCE_GROUPS "prefixes:1")
+  endif()
+  set(limit TAMLOG_TEST_LIMIT=${TEST_TIMEOUT})
+  if(TEST_EACH)
+    math(EXPR timeout "${TEST_TIMEOUT} + 15")
+    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 120
+      PROPERTIES TIMEOUT ${timeout} ENVIRONMENT ${limit} LABELS "${TEST_LABELS}" ${properties})
+    return()
+  endif()
+  set(shards 1)
+  if(TEST_SHARDS)
+    set(shards ${TEST_SHARDS})
+  endif()
+  foreach(shard RANGE 1 ${shards})
+    set(test ${name})
+    set(environment ${limit})
+    if(TEST_SHARDS)
+      string(APPEND test .${shard})
+      math(EXPR index "${shard} - 1")
+      list(APPEND environment GTEST_TOTAL_SHARDS=${shards} GTEST_SHARD_INDEX=${index})
+    endif()
+    add_test(NAME ${test} COMMAND ${name})
+    set_tests_properties(${test} PROPERTIES TIMEOUT 600 ENVIRONMENT "${environment}" LABELS "${TEST_LABELS}" ${properties})
+  endforeach()
 endfunction()

@@ -17,7 +17,7 @@
 #include "store/message_file_server.h"
 #include "store/server_configuration.h"
 #include "tests/native/machine.h"
-#include "tests/store/messages.h"
+#include "tests/support/messages.h"
 #include "util/exceptions.h"
 #include "util/sync.h"
 #include "util/timeout.h"
@@ -78,7 +78,7 @@ class OpenedLog {
       case 7:
         return Reopen(head.secondCapacity);
       default:
-        server.AddMessage(StoreTest::Message("added", StoreTest::At(argument, step & 7U)));
+        server.AddMessage(TestSupport::Message("added", TestSupport::At(argument, step & 7U)));
     }
   }
 

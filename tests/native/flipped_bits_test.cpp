@@ -19,9 +19,9 @@
 #include "client/file/log_file_verify.h"
 #include "store/message_file_server.h"
 #include "store/server_configuration.h"
-#include "tests/client/damaged_files.h"
-#include "tests/client/ring_model.h"
+#include "tests/client/file/damaged_files.h"
 #include "tests/native/machine.h"
+#include "tests/support/ring_model.h"
 #include "util/sync.h"
 #include "util/timeout.h"
 

@@ -20,13 +20,18 @@
 #include "store/integrity.h"
 #include "tests/native/machine.h"
 #include "tests/native/pipes.h"
-#include "tests/store/messages.h"
+#include "tests/support/messages.h"
+#include "tests/support/requests.h"
 
 using namespace std::chrono_literals;
 
 namespace {
 
 using NativeMachine::PipeClient;
+using TestSupport::FilterRequest;
+using TestSupport::PathRequest;
+using TestSupport::RequestOf;
+using TestSupport::SubmitRequest;
 using Clock = std::chrono::steady_clock;
 
 constexpr char kLogFile[] = "C:\\Logs.dat";
@@ -36,35 +41,9 @@ std::string NumberValue(std::uint32_t number) {
   return {reinterpret_cast<const char*>(&number), sizeof number};
 }
 
-PipeRequest RequestOf(RequestCode code) {
-  PipeRequest request{};
-  request.code = static_cast<std::uint32_t>(code);
-  return request;
-}
-
-PipeRequest SubmitRequest(const LogMessageBody& message) {
-  PipeRequest request = RequestOf(RequestCode::SubmitMessage);
-  request.message = message;
-  return request;
-}
-
-PipeRequest FilterRequest(const std::string& text, bool include) {
-  PipeRequest request = RequestOf(RequestCode::AddFilter);
-  text.copy(request.filter.text, sizeof request.filter.text - 1);
-  request.filter.kind = include ? 1 : 0;
-  return request;
-}
-
 PipeRequest SettingsRequest(std::uint32_t capacity) {
-  PipeRequest request = RequestOf(RequestCode::SetSettings);
-  request.settings = {.maxMessage = capacity, .devicePollRate = 5, .typeFilter = 15, .saveRate = 1};
-  return request;
-}
-
-PipeRequest PathRequest(const std::string& path) {
-  PipeRequest request = RequestOf(RequestCode::SetLogFile);
-  path.copy(request.path, sizeof request.path - 1);
-  return request;
+  return TestSupport::SettingsRequest(
+      {.maxMessage = capacity, .devicePollRate = 5, .typeFilter = 15, .saveRate = 1});
 }
 
 bool Eventually(const std::function<bool()>& condition) {
@@ -145,15 +124,15 @@ class ServerThreads : public testing::Test {
       case 4:
         return random() % 2 == 0 ? RequestOf(RequestCode::GetLogFile) : PathRequest(kLogFile);
       default:
-        return SubmitRequest(StoreTest::Message(
+        return SubmitRequest(TestSupport::Message(
             "from a client",
-            StoreTest::At(static_cast<int>(random() % 24), static_cast<int>(random() % 60))));
+            TestSupport::At(static_cast<int>(random() % 24), static_cast<int>(random() % 60))));
     }
   }
 
   static void FeedDriver(std::mt19937& random) {
     NativeMachine::PutIntoDriver(
-        StoreTest::Message("from the driver", StoreTest::At(12, static_cast<int>(random() % 60))));
+        TestSupport::Message("from the driver", TestSupport::At(12, static_cast<int>(random() % 60))));
     std::this_thread::sleep_for(1ms);
   }
 
@@ -164,7 +143,7 @@ TEST_F(ServerThreads, ClientsDriverAndTimersShareListFiltersAndSettings) {
   service->OnStart();
   RunFor(1500ms, {Visit, Visit, Visit, FeedDriver});
   EXPECT_TRUE(Ask(RequestOf(RequestCode::ClearFilters)));
-  ASSERT_TRUE(Ask(SubmitRequest(StoreTest::Message("last", StoreTest::At(23, 59, 59)))));
+  ASSERT_TRUE(Ask(SubmitRequest(TestSupport::Message("last", TestSupport::At(23, 59, 59)))));
   EXPECT_TRUE(Eventually([] { return NativeMachine::ReadFile(kLogFile).find("last") != std::string::npos; }));
   service->OnStop();
 }

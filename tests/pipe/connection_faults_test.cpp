@@ -16,8 +16,8 @@ using TestSupport::DiagnosticLogCapture;
 using TestSupport::Faults;
 using TestSupport::kAlive;
 using TestSupport::kPing;
-using TestSupport::MakeRequest;
 using TestSupport::PipeClient;
+using TestSupport::RequestOf;
 using TestSupport::WaitUntil;
 
 namespace {
@@ -137,7 +137,7 @@ TEST_F(ConnectionFaults, WriteThatFailsEndsTheConnectionWithoutAReply) {
   PipeClient client(name);
   ConnectAndWaitForTheRead(client);
   Faults().write.Fail(ERROR_INVALID_HANDLE, kOthers);
-  EXPECT_FALSE(client.Call(MakeRequest(kPing)));
+  EXPECT_FALSE(client.Call(RequestOf(kPing)));
   EXPECT_NE(client.LastError(), 258U);
   EXPECT_TRUE(WaitUntil([&] { return handler.ended == 1; }));
   EXPECT_EQ(handler.handled, 1);
@@ -164,7 +164,7 @@ TEST_F(ConnectionFaults, WaitThatFailsEndsTheConnectionAndIsLogged) {
   ASSERT_TRUE(WaitUntil([] { return Faults().connectNamedPipe.Returns() == 3 && Faults().ServerWaits(); }));
   // The next wait is that of the connection's next read.
   Faults().waitForMultiple.Fail(ERROR_INVALID_HANDLE, kOthers);
-  ASSERT_TRUE(client.Send(MakeRequest(kPing)));
+  ASSERT_TRUE(client.Send(RequestOf(kPing)));
   EXPECT_TRUE(client.WaitUntilDisconnected());
   EXPECT_EQ(handler.handled, 1);
   EXPECT_EQ(handler.ended, 1);

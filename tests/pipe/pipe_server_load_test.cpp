@@ -17,9 +17,9 @@
 using TestSupport::Clock;
 using TestSupport::kAlive;
 using TestSupport::kPing;
-using TestSupport::MakeRequest;
 using TestSupport::MillisecondsSince;
 using TestSupport::PipeClient;
+using TestSupport::RequestOf;
 using TestSupport::SleepMs;
 using TestSupport::WaitUntil;
 
@@ -48,7 +48,7 @@ TEST_P(ClientsAtOnce, AreAllServedWithTheirOwnReplies) {
       ++connected;
       // All are connected before the first request.
       WaitUntil([&] { return connected == count; }, std::chrono::milliseconds(60000));
-      PipeRequest request = MakeRequest(3);
+      PipeRequest request = RequestOf(3);
       for (int round = 0; round < 10; ++round) {
         std::fill(std::begin(request.bytes), std::end(request.bytes),
                   static_cast<std::uint8_t>(i * 10 + round));
@@ -118,7 +118,7 @@ void BeSomeClient(const std::string& name, std::mt19937& random) {
   const unsigned requests = random() % 8;
   for (unsigned i = 0; i < requests; ++i) {
     if (kind == 1) {  // never reads a reply
-      if (!client.Send(MakeRequest(kPing), 20)) return;
+      if (!client.Send(RequestOf(kPing), 20)) return;
     } else if (kind == 2) {  // sends bytes that are no request
       static const std::string overlong(3000, '\4');
       if (!client.SendBytes(overlong.data(), 1 + random() % overlong.size(), 20)) return;

@@ -24,9 +24,9 @@ using TestSupport::Clock;
 using TestSupport::Gate;
 using TestSupport::kAlive;
 using TestSupport::kPing;
-using TestSupport::MakeRequest;
 using TestSupport::MillisecondsSince;
 using TestSupport::PipeClient;
+using TestSupport::RequestOf;
 using TestSupport::SleepMs;
 using TestSupport::WaitUntil;
 
@@ -37,7 +37,7 @@ class PipeServerTest : public TestSupport::PipeServerFixture {
   // Three replies fit into the pipe; the write of the fourth stays pending.
   void LeaveAReplyPending(PipeClient& client) {
     ASSERT_TRUE(client.Connect());
-    for (int i = 0; i < 4; ++i) ASSERT_TRUE(client.Send(MakeRequest(kPing)));
+    for (int i = 0; i < 4; ++i) ASSERT_TRUE(client.Send(RequestOf(kPing)));
     ASSERT_TRUE(WaitUntil([&] { return handler.handled == 4; }));
   }
 };
@@ -65,7 +65,7 @@ TEST_F(PipeServerTest, HandlerSeesTheRequestAndItsReplyArrivesWhole) {
   server->Start();
   PipeClient client(name);
   ASSERT_TRUE(client.Connect());
-  PipeRequest request = MakeRequest(9);
+  PipeRequest request = RequestOf(9);
   for (std::size_t i = 0; i < kPipeBodySize; ++i) request.bytes[i] = static_cast<std::uint8_t>(i * 7U);
   const std::optional<PipeReply> reply = client.Call(request);
   ASSERT_TRUE(reply);
@@ -144,12 +144,12 @@ TEST_F(PipeServerTest, ReplyBytesThatTheHandlerDoesNotSetAreThoseOfEarlierReplie
   server->Start();
   PipeClient client(name);
   ASSERT_TRUE(client.Connect());
-  const std::optional<PipeReply> first = client.Call(MakeRequest(kPing));
+  const std::optional<PipeReply> first = client.Call(RequestOf(kPing));
   ASSERT_TRUE(first);
   EXPECT_EQ(first->bytes[0], 0);  // no old memory of the server before the first reply is filled
   EXPECT_EQ(first->bytes[kPipeBodySize - 1], 0);
-  ASSERT_TRUE(client.Call(MakeRequest(7)));
-  const std::optional<PipeReply> later = client.Call(MakeRequest(kPing));
+  ASSERT_TRUE(client.Call(RequestOf(7)));
+  const std::optional<PipeReply> later = client.Call(RequestOf(kPing));
   ASSERT_TRUE(later);
   EXPECT_EQ(later->bytes[0], 'p');
   EXPECT_EQ(later->bytes[kPipeBodySize - 1], 'p');
@@ -161,7 +161,7 @@ TEST_F(PipeServerTest, ShortRequestIsFollowedByTheEarlierBytes) {
   server->Start();
   PipeClient client(name);
   ASSERT_TRUE(client.Connect());
-  PipeRequest request = MakeRequest(8);
+  PipeRequest request = RequestOf(8);
   std::strcpy(request.path, "C:\\first.dat");
   ASSERT_TRUE(client.Call(request));
   EXPECT_EQ(path, "C:\\first.dat");
@@ -207,7 +207,7 @@ TEST_F(PipeServerTest, UnterminatedTextsEndAfterTheRecord) {
   PipeClient client(name);
   ASSERT_TRUE(client.Connect());
   for (int round = 0; round < 2; ++round) {  // the guard is still there after a record was read over it
-    PipeRequest request = MakeRequest(8);
+    PipeRequest request = RequestOf(8);
     std::memset(request.bytes, 'x', sizeof(request.bytes));
     ASSERT_TRUE(client.Call(request));
     EXPECT_EQ(path, std::string(1024, 'x'));
@@ -220,7 +220,7 @@ TEST_F(PipeServerTest, UnterminatedTextsEndAfterTheRecord) {
 // Puts the messages of `send` into the pipe before the server's next read starts.
 void SendWhileTheHandlerIsBusy(TestSupport::TestHandler& handler, PipeClient& client, Gate& gate,
                                const std::function<void()>& send) {
-  ASSERT_TRUE(client.Send(MakeRequest(2)));  // waits at the gate
+  ASSERT_TRUE(client.Send(RequestOf(2)));  // waits at the gate
   ASSERT_TRUE(WaitUntil([&] { return gate.SomebodyArrived(); }));
   send();
   gate.Open();
@@ -275,7 +275,7 @@ TEST_F(PipeServerTest, RequestsSentAheadAreServedInOrder) {
   server->Start();
   PipeClient client(name);
   ASSERT_TRUE(client.Connect());
-  for (const std::uint32_t code : {4U, 1U, 10U}) ASSERT_TRUE(client.Send(MakeRequest(code)));
+  for (const std::uint32_t code : {4U, 1U, 10U}) ASSERT_TRUE(client.Send(RequestOf(code)));
   EXPECT_EQ(client.Receive()->code, kAlive);
   EXPECT_EQ(client.Receive()->code, 5U);
   EXPECT_EQ(client.Receive()->code, 11U);
@@ -333,7 +333,7 @@ TEST_F(PipeServerTest, ClientThatTakesNoReplyPipeAnyMoreIsDisconnected) {
   ASSERT_TRUE(client.Connect());
   EXPECT_EQ(client.CallCode(kPing), kAlive);  // the listener has noticed both pipes
   client.CloseReplyPipe();
-  ASSERT_TRUE(client.Send(MakeRequest(kPing)));
+  ASSERT_TRUE(client.Send(RequestOf(kPing)));
   EXPECT_TRUE(WaitUntil([&] { return handler.ended == 1; }));
   EXPECT_EQ(handler.handled, 2);
   EXPECT_TRUE(Serves());
@@ -590,7 +590,7 @@ TEST_F(PipeServerTest, JoinIsFalseWhenAConnectionOutlastsTheTime) {
   server->Start();
   PipeClient client(name);
   ASSERT_TRUE(client.Connect());
-  ASSERT_TRUE(client.Send(MakeRequest(3)));
+  ASSERT_TRUE(client.Send(RequestOf(3)));
   ASSERT_TRUE(WaitUntil([&] { return gate.SomebodyArrived(); }));
   server->Stop();
   Timeout timeout(600);
@@ -606,7 +606,7 @@ TEST_F(PipeServerTest, JoinLooksForConnectionsEvery250Milliseconds) {
   server->Start();
   PipeClient client(name);
   ASSERT_TRUE(client.Connect());
-  ASSERT_TRUE(client.Send(MakeRequest(3)));
+  ASSERT_TRUE(client.Send(RequestOf(3)));
   ASSERT_TRUE(WaitUntil([&] { return gate.SomebodyArrived(); }));
   server->Stop();
   std::thread opener([&] {
@@ -726,7 +726,7 @@ TEST_F(PipeServerTest, DestructionEndsAConnectionByForceWhenItsHandlerDoesNotRet
   PipeClient idle(name);
   ASSERT_TRUE(stuck.Connect());
   ASSERT_TRUE(idle.Connect());
-  ASSERT_TRUE(stuck.Send(MakeRequest(3)));
+  ASSERT_TRUE(stuck.Send(RequestOf(3)));
   EXPECT_EQ(idle.CallCode(10), 11U);
   ASSERT_TRUE(WaitUntil([&] { return handler.handled == 2; }));
   const Clock::time_point start = Clock::now();

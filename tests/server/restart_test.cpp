@@ -215,7 +215,7 @@ TEST_F(Restart, ClaimThatCannotTakeItsLockIsLoggedAndLetsTheRestartGoAhead) {
 TEST_F(Restart, PingIsAnsweredWhileARestartIsPending) {
   TestSupport::PipeClient client;
   ASSERT_TRUE(client.Connect());
-  PipeRequest settings = TestSupport::MakeRequest(RequestCode::SetSettings);
+  PipeRequest settings = TestSupport::RequestOf(RequestCode::SetSettings);
   settings.settings = {30, kNever, 0xF, kNever / 1000};
   const auto reply = client.Call(settings);
   ASSERT_TRUE(reply) << "the reply was cut off by the restart";
@@ -229,7 +229,7 @@ TEST_F(Restart, PingIsAnsweredWhileARestartIsPending) {
   ASSERT_TRUE(Reaches(2));
   TestSupport::PipeClient next;
   ASSERT_TRUE(next.Connect()) << "no client can connect after the restart";
-  const auto reported = next.Call(TestSupport::MakeRequest(RequestCode::GetSettings));
+  const auto reported = next.Call(TestSupport::RequestOf(RequestCode::GetSettings));
   ASSERT_TRUE(reported);
   EXPECT_EQ(reported->settings.maxMessage, 30U);
 }
@@ -240,7 +240,7 @@ TEST_F(Restart, BurstFromManyClientsCausesOneRestart) {
     clients.emplace_back([&, i] {
       TestSupport::PipeClient client;
       if (!client.Connect()) return;
-      PipeRequest settings = TestSupport::MakeRequest(RequestCode::SetSettings);
+      PipeRequest settings = TestSupport::RequestOf(RequestCode::SetSettings);
       settings.settings = {30 + i, kNever, 0xF, kNever / 1000};
       client.Call(settings);
     });

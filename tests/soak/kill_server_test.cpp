@@ -101,7 +101,7 @@ class HeaderWatch {
   void Run() {
     while (!stopping) {
       Look look{.begin = Now(), .opening = life};
-      const std::optional<LogFileHeader> header = LogFileImage::ReadHeader(path);
+      const std::optional<LogFileHeader> header = TestLogFile::ReadHeader(path);
       look.end = Now();
       if (header && header->serverRunning == 1 && look.opening == life) {
         look.changeCount = header->changeCount;

@@ -289,10 +289,8 @@ class SoakRun : public SystemTest {
   }
 
   void JudgeFile() {
-    ChildProcess verify("\"" + OwnDirectory() + "\\tamlogctl.exe\" verify \"" + LogFile() + "\"");
-    verify.CloseInput();
-    const std::string output = verify.FinishOutput(60s);
-    EXPECT_EQ(verify.WaitForEnd(1s), 0U) << output;
+    const CommandReport verified = RunTool("verify \"" + LogFile() + "\"");
+    EXPECT_EQ(verified.exitCode, 0U) << verified.output;
   }
 
   static void Note(const std::string& text) { std::cout << "note: " << text << "\n"; }

@@ -13,7 +13,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <exception>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -28,8 +27,11 @@
 #include "tests/soak/journal.h"
 #include "tests/soak/judge.h"
 #include "tests/soak/soak_message.h"
+#include "tests/support/told_program.h"
 
 namespace {
+
+using TestSupport::Say;
 
 using namespace std::chrono_literals;
 using namespace Soak;
@@ -44,10 +46,6 @@ constexpr auto kAbsentPause = 100ms;
 constexpr std::uint32_t kRefusedEach = 50;
 
 std::atomic<bool> told{false};
-
-void Say(const std::string& line) {
-  std::cout << line << std::endl;
-}
 
 Outcome OutcomeOf(Status status) {
   switch (status) {
@@ -194,10 +192,5 @@ int Run(const std::vector<std::string>& words) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  try {
-    return Run(std::vector<std::string>(argv + 1, argv + argc));
-  } catch (const std::exception& fault) {
-    Say(std::string("fault: ") + fault.what());
-    return 1;
-  }
+  return TestSupport::RunToldProgram(argc, argv, Run);
 }

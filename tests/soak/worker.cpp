@@ -23,9 +23,7 @@ std::uint32_t Setting(const char* name, std::uint32_t otherwise) {
 }
 
 std::string Diagnosis() {
-  ChildProcess doctor("\"" + OwnDirectory() + "\\tamlogctl.exe\" doctor");
-  doctor.CloseInput();
-  return doctor.FinishOutput(kBeginLimit);
+  return RunTool("doctor").output;
 }
 
 Worker::Worker(const std::string& words, std::string journalFile)

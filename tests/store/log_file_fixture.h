@@ -26,6 +26,7 @@
 #include "tests/store/messages.h"
 #include "tests/store/test_reader.h"
 #include "tests/support/files.h"
+#include "tests/support/log_bytes.h"
 #include "tests/support/temp_dir.h"
 #include "util/exceptions.h"
 #include "util/sync.h"
@@ -84,24 +85,13 @@ class LogFile : public testing::Test {
   }
 
   std::string Bytes() const { return TestSupport::ReadBytes(configuration.logFile); }
-  LogFileHeader Header() const {
-    LogFileHeader header = {};
-    const std::string bytes = Bytes();
-    if (bytes.size() >= sizeof header) std::memcpy(&header, bytes.data(), sizeof header);
-    return header;
-  }
+  LogFileHeader Header() const { return TestSupport::HeaderOf(Bytes()); }
   std::string LockName(std::size_t index) const {
     const std::string field = Bytes().substr(kLockNamesOffset + index * kLockNameSize, kLockNameSize);
     return field.substr(0, field.find('\0'));
   }
   // All slots, valid or not, in their order.
-  std::vector<LogMessage> AllSlots() const {
-    const std::string bytes = Bytes();
-    std::vector<LogMessage> slots((bytes.size() - kSlotsOffset) / sizeof(LogMessage));
-    if (!slots.empty())
-      std::memcpy(slots.data(), bytes.data() + kSlotsOffset, slots.size() * sizeof(LogMessage));
-    return slots;
-  }
+  std::vector<LogMessage> AllSlots() const { return TestSupport::SlotsOf(Bytes()); }
   Texts Slots() const {
     Texts texts;
     for (const LogMessage& message : AllSlots()) texts.push_back(TextOf(message.body));
@@ -139,22 +129,17 @@ class LogFile : public testing::Test {
     header.changeCount = 40;
     header.rewriteCount = 50;
     header.nextSequence = messages.size();
-    std::string bytes(LogFileSize(static_cast<std::uint32_t>(maxMessages)), '\0');
-    std::memcpy(bytes.data(), &header, sizeof header);
-    std::uint64_t sequence = 0;
-    for (const LogMessageBody& body : messages) {
-      const LogMessage message = {.sequence = sequence, .body = body, .padding = {}};
-      std::memcpy(bytes.data() + kSlotsOffset + sequence * sizeof message, &message, sizeof message);
-      ++sequence;
+    std::vector<LogMessage> slots(static_cast<std::size_t>(maxMessages));
+    for (std::size_t i = 0; i < messages.size(); ++i) {
+      slots.at(i) = {.sequence = i, .body = messages[i], .padding = {}};
     }
-    TestSupport::WriteBytes(configuration.logFile, bytes);
+    TestSupport::WriteBytes(configuration.logFile, TestSupport::LogFileBytes(header, slots));
   }
   // Changes the file's header in place, with the file closed.
   template <class Change>
   void Damage(Change change) {
     std::string bytes = Bytes();
-    LogFileHeader header = {};
-    std::memcpy(&header, bytes.data(), sizeof header);
+    LogFileHeader header = TestSupport::HeaderOf(bytes);
     change(header);
     std::memcpy(bytes.data(), &header, sizeof header);
     TestSupport::WriteBytes(configuration.logFile, bytes);

@@ -150,7 +150,7 @@ std::optional<PipeReply> PipeClient::Call(const PipeRequest& request, std::uint3
 }
 
 std::uint32_t PipeClient::CallCode(std::uint32_t code, std::uint32_t milliseconds) {
-  const std::optional<PipeReply> reply = Call(MakeRequest(code), milliseconds);
+  const std::optional<PipeReply> reply = Call(RequestOf(code), milliseconds);
   return reply ? reply->code : 0;
 }
 
@@ -160,16 +160,6 @@ bool PipeClient::WaitUntilDisconnected(std::uint32_t milliseconds) {
     const std::uint32_t left = Left(start, milliseconds);
     if (!Receive(left) && lastError != 0) return lastError != WAIT_TIMEOUT;
   }
-}
-
-PipeRequest MakeRequest(RequestCode code) {
-  return MakeRequest(static_cast<std::uint32_t>(code));
-}
-
-PipeRequest MakeRequest(std::uint32_t code) {
-  PipeRequest request{};
-  request.code = code;
-  return request;
 }
 
 std::string PipeNameForThisProcess(const std::string& name) {

@@ -3,8 +3,7 @@
 // A client of the two-pipe protocol for tests: opens the request pipe and the reply pipe, sends requests and
 // receives replies. Every wait is bounded, so a test that uses it can fail but not hang.
 //
-// One thread at a time, except that one may send while another receives. Executables that use it list
-// tests/support/pipe_client.cpp among their sources.
+// One thread at a time, except that one may send while another receives.
 
 #include <atomic>
 #include <cstddef>
@@ -14,6 +13,7 @@
 #include <string>
 
 #include "records/pipe_protocol.h"
+#include "tests/support/requests.h"
 #include "util/native_handle.h"
 
 namespace TestSupport {
@@ -73,10 +73,6 @@ class PipeClient {
   std::unique_ptr<Operation> sending;
   std::unique_ptr<Operation> receiving;
 };
-
-// A request with everything but the code zero.
-PipeRequest MakeRequest(RequestCode code);
-PipeRequest MakeRequest(std::uint32_t code);
 
 // `name` made unique for this process: pipes with fixed names are shared by all test programs of a prefix.
 std::string PipeNameForThisProcess(const std::string& name);

@@ -8,19 +8,9 @@ using namespace std::chrono_literals;
 
 class Administration : public SystemTest {
  protected:
-  // Its output, standard error included.
-  CommandReport Tool(const std::string& arguments, const std::string& input = "") const {
-    ChildProcess tool("\"" + OwnDirectory() + "\\tamlogctl.exe\" " + arguments);
-    if (!input.empty()) tool.WriteLine(input);
-    tool.CloseInput();
-    CommandReport report;
-    report.output = tool.FinishOutput(60s);
-    report.exitCode = tool.WaitForEnd(0s);
-    return report;
-  }
   void Expect(const std::string& arguments, std::uint32_t exitCode, const std::string& words,
               const std::string& input = "") const {
-    const CommandReport report = Tool(arguments, input);
+    const CommandReport report = RunTool(arguments, input);
     EXPECT_EQ(report.exitCode, exitCode) << arguments << "\n" << report.output;
     EXPECT_NE(report.output.find(words), std::string::npos) << arguments << "\n" << report.output;
   }
@@ -214,7 +204,7 @@ TEST_F(Administration, UnstickDoesNothingWhereNothingIsStuck) {
 
 TEST_F(Administration, DoctorSeesABlockedListenerAndFreesIt) {
   RunService();
-  PipeConnection half;
+  ServerConnection half;
   ASSERT_TRUE(Eventually(5s, [&half] { return half.OpenRequestPipe() == 0; }));
   Expect("doctor --timeout 1000", 1, "fail  pipe     busy all the time");
   Expect("doctor --timeout 1000 --unstick", 1, "unstick: opened and closed the reply pipe");

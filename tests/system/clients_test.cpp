@@ -31,7 +31,7 @@ TEST_F(Clients, AHundredAtOnceHandInTheirMessagesAndNoneIsLost) {
   clients.reserve(kClients);
   for (int i = 0; i < kClients; ++i) {
     clients.emplace_back([i, &connected, &done] {
-      std::optional<PipeConnection> connection = PipeConnection::Connect(60s);
+      std::optional<ServerConnection> connection = ServerConnection::Connect(60s);
       connected.arrive_and_wait();  // all of them have their pipes open now
       if (connection &&
           connection->AskForCode(SubmitRequest(Message(std::to_string(i), i))) == ReplyCode::Done) {
@@ -50,35 +50,37 @@ TEST_F(Clients, AHundredAtOnceHandInTheirMessagesAndNoneIsLost) {
 
 TEST_F(Clients, OneThatOpensTheRequestPipeOnlyKeepsTheOthersOut) {
   RunService();
-  PipeConnection half;
+  ServerConnection half;
   ASSERT_TRUE(Eventually(5s, [&half] { return half.OpenRequestPipe() == 0; }));
-  PipeConnection other;
+  ServerConnection other;
   EXPECT_FALSE(Eventually(1s, [&other] { return other.OpenRequestPipe() == 0; }));
   ASSERT_EQ(half.OpenReplyPipe(), 0U);
-  EXPECT_TRUE(PipeConnection::Connect(5s));
+  EXPECT_TRUE(ServerConnection::Connect(5s));
   EXPECT_EQ(half.AskForCode(RequestOf(RequestCode::Ping)), ReplyCode::Alive);
 }
 
 TEST_F(Clients, OneThatOpensTheRequestPipeAndGoesKeepsTheOthersOutUntilSomebodyOpensTheReplyPipe) {
   RunService();
   {
-    PipeConnection half;
+    ServerConnection half;
     ASSERT_TRUE(Eventually(5s, [&half] { return half.OpenRequestPipe() == 0; }));
   }
-  PipeConnection other;
+  ServerConnection other;
   EXPECT_FALSE(Eventually(1s, [&other] { return other.OpenRequestPipe() == 0; }));
-  PipeConnection otherHalf;
-  ASSERT_EQ(otherHalf.OpenReplyPipe(), 0U);
-  std::optional<PipeConnection> connection = PipeConnection::Connect(5s);
+  ServerConnection otherHalf;
+  // The server drops the pair as soon as it is complete, perhaps before the open pipe is set up (233).
+  const std::uint32_t opened = otherHalf.OpenReplyPipe();
+  ASSERT_TRUE(opened == 0 || opened == 233) << opened;
+  std::optional<ServerConnection> connection = ServerConnection::Connect(5s);
   ASSERT_TRUE(connection);
   EXPECT_EQ(connection->AskForCode(RequestOf(RequestCode::Ping)), ReplyCode::Alive);
 }
 
 TEST_F(Clients, ASilentOneIsDisconnectedAfterTenSecondsAndPingKeepsAnotherAlive) {
   RunService();
-  std::optional<PipeConnection> silent = PipeConnection::Connect(5s);
+  std::optional<ServerConnection> silent = ServerConnection::Connect(5s);
   const auto begin = std::chrono::steady_clock::now();
-  std::optional<PipeConnection> lively = PipeConnection::Connect(5s);
+  std::optional<ServerConnection> lively = ServerConnection::Connect(5s);
   ASSERT_TRUE(silent && lively);
   bool disconnected = false;
   std::chrono::steady_clock::duration silence{};

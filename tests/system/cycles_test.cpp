@@ -57,7 +57,7 @@ TEST_F(Cycles, EveryConnectionIsServedAndLeavesNothingBehind) {
   const int connects = FromEnvironment("TAMLOG_CONNECTS", 200);
   RunService();
   const auto connectAndPing = [] {
-    std::optional<PipeConnection> client = PipeConnection::Connect(20s);
+    std::optional<ServerConnection> client = ServerConnection::Connect(20s);
     return client && client->AskForCode(RequestOf(RequestCode::Ping)) == ReplyCode::Alive;
   };
   const auto round = [&](int count) {

@@ -16,8 +16,8 @@ namespace {
 constexpr std::int32_t kCapacity = 20;
 
 // Five messages in a ring that has gone round once, so that walks cross its end.
-LogFileImage SoundFile() {
-  LogFileImage image = LogFileImage::Empty(kCapacity);
+TestLogFile SoundFile() {
+  TestLogFile image = TestLogFile::Empty(kCapacity);
   image.header.nextSlot = kCapacity - 2;
   image.header.changeCount = 40;
   image.header.rewriteCount = 7;
@@ -28,7 +28,7 @@ LogFileImage SoundFile() {
 
 struct Damage {
   const char* name;
-  std::function<void(LogFileImage&)> apply;
+  std::function<void(TestLogFile&)> apply;
 };
 
 void PrintTo(const Damage& damage, std::ostream* out) {
@@ -40,7 +40,7 @@ void PrintTo(const Damage& damage, std::ostream* out) {
 class DamagedFile : public SystemTest, public ::testing::WithParamInterface<Damage> {
  protected:
   void ExpectEmptyAndAsNew() {
-    const LogFileImage image = SlotsOfFile();
+    const TestLogFile image = SlotsOfFile();
     EXPECT_EQ(image.slots.size(), static_cast<std::size_t>(kCapacity));
     EXPECT_EQ(image.header.messageCount, 0);
     EXPECT_EQ(image.header.maxMessages, kCapacity);
@@ -55,7 +55,7 @@ class DamagedFile : public SystemTest, public ::testing::WithParamInterface<Dama
 using SoundFileTest = DamagedFile;
 
 TEST_P(DamagedFile, ComesBackEmptyAndIsUsedOn) {
-  LogFileImage image = SoundFile();
+  TestLogFile image = SoundFile();
   GetParam().apply(image);
   image.Write(LogFile());
   RunService({.maxMessage = kCapacity});
@@ -69,38 +69,38 @@ TEST_P(DamagedFile, ComesBackEmptyAndIsUsedOn) {
 INSTANTIATE_TEST_SUITE_P(
     Rules, DamagedFile,
     ::testing::Values(
-        Damage{"NegativeMessageCount", [](LogFileImage& image) { image.header.messageCount = -1; }},
-        Damage{"NegativeCapacity", [](LogFileImage& image) { image.header.maxMessages = -1; }},
-        Damage{"NegativeNextSlot", [](LogFileImage& image) { image.header.nextSlot = -1; }},
+        Damage{"NegativeMessageCount", [](TestLogFile& image) { image.header.messageCount = -1; }},
+        Damage{"NegativeCapacity", [](TestLogFile& image) { image.header.maxMessages = -1; }},
+        Damage{"NegativeNextSlot", [](TestLogFile& image) { image.header.nextSlot = -1; }},
         Damage{"MoreMessagesThanSlots",
-               [](LogFileImage& image) { image.header.messageCount = kCapacity + 1; }},
-        Damage{"NextSlotBehindTheEnd", [](LogFileImage& image) { image.header.nextSlot = kCapacity; }},
+               [](TestLogFile& image) { image.header.messageCount = kCapacity + 1; }},
+        Damage{"NextSlotBehindTheEnd", [](TestLogFile& image) { image.header.nextSlot = kCapacity; }},
         Damage{"CapacityFarBehindTheEndOfTheFile",
-               [](LogFileImage& image) {
+               [](TestLogFile& image) {
                  image.header.maxMessages = 1000000;
                  image.header.messageCount = 1000000;
                  image.header.nextSlot = 0;
                }},
         Damage{"OlderMessageInANewerSlot",
-               [](LogFileImage& image) { image.Newest(1).body.timestamp[0] = 2027; }},
+               [](TestLogFile& image) { image.Newest(1).body.timestamp[0] = 2027; }},
         Damage{"TextWithoutEnd",
-               [](LogFileImage& image) {
+               [](TestLogFile& image) {
                  LogMessageBody& body = image.Newest(4).body;
                  std::memset(body.text, 'x', sizeof(body.text));
                }},
         Damage{"SourceWithoutEnd",
-               [](LogFileImage& image) {
+               [](TestLogFile& image) {
                  LogMessageBody& body = image.Newest(0).body;
                  std::memset(body.source, 'x', sizeof(body.source));
                }},
-        Damage{"UnknownType", [](LogFileImage& image) { image.Newest(2).body.type = kMessageTypes; }}),
+        Damage{"UnknownType", [](TestLogFile& image) { image.Newest(2).body.type = kMessageTypes; }}),
     [](const ::testing::TestParamInfo<Damage>& damage) { return std::string(damage.param.name); });
 
 // Rule 3, readCount = 1 under the check's own access, cannot be broken by a file: mapping it sets the count
 // to 0. A reader whose events have outlived the server can break it, when it enters between the mapping and
 // the check.
 TEST_F(SoundFileTest, IsGivenUpWhenAReaderIsInsideDuringTheCheck) {
-  LogFileImage marked = SoundFile();
+  TestLogFile marked = SoundFile();
   marked.header.readCount = 9;
   marked.Write(LogFile());
   Settings({.maxMessage = kCapacity});
@@ -140,7 +140,7 @@ TEST_F(SoundFileTest, IsGivenUpWhenAReaderIsInsideDuringTheCheck) {
 }
 
 TEST_F(SoundFileTest, IsAcceptedWithAReadCountThatIsNotZero) {
-  LogFileImage image = SoundFile();
+  TestLogFile image = SoundFile();
   image.header.readCount = 3;
   image.header.serverRunning = 1;  // as a server that was killed leaves it
   image.Write(LogFile());

@@ -26,7 +26,7 @@ class Failure : public SystemTest {
 
   // The server ends while it serves this request: no reply comes.
   void AskForTheEnd(const PipeRequest& request) {
-    std::optional<PipeConnection> connection = PipeConnection::Connect(5s);
+    std::optional<ServerConnection> connection = ServerConnection::Connect(5s);
     ASSERT_TRUE(connection);
     EXPECT_FALSE(connection->Ask(request));
     const std::optional<std::uint32_t> exitCode = ServiceProcess().WaitForEnd(10s);
@@ -45,7 +45,7 @@ TEST_F(Failure, WithoutTheDriverTheServiceDoesNotStart) {
   StartThatAborts(
       "Failed to get access to the Tamlog device driver, CreateFile() failed. - Error code : 2 - ");
   EXPECT_FALSE(FileExists(LogFile()));
-  EXPECT_FALSE(PipeConnection::Connect(200ms));
+  EXPECT_FALSE(ServerConnection::Connect(200ms));
 
   LoadDriver();
   StartService();
@@ -112,7 +112,7 @@ TEST_F(Failure, AKilledServerStartsAgainAndKeepsItsFile) {
 TEST_F(Failure, AStopKeepsWhatWasFlushedAndLosesAtMostWhatWasPending) {
   constexpr int kMessages = 120;
   RunService({.maxMessage = 200});
-  std::optional<PipeConnection> client = PipeConnection::Connect(5s);
+  std::optional<ServerConnection> client = ServerConnection::Connect(5s);
   ASSERT_TRUE(client);
   for (int i = 0; i < kMessages; ++i) {
     ASSERT_EQ(client->AskForCode(SubmitRequest(Message(std::to_string(i), i))), ReplyCode::Done);

@@ -39,7 +39,7 @@ TEST_F(Install, OnAnEmptyMachineTheServiceRunsAndStopsWithItsDefaults) {
   EXPECT_EQ(ServerRegistry::Number("TypeFilter"), 0xFFFFFFFFU);
   EXPECT_EQ(ServerRegistry::Filters(), (std::map<std::string, std::string>{}));
 
-  const LogFileImage image = SlotsOfFile();
+  const TestLogFile image = SlotsOfFile();
   EXPECT_EQ(image.slots.size(), 50000U);  // the file has exactly the size of these slots
   EXPECT_STREQ(image.names.name[0], "Global\\TamLogServiceFileHeaderMutex");
   EXPECT_STREQ(image.names.name[1], "Global\\TamLogServiceReadWaitEvent");

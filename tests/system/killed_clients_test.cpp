@@ -24,7 +24,7 @@ class KilledClients : public SystemTest {
   // was sent without an answer is not counted.
   void Feed() {
     for (int at = 0; !stopFeeding;) {
-      std::optional<PipeConnection> client = PipeConnection::Connect(5s);
+      std::optional<ServerConnection> client = ServerConnection::Connect(5s);
       while (client && !stopFeeding &&
              client->AskForCode(SubmitRequest(Message("load", at))) == ReplyCode::Done) {
         ++at;
@@ -54,11 +54,9 @@ class KilledClients : public SystemTest {
 
   // As a person would mend it. The server has to write again afterwards.
   void Mend(Stuck stuck) {
-    ChildProcess doctor(Tool() + "doctor --unstick");
-    doctor.CloseInput();
-    const std::string output = doctor.FinishOutput(60s);
+    const std::string output = RunTool("doctor --unstick").output;
     const auto changes = [this] {
-      return LogFileImage::ReadHeader(logFile).value_or(LogFileHeader{}).changeCount;
+      return TestLogFile::ReadHeader(logFile).value_or(LogFileHeader{}).changeCount;
     };
     const std::uint64_t before = changes();
     SubmitOverPipe(Message("mended", fed));

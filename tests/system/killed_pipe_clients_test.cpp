@@ -29,14 +29,10 @@ class KilledPipeClients : public SystemTest {
     client.Kill();
   }
 
-  static std::string Unstick() {
-    ChildProcess doctor("\"" + OwnDirectory() + "\\tamlogctl.exe\" doctor --unstick");
-    doctor.CloseInput();
-    return doctor.FinishOutput(60s);
-  }
+  static std::string Unstick() { return RunTool("doctor --unstick").output; }
 
   static bool IsServed(std::chrono::milliseconds limit) {
-    std::optional<PipeConnection> client = PipeConnection::Connect(limit);
+    std::optional<ServerConnection> client = ServerConnection::Connect(limit);
     return client && client->AskForCode(RequestOf(RequestCode::Ping)) == ReplyCode::Alive;
   }
 
@@ -67,7 +63,7 @@ TEST_F(KilledPipeClients, BetweenTheTwoOpensOneKeepsTheOthersOutUntilDoctorUnsti
 
 TEST_F(KilledPipeClients, InsideARequestOneEndsOnlyItsOwnConnection) {
   RunService();
-  std::optional<PipeConnection> other = PipeConnection::Connect(5s);
+  std::optional<ServerConnection> other = ServerConnection::Connect(5s);
   ASSERT_TRUE(other);
   const std::size_t handles = HandlesOfAWarmServer();
   for (const std::size_t bytes : {std::size_t{1}, std::size_t{4}, std::size_t{30}, sizeof(PipeRequest) - 1}) {
@@ -100,7 +96,7 @@ TEST_F(KilledPipeClients, BeforeItReadsAReplyOnesMessagesAreStoredOnceEach) {
 
 TEST_F(KilledPipeClients, InsideAReplyOneEndsOnlyItsOwnConnectionAndItsMessageIsStored) {
   RunService();
-  std::optional<PipeConnection> other = PipeConnection::Connect(5s);
+  std::optional<ServerConnection> other = ServerConnection::Connect(5s);
   ASSERT_TRUE(other);
   const std::size_t handles = HandlesOfAWarmServer();
   for (const std::size_t bytes : {std::size_t{1}, std::size_t{4}, sizeof(PipeReply) - 1}) {
@@ -119,7 +115,7 @@ TEST_F(KilledPipeClients, WithAReplyPipeOpenedAloneOneLeavesAServerThatOurClient
   RunService();
   for (int i = 0; i < 5; ++i) {
     {
-      PipeConnection stray;
+      ServerConnection stray;
       ASSERT_TRUE(Eventually(5s, [&stray] { return stray.OpenReplyPipe() == 0; }));
     }
     TamLogClient::LogClient client({.timeoutMs = 20000});
@@ -132,7 +128,7 @@ TEST_F(KilledPipeClients, WithAReplyPipeOpenedAloneOneLeavesAServerThatOurClient
 // there at once then, and nothing seemed wrong.
 TEST_F(KilledPipeClients, WithTheReplyPipeOfAnotherInItsHandOneHoldsUpOurClientsForOneTimeoutAtMost) {
   RunService();
-  PipeConnection stray;
+  ServerConnection stray;
   ASSERT_TRUE(Eventually(5s, [&stray] { return stray.OpenReplyPipe() == 0; }));
   for (int i = 0; i < 3; ++i) {
     TamLogClient::LogClient client;

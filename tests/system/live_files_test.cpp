@@ -12,20 +12,8 @@ class LiveFiles : public SystemTest {
   static std::string CommandLine(const std::string& arguments) {
     return "\"" + OwnDirectory() + "\\tamlogctl.exe\" " + arguments;
   }
-  // Its output, standard error included.
-  static CommandReport Tool(const std::string& arguments) {
-    ChildProcess tool(CommandLine(arguments));
-    tool.CloseInput();
-    return End(tool);
-  }
-  static CommandReport End(ChildProcess& tool) {
-    CommandReport report;
-    report.output = tool.FinishOutput(60s);
-    report.exitCode = tool.WaitForEnd(0s);
-    return report;
-  }
   static void Expect(const std::string& arguments, std::uint32_t exitCode, const std::string& words) {
-    const CommandReport report = Tool(arguments);
+    const CommandReport report = RunTool(arguments);
     EXPECT_EQ(report.exitCode, exitCode) << arguments << "\n" << report.output;
     EXPECT_NE(report.output.find(words), std::string::npos) << arguments << "\n" << report.output;
   }
@@ -45,7 +33,7 @@ class LiveFiles : public SystemTest {
 
   // Messages of rising times, one every 10 ms.
   static void Feed(int first, int end) {
-    std::optional<PipeConnection> client = PipeConnection::Connect(10s);
+    std::optional<ServerConnection> client = ServerConnection::Connect(10s);
     ASSERT_TRUE(client);
     for (int number = first; number < end; ++number) {
       ASSERT_EQ(client->AskForCode(SubmitRequest(Message(TextOf(number), number * 10))), ReplyCode::Done);
@@ -96,7 +84,7 @@ TEST_F(LiveFiles, ExportGoesOnOverRotationsRestartsOfTheServerAndItsOwn) {
   StopService();
   StartService();
   Feed(120, 140);
-  const CommandReport report = End(first);
+  const CommandReport report = ReportAtEnd(first);
   EXPECT_EQ(report.exitCode, 0U) << report.output;
   EXPECT_NE(report.output.find("the server is running again"), std::string::npos) << report.output;
   EXPECT_EQ(report.output.find("lost"), std::string::npos) << report.output;
@@ -156,7 +144,7 @@ TEST_F(LiveFiles, ImportBringsBackWhatEachFormatHasSaved) {
   RunService({.maxMessage = 400});
   Feed(0, 30);
   ASSERT_TRUE(WaitForMessageCount(30, 10s));
-  const std::string before = Tool("show -o json --fields time,type,source,text,origin,tail").output;
+  const std::string before = RunTool("show -o json --fields time,type,source,text,origin,tail").output;
   Expect("export " + Quoted("saved.dat") + " --log", 0, "30 messages");
   Expect("export " + Quoted("saved.json") + " -o json", 0, "30 messages");
   Expect("export " + Quoted("saved.tsv") + " -o tsv", 0, "30 messages");
@@ -165,7 +153,7 @@ TEST_F(LiveFiles, ImportBringsBackWhatEachFormatHasSaved) {
     Expect("import " + Quoted(name), 0, "30 messages sent: 30 in the log, 0 not, 0 refused");
     const bool bytes = std::string(name) != "saved.tsv";  // that has no column for what is not shown
     const std::string fields = bytes ? "time,type,source,text,origin,tail" : "time,type,source,text";
-    const std::string now = Tool("show -o json --fields " + fields).output;
+    const std::string now = RunTool("show -o json --fields " + fields).output;
     if (bytes) {
       EXPECT_EQ(now, before) << name;
     }
@@ -219,7 +207,7 @@ TEST_F(LiveFiles, ImportGoesOnOverARestartOfTheServerWithoutRepeatingAMessage) {
   ASSERT_TRUE(Eventually(20s, [this] { return Header().messageCount >= 200; }));
   StopService();
   StartService();
-  const CommandReport report = End(import);
+  const CommandReport report = ReportAtEnd(import);
   EXPECT_EQ(report.exitCode, 1U) << report.output;
   EXPECT_NE(report.output.find("the connection was lost after "), std::string::npos) << report.output;
   EXPECT_NE(report.output.find("10000 messages sent: 1000 in the log, 9000 not, 0 refused"),
@@ -227,7 +215,7 @@ TEST_F(LiveFiles, ImportGoesOnOverARestartOfTheServerWithoutRepeatingAMessage) {
       << report.output;
   std::string expected;
   for (const std::string& text : Texts(9000, 10000)) expected += text + "\n";
-  EXPECT_EQ(Tool("show -o cat").output, expected);
+  EXPECT_EQ(RunTool("show -o cat").output, expected);
 }
 
 TEST_F(LiveFiles, LongTextsAreMarkedWhereTheyWereCutAndStatusKnowsBothEnds) {
@@ -237,21 +225,21 @@ TEST_F(LiveFiles, LongTextsAreMarkedWhereTheyWereCutAndStatusKnowsBothEnds) {
   Expect("send --split " + time + "1.000\" " + text, 0, "");
   Expect("send --truncate " + time + "2.000\" " + text, 0, "");
   ASSERT_TRUE(WaitForMessageCount(3, 10s));
-  EXPECT_EQ(Tool("show -o cat").output, std::string(253, 'x') + "...\n..." + std::string(47, 'x') + "\n" +
-                                            std::string(253, 'x') + "...\n");
+  EXPECT_EQ(RunTool("show -o cat").output, std::string(253, 'x') + "...\n..." + std::string(47, 'x') + "\n" +
+                                               std::string(253, 'x') + "...\n");
   Expect("send " + time + "0.000\" early", 0, "");
   ASSERT_TRUE(WaitForMessageCount(4, 10s));
   Expect("status", 0, "oldest    2026-03-14 12:00:00.000\nnewest    2026-03-14 12:00:02.000\n");
   // More at once than there is room for: the ring runs backwards.
-  std::optional<PipeConnection> client = PipeConnection::Connect(10s);
+  std::optional<ServerConnection> client = ServerConnection::Connect(10s);
   ASSERT_TRUE(client);
   for (int i = 0; i < 150; ++i) {
     ASSERT_EQ(client->AskForCode(SubmitRequest(Message("burst", 10000 + i * 1000))), ReplyCode::Done);
   }
   ASSERT_TRUE(WaitForMessageCount(100, 10s));
   ASSERT_TRUE(
-      Eventually(10s, [] { return Tool("show -n 1").output.rfind("2026-03-14 12:02:39.000", 0) == 0; }));
-  const std::string times = Tool("show -o template={time}").output;
+      Eventually(10s, [] { return RunTool("show -n 1").output.rfind("2026-03-14 12:02:39.000", 0) == 0; }));
+  const std::string times = RunTool("show -o template={time}").output;
   constexpr std::size_t kLine = 24;  // 2026-03-14 12:00:00.000 and a line end
   ASSERT_EQ(times.size(), 100 * kLine) << times;
   Expect("status", 0, "oldest    " + times.substr(0, kLine) + "newest    " + times.substr(99 * kLine));

@@ -119,7 +119,7 @@ TEST_F(MessageRoad, MorePendingThanTheCapacityIsWrittenNewestFirstFromSlotZero) 
   ASSERT_EQ(reader.NextLine(), "released");
   ASSERT_TRUE(WaitForMessageCount(50, 10s));
 
-  const LogFileImage image = SlotsOfFile();
+  const TestLogFile image = SlotsOfFile();
   EXPECT_EQ(image.header.nextSlot, 0);
   EXPECT_EQ(image.header.rewriteCount, before.rewriteCount + 1);
   EXPECT_EQ(image.header.nextSequence, before.nextSequence);

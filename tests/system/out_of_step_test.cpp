@@ -18,7 +18,7 @@ class OutOfStep : public SystemTest {
   }
 
   static bool IsServedAtOnce() {
-    std::optional<PipeConnection> client = PipeConnection::Connect(5s);
+    std::optional<ServerConnection> client = ServerConnection::Connect(5s);
     return client && client->AskForCode(RequestOf(RequestCode::Ping)) == ReplyCode::Alive;
   }
 };

@@ -20,6 +20,7 @@ namespace {
 
 constexpr auto kPollInterval = std::chrono::milliseconds(10);
 constexpr auto kSharingLimit = std::chrono::seconds(5);
+constexpr auto kEndLimit = std::chrono::seconds(60);
 
 // Of winternl.h's family, which does not declare it: one row for each handle of each process.
 struct SystemHandle {
@@ -316,4 +317,22 @@ void ChildProcess::Kill() {
     TerminateProcess(process.get(), 1);
     WaitForSingleObject(process.get(), 5000);
   }
+}
+
+CommandReport ReportAtEnd(ChildProcess& program) {
+  program.CloseInput();
+  CommandReport report;
+  report.output = program.FinishOutput(kEndLimit);
+  report.exitCode = program.WaitForEnd(std::chrono::seconds(1));
+  return report;
+}
+
+CommandReport RunOwnProgram(const std::string& name, const std::string& arguments, const std::string& line) {
+  ChildProcess program("\"" + OwnDirectory() + "\\" + name + "\" " + arguments);
+  if (!line.empty()) program.WriteLine(line);
+  return ReportAtEnd(program);
+}
+
+CommandReport RunTool(const std::string& arguments, const std::string& line) {
+  return RunOwnProgram("tamlogctl.exe", arguments, line);
 }

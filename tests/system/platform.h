@@ -104,3 +104,16 @@ class ChildProcess {
   OwnedHandle output;
   std::string unread;
 };
+
+struct CommandReport {
+  std::string output;  // standard error included
+  std::optional<std::uint32_t> exitCode;
+};
+
+// Waits a minute at most for a program's end; it has no exit code then.
+CommandReport ReportAtEnd(ChildProcess& program);
+// Runs a program of OwnDirectory, with `line` as its standard input.
+CommandReport RunOwnProgram(const std::string& name, const std::string& arguments,
+                            const std::string& line = {});
+// tamlogctl.exe.
+CommandReport RunTool(const std::string& arguments, const std::string& line = {});

@@ -46,7 +46,7 @@ TEST_F(Readers, SeveralFollowTheLogWhileMessagesFlowAndLeaveNoTrace) {
     readers.push_back(std::make_unique<ReaderProcess>("follow", ScratchFile("reader" + std::to_string(i))));
     ASSERT_EQ(readers.back()->NextLine(), "following");
   }
-  std::optional<PipeConnection> client = PipeConnection::Connect(5s);
+  std::optional<ServerConnection> client = ServerConnection::Connect(5s);
   ASSERT_TRUE(client);
   for (int i = 0; i < kMessages; ++i) {
     ASSERT_EQ(client->AskForCode(SubmitRequest(Message(std::to_string(i), i))), ReplyCode::Done);

@@ -71,7 +71,7 @@ class RepairedLog : public SystemTest {
   }
   void WaitForSequence(std::uint64_t next) {
     const bool there = Eventually(10s, [&] {
-      const auto header = LogFileImage::ReadHeader(LogFile());
+      const auto header = TestLogFile::ReadHeader(LogFile());
       return header && header->nextSequence >= next;
     });
     ASSERT_TRUE(there) << Header().nextSequence;
@@ -90,24 +90,15 @@ class RepairedLog : public SystemTest {
     }
   }
 
-  CommandReport Tool(const std::string& arguments) const {
-    ChildProcess tool("\"" + OwnDirectory() + "\\tamlogctl.exe\" " + arguments);
-    tool.CloseInput();
-    CommandReport report;
-    report.output = tool.FinishOutput(60s);
-    report.exitCode = tool.WaitForEnd(0s);
-    return report;
-  }
-
   // Puts what `repair` makes of these bytes in the place of the log, and gives what it told.
   std::string Repair(const std::string& damaged, const std::string& options = "") {
     const std::string from = ScratchFile("damaged.dat");
     const std::string to = ScratchFile("repaired.dat");
     WriteWholeFile(from, damaged);
     DeleteFileIfThere(to);
-    const CommandReport report = Tool("repair \"" + from + "\" --output \"" + to + "\" " + options);
+    const CommandReport report = RunTool("repair \"" + from + "\" --output \"" + to + "\" " + options);
     EXPECT_EQ(report.exitCode, 0U) << report.output;
-    EXPECT_EQ(Tool("verify -q --strict \"" + to + "\"").exitCode, 0U);
+    EXPECT_EQ(RunTool("verify -q --strict \"" + to + "\"").exitCode, 0U);
     EXPECT_EQ(ReadWholeFile(from), damaged) << "the damaged file is only read";
     CopyFileTo(to, LogFile());
     return report.output;
@@ -124,7 +115,7 @@ class RepairedLog : public SystemTest {
     EXPECT_EQ(Header().rewriteCount, before.rewriteCount);
     EXPECT_EQ(Header().serverRunning, 1);
     ExpectBodies(BodiesOfFile(), newestFirst);
-    const CommandReport shown = Tool("show -o cat -r");
+    const CommandReport shown = RunTool("show -o cat -r");
     std::string texts;
     for (const LogMessageBody& body : newestFirst) texts += std::string(&body.text[0]) + "\n";
     EXPECT_EQ(shown.output, texts);
@@ -242,7 +233,7 @@ TEST_F(RepairedLog, IsKeptThoughTheServerLeftItInReverse) {
     }
     Driver().Put(burst);
     ASSERT_TRUE(Eventually(10s, [&] {
-      const LogFileImage file = SlotsOfFile();
+      const TestLogFile file = SlotsOfFile();
       return std::any_of(file.slots.begin(), file.slots.end(),
                          [&](const LogMessage& message) { return newest == &message.body.text[0]; });
     }));
@@ -250,9 +241,9 @@ TEST_F(RepairedLog, IsKeptThoughTheServerLeftItInReverse) {
   }
   StopService();
   ASSERT_EQ(newest, &SlotsOfFile().slots[0].body.text[0]) << "the newest in slot 0";
-  const CommandReport verified = Tool("verify -q --strict \"" + LogFile() + "\"");
+  const CommandReport verified = RunTool("verify -q --strict \"" + LogFile() + "\"");
   EXPECT_EQ(verified.exitCode, 1U);
-  EXPECT_EQ(Tool("verify -q \"" + LogFile() + "\"").exitCode, 0U) << "a server wrote it: no damage";
+  EXPECT_EQ(RunTool("verify -q \"" + LogFile() + "\"").exitCode, 0U) << "a server wrote it: no damage";
   Repair(ReadWholeFile(LogFile()));
   Bodies expected(burst.rbegin(), burst.rbegin() + kCapacity);
   StartAndExpect(expected);
@@ -266,12 +257,12 @@ TEST_F(RepairedLog, OfAnotherCapacityIsEmptiedUnlessItIsRepairedForTheServersOwn
   Bodies expected = soundBodies;
   Lose(expected, 10, 10);
   SetCapacity(30);
-  EXPECT_NE(Repair(damaged, "--capacity 30").find("when its capacity is set to 30"), std::string::npos);
+  EXPECT_NE(Repair(damaged, "--capacity 30").find("if its capacity is set to 30"), std::string::npos);
   StartAndExpect(expected);
   StopService();
   SetCapacity(8);
   const std::string told = Repair(damaged, "--capacity 8");
-  EXPECT_NE(told.find("the oldest 11, which do not fit into a capacity of 8"), std::string::npos) << told;
+  EXPECT_NE(told.find("the oldest 11, for which a capacity of 8 has no room"), std::string::npos) << told;
   StartAndExpect(Bodies(expected.begin(), expected.begin() + 8));
   StopService();
   // The server lays what it takes over down newest first, and then does not accept its own order.

@@ -44,7 +44,7 @@ TEST_F(Restart, ABurstOfSettingsCausesExactlyOneAndALaterRequestAnother) {
   const ProcessById before(ServiceControl::ProcessId());
   EXPECT_EQ(Starts(), 1U);
   {
-    std::optional<PipeConnection> client = PipeConnection::Connect(5s);
+    std::optional<ServerConnection> client = ServerConnection::Connect(5s);
     ASSERT_TRUE(client);
     for (std::uint32_t i = 0; i < 5; ++i) {
       EXPECT_EQ(client->AskForCode(SettingsRequest(SmallSettings(60 + i))), ReplyCode::Done);
@@ -181,7 +181,7 @@ TEST_F(Restart, AMoveThatFailsLeavesTheOldFileAndTheNextStartMakesANewOne) {
   FillRing(2, false);
   const std::string oldPath = LogFile();
   const std::string taken = ScratchFile("Taken.dat");
-  LogFileImage occupant = LogFileImage::Empty(100);
+  TestLogFile occupant = TestLogFile::Empty(100);
   occupant.Append(Message("was there before", 0));
   occupant.Write(taken);
   SetLogFile(taken);

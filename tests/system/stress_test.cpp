@@ -63,9 +63,9 @@ class Stress : public SystemTest {
   int NextTime() { return time.fetch_add(1); }
 
   void RunClient(int number) {
-    std::optional<PipeConnection> connection;
+    std::optional<ServerConnection> connection;
     for (int i = 0; !stopClients; ++i) {
-      if (!connection) connection = PipeConnection::Connect(500ms);
+      if (!connection) connection = ServerConnection::Connect(500ms);
       if (!connection) continue;
       const std::string text = "client " + std::to_string(number) + " message " + std::to_string(i);
       const std::optional<ReplyCode> code = connection->AskForCode(SubmitRequest(Message(text, NextTime())));
@@ -92,7 +92,7 @@ class Stress : public SystemTest {
   void RestartBySettings() {
     const std::uint32_t starts = Starts();
     const auto from = Clock::now();
-    std::optional<PipeConnection> connection = PipeConnection::Connect(10s);
+    std::optional<ServerConnection> connection = ServerConnection::Connect(10s);
     if (!connection) throw std::runtime_error("no connection for the settings");
     for (int i = 0; i < 3; ++i) {
       EXPECT_EQ(connection->AskForCode(SettingsRequest({20000, 100, 0xF, 1})), ReplyCode::Done);
@@ -147,9 +147,9 @@ class Stress : public SystemTest {
   void RestartAndServeManyClients() {
     RestartBySettings();
     for (int round = 0; round < 3; ++round) {
-      std::vector<std::optional<PipeConnection>> connections;
-      for (int i = 0; i < 2 * kClients; ++i) connections.push_back(PipeConnection::Connect(10s));
-      for (std::optional<PipeConnection>& connection : connections) {
+      std::vector<std::optional<ServerConnection>> connections;
+      for (int i = 0; i < 2 * kClients; ++i) connections.push_back(ServerConnection::Connect(10s));
+      for (std::optional<ServerConnection>& connection : connections) {
         ASSERT_TRUE(connection);
         EXPECT_EQ(connection->AskForCode(RequestOf(RequestCode::Ping)), ReplyCode::Alive);
       }
@@ -157,7 +157,7 @@ class Stress : public SystemTest {
   }
 
   void CheckFileIsSound() {
-    const LogFileImage image = SlotsOfFile();
+    const TestLogFile image = SlotsOfFile();
     const std::vector<LogMessage> messages = image.NewestFirst();
     EXPECT_EQ(TextSet(messages).size(), messages.size()) << "a message is stored twice";
     for (std::size_t i = 1; i < messages.size(); ++i) {

@@ -12,38 +12,26 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <exception>
-#include <iostream>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "tests/support/messages.h"
 #include "tests/support/pipe_client.h"
-#include "tests/system/pipe_connection.h"
+#include "tests/support/told_program.h"
+#include "tests/system/server_connection.h"
 #include "util/win32.h"
 
 namespace {
 
 using TestSupport::PipeClient;
+using TestSupport::Say;
+using TestSupport::WaitToBeTold;
 
 constexpr std::uint32_t kPatienceMs = 20000;
 
 LogMessageBody MakeMessage(const std::string& text) {
-  LogMessageBody message{};
-  const std::int16_t noon[8] = {2026, 3, 14, 12, 0, 0, 0, 0};
-  std::memcpy(message.timestamp, noon, sizeof(noon));
-  std::memcpy(message.source, "Client", sizeof("Client"));
-  std::memcpy(message.text, text.c_str(), text.size() + 1);
-  return message;
-}
-
-void Say(const std::string& line) {
-  std::cout << line << std::endl;
-}
-
-void WaitToBeTold() {
-  std::string line;
-  std::getline(std::cin, line);
+  return TestSupport::From("Client", TestSupport::Message(text, TestSupport::At(12, 0)));
 }
 
 void Connect(PipeClient& client) {
@@ -127,10 +115,5 @@ int Run(const std::vector<std::string>& words) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  try {
-    return Run(std::vector<std::string>(argv + 1, argv + argc));
-  } catch (const std::exception& fault) {
-    Say(std::string("fault: ") + fault.what());
-    return 1;
-  }
+  return TestSupport::RunToldProgram(argc, argv, Run);
 }

@@ -16,30 +16,24 @@
 #include <chrono>
 #include <cstring>
 #include <fstream>
-#include <iostream>
 #include <memory>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "tests/support/told_program.h"
 #include "tests/system/shared_log.h"
 #include "util/win32.h"
 
 namespace {
 
+using TestSupport::Say;
+using TestSupport::WaitToBeTold;
+
 using namespace std::chrono_literals;
 constexpr auto kPatience = 20s;
 constexpr auto kVisitInterval = 40ms;
-
-void Say(const std::string& line) {
-  std::cout << line << std::endl;
-}
-
-void WaitToBeTold() {
-  std::string line;
-  std::getline(std::cin, line);
-}
 
 std::unique_ptr<SharedLog> Attach() {
   std::unique_ptr<SharedLog> log;
@@ -176,10 +170,5 @@ int Run(const std::vector<std::string>& words) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  try {
-    return Run(std::vector<std::string>(argv + 1, argv + argc));
-  } catch (const std::exception& fault) {
-    Say(std::string("fault: ") + fault.what());
-    return 1;
-  }
+  return TestSupport::RunToldProgram(argc, argv, Run);
 }

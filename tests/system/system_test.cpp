@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "tests/support/messages.h"
 #include "util/win32.h"
 
 #undef StartService  // would rename the fixture's operation
@@ -37,9 +38,8 @@ LogMessageBody Message(const std::string& text, int atMs) {
   std::memset(&message, 0x5A, sizeof(message));
   for (std::uint8_t i = 0; i < 8; ++i) message.origin[i] = static_cast<std::uint8_t>(0xE0 + i);
   for (std::uint8_t i = 0; i < 4; ++i) message.tail[i] = static_cast<std::uint8_t>(0xB0 + i);
-  const int words[8] = {2026,        3, 14, 12 + atMs / 3600000, atMs / 60000 % 60, atMs / 1000 % 60,
-                        atMs % 1000, 77};
-  for (int i = 0; i < 8; ++i) message.timestamp[i] = static_cast<std::int16_t>(words[i]);
+  TestSupport::SetTime(message, 2026, 3, 14, TestSupport::AtMillisecond(12 * 3600000 + atMs));
+  message.timestamp[7] = 77;
   message.type = 1;
   if (text.size() >= kTextSize) throw std::runtime_error("the text does not fit a message");
   std::memcpy(message.text, text.c_str(), text.size() + 1);
@@ -83,7 +83,7 @@ ProtocolWatch::~ProtocolWatch() {
 void ProtocolWatch::Run() {
   while (!stopping) {
     std::this_thread::sleep_for(20ms);
-    const std::optional<LogFileHeader> header = LogFileImage::ReadHeader(path);
+    const std::optional<LogFileHeader> header = TestLogFile::ReadHeader(path);
     if (!header || header->readCount >= 0) continue;
     const OwnedHandle event = Own(OpenEventA(EVENT_MODIFY_STATE, FALSE, kWriteWaitEventName));
     if (event && SetEvent(event.get()) != 0) ++rescues;
@@ -146,11 +146,7 @@ void SystemTest::UseCopyOfServer() {
 
 CommandReport SystemTest::RunServer(const std::string& arguments) {
   ChildProcess server("\"" + serverPath + "\" " + arguments);
-  server.CloseInput();
-  CommandReport report;
-  report.output = server.FinishOutput(20s);
-  report.exitCode = server.WaitForEnd(0s);
-  return report;
+  return ReportAtEnd(server);
 }
 
 void SystemTest::InstallService() {
@@ -224,7 +220,7 @@ void SystemTest::WaitForStarts(std::uint32_t starts) {
 }
 
 PipeReply SystemTest::Ask(const PipeRequest& request) {
-  std::optional<PipeConnection> connection = PipeConnection::Connect(kConnectLimit);
+  std::optional<ServerConnection> connection = ServerConnection::Connect(kConnectLimit);
   if (!connection) throw std::runtime_error("no connection to the server");
   const std::optional<PipeReply> reply = connection->Ask(request);
   if (!reply) throw std::runtime_error("no reply to request " + std::to_string(request.code));
@@ -256,7 +252,7 @@ void SystemTest::ExpectTexts(const std::vector<std::string>& newestFirst, std::c
 
 bool SystemTest::WaitForMessageCount(std::int32_t count, std::chrono::milliseconds limit) {
   return Eventually(limit, [&] {
-    const std::optional<LogFileHeader> header = LogFileImage::ReadHeader(logFile);
+    const std::optional<LogFileHeader> header = TestLogFile::ReadHeader(logFile);
     return header && header->messageCount == count;
   });
 }

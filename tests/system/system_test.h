@@ -22,12 +22,12 @@
 #include "driver/driver_double.h"
 #include "records/log_file_format.h"
 #include "records/pipe_protocol.h"
-#include "tests/system/log_file_image.h"
-#include "tests/system/pipe_connection.h"
 #include "tests/system/platform.h"
 #include "tests/system/reader_process.h"
+#include "tests/system/server_connection.h"
 #include "tests/system/server_registry.h"
 #include "tests/system/service_control.h"
+#include "tests/system/test_log_file.h"
 
 // What a test writes into the registry before it starts the service. Small and quick, not the defaults.
 struct ServerSettings {
@@ -40,11 +40,6 @@ struct ServerSettings {
 struct StopReport {
   std::uint32_t answer = 0;  // of the stop control
   std::chrono::milliseconds duration{0};
-};
-
-struct CommandReport {
-  std::string output;
-  std::optional<std::uint32_t> exitCode;
 };
 
 // A message dated `atMs` milliseconds after noon of a fixed day. Every byte of it has a value of its own.
@@ -118,7 +113,7 @@ class SystemTest : public ::testing::Test {
   SettingsBody CurrentSettings();
 
   // The file, from outside.
-  LogFileImage SlotsOfFile() const { return LogFileImage::Read(logFile); }
+  TestLogFile SlotsOfFile() const { return TestLogFile::Read(logFile); }
   LogFileHeader Header() const { return SlotsOfFile().header; }
   std::vector<std::string> TextsOfFile() const { return Texts(SlotsOfFile().NewestFirst()); }
   // Until the file holds exactly these, newest first; fails the test otherwise.

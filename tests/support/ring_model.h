@@ -1,0 +1,61 @@
+#pragma once
+
+// A small model of the log as its format document describes it: the list in memory, the counts of pending and
+// rewound entries, and the ring that a flush makes of them. Tests use it to bring a log into any state and to
+// know the truth about every message.
+
+#include <cstdint>
+#include <deque>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "client/log/log_snapshot.h"
+#include "records/log_file_format.h"
+
+namespace TamLogTest {
+
+// A message of 2026-01-01 with the time of day in milliseconds.
+LogMessageBody MakeBody(std::int32_t millisecondOfDay, const std::string& text,
+                        const std::string& source = "Test", std::uint32_t type = 0);
+
+class RingModel {
+ public:
+  explicit RingModel(std::int32_t capacity);
+
+  void Submit(const LogMessageBody& body);
+  void Flush();
+  void Clear();
+  void Reformat(std::int32_t capacity);
+
+  // What the file holds now, as a reader would copy it.
+  TamLogClient::LogSnapshot Snapshot() const;
+  std::string FileBytes() const;
+
+  // Numbers, from 0 in order of submission, of the messages that ever were in the file; and of the one in a
+  // slot.
+  const std::set<std::size_t>& EverInFile() const { return everInFile; }
+  std::size_t MessageIn(std::uint32_t slot) const { return slotMessages[slot]; }
+
+ private:
+  struct Entry {
+    LogMessage message{};
+    std::size_t number = 0;
+  };
+
+  void Write(std::int32_t slot, const Entry& entry);
+  void RewriteAll();
+  void Append();
+  void NoteFile();
+
+  std::deque<Entry> entries;  // newest first
+  std::int32_t pending = 0;
+  std::int32_t rewind = 0;
+  LogFileHeader header{};
+  std::vector<LogMessage> slots;
+  std::vector<std::size_t> slotMessages;
+  std::set<std::size_t> everInFile;
+  std::size_t submitted = 0;
+};
+
+}  // namespace TamLogTest

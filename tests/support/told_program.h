@@ -1,0 +1,34 @@
+#pragma once
+
+// A small program that a test starts, tells when to go on, and may kill: it reports each step by a line of
+// output.
+
+#include <exception>
+#include <iostream>
+#include <string>
+#include <vector>
+
+namespace TestSupport {
+
+inline void Say(const std::string& line) {
+  std::cout << line << std::endl;
+}
+
+// Returns at the next line of standard input, or at its end.
+inline void WaitToBeTold() {
+  std::string line;
+  std::getline(std::cin, line);
+}
+
+// What main returns: `run`'s exit code, or 1 after a line that says what `run` threw.
+template <class Run>
+int RunToldProgram(int argc, char** argv, Run run) {
+  try {
+    return run(std::vector<std::string>(argv + 1, argv + argc));
+  } catch (const std::exception& fault) {
+    Say(std::string("fault: ") + fault.what());
+    return 1;
+  }
+}
+
+}  // namespace TestSupport

@@ -1,0 +1,227 @@
+// Runs the program itself and looks at its exit code and what it wrote. No server runs here.
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/client/live/served_log.h"
+#include "tests/client/live/test_server.h"
+#include "tests/support/files.h"
+#include "tests/support/program.h"
+#include "tests/support/ring_model.h"
+#include "tests/support/temp_dir.h"
+
+namespace {
+
+using TamLogTest::Answer;
+using TamLogTest::ServedLog;
+using TamLogTest::TestServer;
+using TestSupport::Outcome;
+
+class TamlogctlTest : public testing::Test {
+ protected:
+  std::string Path(const char* name) const { return folder.File(name); }
+
+  Outcome Run(const std::string& arguments, const std::string& input = "") {
+    return TestSupport::RunIn(folder.Path(), "\"" TAMLOGCTL "\" " + arguments, input);
+  }
+
+  // A copied log with messages 0 to 5 of the sources Even and Odd.
+  std::string MakeLog(std::size_t cut = 0) {
+    TamLogTest::RingModel log(8);
+    for (int i = 0; i < 6; ++i) {
+      log.Submit(TamLogTest::MakeBody(i * 1000, "message " + std::to_string(i), i % 2 == 0 ? "Even" : "Odd",
+                                      static_cast<std::uint32_t>(i % 4)));
+    }
+    log.Flush();
+    const std::string bytes = log.FileBytes();
+    TestSupport::WriteBytes(Path("Logs.dat"), bytes.substr(0, bytes.size() - cut));
+    return "--file \"" + Path("Logs.dat") + "\"";
+  }
+
+  std::string SavedLog() {
+    MakeLog();
+    return Path("Logs.dat");
+  }
+
+  TestSupport::TempDir folder;
+};
+
+TEST_F(TamlogctlTest, ShowsACopiedLogOldestFirst) {
+  const auto outcome = Run("show " + MakeLog());
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+  EXPECT_EQ(outcome.out,
+            "2026-01-01 00:00:00.000 T0 Even: message 0\n2026-01-01 00:00:01.000 T1 Odd: message 1\n"
+            "2026-01-01 00:00:02.000 T2 Even: message 2\n2026-01-01 00:00:03.000 T3 Odd: message 3\n"
+            "2026-01-01 00:00:04.000 T0 Even: message 4\n2026-01-01 00:00:05.000 T1 Odd: message 5\n");
+  EXPECT_EQ(outcome.err, "");
+}
+
+TEST_F(TamlogctlTest, ShowIsMeantWhenNoVerbIsGiven) {
+  EXPECT_EQ(Run(MakeLog() + " -n 1 -o cat").out, "message 5\n");
+}
+
+TEST_F(TamlogctlTest, LastNCountsMatches) {
+  const std::string log = MakeLog();
+  EXPECT_EQ(Run("show -o cat -n 2 -s even " + log).out, "message 2\nmessage 4\n");
+  EXPECT_EQ(Run("show -o cat -n 2 -r -x Even " + log).out, "message 5\nmessage 3\n");
+  EXPECT_EQ(Run("show -o cat -s Odd:3 -s Even:2 " + log).out, "message 2\nmessage 3\n");
+  EXPECT_EQ(Run("show -o cat -t 3 " + log).out, "message 3\n");
+  EXPECT_EQ(Run("show -o cat -g \"[45]$\" " + log).out, "message 4\nmessage 5\n");
+  EXPECT_EQ(Run("show -o cat -S \"2026-01-01 00:00:04\" " + log).out, "message 4\nmessage 5\n");
+  EXPECT_EQ(Run("show -o cat -U \"2026-01-01 00:00:01\" " + log).out, "message 0\nmessage 1\n");
+  EXPECT_EQ(Run("show -o cat -n 0 " + log).out, "");
+}
+
+TEST_F(TamlogctlTest, NothingMatchedIsOne) {
+  EXPECT_EQ(Run("show -s Nobody " + MakeLog()).exitCode, 1);
+}
+
+TEST_F(TamlogctlTest, DamagedFileIsSevenAndItsMessagesAreShown) {
+  const auto outcome = Run("show -o cat " + MakeLog(4 * sizeof(LogMessage)));
+  EXPECT_EQ(outcome.exitCode, 7);
+  EXPECT_EQ(outcome.out, "message 0\nmessage 1\nmessage 2\nmessage 3\n");
+  EXPECT_NE(outcome.err.find("the file is too short: it has 4 of 8 slots"), std::string::npos) << outcome.err;
+}
+
+TEST_F(TamlogctlTest, SeveralFilesAreMergedByTime) {
+  const std::string log = MakeLog();
+  EXPECT_EQ(Run("show -o cat -n 3 " + log + " " + log).out, "message 4\nmessage 5\nmessage 5\n");
+}
+
+TEST_F(TamlogctlTest, MissingFileAndMissingServerAreThree) {
+  EXPECT_EQ(Run("show --file missing.dat").exitCode, 3);
+  EXPECT_EQ(Run("show").exitCode, 3);
+  EXPECT_EQ(Run("follow").exitCode, 3);
+  EXPECT_EQ(Run("send text").exitCode, 3);
+  const auto status = Run("status");
+  EXPECT_EQ(status.exitCode, 3);
+  EXPECT_NE(status.out.find("server    not running"), std::string::npos) << status.out;
+  EXPECT_NE(Run("status -o json").out.find("\"state\": \"not running\""), std::string::npos);
+}
+
+TEST_F(TamlogctlTest, UsageErrorsAreTwoAndNameTheOptionAndTheFix) {
+  const std::string log = MakeLog();
+  const auto expectUsage = [this](const std::string& arguments, const std::string& word) {
+    const auto outcome = Run(arguments);
+    EXPECT_EQ(outcome.exitCode, 2) << arguments;
+    EXPECT_NE(outcome.err.find(word), std::string::npos) << outcome.err;
+    EXPECT_EQ(outcome.out, "") << arguments;
+  };
+  expectUsage("shwo", "there is no verb 'shwo'");
+  expectUsage("show --bad", "--bad");
+  expectUsage("show -o xml " + log, "-o");
+  expectUsage("show -n many " + log, "neither a number nor 'all'");
+  expectUsage("show -t 4 " + log, "-t '4': expected types from 0 to 3");
+  expectUsage("show -s :1 " + log, "-s ':1': expected NAME or NAME:TYPES");
+  expectUsage("show -S noon " + log, "-S 'noon': expected YYYY-MM-DD");
+  expectUsage("show -g \"a(\" " + log, "add -F");
+  expectUsage("show -F " + log, "-F: applies to -g and -v");
+  expectUsage("show -f " + log, "a copied log does not grow");
+  expectUsage("send -t 4 text", "-t");
+  expectUsage("send --time noon text", "--time 'noon': expected YYYY-MM-DD HH:MM:SS.mmm");
+  expectUsage("send --truncate --split text", "--split");
+}
+
+TEST_F(TamlogctlTest, WordThatBeginsWithASlashIsNoOption) {
+  const auto outcome = Run("send \"/dev/null is gone\"");
+  EXPECT_EQ(outcome.exitCode, 3);
+  EXPECT_NE(outcome.err.find("the server is not running"), std::string::npos) << outcome.err;
+  const auto missing = Run("verify /nowhere/Logs.dat");
+  EXPECT_EQ(missing.exitCode, 3);
+  EXPECT_NE(missing.err.find("/nowhere/Logs.dat: no such file"), std::string::npos) << missing.err;
+}
+
+TEST_F(TamlogctlTest, SendNamesTheLineItRefuses) {
+  const std::string longLine(257, 'x');
+  auto outcome = Run("send", longLine + "\n");
+  EXPECT_EQ(outcome.exitCode, 2);
+  EXPECT_NE(outcome.err.find("line 1: the text has 257 bytes, 256 are allowed; add --truncate or --split"),
+            std::string::npos)
+      << outcome.err;
+  outcome = Run("send --input tsv", "not tsv\n");
+  EXPECT_EQ(outcome.exitCode, 2);
+  EXPECT_NE(outcome.err.find("line 1: expected four columns"), std::string::npos) << outcome.err;
+  EXPECT_EQ(Run("send -s " + longLine + " text").exitCode, 2);
+  EXPECT_EQ(Run("send --input text missing.txt").exitCode, 3);
+}
+
+// What no real server does to a message that can be sent: it answers that it cannot take it, or not at all.
+TEST_F(TamlogctlTest, RefusedMessagesAreSix) {
+  const ServedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
+  const TestServer server(
+      [](const PipeRequest& request, PipeReply& reply) {
+        reply.settings = {.maxMessage = 8, .devicePollRate = 50, .typeFilter = 0xF, .saveRate = 5};
+        const bool asked = request.code == static_cast<std::uint32_t>(RequestCode::GetSettings);
+        reply.code = static_cast<std::uint32_t>(asked ? ReplyCode::Settings : ReplyCode::Failed);
+        return Answer::Reply;
+      },
+      kRequestPipeName);
+  const Outcome sent = Run("send -s Camera text");
+  EXPECT_EQ(sent.exitCode, 6) << sent.err;
+  const Outcome imported = Run("import \"" + SavedLog() + "\"");
+  EXPECT_EQ(imported.exitCode, 6) << imported.err;
+  EXPECT_NE(imported.err.find("6 refused"), std::string::npos) << imported.err;
+}
+
+TEST_F(TamlogctlTest, ServerThatDoesNotAnswerInTimeIsFive) {
+  const TestServer server([](const PipeRequest&, PipeReply&) { return Answer::Silence; }, kRequestPipeName);
+  for (const std::string& command :
+       std::vector<std::string>{"send -s Camera text", "settings get", "import \"" + SavedLog() + "\""}) {
+    const Outcome outcome = Run(command + " --timeout 1000");
+    EXPECT_EQ(outcome.exitCode, 5) << command << ": " << outcome.err;
+  }
+}
+
+// A server that is starting has its log mapped before it has its pipes. Who maps it then keeps the server
+// from making the file smaller.
+TEST_F(TamlogctlTest, LogOfAServerWithoutPipesIsNotOpened) {
+  TamLogTest::RingModel model(8);
+  model.Submit(TamLogTest::MakeBody(1, "there"));
+  model.Flush();
+  const ServedLog log(model.Snapshot(), 0, kFileMapName);
+  EXPECT_EQ(Run("show").exitCode, 3);
+  const TestServer server([](const PipeRequest&, PipeReply&) { return Answer::Silence; }, kRequestPipeName);
+  const Outcome shown = Run("show");
+  EXPECT_EQ(shown.exitCode, 0) << shown.err;
+  EXPECT_NE(shown.out.find("there"), std::string::npos) << shown.out;
+  EXPECT_EQ(server.Requests().size(), 0U);
+}
+
+TEST_F(TamlogctlTest, ImportIntoALogThatCannotBeReadIsFive) {
+  ServedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
+  log.TakeHeaderLock();
+  const TestServer server(
+      [](const PipeRequest&, PipeReply& reply) {
+        reply.settings = {.maxMessage = 8, .devicePollRate = 50, .typeFilter = 0xF, .saveRate = 5};
+        reply.code = static_cast<std::uint32_t>(ReplyCode::Settings);
+        return Answer::Reply;
+      },
+      kRequestPipeName);
+  const Outcome outcome = Run("import \"" + SavedLog() + "\" --timeout 1000");
+  EXPECT_EQ(outcome.exitCode, 5) << outcome.err;
+  EXPECT_NE(outcome.err.find("the server's log cannot be read"), std::string::npos) << outcome.err;
+  EXPECT_EQ(server.Requests().size(), 1U);  // nothing was sent
+}
+
+TEST_F(TamlogctlTest, HelpAndVersionGoToStandardOutput) {
+  for (const char* const arguments :
+       {"--help", "help", "show --help", "help send", "help follow", "status -h"}) {
+    const auto outcome = Run(arguments);
+    EXPECT_EQ(outcome.exitCode, 0) << arguments;
+    EXPECT_NE(outcome.out.find("Examples:"), std::string::npos) << arguments;
+    EXPECT_EQ(outcome.err, "");
+  }
+  EXPECT_EQ(Run("version").out.rfind("tamlogctl ", 0), 0U);
+  EXPECT_EQ(Run("--version").exitCode, 0);
+}
+
+TEST_F(TamlogctlTest, ColorsOnlyWhenTheyAreAskedFor) {
+  const std::string log = MakeLog();
+  EXPECT_EQ(Run("show " + log).out.find('\x1b'), std::string::npos);
+  EXPECT_NE(Run("show --color always " + log).out.find('\x1b'), std::string::npos);
+  EXPECT_EQ(Run("show --color never " + log).out.find('\x1b'), std::string::npos);
+}
+
+}  // namespace

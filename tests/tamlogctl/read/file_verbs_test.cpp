@@ -1,0 +1,380 @@
+// Every exit code that the verbs of files can give without a server, and what they say of a wrong command
+// line. Runs the program itself.
+
+#include <gtest/gtest.h>
+#include <linux/capability.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/support/files.h"
+#include "tests/support/program.h"
+#include "tests/support/ring_model.h"
+#include "tests/support/temp_dir.h"
+
+namespace {
+
+using TamLogTest::MakeBody;
+using TamLogTest::RingModel;
+using TestSupport::Outcome;
+
+class FileVerbs : public testing::Test {
+ protected:
+  // Rights are asked for also of the programs that root starts.
+  static void SetUpTestSuite() {
+    if (geteuid() != 0) return;
+    ASSERT_EQ(prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE, 0, 0, 0), 0);
+    ASSERT_EQ(prctl(PR_CAPBSET_DROP, CAP_DAC_READ_SEARCH, 0, 0, 0), 0);
+  }
+
+  FileVerbs() {
+    RingModel log(8);
+    for (int i = 0; i < 6; ++i) log.Submit(MakeBody(i * 1000, "message " + std::to_string(i), "Even"));
+    log.Flush();
+    std::string bytes = log.FileBytes();
+    Put("good.dat", bytes);
+    Put("secret.dat", bytes);
+    chmod(folder.File("secret.dat").c_str(), 0);
+    std::filesystem::create_directory(folder.File("locked"));
+    chmod(folder.File("locked").c_str(), 0500);
+    // A source without an end.
+    const std::size_t third = kSlotsOffset + 2 * sizeof(LogMessage);
+    bytes.replace(third, sizeof(LogMessage), sizeof(LogMessage), '\xFF');
+    Put("bad.dat", bytes);
+  }
+
+  void Put(const std::string& name, const std::string& bytes) const {
+    TestSupport::WriteBytes(folder.File(name), bytes);
+  }
+  std::string Contents(const std::string& name) const { return TestSupport::ReadBytes(folder.File(name)); }
+  // Runs the program, and interrupts it once the file `sign` is there.
+  int InterruptAt(const std::string& sign, std::vector<std::string> arguments) const {
+    const std::string home = folder.File("");
+    const pid_t child = fork();
+    if (child == 0) {
+      std::vector<char*> words{const_cast<char*>(TAMLOGCTL)};
+      for (std::string& argument : arguments) words.push_back(argument.data());
+      words.push_back(nullptr);
+      if (chdir(home.c_str()) == 0) execv(TAMLOGCTL, words.data());
+      _exit(127);
+    }
+    int status = 0;
+    while (!IsThere(sign)) {
+      if (waitpid(child, &status, WNOHANG) != 0) return -1;  // ended before its file was seen
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    kill(child, SIGINT);
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+  bool IsThere(const std::string& name) const { return std::filesystem::exists(folder.File(name)); }
+
+  // `before`: of the shell that starts the program.
+  Outcome Run(const std::string& arguments, const std::string& before = "", const char* out = "out") const {
+    return Shell(before + " $T " + arguments + " >" + out);
+  }
+  // A line of the shell, in which $T is the program.
+  Outcome Shell(const std::string& line) const {
+    return TestSupport::RunIn(folder.Path(), "T='" TAMLOGCTL "'; " + line);
+  }
+  void Expect(const std::string& arguments, int exitCode, const std::string& said) const {
+    const Outcome outcome = Run(arguments);
+    EXPECT_EQ(outcome.exitCode, exitCode) << arguments << "\n" << outcome.err;
+    EXPECT_NE(outcome.err.find(said), std::string::npos) << arguments << "\n" << outcome.err;
+  }
+  // Files cannot become longer than a block of 512 bytes, as on a full disk.
+  Outcome RunOnFullDisk(const std::string& arguments) const {
+    return Run(arguments, "trap '' XFSZ; ulimit -f 1;");
+  }
+
+  TestSupport::TempDir folder;
+};
+
+TEST_F(FileVerbs, Verify) {
+  EXPECT_EQ(Run("verify good.dat").exitCode, 0);
+  EXPECT_EQ(Run("verify -q --strict good.dat").out, "");
+  EXPECT_EQ(Run("verify bad.dat").exitCode, 1);
+  EXPECT_EQ(Run("verify good.dat bad.dat").exitCode, 1);
+  Expect("verify missing.dat bad.dat", 3, "missing.dat: no such file");
+  Expect("verify --live", 3, "this operating system has no log server; show, stats and export read");
+  Expect("verify secret.dat missing.dat", 4, "secret.dat: access denied");
+  EXPECT_EQ(Run("verify good.dat", "", "/dev/full").exitCode, 8);
+}
+
+TEST_F(FileVerbs, Repair) {
+  Expect("repair bad.dat --output new.dat", 0, "");
+  EXPECT_EQ(Run("verify -q --strict new.dat").exitCode, 0);
+  Expect("repair bad.dat --output new.dat", 2, "new.dat: already exists; give another name, or --force");
+  Expect("repair bad.dat --output ./bad.dat --force", 2, "--output './bad.dat': is the damaged file itself");
+  Expect("repair bad.dat --output /dev/full --force", 3, "/dev/full: is not an ordinary file");
+  EXPECT_TRUE(std::filesystem::is_character_file("/dev/full"));
+  Expect("repair missing.dat --output other.dat", 3, "missing.dat: no such file");
+  Expect("repair secret.dat --output other.dat", 4, "secret.dat: access denied");
+  Expect("repair bad.dat --output locked/other.dat", 4, "locked/other.dat: cannot be written: access denied");
+  Expect("repair bad.dat --output nowhere/other.dat", 8, "nowhere/other.dat: cannot be written");
+  EXPECT_EQ(RunOnFullDisk("repair bad.dat --output other.dat").exitCode, 8);
+  EXPECT_FALSE(IsThere("other.dat"));
+  EXPECT_FALSE(IsThere("other.dat.new0"));
+  EXPECT_EQ(Run("repair bad.dat --output other.dat", "", "/dev/full").exitCode, 8);
+}
+
+TEST_F(FileVerbs, Merge) {
+  Expect("merge good.dat good.dat", 0, "");
+  Expect("merge good.dat -g nothing", 1, "");
+  Expect("merge missing.dat good.dat", 3, "missing.dat: no such file");
+  Expect("merge secret.dat", 4, "secret.dat: access denied");
+  Expect("merge bad.dat", 7, "");
+  EXPECT_NE(Run("merge bad.dat").out.find("message 5"), std::string::npos);
+  EXPECT_EQ(Run("merge good.dat", "", "/dev/full").exitCode, 8);
+}
+
+TEST_F(FileVerbs, Export) {
+  Expect("export log.txt --file good.dat", 0, "log.txt: 6 messages");
+  Expect("export copy.dat --log --file good.dat", 0, "copy.dat: 6 messages");
+  EXPECT_EQ(Run("verify -q --strict copy.dat").exitCode, 0);
+  Expect("export none.txt --file good.dat -g nothing", 1, "none.txt: 0 messages");
+  Expect("export log.txt --file good.dat", 2, "log.txt: already exists; give another name, or --force");
+  Expect("export log.txt --file good.dat --force -q", 0, "");
+  Expect("export two.dat --log --capacity 2 --file good.dat", 2, "--capacity 2: 6 messages do not fit");
+  Expect("export other.txt --file missing.dat", 3, "missing.dat: no such file");
+  Expect("export other.txt", 3, "this operating system has no log server; show, stats and export read");
+  Expect("export other.txt --follow", 3,
+         "this operating system has no log server; show, stats and export read");
+  Expect("export other.txt --file secret.dat", 4, "secret.dat: access denied");
+  Expect("export locked/log.txt --file good.dat", 4, "locked/log.txt: cannot be written: access denied");
+  Expect("export bad.txt --file bad.dat", 7, "bad.txt: ");
+  EXPECT_NE(Contents("bad.txt").find("message 5"), std::string::npos);
+  Expect("export nowhere/log.txt --file good.dat", 8, "nowhere/log.txt: cannot be written");
+  const Outcome full = RunOnFullDisk("export other.txt -o full --file good.dat --file good.dat");
+  EXPECT_EQ(full.exitCode, 8);
+  EXPECT_NE(full.err.find("other.txt: cannot be written"), std::string::npos) << full.err;
+  EXPECT_FALSE(IsThere("other.txt"));
+  EXPECT_FALSE(IsThere("other.txt.new0"));
+}
+
+// Each defect has one exit code and one report, whichever verb reads the file.
+TEST_F(FileVerbs, DamageIsReportedAlikeByEveryVerb) {
+  const std::string good = Contents("good.dat");
+  Put("grown.dat", good + "more");
+  Put("cut.dat", good.substr(0, kSlotsOffset + 3 * sizeof(LogMessage) + 100));
+  Put("empty.dat", "");
+  Put("text.dat", std::string(1000, 'x'));
+  const struct {
+    const char* file;
+    const char* said;
+  } cases[] = {{"bad.dat", "bad.dat: 1 message breaks a rule of the format; see: tamlogctl verify"},
+               {"grown.dat", "grown.dat: the file's size of 4724 bytes does not fit its capacity of 8"},
+               {"cut.dat", "cut.dat: the file is too short: it has 3 of 8 slots"},
+               {"empty.dat", "empty.dat: the file ends within its header"},
+               {"text.dat", "text.dat: the header is not valid"}};
+  for (const auto& each : cases) {
+    const std::string file = each.file;
+    for (const std::string& arguments :
+         {"show --file " + file, "show -r --file " + file, "show --count --file " + file,
+          "show -n 2 --file " + file, "stats --file " + file, "merge " + file, "merge good.dat " + file,
+          "export new.txt --force --file " + file, "export new.dat --force --log --file " + file,
+          "show -g nothing --file " + file}) {
+      Expect(arguments, 7, each.said);
+      const Outcome quiet = Run(arguments + " -q");
+      EXPECT_EQ(quiet.exitCode, 7) << arguments;
+      EXPECT_EQ(quiet.err.find(each.said), std::string::npos) << arguments;
+    }
+  }
+  EXPECT_NE(Run("merge good.dat cut.dat").out.find("message 5"), std::string::npos);
+}
+
+// The files of options are no exception: what cannot be read has the code of its cause, what makes no sense
+// is a usage error.
+TEST_F(FileVerbs, FilesOfOptionsHaveTheCodesOfOtherFiles) {
+  Expect("show --file good.dat --filter-file missing", 3, "--filter-file 'missing': no such file");
+  Expect("stats --file good.dat --filter-file locked", 3, "--filter-file 'locked': is a directory");
+  Expect("merge good.dat --filter-file secret.dat", 4, "--filter-file 'secret.dat': access denied");
+  Expect("export new.txt --file good.dat --filter-file missing", 3, "--filter-file 'missing': no such file");
+  Expect("show --file good.dat --cursor-file locked", 3, "--cursor-file 'locked': is not an ordinary file");
+  Expect("show --file good.dat --cursor-file /dev/zero", 3,
+         "--cursor-file '/dev/zero': is not an ordinary file");
+  Expect("show --file good.dat --cursor-file secret.dat", 4, "--cursor-file 'secret.dat': access denied");
+  Expect("export new.txt --file good.dat --cursor-file good.dat", 2,
+         "--cursor-file 'good.dat': is not a cursor");
+  Expect("show --file good.dat --cursor-file locked/at", 4, "locked/at: cannot be written: access denied");
+  Expect("show --file good.dat --cursor-file nowhere/at", 8, "nowhere/at: cannot be written");
+}
+
+TEST_F(FileVerbs, FileThatCannotBeReadGivesNoOutputOfAnEmptyLog) {
+  for (const char* const arguments :
+       {"show --count --file secret.dat", "show -o json-array --file secret.dat",
+        "show -o csv -r --file secret.dat", "merge -o csv secret.dat", "stats -o json --file secret.dat"}) {
+    const Outcome outcome = Run(arguments);
+    EXPECT_EQ(outcome.exitCode, 4) << arguments;
+    EXPECT_EQ(outcome.out, "") << arguments;
+  }
+  EXPECT_EQ(Run("show --count --file good.dat --file secret.dat").out, "6\n");
+}
+
+TEST_F(FileVerbs, ExportWritesTheLastAndTheirNeighbours) {
+  Expect("export last.txt -o cat -n 2 --file good.dat", 0, "last.txt: 2 messages");
+  EXPECT_EQ(Contents("last.txt"), "message 4\nmessage 5\n");
+  Expect("export near.txt -o cat -g [14] -A 1 --file good.dat", 0, "near.txt: 4 messages");
+  EXPECT_EQ(Contents("near.txt"), "message 1\nmessage 2\n--\nmessage 4\nmessage 5\n");
+  Expect("export near.json -o json -g [14] -A 1 --file good.dat", 0, "");
+  EXPECT_EQ(Contents("near.json").find("--"), std::string::npos);
+  Expect("export near.dat --log -g [14] -B 1 --file good.dat", 0, "near.dat: 4 messages");
+  EXPECT_EQ(Run("show -o cat --file near.dat").out, "message 0\nmessage 1\nmessage 3\nmessage 4\n");
+  Expect("export none.txt -g nothing -C 1 --file good.dat", 1, "none.txt: 0 messages");
+  Expect("export grown.txt --follow -n 2", 2, "-n: cannot be used with --follow");
+}
+
+TEST_F(FileVerbs, ExportGoesOnWhereItsCursorFileSays) {
+  Expect("export first.txt -o cat --cursor-file at --file good.dat", 0, "first.txt: 6 messages");
+  Expect("export second.txt -o cat --cursor-file at --file good.dat", 0, "second.txt: 0 messages");
+  const std::string cursor = Run("export one.txt -n 1 --show-cursor -q --file good.dat").err;
+  ASSERT_EQ(cursor.rfind("cursor: c1.", 0), 0U) << cursor;
+  Expect("export rest.txt --file good.dat --after-cursor " + cursor.substr(8, cursor.size() - 9), 0,
+         ": 0 messages");
+  // What could not be written is written by the next run.
+  Expect("export locked/log.txt --cursor-file fresh --file good.dat", 4, "");
+  EXPECT_FALSE(IsThere("fresh"));
+  Expect("export two.txt --cursor-file at --file good.dat --file good.dat", 2, "name one file only");
+}
+
+TEST_F(FileVerbs, StatsCountTheLastAndNameThem) {
+  const Outcome last = Run("stats -n 2 --type-names 0=info --file good.dat");
+  EXPECT_NE(last.out.find("messages     2"), std::string::npos) << last.out;
+  EXPECT_NE(last.out.find("  info "), std::string::npos) << last.out;
+  EXPECT_NE(Run("stats -o json --type-names 0=info --file good.dat").out.find("\"labels\":[\"info\",\"T1\","),
+            std::string::npos);
+  Expect("stats --file good.dat --encoding klingon", 2, "--encoding 'klingon': expected one of");
+}
+
+TEST_F(FileVerbs, DirectoriesAreCalledDirectories) {
+  for (const char* const arguments :
+       {"show --file locked", "stats --file locked", "merge locked", "verify locked",
+        "repair locked --output new.dat", "export new.txt --file locked", "import locked"}) {
+    Expect(arguments, 3, "locked: is a directory; name a file in it");
+  }
+  Expect("export locked --file good.dat --force", 3, "locked: is not an ordinary file");
+}
+
+// A pipe can be read once: nothing of it may be gone when a quicker way of reading turns out to be none.
+TEST_F(FileVerbs, PipesAreReadToTheirEnd) {
+  const std::string shown = Run("show --file good.dat").out;
+  for (const char* const arguments :
+       {"show --file /dev/stdin", "show -n 6 --file /dev/stdin", "merge /dev/stdin"}) {
+    const Outcome outcome = Shell(std::string("cat good.dat | $T ") + arguments);
+    EXPECT_EQ(outcome.exitCode, 0) << arguments << outcome.err;
+    EXPECT_EQ(outcome.out, shown) << arguments;
+  }
+  EXPECT_EQ(Shell("cat good.dat | $T show --count --file /dev/stdin").out, "6\n");
+  EXPECT_EQ(Shell("cat good.dat | $T verify /dev/stdin").exitCode, 0);
+  EXPECT_EQ(Shell("cat good.dat | $T repair /dev/stdin --output piped.dat").exitCode, 0);
+  EXPECT_EQ(Run("show --file piped.dat").out, shown);
+  EXPECT_EQ(Shell("head -c 1000 good.dat | $T show --count --file /dev/stdin").exitCode, 7);
+}
+
+TEST_F(FileVerbs, OutputThatCannotBeWrittenIsReportedUnlessItsReaderLeft) {
+  for (const char* const arguments :
+       {"show --file good.dat", "show --count --file good.dat", "merge good.dat", "stats --file good.dat",
+        "verify good.dat", "version"}) {
+    const Outcome full = Run(arguments, "", "/dev/full");
+    EXPECT_EQ(full.exitCode, 8) << arguments;
+    EXPECT_EQ(full.err, "tamlogctl: standard output cannot be written: No space left on device\n")
+        << arguments;
+  }
+  // The other end of the pipe is closed before the program begins.
+  EXPECT_EQ(Shell("{ while [ ! -e left ]; do sleep 0.01; done; $T show --file good.dat; echo $? >code; } | "
+                  "{ exec <&-; : >left; while [ ! -s code ]; do sleep 0.01; done; }")
+                .err,
+            "");
+  EXPECT_EQ(Contents("code"), "8\n");
+}
+
+// The largest capacity takes half a second to write at least.
+TEST_F(FileVerbs, InterruptedWritersLeaveNothingBehind) {
+  EXPECT_EQ(InterruptAt("big.dat.new0",
+                        {"export", "big.dat", "--log", "--capacity", "1000000", "--file", "good.dat"}),
+            130);
+  EXPECT_EQ(
+      InterruptAt("big.dat.new0", {"repair", "good.dat", "--output", "big.dat", "--capacity", "1000000"}),
+      130);
+  EXPECT_FALSE(IsThere("big.dat"));
+  EXPECT_FALSE(IsThere("big.dat.new0"));
+}
+
+// What stays in the log is the server's answer, so exit codes 0, 1, 5 and 6 are left to tests with one.
+TEST_F(FileVerbs, ImportReadsItsFilesBeforeItAsksForAServer) {
+  Put("bad.json", "{\"time\":\"2026-01-01T00:00:00\",\"type\":1,\"source\":\"a\",\"text\":\"b\"}\n{}\nx\n");
+  Put("bad.tsv", "2026-01-01 00:00:00.000\tone\n");
+  Expect("import good.dat", 3, "this operating system has no log server; show, stats and export read");
+  Expect("import bad.dat", 3, "bad.dat: is damaged; see: tamlogctl verify");
+  Expect("import bad.json", 2, "bad.json: line 2: expected \"time\"");
+  Expect("import bad.json", 2, "(and 1 more)");
+  Expect("import bad.tsv", 2, "bad.tsv: line 1: expected four columns");
+  Expect("import --input json good.dat", 2, "good.dat: line 1: expected a JSON object");
+  Expect("import good.dat missing.dat", 3, "missing.dat: no such file");
+  Expect("import secret.dat", 4, "secret.dat: access denied");
+}
+
+TEST_F(FileVerbs, UsageErrorsNameTheOptionAndTheFix) {
+  const struct {
+    const char* arguments;
+    const char* said;
+  } cases[] = {
+      {"verify", "FILE: name a file to check, or --live"},
+      {"verify good.dat -o xml", "--output: 'xml': expected text|json"},
+      {"repair good.dat", "--output is required"},
+      {"repair --output new.dat", "FILE is required"},
+      {"repair good.dat --output new.dat --capacity 0",
+       "--capacity: '0': expected a number from 1 to 1000000"},
+      {"export", "TARGET is required"},
+      {"export new --file good.dat -o xml", "-o 'xml': expected one of short,"},
+      {"export new --file missing.dat -o xml", "-o 'xml'"},
+      {"export new --file good.dat -t 9", "-t '9': expected types from 0 to 3"},
+      {"export new --file good.dat --capacity 5", "--capacity requires --log"},
+      {"export new --keep 5", "--keep requires --rotate"},
+      {"export new --rotate 1M", "--rotate requires --follow"},
+      {"export new --ordered", "--ordered requires --follow"},
+      {"export new --for 1", "--for requires --follow"},
+      {"export new -f --rotate 10",
+       "--rotate: '10': expected a size such as 500K, 10M or 1G, or a time such as"},
+      {"export new -f --rotate 1M --rotate 1D", "--rotate: '1D'"},
+      {"export new -f --rotate 1M --keep 0", "--keep: '0': expected a number from 1 to 1000000"},
+      {"export new -f --file good.dat", "--file: a copied log does not grow; leave out --follow"},
+      {"export new -f --log", "--log: cannot be used with --follow"},
+      {"export new -f -o json-array", "-o json-array: cannot be used with --follow"},
+      {"export new -f --cursor-file c -U now", "-U: cannot be used with --cursor-file"},
+      {"import", "FILE is required"},
+      {"import good.dat --input xml", "--input: 'xml': expected auto|log|json|tsv"},
+      {"import good.dat --retry -1", "--retry: '-1': expected a number from 0 to 3600"},
+      {"merge", "FILE: name a file, or --label HOST=FILE"},
+      {"merge --label good.dat", "--label 'good.dat': expected HOST=FILE"},
+      {"merge good.dat --offset a=+1h", "--offset 'a=+1h': there is no --label a=FILE"},
+      {"merge --label a=good.dat --offset a=soon",
+       "--offset 'a=soon': expected HOST=+1h (ms, s, m, h, d, w)"},
+      {"merge missing.dat -o xml", "-o 'xml'"},
+      {"merge good.dat -g '('", "-g '('"},
+  };
+  for (const auto& each : cases) {
+    const Outcome outcome = Run(each.arguments);
+    EXPECT_EQ(outcome.exitCode, 2) << each.arguments << "\n" << outcome.err;
+    EXPECT_NE(outcome.err.find(each.said), std::string::npos) << each.arguments << "\n" << outcome.err;
+    EXPECT_EQ(outcome.out, "") << each.arguments;
+    EXPECT_FALSE(IsThere("new")) << each.arguments;
+  }
+}
+
+// A file is written in the same way wherever standard output goes.
+TEST_F(FileVerbs, ExportToAFileDoesNotMindATerminal) {
+  const Outcome outcome = Shell("script -qec \"$T export raw.bin -o raw --file good.dat\" /dev/null");
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.out << outcome.err;
+  EXPECT_EQ(Contents("raw.bin").size(), 6 * sizeof(LogMessage));
+}
+
+}  // namespace

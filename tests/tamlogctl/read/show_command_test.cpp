@@ -1,0 +1,437 @@
+// Runs the program itself on copied logs, and looks at its exit code and what it wrote.
+
+#include <gtest/gtest.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tests/support/files.h"
+#include "tests/support/program.h"
+#include "tests/support/ring_model.h"
+#include "tests/support/temp_dir.h"
+
+namespace {
+
+using TamLogTest::MakeBody;
+using TamLogTest::RingModel;
+using TestSupport::Outcome;
+
+class ShowCommand : public testing::Test {
+ protected:
+  ShowCommand() {
+    for (int i = 0; i < 6; ++i) Submit(i);
+    log.Flush();
+    Save();
+  }
+
+  // Message i: second i, of the sources Even and Odd in turn.
+  void Submit(int i) {
+    log.Submit(MakeBody(i * 1000, "message " + std::to_string(i), i % 2 == 0 ? "Even" : "Odd",
+                        static_cast<std::uint32_t>(i % 4)));
+  }
+
+  void Save(const std::string& name = "Logs.dat", std::size_t cut = 0) const {
+    const std::string bytes = log.FileBytes();
+    Put(name, bytes.substr(0, bytes.size() - cut));
+  }
+
+  void Put(const std::string& name, const std::string& contents) const {
+    TestSupport::WriteBytes(folder.File(name), contents);
+  }
+
+  std::string Contents(const std::string& name) const { return TestSupport::ReadBytes(folder.File(name)); }
+
+  Outcome Run(const std::string& arguments) const {
+    return TestSupport::RunIn(folder.Path(), "TZ=UTC-2 '" TAMLOGCTL "' " + arguments);
+  }
+
+  // show -o cat of the saved log; the numbers of the messages, and other lines as they are.
+  std::string Show(const std::string& arguments) const {
+    std::istringstream lines(Run("show -o cat --file Logs.dat " + arguments).out);
+    std::string numbers;
+    for (std::string line; std::getline(lines, line);) {
+      numbers += line.rfind("message ", 0) == 0 ? line.substr(8) : line;
+    }
+    return numbers;
+  }
+
+  // Runs the program on a terminal of its own; all that appears there.
+  std::string RunOnTerminal(const std::string& arguments, const std::string& environment) const {
+    int terminal = -1;
+    const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
+    if (child == 0) {
+      const std::string command =
+          "cd '" + folder.Path() + "' && " + environment + " '" TAMLOGCTL "' " + arguments;
+      execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
+      _exit(127);
+    }
+    std::string shown;
+    char buffer[4096];
+    for (ssize_t got = 0; (got = read(terminal, buffer, sizeof(buffer))) > 0;) {
+      shown.append(buffer, static_cast<std::size_t>(got));
+    }
+    close(terminal);
+    waitpid(child, nullptr, 0);
+    return shown;
+  }
+
+  TestSupport::TempDir folder;
+  RingModel log{8};
+};
+
+TEST_F(ShowCommand, ChoosesByTextTypeSourceAndTime) {
+  EXPECT_EQ(Show(""), "012345");
+  EXPECT_EQ(Show("-n 2"), "45");
+  EXPECT_EQ(Show("-n 0"), "");
+  EXPECT_EQ(Show("-n all -r"), "543210");
+  EXPECT_EQ(Show("-g '[1-3]' -v 2"), "13");
+  EXPECT_EQ(Show("-g 1 -g 4"), "14");
+  EXPECT_EQ(Show("-v 1 -v 4"), "0235");
+  EXPECT_EQ(Show("-F -g 'e 3'"), "3");
+  EXPECT_EQ(Show("-g MESSAGE"), "");
+  EXPECT_EQ(Show("-i -g MESSAGE -t 2-3"), "23");
+  EXPECT_EQ(Show("-s even:0 -s odd"), "01345");
+  EXPECT_EQ(Show("-x odd"), "024");
+  EXPECT_EQ(Show("-S '2026-01-01 00:00:04'"), "45");
+  EXPECT_EQ(Show("-S 2026-01-01T00:00:02.000 -U 2026-01-01T00:00:03.5"), "23");
+  EXPECT_EQ(Show("-U 2025-12-31T22:00:01Z"), "01");  // two hours ahead of UTC
+  EXPECT_EQ(Show("-S -1h"), "");
+  EXPECT_EQ(Show("-S today"), "");
+}
+
+TEST_F(ShowCommand, ContextIsMarkedOffInTextFormatsOnly) {
+  EXPECT_EQ(Show("-g 2 -A 1"), "23");
+  EXPECT_EQ(Show("-g 2 -B 1"), "12");
+  EXPECT_EQ(Show("-g '[13]' -C 1"), "01234");
+  EXPECT_EQ(Show("-g '[15]' -A 1"), "12--5");
+  EXPECT_EQ(Show("-g '[15]' -A 1 -r"), "5--21");
+  EXPECT_EQ(Show("-g '[0145]' -n 1 -B 2"), "345");
+  EXPECT_EQ(Show("-g '[05]' -n 2 -C 1"), "01--45");
+  EXPECT_EQ(Run("show -o json --file Logs.dat -g '[15]' -A 1").out.find("--"), std::string::npos);
+  EXPECT_EQ(Show("-g '[15]'"), "15");
+}
+
+// A file in time order is printed while it is read; whoever asks for a cursor has it read as a whole.
+TEST_F(ShowCommand, PrintsTheSameWhetherItHoldsTheMessagesOrNot) {
+  log = RingModel(40);
+  for (int i = 0; i < 100; ++i) Submit(i);
+  log.Flush();
+  Save();
+  for (const char* options : {"", "-o json", "-o csv", "-o full", "-t 1 -A 1", "-g 'message 7' -B 2",
+                              "-g 'message [69]5' -C 3", "-g 'message 9.' -C 1 -o ndjson", "-g nothing",
+                              "-s Odd -S '2026-01-01 00:01:20'", "-v '[0-8]$' -A 2"}) {
+    const std::string command = std::string("show --file Logs.dat ") + options;
+    const Outcome streamed = Run(command);
+    const Outcome whole = Run(command + " --show-cursor");
+    EXPECT_LE(streamed.exitCode, 1) << streamed.err;
+    EXPECT_EQ(streamed.out, whole.out) << options;
+    EXPECT_EQ(streamed.exitCode, whole.exitCode) << options;
+  }
+}
+
+// Output is held back until the order is known, and not more of it than a part of the file.
+TEST_F(ShowCommand, LongOutputIsWholeAndInOrder) {
+  constexpr int kCount = 20000;
+  log = RingModel(kCount);
+  for (int i = 0; i < kCount; ++i) {
+    log.Submit(MakeBody(i, "message " + std::to_string(i) + ' ' + std::string(200, '.'), "Camera"));
+    if (i % 1000 == 999) log.Flush();
+  }
+  Save();
+  for (const char* options : {"", "-o json", "-o full", "-g 'message .*7' -B 2 -o json"}) {
+    const std::string command = std::string("show --file Logs.dat ") + options;
+    const Outcome streamed = Run(command);
+    EXPECT_EQ(streamed.out, Run(command + " --show-cursor").out) << options;
+    EXPECT_EQ(streamed.exitCode, 0) << options;
+  }
+  // The message behind all others is the oldest.
+  const auto lastSlot = LogFileSize(kCount - 1);
+  std::fstream file(folder.File("Logs.dat"), std::ios::in | std::ios::out | std::ios::binary);
+  file.seekp(static_cast<std::streamoff>(lastSlot + offsetof(LogMessage, body) +
+                                         offsetof(LogMessageBody, timestamp)));
+  file.put('\x01').put('\0');
+  file.close();
+  for (const char* format : {"short", "json"}) {
+    const Outcome sorted = Run(std::string("show --file Logs.dat -o ") + format);
+    std::istringstream lines(sorted.out);
+    std::string line;
+    std::getline(lines, line);
+    EXPECT_NE(line.find("message 19999"), std::string::npos) << line;
+    std::getline(lines, line);
+    EXPECT_NE(line.find("message 0"), std::string::npos) << line;
+    EXPECT_EQ(std::count(sorted.out.begin(), sorted.out.end(), '\n'), kCount);
+  }
+}
+
+TEST_F(ShowCommand, OrdersWhatTheRingHoldsBackwards) {
+  for (int i = 20; i > 12; --i) Submit(i);
+  log.Flush();
+  Save();
+  EXPECT_EQ(Show(""), "1314151617181920");
+}
+
+TEST_F(ShowCommand, CountPrintsANumberAndExitCodeOneSaysThatNothingMatched) {
+  EXPECT_EQ(Run("show --count --file Logs.dat").out, "6\n");
+  EXPECT_EQ(Run("show --count --file Logs.dat -s odd -n 2").out, "2\n");
+  EXPECT_EQ(Run("show --count --file Logs.dat -o json -s odd").out, "{\"count\":3}\n");
+  const Outcome none = Run("show --count --file Logs.dat -g zzz");
+  EXPECT_EQ(none.out, "0\n");
+  EXPECT_EQ(none.exitCode, 1);
+  EXPECT_EQ(Run("show --file Logs.dat -g zzz").exitCode, 1);
+  EXPECT_EQ(Run("stats --file Logs.dat -g zzz").exitCode, 1);
+  Save("Cut.dat", 600);
+  EXPECT_EQ(Run("show --count --file Cut.dat").exitCode, 7);
+  EXPECT_EQ(Run("show --count --file Missing.dat").exitCode, 3);
+}
+
+TEST_F(ShowCommand, ValuesThatMakeNoSenseAreUsageErrorsThatNameThem) {
+  Put("bad.filter", "Even\n\n# fine\nOdd:7\n");
+  Put("bad.cursor", "rubbish\n");
+  const struct {
+    const char* arguments;
+    const char* said;
+  } cases[] = {{"-s :9", "-s ':9'"},
+               {"-x Camera:", "-x 'Camera:'"},
+               {"-t 4", "-t '4'"},
+               {"-g '('", "a '(' without ')'"},
+               {"-v '[z-a]'", "-v '[z-a]'"},
+               {"--highlight '*'", "--highlight '*'"},
+               {"-S 2026-02-30", "-S '2026-02-30'"},
+               {"-U soon", "-U 'soon'"},
+               {"-n x", "'x'"},
+               {"-F", "-F"},
+               {"-A -1", "-1"},
+               {"--filter-file bad.filter", "bad.filter:4"},
+               {"--after-cursor c1.2.3", "'c1.2.3'"},
+               {"--cursor-file bad.cursor", "bad.cursor"},
+               {"--cursor-file c -U now", "-U"},
+               {"--cursor-file c --after-cursor c", "--after-cursor"},
+               {"--cursor-file c --file Logs.dat", "--file"},
+               {"--events loud", "loud"},
+               {"--ordered", "--ordered"},
+               {"-f", "--file"}};
+  for (const auto& each : cases) {
+    const Outcome outcome = Run(std::string("show --file Logs.dat ") + each.arguments);
+    EXPECT_EQ(outcome.exitCode, 2) << each.arguments;
+    EXPECT_NE(outcome.err.find(each.said), std::string::npos) << each.arguments << ": " << outcome.err;
+    EXPECT_EQ(outcome.out, "") << each.arguments;
+  }
+  EXPECT_EQ(Contents("bad.cursor"), "rubbish\n");
+  for (const char* const arguments :
+       {"follow --count", "show -f --count", "show -f -r", "follow -n 1 --cursor-file c", "stats -s :9",
+        "stats -o csv", "stats --top -1"}) {
+    EXPECT_EQ(Run(arguments).exitCode, 2) << arguments;
+  }
+}
+
+TEST_F(ShowCommand, FilterFilesNameSources) {
+  Put("some.filter", "# sources\n!Odd\nEven:0,2\nOdd\n");
+  EXPECT_EQ(Show("--filter-file some.filter"), "024");
+  Put("empty.filter", "");
+  EXPECT_EQ(Show("--filter-file empty.filter"), "012345");
+}
+
+TEST_F(ShowCommand, CursorGoesOnWhereItPointsAlsoInACopy) {
+  const Outcome shown = Run("show --file Logs.dat -n 1 --show-cursor");
+  ASSERT_EQ(shown.err.rfind("cursor: c1.", 0), 0U) << shown.err;
+  const std::string cursor = shown.err.substr(8, shown.err.size() - 9);
+  EXPECT_EQ(Show("--after-cursor " + cursor), "");
+  Submit(6);
+  log.Flush();
+  Save("Copy.dat");
+  EXPECT_EQ(Run("show -o cat --file Copy.dat --after-cursor " + cursor).out, "message 6\n");
+  for (int i = 7; i < 20; ++i) Submit(i);
+  log.Flush();
+  Save();
+  const Outcome gone = Run("show --file Logs.dat --events json --after-cursor " + cursor);
+  EXPECT_EQ(gone.err, "{\"event\":\"cursor-gone\"}\n");
+  EXPECT_EQ(Run("show --file Logs.dat --events none --after-cursor " + cursor).err, "");
+  EXPECT_EQ(Run("show --file Logs.dat -q --after-cursor " + cursor).err, "");
+}
+
+TEST_F(ShowCommand, CursorsOfTheJournalFormatAreAcceptedBack) {
+  log.Submit(MakeBody(6000, "message 6"));
+  log.Submit(MakeBody(6000, "message 6"));  // the very same once more
+  log.Flush();
+  Save();
+  std::istringstream entries(Run("show -o export --file Logs.dat").out);
+  std::vector<std::string> cursors;
+  for (std::string line; std::getline(entries, line);) {
+    if (line.rfind("__CURSOR=", 0) == 0) cursors.push_back(line.substr(9));
+  }
+  ASSERT_EQ(cursors.size(), 8U);
+  const std::string shown = Run("show --file Logs.dat -n 1 --show-cursor").err;
+  EXPECT_EQ("cursor: " + cursors.back() + "\n", shown);
+  const std::string all = "01234566";
+  for (std::size_t i = 0; i < cursors.size(); ++i) {
+    EXPECT_EQ(Show("--after-cursor " + cursors[i]), all.substr(i + 1)) << cursors[i];
+    EXPECT_EQ(Run("show --file Logs.dat --after-cursor " + cursors[i]).err, "");
+  }
+  Run("export journal -o export --file Logs.dat");
+  EXPECT_EQ(Contents("journal"), Run("show -o export --file Logs.dat").out);
+}
+
+TEST_F(ShowCommand, CursorFileGivesEachMessageOnceAndTellsLosses) {
+  EXPECT_EQ(Show("--cursor-file seen"), "012345");
+  EXPECT_EQ(Show("--cursor-file seen"), "");
+  Submit(6);
+  log.Flush();
+  log.Submit(MakeBody(3500, "late"));
+  log.Flush();
+  Save();
+  EXPECT_EQ(Show("--cursor-file seen"), "late6");
+  EXPECT_EQ(Run("show --file Logs.dat --cursor-file seen").err, "");
+  log.Clear();
+  Submit(8);
+  log.Flush();
+  Save();
+  const Outcome cleared = Run("show -o cat --file Logs.dat --cursor-file seen --events json");
+  EXPECT_EQ(cleared.out, "message 8\n");
+  EXPECT_EQ(cleared.err, "{\"event\":\"cleared\"}\n{\"event\":\"lost\",\"count\":null,\"at_least\":0}\n");
+  EXPECT_EQ(cleared.exitCode, 0);
+  // Nothing is left beside the file.
+  int others = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(folder.Path())) {
+    if (entry.path().filename().string().rfind("seen", 0) == 0) ++others;
+  }
+  EXPECT_EQ(others, 1);
+}
+
+TEST_F(ShowCommand, CursorFileStaysWhenTheOutputFails) {
+  EXPECT_EQ(Show("--cursor-file seen"), "012345");
+  const std::string before = Contents("seen");
+  Submit(6);
+  log.Flush();
+  Save();
+  EXPECT_EQ(Run("show --file Logs.dat --cursor-file seen >/dev/full").exitCode, 8);
+  EXPECT_EQ(Contents("seen"), before);
+  EXPECT_EQ(Show("--cursor-file seen"), "6");
+  EXPECT_EQ(Run("show --file Logs.dat --cursor-file no/such/folder").exitCode, 8);
+}
+
+TEST_F(ShowCommand, LastOnesOfABackwardRingAreTheNewest) {
+  RingModel large(4000);
+  for (int i = 0; i < 4000; ++i) large.Submit(MakeBody(i, "message " + std::to_string(i)));
+  large.Flush();
+  log = large;
+  Save();
+  EXPECT_EQ(Show("-n 2"), "39983999");
+  log.Submit(MakeBody(5000, "message new"));
+  log.Flush();
+  Save();
+  EXPECT_EQ(Show("-n 1"), "new");
+  EXPECT_EQ(Show("-n 2"), "3998new");  // it lies over 3999
+  EXPECT_EQ(Show("-S 00:00:04 -g zzz"), "");
+}
+
+TEST_F(ShowCommand, SeveralFilesAreMergedByTime) {
+  RingModel other(4);
+  other.Submit(MakeBody(2500, "between"));
+  other.Flush();
+  const RingModel first = log;
+  log = other;
+  Save("Other.dat");
+  log = first;
+  EXPECT_EQ(Show("--file Other.dat"), "012between345");
+  EXPECT_EQ(Show("--file Other.dat -n 4"), "between345");
+}
+
+TEST_F(ShowCommand, HighlightMarksMatchesWhereColoursAre) {
+  const std::string mark = "\x1b[1;31m";
+  EXPECT_NE(Run("show --file Logs.dat --color always -n 1 --highlight 'age 5'").out.find(mark + "age 5"),
+            std::string::npos);
+  EXPECT_EQ(Run("show --file Logs.dat -n 1 --highlight age").out.find(mark), std::string::npos);
+  EXPECT_EQ(Run("show --file Logs.dat --color always -o json --highlight age").out.find(mark),
+            std::string::npos);
+}
+
+TEST_F(ShowCommand, TerminalsGetAPager) {
+  EXPECT_NE(RunOnTerminal("show --file Logs.dat -o cat", "PAGER='sed s/message/PAGED/'").find("PAGED 5"),
+            std::string::npos);
+  EXPECT_EQ(
+      RunOnTerminal("show --file Logs.dat -o cat --no-pager", "PAGER='sed s/message/PAGED/'").find("PAGED"),
+      std::string::npos);
+  EXPECT_NE(RunOnTerminal("show --file Logs.dat -o cat", "PAGER=").find("message 5"), std::string::npos);
+  const std::string none = RunOnTerminal("show --file Logs.dat; echo code $?", "PAGER=/no/such/pager");
+  EXPECT_NE(none.find("PAGER '/no/such/pager': cannot be started"), std::string::npos) << none;
+  EXPECT_NE(none.find("code 8"), std::string::npos) << none;
+  // Who leaves the pager early has seen enough.
+  EXPECT_NE(RunOnTerminal("show --file Logs.dat; echo code $?", "PAGER=true").find("code 0"),
+            std::string::npos);
+}
+
+TEST_F(ShowCommand, StatsCountBySourceTypeAndTime) {
+  const Outcome text = Run("stats --file Logs.dat --bars");
+  EXPECT_EQ(text.exitCode, 0) << text.err;
+  for (const char* const part :
+       {"6 of 8 slots, 5.0 s deep", "by source", "  Even          3   50.0 %  ####", "by type",
+        "  T0          2", "by minute", "  2026-01-01 00:00          6  100.0 %"}) {
+    EXPECT_NE(text.out.find(part), std::string::npos) << part << "\n" << text.out;
+  }
+  const Outcome json = Run("stats --file Logs.dat -o json -s odd");
+  for (const char* const part :
+       {"\"messages\":3", "\"sources\":[{\"count\":3,\"source\":\"Odd\",\"types\":[0,2,0,1,0]}]",
+        "\"minutes\":[{\"count\":3,\"minute\":\"2026-01-01T00:00\"}]", "\"capacity\":8",
+        "\"depth_seconds\":5.0", "\"oldest\":\"2026-01-01T00:00:01.000\""}) {
+    EXPECT_NE(json.out.find(part), std::string::npos) << part << "\n" << json.out;
+  }
+  EXPECT_EQ(Run("stats --file Missing.dat").exitCode, 3);
+}
+
+TEST_F(ShowCommand, NamesOfTypesAndTheEncodingAreConfiguredByTheEnvironment) {
+  setenv("TAMLOGCTL_TYPE_NAMES", "0=info", 1);
+  setenv("TAMLOGCTL_ENCODING", "latin-1", 1);
+  log.Submit(MakeBody(6000, "gr\xFC\xDF", "Even", 0));
+  log.Flush();
+  Save();
+  EXPECT_EQ(Run("show -n 1 --file Logs.dat").out, "2026-01-01 00:00:06.000 info Even: gr\xC3\xBC\xC3\x9F\n");
+  EXPECT_EQ(Run("show -n 1 --type-names 0=note --encoding ascii --file Logs.dat").out,
+            "2026-01-01 00:00:06.000 note Even: gr\\xfc\\xdf\n");
+  setenv("TAMLOGCTL_TYPE_NAMES", "info", 1);
+  const Outcome bad = Run("show --file Logs.dat");
+  unsetenv("TAMLOGCTL_TYPE_NAMES");
+  unsetenv("TAMLOGCTL_ENCODING");
+  EXPECT_EQ(bad.exitCode, 2);
+  EXPECT_NE(bad.err.find("TAMLOGCTL_TYPE_NAMES 'info'"), std::string::npos) << bad.err;
+}
+
+TEST_F(ShowCommand, LettersBeyondAsciiFindWhatIsShown) {
+  log.Submit(MakeBody(6000, "gr\xFC\xDF", "T\xFCr", 0));              // Latin-1
+  log.Submit(MakeBody(7000, "gr\xC3\xBC\xC3\x9F", "T\xC3\xBCr", 0));  // UTF-8
+  log.Flush();
+  Save();
+  EXPECT_EQ(Run("show --count -g gr\xC3\xBC --file Logs.dat").out, "1\n");
+  EXPECT_EQ(Run("show --count -g gr\xC3\xBC --encoding latin-1 --file Logs.dat").out, "1\n");
+  EXPECT_EQ(Run("show -o json --fields time -s T\xC3\xBCr --encoding latin-1 --file Logs.dat").out,
+            "{\"time\":\"2026-01-01T00:00:06.000\"}\n");
+  EXPECT_EQ(Run("show --count -v gr\xC3\xBC --encoding latin-1 --file Logs.dat").out, "7\n");
+  EXPECT_EQ(Run("show --count -g gr\xFC --file Logs.dat").out, "1\n");  // the bytes themselves
+  EXPECT_EQ(Run("show --count -g 'gr\\xfc' --encoding latin-1 --file Logs.dat").out, "1\n");
+}
+
+TEST_F(ShowCommand, WorkThatTakesMoreThanASecondIsShownOnATerminal) {
+  const auto slowly = [this](const std::string& verb) {
+    return RunOnTerminal("version; { sleep 1.6; cat Logs.dat; } | '" TAMLOGCTL "' " + verb, "");
+  };
+  EXPECT_NE(slowly("verify /dev/stdin").find("verifying /dev/stdin (1 s)"), std::string::npos);
+  const std::string shown = slowly("show -o cat --no-pager --file /dev/stdin");
+  EXPECT_NE(shown.find("reading /dev/stdin (1 s)"), std::string::npos) << shown;
+  EXPECT_NE(shown.find("\rmessage 0\r\n"), std::string::npos) << shown;  // on the line that was taken away
+}
+
+TEST_F(ShowCommand, VerbsThatNeedAServerSayThatThereIsNone) {
+  EXPECT_EQ(Run("show").exitCode, 3);
+  EXPECT_EQ(Run("follow").exitCode, 3);
+  EXPECT_EQ(Run("stats").exitCode, 3);
+}
+
+}  // namespace
