@@ -8,9 +8,6 @@
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
-#include "client/file/file_path.h"
-#include "client/message/local_time.h"
-#include "tamlogctl/base/console.h"
 #include "tamlogctl/base/locale.h"
 #include "tamlogctl/select/time_bound.h"
 
