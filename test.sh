@@ -39,9 +39,6 @@ readonly all_steps=(packages more-packages configure rooms format build-windows 
 readonly quick_steps=(packages more-packages configure rooms format build-windows build-asan prefixes test-unit
   test-asan)
 cores=$(nproc)
-# Prefixes that a test gets for itself: pipes, registry, services and driver have fixed names. These tests mostly wait,
-# so there may be more of them than cores. CMakeLists.txt names them to ctest.
-readonly exclusive_prefixes=(alone1 alone2 alone3)
 
 verbose=no fuzz_seconds=60
 wanted=()
@@ -68,6 +65,10 @@ done
 . "$(dirname "$0")/scripts/fixed-layout.sh" "${arguments[@]}"
 cd "$(dirname "$0")"
 readonly root=$PWD
+# Prefixes that a test gets for itself: pipes, registry, services and driver have fixed names. These tests mostly wait,
+# so there may be more of them than cores.
+mapfile -t exclusive_prefixes < <(grep -o 'alone[0-9]*' CMakeLists.txt)
+readonly exclusive_prefixes
 readonly logs=$root/build/test
 mkdir -p "$logs"
 
@@ -269,7 +270,7 @@ step format 'checking the format of every file' scripts/check-format.sh
 step prefixes 'creating new Wine prefixes' make_prefixes
 # How long the running service is fuzzed over its pipes.
 export TAMLOG_FUZZ_SECONDS=$fuzz_seconds
-test_step build-windows test-windows 'tests under Wine' run_under_wine -j "$((cores + ${#exclusive_prefixes[@]}))"
+test_step build-windows test-windows 'tests under Wine' run_under_wine -j "$((1 + ${#exclusive_prefixes[@]}))"
 test_step build-windows test-unit 'tests of the rooms under Wine' run_under_wine -LE system -j "$cores"
 test_step build-windows test-system 'tests with the real service manager under Wine' \
   run_under_wine -L system -j "${#exclusive_prefixes[@]}"
