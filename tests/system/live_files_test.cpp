@@ -209,7 +209,7 @@ TEST_F(LiveFiles, ImportGoesOnOverARestartOfTheServerWithoutRepeatingAMessage) {
   StartService();
   const CommandReport report = ReportAtEnd(import);
   EXPECT_EQ(report.exitCode, 1U) << report.output;
-  EXPECT_NE(report.output.find("the connection is lost after "), std::string::npos) << report.output;
+  EXPECT_NE(report.output.find("the connection was lost after "), std::string::npos) << report.output;
   EXPECT_NE(report.output.find("10000 messages sent: 1000 in the log, 9000 not, 0 refused"),
             std::string::npos)
       << report.output;
