@@ -37,7 +37,7 @@ struct Look {
   Moment end = 0;
   std::uint64_t changeCount = 0;
   std::uint64_t rewriteCount = 0;
-  std::uint32_t opening = 0;  // how often the witness had to open the log anew before
+  std::uint32_t opening = 0;  // how often the witness had to reopen the log before
   bool full = false;
   std::uint64_t oldestKey = 0;
 };
@@ -60,7 +60,7 @@ enum class Verdict : std::uint8_t {
   Stored,              // a reader saw it
   Filtered,            // dropped by filters that stood still
   Overwritten,         // the ring was full, and every message in it newer
-  OverwrittenByBurst,  // the ring was full and had been written anew, which costs the newest first
+  OverwrittenByBurst,  // the ring was full and had been rewritten, which costs the newest first
   Refused,             // with an error
   PendingAtRestart,    // not written yet when the server stopped, or stored and emptied with the file unseen
   Cleared,             // pending or unseen when the log was cleared

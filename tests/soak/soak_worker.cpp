@@ -3,7 +3,7 @@
 //
 //   submit FIRST COUNT PAUSE JOURNAL  clients number FIRST to FIRST + COUNT - 1, each with a connection of
 //   its
-//                                     own that it holds open, hand in messages with pauses of about PAUSE ms;
+//                                     own that it holds open, submit messages with pauses of about PAUSE ms;
 //                                     prints "submitting", in the end "submitted N"
 //   follow JOURNAL                    follows the log; prints "following", in the end
 //                                     "followed N lost L reopened R"
@@ -126,7 +126,7 @@ void Submit(std::uint32_t first, std::uint32_t count, std::uint32_t pauseMs, con
   Say("submitted " + std::to_string(all.size()));
 }
 
-// What a follower met beside messages.
+// What a follower met in addition to messages.
 struct Events {
   std::uint64_t lost = 0;
   bool lostUnknown = false;  // more than can be told

@@ -111,7 +111,7 @@ void Witness::TakeInSlot(const LogMessage& message, bool isCalm) {
     }
     seen.Add(id);
   }
-  // The number of this look stands beside each message of it.
+  // Each message carries the number of this look.
   std::vector<std::uint32_t>& marks = seenInLook[id.sender];
   if (marks.size() <= id.number) marks.resize(std::size_t{id.number} + 1000);
   const auto mark = static_cast<std::uint32_t>(looks.size() + 1);

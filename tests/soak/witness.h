@@ -20,7 +20,7 @@ namespace Soak {
 
 class Witness {
  public:
-  // A ring of this capacity or more is never written anew as a whole by this load; in a smaller one that may
+  // A ring of this capacity or more is never rewritten as a whole by this load; in a smaller one that may
   // happen, and then messages can lie in it twice for a while, which is no fault.
   explicit Witness(std::int32_t calmCapacity);
   ~Witness() { Stop(); }

@@ -2,8 +2,7 @@
 
 // Ends a test that hangs: after 50 seconds in one test (TAMLOG_TEST_LIMIT in the environment sets other
 // seconds, 0 none) the test's name and, on Windows, the back traces of all threads go to the error stream,
-// and the process ends with exit code 99. Works in every test executable, without being
-// named.
+// and the process ends with exit code 99. Every test executable has it, without naming it.
 //
 // The addresses are of the executable's preferred image: addr2line -Cfpe TEST.exe ADDRESS names them.
 

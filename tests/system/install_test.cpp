@@ -26,7 +26,7 @@ TEST_F(Install, RegistersTheServiceUnderItsNamesWithAQuotedPath) {
 }
 
 TEST_F(Install, OnAnEmptyMachineTheServiceRunsAndStopsWithItsDefaults) {
-  UseCopyOfServer();  // the default log file lies beside the executable
+  UseCopyOfServer();  // the default log file is in the executable's directory
   logFile = ScratchFile("Logs.dat");
   InstallService();
   EXPECT_FALSE(ServerRegistry::Exists());

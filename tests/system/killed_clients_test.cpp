@@ -52,7 +52,7 @@ class KilledClients : public SystemTest {
 
   static std::string Tool() { return "\"" + OwnDirectory() + "\\tamlogctl.exe\" "; }
 
-  // As a person would mend it. The server has to write again afterwards.
+  // Fixes the log as a person would. The server has to write again afterwards.
   void Mend(Stuck stuck) {
     const std::string output = RunTool("doctor --unstick").output;
     const auto changes = [this] {

@@ -104,7 +104,7 @@ class RepairedLog : public SystemTest {
     return report.output;
   }
 
-  // A reformat would begin the counters anew.
+  // A reformat would reset the counters.
   void StartAndExpect(const Bodies& newestFirst) {
     const LogFileHeader before = Header();
     ASSERT_EQ(before.messageCount, static_cast<std::int32_t>(newestFirst.size()));

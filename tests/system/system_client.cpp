@@ -2,10 +2,10 @@
 // names. It prints one line when it is there and then waits for a line (or the end) of its standard input.
 //
 //   half      has opened the request pipe and not the reply pipe; prints "half"
-//   part N    has written the first N bytes of a request that hands in a message; prints "written"
+//   part N    has written the first N bytes of a request that submits a message; prints "written"
 //   unread N  has handed in N messages and read no reply; prints "sent"
 //   within N  has handed in a message and read the first N bytes of the reply; prints "read"
-//   asking    prints "asking" and hands in messages without pause until it is killed
+//   asking    prints "asking" and submits messages without pause until it is killed
 //
 // Exit code 0, 1 for a fault that it prints, 2 for a wrong command line.
 

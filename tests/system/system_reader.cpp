@@ -109,7 +109,7 @@ bool Visit(SharedLog& log, std::uint64_t& nextSequence, std::ofstream& file, std
   if (!log.ServerRunning()) return false;
   if (!log.Enter(200ms)) return true;
   const LogFileHeader header = log.Header();
-  if (header.nextSequence < nextSequence) nextSequence = 0;  // the file was made anew
+  if (header.nextSequence < nextSequence) nextSequence = 0;  // the file was recreated
   std::vector<LogMessage> messages;
   if (header.nextSequence != nextSequence) messages = log.NewestFirst(header, nextSequence);
   log.Leave();

@@ -120,7 +120,7 @@ TEST_F(ShowCommand, ContextIsMarkedOffInTextFormatsOnly) {
   EXPECT_EQ(Show("-g '[15]'"), "15");
 }
 
-// A file in time order is printed while it is read; whoever asks for a cursor has it read as a whole.
+// A file in time order is printed while it is read; a request for a cursor reads it whole first.
 TEST_F(ShowCommand, PrintsTheSameWhetherItHoldsTheMessagesOrNot) {
   log = RingModel(40);
   for (int i = 0; i < 100; ++i) Submit(i);
@@ -298,7 +298,7 @@ TEST_F(ShowCommand, CursorFileGivesEachMessageOnceAndTellsLosses) {
   EXPECT_EQ(cleared.out, "message 8\n");
   EXPECT_EQ(cleared.err, "{\"event\":\"cleared\"}\n{\"event\":\"lost\",\"count\":null,\"at_least\":0}\n");
   EXPECT_EQ(cleared.exitCode, 0);
-  // Nothing is left beside the file.
+  // No other file is left.
   int others = 0;
   for (const auto& entry : std::filesystem::directory_iterator(folder.Path())) {
     if (entry.path().filename().string().rfind("seen", 0) == 0) ++others;
