@@ -1,5 +1,5 @@
-// tamlogctl's verbs for administrators against the real service: filters, settings, clearing, the service
-// itself, and the diagnosis of a server that a dead reader holds up.
+// Tests of tamlogctl's administrative commands against the real service: filters, settings, clearing, control
+// of the service, and the diagnosis of a server that a dead reader blocks.
 
 #include "tamlogctl/server/log_examiner.h"
 #include "tests/system/system_test.h"
@@ -84,7 +84,7 @@ TEST_F(Administration, ChangeOfCapacitySavesTheMessagesAndKeepSendsThemAgain) {
   Expect("show -o cat --file \"" + backup + "\"", 0, "one\ntwo\nthree\nfour\nfive\n");
   Expect("settings get -o json", 0, "\"capacity_in_effect\": 40");
   Expect("settings set --capacity 40", 0, "nothing to change");
-  EXPECT_EQ(CurrentSettings().devicePollRate, 100U);  // what was not named
+  EXPECT_EQ(CurrentSettings().devicePollRate, 100U);  // settings that were not named stay
   Expect("clear --yes --backup \"" + backup + "\"", 2, "saved.dat: already exists; give another name");
   ASSERT_TRUE(WaitForMessageCount(5, 10s));
   Expect("clear --yes --backup \"" + backup + "2\"", 0, "emptied");
@@ -93,8 +93,8 @@ TEST_F(Administration, ChangeOfCapacitySavesTheMessagesAndKeepSendsThemAgain) {
   Expect("doctor", 0, "ok    section");
 }
 
-// A reader that holds the log open over a restart makes the server go on with the old section, which has the
-// old size.
+// A reader that keeps the log open across a restart makes the server continue with the old section, which has
+// the old size.
 TEST_F(Administration, SenderThatConfirmsDoesNotHoldTheLogWhileItWaitsForItsNextLine) {
   RunService({.maxMessage = 40});
   ChildProcess sender("\"" + OwnDirectory() + "\\tamlogctl.exe\" send -s Demo --confirm");
@@ -136,7 +136,7 @@ TEST_F(Administration, StoredPathIsAppliedBeforeACapacityThatAFollowerCouldHoldU
   follower.Kill();
 }
 
-// A server does not wait for readers after a change of path: it closes its log and opens it again at once.
+// After a change of path the server does not wait for readers: it closes its log and reopens it at once.
 TEST_F(Administration, ChangesOfPathAreSeenWhileTheLogIsNotHeldOpenOverThem) {
   RunService();
   Expect("send -s Demo one", 0, "");
@@ -190,7 +190,7 @@ TEST_F(Administration, UnstickBeforeAnythingIsPendingLeavesNoCountBehind) {
   KillAReaderInside();
   Expect("doctor --unstick", 1, "the server will wait for it at the next message");
   EXPECT_EQ(Header().readCount, 0);
-  Expect("status", 0, "running");  // a reader that enters and leaves
+  Expect("status", 0, "running");  // runs one reader that enters and leaves
   SubmitOverPipe(Message("after", 0));
   ExpectTexts({"after"});
 }

@@ -1,4 +1,5 @@
-// Clients on the pair of pipes: many at once, half-open, silent, and the requests that act at once.
+// Tests of clients on the pair of pipes: many at once, half-open, silent, and requests that take effect at
+// once.
 
 #include "tests/system/system_test.h"
 
@@ -68,7 +69,7 @@ TEST_F(Clients, OneThatOpensTheRequestPipeAndGoesKeepsTheOthersOutUntilSomebodyO
   ServerConnection other;
   EXPECT_FALSE(Eventually(1s, [&other] { return other.OpenRequestPipe() == 0; }));
   ServerConnection otherHalf;
-  // The server drops the pair as soon as it is complete, perhaps before the open pipe is set up (233).
+  // The server may drop the pair as soon as it is complete, even before the open pipe is set up (233).
   const std::uint32_t opened = otherHalf.OpenReplyPipe();
   ASSERT_TRUE(opened == 0 || opened == 233) << opened;
   std::optional<ServerConnection> connection = ServerConnection::Connect(5s);

@@ -1,5 +1,5 @@
-// Starts and stops, and connections, again and again: each has to work as the first did and to leave nothing
-// behind. TAMLOG_CYCLES and TAMLOG_CONNECTS set how often (a few by default, so that the ordinary round stays
+// Repeats starts and stops, and connections: each must work like the first and leave nothing behind.
+// TAMLOG_CYCLES and TAMLOG_CONNECTS set the number of repetitions (few by default, to keep the ordinary round
 // short).
 
 #include <algorithm>
@@ -25,7 +25,7 @@ int FromEnvironment(const char* name, int otherwise) {
 
 class Cycles : public SystemTest {
  protected:
-  // Each start finds what all before it have stored, and adds one message.
+  // Checks that the start finds all messages of the previous cycles, and adds one message.
   void StartSubmitStop(int cycle) {
     StartService();
     ASSERT_EQ(Header().messageCount, cycle) << "found at the start";
@@ -74,7 +74,8 @@ TEST_F(Cycles, EveryConnectionIsServedAndLeavesNothingBehind) {
     for (std::thread& client : clients) client.join();
     return served.load();
   };
-  ASSERT_EQ(round(10 * kClients), 10 * kClients);  // what the first connections bring with them
+  ASSERT_EQ(round(10 * kClients),
+            10 * kClients);  // warms up: the first connections open what later ones reuse
   const ProcessCounts before = SettledCounts(ServiceProcess(), 10s);
   const int served = round(connects);
   EXPECT_EQ(served, connects);

@@ -1,4 +1,5 @@
-// Log files that the server finds when it starts: sound ones are kept, one broken rule empties them.
+// Tests of the log files that the server finds at its start: it keeps sound files and empties files that
+// break one rule.
 
 #include "tests/system/system_test.h"
 
@@ -15,7 +16,7 @@ namespace {
 
 constexpr std::int32_t kCapacity = 20;
 
-// Five messages in a ring that has gone round once, so that walks cross its end.
+// Returns a file with five messages in a ring that has wrapped once, so that walks cross its end.
 TestLogFile SoundFile() {
   TestLogFile image = TestLogFile::Empty(kCapacity);
   image.header.nextSlot = kCapacity - 2;
@@ -63,7 +64,7 @@ TEST_P(DamagedFile, ComesBackEmptyAndIsUsedOn) {
   SubmitOverPipe(Message("next", 1));
   ExpectTexts({"next"});
   EXPECT_EQ(TakeDiagnostics(), "");
-  KillService();  // a stop adds nothing here and takes a second of each case
+  KillService();  // a stop would add nothing here and costs a second per case
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -96,16 +97,16 @@ INSTANTIATE_TEST_SUITE_P(
         Damage{"UnknownType", [](TestLogFile& image) { image.Newest(2).body.type = kMessageTypes; }}),
     [](const ::testing::TestParamInfo<Damage>& damage) { return std::string(damage.param.name); });
 
-// Rule 3, readCount = 1 under the check's own access, cannot be broken by a file: mapping it sets the count
-// to 0. A reader whose events have outlived the server can break it, when it enters between the mapping and
-// the check.
+// The rule that readCount is 1 under the check's own access cannot be broken by a file, because mapping it
+// sets the count to 0. A reader whose events have outlived the server can break it by entering between the
+// mapping and the check.
 TEST_F(SoundFileTest, IsGivenUpWhenAReaderIsInsideDuringTheCheck) {
   TestLogFile marked = SoundFile();
   marked.header.readCount = 9;
   marked.Write(LogFile());
   Settings({.maxMessage = kCapacity});
   InstallService();
-  // The reader has the header lock in its hand when the server starts.
+  // The reader holds the header lock when the server starts.
   const OwnedHandle headerLock = Own(CreateEventA(nullptr, FALSE, FALSE, kHeaderLockName));
   const OwnedHandle readWait = Own(CreateEventA(nullptr, TRUE, TRUE, kReadWaitEventName));
   const OwnedHandle writeWait = Own(CreateEventA(nullptr, TRUE, TRUE, kWriteWaitEventName));
@@ -124,7 +125,7 @@ TEST_F(SoundFileTest, IsGivenUpWhenAReaderIsInsideDuringTheCheck) {
     view->readCount = 1;
     ResetEvent(writeWait.get());
     SetEvent(headerLock.get());
-    // The check goes on now; the reader stays inside long enough for it and then leaves.
+    // The check continues now; the reader stays inside until the check is over and then leaves.
     std::this_thread::sleep_for(500ms);
     EXPECT_EQ(ServiceControl::State(), ServiceState::StartPending);  // the reformat waits for this reader
     WaitForSingleObject(headerLock.get(), 5000);
@@ -142,7 +143,7 @@ TEST_F(SoundFileTest, IsGivenUpWhenAReaderIsInsideDuringTheCheck) {
 TEST_F(SoundFileTest, IsAcceptedWithAReadCountThatIsNotZero) {
   TestLogFile image = SoundFile();
   image.header.readCount = 3;
-  image.header.serverRunning = 1;  // as a server that was killed leaves it
+  image.header.serverRunning = 1;  // the state that a killed server leaves
   image.Write(LogFile());
   RunService({.maxMessage = kCapacity});
   EXPECT_EQ(TextsOfFile(), (std::vector<std::string>{"4", "3", "2", "1", "0"}));

@@ -1,4 +1,4 @@
-// What goes wrong around the server: no driver, a failing driver, a killed server, texts that end the
+// Tests of failures around the server: no driver, a failing driver, a killed server, texts that end the
 // process.
 
 #include "tests/system/system_test.h"
@@ -9,7 +9,7 @@ using namespace std::chrono_literals;
 
 class Failure : public SystemTest {
  protected:
-  // The process ends by itself, and says why.
+  // Expects that the process ends by itself and reports the reason.
   void StartThatAborts(const std::string& why) {
     ServiceControl::Start();
     std::string diagnostics;
@@ -24,7 +24,7 @@ class Failure : public SystemTest {
     EXPECT_TRUE(Eventually(5s, [&aborted] { return !aborted.Runs("TamLogServer.exe"); }));
   }
 
-  // The server ends while it serves this request: no reply comes.
+  // Sends a request during which the server ends: no reply comes.
   void AskForTheEnd(const PipeRequest& request) {
     std::optional<ServerConnection> connection = ServerConnection::Connect(5s);
     ASSERT_TRUE(connection);
@@ -33,7 +33,7 @@ class Failure : public SystemTest {
     ASSERT_TRUE(exitCode);
     EXPECT_NE(*exitCode, 0U);
     if (IsWine()) {
-      EXPECT_EQ(ServiceControl::State(), ServiceState::Running);  // its manager never notices
+      EXPECT_EQ(ServiceControl::State(), ServiceState::Running);  // its manager does not notice the end
     }
   }
 };
@@ -101,7 +101,7 @@ TEST_F(Failure, AKilledServerStartsAgainAndKeepsItsFile) {
   SubmitOverPipe(Message("two", 2));
   ExpectTexts({"two", "one"});
   KillService();
-  EXPECT_EQ(Header().serverRunning, 1);  // nobody cleared it
+  EXPECT_EQ(Header().serverRunning, 1);  // no stop has cleared it
   StartService();
   EXPECT_EQ(TextsOfFile(), (std::vector<std::string>{"two", "one"}));
   SubmitOverPipe(Message("three", 3));
@@ -121,7 +121,7 @@ TEST_F(Failure, AStopKeepsWhatWasFlushedAndLosesAtMostWhatWasPending) {
     }
   }
   StopService();
-  // The first messages up to some number, in order and sound; the newest of them may be missing, no one else.
+  // The file holds an unbroken, sound sequence from the first message on; only the newest may be missing.
   const std::vector<LogMessage> messages = SlotsOfFile().NewestFirst();
   ASSERT_GT(messages.size(), static_cast<std::size_t>(kMessages / 2));
   for (std::size_t i = 0; i < messages.size(); ++i) {
@@ -135,9 +135,9 @@ TEST_F(Failure, AnOverlongPathEndsTheProcessWhenItIsAskedFor) {
   RunService();
   SubmitOverPipe(Message("before", 1));
   ExpectTexts({"before"});
-  EXPECT_EQ(AskForCode(PathRequest(std::string(kPipeBodySize, 'p'))), ReplyCode::Done);  // stored as it is
+  EXPECT_EQ(AskForCode(PathRequest(std::string(kPipeBodySize, 'p'))), ReplyCode::Done);  // stored unchanged
   AskForTheEnd(RequestOf(RequestCode::GetLogFile));
-  StartService();  // nothing of it was saved
+  StartService();  // the ended process saved nothing of it
   EXPECT_STREQ(Ask(RequestOf(RequestCode::GetLogFile)).path, LogFile().c_str());
   EXPECT_EQ(TextsOfFile(), std::vector<std::string>{"before"});
 }
@@ -153,7 +153,7 @@ TEST_F(Failure, APathThatJustFitsIsAnswered) {
 TEST_F(Failure, AnOverlongFilterEndsTheProcessWhenItIsAskedFor) {
   RunService();
   PipeRequest request = RequestOf(RequestCode::AddFilter);
-  std::memset(request.path, 'f', kFilterTextSize + 2);  // its end lies in `kind`, so it is an include filter
+  std::memset(request.path, 'f', kFilterTextSize + 2);  // the text ends in `kind`, so it is an include filter
   EXPECT_EQ(AskForCode(request), ReplyCode::Done);
   AskForTheEnd(IndexRequest(0));
   StartService();

@@ -1,4 +1,5 @@
-// Installing, starting, stopping and removing the service through the executable and the service manager.
+// Tests installing, starting, stopping and removing the service through the executable and the service
+// manager.
 
 #include "tests/system/system_test.h"
 
@@ -9,7 +10,7 @@ using namespace std::chrono_literals;
 class Install : public SystemTest {};
 
 TEST_F(Install, RegistersTheServiceUnderItsNamesWithAQuotedPath) {
-  UseCopyOfServer();  // in a directory whose name has a space
+  UseCopyOfServer();  // in a directory whose name contains a space
   InstallService();
   const std::optional<ServiceRegistration> found = ServiceControl::Registration();
   ASSERT_TRUE(found);
@@ -26,7 +27,7 @@ TEST_F(Install, RegistersTheServiceUnderItsNamesWithAQuotedPath) {
 }
 
 TEST_F(Install, OnAnEmptyMachineTheServiceRunsAndStopsWithItsDefaults) {
-  UseCopyOfServer();  // the default log file is in the executable's directory
+  UseCopyOfServer();  // the default log file lies in the directory of the executable
   logFile = ScratchFile("Logs.dat");
   InstallService();
   EXPECT_FALSE(ServerRegistry::Exists());
@@ -40,7 +41,7 @@ TEST_F(Install, OnAnEmptyMachineTheServiceRunsAndStopsWithItsDefaults) {
   EXPECT_EQ(ServerRegistry::Filters(), (std::map<std::string, std::string>{}));
 
   const TestLogFile image = SlotsOfFile();
-  EXPECT_EQ(image.slots.size(), 50000U);  // the file has exactly the size of these slots
+  EXPECT_EQ(image.slots.size(), 50000U);  // the file size is exact for this number of slots
   EXPECT_STREQ(image.names.name[0], "Global\\TamLogServiceFileHeaderMutex");
   EXPECT_STREQ(image.names.name[1], "Global\\TamLogServiceReadWaitEvent");
   EXPECT_STREQ(image.names.name[2], "Global\\TamLogServiceWriteWaitEvent");
@@ -50,13 +51,13 @@ TEST_F(Install, OnAnEmptyMachineTheServiceRunsAndStopsWithItsDefaults) {
   EXPECT_EQ(image.header.maxMessages, 50000);
   EXPECT_EQ(image.header.nextSlot, 0);
   EXPECT_EQ(image.header.changeCount,
-            2U);  // 1 by the reformat, and its release of write access counts a change
+            2U);  // the reformat sets 1, and its release of write access counts a change
   EXPECT_EQ(image.header.rewriteCount, 1U);
   EXPECT_EQ(image.header.nextSequence, 0U);
 
   StopService();
   EXPECT_EQ(Header().serverRunning, 0);
-  EXPECT_EQ(ServerRegistry::Number("TypeFilter"), 0xFU);  // only the four switches are written back
+  EXPECT_EQ(ServerRegistry::Number("TypeFilter"), 0xFU);  // the server writes only the four switches back
   RemoveService();
   EXPECT_EQ(ServiceControl::State(), ServiceState::Absent);
 }
@@ -98,7 +99,7 @@ TEST_F(Install, RemovingWhatIsNotInstalledFailsAndSaysWhy) {
 TEST_F(Install, RemovingARunningServiceOnlyMarksIt) {
   RunService();
   RemoveService();
-  // It goes on serving, and the name is not free before it has stopped.
+  // The server continues to serve, and its name stays taken until it has stopped.
   SubmitOverPipe(Message("still here", 1));
   ExpectTexts({"still here"});
   EXPECT_TRUE(ServiceProcess().Alive());

@@ -1,7 +1,6 @@
-// No client can hurt the server: tamlogctl is ended from outside at random moments while messages flow, and
-// the server goes on. How often it has to be unstuck is counted, by kind, and each time tamlogctl doctor has
-// to mend it. TAMLOG_KILLS sets the number of clients (a few by default, so that the ordinary round stays
-// short).
+// No client can harm the server: the test kills tamlogctl at random moments while messages flow, and the
+// server continues. The test counts the blocked states by kind, and tamlogctl doctor must fix each of them.
+// TAMLOG_KILLS sets the number of clients (few by default, to keep the ordinary round short).
 
 #include <array>
 #include <cstdlib>
@@ -20,8 +19,8 @@ class KilledClients : public SystemTest {
     return text != nullptr ? std::max(1, std::atoi(text)) : 6;
   }
 
-  // Submits without pause until stopped, over a connection of its own, or the next one when that ends. What
-  // was sent without an answer is not counted.
+  // Submits without pause until stopped, over one connection, which it replaces when it ends. Does not count
+  // messages that were sent without an answer.
   void Feed() {
     for (int at = 0; !stopFeeding;) {
       std::optional<ServerConnection> client = ServerConnection::Connect(5s);
@@ -37,7 +36,7 @@ class KilledClients : public SystemTest {
   enum class Stuck : std::uint8_t { No, HeaderLock, LockAndCount, ReaderInside, CountPassed, CountLeft };
   static constexpr std::size_t kStuckKinds = 6;
 
-  // How the client that was just killed holds the server up.
+  // Returns how the client that was just killed blocks the server.
   static Stuck Look() {
     TamLogCtl::LogExaminer examiner;
     if (examiner.Open().mappingError != 0) return Stuck::No;
@@ -83,7 +82,7 @@ TEST_F(KilledClients, ServerGoesOnWhateverMomentTheyDieAt) {
   std::array<int, kStuckKinds> seen{};
   for (int i = 0; i < kills; ++i) {
     ChildProcess client(Tool() + (i % 2 == 0 ? "follow -n 1 --interval 10 -o cat" : "status"));
-    if (i % 2 == 0) client.ReadLine(5s);  // it reads from here on
+    if (i % 2 == 0) client.ReadLine(5s);  // it reads from now on
     std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds(random)));
     alive += client.WaitForEnd(0ms) ? 0 : 1;
     client.Kill();
@@ -91,7 +90,7 @@ TEST_F(KilledClients, ServerGoesOnWhateverMomentTheyDieAt) {
     const Stuck stuck = Look();
     ++seen[static_cast<std::size_t>(stuck)];
     if (stuck != Stuck::No) Mend(stuck);
-    if (HasFailure()) break;  // the rest would be held up by the same
+    if (HasFailure()) break;  // the same fault would block the remaining clients
   }
   stopFeeding = true;
   feeder.join();
@@ -101,7 +100,7 @@ TEST_F(KilledClients, ServerGoesOnWhateverMomentTheyDieAt) {
   ASSERT_EQ(reader.Snapshot(snapshot), TamLogClient::Status::Ok);
   const std::uint64_t whole = reader.LastHoldMicroseconds();
   SubmitOverPipe(Message("last", 3600000));
-  // More may be there than were counted: what was sent without an answer may have been stored.
+  // The file may hold more messages than were counted: messages sent without an answer may have been stored.
   ASSERT_TRUE(Eventually(10s, [this] { return TextsOfFile().front() == "last"; }));
   EXPECT_GE(Header().messageCount, std::min(fed + 1, kCapacity));
   ASSERT_EQ(reader.Snapshot(snapshot), TamLogClient::Status::Ok);

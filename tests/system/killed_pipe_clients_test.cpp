@@ -1,6 +1,6 @@
-// Clients of the pipes that are ended from outside: between their two opens, inside a request, before they
-// have read a reply and inside it, and at random moments. The server goes on, and keeps nothing of them.
-// TAMLOG_KILLS sets the number of those at random moments.
+// Clients of the pipes are killed between their two opens, inside a request, before reading a reply and
+// inside it, and at random moments. The server continues and keeps none of their resources. TAMLOG_KILLS sets
+// the number of clients killed at random moments.
 
 #include <algorithm>
 #include <cstdlib>
@@ -36,17 +36,17 @@ class KilledPipeClients : public SystemTest {
     return client && client->AskForCode(RequestOf(RequestCode::Ping)) == ReplyCode::Alive;
   }
 
-  // What the server holds for its clients is given back once it has noticed that they are gone.
+  // The server releases what it holds for its clients once it has noticed their end.
   void ExpectHandles(std::size_t most) {
     EXPECT_TRUE(Eventually(20s, [&] { return ServiceProcess().HandleCount() <= most; }))
         << ServiceProcess().HandleCount() << " instead of " << most;
   }
 
-  // As many handles as a server has that has served some clients before.
+  // Returns an upper limit for the handles of a server that has already served some clients.
   std::size_t HandlesOfAWarmServer() {
     for (int i = 0; i < 8; ++i) EXPECT_TRUE(IsServed(5s));
     std::this_thread::sleep_for(500ms);
-    // The thread library keeps the records of ended threads, each with a handle or two.
+    // The thread library keeps the records of ended threads, with one or two handles each.
     return ServiceProcess().HandleCount() + 8;
   }
 };
@@ -81,7 +81,7 @@ TEST_F(KilledPipeClients, BeforeItReadsAReplyOnesMessagesAreStoredOnceEach) {
   RunService();
   const std::size_t handles = HandlesOfAWarmServer();
   KillClient("unread 3", "sent");
-  // Whether the server has read the last of them when the client dies is open, but not the order.
+  // The server may or may not have read the last of them when the client dies, but the order is certain.
   EXPECT_TRUE(IsServed(5s));
   SubmitOverPipe(Message("behind them", 3600000));
   ASSERT_TRUE(
@@ -108,9 +108,9 @@ TEST_F(KilledPipeClients, InsideAReplyOneEndsOnlyItsOwnConnectionAndItsMessageIs
   ExpectHandles(handles);
 }
 
-// A client that was caught by a restart between its two opens takes a reply pipe of the new server, whose
-// request pipe somebody else opens; then it gives up, and the pair is of no use to anybody. The server makes
-// a new pair, whose reply pipe the next client takes for its own in the same way.
+// A client that a restart interrupted between its two opens acquires a reply pipe of the new server, whose
+// request pipe another client opens; then it gives up, and the pair is of no use to any client. The server
+// creates a new pair, whose reply pipe the next client acquires in the same mistaken way.
 TEST_F(KilledPipeClients, WithAReplyPipeOpenedAloneOneLeavesAServerThatOurClientsStillReach) {
   RunService();
   for (int i = 0; i < 5; ++i) {
@@ -124,8 +124,8 @@ TEST_F(KilledPipeClients, WithAReplyPipeOpenedAloneOneLeavesAServerThatOurClient
   }
 }
 
-// The one that meets the stray may get its answer only after a time-out: the reply pipe of the next pair was
-// there at once then, and nothing seemed wrong.
+// The client that meets the stray may get its answer only after a time-out: the reply pipe of the next pair
+// already existed then, and no call failed.
 TEST_F(KilledPipeClients, WithTheReplyPipeOfAnotherInItsHandOneHoldsUpOurClientsForOneTimeoutAtMost) {
   RunService();
   ServerConnection stray;

@@ -1,4 +1,4 @@
-// tamlogctl's verbs between files and the real service: export that goes on with what comes, and import.
+// Tests of tamlogctl's commands between files and the real service: continuous export, and import.
 
 #include <algorithm>
 #include <sstream>
@@ -31,7 +31,7 @@ class LiveFiles : public SystemTest {
     return texts;
   }
 
-  // Messages of rising times, one every 10 ms.
+  // Submits messages with rising times, one every 10 ms.
   static void Feed(int first, int end) {
     std::optional<ServerConnection> client = ServerConnection::Connect(10s);
     ASSERT_TRUE(client);
@@ -40,7 +40,7 @@ class LiveFiles : public SystemTest {
     }
   }
 
-  // The lines of the rotated files and of the current one, oldest first.
+  // Returns the lines of the rotated files and of the current one, oldest first.
   std::vector<std::string> Lines(const std::string& name) const {
     std::vector<std::string> lines;
     for (int number = 99; number >= 0; --number) {
@@ -50,7 +50,7 @@ class LiveFiles : public SystemTest {
     }
     return lines;
   }
-  // Messages of rising times, one every second.
+  // Returns lines of messages with rising times, one every second.
   static std::string TsvLines(int count) {
     std::string lines;
     const auto twoDigits = [](int value) {
@@ -115,7 +115,7 @@ TEST_F(LiveFiles, ExportThatWasKilledGoesOnWithoutALoss) {
   }
   Feed(100, 120);
   ASSERT_TRUE(WaitForMessageCount(120, 10s));
-  // What the last second before the end wrote may be there twice.
+  // Lines written in the last second before the kill may be duplicated.
   Expect(ExportTo("log", "--rotate 1K --for 1"), 0, " messages in ");
   std::vector<std::string> lines = Lines("log");
   std::sort(lines.begin(), lines.end());
@@ -151,7 +151,7 @@ TEST_F(LiveFiles, ImportBringsBackWhatEachFormatHasSaved) {
   for (const char* const name : {"saved.dat", "saved.json", "saved.tsv"}) {
     Expect("clear --yes", 0, "emptied");
     Expect("import " + Quoted(name), 0, "30 messages sent: 30 in the log, 0 not, 0 refused");
-    const bool bytes = std::string(name) != "saved.tsv";  // that has no column for what is not shown
+    const bool bytes = std::string(name) != "saved.tsv";  // tsv has no column for hidden bytes
     const std::string fields = bytes ? "time,type,source,text,origin,tail" : "time,type,source,text";
     const std::string now = RunTool("show -o json --fields " + fields).output;
     if (bytes) {
@@ -171,7 +171,7 @@ TEST_F(LiveFiles, ImportSaysWhatDidNotStayInTheLog) {
   Expect("filter add -x System", 0, "");
   Expect("import " + Quoted("saved.dat"), 1, "0 in the log, 30 not, 0 refused");
   Expect("filter clear", 0, "");
-  // A text that never ends costs one message, and the rest is handed in.
+  // An unterminated text costs one message; the others are submitted.
   std::string bytes = ReadWholeFile(ScratchFile("saved.dat"));
   const std::size_t slot = kSlotsOffset + 5 * sizeof(LogMessage);
   std::fill_n(bytes.begin() + static_cast<std::ptrdiff_t>(slot), sizeof(LogMessage), '\xFF');
@@ -185,8 +185,8 @@ TEST_F(LiveFiles, ImportSaysWhatDidNotStayInTheLog) {
   Expect("import " + Quoted("saved.dat"), 3, "the server is not running");
 }
 
-// More than the ring holds, and older than what is there: the log must not be laid down newest first, which
-// would cost all of it at the next start.
+// The import holds more messages than the ring, older than the present ones: the log must not be written
+// newest first, because the next start would then empty it.
 TEST_F(LiveFiles, ImportOfMoreThanTheCapacityLeavesALogThatIsKept) {
   RunService({.maxMessage = 100});
   WriteWholeFile(ScratchFile("many.tsv"), TsvLines(250));
@@ -200,7 +200,7 @@ TEST_F(LiveFiles, ImportOfMoreThanTheCapacityLeavesALogThatIsKept) {
 
 TEST_F(LiveFiles, ImportGoesOnOverARestartOfTheServerWithoutRepeatingAMessage) {
   RunService({.maxMessage = 1000});
-  // So many that the import is not over before the stop.
+  // The number of messages keeps the import running until the stop.
   WriteWholeFile(ScratchFile("many.tsv"), TsvLines(10000));
   ChildProcess import(CommandLine("import " + Quoted("many.tsv")));
   import.CloseInput();
@@ -230,7 +230,7 @@ TEST_F(LiveFiles, LongTextsAreMarkedWhereTheyWereCutAndStatusKnowsBothEnds) {
   Expect("send " + time + "0.000\" early", 0, "");
   ASSERT_TRUE(WaitForMessageCount(4, 10s));
   Expect("status", 0, "oldest    2026-03-14 12:00:00.000\nnewest    2026-03-14 12:00:02.000\n");
-  // More at once than there is room for: the ring runs backwards.
+  // More messages arrive at once than the ring holds: the ring runs backwards.
   std::optional<ServerConnection> client = ServerConnection::Connect(10s);
   ASSERT_TRUE(client);
   for (int i = 0; i < 150; ++i) {

@@ -1,5 +1,5 @@
-// The road of messages: from the driver and from clients into the ring of the file, and what readers see
-// there.
+// Tests the path of messages from the driver and from clients into the ring of the file, and what readers see
+// in it.
 
 #include "tests/system/system_test.h"
 
@@ -84,7 +84,7 @@ TEST_F(MessageRoad, TenThousandMessagesOfTheDriverAreDrainedInOneTickAndStoredIn
   InstallService();
   Driver().Put(Numbered(kCount));
   StartService();
-  // A tick ends with the one call that fails. While messages are left, no tick may have ended.
+  // A tick ends with the one call that fails. No tick may have ended while messages are left.
   ASSERT_TRUE(Eventually(60s, [this] {
     const TamLogDriverCounters counters = Driver().Counters();
     if (counters.queued != 0) {
@@ -110,7 +110,7 @@ TEST_F(MessageRoad, MorePendingThanTheCapacityIsWrittenNewestFirstFromSlotZero) 
   const LogFileHeader before = Header();
 
   ReaderProcess reader("hold",
-                       ScratchFile("held"));  // keeps the flush from writing the messages piece by piece
+                       ScratchFile("held"));  // keeps the flush from writing the messages in parts
   ASSERT_EQ(reader.NextLine(), "holding");
   Driver().Put(Numbered(200));
   ASSERT_TRUE(Eventually(10s, [this] { return Driver().Counters().queued == 0; }));
@@ -123,7 +123,8 @@ TEST_F(MessageRoad, MorePendingThanTheCapacityIsWrittenNewestFirstFromSlotZero) 
   EXPECT_EQ(image.header.nextSlot, 0);
   EXPECT_EQ(image.header.rewriteCount, before.rewriteCount + 1);
   EXPECT_EQ(image.header.nextSequence, before.nextSequence);
-  // Against the ring's order, and kept so: slot 0 has the newest, and none got a sequence number.
+  // The order contradicts the ring's order and stays so: slot 0 has the newest message, and none got a
+  // sequence number.
   EXPECT_STREQ(image.slots[0].body.text, "the newest");
   for (std::size_t i = 1; i < 50; ++i) {
     EXPECT_EQ(std::string(image.slots[i].body.text), std::to_string(200 - i));

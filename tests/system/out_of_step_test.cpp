@@ -1,6 +1,6 @@
-// A client that opens the reply pipe alone and goes puts the server and all clients after it out of step: the
-// pair that each of them gets belongs to two. The library's clients get in all the same, and with them back
-// in step everybody else.
+// A client that opens the reply pipe alone and leaves puts the server and all later clients out of step: each
+// of them gets a pair that it shares with another. The library's clients connect all the same, and their
+// connection brings all others back into step.
 
 #include "client/live/log_client.h"
 #include "client/live/pipe_connection.h"

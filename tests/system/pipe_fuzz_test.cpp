@@ -1,10 +1,10 @@
-// Whatever comes over the pipes, the service lives and serves others: random lengths, codes, pauses and
-// half-open connections against the running service, while a well-behaved client submits and looks for what
-// it submitted. Left out is what ends the server or sends its file elsewhere on purpose (docs/reliability.md
-// lists it): texts too long for their reply, and other paths than the one in use.
+// Fuzzes the pipes of the running service with random lengths, codes, pauses and half-open connections: the
+// service must survive and serve others, while a well-behaved client submits messages and looks for them in
+// the log. Requests that end the server or redirect its file on purpose (listed in docs/reliability.md) are
+// left out: texts too long for their reply, and paths other than the one in use.
 //
-// TAMLOG_FUZZ_SECONDS sets the length (a few seconds by default, so that the ordinary round stays short),
-// TAMLOG_FUZZ_SEED the beginning of the random numbers.
+// TAMLOG_FUZZ_SECONDS sets the length in seconds (few by default, to keep the ordinary round short),
+// TAMLOG_FUZZ_SEED the seed of the random numbers.
 
 #include <algorithm>
 #include <cstdint>
@@ -27,7 +27,7 @@ using Clock = std::chrono::steady_clock;
 constexpr int kFuzzThreads = 3;
 constexpr std::size_t kLongest = 2300;  // more than two records
 constexpr std::size_t kHandleMargin = 6;
-// Where a filter of the greatest length that fits its reply ends, in a record.
+// The end, in a record, of the longest filter that fits its reply.
 constexpr std::size_t kFilterEnd = offsetof(PipeRequest, filter) + kFilterTextSize - 1;
 
 int FromEnvironment(const char* name, int otherwise) {
@@ -42,7 +42,7 @@ struct Account {
   std::atomic<std::uint64_t> replies{0};
 };
 
-// One client without manners.
+// A client that ignores the rules of the protocol.
 class Fuzzer {
  public:
   Fuzzer(std::uint32_t seed, Account& sharedAccount) : random(seed), account(sharedAccount) {}
@@ -68,13 +68,14 @@ class Fuzzer {
   bool Connected(TestSupport::PipeClient& client) {
     if (!client.OpenRequestPipe(500)) return false;
     if (Below(4) == 0) Pause(10);
-    // One that is given up here has shut out all others until somebody opens the reply pipe.
+    // A half-open pair that is abandoned here blocks all other clients until one of them opens the reply
+    // pipe.
     if (!client.OpenReplyPipe(500)) return FreeListener();
     ++account.connections;
     return true;
   }
 
-  // The way out that the protocol describes.
+  // Frees the listener in the way that the protocol describes.
   bool FreeListener() {
     TestSupport::PipeClient other;
     other.OpenReplyPipe(100);
@@ -96,7 +97,7 @@ class Fuzzer {
     Pause(20);
   }
 
-  // Requests one behind the other, with or without waiting for their replies.
+  // Sends requests in sequence, with or without waiting for their replies.
   void Talk(TestSupport::PipeClient& client) {
     for (std::uint32_t left = Below(20); left > 0; --left) {
       if (!Send(client)) return;
@@ -105,7 +106,7 @@ class Fuzzer {
     }
   }
 
-  // More than fits, and no reply is read.
+  // Sends more requests than the pipe holds and reads no reply.
   void Burst(TestSupport::PipeClient& client) {
     for (std::uint32_t left = Below(12); left > 0; --left) {
       if (!Send(client)) return;
@@ -121,7 +122,7 @@ class Fuzzer {
 
   std::uint32_t Code() {
     constexpr std::uint32_t kHarmless[] = {2, 3, 4, 5, 7, 9, 10, 11, 12, 14};
-    // Few restarts: each ends every connection and takes more than a second.
+    // Restarts are rare: each ends every connection and takes more than a second.
     const std::uint32_t choice = Below(1000);
     if (choice == 0) return static_cast<std::uint32_t>(RequestCode::ClearLog);
     if (choice == 1) return static_cast<std::uint32_t>(RequestCode::SetSettings);
@@ -146,8 +147,8 @@ class Fuzzer {
     }
   }
 
-  // A record, or part of one, or more than one: what is too long is served as a request of its own from byte
-  // 1,028 on, so it begins with a code there.
+  // Returns a record, a part of one, or more than one. The server handles bytes from 1,028 on as a request of
+  // its own, so a code stands there.
   std::string Bytes() {
     std::string bytes(Length(), '\0');
     for (char& byte : bytes) byte = static_cast<char>(random());
@@ -160,8 +161,8 @@ class Fuzzer {
     return bytes;
   }
 
-  // Any number is taken; the rates only decide how much of the processor the rest of the test gets, and the
-  // capacity how much of the disk.
+  // The server accepts any number; the rates only decide how much processor time is left for the rest of the
+  // test, and the capacity how much disk space.
   void KeepSettingsModest(std::string& bytes, std::size_t record) {
     const SettingsBody settings = {.maxMessage = Below(3) == 0 ? 0 : 1 + Below(500),
                                    .devicePollRate = 20 + Below(2000),
@@ -183,8 +184,8 @@ class Fuzzer {
 
 class PipeFuzz : public SystemTest {
  protected:
-  // A client that keeps to the protocol, whatever the others do: it gets its answer, though it may have to
-  // connect again and again.
+  // Pings as a client that keeps to the protocol: it gets its answer whatever the others do, possibly after
+  // several connections.
   bool IsServed() {
     const auto end = Clock::now() + 30s;
     do {
@@ -197,21 +198,21 @@ class PipeFuzz : public SystemTest {
     const PipeRequest ping = RequestOf(RequestCode::Ping);
     TestSupport::PipeClient client;
     if (!client.Connect(2000)) {
-      TestSupport::PipeClient other;  // somebody has left the listener half-way
+      TestSupport::PipeClient other;  // another client has left the listener half-open
       other.OpenReplyPipe(100);
       ++freed;
       return false;
     }
     std::optional<PipeReply> reply = client.Call(ping, 2000);
     if (!reply && client.OpenRequestPipe(2000)) {
-      ++backInStep;  // with the reply pipe that is there
+      ++backInStep;  // with the existing reply pipe
       reply = client.Call(ping, 2000);
     }
     return reply && static_cast<ReplyCode>(reply->code) == ReplyCode::Alive;
   }
 
-  // What has to be the same before and after: no filters, the same settings, a server just started. A restart
-  // that was asked for before may swallow this one; the settings are in it then.
+  // Establishes the state that has to be the same before and after: no filters, the same settings, a server
+  // just started. A restart requested before may swallow this one; it applies the settings then.
   void Settle() {
     EXPECT_TRUE(IsServed());
     AskForCode(RequestOf(RequestCode::ClearFilters));
@@ -258,7 +259,7 @@ TEST_F(PipeFuzz, TheServiceLivesAndServesOthersWhateverComesOverThePipes) {
   const ProcessCounts after = CountsBackTo(ServiceProcess(), before, kHandleMargin, 30s);
   EXPECT_LE(after.handles, before.handles + kHandleMargin);
   EXPECT_LE(after.threads, before.threads);
-  // Later than any time that the others may have sent: with those the log may be full.
+  // Later than any time that the others may have sent: the log may be full of their messages.
   LogMessageBody last = Message("last", 0);
   std::fill(std::begin(last.timestamp), std::end(last.timestamp), std::numeric_limits<std::int16_t>::max());
   SubmitOverPipe(last);

@@ -13,7 +13,7 @@
 
 #include "util/win32.h"
 
-// Needs windows.h before it.
+// Requires windows.h.
 #include <tlhelp32.h>
 
 namespace {
@@ -22,7 +22,8 @@ constexpr auto kPollInterval = std::chrono::milliseconds(10);
 constexpr auto kSharingLimit = std::chrono::seconds(5);
 constexpr auto kEndLimit = std::chrono::seconds(60);
 
-// Of winternl.h's family, which does not declare it: one row for each handle of each process.
+// A row of the system's handle table, one for each handle of each process. The winternl.h family does not
+// declare it.
 struct SystemHandle {
   ULONG ownerId;
   BYTE objectType;
@@ -39,8 +40,8 @@ struct PipePair {
   OwnedHandle write;
 };
 
-// Empty when there is no such file. Somebody who has it for himself, as the server when it looks whether its
-// file is free, is waited for.
+// Returns an empty handle when the file does not exist. Waits while another process has exclusive access, as
+// the server does when it checks whether its file is free.
 OwnedHandle OpenForReading(const std::string& path) {
   const auto deadline = std::chrono::steady_clock::now() + kSharingLimit;
   for (;;) {
@@ -57,7 +58,7 @@ OwnedHandle OpenForReading(const std::string& path) {
   }
 }
 
-// A pipe of which the child inherits one end.
+// Creates a pipe of which the child inherits one end.
 PipePair MakePipe(bool childReads) {
   SECURITY_ATTRIBUTES inherit{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
   HANDLE read = nullptr;
@@ -107,7 +108,7 @@ std::string OwnDirectory() {
 
 std::string ServiceDirectory() {
   std::array<char, MAX_PATH> name{};
-  // Services run in the system directory; under Wine one level higher.
+  // Services run in the system directory; under Wine, in its parent directory.
   const UINT length = IsWine() ? GetWindowsDirectoryA(name.data(), static_cast<UINT>(name.size()))
                                : GetSystemDirectoryA(name.data(), static_cast<UINT>(name.size()));
   if (length == 0 || length >= name.size()) ThrowLastError("asking for the services' directory");
@@ -193,7 +194,7 @@ void ProcessById::Kill() {
 }
 
 std::size_t ProcessById::HandleCount() const {
-  // GetProcessHandleCount answers 0 under Wine; the list of all handles is real on both.
+  // GetProcessHandleCount returns 0 under Wine; the list of all handles is correct on both.
   const HMODULE ntdll = GetModuleHandleA("ntdll.dll");
   // NOLINTNEXTLINE(bugprone-casting-through-void): the way from a FARPROC to the function's real type
   const auto query = reinterpret_cast<QuerySystemInformation>(

@@ -1,8 +1,8 @@
 #pragma once
 
-// What the system tests need of the platform: owned handles, bounded waiting, scratch directories, child
-// processes with pipes, and a few questions about other processes. Failures of the system throw
-// std::runtime_error, which gtest reports as the failure of the test.
+// Platform helpers of the system tests: owned handles, bounded waiting, scratch directories, child processes
+// with pipes, and a few queries about other processes. Failures of the system throw std::runtime_error, which
+// gtest reports as the failure of the test.
 
 #include <chrono>
 #include <cstdint>
@@ -16,33 +16,34 @@ struct HandleCloser {
 };
 using OwnedHandle = std::unique_ptr<void, HandleCloser>;
 
-// Takes over a handle; null and the invalid-handle value both become empty.
+// Takes ownership of a handle; null and the invalid-handle value both become empty.
 OwnedHandle Own(void* handle);
 
-// Throws with `doing`, the last error's number and where it was seen.
+// Throws std::runtime_error with `doing`, the number of the last error and its location.
 [[noreturn]] void ThrowLastError(const std::string& doing);
 
-// True under Wine, where the service manager and file sharing differ in ways that docs/testing.md lists.
+// Returns true under Wine, where the service manager and file sharing differ in ways that docs/testing.md
+// lists.
 bool IsWine();
 
-// Looks at `condition` every 10 ms until it holds or `limit` is over; its last value.
+// Evaluates `condition` every 10 ms until it holds or `limit` has passed; returns its last value.
 bool Eventually(std::chrono::milliseconds limit, const std::function<bool()>& condition);
 
-// The directory of the running executable, without a backslash at its end.
+// Returns the directory of the running executable, without a trailing backslash.
 std::string OwnDirectory();
 
-// The current directory of services, where the server's diagnostic log lies.
+// Returns the current directory of services, where the server's diagnostic log lies.
 std::string ServiceDirectory();
 
-// The bytes of a file that others may have open, at most `limit` of them; empty when there is none.
+// Returns the bytes of a file that others may have open, at most `limit` of them; empty when the file does
+// not exist.
 std::string ReadWholeFile(const std::string& path, std::size_t limit = SIZE_MAX);
 void WriteWholeFile(const std::string& path, const std::string& bytes);
 bool FileExists(const std::string& path);
 void DeleteFileIfThere(const std::string& path);
 void CopyFileTo(const std::string& from, const std::string& to);
 
-// A directory of its own below the temporary directory, removed with all that lies in it. Its name has a
-// space.
+// A directory of its own below the temporary directory, removed with its contents. Its name contains a space.
 class ScratchDirectory {
  public:
   ScratchDirectory();
@@ -56,18 +57,18 @@ class ScratchDirectory {
   std::string path;
 };
 
-// A process by its id, held open so that the id cannot be given to another one meanwhile.
+// A process by its id, held open so that the id cannot be reused meanwhile.
 class ProcessById {
  public:
-  // Empty handle when there is no such process any more.
+  // Holds an empty handle when the process no longer exists.
   explicit ProcessById(std::uint32_t processId);
   bool Alive() const;
-  // Whether its executable has this name; process ids are used again.
+  // Returns whether its executable has this name; process ids are reused.
   bool Runs(const std::string& executableName) const;
-  // The exit code once it has ended within `limit`.
+  // Returns the exit code if the process ends within `limit`.
   std::optional<std::uint32_t> WaitForEnd(std::chrono::milliseconds limit) const;
   void Kill();
-  // Kernel handles that the process has open.
+  // Returns the number of kernel handles that the process has open.
   std::size_t HandleCount() const;
   std::size_t ThreadCount() const;
 
@@ -76,8 +77,8 @@ class ProcessById {
   OwnedHandle process;
 };
 
-// A child with its standard input and output on pipes; killed when the object goes while it still runs.
-// One thread at a time.
+// A child process with its standard input and output on pipes; the destructor kills it if it still runs. Use
+// from one thread at a time.
 class ChildProcess {
  public:
   explicit ChildProcess(const std::string& commandLine);
@@ -85,19 +86,19 @@ class ChildProcess {
   ChildProcess(ChildProcess&&) = default;
   ChildProcess& operator=(ChildProcess&&) = delete;
 
-  // The next line of its output without the line end; nothing when it does not come in time or the output
-  // ended.
+  // Returns the next line of its output without the line end; nothing when it does not come in time or the
+  // output has ended.
   std::optional<std::string> ReadLine(std::chrono::milliseconds limit);
   void WriteLine(const std::string& line);
   void CloseInput();
-  // Its exit code once it has ended.
+  // Returns its exit code once it has ended.
   std::optional<std::uint32_t> WaitForEnd(std::chrono::milliseconds limit);
-  // Waits for its end and gives all output that was not read yet, with LF line ends.
+  // Waits for its end and returns all output that was not read yet, with LF line ends.
   std::string FinishOutput(std::chrono::milliseconds limit);
   void Kill();
 
  private:
-  bool ReadMore();  // what is there now, without waiting; false: nothing was
+  bool ReadMore();  // reads the available output without waiting; false: there was none
 
   OwnedHandle process;
   OwnedHandle input;
@@ -110,10 +111,10 @@ struct CommandReport {
   std::optional<std::uint32_t> exitCode;
 };
 
-// Waits a minute at most for a program's end; it has no exit code then.
+// Waits at most a minute for a program's end; after that the report has no exit code.
 CommandReport ReportAtEnd(ChildProcess& program);
 // Runs a program of OwnDirectory, with `line` as its standard input.
 CommandReport RunOwnProgram(const std::string& name, const std::string& arguments,
                             const std::string& line = {});
-// tamlogctl.exe.
+// Runs tamlogctl.exe.
 CommandReport RunTool(const std::string& arguments, const std::string& line = {});

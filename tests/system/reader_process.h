@@ -1,6 +1,6 @@
 #pragma once
 
-// A reader of the shared log in a process of its own (system_reader.exe), as the tests handle it.
+// Controls a reader of the shared log in a process of its own (system_reader.exe).
 
 #include <chrono>
 #include <string>
@@ -11,20 +11,20 @@
 
 class ReaderProcess {
  public:
-  // `mode` as system_reader.cpp lists them; `resultFile` only for the modes that have one.
+  // `mode` is one that system_reader.cpp lists; only modes with a file use `resultFile`.
   explicit ReaderProcess(const std::string& mode, const std::string& resultFile = {});
 
-  // The next line that it prints; "" when none comes.
+  // Returns the next line that it prints; "" when none comes.
   std::string NextLine(std::chrono::milliseconds limit = std::chrono::seconds(20));
-  // The line it waits for.
+  // Sends the line it waits for.
   void Tell() { child.WriteLine("go on"); }
   void Kill() { child.Kill(); }
   bool HasEnded(std::chrono::milliseconds limit) { return child.WaitForEnd(limit).has_value(); }
 
-  // Of "hold" and "snapshot": the header and the messages, newest first.
+  // Result of "hold" and "snapshot": the header and the messages, newest first.
   LogFileHeader ResultHeader() const;
   std::vector<LogMessage> ResultMessages() const;
-  // Of "follow": the messages in the order in which it met them.
+  // Result of "follow": the messages in the order in which the reader met them.
   std::vector<LogMessage> FollowedMessages() const;
 
  private:

@@ -1,5 +1,5 @@
-// Reader processes beside the writer: many at once, one that dies inside read access, one that keeps the file
-// mapped.
+// Tests of reader processes while the server writes: many at once, one that dies inside read access, one that
+// keeps the file mapped.
 
 #include "tests/system/system_test.h"
 
@@ -9,7 +9,7 @@ using namespace std::chrono_literals;
 
 class Readers : public SystemTest {
  protected:
-  // A reader that has entered and then ended without leaving: readCount stays 1 and write-wait stays reset.
+  // Starts a reader that enters and then ends without leaving: readCount stays 1 and write-wait stays reset.
   void LetAReaderDieInside() {
     ReaderProcess reader("die");
     ASSERT_EQ(reader.NextLine(), "holding");
@@ -17,15 +17,15 @@ class Readers : public SystemTest {
     ASSERT_TRUE(reader.HasEnded(10s));
     ASSERT_EQ(Header().readCount, 1);
   }
-  // The same, but ended from outside in the middle of its reading.
+  // Does the same with a reader that is killed while it reads.
   void KillAReaderInside() {
     ReaderProcess reader("hold", ScratchFile("killed"));
     ASSERT_EQ(reader.NextLine(), "holding");
     reader.Kill();
     ASSERT_EQ(Header().readCount, 1);
   }
-  // Both ways in are open although nothing reaches the file: requests are answered at once, the driver is
-  // drained.
+  // Expects that the server accepts messages on both ways although nothing reaches the file: it answers
+  // requests at once and drains the driver.
   void ExpectIntakeGoesOn(int atMs) {
     for (int i = 0; i < 20; ++i) {
       const auto begin = std::chrono::steady_clock::now();
@@ -102,14 +102,14 @@ TEST_F(Readers, OneThatIsKilledInsideIsPassedOverByTheStopWhichLosesOnlyWhatWasP
   ExpectTexts({"flushed"});
   KillAReaderInside();
   ExpectIntakeGoesOn(1);
-  std::this_thread::sleep_for(1s);  // a flush waits by now
+  std::this_thread::sleep_for(1s);  // a flush is waiting by now
 
   const StopReport stop = StopService();
-  EXPECT_GT(stop.duration, 12s);  // the flush that waits takes the whole of the stop's 15 s
+  EXPECT_GT(stop.duration, 12s);  // the waiting flush uses up the whole 15 s of the stop
   EXPECT_LT(stop.duration, 22s);
   const std::string diagnostics = TakeDiagnostics();
   std::vector<std::string> entries = DiagnosticTexts(diagnostics);
-  // The flush that was given up wakes when the file is closed under it; it may live long enough to say so.
+  // The abandoned flush wakes when the file is closed while it waits; it may live long enough to report that.
   std::erase(entries,
              "Exception thrown in timer callback : Failed to grab write access, some handles or pointers are "
              "invalid");

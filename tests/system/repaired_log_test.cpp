@@ -1,5 +1,5 @@
-// A log that a real server wrote, damaged, repaired by tamlogctl and put in the server's place: the next
-// start keeps every message that was saved, byte for byte.
+// The test damages a log that a real server wrote, repairs it with tamlogctl and puts it in the server's
+// place: the next start keeps every saved message, byte for byte.
 
 #include <algorithm>
 #include <cstddef>
@@ -46,8 +46,8 @@ void Lose(Bodies& newestFirst, int firstText, int lastText) {
 struct Case {
   const char* name;
   std::function<void(std::string&)> damage;
-  std::function<void(Bodies&)> expected;  // from what was there to what is there after the repair
-  const char* told;                       // by repair
+  std::function<void(Bodies&)> expected;  // turns the bodies before the repair into those after it
+  const char* told;                       // the report of the repair
 };
 
 void Nothing(Bodies& /*newestFirst*/) {}
@@ -56,10 +56,10 @@ void Nothing(Bodies& /*newestFirst*/) {}
 
 class RepairedLog : public SystemTest {
  protected:
-  // The log of a server that has stopped.
+  // Creates the log of a server that has stopped.
   void MakeLog() {
     RunService({.maxMessage = kCapacity});
-    constexpr int kAtOnce = 8;  // a burst of the capacity would lay the ring down in reverse
+    constexpr int kAtOnce = 8;  // a burst of the full capacity would reverse the ring
     for (int i = 0; i < kMessages; i += kAtOnce) {
       for (int j = i; j < i + kAtOnce; ++j) SubmitOverPipe(Message(std::to_string(j), 1000 * j));
       WaitForSequence(static_cast<std::uint64_t>(i) + kAtOnce);
@@ -90,7 +90,7 @@ class RepairedLog : public SystemTest {
     }
   }
 
-  // Puts what `repair` makes of these bytes in the place of the log, and gives what it told.
+  // Repairs these bytes, puts the result in the place of the log, and returns the report of the repair.
   std::string Repair(const std::string& damaged, const std::string& options = "") {
     const std::string from = ScratchFile("damaged.dat");
     const std::string to = ScratchFile("repaired.dat");
@@ -205,7 +205,7 @@ TEST_F(RepairedLog, GoesOnWhereTheDamagedOneEnded) {
   Bodies expected = soundBodies;
   Lose(expected, 10, 10);
   StartAndExpect(expected);
-  // One more has room, the next takes the place of the oldest.
+  // The ring has room for one more; the message after it takes the place of the oldest.
   Bodies grown = {Message("25", 25000), Message("24", 24000)};
   SubmitOverPipe(grown[1]);
   SubmitOverPipe(grown[0]);
@@ -218,13 +218,13 @@ TEST_F(RepairedLog, GoesOnWhereTheDamagedOneEnded) {
   ExpectBodies(BodiesOfFile(), expected);
 }
 
-// What a burst of the capacity leaves: the server's own next start would empty it.
+// A burst of the full capacity leaves a reversed ring, which the server's own next start would empty.
 TEST_F(RepairedLog, IsKeptThoughTheServerLeftItInReverse) {
   RunService({.maxMessage = kCapacity});
   Bodies burst;
   std::string newest;
   bool isReversed = false;
-  // A flush between the messages of a burst parts it: then the ring is in the usual order.
+  // A flush between the messages of a burst splits it: then the ring is in the usual order.
   for (int attempt = 0; attempt < 20 && !isReversed; ++attempt) {
     burst.clear();
     for (int i = attempt * kMessages; i < (attempt + 1) * kMessages; ++i) {
@@ -249,7 +249,7 @@ TEST_F(RepairedLog, IsKeptThoughTheServerLeftItInReverse) {
   StartAndExpect(expected);
 }
 
-// The capacity of the settings decides, not that of the file.
+// The capacity in the settings decides, not that of the file.
 TEST_F(RepairedLog, OfAnotherCapacityIsEmptiedUnlessItIsRepairedForTheServersOwn) {
   MakeLog();
   std::string damaged = sound;
@@ -265,7 +265,7 @@ TEST_F(RepairedLog, OfAnotherCapacityIsEmptiedUnlessItIsRepairedForTheServersOwn
   EXPECT_NE(told.find("the oldest 11, for which a capacity of 8 has no room"), std::string::npos) << told;
   StartAndExpect(Bodies(expected.begin(), expected.begin() + 8));
   StopService();
-  // The server lays what it takes over down newest first, and then does not accept its own order.
+  // The server writes the messages that it loads newest first, and then rejects its own order.
   for (const std::uint32_t other : {12U, 40U}) {
     SetCapacity(other);
     Repair(damaged);

@@ -1,4 +1,4 @@
-// The restarts that requests cause, and what comes of changed settings: capacity, path, an emptied log.
+// Tests of the restarts that requests cause, and of changed settings: capacity, path, an emptied log.
 
 #include "tests/system/system_test.h"
 
@@ -13,7 +13,7 @@ class Restart : public SystemTest {
     return {.maxMessage = maxMessage, .devicePollRate = 100, .typeFilter = 0xF, .saveRate = 300};
   }
   void SetLogFile(const std::string& path) { EXPECT_EQ(AskForCode(PathRequest(path)), ReplyCode::Done); }
-  // A file of the server's own making with `count` messages, all of the same time or one millisecond apart.
+  // Has the server write a file with `count` messages, all of the same time or one millisecond apart.
   void FillRing(int count, bool sameTime) {
     for (int i = 0; i < count; ++i) SubmitOverPipe(Message(std::to_string(i), sameTime ? 0 : i));
     std::vector<std::string> expected;
@@ -48,7 +48,7 @@ TEST_F(Restart, ABurstOfSettingsCausesExactlyOneAndALaterRequestAnother) {
     ASSERT_TRUE(client);
     for (std::uint32_t i = 0; i < 5; ++i) {
       EXPECT_EQ(client->AskForCode(SettingsRequest(SmallSettings(60 + i))), ReplyCode::Done);
-      // Answered also while a restart is pending.
+      // The server answers also while a restart is pending.
       EXPECT_EQ(client->AskForCode(RequestOf(RequestCode::Ping)), ReplyCode::Alive);
     }
   }
@@ -63,7 +63,7 @@ TEST_F(Restart, ABurstOfSettingsCausesExactlyOneAndALaterRequestAnother) {
   SetSettings(SmallSettings(70));
   WaitForStarts(3);
   EXPECT_EQ(SlotsOfFile().slots.size(), 70U);
-  EXPECT_EQ(ServiceControl::State(), ServiceState::Running);  // the manager hears nothing of restarts
+  EXPECT_EQ(ServiceControl::State(), ServiceState::Running);  // the manager does not notice restarts
   EXPECT_TRUE(before.Alive());
 }
 
@@ -97,8 +97,8 @@ TEST_F(Restart, KeepsTheMessagesAndGoesOnNumbering) {
   EXPECT_EQ(Header().rewriteCount, before.rewriteCount);
 }
 
-// The compaction lays the messages down newest first, against the ring's order. The check after the resize
-// then finds the times rising and gives the file up, unless they are all equal or there is one message.
+// The compaction writes the messages newest first, against the ring's order. The check after the resize then
+// finds the times rising and rejects the file, unless they are all equal or there is one message.
 TEST_F(Restart, ALargerCapacityEmptiesAFileOfMessagesOfDifferentTimes) {
   RunService({.maxMessage = 20});
   FillRing(5, false);
@@ -119,7 +119,7 @@ TEST_F(Restart, ALargerCapacityKeepsMessagesOfOneTime) {
   RunService({.maxMessage = 6});
   FillRing(5, true);
   ChangeCapacity(12);
-  // Newest in slot 0: read along the ring they come out the other way round.
+  // The newest is in slot 0: reading along the ring returns the reverse order.
   EXPECT_EQ(TextsOfFile(), (std::vector<std::string>{"0", "1", "2", "3", "4"}));
   EXPECT_EQ(Header().nextSlot, 5);
 }
@@ -145,7 +145,7 @@ TEST_F(Restart, ANewPathIsAnsweredAtOnceAndTheFileMovesAtTheStop) {
   EXPECT_FALSE(FileExists(newPath));
   EXPECT_EQ(ServerRegistry::Text("LogFile"), oldPath);
 
-  // A reader that has only the file mapped holds up neither the stop, which waits at the new path, nor the
+  // A reader that only has the file mapped delays neither the stop, which waits at the new path, nor the
   // move.
   ReaderProcess reader("attach");
   ASSERT_EQ(reader.NextLine(), "attached");
@@ -189,7 +189,8 @@ TEST_F(Restart, AMoveThatFailsLeavesTheOldFileAndTheNextStartMakesANewOne) {
   EXPECT_EQ(TextsOfFile(), (std::vector<std::string>{"1", "0"}));
   logFile = taken;
   StartService();
-  EXPECT_EQ(TextsOfFile(), std::vector<std::string>{"was there before"});  // a sound file is taken as it is
+  EXPECT_EQ(TextsOfFile(),
+            std::vector<std::string>{"was there before"});  // the server keeps a sound file unchanged
 }
 
 TEST_F(Restart, ClearingTheLogEmptiesTheFileKeepsNumberingAndIsFollowedByARestart) {
@@ -216,7 +217,7 @@ TEST_F(Restart, AStopWhileOneIsPendingStopsTheServiceForGood) {
   RunService();
   SetSettings(SmallSettings());
   StopService();
-  std::this_thread::sleep_for(1500ms);  // when the restart thread would have woken
+  std::this_thread::sleep_for(1500ms);  // the restart thread would have woken by now
   EXPECT_EQ(Starts(), 1U);
   EXPECT_EQ(ServiceControl::State(), ServiceState::Stopped);
   EXPECT_EQ(Header().serverRunning, 0);

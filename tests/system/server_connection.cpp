@@ -4,7 +4,7 @@
 
 namespace {
 
-// Between its request pipe and its reply pipe the server makes the other instance at once, unless it is going
+// Opening one pipe of the pair makes the server create the other instance at once, unless it is shutting
 // down.
 constexpr std::chrono::milliseconds kSecondPipeLimit{200};
 
@@ -21,8 +21,8 @@ std::optional<ServerConnection> ServerConnection::Connect(std::chrono::milliseco
     const auto left =
         std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
     if (!connection.client->OpenRequestPipe(Milliseconds(left))) return std::nullopt;
-    // A request pipe whose reply pipe does not come is of a server that has gone: a reply pipe of the next
-    // one would belong to somebody else's pair.
+    // A request pipe without a reply pipe belongs to a server that has ended: a reply pipe of the next server
+    // would belong to another client's pair.
     if (connection.client->OpenReplyPipe(Milliseconds(kSecondPipeLimit))) return connection;
     connection.client->Disconnect();
   }

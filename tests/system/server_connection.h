@@ -1,7 +1,7 @@
 #pragma once
 
-// A client of the pipes that connects, asks and gives up like a program that lives with restarts of the
-// server. One thread at a time per connection.
+// A client of the pipes that connects, sends requests and gives up like a program that survives restarts of
+// the server. Use each connection from one thread at a time.
 
 #include <chrono>
 #include <cstdint>
@@ -22,22 +22,22 @@ using TestSupport::SubmitRequest;
 
 class ServerConnection {
  public:
-  // Opens both pipes, again and again while the server has no free instance or is not there; nothing after
+  // Opens both pipes; retries while the server has no free instance or does not exist. Returns nothing after
   // `limit`.
   static std::optional<ServerConnection> Connect(std::chrono::milliseconds limit);
 
   ServerConnection();
-  // One attempt each; 0 or the system's error code (2 no server, 231 no free instance).
+  // Makes one attempt; returns 0 or the system's error code (2 no server, 231 no free instance).
   std::uint32_t OpenRequestPipe();
   std::uint32_t OpenReplyPipe();
 
-  // Writes a request and reads its reply. Nothing when the server has gone or the reply does not come in
-  // time; the connection is of no use then.
+  // Writes a request and reads its reply. Returns nothing when the server has ended or the reply does not
+  // come in time; the connection is unusable then.
   std::optional<PipeReply> Ask(const PipeRequest& request,
                                std::chrono::milliseconds limit = std::chrono::seconds(15));
-  // The code of the reply; nothing as above.
+  // Returns the code of the reply; nothing in the cases above.
   std::optional<ReplyCode> AskForCode(const PipeRequest& request);
-  // Whether the server ends this connection in time.
+  // Returns whether the server ends this connection in time.
   bool WaitForDisconnection(std::chrono::milliseconds limit);
 
  private:

@@ -32,7 +32,7 @@ Key Create(const char* path) {
   return Key(key);
 }
 
-// Null when there is none.
+// Returns null when the key does not exist.
 Key Open(const char* path) {
   HKEY key = nullptr;
   const LSTATUS result = RegOpenKeyExA(HKEY_LOCAL_MACHINE, path, 0, KEY_READ, &key);

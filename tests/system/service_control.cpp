@@ -14,7 +14,7 @@ struct ServiceCloser {
 };
 using ServiceHandle = std::unique_ptr<std::remove_pointer_t<SC_HANDLE>, ServiceCloser>;
 
-// Null when the service is not registered.
+// Returns null when the service is not registered.
 ServiceHandle OpenLogServer() {
   const ServiceHandle manager(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
   if (!manager) ThrowLastError("OpenSCManager");

@@ -1,8 +1,8 @@
 #pragma once
 
-// The service manager as the tests use it: what is registered as the log server, and starting, stopping,
-// removing. Codes are the system's error codes, 0 for success. Throws std::runtime_error when the manager
-// itself fails.
+// The service manager's functions that the tests use: queries of the registered log server, and starting,
+// stopping and removing it. Codes are the system's error codes, 0 for success. Throws std::runtime_error when
+// the manager itself fails.
 
 #include <cstdint>
 #include <optional>
@@ -31,7 +31,8 @@ struct ServiceRegistration {
 class ServiceControl {
  public:
   static std::optional<ServiceRegistration> Registration();
-  // The state as the manager believes it: under Wine it does not notice the death of a service's process.
+  // Returns the state that the manager reports: under Wine it does not notice the death of a service's
+  // process.
   static ServiceState State();
   static std::uint32_t ProcessId();  // 0 when it never ran or has stopped
   static std::uint32_t Start();

@@ -1,6 +1,6 @@
 #pragma once
 
-// How many handles and threads a process has once it has come to rest.
+// Counts the handles and threads of a process once it has come to rest.
 
 #include <chrono>
 #include <cstddef>
@@ -19,7 +19,8 @@ struct ProcessCounts {
   }
 };
 
-// The counts that stay the same for half a second; those of the end when they never do within `limit`.
+// Returns the counts once they have stayed the same for half a second; the last counts if that does not
+// happen within `limit`.
 inline ProcessCounts SettledCounts(const ProcessById& process, std::chrono::milliseconds limit) {
   using Clock = std::chrono::steady_clock;
   ProcessCounts last;
@@ -32,8 +33,8 @@ inline ProcessCounts SettledCounts(const ProcessById& process, std::chrono::mill
   return last;
 }
 
-// Waits until the process has come back to `before`, but for handles that the system itself keeps; the counts
-// at the end.
+// Waits until the process has come back to `before`, except for handles that the system itself keeps; returns
+// the final counts.
 inline ProcessCounts CountsBackTo(const ProcessById& process, const ProcessCounts& before,
                                   std::size_t handleMargin, std::chrono::milliseconds limit) {
   ProcessCounts now;

@@ -1,4 +1,4 @@
-// Who may do what with the objects that the running service shares, as the system itself says it.
+// Tests the access rights of the objects that the running service shares, as the system itself reports them.
 
 #include <string>
 
@@ -7,7 +7,7 @@
 #include "tests/system/system_test.h"
 #include "util/win32.h"
 
-// Both come after windows.h.
+// Both require windows.h.
 #include <aclapi.h>
 #include <sddl.h>
 
@@ -15,7 +15,7 @@
 
 namespace {
 
-// The access list of an open object in the system's text form.
+// Returns the access list of an open object in the system's text form.
 std::string AccessListOf(HANDLE object, SE_OBJECT_TYPE type = SE_KERNEL_OBJECT) {
   PSECURITY_DESCRIPTOR descriptor = nullptr;
   const DWORD error = GetSecurityInfo(object, type, DACL_SECURITY_INFORMATION, nullptr, nullptr, nullptr,
@@ -40,7 +40,7 @@ class SharedAccess : public SystemTest {
                         nullptr, OPEN_EXISTING, 0, nullptr));
     return file == nullptr ? "no file" : AccessListOf(file.get(), SE_FILE_OBJECT);
   }
-  // Of a key below that of the machine, which is made when it is missing.
+  // Returns the access list of a key below HKEY_LOCAL_MACHINE, which is created when it is missing.
   static std::string AccessListOfKey(const std::string& path) {
     HKEY key = nullptr;
     if (RegCreateKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, 0, READ_CONTROL, nullptr, &key,
@@ -55,7 +55,7 @@ class SharedAccess : public SystemTest {
 
 }  // namespace
 
-// One entry each, for Everyone, without inheritance, and nobody else.
+// Each list has a single entry, for Everyone, without inheritance.
 TEST_F(SharedAccess, EveryoneMayUseTheThreeEventsAsEventsAndNobodyIsNamedBeside) {
   RunService();
   for (const char* name : {"Global\\TamLogServiceFileHeaderMutex", "Global\\TamLogServiceReadWaitEvent",
@@ -75,7 +75,7 @@ TEST_F(SharedAccess, EveryoneMayReadAndWriteTheMapping) {
 
 TEST_F(SharedAccess, EveryoneMayReadAndWriteThePipesButNotChangeThem) {
   RunService();
-  // The server makes the reply pipe's instance when the request pipe is open, which takes a moment.
+  // The server creates the reply pipe's instance once the request pipe is open, which takes a moment.
   const auto open = [](const char* name, DWORD access) {
     OwnedHandle pipe;
     TestSupport::WaitUntil([&] {
@@ -85,7 +85,7 @@ TEST_F(SharedAccess, EveryoneMayReadAndWriteThePipesButNotChangeThem) {
     });
     return pipe;
   };
-  // In this order: a client of the first alone keeps all others out.
+  // The order matters: a client of the first pipe alone blocks all others.
   const OwnedHandle requests = open("\\\\.\\pipe\\TamLogServerPipe", GENERIC_WRITE);
   const OwnedHandle replies = open("\\\\.\\pipe\\TamLogServerPipeReply", GENERIC_READ);
   ASSERT_NE(requests, nullptr);
@@ -94,7 +94,7 @@ TEST_F(SharedAccess, EveryoneMayReadAndWriteThePipesButNotChangeThem) {
   EXPECT_EQ(AccessListOf(replies.get()), "D:(A;;0x12019f;;;WD)");
 }
 
-// Nothing is granted on these two but what their surroundings grant by themselves.
+// These two objects grant only what they inherit from their surroundings.
 TEST_F(SharedAccess, TheLogFileIsOpenToWhomAnyFileOfItsDirectoryIsOpen) {
   RunService();
   const std::string other = LogFile() + ".other";

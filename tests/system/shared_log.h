@@ -1,7 +1,7 @@
 #pragma once
 
-// The shared log file as a reader in another process sees it: the mapping, the three events whose names stand
-// in the file, and read access as docs/reader_protocol.md describes it. One thread.
+// The shared log file as a reader in another process sees it: the mapping, the three events whose names the
+// file contains, and read access as docs/reader_protocol.md describes it. Use from one thread.
 
 #include <chrono>
 #include <cstddef>
@@ -14,24 +14,24 @@
 
 class SharedLog {
  public:
-  // Null while no running server shares a file.
+  // Returns null while no running server shares a file.
   static std::unique_ptr<SharedLog> TryOpen();
   ~SharedLog();
   SharedLog(const SharedLog&) = delete;
   SharedLog& operator=(const SharedLog&) = delete;
 
-  // Looked at without read access: a reader that sees false has to let the file go, or it keeps the server's
-  // stop waiting.
+  // Reads the flag without read access: a reader that sees false has to release the file, otherwise it blocks
+  // the server's stop.
   bool ServerRunning() const;
 
-  // False when the writer did not let readers in before `limit` was over.
+  // Returns false when the writer did not let readers in within `limit`.
   bool Enter(std::chrono::milliseconds limit);
   void Leave();
 
-  // Under read access only:
+  // The functions below require read access.
   LogFileHeader Header() const;
-  // The messages from the newest to the oldest whose sequence is not below `fromSequence`; stops at the first
-  // below.
+  // Returns the messages from the newest to the oldest whose sequence is not below `fromSequence`; stops at
+  // the first below.
   std::vector<LogMessage> NewestFirst(const LogFileHeader& header, std::uint64_t fromSequence) const;
 
  private:

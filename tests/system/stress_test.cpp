@@ -1,6 +1,6 @@
-// Twenty seconds of everything at once: clients, driver, readers, restarts and clears. At the end every
-// message that the server said it took is stored, was seen by the readers before it was cleared, or fell to a
-// stop or a clear that was under way.
+// Runs clients, driver, readers, restarts and clears at once for twenty seconds. At the end every message
+// that the server reported as accepted is stored, was seen by the readers before it was cleared, or was lost
+// to a stop or a clear that was under way.
 
 #include "tests/system/system_test.h"
 
@@ -17,8 +17,8 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr int kClients = 8;
-// The thread library keeps the records of ended threads for new ones, each with a handle or two, so the
-// number moves.
+// The thread library keeps the records of ended threads for new ones, with one or two handles each, so the
+// number varies.
 constexpr std::size_t kHandleMargin = 4;
 constexpr auto kPhase = 2500ms;
 
@@ -27,7 +27,8 @@ struct Taken {
   Clock::time_point at;
 };
 
-// From where on a message may have been pending when the server stopped or cleared, until it runs again.
+// The time from which a message may have been pending when the server stopped or cleared, until the server
+// runs again.
 struct LossWindow {
   Clock::time_point from;
   Clock::time_point to;
@@ -39,9 +40,9 @@ class Journal {
     const std::lock_guard<std::mutex> guard(lock);
     taken.push_back({text, Clock::now()});
   }
-  // No reply came: the server may have taken it or not.
+  // Records that no reply came: the server may or may not have accepted the message.
   void Unknown() { ++unknown; }
-  // Only when the clients have ended.
+  // May be called only after the clients have ended.
   const std::vector<Taken>& All() const { return taken; }
   int UnknownCount() const { return unknown; }
 
@@ -105,7 +106,7 @@ class Stress : public SystemTest {
   void ClearLog() {
     const std::uint32_t starts = Starts();
     const auto from =
-        Clock::now() - 1s;  // what was taken so shortly before may not have been flushed or seen yet
+        Clock::now() - 1s;  // messages accepted in the last second may not have been flushed or seen yet
     EXPECT_EQ(AskForCode(RequestOf(RequestCode::ClearLog)), ReplyCode::Done);
     FeedDriverFor(800ms);
     WaitForStarts(starts + 1);
@@ -119,7 +120,7 @@ class Stress : public SystemTest {
     });
   }
 
-  // Everything but the entry of a disk timer that ticks while the file is being closed.
+  // Returns all entries except that of a disk timer that ticks while the file is being closed.
   static std::vector<std::string> UnexpectedEntries(const std::string& diagnostics) {
     std::vector<std::string> entries = DiagnosticTexts(diagnostics);
     std::erase_if(entries, [](const std::string& text) {
@@ -129,8 +130,8 @@ class Stress : public SystemTest {
     return entries;
   }
 
-  // Once the connections that just ended and the listener's next instances have come to rest: the number that
-  // stays the same for half a second.
+  // Returns the number of handles once it has not changed for half a second: the connections that just ended
+  // and the listener's next instances have come to rest.
   std::size_t SettledHandleCount() {
     std::size_t last = 0;
     auto since = Clock::now();
@@ -142,8 +143,8 @@ class Stress : public SystemTest {
     return last;
   }
 
-  // The state in which handles are counted, before and after: restarted, and then as many clients at once as
-  // ever.
+  // Establishes the state in which handles are counted, before and after: a restart, followed by the largest
+  // number of simultaneous clients.
   void RestartAndServeManyClients() {
     RestartBySettings();
     for (int round = 0; round < 3; ++round) {
@@ -200,7 +201,7 @@ TEST_F(Stress, NothingThatWasTakenIsLostExceptToAStopOrAClear) {
   }
   stopClients = true;
   for (std::thread& client : clients) client.join();
-  std::this_thread::sleep_for(1500ms);  // the last poll, flush and visit
+  std::this_thread::sleep_for(1500ms);  // covers the last poll, flush and visit
   readerA.Tell();
   readerB.Tell();
   EXPECT_NE(readerA.NextLine().find("followed "), std::string::npos);
@@ -226,8 +227,8 @@ TEST_F(Stress, NothingThatWasTakenIsLostExceptToAStopOrAClear) {
   }
   EXPECT_GT(certain, 500);
   EXPECT_EQ(UnexpectedEntries(TakeDiagnostics()), std::vector<std::string>{});
-  // Five restarts, more than eighty connections and thousands of requests lie between. One handle lost with
-  // each of any of them is beyond the margin.
+  // Five restarts, more than eighty connections and thousands of requests lie between the two counts. A leak
+  // of one handle per restart, connection or request exceeds the margin.
   std::size_t handlesAfter = 0;
   for (int attempt = 0; attempt < 4; ++attempt) {
     RestartAndServeManyClients();

@@ -1,13 +1,14 @@
-// A client of the pipes in a process of its own, to be killed by the system tests at the moment that its mode
-// names. It prints one line when it is there and then waits for a line (or the end) of its standard input.
+// A client of the pipes in a process of its own, which the system tests kill at the moment that its mode
+// names. It prints one line when it has reached that moment and then waits for a line (or the end) of its
+// standard input.
 //
-//   half      has opened the request pipe and not the reply pipe; prints "half"
-//   part N    has written the first N bytes of a request that submits a message; prints "written"
-//   unread N  has handed in N messages and read no reply; prints "sent"
-//   within N  has handed in a message and read the first N bytes of the reply; prints "read"
+//   half      opens the request pipe and not the reply pipe; prints "half"
+//   part N    writes the first N bytes of a request that submits a message; prints "written"
+//   unread N  submits N messages and reads no reply; prints "sent"
+//   within N  submits a message and reads the first N bytes of the reply; prints "read"
 //   asking    prints "asking" and submits messages without pause until it is killed
 //
-// Exit code 0, 1 for a fault that it prints, 2 for a wrong command line.
+// The exit code is 0, 1 for a fault that it prints, 2 for a wrong command line.
 
 #include <algorithm>
 #include <cstdint>

@@ -1,15 +1,17 @@
 // A reader of the shared log in a process of its own, driven by the system tests: it reports on its standard
-// output and waits for a line (or the end) of its standard input where it says so.
+// output and waits for a line (or the end) of its standard input where stated.
 //
 //   count          enters once and prints "count M changes C rewrites R next N readers K"
-//   snapshot FILE  enters once, writes the header and the messages, newest first, to FILE, prints "snapshot
-//   M" hold FILE      the same, prints "holding", stays inside until told, then leaves and prints "released"
-//   attach         only maps the file, prints "attached", lets it go when told and prints "detached"
-//   die            enters, prints "holding", and when told ends without leaving
-//   follow FILE    prints "following", adds every new message to FILE until told, prints "followed N visits
-//   V"
+//   snapshot FILE  enters once, writes the header and the messages, newest first, to FILE,
+//                  prints "snapshot M"
+//   hold FILE      the same, prints "holding", stays inside until the next line, then leaves
+//                  and prints "released"
+//   attach         only maps the file, prints "attached", unmaps it at the next line and prints "detached"
+//   die            enters, prints "holding", and at the next line ends without leaving
+//   follow FILE    prints "following", adds every new message to FILE until the next line,
+//                  prints "followed N visits V"
 //
-// Exit code 0, 1 for a fault that it prints, 2 for a wrong command line.
+// The exit code is 0, 1 for a fault that it prints, 2 for a wrong command line.
 
 #include <algorithm>
 #include <atomic>
@@ -103,8 +105,8 @@ void Die() {
   TerminateProcess(GetCurrentProcess(), 9);
 }
 
-// One visit: the messages that are new since the last one, oldest first, go to the file. False: the server
-// stops.
+// Makes one visit: appends the messages that are new since the last one to the file, oldest first. Returns
+// false when the server stops.
 bool Visit(SharedLog& log, std::uint64_t& nextSequence, std::ofstream& file, std::size_t& total) {
   if (!log.ServerRunning()) return false;
   if (!log.Enter(200ms)) return true;
@@ -133,7 +135,7 @@ void Follow(const std::string& path) {
   std::size_t visits = 0;
   Say("following");
   for (bool last = false; !last;) {
-    last = told;  // one more visit after it was told
+    last = told;  // makes one more visit after the line that ends it
     if (!log) log = SharedLog::TryOpen();
     if (log && !Visit(*log, nextSequence, file, total)) log.reset();
     ++visits;

@@ -25,8 +25,8 @@ std::string DiagnosticLog() {
   return ServiceDirectory() + "\\TamLogServiceLog.txt";
 }
 
-// A message that the server takes and drops: its answer shows that a start under way is complete, because
-// both take the same lock.
+// Returns a message that the server accepts and drops: its answer shows that a start under way is complete,
+// because both take the same lock.
 LogMessageBody DroppedMessage() {
   return WithType(Message("dropped", 0), kMessageTypes);
 }
@@ -108,7 +108,7 @@ void SystemTest::TearDown() {
   DeleteFileIfThere(DiagnosticLog());
 }
 
-// Makes the machine clean, whatever a test, also one that was killed, left behind.
+// Removes all remains of earlier tests from the machine, including those of killed tests.
 void SystemTest::Sweep() {
   if (ServiceControl::State() != ServiceState::Absent) {
     ProcessById left(ServiceControl::ProcessId());
@@ -174,11 +174,12 @@ StopReport SystemTest::StopService() {
   const auto begin = std::chrono::steady_clock::now();
   StopReport report;
   report.answer = ServiceControl::SendStop();
-  // Answered in time; the process was gone before the answer; the handler took longer than the manager waits.
+  // Three answers are valid: in time; the process was gone before the answer; the handler took longer than
+  // the manager waits.
   EXPECT_TRUE(report.answer == 0 || report.answer == ERROR_BROKEN_PIPE ||
               report.answer == ERROR_SERVICE_REQUEST_TIMEOUT)
       << report.answer;
-  // A service that was removed while it ran goes out of the manager's books as it stops.
+  // The manager unregisters a service that was removed while it ran as soon as it stops.
   const bool stopped = Eventually(kStopLimit, [] {
     const ServiceState state = ServiceControl::State();
     return state == ServiceState::Stopped || state == ServiceState::Absent;

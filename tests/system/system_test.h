@@ -1,11 +1,11 @@
 #pragma once
 
-// The fixture of the system tests: the real executable under the real service manager with the real driver
-// double, as a small language. Every test starts from a machine without service, settings, log file and
-// waiting messages, and leaves such a machine; what a test does not expect in the diagnostic log fails it at
-// the end.
+// The fixture of the system tests: runs the real executable under the real service manager with the real
+// driver double, through a small set of operations. Every test starts from a machine without service,
+// settings, log file and waiting messages, and leaves it in that state; unexpected entries in the diagnostic
+// log fail the test at its end.
 //
-// Waiting is bounded everywhere. Operations that cannot go on throw std::runtime_error, which fails the test.
+// Every wait is bounded. Operations that cannot continue throw std::runtime_error, which fails the test.
 
 #include <gtest/gtest.h>
 
@@ -29,7 +29,8 @@
 #include "tests/system/service_control.h"
 #include "tests/system/test_log_file.h"
 
-// What a test writes into the registry before it starts the service. Small and quick, not the defaults.
+// Settings that a test writes into the registry before it starts the service. Small and quick, not the
+// defaults.
 struct ServerSettings {
   std::uint32_t maxMessage = 100;
   std::uint32_t devicePollRate = 100;
@@ -38,23 +39,24 @@ struct ServerSettings {
 };
 
 struct StopReport {
-  std::uint32_t answer = 0;  // of the stop control
+  std::uint32_t answer = 0;  // to the stop control
   std::chrono::milliseconds duration{0};
 };
 
-// A message dated `atMs` milliseconds after noon of a fixed day. Every byte of it has a value of its own.
+// Returns a message dated `atMs` milliseconds after noon of a fixed day. Every byte of it has a value of its
+// own.
 LogMessageBody Message(const std::string& text, int atMs);
 LogMessageBody WithSource(LogMessageBody message, const std::string& source);
 LogMessageBody WithType(LogMessageBody message, std::uint32_t type);
 
-// The texts of the entries in a piece of the diagnostic log, without their time stamps.
+// Returns the texts of the entries in a piece of the diagnostic log, without their time stamps.
 std::vector<std::string> DiagnosticTexts(const std::string& diagnostics);
 
 // Reader and writer can pass each other in the protocol of the events: a reader that has just found the
-// read-wait event signalled enters beside a writer that resets it at that moment. The writer's release then
-// sets the reader count to 0 under that reader, whose own release makes it -1, and write-wait stays reset:
-// the next flush waits for ever. Somebody has to signal write-wait; in tests with busy readers this watch is
-// that somebody.
+// read-wait event signalled enters while a writer resets it at that moment. The writer's release then sets
+// the reader count to 0 although that reader is inside, the reader's own release makes it -1, and write-wait
+// stays reset: the next flush waits forever. Another process has to signal write-wait; in tests with busy
+// readers this watch does so.
 class ProtocolWatch {
  public:
   explicit ProtocolWatch(std::string logFile);
@@ -78,9 +80,9 @@ class SystemTest : public ::testing::Test {
   void SetUp() override;
   void TearDown() override;
 
-  // The machine.
+  // Operations on the machine.
   void Settings(const ServerSettings& settings);
-  void UseCopyOfServer();  // the executable in a directory of its own, where nobody's log file is
+  void UseCopyOfServer();  // the executable in a directory of its own, without a log file
   CommandReport RunServer(const std::string& arguments);  // its input is empty
   const std::string& ServerPath() const { return serverPath; }
   const std::string& LogFile() const { return logFile; }
@@ -89,45 +91,45 @@ class SystemTest : public ::testing::Test {
   void UnloadDriver();
   void LoadDriver();
 
-  // The service.
+  // Operations on the service.
   void InstallService();
   void RemoveService();
-  void StartService();       // until it serves requests
-  StopReport StopService();  // until the manager calls it stopped and its process has ended
+  void StartService();       // waits until it serves requests
+  StopReport StopService();  // waits until the manager reports it stopped and its process has ended
   void KillService();
-  // Takes over a service that the test has started by itself, so that it is stopped properly at the end.
+  // Adopts a service that the test has started by itself, so that it is stopped properly at the end.
   void AdoptService();
   void RunService(const ServerSettings& settings = {});  // settings, install, start
   ProcessById& ServiceProcess() { return *process; }
-  // How often the server has started since the test began, restarts in the same process included: it opens
-  // the device once each time.
+  // Returns how often the server has started since the test began, including restarts in the same process: it
+  // opens the device once per start.
   std::uint32_t Starts();
-  // Until that many starts are complete.
+  // Waits until that many starts are complete.
   void WaitForStarts(std::uint32_t starts);
 
-  // Requests, each over a connection of its own.
+  // Sends requests, each over a connection of its own.
   PipeReply Ask(const PipeRequest& request);
   ReplyCode AskForCode(const PipeRequest& request);
   void SubmitOverPipe(const LogMessageBody& message);
   void PutIntoDriver(std::initializer_list<LogMessageBody> messages);
   SettingsBody CurrentSettings();
 
-  // The file, from outside.
+  // Reads the file from outside.
   TestLogFile SlotsOfFile() const { return TestLogFile::Read(logFile); }
   LogFileHeader Header() const { return SlotsOfFile().header; }
   std::vector<std::string> TextsOfFile() const { return Texts(SlotsOfFile().NewestFirst()); }
-  // Until the file holds exactly these, newest first; fails the test otherwise.
+  // Waits until the file holds exactly these texts, newest first; fails the test otherwise.
   void ExpectTexts(const std::vector<std::string>& newestFirst,
                    std::chrono::milliseconds limit = std::chrono::seconds(10));
   bool WaitForMessageCount(std::int32_t count, std::chrono::milliseconds limit);
 
-  // Shared objects.
+  // Operations on shared objects.
   void SignalWriteWait();
 
-  // What the server has written into its diagnostic log since the last call.
+  // Returns what the server has written into its diagnostic log since the last call.
   std::string TakeDiagnostics();
 
-  std::string logFile;  // where the test expects the log file
+  std::string logFile;  // the path where the test expects the log file
 
  private:
   void Sweep();
