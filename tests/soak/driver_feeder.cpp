@@ -59,8 +59,8 @@ void DriverFeeder::PutBurst() {
   driver.Put(bodies);
 }
 
-// The server takes one message after the other and puts each into its list before it asks for the next: when
-// the driver was asked once more, successfully or not, the last one is in the list.
+// The server takes one message after the other and adds each to its list before it requests the next: once
+// the driver has served another request, successful or not, the last message is in the list.
 void DriverFeeder::Observe() {
   const Moment before = Now();
   const TamLogDriverCounters counters = driver.Counters();

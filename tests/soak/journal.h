@@ -1,6 +1,6 @@
 #pragma once
 
-// What a process of the load leaves behind for the judge: plain records in a file, read back by the process
+// Records that a process of the load leaves for the judge: plain records in a file, read back by the process
 // that started it. Standard library only; throws std::runtime_error.
 
 #include <cstddef>

@@ -8,8 +8,8 @@ namespace Soak {
 
 namespace {
 
-// The flush that is under way at the moment of a copy may have passed a message by: two later ones cannot
-// both have.
+// The flush that is under way at the moment of a copy may already have passed a message's place: of two later
+// flushes at most one can have done so.
 constexpr std::uint64_t kFlushesUntilWritten = 2;
 
 constexpr const char* kNames[kVerdicts] = {"stored",
@@ -47,7 +47,7 @@ Verdict Judge::Of(const Sent& message, bool seen) const {
   return WhyUnseen(message);
 }
 
-// Sure only when no request that changes filters was under way while the message was.
+// The answer is certain only when no request that changes filters was under way during the message's own.
 Judge::Filter Judge::FilterOf(const Sent& message) const {
   const auto later = std::partition_point(
       changes.begin(), changes.end(), [&](const FilterChange& change) { return change.end < message.sent; });
@@ -56,8 +56,8 @@ Judge::Filter Judge::FilterOf(const Sent& message) const {
   return std::prev(later)->after.Keeps(message.id) ? Filter::Keeps : Filter::Drops;
 }
 
-// The first copy of the log that has to hold what was accepted at `accepted`, and the last one that need not;
-// null when the log was closed before there was one.
+// Returns the first copy of the log that has to hold the messages accepted at `accepted`, and the last one
+// that need not; null when the log was closed before there was one.
 const Look* Judge::DueIn(Moment accepted, const Look*& before) const {
   const auto first = std::partition_point(looks.begin(), looks.end(),
                                           [&](const Look& look) { return look.begin <= accepted; });

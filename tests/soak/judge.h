@@ -1,12 +1,12 @@
 #pragma once
 
-// Judges what became of each message of the load: it was stored, or there is a reason why not that the system
-// names. A message without one is lost, which fails the run. Standard library only.
+// Judges the fate of each message of the load: it was stored, or there is a reason against it that the system
+// names. A message with neither is lost, which fails the run. Standard library only.
 //
-// The judge trusts no timing. A witness copies the log again and again; between two copies that the same
-// opening of the file shows, the server's count of changes tells that a flush has begun and ended, and that
-// flush has written whatever was accepted before the first of the two. What is then neither seen nor pushed
-// out by newer messages is lost.
+// The judge relies on no timing. A witness copies the log again and again; between two copies that the same
+// opening of the file shows, the server's count of changes proves that a flush has begun and ended, and that
+// flush has written whatever was accepted before the first of the two. A message that is then neither seen
+// nor displaced by newer messages is lost.
 
 #include <array>
 #include <cstdint>
@@ -18,15 +18,15 @@
 namespace Soak {
 
 enum class Outcome : std::uint8_t {
-  Taken,       // the server said so, or took it from the driver
+  Taken,       // the server reported it as accepted, or took it from the driver
   Refused,     // with an error, before or instead of being carried out
   Unanswered,  // sent, but the connection ended before the answer came
 };
 
 struct Sent {
   MessageId id;
-  Moment sent = 0;      // not taken before
-  Moment answered = 0;  // if taken, then not later
+  Moment sent = 0;      // not accepted before
+  Moment answered = 0;  // if accepted, then not later
   std::uint64_t key = 0;
   Outcome outcome = Outcome::Taken;
 };
@@ -42,7 +42,7 @@ struct Look {
   std::uint64_t oldestKey = 0;
 };
 
-// From when at the earliest to when at the latest messages that were pending were dropped on purpose.
+// The earliest and the latest time at which pending messages were dropped on purpose.
 struct Interruption {
   enum class Kind : std::uint8_t { Restart, Clear };
   Kind kind = Kind::Restart;
@@ -58,14 +58,14 @@ struct FilterChange {
 
 enum class Verdict : std::uint8_t {
   Stored,              // a reader saw it
-  Filtered,            // dropped by filters that stood still
+  Filtered,            // dropped by filters that did not change meanwhile
   Overwritten,         // the ring was full, and every message in it newer
   OverwrittenByBurst,  // the ring was full and had been rewritten, which costs the newest first
   Refused,             // with an error
   PendingAtRestart,    // not written yet when the server stopped, or stored and emptied with the file unseen
   Cleared,             // pending or unseen when the log was cleared
   FiltersChanging,     // not stored; the filters were just changed
-  Unanswered,          // not stored; nobody had said it was taken
+  Unanswered,          // not stored; no answer had reported it as accepted
   Lost,                // none of these: a failure
   StoredThoughFiltered,  // a failure
   StoredThoughRefused,   // a failure
@@ -76,14 +76,14 @@ const char* VerdictName(Verdict verdict);
 constexpr bool IsFailure(Verdict verdict) {
   return verdict >= Verdict::Lost;
 }
-// What the design leaves open: nobody can tell whether these had to be stored.
+// Cases that the design leaves open: nobody can determine whether these messages had to be stored.
 constexpr bool IsUncertain(Verdict verdict) {
   return verdict >= Verdict::PendingAtRestart && verdict <= Verdict::Unanswered;
 }
 
 class Judge {
  public:
-  // Each list in the order of time. The filters let everything pass before the first change.
+  // Each list is in the order of time. The filters let everything pass before the first change.
   Judge(std::vector<Look> allLooks, std::vector<Interruption> allInterruptions,
         std::vector<FilterChange> allChanges);
 
@@ -113,7 +113,7 @@ struct Account {
   std::uint64_t Of(Verdict verdict) const { return count[static_cast<std::size_t>(verdict)]; }
   std::uint64_t Failures() const;
   std::uint64_t Uncertain() const;
-  // "100 sent = 60 stored + 20 filtered + ...", failures only when there are some.
+  // Returns "100 sent = 60 stored + 20 filtered + ..."; lists failures only when there are any.
   std::string Text() const;
 };
 

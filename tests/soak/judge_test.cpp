@@ -1,4 +1,4 @@
-// Each verdict, and above all the ones that fail a run.
+// Tests each verdict, in particular those that fail a run.
 
 #include "tests/soak/judge.h"
 
@@ -19,7 +19,7 @@ Sent WithOutcome(Sent message, Outcome outcome) {
   return message;
 }
 
-// A copy that took one unit of time.
+// Returns a copy that took one unit of time.
 Look At(Moment begin, std::uint64_t changeCount, std::uint32_t opening = 1) {
   return {.begin = begin, .end = begin + 1, .changeCount = changeCount, .opening = opening};
 }

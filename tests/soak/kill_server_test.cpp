@@ -1,6 +1,6 @@
-// The server's process is killed again and again at random moments under load, TAMLOG_KILLS times. Whatever
-// moment that is, the next start keeps the file or empties it as the rules say, and everything that was taken
-// more than two flushes before is in it. scripts/kill-server.sh runs this.
+// Kills the server's process TAMLOG_KILLS times at random moments under load. Whatever the moment, the next
+// start keeps the file or empties it as the rules require, and the file holds every message that was accepted
+// more than two flushes before. scripts/kill-server.sh runs this test.
 
 #include <algorithm>
 #include <array>
@@ -34,34 +34,34 @@ constexpr std::uint32_t kPauseMs = 10;
 constexpr std::uint32_t kBurst = 300;
 constexpr std::uint32_t kLargeBurst = 1500;
 constexpr auto kHeldUp = 500ms;
-// A message that comes late makes the flush write those behind its place once more, each into the slot of the
-// next: cut off in between, it has written over some that it has not written anew. How far back that may
-// reach: late messages, and a flush that was held up.
+// A late message makes the flush rewrite the messages after its place, each into the slot of the next: a
+// flush that is cut off has overwritten some messages that it has not rewritten yet. The limit is how far
+// back that may reach: late messages, and a flush that was held up.
 constexpr Moment kMovedAtMost = 3'000'000;
-// Of all messages. It is rare: what is missing more often than that has another cause.
+// The share of all messages that may be lost this way. The loss is rare: a larger share has another cause.
 constexpr std::uint64_t kMovedShare = 100;
 constexpr int kWritingMicroseconds = 2000;
 constexpr std::uint32_t kPollMs = 100;
-// More than is taken between two kills, so that nothing is overwritten before it was looked for; full after a
-// few of them.
+// More messages than are accepted between two kills, so that none is overwritten before the test has looked
+// for it; the ring is full after a few kills.
 constexpr std::uint32_t kCapacity = 6000;
 constexpr std::uint32_t kSaveSeconds = 1;
 constexpr Moment kRestartDelay = 950'000;
-constexpr std::size_t kNewest = 100;  // so many messages tell whether a file was kept
+constexpr std::size_t kNewest = 100;  // enough messages to determine whether a file was kept
 
 enum class When : std::uint8_t { Anywhere, Writing, Starting, Restarting, Followed };
 constexpr std::size_t kWhens = 5;
 constexpr const char* kWhenNames[kWhens] = {"anywhere", "while it wrote much", "while it started",
                                             "while it restarted", "with a follower"};
 
-// What a kill left behind, and what became of it.
+// The state after a kill, and its outcome.
 struct Kill {
   When when = When::Anywhere;
   std::int32_t messages = 0;  // in the ring
   bool full = false;
   bool accepted = false;  // the file keeps the rules
   bool kept = false;      // by the next start
-  std::string rules;      // that it breaks
+  std::string rules;      // the rules that it breaks
   std::set<std::uint64_t> newest;
 };
 
@@ -79,8 +79,8 @@ std::string BrokenRules(const TamLogClient::VerifyReport& report) {
   return names;
 }
 
-// Looks at the file's header from outside, without any access, all the time: what the judge needs. Before the
-// ring has gone round it notes which messages are there.
+// Reads the file's header from outside, without any access, continuously, for the judge. Until the ring has
+// wrapped it also notes the messages in the file.
 class HeaderWatch {
  public:
   explicit HeaderWatch(std::string logFile) : path(std::move(logFile)), thread([this] { Run(); }) {}
@@ -88,7 +88,7 @@ class HeaderWatch {
   HeaderWatch(const HeaderWatch&) = delete;
   HeaderWatch& operator=(const HeaderWatch&) = delete;
 
-  // What is seen from here on belongs to the next life of the server.
+  // Everything seen after this call belongs to the next life of the server.
   void NextLife() { ++life; }
   void Stop() {
     stopping = true;
@@ -156,8 +156,9 @@ class KilledServer : public SystemTest {
     std::this_thread::sleep_for(std::chrono::microseconds(any(random)));
   }
 
-  // A reader that holds up the flushes for a while and lets go: from then on the server writes a great deal.
-  // What the reader has open goes before the next start, which would take over events as they are.
+  // Has a reader hold up the flushes for a while and release them: the server then writes a large amount. The
+  // reader's handles are closed before the next start, which would adopt existing events in their present
+  // state.
   void HoldUpAndLetGo(std::unique_ptr<SharedLog>& reader) {
     reader = SharedLog::TryOpen();
     ASSERT_TRUE(reader);
@@ -175,7 +176,7 @@ class KilledServer : public SystemTest {
     causes.push_back(when);
   }
 
-  // Everything that takes time is done before the moment.
+  // Does everything that takes time before the chosen moment.
   void Terminate(When when) {
     ASSERT_TRUE(ProcessById(ServiceControl::ProcessId()).Runs("TamLogServer.exe"));
     const OwnedHandle server =
@@ -188,7 +189,7 @@ class KilledServer : public SystemTest {
     ASSERT_EQ(WaitForSingleObject(server.get(), 10000), WAIT_OBJECT_0);
   }
 
-  // The file as the killed server left it.
+  // Examines the file that the killed server left.
   void Inspect(HeaderWatch& watch, When when) {
     watch.NextLife();
     const std::string bytes = ReadWholeFile(LogFile());
@@ -216,7 +217,7 @@ class KilledServer : public SystemTest {
     kills.push_back(std::move(kill));
   }
 
-  // What the next start takes from readers, tamlogctl gets back from a copy made before it.
+  // tamlogctl recovers, from a copy made before the next start, the messages that this start removes.
   void ExpectRepairable(const TamLogClient::LogFileImage& image, std::set<std::uint64_t> whole) {
     inEmptied += whole.size();
     for (const TamLogClient::SavedMessage& saved : TamLogClient::PlanRepair(image).oldestFirst) {
@@ -231,8 +232,8 @@ class KilledServer : public SystemTest {
     const std::uint32_t answer = ServiceControl::Start();
     if (answer != 0) throw std::runtime_error("starting failed with error " + std::to_string(answer));
     ASSERT_TRUE(Eventually(60s, [&] { return Starts() > before; })) << TakeDiagnostics();
-    // Clients that the kill caught between their two opens may have taken the reply pipes of others: until
-    // these have noticed, a request may fail. The start is complete when a message is taken.
+    // Clients that the kill interrupted between their two opens may have acquired the reply pipes of others:
+    // until these have noticed, a request may fail. The start is complete when a message is accepted.
     const bool back = Eventually(60s, [this] { return Mark(); });
     interruptions.back().to = Now();
     ASSERT_TRUE(back) << Diagnosis();
@@ -242,7 +243,7 @@ class KilledServer : public SystemTest {
     TakeInStart();
   }
 
-  // Kept are all that the file held, or none.
+  // Checks that the start has kept all messages of the file, or none.
   void TakeInStart() {
     Kill& kill = kills.back();
     const std::string bytes = ReadWholeFile(LogFile());
@@ -261,7 +262,7 @@ class KilledServer : public SystemTest {
   }
 
   void KillOnce(HeaderWatch& watch, When when) {
-    // The more there is to write, the longer it takes.
+    // The more the server has to write, the longer the write takes.
     if (when == When::Writing) burst = kLargeBurst;
     SleepUpTo(1200);
     if (when == When::Restarting) {
@@ -285,7 +286,8 @@ class KilledServer : public SystemTest {
     Inspect(watch, When::Starting);
   }
 
-  // A reader notices that a server has died without a word, and lets go: only then may the next one start.
+  // A reader notices that a server has died without notice, and releases the log: only then may the next
+  // server start.
   void KillWithFollower(HeaderWatch& watch) {
     Worker follower("follow", ScratchFile("followed"));
     std::this_thread::sleep_for(300ms);
@@ -300,13 +302,13 @@ class KilledServer : public SystemTest {
     EXPECT_NE(line.find("reopened 1"), std::string::npos) << line;
   }
 
-  // A message of the conductor's own.
+  // Submits a message of the conductor's own.
   bool Mark() {
     return control.Ping() == Status::Ok &&
            control.Submit(MakeMessage({.sender = kMarkSender, .number = marks++})) == Status::Ok;
   }
 
-  // What the last life of the server took, too, is written and looked for.
+  // Waits until the messages accepted in the server's last life are written and looked for, too.
   void Settle() {
     for (int i = 0; i < 4; ++i) {
       const std::uint64_t before = Header().changeCount;
@@ -352,7 +354,7 @@ class KilledServer : public SystemTest {
            std::to_string(inEmptied) + " whole ones)";
   }
 
-  // What kills cost: how many messages, and how old the oldest of them was.
+  // The cost of kills: the number of lost messages, and the age of the oldest.
   struct Cost {
     std::map<std::size_t, std::uint64_t> messages;  // by interruption
     Moment oldest = 0;
@@ -377,8 +379,8 @@ class KilledServer : public SystemTest {
 
   static void ExpectRare(const Cost& moved, std::uint64_t sent) {
     EXPECT_LE(moved.Sum() * kMovedShare, sent)
-        << moved.Sum() << " messages are missing that had to be in the file before a kill: too many to have "
-        << "been moved just then";
+        << moved.Sum() << " messages are missing that had to be in the file before a kill: more than "
+        << "a flush can have been moving";
   }
 
   std::string CostText(const std::vector<Sent>& all, Account& account, const HeaderWatch& watch) const {
@@ -412,11 +414,11 @@ class KilledServer : public SystemTest {
   TamLogClient::LogClient control{{.timeoutMs = 20000, .absentMs = 2000}};
   SeenMessages seen;
   std::vector<Interruption> interruptions;
-  std::vector<When> causes;  // of each
+  std::vector<When> causes;  // one for each interruption
   std::vector<Kill> kills;
   std::uint64_t torn = 0;
   std::uint64_t inEmptied = 0;  // whole messages in files that the next start emptied
-  std::uint64_t repaired = 0;   // and those that a repair would have saved
+  std::uint64_t repaired = 0;   // those of them that a repair would have saved
   std::uint32_t marks = 0;
   std::atomic<std::uint32_t> burst{kBurst};
   Moment longestHold = 0;
@@ -455,7 +457,7 @@ TEST_F(KilledServer, ComesBackWithItsFileOrAnEmptyOneAndLosesOnlyWhatWasNotWritt
   std::map<std::string, int> texts;
   for (const std::string& text : DiagnosticTexts(TakeDiagnostics())) ++texts[text];
   std::cout << "note: the diagnostic log says: " << Counted(texts) << "\n"
-            << "note: a follower let go of a dead server within " << longestHold / 1000 << " ms\n"
+            << "note: a follower released a dead server within " << longestHold / 1000 << " ms\n"
             << "note: " << torn << " messages of the ring were half written\n"
             << "note: " << account.Text() << "\n"
             << "kills: " << KillsText() << "; " << cost << std::endl;

@@ -5,7 +5,7 @@
 #include "tests/system/platform.h"
 #include "util/win32.h"
 
-// Behind windows.h, which they need.
+// Requires windows.h.
 #include <psapi.h>
 #include <tlhelp32.h>
 
@@ -20,7 +20,7 @@ std::size_t ThreadsOf(std::uint32_t processId) {
        more = Process32NextW(list.get(), &entry)) {
     if (entry.th32ProcessID == processId) return entry.cntThreads;
   }
-  throw std::runtime_error("the server's process is not there");
+  throw std::runtime_error("the server's process does not exist");
 }
 
 std::size_t MemoryOf(std::uint32_t processId) {

@@ -1,6 +1,6 @@
 #pragma once
 
-// What the server's process uses, looked at from outside.
+// The resources that the server's process uses, measured from outside.
 
 #include <cstddef>
 #include <cstdint>
@@ -11,5 +11,5 @@ struct ServerFigures {
   std::size_t memoryMiB = 0;  // resident
 };
 
-// Throws std::runtime_error when the system does not answer, or there is no such process.
+// Throws std::runtime_error when the system does not answer, or the process does not exist.
 ServerFigures FiguresOf(std::uint32_t processId);

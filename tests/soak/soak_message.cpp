@@ -17,7 +17,7 @@ char Lower(char c) {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
-// The shorter of the two is the beginning of the longer, whatever the case.
+// Compares without regard to case: the shorter of the two has to be the beginning of the longer.
 bool Matches(std::string_view filter, std::string_view source) {
   const std::size_t length = std::min(filter.size(), source.size());
   return std::equal(filter.begin(), filter.begin() + static_cast<std::ptrdiff_t>(length), source.begin(),
@@ -29,7 +29,7 @@ bool MatchesAny(const std::vector<std::string>& filters, std::string_view source
                      [source](const std::string& filter) { return Matches(filter, source); });
 }
 
-// Everything but the time.
+// Fills every field except the time.
 LogMessageBody Undated(const MessageId& id) {
   LogMessageBody body{};
   std::memset(&body, static_cast<int>(id.number % 251), sizeof(body));

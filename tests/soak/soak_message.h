@@ -1,7 +1,8 @@
 #pragma once
 
-// The messages of the load: whoever finds one in the log can tell who sent it, the how-manieth of that sender
-// it is, and whether a single byte of it is another than was sent. Standard library only.
+// The messages of the load: each message found in the log identifies its sender and its number among that
+// sender's messages, and shows whether any byte of it differs from the one that was sent. Standard library
+// only.
 
 #include <cstdint>
 #include <optional>
@@ -16,7 +17,7 @@ namespace Soak {
 using Moment = std::int64_t;
 Moment Now();
 
-// Who sent a message, and the how-manieth of this sender it is, from 0 on.
+// The sender of a message, and its number among the sender's messages, counted from 0.
 struct MessageId {
   std::uint32_t sender = 0;
   std::uint32_t number = 0;
@@ -28,21 +29,23 @@ inline constexpr std::uint32_t kDriverSender = kMostClients;
 inline constexpr std::uint32_t kMarkSender = kMostClients + 1;  // the conductor's own
 inline constexpr std::uint32_t kSenders = kMostClients + 2;
 
-// What the filters look at; both follow from the number.
+// The fields that the filters examine; both follow from the number.
 const char* SourceOf(const MessageId& id);
 std::uint32_t TypeOf(const MessageId& id);
 
-// Dated now; some of each sender's messages a little earlier, so that they have to be inserted among others.
+// Returns a message dated now; some of each sender's messages are dated a little earlier, so that they have
+// to be inserted among others.
 LogMessageBody MakeMessage(const MessageId& id);
 
-// Whose message this is. Nothing when it is none of the load's, or when a byte of it was changed.
+// Returns the identity of a message; nothing when it is not one of the load's, or when a byte of it was
+// changed.
 std::optional<MessageId> Identify(const LogMessageBody& body);
 
-// Of every message, whether it was seen. Numbers may come in any order.
+// Records for every message whether it was seen. Numbers may come in any order.
 class SeenMessages {
  public:
   SeenMessages() : seen(kSenders) {}
-  // False when it was seen before.
+  // Returns false when it was seen before.
   bool Add(const MessageId& id);
   bool Has(const MessageId& id) const;
   std::uint64_t Count() const { return count; }
@@ -52,7 +55,7 @@ class SeenMessages {
   std::uint64_t count = 0;
 };
 
-// The filters that a server has, and what they do, told from the documents alone.
+// The filters that a server has and their effect, derived from the documents alone.
 struct FilterState {
   std::vector<std::string> includes;
   std::vector<std::string> excludes;

@@ -1,7 +1,7 @@
-// Everything at once against the real service, for as long as TAMLOG_SOAK_SECONDS says: clients by the
-// hundred, a driver with thousands of messages a tick, followers, filters that change, clears, and settings
-// that restart the server every few seconds. In the end every single message is accounted for, and the
-// server needs no more of the system than in the beginning. soak.sh runs this.
+// Runs a combined load against the real service for TAMLOG_SOAK_SECONDS seconds: hundreds of clients, a
+// driver with thousands of messages per tick, followers, changing filters, clears, and settings that restart
+// the server every few seconds. At the end every message is accounted for, and the server uses no more of the
+// system than at the beginning. soak.sh runs this test.
 
 #include <algorithm>
 #include <iostream>
@@ -23,24 +23,24 @@ namespace {
 
 constexpr std::uint32_t kProcesses = 5;
 constexpr int kFollowers = 2;
-constexpr std::uint32_t kPauseMs = 200;  // of a client, between two messages
-constexpr std::uint32_t kBurst = 2000;   // of the driver, for each tick
+constexpr std::uint32_t kPauseMs = 200;  // between two messages of a client
+constexpr std::uint32_t kBurst = 2000;   // of the driver, per tick
 constexpr std::uint32_t kPollMs = 500;
 constexpr std::uint32_t kCapacity = 20000;
 constexpr std::uint32_t kSmallCapacity =
-    300;  // less than one flush of a burst: more comes at once than there is room for
+    300;  // less than one flush of a burst: more arrives at once than the ring holds
 constexpr auto kPhase = 1200ms;
-// A restart begins a second after its request; a clock's step less is granted.
+// A restart begins a second after its request, with a tolerance of one clock step.
 constexpr Moment kRestartDelay = 950'000;
-// Between the largest figures of two halves of a run. The thread library keeps the records of ended threads,
-// each with a handle or two, for new ones: their number is that of the most threads that ever lived at a
-// time, and on a busy machine the connections before a restart overlap with those after it for a while. A
-// handle lost with each connection would be thousands.
+// The allowed difference between the largest figures of two halves of a run. The thread library keeps the
+// records of ended threads, with one or two handles each, for new ones: their number is the largest number of
+// threads that ever lived at a time, and on a busy machine the connections before a restart overlap with
+// those after it for a while. A handle lost with each connection would add thousands.
 constexpr std::size_t kHandleMargin = 60;
 constexpr std::size_t kThreadMargin = 3;
 constexpr std::size_t kMemoryMarginPercent = 10;
 
-// By turns. The empty one ends each round, so that most messages pass.
+// Used in turn. The empty state ends each round, so that most messages pass.
 const std::vector<FilterState>& FilterStates() {
   static const std::vector<FilterState> states{
       {.includes = {}, .excludes = {"camera"}},
@@ -52,8 +52,8 @@ const std::vector<FilterState>& FilterStates() {
   return states;
 }
 
-// How long before a restart the messages that it cost had been taken. Once the stop has begun nothing is
-// written any more, but messages are still taken until the last connection has ended.
+// How long before a restart the messages lost in it had been accepted. Once the stop has begun nothing is
+// written, but the server accepts messages until the last connection has ended.
 class Ages {
  public:
   void Take(Moment answered, const std::vector<Interruption>& interruptions,
@@ -94,7 +94,7 @@ class SoakRun : public SystemTest {
     }
   }
 
-  // One request at a time is on its way from here, and the server runs: none may fail.
+  // Sends one request at a time to a running server: none may fail.
   void SetFilters(const FilterState& wanted) {
     FilterChange change{.after = wanted};
     change.after.types = types;
@@ -131,13 +131,13 @@ class SoakRun : public SystemTest {
     if (!Eventually(90s, [&] { return Starts() > starts; })) throw std::runtime_error("no restart");
     EXPECT_EQ(Starts(), starts + 1);
     ++restarts;
-    // Taken only when the start is complete.
+    // The server accepts a message only when the start is complete.
     if (!Eventually(90s, [&] { return Mark(); }))
       throw std::runtime_error("not back after a restart:\n" + Diagnosis());
     interruptions.push_back({Interruption::Kind::Restart, requested + kRestartDelay, Now()});
   }
 
-  // A message of the conductor's own.
+  // Submits a message of the conductor's own.
   bool Mark() {
     if (control.Ping() != Status::Ok) return false;
     Sent record{.id = {.sender = kMarkSender, .number = static_cast<std::uint32_t>(marks.size())}};
@@ -175,7 +175,7 @@ class SoakRun : public SystemTest {
     Interrupt(turn);
   }
 
-  // Until the witness has to have seen everything, if it was stored.
+  // Waits until the witness must have seen every stored message.
   void Settle(const Witness& witness) {
     SetFilters({});
     for (int i = 0; i < 4; ++i) {
@@ -202,7 +202,7 @@ class SoakRun : public SystemTest {
     return all;
   }
 
-  // A follower gives each message once, and what it missed it says.
+  // A follower returns each message once, and reports those that it missed.
   void TakeInFollower(Worker& worker, SeenMessages& seen) {
     const std::string line = worker.Finish();
     ASSERT_EQ(line.find("followed "), 0U) << line;
@@ -242,13 +242,13 @@ class SoakRun : public SystemTest {
     EXPECT_EQ(account.Failures(), 0U);
     EXPECT_GT(account.Of(Verdict::Stored), 0U);
     EXPECT_GT(account.Of(Verdict::Filtered), 0U);
-    EXPECT_LT(account.Uncertain(), account.sent / 4) << "too little is certain";
+    EXPECT_LT(account.Uncertain(), account.sent / 4) << "too many verdicts are uncertain";
     return account;
   }
 
-  // The most that was seen in one half of the run, in the other, and whether that is still the same.
+  // Compares the largest figure of the first half of the run with that of the second half.
   void JudgeFigures() {
-    ASSERT_GE(figures.size(), 2U) << "too short a run";
+    ASSERT_GE(figures.size(), 2U) << "the run is too short";
     std::string handles;
     for (const ServerFigures& each : figures) handles += " " + std::to_string(each.handles);
     Note("handles of the server by round:" + handles);
@@ -274,13 +274,13 @@ class SoakRun : public SystemTest {
                    " " + name;
   }
 
-  // Diagnostic texts come with the causes; how often each.
+  // Reports how often each diagnostic text occurred, together with the causes.
   void JudgeDiagnostics() {
     std::map<std::string, int> texts;
     for (const std::string& text : DiagnosticTexts(TakeDiagnostics())) ++texts[text];
     for (const auto& [text, count] : texts) {
       Note("diagnostic log: " + std::to_string(count) + " x " + text);
-      // A disk tick that comes while the file is being closed.
+      // The only expected entry: a disk tick while the file is being closed.
       EXPECT_EQ(
           text.find("Exception thrown in timer callback : Failed to get file read access in WriteToDisk()"),
           0U)

@@ -1,15 +1,14 @@
-// One process of the load, started and told by the conductor (soak_test.cpp, kill_server_test.cpp): it
-// reports on its standard output and ends when it is told by a line (or the end) of its standard input.
+// One process of the load, started and controlled by the conductor (soak_test.cpp, kill_server_test.cpp): it
+// reports on its standard output and ends at the next line (or the end) of its standard input.
 //
-//   submit FIRST COUNT PAUSE JOURNAL  clients number FIRST to FIRST + COUNT - 1, each with a connection of
-//   its
-//                                     own that it holds open, submit messages with pauses of about PAUSE ms;
-//                                     prints "submitting", in the end "submitted N"
-//   follow JOURNAL                    follows the log; prints "following", in the end
+//   submit FIRST COUNT PAUSE JOURNAL  clients number FIRST to FIRST + COUNT - 1, each with a connection
+//                                     of its own that it keeps open, submit messages with pauses of
+//                                     about PAUSE ms; prints "submitting", at the end "submitted N"
+//   follow JOURNAL                    follows the log; prints "following", at the end
 //                                     "followed N lost L reopened R"
 //
-// The journals hold Soak::Sent and Soak::MessageId records. Exit code 0, 1 for a fault that it prints, 2 for
-// a wrong command line.
+// The journals hold Soak::Sent and Soak::MessageId records. The exit code is 0, 1 for a fault that it prints,
+// 2 for a wrong command line.
 
 #include <atomic>
 #include <chrono>
@@ -42,7 +41,7 @@ using TamLogClient::Status;
 
 constexpr std::uint32_t kCallLimitMs = 20000;
 constexpr auto kAbsentPause = 100ms;
-// Each of these is one that the client library refuses to send.
+// The client library refuses to send each of these messages.
 constexpr std::uint32_t kRefusedEach = 50;
 
 std::atomic<bool> told{false};
@@ -59,7 +58,7 @@ Outcome OutcomeOf(Status status) {
   }
 }
 
-// A client that lives as long as the process, over restarts of the server.
+// A client that lives as long as the process, across restarts of the server.
 class Client {
  public:
   Client(std::uint32_t number, std::uint32_t pauseMs)
@@ -75,7 +74,7 @@ class Client {
  private:
   void Run() {
     while (!told) {
-      // The connection is made by a ping, so that a message is on its way for a moment only.
+      // A ping establishes the connection, so that the request of a message is under way only briefly.
       if (!connected && client.Ping() != Status::Ok) {
         std::this_thread::sleep_for(kAbsentPause);
         continue;
@@ -129,14 +128,14 @@ void Submit(std::uint32_t first, std::uint32_t count, std::uint32_t pauseMs, con
 // What a follower met in addition to messages.
 struct Events {
   std::uint64_t lost = 0;
-  bool lostUnknown = false;  // more than can be told
+  bool lostUnknown = false;  // the number is unknown
   std::uint64_t reopened = 0;
 };
 
 void TakeItem(const LogItem& item, std::vector<MessageId>& seen, Events& events) {
   if (item.kind == LogItem::Kind::Message) {
     const std::optional<MessageId> id = Identify(item.message->body);
-    if (!id) throw std::runtime_error("a message that nobody sent");
+    if (!id) throw std::runtime_error("a message that no sender submitted");
     seen.push_back(*id);
   } else if (item.kind == LogItem::Kind::Lost) {
     events.lost += item.loss.least;
@@ -157,7 +156,7 @@ void Follow(const std::string& journal) {
     std::string line;
     std::getline(std::cin, line);
     told = true;
-  }).detach();  // ends with the process, whatever this thread meets
+  }).detach();  // ends with the process, whatever happens on this thread
   std::vector<MessageId> seen;
   Events events;
   LogItem item;

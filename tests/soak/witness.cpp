@@ -43,7 +43,7 @@ void Witness::Run() {
 }
 
 // The pipe answers only while the log is open: a reader that maps the file while the server starts makes a
-// change of its size fail, and then the server stays stopped.
+// change of its size fail, and the server then stays stopped.
 bool Witness::Open() {
   std::string name;
   const bool running = client.GetFileMapName(name) == Status::Ok;
@@ -107,7 +107,7 @@ void Witness::TakeInSlot(const LogMessage& message, bool isCalm) {
     const std::optional<MessageId> whole = Identify(message.body);
     if (!whole) {
       const std::string text(message.body.text, strnlen(message.body.text, kTextSize));
-      return Fault("a message that nobody sent: " + text);
+      return Fault("a message that no sender submitted: " + text);
     }
     seen.Add(id);
   }
@@ -125,9 +125,9 @@ void Witness::TakeInSlot(const LogMessage& message, bool isCalm) {
   marks[id.number] = mark;
 }
 
-// Reader and writer can pass each other (docs/reader_protocol.md, "Hazards"). The client library puts that
-// right by itself; a reader of the server's own, when it forces the file to the disk, does not, and the next
-// flush waits until somebody signals write-wait.
+// Reader and writer can pass each other (docs/reader_protocol.md, "Hazards"). The client library corrects
+// that by itself; a reader of the server's own, when it forces the file to the disk, does not, and the next
+// flush waits until another process signals write-wait.
 void Witness::Rescue() {
   const OwnedHandle event = Own(OpenEventA(EVENT_MODIFY_STATE, FALSE, kWriteWaitEventName));
   if (event && SetEvent(event.get()) != 0) ++rescues;

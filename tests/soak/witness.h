@@ -1,7 +1,7 @@
 #pragma once
 
-// Copies the log of the running server as often as it changes, and remembers which of the load's messages it
-// saw and what the judge needs of each copy. Runs on a thread of its own from construction to Stop.
+// Copies the log of the running server as often as it changes, and records the messages of the load that it
+// saw and the data of each copy that the judge needs. Runs on a thread of its own from construction to Stop.
 
 #include <atomic>
 #include <cstdint>
@@ -20,27 +20,28 @@ namespace Soak {
 
 class Witness {
  public:
-  // A ring of this capacity or more is never rewritten as a whole by this load; in a smaller one that may
-  // happen, and then messages can lie in it twice for a while, which is no fault.
+  // This load never rewrites a ring of this capacity or more as a whole; in a smaller one that may happen,
+  // and then messages can lie in it twice for a while, which is not a fault.
   explicit Witness(std::int32_t calmCapacity);
   ~Witness() { Stop(); }
   Witness(const Witness&) = delete;
   Witness& operator=(const Witness&) = delete;
 
-  // Whether it has seen the message by now.
+  // Returns whether it has seen the message by now.
   bool Has(const MessageId& id) const;
   void Stop();
 
-  // The rest only after Stop.
+  // The following functions may be called only after Stop.
   const SeenMessages& Seen() const { return seen; }
   const std::vector<Look>& Looks() const { return looks; }
-  // When it noticed that the server had closed the log.
+  // The times at which it noticed that the server had closed the log.
   const std::vector<Moment>& Closings() const { return closings; }
-  // What no server may show: changed bytes, messages of nobody, a message twice, times out of order.
+  // States that no server may show: changed bytes, messages without a sender, a message twice, times out of
+  // order.
   const std::vector<std::string>& Faults() const { return faults; }
-  std::uint64_t Twice() const { return twice; }      // in rings where that is no fault
+  std::uint64_t Twice() const { return twice; }      // in rings where that is not a fault
   std::uint64_t Rescues() const { return rescues; }  // see Rescue
-  std::uint64_t Blocked() const { return blocked; }  // copies that were not to be had in time
+  std::uint64_t Blocked() const { return blocked; }  // copies that were not available in time
   std::uint64_t LongestHoldMicroseconds() const { return longestHold; }
 
  private:
@@ -58,7 +59,7 @@ class Witness {
   TamLogClient::LogSnapshot snapshot;
   std::uint32_t openings = 0;
   std::uint64_t lastChange = 0;
-  mutable std::mutex lock;  // of `seen`
+  mutable std::mutex lock;  // guards `seen`
   SeenMessages seen;
   std::vector<std::vector<std::uint32_t>> seenInLook;
   std::vector<Look> looks;

@@ -30,12 +30,12 @@ Worker::Worker(const std::string& words, std::string journalFile)
     : journal(std::move(journalFile)),
       child("\"" + OwnDirectory() + "\\soak_worker.exe\" " + words + " \"" + journal + "\"") {
   const std::string line = child.ReadLine(kBeginLimit).value_or("nothing");
-  if (line != "submitting" && line != "following") throw std::runtime_error("a worker said: " + line);
+  if (line != "submitting" && line != "following") throw std::runtime_error("a worker printed: " + line);
 }
 
 std::string Worker::Finish() {
   std::string line = child.ReadLine(kEndLimit).value_or("nothing");
-  if (child.WaitForEnd(kEndLimit) != 0U) throw std::runtime_error("a worker ended badly and said: " + line);
+  if (child.WaitForEnd(kEndLimit) != 0U) throw std::runtime_error("a worker failed and printed: " + line);
   return line;
 }
 

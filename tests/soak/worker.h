@@ -1,6 +1,6 @@
 #pragma once
 
-// A process of the load (soak_worker.exe) as the conductors handle it: clients that submit, or a follower.
+// Controls a process of the load (soak_worker.exe) for the conductors: clients that submit, or a follower.
 
 #include <chrono>
 #include <cstdint>
@@ -12,25 +12,25 @@
 
 namespace Soak {
 
-// A number from the environment; at least 1.
+// Returns a number from the environment, at least 1.
 std::uint32_t Setting(const char* name, std::uint32_t otherwise);
 
-// What `tamlogctl doctor` says of the server, for the report of a failure.
+// Returns the output of `tamlogctl doctor` about the server, for the report of a failure.
 std::string Diagnosis();
 
 class Worker {
  public:
-  // `words` as soak_worker.cpp lists them, without the journal's name. Waits until it is at work; throws
-  // std::runtime_error when it does not say so in time.
+  // `words` is as soak_worker.cpp lists them, without the journal's name. Waits until the process is at work;
+  // throws std::runtime_error when it does not report that in time.
   Worker(const std::string& words, std::string journalFile);
 
-  // It ends its work from here on.
+  // Asks it to end its work.
   void Tell() { child.WriteLine("end"); }
-  // Waits for its end and gives its last line. Throws std::runtime_error when it does not end well.
+  // Waits for its end and returns its last line. Throws std::runtime_error when its exit code is not 0.
   std::string Finish();
-  // In the middle of whatever it is doing; there is no journal then.
+  // Kills it in the middle of its work; there is no journal then.
   void Kill() { child.Kill(); }
-  // After Finish.
+  // May be called only after Finish.
   template <class Record>
   std::vector<Record> Journal() const {
     return ReadJournal<Record>(journal);

@@ -1,5 +1,5 @@
-"""Ctrl-C typed on a real console, as a user does: the programs run on a terminal, where Wine makes a console of it and
-turns the key into the console's event. Needs a Wine prefix of its own, which ctest gives; see scripts/wine-run.sh."""
+"""Tests of Ctrl-C typed on a real console: the programs run on a terminal, which Wine presents as a console, turning the
+key into the console's event. Needs a Wine prefix of its own, which ctest provides; see scripts/wine-run.sh."""
 
 import os
 import pty
@@ -89,11 +89,11 @@ class ConsoleTest(unittest.TestCase):
 
     def test_ctrl_c_during_stats_waits_until_read_access_is_given_back(self):
         held = os.path.join(BIN, f"held-{os.getpid()}.dat")
-        for delay in (1, 4, 16):  # until the key comes when the program is at the log, however slow the machine is
+        for delay in (1, 4, 16):  # until the key arrives while the program accesses the log, on slow machines too
             reader = subprocess.Popen([RUN, os.path.join(BIN, "system_reader.exe"), "hold", windows_path(held)],
                                       stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
             self.assertEqual(reader.stdout.readline().strip(), "holding")
-            # The writer waits for the reader, and readers that come now wait for the writer.
+            # The writer waits for the reader, and readers that arrive now wait for the writer.
             self.assertEqual(run("tamlogctl.exe", "send", "-s", "Camera", "held up").returncode, 0)
             stats = OnConsole("tamlogctl.exe", "stats", "--timeout", "60000")
             time.sleep(delay)
