@@ -18,7 +18,7 @@ namespace TestSupport {
 namespace Swept {
 namespace {
 
-// Another lock than the run-time's would go through the system's loader while threads start and end.
+// Any lock other than the run-time's would use the system's loader while threads start and end.
 class Lock {
  public:
   void lock() { AcquireSRWLockExclusive(&word); }
@@ -53,7 +53,8 @@ std::atomic<const char*> failedCall{nullptr};
 std::string failingName;
 std::string standingFault;
 
-// Read by the script that counts call sites, also of a process that a failed call brings to its end.
+// Appends the site to the file that the script for counting call sites reads; works also in a process that a
+// failed call ends.
 void RecordSite(const Call& call, void* site) {
   const char* const file = std::getenv("TAMLOG_CALL_SITES");
   if (file == nullptr || !TheBooks().failedSites.emplace(call.name, site).second) return;

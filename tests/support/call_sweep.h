@@ -1,20 +1,20 @@
 #pragma once
 
-// Runs an operation again and again with the first, second, third ... call that the server's own code makes
-// into the system failing, until the operation gets through. Links against copies of the rooms in which every
+// Runs an operation repeatedly with the first, second, third ... system call of the server's own code
+// failing, until the operation completes without a failure. Links against copies of the rooms in which every
 // import is renamed (swept_rooms in tests/support/CMakeLists.txt), so calls of the tests, of gtest and of the
-// run-time libraries are neither counted nor failed.
+// run-time libraries are neither counted nor made to fail.
 //
 //   const Outcomes outcomes = Sweep({.prepare = [&] { ... },          // nothing fails
 //                                    .operation = [&] { ... },        // the nth call fails, on any thread
-//                                    .check = [&] { ... }});          // nothing fails; frees what was made
+//                                    .check = [&] { ... }});          // nothing fails; frees the results
 //   EXPECT_EQ(outcomes, (Outcomes{{"CreateFileA", {"Failed to open log file, CreateFile() failed (5)"}}}));
 //
 // After each round the sweep itself requires that as many handles, views, keys, memory blocks and threads are
-// open as before it, and that nothing was closed that was not open. What each call returns when it fails is
-// in call_sweep.cpp.
+// open as before it, and that nothing was closed that was not open. swept_calls.cpp lists the failure that
+// each call returns.
 //
-// With TAMLOG_CALL_SITES=FILE in the environment each call site that has been failed is appended to FILE:
+// With TAMLOG_CALL_SITES=FILE in the environment the sweep appends each call site that has failed to FILE:
 // the executable's name, the return address in its preferred image, the call.
 
 #include <cstdint>
@@ -26,54 +26,56 @@
 
 namespace TestSupport {
 
-// What came of it when a call failed: the text of the ExceptionBase that left the operation, one line a
-// level, joined by " / ", each system text cut to its error code in parentheses; empty when none did. What
-// the operation reported otherwise (Sweep::report) follows.
+// The outcome of each failed call: the text of the ExceptionBase that left the operation, its levels joined
+// by " / ", each system text cut to its error code in parentheses; empty when there was none. The operation's
+// own report (SweptOperation::report) follows.
 using Outcomes = std::map<std::string, std::set<std::string>>;
 
 struct SweptOperation {
   std::function<void()> prepare = [] {};
   std::function<void()> operation;
   std::function<void()> check = [] {};
-  // What the operation left behind to be seen, of the same form as a failure's text.
+  // Reports the visible results of the operation, in the same form as a failure's text.
   std::function<std::string()> report = [] { return std::string(); };
-  // SetEvent fails after it has set the event, unless it is a lock's own. Otherwise it fails without: the
-  // event stays as it was. (Of the events that processes share nobody could make up for one that was not
+  // With true, SetEvent sets the event and then fails, unless the event is a lock's own. With false, it fails
+  // and leaves the event as it was. (Nothing could make up for an event shared by processes that was not
   // set.)
   bool eventsAreSet = false;
-  // Only every such call fails, for operations that take long; all do with TAMLOG_SWEEP_ALL in the
-  // environment.
+  // Only every `stride`-th call fails, for operations that take long; with TAMLOG_SWEEP_ALL in the
+  // environment all do.
   int stride = 1;
-  // The name of a call that fails every time, so that those come about that only a failure leads to.
+  // The name of a call that fails every time, to reach the calls that only a failure leads to.
   std::string failsAlways = {};
 };
 
-// Fails the test on leaks, on what no ExceptionBase is, and when there is no end.
+// Fails the test on leaks, on exceptions outside the ExceptionBase family, and when the sweep does not end.
 Outcomes Sweep(const SweptOperation& swept);
 
-// Those that `allowed` does not have. For operations on several threads, which need not make the same calls
-// each time.
+// Returns the outcomes that `allowed` does not contain. For operations on several threads, whose calls may
+// differ each time.
 Outcomes Beyond(const Outcomes& outcomes, const Outcomes& allowed);
 
-// For operations that end the process, and for calls that come at no fixed place.
+// The functions below are for operations that end the process, and for calls without a fixed place in the
+// order.
 
-// The nth call from now on fails; `name` empty: any call, otherwise those by that name.
+// Makes the nth call from now on fail; with an empty `name` any call counts, otherwise those by that name.
 void ArmCallFault(int n, const std::string& name = "", bool eventsAreSet = false);
 void DisarmCallFault();
-// The name of the call that failed since the last arming; empty when none did.
+// Returns the name of the call that failed since the last arming; empty when none did.
 std::string FailedCall();
 
-// The form in which outcomes are given: ` - Error code : 5 - Access denied.\r\n` becomes ` (5)`, and line
-// breaks between levels " / ".
+// Converts a composed text into the form of outcomes: ` - Error code : 5 - Access denied.\r\n` becomes `
+// (5)`, and line breaks between levels " / ".
 std::string PlainText(const std::string& composed);
-// What `action` throws, in that form; empty when it does not throw.
+// Returns the text of the exception that `action` throws, in that form; empty when it does not throw.
 std::string PlainFailureOf(const std::function<void()>& action);
 
-// What the server's code has open now, by the calls that opened it; threads that have not ended as "thread".
+// Returns the resources that the server's code has open now, by the calls that opened them; threads that have
+// not ended appear as "thread".
 std::multiset<std::string> OpenResources();
-// Closed without having been open, since the start of the process.
+// Returns the resources that were closed without having been open, since the start of the process.
 std::vector<std::string> WrongCloses();
-// Whether every thread that the server's code has started comes to its end within the time.
+// Returns whether every thread that the server's code has started ends within the time.
 bool ThreadsEnd(std::uint32_t milliseconds);
 
 }  // namespace TestSupport

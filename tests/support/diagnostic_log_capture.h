@@ -1,12 +1,12 @@
 #pragma once
 
-// Catches the diagnostic log's entries while it lives.
+// Captures the diagnostic log's entries during its lifetime.
 //
 //   DiagnosticLogCapture log;
 //   ...
 //   EXPECT_EQ(log.Texts(), std::vector<std::string>{"Aborting"});
 //
-// Only one at a time. Entries may come from any thread; Texts may be asked for at any time.
+// Only one instance may exist at a time. Entries may come from any thread; Texts may be called at any time.
 
 #include <mutex>
 #include <ostream>
@@ -27,7 +27,7 @@ class DiagnosticLogCapture {
   DiagnosticLogCapture(const DiagnosticLogCapture&) = delete;
   DiagnosticLogCapture& operator=(const DiagnosticLogCapture&) = delete;
 
-  // The texts written so far, without the time line and the " - ".
+  // Returns the texts written so far, without the time line and the " - ".
   std::vector<std::string> Texts() const { return entries.Texts(); }
   std::size_t Count() const { return entries.Texts().size(); }
   void Clear() { entries.Clear(); }

@@ -3,8 +3,8 @@
 // Expects an exception of the ExceptionBase family by its text.
 //
 //   ExpectFailure<ExceptionBase>([&] { event.Wait(0); },
-//                                "Failed to Wait for Event object\n" + WindowsText("WaitForSingleObject
-//                                failed", 6));
+//                                "Failed to Wait for Event object\n" +
+//                                    WindowsText("WaitForSingleObject failed", 6));
 
 #include <gtest/gtest.h>
 
@@ -15,12 +15,13 @@
 
 namespace TestSupport {
 
-// What ExceptionWindows renders for `message` and `code` on the system that the test runs on.
+// Returns the text that ExceptionWindows renders for `message` and `code` on the system that the test runs
+// on.
 inline std::string WindowsText(const std::string& message, std::uint32_t code) {
   return TamLogUtil::Exceptions::ExceptionWindows(message, nullptr, code).GetMessage();
 }
 
-// `action` throws exactly Expected, whose whole chain composes to `text`.
+// Expects that `action` throws exactly Expected, whose whole chain composes to `text`.
 template <class Expected, class Action>
 void ExpectFailure(Action action, const std::string& text) {
   try {

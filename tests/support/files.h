@@ -1,6 +1,6 @@
 #pragma once
 
-// Whole files as byte strings.
+// Reads and writes whole files as byte strings.
 
 #include <fstream>
 #include <sstream>
@@ -8,7 +8,7 @@
 
 namespace TestSupport {
 
-// Empty when the file does not exist.
+// Returns an empty string when the file does not exist.
 inline std::string ReadBytes(const std::string& path) {
   const std::ifstream file(path, std::ios::binary);
   std::ostringstream bytes;

@@ -1,6 +1,6 @@
 #pragma once
 
-// A log file as bytes. Needs the records only.
+// Converts between a log file's bytes and its records. Needs the records only.
 
 #include <cstring>
 #include <string>
@@ -10,8 +10,8 @@
 
 namespace TestSupport {
 
-// A file with this header, these lock names and these slots. Nothing is checked: tests make damaged files of
-// it too.
+// Returns a file with this header, these lock names and these slots. Checks nothing: tests also build damaged
+// files with it.
 inline std::string LogFileBytes(const LogFileHeader& header, const std::vector<LogMessage>& slots,
                                 const LockNames& names = {}) {
   std::string bytes(LogFileSize(slots.size()), '\0');
@@ -22,14 +22,14 @@ inline std::string LogFileBytes(const LogFileHeader& header, const std::vector<L
   return bytes;
 }
 
-// The header at the start of `bytes`; zeros where they end.
+// Returns the header at the start of `bytes`, filled with zeros where they end.
 inline LogFileHeader HeaderOf(const std::string& bytes) {
   LogFileHeader header{};
   bytes.copy(reinterpret_cast<char*>(&header), sizeof(header));
   return header;
 }
 
-// The whole slots in `bytes`, valid or not, in their order.
+// Returns the complete slots in `bytes`, valid or not, in their order.
 inline std::vector<LogMessage> SlotsOf(const std::string& bytes) {
   if (bytes.size() < kSlotsOffset) return {};
   std::vector<LogMessage> slots((bytes.size() - kSlotsOffset) / sizeof(LogMessage));

@@ -1,6 +1,6 @@
 #pragma once
 
-// Messages for tests, told apart by their text. Needs the records only.
+// Builds messages for tests, distinguished by their text. Needs the records only.
 //
 //   Message("b", At(12, 1))                          of 2026-03-14, from "source", of type 0
 //   From("Camera", OfType(3, Message("b")))
@@ -28,19 +28,19 @@ inline Moment At(int hour, int minute, int second = 0, int millisecond = 0) {
           .millisecond = static_cast<std::int16_t>(millisecond)};
 }
 
-// The time of day that is so many milliseconds after midnight.
+// Returns the time of day that is `millisecond` milliseconds after midnight.
 inline Moment AtMillisecond(std::int32_t millisecond) {
   return At(millisecond / 3600000, millisecond / 60000 % 60, millisecond / 1000 % 60, millisecond % 1000);
 }
 
-// Fills the rest with zeros; a text that fills the field has no end.
+// Fills the rest with zeros; a text that fills the field is unterminated.
 template <std::size_t size>
 void CopyText(char (&field)[size], const std::string& text) {
   std::fill(std::begin(field), std::end(field), '\0');
   std::copy_n(text.begin(), std::min(text.size(), size), std::begin(field));
 }
 
-// Leaves the eighth word as it is.
+// Leaves the eighth word unchanged.
 inline void SetTime(LogMessageBody& body, int year, int month, int day, Moment at) {
   const int words[7] = {year, month, day, at.hour, at.minute, at.second, at.millisecond};
   std::transform(std::begin(words), std::end(words), std::begin(body.timestamp),

@@ -9,10 +9,10 @@ namespace TestSupport {
 
 namespace {
 
-// Room for any message that a server could send; a longer one is reported by the system as an error.
+// Holds any message that a server could send; the system reports a longer one as an error.
 constexpr std::size_t kLargestMessage = 4096;
 
-// What is left of `milliseconds` since `start` (GetTickCount64).
+// Returns the milliseconds left of `milliseconds` since `start` (GetTickCount64).
 std::uint32_t Left(ULONGLONG start, std::uint32_t milliseconds) {
   const ULONGLONG elapsed = GetTickCount64() - start;
   return elapsed >= milliseconds ? 0 : milliseconds - static_cast<std::uint32_t>(elapsed);
@@ -52,7 +52,7 @@ bool PipeClient::OpenRequestPipe(std::uint32_t milliseconds) {
 
 bool PipeClient::OpenReplyPipe(std::uint32_t milliseconds) {
   CloseReplyPipe();
-  // FILE_WRITE_ATTRIBUTES: without it the read mode of the handle cannot be changed.
+  // Without FILE_WRITE_ATTRIBUTES the read mode of the handle cannot be changed.
   replyPipe = Open(replyName, GENERIC_READ | FILE_WRITE_ATTRIBUTES, milliseconds);
   if (replyPipe == nullptr) return false;
   DWORD mode = PIPE_READMODE_MESSAGE;
@@ -128,7 +128,7 @@ bool PipeClient::Finish(NativeHandle pipe, Operation& operation, bool done, std:
     if (WaitForSingleObject(operation.overlapped.hEvent, milliseconds) == WAIT_TIMEOUT) {
       CancelIo(pipe);
       DWORD ignored = 0;
-      // What arrived in the last moment still counts.
+      // A message that arrived at the last moment still counts.
       if (!GetOverlappedResult(pipe, &operation.overlapped, &ignored, TRUE)) {
         lastError = WAIT_TIMEOUT;
         return false;

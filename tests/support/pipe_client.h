@@ -27,8 +27,9 @@ class PipeClient {
   PipeClient(const PipeClient&) = delete;
   PipeClient& operator=(const PipeClient&) = delete;
 
-  // Opens both pipes back to back. An instance that another client has just taken (231) or that the server is
-  // about to make (2) is tried again until the time is up. False then, and at once after any other error.
+  // Opens both pipes in direct succession. Retries until the time is up while another client has just taken
+  // the instance (231) or the server has not created it yet (2). Returns false then, and at once after any
+  // other error.
   bool Connect(std::uint32_t milliseconds = kWaitMs);
   bool OpenRequestPipe(std::uint32_t milliseconds = kWaitMs);
   bool OpenReplyPipe(std::uint32_t milliseconds = kWaitMs);
@@ -36,24 +37,25 @@ class PipeClient {
   void CloseReplyPipe();
   void Disconnect();
 
-  // One message of `size` bytes; 0 is a message too. False when it was not taken in time or the server is
-  // gone.
+  // Sends one message of `size` bytes; a message of 0 bytes is valid. Returns false when it was not taken in
+  // time or the server is gone.
   bool SendBytes(const void* bytes, std::size_t size, std::uint32_t milliseconds = kWaitMs);
   bool Send(const PipeRequest& request, std::uint32_t milliseconds = kWaitMs);
-  // The next reply; nothing when none came in time, the server disconnected, or the message has another size
-  // than a reply. LastError tells which: 258 for the time, 0 for the size.
+  // Returns the next reply; nothing when none came in time, the server disconnected, or the message does not
+  // have the size of a reply. LastError distinguishes them: 258 for the time, 0 for the size.
   std::optional<PipeReply> Receive(std::uint32_t milliseconds = kWaitMs);
-  // Send and Receive.
+  // Combines Send and Receive.
   std::optional<PipeReply> Call(const PipeRequest& request, std::uint32_t milliseconds = kWaitMs);
-  // Call of a request that has a code only; the reply's code, or 0 when there was none.
+  // Calls with a request that has only a code; returns the reply's code, or 0 when there was none.
   std::uint32_t CallCode(std::uint32_t code, std::uint32_t milliseconds = kWaitMs);
 
-  // Whether the server closes this connection within the time. Replies that come meanwhile are dropped.
+  // Returns whether the server closes this connection within the time. Replies that arrive meanwhile are
+  // dropped.
   bool WaitUntilDisconnected(std::uint32_t milliseconds = kWaitMs);
 
-  // The system's code of the last operation that failed.
+  // Returns the system's code of the last operation that failed.
   std::uint32_t LastError() const { return lastError; }
-  // For questions to the system; still owned here. Null when not open.
+  // For queries to the system; this object keeps ownership. Null when not open.
   TamLogUtil::NativeHandle RequestPipe() const { return requestPipe; }
   TamLogUtil::NativeHandle ReplyPipe() const { return replyPipe; }
 
@@ -74,7 +76,7 @@ class PipeClient {
   std::unique_ptr<Operation> receiving;
 };
 
-// `name` made unique for this process: pipes with fixed names are shared by all test programs of a prefix.
+// Returns `name` made unique for this process: all test programs of a prefix share pipes with fixed names.
 std::string PipeNameForThisProcess(const std::string& name);
 
 }  // namespace TestSupport

@@ -9,14 +9,14 @@
 namespace TestSupport {
 
 struct Outcome {
-  int exitCode = -1;  // -1 when it was ended by a signal
+  int exitCode = -1;  // -1 when a signal ended it
   std::string out;
   std::string err;
 };
 
-// `commandLine` is a line of the shell on POSIX, the line for CreateProcess on Windows; `folder` is its
-// current directory, in which the files `in`, `out` and `err` are its standard streams. Under Windows a
-// program that does not end within 30 s is ended and fails the test; elsewhere the watchdog's limit holds.
+// `commandLine` is a shell line on POSIX, and the line for CreateProcess on Windows; `folder` is its current
+// directory, in which the files `in`, `out` and `err` are its standard streams. On Windows a program that
+// does not end within 30 s is killed and fails the test; elsewhere the watchdog's limit applies.
 Outcome RunIn(const std::string& folder, const std::string& commandLine, const std::string& input = "");
 
 }  // namespace TestSupport

@@ -11,7 +11,7 @@ namespace {
 constexpr DWORD kLimitMs = 30000;
 constexpr UINT kEndedByTest = 99;
 
-// A file that a child inherits. Closed by the caller.
+// Opens a file that a child inherits. The caller closes it.
 HANDLE OpenForChild(const std::string& path, bool write) {
   SECURITY_ATTRIBUTES inherited{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
   return CreateFileA(path.c_str(), write ? GENERIC_WRITE : GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,

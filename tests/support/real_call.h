@@ -1,8 +1,8 @@
 #pragma once
 
-// For tests that make calls of the operating system fail: the test executable defines the import pointer
-// (`__imp_NAME`) of a call with a function of its own, which the linker then takes instead of the system
-// library's; RealCall finds the system's own function for it. Windows only.
+// Support for tests that make calls of the operating system fail: the test executable defines the import
+// pointer (`__imp_NAME`) of a call with a function of its own, which the linker then uses instead of the
+// system library's; RealCall finds the system's own function for it. Windows only.
 //
 //   BOOL WINAPI FakeFlush(LPCVOID view, SIZE_T size) {
 //     if (failFlush) { SetLastError(ERROR_IO_DEVICE); return FALSE; }
@@ -10,7 +10,7 @@
 //   }
 //   extern "C" { decltype(&FlushViewOfFile) __imp_FlushViewOfFile = FakeFlush; }
 //
-// The C++ run-time's own calls come through the same pointer, so no function-local static belongs in a fake.
+// The C++ run-time's own calls use the same pointer, so a fake must not contain a function-local static.
 
 #include "util/win32.h"
 

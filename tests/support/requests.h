@@ -1,6 +1,6 @@
 #pragma once
 
-// The requests of the pipe protocol. Needs the records only.
+// Builds the requests of the pipe protocol. Needs the records only.
 
 #include <cstdint>
 #include <string>
@@ -9,7 +9,7 @@
 
 namespace TestSupport {
 
-// Everything but the code is zero.
+// Every field except the code is zero.
 PipeRequest RequestOf(std::uint32_t code);
 PipeRequest RequestOf(RequestCode code);
 PipeRequest SubmitRequest(const LogMessageBody& message);
@@ -17,7 +17,7 @@ PipeRequest SettingsRequest(const SettingsBody& settings);
 // A path of 1024 characters fills its field to the last byte. A longer one throws std::runtime_error.
 PipeRequest PathRequest(const std::string& path);
 PipeRequest IndexRequest(std::uint32_t index);
-// A text that leaves no room for its zero byte throws std::runtime_error.
+// Throws std::runtime_error when the text leaves no room for its zero byte.
 PipeRequest FilterRequest(const std::string& text, bool include);
 
 }  // namespace TestSupport

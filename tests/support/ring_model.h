@@ -1,8 +1,8 @@
 #pragma once
 
 // A small model of the log as its format document describes it: the list in memory, the counts of pending and
-// rewound entries, and the ring that a flush makes of them. Tests use it to bring a log into any state and to
-// know the truth about every message.
+// rewound entries, and the ring that a flush writes from them. Tests use it to bring a log into any state and
+// to know the fate of every message.
 
 #include <cstdint>
 #include <deque>
@@ -15,7 +15,7 @@
 
 namespace TamLogTest {
 
-// A message of 2026-01-01 with the time of day in milliseconds.
+// Returns a message of 2026-01-01 with the time of day in milliseconds.
 LogMessageBody MakeBody(std::int32_t millisecondOfDay, const std::string& text,
                         const std::string& source = "Test", std::uint32_t type = 0);
 
@@ -28,12 +28,12 @@ class RingModel {
   void Clear();
   void Reformat(std::int32_t capacity);
 
-  // What the file holds now, as a reader would copy it.
+  // Returns the present contents of the file, as a reader would copy them.
   TamLogClient::LogSnapshot Snapshot() const;
   std::string FileBytes() const;
 
-  // Numbers, from 0 in order of submission, of the messages that ever were in the file; and of the one in a
-  // slot.
+  // Return the numbers, counted from 0 in order of submission, of all messages that ever were in the file,
+  // and the number of the message in a slot.
   const std::set<std::size_t>& EverInFile() const { return everInFile; }
   std::size_t MessageIn(std::uint32_t slot) const { return slotMessages[slot]; }
 

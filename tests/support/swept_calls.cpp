@@ -1,15 +1,15 @@
-// The calls into the system that the server's code makes and that can fail, each with the failure it is given
-// when its turn comes. CMake reads the names from here: an import that has no line is not swept, and
+// The system calls that the server's code makes and that can fail, each with the failure that it returns when
+// its turn comes. CMake reads the names from here: an import without a line is not swept, and
 // scripts/call-faults.sh counts its call sites as not failed.
 
 #include "tests/support/swept_calls.h"
 
-// These come after windows.h.
+// These require windows.h.
 #include <aclapi.h>
 
 #include <ctime>
 
-// The attributes of a declared function say what it checks, not how it is called.
+// The attributes of a declared function state the checks on it, not its calling convention.
 #pragma GCC diagnostic ignored "-Wignored-attributes"
 
 namespace TestSupport::Swept {

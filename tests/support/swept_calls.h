@@ -1,7 +1,7 @@
 #pragma once
 
-// How the swept calls stand between the server's code and the system; for call_sweep.cpp and the table of
-// calls in swept_calls.cpp only.
+// The interface between the server's code, the swept calls and the system; for call_sweep.cpp and the table
+// of calls in swept_calls.cpp only.
 
 #include <cstdint>
 #include <string>
@@ -17,26 +17,27 @@ namespace TestSupport::Swept {
 
 enum class WhenItFails : std::uint8_t {
   NothingHappens,
-  // Calls that let go of something: what they could not let go of would be open for good, whatever the
-  // server does. The same goes for the cancellation of I/O that the system still has a buffer of.
+  // The failing call still takes effect. For calls that release something: a resource that they fail to
+  // release would stay open for good, whatever the server does. The same applies to the cancellation of I/O
+  // that still uses a buffer.
   ItWasDoneAllTheSame,
-  // SetEvent: the one or the other, as the test asks.
+  // For SetEvent: either of the above, as the test requests.
   AsAsked,
 };
 
 struct Call {
   const char* name;
   const char* module;
-  std::int64_t failure;  // what it returns then
-  DWORD error;           // and leaves as the last error
+  std::int64_t failure;  // the result of the failing call
+  DWORD error;           // the last error that it sets
   WhenItFails when = WhenItFails::NothingHappens;
-  // What a success opens: the kind of resource, and the argument that receives it; -1: it is the result.
+  // The resource that a success opens: its kind, and the argument that receives it; -1: it is the result.
   char opens = 0;
   int openedBy = -1;
-  // What it closes, whether it fails or not.
+  // The resource that the call closes, whether it fails or not.
   char closes = 0;
   int closed = 0;
-  // Failing, it returns its first argument instead.
+  // The failing call returns its first argument instead of `failure`.
   bool failureIsArgument = false;
 };
 
@@ -47,18 +48,18 @@ inline constexpr char kKey = 'k';
 inline constexpr char kService = 's';
 inline constexpr char kMemory = 'm';
 
-// Whether this call, made from `site`, is the one to fail. Leaves the last error as it is.
+// Returns whether this call, made from `site`, is the one to fail. Keeps the last error.
 bool TakeFault(const Call& call, void* site);
 // `first`: the call's first argument.
 bool IsDoneAllTheSame(const Call& call, std::uintptr_t first);
-// The resources that are open. Null and the invalid handle are none. Each leaves the last error as it is.
-// `gate`: it is an event of which only a lock in memory knows. Setting it fails without setting it, always:
-// the lock counts on it.
+// Record the open resources. Null and the invalid handle do not count. Each function keeps the last error.
+// `gate`: the resource is an event that only a lock in memory knows. A failing SetEvent never sets it: the
+// lock relies on that.
 void NoteOpened(const Call& call, std::uintptr_t resource, bool gate);
 bool IsGate(std::uintptr_t handle);
 void NoteClosed(const Call& call, std::uintptr_t resource);
-// No other thread is in NoteOpened or NoteClosed while this lives: one that is ended by force there would
-// keep their lock.
+// During its lifetime no other thread is in NoteOpened or NoteClosed: a thread that is ended by force there
+// would keep their lock.
 class NobodyNotes {
  public:
   NobodyNotes();
@@ -113,7 +114,7 @@ struct Hook<call, Result (*)(Arguments...)> {
  private:
   using Real = Result (*)(Arguments...);
 
-  // Named here, where the compiler sees that they depend on the call.
+  // Defined here, where the compiler sees that it depends on the call.
   static constexpr bool kDuplicates = std::string_view(call.name) == "DuplicateHandle";
   static constexpr bool kMakesEvent = std::string_view(call.name) == "CreateEventA";
   static constexpr bool kEndsThread = std::string_view(call.name) == "TerminateThread";

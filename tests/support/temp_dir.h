@@ -1,9 +1,9 @@
 #pragma once
 
-// A directory of a test's own, removed with everything in it at the end. Beside the test executable on
-// Windows (so that Linux programs find it too), in the system's temporary directory otherwise. It is always
-// new: process ids come again, after a test that was killed and left its directory, and in another Wine
-// prefix.
+// A directory of a test's own, removed with its contents at the end. On Windows it lies in the directory of
+// the test executable (so that Linux programs find it too), otherwise in the system's temporary directory. It
+// is always new, because process ids are reused: after a test that was killed and left its directory, and in
+// another Wine prefix.
 
 #include <atomic>
 #include <filesystem>
@@ -20,7 +20,7 @@
 
 namespace TestSupport {
 
-// The number that makes the names of this process's files, pipes, events and services its own.
+// Returns the number that makes the names of this process's files, pipes, events and services unique.
 inline std::string ProcessSuffix() {
 #ifdef _WIN32
   return std::to_string(_getpid());
@@ -43,7 +43,7 @@ class TempDir {
   TempDir& operator=(const TempDir&) = delete;
 
   std::string Path() const { return path.string(); }
-  // The path of `name` in it, in the system's own notation.
+  // Returns the path of `name` in it, in the system's own notation.
   std::string File(const std::string& name) const { return (path / name).string(); }
 
  private:

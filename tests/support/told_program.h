@@ -1,7 +1,7 @@
 #pragma once
 
-// A small program that a test starts, tells when to go on, and may kill: it reports each step by a line of
-// output.
+// Helpers for a small program that a test starts, controls by lines of input, and may kill: it reports each
+// step by a line of output.
 
 #include <exception>
 #include <iostream>
@@ -20,7 +20,7 @@ inline void WaitToBeTold() {
   std::getline(std::cin, line);
 }
 
-// What main returns: `run`'s exit code, or 1 after a line that says what `run` threw.
+// Returns the exit code for main: `run`'s, or 1 after printing the text of the exception that `run` threw.
 template <class Run>
 int RunToldProgram(int argc, char** argv, Run run) {
   try {

@@ -1,6 +1,6 @@
 #pragma once
 
-// A bounded wait for something that another thread or process brings about.
+// A bounded wait for a condition that another thread or process fulfils.
 //
 //   ASSERT_TRUE(WaitUntil([&] { return calls >= 3; }));
 
@@ -11,7 +11,8 @@ namespace TestSupport {
 
 inline constexpr std::chrono::milliseconds kWaitLimit{10000};
 
-// Whether `condition` came true within `limit`. Looked at every millisecond or two, and once more at the end.
+// Returns whether `condition` came true within `limit`. Evaluates it every millisecond or two, and once more
+// at the end.
 template <class Condition>
 bool WaitUntil(Condition condition, std::chrono::milliseconds limit = kWaitLimit) {
   const auto end = std::chrono::steady_clock::now() + limit;

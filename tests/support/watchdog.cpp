@@ -12,7 +12,7 @@
 #ifdef _WIN32
 #include "util/win32.h"
 
-// Needs windows.h before it.
+// Requires windows.h.
 #include <tlhelp32.h>
 #endif
 
@@ -22,7 +22,7 @@ namespace {
 constexpr int kDefaultLimitSeconds = 50;
 constexpr int kPollMs = 100;
 
-// Milliseconds of the steady clock at which the present test is given up; 0: none.
+// The steady clock's time in milliseconds at which the watchdog ends the present test; 0: never.
 std::atomic<std::int64_t> deadline{0};
 
 std::int64_t NowMs() {
@@ -39,7 +39,7 @@ int LimitSeconds() {
 
 constexpr int kMaxFrames = 48;
 
-// Whether the address is the test's own code rather than the system's.
+// Returns whether the address belongs to the test's own code rather than to the system's.
 bool IsOwnCode(DWORD64 address) {
   const auto* const image = reinterpret_cast<const char*>(GetModuleHandleA(nullptr));
   const auto* const dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(image);
@@ -48,7 +48,7 @@ bool IsOwnCode(DWORD64 address) {
   return address >= base && address < base + headers->OptionalHeader.SizeOfImage;
 }
 
-// Unwinds by the images' own tables.
+// Unwinds with the images' own tables.
 void PrintFrames(CONTEXT context) {
   for (int frame = 0; frame < kMaxFrames && context.Rip != 0; ++frame) {
     std::cerr << "    " << (IsOwnCode(context.Rip) ? "test   0x" : "system 0x") << std::hex << context.Rip
@@ -125,8 +125,8 @@ void GiveUp() {
   EndProcess();
 }
 
-// Polls rather than waits: tests that make events and waits fail must not find the watchdog's calls among
-// theirs.
+// Polls rather than waits: the calls of the watchdog must not mix with those of tests that make events and
+// waits fail.
 void Watch() {
   for (;;) {
     Pause();

@@ -1,5 +1,5 @@
-"""Tests of Ctrl-C typed on a real console: the programs run on a terminal, which Wine presents as a console, turning the
-key into the console's event. Needs a Wine prefix of its own, which ctest provides; see scripts/wine-run.sh."""
+"""Tests of Ctrl-C typed on a real console: the programs run on a terminal, which Wine presents as a console, turning
+the key into the console's event. Needs a Wine prefix of its own, which ctest provides; see scripts/wine-run.sh."""
 
 import os
 import pty
