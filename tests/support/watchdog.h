@@ -1,16 +1,16 @@
 #pragma once
 
-// Ends a test that hangs: after 50 seconds in one test (TAMLOG_TEST_LIMIT in the environment sets other
-// seconds, 0 none) the test's name and, on Windows, the back traces of all threads go to the error stream,
-// and the process ends with exit code 99. Every test executable has it, without naming it.
+// Ends a test that hangs: after 50 seconds in one test (TAMLOG_TEST_LIMIT in the environment sets another
+// number, 0 for no limit) the test's name and, on Windows, the back traces of all threads go to the error
+// stream, and the process ends with exit code 99. Works in every test executable without being named.
 //
-// The addresses are of the executable's preferred image: addr2line -Cfpe TEST.exe ADDRESS names them.
+// Addresses refer to the executable's preferred image: addr2line -Cfpe TEST.exe ADDRESS names them.
 
 namespace TestSupport {
 
 inline constexpr int kWatchdogExitCode = 99;
 
-// Another limit for the test that runs at present, counted from now.
+// Sets another limit for the test that runs at present, counted from now.
 void SetWatchdogLimit(int seconds);
 
 }  // namespace TestSupport
