@@ -1,4 +1,4 @@
-// Any bytes as a cursor that was pasted back: what is read is written as it was.
+// Fuzzes the reading of cursors: a cursor that can be read is written back unchanged.
 
 #include "client/log/cursor.h"
 

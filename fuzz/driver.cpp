@@ -1,8 +1,8 @@
-// Any bytes as what the driver hands over, and as the names and switches of the filters: which messages are
-// kept, and in which order they lie in the file, compared with the plainest way of telling both.
+// Fuzzes the messages from the driver, and the names and switches of the filters: the kept messages and their
+// order in the file have to agree with a direct implementation of both rules.
 //
 // Input: switches of types (1), capacity (1), number of filters (1), the filters (kind 1, length 1, text),
-// then records of 546 bytes, each behind a byte that says whether a flush comes before it.
+// then records of 546 bytes, each preceded by a byte that says whether a flush comes before it.
 
 #include <cstdint>
 #include <string>

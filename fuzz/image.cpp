@@ -1,9 +1,7 @@
-// Any bytes as the log file that a server finds at its start: the server's own opening (check, compact,
-// resize, empty, load), and what it does with the file after that, while other processes write over the
-// header.
+// Fuzzes the log file that a server finds at its start: the server's own opening (check, compact, resize,
+// empty, load), and its later work on the file, while other processes overwrite the header.
 //
-// Input: the configured capacity (2 bytes), the one of a second opening (2), 28 steps of a byte each, the
-// file.
+// Input: the configured capacity (2 bytes), that of a second opening (2), 28 steps of a byte each, the file.
 
 #include <array>
 #include <cstddef>
@@ -32,7 +30,7 @@ using TamLogUtil::Timeout;
 using TamLogUtil::Exceptions::ExceptionBase;
 
 constexpr char kPath[] = "C:\\Logs.dat";
-// More than a page of slots, few enough for many runs a second.
+// More than a page of slots, yet few enough for many runs a second.
 constexpr std::uint16_t kMostCapacity = 40;
 
 struct Head {
@@ -85,7 +83,7 @@ class OpenedLog {
   std::uint32_t Capacity() const { return configuration.maxMessage; }
   bool Tampered() const { return tampered; }
 
-  // The header of an opened file is sound, whatever the file was before.
+  // Checks that the header of an opened file is sound, whatever the file contained before.
   void CheckHeader() const {
     const std::string bytes = NativeMachine::ReadFile(kPath);
     const LogFileImage image(bytes);
@@ -104,8 +102,8 @@ class OpenedLog {
     server.ClearMessages();
   }
 
-  // As any process may that has the file mapped: a number of the header, but for the count of readers, with
-  // which it could make the server wait for good.
+  // Overwrites a number of the header, as any process that has the file mapped may do. The count of readers
+  // is excepted: with it such a process could make the server wait forever.
   void TamperWithHeader(std::uint8_t where, const Head& head) {
     std::size_t size = 0;
     std::uint8_t* const bytes = NativeMachine::BytesOf(kPath, size);
@@ -121,7 +119,7 @@ class OpenedLog {
   bool tampered = false;
 };
 
-// What the client's checker says of the file before is what the server makes of it.
+// Checks that the server treats the file as the client's checker predicts.
 void CheckOpening(const std::string& before, std::uint32_t capacity) {
   const LogFileImage image(before);
   const std::string after = NativeMachine::ReadFile(kPath);
@@ -136,8 +134,8 @@ void CheckOpening(const std::string& before, std::uint32_t capacity) {
   Require(after.substr(kSlotsOffset) == before.substr(kSlotsOffset));
 }
 
-// A full rewrite leaves messages in the reverse order; nothing else of what a server writes is damage. (A log
-// without slots breaks a rule by itself.)
+// Checks that the server writes no damage; only the reverse order that a full rewrite leaves is allowed. (A
+// log without slots breaks a rule by itself.)
 void CheckWritten(std::uint32_t capacity) {
   if (capacity == 0) return;
   const std::string bytes = NativeMachine::ReadFile(kPath);
@@ -162,7 +160,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       try {
         log.Step(step, head);
       } catch (const ExceptionBase&) {
-        // What other processes write into the header is the only reason for an operation to fail.
+        // An operation may fail only because other processes have written into the header.
         Require(log.Tampered());
       }
     }

@@ -1,6 +1,6 @@
 #pragma once
 
-// The bytes of one fuzz input, taken from the front piece by piece. Behind their end zeros follow.
+// The bytes of one fuzz input, taken from the front piece by piece. Zeros follow after the end.
 
 #include <algorithm>
 #include <cstddef>
@@ -12,7 +12,8 @@
 
 namespace Fuzz {
 
-// What has to hold whatever the input: ends the process where it does not, which the fuzzer reports.
+// Requires a condition that holds for every input. Ends the process when it does not hold, which the fuzzer
+// reports.
 inline void Require(bool holds, const char* file = __builtin_FILE(), int line = __builtin_LINE()) {
   if (holds) return;
   std::fprintf(stderr, "%s:%d: does not hold\n", file, line);
@@ -26,14 +27,14 @@ class Input {
   bool Empty() const { return left == 0; }
   std::size_t Left() const { return left; }
 
-  // A number, or any record of plain bytes.
+  // Returns a number, or any record of plain bytes.
   template <class Record>
   Record Take() {
     Record record{};
     TakeInto(&record, sizeof record);
     return record;
   }
-  // At most `size` bytes; fewer where the input ends. Returns how many they were.
+  // Takes at most `size` bytes, fewer where the input ends. Returns their number.
   std::size_t TakeInto(void* target, std::size_t size) {
     const std::size_t taken = std::min(size, left);
     if (taken != 0) std::memcpy(target, next, taken);

@@ -1,5 +1,5 @@
-// Any bytes as a log file: the server's own rules must survive them, and the client's checker must come to
-// the same end.
+// Fuzzes the server's own rules for log files: they must survive any bytes, and the client's checker must
+// come to the same result.
 
 #include <cstddef>
 #include <cstdint>
@@ -35,7 +35,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const LogFileImage image(std::string_view(reinterpret_cast<const char*>(data), size));
   if (!image.HasHead()) return 0;
   LogFileHeader header = image.Header();
-  header.readCount = 1;  // the server sets 0 and comes in
+  header.readCount = 1;  // the server sets 0 and enters
   ImageSlots slots(image);
   const bool kept = FirstBrokenRule(header, slots) == IntegrityRule::NoneBroken;
   if (kept != TamLogClient::VerifyLogFile(image, {.most = 2}).Accepted()) std::abort();

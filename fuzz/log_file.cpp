@@ -1,5 +1,5 @@
-// Any bytes as a log file: the checker and the repair must survive them, and what the repair saves must pass
-// the rules. The checker's word is compared with its own on the repaired file.
+// Fuzzes the checker and the repair of log files: they must survive any bytes, and the saved messages must
+// pass the rules. The checker's verdict is compared with its verdict on the repaired file.
 
 #include <cstddef>
 #include <cstdint>
@@ -49,7 +49,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string_view bytes(reinterpret_cast<const char*>(data), size);
   const LogFileImage image(bytes);
   const auto report = TamLogClient::VerifyLogFile(image, {.most = 3});
-  // A file that a server accepts loses nothing but blank slots.
+  // The repair of a file that a server accepts loses nothing but blank slots.
   const auto plan = TamLogClient::PlanRepair(image);
   if (report.Accepted() && image.HasHead()) {
     Require(plan.mended == 0);

@@ -1,8 +1,8 @@
-// Any bytes as the values that the registry holds: what the server's start makes of them, that it says the
-// same to its clients, and that what its stop writes is loaded again unchanged.
+// Fuzzes the registry's values: the server's start must read them, report the same to its clients, and load
+// what its stop writes unchanged.
 //
-// Input: values of a byte that chooses the key and the name, the number of the data's bytes (2), the data;
-// values of the filters' key have the length of their name (1) and the name before these.
+// Input: each value is a byte that chooses the key and the name, the number of the data's bytes (2), and the
+// data; values of the filters' key have the length of their name (1) and the name before these.
 
 #include <algorithm>
 #include <array>
@@ -26,7 +26,7 @@ const std::string kFiltersKey = std::string(kConfigurationKey) + '\\' + kFilters
 constexpr std::array<const char*, 5> kNames = {"LogFile", "MaxMessage", "DevicePollRate", "SaveRate",
                                                "TypeFilter"};
 
-// The system takes no zero in a name, and ends a name at 16,383 characters.
+// The system allows no zero in a name, and ends a name at 16,383 characters.
 std::string TakeName(Fuzz::Input& input) {
   std::string name = input.TakeText(input.Take<std::uint8_t>() % 80U);
   std::replace(name.begin(), name.end(), '\0', '0');

@@ -1,9 +1,9 @@
-// Any bytes as the requests of a client, handed to the server's own handler over its own store, between ticks
-// of the timers, messages of the driver, restarts and stops: nothing but a text that does not fit its reply
-// may end the process, and such a text always does.
+// Fuzzes the requests of a client, passed to the server's own handler over its own store, between ticks of
+// the timers, messages of the driver, restarts and stops: only a text that does not fit its reply may end the
+// process, and such a text always does.
 //
-// Input: steps of a byte each; a request and a message of the driver have the number of their bytes (2) and
-// the bytes behind it.
+// Input: steps of a byte each; a request and a message of the driver are followed by the number of their
+// bytes (2) and the bytes.
 
 #include <cstdint>
 #include <string>
@@ -19,7 +19,7 @@ using Fuzz::Require;
 
 constexpr int kMostSteps = 200;
 
-// Small, so that the ring goes round.
+// The log is small, so that the ring wraps.
 void WriteSettings() {
   const std::uint32_t capacity = 8;
   NativeMachine::SetValue(kConfigurationKey, "LogFile", std::string("C:\\Logs.dat") + '\0');
@@ -41,7 +41,7 @@ void PutIntoDriver(Fuzz::Input& input) {
   NativeMachine::PutIntoDriver(message);
 }
 
-// False when the process has ended.
+// Returns false when the process has ended.
 bool Step(Fuzz::ServerModel& server, Fuzz::Input& input) {
   switch (input.Take<std::uint8_t>() % 12U) {
     case 0:
@@ -60,7 +60,7 @@ bool Step(Fuzz::ServerModel& server, Fuzz::Input& input) {
       server.RunRestarts();
       return true;
     case 5:
-      // A path that was too long for the start before is too long for this stop as well.
+      // A path that was too long for the previous start is too long for this stop as well.
       Require(server.Stop() || PathIsTooLong());
       server.Start();
       return true;

@@ -92,7 +92,7 @@ std::optional<PipeReply> ServerModel::Ask(const PipeRequest& request) {
 
 std::optional<PipeReply> ServerModel::Carry() {
   const PipeRequest request = buffer->record;
-  // The transport answers those itself.
+  // The transport answers these requests itself.
   if (request.code < kFirstHandledCode || request.code > kLastHandledCode) return *reply;
   const bool end = EndsProcess(request);
   reply->code = static_cast<std::uint32_t>(ReplyCode::Done);
@@ -114,8 +114,8 @@ const std::string* ServerModel::FilterAt(std::size_t index) const {
   return index < excludes.size() ? &excludes[index] : nullptr;
 }
 
-// The whole list. A text comes in over the pipe (a filter runs on into its kind and beyond when no zero
-// stands in its field), or from the registry.
+// The complete list of requests that end the process. The text comes from the pipe (a filter without a zero
+// in its field extends into its kind and beyond) or from the registry.
 bool ServerModel::EndsProcess(const PipeRequest& request) const {
   switch (static_cast<RequestCode>(request.code)) {
     case RequestCode::GetLogFile:
@@ -166,8 +166,8 @@ void ServerModel::CheckReply(const PipeRequest& request) const {
   }
 }
 
-// What a start does with the registry, told once more: each value as long as its bytes fit, the path first;
-// the first that cannot be read ends the start and leaves what comes behind it as it was.
+// A second implementation of how a start reads the registry: each value as far as its bytes fit, the path
+// first; the first value that cannot be read ends the start and leaves all later ones unchanged.
 void ServerModel::LearnFromRegistry() {
   const auto values = NativeMachine::Values(kConfigurationKey);
   const auto find = [&values](const char* name) -> const std::string* {

@@ -1,8 +1,8 @@
 #pragma once
 
-// The server on the machine in memory (tests/native/machine.h), and what a client can know of its texts: from
-// that follows which requests end the process, because a text does not fit its reply. Each of those has to,
-// and no other.
+// The server on the machine in memory (tests/native/machine.h), and a client's knowledge of its texts, from
+// which follows which requests end the process, because a text does not fit its reply. Each of those has to
+// end it, and no other may.
 
 #include <cstddef>
 #include <cstdint>
@@ -19,22 +19,23 @@ namespace Fuzz {
 
 class ServerModel {
  public:
-  // False when it failed, as it does with settings that cannot be read or a file that cannot be made.
+  // Returns false when the start failed, as with settings that cannot be read or a file that cannot be
+  // created.
   bool Start();
   bool Stop();
-  // The restarts that requests have asked for since the last time.
+  // Performs the restarts that were requested since the last call.
   void RunRestarts();
-  // Whether a stop has left a path that the next start cannot read.
+  // Returns whether a stop has left a path that the next start cannot read.
   bool CannotStartAgain() const { return logFile.size() >= RegistryKey::kTextBufferSize; }
   void Tick(std::uint32_t timer) { service->OnTimer(timer); }
 
-  // One request of a connection: `bytes` (at most a record) as they came, behind them what the buffer held
-  // before. Nothing when the process has ended, which it does exactly when a text does not fit.
+  // Sends one request of a connection: `bytes` (at most a record), followed by the previous content of the
+  // buffer. Returns nothing when the process has ended, which happens exactly when a text does not fit.
   std::optional<PipeReply> Ask(const std::string& bytes);
   std::optional<PipeReply> Ask(const PipeRequest& request);
 
  private:
-  // As a connection keeps it, in an allocation of its own that ends with the guard.
+  // Stored as a connection stores it, in an allocation of its own that ends with the guard.
   struct GuardedRequest {
     PipeRequest record{};
     std::uint8_t guard = 0;

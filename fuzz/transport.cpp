@@ -1,6 +1,6 @@
-// Any bytes as the messages that come out of a request pipe, of any length: what the connection makes of them
-// (which requests it hands on, with which bytes, what it answers by itself, when it gives up), compared with
-// the rules of docs/pipe_protocol.md told once more.
+// Fuzzes the messages of a request pipe, of any length: the actions of the connection (the requests that it
+// forwards, their bytes, its own answers, the moment at which it gives up) have to agree with a second
+// implementation of the rules in docs/pipe_protocol.md.
 //
 // Input: messages of two bytes of length and the bytes; a request whose last byte is 0xEE makes the handler
 // fail.
@@ -46,8 +46,8 @@ bool Fails(const PipeRequest& request) {
   return request.bytes[sizeof request.bytes - 1] == kFails;
 }
 
-// The requests that reach the handler, when all messages lie in the pipe before the first read, and the
-// client takes its replies whenever the handler is called.
+// Returns the requests that reach the handler, if all messages are in the pipe before the first read, and the
+// client reads its replies whenever the handler is called.
 std::deque<PipeRequest> RequestsOf(const Messages& messages) {
   std::deque<PipeRequest> requests;
   PipeRequest record{};
@@ -84,7 +84,7 @@ class Handler final : public PipeServerMessageHandler {
     Require(reply.code == static_cast<std::uint32_t>(ReplyCode::Done));
     expected.pop_front();
     TakeReplies();
-    if (Fails(request)) throw std::runtime_error("told to fail");
+    if (Fails(request)) throw std::runtime_error("a failure on request");
   }
   void ConnectionEnded(PipeServerHandleThread* /*connection*/) override {
     Require(!ended && expected.empty());
@@ -112,7 +112,7 @@ void Serve(const Messages& messages) {
   client.Attach(requests, replies);
   for (const std::string& message : messages) Require(client.Send(message.data(), message.size()));
   Handler handler(RequestsOf(messages), client);
-  // Destroys itself.
+  // The thread destroys itself.
   (new PipeServerHandleThread(requests, replies, &handler))->Start();
   NativeMachine::RunThreads();
   TamLogUtil::CloseQuietly(requests);

@@ -1,4 +1,4 @@
-// Any bytes as a line of tsv, as a time and as a selection's terms: what is read is written back as it was.
+// Fuzzes tsv lines, times and the terms of a selection: each one that can be read is written back unchanged.
 
 #include <cstddef>
 #include <cstdint>
