@@ -1,15 +1,15 @@
-// What a message costs the server's store until it lies in the file: AddMessage, and its share of the flush
-// that comes after every 2,000. The file is full, so each message takes the place of the oldest
+// Measures the cost of a message in the server's store until it is in the file: AddMessage, and its share of
+// the flush after every 2,000 messages. The file is full, so each message takes the place of the oldest
 // (bench/append.py).
 //
 //   append_bench LOGFILE SLOTS [COUNT]
 //
-// Takes turns, nanoseconds each:
-// - append: a message
+// Measurements, in nanoseconds each:
+// - append: one message
 // - flush-oldest: adding and flushing one message that is older than all but one in the file
-// - rewrite-all: every slot read and written once, as it is
-// - count-add: COUNT and 2 COUNT AddMessage between marks
-// - count-filter: as many looks through 100 filters between marks
+// - rewrite-all: reading and writing every slot once, unchanged
+// - count-add: COUNT and 2 COUNT calls of AddMessage between marks
+// - count-filter: as many searches through 100 filters between marks
 
 #include <algorithm>
 #include <cstdlib>
@@ -24,7 +24,7 @@
 
 namespace {
 
-constexpr std::size_t kBatch = 2000;  // at most: a batch that fills the log anew is another matter
+constexpr std::size_t kBatch = 2000;  // at most; rewriting the whole log costs differently
 constexpr std::size_t kMeasured = 20000;
 
 double Append(Bench::Store& store, std::uint32_t slots) {
@@ -39,8 +39,8 @@ double Append(Bench::Store& store, std::uint32_t slots) {
          kMeasured;
 }
 
-// The only message that the file format makes dear: all that lies behind its place is written again. A file
-// that is full drops it at once, so it is one newer than the oldest.
+// Measures the only message that is expensive in this file format: all messages after its place are
+// rewritten. A full file drops the oldest message at once, so this one is one newer than the oldest.
 double FlushOldest(Bench::Store& store, std::uint32_t slots) {
   Bench::View view;
   const LogFileHeader& header = *view.Header();
@@ -52,7 +52,7 @@ double FlushOldest(Bench::Store& store, std::uint32_t slots) {
   });
 }
 
-// Every slot read and written once, as it is.
+// Reads and writes every slot once, unchanged.
 double RewriteAll(std::uint32_t slots) {
   Bench::View view;
   return Bench::Nanoseconds([&] {

@@ -1,8 +1,8 @@
 #pragma once
 
 // The server's real store over a full file in this process, for the programs that measure it; and the mapped
-// slots as a reader has them. Windows only. One thread, but for `server`, which any thread may use as its
-// header says.
+// slots as a reader sees them. Windows only. Use from one thread, except for `server`, which any thread may
+// use as its header states.
 
 #include <algorithm>
 #include <cstdint>
@@ -23,7 +23,8 @@ inline constexpr char kHeaderLock[] = "Global\\TamLogBenchHeaderLock";
 inline constexpr char kReadWait[] = "Global\\TamLogBenchReadWait";
 inline constexpr char kWriteWait[] = "Global\\TamLogBenchWriteWait";
 
-// A source of 12 characters and a text of 80; `tenths` counts tenths of milliseconds from a fixed day on.
+// Returns a message with a source of 12 characters and a text of 80; `tenths` counts tenths of milliseconds
+// from a fixed day on.
 inline LogMessageBody MessageAt(std::uint64_t tenths) {
   LogMessageBody body{};
   SetTime(body, tenths / 10);
@@ -35,7 +36,7 @@ inline LogMessageBody MessageAt(std::uint64_t tenths) {
 // A server over a full file.
 class Store {
  public:
-  // New: writes a file whose messages are a millisecond apart. Given: takes the one that make_log has
+  // New: writes a file whose messages are a millisecond apart. Given: uses the file that make_log has
   // written.
   enum class File { New, Given };
 
@@ -54,14 +55,14 @@ class Store {
   void Open() { server.OpenFile(kMap, kHeaderLock, kReadWait, kWriteWait); }
   void Close() { server.CloseFile(TamLogUtil::Timeout::Infinite); }
 
-  // Messages later than all so far.
+  // Returns messages later than all previous ones.
   std::vector<LogMessageBody> InOrder(std::size_t count) {
     std::vector<LogMessageBody> bodies;
     bodies.reserve(count);
     for (std::size_t i = 0; i < count; ++i) bodies.push_back(MessageAt(++now));
     return bodies;
   }
-  // Every second one is a second late, behind 10,000 others.
+  // Returns messages of which every second one is a second late, after 10,000 others.
   std::vector<LogMessageBody> EverySecondLate(std::size_t count) {
     std::vector<LogMessageBody> bodies = InOrder(count);
     for (std::size_t i = 1; i < count; i += 2) bodies[i] = MessageAt(now - count + i - 6667);
@@ -83,7 +84,7 @@ class Store {
   std::uint64_t now;
 };
 
-// The mapped slots a second time, as a reader has them. Ends the program when there is no mapping.
+// A second mapping of the slots, as a reader has it. Ends the program when no mapping exists.
 class View {
  public:
   View();

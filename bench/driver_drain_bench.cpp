@@ -1,8 +1,8 @@
-// The server's real driver poll, beside a bare loop of device control calls over the same driver and
-// messages. The server object runs in this process as it does in the service (timers, pipes, log file,
-// settings from the registry); its poll is called as its timer would call it (bench/driver_drain.py).
+// Measures the server's real driver poll, next to a bare loop of device control calls over the same driver
+// and messages. The server object runs in this process as it does in the service (timers, pipes, log file,
+// settings from the registry); the program calls its poll as its timer would (bench/driver_drain.py).
 //
-// Takes turns: "poll" and "bare" give nanoseconds a message; "count-poll" drains COUNT and 2 COUNT between
+// Measurements: "poll" and "bare" in nanoseconds per message; "count-poll" drains COUNT and 2 COUNT between
 // marks.
 
 #include <algorithm>

@@ -1,13 +1,14 @@
-// What a flush keeps others from: how long readers are shut out, and how long a message that is handed in
+// Measures what a flush blocks: how long readers are shut out, and how long a message that is submitted
 // meanwhile waits (bench/flush_guards.py).
 //
 //   flush_guards_bench LOGFILE SLOTS
 //
-// Takes turns, nanoseconds each:
+// Measurements, in nanoseconds each:
 // - readers-out: from the reset of the read-wait event until it is set again, in a flush of 2,000
 // - limit: 5 bare event calls, and 1.15 times the copying of 2,000 messages into the same slots
-// - submit-wait: the longest AddMessage of another thread, on another processor, beside a flush of 20,000
-// - submit-alone: the longest of as many while nothing is flushed, which is what the system adds by itself
+// - submit-wait: the longest AddMessage of another thread, on another processor, during a flush of 20,000
+// - submit-alone: the longest of as many while nothing is flushed, which is the delay that the system adds by
+//   itself
 
 #include <algorithm>
 #include <atomic>
@@ -31,7 +32,7 @@ constexpr std::size_t kBusyBatch = 20000;
 constexpr double kShare = 1.15;
 constexpr int kFixedCalls = 5;
 
-// The read-wait event in this process, and when readers were shut out and let in.
+// The read-wait event in this process, and the times at which readers were shut out and let in.
 std::atomic<HANDLE> readWait = nullptr;
 Clock::time_point shutOut;
 Clock::time_point letIn;
@@ -45,7 +46,7 @@ const auto realCreateEvent = Real<decltype(&CreateEventA)>("CreateEventA");
 const auto realSetEvent = Real<decltype(&SetEvent)>("SetEvent");
 const auto realResetEvent = Real<decltype(&ResetEvent)>("ResetEvent");
 
-// The run-time calls these before the pointers above are there.
+// The run-time calls these functions before the pointers above exist.
 HANDLE WINAPI NotedCreateEvent(LPSECURITY_ATTRIBUTES attributes, BOOL manual, BOOL initial, LPCSTR name) {
   const auto create =
       realCreateEvent != nullptr ? realCreateEvent : Real<decltype(&CreateEventA)>("CreateEventA");
@@ -82,7 +83,7 @@ double ReadersOut(Bench::Store& store) {
 double Limit(Bench::View& view, std::uint32_t slots, HANDLE event) {
   const std::vector<LogMessage> copies(
       kShutOutBatch, {.sequence = 1, .body = Bench::MessageAt(std::uint64_t{slots} * 500), .padding = {}});
-  // The slots that the next flush will write.
+  // These are the slots that the next flush will write.
   auto slot = static_cast<std::size_t>(view.Header()->nextSlot);
   const double copying = Bench::Nanoseconds([&] {
     for (const LogMessage& message : copies) {
@@ -97,7 +98,8 @@ double Limit(Bench::View& view, std::uint32_t slots, HANDLE event) {
   return calls / kRounds + kShare * copying;
 }
 
-// The longest of the calls that a thread on the second processor makes, while `busy` runs on the first.
+// Returns the longest of the calls that a thread on the second processor makes while `busy` runs on the
+// first.
 template <class Busy>
 double LongestBeside(Bench::Store& store, Busy&& busy) {
   const std::vector<LogMessageBody> bodies = store.InOrder(kBusyBatch);
@@ -110,10 +112,10 @@ double LongestBeside(Bench::Store& store, Busy&& busy) {
     started = true;
     while (!ended && next < bodies.size()) {
       const double spent = Bench::Nanoseconds([&] { store.server.AddMessage(bodies[next]); });
-      // Those before and after the flush do not count; one that began in it does.
+      // Calls before and after the flush do not count; one that began during it does.
       longest = std::max(longest, spent);
       ++next;
-      // Some microseconds between two messages, so that they last as long as the flush.
+      // Pauses some microseconds between two messages, so that they last as long as the flush.
       const auto pause = Clock::now() + std::chrono::microseconds(2);
       while (Clock::now() < pause) {
       }

@@ -1,9 +1,9 @@
-// The same messages in journal files, read by the journal's own library (bench/read_whole.py).
+// Reads the same messages from journal files with the journal's own library (bench/read_whole.py).
 //
 //   journal_bench MESSAGES FILE...
 //
-// Takes turns: "read" gives the nanoseconds of reading all, newest first: time, type, source and text of
-// each.
+// Measurement: "read" is the time in nanoseconds to read all messages, newest first: time, type, source and
+// text of each.
 
 #include <systemd/sd-journal.h>
 

@@ -1,13 +1,13 @@
-// The same messages in LMDB: a record each, in order of time, and the oldest goes when a new one comes, as in
-// a full log. Nothing is forced to the disk (bench/append.py, bench/read_whole.py).
+// Stores the same messages in LMDB: one record each, in order of time; each new message displaces the oldest,
+// as in a full log. Nothing is forced to the disk (bench/append.py, bench/read_whole.py).
 //
 //   lmdb_bench FILE MESSAGES whole|packed
 //
-// whole: a record is all 546 bytes of a message, as our file keeps them; packed: only the bytes that say
-// something.
+// whole: a record is all 546 bytes of a message, as our file keeps them; packed: only the bytes that carry
+// information.
 //
-// Takes turns: "append" gives nanoseconds a message, in transactions of 2,000; "read" the nanoseconds of
-// reading all, newest first.
+// Measurements: "append" in nanoseconds per message, in transactions of 2,000; "read" the nanoseconds to read
+// all messages, newest first.
 
 #include <lmdb.h>
 
@@ -30,7 +30,7 @@ void Check(int result) {
   Bench::Fail(mdb_strerror(result));
 }
 
-// Time and number; compared byte by byte.
+// The time and a number; compared byte by byte.
 struct Key {
   std::uint64_t time;
   std::uint64_t number;
@@ -44,7 +44,7 @@ MDB_val ValueOf(const void* data, std::size_t size) {
   return {.mv_size = size, .mv_data = const_cast<void*>(data)};
 }
 
-// The bytes that say something: time and type, then both texts with their zeros.
+// Returns the bytes that carry information: time and type, then both texts with their zeros.
 std::string Packed(const LogMessageBody& body) {
   std::string bytes(reinterpret_cast<const char*>(body.timestamp), sizeof body.timestamp);
   bytes += static_cast<char>(body.type);

@@ -6,7 +6,7 @@ namespace Bench {
 
 namespace {
 
-// A request that shows in the trace by its name. There is no such event; nobody needs one.
+// Makes a request that appears in the trace by its name. The event does not exist and is not needed.
 void Mark(const char* name) {
   const HANDLE none = OpenEventA(SYNCHRONIZE, FALSE, name);
   if (none != nullptr) CloseHandle(none);

@@ -1,7 +1,7 @@
 #pragma once
 
-// The messages that everything is measured with: a source of 12 characters and a text of about 80, which is
-// what the figures of other logs stand for. They depend on their number alone, so two programs have the same.
+// The messages of all measurements: a source of 12 characters and a text of about 80, the size on which the
+// figures of other logs are based. They depend on their number alone, so two programs have the same.
 
 #include <cstdint>
 #include <cstring>
@@ -13,7 +13,8 @@
 
 namespace Bench {
 
-// Time words count up from 2026-01-01 in `milliseconds` and never leave a month's 28 days in use.
+// Sets the time words, which count up from 2026-01-01 in `milliseconds`; only the days 1 to 28 of a month are
+// used.
 inline void SetTime(LogMessageBody& body, std::uint64_t milliseconds) {
   const std::uint64_t seconds = milliseconds / 1000;
   const std::uint64_t days = seconds / 86400;
@@ -30,7 +31,7 @@ inline void SetTime(LogMessageBody& body, std::uint64_t milliseconds) {
   std::memcpy(body.timestamp, words, sizeof words);
 }
 
-// Message `number` comes 50 ms after the one before: 48 million of them stay within the year.
+// Message `number` comes 50 ms after the previous one: 48 million of them stay within the year.
 inline constexpr std::uint64_t kMillisecondsApart = 50;
 
 class Messages {
@@ -58,7 +59,7 @@ class Messages {
     return body;
   }
 
-  // Goes on as if `count` messages had been there before.
+  // Continues as if `count` messages had been returned before.
   void Skip(std::uint64_t count) { number += count; }
 
  private:

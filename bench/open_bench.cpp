@@ -1,8 +1,8 @@
-// Opens a full log as the server does at its start: check, load and all (bench/open_peers.py).
+// Opens a full log as the server does at its start, including check and load (bench/open_peers.py).
 //
 //   open_bench LOGFILE SLOTS
 //
-// Takes turns: "open" gives nanoseconds.
+// Measurement: "open", in nanoseconds.
 
 #include "bench/bench_store.h"
 #include "bench/turns.h"

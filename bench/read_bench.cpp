@@ -1,14 +1,14 @@
-// A client that reads the log through the client library, beside bare copies and bare event calls. The log is
-// shared by the server's real store in this process (bench/read_whole.py, bench/read_last.py).
+// Measures a client that reads the log through the client library, next to bare copies and bare event calls.
+// The server's real store in this process shares the log (bench/read_whole.py, bench/read_last.py).
 //
 //   read_bench LOGFILE SLOTS [COUNT]
 //
-// Takes turns, nanoseconds each:
-// - snapshot: LogReader::Snapshot of everything, its order, and a look at every message, newest first
+// Measurements, in nanoseconds each:
+// - snapshot: LogReader::Snapshot of everything, its order, and reading every message, newest first
 // - copy: a copy of the same slots, newest first, into as much memory
 // - in-place: LogReader::WithView, every message copied out, newest first
-// - copy-one: a copy of each of the same slots, newest first, into the place of one
-// - last: the newest 100 messages, with read access and all
+// - copy-one: a copy of each of the same slots, newest first, into the space of one message
+// - last: the newest 100 messages, including read access
 // - events: 8 calls of a bare event, as many as read access makes
 // - count-last: COUNT and 2 COUNT of "last" between marks
 
@@ -36,8 +36,8 @@ using TamLogClient::LogView;
 using TamLogClient::Status;
 
 constexpr std::size_t kLast = 100;
-constexpr int kRepeated = 200;  // of what takes microseconds
-// A small log is read several times for one figure: the first call after a pause finds nothing in the caches.
+constexpr int kRepeated = 200;  // for measurements that take microseconds
+// A small log is read several times for one figure: the first call after a pause finds the caches empty.
 constexpr std::size_t kReadAtLeast = 200'000;
 
 void Check(Status status) {
@@ -50,7 +50,7 @@ class Reading {
   Reading(const std::string& path, std::uint32_t slots)
       : store(path, slots, Bench::Store::File::Given), count(slots) {
     Check(reader.Open(Bench::kMap));
-    Snapshot(), Snapshot();  // both have their memory now
+    Snapshot(), Snapshot();  // both have allocated their memory now
   }
 
   double Repeated(double (Reading::*read)()) {
@@ -60,7 +60,8 @@ class Reading {
     return spent / static_cast<double>(times);
   }
 
-  // Into the snapshot that was not the last one, so that all messages have to be copied and memory is warm.
+  // Copies into the snapshot that was not used last, so that all messages have to be copied and memory is
+  // warm.
   double Snapshot() {
     std::swap(snapshot, other);
     const double spent = Bench::Nanoseconds([&] {
@@ -102,7 +103,7 @@ class Reading {
   }
 
  private:
-  // As a memcpy that the compiler may not leave out.
+  // Copies like a memcpy that the compiler may not leave out.
   void CopyOut(const LogMessage& slot) {
     std::memcpy(&one, &slot, sizeof slot);
     asm volatile("" : : "r"(&one) : "memory");

@@ -1,13 +1,13 @@
-// Round trips through the running server's pipes, beside a bare echo of as many bytes through one pipe:
-// blocking reads and writes and nothing else, in a process of its own. Measured by clients that are the same
-// but for the pipes, one thread each (bench/round_trips.py).
+// Measures round trips through the running server's pipes, next to a bare echo of as many bytes through one
+// pipe: blocking reads and writes only, in a process of its own. The clients of both are the same except for
+// the pipes, one thread each (bench/round_trips.py).
 //
 //   round_trips_bench echo
 //   round_trips_bench [COUNT]
 //
-// The first serves the echo until it is ended. The second takes turns: "echo-N", "ping-N", "submit-N" and
-// "library-submit-N" give nanoseconds a round trip of N clients; "count-echo" and so on make COUNT and 2
-// COUNT of one client between marks.
+// The first form serves the echo until it is killed. The second measures: "echo-N", "ping-N", "submit-N" and
+// "library-submit-N" in nanoseconds per round trip of N clients; "count-echo" and the like make COUNT and 2
+// COUNT round trips of one client between marks.
 
 #include <atomic>
 #include <cstdlib>
@@ -28,7 +28,7 @@ namespace {
 
 constexpr char kEchoPipe[] = R"(\\.\pipe\TamLogBenchEcho)";
 constexpr int kTripsOfARound = 6000;  // of all clients together
-// Messages later than those of any log that the server was started with.
+// Later than the messages of any log that the server was started with.
 std::atomic<std::uint64_t> nextTime = 300ULL * 86400000;
 
 [[noreturn]] void Fail(const std::string& what) {
@@ -57,7 +57,7 @@ int ServeEcho() {
   }
 }
 
-// Tries for some seconds: the server may be about to offer its next instance.
+// Retries for some seconds: the server may be about to offer its next instance.
 HANDLE OpenPipe(const std::string& name, DWORD access) {
   for (int attempt = 0; attempt < 2000; ++attempt) {
     const HANDLE pipe = CreateFileA(name.c_str(), access, 0, nullptr, OPEN_EXISTING, 0, nullptr);
@@ -107,7 +107,7 @@ class BareClient : public Client {
   HANDLE reply;
 };
 
-// Messages that rise in time: ten of a client's a millisecond would be more than it can hand in.
+// Submits messages that rise in time: ten per millisecond are more than a client can submit.
 class BareSubmitter final : public BareClient {
  public:
   BareSubmitter(HANDLE requests, HANDLE replies)
@@ -145,7 +145,8 @@ std::unique_ptr<Client> MakeClient(const std::string& kind) {
   return std::make_unique<BareClient>(requests, replies, static_cast<std::uint32_t>(RequestCode::Ping));
 }
 
-// Nanoseconds a round trip, of all clients together. The first trips, before the clock starts, connect.
+// Returns the nanoseconds per round trip of all clients together. The first trips, before the clock starts,
+// connect.
 double Measure(const std::string& kind, int clients) {
   const int trips = kTripsOfARound / clients;
   std::latch connected(clients);

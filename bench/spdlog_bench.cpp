@@ -1,9 +1,9 @@
-// What a message costs spdlog's file sink: the same messages by source, level and text, with a flush after
-// every 2,000. Built for Linux and for Windows (bench/append.py).
+// Measures the cost of a message in spdlog's file sink: the same messages by source, level and text, with a
+// flush after every 2,000. Built for Linux and for Windows (bench/append.py).
 //
 //   spdlog_bench FILE
 //
-// Takes turns: "append" gives nanoseconds a message.
+// Measurement: "append", in nanoseconds per message.
 
 #include <cstdio>
 #include <map>
@@ -22,7 +22,7 @@ namespace {
 constexpr std::size_t kBatch = 2000;
 constexpr std::size_t kMeasured = 20000;
 
-// One logger for each source, as programs have them, all into one file without a lock.
+// One logger for each source, as programs usually have them, all writing into one file without a lock.
 class Loggers {
  public:
   explicit Loggers(const std::string& path)

@@ -1,11 +1,11 @@
-// The same messages in a table of SQLite that is kept in order of time, the oldest going when a new one
-// comes, as in a full log: write-ahead log, nothing forced to the disk, transactions of 2,000
-// (bench/append.py, bench/read_whole.py, bench/open_peers.py).
+// Stores the same messages in a table of SQLite in order of time; each new message displaces the oldest, as
+// in a full log: write-ahead log, nothing forced to the disk, transactions of 2,000 (bench/append.py,
+// bench/read_whole.py, bench/open_peers.py).
 //
 //   sqlite_bench FILE MESSAGES
 //
-// Takes turns: "append" gives nanoseconds a message; "read" the nanoseconds of reading all, newest first;
-// "check" those of PRAGMA integrity_check.
+// Measurements: "append" in nanoseconds per message; "read" the nanoseconds to read all messages, newest
+// first; "check" those of PRAGMA integrity_check.
 
 #include <sqlite3.h>
 

@@ -1,6 +1,6 @@
-// Measures the server's store beside its floors, in turns: the real MessageFileServer over a full file,
-// against the bare copies, reads and event calls that its work cannot do without. Prints one line for each
-// pair: row, unit, ours, the floor; separated by tabs. The table is made of them by bench/store.py.
+// Measures the server's store next to its floors, in turns: the real MessageFileServer over a full file,
+// against the bare copies, reads and event calls that its work requires. Prints one line for each pair: row,
+// unit, ours, the floor; separated by tabs. bench/store.py builds the table from them.
 
 #include <algorithm>
 #include <cstdint>
@@ -45,7 +45,7 @@ void Report(const std::string& row, const char* unit, double ours, double floor)
   std::fflush(stdout);
 }
 
-// One key computation and one copy a message.
+// Makes one key computation and one copy per message.
 double CopyAll(const std::vector<LogMessageBody>& bodies, std::vector<LogMessage>& slots) {
   return Nanoseconds([&] {
     for (std::size_t i = 0; i < bodies.size(); ++i) {
@@ -73,7 +73,7 @@ void MeasureAdd(const std::string& row, Store& store, Make make, std::size_t cou
   }
 }
 
-// The longest single call of a batch, against a tenth of a millisecond.
+// Measures the longest single call of a batch, against a tenth of a millisecond.
 void MeasureLongest(const std::string& row, Store& store, Make make, std::size_t count, int pairs) {
   for (int pair = 0; pair < pairs; ++pair) {
     const std::vector<LogMessageBody> bodies = (store.*make)(count);
@@ -114,7 +114,7 @@ void Flush(const std::string& path, std::uint32_t slots, int pairs) {
   Store store(path, slots);
   View view;
   const std::string of = ", " + std::to_string(slots);
-  // Every page is touched in both views first: the first touch costs more than the copy.
+  // Touches every page in both views first, because the first touch costs more than the copy.
   for (std::uint32_t slot = 0; slot < slots; ++slot) {
     const LogMessage message = view.Slots()[slot];
     std::memcpy(view.Slots() + slot, &message, sizeof message);
@@ -135,7 +135,7 @@ void Flush(const std::string& path, std::uint32_t slots, int pairs) {
     const std::vector<LogMessage> copies(
         batch, {.sequence = 1, .body = MessageAt(std::uint64_t{slots} * 20), .padding = {}});
     for (int pair = -1; pair < pairs; ++pair) {
-      // Before and after, so that neither finds the slots warmer than the other.
+      // Copies before and after the flush, so that neither finds the slots warmer than the other.
       const auto copy = [&] {
         const auto first = static_cast<std::size_t>(view.Header()->nextSlot);
         return Nanoseconds([&] {
@@ -194,7 +194,7 @@ void Open(const std::string& path, std::uint32_t slots, int pairs) {
          static_cast<double>(LogFileSize(slots)) / megabyte);
 }
 
-// The comparison as it reads: both sides folded whenever they meet.
+// A literal version of the comparison: folds both sides each time.
 bool MatchesLiterally(const std::string& source, const std::vector<std::string>& names) {
   return std::any_of(names.begin(), names.end(), [&](const std::string& name) {
     const std::string left = TamLogUtil::ToLower(source);

@@ -1,8 +1,8 @@
 #pragma once
 
-// The other end of bench/meter.py: a program that prepares what it measures, says "ready", and then takes one
-// measurement for each line of standard input: the line names it, the answer is one line with one number. So
-// two programs, of Windows and of Linux, measure in turns, and each stays warm meanwhile. One thread.
+// The counterpart of bench/meter.py: a program prepares its measurements, prints "ready", and then performs
+// one measurement for each line of standard input: the line names it, the answer is one line with one number.
+// So two programs, of Windows and of Linux, measure in turns, and each stays warm meanwhile. Single-threaded.
 
 #include <chrono>
 #include <cstdint>
@@ -14,7 +14,7 @@
 
 namespace Bench {
 
-// Whatever is added here is not optimised away.
+// Values added here are not optimised away.
 inline volatile std::uint64_t sink = 0;
 
 template <class Work>
@@ -27,18 +27,18 @@ double Nanoseconds(Work&& work) {
 
 using Measurements = std::map<std::string, std::function<double()>>;
 
-// Ends the program: whoever has started it shows the text.
+// Ends the program with exit code 2; the program that started it shows the text.
 [[noreturn]] inline void Fail(const std::string& what) {
   std::cerr << what << std::endl;
   std::exit(2);
 }
 
-// The number in an argument that may be missing: 0 then, and for anything else.
+// Returns the number in an optional argument: 0 when it is missing or not a number.
 inline std::uint32_t NumberIn(int argc, char** argv, int index) {
   return index < argc ? static_cast<std::uint32_t>(std::strtoul(argv[index], nullptr, 10)) : 0;
 }
 
-// Until the end of the input. The result is for main.
+// Performs measurements until the end of the input. Returns the result for main.
 inline int TakeTurns(const Measurements& measurements) {
   std::cout << "ready" << std::endl;
   for (std::string line; std::getline(std::cin, line);) {

@@ -1,6 +1,6 @@
 // Logs from several threads without waiting for the server, by plain calls and through a stream:
 //   async_logging [MESSAGES]
-// Works with and without a server. The counters at the end show what became of the messages.
+// Works with and without a server. The counters at the end show the fate of the messages.
 
 #include <cstdlib>
 #include <iostream>

@@ -10,7 +10,7 @@
 
 namespace {
 
-// Ctrl-C only sets this: a process must not end while its reader is inside a call.
+// Ctrl-C only sets this flag: a process must not end while its reader is inside a call.
 volatile std::sig_atomic_t interrupted = 0;
 
 std::string Describe(const tamlog::Item& item) {
@@ -36,7 +36,7 @@ void Follow(std::chrono::seconds limit) {
   auto reader = tamlog::Reader::Live();
   std::cout << "-- following after " << reader.Count() << " messages" << std::endl;
   while (interrupted == 0 && std::chrono::steady_clock::now() < end) {
-    // A short wait, so that Ctrl-C and the time limit are noticed soon.
+    // Waits briefly, so that Ctrl-C and the time limit are noticed soon.
     if (const auto item = reader.Next(200)) std::cout << Describe(*item) << std::flush;
   }
 }
