@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Brings up the real log server under Wine, hands it messages by both ways and shows them from the shared file.
+# Starts the real log server under Wine, submits messages to it in both ways and shows them from the shared file.
 set -euo pipefail
 
 usage() {
@@ -8,12 +8,13 @@ usage: ./run.sh [--once]
 
 Installs missing Debian packages, builds, and runs the log server under Wine in a new prefix of its own
 (build/wine/run): with the driver double, as a service of the service manager. Lines of this machine's own
-logs are handed in through the driver and through the pipe, shown from the shared file, and new messages are followed
-until Ctrl-C, which stops and removes everything that was started.
+logs are submitted through the driver and through the pipe and shown from the shared file; new messages are then
+followed until Ctrl-C, which stops and removes everything that was started.
 
-  --once   end after the messages were shown; also when standard output is no terminal
+  --once   end after showing the messages; the default when standard output is not a terminal
 
-Exit code: 0 when messages of both ways were shown (and after Ctrl-C while following), otherwise 1 with the name of the step that failed.
+Exit code: 0 when messages of both ways were shown (and after Ctrl-C while following), otherwise 1 with the name of the
+step that failed.
 TEXT
 }
 
@@ -56,9 +57,9 @@ fail() {
 # The programs write CR LF.
 plain_lines() { sed -u 's/\r$//'; }
 
-# tool PROGRAM ARGUMENTS...: one of the installed programs, or one of Wine's own; never waits for ever. It writes into
-# pipes, because Wine would draw on a terminal as on a console window. Nothing that runs under Wine inherits the lock
-# (8): it would hold it as long as it lives.
+# tool PROGRAM ARGUMENTS...: runs one of the installed programs, or one of Wine's own, for at most 60 s. The program
+# writes into pipes, because Wine would draw on a terminal as on a console window. No process under Wine may inherit the
+# lock (8), because it would hold it until it ends.
 tool() {
   local program=$1
   shift
@@ -70,7 +71,7 @@ service_state() {
   tool sc.exe query TamLogServer 2>/dev/null </dev/null | sed -n 's/.*STATE *: *\([0-9]*\).*/\1/p'
 }
 
-# Whether the server's process is there.
+# Succeeds when the server's process exists.
 server_lives() {
   local process
   for process in $(wine_processes); do
@@ -81,11 +82,11 @@ server_lives() {
 
 show_diagnostic_log() {
   [[ -s $diagnostic_log ]] || return 0
-  echo "run.sh: the server's diagnostic log says:" >&2
+  echo "run.sh: the end of the server's diagnostic log:" >&2
   tr -d '\r' <"$diagnostic_log" | tail -n 20 >&2
 }
 
-# --- Stopping: everything that was started, in the opposite order, whatever happened.
+# --- Stopping everything that was started, in the reverse order, also after failures.
 
 # end_process_group SIGNAL ID
 end_process_group() {
@@ -104,7 +105,7 @@ stop_service() {
   # The manager's patience (10 s) may end before the server's own deadline (15 s) when a reader holds the file: 1053.
   tool sc.exe stop TamLogServer >"$work/stop.log" 2>&1 </dev/null || true
   while ((SECONDS < deadline)); do
-    # Of a server that ended by itself the manager goes on saying what it said last.
+    # The manager keeps reporting the last state of a server that ended by itself.
     if [[ $(service_state) == 1 ]] || ! server_lives; then return 0; fi
     sleep 0.25
   done
@@ -119,14 +120,14 @@ clean_up() {
   [[ $in_wine == yes ]] || return 0
   echo "== stopping and removing what was started"
   end_process_group TERM "$trickle"
-  # Asked gently: a reader that dies inside its access to the file would keep the server from writing.
+  # Not killed: a reader that dies inside its access to the file would keep the server from writing.
   end_process_group INT "$follower"
   if [[ $service_started == yes ]]; then stop_service || failed=1; fi
   if [[ $service_installed == yes ]]; then
     tool TamLogServer.exe -remove </dev/null || failed=1
   fi
   if [[ $driver_installed == yes ]]; then tool tamlogdrv.exe remove </dev/null || failed=1; fi
-  wine_server_stop || { echo "run.sh: processes of $prefix are still there" >&2; failed=1; }
+  wine_server_stop || { echo "run.sh: processes of $prefix are still running" >&2; failed=1; }
   return "$failed"
 }
 
@@ -172,7 +173,7 @@ system_log_lines() {
   done
 }
 
-# When each package's files were unpacked; every Debian machine has these.
+# The times at which each package's files were unpacked; every Debian machine has these.
 package_list_lines() {
   local list
   for list in /var/lib/dpkg/info/*.list; do
@@ -180,7 +181,7 @@ package_list_lines() {
   done
 }
 
-# Writes the newest lines of the first log that has enough of them; says which one it is.
+# Writes the newest lines of the first log that has enough of them, and sets `feed` to the name of that log.
 collect_lines() {
   local wanted=$((driver_messages + pipe_messages)) reader
   for reader in dpkg_log_lines apt_history_lines system_log_lines package_list_lines; do
@@ -198,8 +199,8 @@ collect_lines() {
   fail "this machine's logs have fewer than $wanted lines"
 }
 
-# Every third line goes through the pipe, the others through the driver; the source's name tells which.
-# The type is made from the verb, so that there are several: T0 states, T1 installing, T2 upgrading, T3 removing.
+# Every third line goes through the pipe, the others through the driver; the source's name shows the way. The verb
+# determines the type, so that there are several: T0 states, T1 installing, T2 upgrading, T3 removing.
 split_lines() {
   rm -f "$work/driver.tsv" "$work/pipe.tsv"
   LC_ALL=C awk -F '\t' -v feed="$feed" -v work="$work" '
@@ -217,13 +218,13 @@ split_lines() {
 
 say_how_long() {
   if [[ -x build/bin/tamlogctl.exe ]]; then
-    echo 'This takes about half a minute, and longer the more has to be compiled again.'
+    echo 'This takes about half a minute, or longer when many files have to be compiled again.'
   else
-    echo 'The first run takes about three minutes on two cores: packages, compiling, a Wine prefix.'
+    echo 'The first run installs packages, compiles and creates a Wine prefix: about three minutes on two cores.'
   fi
 }
 
-# In a session of its own, because bash lets Ctrl-C pass by what runs in the background.
+# The build runs in a session of its own, because bash makes background commands ignore Ctrl-C.
 start_build() {
   local log=$work/build.log
   [[ ! -t 1 ]] || log=/dev/stdout
@@ -244,14 +245,14 @@ prepare() {
 
   mkdir -p "$work"
   exec 8>"$work/.lock"
-  flock --nonblock 8 || fail 'another run.sh is at work in this tree'
+  flock --nonblock 8 || fail 'another run.sh is running in this tree'
   rm -f "$work"/*
 
-  begin 'installing Wine, while the build runs'
+  begin 'installing Wine while the build runs'
   start_build
   scripts/install-packages.sh run 8>&- || fail
 
-  begin 'making a Wine prefix'
+  begin 'creating a Wine prefix'
   scripts/wine-prefix.sh run 8>&- || fail
   # shellcheck source=scripts/wine-env.sh
   . scripts/wine-env.sh "$prefix"
@@ -278,24 +279,24 @@ start_service() {
     { cat "$work/start.log" >&2; show_diagnostic_log; fail; }
   deadline=$((SECONDS + 30))
   while ((SECONDS < deadline)); do
-    server_lives || { show_diagnostic_log; fail 'it ended again'; }
+    server_lives || { show_diagnostic_log; fail 'the server ended again'; }
     if [[ $(service_state) == 4 ]] && tool tamlogctl.exe status >"$work/status.log" 2>&1 </dev/null; then return 0; fi
     sleep 0.25
   done
   cat "$work/status.log" >&2 || true
   show_diagnostic_log
-  fail 'it does not answer'
+  fail 'the server does not answer'
 }
 
 feed_messages() {
-  begin "handing in $driver_messages messages through the driver and $pipe_messages through the pipe"
+  begin "submitting $driver_messages messages through the driver and $pipe_messages through the pipe"
   collect_lines
   split_lines
   tool tamlogdrv.exe put <"$work/driver.tsv" || fail 'tamlogdrv put'
   tool tamlogctl.exe send --input tsv <"$work/pipe.tsv" || fail 'tamlogctl send'
 }
 
-# How many messages of a source the shared file holds now.
+# Prints the number of messages of a source that the shared file holds now.
 stored() {
   tool tamlogctl.exe show -n all 2>>"$work/show.log" </dev/null | grep -cF " $1: " || true
 }
@@ -303,7 +304,7 @@ stored() {
 show_messages() {
   local deadline=$((SECONDS + 30)) from_driver=0 from_pipe=0
   begin 'waiting until they are stored'
-  # The driver is asked once a second, the file is written five times a second.
+  # The server polls the driver once a second and writes the file five times a second.
   while ((SECONDS < deadline)); do
     from_driver=$(stored "$feed.driver") from_pipe=$(stored "$feed.pipe")
     ((from_driver < driver_messages || from_pipe < pipe_messages)) || break
@@ -312,15 +313,15 @@ show_messages() {
   if ((from_driver != driver_messages || from_pipe != pipe_messages)); then
     tail -n 5 "$work/show.log" >&2
     show_diagnostic_log
-    fail "$from_driver of $driver_messages from the driver and $from_pipe of $pipe_messages from the pipe are shown"
+    fail "stored: $from_driver of $driver_messages from the driver and $from_pipe of $pipe_messages from the pipe"
   fi
 
-  # Each way by itself: among messages of the same second those that arrived last stand last, whatever the way.
+  # Each way is shown separately, because messages of the same second are in the order of arrival, whatever the way.
   local way
   for way in driver pipe; do
-    begin "showing the newest 10 of the $way from the shared file"
+    begin "showing the newest 10 messages of the $way from the shared file"
     tool tamlogctl.exe show -n 10 -s "$feed.$way" </dev/null | tee "$work/shown.txt" || fail
-    [[ $(grep -cF " $feed.$way: " "$work/shown.txt") == 10 ]] || fail 'they are not shown'
+    [[ $(grep -cF " $feed.$way: " "$work/shown.txt") == 10 ]] || fail 'fewer than 10 messages are shown'
   done
 
   begin 'status'
@@ -328,7 +329,7 @@ show_messages() {
   echo "All $from_driver messages of the driver and all $from_pipe of the pipe are in the shared file."
 }
 
-# Something to follow: the machine's load, every other second by each way.
+# Submits live messages to follow: the machine's load, every other second in each way.
 send_live_messages() {
   local way
   while sleep 1; do
@@ -346,13 +347,13 @@ send_live_messages() {
 
 follow_messages() {
   begin 'following live messages (Ctrl-C ends)'
-  # Sessions of their own: Ctrl-C reaches this script only, which then ends them in order.
+  # Both run in sessions of their own: Ctrl-C reaches only this script, which then ends them in order.
   export -f tool plain_lines send_live_messages
   export wine64 installed work
   setsid bash -c send_live_messages >>"$work/live.log" 2>&1 </dev/null 8>&- &
   trickle=$!
   disown "$trickle"
-  trap 'exit 0' INT # the way to end it
+  trap 'exit 0' INT # Ctrl-C is the normal end
   setsid env --default-signal=INT "$wine64" "$installed/tamlogctl.exe" follow "${color[@]}" \
     > >(setsid sed -u 's/\r$//' 8>&-) 2>&1 </dev/null 8>&- &
   follower=$!

@@ -1,18 +1,18 @@
 #!/usr/bin/env bash
-# Builds everything, runs every check and every test, and ends with ctest's summary and its exit code.
+# Builds everything, runs every check and every test, and ends with ctest's summary and exit code.
 set -euo pipefail
 
 usage() {
   cat <<'TEXT'
 usage: ./test.sh [--quick] [--verbose] [--fuzz-seconds N] [STEP...]
 
-Runs all steps, or only those named (a test or check finds what earlier builds left). The other steps run even if one
-fails, as far as they can. Logs are kept in build/test. All steps take about a quarter of an hour on two cores.
+Runs all steps, or only those named (a test or check uses the results of earlier builds). If a step fails, the others
+still run as far as possible. Logs are kept in build/test. All steps take about a quarter of an hour on two cores.
 
   packages        install the packages that the builds need
   more-packages   install the other packages, while the Windows build runs
   configure       configure the presets windows, asan and tsan
-  rooms           check every include against the table of who may use whom
+  rooms           check every include against the table of allowed uses between rooms
   format          check the format of every file
   build-windows   build everything for Windows
   build-asan      build the portable files and their tests natively, under AddressSanitizer and UBSan
@@ -65,15 +65,15 @@ done
 . "$(dirname "$0")/scripts/fixed-layout.sh" "${arguments[@]}"
 cd "$(dirname "$0")"
 readonly root=$PWD
-# Prefixes that a test gets for itself: pipes, registry, services and driver have fixed names. These tests mostly wait,
-# so there may be more of them than cores.
+# Prefixes that a test uses exclusively, because pipes, registry, services and driver have fixed names. These tests
+# mostly wait, so there may be more of them than cores.
 mapfile -t exclusive_prefixes < <(grep -o 'alone[0-9]*' CMakeLists.txt)
 readonly exclusive_prefixes
 readonly logs=$root/build/test
 mkdir -p "$logs"
 
 exec 8>"$logs/.lock"
-flock --nonblock 8 || { echo "test.sh: another test.sh is at work in this tree" >&2; exit 1; }
+flock --nonblock 8 || { echo "test.sh: another test.sh is running in this tree" >&2; exit 1; }
 
 started=$SECONDS
 failed_steps=()
@@ -99,7 +99,7 @@ trap 'exit 130' INT
 trap 'exit 143' TERM
 trap 'exit 129' HUP
 
-# --- Running steps. Nothing they start may inherit the lock.
+# --- Running steps. No process that they start may inherit the lock.
 
 report() {
   local name=$1 status=$2 seconds=$3
@@ -112,7 +112,7 @@ report() {
   fi
 }
 
-# step NAME WHAT-IT-DOES COMMAND...
+# step NAME PURPOSE COMMAND...
 step() {
   local name=$1 purpose=$2 begun=$SECONDS status=0
   shift 2
@@ -127,7 +127,7 @@ step() {
   last_status=$status
 }
 
-# A step that cannot run because an earlier one failed has failed too.
+# A step that cannot run because an earlier step failed counts as failed.
 step_after() {
   local needed=$1 name=$2
   shift
@@ -148,12 +148,12 @@ check_rooms() { scripts/check-rooms.py --self-test && scripts/check-rooms.py; }
 
 make_prefixes() {
   local name
-  rm -rf build/bin/test_* # what tests that were killed left behind
+  rm -rf build/bin/test_* # left by killed tests
   for name in unit "${exclusive_prefixes[@]}"; do scripts/wine-prefix.sh "$name" || return 1; done
 }
 
-# Takes only what nothing else wants of the processor, so that tests with time limits do not starve. The kernel shares
-# time out between sessions first, and between their processes then: in a session of its own, being idle alone would
+# Uses only processor time that no other process needs, so that tests with time limits do not starve. The kernel divides
+# time first between sessions and then between their processes: in a session of its own, the idle policy alone would
 # still get half of the machine.
 yield_processor() {
   { echo 19 >/proc/self/autogroup; } 2>/dev/null || true
@@ -161,19 +161,19 @@ yield_processor() {
 }
 export -f yield_processor
 
-# start_beside NAME WHAT-IT-DOES COMMAND...: a step that runs while the following ones do.
+# start_beside NAME PURPOSE COMMAND...: starts a step that runs while the following steps run.
 start_beside() {
   local name=$1
   is_wanted "$name" || return 0
-  printf '== %-14s %s, beside the following steps\n' "$name" "$2"
+  printf '== %-14s %s, while the following steps run\n' "$name" "$2"
   shift 2
   beside_started[$name]=$SECONDS
   setsid "$@" >"$logs/$name.log" 2>&1 8>&- </dev/null &
   beside_process[$name]=$!
 }
 
-# start_yielding NAME WHAT-IT-DOES COMMAND...: the same for a step that needs configured builds. It takes only the
-# processor time that nothing else wants.
+# start_yielding NAME PURPOSE COMMAND...: the same for a step that needs configured builds. The step uses only the
+# processor time that no other process needs.
 start_yielding() {
   local name=$1 purpose=$2
   shift 2
@@ -232,7 +232,7 @@ test_step() {
   ((last_status == 0)) || ctest_status=$last_status
 }
 
-# The output of each failed test once more, where whoever looks at the end finds it.
+# Repeats the output of each failed test at the end, where a user looks first.
 print_failures() {
   awk '/^[0-9 ]*\/[0-9]+ Test .*\*\*\*/ { on = 1; lines = 0 } /^ *Start |^[0-9 ]*\/[0-9]+ Test .* Passed/ { on = 0 }
        on && lines++ < 60' "$1"
@@ -250,17 +250,17 @@ print_summaries() {
 
 last_status=0
 if [[ " ${wanted[*]} " == *' test-windows '* ]]; then
-  echo 'All of this takes about a quarter of an hour on two idle cores; parts of it: ./test.sh --help'
+  echo 'The whole run takes about a quarter of an hour on two idle cores; ./test.sh --help lists its steps.'
 fi
 step packages 'installing the packages that the builds need' scripts/install-packages.sh build
 if has_failed packages; then exit 1; fi
 start_beside more-packages 'installing the other packages' scripts/install-packages.sh test
 step configure 'configuring the presets windows, asan and tsan' configure_all
-step rooms 'checking every include against the table of who may use whom' check_rooms
+step rooms 'checking every include against the table of allowed uses between rooms' check_rooms
 step_after configure build-windows 'building everything for Windows' scripts/build.sh windows
 finish_beside more-packages
 if has_failed more-packages; then exit 1; fi
-# The tests under Wine mostly wait: the rest is built and checked in the time that they leave.
+# The tests under Wine mostly wait: the builds and checks below use the processor time that they leave.
 start_yielding build-asan 'building the portable files natively, AddressSanitizer and UBSan' scripts/build.sh asan
 start_yielding build-tsan 'building the portable files natively, ThreadSanitizer' scripts/build.sh tsan
 start_yielding tidy "clang-tidy, with clang's thread-safety analysis" scripts/check-tidy.py -j 1
@@ -268,7 +268,7 @@ start_yielding fuzz "building the fuzz targets and running each for $fuzz_second
   ./fuzz.sh --seconds "$fuzz_seconds" --native
 step format 'checking the format of every file' scripts/check-format.sh
 step prefixes 'creating new Wine prefixes' make_prefixes
-# How long the running service is fuzzed over its pipes.
+# The time in seconds for fuzzing the running service over its pipes.
 export TAMLOG_FUZZ_SECONDS=$fuzz_seconds
 test_step build-windows test-windows 'tests under Wine' run_under_wine -j "$((1 + ${#exclusive_prefixes[@]}))"
 test_step build-windows test-unit 'tests of the rooms under Wine' run_under_wine -LE system -j "$cores"

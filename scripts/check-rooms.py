@@ -1,15 +1,15 @@
 #!/usr/bin/env python3
-"""Checks every include of the tree against the table of who may use whom.
+"""Checks every include of the tree against the table of allowed uses between rooms.
 
 usage: scripts/check-rooms.py [--self-test] [ROOT]
 
 Prints `file:line: reason` for each include that breaks a rule and exits with 1. The rules:
   - a file includes only rooms (folders) that its own room may use;
   - no file includes itself, directly or through others;
-  - windows.h comes in through util/win32.h only, and that is included by sources only, never by headers;
+  - only util/win32.h includes windows.h, and only sources include util/win32.h, never headers;
   - the rooms of the server and the client library use the standard library and the Windows API, nothing else;
-  - pure files (the PURE sections of the CMake files) and all they include need the standard library only.
---self-test checks that the checker notices a known breach of each rule.
+  - pure files (the PURE sections of the CMake files) and all their includes need the standard library only.
+--self-test checks that the checker reports a known breach of each rule.
 """
 
 import os
@@ -17,9 +17,9 @@ import re
 import sys
 import tempfile
 
-# Who may use whom. A room may always use itself. The rooms of the server, ...
+# The rooms that each room may use; a room may always use itself. The rooms of the server, ...
 SERVER = ["records", "util", "pipe/security", "store", "pipe", "server"]
-# ... of the client library (each may use what stands left of it, but file, format and live never each other), ...
+# ... of the client library (each may use those to its left, but file, format and live never each other), ...
 CLIENT = ["client/message", "client/log", "client/file", "client/format", "client/live", "client/c"]
 # ... and of the command line (read and server never each other).
 TOOL = ["tamlogctl/base", "tamlogctl/select", "tamlogctl/server", "tamlogctl/read", "tamlogctl/commands"]
@@ -49,7 +49,7 @@ MAY_USE = {
     "bench": [*SERVER, *CLIENT, "driver", "tests"],
 }
 
-# A room of its own inside the folder of another: the store uses it too, and never the transport.
+# Files that form a room of their own inside the folder of another: the store uses them, but never the transport.
 FILES_OF_SMALL_ROOMS = {
     "pipe/security_attributes.h": "pipe/security",
     "pipe/security_attributes.cpp": "pipe/security",
@@ -57,10 +57,10 @@ FILES_OF_SMALL_ROOMS = {
     "pipe/access_list.cpp": "pipe/security",
 }
 
-# The way windows.h comes in, for every room. The client library, which uses nothing of util, has one of its own.
+# The headers through which every room includes windows.h. The client library, which uses nothing of util, has its own.
 WIN32_HEADERS = ("util/win32.h", "client/message/win32.h")
 
-# Header files that must be pure although no CMake file names them.
+# Headers that must be pure although no CMake file names them.
 PURE_HEADERS = [
     "records/log_file_format.h",
     "records/pipe_protocol.h",
@@ -69,9 +69,9 @@ PURE_HEADERS = [
     "driver/tamlog_driver_control.h",
 ]
 
-# The standard library is what is left: names without a dot or of the C library.
+# All other standard headers have names without a dot.
 C_HEADERS = {"stdint.h", "stddef.h", "string.h", "stdlib.h", "stdio.h"}
-# Headers of the system and of its C runtime that may be used beside windows.h.
+# Headers of the system and of its C runtime that may be used in addition to windows.h.
 WINDOWS_HEADERS = {"aclapi.h", "accctrl.h", "sddl.h", "winioctl.h", "winsvc.h", "tlhelp32.h", "psapi.h", "winternl.h",
                    "io.h", "fcntl.h", "eh.h", "excpt.h", "process.h", "shellapi.h", "synchapi.h"}
 # Headers of the build machine, for tests of pure files and the native tamlogctl.
@@ -89,7 +89,7 @@ THIRD_PARTY = {
     "sqlite3.h": {"bench"},
     "systemd/": {"bench"},
 }
-# The client library's headers as other programs include them, and the one of them that serves another library.
+# The client library's headers as other programs include them, and the one that integrates another library.
 INSTALLED_HEADERS = "client/include/"
 INTEGRATIONS = {"client/include/tamlog/spdlog_sink.hpp": "spdlog/"}
 KERNEL_DRIVER = "driver/tamlog_driver.c"  # built against the driver kit, not against windows.h
@@ -100,7 +100,7 @@ INCLUDE = re.compile(r'^\s*#\s*include\s*(["<])([^">]+)[">]')
 
 
 class Tree:
-    """The files of the rooms with their includes, and the breaches found in them."""
+    """The files of the rooms with their includes, and their breaches of the rules."""
 
     def __init__(self, root):
         self.root = root
@@ -126,7 +126,7 @@ class Tree:
         self.breaches.append(f"{path}:{line}: {reason}")
 
     def pure_sources(self):
-        """The sources in the PURE sections of every tamlog_room(...) call."""
+        """Yields the sources in the PURE sections of every tamlog_room(...) call."""
         for room in sorted({room.split("/")[0] for room in MAY_USE}):
             cmake = os.path.join(self.root, room, "CMakeLists.txt")
             if not os.path.exists(cmake):
@@ -143,7 +143,7 @@ class Tree:
 
 
 def room_of(path):
-    """The folder's room, or that of the folder within it where that is one."""
+    """Returns the room of a file: its own entry, the inner folder if that is a room, otherwise the outer folder."""
     inner = "/".join(path.split("/")[:2])
     return FILES_OF_SMALL_ROOMS.get(path) or (inner if inner in MAY_USE else path.split("/")[0])
 
@@ -157,14 +157,14 @@ def check_quoted(tree, path, line, name):
         if path.endswith((".h", ".hpp")) and not path.startswith("tests/"):
             tree.breach(path, line, f"headers do not include {name}")
         if name == WIN32_HEADERS[1] and path.split("/")[0] not in ("client", "tamlogctl", "tests"):
-            tree.breach(path, line, f"{room_of(path)} takes {WIN32_HEADERS[0]}")
+            tree.breach(path, line, f"{room_of(path)} uses {WIN32_HEADERS[0]}")
         return
     if name not in tree.includes:
         tree.breach(path, line, f'there is no "{name}"; includes are relative to the root')
         return
     user, used = room_of(path), room_of(name)
     if user not in MAY_USE:
-        tree.breach(path, line, f"{user} is no room: its files belong into one of its folders")
+        tree.breach(path, line, f"{user} is not a room: its files belong in one of its folders")
         return
     if used != user and used not in MAY_USE[user]:
         tree.breach(path, line, f"{user} may not use {used} ({name})")
@@ -198,7 +198,7 @@ def check_angled(tree, path, line, name):
 
 
 def check_pure(tree, path, checked, reason):
-    """Follows what a pure file includes; `reason` says which pure file asks for it."""
+    """Checks all headers that a pure file includes, directly or not; `reason` names that pure file."""
     if path in checked or path not in tree.includes:
         return
     checked.add(path)
@@ -242,12 +242,12 @@ def check(root):
     pure = list(tree.pure_sources()) + [header for header in PURE_HEADERS if header in tree.includes]
     for path in pure:
         if path not in tree.includes:
-            tree.breach(path, 1, "named as a pure file, but not there")
-        check_pure(tree, path, checked, f"a pure file (asked for by {path})")
+            tree.breach(path, 1, "named as a pure file, but does not exist")
+        check_pure(tree, path, checked, f"a pure file (required by {path})")
     return tree.breaches, len(tree.includes), len(pure)
 
 
-# The self-test: a small tree without fault, and for each rule the line that breaks it.
+# The self-test: a small tree without breaches, and for each rule a line that breaks it.
 GOOD_TREE = {
     "util/win32.h": "#include <windows.h>\n",
     "util/helpers.h": "#include <string>\n",
@@ -321,11 +321,11 @@ def self_test():
         number = GOOD_TREE[path].count("\n") + 1
         breaches = check_copy({path: GOOD_TREE[path] + line + "\n"})
         if not any(b.startswith(f"{path}:{number}: ") and reason in b for b in breaches):
-            failures.append(f"{line} in {path} was not noticed: {breaches}")
+            failures.append(f"{line} in {path} was not reported: {breaches}")
     missing = check_copy({"util/CMakeLists.txt": "tamlog_room(util PURE gone.cpp)\n"})
-    if not any("not there" in breach for breach in missing):
-        failures.append("a missing pure file was not noticed")
-    print("\n".join(failures) if failures else f"self-test: {len(BREACHES) + 1} breaches noticed")
+    if not any("does not exist" in breach for breach in missing):
+        failures.append("a missing pure file was not reported")
+    print("\n".join(failures) if failures else f"self-test: {len(BREACHES) + 1} breaches reported")
     return 1 if failures else 0
 
 
