@@ -12,6 +12,7 @@
 
 #include "client/log/log_snapshot.h"
 #include "client/log/log_tail.h"
+#include "client/message/status.h"
 #include "records/log_file_format.h"
 #include "tamlogctl/base/exit_code.h"
 
@@ -35,6 +36,9 @@ LogInput ReadFileInput(const std::string& path, bool quiet, const ReadPart& read
 // The same for the log of the running server, of which nothing is held afterwards. Defers interrupts; after
 // one the exit code is kInterrupted.
 LogInput ReadLiveInput(std::uint32_t timeoutMs, bool quiet, const ReadPart& readPart = {});
+
+// Reports on stderr why the log of the running server cannot be read; returns the program's exit code.
+int ExplainStatus(TamLogClient::Status status);
 
 // The header and the exit code of a file whose messages were not held.
 struct ScannedInput {
