@@ -36,7 +36,7 @@ class FollowTarget {
 
   virtual bool OutputFailed() const = 0;
 
-  // Whether messages were selected and none matched.
+  // Returns whether messages were selected and none matched.
   virtual bool NothingMatched() const = 0;
 };
 
