@@ -1,5 +1,5 @@
-# The client library as other programs get it: one static and one shared library with the C interface, headers, a
-# CMake package and a pkg-config file.  `cmake --install BUILD --prefix DIR --component client` puts them into DIR.
+# The client library for other programs: one static and one shared library with the C interface, headers, a CMake
+# package and a pkg-config file.  `cmake --install BUILD --prefix DIR --component client` puts them into DIR.
 
 # Raised together with TAMLOG_ABI of tamlog.h; the name of the shared library carries it where names do.
 set(tamlog_abi 1 CACHE INTERNAL "number of the binary interface")
@@ -26,7 +26,7 @@ if(WIN32)
   target_sources(tamlog_shared PRIVATE ${PROJECT_SOURCE_DIR}/client/tamlog.def)
   target_link_options(tamlog_shared PRIVATE -static)
   target_compile_definitions(tamlog_shared INTERFACE TAMLOG_DLL)
-  # What the stack protector calls lies in a library of its own.
+  # The functions that the stack protector calls are in a separate library.
   target_link_libraries(tamlog_static INTERFACE ssp)
   set_target_properties(tamlog_shared PROPERTIES PREFIX "")
   set_target_properties(tamlog_static tamlog_shared PROPERTIES
@@ -39,7 +39,7 @@ else()
   set(tamlog_private_libraries "-lstdc++ -lm")
 endif()
 
-# As an installed library is named.
+# The names that an installed library has.
 add_library(tamlog::static ALIAS tamlog_static)
 add_library(tamlog::shared ALIAS tamlog_shared)
 add_library(tamlog::tamlog ALIAS tamlog_shared)
@@ -56,6 +56,6 @@ install(FILES ${PROJECT_SOURCE_DIR}/cmake/tamlogConfig.cmake ${CMAKE_CURRENT_BIN
   DESTINATION ${package} COMPONENT client)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tamlog.pc DESTINATION lib/pkgconfig COMPONENT client)
 if(WIN32)
-  # Other tool chains make their import library of it.
+  # Other tool chains make their import library from it.
   install(FILES ${PROJECT_SOURCE_DIR}/client/tamlog.def DESTINATION lib COMPONENT client)
 endif()

@@ -69,7 +69,7 @@ function(tamlog_test name)
   if(TEST_NEEDS)
     add_dependencies(${name} ${TEST_NEEDS})
   endif()
-  # What ThreadSanitizer looks at: a build of these tests alone is enough for it.
+  # The tests that run under ThreadSanitizer: a build of these alone is enough for it.
   if("threads" IN_LIST TEST_LABELS)
     add_dependencies(threads_tests ${name})
   endif()

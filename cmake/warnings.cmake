@@ -1,5 +1,5 @@
 # The warnings and hardening that every target of ours is built with. Third-party code (gtest) is not.
-# Whoever only builds the programs, perhaps with another compiler, is not stopped by a warning.
+# Warnings do not stop a build of the programs alone, perhaps with another compiler.
 option(TAMLOG_WARNINGS_ARE_ERRORS "stop at the first warning" ON)
 add_library(tamlog_options INTERFACE)
 target_compile_features(tamlog_options INTERFACE cxx_std_20)

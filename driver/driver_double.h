@@ -30,7 +30,7 @@ class DriverDoubleError : public std::runtime_error {
 
 class DriverDouble {
  public:
-  // "tamlog.sys" in the directory of the running executable, where the build puts it.
+  // Returns the path of "tamlog.sys" in the directory of the running executable, where the build puts it.
   static std::string PathBesideExecutable();
 
   // Registers the driver at `sysPath`, to be started on demand; a relative path is resolved from the current

@@ -52,7 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   // The repair of a file that a server accepts loses nothing but blank slots.
   const auto plan = TamLogClient::PlanRepair(image);
   if (report.Accepted() && image.HasHead()) {
-    Require(plan.mended == 0);
+    Require(plan.textsCut == 0);
     for (const auto& loss : plan.losses) Require(loss.reason == TamLogClient::LossReason::Blank);
   }
   Repair(image, false);

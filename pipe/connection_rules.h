@@ -1,6 +1,6 @@
 #pragma once
 
-// The decisions of a connection that need no system call: how to go on after a failed read, and which
+// The decisions of a connection that need no system call: how to continue after a failed read, and which
 // requests the transport answers itself. Standard library only.
 
 #include <cstdint>
@@ -15,9 +15,10 @@ enum class AfterFailedRead {
   TryAgain,           // any other error, as long as ReadRetries allows
 };
 
-// `error` is the error code of a read that failed at once or the kernel's status of one that completed later.
-// The two are numbered differently, so a message that turns out too long while the read waits (0x80000005)
-// counts as any other error: its rest is then served as the next request. Clients depend on that.
+// Decides how to continue after a failed read. `error` is the error code of a read that failed at once or the
+// kernel's status of one that completed later. The two are numbered differently, so a message that turns out
+// too long while the read waits (0x80000005) counts as any other error: its rest is then served as the next
+// request. Clients depend on that.
 AfterFailedRead JudgeFailedRead(std::uint32_t error);
 
 // Counts the reads in a row that failed with an unexpected error. One thread.
@@ -31,5 +32,5 @@ class ReadRetries {
   std::uint32_t count = 0;
 };
 
-// The code of the reply that the transport sends itself; nothing when the handler has to answer.
+// Returns the code of the reply that the transport sends itself; nothing when the handler has to answer.
 std::optional<ReplyCode> ReplyWithoutHandler(bool overlong, std::uint32_t requestCode, bool handlerInstalled);

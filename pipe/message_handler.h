@@ -13,9 +13,9 @@ class PipeServerMessageHandler {
   // terminated inside it. After an exception the transport replies Failed and ends the connection.
   virtual void HandleMessage(const PipeRequest& request, PipeReply& reply) = 0;
 
-  // Called once when a connection ends, on its own thread, without any lock held. Must pass the connection to
-  // PipeServer::ReleaseConnection as its last step: as soon as the connection is off the list Join returns,
-  // and the handler may be destroyed.
+  // Reports the end of a connection. Called once, on its own thread, without any lock held. Must pass the
+  // connection to PipeServer::ReleaseConnection as its last step: as soon as the connection is off the list
+  // Join returns, and the handler may be destroyed.
   virtual void ConnectionEnded(PipeServerHandleThread* connection) = 0;
 
  protected:

@@ -30,7 +30,7 @@ class Overlap {
   Overlap(const Overlap&) = delete;
   Overlap& operator=(const Overlap&) = delete;
 
-  // For ReadFile, WriteFile or ConnectNamedPipe; owned by this object.
+  // Returns the OVERLAPPED for ReadFile, WriteFile or ConnectNamedPipe; owned by this object.
   _OVERLAPPED* Overlapped() { return overlapped.get(); }
 
   // Waits for the pending operation. Returns the status that the system left in the OVERLAPPED (0 on success,
@@ -52,7 +52,7 @@ class Overlap {
   // Ends the present wait and all later ones until Reset. ExceptionBase "Failed to cancel asynchronous
   // operation".
   void Cancel();
-  // ExceptionBase "Failed to reset overlap object".
+  // Ends the effect of Cancel. ExceptionBase "Failed to reset overlap object".
   void Reset();
 
  private:

@@ -27,14 +27,14 @@ struct DeleteOverlapped {
 };
 using OwnedOverlapped = std::unique_ptr<_OVERLAPPED, DeleteOverlapped>;
 OwnedOverlapped NewOverlapped(TamLogUtil::NativeHandle completionEvent);
-// The outcome of an operation that was pending and has ended: 0 or the kernel's status.
+// Returns the outcome of an operation that was pending and has ended: 0 or the kernel's status.
 std::uint32_t StatusOf(const _OVERLAPPED& overlapped);
 
-// A manual-reset event that is not signalled; null on failure.
+// Creates a manual-reset event that is not signalled; null on failure.
 TamLogUtil::NativeHandle NewEvent();
 void AwaitEvent(TamLogUtil::NativeHandle event, std::uint32_t milliseconds);
 
-// A new instance of a message pipe; the invalid handle on failure.
+// Creates a new instance of a message pipe; the invalid handle on failure.
 enum class Direction : std::uint8_t { Inbound, Outbound };
 TamLogUtil::NativeHandle NewInstance(const std::string& name, Direction direction,
                                      TamLogUtil::SecurityAttributes* security);

@@ -8,7 +8,7 @@
 // of two clients cannot be mixed up; a client that opens only the request pipe keeps all others waiting until
 // it opens the reply pipe too.
 //
-// connectionsLock orders the adding, stopping and releasing of connections. Join may go on without it when
+// connectionsLock orders the adding, stopping and releasing of connections. Join may continue without it when
 // its time runs out, so ConnectionList has its own lock, taken inside connectionsLock, which guards the list
 // itself.
 
@@ -49,7 +49,7 @@ class PipeServer : public TamLogUtil::Threading::Thread {
   // the time ran out first. Throws what Thread::Join throws.
   bool Join(TamLogUtil::Timeout& timeout) override;
   // Returns 0 after Stop, or 1 when a pipe instance cannot be created, for example because another program
-  // owns the name. That end is silent: nothing is logged, and the server goes on without clients.
+  // owns the name. That end is silent: nothing is logged, and the server continues without clients.
   std::uint32_t Run() override;
 
   // Removes an ended connection from the list, if it is listed, and stops it. The handler's ConnectionEnded

@@ -26,7 +26,7 @@ class EveryoneSecurity {
   EveryoneSecurity(const EveryoneSecurity&) = delete;
   EveryoneSecurity& operator=(const EveryoneSecurity&) = delete;
 
-  // For the creating call; owned by this object.
+  // Returns the attributes for the creating call; owned by this object.
   TamLogUtil::SecurityAttributes* GetSecurityAttributes();
 
  private:

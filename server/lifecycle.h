@@ -51,7 +51,7 @@ class Lifecycle {
 // The right to run a start or stop sequence; scoped, used by one thread.
 class Lifecycle::Turn {
  public:
-  // Waits at most `milliseconds` for the sequence in progress and then goes on without the turn: a restart
+  // Waits at most `milliseconds` for the sequence in progress and then continues without the turn: a restart
   // that waits for a dead reader must not keep the manager from stopping the service.
   Turn(Lifecycle& lifecycle, std::uint32_t milliseconds);
   ~Turn();
@@ -77,8 +77,8 @@ class Lifecycle::RestartTicket {
 
   // Sleeps. Returns false, at once, when the server is to be stopped.
   bool Delay(std::uint32_t milliseconds);
-  // Whether the server is to be stopped, or was stopped by another thread since Delay was called, even if it
-  // was started again.
+  // Returns whether the server is to be stopped, or was stopped by another thread since Delay was called,
+  // even if it was started again.
   bool IsCancelled() const;
 
  private:

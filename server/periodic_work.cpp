@@ -7,7 +7,7 @@
 
 using TamLogUtil::Exceptions::ExceptionBase;
 
-// Logs a failed tick, and the timer goes on, so a lasting fault writes one entry per tick. Catches the
+// Logs a failed tick, and the timer continues, so a lasting fault writes one entry per tick. Catches the
 // ExceptionBase family only: anything else, such as a genuine fault on the mapped file, ends the timer's
 // thread.
 void ServerService::OnTimer(std::uint32_t timerId) {

@@ -14,7 +14,7 @@ extern ServerService* serviceObject;
 // path cannot be read.
 bool CreateServiceObject();
 
-// The exit hook: deletes the service object, which stops a running server. Writes an exception of the
+// Deletes the service object, which stops a running server: the exit hook. Writes an exception of the
 // deletion to the diagnostic log and keeps the pointer then.
 void DeleteServiceObject();
 

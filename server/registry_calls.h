@@ -24,7 +24,7 @@ std::uint32_t Enumerate(void* key, std::uint32_t index, char* name, std::uint32_
                         std::uint32_t& dataSize);
 
 void SetNumber(void* key, const char* name, std::uint32_t value);
-// `size` counts the terminating zero.
+// Stores a text; `size` counts the terminating zero.
 void SetText(void* key, const char* name, const char* text, std::uint32_t size);
 
 }  // namespace RegistryCalls

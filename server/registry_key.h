@@ -19,7 +19,7 @@ class RegistryKey {
 
   // Opens HKEY_LOCAL_MACHINE\path, or creates it, for reading and writing. "RegCreateKeyEx() failed".
   explicit RegistryKey(const std::string& path);
-  // The same for a key below `parent`, which may be destroyed before this one.
+  // Does the same for a key below `parent`, which may be destroyed before this one.
   RegistryKey(const RegistryKey& parent, const std::string& name);
   ~RegistryKey();
   RegistryKey(const RegistryKey&) = delete;
@@ -28,7 +28,7 @@ class RegistryKey {
   // Returns the value; a missing one is first written with `defaultValue`. The registry type of an existing
   // value does not matter, but its data must fit (4 bytes; kTextBufferSize). "ReadData() failed".
   std::uint32_t ReadNumber(const std::string& name, std::uint32_t defaultValue);
-  // The same for a text: the data up to their first zero byte.
+  // Does the same for a text: the data up to their first zero byte.
   std::string ReadText(const std::string& name, const std::string& defaultValue);
 
   void WriteNumber(const std::string& name, std::uint32_t value);

@@ -30,6 +30,6 @@ class RestartThread : public TamLogUtil::Threading::Thread {
   Lifecycle::RestartTicket ticket;
 };
 
-// The restarting flag verifier: sets the flag and returns its previous value. If the flag's lock cannot be
-// taken, logs that and returns false, so that the restart is carried out. Any thread.
+// Sets the restarting flag and returns its previous value. If the flag's lock cannot be taken, logs that and
+// returns false, so that the restart is carried out. Any thread.
 bool ClaimRestart(ServerService& service);

@@ -57,9 +57,9 @@ class ServerService : public TamLogUtil::Services::Service, public ServiceInterf
   void OnStart() override EXCLUDES(messageLock, configLock);
 
   // Stops everything, also after a start that failed half-way; harmless when stopped. Waits at most
-  // kStopDeadline for threads and readers and then goes on without them. Cancels a pending restart. Messages
-  // that are not in the file yet are lost. A log file that cannot be moved to its new path stays where it is,
-  // silently.
+  // kStopDeadline for threads and readers and then continues without them. Cancels a pending restart.
+  // Messages that are not in the file yet are lost. A log file that cannot be moved to its new path stays
+  // where it is, silently.
   void OnStop() override EXCLUDES(configLock);
 
   // Stops and starts in one turn, for the restart thread. Does nothing, or only the stop, when the ticket was
@@ -67,11 +67,11 @@ class ServerService : public TamLogUtil::Services::Service, public ServiceInterf
   void Restart(const Lifecycle::RestartTicket& ticket) EXCLUDES(messageLock, configLock);
   Lifecycle::RestartTicket NewRestartTicket() { return Lifecycle::RestartTicket(lifecycle); }
 
-  // Called on the connections' threads, several at once. See handle_message.cpp.
+  // Carries out a request (handle_message.cpp). Called on the connections' threads, several at once.
   void HandleMessage(const PipeRequest& request, PipeReply& reply) override EXCLUDES(messageLock, configLock);
   void ConnectionEnded(PipeServerHandleThread* connection) override;
 
-  // See periodic_work.cpp.
+  // Does the work of a timer (periodic_work.cpp).
   void OnTimer(std::uint32_t timerId) override EXCLUDES(messageLock, configLock);
 
  private:
@@ -110,7 +110,7 @@ class ServerService : public TamLogUtil::Services::Service, public ServiceInterf
   Lifecycle lifecycle;  // first, so that it is destroyed last
 
   // The order of these members matters for construction and destruction. Flags and handle are atomic because
-  // a stop that ran out of time goes on while threads still read them.
+  // a stop that ran out of time continues while threads still read them.
   std::atomic<bool> stopped{true};
   PipeServer pipeServer;
   TamLogUtil::Timer driverPollTimer;

@@ -30,17 +30,17 @@ class AccessObjects {
   AccessObjects(const std::string& headerLockName, const std::string& readWaitName,
                 const std::string& writeWaitName, SecurityAttributes* attributes);
 
-  // "Failed to Wait for Mutex object".
+  // Waits for the header lock and takes it. "Failed to Wait for Mutex object".
   WaitOutcome TakeHeaderLock(std::uint32_t milliseconds) const;
-  // "Failed to RemoveSignal for Mutex object".
+  // Releases the header lock. "Failed to RemoveSignal for Mutex object".
   void ReleaseHeaderLock();
 
-  // Signalled while readers may enter. "Failed to Wait for Event object".
+  // Waits for read-wait, which is signalled while readers may enter. "Failed to Wait for Event object".
   WaitOutcome WaitForReadWait(std::uint32_t milliseconds) const;
   // Releases the header lock, then waits for read-wait; one system call when read-wait is already signalled.
   // Throws what the two throw.
   WaitOutcome ReleaseHeaderLockAndWaitForReadWait(std::uint32_t milliseconds);
-  // Signalled while no reader has access.
+  // Waits for write-wait, which is signalled while no reader has access.
   WaitOutcome WaitForWriteWait(std::uint32_t milliseconds) const;
 
   Event& ReadWait() { return *readWait; }

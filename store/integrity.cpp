@@ -17,8 +17,8 @@ IntegrityRule RuleBrokenByHeader(const LogFileHeader& header) {
   return header.readCount == 1 ? IntegrityRule::NoneBroken : IntegrityRule::OneReader;
 }
 
-// Whether the text is terminated. Most texts are followed by zeros up to the end of their field, so the last
-// byte is checked first, then eight bytes at a time.
+// Returns whether the text is terminated. Most texts are followed by zeros up to the end of their field, so
+// the last byte is checked first, then eight bytes at a time.
 bool EndsInside(const char (&text)[kTextSize]) {
   if (text[kTextSize - 1] == '\0') return true;
   constexpr std::uint64_t kEach = 0x0101010101010101U;

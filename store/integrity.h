@@ -14,7 +14,7 @@ enum class IntegrityRule : std::uint8_t {
   NotNegative,  // messageCount, maxMessages and nextSlot are 0 or more
   InsideRing,   // messageCount <= maxMessages and nextSlot < maxMessages
   OneReader,    // readCount is 1: the server's own read access and no other
-  SlotsInFile,  // every slot that holds a message lies in the mapped file
+  SlotsInFile,  // every slot that holds a message is in the mapped file
   NewestFirst,  // from the newest message to the oldest the time keys never rise
   TextsEnd,     // text and source are terminated inside their fields
   KnownType,    // the type is one of the four
@@ -31,7 +31,7 @@ class SlotCheck {
   void Look(const LogMessage* oldest, std::size_t count);
 
   IntegrityRule Broken() const { return broken; }
-  // The keys of the last Look, the newest first.
+  // Returns a key of the last Look; 0 is the newest message.
   std::uint64_t Key(std::size_t newer) const { return keys[newer]; }
   void Accept(std::size_t count) { newerKey = keys[count - 1]; }
 

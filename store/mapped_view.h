@@ -43,9 +43,9 @@ class MappedView {
   LockNames ReadLockNames() const;
   void WriteLockNames(const LockNames& names);
 
-  // Whether slot `index` lies in the mapping.
+  // Returns whether slot `index` is in the mapping.
   bool HasSlot(std::int64_t index) const { return index >= 0 && index < slotCount; }
-  // ExceptionBase "There is no such slot in the mapped log file".
+  // Returns the slot. ExceptionBase "There is no such slot in the mapped log file".
   LogMessage ReadSlot(std::int64_t index) const;
   // Calls look(slots) with the mapped bytes of the `count` slots from `first` on. It runs under the guard,
   // and again from its start after a fault: it may touch only plain bytes and own nothing.
@@ -65,7 +65,7 @@ class MappedView {
   // Adds `difference` to the number of readers and returns the result.
   std::int32_t ChangeReadCount(std::int32_t difference);
   void SetServerRunning(bool running);
-  // The end of a write access: adds `changes` to changeCount and sets readCount to 0.
+  // Ends a write access: adds `changes` to changeCount and sets readCount to 0.
   void PublishChanges(std::uint64_t changes);
 
   // Forces the first `bytes` bytes to the disk. Returns false with the last error set on failure.

@@ -51,8 +51,8 @@ class MessageFile {
                         const std::string& readWaitEventName, const std::string& writeWaitEventName,
                         SecurityAttributes* attributes);
 
-  // For a thread that takes write access periodically from outside (MessageFileMonitor). The store itself
-  // never takes it.
+  // Returns the lock for a thread that takes write access periodically from outside (MessageFileMonitor). The
+  // store itself never takes it.
   Mutex& InProcessLock() { return inProcessLock; }
 
  protected:
@@ -66,7 +66,8 @@ class MessageFile {
   };
 
   bool IsOpen() EXCLUDES(viewLock);
-  // ExceptionBase `invalidText` unless the objects and the view are open.
+  // Returns a ticket for the present open. ExceptionBase `invalidText` unless the objects and the view are
+  // open.
   Ticket PresentTicket(const char* invalidText) EXCLUDES(viewLock);
 
   // Calls use(view) under viewLock; ExceptionBase `invalidText` when the ticket's mapping is gone.

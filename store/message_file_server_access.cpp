@@ -1,4 +1,4 @@
-// What the open side and the write side of MessageFileServer share: the settings and write access.
+// The part that the open side and the write side of MessageFileServer share: the settings and write access.
 
 #include "store/message_file_server.h"
 #include "util/diagnostic_log.h"

@@ -14,7 +14,7 @@ using TamLogUtil::Exceptions::ExceptionWindows;
 namespace {
 
 // Opens the configured file without sharing and closes it again. Returns the system's error, or nothing when
-// the time for the lock ran out: unlike Mutex::Access this neither goes on without the lock, because its
+// the time for the lock ran out: unlike Mutex::Access this neither continues without the lock, because its
 // holder may be changing the path, nor releases the lock of another thread.
 std::optional<DWORD> OpenAlone(const ServerConfiguration& configuration, Mutex& configLock,
                                Timeout& timeout) {

@@ -5,8 +5,8 @@
 // it has to move.
 //
 // The newest messages can be lent to a flush, which reads their bodies and writes them to the file while
-// intake goes on: new messages may be inserted between lent ones, and lent ones may be dropped. Their bodies
-// stay valid until they are taken back.
+// intake continues: new messages may be inserted between lent ones, and lent ones may be dropped. Their
+// bodies stay valid until they are taken back.
 //
 // Plain data without a lock; PendingList guards the server's own mirror. Only the bodies of lent messages may
 // be touched without that lock.

@@ -27,13 +27,13 @@ class PendingList {
   // Inserts a message by its time and drops the oldest ones beyond `maxMessages`.
   void Add(const LogMessageBody& body, std::uint32_t maxMessages) EXCLUDES(lock);
 
-  // The number of messages not yet written, including those of a flush in progress. May be out of date at
-  // once.
+  // Returns the number of messages not yet written, including those of a flush in progress. May be out of
+  // date at once.
   std::int32_t PendingCount() const EXCLUDES(lock);
 
   // Writes the pending messages: the slots, then `header`, a copy of the file's header, which this updates.
   // Messages of the file that have to move are read back before anything is written. With a damaged header
-  // slots may lie outside the file; the target must refuse them. If the target throws, the counts are
+  // slots may be outside the file; the target must refuse them. If the target throws, the counts are
   // restored, and the next flush writes the same messages with new numbers.
   void Flush(LogFileHeader& header, FlushTarget& target) EXCLUDES(lock);
 

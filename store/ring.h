@@ -4,14 +4,14 @@
 // header.
 //
 // Any process that maps the file may write its header, so the numbers may have any value. No function
-// overflows, divides by zero or takes long; MappedView checks whether a slot lies in the file.
+// overflows, divides by zero or takes long; MappedView checks whether a slot is in the file.
 
 #include <cstdint>
 
 #include "records/log_file_format.h"
 
-// The slot of the message that `newerMessages` messages are newer than. Adds maxMessages once to a negative
-// index, which is enough for a sound header.
+// Returns the slot of the message that `newerMessages` messages are newer than. Adds maxMessages once to a
+// negative index, which is enough for a sound header.
 std::int64_t SlotFromNewest(const LogFileHeader& header, std::int32_t newerMessages);
 
 // Empties the ring and resets its counters. Keeps readCount, serverRunning and the capacity.
@@ -20,10 +20,10 @@ void ReformatRing(LogFileHeader& header);
 // Empties the ring. nextSequence continues, so that a number never names two messages.
 void ClearRing(LogFileHeader& header);
 
-// For a file whose messages were compacted to at most `maxMessages` slots from slot 0 on.
+// Sets the capacity of a file whose messages were compacted to at most `maxMessages` slots from slot 0 on.
 void SetRingCapacity(LogFileHeader& header, std::uint32_t maxMessages);
 
-// For a file whose every slot is written again from slot 0 on.
+// Records that every slot of the file is written again from slot 0 on.
 void RestartRing(LogFileHeader& header);
 
 // Removes the newest `messages` messages, so that they can be written again.

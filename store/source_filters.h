@@ -39,8 +39,8 @@ class SourceFilters {
   auto begin() const { return names.begin(); }
   auto end() const { return names.end(); }
 
-  // Whether the shorter of `source` and some name is a prefix of the longer one, ignoring letter case.
-  // Symmetrical on purpose: an empty source or an empty name matches everything.
+  // Returns whether the shorter of `source` and some name is a prefix of the longer one, ignoring letter
+  // case. Symmetrical on purpose: an empty source or an empty name matches everything.
   bool MatchAny(const FoldedSource& source) const;
 
  private:

@@ -5,7 +5,7 @@
 // once.
 //
 // A thread that has the turn may take it again: OpenFile has it for its whole length and takes write access
-// inside. A thread whose wait ends without the turn goes on without it and releases nothing. Any thread.
+// inside. A thread whose wait ends without the turn continues without it and releases nothing. Any thread.
 
 #include <atomic>
 #include <cstdint>
@@ -21,7 +21,7 @@ class WriterTurn {
  public:
   class Hold;
 
-  // "CreateEvent() failed".
+  // Throws "CreateEvent() failed".
   WriterTurn();
   WriterTurn(const WriterTurn&) = delete;
   WriterTurn& operator=(const WriterTurn&) = delete;
@@ -41,7 +41,7 @@ class WriterTurn::Hold {
   Hold(const Hold&) = delete;
   Hold& operator=(const Hold&) = delete;
 
-  // How the wait ended; Signalled also when the thread already had the turn.
+  // Returns how the wait ended; Signalled also when the thread already had the turn.
   TamLogUtil::WaitOutcome Outcome() const { return outcome; }
 
  private:

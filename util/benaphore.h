@@ -84,14 +84,14 @@ class Benaphore {
     try {
       return event.Wait(milliseconds);
     } catch (...) {
-      // If the event is signalled for this thread all the same, the next one that arrives goes through
-      // instead.
+      // If the event is still signalled for this thread, the next one that arrives goes through instead.
       CountOut();
       throw;
     }
   }
 
-  // False when no thread is counted: the event is being signalled for the one thread that still waits.
+  // Returns false when no thread is counted: the event is being signalled for the one thread that still
+  // waits.
   bool CountOut() {
     std::uint32_t seen = word.load(std::memory_order_relaxed);
     while (seen >= kWaiter) {
@@ -100,7 +100,7 @@ class Benaphore {
     return false;
   }
 
-  // True when the event has to be signalled.
+  // Returns true when the event has to be signalled.
   bool HandOver() {
     std::uint32_t seen = word.load(std::memory_order_relaxed);
     while ((seen & kHeld) != 0) {

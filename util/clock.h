@@ -6,7 +6,7 @@
 
 namespace TamLogUtil {
 
-// The run-time's clock(): wall time since the start of the process, kTicksPerSecond a second
+// Returns the run-time's clock(): wall time since the start of the process, kTicksPerSecond a second
 // (util/clock_arithmetic.h). Any thread.
 std::int32_t ReadClock();
 

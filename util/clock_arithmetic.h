@@ -22,20 +22,21 @@ constexpr std::int32_t ElapsedMilliseconds(std::int32_t startTicks, std::int32_t
   return static_cast<std::int32_t>(product) / static_cast<std::int32_t>(kTicksPerSecond);
 }
 
-// The rest of `remainingMs` after `elapsedMs`. Compared without sign: a negative elapsed time ends the
-// time-out.
+// Returns the rest of `remainingMs` after `elapsedMs`. Compared without sign: a negative elapsed time ends
+// the time-out.
 constexpr std::uint32_t CountDown(std::uint32_t remainingMs, std::int32_t elapsedMs) {
   const auto elapsed = static_cast<std::uint32_t>(elapsedMs);
   return remainingMs <= elapsed ? 0 : remainingMs - elapsed;
 }
 
-// The reading at which a period that began at `startTicks` is over. The product wraps for periods above
-// 4,294,967 ms.
+// Returns the reading at which a period that began at `startTicks` is over. The product wraps for periods
+// above 4,294,967 ms.
 constexpr std::uint32_t PeriodDeadline(std::int32_t startTicks, std::uint32_t periodMs) {
   return static_cast<std::uint32_t>(startTicks) + periodMs * kTicksPerSecond / kMillisecondsPerSecond;
 }
 
-// Compared with sign: a deadline from 2^31 ticks on counts as past.
+// Returns whether the deadline is yet to come. Compared with sign: a deadline from 2^31 ticks on counts as
+// past.
 constexpr bool IsBeforeDeadline(std::int32_t nowTicks, std::uint32_t deadline) {
   return nowTicks < static_cast<std::int32_t>(deadline);
 }

@@ -23,7 +23,7 @@ struct Destination {
   std::ostream* stream GUARDED_BY(lock) = nullptr;
   // Whether a thread appends. The run-time appends by a seek and a write, so two writers at once could
   // overwrite each other's entry. A flag instead of a lock, because a thread may be terminated in the middle
-  // of its turn and the log has to go on without it; and instead of the library's semaphore, because that
+  // of its turn and the log has to continue without it; and instead of the library's semaphore, because that
   // waits by static objects, which are gone when the last entries are written.
   std::atomic<bool> fileBusy{false};
 };
@@ -132,7 +132,7 @@ void WriteLog(const std::string& text) noexcept {
     Destination& destination = TheDestination();
     if (!WriteToStream(destination, entry)) AppendToFile(destination, entry);
   } catch (...) {
-    // Every handler relies on this log as its last resort: the entry is lost, the caller goes on.
+    // Every handler relies on this log as its last resort: the entry is lost, the caller continues.
     return;
   }
 }

@@ -26,9 +26,9 @@ void WriteLog(const std::string& text) noexcept;
 
 // The parts of an entry, separate from the clock and the file.
 //
-// The time in asctime's form, 24 characters and a line break: "Mon Nov 16 01:45:13 2026\n".
+// Returns the time in asctime's form, 24 characters and a line break: "Mon Nov 16 01:45:13 2026\n".
 std::string LogTimeLine(const std::tm& local);
-// `timeLine` with its line break, then " - ", `text` and a line break.
+// Returns `timeLine` with its line break, then " - ", `text` and a line break.
 std::string LogEntry(const std::string& timeLine, const std::string& text);
 
 }  // namespace TamLogUtil

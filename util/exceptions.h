@@ -29,17 +29,17 @@ class ExceptionBase : public std::exception {
   ExceptionBase& operator=(const ExceptionBase&) = delete;
   ~ExceptionBase() override;
 
-  // Compose("\n"), valid as long as this object. Not thread-safe: fills a cache.
+  // Returns Compose("\n"), valid as long as this object. Not thread-safe: fills a cache.
   const char* what() const noexcept override;
 
   // This level's own text, without its causes.
   virtual std::string GetMessage() const;
 
-  // A copy of the same dynamic type, with clones of the causes.
+  // Returns a copy of the same dynamic type, with clones of the causes.
   virtual std::unique_ptr<ExceptionBase> Clone() const;
 
-  // The text of this level, then `separator` and the causes' texts. Deeper levels are always joined with
-  // "\n", whatever the separator.
+  // Returns the text of this level, then `separator` and the causes' texts. Deeper levels are always joined
+  // with "\n", whatever the separator.
   std::string Compose(const std::string& separator) const;
 
  protected:
@@ -59,8 +59,8 @@ class ExceptionWindows : public ExceptionBase {
   explicit ExceptionWindows(std::string_view text, const ExceptionBase* cause = nullptr,
                             std::uint32_t code = 0);
 
-  // The message, " - Error code : ", the decimal code, " - ", the system's text for the code (including the
-  // CR LF at its end; empty when the system has none).
+  // Returns the message, " - Error code : ", the decimal code, " - ", the system's text for the code
+  // (including the CR LF at its end; empty when the system has none).
   std::string GetMessage() const override;
   std::unique_ptr<ExceptionBase> Clone() const override;
 

@@ -10,15 +10,15 @@
 
 namespace TamLogUtil {
 
-// Decimal text.
+// Returns the decimal text of `value`.
 std::string ToString(std::int32_t value);
 std::string ToString(std::uint64_t value);
 
-// A copy with A to Z replaced by a to z. Keeps every other byte, also those above 127.
+// Returns a copy with A to Z replaced by a to z. Keeps every other byte, also those above 127.
 std::string ToLower(std::string_view text);
 
-// Whether the shorter of `text` and some element of `list` is a prefix of the longer one, ignoring letter
-// case. Symmetrical on purpose: an empty text or an empty element matches everything.
+// Returns whether the shorter of `text` and some element of `list` is a prefix of the longer one, ignoring
+// letter case. Symmetrical on purpose: an empty text or an empty element matches everything.
 bool MatchesAnyPrefix(std::string_view text, const std::vector<std::string>& list);
 
 // Sets bit (i mod 32) of the result when flag i is set; bit 0 is the lowest.
@@ -26,11 +26,11 @@ std::uint32_t PackFlags(const bool* flags, std::size_t count);
 // Sets flag i to bit (i mod 32) of `mask`.
 void UnpackFlags(std::uint32_t mask, bool* flags, std::size_t count);
 
-// The directory of the running executable, a backslash, `fileName`. ExceptionBase "Failed to obtain
+// Returns the directory of the running executable, a backslash, `fileName`. ExceptionBase "Failed to obtain
 // executable's location".
 std::string PathBesideExecutable(const std::string& fileName);
 
-// The same for a given path of the executable. A path without a backslash throws.
+// Returns the same for a given path of the executable. A path without a backslash throws.
 std::string PathBeside(std::string_view executable, const std::string& fileName);
 
 // Moves a file. A failure changes nothing and is not reported.

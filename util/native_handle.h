@@ -11,7 +11,7 @@ namespace TamLogUtil {
 using NativeHandle = void*;
 using SecurityAttributes = ::_SECURITY_ATTRIBUTES;
 
-// The system's second value for "no handle" besides null: opening a file returns it on failure.
+// Returns the system's second value for "no handle" besides null: opening a file returns it on failure.
 inline NativeHandle InvalidHandle() {
   return reinterpret_cast<NativeHandle>(~std::uintptr_t{0});  // NOLINT(performance-no-int-to-ptr)
 }

@@ -17,21 +17,22 @@
 
 namespace TamLogUtil {
 
-// "CloseHandle() failed:". Returns the call's non-zero result.
+// Closes the handle. "CloseHandle() failed:". Returns the call's non-zero result.
 int CheckedCloseHandle(NativeHandle handle);
-// Ignores failures.
+// Closes the handle and ignores failures.
 void CloseQuietly(NativeHandle handle);
-// "CreateEvent() failed". `attributes` and `name` may be null.
+// Creates an event. "CreateEvent() failed". `attributes` and `name` may be null.
 NativeHandle CheckedCreateEvent(SecurityAttributes* attributes, bool manualReset, bool initialState,
                                 const char* name);
-// "ResetEvent failed".
+// Resets an event. "ResetEvent failed".
 void CheckedResetEvent(NativeHandle handle);
-// "SetEvent failed". Returns true.
+// Signals an event. "SetEvent failed". Returns true.
 bool CheckedSetEvent(NativeHandle handle);
-// "WaitForSingleObject failed" on a failed and on an abandoned wait. False when the time ran out.
+// Waits for one object. "WaitForSingleObject failed" on a failed and on an abandoned wait. Returns false when
+// the time ran out.
 bool CheckedWaitForSingleObject(NativeHandle handle, std::uint32_t milliseconds);
-// Sets `toSet`, then returns without waiting whether `wanted` is signalled, in one system call. Nothing when
-// the call fails; then `toSet` was not set.
+// Sets `toSet`, then returns without waiting whether `wanted` is signalled, in one system call. Returns
+// nothing when the call fails; then `toSet` was not set.
 std::optional<bool> SetEventAndPoll(NativeHandle toSet, NativeHandle wanted);
 // Returns -1 when the time ran out, otherwise the raw result. "WaitForMultipleObjects failed"; an abandoned
 // object throws a plain ExceptionBase "WaitForMultipleObjects is waiting for an abandonned mutex".
@@ -57,7 +58,7 @@ class AutoHandle {
 
   // Closes the held handle, then keeps a duplicate of `source` and closes `source`.
   void Take(NativeHandle source);
-  // The same, but `source` stays open.
+  // Does the same, but `source` stays open.
   void Copy(NativeHandle source);
   void Close();
 
@@ -84,9 +85,9 @@ class Event {
 
   // Returns true when signalled, false when the time ran out. "Failed to Wait for Event object".
   bool Wait(std::uint32_t milliseconds) const;
-  // "Failed to SetSignal for Event object". Returns true.
+  // Signals the event. "Failed to SetSignal for Event object". Returns true.
   bool SetSignal();
-  // "Failed to RemoveSignal for Event object".
+  // Resets the event. "Failed to RemoveSignal for Event object".
   void RemoveSignal();
 
   NativeHandle Handle() const { return handle; }
@@ -105,7 +106,7 @@ class CAPABILITY("mutex") Mutex {
  public:
   class Access;
 
-  // "Failed to create Mutex object" (both forms).
+  // Throws "Failed to create Mutex object" (both forms).
   Mutex();
   Mutex(const char* name, SecurityAttributes* attributes);
   ~Mutex();
@@ -115,13 +116,14 @@ class CAPABILITY("mutex") Mutex {
   // Waits for the lock up to `milliseconds` and does not report whether it was taken. "Failed to Wait for
   // Mutex object".
   void Wait(std::uint32_t milliseconds) ACQUIRE();
-  // The same, but returns false when the time ran out and the lock was not taken.
+  // Waits in the same way, but returns false when the time ran out and the lock was not taken.
   bool TryWait(std::uint32_t milliseconds) TRY_ACQUIRE(true);
   // Releases the lock. "Failed to RemoveSignal for Mutex object" (the text names the wrong operation, but
   // support staff search logs for it).
   void Release() RELEASE();
 
-  // The event. A wait for the event of a named lock, alone or together with other objects, takes the lock.
+  // Returns the event. A wait for the event of a named lock, alone or together with other objects, takes the
+  // lock.
   NativeHandle Handle() const { return handle; }
 
  private:
@@ -134,7 +136,7 @@ class CAPABILITY("mutex") Mutex {
 //
 //   Mutex::Access access(configLock, Timeout::Infinite);
 //
-// A finite time-out bounds the wait, after which the caller goes on WITHOUT the lock: Acquire counts as
+// A finite time-out bounds the wait, after which the caller continues WITHOUT the lock: Acquire counts as
 // owning in either case, and the release then frees a lock that another thread may hold. Callers rely on not
 // getting a failure when the time runs out.
 class SCOPED_CAPABILITY Mutex::Access {
@@ -147,9 +149,9 @@ class SCOPED_CAPABILITY Mutex::Access {
   Access(const Access&) = delete;
   Access& operator=(const Access&) = delete;
 
-  // "Mutex::Access requesting ownership of an owned object" when it already owns.
+  // Takes the lock. Throws "Mutex::Access requesting ownership of an owned object" when it already owns.
   void Acquire(Timeout& timeout) ACQUIRE();
-  // "Mutex::Access releasing ownership of an unowned object" when it does not own.
+  // Releases the lock. Throws "Mutex::Access releasing ownership of an unowned object" when it does not own.
   void Release() RELEASE();
 
  private:

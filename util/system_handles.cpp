@@ -79,8 +79,8 @@ void AutoHandle::Duplicate(NativeHandle source, std::uint32_t options, const cha
   if (source == nullptr || source == INVALID_HANDLE_VALUE) return;
   HANDLE copy = nullptr;
   if (DuplicateHandle(GetCurrentProcess(), source, GetCurrentProcess(), &copy, 0, FALSE, options) == 0) {
-    // Constructed and dropped on purpose: callers check IsValid, and some of them go on with an empty owner.
-    // The text is visible in a debugger.
+    // Constructed and dropped on purpose: callers check IsValid, and some of them continue with an empty
+    // owner. The text is visible in a debugger.
     const ExceptionWindows notRaised(failure);
     return;
   }

@@ -26,7 +26,7 @@ Thread::~Thread() {
     // Not closed yet when the thread destroys its own object.
     CloseHeldHandle();
   } catch (...) {
-    // The thread could not be terminated and would go on using a destroyed object.
+    // The thread could not be terminated and would continue to use a destroyed object.
     std::terminate();
   }
 }

@@ -47,12 +47,13 @@ class Thread {
   // Suspends the thread wherever it is, even while it holds a lock: Stop and IsStopRequested of this object
   // may block until Resume. ExceptionWindows "Failed to pause Thread object, SuspendThread() failed".
   virtual void Pause();
-  // ExceptionWindows "Failed to resume paused Thread object, ResumeThread() failed".
+  // Lets a paused thread continue. ExceptionWindows "Failed to resume paused Thread object, ResumeThread()
+  // failed".
   virtual void Resume();
-  // The thread's work; returns its exit code. Must poll IsStopRequested.
+  // Does the thread's work and returns its exit code. Must poll IsStopRequested.
   virtual std::uint32_t Run() = 0;
 
-  // True before the first Start and after Stop. Any thread.
+  // Returns true before the first Start and after Stop. Any thread.
   bool IsStopRequested();
   // Makes the thread delete this object after Run has returned; the object must be on the heap.
   void SetDeleteOnExit();

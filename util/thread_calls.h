@@ -13,7 +13,7 @@ using ThreadFunction = unsigned long(__attribute__((ms_abi)) *)(void*);
 
 // Returns the handle of a new thread that runs function(argument), or null.
 NativeHandle StartThread(ThreadFunction function, void* argument);
-// The calling thread's id; never 0.
+// Returns the calling thread's id; never 0.
 std::uint32_t PresentThreadId();
 
 enum class ThreadWait : std::uint8_t { Ended, TimedOut, Failed };
@@ -23,7 +23,7 @@ bool PauseThread(NativeHandle thread);
 bool ResumeThread(NativeHandle thread);
 // Terminates the thread wherever it is.
 bool EndThread(NativeHandle thread, std::uint32_t exitCode);
-// The calling thread's last error.
+// Returns the calling thread's last error.
 std::uint32_t LastError();
 
 }  // namespace TamLogUtil::Threading

@@ -29,15 +29,18 @@ class Timer : public Threading::Thread {
   // Waits for a call in progress and for the thread to end.
   ~Timer() override;
 
-  // `newCallback` is not owned and must live until Stop and Join. Null: the timer ticks without a call.
+  // Sets the callback. `newCallback` is not owned and must live until Stop and Join. Null: the timer ticks
+  // without a call.
   void SetCallback(TimerCallback* newCallback);
-  // Milliseconds between calls; 0: no pause. Takes effect at the next cycle or one-second step.
+  // Sets the period in milliseconds between calls; 0: no pause. Takes effect at the next cycle or one-second
+  // step.
   void SetPeriod(std::uint32_t milliseconds);
 
-  // The first call comes one period later. Waits first for a thread of an earlier start that was requested to
-  // stop, so that a timer never has two threads.
+  // Starts the thread; the first call comes one period later. Waits first for a thread of an earlier start
+  // that was requested to stop, so that a timer never has two threads.
   void Start() override;
-  // No call starts after this. Forgets the callback: it must be set again before the next Start.
+  // Requests the end; no call starts after this. Forgets the callback: it must be set again before the next
+  // Start.
   void Stop() override;
   std::uint32_t Run() override;
 

@@ -28,7 +28,7 @@ class UnwindCheck {
   UnwindCheck(const UnwindCheck&) = delete;
   UnwindCheck& operator=(const UnwindCheck&) = delete;
 
-  // Whether the scope of this object is being left because of an exception.
+  // Returns whether the scope of this object is being left because of an exception.
   bool IsUnwinding() const noexcept { return std::uncaught_exceptions() > exceptionsBefore; }
 
   // Calls step(). What it throws passes through, or is dropped while the stack unwinds.

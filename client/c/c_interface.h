@@ -1,7 +1,7 @@
 #pragma once
 
-// What the parts of the C interface (client/include/tamlog.h) share: copies of structures from and to callers
-// that may be built with another version, status codes for results, and a barrier for exceptions.
+// Functions that the parts of the C interface (client/include/tamlog.h) share: copies of structures from and
+// to callers that may be built with another version, status codes for results, and a barrier for exceptions.
 
 #include <algorithm>
 #include <cstdint>
@@ -16,7 +16,7 @@
 
 namespace TamLogClient {
 
-// The C interface's code of a status: one code each.
+// Returns the code of the C interface for a status.
 tamlog_status CodeOf(Status status);
 
 // Runs the body of an interface function. An exception becomes a status.
@@ -79,7 +79,7 @@ tamlog_time TimeOfWords(const TimeWords& words);
 // Fills `message` from a slot. `flags` are added to those that the slot itself has.
 void FillMessage(const LogMessage& stored, std::uint32_t flags, tamlog_message& message);
 
-// The texts of an entry; they are views of the caller's.
+// Return the texts of an entry, as views of the caller's memory.
 std::string_view SourceOf(const tamlog_entry& entry);
 std::string_view TextOf(const tamlog_entry& entry);
 

@@ -1,8 +1,8 @@
 #pragma once
 
-// What the two kinds of reader of the C interface share. A reader holds a copy of the log and a position in
-// it, at which `next` continues. What comes after that copy is handled by the kind: a file ends, the running
-// server's log goes on. A reader is used by one thread at a time.
+// The common part of the two kinds of reader of the C interface. A reader holds a copy of the log and a
+// position in it, at which `next` continues. What comes after that copy is handled by the kind: a file ends,
+// the running server's log continues. A reader is used by one thread at a time.
 
 #include <cstddef>
 #include <cstdint>
@@ -52,9 +52,9 @@ struct tamlog_reader {
   virtual Status TakeSnapshot(TamLogClient::LogSnapshot& snapshot, std::uint32_t timeoutMs) = 0;
   // Returns the next item after `start`. Sets `last` for a message.
   virtual tamlog_status NextAfterStart(std::uint32_t timeoutMs, tamlog_item& item) = 0;
-  // `start` has been replaced.
+  // Called after `start` has been replaced.
   virtual void OnStartReplaced() {}
-  // The cursor of `last`, which NextAfterStart returned.
+  // Returns the cursor of `last`, which NextAfterStart returned.
   virtual TamLogClient::Cursor CursorOfLast() const = 0;
 
   std::shared_ptr<LogCopy> start;  // Next returns its messages from `startNext` on, and then what comes after

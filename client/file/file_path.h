@@ -1,7 +1,7 @@
 #pragma once
 
-// Paths as users give them (UTF-8 on every system, whatever code page Windows has), and what the system says
-// of the files there. May be called from any thread.
+// Paths as users give them (UTF-8 on every system, whatever code page Windows has), and the system's errors
+// for the files there. May be called from any thread.
 
 #include <filesystem>
 #include <fstream>

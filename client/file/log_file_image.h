@@ -29,7 +29,7 @@ class LogFileImage {
   const LogFileHeader& Header() const { return header; }
   LockNames Names() const;
 
-  // Returns whether the header's numbers make sense together; the file may still be too short for them.
+  // Returns whether the header's numbers are valid together; the file may still be too short for them.
   bool HeaderIsSound() const;
 
   std::uint64_t Size() const { return bytes.size(); }
@@ -56,8 +56,8 @@ class LogFileImage {
 // Returns the bytes of a file with this content; the lock names are zeros.
 std::string ImageOf(const LogSnapshot& snapshot);
 
-// Reads the whole file at `path` (UTF-8) with ordinary reads, so that of a file that shrinks meanwhile what
-// is left is returned. NotFound, NotAFile (a directory), AccessDenied and SystemError leave `bytes` empty.
+// Reads the whole file at `path` (UTF-8) with ordinary reads, so that, if the file shrinks meanwhile, the
+// rest of it is returned. NotFound, NotAFile (a directory), AccessDenied and SystemError leave `bytes` empty.
 Status ReadFileBytes(const std::string& path, std::string& bytes);
 
 // Returns whether two paths (UTF-8) name one file, also through links. A file that does not exist equals only

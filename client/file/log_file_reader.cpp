@@ -19,7 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Reads slots in order, so that of a file that shrinks meanwhile those before the cut are kept. Returns the
+// Reads slots in order, so that, if the file shrinks meanwhile, those before the cut are kept. Returns the
 // bytes that were read.
 std::uint64_t ReadSlots(std::ifstream& file, std::uint64_t expected, std::vector<LogMessage>& slots) {
   constexpr std::size_t kChunk = 1024;

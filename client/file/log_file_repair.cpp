@@ -41,8 +41,8 @@ void CutText(char (&text)[kTextSize]) {
 }
 
 // Returns why the bytes of a slot are not a message; nothing when they are. One flaw is accepted in what
-// otherwise looks like a message: senders do write unterminated texts, and a text can be read whatever became
-// of the type.
+// otherwise looks like a message: senders do write unterminated texts, and a text can be read even if the
+// type was changed.
 std::optional<LossReason> Judge(const LogMessage& message) {
   const LogMessageView view(message);
   if (IsBlank(message.body)) return LossReason::Blank;

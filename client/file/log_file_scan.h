@@ -1,7 +1,7 @@
 #pragma once
 
 // Reads a copied log file piece by piece in ring order, without holding all of it. Only files whose header
-// and size are right can be scanned; ReadLogFile reads the others and says what is wrong.
+// and size are right can be scanned; ReadLogFile reads the others and reports the defect.
 //
 // A scan belongs to one thread at a time. The file is read with ordinary reads and stays open, so that a
 // second pass sees the same file.

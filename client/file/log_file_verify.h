@@ -23,7 +23,7 @@ enum class FileRule : std::uint8_t {
   HeaderComplete,  // the file is long enough for header and lock names
   NotNegative,     // messageCount, maxMessages and nextSlot are 0 or more
   InsideRing,      // messageCount <= maxMessages and nextSlot < maxMessages
-  SlotsInFile,     // every slot that holds a message lies in the file
+  SlotsInFile,     // every slot that holds a message is in the file
   NewestFirst,     // from the newest message to the oldest the time keys never rise
   TextEnds,        // the text is terminated inside its field
   SourceEnds,      // and so is the source

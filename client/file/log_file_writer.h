@@ -22,15 +22,15 @@ class AtomicFile {
   AtomicFile(const AtomicFile&) = delete;
   AtomicFile& operator=(const AtomicFile&) = delete;
 
-  // `path` in UTF-8. NotAFile for a directory or a device; Exists for a file that may not be overwritten;
-  // NotFound when the directory does not exist.
+  // Opens a temporary file for `path` (UTF-8). NotAFile for a directory or a device; Exists for a file that
+  // may not be overwritten; NotFound when the directory does not exist.
   Status Open(const std::string& path, bool overwrite);
 
   // Returns false once a write has failed.
   bool Write(std::string_view bytes);
 
-  // Gives the file its name; unless the result is Ok, nothing is left of it. Exists when another program has
-  // meanwhile written a file of this name that may not be overwritten.
+  // Renames the file to its path; unless the result is Ok, nothing is left of it. Exists when another program
+  // has meanwhile written a file of this name that may not be overwritten.
   Status Commit();
 
  private:

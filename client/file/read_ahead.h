@@ -31,7 +31,7 @@ class ReadAhead {
   // Waits for the next piece, which is valid until the next call. Null after the last one.
   const std::vector<LogMessage>* Next();
 
-  // After the last piece: returns whether messages are missing because the file has become shorter.
+  // Returns whether messages are missing because the file has become shorter. Call it after the last piece.
   bool Failed();
 
  private:

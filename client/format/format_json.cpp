@@ -63,7 +63,7 @@ bool AppendJsonText(std::string_view text, const TextEncoding& encoding, std::st
   return complete;
 }
 
-// Appends the text, and in a field of its own its bytes when some could not be read.
+// Appends the text, and, when some of its bytes could not be read, all of them in a separate field.
 void AppendJsonTexts(std::string_view name, std::string_view text, const TextEncoding& encoding,
                      std::string& out) {
   if (AppendJsonText(text, encoding, out)) return;

@@ -69,7 +69,7 @@ enum {
   TAMLOG_TIMED_OUT = 3,      /* no answer, or nothing new, within the time-out */
   TAMLOG_STUCK = 4,          /* a lock of the shared log was not released: its holder has probably died */
   TAMLOG_REFUSED = 5,        /* the server answered that the request failed */
-  TAMLOG_NO_SUCH_FILTER = 6, /* the index lies after the last filter */
+  TAMLOG_NO_SUCH_FILTER = 6, /* the index is after the last filter */
   TAMLOG_BAD_VALUE = 7,      /* the server or the file does not allow the value; nothing was sent */
   TAMLOG_TOO_LONG = 8,       /* a text does not fit its field; nothing was sent */
   TAMLOG_DISCONNECTED = 9,   /* the connection ended before the answer: the request may have had effect */
@@ -140,8 +140,8 @@ typedef struct tamlog_entry {
   uint64_t source_length; /* bytes; 0: up to the zero byte */
   uint64_t text_length;   /* bytes; 0: up to the zero byte */
   tamlog_time time;       /* all 0: now */
-  uint8_t origin[8];      /* stored as it is; a sender replaces one that is all 0 by numbers of its own */
-  uint8_t tail[4];        /* stored as it is */
+  uint8_t origin[8];      /* stored unchanged; a sender replaces one that is all 0 by numbers of its own */
+  uint8_t tail[4];        /* stored unchanged */
   uint32_t reserved;      /* 0 */
 } tamlog_entry;
 
@@ -200,7 +200,7 @@ TAMLOG_API void TAMLOG_CALL tamlog_client_close(tamlog_client* client);
 /* Ends the connection; the next call connects again. The server does so after ten silent seconds. */
 TAMLOG_API tamlog_status TAMLOG_CALL tamlog_client_disconnect(tamlog_client* client);
 
-/* Asks the server for a sign of life. TAMLOG_OK: it answers. */
+/* Asks whether the server answers. TAMLOG_OK: it does. */
 TAMLOG_API tamlog_status TAMLOG_CALL tamlog_client_ping(tamlog_client* client);
 
 /* Submits a message and waits for the answer. TAMLOG_OK: the server accepted it; its filters may still drop
@@ -246,13 +246,13 @@ TAMLOG_API tamlog_status TAMLOG_CALL tamlog_client_clear_log(tamlog_client* clie
  * dropped". */
 typedef struct tamlog_sender tamlog_sender;
 
-/* What submitting does when the queue is full. */
+/* How submitting handles a full queue. */
 enum {
   TAMLOG_OVERFLOW_BLOCK = 0,       /* waits for room; while the server cannot be reached: as DROP_NEWEST */
   TAMLOG_OVERFLOW_DROP_NEWEST = 1, /* drops the submitted message */
   TAMLOG_OVERFLOW_DROP_OLDEST = 2  /* drops the message that has waited longest */
 };
-/* What submitting does with a text of more than 256 bytes. */
+/* How submitting handles a text of more than 256 bytes. */
 enum {
   TAMLOG_LONG_SPLIT = 0,    /* sends several messages of the same time */
   TAMLOG_LONG_TRUNCATE = 1, /* sends its beginning and the mark "..." */
@@ -280,7 +280,7 @@ typedef struct tamlog_sender_options {
   const char* pipe_name;      /* null: the server's default */
 } tamlog_sender_options;
 
-/* What became of the messages. Each one ends in exactly one of sent, dropped, refused and doubtful:
+/* Counts of the messages by outcome. Each message ends in exactly one of sent, dropped, refused and doubtful:
  *
  *   submitted = waiting + sent + dropped + refused + doubtful     at any moment
  *
@@ -337,7 +337,7 @@ typedef struct tamlog_reader_options {
   const char* map_name;  /* name of the shared log's mapping; null: the server's default */
 } tamlog_reader_options;
 
-/* What tamlog_reader_wait saw. Where several fit, the last of them in this order is reported. */
+/* Changes that tamlog_reader_wait reports. Where several fit, the last of them in this order is reported. */
 enum {
   TAMLOG_NOP = 0,     /* no change */
   TAMLOG_APPEND = 1,  /* messages were added after all others */
@@ -347,7 +347,7 @@ enum {
   TAMLOG_REOPENED = 5 /* the log is back */
 };
 
-/* What tamlog_reader_next returned. */
+/* Kinds of item that tamlog_reader_next returns. */
 enum {
   TAMLOG_ITEM_MESSAGE = 0,
   TAMLOG_ITEM_LOST = 1,     /* lost_least to lost_most messages were overwritten before they could be read */
@@ -397,7 +397,7 @@ TAMLOG_API void TAMLOG_CALL tamlog_reader_close(tamlog_reader* reader);
 TAMLOG_API tamlog_status TAMLOG_CALL tamlog_reader_snapshot(tamlog_reader* reader, uint32_t timeout_ms);
 /* Returns the number of messages in the copy. */
 TAMLOG_API uint32_t TAMLOG_CALL tamlog_reader_count(const tamlog_reader* reader);
-/* Copies a message out of the copy. Index 0 is the oldest in time. TAMLOG_END: the index lies after the last
+/* Copies a message out of the copy. Index 0 is the oldest in time. TAMLOG_END: the index is after the last
  * message. */
 TAMLOG_API tamlog_status TAMLOG_CALL tamlog_reader_get_message(const tamlog_reader* reader, uint32_t index,
                                                                tamlog_message* message);
@@ -413,8 +413,8 @@ TAMLOG_API const char* TAMLOG_CALL tamlog_reader_remark(const tamlog_reader* rea
  * within `timeout_ms`; call again. Any other status is permanent: close the reader. */
 TAMLOG_API tamlog_status TAMLOG_CALL tamlog_reader_next(tamlog_reader* reader, uint32_t timeout_ms,
                                                         tamlog_item* item);
-/* Waits until the log changes, `timeout_ms` at most, and sets `*change` to how, or to TAMLOG_NOP. What came
- * is left for next. A file returns TAMLOG_END. */
+/* Waits until the log changes, `timeout_ms` at most, and sets `*change` to how, or to TAMLOG_NOP. Messages
+ * and events are left for next. A file returns TAMLOG_END. */
 TAMLOG_API tamlog_status TAMLOG_CALL tamlog_reader_wait(tamlog_reader* reader, uint32_t timeout_ms,
                                                         int32_t* change);
 
@@ -470,13 +470,13 @@ enum {
   TAMLOG_RULE_HEADER_COMPLETE = 0, /* the file holds the whole header and the lock names */
   TAMLOG_RULE_NOT_NEGATIVE = 1,    /* the header's count, capacity and next slot are 0 or more */
   TAMLOG_RULE_INSIDE_RING = 2,     /* the count is at most the capacity, the next slot less than it */
-  TAMLOG_RULE_SLOTS_IN_FILE = 3,   /* every slot that holds a message lies in the file */
+  TAMLOG_RULE_SLOTS_IN_FILE = 3,   /* every slot that holds a message is in the file */
   TAMLOG_RULE_NEWEST_FIRST = 4,    /* from the newest message to the oldest the times never rise */
   TAMLOG_RULE_TEXT_ENDS = 5,       /* the text ends with a zero byte inside its field */
   TAMLOG_RULE_SOURCE_ENDS = 6,     /* the source ends with a zero byte inside its field */
   TAMLOG_RULE_KNOWN_TYPE = 7,      /* the type is one of the four */
   /* Remarks. */
-  TAMLOG_RULE_REVERSED_BLOCK = 8,    /* the oldest part of the ring lies newest first */
+  TAMLOG_RULE_REVERSED_BLOCK = 8,    /* the oldest part of the ring is newest first */
   TAMLOG_RULE_IMPOSSIBLE_DATE = 9,   /* the time is no date of the calendar or no time of the day */
   TAMLOG_RULE_DUPLICATE = 10,        /* the message repeats all bytes of another one */
   TAMLOG_RULE_SEQUENCE = 11,         /* a number occurs twice, or was not assigned yet */
@@ -594,7 +594,7 @@ typedef struct tamlog_repair_result {
   uint64_t left_out;      /* the oldest, for which the requested capacity has no room */
   uint64_t outside;       /* messages that the header does not count, not saved without TAMLOG_REPAIR_CARVE */
   uint64_t lost;          /* messages that were lost, at most */
-  uint32_t header_trusted; /* 0: the header made no sense, and every slot was examined */
+  uint32_t header_trusted; /* 0: the header was not valid, and every slot was examined */
   uint32_t reserved;
 } tamlog_repair_result;
 

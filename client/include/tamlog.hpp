@@ -104,11 +104,11 @@ class Message {
   std::uint32_t Type() const { return raw.type; }
   const Time& When() const { return raw.time; }
   bool TimeIsReal() const { return tamlog_time_is_real(&raw.time) != 0; }
-  // The server's number; it may be reused, so it shows order and identifies nothing.
+  // Returns the server's number; it may be reused, so it shows order and identifies nothing.
   std::uint64_t Sequence() const { return raw.sequence; }
-  // Dated before a message that Reader::Next returned earlier.
+  // Returns whether the message is dated before one that Reader::Next returned earlier.
   bool Late() const { return (raw.flags & TAMLOG_MESSAGE_LATE) != 0; }
-  // Breaks a rule of the file.
+  // Returns whether the message breaks a rule of the file.
   bool Damaged() const { return (raw.flags & TAMLOG_MESSAGE_DAMAGED) != 0; }
   std::span<const std::uint8_t, 8> Origin() const { return std::span<const std::uint8_t, 8>(raw.origin); }
   std::span<const std::uint8_t, 4> Tail() const { return std::span<const std::uint8_t, 4>(raw.tail); }
@@ -203,7 +203,8 @@ class Client {
       filters.push_back(filter);
     }
   }
-  // `text`: at most 127 bytes. `include`: true for an include filter, false for an exclude filter.
+  // Adds a filter. `text`: at most 127 bytes. `include`: true for an include filter, false for an exclude
+  // filter.
   void AddFilter(std::string_view text, bool include) {
     auto filter = Make<tamlog_filter>();
     filter.include = include ? 1 : 0;
@@ -217,7 +218,8 @@ class Client {
   std::string DefaultLogFile() {
     return Path("asking for the default log file", tamlog_client_get_default_log_file);
   }
-  // Takes effect at the next stop of the server. `path`: absolute, at most 255 bytes.
+  // Sets the path of the log, with effect from the next stop of the server. `path`: absolute, at most 255
+  // bytes.
   void SetLogFile(const std::string& path) {
     Check("setting the log file", tamlog_client_set_log_file(handle.get(), path.c_str()));
   }
@@ -333,7 +335,7 @@ class Reader {
   void Snapshot(std::uint32_t timeoutMs = kUsualTimeoutMs) {
     Take("reading the log", tamlog_reader_snapshot(handle.get(), timeoutMs));
   }
-  // The number of messages in the copy, and one of them or all; index 0 is the oldest in time.
+  // Return the number of messages in the copy, one of them, or all; index 0 is the oldest in time.
   std::uint32_t Count() const { return tamlog_reader_count(handle.get()); }
   Message At(std::uint32_t index) const {
     Message message;
@@ -351,7 +353,7 @@ class Reader {
     Check("reading the log's state", tamlog_reader_get_info(handle.get(), &info));
     return info;
   }
-  // Some bytes of the log break the rules of the file; Remark says which, as far as possible.
+  // Returns whether some bytes of the log break the rules of the file; Remark names them as far as possible.
   bool Damaged() const { return damaged; }
   std::string Remark() const { return tamlog_reader_remark(handle.get()); }
 
@@ -401,14 +403,15 @@ class Reader {
     return true;
   }
 
-  // A cursor is a text that identifies a message of the copy, also after restarts and rewrites of the log.
+  // Returns the cursor of a message of the copy: a text that identifies the message, also after restarts and
+  // rewrites of the log.
   std::string CursorAt(std::uint32_t index) const {
     std::array<char, 256> buffer{};
     Check("making a cursor",
           tamlog_reader_get_cursor(handle.get(), index, buffer.data(), buffer.size(), nullptr));
     return buffer.data();
   }
-  // The cursor of the message that Next returned last.
+  // Returns the cursor of the message that Next returned last.
   std::string LastCursor() const {
     std::array<char, 256> buffer{};
     Check("making a cursor", tamlog_reader_last_cursor(handle.get(), buffer.data(), buffer.size(), nullptr));
@@ -462,7 +465,7 @@ struct VerifyReport {
   std::vector<Finding> findings;  // those of the header first, then those of the slots, oldest first
 
   bool Damaged() const { return counts.damage > 0; }
-  // A server with the file's capacity keeps the messages.
+  // Returns whether a server with the file's capacity keeps the messages.
   bool Accepted() const { return counts.accepted != 0; }
   std::uint64_t Count(std::int32_t rule) const {
     return rule >= 0 && rule < TAMLOG_MOST_RULES ? counts.count[rule] : 0;

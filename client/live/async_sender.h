@@ -37,14 +37,14 @@
 
 namespace TamLogClient {
 
-// What Submit does when the queue is full.
+// How Submit handles a full queue.
 enum class Overflow : std::uint8_t {
   Block,       // waits for room; while the server cannot be reached: as DropNewest
   DropNewest,  // drops the submitted message
   DropOldest,  // drops the message that has waited longest
 };
 
-// What Submit does with a text of more than 256 bytes.
+// How Submit handles a text of more than 256 bytes.
 enum class LongText : std::uint8_t {
   Split,     // sends several messages of the same time
   Truncate,  // sends the first 256 bytes, the mark "..." included

@@ -1,4 +1,4 @@
-// The thread's side of an AsyncSender: sending, pinging, and what becomes of each message.
+// The thread's side of an AsyncSender: sending, pinging, and counting each message by its outcome.
 
 #include <string>
 
@@ -13,7 +13,7 @@ using std::chrono::milliseconds;
 
 constexpr auto kLongWait = std::chrono::hours(1);
 
-// What a call of the transport says about its message.
+// The outcome of a message, derived from the status of the transport's call.
 enum class Outcome : std::uint8_t { Accepted, Refused, Doubtful, NotReached };
 
 Outcome OutcomeOf(Status status) {

@@ -8,7 +8,7 @@ namespace TamLogClient {
 
 class CallDeadline {
  public:
-  // The end is `milliseconds` from now.
+  // Sets the end to `milliseconds` from now.
   explicit CallDeadline(std::uint32_t milliseconds);
 
   // Returns the milliseconds that are left; 0 after the end.

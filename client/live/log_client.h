@@ -36,7 +36,7 @@ class LogClient {
   LogClient(const LogClient&) = delete;
   LogClient& operator=(const LogClient&) = delete;
 
-  // Ok: the server answers.
+  // Asks whether the server answers. Ok: it does.
   Status Ping();
 
   // Submits a message. Ok: the server accepted it; its filters may drop it. TooLong: source or text has no
@@ -51,19 +51,20 @@ class LogClient {
   // start.
   Status GetLogFile(std::string& path);
   Status GetDefaultLogFile(std::string& path);
-  // Takes effect at the next stop of the server. TooLong above kLongestLogPath; BadValue when empty or with a
-  // zero byte.
+  // Sets the path of the log, with effect from the next stop of the server. TooLong above kLongestLogPath;
+  // BadValue when empty or with a zero byte.
   Status SetLogFile(const std::string& path);
 
   Status GetSettings(SettingsBody& settings);
-  // The server restarts a second later. BadValue when the capacity or a rate is 0: the server would accept
-  // it, and a rate of 0 keeps a processor busy.
+  // Replaces the settings; the server restarts a second later. BadValue when the capacity or a rate is 0: the
+  // server would accept it, and a rate of 0 keeps a processor busy.
   Status SetSettings(const SettingsBody& settings);
 
   // Returns one filter; NoSuchFilter after the last one. Include filters come first.
   Status GetFilter(std::uint32_t index, FilterEntry& filter);
   Status GetFilters(std::vector<FilterEntry>& filters);
-  // TooLong above 127 bytes: the server would end when the filter is read. BadValue with a zero byte.
+  // Adds a filter. TooLong above 127 bytes: the server would end when the filter is read. BadValue with a
+  // zero byte.
   Status AddFilter(const FilterEntry& filter);
   Status ClearFilters();
   // Empties the log; the server restarts a second later.
@@ -72,8 +73,8 @@ class LogClient {
   // Ends the connection, if there is one; the next call connects again.
   void Disconnect();
 
-  // The number of connections made so far. When a call has raised it, the server may have been restarted
-  // before that call, and what it had accepted but not yet written (the last 200 ms) is lost.
+  // Returns the number of connections made so far. When a call has raised it, the server may have been
+  // restarted before that call, and what it had accepted but not yet written (the last 200 ms) is lost.
   std::uint64_t Connections() const;
 
  private:

@@ -119,8 +119,8 @@ std::optional<Status> LogReader::TrySnapshot(LogSnapshot& snapshot, std::uint32_
   return snapshot.HeaderIsSound() ? Status::Ok : Status::Damaged;
 }
 
-// Copies the slots that may differ from those of `known`; null: all that hold messages. All slots, when the
-// header makes no sense.
+// Copies the slots that may differ from those of `known`; null: all that hold messages. Copies all slots when
+// the header is not valid.
 bool LogReader::CopySlots(LogSnapshot& snapshot, const LogFileHeader* known) const {
   const LogFileHeader& header = snapshot.header;
   const std::int64_t capacity = header.maxMessages;

@@ -34,11 +34,11 @@ class LogView {
   LogView(const LogFileHeader& copied, const LogMessage* first, std::uint64_t deadlineMicroseconds)
       : header(&copied), slots(first), deadline(deadlineMicroseconds) {}
 
-  // A copy of the header whose claims make sense together.
+  // Returns a copy of the header, whose numbers are valid together.
   const LogFileHeader& Header() const { return *header; }
 
-  // `slot` has to be below Header().maxMessages. The bytes may break any rule of the format; LogMessageView
-  // reads them safely.
+  // Returns a slot; `slot` has to be below Header().maxMessages. The bytes may break any rule of the format;
+  // LogMessageView reads them safely.
   const LogMessage& Slot(std::uint32_t slot) const { return slots[slot]; }
 
   // Returns whether the budget's time is over; then the function has to return.
@@ -71,10 +71,10 @@ class LogReader {
   Status Look(LogFileHeader& header);
 
   // Copies the whole log within `timeoutMs`. When `snapshot` is the one that the previous call filled and
-  // messages were only appended since, copies only their slots. Damaged: the header makes no sense; the slots
-  // were copied nevertheless, if the mapping holds that many. TimedOut: the server is writing, or a reader
-  // inside delays it. Stuck: the header lock is not given back. InPage: the system could not read a page.
-  // NotRunning: as of Look.
+  // messages were only appended since, copies only their slots. Damaged: the header is not valid; the slots
+  // were still copied, if the mapping holds that many. TimedOut: the server is writing, or a reader inside
+  // delays it. Stuck: the header lock is not released. InPage: the system could not read a page. NotRunning:
+  // as for Look.
   Status Snapshot(LogSnapshot& snapshot, std::uint32_t timeoutMs = kDefaultTimeoutMs);
 
   // Copies the newest `count` messages within `timeoutMs`, and the few others that show whether these are
@@ -85,14 +85,14 @@ class LogReader {
   // write, and other readers queue up after the server; if the process or thread ends there, the server never
   // writes again. `look` must not print, wait, allocate, call foreign code or use this reader, and has to
   // return within `budgetMicroseconds`; the view says when they are over. A page that cannot be read raises a
-  // structured exception here. An exception of `look` is rethrown after read access was given back.
+  // structured exception here. An exception of `look` is rethrown after read access was released.
   //
   // When the writer passed this reader, what `look` saw is invalid, and it is called again with a new view:
   // each call begins from nothing. TimedOut also when `look` exceeded its budget; its result is valid then.
   Status WithView(std::uint32_t budgetMicroseconds, const std::function<void(const LogView&)>& look,
                   std::uint32_t timeoutMs = kDefaultTimeoutMs);
 
-  // How long the last read access was held, in microseconds.
+  // Returns how long the last read access was held, in microseconds.
   std::uint64_t LastHoldMicroseconds() const { return lastHold; }
 
  private:

@@ -10,7 +10,8 @@ namespace TamLogClient {
 
 namespace {
 
-// The longest time between two looks, whatever the interval is: a server that stops waits for its readers.
+// The longest time between two reads of the log, whatever the interval is: a server that stops waits for its
+// readers.
 constexpr std::uint32_t kMostLookMs = 200;
 constexpr std::chrono::milliseconds kGuardPause{100};
 constexpr std::uint32_t kReopenMs = 250;

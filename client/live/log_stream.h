@@ -36,7 +36,7 @@
 
 namespace TamLogClient {
 
-// What a look at the log found. Where several fit, the last of them in this order is reported.
+// The change that a read of the log found. Where several fit, the last of them in this order is reported.
 enum class LogChange : std::uint8_t {
   None,
   Append,    // messages were added after all others
@@ -95,18 +95,19 @@ class LogStream {
   // permanent, and everything is closed.
   Status Next(LogItem& item, std::uint32_t timeoutMs);
 
-  // Ordered streams only: from now on nothing is held back. For the end of a program.
+  // Releases all messages that are held back; from now on none is. For the end of a program, and for ordered
+  // streams only.
   void ReleaseAll();
 
-  // The number of messages that an ordered stream holds back now.
+  // Returns the number of messages that an ordered stream holds back now.
   std::size_t HeldBack() const { return held.Size(); }
 
-  // The whole log as of the last look. Valid until the next call of Wait or Next.
+  // Returns the whole log as it was last read. Valid until the next call of Wait or Next.
   const LogSnapshot& Snapshot() const { return snapshot; }
 
-  // What another stream needs to go on from here: everything that Next has returned or will return without
-  // another look at the log. Messages that an ordered stream holds back are included. At most `mostMessages`
-  // are remembered.
+  // Returns the state from which another stream continues: everything that Next has returned or will return
+  // without another read of the log. Messages that an ordered stream holds back are included. At most
+  // `mostMessages` are remembered.
   FollowerMemory Memory(std::size_t mostMessages) const { return follower.Remembered(mostMessages); }
 
   // Closes the log and the connection to the server, and ends the stream's thread. Does nothing when closed.

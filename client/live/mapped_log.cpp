@@ -15,8 +15,8 @@ constexpr int kCopyAttempts = 10;
 constexpr std::uint32_t kInPageError = 0xC0000006U;
 // A reader inside cannot leave without the header lock. After this time the lock's holder counts as dead.
 constexpr DWORD kLeaveMs = 30000;
-// The header lock is held for microseconds only: it is waited for so long even when the caller's time is
-// over.
+// The header lock is held for microseconds only: this is how long a reader waits for it, even when the
+// caller's time is over.
 constexpr DWORD kLockMs = 1000;
 constexpr DWORD kNewPipesMs = 10;
 

@@ -51,18 +51,18 @@ class MappedLog {
   // one of their pages cannot be read; then a part may have been copied.
   bool CopySlots(std::size_t first, std::size_t count, LogMessage* to) const;
 
-  // The slots in place; a page that cannot be read raises a structured exception. Valid until Close.
+  // Returns the slots in place; a page that cannot be read raises a structured exception. Valid until Close.
   const LogMessage* Slots() const;
 
-  // The slots that lie in the mapping as a whole.
+  // Returns the number of slots that are in the mapping as a whole.
   std::size_t SlotCount() const;
 
   // Takes read access. Ok: the caller is inside and has to call Leave. TimedOut: the server is writing, or is
-  // waiting for a reader that stays inside. Stuck: the header lock is not given back. InPage: the count of
+  // waiting for a reader that stays inside. Stuck: the header lock is not released. InPage: the count of
   // readers could not be raised.
   Status Enter(std::uint32_t timeoutMs);
 
-  // Gives read access back. Waits up to 30 s for the header lock and leaves without it after that.
+  // Releases read access. Waits up to 30 s for the header lock and leaves without it after that.
   Left Leave();
 
  private:

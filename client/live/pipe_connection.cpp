@@ -106,8 +106,8 @@ Status PipeConnection::OpenRequestPipe(const CallDeadline& deadline) {
   }
 }
 
-// Tries for a second of its own, whatever is left of the call's time: a client that gives up between the two
-// pipes keeps all other clients out.
+// Tries for a full second, whatever is left of the call's time: a client that gives up between the two pipes
+// keeps all other clients out.
 bool PipeConnection::OpenReplyPipe(bool& atOnce) {
   const std::uint64_t start = GetTickCount64();
   atOnce = true;

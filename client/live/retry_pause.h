@@ -13,24 +13,24 @@ class RetryPause {
  public:
   using Clock = std::chrono::steady_clock;
 
-  // The pause after the first failure and the longest one, in milliseconds.
+  // Takes the pause after the first failure and the longest pause, in milliseconds.
   RetryPause(std::uint32_t first, std::uint32_t most) : firstMs(first), mostMs(std::max(first, most)) {
     Reset();
   }
 
-  // The next attempt may be made at once, and the next pause is the first one.
+  // Allows the next attempt at once; the next pause is the first one.
   void Reset() {
     pauseMs = firstMs;
     next = Clock::time_point{};
   }
 
-  // An attempt failed just now.
+  // Records that an attempt failed just now.
   void Failed() {
     next = Clock::now() + std::chrono::milliseconds(pauseMs);
     pauseMs = std::min(pauseMs * 2, mostMs);
   }
 
-  // The time from which the next attempt may be made.
+  // Returns the time from which the next attempt may be made.
   Clock::time_point Next() const { return next; }
 
  private:

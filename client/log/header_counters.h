@@ -1,6 +1,6 @@
 #pragma once
 
-// What the counters of two headers say about the time between them.
+// Derives from the counters of two headers what happened to the log between them.
 
 #include <cstdint>
 #include <optional>

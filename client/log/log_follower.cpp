@@ -52,7 +52,7 @@ bool RingWasKept(const LogFileHeader& before, const LogSnapshot& now, bool regul
 }
 
 // An insertion into a ring that was rewritten backwards writes messages of the stretch a second time while
-// the first copy is still there. The second copies lie in the forward part at the newest end of the ring.
+// the first copy is still there. The second copies are in the forward part at the newest end of the ring.
 // Returns their slots. (Equal messages on both sides of the border are taken for copies, too.)
 std::set<std::uint32_t> SecondCopies(const LogSnapshot& snapshot, const std::vector<std::uint32_t>& ring) {
   std::set<std::uint32_t> copies;
@@ -71,7 +71,7 @@ std::set<std::uint32_t> SecondCopies(const LogSnapshot& snapshot, const std::vec
   return copies;
 }
 
-// Returns what may have come and gone between two snapshots when slots were rewritten.
+// Returns how many messages may have come and gone between two snapshots when slots were rewritten.
 Loss LossOfRewrite(const LogFileHeader& before, const LogSnapshot& now, const Rewrite& rewrite) {
   const Loss none;
   const Loss unknown{0, std::nullopt};

@@ -45,7 +45,7 @@ struct FollowStep {
 
 class LogFollower {
  public:
-  // Begins anew: every message in `snapshot` counts as known.
+  // Starts again: every message in `snapshot` counts as known.
   void Start(const LogSnapshot& snapshot);
 
   // Continues from the stored state of another follower; the next call has to be Next with `reopened` true.

@@ -14,7 +14,7 @@ struct LogSnapshot {
   LogFileHeader header{};
   std::vector<LogMessage> slots;  // slot i of the log; may be fewer than header.maxMessages for a short file
 
-  // Returns whether the header's numbers make sense together and fit `slots`.
+  // Returns whether the header's numbers are valid together and fit `slots`.
   bool HeaderIsSound() const;
 
   // Returns whether every slot of the ring holds a message.

@@ -25,7 +25,7 @@ struct LogTail {
 };
 
 // Returns which of `leftOut` messages at the oldest end of a ring are to be probed: rising positions in ring
-// order. A stretch that runs backwards lies at the oldest end, so the first two are among them.
+// order. A stretch that runs backwards is at the oldest end, so the first two are among them.
 std::vector<std::uint32_t> ProbePositions(std::uint32_t leftOut);
 
 // Returns the index of the first of `messages` that is at least as new as everything left out: it and the

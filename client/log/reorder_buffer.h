@@ -23,8 +23,8 @@ class ReorderBuffer {
 
   void SetHold(std::uint64_t milliseconds) { hold = milliseconds; }
 
-  // Messages with equal times are returned in the order in which they were added. `now` is the time of
-  // arrival.
+  // Adds a message that arrives at `now`. Messages with equal times are returned in the order in which they
+  // were added.
   void Add(const LogMessage& message, std::uint64_t now);
 
   // Appends the messages that have been held long enough and all that are dated before them. TakeAll appends

@@ -1,8 +1,7 @@
 #pragma once
 
-// The rules of the ring of slots, one place for each: which headers make sense, which slots hold the
-// messages, and the stretch that a full rewrite leaves in reverse. docs/log_file_format.md describes the
-// ring.
+// The rules of the ring of slots, one place for each: which headers are valid, which slots hold the messages,
+// and the stretch that a full rewrite leaves in reverse. docs/log_file_format.md describes the ring.
 //
 // The functions have no state and may be called from any thread.
 
@@ -21,7 +20,7 @@ struct SlotRun {
   std::int64_t end = 0;
 };
 
-// Returns whether count, capacity and next slot of the header make sense together. The file may still be too
+// Returns whether count, capacity and next slot of the header are valid together. The file may still be too
 // short for them.
 bool RingIsSound(const LogFileHeader& header);
 

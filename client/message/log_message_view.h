@@ -16,7 +16,8 @@ class LogMessageView {
  public:
   explicit LogMessageView(const LogMessage& stored) : message(&stored) {}
 
-  // Assigned by the server. It does not identify the message: numbers repeat, and may stay 0.
+  // Returns the number that the server assigned. It does not identify the message: numbers repeat, and may
+  // stay 0.
   std::uint64_t Sequence() const { return message->sequence; }
   std::uint64_t Key() const { return TimeKey(message->body); }
   std::uint32_t Type() const { return message->body.type; }

@@ -1,7 +1,7 @@
 #pragma once
 
-// The result of a call into the client library. Each cause has a value of its own, so that a caller can tell
-// an absent server from one that refuses, and refused access is never mistaken for an empty list.
+// The result of a call into the client library. Each cause has a value of its own, so that a caller can
+// distinguish an absent server from one that refuses, and refused access is never mistaken for an empty list.
 
 #include <cstdint>
 
@@ -14,7 +14,7 @@ enum class Status : std::uint8_t {
   TimedOut,      // no answer within the caller's time-out
   Stuck,         // a lock of the sharing protocol was not released in time: its holder has probably died
   Refused,       // the server answered that the request failed or is unknown to it
-  NoSuchFilter,  // the index lies after the last filter
+  NoSuchFilter,  // the index is after the last filter
   BadValue,      // a value that the server or the file format does not allow; nothing was sent or written
   TooLong,       // a text does not fit its field; nothing was sent
   Disconnected,  // the connection ended after the request was sent: whether it was carried out is not known

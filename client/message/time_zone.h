@@ -19,7 +19,7 @@ using LocalOffset = std::function<int(const TimeWords& local)>;
 // Belongs to one thread: it remembers the offset of the last local time.
 class TimeZone {
  public:
-  // No zone is stated.
+  // States no zone.
   TimeZone() = default;
 
   // Returns the zone with a name that users type: written (none is stated), utc, +hh:mm or -hh:mm (up to

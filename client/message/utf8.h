@@ -14,7 +14,7 @@ std::size_t Utf8SequenceLength(std::string_view text);
 
 bool IsValidUtf8(std::string_view text);
 
-// Returns a to z for A to Z, and any other byte as it is, whatever the locale.
+// Returns a to z for A to Z, and any other byte unchanged, whatever the locale.
 constexpr char LowerCase(char letter) {
   return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter + ('a' - 'A')) : letter;
 }
@@ -26,7 +26,7 @@ constexpr bool BeginsWithUpperControl(std::string_view text) {
 }
 
 // Appends `text` so that it is safe to show: control characters become \n, \t, \r or \xNN, and so do bytes
-// that are not UTF-8. Printable text, backslashes included, stays as it is.
+// that are not UTF-8. Printable text, backslashes included, stays unchanged.
 void AppendVisible(std::string_view text, std::string& out);
 
 // Returns the longest prefix of at most `limit` bytes that does not cut a character in two.

@@ -1,5 +1,5 @@
 #pragma once
 
-// The client library's one way to windows.h: included by source files only, never by headers.
+// The client library's only include of windows.h. Source files include this file, headers never.
 
 #include <windows.h>

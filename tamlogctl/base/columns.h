@@ -1,6 +1,6 @@
 #pragma once
 
-// Numbers and texts in columns. Only columns.cpp knows the library behind it.
+// Numbers and texts in columns. Only columns.cpp uses the library that formats them.
 
 #include <cstddef>
 #include <string>
@@ -8,10 +8,10 @@
 
 namespace TamLogCtl {
 
-// With so many digits after the point.
+// Returns `value` with `digits` digits after the point.
 std::string Fixed(double value, int digits);
 
-// Filled up with spaces to `width` columns of a terminal, of which some characters take two.
+// Returns `text` padded with spaces to `width` columns of a terminal, of which some characters take two.
 std::string AlignedLeft(std::string_view text, std::size_t width);
 std::string AlignedRight(std::string_view text, std::size_t width);
 

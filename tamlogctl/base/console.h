@@ -15,14 +15,14 @@ bool StdoutIsTerminal();
 bool StdinIsTerminal();
 bool StderrIsTerminal();
 
-// Makes the terminal interpret colour sequences; false when it cannot.
+// Makes the terminal interpret colour sequences; returns false when it cannot.
 bool EnableColors();
 
 // Verbs collect about this many bytes of output before they write them.
 inline constexpr std::size_t kWriteSize = std::size_t{1} << 18U;
 
-// Writes all of `text` to standard output, line ends unchanged. False when that failed. The first failure is
-// explained on stderr, unless the reader of the output has closed it.
+// Writes all of `text` to standard output, line ends unchanged. Returns false when that failed. The first
+// failure is explained on stderr, unless the reader of the output has closed it.
 bool WriteOut(std::string_view text);
 
 // Writes `text` to stderr unchanged.
@@ -31,24 +31,25 @@ bool WriteErr(std::string_view text);
 // Writes one line to stderr, with the program's name in front.
 void Say(std::string_view line);
 
-// Reads one line of standard input, or of `input`, without its line end. False at the end of the input.
+// Reads one line of standard input, or of `input`, without its line end. Returns false at the end of the
+// input.
 bool ReadLine(std::string& line);
 bool ReadFileLine(std::istream& input, std::string& line);
 
 // Reads standard input to its end; each line ends with \n.
 std::string ReadInput();
 
-// From now on the first Ctrl-C only makes Interrupted() true, so that the verb can release what it holds; the
+// Makes the first Ctrl-C only set Interrupted() to true, so that the verb can release what it holds; the
 // second one ends the program.
 void DeferInterrupts();
 bool Interrupted();
 
 std::uint32_t ProcessId();
 
-// Whether an environment variable has a value that is not empty.
+// Returns whether an environment variable has a value that is not empty.
 bool EnvironmentHas(const char* name);
 
-// The value of an environment variable; empty when it is not set.
+// Returns the value of an environment variable; empty when it is not set.
 std::string EnvironmentValue(const char* name);
 
 // Sends standard output through the user's pager: the program that PAGER names, or on POSIX systems `less`
@@ -63,11 +64,12 @@ class Pager {
   // Does nothing when standard output is not a terminal or the pager cannot be started.
   void Begin();
 
-  // Waits until the user has left the pager. False, after a line on stderr, when the pager could not be
-  // started: the output was not shown then.
+  // Waits until the user has left the pager. Returns false, after a line on stderr, when the pager could not
+  // be started: the output was not shown then.
   bool End();
 
-  // While a pager is active, failing output is not an error: the user has left the pager early.
+  // Returns whether a pager is active. Failing output is then not an error: the user has left the pager
+  // early.
   bool Active() const { return active; }
 
  private:

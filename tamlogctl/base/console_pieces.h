@@ -8,8 +8,8 @@
 
 namespace TamLogCtl {
 
-// The number of units of the first piece of `text`, which must not be empty: at most `most` (at least 2), and
-// one less where the piece would end between the two halves of a character above U+FFFF.
+// Returns the number of units of the first piece of `text`, which must not be empty: at most `most` (at least
+// 2), and one less where the piece would end between the two halves of a character above U+FFFF.
 template <typename Unit>
 constexpr std::size_t PieceLength(std::basic_string_view<Unit> text, std::size_t most) {
   const std::size_t length = std::min(text.size(), most);

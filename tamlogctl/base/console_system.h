@@ -1,16 +1,16 @@
 #pragma once
 
-// The part of the console that every operating system does in a way of its own.
+// The part of the console that differs between operating systems.
 
 #include <string>
 #include <string_view>
 
 namespace TamLogCtl {
 
-// Writes all of `text`; false when that failed.
+// Writes all of `text`; returns false when that failed.
 bool WriteStdout(std::string_view text);
 
-// Why the write to standard output that has just failed did so. Empty when its reader has closed it.
+// Returns why the write to standard output that has just failed did so. Empty when its reader has closed it.
 std::string StdoutProblem();
 
 }  // namespace TamLogCtl

@@ -61,13 +61,13 @@ constexpr int ExitCodeOf(TamLogClient::Status status) {
   return kOutputFailed;
 }
 
-// Whether a verb that ends with this code has output its data: it is done, or the data are damaged.
+// Returns whether a verb that ends with this code has output its data: it is done, or the data are damaged.
 constexpr bool HasOutput(int exitCode) {
   return exitCode == kDone || exitCode == kDamaged;
 }
 
-// The code of two steps together. From good to bad: done, a negative answer, damage, every other code. Of two
-// codes that are equally bad the one of the first step stays.
+// Returns the code of two steps together. From good to bad: done, a negative answer, damage, every other
+// code. Of two codes that are equally bad the one of the first step stays.
 constexpr int WorseOf(int first, int second) {
   const auto badness = [](int exitCode) {
     if (exitCode == kDone) return 0;
@@ -80,7 +80,7 @@ constexpr int WorseOf(int first, int second) {
 // Writes `line` to stderr, with the program's name in front, and returns `exitCode`.
 int Refuse(int exitCode, std::string_view line);
 
-// The status in words, and what the user can do about it: "no answer in time; see: tamlogctl doctor".
+// Returns the status in words, with advice to the user: "no answer in time; see: tamlogctl doctor".
 std::string Explain(TamLogClient::Status status);
 
 // Writes Explain(status) to stderr, after `what` and a colon unless `what` is empty. Returns the exit code.

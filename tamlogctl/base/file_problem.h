@@ -12,16 +12,16 @@ namespace TamLogCtl {
 // Returns why the file could not be read. For a damaged one `remark` says what is wrong with it.
 std::string ProblemOf(TamLogClient::Status status, const std::string& remark = {});
 
-// The same with `path` in front.
+// Returns the same with `path` in front.
 std::string FileProblem(const std::string& path, TamLogClient::Status status, const std::string& remark = {});
 
 // Returns why the file `target` could not be written, with its name in front.
 std::string TargetProblem(const std::string& target, TamLogClient::Status status);
 
-// The exit code for that. An existing target is an error of usage.
+// Returns the exit code for that. An existing target is an error of usage.
 int TargetExitCode(TamLogClient::Status status);
 
-// Says on stderr that `damaged` messages of the file break a rule.
+// Reports on stderr that `damaged` messages of the file break a rule.
 void SayDamaged(const std::string& path, std::size_t damaged);
 
 // Explains on stderr why the file `target` cannot be written, and returns the exit code. `advice` is what to

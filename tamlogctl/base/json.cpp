@@ -82,7 +82,7 @@ class Builder {
     return Put(std::move(closed));
   }
 
-  std::vector<Json> open;  // arrays and objects of which the end is to come, the outermost first
+  std::vector<Json> open;  // open arrays and objects, the outermost first
   Json whole;
 };
 

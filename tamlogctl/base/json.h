@@ -1,7 +1,7 @@
 #pragma once
 
-// JSON as plain data, for all that reads or prints it. Only json.cpp knows the library behind it, which takes
-// longer to compile than a whole room.
+// JSON as plain data, for all code that reads or prints it. Only json.cpp includes the library for it, which
+// takes longer to compile than a whole room.
 
 #include <concepts>
 #include <cstdint>
@@ -38,11 +38,11 @@ struct Json {
   template <typename Value>
   Json(const std::optional<Value>& optional) : Json(optional ? Json(*optional) : Json()) {}
 
-  // The last member called `name`; null when there is none, or when this is no object.
+  // Returns the last member called `name`; null when there is none, or when this is no object.
   const Json* Find(std::string_view name) const;
   const std::string* FindString(std::string_view name) const;
 
-  // The value if it is of that type; null when it is not.
+  // Return the value if it is of that type; null when it is not.
   const std::string* AsString() const { return std::get_if<std::string>(&value); }
   const JsonArray* AsArray() const { return std::get_if<JsonArray>(&value); }
   const JsonObject* AsObject() const { return std::get_if<JsonObject>(&value); }
@@ -55,11 +55,11 @@ struct Json {
 
 inline constexpr int kOneLine = -1;
 
-// Without a line end after it. `indent` is the number of spaces for each level, or kOneLine. Always valid
-// UTF-8: bytes of a string that are not become U+FFFD.
+// Returns the text of `json` without a line end after it. `indent` is the number of spaces for each level, or
+// kOneLine. Always valid UTF-8: bytes of a string that are not become U+FFFD.
 std::string WriteJson(const Json& json, int indent = kOneLine);
 
-// Nothing for what is not one JSON text, or has more than 100 levels.
+// Parses one JSON text. Returns nothing for anything else, and for more than 100 levels.
 std::optional<Json> ParseJson(std::string_view text);
 
 }  // namespace TamLogCtl

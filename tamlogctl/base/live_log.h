@@ -1,6 +1,6 @@
 #pragma once
 
-// The log of the running server, read at once. Nothing of the server's is held afterwards.
+// Reads the whole log of the running server at once. Nothing of the server's is held afterwards.
 
 #include <cstdint>
 #include <string>
@@ -14,7 +14,7 @@ namespace TamLogCtl {
 // read access is always released.
 TamLogClient::Status ReadLiveLog(std::uint32_t timeoutMs, TamLogClient::LogSnapshot& snapshot);
 
-// The same as the bytes of a log file. An exit code; other than kDone after a line on stderr.
+// Copies it as the bytes of a log file. Returns an exit code; any but kDone after a line on stderr.
 int ReadLiveImage(std::uint32_t timeoutMs, std::string& bytes);
 
 }  // namespace TamLogCtl

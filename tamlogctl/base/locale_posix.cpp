@@ -31,7 +31,7 @@ TamLogClient::TextEncoding DefaultEncoding() {
 
 int OffsetOfLocalTime(const TamLogClient::TimeWords& local) {
   std::tm parts = PartsOf(local);
-  parts.tm_isdst = -1;  // the system finds out
+  parts.tm_isdst = -1;  // the system determines it
   return OffsetAt(std::mktime(&parts));
 }
 

@@ -76,7 +76,8 @@ bool TakeZone(const OutputOptions& options, FormatOptions& to) {
   return true;
 }
 
-// The value of the option, or else of the environment variable; with the name of the one that was used.
+// Returns the value of the option, or else of the environment variable, with the name of the one that was
+// used.
 std::pair<const char*, std::string> Configured(const char* option, const std::string& given,
                                                const char* variable) {
   return given.empty() ? std::pair(variable, EnvironmentValue(variable)) : std::pair(option, given);

@@ -18,16 +18,16 @@ struct OutputOptions {
   std::string encoding;   // empty: the default of the machine
 };
 
-// The encoding alone. This and the next three return nothing, after a line on stderr, when the value of an
-// option is wrong.
+// Makes the encoding alone. This and the next three return nothing, after a line on stderr, when the value of
+// an option is wrong.
 std::optional<TamLogClient::TextEncoding> MakeEncoding(const OutputOptions& options);
 
 std::optional<TamLogClient::FormatOptions> MakeFormatOptions(const OutputOptions& options);
 
-// For standard output.
+// Makes a formatter for standard output.
 std::optional<TamLogClient::MessageFormatter> MakeFormatter(const OutputOptions& options, Color color);
 
-// For a file: without colours, and without the changes that protect a terminal.
+// Makes a formatter for a file: without colours, and without the changes that protect a terminal.
 std::optional<TamLogClient::MessageFormatter> MakeFileFormatter(const OutputOptions& options);
 
 }  // namespace TamLogCtl

@@ -7,10 +7,10 @@
 
 namespace TamLogCtl {
 
-// Milliseconds since some moment in the past; never goes back.
+// Returns the milliseconds since some moment in the past; never goes back.
 std::uint64_t Ticks();
 
-// False when interrupted, which ends the sleep within 50 ms.
+// Sleeps. Returns false when interrupted, which ends the sleep within 50 ms.
 bool SleepFor(std::uint32_t milliseconds);
 
 // Calls `reached` every `everyMs` until it returns true (kDone), until `patienceMs` have passed (kTimedOut),

@@ -39,7 +39,7 @@ std::string AnsiToUtf8(std::string_view ansi) {
 }
 
 std::optional<std::string> Utf8ToAnsi(std::string_view utf8) {
-  if (GetACP() == CP_UTF8) return std::string(utf8);  // where the question about lost characters is an error
+  if (GetACP() == CP_UTF8) return std::string(utf8);  // the query about lost characters is an error in UTF-8
   BOOL lossy = FALSE;
   std::string ansi = ToBytes(CP_ACP, WC_NO_BEST_FIT_CHARS, Utf8ToWide(utf8), &lossy);
   if (lossy != FALSE || (ansi.empty() && !utf8.empty())) return std::nullopt;

@@ -13,7 +13,7 @@ std::wstring Utf8ToWide(std::string_view utf8);
 std::string WideToUtf8(std::wstring_view wide);
 std::string AnsiToUtf8(std::string_view ansi);
 
-// Nothing when the code page lacks one of the characters.
+// Converts to the ANSI code page. Returns nothing when the code page lacks one of the characters.
 std::optional<std::string> Utf8ToAnsi(std::string_view utf8);
 
 }  // namespace TamLogCtl

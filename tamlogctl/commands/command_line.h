@@ -1,6 +1,6 @@
 #pragma once
 
-// From arguments to the verb that runs.
+// Finds the verb that the arguments name, with its options.
 
 #include <functional>
 #include <optional>
@@ -11,7 +11,7 @@ namespace TamLogCtl {
 
 using Action = std::function<int()>;  // runs the verb and returns the program's exit code
 
-// Nothing when there is nothing left to run: `exitCode` is then the program's. Arguments are in UTF-8.
+// Returns nothing when no verb is left to run: `exitCode` is then the program's. Arguments are in UTF-8.
 std::optional<Action> ParseCommandLine(std::vector<std::string> arguments, int& exitCode);
 
 }  // namespace TamLogCtl

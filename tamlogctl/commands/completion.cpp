@@ -27,7 +27,7 @@ bool TakesFile(const Option& option) {
   return IsFileWord(option.IsOperand() ? option.operand : option.value);
 }
 
-// The words of "N|all" that are typed as they are: "all"; of "template=TEXT" all but the text.
+// The words of "N|all" that are typed literally: "all"; of "template=TEXT" all but the text.
 std::vector<std::string> ChoicesOf(const Option& option) {
   std::vector<std::string> choices;
   for (std::string_view text = option.value; !text.empty();) {
@@ -47,7 +47,7 @@ std::string Join(const std::vector<std::string>& words, const char* between = " 
   return list;
 }
 
-// What may stand where no value is expected: verbs, options, and the words of operands.
+// Returns the words that are valid where no value is expected: verbs, options, and the words of operands.
 std::string WordsOf(const Verb& verb) {
   std::vector<std::string> words;
   for (const Verb& child : verb.verbs) words.push_back(child.name);
@@ -63,14 +63,15 @@ bool HasFileOperand(const Verb& verb) {
                      [](const Option& option) { return option.IsOperand() && TakesFile(option); });
 }
 
-// A value that is expected: "@files", its words, or "-" where the shell can offer nothing.
+// Returns the values that are expected: "@files", the words, or "-" where the shell can offer nothing.
 std::string ValueOf(const Option& option) {
   if (TakesFile(option)) return "@files";
   const std::vector<std::string> choices = ChoicesOf(option);
   return choices.empty() ? "-" : Join(choices);
 }
 
-// The branches of a `case` in bash and zsh alike: sets `choices` and, after an option with a value, `value`.
+// Returns the branches of a `case` in bash and zsh alike: sets `choices` and, after an option with a value,
+// `value`.
 std::string Branches(const Verb& program) {
   std::string out = "  case \"$verb\" in\n";
   ForEach(program, "", [&out](const std::string& path, const Verb& verb) {

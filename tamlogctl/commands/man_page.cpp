@@ -6,8 +6,8 @@ namespace TamLogCtl {
 
 namespace {
 
-// Text as it stands: a backslash is roff's own letter, a hyphen would become a dash, and a line must not
-// begin like a request.
+// Returns text that roff shows unchanged: a backslash is roff's own letter, a hyphen would become a dash, and
+// a line must not begin like a request.
 std::string Plain(std::string_view text) {
   std::string out;
   bool atStart = true;

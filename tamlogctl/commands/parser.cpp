@@ -57,7 +57,7 @@ void DefineVerb(const Verb& verb, CLI::App& app) {
   for (const Verb& child : verb.verbs) DefineVerb(child, *app.add_subcommand(child.name, child.purpose));
 }
 
-// The library's texts say neither what was given nor what to do.
+// The library's texts name neither the value nor the correction.
 std::string UsageProblem(const Verb& verb, const CLI::App& app, const CLI::ParseError& error) {
   std::string text = error.what();
   const std::string name = text.substr(0, text.find(':'));

@@ -1,6 +1,6 @@
 #pragma once
 
-// The parser of the command line. Only parser.cpp knows the library behind it.
+// The parser of the command line. Only parser.cpp includes the library that parses.
 
 #include <string>
 #include <vector>

@@ -5,7 +5,7 @@
 
 namespace TamLogCtl {
 
-// The whole program: arguments in UTF-8, without the program's name. Returns the exit code.
+// Runs the whole program: arguments in UTF-8, without the program's name. Returns the exit code.
 int Run(std::vector<std::string> arguments);
 
 }  // namespace TamLogCtl

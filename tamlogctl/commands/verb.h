@@ -35,7 +35,7 @@ struct Option {
 
   bool IsOperand() const { return names.empty(); }
 
-  // As messages call it: its long name.
+  // Returns the name that messages use: the long one.
   std::string Name() const;
 
   Option Required() &&;
@@ -44,7 +44,7 @@ struct Option {
   Option Excludes(std::string other) &&;
 };
 
-// What was given on the command line, by the options' Name().
+// The values from the command line, by the options' Name().
 class Given {
  public:
   explicit Given(std::vector<std::string> givenNames) : names(std::move(givenNames)) {}
@@ -61,7 +61,7 @@ struct Verb {
   std::vector<Option> options;
   std::vector<Verb> verbs;  // one of them has to follow
 
-  // Called after all values were stored: completes them. Returns what contradicts, or an empty text.
+  // Called after all values were stored: completes them. Returns the contradiction, or an empty text.
   std::function<std::string(const Given&)> check;
   std::function<int()> run;  // returns the program's exit code
 
@@ -80,7 +80,7 @@ Verb MakeVerb(std::string name, std::string purpose, std::string footer,
   return verb;
 }
 
-// `names` are parted by commas; `value` is what the help calls the value.
+// `names` are separated by commas; `value` is what the help calls the value.
 Option Flag(const std::string& names, bool& to, std::string purpose);
 Option Flag(const std::string& names, std::function<void()> turnOn, std::string purpose);
 Option Switch(const std::string& on, const std::string& off, bool& to, std::string purpose);

@@ -8,7 +8,7 @@
 
 namespace TamLogCtl {
 
-// The program itself as the root of all verbs. Each call makes a tree with options of its own.
+// Makes the root of all verbs: the program itself. Each call makes a separate tree with its own options.
 Verb MakeProgram();
 
 // Its parts, each in a file of its own.

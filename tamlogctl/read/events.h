@@ -1,7 +1,7 @@
 #pragma once
 
-// Reports on stderr what happens to the log while it is read: as text for people, or as JSON for programs,
-// one object a line:
+// Reports events of the log on stderr while it is read: as text for people, or as JSON for programs, one
+// object a line:
 //
 //   {"event":"lost","count":12}        exactly 12 messages were lost before they could be read
 //   {"event":"lost","count":null,"at_least":3}   at least 3 were lost; the exact number is unknown
@@ -38,7 +38,7 @@ class EventReporter {
            "(--cursor-file shows them)");
   }
 
-  // The answer to --show-cursor: reported in every style.
+  // Reports the cursor for --show-cursor, in every style.
   void ReportCursor(const std::string& cursor) const;
 
  private:

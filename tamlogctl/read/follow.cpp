@@ -6,6 +6,7 @@
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/wait.h"
+#include "tamlogctl/read/log_input.h"
 
 namespace TamLogCtl {
 

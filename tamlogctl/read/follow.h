@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <vector>
 
-#include "client/message/status.h"
 #include "records/log_file_format.h"
 #include "tamlogctl/read/reading_position.h"
 #include "tamlogctl/read/show.h"
@@ -37,15 +36,12 @@ class FollowTarget {
 
   virtual bool OutputFailed() const = 0;
 
-  // Whether messages were selected and none matched.
+  // Returns whether messages were selected and none matched.
   virtual bool NothingMatched() const = 0;
 };
 
 // Passes the messages in the log, and those that arrive, to `target`, until it is interrupted, its time is
 // over, or the output fails. Returns the program's exit code.
 int Follow(const ShowOptions& options, FollowTarget& target, ReadingPosition& position);
-
-// Reports on stderr why the log of the running server cannot be read; returns the program's exit code.
-int ExplainStatus(TamLogClient::Status status);
 
 }  // namespace TamLogCtl

@@ -137,7 +137,7 @@ ShowOptions FollowingOf(const ExportOptions& options) {
   return follow;
 }
 
-// Whether the target holds something that an unknown run or another program has written.
+// Returns whether the target holds something that an unknown run or another program has written.
 bool HoldsSomething(const std::string& target) {
   std::error_code error;
   const auto bytes = std::filesystem::file_size(TamLogClient::PathOf(target), error);

@@ -12,6 +12,7 @@
 
 #include "client/log/log_snapshot.h"
 #include "client/log/log_tail.h"
+#include "client/message/status.h"
 #include "records/log_file_format.h"
 #include "tamlogctl/base/exit_code.h"
 
@@ -32,9 +33,12 @@ using ReadPart = std::function<std::optional<TamLogClient::LogSnapshot>(const Re
 // file cannot be read and, unless `quiet`, what is damaged.
 LogInput ReadFileInput(const std::string& path, bool quiet, const ReadPart& readPart = {});
 
-// The same for the log of the running server, of which nothing is held afterwards. Defers interrupts; after
-// one the exit code is kInterrupted.
+// Reads the log of the running server in the same way; nothing of it is held afterwards. Defers interrupts;
+// after one the exit code is kInterrupted.
 LogInput ReadLiveInput(std::uint32_t timeoutMs, bool quiet, const ReadPart& readPart = {});
+
+// Reports on stderr why the log of the running server cannot be read; returns the program's exit code.
+int ExplainStatus(TamLogClient::Status status);
 
 // The header and the exit code of a file whose messages were not held.
 struct ScannedInput {
@@ -51,10 +55,10 @@ std::optional<ScannedInput> ScanFileInput(const std::string& path, bool quiet,
 // Returns kDone for 0 messages, else kDamaged.
 int JudgeMessages(const std::string& name, std::size_t damaged, bool quiet);
 
-// The input that a snapshot with a sound header makes; reports its damaged messages as above.
+// Makes the input from a snapshot with a sound header; reports its damaged messages as above.
 LogInput InputOf(const std::string& name, TamLogClient::LogSnapshot snapshot, bool quiet);
 
-// The exit code of all inputs together, and whether any of them could be read.
+// Return the exit code of all inputs together, and whether any of them could be read.
 int WorstOf(const std::vector<LogInput>& inputs);
 bool AnyRead(const std::vector<LogInput>& inputs);
 

@@ -4,7 +4,6 @@
 
 #include "client/live/log_reader.h"
 #include "tamlogctl/base/console.h"
-#include "tamlogctl/read/follow.h"
 #include "tamlogctl/read/log_input.h"
 
 namespace TamLogCtl {
@@ -31,6 +30,12 @@ Status ReadLive(std::uint32_t timeoutMs, const ReadPart& readPart, LogSnapshot& 
 
 }  // namespace
 
+int ExplainStatus(Status status) {
+  if (status == Status::NotRunning)
+    return Refuse(ExitCodeOf(status), Explain(status) + ", or read a copied log with --file");
+  return Refuse(status);
+}
+
 LogInput ReadLiveInput(std::uint32_t timeoutMs, bool quiet, const ReadPart& readPart) {
   const std::string name = "the running server's log";
   DeferInterrupts();  // read access has to be released in any case
@@ -40,7 +45,7 @@ LogInput ReadLiveInput(std::uint32_t timeoutMs, bool quiet, const ReadPart& read
   if (!Readable(status)) return {{}, ExplainStatus(status)};
   LogInput input = InputOf(name, std::move(snapshot), quiet);
   if (status == Status::Damaged) {
-    if (!quiet) Say(name + ": the header makes no sense; see: tamlogctl verify --live");
+    if (!quiet) Say(name + ": the header is not valid; see: tamlogctl verify --live");
     input.exitCode = kDamaged;
   }
   return input;

@@ -50,10 +50,10 @@ class MessageStats {
   const std::optional<TamLogClient::TimeWords>& Oldest() const { return oldest; }
   const std::optional<TamLogClient::TimeWords>& Newest() const { return newest; }
 
-  // The time from the oldest message to the newest; nothing without messages.
+  // Returns the time from the oldest message to the newest; nothing without messages.
   std::optional<double> SpanSeconds() const;
 
-  // Messages per minute over that span; nothing if it is shorter than a second.
+  // Returns the messages per minute over that span; nothing if it is shorter than a second.
   std::optional<double> PerMinute() const;
 
  private:

@@ -38,11 +38,11 @@ class Printer : public FollowTarget {
     if (Wants(message)) ++matched;
   }
 
-  // Called after the last message: prints the count, if requested, and all that is buffered.
+  // Prints the count, if requested, and all that is buffered. Called after the last message.
   bool Finish() override;
 
-  // The same for output through `pager`, which is ended. A user who leaves the pager early has seen enough:
-  // output that fails then is no failure.
+  // Does the same for output through `pager`, and ends the pager. A user who leaves the pager early has seen
+  // enough: output that fails then is no failure.
   bool Finish(Pager& pager);
 
   // Returns false once standard output has failed.

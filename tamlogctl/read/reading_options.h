@@ -31,10 +31,10 @@ struct ReadingOptions : CommonOptions {
   EventReporter Reporter() const { return EventReporter(quiet ? EventStyle::None : events); }
 };
 
-// Which options contradict a cursor, "-U: ..."; empty when none do.
+// Returns which options contradict a cursor, "-U: ..."; empty when none do.
 std::string CursorProblem(const ReadingOptions& options);
 
-// Short, full and cat: formats in which `--` may stand between messages.
+// Returns whether the format is short, full or cat: formats in which `--` may stand between messages.
 bool IsTextFormat(const ReadingOptions& options);
 
 }  // namespace TamLogCtl

@@ -19,7 +19,7 @@ class ReadingPosition {
   // for a malformed cursor or cursor file; for a file that cannot be read, the code of its status.
   static std::optional<ReadingPosition> Make(const ReadingOptions& options, int& exitCode);
 
-  // The memory of an earlier run, if any.
+  // Returns the memory of an earlier run, if any.
   const std::optional<TamLogClient::FollowerMemory>& Memory() const { return start.memory; }
   bool IsGiven() const { return start.memory || start.cursor; }
 
@@ -34,7 +34,7 @@ class ReadingPosition {
   }
   int Keep(const TamLogClient::LogSnapshot& snapshot, const TamLogClient::FollowerMemory& memory) const;
 
-  // With --show-cursor: reports the cursor of the newest message.
+  // Reports the cursor of the newest message, with --show-cursor.
   void ShowCursor(const TamLogClient::LogSnapshot& snapshot) const;
 
  private:

@@ -56,8 +56,8 @@ class RotatingFile {
 
   bool Failed() const { return failed; }
 
-  // Whether the file is due but cannot be rotated: another program has it open, or the oldest file, which is
-  // to be removed. Messages are still appended; the rotation is repeated once a second.
+  // Returns whether the file is due but cannot be rotated: another program has it open, or the oldest file,
+  // which is to be removed. Messages are still appended; the rotation is repeated once a second.
   bool RotationBlocked() const { return blocked; }
 
   std::uint64_t RotatedFiles() const { return rotated; }

@@ -21,7 +21,7 @@ bool HasCursor(const ShowOptions& options) {
   return !options.cursorFile.empty() || !options.afterCursor.empty() || options.showCursor;
 }
 
-// Counts without holding the messages. Nothing when a file has to be read in the ordinary way.
+// Counts without holding the messages. Returns nothing when a file has to be read in the ordinary way.
 std::optional<int> CountInFiles(const ShowOptions& options, Printer& printer) {
   int exitCode = kDone;
   for (const std::string& path : options.files) {
@@ -33,8 +33,8 @@ std::optional<int> CountInFiles(const ShowOptions& options, Printer& printer) {
   return printer.Finish() ? EndOf(printer, exitCode) : kOutputFailed;
 }
 
-// Prints a file that holds its messages in time order, as nearly all do, without holding them. Nothing when
-// the file has to be read in the ordinary way.
+// Prints a file that holds its messages in time order, as nearly all do, without holding them. Returns
+// nothing when the file has to be read in the ordinary way.
 std::optional<int> PrintInOrder(const ShowOptions& options, Printer& printer) {
   const std::string& path = options.files.front();
   TamLogClient::LogFileScan scan;

@@ -12,14 +12,6 @@
 
 namespace TamLogCtl {
 
-using TamLogClient::Status;
-
-int ExplainStatus(Status status) {
-  if (status == Status::NotRunning)
-    return Refuse(ExitCodeOf(status), Explain(status) + ", or read a copied log with --file");
-  return Refuse(status);
-}
-
 int ShowLive(const ShowOptions& options) {
   int exitCode = kDone;
   auto printer = Printer::Make(options, exitCode);

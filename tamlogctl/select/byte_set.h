@@ -15,7 +15,7 @@ bool IsAlpha(unsigned char byte);
 bool IsAlnum(unsigned char byte);
 bool IsHexDigit(unsigned char byte);
 
-// Whether the byte is a letter, a digit or an underscore: the word bytes of \w and \b.
+// Returns whether the byte is a letter, a digit or an underscore: the word bytes of \w and \b.
 bool IsWordByte(unsigned char byte);
 
 // Returns the set of [:name:]; nothing for an unknown name.

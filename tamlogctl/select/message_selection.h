@@ -38,7 +38,7 @@ class MessageSelection {
   void Include(SourceTerm term) { included.push_back(std::move(term)); }
   void Exclude(SourceTerm term) { excluded.push_back(std::move(term)); }
   void SetTypes(std::uint32_t mask) { types = mask; }
-  // The least and the greatest time key (TimeKey) that is wanted.
+  // Set the least and the greatest time key (TimeKey) that is wanted.
   void SetSince(std::uint64_t key) { since = key; }
   void SetUntil(std::uint64_t key) { until = key; }
 
@@ -47,7 +47,7 @@ class MessageSelection {
   // malformed line, with its number (from 1) in `badLine`; the terms before it have then been added.
   bool AddTerms(std::string_view lines, std::size_t& badLine);
 
-  // A text has to match one of the patterns, if there are any, and none of the anti-patterns.
+  // Add a pattern. A text has to match one of the patterns, if there are any, and none of the anti-patterns.
   void AddPattern(TextPattern pattern) { patterns.push_back(std::move(pattern)); }
   void AddAntiPattern(TextPattern pattern) { antiPatterns.push_back(std::move(pattern)); }
 
@@ -58,7 +58,7 @@ class MessageSelection {
 
   const std::optional<std::uint64_t>& Since() const { return since; }
 
-  // Whether no condition was set: every message is wanted.
+  // Returns whether no condition was set: every message is wanted.
   bool Empty() const;
 
   bool Wants(const TamLogClient::LogMessageView& message) const;

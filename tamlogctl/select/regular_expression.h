@@ -35,8 +35,8 @@ class RegularExpression {
   static std::optional<RegularExpression> Compile(std::string_view pattern, bool foldCase,
                                                   std::string& problem);
 
-  // Whether the text contains a match. Caches states of the search for the next call: one thread at a time
-  // may use an object.
+  // Returns whether the text contains a match. Caches states of the search for the next call: one thread at a
+  // time may use an object.
   bool Matches(std::string_view text);
 
   // Returns the leftmost longest match that begins at `from` or later and is not empty.

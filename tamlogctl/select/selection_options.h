@@ -24,7 +24,7 @@ struct SelectionOptions {
   std::vector<std::string> filterFiles;
 };
 
-// Which options contradict each other, "-F: ..."; empty when none do.
+// Returns which options contradict each other, "-F: ..."; empty when none do.
 std::string SelectionProblem(const SelectionOptions& options);
 
 // Returns nothing after a report on stderr. `exitCode` is then kUsage for a wrong value; for a filter file

@@ -11,7 +11,7 @@
 
 namespace TamLogCtl {
 
-// Returns the time that lies so many milliseconds after the beginning of 1970, or before it; the reverse of
+// Returns the time that is so many milliseconds after the beginning of 1970, or before it; the reverse of
 // TamLogClient::MillisecondsSince1970 with offset 0. The year has to be within 1 to 9999.
 TamLogClient::TimeWords WordsSince1970(std::int64_t milliseconds);
 

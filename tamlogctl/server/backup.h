@@ -16,7 +16,7 @@ namespace TamLogCtl {
 int WriteBackup(const std::string& path, const TamLogClient::LogSnapshot& snapshot,
                 const std::string& advice);
 
-// A file name with the present time, for example "tamlog-20260102-030405.dat".
+// Returns a file name with the present time, for example "tamlog-20260102-030405.dat".
 std::string BackupName();
 
 }  // namespace TamLogCtl

@@ -15,7 +15,7 @@ namespace {
 using TamLogClient::LogClient;
 using TamLogClient::Status;
 
-// Asks on the terminal; false unless the user says yes.
+// Asks on the terminal; returns false unless the user says yes.
 bool Ask(ClearOptions& options) {
   if (options.backup.empty()) {
     WriteErr("Save the messages first in which file? (empty: do not save them) ");

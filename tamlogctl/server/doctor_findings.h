@@ -22,17 +22,17 @@ enum class PipeState : std::uint8_t {
   Failing,  // opens, and breaks the exchange off
 };
 
-// The shared log over some time. "All the time" means at every look.
+// The shared log over some time. "All the time" means at every sample.
 struct LogWatch {
-  LogFileHeader header{};  // at the last look
+  LogFileHeader header{};  // at the last sample
   std::uint32_t watchedMs = 0;
   bool lockTaken = false;       // the header lock was not free for a second
   bool readersInside = false;   // write-wait reset and readCount above 0, all the time
   bool countPassed = false;     // write-wait reset and readCount at most 0, all the time
   bool countLeft = false;       // write-wait signalled and readCount not 0, all the time
   bool readersKeptOut = false;  // read-wait reset, all the time
-  bool writerWaits = false;     // read-wait is reset at the last look
-  bool moved = false;           // readCount or changeCount differed at some look
+  bool writerWaits = false;     // read-wait is reset at the last sample
+  bool moved = false;           // readCount or changeCount differed at some sample
 };
 
 // A member that keeps its initial value was not observed, and no finding is made of it.
@@ -78,10 +78,11 @@ struct Finding {
   std::string fix;  // what to do; empty when the state is Ok
 };
 
-// One finding for each check, in the order of the checks.
+// Returns one finding for each check, in the order of the checks.
 std::vector<Finding> Diagnose(const Observations& seen);
 
-// Whether a reader died or hangs while it holds read access: the next flush waits for it without limit.
+// Returns whether a reader died or hangs while it holds read access: the next flush waits for it without
+// limit.
 bool ReaderIsStuck(const Observations& seen);
 
 }  // namespace TamLogCtl

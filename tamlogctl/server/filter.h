@@ -29,7 +29,7 @@ int AddFilters(const FilterOptions& options);
 int RemoveFilters(const FilterOptions& options);
 int ClearFilters(const FilterOptions& options);
 int SetFilters(const FilterOptions& options);
-// Exit code 0: the server would keep such a message; 1: it would drop it.
+// Tests a message. Exit code 0: the server would keep it; 1: it would drop it.
 int TestFilters(const FilterOptions& options);
 
 }  // namespace TamLogCtl

@@ -18,31 +18,32 @@ using TamLogClient::FilterEntry;
 
 inline constexpr std::size_t kLongestFilter = kFilterTextSize - 1;  // bytes
 
-// The rule that the whole list makes, in one sentence.
+// Returns the rule that the whole list makes, in one sentence.
 std::string FilterRuleText(const std::vector<FilterEntry>& filters);
 
-// The rule, then one line for each filter, numbered from 1. Filters that have no effect, or match more than
-// their author may expect, have a remark.
+// Returns the rule, then one line for each filter, numbered from 1. Filters that have no effect, or match
+// more than their author may expect, have a remark.
 std::string FiltersAsText(const std::vector<FilterEntry>& filters);
 
-// One line for each filter: include or exclude, a tab, the text. Tabs, line ends, backslashes and control
-// characters of the text are escaped.
+// Returns one line for each filter: include or exclude, a tab, the text. Tabs, line ends, backslashes and
+// control characters of the text are escaped.
 std::string FiltersAsTsv(const std::vector<FilterEntry>& filters);
 
-// An array of {"kind","text"}. A text that is not valid UTF-8 also has its bytes in "text_hex".
+// Returns an array of {"kind","text"}. A text that is not valid UTF-8 also has its bytes in "text_hex".
 std::string FiltersAsJson(const std::vector<FilterEntry>& filters);
 
-// Parses either format; the first character decides which. Nothing, with the reason in `problem`, for
+// Parses either format; the first character decides which. Returns nothing, with the reason in `problem`, for
 // anything else.
 std::optional<std::vector<FilterEntry>> ParseFilters(std::string_view text, std::string& problem);
 
-// Why the filter cannot be stored; empty when it can.
+// Returns why the filter cannot be stored; empty when it can.
 std::string FilterProblem(const FilterEntry& filter);
 
-// A remark about a filter that matches more than its author may expect; otherwise empty.
+// Returns a remark about a filter that matches more than its author may expect; otherwise empty.
 std::string FilterRemark(const FilterEntry& filter);
 
-// The rule that decides about a message of this type, for example "dropped by exclude filter 'Camera' (1)".
+// Returns the rule that decides about a message of this type, for example "dropped by exclude filter 'Camera'
+// (1)".
 std::string VerdictText(const std::vector<FilterEntry>& filters, const TamLogClient::FilterVerdict& verdict,
                         std::uint32_t type);
 

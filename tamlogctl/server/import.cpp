@@ -51,11 +51,11 @@ class Import {
   LogClient client;
   std::vector<LogMessageBody> messages;
   MessageCounts before;           // the messages of the log at the start
-  std::uint64_t connections = 0;  // of the client, up to the last loss that was dealt with
+  std::uint64_t connections = 0;  // of the client, up to the last loss that was handled
   std::vector<bool> refused;
   std::vector<std::uint64_t> sentAt;  // ticks
   std::size_t next = 0;
-  std::size_t mostInFlush = 1;  // half of the messages that would lay the log down in reverse
+  std::size_t mostInFlush = 1;  // half of the number of messages that a flush would write in reverse
   std::size_t inFlush = 0;
   std::size_t refusals = 0;
   std::size_t sentAgain = 0;
@@ -76,8 +76,8 @@ bool Import::CountLog(MessageCounts& counts) const {
   return true;
 }
 
-// A flush of as many messages as the ring holds lays them down newest first, and the next start of the server
-// would empty such a log. So at most half as many are sent before a flush is waited for. False when
+// A flush of as many messages as the ring holds writes them newest first, and the next start of the server
+// would empty such a log. So at most half as many are sent before a flush is waited for. Returns false when
 // interrupted.
 bool Import::Pace() {
   if (++inFlush < mostInFlush) return true;
@@ -97,8 +97,8 @@ int Import::Send(std::size_t index) {
   return ExitCodeOf(status);
 }
 
-// How many copies of the messages from `first` to `end` the log lacks. Equal messages cannot be told apart,
-// so all copies that were sent up to `end` are counted.
+// Returns how many copies of the messages from `first` to `end` the log lacks. Equal messages cannot be
+// distinguished, so all copies that were sent up to `end` are counted.
 MessageCounts Import::MissingOf(const MessageCounts& there, std::size_t first, std::size_t end) const {
   MessageCounts missing;
   for (std::size_t i = first; i < end; ++i) missing[IdentityOf(messages[i])] = 0;
@@ -210,7 +210,7 @@ int Import::Finish() {
   return gone > 0 ? WorseOf(exitCode, kNegative) : exitCode;
 }
 
-// How many of the messages are among `there`.
+// Returns how many of the messages are among `there`.
 std::size_t Import::StoredOf(MessageCounts there) const {
   std::size_t stored = 0;
   for (std::size_t i = 0; i < messages.size(); ++i) {

@@ -17,13 +17,13 @@ struct ImportSource {
   std::size_t unreadable = 0;  // messages that were left out; `problem` is about the first of them
 };
 
-// `format` is auto, log, json or tsv. A line that cannot be read makes the whole file unusable (kUsage), so
-// that no file is imported in part.
+// Reads one file. `format` is auto, log, json or tsv. A line that cannot be read makes the whole file
+// unusable (kUsage), so that no file is imported in part.
 ImportSource ReadImport(const std::string& path, const std::string& format);
 
 // Reads the messages of all files, in order of time: a message that is older than others makes the server
-// write those again. An exit code; other than kDone after a line on stderr. After kDamaged `messages` has the
-// readable part.
+// write those again. Returns an exit code; any but kDone after a line on stderr. After kDamaged `messages`
+// has the readable part.
 int ReadImports(const std::vector<std::string>& paths, const std::string& format,
                 std::vector<LogMessageBody>& messages);
 

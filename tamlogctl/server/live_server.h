@@ -1,6 +1,6 @@
 #pragma once
 
-// What several verbs request from a running server.
+// Requests to a running server that several verbs share.
 
 #include <cstdint>
 #include <optional>
@@ -11,15 +11,15 @@
 
 namespace TamLogCtl {
 
-// Requests all filters, unless one of them would crash the server. An exit code; other than kDone after a
-// line on stderr.
+// Requests all filters, unless one of them would crash the server. Returns an exit code; any but kDone after
+// a line on stderr.
 int RequestFilters(TamLogClient::LogClient& client, std::vector<TamLogClient::FilterEntry>& filters);
 
-// The capacity of the shared log, in messages; nothing when no log is shared.
+// Returns the capacity of the shared log, in messages; nothing when no log is shared.
 std::optional<std::int32_t> CapacityInEffect();
 
 // Waits until the server has moved the messages that it has received into the shared log: a restart before
-// that loses them. False when interrupted.
+// that loses them. Returns false when interrupted.
 bool WaitForFlush();
 
 // Watches a server over the restart that a request causes. Usage:
@@ -29,7 +29,7 @@ bool WaitForFlush();
 //
 // The shared log is not held open meanwhile: after a change of path the server closes it and opens it again
 // at once, without waiting for its readers, and a reader that holds it open over that moment makes the server
-// go on with the old one.
+// continue with the old one.
 class RestartWatch {
  public:
   static constexpr std::uint32_t kPatienceMs = 45000;  // a stop alone may take 15 s

@@ -35,17 +35,17 @@ class LogExaminer {
   LogObjects Open(const std::string& mapName = kFileMapName);
   void Close();
 
-  // Looks again and again until nobody is inside and nobody waits, for at most `milliseconds`. A server that
-  // closes the log meanwhile ends the watch: serverRunning is 0 then, and everything is closed. Legal after
-  // Open without errors.
+  // Samples the log repeatedly until nobody is inside and nobody waits, for at most `milliseconds`. A server
+  // that closes the log meanwhile ends the watch: serverRunning is 0 then, and everything is closed. Legal
+  // after Open without errors.
   LogWatch Watch(std::uint32_t milliseconds);
 
   // Signals the header lock once, for a holder that died. Only the user can decide that.
   bool FreeHeaderLock();
 
   // Forgets the readers inside: sets readCount to 0 and signals write-wait, under the header lock. Only the
-  // user can decide that: the server may then write under a reader that is alive. False when readCount or
-  // changeCount is no longer as in `seen`, or the header lock is not free for a second.
+  // user can decide that: the server may then write under a reader that is alive. Returns false when
+  // readCount or changeCount is no longer as in `seen`, or the header lock is not free for a second.
   bool ForgetReaders(const LogFileHeader& seen);
 
  private:

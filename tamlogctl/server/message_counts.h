@@ -1,6 +1,6 @@
 #pragma once
 
-// How often each message occurs in a log. Equal messages can only be counted, not told apart.
+// Counts how often each message occurs in a log. Equal messages cannot be distinguished, only counted.
 
 #include <cstdint>
 #include <unordered_map>

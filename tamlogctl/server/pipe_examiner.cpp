@@ -19,7 +19,7 @@ using TamLogClient::Status;
 constexpr std::uint32_t kAbsentMs = 1000;
 constexpr std::uint32_t kReplyMs = 500;
 
-// Whether the request pipe exists, and no instance of it is free.
+// Returns whether the request pipe exists, and no instance of it is free.
 bool IsBusy(const std::string& pipeName) {
   if (WaitNamedPipeA(pipeName.c_str(), 1) != FALSE) return false;
   return GetLastError() == ERROR_SEM_TIMEOUT;

@@ -15,8 +15,8 @@ namespace TamLogCtl {
 PipeState ExaminePipes(const std::string& pipeName, std::uint32_t busyMs, std::uint32_t answerMs);
 
 // Opens and closes the reply pipe alone, which frees a server that waits for its client to do so. Only the
-// user can decide that: a client that is about to open its reply pipe loses it. False when it could not be
-// opened within 0.5 s.
+// user can decide that: a client that is about to open its reply pipe loses it. Returns false when it could
+// not be opened within 0.5 s.
 bool FreeListener(const std::string& pipeName);
 
 }  // namespace TamLogCtl

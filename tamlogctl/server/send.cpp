@@ -91,7 +91,7 @@ int Sender::SendLines(const std::function<bool(std::string&)>& next) {
     progress.Show(number);
     const int exitCode = SendLine(line, "line " + std::to_string(number) + ": ");
     worst = WorseOf(worst, exitCode);
-    // After a negative answer of --confirm the other lines are sent all the same.
+    // After a negative answer of --confirm the other lines are still sent.
     if (exitCode == kDone || exitCode == kNegative) continue;
     return Refuse(exitCode, std::to_string(sent) + " messages were sent before it");
   }
@@ -167,7 +167,7 @@ int Sender::Confirm(const LogMessageBody& message) {
   bool judged = false;
   int exitCode = kDone;
   // Not kept for the next message: that may be hours away, and a reader that holds the log open over a
-  // restart makes the server go on with the old section.
+  // restart makes the server continue with the old section.
   TamLogClient::LogReader reader;
   const auto isKnown = [&] {
     Status status = reader.IsOpen() ? Status::Ok : reader.Open();

@@ -19,7 +19,8 @@ using TamLogClient::Status;
 
 constexpr std::uint32_t kAskEveryMs = 200;
 
-// Says why the service manager refused, and returns the exit code. `verb` is "server start" or "server stop".
+// Reports why the service manager refused, and returns the exit code. `verb` is "server start" or "server
+// stop".
 int RefusedByManager(const std::string& verb, std::uint32_t error) {
   switch (error) {
     case ERROR_ACCESS_DENIED:
@@ -34,7 +35,8 @@ int RefusedByManager(const std::string& verb, std::uint32_t error) {
   }
 }
 
-// Whether the service is where it should be. May replace `state`, the text that is shown while it is not.
+// Returns whether the service has reached its state. May replace `state`, the text that is shown while it is
+// not.
 using Reached = std::function<bool(const ServiceReport&, std::string& state)>;
 
 // Waits until `reached` returns true, and shows the state meanwhile. Returns the exit code.

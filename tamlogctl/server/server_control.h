@@ -18,7 +18,7 @@ struct ServerOptions : CommonOptions {
 int StartServer(const ServerOptions& options);
 int StopServer(const ServerOptions& options);
 int RestartServer(const ServerOptions& options);
-// Exit code 0 running, 1 installed and not running, 3 not installed, 4 access denied.
+// Shows the state. Exit code 0 running, 1 installed and not running, 3 not installed, 4 access denied.
 int ShowServerState(const ServerOptions& options);
 
 }  // namespace TamLogCtl

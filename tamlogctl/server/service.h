@@ -17,11 +17,11 @@ struct ServiceReport {
 
 ServiceReport QueryService();
 
-// Request a start or a stop, and do not wait for it. 0 or the system's error code.
+// Request a start or a stop, and do not wait for it. Return 0 or the system's error code.
 std::uint32_t RequestServiceStart();
 std::uint32_t RequestServiceStop();
 
-// "running", "stopped", "starting", "stopping", "not installed" and the like.
+// Returns "running", "stopped", "starting", "stopping", "not installed" and the like.
 std::string ServiceText(const ServiceReport& report);
 
 }  // namespace TamLogCtl

@@ -15,7 +15,7 @@ enum class ServiceState : std::uint8_t {
   Running,
 };
 
-// What the user can do about it: "start it: tamlogctl server start". Empty for Running.
+// Returns advice to the user: "start it: tamlogctl server start". Empty for Running.
 const char* ServiceAdvice(ServiceState state);
 
 }  // namespace TamLogCtl

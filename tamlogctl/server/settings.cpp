@@ -83,7 +83,7 @@ bool IsAbsolute(const std::string& path) {
   return drive || path.rfind("\\\\", 0) == 0;
 }
 
-// Why the server should not get this path; empty when it may.
+// Returns why the server should not get this path; empty when it may.
 std::string PathProblem(const std::string& path, bool force) {
   if (path.size() > kLongestLogPath) {
     return "the path has " + std::to_string(path.size()) + " bytes, " + std::to_string(kLongestLogPath) +
@@ -97,7 +97,7 @@ std::string PathProblem(const std::string& path, bool force) {
   return "";
 }
 
-// Whether a new path is stored, and the file has not been moved there yet.
+// Returns whether a new path is stored, and the file has not been moved there yet.
 bool MoveIsPending(LogClient& client) {
   std::string path;
   return ReadStoredLengths().PathFits() && client.GetLogFile(path) == Status::Ok && !FileExists(path);

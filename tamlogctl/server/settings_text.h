@@ -19,19 +19,19 @@ struct SettingsChange {
   std::optional<std::uint32_t> types;        // bit i: messages of type i are kept
 };
 
-// "0,2,3", or "none".
+// Returns "0,2,3", or "none".
 std::string TypesText(std::uint32_t mask);
 
-// "capacity 200 requested, 100 in effect". In this and the next two, `inEffect` is the capacity of the shared
-// log, and nothing when it is unknown.
+// Returns "capacity 200 requested, 100 in effect". In this and the next two, `inEffect` is the capacity of
+// the shared log, and nothing when it is unknown.
 std::string CapacityText(std::uint32_t requested, std::optional<std::int32_t> inEffect);
 
 std::string SettingsAsText(const SettingsBody& settings, std::optional<std::int32_t> inEffect);
 std::string SettingsAsJson(const SettingsBody& settings, std::optional<std::int32_t> inEffect);
 
 // Parses a JSON object with the keys capacity, poll_ms, save_s and types (a list, or a number of bits). The
-// key capacity_in_effect, which SettingsAsJson adds, is ignored. Nothing, with the reason in `problem`, for
-// anything else, for other keys, and for values that would harm the server.
+// key capacity_in_effect, which SettingsAsJson adds, is ignored. Returns nothing, with the reason in
+// `problem`, for anything else, for other keys, and for values that would harm the server.
 std::optional<SettingsChange> ParseSettings(std::string_view text, std::string& problem);
 
 SettingsBody Changed(SettingsBody settings, const SettingsChange& change);

@@ -14,7 +14,7 @@ struct StoredLengths {
   std::size_t longestFilter = 0;
   std::size_t path = 0;  // of the log file
 
-  // Whether the path may be requested.
+  // Returns whether the path may be requested.
   bool PathFits() const { return path < kPipeBodySize; }
 };
 

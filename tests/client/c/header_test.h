@@ -12,8 +12,8 @@ uint32_t tamlog_test_size(int32_t structure);
 uint32_t tamlog_test_text_offset(void);
 int32_t tamlog_test_init(void);
 
-/* Verifies and repairs as a program in C does. The sums of what the functions were given come back; the
- * result is the status. */
+/* Verifies and repairs as a program in C does. Returns sums of what the callbacks received in
+ * `sums`; the result is the status. */
 typedef struct tamlog_test_sums {
   uint64_t given;    /* calls */
   uint64_t messages; /* of notes about what was lost */

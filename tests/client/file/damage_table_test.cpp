@@ -41,7 +41,7 @@ int FilesOfEachDamage() {
   return text == nullptr ? kSmall : std::max(1, std::atoi(text));
 }
 
-// Those of `bodies` that still lie in the file, whole, somewhere.
+// Returns how many of `bodies` are still whole somewhere in the file.
 std::size_t Intact(const std::vector<std::string>& bodies, const std::string& bytes) {
   return static_cast<std::size_t>(std::count_if(bodies.begin(), bodies.end(), [&](const std::string& body) {
     return bytes.find(body) != std::string::npos;

@@ -1,6 +1,6 @@
 #pragma once
 
-// Log files as bytes, what a server says to them, and ways of damaging them at random.
+// Log files as bytes, whether a server accepts them, and ways of damaging them at random.
 
 #include <cstdint>
 #include <random>
@@ -16,8 +16,8 @@ using Random = std::mt19937;
 // A number from 0 to `below` - 1.
 std::size_t Pick(Random& random, std::size_t below);
 
-// A log in a state that a server can bring it into: part full, full, wrapped, with late messages, laid down
-// in reverse by a burst, or emptied by a clear. Every message is different from all others.
+// A log in a state that a server can bring it into: part full, full, wrapped, with late messages, written in
+// reverse by a burst, or emptied by a clear. Every message is different from all others.
 std::string RandomLogFile(Random& random, std::int32_t capacity);
 
 // Ways of damage; each changes something.

@@ -1,5 +1,5 @@
 // Reading a log file piece by piece, on files of several pieces, some of which are read while others are
-// looked at; and looking at several parts of it at once.
+// examined; and examining several parts of it at once.
 
 #include "client/file/log_file_scan.h"
 

@@ -1,5 +1,5 @@
 // Compares every format, over one set of messages, with a file that a person has checked. To write the files
-// again: TAMLOG_UPDATE_GOLDEN=1 build/asan/tests/client/format/client_format_golden_tests; then look at the
+// again: TAMLOG_UPDATE_GOLDEN=1 build/asan/tests/client/format/client_format_golden_tests; then examine the
 // difference.
 
 #include <gtest/gtest.h>

@@ -22,7 +22,7 @@ using TamLogClient::ParseMemory;
 using TamLogTest::MakeBody;
 using TamLogTest::RingModel;
 
-// Every look is taken by a follower that knows the earlier ones from a text only.
+// Every snapshot is read by a new follower that knows the earlier ones from a text only.
 class Runs {
  public:
   Runs(RingModel& ring, std::size_t mostMessages) : log(ring), most(mostMessages) {}
@@ -49,7 +49,7 @@ class Runs {
   }
 
   std::string text;   // the memory
-  std::string texts;  // what the last look gave
+  std::string texts;  // the result of the last snapshot
 
  private:
   RingModel& log;

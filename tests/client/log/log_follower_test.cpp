@@ -21,7 +21,7 @@ using TamLogTest::MakeBody;
 using TamLogTest::RingModel;
 using Strings = std::vector<std::string>;
 
-// A log, a follower, and what it said at its last look.
+// A log, a follower, and its result for the last snapshot.
 class LogFollowerTest : public testing::Test {
  protected:
   void Submit(const std::string& text, std::int32_t time) { log.Submit(MakeBody(time, text)); }
@@ -109,7 +109,7 @@ TEST_F(LogFollowerTest, MessageThatComesBackFromTheServersMemoryIsNotGivenAgain)
   Look();
   EXPECT_EQ(texts.size(), 4U);
   Submit("5", 50);
-  log.Flush();  // lies over 4, which the server still knows
+  log.Flush();  // overwrites 4, which the server still knows
   Look();
   EXPECT_EQ(texts, (Strings{"5"}));
   Submit("4b", 45);
@@ -228,7 +228,7 @@ TEST_F(LogFollowerTest, InsertionsInAFullRingRaiseNoFalseAlarm) {
   EXPECT_FALSE(step.loss.Any());
 }
 
-// Random histories: what the follower says is compared with what happened.
+// Random histories: the follower's results are compared with what happened.
 class RandomHistory {
  public:
   RandomHistory(unsigned seed, bool duplicateBytes) : random(seed), duplicates(duplicateBytes) {
@@ -262,8 +262,8 @@ class RandomHistory {
   // True when the log was closed and opened again.
   bool Operate() {
     const int kind = Draw(0, 99);
-    // Equal bytes that leave and come back cannot be told from new ones once the ring runs backwards, so
-    // those histories stay below the capacity.
+    // Equal bytes that leave and come back cannot be distinguished from new ones once the ring runs
+    // backwards, so those histories stay below the capacity.
     if (kind < 80) {
       SubmitSome(duplicates ? Draw(0, std::max(1, capacity / 4)) : Draw(0, 3));
       log.Flush();

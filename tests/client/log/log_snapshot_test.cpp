@@ -67,7 +67,7 @@ TEST(LogSnapshot, MessagesAppendedAfterARewriteComeAfterTheBackwardStretch) {
   log.Flush();
   SubmitAll(log, "fg", 100);
   log.Flush();
-  // f and g lie over the two newest of the stretch.
+  // f and g overwrite the two newest of the stretch.
   EXPECT_EQ(Texts(log.Snapshot()), (Strings{"a", "b", "c", "f", "g"}));
 }
 

@@ -124,7 +124,7 @@ TEST_F(LogTailTest, WhateverTheServerDidATailIsTheEndInTimeOrder) {
       }
     }
   }
-  EXPECT_GT(certain, 100);  // most looks are served by a tail
+  EXPECT_GT(certain, 100);  // a tail suffices for most reads
 }
 
 TEST_F(LogTailTest, FilesThatAreNotAsTheyShouldBeAreLeftToTheWholeReading) {
@@ -140,7 +140,7 @@ TEST_F(LogTailTest, FilesThatAreNotAsTheyShouldBeAreLeftToTheWholeReading) {
   EXPECT_FALSE(ReadLogFileTail(path, 3, tail));
 }
 
-// What the tail of one message says of the ends, against the order of the whole log.
+// Compares the ends that the tail of one message shows with the order of the whole log.
 TEST_F(LogTailTest, EndsAreThoseOfTheWholeLogOrUnknown) {
   const auto expectEnds = [this](const RingModel& log, bool told) {
     Write(log);
@@ -175,7 +175,7 @@ TEST_F(LogTailTest, EndsAreThoseOfTheWholeLogOrUnknown) {
     log.Flush();
     expectEnds(log, false);
   }
-  // Where the first two have one time nothing is said.
+  // When the first two have equal times, the ends are unknown.
   RingModel equal(50);
   for (int i = 0; i < 10; ++i) equal.Submit(MakeBody(7, std::to_string(i)));
   equal.Flush();

@@ -24,7 +24,7 @@ class ReorderBufferTest : public testing::Test {
     buffer.Add(message, now);
   }
 
-  // What is given at this time, a late one with a sign in front.
+  // Returns the messages that are due at this time, a late one with a sign in front.
   std::string At(std::uint64_t now) {
     std::vector<ReorderBuffer::Ready> ready;
     buffer.TakeDue(now, ready);

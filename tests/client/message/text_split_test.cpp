@@ -34,7 +34,7 @@ TEST(TextSplit, CharactersStayWhole) {
   EXPECT_EQ(TruncateText(text, 20), "abcdefghijklmnop...");
 }
 
-// Any text, valid or not, comes back whole from its pieces, and no piece is too long.
+// Any text, valid or not, is whole again when its pieces are joined, and no piece is too long.
 TEST(TextSplit, PiecesGiveTheTextBack) {
   std::mt19937 random(7);
   const std::string alphabet[] = {"a", "\u00E9", "\u20AC", "\U0001F600", "\x80", "\xFF", "."};

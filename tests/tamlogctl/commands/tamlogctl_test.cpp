@@ -1,4 +1,4 @@
-// Runs the program itself and looks at its exit code and what it wrote. No server runs here.
+// Runs the program itself and checks its exit code and output. No server runs here.
 
 #include <gtest/gtest.h>
 
@@ -147,7 +147,7 @@ TEST_F(TamlogctlTest, SendNamesTheLineItRefuses) {
   EXPECT_EQ(Run("send --input text missing.txt").exitCode, 3);
 }
 
-// What no real server does to a message that can be sent: it answers that it cannot take it, or not at all.
+// The server rejects a valid message, or does not answer. No real server does that.
 TEST_F(TamlogctlTest, RefusedMessagesAreSix) {
   const ServedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
   const TestServer server(
@@ -174,8 +174,8 @@ TEST_F(TamlogctlTest, ServerThatDoesNotAnswerInTimeIsFive) {
   }
 }
 
-// A server that is starting has its log mapped before it has its pipes. Who maps it then keeps the server
-// from making the file smaller.
+// A server that is starting has its log mapped before it has its pipes. A program that maps it then keeps the
+// server from making the file smaller.
 TEST_F(TamlogctlTest, LogOfAServerWithoutPipesIsNotOpened) {
   TamLogTest::RingModel model(8);
   model.Submit(TamLogTest::MakeBody(1, "there"));

@@ -1,4 +1,4 @@
-// Every exit code that the verbs of files can give without a server, and what they say of a wrong command
+// Every exit code that the verbs of files can return without a server, and their reports of a wrong command
 // line. Runs the program itself.
 
 #include <gtest/gtest.h>
@@ -28,7 +28,7 @@ using TestSupport::Outcome;
 
 class FileVerbs : public testing::Test {
  protected:
-  // Rights are asked for also of the programs that root starts.
+  // Drops the capabilities by which programs that root starts bypass file permissions.
   static void SetUpTestSuite() {
     if (geteuid() != 0) return;
     ASSERT_EQ(prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE, 0, 0, 0), 0);
@@ -191,8 +191,8 @@ TEST_F(FileVerbs, DamageIsReportedAlikeByEveryVerb) {
   EXPECT_NE(Run("merge good.dat cut.dat").out.find("message 5"), std::string::npos);
 }
 
-// The files of options are no exception: what cannot be read has the code of its cause, what makes no sense
-// is a usage error.
+// The files of options are no exception: a file that cannot be read has the code of its cause, and an invalid
+// one is a usage error.
 TEST_F(FileVerbs, FilesOfOptionsHaveTheCodesOfOtherFiles) {
   Expect("show --file good.dat --filter-file missing", 3, "--filter-file 'missing': no such file");
   Expect("stats --file good.dat --filter-file locked", 3, "--filter-file 'locked': is a directory");
@@ -239,7 +239,7 @@ TEST_F(FileVerbs, ExportGoesOnWhereItsCursorFileSays) {
   ASSERT_EQ(cursor.rfind("cursor: c1.", 0), 0U) << cursor;
   Expect("export rest.txt --file good.dat --after-cursor " + cursor.substr(8, cursor.size() - 9), 0,
          ": 0 messages");
-  // What could not be written is written by the next run.
+  // The next run writes the messages that could not be written.
   Expect("export locked/log.txt --cursor-file fresh --file good.dat", 4, "");
   EXPECT_FALSE(IsThere("fresh"));
   Expect("export two.txt --cursor-file at --file good.dat --file good.dat", 2, "name one file only");

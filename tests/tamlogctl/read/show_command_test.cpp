@@ -1,4 +1,4 @@
-// Runs the program itself on copied logs, and looks at its exit code and what it wrote.
+// Runs the program itself on copied logs, and checks its exit code and output.
 
 #include <gtest/gtest.h>
 #include <pty.h>
@@ -54,7 +54,7 @@ class ShowCommand : public testing::Test {
     return TestSupport::RunIn(folder.Path(), "TZ=UTC-2 '" TAMLOGCTL "' " + arguments);
   }
 
-  // show -o cat of the saved log; the numbers of the messages, and other lines as they are.
+  // show -o cat of the saved log; the numbers of the messages, and other lines unchanged.
   std::string Show(const std::string& arguments) const {
     std::istringstream lines(Run("show -o cat --file Logs.dat " + arguments).out);
     std::string numbers;
@@ -153,7 +153,7 @@ TEST_F(ShowCommand, LongOutputIsWholeAndInOrder) {
     EXPECT_EQ(streamed.out, Run(command + " --show-cursor").out) << options;
     EXPECT_EQ(streamed.exitCode, 0) << options;
   }
-  // The message behind all others is the oldest.
+  // The message after all others is the oldest.
   const auto lastSlot = LogFileSize(kCount - 1);
   std::fstream file(folder.File("Logs.dat"), std::ios::in | std::ios::out | std::ios::binary);
   file.seekp(static_cast<std::streamoff>(lastSlot + offsetof(LogMessage, body) +
@@ -329,7 +329,7 @@ TEST_F(ShowCommand, LastOnesOfABackwardRingAreTheNewest) {
   log.Flush();
   Save();
   EXPECT_EQ(Show("-n 1"), "new");
-  EXPECT_EQ(Show("-n 2"), "3998new");  // it lies over 3999
+  EXPECT_EQ(Show("-n 2"), "3998new");  // it overwrites 3999
   EXPECT_EQ(Show("-S 00:00:04 -g zzz"), "");
 }
 
@@ -364,7 +364,7 @@ TEST_F(ShowCommand, TerminalsGetAPager) {
   const std::string none = RunOnTerminal("show --file Logs.dat; echo code $?", "PAGER=/no/such/pager");
   EXPECT_NE(none.find("PAGER '/no/such/pager': cannot be started"), std::string::npos) << none;
   EXPECT_NE(none.find("code 8"), std::string::npos) << none;
-  // Who leaves the pager early has seen enough.
+  // A user who leaves the pager early has seen enough.
   EXPECT_NE(RunOnTerminal("show --file Logs.dat; echo code $?", "PAGER=true").find("code 0"),
             std::string::npos);
 }
@@ -425,7 +425,7 @@ TEST_F(ShowCommand, WorkThatTakesMoreThanASecondIsShownOnATerminal) {
   EXPECT_NE(slowly("verify /dev/stdin").find("verifying /dev/stdin (1 s)"), std::string::npos);
   const std::string shown = slowly("show -o cat --no-pager --file /dev/stdin");
   EXPECT_NE(shown.find("reading /dev/stdin (1 s)"), std::string::npos) << shown;
-  EXPECT_NE(shown.find("\rmessage 0\r\n"), std::string::npos) << shown;  // on the line that was taken away
+  EXPECT_NE(shown.find("\rmessage 0\r\n"), std::string::npos) << shown;  // on the erased line
 }
 
 TEST_F(ShowCommand, VerbsThatNeedAServerSayThatThereIsNone) {

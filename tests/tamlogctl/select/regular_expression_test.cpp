@@ -27,7 +27,7 @@ std::string ProblemOf(const std::string& pattern) {
   return RegularExpression::Compile(pattern, false, problem) ? "" : problem;
 }
 
-// What is found, or a dash.
+// Returns the match, or a dash.
 std::string Found(const std::string& pattern, const std::string& text, std::size_t from = 0) {
   std::string problem;
   auto expression = RegularExpression::Compile(pattern, false, problem);
@@ -172,7 +172,7 @@ TEST(RegularExpression, ManyStatesDoNotFillTheMemory) {
   }
 }
 
-// The library's own engine says the same about patterns that both understand.
+// The standard library's engine finds the same for patterns that both accept.
 TEST(RegularExpression, AgreesWithTheStandardLibraryOnRandomPatterns) {
   std::mt19937 random(11);
   const auto draw = [&random](std::size_t bound) { return random() % bound; };

@@ -13,7 +13,7 @@ using TamLogCtl::Observations;
 using TamLogCtl::PipeState;
 using TamLogCtl::ServiceState;
 
-// A server at which nothing is wrong.
+// A server without any problem.
 Observations Healthy() {
   Observations seen;
   seen.service = ServiceState::Running;
