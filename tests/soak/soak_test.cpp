@@ -52,8 +52,8 @@ const std::vector<FilterState>& FilterStates() {
   return states;
 }
 
-// How long before a restart the messages lost in it had been accepted. Once the stop has begun nothing is
-// written, but the server accepts messages until the last connection has ended.
+// Measures how long before a restart the messages lost in it had been accepted. Once the stop has begun
+// nothing is written, but the server accepts messages until the last connection has ended.
 class Ages {
  public:
   void Take(Moment answered, const std::vector<Interruption>& interruptions,

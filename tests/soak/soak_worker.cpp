@@ -44,7 +44,7 @@ constexpr auto kAbsentPause = 100ms;
 // The client library refuses to send each of these messages.
 constexpr std::uint32_t kRefusedEach = 50;
 
-std::atomic<bool> told{false};
+std::atomic<bool> stopRequested{false};
 
 Outcome OutcomeOf(Status status) {
   switch (status) {
@@ -73,7 +73,7 @@ class Client {
 
  private:
   void Run() {
-    while (!told) {
+    while (!stopRequested) {
       // A ping establishes the connection, so that the request of a message is under way only briefly.
       if (!connected && client.Ping() != Status::Ok) {
         std::this_thread::sleep_for(kAbsentPause);
@@ -115,7 +115,7 @@ void Submit(std::uint32_t first, std::uint32_t count, std::uint32_t pauseMs, con
   Say("submitting");
   std::string line;
   std::getline(std::cin, line);
-  told = true;
+  stopRequested = true;
   std::vector<Sent> all;
   for (const auto& client : clients) {
     const std::vector<Sent>& sent = client->Join();
@@ -125,7 +125,7 @@ void Submit(std::uint32_t first, std::uint32_t count, std::uint32_t pauseMs, con
   Say("submitted " + std::to_string(all.size()));
 }
 
-// What a follower met in addition to messages.
+// The events that a follower met in addition to messages.
 struct Events {
   std::uint64_t lost = 0;
   bool lostUnknown = false;  // the number is unknown
@@ -148,20 +148,20 @@ void TakeItem(const LogItem& item, std::vector<MessageId>& seen, Events& events)
 void Follow(const std::string& journal) {
   LogStream stream;
   for (Status status = stream.Open(); status != Status::Ok; status = stream.Open()) {
-    if (status != Status::NotRunning || told) throw std::runtime_error("the log cannot be opened");
+    if (status != Status::NotRunning || stopRequested) throw std::runtime_error("the log cannot be opened");
     std::this_thread::sleep_for(kAbsentPause);
   }
   Say("following");
   std::thread([] {
     std::string line;
     std::getline(std::cin, line);
-    told = true;
+    stopRequested = true;
   }).detach();  // ends with the process, whatever happens on this thread
   std::vector<MessageId> seen;
   Events events;
   LogItem item;
   Status status = Status::Ok;
-  while (status == Status::Ok || !told) {
+  while (status == Status::Ok || !stopRequested) {
     status = stream.Next(item, 200);
     if (status == Status::Ok) {
       TakeItem(item, seen, events);

@@ -52,23 +52,23 @@ class KilledClients : public SystemTest {
   static std::string Tool() { return "\"" + OwnDirectory() + "\\tamlogctl.exe\" "; }
 
   // Fixes the log as a person would. The server has to write again afterwards.
-  void Mend(Stuck stuck) {
+  void Unstick(Stuck stuck) {
     const std::string output = RunTool("doctor --unstick").output;
     const auto changes = [this] {
       return TestLogFile::ReadHeader(logFile).value_or(LogFileHeader{}).changeCount;
     };
     const std::uint64_t before = changes();
-    SubmitOverPipe(Message("mended", fed));
+    SubmitOverPipe(Message("fixed", fed));
     ++fed;
     const bool goesOn = Eventually(10s, [&] { return changes() != before; });
-    const bool mended = goesOn && Look() == Stuck::No;
-    EXPECT_TRUE(mended) << "kind " << static_cast<int>(stuck) << "\n" << output;
-    if (mended) ++mends;
+    const bool unstuck = goesOn && Look() == Stuck::No;
+    EXPECT_TRUE(unstuck) << "kind " << static_cast<int>(stuck) << "\n" << output;
+    if (unstuck) ++fixes;
   }
 
   std::atomic<bool> stopFeeding{false};
   std::atomic<int> fed{0};
-  int mends = 0;
+  int fixes = 0;
 };
 
 TEST_F(KilledClients, ServerGoesOnWhateverMomentTheyDieAt) {
@@ -89,7 +89,7 @@ TEST_F(KilledClients, ServerGoesOnWhateverMomentTheyDieAt) {
     client.WaitForEnd(5s);
     const Stuck stuck = Look();
     ++seen[static_cast<std::size_t>(stuck)];
-    if (stuck != Stuck::No) Mend(stuck);
+    if (stuck != Stuck::No) Unstick(stuck);
     if (HasFailure()) break;  // the same fault would block the remaining clients
   }
   stopFeeding = true;
@@ -111,10 +111,10 @@ TEST_F(KilledClients, ServerGoesOnWhateverMomentTheyDieAt) {
   std::printf(
       "killed %d clients, %d of them while they ran; %d messages\n"
       "stuck %d times: header lock %d, lock and count %d, reader inside %d, count passed %d, count left %d; "
-      "mended %d times\n"
+      "fixed %d times\n"
       "read access held for %llu us (whole log of %d), %llu us (one message appended)\n",
-      kills, alive, fed.load(), stuck, seen[1], seen[2], seen[3], seen[4], seen[5], mends,
+      kills, alive, fed.load(), stuck, seen[1], seen[2], seen[3], seen[4], seen[5], fixes,
       static_cast<unsigned long long>(whole), kCapacity, static_cast<unsigned long long>(appended));
-  EXPECT_EQ(mends, stuck);
+  EXPECT_EQ(fixes, stuck);
   RecordProperty("stuck", stuck);
 }

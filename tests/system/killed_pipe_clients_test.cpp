@@ -159,6 +159,6 @@ TEST_F(KilledPipeClients, AtRandomMomentsNoneTakesTheServerAlong) {
   ExpectHandles(handles);
   EXPECT_TRUE(ServiceProcess().Alive());
   std::printf(
-      "clients: %d killed at random moments, %d of them between their two opens, which doctor mended\n",
-      kills, blocked);
+      "clients: %d killed at random moments, %d of them between their two opens, which doctor fixed\n", kills,
+      blocked);
 }

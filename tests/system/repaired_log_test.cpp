@@ -47,7 +47,7 @@ struct Case {
   const char* name;
   std::function<void(std::string&)> damage;
   std::function<void(Bodies&)> expected;  // turns the bodies before the repair into those after it
-  const char* told;                       // the report of the repair
+  const char* report;                     // text that the repair has to report
 };
 
 void Nothing(Bodies& /*newestFirst*/) {}
@@ -128,8 +128,8 @@ class RepairedLog : public SystemTest {
       SCOPED_TRACE(one.name);
       std::string damaged = sound;
       one.damage(damaged);
-      const std::string told = Repair(damaged);
-      EXPECT_NE(told.find(one.told), std::string::npos) << told;
+      const std::string report = Repair(damaged);
+      EXPECT_NE(report.find(one.report), std::string::npos) << report;
       Bodies expected = soundBodies;
       one.expected(expected);
       StartAndExpect(expected);
@@ -261,8 +261,8 @@ TEST_F(RepairedLog, OfAnotherCapacityIsEmptiedUnlessItIsRepairedForTheServersOwn
   StartAndExpect(expected);
   StopService();
   SetCapacity(8);
-  const std::string told = Repair(damaged, "--capacity 8");
-  EXPECT_NE(told.find("the oldest 11, for which a capacity of 8 has no room"), std::string::npos) << told;
+  const std::string report = Repair(damaged, "--capacity 8");
+  EXPECT_NE(report.find("the oldest 11, for which a capacity of 8 has no room"), std::string::npos) << report;
   StartAndExpect(Bodies(expected.begin(), expected.begin() + 8));
   StopService();
   // The server writes the messages that it loads newest first, and then rejects its own order.

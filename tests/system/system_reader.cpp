@@ -124,10 +124,10 @@ bool Visit(SharedLog& log, std::uint64_t& nextSequence, std::ofstream& file, std
 
 void Follow(const std::string& path) {
   std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  std::atomic<bool> told{false};
-  std::thread listener([&told] {
+  std::atomic<bool> stopRequested{false};
+  std::thread listener([&stopRequested] {
     WaitToBeTold();
-    told = true;
+    stopRequested = true;
   });
   std::unique_ptr<SharedLog> log;
   std::uint64_t nextSequence = 0;
@@ -135,7 +135,7 @@ void Follow(const std::string& path) {
   std::size_t visits = 0;
   Say("following");
   for (bool last = false; !last;) {
-    last = told;  // makes one more visit after the line that ends it
+    last = stopRequested;  // makes one more visit after the line that ends it
     if (!log) log = SharedLog::TryOpen();
     if (log && !Visit(*log, nextSequence, file, total)) log.reset();
     ++visits;
