@@ -34,7 +34,7 @@ bool MessageFileServer::OpenLogFile(const std::string& path, std::uint32_t& lowF
   const HANDLE opened =
       CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                   OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-  // Before anything else runs: it also says whether the file existed when the open succeeds.
+  // Before anything else runs: it also reports whether the file existed when the open succeeds.
   const DWORD error = GetLastError();
   if (opened == INVALID_HANDLE_VALUE) {
     throw ExceptionWindows("Failed to open log file, CreateFile() failed", nullptr, error);

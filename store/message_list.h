@@ -2,7 +2,7 @@
 
 // A copy of a file's messages in memory, newest first, each with its time key. Plain data without a lock.
 //
-// A list that was loaded from a file may be out of order (MessageFileServer::Compact says why).
+// A list that was loaded from a file may be out of order (MessageFileServer::Compact explains why).
 
 #include <cstddef>
 #include <cstdint>

@@ -9,8 +9,8 @@
 // takes 12 bytes; chunks fill up while messages arrive in order or in the reverse order, and to half
 // otherwise.
 //
-// A list that was loaded may be out of order (MessageFileServer::Compact says why). Insert then still does
-// what a walk from the newest entry would do.
+// A list that was loaded may be out of order (MessageFileServer::Compact explains why). Insert then still
+// does what a walk from the newest entry would do.
 
 #include <algorithm>
 #include <cstddef>

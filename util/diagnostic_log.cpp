@@ -28,7 +28,7 @@ struct Destination {
   std::atomic<bool> fileBusy{false};
 };
 
-// One thread's turn at the file. Goes on without the turn after kLongestTurn, and then releases nothing.
+// One thread's turn at the file. Continues without the turn after kLongestTurn, and then releases nothing.
 class FileTurn {
  public:
   explicit FileTurn(std::atomic<bool>& fileBusy) : busy(fileBusy) {

@@ -79,7 +79,7 @@ struct RepairPlan {
 // Plans the repair of `image`. Needs 24 bytes of memory a message in addition to the image.
 RepairPlan PlanRepair(const LogFileImage& image, const RepairOptions& options = {});
 
-// Returns a message of the plan as it is to be written. `image` is the one that was planned for.
+// Returns a message of the plan in the form to be written. `image` is the one that was planned for.
 LogMessage SavedMessageOf(const LogFileImage& image, const SavedMessage& saved);
 
 }  // namespace TamLogClient

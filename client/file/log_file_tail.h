@@ -10,7 +10,7 @@
 namespace TamLogClient {
 
 // Reads the newest `count` messages of the file at `path` (UTF-8). Returns false when the file cannot be read
-// or its header or size is not right: ReadLogFile then says why.
+// or its header or size is not right: ReadLogFile then reports why.
 bool ReadLogFileTail(const std::string& path, std::size_t count, LogTail& tail);
 
 }  // namespace TamLogClient

@@ -19,7 +19,7 @@ class TextTemplate {
   };
 
   // Parses a template such as "{time} {source}: {text}". {{ and }} are braces, \n \t \\ a line end, a tab and
-  // a backslash. Returns nothing on failure; `problem` then says what is wrong and what would be right.
+  // a backslash. Returns nothing on failure; `problem` then states the fault and the expected form.
   static std::optional<TextTemplate> Parse(std::string_view text, std::string& problem);
 
   const std::vector<Part>& Parts() const { return parts; }

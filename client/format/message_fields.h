@@ -21,8 +21,8 @@ std::string_view NameOf(Field field);
 inline constexpr std::string_view kFieldNames =
     "time, seq, type, label, source, text, origin, tail, spare, late";
 
-// Parses names separated by commas. Returns nothing on failure; `problem` then says what is wrong and what
-// would be right.
+// Parses names separated by commas. Returns nothing on failure; `problem` then states the fault and the
+// expected form.
 std::optional<std::vector<Field>> ParseFields(std::string_view list, std::string& problem);
 
 // The names of the types. The log gives types no meaning: without names they are T0 to T3.

@@ -22,8 +22,8 @@ struct MessageDraft {
   std::string text;
 };
 
-// Parses one line without its line end. Returns nothing on failure; `problem` then says what is wrong and
-// what would be right.
+// Parses one line without its line end. Returns nothing on failure; `problem` then states the fault and the
+// expected form.
 std::optional<MessageDraft> ParseTsvLine(std::string_view line, std::string& problem);
 
 }  // namespace TamLogClient

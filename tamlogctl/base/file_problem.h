@@ -9,7 +9,7 @@
 
 namespace TamLogCtl {
 
-// Returns why the file could not be read. For a damaged one `remark` says what is wrong with it.
+// Returns why the file could not be read. For a damaged one `remark` states the damage.
 std::string ProblemOf(TamLogClient::Status status, const std::string& remark = {});
 
 // Returns the same with `path` in front.

@@ -1,6 +1,6 @@
 #pragma once
 
-// The verb doctor: checks everything that can be wrong with a server, and says how to fix it.
+// The verb doctor: checks everything that can be wrong with a server, and reports how to fix it.
 
 #include <cstdint>
 

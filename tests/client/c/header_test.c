@@ -1,5 +1,5 @@
-/* Compiled as C99 with every warning: the header is C, and its structures lie as other languages declare
- * them. */
+/* Compiled as C99 with every warning: the header is C, and its structures have the layout that other
+ * languages declare. */
 
 #include "tests/client/c/header_test.h"
 

@@ -180,7 +180,7 @@ TEST_F(LogReaderTest, HeaderThatMakesNoSenseIsDamagedAndTheSlotsAreCopied) {
   for (const std::int32_t capacity : {0, -1, -2147483647, 9, 2147483647}) {
     header->nextSlot = 3;
     header->maxMessages = capacity;
-    if (capacity == 9) continue;  // may lie within the last page
+    if (capacity == 9) continue;  // may be within the last page
     EXPECT_EQ(reader.Snapshot(snapshot), Status::Damaged) << capacity;
   }
 }
@@ -204,8 +204,8 @@ TEST_F(LogReaderTest, MissingLockNamesMeanThatTheServerIsNotReady) {
 
 TEST_F(LogReaderTest, SlotsCannotBeWrittenThroughTheReadersViews) {
   ASSERT_EQ(reader.Open(shared->MapName()), Status::Ok);
-  // The reader's read-only view lies somewhere in this process; look for a mapped region of the log that is
-  // not ours.
+  // The reader's read-only view is somewhere in this process; find a mapped region of the log that is not
+  // ours.
   int readOnly = 0;
   MEMORY_BASIC_INFORMATION region{};
   for (unsigned char* at = nullptr; VirtualQuery(at, &region, sizeof(region)) != 0;

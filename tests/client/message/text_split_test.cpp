@@ -28,7 +28,7 @@ TEST(TextSplit, EveryCutIsMarkedOnBothSides) {
 }
 
 TEST(TextSplit, CharactersStayWhole) {
-  // The euro sign's three bytes would lie across the cut.
+  // The cut would be inside the euro sign's three bytes.
   const std::string text = "abcdefghijklmnop\u20AC and more";
   EXPECT_EQ(SplitText(text, 20)[0], "abcdefghijklmnop...");
   EXPECT_EQ(TruncateText(text, 20), "abcdefghijklmnop...");

@@ -308,7 +308,8 @@ TEST_F(FileVerbs, InterruptedWritersLeaveNothingBehind) {
   EXPECT_FALSE(IsThere("big.dat.new0"));
 }
 
-// What stays in the log is the server's answer, so exit codes 0, 1, 5 and 6 are left to tests with one.
+// Only a server decides which messages stay in the log, so exit codes 0, 1, 5 and 6 are left to tests with
+// one.
 TEST_F(FileVerbs, ImportReadsItsFilesBeforeItAsksForAServer) {
   Put("bad.json", "{\"time\":\"2026-01-01T00:00:00\",\"type\":1,\"source\":\"a\",\"text\":\"b\"}\n{}\nx\n");
   Put("bad.tsv", "2026-01-01 00:00:00.000\tone\n");
