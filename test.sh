@@ -24,7 +24,7 @@ still run as far as possible. Logs are kept in build/test. All steps take about 
   soak            a minute of ./soak.sh: everything at once on the real service
   test-asan       run the native tests under AddressSanitizer and UBSan
   test-tsan       run the native tests under ThreadSanitizer
-  fuzz            build the fuzz targets and run each for a minute, or N seconds
+  fuzz            build the fuzz targets and run each for 20 seconds, or N; ./fuzz.sh runs each for a minute
 
 build-asan to tidy and fuzz use the processor time that the tests under Wine leave. Two more steps do parts of
 test-windows: test-unit runs the tests of the rooms only, test-system the others only.
@@ -40,7 +40,7 @@ readonly quick_steps=(packages more-packages configure rooms format build-window
   test-asan)
 cores=$(nproc)
 
-verbose=no fuzz_seconds=60
+verbose=no fuzz_seconds=20
 wanted=()
 arguments=("$@")
 while (($# > 0)); do

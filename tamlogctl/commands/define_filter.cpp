@@ -124,7 +124,7 @@ Verb Test() {
     to->type = static_cast<std::uint32_t>(value);
     to->typeGiven = true;
   };
-  return Make("test", "Tell whether a message would be kept, and which rule decides", kTestFooter, options,
+  return Make("test", "Show whether a message would be kept, and the rule that decides", kTestFooter, options,
               TestFilters,
               {Operand("SOURCE", Text(options->source), "The message's source").Required().MayBeEmpty(),
                Operand("TYPE", Number(0, 3, type), "The message's type, 0 to 3 (each)")});

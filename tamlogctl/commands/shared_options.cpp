@@ -113,7 +113,7 @@ Option FileOption(std::vector<std::string>& to, std::string purpose) {
 std::vector<Option> FollowingOptions(std::uint32_t& intervalMs, bool& ordered,
                                      std::optional<double>& forSeconds) {
   return {Value("--interval", "MS", Number(10, 60000, intervalMs),
-                "When following: pause between two looks, in milliseconds (100)"),
+                "When following: pause between two reads of the log, in milliseconds (100)"),
           Flag("--ordered", ordered, "When following: hold messages back until they are in time order"),
           Value("--for", "SECONDS", Seconds(forSeconds), "When following: end after this time")};
 }

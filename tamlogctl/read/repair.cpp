@@ -82,7 +82,7 @@ std::string ReportOf(const std::string& target, const RepairPlan& plan, std::uin
   text += "\n";
   if (!plan.headerTrusted)
     text +=
-        "  the header made no sense: every slot was searched, and some messages may be older than the log\n";
+        "  the header is not valid: every slot was searched, and some messages may be older than the log\n";
   AppendOmitted(plan, written, capacity, text);
   AppendChanges(plan, text);
   AppendLosses(plan, text);

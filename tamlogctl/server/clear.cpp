@@ -18,11 +18,11 @@ using TamLogClient::Status;
 // Asks on the terminal; returns false unless the user says yes.
 bool Ask(ClearOptions& options) {
   if (options.backup.empty()) {
-    WriteErr("Save the messages first in which file? (empty: do not save them) ");
+    WriteErr("File to save the messages in first (empty: do not save them): ");
     if (!ReadLine(options.backup)) return false;
   }
   std::string answer;
-  WriteErr(CapacityInEffect() ? "Empty the log, all of it? [y/N] "
+  WriteErr(CapacityInEffect() ? "Empty the whole log? [y/N] "
                               : "Empty the log, which cannot be read now? [y/N] ");
   return ReadLine(answer) && (answer == "y" || answer == "Y" || answer == "yes");
 }

@@ -199,13 +199,12 @@ int Import::Finish() {
         (sentAgain > 0 ? "; " + std::to_string(sentAgain) + " were sent again after lost connections" : ""));
   }
   if (gone > 0)
-    Say("what is not in the log was dropped by a filter or a switched-off type, or is too old: the log has "
-        "room "
-        "for newer messages only");
+    Say("the missing messages were dropped by a filter or a disabled type, or are older than the log can "
+        "hold");
   const std::string bytes = ImageOf(log);
   const auto report = VerifyLogFile(TamLogClient::LogFileImage(bytes), {.most = 1, .live = true});
   if (!report.Accepted())
-    Say("the log lies newest first now, and a restart of the server would empty it; export it before that");
+    Say("the log is now stored newest first; the next restart of the server would empty it: export it first");
   if (refusals > 0) return kRefused;
   return gone > 0 ? WorseOf(exitCode, kNegative) : exitCode;
 }
