@@ -11,9 +11,9 @@
 
 namespace TamLogCtl {
 
-// Returns the time that is so many milliseconds after the beginning of 1970, or before it; the reverse of
+// Returns the time that is `since` milliseconds after the beginning of 1970, or before it; the reverse of
 // TamLogClient::MillisecondsSince1970 with offset 0. The year has to be within 1 to 9999.
-TamLogClient::TimeWords WordsSince1970(std::int64_t milliseconds);
+TamLogClient::TimeWords WordsSince1970(std::int64_t since);
 
 // Returns `words` moved by `by`. Nothing unless both the time and the result are real (IsRealTime).
 std::optional<TamLogClient::TimeWords> MovedBy(const TamLogClient::TimeWords& words,
