@@ -312,7 +312,7 @@ def check_journal(entries, log, offset):
             since = moment.replace(tzinfo=timezone.utc) - datetime(1970, 1, 1, tzinfo=timezone.utc)
             micros = (since.days * 86400 + since.seconds - offset) * 1000000 + since.microseconds
             expect_equal(int(entry["__REALTIME_TIMESTAMP"]), micros, "time")
-        expect(moment or b"!" in entry["TAMLOG_TIME"], "an impossible time is not told")
+        expect(moment or b"!" in entry["TAMLOG_TIME"], "an impossible time is not reported")
 
 
 def wait_until(what, condition):
@@ -411,13 +411,13 @@ MISTAKES = (
 
 def check_usage(options, folder):
     log = Log(options, folder)
-    for arguments, mend in MISTAKES:
+    for arguments, advice in MISTAKES:
         done = subprocess.run([options.tamlogctl, "show", "--file", log.path, *arguments], capture_output=True,
                               timeout=LIMIT, check=False)
-        told = done.stderr.decode("utf-8")
+        reported = done.stderr.decode("utf-8")
         expect_equal(done.returncode, 2, "exit code of " + " ".join(arguments))
         expect_equal(done.stdout, b"", "output of " + " ".join(arguments))
-        expect(mend in told and told.count("\n") == 1, arguments, "said", told)
+        expect(advice in reported and reported.count("\n") == 1, arguments, "said", reported)
     # A terminal gets no binary, and no control character of a message whatever the format is.
     for form in ("raw", "export", "cat", "csv", "json", "rfc5424", "template={source}{text}"):
         code, shown = on_a_terminal([options.tamlogctl, "show", "--file", log.path, "--no-pager", "--color", "never", "-o",

@@ -142,13 +142,13 @@ TEST_F(LogTailTest, FilesThatAreNotAsTheyShouldBeAreLeftToTheWholeReading) {
 
 // Compares the ends that the tail of one message shows with the order of the whole log.
 TEST_F(LogTailTest, EndsAreThoseOfTheWholeLogOrUnknown) {
-  const auto expectEnds = [this](const RingModel& log, bool told) {
+  const auto expectEnds = [this](const RingModel& log, bool known) {
     Write(log);
     LogTail tail;
     ASSERT_TRUE(ReadLogFileTail(path, 1, tail));
     const auto ends = EndsOf(tail);
-    ASSERT_EQ(ends.has_value(), told);
-    if (!told) return;
+    ASSERT_EQ(ends.has_value(), known);
+    if (!known) return;
     const Strings all = TextsOf(log.Snapshot());
     EXPECT_EQ(LogMessageView(*ends->oldest).Text(), all.front());
     EXPECT_EQ(LogMessageView(*ends->newest).Text(), all.back());
