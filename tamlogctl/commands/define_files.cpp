@@ -119,7 +119,7 @@ Verb Merge() {
   verb.check = [options](const Given&) {
     if (options->files.empty() && options->labels.empty())
       return std::string("FILE: name a file, or --label HOST=FILE");
-    return SelectionProblem(options->selection);
+    return SelectionProblem(options->selection, true);
   };
   return verb;
 }
@@ -159,7 +159,7 @@ std::string Check(const ExportOptions& options, const Given& given) {
     if (options.asLog && given.Has(name))
       return std::string(name) + ": cannot be used with --log: a log file has its own format";
   }
-  std::string problem = SelectionProblem(options.selection);
+  std::string problem = SelectionProblem(options.selection, !options.files.empty());
   if (problem.empty()) problem = CursorProblem(options);
   if (problem.empty() && options.follow) problem = FollowingProblem(options);
   return problem;

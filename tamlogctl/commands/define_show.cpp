@@ -57,7 +57,7 @@ std::string Check(ShowOptions& options, const Given& given) {
   if (!options.follow && options.ordered)
     problem = "--ordered: only for following; show is always in time order";
   if (problem.empty()) problem = CursorProblem(options);
-  return problem.empty() ? SelectionProblem(options.selection) : problem;
+  return problem.empty() ? SelectionProblem(options.selection, !options.files.empty()) : problem;
 }
 
 void AddReading(Verb& verb, ShowOptions& to) {

@@ -33,7 +33,9 @@ Verb StatsVerb() {
   verb.Add(SelectingOptions(options->selection));
   verb.Add({QuietOption(options->quiet)});
   verb.Add(OptionsOfAll(*options));
-  verb.check = [options](const Given&) { return SelectionProblem(options->selection); };
+  verb.check = [options](const Given&) {
+    return SelectionProblem(options->selection, !options->files.empty());
+  };
   return verb;
 }
 

@@ -63,8 +63,12 @@ std::vector<Option> SelectingOptions(SelectionOptions& to) {
       Flag("-i,--ignore-case", to.ignoreCase,
            "Ignore case (always done for an expression that is all in lower case)"),
       Value("-S,--since", "TIME", Text(to.since),
-            "Not older: as printed, [YYYY-MM-DD] HH:MM, today, yesterday, -15m, RFC 3339"),
+            "Not older: as printed, [YYYY-MM-DD] HH:MM, yesterday 10:00, -1h30m, '1 hour ago', RFC 3339, "
+            "@SECONDS"),
       Value("-U,--until", "TIME", Text(to.until), "Not newer than this time"),
+      Words(
+          "--relative-to", {"now", "end"}, [&to](std::size_t index) { to.relativeToEnd = index == 1; },
+          "Count times such as 10:00 and -15m from now, or from the end of the copied logs"),
   };
 }
 

@@ -11,6 +11,7 @@
 #include "tamlogctl/read/log_input.h"
 #include "tamlogctl/read/output_file.h"
 #include "tamlogctl/read/reading_position.h"
+#include "tamlogctl/select/log_end.h"
 #include "tamlogctl/select/message_choice.h"
 
 namespace TamLogCtl {
@@ -127,11 +128,15 @@ int Export::Run() {
   return matched == 0 && !selection->Empty() ? WorseOf(exitCode, kNegative) : exitCode;
 }
 
+int RunExport(const ExportOptions& options) {
+  Export run(options);
+  return run.Run();
+}
+
 }  // namespace
 
 int ExportMessages(const ExportOptions& options) {
-  Export run(options);
-  return run.Run();
+  return RunWithEnd(options, RunExport);
 }
 
 }  // namespace TamLogCtl

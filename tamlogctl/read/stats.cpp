@@ -8,6 +8,7 @@
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/read/log_input.h"
 #include "tamlogctl/read/stats_report.h"
+#include "tamlogctl/select/log_end.h"
 
 namespace TamLogCtl {
 
@@ -69,7 +70,9 @@ void StatsCollector::Finish() {
   newestWanted.clear();
 }
 
-int ShowStats(const StatsOptions& options) {
+namespace {
+
+int Stats(const StatsOptions& options) {
   int refused = kDone;
   auto selection = MakeSelection(options.selection, options.output, refused);
   if (!selection) return refused;
@@ -85,6 +88,12 @@ int ShowStats(const StatsOptions& options) {
   if (!WriteOut(options.json ? StatsJson(collector, *shown) : StatsText(options, collector, *shown)))
     return kOutputFailed;
   return collector.Searches() && collector.Wanted().Count() == 0 ? WorseOf(exitCode, kNegative) : exitCode;
+}
+
+}  // namespace
+
+int ShowStats(const StatsOptions& options) {
+  return RunWithEnd(options, Stats);
 }
 
 }  // namespace TamLogCtl
