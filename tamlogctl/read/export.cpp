@@ -61,7 +61,7 @@ int Export::Read(ReadingPosition& position) {
 }
 
 void Export::Choose(const MessageSelection& selection) {
-  places = ChooseLast(messages, selection, options.last);
+  places = ChooseMessages(messages, selection, options.limit);
   matched = places.size();
   places = WithContext(places, messages.size(), options.before, options.after);
   std::reverse(places.begin(), places.end());

@@ -50,7 +50,7 @@ std::optional<int> PrintInOrder(const ShowOptions& options, Printer& printer) {
   printer.SetLog(scan.Header());
   const bool whole = scan.ForEach([&printer](const LogMessage& message) {
     printer.Print(message, false);
-    return !printer.OutputFailed();
+    return !printer.OutputFailed() && !printer.IsComplete();
   });
   if (!printer.Finish(pager)) return kOutputFailed;
   if (!whole) {
@@ -69,7 +69,7 @@ int Show(const ShowOptions& options) {
   auto trial = *printer;
   if (options.count && !HasCursor(options)) {
     if (const auto code = CountInFiles(options, trial)) return *code;
-  } else if (options.files.size() == 1 && !options.last && !options.reverse && !HasCursor(options)) {
+  } else if (options.files.size() == 1 && !options.limit.last && !options.reverse && !HasCursor(options)) {
     if (const auto code = PrintInOrder(options, trial)) return *code;
   }
   std::vector<LogInput> logs;

@@ -1,6 +1,7 @@
 #include "tamlogctl/read/stats.h"
 
 #include <algorithm>
+#include <iterator>
 #include <numeric>
 #include <utility>
 
@@ -60,14 +61,15 @@ void StatsCollector::Add(const LogMessage& message) {
     if (!newest || words > *newest) newest = words;
   }
   if (!selection.Wants(view)) return;
-  if (!last) return stats.Add(view);
-  newestWanted.emplace(view.Key(), message);
-  if (newestWanted.size() > *last) newestWanted.erase(newestWanted.begin());
+  if (!limit.first && !limit.last) return stats.Add(view);
+  limited.emplace(view.Key(), message);
+  if (limit.Of(limited.size()) < limited.size())
+    limited.erase(limit.first ? std::prev(limited.end()) : limited.begin());
 }
 
 void StatsCollector::Finish() {
-  for (const auto& [key, message] : newestWanted) stats.Add(LogMessageView(message));
-  newestWanted.clear();
+  for (const auto& [key, message] : limited) stats.Add(LogMessageView(message));
+  limited.clear();
 }
 
 namespace {
@@ -78,7 +80,7 @@ int Stats(const StatsOptions& options) {
   if (!selection) return refused;
   const auto shown = MakeFormatOptions(options.output);
   if (!shown) return kUsage;
-  StatsCollector collector(std::move(*selection), options.last);
+  StatsCollector collector(std::move(*selection), options.limit);
   std::vector<int> codes;
   if (options.files.empty()) codes.push_back(CollectLive(options, collector));
   for (const std::string& path : options.files) codes.push_back(CollectFile(path, options.quiet, collector));

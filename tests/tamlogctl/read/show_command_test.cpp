@@ -108,6 +108,35 @@ TEST_F(ShowCommand, ChoosesByTextTypeSourceAndTime) {
   EXPECT_EQ(Show("-S today"), "");
 }
 
+TEST_F(ShowCommand, FirstMessagesThatMatchAreChosenWithAPlus) {
+  EXPECT_EQ(Show("-n +2"), "01");
+  EXPECT_EQ(Show("-n +2 -r"), "10");
+  EXPECT_EQ(Show("-n +1 -g '[3-5]'"), "3");
+  EXPECT_EQ(Show("-n +0"), "");
+  EXPECT_EQ(Show("-n +99"), "012345");
+  EXPECT_EQ(Show("-n +1 -g '[25]' -C 1"), "123");
+  EXPECT_EQ(Show("-n +1 -g '[2]' -A 9"), "2345");
+  EXPECT_EQ(Show("-n +2 -g '[25]' -A 1 -r"), "5--32");
+  EXPECT_EQ(Show("-n +2 --count -g '[1-4]'"), "2");
+  EXPECT_EQ(Show("-n +3 --file Logs.dat"), "001");
+  EXPECT_EQ(Run("show --file Logs.dat -n +1 -g nothing").exitCode, 1);
+}
+
+TEST_F(ShowCommand, FirstMessagesAreTheOldestInEveryVerb) {
+  EXPECT_EQ(Run("export out.txt --file Logs.dat -o cat -n +2").exitCode, 0);
+  EXPECT_EQ(Contents("out.txt"), "message 0\nmessage 1\n");
+  const auto stats = Run("stats --file Logs.dat -n +3 -o json").out;
+  EXPECT_NE(stats.find("\"newest\":\"2026-01-01T00:00:02.000\""), std::string::npos) << stats;
+}
+
+TEST_F(ShowCommand, FirstMessagesNeedAnEndAndNoCursorFile) {
+  for (const std::string words :
+       {"follow -n +1", "show -f -n +1", "show --file Logs.dat --cursor-file c -n +1",
+        "show --file Logs.dat -n +", "show --file Logs.dat -n ++1", "show --file Logs.dat -n +all"}) {
+    EXPECT_EQ(Run(words).exitCode, 2) << words;
+  }
+}
+
 TEST_F(ShowCommand, RelativeTimesCountFromTheEndOfACopiedLogOnRequest) {
   EXPECT_EQ(Show("--relative-to end -S -2s"), "345");
   EXPECT_EQ(Show("--relative-to end -S 00:00:04"), "45");
