@@ -47,9 +47,26 @@ TamLogClientGuardedCopy:
     .seh_handler TamLogClientCopyHandler, @except
     movq %rcx, %rdi
     movq %rdx, %rsi
+    testq %r9, %r9
+    jnz 1f
+    movl $8, %r9d
+    cmpq %r9, %r8
+    je 1f
     movq %r8, %rcx
     cld
     rep movsb
+    jmp 2f
+1:
+    shrq $3, %r8
+    jz 2f
+3:
+    movq (%rsi), %rax
+    movq %rax, (%rdi)
+    addq %r9, %rsi
+    addq $8, %rdi
+    decq %r8
+    jnz 3b
+2:
     xorl %eax, %eax
 TamLogClientCopyResume:
     nop

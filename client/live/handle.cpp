@@ -22,4 +22,16 @@ void Handle::Close() {
   SetLastError(error);
 }
 
+Status StatusOfLastError() {
+  switch (GetLastError()) {
+    case ERROR_FILE_NOT_FOUND:
+    case ERROR_PATH_NOT_FOUND:
+      return Status::NotRunning;
+    case ERROR_ACCESS_DENIED:
+      return Status::AccessDenied;
+    default:
+      return Status::SystemError;
+  }
+}
+
 }  // namespace TamLogClient

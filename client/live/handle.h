@@ -4,6 +4,8 @@
 
 #include <utility>
 
+#include "client/message/status.h"
+
 namespace TamLogClient {
 
 class Handle {
@@ -25,5 +27,9 @@ class Handle {
  private:
   void* handle = nullptr;
 };
+
+// Returns the status of the calling thread's last error, for an object that could not be opened by its name:
+// NotRunning when there is none, AccessDenied, or SystemError.
+Status StatusOfLastError();
 
 }  // namespace TamLogClient

@@ -3,6 +3,9 @@
 #include <algorithm>
 
 #include "client/live/call_deadline.h"
+#include "client/live/consistent_read.h"
+#include "client/live/log_access.h"
+#include "client/live/partwise_copy.h"
 #include "client/log/header_counters.h"
 #include "client/log/ring.h"
 #include "client/message/win32.h"
@@ -21,10 +24,19 @@ std::uint64_t Microseconds() {
   return ticks / rate * 1000000 + ticks % rate * 1000000 / rate;
 }
 
-bool Changed(const LogFileHeader& before, const LogFileHeader& after) {
-  return before.changeCount != after.changeCount || before.rewriteCount != after.rewriteCount ||
-         before.nextSequence != after.nextSequence || before.nextSlot != after.nextSlot ||
-         before.messageCount != after.messageCount || before.maxMessages != after.maxMessages;
+// A copy that failed this often is made in the next way: at once, part by part, under access.
+constexpr int kAttempts = 5;
+// More slots than this (73 MB) are not copied at once: a slow machine would need too long.
+constexpr std::int64_t kMostAtOnce = 131072;
+
+// Returns how many of the newest slots may differ from a copy made with the header `known`, which may be
+// null.
+std::int64_t NewSlots(const LogFileHeader& header, const LogFileHeader* known) {
+  const std::int64_t count = header.messageCount;
+  if (known == nullptr) return count;
+  const auto appended = AppendedSince(*known, header);
+  const bool few = appended && *appended < static_cast<std::uint64_t>(header.maxMessages);
+  return few ? std::min(count, static_cast<std::int64_t>(*appended)) : count;
 }
 
 // Repeats `attempt` until it returns a status, until the time is over. At least one attempt is made.
@@ -45,6 +57,7 @@ bool LogView::BudgetIsSpent() const {
 
 Status LogReader::Open(const std::string& mapName) {
   lastFilled = nullptr;
+  name = mapName;
   return log.Open(mapName);
 }
 
@@ -61,87 +74,86 @@ Status LogReader::Look(LogFileHeader& header) {
   return Status::NotRunning;
 }
 
-// --- One read access.
-
-LogReader::Work LogReader::WorkInside(LogFileHeader& header, const std::function<Work()>& work) const {
-  if (!log.CopyHeader(header)) return Work::Fault;
-  const Work done = work();
-  if (done != Work::Done) return done;
-  LogFileHeader after{};
-  if (!log.CopyHeader(after)) return Work::Fault;
-  // A writer that passed this reader changed the header meanwhile.
-  return Changed(header, after) ? Work::Again : Work::Done;
-}
-
-std::optional<Status> LogReader::Inside(std::uint32_t timeoutMs, LogFileHeader& header,
-                                        const std::function<Work()>& work) {
-  if (const Status status = log.Enter(timeoutMs); status != Status::Ok) return status;
-  const std::uint64_t entered = Microseconds();
-  Work done = Work::Fault;
-  try {
-    done = WorkInside(header, work);
-  } catch (...) {
-    log.Leave();
-    throw;
-  }
-  const MappedLog::Left left = log.Leave();
-  lastHold = Microseconds() - entered;
-  if (done == Work::Fault || left == MappedLog::Left::Fault) return Status::InPage;
-  if (done == Work::Again || left == MappedLog::Left::PassedByWriter) return std::nullopt;
-  if (header.serverRunning != 0) return Status::Ok;
-  Close();
-  return Status::NotRunning;
+template <typename Work>
+std::optional<Status> LogReader::Read(std::uint32_t timeoutMs, Work work) {
+  ConsistentRead read(log);
+  std::optional<Status> status = read.Begin(timeoutMs);
+  if (status == Status::Ok) status = work(read.Header());
+  if (status == Status::Ok) status = read.End();
+  if (status == Status::NotRunning) Close();
+  return status;
 }
 
 // --- The whole log.
 
 Status LogReader::Snapshot(LogSnapshot& snapshot, std::uint32_t timeoutMs) {
-  return Repeat(timeoutMs, [&](std::uint32_t remaining) { return TrySnapshot(snapshot, remaining); });
+  int failed = 0;
+  return Repeat(timeoutMs,
+                [&](std::uint32_t remaining) { return TrySnapshot(snapshot, remaining, failed++); });
 }
 
-std::optional<Status> LogReader::TrySnapshot(LogSnapshot& snapshot, std::uint32_t timeoutMs) {
+std::optional<Status> LogReader::TrySnapshot(LogSnapshot& snapshot, std::uint32_t timeoutMs, int failed) {
   LogFileHeader seen{};
   if (const Status status = Look(seen); status != Status::Ok) return status;
   const auto capacity = static_cast<std::size_t>(std::max(seen.maxMessages, 0));
   if (capacity == 0 || capacity > log.SlotCount()) return Status::Damaged;
-  const LogFileHeader known = lastHeader;
+  const LogFileHeader knownHeader = lastHeader;
   const bool sameSnapshot = lastFilled == &snapshot && snapshot.slots.size() == capacity;
+  const LogFileHeader* const known = sameSnapshot ? &knownHeader : nullptr;
   lastFilled = nullptr;
-  snapshot.slots.resize(capacity);  // before read access: nothing is allocated inside
-  const std::optional<Status> status = Inside(timeoutMs, snapshot.header, [&] {
-    const auto now = static_cast<std::size_t>(std::max(snapshot.header.maxMessages, 0));
-    if (now != snapshot.slots.size()) return Work::Again;  // the buffer was made for another capacity
-    return CopySlots(snapshot, sameSnapshot ? &known : nullptr) ? Work::Done : Work::Fault;
-  });
+  snapshot.slots.resize(capacity);
+  if (NewSlots(seen, known) > kMostAtOnce) failed += kAttempts;
+  std::optional<Status> status;
+  if (failed < kAttempts) {
+    status = CopyAtOnce(snapshot, known, timeoutMs);
+  } else if (failed < 2 * kAttempts) {
+    status = PartwiseCopy(log, snapshot).Run(timeoutMs);
+  } else {
+    status = CopyWithAccess(snapshot, timeoutMs);
+  }
+  if (status == Status::NotRunning) Close();
   if (status != Status::Ok) return status;
   lastFilled = &snapshot;
   lastHeader = snapshot.header;
   return snapshot.HeaderIsSound() ? Status::Ok : Status::Damaged;
 }
 
-// Copies the slots that may differ from those of `known`; null: all that hold messages. Copies all slots when
-// the header is not valid.
-bool LogReader::CopySlots(LogSnapshot& snapshot, const LogFileHeader* known) const {
-  const LogFileHeader& header = snapshot.header;
-  const std::int64_t capacity = header.maxMessages;
-  if (!snapshot.HeaderIsSound()) return CopyRange(snapshot, 0, capacity);
-  std::int64_t count = header.messageCount;
-  if (known != nullptr) {
-    const auto appended = AppendedSince(*known, header);
-    if (appended && *appended < static_cast<std::uint64_t>(capacity)) {
-      count = std::min(count, static_cast<std::int64_t>(*appended));
-    }
-  }
-  for (const SlotRun& run : NewestRuns(header, count)) {
-    if (!CopyRange(snapshot, run.begin, run.end)) return false;
-  }
-  return true;
+std::optional<Status> LogReader::CopyAtOnce(LogSnapshot& snapshot, const LogFileHeader* known,
+                                            std::uint32_t timeoutMs) {
+  return Read(timeoutMs, [&](const LogFileHeader& header) -> std::optional<Status> {
+    // The snapshot's slots were made for another capacity.
+    if (header.maxMessages != static_cast<std::int64_t>(snapshot.slots.size())) return std::nullopt;
+    snapshot.header = header;
+    return CopySlots(snapshot, NewSlots(header, known)) ? Status::Ok : Status::InPage;
+  });
 }
 
-bool LogReader::CopyRange(LogSnapshot& snapshot, std::int64_t first, std::int64_t end) const {
-  if (first >= end) return true;
-  const auto slot = static_cast<std::size_t>(first);
-  return log.CopySlots(slot, static_cast<std::size_t>(end - first), &snapshot.slots[slot]);
+// Copies the newest `count` slots; all slots when the header is not valid.
+bool LogReader::CopySlots(LogSnapshot& snapshot, std::int64_t count) const {
+  const LogFileHeader& header = snapshot.header;
+  const auto runs =
+      snapshot.HeaderIsSound() ? NewestRuns(header, count) : OccupiedRuns(header, log.SlotCount());
+  return std::all_of(runs.begin(), runs.end(), [&](const SlotRun& run) {
+    const auto slot = static_cast<std::size_t>(run.begin);
+    return log.CopySlots(slot, static_cast<std::size_t>(run.end - run.begin), snapshot.slots.data() + slot);
+  });
+}
+
+// Nothing is allocated and nothing is output while access is held.
+std::optional<Status> LogReader::CopyWithAccess(LogSnapshot& snapshot, std::uint32_t timeoutMs) {
+  LogAccess access;
+  if (const Status status = access.Open(name); status != Status::Ok) return status;
+  if (const Status status = access.Enter(timeoutMs); status != Status::Ok) return status;
+  LogFileHeader after{};
+  bool read = log.CopyHeader(snapshot.header);
+  const bool fits = read && snapshot.header.maxMessages == static_cast<std::int64_t>(snapshot.slots.size());
+  if (fits) read = CopySlots(snapshot, snapshot.header.messageCount) && log.CopyHeader(after);
+  const LogAccess::Left left = access.Leave();
+  if (!read || left == LogAccess::Left::Fault) return Status::InPage;
+  if (!fits || left == LogAccess::Left::PassedByWriter || !SameCounters(snapshot.header, after)) {
+    return std::nullopt;
+  }
+  return after.serverRunning != 0 ? Status::Ok : Status::NotRunning;
 }
 
 // --- Its newest part.
@@ -151,36 +163,37 @@ Status LogReader::Newest(std::size_t count, LogTail& tail, std::uint32_t timeout
 }
 
 std::optional<Status> LogReader::TryNewest(std::size_t count, LogTail& tail, std::uint32_t timeoutMs) {
-  LogFileHeader seen{};
-  if (const Status status = Look(seen); status != Status::Ok) return status;
-  if (!RingFits(seen, log.SlotCount())) return Status::Damaged;
-  const auto messages = static_cast<std::uint32_t>(seen.messageCount);
-  const auto wanted = static_cast<std::uint32_t>(std::min<std::size_t>(count, messages));
-  const auto probes = ProbePositions(messages - wanted);
-  tail.messages.resize(wanted);  // before read access: nothing is allocated inside
-  tail.probes.resize(probes.size());
-  tail.whole = wanted == messages;
-  return Inside(timeoutMs, tail.header, [&] { return CopyTail(tail, seen, probes); });
+  bool sound = true;
+  const auto status = Read(timeoutMs, [&](const LogFileHeader& header) -> std::optional<Status> {
+    sound = RingFits(header, log.SlotCount());
+    if (!sound) return Status::Ok;
+    const auto messages = static_cast<std::uint32_t>(header.messageCount);
+    const auto wanted = static_cast<std::uint32_t>(std::min<std::size_t>(count, messages));
+    const auto probes = ProbePositions(messages - wanted);
+    tail.header = header;
+    tail.messages.resize(wanted);
+    tail.probes.resize(probes.size());
+    tail.whole = wanted == messages;
+    return CopyTail(tail, probes);
+  });
+  return status == Status::Ok && !sound ? Status::Damaged : status;
 }
 
-// Runs under read access.
-LogReader::Work LogReader::CopyTail(LogTail& tail, const LogFileHeader& expected,
-                                    const std::vector<std::uint32_t>& probes) const {
+std::optional<Status> LogReader::CopyTail(LogTail& tail, const std::vector<std::uint32_t>& probes) const {
   const LogFileHeader& header = tail.header;
-  if (Changed(expected, header)) return Work::Again;
   for (std::size_t i = 0; i < probes.size(); ++i) {
     LogMessage message{};
-    if (!log.CopySlots(SlotAt(header, probes[i]), 1, &message)) return Work::Fault;
+    if (!log.CopySlots(SlotAt(header, probes[i]), 1, &message)) return Status::InPage;
     if (i == 0) tail.first = message;
     tail.probes[i] = TimeKey(message.body);
   }
   LogMessage* to = tail.messages.data();
   for (const SlotRun& run : NewestRuns(header, static_cast<std::int64_t>(tail.messages.size()))) {
     const auto count = static_cast<std::size_t>(run.end - run.begin);
-    if (!log.CopySlots(static_cast<std::size_t>(run.begin), count, to)) return Work::Fault;
+    if (!log.CopySlots(static_cast<std::size_t>(run.begin), count, to)) return Status::InPage;
     to += count;
   }
-  return Work::Done;
+  return Status::Ok;
 }
 
 // --- In place.
@@ -194,19 +207,18 @@ Status LogReader::WithView(std::uint32_t budgetMicroseconds, const std::function
 std::optional<Status> LogReader::TryView(std::uint32_t budgetMicroseconds,
                                          const std::function<void(const LogView&)>& look,
                                          std::uint32_t timeoutMs) {
-  LogFileHeader header{};
-  if (const Status status = Look(header); status != Status::Ok) return status;
-  bool sound = false;
-  const std::optional<Status> status = Inside(timeoutMs, header, [&] {
+  bool sound = true;
+  bool spent = false;
+  const auto status = Read(timeoutMs, [&](const LogFileHeader& header) -> std::optional<Status> {
     sound = RingFits(header, log.SlotCount());
-    if (sound && header.serverRunning != 0) {
-      look(LogView(header, log.Slots(), Microseconds() + budgetMicroseconds));
-    }
-    return Work::Done;
+    if (!sound) return Status::Ok;
+    const LogView view(header, log.Slots(), Microseconds() + budgetMicroseconds);
+    look(view);
+    spent = view.BudgetIsSpent();
+    return Status::Ok;
   });
-  if (status != Status::Ok) return status;
-  if (!sound) return Status::Damaged;
-  return lastHold > budgetMicroseconds ? Status::TimedOut : Status::Ok;
+  if (status == Status::Ok && !sound) return Status::Damaged;
+  return status == Status::Ok && spent ? Status::TimedOut : status;
 }
 
 }  // namespace TamLogClient

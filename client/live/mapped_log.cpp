@@ -1,6 +1,6 @@
 #include "client/live/mapped_log.h"
 
-#include <array>
+#include <cstddef>
 
 #include "client/live/guarded_copy.h"
 #include "client/message/win32.h"
@@ -10,37 +10,7 @@ namespace TamLogClient {
 
 namespace {
 
-constexpr DWORD kEventAccess = SYNCHRONIZE | EVENT_MODIFY_STATE;
-constexpr int kCopyAttempts = 10;
-constexpr std::uint32_t kInPageError = 0xC0000006U;
-// A reader inside cannot leave without the header lock. After this time the lock's holder counts as dead.
-constexpr DWORD kLeaveMs = 30000;
-// The header lock is held for microseconds only: this is how long a reader waits for it, even when the
-// caller's time is over.
-constexpr DWORD kLockMs = 1000;
 constexpr DWORD kNewPipesMs = 10;
-
-Status StatusOfLastError() {
-  switch (GetLastError()) {
-    case ERROR_FILE_NOT_FOUND:
-    case ERROR_PATH_NOT_FOUND:
-      return Status::NotRunning;
-    case ERROR_ACCESS_DENIED:
-      return Status::AccessDenied;
-    default:
-      return Status::SystemError;
-  }
-}
-
-// Copies mapped bytes. An in-page error may be transient and is tried again; any other fault is final.
-bool Copy(void* to, const void* from, std::size_t bytes) {
-  for (int attempt = 0; attempt < kCopyAttempts; ++attempt) {
-    const std::uint32_t code = TamLogClientGuardedCopy(to, from, bytes);
-    if (code == 0) return true;
-    if (code != kInPageError) return false;
-  }
-  return false;
-}
 
 // Returns whether the server has created its pipes, which it does last. Does not connect. Asks twice: for a
 // moment after a client that left at once, no pipe exists.
@@ -62,122 +32,82 @@ Status MappedLog::Open(const std::string& mapName) {
   // A starting server has mapped its file before it creates its pipes, and may have to make the file smaller.
   // That fails while another process has the file mapped, and the server stays stopped.
   if (mapName == kFileMapName && !PipesExist()) return Status::NotRunning;
-  mapping = Handle(OpenFileMappingA(FILE_MAP_READ | FILE_MAP_WRITE, FALSE, mapName.c_str()));
+  mapping = Handle(OpenFileMappingA(FILE_MAP_READ, FALSE, mapName.c_str()));
   if (!mapping) return StatusOfLastError();
-  Status status = MapViews();
+  Status status = MapView();
   LogFileHeader header{};
   if (status == Status::Ok && !CopyHeader(header)) status = Status::InPage;
   if (status == Status::Ok && header.serverRunning == 0) status = Status::NotRunning;
-  if (status == Status::Ok) status = OpenEvents();
+  if (status == Status::Ok) status = OpenReadWait();
   if (status != Status::Ok) Close();
   return status;
 }
 
-Status MappedLog::MapViews() {
-  headerView = static_cast<unsigned char*>(
-      MapViewOfFile(mapping.Get(), FILE_MAP_READ | FILE_MAP_WRITE, 0, 0, kSlotsOffset));
-  fileView = static_cast<const unsigned char*>(MapViewOfFile(mapping.Get(), FILE_MAP_READ, 0, 0, 0));
-  if (headerView == nullptr || fileView == nullptr) {
+Status MappedLog::MapView() {
+  view = static_cast<const unsigned char*>(MapViewOfFile(mapping.Get(), FILE_MAP_READ, 0, 0, 0));
+  if (view == nullptr) {
     const Status status = StatusOfLastError();
     return status == Status::AccessDenied ? status : Status::Damaged;
   }
   MEMORY_BASIC_INFORMATION information{};
-  if (VirtualQuery(fileView, &information, sizeof(information)) == 0) return Status::SystemError;
+  if (VirtualQuery(view, &information, sizeof(information)) == 0) return Status::SystemError;
   viewSize = information.RegionSize;
   return viewSize >= kSlotsOffset ? Status::Ok : Status::Damaged;
 }
 
-Status MappedLog::OpenEvents() {
+Status MappedLog::OpenReadWait() {
   LockNames names{};
-  if (!Copy(&names, fileView + kLockNamesOffset, sizeof(names))) return Status::InPage;
-  const std::array<Handle*, 3> events{&headerLock, &readWait, &writeWait};
-  for (std::size_t i = 0; i < events.size(); ++i) {
-    names.name[i][kLockNameSize - 1] = '\0';
-    if (names.name[i][0] == '\0') return Status::NotRunning;
-    *events[i] = Handle(OpenEventA(kEventAccess, FALSE, names.name[i]));
-    if (!*events[i]) return StatusOfLastError();
-  }
-  return Status::Ok;
+  if (!GuardedCopy(&names, view + kLockNamesOffset, sizeof(names))) return Status::InPage;
+  char* const name = names.name[1];
+  name[kLockNameSize - 1] = '\0';
+  if (name[0] == '\0') return Status::NotRunning;
+  readWait = Handle(OpenEventA(SYNCHRONIZE, FALSE, name));
+  return readWait ? Status::Ok : StatusOfLastError();
 }
 
 void MappedLog::Close() {
-  if (headerView != nullptr) UnmapViewOfFile(headerView);
-  if (fileView != nullptr) UnmapViewOfFile(fileView);
-  headerView = nullptr;
-  fileView = nullptr;
+  if (view != nullptr) UnmapViewOfFile(view);
+  view = nullptr;
   viewSize = 0;
   mapping.Close();
-  headerLock.Close();
   readWait.Close();
-  writeWait.Close();
 }
 
 // --- The bytes.
 
 bool MappedLog::CopyHeader(LogFileHeader& header) const {
-  return Copy(&header, fileView, sizeof(header));
+  return GuardedCopy(&header, view, sizeof(header));
+}
+
+bool MappedLog::CopyChangeCount(std::uint64_t& count) const {
+  return GuardedCopy(&count, view + offsetof(LogFileHeader, changeCount), sizeof(count));
 }
 
 bool MappedLog::CopySlots(std::size_t first, std::size_t count, LogMessage* to) const {
   return count == 0 ||
-         Copy(to, fileView + kSlotsOffset + first * sizeof(LogMessage), count * sizeof(LogMessage));
+         GuardedCopy(to, view + kSlotsOffset + first * sizeof(LogMessage), count * sizeof(LogMessage));
+}
+
+bool MappedLog::CopyNumbers(std::size_t first, std::size_t count, std::uint64_t* to) const {
+  static_assert(offsetof(LogMessage, sequence) == 0);
+  const unsigned char* const from = view + kSlotsOffset + first * sizeof(LogMessage);
+  return GuardedCopy(to, from, count * sizeof(*to), sizeof(LogMessage));
 }
 
 const LogMessage* MappedLog::Slots() const {
-  return reinterpret_cast<const LogMessage*>(fileView + kSlotsOffset);
+  return reinterpret_cast<const LogMessage*>(view + kSlotsOffset);
 }
 
 std::size_t MappedLog::SlotCount() const {
   return (viewSize - kSlotsOffset) / sizeof(LogMessage);
 }
 
-// --- Read access.
-
-bool MappedLog::ChangeReadCount(std::int32_t step, std::int32_t& result) {
-  std::int32_t count = 0;
-  if (!Copy(&count, headerView, sizeof(count))) return false;
-  result = count + step;
-  return Copy(headerView, &result, sizeof(result));
+std::uint64_t MappedLog::Now() const {
+  return GetTickCount64();
 }
 
-// Takes the header lock at a moment at which readers may enter. Waits for both events at once: between two
-// waits a writer could come in, and they would take three system calls instead of one.
-Status MappedLog::TakeHeaderLock(std::uint32_t timeoutMs) {
-  const std::array<HANDLE, 2> both{readWait.Get(), headerLock.Get()};
-  const auto wait = [&both](DWORD milliseconds) {
-    return WaitForMultipleObjects(2, both.data(), TRUE, milliseconds) == WAIT_OBJECT_0;
-  };
-  const auto readersMayEnter = [this] { return WaitForSingleObject(readWait.Get(), 0) == WAIT_OBJECT_0; };
-  if (wait(timeoutMs)) return Status::Ok;
-  if (!readersMayEnter()) return Status::TimedOut;
-  if (timeoutMs < kLockMs && wait(kLockMs - timeoutMs)) return Status::Ok;
-  return readersMayEnter() ? Status::Stuck : Status::TimedOut;
-}
-
-Status MappedLog::Enter(std::uint32_t timeoutMs) {
-  if (const Status status = TakeHeaderLock(timeoutMs); status != Status::Ok) return status;
-  std::int32_t count = 0;
-  const bool counted = ChangeReadCount(1, count);
-  if (counted) ResetEvent(writeWait.Get());
-  SetEvent(headerLock.Get());
-  return counted ? Status::Ok : Status::InPage;
-}
-
-MappedLog::Left MappedLog::Leave() {
-  const bool locked = WaitForSingleObject(headerLock.Get(), kLeaveMs) == WAIT_OBJECT_0;
-  std::int32_t count = 0;
-  Left left = Left::Normally;
-  if (!ChangeReadCount(-1, count)) {
-    left = Left::Fault;
-  } else if (count < 0) {
-    // The writer passed this reader and set the count to 0. A count below 0 would never return to 0, and the
-    // next flush would wait for ever. So the count becomes 0, and the write-wait event is signalled as for 0.
-    ChangeReadCount(-count, count);
-    left = Left::PassedByWriter;
-  }
-  if (left == Left::Fault || count == 0) SetEvent(writeWait.Get());
-  if (locked) SetEvent(headerLock.Get());
-  return left;
+bool MappedLog::WaitForWriter(std::uint32_t timeoutMs) const {
+  return WaitForSingleObject(readWait.Get(), timeoutMs) == WAIT_OBJECT_0;
 }
 
 }  // namespace TamLogClient

@@ -10,4 +10,10 @@ std::optional<std::uint64_t> AppendedSince(const LogFileHeader& before, const Lo
   return now.nextSequence - before.nextSequence;
 }
 
+bool SameCounters(const LogFileHeader& before, const LogFileHeader& now) {
+  return before.changeCount == now.changeCount && before.rewriteCount == now.rewriteCount &&
+         before.nextSequence == now.nextSequence && before.nextSlot == now.nextSlot &&
+         before.messageCount == now.messageCount && before.maxMessages == now.maxMessages;
+}
+
 }  // namespace TamLogClient

@@ -19,6 +19,12 @@ std::array<SlotRun, 2> NewestRuns(const LogFileHeader& header, std::int64_t coun
   return {{{first + header.maxMessages, header.maxMessages}, {0, header.nextSlot}}};
 }
 
+std::array<SlotRun, 2> OccupiedRuns(const LogFileHeader& header, std::uint64_t slotsThere) {
+  if (RingFits(header, slotsThere)) return NewestRuns(header, header.messageCount);
+  const auto there = static_cast<std::int64_t>(slotsThere);
+  return {{{0, std::clamp<std::int64_t>(header.maxMessages, 0, there)}, {}}};
+}
+
 std::vector<std::uint32_t> RingSlots(const LogFileHeader& header, std::uint64_t slotsThere) {
   const auto there = static_cast<std::int64_t>(slotsThere);
   std::vector<std::uint32_t> slots;

@@ -31,6 +31,10 @@ bool RingFits(const LogFileHeader& header, std::uint64_t slotsThere);
 // be sound, and `count` at most its messageCount.
 std::array<SlotRun, 2> NewestRuns(const LogFileHeader& header, std::int64_t count);
 
+// Returns the slots that hold messages, oldest first, or, of a header that does not fit the first
+// `slotsThere` slots, all slots of its capacity that are among them.
+std::array<SlotRun, 2> OccupiedRuns(const LogFileHeader& header, std::uint64_t slotsThere);
+
 // Returns the slots of all messages, oldest first, that are among the first `slotsThere`. The header has to
 // be sound; its capacity may be larger than `slotsThere`, which bounds the work.
 std::vector<std::uint32_t> RingSlots(const LogFileHeader& header, std::uint64_t slotsThere);

@@ -1,0 +1,38 @@
+#include "client/live/consistent_read.h"
+
+#include <atomic>
+
+#include "client/log/header_counters.h"
+
+namespace TamLogClient {
+
+std::optional<Status> ConsistentRead::Begin(std::uint32_t timeoutMs) {
+  if (!log->WaitForWriter(0) && !log->WaitForWriter(timeoutMs)) {
+    if (!log->CopyHeader(header)) return Status::InPage;
+    if (header.serverRunning == 0) return Status::NotRunning;
+    return header.readCount > 0 ? Status::Stuck : Status::TimedOut;
+  }
+  begun = log->Now();
+  std::uint64_t changeCount = 0;
+  if (!log->CopyChangeCount(changeCount)) return Status::InPage;
+  std::atomic_thread_fence(std::memory_order_acquire);
+  if (!log->CopyHeader(header)) return Status::InPage;
+  if (header.serverRunning == 0) return Status::NotRunning;
+  if (header.changeCount != changeCount) return std::nullopt;
+  return Status::Ok;
+}
+
+std::optional<Status> ConsistentRead::End() {
+  std::atomic_thread_fence(std::memory_order_acquire);
+  if (!log->WaitForWriter(0)) return std::nullopt;
+  std::atomic_thread_fence(std::memory_order_acquire);
+  // The header is copied after the event was tested. In the other order a writer could publish in between.
+  LogFileHeader now{};
+  if (!log->CopyHeader(now)) return Status::InPage;
+  if (now.serverRunning == 0) return Status::NotRunning;
+  if (!SameCounters(header, now)) return std::nullopt;
+  if (log->Now() - begun > kLongestMs) return std::nullopt;
+  return Status::Ok;
+}
+
+}  // namespace TamLogClient

@@ -1,0 +1,241 @@
+// Reading without access against every order of the writer's and the reader's steps (for one read of a small
+// log), and against millions of random orders (for copies in parts).
+
+#include "client/live/consistent_read.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdio>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "client/live/partwise_copy.h"
+#include "client/log/ring.h"
+#include "tests/client/live/torn_memory.h"
+
+namespace {
+
+using TamLogClient::ConsistentRead;
+using TamLogClient::LogSnapshot;
+using TamLogClient::PartwiseCopy;
+using TamLogClient::Status;
+using TamLogTest::MakeBody;
+using TamLogTest::RingModel;
+using TamLogTest::TornMemory;
+using Mistake = TornMemory::Mistake;
+
+struct Outcome {
+  long copies = 0;    // attempts
+  long accepted = 0;  // counted as one state of the log
+  long wrong = 0;     // of those: no state that ever was
+};
+
+// Copies the occupied slots in one consistent read. Returns whether the copy counts.
+bool CopyOnce(const TornMemory& memory, LogSnapshot& copy) {
+  ConsistentRead read(memory);
+  if (read.Begin(1000) != Status::Ok) return false;
+  copy.header = read.Header();
+  copy.slots.assign(memory.SlotCount(), {});
+  for (const auto& run : TamLogClient::OccupiedRuns(copy.header, memory.SlotCount())) {
+    const auto slot = static_cast<std::size_t>(run.begin);
+    memory.CopySlots(slot, static_cast<std::size_t>(run.end - run.begin), copy.slots.data() + slot);
+  }
+  return read.End() == Status::Ok;
+}
+
+void Judge(const TornMemory& memory, bool counts, const LogSnapshot& copy, Outcome& outcome) {
+  ++outcome.copies;
+  if (!counts) return;
+  ++outcome.accepted;
+  if (!memory.WasPublished(copy)) ++outcome.wrong;
+}
+
+// Runs `copyOnce(memory)` with every way to put the writer's steps before the reader's accesses.
+template <typename Prepare>
+Outcome EveryOrder(Mistake mistake, Prepare prepare) {
+  Outcome outcome;
+  std::vector<std::size_t> chosen;  // steps before each access; what is missing counts as 0
+  for (;;) {
+    TornMemory memory = prepare();
+    memory.mistake = mistake;
+    std::size_t access = 0;
+    std::vector<std::size_t> most;
+    memory.between = [&] {
+      if (access == chosen.size()) chosen.push_back(0);
+      most.push_back(memory.StepsLeft());
+      for (std::size_t i = 0; i < chosen[access]; ++i) memory.Step();
+      ++access;
+    };
+    LogSnapshot copy;
+    const bool counts = CopyOnce(memory, copy);
+    Judge(memory, counts, copy, outcome);
+    // The next choice, as an odometer counts.
+    chosen.resize(access);
+    while (!chosen.empty() && chosen.back() == most[chosen.size() - 1]) chosen.pop_back();
+    if (chosen.empty()) return outcome;
+    ++chosen.back();
+  }
+}
+
+TornMemory TwoAppends() {
+  RingModel log(2);
+  log.Submit(MakeBody(1, "a"));
+  log.Flush();
+  TornMemory memory(log);
+  for (int i = 0; i < 2; ++i) {
+    log.Submit(MakeBody(2 + i, "b"));
+    log.Flush();
+    memory.Write(log);
+  }
+  return memory;
+}
+
+TornMemory Insertion() {
+  RingModel log(2);
+  log.Submit(MakeBody(5, "a"));
+  log.Flush();
+  TornMemory memory(log);
+  log.Submit(MakeBody(1, "b"));
+  log.Flush();
+  memory.Write(log);
+  return memory;
+}
+
+// After the restart the counters are the same as before, the message is another.
+TornMemory RestartWithTheSameCounters() {
+  RingModel log(1);
+  const RingModel empty(1);
+  RingModel again(1);
+  log.Submit(MakeBody(1, "a"));
+  log.Flush();
+  again.Submit(MakeBody(2, "b"));
+  again.Flush();
+  TornMemory memory(log);
+  memory.Restart(empty, again);
+  return memory;
+}
+
+TEST(ConsistentRead, NeverAcceptsATornCopyInAnyOrderOfSteps) {
+  for (const auto& prepare : {TwoAppends, Insertion, RestartWithTheSameCounters}) {
+    const Outcome outcome = EveryOrder(Mistake::None, prepare);
+    std::printf("%ld orders, %ld accepted\n", outcome.copies, outcome.accepted);
+    EXPECT_GT(outcome.copies, 1000);
+    EXPECT_GT(outcome.accepted, 0);
+    EXPECT_EQ(outcome.wrong, 0);
+  }
+}
+
+TEST(ConsistentRead, EachOfItsChecksIsNeeded) {
+  EXPECT_GT(EveryOrder(Mistake::EventIsNotTestedAfterwards, Insertion).wrong, 0);
+  EXPECT_GT(EveryOrder(Mistake::HeaderIsCopiedBeforeEvent, Insertion).wrong, 0);
+  EXPECT_GT(EveryOrder(Mistake::CountersAreNotCompared, Insertion).wrong, 0);
+  EXPECT_GT(EveryOrder(Mistake::NoLimit, RestartWithTheSameCounters).wrong, 0);
+}
+
+TEST(ConsistentRead, AReadThatTakesTooLongDoesNotCount) {
+  RingModel log(4);
+  log.Submit(MakeBody(1, "a"));
+  log.Flush();
+  TornMemory memory(log);
+  LogSnapshot copy;
+  EXPECT_TRUE(CopyOnce(memory, copy));
+  memory.accessTime = ConsistentRead::kLongestMs;
+  EXPECT_FALSE(CopyOnce(memory, copy));
+}
+
+TEST(ConsistentRead, ReportsAServerThatHasClosedTheLog) {
+  RingModel log(1);
+  TornMemory memory(log);
+  memory.Restart(RingModel(1), log);
+  memory.Step();
+  EXPECT_EQ(ConsistentRead(memory).Begin(10), Status::NotRunning);
+}
+
+// --- Copies in parts.
+
+class Writer {
+ public:
+  Writer(std::int32_t slots, std::uint32_t seed) : capacity(slots), log(slots), random(seed) {
+    Burst(Pick(2 * capacity));
+    log.Flush();
+    memory.emplace(log);
+    memory->accessTime = static_cast<std::uint64_t>(Pick(4));
+    memory->between = [this] { Go(); };
+  }
+
+  std::optional<TornMemory> memory;
+  int Pick(int most) { return std::uniform_int_distribution<int>(0, most)(random); }
+
+ private:
+  void Burst(int messages) {
+    for (int i = 0; i < messages; ++i) {
+      time += Pick(5) == 0 ? -Pick(std::min(time, 200)) : Pick(3);
+      log.Submit(MakeBody(time, std::to_string(serial++)));
+    }
+  }
+
+  // Between two accesses of the reader mostly nothing happens, now and then a few steps, seldom a new write.
+  void Go() {
+    if (Pick(30) == 0) {
+      for (int steps = Pick(12); steps > 0; --steps) memory->Step();
+    }
+    if (memory->StepsLeft() == 0 && Pick(60) == 0) Begin();
+  }
+
+  void Begin() {
+    const int kind = Pick(19);
+    if (kind == 0) {
+      log.Clear();
+    } else if (kind == 1) {
+      log.Reformat(capacity);
+      const RingModel empty = log;
+      Burst(1 + Pick(capacity));
+      log.Flush();
+      memory->Restart(empty, log);
+      return;
+    } else {
+      Burst(kind < 5 ? capacity + Pick(3) : 1 + Pick(2));
+      log.Flush();
+    }
+    memory->Write(log);
+  }
+
+  std::int32_t capacity;
+  RingModel log;
+  std::mt19937 random;
+  int time = 1000;
+  int serial = 0;
+};
+
+Outcome CopiesInParts(int histories, Mistake mistake) {
+  Outcome outcome;
+  for (int history = 0; history < histories; ++history) {
+    Writer writer(1 + history % 24, static_cast<std::uint32_t>(history));
+    writer.memory->mistake = mistake;
+    for (int i = 0; i < 20; ++i) {
+      LogSnapshot copy;
+      copy.slots.resize(writer.memory->SlotCount());
+      PartwiseCopy parts(*writer.memory, copy, static_cast<std::size_t>(1 + writer.Pick(7)));
+      Judge(*writer.memory, parts.Run(100000) == Status::Ok, copy, outcome);
+    }
+  }
+  return outcome;
+}
+
+TEST(PartwiseCopy, NeverAcceptsAMixtureOfStates) {
+  const Outcome outcome = CopiesInParts(3000, Mistake::None);
+  std::printf("%ld copies, %ld accepted\n", outcome.copies, outcome.accepted);
+  EXPECT_GT(outcome.accepted, outcome.copies / 4);
+  EXPECT_EQ(outcome.wrong, 0);
+}
+
+TEST(PartwiseCopy, EachCheckOfItsReadsIsNeeded) {
+  for (const Mistake mistake : {Mistake::EventIsNotTestedAfterwards, Mistake::HeaderIsCopiedBeforeEvent,
+                                Mistake::CountersAreNotCompared}) {
+    EXPECT_GT(CopiesInParts(300, mistake).wrong, 0) << static_cast<int>(mistake);
+  }
+}
+
+}  // namespace

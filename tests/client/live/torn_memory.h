@@ -1,0 +1,77 @@
+#pragma once
+
+// A shared log without a server: a model of the writer, whose steps run between the reader's accesses. Half a
+// slot, one field of the header, the event: whatever the processor can show separately is a step. The reader
+// is the product's own.
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <optional>
+#include <vector>
+
+#include "client/live/log_memory.h"
+#include "client/log/log_snapshot.h"
+#include "tests/support/ring_model.h"
+
+namespace TamLogTest {
+
+class TornMemory final : public TamLogClient::LogMemory {
+ public:
+  // Mistakes of a reader, made for it.
+  enum class Mistake : std::uint8_t {
+    None,
+    EventIsNotTestedAfterwards,  // the event counts as signalled
+    HeaderIsCopiedBeforeEvent,   // the header that is compared was copied before the event was tested
+    CountersAreNotCompared,      // the header that is compared is the one copied first
+    NoLimit,                     // the clock stands still
+  };
+
+  explicit TornMemory(const RingModel& model) : published{model.Snapshot()}, memory(published.front()) {}
+
+  // Adds the steps of one write access that brings the log to the state of `model`.
+  void Write(const RingModel& model);
+  // Adds the steps of a restart that empties the log, up to the state of `model`. Between its first step and
+  // the state's publication the clock goes on by the time that a server needs to its first flush.
+  void Restart(const RingModel& empty, const RingModel& model);
+
+  // Is called before each access of the reader; runs steps of the writer with Step.
+  std::function<void()> between;
+  // Does the next step; does nothing without one.
+  void Step();
+  std::size_t StepsLeft() const { return steps.size(); }
+
+  Mistake mistake = Mistake::None;
+  // Milliseconds that each access of the reader takes.
+  std::uint64_t accessTime = 0;
+
+  // Returns whether the log was ever published like this.
+  bool WasPublished(const TamLogClient::LogSnapshot& copy) const;
+
+  // Of TamLogClient::LogMemory. A reader that waits for the writer lets it finish.
+  bool CopyHeader(LogFileHeader& header) const override;
+  bool CopyChangeCount(std::uint64_t& count) const override;
+  bool CopySlots(std::size_t first, std::size_t count, LogMessage* to) const override;
+  bool CopyNumbers(std::size_t first, std::size_t count, std::uint64_t* to) const override;
+  std::size_t SlotCount() const override { return memory.slots.size(); }
+  bool WaitForWriter(std::uint32_t timeoutMs) const override;
+  std::uint64_t Now() const override { return mistake == Mistake::NoLimit ? 1 : now; }
+
+ private:
+  void Access() const;
+  void AddStep(std::function<void()> step) { steps.push_back(std::move(step)); }
+  void AddSlots(const TamLogClient::LogSnapshot& before, const TamLogClient::LogSnapshot& after);
+  void AddHeader(const LogFileHeader& after);
+  void AddPublication(const TamLogClient::LogSnapshot& after);
+
+  std::deque<TamLogClient::LogSnapshot> published;
+  TamLogClient::LogSnapshot memory;
+  std::deque<std::function<void()>> steps;
+  bool readersMayEnter = true;
+  mutable std::uint64_t now = 1;
+  mutable LogFileHeader first{};                  // as the reader copied it first
+  mutable std::optional<LogFileHeader> prepared;  // returned by the next copy of the header
+};
+
+}  // namespace TamLogTest
