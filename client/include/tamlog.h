@@ -67,7 +67,7 @@ enum {
   TAMLOG_NOT_RUNNING = 1,    /* no server answers, or nothing is shared */
   TAMLOG_ACCESS_DENIED = 2,  /* the system refused access to the pipe, the mapping or the file */
   TAMLOG_TIMED_OUT = 3,      /* no answer, or nothing new, within the time-out */
-  TAMLOG_STUCK = 4,          /* a lock of the shared log was not released: its holder has probably died */
+  TAMLOG_STUCK = 4,          /* the server waits for a reader of the shared log that has probably died */
   TAMLOG_REFUSED = 5,        /* the server answered that the request failed */
   TAMLOG_NO_SUCH_FILTER = 6, /* the index is after the last filter */
   TAMLOG_BAD_VALUE = 7,      /* the server or the file does not allow the value; nothing was sent */
@@ -432,12 +432,12 @@ typedef struct tamlog_view {
 
 typedef void(TAMLOG_CALL* tamlog_view_function)(void* context, const tamlog_view* view);
 
-/* DANGEROUS; tamlog_reader_snapshot is the normal way to read. Calls `look` with the log in place, on this
- * thread. While `look` runs, the server cannot write; if it never returns, the server never writes again.
- * `look` must not print, wait, allocate, throw or call this library, except tamlog_view_is_spent, and has to
- * return within `budget_us`. When the server wrote meanwhile, what `look` saw is invalid, and it is called
- * again with a new view: each call begins from nothing. TAMLOG_TIMED_OUT: no access in time, or `look`
- * exceeded its budget. A reader of a file returns TAMLOG_NOT_SUPPORTED. */
+/* Calls `look` with the log in place, on this thread, while the server goes on writing. What `look` saw counts
+ * only when TAMLOG_OK is returned; otherwise the server may have written meanwhile. `look` is called again with
+ * a new view until a call was not disturbed, so each call begins from nothing and keeps its result apart until
+ * then. `look` must not throw or call this library, except tamlog_view_is_spent. A call that takes longer than
+ * `budget_us`, or 150 ms, is in vain. TAMLOG_TIMED_OUT: no call counted within the reader's time-out, or the
+ * last one exceeded its budget. A reader of a file returns TAMLOG_NOT_SUPPORTED. */
 TAMLOG_API tamlog_status TAMLOG_CALL tamlog_reader_with_view(tamlog_reader* reader, uint32_t budget_us,
                                                              tamlog_view_function look, void* context);
 /* Returns 1 when the budget's time is over, else 0. */

@@ -39,16 +39,6 @@ std::int64_t NewSlots(const LogFileHeader& header, const LogFileHeader* known) {
   return few ? std::min(count, static_cast<std::int64_t>(*appended)) : count;
 }
 
-// Repeats `attempt` until it returns a status, until the time is over. At least one attempt is made.
-template <typename Attempt>
-Status Repeat(std::uint32_t timeoutMs, Attempt attempt) {
-  const CallDeadline deadline(timeoutMs);
-  do {
-    if (const std::optional<Status> status = attempt(deadline.Remaining())) return *status;
-  } while (deadline.Remaining() > 0);
-  return Status::TimedOut;
-}
-
 }  // namespace
 
 bool LogView::BudgetIsSpent() const {
@@ -72,6 +62,18 @@ Status LogReader::Look(LogFileHeader& header) {
   if (header.serverRunning != 0) return Status::Ok;
   Close();
   return Status::NotRunning;
+}
+
+template <typename Attempt>
+Status LogReader::Repeat(std::uint32_t timeoutMs, Attempt attempt) {
+  const std::uint64_t begun = Microseconds();
+  const CallDeadline deadline(timeoutMs);
+  std::optional<Status> status;
+  do {
+    status = attempt(deadline.Remaining());
+  } while (!status && deadline.Remaining() > 0);
+  lastCopy = Microseconds() - begun;
+  return status.value_or(Status::TimedOut);
 }
 
 template <typename Work>

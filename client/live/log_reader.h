@@ -96,6 +96,9 @@ class LogReader {
   Status WithView(std::uint32_t budgetMicroseconds, const std::function<void(const LogView&)>& look,
                   std::uint32_t timeoutMs = kDefaultTimeoutMs);
 
+  // Returns how long the last copy took, in microseconds, the attempts in vain included.
+  std::uint64_t LastCopyMicroseconds() const { return lastCopy; }
+
  private:
   // These are attempts: nothing means that the copy cannot be trusted, and another attempt may succeed.
   std::optional<Status> TrySnapshot(LogSnapshot& snapshot, std::uint32_t timeoutMs, int failed);
@@ -105,6 +108,11 @@ class LogReader {
   std::optional<Status> TryNewest(std::size_t count, LogTail& tail, std::uint32_t timeoutMs);
   std::optional<Status> TryView(std::uint32_t budgetMicroseconds,
                                 const std::function<void(const LogView&)>& look, std::uint32_t timeoutMs);
+
+  // Repeats an attempt, which is given the milliseconds that are left, until it returns a status or the time
+  // is over. At least one attempt is made.
+  template <typename Attempt>
+  Status Repeat(std::uint32_t timeoutMs, Attempt attempt);
 
   // Does `work`, which is given the header, in one consistent read.
   template <typename Work>
@@ -117,6 +125,7 @@ class LogReader {
   std::string name;                         // of the mapping
   const LogSnapshot* lastFilled = nullptr;  // by Snapshot, with `lastHeader`; only compared
   LogFileHeader lastHeader{};
+  std::uint64_t lastCopy = 0;  // microseconds
 };
 
 }  // namespace TamLogClient

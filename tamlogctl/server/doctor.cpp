@@ -96,7 +96,7 @@ void ReadOnce(const DoctorOptions& options, Observations& seen) {
   seen.readKnown = true;
   seen.readFailed = status != Status::Ok;
   seen.readProblem = StatusText(status);
-  seen.holdMicroseconds = reader.LastHoldMicroseconds();
+  seen.holdMicroseconds = reader.LastCopyMicroseconds();
 }
 
 const char* WordOf(FindingState state) {

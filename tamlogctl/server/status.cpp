@@ -81,7 +81,7 @@ void ReadLog(const StatusOptions& options, Findings& found) {
   found.log = found.mapName.empty() ? reader.Open() : reader.Open(found.mapName);
   if (found.log == Status::Ok) found.log = reader.Look(found.header);
   if (found.log == Status::Ok) found.log = FindEnds(reader, options.timeoutMs, found);
-  found.holdMicroseconds = reader.LastHoldMicroseconds();
+  found.holdMicroseconds = reader.LastCopyMicroseconds();
   reader.Close();
 }
 

@@ -98,13 +98,13 @@ TEST_F(KilledClients, ServerGoesOnWhateverMomentTheyDieAt) {
   TamLogClient::LogSnapshot snapshot;
   ASSERT_EQ(reader.Open(), TamLogClient::Status::Ok);
   ASSERT_EQ(reader.Snapshot(snapshot), TamLogClient::Status::Ok);
-  const std::uint64_t whole = reader.LastHoldMicroseconds();
+  const std::uint64_t whole = reader.LastCopyMicroseconds();
   SubmitOverPipe(Message("last", 3600000));
   // The file may hold more messages than were counted: messages sent without an answer may have been stored.
   ASSERT_TRUE(Eventually(10s, [this] { return TextsOfFile().front() == "last"; }));
   EXPECT_GE(Header().messageCount, std::min(fed + 1, kCapacity));
   ASSERT_EQ(reader.Snapshot(snapshot), TamLogClient::Status::Ok);
-  const std::uint64_t appended = reader.LastHoldMicroseconds();
+  const std::uint64_t appended = reader.LastCopyMicroseconds();
   reader.Close();
   EXPECT_TRUE(ServiceProcess().Alive());
   const int stuck = seen[1] + seen[2] + seen[3] + seen[4] + seen[5];
