@@ -66,7 +66,7 @@ Verb Verify() {
   Verb verb = MakeVerb("verify", "Check log files against every rule of the format", kVerifyFooter, options,
                        VerifyFiles);
   verb.Add({
-      Operands("FILE", List(options->files), "Files to check"),
+      Operands("FILE", Files(options->files), "Files to check"),
       Flag("--live", options->live, "Check the running server's log"),
       Flag("--all", options->all, "List every finding, not only the first 20 of each rule"),
       Flag("--strict", options->strict,
@@ -106,7 +106,7 @@ Verb Merge() {
   Verb verb = MakeVerb("merge", "Print the messages of several log files in order of time", kMergeFooter,
                        options, MergeFiles);
   verb.Add({
-      Operands("FILE", List(options->files), "Log files without a label"),
+      Operands("FILE", Files(options->files), "Log files without a label"),
       Values("--label", "HOST=FILE", List(options->labels),
              "A log file and the name of its machine (repeatable)"),
       Values("--offset", "HOST=OFFSET", List(options->offsets),
@@ -200,7 +200,7 @@ Verb Import() {
   Verb verb = MakeVerb("import", "Send the messages of files to the running server", kImportFooter, options,
                        ImportFiles);
   verb.Add({
-      Operands("FILE", List(options->files), "Log files, or lines of json or tsv").Required(),
+      Operands("FILE", Files(options->files), "Log files, or lines of json or tsv").Required(),
       Words("--input", {"auto", "log", "json", "tsv"}, options->input,
             "Format of the files (auto detects it)"),
       Value("--retry", "SECONDS", Number(0, 3600, options->retrySeconds),

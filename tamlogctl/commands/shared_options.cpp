@@ -4,6 +4,7 @@
 
 #include "tamlogctl/base/common_options.h"
 #include "tamlogctl/base/output_options.h"
+#include "tamlogctl/base/wildcards.h"
 #include "tamlogctl/read/reading_options.h"
 #include "tamlogctl/select/selection_options.h"
 
@@ -126,8 +127,19 @@ Option JsonOption(bool& to, std::string purpose) {
       "-o,--output", {"text", "json"}, [&to](std::size_t index) { to = index == 1; }, std::move(purpose));
 }
 
+Take Files(std::vector<std::string>& to) {
+  return [&to](const std::string& name) {
+    for (std::string& file : FilesNamed(name)) to.push_back(std::move(file));
+    return std::string();
+  };
+}
+
 Option FileOption(std::vector<std::string>& to, std::string purpose) {
-  return Values("--file", "FILE", List(to), std::move(purpose));
+  return Values("--file", "FILE", Files(to), std::move(purpose));
+}
+
+std::vector<Option> FileOptions(std::vector<std::string>& to, const std::string& purpose) {
+  return {Operands("FILE", Files(to), purpose), FileOption(to, "The same")};
 }
 
 std::vector<Option> FollowingOptions(std::uint32_t& intervalMs, bool& ordered,

@@ -9,6 +9,7 @@
 #include "tamlogctl/base/counted.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
+#include "tamlogctl/base/plain_file.h"
 #include "tamlogctl/base/progress.h"
 #include "tamlogctl/read/output_file.h"
 
@@ -94,9 +95,11 @@ std::string ReportOf(const std::string& target, const RepairPlan& plan, std::uin
 int RepairFile(const RepairVerbOptions& options) {
   if (TamLogClient::IsSameFile(options.file, options.output))
     return Refuse(kUsage, "--output '" + options.output + "': is the damaged file itself; give another name");
+  const PlainFile& file = PlainFileOf(options.file);
+  if (!file.Readable()) return file.exitCode;
   auto busy = std::make_optional<Busy>("searching " + options.file);
   std::string bytes;
-  if (const Status status = TamLogClient::ReadFileBytes(options.file, bytes); status != Status::Ok) {
+  if (const Status status = TamLogClient::ReadFileBytes(file.path, bytes); status != Status::Ok) {
     busy.reset();
     return Refuse(ExitCodeOf(status), FileProblem(options.file, status));
   }
@@ -115,8 +118,8 @@ int RepairFile(const RepairVerbOptions& options) {
   };
   const int code = WriteLogTarget(options.output, messages, messageAt, capacity, options.force);
   if (code != kDone) return code;
-  if (options.quiet) return kDone;
-  return WriteOut(ReportOf(options.output, plan, messages, capacity)) ? kDone : kOutputFailed;
+  if (options.quiet) return file.exitCode;
+  return WriteOut(ReportOf(options.output, plan, messages, capacity)) ? file.exitCode : kOutputFailed;
 }
 
 }  // namespace TamLogCtl

@@ -11,6 +11,7 @@
 #include "tamlogctl/base/file_problem.h"
 #include "tamlogctl/base/json.h"
 #include "tamlogctl/base/live_log.h"
+#include "tamlogctl/base/plain_file.h"
 #include "tamlogctl/base/progress.h"
 
 namespace TamLogCtl {
@@ -87,9 +88,12 @@ class Verify {
   explicit Verify(const VerifyVerbOptions& chosen) : options(chosen) {}
 
   void File(const std::string& path) {
+    const PlainFile& file = PlainFileOf(path);
+    Worsen(file.exitCode);
+    if (!file.Readable()) return;
     auto busy = std::make_optional<Busy>("verifying " + path);
     std::string bytes;
-    const Status status = TamLogClient::ReadFileBytes(path, bytes);
+    const Status status = TamLogClient::ReadFileBytes(file.path, bytes);
     if (status != Status::Ok) {
       busy.reset();
       return Worsen(Refuse(ExitCodeOf(status), FileProblem(path, status)));
