@@ -73,6 +73,7 @@ Verb Verify() {
            "Exit code 1 also when a server would not accept it for another reason"),
       Flag("-q,--quiet", options->quiet, "Print nothing; the exit code is the answer"),
       JsonOption(options->json, "Format: text or json (one object a file)"),
+      PagerOption(options->noPager),
   });
   verb.Add(OptionsOfAll(*options));
   verb.check = [options](const Given&) {
@@ -111,6 +112,10 @@ Verb Merge() {
              "A log file and the name of its machine (repeatable)"),
       Values("--offset", "HOST=OFFSET", List(options->offsets),
              "Added to that machine's times: +1h, -90s (ms, s, m, h, d, w)"),
+      LimitOption(options->limit, "The last N that match, the first N (+N), or all"),
+      Flag("--count", options->count, "Print only the number of messages that match"),
+      Flag("-r,--reverse", options->reverse, "Newest first"),
+      PagerOption(options->noPager),
   });
   verb.Add(WritingOptions(options->output));
   verb.Add(SelectingOptions(options->selection));

@@ -84,7 +84,7 @@ Verb Show() {
   verb.Add({
       LimitOption(options->limit, "The last N that match, the first N (+N), or all"),
       Flag("--count", options->count, "Print only the number of messages that match"),
-      Flag("--no-pager", options->noPager, "Write to the terminal directly"),
+      PagerOption(options->noPager),
       Flag("-r,--reverse", options->reverse, "Newest first"),
       Flag("-f,--follow", options->follow, "Continue with new messages"),
   });

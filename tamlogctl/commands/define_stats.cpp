@@ -27,6 +27,7 @@ Verb StatsVerb() {
       Value("--top", "N", Number(0, 1000000, top), "Number of sources to list, 0 for all (20)"),
       Flag("--bars", options->bars, "Print bars also when the output is not a terminal"),
       LimitOption(options->limit, "Of the last N that match, of the first N (+N), or of all"),
+      PagerOption(options->noPager),
   });
   verb.Add(FileOptions(options->files, "Copies of the log file, also .gz and .xz, or - for standard input"));
   verb.Add(NamingOptions(options->output));

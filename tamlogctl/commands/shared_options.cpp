@@ -62,7 +62,12 @@ std::vector<Option> SelectingOptions(SelectionOptions& to) {
           .MayBeEmpty(),
       Values("--filter-file", "FILE", List(to.filterFiles),
              "Sources from a file: one NAME[:TYPES] or !NAME[:TYPES] a line"),
-      Value("-t,--type", "LIST", Text(to.types), "Only these types: 0,2 or 1-3"),
+      Value("-t,--type", "LIST", Text(to.types),
+            "Only these types: 0,2 or 1-3, T2, or names of --type-names"),
+      Value("-p,--priority", "SEVERITY", Text(to.severity),
+            "Only types of this severity or a worse one, by --type-names: emerg, alert, crit, err, warning, "
+            "notice, "
+            "info, debug"),
       Values("-g,--grep", "RE", List(to.patterns),
              "Only texts that match this expression (repeatable: any of them)")
           .MayBeEmpty(),
@@ -116,6 +121,10 @@ std::vector<Option> PositionOptions(ReadingOptions& to) {
       Choice("--events", {"stderr", "json", "none"}, to.events,
              "How losses, restarts and clears are reported on stderr (stderr: in words)"),
   };
+}
+
+Option PagerOption(bool& to) {
+  return Flag("--no-pager", to, "Write to the terminal directly");
 }
 
 Option QuietOption(bool& to) {

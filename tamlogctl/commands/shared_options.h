@@ -42,6 +42,9 @@ Option CountOption(std::optional<std::size_t>& last, std::string purpose);
 // -A, -B, -C, --cursor-file, --after-cursor, --show-cursor, --events.
 std::vector<Option> PositionOptions(ReadingOptions& to);
 
+// --no-pager
+Option PagerOption(bool& to);
+
 // -q
 Option QuietOption(bool& to);
 

@@ -13,6 +13,7 @@
 #include "tamlogctl/base/live_log.h"
 #include "tamlogctl/base/plain_file.h"
 #include "tamlogctl/base/progress.h"
+#include "tamlogctl/read/paged_text.h"
 
 namespace TamLogCtl {
 
@@ -85,7 +86,7 @@ std::string JsonOf(const std::string& name, const VerifyReport& report) {
 
 class Verify {
  public:
-  explicit Verify(const VerifyVerbOptions& chosen) : options(chosen) {}
+  explicit Verify(const VerifyVerbOptions& chosen) : options(chosen), output(!chosen.noPager) {}
 
   void File(const std::string& path) {
     const PlainFile& file = PlainFileOf(path);
@@ -109,7 +110,11 @@ class Verify {
     Judge("the running server's log", bytes, true, busy);
   }
 
-  int ExitCode() const { return exitCode; }
+  // Returns the exit code of all files. Called after the last one.
+  int Finish() {
+    if (!output.Finish()) Worsen(kOutputFailed);
+    return exitCode;
+  }
 
  private:
   void Worsen(int code) { exitCode = WorseOf(exitCode, code); }
@@ -121,10 +126,11 @@ class Verify {
     busy.reset();
     if (report.Damage() > 0 || (options.strict && !report.Accepted())) Worsen(kNegative);
     if (options.quiet) return;
-    if (!WriteOut(options.json ? JsonOf(name, report) : TextOf(name, report))) Worsen(kOutputFailed);
+    if (!output.Write(options.json ? JsonOf(name, report) : TextOf(name, report))) Worsen(kOutputFailed);
   }
 
   const VerifyVerbOptions& options;
+  PagedText output;
   int exitCode = kDone;
 };
 
@@ -134,7 +140,7 @@ int VerifyFiles(const VerifyVerbOptions& options) {
   Verify verify(options);
   for (const std::string& file : options.files) verify.File(file);
   if (options.live) verify.Live();
-  return verify.ExitCode();
+  return verify.Finish();
 }
 
 }  // namespace TamLogCtl

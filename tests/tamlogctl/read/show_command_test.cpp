@@ -137,6 +137,78 @@ TEST_F(ShowCommand, FirstMessagesNeedAnEndAndNoCursorFile) {
   }
 }
 
+TEST_F(ShowCommand, MergeCountsReversesAndLimits) {
+  const auto merge = [this](const std::string& arguments) {
+    std::string numbers;
+    std::istringstream lines(Run("merge -o cat Logs.dat Logs.dat " + arguments).out);
+    for (std::string line; std::getline(lines, line);) numbers += line.substr(line.size() - 1);
+    return numbers;
+  };
+  EXPECT_EQ(merge(""), "001122334455");
+  EXPECT_EQ(merge("-r"), "554433221100");
+  EXPECT_EQ(merge("-n 3"), "455");
+  EXPECT_EQ(merge("-n 3 -r"), "554");
+  EXPECT_EQ(merge("-n +3"), "001");
+  EXPECT_EQ(merge("-n +3 -r -g '[2-4]'"), "322");
+  EXPECT_EQ(merge("-n 0"), "");
+  EXPECT_EQ(Run("merge Logs.dat Logs.dat --count -t 1").out, "4\n");
+  EXPECT_EQ(Run("merge Logs.dat Logs.dat --count -t 1 -n 3 -o json").out, "{\"count\":3}\n");
+  const auto none = Run("merge Logs.dat --count -g nothing");
+  EXPECT_EQ(none.out, "0\n");
+  EXPECT_EQ(none.exitCode, 1);
+}
+
+TEST_F(ShowCommand, ReportsAndMergedLogsGoThroughThePager) {
+  Put("pager", "#!/bin/sh\nsed 's/^/paged: /'\n");
+  std::filesystem::permissions(folder.File("pager"), std::filesystem::perms::owner_all);
+  for (const std::string verb : {"merge Logs.dat", "stats Logs.dat", "verify Logs.dat Logs.dat"}) {
+    const auto shown = RunOnTerminal(verb, "PAGER=./pager");
+    EXPECT_EQ(shown.rfind("paged: ", 0), 0U) << verb << shown;
+    EXPECT_EQ(RunOnTerminal(verb + " --no-pager", "PAGER=./pager").find("paged"), std::string::npos) << verb;
+    EXPECT_EQ(Run(verb).out.find("paged"), std::string::npos);
+  }
+  EXPECT_EQ(RunOnTerminal("merge Logs.dat --count", "PAGER=./pager").find("paged"), std::string::npos);
+}
+
+TEST_F(ShowCommand, TypesAreGivenAsTheyArePrinted) {
+  EXPECT_EQ(Show("-t T2"), "2");
+  EXPECT_EQ(Show("-t t0,T3"), "034");
+  EXPECT_EQ(Show("-t T1-T2"), "125");
+  EXPECT_EQ(Show("-t 1-T2"), "125");
+  EXPECT_EQ(Show("--type-names 0=info,3=err -t err"), "3");
+  EXPECT_EQ(Show("--type-names 0=info,3=Err -t ERR,1"), "135");
+  EXPECT_EQ(Show("--type-names 0=a-b,3=err -t a-b"), "04");
+  EXPECT_EQ(Show("--type-names 0=info,3=err -t T3"), "3");
+  for (const std::string list : {"T4", "err", "TT1", "T", "T1,", "T3-T1", "1,,2"}) {
+    const auto outcome = Run("show Logs.dat -t " + list);
+    EXPECT_EQ(outcome.exitCode, 2) << list;
+    EXPECT_NE(outcome.err.find("-t '" + list + "': expected types from 0 to 3, T0 to T3, or their names"),
+              std::string::npos)
+        << outcome.err;
+  }
+}
+
+TEST_F(ShowCommand, SeverityMeansThisOneAndWorse) {
+  const std::string names = "--type-names 0=info,1=warn,2=fatal,3=err ";
+  EXPECT_EQ(Show(names + "-p err"), "23");
+  EXPECT_EQ(Show(names + "-p WARNING"), "1235");
+  EXPECT_EQ(Show(names + "-p 4"), "1235");
+  EXPECT_EQ(Show(names + "-p debug"), "012345");
+  EXPECT_EQ(Show(names + "-p emerg"), "");
+  EXPECT_EQ(Show(names + "-p warn -t 0,1"), "15");
+  EXPECT_EQ(Show("--type-names 3=err -p info"),
+            "012345");  // the others count as informational, as in rfc5424
+  EXPECT_EQ(Show("--type-names 3=err -p notice"), "3");
+  for (const std::string words :
+       {"-p err", "--type-names 0=a -p err", "--type-names 3=err -p bad", "--type-names 3=err -p 8"}) {
+    const auto outcome = Run("show Logs.dat " + words);
+    EXPECT_EQ(outcome.exitCode, 2) << words;
+    EXPECT_NE(outcome.err.find("-p '"), std::string::npos) << outcome.err;
+  }
+  EXPECT_EQ(Run("merge --count Logs.dat " + names + "-p err").out, "2\n");
+  EXPECT_NE(Run("stats -o json Logs.dat " + names + "-p err").out.find("\"messages\":2"), std::string::npos);
+}
+
 TEST_F(ShowCommand, RelativeTimesCountFromTheEndOfACopiedLogOnRequest) {
   EXPECT_EQ(Show("--relative-to end -S -2s"), "345");
   EXPECT_EQ(Show("--relative-to end -S 00:00:04"), "45");
