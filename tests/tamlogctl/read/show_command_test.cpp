@@ -209,6 +209,71 @@ TEST_F(ShowCommand, SeverityMeansThisOneAndWorse) {
   EXPECT_NE(Run("stats -o json Logs.dat " + names + "-p err").out.find("\"messages\":2"), std::string::npos);
 }
 
+TEST_F(ShowCommand, StatsShowTypesOfEachSourceItsTimesGapsAndRates) {
+  RingModel quiet(100);
+  const auto add = [&quiet](int seconds, const char* source, std::uint32_t type) {
+    quiet.Submit(MakeBody(seconds * 1000, "text", source, type));
+  };
+  for (int i = 0; i < 6; ++i) add(i, "Laser", i == 3 ? 1 : 0);
+  add(6, "Camera", 3);
+  add(3600, "Laser", 0);
+  add(3600 + 600, "Camera", 3);
+  quiet.Flush();
+  Put("quiet.dat", quiet.FileBytes());
+  EXPECT_EQ(
+      Run("stats quiet.dat --type-names 3=err --bars").out,
+      "ring         9 of 100 slots, 70.0 min deep (2026-01-01 00:00:00.000 to 2026-01-01 01:10:00.000)\n"
+      "             about 13.0 h deep when it is full\n"
+      "messages     9, 2026-01-01 00:00:00.000 to 2026-01-01 01:10:00.000 (70.0 min)\n"
+      "rate         7.7 an hour on average, 3.0 a minute in the 3 minutes with messages, 7 in the busiest "
+      "(2026-01-01 00:00)\n"
+      "longest gaps 59.9 min from 2026-01-01 00:00:06.000 to 2026-01-01 01:00:00.000\n"
+      "             10.0 min from 2026-01-01 01:00:00.000 to 2026-01-01 01:10:00.000\n"
+      "\n"
+      "by source      messages    share  T0  T1  err  first                last\n"
+      "  Laser               7   77.8 %   6   1    0  2026-01-01 00:00:00  2026-01-01 01:00:00\n"
+      "  Camera              2   22.2 %   0   0    2  2026-01-01 00:00:06  2026-01-01 01:10:00\n"
+      "\n"
+      "by type\n"
+      "  T0           6   66.7 %  ##############################\n"
+      "  T1           1   11.1 %  #####\n"
+      "  err          2   22.2 %  ##########\n"
+      "\n"
+      "by minute\n"
+      "  2026-01-01 00:00          7   77.8 %  ##############################\n"
+      "  (nothing for 59.0 min)\n"
+      "  2026-01-01 01:00          1   11.1 %  #####\n"
+      "  (nothing for 9.0 min)\n"
+      "  2026-01-01 01:10          1   11.1 %  #####\n");
+  const auto json = Run("stats quiet.dat -o json").out;
+  for (const char* const part :
+       {"\"active_minutes\":3,\"busiest_minute\":{\"count\":7,\"minute\":\"2026-01-01T00:00\"}",
+        "\"gaps\":[{\"from\":\"2026-01-01T00:00:06.000\",\"seconds\":3594.0,\"to\":\"2026-01-01T01:00:00."
+        "000\"},",
+        "{\"count\":2,\"newest\":\"2026-01-01T01:10:00.000\",\"oldest\":\"2026-01-01T00:00:06.000\","
+        "\"source\":\"Camera\",\"types\":[0,0,0,2,0]}"}) {
+    EXPECT_NE(json.find(part), std::string::npos) << part << "\n" << json;
+  }
+}
+
+TEST_F(ShowCommand, StatsOfAFewSecondsSayNothingOfAMinute) {
+  const auto out = Run("stats Logs.dat").out;
+  EXPECT_NE(out.find("\nrate         1.2 a second on average\n"), std::string::npos) << out;
+  EXPECT_EQ(out.find("gaps"), std::string::npos) << out;
+  const auto one = Run("stats Logs.dat -n 1").out;
+  EXPECT_EQ(one.find("rate"), std::string::npos) << one;
+}
+
+TEST_F(ShowCommand, SourcesThatAreNotListedAreSummedUp) {
+  const auto out = Run("stats Logs.dat --top 1").out;
+  EXPECT_NE(
+      out.find(
+          "  Even                3   50.0 %   2   0   1   0  2026-01-01 00:00:00  2026-01-01 00:00:04\n"
+          "  (1 other)           3   50.0 %   0   2   0   1  2026-01-01 00:00:01  2026-01-01 00:00:05\n"),
+      std::string::npos)
+      << out;
+}
+
 TEST_F(ShowCommand, RelativeTimesCountFromTheEndOfACopiedLogOnRequest) {
   EXPECT_EQ(Show("--relative-to end -S -2s"), "345");
   EXPECT_EQ(Show("--relative-to end -S 00:00:04"), "45");
@@ -547,13 +612,16 @@ TEST_F(ShowCommand, StatsCountBySourceTypeAndTime) {
   const Outcome text = Run("stats --file Logs.dat --bars");
   EXPECT_EQ(text.exitCode, 0) << text.err;
   for (const char* const part :
-       {"6 of 8 slots, 5.0 s deep", "by source", "  Even          3   50.0 %  ####", "by type",
-        "  T0          2", "by minute", "  2026-01-01 00:00          6  100.0 %"}) {
+       {"6 of 8 slots, 5.0 s deep", "by source",
+        "  Even                3   50.0 %   2   0   1   0  2026-01-01 00:00:00  2026-01-01 00:00:04",
+        "by type", "  T0          2", "by minute", "  2026-01-01 00:00          6  100.0 %"}) {
     EXPECT_NE(text.out.find(part), std::string::npos) << part << "\n" << text.out;
   }
   const Outcome json = Run("stats --file Logs.dat -o json -s odd");
   for (const char* const part :
-       {"\"messages\":3", "\"sources\":[{\"count\":3,\"source\":\"Odd\",\"types\":[0,2,0,1,0]}]",
+       {"\"messages\":3",
+        "\"sources\":[{\"count\":3,\"newest\":\"2026-01-01T00:00:05.000\",\"oldest\":\"2026-01-01T00:00:01."
+        "000\",\"source\":\"Odd\",\"types\":[0,2,0,1,0]}]",
         "\"minutes\":[{\"count\":3,\"minute\":\"2026-01-01T00:00\"}]", "\"capacity\":8",
         "\"depth_seconds\":5.0", "\"oldest\":\"2026-01-01T00:00:01.000\""}) {
     EXPECT_NE(json.out.find(part), std::string::npos) << part << "\n" << json.out;
