@@ -57,7 +57,8 @@ Examples:
                                               all new messages, in files of one day or 10 MiB)";
 
 constexpr const char* kImportFooter =
-    R"(Messages keep their times; the server sorts them in. After a lost connection it continues where it stopped.
+    R"(Messages keep their times; the server sorts them in. Messages that the log already holds are not sent, so the same
+import may run twice; --again sends them. After a restart of the server it sends again what the restart has lost.
 Exit codes: 0 all are in the log, 1 some were dropped, 3 no server, 6 some were refused, 7 the log file is
 damaged.
 
@@ -215,10 +216,15 @@ Verb Import() {
       Words("--input", {"auto", "log", "json", "tsv"}, options->input,
             "Format of the files (auto detects it)"),
       Value("--retry", "SECONDS", Number(0, 3600, options->retrySeconds),
-            "How long to wait for a server whose connection is lost, in seconds (30)"),
+            "How long to wait for a server that is gone, in seconds (30; at the start 0)"),
+      Flag("--again", options->again, "Also send messages that the log already holds"),
       QuietOption(options->quiet),
   });
   verb.Add(OptionsOfAll(*options));
+  verb.check = [options](const Given& given) {
+    options->waitAtStart = given.Has("--retry");
+    return std::string();
+  };
   return verb;
 }
 
