@@ -122,8 +122,8 @@ class PlainFiles {
         return Refuse(kDamaged, name + ": the " + NameOf(format) +
                                     " data are damaged; only what comes before the damage is read");
       case Decompressed::TooLarge:
-        return Refuse(kUsage, name + ": has more than " + std::to_string(kMostBytes) +
-                                  " bytes when decompressed, more than any log; it is no log");
+        return Refuse(kNotALog, name + " is no log (it has more than " + std::to_string(kMostBytes) +
+                                    " bytes when decompressed, more than any log)");
       case Decompressed::NotSupported:
         return Refuse(kNotThere, name + ": this program cannot read " + NameOf(format) +
                                      " data; decompress the file first");
