@@ -3,9 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
+#include "client/live/handle.h"
+#include "client/message/win32.h"
 #include "tests/client/live/served_log.h"
 #include "tests/client/live/test_server.h"
 #include "tests/support/files.h"
@@ -258,6 +261,61 @@ TEST_F(TamlogctlTest, ServerThatDoesNotAnswerInTimeIsFive) {
     const Outcome outcome = Run(command + " --timeout 1000");
     EXPECT_EQ(outcome.exitCode, 5) << command << ": " << outcome.err;
   }
+}
+
+// Everybody may write to the shared log, the names of its events included.
+TEST_F(TamlogctlTest, EventsOfSomebodyElsesChoiceAreNotTouched) {
+  ServedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
+  const TestServer server([](const PipeRequest&, PipeReply&) { return Answer::Silence; }, kRequestPipeName);
+  const char* const victimName = "Global\\TamLogTestVictim";
+  // Neither signalled nor reset: an event that resets itself is found as it was left.
+  const TamLogClient::Handle victim(CreateEventA(nullptr, FALSE, FALSE, victimName));
+  ASSERT_TRUE(victim);
+  for (std::size_t i = 0; i < 3; ++i) {
+    std::strcpy(reinterpret_cast<char*>(log.Bytes()) + kLockNamesOffset + i * kLockNameSize, victimName);
+    for (const bool signalled : {false, true}) {
+      for (const char* const command : {"show", "follow --for 1", "status --timeout 500", "show --count",
+                                        "doctor --unstick --watch 100 --timeout 500"}) {
+        signalled ? SetEvent(victim.Get()) : ResetEvent(victim.Get());
+        const Outcome outcome = Run(command);
+        EXPECT_NE(outcome.exitCode, 0) << command << "\n" << outcome.out;
+        EXPECT_EQ(WaitForSingleObject(victim.Get(), 0) == WAIT_OBJECT_0, signalled) << command;
+      }
+    }
+    EXPECT_EQ(Run("show").exitCode, 7);
+    const Outcome diagnosis = Run("doctor --timeout 500");
+    EXPECT_NE(diagnosis.out.find("the log names the event '" + std::string(victimName)), std::string::npos)
+        << diagnosis.out;
+    const char* const own[] = {kHeaderLockName, kReadWaitEventName, kWriteWaitEventName};
+    std::strcpy(reinterpret_cast<char*>(log.Bytes()) + kLockNamesOffset + i * kLockNameSize, own[i]);
+    EXPECT_EQ(log.ReadCount(), 0);
+  }
+  EXPECT_EQ(Run("show").exitCode, 0);
+}
+
+// The pipe's name belongs to nobody while no server runs.
+TEST_F(TamlogctlTest, DoctorNamesTheProcessesThatTakeTheServersPlace) {
+  const ServedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
+  const TestServer server(
+      [](const PipeRequest&, PipeReply& reply) {
+        reply.code = static_cast<std::uint32_t>(ReplyCode::Alive);
+        return Answer::Reply;
+      },
+      kRequestPipeName);
+  const std::string own =
+      "process " + std::to_string(GetCurrentProcessId()) + " (tamlogctl_program_tests.exe)";
+  const Outcome outcome = Run("doctor");
+  EXPECT_NE(outcome.exitCode, 0);
+  EXPECT_NE(outcome.out.find("fail  pipe     answered by " + own + ", which is not the service"),
+            std::string::npos)
+      << outcome.out;
+  for (const char* const name : {kFileMapName, kHeaderLockName, kReadWaitEventName, kWriteWaitEventName}) {
+    EXPECT_NE(outcome.out.find(std::string("fail  names    ") + name +
+                               " exists although the server does not run; held by " + own),
+              std::string::npos)
+        << outcome.out;
+  }
+  EXPECT_EQ(server.Requests().size(), 0U);  // an impostor is asked nothing
 }
 
 // A server that is starting has its log mapped before it has its pipes. A program that maps it then keeps the
