@@ -77,7 +77,7 @@ void AppendLosses(const RepairPlan& plan, std::string& text) {
 std::string ReportOf(const std::string& target, const RepairPlan& plan, std::uint64_t written,
                      std::uint32_t capacity) {
   const std::uint64_t carved = plan.oldestFirst.size() - plan.fromRing;
-  std::string text = target + ": " + Counted(written, "message");
+  std::string text = Shown(target) + ": " + Counted(written, "message");
   if (carved > 0) text += ", " + std::to_string(carved) + " of them carved";
   text += "\n";
   if (!plan.headerTrusted)
@@ -116,7 +116,7 @@ int RepairFile(const RepairVerbOptions& options) {
   const int code = WriteLogTarget(options.output, messages, messageAt, capacity, options.force);
   if (code != kDone) return code;
   if (options.quiet) return kDone;
-  return WriteOut(ReportOf(options.output, plan, messages, capacity)) ? kDone : kOutputFailed;
+  return WriteLines(ReportOf(options.output, plan, messages, capacity)) ? kDone : kOutputFailed;
 }
 
 }  // namespace TamLogCtl

@@ -82,7 +82,7 @@ int ShowStats(const StatsOptions& options) {
   const int exitCode = std::accumulate(codes.begin(), codes.end(), kDone, WorseOf);
   if (std::none_of(codes.begin(), codes.end(), HasOutput)) return exitCode;
   collector.Finish();
-  if (!WriteOut(options.json ? StatsJson(collector, *shown) : StatsText(options, collector, *shown)))
+  if (!WriteLines(options.json ? StatsJson(collector, *shown) : StatsText(options, collector, *shown)))
     return kOutputFailed;
   return collector.Searches() && collector.Wanted().Count() == 0 ? WorseOf(exitCode, kNegative) : exitCode;
 }

@@ -42,9 +42,10 @@ std::string Verdict(const VerifyReport& report) {
 }
 
 std::string TextOf(const std::string& name, const VerifyReport& report) {
-  std::string text = name + ": " + Verdict(report) + "\n  " + std::to_string(report.header.messageCount) +
-                     " messages, capacity " + std::to_string(report.header.maxMessages) + ", " +
-                     Counted(report.slotsThere, "slot") + " in " + Counted(report.size, "byte") + "\n";
+  std::string text = Shown(name) + ": " + Verdict(report) + "\n  " +
+                     std::to_string(report.header.messageCount) + " messages, capacity " +
+                     std::to_string(report.header.maxMessages) + ", " + Counted(report.slotsThere, "slot") +
+                     " in " + Counted(report.size, "byte") + "\n";
   for (const FileFinding& finding : report.findings) text += LineOf(finding);
   const std::uint64_t rest = report.Damage() + report.Remarks() - report.findings.size();
   if (rest > 0)
@@ -117,7 +118,7 @@ class Verify {
     busy.reset();
     if (report.Damage() > 0 || (options.strict && !report.Accepted())) Worsen(kNegative);
     if (options.quiet) return;
-    if (!WriteOut(options.json ? JsonOf(name, report) : TextOf(name, report))) Worsen(kOutputFailed);
+    if (!WriteLines(options.json ? JsonOf(name, report) : TextOf(name, report))) Worsen(kOutputFailed);
   }
 
   const VerifyVerbOptions& options;

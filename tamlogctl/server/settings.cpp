@@ -128,7 +128,7 @@ int ShowPath(LogClient& client) {
   std::string path;
   const Status status = client.GetLogFile(path);
   if (status != Status::Ok) return Refuse(status, "settings path");
-  return WriteOut(AnsiToUtf8(path) + "\n") ? kDone : kOutputFailed;
+  return WriteLines(Shown(AnsiToUtf8(path)) + "\n") ? kDone : kOutputFailed;
 }
 
 }  // namespace
@@ -141,7 +141,7 @@ int GetSettings(const SettingsOptions& options) {
   const auto inEffect = CapacityInEffect();
   const std::string out =
       options.json ? SettingsAsJson(settings, inEffect) : SettingsAsText(settings, inEffect);
-  return WriteOut(out) ? kDone : kOutputFailed;
+  return WriteLines(out) ? kDone : kOutputFailed;
 }
 
 int SetSettings(const SettingsOptions& options) {
