@@ -27,10 +27,11 @@ bool TakeCount(const std::string& text, std::optional<std::size_t>& count) {
 }  // namespace
 
 std::vector<Option> OptionsOfAll(CommonOptions& to) {
-  return {Choice("--color", {"auto", "always", "never"}, to.color,
-                 "When to colour: auto, always or never (NO_COLOR is respected)"),
-          Value("--timeout", "MS", Number(1, 600000, to.timeoutMs),
-                "How long to wait for the server, in milliseconds (5000)")};
+  return InGroup(kOptionsOfAll,
+                 {Choice("--color", {"auto", "always", "never"}, to.color,
+                         "When to colour (auto: on a terminal, unless NO_COLOR is set or TERM is dumb)"),
+                  Value("--timeout", "MS", Number(1, 600000, to.timeoutMs),
+                        "How long to wait for the server, in milliseconds (5000)")});
 }
 
 std::vector<Option> WritingOptions(OutputOptions& to) {
@@ -42,43 +43,47 @@ std::vector<Option> WritingOptions(OutputOptions& to) {
       Value("--tz", "written|local|utc|+HH:MM", Text(to.zone),
             "The zone in which times were written; its offset is then shown")};
   for (Option& option : NamingOptions(to)) options.push_back(std::move(option));
-  return options;
+  return InGroup(kWriting, std::move(options));
 }
 
 std::vector<Option> NamingOptions(OutputOptions& to) {
-  return {Value("--type-names", "0=NAME,...", Text(to.typeNames), "Names of the types, instead of T0 to T3"),
-          Value("--encoding", "NAME", Text(to.encoding),
-                "Encoding of the texts: utf-8, ascii, latin-1, windows-1252, ...")};
+  return InGroup(kWriting, {Value("--type-names", "0=NAME,...", Text(to.typeNames),
+                                  "Names of the types, instead of T0 to T3; the name of a severity "
+                                  "(1=warn,3=err) also colours them"),
+                            Value("--encoding", "NAME", Text(to.encoding),
+                                  "Encoding of the texts: utf-8, ascii, latin-1, windows-1252, ...")});
 }
 
 std::vector<Option> SelectingOptions(SelectionOptions& to) {
-  return {
-      Values("-s,--source", "NAME[:TYPES]", List(to.sources),
-             "Only this source, of these types (NAME may contain *; repeatable)")
-          .MayBeEmpty(),
-      Values("-x,--exclude", "NAME[:TYPES]", List(to.excludedSources),
-             "Not this source, or not these of its types (repeatable)")
-          .MayBeEmpty(),
-      Values("--filter-file", "FILE", List(to.filterFiles),
-             "Sources from a file: one NAME[:TYPES] or !NAME[:TYPES] a line"),
-      Value("-t,--type", "LIST", Text(to.types), "Only these types: 0,2 or 1-3"),
-      Values("-g,--grep", "RE", List(to.patterns),
-             "Only texts that match this expression (repeatable: any of them)")
-          .MayBeEmpty(),
-      Values("-v,--not-matching", "RE", List(to.antiPatterns),
-             "Only texts that do not match it (repeatable: none of them)")
-          .MayBeEmpty(),
-      Flag("-F,--fixed", to.fixedPattern, "The expressions of -g and -v are plain text"),
-      Flag("-i,--ignore-case", to.ignoreCase,
-           "Ignore case (always done for an expression that is all in lower case)"),
-      Value("-S,--since", "TIME", Text(to.since),
-            "Not older: as printed, [YYYY-MM-DD] HH:MM, yesterday 10:00, -1h30m, '1 hour ago', RFC 3339, "
-            "@SECONDS"),
-      Value("-U,--until", "TIME", Text(to.until), "Not newer than this time"),
-      Words(
-          "--relative-to", {"now", "end"}, [&to](std::size_t index) { to.relativeToEnd = index == 1; },
-          "Count times such as 10:00 and -15m from now, or from the end of the copied logs"),
-  };
+  return InGroup(
+      kSelecting,
+      {
+          Values("-s,--source", "NAME[:TYPES]", List(to.sources),
+                 "Only this source, of these types (NAME may contain *; repeatable)")
+              .MayBeEmpty(),
+          Values("-x,--exclude", "NAME[:TYPES]", List(to.excludedSources),
+                 "Not this source, or not these of its types (repeatable)")
+              .MayBeEmpty(),
+          Values("--filter-file", "FILE", List(to.filterFiles),
+                 "Sources from a file: one NAME[:TYPES] or !NAME[:TYPES] a line"),
+          Value("-t,--type", "LIST", Text(to.types), "Only these types: 0,2 or 1-3"),
+          Values("-g,--grep", "RE", List(to.patterns),
+                 "Only texts that match this expression (repeatable: any of them)")
+              .MayBeEmpty(),
+          Values("-v,--not-matching", "RE", List(to.antiPatterns),
+                 "Only texts that do not match it (repeatable: none of them)")
+              .MayBeEmpty(),
+          Flag("-F,--fixed", to.fixedPattern, "The expressions of -g and -v are plain text"),
+          Flag("-i,--ignore-case", to.ignoreCase,
+               "Ignore case (always done for an expression that is all in lower case)"),
+          Value("-S,--since", "TIME", Text(to.since),
+                "Not older: as printed, [YYYY-MM-DD] HH:MM, yesterday 10:00, -1h30m, '1 hour ago', RFC 3339, "
+                "@SECONDS"),
+          Value("-U,--until", "TIME", Text(to.until), "Not newer than this time"),
+          Words(
+              "--relative-to", {"now", "end"}, [&to](std::size_t index) { to.relativeToEnd = index == 1; },
+              "Count times such as 10:00 and -15m from now, or from the end of the copied logs"),
+      });
 }
 
 Option LimitOption(MessageLimit& to, std::string purpose) {
@@ -103,18 +108,20 @@ Option CountOption(std::optional<std::size_t>& last, std::string purpose) {
 
 std::vector<Option> PositionOptions(ReadingOptions& to) {
   const auto both = [&to](std::uint64_t count) { to.before = to.after = count; };
-  return {
-      Value("-A,--after-context", "N", ContextOf(to.after), "Also N messages after each that matches"),
-      Value("-B,--before-context", "N", ContextOf(to.before), "Also N messages before each that matches"),
-      Value("-C,--context", "N", Number(0, kMostMessages, both),
-            "Both (short, full and cat print -- between messages that are not neighbours)"),
-      Value("--cursor-file", "FILE", Text(to.cursorFile),
-            "Continue after the cursor in this file, and store the newest one there"),
-      Value("--after-cursor", "CURSOR", Text(to.afterCursor), "Only messages newer than the cursor's"),
-      Flag("--show-cursor", to.showCursor, "At the end print the newest message's cursor on stderr"),
-      Choice("--events", {"stderr", "json", "none"}, to.events,
-             "How losses, restarts and clears are reported on stderr (stderr: in words)"),
-  };
+  return InGroup(
+      kPosition,
+      {
+          Value("-A,--after-context", "N", ContextOf(to.after), "Also N messages after each that matches"),
+          Value("-B,--before-context", "N", ContextOf(to.before), "Also N messages before each that matches"),
+          Value("-C,--context", "N", Number(0, kMostMessages, both),
+                "Both (short, full and cat print -- between messages that are not neighbours)"),
+          Value("--cursor-file", "FILE", Text(to.cursorFile),
+                "Continue after the cursor in this file, and store the newest one there"),
+          Value("--after-cursor", "CURSOR", Text(to.afterCursor), "Only messages newer than the cursor's"),
+          Flag("--show-cursor", to.showCursor, "At the end print the newest message's cursor on stderr"),
+          Choice("--events", {"stderr", "json", "none"}, to.events,
+                 "How losses, restarts and clears are reported on stderr (stderr: in words)"),
+      });
 }
 
 Option QuietOption(bool& to) {
@@ -132,10 +139,12 @@ Option FileOption(std::vector<std::string>& to, std::string purpose) {
 
 std::vector<Option> FollowingOptions(std::uint32_t& intervalMs, bool& ordered,
                                      std::optional<double>& forSeconds) {
-  return {Value("--interval", "MS", Number(10, 60000, intervalMs),
-                "When following: pause between two reads of the log, in milliseconds (100)"),
-          Flag("--ordered", ordered, "When following: hold messages back until they are in time order"),
-          Value("--for", "SECONDS", Seconds(forSeconds), "When following: end after this time")};
+  return InGroup(
+      kFollowing,
+      {Value("--interval", "MS", Number(10, 60000, intervalMs),
+             "When following: pause between two reads of the log, in milliseconds (100)"),
+       Flag("--ordered", ordered, "When following: hold messages back until they are in time order"),
+       Value("--for", "SECONDS", Seconds(forSeconds), "When following: end after this time")});
 }
 
 }  // namespace TamLogCtl
