@@ -4,6 +4,7 @@
 
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
+#include "tamlogctl/commands/completer.h"
 #include "tamlogctl/commands/parser.h"
 #include "tamlogctl/commands/topics.h"
 #include "tamlogctl/commands/verbs.h"
@@ -15,6 +16,11 @@ std::optional<Action> ParseCommandLine(std::vector<std::string> arguments, int& 
   const std::string first = arguments.empty() ? "" : arguments.front();
   if (first == "--version" || first == "version") {
     exitCode = WriteOut("tamlogctl " TAMLOG_VERSION "\n") ? kDone : kOutputFailed;
+    return std::nullopt;
+  }
+  if (first == kCompleteWord) {
+    arguments.erase(arguments.begin());
+    exitCode = WriteOut(CompletionLines(MakeProgram(), arguments)) ? kDone : kOutputFailed;
     return std::nullopt;
   }
   if (first == "help") {

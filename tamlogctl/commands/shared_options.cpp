@@ -50,7 +50,7 @@ std::vector<Option> NamingOptions(OutputOptions& to) {
   return InGroup(kWriting, {Value("--type-names", "0=NAME,...", Text(to.typeNames),
                                   "Names of the types, instead of T0 to T3; the name of a severity "
                                   "(1=warn,3=err) also colours them"),
-                            Value("--encoding", "NAME", Text(to.encoding),
+                            Value("--encoding", "ENCODING", Text(to.encoding),
                                   "Encoding of the texts: utf-8, ascii, latin-1, windows-1252, ...")});
 }
 
