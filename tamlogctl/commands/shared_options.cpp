@@ -4,6 +4,7 @@
 
 #include "tamlogctl/base/common_options.h"
 #include "tamlogctl/base/output_options.h"
+#include "tamlogctl/base/wildcards.h"
 #include "tamlogctl/read/reading_options.h"
 #include "tamlogctl/select/selection_options.h"
 
@@ -55,35 +56,39 @@ std::vector<Option> NamingOptions(OutputOptions& to) {
 }
 
 std::vector<Option> SelectingOptions(SelectionOptions& to) {
-  return InGroup(
-      kSelecting,
-      {
-          Values("-s,--source", "NAME[:TYPES]", List(to.sources),
-                 "Only this source, of these types (NAME may contain *; repeatable)")
-              .MayBeEmpty(),
-          Values("-x,--exclude", "NAME[:TYPES]", List(to.excludedSources),
-                 "Not this source, or not these of its types (repeatable)")
-              .MayBeEmpty(),
-          Values("--filter-file", "FILE", List(to.filterFiles),
-                 "Sources from a file: one NAME[:TYPES] or !NAME[:TYPES] a line"),
-          Value("-t,--type", "LIST", Text(to.types), "Only these types: 0,2 or 1-3"),
-          Values("-g,--grep", "RE", List(to.patterns),
-                 "Only texts that match this expression (repeatable: any of them)")
-              .MayBeEmpty(),
-          Values("-v,--not-matching", "RE", List(to.antiPatterns),
-                 "Only texts that do not match it (repeatable: none of them)")
-              .MayBeEmpty(),
-          Flag("-F,--fixed", to.fixedPattern, "The expressions of -g and -v are plain text"),
-          Flag("-i,--ignore-case", to.ignoreCase,
-               "Ignore case (always done for an expression that is all in lower case)"),
-          Value("-S,--since", "TIME", Text(to.since),
-                "Not older: as printed, [YYYY-MM-DD] HH:MM, yesterday 10:00, -1h30m, '1 hour ago', RFC 3339, "
-                "@SECONDS"),
-          Value("-U,--until", "TIME", Text(to.until), "Not newer than this time"),
-          Words(
-              "--relative-to", {"now", "end"}, [&to](std::size_t index) { to.relativeToEnd = index == 1; },
-              "Count times such as 10:00 and -15m from now, or from the end of the copied logs"),
-      });
+  std::vector<Option> options{
+      Values("-s,--source", "NAME[:TYPES]", List(to.sources),
+             "Only this source, of these types (NAME may contain *; repeatable)")
+          .MayBeEmpty(),
+      Values("-x,--exclude", "NAME[:TYPES]", List(to.excludedSources),
+             "Not this source, or not these of its types (repeatable)")
+          .MayBeEmpty(),
+      Values("--filter-file", "FILE", List(to.filterFiles),
+             "Sources from a file: one NAME[:TYPES] or !NAME[:TYPES] a line"),
+      Value("-t,--type", "LIST", Text(to.types),
+            "Only these types: 0,2 or 1-3, T2, or names of --type-names"),
+      Value("-p,--priority", "SEVERITY", Text(to.severity),
+            "Only types of this severity or a worse one, by --type-names: emerg, alert, crit, err, warning, "
+            "notice, "
+            "info, debug"),
+      Values("-g,--grep", "RE", List(to.patterns),
+             "Only texts that match this expression (repeatable: any of them)")
+          .MayBeEmpty(),
+      Values("-v,--not-matching", "RE", List(to.antiPatterns),
+             "Only texts that do not match it (repeatable: none of them)")
+          .MayBeEmpty(),
+      Flag("-F,--fixed", to.fixedPattern, "The expressions of -g and -v are plain text"),
+      Flag("-i,--ignore-case", to.ignoreCase,
+           "Ignore case (always done for an expression that is all in lower case)"),
+      Value("-S,--since", "TIME", Text(to.since),
+            "Not older: as printed, [YYYY-MM-DD] HH:MM, yesterday 10:00, -1h30m, '1 hour ago', RFC 3339, "
+            "@SECONDS"),
+      Value("-U,--until", "TIME", Text(to.until), "Not newer than this time"),
+      Words(
+          "--relative-to", {"now", "end"}, [&to](std::size_t index) { to.relativeToEnd = index == 1; },
+          "Count times such as 10:00 and -15m from now, or from the end of the copied logs"),
+  };
+  return InGroup(kSelecting, std::move(options));
 }
 
 Option LimitOption(MessageLimit& to, std::string purpose) {
@@ -108,20 +113,23 @@ Option CountOption(std::optional<std::size_t>& last, std::string purpose) {
 
 std::vector<Option> PositionOptions(ReadingOptions& to) {
   const auto both = [&to](std::uint64_t count) { to.before = to.after = count; };
-  return InGroup(
-      kPosition,
-      {
-          Value("-A,--after-context", "N", ContextOf(to.after), "Also N messages after each that matches"),
-          Value("-B,--before-context", "N", ContextOf(to.before), "Also N messages before each that matches"),
-          Value("-C,--context", "N", Number(0, kMostMessages, both),
-                "Both (short, full and cat print -- between messages that are not neighbours)"),
-          Value("--cursor-file", "FILE", Text(to.cursorFile),
-                "Continue after the cursor in this file, and store the newest one there"),
-          Value("--after-cursor", "CURSOR", Text(to.afterCursor), "Only messages newer than the cursor's"),
-          Flag("--show-cursor", to.showCursor, "At the end print the newest message's cursor on stderr"),
-          Choice("--events", {"stderr", "json", "none"}, to.events,
-                 "How losses, restarts and clears are reported on stderr (stderr: in words)"),
-      });
+  std::vector<Option> options{
+      Value("-A,--after-context", "N", ContextOf(to.after), "Also N messages after each that matches"),
+      Value("-B,--before-context", "N", ContextOf(to.before), "Also N messages before each that matches"),
+      Value("-C,--context", "N", Number(0, kMostMessages, both),
+            "Both (short, full and cat print -- between messages that are not neighbours)"),
+      Value("--cursor-file", "FILE", Text(to.cursorFile),
+            "Continue after the cursor in this file, and store the newest one there"),
+      Value("--after-cursor", "CURSOR", Text(to.afterCursor), "Only messages newer than the cursor's"),
+      Flag("--show-cursor", to.showCursor, "At the end print the newest message's cursor on stderr"),
+      Choice("--events", {"stderr", "json", "none"}, to.events,
+             "How losses, restarts and clears are reported on stderr (stderr: in words)"),
+  };
+  return InGroup(kPosition, std::move(options));
+}
+
+Option PagerOption(bool& to) {
+  return Flag("--no-pager", to, "Write to the terminal directly");
 }
 
 Option QuietOption(bool& to) {
@@ -133,8 +141,19 @@ Option JsonOption(bool& to, std::string purpose) {
       "-o,--output", {"text", "json"}, [&to](std::size_t index) { to = index == 1; }, std::move(purpose));
 }
 
+Take Files(std::vector<std::string>& to) {
+  return [&to](const std::string& name) {
+    for (std::string& file : FilesNamed(name)) to.push_back(std::move(file));
+    return std::string();
+  };
+}
+
 Option FileOption(std::vector<std::string>& to, std::string purpose) {
-  return Values("--file", "FILE", List(to), std::move(purpose));
+  return Values("--file", "FILE", Files(to), std::move(purpose));
+}
+
+std::vector<Option> FileOptions(std::vector<std::string>& to, const std::string& purpose) {
+  return {Operands("FILE", Files(to), purpose), FileOption(to, "The same")};
 }
 
 std::vector<Option> FollowingOptions(std::uint32_t& intervalMs, bool& ordered,

@@ -108,7 +108,7 @@ class Help(unittest.TestCase):
                 (["stats", "--sorce=x"], "unknown option '--sorce=x'; did you mean '--source'?"),
                 (["show", "--xyzzy"], "unknown option '--xyzzy'\n"),
                 (["follow", "--file", "a.dat"], "unknown option '--file'"),
-                (["show", "more"], "unexpected argument 'more'"),
+                (["follow", "more"], "unexpected argument 'more'"),
                 (["show", "--file"], "--file: needs a value"),
                 (["show", "-n", "1", "-n", "many"], "--lines: 'many'"),
                 (["filter", "remove", "abc"], "NUMBER: 'abc': expected a number from 0 to 4294967295"),
