@@ -71,6 +71,7 @@ class Walker {
   void Add(const Seen& slot);
   void Trim();
   std::uint64_t LostBetween(const SlotBreak& gap, bool begins) const;
+  bool IsWholeBefore(const Seen& here, std::uint64_t next) const;
   void Break(const Seen& here, std::uint64_t next);
   std::uint64_t EndOfUnused() const;
   bool SkipUnused();
@@ -283,10 +284,20 @@ std::uint64_t Walker::LostBetween(const SlotBreak& gap, bool begins) const {
   return length / kSlotSize + (missing ? 1 : 0);
 }
 
-void Walker::Break(const Seen& here, std::uint64_t next) {
-  // Perhaps only bytes between the two messages are missing: padding, and the next one's number and origin.
+// Returns whether the message at `at` lost no bytes, though the next one begins too early: then the bytes that
+// are missing lay between the two, in the padding, or in the next one's number and origin. A text that moved
+// shows itself at the end of the source's field, which zeros fill.
+bool Walker::IsWholeBefore(const Seen& here, std::uint64_t next) const {
   constexpr std::uint64_t kBetween = offsetof(LogMessage, body) + offsetof(LogMessageBody, timestamp);
-  const bool isWhole = here.isMessage && next - at >= kNeededOfSlot - kBetween;
+  const std::uint64_t missing = at + kSlotSize - next;
+  if (missing > kSlotSize - kNeededOfSlot + kBetween) return false;
+  if (missing > kSlotSize - kNeededOfSlot && Continues(here, Look(next))) return false;
+  constexpr std::uint64_t kText = offsetof(LogMessage, body) + offsetof(LogMessageBody, text);
+  return IsZero(image.View(at + kText - missing, missing));
+}
+
+void Walker::Break(const Seen& here, std::uint64_t next) {
+  const bool isWhole = here.isMessage && IsWholeBefore(here, next);
   const bool begins = goodEnd == at && (here.isMessage || Continues(last, here));
   if (isWhole) {
     ++Stretch().slots;

@@ -116,7 +116,7 @@ TEST_F(FileVerbs, Repair) {
   EXPECT_EQ(Run("verify -q --strict new.dat").exitCode, 0);
   Expect("repair bad.dat --output old.dat", 0, "");
   EXPECT_EQ(Contents("old.dat"), Contents("new.dat"));
-  Expect("repair bad.dat new.dat --output old.dat", 2, "--output: cannot be used with NEW");
+  Expect("repair bad.dat new.dat --output old.dat", 2, "NEW: cannot be used with --output");
   Expect("repair bad.dat new.dat", 2, "new.dat: already exists; give another name, or --force");
   Expect("repair bad.dat ./bad.dat --force", 2, "NEW './bad.dat': is the damaged file itself");
   Expect("repair bad.dat /dev/full --force", 3, "/dev/full: is not an ordinary file");
