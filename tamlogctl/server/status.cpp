@@ -70,6 +70,7 @@ Status FindEnds(LogReader& reader, std::uint32_t timeoutMs, Findings& found) {
   }
   LogSnapshot snapshot;
   status = reader.Snapshot(snapshot, timeoutMs);
+  reader.Close();  // ordering takes a while, and a server that restarts needs its log
   const auto order =
       status == Status::Ok ? OrderMessages(snapshot).oldestFirst : std::vector<std::uint32_t>();
   if (order.empty()) return status;
