@@ -111,7 +111,7 @@ class Help(unittest.TestCase):
                 (["completion", "fish"], "SHELL: 'fish': expected powershell|bash|zsh"),
                 (["show", "--colour", "always"], "unknown option '--colour'"),
                 (["follow", "--file", "a.dat"], "unknown option '--file'"),
-                (["show", "more"], "unexpected argument 'more'"),
+                (["follow", "more"], "unexpected argument 'more'"),
                 (["show", "--file"], "--file: needs a value"),
                 (["show", "-n", "1", "-n", "2"], "--lines: given more than once"),
                 (["show", "-S", "today", "-S", "now"], "--since: given more than once"),

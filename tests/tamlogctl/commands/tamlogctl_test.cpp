@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -102,6 +103,50 @@ TEST_F(TamlogctlTest, LastNCountsMatches) {
   EXPECT_EQ(Run("show -o cat -n 0 " + log).out, "");
 }
 
+// Returns the bytes as a gzip member with one block that is stored, not compressed.
+std::string StoredGzip(const std::string& bytes) {
+  const auto little = [](std::uint32_t value, int count) {
+    std::string text;
+    for (int i = 0; i < count; ++i, value >>= 8U) text += static_cast<char>(value & 0xFFU);
+    return text;
+  };
+  std::uint32_t check = 0xFFFFFFFF;
+  for (const char byte : bytes) {
+    check ^= static_cast<unsigned char>(byte);
+    for (int bit = 0; bit < 8; ++bit) check = (check >> 1U) ^ ((check & 1U) != 0 ? 0xEDB88320U : 0);
+  }
+  const auto size = static_cast<std::uint32_t>(bytes.size());
+  return std::string("\x1F\x8B\x08\0\0\0\0\0\0\xFF\x01", 11) + little(size, 2) + little(~size, 2) + bytes +
+         little(~check, 4) + little(size, 4);
+}
+
+TEST_F(TamlogctlTest, WildcardsAreExpanded) {
+  const std::string bytes = TestSupport::ReadBytes(SavedLog());
+  TestSupport::WriteBytes(Path("b.dat"), bytes);
+  EXPECT_EQ(Run("show -o cat -n 3 *.dat").out, "message 4\nmessage 5\nmessage 5\n");
+  EXPECT_EQ(Run("show -o cat -n 1 --file ?.dat").out, "message 5\n");
+  EXPECT_EQ(Run("verify -q \"" + Path("*.dat") + "\"").exitCode, 0);
+  const auto nothing = Run("show *.log");
+  EXPECT_EQ(nothing.exitCode, 3);
+  EXPECT_NE(nothing.err.find("*.log: no file matches"), std::string::npos) << nothing.err;
+}
+
+TEST_F(TamlogctlTest, GzipAndStandardInputAreReadAndXzIsReported) {
+  const std::string bytes = TestSupport::ReadBytes(SavedLog());
+  TestSupport::WriteBytes(Path("Logs.gz"), StoredGzip(bytes));
+  EXPECT_EQ(Run("show -o cat -n 2 Logs.gz").out, "message 4\nmessage 5\n");
+  EXPECT_EQ(Run("show --count -", bytes).out, "6\n");
+  EXPECT_EQ(Run("show --count --file -", StoredGzip(bytes)).out, "6\n");
+  TestSupport::WriteBytes(Path("Logs.xz"), std::string("\xFD"
+                                                       "7zXZ\0 and so on",
+                                                       16));
+  const auto xz = Run("show Logs.xz");
+  EXPECT_EQ(xz.exitCode, 3);
+  EXPECT_NE(xz.err.find("Logs.xz: this program cannot read xz data; decompress the file first"),
+            std::string::npos)
+      << xz.err;
+}
+
 TEST_F(TamlogctlTest, NothingMatchedIsOne) {
   EXPECT_EQ(Run("show -s Nobody " + MakeLog()).exitCode, 1);
 }
@@ -140,7 +185,7 @@ TEST_F(TamlogctlTest, UsageErrorsAreTwoAndNameTheOptionAndTheFix) {
   expectUsage("shwo", "there is no verb 'shwo'");
   expectUsage("show --bad", "--bad");
   expectUsage("show -o xml " + log, "-o");
-  expectUsage("show -n many " + log, "neither a number nor 'all'");
+  expectUsage("show -n many " + log, "'many' is neither a number, nor + and a number, nor 'all'");
   expectUsage("show -t 4 " + log, "-t '4': expected types from 0 to 3");
   expectUsage("show -s :1 " + log, "-s ':1': expected NAME or NAME:TYPES");
   expectUsage("show -S noon " + log, "-S 'noon': expected YYYY-MM-DD");
