@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "client/live/handle.h"
+#include "client/live/log_reader.h"
 #include "client/message/utf8.h"
 #include "client/message/win32.h"
 #include "tests/client/live/served_log.h"
@@ -331,6 +332,10 @@ TEST_F(TamlogctlTest, EventsOfSomebodyElsesChoiceAreNotTouched) {
       }
     }
     EXPECT_EQ(Run("show").exitCode, 7);
+    TamLogClient::LogReader reader;
+    EXPECT_EQ(reader.Open(), TamLogClient::Status::ForeignEvents);
+    EXPECT_EQ(reader.Open(kFileMapName, TamLogClient::EventNames::Any), TamLogClient::Status::Ok);
+    reader.Close();
     const Outcome diagnosis = Run("doctor --timeout 500");
     EXPECT_NE(diagnosis.out.find("the log names the event '" + std::string(victimName)), std::string::npos)
         << diagnosis.out;
