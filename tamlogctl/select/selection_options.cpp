@@ -9,7 +9,7 @@
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
 #include "tamlogctl/base/locale.h"
-#include "tamlogctl/select/time_bound.h"
+#include "tamlogctl/base/time_bound.h"
 
 namespace TamLogCtl {
 
