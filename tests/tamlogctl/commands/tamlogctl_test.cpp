@@ -194,8 +194,15 @@ TEST_F(TamlogctlTest, UsageErrorsAreTwoAndNameTheOptionAndTheFix) {
   expectUsage("show -F " + log, "-F: applies to -g and -v");
   expectUsage("show -f " + log, "a copied log does not grow");
   expectUsage("send -t 4 text", "-t");
-  expectUsage("send --time noon text", "--time 'noon': expected YYYY-MM-DD HH:MM:SS.mmm");
+  expectUsage("send --time noon text", "--time 'noon': expected YYYY-MM-DD [HH:MM");
   expectUsage("send --truncate --split text", "--split");
+}
+
+TEST_F(TamlogctlTest, SendTakesTimesAsTheOtherVerbsDo) {
+  for (const std::string time :
+       {"yesterday 10:00", "-1h30m", "@1767322800", "2026-01-02T03:04:05Z", "09:15"}) {
+    EXPECT_EQ(Run("send --time \"" + time + "\" text").exitCode, 3) << time;  // no server runs here
+  }
 }
 
 TEST_F(TamlogctlTest, WordThatBeginsWithASlashIsNoOption) {
