@@ -1,17 +1,20 @@
 #include "client/live/consistent_read.h"
 
+#include <algorithm>
 #include <atomic>
 
 #include "client/log/header_counters.h"
 
 namespace TamLogClient {
 
+namespace {
+
+constexpr std::uint32_t kSliceMs = 100;
+
+}  // namespace
+
 std::optional<Status> ConsistentRead::Begin(std::uint32_t timeoutMs) {
-  if (!log->WaitForWriter(0) && !log->WaitForWriter(timeoutMs)) {
-    if (!log->CopyHeader(header)) return Status::InPage;
-    if (header.serverRunning == 0) return Status::NotRunning;
-    return header.readCount > 0 ? Status::Stuck : Status::TimedOut;
-  }
+  if (const Status status = WaitForWriter(timeoutMs); status != Status::Ok) return status;
   begun = log->Now();
   std::uint64_t changeCount = 0;
   if (!log->CopyChangeCount(changeCount)) return Status::InPage;
@@ -20,6 +23,19 @@ std::optional<Status> ConsistentRead::Begin(std::uint32_t timeoutMs) {
   if (header.serverRunning == 0) return Status::NotRunning;
   if (header.changeCount != changeCount) return std::nullopt;
   return Status::Ok;
+}
+
+// A server that stops waits for the processes that have its file open, so a long wait looks after it.
+Status ConsistentRead::WaitForWriter(std::uint32_t timeoutMs) {
+  if (log->WaitForWriter(0)) return Status::Ok;
+  for (std::uint32_t left = timeoutMs;;) {
+    const std::uint32_t slice = std::min(left, kSliceMs);
+    if (log->WaitForWriter(slice)) return Status::Ok;
+    left -= slice;
+    if (!log->CopyHeader(header)) return Status::InPage;
+    if (header.serverRunning == 0) return Status::NotRunning;
+    if (left == 0) return header.readCount > 0 ? Status::Stuck : Status::TimedOut;
+  }
 }
 
 std::optional<Status> ConsistentRead::End() {

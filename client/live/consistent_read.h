@@ -52,6 +52,8 @@ class ConsistentRead {
   std::optional<Status> End();
 
  private:
+  Status WaitForWriter(std::uint32_t timeoutMs);
+
   const LogMemory* log;
   LogFileHeader header{};
   std::uint64_t begun = 0;  // of the memory's clock

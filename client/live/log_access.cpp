@@ -5,6 +5,7 @@
 #include "client/live/guarded_copy.h"
 #include "client/message/win32.h"
 #include "records/log_file_format.h"
+#include "records/pipe_protocol.h"
 
 namespace TamLogClient {
 
@@ -19,20 +20,24 @@ constexpr DWORD kLockMs = 1000;
 
 }  // namespace
 
-Status LogAccess::Open(const std::string& mapName) {
+Status LogAccess::Open(const std::string& mapName, EventNames accepted) {
   Close();
   mapping = Handle(OpenFileMappingA(FILE_MAP_READ | FILE_MAP_WRITE, FALSE, mapName.c_str()));
   if (!mapping) return StatusOfLastError();
   headerView = static_cast<unsigned char*>(
       MapViewOfFile(mapping.Get(), FILE_MAP_READ | FILE_MAP_WRITE, 0, 0, kSlotsOffset));
-  const Status status = headerView == nullptr ? StatusOfLastError() : OpenEvents();
+  const Status status = headerView == nullptr
+                            ? StatusOfLastError()
+                            : OpenEvents(mapName == kFileMapName && accepted == EventNames::OfTheServer);
   if (status != Status::Ok) Close();
   return status;
 }
 
-Status LogAccess::OpenEvents() {
+Status LogAccess::OpenEvents(bool ofTheServer) {
   LockNames names{};
   if (!GuardedCopy(&names, headerView + kLockNamesOffset, sizeof(names))) return Status::InPage;
+  if (ofTheServer && !FirstForeignName(names).empty())
+    return names.name[0][0] == '\0' ? Status::NotRunning : Status::ForeignEvents;
   const std::array<Handle*, 3> events{&headerLock, &readWait, &writeWait};
   for (std::size_t i = 0; i < events.size(); ++i) {
     names.name[i][kLockNameSize - 1] = '\0';

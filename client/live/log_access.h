@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <string>
 
+#include "client/live/event_names.h"
 #include "client/live/handle.h"
 #include "client/message/status.h"
 
@@ -33,7 +34,7 @@ class LogAccess {
 
   // Opens the page of the header for writing, and the events by the names in the log. The statuses are those
   // of MappedLog::Open.
-  Status Open(const std::string& mapName);
+  Status Open(const std::string& mapName, EventNames accepted);
 
   // Closes everything. Access must have been left.
   void Close();
@@ -47,7 +48,7 @@ class LogAccess {
   Left Leave();
 
  private:
-  Status OpenEvents();
+  Status OpenEvents(bool ofTheServer);
   Status TakeHeaderLock(std::uint32_t timeoutMs);
   bool ChangeReadCount(std::int32_t step, std::int32_t& result);
 

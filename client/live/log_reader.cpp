@@ -45,10 +45,11 @@ bool LogView::BudgetIsSpent() const {
   return Microseconds() >= deadline;
 }
 
-Status LogReader::Open(const std::string& mapName) {
+Status LogReader::Open(const std::string& mapName, EventNames accepted) {
   lastFilled = nullptr;
   name = mapName;
-  return log.Open(mapName);
+  acceptedEvents = accepted;
+  return log.Open(mapName, accepted);
 }
 
 void LogReader::Close() {
@@ -144,7 +145,7 @@ bool LogReader::CopySlots(LogSnapshot& snapshot, std::int64_t count) const {
 // Nothing is allocated and nothing is output while access is held.
 std::optional<Status> LogReader::CopyWithAccess(LogSnapshot& snapshot, std::uint32_t timeoutMs) {
   LogAccess access;
-  if (const Status status = access.Open(name); status != Status::Ok) return status;
+  if (const Status status = access.Open(name, acceptedEvents); status != Status::Ok) return status;
   if (const Status status = access.Enter(timeoutMs); status != Status::Ok) return status;
   LogFileHeader after{};
   bool read = log.CopyHeader(snapshot.header);

@@ -64,7 +64,7 @@ class LogReader {
   LogReader& operator=(const LogReader&) = delete;
 
   // Opens the log by the name of its mapping. The statuses are those of MappedLog::Open.
-  Status Open(const std::string& mapName = kFileMapName);
+  Status Open(const std::string& mapName = kFileMapName, EventNames accepted = EventNames::OfTheServer);
 
   // Closes everything that Open opened. Does nothing when nothing is open.
   void Close();
@@ -122,7 +122,8 @@ class LogReader {
   bool CopySlots(LogSnapshot& snapshot, std::int64_t count) const;
 
   MappedLog log;
-  std::string name;                         // of the mapping
+  std::string name;  // of the mapping
+  EventNames acceptedEvents = EventNames::OfTheServer;
   const LogSnapshot* lastFilled = nullptr;  // by Snapshot, with `lastHeader`; only compared
   LogFileHeader lastHeader{};
   std::uint64_t lastCopy = 0;  // microseconds

@@ -27,7 +27,7 @@ bool PipesExist() {
 
 // --- Opening.
 
-Status MappedLog::Open(const std::string& mapName) {
+Status MappedLog::Open(const std::string& mapName, EventNames accepted) {
   Close();
   // A starting server has mapped its file before it creates its pipes, and may have to make the file smaller.
   // That fails while another process has the file mapped, and the server stays stopped.
@@ -38,7 +38,8 @@ Status MappedLog::Open(const std::string& mapName) {
   LogFileHeader header{};
   if (status == Status::Ok && !CopyHeader(header)) status = Status::InPage;
   if (status == Status::Ok && header.serverRunning == 0) status = Status::NotRunning;
-  if (status == Status::Ok) status = OpenReadWait();
+  if (status == Status::Ok)
+    status = OpenReadWait(mapName == kFileMapName && accepted == EventNames::OfTheServer);
   if (status != Status::Ok) Close();
   return status;
 }
@@ -55,9 +56,11 @@ Status MappedLog::MapView() {
   return viewSize >= kSlotsOffset ? Status::Ok : Status::Damaged;
 }
 
-Status MappedLog::OpenReadWait() {
+Status MappedLog::OpenReadWait(bool ofTheServer) {
   LockNames names{};
   if (!GuardedCopy(&names, view + kLockNamesOffset, sizeof(names))) return Status::InPage;
+  if (ofTheServer && !FirstForeignName(names).empty())
+    return names.name[0][0] == '\0' ? Status::NotRunning : Status::ForeignEvents;
   char* const name = names.name[1];
   name[kLockNameSize - 1] = '\0';
   if (name[0] == '\0') return Status::NotRunning;

@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <string>
 
+#include "client/live/event_names.h"
 #include "client/live/handle.h"
 #include "client/live/log_memory.h"
 #include "client/message/status.h"
@@ -29,9 +30,9 @@ class MappedLog final : public LogMemory {
 
   // Opens the mapping by its name and the event by the name in the log. NotRunning when nothing is shared,
   // the server has the log closed, or, for the server's own name, its pipes do not exist yet (try again
-  // later); AccessDenied; InPage; Damaged when the mapping is too small for a log. On failure nothing stays
-  // open.
-  Status Open(const std::string& mapName);
+  // later); AccessDenied; InPage; Damaged when the mapping is too small for a log; ForeignEvents when it
+  // names events that `accepted` excludes. On failure nothing stays open.
+  Status Open(const std::string& mapName, EventNames accepted = EventNames::OfTheServer);
 
   // Closes view, mapping and event together. Does nothing when nothing is open.
   void Close();
@@ -50,7 +51,7 @@ class MappedLog final : public LogMemory {
 
  private:
   Status MapView();
-  Status OpenReadWait();
+  Status OpenReadWait(bool ofTheServer);
 
   Handle mapping;
   Handle readWait;

@@ -9,9 +9,9 @@ namespace TamLogClient {
 
 namespace {
 
-// Returns whether a slot that shows number 0 in both states may hold another message. That is so when number 0
-// itself was given in between, and when the ring may have been rewritten as a whole, which gives no numbers. A
-// single change that gave numbers or emptied the log was no such rewrite.
+// Returns whether a slot that shows number 0 in both states may hold another message. That is so when number
+// 0 itself was given in between, and when the ring may have been rewritten as a whole, which gives no
+// numbers. A single change that gave numbers or emptied the log was no such rewrite.
 bool ZerosMayDiffer(const LogFileHeader& before, const LogFileHeader& now) {
   if (before.nextSequence == 0 && now.nextSequence != 0) return true;
   if (before.rewriteCount == now.rewriteCount) return false;

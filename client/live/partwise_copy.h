@@ -4,9 +4,9 @@
 // at the end one look at the numbers of all slots, which finds the slots that were written since.
 //
 // A slot that shows the same number as its copy holds the same message, because the server gives each number
-// once. Number 0 is the exception: it is the first number, and messages that a full rewrite of the ring stored
-// have none and show it, too. They count as unchanged while the counters exclude another one in their place.
-// Looks further apart than a server needs to start again begin the copy anew.
+// once. Number 0 is the exception: it is the first number, and messages that a full rewrite of the ring
+// stored have none and show it, too. They count as unchanged while the counters exclude another one in their
+// place. Looks further apart than a server needs to start again begin the copy anew.
 //
 // A copy belongs to one thread.
 

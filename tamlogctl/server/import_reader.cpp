@@ -8,6 +8,7 @@
 #include "client/file/log_file_image.h"
 #include "client/file/log_file_repair.h"
 #include "client/file/log_file_verify.h"
+#include "client/file/log_recognition.h"
 #include "client/format/tsv_text.h"
 #include "client/message/hex.h"
 #include "client/message/message_body.h"
@@ -16,6 +17,7 @@
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
 #include "tamlogctl/base/json.h"
+#include "tamlogctl/base/plain_file.h"
 
 namespace TamLogCtl {
 
@@ -122,6 +124,11 @@ void ReadLines(std::string_view bytes, bool json, ImportSource& source) {
 
 void ReadLog(const std::string& bytes, ImportSource& source) {
   const LogFileImage image(bytes);
+  if (const std::string why = TamLogClient::WhyNoLog(image); !why.empty()) {
+    source.problem = ProblemOf(TamLogClient::Status::NotALog, why);
+    source.exitCode = kNotALog;
+    return;
+  }
   const auto plan = PlanRepair(image);
   for (const auto& saved : plan.oldestFirst) source.messages.push_back(SavedMessageOf(image, saved).body);
   if (VerifyLogFile(image, {.most = 0}).Damage() == 0) return;
@@ -160,7 +167,10 @@ int ReadImports(const std::vector<std::string>& paths, const std::string& format
                 std::vector<LogMessageBody>& messages) {
   int exitCode = kDone;
   for (const std::string& path : paths) {
-    const ImportSource source = ReadImport(path, format);
+    const PlainFile& file = PlainFileOf(path);
+    if (!file.Readable()) return file.exitCode;
+    exitCode = WorseOf(exitCode, file.exitCode);
+    const ImportSource source = ReadImport(file.path, format);
     if (source.exitCode != kDone) {
       Say(path + ": " + source.problem +
           (source.unreadable > 1 ? " (and " + std::to_string(source.unreadable - 1) + " more)" : ""));
