@@ -53,6 +53,7 @@ Verb MakeProgram() {
   Append(SettingsVerbs(), program.verbs);
   Append(ServerVerbs(), program.verbs);
   Append(FileVerbs(), program.verbs);
+  Append(ImportVerbs(), program.verbs);
   Append(CompletionVerbs(), program.verbs);
   program.verbs.push_back(Answered("help", "Show help, also for one verb: tamlogctl help send"));
   program.verbs.push_back(Answered("version", "Show the version"));
