@@ -58,7 +58,7 @@ Verb Import() {
   const auto options = std::make_shared<ImportOptions>();
   Verb verb = MakeVerb("import", "Send the messages of files to the running server", kImportFooter, options,
                        ImportFiles);
-  verb.Add({Operands("FILE", List(options->files), "Log files, exported messages, or logs of other programs")
+  verb.Add({Operands("FILE", Files(options->files), "Log files, exported messages, or logs of other programs")
                 .Required()});
   verb.Add(ReadingFiles(*options));
   verb.Add({
@@ -79,7 +79,7 @@ Verb Convert() {
   const auto options = std::make_shared<ConvertOptions>();
   Verb verb = MakeVerb("convert", "Make a log file of other logs, without a server", kConvertFooter, options,
                        ConvertFiles);
-  verb.Add({Operands("FILE", List(options->files), "Files to read, and last the new log file").Required()});
+  verb.Add({Operands("FILE", Files(options->files), "Files to read, and last the new log file").Required()});
   verb.Add(ReadingFiles(*options));
   verb.Add({
       Value("--capacity", "N", Number(1, kMostMessages, options->capacity),

@@ -11,6 +11,7 @@
 #include "client/file/log_file_image.h"
 #include "client/file/log_file_repair.h"
 #include "client/file/log_file_verify.h"
+#include "client/file/log_recognition.h"
 #include "client/message/local_time.h"
 #include "client/message/log_message_view.h"
 #include "client/message/message_body.h"
@@ -19,6 +20,7 @@
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
+#include "tamlogctl/base/plain_file.h"
 #include "tamlogctl/server/stamp_text.h"
 
 namespace TamLogCtl {
@@ -31,12 +33,23 @@ using TamLogClient::TimeWords;
 constexpr std::size_t kLongestField = kTextSize - 1;
 constexpr std::size_t kMostProblems = 20;  // that are reported one by one
 
+// Returns the name that a compressed file has without the compression.
+std::filesystem::path PlainName(const std::string& path) {
+  const std::filesystem::path name = TamLogClient::PathOf(path);
+  return name.extension() == ".gz" || name.extension() == ".xz" ? name.stem() : name;
+}
+
+std::string Utf8Of(const std::filesystem::path& path) {
+  const std::u8string text = path.u8string();
+  return {text.begin(), text.end()};
+}
+
 // Makes messages from the drafts of one file.
 class DraftReader {
  public:
   DraftReader(const std::string& path, const ImportChoice& chosen, ImportSource& result)
       : choice(chosen), source(result) {
-    usualSource = choice.source.empty() ? TamLogClient::PathOf(path).stem().string() : choice.source;
+    usualSource = choice.source.empty() ? Utf8Of(PlainName(path).stem()) : choice.source;
   }
 
   void Take(const ImportDrafts& drafts);
@@ -129,6 +142,11 @@ bool DraftReader::Make(const ImportDraft& draft, const TimeWords& time, std::str
 
 void ReadLog(const std::string& bytes, ImportSource& source) {
   const LogFileImage image(bytes);
+  if (const std::string why = TamLogClient::WhyNoLog(image); !why.empty()) {
+    source.problems.push_back(ProblemOf(TamLogClient::Status::NotALog, why));
+    source.exitCode = kNotALog;
+    return;
+  }
   const auto plan = PlanRepair(image);
   for (const auto& saved : plan.oldestFirst) source.messages.push_back(SavedMessageOf(image, saved).body);
   if (VerifyLogFile(image, {.most = 0}).Damage() == 0) return;
@@ -180,7 +198,7 @@ std::string Guess(const std::string& path, std::string_view bytes) {
   const bool binary = bytes.substr(0, std::max<std::size_t>(kSlotsOffset, sizeof(LogMessage))).find('\0') !=
                       std::string_view::npos;
   if (binary) return bytes.size() % sizeof(LogMessage) == 0 ? "raw" : "log";
-  const std::string extension = TamLogClient::PathOf(path).extension().string();
+  const std::string extension = Utf8Of(PlainName(path).extension());
   if (extension == ".csv" || extension == ".tsv") return extension.substr(1);
   const std::size_t first = bytes.find_first_not_of(" \t\r\n");
   const std::string_view text = bytes.substr(std::min(first, bytes.size()));
@@ -233,8 +251,11 @@ void ReportProblems(const std::string& path, const ImportSource& source) {
 
 ImportSource ReadImport(const std::string& path, const ImportChoice& choice) {
   ImportSource source;
+  const PlainFile& file = PlainFileOf(path);
+  source.exitCode = file.exitCode;
+  if (!file.Readable()) return source;
   std::string bytes;
-  if (const auto status = TamLogClient::ReadFileBytes(path, bytes); status != TamLogClient::Status::Ok) {
+  if (const auto status = TamLogClient::ReadFileBytes(file.path, bytes); status != TamLogClient::Status::Ok) {
     source.problems.push_back(ProblemOf(status));
     source.exitCode = ExitCodeOf(status);
     return source;
@@ -249,7 +270,7 @@ ImportSource ReadImport(const std::string& path, const ImportChoice& choice) {
   } else {
     ReadDrafts(path, bytes, choice, source);
   }
-  if (source.unreadable > 0) source.exitCode = choice.skip ? kNegative : kUsage;
+  if (source.unreadable > 0) source.exitCode = WorseOf(source.exitCode, choice.skip ? kNegative : kUsage);
   return source;
 }
 

@@ -141,6 +141,23 @@ void SetStamp(const Stamp& stamp, ImportDraft& draft) {
   draft.offset = stamp.offset;
 }
 
+// "word 2026-01-02 03:04:05: text": the time may stand after one or two words, which stay in the text.
+std::optional<ImportDraft> ParseLineWithLateStamp(std::string_view line) {
+  std::size_t begin = 0;
+  for (int words = 0; words < 2; ++words) {
+    begin = line.find(' ', begin);
+    if (begin == std::string_view::npos || ++begin == line.size()) return std::nullopt;
+    std::string_view rest = line.substr(begin);
+    const auto stamp = TakeIsoStamp(rest);
+    if (!stamp) continue;
+    ImportDraft draft;
+    SetStamp(*stamp, draft);
+    draft.text = std::string(line.substr(0, rest.empty() ? begin - 1 : begin)) + std::string(rest);
+    return draft;
+  }
+  return std::nullopt;
+}
+
 std::optional<ImportDraft> ParseStampedLine(std::string_view line, const TamLogClient::TimeWords& newest) {
   ImportDraft draft;
   if (const auto priority = TakePriority(line)) draft.severity = *priority % 8;
@@ -151,7 +168,7 @@ std::optional<ImportDraft> ParseStampedLine(std::string_view line, const TamLogC
   }
   const std::string_view whole = line;
   const auto stamp = TakeIsoStamp(line);
-  if (!stamp) return std::nullopt;
+  if (!stamp) return ParseLineWithLateStamp(line);
   SetStamp(*stamp, draft);
   // So does rsyslog write its files: the time with a zone, then host and tag.
   if (whole.size() > 10 && whole[10] == 'T' && stamp->offset) {

@@ -122,11 +122,12 @@ std::optional<Stamp> TakeIsoStamp(std::string_view& line) {
   stamp.words[1] = static_cast<std::int16_t>(from.TakeNumber(2));
   if (!from.Skip(between)) return std::nullopt;
   stamp.words[2] = static_cast<std::int16_t>(from.TakeNumber(2));
-  from.TakeOf(" T");
+  if (from.TakeOf(" T") == ' ') from.Skip(' ');
   TakeTimeOfDay(from, stamp.words);
   stamp.offset = TakeZone(from);
   if (bracket && !from.Skip(']')) return std::nullopt;
   if (from.Failed() || !EndsHere(from) || !TamLogClient::IsRealTime(stamp.words)) return std::nullopt;
+  from.Skip(':');
   line = WithoutBlanks(from.Rest());
   return stamp;
 }

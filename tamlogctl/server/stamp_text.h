@@ -19,7 +19,8 @@ struct Stamp {
 // is none.
 //
 // TakeIsoStamp: 2026-01-02 03:04:05, with - / or . in the date, T or a blank before the time, optional
-// fractions after . or a comma, and an optional zone (Z, +01:00, +0100); all of it may stand in brackets.
+// fractions after . or a comma, and an optional zone (Z, +01:00, +0100); all of it may stand in brackets,
+// and a colon may follow.
 std::optional<Stamp> TakeIsoStamp(std::string_view& line);
 // TakeSyslogStamp: Jan  2 03:04:05. The year is chosen so that the time is not later than `newest` by more
 // than a day.
