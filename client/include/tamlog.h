@@ -297,7 +297,7 @@ typedef struct tamlog_sender_counters {
   uint64_t sent;         /* accepted by the server */
   uint64_t dropped;      /* no room, or still waiting when the sender was finished */
   uint64_t refused;      /* too long, bad value, sender finished; or refused by the server */
-  uint64_t doubtful;     /* sent, but the answer did not come */
+  uint64_t doubtful;     /* left this process, but the answer did not come */
   uint64_t resent;       /* attempts after an answer that did not come; the message may be stored twice */
   uint64_t notices;      /* messages "N messages dropped"; in none of the numbers above */
   uint64_t connects;     /* connections over which the server answered; all but the first are reconnections */

@@ -79,16 +79,18 @@ TEST_F(ForeignLogs, FormsOfIsoTimes) {
     ASSERT_EQ(source.messages.size(), 1U) << line;
     EXPECT_EQ(TimeText(source.messages[0]), "2026-01-02 03:04:05.678") << line;
   }
-  for (const char* const line : {"2026-13-02 03:04:05 x", "2026-02-30 03:04:05 x", "2026-01-02 03:04:5 x",
-                                 "2026-01-02 03:04:05.x", "2026-01/02 03:04:05 x", "x y z 2026-01-02 03:04:05"}) {
+  for (const char* const line :
+       {"2026-13-02 03:04:05 x", "2026-02-30 03:04:05 x", "2026-01-02 03:04:5 x", "2026-01-02 03:04:05.x",
+        "2026-01/02 03:04:05 x", "x y z 2026-01-02 03:04:05"}) {
     EXPECT_EQ(Read("app.log", line).exitCode, TamLogCtl::kUsage) << line;
   }
 }
 
 TEST_F(ForeignLogs, TimeMayStandAfterAWord) {
-  EXPECT_EQ(Lines("alternatives.log", "update-alternatives 2026-01-02 03:04:05: link group\n"
-                                      "[INFO] main 2026-01-02 03:04:06 ready\n"
-                                      "Start-Date: 2026-01-02  03:04:07\nCommandline: apt install x\n"),
+  EXPECT_EQ(Lines("alternatives.log",
+                  "update-alternatives 2026-01-02 03:04:05: link group\n"
+                  "[INFO] main 2026-01-02 03:04:06 ready\n"
+                  "Start-Date: 2026-01-02  03:04:07\nCommandline: apt install x\n"),
             (Expected{"2026-01-02 03:04:05.000 0 alternatives: update-alternatives link group",
                       "2026-01-02 03:04:06.000 0 alternatives: [INFO] main ready",
                       "2026-01-02 03:04:07.000 0 alternatives: Start-Date:",
