@@ -101,14 +101,16 @@ void AppendBreaks(const RepairPlan& plan, bool all, std::string& text) {
     const TamLogClient::SlotBreak& gap = plan.breaks[i];
     const auto bytes = static_cast<std::uint64_t>(gap.bytes < 0 ? -gap.bytes : gap.bytes);
     text += "    " + PlaceOf(gap.offset) + ": " + Counted(bytes, "byte") +
-            (gap.bytes < 0 ? " missing" : " added") + "; slots go on at byte " + std::to_string(gap.end) + "\n";
+            (gap.bytes < 0 ? " missing" : " added") + "; slots go on at byte " + std::to_string(gap.end) +
+            "\n";
   }
   text += ListEnd(plan.breaks.size() - listed);
 }
 
 void AppendDoubt(const RepairPlan& plan, std::string& text) {
   if (plan.doubtful == 0) return;
-  text += "  in doubt: " + Counted(plan.doubtful, "message") + " without a date; the bytes may be no messages\n";
+  text +=
+      "  in doubt: " + Counted(plan.doubtful, "message") + " without a date; the bytes may be no messages\n";
 }
 
 // Returns whether most of what was found is doubtful, or nothing of what was there could be saved.
