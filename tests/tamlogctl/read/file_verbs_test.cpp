@@ -223,9 +223,10 @@ TEST_F(FileVerbs, WhatIsNoLogIsNamedByEveryVerbAndNothingIsWritten) {
     const std::string file = each.file;
     for (const std::string& arguments :
          {"show --file " + file, "show -r --file " + file, "show --count --file " + file,
-          "show -n 2 --file " + file, "stats --file " + file, "merge " + file, "export new.txt --file " + file,
-          "export new.txt --log --file " + file, "verify " + file, "verify --strict -o json " + file,
-          "repair " + file + " new.txt", "repair --carve " + file + " new.txt"}) {
+          "show -n 2 --file " + file, "stats --file " + file, "merge " + file,
+          "export new.txt --file " + file, "export new.txt --log --file " + file, "verify " + file,
+          "verify --strict -o json " + file, "repair " + file + " new.txt",
+          "repair --carve " + file + " new.txt"}) {
       Expect(arguments, 9, each.said);
       EXPECT_EQ(Contents("out"), "") << arguments;
       EXPECT_FALSE(IsThere("new.txt")) << arguments;
@@ -257,7 +258,8 @@ TEST_F(FileVerbs, RepairFindsTheSlotsAgainAndSaysSo) {
             std::string::npos);
   Put("two.dat", good + good);
   EXPECT_EQ(Run("repair two.dat both.dat").exitCode, 0);
-  EXPECT_NE(Contents("out").find("2 logs were found one behind the other"), std::string::npos) << Contents("out");
+  EXPECT_NE(Contents("out").find("2 logs were found one behind the other"), std::string::npos)
+      << Contents("out");
   EXPECT_EQ(Run("show --count --file both.dat").out, "12\n");
 }
 
@@ -270,7 +272,8 @@ TEST_F(FileVerbs, RepairThatSavesMostlyDoubtfulBytesIsNoSuccess) {
   }
   Put("junk.dat", bytes);
   Expect("repair junk.dat new.dat", 7, "");
-  EXPECT_NE(Contents("out").find("in doubt: 4 messages without a date"), std::string::npos) << Contents("out");
+  EXPECT_NE(Contents("out").find("in doubt: 4 messages without a date"), std::string::npos)
+      << Contents("out");
   Expect("repair -q junk.dat new.dat --force", 7, "");
   bytes.replace(kSlotsOffset, bytes.size() - kSlotsOffset, bytes.size() - kSlotsOffset, '\0');
   Put("junk.dat", bytes);
@@ -284,8 +287,8 @@ TEST_F(FileVerbs, VerifyNamesDamageFirstAndCountsRemarks) {
   log.Flush();
   std::string bytes = log.FileBytes();
   const std::uint32_t wrong = 9;
-  std::memcpy(bytes.data() + LogFileSize(60) + offsetof(LogMessage, body) + offsetof(LogMessageBody, type), &wrong,
-              sizeof(wrong));
+  std::memcpy(bytes.data() + LogFileSize(60) + offsetof(LogMessage, body) + offsetof(LogMessageBody, type),
+              &wrong, sizeof(wrong));
   Put("same.dat", bytes);
   EXPECT_EQ(Run("verify same.dat").exitCode, 1);
   const std::string text = Contents("out");
@@ -370,8 +373,8 @@ TEST_F(FileVerbs, StatsCountTheLastAndNameThem) {
 
 TEST_F(FileVerbs, DirectoriesAreCalledDirectories) {
   for (const char* const arguments :
-       {"show --file locked", "stats --file locked", "merge locked", "verify locked",
-        "repair locked new.dat", "export new.txt --file locked", "import locked"}) {
+       {"show --file locked", "stats --file locked", "merge locked", "verify locked", "repair locked new.dat",
+        "export new.txt --file locked", "import locked"}) {
     Expect(arguments, 3, "locked: is a directory; name a file in it");
   }
   Expect("export locked --file good.dat --force", 3, "locked: is not an ordinary file");
@@ -415,9 +418,7 @@ TEST_F(FileVerbs, InterruptedWritersLeaveNothingBehind) {
   EXPECT_EQ(InterruptAt("big.dat.new0",
                         {"export", "big.dat", "--log", "--capacity", "1000000", "--file", "good.dat"}),
             130);
-  EXPECT_EQ(
-      InterruptAt("big.dat.new0", {"repair", "good.dat", "big.dat", "--capacity", "1000000"}),
-      130);
+  EXPECT_EQ(InterruptAt("big.dat.new0", {"repair", "good.dat", "big.dat", "--capacity", "1000000"}), 130);
   EXPECT_FALSE(IsThere("big.dat"));
   EXPECT_FALSE(IsThere("big.dat.new0"));
 }
