@@ -11,12 +11,12 @@ namespace {
 constexpr std::array<Field, 7> kUsual{Field::Time, Field::Seq,    Field::Type, Field::Source,
                                       Field::Text, Field::Origin, Field::Tail};
 
-void AppendEscaped(unsigned value, std::string& out) {
-  switch (value) {
+void AppendEscaped(std::string_view character, std::string& out) {
+  switch (character[0]) {
     case '"':
     case '\\':
       out += '\\';
-      out += static_cast<char>(value);
+      out += character;
       return;
     case '\n':
       out += "\\n";
@@ -28,23 +28,21 @@ void AppendEscaped(unsigned value, std::string& out) {
       out += "\\r";
       return;
     default:
-      const char low = static_cast<char>(value);
-      out += "\\u00";
-      AppendHex({&low, 1}, out);
+      AppendUnicodeEscape(character, out);
   }
 }
 
-// Control characters are escaped, U+0080 to U+009F included: a line may be shown by a terminal.
+// Characters that a terminal may obey are escaped: a line may be shown by one.
 void AppendJsonRun(std::string_view utf8, std::string& out) {
   std::size_t done = 0;
   for (std::size_t i = 0; i < utf8.size(); ++i) {
-    const auto byte = static_cast<unsigned char>(utf8[i]);
-    const bool upperControl = BeginsWithUpperControl(utf8.substr(i));
-    if (byte >= 0x20 && byte != '"' && byte != '\\' && byte != 0x7F && !upperControl) continue;
+    const bool special = utf8[i] == '"' || utf8[i] == '\\';
+    const std::size_t length = special ? 1 : ControlLength(utf8.substr(i));
+    if (length == 0) continue;
     out += utf8.substr(done, i - done);
-    if (upperControl) ++i;
-    AppendEscaped(static_cast<unsigned char>(utf8[i]), out);
-    done = i + 1;
+    AppendEscaped(utf8.substr(i, length), out);
+    done = i + length;
+    i = done - 1;
   }
   out += utf8.substr(done);
 }

@@ -15,14 +15,6 @@ using TamLogClient::FormatOptions;
 
 constexpr std::string_view kTemplate = "template=";
 
-bool WantsColor(Color color) {
-  if (color != Color::Auto) {
-    if (color == Color::Always) EnableColors();
-    return color == Color::Always;
-  }
-  return StdoutIsTerminal() && !EnvironmentHas("NO_COLOR") && EnableColors();
-}
-
 bool Refuse(const char* option, const std::string& value, const std::string& fix) {
   Say(std::string(option) + " '" + value + "': " + fix);
   return false;
@@ -114,6 +106,12 @@ std::optional<TamLogClient::MessageFormatter> Make(const OutputOptions& options,
 }
 
 }  // namespace
+
+bool WantsColor(Color color) {
+  if (color == Color::Always) EnableColors();
+  if (color != Color::Auto) return color == Color::Always;
+  return StdoutIsTerminal() && !EnvironmentHas("NO_COLOR") && TerminalIsCapable() && EnableColors();
+}
 
 std::optional<TamLogClient::TextEncoding> MakeEncoding(const OutputOptions& options) {
   FormatOptions chosen;

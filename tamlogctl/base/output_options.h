@@ -18,6 +18,9 @@ struct OutputOptions {
   std::string encoding;   // empty: the default of the machine
 };
 
+// Returns whether output to standard output is coloured. Prepares the terminal for it.
+bool WantsColor(Color color);
+
 // Makes the encoding alone. This and the next four return nothing, after a line on stderr, when the value of
 // an option is wrong.
 std::optional<TamLogClient::TextEncoding> MakeEncoding(const OutputOptions& options);

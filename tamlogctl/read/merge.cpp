@@ -8,11 +8,11 @@
 #include "client/message/utf8.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
+#include "tamlogctl/base/time_arithmetic.h"
 #include "tamlogctl/read/host_files.h"
 #include "tamlogctl/read/log_input.h"
 #include "tamlogctl/read/reading_options.h"
 #include "tamlogctl/select/log_end.h"
-#include "tamlogctl/select/time_arithmetic.h"
 
 namespace TamLogCtl {
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <set>
 #include <string>
 
 #include "client/format/tsv_text.h"
@@ -14,6 +15,7 @@ namespace {
 using TamLogClient::Format;
 using TamLogClient::FormatOptions;
 using TamLogClient::MessageFormatter;
+using TamLogClient::TypeNames;
 
 LogMessage MakeMessage(const std::string& text = "Exposure 12 ms", const std::string& source = "Camera") {
   LogMessage message{};
@@ -39,8 +41,55 @@ TEST(Formats, Short) {
 }
 
 TEST(Formats, ShortInColor) {
-  EXPECT_EQ(Formatted(MakeMessage(), {Format::Short, true, true}),
-            "\x1b[2m2026-01-01 03:04:05.678 T2\x1b[0m\x1b[36m Camera\x1b[0m: Exposure 12 ms\n");
+  EXPECT_EQ(
+      Formatted(MakeMessage(), {Format::Short, true, true}),
+      "\x1b[2m2026-01-01 03:04:05.678\x1b[0m \x1b[36mT2\x1b[0m \x1b[95mCamera\x1b[0m: Exposure 12 ms\n");
+}
+
+// Returns the line in colour after the time: type, source and text.
+std::string Colored(const LogMessage& message, const std::string& typeNames) {
+  std::string problem;
+  FormatOptions options{Format::Short, true, true};
+  if (!typeNames.empty()) options.typeNames = *TypeNames::Parse(typeNames, problem);
+  const std::string line = Formatted(message, options);
+  return line.substr(line.find("\x1b[0m ") + 5);
+}
+
+TEST(Formats, AColoredTypeIsShownByItsSeverity) {
+  const LogMessage message = MakeMessage();  // of type 2
+  const auto label = [&message](const std::string& name) {
+    return Colored(message, "2=" + name).substr(0, 11);
+  };
+  EXPECT_EQ(label("err").substr(0, 10), "\x1b[1;31merr");
+  EXPECT_EQ(label("Error").substr(0, 7), "\x1b[1;31m");
+  EXPECT_EQ(label("warning").substr(0, 7), "\x1b[1;33m");
+  EXPECT_EQ(label("crit").substr(0, 10), "\x1b[1;37;41m");
+  EXPECT_EQ(label("info").substr(0, 9), "\x1b[32minfo");
+  EXPECT_EQ(label("notice").substr(0, 4), "\x1b[1m");
+  EXPECT_NE(Colored(message, "2=err").find(": \x1b[31mExposure 12 ms\x1b[0m\n"), std::string::npos);
+  EXPECT_NE(Colored(message, "2=warn").find(": \x1b[33mExposure 12 ms\x1b[0m\n"), std::string::npos);
+  EXPECT_NE(Colored(message, "2=info").find(": Exposure 12 ms\n"), std::string::npos);
+  // A name that is no severity, and no name at all: a colour for each type, never that of an error.
+  std::set<std::string> colors;
+  for (std::uint32_t type = 0; type < 4; ++type) {
+    LogMessage typed = MakeMessage();
+    typed.body.type = type;
+    colors.insert(Colored(typed, "").substr(0, 5));
+    EXPECT_EQ(Colored(typed, "").find("31m"), std::string::npos);
+  }
+  EXPECT_EQ(colors.size(), 4U);
+}
+
+TEST(Formats, ASourceHasTheSameColorWhateverItsCase) {
+  const auto color = [](const char* source) {
+    const std::string line = Colored(MakeMessage("text", source), "");
+    return line.substr(line.find(" \x1b[") + 1, 5);
+  };
+  EXPECT_EQ(color("Camera"), color("CAMERA"));
+  std::set<std::string> colors;
+  for (const char* const source : {"Camera", "Laser", "Stage", "Shutter", "Pump", "Door", "Heater", "Vacuum"})
+    colors.insert(color(source));
+  EXPECT_GE(colors.size(), 4U);
 }
 
 TEST(Formats, Full) {
