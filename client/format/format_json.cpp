@@ -47,24 +47,20 @@ void AppendJsonRun(std::string_view utf8, std::string& out) {
   out += utf8.substr(done);
 }
 
-// Returns false when bytes could not be read and were replaced by U+FFFD.
-bool AppendJsonText(std::string_view text, const TextEncoding& encoding, std::string& out) {
-  bool complete = true;
+// Bytes that cannot be read are replaced by U+FFFD.
+void AppendJsonText(std::string_view text, const TextEncoding& encoding, std::string& out) {
   out += '"';
   encoding.Decode(
       text, [&out](std::string_view utf8) { AppendJsonRun(utf8, out); },
-      [&](char /*byte*/) {
-        out += kReplacement;
-        complete = false;
-      });
+      [&](char /*byte*/) { out += kReplacement; });
   out += '"';
-  return complete;
 }
 
-// Appends the text, and, when some of its bytes could not be read, all of them in a separate field.
+// Appends the text, and, when its bytes are others than those of the UTF-8, all of them in a separate field.
 void AppendJsonTexts(std::string_view name, std::string_view text, const TextEncoding& encoding,
                      std::string& out) {
-  if (AppendJsonText(text, encoding, out)) return;
+  AppendJsonText(text, encoding, out);
+  if (IsSameAsUtf8(text, encoding)) return;
   out.append(",\"").append(name).append("_hex\":\"");
   AppendHex(text, out);
   out += '"';
@@ -99,7 +95,11 @@ void AppendJsonValue(Field field, const MessageToFormat& message, const FormatOp
   switch (field) {
     case Field::Time:
       return AppendJsonTime(message, options, out);
+    case Field::Host:
+      return AppendJsonText(message.host, TextEncoding::Guessed(), out);
     case Field::Label:
+    case Field::SourceHex:
+    case Field::TextHex:
       out += '"';
       AppendSimple(field, message, options, out);
       out += '"';
@@ -131,12 +131,17 @@ void AppendJsonObject(const MessageToFormat& message, const FormatOptions& optio
     AppendJsonValue(field, message, options, out);
   };
   if (!options.fields.empty()) {
-    for (const Field field : options.fields) append(field);
+    for (const Field field : options.fields) {
+      // Source and text append their bytes themselves.
+      if (field != Field::SourceHex && field != Field::TextHex) append(field);
+    }
   } else {
+    if (!message.host.empty()) append(Field::Host);
     for (const Field field : kUsual) {
       append(field);
       if (field == Field::Type && options.typeNames.Given()) append(Field::Label);
     }
+    if (message.realTime && message.words[7] != 0) append(Field::Spare);
     if (message.late) append(Field::Late);
   }
   out += '}';

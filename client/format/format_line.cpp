@@ -60,6 +60,8 @@ void AppendField(Field field, const MessageToFormat& message, const FormatOption
       return AppendShown(message.view.Source(), options.encoding, out);
     case Field::Text:
       return AppendShown(message.view.Text(), options.encoding, out);
+    case Field::Host:
+      return AppendShown(message.host, options.encoding, out);
     case Field::Late:
       if (message.late) out += "late";
       return;

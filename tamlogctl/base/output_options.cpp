@@ -143,7 +143,16 @@ std::optional<TamLogClient::MessageFormatter> MakeFormatter(const OutputOptions&
 }
 
 std::optional<TamLogClient::MessageFormatter> MakeFileFormatter(const OutputOptions& options) {
-  return Make(options, {});
+  FormatOptions chosen;
+  if (!Take(options, chosen)) return std::nullopt;
+  // A table for people has fewer columns; a file is to be read back.
+  using TamLogClient::kExactCsvColumns;
+  using TamLogClient::kExactTsvColumns;
+  if (chosen.fields.empty() && chosen.format == Format::Csv)
+    chosen.fields.assign(kExactCsvColumns.begin(), kExactCsvColumns.end());
+  if (chosen.fields.empty() && chosen.format == Format::Tsv)
+    chosen.fields.assign(kExactTsvColumns.begin(), kExactTsvColumns.end());
+  return TamLogClient::MessageFormatter(std::move(chosen));
 }
 
 }  // namespace TamLogCtl

@@ -33,7 +33,8 @@ std::optional<TamLogClient::FormatOptions> MakeFormatOptions(const OutputOptions
 // Makes a formatter for standard output.
 std::optional<TamLogClient::MessageFormatter> MakeFormatter(const OutputOptions& options, Color color);
 
-// Makes a formatter for a file: without colours, and without the changes that protect a terminal.
+// Makes a formatter for a file: without colours, without the changes that protect a terminal, and with the
+// columns of csv and tsv from which messages can be restored.
 std::optional<TamLogClient::MessageFormatter> MakeFileFormatter(const OutputOptions& options);
 
 }  // namespace TamLogCtl

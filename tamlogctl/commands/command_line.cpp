@@ -1,5 +1,6 @@
 #include "tamlogctl/commands/command_line.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "tamlogctl/base/console.h"
@@ -10,6 +11,20 @@
 #include "tamlogctl/commands/verbs.h"
 
 namespace TamLogCtl {
+
+namespace {
+
+// Inserts the verb that a group of verbs runs when none of them is named: "settings" is "settings get".
+void InsertVerbOfGroup(const Verb& program, std::vector<std::string>& arguments) {
+  const auto hasName = [&arguments](const Verb& verb) { return verb.name == arguments.front(); };
+  const auto group = std::find_if(program.verbs.begin(), program.verbs.end(), hasName);
+  if (group == program.verbs.end() || group->alone.empty()) return;
+  const std::string next = arguments.size() > 1 ? arguments[1] : "";
+  const bool isOption = next.size() > 1 && next.front() == '-' && next != "--help" && next != "-h";
+  if (arguments.size() == 1 || isOption) arguments.insert(arguments.begin() + 1, group->alone);
+}
+
+}  // namespace
 
 std::optional<Action> ParseCommandLine(std::vector<std::string> arguments, int& exitCode) {
   // Without a verb the program runs `show`.
@@ -35,6 +50,7 @@ std::optional<Action> ParseCommandLine(std::vector<std::string> arguments, int& 
     arguments.insert(arguments.begin(), "show");
   }
   const Verb program = MakeProgram();
+  InsertVerbOfGroup(program, arguments);
   const Parsed parsed = Parse(program, std::move(arguments));
   if (!parsed.help.empty()) {
     exitCode = WriteOut(parsed.help) ? kDone : kOutputFailed;

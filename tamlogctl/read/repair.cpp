@@ -94,7 +94,8 @@ void AppendLogs(const RepairPlan& plan, std::string& text) {
 void AppendBreaks(const RepairPlan& plan, bool all, std::string& text) {
   if (plan.breaks.empty()) return;
   text += "  the file lost or gained bytes at " + Counted(plan.breaks.size(), "place") +
-          "; its slots were found again, and some messages may be older than the log\n";
+          "; its slots were found again" +
+          (plan.headerTrusted ? ", and some messages may be older than the log\n" : "\n");
   const std::size_t listed = all ? plan.breaks.size() : std::min(plan.breaks.size(), kListed);
   for (std::size_t i = 0; i < listed; ++i) {
     const TamLogClient::SlotBreak& gap = plan.breaks[i];

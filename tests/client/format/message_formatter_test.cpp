@@ -167,6 +167,79 @@ TEST(Formats, CsvWithAHeadLineAndDoubledQuotes) {
   EXPECT_EQ(Formatted(MakeMessage("\x1b["), {Format::Csv, true}).find('\x1b'), std::string::npos);
 }
 
+std::string FromEast(FormatOptions options, const std::string& host = "east") {
+  std::string out;
+  MessageFormatter(std::move(options)).Append(MakeMessage(), false, out, host);
+  return out;
+}
+
+TEST(Host, StandsWhereTheFormatHasAPlaceForIt) {
+  using TamLogClient::Field;
+  EXPECT_TRUE(FromEast({Format::Json}).starts_with("{\"host\":\"east\",\"time\":"));
+  EXPECT_EQ(FromEast({.format = Format::Json, .fields = {Field::Text, Field::Host}}),
+            "{\"text\":\"Exposure 12 ms\",\"host\":\"east\"}\n");
+  EXPECT_EQ(FromEast({.format = Format::Csv, .fields = {Field::Host, Field::Source}}),
+            "\"east\",\"Camera\"\n");
+  EXPECT_EQ(FromEast({.format = Format::Tsv, .fields = {Field::Host, Field::Source}}), "east\tCamera\n");
+  EXPECT_TRUE(FromEast({Format::Rfc5424}).starts_with("<14>1 2026-01-01T03:04:05.678Z east Camera "));
+  EXPECT_NE(FromEast({Format::Export}).find("\n_HOSTNAME=east\nSYSLOG_IDENTIFIER=Camera\n"),
+            std::string::npos);
+}
+
+TEST(Host, ANameThatIsNoHostNameIsWrittenWholeInRfc5424) {
+  const std::string line = FromEast({Format::Rfc5424}, "our \"east\"");
+  EXPECT_NE(line.find("Z our_\"east\" Camera - "), std::string::npos) << line;
+  EXPECT_NE(line.find(R"( host="our \"east\"")"), std::string::npos) << line;
+  EXPECT_NE(FromEast({Format::Rfc5424}, "-").find(" - Camera - "), std::string::npos);
+  EXPECT_NE(FromEast({Format::Rfc5424}, "-").find(" host=\"-\""), std::string::npos);
+}
+
+TEST(Host, OnlyFormatsWithAPlaceForItCarryIt) {
+  using TamLogClient::Field;
+  for (const Format format : {Format::Json, Format::JsonArray, Format::Export, Format::Rfc5424})
+    EXPECT_TRUE(MessageFormatter({format}).CarriesHost());
+  for (const Format format :
+       {Format::Short, Format::Full, Format::Cat, Format::Csv, Format::Tsv, Format::Raw})
+    EXPECT_FALSE(MessageFormatter({format}).CarriesHost());
+  EXPECT_TRUE(MessageFormatter({.format = Format::Csv, .fields = {Field::Host}}).CarriesHost());
+  EXPECT_FALSE(MessageFormatter({.format = Format::Json, .fields = {Field::Text}}).CarriesHost());
+  std::string problem;
+  const auto layout = TamLogClient::TextTemplate::Parse("{host} {text}", problem);
+  ASSERT_TRUE(layout);
+  EXPECT_TRUE(MessageFormatter({.format = Format::Template, .layout = *layout}).CarriesHost());
+  EXPECT_EQ(FromEast({.format = Format::Template, .layout = *layout}), "east Exposure 12 ms\n");
+}
+
+// A reader of rfc5424 takes a hyphen for "no name".
+TEST(Formats, ASourceThatIsAHyphenKeepsItsNameInRfc5424) {
+  EXPECT_NE(Formatted(MakeMessage("text", "-"), {Format::Rfc5424}).find("\" source=\"-\""),
+            std::string::npos);
+  EXPECT_NE(Formatted(MakeMessage("text", ""), {Format::Rfc5424}).find("\" source=\"\""), std::string::npos);
+}
+
+TEST(Formats, BytesThatTheTextDoesNotHaveStandInAFieldOfTheirOwn) {
+  using TamLogClient::Field;
+  using TamLogClient::TextEncoding;
+  const auto latin = TextEncoding::FromName("latin-1");
+  ASSERT_TRUE(latin);
+  FormatOptions options{.format = Format::Csv, .fields = {Field::Text, Field::TextHex}};
+  options.encoding = *latin;
+  EXPECT_EQ(Formatted(MakeMessage("gr\xFC"
+                                  "n"),
+                      options),
+            "\"gr\xC3\xBCn\",\"6772fc6e\"\n");
+  EXPECT_EQ(Formatted(MakeMessage("green"), options), "\"green\",\"\"\n");
+  const LogMessage message = MakeMessage(
+      "gr\xFC"
+      "n");
+  options.format = Format::Json;
+  EXPECT_EQ(Formatted(message, options), "{\"text\":\"gr\xC3\xBCn\",\"text_hex\":\"6772fc6e\"}\n");
+  options.format = Format::Export;
+  EXPECT_NE(Formatted(message, options).find("TAMLOG_TEXT_HEX=6772fc6e\n"), std::string::npos);
+  options.format = Format::Rfc5424;
+  EXPECT_NE(Formatted(message, options).find("\" text_hex=\"6772fc6e\"] "), std::string::npos);
+}
+
 TEST(Formats, OnlyCsvHasAHeadLine) {
   for (const Format format : {Format::Short, Format::Full, Format::Cat, Format::Json, Format::Tsv}) {
     std::string head;

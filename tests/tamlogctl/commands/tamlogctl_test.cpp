@@ -3,10 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
+#include "client/live/handle.h"
+#include "client/live/log_reader.h"
 #include "client/message/utf8.h"
+#include "client/message/win32.h"
 #include "tests/client/live/served_log.h"
 #include "tests/client/live/test_server.h"
 #include "tests/support/files.h"
@@ -190,8 +194,15 @@ TEST_F(TamlogctlTest, UsageErrorsAreTwoAndNameTheOptionAndTheFix) {
   expectUsage("show -F " + log, "-F: applies to -g and -v");
   expectUsage("show -f " + log, "a copied log does not grow");
   expectUsage("send -t 4 text", "-t");
-  expectUsage("send --time noon text", "--time 'noon': expected YYYY-MM-DD HH:MM:SS.mmm");
+  expectUsage("send --time noon text", "--time 'noon': expected YYYY-MM-DD [HH:MM");
   expectUsage("send --truncate --split text", "--split");
+}
+
+TEST_F(TamlogctlTest, SendTakesTimesAsTheOtherVerbsDo) {
+  for (const std::string time :
+       {"yesterday 10:00", "-1h30m", "@1767322800", "2026-01-02T03:04:05Z", "09:15"}) {
+    EXPECT_EQ(Run("send --time \"" + time + "\" text").exitCode, 3) << time;  // no server runs here
+  }
 }
 
 TEST_F(TamlogctlTest, WordThatBeginsWithASlashIsNoOption) {
@@ -306,6 +317,65 @@ TEST_F(TamlogctlTest, ServerThatDoesNotAnswerInTimeIsFive) {
     const Outcome outcome = Run(command + " --timeout 1000");
     EXPECT_EQ(outcome.exitCode, 5) << command << ": " << outcome.err;
   }
+}
+
+// Everybody may write to the shared log, the names of its events included.
+TEST_F(TamlogctlTest, EventsOfSomebodyElsesChoiceAreNotTouched) {
+  ServedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
+  const TestServer server([](const PipeRequest&, PipeReply&) { return Answer::Silence; }, kRequestPipeName);
+  const char* const victimName = "Global\\TamLogTestVictim";
+  // Neither signalled nor reset: an event that resets itself is found as it was left.
+  const TamLogClient::Handle victim(CreateEventA(nullptr, FALSE, FALSE, victimName));
+  ASSERT_TRUE(victim);
+  for (std::size_t i = 0; i < 3; ++i) {
+    std::strcpy(reinterpret_cast<char*>(log.Bytes()) + kLockNamesOffset + i * kLockNameSize, victimName);
+    for (const bool signalled : {false, true}) {
+      for (const char* const command : {"show", "follow --for 1", "status --timeout 500", "show --count",
+                                        "doctor --unstick --watch 100 --timeout 500"}) {
+        signalled ? SetEvent(victim.Get()) : ResetEvent(victim.Get());
+        const Outcome outcome = Run(command);
+        EXPECT_NE(outcome.exitCode, 0) << command << "\n" << outcome.out;
+        EXPECT_EQ(WaitForSingleObject(victim.Get(), 0) == WAIT_OBJECT_0, signalled) << command;
+      }
+    }
+    EXPECT_EQ(Run("show").exitCode, 7);
+    TamLogClient::LogReader reader;
+    EXPECT_EQ(reader.Open(), TamLogClient::Status::ForeignEvents);
+    EXPECT_EQ(reader.Open(kFileMapName, TamLogClient::EventNames::Any), TamLogClient::Status::Ok);
+    reader.Close();
+    const Outcome diagnosis = Run("doctor --timeout 500");
+    EXPECT_NE(diagnosis.out.find("the log names the event '" + std::string(victimName)), std::string::npos)
+        << diagnosis.out;
+    const char* const own[] = {kHeaderLockName, kReadWaitEventName, kWriteWaitEventName};
+    std::strcpy(reinterpret_cast<char*>(log.Bytes()) + kLockNamesOffset + i * kLockNameSize, own[i]);
+    EXPECT_EQ(log.ReadCount(), 0);
+  }
+  EXPECT_EQ(Run("show").exitCode, 0);
+}
+
+// The pipe's name belongs to nobody while no server runs.
+TEST_F(TamlogctlTest, DoctorNamesTheProcessesThatTakeTheServersPlace) {
+  const ServedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
+  const TestServer server(
+      [](const PipeRequest&, PipeReply& reply) {
+        reply.code = static_cast<std::uint32_t>(ReplyCode::Alive);
+        return Answer::Reply;
+      },
+      kRequestPipeName);
+  const std::string own =
+      "process " + std::to_string(GetCurrentProcessId()) + " (tamlogctl_program_tests.exe)";
+  const Outcome outcome = Run("doctor");
+  EXPECT_NE(outcome.exitCode, 0);
+  EXPECT_NE(outcome.out.find("fail  pipe     answered by " + own + ", which is not the service"),
+            std::string::npos)
+      << outcome.out;
+  for (const char* const name : {kFileMapName, kHeaderLockName, kReadWaitEventName, kWriteWaitEventName}) {
+    EXPECT_NE(outcome.out.find(std::string("fail  names    ") + name +
+                               " exists although the server does not run; held by " + own),
+              std::string::npos)
+        << outcome.out;
+  }
+  EXPECT_EQ(server.Requests().size(), 0U);  // an impostor is asked nothing
 }
 
 // A server that is starting has its log mapped before it has its pipes. A program that maps it then keeps the
