@@ -9,7 +9,7 @@ namespace TamLogClient {
 
 namespace {
 
-constexpr std::array<std::pair<std::string_view, Field>, 10> kFields{{{"time", Field::Time},
+constexpr std::array<std::pair<std::string_view, Field>, 13> kFields{{{"time", Field::Time},
                                                                       {"seq", Field::Seq},
                                                                       {"type", Field::Type},
                                                                       {"label", Field::Label},
@@ -18,7 +18,10 @@ constexpr std::array<std::pair<std::string_view, Field>, 10> kFields{{{"time", F
                                                                       {"origin", Field::Origin},
                                                                       {"tail", Field::Tail},
                                                                       {"spare", Field::Spare},
-                                                                      {"late", Field::Late}}};
+                                                                      {"late", Field::Late},
+                                                                      {"host", Field::Host},
+                                                                      {"source_hex", Field::SourceHex},
+                                                                      {"text_hex", Field::TextHex}}};
 
 constexpr std::array<std::pair<std::string_view, int>, 19> kSeverities{{{"emerg", 0},
                                                                         {"emergency", 0},
@@ -85,8 +88,12 @@ std::string_view NameOf(Field field) {
 std::optional<std::vector<Field>> ParseFields(std::string_view list, std::string& problem) {
   std::vector<Field> fields;
   if (list.empty() || EndsInComma(list)) {
-    problem = "a field is missing; the fields are " + std::string(kFieldNames);
+    problem = "a field is missing; the fields are " + std::string(kFieldNames) + ", or all";
     return std::nullopt;
+  }
+  if (list == "all") {
+    for (const auto& known : kFields) fields.push_back(known.second);
+    return fields;
   }
   while (!list.empty()) {
     const std::string_view name = TakeItem(list);

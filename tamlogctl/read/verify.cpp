@@ -87,7 +87,7 @@ std::string ListOf(const VerifyReport& report, bool all) {
 }
 
 std::string TextOf(const std::string& name, const VerifyReport& report, bool all) {
-  return name + ": " + Verdict(report) + "\n  " + std::to_string(report.header.messageCount) +
+  return Shown(name) + ": " + Verdict(report) + "\n  " + std::to_string(report.header.messageCount) +
          " messages, capacity " + std::to_string(report.header.maxMessages) + ", " +
          Counted(report.slotsThere, "slot") + " in " + Counted(report.size, "byte") + "\n" +
          ListOf(report, all);
@@ -137,7 +137,8 @@ class Verify {
     if (!file.Readable()) return;
     auto busy = std::make_optional<Busy>("verifying " + path);
     TamLogClient::FileBytes bytes;
-    if (const Status status = bytes.Open(file.path); status != Status::Ok) return Fail(path, status, "", busy);
+    if (const Status status = bytes.Open(file.path); status != Status::Ok)
+      return Fail(path, status, "", busy);
     const LogFileImage image(bytes);
     const std::string why = WhyNoLog(image);
     if (!why.empty()) return Fail(path, Status::NotALog, why, busy);
@@ -173,7 +174,8 @@ class Verify {
     busy.reset();
     if (report.Damage() > 0 || (options.strict && !report.Accepted())) Worsen(kNegative);
     if (options.quiet) return;
-    if (!output.Write(options.json ? JsonOf(name, report) : TextOf(name, report, options.all))) Worsen(kOutputFailed);
+    if (!output.Write(options.json ? JsonOf(name, report) : TextOf(name, report, options.all)))
+      Worsen(kOutputFailed);
   }
 
   const VerifyVerbOptions& options;

@@ -3,9 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
+#include "client/live/handle.h"
+#include "client/live/log_reader.h"
+#include "client/message/utf8.h"
+#include "client/message/win32.h"
 #include "tests/client/live/served_log.h"
 #include "tests/client/live/test_server.h"
 #include "tests/support/files.h"
@@ -258,6 +263,53 @@ TEST_F(TamlogctlTest, RefusedMessagesAreSix) {
   EXPECT_NE(imported.err.find("6 refused"), std::string::npos) << imported.err;
 }
 
+// A name in the settings, a filter and the name of the mapping come from other users of the machine.
+TEST_F(TamlogctlTest, NothingThatAServerReportsControlsTheTerminal) {
+  const std::string hostile = "x\x1b]0;owned\x07\xC2\x9B\xE2\x80\xAE\n\rend";
+  const ServedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
+  const TestServer server(
+      [&hostile](const PipeRequest& request, PipeReply& reply) {
+        const auto code = static_cast<RequestCode>(request.code);
+        reply.code = static_cast<std::uint32_t>(ReplyCode::Done);
+        if (code == RequestCode::GetSettings) {
+          reply.settings = {.maxMessage = 8, .devicePollRate = 50, .typeFilter = 0xF, .saveRate = 5};
+          reply.code = static_cast<std::uint32_t>(ReplyCode::Settings);
+        } else if (code == RequestCode::GetFilter && request.index < 2) {
+          hostile.copy(reply.filter.text, hostile.size());
+          reply.filter.kind = request.index;
+          reply.code = static_cast<std::uint32_t>(ReplyCode::Filter);
+        } else if (code == RequestCode::GetFilter) {
+          reply.code = static_cast<std::uint32_t>(ReplyCode::NoSuchFilter);
+        } else if (code == RequestCode::GetFileMapName || code == RequestCode::GetLogFile) {
+          hostile.copy(reply.path, hostile.size());
+          reply.code = static_cast<std::uint32_t>(code == RequestCode::GetFileMapName ? ReplyCode::FileMapName
+                                                                                      : ReplyCode::Path);
+        } else if (code == RequestCode::Ping) {
+          reply.code = static_cast<std::uint32_t>(ReplyCode::Alive);
+        }
+        return Answer::Reply;
+      },
+      kRequestPipeName);
+  TestSupport::WriteBytes(Path("bad.txt"), "include\ta" + hostile + "\nexclude\t" + hostile);
+  TestSupport::WriteBytes(Path("short.txt"), "include\t\x1b[\nexclude\t\xE2\x80\xAE\n");
+  for (const char* const arguments :
+       {"status", "status -o json", "settings path", "settings get", "filter list", "filter list -o tsv",
+        "filter list -o json", "filter test Camera", "filter test x", "filter set bad.txt",
+        "filter set short.txt", "filter remove 7", "doctor --watch 100", "doctor --watch 100 -o json",
+        "server state"}) {
+    const Outcome outcome = Run(arguments);
+    for (const std::string& shown : {outcome.out, outcome.err}) {
+      for (std::size_t i = 0; i < shown.size(); ++i) {
+        if (shown[i] == '\n' || shown[i] == '\t') continue;
+        EXPECT_EQ(TamLogClient::ControlLength(shown.substr(i)), 0U) << arguments << ": " << shown;
+      }
+      EXPECT_EQ(shown.find("\nend"), std::string::npos) << arguments << ": " << shown;
+    }
+  }
+  EXPECT_NE(Run("status").out.find("\\x1b]0;owned"), std::string::npos);
+  EXPECT_NE(Run("settings path").out.find("\\x1b]0;owned"), std::string::npos);
+}
+
 TEST_F(TamlogctlTest, ServerThatDoesNotAnswerInTimeIsFive) {
   const TestServer server([](const PipeRequest&, PipeReply&) { return Answer::Silence; }, kRequestPipeName);
   for (const std::string& command :
@@ -265,6 +317,65 @@ TEST_F(TamlogctlTest, ServerThatDoesNotAnswerInTimeIsFive) {
     const Outcome outcome = Run(command + " --timeout 1000");
     EXPECT_EQ(outcome.exitCode, 5) << command << ": " << outcome.err;
   }
+}
+
+// Everybody may write to the shared log, the names of its events included.
+TEST_F(TamlogctlTest, EventsOfSomebodyElsesChoiceAreNotTouched) {
+  ServedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
+  const TestServer server([](const PipeRequest&, PipeReply&) { return Answer::Silence; }, kRequestPipeName);
+  const char* const victimName = "Global\\TamLogTestVictim";
+  // Neither signalled nor reset: an event that resets itself is found as it was left.
+  const TamLogClient::Handle victim(CreateEventA(nullptr, FALSE, FALSE, victimName));
+  ASSERT_TRUE(victim);
+  for (std::size_t i = 0; i < 3; ++i) {
+    std::strcpy(reinterpret_cast<char*>(log.Bytes()) + kLockNamesOffset + i * kLockNameSize, victimName);
+    for (const bool signalled : {false, true}) {
+      for (const char* const command : {"show", "follow --for 1", "status --timeout 500", "show --count",
+                                        "doctor --unstick --watch 100 --timeout 500"}) {
+        signalled ? SetEvent(victim.Get()) : ResetEvent(victim.Get());
+        const Outcome outcome = Run(command);
+        EXPECT_NE(outcome.exitCode, 0) << command << "\n" << outcome.out;
+        EXPECT_EQ(WaitForSingleObject(victim.Get(), 0) == WAIT_OBJECT_0, signalled) << command;
+      }
+    }
+    EXPECT_EQ(Run("show").exitCode, 7);
+    TamLogClient::LogReader reader;
+    EXPECT_EQ(reader.Open(), TamLogClient::Status::ForeignEvents);
+    EXPECT_EQ(reader.Open(kFileMapName, TamLogClient::EventNames::Any), TamLogClient::Status::Ok);
+    reader.Close();
+    const Outcome diagnosis = Run("doctor --timeout 500");
+    EXPECT_NE(diagnosis.out.find("the log names the event '" + std::string(victimName)), std::string::npos)
+        << diagnosis.out;
+    const char* const own[] = {kHeaderLockName, kReadWaitEventName, kWriteWaitEventName};
+    std::strcpy(reinterpret_cast<char*>(log.Bytes()) + kLockNamesOffset + i * kLockNameSize, own[i]);
+    EXPECT_EQ(log.ReadCount(), 0);
+  }
+  EXPECT_EQ(Run("show").exitCode, 0);
+}
+
+// The pipe's name belongs to nobody while no server runs.
+TEST_F(TamlogctlTest, DoctorNamesTheProcessesThatTakeTheServersPlace) {
+  const ServedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
+  const TestServer server(
+      [](const PipeRequest&, PipeReply& reply) {
+        reply.code = static_cast<std::uint32_t>(ReplyCode::Alive);
+        return Answer::Reply;
+      },
+      kRequestPipeName);
+  const std::string own =
+      "process " + std::to_string(GetCurrentProcessId()) + " (tamlogctl_program_tests.exe)";
+  const Outcome outcome = Run("doctor");
+  EXPECT_NE(outcome.exitCode, 0);
+  EXPECT_NE(outcome.out.find("fail  pipe     answered by " + own + ", which is not the service"),
+            std::string::npos)
+      << outcome.out;
+  for (const char* const name : {kFileMapName, kHeaderLockName, kReadWaitEventName, kWriteWaitEventName}) {
+    EXPECT_NE(outcome.out.find(std::string("fail  names    ") + name +
+                               " exists although the server does not run; held by " + own),
+              std::string::npos)
+        << outcome.out;
+  }
+  EXPECT_EQ(server.Requests().size(), 0U);  // an impostor is asked nothing
 }
 
 // A server that is starting has its log mapped before it has its pipes. A program that maps it then keeps the
