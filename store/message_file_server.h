@@ -27,6 +27,7 @@
 #include "store/message_file_monitor.h"
 #include "store/message_list.h"
 #include "store/pending_list.h"
+#include "store/section_patience.h"
 #include "store/server_configuration.h"
 #include "store/writer_turn.h"
 #include "util/sync.h"
@@ -44,8 +45,9 @@ class MessageFileServer final : public TamLogUtil::MessageFile {
 
   // Opens the configured file, after closing one that is still open. A file that passes the integrity check
   // keeps its messages, any other is emptied; a file of another capacity is compacted. Pending messages are
-  // lost. Waits without limit for readers. Throws ExceptionWindows and ExceptionBase with the sentence of the
-  // step that failed; the caller then closes the file.
+  // lost. Waits without limit for readers inside, and up to two seconds for readers that keep the section of
+  // an earlier open where that one is in the way. Throws ExceptionWindows and ExceptionBase with the sentence
+  // of the step that failed; the caller then closes the file.
   void OpenFile(const std::string& mapName, const std::string& headerLockName,
                 const std::string& readWaitEventName, const std::string& writeWaitEventName);
 
@@ -107,17 +109,22 @@ class MessageFileServer final : public TamLogUtil::MessageFile {
 
   Settings ReadSettings();
   bool OpenLogFile(const std::string& path, std::uint32_t& lowFileSize);
-  void SetFileView();
+  void SetFileView(SectionPatience& patience, MappedView::Older older);
   // Appends the messages of a sound file to `loaded`, which may be null.
   bool Verify(MessageMirror* loaded);
+  // The three return false when the header, which they read again, has been written over since the check so
+  // that an index is outside the file.
+  //
   // `verified`: the messages that the check has just read, so that they need not be read again; may be null.
-  void InitializeFile(std::uint32_t maxMessage, MessageMirror* verified);
-  void Compact(LogFileHeader& header, std::uint32_t maxMessage);
-  void ResizeFile(std::uint32_t maxMessage);
+  bool InitializeFile(std::uint32_t maxMessage, MessageMirror* verified);
+  bool Compact(LogFileHeader& header, std::uint32_t maxMessage);
   // Loads the file's messages into the pending list, read in the way of LoadToList.
-  void LoadMirror();
+  bool LoadMirror();
+  // Calls begin(header, number of slots in the file), then append(slot, message) for each message from the
+  // newest on; nothing more, and returns false, when begin does.
   template <class Begin, class Append>
-  void Load(Begin&& begin, Append&& append);
+  bool Load(Begin&& begin, Append&& append);
+  void ResizeFile(std::uint32_t maxMessage);
   void SetServerRunning();
   void MarkClosed(TamLogUtil::Timeout& timeout, std::uint32_t maxMessage);
   Ticket TakeWriteAccess(TamLogUtil::Timeout& timeout);
@@ -126,6 +133,7 @@ class MessageFileServer final : public TamLogUtil::MessageFile {
   ServerConfiguration* configuration;
   TamLogUtil::Mutex* configLock;
   TamLogUtil::AutoHandle file;  // OpenFile and CloseFile only
+  std::string mappedPath;       // of the last open that mapped its file; OpenFile only
   WriterTurn writerTurn;
   PendingList pending;
   std::atomic<bool> changed = false;  // the messages changed; reset by the end of a write access

@@ -34,6 +34,8 @@ tamlog_status CodeOf(Status status) {
       return TAMLOG_DISCONNECTED;
     case Status::Damaged:
       return TAMLOG_DAMAGED;
+    case Status::NotALog:
+      return TAMLOG_NOT_A_LOG;
     case Status::InPage:
       return TAMLOG_IN_PAGE;
     case Status::NotFound:
@@ -43,6 +45,8 @@ tamlog_status CodeOf(Status status) {
       return TAMLOG_EXISTS;
     case Status::NotSupported:
       return TAMLOG_NOT_SUPPORTED;
+    case Status::ForeignEvents:
+      return TAMLOG_FOREIGN_EVENTS;
     case Status::Interrupted:  // no function of the interface can be interrupted
     case Status::SystemError:
       return TAMLOG_SYSTEM_ERROR;

@@ -20,6 +20,7 @@ std::span<const Field> CsvColumns(const FormatOptions& options) {
 std::optional<std::string_view> TextOf(Field field, const MessageToFormat& message) {
   if (field == Field::Source) return message.view.Source();
   if (field == Field::Text) return message.view.Text();
+  if (field == Field::Host) return message.host;
   return std::nullopt;
 }
 

@@ -48,8 +48,9 @@ Status LogStream::Begin(const FollowerMemory* memory) {
   failure = Status::Ok;
   away = reopened = false;
   Status status = reader.Open(options.mapName);
-  if (status == Status::Ok) status = reader.Snapshot(snapshot, options.timeoutMs);
-  if (!Readable(status)) {
+  const bool opened = status == Status::Ok;
+  if (opened) status = reader.Snapshot(snapshot, options.timeoutMs);
+  if (!opened || !Readable(status)) {
     Release();
     return status;
   }
@@ -138,12 +139,10 @@ void LogStream::ReleaseAll() {
   held.SetHold(0);
 }
 
+// Holds the turn only while the log is open and read, so that the guard can close it during the comparison,
+// which may take long.
 LogChange LogStream::Look() {
-  const std::lock_guard lock(turn);
-  return LookInTurn();
-}
-
-LogChange LogStream::LookInTurn() {
+  std::unique_lock lock(turn);
   if (away && !Reopen()) return LogChange::None;
   LogFileHeader header{};
   const Status status = reader.Look(header);
@@ -154,10 +153,10 @@ LogChange LogStream::LookInTurn() {
     return away ? LogChange::Stopped : LogChange::None;
   }
   if (GetTickCount64() - lastVisit < options.intervalMs) return LogChange::None;
-  return TakeSnapshot();
+  return TakeSnapshot(std::move(lock));
 }
 
-LogChange LogStream::TakeSnapshot() {
+LogChange LogStream::TakeSnapshot(std::unique_lock<std::mutex> inTurn) {
   KeepWaiting();
   const Status status = reader.Snapshot(snapshot, options.timeoutMs);
   if (status == Status::NotRunning) return LoseServer();
@@ -168,6 +167,7 @@ LogChange LogStream::TakeSnapshot() {
   if (!Readable(status)) return Fail(status);
   lastVisit = lastNews = GetTickCount64();
   lastChange = snapshot.header.changeCount;
+  inTurn.unlock();
   const FollowStep step = follower.Next(snapshot, reopened);
   const LogChange change = reopened ? LogChange::Reopened : ChangeOf(step);
   reopened = false;
@@ -201,7 +201,10 @@ LogChange LogStream::LoseServer() {
 
 bool LogStream::Reopen() {
   std::string name;
-  const bool back = client.GetFileMapName(name) == Status::Ok && reader.Open(name) == Status::Ok;
+  bool back = client.GetFileMapName(name) == Status::Ok;
+  // Any process can offer the pipe and name another mapping: the server's own has one name.
+  if (options.mapName == kFileMapName) name = kFileMapName;
+  back = back && reader.Open(name) == Status::Ok;
   client.Disconnect();
   if (!back) return false;
   away = false;

@@ -122,10 +122,9 @@ class LogStream {
 
   Status Begin(const FollowerMemory* memory);
   LogChange Look();
-  LogChange LookInTurn();
   void Guard();
   void Release();
-  LogChange TakeSnapshot();
+  LogChange TakeSnapshot(std::unique_lock<std::mutex> inTurn);
   LogChange Fail(Status status);
   LogChange LoseServer();
   bool Reopen();

@@ -22,9 +22,9 @@ bool IsRegular(const LogSnapshot& snapshot, const std::vector<std::uint32_t>& ri
   return true;
 }
 
-// The counters of one run of the log never fall.
+// The counters of one run of the log never fall. Those of a damaged header mean nothing.
 bool CountersGoOn(const LogFileHeader& before, const LogFileHeader& now) {
-  return now.maxMessages == before.maxMessages && now.changeCount >= before.changeCount &&
+  return RingIsSound(before) && now.maxMessages == before.maxMessages && now.changeCount >= before.changeCount &&
          now.rewriteCount >= before.rewriteCount && now.nextSequence >= before.nextSequence;
 }
 

@@ -30,12 +30,16 @@ const char* StatusText(Status status) {
       return "the system could not read the shared log";
     case Status::NotFound:
       return "no such file";
+    case Status::NotALog:
+      return "not a log";
     case Status::NotAFile:
       return "not a file";
     case Status::Exists:
       return "already exists";
     case Status::NotSupported:
       return "this operating system has no log server";
+    case Status::ForeignEvents:
+      return "the shared log names events that are not the server's";
     case Status::Interrupted:
       return "interrupted";
     case Status::SystemError:

@@ -9,12 +9,13 @@ using TamLogClient::Status;
 
 std::string ProblemOf(Status status, const std::string& remark) {
   if (status == Status::Damaged && !remark.empty()) return remark + "; see: tamlogctl verify";
+  if (status == Status::NotALog) return "is no log (" + remark + ")";
   if (status == Status::NotAFile) return "is a directory; name a file in it";
   return Explain(status);
 }
 
 std::string FileProblem(const std::string& path, Status status, const std::string& remark) {
-  return path + ": " + ProblemOf(status, remark);
+  return path + (status == Status::NotALog ? " " : ": ") + ProblemOf(status, remark);
 }
 
 std::string TargetProblem(const std::string& target, Status status) {

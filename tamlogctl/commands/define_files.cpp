@@ -1,3 +1,7 @@
+#include <cstdint>
+#include <limits>
+#include <string>
+
 #include "tamlogctl/commands/shared_options.h"
 #include "tamlogctl/commands/verbs.h"
 #include "tamlogctl/read/export.h"
@@ -12,7 +16,7 @@ namespace {
 
 constexpr const char* kVerifyFooter =
     R"(A server that finds a broken rule at its start empties the whole file. Damage is data that no server writes; a
-remark is unusual data that a server can write. Exit codes: 0 no damage, 1 damage, 3 no such file.
+remark is unusual data that a server can write. Exit codes: 0 no damage, 1 damage, 3 no such file, 9 no log.
 
 Examples:
   tamlogctl verify Logs.dat                   findings, rule by rule
@@ -20,17 +24,19 @@ Examples:
   tamlogctl verify --live -o json             the running server's log, for programs)";
 
 constexpr const char* kRepairFooter =
-    R"(Never changes the damaged file. The new file is in time order and passes every rule.
+    R"(Never changes the damaged file. The new file is in time order and passes every rule. Where the file lost or
+gained bytes, the messages are found at their new places.
+Exit codes: 0 saved, 7 most of what was saved may be no messages, or nothing could be saved, 9 FILE is no log.
 
 Examples:
-  tamlogctl repair Logs.dat --output New.dat  all that the ring holds
-  tamlogctl repair Logs.dat --output New.dat --carve
-                                              also messages that a clear or a reformat left, or that moved
-  tamlogctl repair Logs.dat --output New.dat --capacity 50000 --force
+  tamlogctl repair Logs.dat New.dat           all that the ring holds
+  tamlogctl repair Logs.dat New.dat --carve   also messages that a clear or a reformat left
+  tamlogctl repair Logs.dat New.dat --capacity 50000 --force
                                               for a server that is set to 50000 messages)";
 
 constexpr const char* kMergeFooter =
-    R"(A labelled source is written HOST/source, in json as a field "host".
+    R"(The label is written HOST/source; json, rfc5424 and export have a field of their own for it, and --fields and
+templates the field "host".
 
 Examples:
   tamlogctl merge a.dat b.dat                 one stream, in order of time
@@ -52,7 +58,8 @@ Examples:
                                               all new messages, in files of one day or 10 MiB)";
 
 constexpr const char* kImportFooter =
-    R"(Messages keep their times; the server sorts them in. After a lost connection it continues where it stopped.
+    R"(Messages keep their times; the server sorts them in. Messages that the log already holds are not sent, so the same
+import may run twice; --again sends them. After a restart of the server it sends again what the restart has lost.
 Exit codes: 0 all are in the log, 1 some were dropped, 3 no server, 6 some were refused, 7 the log file is
 damaged.
 
@@ -66,13 +73,15 @@ Verb Verify() {
   Verb verb = MakeVerb("verify", "Check log files against every rule of the format", kVerifyFooter, options,
                        VerifyFiles);
   verb.Add({
-      Operands("FILE", List(options->files), "Files to check"),
+      Operands("FILE", Files(options->files), "Files to check"),
       Flag("--live", options->live, "Check the running server's log"),
-      Flag("--all", options->all, "List every finding, not only the first 20 of each rule"),
+      Flag("--all", options->all,
+           "List every finding, not only the first 20 of each rule and the first remark of each"),
       Flag("--strict", options->strict,
            "Exit code 1 also when a server would not accept it for another reason"),
       Flag("-q,--quiet", options->quiet, "Print nothing; the exit code is the answer"),
       JsonOption(options->json, "Format: text or json (one object a file)"),
+      PagerOption(options->noPager),
   });
   verb.Add(OptionsOfAll(*options));
   verb.check = [options](const Given&) {
@@ -88,16 +97,21 @@ Verb Repair() {
                        options, RepairFile);
   verb.Add({
       Operand("FILE", Text(options->file), "The damaged file; it is only read").Required(),
-      Value("--output", "NEW", Text(options->output), "The new file").Required(),
-      Flag("--carve", options->carve, "Also messages outside the ring or at a shifted place"),
+      Operand("NEW", Text(options->output), "The new file"),
+      Value("--output", "NEW", Text(options->output), "The new file, for scripts that name it so")
+          .Excludes("NEW"),
+      Flag("--carve", options->carve, "Also messages outside the ring or after the end of the log"),
       Flag("--unique", options->unique, "Leave out messages that are equal to an earlier one, byte for byte"),
-      Value("--capacity", "N", Number(1, kMostMessages, options->capacity),
-            "Capacity of the new file (that of the damaged one)"),
+      Value("--capacity", "N", Number(1, std::numeric_limits<std::int32_t>::max(), options->capacity),
+            "Capacity of the new file (that of the damaged one, or more, up to 1000000)"),
       Flag("--force", options->force, "Replace NEW if it already exists"),
       Flag("--all", options->all, "List every loss, not only the first 20"),
       Flag("-q,--quiet", options->quiet, "Print nothing but errors"),
   });
   verb.Add(OptionsOfAll(*options));
+  verb.check = [options](const Given&) {
+    return std::string(options->output.empty() ? "NEW: name the file to write" : "");
+  };
   return verb;
 }
 
@@ -106,11 +120,15 @@ Verb Merge() {
   Verb verb = MakeVerb("merge", "Print the messages of several log files in order of time", kMergeFooter,
                        options, MergeFiles);
   verb.Add({
-      Operands("FILE", List(options->files), "Log files without a label"),
+      Operands("FILE", Files(options->files), "Log files without a label"),
       Values("--label", "HOST=FILE", List(options->labels),
              "A log file and the name of its machine (repeatable)"),
       Values("--offset", "HOST=OFFSET", List(options->offsets),
              "Added to that machine's times: +1h, -90s (ms, s, m, h, d, w)"),
+      LimitOption(options->limit, "The last N that match, the first N (+N), or all"),
+      Flag("--count", options->count, "Print only the number of messages that match"),
+      Flag("-r,--reverse", options->reverse, "Newest first"),
+      PagerOption(options->noPager),
   });
   verb.Add(WritingOptions(options->output));
   verb.Add(SelectingOptions(options->selection));
@@ -119,7 +137,7 @@ Verb Merge() {
   verb.check = [options](const Given&) {
     if (options->files.empty() && options->labels.empty())
       return std::string("FILE: name a file, or --label HOST=FILE");
-    return SelectionProblem(options->selection);
+    return SelectionProblem(options->selection, true);
   };
   return verb;
 }
@@ -146,7 +164,7 @@ std::string FollowingProblem(const ExportOptions& options) {
   if (options.asLog) return "--log: cannot be used with --follow: a log file has a fixed size";
   if (options.output.format == "json-array")
     return "-o json-array: cannot be used with --follow: the array would be unterminated; use -o json";
-  if (options.last || options.before > 0 || options.after > 0)
+  if (options.limit.last || options.limit.first || options.before > 0 || options.after > 0)
     return "-n: cannot be used with --follow, nor can -A, -B and -C: all messages that match are written";
   if (!options.afterCursor.empty())
     return "--after-cursor: cannot be used with --follow; use --cursor-file, which also lets the next run "
@@ -159,7 +177,7 @@ std::string Check(const ExportOptions& options, const Given& given) {
     if (options.asLog && given.Has(name))
       return std::string(name) + ": cannot be used with --log: a log file has its own format";
   }
-  std::string problem = SelectionProblem(options.selection);
+  std::string problem = SelectionProblem(options.selection, !options.files.empty());
   if (problem.empty()) problem = CursorProblem(options);
   if (problem.empty() && options.follow) problem = FollowingProblem(options);
   return problem;
@@ -185,7 +203,7 @@ Verb Export() {
   verb.Add(RotationOptions(*options));
   for (Option& option : FollowingOptions(options->intervalMs, options->ordered, options->forSeconds))
     verb.options.push_back(std::move(option).Needs("--follow"));
-  verb.Add({CountOption(options->last, "The last N that match, or all")});
+  verb.Add({LimitOption(options->limit, "The last N that match, the first N (+N), or all")});
   verb.Add(WritingOptions(options->output));
   verb.Add(SelectingOptions(options->selection));
   verb.Add(PositionOptions(*options));
@@ -200,14 +218,19 @@ Verb Import() {
   Verb verb = MakeVerb("import", "Send the messages of files to the running server", kImportFooter, options,
                        ImportFiles);
   verb.Add({
-      Operands("FILE", List(options->files), "Log files, or lines of json or tsv").Required(),
+      Operands("FILE", Files(options->files), "Log files, or lines of json or tsv").Required(),
       Words("--input", {"auto", "log", "json", "tsv"}, options->input,
             "Format of the files (auto detects it)"),
       Value("--retry", "SECONDS", Number(0, 3600, options->retrySeconds),
-            "How long to wait for a server whose connection is lost, in seconds (30)"),
+            "How long to wait for a server that is gone, in seconds (30; at the start 0)"),
+      Flag("--again", options->again, "Also send messages that the log already holds"),
       QuietOption(options->quiet),
   });
   verb.Add(OptionsOfAll(*options));
+  verb.check = [options](const Given& given) {
+    options->waitAtStart = given.Has("--retry");
+    return std::string();
+  };
   return verb;
 }
 

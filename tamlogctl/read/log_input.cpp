@@ -9,6 +9,7 @@
 #include "client/message/log_message_view.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/file_problem.h"
+#include "tamlogctl/base/plain_file.h"
 #include "tamlogctl/base/progress.h"
 
 namespace TamLogCtl {
@@ -41,40 +42,50 @@ LogInput InputOf(const std::string& name, LogSnapshot snapshot, bool quiet) {
 }
 
 LogInput ReadFileInput(const std::string& path, bool quiet, const ReadPart& readPart) {
+  const PlainFile& file = PlainFileOf(path);
+  if (!file.Readable()) return {{}, file.exitCode};
   TamLogClient::LogFileContents contents;
   {
     const Busy busy("reading " + path);
-    const auto readTail = [&path](std::size_t count, TamLogClient::LogTail& tail) {
-      return TamLogClient::ReadLogFileTail(path, count, tail);
+    const auto readTail = [&file](std::size_t count, TamLogClient::LogTail& tail) {
+      return TamLogClient::ReadLogFileTail(file.path, count, tail);
     };
     auto part = readPart ? readPart(readTail) : std::nullopt;
     if (part) {
       contents.snapshot = std::move(*part);
     } else {
-      contents = TamLogClient::ReadLogFile(path);
+      contents = TamLogClient::ReadLogFile(file.path);
     }
   }
   const Status status = contents.status;
   if (status != Status::Ok && !(quiet && Readable(status))) Say(FileProblem(path, status, contents.remark));
   LogInput input = InputOf(path, std::move(contents.snapshot), quiet);
   if (status != Status::Ok) input.exitCode = ExitCodeOf(status);
+  input.exitCode = WorseOf(input.exitCode, file.exitCode);
   return input;
 }
 
 std::optional<ScannedInput> ScanFileInput(const std::string& path, bool quiet,
                                           const std::function<void(const LogMessage&)>& take) {
-  std::size_t damaged = 0;
+  const PlainFile& file = PlainFileOf(path);
+  TamLogClient::LogFileSurvey survey;
   TamLogClient::LogFileScan scan;
   {
     const Busy busy("counting in " + path);
+    std::uint64_t key = 0;
     const auto look = [&](const LogMessage& message) {
-      if (LogMessageView(message).Damaged()) ++damaged;
+      survey.Add(message, key);
       take(message);
       return true;
     };
-    if (!scan.Open(path) || !scan.ForEach(look)) return std::nullopt;
+    if (!file.Readable() || !scan.Open(file.path) || !scan.ForEach(look) || !IsSound(file.path, survey)) return std::nullopt;
   }
-  return ScannedInput{scan.Header(), JudgeMessages(path, damaged, quiet)};
+  return ScannedInput{scan.Header(), WorseOf(JudgeMessages(path, survey.damaged, quiet), file.exitCode)};
+}
+
+bool IsSound(const std::string& path, const TamLogClient::LogFileSurvey& survey) {
+  if (survey.inTimeOrder && survey.doubtful == 0) return true;
+  return TamLogClient::JudgeLogFile(path).status == Status::Ok;
 }
 
 int WorstOf(const std::vector<LogInput>& inputs) {

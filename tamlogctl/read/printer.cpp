@@ -9,16 +9,6 @@
 
 namespace TamLogCtl {
 
-namespace {
-
-// Highlights appear wherever colours do.
-bool ColorsAreShown(Color color) {
-  return color == Color::Always ||
-         (color == Color::Auto && StdoutIsTerminal() && !EnvironmentHas("NO_COLOR"));
-}
-
-}  // namespace
-
 std::optional<Printer> Printer::Make(const ShowOptions& options, int& exitCode) {
   auto selection = MakeSelection(options.selection, options.output, exitCode);
   if (!selection) return std::nullopt;
@@ -29,14 +19,13 @@ std::optional<Printer> Printer::Make(const ShowOptions& options, int& exitCode) 
   for (const std::string& text : options.highlights) {
     auto pattern = MakePattern("--highlight", text, options.selection);
     if (!pattern) return std::nullopt;
-    if (IsTextFormat(options) && ColorsAreShown(options.color))
-      printer.highlights.push_back(std::move(*pattern));
+    if (IsTextFormat(options) && WantsColor(options.color)) printer.highlights.push_back(std::move(*pattern));
   }
   return printer;
 }
 
 void Printer::PrintLast(const std::vector<const LogMessage*>& oldestFirst) {
-  std::vector<std::size_t> indices = ChooseLast(oldestFirst, selection, options.last);
+  std::vector<std::size_t> indices = ChooseMessages(oldestFirst, selection, options.limit);
   matched += indices.size();
   if (options.count) return;
   indices = WithContext(indices, oldestFirst.size(), options.before, options.after);
@@ -52,7 +41,7 @@ void Printer::PrintLast(const std::vector<const LogMessage*>& oldestFirst) {
 
 void Printer::Print(const LogMessage& message, bool late) {
   if (failed) return;
-  if (Wants(message)) {
+  if (!LimitIsReached() && Wants(message)) {
     ++matched;
     if (options.count) return;
     if (leftOut && emitted) EmitGap();
@@ -94,9 +83,7 @@ void Printer::EmitGap() {
 
 bool Printer::Finish() {
   if (options.count) {
-    const std::size_t number = options.last ? std::min(matched, *options.last) : matched;
-    const bool json = options.output.format == "json" || options.output.format == "ndjson";
-    pending += json ? "{\"count\":" + std::to_string(number) + "}\n" : std::to_string(number) + "\n";
+    pending += CountText(options.limit.Of(matched), options.output);
   } else {
     if (!begun) formatter.AppendHead(pending);
     begun = true;

@@ -6,12 +6,14 @@
 
 #include "client/file/log_file_scan.h"
 #include "tamlogctl/base/console.h"
+#include "tamlogctl/base/plain_file.h"
 #include "tamlogctl/base/progress.h"
 #include "tamlogctl/read/log_input.h"
 #include "tamlogctl/read/printer.h"
 #include "tamlogctl/read/reading_position.h"
 #include "tamlogctl/read/show.h"
 #include "tamlogctl/read/show_logs.h"
+#include "tamlogctl/select/log_end.h"
 
 namespace TamLogCtl {
 
@@ -37,19 +39,20 @@ std::optional<int> CountInFiles(const ShowOptions& options, Printer& printer) {
 // nothing when the file has to be read in the ordinary way.
 std::optional<int> PrintInOrder(const ShowOptions& options, Printer& printer) {
   const std::string& path = options.files.front();
+  const PlainFile& file = PlainFileOf(path);
   TamLogClient::LogFileScan scan;
-  if (!scan.Open(path)) return std::nullopt;
+  if (!file.Readable() || !scan.Open(file.path)) return std::nullopt;
   auto busy = std::make_optional<Busy>("reading " + path);
   const auto survey = scan.Survey();
   busy.reset();
-  if (!survey || !survey->inTimeOrder) return std::nullopt;
-  int exitCode = JudgeMessages(path, survey->damaged, options.quiet);
+  if (!survey || !survey->inTimeOrder || !IsSound(file.path, *survey)) return std::nullopt;
+  int exitCode = WorseOf(JudgeMessages(path, survey->damaged, options.quiet), file.exitCode);
   Pager pager;
   if (!options.noPager) pager.Begin();
   printer.SetLog(scan.Header());
   const bool whole = scan.ForEach([&printer](const LogMessage& message) {
     printer.Print(message, false);
-    return !printer.OutputFailed();
+    return !printer.OutputFailed() && !printer.IsComplete();
   });
   if (!printer.Finish(pager)) return kOutputFailed;
   if (!whole) {
@@ -59,9 +62,7 @@ std::optional<int> PrintInOrder(const ShowOptions& options, Printer& printer) {
   return EndOf(printer, exitCode);
 }
 
-}  // namespace
-
-int ShowFiles(const ShowOptions& options) {
+int Show(const ShowOptions& options) {
   int exitCode = kDone;
   auto printer = Printer::Make(options, exitCode);
   auto position = printer ? ReadingPosition::Make(options, exitCode) : std::nullopt;
@@ -70,7 +71,7 @@ int ShowFiles(const ShowOptions& options) {
   auto trial = *printer;
   if (options.count && !HasCursor(options)) {
     if (const auto code = CountInFiles(options, trial)) return *code;
-  } else if (options.files.size() == 1 && !options.last && !options.reverse && !HasCursor(options)) {
+  } else if (options.files.size() == 1 && !options.limit.last && !options.reverse && !HasCursor(options)) {
     if (const auto code = PrintInOrder(options, trial)) return *code;
   }
   std::vector<LogInput> logs;
@@ -78,6 +79,12 @@ int ShowFiles(const ShowOptions& options) {
   for (const std::string& path : options.files)
     logs.push_back(ReadFileInput(path, options.quiet, NewestPart(options, *printer)));
   return PrintLogs(options, *printer, *position, logs);
+}
+
+}  // namespace
+
+int ShowFiles(const ShowOptions& options) {
+  return RunWithEnd(options, Show);
 }
 
 }  // namespace TamLogCtl

@@ -4,10 +4,12 @@
 #include <cstring>
 #include <optional>
 #include <string_view>
+#include <utility>
 
 #include "client/file/log_file_image.h"
 #include "client/file/log_file_repair.h"
 #include "client/file/log_file_verify.h"
+#include "client/file/log_recognition.h"
 #include "client/format/tsv_text.h"
 #include "client/message/hex.h"
 #include "client/message/message_body.h"
@@ -16,6 +18,7 @@
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
 #include "tamlogctl/base/json.h"
+#include "tamlogctl/base/plain_file.h"
 
 namespace TamLogCtl {
 
@@ -34,7 +37,7 @@ bool TakeWords(const JsonArray& list, TamLogClient::TimeWords& words) {
   if (list.size() < 7 || list.size() > words.size()) return false;
   for (std::size_t i = 0; i < list.size(); ++i) {
     const auto word = list[i].AsInteger();
-    if (!word) return false;
+    if (!word || !std::in_range<std::int16_t>(*word)) return false;
     words[i] = static_cast<std::int16_t>(*word);
   }
   return true;
@@ -122,6 +125,11 @@ void ReadLines(std::string_view bytes, bool json, ImportSource& source) {
 
 void ReadLog(const std::string& bytes, ImportSource& source) {
   const LogFileImage image(bytes);
+  if (const std::string why = TamLogClient::WhyNoLog(image); !why.empty()) {
+    source.problem = ProblemOf(TamLogClient::Status::NotALog, why);
+    source.exitCode = kNotALog;
+    return;
+  }
   const auto plan = PlanRepair(image);
   for (const auto& saved : plan.oldestFirst) source.messages.push_back(SavedMessageOf(image, saved).body);
   if (VerifyLogFile(image, {.most = 0}).Damage() == 0) return;
@@ -160,7 +168,10 @@ int ReadImports(const std::vector<std::string>& paths, const std::string& format
                 std::vector<LogMessageBody>& messages) {
   int exitCode = kDone;
   for (const std::string& path : paths) {
-    const ImportSource source = ReadImport(path, format);
+    const PlainFile& file = PlainFileOf(path);
+    if (!file.Readable()) return file.exitCode;
+    exitCode = WorseOf(exitCode, file.exitCode);
+    const ImportSource source = ReadImport(file.path, format);
     if (source.exitCode != kDone) {
       Say(path + ": " + source.problem +
           (source.unreadable > 1 ? " (and " + std::to_string(source.unreadable - 1) + " more)" : ""));

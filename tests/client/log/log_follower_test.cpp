@@ -2,9 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+#include <random>
 #include <string>
 #include <vector>
 
+#include "client/log/follower_memory.h"
 #include "tests/support/ring_model.h"
 
 namespace {
@@ -360,6 +363,39 @@ TEST_F(LogFollowerTest, LossAmongInsertionsIsCountedByThePlaceOfTheNextSlot) {
   EXPECT_EQ(texts, (Strings{"new60", "new70", "new75", "new80", "new90"}));
   EXPECT_TRUE(step.loss.Exact());
   EXPECT_EQ(step.loss.least, 1U);
+}
+
+// Any process that maps the file may write its header. Under the sanitizers.
+TEST(LogFollowerHostile, AnyHeaderIsSurvived) {
+  constexpr std::int32_t kLowest = std::numeric_limits<std::int32_t>::min();
+  constexpr std::int32_t kHighest = std::numeric_limits<std::int32_t>::max();
+  constexpr std::int32_t kNumbers[] = {kLowest, -1, 0, 1, 2, 4, 5, kHighest};
+  constexpr std::uint64_t kCounters[] = {0, 1, 2, 3, 8, std::numeric_limits<std::uint64_t>::max()};
+  std::mt19937 random(5);
+  LogFollower follower;
+  for (int i = 0; i < 20000; ++i) {
+    LogSnapshot snapshot;
+    snapshot.header.maxMessages = kNumbers[random() % 8];
+    snapshot.header.messageCount = kNumbers[random() % 8];
+    snapshot.header.nextSlot = kNumbers[random() % 8];
+    snapshot.header.changeCount = kCounters[random() % 6];
+    snapshot.header.rewriteCount = kCounters[random() % 6];
+    snapshot.header.nextSequence = kCounters[random() % 6];
+    snapshot.slots.resize(random() % 6);
+    for (LogMessage& slot : snapshot.slots) {
+      slot.sequence = kCounters[random() % 6];
+      slot.body = MakeBody(static_cast<std::int32_t>(random() % 4), "x");
+    }
+    if (random() % 50 == 0) follower.Start(snapshot);
+    if (random() % 10 == 0) {
+      const auto memory = TamLogClient::ParseMemory(FormatMemory(follower.Remembered(random() % 4)));
+      ASSERT_TRUE(memory);
+      follower.Resume(*memory);
+    }
+    const FollowStep result = follower.Next(snapshot, random() % 2 == 0);
+    for (const auto& message : result.messages) ASSERT_LT(message.slot, snapshot.slots.size());
+    ASSERT_TRUE(!result.loss.most || *result.loss.most >= result.loss.least);
+  }
 }
 
 }  // namespace
