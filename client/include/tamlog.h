@@ -114,7 +114,7 @@ TAMLOG_API int32_t TAMLOG_CALL tamlog_time_is_real(const tamlog_time* time);
 TAMLOG_API uint64_t TAMLOG_CALL tamlog_time_key(const tamlog_time* time);
 
 enum {
-  TAMLOG_MESSAGE_LATE = 1,   /* dated before a message that was returned earlier */
+  TAMLOG_MESSAGE_LATE = 1,   /* dated before the message returned just before it */
   TAMLOG_MESSAGE_DAMAGED = 2 /* breaks a rule of the file: an unterminated text, or a type above 3 */
 };
 

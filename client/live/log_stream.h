@@ -57,7 +57,7 @@ struct LogItem {
   };
   Kind kind = Kind::Message;
   const LogMessage* message = nullptr;  // Kind::Message: valid until the next call
-  bool late = false;                    // Kind::Message: dated before a message that was returned earlier
+  bool late = false;                    // Kind::Message: dated before the message returned just before it
   Loss loss;                            // Kind::Lost
 };
 

@@ -18,7 +18,7 @@ class ReorderBuffer {
  public:
   struct Ready {
     LogMessage message{};
-    bool late = false;  // a message returned before has a later time
+    bool late = false;  // dated before the message returned just before it
   };
 
   void SetHold(std::uint64_t milliseconds) { hold = milliseconds; }
