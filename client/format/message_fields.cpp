@@ -9,7 +9,7 @@ namespace TamLogClient {
 
 namespace {
 
-constexpr std::array<std::pair<std::string_view, Field>, 10> kFields{{{"time", Field::Time},
+constexpr std::array<std::pair<std::string_view, Field>, 13> kFields{{{"time", Field::Time},
                                                                       {"seq", Field::Seq},
                                                                       {"type", Field::Type},
                                                                       {"label", Field::Label},
@@ -18,7 +18,10 @@ constexpr std::array<std::pair<std::string_view, Field>, 10> kFields{{{"time", F
                                                                       {"origin", Field::Origin},
                                                                       {"tail", Field::Tail},
                                                                       {"spare", Field::Spare},
-                                                                      {"late", Field::Late}}};
+                                                                      {"late", Field::Late},
+                                                                      {"host", Field::Host},
+                                                                      {"source_hex", Field::SourceHex},
+                                                                      {"text_hex", Field::TextHex}}};
 
 constexpr std::array<std::pair<std::string_view, int>, 19> kSeverities{{{"emerg", 0},
                                                                         {"emergency", 0},
@@ -47,15 +50,6 @@ std::string_view TakeItem(std::string_view& list) {
   return item;
 }
 
-std::optional<int> SeverityOf(std::string_view name) {
-  std::string lower(name);
-  std::transform(lower.begin(), lower.end(), lower.begin(), LowerCase);
-  for (const auto& [known, severity] : kSeverities) {
-    if (known == lower) return severity;
-  }
-  return std::nullopt;
-}
-
 // Returns whether a name is a single word that no format has to quote.
 bool IsWord(std::string_view name) {
   constexpr std::size_t kMost = 16;
@@ -71,6 +65,15 @@ bool EndsInComma(std::string_view list) {
 
 }  // namespace
 
+std::optional<int> SeverityOf(std::string_view name) {
+  std::string lower(name);
+  std::transform(lower.begin(), lower.end(), lower.begin(), LowerCase);
+  for (const auto& [known, severity] : kSeverities) {
+    if (known == lower) return severity;
+  }
+  return std::nullopt;
+}
+
 std::optional<Field> FieldFromName(std::string_view name) {
   for (const auto& [known, field] : kFields) {
     if (known == name) return field;
@@ -85,8 +88,12 @@ std::string_view NameOf(Field field) {
 std::optional<std::vector<Field>> ParseFields(std::string_view list, std::string& problem) {
   std::vector<Field> fields;
   if (list.empty() || EndsInComma(list)) {
-    problem = "a field is missing; the fields are " + std::string(kFieldNames);
+    problem = "a field is missing; the fields are " + std::string(kFieldNames) + ", or all";
     return std::nullopt;
+  }
+  if (list == "all") {
+    for (const auto& known : kFields) fields.push_back(known.second);
+    return fields;
   }
   while (!list.empty()) {
     const std::string_view name = TakeItem(list);

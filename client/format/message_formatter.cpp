@@ -1,5 +1,6 @@
 #include "client/format/message_formatter.h"
 
+#include <algorithm>
 #include <array>
 #include <optional>
 #include <string_view>
@@ -45,11 +46,31 @@ void MessageFormatter::AppendTail(std::string& out) const {
   if (options.format == Format::JsonArray) out += begun ? "\n]\n" : "]\n";
 }
 
-void MessageFormatter::Append(const LogMessage& message, bool late, std::string& out) {
+bool MessageFormatter::CarriesHost() const {
+  const auto isHost = [](Field field) { return field == Field::Host; };
+  const auto namesHost = [&](const TextTemplate::Part& part) { return part.field && isHost(*part.field); };
+  switch (options.format) {
+    case Format::Export:
+    case Format::Rfc5424:
+      return true;
+    case Format::Json:
+    case Format::JsonArray:
+      return options.fields.empty() || std::any_of(options.fields.begin(), options.fields.end(), isHost);
+    case Format::Csv:
+    case Format::Tsv:
+      return std::any_of(options.fields.begin(), options.fields.end(), isHost);
+    case Format::Template:
+      return std::any_of(options.layout.Parts().begin(), options.layout.Parts().end(), namesHost);
+    default:
+      return false;
+  }
+}
+
+void MessageFormatter::Append(const LogMessage& message, bool late, std::string& out, std::string_view host) {
   // These show no time, and determining its zone is most of the work.
   if (options.format == Format::Cat) return AppendCat(LogMessageView(message), options, out);
   if (options.format == Format::Raw) return AppendRaw(message, out);
-  MessageToFormat found{LogMessageView(message), WordsOf(message.body), true, std::nullopt, late};
+  MessageToFormat found{LogMessageView(message), WordsOf(message.body), true, std::nullopt, late, host};
   found.realTime = IsRealTime(found.words);
   found.offset = options.zone.OffsetAt(found.words);
   const bool first = !begun;

@@ -15,14 +15,6 @@ using TamLogClient::FormatOptions;
 
 constexpr std::string_view kTemplate = "template=";
 
-bool WantsColor(Color color) {
-  if (color != Color::Auto) {
-    if (color == Color::Always) EnableColors();
-    return color == Color::Always;
-  }
-  return StdoutIsTerminal() && !EnvironmentHas("NO_COLOR") && EnableColors();
-}
-
 bool Refuse(const char* option, const std::string& value, const std::string& fix) {
   Say(std::string(option) + " '" + value + "': " + fix);
   return false;
@@ -68,6 +60,13 @@ bool TakeFields(const OutputOptions& options, FormatOptions& to) {
   return true;
 }
 
+bool TakeSpreadsheet(const OutputOptions& options, FormatOptions& to) {
+  to.spreadsheet = options.spreadsheet;
+  if (!options.spreadsheet || to.format == Format::Csv || to.format == Format::Tsv) return true;
+  Say("--spreadsheet: add -o csv or -o tsv");
+  return false;
+}
+
 bool TakeZone(const OutputOptions& options, FormatOptions& to) {
   auto zone = TamLogClient::TimeZone::FromName(options.zone, OffsetOfLocalTime);
   if (!zone)
@@ -104,8 +103,8 @@ bool TakeEncoding(const OutputOptions& options, FormatOptions& to) {
 }
 
 bool Take(const OutputOptions& options, FormatOptions& chosen) {
-  return TakeFormat(options, chosen) && TakeFields(options, chosen) && TakeZone(options, chosen) &&
-         TakeTypeNames(options, chosen) && TakeEncoding(options, chosen);
+  return TakeFormat(options, chosen) && TakeFields(options, chosen) && TakeSpreadsheet(options, chosen) &&
+         TakeZone(options, chosen) && TakeTypeNames(options, chosen) && TakeEncoding(options, chosen);
 }
 
 std::optional<TamLogClient::MessageFormatter> Make(const OutputOptions& options, FormatOptions chosen) {
@@ -115,9 +114,20 @@ std::optional<TamLogClient::MessageFormatter> Make(const OutputOptions& options,
 
 }  // namespace
 
+bool WantsColor(Color color) {
+  if (color == Color::Always) EnableColors();
+  if (color != Color::Auto) return color == Color::Always;
+  return StdoutIsTerminal() && !EnvironmentHas("NO_COLOR") && TerminalIsCapable() && EnableColors();
+}
+
 std::optional<TamLogClient::TextEncoding> MakeEncoding(const OutputOptions& options) {
   FormatOptions chosen;
   return TakeEncoding(options, chosen) ? std::optional(chosen.encoding) : std::nullopt;
+}
+
+std::optional<TamLogClient::TypeNames> MakeTypeNames(const OutputOptions& options) {
+  FormatOptions chosen;
+  return TakeTypeNames(options, chosen) ? std::optional(std::move(chosen.typeNames)) : std::nullopt;
 }
 
 std::optional<FormatOptions> MakeFormatOptions(const OutputOptions& options) {
@@ -133,7 +143,16 @@ std::optional<TamLogClient::MessageFormatter> MakeFormatter(const OutputOptions&
 }
 
 std::optional<TamLogClient::MessageFormatter> MakeFileFormatter(const OutputOptions& options) {
-  return Make(options, {});
+  FormatOptions chosen;
+  if (!Take(options, chosen)) return std::nullopt;
+  // A table for people has fewer columns; a file is to be read back.
+  using TamLogClient::kExactCsvColumns;
+  using TamLogClient::kExactTsvColumns;
+  if (chosen.fields.empty() && chosen.format == Format::Csv)
+    chosen.fields.assign(kExactCsvColumns.begin(), kExactCsvColumns.end());
+  if (chosen.fields.empty() && chosen.format == Format::Tsv)
+    chosen.fields.assign(kExactTsvColumns.begin(), kExactTsvColumns.end());
+  return TamLogClient::MessageFormatter(std::move(chosen));
 }
 
 }  // namespace TamLogCtl

@@ -8,7 +8,6 @@
 #include "tamlogctl/read/merge.h"
 #include "tamlogctl/read/repair.h"
 #include "tamlogctl/read/verify.h"
-#include "tamlogctl/server/import.h"
 
 namespace TamLogCtl {
 
@@ -35,7 +34,8 @@ Examples:
                                               for a server that is set to 50000 messages)";
 
 constexpr const char* kMergeFooter =
-    R"(A labelled source is written HOST/source, in json as a field "host".
+    R"(The label is written HOST/source; json, rfc5424 and export have a field of their own for it, and --fields and
+templates the field "host".
 
 Examples:
   tamlogctl merge a.dat b.dat                 one stream, in order of time
@@ -56,23 +56,12 @@ Examples:
   tamlogctl export log.json -o json --follow --cursor-file done.txt --rotate 10M --rotate 1d --keep 30
                                               all new messages, in files of one day or 10 MiB)";
 
-constexpr const char* kImportFooter =
-    R"(Messages keep their times; the server sorts them in. Messages that the log already holds are not sent, so the same
-import may run twice; --again sends them. After a restart of the server it sends again what the restart has lost.
-Exit codes: 0 all are in the log, 1 some were dropped, 3 no server, 6 some were refused, 7 the log file is
-damaged.
-
-Examples:
-  tamlogctl import backup.dat                 the readable messages of a log file
-  tamlogctl import saved.json                 what `show -o json` wrote
-  tamlogctl import --input tsv a.txt b.txt    lines of tsv, merged by time)";
-
 Verb Verify() {
   const auto options = std::make_shared<VerifyVerbOptions>();
   Verb verb = MakeVerb("verify", "Check log files against every rule of the format", kVerifyFooter, options,
                        VerifyFiles);
   verb.Add({
-      Operands("FILE", List(options->files), "Files to check"),
+      Operands("FILE", Files(options->files), "Files to check"),
       Flag("--live", options->live, "Check the running server's log"),
       Flag("--all", options->all,
            "List every finding, not only the first 20 of each rule and the first remark of each"),
@@ -80,6 +69,7 @@ Verb Verify() {
            "Exit code 1 also when a server would not accept it for another reason"),
       Flag("-q,--quiet", options->quiet, "Print nothing; the exit code is the answer"),
       JsonOption(options->json, "Format: text or json (one object a file)"),
+      PagerOption(options->noPager),
   });
   verb.Add(OptionsOfAll(*options));
   verb.check = [options](const Given&) {
@@ -118,11 +108,15 @@ Verb Merge() {
   Verb verb = MakeVerb("merge", "Print the messages of several log files in order of time", kMergeFooter,
                        options, MergeFiles);
   verb.Add({
-      Operands("FILE", List(options->files), "Log files without a label"),
+      Operands("FILE", Files(options->files), "Log files without a label"),
       Values("--label", "HOST=FILE", List(options->labels),
              "A log file and the name of its machine (repeatable)"),
       Values("--offset", "HOST=OFFSET", List(options->offsets),
              "Added to that machine's times: +1h, -90s (ms, s, m, h, d, w)"),
+      LimitOption(options->limit, "The last N that match, the first N (+N), or all"),
+      Flag("--count", options->count, "Print only the number of messages that match"),
+      Flag("-r,--reverse", options->reverse, "Newest first"),
+      PagerOption(options->noPager),
   });
   verb.Add(WritingOptions(options->output));
   verb.Add(SelectingOptions(options->selection));
@@ -207,31 +201,10 @@ Verb Export() {
   return verb;
 }
 
-Verb Import() {
-  const auto options = std::make_shared<ImportOptions>();
-  Verb verb = MakeVerb("import", "Send the messages of files to the running server", kImportFooter, options,
-                       ImportFiles);
-  verb.Add({
-      Operands("FILE", List(options->files), "Log files, or lines of json or tsv").Required(),
-      Words("--input", {"auto", "log", "json", "tsv"}, options->input,
-            "Format of the files (auto detects it)"),
-      Value("--retry", "SECONDS", Number(0, 3600, options->retrySeconds),
-            "How long to wait for a server that is gone, in seconds (30; at the start 0)"),
-      Flag("--again", options->again, "Also send messages that the log already holds"),
-      QuietOption(options->quiet),
-  });
-  verb.Add(OptionsOfAll(*options));
-  verb.check = [options](const Given& given) {
-    options->waitAtStart = given.Has("--retry");
-    return std::string();
-  };
-  return verb;
-}
-
 }  // namespace
 
 std::vector<Verb> FileVerbs() {
-  return {Verify(), Repair(), Export(), Import(), Merge()};
+  return {Verify(), Repair(), Export(), Merge()};
 }
 
 }  // namespace TamLogCtl

@@ -15,6 +15,13 @@ namespace TamLogCtl {
 
 inline constexpr std::uint64_t kMostMessages = 1000000;  // that a log can hold
 
+// The headings of the help under which shared options stand.
+inline constexpr const char* kOptionsOfAll = "Options of every verb";
+inline constexpr const char* kWriting = "Writing messages";
+inline constexpr const char* kSelecting = "Choosing messages";
+inline constexpr const char* kPosition = "Context and cursors";
+inline constexpr const char* kFollowing = "Following";
+
 struct CommonOptions;
 struct MessageLimit;
 struct OutputOptions;
@@ -42,13 +49,20 @@ Option CountOption(std::optional<std::size_t>& last, std::string purpose);
 // -A, -B, -C, --cursor-file, --after-cursor, --show-cursor, --events.
 std::vector<Option> PositionOptions(ReadingOptions& to);
 
+// --no-pager
+Option PagerOption(bool& to);
+
 // -q
 Option QuietOption(bool& to);
 
 // -o text|json
 Option JsonOption(bool& to, std::string purpose = "Format: text or json");
 
-// --file, once for each copied log that is read instead of the running server's.
+// Stores the name of a file to read, or the files that match it where the program expands wildcards.
+Take Files(std::vector<std::string>& to);
+
+// --file and FILE, for each copied log that is read instead of the running server's.
+std::vector<Option> FileOptions(std::vector<std::string>& to, const std::string& purpose);
 Option FileOption(std::vector<std::string>& to, std::string purpose);
 
 // --interval, --ordered and --for, of verbs that follow.

@@ -8,11 +8,11 @@
 #include "client/message/utf8.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
-#include "tamlogctl/base/json.h"
+#include "tamlogctl/base/time_arithmetic.h"
 #include "tamlogctl/read/host_files.h"
 #include "tamlogctl/read/log_input.h"
+#include "tamlogctl/read/reading_options.h"
 #include "tamlogctl/select/log_end.h"
-#include "tamlogctl/select/time_arithmetic.h"
 
 namespace TamLogCtl {
 
@@ -20,10 +20,6 @@ namespace {
 
 using TamLogClient::LogMessageView;
 using TamLogClient::MessageFormatter;
-
-bool IsJson(const std::string& format) {
-  return format == "json" || format == "ndjson";
-}
 
 // Returns the message with LABEL/ before its source, cut to the size of the field.
 LogMessage WithLabel(const LogMessage& message, const std::string& label) {
@@ -38,14 +34,9 @@ LogMessage WithLabel(const LogMessage& message, const std::string& label) {
 }
 
 void AppendLabelled(MessageFormatter& formatter, const LogMessage& message, const std::string& label,
-                    bool json, std::string& out) {
-  if (label.empty() || !json) {
-    formatter.Append(label.empty() ? message : WithLabel(message, label), false, out);
-    return;
-  }
-  const std::size_t begin = out.size();
-  formatter.Append(message, false, out);
-  out.insert(out.find('{', begin) + 1, "\"host\":" + WriteJson(label) + ",");
+                    std::string& out) {
+  const bool before = !label.empty() && !formatter.CarriesHost();
+  formatter.Append(before ? WithLabel(message, label) : message, false, out, label);
 }
 
 struct Entry {
@@ -63,7 +54,9 @@ class Merge {
  private:
   std::optional<TamLogClient::TimeWords> End() const;
   void Read(std::size_t index);
-  int Print(const MessageSelection& selection, MessageFormatter& formatter);
+  std::vector<std::size_t> Choose(const MessageSelection& selection) const;
+  bool Print(const std::vector<std::size_t>& chosen, MessageFormatter& formatter) const;
+  int Output(const MessageSelection& selection, MessageFormatter& formatter);
 
   const MergeOptions& options;
   std::vector<HostFile> files;
@@ -80,22 +73,40 @@ void Merge::Read(std::size_t index) {
   }
 }
 
-int Merge::Print(const MessageSelection& selection, MessageFormatter& formatter) {
+// Returns the indices of the entries to print, in the order of the output.
+std::vector<std::size_t> Merge::Choose(const MessageSelection& selection) const {
+  std::vector<const LogMessage*> messages;
+  messages.reserve(entries.size());
+  for (const Entry& entry : entries) messages.push_back(entry.message);
+  auto chosen = ChooseMessages(messages, selection, options.limit);
+  if (!options.reverse) std::reverse(chosen.begin(), chosen.end());
+  return chosen;
+}
+
+bool Merge::Print(const std::vector<std::size_t>& chosen, MessageFormatter& formatter) const {
   std::string pending;
-  std::size_t printed = 0;
   formatter.AppendHead(pending);
-  for (const Entry& entry : entries) {
-    if (!selection.Wants(LogMessageView(*entry.message))) continue;
-    ++printed;
-    AppendLabelled(formatter, *entry.message, files[entry.file].host, IsJson(options.output.format), pending);
+  for (const std::size_t index : chosen) {
+    const Entry& entry = entries[index];
+    AppendLabelled(formatter, *entry.message, files[entry.file].host, pending);
     if (pending.size() < kWriteSize) continue;
-    if (!WriteOut(pending)) return kOutputFailed;
+    if (!WriteOut(pending)) return false;
     pending.clear();
   }
   formatter.AppendTail(pending);
-  if (!WriteOut(pending)) return kOutputFailed;
+  return WriteOut(pending);
+}
+
+int Merge::Output(const MessageSelection& selection, MessageFormatter& formatter) {
+  const auto chosen = Choose(selection);
+  Pager pager;
+  if (!options.noPager && !options.count) pager.Begin();
+  const bool written =
+      options.count ? WriteOut(CountText(chosen.size(), options.output)) : Print(chosen, formatter);
+  const bool paged = pager.Active();
+  if (!pager.End() || !(written || paged)) return kOutputFailed;
   const int exitCode = WorstOf(logs);
-  return printed == 0 && !selection.Empty() ? WorseOf(exitCode, kNegative) : exitCode;
+  return chosen.empty() && !selection.Empty() ? WorseOf(exitCode, kNegative) : exitCode;
 }
 
 // Returns the latest time of the files, with their offsets.
@@ -124,8 +135,13 @@ int Merge::Run() {
   if (!AnyRead(logs)) return WorstOf(logs);  // the output of an empty log would mislead
   std::stable_sort(entries.begin(), entries.end(),
                    [](const Entry& left, const Entry& right) { return left.key < right.key; });
-  const int exitCode = Print(*selection, *formatter);
-  if (exitCode == kNegative && !options.quiet) SuggestEnd(wanted, options.output, End());
+  const int exitCode = Output(*selection, *formatter);
+  if (exitCode == kNegative && !options.quiet) {
+    std::vector<std::string> paths;
+    for (const HostFile& file : files) paths.push_back(file.path);
+    SuggestSources(wanted, paths);
+    SuggestEnd(wanted, options.output, End());
+  }
   return exitCode;
 }
 

@@ -11,6 +11,7 @@
 #include "tamlogctl/base/counted.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
+#include "tamlogctl/base/plain_file.h"
 #include "tamlogctl/base/progress.h"
 #include "tamlogctl/read/output_file.h"
 
@@ -93,20 +94,23 @@ void AppendLogs(const RepairPlan& plan, std::string& text) {
 void AppendBreaks(const RepairPlan& plan, bool all, std::string& text) {
   if (plan.breaks.empty()) return;
   text += "  the file lost or gained bytes at " + Counted(plan.breaks.size(), "place") +
-          "; its slots were found again, and some messages may be older than the log\n";
+          "; its slots were found again" +
+          (plan.headerTrusted ? ", and some messages may be older than the log\n" : "\n");
   const std::size_t listed = all ? plan.breaks.size() : std::min(plan.breaks.size(), kListed);
   for (std::size_t i = 0; i < listed; ++i) {
     const TamLogClient::SlotBreak& gap = plan.breaks[i];
     const auto bytes = static_cast<std::uint64_t>(gap.bytes < 0 ? -gap.bytes : gap.bytes);
     text += "    " + PlaceOf(gap.offset) + ": " + Counted(bytes, "byte") +
-            (gap.bytes < 0 ? " missing" : " added") + "; slots go on at byte " + std::to_string(gap.end) + "\n";
+            (gap.bytes < 0 ? " missing" : " added") + "; slots go on at byte " + std::to_string(gap.end) +
+            "\n";
   }
   text += ListEnd(plan.breaks.size() - listed);
 }
 
 void AppendDoubt(const RepairPlan& plan, std::string& text) {
   if (plan.doubtful == 0) return;
-  text += "  in doubt: " + Counted(plan.doubtful, "message") + " without a date; the bytes may be no messages\n";
+  text +=
+      "  in doubt: " + Counted(plan.doubtful, "message") + " without a date; the bytes may be no messages\n";
 }
 
 // Returns whether most of what was found is doubtful, or nothing of what was there could be saved.
@@ -118,7 +122,7 @@ bool IsPoor(const RepairPlan& plan) {
 std::string ReportOf(const std::string& target, const RepairPlan& plan, std::uint64_t written,
                      std::uint32_t capacity, bool all) {
   const std::uint64_t carved = plan.oldestFirst.size() - plan.fromRing;
-  std::string text = target + ": " + Counted(written, "message");
+  std::string text = Shown(target) + ": " + Counted(written, "message");
   if (carved > 0) text += ", " + std::to_string(carved) + " of them carved";
   text += "\n";
   AppendLogs(plan, text);
@@ -138,13 +142,15 @@ std::string ReportOf(const std::string& target, const RepairPlan& plan, std::uin
 int RepairFile(const RepairVerbOptions& options) {
   if (TamLogClient::IsSameFile(options.file, options.output))
     return Refuse(kUsage, "NEW '" + options.output + "': is the damaged file itself; give another name");
+  const PlainFile& file = PlainFileOf(options.file);
+  if (!file.Readable()) return file.exitCode;
   auto busy = std::make_optional<Busy>("searching " + options.file);
   const auto fail = [&](Status status, const std::string& remark) {
     busy.reset();
     return Refuse(ExitCodeOf(status), FileProblem(options.file, status, remark));
   };
   TamLogClient::FileBytes bytes;
-  if (const Status status = bytes.Open(options.file); status != Status::Ok) return fail(status, "");
+  if (const Status status = bytes.Open(file.path); status != Status::Ok) return fail(status, "");
   const LogFileImage image(bytes);
   if (const std::string why = WhyNoLog(image); !why.empty()) return fail(Status::NotALog, why);
   const auto plan = PlanRepair(image, {options.carve, options.unique,
@@ -158,9 +164,10 @@ int RepairFile(const RepairVerbOptions& options) {
   };
   const int code = WriteLogTarget(options.output, messages, messageAt, capacity, options.force);
   if (code != kDone) return code;
-  const int exitCode = IsPoor(plan) ? kDamaged : kDone;
+  const int exitCode = IsPoor(plan) ? kDamaged : file.exitCode;
   if (options.quiet) return exitCode;
-  return WriteOut(ReportOf(options.output, plan, messages, capacity, options.all)) ? exitCode : kOutputFailed;
+  return WriteLines(ReportOf(options.output, plan, messages, capacity, options.all)) ? exitCode
+                                                                                     : kOutputFailed;
 }
 
 }  // namespace TamLogCtl

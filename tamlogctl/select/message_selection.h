@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "client/format/message_fields.h"
 #include "client/message/log_message_view.h"
 #include "client/message/text_encoding.h"
 #include "tamlogctl/select/text_pattern.h"
@@ -22,12 +23,23 @@ struct SourceTerm {
   std::uint32_t types = 0xF;  // bit i: type i
 };
 
+// Returns whether the name matches one in which each * stands for any characters, without regard to case.
+bool MatchesName(std::string_view name, std::string_view glob);
+
 // Returns nothing for an empty name, and for types that do not exist ("Camera:9", "Camera:"). A colon belongs
 // to the name if other characters than digits, commas and dashes follow it.
 std::optional<SourceTerm> ParseSourceTerm(std::string_view text);
 
 // Returns the mask of a list of types (bit i: type i); nothing if the list is malformed.
 std::optional<std::uint32_t> ParseTypes(std::string_view text);
+
+// The same for a list that may also have types as they are printed: T2, T1-T3, and their names without regard
+// to case.
+std::optional<std::uint32_t> ParseTypes(std::string_view text, const TamLogClient::TypeNames& names);
+
+// Returns the mask of the types of a severity (0 to 7) or a worse one. A type whose name is no severity
+// counts as informational, as in the formats.
+std::uint32_t TypesOfSeverity(int severity, const TamLogClient::TypeNames& names);
 
 // A message is wanted if it meets every condition that was set: one of the included sources, none of the
 // excluded ones, the types, the times, one of the patterns, none of the anti-patterns.

@@ -9,7 +9,7 @@
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
 #include "tamlogctl/base/locale.h"
-#include "tamlogctl/select/time_bound.h"
+#include "tamlogctl/base/time_bound.h"
 
 namespace TamLogCtl {
 
@@ -19,14 +19,25 @@ using TamLogClient::TimeWords;
 namespace {
 
 constexpr const char* kTermHelp = "expected NAME or NAME:TYPES, for example Camera:0,2";
-constexpr const char* kTimeHelp =
-    "expected YYYY-MM-DD [HH:MM[:SS[.mmm]]], HH:MM, now, today, yesterday [HH:MM], -1h30m (ms, s, m, h, d, "
-    "w), "
-    "'1 hour ago', YYYY-MM-DDTHH:MM:SSZ, or @SECONDS since 1970";
 
 std::nullopt_t RefuseValue(const std::string& option, const std::string& value, const std::string& problem) {
   Say(option + " '" + value + "': " + problem);
   return std::nullopt;
+}
+
+// Returns the severity of -p, which means something only if the names of the types have severities.
+std::optional<int> SeverityIn(const std::string& text, const TamLogClient::TypeNames& names) {
+  const bool digit = text.size() == 1 && text[0] >= '0' && text[0] <= '7';
+  const auto severity = digit ? std::optional(text[0] - '0') : TamLogClient::SeverityOf(text);
+  if (!severity)
+    return RefuseValue("-p", text,
+                       "expected emerg, alert, crit, err, warning, notice, info, debug, or 0 to 7");
+  for (std::uint32_t type = 0; type < kMessageTypes; ++type) {
+    if (names.Severity(type)) return severity;
+  }
+  return RefuseValue("-p", text,
+                     "types have no severity of their own; state it with --type-names 0=info,1=warn,3=err or "
+                     "TAMLOGCTL_TYPE_NAMES");
 }
 
 bool AddSources(const SelectionOptions& options, MessageSelection& selection) {
@@ -71,6 +82,30 @@ bool AddPatterns(const SelectionOptions& options, MessageSelection& selection) {
   return true;
 }
 
+bool AddTypes(const SelectionOptions& options, const OutputOptions& output, MessageSelection& selection) {
+  if (options.types.empty() && options.severity.empty()) return true;
+  const auto names = MakeTypeNames(output);
+  if (!names) return false;
+  std::uint32_t types = 0xF;
+  if (!options.types.empty()) {
+    const auto listed = ParseTypes(options.types, *names);
+    if (!listed) {
+      RefuseValue(
+          "-t", options.types,
+          "expected types from 0 to 3, T0 to T3, or their names by --type-names, for example 0,2 or 1-3");
+      return false;
+    }
+    types &= *listed;
+  }
+  if (!options.severity.empty()) {
+    const auto severity = SeverityIn(options.severity, *names);
+    if (!severity) return false;
+    types &= TypesOfSeverity(*severity, *names);
+  }
+  selection.SetTypes(types);
+  return true;
+}
+
 std::string Shown(const TimeWords& words) {
   std::string text;
   TamLogClient::AppendTime(words, ' ', text);
@@ -82,7 +117,7 @@ bool AddTimes(const SelectionOptions& options, const OutputOptions& output, Mess
   if (options.relativeToEnd && options.end) clock = {*options.end, clock.localOffset};
   const auto parse = [&clock](const char* option, const std::string& text, std::optional<TimeWords>& time) {
     if (!text.empty()) time = ParseBound(text, clock);
-    if (!text.empty() && !time) RefuseValue(option, text, kTimeHelp);
+    if (!text.empty() && !time) RefuseValue(option, text, kExpectedTime);
     return text.empty() || time;
   };
   std::optional<TimeWords> since;
@@ -149,11 +184,7 @@ std::optional<MessageSelection> MakeSelection(const SelectionOptions& options, c
       return std::nullopt;
     }
   }
-  if (!options.types.empty()) {
-    const auto types = ParseTypes(options.types);
-    if (!types) return RefuseValue("-t", options.types, "expected types from 0 to 3, for example 0,2 or 1-3");
-    selection.SetTypes(*types);
-  }
+  if (!AddTypes(options, output, selection)) return std::nullopt;
   if (!AddPatterns(options, selection) || !AddTimes(options, output, selection)) return std::nullopt;
   if (GoesBeyondAscii(options)) {
     const auto encoding = MakeEncoding(output);

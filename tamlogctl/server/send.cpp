@@ -15,7 +15,9 @@
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
+#include "tamlogctl/base/locale.h"
 #include "tamlogctl/base/progress.h"
+#include "tamlogctl/base/time_bound.h"
 #include "tamlogctl/base/wait.h"
 #include "tamlogctl/server/filter_text.h"
 #include "tamlogctl/server/live_delivery.h"
@@ -80,8 +82,8 @@ class Sender {
 
 int Sender::Run() {
   if (!options.time.empty()) {
-    time = TamLogClient::ParseTime(options.time);
-    if (!time) return Refuse(kUsage, "--time '" + options.time + "': expected YYYY-MM-DD HH:MM:SS.mmm");
+    time = ParseBound(options.time, ClockOfNow(OffsetAtUtc));
+    if (!time) return Refuse(kUsage, "--time '" + options.time + "': " + kExpectedTime);
   }
   if (options.hasArgument) return options.input.empty() ? SendText() : SendFile();
   if (StdinIsTerminal()) Say("reading messages from standard input, one on each line");

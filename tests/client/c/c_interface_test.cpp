@@ -75,13 +75,13 @@ TEST_F(CInterfaceTest, VersionsOfHeaderLibraryAndProjectAgree) {
 
 TEST_F(CInterfaceTest, EveryStatusHasACodeAndATextOfItsOwn) {
   std::set<std::string> texts;
-  for (tamlog_status status = TAMLOG_OK; status <= TAMLOG_OUTPUT_FAILED; ++status) {
+  for (tamlog_status status = TAMLOG_OK; status <= TAMLOG_FOREIGN_EVENTS; ++status) {
     const std::string text = tamlog_status_text(status);
     EXPECT_NE(text, "unknown status") << status;
     EXPECT_TRUE(texts.insert(text).second) << text;
   }
   EXPECT_STREQ(tamlog_status_text(-1), "unknown status");
-  EXPECT_STREQ(tamlog_status_text(TAMLOG_OUTPUT_FAILED + 1), "unknown status");
+  EXPECT_STREQ(tamlog_status_text(TAMLOG_FOREIGN_EVENTS + 1), "unknown status");
   std::set<tamlog_status> codes;
   for (int value = 0; value <= static_cast<int>(TamLogClient::Status::SystemError); ++value) {
     codes.insert(TamLogClient::CodeOf(static_cast<TamLogClient::Status>(value)));

@@ -2,9 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
+#include "client/live/handle.h"
+#include "client/live/log_reader.h"
+#include "client/message/utf8.h"
+#include "client/message/win32.h"
 #include "tests/client/live/served_log.h"
 #include "tests/client/live/test_server.h"
 #include "tests/support/files.h"
@@ -98,6 +104,50 @@ TEST_F(TamlogctlTest, LastNCountsMatches) {
   EXPECT_EQ(Run("show -o cat -n 0 " + log).out, "");
 }
 
+// Returns the bytes as a gzip member with one block that is stored, not compressed.
+std::string StoredGzip(const std::string& bytes) {
+  const auto little = [](std::uint32_t value, int count) {
+    std::string text;
+    for (int i = 0; i < count; ++i, value >>= 8U) text += static_cast<char>(value & 0xFFU);
+    return text;
+  };
+  std::uint32_t check = 0xFFFFFFFF;
+  for (const char byte : bytes) {
+    check ^= static_cast<unsigned char>(byte);
+    for (int bit = 0; bit < 8; ++bit) check = (check >> 1U) ^ ((check & 1U) != 0 ? 0xEDB88320U : 0);
+  }
+  const auto size = static_cast<std::uint32_t>(bytes.size());
+  return std::string("\x1F\x8B\x08\0\0\0\0\0\0\xFF\x01", 11) + little(size, 2) + little(~size, 2) + bytes +
+         little(~check, 4) + little(size, 4);
+}
+
+TEST_F(TamlogctlTest, WildcardsAreExpanded) {
+  const std::string bytes = TestSupport::ReadBytes(SavedLog());
+  TestSupport::WriteBytes(Path("b.dat"), bytes);
+  EXPECT_EQ(Run("show -o cat -n 3 *.dat").out, "message 4\nmessage 5\nmessage 5\n");
+  EXPECT_EQ(Run("show -o cat -n 1 --file ?.dat").out, "message 5\n");
+  EXPECT_EQ(Run("verify -q \"" + Path("*.dat") + "\"").exitCode, 0);
+  const auto nothing = Run("show *.log");
+  EXPECT_EQ(nothing.exitCode, 3);
+  EXPECT_NE(nothing.err.find("*.log: no file matches"), std::string::npos) << nothing.err;
+}
+
+TEST_F(TamlogctlTest, GzipAndStandardInputAreReadAndXzIsReported) {
+  const std::string bytes = TestSupport::ReadBytes(SavedLog());
+  TestSupport::WriteBytes(Path("Logs.gz"), StoredGzip(bytes));
+  EXPECT_EQ(Run("show -o cat -n 2 Logs.gz").out, "message 4\nmessage 5\n");
+  EXPECT_EQ(Run("show --count -", bytes).out, "6\n");
+  EXPECT_EQ(Run("show --count --file -", StoredGzip(bytes)).out, "6\n");
+  TestSupport::WriteBytes(Path("Logs.xz"), std::string("\xFD"
+                                                       "7zXZ\0 and so on",
+                                                       16));
+  const auto xz = Run("show Logs.xz");
+  EXPECT_EQ(xz.exitCode, 3);
+  EXPECT_NE(xz.err.find("Logs.xz: this program cannot read xz data; decompress the file first"),
+            std::string::npos)
+      << xz.err;
+}
+
 TEST_F(TamlogctlTest, NothingMatchedIsOne) {
   EXPECT_EQ(Run("show -s Nobody " + MakeLog()).exitCode, 1);
 }
@@ -136,7 +186,7 @@ TEST_F(TamlogctlTest, UsageErrorsAreTwoAndNameTheOptionAndTheFix) {
   expectUsage("shwo", "there is no verb 'shwo'");
   expectUsage("show --bad", "--bad");
   expectUsage("show -o xml " + log, "-o");
-  expectUsage("show -n many " + log, "neither a number nor 'all'");
+  expectUsage("show -n many " + log, "'many' is neither a number, nor + and a number, nor 'all'");
   expectUsage("show -t 4 " + log, "-t '4': expected types from 0 to 3");
   expectUsage("show -s :1 " + log, "-s ':1': expected NAME or NAME:TYPES");
   expectUsage("show -S noon " + log, "-S 'noon': expected YYYY-MM-DD");
@@ -144,8 +194,15 @@ TEST_F(TamlogctlTest, UsageErrorsAreTwoAndNameTheOptionAndTheFix) {
   expectUsage("show -F " + log, "-F: applies to -g and -v");
   expectUsage("show -f " + log, "a copied log does not grow");
   expectUsage("send -t 4 text", "-t");
-  expectUsage("send --time noon text", "--time 'noon': expected YYYY-MM-DD HH:MM:SS.mmm");
+  expectUsage("send --time noon text", "--time 'noon': expected YYYY-MM-DD [HH:MM");
   expectUsage("send --truncate --split text", "--split");
+}
+
+TEST_F(TamlogctlTest, SendTakesTimesAsTheOtherVerbsDo) {
+  for (const std::string time :
+       {"yesterday 10:00", "-1h30m", "@1767322800", "2026-01-02T03:04:05Z", "09:15"}) {
+    EXPECT_EQ(Run("send --time \"" + time + "\" text").exitCode, 3) << time;  // no server runs here
+  }
 }
 
 TEST_F(TamlogctlTest, WordThatBeginsWithASlashIsNoOption) {
@@ -206,6 +263,53 @@ TEST_F(TamlogctlTest, RefusedMessagesAreSix) {
   EXPECT_NE(imported.err.find("6 refused"), std::string::npos) << imported.err;
 }
 
+// A name in the settings, a filter and the name of the mapping come from other users of the machine.
+TEST_F(TamlogctlTest, NothingThatAServerReportsControlsTheTerminal) {
+  const std::string hostile = "x\x1b]0;owned\x07\xC2\x9B\xE2\x80\xAE\n\rend";
+  const ServedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
+  const TestServer server(
+      [&hostile](const PipeRequest& request, PipeReply& reply) {
+        const auto code = static_cast<RequestCode>(request.code);
+        reply.code = static_cast<std::uint32_t>(ReplyCode::Done);
+        if (code == RequestCode::GetSettings) {
+          reply.settings = {.maxMessage = 8, .devicePollRate = 50, .typeFilter = 0xF, .saveRate = 5};
+          reply.code = static_cast<std::uint32_t>(ReplyCode::Settings);
+        } else if (code == RequestCode::GetFilter && request.index < 2) {
+          hostile.copy(reply.filter.text, hostile.size());
+          reply.filter.kind = request.index;
+          reply.code = static_cast<std::uint32_t>(ReplyCode::Filter);
+        } else if (code == RequestCode::GetFilter) {
+          reply.code = static_cast<std::uint32_t>(ReplyCode::NoSuchFilter);
+        } else if (code == RequestCode::GetFileMapName || code == RequestCode::GetLogFile) {
+          hostile.copy(reply.path, hostile.size());
+          reply.code = static_cast<std::uint32_t>(code == RequestCode::GetFileMapName ? ReplyCode::FileMapName
+                                                                                      : ReplyCode::Path);
+        } else if (code == RequestCode::Ping) {
+          reply.code = static_cast<std::uint32_t>(ReplyCode::Alive);
+        }
+        return Answer::Reply;
+      },
+      kRequestPipeName);
+  TestSupport::WriteBytes(Path("bad.txt"), "include\ta" + hostile + "\nexclude\t" + hostile);
+  TestSupport::WriteBytes(Path("short.txt"), "include\t\x1b[\nexclude\t\xE2\x80\xAE\n");
+  for (const char* const arguments :
+       {"status", "status -o json", "settings path", "settings get", "filter list", "filter list -o tsv",
+        "filter list -o json", "filter test Camera", "filter test x", "filter set bad.txt",
+        "filter set short.txt", "filter remove 7", "doctor --watch 100", "doctor --watch 100 -o json",
+        "server state"}) {
+    const Outcome outcome = Run(arguments);
+    for (const std::string& shown : {outcome.out, outcome.err}) {
+      for (std::size_t i = 0; i < shown.size(); ++i) {
+        if (shown[i] == '\n' || shown[i] == '\t') continue;
+        EXPECT_EQ(TamLogClient::ControlLength(shown.substr(i)), 0U) << arguments << ": " << shown;
+      }
+      EXPECT_EQ(shown.find("\nend"), std::string::npos) << arguments << ": " << shown;
+    }
+  }
+  EXPECT_NE(Run("status").out.find("\\x1b]0;owned"), std::string::npos);
+  EXPECT_NE(Run("settings path").out.find("\\x1b]0;owned"), std::string::npos);
+}
+
 TEST_F(TamlogctlTest, ServerThatDoesNotAnswerInTimeIsFive) {
   const TestServer server([](const PipeRequest&, PipeReply&) { return Answer::Silence; }, kRequestPipeName);
   for (const std::string& command :
@@ -213,6 +317,106 @@ TEST_F(TamlogctlTest, ServerThatDoesNotAnswerInTimeIsFive) {
     const Outcome outcome = Run(command + " --timeout 1000");
     EXPECT_EQ(outcome.exitCode, 5) << command << ": " << outcome.err;
   }
+}
+
+// Everybody may write to the shared log, the names of its events included.
+TEST_F(TamlogctlTest, EventsOfSomebodyElsesChoiceAreNotTouched) {
+  ServedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
+  const TestServer server([](const PipeRequest&, PipeReply&) { return Answer::Silence; }, kRequestPipeName);
+  const char* const victimName = "Global\\TamLogTestVictim";
+  // Neither signalled nor reset: an event that resets itself is found as it was left.
+  const TamLogClient::Handle victim(CreateEventA(nullptr, FALSE, FALSE, victimName));
+  ASSERT_TRUE(victim);
+  for (std::size_t i = 0; i < 3; ++i) {
+    std::strcpy(reinterpret_cast<char*>(log.Bytes()) + kLockNamesOffset + i * kLockNameSize, victimName);
+    for (const bool signalled : {false, true}) {
+      for (const char* const command : {"show", "follow --for 1", "status --timeout 500", "show --count",
+                                        "doctor --unstick --watch 100 --timeout 500"}) {
+        signalled ? SetEvent(victim.Get()) : ResetEvent(victim.Get());
+        const Outcome outcome = Run(command);
+        EXPECT_NE(outcome.exitCode, 0) << command << "\n" << outcome.out;
+        EXPECT_EQ(WaitForSingleObject(victim.Get(), 0) == WAIT_OBJECT_0, signalled) << command;
+      }
+    }
+    EXPECT_EQ(Run("show").exitCode, 7);
+    TamLogClient::LogReader reader;
+    EXPECT_EQ(reader.Open(), TamLogClient::Status::ForeignEvents);
+    EXPECT_EQ(reader.Open(kFileMapName, TamLogClient::EventNames::Any), TamLogClient::Status::Ok);
+    reader.Close();
+    const Outcome diagnosis = Run("doctor --timeout 500");
+    EXPECT_NE(diagnosis.out.find("the log names the event '" + std::string(victimName)), std::string::npos)
+        << diagnosis.out;
+    const char* const own[] = {kHeaderLockName, kReadWaitEventName, kWriteWaitEventName};
+    std::strcpy(reinterpret_cast<char*>(log.Bytes()) + kLockNamesOffset + i * kLockNameSize, own[i]);
+    EXPECT_EQ(log.ReadCount(), 0);
+  }
+  EXPECT_EQ(Run("show").exitCode, 0);
+}
+
+// Any process can offer the pipe.
+TEST_F(TamlogctlTest, TextsThatComeOverThePipeNeverReachTheTerminalAsTheyAre) {
+  const std::string evil =
+      "C:\\a\x1b]0;owned\x07\x9b"
+      "2J.dat";
+  const ServedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
+  const TestServer server(
+      [&evil](const PipeRequest& request, PipeReply& reply) {
+        const auto code = static_cast<RequestCode>(request.code);
+        if (code == RequestCode::GetSettings) {
+          reply.settings = {.maxMessage = 8, .devicePollRate = 50, .typeFilter = 0xF, .saveRate = 5};
+          reply.code = static_cast<std::uint32_t>(ReplyCode::Settings);
+        } else if (code == RequestCode::GetFilter && request.index == 0) {
+          std::strcpy(reply.filter.text, evil.c_str());
+          reply.filter.kind = 0;
+          reply.code = static_cast<std::uint32_t>(ReplyCode::Filter);
+        } else if (code == RequestCode::GetFilter) {
+          reply.code = static_cast<std::uint32_t>(ReplyCode::NoSuchFilter);
+        } else if (code == RequestCode::GetLogFile || code == RequestCode::GetFileMapName) {
+          std::strcpy(reply.path, evil.c_str());
+          reply.code = static_cast<std::uint32_t>(code == RequestCode::GetLogFile ? ReplyCode::Path
+                                                                                  : ReplyCode::FileMapName);
+        } else {
+          reply.code = static_cast<std::uint32_t>(ReplyCode::Done);
+        }
+        return Answer::Reply;
+      },
+      kRequestPipeName);
+  TestSupport::WriteBytes(Path("filters.txt"), "exclude\ta\n");
+  for (const char* const command :
+       {"status", "status -o json", "settings path", "settings", "filter", "filter -o tsv", "filter -o json",
+        "filter test C:\\a", "filter add -x C:\\a", "filter set filters.txt", "doctor", "doctor -o json",
+        "settings set --capacity 9 --no-wait --no-keep --no-backup"}) {
+    const Outcome outcome = Run(command);
+    for (const char letter : {'\x1b', '\x07', '\x9b'})
+      EXPECT_EQ((outcome.out + outcome.err).find(letter), std::string::npos) << command << "\n"
+                                                                             << outcome.out;
+  }
+  EXPECT_NE(Run("settings path").out.find("\\x1b]0;owned\\x07"), std::string::npos);
+}
+
+// The pipe's name belongs to nobody while no server runs.
+TEST_F(TamlogctlTest, DoctorNamesTheProcessesThatTakeTheServersPlace) {
+  const ServedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
+  const TestServer server(
+      [](const PipeRequest&, PipeReply& reply) {
+        reply.code = static_cast<std::uint32_t>(ReplyCode::Alive);
+        return Answer::Reply;
+      },
+      kRequestPipeName);
+  const std::string own =
+      "process " + std::to_string(GetCurrentProcessId()) + " (tamlogctl_program_tests.exe)";
+  const Outcome outcome = Run("doctor");
+  EXPECT_NE(outcome.exitCode, 0);
+  EXPECT_NE(outcome.out.find("fail  pipe     answered by " + own + ", which is not the service"),
+            std::string::npos)
+      << outcome.out;
+  for (const char* const name : {kFileMapName, kHeaderLockName, kReadWaitEventName, kWriteWaitEventName}) {
+    EXPECT_NE(outcome.out.find(std::string("fail  names    ") + name +
+                               " exists although the server does not run; held by " + own),
+              std::string::npos)
+        << outcome.out;
+  }
+  EXPECT_EQ(server.Requests().size(), 0U);  // an impostor is asked nothing
 }
 
 // A server that is starting has its log mapped before it has its pipes. A program that maps it then keeps the
