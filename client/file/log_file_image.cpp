@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "client/file/file_path.h"
+#include "client/file/system_file.h"
 #include "client/log/ring.h"
 
 namespace TamLogClient {
@@ -58,12 +59,12 @@ std::string ImageOf(const LogSnapshot& snapshot) {
   return bytes;
 }
 
-Status ReadFileBytes(const std::string& path, std::string& bytes) {
+FileStatus ReadFileBytes(const std::string& path, std::string& bytes) {
   bytes.clear();
   const std::filesystem::path name = PathOf(path);
   std::error_code error;
   std::ifstream file;
-  if (const Status status = OpenForReading(path, file); status != Status::Ok) return status;
+  if (const FileStatus status = OpenForReading(path, file); status != Status::Ok) return status;
   if (std::filesystem::is_fifo(name, error)) {
     constexpr std::size_t kChunk = std::size_t{1} << 20U;
     while (file) {  // a pipe has no size before its end
@@ -72,14 +73,14 @@ Status ReadFileBytes(const std::string& path, std::string& bytes) {
       file.read(bytes.data() + before, static_cast<std::streamsize>(kChunk));
       bytes.resize(before + static_cast<std::size_t>(file.gcount()));
     }
-    return file.bad() ? Status::SystemError : Status::Ok;
+    return file.bad() ? LastFileError() : FileStatus();
   }
   const std::uintmax_t size = std::filesystem::file_size(name, error);
-  if (error) return Status::SystemError;
+  if (error) return FileStatusOf(error);
   bytes.resize(static_cast<std::size_t>(size));
   file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
   bytes.resize(static_cast<std::size_t>(file.gcount()));
-  return file.bad() ? Status::SystemError : Status::Ok;
+  return file.bad() ? LastFileError() : FileStatus();
 }
 
 bool IsSameFile(const std::string& left, const std::string& right) {

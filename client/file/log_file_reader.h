@@ -5,13 +5,13 @@
 
 #include <string>
 
+#include "client/file/file_status.h"
 #include "client/log/log_snapshot.h"
-#include "client/message/status.h"
 
 namespace TamLogClient {
 
 struct LogFileContents {
-  Status status = Status::Ok;  // Damaged: `snapshot` holds what could be read
+  FileStatus status;     // Damaged: `snapshot` holds what could be read
   std::string remark;          // for Damaged: what is wrong, a sentence without a full stop
   LogSnapshot snapshot;
 };

@@ -106,8 +106,10 @@ void Follower::Take(const LogItem& item) {
       target.SetLog(stream.Snapshot().header);
       return target.Print(*item.message, item.late);
     case LogItem::Kind::Lost:
+      target.Gap();
       return reporter.ReportLost(item.loss);
     case LogItem::Kind::Cleared:
+      target.Gap();
       return reporter.ReportCleared();
     case LogItem::Kind::Stopped:
       return reporter.ReportStopped();
@@ -125,7 +127,9 @@ int Follower::Keep(bool atEnd) {
   }
   nextKeep = Ticks() + kKeepEveryMs;
   news = false;
-  return position.Keep(stream.Snapshot(), stream.Memory(kRememberedMessages));
+  const auto place = target.Note();
+  if (target.OutputFailed()) return kOutputFailed;
+  return position.Keep(stream.Snapshot(), stream.Memory(kRememberedMessages), place);
 }
 
 }  // namespace

@@ -9,7 +9,7 @@ using TamLogClient::LogSnapshot;
 
 std::optional<ReadingPosition> ReadingPosition::Make(const ReadingOptions& options, int& exitCode) {
   ReadingPosition position(options);
-  exitCode = options.cursorFile.empty() ? kDone : ReadCursorFile(options.cursorFile, position.start);
+  exitCode = options.cursorFile.empty() ? kDone : ReadCursorFile(options.cursorFile, position.start, position.stored);
   if (exitCode != kDone) return std::nullopt;
   if (!options.afterCursor.empty()) {
     position.start.cursor = TamLogClient::ParseCursor(options.afterCursor);
@@ -49,8 +49,16 @@ std::vector<std::uint32_t> ReadingPosition::SlotsBeyond(const LogSnapshot& snaps
   return slots;
 }
 
-int ReadingPosition::Keep(const LogSnapshot& snapshot, const TamLogClient::FollowerMemory& memory) const {
-  return options->cursorFile.empty() ? kDone : WriteCursorFile(options->cursorFile, snapshot, memory);
+int ReadingPosition::Keep(const LogSnapshot& snapshot, const TamLogClient::FollowerMemory& memory,
+                          const std::optional<FilePlace>& place) {
+  if (options->cursorFile.empty()) return kDone;
+  stored = MakeCursorFileText(snapshot, memory);
+  return KeepPlace(place);
+}
+
+int ReadingPosition::KeepPlace(const std::optional<FilePlace>& place) {
+  stored.place = place;
+  return options->cursorFile.empty() ? kDone : WriteCursorFile(options->cursorFile, stored);
 }
 
 void ReadingPosition::ShowCursor(const LogSnapshot& snapshot) const {

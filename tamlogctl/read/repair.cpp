@@ -96,7 +96,7 @@ int RepairFile(const RepairVerbOptions& options) {
     return Refuse(kUsage, "--output '" + options.output + "': is the damaged file itself; give another name");
   auto busy = std::make_optional<Busy>("searching " + options.file);
   std::string bytes;
-  if (const Status status = TamLogClient::ReadFileBytes(options.file, bytes); status != Status::Ok) {
+  if (const auto status = TamLogClient::ReadFileBytes(options.file, bytes); status != Status::Ok) {
     busy.reset();
     return Refuse(ExitCodeOf(status), FileProblem(options.file, status));
   }

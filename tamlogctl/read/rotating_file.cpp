@@ -1,9 +1,9 @@
 #include "tamlogctl/read/rotating_file.h"
 
-#include <cerrno>
 #include <charconv>
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <limits>
 #include <system_error>
 
@@ -16,6 +16,8 @@ namespace TamLogCtl {
 namespace {
 
 namespace fs = std::filesystem;
+using TamLogClient::FileId;
+using TamLogClient::FileStatus;
 using TamLogClient::PathOf;
 using TamLogClient::Status;
 
@@ -67,30 +69,105 @@ bool TakeRotationLimit(std::string_view text, RotationLimits& limits) {
   return false;
 }
 
-Status RotatingFile::Open(std::int64_t nowMs) {
+std::optional<std::uint32_t> RotatingFile::NumberOf(const FileId& id) const {
+  if (id == FileId{}) return std::nullopt;
+  // An interrupted rotation leaves one number free, an interrupted CutBack several.
+  constexpr std::uint32_t kMostFree = 1000;
+  for (std::uint32_t number = 0, free = 0; free < kMostFree; ++number) {
+    const std::string name = number == 0 ? options.target : Numbered(number);
+    if (TamLogClient::IdOf(PathOf(name)) == id) return number;
+    free = Exists(name) ? 0 : free + 1;
+  }
+  return std::nullopt;
+}
+
+FileStatus RotatingFile::CutBack(const FilePlace& place, CutResult& result) {
+  const auto number = NumberOf(place.file);
+  result = number ? CutResult::Nothing : CutResult::Other;
+  if (!number) return Status::Ok;
+  std::error_code error;
+  for (std::uint32_t newer = 0; newer < *number; ++newer) {
+    if (fs::remove(PathOf(newer == 0 ? options.target : Numbered(newer)), error)) result = CutResult::Cut;
+    if (error) return TamLogClient::FileStatusOf(error);
+  }
+  for (std::uint32_t older = *number; older > 0 && Exists(Numbered(older)); ++older) {
+    const std::uint32_t to = older - *number;
+    const FileStatus status = TamLogClient::RenameToNew(PathOf(Numbered(older)),
+                                                        PathOf(to == 0 ? options.target : Numbered(to)));
+    if (status != Status::Ok) return status;
+  }
+  TamLogClient::SystemFile found;
+  if (const FileStatus status = found.OpenToAppend(PathOf(options.target), true); status != Status::Ok) return status;
+  if (found.Id() != place.file) {
+    result = CutResult::Other;
+    return Status::Ok;
+  }
+  const std::uint64_t length = found.Length();
+  if (length < place.length) result = CutResult::Shorter;
+  if (length <= place.length) return Status::Ok;
+  result = CutResult::Cut;
+  return found.Cut(place.length);
+}
+
+bool RotatingFile::GoesOn(const FilePlace& place) const {
+  const auto number = NumberOf(place.file);
+  std::error_code error;
+  return number && (*number > 0 || fs::file_size(PathOf(options.target), error) > place.length);
+}
+
+bool RotatingFile::GoesOnWith(const FilePlace& place, std::string_view text) const {
+  const auto number = NumberOf(place.file);
+  if (!number) return true;
+  std::ifstream existing(PathOf(*number == 0 ? options.target : Numbered(*number)), std::ios::binary);
+  existing.seekg(static_cast<std::streamoff>(place.length));
+  std::string bytes(text.size(), '\0');
+  existing.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  bytes.resize(static_cast<std::size_t>(existing.gcount()));
+  return text.starts_with(bytes);
+}
+
+FileStatus RotatingFile::Open(std::int64_t nowMs) {
   std::error_code error;
   const fs::path path = PathOf(options.target);
   const auto kind = fs::status(path, error).type();
   regular = kind == fs::file_type::regular || kind == fs::file_type::not_found;
   if (kind == fs::file_type::directory || (!regular && options.limits.Any())) return Status::NotAFile;
-  const bool empty = options.replace || !regular;
-  errno = 0;
-  if (!Begin(empty)) return errno == EACCES || errno == EPERM ? Status::AccessDenied : Status::SystemError;
+  if (const FileStatus status = Begin(false); status != Status::Ok) return status;
+  if (options.replace && size > 0) {
+    if (const FileStatus status = file.Cut(0); status != Status::Ok) return status;
+    size = written = 0;
+  }
+  noted = {file.Id(), size};
   if (size == 0) return Status::Ok;
   const auto age = fs::file_time_type::clock::now() - fs::last_write_time(path, error);
   period = PeriodOf(nowMs - std::chrono::duration_cast<std::chrono::milliseconds>(age).count());
   if (EndsWithAMessage()) return Status::Ok;
-  if (!Rotate(nowMs)) return Status::SystemError;
-  return blocked ? Status::AccessDenied : Status::Ok;
+  if (!Rotate(nowMs)) return failure;
+  return blocked ? FileStatus(Status::AccessDenied) : FileStatus();
 }
 
-bool RotatingFile::Begin(bool empty) {
-  file.clear();
-  file.open(PathOf(options.target), std::ios::binary | (empty ? std::ios::trunc : std::ios::app));
-  std::error_code error;
-  const auto bytes = regular ? fs::file_size(PathOf(options.target), error) : 0;
-  size = written = error ? 0 : bytes;
-  return file.is_open();
+// After a rotation nothing has the file's name. A file or a link that is there all the same was planted.
+FileStatus RotatingFile::Begin(bool isNew) {
+  const fs::path path = PathOf(options.target);
+  FileStatus status = isNew ? file.Create(path) : file.OpenToAppend(path);
+  size = written = status == Status::Ok && regular ? file.Length() : 0;
+  return status;
+}
+
+std::optional<FilePlace> RotatingFile::Note() {
+  if (!regular || failed) return std::nullopt;
+  if (FileStatus status = file.Sync(); status != Status::Ok) {
+    Fail(std::move(status));
+    return std::nullopt;
+  }
+  noted = {file.Id(), written};
+  return noted;
+}
+
+bool RotatingFile::Fail(FileStatus status) {
+  failed = true;
+  failure = std::move(status);
+  return false;
 }
 
 bool RotatingFile::EndsWithAMessage() const {
@@ -137,23 +214,20 @@ bool RotatingFile::Flush(std::int64_t nowMs) {
 bool RotatingFile::WritePending() {
   if (failed) return false;
   if (pending.empty()) return true;
-  file.write(pending.data(), static_cast<std::streamsize>(pending.size()));
-  file.flush();
-  if (file.good()) {
+  FileStatus status = file.Write(pending);
+  if (status == Status::Ok) {
     written += pending.size();
     pending.clear();
     return true;
   }
-  failed = true;
-  file.close();
-  std::error_code ignored;
-  if (regular) fs::resize_file(PathOf(options.target), written, ignored);
-  return false;
+  if (regular) file.Cut(written);
+  file.Close();
+  return Fail(std::move(status));
 }
 
 bool RotatingFile::Rotate(std::int64_t nowMs) {
   if (!WritePending()) return false;
-  file.close();
+  if (FileStatus status = file.Close(); status != Status::Ok) return Fail(std::move(status));
   blocked = !Shift();
   if (blocked) {
     blockedAt = nowMs;
@@ -161,8 +235,8 @@ bool RotatingFile::Rotate(std::int64_t nowMs) {
     ++rotated;
     RemoveBeyondKeep();
   }
-  failed = !Begin(false);
-  return !failed;
+  FileStatus status = Begin(!blocked);
+  return status == Status::Ok || Fail(std::move(status));
 }
 
 std::string RotatingFile::Numbered(std::uint32_t number) const {
@@ -171,13 +245,13 @@ std::string RotatingFile::Numbered(std::uint32_t number) const {
 
 // Moves files only up to the first free number, so that an attempt that was interrupted or refused can be
 // repeated: no file is ever overwritten.
-bool RotatingFile::Shift() const {
+bool RotatingFile::Shift() {
   const std::uint32_t most = options.limits.keep.value_or(std::numeric_limits<std::int32_t>::max());
   std::uint32_t free = 1;
   while (free <= most && Exists(Numbered(free))) ++free;
   if (free > most) {
     std::error_code error;
-    if (!fs::remove(PathOf(Numbered(most)), error)) return false;
+    if (!MovePlaceFrom(most) || !fs::remove(PathOf(Numbered(most)), error)) return false;
     free = most;
   }
   for (; free > 1; --free) {
@@ -186,10 +260,18 @@ bool RotatingFile::Shift() const {
   return Rename(options.target, Numbered(1));
 }
 
+// All files that are newer than the noted one were begun after its place.
+bool RotatingFile::MovePlaceFrom(std::uint32_t number) {
+  if (noted.file == FileId{} || TamLogClient::IdOf(PathOf(Numbered(number))) != noted.file) return true;
+  const std::string newer = number == 1 ? options.target : Numbered(number - 1);
+  const FilePlace place{TamLogClient::IdOf(PathOf(newer)), 0};
+  if (!options.placeMoves(place)) return false;
+  noted = place;
+  return true;
+}
+
 bool RotatingFile::Rename(const std::string& from, const std::string& to) const {
-  std::error_code error;
-  fs::rename(PathOf(from), PathOf(to), error);
-  return !error;
+  return TamLogClient::RenameToNew(PathOf(from), PathOf(to)) == Status::Ok;
 }
 
 // Removes the files of earlier runs that kept more.

@@ -89,7 +89,7 @@ class Verify {
   void File(const std::string& path) {
     auto busy = std::make_optional<Busy>("verifying " + path);
     std::string bytes;
-    const Status status = TamLogClient::ReadFileBytes(path, bytes);
+    const auto status = TamLogClient::ReadFileBytes(path, bytes);
     if (status != Status::Ok) {
       busy.reset();
       return Worsen(Refuse(ExitCodeOf(status), FileProblem(path, status)));

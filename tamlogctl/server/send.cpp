@@ -1,11 +1,9 @@
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <system_error>
 #include <vector>
 
 #include "client/file/file_path.h"
@@ -73,13 +71,9 @@ int Sender::Run() {
     if (StdinIsTerminal()) Say("reading messages from standard input, one on each line");
     return SendLines(ReadLine);
   }
-  const std::filesystem::path path = TamLogClient::PathOf(options.argument);
-  std::ifstream file(path, std::ios::binary);
-  if (!file) {
-    std::error_code ignored;
-    const Status status = std::filesystem::exists(path, ignored) ? Status::AccessDenied : Status::NotFound;
+  std::ifstream file;
+  if (const auto status = TamLogClient::OpenForReading(options.argument, file); status != Status::Ok)
     return Refuse(ExitCodeOf(status), FileProblem(options.argument, status));
-  }
   return SendLines([&file](std::string& line) { return ReadFileLine(file, line); });
 }
 

@@ -1,7 +1,9 @@
 // Tests of tamlogctl's commands between files and the real service: continuous export, and import.
 
 #include <algorithm>
+#include <random>
 #include <sstream>
+#include <thread>
 
 #include "tests/system/system_test.h"
 
@@ -68,6 +70,33 @@ class LiveFiles : public SystemTest {
       return std::find(lines.begin(), lines.end(), TextOf(number)) != lines.end();
     });
   }
+  // Kills the export at random moments, also while it starts, as long as messages arrive.
+  void ExpectEachOnceOverKills(const std::string& more) {
+    constexpr int kMessages = 1600;
+    constexpr unsigned kSeed = 1;
+    RunService({.maxMessage = 4 * kMessages});
+    std::thread feeder([] {
+      for (int first = 0; first < kMessages; first += 2) {
+        Feed(first, first + 2);
+        std::this_thread::sleep_for(20ms);
+      }
+    });
+    std::mt19937 random(kSeed);
+    int kills = 0;
+    while (!WaitForMessageCount(kMessages, 1ms)) {
+      ChildProcess killed(CommandLine(ExportTo("log", more)));
+      killed.WaitForEnd(std::chrono::milliseconds(std::uniform_int_distribution<int>(50, 1500)(random)));
+      killed.Kill();
+      ASSERT_TRUE(killed.WaitForEnd(5s));
+      ++kills;
+    }
+    feeder.join();
+    EXPECT_GE(kills, 10);
+    const CommandReport report = RunTool(ExportTo("log", more + " --for 2"));
+    EXPECT_EQ(report.exitCode, 0U) << report.output;
+    EXPECT_EQ(report.output.find("twice"), std::string::npos) << report.output;
+    EXPECT_EQ(Lines("log"), Texts(0, kMessages));
+  }
   std::string ExportTo(const std::string& name, const std::string& more) const {
     return "export " + Quoted(name) + " -o cat --follow --interval 20 --cursor-file " + Quoted("cursor") +
            " " + more;
@@ -115,12 +144,46 @@ TEST_F(LiveFiles, ExportThatWasKilledGoesOnWithoutALoss) {
   }
   Feed(100, 120);
   ASSERT_TRUE(WaitForMessageCount(120, 10s));
-  // Lines written in the last second before the kill may be duplicated.
   Expect(ExportTo("log", "--rotate 1K --for 1"), 0, " messages in ");
-  std::vector<std::string> lines = Lines("log");
-  std::sort(lines.begin(), lines.end());
-  lines.erase(std::unique(lines.begin(), lines.end()), lines.end());
-  EXPECT_EQ(lines, Texts(0, 120));
+  EXPECT_EQ(Lines("log"), Texts(0, 120));
+}
+
+TEST_F(LiveFiles, ExportThatIsKilledAgainAndAgainHasEachMessageOnce) {
+  ExpectEachOnceOverKills("");
+}
+
+TEST_F(LiveFiles, ExportThatIsKilledAgainAndAgainHasEachMessageOnceInItsRotatedFiles) {
+  ExpectEachOnceOverKills("--rotate 2K");
+}
+
+TEST_F(LiveFiles, OrderedExportThatIsKilledAgainAndAgainHasEachMessageOnce) {
+  ExpectEachOnceOverKills("--ordered");
+}
+
+// What the last run wrote after its note is only there: it has to stay.
+TEST_F(LiveFiles, ExportKeepsWhatTheLogLostAfterAKill) {
+  RunService({.maxMessage = 40});
+  Feed(0, 20);
+  {
+    ChildProcess killed(CommandLine(ExportTo("log", "")));
+    ASSERT_TRUE(WaitForLine("log", 19));
+    ASSERT_TRUE(Eventually(10s, [this] { return FileExists(ScratchFile("cursor")); }));
+    std::this_thread::sleep_for(1500ms);
+    const std::string noted = ReadWholeFile(ScratchFile("cursor"));
+    Feed(20, 30);
+    ASSERT_TRUE(WaitForLine("log", 29));
+    killed.Kill();
+    killed.WaitForEnd(5s);
+    // As if it had been killed before it noted them.
+    WriteWholeFile(ScratchFile("cursor"), noted);
+  }
+  Feed(30, 150);
+  ASSERT_TRUE(WaitForMessageCount(40, 10s));
+  Expect(ExportTo("log", "--for 1"), 0, "it stays");
+  std::vector<std::string> expected = Texts(0, 30);
+  const std::vector<std::string> rest = Texts(110, 150);
+  expected.insert(expected.end(), rest.begin(), rest.end());
+  EXPECT_EQ(Lines("log"), expected);
 }
 
 TEST_F(LiveFiles, ExportKeepsTheNewestFilesAndTakesNothingThatIsNotItsOwn) {

@@ -306,7 +306,7 @@ TEST_F(RotatingFileTest, DirectoriesAreNoTargets) {
   fs::create_directory(Path("log"));
   EXPECT_EQ(RotatingFile(options).Open(0), Status::NotAFile);
   options.target = Path("nowhere/log");
-  EXPECT_EQ(RotatingFile(options).Open(0), Status::SystemError);
+  EXPECT_EQ(RotatingFile(options).Open(0), Status::NotFound);
 }
 
 #ifdef __unix__
