@@ -74,7 +74,7 @@ class LiveFiles : public SystemTest {
   void ExpectEachOnceOverKills(const std::string& more) {
     constexpr int kMessages = 1600;
     constexpr unsigned kSeed = 1;
-    RunService({.maxMessage = 4 * kMessages});
+    RunService({.maxMessage = 2 * kMessages});
     std::thread feeder([] {
       for (int first = 0; first < kMessages; first += 2) {
         Feed(first, first + 2);
@@ -89,6 +89,8 @@ class LiveFiles : public SystemTest {
       killed.Kill();
       ASSERT_TRUE(killed.WaitForEnd(5s));
       ++kills;
+      // A reader that is killed during its copy stays counted, and the server waits for it.
+      if (TestLogFile::ReadHeader(logFile)->readCount > 0) RunTool("doctor --unstick");
     }
     feeder.join();
     EXPECT_GE(kills, 10);
