@@ -19,7 +19,7 @@ Runs all targets without TARGET, 60 seconds each, or N. --native omits the targe
                          live, serve others, and end with as many handles and threads as before
   the client:  log_file  a copied log file: checker and repair
                integrity the same file, judged by the server's rules and by the client's
-               cursor, tsv
+               cursor, tsv, expression
 
 Keeps interesting inputs in build/fuzz/grown, where the next run begins. The last line is the summary.
 

@@ -43,6 +43,7 @@ class MappedView {
   LockNames ReadLockNames() const;
   void WriteLockNames(const LockNames& names);
 
+  std::int64_t SlotCount() const { return slotCount; }
   // Returns whether slot `index` is in the mapping.
   bool HasSlot(std::int64_t index) const { return index >= 0 && index < slotCount; }
   // Returns the slot. ExceptionBase "There is no such slot in the mapped log file".

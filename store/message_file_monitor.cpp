@@ -38,10 +38,9 @@ void MessageFileMonitor::SetServer(MessageFileServer* fileServer) {
 std::uint32_t MessageFileMonitor::Run() {
   while (!IsStopRequested()) {
     try {
-      const std::int32_t start = TamLogUtil::ReadClock();
+      const TamLogUtil::WaitClock clock;
       FreeFile();
-      const auto elapsed =
-          static_cast<std::uint32_t>(TamLogUtil::ElapsedMilliseconds(start, TamLogUtil::ReadClock()));
+      const auto elapsed = static_cast<std::uint32_t>(TamLogUtil::ElapsedMilliseconds(0, clock.Ticks()));
       if (IsStopRequested() || elapsed >= interval) continue;
       SleepRest(interval - elapsed);
     } catch (const ExceptionBase& failure) {

@@ -110,14 +110,19 @@ class MessageFileServer final : public TamLogUtil::MessageFile {
   void SetFileView();
   // Appends the messages of a sound file to `loaded`, which may be null.
   bool Verify(MessageMirror* loaded);
+  // The three return false when the header, which they read again, has been written over since the check so
+  // that an index is outside the file.
+  //
   // `verified`: the messages that the check has just read, so that they need not be read again; may be null.
-  void InitializeFile(std::uint32_t maxMessage, MessageMirror* verified);
-  void Compact(LogFileHeader& header, std::uint32_t maxMessage);
-  void ResizeFile(std::uint32_t maxMessage);
+  bool InitializeFile(std::uint32_t maxMessage, MessageMirror* verified);
+  bool Compact(LogFileHeader& header, std::uint32_t maxMessage);
   // Loads the file's messages into the pending list, read in the way of LoadToList.
-  void LoadMirror();
+  bool LoadMirror();
+  // Calls begin(header, number of slots in the file), then append(slot, message) for each message from the
+  // newest on; nothing more, and returns false, when begin does.
   template <class Begin, class Append>
-  void Load(Begin&& begin, Append&& append);
+  bool Load(Begin&& begin, Append&& append);
+  void ResizeFile(std::uint32_t maxMessage);
   void SetServerRunning();
   void MarkClosed(TamLogUtil::Timeout& timeout, std::uint32_t maxMessage);
   Ticket TakeWriteAccess(TamLogUtil::Timeout& timeout);

@@ -82,8 +82,7 @@ void MessageFileServer::OpenFile(const std::string& mapName, const std::string& 
   if (existed && lowFileSize != 0) {
     SetFileView();
     MessageMirror verified;
-    reformat = !Verify(&verified);
-    if (!reformat) InitializeFile(settings.maxMessage, &verified);
+    reformat = !Verify(&verified) || !InitializeFile(settings.maxMessage, &verified);
   }
 
   // Only 32 bits of the file's size are compared, so a file above 4 GB never compares equal: it is set to the
@@ -137,12 +136,15 @@ void MessageFileServer::Reformat(std::uint32_t maxMessage) {
       });
     });
   }
+  // When another process has written over the header again, the server starts with an empty list, and its
+  // flushes report the rest until the next start.
   InitializeFile(maxMessage, nullptr);
 }
 
-void MessageFileServer::InitializeFile(std::uint32_t maxMessage, MessageMirror* verified) {
+bool MessageFileServer::InitializeFile(std::uint32_t maxMessage, MessageMirror* verified) {
   LogFileHeader header = {};
   LockNames names = {};
+  bool inside = false;
   {
     const ReadAccess access(this);
     UseView(access.ticket, kCannotInitialize, [&](MappedView& view) {
@@ -150,14 +152,16 @@ void MessageFileServer::InitializeFile(std::uint32_t maxMessage, MessageMirror* 
         header = view.ReadHeader();
         names = view.ReadLockNames();
       });
+      inside = RingIsInside(header, view.SlotCount());
     });
   }
+  if (!inside) return false;
 
   const bool compacts = header.maxMessages != static_cast<std::int32_t>(maxMessage);
   if (compacts) {
     // Freed before the list of the compacted file is loaded, so that only one of the two is in memory.
     if (verified != nullptr) verified->Clear();
-    Compact(header, maxMessage);
+    if (!Compact(header, maxMessage)) return false;
   }
 
   CopyLockName(names.name[0], Names().headerLock);
@@ -175,21 +179,25 @@ void MessageFileServer::InitializeFile(std::uint32_t maxMessage, MessageMirror* 
       });
     });
   }
-  if (verified != nullptr && !compacts) {
-    pending.Assign(std::move(*verified), header);
-  } else {
-    LoadMirror();
-  }
+  if (verified == nullptr || compacts) return LoadMirror();
+  pending.Assign(std::move(*verified), header);
+  return true;
 }
 
 // Stores the newest message in slot 0, the reverse of the order in which the ring is otherwise read. A file
 // of the right size whose header names another capacity keeps that order until the next open (without a
 // resize no second check follows), and its list in memory is oldest first. Readers in the field depend on it;
 // do not reverse it. Held by OpenFile.CompactionWithoutResizeLeavesTheReversedOrder.
-void MessageFileServer::Compact(LogFileHeader& header, std::uint32_t maxMessage) {
+bool MessageFileServer::Compact(LogFileHeader& header, std::uint32_t maxMessage) {
   // A message that cannot be read ends the open before anything is written.
   LogFileHeader ring = {};
-  Load([&](const LogFileHeader& read) { ring = read; }, [](std::int64_t, const LogMessage&) {});
+  const bool loaded = Load(
+      [&](const LogFileHeader& read, std::int64_t slotCount) {
+        ring = read;
+        return RingIsInside(ring, slotCount);
+      },
+      [](std::int64_t, const LogMessage&) {});
+  if (!loaded) return false;
   const auto kept = std::min<std::int64_t>(ring.messageCount, maxMessage);
   {
     const WriteAccess access(this);
@@ -199,38 +207,49 @@ void MessageFileServer::Compact(LogFileHeader& header, std::uint32_t maxMessage)
     });
   }
   SetRingCapacity(header, maxMessage);
+  return true;
 }
 
 void MessageFileServer::LoadToList(MessageList& list) {
-  Load([&](const LogFileHeader&) { list.Clear(); },
-       [&](std::int64_t, const LogMessage& message) { list.AppendOldest(message); });
+  Load(
+      [&](const LogFileHeader&, std::int64_t) {
+        list.Clear();
+        return true;
+      },
+      [&](std::int64_t, const LogMessage& message) { list.AppendOldest(message); });
 }
 
-void MessageFileServer::LoadMirror() {
+bool MessageFileServer::LoadMirror() {
   MessageMirror loaded;
   LogFileHeader loadedHeader = {};
-  Load([&](const LogFileHeader& header) { loadedHeader = header; },
-       [&](std::int64_t slot, const LogMessage& message) {
-         loaded.AppendOldest(TimeKey(message.body), slot);
-       });
-  pending.Assign(std::move(loaded), loadedHeader);
+  const bool sound = Load(
+      [&](const LogFileHeader& header, std::int64_t slotCount) {
+        loadedHeader = header;
+        return RingIsInside(header, slotCount);
+      },
+      [&](std::int64_t slot, const LogMessage& message) {
+        loaded.AppendOldest(TimeKey(message.body), slot);
+      });
+  if (sound) pending.Assign(std::move(loaded), loadedHeader);
+  return sound;
 }
 
 template <class Begin, class Append>
-void MessageFileServer::Load(Begin&& begin, Append&& append) {
+bool MessageFileServer::Load(Begin&& begin, Append&& append) {
   Ticket ticket;
   {
     const ReadAccess access(this);
     ticket = access.ticket;
   }
-  UseView(ticket, kCannotLoad, [&](MappedView& view) {
+  return UseView(ticket, kCannotLoad, [&](MappedView& view) {
     const LogFileHeader header = WithContext(kCannotLoad, [&] { return view.ReadHeader(); });
-    begin(header);
+    if (!begin(header, view.SlotCount())) return false;
     for (std::int32_t i = 0; i < header.messageCount; ++i) {
       const std::int64_t slot = SlotFromNewest(header, i);
       append(slot,
              WithContext("Failed to read a message in LoadToList()", [&] { return view.ReadSlot(slot); }));
     }
+    return true;
   });
 }
 

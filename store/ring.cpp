@@ -7,6 +7,14 @@ std::int64_t SlotFromNewest(const LogFileHeader& header, std::int32_t newerMessa
   return slot < 0 ? slot + header.maxMessages : slot;
 }
 
+bool RingIsInside(const LogFileHeader& header, std::int64_t slotCount) {
+  if (header.nextSlot < 0 || header.nextSlot >= std::max(header.maxMessages, 1)) return false;
+  if (header.messageCount == 0) return true;
+  if (header.messageCount < 0 || header.messageCount > header.maxMessages) return false;
+  const bool wraps = header.messageCount > header.nextSlot;
+  return (wraps ? header.maxMessages : header.nextSlot) <= slotCount;
+}
+
 void ReformatRing(LogFileHeader& header) {
   header.messageCount = 0;
   header.nextSlot = 0;

@@ -14,6 +14,10 @@
 // negative index, which is enough for a sound header.
 std::int64_t SlotFromNewest(const LogFileHeader& header, std::int32_t newerMessages);
 
+// Returns whether the indexes of `header` are inside its ring and its messages in a file of `slotCount`
+// slots. An empty ring may have any capacity, and one whose file has yet to grow a larger one than the file.
+bool RingIsInside(const LogFileHeader& header, std::int64_t slotCount);
+
 // Empties the ring and resets its counters. Keeps readCount, serverRunning and the capacity.
 void ReformatRing(LogFileHeader& header);
 

@@ -1,16 +1,17 @@
 #include "util/clock.h"
 
-#include <ctime>
-
-#include "util/clock_arithmetic.h"
 #include "util/win32.h"
+
+// abort() ends a process with another exit code there, and nothing else was tried with it either. Its clock()
+// stops after 24.8 days; ours does not depend on it.
+#ifdef _UCRT
+#error "Build with a toolchain for msvcrt.dll: the server is not made for the universal run-time (UCRT)."
+#endif
 
 namespace TamLogUtil {
 
-static_assert(CLOCKS_PER_SEC == kTicksPerSecond);
-
-std::int32_t ReadClock() {
-  return clock();
+std::uint64_t ReadClock() {
+  return GetTickCount64();
 }
 
 void SleepFor(std::uint32_t milliseconds) {

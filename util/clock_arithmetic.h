@@ -1,10 +1,11 @@
 #pragma once
 
-// Arithmetic on clock() readings, separate from the clock itself so that its limits can be tested anywhere.
+// Arithmetic on the ticks of a wait (WaitClock, util/clock.h), separate from the clock itself so that its
+// limits can be tested anywhere.
 //
-// clock() counts wall time from the start of the process at 1000 ticks a second in 32 bits, so ticks and
-// milliseconds are the same number. The conversion is nevertheless written out and wraps in 32 bits: long
-// periods and time-outs have always behaved like this, and settings in the field depend on it.
+// A clock ticks 1000 times a second in 32 bits, so ticks and milliseconds are the same number. The conversion
+// is nevertheless written out and wraps in 32 bits: long periods and time-outs have always behaved like this,
+// and settings in the field depend on it.
 
 #include <cstdint>
 

@@ -2,7 +2,6 @@
 
 #include <type_traits>
 
-#include "util/clock.h"
 #include "util/clock_arithmetic.h"
 
 namespace TamLogUtil {
@@ -12,7 +11,7 @@ static_assert(std::is_trivially_destructible_v<Timeout>);
 constinit Timeout Timeout::Infinite(Fixed{}, kForever);
 constinit Timeout Timeout::Immediate(Fixed{}, 0);
 
-Timeout::Timeout(std::uint32_t milliseconds) : startTicks(ReadClock()), remainingMs(milliseconds) {}
+Timeout::Timeout(std::uint32_t milliseconds) : remainingMs(milliseconds) {}
 
 std::uint32_t Timeout::Remaining() {
   Update();
@@ -26,9 +25,9 @@ bool Timeout::Expired() {
 
 void Timeout::Update() {
   if (remainingMs == 0 || remainingMs == kForever) return;
-  const std::int32_t elapsed = ElapsedMilliseconds(startTicks, ReadClock());
+  const std::int32_t elapsed = ElapsedMilliseconds(0, clock.Ticks());
   // Read again instead of reusing the value: the time between the two readings does not count.
-  startTicks = ReadClock();
+  clock = WaitClock();
   remainingMs = CountDown(remainingMs, elapsed);
 }
 

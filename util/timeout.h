@@ -5,6 +5,8 @@
 
 #include <cstdint>
 
+#include "util/clock.h"
+
 namespace TamLogUtil {
 
 // Not thread-safe, except the two process-wide instances, which never change.
@@ -25,10 +27,10 @@ class Timeout {
 
  private:
   struct Fixed {};
-  constexpr Timeout(Fixed, std::uint32_t milliseconds) : startTicks(0), remainingMs(milliseconds) {}
+  constexpr Timeout(Fixed, std::uint32_t milliseconds) : clock(0), remainingMs(milliseconds) {}
   void Update();
 
-  std::int32_t startTicks;
+  WaitClock clock;  // since the last update
   std::uint32_t remainingMs;
 };
 

@@ -78,13 +78,13 @@ std::uint32_t Timer::WaitOnePeriod(std::uint32_t period) {
     SleepFor(period);
     return Period();
   }
-  const std::int32_t start = ReadClock();
-  std::uint32_t deadline = PeriodDeadline(start, period);
-  while (IsBeforeDeadline(ReadClock(), deadline)) {
+  const WaitClock clock;
+  std::uint32_t deadline = PeriodDeadline(0, period);
+  while (IsBeforeDeadline(clock.Ticks(), deadline)) {
     if (IsStopRequested()) break;
     SleepFor(kStepMs);
     period = Period();
-    deadline = PeriodDeadline(start, period);
+    deadline = PeriodDeadline(0, period);
   }
   return period;
 }

@@ -119,7 +119,7 @@ Verb Merge() {
   verb.check = [options](const Given&) {
     if (options->files.empty() && options->labels.empty())
       return std::string("FILE: name a file, or --label HOST=FILE");
-    return SelectionProblem(options->selection);
+    return SelectionProblem(options->selection, true);
   };
   return verb;
 }
@@ -146,7 +146,7 @@ std::string FollowingProblem(const ExportOptions& options) {
   if (options.asLog) return "--log: cannot be used with --follow: a log file has a fixed size";
   if (options.output.format == "json-array")
     return "-o json-array: cannot be used with --follow: the array would be unterminated; use -o json";
-  if (options.last || options.before > 0 || options.after > 0)
+  if (options.limit.last || options.limit.first || options.before > 0 || options.after > 0)
     return "-n: cannot be used with --follow, nor can -A, -B and -C: all messages that match are written";
   if (!options.afterCursor.empty())
     return "--after-cursor: cannot be used with --follow; use --cursor-file, which also lets the next run "
@@ -159,7 +159,7 @@ std::string Check(const ExportOptions& options, const Given& given) {
     if (options.asLog && given.Has(name))
       return std::string(name) + ": cannot be used with --log: a log file has its own format";
   }
-  std::string problem = SelectionProblem(options.selection);
+  std::string problem = SelectionProblem(options.selection, !options.files.empty());
   if (problem.empty()) problem = CursorProblem(options);
   if (problem.empty() && options.follow) problem = FollowingProblem(options);
   return problem;
@@ -185,7 +185,7 @@ Verb Export() {
   verb.Add(RotationOptions(*options));
   for (Option& option : FollowingOptions(options->intervalMs, options->ordered, options->forSeconds))
     verb.options.push_back(std::move(option).Needs("--follow"));
-  verb.Add({CountOption(options->last, "The last N that match, or all")});
+  verb.Add({LimitOption(options->limit, "The last N that match, the first N (+N), or all")});
   verb.Add(WritingOptions(options->output));
   verb.Add(SelectingOptions(options->selection));
   verb.Add(PositionOptions(*options));

@@ -12,6 +12,7 @@ constexpr const char* kShowFooter = R"(Examples:
   tamlogctl show --file Logs.dat -o csv > log.csv
                                               a copied log as a table
   tamlogctl show --cursor-file done.txt       messages since the last run
+  tamlogctl show -n +1 -g "timed? out"        the first message that matches
   tamlogctl show --count -t 3 -S today        how many of type 3 today
 
 Formats: short  2026-01-02 03:04:05.678 T2 Camera: text
@@ -39,6 +40,7 @@ std::string FollowingProblem(const ShowOptions& options, bool countGiven) {
   if (options.reverse) return "-r: cannot be used with -f: new messages come last";
   if (options.count) return "--count: cannot be used with -f, which never ends";
   const bool cursor = !options.cursorFile.empty() || !options.afterCursor.empty();
+  if (options.limit.first) return "-n +N: cannot be used with -f, which never ends";
   if (countGiven && cursor)
     return "-n: cannot be used with -f and a cursor: all messages after the cursor are printed";
   return "";
@@ -48,7 +50,7 @@ std::string Check(ShowOptions& options, const Given& given) {
   const bool countGiven = given.Has("--lines");
   if (options.follow && !countGiven) {
     const bool cursor = !options.cursorFile.empty() || !options.afterCursor.empty();
-    options.last = cursor ? std::nullopt : std::optional(kFollowedLines);
+    options.limit.last = cursor ? std::nullopt : std::optional(kFollowedLines);
   }
   for (const char* const name : {"--interval", "--for"}) {
     if (!options.follow && given.Has(name)) return std::string(name) + ": only for following; add -f";
@@ -57,7 +59,7 @@ std::string Check(ShowOptions& options, const Given& given) {
   if (!options.follow && options.ordered)
     problem = "--ordered: only for following; show is always in time order";
   if (problem.empty()) problem = CursorProblem(options);
-  return problem.empty() ? SelectionProblem(options.selection) : problem;
+  return problem.empty() ? SelectionProblem(options.selection, !options.files.empty()) : problem;
 }
 
 void AddReading(Verb& verb, ShowOptions& to) {
@@ -81,7 +83,7 @@ Verb Show() {
   Verb verb =
       MakeVerb("show", "Print messages, oldest first (the default)", kShowFooter, options, ShowMessages);
   verb.Add({
-      CountOption(options->last, "The last N that match, or all"),
+      LimitOption(options->limit, "The last N that match, the first N (+N), or all"),
       Flag("--count", options->count, "Print only the number of messages that match"),
       Flag("--no-pager", options->noPager, "Write to the terminal directly"),
       Flag("-r,--reverse", options->reverse, "Newest first"),
@@ -98,7 +100,7 @@ Verb Follow() {
   options->follow = true;
   Verb verb = MakeVerb("follow", "Print the last 10 messages, then new ones as they arrive", kFollowFooter,
                        options, ShowLive);
-  verb.Add({CountOption(options->last, "Begin with the last N that match, or all")});
+  verb.Add({CountOption(options->limit.last, "Begin with the last N that match, or all")});
   AddReading(verb, *options);
   verb.check = [options](const Given& given) { return Check(*options, given); };
   return verb;

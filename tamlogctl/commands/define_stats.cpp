@@ -27,13 +27,15 @@ Verb StatsVerb() {
       FileOption(options->files, "Read a copy of the log file (repeatable)"),
       Value("--top", "N", Number(0, 1000000, top), "Number of sources to list, 0 for all (20)"),
       Flag("--bars", options->bars, "Print bars also when the output is not a terminal"),
-      CountOption(options->last, "Of the last N that match, or of all"),
+      LimitOption(options->limit, "Of the last N that match, of the first N (+N), or of all"),
   });
   verb.Add(NamingOptions(options->output));
   verb.Add(SelectingOptions(options->selection));
   verb.Add({QuietOption(options->quiet)});
   verb.Add(OptionsOfAll(*options));
-  verb.check = [options](const Given&) { return SelectionProblem(options->selection); };
+  verb.check = [options](const Given&) {
+    return SelectionProblem(options->selection, !options->files.empty());
+  };
   return verb;
 }
 

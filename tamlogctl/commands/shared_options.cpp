@@ -15,6 +15,15 @@ Take ContextOf(std::size_t& to) {
   return Number(0, kMostMessages, [&to](std::uint64_t count) { to = count; });
 }
 
+bool TakeCount(const std::string& text, std::optional<std::size_t>& count) {
+  std::size_t number = 0;
+  const char* const last = text.data() + text.size();
+  const auto [end, error] = std::from_chars(text.data(), last, number);
+  if (error != std::errc() || end != last) return false;
+  count = number;
+  return true;
+}
+
 }  // namespace
 
 std::vector<Option> OptionsOfAll(CommonOptions& to) {
@@ -63,20 +72,31 @@ std::vector<Option> SelectingOptions(SelectionOptions& to) {
       Flag("-i,--ignore-case", to.ignoreCase,
            "Ignore case (always done for an expression that is all in lower case)"),
       Value("-S,--since", "TIME", Text(to.since),
-            "Not older: as printed, [YYYY-MM-DD] HH:MM, today, yesterday, -15m, RFC 3339"),
+            "Not older: as printed, [YYYY-MM-DD] HH:MM, yesterday 10:00, -1h30m, '1 hour ago', RFC 3339, "
+            "@SECONDS"),
       Value("-U,--until", "TIME", Text(to.until), "Not newer than this time"),
+      Words(
+          "--relative-to", {"now", "end"}, [&to](std::size_t index) { to.relativeToEnd = index == 1; },
+          "Count times such as 10:00 and -15m from now, or from the end of the copied logs"),
   };
+}
+
+Option LimitOption(MessageLimit& to, std::string purpose) {
+  const auto take = [&to](const std::string& text) {
+    to = {};
+    std::optional<std::size_t>& count = text.starts_with('+') ? to.first : to.last;
+    if (text == "all" || TakeCount(text.starts_with('+') ? text.substr(1) : text, count))
+      return std::string();
+    return "'" + text + "' is neither a number, nor + and a number, nor 'all'";
+  };
+  return Value("-n,--lines", "N|+N|all", take, std::move(purpose));
 }
 
 Option CountOption(std::optional<std::size_t>& last, std::string purpose) {
   const auto take = [&last](const std::string& text) {
-    std::size_t count = 0;
-    const char* const begin = text.data();
-    const auto [end, error] = std::from_chars(begin, begin + text.size(), count);
-    const bool isNumber = error == std::errc() && end == begin + text.size();
-    if (!isNumber && text != "all") return "'" + text + "' is neither a number nor 'all'";
-    last = isNumber ? std::optional(count) : std::nullopt;
-    return std::string();
+    last.reset();
+    if (text == "all" || TakeCount(text, last)) return std::string();
+    return "'" + text + "' is neither a number nor 'all'";
   };
   return Value("-n,--lines", "N|all", take, std::move(purpose));
 }

@@ -16,6 +16,7 @@ namespace TamLogCtl {
 inline constexpr std::uint64_t kMostMessages = 1000000;  // that a log can hold
 
 struct CommonOptions;
+struct MessageLimit;
 struct OutputOptions;
 struct ReadingOptions;
 struct SelectionOptions;
@@ -32,7 +33,10 @@ std::vector<Option> NamingOptions(OutputOptions& to);
 // -s, -x, -t, -g, -S and so on: which messages are wanted.
 std::vector<Option> SelectingOptions(SelectionOptions& to);
 
-// -n N or all.
+// -n N, +N or all.
+Option LimitOption(MessageLimit& to, std::string purpose);
+
+// -n N or all, of verbs that follow: there is no first message to begin with.
 Option CountOption(std::optional<std::size_t>& last, std::string purpose);
 
 // -A, -B, -C, --cursor-file, --after-cursor, --show-cursor, --events.

@@ -11,6 +11,7 @@
 #include "tamlogctl/read/log_input.h"
 #include "tamlogctl/read/output_file.h"
 #include "tamlogctl/read/reading_position.h"
+#include "tamlogctl/select/log_end.h"
 #include "tamlogctl/select/message_choice.h"
 
 namespace TamLogCtl {
@@ -60,7 +61,7 @@ int Export::Read(ReadingPosition& position) {
 }
 
 void Export::Choose(const MessageSelection& selection) {
-  places = ChooseLast(messages, selection, options.last);
+  places = ChooseMessages(messages, selection, options.limit);
   matched = places.size();
   places = WithContext(places, messages.size(), options.before, options.after);
   std::reverse(places.begin(), places.end());
@@ -130,11 +131,15 @@ int Export::Run() {
   return matched == 0 && !selection->Empty() ? WorseOf(exitCode, kNegative) : exitCode;
 }
 
+int RunExport(const ExportOptions& options) {
+  Export run(options);
+  return run.Run();
+}
+
 }  // namespace
 
 int ExportMessages(const ExportOptions& options) {
-  Export run(options);
-  return run.Run();
+  return RunWithEnd(options, RunExport);
 }
 
 }  // namespace TamLogCtl

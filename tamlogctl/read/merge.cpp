@@ -11,6 +11,8 @@
 #include "tamlogctl/base/json.h"
 #include "tamlogctl/read/host_files.h"
 #include "tamlogctl/read/log_input.h"
+#include "tamlogctl/select/log_end.h"
+#include "tamlogctl/select/time_arithmetic.h"
 
 namespace TamLogCtl {
 
@@ -59,6 +61,7 @@ class Merge {
   int Run();
 
  private:
+  std::optional<TamLogClient::TimeWords> End() const;
   void Read(std::size_t index);
   int Print(const MessageSelection& selection, MessageFormatter& formatter);
 
@@ -95,19 +98,35 @@ int Merge::Print(const MessageSelection& selection, MessageFormatter& formatter)
   return printed == 0 && !selection.Empty() ? WorseOf(exitCode, kNegative) : exitCode;
 }
 
+// Returns the latest time of the files, with their offsets.
+std::optional<TamLogClient::TimeWords> Merge::End() const {
+  std::optional<TamLogClient::TimeWords> latest;
+  for (const HostFile& file : files) {
+    const auto end = EndOfLog(file.path);
+    const auto moved = end ? MovedBy(*end, file.offset) : std::nullopt;
+    if (moved && (!latest || *moved > *latest)) latest = moved;
+  }
+  return latest;
+}
+
 int Merge::Run() {
   auto made = MakeHostFiles(options.files, options.labels, options.offsets);
+  if (!made) return kUsage;
+  files = std::move(*made);
+  SelectionOptions wanted = options.selection;
+  if (wanted.relativeToEnd) wanted.end = End();
   int refused = kUsage;
-  const auto selection = made ? MakeSelection(options.selection, options.output, refused) : std::nullopt;
+  const auto selection = MakeSelection(wanted, options.output, refused);
   auto formatter = selection ? MakeFormatter(options.output, options.color) : std::nullopt;
   if (!formatter) return refused;
-  files = std::move(*made);
   logs.reserve(files.size());  // entries point into them
   for (std::size_t i = 0; i < files.size(); ++i) Read(i);
   if (!AnyRead(logs)) return WorstOf(logs);  // the output of an empty log would mislead
   std::stable_sort(entries.begin(), entries.end(),
                    [](const Entry& left, const Entry& right) { return left.key < right.key; });
-  return Print(*selection, *formatter);
+  const int exitCode = Print(*selection, *formatter);
+  if (exitCode == kNegative && !options.quiet) SuggestEnd(wanted, options.output, End());
+  return exitCode;
 }
 
 }  // namespace

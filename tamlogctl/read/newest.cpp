@@ -17,7 +17,7 @@ constexpr std::size_t kGrowth = 8;
 bool Suffices(const ShowOptions& options, const Printer& printer, const LogTail& tail, std::size_t certain) {
   std::size_t wanted = 0;
   std::size_t context = 0;  // messages of context, older than every wanted one
-  bool complete = options.last == std::size_t{0};
+  bool complete = options.limit.last == std::size_t{0};
   for (std::size_t i = tail.messages.size(); i > certain && !(complete && context >= options.before); --i) {
     const LogMessage& message = tail.messages[i - 1];
     if (complete) {
@@ -30,7 +30,7 @@ bool Suffices(const ShowOptions& options, const Printer& printer, const LogTail&
       continue;
     }
     if (printer.Wants(message)) ++wanted;
-    complete = options.last && wanted >= *options.last;
+    complete = options.limit.last && wanted >= *options.limit.last;
   }
   return complete && context >= options.before;
 }
@@ -39,12 +39,12 @@ bool Suffices(const ShowOptions& options, const Printer& printer, const LogTail&
 
 std::optional<TamLogClient::LogSnapshot> ReadNewest(const ShowOptions& options, const Printer& printer,
                                                     const ReadTail& read) {
-  if ((!options.last && !printer.Since()) || options.count || options.showCursor ||
-      !options.cursorFile.empty() || !options.afterCursor.empty()) {
+  if ((!options.limit.last && !printer.Since()) || options.limit.first || options.count ||
+      options.showCursor || !options.cursorFile.empty() || !options.afterCursor.empty()) {
     return std::nullopt;
   }
   constexpr std::size_t kMost = std::numeric_limits<std::int32_t>::max();
-  const std::size_t lines = std::min(options.last.value_or(0), kMost) + std::min(options.before, kMost);
+  const std::size_t lines = std::min(options.limit.last.value_or(0), kMost) + std::min(options.before, kMost);
   for (std::size_t count = std::max(kFirstRead, 2 * lines);; count *= kGrowth) {
     LogTail tail;
     if (!read(count, tail)) return std::nullopt;

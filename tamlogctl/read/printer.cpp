@@ -36,7 +36,7 @@ std::optional<Printer> Printer::Make(const ShowOptions& options, int& exitCode) 
 }
 
 void Printer::PrintLast(const std::vector<const LogMessage*>& oldestFirst) {
-  std::vector<std::size_t> indices = ChooseLast(oldestFirst, selection, options.last);
+  std::vector<std::size_t> indices = ChooseMessages(oldestFirst, selection, options.limit);
   matched += indices.size();
   if (options.count) return;
   indices = WithContext(indices, oldestFirst.size(), options.before, options.after);
@@ -52,7 +52,7 @@ void Printer::PrintLast(const std::vector<const LogMessage*>& oldestFirst) {
 
 void Printer::Print(const LogMessage& message, bool late) {
   if (failed) return;
-  if (Wants(message)) {
+  if (!LimitIsReached() && Wants(message)) {
     ++matched;
     if (options.count) return;
     if (leftOut && emitted) EmitGap();
@@ -94,7 +94,7 @@ void Printer::EmitGap() {
 
 bool Printer::Finish() {
   if (options.count) {
-    const std::size_t number = options.last ? std::min(matched, *options.last) : matched;
+    const std::size_t number = options.limit.Of(matched);
     const bool json = options.output.format == "json" || options.output.format == "ndjson";
     pending += json ? "{\"count\":" + std::to_string(number) + "}\n" : std::to_string(number) + "\n";
   } else {

@@ -27,7 +27,7 @@ class Printer : public FollowTarget {
 
   void SetLog(const LogFileHeader& header) override { formatter.SetLog(header); }
 
-  // Prints the wanted messages, at most the last `options.last` of them.
+  // Prints the wanted messages, as many as `options.limit` allows.
   void PrintLast(const std::vector<const LogMessage*>& oldestFirst) override;
 
   // Prints one message if it is wanted. Output is buffered until Flush.
@@ -44,6 +44,9 @@ class Printer : public FollowTarget {
   // Does the same for output through `pager`, and ends the pager. A user who leaves the pager early has seen
   // enough: output that fails then is no failure.
   bool Finish(Pager& pager);
+
+  // Returns whether Print has printed all that `options.limit` allows, context included.
+  bool IsComplete() const { return LimitIsReached() && stillAfter == 0; }
 
   // Returns false once standard output has failed.
   bool Flush() override;
@@ -64,6 +67,7 @@ class Printer : public FollowTarget {
   Printer(ShowOptions chosen, TamLogClient::MessageFormatter format, MessageSelection wanted)
       : options(std::move(chosen)), formatter(std::move(format)), selection(std::move(wanted)) {}
 
+  bool LimitIsReached() const { return options.limit.first && matched >= *options.limit.first; }
   void Emit(const LogMessage& message, bool late);
   void EmitGap();
 

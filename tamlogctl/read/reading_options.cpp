@@ -9,6 +9,8 @@ std::string CursorProblem(const ReadingOptions& options) {
   if (cursor && options.files.size() > 1) return "--file: a cursor belongs to one log; name one file only";
   if (!options.cursorFile.empty() && !options.selection.until.empty())
     return "-U: cannot be used with --cursor-file: newer messages would never be shown";
+  if (!options.cursorFile.empty() && options.limit.first)
+    return "-n +N: cannot be used with --cursor-file: the messages after the first N would never be shown";
   return "";
 }
 

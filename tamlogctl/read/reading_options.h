@@ -11,6 +11,7 @@
 #include "tamlogctl/base/common_options.h"
 #include "tamlogctl/base/output_options.h"
 #include "tamlogctl/read/events.h"
+#include "tamlogctl/select/message_choice.h"
 #include "tamlogctl/select/selection_options.h"
 
 namespace TamLogCtl {
@@ -18,9 +19,9 @@ namespace TamLogCtl {
 struct ReadingOptions : CommonOptions {
   SelectionOptions selection;
   OutputOptions output;
-  std::vector<std::string> files;   // empty: the log of the running server
-  std::optional<std::size_t> last;  // empty: all
-  std::size_t before = 0;           // messages of context around each match
+  std::vector<std::string> files;  // empty: the log of the running server
+  MessageLimit limit;
+  std::size_t before = 0;  // messages of context around each match
   std::size_t after = 0;
   std::string cursorFile;
   std::string afterCursor;

@@ -12,6 +12,7 @@
 #include "tamlogctl/read/reading_position.h"
 #include "tamlogctl/read/show.h"
 #include "tamlogctl/read/show_logs.h"
+#include "tamlogctl/select/log_end.h"
 
 namespace TamLogCtl {
 
@@ -49,7 +50,7 @@ std::optional<int> PrintInOrder(const ShowOptions& options, Printer& printer) {
   printer.SetLog(scan.Header());
   const bool whole = scan.ForEach([&printer](const LogMessage& message) {
     printer.Print(message, false);
-    return !printer.OutputFailed();
+    return !printer.OutputFailed() && !printer.IsComplete();
   });
   if (!printer.Finish(pager)) return kOutputFailed;
   if (!whole) {
@@ -59,9 +60,7 @@ std::optional<int> PrintInOrder(const ShowOptions& options, Printer& printer) {
   return EndOf(printer, exitCode);
 }
 
-}  // namespace
-
-int ShowFiles(const ShowOptions& options) {
+int Show(const ShowOptions& options) {
   int exitCode = kDone;
   auto printer = Printer::Make(options, exitCode);
   auto position = printer ? ReadingPosition::Make(options, exitCode) : std::nullopt;
@@ -70,7 +69,7 @@ int ShowFiles(const ShowOptions& options) {
   auto trial = *printer;
   if (options.count && !HasCursor(options)) {
     if (const auto code = CountInFiles(options, trial)) return *code;
-  } else if (options.files.size() == 1 && !options.last && !options.reverse && !HasCursor(options)) {
+  } else if (options.files.size() == 1 && !options.limit.last && !options.reverse && !HasCursor(options)) {
     if (const auto code = PrintInOrder(options, trial)) return *code;
   }
   std::vector<LogInput> logs;
@@ -78,6 +77,12 @@ int ShowFiles(const ShowOptions& options) {
   for (const std::string& path : options.files)
     logs.push_back(ReadFileInput(path, options.quiet, NewestPart(options, *printer)));
   return PrintLogs(options, *printer, *position, logs);
+}
+
+}  // namespace
+
+int ShowFiles(const ShowOptions& options) {
+  return RunWithEnd(options, Show);
 }
 
 }  // namespace TamLogCtl

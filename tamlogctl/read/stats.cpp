@@ -1,6 +1,7 @@
 #include "tamlogctl/read/stats.h"
 
 #include <algorithm>
+#include <iterator>
 #include <numeric>
 #include <utility>
 
@@ -8,6 +9,7 @@
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/read/log_input.h"
 #include "tamlogctl/read/stats_report.h"
+#include "tamlogctl/select/log_end.h"
 
 namespace TamLogCtl {
 
@@ -59,23 +61,26 @@ void StatsCollector::Add(const LogMessage& message) {
     if (!newest || words > *newest) newest = words;
   }
   if (!selection.Wants(view)) return;
-  if (!last) return stats.Add(view);
-  newestWanted.emplace(view.Key(), message);
-  if (newestWanted.size() > *last) newestWanted.erase(newestWanted.begin());
+  if (!limit.first && !limit.last) return stats.Add(view);
+  limited.emplace(view.Key(), message);
+  if (limit.Of(limited.size()) < limited.size())
+    limited.erase(limit.first ? std::prev(limited.end()) : limited.begin());
 }
 
 void StatsCollector::Finish() {
-  for (const auto& [key, message] : newestWanted) stats.Add(LogMessageView(message));
-  newestWanted.clear();
+  for (const auto& [key, message] : limited) stats.Add(LogMessageView(message));
+  limited.clear();
 }
 
-int ShowStats(const StatsOptions& options) {
+namespace {
+
+int Stats(const StatsOptions& options) {
   int refused = kDone;
   auto selection = MakeSelection(options.selection, options.output, refused);
   if (!selection) return refused;
   const auto shown = MakeFormatOptions(options.output);
   if (!shown) return kUsage;
-  StatsCollector collector(std::move(*selection), options.last);
+  StatsCollector collector(std::move(*selection), options.limit);
   std::vector<int> codes;
   if (options.files.empty()) codes.push_back(CollectLive(options, collector));
   for (const std::string& path : options.files) codes.push_back(CollectFile(path, options.quiet, collector));
@@ -85,6 +90,12 @@ int ShowStats(const StatsOptions& options) {
   if (!WriteOut(options.json ? StatsJson(collector, *shown) : StatsText(options, collector, *shown)))
     return kOutputFailed;
   return collector.Searches() && collector.Wanted().Count() == 0 ? WorseOf(exitCode, kNegative) : exitCode;
+}
+
+}  // namespace
+
+int ShowStats(const StatsOptions& options) {
+  return RunWithEnd(options, Stats);
 }
 
 }  // namespace TamLogCtl

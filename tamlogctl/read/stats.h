@@ -14,6 +14,7 @@
 #include "tamlogctl/base/common_options.h"
 #include "tamlogctl/base/output_options.h"
 #include "tamlogctl/read/message_stats.h"
+#include "tamlogctl/select/message_choice.h"
 #include "tamlogctl/select/message_selection.h"
 #include "tamlogctl/select/selection_options.h"
 
@@ -21,10 +22,10 @@ namespace TamLogCtl {
 
 struct StatsOptions : CommonOptions {
   SelectionOptions selection;
-  OutputOptions output;             // only the names of the types and the encoding are used
-  std::optional<std::size_t> last;  // count the last of the wanted messages only; empty: all
-  std::vector<std::string> files;   // empty: the log of the running server
-  std::size_t top = 20;             // sources to list; 0: all
+  OutputOptions output;            // only the names of the types and the encoding are used
+  MessageLimit limit;              // count so many of the wanted messages only
+  std::vector<std::string> files;  // empty: the log of the running server
+  std::size_t top = 20;            // sources to list; 0: all
   bool json = false;
   bool bars = false;  // print bars even if standard output is no terminal
   bool quiet = false;
@@ -33,8 +34,7 @@ struct StatsOptions : CommonOptions {
 // Counts the wanted messages, and finds the oldest and the newest of all messages.
 class StatsCollector {
  public:
-  StatsCollector(MessageSelection wanted, std::optional<std::size_t> most)
-      : selection(std::move(wanted)), last(most) {}
+  StatsCollector(MessageSelection wanted, MessageLimit most) : selection(std::move(wanted)), limit(most) {}
 
   void AddRing(const LogFileHeader& header);  // once for each log
   void Add(const LogMessage& message);
@@ -53,8 +53,8 @@ class StatsCollector {
 
  private:
   MessageSelection selection;
-  std::optional<std::size_t> last;
-  std::multimap<std::uint64_t, LogMessage> newestWanted;  // by time; used with `last`
+  MessageLimit limit;
+  std::multimap<std::uint64_t, LogMessage> limited;  // by time; used with a limit
   MessageStats stats;
   std::uint64_t messages = 0;
   std::uint64_t capacity = 0;

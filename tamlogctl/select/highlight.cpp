@@ -1,7 +1,9 @@
 #include "tamlogctl/select/highlight.h"
 
 #include <algorithm>
-#include <optional>
+#include <cstddef>
+
+#include "client/message/utf8.h"
 
 namespace TamLogCtl {
 
@@ -10,27 +12,29 @@ namespace {
 constexpr std::string_view kMark = "\x1b[1;31m";
 constexpr std::string_view kPlain = "\x1b[0m";
 
-std::optional<TextExtent> FirstOf(std::string_view text, std::size_t from,
-                                  std::vector<TextPattern>& patterns) {
-  std::optional<TextExtent> first;
-  for (TextPattern& pattern : patterns) {
-    const auto found = pattern.Find(text, from);
-    if (found && (!first || found->first < first->first)) first = found;
-  }
-  return first;
-}
-
-// Appends a piece that holds no escape sequences. `color` is the one in effect; it is set again after a
-// match.
+// Appends a piece that holds no escape sequences, with every match marked: the leftmost ones, and of several
+// that begin together the longest. A character
+// is marked as a whole where an expression matches a part of its bytes. `color` is the one in effect; it is
+// set again after a match.
 void AppendPiece(std::string_view piece, std::string_view color, std::vector<TextPattern>& patterns,
                  std::string& out) {
-  std::size_t done = 0;
-  while (const auto found = FirstOf(piece, done, patterns)) {
-    out.append(piece.substr(done, found->first - done)).append(kMark);
-    out.append(piece.substr(found->first, found->length)).append(kPlain).append(color);
-    done = found->first + found->length;
+  MatchEnds ends(piece.size(), 0);
+  for (TextPattern& pattern : patterns) pattern.FindAll(piece, ends);
+  const auto afterCharacter = [piece](std::size_t at) {
+    return at + std::max<std::size_t>(1, TamLogClient::Utf8SequenceLength(piece.substr(at)));
+  };
+  for (std::size_t at = 0; at < piece.size();) {
+    std::size_t stop = afterCharacter(at);
+    const std::size_t end = *std::max_element(&ends[at], &ends[at] + (stop - at));
+    while (stop < end) stop = afterCharacter(stop);
+    const std::string_view characters = piece.substr(at, stop - at);
+    if (end == 0) {
+      out.append(characters);
+    } else {
+      out.append(kMark).append(characters).append(kPlain).append(color);
+    }
+    at = stop;
   }
-  out.append(piece.substr(done));
 }
 
 }  // namespace

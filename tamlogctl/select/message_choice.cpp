@@ -6,13 +6,19 @@
 
 namespace TamLogCtl {
 
-std::vector<std::size_t> ChooseLast(const std::vector<const LogMessage*>& oldestFirst,
-                                    const MessageSelection& wanted, const std::optional<std::size_t>& last) {
+std::size_t MessageLimit::Of(std::size_t wanted) const {
+  return std::min({wanted, last.value_or(wanted), first.value_or(wanted)});
+}
+
+std::vector<std::size_t> ChooseMessages(const std::vector<const LogMessage*>& oldestFirst,
+                                        const MessageSelection& wanted, const MessageLimit& limit) {
+  const std::size_t most = limit.Of(oldestFirst.size());
   std::vector<std::size_t> chosen;
-  for (std::size_t i = oldestFirst.size(); i > 0; --i) {
-    if (last && chosen.size() >= *last) break;
-    if (wanted.Wants(TamLogClient::LogMessageView(*oldestFirst[i - 1]))) chosen.push_back(i - 1);
+  for (std::size_t i = 0; i < oldestFirst.size() && chosen.size() < most; ++i) {
+    const std::size_t index = limit.first ? i : oldestFirst.size() - 1 - i;
+    if (wanted.Wants(TamLogClient::LogMessageView(*oldestFirst[index]))) chosen.push_back(index);
   }
+  if (limit.first) std::reverse(chosen.begin(), chosen.end());
   return chosen;
 }
 

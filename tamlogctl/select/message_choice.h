@@ -11,10 +11,18 @@
 
 namespace TamLogCtl {
 
-// Returns the indices of the last `last` messages that `wanted` accepts, or of all of them if `last` is
-// empty; newest first.
-std::vector<std::size_t> ChooseLast(const std::vector<const LogMessage*>& oldestFirst,
-                                    const MessageSelection& wanted, const std::optional<std::size_t>& last);
+// How many of the wanted messages are taken, and from which end: at most one of the two is set, none for all.
+struct MessageLimit {
+  std::optional<std::size_t> last;
+  std::optional<std::size_t> first;
+
+  // Returns how many of `wanted` messages are taken.
+  std::size_t Of(std::size_t wanted) const;
+};
+
+// Returns the indices of the messages that `wanted` accepts, as many as `limit` allows; newest first.
+std::vector<std::size_t> ChooseMessages(const std::vector<const LogMessage*>& oldestFirst,
+                                        const MessageSelection& wanted, const MessageLimit& limit);
 
 // Returns the indices `chosen` and those of up to `before` and `after` neighbours of each, once each. Both
 // lists are newest first. `count` is the number of all messages.

@@ -57,14 +57,19 @@ bool RegularExpression::Passes(const Instruction& instruction, Edge edge) const 
       return edge.wordBefore != edge.wordAfter;
     case Instruction::Kind::NoWordEdge:
       return edge.wordBefore == edge.wordAfter;
+    case Instruction::Kind::WordBegin:
+      return !edge.wordBefore && edge.wordAfter;
+    case Instruction::Kind::WordEnd:
+      return edge.wordBefore && !edge.wordAfter;
     default:
       return false;
   }
 }
 
 void RegularExpression::Visit(std::uint32_t place) {
-  if (visited[place] == visit) return;
-  visited[place] = visit;
+  if (visited[place] == closure) return;
+  visited[place] = closure;
+  ++steps;
   stack.push_back(place);
 }
 
@@ -72,7 +77,7 @@ void RegularExpression::Visit(std::uint32_t place) {
 bool RegularExpression::Close(const Places& from, Edge edge) {
   bool matched = false;
   closed.clear();
-  ++visit;
+  ++closure;
   for (const std::uint32_t place : from) Visit(place);
   while (!stack.empty()) {
     const std::uint32_t place = stack.back();
@@ -147,29 +152,64 @@ bool RegularExpression::Matches(std::string_view text) {
   return Transition(state, example.size()) == kMatched;
 }
 
-std::size_t RegularExpression::LongestAt(std::string_view text, std::size_t start) {
-  std::size_t longest = 0;
-  Places places{0};
-  for (std::size_t at = start; !places.empty(); ++at) {
-    const bool end = at == text.size();
-    const bool before = at > 0 && IsWordByte(static_cast<unsigned char>(text[at - 1]));
-    const bool after = !end && IsWordByte(static_cast<unsigned char>(text[at]));
-    if (Close(places, {at == 0, end, before, after})) longest = at - start;
-    places.clear();
-    if (end) break;
-    for (const std::uint32_t place : closed) {
-      if (sets[program[place].set][static_cast<unsigned char>(text[at])]) places.push_back(place + 1);
+void RegularExpression::MakeSources() {
+  sources.resize(program.size() + 1);
+  for (std::uint32_t place = 0; place < program.size(); ++place) {
+    const Instruction& instruction = program[place];
+    if (instruction.kind == Instruction::Kind::Byte) continue;
+    if (instruction.kind == Instruction::Kind::Split) {
+      const auto target = static_cast<std::int32_t>(place) + instruction.other;
+      sources[static_cast<std::size_t>(target)].push_back(place);
+      if (instruction.jump) continue;
     }
+    sources[place + 1].push_back(place);
   }
-  return longest;
 }
 
-std::optional<TextExtent> RegularExpression::Find(std::string_view text, std::size_t from) {
-  for (std::size_t start = from; start < text.size(); ++start) {
-    const std::size_t length = LongestAt(text, start);
-    if (length > 0) return TextExtent{start, length};
+// Appends to `leads` the places of `from` and all that lead to them without consuming a byte, in the order of
+// `from`: a place that leads to several ends is visited for the first of them only.
+void RegularExpression::CloseBackwards(const std::vector<Lead>& from, Edge edge, std::vector<Lead>& leads) {
+  leads.clear();
+  ++closure;
+  for (const Lead& lead : from) {
+    Visit(lead.place);
+    while (!stack.empty()) {
+      const std::uint32_t place = stack.back();
+      stack.pop_back();
+      leads.push_back({place, lead.end});
+      for (const std::uint32_t source : sources[place]) {
+        const Instruction& instruction = program[source];
+        if (instruction.kind == Instruction::Kind::Split || Passes(instruction, edge)) Visit(source);
+      }
+    }
   }
-  return std::nullopt;
+}
+
+// Runs the program backwards, from the end of the text to its beginning. `leads` is ordered by the end that
+// is reached, furthest first, and a match that ends at the present position is last; so the order needs no
+// sorting, and the first visit of a place is for its longest match.
+void RegularExpression::FindAll(std::string_view text, MatchEnds& ends) {
+  if (!Matches(text)) return;
+  if (sources.empty()) MakeSources();
+  const auto wordAt = [text](std::size_t at) {
+    return at < text.size() && IsWordByte(static_cast<unsigned char>(text[at]));
+  };
+  std::vector<Lead> before;
+  std::vector<Lead> leads;
+  for (std::size_t at = text.size() + 1; at-- > 0;) {
+    before.clear();
+    for (const Lead& lead : leads) {
+      if (lead.place == 0) continue;
+      const Instruction& step = program[lead.place - 1];
+      if (step.kind == Instruction::Kind::Byte && sets[step.set][static_cast<unsigned char>(text[at])])
+        before.push_back({lead.place - 1, lead.end});
+    }
+    before.push_back({static_cast<std::uint32_t>(program.size()), at});
+    CloseBackwards(before, {at == 0, at == text.size(), at > 0 && wordAt(at - 1), wordAt(at)}, leads);
+    const auto first =
+        std::find_if(leads.begin(), leads.end(), [](const Lead& lead) { return lead.place == 0; });
+    if (first != leads.end() && first->end > at) ends[at] = std::max(ends[at], first->end);
+  }
 }
 
 }  // namespace TamLogCtl

@@ -3,8 +3,8 @@
 // Regular expressions whose search takes time linear in the text, whatever the pattern is. There is no
 // backtracking, so no pattern makes a search hang or overflow the stack.
 //
-//   .  [a-z]  [^a-z]  [[:digit:]]  \d \w \s \D \W \S  ^  $  \b \B  ( )  (?: )  |  *  +  ?  {2} {2,} {2,5}
-//   \n \r \t \f \v \xHH, and a backslash before punctuation
+//   .  [a-z]  [^a-z]  [[:digit:]]  \d \w \s \D \W \S  ^  $  \b \B \< \>  ( )  (?: )  |  *  +  ?  {2} {2,} {2,5}
+//   \n \r \t \f \v \xHH, and a backslash before other punctuation
 //
 // A text is searched as bytes: a character beyond ASCII matches its UTF-8 bytes, and a point matches one
 // byte. A question mark after a quantifier is accepted and changes nothing: the same texts match.
@@ -23,10 +23,8 @@
 
 namespace TamLogCtl {
 
-struct TextExtent {
-  std::size_t first = 0;
-  std::size_t length = 0;
-};
+// For each position of a text the end of the longest match that begins there; 0 where none begins.
+using MatchEnds = std::vector<std::size_t>;
 
 class RegularExpression {
  public:
@@ -39,11 +37,15 @@ class RegularExpression {
   // time may use an object.
   bool Matches(std::string_view text);
 
-  // Returns the leftmost longest match that begins at `from` or later and is not empty.
-  std::optional<TextExtent> Find(std::string_view text, std::size_t from);
+  // Finds all matches that are not empty, in one pass over the text. Raises each element of `ends`, which is
+  // as long as the text, to the end of the longest match that begins there.
+  void FindAll(std::string_view text, MatchEnds& ends);
+
+  // Returns how many instructions all calls have visited so far: what the searches cost.
+  std::uint64_t Steps() const { return steps; }
 
   struct Instruction {
-    enum class Kind : std::uint8_t { Byte, Split, Begin, End, WordEdge, NoWordEdge };
+    enum class Kind : std::uint8_t { Byte, Split, Begin, End, WordEdge, NoWordEdge, WordBegin, WordEnd };
     Kind kind = Kind::Byte;
     std::uint16_t set = 0;   // Byte: the index of the set that has to contain it
     std::int32_t other = 0;  // Split: continues at the next instruction and at this distance from here
@@ -66,13 +68,20 @@ class RegularExpression {
     bool wordBefore = false;
   };
 
+  // An instruction from which the end of the program is reached at the position `end` of the text.
+  struct Lead {
+    std::uint32_t place = 0;
+    std::size_t end = 0;
+  };
+
   void MakeClasses();
+  void MakeSources();
+  void CloseBackwards(const std::vector<Lead>& from, Edge edge, std::vector<Lead>& leads);
   bool Close(const Places& from, Edge edge);
   void Visit(std::uint32_t place);
   std::int32_t Transition(std::uint32_t from, std::size_t byteClass);
   std::uint32_t StateOf(State state);
   bool Passes(const Instruction& instruction, Edge edge) const;
-  std::size_t LongestAt(std::string_view text, std::size_t start);
 
   std::vector<Instruction> program;  // reaching its end is a match
   std::vector<ByteSet> sets;
@@ -84,10 +93,13 @@ class RegularExpression {
   std::vector<std::int32_t> transitions;
   std::unordered_map<std::string, std::uint32_t> stateNumbers;
 
+  std::vector<Places> sources;  // of each instruction: those that lead to it without consuming a byte
+
   Places closed;  // by the last Close: the Byte instructions reached
   Places stack;
-  std::vector<std::uint32_t> visited;
-  std::uint32_t visit = 0;
+  std::vector<std::uint64_t> visited;  // the last closure that visited each place
+  std::uint64_t closure = 0;
+  std::uint64_t steps = 0;
 };
 
 }  // namespace TamLogCtl

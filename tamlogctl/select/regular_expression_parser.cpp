@@ -149,6 +149,8 @@ class Parser {
     const char letter = TakeAny("a backslash at the end");
     if (letter == 'b') return {{Kind::WordEdge, 0, 0, false}};
     if (letter == 'B') return {{Kind::NoWordEdge, 0, 0, false}};
+    if (letter == '<') return {{Kind::WordBegin, 0, 0, false}};
+    if (letter == '>') return {{Kind::WordEnd, 0, 0, false}};
     if (const auto set = SetOfEscape(letter)) return OneOf(*set);
     return Byte(EscapedByte(letter));
   }

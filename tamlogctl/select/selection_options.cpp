@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "client/file/log_file_image.h"
-#include "client/message/local_time.h"
+#include "client/message/time_zone.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
@@ -13,12 +13,16 @@
 
 namespace TamLogCtl {
 
+using TamLogClient::KeyOf;
+using TamLogClient::TimeWords;
+
 namespace {
 
 constexpr const char* kTermHelp = "expected NAME or NAME:TYPES, for example Camera:0,2";
 constexpr const char* kTimeHelp =
-    "expected YYYY-MM-DD [HH:MM[:SS[.mmm]]], HH:MM, now, today, yesterday, -15m (ms, s, m, h, d, w), or "
-    "YYYY-MM-DDTHH:MM:SSZ";
+    "expected YYYY-MM-DD [HH:MM[:SS[.mmm]]], HH:MM, now, today, yesterday [HH:MM], -1h30m (ms, s, m, h, d, "
+    "w), "
+    "'1 hour ago', YYYY-MM-DDTHH:MM:SSZ, or @SECONDS since 1970";
 
 std::nullopt_t RefuseValue(const std::string& option, const std::string& value, const std::string& problem) {
   Say(option + " '" + value + "': " + problem);
@@ -67,24 +71,33 @@ bool AddPatterns(const SelectionOptions& options, MessageSelection& selection) {
   return true;
 }
 
-bool AddTimes(const SelectionOptions& options, MessageSelection& selection) {
-  const BoundClock clock{TamLogClient::LocalNow(), OffsetAtUtc};
-  for (const bool until : {false, true}) {
-    const std::string& text = until ? options.until : options.since;
-    if (text.empty()) continue;
-    const auto time = ParseBound(text, clock);
-    if (!time) {
-      RefuseValue(until ? "-U" : "-S", text, kTimeHelp);
-      return false;
-    }
-    const std::uint64_t key = TamLogClient::KeyOf(*time);
-    if (until) {
-      selection.SetUntil(key);
-    } else {
-      selection.SetSince(key);
-    }
-  }
-  return true;
+std::string Shown(const TimeWords& words) {
+  std::string text;
+  TamLogClient::AppendTime(words, ' ', text);
+  return text;
+}
+
+bool AddTimes(const SelectionOptions& options, const OutputOptions& output, MessageSelection& selection) {
+  BoundClock clock = ClockOfNow(LocalOffsetOf(output));
+  if (options.relativeToEnd && options.end) clock = {*options.end, clock.localOffset};
+  const auto parse = [&clock](const char* option, const std::string& text, std::optional<TimeWords>& time) {
+    if (!text.empty()) time = ParseBound(text, clock);
+    if (!text.empty() && !time) RefuseValue(option, text, kTimeHelp);
+    return text.empty() || time;
+  };
+  std::optional<TimeWords> since;
+  std::optional<TimeWords> until;
+  clock.earliest = true;
+  if (!parse("-S", options.since, since)) return false;
+  clock.earliest = false;
+  if (!parse("-U", options.until, until)) return false;
+  if (since) selection.SetSince(KeyOf(*since));
+  if (until) selection.SetUntil(KeyOf(*until));
+  if (!since || !until || KeyOf(*since) <= KeyOf(*until)) return true;
+  RefuseValue("-S", options.since,
+              "is " + Shown(*since) + ", which is later than -U '" + options.until + "', " + Shown(*until) +
+                  ": no message can match");
+  return false;
 }
 
 // Filter files are not searched: any of them may.
@@ -101,10 +114,19 @@ bool GoesBeyondAscii(const SelectionOptions& options) {
 
 }  // namespace
 
-std::string SelectionProblem(const SelectionOptions& options) {
+std::string SelectionProblem(const SelectionOptions& options, bool copied) {
+  if (options.relativeToEnd && !copied)
+    return "--relative-to end: only for copied logs, whose end is in the past; name one, or count from now";
   if (options.patterns.empty() && options.antiPatterns.empty() && options.fixedPattern)
     return "-F: applies to -g and -v; add one of them";
   return "";
+}
+
+std::function<int(const TimeWords& utc)> LocalOffsetOf(const OutputOptions& output) {
+  auto zone = TamLogClient::TimeZone::FromName(output.zone, {});
+  if (!zone || output.zone == "written" || output.zone == "local") return OffsetAtUtc;
+  const int minutes = zone->OffsetAt({1970, 1, 1}).value_or(0);  // the same at any time
+  return [minutes](const TimeWords&) { return minutes; };
 }
 
 std::optional<TextPattern> MakePattern(const std::string& option, const std::string& text,
@@ -132,7 +154,7 @@ std::optional<MessageSelection> MakeSelection(const SelectionOptions& options, c
     if (!types) return RefuseValue("-t", options.types, "expected types from 0 to 3, for example 0,2 or 1-3");
     selection.SetTypes(*types);
   }
-  if (!AddPatterns(options, selection) || !AddTimes(options, selection)) return std::nullopt;
+  if (!AddPatterns(options, selection) || !AddTimes(options, output, selection)) return std::nullopt;
   if (GoesBeyondAscii(options)) {
     const auto encoding = MakeEncoding(output);
     if (!encoding) return std::nullopt;

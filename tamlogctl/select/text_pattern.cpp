@@ -73,12 +73,11 @@ bool TextPattern::Matches(std::string_view text) {
   return Search(text, 0) != std::string_view::npos;
 }
 
-std::optional<TextExtent> TextPattern::Find(std::string_view text, std::size_t from) {
-  if (expression) return expression->Find(text, from);
-  if (literal.empty()) return std::nullopt;
-  const std::size_t at = Search(text, from);
-  if (at == std::string_view::npos) return std::nullopt;
-  return TextExtent{at, literal.size()};
+void TextPattern::FindAll(std::string_view text, MatchEnds& ends) {
+  if (expression) return expression->FindAll(text, ends);
+  if (literal.empty()) return;
+  for (std::size_t at = Search(text, 0); at != std::string_view::npos; at = Search(text, at + 1))
+    ends[at] = std::max(ends[at], at + literal.size());
 }
 
 }  // namespace TamLogCtl

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -23,8 +24,12 @@ class TextPattern {
 
   bool Matches(std::string_view text);
 
-  // Returns the first match that begins at `from` or later and is not empty.
-  std::optional<TextExtent> Find(std::string_view text, std::size_t from);
+  // Finds all matches that are not empty. Raises each element of `ends`, which is as long as the text, to the
+  // end of the longest match that begins there.
+  void FindAll(std::string_view text, MatchEnds& ends);
+
+  // Returns the cost of all searches so far, for an expression: RegularExpression::Steps.
+  std::uint64_t Steps() const { return expression ? expression->Steps() : 0; }
 
  private:
   TextPattern() = default;

@@ -22,7 +22,21 @@ std::optional<TamLogClient::TimeWords> MovedBy(const TamLogClient::TimeWords& wo
 // Returns the seconds from one real time to a later one.
 double SecondsBetween(const TamLogClient::TimeWords& earlier, const TamLogClient::TimeWords& later);
 
-// Reads a number of up to seven digits and its unit: "250ms", "90s", "15m", "2h", "3d" or "1w".
+// A duration as users type it. Days and weeks count by the calendar, so that they keep the time of day over a
+// change to or from daylight saving time; the rest is elapsed time.
+struct TimeSpan {
+  std::chrono::days days{};
+  std::chrono::milliseconds rest{};
+
+  // Returns the whole duration, with 24 hours a day.
+  std::chrono::milliseconds Elapsed() const { return days + rest; }
+};
+
+// Reads one or more numbers of up to seven digits, each with its unit: "250ms", "1h30m", "2 days 3 hours".
+// Units are ms, s, m, h, d and w, their English words, and msec, sec, min and hr.
+std::optional<TimeSpan> ReadDuration(std::string_view text);
+
+// Returns the same as elapsed time.
 std::optional<std::chrono::milliseconds> ParseDuration(std::string_view text);
 
 }  // namespace TamLogCtl

@@ -33,7 +33,7 @@ struct WaitingThread {
 
 std::atomic<bool> standsStill{false};
 std::deque<WaitingThread> waitingThreads;  // used after StandStill only, by one thread
-std::atomic<std::int32_t> stillClock{0};
+std::atomic<std::uint64_t> stillClock{0};
 std::atomic<std::uint32_t> lastThreadId{0};
 thread_local std::uint32_t presentThreadId = 0;
 thread_local std::uint32_t lastError = 0;
@@ -85,18 +85,15 @@ void SetLastError(std::uint32_t error) {
 
 namespace TamLogUtil {
 
-// Wall time, as the run-time of Windows counts it.
-std::int32_t ReadClock() {
+std::uint64_t ReadClock() {
   if (NativeMachine::StandsStill()) return stillClock;
-  static const auto begun = std::chrono::steady_clock::now();
-  const auto passed = std::chrono::steady_clock::now() - begun;
-  return static_cast<std::int32_t>(std::chrono::duration_cast<std::chrono::milliseconds>(passed).count());
+  const auto passed = std::chrono::steady_clock::now().time_since_epoch();
+  return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(passed).count());
 }
 
 void SleepFor(std::uint32_t milliseconds) {
   if (NativeMachine::StandsStill()) {
-    // Wraps, as the real one does.
-    stillClock = static_cast<std::int32_t>(static_cast<std::uint32_t>(stillClock.load()) + milliseconds);
+    stillClock += milliseconds;
   } else {
     std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
   }

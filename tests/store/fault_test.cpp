@@ -144,6 +144,49 @@ TEST_F(Faults, EveryTouchOfTheViewThatFailsWhileAFileIsCompactedIsReported) {
   EXPECT_EQ(sentences.count("Failed to read a message in LoadToList()"), 1U);
 }
 
+// Another process writes over the ring's numbers in the mapped header before the nth touch of the view.
+template <std::int32_t messageCount, std::int32_t maxMessages, std::int32_t nextSlot>
+void WriteOverHeader(void* view) {
+  auto* const bytes = static_cast<char*>(view);
+  const std::int32_t numbers[] = {messageCount, maxMessages, nextSlot};
+  std::memcpy(bytes + offsetof(LogFileHeader, messageCount), numbers, sizeof numbers);
+}
+
+TEST_F(Faults, AHeaderThatIsWrittenOverAtAnyMomentOfAnOpenNeitherFailsItNorTheNextOne) {
+  constexpr std::int32_t kMost = 0x7FFFFFFF;
+  void (*const writeOver[])(void*) = {
+      WriteOverHeader<3, 10, kMost>, WriteOverHeader<kMost, kMost, 5>,    WriteOverHeader<1, 5000, 0>,
+      WriteOverHeader<-1, 10, 2>,    WriteOverHeader<2, 10, -1>,          WriteOverHeader<11, 10, 2>,
+      WriteOverHeader<0, 10, 5000>,  WriteOverHeader<2, -kMost - 1, 200>, WriteOverHeader<5000, 8, 5000>,
+  };
+  const auto bothMessages = [&] { MakeFile(10, {Message("a", At(12, 0)), Message("b", At(12, 1))}); };
+  const auto anotherCapacity = [&] {
+    bothMessages();
+    Damage([](LogFileHeader& header) { header.maxMessages = 8; });
+  };
+  const auto aNewFile = [&] { DeleteFileA(configuration.logFile.c_str()); };
+  const auto aShorterFile = [&] { MakeFile(5, {Message("a", At(12, 0))}); };
+  for (const std::function<void()>& makeFile :
+       {std::function<void()>(bothMessages), std::function<void()>(anotherCapacity),
+        std::function<void()>(aNewFile), std::function<void()>(aShorterFile)}) {
+    for (const auto action : writeOver) {
+      const Sentences sentences = Sweep([&](int n) { BeforeMappedAccess(n, action); },
+                                        [&] {
+                                          server.emplace(&configuration, &configLock);
+                                          makeFile();
+                                        },
+                                        [&] { Open(); },
+                                        [&] {
+                                          EXPECT_EQ(Header().serverRunning, 1);
+                                          Restart();
+                                          EXPECT_TRUE(server->VerifyIntegrity());
+                                          Close();
+                                        });
+      EXPECT_EQ(sentences, (Sentences{""}));
+    }
+  }
+}
+
 TEST_F(Faults, AFlushThatFailsAtAnyTouchOfTheViewLosesAndDuplicatesNothing) {
   Open();
   Submit("a", At(12, 0));

@@ -24,6 +24,7 @@ std::atomic<int> failingAttempts = 0;
 std::atomic<std::uint32_t> failingCode = 0;
 std::atomic<int> mappedCalls = 0;
 
+std::atomic<void (*)(void*)> actionBefore = nullptr;
 std::atomic<bool> realFaults = false;
 std::atomic<PageFault> pageFault = PageFault::InPageError;
 std::atomic<int> faultsSeen = 0;
@@ -155,6 +156,11 @@ void FailMappedAccess(int n, int attempts, std::uint32_t code) {
   mappedThread = GetCurrentThreadId();
 }
 
+void BeforeMappedAccess(int n, void (*action)(void* view)) {
+  FailMappedAccess(n, 1);
+  actionBefore = action;
+}
+
 void FaultMappedAccess(int n, int attempts, PageFault fault) {
   FailMappedAccess(n, attempts);
   pageFault = fault;
@@ -179,6 +185,7 @@ void WorkAgain() {
   if (faultHandler != nullptr) RemoveVectoredExceptionHandler(faultHandler);
   faultHandler = nullptr;
   failingFunction = nullptr;
+  actionBefore = nullptr;
   mappedThread = 0;
 }
 
@@ -203,6 +210,11 @@ std::uint32_t __wrap_RunUnderFaultGuard(void (*function)(void*), void* argument)
     const int call = ++mappedCalls;
     if (call >= firstFailing && call < firstFailing + failingAttempts) {
       met = true;
+      const auto action = actionBefore.load();
+      if (action != nullptr) {
+        action(lastView);
+        return __real_RunUnderFaultGuard(function, argument);
+      }
       if (!realFaults) return failingCode;
       void* const view = lastView;
       const SIZE_T size = ViewSize();

@@ -31,6 +31,9 @@ void FaultMappedAccess(int n, int attempts, PageFault fault);
 // Real faults since then.
 int FaultsSeen();
 
+// Calls `action` with the view before the nth guarded block from now on. It must not throw.
+void BeforeMappedAccess(int n, void (*action)(void* view));
+
 bool FaultMet();
 // Guarded blocks run by the calling thread since FailMappedAccess; every attempt counts.
 int MappedAttempts();

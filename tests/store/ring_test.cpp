@@ -64,6 +64,32 @@ TEST(Ring, ASlotOfADamagedHeaderLiesOutsideInsteadOfOverflowing) {
   EXPECT_LT(SlotFromNewest(Ring(4, 100, 1), 90), 0);
 }
 
+TEST(Ring, IsInsideTheFileWhenAllItsMessagesAre) {
+  EXPECT_TRUE(RingIsInside(Ring(10, 10, 9), 10));
+  EXPECT_TRUE(RingIsInside(Ring(10, 3, 2), 10));
+  EXPECT_FALSE(RingIsInside(Ring(10, 3, 2), 9));
+  EXPECT_FALSE(RingIsInside(Ring(kLargest, 2, 1), 10));
+  // Before the file grows.
+  EXPECT_TRUE(RingIsInside(Ring(20, 3, 3), 3));
+  EXPECT_FALSE(RingIsInside(Ring(20, 3, 4), 3));
+}
+
+TEST(Ring, IsInsideTheFileWhenItIsEmptyWhateverItsCapacity) {
+  for (const std::int32_t capacity : {kSmallest, -1, 0, 1, 10, kLargest}) {
+    EXPECT_TRUE(RingIsInside(Ring(capacity, 0, 0), 10)) << capacity;
+  }
+}
+
+TEST(Ring, IsNotInsideTheFileWithAnIndexOutsideTheRing) {
+  for (const std::int32_t outside : {kSmallest, -1, 11, kLargest}) {
+    EXPECT_FALSE(RingIsInside(Ring(10, outside, 2), 10)) << outside;
+    EXPECT_FALSE(RingIsInside(Ring(10, 2, outside), 10)) << outside;
+    EXPECT_FALSE(RingIsInside(Ring(10, 0, outside), 10)) << outside;
+  }
+  EXPECT_FALSE(RingIsInside(Ring(10, 2, 10), 10));
+  EXPECT_FALSE(RingIsInside(Ring(kSmallest, 1, 0), 10));
+}
+
 TEST(Ring, ALargerCapacityPutsTheNextMessageAfterTheOthers) {
   LogFileHeader header = Ring(5, 3, 1);
   SetRingCapacity(header, 10);

@@ -108,6 +108,108 @@ TEST_F(ShowCommand, ChoosesByTextTypeSourceAndTime) {
   EXPECT_EQ(Show("-S today"), "");
 }
 
+TEST_F(ShowCommand, FirstMessagesThatMatchAreChosenWithAPlus) {
+  EXPECT_EQ(Show("-n +2"), "01");
+  EXPECT_EQ(Show("-n +2 -r"), "10");
+  EXPECT_EQ(Show("-n +1 -g '[3-5]'"), "3");
+  EXPECT_EQ(Show("-n +0"), "");
+  EXPECT_EQ(Show("-n +99"), "012345");
+  EXPECT_EQ(Show("-n +1 -g '[25]' -C 1"), "123");
+  EXPECT_EQ(Show("-n +1 -g '[2]' -A 9"), "2345");
+  EXPECT_EQ(Show("-n +2 -g '[25]' -A 1 -r"), "5--32");
+  EXPECT_EQ(Show("-n +2 --count -g '[1-4]'"), "2");
+  EXPECT_EQ(Show("-n +3 --file Logs.dat"), "001");
+  EXPECT_EQ(Run("show --file Logs.dat -n +1 -g nothing").exitCode, 1);
+}
+
+TEST_F(ShowCommand, FirstMessagesAreTheOldestInEveryVerb) {
+  EXPECT_EQ(Run("export out.txt --file Logs.dat -o cat -n +2").exitCode, 0);
+  EXPECT_EQ(Contents("out.txt"), "message 0\nmessage 1\n");
+  const auto stats = Run("stats --file Logs.dat -n +3 -o json").out;
+  EXPECT_NE(stats.find("\"newest\":\"2026-01-01T00:00:02.000\""), std::string::npos) << stats;
+}
+
+TEST_F(ShowCommand, FirstMessagesNeedAnEndAndNoCursorFile) {
+  for (const std::string words :
+       {"follow -n +1", "show -f -n +1", "show --file Logs.dat --cursor-file c -n +1",
+        "show --file Logs.dat -n +", "show --file Logs.dat -n ++1", "show --file Logs.dat -n +all"}) {
+    EXPECT_EQ(Run(words).exitCode, 2) << words;
+  }
+}
+
+TEST_F(ShowCommand, RelativeTimesCountFromTheEndOfACopiedLogOnRequest) {
+  EXPECT_EQ(Show("--relative-to end -S -2s"), "345");
+  EXPECT_EQ(Show("--relative-to end -S 00:00:04"), "45");
+  EXPECT_EQ(Show("--relative-to end -S '4 seconds ago' -U -2s"), "123");
+  EXPECT_EQ(Show("--relative-to end -S today -U now"), "012345");
+  EXPECT_EQ(Show("--relative-to now -S -2s"), "");
+  // Later files decide where the end is.
+  log.Submit(MakeBody(3600 * 1000, "message 6"));
+  log.Flush();
+  Save("Later.dat");
+  EXPECT_EQ(Show("--file Later.dat --relative-to end -S -2s"), "6");
+  EXPECT_EQ(Run("show --relative-to end").exitCode, 2);
+  EXPECT_EQ(Run("follow --relative-to end").exitCode, 2);
+}
+
+TEST_F(ShowCommand, EveryVerbCountsFromTheEndOfItsLogs) {
+  const std::string wanted = " --relative-to end -S -2s -o json";
+  const auto messages = [](const std::string& json) { return std::count(json.begin(), json.end(), '{'); };
+  EXPECT_EQ(messages(Run("merge Logs.dat" + wanted).out), 3);
+  EXPECT_EQ(messages(Run("merge --label a=Logs.dat --label b=Logs.dat --offset b=+1s" + wanted).out), 2 + 3);
+  EXPECT_NE(Run("stats --file Logs.dat" + wanted).out.find("\"messages\":3"), std::string::npos);
+  EXPECT_EQ(Run("export out.json --file Logs.dat" + wanted).exitCode, 0);
+  EXPECT_EQ(messages(Contents("out.json")), 3);
+}
+
+TEST_F(ShowCommand, EndOfALogIsThatOfItsMessagesWithRealTimes) {
+  LogMessageBody body = MakeBody(0, "message 6");
+  body.timestamp[1] = 13;
+  log.Submit(body);
+  log.Flush();
+  Save();
+  EXPECT_EQ(Show("--relative-to end -S -1s"), "456");  // month 13 comes after all others
+  EXPECT_EQ(Show("--relative-to end -S -1s -U now"), "45");
+}
+
+TEST_F(ShowCommand, CountingFromTheEndIsSuggestedWhereItWouldHelp) {
+  const std::string suggestion =
+      "the log ends at 2026-01-01 00:00:05.000; to count '-2s' from there add --relative-to end";
+  for (const std::string verb : {"show --file Logs.dat", "stats --file Logs.dat", "merge Logs.dat",
+                                 "export out.json --file Logs.dat --force"}) {
+    const auto outcome = Run(verb + " -S -2s");
+    EXPECT_EQ(outcome.exitCode, 1) << verb;
+    EXPECT_NE(outcome.err.find(suggestion), std::string::npos) << verb << outcome.err;
+    EXPECT_EQ(Run(verb + " -S -2s -q").err, "") << verb;
+    EXPECT_EQ(Run(verb + " -S -2s --relative-to end -s Nobody").err.find("--relative-to"), std::string::npos);
+    EXPECT_EQ(Run(verb + " -S 2026-05-01").err.find("--relative-to"), std::string::npos) << verb;
+    EXPECT_EQ(Run(verb + " -g nothing").err.find("--relative-to"), std::string::npos) << verb;
+  }
+}
+
+TEST_F(ShowCommand, SinceThatIsLaterThanUntilIsAnErrorOfUsage) {
+  for (const std::string verb : {"show --file Logs.dat", "stats --file Logs.dat", "merge Logs.dat",
+                                 "export out.json --file Logs.dat"}) {
+    const auto outcome = Run(verb + " -S 2026-01-01T10:00 -U '2026-01-01 09:00'");
+    EXPECT_EQ(outcome.exitCode, 2) << verb;
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_NE(outcome.err.find("-S '2026-01-01T10:00': is 2026-01-01 10:00:00.000, which is later than -U "
+                               "'2026-01-01 09:00', 2026-01-01 09:00:00.000: no message can match"),
+              std::string::npos)
+        << outcome.err;
+  }
+  EXPECT_EQ(Run("show --file Logs.dat -S '2026-01-01 00:00:02' -U '2026-01-01 00:00:02'").exitCode, 0);
+}
+
+TEST_F(ShowCommand, StatedZoneIsThatOfTimesWithAZone) {
+  EXPECT_EQ(Show("-U 2025-12-31T22:00:01Z"), "01");  // this machine is two hours ahead of UTC
+  EXPECT_EQ(Show("--tz utc -U 2026-01-01T00:00:01Z"), "01");
+  EXPECT_EQ(Show("--tz -03:00 -U 2026-01-01T03:00:01Z"), "01");
+  EXPECT_EQ(Show("--tz local -U 2025-12-31T22:00:01Z"), "01");
+  EXPECT_EQ(Show("-U @1767218401"), "01");
+  EXPECT_EQ(Show("--tz utc -U @1767225601"), "01");
+}
+
 TEST_F(ShowCommand, ContextIsMarkedOffInTextFormatsOnly) {
   EXPECT_EQ(Show("-g 2 -A 1"), "23");
   EXPECT_EQ(Show("-g 2 -B 1"), "12");

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <random>
 #include <regex>
 #include <string>
@@ -28,12 +30,16 @@ std::string ProblemOf(const std::string& pattern) {
 }
 
 // Returns the match, or a dash.
-std::string Found(const std::string& pattern, const std::string& text, std::size_t from = 0) {
+std::string Found(const std::string& pattern, const std::string& text) {
   std::string problem;
   auto expression = RegularExpression::Compile(pattern, false, problem);
   EXPECT_TRUE(expression) << pattern << ": " << problem;
-  const auto extent = expression ? expression->Find(text, from) : std::nullopt;
-  return extent ? text.substr(extent->first, extent->length) : "-";
+  TamLogCtl::MatchEnds ends(text.size(), 0);
+  if (expression) expression->FindAll(text, ends);
+  const auto first = std::find_if(ends.begin(), ends.end(), [](std::size_t end) { return end > 0; });
+  if (first == ends.end()) return "-";
+  const auto at = static_cast<std::size_t>(first - ends.begin());
+  return text.substr(at, *first - at);
 }
 
 TEST(RegularExpression, EveryElementMeansWhatTheManualSays) {
@@ -79,6 +85,11 @@ TEST(RegularExpression, EveryElementMeansWhatTheManualSays) {
       {"\\bout\\b", "timed out.", true},
       {"\\bout\\b", "outer", false},
       {"\\Buter", "outer", true},
+      {"\\<out\\>", "timed out.", true},
+      {"\\<out\\>", "outer", false},
+      {"\\<out", "timeout", false},
+      {"out\\>", "timeout", true},
+      {"[\\<]", "<", true},
       {"a\\.b", "axb", false},
       {"\\x41\\t", "A\t", true},
       {"a*?b", "aab", true},
@@ -139,9 +150,47 @@ TEST(RegularExpression, WhatIsNoneIsRefusedWithAReason) {
 TEST(RegularExpression, FindsTheLeftmostLongestThatIsNotEmpty) {
   EXPECT_EQ(Found("a|ab|abc", "xabcd"), "abc");
   EXPECT_EQ(Found("b*", "aabb"), "bb");
-  EXPECT_EQ(Found("\\d+", "a1b22", 2), "22");
-  EXPECT_EQ(Found("^a", "aaa", 1), "-");
+  EXPECT_EQ(Found("^b", "ab"), "-");
+  EXPECT_EQ(Found("a$", "aba"), "a");
   EXPECT_EQ(Found("x*", "abc"), "-");
+}
+
+TEST(RegularExpression, FindsTheLongestMatchOfEveryPosition) {
+  const auto found = [](const std::string& pattern, const std::string& text) {
+    std::string problem;
+    TamLogCtl::MatchEnds ends(text.size(), 0);
+    RegularExpression::Compile(pattern, false, problem)->FindAll(text, ends);
+    return ends;
+  };
+  using Ends = TamLogCtl::MatchEnds;
+  EXPECT_EQ(found("\\d+", "a1b22"), (Ends{0, 2, 0, 5, 5}));
+  EXPECT_EQ(found("^a+", "aaa"), (Ends{3, 0, 0}));
+  EXPECT_EQ(found("\\ba|a$", "aaa a"), (Ends{1, 0, 0, 0, 5}));
+  EXPECT_EQ(found("a\\B", "aaa"), (Ends{1, 2, 0}));
+  EXPECT_EQ(found("(a*)*b?", "aab"), (Ends{3, 3, 3}));
+  EXPECT_EQ(found("", "aa"), (Ends{0, 0}));
+}
+
+// Counts what a search does, not how long it takes. Each instruction is visited at most once a byte, once
+// forwards and once backwards.
+TEST(RegularExpression, FindingAllMatchesTakesStepsInProportionToTheText) {
+  for (const char* const pattern : {"(.?){500}zz", "(.?){500}zz|a", "a|.*zz", "(a|aa)+$|a", "(a*)*b|a"}) {
+    std::uint64_t before = 0;
+    for (const std::size_t length : {250U, 500U, 1000U, 2000U}) {
+      std::string problem;
+      auto expression = RegularExpression::Compile(pattern, false, problem);
+      ASSERT_TRUE(expression) << problem;
+      const std::string text(length, 'a');
+      TamLogCtl::MatchEnds ends(length, 0);
+      expression->FindAll(text, ends);
+      EXPECT_GT(expression->Steps(), 0U);
+      EXPECT_LE(expression->Steps(), 2 * 2000 * (length + 2)) << pattern;
+      if (before > 0) {
+        EXPECT_LE(expression->Steps(), 2 * before + 20000) << pattern << ", " << length;
+      }
+      before = expression->Steps();
+    }
+  }
 }
 
 TEST(RegularExpression, NastyPatternsTakeNoTime) {
@@ -154,7 +203,9 @@ TEST(RegularExpression, NastyPatternsTakeNoTime) {
     std::string problem;
     auto expression = RegularExpression::Compile(pattern, true, problem);
     ASSERT_TRUE(expression);
-    EXPECT_FALSE(expression->Find(text, 0)) << pattern;
+    TamLogCtl::MatchEnds ends(text.size(), 0);
+    expression->FindAll(text, ends);
+    EXPECT_EQ(ends, TamLogCtl::MatchEnds(text.size(), 0)) << pattern;
   }
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
 }
@@ -169,6 +220,28 @@ TEST(RegularExpression, ManyStatesDoNotFillTheMemory) {
     std::string text;
     for (int k = 0; k < 100; ++k) text += random() % 2 == 0 ? 'a' : 'b';
     EXPECT_EQ(expression->Matches(text), text[text.size() - 14] == 'a');
+  }
+}
+
+// The ends agree with the answers of `Matches` for each part of the text.
+TEST(RegularExpression, EveryEndAgreesWithMatchesOnRandomPatterns) {
+  std::mt19937 random(17);
+  const std::vector<std::string> pieces{"a",  "b",  ".",  "[ab]",          "(?:ab|c)",
+                                        "a*", "b+", "c?", "(?:a|bc){1,2}", "|"};
+  for (int round = 0; round < 500; ++round) {
+    std::string pattern;
+    for (std::size_t i = 1 + random() % 4; i > 0; --i) pattern += pieces[random() % pieces.size()];
+    std::string text;
+    for (std::size_t k = random() % 8; k > 0; --k) text += "abc"[random() % 3];
+    std::string problem;
+    TamLogCtl::MatchEnds ends(text.size(), 0);
+    RegularExpression::Compile(pattern, false, problem)->FindAll(text, ends);
+    for (std::size_t at = 0; at < text.size(); ++at) {
+      std::size_t longest = 0;
+      for (std::size_t end = at + 1; end <= text.size(); ++end)
+        if (Matches("^(?:" + pattern + ")$", text.substr(at, end - at))) longest = end;
+      EXPECT_EQ(ends[at], longest) << pattern << " at " << at << " of '" << text << "'";
+    }
   }
 }
 
@@ -239,9 +312,11 @@ TEST(TextPattern, PlainSearchAgreesWithTheStandardLibrary) {
     auto pattern = TextPattern::Make(needle, true, false, problem);
     ASSERT_TRUE(pattern);
     EXPECT_EQ(pattern->Matches(text), text.find(needle) != std::string::npos) << needle << " in " << text;
-    const auto found = pattern->Find(text, 0);
-    if (!needle.empty()) {
-      EXPECT_EQ(found ? found->first : std::string::npos, text.find(needle));
+    TamLogCtl::MatchEnds ends(text.size(), 0);
+    pattern->FindAll(text, ends);
+    for (std::size_t at = 0; at < text.size(); ++at) {
+      const bool begins = !needle.empty() && text.compare(at, needle.size(), needle) == 0;
+      EXPECT_EQ(ends[at], begins ? at + needle.size() : 0U) << needle << " in " << text;
     }
   }
 }

@@ -40,10 +40,26 @@ TEST(TimeArithmetic, DurationsNameTheirUnit) {
   EXPECT_EQ(ParseDuration("2h"), std::chrono::hours(2));
   EXPECT_EQ(ParseDuration("3d"), std::chrono::days(3));
   EXPECT_EQ(ParseDuration("9999999w"), std::chrono::weeks(9999999));
-  for (const char* const text :
-       {"", "15", "m", "-15m", "+15m", "1.5h", "15 m", "15M", "15mm", "10000000s", "0x1s"}) {
+  for (const char* const text : {"", " ", "15", "m", "-15m", "+15m", "1.5h", "15M", "15mm", "10000000s",
+                                 "0x1s", "1h30", "1h m", " 1h", "1h-30m", "one hour"}) {
     EXPECT_FALSE(ParseDuration(text)) << text;
   }
+}
+
+TEST(TimeArithmetic, DurationsAddUpAndTakeWholeWords) {
+  EXPECT_EQ(ParseDuration("1h30m"), minutes(90));
+  EXPECT_EQ(ParseDuration("1h 30m 5s"), std::chrono::seconds(5405));
+  EXPECT_EQ(ParseDuration("15 m"), minutes(15));
+  EXPECT_EQ(ParseDuration("1 hour"), minutes(60));
+  EXPECT_EQ(ParseDuration("2 days 3 hours 4 minutes"), std::chrono::hours(51) + minutes(4));
+  EXPECT_EQ(ParseDuration("10min30sec"), std::chrono::seconds(630));
+  EXPECT_EQ(ParseDuration("2 weeks"), std::chrono::days(14));
+}
+
+TEST(TimeArithmetic, SumOfManyDurationsIsBounded) {
+  std::string text;
+  for (int i = 0; i < 100000; ++i) text += "9999999w";
+  EXPECT_EQ(ParseDuration(text), std::nullopt);
 }
 
 }  // namespace
