@@ -107,7 +107,8 @@ void RemoveLeftovers(const std::string& path) {
   const std::string begin = std::string(ours.begin(), ours.end()) + kMark;
   std::vector<fs::path> found;
   std::error_code error;
-  for (fs::directory_iterator at(folder, error); !error && at != fs::directory_iterator(); at.increment(error)) {
+  for (fs::directory_iterator at(folder, error); !error && at != fs::directory_iterator();
+       at.increment(error)) {
     const std::u8string wide = at->path().filename().u8string();
     const std::string name(wide.begin(), wide.end());
     if (name.starts_with(begin) && IsRandomName(name.substr(begin.size()))) found.push_back(at->path());

@@ -11,8 +11,8 @@
 namespace TamLogClient {
 
 struct LogFileContents {
-  FileStatus status;     // Damaged: `snapshot` holds what could be read
-  std::string remark;          // for Damaged: what is wrong, a sentence without a full stop
+  FileStatus status;   // Damaged: `snapshot` holds what could be read
+  std::string remark;  // for Damaged: what is wrong, a sentence without a full stop
   LogSnapshot snapshot;
 };
 

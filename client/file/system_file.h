@@ -1,7 +1,8 @@
 #pragma once
 
-// The calls of the system for files that are written: what the standard library cannot do safely, or cannot do
-// at all. Files beside a target are created so that nothing follows a link that another user planted there.
+// The calls of the system for files that are written: what the standard library cannot do safely, or cannot
+// do at all. Files beside a target are created so that nothing follows a link that another user planted
+// there.
 
 #include <cstdint>
 #include <filesystem>
@@ -68,8 +69,8 @@ FileStatus RenameToNew(const std::filesystem::path& from, const std::filesystem:
 // anything else alone.
 void RemoveAbandoned(const std::filesystem::path& path);
 
-// Returns the status for an error of the system, and for the last error of a stream or a C function on a file.
-// Call the latter before anything else can fail.
+// Returns the status for an error of the system, and for the last error of a stream or a C function on a
+// file. Call the latter before anything else can fail.
 FileStatus FileStatusOf(const std::error_code& error);
 FileStatus LastFileError();
 

@@ -94,8 +94,7 @@ FileStatus SystemFile::Write(std::string_view bytes) {
 FileStatus SystemFile::Cut(std::uint64_t length) {
   LARGE_INTEGER end{};
   end.QuadPart = static_cast<LONGLONG>(length);
-  const bool cut =
-      SetFilePointerEx(Native(handle), end, nullptr, FILE_BEGIN) && SetEndOfFile(Native(handle));
+  const bool cut = SetFilePointerEx(Native(handle), end, nullptr, FILE_BEGIN) && SetEndOfFile(Native(handle));
   return cut ? FileStatus() : LastStatus();
 }
 

@@ -108,8 +108,8 @@ bool ExportTarget::Fail(const FileStatus& status) {
   return false;
 }
 
-// An earlier run that was killed had written more than it noted. That is removed and written again: then every
-// message is there once. Messages that the log no longer has cannot be written again, so they stay.
+// An earlier run that was killed had written more than it noted. That is removed and written again: then
+// every message is there once. Messages that the log no longer has cannot be written again, so they stay.
 FileStatus ExportTarget::CutBack(const FilePlace& place, const LogMessage* first) {
   if (!CanBeWrittenAgain(place, first)) {
     Say(options.target +

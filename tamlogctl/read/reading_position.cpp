@@ -9,7 +9,8 @@ using TamLogClient::LogSnapshot;
 
 std::optional<ReadingPosition> ReadingPosition::Make(const ReadingOptions& options, int& exitCode) {
   ReadingPosition position(options);
-  exitCode = options.cursorFile.empty() ? kDone : ReadCursorFile(options.cursorFile, position.start, position.stored);
+  exitCode = options.cursorFile.empty() ? kDone
+                                        : ReadCursorFile(options.cursorFile, position.start, position.stored);
   if (exitCode != kDone) return std::nullopt;
   if (!options.afterCursor.empty()) {
     position.start.cursor = TamLogClient::ParseCursor(options.afterCursor);

@@ -1,5 +1,7 @@
 #include "tamlogctl/read/rotating_file.h"
 
+#include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <chrono>
 #include <filesystem>
@@ -30,43 +32,49 @@ bool Exists(const std::string& path) {
   return fs::exists(fs::symlink_status(PathOf(path), error));
 }
 
-// Returns the bytes of a unit; 0 for an unknown one.
-std::uint64_t BytesOf(char unit) {
-  switch (unit) {
-    case 'K':
-      return 1U << 10U;
-    case 'M':
-      return 1U << 20U;
-    case 'G':
-      return 1U << 30U;
-    default:
-      return 0;
-  }
+// Returns the bytes of a unit (K, M or G in either case, and B after it); 0 for an unknown one.
+std::uint64_t BytesOf(std::string unit) {
+  std::transform(unit.begin(), unit.end(), unit.begin(),
+                 [](unsigned char letter) { return static_cast<char>(std::toupper(letter)); });
+  if (unit.size() == 2 && unit.back() == 'B') unit.pop_back();
+  if (unit == "K") return 1U << 10U;
+  if (unit == "M") return 1U << 20U;
+  return unit == "G" ? 1U << 30U : 0;
 }
 
-// "500K", "10M" or "1G".
-std::optional<std::uint64_t> ParseBytes(std::string_view text) {
-  constexpr std::uint32_t kMost = 1000000;
+struct NumberWithUnit {
   std::uint32_t number = 0;
+  std::string unit;
+};
+
+NumberWithUnit Split(std::string_view text) {
+  NumberWithUnit found;
   const char* const end = text.data() + text.size();
-  const auto [rest, error] = std::from_chars(text.data(), end, number);
-  if (error != std::errc() || rest + 1 != end || number > kMost) return std::nullopt;
-  const std::uint64_t unit = BytesOf(*rest);
-  return unit > 0 ? std::optional(number * unit) : std::nullopt;
+  const auto [rest, error] = std::from_chars(text.data(), end, found.number);
+  if (error == std::errc()) found.unit.assign(rest, end);
+  return found;
 }
 
 }  // namespace
 
-bool TakeRotationLimit(std::string_view text, RotationLimits& limits) {
-  if (const auto bytes = ParseBytes(text); bytes && *bytes > 0) {
-    limits.bytes = *bytes;
-    return true;
+std::string TakeRotationLimit(std::string_view text, RotationLimits& limits) {
+  constexpr std::uint32_t kMost = 1000000;
+  const auto [number, unit] = Split(text);
+  const std::string quoted = "'" + std::string(text) + "': ";
+  if (unit == "m") {
+    const std::string count = std::to_string(number);
+    return quoted + "may mean a size or a time; expected " + count + "M (mebibytes) or " + count +
+           "min (minutes)";
+  }
+  if (const std::uint64_t bytes = BytesOf(unit); bytes > 0 && number > 0 && number <= kMost) {
+    limits.bytes = number * bytes;
+    return "";
   }
   if (const auto period = ParseDuration(text); period && *period >= std::chrono::seconds(1)) {
     limits.periodMs = period->count();
-    return true;
+    return "";
   }
-  return false;
+  return quoted + "expected a size such as 500K, 10M or 1G, or a time such as 15min, 1h, 1d or 1w";
 }
 
 std::optional<std::uint32_t> RotatingFile::NumberOf(const FileId& id) const {
@@ -92,12 +100,13 @@ FileStatus RotatingFile::CutBack(const FilePlace& place, CutResult& result) {
   }
   for (std::uint32_t older = *number; older > 0 && Exists(Numbered(older)); ++older) {
     const std::uint32_t to = older - *number;
-    const FileStatus status = TamLogClient::RenameToNew(PathOf(Numbered(older)),
-                                                        PathOf(to == 0 ? options.target : Numbered(to)));
+    const FileStatus status =
+        TamLogClient::RenameToNew(PathOf(Numbered(older)), PathOf(to == 0 ? options.target : Numbered(to)));
     if (status != Status::Ok) return status;
   }
   TamLogClient::SystemFile found;
-  if (const FileStatus status = found.OpenToAppend(PathOf(options.target), true); status != Status::Ok) return status;
+  if (const FileStatus status = found.OpenToAppend(PathOf(options.target), true); status != Status::Ok)
+    return status;
   if (found.Id() != place.file) {
     result = CutResult::Other;
     return Status::Ok;
@@ -227,6 +236,7 @@ bool RotatingFile::WritePending() {
 
 bool RotatingFile::Rotate(std::int64_t nowMs) {
   if (!WritePending()) return false;
+  const FileId id = file.Id();
   if (FileStatus status = file.Close(); status != Status::Ok) return Fail(std::move(status));
   blocked = !Shift();
   if (blocked) {
@@ -236,6 +246,7 @@ bool RotatingFile::Rotate(std::int64_t nowMs) {
     RemoveBeyondKeep();
   }
   FileStatus status = Begin(!blocked);
+  if (status == Status::Ok && blocked && file.Id() != id) status = Status::Exists;  // replaced meanwhile
   return status == Status::Ok || Fail(std::move(status));
 }
 

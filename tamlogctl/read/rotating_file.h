@@ -24,9 +24,10 @@ struct RotationLimits {
   bool Any() const { return bytes || periodMs; }
 };
 
-// Sets the limit that `text` names: bytes as "500K", "10M" or "1G", or a period of at least a second as
-// "90s", "15m", "1h", "1d" or "1w". Returns false for anything else.
-bool TakeRotationLimit(std::string_view text, RotationLimits& limits);
+// Sets the limit that `text` names: bytes as "500K", "10M", "10MB" or "1G", or a period of at least a second
+// as "90s", "15min", "1h", "1d" or "1w". Anything else is refused: returns what is wrong and what is
+// expected. That includes "10m", which means megabytes to some and minutes to others.
+std::string TakeRotationLimit(std::string_view text, RotationLimits& limits);
 
 // A place in one of the files: what was written after it is in the rest of that file, and in newer ones.
 struct FilePlace {
@@ -44,8 +45,8 @@ struct RotatingFileOptions {
   bool replace = false;       // truncate an existing file instead of appending to it
   RotationLimits limits;
 
-  // Called before the file of the noted place is removed because only `limits.keep` are kept. The new place is
-  // before everything that was written since. False: it could not be stored, so nothing is removed.
+  // Called before the file of the noted place is removed because only `limits.keep` are kept. The new place
+  // is before everything that was written since. False: it could not be stored, so nothing is removed.
   std::function<bool(const FilePlace&)> placeMoves = [](const FilePlace&) { return true; };
 };
 

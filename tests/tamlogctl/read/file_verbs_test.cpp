@@ -308,8 +308,9 @@ TEST_F(FileVerbs, OutputThatCannotBeWrittenIsReportedUnlessItsReaderLeft) {
 
 // The largest capacity takes half a second to write at least.
 TEST_F(FileVerbs, InterruptedWritersLeaveNothingBehind) {
-  EXPECT_EQ(InterruptAt("big.dat", {"export", "big.dat", "--log", "--capacity", "1000000", "--file", "good.dat"}),
-            130);
+  EXPECT_EQ(
+      InterruptAt("big.dat", {"export", "big.dat", "--log", "--capacity", "1000000", "--file", "good.dat"}),
+      130);
   EXPECT_EQ(InterruptAt("big.dat", {"repair", "good.dat", "--output", "big.dat", "--capacity", "1000000"}),
             130);
   EXPECT_FALSE(IsThere("big.dat"));
