@@ -8,8 +8,8 @@ namespace TamLogClient {
 
 namespace {
 
-constexpr std::array<Field, 7> kUsual{Field::Time, Field::Seq,    Field::Type, Field::Source,
-                                      Field::Text, Field::Origin, Field::Tail};
+constexpr std::array<Field, 8> kUsual{Field::Time, Field::Seq,    Field::Type, Field::Source,
+                                      Field::Text, Field::Origin, Field::Tail, Field::Cursor};
 
 void AppendEscaped(unsigned value, std::string& out) {
   switch (value) {
@@ -102,6 +102,7 @@ void AppendJsonValue(Field field, const MessageToFormat& message, const FormatOp
     case Field::Time:
       return AppendJsonTime(message, options, out);
     case Field::Label:
+    case Field::Cursor:
       out += '"';
       AppendSimple(field, message, options, out);
       out += '"';

@@ -70,6 +70,9 @@ void AppendSimple(Field field, const MessageToFormat& message, const FormatOptio
     case Field::Late:
       out += message.late ? "true" : "false";
       return;
+    case Field::Cursor:
+      out += message.cursor;
+      return;
     case Field::Source:
     case Field::Text:
       return;

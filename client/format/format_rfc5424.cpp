@@ -60,6 +60,7 @@ void AppendStructuredData(const MessageToFormat& message, const FormatOptions& o
     AppendTime(message.words, ' ', out);
   }
   if (message.late) out += "\" late=\"1";
+  out.append("\" cursor=\"").append(message.cursor);
   out += "\"]";
 }
 

@@ -10,8 +10,10 @@ namespace TamLogClient {
 
 namespace {
 
-constexpr std::array<Field, 5> kCsvColumns{Field::Time, Field::Seq, Field::Type, Field::Source, Field::Text};
-constexpr std::array<Field, 4> kTsvColumns{Field::Time, Field::Type, Field::Source, Field::Text};
+constexpr std::array<Field, 6> kCsvColumns{Field::Time,   Field::Seq,  Field::Type,
+                                           Field::Source, Field::Text, Field::Cursor};
+constexpr std::array<Field, 5> kTsvColumns{Field::Time, Field::Type, Field::Source, Field::Text,
+                                           Field::Cursor};
 
 std::span<const Field> CsvColumns(const FormatOptions& options) {
   return options.fields.empty() ? std::span<const Field>(kCsvColumns) : options.fields;

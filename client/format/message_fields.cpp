@@ -9,7 +9,7 @@ namespace TamLogClient {
 
 namespace {
 
-constexpr std::array<std::pair<std::string_view, Field>, 10> kFields{{{"time", Field::Time},
+constexpr std::array<std::pair<std::string_view, Field>, 11> kFields{{{"time", Field::Time},
                                                                       {"seq", Field::Seq},
                                                                       {"type", Field::Type},
                                                                       {"label", Field::Label},
@@ -18,7 +18,8 @@ constexpr std::array<std::pair<std::string_view, Field>, 10> kFields{{{"time", F
                                                                       {"origin", Field::Origin},
                                                                       {"tail", Field::Tail},
                                                                       {"spare", Field::Spare},
-                                                                      {"late", Field::Late}}};
+                                                                      {"late", Field::Late},
+                                                                      {"cursor", Field::Cursor}}};
 
 constexpr std::array<std::pair<std::string_view, int>, 19> kSeverities{{{"emerg", 0},
                                                                         {"emergency", 0},

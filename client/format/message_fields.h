@@ -13,13 +13,13 @@
 
 namespace TamLogClient {
 
-enum class Field : std::uint8_t { Time, Seq, Type, Label, Source, Text, Origin, Tail, Spare, Late };
+enum class Field : std::uint8_t { Time, Seq, Type, Label, Source, Text, Origin, Tail, Spare, Late, Cursor };
 
 std::optional<Field> FieldFromName(std::string_view name);
 std::string_view NameOf(Field field);
 
 inline constexpr std::string_view kFieldNames =
-    "time, seq, type, label, source, text, origin, tail, spare, late";
+    "time, seq, type, label, source, text, origin, tail, spare, late, cursor";
 
 // Parses names separated by commas. Returns nothing on failure; `problem` then states the fault and the
 // expected form.

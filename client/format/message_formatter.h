@@ -18,8 +18,8 @@ class MessageFormatter {
  public:
   explicit MessageFormatter(FormatOptions chosen) : options(std::move(chosen)) {}
 
-  // Sets the log that the following messages are from, for the cursors of export.
-  void SetLog(const LogFileHeader& header) { cursors.SetLog(header); }
+  // Returns whether the output contains the messages' cursors, so that Append needs their numbers.
+  bool ShowsCursors() const;
 
   // Appends what comes before the first message: csv has a line of column names, json-array a bracket, the
   // others nothing.
@@ -27,14 +27,14 @@ class MessageFormatter {
 
   // Appends one message and its line end. `late`: it came after a message with a later time. Short, full,
   // json, json-array, export and rfc5424 show this always, the others when the user selects the field.
-  void Append(const LogMessage& message, bool late, std::string& out);
+  // `twin`: its number among equal messages of its log, for its cursor (client/log/cursor.h).
+  void Append(const LogMessage& message, bool late, std::string& out, std::uint32_t twin = 1);
 
   // Appends what comes after the last message, also when there was none: json-array has a bracket.
   void AppendTail(std::string& out) const;
 
  private:
   FormatOptions options;
-  CursorCount cursors;
   bool begun = false;  // a message was written
 };
 

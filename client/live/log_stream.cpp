@@ -4,6 +4,7 @@
 #include <chrono>
 #include <utility>
 
+#include "client/log/cursor.h"
 #include "client/message/win32.h"
 
 namespace TamLogClient {
@@ -228,18 +229,26 @@ void LogStream::WatchSilence() {
 }
 
 void LogStream::QueueEvent(LogItem::Kind kind, const Loss& loss) {
-  waiting.push_back({{kind, nullptr, false, loss}, 0, nullptr});
+  waiting.push_back({{kind, nullptr, false, loss, 1}, 0, nullptr});
 }
 
 void LogStream::Queue(const FollowStep& step) {
   if (step.cleared) QueueEvent(LogItem::Kind::Cleared);
   if (step.loss.Any()) QueueEvent(LogItem::Kind::Lost, step.loss);
+  std::vector<std::uint32_t> slots;
+  if (options.numberTwins) {
+    for (const NewMessage& message : step.messages) slots.push_back(message.slot);
+  }
+  std::vector<std::uint32_t> twins = TwinsIn(snapshot, slots);
+  twins.resize(step.messages.size(), 1);
   const std::uint64_t now = GetTickCount64();
-  for (const NewMessage& message : step.messages) {
+  for (std::size_t i = 0; i < step.messages.size(); ++i) {
+    const NewMessage& message = step.messages[i];
     if (options.ordered) {
-      held.Add(snapshot.slots[message.slot], now);
+      held.Add(snapshot.slots[message.slot], now, twins[i]);
     } else {
-      waiting.push_back({{LogItem::Kind::Message, nullptr, message.late, {}}, message.slot, nullptr});
+      waiting.push_back(
+          {{LogItem::Kind::Message, nullptr, message.late, {}, twins[i]}, message.slot, nullptr});
     }
   }
 }
@@ -253,8 +262,9 @@ bool LogStream::QueueDue(bool all) {
     held.TakeDue(GetTickCount64(), ready);
   }
   for (const ReorderBuffer::Ready& entry : ready) {
-    waiting.push_back(
-        {{LogItem::Kind::Message, nullptr, entry.late, {}}, 0, std::make_unique<LogMessage>(entry.message)});
+    waiting.push_back({{LogItem::Kind::Message, nullptr, entry.late, {}, entry.twin},
+                       0,
+                       std::make_unique<LogMessage>(entry.message)});
   }
   return !ready.empty();
 }

@@ -59,6 +59,7 @@ struct LogItem {
   const LogMessage* message = nullptr;  // Kind::Message: valid until the next call
   bool late = false;                    // Kind::Message: dated before a message that was returned earlier
   Loss loss;                            // Kind::Lost
+  std::uint32_t twin = 1;               // Kind::Message, with LogStreamOptions::numberTwins: for its cursor
 };
 
 struct LogStreamOptions {
@@ -67,6 +68,8 @@ struct LogStreamOptions {
   // Holds each message back until no earlier one is expected (one poll of the driver and two flushes of the
   // server), and returns messages in time order.
   bool ordered = false;
+  // Determines each message's number among equal ones, which takes one look at all messages of the log.
+  bool numberTwins = false;
   std::string pipeName = kRequestPipeName;
   std::string mapName = kFileMapName;  // of the first opening; after a restart the server states it
 };

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "client/file/atomic_file.h"
+#include "client/log/cursor.h"
 #include "client/message/log_message_view.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/counted.h"
@@ -77,14 +78,17 @@ int Export::WriteText(MessageFormatter& formatter) {
   Progress progress("exporting messages", messages.size());
   std::string pending;
   const bool gaps = (options.before > 0 || options.after > 0) && IsTextFormat(options);
-  if (logs.size() == 1) formatter.SetLog(logs.front().snapshot.header);
+  TamLogClient::TwinNumbers twins;
+  if (formatter.ShowsCursors()) {
+    for (const LogInput& log : logs) twins.Add(log.snapshot);
+  }
   formatter.AppendHead(pending);
   bool good = true;
   for (std::size_t i = 0; good && i < messages.size(); ++i) {
     progress.Show(i);
     if (Interrupted()) return ExplainTarget(options.target, Status::Interrupted);
     if (gaps && i > 0 && places[i] > places[i - 1] + 1) pending += "--\n";
-    formatter.Append(*messages[i], false, pending);
+    formatter.Append(*messages[i], false, pending, twins.Of(messages[i]));
     if (pending.size() < kWriteSize) continue;
     good = file.Write(pending);
     pending.clear();

@@ -21,14 +21,16 @@ class FollowTarget {
   FollowTarget& operator=(const FollowTarget&) = default;
   virtual ~FollowTarget() = default;
 
-  // Called before messages of another log, with its header.
-  virtual void SetLog(const LogFileHeader& header) = 0;
+  // Returns whether the numbers of equal messages are needed, for cursors.
+  virtual bool ShowsCursors() const = 0;
 
-  // Prints the messages that are in the log at the beginning, oldest first.
-  virtual void PrintLast(const std::vector<const LogMessage*>& oldestFirst) = 0;
+  // Prints the messages that are in the log at the beginning, oldest first. They are in `snapshot`.
+  virtual void PrintLast(const std::vector<const LogMessage*>& oldestFirst,
+                         const TamLogClient::LogSnapshot& snapshot) = 0;
 
-  // Prints a message that has arrived since. Output may be buffered until Flush.
-  virtual void Print(const LogMessage& message, bool late) = 0;
+  // Prints a message that has arrived since; `twin` is its number among equal ones. Output may be buffered
+  // until Flush.
+  virtual void Print(const LogMessage& message, bool late, std::uint32_t twin) = 0;
 
   // Called when messages were lost, or the log was cleared, since the messages that were printed before.
   virtual void Gap() {}

@@ -8,6 +8,7 @@
 
 #include "client/file/file_path.h"
 #include "client/format/message_formatter.h"
+#include "client/log/cursor.h"
 #include "client/message/local_time.h"
 #include "client/message/time_zone.h"
 #include "tamlogctl/base/console.h"
@@ -67,13 +68,12 @@ class ExportTarget : public FollowTarget {
         position(from),
         file(FileOptions(chosen, formatter, from)) {}
 
-  void SetLog(const LogFileHeader& header) override { formatter.SetLog(header); }
+  bool ShowsCursors() const override { return formatter.ShowsCursors(); }
 
   // The target is opened no earlier than the log can be read.
-  void PrintLast(const std::vector<const LogMessage*>& oldestFirst) override {
-    for (const LogMessage* const message : oldestFirst) Print(*message, false);
-  }
-  void Print(const LogMessage& message, bool late) override;
+  void PrintLast(const std::vector<const LogMessage*>& oldestFirst,
+                 const TamLogClient::LogSnapshot& snapshot) override;
+  void Print(const LogMessage& message, bool late, std::uint32_t twin) override;
   void Gap() override { gap = true; }
   bool Flush() override;
   bool Finish() override;
@@ -85,9 +85,9 @@ class ExportTarget : public FollowTarget {
   int ExitCode() const { return exitCode; }
 
  private:
-  bool Open(const LogMessage* first);
-  FileStatus CutBack(const FilePlace& place, const LogMessage* first);
-  bool CanBeWrittenAgain(const FilePlace& place, const LogMessage* first) const;
+  bool Open(const LogMessage* first, std::uint32_t twin);
+  FileStatus CutBack(const FilePlace& place, const LogMessage* first, std::uint32_t twin);
+  bool CanBeWrittenAgain(const FilePlace& place, const LogMessage* first, std::uint32_t twin) const;
   bool Fail(const FileStatus& status);
 
   const ExportOptions& options;
@@ -110,8 +110,8 @@ bool ExportTarget::Fail(const FileStatus& status) {
 
 // An earlier run that was killed had written more than it noted. That is removed and written again: then
 // every message is there once. Messages that the log no longer has cannot be written again, so they stay.
-FileStatus ExportTarget::CutBack(const FilePlace& place, const LogMessage* first) {
-  if (!CanBeWrittenAgain(place, first)) {
+FileStatus ExportTarget::CutBack(const FilePlace& place, const LogMessage* first, std::uint32_t twin) {
+  if (!CanBeWrittenAgain(place, first, twin)) {
     Say(options.target +
         ": the log no longer has all that the last run wrote at its end; it stays, and messages may be there "
         "twice");
@@ -127,7 +127,8 @@ FileStatus ExportTarget::CutBack(const FilePlace& place, const LogMessage* first
   return Status::Ok;
 }
 
-bool ExportTarget::CanBeWrittenAgain(const FilePlace& place, const LogMessage* first) const {
+bool ExportTarget::CanBeWrittenAgain(const FilePlace& place, const LogMessage* first,
+                                     std::uint32_t twin) const {
   if (!file.GoesOn(place)) return true;
   if (gap) return false;
   if (first == nullptr) return options.ordered;  // which holds messages back
@@ -136,14 +137,14 @@ bool ExportTarget::CanBeWrittenAgain(const FilePlace& place, const LogMessage* f
   MessageFormatter trial = formatter;
   std::string begin;
   if (place.length == 0) trial.AppendHead(begin);
-  trial.Append(*first, false, begin);
+  trial.Append(*first, false, begin, twin);
   return file.GoesOnWith(place, begin);
 }
 
-bool ExportTarget::Open(const LogMessage* first) {
+bool ExportTarget::Open(const LogMessage* first, std::uint32_t twin) {
   if (open || exitCode != kDone) return open;
   if (position.Place()) {
-    if (const FileStatus cut = CutBack(*position.Place(), first); cut != Status::Ok) return Fail(cut);
+    if (const FileStatus cut = CutBack(*position.Place(), first, twin); cut != Status::Ok) return Fail(cut);
   }
   if (const FileStatus status = file.Open(LocalMs()); status != Status::Ok) return Fail(status);
   open = true;
@@ -158,16 +159,23 @@ std::optional<FilePlace> ExportTarget::Note() {
   return place;
 }
 
-void ExportTarget::Print(const LogMessage& message, bool late) {
-  if (!selection.Wants(LogMessageView(message)) || !Open(&message)) return;
+void ExportTarget::PrintLast(const std::vector<const LogMessage*>& oldestFirst,
+                             const TamLogClient::LogSnapshot& snapshot) {
+  TamLogClient::TwinNumbers twins;
+  if (ShowsCursors()) twins.Add(snapshot);
+  for (const LogMessage* const message : oldestFirst) Print(*message, false, twins.Of(message));
+}
+
+void ExportTarget::Print(const LogMessage& message, bool late, std::uint32_t twin) {
+  if (!selection.Wants(LogMessageView(message)) || !Open(&message, twin)) return;
   text.clear();
-  formatter.Append(message, late, text);
+  formatter.Append(message, late, text, twin);
   ++count;
   if (!file.Append(text, LocalMs())) Fail(file.Failure());
 }
 
 bool ExportTarget::Flush() {
-  if (!Open(nullptr)) return false;
+  if (!Open(nullptr, 1)) return false;
   if (!file.Flush(LocalMs())) return Fail(file.Failure());
   if (file.RotationBlocked() && !std::exchange(blockedReported, true)) {
     Say(options.target +

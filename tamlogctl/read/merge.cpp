@@ -4,6 +4,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "client/log/cursor.h"
 #include "client/message/log_message_view.h"
 #include "client/message/utf8.h"
 #include "tamlogctl/base/console.h"
@@ -38,13 +39,13 @@ LogMessage WithLabel(const LogMessage& message, const std::string& label) {
 }
 
 void AppendLabelled(MessageFormatter& formatter, const LogMessage& message, const std::string& label,
-                    bool json, std::string& out) {
+                    std::uint32_t twin, bool json, std::string& out) {
   if (label.empty() || !json) {
-    formatter.Append(label.empty() ? message : WithLabel(message, label), false, out);
+    formatter.Append(label.empty() ? message : WithLabel(message, label), false, out, twin);
     return;
   }
   const std::size_t begin = out.size();
-  formatter.Append(message, false, out);
+  formatter.Append(message, false, out, twin);
   out.insert(out.find('{', begin) + 1, "\"host\":" + WriteJson(label) + ",");
 }
 
@@ -81,13 +82,18 @@ void Merge::Read(std::size_t index) {
 }
 
 int Merge::Print(const MessageSelection& selection, MessageFormatter& formatter) {
+  TamLogClient::TwinNumbers twins;
+  if (formatter.ShowsCursors()) {
+    for (const LogInput& log : logs) twins.Add(log.snapshot);
+  }
   std::string pending;
   std::size_t printed = 0;
   formatter.AppendHead(pending);
   for (const Entry& entry : entries) {
     if (!selection.Wants(LogMessageView(*entry.message))) continue;
     ++printed;
-    AppendLabelled(formatter, *entry.message, files[entry.file].host, IsJson(options.output.format), pending);
+    AppendLabelled(formatter, *entry.message, files[entry.file].host, twins.Of(entry.message),
+                   IsJson(options.output.format), pending);
     if (pending.size() < kWriteSize) continue;
     if (!WriteOut(pending)) return kOutputFailed;
     pending.clear();

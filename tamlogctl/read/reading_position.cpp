@@ -66,7 +66,9 @@ void ReadingPosition::ShowCursor(const LogSnapshot& snapshot) const {
   if (!options->showCursor) return;
   const auto order = OrderMessages(snapshot).oldestFirst;
   if (!order.empty()) {
-    options->Reporter().ReportCursor(FormatCursor(CursorOf(snapshot, order, order.size() - 1)));
+    TamLogClient::Cursor cursor = CursorOf(snapshot, order, order.size() - 1);
+    cursor.hint = TamLogClient::HintOf(snapshot.header);  // --after-cursor reports late messages by it
+    options->Reporter().ReportCursor(FormatCursor(cursor));
   }
 }
 

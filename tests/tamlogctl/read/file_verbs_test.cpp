@@ -246,7 +246,7 @@ TEST_F(FileVerbs, ExportGoesOnWhereItsCursorFileSays) {
   Expect("export first.txt -o cat --cursor-file at --file good.dat", 0, "first.txt: 6 messages");
   Expect("export second.txt -o cat --cursor-file at --file good.dat", 0, "second.txt: 0 messages");
   const std::string cursor = Run("export one.txt -n 1 --show-cursor -q --file good.dat").err;
-  ASSERT_EQ(cursor.rfind("cursor: c1.", 0), 0U) << cursor;
+  ASSERT_EQ(cursor.rfind("cursor: c2.", 0), 0U) << cursor;
   Expect("export rest.txt --file good.dat --after-cursor " + cursor.substr(8, cursor.size() - 9), 0,
          ": 0 messages");
   // The next run writes the messages that could not be written.
