@@ -34,6 +34,8 @@ tamlog_status CodeOf(Status status) {
       return TAMLOG_DISCONNECTED;
     case Status::Damaged:
       return TAMLOG_DAMAGED;
+    case Status::NotALog:
+      return TAMLOG_NOT_A_LOG;
     case Status::InPage:
       return TAMLOG_IN_PAGE;
     case Status::NotFound:

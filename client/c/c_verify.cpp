@@ -9,8 +9,10 @@
 #include "client/file/log_file_repair.h"
 #include "client/file/log_file_verify.h"
 #include "client/file/log_file_writer.h"
+#include "client/file/log_recognition.h"
 
 using TamLogClient::Change;
+using TamLogClient::FileBytes;
 using TamLogClient::FileRule;
 using TamLogClient::Guarded;
 using TamLogClient::LogFileImage;
@@ -27,6 +29,7 @@ static_assert(TAMLOG_RULE_NEWEST_FIRST == static_cast<int>(FileRule::NewestFirst
 static_assert(TAMLOG_RULE_KNOWN_TYPE == static_cast<int>(FileRule::KnownType));
 static_assert(TAMLOG_RULE_REVERSED_BLOCK == static_cast<int>(FileRule::ReversedBlock));
 static_assert(TAMLOG_RULE_EMPTY_FILE == static_cast<int>(FileRule::EmptyFile));
+static_assert(TAMLOG_RULE_ANOTHER_LOG == static_cast<int>(FileRule::AnotherLog));
 static_assert(TAMLOG_NOTE_BLANK == static_cast<int>(LossReason::Blank));
 static_assert(TAMLOG_NOTE_KNOWN_TYPE == static_cast<int>(LossReason::KnownType));
 static_assert(TAMLOG_NOTE_NOT_MESSAGE == static_cast<int>(LossReason::NotMessage));
@@ -58,10 +61,9 @@ bool TakeOptions(const tamlog_verify_options* given, tamlog_verify_options& opti
   return TamLogClient::CopyIn(given, options) && options.live <= 1;
 }
 
-tamlog_status Verify(std::string_view bytes, const tamlog_verify_options& options,
+tamlog_status Verify(const LogFileImage& image, const tamlog_verify_options& options,
                      tamlog_verify_result* wanted) {
-  const auto report =
-      VerifyLogFile(LogFileImage(bytes), {.most = ListLength(options.most), .live = options.live != 0});
+  const auto report = VerifyLogFile(image, {.most = ListLength(options.most), .live = options.live != 0});
   tamlog_verify_result result{};
   result.accepted = report.Accepted() ? 1 : 0;
   result.file_bytes = report.size;
@@ -140,16 +142,15 @@ tamlog_status CodeOfWriting(Status status) {
 tamlog_status Repair(const std::string& path, const std::string& output, const tamlog_repair_options& options,
                      tamlog_repair_result* wanted) {
   if (TamLogClient::IsSameFile(path, output)) return TAMLOG_BAD_ARGUMENT;
-  std::string bytes;
-  if (const Status status = TamLogClient::ReadFileBytes(path, bytes); status != Status::Ok)
-    return TamLogClient::CodeOf(status);
+  FileBytes bytes;
+  if (const Status status = bytes.Open(path); status != Status::Ok) return TamLogClient::CodeOf(status);
   const LogFileImage image(bytes);
+  if (!WhyNoLog(image).empty()) return TAMLOG_NOT_A_LOG;
   const RepairPlan plan = PlanRepair(image, {.carve = (options.flags & TAMLOG_REPAIR_CARVE) != 0,
                                              .unique = (options.flags & TAMLOG_REPAIR_UNIQUE) != 0,
                                              .most = ListLength(options.most)});
   const std::uint64_t found = plan.oldestFirst.size();
-  const std::uint32_t capacity =
-      options.capacity > 0 ? options.capacity : std::max(plan.capacity, static_cast<std::uint32_t>(found));
+  const std::uint32_t capacity = options.capacity > 0 ? options.capacity : plan.capacity;
   const std::uint64_t saved = std::min<std::uint64_t>(found, capacity);
   const auto give = [&](std::uint64_t index) {
     return SavedMessageOf(image, plan.oldestFirst[found - saved + index]);
@@ -187,9 +188,10 @@ tamlog_status TAMLOG_CALL tamlog_verify_file(const char* path, const tamlog_veri
   if (path == nullptr || !TakeOptions(options, taken) || !TamLogClient::CanReceive(result))
     return TAMLOG_BAD_ARGUMENT;
   return Guarded([&] {
-    std::string bytes;
-    const Status status = TamLogClient::ReadFileBytes(path, bytes);
-    return status == Status::Ok ? Verify(bytes, taken, result) : TamLogClient::CodeOf(status);
+    FileBytes bytes;
+    if (const Status status = bytes.Open(path); status != Status::Ok) return TamLogClient::CodeOf(status);
+    const LogFileImage image(bytes);
+    return WhyNoLog(image).empty() ? Verify(image, taken, result) : TAMLOG_NOT_A_LOG;
   });
 }
 
@@ -201,7 +203,8 @@ tamlog_status TAMLOG_CALL tamlog_verify_image(const void* bytes, uint64_t length
     return TAMLOG_BAD_ARGUMENT;
   return Guarded([&] {
     const auto* const first = static_cast<const char*>(bytes);
-    return Verify(length == 0 ? std::string_view() : std::string_view(first, length), taken, result);
+    const LogFileImage image(length == 0 ? std::string_view() : std::string_view(first, length));
+    return Verify(image, taken, result);
   });
 }
 

@@ -1,9 +1,7 @@
 #include "client/file/log_file_image.h"
 
-#include <algorithm>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <system_error>
 
 #include "client/file/file_path.h"
@@ -12,31 +10,42 @@
 
 namespace TamLogClient {
 
-LogFileImage::LogFileImage(std::string_view fileBytes) : bytes(fileBytes) {
-  // A view of no bytes may have a null pointer.
-  if (!bytes.empty()) std::memcpy(&header, bytes.data(), std::min(bytes.size(), sizeof(header)));
+LogFileImage::LogFileImage(FileBytes& file) : bytes(&file) {
+  bytes->Copy(0, &header, sizeof(header));
+}
+
+LogFileImage::LogFileImage(std::string_view fileBytes)
+    : ofMemory(std::make_shared<FileBytes>(fileBytes)), bytes(ofMemory.get()) {
+  bytes->Copy(0, &header, sizeof(header));
 }
 
 LockNames LogFileImage::Names() const {
   LockNames names{};
-  if (HasHead()) std::memcpy(&names, bytes.data() + kLockNamesOffset, sizeof(names));
+  if (HasHead()) bytes->Copy(kLockNamesOffset, &names, sizeof(names));
   return names;
+}
+
+std::string_view LogFileImage::View(std::uint64_t offset, std::size_t count) const {
+  return bytes->View(offset, count);
 }
 
 bool LogFileImage::HeaderIsSound() const {
   return HasHead() && RingIsSound(header);
 }
 
+bool LogFileImage::SizeFits() const {
+  return HeaderIsSound() && Size() == LogFileSize(static_cast<std::uint64_t>(header.maxMessages));
+}
+
 std::uint64_t LogFileImage::SlotsThere() const {
-  return HasHead() ? (bytes.size() - kSlotsOffset) / sizeof(LogMessage) : 0;
+  return HasHead() ? (Size() - kSlotsOffset) / sizeof(LogMessage) : 0;
 }
 
 LogMessage LogFileImage::At(std::uint64_t offset) const {
   LogMessage message{};
-  if (offset < bytes.size()) {
-    const auto there = std::min<std::uint64_t>(sizeof(message), bytes.size() - offset);
-    std::memcpy(&message, bytes.data() + offset, static_cast<std::size_t>(there));
-  }
+  const std::string_view there = bytes->View(offset, sizeof(message));
+  // A view of no bytes may have a null pointer.
+  if (!there.empty()) std::memcpy(&message, there.data(), there.size());
   return message;
 }
 
@@ -61,26 +70,11 @@ std::string ImageOf(const LogSnapshot& snapshot) {
 
 FileStatus ReadFileBytes(const std::string& path, std::string& bytes) {
   bytes.clear();
-  const std::filesystem::path name = PathOf(path);
-  std::error_code error;
-  std::ifstream file;
-  if (const FileStatus status = OpenForReading(path, file); status != Status::Ok) return status;
-  if (std::filesystem::is_fifo(name, error)) {
-    constexpr std::size_t kChunk = std::size_t{1} << 20U;
-    while (file) {  // a pipe has no size before its end
-      const std::size_t before = bytes.size();
-      bytes.resize(before + kChunk);
-      file.read(bytes.data() + before, static_cast<std::streamsize>(kChunk));
-      bytes.resize(before + static_cast<std::size_t>(file.gcount()));
-    }
-    return file.bad() ? LastFileError() : FileStatus();
-  }
-  const std::uintmax_t size = std::filesystem::file_size(name, error);
-  if (error) return FileStatusOf(error);
-  bytes.resize(static_cast<std::size_t>(size));
-  file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  bytes.resize(static_cast<std::size_t>(file.gcount()));
-  return file.bad() ? LastFileError() : FileStatus();
+  FileBytes file;
+  if (const FileStatus status = file.Open(path); status != Status::Ok) return status;
+  bytes.resize(file.Size());
+  bytes.resize(file.Copy(0, bytes.data(), bytes.size()));
+  return file.Failure();
 }
 
 bool IsSameFile(const std::string& left, const std::string& right) {

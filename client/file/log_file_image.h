@@ -1,15 +1,18 @@
 #pragma once
 
 // Reads the bytes of a log file, or of the rest of one, without trusting any of them: any bytes are allowed,
-// and nothing reads outside of them. A view does not own the bytes and must not outlive them.
+// and nothing reads outside of them. An image does not own the bytes and must not outlive them. It belongs to
+// one thread at a time.
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "client/file/file_bytes.h"
 #include "client/file/file_status.h"
 #include "client/log/log_snapshot.h"
 #include "records/log_file_format.h"
@@ -22,18 +25,25 @@ inline constexpr std::uint64_t kTypeOffset = offsetof(LogMessage, body) + offset
 
 class LogFileImage {
  public:
+  explicit LogFileImage(FileBytes& file);
   explicit LogFileImage(std::string_view fileBytes);
 
   // Returns whether header and lock names are complete. Otherwise the missing bytes of Header() are zeros.
-  bool HasHead() const { return bytes.size() >= kSlotsOffset; }
+  bool HasHead() const { return Size() >= kSlotsOffset; }
   const LogFileHeader& Header() const { return header; }
   LockNames Names() const;
 
   // Returns whether the header's numbers are valid together; the file may still be too short for them.
   bool HeaderIsSound() const;
 
-  std::uint64_t Size() const { return bytes.size(); }
-  std::string_view Bytes() const { return bytes; }
+  // Returns whether the header is sound and the file has exactly the size for its capacity.
+  bool SizeFits() const;
+
+  std::uint64_t Size() const { return bytes->Size(); }
+
+  // Returns `count` bytes from `offset` on, fewer at the end of the file; at most FileBytes::kMostViewed.
+  // They are valid until the next call of any function of this image.
+  std::string_view View(std::uint64_t offset, std::size_t count) const;
 
   // Returns the number of complete slots in the file, whatever capacity the header claims.
   std::uint64_t SlotsThere() const;
@@ -49,7 +59,8 @@ class LogFileImage {
   std::vector<std::uint32_t> RingSlots() const;
 
  private:
-  std::string_view bytes;
+  std::shared_ptr<FileBytes> ofMemory;  // null when the caller owns the file
+  FileBytes* bytes;
   LogFileHeader header{};
 };
 

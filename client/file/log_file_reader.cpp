@@ -1,90 +1,169 @@
 #include "client/file/log_file_reader.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <limits>
-#include <system_error>
+#include <utility>
 #include <vector>
 
-#include "client/file/file_path.h"
+#include "client/file/file_bytes.h"
+#include "client/file/log_file_image.h"
+#include "client/file/log_file_scan.h"
+#include "client/file/log_file_verify.h"
+#include "client/file/log_recognition.h"
+#include "client/file/message_shape.h"
+#include "client/file/slot_layout.h"
 #include "client/log/ring.h"
 
 namespace TamLogClient {
 
 namespace {
 
-namespace fs = std::filesystem;
-
-// Reads slots in order, so that, if the file shrinks meanwhile, those before the cut are kept. Returns the
-// bytes that were read.
-std::uint64_t ReadSlots(std::ifstream& file, std::uint64_t expected, std::vector<LogMessage>& slots) {
-  constexpr std::size_t kChunk = 1024;
-  while (slots.size() < expected) {
-    const std::size_t before = slots.size();
-    slots.resize(before + static_cast<std::size_t>(std::min<std::uint64_t>(kChunk, expected - before)));
-    const std::size_t wanted = (slots.size() - before) * sizeof(LogMessage);
-    file.read(reinterpret_cast<char*>(&slots[before]), static_cast<std::streamsize>(wanted));
-    const auto got = static_cast<std::size_t>(file.gcount());
-    if (got < wanted) {
-      slots.resize(before + got / sizeof(LogMessage));
-      return std::uint64_t{before} * sizeof(LogMessage) + got;
-    }
-  }
-  return expected * sizeof(LogMessage);
+std::string CountText(std::uint64_t count, const char* one, const char* many) {
+  return std::to_string(count) + (count == 1 ? one : many);
 }
 
-void Judge(LogFileContents& contents, std::uint64_t bytes) {
-  const LogFileHeader& header = contents.snapshot.header;
-  const std::string there = std::to_string(contents.snapshot.slots.size());
-  if (!RingIsSound(header)) {
-    contents.remark = "the header is not valid (capacity " + std::to_string(header.maxMessages) +
-                      ", messages " + std::to_string(header.messageCount) + ", next slot " +
-                      std::to_string(header.nextSlot) + ")";
-  } else if (!contents.snapshot.HeaderIsSound()) {
-    contents.remark =
-        "the file is too short: it has " + there + " of " + std::to_string(header.maxMessages) + " slots";
-  } else if (bytes != LogFileSize(static_cast<std::uint64_t>(header.maxMessages))) {
-    contents.remark = "the file's size of " + std::to_string(bytes) + " bytes does not fit its capacity of " +
-                      std::to_string(header.maxMessages) + " messages";
-  } else {
-    return;
+std::string TextOf(const FileFinding& finding) {
+  return finding.seen + " at byte " + std::to_string(finding.offset);
+}
+
+// Returns what is wrong with the file as a whole; nothing about single messages that break a rule.
+std::string ProblemOf(const LogFileImage& image, const VerifyReport& report) {
+  const LogFileHeader& header = image.Header();
+  if (report.Count(FileRule::HeaderComplete) > 0) return "the file ends within its header";
+  if (report.Count(FileRule::NotNegative) + report.Count(FileRule::InsideRing) > 0) {
+    return "the header is not valid (capacity " + std::to_string(header.maxMessages) + ", messages " +
+           std::to_string(header.messageCount) + ", next slot " + std::to_string(header.nextSlot) + ")";
   }
-  contents.status = Status::Damaged;
+  for (const FileFinding& finding : report.findings) {
+    if (finding.rule == FileRule::ShiftedSlots || finding.rule == FileRule::AnotherLog)
+      return TextOf(finding);
+  }
+  if (report.Count(FileRule::SlotsInFile) + report.Count(FileRule::EmptySlotsGone) > 0) {
+    return "the file is too short: it has " + std::to_string(image.SlotsThere()) + " of " +
+           std::to_string(header.maxMessages) + " slots";
+  }
+  if (report.Count(FileRule::BytesAfterEnd) > 0) {
+    return "the file's size of " + std::to_string(image.Size()) + " bytes does not fit its capacity of " +
+           std::to_string(header.maxMessages) + " messages";
+  }
+  if (report.Count(FileRule::NewestFirst) > 0) {
+    return CountText(report.Count(FileRule::NewestFirst), " message is", " messages are") +
+           " older than the message before";
+  }
+  return {};
+}
+
+LogFileVerdict VerdictOf(const LogFileImage& image) {
+  LogFileVerdict verdict;
+  verdict.remark = WhyNoLog(image);
+  if (!verdict.remark.empty()) {
+    verdict.status = Status::NotALog;
+    return verdict;
+  }
+  verdict.remark = ProblemOf(image, VerifyLogFile(image, {.most = 1, .remarks = false}));
+  if (!verdict.remark.empty()) verdict.status = Status::Damaged;
+  return verdict;
+}
+
+// Reads the slots in order, so that, if the file shrinks meanwhile, those before the cut are kept. Slots
+// after the ring's last are read only where a server may use them: the capacity of a sparse file can be
+// enormous.
+void ReadSlots(FileBytes& file, const LogFileImage& image, std::vector<LogMessage>& slots) {
+  constexpr std::int32_t kMostConfigurable = 1000000;
+  const LogFileHeader& header = image.Header();
+  const bool isWrapped = header.messageCount > header.nextSlot;
+  const std::int32_t used = header.maxMessages <= kMostConfigurable || isWrapped
+                                ? header.maxMessages
+                                : std::max(header.nextSlot, 1);
+  slots.resize(std::min(image.SlotsThere(), static_cast<std::uint64_t>(used)));
+  const std::size_t read = file.Copy(kSlotsOffset, slots.data(), slots.size() * kSlotSize);
+  slots.resize(read / kSlotSize);
+}
+
+// Returns whether all messages have dates and are in order, as in nearly every log of the right size: then no
+// check finds damage.
+bool IsPlainlySound(const LogSnapshot& snapshot) {
+  const auto slots = snapshot.RingOrder();
+  LogFileSurvey survey;
+  std::uint64_t key = 0;
+  for (const std::uint32_t slot : slots) survey.Add(snapshot.slots[slot], key);
+  return survey.inTimeOrder && survey.doubtful == 0 &&
+         slots.size() == static_cast<std::size_t>(snapshot.header.messageCount);
+}
+
+// Appends the messages of a log: those of the ring, or all when the header does not say where they are.
+void AppendMessages(const LogFileImage& image, const LogPart& log, std::vector<LogMessage>& messages) {
+  const bool inPlace = log.RingInPlace();
+  for (const SlotStretch& stretch : log.stretches) {
+    for (std::uint64_t i = 0; i < stretch.slots; ++i) {
+      if (inPlace && !HoldsMessage(log.header, stretch.number + i)) continue;
+      const LogMessage message = image.At(stretch.offset + i * kSlotSize);
+      if (inPlace || !IsBlank(message.body)) messages.push_back(message);
+    }
+  }
+}
+
+LogSnapshot FoundMessages(const LogFileImage& image, const std::vector<LogPart>& parts) {
+  LogSnapshot snapshot;
+  for (const LogPart& part : parts) {
+    if (!part.afterEnd) AppendMessages(image, part, snapshot.slots);
+  }
+  constexpr std::size_t kMost = std::numeric_limits<std::int32_t>::max();
+  snapshot.slots.resize(std::min(snapshot.slots.size(), kMost));
+  snapshot.header = image.Header();
+  snapshot.header.messageCount = static_cast<std::int32_t>(snapshot.slots.size());
+  snapshot.header.maxMessages = snapshot.header.messageCount;
+  snapshot.header.nextSlot = 0;
+  return snapshot;
+}
+
+// Returns whether the file is one log whose header says where its messages are.
+bool RingIsKnown(const std::vector<LogPart>& parts) {
+  return parts.front().RingInPlace() &&
+         std::all_of(parts.begin() + 1, parts.end(), [](const LogPart& part) { return part.afterEnd; });
+}
+
+LogFileContents ReadFrom(const std::string& path, FileBytes& file) {
+  LogFileContents contents;
+  contents.status = file.Open(path);
+  if (contents.status != Status::Ok) return contents;
+  const LogFileImage image(file);
+  LogSnapshot& snapshot = contents.snapshot;
+  if (image.SizeFits()) {
+    snapshot.header = image.Header();
+    ReadSlots(file, image, snapshot.slots);
+    if (IsPlainlySound(snapshot)) return contents;
+  }
+  static_cast<LogFileVerdict&>(contents) = VerdictOf(image);
+  if (contents.status == Status::NotALog || (image.SizeFits() && contents.status == Status::Ok))
+    return contents;
+  const auto parts = FindLayout(image);
+  if (!RingIsKnown(parts)) {
+    snapshot = FoundMessages(image, parts);
+  } else if (!image.SizeFits()) {
+    snapshot.header = image.Header();
+    ReadSlots(file, image, snapshot.slots);
+  }
+  return contents;
 }
 
 }  // namespace
 
 LogFileContents ReadLogFile(const std::string& path) {
-  LogFileContents contents;
-  std::ifstream file;
-  contents.status = OpenForReading(path, file);
-  if (contents.status != Status::Ok) return contents;
-  std::array<char, kSlotsOffset> head{};
-  file.read(head.data(), static_cast<std::streamsize>(head.size()));
-  if (static_cast<std::size_t>(file.gcount()) < head.size()) {
+  FileBytes file;
+  LogFileContents contents = ReadFrom(path, file);
+  if (Readable(contents.status) && file.Failure() != Status::Ok) {
     contents.status = Status::Damaged;
-    contents.remark = "the file ends within its header";
-    return contents;
+    contents.remark = "the system could not read all of it: " + file.Failure().Reason();
   }
-  std::memcpy(&contents.snapshot.header, head.data(), sizeof(LogFileHeader));
-  std::vector<LogMessage>& slots = contents.snapshot.slots;
-  std::error_code error;
-  if (fs::is_fifo(PathOf(path), error)) {
-    // A pipe has no size before its end.
-    Judge(contents, kSlotsOffset + ReadSlots(file, std::numeric_limits<std::uint64_t>::max(), slots));
-    return contents;
-  }
-  const std::uintmax_t size = fs::file_size(PathOf(path), error);
-  const std::uint64_t bytes = error ? kSlotsOffset : static_cast<std::uint64_t>(size);
-  const std::uint64_t expected = bytes > kSlotsOffset ? (bytes - kSlotsOffset) / sizeof(LogMessage) : 0;
-  slots.reserve(expected);  // growing would hold every message twice for a while
-  ReadSlots(file, expected, slots);
-  Judge(contents, bytes);
   return contents;
+}
+
+LogFileVerdict JudgeLogFile(const std::string& path) {
+  FileBytes file;
+  const FileStatus status = file.Open(path);
+  return status == Status::Ok ? VerdictOf(LogFileImage(file)) : LogFileVerdict{status, ""};
 }
 
 }  // namespace TamLogClient

@@ -10,15 +10,25 @@
 
 namespace TamLogClient {
 
-struct LogFileContents {
-  FileStatus status;   // Damaged: `snapshot` holds what could be read
-  std::string remark;  // for Damaged: what is wrong, a sentence without a full stop
-  LogSnapshot snapshot;
+struct LogFileVerdict {
+  FileStatus status;   // Ok, Damaged or NotALog, or the failure to read the file
+  std::string remark;  // for Damaged and NotALog: what is wrong, a sentence without a full stop
+};
+
+struct LogFileContents : LogFileVerdict {
+  LogSnapshot snapshot;  // for Damaged: what could be read
 };
 
 // Reads the whole file at `path` (UTF-8), or a pipe to its end. NotFound, NotAFile (a directory),
-// AccessDenied and SystemError leave the snapshot empty. A file that is too short or whose header is not
-// valid is Damaged; the snapshot then holds the messages that could be read.
+// AccessDenied, SystemError and NotALog leave the snapshot empty. A file is Damaged whenever VerifyLogFile
+// finds damage other than single messages that break a rule of the format; the snapshot then holds the
+// messages that could be read. When the header does not say where they are, the snapshot has a header of its
+// own and their slots are without gaps.
+//
+// Of a capacity above 1,000,000, which no setting reaches, only the slots up to the ring's last are held.
 LogFileContents ReadLogFile(const std::string& path);
+
+// Returns the verdict alone, without holding the messages.
+LogFileVerdict JudgeLogFile(const std::string& path);
 
 }  // namespace TamLogClient

@@ -1,7 +1,11 @@
 #pragma once
 
-// Finds the messages that can be saved from a log file that is damaged, cut, grown, shifted or reversed, and
-// puts them in an order that a server accepts. It only plans: WriteLogFile writes the messages of the plan.
+// Finds the messages that can be saved from a log file that is damaged, cut, grown, shifted or reversed, or
+// from several logs one behind the other, and puts them in an order that a server accepts. It only plans:
+// WriteLogFile writes the messages of the plan.
+//
+// Where a file lost or gained bytes, the header cannot say any more which slots hold its messages. All
+// messages that are found are saved then.
 //
 // The format has no checksum. A message is saved unchanged when its texts are terminated, its type exists and
 // it is not blank; bytes that changed within these bounds go unnoticed. When the bytes carry the date of a
@@ -15,12 +19,13 @@
 #include <vector>
 
 #include "client/file/log_file_image.h"
+#include "client/file/slot_layout.h"
 
 namespace TamLogClient {
 
 struct RepairOptions {
   // Also saves messages outside the ring, which a reformat or a clear leaves in their slots, and messages
-  // that moved because the file lost or gained bytes.
+  // after the end of the log.
   bool carve = false;
   // Leaves out messages whose 546 bytes all repeat an earlier one: a server that inserts into a reversed ring
   // writes some twice.
@@ -68,15 +73,20 @@ struct RepairPlan {
   std::uint64_t textsCut = 0;      // unterminated texts that were cut
   std::uint64_t typesChanged = 0;  // types that did not exist and were changed
   std::uint64_t repeated = 0;      // left out because of `unique`
-  std::uint64_t outside = 0;       // messages in slots outside the ring, not saved without `carve`
+  std::uint64_t outside = 0;       // messages outside the ring, not saved without `carve`
+  std::uint64_t doubtful = 0;      // saved ones without a date that nothing else shows to be messages
   std::uint64_t lost = 0;          // messages at most
   std::vector<RepairLoss> losses;  // the first of them
   std::vector<Change> changes;     // the first of them
+  std::vector<SlotBreak> breaks;   // where the file lost or gained bytes
+  std::vector<LogPart> logs;       // in the file; without their stretches and breaks
   bool headerTrusted = false;      // false: every slot of the file was searched
-  std::uint32_t capacity = 1;      // of the damaged file, or the best guess
+  // Enough for the messages, and otherwise that of the damaged file, or the best guess; never more than a
+  // server can be set to, unless the file itself has more.
+  std::uint32_t capacity = 1;
 };
 
-// Plans the repair of `image`. Needs 24 bytes of memory a message in addition to the image.
+// Plans the repair of `image`. Reads the file twice, and needs up to 48 bytes of memory a message.
 RepairPlan PlanRepair(const LogFileImage& image, const RepairOptions& options = {});
 
 // Returns a message of the plan in the form to be written. `image` is the one that was planned for.

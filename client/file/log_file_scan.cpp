@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "client/file/file_path.h"
+#include "client/file/message_shape.h"
 #include "client/file/read_ahead.h"
 #include "client/log/ring.h"
 #include "client/message/log_message_view.h"
@@ -32,13 +33,6 @@ bool HeaderFits(const LogFileHeader& header, std::uint64_t bytes) {
 struct PartSurvey : LogFileSurvey {
   std::uint64_t oldest = 0;
   std::uint64_t newest = 0;
-
-  void Add(const LogMessage& message) {
-    const LogMessageView view(message);
-    if (view.Damaged()) ++damaged;
-    if (view.Key() < newest) inTimeOrder = false;
-    newest = view.Key();
-  }
 };
 
 // Reads pieces that fit into a processor's cache while they are examined.
@@ -50,13 +44,21 @@ std::optional<PartSurvey> SurveyPart(LogFileScan& scan, std::uint32_t from, std:
     piece.resize(std::min(kPiece, to - from));
     if (!scan.Read(from, piece)) return std::nullopt;
     if (first) part.oldest = LogMessageView(piece.front()).Key();
-    for (const LogMessage& message : piece) part.Add(message);
+    for (const LogMessage& message : piece) part.Add(message, part.newest);
     from += static_cast<std::uint32_t>(piece.size());
   }
   return part;
 }
 
 }  // namespace
+
+void LogFileSurvey::Add(const LogMessage& message, std::uint64_t& key) {
+  const LogMessageView view(message);
+  if (view.Damaged()) ++damaged;
+  if (!LooksLikeMessage(message)) ++doubtful;
+  if (view.Key() < key) inTimeOrder = false;
+  key = view.Key();
+}
 
 bool LogFileScan::Open(const std::string& path) {
   place = path;
@@ -110,6 +112,7 @@ std::optional<LogFileSurvey> LogFileScan::Survey() const {
     const auto part = next.get();
     if (!part) return std::nullopt;
     whole.damaged += part->damaged;
+    whole.doubtful += part->doubtful;
     if (!part->inTimeOrder || part->oldest < newest) whole.inTimeOrder = false;
     newest = part->newest;
   }

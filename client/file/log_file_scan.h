@@ -20,8 +20,12 @@ namespace TamLogClient {
 
 // Properties of all messages of a file.
 struct LogFileSurvey {
-  bool inTimeOrder = true;  // no message is older than the one before it
-  std::size_t damaged = 0;  // messages that break a rule of the format
+  bool inTimeOrder = true;   // no message is older than the one before it
+  std::size_t damaged = 0;   // messages that break a rule of the format
+  std::size_t doubtful = 0;  // slots that do not look like messages: slots may be elsewhere in the file
+
+  // Adds a message; `key` is the time key of the one before it, and becomes its own.
+  void Add(const LogMessage& message, std::uint64_t& key);
 };
 
 class LogFileScan {

@@ -5,6 +5,8 @@
 #include <string_view>
 #include <utility>
 
+#include "client/file/message_shape.h"
+#include "client/file/slot_layout.h"
 #include "client/log/ring.h"
 #include "client/message/log_message_view.h"
 #include "client/message/time_text.h"
@@ -36,6 +38,10 @@ class Verifier {
   void CheckHeader();
   void CheckSize();
   void CheckSlotsInFile();
+  bool SlotsAreSuspicious(const std::vector<std::uint32_t>& slots) const;
+  void CheckLayout();
+  void LeaveOutShifted(std::vector<std::uint32_t>& slots);
+  void CheckMessages(const std::vector<std::uint32_t>& slots);
   void CheckNames();
   void CheckMessage(std::uint32_t slot, const LogMessage& message);
   void CheckOrder(const std::vector<std::uint32_t>& slots, const std::vector<std::uint64_t>& keys);
@@ -46,6 +52,7 @@ class Verifier {
   const LogFileImage& image;
   VerifyOptions options;
   VerifyReport report;
+  std::optional<std::uint64_t> firstBreak;  // offset; slots from there on are not where they should be
 };
 
 void Verifier::Note(FileRule rule, std::optional<std::uint32_t> slot, std::uint64_t offset, std::string seen,
@@ -75,7 +82,7 @@ void Verifier::CheckHeader() {
     NoteNumber(FileRule::InsideRing, offsetof(LogFileHeader, nextSlot), "nextSlot", header.nextSlot,
                "less than maxMessages, " + std::to_string(header.maxMessages));
   }
-  if (options.live) return;
+  if (options.live || !options.remarks) return;
   if (header.readCount != 0)
     NoteNumber(FileRule::ReadersInside, offsetof(LogFileHeader, readCount), "readCount", header.readCount,
                "0 in a closed file");
@@ -99,7 +106,8 @@ void Verifier::CheckSlotsInFile() {
 
 void Verifier::CheckSize() {
   const std::uint64_t wanted = LogFileSize(static_cast<std::uint32_t>(image.Header().maxMessages));
-  if (image.Size() == wanted) return;
+  // A break or another log is the reason for the size.
+  if (image.Size() == wanted || firstBreak || report.Count(FileRule::AnotherLog) > 0) return;
   const FileRule rule = image.Size() > wanted ? FileRule::BytesAfterEnd : FileRule::EmptySlotsGone;
   if (rule == FileRule::EmptySlotsGone && report.Count(FileRule::SlotsInFile) > 0) return;
   Note(rule, std::nullopt, std::min(wanted, image.Size()), std::to_string(image.Size()) + " bytes",
@@ -119,7 +127,7 @@ void Verifier::CheckNames() {
 void Verifier::CheckMessage(std::uint32_t slot, const LogMessage& message) {
   const LogMessageView view(message);
   const std::uint64_t start = LogFileImage::OffsetOf(slot);
-  if (!IsRealTime(WordsOf(message.body)))
+  if (options.remarks && !IsRealTime(WordsOf(message.body)))
     Note(FileRule::ImpossibleDate, slot, start + kTimeOffset, TimeOf(message),
          "a date of the calendar and a time of day");
   if (view.Text().size() == kTextSize)
@@ -218,11 +226,61 @@ VerifyReport Verifier::Run() {
     return std::move(report);
   }
   CheckHeader();
-  CheckNames();
+  if (options.remarks) CheckNames();
+  auto slots = image.RingSlots();
+  if (!options.live && SlotsAreSuspicious(slots)) CheckLayout();
   if (!image.HeaderIsSound()) return std::move(report);  // which slots hold messages is not known
   CheckSlotsInFile();
   CheckSize();
-  const auto slots = image.RingSlots();
+  LeaveOutShifted(slots);
+  CheckMessages(slots);
+  return std::move(report);
+}
+
+// Returns whether slots may be elsewhere than the header says. A file of the right size whose ring holds
+// nothing but messages with a date needs no search.
+bool Verifier::SlotsAreSuspicious(const std::vector<std::uint32_t>& slots) const {
+  return !image.SizeFits() || !std::all_of(slots.begin(), slots.end(), [this](std::uint32_t slot) {
+    return LooksLikeMessage(image.Slot(slot));
+  });
+}
+
+void Verifier::CheckLayout() {
+  for (const LogPart& part : FindLayout(image)) {
+    if (part.offset > 0 && !part.afterEnd) {
+      Note(FileRule::AnotherLog, std::nullopt, part.offset,
+           "a log of " + std::to_string(part.header.messageCount) + " messages, capacity " +
+               std::to_string(part.header.maxMessages),
+           "one log in a file");
+    }
+    if (part.headerTrusted && part.RingInPlace()) continue;
+    for (const SlotBreak& gap : part.breaks) {
+      const auto bytes = static_cast<std::uint64_t>(gap.bytes < 0 ? -gap.bytes : gap.bytes);
+      Note(FileRule::ShiftedSlots, std::nullopt, gap.offset,
+           std::to_string(bytes) + (bytes == 1 ? " byte " : " bytes ") +
+               (gap.bytes < 0 ? "missing" : "added") + ", slots go on at byte " + std::to_string(gap.end),
+           "slots of 560 bytes that follow each other");
+      if (part.offset == 0 && !firstBreak) firstBreak = gap.offset;
+    }
+  }
+}
+
+// After a break the bytes at a slot's place are parts of two messages, and a finding about each of them would
+// bury the one that matters. The server reads them all the same.
+void Verifier::LeaveOutShifted(std::vector<std::uint32_t>& slots) {
+  if (!firstBreak) return;
+  std::uint64_t key = 0;
+  for (const std::uint32_t slot : slots) {
+    const LogMessage message = image.Slot(slot);
+    const LogMessageView view(message);
+    if (view.Damaged() || view.Key() < key) report.rejectedAfterBreak = true;
+    key = view.Key();
+  }
+  std::erase_if(slots,
+                [this](std::uint32_t slot) { return LogFileImage::OffsetOf(slot + 1ULL) > *firstBreak; });
+}
+
+void Verifier::CheckMessages(const std::vector<std::uint32_t>& slots) {
   std::vector<std::uint64_t> keys;
   keys.reserve(slots.size());
   for (const std::uint32_t slot : slots) {
@@ -231,9 +289,9 @@ VerifyReport Verifier::Run() {
     CheckMessage(slot, message);
   }
   CheckOrder(slots, keys);
+  if (!options.remarks) return;
   CheckDuplicates(slots);
   CheckSequences(slots);
-  return std::move(report);
 }
 
 }  // namespace
@@ -243,7 +301,7 @@ const char* RuleName(FileRule rule) {
       "header-complete", "not-negative", "inside-ring",     "slots-in-file",    "newest-first",
       "text-ends",       "source-ends",  "known-type",      "reversed-block",   "impossible-date",
       "duplicate",       "sequence",     "bytes-after-end", "empty-slots-gone", "readers-inside",
-      "not-closed",      "lock-names",   "empty-file"};
+      "not-closed",      "lock-names",   "empty-file",      "shifted-slots",    "another-log"};
   return names.at(static_cast<std::size_t>(rule));
 }
 
@@ -257,6 +315,14 @@ std::uint64_t VerifyReport::Remarks() const {
   std::uint64_t sum = 0;
   for (std::size_t i = 0; i < kFileRules; ++i) sum += IsRemark(static_cast<FileRule>(i)) ? count[i] : 0;
   return sum;
+}
+
+bool VerifyReport::Accepted() const {
+  if (rejectedAfterBreak) return false;
+  for (std::size_t i = 0; i < kFileRules; ++i) {
+    if (count[i] > 0 && ServerRejects(static_cast<FileRule>(i))) return false;
+  }
+  return true;
 }
 
 VerifyReport VerifyLogFile(const LogFileImage& image, const VerifyOptions& options) {

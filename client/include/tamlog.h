@@ -86,7 +86,8 @@ enum {
   TAMLOG_NO_MEMORY = 20,
   TAMLOG_INTERNAL = 21,     /* an error of the library itself */
   TAMLOG_EXISTS = 22,       /* the output already exists; it was not changed */
-  TAMLOG_OUTPUT_FAILED = 23 /* the output could not be written; no part of it is left */
+  TAMLOG_OUTPUT_FAILED = 23, /* the output could not be written; no part of it is left */
+  TAMLOG_NOT_A_LOG = 24      /* the file holds something else than a log */
 };
 
 /* Returns a short English phrase without a full stop, for example "the server is not running". Never null: an
@@ -463,9 +464,9 @@ TAMLOG_API tamlog_status TAMLOG_CALL tamlog_reader_test_cursor(const tamlog_read
 
 /* ---- Verifying and repairing files --------------------------------------------------------------------- */
 
-/* The rules that a file is checked against. A server that finds damage at its start empties the whole log. A
- * remark is odd, but a server or a sender may write it; of the remarks only a reversed block costs the log,
- * too. */
+/* The rules that a file is checked against. Damage is what no running server writes. A remark is odd, but a
+ * server or a sender may write it. A server empties the whole log at its start when it finds one of the first
+ * nine rules broken. */
 enum {
   /* Damage. */
   TAMLOG_RULE_HEADER_COMPLETE = 0, /* the file holds the whole header and the lock names */
@@ -481,13 +482,16 @@ enum {
   TAMLOG_RULE_IMPOSSIBLE_DATE = 9,   /* the time is no date of the calendar or no time of the day */
   TAMLOG_RULE_DUPLICATE = 10,        /* the message repeats all bytes of another one */
   TAMLOG_RULE_SEQUENCE = 11,         /* a number occurs twice, or was not assigned yet */
-  TAMLOG_RULE_BYTES_AFTER_END = 12,  /* the file is longer than its capacity requires */
-  TAMLOG_RULE_EMPTY_SLOTS_GONE = 13, /* the file is shorter, but only slots without messages are missing */
+  TAMLOG_RULE_BYTES_AFTER_END = 12,  /* damage: the file is longer than its capacity requires */
+  TAMLOG_RULE_EMPTY_SLOTS_GONE = 13, /* damage: the file is shorter; only slots without messages are missing */
   TAMLOG_RULE_READERS_INSIDE = 14,   /* the count of readers is not 0 */
   TAMLOG_RULE_NOT_CLOSED = 15,       /* the mark of a running server is set */
   TAMLOG_RULE_LOCK_NAMES = 16,       /* a lock name is unterminated; a server rewrites the names */
   TAMLOG_RULE_EMPTY_FILE = 17,       /* the file has no bytes; a server makes a new log of it */
-  TAMLOG_RULES = 18                  /* the number of rules; rises when rules are added */
+  /* Damage. */
+  TAMLOG_RULE_SHIFTED_SLOTS = 18, /* bytes are missing or were added: slots do not follow each other */
+  TAMLOG_RULE_ANOTHER_LOG = 19,   /* a second log begins in the file */
+  TAMLOG_RULES = 20               /* the number of rules; rises when rules are added */
 };
 /* The number of rules that tamlog_verify_result has room for. */
 enum { TAMLOG_MOST_RULES = 24 };
@@ -532,8 +536,9 @@ typedef struct tamlog_verify_result {
 } tamlog_verify_result;
 
 /* Checks a file, or the bytes of one, against all rules. Locks and changes nothing. TAMLOG_OK: no damage; see
- * `accepted`. TAMLOG_DAMAGED: damage; `result` is filled, too. `options` may be null. `found` is called on
- * this thread after the whole check: the header's findings first, then those of the slots, oldest first. */
+ * `accepted`. TAMLOG_DAMAGED: damage; `result` is filled, too. TAMLOG_NOT_A_LOG: the file holds something else.
+ * `options` may be null. `found` is called on this thread after the whole check: the header's findings first,
+ * then those of the slots, oldest first. */
 TAMLOG_API tamlog_status TAMLOG_CALL tamlog_verify_file(const char* path,
                                                         const tamlog_verify_options* options,
                                                         tamlog_verify_result* result);
@@ -543,7 +548,7 @@ TAMLOG_API tamlog_status TAMLOG_CALL tamlog_verify_image(const void* bytes, uint
 
 /* Flags of a repair. */
 enum {
-  TAMLOG_REPAIR_CARVE = 1,  /* also saves messages outside the ring (after a clear) or not at a slot */
+  TAMLOG_REPAIR_CARVE = 1,  /* also saves messages outside the ring: after a clear, after the end */
   TAMLOG_REPAIR_UNIQUE = 2, /* saves one of several messages whose bytes are the same */
   TAMLOG_REPAIR_REPLACE = 4 /* replaces an output that already exists */
 };
@@ -577,7 +582,7 @@ typedef int32_t(TAMLOG_CALL* tamlog_repair_function)(void* context, const tamlog
 typedef struct tamlog_repair_options {
   uint32_t size;
   uint32_t flags;              /* TAMLOG_REPAIR_... */
-  uint32_t capacity;           /* of the output, in messages; 0: the damaged file's, or more to save all */
+  uint32_t capacity;           /* of the output; 0: the damaged file's, or more to save all, up to 1,000,000 */
   uint32_t reserved;           /* 0 */
   uint64_t most;               /* the most notes of losses, and the most of changes; 0: 20 */
   tamlog_repair_function note; /* null: losses and changes are only counted */
@@ -603,7 +608,8 @@ typedef struct tamlog_repair_result {
  * server accepts it. Only reads the damaged file. The output is written as a whole or not at all. TAMLOG_OK
  * also when messages were lost: `result` and `note` report them. `note` is called on this thread after the
  * output is written, losses first. TAMLOG_BAD_ARGUMENT: both names are the same file. TAMLOG_EXISTS and
- * TAMLOG_OUTPUT_FAILED are about the output, other codes about the damaged file. `options` may be null. */
+ * TAMLOG_OUTPUT_FAILED are about the output, other codes about the damaged file; TAMLOG_NOT_A_LOG when it holds
+ * something else than a log. `options` may be null. */
 TAMLOG_API tamlog_status TAMLOG_CALL tamlog_repair_file(const char* path, const char* output,
                                                         const tamlog_repair_options* options,
                                                         tamlog_repair_result* result);

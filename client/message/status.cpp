@@ -30,6 +30,8 @@ const char* StatusText(Status status) {
       return "the system could not read the shared log";
     case Status::NotFound:
       return "no such file";
+    case Status::NotALog:
+      return "not a log";
     case Status::NotAFile:
       return "not a file";
     case Status::Exists:

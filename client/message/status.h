@@ -21,6 +21,7 @@ enum class Status : std::uint8_t {
   Damaged,       // some bytes break the rules of the log file; what could be read was read
   InPage,        // the system could not read the shared file's pages
   NotFound,      // the named file, or the directory of a file to be written, does not exist
+  NotALog,       // the file holds something else than a log
   NotAFile,      // the name is that of a directory, or to be written, of a device
   Exists,        // the file to be written already exists, and was not to be replaced
   NotSupported,  // this operating system has no live server

@@ -25,6 +25,7 @@ inline constexpr int kTimedOut = 5;       // the server, or a lock of the shared
 inline constexpr int kRefused = 6;        // the server or the service manager refused
 inline constexpr int kDamaged = 7;        // damaged data were met; the readable part was output
 inline constexpr int kOutputFailed = 8;   // output, or the connection to the server, failed
+inline constexpr int kNotALog = 9;        // the file holds something else than a log; nothing was output
 inline constexpr int kInterrupted = 130;  // Ctrl-C; everything held was released first
 
 constexpr int ExitCodeOf(TamLogClient::Status status) {
@@ -52,6 +53,8 @@ constexpr int ExitCodeOf(TamLogClient::Status status) {
     case Status::Damaged:
     case Status::InPage:
       return kDamaged;
+    case Status::NotALog:
+      return kNotALog;
     case Status::Interrupted:
       return kInterrupted;
     case Status::Disconnected:

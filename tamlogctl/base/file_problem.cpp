@@ -10,12 +10,13 @@ using TamLogClient::Status;
 
 std::string ProblemOf(const FileStatus& status, const std::string& remark) {
   if (status == Status::Damaged && !remark.empty()) return remark + "; see: tamlogctl verify";
+  if (status == Status::NotALog) return "is no log (" + remark + ")";
   if (status == Status::NotAFile) return "is a directory; name a file in it";
   return status.Reason();
 }
 
 std::string FileProblem(const std::string& path, const FileStatus& status, const std::string& remark) {
-  return path + ": " + ProblemOf(status, remark);
+  return path + (status == Status::NotALog ? " " : ": ") + ProblemOf(status, remark);
 }
 
 std::string TargetProblem(const std::string& target, const FileStatus& status) {

@@ -9,7 +9,8 @@
 
 namespace TamLogCtl {
 
-// Returns why the file could not be read. For a damaged one `remark` states the damage.
+// Returns why the file could not be read. For a damaged one `remark` states the damage, for one that is no
+// log what it is.
 std::string ProblemOf(const TamLogClient::FileStatus& status, const std::string& remark = {});
 
 // Returns the same with `path` in front.

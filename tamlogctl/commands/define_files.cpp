@@ -1,3 +1,7 @@
+#include <cstdint>
+#include <limits>
+#include <string>
+
 #include "tamlogctl/commands/shared_options.h"
 #include "tamlogctl/commands/verbs.h"
 #include "tamlogctl/read/export.h"
@@ -12,7 +16,7 @@ namespace {
 
 constexpr const char* kVerifyFooter =
     R"(A server that finds a broken rule at its start empties the whole file. Damage is data that no server writes; a
-remark is unusual data that a server can write. Exit codes: 0 no damage, 1 damage, 3 no such file.
+remark is unusual data that a server can write. Exit codes: 0 no damage, 1 damage, 3 no such file, 9 no log.
 
 Examples:
   tamlogctl verify Logs.dat                   findings, rule by rule
@@ -20,13 +24,14 @@ Examples:
   tamlogctl verify --live -o json             the running server's log, for programs)";
 
 constexpr const char* kRepairFooter =
-    R"(Never changes the damaged file. The new file is in time order and passes every rule.
+    R"(Never changes the damaged file. The new file is in time order and passes every rule. Where the file lost or
+gained bytes, the messages are found at their new places.
+Exit codes: 0 saved, 7 most of what was saved may be no messages, or nothing could be saved, 9 FILE is no log.
 
 Examples:
-  tamlogctl repair Logs.dat --output New.dat  all that the ring holds
-  tamlogctl repair Logs.dat --output New.dat --carve
-                                              also messages that a clear or a reformat left, or that moved
-  tamlogctl repair Logs.dat --output New.dat --capacity 50000 --force
+  tamlogctl repair Logs.dat New.dat           all that the ring holds
+  tamlogctl repair Logs.dat New.dat --carve   also messages that a clear or a reformat left
+  tamlogctl repair Logs.dat New.dat --capacity 50000 --force
                                               for a server that is set to 50000 messages)";
 
 constexpr const char* kMergeFooter =
@@ -52,7 +57,8 @@ Examples:
                                               all new messages, in files of one day or 10 MiB)";
 
 constexpr const char* kImportFooter =
-    R"(Messages keep their times; the server sorts them in. After a lost connection it continues where it stopped.
+    R"(Messages keep their times; the server sorts them in. Messages that the log already holds are not sent, so the same
+import may run twice; --again sends them. After a restart of the server it sends again what the restart has lost.
 Exit codes: 0 all are in the log, 1 some were dropped, 3 no server, 6 some were refused, 7 the log file is
 damaged.
 
@@ -68,7 +74,8 @@ Verb Verify() {
   verb.Add({
       Operands("FILE", List(options->files), "Files to check"),
       Flag("--live", options->live, "Check the running server's log"),
-      Flag("--all", options->all, "List every finding, not only the first 20 of each rule"),
+      Flag("--all", options->all,
+           "List every finding, not only the first 20 of each rule and the first remark of each"),
       Flag("--strict", options->strict,
            "Exit code 1 also when a server would not accept it for another reason"),
       Flag("-q,--quiet", options->quiet, "Print nothing; the exit code is the answer"),
@@ -88,16 +95,21 @@ Verb Repair() {
                        options, RepairFile);
   verb.Add({
       Operand("FILE", Text(options->file), "The damaged file; it is only read").Required(),
-      Value("--output", "NEW", Text(options->output), "The new file").Required(),
-      Flag("--carve", options->carve, "Also messages outside the ring or at a shifted place"),
+      Operand("NEW", Text(options->output), "The new file"),
+      Value("--output", "NEW", Text(options->output), "The new file, for scripts that name it so")
+          .Excludes("NEW"),
+      Flag("--carve", options->carve, "Also messages outside the ring or after the end of the log"),
       Flag("--unique", options->unique, "Leave out messages that are equal to an earlier one, byte for byte"),
-      Value("--capacity", "N", Number(1, kMostMessages, options->capacity),
-            "Capacity of the new file (that of the damaged one)"),
+      Value("--capacity", "N", Number(1, std::numeric_limits<std::int32_t>::max(), options->capacity),
+            "Capacity of the new file (that of the damaged one, or more, up to 1000000)"),
       Flag("--force", options->force, "Replace NEW if it already exists"),
       Flag("--all", options->all, "List every loss, not only the first 20"),
       Flag("-q,--quiet", options->quiet, "Print nothing but errors"),
   });
   verb.Add(OptionsOfAll(*options));
+  verb.check = [options](const Given&) {
+    return std::string(options->output.empty() ? "NEW: name the file to write" : "");
+  };
   return verb;
 }
 
@@ -199,10 +211,15 @@ Verb Import() {
       Words("--input", {"auto", "log", "json", "tsv"}, options->input,
             "Format of the files (auto detects it)"),
       Value("--retry", "SECONDS", Number(0, 3600, options->retrySeconds),
-            "How long to wait for a server whose connection is lost, in seconds (30)"),
+            "How long to wait for a server that is gone, in seconds (30; at the start 0)"),
+      Flag("--again", options->again, "Also send messages that the log already holds"),
       QuietOption(options->quiet),
   });
   verb.Add(OptionsOfAll(*options));
+  verb.check = [options](const Given& given) {
+    options->waitAtStart = given.Has("--retry");
+    return std::string();
+  };
   return verb;
 }
 

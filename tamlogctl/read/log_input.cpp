@@ -63,18 +63,24 @@ LogInput ReadFileInput(const std::string& path, bool quiet, const ReadPart& read
 
 std::optional<ScannedInput> ScanFileInput(const std::string& path, bool quiet,
                                           const std::function<void(const LogMessage&)>& take) {
-  std::size_t damaged = 0;
+  TamLogClient::LogFileSurvey survey;
   TamLogClient::LogFileScan scan;
   {
     const Busy busy("counting in " + path);
+    std::uint64_t key = 0;
     const auto look = [&](const LogMessage& message) {
-      if (LogMessageView(message).Damaged()) ++damaged;
+      survey.Add(message, key);
       take(message);
       return true;
     };
-    if (!scan.Open(path) || !scan.ForEach(look)) return std::nullopt;
+    if (!scan.Open(path) || !scan.ForEach(look) || !IsSound(path, survey)) return std::nullopt;
   }
-  return ScannedInput{scan.Header(), JudgeMessages(path, damaged, quiet)};
+  return ScannedInput{scan.Header(), JudgeMessages(path, survey.damaged, quiet)};
+}
+
+bool IsSound(const std::string& path, const TamLogClient::LogFileSurvey& survey) {
+  if (survey.inTimeOrder && survey.doubtful == 0) return true;
+  return TamLogClient::JudgeLogFile(path).status == Status::Ok;
 }
 
 int WorstOf(const std::vector<LogInput>& inputs) {

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "client/file/log_file_scan.h"
 #include "client/log/log_snapshot.h"
 #include "client/log/log_tail.h"
 #include "client/message/status.h"
@@ -50,6 +51,10 @@ struct ScannedInput {
 // above. Nothing when only ReadFileInput can read the file; some messages may have been passed by then.
 std::optional<ScannedInput> ScanFileInput(const std::string& path, bool quiet,
                                           const std::function<void(const LogMessage&)>& take);
+
+// Returns whether a file whose messages have these properties has no other damage than single messages that
+// break a rule of the format. If not, only ReadFileInput reads it rightly and reports the damage.
+bool IsSound(const std::string& path, const TamLogClient::LogFileSurvey& survey);
 
 // Reports on stderr, unless `quiet`, that so many messages of the log `name` break a rule of the format.
 // Returns kDone for 0 messages, else kDamaged.

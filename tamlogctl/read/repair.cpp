@@ -4,7 +4,9 @@
 #include <limits>
 #include <optional>
 
+#include "client/file/file_bytes.h"
 #include "client/file/log_file_repair.h"
+#include "client/file/log_recognition.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/counted.h"
 #include "tamlogctl/base/exit_code.h"
@@ -20,6 +22,8 @@ using TamLogClient::LogFileImage;
 using TamLogClient::RepairLoss;
 using TamLogClient::RepairPlan;
 using TamLogClient::Status;
+
+constexpr std::size_t kListed = 20;  // losses, changes and breaks, each
 
 std::string PlaceOf(std::uint64_t offset) {
   std::string place = "byte " + std::to_string(offset);
@@ -37,13 +41,13 @@ void AppendOmitted(const RepairPlan& plan, std::uint64_t written, std::uint32_t 
   if (plan.repeated > 0) text += "  left out: " + Counted(plan.repeated, "duplicate") + "\n";
   if (written < found) {
     text += "  left out: the oldest " + std::to_string(found - written) + ", for which a capacity of " +
-            std::to_string(capacity) + " has no room\n";
+            std::to_string(capacity) + " has no room; --capacity chooses another\n";
   }
   if (plan.outside > 0) {
     text +=
         "  left out: " + Counted(plan.outside, "message") +
-        " that the header does not count, because the log was cleared or the header is wrong; --carve saves "
-        "them\n";
+        " that the header does not count, because the log was cleared, bytes follow its end or the header is "
+        "wrong; --carve saves them\n";
   }
 }
 
@@ -74,18 +78,60 @@ void AppendLosses(const RepairPlan& plan, std::string& text) {
   if (listed < plan.lost) text += ListEnd(plan.lost - listed);
 }
 
+void AppendLogs(const RepairPlan& plan, std::string& text) {
+  if (plan.logs.size() < 2) return;
+  text += "  " + std::to_string(plan.logs.size()) + " logs were found one behind the other\n";
+  for (const TamLogClient::LogPart& log : plan.logs) {
+    text += "    byte " + std::to_string(log.offset) + ": ";
+    text += log.headerTrusted ? Counted(static_cast<std::uint64_t>(log.header.messageCount), "message") +
+                                    ", capacity " + std::to_string(log.header.maxMessages)
+                              : "its header is not valid";
+    text += "\n";
+  }
+}
+
+void AppendBreaks(const RepairPlan& plan, bool all, std::string& text) {
+  if (plan.breaks.empty()) return;
+  text += "  the file lost or gained bytes at " + Counted(plan.breaks.size(), "place") +
+          "; its slots were found again, and some messages may be older than the log\n";
+  const std::size_t listed = all ? plan.breaks.size() : std::min(plan.breaks.size(), kListed);
+  for (std::size_t i = 0; i < listed; ++i) {
+    const TamLogClient::SlotBreak& gap = plan.breaks[i];
+    const auto bytes = static_cast<std::uint64_t>(gap.bytes < 0 ? -gap.bytes : gap.bytes);
+    text += "    " + PlaceOf(gap.offset) + ": " + Counted(bytes, "byte") +
+            (gap.bytes < 0 ? " missing" : " added") + "; slots go on at byte " + std::to_string(gap.end) +
+            "\n";
+  }
+  text += ListEnd(plan.breaks.size() - listed);
+}
+
+void AppendDoubt(const RepairPlan& plan, std::string& text) {
+  if (plan.doubtful == 0) return;
+  text +=
+      "  in doubt: " + Counted(plan.doubtful, "message") + " without a date; the bytes may be no messages\n";
+}
+
+// Returns whether most of what was found is doubtful, or nothing of what was there could be saved.
+bool IsPoor(const RepairPlan& plan) {
+  const std::uint64_t found = plan.oldestFirst.size();
+  return 2 * plan.doubtful > found || (found == 0 && plan.lost > 0);
+}
+
 std::string ReportOf(const std::string& target, const RepairPlan& plan, std::uint64_t written,
-                     std::uint32_t capacity) {
+                     std::uint32_t capacity, bool all) {
   const std::uint64_t carved = plan.oldestFirst.size() - plan.fromRing;
   std::string text = target + ": " + Counted(written, "message");
   if (carved > 0) text += ", " + std::to_string(carved) + " of them carved";
   text += "\n";
+  AppendLogs(plan, text);
+  AppendBreaks(plan, all, text);
   if (!plan.headerTrusted)
     text +=
         "  the header is not valid: every slot was searched, and some messages may be older than the log\n";
   AppendOmitted(plan, written, capacity, text);
   AppendChanges(plan, text);
   AppendLosses(plan, text);
+  AppendDoubt(plan, text);
   return text + "  a server keeps them if its capacity is set to " + std::to_string(capacity) + "\n";
 }
 
@@ -93,30 +139,30 @@ std::string ReportOf(const std::string& target, const RepairPlan& plan, std::uin
 
 int RepairFile(const RepairVerbOptions& options) {
   if (TamLogClient::IsSameFile(options.file, options.output))
-    return Refuse(kUsage, "--output '" + options.output + "': is the damaged file itself; give another name");
+    return Refuse(kUsage, "NEW '" + options.output + "': is the damaged file itself; give another name");
   auto busy = std::make_optional<Busy>("searching " + options.file);
-  std::string bytes;
-  if (const auto status = TamLogClient::ReadFileBytes(options.file, bytes); status != Status::Ok) {
+  const auto fail = [&](const TamLogClient::FileStatus& status, const std::string& remark) {
     busy.reset();
-    return Refuse(ExitCodeOf(status), FileProblem(options.file, status));
-  }
+    return Refuse(ExitCodeOf(status), FileProblem(options.file, status, remark));
+  };
+  TamLogClient::FileBytes bytes;
+  if (const auto status = bytes.Open(options.file); status != Status::Ok) return fail(status, "");
   const LogFileImage image(bytes);
-  constexpr std::size_t kListed = 20;
+  if (const std::string why = WhyNoLog(image); !why.empty()) return fail(Status::NotALog, why);
   const auto plan = PlanRepair(image, {options.carve, options.unique,
                                        options.all ? std::numeric_limits<std::size_t>::max() : kListed});
   busy.reset();
   const std::uint64_t found = plan.oldestFirst.size();
-  // Without --capacity there is room for every message.
-  const std::uint32_t capacity =
-      options.capacity > 0 ? options.capacity : std::max(plan.capacity, static_cast<std::uint32_t>(found));
+  const std::uint32_t capacity = options.capacity > 0 ? options.capacity : plan.capacity;
   const std::uint64_t messages = std::min<std::uint64_t>(found, capacity);
   const auto messageAt = [&](std::uint64_t index) {
     return SavedMessageOf(image, plan.oldestFirst[found - messages + index]);
   };
   const int code = WriteLogTarget(options.output, messages, messageAt, capacity, options.force);
   if (code != kDone) return code;
-  if (options.quiet) return kDone;
-  return WriteOut(ReportOf(options.output, plan, messages, capacity)) ? kDone : kOutputFailed;
+  const int exitCode = IsPoor(plan) ? kDamaged : kDone;
+  if (options.quiet) return exitCode;
+  return WriteOut(ReportOf(options.output, plan, messages, capacity, options.all)) ? exitCode : kOutputFailed;
 }
 
 }  // namespace TamLogCtl

@@ -43,7 +43,7 @@ std::optional<int> PrintInOrder(const ShowOptions& options, Printer& printer) {
   auto busy = std::make_optional<Busy>("reading " + path);
   const auto survey = scan.Survey();
   busy.reset();
-  if (!survey || !survey->inTimeOrder) return std::nullopt;
+  if (!survey || !survey->inTimeOrder || !IsSound(path, *survey)) return std::nullopt;
   int exitCode = JudgeMessages(path, survey->damaged, options.quiet);
   Pager pager;
   if (!options.noPager) pager.Begin();

@@ -1,10 +1,13 @@
 #include "tamlogctl/read/verify.h"
 
 #include <algorithm>
+#include <array>
 #include <limits>
 #include <optional>
 
+#include "client/file/file_bytes.h"
 #include "client/file/log_file_verify.h"
+#include "client/file/log_recognition.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/counted.h"
 #include "tamlogctl/base/exit_code.h"
@@ -19,6 +22,7 @@ namespace {
 
 using TamLogClient::FileFinding;
 using TamLogClient::FileRule;
+using TamLogClient::LogFileImage;
 using TamLogClient::Status;
 using TamLogClient::VerifyReport;
 
@@ -31,9 +35,11 @@ std::string LineOf(const FileFinding& finding) {
 }
 
 std::string Verdict(const VerifyReport& report) {
-  if (report.Damage() > 0)
-    return "damaged (" + Counted(report.Damage(), "place") +
-           "): a server would empty it at its next start; save its messages with: tamlogctl repair";
+  const std::string places = "damaged (" + Counted(report.Damage(), "place") + "): ";
+  constexpr const char* kRepair = "; save its messages with: tamlogctl repair";
+  if (report.Damage() > 0 && report.Accepted())
+    return places + "a server would keep the messages that its slots hold" + kRepair;
+  if (report.Damage() > 0) return places + "a server would empty it at its next start" + kRepair;
   if (!report.Accepted())
     return "no damage, but a server would empty it at its next start: it is in order newest first; put it in "
            "order "
@@ -41,15 +47,48 @@ std::string Verdict(const VerifyReport& report) {
   return "no damage";
 }
 
-std::string TextOf(const std::string& name, const VerifyReport& report) {
-  std::string text = name + ": " + Verdict(report) + "\n  " + std::to_string(report.header.messageCount) +
-                     " messages, capacity " + std::to_string(report.header.maxMessages) + ", " +
-                     Counted(report.slotsThere, "slot") + " in " + Counted(report.size, "byte") + "\n";
-  for (const FileFinding& finding : report.findings) text += LineOf(finding);
-  const std::uint64_t rest = report.Damage() + report.Remarks() - report.findings.size();
+// Returns the findings of one rule in one line: the first of them, and how many there are.
+std::string CountedLine(const FileFinding& first, std::uint64_t count) {
+  std::string line = LineOf(first);
+  if (count == 1) return line;
+  line.pop_back();
+  return line + ", and " + std::to_string(count - 1) + " more\n";
+}
+
+// Damage first: a healthy log can have thousands of remarks.
+std::string ListOf(const VerifyReport& report, bool all) {
+  std::string damage;
+  std::string remarks;
+  std::array<bool, TamLogClient::kFileRules> met{};
+  for (const FileFinding& finding : report.findings) {
+    if (!IsRemark(finding.rule)) {
+      damage += LineOf(finding);
+      continue;
+    }
+    const auto rule = static_cast<std::size_t>(finding.rule);
+    if (all) {
+      remarks += LineOf(finding);
+    } else if (!met[rule]) {
+      remarks += CountedLine(finding, report.count[rule]);
+    }
+    met[rule] = true;
+  }
+  const auto listed = static_cast<std::uint64_t>(
+      std::count_if(report.findings.begin(), report.findings.end(),
+                    [](const FileFinding& finding) { return !IsRemark(finding.rule); }));
+  const std::uint64_t rest = report.Damage() - listed;
   if (rest > 0)
-    text += "  and " + std::to_string(rest) + " more that break the same rules; list them with --all\n";
-  return text;
+    damage += "  and " + std::to_string(rest) + " more that break the same rules; list them with --all\n";
+  if (!all && report.Remarks() > static_cast<std::uint64_t>(std::count(met.begin(), met.end(), true)))
+    remarks += "  list every remark with --all\n";
+  return damage + remarks;
+}
+
+std::string TextOf(const std::string& name, const VerifyReport& report, bool all) {
+  return name + ": " + Verdict(report) + "\n  " + std::to_string(report.header.messageCount) +
+         " messages, capacity " + std::to_string(report.header.maxMessages) + ", " +
+         Counted(report.slotsThere, "slot") + " in " + Counted(report.size, "byte") + "\n" +
+         ListOf(report, all);
 }
 
 JsonObject ObjectOf(const FileFinding& finding) {
@@ -66,8 +105,12 @@ std::string JsonOf(const std::string& name, const VerifyReport& report) {
   for (std::size_t i = 0; i < TamLogClient::kFileRules; ++i) {
     if (report.count[i] > 0) counts.emplace_back(RuleName(static_cast<FileRule>(i)), report.count[i]);
   }
-  JsonArray findings;
-  for (const FileFinding& finding : report.findings) findings.emplace_back(ObjectOf(finding));
+  JsonArray findings;  // damage first
+  for (const bool remarks : {false, true}) {
+    for (const FileFinding& finding : report.findings) {
+      if (IsRemark(finding.rule) == remarks) findings.emplace_back(ObjectOf(finding));
+    }
+  }
   const JsonObject json{{"file", name},
                         {"damaged", report.Damage() > 0},
                         {"accepted", report.Accepted()},
@@ -88,13 +131,12 @@ class Verify {
 
   void File(const std::string& path) {
     auto busy = std::make_optional<Busy>("verifying " + path);
-    std::string bytes;
-    const auto status = TamLogClient::ReadFileBytes(path, bytes);
-    if (status != Status::Ok) {
-      busy.reset();
-      return Worsen(Refuse(ExitCodeOf(status), FileProblem(path, status)));
-    }
-    Judge(path, bytes, false, busy);
+    TamLogClient::FileBytes bytes;
+    if (const auto status = bytes.Open(path); status != Status::Ok) return Fail(path, status, "", busy);
+    const LogFileImage image(bytes);
+    const std::string why = WhyNoLog(image);
+    if (!why.empty()) return Fail(path, Status::NotALog, why, busy);
+    Judge(path, image, false, busy);
   }
 
   void Live() {
@@ -102,7 +144,7 @@ class Verify {
     const int code = ReadLiveImage(options.timeoutMs, bytes);
     if (code != kDone) return Worsen(code);
     auto busy = std::make_optional<Busy>("verifying");
-    Judge("the running server's log", bytes, true, busy);
+    Judge("the running server's log", LogFileImage(bytes), true, busy);
   }
 
   int ExitCode() const { return exitCode; }
@@ -110,14 +152,21 @@ class Verify {
  private:
   void Worsen(int code) { exitCode = WorseOf(exitCode, code); }
 
-  void Judge(const std::string& name, const std::string& bytes, bool live, std::optional<Busy>& busy) {
+  void Fail(const std::string& path, const TamLogClient::FileStatus& status, const std::string& remark,
+            std::optional<Busy>& busy) {
+    busy.reset();
+    Worsen(Refuse(ExitCodeOf(status), FileProblem(path, status, remark)));
+  }
+
+  void Judge(const std::string& name, const LogFileImage& image, bool live, std::optional<Busy>& busy) {
     constexpr std::size_t kListed = 20;
     const std::size_t most = options.all ? std::numeric_limits<std::size_t>::max() : kListed;
-    const auto report = VerifyLogFile(TamLogClient::LogFileImage(bytes), {most, live});
+    const auto report = VerifyLogFile(image, {.most = most, .live = live});
     busy.reset();
     if (report.Damage() > 0 || (options.strict && !report.Accepted())) Worsen(kNegative);
     if (options.quiet) return;
-    if (!WriteOut(options.json ? JsonOf(name, report) : TextOf(name, report))) Worsen(kOutputFailed);
+    if (!WriteOut(options.json ? JsonOf(name, report) : TextOf(name, report, options.all)))
+      Worsen(kOutputFailed);
   }
 
   const VerifyVerbOptions& options;

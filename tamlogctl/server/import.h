@@ -13,7 +13,9 @@ namespace TamLogCtl {
 struct ImportOptions : CommonOptions {
   std::vector<std::string> files;
   std::string input = "auto";       // auto, log, json or tsv
-  std::uint32_t retrySeconds = 30;  // how long to wait for a server that is gone
+  std::uint32_t retrySeconds = 30;  // how long to wait for a server that is gone ...
+  bool waitAtStart = false;         // ... also for one that is not there at the start
+  bool again = false;               // send messages that the log already holds
   bool quiet = false;
 };
 

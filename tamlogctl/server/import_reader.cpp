@@ -8,6 +8,7 @@
 #include "client/file/log_file_image.h"
 #include "client/file/log_file_repair.h"
 #include "client/file/log_file_verify.h"
+#include "client/file/log_recognition.h"
 #include "client/format/tsv_text.h"
 #include "client/message/hex.h"
 #include "client/message/message_body.h"
@@ -122,6 +123,11 @@ void ReadLines(std::string_view bytes, bool json, ImportSource& source) {
 
 void ReadLog(const std::string& bytes, ImportSource& source) {
   const LogFileImage image(bytes);
+  if (const std::string why = TamLogClient::WhyNoLog(image); !why.empty()) {
+    source.problem = ProblemOf(TamLogClient::Status::NotALog, why);
+    source.exitCode = kNotALog;
+    return;
+  }
   const auto plan = PlanRepair(image);
   for (const auto& saved : plan.oldestFirst) source.messages.push_back(SavedMessageOf(image, saved).body);
   if (VerifyLogFile(image, {.most = 0}).Damage() == 0) return;

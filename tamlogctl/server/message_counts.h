@@ -15,4 +15,14 @@ using MessageCounts =
 
 MessageCounts CountsOf(const TamLogClient::LogSnapshot& log);
 
+// The oldest time in a log. A full log has no room for a message that is not newer.
+struct Oldest {
+  bool full = false;
+  std::uint64_t key = UINT64_MAX;
+
+  bool LeavesRoomFor(const LogMessageBody& message) const { return !full || TimeKey(message) > key; }
+};
+
+Oldest OldestOf(const TamLogClient::LogSnapshot& log);
+
 }  // namespace TamLogCtl

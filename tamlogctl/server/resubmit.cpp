@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "client/message/log_message_view.h"
@@ -9,7 +10,7 @@
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/live_log.h"
 #include "tamlogctl/base/progress.h"
-#include "tamlogctl/server/live_server.h"
+#include "tamlogctl/server/live_delivery.h"
 #include "tamlogctl/server/message_counts.h"
 
 namespace TamLogCtl {
@@ -37,20 +38,23 @@ Messages Missing(const LogSnapshot& before, const LogSnapshot& now) {
   return missing;
 }
 
-// Waits for a flush after each `atOnce` messages.
-int SendSlowly(TamLogClient::LogClient& client, const Messages& messages, std::size_t atOnce) {
+// `there` has the messages that the log holds now.
+int SendAll(TamLogClient::LogClient& client, const Messages& messages, MessageCounts there,
+            const DeliveryOptions& options, std::uint32_t timeoutMs) {
   Progress progress("sending again", messages.size());
-  std::size_t sent = 0;
-  for (const LogMessage* message : messages) {
-    if (sent > 0 && sent % atOnce == 0) WaitForFlush();
-    if (Interrupted()) return kInterrupted;
-    if (const Status status = client.Submit(message->body); status != Status::Ok) {
-      Say(std::to_string(sent) + " of " + std::to_string(messages.size()) + " messages were sent again");
-      return Refuse(status, "sending again");
-    }
-    progress.Show(++sent);
+  LiveTarget target(client, timeoutMs, false);
+  Delivery delivery(target, options);
+  delivery.SetKnown(std::move(there));
+  int code = kDone;
+  for (std::size_t i = 0; i < messages.size() && code == kDone; ++i) {
+    progress.Show(i);
+    code = Interrupted() ? kInterrupted : delivery.Send(messages[i]->body);
   }
-  return kDone;
+  if (code == kDone) code = delivery.Finish();
+  if (code != kDone)
+    Say(std::to_string(delivery.Sent()) + " of " + std::to_string(messages.size()) +
+        " messages were sent again");
+  return code;
 }
 
 }  // namespace
@@ -65,9 +69,9 @@ int Resubmit(TamLogClient::LogClient& client, const LogSnapshot& before, std::ui
   const std::size_t wanted = missing.size();
   if (missing.size() > room)
     missing.erase(missing.begin(), missing.end() - static_cast<std::ptrdiff_t>(room));
-  const std::size_t atOnce = std::max<std::size_t>(1, static_cast<std::size_t>(now.header.maxMessages) / 2);
-  if (const int exitCode = SendSlowly(client, missing, atOnce); exitCode != kDone) return exitCode;
-  WaitForFlush();
+  const DeliveryOptions chosen{.capacity = static_cast<std::size_t>(std::max(0, now.header.maxMessages))};
+  if (const int exitCode = SendAll(client, missing, CountsOf(now), chosen, timeoutMs); exitCode != kDone)
+    return exitCode;
   LogSnapshot after;
   if (const Status status = ReadLiveLog(timeoutMs, after); status != Status::Ok)
     return Refuse(status, kReading);

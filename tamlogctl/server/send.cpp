@@ -3,17 +3,12 @@
 #include <functional>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "client/file/file_path.h"
-#include "client/format/tsv_text.h"
 #include "client/live/log_client.h"
 #include "client/live/log_reader.h"
-#include "client/message/local_time.h"
 #include "client/message/log_message_view.h"
-#include "client/message/message_body.h"
-#include "client/message/text_split.h"
 #include "client/message/time_text.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
@@ -21,140 +16,239 @@
 #include "tamlogctl/base/progress.h"
 #include "tamlogctl/base/wait.h"
 #include "tamlogctl/server/filter_text.h"
+#include "tamlogctl/server/live_delivery.h"
 #include "tamlogctl/server/live_server.h"
 #include "tamlogctl/server/send.h"
+#include "tamlogctl/server/send_lines.h"
 
 namespace TamLogCtl {
 
 namespace {
 
 using TamLogClient::LogClient;
-using TamLogClient::MessageDraft;
 using TamLogClient::Status;
+using LineSource = std::function<bool(std::string&)>;
 
-constexpr std::size_t kLongestField = kTextSize - 1;
+// Returns whether the lines after one with this result are still sent.
+bool GoesOn(int exitCode) {
+  return exitCode == kDone || exitCode == kNegative || exitCode == kRefused;
+}
+
+std::string LineName(std::size_t number) {
+  return "line " + std::to_string(number);
+}
 
 class Sender {
  public:
   explicit Sender(const SendOptions& chosen)
-      : options(chosen), client({kRequestPipeName, chosen.timeoutMs}) {}
+      : options(chosen),
+        client({kRequestPipeName, chosen.timeoutMs}),
+        target(client, chosen.timeoutMs, false) {}
 
   int Run();
 
  private:
-  int SendOne();
-  int SendLines(const std::function<bool(std::string&)>& next);
-  int SendLine(const std::string& line, const std::string& where);
-  int SendDraft(const MessageDraft& draft, const std::string& where);
-  int SendPieces(const MessageDraft& draft, const std::string& where);
-  int Submit(const MessageDraft& draft, std::string_view text, const std::string& where);
+  std::uint64_t RetryMs() const { return std::uint64_t{options.retrySeconds} * 1000; }
+  std::uint64_t RetryAtStartMs() const { return options.waitAtStart ? RetryMs() : 0; }
+  int SendText();
+  int SendFile();
+  int CheckLines(std::ifstream& file);
+  int SendLines(const LineSource& next);
+  int SendLine(const std::string& line, std::size_t number);
+  int Connect();
+  int SendOnce(const LogMessageBody& message);
+  int FinishLines(int exitCode, std::size_t lines);
+  int Abandon(int exitCode, std::size_t number);
+  void Mark(LogMessageBody& message);
   int Confirm(const LogMessageBody& message);
+  int LookFor(const LogMessageBody& message, bool& seen);
   bool Find(const LogMessageBody& message) const;
   bool IsDropped(const LogMessageBody& message);
-  std::optional<MessageDraft> DraftOf(const std::string& line, std::string& problem);
 
   const SendOptions& options;
   LogClient client;
+  LiveTarget target;
+  std::optional<Delivery> delivery;
   std::optional<TamLogClient::TimeWords> time;
-  std::uint32_t sent = 0;
+  std::vector<LogMessageBody> messages;  // of the present line
+  LineNumbers unsendable;
+  std::uint32_t marked = 0;
   TamLogClient::LogSnapshot snapshot;  // of --confirm
 };
 
 int Sender::Run() {
-  if (options.confirm) DeferInterrupts();
   if (!options.time.empty()) {
     time = TamLogClient::ParseTime(options.time);
     if (!time) return Refuse(kUsage, "--time '" + options.time + "': expected YYYY-MM-DD HH:MM:SS.mmm");
   }
-  if (options.hasArgument && options.input.empty()) return SendLine(options.argument, "");
-  if (!options.hasArgument) {
-    if (StdinIsTerminal()) Say("reading messages from standard input, one on each line");
-    return SendLines(ReadLine);
+  if (options.hasArgument) return options.input.empty() ? SendText() : SendFile();
+  if (StdinIsTerminal()) Say("reading messages from standard input, one on each line");
+  return SendLines(ReadLine);
+}
+
+int Sender::Connect() {
+  SettingsBody settings{};
+  if (const int code = AwaitServer(client, RetryAtStartMs(), settings); code != kDone) return code;
+  delivery.emplace(target, DeliveryOptions{.retryMs = RetryMs(), .capacity = settings.maxMessage});
+  return kDone;
+}
+
+// Without --retry it does not wait for a server that stops meanwhile: scripts send single messages at any
+// time.
+int Sender::SendText() {
+  std::string problem;
+  if (!AppendMessagesOf(options.argument, options, time, messages, problem)) return Refuse(kUsage, problem);
+  if (options.confirm || options.waitAtStart) DeferInterrupts();
+  if (options.waitAtStart) {
+    if (const int code = Connect(); code != kDone) return code;
   }
+  for (LogMessageBody& message : messages) {
+    Mark(message);
+    int code = options.waitAtStart ? delivery->Send(message) : SendOnce(message);
+    if (code == kDone && options.confirm) code = Confirm(message);
+    if (code != kDone) return code;
+  }
+  return options.waitAtStart ? delivery->Finish() : kDone;
+}
+
+int Sender::SendOnce(const LogMessageBody& message) {
+  const Status status = client.Submit(message);
+  return status == Status::Ok ? kDone : Refuse(status);
+}
+
+// A file is checked to its end before anything is sent, so that it is sent whole or not at all.
+int Sender::SendFile() {
   std::ifstream file;
   if (const auto status = TamLogClient::OpenForReading(options.argument, file); status != Status::Ok)
     return Refuse(ExitCodeOf(status), FileProblem(options.argument, status));
+  if (const int code = CheckLines(file); code != kDone) return code;
+  file.clear();
+  file.seekg(0);
   return SendLines([&file](std::string& line) { return ReadFileLine(file, line); });
 }
 
-int Sender::SendLines(const std::function<bool(std::string&)>& next) {
+int Sender::CheckLines(std::ifstream& file) {
+  std::string line;
+  std::string problem;
+  std::size_t number = 0;
+  while (ReadFileLine(file, line)) {
+    ++number;
+    messages.clear();
+    if (AppendMessagesOf(line, options, time, messages, problem)) continue;
+    if (unsendable.Count() < LineNumbers::kMostRanges)
+      Say(options.argument + ": " + LineName(number) + ": " + problem);
+    unsendable.Add(number);
+  }
+  if (unsendable.Count() == 0) return kDone;
+  return Refuse(kUsage, "nothing was sent: " + std::to_string(unsendable.Count()) + " of " +
+                            std::to_string(number) + " lines cannot be sent");
+}
+
+int Sender::SendLines(const LineSource& next) {
+  DeferInterrupts();
   std::string line;
   int worst = kDone;
   Progress progress("lines sent:");
-  for (std::uint64_t number = 1; next(line); ++number) {
-    progress.Show(number);
-    const int exitCode = SendLine(line, "line " + std::to_string(number) + ": ");
+  std::size_t number = 0;
+  while (!Interrupted() && next(line)) {
+    progress.Show(++number);
+    const int exitCode = SendLine(line, number);
+    if (!GoesOn(exitCode)) return Abandon(exitCode, number);
     worst = WorseOf(worst, exitCode);
-    // After a negative answer of --confirm the other lines are still sent.
-    if (exitCode == kDone || exitCode == kNegative) continue;
-    return Refuse(exitCode, std::to_string(sent) + " messages were sent before it");
+  }
+  if (Interrupted()) return Abandon(kInterrupted, number);
+  return FinishLines(worst, number);
+}
+
+// kNegative: the line cannot be sent, or --confirm has not found it. kRefused: the server refused it.
+int Sender::SendLine(const std::string& line, std::size_t number) {
+  std::string problem;
+  messages.clear();
+  if (!AppendMessagesOf(line, options, time, messages, problem)) {
+    unsendable.Add(number);
+    if (unsendable.Count() <= LineNumbers::kMostRanges) Say(LineName(number) + ": " + problem);
+    return kNegative;
+  }
+  if (!delivery) {
+    if (const int code = Connect(); code != kDone) return code;
+  }
+  int worst = kDone;
+  for (LogMessageBody& message : messages) {
+    Mark(message);
+    const std::size_t refused = delivery->Refused();
+    if (const int code = delivery->Send(message, number); code != kDone) return code;
+    if (delivery->Refused() > refused) {
+      unsendable.Add(number);
+      return Refuse(delivery->LastRefusal(), LineName(number));
+    }
+    if (!options.confirm) continue;
+    const int code = Confirm(message);
+    if (code != kDone && code != kNegative) return code;
+    worst = WorseOf(worst, code);
   }
   return worst;
 }
 
-std::optional<MessageDraft> Sender::DraftOf(const std::string& line, std::string& problem) {
-  if (options.input == "tsv") return TamLogClient::ParseTsvLine(line, problem);
-  MessageDraft draft;
-  TamLogClient::SetTime(draft.body, time ? *time : TamLogClient::LocalNow());
-  draft.body.type = options.type;
-  draft.source = options.source;
-  draft.text = line;
-  return draft;
+int Sender::FinishLines(int exitCode, std::size_t lines) {
+  if (delivery) {
+    if (const int code = delivery->Finish(); code != kDone) return Abandon(code, lines);
+  }
+  if (unsendable.Count() == lines && exitCode == kNegative) exitCode = kUsage;
+  if (unsendable.Count() > 0)
+    Say(std::to_string(lines - unsendable.Count()) + " of " + std::to_string(lines) +
+        " lines were sent; not sent: " + (unsendable.Count() == 1 ? "line " : "lines ") + unsendable.Text());
+  if (delivery && delivery->Losses() > 0) {
+    const std::size_t missing = delivery->Sent() - delivery->Arrived();
+    Say(std::to_string(delivery->Sent()) + " messages: " + std::to_string(delivery->Arrived()) +
+        " in the log, " + std::to_string(missing) + " not" +
+        (missing > 0 ? " (refused, dropped by a filter or a type, or older than the full log holds)" : "") +
+        "; " + std::to_string(delivery->SentAgain()) + " were sent again after lost connections");
+  }
+  return exitCode;
 }
 
-int Sender::SendLine(const std::string& line, const std::string& where) {
-  std::string problem;
-  const auto draft = DraftOf(line, problem);
-  return draft ? SendDraft(*draft, where) : Refuse(kUsage, where + problem);
+// Reports which lines have arrived, and from which one on they are to be sent again.
+int Sender::Abandon(int exitCode, std::size_t number) {
+  if (!delivery || number == 0) return exitCode;
+  delivery->Review();
+  const std::size_t first = delivery->FirstUncertain();
+  if (first == 0) return Refuse(exitCode, "all lines up to line " + std::to_string(number) + " have arrived");
+  std::string text = first > 1 ? "the lines before line " + std::to_string(first) + " have arrived; " : "";
+  text += "whether " + LineName(first);
+  if (first < number) text += " to " + LineName(number);
+  return Refuse(exitCode,
+                text + " arrived is not known; to go on from there: tail -n +" + std::to_string(first));
 }
 
-int Sender::SendDraft(const MessageDraft& draft, const std::string& where) {
-  if (draft.source.size() > kLongestField) {
-    return Refuse(kUsage, where + "the source has " + std::to_string(draft.source.size()) +
-                              " bytes, 256 are allowed; shorten it");
-  }
-  if (draft.text.find('\0') != std::string::npos || draft.source.find('\0') != std::string::npos) {
-    return Refuse(kUsage,
-                  where + "a message cannot contain a zero byte; remove it, for example with: tr -d '\\0'");
-  }
-  if (draft.text.size() <= kLongestField) return Submit(draft, draft.text, where);
-  switch (options.longText) {
-    case LongText::Truncate:
-      return Submit(draft, TamLogClient::TruncateText(draft.text, kLongestField), where);
-    case LongText::Split:
-      return SendPieces(draft, where);
-    case LongText::Refuse:
-      break;
-  }
-  return Refuse(kUsage, where + "the text has " + std::to_string(draft.text.size()) +
-                            " bytes, 256 are allowed; add --truncate or --split");
-}
-
-int Sender::SendPieces(const MessageDraft& draft, const std::string& where) {
-  for (const std::string& piece : TamLogClient::SplitText(draft.text, kLongestField)) {
-    if (const int exitCode = Submit(draft, piece, where); exitCode != kDone) return exitCode;
-  }
-  return kDone;
-}
-
-int Sender::Submit(const MessageDraft& draft, std::string_view text, const std::string& where) {
-  LogMessageBody message = draft.body;
-  TamLogClient::FillTexts(draft.source, text, message);
-  // The server ignores `origin`. Process and running number make equal messages different, so that --confirm
-  // finds the right one.
+// The server ignores `origin`. Process and running number make equal messages different, so that each one can
+// be recognized in the log.
+void Sender::Mark(LogMessageBody& message) {
   const std::uint32_t process = ProcessId();
   std::memcpy(&message.origin[0], &process, sizeof(process));
-  std::memcpy(&message.origin[4], &sent, sizeof(sent));
-  const Status status = client.Submit(message);
-  if (status != Status::Ok) return Refuse(ExitCodeOf(status), where + Explain(status));
-  ++sent;
-  return options.confirm ? Confirm(message) : kDone;
+  std::memcpy(&message.origin[4], &marked, sizeof(marked));
+  ++marked;
+}
+
+// Waits until the log shows the message. One that a restart of the server has lost is sent again.
+int Sender::Confirm(const LogMessageBody& message) {
+  bool seen = false;
+  int exitCode = LookFor(message, seen);
+  if (exitCode == kDone && !seen && delivery) {
+    const std::size_t again = delivery->SentAgain();
+    if (const int code = delivery->Finish(); code != kDone) return code;
+    if (delivery->SentAgain() > again) exitCode = LookFor(message, seen);
+  }
+  if (exitCode != kDone || seen) return exitCode;
+  return Refuse(
+      kNegative,
+      "not seen in 1 s: a reader may block the server (see: tamlogctl doctor), or the log may be full "
+      "of later messages");
 }
 
 // Looks for the message in the log for one second: the server writes what it keeps within 0.2 s. A message
 // that is not there after 0.4 s is judged by the server's filters, so that the answer need not wait for the
 // whole second.
-int Sender::Confirm(const LogMessageBody& message) {
+int Sender::LookFor(const LogMessageBody& message, bool& seen) {
   constexpr std::uint64_t kLookMs = 1000;
   constexpr std::uint64_t kJudgeMs = 400;
   const std::uint64_t start = Ticks();
@@ -170,18 +264,14 @@ int Sender::Confirm(const LogMessageBody& message) {
       exitCode = Refuse(status, "sent, but it cannot be looked for");
       return true;
     }
-    if (status == Status::Ok && Find(message)) return true;
-    if (judged || Ticks() - start < kJudgeMs) return false;
+    seen = status == Status::Ok && Find(message);
+    if (seen || judged || Ticks() - start < kJudgeMs) return seen;
     judged = true;
     if (IsDropped(message)) exitCode = kNegative;
     return exitCode == kNegative;
   };
   const int waited = WaitUntil(kLookMs, 50, isKnown);
-  if (waited != kTimedOut) return waited == kDone ? exitCode : waited;
-  return Refuse(
-      kNegative,
-      "not seen in 1 s: a reader may block the server (see: tamlogctl doctor), or the log may be full "
-      "of later messages");
+  return waited == kInterrupted ? waited : exitCode;
 }
 
 bool Sender::Find(const LogMessageBody& message) const {

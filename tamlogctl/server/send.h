@@ -20,6 +20,8 @@ struct SendOptions : CommonOptions {
   std::string input;  // "", "text" or "tsv"; unless it is "", `argument` is a file
   LongText longText = LongText::Refuse;
   bool confirm = false;
+  std::uint32_t retrySeconds = 30;  // how long to wait for a server that is gone ...
+  bool waitAtStart = false;         // ... also at the start, and for a single message
 };
 
 // Returns the exit code, and explains a failure on stderr.

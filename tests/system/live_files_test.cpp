@@ -215,7 +215,7 @@ TEST_F(LiveFiles, ImportBringsBackWhatEachFormatHasSaved) {
   Expect("export " + Quoted("saved.tsv") + " -o tsv", 0, "30 messages");
   for (const char* const name : {"saved.dat", "saved.json", "saved.tsv"}) {
     Expect("clear --yes", 0, "emptied");
-    Expect("import " + Quoted(name), 0, "30 messages sent: 30 in the log, 0 not, 0 refused");
+    Expect("import " + Quoted(name), 0, "30 messages: 30 in the log, 0 not, 0 refused");
     const bool bytes = std::string(name) != "saved.tsv";  // tsv has no column for hidden bytes
     const std::string fields = bytes ? "time,type,source,text,origin,tail" : "time,type,source,text";
     const std::string now = RunTool("show -o json --fields " + fields).output;
@@ -224,6 +224,10 @@ TEST_F(LiveFiles, ImportBringsBackWhatEachFormatHasSaved) {
     }
     EXPECT_EQ(std::count(now.begin(), now.end(), '\n'), 30) << name;
     Expect("show -o cat -n 1", 0, TextOf(29));
+    Expect("import " + Quoted(name), 0, "30 messages: 30 in the log (30 already were), 0 not, 0 refused");
+    Expect("show --count", 0, "30");
+    Expect("import --again " + Quoted(name), 0, "30 messages: 30 in the log, 0 not, 0 refused");
+    Expect("show --count", 0, "60");
   }
 }
 
@@ -235,6 +239,7 @@ TEST_F(LiveFiles, ImportSaysWhatDidNotStayInTheLog) {
   Expect("clear --yes", 0, "emptied");
   Expect("filter add -x System", 0, "");
   Expect("import " + Quoted("saved.dat"), 1, "0 in the log, 30 not, 0 refused");
+  Expect("import -q " + Quoted("saved.dat"), 1, "not in the log: 30 dropped by a filter or a disabled type");
   Expect("filter clear", 0, "");
   // An unterminated text costs one message; the others are submitted.
   std::string bytes = ReadWholeFile(ScratchFile("saved.dat"));
@@ -256,6 +261,7 @@ TEST_F(LiveFiles, ImportOfMoreThanTheCapacityLeavesALogThatIsKept) {
   RunService({.maxMessage = 100});
   WriteWholeFile(ScratchFile("many.tsv"), TsvLines(250));
   Expect("import " + Quoted("many.tsv"), 1, "100 in the log, 150 not, 0 refused");
+  Expect("import -q " + Quoted("many.tsv"), 1, "not in the log: 150 older than the full log holds");
   Expect("verify --live --strict -q", 0, "");
   StopService();
   StartService();
@@ -275,12 +281,56 @@ TEST_F(LiveFiles, ImportGoesOnOverARestartOfTheServerWithoutRepeatingAMessage) {
   const CommandReport report = ReportAtEnd(import);
   EXPECT_EQ(report.exitCode, 1U) << report.output;
   EXPECT_NE(report.output.find("the connection was lost after "), std::string::npos) << report.output;
-  EXPECT_NE(report.output.find("10000 messages sent: 1000 in the log, 9000 not, 0 refused"),
-            std::string::npos)
+  EXPECT_NE(report.output.find("10000 messages: 1000 in the log, 9000 not, 0 refused"), std::string::npos)
       << report.output;
   std::string expected;
   for (const std::string& text : Texts(9000, 10000)) expected += text + "\n";
   EXPECT_EQ(RunTool("show -o cat").output, expected);
+}
+
+// The texts come from a pipe, which cannot be read a second time.
+TEST_F(LiveFiles, SendGoesOnOverRestartsOfTheServerWithoutLosingOrRepeatingALine) {
+  RunService({.maxMessage = 4000});
+  ChildProcess sender(CommandLine("send -s Piped --retry 60"));
+  std::thread feeder([&sender] {
+    for (int number = 0; number < 2000; ++number) {
+      sender.WriteLine(TextOf(number));
+      if (number % 10 == 0) std::this_thread::sleep_for(20ms);
+    }
+  });
+  for (int count = 200; count <= 1000; count += 400) {
+    EXPECT_TRUE(Eventually(20s, [&] { return Header().messageCount >= count; }));
+    StopService();
+    StartService();
+  }
+  feeder.join();
+  sender.CloseInput();
+  const CommandReport report = ReportAtEnd(sender);
+  EXPECT_EQ(report.exitCode, 0U) << report.output;
+  EXPECT_NE(report.output.find("2000 messages: 2000 in the log, 0 not; "), std::string::npos)
+      << report.output;
+  std::string expected;
+  for (const std::string& text : Texts(0, 2000)) expected += text + "\n";
+  EXPECT_EQ(RunTool("show -o cat").output, expected);
+}
+
+// The account names the line from which on a second run loses and repeats the fewest.
+TEST_F(LiveFiles, SendThatGivesUpSaysWhichLinesHaveArrived) {
+  RunService({.maxMessage = 400});
+  ChildProcess sender(CommandLine("send -s Piped --retry 2"));
+  for (int number = 0; number < 20; ++number) sender.WriteLine(TextOf(number));
+  ASSERT_TRUE(WaitForMessageCount(20, 10s));
+  std::this_thread::sleep_for(2500ms);
+  sender.WriteLine(TextOf(20));  // the log is read after it
+  ASSERT_TRUE(WaitForMessageCount(21, 10s));
+  StopService();
+  sender.WriteLine(TextOf(21));
+  const CommandReport report = ReportAtEnd(sender);
+  EXPECT_EQ(report.exitCode, 3U) << report.output;
+  EXPECT_NE(report.output.find("the server did not come back for 2 s"), std::string::npos) << report.output;
+  EXPECT_NE(report.output.find("whether line 2"), std::string::npos) << report.output;
+  EXPECT_NE(report.output.find("arrived is not known; to go on from there: tail -n +2"), std::string::npos)
+      << report.output;
 }
 
 TEST_F(LiveFiles, LongTextsAreMarkedWhereTheyWereCutAndStatusKnowsBothEnds) {

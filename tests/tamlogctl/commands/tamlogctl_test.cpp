@@ -19,6 +19,30 @@ using TamLogTest::ServedLog;
 using TamLogTest::TestServer;
 using TestSupport::Outcome;
 
+// Accepts every message, and shares a log that none of them reaches.
+class AcceptingServer {
+ public:
+  std::vector<std::string> Texts() const {
+    std::vector<std::string> texts;
+    for (const PipeRequest& request : server.Requests()) {
+      if (request.code == static_cast<std::uint32_t>(RequestCode::SubmitMessage))
+        texts.emplace_back(request.message.text);
+    }
+    return texts;
+  }
+
+ private:
+  static Answer Accept(const PipeRequest& request, PipeReply& reply) {
+    reply.settings = {.maxMessage = 8, .devicePollRate = 50, .typeFilter = 0xF, .saveRate = 5};
+    const bool submits = request.code == static_cast<std::uint32_t>(RequestCode::SubmitMessage);
+    reply.code = static_cast<std::uint32_t>(submits ? ReplyCode::Done : ReplyCode::Settings);
+    return Answer::Reply;
+  }
+
+  ServedLog log{TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName};
+  TestServer server{Accept, kRequestPipeName};
+};
+
 class TamlogctlTest : public testing::Test {
  protected:
   std::string Path(const char* name) const { return folder.File(name); }
@@ -131,6 +155,23 @@ TEST_F(TamlogctlTest, WordThatBeginsWithASlashIsNoOption) {
   const auto missing = Run("verify /nowhere/Logs.dat");
   EXPECT_EQ(missing.exitCode, 3);
   EXPECT_NE(missing.err.find("/nowhere/Logs.dat: no such file"), std::string::npos) << missing.err;
+}
+
+// A second run would otherwise send the lines before it twice.
+TEST_F(TamlogctlTest, FileWithALineThatCannotBeSentIsNotSentAtAll) {
+  const AcceptingServer server;
+  const std::string file = Path("lines.txt");
+  TestSupport::WriteBytes(file, "one\ntwo\n" + std::string(257, 'x') + "\nfour\n");
+  Outcome outcome = Run("send --input text \"" + file + "\"");
+  EXPECT_EQ(outcome.exitCode, 2);
+  EXPECT_NE(outcome.err.find("line 3: the text has 257 bytes"), std::string::npos) << outcome.err;
+  EXPECT_NE(outcome.err.find("nothing was sent: 1 of 4 lines cannot be sent"), std::string::npos)
+      << outcome.err;
+  EXPECT_EQ(server.Texts(), std::vector<std::string>());
+  outcome = Run("send", "one\n" + std::string(257, 'x') + "\nthree\n");
+  EXPECT_EQ(outcome.exitCode, 1);
+  EXPECT_NE(outcome.err.find("2 of 3 lines were sent; not sent: line 2"), std::string::npos) << outcome.err;
+  EXPECT_EQ(server.Texts(), (std::vector<std::string>{"one", "three"}));
 }
 
 TEST_F(TamlogctlTest, SendNamesTheLineItRefuses) {

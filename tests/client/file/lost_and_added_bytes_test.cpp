@@ -1,0 +1,191 @@
+// Bytes that a file lost or gained, at every kind of place: repair finds where the slots go on and saves every
+// message that the damage did not touch.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "client/file/log_file_repair.h"
+#include "client/file/log_file_verify.h"
+#include "tests/client/file/damaged_files.h"
+#include "tests/support/ring_model.h"
+
+namespace {
+
+using TamLogClient::LogFileImage;
+using TamLogClient::PlanRepair;
+using TamLogTest::BodyBytes;
+using TamLogTest::MakeBody;
+using TamLogTest::Pick;
+using TamLogTest::Random;
+using TamLogTest::RingModel;
+
+constexpr std::uint64_t kSlot = sizeof(LogMessage);
+// What a message needs: the padding after it may be lost.
+constexpr std::uint64_t kNeeded = offsetof(LogMessage, padding);
+
+// A change of the file: `removed` bytes at `at` are replaced by `added`.
+struct Change {
+  std::uint64_t at = 0;
+  std::uint64_t removed = 0;
+  std::string added;
+};
+
+using Bodies = std::multiset<std::string>;
+
+class LostAndAddedBytes : public testing::Test {
+ protected:
+  // A log of `capacity` slots after `messages` messages, with texts of every length and equal times.
+  static std::string MakeLog(std::int32_t capacity, int messages, int first = 0) {
+    RingModel log(capacity);
+    for (int i = first; i < first + messages; ++i) {
+      const auto length = static_cast<std::size_t>(i * 37 % 250);
+      log.Submit(MakeBody(i / 2 * 10, std::to_string(i) + std::string(length, static_cast<char>('a' + i % 26)),
+                          i % 3 == 0 ? "Stage" : "Camera", static_cast<std::uint32_t>(i % 4)));
+      if (i % 4 == 3) log.Flush();
+    }
+    log.Flush();
+    std::string bytes = log.FileBytes();
+    LockNames names{};
+    std::strcpy(names.name[0], kHeaderLockName);
+    std::strcpy(names.name[1], kReadWaitEventName);
+    std::strcpy(names.name[2], kWriteWaitEventName);
+    std::memcpy(bytes.data() + kLockNamesOffset, &names, sizeof(names));
+    return bytes;
+  }
+
+  // The messages of the ring that none of the changes touches, and all of them.
+  static void Sort(const std::string& bytes, const std::vector<Change>& changes, Bodies& untouched, Bodies& all) {
+    const LogFileImage image(bytes);
+    for (const std::uint32_t slot : image.RingSlots()) {
+      const std::uint64_t begin = LogFileImage::OffsetOf(slot);
+      // The number is no part of the message.
+      const std::uint64_t first = begin + offsetof(LogMessage, body);
+      const bool touched = std::any_of(changes.begin(), changes.end(), [&](const Change& change) {
+        return change.at < begin + kNeeded && change.at + change.removed > first;
+      });
+      const std::string body = BodyBytes(image.Slot(slot));
+      all.insert(body);
+      if (!touched) untouched.insert(body);
+    }
+  }
+
+  static std::string Changed(std::string bytes, std::vector<Change> changes) {
+    std::sort(changes.begin(), changes.end(), [](const Change& left, const Change& right) { return left.at > right.at; });
+    for (const Change& change : changes) bytes.replace(change.at, change.removed, change.added);
+    return bytes;
+  }
+
+  static Bodies Saved(const std::string& bytes) {
+    const LogFileImage image(bytes);
+    Bodies bodies;
+    for (const auto& saved : PlanRepair(image).oldestFirst) bodies.insert(BodyBytes(SavedMessageOf(image, saved)));
+    return bodies;
+  }
+
+  // Returns a description of what went wrong; empty when nothing did.
+  static std::string Try(const std::string& bytes, const std::vector<Change>& changes) {
+    Bodies untouched;
+    Bodies all;
+    Sort(bytes, changes, untouched, all);
+    const Bodies saved = Saved(Changed(bytes, changes));
+    const auto missing = std::count_if(untouched.begin(), untouched.end(),
+                                       [&](const std::string& body) { return saved.count(body) == 0; });
+    const auto strange = static_cast<std::size_t>(
+        std::count_if(saved.begin(), saved.end(), [&](const std::string& body) { return all.count(body) == 0; }));
+    // Of a message that was split, both halves may have all that makes a message; so may slots that were added.
+    std::size_t allowed = 2 * (all.size() - untouched.size());
+    for (const Change& change : changes) allowed += 1 + change.added.size() / kSlot;
+    if (missing == 0 && strange <= allowed) return "";
+    std::string text = std::to_string(missing) + " missing, " + std::to_string(strange) + " strange";
+    for (const Change& change : changes)
+      text += "; at " + std::to_string(change.at) + " -" + std::to_string(change.removed) + " +" +
+              std::to_string(change.added.size());
+    return text;
+  }
+
+  // Tries every change of `changes` in turn; reports the first few that go wrong.
+  template <class Changes>
+  static void TryAll(const std::string& bytes, const Changes& changes) {
+    int wrong = 0;
+    for (const auto& change : changes) {
+      const std::string trouble = Try(bytes, change);
+      if (trouble.empty()) continue;
+      if (++wrong <= 10) ADD_FAILURE() << trouble;
+    }
+    EXPECT_EQ(wrong, 0) << "of " << changes.size();
+  }
+
+  // Lengths up to two slots: short ones in steps of `few`, longer ones in steps of `many`, and whole slots.
+  static std::vector<std::uint64_t> Lengths(std::uint64_t few, std::uint64_t many) {
+    std::vector<std::uint64_t> lengths{kSlot - 1, kSlot, kSlot + 1, 2 * kSlot};
+    for (std::uint64_t length = 1; length <= 2 * kSlot; length += length < 16 ? few : many) lengths.push_back(length);
+    return lengths;
+  }
+
+  static std::string Filling(int kind, std::size_t count, const std::string& bytes, std::uint64_t at) {
+    Random random(static_cast<unsigned>(count));
+    std::string filling(count, kind == 0 ? '\0' : '?');
+    if (kind == 2) std::generate(filling.begin(), filling.end(), [&] { return static_cast<char>(Pick(random, 256)); });
+    if (kind == 3) filling = bytes.substr(at - std::min<std::uint64_t>(at, count), count);
+    if (kind == 4) std::generate(filling.begin(), filling.end(), [&] { return static_cast<char>(Pick(random, 9) == 0); });
+    return filling;
+  }
+};
+
+TEST_F(LostAndAddedBytes, CutAnywhereCostsOnlyTheMessagesItTouches) {
+  for (const std::string& bytes : {MakeLog(10, 34), MakeLog(12, 7), MakeLog(9, 9)}) {
+    std::vector<std::vector<Change>> changes;
+    for (std::uint64_t at = 0; at < bytes.size(); at += 29) {
+      for (const std::uint64_t count : Lengths(3, 71)) {
+        if (at + count <= bytes.size()) changes.push_back({{at, count, ""}});
+      }
+    }
+    TryAll(bytes, changes);
+  }
+}
+
+TEST_F(LostAndAddedBytes, InsertionAnywhereCostsOnlyTheMessageItSplits) {
+  for (const std::string& bytes : {MakeLog(10, 34), MakeLog(12, 7)}) {
+    for (int kind = 0; kind < 5; ++kind) {
+      SCOPED_TRACE(kind);
+      std::vector<std::vector<Change>> changes;
+      for (std::uint64_t at = 0; at <= bytes.size(); at += 53) {
+        for (const std::uint64_t count : Lengths(5, 127))
+          changes.push_back({{at, 0, Filling(kind, count, bytes, at)}});
+      }
+      TryAll(bytes, changes);
+    }
+  }
+}
+
+TEST_F(LostAndAddedBytes, SeveralBreaksInOneFileAreAllFound) {
+  const std::string bytes = MakeLog(40, 90);
+  Random random(5);
+  std::vector<std::vector<Change>> changes;
+  for (int i = 0; i < 1500; ++i) {
+    std::vector<Change> some;
+    for (std::size_t j = 2 + Pick(random, 3); j > 0; --j) {
+      const std::uint64_t at = kSlotsOffset + Pick(random, bytes.size() - kSlotsOffset - 3 * kSlot);
+      const bool apart = std::all_of(some.begin(), some.end(), [at](const Change& other) {
+        return at > other.at + 4 * kSlot || other.at > at + 4 * kSlot;
+      });
+      if (!apart) continue;
+      const std::size_t count = 1 + Pick(random, 2 * kSlot);
+      if (Pick(random, 2) == 0) {
+        some.push_back({at, count, ""});
+      } else {
+        some.push_back({at, 0, Filling(static_cast<int>(Pick(random, 5)), count, bytes, at)});
+      }
+    }
+    changes.push_back(some);
+  }
+  TryAll(bytes, changes);
+}
+
+}  // namespace
