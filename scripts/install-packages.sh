@@ -21,12 +21,14 @@ build_packages=(
   g++-mingw-w64-x86-64-posix          # the cross-compiler; brings the linker, windres and windows.h
   googletest                          # its sources; the build compiles them
   nlohmann-json3-dev libcli11-dev libfmt-dev  # used by tamlogctl
+  zlib1g-dev liblzma-dev libz-mingw-w64-dev   # likewise, for compressed logs
   python3                             # used by the build files
 )
 run_packages=("${build_packages[@]}" wine64)
 test_packages=(
   clang-14 clang-tidy-14 clang-format-14  # thread-safety analysis, clang-tidy, format
   libspdlog-dev pkg-config                # programs that use the installed client library
+  xz-utils                                # compresses logs for tests
   groff-base zsh                          # checks of the manual page and of a completion
   jq lnav rsyslog systemd systemd-journal-remote python3-jsonschema  # read what tamlogctl writes (tests/client/format)
 )

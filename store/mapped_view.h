@@ -23,12 +23,15 @@ class MappedView {
   MappedView(const MappedView&) = delete;
   MappedView& operator=(const MappedView&) = delete;
 
+  // What to do when another process keeps an older mapping of the same name alive, which may be one of
+  // another file. A smaller one than the file is refused in either case.
+  enum class Older : std::uint8_t { TakeOver, Refuse };
+
   // Maps the whole of `file` under `name`. `file` must not be empty and stays the caller's; nothing may be
-  // mapped yet. ExceptionWindows "Failed to open a file mapping, CreateFileMapping() failed", also when a
-  // reader keeps an older and smaller mapping of that name alive, and "Failed to map a file view,
-  // MapViewOfFile() failed".
-  void Map(TamLogUtil::NativeHandle file, const std::string& name,
-           TamLogUtil::SecurityAttributes* attributes);
+  // mapped yet. ExceptionWindows "Failed to open a file mapping, CreateFileMapping() failed", with the code
+  // 183 when an older mapping is refused, and "Failed to map a file view, MapViewOfFile() failed".
+  void Map(TamLogUtil::NativeHandle file, const std::string& name, TamLogUtil::SecurityAttributes* attributes,
+           Older older);
 
   // Does nothing when nothing is mapped. Leaves nothing open even if it throws: ExceptionWindows "Failed to
   // close file view, UnmapViewOfFile() failed", "Failed to close file view, CloseHandle() failed".

@@ -30,10 +30,15 @@ MappedView::~MappedView() {
   if (mapping != nullptr) CloseHandle(mapping);
 }
 
-void MappedView::Map(NativeHandle file, const std::string& name, SecurityAttributes* attributes) {
+void MappedView::Map(NativeHandle file, const std::string& name, SecurityAttributes* attributes,
+                     Older older) {
   void* const newMapping = CreateFileMappingA(file, attributes, PAGE_READWRITE, 0, 0, name.c_str());
   const DWORD created = GetLastError();
   if (newMapping == nullptr) throw ExceptionWindows(kMappingFailed, nullptr, created);
+  if (created == ERROR_ALREADY_EXISTS && older == Older::Refuse) {
+    CloseHandle(newMapping);
+    throw ExceptionWindows(kMappingFailed, nullptr, ERROR_ALREADY_EXISTS);
+  }
 
   void* const newView = MapViewOfFile(newMapping, FILE_MAP_ALL_ACCESS, 0, 0, 0);
   if (newView == nullptr) {
@@ -45,10 +50,11 @@ void MappedView::Map(NativeHandle file, const std::string& name, SecurityAttribu
   // A reader may keep an older mapping of this name alive; then the system returns that one, with its old
   // size. With less than the whole file mapped, writes would go past the end of the view.
   const std::uint64_t size = MappedSize(newView);
+  const DWORD error = size == 0 ? GetLastError() : ERROR_ALREADY_EXISTS;
   if (size < kSlotsOffset || size < FileSize(file)) {
     UnmapViewOfFile(newView);
     CloseHandle(newMapping);
-    throw ExceptionWindows(kMappingFailed, nullptr, ERROR_ALREADY_EXISTS);
+    throw ExceptionWindows(kMappingFailed, nullptr, error);
   }
   mapping = newMapping;
   view = static_cast<std::uint8_t*>(newView);

@@ -42,9 +42,10 @@ void MessageFile::CloseFile() {
   mappedView.Unmap();
 }
 
-void MessageFile::MapWithoutReaders(NativeHandle file, SecurityAttributes* attributes) {
+void MessageFile::MapWithoutReaders(NativeHandle file, SecurityAttributes* attributes,
+                                    MappedView::Older older) {
   const LeafLock::Guard guard(viewLock);
-  mappedView.Map(file, objectNames.mapping, attributes);
+  mappedView.Map(file, objectNames.mapping, attributes, older);
   ++mappings;
   ResetReadCount(mappedView);
 }

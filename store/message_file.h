@@ -82,7 +82,8 @@ class MessageFile {
   // process can enter as reader: one that was counted in between would later leave readCount at -1, and
   // writers would wait forever. Throws what MappedView::Map throws, and "Failed to reset the read count in
   // SetFileView()".
-  void MapWithoutReaders(NativeHandle file, SecurityAttributes* attributes) EXCLUDES(viewLock);
+  void MapWithoutReaders(NativeHandle file, SecurityAttributes* attributes, MappedView::Older older)
+      EXCLUDES(viewLock);
   void CloseView() EXCLUDES(viewLock);
 
   // Reset and set the read-wait event: new readers wait, new readers may enter.

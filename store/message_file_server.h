@@ -27,6 +27,7 @@
 #include "store/message_file_monitor.h"
 #include "store/message_list.h"
 #include "store/pending_list.h"
+#include "store/section_patience.h"
 #include "store/server_configuration.h"
 #include "store/writer_turn.h"
 #include "util/sync.h"
@@ -44,8 +45,9 @@ class MessageFileServer final : public TamLogUtil::MessageFile {
 
   // Opens the configured file, after closing one that is still open. A file that passes the integrity check
   // keeps its messages, any other is emptied; a file of another capacity is compacted. Pending messages are
-  // lost. Waits without limit for readers. Throws ExceptionWindows and ExceptionBase with the sentence of the
-  // step that failed; the caller then closes the file.
+  // lost. Waits without limit for readers inside, and up to two seconds for readers that keep the section of
+  // an earlier open where that one is in the way. Throws ExceptionWindows and ExceptionBase with the sentence
+  // of the step that failed; the caller then closes the file.
   void OpenFile(const std::string& mapName, const std::string& headerLockName,
                 const std::string& readWaitEventName, const std::string& writeWaitEventName);
 
@@ -107,7 +109,7 @@ class MessageFileServer final : public TamLogUtil::MessageFile {
 
   Settings ReadSettings();
   bool OpenLogFile(const std::string& path, std::uint32_t& lowFileSize);
-  void SetFileView();
+  void SetFileView(SectionPatience& patience, MappedView::Older older);
   // Appends the messages of a sound file to `loaded`, which may be null.
   bool Verify(MessageMirror* loaded);
   // The three return false when the header, which they read again, has been written over since the check so
@@ -131,6 +133,7 @@ class MessageFileServer final : public TamLogUtil::MessageFile {
   ServerConfiguration* configuration;
   TamLogUtil::Mutex* configLock;
   TamLogUtil::AutoHandle file;  // OpenFile and CloseFile only
+  std::string mappedPath;       // of the last open that mapped its file; OpenFile only
   WriterTurn writerTurn;
   PendingList pending;
   std::atomic<bool> changed = false;  // the messages changed; reset by the end of a write access

@@ -3,6 +3,7 @@
 
 #include <optional>
 
+#include "store/file_alone.h"
 #include "store/message_file_server.h"
 #include "util/exceptions.h"
 #include "util/win32.h"
@@ -13,16 +14,13 @@ using TamLogUtil::Exceptions::ExceptionWindows;
 
 namespace {
 
-// Opens the configured file without sharing and closes it again. Returns the system's error, or nothing when
-// the time for the lock ran out: unlike Mutex::Access this neither continues without the lock, because its
-// holder may be changing the path, nor releases the lock of another thread.
+// Tries the configured file. Returns the system's error, or nothing when the time for the lock ran out:
+// unlike Mutex::Access this neither continues without the lock, because its holder may be changing the path,
+// nor releases the lock of another thread.
 std::optional<DWORD> OpenAlone(const ServerConfiguration& configuration, Mutex& configLock,
                                Timeout& timeout) {
   if (!configLock.TryWait(timeout.Remaining())) return std::nullopt;
-  const HANDLE opened = CreateFileA(configuration.logFile.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
-                                    OPEN_EXISTING, 0, nullptr);
-  const DWORD error = opened == INVALID_HANDLE_VALUE ? GetLastError() : ERROR_SUCCESS;
-  if (opened != INVALID_HANDLE_VALUE) CloseHandle(opened);
+  const DWORD error = OpenFileAlone(configuration.logFile);
   configLock.Release();
   return error;
 }

@@ -78,9 +78,13 @@ void MessageFileServer::OpenFile(const std::string& mapName, const std::string& 
 
   std::uint32_t lowFileSize = 0;
   const bool existed = OpenLogFile(settings.logFile, lowFileSize);
+  SectionPatience patience;
+  // After a change of path an old section may be one of the other file.
+  const bool otherPath = !mappedPath.empty() && mappedPath != settings.logFile;
+  const auto older = otherPath ? MappedView::Older::Refuse : MappedView::Older::TakeOver;
   bool reformat = true;
   if (existed && lowFileSize != 0) {
-    SetFileView();
+    SetFileView(patience, older);
     MessageMirror verified;
     reformat = !Verify(&verified) || !InitializeFile(settings.maxMessage, &verified);
   }
@@ -89,21 +93,26 @@ void MessageFileServer::OpenFile(const std::string& mapName, const std::string& 
   // size it has and checked a second time, which costs time and changes nothing.
   if (lowFileSize != LogFileSize(settings.maxMessage)) {
     CloseView();
-    ResizeFile(settings.maxMessage);
-    SetFileView();
+    patience.Try([&](bool /*last*/) { ResizeFile(settings.maxMessage); });
+    SetFileView(patience, older);
     // A compaction leaves the newest message in slot 0, so this check empties a file whose capacity changed,
     // unless at most one message is left or all have the same time. Held by
     // OpenFile.AChangedCapacityEmptiesAFileOfDifferentTimes.
     if (!reformat) reformat = !VerifyIntegrity();
   }
+  mappedPath = settings.logFile;
   if (reformat) Reformat(settings.maxMessage);
   SetServerRunning();
 }
 
-void MessageFileServer::SetFileView() {
+// An old section that its readers keep longer than the server's patience is taken over if it is large enough.
+void MessageFileServer::SetFileView(SectionPatience& patience, MappedView::Older older) {
   CloseView();
   EveryoneSecurity security(kFileMapAccess);
-  MapWithoutReaders(file.Get(), security.GetSecurityAttributes());
+  patience.Try([&](bool last) {
+    MapWithoutReaders(file.Get(), security.GetSecurityAttributes(),
+                      last ? MappedView::Older::TakeOver : older);
+  });
 }
 
 bool MessageFileServer::VerifyIntegrity() {

@@ -45,6 +45,8 @@ tamlog_status CodeOf(Status status) {
       return TAMLOG_EXISTS;
     case Status::NotSupported:
       return TAMLOG_NOT_SUPPORTED;
+    case Status::ForeignEvents:
+      return TAMLOG_FOREIGN_EVENTS;
     case Status::Interrupted:  // no function of the interface can be interrupted
     case Status::SystemError:
       return TAMLOG_SYSTEM_ERROR;

@@ -48,15 +48,6 @@ std::string_view TakeItem(std::string_view& list) {
   return item;
 }
 
-std::optional<int> SeverityOf(std::string_view name) {
-  std::string lower(name);
-  std::transform(lower.begin(), lower.end(), lower.begin(), LowerCase);
-  for (const auto& [known, severity] : kSeverities) {
-    if (known == lower) return severity;
-  }
-  return std::nullopt;
-}
-
 // Returns whether a name is a single word that no format has to quote.
 bool IsWord(std::string_view name) {
   constexpr std::size_t kMost = 16;
@@ -71,6 +62,15 @@ bool EndsInComma(std::string_view list) {
 }
 
 }  // namespace
+
+std::optional<int> SeverityOf(std::string_view name) {
+  std::string lower(name);
+  std::transform(lower.begin(), lower.end(), lower.begin(), LowerCase);
+  for (const auto& [known, severity] : kSeverities) {
+    if (known == lower) return severity;
+  }
+  return std::nullopt;
+}
 
 std::optional<Field> FieldFromName(std::string_view name) {
   for (const auto& [known, field] : kFields) {

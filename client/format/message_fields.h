@@ -25,6 +25,10 @@ inline constexpr std::string_view kFieldNames =
 // expected form.
 std::optional<std::vector<Field>> ParseFields(std::string_view list, std::string& problem);
 
+// Returns 0 (emergency) to 7 (debug) for the name of a syslog severity or a common other spelling of one, in
+// any case.
+std::optional<int> SeverityOf(std::string_view name);
+
 // The names of the types. The log gives types no meaning: without names they are T0 to T3.
 class TypeNames {
  public:

@@ -84,10 +84,11 @@ enum {
   TAMLOG_CLOSED = 18,        /* the sender was finished */
   TAMLOG_END = 19,           /* nothing more will come */
   TAMLOG_NO_MEMORY = 20,
-  TAMLOG_INTERNAL = 21,     /* an error of the library itself */
-  TAMLOG_EXISTS = 22,       /* the output already exists; it was not changed */
+  TAMLOG_INTERNAL = 21,      /* an error of the library itself */
+  TAMLOG_EXISTS = 22,        /* the output already exists; it was not changed */
   TAMLOG_OUTPUT_FAILED = 23, /* the output could not be written; no part of it is left */
-  TAMLOG_NOT_A_LOG = 24      /* the file holds something else than a log */
+  TAMLOG_NOT_A_LOG = 24,     /* the file holds something else than a log */
+  TAMLOG_FOREIGN_EVENTS = 25 /* the shared log names events that are not the server's; none was touched */
 };
 
 /* Returns a short English phrase without a full stop, for example "the server is not running". Never null: an
@@ -478,16 +479,17 @@ enum {
   TAMLOG_RULE_SOURCE_ENDS = 6,     /* the source ends with a zero byte inside its field */
   TAMLOG_RULE_KNOWN_TYPE = 7,      /* the type is one of the four */
   /* Remarks. */
-  TAMLOG_RULE_REVERSED_BLOCK = 8,    /* the oldest part of the ring is newest first */
-  TAMLOG_RULE_IMPOSSIBLE_DATE = 9,   /* the time is no date of the calendar or no time of the day */
-  TAMLOG_RULE_DUPLICATE = 10,        /* the message repeats all bytes of another one */
-  TAMLOG_RULE_SEQUENCE = 11,         /* a number occurs twice, or was not assigned yet */
-  TAMLOG_RULE_BYTES_AFTER_END = 12,  /* damage: the file is longer than its capacity requires */
-  TAMLOG_RULE_EMPTY_SLOTS_GONE = 13, /* damage: the file is shorter; only slots without messages are missing */
-  TAMLOG_RULE_READERS_INSIDE = 14,   /* the count of readers is not 0 */
-  TAMLOG_RULE_NOT_CLOSED = 15,       /* the mark of a running server is set */
-  TAMLOG_RULE_LOCK_NAMES = 16,       /* a lock name is unterminated; a server rewrites the names */
-  TAMLOG_RULE_EMPTY_FILE = 17,       /* the file has no bytes; a server makes a new log of it */
+  TAMLOG_RULE_REVERSED_BLOCK = 8,   /* the oldest part of the ring is newest first */
+  TAMLOG_RULE_IMPOSSIBLE_DATE = 9,  /* the time is no date of the calendar or no time of the day */
+  TAMLOG_RULE_DUPLICATE = 10,       /* the message repeats all bytes of another one */
+  TAMLOG_RULE_SEQUENCE = 11,        /* a number occurs twice, or was not assigned yet */
+  TAMLOG_RULE_BYTES_AFTER_END = 12, /* damage: the file is longer than its capacity requires */
+  TAMLOG_RULE_EMPTY_SLOTS_GONE =
+      13,                          /* damage: the file is shorter; only slots without messages are missing */
+  TAMLOG_RULE_READERS_INSIDE = 14, /* the count of readers is not 0 */
+  TAMLOG_RULE_NOT_CLOSED = 15,     /* the mark of a running server is set */
+  TAMLOG_RULE_LOCK_NAMES = 16,     /* a lock name is unterminated; a server rewrites the names */
+  TAMLOG_RULE_EMPTY_FILE = 17,     /* the file has no bytes; a server makes a new log of it */
   /* Damage. */
   TAMLOG_RULE_SHIFTED_SLOTS = 18, /* bytes are missing or were added: slots do not follow each other */
   TAMLOG_RULE_ANOTHER_LOG = 19,   /* a second log begins in the file */
@@ -536,9 +538,9 @@ typedef struct tamlog_verify_result {
 } tamlog_verify_result;
 
 /* Checks a file, or the bytes of one, against all rules. Locks and changes nothing. TAMLOG_OK: no damage; see
- * `accepted`. TAMLOG_DAMAGED: damage; `result` is filled, too. TAMLOG_NOT_A_LOG: the file holds something else.
- * `options` may be null. `found` is called on this thread after the whole check: the header's findings first,
- * then those of the slots, oldest first. */
+ * `accepted`. TAMLOG_DAMAGED: damage; `result` is filled, too. TAMLOG_NOT_A_LOG: the file holds something
+ * else. `options` may be null. `found` is called on this thread after the whole check: the header's findings
+ * first, then those of the slots, oldest first. */
 TAMLOG_API tamlog_status TAMLOG_CALL tamlog_verify_file(const char* path,
                                                         const tamlog_verify_options* options,
                                                         tamlog_verify_result* result);
@@ -581,10 +583,10 @@ typedef int32_t(TAMLOG_CALL* tamlog_repair_function)(void* context, const tamlog
 
 typedef struct tamlog_repair_options {
   uint32_t size;
-  uint32_t flags;              /* TAMLOG_REPAIR_... */
-  uint32_t capacity;           /* of the output; 0: the damaged file's, or more to save all, up to 1,000,000 */
-  uint32_t reserved;           /* 0 */
-  uint64_t most;               /* the most notes of losses, and the most of changes; 0: 20 */
+  uint32_t flags;    /* TAMLOG_REPAIR_... */
+  uint32_t capacity; /* of the output; 0: the damaged file's, or more to save all, up to 1,000,000 */
+  uint32_t reserved; /* 0 */
+  uint64_t most;     /* the most notes of losses, and the most of changes; 0: 20 */
   tamlog_repair_function note; /* null: losses and changes are only counted */
   void* context;               /* passed to `note` */
 } tamlog_repair_options;
@@ -608,8 +610,8 @@ typedef struct tamlog_repair_result {
  * server accepts it. Only reads the damaged file. The output is written as a whole or not at all. TAMLOG_OK
  * also when messages were lost: `result` and `note` report them. `note` is called on this thread after the
  * output is written, losses first. TAMLOG_BAD_ARGUMENT: both names are the same file. TAMLOG_EXISTS and
- * TAMLOG_OUTPUT_FAILED are about the output, other codes about the damaged file; TAMLOG_NOT_A_LOG when it holds
- * something else than a log. `options` may be null. */
+ * TAMLOG_OUTPUT_FAILED are about the output, other codes about the damaged file; TAMLOG_NOT_A_LOG when it
+ * holds something else than a log. `options` may be null. */
 TAMLOG_API tamlog_status TAMLOG_CALL tamlog_repair_file(const char* path, const char* output,
                                                         const tamlog_repair_options* options,
                                                         tamlog_repair_result* result);

@@ -43,9 +43,9 @@ bool LogView::BudgetIsSpent() const {
   return Microseconds() >= deadline;
 }
 
-Status LogReader::Open(const std::string& mapName) {
+Status LogReader::Open(const std::string& mapName, EventNames accepted) {
   lastFilled = nullptr;
-  return log.Open(mapName);
+  return log.Open(mapName, accepted);
 }
 
 void LogReader::Close() {

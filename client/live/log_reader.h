@@ -59,7 +59,7 @@ class LogReader {
   LogReader& operator=(const LogReader&) = delete;
 
   // Opens the log by the name of its mapping. The statuses are those of MappedLog::Open.
-  Status Open(const std::string& mapName = kFileMapName);
+  Status Open(const std::string& mapName = kFileMapName, EventNames accepted = EventNames::OfTheServer);
 
   // Closes everything that Open opened. Does nothing when nothing is open.
   void Close();

@@ -49,8 +49,9 @@ Status LogStream::Begin(const FollowerMemory* memory) {
   failure = Status::Ok;
   away = reopened = false;
   Status status = reader.Open(options.mapName);
-  if (status == Status::Ok) status = reader.Snapshot(snapshot, options.timeoutMs);
-  if (!Readable(status)) {
+  const bool opened = status == Status::Ok;
+  if (opened) status = reader.Snapshot(snapshot, options.timeoutMs);
+  if (!opened || !Readable(status)) {
     Release();
     return status;
   }
@@ -202,7 +203,10 @@ LogChange LogStream::LoseServer() {
 
 bool LogStream::Reopen() {
   std::string name;
-  const bool back = client.GetFileMapName(name) == Status::Ok && reader.Open(name) == Status::Ok;
+  bool back = client.GetFileMapName(name) == Status::Ok;
+  // Any process can offer the pipe and name another mapping: the server's own has one name.
+  if (options.mapName == kFileMapName) name = kFileMapName;
+  back = back && reader.Open(name) == Status::Ok;
   client.Disconnect();
   if (!back) return false;
   away = false;

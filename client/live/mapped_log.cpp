@@ -57,7 +57,7 @@ bool PipesExist() {
 
 // --- Opening.
 
-Status MappedLog::Open(const std::string& mapName) {
+Status MappedLog::Open(const std::string& mapName, EventNames accepted) {
   Close();
   // A starting server has mapped its file before it creates its pipes, and may have to make the file smaller.
   // That fails while another process has the file mapped, and the server stays stopped.
@@ -68,7 +68,8 @@ Status MappedLog::Open(const std::string& mapName) {
   LogFileHeader header{};
   if (status == Status::Ok && !CopyHeader(header)) status = Status::InPage;
   if (status == Status::Ok && header.serverRunning == 0) status = Status::NotRunning;
-  if (status == Status::Ok) status = OpenEvents();
+  if (status == Status::Ok)
+    status = OpenEvents(mapName == kFileMapName && accepted == EventNames::OfTheServer);
   if (status != Status::Ok) Close();
   return status;
 }
@@ -87,9 +88,11 @@ Status MappedLog::MapViews() {
   return viewSize >= kSlotsOffset ? Status::Ok : Status::Damaged;
 }
 
-Status MappedLog::OpenEvents() {
+Status MappedLog::OpenEvents(bool ofTheServer) {
   LockNames names{};
   if (!Copy(&names, fileView + kLockNamesOffset, sizeof(names))) return Status::InPage;
+  if (ofTheServer && !FirstForeignName(names).empty())
+    return names.name[0][0] == '\0' ? Status::NotRunning : Status::ForeignEvents;
   const std::array<Handle*, 3> events{&headerLock, &readWait, &writeWait};
   for (std::size_t i = 0; i < events.size(); ++i) {
     names.name[i][kLockNameSize - 1] = '\0';

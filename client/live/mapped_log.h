@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <string>
 
+#include "client/live/event_names.h"
 #include "client/live/handle.h"
 #include "client/message/status.h"
 #include "records/log_file_format.h"
@@ -36,9 +37,9 @@ class MappedLog {
 
   // Opens the mapping by its name and the events by the names in the log. NotRunning when nothing is shared,
   // the server has the log closed, or, for the server's own name, its pipes do not exist yet (try again
-  // later); AccessDenied; InPage; Damaged when the mapping is too small for a log. On failure nothing stays
-  // open.
-  Status Open(const std::string& mapName);
+  // later); AccessDenied; InPage; Damaged when the mapping is too small for a log; ForeignEvents when it
+  // names events that `accepted` excludes. On failure nothing stays open.
+  Status Open(const std::string& mapName, EventNames accepted = EventNames::OfTheServer);
 
   // Closes views, mapping and events together. Does nothing when nothing is open.
   void Close();
@@ -67,7 +68,7 @@ class MappedLog {
 
  private:
   Status MapViews();
-  Status OpenEvents();
+  Status OpenEvents(bool ofTheServer);
   Status TakeHeaderLock(std::uint32_t timeoutMs);
   bool ChangeReadCount(std::int32_t step, std::int32_t& result);
 

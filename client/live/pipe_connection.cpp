@@ -72,6 +72,15 @@ void PipeConnection::Close() {
   replyPipe.Close();
 }
 
+std::array<std::uint32_t, 2> PipeConnection::ServerProcesses() const {
+  const auto serverOf = [](const Handle& pipe) {
+    ULONG processId = 0;
+    return pipe && GetNamedPipeServerProcessId(pipe.Get(), &processId) != FALSE ? std::uint32_t{processId}
+                                                                                : 0U;
+  };
+  return {serverOf(requestPipe), serverOf(replyPipe)};
+}
+
 Status PipeConnection::Open(const CallDeadline& deadline) {
   Close();
   if (!ioEvent) ioEvent = Handle(CreateEventA(nullptr, TRUE, FALSE, nullptr));

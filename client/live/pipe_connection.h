@@ -3,6 +3,7 @@
 // The client's end of one connection to the server: both pipes, opened back to back, and one exchange at a
 // time. Not thread-safe. docs/pipe_protocol.md describes the protocol.
 
+#include <array>
 #include <cstdint>
 #include <string>
 
@@ -29,6 +30,10 @@ class PipeConnection {
   // busy. AccessDenied; SystemError. May exceed the deadline by a second between the two pipes.
   Status Open(const CallDeadline& deadline);
   void Close();
+
+  // Returns the processes that serve the request and the reply pipe; 0 where the system does not say. Any
+  // process may offer pipes of these names.
+  std::array<std::uint32_t, 2> ServerProcesses() const;
 
   // Sends a request and receives its reply. Sets `sent` to whether the request left the client. Any failure
   // closes the connection: a late reply could be taken for the answer to another request.

@@ -38,6 +38,8 @@ const char* StatusText(Status status) {
       return "already exists";
     case Status::NotSupported:
       return "this operating system has no log server";
+    case Status::ForeignEvents:
+      return "the shared log names events that are not the server's";
     case Status::Interrupted:
       return "interrupted";
     case Status::SystemError:

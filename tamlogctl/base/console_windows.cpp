@@ -149,8 +149,21 @@ namespace {
 TamLogClient::Handle pagerProcess;
 TamLogClient::Handle pagerPipe;
 
-// Starts the command with `input` as its standard input; its output goes to the console.
-TamLogClient::Handle StartWithInput(std::wstring command, HANDLE input) {
+// Returns the full path of the system's command interpreter: a name alone would be looked for in the current
+// directory, too, where somebody else may have put a program of that name.
+std::wstring CommandInterpreter() {
+  std::array<wchar_t, MAX_PATH> directory{};
+  const UINT length = GetSystemDirectoryW(directory.data(), static_cast<UINT>(directory.size()));
+  return length == 0 || length >= directory.size() ? L"" : std::wstring(directory.data()) + L"\\cmd.exe";
+}
+
+// Runs the command with `input` as its standard input; its output goes to the console.
+TamLogClient::Handle StartWithInput(const std::wstring& command, HANDLE input) {
+  const std::wstring program = CommandInterpreter();
+  if (program.empty()) return {};
+  // The interpreter would look for the pager in the current directory first as well.
+  SetEnvironmentVariableW(L"NoDefaultCurrentDirectoryInExePath", L"1");
+  std::wstring line = L"\"" + program + L"\" /d /c " + command;
   STARTUPINFOW startup{};
   startup.cb = sizeof(startup);
   startup.dwFlags = STARTF_USESTDHANDLES;
@@ -158,7 +171,7 @@ TamLogClient::Handle StartWithInput(std::wstring command, HANDLE input) {
   startup.hStdOutput = GetStdHandle(STD_OUTPUT_HANDLE);
   startup.hStdError = GetStdHandle(STD_ERROR_HANDLE);
   PROCESS_INFORMATION process{};
-  if (CreateProcessW(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
+  if (CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
                      &process) == FALSE) {
     return {};
   }
@@ -178,7 +191,7 @@ void Pager::Begin() {
   const TamLogClient::Handle input(readEnd);
   pagerPipe = TamLogClient::Handle(writeEnd);
   SetHandleInformation(writeEnd, HANDLE_FLAG_INHERIT, 0);
-  pagerProcess = StartWithInput(Utf8ToWide("cmd.exe /d /c " + chosen), input.Get());
+  pagerProcess = StartWithInput(Utf8ToWide(chosen), input.Get());
   if (!pagerProcess) return;
   SetStdHandle(STD_OUTPUT_HANDLE, pagerPipe.Get());
   active = true;

@@ -18,6 +18,7 @@ std::string Explain(Status status) {
       return text + "; start it: tamlogctl server start";
     case Status::TimedOut:
     case Status::Stuck:
+    case Status::ForeignEvents:
       return text + "; see: tamlogctl doctor";
     case Status::NotSupported:
       return text + "; show, stats and export read a copied log with --file";

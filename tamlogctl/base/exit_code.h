@@ -51,6 +51,7 @@ constexpr int ExitCodeOf(TamLogClient::Status status) {
     case Status::Exists:
       return kUsage;
     case Status::Damaged:
+    case Status::ForeignEvents:
     case Status::InPage:
       return kDamaged;
     case Status::NotALog:

@@ -120,6 +120,11 @@ std::optional<TamLogClient::TextEncoding> MakeEncoding(const OutputOptions& opti
   return TakeEncoding(options, chosen) ? std::optional(chosen.encoding) : std::nullopt;
 }
 
+std::optional<TamLogClient::TypeNames> MakeTypeNames(const OutputOptions& options) {
+  FormatOptions chosen;
+  return TakeTypeNames(options, chosen) ? std::optional(std::move(chosen.typeNames)) : std::nullopt;
+}
+
 std::optional<FormatOptions> MakeFormatOptions(const OutputOptions& options) {
   FormatOptions chosen;
   return Take(options, chosen) ? std::optional(std::move(chosen)) : std::nullopt;

@@ -18,9 +18,11 @@ struct OutputOptions {
   std::string encoding;   // empty: the default of the machine
 };
 
-// Makes the encoding alone. This and the next three return nothing, after a line on stderr, when the value of
+// Makes the encoding alone. This and the next four return nothing, after a line on stderr, when the value of
 // an option is wrong.
 std::optional<TamLogClient::TextEncoding> MakeEncoding(const OutputOptions& options);
+
+std::optional<TamLogClient::TypeNames> MakeTypeNames(const OutputOptions& options);
 
 std::optional<TamLogClient::FormatOptions> MakeFormatOptions(const OutputOptions& options);
 

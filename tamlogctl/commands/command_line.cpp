@@ -17,6 +17,16 @@ bool IsVerb(const Verb& program, const std::string& word) {
                      [&word](const Verb& verb) { return verb.name == word; });
 }
 
+// Inserts the verb that a group of verbs runs when none of them is named: "settings" is "settings get".
+void InsertVerbOfGroup(const Verb& program, std::vector<std::string>& arguments) {
+  const auto hasName = [&arguments](const Verb& verb) { return verb.name == arguments.front(); };
+  const auto group = std::find_if(program.verbs.begin(), program.verbs.end(), hasName);
+  if (group == program.verbs.end() || group->alone.empty()) return;
+  const std::string next = arguments.size() > 1 ? arguments[1] : "";
+  const bool isOption = next.size() > 1 && next.front() == '-' && next != "--help" && next != "-h";
+  if (arguments.size() == 1 || isOption) arguments.insert(arguments.begin() + 1, group->alone);
+}
+
 std::string VerbList(const Verb& program) {
   std::string list;
   for (const Verb& verb : program.verbs) list += (list.empty() ? "" : ", ") + verb.name;
@@ -46,6 +56,7 @@ std::optional<Action> ParseCommandLine(std::vector<std::string> arguments, int& 
     exitCode = kUsage;
     return std::nullopt;
   }
+  InsertVerbOfGroup(program, arguments);
   const Parsed parsed = Parse(program, std::move(arguments));
   if (!parsed.help.empty()) {
     exitCode = WriteOut(parsed.help) ? kDone : kOutputFailed;

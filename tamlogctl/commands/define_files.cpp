@@ -72,7 +72,7 @@ Verb Verify() {
   Verb verb = MakeVerb("verify", "Check log files against every rule of the format", kVerifyFooter, options,
                        VerifyFiles);
   verb.Add({
-      Operands("FILE", List(options->files), "Files to check"),
+      Operands("FILE", Files(options->files), "Files to check"),
       Flag("--live", options->live, "Check the running server's log"),
       Flag("--all", options->all,
            "List every finding, not only the first 20 of each rule and the first remark of each"),
@@ -80,6 +80,7 @@ Verb Verify() {
            "Exit code 1 also when a server would not accept it for another reason"),
       Flag("-q,--quiet", options->quiet, "Print nothing; the exit code is the answer"),
       JsonOption(options->json, "Format: text or json (one object a file)"),
+      PagerOption(options->noPager),
   });
   verb.Add(OptionsOfAll(*options));
   verb.check = [options](const Given&) {
@@ -118,11 +119,15 @@ Verb Merge() {
   Verb verb = MakeVerb("merge", "Print the messages of several log files in order of time", kMergeFooter,
                        options, MergeFiles);
   verb.Add({
-      Operands("FILE", List(options->files), "Log files without a label"),
+      Operands("FILE", Files(options->files), "Log files without a label"),
       Values("--label", "HOST=FILE", List(options->labels),
              "A log file and the name of its machine (repeatable)"),
       Values("--offset", "HOST=OFFSET", List(options->offsets),
              "Added to that machine's times: +1h, -90s (ms, s, m, h, d, w)"),
+      LimitOption(options->limit, "The last N that match, the first N (+N), or all"),
+      Flag("--count", options->count, "Print only the number of messages that match"),
+      Flag("-r,--reverse", options->reverse, "Newest first"),
+      PagerOption(options->noPager),
   });
   verb.Add(WritingOptions(options->output));
   verb.Add(SelectingOptions(options->selection));
@@ -207,7 +212,7 @@ Verb Import() {
   Verb verb = MakeVerb("import", "Send the messages of files to the running server", kImportFooter, options,
                        ImportFiles);
   verb.Add({
-      Operands("FILE", List(options->files), "Log files, or lines of json or tsv").Required(),
+      Operands("FILE", Files(options->files), "Log files, or lines of json or tsv").Required(),
       Words("--input", {"auto", "log", "json", "tsv"}, options->input,
             "Format of the files (auto detects it)"),
       Value("--retry", "SECONDS", Number(0, 3600, options->retrySeconds),

@@ -13,7 +13,7 @@ constexpr const char* kFilterFooter =
 'camera2' and 'Cam'. While there are include filters, exclude filters are ignored.
 
 Examples:
-  tamlogctl filter list                       what is kept, and the filters, numbered
+  tamlogctl filter                            what is kept, and the filters, numbered
   tamlogctl filter add -x Heartbeat           from now on drops messages of Heartbeat
   tamlogctl filter test Camera 2              would the server keep such a message?)";
 
@@ -22,7 +22,11 @@ constexpr const char* kListFooter = R"(Examples:
   tamlogctl filter list -o tsv > filters.txt  to be read by: filter set filters.txt
   tamlogctl filter list -o json               for programs)";
 
-constexpr const char* kAddFooter = R"(Examples:
+constexpr const char* kAddFooter =
+    R"(A filter that is already in the list is not added again. A filter with an empty text matches every source; it is
+rejected without --allow-empty, because it usually comes from an unset shell variable.
+
+Examples:
   tamlogctl filter add -i Camera              keep only what is included: Camera
   tamlogctl filter add -x Heartbeat -x Poll   drop these two
   tamlogctl filter add -i Laser -i Stage      keep these as well)";
@@ -43,7 +47,9 @@ constexpr const char* kClearFooter = R"(Examples:
   tamlogctl filter clear && tamlogctl filter add -i Camera
                                               Camera alone)";
 
-constexpr const char* kSetFooter = R"(Reads what `filter list -o tsv` or `filter list -o json` prints.
+constexpr const char* kSetFooter =
+    R"(Reads what `filter list -o tsv` or `filter list -o json` prints. A filter that
+occurs twice is stored once. One with an empty text, which matches every source, is rejected without --allow-empty.
 
 Examples:
   tamlogctl filter set filters.txt            replaces the present list by this one
@@ -80,11 +86,17 @@ Verb List() {
               {Choice("-o,--output", {"text", "tsv", "json"}, options->format, "Format: text, tsv or json")});
 }
 
+Option AllowEmptyOption(const Options& options) {
+  return Flag("--allow-empty", options->allowEmpty,
+              "Also a filter with an empty text, which matches every source");
+}
+
 Verb AddVerb() {
   const auto options = std::make_shared<FilterOptions>();
   Verb verb = Make("add", "Add filters", kAddFooter, options, AddFilters,
                    {EntryOption("-i,--include", options, true, "An include filter (repeatable)"),
-                    EntryOption("-x,--exclude", options, false, "An exclude filter (repeatable)")});
+                    EntryOption("-x,--exclude", options, false, "An exclude filter (repeatable)"),
+                    AllowEmptyOption(options)});
   verb.check = [options](const Given&) {
     return std::string(options->entries.empty() ? "filter add: name a source with -i or -x" : "");
   };
@@ -115,7 +127,8 @@ Verb Clear() {
 Verb Set() {
   const auto options = std::make_shared<FilterOptions>();
   return Make("set", "Replace all filters by those of a file", kSetFooter, options, SetFilters,
-              {Operand("FILE", Text(options->file), "The file to read; - is standard input").Required()});
+              {Operand("FILE", Text(options->file), "The file to read; - is standard input").Required(),
+               AllowEmptyOption(options)});
 }
 
 Verb Test() {
@@ -138,6 +151,7 @@ Verb FilterVerb() {
   filter.purpose = "Show and change which sources the server keeps";
   filter.footer = kFilterFooter;
   filter.verbs = {List(), AddVerb(), Remove(), Clear(), Set(), Test()};
+  filter.alone = "list";
   return filter;
 }
 

@@ -18,9 +18,29 @@ Examples:
   tamlogctl status >nul && echo running       for scripts)";
 
 constexpr const char* kServerFooter = R"(Examples:
-  tamlogctl server state                      the state that the service manager reports
+  tamlogctl server                            the state that the service manager reports
   tamlogctl server start                      and wait until it answers
   tamlogctl server restart --wait 30          within 30 seconds, or exit code 5)";
+
+constexpr const char* kInstallFooter =
+    R"(Registers the service "TamLogServer" with automatic start, as an administrator, and lets every user start and stop
+it. It does not start it.
+
+Examples:
+  tamlogctl server install                    TamLogServer.exe of this program's directory
+  tamlogctl server install --program C:\Torvane\TamLogServer.exe
+                                              another one
+  tamlogctl server install && tamlogctl server start)";
+
+constexpr const char* kRemoveFooter =
+    R"(Stops the service and removes its registration, as an administrator. The settings in the registry and the log file
+stay.
+
+Examples:
+  tamlogctl server remove                     stops it first
+  tamlogctl server remove --wait 120          waits longer for the stop
+  tamlogctl server remove && tamlogctl server install
+                                              registers another program)";
 
 constexpr const char* kStateFooter = R"(Exit code 0 running, 1 installed and not running, 3 not installed.
 
@@ -47,8 +67,8 @@ constexpr const char* kRestartFooter = R"(Examples:
   tamlogctl settings path D:\Logs.dat && tamlogctl server restart)";
 
 constexpr const char* kDoctorFooter =
-    R"(Checks the service, the pipe, settings, filters, the shared log and its locks, and reads once. A reader
-counts as stuck when the lock's counters have not changed for --watch milliseconds. A slow reader looks the
+    R"(Checks the service and its last start, the driver, the pipe and who answers on it, path, settings, filters,
+the shared log and its locks, reads once, and names the size of the server's own log of failures. A reader counts as stuck when the lock's counters have not changed for --watch milliseconds. A slow reader looks the
 same, so make sure before --unstick: it lets the server write while that reader may still be reading.
 Exit code 0 no problem found, 1 something was found, 3 no server, 4 access denied.
 
@@ -77,6 +97,15 @@ Verb Control(const char* name, const char* purpose, const char* footer, int (*ru
   return verb;
 }
 
+Verb Install() {
+  const auto options = std::make_shared<ServerOptions>();
+  Verb verb = MakeVerb("install", "Register the service", kInstallFooter, options, InstallServer);
+  verb.Add({Value("--program", "FILE", Text(options->program),
+                  "The server's program (TamLogServer.exe in this program's directory)")});
+  verb.Add(OptionsOfAll(*options));
+  return verb;
+}
+
 Verb State() {
   const auto options = std::make_shared<ServerOptions>();
   Verb verb = MakeVerb("state", "Show the service's state", kStateFooter, options, ShowServerState);
@@ -88,11 +117,16 @@ Verb State() {
 Verb Server() {
   Verb server;
   server.name = "server";
-  server.purpose = "Start, stop and inspect the service";
+  server.purpose = "Install, start, stop, inspect and remove the service";
   server.footer = kServerFooter;
-  server.verbs = {Control("start", "Start the service", kStartFooter, StartServer),
-                  Control("stop", "Stop the service", kStopFooter, StopServer),
-                  Control("restart", "Stop and start the service", kRestartFooter, RestartServer), State()};
+  server.verbs = {
+      Control("start", "Start the service", kStartFooter, StartServer),
+      Control("stop", "Stop the service", kStopFooter, StopServer),
+      Control("restart", "Stop and start the service", kRestartFooter, RestartServer),
+      State(),
+      Install(),
+      Control("remove", "Stop the service and remove its registration", kRemoveFooter, RemoveServer)};
+  server.alone = "state";
   return server;
 }
 
@@ -101,6 +135,8 @@ Verb DoctorVerb() {
   Verb verb =
       MakeVerb("doctor", "Check everything that can be wrong with a server", kDoctorFooter, options, Doctor);
   verb.Add({Flag("--unstick", options->unstick, "Fix what a dead reader or a half-open client left behind"),
+            Flag("--restore-rights", options->restoreRights,
+                 "Let every user start and stop the service again; needs an administrator"),
             Value("--watch", "MS", Number(100, 60000, options->watchMs),
                   "Time without any change after which a reader counts as stuck, in milliseconds (2000)"),
             JsonOption(options->json)});

@@ -11,9 +11,8 @@ namespace {
 using Options = std::shared_ptr<SettingsOptions>;
 
 constexpr const char* kSettingsFooter = R"(Examples:
-  tamlogctl settings get                      capacity, rates, types
-  tamlogctl settings set --capacity 100000 --keep
-                                              a larger log, with its messages
+  tamlogctl settings                          capacity, rates, types
+  tamlogctl settings set --capacity 100000    a larger log, with its messages
   tamlogctl settings path                     where the log file is)";
 
 constexpr const char* kGetFooter = R"(Examples:
@@ -23,27 +22,32 @@ constexpr const char* kGetFooter = R"(Examples:
 
 constexpr const char* kSetFooter =
     R"(Reads the settings, changes those named, writes them back and waits until the server has restarted with
-them. A change of capacity usually empties the log, so its messages are saved in a file first, and --keep
-sends them again. Exit code 1 when another capacity is in effect afterwards.
+them. A change of capacity usually empties the log, so its messages are saved in a file first. Where the
+capacity grows they are also sent again; where it shrinks --keep sends as many as there is room for. With
+--no-backup and without sending them again it asks on a terminal, unless --yes is given. Exit code 1 when
+another capacity is in effect afterwards, or the user declined.
 
 Examples:
   tamlogctl settings set --types 0,1,3        drops messages of type 2
-  tamlogctl settings set --capacity 100000 --keep
-                                              more room; the messages are sent again
+  tamlogctl settings set --capacity 100000    more room; the messages are sent again
   tamlogctl settings set - < saved.json       what `settings get -o json` printed)";
 
 constexpr const char* kPathFooter =
-    R"(The server moves its log to a new path at its next restart. An existing file would be used if it is a
-log and emptied if it is not; without --force it is rejected.
+    R"(The server moves its log to a new path at its next restart. The path is tried first: with a path that it
+cannot use the server would not start again. Network, device and relative paths are rejected. An existing file would be
+used if it is a log and emptied if it is not; without --force it is rejected. --offline sets or shows the path of a
+stopped server, in the registry.
 
 Examples:
   tamlogctl settings path                     prints the path
-  tamlogctl settings path D:\Logs\Logs.dat    from the next restart on
   tamlogctl settings path D:\Logs\Logs.dat --apply
-                                              at once)";
+                                              at once, not at the next restart
+  tamlogctl settings path --offline D:\Logs\Logs.dat
+                                              as an administrator, after a start that failed)";
 
 constexpr const char* kClearFooter =
-    R"(Asks before it empties the log, and offers to save the messages; without a terminal it needs --yes.
+    R"(Asks before it empties the log, then offers to save the messages. Where standard input is no terminal nothing
+can be asked, and it does nothing without --yes.
 Messages that arrive between saving and emptying are lost.
 
 Examples:
@@ -79,24 +83,29 @@ Verb Set() {
   const auto options = std::make_shared<SettingsOptions>();
   SettingsChange& change = options->change;
   const auto fromInput = [to = options.get()](std::size_t) { to->fromInput = true; };
-  Verb verb = Make(
-      "set", "Change settings; the server restarts with them", kSetFooter, options, SetSettings,
-      {Words("INPUT", {"-"}, fromInput, "- reads a JSON object from standard input"),
-       Value("--capacity", "N", Number(1, kMostMessages, change.capacity),
-             "Messages that the log holds, 1 to 1000000"),
-       Value("--poll", "MS", Number(1, kMostPollMs, change.pollMs),
-             "Pause between two reads of the driver, in milliseconds, at least 1"),
-       Value("--save", "S", Number(1, kMostSaveSeconds, change.saveSeconds),
-             "Pause between two forced writes to disk, in seconds, at least 1"),
-       TypesOption(change.types),
-       Flag("--keep", options->keep, "After a change of capacity send the messages again, with their times"),
-       Value("--backup", "FILE", Text(options->backup),
-             "Where the messages are saved before a change of capacity (tamlog-DATE-TIME.dat here)"),
-       Flag("--no-backup", options->noBackup, "Save nothing before a change of capacity")
-           .Excludes("--backup"),
-       Switch("--wait", "--no-wait", options->wait,
-              "Wait until the server is back (the default), or do not")});
-  verb.check = [options](const Given&) {
+  Verb verb =
+      Make("set", "Change settings; the server restarts with them", kSetFooter, options, SetSettings,
+           {Words("INPUT", {"-"}, fromInput, "- reads a JSON object from standard input"),
+            Value("--capacity", "N", Number(1, kMostMessages, change.capacity),
+                  "Messages that the log holds, 1 to 1000000"),
+            Value("--poll", "MS", Number(1, kMostPollMs, change.pollMs),
+                  "Pause between two reads of the driver, in milliseconds, at least 1"),
+            Value("--save", "S", Number(1, kMostSaveSeconds, change.saveSeconds),
+                  "Pause between two forced writes to disk, in seconds, at least 1"),
+            TypesOption(change.types),
+            Switch("--keep", "--no-keep", options->keep,
+                   "After a change of capacity send the messages again, with their times (the default where "
+                   "it grows), or "
+                   "do not"),
+            Value("--backup", "FILE", Text(options->backup),
+                  "Where the messages are saved before a change of capacity (tamlog-DATE-TIME.dat here)"),
+            Flag("--no-backup", options->noBackup, "Save nothing before a change of capacity")
+                .Excludes("--backup"),
+            Flag("--yes", options->yes, "Do not ask before messages are lost"),
+            Switch("--wait", "--no-wait", options->wait,
+                   "Wait until the server is back (the default), or do not")});
+  verb.check = [options](const Given& given) {
+    options->keepGiven = given.Has("--keep");
     const SettingsChange& named = options->change;
     const bool any = named.capacity || named.pollMs || named.saveSeconds || named.types;
     return std::string(any || options->fromInput
@@ -112,6 +121,9 @@ Verb Path() {
               {Operand("NEW", Text(options->path), "The new path, absolute, at most 255 bytes"),
                Flag("--apply", options->apply, "Restart the server, so that the path takes effect at once"),
                Flag("--force", options->force, "Also if the file already exists"),
+               Flag("--offline", options->offline,
+                    "In the registry, while the server is stopped; needs an administrator")
+                   .Excludes("--apply"),
                Switch("--wait", "--no-wait", options->wait,
                       "With --apply: wait until the server is back (the default), or do not")});
 }
@@ -135,6 +147,7 @@ std::vector<Verb> SettingsVerbs() {
   settings.purpose = "Show and change capacity, rates, types and the log's path";
   settings.footer = kSettingsFooter;
   settings.verbs = {Get(), Set(), Path()};
+  settings.alone = "get";
   return {settings, ClearVerb()};
 }
 

@@ -9,8 +9,7 @@ namespace {
 constexpr const char* kShowFooter = R"(Examples:
   tamlogctl show -n 20 -s Camera:2,3          the last 20 of Camera with type 2 or 3
   tamlogctl show -S -15m -g "timed? out"      of the last 15 minutes, texts that match
-  tamlogctl show --file Logs.dat -o csv > log.csv
-                                              a copied log as a table
+  tamlogctl show Logs.dat -o csv > log.csv    a copied log as a table
   tamlogctl show --cursor-file done.txt       messages since the last run
   tamlogctl show -n +1 -g "timed? out"        the first message that matches
   tamlogctl show --count -t 3 -S today        how many of type 3 today
@@ -36,7 +35,7 @@ Examples:
 constexpr std::size_t kFollowedLines = 10;  // printed before new messages
 
 std::string FollowingProblem(const ShowOptions& options, bool countGiven) {
-  if (!options.files.empty()) return "--file: a copied log does not grow; leave out -f";
+  if (!options.files.empty()) return "FILE: a copied log does not grow; leave out -f";
   if (options.reverse) return "-r: cannot be used with -f: new messages come last";
   if (options.count) return "--count: cannot be used with -f, which never ends";
   const bool cursor = !options.cursorFile.empty() || !options.afterCursor.empty();
@@ -85,11 +84,11 @@ Verb Show() {
   verb.Add({
       LimitOption(options->limit, "The last N that match, the first N (+N), or all"),
       Flag("--count", options->count, "Print only the number of messages that match"),
-      Flag("--no-pager", options->noPager, "Write to the terminal directly"),
+      PagerOption(options->noPager),
       Flag("-r,--reverse", options->reverse, "Newest first"),
       Flag("-f,--follow", options->follow, "Continue with new messages"),
-      FileOption(options->files, "Read a copy of the log file (repeatable, merged by time)"),
   });
+  verb.Add(FileOptions(options->files, "Copies of the log file, also .gz and .xz, or - for standard input"));
   AddReading(verb, *options);
   verb.check = [options](const Given& given) { return Check(*options, given); };
   return verb;

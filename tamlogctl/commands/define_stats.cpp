@@ -12,7 +12,7 @@ or not.
 
 Examples:
   tamlogctl stats                             of the running server
-  tamlogctl stats -S -1h -s Camera --file Logs.dat
+  tamlogctl stats Logs.dat -S -1h -s Camera --relative-to end
                                               of one source in the last hour of a copied log
   tamlogctl stats -o json                     one object with all sources and minutes)";
 
@@ -24,11 +24,12 @@ Verb StatsVerb() {
   const auto top = [options](std::uint64_t count) { options->top = count; };
   verb.Add({
       JsonOption(options->json),
-      FileOption(options->files, "Read a copy of the log file (repeatable)"),
       Value("--top", "N", Number(0, 1000000, top), "Number of sources to list, 0 for all (20)"),
       Flag("--bars", options->bars, "Print bars also when the output is not a terminal"),
       LimitOption(options->limit, "Of the last N that match, of the first N (+N), or of all"),
+      PagerOption(options->noPager),
   });
+  verb.Add(FileOptions(options->files, "Copies of the log file, also .gz and .xz, or - for standard input"));
   verb.Add(NamingOptions(options->output));
   verb.Add(SelectingOptions(options->selection));
   verb.Add({QuietOption(options->quiet)});

@@ -4,6 +4,7 @@
 
 #include "tamlogctl/base/common_options.h"
 #include "tamlogctl/base/output_options.h"
+#include "tamlogctl/base/wildcards.h"
 #include "tamlogctl/read/reading_options.h"
 #include "tamlogctl/select/selection_options.h"
 
@@ -61,7 +62,12 @@ std::vector<Option> SelectingOptions(SelectionOptions& to) {
           .MayBeEmpty(),
       Values("--filter-file", "FILE", List(to.filterFiles),
              "Sources from a file: one NAME[:TYPES] or !NAME[:TYPES] a line"),
-      Value("-t,--type", "LIST", Text(to.types), "Only these types: 0,2 or 1-3"),
+      Value("-t,--type", "LIST", Text(to.types),
+            "Only these types: 0,2 or 1-3, T2, or names of --type-names"),
+      Value("-p,--priority", "SEVERITY", Text(to.severity),
+            "Only types of this severity or a worse one, by --type-names: emerg, alert, crit, err, warning, "
+            "notice, "
+            "info, debug"),
       Values("-g,--grep", "RE", List(to.patterns),
              "Only texts that match this expression (repeatable: any of them)")
           .MayBeEmpty(),
@@ -117,6 +123,10 @@ std::vector<Option> PositionOptions(ReadingOptions& to) {
   };
 }
 
+Option PagerOption(bool& to) {
+  return Flag("--no-pager", to, "Write to the terminal directly");
+}
+
 Option QuietOption(bool& to) {
   return Flag("-q,--quiet", to, "Print nothing on stderr but errors");
 }
@@ -126,8 +136,19 @@ Option JsonOption(bool& to, std::string purpose) {
       "-o,--output", {"text", "json"}, [&to](std::size_t index) { to = index == 1; }, std::move(purpose));
 }
 
+Take Files(std::vector<std::string>& to) {
+  return [&to](const std::string& name) {
+    for (std::string& file : FilesNamed(name)) to.push_back(std::move(file));
+    return std::string();
+  };
+}
+
 Option FileOption(std::vector<std::string>& to, std::string purpose) {
-  return Values("--file", "FILE", List(to), std::move(purpose));
+  return Values("--file", "FILE", Files(to), std::move(purpose));
+}
+
+std::vector<Option> FileOptions(std::vector<std::string>& to, const std::string& purpose) {
+  return {Operands("FILE", Files(to), purpose), FileOption(to, "The same")};
 }
 
 std::vector<Option> FollowingOptions(std::uint32_t& intervalMs, bool& ordered,

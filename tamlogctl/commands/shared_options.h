@@ -42,13 +42,20 @@ Option CountOption(std::optional<std::size_t>& last, std::string purpose);
 // -A, -B, -C, --cursor-file, --after-cursor, --show-cursor, --events.
 std::vector<Option> PositionOptions(ReadingOptions& to);
 
+// --no-pager
+Option PagerOption(bool& to);
+
 // -q
 Option QuietOption(bool& to);
 
 // -o text|json
 Option JsonOption(bool& to, std::string purpose = "Format: text or json");
 
-// --file, once for each copied log that is read instead of the running server's.
+// Stores the name of a file to read, or the files that match it where the program expands wildcards.
+Take Files(std::vector<std::string>& to);
+
+// --file and FILE, for each copied log that is read instead of the running server's.
+std::vector<Option> FileOptions(std::vector<std::string>& to, const std::string& purpose);
 Option FileOption(std::vector<std::string>& to, std::string purpose);
 
 // --interval, --ordered and --for, of verbs that follow.

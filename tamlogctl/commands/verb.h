@@ -59,7 +59,9 @@ struct Verb {
   std::string purpose;
   std::string footer;  // below the options in the help: examples
   std::vector<Option> options;
-  std::vector<Verb> verbs;  // one of them has to follow
+  std::vector<Verb>
+      verbs;  // one of them has to follow, unless `alone` names the one that runs when none does
+  std::string alone;
 
   // Called after all values were stored: completes them. Returns the contradiction, or an empty text.
   std::function<std::string(const Given&)> check;

@@ -4,6 +4,7 @@
 
 #include "client/message/time_text.h"
 #include "tamlogctl/base/console.h"
+#include "tamlogctl/base/wildcards.h"
 #include "tamlogctl/select/time_arithmetic.h"
 
 namespace TamLogCtl {
@@ -60,9 +61,9 @@ std::optional<std::vector<HostFile>> MakeHostFiles(const std::vector<std::string
   all.reserve(files.size() + labels.size());
   for (const std::string& file : files) all.push_back({"", file, {}});
   for (const std::string& label : labels) {
-    auto pair = SplitAtEquals("--label", label);
+    const auto pair = SplitAtEquals("--label", label);
     if (!pair) return std::nullopt;
-    all.push_back({std::move(pair->first), std::move(pair->second), {}});
+    for (std::string& file : FilesNamed(pair->second)) all.push_back({pair->first, std::move(file), {}});
   }
   for (const std::string& offset : offsets) {
     if (!ApplyOffset(offset, all)) return std::nullopt;

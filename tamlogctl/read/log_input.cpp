@@ -9,6 +9,7 @@
 #include "client/message/log_message_view.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/file_problem.h"
+#include "tamlogctl/base/plain_file.h"
 #include "tamlogctl/base/progress.h"
 
 namespace TamLogCtl {
@@ -41,28 +42,32 @@ LogInput InputOf(const std::string& name, LogSnapshot snapshot, bool quiet) {
 }
 
 LogInput ReadFileInput(const std::string& path, bool quiet, const ReadPart& readPart) {
+  const PlainFile& file = PlainFileOf(path);
+  if (!file.Readable()) return {{}, file.exitCode};
   TamLogClient::LogFileContents contents;
   {
     const Busy busy("reading " + path);
-    const auto readTail = [&path](std::size_t count, TamLogClient::LogTail& tail) {
-      return TamLogClient::ReadLogFileTail(path, count, tail);
+    const auto readTail = [&file](std::size_t count, TamLogClient::LogTail& tail) {
+      return TamLogClient::ReadLogFileTail(file.path, count, tail);
     };
     auto part = readPart ? readPart(readTail) : std::nullopt;
     if (part) {
       contents.snapshot = std::move(*part);
     } else {
-      contents = TamLogClient::ReadLogFile(path);
+      contents = TamLogClient::ReadLogFile(file.path);
     }
   }
   const TamLogClient::FileStatus& status = contents.status;
   if (status != Status::Ok && !(quiet && Readable(status))) Say(FileProblem(path, status, contents.remark));
   LogInput input = InputOf(path, std::move(contents.snapshot), quiet);
   if (status != Status::Ok) input.exitCode = ExitCodeOf(status);
+  input.exitCode = WorseOf(input.exitCode, file.exitCode);
   return input;
 }
 
 std::optional<ScannedInput> ScanFileInput(const std::string& path, bool quiet,
                                           const std::function<void(const LogMessage&)>& take) {
+  const PlainFile& file = PlainFileOf(path);
   TamLogClient::LogFileSurvey survey;
   TamLogClient::LogFileScan scan;
   {
@@ -73,9 +78,9 @@ std::optional<ScannedInput> ScanFileInput(const std::string& path, bool quiet,
       take(message);
       return true;
     };
-    if (!scan.Open(path) || !scan.ForEach(look) || !IsSound(path, survey)) return std::nullopt;
+    if (!file.Readable() || !scan.Open(file.path) || !scan.ForEach(look) || !IsSound(file.path, survey)) return std::nullopt;
   }
-  return ScannedInput{scan.Header(), JudgeMessages(path, survey.damaged, quiet)};
+  return ScannedInput{scan.Header(), WorseOf(JudgeMessages(path, survey.damaged, quiet), file.exitCode)};
 }
 
 bool IsSound(const std::string& path, const TamLogClient::LogFileSurvey& survey) {

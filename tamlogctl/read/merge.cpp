@@ -12,6 +12,7 @@
 #include "tamlogctl/base/json.h"
 #include "tamlogctl/read/host_files.h"
 #include "tamlogctl/read/log_input.h"
+#include "tamlogctl/read/reading_options.h"
 #include "tamlogctl/select/log_end.h"
 #include "tamlogctl/select/time_arithmetic.h"
 
@@ -64,7 +65,9 @@ class Merge {
  private:
   std::optional<TamLogClient::TimeWords> End() const;
   void Read(std::size_t index);
-  int Print(const MessageSelection& selection, MessageFormatter& formatter);
+  std::vector<std::size_t> Choose(const MessageSelection& selection) const;
+  bool Print(const std::vector<std::size_t>& chosen, MessageFormatter& formatter) const;
+  int Output(const MessageSelection& selection, MessageFormatter& formatter);
 
   const MergeOptions& options;
   std::vector<HostFile> files;
@@ -81,27 +84,45 @@ void Merge::Read(std::size_t index) {
   }
 }
 
-int Merge::Print(const MessageSelection& selection, MessageFormatter& formatter) {
+// Returns the indices of the entries to print, in the order of the output.
+std::vector<std::size_t> Merge::Choose(const MessageSelection& selection) const {
+  std::vector<const LogMessage*> messages;
+  messages.reserve(entries.size());
+  for (const Entry& entry : entries) messages.push_back(entry.message);
+  auto chosen = ChooseMessages(messages, selection, options.limit);
+  if (!options.reverse) std::reverse(chosen.begin(), chosen.end());
+  return chosen;
+}
+
+bool Merge::Print(const std::vector<std::size_t>& chosen, MessageFormatter& formatter) const {
   TamLogClient::TwinNumbers twins;
   if (formatter.ShowsCursors()) {
     for (const LogInput& log : logs) twins.Add(log.snapshot);
   }
   std::string pending;
-  std::size_t printed = 0;
   formatter.AppendHead(pending);
-  for (const Entry& entry : entries) {
-    if (!selection.Wants(LogMessageView(*entry.message))) continue;
-    ++printed;
+  for (const std::size_t index : chosen) {
+    const Entry& entry = entries[index];
     AppendLabelled(formatter, *entry.message, files[entry.file].host, twins.Of(entry.message),
                    IsJson(options.output.format), pending);
     if (pending.size() < kWriteSize) continue;
-    if (!WriteOut(pending)) return kOutputFailed;
+    if (!WriteOut(pending)) return false;
     pending.clear();
   }
   formatter.AppendTail(pending);
-  if (!WriteOut(pending)) return kOutputFailed;
+  return WriteOut(pending);
+}
+
+int Merge::Output(const MessageSelection& selection, MessageFormatter& formatter) {
+  const auto chosen = Choose(selection);
+  Pager pager;
+  if (!options.noPager && !options.count) pager.Begin();
+  const bool written =
+      options.count ? WriteOut(CountText(chosen.size(), options.output)) : Print(chosen, formatter);
+  const bool paged = pager.Active();
+  if (!pager.End() || !(written || paged)) return kOutputFailed;
   const int exitCode = WorstOf(logs);
-  return printed == 0 && !selection.Empty() ? WorseOf(exitCode, kNegative) : exitCode;
+  return chosen.empty() && !selection.Empty() ? WorseOf(exitCode, kNegative) : exitCode;
 }
 
 // Returns the latest time of the files, with their offsets.
@@ -130,7 +151,7 @@ int Merge::Run() {
   if (!AnyRead(logs)) return WorstOf(logs);  // the output of an empty log would mislead
   std::stable_sort(entries.begin(), entries.end(),
                    [](const Entry& left, const Entry& right) { return left.key < right.key; });
-  const int exitCode = Print(*selection, *formatter);
+  const int exitCode = Output(*selection, *formatter);
   if (exitCode == kNegative && !options.quiet) SuggestEnd(wanted, options.output, End());
   return exitCode;
 }

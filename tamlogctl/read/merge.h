@@ -7,6 +7,7 @@
 
 #include "tamlogctl/base/common_options.h"
 #include "tamlogctl/base/output_options.h"
+#include "tamlogctl/select/message_choice.h"
 #include "tamlogctl/select/selection_options.h"
 
 namespace TamLogCtl {
@@ -17,7 +18,11 @@ struct MergeOptions : CommonOptions {
   std::vector<std::string> files;
   std::vector<std::string> labels;   // HOST=FILE: a file and the name of the machine it comes from
   std::vector<std::string> offsets;  // HOST=+1h: added to the times of that machine's messages
+  MessageLimit limit;
+  bool reverse = false;
+  bool count = false;  // print the number of messages instead of the messages
   bool quiet = false;
+  bool noPager = false;
 };
 
 // Returns the program's exit code; every failure has been reported on stderr.

@@ -16,13 +16,30 @@ namespace {
 
 constexpr std::int64_t kMinuteMs = 60000;
 
-// Returns the minutes from 1970 to a real time.
-std::int64_t MinuteOf(const TimeWords& words) {
-  const std::chrono::milliseconds since(TamLogClient::MillisecondsSince1970(words, 0));
-  return std::chrono::floor<std::chrono::minutes>(since).count();
+// Rounds down, also before 1970.
+std::int64_t MinuteOf(std::int64_t time) {
+  return std::chrono::floor<std::chrono::minutes>(std::chrono::milliseconds(time)).count();
 }
 
 }  // namespace
+
+void MessageStats::Times::Add(std::int64_t time) {
+  ++count;
+  first = std::min(first, time);
+  last = std::max(last, time);
+}
+
+std::optional<TimeWords> MessageStats::Times::Oldest() const {
+  return count > 0 ? std::optional(WordsSince1970(first)) : std::nullopt;
+}
+
+std::optional<TimeWords> MessageStats::Times::Newest() const {
+  return count > 0 ? std::optional(WordsSince1970(last)) : std::nullopt;
+}
+
+double MessageStats::Gap::Seconds() const {
+  return SecondsBetween(from, to);
+}
 
 void MessageStats::Add(const LogMessageView& message) {
   const std::size_t type = std::min<std::size_t>(message.Type(), kMessageTypes);
@@ -30,26 +47,50 @@ void MessageStats::Add(const LogMessageView& message) {
   ++types[type];
   auto source = sources.find(message.Source());
   if (source == sources.end()) source = sources.try_emplace(std::string(message.Source())).first;
-  ++source->second.first;
-  ++source->second.second[type];
+  ++source->second.count;
+  ++source->second.types[type];
   const TimeWords words = TamLogClient::WordsOf(message.Body());
   if (!IsRealTime(words)) {
     ++timeless;
     return;
   }
-  ++minutes[MinuteOf(words)];
-  // The words of real times compare like the times.
-  if (!oldest || words < *oldest) oldest = words;
-  if (!newest || words > *newest) newest = words;
+  const std::int64_t time = TamLogClient::MillisecondsSince1970(words, 0);
+  times.Add(time);
+  source->second.times.Add(time);
+  minutes[MinuteOf(time)].Add(time);
 }
 
 std::vector<MessageStats::Source> MessageStats::Sources() const {
   std::vector<Source> list;
   list.reserve(sources.size());
-  for (const auto& [name, counts] : sources) list.push_back({name, counts.first, counts.second});
+  for (const auto& [name, counts] : sources) {
+    list.push_back({name, counts.count, counts.types, counts.times.Oldest(), counts.times.Newest()});
+  }
   std::stable_sort(list.begin(), list.end(),
                    [](const Source& left, const Source& right) { return left.count > right.count; });
   return list;
+}
+
+std::vector<MessageStats::Gap> MessageStats::Gaps(std::size_t most) const {
+  std::vector<Gap> gaps;
+  const Times* before = nullptr;
+  for (const auto& [minute, inMinute] : minutes) {
+    if (before != nullptr && inMinute.first - before->last >= kMinuteMs)
+      gaps.push_back({WordsSince1970(before->last), WordsSince1970(inMinute.first)});
+    before = &inMinute;
+  }
+  std::stable_sort(gaps.begin(), gaps.end(),
+                   [](const Gap& left, const Gap& right) { return left.Seconds() > right.Seconds(); });
+  gaps.resize(std::min(gaps.size(), most));
+  return gaps;
+}
+
+std::optional<MessageStats::Period> MessageStats::BusiestMinute() const {
+  const auto busiest = std::max_element(
+      minutes.begin(), minutes.end(),
+      [](const auto& left, const auto& right) { return left.second.count < right.second.count; });
+  if (busiest == minutes.end()) return std::nullopt;
+  return Period{WordsSince1970(busiest->first * kMinuteMs), busiest->second.count};
 }
 
 std::vector<MessageStats::Period> MessageStats::Periods(std::uint32_t length) const {
@@ -60,14 +101,14 @@ std::vector<MessageStats::Period> MessageStats::Periods(std::uint32_t length) co
     const std::int64_t begin = minute - inPeriod;
     if (last != begin) periods.push_back({WordsSince1970(begin * kMinuteMs), 0});
     last = begin;
-    periods.back().count += messages;
+    periods.back().count += messages.count;
   }
   return periods;
 }
 
 std::optional<double> MessageStats::SpanSeconds() const {
-  if (!oldest || !newest) return std::nullopt;
-  return SecondsBetween(*oldest, *newest);
+  if (times.count == 0) return std::nullopt;
+  return static_cast<double>(times.last - times.first) / 1000.0;
 }
 
 std::optional<double> MessageStats::PerMinute() const {

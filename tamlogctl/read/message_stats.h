@@ -5,10 +5,10 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <map>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "client/message/log_message_view.h"
@@ -25,11 +25,20 @@ class MessageStats {
     std::string name;  // the bytes as they were sent
     std::uint64_t count = 0;
     TypeCounts types{};
+    std::optional<TamLogClient::TimeWords> oldest;  // of its messages with real times
+    std::optional<TamLogClient::TimeWords> newest;
   };
 
   struct Period {
     TamLogClient::TimeWords begin{};
     std::uint64_t count = 0;
+  };
+
+  // A stretch of time from one message to the next.
+  struct Gap {
+    TamLogClient::TimeWords from{};
+    TamLogClient::TimeWords to{};
+    double Seconds() const;
   };
 
   void Add(const TamLogClient::LogMessageView& message);
@@ -47,8 +56,17 @@ class MessageStats {
   // day.
   std::vector<Period> Periods(std::uint32_t length) const;
 
-  const std::optional<TamLogClient::TimeWords>& Oldest() const { return oldest; }
-  const std::optional<TamLogClient::TimeWords>& Newest() const { return newest; }
+  // Returns the `most` longest gaps of at least a minute, the longest first.
+  std::vector<Gap> Gaps(std::size_t most) const;
+
+  // Returns the minute with most messages, the first of equal ones; nothing without messages.
+  std::optional<Period> BusiestMinute() const;
+
+  // Returns the number of minutes that contain messages.
+  std::size_t ActiveMinutes() const { return minutes.size(); }
+
+  std::optional<TamLogClient::TimeWords> Oldest() const { return times.Oldest(); }
+  std::optional<TamLogClient::TimeWords> Newest() const { return times.Newest(); }
 
   // Returns the time from the oldest message to the newest; nothing without messages.
   std::optional<double> SpanSeconds() const;
@@ -57,13 +75,30 @@ class MessageStats {
   std::optional<double> PerMinute() const;
 
  private:
+  // The number of some messages with real times, and the first and the last of these in milliseconds since
+  // 1970.
+  struct Times {
+    void Add(std::int64_t time);
+    std::optional<TamLogClient::TimeWords> Oldest() const;
+    std::optional<TamLogClient::TimeWords> Newest() const;
+
+    std::uint64_t count = 0;
+    std::int64_t first = std::numeric_limits<std::int64_t>::max();
+    std::int64_t last = std::numeric_limits<std::int64_t>::min();
+  };
+
+  struct SourceCounts {
+    std::uint64_t count = 0;
+    TypeCounts types{};
+    Times times;
+  };
+
   std::uint64_t count = 0;
   std::uint64_t timeless = 0;
   TypeCounts types{};
-  std::map<std::string, std::pair<std::uint64_t, TypeCounts>, std::less<>> sources;
-  std::map<std::int64_t, std::uint64_t> minutes;  // since 1970
-  std::optional<TamLogClient::TimeWords> oldest;
-  std::optional<TamLogClient::TimeWords> newest;
+  Times times;
+  std::map<std::string, SourceCounts, std::less<>> sources;
+  std::map<std::int64_t, Times> minutes;  // since 1970
 };
 
 }  // namespace TamLogCtl

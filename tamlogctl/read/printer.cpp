@@ -94,9 +94,7 @@ void Printer::EmitGap() {
 
 bool Printer::Finish() {
   if (options.count) {
-    const std::size_t number = options.limit.Of(matched);
-    const bool json = options.output.format == "json" || options.output.format == "ndjson";
-    pending += json ? "{\"count\":" + std::to_string(number) + "}\n" : std::to_string(number) + "\n";
+    pending += CountText(options.limit.Of(matched), options.output);
   } else {
     if (!begun) formatter.AppendHead(pending);
     begun = true;

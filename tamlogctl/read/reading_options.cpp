@@ -14,6 +14,11 @@ std::string CursorProblem(const ReadingOptions& options) {
   return "";
 }
 
+std::string CountText(std::size_t count, const OutputOptions& output) {
+  const bool json = output.format == "json" || output.format == "ndjson";
+  return json ? "{\"count\":" + std::to_string(count) + "}\n" : std::to_string(count) + "\n";
+}
+
 bool IsTextFormat(const ReadingOptions& options) {
   const std::string& format = options.output.format;
   return format == "short" || format == "full" || format == "cat";

@@ -35,6 +35,9 @@ struct ReadingOptions : CommonOptions {
 // Returns which options contradict a cursor, "-U: ..."; empty when none do.
 std::string CursorProblem(const ReadingOptions& options);
 
+// Returns what --count prints.
+std::string CountText(std::size_t count, const OutputOptions& output);
+
 // Returns whether the format is short, full or cat: formats in which `--` may stand between messages.
 bool IsTextFormat(const ReadingOptions& options);
 

@@ -11,6 +11,7 @@
 #include "tamlogctl/base/counted.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
+#include "tamlogctl/base/plain_file.h"
 #include "tamlogctl/base/progress.h"
 #include "tamlogctl/read/output_file.h"
 
@@ -140,13 +141,15 @@ std::string ReportOf(const std::string& target, const RepairPlan& plan, std::uin
 int RepairFile(const RepairVerbOptions& options) {
   if (TamLogClient::IsSameFile(options.file, options.output))
     return Refuse(kUsage, "NEW '" + options.output + "': is the damaged file itself; give another name");
+  const PlainFile& file = PlainFileOf(options.file);
+  if (!file.Readable()) return file.exitCode;
   auto busy = std::make_optional<Busy>("searching " + options.file);
   const auto fail = [&](const TamLogClient::FileStatus& status, const std::string& remark) {
     busy.reset();
     return Refuse(ExitCodeOf(status), FileProblem(options.file, status, remark));
   };
   TamLogClient::FileBytes bytes;
-  if (const auto status = bytes.Open(options.file); status != Status::Ok) return fail(status, "");
+  if (const auto status = bytes.Open(file.path); status != Status::Ok) return fail(status, "");
   const LogFileImage image(bytes);
   if (const std::string why = WhyNoLog(image); !why.empty()) return fail(Status::NotALog, why);
   const auto plan = PlanRepair(image, {options.carve, options.unique,
@@ -160,7 +163,7 @@ int RepairFile(const RepairVerbOptions& options) {
   };
   const int code = WriteLogTarget(options.output, messages, messageAt, capacity, options.force);
   if (code != kDone) return code;
-  const int exitCode = IsPoor(plan) ? kDamaged : kDone;
+  const int exitCode = IsPoor(plan) ? kDamaged : file.exitCode;
   if (options.quiet) return exitCode;
   return WriteOut(ReportOf(options.output, plan, messages, capacity, options.all)) ? exitCode : kOutputFailed;
 }

@@ -6,6 +6,7 @@
 
 #include "client/file/log_file_scan.h"
 #include "tamlogctl/base/console.h"
+#include "tamlogctl/base/plain_file.h"
 #include "tamlogctl/base/progress.h"
 #include "tamlogctl/read/log_input.h"
 #include "tamlogctl/read/printer.h"
@@ -38,13 +39,14 @@ std::optional<int> CountInFiles(const ShowOptions& options, Printer& printer) {
 // nothing when the file has to be read in the ordinary way.
 std::optional<int> PrintInOrder(const ShowOptions& options, Printer& printer) {
   const std::string& path = options.files.front();
+  const PlainFile& file = PlainFileOf(path);
   TamLogClient::LogFileScan scan;
-  if (!scan.Open(path)) return std::nullopt;
+  if (!file.Readable() || !scan.Open(file.path)) return std::nullopt;
   auto busy = std::make_optional<Busy>("reading " + path);
   const auto survey = scan.Survey();
   busy.reset();
-  if (!survey || !survey->inTimeOrder || !IsSound(path, *survey)) return std::nullopt;
-  int exitCode = JudgeMessages(path, survey->damaged, options.quiet);
+  if (!survey || !survey->inTimeOrder || !IsSound(file.path, *survey)) return std::nullopt;
+  int exitCode = WorseOf(JudgeMessages(path, survey->damaged, options.quiet), file.exitCode);
   Pager pager;
   if (!options.noPager) pager.Begin();
   TamLogClient::TwinCount twins;

@@ -8,6 +8,7 @@
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/read/log_input.h"
+#include "tamlogctl/read/paged_text.h"
 #include "tamlogctl/read/stats_report.h"
 #include "tamlogctl/select/log_end.h"
 
@@ -87,8 +88,10 @@ int Stats(const StatsOptions& options) {
   const int exitCode = std::accumulate(codes.begin(), codes.end(), kDone, WorseOf);
   if (std::none_of(codes.begin(), codes.end(), HasOutput)) return exitCode;
   collector.Finish();
-  if (!WriteOut(options.json ? StatsJson(collector, *shown) : StatsText(options, collector, *shown)))
-    return kOutputFailed;
+  PagedText output(!options.noPager);
+  const std::string text =
+      options.json ? StatsJson(collector, *shown) : StatsText(options, collector, *shown);
+  if (!output.Write(text) || !output.Finish()) return kOutputFailed;
   return collector.Searches() && collector.Wanted().Count() == 0 ? WorseOf(exitCode, kNegative) : exitCode;
 }
 

@@ -29,6 +29,7 @@ struct StatsOptions : CommonOptions {
   bool json = false;
   bool bars = false;  // print bars even if standard output is no terminal
   bool quiet = false;
+  bool noPager = false;
 };
 
 // Counts the wanted messages, and finds the oldest and the newest of all messages.

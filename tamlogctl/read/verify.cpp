@@ -14,7 +14,9 @@
 #include "tamlogctl/base/file_problem.h"
 #include "tamlogctl/base/json.h"
 #include "tamlogctl/base/live_log.h"
+#include "tamlogctl/base/plain_file.h"
 #include "tamlogctl/base/progress.h"
+#include "tamlogctl/read/paged_text.h"
 
 namespace TamLogCtl {
 
@@ -127,12 +129,15 @@ std::string JsonOf(const std::string& name, const VerifyReport& report) {
 
 class Verify {
  public:
-  explicit Verify(const VerifyVerbOptions& chosen) : options(chosen) {}
+  explicit Verify(const VerifyVerbOptions& chosen) : options(chosen), output(!chosen.noPager) {}
 
   void File(const std::string& path) {
+    const PlainFile& file = PlainFileOf(path);
+    Worsen(file.exitCode);
+    if (!file.Readable()) return;
     auto busy = std::make_optional<Busy>("verifying " + path);
     TamLogClient::FileBytes bytes;
-    if (const auto status = bytes.Open(path); status != Status::Ok) return Fail(path, status, "", busy);
+    if (const auto status = bytes.Open(file.path); status != Status::Ok) return Fail(path, status, "", busy);
     const LogFileImage image(bytes);
     const std::string why = WhyNoLog(image);
     if (!why.empty()) return Fail(path, Status::NotALog, why, busy);
@@ -147,7 +152,11 @@ class Verify {
     Judge("the running server's log", LogFileImage(bytes), true, busy);
   }
 
-  int ExitCode() const { return exitCode; }
+  // Returns the exit code of all files. Called after the last one.
+  int Finish() {
+    if (!output.Finish()) Worsen(kOutputFailed);
+    return exitCode;
+  }
 
  private:
   void Worsen(int code) { exitCode = WorseOf(exitCode, code); }
@@ -165,11 +174,12 @@ class Verify {
     busy.reset();
     if (report.Damage() > 0 || (options.strict && !report.Accepted())) Worsen(kNegative);
     if (options.quiet) return;
-    if (!WriteOut(options.json ? JsonOf(name, report) : TextOf(name, report, options.all)))
+    if (!output.Write(options.json ? JsonOf(name, report) : TextOf(name, report, options.all)))
       Worsen(kOutputFailed);
   }
 
   const VerifyVerbOptions& options;
+  PagedText output;
   int exitCode = kDone;
 };
 
@@ -179,7 +189,7 @@ int VerifyFiles(const VerifyVerbOptions& options) {
   Verify verify(options);
   for (const std::string& file : options.files) verify.File(file);
   if (options.live) verify.Live();
-  return verify.ExitCode();
+  return verify.Finish();
 }
 
 }  // namespace TamLogCtl

@@ -16,6 +16,7 @@ struct VerifyVerbOptions : CommonOptions {
   bool strict = false;  // fail also if a server would not keep the file for a reason that is no damage
   bool quiet = false;
   bool json = false;
+  bool noPager = false;
 };
 
 // Returns the program's exit code: kNegative for damage. Every failure has been reported on stderr.

@@ -6,6 +6,7 @@
 #include "client/file/log_file_tail.h"
 #include "client/log/log_tail.h"
 #include "tamlogctl/base/console.h"
+#include "tamlogctl/base/plain_file.h"
 #include "tamlogctl/select/time_bound.h"
 
 namespace TamLogCtl {
@@ -24,13 +25,15 @@ void TakeLatest(const TimeWords& words, std::optional<TimeWords>& latest) {
 std::optional<TimeWords> EndOfLog(const std::string& path) {
   constexpr std::size_t kEnough = 64;
   std::optional<TimeWords> latest;
+  const PlainFile& file = PlainFileOf(path);
+  if (!file.Readable()) return latest;
   TamLogClient::LogTail tail;
-  if (TamLogClient::ReadLogFileTail(path, kEnough, tail) && CertainFrom(tail)) {
+  if (TamLogClient::ReadLogFileTail(file.path, kEnough, tail) && CertainFrom(tail)) {
     for (const LogMessage& message : tail.messages) TakeLatest(TamLogClient::WordsOf(message.body), latest);
   }
   if (latest) return latest;
   // Damaged, out of order, or with impossible dates at its end.
-  const auto contents = TamLogClient::ReadLogFile(path);
+  const auto contents = TamLogClient::ReadLogFile(file.path);
   for (const std::uint32_t slot : contents.snapshot.RingOrder()) {
     TakeLatest(TamLogClient::WordsOf(contents.snapshot.slots[slot].body), latest);
   }

@@ -49,6 +49,25 @@ std::string_view TakeLine(std::string_view& lines) {
   return line.substr(0, line.find_last_not_of(kSpace) + 1);
 }
 
+std::optional<std::uint32_t> TypeNamed(std::string_view item, const TamLogClient::TypeNames& names) {
+  for (std::uint32_t type = 0; type < kMessageTypes; ++type) {
+    std::string name;
+    names.Append(type, name);
+    if (std::equal(name.begin(), name.end(), item.begin(), item.end(), SameLetter)) return type;
+  }
+  return std::nullopt;
+}
+
+// "T1-T3" without the letters: "1-3". Anything else unchanged.
+std::string WithoutLetters(std::string_view item) {
+  std::string digits;
+  for (std::size_t i = 0; i < item.size(); ++i) {
+    const bool begins = i == 0 || item[i - 1] == '-';
+    if (!begins || !SameLetter(item[i], 'T')) digits += item[i];
+  }
+  return digits;
+}
+
 }  // namespace
 
 std::optional<std::uint32_t> ParseTypes(std::string_view text) {
@@ -70,6 +89,33 @@ std::optional<std::uint32_t> ParseTypes(std::string_view text) {
     text.remove_prefix(1);
   }
   if (mask == 0) return std::nullopt;
+  return mask;
+}
+
+std::optional<std::uint32_t> ParseTypes(std::string_view text, const TamLogClient::TypeNames& names) {
+  std::uint32_t mask = 0;
+  for (bool more = true; more;) {
+    const std::size_t comma = text.find(',');
+    const std::string_view item = text.substr(0, comma);
+    more = comma != std::string_view::npos;
+    text.remove_prefix(more ? comma + 1 : text.size());
+    if (const auto type = TypeNamed(item, names)) {
+      mask |= 1U << *type;
+      continue;
+    }
+    const auto types = ParseTypes(WithoutLetters(item));
+    if (!types) return std::nullopt;
+    mask |= *types;
+  }
+  return mask;
+}
+
+std::uint32_t TypesOfSeverity(int severity, const TamLogClient::TypeNames& names) {
+  constexpr int kInformational = 6;
+  std::uint32_t mask = 0;
+  for (std::uint32_t type = 0; type < kMessageTypes; ++type) {
+    if (names.Severity(type).value_or(kInformational) <= severity) mask |= 1U << type;
+  }
   return mask;
 }
 

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "client/format/message_fields.h"
 #include "client/message/log_message_view.h"
 #include "client/message/text_encoding.h"
 #include "tamlogctl/select/text_pattern.h"
@@ -28,6 +29,14 @@ std::optional<SourceTerm> ParseSourceTerm(std::string_view text);
 
 // Returns the mask of a list of types (bit i: type i); nothing if the list is malformed.
 std::optional<std::uint32_t> ParseTypes(std::string_view text);
+
+// The same for a list that may also have types as they are printed: T2, T1-T3, and their names without regard
+// to case.
+std::optional<std::uint32_t> ParseTypes(std::string_view text, const TamLogClient::TypeNames& names);
+
+// Returns the mask of the types of a severity (0 to 7) or a worse one. A type whose name is no severity
+// counts as informational, as in the formats.
+std::uint32_t TypesOfSeverity(int severity, const TamLogClient::TypeNames& names);
 
 // A message is wanted if it meets every condition that was set: one of the included sources, none of the
 // excluded ones, the types, the times, one of the patterns, none of the anti-patterns.

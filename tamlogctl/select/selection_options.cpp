@@ -29,6 +29,21 @@ std::nullopt_t RefuseValue(const std::string& option, const std::string& value, 
   return std::nullopt;
 }
 
+// Returns the severity of -p, which means something only if the names of the types have severities.
+std::optional<int> SeverityIn(const std::string& text, const TamLogClient::TypeNames& names) {
+  const bool digit = text.size() == 1 && text[0] >= '0' && text[0] <= '7';
+  const auto severity = digit ? std::optional(text[0] - '0') : TamLogClient::SeverityOf(text);
+  if (!severity)
+    return RefuseValue("-p", text,
+                       "expected emerg, alert, crit, err, warning, notice, info, debug, or 0 to 7");
+  for (std::uint32_t type = 0; type < kMessageTypes; ++type) {
+    if (names.Severity(type)) return severity;
+  }
+  return RefuseValue("-p", text,
+                     "types have no severity of their own; state it with --type-names 0=info,1=warn,3=err or "
+                     "TAMLOGCTL_TYPE_NAMES");
+}
+
 bool AddSources(const SelectionOptions& options, MessageSelection& selection) {
   for (const bool excluded : {false, true}) {
     for (const std::string& text : excluded ? options.excludedSources : options.sources) {
@@ -68,6 +83,30 @@ bool AddPatterns(const SelectionOptions& options, MessageSelection& selection) {
     if (!pattern) return false;
     selection.AddAntiPattern(std::move(*pattern));
   }
+  return true;
+}
+
+bool AddTypes(const SelectionOptions& options, const OutputOptions& output, MessageSelection& selection) {
+  if (options.types.empty() && options.severity.empty()) return true;
+  const auto names = MakeTypeNames(output);
+  if (!names) return false;
+  std::uint32_t types = 0xF;
+  if (!options.types.empty()) {
+    const auto listed = ParseTypes(options.types, *names);
+    if (!listed) {
+      RefuseValue(
+          "-t", options.types,
+          "expected types from 0 to 3, T0 to T3, or their names by --type-names, for example 0,2 or 1-3");
+      return false;
+    }
+    types &= *listed;
+  }
+  if (!options.severity.empty()) {
+    const auto severity = SeverityIn(options.severity, *names);
+    if (!severity) return false;
+    types &= TypesOfSeverity(*severity, *names);
+  }
+  selection.SetTypes(types);
   return true;
 }
 
@@ -149,11 +188,7 @@ std::optional<MessageSelection> MakeSelection(const SelectionOptions& options, c
       return std::nullopt;
     }
   }
-  if (!options.types.empty()) {
-    const auto types = ParseTypes(options.types);
-    if (!types) return RefuseValue("-t", options.types, "expected types from 0 to 3, for example 0,2 or 1-3");
-    selection.SetTypes(*types);
-  }
+  if (!AddTypes(options, output, selection)) return std::nullopt;
   if (!AddPatterns(options, selection) || !AddTimes(options, output, selection)) return std::nullopt;
   if (GoesBeyondAscii(options)) {
     const auto encoding = MakeEncoding(output);

@@ -17,6 +17,7 @@ struct SelectionOptions {
   std::vector<std::string> sources;
   std::vector<std::string> excludedSources;
   std::string types;
+  std::string severity;
   std::vector<std::string> patterns;
   std::vector<std::string> antiPatterns;
   bool fixedPattern = false;

@@ -7,6 +7,7 @@
 #include "tamlogctl/base/live_log.h"
 #include "tamlogctl/server/backup.h"
 #include "tamlogctl/server/live_server.h"
+#include "tamlogctl/server/settings_text.h"
 
 namespace TamLogCtl {
 
@@ -17,14 +18,12 @@ using TamLogClient::Status;
 
 // Asks on the terminal; returns false unless the user says yes.
 bool Ask(ClearOptions& options) {
-  if (options.backup.empty()) {
-    WriteErr("File to save the messages in first (empty: do not save them): ");
-    if (!ReadLine(options.backup)) return false;
-  }
-  std::string answer;
-  WriteErr(CapacityInEffect() ? "Empty the whole log? [y/N] "
-                              : "Empty the log, which cannot be read now? [y/N] ");
-  return ReadLine(answer) && (answer == "y" || answer == "Y" || answer == "yes");
+  const auto header = SharedHeader();
+  if (!Confirmed(header ? EmptyQuestion(header->messageCount) : "Empty the log, which cannot be read now?"))
+    return false;
+  if (!options.backup.empty()) return true;
+  WriteErr("File to save the messages in first (empty: do not save them): ");
+  return ReadLine(options.backup);
 }
 
 // Called right before the request: a message that arrives in between is neither in the file nor in the log.
@@ -34,7 +33,8 @@ int Save(const ClearOptions& options) {
   const int exitCode = status == Status::Ok ? WriteBackup(options.backup, snapshot, "give another name")
                                             : Refuse(status, "the log cannot be saved");
   if (exitCode != kDone) return Refuse(exitCode, "the log was not emptied");
-  Say(std::to_string(snapshot.header.messageCount) + " messages are saved in " + options.backup);
+  Say(std::to_string(snapshot.header.messageCount) + " messages are saved in " + options.backup +
+      "; to bring them back: tamlogctl import \"" + options.backup + "\"");
   return kDone;
 }
 
@@ -48,9 +48,11 @@ int EmptyLog(LogClient& client, bool wait) {
     Say("emptied; the server restarts within a second");
     return kDone;
   }
-  const Status back = RestartWatch(client).Wait();
+  RestartWatch watch(client);
+  const Status back = watch.Wait();
   if (Interrupted()) return kInterrupted;
-  if (back != Status::Ok) return Refuse(back, "emptied, but the server did not come back from its restart");
+  if (back != Status::Ok)
+    return watch.Refuse(back, "emptied, but the server did not come back from its restart");
   Say("emptied");
   return kDone;
 }

@@ -2,23 +2,34 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "client/live/handle.h"
 #include "client/live/log_client.h"
 #include "client/live/log_reader.h"
+#include "client/log/log_tail.h"
 #include "client/message/utf8.h"
 #include "client/message/win32.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/json.h"
-#include "tamlogctl/base/progress.h"
+#include "tamlogctl/base/system_text.h"
+#include "tamlogctl/base/wide_text.h"
+#include "tamlogctl/server/diagnostic_file.h"
 #include "tamlogctl/server/doctor_findings.h"
 #include "tamlogctl/server/filter_text.h"
 #include "tamlogctl/server/log_examiner.h"
+#include "tamlogctl/server/log_path.h"
+#include "tamlogctl/server/object_holders.h"
+#include "tamlogctl/server/path_probe.h"
 #include "tamlogctl/server/pipe_examiner.h"
 #include "tamlogctl/server/service.h"
 #include "tamlogctl/server/stored_lengths.h"
+#include "tamlogctl/server/stored_path.h"
 
 namespace TamLogCtl {
 
@@ -30,11 +41,58 @@ using TamLogClient::Status;
 
 constexpr std::uint32_t kBusyMs = 3000;  // a pipe is often busy for some milliseconds
 
-void AskServer(const DoctorOptions& options, Observations& seen) {
+std::string Visible(const std::string& text) {
+  std::string out;
+  TamLogClient::AppendVisible(text, out);
+  return out;
+}
+
+bool IsLowIntegrity() {
+  constexpr DWORD kMediumIntegrity = 0x2000;
+  HANDLE raw = nullptr;
+  if (OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &raw) == FALSE) return false;
+  const TamLogClient::Handle token(raw);
+  alignas(TOKEN_MANDATORY_LABEL) std::array<std::byte, 256> buffer{};
+  DWORD used = 0;
+  if (GetTokenInformation(token.Get(), TokenIntegrityLevel, buffer.data(), static_cast<DWORD>(buffer.size()),
+                          &used) == FALSE)
+    return false;
+  PSID const sid = reinterpret_cast<const TOKEN_MANDATORY_LABEL*>(buffer.data())->Label.Sid;
+  return *GetSidSubAuthority(sid, *GetSidSubAuthorityCount(sid) - 1U) < kMediumIntegrity;
+}
+
+void LookAtService(const ServiceReport& report, Observations& seen) {
+  seen.service = report.state;
+  seen.serviceFailed = report.HasFailed();
+  if (report.exitCode != ERROR_SUCCESS) seen.serviceExit = SystemText(report.exitCode);
+  const ServiceDetails details = QueryServiceDetails();
+  seen.program = details.program;
+  seen.programMissing = details.programMissing;
+  seen.everyoneMayControl = details.everyoneMayControl;
+  // The name's target, without opening the device: the driver serves the server alone.
+  std::array<char, 1024> target{};
+  const bool there = QueryDosDeviceA("TAMLOG", target.data(), static_cast<DWORD>(target.size())) != 0;
+  if (there || GetLastError() == ERROR_FILE_NOT_FOUND) seen.driverThere = there;
+  DiagnosticFile diagnostics = ReadDiagnosticFile();
+  seen.diagnosticFile = diagnostics.path;
+  seen.diagnosticBytes = diagnostics.bytes;
+  seen.diagnostics = std::move(diagnostics.last);
+}
+
+// Returns the service's process, 0 when it has none, and nothing when the service manager does not say.
+std::optional<std::uint32_t> ProcessOf(const ServiceReport& report) {
+  if (report.state == ServiceState::Unknown || report.state == ServiceState::Denied) return std::nullopt;
+  return report.processId;
+}
+
+void AskServer(const DoctorOptions& options, const ServiceReport& report, std::string& path,
+               Observations& seen) {
   const StoredLengths stored = ReadStoredLengths();
   seen.longestStoredFilter = stored.longestFilter;
-  seen.storedPathLength = stored.path;
-  seen.pipe = ExaminePipes(kRequestPipeName, std::min(kBusyMs, options.timeoutMs), options.timeoutMs);
+  std::uint32_t foreign = 0;
+  seen.pipe = ExaminePipes(kRequestPipeName, std::min(kBusyMs, options.timeoutMs), options.timeoutMs,
+                           ProcessOf(report), foreign);
+  if (seen.pipe == PipeState::Foreign) seen.pipeProcess = ProcessText(foreign);
   if (seen.pipe != PipeState::Answers) return;
   LogClient client({kRequestPipeName, options.timeoutMs});
   SettingsBody settings{};
@@ -48,51 +106,81 @@ void AskServer(const DoctorOptions& options, Observations& seen) {
   seen.pollMs = settings.devicePollRate;
   seen.saveSeconds = settings.saveRate;
   seen.typeMask = settings.typeFilter;
-  if (stored.PathFits()) client.GetLogFile(seen.logFile);
+  if (stored.PathFits()) client.GetLogFile(path);
   if (stored.longestFilter <= kLongestFilter)
     seen.filtersKnown = client.GetFilters(seen.filters) == Status::Ok;
 }
 
-void LookAtFile(Observations& seen) {
-  WIN32_FILE_ATTRIBUTE_DATA data{};
-  if (seen.logFile.empty() ||
-      GetFileAttributesExA(seen.logFile.c_str(), GetFileExInfoStandard, &data) == FALSE) {
-    return;
-  }
-  seen.fileKnown = true;
-  seen.fileBytes = (static_cast<std::uint64_t>(data.nFileSizeHigh) << 32U) | data.nFileSizeLow;
+// The path may come from any user of the pipe: its text is judged before the system sees it.
+void LookAtPath(const std::string& path, std::uint64_t bytes, Observations& seen) {
+  if (path.empty()) return;
+  const std::string shown = AnsiToUtf8(path);
+  seen.logFile = shown;
+  seen.pathProblem = PathTextProblem(shown, path.size());
+  if (!seen.pathProblem.empty()) return;
+  PathFacts facts = LookAtForeignPath(path);
+  // A running server moves its present file there, which may need no room.
+  if (facts.file == PathFile::Missing && seen.pipe == PipeState::Answers) facts.freeBytes.reset();
+  seen.pathLink = AnsiToUtf8(facts.link);
+  const PathProblem problem = PathProblemOf(path, facts, bytes);
+  seen.pathProblem = AnsiToUtf8(problem.problem);
+  seen.pathAdvice = AnsiToUtf8(problem.advice);
+  seen.fileBytes = facts.fileBytes;
+  seen.fileKnown = facts.fileBytes != 0;
+  seen.pathTakesFile = facts.file == PathFile::Other;
 }
 
-void LookAtObjects(LogExaminer& examiner, std::uint32_t watchMs, Observations& seen) {
-  static constexpr std::array<const char*, 3> kNames{"the header lock", "the read-wait event",
-                                                     "the write-wait event"};
+void LookAtObjects(LogExaminer& examiner, const DoctorOptions& options, std::uint32_t serviceProcess,
+                   Observations& seen) {
+  static constexpr std::array<const char*, 3> kNames{kHeaderLockName, kReadWaitEventName,
+                                                     kWriteWaitEventName};
   const auto objects = examiner.Open();
+  seen.foreignEvent = objects.foreignEvent;
   seen.mappingError = objects.mappingError;
   seen.viewBytes = objects.viewBytes;
   seen.pageBytes = objects.pageBytes;
+  std::string denied = seen.mappingError != 0 ? kFileMapName : "";
   if (objects.writableError != 0) {
     seen.objectError = objects.writableError;
     seen.objectName = "the page of the header";
+    denied = kFileMapName;
   }
   for (std::size_t i = 0; i < kNames.size() && seen.objectError == 0; ++i) {
     seen.objectError = objects.eventErrors[i];
-    seen.objectName = kNames[i];
+    seen.objectName = denied = kNames[i];
   }
-  seen.mapped = seen.mappingError == 0 && seen.objectError == 0;
-  if (!seen.mapped) return;
-  seen.log = examiner.Watch(watchMs);
+  if (seen.mappingError == ERROR_ACCESS_DENIED || seen.objectError == ERROR_ACCESS_DENIED) {
+    seen.lowIntegrity = IsLowIntegrity();
+    seen.objectHolders = HoldersOf({denied}, serviceProcess)[denied];
+  }
+  seen.mapped = seen.mappingError == 0 && seen.objectError == 0 && seen.foreignEvent.empty();
+  if (seen.mapped) seen.log = examiner.Watch(options.watchMs);
 }
 
-// Reads once like any other reader, unless the reader would get stuck as well.
+// Looks for the names of a server that does not run.
+void LookAtNames(Observations& seen) {
+  const bool runs = seen.service == ServiceState::Running || seen.service == ServiceState::Pending;
+  if (seen.service == ServiceState::Unknown || seen.service == ServiceState::Denied ||
+      (runs && !seen.serviceFailed))
+    return;
+  const std::vector<std::string> names = ServerNamesInUse();
+  if (names.empty()) return;
+  auto holders = HoldersOf(names, 0);
+  for (const std::string& name : names) seen.heldNames.push_back({name, holders[name]});
+}
+
+// Reads like any other reader, unless it would get stuck as well. A few messages are enough to try everything
+// that a reader needs; a copy of a large log would hold the server up.
 void ReadOnce(const DoctorOptions& options, Observations& seen) {
+  constexpr std::size_t kMessages = 1000;
   const LogWatch& log = seen.log;
   if (!seen.mapped || log.header.serverRunning == 0 || log.lockTaken || log.readersKeptOut ||
       ReaderIsStuck(seen))
     return;
   LogReader reader;
-  TamLogClient::LogSnapshot snapshot;
+  TamLogClient::LogTail tail;
   Status status = reader.Open();
-  if (status == Status::Ok) status = reader.Snapshot(snapshot, options.timeoutMs);
+  if (status == Status::Ok) status = reader.Newest(kMessages, tail, options.timeoutMs);
   seen.readKnown = true;
   seen.readFailed = status != Status::Ok;
   seen.readProblem = StatusText(status);
@@ -119,7 +207,7 @@ std::string AsText(const std::vector<Finding>& findings) {
                        std::string(finding.check.size() < 9 ? 9 - finding.check.size() : 1, ' ');
     TamLogClient::AppendVisible(finding.found, line);
     out += line + "\n";
-    if (!finding.fix.empty()) out += "               -> " + finding.fix + "\n";
+    if (!finding.fix.empty()) out += "               -> " + Visible(finding.fix) + "\n";
   }
   return out;
 }
@@ -169,12 +257,23 @@ int Doctor(const DoctorOptions& options) {
   DeferInterrupts();
   Observations seen;
   std::vector<std::string> done;
+  if (options.restoreRights) {
+    if (const std::uint32_t error = GrantControlToEveryone(); error != ERROR_SUCCESS) {
+      return Refuse(error == ERROR_ACCESS_DENIED ? kAccessDenied : kRefused,
+                    "the rights of ordinary users were not restored: " + SystemText(error));
+    }
+    done.emplace_back("every user may start and stop the service");
+  }
   {
     LogExaminer examiner;
-    seen.service = QueryService().state;
-    AskServer(options, seen);
-    LookAtFile(seen);
-    LookAtObjects(examiner, options.watchMs, seen);
+    const ServiceReport report = QueryService();
+    LookAtService(report, seen);
+    const StoredPath stored = ReadStoredPath();
+    std::string path = stored.path;
+    AskServer(options, report, path, seen);
+    LookAtPath(path, LogFileSize(seen.settingsKnown ? seen.requestedCapacity : stored.capacity), seen);
+    LookAtObjects(examiner, options, report.processId, seen);
+    LookAtNames(seen);
     if (options.unstick) done = Unstick(examiner, seen);
     examiner.Close();
   }
@@ -182,7 +281,7 @@ int Doctor(const DoctorOptions& options) {
   const auto findings = Diagnose(seen);
   std::string out = options.json ? AsJson(findings, done) : AsText(findings);
   if (!options.json) {
-    for (const std::string& deed : done) out += "unstick: " + deed + "\n";
+    for (const std::string& deed : done) out += (options.unstick ? "unstick: " : "done: ") + deed + "\n";
   }
   if (!WriteOut(out)) return kOutputFailed;
   return Interrupted() ? kInterrupted : ExitCodeFor(seen, findings);

@@ -2,9 +2,9 @@
 
 #include <utility>
 
-#include "client/live/log_client.h"
 #include "client/log/ring.h"
 #include "records/pipe_protocol.h"
+#include "tamlogctl/server/doctor_start_findings.h"
 #include "tamlogctl/server/filter_text.h"
 
 namespace TamLogCtl {
@@ -13,24 +13,6 @@ namespace {
 
 constexpr std::uint64_t kLongHoldMicroseconds = 50000;
 constexpr std::uint32_t kErrorAccessDenied = 5;
-
-class Findings {
- public:
-  void Ok(const char* check, std::string found) { Add(check, FindingState::Ok, std::move(found), ""); }
-  void Warn(const char* check, std::string found, std::string fix) {
-    Add(check, FindingState::Warning, std::move(found), std::move(fix));
-  }
-  void Fail(const char* check, std::string found, std::string fix) {
-    Add(check, FindingState::Failure, std::move(found), std::move(fix));
-  }
-  std::vector<Finding> Take() { return std::move(list); }
-
- private:
-  void Add(const char* check, FindingState state, std::string found, std::string fix) {
-    list.push_back({check, state, std::move(found), std::move(fix)});
-  }
-  std::vector<Finding> list;
-};
 
 std::string Number(std::uint64_t value) {
   return std::to_string(value);
@@ -42,33 +24,18 @@ std::string Seconds(std::uint32_t milliseconds) {
   return Number(tenths / 10) + (tenths % 10 == 0 ? "" : "." + Number(tenths % 10)) + " s";
 }
 
-void CheckService(const Observations& seen, Findings& out) {
-  const char* const advice = ServiceAdvice(seen.service);
-  switch (seen.service) {
-    case ServiceState::Unknown:
-      return out.Warn("service", "the service manager cannot be reached", advice);
-    case ServiceState::NotInstalled:
-      return out.Warn("service", "not installed", advice);
-    case ServiceState::Denied:
-      return out.Warn("service", "the service manager denied access", advice);
-    case ServiceState::Stopped:
-      return out.Fail("service", "installed, but stopped", advice);
-    case ServiceState::Pending:
-      return out.Warn("service", "starting or stopping", advice);
-    case ServiceState::Running:
-      return out.Ok("service", "installed and running");
-  }
-}
-
 void CheckPipe(const Observations& seen, Findings& out) {
   const bool running = seen.service == ServiceState::Running;
   switch (seen.pipe) {
     case PipeState::Answers:
       return out.Ok("pipe", "answers");
     case PipeState::Absent:
-      return out.Fail("pipe", "does not exist",
-                      running ? "the service runs without its pipe: restart it, and read TamLogServiceLog.txt"
-                              : ServiceAdvice(ServiceState::Stopped));
+      return out.Fail(
+          "pipe", "does not exist",
+          running
+              ? "the service runs without its pipe: tamlogctl server restart; if that does not help, read "
+                "TamLogServiceLog.txt"
+              : ServiceAdvice(ServiceState::Stopped));
     case PipeState::Denied:
       return out.Fail("pipe", "access denied", "run this as an ordinary user of this machine");
     case PipeState::Blocked:
@@ -79,18 +46,15 @@ void CheckPipe(const Observations& seen, Findings& out) {
     case PipeState::Silent:
       return out.Fail("pipe", "opens, but does not answer", "restart the server: tamlogctl server restart");
     case PipeState::Failing:
-      return out.Fail("pipe", "breaks the exchange off",
+      return out.Fail("pipe", "the connection ends before the answer comes",
                       "look again; if it persists: tamlogctl server restart");
+    case PipeState::Foreign:
+      return out.Fail("pipe", "answered by " + seen.pipeProcess + ", which is not the service",
+                      "end that process, then: tamlogctl server restart");
   }
 }
 
 void CheckSettings(const Observations& seen, Findings& out) {
-  if (seen.storedPathLength > kLongestLogPath) {
-    out.Fail("path", "the log file's path has " + Number(seen.storedPathLength) + " bytes, 255 are allowed",
-             "the next start would fail; set a shorter path: tamlogctl settings path FILE");
-  } else if (!seen.logFile.empty()) {
-    out.Ok("path", seen.logFile);
-  }
   if (!seen.settingsKnown) return;
   if (seen.pollMs == 0 || seen.saveSeconds == 0) {
     out.Fail("rates",
@@ -106,7 +70,7 @@ void CheckFilters(const Observations& seen, Findings& out) {
   if (seen.longestStoredFilter > kLongestFilter) {
     return out.Fail("filters",
                     "one has " + Number(seen.longestStoredFilter) +
-                        " bytes, 127 are allowed. The server would crash if it were requested, so it was not",
+                        " bytes, 127 are allowed; a request for it would crash the server, so none was sent",
                     "remove all filters: tamlogctl filter clear");
   }
   if (!seen.filtersKnown) return;
@@ -126,16 +90,28 @@ void CheckFilters(const Observations& seen, Findings& out) {
 }
 
 void CheckObjects(const Observations& seen, Findings& out) {
+  if (!seen.foreignEvent.empty()) {
+    return out.Fail("mapping",
+                    "the log names the event '" + seen.foreignEvent +
+                        "', which is not the server's: another program has written to its header",
+                    "end that program, then: tamlogctl server restart");
+  }
   if (seen.mappingError == kErrorAccessDenied || seen.objectError == kErrorAccessDenied) {
+    const std::string found =
+        "access denied to " + (seen.mappingError != 0 ? "the mapping" : seen.objectName);
+    if (seen.lowIntegrity)
+      return out.Fail("access", found,
+                      "a process of low integrity cannot read the log: run this as an ordinary user");
     return out.Fail("access",
-                    "access denied to the " + (seen.mappingError != 0 ? "mapping" : seen.objectName),
-                    "a process of low integrity cannot read the log: run this as an ordinary user");
+                    found + ": its access list was changed by another user, or it is not the server's; " +
+                        HoldersText(seen.objectHolders),
+                    "end the process that holds it, then: tamlogctl server restart");
   }
   if (seen.mappingError != 0) {
     return out.Fail("mapping", "not shared (error " + Number(seen.mappingError) + ")",
                     seen.pipe == PipeState::Answers
                         ? "the server is restarting or could not open its file: look again, "
-                          "then read TamLogServiceLog.txt"
+                          "then read the diagnostic log"
                         : ServiceAdvice(ServiceState::Stopped));
   }
   if (seen.objectError != 0) {
@@ -223,7 +199,7 @@ void CheckRead(const Observations& seen, Findings& out) {
   }
   const std::string took = "read access was held for " + Number(seen.holdMicroseconds) + " microseconds";
   if (seen.holdMicroseconds > kLongHoldMicroseconds) {
-    return out.Warn("read", took, "the server waits as long; a smaller capacity shortens it");
+    return out.Warn("read", took, "the server waits as long: the machine is busy, or its memory is full");
   }
   out.Ok("read", took);
 }
@@ -238,7 +214,10 @@ bool ReaderIsStuck(const Observations& seen) {
 std::vector<Finding> Diagnose(const Observations& seen) {
   Findings out;
   CheckService(seen, out);
+  CheckDriver(seen, out);
+  CheckNames(seen, out);
   CheckPipe(seen, out);
+  CheckPath(seen, out);
   CheckSettings(seen, out);
   CheckFilters(seen, out);
   CheckObjects(seen, out);
@@ -247,6 +226,7 @@ std::vector<Finding> Diagnose(const Observations& seen) {
     CheckReaders(seen, out);
     CheckRead(seen, out);
   }
+  CheckDiagnostics(seen, out);
   return out.Take();
 }
 

@@ -4,11 +4,14 @@
 // examiners.
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "client/message/filter_rule.h"
 #include "records/log_file_format.h"
+#include "tamlogctl/server/diagnostic_entries.h"
+#include "tamlogctl/server/findings.h"
 #include "tamlogctl/server/service_state.h"
 
 namespace TamLogCtl {
@@ -19,7 +22,14 @@ enum class PipeState : std::uint8_t {
   Denied,
   Blocked,  // busy all the time: a client opened the request pipe without the reply pipe
   Silent,   // opens, but does not answer in time
-  Failing,  // opens, and breaks the exchange off
+  Failing,  // opens, and the connection ends before the answer comes
+  Foreign,  // a process answers that is not the service's
+};
+
+// A name of the server's objects that exists while the server does not run.
+struct HeldName {
+  std::string name;
+  std::vector<std::string> holders;  // processes; empty when they cannot be seen
 };
 
 // The shared log over some time. "All the time" means at every sample.
@@ -38,28 +48,47 @@ struct LogWatch {
 // A member that keeps its initial value was not observed, and no finding is made of it.
 struct Observations {
   ServiceState service = ServiceState::Unknown;
+  bool serviceFailed = false;  // it was started, and its process has ended by a failure
+  std::string serviceExit;     // the system's text for that failure; empty when it has none
+  std::string program;         // the service's
+  bool programMissing = false;
+  std::optional<bool> everyoneMayControl;  // every user may start and stop the service
+  std::optional<bool> driverThere;
+  std::vector<HeldName> heldNames;
+
+  std::string diagnosticFile;  // the server's diagnostic log
+  std::uint64_t diagnosticBytes = 0;
+  std::vector<DiagnosticEntry> diagnostics;  // its last entries
+
   PipeState pipe = PipeState::Absent;
+  std::string pipeProcess;  // the process that answers when it is not the service's
 
   bool settingsKnown = false;
   std::uint32_t requestedCapacity = 0;
   std::uint32_t pollMs = 0;
   std::uint32_t saveSeconds = 0;
   std::uint32_t typeMask = 0;
-  std::string logFile;
+  std::string logFile;      // UTF-8
+  std::string pathProblem;  // why no start can use it; empty: a start can
+  std::string pathAdvice;
+  std::string pathLink;        // a part of the path is a link: the file was not examined
+  bool pathTakesFile = false;  // another file, not a log, has this path
   bool fileKnown = false;
   std::uint64_t fileBytes = 0;
 
   bool filtersKnown = false;
   std::vector<TamLogClient::FilterEntry> filters;
   std::size_t longestStoredFilter =
-      0;                             // bytes, as stored in the registry: seen without a request to the server
-  std::size_t storedPathLength = 0;  // the same of the log file's path
+      0;  // bytes, as stored in the registry: seen without a request to the server
 
-  std::uint32_t mappingError = 0;  // system error codes
-  std::uint32_t objectError = 0;   // the first one of an event, or of the header's writable page
-  std::string objectName;          // the object of that error
-  bool mapped = false;             // all objects could be opened, and `log` was observed
-  std::uint64_t viewBytes = 0;     // whole pages
+  std::uint32_t mappingError = 0;          // system error codes
+  std::uint32_t objectError = 0;           // the first one of an event, or of the header's writable page
+  std::string objectName;                  // the object of that error
+  std::vector<std::string> objectHolders;  // processes that hold it, other than the service's
+  bool lowIntegrity = false;               // this process is kept away from what other users share
+  std::string foreignEvent;                // the log names this event, which is not the server's
+  bool mapped = false;                     // all objects could be opened, and `log` was observed
+  std::uint64_t viewBytes = 0;             // whole pages
   std::uint32_t pageBytes = 4096;
   LogWatch log;
 
@@ -67,15 +96,6 @@ struct Observations {
   bool readFailed = false;
   std::string readProblem;
   std::uint64_t holdMicroseconds = 0;  // how long the read held read access
-};
-
-enum class FindingState : std::uint8_t { Ok, Warning, Failure };
-
-struct Finding {
-  std::string check;  // one word for programs; never changes
-  FindingState state = FindingState::Ok;
-  std::string found;
-  std::string fix;  // what to do; empty when the state is Ok
 };
 
 // Returns one finding for each check, in the order of the checks.

@@ -4,6 +4,7 @@
 
 #include "client/file/log_file_image.h"
 #include "client/live/log_client.h"
+#include "client/message/utf8.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
@@ -23,19 +24,34 @@ LogClient Connect(const FilterOptions& options) {
 }
 
 // Checked before anything is sent: a list that is refused half way would leave a partial one.
-bool CanBeStored(const Filters& filters) {
-  return std::all_of(filters.begin(), filters.end(), [](const FilterEntry& filter) {
-    const std::string problem = FilterProblem(filter);
+bool CanBeStored(const Filters& filters, bool allowEmpty) {
+  return std::all_of(filters.begin(), filters.end(), [allowEmpty](const FilterEntry& filter) {
+    std::string problem = FilterProblem(filter);
+    if (filter.text.empty() && !allowEmpty) {
+      problem = std::string("an empty filter matches every source") +
+                (filter.include ? "" : ", so every message would be dropped") +
+                "; it usually comes from an unset variable; add --allow-empty if it is meant";
+    }
     if (!problem.empty()) Say(problem);
     return problem.empty();
   });
 }
 
+std::string Visible(const std::string& text) {
+  std::string visible;
+  TamLogClient::AppendVisible(text, visible);
+  return visible;
+}
+
 void Warn(const Filters& added) {
   for (const FilterEntry& filter : added) {
     const std::string remark = FilterRemark(filter);
-    if (!remark.empty()) Say("warning: '" + filter.text + "' is " + remark);
+    if (!remark.empty()) Say("warning: '" + Visible(filter.text) + "' is " + remark);
   }
+}
+
+void SayKnown(const Filters& known, const char* problem) {
+  for (const FilterEntry& filter : known) Say("'" + Visible(filter.text) + "' " + problem);
 }
 
 void WarnOfRule(const Filters& all) {
@@ -98,12 +114,16 @@ int ListFilters(const FilterOptions& options) {
 }
 
 int AddFilters(const FilterOptions& options) {
-  if (!CanBeStored(options.entries)) return kUsage;
+  if (!CanBeStored(options.entries, options.allowEmpty)) return kUsage;
   LogClient client = Connect(options);
-  Warn(options.entries);
-  if (const int exitCode = AddAll(client, options.entries); exitCode != kDone) return exitCode;
   Filters all;
-  if (RequestFilters(client, all) == kDone) WarnOfRule(all);
+  if (const int exitCode = RequestFilters(client, all); exitCode != kDone) return exitCode;
+  Filters added = options.entries;
+  SayKnown(RemoveKnown(all, added), "is already a filter; not added again");
+  Warn(added);
+  if (const int exitCode = AddAll(client, added); exitCode != kDone) return exitCode;
+  all.insert(all.end(), added.begin(), added.end());
+  WarnOfRule(all);
   return kDone;
 }
 
@@ -127,7 +147,7 @@ int RemoveFilters(const FilterOptions& options) {
   for (const FilterEntry& wanted : options.entries) {
     if (Remove(filters, wanted)) continue;
     return Refuse(kNegative, std::string("there is no ") + (wanted.include ? "include" : "exclude") +
-                                 " filter '" + wanted.text + "'; see: tamlogctl filter list");
+                                 " filter '" + Visible(wanted.text) + "'; see: tamlogctl filter list");
   }
   return Replace(client, filters);
 }
@@ -146,9 +166,10 @@ int SetFilters(const FilterOptions& options) {
     return Refuse(ExitCodeOf(status), FileProblem(options.file, status));
   }
   std::string problem;
-  const auto filters = ParseFilters(text, problem);
+  auto filters = ParseFilters(text, problem);
   if (!filters) return Refuse(kUsage, options.file + ": " + problem);
-  if (!CanBeStored(*filters)) return kUsage;
+  if (!CanBeStored(*filters, options.allowEmpty)) return kUsage;
+  SayKnown(RemoveKnown({}, *filters), "occurs twice; stored once");
   LogClient client = Connect(options);
   Warn(*filters);
   WarnOfRule(*filters);

@@ -16,6 +16,7 @@ enum class ListFormat : std::uint8_t { Text, Tsv, Json };
 struct FilterOptions : CommonOptions {
   ListFormat format = ListFormat::Text;
   std::vector<TamLogClient::FilterEntry> entries;  // of add and remove
+  bool allowEmpty = false;                         // of add and set: a text that matches every source
   std::vector<std::uint32_t> numbers;              // of remove: the numbers that list shows
   std::string file;                                // of set; "-" is standard input
   std::string source;                              // of test

@@ -95,11 +95,32 @@ std::string FilterProblem(const FilterEntry& filter) {
   if (filter.text.size() > kLongestFilter) {
     return "the filter has " + std::to_string(filter.text.size()) +
            " bytes, 127 are allowed (a longer one would crash the server); shorten it, since a filter "
-           "matches "
-           "by its beginning";
+           "matches by its beginning";
   }
   if (filter.text.find('\0') != std::string::npos) return "a filter cannot contain a zero byte; remove it";
   return "";
+}
+
+std::vector<FilterEntry> RemoveKnown(const std::vector<FilterEntry>& present,
+                                     std::vector<FilterEntry>& filters) {
+  const auto letterIsSame = [](char left, char right) {
+    return TamLogClient::LowerCase(left) == TamLogClient::LowerCase(right);
+  };
+  const auto isIn = [&letterIsSame](const std::vector<FilterEntry>& list, const FilterEntry& wanted) {
+    return std::any_of(list.begin(), list.end(), [&](const FilterEntry& filter) {
+      return filter.include == wanted.include &&
+             std::equal(filter.text.begin(), filter.text.end(), wanted.text.begin(), wanted.text.end(),
+                        letterIsSame);
+    });
+  };
+  std::vector<FilterEntry> left;
+  std::vector<FilterEntry> removed;
+  for (FilterEntry& filter : filters) {
+    const bool known = isIn(present, filter) || isIn(left, filter);
+    (known ? removed : left).push_back(std::move(filter));
+  }
+  filters = std::move(left);
+  return removed;
 }
 
 std::string VerdictText(const std::vector<FilterEntry>& filters, const TamLogClient::FilterVerdict& verdict,

@@ -39,6 +39,12 @@ std::optional<std::vector<FilterEntry>> ParseFilters(std::string_view text, std:
 // Returns why the filter cannot be stored; empty when it can.
 std::string FilterProblem(const FilterEntry& filter);
 
+// Removes from `filters` those that are in `present` or come a second time. Filters are the same when they
+// have the same kind and the same text without regard to case, which the server does not distinguish. Returns
+// the removed ones.
+std::vector<FilterEntry> RemoveKnown(const std::vector<FilterEntry>& present,
+                                     std::vector<FilterEntry>& filters);
+
 // Returns a remark about a filter that matches more than its author may expect; otherwise empty.
 std::string FilterRemark(const FilterEntry& filter);
 

@@ -17,6 +17,7 @@
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
 #include "tamlogctl/base/json.h"
+#include "tamlogctl/base/plain_file.h"
 
 namespace TamLogCtl {
 
@@ -166,7 +167,10 @@ int ReadImports(const std::vector<std::string>& paths, const std::string& format
                 std::vector<LogMessageBody>& messages) {
   int exitCode = kDone;
   for (const std::string& path : paths) {
-    const ImportSource source = ReadImport(path, format);
+    const PlainFile& file = PlainFileOf(path);
+    if (!file.Readable()) return file.exitCode;
+    exitCode = WorseOf(exitCode, file.exitCode);
+    const ImportSource source = ReadImport(file.path, format);
     if (source.exitCode != kDone) {
       Say(path + ": " + source.problem +
           (source.unreadable > 1 ? " (and " + std::to_string(source.unreadable - 1) + " more)" : ""));

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "client/live/log_reader.h"
+#include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/progress.h"
 #include "tamlogctl/base/wait.h"
@@ -30,22 +31,37 @@ bool LookAtLog(LogFileHeader& header) {
 int RequestFilters(LogClient& client, std::vector<FilterEntry>& filters) {
   const std::size_t longest = ReadStoredLengths().longestFilter;
   if (longest > kLongestFilter) {
-    return Refuse(kRefused,
-                  "a stored filter has " + std::to_string(longest) +
-                      " bytes, and the server would crash if it were requested; remove all filters: "
-                      "tamlogctl filter clear");
+    return Refuse(kRefused, "a stored filter has " + std::to_string(longest) +
+                                " bytes, and a request for it would crash the server; remove all filters: "
+                                "tamlogctl filter clear");
   }
   const Status status = client.GetFilters(filters);
   return status == Status::Ok ? kDone : Refuse(status, "filters");
 }
 
-std::optional<std::int32_t> CapacityInEffect() {
+std::optional<LogFileHeader> SharedHeader() {
   LogFileHeader header{};
-  return LookAtLog(header) ? std::optional(header.maxMessages) : std::nullopt;
+  return LookAtLog(header) ? std::optional(header) : std::nullopt;
+}
+
+std::optional<std::int32_t> CapacityInEffect() {
+  const auto header = SharedHeader();
+  return header ? std::optional(header->maxMessages) : std::nullopt;
 }
 
 bool WaitForFlush() {
   return SleepFor(kFlushWaitMs);
+}
+
+bool Confirmed(const std::string& question) {
+  std::string answer;
+  WriteErr(question + " [y/N] ");
+  return ReadLine(answer) && (answer == "y" || answer == "Y" || answer == "yes");
+}
+
+int RestartWatch::Refuse(Status status, const std::string& what) const {
+  if (failure.empty()) return TamLogCtl::Refuse(status, what);
+  return TamLogCtl::Refuse(kRefused, what + ": " + failure + "; see: tamlogctl doctor");
 }
 
 Status RestartWatch::Wait(std::uint32_t patienceMs) {
@@ -54,17 +70,20 @@ Status RestartWatch::Wait(std::uint32_t patienceMs) {
   const auto stopped = [this] { return client.Ping() != Status::Ok || client.Connections() != connections; };
   if (WaitUntil(patienceMs, kLookMs, stopped) != kDone) return Status::TimedOut;
   LogClient next({kRequestPipeName, 1000, 200});
-  const auto isBack = [&next, &progress] {
+  const auto isBack = [&] {
     const bool answers = next.Ping() == Status::Ok;
     LogFileHeader header{};
     if (answers && LookAtLog(header)) return true;
+    failure = startFailure.Look(QueryService()).value_or("");
+    if (!failure.empty()) return true;
     progress.Show(
         std::string(answers ? "it answers, but its log is not open yet" : "it does not answer yet"));
     return false;
   };
   const std::uint64_t passed = Ticks() - start;
   const std::uint64_t left = passed < patienceMs ? patienceMs - passed : 0;
-  return WaitUntil(left, 2 * kLookMs, isBack) == kDone ? Status::Ok : Status::TimedOut;
+  if (WaitUntil(left, 2 * kLookMs, isBack) != kDone) return Status::TimedOut;
+  return failure.empty() ? Status::Ok : Status::NotRunning;
 }
 
 }  // namespace TamLogCtl

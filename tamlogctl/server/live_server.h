@@ -4,10 +4,12 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "client/live/log_client.h"
 #include "client/message/filter_rule.h"
+#include "tamlogctl/server/start_failure.h"
 
 namespace TamLogCtl {
 
@@ -15,12 +17,18 @@ namespace TamLogCtl {
 // a line on stderr.
 int RequestFilters(TamLogClient::LogClient& client, std::vector<TamLogClient::FilterEntry>& filters);
 
-// Returns the capacity of the shared log, in messages; nothing when no log is shared.
+// Returns the header of the shared log; nothing when no log is shared.
+std::optional<LogFileHeader> SharedHeader();
+
+// Returns its capacity, in messages.
 std::optional<std::int32_t> CapacityInEffect();
 
 // Waits until the server has moved the messages that it has received into the shared log: a restart before
 // that loses them. Returns false when interrupted.
 bool WaitForFlush();
+
+// Asks a question on the terminal. Returns whether the answer is yes.
+bool Confirmed(const std::string& question);
 
 // Watches a server over the restart that a request causes. Usage:
 //
@@ -40,12 +48,17 @@ class RestartWatch {
       : client(connected), connections(connected.Connections()) {}
 
   // Waits until the connection has ended, and the server answers again and shares its log. TimedOut after
-  // `patienceMs`, or when interrupted.
+  // `patienceMs`, or when interrupted. NotRunning as soon as the start has failed.
   TamLogClient::Status Wait(std::uint32_t patienceMs = kPatienceMs);
+
+  // Explains on stderr why Wait did not return Ok, after `what` and a colon. Returns the exit code.
+  int Refuse(TamLogClient::Status status, const std::string& what) const;
 
  private:
   TamLogClient::LogClient& client;
   std::uint64_t connections;
+  StartFailure startFailure;
+  std::string failure;
 };
 
 }  // namespace TamLogCtl

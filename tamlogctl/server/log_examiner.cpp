@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "client/live/event_names.h"
 #include "client/live/guarded_copy.h"
 #include "client/message/win32.h"
 #include "tamlogctl/base/wait.h"
@@ -18,12 +19,24 @@ constexpr DWORD kLockPatienceMs = 1000;  // it is usually held for microseconds
 constexpr std::size_t kHeaderLock = 0;
 constexpr std::size_t kReadWait = 1;
 constexpr std::size_t kWriteWait = 2;
+constexpr std::array<const char*, 3> kServerEvents{kHeaderLockName, kReadWaitEventName, kWriteWaitEventName};
 
 bool Signalled(const Handle& event) {
   return WaitForSingleObject(event.Get(), 0) == WAIT_OBJECT_0;
 }
 
 }  // namespace
+
+std::vector<std::string> ServerNamesInUse() {
+  std::vector<std::string> names;
+  // An object of another kind, or one that refuses, has the name as well.
+  const auto note = [&names](const char* name, const Handle& opened) {
+    if (opened || GetLastError() != ERROR_FILE_NOT_FOUND) names.emplace_back(name);
+  };
+  note(kFileMapName, Handle(OpenFileMappingA(FILE_MAP_READ, FALSE, kFileMapName)));
+  for (const char* const name : kServerEvents) note(name, Handle(OpenEventA(SYNCHRONIZE, FALSE, name)));
+  return names;
+}
 
 LogObjects LogExaminer::Open(const std::string& mapName) {
   Close();
@@ -36,7 +49,7 @@ LogObjects LogExaminer::Open(const std::string& mapName) {
     found.mappingError = GetLastError();
     return found;
   }
-  if (!MapViews(found) || !OpenEvents(found)) Close();
+  if (!MapViews(found) || !OpenEvents(found, mapName == kFileMapName)) Close();
   return found;
 }
 
@@ -53,15 +66,20 @@ bool LogExaminer::MapViews(LogObjects& found) {
   return true;
 }
 
-bool LogExaminer::OpenEvents(LogObjects& found) {
+bool LogExaminer::OpenEvents(LogObjects& found, bool ofTheServer) {
   LockNames names{};
   if (found.viewBytes < kSlotsOffset ||
       TamLogClientGuardedCopy(&names, fileView + kLockNamesOffset, sizeof(names)) != 0)
     return false;
+  LogFileHeader header{};
+  // While the server opens a new file, the names are not written yet.
+  const bool named = !ofTheServer || (CopyHeader(header) && header.serverRunning == 0);
+  if (!named) found.foreignEvent = TamLogClient::FirstForeignName(names);
+  if (!found.foreignEvent.empty()) return false;
   bool good = true;
   for (std::size_t i = 0; i < events.size(); ++i) {
     names.name[i][kLockNameSize - 1] = '\0';
-    found.eventNames[i] = &names.name[i][0];
+    found.eventNames[i] = ofTheServer ? kServerEvents[i] : &names.name[i][0];
     events[i] = Handle(OpenEventA(kLookAccess, FALSE, found.eventNames[i].c_str()));
     if (!events[i]) found.eventErrors[i] = GetLastError();
     good = good && static_cast<bool>(events[i]);

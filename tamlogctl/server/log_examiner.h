@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "client/live/handle.h"
 #include "records/log_file_format.h"
@@ -20,9 +21,14 @@ struct LogObjects {
   std::uint32_t writableError = 0;             // of the page of the header
   std::array<std::uint32_t, 3> eventErrors{};  // header lock, read-wait, write-wait
   std::array<std::string, 3> eventNames;       // as the log states them
-  std::uint64_t viewBytes = 0;                 // whole pages
+  std::string
+      foreignEvent;  // the first event that the log names and that is not the server's; none is open then
+  std::uint64_t viewBytes = 0;  // whole pages
   std::uint32_t pageBytes = 0;
 };
+
+// Returns those of the server's four names (mapping and events) that exist, whoever made them.
+std::vector<std::string> ServerNamesInUse();
 
 class LogExaminer {
  public:
@@ -31,7 +37,8 @@ class LogExaminer {
   LogExaminer(const LogExaminer&) = delete;
   LogExaminer& operator=(const LogExaminer&) = delete;
 
-  // Opens all objects. When one of them fails, nothing stays open, and the result has the errors.
+  // Opens the server's objects. When one of them fails, nothing stays open, and the result has the errors.
+  // Another mapping than the server's may name events of its own.
   LogObjects Open(const std::string& mapName = kFileMapName);
   void Close();
 
@@ -52,7 +59,7 @@ class LogExaminer {
   bool TakeLock(std::uint32_t milliseconds) const;
   bool CopyHeader(LogFileHeader& header) const;
   bool MapViews(LogObjects& found);
-  bool OpenEvents(LogObjects& found);
+  bool OpenEvents(LogObjects& found, bool ofTheServer);
 
   TamLogClient::Handle mapping;
   std::array<TamLogClient::Handle, 3> events;

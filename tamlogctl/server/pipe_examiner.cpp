@@ -27,7 +27,8 @@ bool IsBusy(const std::string& pipeName) {
 
 }  // namespace
 
-PipeState ExaminePipes(const std::string& pipeName, std::uint32_t busyMs, std::uint32_t answerMs) {
+PipeState ExaminePipes(const std::string& pipeName, std::uint32_t busyMs, std::uint32_t answerMs,
+                       std::optional<std::uint32_t> service, std::uint32_t& foreign) {
   PipeConnection pipes(pipeName, kAbsentMs);
   switch (pipes.Open(CallDeadline(busyMs))) {
     case Status::Ok:
@@ -40,6 +41,11 @@ PipeState ExaminePipes(const std::string& pipeName, std::uint32_t busyMs, std::u
       return IsBusy(pipeName) ? PipeState::Blocked : PipeState::Silent;
     default:
       return PipeState::Failing;
+  }
+  for (const std::uint32_t process : pipes.ServerProcesses()) {
+    if (!service || process == 0 || process == *service) continue;
+    foreign = process;
+    return PipeState::Foreign;
   }
   PipeRequest request;
   std::memset(&request, 0, sizeof(request));

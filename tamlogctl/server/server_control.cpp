@@ -8,8 +8,11 @@
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/progress.h"
+#include "tamlogctl/base/system_text.h"
 #include "tamlogctl/base/wait.h"
+#include "tamlogctl/server/server_program.h"
 #include "tamlogctl/server/service.h"
+#include "tamlogctl/server/start_failure.h"
 
 namespace TamLogCtl {
 
@@ -19,8 +22,7 @@ using TamLogClient::Status;
 
 constexpr std::uint32_t kAskEveryMs = 200;
 
-// Reports why the service manager refused, and returns the exit code. `verb` is "server start" or "server
-// stop".
+// Reports why the service manager refused, and returns the exit code. `verb` is "server start", for example.
 int RefusedByManager(const std::string& verb, std::uint32_t error) {
   switch (error) {
     case ERROR_ACCESS_DENIED:
@@ -31,56 +33,78 @@ int RefusedByManager(const std::string& verb, std::uint32_t error) {
     case ERROR_SERVICE_DISABLED:
       return Refuse(kRefused, verb + ": the service is disabled; enable it in the service manager");
     default:
-      return Refuse(kRefused, verb + ": the service manager refused (error " + std::to_string(error) + ")");
+      return Refuse(kRefused, verb + ": the service manager refused: " + SystemText(error));
   }
 }
 
-// Returns whether the service has reached its state. May replace `state`, the text that is shown while it is
-// not.
-using Reached = std::function<bool(const ServiceReport&, std::string& state)>;
+enum class Progressing : std::uint8_t { Reached, Waiting, Failed };
 
-// Waits until `reached` returns true, and shows the state meanwhile. Returns the exit code.
-int WaitFor(const std::string& verb, std::uint32_t waitMs, const Reached& reached) {
+// Returns how far the service is. May replace `state`, the text that is shown while it waits, or the reason
+// when it failed.
+using Look = std::function<Progressing(const ServiceReport&, std::string& state)>;
+
+// Waits until `look` returns Reached or Failed, and shows the state meanwhile. Returns the exit code.
+int WaitFor(const std::string& verb, std::uint32_t waitMs, const Look& look) {
   Progress progress(verb + ":");
   std::string state;
-  const auto look = [&] {
+  Progressing now = Progressing::Waiting;
+  int failure = kRefused;
+  const auto reached = [&] {
     const ServiceReport report = QueryService();
     state = ServiceText(report);
-    if (reached(report, state)) return true;
+    now = look(report, state);
+    if (report.state == ServiceState::NotInstalled) failure = kNotThere;
+    if (now != Progressing::Waiting) return true;
     progress.Show(state);
     return false;
   };
-  const int waited = WaitUntil(waitMs, kAskEveryMs, look);
+  const int waited = WaitUntil(waitMs, kAskEveryMs, reached);
+  if (now == Progressing::Failed) return Refuse(failure, verb + ": " + state);
   if (waited != kTimedOut) return waited;
   return Refuse(kTimedOut, verb + ": not done after " + std::to_string(waitMs / 1000) +
                                " s, the service is " + state + "; see: tamlogctl doctor");
 }
 
-int Stop(const ServerOptions& options) {
+constexpr const char* kRemovedMeanwhile = "the service was removed meanwhile";
+
+int Stop(const std::string& verb, const ServerOptions& options) {
   const std::uint32_t error = RequestServiceStop();
   // These are no refusals: the service manager waits less long than a stop that waits for readers, the
   // process may end before it answers, and it may have stopped already. The service's state decides.
   const bool goesOn = error == ERROR_SUCCESS || error == ERROR_SERVICE_REQUEST_TIMEOUT ||
                       error == ERROR_BROKEN_PIPE || error == ERROR_SERVICE_NOT_ACTIVE ||
-                      error == ERROR_SERVICE_CANNOT_ACCEPT_CTRL;
-  if (!goesOn) return RefusedByManager("server stop", error);
-  return WaitFor("server stop", options.waitMs, [](const ServiceReport& report, std::string& /*state*/) {
-    return report.state == ServiceState::Stopped;
+                      error == ERROR_SERVICE_CANNOT_ACCEPT_CTRL || QueryService().processGone;
+  if (!goesOn) return RefusedByManager(verb, error);
+  return WaitFor(verb, options.waitMs, [](const ServiceReport& report, std::string& state) {
+    if (report.state == ServiceState::Stopped || report.processGone) return Progressing::Reached;
+    if (report.state != ServiceState::NotInstalled) return Progressing::Waiting;
+    state = kRemovedMeanwhile;
+    return Progressing::Failed;
   });
 }
 
 // Waits until the server answers, which is later than the service manager's "running".
 int Start(const ServerOptions& options) {
+  const StartFailure failure;
   const std::uint32_t error = RequestServiceStart();
   if (error != ERROR_SUCCESS && error != ERROR_SERVICE_ALREADY_RUNNING)
     return RefusedByManager("server start", error);
   TamLogClient::LogClient client({kRequestPipeName, 1000, 200});
-  return WaitFor("server start", options.waitMs, [&client](const ServiceReport& report, std::string& state) {
-    if (report.state != ServiceState::Running) return false;
-    if (client.Ping() == Status::Ok) return true;
+  const auto look = [&client, &failure](const ServiceReport& report, std::string& state) {
+    if (report.state == ServiceState::NotInstalled) {
+      state = kRemovedMeanwhile;
+      return Progressing::Failed;
+    }
+    if (const auto reason = failure.Look(report)) {
+      state = *reason + "; see: tamlogctl doctor";
+      return Progressing::Failed;
+    }
+    if (report.state != ServiceState::Running) return Progressing::Waiting;
+    if (client.Ping() == Status::Ok) return Progressing::Reached;
     state = "running, but does not answer yet";
-    return false;
-  });
+    return Progressing::Waiting;
+  };
+  return WaitFor("server start", options.waitMs, look);
 }
 
 int Report(int exitCode, const char* success) {
@@ -97,13 +121,39 @@ int StartServer(const ServerOptions& options) {
 
 int StopServer(const ServerOptions& options) {
   DeferInterrupts();
-  return Report(Stop(options), "the server is stopped");
+  return Report(Stop("server stop", options), "the server is stopped");
 }
 
 int RestartServer(const ServerOptions& options) {
   DeferInterrupts();
-  const int stopped = Stop(options);
+  const int stopped = Stop("server restart", options);
   return stopped == kDone ? Report(Start(options), "the server is running again") : stopped;
+}
+
+int InstallServer(const ServerOptions& options) {
+  if (QueryService().state != ServiceState::NotInstalled)
+    return Refuse(kUsage, "server install: the service is already installed; see: tamlogctl server state");
+  const std::string program = options.program.empty() ? ServerProgramHere() : options.program;
+  if (const std::string problem = RunInstallation(program); !problem.empty()) {
+    const bool denied = problem == kAccessDeniedText;
+    return Refuse(denied ? kAccessDenied : kRefused, "server install: " + problem);
+  }
+  // The installation grants it by the name EVERYONE, which other languages of the system do not have.
+  if (QueryServiceDetails().everyoneMayControl == false) GrantControlToEveryone();
+  Say("installed " + program + "; start it: tamlogctl server start");
+  return kDone;
+}
+
+int RemoveServer(const ServerOptions& options) {
+  DeferInterrupts();
+  const ServiceReport report = QueryService();
+  if (report.state == ServiceState::Running || report.state == ServiceState::Pending) {
+    if (const int stopped = Stop("server remove", options); stopped != kDone) return stopped;
+  }
+  const std::uint32_t error = DeleteServiceEntry();
+  if (error != ERROR_SUCCESS) return RefusedByManager("server remove", error);
+  Say("the service is removed; its settings and the log file stay");
+  return kDone;
 }
 
 int ShowServerState(const ServerOptions& options) {
@@ -119,7 +169,7 @@ int ShowServerState(const ServerOptions& options) {
   if (!WriteOut(out)) return kOutputFailed;
   switch (report.state) {
     case ServiceState::Running:
-      return kDone;
+      return report.processGone ? kNegative : kDone;
     case ServiceState::NotInstalled:
       return kNotThere;
     case ServiceState::Denied:

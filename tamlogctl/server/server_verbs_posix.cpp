@@ -81,6 +81,14 @@ int RestartServer(const ServerOptions& /*options*/) {
   return NoServerHere();
 }
 
+int InstallServer(const ServerOptions& /*options*/) {
+  return NoServerHere();
+}
+
+int RemoveServer(const ServerOptions& /*options*/) {
+  return NoServerHere();
+}
+
 int ShowServerState(const ServerOptions& /*options*/) {
   return NoServerHere();
 }

@@ -8,7 +8,7 @@ const char* ServiceAdvice(ServiceState state) {
     case ServiceState::Denied:
       return "run this as an administrator";
     case ServiceState::NotInstalled:
-      return "install it: TamLogServer.exe -install";
+      return "as an administrator: tamlogctl server install";
     case ServiceState::Stopped:
       return "start it: tamlogctl server start";
     case ServiceState::Pending:

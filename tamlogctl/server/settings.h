@@ -15,12 +15,15 @@ struct SettingsOptions : CommonOptions {
   SettingsChange change;   // of set
   bool fromInput = false;  // of set: the change is read from standard input
   bool keep = false;       // of set: send the messages again after a change of capacity
+  bool keepGiven = false;  // otherwise they are sent again where the capacity grows
   bool noBackup = false;   // of set: do not save the messages before a change of capacity
+  bool yes = false;        // of set: do not ask before messages are lost
   std::string backup;      // of set: the file in which they are saved; empty: a name with the present time
   bool wait = true;        // until the restart is over
   std::string path;        // of path; empty: show it
   bool apply = false;      // of path: restart at once
   bool force = false;      // of path: even if the file exists
+  bool offline = false;    // of path: in the registry, while the server is stopped
 };
 
 // Each returns the exit code, and explains a failure on stderr.

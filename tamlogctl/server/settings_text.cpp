@@ -63,6 +63,23 @@ std::string CapacityText(std::uint32_t requested, std::optional<std::int32_t> in
   return "capacity " + RequestedAndInEffect(requested, inEffect);
 }
 
+std::string EmptyQuestion(std::int32_t messages) {
+  std::string count = std::to_string(messages);
+  for (std::size_t end = count.size(); end > 3; end -= 3) count.insert(end - 3, ",");
+  return messages == 1 ? "Empty the log of its one message?" : "Empty all " + count + " messages?";
+}
+
+std::vector<std::string> ChangeLines(const SettingsBody& before, const SettingsBody& after) {
+  std::vector<std::string> lines;
+  const auto add = [&lines](const char* name, const std::string& from, const std::string& to) {
+    if (from != to) lines.push_back(std::string(name) + " " + from + " -> " + to);
+  };
+  add("poll", std::to_string(before.devicePollRate) + " ms", std::to_string(after.devicePollRate) + " ms");
+  add("save", std::to_string(before.saveRate) + " s", std::to_string(after.saveRate) + " s");
+  add("types", TypesText(before.typeFilter), TypesText(after.typeFilter));
+  return lines;
+}
+
 std::string SettingsAsText(const SettingsBody& settings, std::optional<std::int32_t> inEffect) {
   return "capacity  " + RequestedAndInEffect(settings.maxMessage, inEffect) + "\npoll      " +
          std::to_string(settings.devicePollRate) + " ms\nsave      " + std::to_string(settings.saveRate) +

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "records/pipe_protocol.h"
 
@@ -25,6 +26,12 @@ std::string TypesText(std::uint32_t mask);
 // Returns "capacity 200 requested, 100 in effect". In this and the next two, `inEffect` is the capacity of
 // the shared log, and nothing when it is unknown.
 std::string CapacityText(std::uint32_t requested, std::optional<std::int32_t> inEffect);
+
+// Returns "Empty all 20,000 messages?".
+std::string EmptyQuestion(std::int32_t messages);
+
+// Returns one line for each setting that differs, except the capacity: "types 0,1,2,3 -> 0,1".
+std::vector<std::string> ChangeLines(const SettingsBody& before, const SettingsBody& after);
 
 std::string SettingsAsText(const SettingsBody& settings, std::optional<std::int32_t> inEffect);
 std::string SettingsAsJson(const SettingsBody& settings, std::optional<std::int32_t> inEffect);

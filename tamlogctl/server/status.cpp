@@ -12,10 +12,12 @@
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/json.h"
+#include "tamlogctl/base/wide_text.h"
 #include "tamlogctl/server/filter_text.h"
 #include "tamlogctl/server/live_server.h"
 #include "tamlogctl/server/settings_text.h"
 #include "tamlogctl/server/status.h"
+#include "tamlogctl/server/stored_lengths.h"
 
 namespace TamLogCtl {
 
@@ -44,7 +46,8 @@ struct Findings {
 void AskServer(const StatusOptions& options, Findings& found) {
   LogClient client({kRequestPipeName, options.timeoutMs});
   found.pipe = client.GetFileMapName(found.mapName);
-  if (found.pipe == Status::Ok) found.pipe = client.GetLogFile(found.logFile);
+  const bool pathFits = ReadStoredLengths().PathFits();  // a request for a longer one would crash the server
+  if (found.pipe == Status::Ok && pathFits) found.pipe = client.GetLogFile(found.logFile);
   if (found.pipe == Status::Ok) found.pipe = client.GetSettings(found.settings);
   if (found.pipe != Status::Ok) return;
   found.filtersKnown = RequestFilters(client, found.filters) == kDone;
@@ -78,7 +81,8 @@ Status FindEnds(LogReader& reader, std::uint32_t timeoutMs, Findings& found) {
 
 void ReadLog(const StatusOptions& options, Findings& found) {
   LogReader reader;
-  found.log = found.mapName.empty() ? reader.Open() : reader.Open(found.mapName);
+  // Not by the name that came over the pipe: any process can offer the pipe and name another mapping.
+  found.log = reader.Open();
   if (found.log == Status::Ok) found.log = reader.Look(found.header);
   if (found.log == Status::Ok) found.log = FindEnds(reader, options.timeoutMs, found);
   found.holdMicroseconds = reader.LastHoldMicroseconds();
@@ -98,7 +102,7 @@ int ExitCodeFor(const Findings& found) {
   if (found.pipe == Status::Ok && found.log == Status::Ok) return kDone;
   if (found.pipe == Status::NotRunning && found.log == Status::NotRunning) return kNotThere;
   if (found.pipe == Status::AccessDenied || found.log == Status::AccessDenied) return kAccessDenied;
-  return found.log == Status::Damaged ? kDamaged : kTimedOut;
+  return found.log == Status::Damaged || found.log == Status::ForeignEvents ? kDamaged : kTimedOut;
 }
 
 std::string Visible(const std::string& text) {
@@ -125,8 +129,9 @@ void AppendServer(const Findings& found, std::string& out) {
   out += LineOf("pipe", found.pipe == Status::Ok ? "answers" : StatusText(found.pipe));
   if (found.pipe != Status::Ok) return;
   const auto inEffect = found.log == Status::Ok ? std::optional(found.header.maxMessages) : std::nullopt;
-  out += LineOf("file", Visible(found.logFile));
-  out += LineOf("mapping", found.mapName);
+  out += LineOf("file", found.logFile.empty() ? "unknown" : Visible(AnsiToUtf8(found.logFile)));
+  out += LineOf("mapping", Visible(found.mapName) +
+                               (found.mapName == kFileMapName ? "" : ", which is not the server's"));
   out += LineOf("settings", CapacityText(found.settings.maxMessage, inEffect));
   out += LineOf("", "driver read every " + std::to_string(found.settings.devicePollRate) +
                         " ms, disk written every " + std::to_string(found.settings.saveRate) + " s");
@@ -197,7 +202,7 @@ std::string AsJson(const Findings& found) {
   JsonObject json{{"state", StateOf(found)},
                   {"pipe", found.pipe == Status::Ok ? "answers" : StatusText(found.pipe)}};
   if (found.pipe == Status::Ok) {
-    json.emplace_back("file", found.logFile);
+    json.emplace_back("file", AnsiToUtf8(found.logFile));
     json.emplace_back("mapping", found.mapName);
     json.emplace_back("settings", SettingsObject(found.settings));
     json.emplace_back("filters", found.filtersKnown ? Json(FilterList(found.filters)) : Json());

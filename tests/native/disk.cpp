@@ -153,7 +153,7 @@ MappedView::~MappedView() {
 }
 
 void MappedView::Map(NativeHandle file, const std::string& /*name*/,
-                     TamLogUtil::SecurityAttributes* /*attributes*/) {
+                     TamLogUtil::SecurityAttributes* /*attributes*/, Older /*older*/) {
   auto& opened = NativeMachine::As<FileObject>(file);
   if (opened.file->size == 0) {
     throw ExceptionWindows("Failed to open a file mapping, CreateFileMapping() failed", nullptr,

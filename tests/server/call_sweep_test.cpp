@@ -67,7 +67,7 @@ const std::map<std::string, std::set<std::string>>& Causes() {
       {"SetEndOfFile", {"Failed to resize file, SetEndOfFile() failed in ResizeFile() (112)"}},
       {"CreateFileMappingA", {"Failed to open a file mapping, CreateFileMapping() failed (1455)"}},
       {"MapViewOfFile", {"Failed to map a file view, MapViewOfFile() failed (8)"}},
-      {"VirtualQuery", {"Failed to open a file mapping, CreateFileMapping() failed (183)"}},
+      {"VirtualQuery", {"Failed to open a file mapping, CreateFileMapping() failed (87)"}},
       {"UnmapViewOfFile", {"Failed to close file view, UnmapViewOfFile() failed (487)"}},
       {"CloseHandle",
        {"Failed to close file view, CloseHandle() failed (6)",

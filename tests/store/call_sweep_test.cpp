@@ -89,7 +89,7 @@ Outcomes OpenOutcomes(bool resized) {
       {"GetFileSizeEx", {"Failed to open log file, GetFileSizeEx() failed (1117)", ""}},
       {"CreateFileMappingA", {"Failed to open a file mapping, CreateFileMapping() failed (1455)"}},
       {"MapViewOfFile", {"Failed to map a file view, MapViewOfFile() failed (8)"}},
-      {"VirtualQuery", {"Failed to open a file mapping, CreateFileMapping() failed (183)"}},
+      {"VirtualQuery", {"Failed to open a file mapping, CreateFileMapping() failed (87)"}},
   };
   if (resized) {
     outcomes["SetFilePointerEx"] = {

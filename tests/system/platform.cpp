@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -87,6 +88,14 @@ void ThrowLastError(const std::string& doing) {
 bool IsWine() {
   const HMODULE ntdll = GetModuleHandleA("ntdll.dll");
   return ntdll != nullptr && GetProcAddress(ntdll, "wine_get_version") != nullptr;
+}
+
+bool IsWindowsWorld() {
+  return std::getenv("TAMLOG_WINDOWS_WORLD") != nullptr;
+}
+
+bool MappedFilesCountAsOpen() {
+  return IsWine() && !IsWindowsWorld();
 }
 
 bool Eventually(std::chrono::milliseconds limit, const std::function<bool()>& condition) {

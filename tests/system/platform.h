@@ -26,6 +26,13 @@ OwnedHandle Own(void* handle);
 // lists.
 bool IsWine();
 
+// Returns whether the tests run against the server of tests/windows_world.
+bool IsWindowsWorld();
+
+// Returns whether a file that another process only has mapped counts as open when the server looks whether
+// its file is free.
+bool MappedFilesCountAsOpen();
+
 // Evaluates `condition` every 10 ms until it holds or `limit` has passed; returns its last value.
 bool Eventually(std::chrono::milliseconds limit, const std::function<bool()>& condition);
 

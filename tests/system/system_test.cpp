@@ -90,7 +90,8 @@ void ProtocolWatch::Run() {
   }
 }
 
-SystemTest::SystemTest() : serverPath(OwnDirectory() + "\\" + kServerName) {
+SystemTest::SystemTest()
+    : serverPath(OwnDirectory() + (IsWindowsWorld() ? "\\windows_world\\" : "\\") + kServerName) {
   logFile = scratch.File("Logs.dat");
 }
 

@@ -81,7 +81,7 @@ TEST_F(CInterfaceTest, EveryStatusHasACodeAndATextOfItsOwn) {
     EXPECT_TRUE(texts.insert(text).second) << text;
   }
   EXPECT_STREQ(tamlog_status_text(-1), "unknown status");
-  EXPECT_STREQ(tamlog_status_text(TAMLOG_OUTPUT_FAILED + 1), "unknown status");
+  EXPECT_STREQ(tamlog_status_text(TAMLOG_FOREIGN_EVENTS + 1), "unknown status");
   std::set<tamlog_status> codes;
   for (int value = 0; value <= static_cast<int>(TamLogClient::Status::SystemError); ++value) {
     codes.insert(TamLogClient::CodeOf(static_cast<TamLogClient::Status>(value)));

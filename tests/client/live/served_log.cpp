@@ -27,7 +27,10 @@ ServedLog::ServedLog(const TamLogClient::LogSnapshot& content, std::uint64_t byt
   const std::string suffix = std::to_string(GetCurrentProcessId()) + "-" + std::to_string(serial++);
   const char* const roles[] = {"Map", "HeaderLock", "ReadWait", "WriteWait"};
   for (int i = 0; i < 4; ++i) names[i] = std::string("Global\\TamLogTest") + roles[i] + suffix;
-  if (mapName != nullptr) names[0] = mapName;
+  if (mapName != nullptr) {
+    const char* const own[] = {mapName, kHeaderLockName, kReadWaitEventName, kWriteWaitEventName};
+    std::copy(std::begin(own), std::end(own), std::begin(names));
+  }
   size = bytes != 0 ? bytes : LogFileSize(content.slots.size());
   mapping = TamLogClient::Handle(CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE,
                                                     static_cast<DWORD>(size >> 32U), static_cast<DWORD>(size),

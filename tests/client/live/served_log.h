@@ -15,7 +15,7 @@ namespace TamLogTest {
 class ServedLog {
  public:
   // `bytes` 0: as many as the snapshot's capacity needs. With a `mapName`, for programs that look for the
-  // server's, the mapping has that name.
+  // server's, the mapping has that name, and the events have the server's.
   explicit ServedLog(const TamLogClient::LogSnapshot& content, std::uint64_t bytes = 0,
                      const char* mapName = nullptr);
   ~ServedLog();

@@ -77,9 +77,14 @@ class Help(unittest.TestCase):
                 self.assertIn("--help", outcome.stderr)
                 self.assertEqual(outcome.stdout, "")
 
-    def test_a_verb_that_needs_another_word_says_so(self):
-        for verb in ("filter", "settings", "server"):
-            self.assertEqual(run(verb).returncode, 2)
+    def test_a_group_of_verbs_alone_runs_the_one_that_shows(self):
+        for words in (["filter"], ["settings"], ["server"], ["settings", "-o", "json"], ["filter", "-o", "tsv"]):
+            outcome = run(*words)
+            self.assertEqual((outcome.returncode, outcome.stdout), (3, ""), words)
+        for words in (["settings", "--help"], ["help", "filter"]):
+            self.assertIn("set ", section(run(*words).stdout, "Subcommands"), words)
+        for words in (["filter", "-o", "xml"], ["settings", "nonsense"], ["server", ""]):
+            self.assertEqual(run(*words).returncode, 2, words)
 
     def test_live_verbs_say_that_there_is_no_server_here(self):
         for words in (["filter", "list"], ["filter", "test", "Camera"], ["settings", "get"], ["clear", "--yes"],
@@ -106,7 +111,7 @@ class Help(unittest.TestCase):
                 (["completion", "fish"], "SHELL: 'fish': expected powershell|bash|zsh"),
                 (["show", "--colour", "always"], "unknown option '--colour'"),
                 (["follow", "--file", "a.dat"], "unknown option '--file'"),
-                (["show", "more"], "unexpected argument 'more'"),
+                (["follow", "more"], "unexpected argument 'more'"),
                 (["show", "--file"], "--file: needs a value"),
                 (["show", "-n", "1", "-n", "2"], "--lines: given more than once"),
                 (["show", "-S", "today", "-S", "now"], "--since: given more than once"),

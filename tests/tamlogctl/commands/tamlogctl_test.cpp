@@ -2,9 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
+#include "client/live/handle.h"
+#include "client/message/win32.h"
 #include "tests/client/live/served_log.h"
 #include "tests/client/live/test_server.h"
 #include "tests/support/files.h"
@@ -98,6 +102,50 @@ TEST_F(TamlogctlTest, LastNCountsMatches) {
   EXPECT_EQ(Run("show -o cat -n 0 " + log).out, "");
 }
 
+// Returns the bytes as a gzip member with one block that is stored, not compressed.
+std::string StoredGzip(const std::string& bytes) {
+  const auto little = [](std::uint32_t value, int count) {
+    std::string text;
+    for (int i = 0; i < count; ++i, value >>= 8U) text += static_cast<char>(value & 0xFFU);
+    return text;
+  };
+  std::uint32_t check = 0xFFFFFFFF;
+  for (const char byte : bytes) {
+    check ^= static_cast<unsigned char>(byte);
+    for (int bit = 0; bit < 8; ++bit) check = (check >> 1U) ^ ((check & 1U) != 0 ? 0xEDB88320U : 0);
+  }
+  const auto size = static_cast<std::uint32_t>(bytes.size());
+  return std::string("\x1F\x8B\x08\0\0\0\0\0\0\xFF\x01", 11) + little(size, 2) + little(~size, 2) + bytes +
+         little(~check, 4) + little(size, 4);
+}
+
+TEST_F(TamlogctlTest, WildcardsAreExpanded) {
+  const std::string bytes = TestSupport::ReadBytes(SavedLog());
+  TestSupport::WriteBytes(Path("b.dat"), bytes);
+  EXPECT_EQ(Run("show -o cat -n 3 *.dat").out, "message 4\nmessage 5\nmessage 5\n");
+  EXPECT_EQ(Run("show -o cat -n 1 --file ?.dat").out, "message 5\n");
+  EXPECT_EQ(Run("verify -q \"" + Path("*.dat") + "\"").exitCode, 0);
+  const auto nothing = Run("show *.log");
+  EXPECT_EQ(nothing.exitCode, 3);
+  EXPECT_NE(nothing.err.find("*.log: no file matches"), std::string::npos) << nothing.err;
+}
+
+TEST_F(TamlogctlTest, GzipAndStandardInputAreReadAndXzIsReported) {
+  const std::string bytes = TestSupport::ReadBytes(SavedLog());
+  TestSupport::WriteBytes(Path("Logs.gz"), StoredGzip(bytes));
+  EXPECT_EQ(Run("show -o cat -n 2 Logs.gz").out, "message 4\nmessage 5\n");
+  EXPECT_EQ(Run("show --count -", bytes).out, "6\n");
+  EXPECT_EQ(Run("show --count --file -", StoredGzip(bytes)).out, "6\n");
+  TestSupport::WriteBytes(Path("Logs.xz"), std::string("\xFD"
+                                                       "7zXZ\0 and so on",
+                                                       16));
+  const auto xz = Run("show Logs.xz");
+  EXPECT_EQ(xz.exitCode, 3);
+  EXPECT_NE(xz.err.find("Logs.xz: this program cannot read xz data; decompress the file first"),
+            std::string::npos)
+      << xz.err;
+}
+
 TEST_F(TamlogctlTest, NothingMatchedIsOne) {
   EXPECT_EQ(Run("show -s Nobody " + MakeLog()).exitCode, 1);
 }
@@ -125,6 +173,24 @@ TEST_F(TamlogctlTest, MissingFileAndMissingServerAreThree) {
   EXPECT_NE(Run("status -o json").out.find("\"state\": \"not running\""), std::string::npos);
 }
 
+// A name that the system does not accept, a file that another program has open, a stream that is no file here.
+TEST_F(TamlogctlTest, FailureOfAFileNamesItAndTheReasonOfTheSystem) {
+  for (const char* const name : {"a*b?.dat", "/dev/stdin", "x<y"}) {
+    const auto outcome = Run(std::string("show --file \"") + name + "\"");
+    EXPECT_NE(outcome.exitCode, 0) << name;
+    EXPECT_NE(outcome.err.find(name), std::string::npos) << outcome.err;
+    EXPECT_EQ(outcome.err.find("a system call failed"), std::string::npos) << outcome.err;
+  }
+  MakeLog();
+  const TamLogClient::Handle held(
+      CreateFileA(Path("Logs.dat").c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+  ASSERT_TRUE(held);
+  const auto outcome = Run("show --file \"" + Path("Logs.dat") + "\"");
+  EXPECT_EQ(outcome.exitCode, 4) << outcome.err;
+  EXPECT_NE(outcome.err.find("Logs.dat: "), std::string::npos) << outcome.err;
+  EXPECT_EQ(outcome.err.find("access denied"), std::string::npos) << outcome.err;
+}
+
 TEST_F(TamlogctlTest, UsageErrorsAreTwoAndNameTheOptionAndTheFix) {
   const std::string log = MakeLog();
   const auto expectUsage = [this](const std::string& arguments, const std::string& word) {
@@ -136,7 +202,7 @@ TEST_F(TamlogctlTest, UsageErrorsAreTwoAndNameTheOptionAndTheFix) {
   expectUsage("shwo", "there is no verb 'shwo'");
   expectUsage("show --bad", "--bad");
   expectUsage("show -o xml " + log, "-o");
-  expectUsage("show -n many " + log, "neither a number nor 'all'");
+  expectUsage("show -n many " + log, "'many' is neither a number, nor + and a number, nor 'all'");
   expectUsage("show -t 4 " + log, "-t '4': expected types from 0 to 3");
   expectUsage("show -s :1 " + log, "-s ':1': expected NAME or NAME:TYPES");
   expectUsage("show -S noon " + log, "-S 'noon': expected YYYY-MM-DD");
@@ -213,6 +279,61 @@ TEST_F(TamlogctlTest, ServerThatDoesNotAnswerInTimeIsFive) {
     const Outcome outcome = Run(command + " --timeout 1000");
     EXPECT_EQ(outcome.exitCode, 5) << command << ": " << outcome.err;
   }
+}
+
+// Everybody may write to the shared log, the names of its events included.
+TEST_F(TamlogctlTest, EventsOfSomebodyElsesChoiceAreNotTouched) {
+  ServedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
+  const TestServer server([](const PipeRequest&, PipeReply&) { return Answer::Silence; }, kRequestPipeName);
+  const char* const victimName = "Global\\TamLogTestVictim";
+  // Neither signalled nor reset: an event that resets itself is found as it was left.
+  const TamLogClient::Handle victim(CreateEventA(nullptr, FALSE, FALSE, victimName));
+  ASSERT_TRUE(victim);
+  for (std::size_t i = 0; i < 3; ++i) {
+    std::strcpy(reinterpret_cast<char*>(log.Bytes()) + kLockNamesOffset + i * kLockNameSize, victimName);
+    for (const bool signalled : {false, true}) {
+      for (const char* const command : {"show", "follow --for 1", "status --timeout 500", "show --count",
+                                        "doctor --unstick --watch 100 --timeout 500"}) {
+        signalled ? SetEvent(victim.Get()) : ResetEvent(victim.Get());
+        const Outcome outcome = Run(command);
+        EXPECT_NE(outcome.exitCode, 0) << command << "\n" << outcome.out;
+        EXPECT_EQ(WaitForSingleObject(victim.Get(), 0) == WAIT_OBJECT_0, signalled) << command;
+      }
+    }
+    EXPECT_EQ(Run("show").exitCode, 7);
+    const Outcome diagnosis = Run("doctor --timeout 500");
+    EXPECT_NE(diagnosis.out.find("the log names the event '" + std::string(victimName)), std::string::npos)
+        << diagnosis.out;
+    const char* const own[] = {kHeaderLockName, kReadWaitEventName, kWriteWaitEventName};
+    std::strcpy(reinterpret_cast<char*>(log.Bytes()) + kLockNamesOffset + i * kLockNameSize, own[i]);
+    EXPECT_EQ(log.ReadCount(), 0);
+  }
+  EXPECT_EQ(Run("show").exitCode, 0);
+}
+
+// The pipe's name belongs to nobody while no server runs.
+TEST_F(TamlogctlTest, DoctorNamesTheProcessesThatTakeTheServersPlace) {
+  const ServedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
+  const TestServer server(
+      [](const PipeRequest&, PipeReply& reply) {
+        reply.code = static_cast<std::uint32_t>(ReplyCode::Alive);
+        return Answer::Reply;
+      },
+      kRequestPipeName);
+  const std::string own =
+      "process " + std::to_string(GetCurrentProcessId()) + " (tamlogctl_program_tests.exe)";
+  const Outcome outcome = Run("doctor");
+  EXPECT_NE(outcome.exitCode, 0);
+  EXPECT_NE(outcome.out.find("fail  pipe     answered by " + own + ", which is not the service"),
+            std::string::npos)
+      << outcome.out;
+  for (const char* const name : {kFileMapName, kHeaderLockName, kReadWaitEventName, kWriteWaitEventName}) {
+    EXPECT_NE(outcome.out.find(std::string("fail  names    ") + name +
+                               " exists although the server does not run; held by " + own),
+              std::string::npos)
+        << outcome.out;
+  }
+  EXPECT_EQ(server.Requests().size(), 0U);  // an impostor is asked nothing
 }
 
 // A server that is starting has its log mapped before it has its pipes. A program that maps it then keeps the

@@ -145,6 +145,143 @@ TEST_F(ShowCommand, FirstMessagesNeedAnEndAndNoCursorFile) {
   }
 }
 
+TEST_F(ShowCommand, MergeCountsReversesAndLimits) {
+  const auto merge = [this](const std::string& arguments) {
+    std::string numbers;
+    std::istringstream lines(Run("merge -o cat Logs.dat Logs.dat " + arguments).out);
+    for (std::string line; std::getline(lines, line);) numbers += line.substr(line.size() - 1);
+    return numbers;
+  };
+  EXPECT_EQ(merge(""), "001122334455");
+  EXPECT_EQ(merge("-r"), "554433221100");
+  EXPECT_EQ(merge("-n 3"), "455");
+  EXPECT_EQ(merge("-n 3 -r"), "554");
+  EXPECT_EQ(merge("-n +3"), "001");
+  EXPECT_EQ(merge("-n +3 -r -g '[2-4]'"), "322");
+  EXPECT_EQ(merge("-n 0"), "");
+  EXPECT_EQ(Run("merge Logs.dat Logs.dat --count -t 1").out, "4\n");
+  EXPECT_EQ(Run("merge Logs.dat Logs.dat --count -t 1 -n 3 -o json").out, "{\"count\":3}\n");
+  const auto none = Run("merge Logs.dat --count -g nothing");
+  EXPECT_EQ(none.out, "0\n");
+  EXPECT_EQ(none.exitCode, 1);
+}
+
+TEST_F(ShowCommand, ReportsAndMergedLogsGoThroughThePager) {
+  Put("pager", "#!/bin/sh\nsed 's/^/paged: /'\n");
+  std::filesystem::permissions(folder.File("pager"), std::filesystem::perms::owner_all);
+  for (const std::string verb : {"merge Logs.dat", "stats Logs.dat", "verify Logs.dat Logs.dat"}) {
+    const auto shown = RunOnTerminal(verb, "PAGER=./pager");
+    EXPECT_EQ(shown.rfind("paged: ", 0), 0U) << verb << shown;
+    EXPECT_EQ(RunOnTerminal(verb + " --no-pager", "PAGER=./pager").find("paged"), std::string::npos) << verb;
+    EXPECT_EQ(Run(verb).out.find("paged"), std::string::npos);
+  }
+  EXPECT_EQ(RunOnTerminal("merge Logs.dat --count", "PAGER=./pager").find("paged"), std::string::npos);
+}
+
+TEST_F(ShowCommand, TypesAreGivenAsTheyArePrinted) {
+  EXPECT_EQ(Show("-t T2"), "2");
+  EXPECT_EQ(Show("-t t0,T3"), "034");
+  EXPECT_EQ(Show("-t T1-T2"), "125");
+  EXPECT_EQ(Show("-t 1-T2"), "125");
+  EXPECT_EQ(Show("--type-names 0=info,3=err -t err"), "3");
+  EXPECT_EQ(Show("--type-names 0=info,3=Err -t ERR,1"), "135");
+  EXPECT_EQ(Show("--type-names 0=a-b,3=err -t a-b"), "04");
+  EXPECT_EQ(Show("--type-names 0=info,3=err -t T3"), "3");
+  for (const std::string list : {"T4", "err", "TT1", "T", "T1,", "T3-T1", "1,,2"}) {
+    const auto outcome = Run("show Logs.dat -t " + list);
+    EXPECT_EQ(outcome.exitCode, 2) << list;
+    EXPECT_NE(outcome.err.find("-t '" + list + "': expected types from 0 to 3, T0 to T3, or their names"),
+              std::string::npos)
+        << outcome.err;
+  }
+}
+
+TEST_F(ShowCommand, SeverityMeansThisOneAndWorse) {
+  const std::string names = "--type-names 0=info,1=warn,2=fatal,3=err ";
+  EXPECT_EQ(Show(names + "-p err"), "23");
+  EXPECT_EQ(Show(names + "-p WARNING"), "1235");
+  EXPECT_EQ(Show(names + "-p 4"), "1235");
+  EXPECT_EQ(Show(names + "-p debug"), "012345");
+  EXPECT_EQ(Show(names + "-p emerg"), "");
+  EXPECT_EQ(Show(names + "-p warn -t 0,1"), "15");
+  EXPECT_EQ(Show("--type-names 3=err -p info"),
+            "012345");  // the others count as informational, as in rfc5424
+  EXPECT_EQ(Show("--type-names 3=err -p notice"), "3");
+  for (const std::string words :
+       {"-p err", "--type-names 0=a -p err", "--type-names 3=err -p bad", "--type-names 3=err -p 8"}) {
+    const auto outcome = Run("show Logs.dat " + words);
+    EXPECT_EQ(outcome.exitCode, 2) << words;
+    EXPECT_NE(outcome.err.find("-p '"), std::string::npos) << outcome.err;
+  }
+  EXPECT_EQ(Run("merge --count Logs.dat " + names + "-p err").out, "2\n");
+  EXPECT_NE(Run("stats -o json Logs.dat " + names + "-p err").out.find("\"messages\":2"), std::string::npos);
+}
+
+TEST_F(ShowCommand, StatsShowTypesOfEachSourceItsTimesGapsAndRates) {
+  RingModel quiet(100);
+  const auto add = [&quiet](int seconds, const char* source, std::uint32_t type) {
+    quiet.Submit(MakeBody(seconds * 1000, "text", source, type));
+  };
+  for (int i = 0; i < 6; ++i) add(i, "Laser", i == 3 ? 1 : 0);
+  add(6, "Camera", 3);
+  add(3600, "Laser", 0);
+  add(3600 + 600, "Camera", 3);
+  quiet.Flush();
+  Put("quiet.dat", quiet.FileBytes());
+  EXPECT_EQ(
+      Run("stats quiet.dat --type-names 3=err --bars").out,
+      "ring         9 of 100 slots, 70.0 min deep (2026-01-01 00:00:00.000 to 2026-01-01 01:10:00.000)\n"
+      "             about 13.0 h deep when it is full\n"
+      "messages     9, 2026-01-01 00:00:00.000 to 2026-01-01 01:10:00.000 (70.0 min)\n"
+      "rate         7.7 an hour on average, 3.0 a minute in the 3 minutes with messages, 7 in the busiest "
+      "(2026-01-01 00:00)\n"
+      "longest gaps 59.9 min from 2026-01-01 00:00:06.000 to 2026-01-01 01:00:00.000\n"
+      "             10.0 min from 2026-01-01 01:00:00.000 to 2026-01-01 01:10:00.000\n"
+      "\n"
+      "by source      messages    share  T0  T1  err  first                last\n"
+      "  Laser               7   77.8 %   6   1    0  2026-01-01 00:00:00  2026-01-01 01:00:00\n"
+      "  Camera              2   22.2 %   0   0    2  2026-01-01 00:00:06  2026-01-01 01:10:00\n"
+      "\n"
+      "by type\n"
+      "  T0           6   66.7 %  ##############################\n"
+      "  T1           1   11.1 %  #####\n"
+      "  err          2   22.2 %  ##########\n"
+      "\n"
+      "by minute\n"
+      "  2026-01-01 00:00          7   77.8 %  ##############################\n"
+      "  (nothing for 59.0 min)\n"
+      "  2026-01-01 01:00          1   11.1 %  #####\n"
+      "  (nothing for 9.0 min)\n"
+      "  2026-01-01 01:10          1   11.1 %  #####\n");
+  const auto json = Run("stats quiet.dat -o json").out;
+  for (const char* const part :
+       {"\"active_minutes\":3,\"busiest_minute\":{\"count\":7,\"minute\":\"2026-01-01T00:00\"}",
+        "\"gaps\":[{\"from\":\"2026-01-01T00:00:06.000\",\"seconds\":3594.0,\"to\":\"2026-01-01T01:00:00."
+        "000\"},",
+        "{\"count\":2,\"newest\":\"2026-01-01T01:10:00.000\",\"oldest\":\"2026-01-01T00:00:06.000\","
+        "\"source\":\"Camera\",\"types\":[0,0,0,2,0]}"}) {
+    EXPECT_NE(json.find(part), std::string::npos) << part << "\n" << json;
+  }
+}
+
+TEST_F(ShowCommand, StatsOfAFewSecondsSayNothingOfAMinute) {
+  const auto out = Run("stats Logs.dat").out;
+  EXPECT_NE(out.find("\nrate         1.2 a second on average\n"), std::string::npos) << out;
+  EXPECT_EQ(out.find("gaps"), std::string::npos) << out;
+  const auto one = Run("stats Logs.dat -n 1").out;
+  EXPECT_EQ(one.find("rate"), std::string::npos) << one;
+}
+
+TEST_F(ShowCommand, SourcesThatAreNotListedAreSummedUp) {
+  const auto out = Run("stats Logs.dat --top 1").out;
+  EXPECT_NE(
+      out.find(
+          "  Even                3   50.0 %   2   0   1   0  2026-01-01 00:00:00  2026-01-01 00:00:04\n"
+          "  (1 other)           3   50.0 %   0   2   0   1  2026-01-01 00:00:01  2026-01-01 00:00:05\n"),
+      std::string::npos)
+      << out;
+}
+
 TEST_F(ShowCommand, RelativeTimesCountFromTheEndOfACopiedLogOnRequest) {
   EXPECT_EQ(Show("--relative-to end -S -2s"), "345");
   EXPECT_EQ(Show("--relative-to end -S 00:00:04"), "45");
@@ -328,7 +465,7 @@ TEST_F(ShowCommand, ValuesThatMakeNoSenseAreUsageErrorsThatNameThem) {
                {"--cursor-file c --file Logs.dat", "--file"},
                {"--events loud", "loud"},
                {"--ordered", "--ordered"},
-               {"-f", "--file"}};
+               {"-f", "a copied log does not grow"}};
   for (const auto& each : cases) {
     const Outcome outcome = Run(std::string("show --file Logs.dat ") + each.arguments);
     EXPECT_EQ(outcome.exitCode, 2) << each.arguments;
@@ -543,13 +680,16 @@ TEST_F(ShowCommand, StatsCountBySourceTypeAndTime) {
   const Outcome text = Run("stats --file Logs.dat --bars");
   EXPECT_EQ(text.exitCode, 0) << text.err;
   for (const char* const part :
-       {"6 of 8 slots, 5.0 s deep", "by source", "  Even          3   50.0 %  ####", "by type",
-        "  T0          2", "by minute", "  2026-01-01 00:00          6  100.0 %"}) {
+       {"6 of 8 slots, 5.0 s deep", "by source",
+        "  Even                3   50.0 %   2   0   1   0  2026-01-01 00:00:00  2026-01-01 00:00:04",
+        "by type", "  T0          2", "by minute", "  2026-01-01 00:00          6  100.0 %"}) {
     EXPECT_NE(text.out.find(part), std::string::npos) << part << "\n" << text.out;
   }
   const Outcome json = Run("stats --file Logs.dat -o json -s odd");
   for (const char* const part :
-       {"\"messages\":3", "\"sources\":[{\"count\":3,\"source\":\"Odd\",\"types\":[0,2,0,1,0]}]",
+       {"\"messages\":3",
+        "\"sources\":[{\"count\":3,\"newest\":\"2026-01-01T00:00:05.000\",\"oldest\":\"2026-01-01T00:00:01."
+        "000\",\"source\":\"Odd\",\"types\":[0,2,0,1,0]}]",
         "\"minutes\":[{\"count\":3,\"minute\":\"2026-01-01T00:00\"}]", "\"capacity\":8",
         "\"depth_seconds\":5.0", "\"oldest\":\"2026-01-01T00:00:01.000\""}) {
     EXPECT_NE(json.out.find(part), std::string::npos) << part << "\n" << json.out;
@@ -592,7 +732,7 @@ TEST_F(ShowCommand, WorkThatTakesMoreThanASecondIsShownOnATerminal) {
   const auto slowly = [this](const std::string& verb) {
     return RunOnTerminal("version; { sleep 1.6; cat Logs.dat; } | '" TAMLOGCTL "' " + verb, "");
   };
-  EXPECT_NE(slowly("verify /dev/stdin").find("verifying /dev/stdin (1 s)"), std::string::npos);
+  EXPECT_NE(slowly("verify /dev/stdin").find("reading /dev/stdin (1 s)"), std::string::npos);
   const std::string shown = slowly("show -o cat --no-pager --file /dev/stdin");
   EXPECT_NE(shown.find("reading /dev/stdin (1 s)"), std::string::npos) << shown;
   EXPECT_NE(shown.find("\rmessage 0\r\n"), std::string::npos) << shown;  // on the erased line

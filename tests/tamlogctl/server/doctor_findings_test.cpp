@@ -23,6 +23,8 @@ Observations Healthy() {
   seen.pollMs = 1000;
   seen.saveSeconds = 300;
   seen.typeMask = 15;
+  seen.driverThere = true;
+  seen.everyoneMayControl = true;
   seen.logFile = "C:\\Logs.dat";
   seen.fileKnown = true;
   seen.fileBytes = LogFileSize(100);
@@ -58,7 +60,7 @@ void ExpectBad(const Observations& seen, const std::string& check, FindingState 
 
 TEST(DoctorFindings, HealthyServerHasNothingToFix) {
   const auto findings = Diagnose(Healthy());
-  EXPECT_EQ(findings.size(), 12U);
+  EXPECT_EQ(findings.size(), 14U);
   for (const Finding& finding : findings) {
     EXPECT_EQ(finding.state, FindingState::Ok) << finding.check << ": " << finding.found;
     EXPECT_EQ(finding.fix, "") << finding.check;
@@ -68,7 +70,7 @@ TEST(DoctorFindings, HealthyServerHasNothingToFix) {
 TEST(DoctorFindings, ServiceAndPipe) {
   Observations seen = Healthy();
   seen.service = ServiceState::NotInstalled;
-  ExpectBad(seen, "service", FindingState::Warning, "-install");
+  ExpectBad(seen, "service", FindingState::Warning, "tamlogctl server install");
   seen.service = ServiceState::Stopped;
   ExpectBad(seen, "service", FindingState::Failure, "tamlogctl server start");
   seen.pipe = PipeState::Blocked;
@@ -86,7 +88,7 @@ TEST(DoctorFindings, RatesPathAndFilters) {
   ExpectBad(seen, "rates", FindingState::Failure, "settings set --save 300");
   seen.pollMs = 0;
   ExpectBad(seen, "rates", FindingState::Failure, "settings set --poll 1000");
-  seen.storedPathLength = 256;
+  seen.pathProblem = "has 256 bytes, 255 are allowed";
   ExpectBad(seen, "path", FindingState::Failure, "256 bytes");
   seen.filters = {{"ab", false}};
   ExpectBad(seen, "filters", FindingState::Warning, "'ab' is very short");
@@ -111,6 +113,120 @@ TEST(DoctorFindings, ObjectsThatAreMissingOrRefused) {
   ExpectBad(seen, "mapping", FindingState::Failure, "write-wait event is missing");
   seen.objectError = 5;
   ExpectBad(seen, "access", FindingState::Failure, "write-wait event");
+}
+
+TEST(DoctorFindings, DeniedObjectIsOfLowIntegrityOrHasAChangedAccessList) {
+  Observations seen = Healthy();
+  seen.mapped = false;
+  seen.objectError = 5;
+  seen.objectName = "Global\\TamLogServiceReadWaitEvent";
+  ExpectBad(
+      seen, "access", FindingState::Failure,
+      "access denied to Global\\TamLogServiceReadWaitEvent: its access list was changed by another user");
+  ExpectBad(seen, "access", FindingState::Failure, "its holder cannot be seen (an administrator sees more)");
+  seen.objectHolders = {"process 12 (a.exe)", "process 13"};
+  ExpectBad(seen, "access", FindingState::Failure, "held by process 12 (a.exe), process 13");
+  ExpectBad(seen, "access", FindingState::Failure, "tamlogctl server restart");
+  seen.lowIntegrity = true;
+  ExpectBad(seen, "access", FindingState::Failure, "low integrity");
+}
+
+TEST(DoctorFindings, AnsweringProcessHasToBeTheServices) {
+  Observations seen = Healthy();
+  seen.pipe = PipeState::Foreign;
+  seen.pipeProcess = "process 66 (evil.exe)";
+  ExpectBad(seen, "pipe", FindingState::Failure,
+            "answered by process 66 (evil.exe), which is not the service\nend that process");
+}
+
+TEST(DoctorFindings, ForeignEventNamesAreNamed) {
+  Observations seen = Healthy();
+  seen.mapped = false;
+  seen.foreignEvent = "Global\\Victim";
+  ExpectBad(seen, "mapping", FindingState::Failure, "the log names the event 'Global\\Victim'");
+}
+
+TEST(DoctorFindings, NamesThatExistWithoutAServerAreNamedWithTheirHolders) {
+  Observations seen = Healthy();
+  seen.service = ServiceState::Stopped;
+  seen.heldNames = {{"Global\\TamLogServiceFileMap", {"process 9 (squatter.exe)"}}};
+  ExpectBad(seen, "names", FindingState::Failure,
+            "Global\\TamLogServiceFileMap exists although the server does not run; held by process 9 "
+            "(squatter.exe)");
+  seen.serviceFailed = true;
+  ExpectBad(seen, "service", FindingState::Failure, "free the names");
+}
+
+TEST(DoctorFindings, FailedStartIsNamedWithItsReason) {
+  Observations seen = Healthy();
+  seen.service = ServiceState::Stopped;
+  seen.serviceFailed = true;
+  seen.serviceExit = "The process terminated unexpectedly (error 1067)";
+  ExpectBad(seen, "service", FindingState::Failure,
+            "its process has ended: The process terminated unexpectedly");
+  seen.diagnostics = {
+      {"Mon Nov 16 01:45:13 2026", "An exception has occured in the service's main : No path"},
+      {"Mon Nov 16 01:45:13 2026", "Aborting"}};
+  ExpectBad(seen, "service", FindingState::Failure,
+            "the last start failed (Mon Nov 16 01:45:13 2026): No path\nremove the cause, then: tamlogctl "
+            "server start");
+  seen.pathProblem = "the directory C:\\Logs does not exist";
+  ExpectBad(seen, "service", FindingState::Failure, "put the path right");
+  seen.driverThere = false;
+  ExpectBad(seen, "service", FindingState::Failure, "load the driver");
+  seen.programMissing = true;
+  seen.program = "C:\\gone.exe";
+  ExpectBad(seen, "service", FindingState::Failure, "its program is missing: C:\\gone.exe");
+}
+
+TEST(DoctorFindings, FailedRestartOfARunningServiceIsNamed) {
+  Observations seen = Healthy();
+  seen.pipe = PipeState::Absent;
+  seen.mapped = false;
+  seen.mappingError = 2;
+  seen.diagnostics = {
+      {"Mon Nov 16 01:45:13 2026", "Thread terminated due to unhandled exception : Failed to open log file"}};
+  ExpectBad(seen, "service", FindingState::Failure,
+            "running, but its last restart failed (Mon Nov 16 01:45:13 2026): Failed to open log file");
+  // An old entry of a server that serves now is no finding.
+  seen.pipe = PipeState::Answers;
+  seen.mapped = true;
+  EXPECT_EQ(Find(seen, "service").state, FindingState::Ok);
+}
+
+TEST(DoctorFindings, DriverPathAndRights) {
+  Observations seen = Healthy();
+  seen.driverThere = false;
+  ExpectBad(seen, "driver", FindingState::Failure, R"(there is no device \\.\TAMLOG)");
+  seen.everyoneMayControl = false;
+  ExpectBad(seen, "rights", FindingState::Warning, "doctor --restore-rights");
+  seen.pathProblem = "is a network path";
+  seen.logFile = R"(\\host\share\Logs.dat)";
+  ExpectBad(seen, "path", FindingState::Failure, R"(\\host\share\Logs.dat: is a network path)");
+  ExpectBad(seen, "path", FindingState::Failure, "tamlogctl settings path FILE");
+  seen.pipe = PipeState::Absent;
+  ExpectBad(seen, "path", FindingState::Failure, "tamlogctl settings path --offline FILE");
+  seen.pathAdvice = "create it: mkdir";
+  ExpectBad(seen, "path", FindingState::Failure, "create it: mkdir; or set another path");
+  seen.pathProblem = "";
+  seen.pathTakesFile = true;
+  ExpectBad(seen, "path", FindingState::Failure, "is not a log; the next start would empty it");
+  seen.pathTakesFile = false;
+  seen.pathLink = "C:\\link";
+  EXPECT_NE(Find(seen, "path").found.find("C:\\link is a link"), std::string::npos);
+}
+
+TEST(DoctorFindings, SizeOfTheServersOwnLogIsToldAndWarnedOf) {
+  Observations seen = Healthy();
+  EXPECT_EQ(Find(seen, "failures").found, "the server has recorded no failure");
+  seen.diagnosticFile = "C:\\TamLogServiceLog.txt";
+  seen.diagnosticBytes = 2048;
+  seen.diagnostics = {{"Mon Nov 16 01:45:13 2026", "File access rights timed out, forcing access."}};
+  EXPECT_EQ(Find(seen, "failures").found,
+            "C:\\TamLogServiceLog.txt, 2.0 KiB, last entry Mon Nov 16 01:45:13 2026");
+  seen.diagnosticBytes = std::uint64_t{100} << 20U;
+  ExpectBad(seen, "failures", FindingState::Warning,
+            "100.0 MiB; last entry (Mon Nov 16 01:45:13 2026): File access");
 }
 
 TEST(DoctorFindings, SectionOfAnotherTimeAndContradictions) {

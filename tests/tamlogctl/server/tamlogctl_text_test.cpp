@@ -83,6 +83,27 @@ TEST(FilterText, OverLongOnesAreRefused) {
   EXPECT_NE(TamLogCtl::FilterProblem({std::string("a\0b", 3), true}), "");
 }
 
+TEST(FilterText, KnownFiltersAreRemoved) {
+  Filters added{{"camera", true}, {"Camera", false}, {"Laser", true}, {"LASER", true}, {"Cam", true}};
+  const Filters removed = TamLogCtl::RemoveKnown({{"Camera", true}}, added);
+  ExpectSame(removed, {{"camera", true}, {"LASER", true}});
+  ExpectSame(added, {{"Camera", false}, {"Laser", true}, {"Cam", true}});
+}
+
+TEST(SettingsText, ChangesAreOneLineEach) {
+  EXPECT_TRUE(TamLogCtl::ChangeLines({1, 2, 3, 4}, {9, 2, 3, 4}).empty());
+  EXPECT_EQ(TamLogCtl::ChangeLines({1, 2, 3, 4}, {1, 5, 7, 6}),
+            (std::vector<std::string>{"poll 2 ms -> 5 ms", "save 4 s -> 6 s", "types 0,1 -> 0,1,2"}));
+}
+
+TEST(SettingsText, QuestionNamesTheNumberOfMessages) {
+  EXPECT_EQ(TamLogCtl::EmptyQuestion(0), "Empty all 0 messages?");
+  EXPECT_EQ(TamLogCtl::EmptyQuestion(1), "Empty the log of its one message?");
+  EXPECT_EQ(TamLogCtl::EmptyQuestion(999), "Empty all 999 messages?");
+  EXPECT_EQ(TamLogCtl::EmptyQuestion(20000), "Empty all 20,000 messages?");
+  EXPECT_EQ(TamLogCtl::EmptyQuestion(1000000), "Empty all 1,000,000 messages?");
+}
+
 TEST(SettingsText, WhatGetPrintsSetReads) {
   const SettingsBody settings{50000, 1000, 11, 300};
   std::string problem;

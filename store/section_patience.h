@@ -1,0 +1,48 @@
+#pragma once
+
+// Readers keep the mapped section of the log file alive until they notice that the server has closed it.
+// While they do, a file cannot become smaller, and a new mapping of the same name is the old section. Our own
+// readers notice within a quarter of a second; a start that failed at once would leave the server stopped.
+
+#include <cstdint>
+#include <utility>
+
+#include "util/clock.h"
+#include "util/exceptions.h"
+#include "util/timeout.h"
+
+// The time that one open waits for such readers, shared by its steps. One thread.
+class SectionPatience {
+ public:
+  static constexpr std::uint32_t kMostMs = 2000;
+  static constexpr std::uint32_t kPauseMs = 10;
+
+  // Calls step(false), again after a pause whenever it throws ExceptionWindows because an old section is
+  // still held, and step(true) once when the time is over. Rethrows every other exception, and that of the
+  // last call.
+  template <class Step>
+  void Try(Step&& step) {
+    TamLogUtil::Timeout timeout(remainingMs);
+    while (!timeout.Expired()) {
+      try {
+        std::forward<Step>(step)(false);
+        remainingMs = timeout.Remaining();
+        return;
+      } catch (const TamLogUtil::Exceptions::ExceptionWindows& failure) {
+        if (!IsOldSection(failure.ErrorCode())) throw;
+      }
+      TamLogUtil::SleepFor(kPauseMs);
+    }
+    remainingMs = 0;
+    std::forward<Step>(step)(true);
+  }
+
+ private:
+  static bool IsOldSection(std::uint32_t error) {
+    constexpr std::uint32_t kAlreadyExists = 183;
+    constexpr std::uint32_t kUserMappedFile = 1224;
+    return error == kAlreadyExists || error == kUserMappedFile;
+  }
+
+  std::uint32_t remainingMs = kMostMs;
+};
