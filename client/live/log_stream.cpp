@@ -35,14 +35,14 @@ LogStream::LogStream(LogStreamOptions chosen)
     : options(std::move(chosen)), client({options.pipeName, kPipeMs, kPipeMs}) {}
 
 Status LogStream::Open() {
-  return Begin(nullptr);
+  return Begin(nullptr, {});
 }
 
-Status LogStream::Open(const FollowerMemory& memory) {
-  return Begin(&memory);
+Status LogStream::Open(const FollowerMemory& memory, const std::vector<ReorderBuffer::Ready>& heldBack) {
+  return Begin(&memory, heldBack);
 }
 
-Status LogStream::Begin(const FollowerMemory* memory) {
+Status LogStream::Begin(const FollowerMemory* memory, const std::vector<ReorderBuffer::Ready>& heldBack) {
   Close();
   waiting.clear();
   held = {};
@@ -58,6 +58,7 @@ Status LogStream::Begin(const FollowerMemory* memory) {
   guarding = true;
   guard = std::thread(&LogStream::Guard, this);
   if (options.ordered) SetHoldTime();
+  for (const ReorderBuffer::Ready& entry : heldBack) held.Add(entry.message, GetTickCount64(), entry.twin);
   if (memory != nullptr) {
     follower.Resume(*memory);
     Queue(follower.Next(snapshot, true));

@@ -87,7 +87,8 @@ class LogStream {
   Status Open();
 
   // Opens the log and begins where `memory` was taken: Next first returns what the log has in addition to it.
-  Status Open(const FollowerMemory& memory);
+  // `heldBack` are the messages that the stream of `memory` held back then; they are returned as well.
+  Status Open(const FollowerMemory& memory, const std::vector<ReorderBuffer::Ready>& heldBack = {});
 
   // Waits until the log changes, `timeoutMs` at most, and returns how. Messages and events are left for Next.
   // A server that stops is waited for. May return None early, when messages that were held back have become
@@ -104,6 +105,9 @@ class LogStream {
 
   // Returns the number of messages that an ordered stream holds back now.
   std::size_t HeldBack() const { return held.Size(); }
+
+  // Returns these messages.
+  std::vector<ReorderBuffer::Ready> HeldMessages() const { return held.All(); }
 
   // Returns the whole log as it was last read. Valid until the next call of Wait or Next.
   const LogSnapshot& Snapshot() const { return snapshot; }
@@ -123,7 +127,7 @@ class LogStream {
     std::unique_ptr<LogMessage> own;  // or null
   };
 
-  Status Begin(const FollowerMemory* memory);
+  Status Begin(const FollowerMemory* memory, const std::vector<ReorderBuffer::Ready>& heldBack);
   LogChange Look();
   LogChange LookInTurn();
   void Guard();

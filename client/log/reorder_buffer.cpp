@@ -22,6 +22,13 @@ void ReorderBuffer::TakeAll(std::vector<Ready>& ready) {
   Take(held.end(), ready);
 }
 
+std::vector<ReorderBuffer::Ready> ReorderBuffer::All() const {
+  std::vector<Ready> all;
+  all.reserve(held.size());
+  for (const auto& [key, entry] : held) all.push_back({entry.message, false, entry.twin});
+  return all;
+}
+
 void ReorderBuffer::Take(ByTime::iterator end, std::vector<Ready>& ready) {
   for (auto at = held.begin(); at != end; ++at) {
     ready.push_back({at->second.message, any && at->first < lastTaken, at->second.twin});

@@ -35,6 +35,9 @@ class ReorderBuffer {
 
   std::size_t Size() const { return held.size(); }
 
+  // Returns the messages that are held back now, in time order.
+  std::vector<Ready> All() const;
+
  private:
   struct Held {
     LogMessage message{};

@@ -1,10 +1,10 @@
 #include "tamlogctl/read/cursor_file.h"
 
 #include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <string_view>
 #include <system_error>
-#include <utility>
 
 #include "client/file/atomic_file.h"
 #include "client/file/file_path.h"
@@ -22,6 +22,7 @@ using TamLogClient::Status;
 
 constexpr const char* kNone = "none";
 constexpr std::string_view kPlace = "target";
+constexpr std::string_view kHeld = "held";
 
 // A device is not read: it may be unterminated, and could not be replaced.
 bool IsOrdinaryOrMissing(const std::string& path) {
@@ -35,11 +36,11 @@ std::string Named(const std::string& path) {
 }
 
 // Removes the first line of `text` and returns it without its end.
-std::string TakeLine(std::string& text) {
+std::string TakeLine(std::string_view& text) {
   const std::size_t end = text.find('\n');
-  std::string line = text.substr(0, end);
+  std::string line(text.substr(0, end));
   if (!line.empty() && line.back() == '\r') line.pop_back();
-  text.erase(0, end == std::string::npos ? end : end + 1);
+  text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
   return line;
 }
 
@@ -67,7 +68,36 @@ std::string FormatPlace(const FilePlace& place) {
   return line + "\n";
 }
 
-bool Parse(std::string rest, CursorFile& to, CursorFileText& text) {
+bool TakeHeld(std::string_view& rest, CursorFile& to, CursorFileText& text) {
+  while (rest.size() > kHeld.size() && rest.starts_with(kHeld)) {
+    const std::string line = TakeLine(rest);
+    std::string_view left = line;
+    left.remove_prefix(kHeld.size());
+    std::uint64_t twin = 0;
+    if (!TakeNumberAfterBlank(left, twin) || !left.starts_with(' ')) return false;
+    const auto bytes = TamLogClient::FromHex(left.substr(1));
+    auto& entry = to.held.emplace_back();
+    if (!bytes || bytes->size() != sizeof(entry.message)) return false;
+    std::memcpy(&entry.message, bytes->data(), bytes->size());
+    entry.twin = static_cast<std::uint32_t>(twin);
+    text.held += line + "\n";
+  }
+  return true;
+}
+
+std::string FormatHeld(const HeldMessages& held) {
+  std::string text;
+  for (const auto& entry : held) {
+    text.append(kHeld).append(" ");
+    TamLogClient::AppendHexNumber(entry.twin, text);
+    text += ' ';
+    TamLogClient::AppendHex({reinterpret_cast<const char*>(&entry.message), sizeof(entry.message)}, text);
+    text += '\n';
+  }
+  return text;
+}
+
+bool Parse(std::string_view rest, CursorFile& to, CursorFileText& text) {
   text.cursor = TakeLine(rest);
   to.cursor = TamLogClient::ParseCursor(text.cursor);
   if (!to.cursor && text.cursor != kNone) return false;
@@ -75,8 +105,9 @@ bool Parse(std::string rest, CursorFile& to, CursorFileText& text) {
     to.place = text.place = ParsePlace(TakeLine(rest));
     if (!to.place) return false;
   }
+  if (!TakeHeld(rest, to, text)) return false;
   if (!rest.empty()) to.memory = TamLogClient::ParseMemory(rest);
-  text.memory = std::move(rest);
+  text.memory = rest;
   return to.memory.has_value() == !text.memory.empty();
 }
 
@@ -92,15 +123,16 @@ int ReadCursorFile(const std::string& path, CursorFile& to, CursorFileText& text
   const auto status = TamLogClient::ReadFileBytes(path, bytes);
   if (status == Status::NotFound) return kDone;
   if (status != Status::Ok) return Refuse(ExitCodeOf(status), Named(path) + ProblemOf(status));
-  if (Parse(std::move(bytes), to, text)) return kDone;
+  if (Parse(bytes, to, text)) return kDone;
   return Refuse(kUsage, Named(path) + "is not a cursor file; remove it to begin with the oldest message");
 }
 
 CursorFileText MakeCursorFileText(const TamLogClient::LogSnapshot& snapshot,
-                                  const TamLogClient::FollowerMemory& memory) {
+                                  const TamLogClient::FollowerMemory& memory, const HeldMessages& held) {
   const auto order = OrderMessages(snapshot).oldestFirst;
   return {order.empty() ? kNone : FormatCursor(CursorOf(snapshot, order, order.size() - 1)),
           {},
+          FormatHeld(held),
           FormatMemory(memory)};
 }
 
@@ -108,7 +140,7 @@ int WriteCursorFile(const std::string& path, const CursorFileText& text) {
   TamLogClient::AtomicFile file;
   TamLogClient::FileStatus status = file.Open(path, true);
   if (status == Status::Ok) {
-    file.Write(text.cursor + "\n" + (text.place ? FormatPlace(*text.place) : "") + text.memory);
+    file.Write(text.cursor + "\n" + (text.place ? FormatPlace(*text.place) : "") + text.held + text.memory);
     file.SyncAtCommit();
     status = file.Commit();
   }

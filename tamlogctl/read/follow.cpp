@@ -67,7 +67,7 @@ int Follower::Run() {
 }
 
 Status Follower::Begin() {
-  const Status status = position.Memory() ? stream.Open(*position.Memory()) : stream.Open();
+  const Status status = position.Memory() ? stream.Open(*position.Memory(), position.Held()) : stream.Open();
   if (!Readable(status) || position.Memory()) return status;
   const LogSnapshot& snapshot = stream.Snapshot();
   target.PrintLast(position.Beyond(snapshot), snapshot);
@@ -119,16 +119,17 @@ void Follower::Take(const LogItem& item) {
   }
 }
 
-// The cursor file is written only when every message that the memory contains was printed.
+// Every message that the memory contains was printed, or is held back and stored as such.
 int Follower::Keep(bool atEnd) {
-  if (options.cursorFile.empty() || !news || (!atEnd && (Ticks() < nextKeep || stream.HeldBack() > 0))) {
+  if (options.cursorFile.empty() || !news ||
+      (!atEnd && (Ticks() < nextKeep || stream.HeldBack() > kMostHeld))) {
     return kDone;
   }
   nextKeep = Ticks() + kKeepEveryMs;
   news = false;
   const auto place = target.Note();
   if (target.OutputFailed()) return kOutputFailed;
-  return position.Keep(stream.Snapshot(), stream.Memory(kRememberedMessages), place);
+  return position.Keep(stream.Snapshot(), stream.Memory(kRememberedMessages), stream.HeldMessages(), place);
 }
 
 }  // namespace

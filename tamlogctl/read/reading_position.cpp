@@ -1,5 +1,7 @@
 #include "tamlogctl/read/reading_position.h"
 
+#include <algorithm>
+
 #include "tamlogctl/base/exit_code.h"
 
 namespace TamLogCtl {
@@ -25,7 +27,13 @@ std::optional<ReadingPosition> ReadingPosition::Make(const ReadingOptions& optio
 
 std::vector<const LogMessage*> ReadingPosition::Beyond(const LogSnapshot& snapshot) {
   std::vector<const LogMessage*> messages;
+  for (const auto& entry : start.held) messages.push_back(&entry.message);
   for (const std::uint32_t slot : SlotsBeyond(snapshot)) messages.push_back(&snapshot.slots[slot]);
+  if (!start.held.empty()) {
+    std::stable_sort(messages.begin(), messages.end(), [](const LogMessage* left, const LogMessage* right) {
+      return TimeKey(left->body) < TimeKey(right->body);
+    });
+  }
   return messages;
 }
 
@@ -51,9 +59,9 @@ std::vector<std::uint32_t> ReadingPosition::SlotsBeyond(const LogSnapshot& snaps
 }
 
 int ReadingPosition::Keep(const LogSnapshot& snapshot, const TamLogClient::FollowerMemory& memory,
-                          const std::optional<FilePlace>& place) {
+                          const HeldMessages& held, const std::optional<FilePlace>& place) {
   if (options->cursorFile.empty()) return kDone;
-  stored = MakeCursorFileText(snapshot, memory);
+  stored = MakeCursorFileText(snapshot, memory, held);
   return KeepPlace(place);
 }
 

@@ -21,6 +21,9 @@ class ReadingPosition {
 
   // Returns the memory of an earlier run, if any.
   const std::optional<TamLogClient::FollowerMemory>& Memory() const { return start.memory; }
+
+  // Returns the messages that the earlier run had read and not written.
+  const HeldMessages& Held() const { return start.held; }
   bool IsGiven() const { return start.memory || start.cursor || start.place; }
 
   // Returns the place up to which an earlier run had written its target, if it stored one.
@@ -31,13 +34,13 @@ class ReadingPosition {
   std::vector<const LogMessage*> Beyond(const TamLogClient::LogSnapshot& snapshot);
 
   // Writes the cursor file, if one was requested: every message of `snapshot` has been read. Call it after
-  // the output was written, up to `place` of its files. Returns kDone, or another exit code after a report on
-  // stderr.
+  // the output was written, up to `place` of its files, without the messages in `held`. Returns kDone, or
+  // another exit code after a report on stderr.
   int Keep(const TamLogClient::LogSnapshot& snapshot) {
-    return Keep(snapshot, follower.Remembered(kRememberedMessages), std::nullopt);
+    return Keep(snapshot, follower.Remembered(kRememberedMessages), {}, std::nullopt);
   }
   int Keep(const TamLogClient::LogSnapshot& snapshot, const TamLogClient::FollowerMemory& memory,
-           const std::optional<FilePlace>& place);
+           const HeldMessages& held, const std::optional<FilePlace>& place);
 
   // Writes the cursor file with another place and everything else as it is.
   int KeepPlace(const std::optional<FilePlace>& place);

@@ -1,6 +1,7 @@
 // Tests of tamlogctl's commands between files and the real service: continuous export, and import.
 
 #include <algorithm>
+#include <atomic>
 #include <random>
 #include <sstream>
 #include <thread>
@@ -160,6 +161,27 @@ TEST_F(LiveFiles, ExportThatIsKilledAgainAndAgainHasEachMessageOnceInItsRotatedF
 
 TEST_F(LiveFiles, OrderedExportThatIsKilledAgainAndAgainHasEachMessageOnce) {
   ExpectEachOnceOverKills("--ordered");
+}
+
+// Some message is always held back then, so the cursor file contains those that are.
+TEST_F(LiveFiles, OrderedExportNotesItsPlaceWhileMessagesKeepComing) {
+  RunService({.maxMessage = 400});
+  std::atomic<bool> stop{false};
+  std::thread feeder([&stop] {
+    for (int first = 0; !stop; ++first) {
+      Feed(first, first + 1);
+      std::this_thread::sleep_for(50ms);
+    }
+  });
+  ChildProcess killed(CommandLine(ExportTo("log", "--ordered")));
+  EXPECT_TRUE(Eventually(20s, [this] {
+    const std::string noted = ReadWholeFile(ScratchFile("cursor"));
+    return noted.find("\nheld 1 ") != std::string::npos && noted.find("\nmemory") != std::string::npos;
+  }));
+  killed.Kill();
+  killed.WaitForEnd(5s);
+  stop = true;
+  feeder.join();
 }
 
 // What the last run wrote after its note is only there: it has to stay.

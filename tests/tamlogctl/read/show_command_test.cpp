@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "client/message/hex.h"
 #include "tests/support/files.h"
 #include "tests/support/program.h"
 #include "tests/support/ring_model.h"
@@ -611,6 +612,32 @@ TEST_F(ShowCommand, CursorFileGivesEachMessageOnceAndTellsLosses) {
     if (entry.path().filename().string().rfind("seen", 0) == 0) ++others;
   }
   EXPECT_EQ(others, 1);
+}
+
+TEST_F(ShowCommand, CursorFileHasThePlaceOfAnExportAndWhatAnOrderedRunHeldBack) {
+  EXPECT_EQ(Show("--cursor-file seen"), "012345");
+  const std::string seen = Contents("seen");
+  const std::size_t second = seen.find('\n') + 1;
+  const LogMessage held = log.Snapshot().slots[4];
+  std::string digits;
+  TamLogClient::AppendHex({reinterpret_cast<const char*>(&held), sizeof(held)}, digits);
+  const auto with = [&](const std::string& lines) {
+    Put("seen", seen.substr(0, second) + lines + seen.substr(second));
+  };
+  with("target 1 2f 3\nheld 1 " + digits + "\n");
+  Submit(6);
+  log.Flush();
+  Save();
+  EXPECT_EQ(Show("--cursor-file seen"), "46");
+  EXPECT_EQ(Show("--cursor-file seen"), "");
+  for (const std::string& wrong :
+       {std::string("target 1 2\n"), std::string("target 1 2 x\n"), std::string("target 1 2 3 4\n"),
+        std::string("held 1 00\n"), "held 1" + digits + "\n", "held x " + digits + "\n"}) {
+    with(wrong);
+    const Outcome refused = Run("show --file Logs.dat --cursor-file seen");
+    EXPECT_EQ(refused.exitCode, 2) << wrong;
+    EXPECT_NE(refused.err.find("is not a cursor file"), std::string::npos) << refused.err;
+  }
 }
 
 TEST_F(ShowCommand, CursorFileStaysWhenTheOutputFails) {
