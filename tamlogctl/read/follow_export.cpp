@@ -178,8 +178,7 @@ bool ExportTarget::Flush() {
   if (!Open(nullptr, 1)) return false;
   if (!file.Flush(LocalMs())) return Fail(file.Failure());
   if (file.RotationBlocked() && !std::exchange(blockedReported, true)) {
-    Say(options.target +
-        ": cannot be rotated while another program has it or the oldest of its files open; still appending");
+    Say(options.target + ": cannot be rotated; still appending (" + file.Blocker() + ")");
   }
   if (!file.RotationBlocked()) blockedReported = false;
   return true;

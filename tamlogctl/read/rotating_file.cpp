@@ -152,7 +152,7 @@ FileStatus RotatingFile::Open(std::int64_t nowMs) {
   period = PeriodOf(nowMs - std::chrono::duration_cast<std::chrono::milliseconds>(age).count());
   if (EndsWithAMessage()) return Status::Ok;
   if (!Rotate(nowMs)) return failure;
-  return blocked ? FileStatus(Status::AccessDenied) : FileStatus();
+  return blocked ? blockStatus : FileStatus();
 }
 
 // After a rotation nothing has the file's name. A file or a link that is there all the same was planted.
@@ -238,8 +238,10 @@ bool RotatingFile::Rotate(std::int64_t nowMs) {
   if (!WritePending()) return false;
   const FileId id = file.Id();
   if (FileStatus status = file.Close(); status != Status::Ok) return Fail(std::move(status));
-  blocked = !Shift();
+  const FileStatus shifted = Shift();
+  blocked = shifted != Status::Ok;
   if (blocked) {
+    blockStatus = shifted;
     blockedAt = nowMs;
   } else {
     ++rotated;
@@ -256,17 +258,19 @@ std::string RotatingFile::Numbered(std::uint32_t number) const {
 
 // Moves files only up to the first free number, so that an attempt that was interrupted or refused can be
 // repeated: no file is ever overwritten.
-bool RotatingFile::Shift() {
+FileStatus RotatingFile::Shift() {
   const std::uint32_t most = options.limits.keep.value_or(std::numeric_limits<std::int32_t>::max());
   std::uint32_t free = 1;
   while (free <= most && Exists(Numbered(free))) ++free;
   if (free > most) {
     std::error_code error;
-    if (!MovePlaceFrom(most) || !fs::remove(PathOf(Numbered(most)), error)) return false;
+    if (!MovePlaceFrom(most)) return Block(Numbered(most), {Status::SystemError, "the cursor file names it"});
+    if (!fs::remove(PathOf(Numbered(most)), error))
+      return Block(Numbered(most), TamLogClient::FileStatusOf(error));
     free = most;
   }
   for (; free > 1; --free) {
-    if (!Rename(Numbered(free - 1), Numbered(free))) return false;
+    if (FileStatus status = Rename(Numbered(free - 1), Numbered(free)); status != Status::Ok) return status;
   }
   return Rename(options.target, Numbered(1));
 }
@@ -281,8 +285,14 @@ bool RotatingFile::MovePlaceFrom(std::uint32_t number) {
   return true;
 }
 
-bool RotatingFile::Rename(const std::string& from, const std::string& to) const {
-  return TamLogClient::RenameToNew(PathOf(from), PathOf(to)) == Status::Ok;
+FileStatus RotatingFile::Rename(const std::string& from, const std::string& to) {
+  FileStatus status = TamLogClient::RenameToNew(PathOf(from), PathOf(to));
+  return status == Status::Ok ? status : Block(from, std::move(status));
+}
+
+FileStatus RotatingFile::Block(const std::string& name, FileStatus status) {
+  blocker = name + ": " + status.Reason();
+  return status;
 }
 
 // Removes the files of earlier runs that kept more.

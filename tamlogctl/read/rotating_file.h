@@ -99,6 +99,9 @@ class RotatingFile {
   // which is to be removed. Messages are still appended; the rotation is repeated once a second.
   bool RotationBlocked() const { return blocked; }
 
+  // Returns which file the system refuses to rename or to remove, and its reason: "log.1: access denied".
+  const std::string& Blocker() const { return blocker; }
+
   std::uint64_t RotatedFiles() const { return rotated; }
 
  private:
@@ -107,9 +110,10 @@ class RotatingFile {
   bool WritePending();
   bool Fail(TamLogClient::FileStatus status);
   bool Rotate(std::int64_t nowMs);
-  bool Shift();
+  TamLogClient::FileStatus Shift();
   bool MovePlaceFrom(std::uint32_t number);
-  bool Rename(const std::string& from, const std::string& to) const;
+  TamLogClient::FileStatus Rename(const std::string& from, const std::string& to);
+  TamLogClient::FileStatus Block(const std::string& file, TamLogClient::FileStatus status);
   void RemoveBeyondKeep() const;
   std::optional<std::uint32_t> NumberOf(const TamLogClient::FileId& id) const;
   std::string Numbered(std::uint32_t number) const;
@@ -120,6 +124,8 @@ class RotatingFile {
   TamLogClient::SystemFile file;
   FilePlace noted;
   TamLogClient::FileStatus failure;
+  std::string blocker;
+  TamLogClient::FileStatus blockStatus;
   std::string pending;
   std::uint64_t size = 0;      // in bytes, with what is pending
   std::uint64_t written = 0;   // bytes of whole messages that were written

@@ -286,6 +286,11 @@ TEST_F(RotatingFileTest, AFileThatCannotBeRotatedIsAppendedToUntilItCan) {
   for (const char* const message : {"aa\n", "bb\n", "cc\n"}) ASSERT_TRUE(file.Append(message, 0));
   ASSERT_TRUE(file.Flush(0));
   EXPECT_TRUE(file.RotationBlocked());
+  const std::string blocker = file.Blocker();
+  EXPECT_EQ(blocker.rfind(Path("log.1") + ": ", 0), 0U) << blocker;
+#ifdef __unix__
+  EXPECT_EQ(blocker, Path("log.1") + ": Directory not empty");
+#endif
   EXPECT_EQ(Contents("log"), "aa\nbb\ncc\n");
   fs::remove_all(Path("log.1"));
   ASSERT_TRUE(file.Append("dd\n", 999));  // tried again once a second
