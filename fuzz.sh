@@ -18,6 +18,7 @@ Runs all targets without TARGET, 60 seconds each, or N. --native omits the targe
                pipe      the running service under Wine: random lengths, codes, pauses, half-open connections; it must
                          live, serve others, and end with as many handles and threads as before
   the client:  log_file  a copied log file: checker and repair
+               lost_bytes a log that lost and gained bytes: what no change touched is saved
                integrity the same file, judged by the server's rules and by the client's
                cursor, tsv, expression
 

@@ -1,6 +1,7 @@
 // Fuzzes the checker and the repair of log files: they must survive any bytes, and the saved messages must
 // pass the rules. The checker's verdict is compared with its verdict on the repaired file.
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -10,6 +11,8 @@
 
 #include "client/file/log_file_repair.h"
 #include "client/file/log_file_verify.h"
+#include "client/file/log_recognition.h"
+#include "client/file/slot_layout.h"
 #include "client/log/log_snapshot.h"
 #include "client/message/log_message_view.h"
 
@@ -40,7 +43,8 @@ void Repair(const LogFileImage& image, bool carve) {
     Require(TimeKey(message.body) >= key);
     key = TimeKey(message.body);
   }
-  Require(plan.capacity > 0);
+  Require(plan.capacity > 0 && plan.capacity >= std::min<std::uint64_t>(plan.oldestFirst.size(), 1000000));
+  Require(plan.doubtful <= plan.oldestFirst.size() + plan.repeated);
 }
 
 }  // namespace
@@ -55,6 +59,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Require(plan.textsCut == 0);
     for (const auto& loss : plan.losses) Require(loss.reason == TamLogClient::LossReason::Blank);
   }
+  const bool isLog = WhyNoLog(image).empty();
+  Require(isLog || (!image.SizeFits() && !HoldsAnyMessage(image)));
   Repair(image, false);
   Repair(image, true);
   Read(image);

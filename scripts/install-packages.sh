@@ -29,7 +29,7 @@ test_packages=(
   clang-14 clang-tidy-14 clang-format-14  # thread-safety analysis, clang-tidy, format
   libspdlog-dev pkg-config                # programs that use the installed client library
   xz-utils                                # compresses logs for tests
-  groff-base zsh                          # checks of the manual page and of a completion
+  groff-base man-db zsh                   # checks of the manual page and of completions
   jq lnav rsyslog systemd systemd-journal-remote python3-jsonschema  # read what tamlogctl writes (tests/client/format)
 )
 

@@ -23,10 +23,6 @@ std::string CountText(std::uint64_t count, const char* one, const char* many) {
   return std::to_string(count) + (count == 1 ? one : many);
 }
 
-std::string TextOf(const FileFinding& finding) {
-  return finding.seen + " at byte " + std::to_string(finding.offset);
-}
-
 // Returns what is wrong with the file as a whole; nothing about single messages that break a rule.
 std::string ProblemOf(const LogFileImage& image, const VerifyReport& report) {
   const LogFileHeader& header = image.Header();
@@ -36,8 +32,9 @@ std::string ProblemOf(const LogFileImage& image, const VerifyReport& report) {
            std::to_string(header.messageCount) + ", next slot " + std::to_string(header.nextSlot) + ")";
   }
   for (const FileFinding& finding : report.findings) {
-    if (finding.rule == FileRule::ShiftedSlots || finding.rule == FileRule::AnotherLog)
-      return TextOf(finding);
+    const std::string place = " at byte " + std::to_string(finding.offset);
+    if (finding.rule == FileRule::ShiftedSlots) return "bytes are missing or were added" + place;
+    if (finding.rule == FileRule::AnotherLog) return "another log begins" + place;
   }
   if (report.Count(FileRule::SlotsInFile) + report.Count(FileRule::EmptySlotsGone) > 0) {
     return "the file is too short: it has " + std::to_string(image.SlotsThere()) + " of " +
@@ -66,19 +63,30 @@ LogFileVerdict VerdictOf(const LogFileImage& image) {
   return verdict;
 }
 
-// Reads the slots in order, so that, if the file shrinks meanwhile, those before the cut are kept. Slots
-// after the ring's last are read only where a server may use them: the capacity of a sparse file can be
-// enormous.
-void ReadSlots(FileBytes& file, const LogFileImage& image, std::vector<LogMessage>& slots) {
+// Reads the slots in order, so that, if the file shrinks meanwhile, those before the cut are kept.
+void ReadSlots(FileBytes& file, const LogFileImage& image, LogSnapshot& snapshot) {
+  snapshot.header = image.Header();
+  const auto capacity = static_cast<std::uint64_t>(snapshot.header.maxMessages);
+  snapshot.slots.resize(std::min(image.SlotsThere(), capacity));
+  const std::size_t read = file.Copy(kSlotsOffset, snapshot.slots.data(), snapshot.slots.size() * kSlotSize);
+  snapshot.slots.resize(read / kSlotSize);
+}
+
+// Reads the ring alone, into the first slots. A file whose capacity nobody can set may have gigabytes of unused
+// ones.
+void ReadRing(const LogFileImage& image, LogSnapshot& snapshot) {
+  for (const std::uint32_t slot : image.RingSlots()) snapshot.slots.push_back(image.Slot(slot));
+  snapshot.header = image.Header();
+  snapshot.header.messageCount = static_cast<std::int32_t>(snapshot.slots.size());
+  snapshot.header.nextSlot = snapshot.header.messageCount % snapshot.header.maxMessages;
+}
+
+void ReadKnownRing(FileBytes& file, const LogFileImage& image, LogSnapshot& snapshot) {
   constexpr std::int32_t kMostConfigurable = 1000000;
   const LogFileHeader& header = image.Header();
-  const bool isWrapped = header.messageCount > header.nextSlot;
-  const std::int32_t used = header.maxMessages <= kMostConfigurable || isWrapped
-                                ? header.maxMessages
-                                : std::max(header.nextSlot, 1);
-  slots.resize(std::min(image.SlotsThere(), static_cast<std::uint64_t>(used)));
-  const std::size_t read = file.Copy(kSlotsOffset, slots.data(), slots.size() * kSlotSize);
-  slots.resize(read / kSlotSize);
+  if (header.maxMessages > kMostConfigurable && header.messageCount < header.maxMessages)
+    return ReadRing(image, snapshot);
+  ReadSlots(file, image, snapshot);
 }
 
 // Returns whether all messages have dates and are in order, as in nearly every log of the right size: then no
@@ -131,8 +139,7 @@ LogFileContents ReadFrom(const std::string& path, FileBytes& file) {
   const LogFileImage image(file);
   LogSnapshot& snapshot = contents.snapshot;
   if (image.SizeFits()) {
-    snapshot.header = image.Header();
-    ReadSlots(file, image, snapshot.slots);
+    ReadKnownRing(file, image, snapshot);
     if (IsPlainlySound(snapshot)) return contents;
   }
   static_cast<LogFileVerdict&>(contents) = VerdictOf(image);
@@ -142,8 +149,7 @@ LogFileContents ReadFrom(const std::string& path, FileBytes& file) {
   if (!RingIsKnown(parts)) {
     snapshot = FoundMessages(image, parts);
   } else if (!image.SizeFits()) {
-    snapshot.header = image.Header();
-    ReadSlots(file, image, snapshot.slots);
+    ReadKnownRing(file, image, snapshot);
   }
   return contents;
 }

@@ -25,7 +25,7 @@ struct LogFileContents : LogFileVerdict {
 // messages that could be read. When the header does not say where they are, the snapshot has a header of its
 // own and their slots are without gaps.
 //
-// Of a capacity above 1,000,000, which no setting reaches, only the slots up to the ring's last are held.
+// Of a capacity above 1,000,000, which no setting reaches, only the slots that hold messages are held.
 LogFileContents ReadLogFile(const std::string& path);
 
 // Returns the verdict alone, without holding the messages.

@@ -68,8 +68,11 @@ std::string DescribeBeginning(const LogFileImage& image) {
 bool HasHeader(const LogFileImage& image) {
   constexpr std::string_view kNamesBegin = "Global\\TamLog";
   if (image.Size() < sizeof(LogFileHeader)) return false;
-  return image.SizeFits() || HeaderIsGenuine(image.Header()) ||
-         image.View(kLockNamesOffset, kNamesBegin.size()) == kNamesBegin;
+  if (image.SizeFits()) return true;
+  // Zeros and small numbers are in other files, too; a server counts its changes.
+  const LogFileHeader& header = image.Header();
+  if (HeaderIsGenuine(header) && header.changeCount > 0 && header.rewriteCount > 0) return true;
+  return image.View(kLockNamesOffset, kNamesBegin.size()) == kNamesBegin;
 }
 
 }  // namespace

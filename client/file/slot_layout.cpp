@@ -36,10 +36,14 @@ bool HasName(const LogMessage& message) {
                                         [](char c) { return static_cast<unsigned char>(c) >= ' '; });
 }
 
-// Returns whether the numbers that the server assigned show that `next` is the slot after `here`. Senders
-// have no influence on them.
+bool IsZero(std::string_view bytes) {
+  return !bytes.empty() && bytes[0] == 0 && std::memcmp(bytes.data(), bytes.data() + 1, bytes.size() - 1) == 0;
+}
+
+// Returns whether the numbers that the server assigned show that `next` is the slot after `here`. Senders have
+// no influence on them.
 bool Continues(const Seen& here, const Seen& next) {
-  return next.passes && !next.isBlank && here.sequence != 0 && next.sequence == here.sequence + 1;
+  return here.complete && next.passes && !next.isBlank && next.sequence == here.sequence + 1;
 }
 
 class Walker {
@@ -59,14 +63,18 @@ class Walker {
   bool SlotsWereAdded();
   void NoteEmptySlot();
   std::optional<std::uint64_t> MessageWithinSlot(const Seen& here) const;
-  bool GridIsLonger(std::uint64_t other) const;
+  bool GridGoesOn(const Seen& here, const Seen& next, std::uint64_t other) const;
   void BeginLog(std::uint64_t offset);
   void BeginRest();
   void FindFirstSlot();
   void BeginStretch(std::uint64_t offset);
   void Add(const Seen& slot);
   void Trim();
+  std::uint64_t LostBetween(const SlotBreak& gap, bool begins) const;
+  bool IsWholeBefore(const Seen& here, std::uint64_t next) const;
   void Break(const Seen& here, std::uint64_t next);
+  std::uint64_t EndOfUnused() const;
+  bool SkipUnused();
   void Step();
   void FinishLog();
 
@@ -77,6 +85,7 @@ class Walker {
   std::vector<LogPart> parts;
   std::uint64_t at = 0;       // the place that is examined
   std::uint64_t goodEnd = 0;  // end of the stretch's last slot that surely is one
+  Seen lastGood;              // that slot
   Seen last;                  // the slot before `at`
   Seen present;               // what is at `at`, when `isKnown`
   bool isKnown = false;
@@ -166,25 +175,30 @@ std::optional<std::uint64_t> Walker::MessageWithinSlot(const Seen& here) const {
   return found == std::string_view::npos ? std::nullopt : std::optional(at + found);
 }
 
-// Returns whether more messages follow on the grid than from the place `other`, as far as a look ahead shows.
-bool Walker::GridIsLonger(std::uint64_t other) const {
-  constexpr int kAhead = 8;
-  int grid = 0;
-  Seen before = present;
-  for (; grid < kAhead; ++grid) {
-    const Seen next = Look(at + (static_cast<std::uint64_t>(grid) + 1) * kSlotSize);
-    if (!next.isMessage && !Continues(before, next)) break;
-    before = next;
+// Returns whether the slots go on from `at` rather than from `other`, where a message begins as well: as many
+// slots follow, as far as a look ahead shows. A sender can put a message into the text of another one, but not
+// the number that the server gave to the slot.
+bool Walker::GridGoesOn(const Seen& here, const Seen& next, std::uint64_t other) const {
+  const bool oneOnly = !Look(other + kSlotSize).isMessage;
+  if (oneOnly && Continues(last, here) && image.SizeFits()) return true;
+  if (!next.isMessage && !Continues(here, next)) return false;
+  constexpr std::uint64_t kAhead = 8;
+  std::uint64_t grid = Continues(here, next) ? 1 : 0;
+  Seen before = here;
+  for (std::uint64_t place = at + kSlotSize; grid < kAhead; place += kSlotSize, ++grid) {
+    const Seen slot = Look(place);
+    if (!slot.isMessage && !Continues(before, slot)) break;
+    before = slot;
   }
-  int beside = 0;
-  while (beside < kAhead && Look(other + static_cast<std::uint64_t>(beside) * kSlotSize).isMessage) ++beside;
+  std::uint64_t beside = 0;
+  while (beside < kAhead && Look(other + beside * kSlotSize).isMessage) ++beside;
   return grid >= beside;
 }
 
 void Walker::BeginStretch(std::uint64_t offset) {
   at = goodEnd = offset;
   isKnown = false;
-  last = {};
+  last = lastGood = {};
   Part().stretches.push_back({offset, 0, 0});
 }
 
@@ -234,6 +248,7 @@ void Walker::Add(const Seen& slot) {
   last = slot;
   if (slot.isMessage || follows) {
     goodEnd = at;
+    lastGood = slot;
   } else {
     NoteEmptySlot();
   }
@@ -255,10 +270,34 @@ void Walker::Trim() {
   if (Stretch().slots == 0) Part().stretches.pop_back();
 }
 
-void Walker::Break(const Seen& here, std::uint64_t next) {
-  // Perhaps only bytes between the two messages are missing: padding, and the next one's number and origin.
+// Returns how many slots were lost in a gap. The numbers of the slots on both sides show it unless the server
+// numbered one of them again; otherwise the smaller change is assumed.
+std::uint64_t Walker::LostBetween(const SlotBreak& gap, bool begins) const {
+  constexpr std::uint64_t kMostPlausible = 8;  // more than two slots that were cut, less than a new numbering
+  const std::uint64_t length = gap.end - gap.offset;
+  const std::uint64_t next = Look(gap.end).sequence;
+  if (lastGood.complete && next > lastGood.sequence) {
+    const std::uint64_t lost = next - lastGood.sequence - 1;
+    if (lost <= length / kSlotSize + kMostPlausible) return lost;
+  }
+  const bool missing = length % kSlotSize > kSlotSize / 2 || (length < kSlotSize && begins);
+  return length / kSlotSize + (missing ? 1 : 0);
+}
+
+// Returns whether the message at `at` lost no bytes, though the next one begins too early: then the bytes that
+// are missing lay between the two, in the padding, or in the next one's number and origin. A text that moved
+// shows itself at the end of the source's field, which zeros fill.
+bool Walker::IsWholeBefore(const Seen& here, std::uint64_t next) const {
   constexpr std::uint64_t kBetween = offsetof(LogMessage, body) + offsetof(LogMessageBody, timestamp);
-  const bool isWhole = here.isMessage && next - at >= kNeededOfSlot - kBetween;
+  const std::uint64_t missing = at + kSlotSize - next;
+  if (missing > kSlotSize - kNeededOfSlot + kBetween) return false;
+  if (missing > kSlotSize - kNeededOfSlot && Continues(here, Look(next))) return false;
+  constexpr std::uint64_t kText = offsetof(LogMessage, body) + offsetof(LogMessageBody, text);
+  return IsZero(image.View(at + kText - missing, missing));
+}
+
+void Walker::Break(const Seen& here, std::uint64_t next) {
+  const bool isWhole = here.isMessage && IsWholeBefore(here, next);
   const bool begins = goodEnd == at && (here.isMessage || Continues(last, here));
   if (isWhole) {
     ++Stretch().slots;
@@ -269,17 +308,38 @@ void Walker::Break(const Seen& here, std::uint64_t next) {
   if (isWhole) {
     gap.bytes = static_cast<std::int64_t>(next - at) - static_cast<std::int64_t>(kSlotSize);
   } else {
-    const auto length = static_cast<std::int64_t>(next - goodEnd);
-    constexpr auto kSlot = static_cast<std::int64_t>(kSlotSize);
-    const std::int64_t rest = length % kSlot;
-    const bool missing = rest > kSlot / 2 || (length < kSlot && begins);
-    gap.bytes = missing ? rest - kSlot : rest;
-    gap.lost = static_cast<std::uint64_t>((length - gap.bytes) / kSlot);
+    gap.lost = LostBetween(gap, begins);
+    gap.bytes = static_cast<std::int64_t>(next - goodEnd) - static_cast<std::int64_t>(gap.lost * kSlotSize);
   }
   if (next >= goodEnd + kSlotsOffset && LogBeginsAt(next - kSlotsOffset))
     return BeginLog(next - kSlotsOffset);
   if (!Part().afterEnd) Part().breaks.push_back(gap);
   BeginStretch(next);
+}
+
+// Returns where the unused slots at `at` end at the latest: before the next slot of the ring, or at the end of
+// the log; `at` when the slot belongs to the ring.
+std::uint64_t Walker::EndOfUnused() const {
+  const LogPart& part = parts.back();
+  if (part.afterEnd || !part.headerTrusted || !part.breaks.empty()) return image.Size();
+  const LogFileHeader& header = part.header;
+  const std::uint64_t number = (at - part.offset - kSlotsOffset) / kSlotSize;
+  if (number >= static_cast<std::uint64_t>(header.maxMessages)) return image.Size();
+  if (HoldsMessage(header, number)) return at;
+  const std::uint64_t oldest = SlotAt(header, 0);
+  const auto end = number < oldest ? oldest : static_cast<std::uint64_t>(header.maxMessages);
+  return part.offset + LogFileImage::OffsetOf(end);
+}
+
+// Skips many unused slots at once. A sparse file can have gigabytes of them.
+bool Walker::SkipUnused() {
+  constexpr std::size_t kViewed = FileBytes::kMostViewed;
+  const std::uint64_t end = std::min(EndOfUnused(), image.Size());
+  std::uint64_t next = at;
+  while (next + kViewed <= end && IsZero(image.View(next, kViewed))) next += kViewed / kSlotSize * kSlotSize;
+  if (next == at) return false;
+  BeginStretch(next);
+  return true;
 }
 
 void Walker::Step() {
@@ -293,15 +353,15 @@ void Walker::Step() {
   }
   if (!isKnown) present = Look(at);
   const Seen here = present;
+  if (here.isBlank && SkipUnused()) return;
   if (!here.complete) {
     at = image.Size();
     return;
   }
   const Seen next = Look(at + kSlotSize);
-  const bool goesOn = next.isMessage || Continues(here, next);
-  if (!(here.isMessage && goesOn)) {
+  if (!here.isMessage || (!next.isMessage && !Continues(here, next))) {
     const auto other = MessageWithinSlot(here);
-    if (other && !(goesOn && GridIsLonger(*other))) return Break(here, *other);
+    if (other && !GridGoesOn(here, next, *other)) return Break(here, *other);
   }
   Add(here);
   present = next;
@@ -318,21 +378,20 @@ void Walker::FinishLog() {
   if (part.headerTrusted && part.breaks.size() == 1 && at >= image.Size()) {
     const std::uint64_t wanted = LogFileSize(static_cast<std::uint64_t>(part.header.maxMessages));
     const auto total = static_cast<std::int64_t>(image.Size() - part.offset - wanted);
-    SlotBreak& gap = part.breaks.front();
-    const auto length = static_cast<std::int64_t>(gap.end - gap.offset);
+    SlotBreak& only = part.breaks.front();
+    const auto length = static_cast<std::int64_t>(only.end - only.offset);
     constexpr auto kSlot = static_cast<std::int64_t>(kSlotSize);
-    if ((total - gap.bytes) % kSlot == 0 && total <= length && gap.end >= part.offset + kSlotsOffset) {
-      gap.lost = static_cast<std::uint64_t>((length - total + kSlot - 1) / kSlot);
-      gap.bytes = total;
+    if ((total - only.bytes) % kSlot == 0 && total <= length && only.end >= part.offset + kSlotsOffset) {
+      only.lost = static_cast<std::uint64_t>((length - total + kSlot - 1) / kSlot);
+      only.bytes = total;
     }
   }
-  std::uint64_t number = 0;
-  std::size_t gap = 0;
+  std::int64_t moved = 0;
+  auto gap = part.breaks.begin();
   for (SlotStretch& stretch : part.stretches) {
-    while (gap < part.breaks.size() && part.breaks[gap].end <= stretch.offset)
-      number += part.breaks[gap++].lost;
-    stretch.number = number;
-    number += stretch.slots;
+    for (; gap != part.breaks.end() && gap->end <= stretch.offset; ++gap) moved += gap->bytes;
+    const std::uint64_t place = stretch.offset - part.offset - kSlotsOffset;
+    stretch.number = (place - static_cast<std::uint64_t>(moved)) / kSlotSize;
   }
 }
 
@@ -375,8 +434,7 @@ bool HeaderIsGenuine(const LogFileHeader& header) {
   const bool isRing = RingIsSound(header) &&
                       (header.messageCount == header.maxMessages || header.messageCount == header.nextSlot);
   return isRing && header.maxMessages <= kMostConfigurable && header.serverRunning <= 1 &&
-         header.readCount >= 0 && isZero(header.padding1) && isZero(header.padding2) &&
-         header.changeCount > 0 && header.rewriteCount > 0;
+         header.readCount >= 0 && isZero(header.padding1) && isZero(header.padding2);
 }
 
 }  // namespace TamLogClient

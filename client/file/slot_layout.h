@@ -51,7 +51,7 @@ std::vector<LogPart> FindLayout(const LogFileImage& image);
 // Returns whether the file holds a message that is no coincidence of bytes. Ends at the first one.
 bool HoldsAnyMessage(const LogFileImage& image);
 
-// Returns whether `header` was written by a server, as far as its bytes can show that.
+// Returns whether `header` has nothing in it that a server would not write.
 bool HeaderIsGenuine(const LogFileHeader& header);
 
 }  // namespace TamLogClient

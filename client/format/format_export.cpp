@@ -50,6 +50,17 @@ void AppendTextField(std::string_view name, std::string_view text, const FormatO
   out += '\n';
 }
 
+// Appends the bytes in a field of their own when those of the other field are not the same.
+void AppendBytesField(std::string_view name, std::string_view text, const FormatOptions& options,
+                      std::string& out) {
+  std::string written;
+  // What cannot be read is appended unchanged; a terminal is not a file to be read back.
+  if (!AppendAsUtf8(text, options.encoding, written) || written == text || options.terminal) return;
+  out.append(name).append("=");
+  AppendHex(text, out);
+  out += '\n';
+}
+
 void AppendNumberField(std::string_view name, std::uint64_t value, std::string& out) {
   out.append(name).append("=");
   AppendNumber(value, out);
@@ -75,6 +86,7 @@ void AppendExportEntry(const MessageToFormat& message, const FormatOptions& opti
   if (message.realTime && time > 1) AppendNumberField("_SOURCE_REALTIME_TIMESTAMP", time, out);
   if (const auto severity = options.typeNames.Severity(view.Type()))
     AppendNumberField("PRIORITY", static_cast<std::uint64_t>(*severity), out);
+  if (!message.host.empty()) AppendTextField("_HOSTNAME", message.host, options, out);
   AppendTextField("SYSLOG_IDENTIFIER", view.Source(), options, out);
   AppendTextField("MESSAGE", view.Text(), options, out);
   out += "TAMLOG_TIME=";
@@ -89,6 +101,13 @@ void AppendExportEntry(const MessageToFormat& message, const FormatOptions& opti
   out += "\nTAMLOG_TAIL=";
   AppendHexOf(view.Body().tail, out);
   out += '\n';
+  AppendBytesField("TAMLOG_SOURCE_HEX", view.Source(), options, out);
+  AppendBytesField("TAMLOG_TEXT_HEX", view.Text(), options, out);
+  if (message.words[7] != 0) {
+    out += "TAMLOG_SPARE=";
+    AppendNumber(int{message.words[7]}, out);
+    out += '\n';
+  }
   if (message.late) out += "TAMLOG_LATE=1\n";
   out += '\n';
 }

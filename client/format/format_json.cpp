@@ -11,12 +11,12 @@ namespace {
 constexpr std::array<Field, 8> kUsual{Field::Time, Field::Seq,    Field::Type, Field::Source,
                                       Field::Text, Field::Origin, Field::Tail, Field::Cursor};
 
-void AppendEscaped(unsigned value, std::string& out) {
-  switch (value) {
+void AppendEscaped(std::string_view character, std::string& out) {
+  switch (character[0]) {
     case '"':
     case '\\':
       out += '\\';
-      out += static_cast<char>(value);
+      out += character;
       return;
     case '\n':
       out += "\\n";
@@ -28,45 +28,39 @@ void AppendEscaped(unsigned value, std::string& out) {
       out += "\\r";
       return;
     default:
-      const char low = static_cast<char>(value);
-      out += "\\u00";
-      AppendHex({&low, 1}, out);
+      AppendUnicodeEscape(character, out);
   }
 }
 
-// Control characters are escaped, U+0080 to U+009F included: a line may be shown by a terminal.
+// Characters that a terminal may obey are escaped: a line may be shown by one.
 void AppendJsonRun(std::string_view utf8, std::string& out) {
   std::size_t done = 0;
   for (std::size_t i = 0; i < utf8.size(); ++i) {
-    const auto byte = static_cast<unsigned char>(utf8[i]);
-    const bool upperControl = BeginsWithUpperControl(utf8.substr(i));
-    if (byte >= 0x20 && byte != '"' && byte != '\\' && byte != 0x7F && !upperControl) continue;
+    const bool special = utf8[i] == '"' || utf8[i] == '\\';
+    const std::size_t length = special ? 1 : ControlLength(utf8.substr(i));
+    if (length == 0) continue;
     out += utf8.substr(done, i - done);
-    if (upperControl) ++i;
-    AppendEscaped(static_cast<unsigned char>(utf8[i]), out);
-    done = i + 1;
+    AppendEscaped(utf8.substr(i, length), out);
+    done = i + length;
+    i = done - 1;
   }
   out += utf8.substr(done);
 }
 
-// Returns false when bytes could not be read and were replaced by U+FFFD.
-bool AppendJsonText(std::string_view text, const TextEncoding& encoding, std::string& out) {
-  bool complete = true;
+// Bytes that cannot be read are replaced by U+FFFD.
+void AppendJsonText(std::string_view text, const TextEncoding& encoding, std::string& out) {
   out += '"';
   encoding.Decode(
       text, [&out](std::string_view utf8) { AppendJsonRun(utf8, out); },
-      [&](char /*byte*/) {
-        out += kReplacement;
-        complete = false;
-      });
+      [&](char /*byte*/) { out += kReplacement; });
   out += '"';
-  return complete;
 }
 
-// Appends the text, and, when some of its bytes could not be read, all of them in a separate field.
+// Appends the text, and, when its bytes are others than those of the UTF-8, all of them in a separate field.
 void AppendJsonTexts(std::string_view name, std::string_view text, const TextEncoding& encoding,
                      std::string& out) {
-  if (AppendJsonText(text, encoding, out)) return;
+  AppendJsonText(text, encoding, out);
+  if (IsSameAsUtf8(text, encoding)) return;
   out.append(",\"").append(name).append("_hex\":\"");
   AppendHex(text, out);
   out += '"';
@@ -101,8 +95,12 @@ void AppendJsonValue(Field field, const MessageToFormat& message, const FormatOp
   switch (field) {
     case Field::Time:
       return AppendJsonTime(message, options, out);
+    case Field::Host:
+      return AppendJsonText(message.host, TextEncoding::Guessed(), out);
     case Field::Label:
     case Field::Cursor:
+    case Field::SourceHex:
+    case Field::TextHex:
       out += '"';
       AppendSimple(field, message, options, out);
       out += '"';
@@ -134,12 +132,17 @@ void AppendJsonObject(const MessageToFormat& message, const FormatOptions& optio
     AppendJsonValue(field, message, options, out);
   };
   if (!options.fields.empty()) {
-    for (const Field field : options.fields) append(field);
+    for (const Field field : options.fields) {
+      // Source and text append their bytes themselves.
+      if (field != Field::SourceHex && field != Field::TextHex) append(field);
+    }
   } else {
+    if (!message.host.empty()) append(Field::Host);
     for (const Field field : kUsual) {
       append(field);
       if (field == Field::Type && options.typeNames.Given()) append(Field::Label);
     }
+    if (message.realTime && message.words[7] != 0) append(Field::Spare);
     if (message.late) append(Field::Late);
   }
   out += '}';

@@ -1,14 +1,57 @@
 // The formats for people: short, full, cat, and the user's template.
 
+#include <array>
+
 #include "client/format/format_parts.h"
+#include "client/message/utf8.h"
 
 namespace TamLogClient {
 
 namespace {
 
 constexpr std::string_view kDim = "\x1b[2m";
-constexpr std::string_view kCyan = "\x1b[36m";
 constexpr std::string_view kPlain = "\x1b[0m";
+
+// The colours of a type's label and of the text after it; empty: the terminal's own.
+struct TypeColor {
+  std::string_view label;
+  std::string_view text;
+};
+
+// By the severity that the user's name for the type stands for; a type without one has only a label of its
+// own colour, which is not that of an error or a warning.
+TypeColor ColorOf(const TypeNames& names, std::uint32_t type) {
+  constexpr std::array<std::string_view, kMessageTypes> kUnnamed{"\x1b[34m", "\x1b[32m", "\x1b[36m",
+                                                                 "\x1b[35m"};
+  constexpr int kCritical = 2;
+  constexpr int kError = 3;
+  constexpr int kWarning = 4;
+  constexpr int kNotice = 5;
+  const auto severity = names.Severity(type);
+  if (!severity) return {type < kMessageTypes ? kUnnamed[type] : std::string_view(), {}};
+  if (*severity <= kCritical) return {"\x1b[1;37;41m", "\x1b[1;31m"};
+  if (*severity == kError) return {"\x1b[1;31m", "\x1b[31m"};
+  if (*severity == kWarning) return {"\x1b[1;33m", "\x1b[33m"};
+  return {*severity == kNotice ? "\x1b[1m" : "\x1b[32m", {}};
+}
+
+// A source has the same colour in every run and on every machine: it depends on the name alone. None of the
+// colours is that of an error or a warning.
+std::string_view ColorOfSource(std::string_view name) {
+  constexpr std::array<std::string_view, 8> kColors{"\x1b[36m", "\x1b[32m", "\x1b[35m", "\x1b[34m",
+                                                    "\x1b[96m", "\x1b[92m", "\x1b[95m", "\x1b[94m"};
+  std::uint32_t hash = 2166136261U;  // FNV-1a
+  for (const char letter : name) hash = (hash ^ static_cast<unsigned char>(LowerCase(letter))) * 16777619U;
+  return kColors[(hash >> 16U) % kColors.size()];
+}
+
+// Appends what `append` appends, in the colour if there is one.
+template <typename Append>
+void InColor(std::string_view color, std::string& out, const Append& append) {
+  out += color;
+  append();
+  if (!color.empty()) out += kPlain;
+}
 
 void AppendField(Field field, const MessageToFormat& message, const FormatOptions& options,
                  std::string& out) {
@@ -17,6 +60,8 @@ void AppendField(Field field, const MessageToFormat& message, const FormatOption
       return AppendShown(message.view.Source(), options.encoding, out);
     case Field::Text:
       return AppendShown(message.view.Text(), options.encoding, out);
+    case Field::Host:
+      return AppendShown(message.host, options.encoding, out);
     case Field::Late:
       if (message.late) out += "late";
       return;
@@ -33,18 +78,19 @@ void AppendField(Field field, const MessageToFormat& message, const FormatOption
 void AppendLine(const MessageToFormat& message, const FormatOptions& options, std::string& out) {
   const LogMessageView& view = message.view;
   const bool full = options.format == Format::Full;
-  if (options.color) out += kDim;
-  AppendStamp(message, options, ' ', out);
-  if (full) {
-    out += " #";
-    AppendNumber(view.Sequence(), out);
-  }
+  const TypeColor color = options.color ? ColorOf(options.typeNames, view.Type()) : TypeColor();
+  InColor(options.color ? kDim : "", out, [&] {
+    AppendStamp(message, options, ' ', out);
+    if (full) {
+      out += " #";
+      AppendNumber(view.Sequence(), out);
+    }
+  });
   out += ' ';
-  options.typeNames.Append(view.Type(), out);
-  if (options.color) out.append(kPlain).append(kCyan);
+  InColor(color.label, out, [&] { options.typeNames.Append(view.Type(), out); });
   out += ' ';
-  AppendShown(view.Source(), options.encoding, out);
-  if (options.color) out += kPlain;
+  InColor(options.color ? ColorOfSource(view.Source()) : "", out,
+          [&] { AppendShown(view.Source(), options.encoding, out); });
   if (full) {
     out += " [origin=";
     AppendHexOf(view.Body().origin, out);
@@ -56,7 +102,7 @@ void AppendLine(const MessageToFormat& message, const FormatOptions& options, st
   }
   if (message.late) out += " (late)";
   out += ": ";
-  AppendShown(view.Text(), options.encoding, out);
+  InColor(color.text, out, [&] { AppendShown(view.Text(), options.encoding, out); });
   out += '\n';
 }
 

@@ -50,6 +50,28 @@ bool AppendAsUtf8(std::string_view text, const TextEncoding& encoding, std::stri
   return complete;
 }
 
+bool IsSameAsUtf8(std::string_view text, const TextEncoding& encoding) {
+  if (IsPlainText(text)) return true;
+  std::string written;
+  return AppendAsUtf8(text, encoding, written) && written == text;
+}
+
+bool IsSameShown(std::string_view text, const TextEncoding& encoding) {
+  if (IsPlainText(text)) return true;
+  std::string written;
+  AppendShown(text, encoding, written);
+  return written == text;
+}
+
+namespace {
+
+// Nothing when the text as written has all of its bytes.
+void AppendHexUnlessSame(std::string_view text, const TextEncoding& encoding, std::string& out) {
+  if (!IsSameAsUtf8(text, encoding)) AppendHex(text, out);
+}
+
+}  // namespace
+
 void AppendSimple(Field field, const MessageToFormat& message, const FormatOptions& options,
                   std::string& out) {
   switch (field) {
@@ -73,8 +95,13 @@ void AppendSimple(Field field, const MessageToFormat& message, const FormatOptio
     case Field::Cursor:
       out += message.cursor;
       return;
+    case Field::SourceHex:
+      return AppendHexUnlessSame(message.view.Source(), options.encoding, out);
+    case Field::TextHex:
+      return AppendHexUnlessSame(message.view.Text(), options.encoding, out);
     case Field::Source:
     case Field::Text:
+    case Field::Host:
       return;
   }
 }

@@ -21,6 +21,7 @@ struct MessageToFormat {
   bool realTime = true;
   std::optional<int> offset{};  // minutes ahead of UTC, where a zone is stated
   bool late = false;
+  std::string_view host{};    // empty: unknown
   std::string_view cursor{};  // its text, where the options show it
 };
 
@@ -39,8 +40,8 @@ void AppendHexOf(const Bytes& bytes, std::string& out) {
 void AppendStamp(const MessageToFormat& message, const FormatOptions& options, char separator,
                  std::string& out);
 
-// Appends any field except Source and Text, which each format quotes in its own way; for those it appends
-// nothing.
+// Appends any field except Source, Text and Host, which each format quotes in its own way; for those it
+// appends nothing.
 void AppendSimple(Field field, const MessageToFormat& message, const FormatOptions& options,
                   std::string& out);
 
@@ -51,6 +52,10 @@ void AppendShown(std::string_view text, const TextEncoding& encoding, std::strin
 // Appends `text` as UTF-8, control characters unchanged. Returns false when bytes could not be read and were
 // replaced by U+FFFD.
 bool AppendAsUtf8(std::string_view text, const TextEncoding& encoding, std::string& out);
+
+// Returns whether AppendAsUtf8 and AppendShown append exactly the bytes of the text.
+bool IsSameAsUtf8(std::string_view text, const TextEncoding& encoding);
+bool IsSameShown(std::string_view text, const TextEncoding& encoding);
 
 // One function per format, or per pair of similar formats. Each appends the whole message.
 void AppendLine(const MessageToFormat& message, const FormatOptions& options,

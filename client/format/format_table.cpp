@@ -12,8 +12,7 @@ namespace {
 
 constexpr std::array<Field, 6> kCsvColumns{Field::Time,   Field::Seq,  Field::Type,
                                            Field::Source, Field::Text, Field::Cursor};
-constexpr std::array<Field, 5> kTsvColumns{Field::Time, Field::Type, Field::Source, Field::Text,
-                                           Field::Cursor};
+constexpr std::array<Field, 4> kTsvColumns{Field::Time, Field::Type, Field::Source, Field::Text};
 
 std::span<const Field> CsvColumns(const FormatOptions& options) {
   return options.fields.empty() ? std::span<const Field>(kCsvColumns) : options.fields;
@@ -22,6 +21,7 @@ std::span<const Field> CsvColumns(const FormatOptions& options) {
 std::optional<std::string_view> TextOf(Field field, const MessageToFormat& message) {
   if (field == Field::Source) return message.view.Source();
   if (field == Field::Text) return message.view.Text();
+  if (field == Field::Host) return message.host;
   return std::nullopt;
 }
 

@@ -9,7 +9,7 @@ namespace TamLogClient {
 
 namespace {
 
-constexpr std::array<std::pair<std::string_view, Field>, 11> kFields{{{"time", Field::Time},
+constexpr std::array<std::pair<std::string_view, Field>, 14> kFields{{{"time", Field::Time},
                                                                       {"seq", Field::Seq},
                                                                       {"type", Field::Type},
                                                                       {"label", Field::Label},
@@ -19,6 +19,9 @@ constexpr std::array<std::pair<std::string_view, Field>, 11> kFields{{{"time", F
                                                                       {"tail", Field::Tail},
                                                                       {"spare", Field::Spare},
                                                                       {"late", Field::Late},
+                                                                      {"host", Field::Host},
+                                                                      {"source_hex", Field::SourceHex},
+                                                                      {"text_hex", Field::TextHex},
                                                                       {"cursor", Field::Cursor}}};
 
 constexpr std::array<std::pair<std::string_view, int>, 19> kSeverities{{{"emerg", 0},
@@ -86,8 +89,12 @@ std::string_view NameOf(Field field) {
 std::optional<std::vector<Field>> ParseFields(std::string_view list, std::string& problem) {
   std::vector<Field> fields;
   if (list.empty() || EndsInComma(list)) {
-    problem = "a field is missing; the fields are " + std::string(kFieldNames);
+    problem = "a field is missing; the fields are " + std::string(kFieldNames) + ", or all";
     return std::nullopt;
+  }
+  if (list == "all") {
+    for (const auto& known : kFields) fields.push_back(known.second);
+    return fields;
   }
   while (!list.empty()) {
     const std::string_view name = TakeItem(list);

@@ -50,18 +50,20 @@ bool MessageFormatter::ShowsCursors() const {
   const auto isCursor = [](Field field) { return field == Field::Cursor; };
   const auto& fields = options.fields;
   const auto& parts = options.layout.Parts();
+  const bool chosen = std::any_of(fields.begin(), fields.end(), isCursor);
   switch (options.format) {
-    case Format::Json:
-    case Format::JsonArray:
-    case Format::Csv:
-    case Format::Tsv:
-      return fields.empty() || std::any_of(fields.begin(), fields.end(), isCursor);
-    case Format::Template:
-      return std::any_of(parts.begin(), parts.end(),
-                         [](const auto& part) { return part.field == Field::Cursor; });
     case Format::Export:
     case Format::Rfc5424:
       return true;
+    case Format::Json:
+    case Format::JsonArray:
+    case Format::Csv:
+      return fields.empty() || chosen;
+    case Format::Tsv:
+      return chosen;
+    case Format::Template:
+      return std::any_of(parts.begin(), parts.end(),
+                         [](const auto& part) { return part.field == Field::Cursor; });
     case Format::Short:
     case Format::Full:
     case Format::Cat:
@@ -71,11 +73,32 @@ bool MessageFormatter::ShowsCursors() const {
   return false;
 }
 
-void MessageFormatter::Append(const LogMessage& message, bool late, std::string& out, std::uint32_t twin) {
+bool MessageFormatter::CarriesHost() const {
+  const auto isHost = [](Field field) { return field == Field::Host; };
+  const auto namesHost = [&](const TextTemplate::Part& part) { return part.field && isHost(*part.field); };
+  switch (options.format) {
+    case Format::Export:
+    case Format::Rfc5424:
+      return true;
+    case Format::Json:
+    case Format::JsonArray:
+      return options.fields.empty() || std::any_of(options.fields.begin(), options.fields.end(), isHost);
+    case Format::Csv:
+    case Format::Tsv:
+      return std::any_of(options.fields.begin(), options.fields.end(), isHost);
+    case Format::Template:
+      return std::any_of(options.layout.Parts().begin(), options.layout.Parts().end(), namesHost);
+    default:
+      return false;
+  }
+}
+
+void MessageFormatter::Append(const LogMessage& message, bool late, std::string& out, std::uint32_t twin,
+                              std::string_view host) {
   // These show no time, and determining its zone is most of the work.
   if (options.format == Format::Cat) return AppendCat(LogMessageView(message), options, out);
   if (options.format == Format::Raw) return AppendRaw(message, out);
-  MessageToFormat found{LogMessageView(message), WordsOf(message.body), true, std::nullopt, late, {}};
+  MessageToFormat found{LogMessageView(message), WordsOf(message.body), true, std::nullopt, late, host, {}};
   found.realTime = IsRealTime(found.words);
   found.offset = options.zone.OffsetAt(found.words);
   const std::string cursor = ShowsCursors() ? FormatCursor(CursorOf(message.body, twin)) : std::string();

@@ -5,6 +5,7 @@
 // the bytes of a message are.
 
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "client/format/format_options.h"
@@ -27,8 +28,13 @@ class MessageFormatter {
 
   // Appends one message and its line end. `late`: it came after a message with a later time. Short, full,
   // json, json-array, export and rfc5424 show this always, the others when the user selects the field.
-  // `twin`: its number among equal messages of its log, for its cursor (client/log/cursor.h).
-  void Append(const LogMessage& message, bool late, std::string& out, std::uint32_t twin = 1);
+  // `twin`: its number among equal messages of its log, for its cursor (client/log/cursor.h). `host` names
+  // the machine that the message is from; a format without a place for it (see CarriesHost) leaves it out.
+  void Append(const LogMessage& message, bool late, std::string& out, std::uint32_t twin = 1,
+              std::string_view host = {});
+
+  // Returns whether the output has a field for the name of a message's machine.
+  bool CarriesHost() const;
 
   // Appends what comes after the last message, also when there was none: json-array has a bracket.
   void AppendTail(std::string& out) const;

@@ -4,7 +4,6 @@
 #include <charconv>
 #include <cstring>
 
-#include "client/log/cursor.h"
 #include "client/message/hex.h"
 #include "client/message/time_text.h"
 #include "client/message/utf8.h"
@@ -69,19 +68,16 @@ void AppendTsvText(std::string_view text, std::string& out) {
 }
 
 std::optional<MessageDraft> ParseTsvLine(std::string_view line, std::string& problem) {
-  std::array<std::string_view, 5> columns;  // the last may be missing, as in lines that people write
-  std::size_t count = 0;
-  std::size_t tab = 0;
-  for (; tab != std::string_view::npos && count < columns.size(); ++count) {
-    tab = line.find('\t');
-    columns[count] = line.substr(0, tab);
-    if (tab != std::string_view::npos) line.remove_prefix(tab + 1);
-  }
-  const bool tooMany =
-      tab != std::string_view::npos || (count == columns.size() && !ParseCursor(columns.back()));
-  if (count < 4 || tooMany) {
-    problem = "expected four columns with tabs between them: time, type, source, text";
-    return std::nullopt;
+  std::array<std::string_view, 4> columns;
+  for (std::size_t i = 0; i < columns.size(); ++i) {
+    const std::size_t tab = line.find('\t');
+    const bool lastColumn = i + 1 == columns.size();
+    if (lastColumn != (tab == std::string_view::npos)) {
+      problem = "expected four columns with tabs between them: time, type, source, text";
+      return std::nullopt;
+    }
+    columns[i] = line.substr(0, tab);
+    if (!lastColumn) line.remove_prefix(tab + 1);
   }
   MessageDraft draft;
   const auto time = ParseTime(columns[0]);

@@ -1,7 +1,7 @@
 #pragma once
 
-// Messages as lines of columns separated by tabs: time, type, source, text, cursor. The parser reads the
-// first four fields back byte for byte from what the tsv format writes. May be called from any thread.
+// Messages as lines of four columns separated by tabs: time, type, source, text. The parser reads these four
+// fields back byte for byte from what the tsv format writes. May be called from any thread.
 
 #include <optional>
 #include <string>

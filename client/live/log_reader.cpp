@@ -65,6 +65,8 @@ Status LogReader::Look(LogFileHeader& header) {
 
 LogReader::Work LogReader::WorkInside(LogFileHeader& header, const std::function<Work()>& work) const {
   if (!log.CopyHeader(header)) return Work::Fault;
+  // The server has closed its log while this reader waited, and may be opening it again: leave at once.
+  if (header.serverRunning == 0) return Work::Done;
   const Work done = work();
   if (done != Work::Done) return done;
   LogFileHeader after{};

@@ -141,12 +141,10 @@ void LogStream::ReleaseAll() {
   held.SetHold(0);
 }
 
+// Holds the turn only while the log is open and read, so that the guard can close it during the comparison,
+// which may take long.
 LogChange LogStream::Look() {
-  const std::lock_guard lock(turn);
-  return LookInTurn();
-}
-
-LogChange LogStream::LookInTurn() {
+  std::unique_lock lock(turn);
   if (away && !Reopen()) return LogChange::None;
   LogFileHeader header{};
   const Status status = reader.Look(header);
@@ -157,10 +155,10 @@ LogChange LogStream::LookInTurn() {
     return away ? LogChange::Stopped : LogChange::None;
   }
   if (GetTickCount64() - lastVisit < options.intervalMs) return LogChange::None;
-  return TakeSnapshot();
+  return TakeSnapshot(std::move(lock));
 }
 
-LogChange LogStream::TakeSnapshot() {
+LogChange LogStream::TakeSnapshot(std::unique_lock<std::mutex> inTurn) {
   KeepWaiting();
   const Status status = reader.Snapshot(snapshot, options.timeoutMs);
   if (status == Status::NotRunning) return LoseServer();
@@ -171,6 +169,7 @@ LogChange LogStream::TakeSnapshot() {
   if (!Readable(status)) return Fail(status);
   lastVisit = lastNews = GetTickCount64();
   lastChange = snapshot.header.changeCount;
+  inTurn.unlock();
   const FollowStep step = follower.Next(snapshot, reopened);
   const LogChange change = reopened ? LogChange::Reopened : ChangeOf(step);
   reopened = false;

@@ -129,10 +129,9 @@ class LogStream {
 
   Status Begin(const FollowerMemory* memory, const std::vector<ReorderBuffer::Ready>& heldBack);
   LogChange Look();
-  LogChange LookInTurn();
   void Guard();
   void Release();
-  LogChange TakeSnapshot();
+  LogChange TakeSnapshot(std::unique_lock<std::mutex> inTurn);
   LogChange Fail(Status status);
   LogChange LoseServer();
   bool Reopen();

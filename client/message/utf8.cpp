@@ -82,6 +82,29 @@ bool IsValidUtf8(std::string_view text) {
   return true;
 }
 
+std::size_t ControlLength(std::string_view text) {
+  if (text.empty()) return 0;
+  const unsigned lead = ByteAt(text, 0);
+  if (lead < 0x20 || lead == 0x7F) return 1;
+  if (BeginsWithUpperControl(text) || text.starts_with("\xD8\x9C")) return 2;
+  if (lead != 0xE2 || text.size() < 3) return 0;
+  const unsigned second = ByteAt(text, 1);
+  const unsigned third = ByteAt(text, 2);
+  const bool mark = second == 0x80 && (InRange(third, 0x8E, 0x8F) || InRange(third, 0xA8, 0xAE));
+  const bool isolate = second == 0x81 && InRange(third, 0xA6, 0xA9);
+  return mark || isolate ? 3 : 0;
+}
+
+void AppendUnicodeEscape(std::string_view character, std::string& out) {
+  unsigned code = ByteAt(character, 0);
+  if (character.size() == 2) code &= 0x1FU;
+  if (character.size() == 3) code &= 0x0FU;
+  for (std::size_t i = 1; i < character.size(); ++i) code = (code << 6U) | (ByteAt(character, i) & 0x3FU);
+  const char bytes[] = {static_cast<char>(code >> 8U), static_cast<char>(code & 0xFFU)};
+  out += "\\u";
+  AppendHex({bytes, sizeof(bytes)}, out);
+}
+
 void AppendVisible(std::string_view text, std::string& out) {
   while (!text.empty()) {
     std::size_t plain = 0;
@@ -90,10 +113,8 @@ void AppendVisible(std::string_view text, std::string& out) {
     out.append(text.substr(0, plain));
     text.remove_prefix(plain);
     if (text.empty()) return;
-    const unsigned lead = ByteAt(text, 0);
     const std::size_t length = Utf8SequenceLength(text);
-    const bool control = lead < 0x20 || lead == 0x7F || BeginsWithUpperControl(text);
-    if (length == 0 || control) {
+    if (length == 0 || ControlLength(text) > 0) {
       const std::size_t bytes = std::max<std::size_t>(length, 1);
       for (std::size_t i = 0; i < bytes; ++i) AppendEscapedByte(ByteAt(text, i), out);
       text.remove_prefix(bytes);

@@ -25,8 +25,17 @@ constexpr bool BeginsWithUpperControl(std::string_view text) {
          static_cast<unsigned char>(text[1]) <= 0x9F;
 }
 
-// Appends `text` so that it is safe to show: control characters become \n, \t, \r or \xNN, and so do bytes
-// that are not UTF-8. Printable text, backslashes included, stays unchanged.
+// Returns the length in bytes of the character at the front of `text` if a terminal may obey it, else 0: a
+// control character (to U+001F, U+007F to U+009F), a separator of lines (U+2028, U+2029), or a character that
+// changes the direction of writing (U+061C, U+200E, U+200F, U+202A to U+202E, U+2066 to U+2069).
+std::size_t ControlLength(std::string_view text);
+
+// Appends \u and the four hexadecimal digits of the character, which is one of ControlLength's.
+void AppendUnicodeEscape(std::string_view character, std::string& out);
+
+// Appends `text` so that it is safe to show: characters that a terminal may obey (ControlLength) become \n,
+// \t, \r or the \xNN of their bytes, and so do bytes that are not UTF-8. Printable text, backslashes
+// included, stays unchanged. All programs show texts from outside by this function.
 void AppendVisible(std::string_view text, std::string& out);
 
 // Returns the longest prefix of at most `limit` bytes that does not cut a character in two.

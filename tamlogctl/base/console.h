@@ -15,7 +15,11 @@ bool StdoutIsTerminal();
 bool StdinIsTerminal();
 bool StderrIsTerminal();
 
-// Makes the terminal interpret colour sequences; returns false when it cannot.
+// Returns whether the terminal interprets escape sequences, as far as the environment says so (TERM).
+bool TerminalIsCapable();
+
+// Makes the terminal interpret colour sequences; returns false when it cannot. From then on a program that is
+// ended or stopped from outside (Ctrl-C, Ctrl-Z, a signal) switches colours off first.
 bool EnableColors();
 
 // Verbs collect about this many bytes of output before they write them.
@@ -25,10 +29,18 @@ inline constexpr std::size_t kWriteSize = std::size_t{1} << 18U;
 // failure is explained on stderr, unless the reader of the output has closed it.
 bool WriteOut(std::string_view text);
 
+// Returns `text`, which came from outside, as it may be shown: on one line, and without anything that a
+// terminal obeys (AppendVisible). Texts of messages are decoded first, by the formats.
+std::string Shown(std::string_view text);
+
+// Writes lines for people to standard output as WriteOut does. Whatever names and texts they contain, the
+// only control characters that are written are their line ends.
+bool WriteLines(std::string_view lines);
+
 // Writes `text` to stderr unchanged.
 bool WriteErr(std::string_view text);
 
-// Writes one line to stderr, with the program's name in front.
+// Writes one line to stderr, with the program's name in front. Names and texts in it are shown as by Shown.
 void Say(std::string_view line);
 
 // Reads one line of standard input, or of `input`, without its line end. Returns false at the end of the

@@ -1,3 +1,5 @@
+#include <fcntl.h>
+#include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -17,9 +19,40 @@ namespace {
 
 volatile std::sig_atomic_t interrupted = 0;
 
-void OnInterrupt(int /*signal*/) {
+volatile std::sig_atomic_t colored = 0;    // the terminal may be in the middle of a colour
+volatile std::sig_atomic_t deferring = 0;  // the first Ctrl-C only sets `interrupted`
+
+volatile std::sig_atomic_t terminalOutput = STDOUT_FILENO;  // another file once a pager is in between
+
+// The terminal has dropped what it had not yet shown, the end of a colour perhaps among it. One whose output
+// is paused (Ctrl-S) is not waited for.
+void SwitchColorsOff() {
+  pollfd terminal{terminalOutput, POLLOUT, 0};
+  if (colored == 0 || poll(&terminal, 1, 0) != 1 || (terminal.revents & POLLOUT) == 0) return;
+  static_cast<void>(!write(terminal.fd, kPlainColor.data(), kPlainColor.size()));
+}
+
+// Leaves a signal alone that the caller of the program wanted to be ignored (nohup).
+void Handle(int signal, void (*handler)(int)) {
+  if (std::signal(signal, handler) == SIG_IGN) std::signal(signal, SIG_IGN);
+}
+
+// Ends the program as the signal does without a handler.
+void OnEnd(int signal) {
+  SwitchColorsOff();
+  std::signal(signal, SIG_DFL);
+  raise(signal);
+}
+
+void OnInterrupt(int signal) {
+  if (deferring == 0 || interrupted != 0) return OnEnd(signal);
+  SwitchColorsOff();
   interrupted = 1;
-  std::signal(SIGINT, SIG_DFL);
+}
+
+void OnStop(int /*signal*/) {
+  SwitchColorsOff();
+  raise(SIGSTOP);
 }
 
 bool Write(int file, std::string_view text) {
@@ -46,8 +79,20 @@ bool StderrIsTerminal() {
   return isatty(STDERR_FILENO) != 0;
 }
 
+bool TerminalIsCapable() {
+  const std::string terminal = EnvironmentValue("TERM");
+  return !terminal.empty() && terminal != "dumb";
+}
+
 bool EnableColors() {
-  return StdoutIsTerminal();
+  if (!StdoutIsTerminal()) return false;
+  if (colored == 0) {
+    Handle(SIGINT, OnInterrupt);
+    for (const int signal : {SIGTERM, SIGHUP, SIGQUIT}) Handle(signal, OnEnd);
+    Handle(SIGTSTP, OnStop);
+  }
+  colored = 1;
+  return true;
 }
 
 bool WriteStdout(std::string_view text) {
@@ -70,6 +115,7 @@ bool ReadLine(std::string& line) {
 }
 
 void DeferInterrupts() {
+  deferring = 1;
   std::signal(SIGINT, OnInterrupt);
 }
 
@@ -105,13 +151,15 @@ pid_t pagerProcess = 0;
 
 void Pager::Begin() {
   const char* const chosen = std::getenv("PAGER");
-  if (active || !StdoutIsTerminal() || (chosen != nullptr && *chosen == '\0')) return;
+  const bool wanted = chosen != nullptr ? *chosen != '\0' : TerminalIsCapable();
+  if (active || !wanted || !StdoutIsTerminal()) return;
   std::array<int, 2> ends{};
   if (pipe(ends.data()) != 0) return;
   pagerProcess = fork();
   if (pagerProcess == 0) BecomePager(ends);
   close(ends[0]);
   if (pagerProcess > 0) {
+    terminalOutput = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
     dup2(ends[1], STDOUT_FILENO);
     std::signal(SIGINT, SIG_IGN);  // Ctrl-C belongs to the pager
     active = true;
@@ -127,6 +175,8 @@ bool Pager::End() {
   int status = 0;
   while (waitpid(pagerProcess, &status, 0) < 0 && errno == EINTR) {
   }
+  SwitchColorsOff();  // Ctrl-C may have ended it in the middle of a line
+  close(terminalOutput);
   if (!WIFEXITED(status) || WEXITSTATUS(status) != kNoProgram) return true;
   Say("PAGER '" + EnvironmentValue("PAGER") +
       "': cannot be started; name another program, or add --no-pager");

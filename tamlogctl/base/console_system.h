@@ -7,6 +7,9 @@
 
 namespace TamLogCtl {
 
+// Switches colours off.
+inline constexpr std::string_view kPlainColor = "\x1b[0m";
+
 // Writes all of `text`; returns false when that failed.
 bool WriteStdout(std::string_view text);
 

@@ -4,9 +4,11 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
+#include <mutex>
 
 #include "client/live/handle.h"
 #include "client/message/win32.h"
@@ -20,16 +22,35 @@ namespace TamLogCtl {
 namespace {
 
 std::atomic<bool> interrupted{false};
+std::atomic<bool> deferring{false};    // the first Ctrl-C only sets `interrupted`
+std::atomic<HANDLE> colored{nullptr};  // the console that may be in the middle of a colour
+std::timed_mutex writing;              // held while a piece is written to a console
 
 bool IsConsole(DWORD which) {
   DWORD mode = 0;
   return GetConsoleMode(GetStdHandle(which), &mode) != FALSE;
 }
 
-// The system calls this on a thread of its own.
+void SwitchColorsOff() {
+  const std::wstring plain(kPlainColor.begin(), kPlainColor.end());
+  DWORD written = 0;
+  if (colored != nullptr)
+    WriteConsoleW(colored, plain.data(), static_cast<DWORD>(plain.size()), &written, nullptr);
+}
+
+// The system calls this on a thread of its own, and ends the process when it returns FALSE. Then nothing is
+// written after the colours are off: the lock is kept. A console whose output is paused is not waited for.
 BOOL WINAPI OnControl(DWORD event) {
   if (event == CTRL_LOGOFF_EVENT) return FALSE;
-  return interrupted.exchange(true) ? FALSE : TRUE;
+  if (deferring && !interrupted.exchange(true)) return TRUE;
+  constexpr auto kPatience = std::chrono::milliseconds(500);
+  if (writing.try_lock_for(kPatience)) SwitchColorsOff();
+  return FALSE;
+}
+
+void HandleControls() {
+  static const BOOL handled = SetConsoleCtrlHandler(OnControl, TRUE);
+  static_cast<void>(handled);
 }
 
 bool WriteConsole(HANDLE console, std::string_view text) {
@@ -39,6 +60,7 @@ bool WriteConsole(HANDLE console, std::string_view text) {
     constexpr std::size_t kMostUnits = 8000;
     const auto piece = static_cast<DWORD>(PieceLength(rest, kMostUnits));
     DWORD written = 0;
+    const std::lock_guard held(writing);
     if (WriteConsoleW(console, rest.data(), piece, &written, nullptr) == FALSE || written == 0) return false;
     rest.remove_prefix(std::min<std::size_t>(written, rest.size()));
   }
@@ -95,12 +117,18 @@ bool StderrIsTerminal() {
   return IsConsole(STD_ERROR_HANDLE);
 }
 
+bool TerminalIsCapable() {
+  return EnvironmentValue("TERM") != "dumb";
+}
+
 bool EnableColors() {
   constexpr DWORD kVirtualTerminal = 0x0004;  // ENABLE_VIRTUAL_TERMINAL_PROCESSING
   const HANDLE stream = GetStdHandle(STD_OUTPUT_HANDLE);
   DWORD mode = 0;
   if (GetConsoleMode(stream, &mode) == FALSE) return false;
-  return SetConsoleMode(stream, mode | kVirtualTerminal) != FALSE;
+  if (SetConsoleMode(stream, mode | kVirtualTerminal) == FALSE) return false;
+  if (colored.exchange(stream) == nullptr) HandleControls();
+  return true;
 }
 
 bool WriteStdout(std::string_view text) {
@@ -125,8 +153,8 @@ bool ReadLine(std::string& line) {
 }
 
 void DeferInterrupts() {
-  static const BOOL deferred = SetConsoleCtrlHandler(OnControl, TRUE);
-  static_cast<void>(deferred);
+  deferring = true;
+  HandleControls();
 }
 
 bool Interrupted() {
@@ -203,7 +231,8 @@ bool Pager::End() {
   pagerPipe.Close();
   WaitForSingleObject(pagerProcess.Get(), INFINITE);
   pagerProcess.Close();
-  return true;  // Begin has left the output alone if the pager could not be started
+  SwitchColorsOff();  // Ctrl-C may have ended it in the middle of a line
+  return true;        // Begin has left the output alone if the pager could not be started
 }
 
 }  // namespace TamLogCtl

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
+#include "client/message/utf8.h"
+
 namespace TamLogCtl {
 
 namespace {
@@ -112,8 +114,20 @@ std::optional<std::uint64_t> Json::AsUnsigned() const {
   return number == nullptr ? std::nullopt : std::optional(*number);
 }
 
+// The library escapes only the control characters up to U+001F; line ends outside of strings are its own.
 std::string WriteJson(const Json& json, int indent) {
-  return ToLibrary(json).dump(indent, ' ', false, Library::error_handler_t::replace);
+  const std::string whole = ToLibrary(json).dump(indent, ' ', false, Library::error_handler_t::replace);
+  std::string out;
+  for (std::string_view rest = whole; !rest.empty();) {
+    const std::size_t length = rest.front() == '\n' ? 0 : TamLogClient::ControlLength(rest);
+    if (length == 0) {
+      out += rest.front();
+    } else {
+      TamLogClient::AppendUnicodeEscape(rest.substr(0, length), out);
+    }
+    rest.remove_prefix(std::max<std::size_t>(length, 1));
+  }
+  return out;
 }
 
 std::optional<Json> ParseJson(std::string_view text) {

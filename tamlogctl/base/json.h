@@ -56,7 +56,8 @@ struct Json {
 inline constexpr int kOneLine = -1;
 
 // Returns the text of `json` without a line end after it. `indent` is the number of spaces for each level, or
-// kOneLine. Always valid UTF-8: bytes of a string that are not become U+FFFD.
+// kOneLine. Always valid UTF-8: bytes of a string that are not become U+FFFD. Characters of a string that a
+// terminal may obey are escaped.
 std::string WriteJson(const Json& json, int indent = kOneLine);
 
 // Parses one JSON text. Returns nothing for anything else, and for more than 100 levels.

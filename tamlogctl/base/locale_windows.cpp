@@ -44,6 +44,15 @@ std::int64_t CountOf(const SYSTEMTIME& time) {
   return static_cast<std::int64_t>(std::uint64_t{count.dwHighDateTime} << 32U | count.dwLowDateTime);
 }
 
+// Returns the rules that this machine's zone has in the year of the time, which may differ from today's;
+// today's if the system does not know them.
+TIME_ZONE_INFORMATION ZoneIn(const TimeWords& words) {
+  TIME_ZONE_INFORMATION zone{};
+  if (GetTimeZoneInformationForYear(static_cast<USHORT>(words[0]), nullptr, &zone) == FALSE)
+    GetTimeZoneInformation(&zone);
+  return zone;
+}
+
 int MinutesBetween(const SYSTEMTIME& earlier, const SYSTEMTIME& later) {
   constexpr std::int64_t kMinute = 600'000'000;
   return static_cast<int>((CountOf(later) - CountOf(earlier)) / kMinute);
@@ -55,18 +64,19 @@ TextEncoding DefaultEncoding() {
   return TextEncoding::Guessed(AnsiCodePage());
 }
 
-// Today's rules of the zone are taken for all years.
 int OffsetOfLocalTime(const TimeWords& local) {
+  const TIME_ZONE_INFORMATION zone = ZoneIn(local);
   const SYSTEMTIME written = SystemTimeOf(local);
   SYSTEMTIME utc{};
-  if (TzSpecificLocalTimeToSystemTime(nullptr, &written, &utc) == FALSE) return 0;
+  if (TzSpecificLocalTimeToSystemTime(&zone, &written, &utc) == FALSE) return 0;
   return MinutesBetween(utc, written);
 }
 
 int OffsetAtUtc(const TimeWords& utc) {
+  const TIME_ZONE_INFORMATION zone = ZoneIn(utc);
   const SYSTEMTIME moment = SystemTimeOf(utc);
   SYSTEMTIME local{};
-  if (SystemTimeToTzSpecificLocalTime(nullptr, &moment, &local) == FALSE) return 0;
+  if (SystemTimeToTzSpecificLocalTime(&zone, &moment, &local) == FALSE) return 0;
   return MinutesBetween(moment, local);
 }
 

@@ -15,14 +15,6 @@ using TamLogClient::FormatOptions;
 
 constexpr std::string_view kTemplate = "template=";
 
-bool WantsColor(Color color) {
-  if (color != Color::Auto) {
-    if (color == Color::Always) EnableColors();
-    return color == Color::Always;
-  }
-  return StdoutIsTerminal() && !EnvironmentHas("NO_COLOR") && EnableColors();
-}
-
 bool Refuse(const char* option, const std::string& value, const std::string& fix) {
   Say(std::string(option) + " '" + value + "': " + fix);
   return false;
@@ -115,6 +107,12 @@ std::optional<TamLogClient::MessageFormatter> Make(const OutputOptions& options,
 
 }  // namespace
 
+bool WantsColor(Color color) {
+  if (color == Color::Always) EnableColors();
+  if (color != Color::Auto) return color == Color::Always;
+  return StdoutIsTerminal() && !EnvironmentHas("NO_COLOR") && TerminalIsCapable() && EnableColors();
+}
+
 std::optional<TamLogClient::TextEncoding> MakeEncoding(const OutputOptions& options) {
   FormatOptions chosen;
   return TakeEncoding(options, chosen) ? std::optional(chosen.encoding) : std::nullopt;
@@ -138,7 +136,16 @@ std::optional<TamLogClient::MessageFormatter> MakeFormatter(const OutputOptions&
 }
 
 std::optional<TamLogClient::MessageFormatter> MakeFileFormatter(const OutputOptions& options) {
-  return Make(options, {});
+  FormatOptions chosen;
+  if (!Take(options, chosen)) return std::nullopt;
+  // A table for people has fewer columns; a file is to be read back.
+  using TamLogClient::kExactCsvColumns;
+  using TamLogClient::kExactTsvColumns;
+  if (chosen.fields.empty() && chosen.format == Format::Csv)
+    chosen.fields.assign(kExactCsvColumns.begin(), kExactCsvColumns.end());
+  if (chosen.fields.empty() && chosen.format == Format::Tsv)
+    chosen.fields.assign(kExactTsvColumns.begin(), kExactTsvColumns.end());
+  return TamLogClient::MessageFormatter(std::move(chosen));
 }
 
 }  // namespace TamLogCtl

@@ -18,6 +18,9 @@ struct OutputOptions {
   std::string encoding;   // empty: the default of the machine
 };
 
+// Returns whether output to standard output is coloured. Prepares the terminal for it.
+bool WantsColor(Color color);
+
 // Makes the encoding alone. This and the next four return nothing, after a line on stderr, when the value of
 // an option is wrong.
 std::optional<TamLogClient::TextEncoding> MakeEncoding(const OutputOptions& options);
@@ -29,7 +32,8 @@ std::optional<TamLogClient::FormatOptions> MakeFormatOptions(const OutputOptions
 // Makes a formatter for standard output.
 std::optional<TamLogClient::MessageFormatter> MakeFormatter(const OutputOptions& options, Color color);
 
-// Makes a formatter for a file: without colours, and without the changes that protect a terminal.
+// Makes a formatter for a file: without colours, without the changes that protect a terminal, and with the
+// columns of csv and tsv from which messages can be restored.
 std::optional<TamLogClient::MessageFormatter> MakeFileFormatter(const OutputOptions& options);
 
 }  // namespace TamLogCtl

@@ -1,7 +1,6 @@
 #include "tamlogctl/base/progress.h"
 
 #include <chrono>
-#include <utility>
 
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/wait.h"
@@ -17,7 +16,7 @@ constexpr std::size_t kLineWidth = 78;
 }  // namespace
 
 Progress::Progress(std::string purpose, std::uint64_t total)
-    : what(std::move(purpose)), all(total), next(Ticks() + kFirstMs), terminal(StderrIsTerminal()) {}
+    : what(Shown(purpose)), all(total), next(Ticks() + kFirstMs), terminal(StderrIsTerminal()) {}
 
 Progress::~Progress() {
   if (shown) WriteErr("\r" + std::string(kLineWidth, ' ') + "\r");

@@ -10,7 +10,7 @@ namespace TamLogCtl {
 std::string SystemText(std::uint32_t code) {
   constexpr DWORD kFlags =
       FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS;
-  const std::string number = "error " + std::to_string(code);
+  std::string number = "error " + std::to_string(code);
   wchar_t* buffer = nullptr;
   const DWORD length =
       FormatMessageW(kFlags, nullptr, code, 0, reinterpret_cast<wchar_t*>(&buffer), 0, nullptr);

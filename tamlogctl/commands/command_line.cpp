@@ -5,17 +5,14 @@
 
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
+#include "tamlogctl/commands/completer.h"
 #include "tamlogctl/commands/parser.h"
+#include "tamlogctl/commands/topics.h"
 #include "tamlogctl/commands/verbs.h"
 
 namespace TamLogCtl {
 
 namespace {
-
-bool IsVerb(const Verb& program, const std::string& word) {
-  return std::any_of(program.verbs.begin(), program.verbs.end(),
-                     [&word](const Verb& verb) { return verb.name == word; });
-}
 
 // Inserts the verb that a group of verbs runs when none of them is named: "settings" is "settings get".
 void InsertVerbOfGroup(const Verb& program, std::vector<std::string>& arguments) {
@@ -27,35 +24,32 @@ void InsertVerbOfGroup(const Verb& program, std::vector<std::string>& arguments)
   if (arguments.size() == 1 || isOption) arguments.insert(arguments.begin() + 1, group->alone);
 }
 
-std::string VerbList(const Verb& program) {
-  std::string list;
-  for (const Verb& verb : program.verbs) list += (list.empty() ? "" : ", ") + verb.name;
-  return list;
-}
-
 }  // namespace
 
 std::optional<Action> ParseCommandLine(std::vector<std::string> arguments, int& exitCode) {
-  // Without a verb the program runs `show`. A first word that is no option may be a misspelt verb and is
-  // reported as one.
+  // Without a verb the program runs `show`.
   const std::string first = arguments.empty() ? "" : arguments.front();
   if (first == "--version" || first == "version") {
     exitCode = WriteOut("tamlogctl " TAMLOG_VERSION "\n") ? kDone : kOutputFailed;
     return std::nullopt;
   }
+  if (first == kCompleteWord) {
+    arguments.erase(arguments.begin());
+    exitCode = WriteOut(CompletionLines(MakeProgram(), arguments)) ? kDone : kOutputFailed;
+    return std::nullopt;
+  }
   if (first == "help") {
+    const Topic* const topic = arguments.size() == 2 ? FindTopic(arguments.back()) : nullptr;
+    if (topic != nullptr) {
+      exitCode = WriteOut(std::string(topic->text) + "\n") ? kDone : kOutputFailed;
+      return std::nullopt;
+    }
     arguments.erase(arguments.begin());
     arguments.emplace_back("--help");
   } else if (first.empty() || (first.front() == '-' && first != "--help" && first != "-h")) {
     arguments.insert(arguments.begin(), "show");
   }
   const Verb program = MakeProgram();
-  const std::string& name = arguments.front();
-  if (!name.empty() && name.front() != '-' && !IsVerb(program, name)) {
-    Say("there is no verb '" + name + "'; verbs are " + VerbList(program));
-    exitCode = kUsage;
-    return std::nullopt;
-  }
   InsertVerbOfGroup(program, arguments);
   const Parsed parsed = Parse(program, std::move(arguments));
   if (!parsed.help.empty()) {

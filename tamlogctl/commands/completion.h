@@ -1,16 +1,15 @@
 #pragma once
 
-// Scripts that let a shell complete verbs, options and their words.
+// Scripts that let a shell complete verbs, options and their words: they ask the program
+// (commands/completer.h).
 
 #include <cstdint>
 #include <string>
-
-#include "tamlogctl/commands/verb.h"
 
 namespace TamLogCtl {
 
 enum class Shell : std::uint8_t { PowerShell, Bash, Zsh };
 
-std::string MakeCompletion(Shell shell, const Verb& program);
+std::string CompletionScript(Shell shell);
 
 }  // namespace TamLogCtl

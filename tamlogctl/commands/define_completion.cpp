@@ -33,7 +33,7 @@ Verb Completion() {
   const auto options = std::make_shared<ShellOptions>();
   Verb verb = MakeVerb(
       "completion", "Print a completion script for powershell, bash or zsh", kCompletionFooter, options,
-      +[](const ShellOptions& chosen) { return Print(MakeCompletion(chosen.shell, MakeProgram())); });
+      +[](const ShellOptions& chosen) { return Print(CompletionScript(chosen.shell)); });
   verb.Add(
       {Choice("SHELL", {"powershell", "bash", "zsh"}, options->shell, "powershell, bash or zsh").Required()});
   return verb;

@@ -35,7 +35,8 @@ Examples:
                                               for a server that is set to 50000 messages)";
 
 constexpr const char* kMergeFooter =
-    R"(A labelled source is written HOST/source, in json as a field "host".
+    R"(The label is written HOST/source; json, rfc5424 and export have a field of their own for it, and --fields and
+templates the field "host".
 
 Examples:
   tamlogctl merge a.dat b.dat                 one stream, in order of time

@@ -29,7 +29,8 @@ Verb SendVerb() {
           .MayBeEmpty(),
       Value("-s,--source", "SOURCE", Text(options->source), "The message's source (tamlogctl)").MayBeEmpty(),
       Value("-t,--type", "TYPE", Number(0, 3, options->type), "Its type, 0 to 3 (0)"),
-      Value("--time", "TIME", Text(options->time), "Its time, YYYY-MM-DD HH:MM:SS.mmm (now)"),
+      Value("--time", "TIME", Text(options->time),
+            "Its time, as printed, HH:MM, yesterday 10:00, -1h30m, RFC 3339 or @SECONDS (now)"),
       Words("--input", {"text", "tsv"}, options->input, "Lines of text, or of tsv: time, type, source, text"),
       Flag(
           "--truncate", [options] { options->longText = LongText::Truncate; },

@@ -14,12 +14,7 @@ constexpr const char* kShowFooter = R"(Examples:
   tamlogctl show -n +1 -g "timed? out"        the first message that matches
   tamlogctl show --count -t 3 -S today        how many of type 3 today
 
-Formats: short  2026-01-02 03:04:05.678 T2 Camera: text
-         full   the same with sequence number, origin, spare and tail
-         cat    the texts alone
-         json   one object a line     tsv  time, type, source, text     csv  with a header line
-         json-array, export (for journals), rfc5424 (syslog), raw (the slots), template='{time} {text}'
-An impossible date is shown as its raw words: !2026,13,40,0,0,0,0)";
+The formats are explained by: tamlogctl help formats)";
 
 constexpr const char* kFollowFooter =
     R"(Continues after a restart of the server and reports it. A message older than one already shown is marked

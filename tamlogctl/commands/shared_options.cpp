@@ -28,10 +28,11 @@ bool TakeCount(const std::string& text, std::optional<std::size_t>& count) {
 }  // namespace
 
 std::vector<Option> OptionsOfAll(CommonOptions& to) {
-  return {Choice("--color", {"auto", "always", "never"}, to.color,
-                 "When to colour: auto, always or never (NO_COLOR is respected)"),
-          Value("--timeout", "MS", Number(1, 600000, to.timeoutMs),
-                "How long to wait for the server, in milliseconds (5000)")};
+  return InGroup(kOptionsOfAll,
+                 {Choice("--color", {"auto", "always", "never"}, to.color,
+                         "When to colour (auto: on a terminal, unless NO_COLOR is set or TERM is dumb)"),
+                  Value("--timeout", "MS", Number(1, 600000, to.timeoutMs),
+                        "How long to wait for the server, in milliseconds (5000)")});
 }
 
 std::vector<Option> WritingOptions(OutputOptions& to) {
@@ -43,17 +44,19 @@ std::vector<Option> WritingOptions(OutputOptions& to) {
       Value("--tz", "written|local|utc|+HH:MM", Text(to.zone),
             "The zone in which times were written; its offset is then shown")};
   for (Option& option : NamingOptions(to)) options.push_back(std::move(option));
-  return options;
+  return InGroup(kWriting, std::move(options));
 }
 
 std::vector<Option> NamingOptions(OutputOptions& to) {
-  return {Value("--type-names", "0=NAME,...", Text(to.typeNames), "Names of the types, instead of T0 to T3"),
-          Value("--encoding", "NAME", Text(to.encoding),
-                "Encoding of the texts: utf-8, ascii, latin-1, windows-1252, ...")};
+  return InGroup(kWriting, {Value("--type-names", "0=NAME,...", Text(to.typeNames),
+                                  "Names of the types, instead of T0 to T3; the name of a severity "
+                                  "(1=warn,3=err) also colours them"),
+                            Value("--encoding", "ENCODING", Text(to.encoding),
+                                  "Encoding of the texts: utf-8, ascii, latin-1, windows-1252, ...")});
 }
 
 std::vector<Option> SelectingOptions(SelectionOptions& to) {
-  return {
+  std::vector<Option> options{
       Values("-s,--source", "NAME[:TYPES]", List(to.sources),
              "Only this source, of these types (NAME may contain *; repeatable)")
           .MayBeEmpty(),
@@ -85,6 +88,7 @@ std::vector<Option> SelectingOptions(SelectionOptions& to) {
           "--relative-to", {"now", "end"}, [&to](std::size_t index) { to.relativeToEnd = index == 1; },
           "Count times such as 10:00 and -15m from now, or from the end of the copied logs"),
   };
+  return InGroup(kSelecting, std::move(options));
 }
 
 Option LimitOption(MessageLimit& to, std::string purpose) {
@@ -109,7 +113,7 @@ Option CountOption(std::optional<std::size_t>& last, std::string purpose) {
 
 std::vector<Option> PositionOptions(ReadingOptions& to) {
   const auto both = [&to](std::uint64_t count) { to.before = to.after = count; };
-  return {
+  std::vector<Option> options{
       Value("-A,--after-context", "N", ContextOf(to.after), "Also N messages after each that matches"),
       Value("-B,--before-context", "N", ContextOf(to.before), "Also N messages before each that matches"),
       Value("-C,--context", "N", Number(0, kMostMessages, both),
@@ -121,6 +125,7 @@ std::vector<Option> PositionOptions(ReadingOptions& to) {
       Choice("--events", {"stderr", "json", "none"}, to.events,
              "How losses, restarts and clears are reported on stderr (stderr: in words)"),
   };
+  return InGroup(kPosition, std::move(options));
 }
 
 Option PagerOption(bool& to) {
@@ -153,10 +158,12 @@ std::vector<Option> FileOptions(std::vector<std::string>& to, const std::string&
 
 std::vector<Option> FollowingOptions(std::uint32_t& intervalMs, bool& ordered,
                                      std::optional<double>& forSeconds) {
-  return {Value("--interval", "MS", Number(10, 60000, intervalMs),
-                "When following: pause between two reads of the log, in milliseconds (100)"),
-          Flag("--ordered", ordered, "When following: hold messages back until they are in time order"),
-          Value("--for", "SECONDS", Seconds(forSeconds), "When following: end after this time")};
+  return InGroup(
+      kFollowing,
+      {Value("--interval", "MS", Number(10, 60000, intervalMs),
+             "When following: pause between two reads of the log, in milliseconds (100)"),
+       Flag("--ordered", ordered, "When following: hold messages back until they are in time order"),
+       Value("--for", "SECONDS", Seconds(forSeconds), "When following: end after this time")});
 }
 
 }  // namespace TamLogCtl

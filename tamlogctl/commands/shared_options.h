@@ -15,6 +15,13 @@ namespace TamLogCtl {
 
 inline constexpr std::uint64_t kMostMessages = 1000000;  // that a log can hold
 
+// The headings of the help under which shared options stand.
+inline constexpr const char* kOptionsOfAll = "Options of every verb";
+inline constexpr const char* kWriting = "Writing messages";
+inline constexpr const char* kSelecting = "Choosing messages";
+inline constexpr const char* kPosition = "Context and cursors";
+inline constexpr const char* kFollowing = "Following";
+
 struct CommonOptions;
 struct MessageLimit;
 struct OutputOptions;

@@ -123,6 +123,11 @@ Option Operands(std::string name, Take take, std::string purpose) {
   return option;
 }
 
+std::vector<Option> InGroup(const std::string& heading, std::vector<Option> options) {
+  for (Option& option : options) option.group = heading;
+  return options;
+}
+
 Take Text(std::string& to) {
   return [&to](const std::string& value) {
     to = value;

@@ -32,6 +32,7 @@ struct Option {
   bool mayBeEmpty = false;  // elsewhere an empty value is rejected
   std::string needs;        // the option without which this one has no meaning
   std::string excludes;     // the option that contradicts this one
+  std::string group;        // the heading under which the help lists it; empty: the verb's own options
 
   bool IsOperand() const { return names.empty(); }
 
@@ -90,6 +91,9 @@ Option Value(const std::string& names, std::string value, Take take, std::string
 Option Values(const std::string& names, std::string value, Take take, std::string purpose);  // repeatable
 Option Operand(std::string name, Take take, std::string purpose);
 Option Operands(std::string name, Take take, std::string purpose);  // any number of them
+
+// Puts shared options under a heading of the help.
+std::vector<Option> InGroup(const std::string& heading, std::vector<Option> options);
 
 // How a value is stored.
 Take Text(std::string& to);

@@ -1,6 +1,10 @@
 #include "tamlogctl/commands/verbs.h"
 
 #include <iterator>
+#include <utility>
+
+#include "tamlogctl/commands/shared_options.h"
+#include "tamlogctl/commands/topics.h"
 
 namespace TamLogCtl {
 
@@ -16,9 +20,7 @@ Examples:
   tamlogctl status                            is the server running, how full is the log
   tamlogctl show --file Logs.dat -o json      a copied log, on any system
 
-Exit codes: 0 done, 1 a negative answer (nothing matched, not stored, something found), 2 usage, 3 server or
-file not found, 4 access denied, 5 time-out, 6 refused by the server, 7 damaged data (output still printed),
-8 output failed, 130 interrupted. An empty log is not an error unless the command searched for something.)";
+Topics: tamlogctl help times, expressions, formats, exit-status, environment, files)";
 
 void Append(std::vector<Verb> more, std::vector<Verb>& to) {
   to.insert(to.end(), std::make_move_iterator(more.begin()), std::make_move_iterator(more.end()));
@@ -32,10 +34,22 @@ Verb Answered(const char* name, const char* purpose) {
   return verb;
 }
 
+// Only the completions and the help use it.
+Option WordsOfHelp(const Verb& program) {
+  std::vector<std::string> words;
+  for (const Verb& verb : program.verbs) words.push_back(verb.name);
+  for (const Topic& topic : Topics()) words.emplace_back(topic.name);
+  Option option = Words(
+      "VERB", words, [](std::size_t) {}, "A verb or a topic");
+  option.operand = "VERB|TOPIC";
+  return option;
+}
+
 void AddHelp(Verb& verb) {
   Option help = Flag("-h,--help", std::function<void()>(), "Print this help and exit");
   help.take = nullptr;  // the parser answers it
-  verb.options.insert(verb.options.begin(), std::move(help));
+  help.group = kOptionsOfAll;
+  verb.Add({std::move(help)});
   for (Verb& child : verb.verbs) AddHelp(child);
 }
 
@@ -54,7 +68,9 @@ Verb MakeProgram() {
   Append(ServerVerbs(), program.verbs);
   Append(FileVerbs(), program.verbs);
   Append(CompletionVerbs(), program.verbs);
-  program.verbs.push_back(Answered("help", "Show help, also for one verb: tamlogctl help send"));
+  Verb help = Answered("help", "Show help, also for one verb or topic: tamlogctl help send");
+  help.Add({WordsOfHelp(program)});
+  program.verbs.push_back(std::move(help));
   program.verbs.push_back(Answered("version", "Show the version"));
   AddHelp(program);
   return program;

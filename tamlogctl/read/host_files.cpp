@@ -4,8 +4,8 @@
 
 #include "client/message/time_text.h"
 #include "tamlogctl/base/console.h"
+#include "tamlogctl/base/time_arithmetic.h"
 #include "tamlogctl/base/wildcards.h"
-#include "tamlogctl/select/time_arithmetic.h"
 
 namespace TamLogCtl {
 

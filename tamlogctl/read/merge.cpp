@@ -9,12 +9,11 @@
 #include "client/message/utf8.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
-#include "tamlogctl/base/json.h"
+#include "tamlogctl/base/time_arithmetic.h"
 #include "tamlogctl/read/host_files.h"
 #include "tamlogctl/read/log_input.h"
 #include "tamlogctl/read/reading_options.h"
 #include "tamlogctl/select/log_end.h"
-#include "tamlogctl/select/time_arithmetic.h"
 
 namespace TamLogCtl {
 
@@ -22,10 +21,6 @@ namespace {
 
 using TamLogClient::LogMessageView;
 using TamLogClient::MessageFormatter;
-
-bool IsJson(const std::string& format) {
-  return format == "json" || format == "ndjson";
-}
 
 // Returns the message with LABEL/ before its source, cut to the size of the field.
 LogMessage WithLabel(const LogMessage& message, const std::string& label) {
@@ -40,14 +35,9 @@ LogMessage WithLabel(const LogMessage& message, const std::string& label) {
 }
 
 void AppendLabelled(MessageFormatter& formatter, const LogMessage& message, const std::string& label,
-                    std::uint32_t twin, bool json, std::string& out) {
-  if (label.empty() || !json) {
-    formatter.Append(label.empty() ? message : WithLabel(message, label), false, out, twin);
-    return;
-  }
-  const std::size_t begin = out.size();
-  formatter.Append(message, false, out, twin);
-  out.insert(out.find('{', begin) + 1, "\"host\":" + WriteJson(label) + ",");
+                    std::uint32_t twin, std::string& out) {
+  const bool before = !label.empty() && !formatter.CarriesHost();
+  formatter.Append(before ? WithLabel(message, label) : message, false, out, twin, label);
 }
 
 struct Entry {
@@ -103,8 +93,7 @@ bool Merge::Print(const std::vector<std::size_t>& chosen, MessageFormatter& form
   formatter.AppendHead(pending);
   for (const std::size_t index : chosen) {
     const Entry& entry = entries[index];
-    AppendLabelled(formatter, *entry.message, files[entry.file].host, twins.Of(entry.message),
-                   IsJson(options.output.format), pending);
+    AppendLabelled(formatter, *entry.message, files[entry.file].host, twins.Of(entry.message), pending);
     if (pending.size() < kWriteSize) continue;
     if (!WriteOut(pending)) return false;
     pending.clear();

@@ -4,7 +4,7 @@
 #include <chrono>
 
 #include "client/message/time_zone.h"
-#include "tamlogctl/select/time_arithmetic.h"
+#include "tamlogctl/base/time_arithmetic.h"
 
 namespace TamLogCtl {
 

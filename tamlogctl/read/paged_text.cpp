@@ -7,7 +7,7 @@ namespace TamLogCtl {
 PagedText::PagedText(bool withPager) : collects(withPager && StdoutIsTerminal()) {}
 
 bool PagedText::Write(const std::string& text) {
-  if (!collects) return WriteOut(text);
+  if (!collects) return WriteLines(text);
   pending += text;
   return true;
 }
@@ -16,7 +16,7 @@ bool PagedText::Finish() {
   if (pending.empty()) return true;
   Pager pager;
   pager.Begin();
-  const bool written = WriteOut(pending);
+  const bool written = WriteLines(pending);
   const bool paged = pager.Active();
   return pager.End() && (written || paged);
 }

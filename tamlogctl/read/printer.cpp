@@ -9,16 +9,6 @@
 
 namespace TamLogCtl {
 
-namespace {
-
-// Highlights appear wherever colours do.
-bool ColorsAreShown(Color color) {
-  return color == Color::Always ||
-         (color == Color::Auto && StdoutIsTerminal() && !EnvironmentHas("NO_COLOR"));
-}
-
-}  // namespace
-
 std::optional<Printer> Printer::Make(const ShowOptions& options, int& exitCode) {
   auto selection = MakeSelection(options.selection, options.output, exitCode);
   if (!selection) return std::nullopt;
@@ -29,8 +19,7 @@ std::optional<Printer> Printer::Make(const ShowOptions& options, int& exitCode) 
   for (const std::string& text : options.highlights) {
     auto pattern = MakePattern("--highlight", text, options.selection);
     if (!pattern) return std::nullopt;
-    if (IsTextFormat(options) && ColorsAreShown(options.color))
-      printer.highlights.push_back(std::move(*pattern));
+    if (IsTextFormat(options) && WantsColor(options.color)) printer.highlights.push_back(std::move(*pattern));
   }
   return printer;
 }

@@ -94,7 +94,8 @@ void AppendLogs(const RepairPlan& plan, std::string& text) {
 void AppendBreaks(const RepairPlan& plan, bool all, std::string& text) {
   if (plan.breaks.empty()) return;
   text += "  the file lost or gained bytes at " + Counted(plan.breaks.size(), "place") +
-          "; its slots were found again, and some messages may be older than the log\n";
+          "; its slots were found again" +
+          (plan.headerTrusted ? ", and some messages may be older than the log\n" : "\n");
   const std::size_t listed = all ? plan.breaks.size() : std::min(plan.breaks.size(), kListed);
   for (std::size_t i = 0; i < listed; ++i) {
     const TamLogClient::SlotBreak& gap = plan.breaks[i];
@@ -121,7 +122,7 @@ bool IsPoor(const RepairPlan& plan) {
 std::string ReportOf(const std::string& target, const RepairPlan& plan, std::uint64_t written,
                      std::uint32_t capacity, bool all) {
   const std::uint64_t carved = plan.oldestFirst.size() - plan.fromRing;
-  std::string text = target + ": " + Counted(written, "message");
+  std::string text = Shown(target) + ": " + Counted(written, "message");
   if (carved > 0) text += ", " + std::to_string(carved) + " of them carved";
   text += "\n";
   AppendLogs(plan, text);
@@ -165,7 +166,8 @@ int RepairFile(const RepairVerbOptions& options) {
   if (code != kDone) return code;
   const int exitCode = IsPoor(plan) ? kDamaged : file.exitCode;
   if (options.quiet) return exitCode;
-  return WriteOut(ReportOf(options.output, plan, messages, capacity, options.all)) ? exitCode : kOutputFailed;
+  return WriteLines(ReportOf(options.output, plan, messages, capacity, options.all)) ? exitCode
+                                                                                     : kOutputFailed;
 }
 
 }  // namespace TamLogCtl

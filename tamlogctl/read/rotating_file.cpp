@@ -11,7 +11,7 @@
 
 #include "client/file/file_path.h"
 #include "tamlogctl/base/console.h"
-#include "tamlogctl/select/time_arithmetic.h"
+#include "tamlogctl/base/time_arithmetic.h"
 
 namespace TamLogCtl {
 

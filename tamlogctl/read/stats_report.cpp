@@ -12,7 +12,7 @@
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/counted.h"
 #include "tamlogctl/base/json.h"
-#include "tamlogctl/select/time_arithmetic.h"
+#include "tamlogctl/base/time_arithmetic.h"
 
 namespace TamLogCtl {
 

@@ -87,7 +87,7 @@ std::string ListOf(const VerifyReport& report, bool all) {
 }
 
 std::string TextOf(const std::string& name, const VerifyReport& report, bool all) {
-  return name + ": " + Verdict(report) + "\n  " + std::to_string(report.header.messageCount) +
+  return Shown(name) + ": " + Verdict(report) + "\n  " + std::to_string(report.header.messageCount) +
          " messages, capacity " + std::to_string(report.header.maxMessages) + ", " +
          Counted(report.slotsThere, "slot") + " in " + Counted(report.size, "byte") + "\n" +
          ListOf(report, all);

@@ -7,7 +7,7 @@
 #include "client/log/log_tail.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/plain_file.h"
-#include "tamlogctl/select/time_bound.h"
+#include "tamlogctl/base/time_bound.h"
 
 namespace TamLogCtl {
 

@@ -3,7 +3,8 @@
 // Regular expressions whose search takes time linear in the text, whatever the pattern is. There is no
 // backtracking, so no pattern makes a search hang or overflow the stack.
 //
-//   .  [a-z]  [^a-z]  [[:digit:]]  \d \w \s \D \W \S  ^  $  \b \B \< \>  ( )  (?: )  |  *  +  ?  {2} {2,} {2,5}
+//   .  [a-z]  [^a-z]  [[:digit:]]  \d \w \s \D \W \S  ^  $  \b \B \< \>  ( )  (?: )  |
+//   *  +  ?  {2} {2,} {2,5}
 //   \n \r \t \f \v \xHH, and a backslash before other punctuation
 //
 // A text is searched as bytes: a character beyond ASCII matches its UTF-8 bytes, and a point matches one

@@ -9,7 +9,7 @@
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
 #include "tamlogctl/base/locale.h"
-#include "tamlogctl/select/time_bound.h"
+#include "tamlogctl/base/time_bound.h"
 
 namespace TamLogCtl {
 
@@ -19,10 +19,6 @@ using TamLogClient::TimeWords;
 namespace {
 
 constexpr const char* kTermHelp = "expected NAME or NAME:TYPES, for example Camera:0,2";
-constexpr const char* kTimeHelp =
-    "expected YYYY-MM-DD [HH:MM[:SS[.mmm]]], HH:MM, now, today, yesterday [HH:MM], -1h30m (ms, s, m, h, d, "
-    "w), "
-    "'1 hour ago', YYYY-MM-DDTHH:MM:SSZ, or @SECONDS since 1970";
 
 std::nullopt_t RefuseValue(const std::string& option, const std::string& value, const std::string& problem) {
   Say(option + " '" + value + "': " + problem);
@@ -121,7 +117,7 @@ bool AddTimes(const SelectionOptions& options, const OutputOptions& output, Mess
   if (options.relativeToEnd && options.end) clock = {*options.end, clock.localOffset};
   const auto parse = [&clock](const char* option, const std::string& text, std::optional<TimeWords>& time) {
     if (!text.empty()) time = ParseBound(text, clock);
-    if (!text.empty() && !time) RefuseValue(option, text, kTimeHelp);
+    if (!text.empty() && !time) RefuseValue(option, text, kExpectedTime);
     return text.empty() || time;
   };
   std::optional<TimeWords> since;

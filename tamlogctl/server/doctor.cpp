@@ -283,7 +283,7 @@ int Doctor(const DoctorOptions& options) {
   if (!options.json) {
     for (const std::string& deed : done) out += (options.unstick ? "unstick: " : "done: ") + deed + "\n";
   }
-  if (!WriteOut(out)) return kOutputFailed;
+  if (!WriteLines(out)) return kOutputFailed;
   return Interrupted() ? kInterrupted : ExitCodeFor(seen, findings);
 }
 

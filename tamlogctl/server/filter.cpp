@@ -192,7 +192,7 @@ int TestFilters(const FilterOptions& options) {
     kept = kept || verdict.kept;
     out += "type " + std::to_string(type) + "  " + VerdictText(filters, verdict, type) + "\n";
   }
-  if (!WriteOut(out)) return kOutputFailed;
+  if (!WriteLines(out)) return kOutputFailed;
   return kept ? kDone : kNegative;
 }
 

@@ -21,7 +21,7 @@ using TamLogClient::Handle;
 struct HandleEntry {
   void* object;
   ULONG_PTR processId;
-  ULONG_PTR handle;
+  HANDLE handle;
   ULONG access;
   USHORT trace;
   USHORT type;
@@ -98,9 +98,8 @@ class Examiner {
     if (query == nullptr || !MayBeOurs(entry.type)) return "";
     const HANDLE source = ProcessOf(entry.processId);
     HANDLE raw = nullptr;
-    if (source == nullptr ||
-        DuplicateHandle(source, reinterpret_cast<HANDLE>(entry.handle), GetCurrentProcess(), &raw, 0, FALSE,
-                        DUPLICATE_SAME_ACCESS) == FALSE)
+    if (source == nullptr || DuplicateHandle(source, entry.handle, GetCurrentProcess(), &raw, 0, FALSE,
+                                             DUPLICATE_SAME_ACCESS) == FALSE)
       return "";
     const Handle copy(raw);
     if (!kinds.contains(entry.type)) kinds[entry.type] = Text(copy.Get(), kObjectType);

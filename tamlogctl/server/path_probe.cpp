@@ -27,7 +27,7 @@ bool IsLink(DWORD attributes) {
 // Returns the first directory of the path, or the file itself, that is a link; empty when none is.
 std::string FirstLink(const std::string& path) {
   for (std::size_t end = path.find_first_of("\\/", 3);; end = path.find_first_of("\\/", end + 1)) {
-    const std::string part = path.substr(0, end);
+    std::string part = path.substr(0, end);
     if (IsLink(GetFileAttributesA(part.c_str()))) return part;
     if (end == std::string::npos) return "";
   }

@@ -13,7 +13,9 @@
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
+#include "tamlogctl/base/locale.h"
 #include "tamlogctl/base/progress.h"
+#include "tamlogctl/base/time_bound.h"
 #include "tamlogctl/base/wait.h"
 #include "tamlogctl/server/filter_text.h"
 #include "tamlogctl/server/live_delivery.h"
@@ -78,8 +80,8 @@ class Sender {
 
 int Sender::Run() {
   if (!options.time.empty()) {
-    time = TamLogClient::ParseTime(options.time);
-    if (!time) return Refuse(kUsage, "--time '" + options.time + "': expected YYYY-MM-DD HH:MM:SS.mmm");
+    time = ParseBound(options.time, ClockOfNow(OffsetAtUtc));
+    if (!time) return Refuse(kUsage, "--time '" + options.time + "': " + kExpectedTime);
   }
   if (options.hasArgument) return options.input.empty() ? SendText() : SendFile();
   if (StdinIsTerminal()) Say("reading messages from standard input, one on each line");
@@ -267,6 +269,7 @@ int Sender::LookFor(const LogMessageBody& message, bool& seen) {
     seen = status == Status::Ok && Find(message);
     if (seen || judged || Ticks() - start < kJudgeMs) return seen;
     judged = true;
+    reader.Close();  // the server's answers may take longer than it waits for its readers
     if (IsDropped(message)) exitCode = kNegative;
     return exitCode == kNegative;
   };

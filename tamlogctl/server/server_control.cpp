@@ -166,7 +166,7 @@ int ShowServerState(const ServerOptions& options) {
   } else if (report.processId != 0) {
     out = state + ", process " + std::to_string(report.processId) + "\n";
   }
-  if (!WriteOut(out)) return kOutputFailed;
+  if (!WriteLines(out)) return kOutputFailed;
   switch (report.state) {
     case ServiceState::Running:
       return report.processGone ? kNegative : kDone;

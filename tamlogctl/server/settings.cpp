@@ -160,9 +160,7 @@ int Resize(LogClient& client, const SettingsBody& present, const SettingsBody& w
 }
 
 int ShowPath(const std::string& path) {
-  std::string line;
-  TamLogClient::AppendVisible(AnsiToUtf8(path), line);
-  return WriteOut(line + "\n") ? kDone : kOutputFailed;
+  return WriteLines(Shown(AnsiToUtf8(path)) + "\n") ? kDone : kOutputFailed;
 }
 
 int ShowPathOf(LogClient& client) {
@@ -276,7 +274,7 @@ int GetSettings(const SettingsOptions& options) {
   const auto inEffect = CapacityInEffect();
   const std::string out =
       options.json ? SettingsAsJson(settings, inEffect) : SettingsAsText(settings, inEffect);
-  return WriteOut(out) ? kDone : kOutputFailed;
+  return WriteLines(out) ? kDone : kOutputFailed;
 }
 
 int SetSettings(const SettingsOptions& options) {

@@ -7,7 +7,6 @@
 #include "client/log/log_snapshot.h"
 #include "client/log/log_tail.h"
 #include "client/message/time_text.h"
-#include "client/message/utf8.h"
 #include "tamlogctl/base/columns.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
@@ -71,6 +70,7 @@ Status FindEnds(LogReader& reader, std::uint32_t timeoutMs, Findings& found) {
   }
   LogSnapshot snapshot;
   status = reader.Snapshot(snapshot, timeoutMs);
+  reader.Close();  // ordering takes a while, and a server that restarts needs its log
   const auto order =
       status == Status::Ok ? OrderMessages(snapshot).oldestFirst : std::vector<std::uint32_t>();
   if (order.empty()) return status;
@@ -105,18 +105,12 @@ int ExitCodeFor(const Findings& found) {
   return found.log == Status::Damaged || found.log == Status::ForeignEvents ? kDamaged : kTimedOut;
 }
 
-std::string Visible(const std::string& text) {
-  std::string out;
-  TamLogClient::AppendVisible(text, out);
-  return out;
-}
-
 std::string ListOf(const std::vector<FilterEntry>& filters, bool include) {
   std::string list;
   for (const FilterEntry& filter : filters) {
     if (filter.include != include) continue;
     list += list.empty() ? "" : ", ";
-    list += filter.text.empty() ? "\"\" (matches everything)" : Visible(filter.text);
+    list += filter.text.empty() ? "\"\" (matches everything)" : Shown(filter.text);
   }
   return list.empty() ? "none" : list;
 }
@@ -129,9 +123,9 @@ void AppendServer(const Findings& found, std::string& out) {
   out += LineOf("pipe", found.pipe == Status::Ok ? "answers" : StatusText(found.pipe));
   if (found.pipe != Status::Ok) return;
   const auto inEffect = found.log == Status::Ok ? std::optional(found.header.maxMessages) : std::nullopt;
-  out += LineOf("file", found.logFile.empty() ? "unknown" : Visible(AnsiToUtf8(found.logFile)));
-  out += LineOf("mapping", Visible(found.mapName) +
-                               (found.mapName == kFileMapName ? "" : ", which is not the server's"));
+  out += LineOf("file", found.logFile.empty() ? "unknown" : Shown(AnsiToUtf8(found.logFile)));
+  out += LineOf("mapping",
+                Shown(found.mapName) + (found.mapName == kFileMapName ? "" : ", which is not the server's"));
   out += LineOf("settings", CapacityText(found.settings.maxMessage, inEffect));
   out += LineOf("", "driver read every " + std::to_string(found.settings.devicePollRate) +
                         " ms, disk written every " + std::to_string(found.settings.saveRate) + " s");
@@ -229,7 +223,7 @@ int ShowStatus(const StatusOptions& options) {
   DeferInterrupts();
   AskServer(options, found);
   ReadLog(options, found);
-  if (!WriteOut(options.json ? AsJson(found) : AsText(found))) return kOutputFailed;
+  if (!WriteLines(options.json ? AsJson(found) : AsText(found))) return kOutputFailed;
   return Interrupted() ? kInterrupted : ExitCodeFor(found);
 }
 

@@ -188,6 +188,7 @@ TEST_F(Administration, ServiceIsInstalledStartedLookedAtStoppedAndRemoved) {
   Expect("server start", 0, "the server is running");
   AdoptService();
   Expect("server state", 0, "running, process ");
+  Expect("doctor --restore-rights", 0, "done: every user may start and stop the service");
   Expect("status", 0, "capacity 100 requested, 100 in effect");
   Expect("send --time !2026,13,40,25,0,0,0 -s Demo odd --confirm", 0, "stored as");
   Expect("status -o json", 0, "\"newest\": null");

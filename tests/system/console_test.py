@@ -1,11 +1,14 @@
-"""Tests of Ctrl-C typed on a real console: the programs run on a terminal, which Wine presents as a console, turning
-the key into the console's event. Needs a Wine prefix of its own, which ctest provides; see scripts/wine-run.sh."""
+"""Tests of keys typed on a real console: the programs run on a terminal, which Wine presents as a console, turning
+Ctrl-C into the console's event. Needs a Wine prefix of its own, which ctest provides; see scripts/wine-run.sh."""
 
 import os
 import pty
 import select
+import shutil
 import subprocess
 import sys
+import tempfile
+import termios
 import time
 import unittest
 
@@ -35,10 +38,12 @@ def contents(path):
 class OnConsole:
     """A program on a terminal of its own."""
 
-    def __init__(self, program, *arguments):
+    def __init__(self, program, *arguments, directory=None, environment=None):
         self.shown = b""
         self.process, self.terminal = pty.fork()
         if self.process == 0:
+            os.chdir(directory or ".")
+            os.environ.update(environment or {})
             os.execv(RUN, [RUN, os.path.join(BIN, program), *arguments])
 
     def read_until(self, found):
@@ -58,6 +63,12 @@ class OnConsole:
 
     def press_ctrl_c(self):
         os.write(self.terminal, b"\x03")
+
+    def type(self, line):
+        settings = termios.tcgetattr(self.terminal)
+        settings[0] &= ~termios.ICRNL  # the return key is a carriage return
+        termios.tcsetattr(self.terminal, termios.TCSANOW, settings)
+        os.write(self.terminal, line + b"\r")
 
     def exit_code(self):
         self.read_until(lambda shown: False)
@@ -119,6 +130,36 @@ class ConsoleTest(unittest.TestCase):
         self.assertEqual(export.exit_code(), 130, export.shown)
         self.assertIn(b"in 1 file", export.shown)
         os.remove(target)
+
+    def test_clear_asks_first_and_takes_only_yes(self):
+        self.assertEqual(run("tamlogctl.exe", "clear", "--yes").returncode, 0)
+        self.assertEqual(run("tamlogctl.exe", "send", "-s", "Camera", "--confirm", "one message").returncode, 0)
+        for answer in (b"n", b"", b"yesterday"):
+            clear = OnConsole("tamlogctl.exe", "clear")
+            question = b"Empty the log of its one message? [y/N]"
+            self.assertTrue(clear.read_until(lambda shown: question in shown), clear.shown)
+            clear.type(answer)
+            self.assertEqual(clear.exit_code(), 1, clear.shown)
+            self.assertIn(b"nothing was done", clear.shown)
+        self.assertIn("one message", run("tamlogctl.exe", "show").stdout)
+        clear = OnConsole("tamlogctl.exe", "clear")
+        self.assertTrue(clear.read_until(lambda shown: b"[y/N]" in shown), clear.shown)
+        clear.type(b"y")
+        self.assertTrue(clear.read_until(lambda shown: b"empty: do not save them" in shown), clear.shown)
+        clear.type(b"")
+        self.assertEqual(clear.exit_code(), 0, clear.shown)
+        self.assertEqual(run("tamlogctl.exe", "show").stdout, "")
+
+    def test_pager_is_never_a_program_of_the_current_directory(self):
+        self.assertEqual(run("tamlogctl.exe", "send", "-s", "Camera", "--confirm", "for the pager").returncode, 0)
+        with tempfile.TemporaryDirectory() as directory:
+            # A program that says what it was called with, under the name of the command interpreter.
+            shutil.copy(os.path.join(BIN, "tamlogctl.exe"), os.path.join(directory, "cmd.exe"))
+            show = OnConsole("tamlogctl.exe", "show", directory=directory,
+                             environment={"PAGER": "more"})
+            show.exit_code()
+        self.assertNotIn(b"there is no verb", show.shown)
+        self.assertIn(b"for the pager", show.shown)
 
 
 if __name__ == "__main__":

@@ -343,4 +343,26 @@ TEST_F(CVerifyTest, ProgramInCVerifiesAndRepairs) {
   EXPECT_EQ(damage, 0U);
 }
 
+TEST_F(CVerifyTest, FileThatIsNoLogHasACodeOfItsOwnAndNothingIsWritten) {
+  bytes.assign(5000, 'x');
+  EXPECT_EQ(CodeOf(Write(), output), TAMLOG_NOT_A_LOG);
+  EXPECT_FALSE(std::filesystem::exists(output));
+  tamlog_verify_result result;
+  TAMLOG_INIT(&result);
+  EXPECT_EQ(tamlog_verify_file(damaged.c_str(), nullptr, &result), TAMLOG_NOT_A_LOG);
+  tamlog_reader* reader = nullptr;
+  EXPECT_EQ(tamlog_reader_open_file(damaged.c_str(), &reader), TAMLOG_NOT_A_LOG);
+  EXPECT_EQ(reader, nullptr);
+}
+
+TEST_F(CVerifyTest, BytesThatAreMissingAreFoundByAllFunctions) {
+  bytes.erase(LogFileImage::OffsetOf(2) + 60, 45);
+  const auto report = tamlog::VerifyFile(Write());
+  EXPECT_EQ(report.Count(TAMLOG_RULE_SHIFTED_SLOTS), 1U);
+  EXPECT_STREQ(tamlog_rule_name(TAMLOG_RULE_SHIFTED_SLOTS), "shifted-slots");
+  EXPECT_EQ(tamlog::RepairFile(damaged, output).counts.saved, 5U);
+  EXPECT_EQ(TextsOf(output), "01345");
+  EXPECT_EQ(TextsOf(damaged), "01345");
+}
+
 }  // namespace

@@ -158,6 +158,58 @@ TEST_F(LogFileVerifyTest, FileCutInsideTheRingAndAfterIt) {
   EXPECT_EQ(report.findings[0].seen, "1 message after the end of the file");
 }
 
+TEST_F(LogFileVerifyTest, FileOfAnotherSizeIsDamagedThoughAServerKeepsItsMessages) {
+  Verify();
+  const std::string whole = bytes;
+  bytes = whole + "more";
+  auto report = VerifyBytes();
+  EXPECT_EQ(Names(report), "bytes-after-end ");
+  EXPECT_EQ(report.Damage(), 1U);
+  EXPECT_TRUE(report.Accepted());
+  bytes = whole.substr(0, LogFileSize(7));
+  report = VerifyBytes();
+  EXPECT_EQ(Names(report), "empty-slots-gone ");
+  EXPECT_EQ(report.Damage(), 1U);
+  EXPECT_TRUE(report.Accepted());
+}
+
+TEST_F(LogFileVerifyTest, BytesLostInTheMiddleAreOneFindingAndNotOneForEachSlotAfterThem) {
+  Verify();
+  bytes.erase(LogFileSize(2) + 100, 33);
+  const auto report = VerifyBytes();
+  EXPECT_EQ(Names(report), "shifted-slots ");
+  EXPECT_EQ(report.findings[0].offset, LogFileSize(2));
+  EXPECT_EQ(report.findings[0].seen, "33 bytes missing, slots go on at byte " + std::to_string(LogFileSize(3) - 33));
+}
+
+TEST_F(LogFileVerifyTest, AnotherLogInTheFileIsNamed) {
+  Verify();
+  bytes += bytes;
+  const auto report = VerifyBytes();
+  EXPECT_EQ(Names(report), "another-log ");
+  EXPECT_EQ(report.findings[0].offset, LogFileSize(8));
+  EXPECT_EQ(report.findings[0].seen, "a log of 6 messages, capacity 8");
+  EXPECT_TRUE(report.Accepted()) << "the server cuts it off";
+}
+
+// A sender chooses all bytes of its messages, those after the zero byte of a text included.
+TEST_F(LogFileVerifyTest, MessageThatContainsAnotherOneDoesNotMoveTheSlots) {
+  for (const std::size_t place : {40U, 100U, 300U}) {
+    for (std::size_t i = 0; i < 6; ++i) {
+      LogMessage& slot = snapshot.slots[i];
+      auto* const bytesOfSlot = reinterpret_cast<char*>(&slot);
+      slot.body.timestamp[0] = 0;
+      LogMessage forged{};
+      forged.body = MakeBody(5000, "forged");
+      std::memcpy(bytesOfSlot + place, &forged, std::min(sizeof(forged), sizeof(slot) - place));
+    }
+    const auto report = Verify();
+    EXPECT_EQ(report.Count(FileRule::ShiftedSlots), 0U) << place;
+    snapshot = log.Snapshot();
+    snapshot.header.serverRunning = 0;
+  }
+}
+
 TEST_F(LogFileVerifyTest, FileWithoutWholeHeader) {
   Verify();
   bytes.resize(239);
@@ -174,13 +226,13 @@ TEST_F(LogFileVerifyTest, OdditiesAreRemarksOnly) {
   snapshot.slots[0].body.timestamp[1] = 0;
   snapshot.slots[4] = snapshot.slots[3];
   snapshot.slots[5].sequence = 99;
-  bytes = ImageOf(snapshot) + "more";
+  bytes = ImageOf(snapshot);
   std::memset(&bytes[112], 'n', 64);
   const auto report = VerifyBytes();
   EXPECT_EQ(report.Damage(), 0U);
   EXPECT_EQ(
       Names(report),
-      "readers-inside not-closed lock-names bytes-after-end impossible-date duplicate sequence sequence ");
+      "readers-inside not-closed lock-names impossible-date duplicate sequence sequence ");
 }
 
 TEST_F(LogFileVerifyTest, ListIsBoundedAndTheCountIsNot) {

@@ -164,6 +164,19 @@ TEST_F(LostAndAddedBytes, InsertionAnywhereCostsOnlyTheMessageItSplits) {
   }
 }
 
+// A message that lost bytes may still look like one, with a text that is not its own.
+TEST_F(LostAndAddedBytes, MessageWhoseTextMovedIsNotSaved) {
+  const std::string bytes = MakeLog(10, 34);
+  for (std::uint64_t count = 1; count <= 40; ++count) {
+    for (const std::uint64_t at : {LogFileSize(4) + 60, LogFileSize(4) + 250}) {
+      Bodies untouched;
+      Bodies all;
+      Sort(bytes, {{at, count, ""}}, untouched, all);
+      EXPECT_EQ(Saved(Changed(bytes, {{at, count, ""}})), untouched) << count << " at " << at;
+    }
+  }
+}
+
 TEST_F(LostAndAddedBytes, SeveralBreaksInOneFileAreAllFound) {
   const std::string bytes = MakeLog(40, 90);
   Random random(5);

@@ -42,10 +42,17 @@ TEST(FieldLists, KeepTheirOrder) {
 }
 
 TEST(FieldLists, EveryFieldHasOneName) {
-  for (int i = 0; i <= static_cast<int>(Field::Late); ++i) {
+  for (int i = 0; i <= static_cast<int>(Field::TextHex); ++i) {
     const auto field = static_cast<Field>(i);
     EXPECT_EQ(TamLogClient::FieldFromName(TamLogClient::NameOf(field)), field);
   }
+}
+
+TEST(FieldLists, AllNamesEveryField) {
+  std::string problem;
+  const auto fields = TamLogClient::ParseFields("all", problem);
+  ASSERT_TRUE(fields) << problem;
+  EXPECT_EQ(fields->size(), static_cast<std::size_t>(Field::Cursor) + 1);
 }
 
 TEST(FieldLists, MistakesNameTheMend) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <set>
 #include <string>
 
 #include "client/format/tsv_text.h"
@@ -14,6 +15,7 @@ namespace {
 using TamLogClient::Format;
 using TamLogClient::FormatOptions;
 using TamLogClient::MessageFormatter;
+using TamLogClient::TypeNames;
 
 LogMessage MakeMessage(const std::string& text = "Exposure 12 ms", const std::string& source = "Camera") {
   LogMessage message{};
@@ -43,8 +45,55 @@ TEST(Formats, Short) {
 }
 
 TEST(Formats, ShortInColor) {
-  EXPECT_EQ(Formatted(MakeMessage(), {Format::Short, true, true}),
-            "\x1b[2m2026-01-01 03:04:05.678 T2\x1b[0m\x1b[36m Camera\x1b[0m: Exposure 12 ms\n");
+  EXPECT_EQ(
+      Formatted(MakeMessage(), {Format::Short, true, true}),
+      "\x1b[2m2026-01-01 03:04:05.678\x1b[0m \x1b[36mT2\x1b[0m \x1b[95mCamera\x1b[0m: Exposure 12 ms\n");
+}
+
+// Returns the line in colour after the time: type, source and text.
+std::string Colored(const LogMessage& message, const std::string& typeNames) {
+  std::string problem;
+  FormatOptions options{Format::Short, true, true};
+  if (!typeNames.empty()) options.typeNames = *TypeNames::Parse(typeNames, problem);
+  const std::string line = Formatted(message, options);
+  return line.substr(line.find("\x1b[0m ") + 5);
+}
+
+TEST(Formats, AColoredTypeIsShownByItsSeverity) {
+  const LogMessage message = MakeMessage();  // of type 2
+  const auto label = [&message](const std::string& name) {
+    return Colored(message, "2=" + name).substr(0, 11);
+  };
+  EXPECT_EQ(label("err").substr(0, 10), "\x1b[1;31merr");
+  EXPECT_EQ(label("Error").substr(0, 7), "\x1b[1;31m");
+  EXPECT_EQ(label("warning").substr(0, 7), "\x1b[1;33m");
+  EXPECT_EQ(label("crit").substr(0, 10), "\x1b[1;37;41m");
+  EXPECT_EQ(label("info").substr(0, 9), "\x1b[32minfo");
+  EXPECT_EQ(label("notice").substr(0, 4), "\x1b[1m");
+  EXPECT_NE(Colored(message, "2=err").find(": \x1b[31mExposure 12 ms\x1b[0m\n"), std::string::npos);
+  EXPECT_NE(Colored(message, "2=warn").find(": \x1b[33mExposure 12 ms\x1b[0m\n"), std::string::npos);
+  EXPECT_NE(Colored(message, "2=info").find(": Exposure 12 ms\n"), std::string::npos);
+  // A name that is no severity, and no name at all: a colour for each type, never that of an error.
+  std::set<std::string> colors;
+  for (std::uint32_t type = 0; type < 4; ++type) {
+    LogMessage typed = MakeMessage();
+    typed.body.type = type;
+    colors.insert(Colored(typed, "").substr(0, 5));
+    EXPECT_EQ(Colored(typed, "").find("31m"), std::string::npos);
+  }
+  EXPECT_EQ(colors.size(), 4U);
+}
+
+TEST(Formats, ASourceHasTheSameColorWhateverItsCase) {
+  const auto color = [](const char* source) {
+    const std::string line = Colored(MakeMessage("text", source), "");
+    return line.substr(line.find(" \x1b[") + 1, 5);
+  };
+  EXPECT_EQ(color("Camera"), color("CAMERA"));
+  std::set<std::string> colors;
+  for (const char* const source : {"Camera", "Laser", "Stage", "Shutter", "Pump", "Door", "Heater", "Vacuum"})
+    colors.insert(color(source));
+  EXPECT_GE(colors.size(), 4U);
 }
 
 TEST(Formats, Full) {
@@ -91,9 +140,7 @@ TEST(Formats, JsonShowsAnImpossibleTimeAsItsWords) {
 }
 
 TEST(Formats, Tsv) {
-  const LogMessage message = MakeMessage("a\tb");
-  EXPECT_EQ(Formatted(message, {Format::Tsv}),
-            "2026-01-01 03:04:05.678\t2\tCamera\ta\\tb\t" + CursorFor(message) + "\n");
+  EXPECT_EQ(Formatted(MakeMessage("a\tb"), {Format::Tsv}), "2026-01-01 03:04:05.678\t2\tCamera\ta\\tb\n");
 }
 
 TEST(Formats, CsvWithAHeadLineAndDoubledQuotes) {
@@ -119,7 +166,7 @@ TEST(Formats, EachDataFormatHasTheCursorOfTheMessage) {
     for (const bool chosen : {false, true}) {
       FormatOptions options{format};
       options.layout = *layout;
-      if (chosen) options.fields = *all;
+      if (chosen || format == Format::Tsv) options.fields = *all;
       std::string out;
       MessageFormatter formatter(options);
       EXPECT_TRUE(formatter.ShowsCursors());
@@ -129,6 +176,79 @@ TEST(Formats, EachDataFormatHasTheCursorOfTheMessage) {
   }
   for (const Format format : {Format::Short, Format::Full, Format::Cat, Format::Raw})
     EXPECT_FALSE(MessageFormatter({format}).ShowsCursors());
+}
+
+std::string FromEast(FormatOptions options, const std::string& host = "east") {
+  std::string out;
+  MessageFormatter(std::move(options)).Append(MakeMessage(), false, out, 1, host);
+  return out;
+}
+
+TEST(Host, StandsWhereTheFormatHasAPlaceForIt) {
+  using TamLogClient::Field;
+  EXPECT_TRUE(FromEast({Format::Json}).starts_with("{\"host\":\"east\",\"time\":"));
+  EXPECT_EQ(FromEast({.format = Format::Json, .fields = {Field::Text, Field::Host}}),
+            "{\"text\":\"Exposure 12 ms\",\"host\":\"east\"}\n");
+  EXPECT_EQ(FromEast({.format = Format::Csv, .fields = {Field::Host, Field::Source}}),
+            "\"east\",\"Camera\"\n");
+  EXPECT_EQ(FromEast({.format = Format::Tsv, .fields = {Field::Host, Field::Source}}), "east\tCamera\n");
+  EXPECT_TRUE(FromEast({Format::Rfc5424}).starts_with("<14>1 2026-01-01T03:04:05.678Z east Camera "));
+  EXPECT_NE(FromEast({Format::Export}).find("\n_HOSTNAME=east\nSYSLOG_IDENTIFIER=Camera\n"),
+            std::string::npos);
+}
+
+TEST(Host, ANameThatIsNoHostNameIsWrittenWholeInRfc5424) {
+  const std::string line = FromEast({Format::Rfc5424}, "our \"east\"");
+  EXPECT_NE(line.find("Z our_\"east\" Camera - "), std::string::npos) << line;
+  EXPECT_NE(line.find(R"( host="our \"east\"")"), std::string::npos) << line;
+  EXPECT_NE(FromEast({Format::Rfc5424}, "-").find(" - Camera - "), std::string::npos);
+  EXPECT_NE(FromEast({Format::Rfc5424}, "-").find(" host=\"-\""), std::string::npos);
+}
+
+TEST(Host, OnlyFormatsWithAPlaceForItCarryIt) {
+  using TamLogClient::Field;
+  for (const Format format : {Format::Json, Format::JsonArray, Format::Export, Format::Rfc5424})
+    EXPECT_TRUE(MessageFormatter({format}).CarriesHost());
+  for (const Format format :
+       {Format::Short, Format::Full, Format::Cat, Format::Csv, Format::Tsv, Format::Raw})
+    EXPECT_FALSE(MessageFormatter({format}).CarriesHost());
+  EXPECT_TRUE(MessageFormatter({.format = Format::Csv, .fields = {Field::Host}}).CarriesHost());
+  EXPECT_FALSE(MessageFormatter({.format = Format::Json, .fields = {Field::Text}}).CarriesHost());
+  std::string problem;
+  const auto layout = TamLogClient::TextTemplate::Parse("{host} {text}", problem);
+  ASSERT_TRUE(layout);
+  EXPECT_TRUE(MessageFormatter({.format = Format::Template, .layout = *layout}).CarriesHost());
+  EXPECT_EQ(FromEast({.format = Format::Template, .layout = *layout}), "east Exposure 12 ms\n");
+}
+
+// A reader of rfc5424 takes a hyphen for "no name".
+TEST(Formats, ASourceThatIsAHyphenKeepsItsNameInRfc5424) {
+  EXPECT_NE(Formatted(MakeMessage("text", "-"), {Format::Rfc5424}).find("\" source=\"-\""),
+            std::string::npos);
+  EXPECT_NE(Formatted(MakeMessage("text", ""), {Format::Rfc5424}).find("\" source=\"\""), std::string::npos);
+}
+
+TEST(Formats, BytesThatTheTextDoesNotHaveStandInAFieldOfTheirOwn) {
+  using TamLogClient::Field;
+  using TamLogClient::TextEncoding;
+  const auto latin = TextEncoding::FromName("latin-1");
+  ASSERT_TRUE(latin);
+  FormatOptions options{.format = Format::Csv, .fields = {Field::Text, Field::TextHex}};
+  options.encoding = *latin;
+  EXPECT_EQ(Formatted(MakeMessage("gr\xFC"
+                                  "n"),
+                      options),
+            "\"gr\xC3\xBCn\",\"6772fc6e\"\n");
+  EXPECT_EQ(Formatted(MakeMessage("green"), options), "\"green\",\"\"\n");
+  const LogMessage message = MakeMessage(
+      "gr\xFC"
+      "n");
+  options.format = Format::Json;
+  EXPECT_EQ(Formatted(message, options), "{\"text\":\"gr\xC3\xBCn\",\"text_hex\":\"6772fc6e\"}\n");
+  options.format = Format::Export;
+  EXPECT_NE(Formatted(message, options).find("TAMLOG_TEXT_HEX=6772fc6e\n"), std::string::npos);
+  options.format = Format::Rfc5424;
+  EXPECT_NE(Formatted(message, options).find("\" text_hex=\"6772fc6e\"] "), std::string::npos);
 }
 
 TEST(Formats, OnlyCsvHasAHeadLine) {

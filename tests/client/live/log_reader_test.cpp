@@ -126,6 +126,21 @@ TEST_F(LogReaderTest, ClosedReaderLetsTheMappingGo) {
   EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
 }
 
+// The server may be opening the file again by then, and a reader inside during its check costs the whole log.
+TEST_F(LogReaderTest, ReaderThatWaitedWhileTheServerStoppedLeavesWithoutReading) {
+  ASSERT_EQ(reader.Open(shared->MapName()), Status::Ok);
+  shared->CloseReadWait();
+  Status status = Status::Ok;
+  std::thread waiting([&] { status = reader.Snapshot(snapshot, 20000); });
+  Sleep(100);
+  shared->SetRunning(false);
+  shared->OpenReadWait();
+  waiting.join();
+  EXPECT_EQ(status, Status::NotRunning);
+  EXPECT_FALSE(reader.IsOpen());
+  for (const LogMessage& slot : snapshot.slots) EXPECT_EQ(slot.body.text[0], '\0');
+}
+
 TEST_F(LogReaderTest, WriterInsideMakesItTimeOutAndLeavesTheCountAlone) {
   ASSERT_EQ(reader.Open(shared->MapName()), Status::Ok);
   shared->CloseReadWait();

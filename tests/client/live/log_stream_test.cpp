@@ -4,11 +4,13 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <thread>
 
 #include "client/log/cursor.h"
 #include "client/message/win32.h"
@@ -48,7 +50,12 @@ class LogStreamTest : public testing::Test {
     for (const char letter : letters) log.Submit(MakeBody(now += 10, std::string(1, letter)));
     log.Flush();
   }
-  void Share() { ASSERT_TRUE(shared->Write(log.Snapshot())); }
+  void Share() { Share(log.Snapshot()); }
+  void Share(const TamLogClient::LogSnapshot& content) { ASSERT_TRUE(shared->Write(content)); }
+  // Returns whether a process holds the mapping.
+  static bool IsShared(const std::string& name) {
+    return static_cast<bool>(TamLogClient::Handle(OpenFileMappingA(FILE_MAP_READ, FALSE, name.c_str())));
+  }
 
   LogStreamOptions Options(bool ordered = false) {
     LogStreamOptions options;
@@ -144,14 +151,52 @@ TEST_F(LogStreamTest, LogOfAServerThatStopsIsClosedAlsoWithoutACallOfNext) {
   const std::string name = shared->MapName();
   shared->SetRunning(false);
   shared.reset();
-  const auto isThere = [&name] {
-    return static_cast<bool>(TamLogClient::Handle(OpenFileMappingA(FILE_MAP_READ, FALSE, name.c_str())));
-  };
-  for (const std::uint64_t end = GetTickCount64() + kSoon; isThere() && GetTickCount64() < end;) Sleep(10);
-  EXPECT_FALSE(isThere());
+  for (const std::uint64_t end = GetTickCount64() + kSoon; IsShared(name) && GetTickCount64() < end;) {
+    Sleep(10);
+  }
+  EXPECT_FALSE(IsShared(name));
   Add("d");
   shared = std::make_unique<ServedLog>(log.Snapshot());
   EXPECT_EQ(Read(stream, "d"), "SRd");
+}
+
+// A comparison of this many messages takes much longer than the guard's pause.
+TEST_F(LogStreamTest, LogIsClosedInTimeWhileALargeOneIsCompared) {
+  constexpr std::int32_t kMessages = 300000;
+  TamLogClient::LogSnapshot large;
+  large.header.maxMessages = large.header.messageCount = kMessages;
+  large.header.serverRunning = 1;
+  large.header.changeCount = large.header.rewriteCount = 1;
+  large.slots.resize(kMessages);
+  const auto fill = [&large](const std::string& letter) {
+    for (std::int32_t i = 0; i < kMessages; ++i) {
+      large.slots[static_cast<std::size_t>(i)].body = MakeBody(i / 4, letter + std::to_string(i));
+    }
+  };
+  fill("a");
+  shared = std::make_unique<ServedLog>(large);
+  LogStream stream(Options());
+  ASSERT_EQ(stream.Open(), Status::Ok);
+  fill("b");
+  large.header.changeCount = large.header.rewriteCount = 2;
+  Share(large);
+  const std::string name = shared->MapName();
+  std::atomic<bool> compared{false};
+  std::thread reading([&] {
+    EXPECT_EQ(stream.Wait(60000), LogChange::Rewrite);
+    compared = true;
+  });
+  while (shared->ReadCount() == 0) Sleep(0);
+  while (shared->ReadCount() != 0) Sleep(0);
+  shared->SetRunning(false);
+  shared.reset();
+  const std::uint64_t begin = GetTickCount64();
+  while (IsShared(name)) Sleep(1);
+  EXPECT_FALSE(compared) << "the log was closed after the comparison only";
+  const std::uint64_t closed = GetTickCount64() - begin;
+  reading.join();
+  RecordProperty("closedMs", static_cast<int>(closed));
+  shared = std::make_unique<ServedLog>(log.Snapshot());
 }
 
 TEST_F(LogStreamTest, WaitSaysWhatChanged) {

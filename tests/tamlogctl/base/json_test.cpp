@@ -45,6 +45,8 @@ TEST(Json, NumbersKeepEveryDigit) {
 
 TEST(Json, TextIsEscapedAndAlwaysUtf8) {
   EXPECT_EQ(WriteJson("a\"b\\\n\x01\xC3\xA9"), "\"a\\\"b\\\\\\n\\u0001\xC3\xA9\"");
+  EXPECT_EQ(WriteJson("\x7F\xC2\x9B|\xE2\x80\xAE"), R"("\u007f\u009b|\u202e")");
+  EXPECT_EQ(WriteJson(JsonObject{{"\xE2\x80\xAE", "\n"}}, 2), "{\n  \"\\u202e\": \"\\n\"\n}");
   EXPECT_EQ(WriteJson(std::string("a\xFFz")), "\"a\xEF\xBF\xBDz\"");
 }
 

@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "client/live/handle.h"
+#include "client/live/log_reader.h"
+#include "client/message/utf8.h"
 #include "client/message/win32.h"
 #include "tests/client/live/served_log.h"
 #include "tests/client/live/test_server.h"
@@ -210,8 +212,15 @@ TEST_F(TamlogctlTest, UsageErrorsAreTwoAndNameTheOptionAndTheFix) {
   expectUsage("show -F " + log, "-F: applies to -g and -v");
   expectUsage("show -f " + log, "a copied log does not grow");
   expectUsage("send -t 4 text", "-t");
-  expectUsage("send --time noon text", "--time 'noon': expected YYYY-MM-DD HH:MM:SS.mmm");
+  expectUsage("send --time noon text", "--time 'noon': expected YYYY-MM-DD [HH:MM");
   expectUsage("send --truncate --split text", "--split");
+}
+
+TEST_F(TamlogctlTest, SendTakesTimesAsTheOtherVerbsDo) {
+  for (const std::string time :
+       {"yesterday 10:00", "-1h30m", "@1767322800", "2026-01-02T03:04:05Z", "09:15"}) {
+    EXPECT_EQ(Run("send --time \"" + time + "\" text").exitCode, 3) << time;  // no server runs here
+  }
 }
 
 TEST_F(TamlogctlTest, WordThatBeginsWithASlashIsNoOption) {
@@ -272,6 +281,53 @@ TEST_F(TamlogctlTest, RefusedMessagesAreSix) {
   EXPECT_NE(imported.err.find("6 refused"), std::string::npos) << imported.err;
 }
 
+// A name in the settings, a filter and the name of the mapping come from other users of the machine.
+TEST_F(TamlogctlTest, NothingThatAServerReportsControlsTheTerminal) {
+  const std::string hostile = "x\x1b]0;owned\x07\xC2\x9B\xE2\x80\xAE\n\rend";
+  const ServedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
+  const TestServer server(
+      [&hostile](const PipeRequest& request, PipeReply& reply) {
+        const auto code = static_cast<RequestCode>(request.code);
+        reply.code = static_cast<std::uint32_t>(ReplyCode::Done);
+        if (code == RequestCode::GetSettings) {
+          reply.settings = {.maxMessage = 8, .devicePollRate = 50, .typeFilter = 0xF, .saveRate = 5};
+          reply.code = static_cast<std::uint32_t>(ReplyCode::Settings);
+        } else if (code == RequestCode::GetFilter && request.index < 2) {
+          hostile.copy(reply.filter.text, hostile.size());
+          reply.filter.kind = request.index;
+          reply.code = static_cast<std::uint32_t>(ReplyCode::Filter);
+        } else if (code == RequestCode::GetFilter) {
+          reply.code = static_cast<std::uint32_t>(ReplyCode::NoSuchFilter);
+        } else if (code == RequestCode::GetFileMapName || code == RequestCode::GetLogFile) {
+          hostile.copy(reply.path, hostile.size());
+          reply.code = static_cast<std::uint32_t>(code == RequestCode::GetFileMapName ? ReplyCode::FileMapName
+                                                                                      : ReplyCode::Path);
+        } else if (code == RequestCode::Ping) {
+          reply.code = static_cast<std::uint32_t>(ReplyCode::Alive);
+        }
+        return Answer::Reply;
+      },
+      kRequestPipeName);
+  TestSupport::WriteBytes(Path("bad.txt"), "include\ta" + hostile + "\nexclude\t" + hostile);
+  TestSupport::WriteBytes(Path("short.txt"), "include\t\x1b[\nexclude\t\xE2\x80\xAE\n");
+  for (const char* const arguments :
+       {"status", "status -o json", "settings path", "settings get", "filter list", "filter list -o tsv",
+        "filter list -o json", "filter test Camera", "filter test x", "filter set bad.txt",
+        "filter set short.txt", "filter remove 7", "doctor --watch 100", "doctor --watch 100 -o json",
+        "server state"}) {
+    const Outcome outcome = Run(arguments);
+    for (const std::string& shown : {outcome.out, outcome.err}) {
+      for (std::size_t i = 0; i < shown.size(); ++i) {
+        if (shown[i] == '\n' || shown[i] == '\t') continue;
+        EXPECT_EQ(TamLogClient::ControlLength(shown.substr(i)), 0U) << arguments << ": " << shown;
+      }
+      EXPECT_EQ(shown.find("\nend"), std::string::npos) << arguments << ": " << shown;
+    }
+  }
+  EXPECT_NE(Run("status").out.find("\\x1b]0;owned"), std::string::npos);
+  EXPECT_NE(Run("settings path").out.find("\\x1b]0;owned"), std::string::npos);
+}
+
 TEST_F(TamlogctlTest, ServerThatDoesNotAnswerInTimeIsFive) {
   const TestServer server([](const PipeRequest&, PipeReply&) { return Answer::Silence; }, kRequestPipeName);
   for (const std::string& command :
@@ -301,6 +357,10 @@ TEST_F(TamlogctlTest, EventsOfSomebodyElsesChoiceAreNotTouched) {
       }
     }
     EXPECT_EQ(Run("show").exitCode, 7);
+    TamLogClient::LogReader reader;
+    EXPECT_EQ(reader.Open(), TamLogClient::Status::ForeignEvents);
+    EXPECT_EQ(reader.Open(kFileMapName, TamLogClient::EventNames::Any), TamLogClient::Status::Ok);
+    reader.Close();
     const Outcome diagnosis = Run("doctor --timeout 500");
     EXPECT_NE(diagnosis.out.find("the log names the event '" + std::string(victimName)), std::string::npos)
         << diagnosis.out;

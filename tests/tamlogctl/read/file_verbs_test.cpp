@@ -10,6 +10,8 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstddef>
+#include <cstring>
 #include <filesystem>
 #include <string>
 #include <thread>
@@ -118,22 +120,25 @@ TEST_F(FileVerbs, Verify) {
 }
 
 TEST_F(FileVerbs, Repair) {
-  Expect("repair bad.dat --output new.dat", 0, "");
+  Expect("repair bad.dat new.dat", 0, "");
   EXPECT_EQ(Run("verify -q --strict new.dat").exitCode, 0);
-  Expect("repair bad.dat --output new.dat", 2, "new.dat: already exists; give another name, or --force");
-  Expect("repair bad.dat --output ./bad.dat --force", 2, "--output './bad.dat': is the damaged file itself");
-  Expect("repair bad.dat --output /dev/full --force", 3, "/dev/full: is not an ordinary file");
+  Expect("repair bad.dat --output old.dat", 0, "");
+  EXPECT_EQ(Contents("old.dat"), Contents("new.dat"));
+  Expect("repair bad.dat new.dat --output old.dat", 2, "NEW: cannot be used with --output");
+  Expect("repair bad.dat new.dat", 2, "new.dat: already exists; give another name, or --force");
+  Expect("repair bad.dat ./bad.dat --force", 2, "NEW './bad.dat': is the damaged file itself");
+  Expect("repair bad.dat /dev/full --force", 3, "/dev/full: is not an ordinary file");
   EXPECT_TRUE(std::filesystem::is_character_file("/dev/full"));
-  Expect("repair missing.dat --output other.dat", 3, "missing.dat: no such file");
-  Expect("repair secret.dat --output other.dat", 4, "secret.dat: access denied");
-  Expect("repair bad.dat --output locked/other.dat", 4, "locked/other.dat: cannot be written: access denied");
-  Expect("repair bad.dat --output nowhere/other.dat", 8, "nowhere/other.dat: cannot be written");
-  const Outcome full = RunOnFullDisk("repair bad.dat --output other.dat");
+  Expect("repair missing.dat other.dat", 3, "missing.dat: no such file");
+  Expect("repair secret.dat other.dat", 4, "secret.dat: access denied");
+  Expect("repair bad.dat locked/other.dat", 4, "locked/other.dat: cannot be written: access denied");
+  Expect("repair bad.dat nowhere/other.dat", 8, "nowhere/other.dat: cannot be written");
+  const Outcome full = RunOnFullDisk("repair bad.dat other.dat");
   EXPECT_EQ(full.exitCode, 8);
   EXPECT_NE(full.err.find("other.dat: cannot be written: File too large"), std::string::npos) << full.err;
   EXPECT_FALSE(IsThere("other.dat"));
   EXPECT_EQ(TemporaryOf("other.dat"), "");
-  EXPECT_EQ(Run("repair bad.dat --output other.dat", "", "/dev/full").exitCode, 8);
+  EXPECT_EQ(Run("repair bad.dat other.dat", "", "/dev/full").exitCode, 8);
 }
 
 TEST_F(FileVerbs, Merge) {
@@ -175,16 +180,26 @@ TEST_F(FileVerbs, DamageIsReportedAlikeByEveryVerb) {
   const std::string good = Contents("good.dat");
   Put("grown.dat", good + "more");
   Put("cut.dat", good.substr(0, kSlotsOffset + 3 * sizeof(LogMessage) + 100));
-  Put("empty.dat", "");
-  Put("text.dat", std::string(1000, 'x'));
+  std::string bytes = good;
+  Put("shifted.dat", bytes.erase(kSlotsOffset + sizeof(LogMessage) + 50, 20));
+  Put("two.dat", good + good);
+  bytes = good;
+  for (std::size_t i = kSlotsOffset; i < kSlotsOffset + sizeof(LogMessage); ++i)
+    std::swap(bytes[i + 2 * sizeof(LogMessage)], bytes[i + 3 * sizeof(LogMessage)]);
+  Put("swapped.dat", bytes);
+  bytes = good;
+  bytes[11] = '\x80';
+  Put("header.dat", bytes);
   const struct {
     const char* file;
     const char* said;
   } cases[] = {{"bad.dat", "bad.dat: 1 message breaks a rule of the format; see: tamlogctl verify"},
                {"grown.dat", "grown.dat: the file's size of 4724 bytes does not fit its capacity of 8"},
                {"cut.dat", "cut.dat: the file is too short: it has 3 of 8 slots"},
-               {"empty.dat", "empty.dat: the file ends within its header"},
-               {"text.dat", "text.dat: the header is not valid"}};
+               {"shifted.dat", "shifted.dat: bytes are missing or were added at byte 800"},
+               {"two.dat", "two.dat: another log begins at byte 4720"},
+               {"swapped.dat", "swapped.dat: 1 message is older than the message before"},
+               {"header.dat", "header.dat: the header is not valid"}};
   for (const auto& each : cases) {
     const std::string file = each.file;
     for (const std::string& arguments :
@@ -197,8 +212,110 @@ TEST_F(FileVerbs, DamageIsReportedAlikeByEveryVerb) {
       EXPECT_EQ(quiet.exitCode, 7) << arguments;
       EXPECT_EQ(quiet.err.find(each.said), std::string::npos) << arguments;
     }
+    EXPECT_EQ(Run("verify " + file).exitCode, 1) << file;
   }
   EXPECT_NE(Run("merge good.dat cut.dat").out.find("message 5"), std::string::npos);
+}
+
+TEST_F(FileVerbs, WhatIsNoLogIsNamedByEveryVerbAndNothingIsWritten) {
+  Put("text.dat", std::string(5000, 'x'));
+  Put("packed.dat", "\x1f\x8b\x08" + std::string(5000, '\x99'));
+  Put("zeros.dat", std::string(5000, '\0'));
+  Put("empty.dat", "");
+  const struct {
+    const char* file;
+    const char* said;
+  } cases[] = {{"text.dat", "text.dat is no log (it begins like text)"},
+               {"packed.dat", "packed.dat is no log (it begins like gzip)"},
+               {"zeros.dat", "zeros.dat is no log (it begins with zeros)"},
+               {"empty.dat", "empty.dat is no log (it is empty)"}};
+  for (const auto& each : cases) {
+    const std::string file = each.file;
+    for (const std::string& arguments :
+         {"show --file " + file, "show -r --file " + file, "show --count --file " + file,
+          "show -n 2 --file " + file, "stats --file " + file, "merge " + file,
+          "export new.txt --file " + file, "export new.txt --log --file " + file, "verify " + file,
+          "verify --strict -o json " + file, "repair " + file + " new.txt",
+          "repair --carve " + file + " new.txt"}) {
+      Expect(arguments, 9, each.said);
+      EXPECT_EQ(Contents("out"), "") << arguments;
+      EXPECT_FALSE(IsThere("new.txt")) << arguments;
+    }
+  }
+  Expect("import --input log text.dat", 9, "is no log (it begins like text)");
+  Expect("merge good.dat text.dat", 9, "text.dat is no log");
+  EXPECT_NE(Contents("out").find("message 5"), std::string::npos) << "the other file is printed all the same";
+  Expect("verify good.dat text.dat", 9, "text.dat is no log");
+}
+
+TEST_F(FileVerbs, RepairFindsTheSlotsAgainAndSaysSo) {
+  const std::string good = Contents("good.dat");
+  std::string bytes = good;
+  Put("cut.dat", bytes.erase(kSlotsOffset + sizeof(LogMessage) + 50, 20));
+  const Outcome outcome = Run("repair cut.dat new.dat");
+  EXPECT_EQ(outcome.exitCode, 0);
+  const std::string report = Contents("out");
+  EXPECT_NE(report.find("new.dat: 5 messages\n  the file lost or gained bytes at 1 place"), std::string::npos)
+      << report;
+  EXPECT_NE(report.find("slot 1 at byte 800: 20 bytes missing; slots go on at byte 1340"), std::string::npos)
+      << report;
+  EXPECT_NE(report.find("lost: at most 1 message"), std::string::npos) << report;
+  EXPECT_EQ(Run("verify -q --strict new.dat").exitCode, 0);
+  EXPECT_EQ(Run("show -o cat --file new.dat").out, "message 0\nmessage 2\nmessage 3\nmessage 4\nmessage 5\n");
+  EXPECT_EQ(Run("show -o cat -q --file cut.dat").out, Run("show -o cat --file new.dat").out)
+      << "show finds the same messages";
+  EXPECT_NE(Run("verify cut.dat").out.find("DAMAGE  shifted-slots  at byte 800: 20 bytes missing"),
+            std::string::npos);
+  Put("two.dat", good + good);
+  EXPECT_EQ(Run("repair two.dat both.dat").exitCode, 0);
+  EXPECT_NE(Contents("out").find("2 logs were found one behind the other"), std::string::npos)
+      << Contents("out");
+  EXPECT_EQ(Run("show --count --file both.dat").out, "12\n");
+}
+
+TEST_F(FileVerbs, RepairThatSavesMostlyDoubtfulBytesIsNoSuccess) {
+  std::string bytes = Contents("good.dat");
+  for (std::size_t slot = 0; slot < 4; ++slot) {  // bytes that a server accepts and that have no date
+    std::string junk(sizeof(LogMessage), '\0');
+    junk[100] = static_cast<char>('a' + slot);
+    bytes.replace(kSlotsOffset + slot * sizeof(LogMessage), sizeof(LogMessage), junk);
+  }
+  Put("junk.dat", bytes);
+  Expect("repair junk.dat new.dat", 7, "");
+  EXPECT_NE(Contents("out").find("in doubt: 4 messages without a date"), std::string::npos)
+      << Contents("out");
+  Expect("repair -q junk.dat new.dat --force", 7, "");
+  bytes.replace(kSlotsOffset, bytes.size() - kSlotsOffset, bytes.size() - kSlotsOffset, '\0');
+  Put("junk.dat", bytes);
+  Expect("repair junk.dat new.dat --force", 7, "");
+}
+
+TEST_F(FileVerbs, VerifyNamesDamageFirstAndCountsRemarks) {
+  RingModel log(100);
+  for (int i = 0; i < 60; ++i) log.Submit(MakeBody(1000, "the same", "Even"));
+  log.Submit(MakeBody(2000, "last", "Even"));
+  log.Flush();
+  std::string bytes = log.FileBytes();
+  const std::uint32_t wrong = 9;
+  std::memcpy(bytes.data() + LogFileSize(60) + offsetof(LogMessage, body) + offsetof(LogMessageBody, type),
+              &wrong, sizeof(wrong));
+  Put("same.dat", bytes);
+  EXPECT_EQ(Run("verify same.dat").exitCode, 1);
+  const std::string text = Contents("out");
+  const std::size_t damage = text.find("  DAMAGE  known-type");
+  const std::size_t remark = text.find("  remark  duplicate");
+  ASSERT_NE(damage, std::string::npos) << text;
+  ASSERT_NE(remark, std::string::npos) << text;
+  EXPECT_LT(damage, remark);
+  EXPECT_EQ(text.find("  remark  duplicate", remark + 1), std::string::npos) << text;
+  EXPECT_NE(text.find(", and 58 more"), std::string::npos) << text;
+  EXPECT_NE(text.find("list every remark with --all"), std::string::npos) << text;
+  const std::string all = Run("verify --all same.dat").out;
+  std::size_t lines = 0;
+  for (std::size_t at = all.find("remark  duplicate"); at != std::string::npos;
+       at = all.find("remark  duplicate", at + 1))
+    ++lines;
+  EXPECT_EQ(lines, 59U) << all;
 }
 
 // The files of options are no exception: a file that cannot be read has the code of its cause, and an invalid
@@ -266,8 +383,8 @@ TEST_F(FileVerbs, StatsCountTheLastAndNameThem) {
 
 TEST_F(FileVerbs, DirectoriesAreCalledDirectories) {
   for (const char* const arguments :
-       {"show --file locked", "stats --file locked", "merge locked", "verify locked",
-        "repair locked --output new.dat", "export new.txt --file locked", "import locked"}) {
+       {"show --file locked", "stats --file locked", "merge locked", "verify locked", "repair locked new.dat",
+        "export new.txt --file locked", "import locked"}) {
     Expect(arguments, 3, "locked: is a directory; name a file in it");
   }
   Expect("export locked --file good.dat --force", 3, "locked: is not an ordinary file");
@@ -284,7 +401,7 @@ TEST_F(FileVerbs, PipesAreReadToTheirEnd) {
   }
   EXPECT_EQ(Shell("cat good.dat | $T show --count --file /dev/stdin").out, "6\n");
   EXPECT_EQ(Shell("cat good.dat | $T verify /dev/stdin").exitCode, 0);
-  EXPECT_EQ(Shell("cat good.dat | $T repair /dev/stdin --output piped.dat").exitCode, 0);
+  EXPECT_EQ(Shell("cat good.dat | $T repair /dev/stdin piped.dat").exitCode, 0);
   EXPECT_EQ(Run("show --file piped.dat").out, shown);
   EXPECT_EQ(Shell("head -c 1000 good.dat | $T show --count --file /dev/stdin").exitCode, 7);
 }
@@ -311,8 +428,7 @@ TEST_F(FileVerbs, InterruptedWritersLeaveNothingBehind) {
   EXPECT_EQ(
       InterruptAt("big.dat", {"export", "big.dat", "--log", "--capacity", "1000000", "--file", "good.dat"}),
       130);
-  EXPECT_EQ(InterruptAt("big.dat", {"repair", "good.dat", "--output", "big.dat", "--capacity", "1000000"}),
-            130);
+  EXPECT_EQ(InterruptAt("big.dat", {"repair", "good.dat", "big.dat", "--capacity", "1000000"}), 130);
   EXPECT_FALSE(IsThere("big.dat"));
   EXPECT_EQ(TemporaryOf("big.dat"), "");
 }
@@ -339,10 +455,9 @@ TEST_F(FileVerbs, UsageErrorsNameTheOptionAndTheFix) {
   } cases[] = {
       {"verify", "FILE: name a file to check, or --live"},
       {"verify good.dat -o xml", "--output: 'xml': expected text|json"},
-      {"repair good.dat", "--output is required"},
+      {"repair good.dat", "NEW: name the file to write"},
       {"repair --output new.dat", "FILE is required"},
-      {"repair good.dat --output new.dat --capacity 0",
-       "--capacity: '0': expected a number from 1 to 1000000"},
+      {"repair good.dat new --capacity 0", "--capacity: '0': expected a number from 1 to 2147483647"},
       {"export", "TARGET is required"},
       {"export new --file good.dat -o xml", "-o 'xml': expected one of short,"},
       {"export new --file missing.dat -o xml", "-o 'xml'"},

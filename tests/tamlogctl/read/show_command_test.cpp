@@ -1,9 +1,6 @@
 // Runs the program itself on copied logs, and checks its exit code and output.
 
 #include <gtest/gtest.h>
-#include <pty.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -21,6 +18,7 @@
 #include "tests/support/program.h"
 #include "tests/support/ring_model.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/terminal.h"
 
 namespace {
 
@@ -75,22 +73,7 @@ class ShowCommand : public testing::Test {
 
   // Runs the program on a terminal of its own; all that appears there.
   std::string RunOnTerminal(const std::string& arguments, const std::string& environment) const {
-    int terminal = -1;
-    const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
-    if (child == 0) {
-      const std::string command =
-          "cd '" + folder.Path() + "' && " + environment + " '" TAMLOGCTL "' " + arguments;
-      execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
-      _exit(127);
-    }
-    std::string shown;
-    char buffer[4096];
-    for (ssize_t got = 0; (got = read(terminal, buffer, sizeof(buffer))) > 0;) {
-      shown.append(buffer, static_cast<std::size_t>(got));
-    }
-    close(terminal);
-    waitpid(child, nullptr, 0);
-    return shown;
+    return TestSupport::Terminal(folder.Path(), environment + " '" TAMLOGCTL "' " + arguments).ReadAll();
   }
 
   TestSupport::TempDir folder;

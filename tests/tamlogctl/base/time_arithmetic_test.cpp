@@ -1,4 +1,4 @@
-#include "tamlogctl/select/time_arithmetic.h"
+#include "tamlogctl/base/time_arithmetic.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-// Parses the times of --since and --until: as printed, by the calendar, with a zone, or relative to now.
+// Parses the times that users type: as printed, by the calendar, with a zone, or relative to now.
 //
 // Messages carry no zone; usually they were written in the local time of the server's machine. A time with Z
 // or an offset, and a count of seconds since 1970, is therefore converted to the local time of the machine
@@ -29,6 +29,12 @@ struct BoundClock {
   // lower bound leaves out no message of that duration.
   bool earliest = false;
 };
+
+// What ParseBound accepts, for the report on a value that it rejects.
+inline constexpr const char* kExpectedTime =
+    "expected YYYY-MM-DD [HH:MM[:SS[.mmm]]], HH:MM, now, today, yesterday [HH:MM], -1h30m (ms, s, m, h, d, "
+    "w), "
+    "'1 hour ago', YYYY-MM-DDTHH:MM:SSZ, or @SECONDS since 1970";
 
 // Returns the clock of this moment for a local time that `localOffset` defines.
 BoundClock ClockOfNow(std::function<int(const TamLogClient::TimeWords& utc)> localOffset);

@@ -1,4 +1,4 @@
-#include "tamlogctl/select/time_bound.h"
+#include "tamlogctl/base/time_bound.h"
 
 #include <algorithm>
 #include <array>
@@ -9,8 +9,7 @@
 #include <utility>
 
 #include "client/message/time_zone.h"
-#include "tamlogctl/select/text_pattern.h"
-#include "tamlogctl/select/time_arithmetic.h"
+#include "tamlogctl/base/time_arithmetic.h"
 
 namespace TamLogCtl {
 
@@ -18,6 +17,10 @@ using std::chrono::minutes;
 using TamLogClient::TimeWords;
 
 namespace {
+
+char Lower(char letter) {
+  return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
+}
 
 bool IsDigit(char letter) {
   return letter >= '0' && letter <= '9';
@@ -169,7 +172,7 @@ BoundClock ClockOfNow(std::function<int(const TimeWords& utc)> localOffset) {
 
 std::optional<TimeWords> ParseBound(std::string_view text, const BoundClock& clock) {
   std::string cut = WithMilliseconds(text);
-  std::transform(cut.begin(), cut.end(), cut.begin(), ToLowerAscii);
+  std::transform(cut.begin(), cut.end(), cut.begin(), Lower);
   if (cut == "now") return clock.now;
   if (auto words = ParseDay(cut, clock)) return words;
   if (cut.starts_with('@')) return ParseSeconds(cut, clock);
