@@ -72,8 +72,8 @@ void ReadSlots(FileBytes& file, const LogFileImage& image, LogSnapshot& snapshot
   snapshot.slots.resize(read / kSlotSize);
 }
 
-// Reads the ring alone, into the first slots. A file whose capacity nobody can set may have gigabytes of unused
-// ones.
+// Reads the ring alone, into the first slots. A file whose capacity nobody can set may have gigabytes of
+// unused ones.
 void ReadRing(const LogFileImage& image, LogSnapshot& snapshot) {
   for (const std::uint32_t slot : image.RingSlots()) snapshot.slots.push_back(image.Slot(slot));
   snapshot.header = image.Header();

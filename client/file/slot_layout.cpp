@@ -37,11 +37,12 @@ bool HasName(const LogMessage& message) {
 }
 
 bool IsZero(std::string_view bytes) {
-  return !bytes.empty() && bytes[0] == 0 && std::memcmp(bytes.data(), bytes.data() + 1, bytes.size() - 1) == 0;
+  return !bytes.empty() && bytes[0] == 0 &&
+         std::memcmp(bytes.data(), bytes.data() + 1, bytes.size() - 1) == 0;
 }
 
-// Returns whether the numbers that the server assigned show that `next` is the slot after `here`. Senders have
-// no influence on them.
+// Returns whether the numbers that the server assigned show that `next` is the slot after `here`. Senders
+// have no influence on them.
 bool Continues(const Seen& here, const Seen& next) {
   return here.complete && next.passes && !next.isBlank && next.sequence == here.sequence + 1;
 }
@@ -176,8 +177,8 @@ std::optional<std::uint64_t> Walker::MessageWithinSlot(const Seen& here) const {
 }
 
 // Returns whether the slots go on from `at` rather than from `other`, where a message begins as well: as many
-// slots follow, as far as a look ahead shows. A sender can put a message into the text of another one, but not
-// the number that the server gave to the slot.
+// slots follow, as far as a look ahead shows. A sender can put a message into the text of another one, but
+// not the number that the server gave to the slot.
 bool Walker::GridGoesOn(const Seen& here, const Seen& next, std::uint64_t other) const {
   const bool oneOnly = !Look(other + kSlotSize).isMessage;
   if (oneOnly && Continues(last, here) && image.SizeFits()) return true;
@@ -284,9 +285,9 @@ std::uint64_t Walker::LostBetween(const SlotBreak& gap, bool begins) const {
   return length / kSlotSize + (missing ? 1 : 0);
 }
 
-// Returns whether the message at `at` lost no bytes, though the next one begins too early: then the bytes that
-// are missing lay between the two, in the padding, or in the next one's number and origin. A text that moved
-// shows itself at the end of the source's field, which zeros fill.
+// Returns whether the message at `at` lost no bytes, though the next one begins too early: then the bytes
+// that are missing lay between the two, in the padding, or in the next one's number and origin. A text that
+// moved shows itself at the end of the source's field, which zeros fill.
 bool Walker::IsWholeBefore(const Seen& here, std::uint64_t next) const {
   constexpr std::uint64_t kBetween = offsetof(LogMessage, body) + offsetof(LogMessageBody, timestamp);
   const std::uint64_t missing = at + kSlotSize - next;
@@ -317,8 +318,8 @@ void Walker::Break(const Seen& here, std::uint64_t next) {
   BeginStretch(next);
 }
 
-// Returns where the unused slots at `at` end at the latest: before the next slot of the ring, or at the end of
-// the log; `at` when the slot belongs to the ring.
+// Returns where the unused slots at `at` end at the latest: before the next slot of the ring, or at the end
+// of the log; `at` when the slot belongs to the ring.
 std::uint64_t Walker::EndOfUnused() const {
   const LogPart& part = parts.back();
   if (part.afterEnd || !part.headerTrusted || !part.breaks.empty()) return image.Size();

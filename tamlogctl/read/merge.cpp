@@ -141,7 +141,12 @@ int Merge::Run() {
   std::stable_sort(entries.begin(), entries.end(),
                    [](const Entry& left, const Entry& right) { return left.key < right.key; });
   const int exitCode = Output(*selection, *formatter);
-  if (exitCode == kNegative && !options.quiet) SuggestEnd(wanted, options.output, End());
+  if (exitCode == kNegative && !options.quiet) {
+    std::vector<std::string> paths;
+    for (const HostFile& file : files) paths.push_back(file.path);
+    SuggestSources(wanted, paths);
+    SuggestEnd(wanted, options.output, End());
+  }
   return exitCode;
 }
 

@@ -67,6 +67,8 @@ class Printer : public FollowTarget {
   }
   const std::optional<std::uint64_t>& Since() const { return selection.Since(); }
   bool OutputFailed() const override { return failed; }
+  // Returns whether somebody looks at a terminal on which nothing was printed.
+  bool ShowedNothing() const { return terminal && !emitted && !options.count && !options.quiet; }
   bool NothingMatched() const override { return !selection.Empty() && matched == 0; }
 
  private:
@@ -99,6 +101,7 @@ class Printer : public FollowTarget {
   std::size_t stillAfter = 0;
   bool leftOut = false;
   bool emitted = false;
+  bool terminal = StdoutIsTerminal();  // a pager takes its place
 };
 
 }  // namespace TamLogCtl

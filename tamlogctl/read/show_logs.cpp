@@ -11,6 +11,7 @@ ReadPart NewestPart(const ShowOptions& options, const Printer& printer) {
 }
 
 int EndOf(const Printer& printer, int exitCode) {
+  if (printer.ShowedNothing()) Say("no entries");
   return printer.NothingMatched() ? WorseOf(exitCode, kNegative) : exitCode;
 }
 

@@ -102,6 +102,27 @@ TEST(Formats, Full) {
             "Exposure 12 ms\n");
 }
 
+TEST(Formats, ASpreadsheetTakesNoTextForAFormula) {
+  const auto cells = [](const std::string& text, Format format, bool spreadsheet) {
+    FormatOptions options{format};
+    options.spreadsheet = spreadsheet;
+    options.fields = {TamLogClient::Field::Source, TamLogClient::Field::Text, TamLogClient::Field::Spare};
+    LogMessage message = MakeMessage(text.c_str(), "@S");
+    message.body.timestamp[7] = -9;
+    return Formatted(message, options);
+  };
+  for (const char* const text : {"=1+1", "+1", "-1", "@x", "\t=1", "\r=1", "\n=1", "  =1",
+                                 "\xEF\xBC\x9D"
+                                 "1"}) {
+    EXPECT_EQ(cells(text, Format::Csv, true), "\"'@S\",\"'" + std::string(text) + "\",-9\n");
+    EXPECT_EQ(cells(text, Format::Csv, false), "\"@S\",\"" + std::string(text) + "\",-9\n");
+  }
+  EXPECT_EQ(cells("=\"a\"", Format::Csv, true), "\"'@S\",\"'=\"\"a\"\"\",-9\n");
+  EXPECT_EQ(cells("=1", Format::Tsv, true), "'@S\t'=1\t-9\n");
+  for (const char* const text : {"", " ", "text", "a=1", "1-1", "'=1", "\xEF\xBC\x9E"})
+    EXPECT_EQ(cells(text, Format::Csv, true), "\"'@S\",\"" + std::string(text) + "\",-9\n");
+}
+
 TEST(Formats, Cat) {
   EXPECT_EQ(Formatted(MakeMessage("a\x1b[2J"), {Format::Cat}), "a\x1b[2J\n");
   EXPECT_EQ(Formatted(MakeMessage("a\x1b[2J"), {Format::Cat, true}), "a\\x1b[2J\n");

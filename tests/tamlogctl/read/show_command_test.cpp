@@ -464,6 +464,40 @@ TEST_F(ShowCommand, ValuesThatMakeNoSenseAreUsageErrorsThatNameThem) {
   }
 }
 
+TEST_F(ShowCommand, ASourceThatIsNotThereIsReportedWithThoseThereAre) {
+  for (const char* const verb :
+       {"show --file Logs.dat", "show --count --file Logs.dat", "stats --file Logs.dat", "merge Logs.dat",
+        "export new.csv --force -o csv --file Logs.dat"}) {
+    const Outcome outcome = Run(std::string(verb) + " -s Eevn");
+    EXPECT_EQ(outcome.exitCode, 1) << verb;
+    EXPECT_NE(
+        outcome.err.find("-s 'Eevn': no source has this name; did you mean 'Even'? sources are Even, Odd\n"),
+        std::string::npos)
+        << verb << ": " << outcome.err;
+  }
+  EXPECT_NE(Run("show --file Logs.dat -s ev").err.find("did you mean 'Even'?"), std::string::npos);
+  EXPECT_NE(Run("show --file Logs.dat -s Camera").err.find("has this name; sources are Even, Odd\n"),
+            std::string::npos);
+  EXPECT_EQ(Run("show --file Logs.dat -q -s Camera").err, "");
+  EXPECT_EQ(Run("show --file Logs.dat -s Odd -g nothing").err, "");  // the source is there
+  EXPECT_EQ(Run("show --file Logs.dat -s 'O*' -t 0").err, "");
+  EXPECT_EQ(Run("show --file Logs.dat -s Camera -s Odd").err, "");  // something was found
+  log = RingModel(64);
+  for (int i = 0; i < 30; ++i) log.Submit(MakeBody(i, "text", "source " + std::to_string(i)));
+  log.Flush();
+  Save();
+  const std::string err = Run("show --file Logs.dat -s Camera").err;
+  EXPECT_NE(err.find(", source 26 and 10 more\n"), std::string::npos) << err;
+}
+
+TEST_F(ShowCommand, OfARepeatedSingleOptionTheLastOneCounts) {
+  EXPECT_EQ(Show("-n 1 -n 2"), "45");
+  EXPECT_EQ(Show("-t 0 -t 1"), "15");
+  EXPECT_EQ(Show("-r -r -n 2"), "54");
+  EXPECT_EQ(Show("-S now -S '2026-01-01 00:00:04'"), "45");
+  EXPECT_EQ(Show("-s even -s odd"), "012345");  // repeatable
+}
+
 TEST_F(ShowCommand, FilterFilesNameSources) {
   Put("some.filter", "# sources\n!Odd\nEven:0,2\nOdd\n");
   EXPECT_EQ(Show("--filter-file some.filter"), "024");
