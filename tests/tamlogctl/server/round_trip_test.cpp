@@ -126,7 +126,7 @@ std::string Exported(const std::vector<LogMessageBody>& messages, const Way& way
     LogMessage message{};
     message.sequence = sequence++;
     message.body = body;
-    formatter->Append(message, sequence % 7 == 0, bytes, host);
+    formatter->Append(message, sequence % 7 == 0, bytes, 1, host);
   }
   formatter->AppendTail(bytes);
   return bytes;
