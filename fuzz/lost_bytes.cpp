@@ -74,12 +74,15 @@ std::string BodyOf(const LogMessage& message) {
 // Changes the bytes from the end to the beginning, so that places stay those of the whole log. Changes stand
 // apart, because two in one slot leave nothing to tell them apart by.
 std::vector<Change> Apply(std::vector<Change> changes, std::string& bytes) {
-  std::sort(changes.begin(), changes.end(), [](const Change& left, const Change& right) { return left.at > right.at; });
+  std::sort(changes.begin(), changes.end(),
+            [](const Change& left, const Change& right) { return left.at > right.at; });
   std::vector<Change> applied;
   for (Change change : changes) {
     change.length = static_cast<std::uint16_t>(1 + change.length % (2 * kSlotSize));
     const std::size_t end = change.at + (change.filling < 256 ? 0U : change.length);
-    const std::size_t limit = applied.empty() ? bytes.size() : applied.back().at - std::min<std::size_t>(applied.back().at, 4 * kSlotSize);
+    const std::size_t limit =
+        applied.empty() ? bytes.size()
+                        : applied.back().at - std::min<std::size_t>(applied.back().at, 4 * kSlotSize);
     if (change.at < kSlotsOffset || end > limit) continue;
     if (change.filling < 256) {
       bytes.insert(change.at, change.length, static_cast<char>(change.filling));
@@ -130,8 +133,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const LogFileImage image(bytes);
   CheckLayout(image);
   std::set<std::string> saved;
-  for (const auto& message : PlanRepair(image).oldestFirst) saved.insert(BodyOf(SavedMessageOf(image, message)));
-  for (std::size_t i = 0; i < slots.size(); ++i) Require(IsTouched(slots[i], changes) || saved.contains(bodies[i]));
+  for (const auto& message : PlanRepair(image).oldestFirst)
+    saved.insert(BodyOf(SavedMessageOf(image, message)));
+  for (std::size_t i = 0; i < slots.size(); ++i)
+    Require(IsTouched(slots[i], changes) || saved.contains(bodies[i]));
   Require(changes.empty() == (VerifyLogFile(image, {.most = 1, .remarks = false}).Damage() == 0));
   return 0;
 }

@@ -41,8 +41,8 @@ class LogFileImage {
 
   std::uint64_t Size() const { return bytes->Size(); }
 
-  // Returns `count` bytes from `offset` on, fewer at the end of the file; at most FileBytes::kMostViewed. They
-  // are valid until the next call of any function of this image.
+  // Returns `count` bytes from `offset` on, fewer at the end of the file; at most FileBytes::kMostViewed.
+  // They are valid until the next call of any function of this image.
   std::string_view View(std::uint64_t offset, std::size_t count) const;
 
   // Returns the number of complete slots in the file, whatever capacity the header claims.

@@ -72,8 +72,8 @@ void ReadSlots(FileBytes& file, const LogFileImage& image, LogSnapshot& snapshot
   snapshot.slots.resize(read / kSlotSize);
 }
 
-// Reads the ring alone, into the first slots. A file whose capacity nobody can set may have gigabytes of unused
-// ones.
+// Reads the ring alone, into the first slots. A file whose capacity nobody can set may have gigabytes of
+// unused ones.
 void ReadRing(const LogFileImage& image, LogSnapshot& snapshot) {
   for (const std::uint32_t slot : image.RingSlots()) snapshot.slots.push_back(image.Slot(slot));
   snapshot.header = image.Header();
@@ -146,7 +146,8 @@ LogFileContents ReadLogFile(const std::string& path) {
     if (IsPlainlySound(snapshot)) return contents;
   }
   static_cast<LogFileVerdict&>(contents) = VerdictOf(image);
-  if (contents.status == Status::NotALog || (image.SizeFits() && contents.status == Status::Ok)) return contents;
+  if (contents.status == Status::NotALog || (image.SizeFits() && contents.status == Status::Ok))
+    return contents;
   const auto parts = FindLayout(image);
   if (!RingIsKnown(parts)) {
     snapshot = FoundMessages(image, parts);

@@ -78,7 +78,8 @@ std::optional<ScannedInput> ScanFileInput(const std::string& path, bool quiet,
       take(message);
       return true;
     };
-    if (!file.Readable() || !scan.Open(file.path) || !scan.ForEach(look) || !IsSound(file.path, survey)) return std::nullopt;
+    if (!file.Readable() || !scan.Open(file.path) || !scan.ForEach(look) || !IsSound(file.path, survey))
+      return std::nullopt;
   }
   return ScannedInput{scan.Header(), WorseOf(JudgeMessages(path, survey.damaged, quiet), file.exitCode)};
 }

@@ -353,6 +353,47 @@ TEST_F(TamlogctlTest, EventsOfSomebodyElsesChoiceAreNotTouched) {
   EXPECT_EQ(Run("show").exitCode, 0);
 }
 
+// Any process can offer the pipe.
+TEST_F(TamlogctlTest, TextsThatComeOverThePipeNeverReachTheTerminalAsTheyAre) {
+  const std::string evil =
+      "C:\\a\x1b]0;owned\x07\x9b"
+      "2J.dat";
+  const ServedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
+  const TestServer server(
+      [&evil](const PipeRequest& request, PipeReply& reply) {
+        const auto code = static_cast<RequestCode>(request.code);
+        if (code == RequestCode::GetSettings) {
+          reply.settings = {.maxMessage = 8, .devicePollRate = 50, .typeFilter = 0xF, .saveRate = 5};
+          reply.code = static_cast<std::uint32_t>(ReplyCode::Settings);
+        } else if (code == RequestCode::GetFilter && request.index == 0) {
+          std::strcpy(reply.filter.text, evil.c_str());
+          reply.filter.kind = 0;
+          reply.code = static_cast<std::uint32_t>(ReplyCode::Filter);
+        } else if (code == RequestCode::GetFilter) {
+          reply.code = static_cast<std::uint32_t>(ReplyCode::NoSuchFilter);
+        } else if (code == RequestCode::GetLogFile || code == RequestCode::GetFileMapName) {
+          std::strcpy(reply.path, evil.c_str());
+          reply.code = static_cast<std::uint32_t>(code == RequestCode::GetLogFile ? ReplyCode::Path
+                                                                                  : ReplyCode::FileMapName);
+        } else {
+          reply.code = static_cast<std::uint32_t>(ReplyCode::Done);
+        }
+        return Answer::Reply;
+      },
+      kRequestPipeName);
+  TestSupport::WriteBytes(Path("filters.txt"), "exclude\ta\n");
+  for (const char* const command :
+       {"status", "status -o json", "settings path", "settings", "filter", "filter -o tsv", "filter -o json",
+        "filter test C:\\a", "filter add -x C:\\a", "filter set filters.txt", "doctor", "doctor -o json",
+        "settings set --capacity 9 --no-wait --no-keep --no-backup"}) {
+    const Outcome outcome = Run(command);
+    for (const char letter : {'\x1b', '\x07', '\x9b'})
+      EXPECT_EQ((outcome.out + outcome.err).find(letter), std::string::npos) << command << "\n"
+                                                                             << outcome.out;
+  }
+  EXPECT_NE(Run("settings path").out.find("\\x1b]0;owned\\x07"), std::string::npos);
+}
+
 // The pipe's name belongs to nobody while no server runs.
 TEST_F(TamlogctlTest, DoctorNamesTheProcessesThatTakeTheServersPlace) {
   const ServedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
