@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "client/file/file_bytes.h"
+#include "client/file/file_status.h"
 #include "client/log/log_snapshot.h"
-#include "client/message/status.h"
 #include "records/log_file_format.h"
 
 namespace TamLogClient {
@@ -69,7 +69,7 @@ std::string ImageOf(const LogSnapshot& snapshot);
 
 // Reads the whole file at `path` (UTF-8) with ordinary reads, so that, if the file shrinks meanwhile, the
 // rest of it is returned. NotFound, NotAFile (a directory), AccessDenied and SystemError leave `bytes` empty.
-Status ReadFileBytes(const std::string& path, std::string& bytes);
+FileStatus ReadFileBytes(const std::string& path, std::string& bytes);
 
 // Returns whether two paths (UTF-8) name one file, also through links. A file that does not exist equals only
 // its own name.

@@ -132,11 +132,8 @@ bool RingIsKnown(const std::vector<LogPart>& parts) {
          std::all_of(parts.begin() + 1, parts.end(), [](const LogPart& part) { return part.afterEnd; });
 }
 
-}  // namespace
-
-LogFileContents ReadLogFile(const std::string& path) {
+LogFileContents ReadFrom(const std::string& path, FileBytes& file) {
   LogFileContents contents;
-  FileBytes file;
   contents.status = file.Open(path);
   if (contents.status != Status::Ok) return contents;
   const LogFileImage image(file);
@@ -157,9 +154,21 @@ LogFileContents ReadLogFile(const std::string& path) {
   return contents;
 }
 
+}  // namespace
+
+LogFileContents ReadLogFile(const std::string& path) {
+  FileBytes file;
+  LogFileContents contents = ReadFrom(path, file);
+  if (Readable(contents.status) && file.Failure() != Status::Ok) {
+    contents.status = Status::Damaged;
+    contents.remark = "the system could not read all of it: " + file.Failure().Reason();
+  }
+  return contents;
+}
+
 LogFileVerdict JudgeLogFile(const std::string& path) {
   FileBytes file;
-  const Status status = file.Open(path);
+  const FileStatus status = file.Open(path);
   return status == Status::Ok ? VerdictOf(LogFileImage(file)) : LogFileVerdict{status, ""};
 }
 

@@ -11,7 +11,8 @@ namespace TamLogClient {
 
 namespace {
 
-constexpr std::array<Field, 5> kCsvColumns{Field::Time, Field::Seq, Field::Type, Field::Source, Field::Text};
+constexpr std::array<Field, 6> kCsvColumns{Field::Time,   Field::Seq,  Field::Type,
+                                           Field::Source, Field::Text, Field::Cursor};
 constexpr std::array<Field, 4> kTsvColumns{Field::Time, Field::Type, Field::Source, Field::Text};
 
 std::span<const Field> CsvColumns(const FormatOptions& options) {

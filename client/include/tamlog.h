@@ -114,7 +114,7 @@ TAMLOG_API int32_t TAMLOG_CALL tamlog_time_is_real(const tamlog_time* time);
 TAMLOG_API uint64_t TAMLOG_CALL tamlog_time_key(const tamlog_time* time);
 
 enum {
-  TAMLOG_MESSAGE_LATE = 1,   /* dated before a message that was returned earlier */
+  TAMLOG_MESSAGE_LATE = 1,   /* dated before the message returned just before it */
   TAMLOG_MESSAGE_DAMAGED = 2 /* breaks a rule of the file: an unterminated text, or a type above 3 */
 };
 
@@ -445,10 +445,11 @@ TAMLOG_API tamlog_status TAMLOG_CALL tamlog_reader_with_view(tamlog_reader* read
 /* Returns 1 when the budget's time is over, else 0. */
 TAMLOG_API int32_t TAMLOG_CALL tamlog_view_is_spent(const tamlog_view* view);
 
-/* A cursor is a text that identifies a message, also after restarts, rewrites of the log and moves of the
- * file. These return the cursor of message `index` of the copy (TAMLOG_END after the last), and of the
- * message that next returned last (TAMLOG_END before the first). `length` as for tamlog_format; 128 bytes are
- * always enough. */
+/* A cursor is a text that identifies a message: the same text as long as the message is in the log, also
+ * after restarts, rewrites of the log and moves of the file. (The cursor in a text of tamlog_format is that
+ * of the first of several equal messages.) These return the cursor of message `index` of the copy (TAMLOG_END
+ * after the last), and of the message that next returned last (TAMLOG_END before the first). `length` as for
+ * tamlog_format; 128 bytes are always enough. */
 TAMLOG_API tamlog_status TAMLOG_CALL tamlog_reader_get_cursor(const tamlog_reader* reader, uint32_t index,
                                                               char* buffer, uint64_t capacity,
                                                               uint64_t* length);

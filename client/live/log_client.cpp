@@ -78,7 +78,9 @@ Status LogClient::Carry(const PipeRequest& request, PipeReply& reply) {
     bool sent = false;
     const Status status = pipes.Exchange(request, reply, deadline, sent);
     const bool mayRepeat = status == Status::Disconnected && (!sent || IsRepeatable(request));
-    if (!mayRepeat || attempt > 0) return status;
+    // A request that no pipe took was not carried out, so nothing about it is in doubt.
+    if (!mayRepeat || attempt > 0)
+      return status == Status::Disconnected && !sent ? Status::NotRunning : status;
   }
 }
 

@@ -131,16 +131,11 @@ Verb Merge() {
 }
 
 std::vector<Option> RotationOptions(ExportOptions& to) {
-  const auto rotate = [&to](const std::string& text) {
-    return TakeRotationLimit(text, to.rotation) ? ""
-                                                : "'" + text +
-                                                      "': expected a size such as 500K, 10M or 1G, or a time "
-                                                      "such as 15m, 1h, 1d or 1w";
-  };
+  const auto rotate = [&to](const std::string& text) { return TakeRotationLimit(text, to.rotation); };
   return {Flag("-f,--follow", to.follow, "Continue with new messages"),
           Values("--rotate", "SIZE|TIME", rotate,
                  "Begin a new file after so many bytes (500K, 10M, 1G) or at each full period "
-                 "(15m, 1h, 1d, 1w); repeatable")
+                 "(15min, 1h, 1d, 1w); repeatable")
               .Needs("--follow"),
           Value("--keep", "N", Number(1, 1000000, to.rotation.keep),
                 "Number of rotated files to keep; older ones are removed (all)")

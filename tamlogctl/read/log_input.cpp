@@ -57,7 +57,7 @@ LogInput ReadFileInput(const std::string& path, bool quiet, const ReadPart& read
       contents = TamLogClient::ReadLogFile(file.path);
     }
   }
-  const Status status = contents.status;
+  const TamLogClient::FileStatus& status = contents.status;
   if (status != Status::Ok && !(quiet && Readable(status))) Say(FileProblem(path, status, contents.remark));
   LogInput input = InputOf(path, std::move(contents.snapshot), quiet);
   if (status != Status::Ok) input.exitCode = ExitCodeOf(status);

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "client/log/cursor.h"
 #include "client/message/log_message_view.h"
 #include "client/message/utf8.h"
 #include "tamlogctl/base/console.h"
@@ -34,9 +35,9 @@ LogMessage WithLabel(const LogMessage& message, const std::string& label) {
 }
 
 void AppendLabelled(MessageFormatter& formatter, const LogMessage& message, const std::string& label,
-                    std::string& out) {
+                    std::uint32_t twin, std::string& out) {
   const bool before = !label.empty() && !formatter.CarriesHost();
-  formatter.Append(before ? WithLabel(message, label) : message, false, out, label);
+  formatter.Append(before ? WithLabel(message, label) : message, false, out, twin, label);
 }
 
 struct Entry {
@@ -84,11 +85,15 @@ std::vector<std::size_t> Merge::Choose(const MessageSelection& selection) const 
 }
 
 bool Merge::Print(const std::vector<std::size_t>& chosen, MessageFormatter& formatter) const {
+  TamLogClient::TwinNumbers twins;
+  if (formatter.ShowsCursors()) {
+    for (const LogInput& log : logs) twins.Add(log.snapshot);
+  }
   std::string pending;
   formatter.AppendHead(pending);
   for (const std::size_t index : chosen) {
     const Entry& entry = entries[index];
-    AppendLabelled(formatter, *entry.message, files[entry.file].host, pending);
+    AppendLabelled(formatter, *entry.message, files[entry.file].host, twins.Of(entry.message), pending);
     if (pending.size() < kWriteSize) continue;
     if (!WriteOut(pending)) return false;
     pending.clear();

@@ -92,7 +92,7 @@ void LookIntoFile(const std::string& path, DWORD flags, PathFacts& facts) {
 
 void TryToCreate(const std::string& path, PathFacts& facts) {
   const Handle file(CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE | DELETE, 0, nullptr, CREATE_NEW,
-                                FILE_ATTRIBUTE_NORMAL | FILE_FLAG_DELETE_ON_CLOSE, nullptr));
+                                FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_DELETE_ON_CLOSE, nullptr));
   if (file) return;
   facts.createError = GetLastError();
   facts.createText = SystemText(facts.createError);

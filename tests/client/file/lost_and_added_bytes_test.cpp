@@ -5,13 +5,11 @@
 
 #include <algorithm>
 #include <cstring>
-#include <map>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "client/file/log_file_repair.h"
-#include "client/file/log_file_verify.h"
 #include "tests/client/file/damaged_files.h"
 #include "tests/support/ring_model.h"
 

@@ -26,6 +26,10 @@ LogMessage MakeMessage(const std::string& text = "Exposure 12 ms", const std::st
   return message;
 }
 
+std::string CursorFor(const LogMessage& message, std::uint32_t twin = 1) {
+  return FormatCursor(TamLogClient::CursorOf(message.body, twin));
+}
+
 std::string Formatted(const LogMessage& message, FormatOptions options, bool late = false) {
   std::string out;
   MessageFormatter(options).Append(message, late, out);
@@ -125,14 +129,17 @@ TEST(Formats, Cat) {
 }
 
 TEST(Formats, Json) {
-  EXPECT_EQ(Formatted(MakeMessage(), {Format::Json}),
+  const LogMessage message = MakeMessage();
+  EXPECT_EQ(Formatted(message, {Format::Json}),
             "{\"time\":\"2026-01-01T03:04:05.678\",\"seq\":4711,\"type\":2,\"source\":\"Camera\",\"text\":"
-            "\"Exposure 12 ms\",\"origin\":\"6f726967696e2d31\",\"tail\":\"7461696c\"}\n");
-  EXPECT_EQ(Formatted(MakeMessage("q\"b\\s\n\t\r\x01\x7f\xC2\x9B\xC3\xA4"), {Format::Json}, true),
+            "\"Exposure 12 ms\",\"origin\":\"6f726967696e2d31\",\"tail\":\"7461696c\",\"cursor\":\"" +
+                CursorFor(message) + "\"}\n");
+  const LogMessage escaped = MakeMessage("q\"b\\s\n\t\r\x01\x7f\xC2\x9B\xC3\xA4");
+  EXPECT_EQ(Formatted(escaped, {Format::Json}, true),
             "{\"time\":\"2026-01-01T03:04:05.678\",\"seq\":4711,\"type\":2,\"source\":\"Camera\",\"text\":"
             "\"q\\\"b\\\\s\\n\\t\\r\\u0001\\u007f\\u009b\xC3\xA4\",\"origin\":\"6f726967696e2d31\",\"tail\":"
-            "\"7461696c\","
-            "\"late\":true}\n");
+            "\"7461696c\",\"cursor\":\"" +
+                CursorFor(escaped) + "\",\"late\":true}\n");
 }
 
 TEST(Formats, JsonStaysValidUtf8AndKeepsTheBytesInAFieldOfTheirOwn) {
@@ -160,16 +167,41 @@ TEST(Formats, Tsv) {
 TEST(Formats, CsvWithAHeadLineAndDoubledQuotes) {
   std::string head;
   MessageFormatter({Format::Csv}).AppendHead(head);
-  EXPECT_EQ(head, "time,seq,type,source,text\n");
-  EXPECT_EQ(Formatted(MakeMessage("say \"a,b\"\nc"), {Format::Csv}),
-            "\"2026-01-01 03:04:05.678\",4711,2,\"Camera\",\"say \"\"a,b\"\"\nc\"\n");
+  EXPECT_EQ(head, "time,seq,type,source,text,cursor\n");
+  const LogMessage message = MakeMessage("say \"a,b\"\nc");
+  EXPECT_EQ(Formatted(message, {Format::Csv}),
+            "\"2026-01-01 03:04:05.678\",4711,2,\"Camera\",\"say \"\"a,b\"\"\nc\",\"" + CursorFor(message) +
+                "\"\n");
   EXPECT_TRUE(TamLogClient::IsValidUtf8(Formatted(MakeMessage("\xFF\x80"), {Format::Csv})));
   EXPECT_EQ(Formatted(MakeMessage("\x1b["), {Format::Csv, true}).find('\x1b'), std::string::npos);
 }
 
+TEST(Formats, EachDataFormatHasTheCursorOfTheMessage) {
+  const LogMessage message = MakeMessage();
+  std::string problem;
+  const auto all = TamLogClient::ParseFields("text,cursor", problem);
+  const auto layout = TamLogClient::TextTemplate::Parse("{cursor}", problem);
+  ASSERT_TRUE(all && layout) << problem;
+  for (const Format format : {Format::Json, Format::JsonArray, Format::Csv, Format::Tsv, Format::Export,
+                              Format::Rfc5424, Format::Template}) {
+    for (const bool chosen : {false, true}) {
+      FormatOptions options{format};
+      options.layout = *layout;
+      if (chosen || format == Format::Tsv) options.fields = *all;
+      std::string out;
+      MessageFormatter formatter(options);
+      EXPECT_TRUE(formatter.ShowsCursors());
+      formatter.Append(message, false, out, 3);
+      EXPECT_NE(out.find(CursorFor(message, 3)), std::string::npos) << out;
+    }
+  }
+  for (const Format format : {Format::Short, Format::Full, Format::Cat, Format::Raw})
+    EXPECT_FALSE(MessageFormatter({format}).ShowsCursors());
+}
+
 std::string FromEast(FormatOptions options, const std::string& host = "east") {
   std::string out;
-  MessageFormatter(std::move(options)).Append(MakeMessage(), false, out, host);
+  MessageFormatter(std::move(options)).Append(MakeMessage(), false, out, 1, host);
   return out;
 }
 

@@ -175,6 +175,24 @@ TEST_F(TamlogctlTest, MissingFileAndMissingServerAreThree) {
   EXPECT_NE(Run("status -o json").out.find("\"state\": \"not running\""), std::string::npos);
 }
 
+// A name that the system does not accept, a file that another program has open, a stream that is no file here.
+TEST_F(TamlogctlTest, FailureOfAFileNamesItAndTheReasonOfTheSystem) {
+  for (const char* const name : {"a*b?.dat", "/dev/stdin", "x<y"}) {
+    const auto outcome = Run(std::string("show --file \"") + name + "\"");
+    EXPECT_NE(outcome.exitCode, 0) << name;
+    EXPECT_NE(outcome.err.find(name), std::string::npos) << outcome.err;
+    EXPECT_EQ(outcome.err.find("a system call failed"), std::string::npos) << outcome.err;
+  }
+  MakeLog();
+  const TamLogClient::Handle held(
+      CreateFileA(Path("Logs.dat").c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+  ASSERT_TRUE(held);
+  const auto outcome = Run("show --file \"" + Path("Logs.dat") + "\"");
+  EXPECT_EQ(outcome.exitCode, 4) << outcome.err;
+  EXPECT_NE(outcome.err.find("Logs.dat: "), std::string::npos) << outcome.err;
+  EXPECT_EQ(outcome.err.find("access denied"), std::string::npos) << outcome.err;
+}
+
 TEST_F(TamlogctlTest, UsageErrorsAreTwoAndNameTheOptionAndTheFix) {
   const std::string log = MakeLog();
   const auto expectUsage = [this](const std::string& arguments, const std::string& word) {
