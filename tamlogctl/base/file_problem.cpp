@@ -2,11 +2,20 @@
 
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
+#include "tamlogctl/base/wildcards.h"
 
 namespace TamLogCtl {
 
 using TamLogClient::FileStatus;
 using TamLogClient::Status;
+
+std::string NameProblem(const std::string& path, bool onWindows) {
+  if (!onWindows) return "";
+  if (path.starts_with("/dev/"))
+    return path == "/dev/stdin" ? "Windows has no such file; write - where standard input can be read"
+                                : "Windows has no such file";
+  return HasWildcards(path) ? "no file matches, or only one can be named here" : "";
+}
 
 std::string ProblemOf(const FileStatus& status, const std::string& remark) {
   if (status == Status::Damaged && !remark.empty()) return remark + "; see: tamlogctl verify";
@@ -16,6 +25,8 @@ std::string ProblemOf(const FileStatus& status, const std::string& remark) {
 }
 
 std::string FileProblem(const std::string& path, const FileStatus& status, const std::string& remark) {
+  const std::string problem = NameProblem(path, kProgramExpandsWildcards);
+  if (!problem.empty() && !Readable(status)) return path + ": " + problem;
   return path + (status == Status::NotALog ? " " : ": ") + ProblemOf(status, remark);
 }
 

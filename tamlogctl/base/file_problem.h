@@ -9,6 +9,10 @@
 
 namespace TamLogCtl {
 
+// Returns what is special about a name that Windows does not know and other systems do: wildcards, which are
+// not expanded where one file is named, and names of devices. Empty for any other name, and elsewhere.
+std::string NameProblem(const std::string& path, bool onWindows);
+
 // Returns why the file could not be read. For a damaged one `remark` states the damage, for one that is no
 // log what it is.
 std::string ProblemOf(const TamLogClient::FileStatus& status, const std::string& remark = {});
