@@ -8,7 +8,7 @@ namespace TamLogClient {
 
 namespace {
 
-constexpr std::string_view kHeadline = "memory1";
+constexpr std::string_view kHeadline = "memory2";
 
 void AppendNumberAfterBlank(std::uint64_t value, std::string& out) {
   out += ' ';
@@ -47,19 +47,23 @@ bool TakeHead(std::string_view& text, FollowerMemory& memory, std::uint64_t& mes
          TakeCount(text, header.nextSlot) && TakeNumberAfterBlank(text, header.changeCount) &&
          TakeNumberAfterBlank(text, header.rewriteCount) && TakeNumberAfterBlank(text, header.nextSequence) &&
          TakeNumberAfterBlank(text, memory.completeFrom) && TakeFlag(text, memory.suspect) &&
-         TakeNumberAfterBlank(text, memory.suspectUntil) && TakeFlag(text, memory.any) &&
-         TakeNumberAfterBlank(text, memory.newestKey) && TakeNumberAfterBlank(text, messages) &&
-         TakeLineEnd(text);
+         TakeNumberAfterBlank(text, memory.suspectUntil) && TakeFlag(text, memory.mayBeOthers) &&
+         TakeFlag(text, memory.any) && TakeNumberAfterBlank(text, memory.lastKey) &&
+         TakeNumberAfterBlank(text, messages) && TakeLineEnd(text);
 }
 
 bool TakeKnown(std::string_view& text, KnownMessage& known) {
   std::uint64_t count = 0;
+  std::uint64_t unnumbered = 0;
   if (!TakeNumberAfterBlank(text, known.identity.low) || !TakeNumberAfterBlank(text, known.identity.high) ||
-      !TakeNumberAfterBlank(text, known.key) || !TakeNumberAfterBlank(text, count) || !TakeLineEnd(text)) {
+      !TakeNumberAfterBlank(text, known.key) || !TakeNumberAfterBlank(text, count) ||
+      !TakeNumberAfterBlank(text, unnumbered) || !TakeNumberAfterBlank(text, known.number) ||
+      !TakeFlag(text, known.isFirstCopy) || !TakeLineEnd(text)) {
     return false;
   }
   known.count = static_cast<std::uint32_t>(count);
-  return count > 0 && count <= std::numeric_limits<std::uint32_t>::max();
+  known.unnumbered = static_cast<std::uint32_t>(unnumbered);
+  return count > 0 && count <= std::numeric_limits<std::uint32_t>::max() && unnumbered <= count;
 }
 
 }  // namespace
@@ -73,14 +77,15 @@ std::string FormatMemory(const FollowerMemory& memory) {
   for (const std::uint64_t value :
        {std::uint64_t{header.changeCount}, std::uint64_t{header.rewriteCount},
         std::uint64_t{header.nextSequence}, memory.completeFrom, std::uint64_t{memory.suspect ? 1U : 0U},
-        memory.suspectUntil, std::uint64_t{memory.any ? 1U : 0U}, memory.newestKey,
-        std::uint64_t{memory.known.size()}}) {
+        memory.suspectUntil, std::uint64_t{memory.mayBeOthers ? 1U : 0U}, std::uint64_t{memory.any ? 1U : 0U},
+        memory.lastKey, std::uint64_t{memory.known.size()}}) {
     AppendNumberAfterBlank(value, text);
   }
   text += '\n';
   for (const KnownMessage& known : memory.known) {
     for (const std::uint64_t value :
-         {known.identity.low, known.identity.high, known.key, std::uint64_t{known.count}}) {
+         {known.identity.low, known.identity.high, known.key, std::uint64_t{known.count},
+          std::uint64_t{known.unnumbered}, known.number, std::uint64_t{known.isFirstCopy ? 1U : 0U}}) {
       AppendNumberAfterBlank(value, text);
     }
     text += '\n';
@@ -94,7 +99,7 @@ std::optional<FollowerMemory> ParseMemory(std::string_view text) {
   text.remove_prefix(kHeadline.size());
   FollowerMemory memory;
   std::uint64_t messages = 0;
-  constexpr std::uint64_t kShortestLine = 9;
+  constexpr std::uint64_t kShortestLine = 15;
   if (!TakeHead(text, memory, messages) || messages > text.size() / kShortestLine) return std::nullopt;
   memory.known.resize(messages);
   for (KnownMessage& known : memory.known) {

@@ -21,7 +21,11 @@ namespace TamLogClient {
 struct KnownMessage {
   MessageIdentity identity;
   std::uint64_t key = 0;
-  std::uint32_t count = 0;  // equal messages
+  std::uint32_t count = 0;       // equal messages
+  std::uint32_t unnumbered = 0;  // of them: stored without a number
+  std::uint64_t number = 0;      // of one that is numbered
+  // A message that the server has written a second time, in its first slot; not one of `count`.
+  bool isFirstCopy = false;
 
   bool operator==(const KnownMessage&) const = default;
 };
@@ -32,8 +36,9 @@ struct FollowerMemory {
   std::uint64_t completeFrom = 0;  // every message of the log with at least this time key is in `known`
   bool suspect = true;             // these are the follower's fields of the same names
   std::uint64_t suspectUntil = 0;
+  bool mayBeOthers = false;
   bool any = false;
-  std::uint64_t newestKey = 0;
+  std::uint64_t lastKey = 0;
 };
 
 // Returns the state as lines of text, none of them empty; about 45 bytes a message.

@@ -22,10 +22,19 @@ bool IsRegular(const LogSnapshot& snapshot, const std::vector<std::uint32_t>& ri
   return true;
 }
 
-// The counters of one run of the log never fall.
+// The counters of one run of the log never fall. Those of a damaged header mean nothing.
 bool CountersGoOn(const LogFileHeader& before, const LogFileHeader& now) {
-  return now.maxMessages == before.maxMessages && now.changeCount >= before.changeCount &&
+  return RingIsSound(before) && now.maxMessages == before.maxMessages && now.changeCount >= before.changeCount &&
          now.rewriteCount >= before.rewriteCount && now.nextSequence >= before.nextSequence;
+}
+
+// Returns whether `appended` appends lead from one sound header to the other.
+bool RingMovedBy(const LogFileHeader& before, const LogFileHeader& now, std::uint64_t appended) {
+  const auto capacity = static_cast<std::uint64_t>(now.maxMessages);
+  const auto count = static_cast<std::uint64_t>(before.messageCount);
+  return static_cast<std::uint64_t>(now.nextSlot) ==
+             (static_cast<std::uint64_t>(before.nextSlot) + appended % capacity) % capacity &&
+         static_cast<std::uint64_t>(now.messageCount) == count + std::min(appended, capacity - count);
 }
 
 // Messages without a number hold 0, so 0 is not compared.
@@ -33,99 +42,64 @@ std::uint64_t NextNumber(const LogFileHeader& header) {
   return std::max<std::uint64_t>(header.nextSequence, 1);
 }
 
-struct Rewrite {
-  bool goesOn = false;          // same run of the log
-  bool hadMessages = false;     // the snapshot before was not empty
-  bool regular = false;         // the ring of this snapshot has no backward stretch
-  std::uint64_t fresh = 0;      // messages not known before
-  std::uint64_t surviving = 0;  // messages known before
-  bool doubtful = false;        // messages that may have been known before were left out
-};
-
-// Returns whether no flush between the two snapshots can have rewritten the whole ring: such a flush assigns
-// no numbers, and its backward stretch disappears only after nearly a whole ring of numbers.
-bool RingWasKept(const LogFileHeader& before, const LogSnapshot& now, bool regular) {
-  const std::uint64_t numbered = now.header.nextSequence - before.nextSequence;
-  if (!now.Full()) return true;
-  if (now.header.changeCount - before.changeCount <= 1) return numbered > 0;
-  return regular && numbered + 2 < static_cast<std::uint64_t>(now.header.maxMessages);
-}
-
-// An insertion into a ring that was rewritten backwards writes messages of the stretch a second time while
-// the first copy is still there. The second copies are in the forward part at the newest end of the ring.
-// Returns their slots. (Equal messages on both sides of the border are taken for copies, too.)
-std::set<std::uint32_t> SecondCopies(const LogSnapshot& snapshot, const std::vector<std::uint32_t>& ring) {
-  std::set<std::uint32_t> copies;
-  std::size_t forward = ring.size();
-  while (forward > 1 && IsRegular(snapshot, {ring[forward - 2], ring[forward - 1]})) --forward;
-  if (forward <= 1) return copies;
-  // The last slot of the stretch can look like the first of the forward part; that one is never a copy.
-  std::unordered_map<MessageIdentity, std::uint32_t, MessageIdentityHash> stretch;
-  for (std::size_t i = 0; i < forward; ++i) ++stretch[IdentityOf(snapshot.slots[ring[i]].body)];
-  for (std::size_t i = forward; i < ring.size(); ++i) {
-    const auto entry = stretch.find(IdentityOf(snapshot.slots[ring[i]].body));
-    if (entry == stretch.end() || entry->second == 0) continue;
-    --entry->second;
-    copies.insert(ring[i]);
-  }
-  return copies;
-}
-
-// Returns how many messages may have come and gone between two snapshots when slots were rewritten.
-Loss LossOfRewrite(const LogFileHeader& before, const LogSnapshot& now, const Rewrite& rewrite) {
-  const Loss none;
-  const Loss unknown{0, std::nullopt};
-  if (rewrite.doubtful) return unknown;
-  if (rewrite.surviving > 0 && !now.Full()) return none;  // a ring that was never full drops nothing
-  if (!rewrite.goesOn || !now.HeaderIsSound()) return unknown;
-  const std::uint64_t changes = now.header.changeCount - before.changeCount;
-  const std::uint64_t rewrites = now.header.rewriteCount - before.rewriteCount;
-  const std::uint64_t numbered = now.header.nextSequence - before.nextSequence;
-  // Plain appends, each with its number.
-  if (rewrites == 0 && numbered >= rewrite.fresh) return {numbered - rewrite.fresh, numbered - rewrite.fresh};
-  // Messages that survived show that the log was not emptied. For a message to come and go, a whole ring of
-  // numbers is assigned: its own, those after its place, and those of the messages that push it out.
-  if (rewrite.surviving > 0 && RingWasKept(before, now, rewrite.regular)) return none;
-  if (changes <= 1) {
-    // One operation, so everything that it wrote is still there. Only a burst that replaced the whole ring
-    // may have held more messages than the ring: those never reached the file, and no counter shows them.
-    const bool replaced = now.Full() && rewrite.surviving == 0 && numbered == 0;
-    return replaced ? unknown : none;
-  }
-  // The ring was emptied, and that was the only rewrite: all else were plain appends, each with its number.
-  const bool clearedOnce = rewrites == 1 && rewrite.hadMessages && rewrite.surviving == 0 && !now.Full();
-  if (clearedOnce && numbered >= rewrite.fresh) return {numbered - rewrite.fresh, numbered - rewrite.fresh};
-  return unknown;
+// Returns how many of the ring's oldest slots can be left of a full rewrite: all but the newest ones whose
+// times and numbers rise. (The last one left can look like the first of those; no message has a second copy
+// there.)
+std::size_t BlockEnd(const LogSnapshot& snapshot, const std::vector<std::uint32_t>& ring) {
+  std::size_t end = ring.size();
+  while (end > 1 && IsRegular(snapshot, {ring[end - 2], ring[end - 1]})) --end;
+  return end;
 }
 
 }  // namespace
 
+// A snapshot while it is compared with the known messages.
+struct LogFollower::Comparison {
+  const LogSnapshot* snapshot = nullptr;
+  bool reopened = false;
+  Run run = Run::Same;
+  KnownMessages known;                // those that have not been recognized in the snapshot yet
+  std::vector<Candidate> candidates;  // the messages of the snapshot, oldest first
+  std::uint64_t knownInRing = 0;
+  std::uint64_t doubtful = 0;
+
+  bool WasRewritten(const LogFileHeader& last) const {
+    return snapshot->header.rewriteCount != last.rewriteCount;
+  }
+};
+
 void LogFollower::Start(const LogSnapshot& snapshot) {
   departed.clear();
-  resumed = false;
+  completeFrom = 0;
+  mayBeOthers = false;
   any = false;
-  newestKey = 0;
+  lastKey = 0;
   suspect = true;
   suspectUntil = NextNumber(snapshot.header);
-  Remember(snapshot, {});
-  for (const std::uint32_t slot : snapshot.RingOrder()) {
-    newestKey = std::max(newestKey, keys[slot]);
-    any = true;
-  }
+  const std::vector<Candidate> candidates = CandidatesOf(snapshot);
+  Remember(snapshot, candidates, {});
+  any = !candidates.empty();
+  if (any) lastKey = candidates.back().key;
 }
 
 void LogFollower::Resume(const FollowerMemory& memory) {
-  identities.clear();
-  keys.clear();
+  slots.clear();
   departed.clear();
-  for (const KnownMessage& known : memory.known) departed[known.identity] = {known.count, known.key};
+  firstCopies.clear();
+  for (const KnownMessage& each : memory.known) {
+    if (each.isFirstCopy) {
+      firstCopies.push_back(each);
+    } else {
+      departed[each.identity] = {each.count, each.unnumbered, each.key, each.number};
+    }
+  }
   last = memory.header;
   suspect = memory.suspect;
   suspectUntil = memory.suspectUntil;
   any = memory.any;
-  newestKey = memory.newestKey;
+  lastKey = memory.lastKey;
   completeFrom = memory.completeFrom;
-  resumed = true;
+  mayBeOthers = memory.mayBeOthers;
 }
 
 FollowerMemory LogFollower::Remembered(std::size_t mostMessages) const {
@@ -134,11 +108,20 @@ FollowerMemory LogFollower::Remembered(std::size_t mostMessages) const {
   memory.suspect = suspect;
   memory.suspectUntil = suspectUntil;
   memory.any = any;
-  memory.newestKey = newestKey;
-  for (const auto& [identity, known] : CollectKnown()) {
-    if (known.count > 0) memory.known.push_back({identity, known.key, known.count});
+  memory.lastKey = lastKey;
+  memory.completeFrom = completeFrom;
+  memory.mayBeOthers = mayBeOthers;
+  for (const auto& [identity, each] : CollectKnown()) {
+    if (each.count == 0) continue;
+    memory.known.push_back(
+        {identity, each.key, each.count, std::min(each.unnumbered, each.count), each.number});
   }
-  if (resumed) memory.completeFrom = completeFrom;
+  memory.known.insert(memory.known.end(), firstCopies.begin(), firstCopies.end());
+  for (std::uint32_t slot = 0; slot < slots.size(); ++slot) {
+    const Slot& each = slots[slot];
+    if (each.copied && WasValid(slot))
+      memory.known.push_back({each.identity, each.key, 1, 0, each.number, true});
+  }
   if (memory.known.size() > mostMessages) {
     const auto cut = memory.known.begin() + static_cast<std::ptrdiff_t>(mostMessages);
     std::nth_element(memory.known.begin(), cut, memory.known.end(),
@@ -158,26 +141,36 @@ FollowStep LogFollower::Next(const LogSnapshot& snapshot, bool reopened) {
 }
 
 bool LogFollower::WasValid(std::uint32_t slot) const {
-  return slot < identities.size() && HoldsMessage(last, slot);
+  return slot < slots.size() && HoldsMessage(last, slot);
 }
 
+bool LogFollower::IsUnchanged(const Candidate& candidate) const {
+  return WasValid(candidate.slot) && slots[candidate.slot].number == candidate.number &&
+         slots[candidate.slot].identity == candidate.identity;
+}
+
+// After a reopening the counters may agree by chance: at least one message has to be found again, and so do
+// all that should still be in the ring. Otherwise one of them is enough: it shows a restart that nobody
+// noticed.
 bool LogFollower::OnlyAppended(const LogSnapshot& snapshot, bool reopened) const {
   const LogFileHeader& now = snapshot.header;
   if (!snapshot.HeaderIsSound() || !CountersGoOn(last, now) || now.rewriteCount != last.rewriteCount)
     return false;
-  if (identities.size() != snapshot.slots.size()) return false;
-  return !reopened || OldSlotsUnchanged(snapshot, now.nextSequence - last.nextSequence);
-}
-
-// After a reopening the counters may agree by chance: at least one message has to be found again, and so do
-// all that should still be in the ring.
-bool LogFollower::OldSlotsUnchanged(const LogSnapshot& snapshot, std::uint64_t appended) const {
+  if (slots.size() != snapshot.slots.size()) return false;
   const auto ring = snapshot.RingOrder();
-  if (appended >= ring.size()) return ring.empty() && last.messageCount == 0;
+  const std::uint64_t appended = now.nextSequence - last.nextSequence;
+  if (!RingMovedBy(last, now, appended)) return false;
+  std::uint64_t number = now.nextSequence;
+  for (auto slot = ring.rbegin(); slot != ring.rend() && number > last.nextSequence; ++slot) {
+    if (snapshot.slots[*slot].sequence != --number) return false;
+  }
+  if (appended >= ring.size()) return !reopened && (last.messageCount == 0 || appended > 0);
   const auto old = static_cast<std::ptrdiff_t>(ring.size() - appended);
-  return std::all_of(ring.begin(), ring.begin() + old, [&](std::uint32_t slot) {
-    return WasValid(slot) && identities[slot] == IdentityOf(snapshot.slots[slot].body);
-  });
+  return std::all_of(reopened ? ring.begin() : ring.begin() + old - 1, ring.begin() + old,
+                     [&](std::uint32_t slot) {
+                       const LogMessage& message = snapshot.slots[slot];
+                       return IsUnchanged({slot, IdentityOf(message.body), message.sequence});
+                     });
 }
 
 FollowStep LogFollower::TakeAppended(const LogSnapshot& snapshot) {
@@ -188,103 +181,261 @@ FollowStep LogFollower::TakeAppended(const LogSnapshot& snapshot) {
   step.loss = {appended - visible, appended - visible};
   const auto first = static_cast<std::ptrdiff_t>(ring.size() - visible);
   for (auto at = ring.begin() + first; at != ring.end(); ++at) {
-    const std::uint32_t slot = *at;
-    if (suspect && WasValid(slot)) {
-      Known& known = departed[identities[slot]];
-      ++known.count;
-      known.key = keys[slot];
-    }
-    identities[slot] = IdentityOf(snapshot.slots[slot].body);
-    keys[slot] = TimeKey(snapshot.slots[slot].body);
-    step.messages.push_back({slot, false});
+    const LogMessage& message = snapshot.slots[*at];
+    if (suspect && WasValid(*at) && !slots[*at].copied) AddKnown(departed, *at);
+    slots[*at] = {IdentityOf(message.body), TimeKey(message.body), message.sequence, false};
+    step.messages.push_back({*at, false});
   }
   last = snapshot.header;
   EndSuspicion(snapshot, ring);
   return step;
 }
 
+void LogFollower::AddKnown(KnownMessages& known, std::uint32_t slot) const {
+  Known& entry = known[slots[slot].identity];
+  entry.key = slots[slot].key;
+  ++entry.count;
+  if (slots[slot].number == 0) {
+    ++entry.unnumbered;
+  } else {
+    entry.number = std::max(entry.number, slots[slot].number);
+  }
+}
+
 LogFollower::KnownMessages LogFollower::CollectKnown() const {
   KnownMessages known = departed;
-  for (std::uint32_t slot = 0; slot < identities.size(); ++slot) {
-    if (!WasValid(slot)) continue;
-    Known& entry = known[identities[slot]];
-    ++entry.count;
-    entry.key = keys[slot];
+  for (std::uint32_t slot = 0; slot < slots.size(); ++slot) {
+    if (WasValid(slot) && !slots[slot].copied) AddKnown(known, slot);
   }
   return known;
 }
 
-// After a reopening, counters that continue prove nothing by themselves. Together with a message that is
-// still in the log they do, because a new log keeps no message.
-bool LogFollower::SameRun(const LogSnapshot& snapshot, const std::vector<std::uint32_t>& ring,
-                          const KnownMessages& known, bool reopened) const {
-  if (!CountersGoOn(last, snapshot.header)) return false;
-  // An empty log has no message to recognize it by; reporting a loss at every first use would be a false
-  // alarm.
-  const bool sinceEmpty = last.messageCount == 0 && last.rewriteCount == snapshot.header.rewriteCount;
-  if (resumed && sinceEmpty) return true;
-  return !reopened || std::any_of(ring.begin(), ring.end(), [&](std::uint32_t slot) {
-    return known.contains(IdentityOf(snapshot.slots[slot].body));
-  });
+std::vector<LogFollower::Candidate> LogFollower::CandidatesOf(const LogSnapshot& snapshot) const {
+  const bool rewritten = snapshot.header.rewriteCount != last.rewriteCount;
+  const auto ring = snapshot.RingOrder();
+  std::vector<bool> appended(snapshot.slots.size());
+  std::uint64_t numbered = snapshot.header.nextSequence - last.nextSequence;
+  for (auto slot = ring.rbegin(); slot != ring.rend() && numbered > 0; ++slot, --numbered)
+    appended[*slot] = true;
+  std::vector<Candidate> candidates;
+  for (const std::uint32_t slot : OrderMessages(snapshot).oldestFirst) {
+    const LogMessage& message = snapshot.slots[slot];
+    Candidate candidate;
+    candidate.slot = slot;
+    candidate.identity = IdentityOf(message.body);
+    candidate.number = message.sequence;
+    candidate.key = TimeKey(message.body);
+    // Only a full ring can hold messages without a number.
+    const bool hasNumber = message.sequence != 0 || !snapshot.Full();
+    candidate.oldNumber = rewritten ? hasNumber && message.sequence < last.nextSequence : !appended[slot];
+    candidates.push_back(candidate);
+  }
+  return candidates;
 }
 
-bool LogFollower::BelowMemory(const LogMessage& message) const {
-  return resumed && TimeKey(message.body) < completeFrom;
+// After a reopening, counters that continue prove nothing by themselves. Together with a message that still
+// has its number they do: a new log numbers its messages from 0 on. Without a reopening a message that has an
+// old number and is not known shows a restart that nobody noticed.
+LogFollower::Run LogFollower::RunOf(const Comparison& comparison) const {
+  if (!comparison.snapshot->HeaderIsSound() || !CountersGoOn(last, comparison.snapshot->header))
+    return Run::Other;
+  const auto& candidates = comparison.candidates;
+  const bool same = std::any_of(candidates.begin(), candidates.end(), [&](const Candidate& each) {
+    const auto entry = comparison.known.find(each.identity);
+    if (!each.oldNumber || entry == comparison.known.end()) return false;
+    return each.number == 0 ? entry->second.unnumbered > 0 : entry->second.number == each.number;
+  });
+  if (comparison.reopened) return same ? Run::Same : Run::Unclear;
+  const bool another = std::any_of(candidates.begin(), candidates.end(), [&](const Candidate& each) {
+    return each.oldNumber && each.key >= completeFrom && !comparison.known.contains(each.identity);
+  });
+  return another ? Run::Unclear : Run::Same;
+}
+
+bool LogFollower::Recognize(Comparison& comparison, const Candidate& candidate) {
+  const auto entry = comparison.known.find(candidate.identity);
+  if (entry == comparison.known.end() || entry->second.count == 0) return false;
+  --entry->second.count;
+  if (candidate.number == 0 && entry->second.unnumbered > 0) --entry->second.unnumbered;
+  return true;
+}
+
+bool LogFollower::RecognizeCopy(const Candidate& candidate) {
+  const auto copy = std::find_if(firstCopies.begin(), firstCopies.end(), [&](const KnownMessage& each) {
+    return each.identity == candidate.identity && each.number == candidate.number;
+  });
+  if (copy == firstCopies.end()) return false;
+  firstCopies.erase(copy);
+  return true;
+}
+
+// The messages whose numbers, or whose slots, show that they were in the log before. One that is not known
+// was lost before.
+void LogFollower::TakeOldNumbers(Comparison& comparison) {
+  const LogFileHeader& now = comparison.snapshot->header;
+  const bool oneRewrite = now.changeCount - last.changeCount == 1 && now.rewriteCount != last.rewriteCount &&
+                          now.nextSequence == last.nextSequence;
+  for (Candidate& each : comparison.candidates) {
+    const bool unchanged = !oneRewrite && IsUnchanged(each);
+    each.copied = slots.empty() ? !oneRewrite && RecognizeCopy(each) : unchanged && slots[each.slot].copied;
+    if (!each.oldNumber && !each.copied && !(each.number == 0 && unchanged)) continue;
+    const bool recognized = each.copied || Recognize(comparison, each);
+    // In another run the number means nothing.
+    if (!recognized && comparison.run == Run::Unclear) continue;
+    each.settled = true;
+    each.isNew = !recognized && each.key >= completeFrom;
+    if (!each.isNew) CountKnown(comparison, each);
+  }
+}
+
+// Returns whether counters and numbers prove that the message came since the last snapshot.
+bool LogFollower::IsCertainlyNew(const Comparison& comparison, const Candidate& candidate) const {
+  if (comparison.run != Run::Same) return false;
+  const LogFileHeader& now = comparison.snapshot->header;
+  if (now.rewriteCount == last.rewriteCount) return !candidate.oldNumber;
+  if (candidate.number == 0) {
+    // A message that once got a number keeps one.
+    const auto entry = comparison.known.find(candidate.identity);
+    return candidate.key >= completeFrom && entry != comparison.known.end() && entry->second.unnumbered == 0;
+  }
+  // An insertion writes the new message first.
+  return now.changeCount - last.changeCount == 1 && candidate.number == last.nextSequence;
+}
+
+// An insertion into a ring that was rewritten backwards writes messages of the rewritten block a second time
+// while the first copies are still there. Returns the first copies that may have a second one from now on.
+LogFollower::FirstCopies LogFollower::FirstCopiesIn(Comparison& comparison) const {
+  FirstCopies copies;
+  const LogSnapshot& snapshot = *comparison.snapshot;
+  if (!suspect || !snapshot.Full()) return copies;
+  const auto ring = snapshot.RingOrder();
+  std::vector<bool> inBlock(snapshot.slots.size());
+  const std::size_t end = BlockEnd(snapshot, ring);
+  for (std::size_t i = 0; i < end && end > 1; ++i) inBlock[ring[i]] = true;
+  for (Candidate& each : comparison.candidates) {
+    each.inBlock = inBlock[each.slot];
+    if (each.inBlock && !each.copied) copies[each.identity].push_back(&each);
+  }
+  return copies;
+}
+
+// Messages without a number come first: a message that was inserted may equal one of them, never the reverse.
+void LogFollower::TakeOthers(Comparison& comparison) const {
+  FirstCopies copies = FirstCopiesIn(comparison);
+  for (const bool numbered : {false, true}) {
+    for (Candidate& each : comparison.candidates) {
+      if (!each.settled && (each.number != 0) == numbered) TakeOther(comparison, each, copies);
+    }
+  }
+}
+
+void LogFollower::TakeOther(Comparison& comparison, Candidate& candidate, FirstCopies& copies) const {
+  if (IsCertainlyNew(comparison, candidate)) {
+    candidate.isNew = true;
+    return;
+  }
+  candidate.recognized = Recognize(comparison, candidate);
+  bool isCopy = false;
+  if (!candidate.recognized && !candidate.inBlock) {
+    std::vector<Candidate*>& first = copies[candidate.identity];
+    isCopy = !first.empty();
+    if (isCopy) first.back()->copied = true;
+    if (isCopy) first.pop_back();
+  }
+  candidate.isNew = !candidate.recognized && !isCopy && candidate.key >= completeFrom;
+  if (!candidate.isNew) CountKnown(comparison, candidate);
+}
+
+// Of messages without a number a new one can stand in the place of an equal known one only if the known one
+// was dropped from the oldest end of the server's list meanwhile.
+// The same holds for messages whose number is not known any more, and for those of a run that has ended.
+void LogFollower::CountKnown(Comparison& comparison, const Candidate& candidate) const {
+  ++comparison.knownInRing;
+  const bool oldest = candidate.key == comparison.candidates.front().key;
+  if (candidate.number == 0 && (oldest || mayBeOthers || candidate.key < completeFrom)) ++comparison.doubtful;
+}
+
+bool LogFollower::OldSlotsDiffer(const Comparison& comparison) const {
+  if (slots.empty()) return false;  // resumed
+  const std::uint64_t next = NextNumber(last);
+  const auto changed =
+      std::count_if(comparison.candidates.begin(), comparison.candidates.end(),
+                    [&](const Candidate& each) { return each.number < next && !IsUnchanged(each); });
+  // The first message of a log has the number 0.
+  return changed > (last.nextSequence == 0 ? 1 : 0);
+}
+
+RingChange LogFollower::ChangeOf(const Comparison& comparison) const {
+  RingChange change;
+  change.before = last;
+  change.now = comparison.snapshot;
+  change.ring = comparison.snapshot->RingOrder();
+  change.oldSlotsDiffer = OldSlotsDiffer(comparison);
+  change.knownInRing = comparison.knownInRing;
+  change.doubtful = comparison.doubtful;
+  for (const Candidate& each : comparison.candidates) {
+    if (each.number < last.nextSequence) continue;
+    ++(each.isNew ? change.returned : change.leftOut);
+  }
+  return change;
+}
+
+// Settles by counting which messages are new, where they are recognized by their bytes alone and the counters
+// allow one case only. Returns the loss.
+Loss LogFollower::Settle(Comparison& comparison) {
+  if (comparison.run == Run::Unclear) mayBeOthers = true;
+  if (comparison.run != Run::Same) return {0, std::nullopt};
+  const RingChange change = ChangeOf(comparison);
+  const LossCases cases = CasesOf(change);
+  const bool allNew = cases.kept && !cases.cleared && !cases.rewritten && change.leftOut > 0 &&
+                      cases.kept->least == change.leftOut && MostOverwritten(change) == 0;
+  if (cases.cleared || (cases.rewritten && !comparison.snapshot->Full())) mayBeOthers = true;
+  if (!cases.OnlyCleared() && !allNew) return cases.Bounds();
+  for (Candidate& each : comparison.candidates) {
+    if (each.number < last.nextSequence) continue;
+    if (each.isNew) continue;
+    each.isNew = true;
+    --comparison.knownInRing;
+    if (each.recognized) ++comparison.known[each.identity].count;
+  }
+  return CasesOf(ChangeOf(comparison)).Bounds();
 }
 
 FollowStep LogFollower::TakeRewritten(const LogSnapshot& snapshot, bool reopened) {
   FollowStep step;
-  KnownMessages known = CollectKnown();
-  Rewrite rewrite;
-  rewrite.hadMessages = last.messageCount > 0;
-  const auto ring = snapshot.RingOrder();
-  const bool countersGoOn = CountersGoOn(last, snapshot.header);
-  rewrite.goesOn = SameRun(snapshot, ring, known, reopened);
-  rewrite.regular = IsRegular(snapshot, ring);
-  if (!rewrite.goesOn || !RingWasKept(last, snapshot, rewrite.regular)) {
+  Comparison comparison;
+  comparison.snapshot = &snapshot;
+  comparison.reopened = reopened;
+  comparison.known = CollectKnown();
+  comparison.candidates = CandidatesOf(snapshot);
+  comparison.run = RunOf(comparison);
+  if (comparison.run != Run::Same || CasesOf(ChangeOf(comparison)).rewritten) {
     suspect = true;
     suspectUntil = NextNumber(snapshot.header);
   }
-  const auto copies = suspect ? SecondCopies(snapshot, ring) : std::set<std::uint32_t>{};
-  for (const std::uint32_t slot : OrderMessages(snapshot).oldestFirst) {
-    if (copies.contains(slot)) continue;
-    const auto entry = known.find(IdentityOf(snapshot.slots[slot].body));
-    if (entry != known.end() && entry->second.count > 0) {
-      --entry->second.count;
-      ++rewrite.surviving;
-      continue;
-    }
-    if (countersGoOn && BelowMemory(snapshot.slots[slot])) {
-      // Its number shows whether it is old, unless the log is a new one or the ring was written again.
-      const std::uint64_t number = snapshot.slots[slot].sequence;
-      const bool numbered = number != 0 || snapshot.header.rewriteCount == last.rewriteCount;
-      const bool old = numbered && number < last.nextSequence;
-      if (old) ++rewrite.surviving;
-      rewrite.doubtful = rewrite.doubtful || !old || !rewrite.goesOn;
-      continue;
-    }
-    step.messages.push_back({slot, false});
+  if (comparison.run != Run::Other) TakeOldNumbers(comparison);
+  TakeOthers(comparison);
+  step.loss = Settle(comparison);
+  for (const Candidate& each : comparison.candidates) {
+    if (each.isNew) step.messages.push_back({each.slot, false});
   }
-  rewrite.fresh = step.messages.size();
-  step.cleared = rewrite.hadMessages && rewrite.surviving == 0 && !snapshot.Full();
-  step.loss = LossOfRewrite(last, snapshot, rewrite);
+  step.cleared = last.messageCount > 0 && comparison.knownInRing == 0 && !snapshot.Full();
+  step.rewritten = comparison.WasRewritten(last);
   if (step.cleared) suspect = false;
-  step.rewritten = snapshot.header.rewriteCount != last.rewriteCount;
-  resumed = false;
-  Remember(snapshot, step.cleared ? KnownMessages{} : std::move(known));
+  if (step.cleared || comparison.run == Run::Other) comparison.known.clear();
+  Remember(snapshot, comparison.candidates, std::move(comparison.known));
   return step;
 }
 
-void LogFollower::Remember(const LogSnapshot& snapshot, KnownMessages gone) {
+void LogFollower::Remember(const LogSnapshot& snapshot, const std::vector<Candidate>& candidates,
+                           KnownMessages gone) {
   const auto ring = snapshot.RingOrder();
   last = snapshot.header;
   last.messageCount = static_cast<std::int32_t>(ring.size());  // a damaged header may claim more
-  identities.assign(snapshot.slots.size(), {});
-  keys.assign(snapshot.slots.size(), 0);
-  for (const std::uint32_t slot : ring) {
-    identities[slot] = IdentityOf(snapshot.slots[slot].body);
-    keys[slot] = TimeKey(snapshot.slots[slot].body);
-  }
+  firstCopies.clear();
+  slots.assign(snapshot.slots.size(), {});
+  for (const Candidate& each : candidates)
+    slots[each.slot] = {each.identity, each.key, each.number, each.copied};
   EndSuspicion(snapshot, ring);
   departed.clear();
   if (!suspect) return;
@@ -303,26 +454,28 @@ void LogFollower::Remember(const LogSnapshot& snapshot, KnownMessages gone) {
 }
 
 void LogFollower::EndSuspicion(const LogSnapshot& snapshot, const std::vector<std::uint32_t>& ring) {
+  // In a ring that is not full every message that the server holds stands in the ring.
+  if (!suspect || !snapshot.Full()) completeFrom = 0;
   if (!suspect) return;
   suspect = !snapshot.Full() || !std::all_of(ring.begin(), ring.end(), [&](std::uint32_t slot) {
     return snapshot.slots[slot].sequence >= suspectUntil;
   });
-  if (!suspect) departed.clear();
+  if (suspect) return;
+  departed.clear();
+  completeFrom = 0;
+  mayBeOthers = false;
 }
 
 void LogFollower::MarkLate(const LogSnapshot& snapshot, FollowStep& step) {
   std::stable_sort(step.messages.begin(), step.messages.end(), [&](const NewMessage& a, const NewMessage& b) {
     return TimeKey(snapshot.slots[a.slot].body) < TimeKey(snapshot.slots[b.slot].body);
   });
-  std::uint64_t newest = 0;
   for (NewMessage& message : step.messages) {
     const std::uint64_t key = TimeKey(snapshot.slots[message.slot].body);
-    message.late = any && key < newestKey;
-    newest = std::max(newest, key);
+    message.late = any && key < lastKey;
+    lastKey = key;
+    any = true;
   }
-  // Not the newest of all time: one message from a wrong clock would make every later one late.
-  if (!step.messages.empty()) newestKey = newest;
-  any = any || !step.messages.empty();
 }
 
 }  // namespace TamLogClient

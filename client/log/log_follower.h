@@ -1,39 +1,32 @@
 #pragma once
 
 // Determines which messages are new from one snapshot of the log to the next: each message once, and the
-// number of messages lost in between, which is exact where the log's counters show it.
+// number of messages lost in between, which is exact where the log's counters show it (loss_bounds.h).
 //
-// Sequence numbers do not identify messages: they repeat when a back-dated message is inserted, and stay 0
-// after a rewrite of the whole ring. While `rewriteCount` does not change, the position in the ring shows
-// what is new; otherwise a message is recognized by its 546 bytes and the number of its occurrences. Memory
-// is bounded by twice the ring's number of slots (24 bytes each and the table's overhead).
+// A message changes its number when a back-dated one is inserted before it, and has none after a rewrite of
+// the whole ring. While `rewriteCount` does not change, the numbers show what is new; otherwise a message
+// with a new number is recognized by its 546 bytes and the number of its occurrences. Messages that equal
+// each other byte by byte can be told apart only as far as numbers and counters show it; where they do not,
+// the message counts as known, and a possible loss is reported.
+//
+// Memory is bounded by twice the ring's number of slots (40 bytes each and the table's overhead).
 //
 // A follower belongs to one thread.
 
 #include <cstdint>
-#include <limits>
-#include <optional>
 #include <unordered_map>
 #include <vector>
 
 #include "client/log/follower_memory.h"
 #include "client/log/log_snapshot.h"
+#include "client/log/loss_bounds.h"
 #include "client/message/log_message_view.h"
 
 namespace TamLogClient {
 
 struct NewMessage {
   std::uint32_t slot = 0;  // in the snapshot
-  bool late = false;       // dated before a message of the last step that had any
-};
-
-// The number of messages that were in the log between two snapshots and are gone. `most` without value:
-// unknown.
-struct Loss {
-  std::uint64_t least = 0;
-  std::optional<std::uint64_t> most = 0;
-  bool Any() const { return least > 0 || !most || *most > 0; }
-  bool Exact() const { return most && *most == least; }
+  bool late = false;       // dated before the message returned just before it
 };
 
 struct FollowStep {
@@ -63,36 +56,77 @@ class LogFollower {
  private:
   struct Known {
     std::uint32_t count = 0;
+    std::uint32_t unnumbered = 0;  // of them: stored without a number
     std::uint64_t key = 0;
+    std::uint64_t number = 0;  // of one that is numbered
   };
   using KnownMessages = std::unordered_map<MessageIdentity, Known, MessageIdentityHash>;
 
+  // One message of a snapshot while it is compared with the known ones.
+  struct Candidate {
+    std::uint32_t slot = 0;
+    MessageIdentity identity;
+    std::uint64_t number = 0;
+    std::uint64_t key = 0;
+    bool oldNumber = false;  // assigned before the last snapshot, in the same run
+    bool settled = false;
+    bool recognized = false;  // one of the known messages is taken for it
+    bool inBlock = false;     // in what may be left of a full rewrite
+    bool copied = false;      // the server has written it a second time: it is in another slot as well
+    bool isNew = false;
+  };
+  // Whether a snapshot continues the run of the log that the last one was taken from.
+  enum class Run : std::uint8_t { Same, Unclear, Other };
+  struct Comparison;
+  using FirstCopies = std::unordered_map<MessageIdentity, std::vector<Candidate*>, MessageIdentityHash>;
+
   bool OnlyAppended(const LogSnapshot& snapshot, bool reopened) const;
-  bool OldSlotsUnchanged(const LogSnapshot& snapshot, std::uint64_t appended) const;
+  bool IsUnchanged(const Candidate& candidate) const;
   FollowStep TakeAppended(const LogSnapshot& snapshot);
   FollowStep TakeRewritten(const LogSnapshot& snapshot, bool reopened);
-  bool SameRun(const LogSnapshot& snapshot, const std::vector<std::uint32_t>& ring,
-               const KnownMessages& known, bool reopened) const;
-  bool BelowMemory(const LogMessage& message) const;
+  std::vector<Candidate> CandidatesOf(const LogSnapshot& snapshot) const;
+  Run RunOf(const Comparison& comparison) const;
+  bool RecognizeCopy(const Candidate& candidate);
+  static bool Recognize(Comparison& comparison, const Candidate& candidate);
+  void TakeOldNumbers(Comparison& comparison);
+  FirstCopies FirstCopiesIn(Comparison& comparison) const;
+  void TakeOthers(Comparison& comparison) const;
+  void TakeOther(Comparison& comparison, Candidate& candidate, FirstCopies& copies) const;
+  void CountKnown(Comparison& comparison, const Candidate& candidate) const;
+  bool IsCertainlyNew(const Comparison& comparison, const Candidate& candidate) const;
+  bool OldSlotsDiffer(const Comparison& comparison) const;
+  RingChange ChangeOf(const Comparison& comparison) const;
+  Loss Settle(Comparison& comparison);
   KnownMessages CollectKnown() const;
-  void Remember(const LogSnapshot& snapshot, KnownMessages gone);
+  void AddKnown(KnownMessages& known, std::uint32_t slot) const;
+  void Remember(const LogSnapshot& snapshot, const std::vector<Candidate>& candidates, KnownMessages gone);
   void EndSuspicion(const LogSnapshot& snapshot, const std::vector<std::uint32_t>& ring);
   void MarkLate(const LogSnapshot& snapshot, FollowStep& step);
   bool WasValid(std::uint32_t slot) const;
 
+  struct Slot {
+    MessageIdentity identity;
+    std::uint64_t key = 0;
+    std::uint64_t number = 0;
+    bool copied = false;  // as in Candidate: the message counts in the other slot
+  };
+
   LogFileHeader last{};
-  std::vector<MessageIdentity> identities;  // of `last`, by slot
-  std::vector<std::uint64_t> keys;          // of `last`, by slot
-  KnownMessages departed;                   // reported, no longer in the ring, but able to come back
+  std::vector<Slot> slots;                // of `last`
+  KnownMessages departed;                 // reported, no longer in the ring, but able to come back
+  std::vector<KnownMessage> firstCopies;  // of the memory, until the first snapshot after it
   // The whole ring may have been rewritten: then new messages overwrite the newest ones, which the server
   // still holds and may write again later. Ends once every slot has a number from `suspectUntil` on.
   bool suspect = true;
   std::uint64_t suspectUntil = 0;
-  // After Resume: messages older than `completeFrom` are not known by their bytes.
-  bool resumed = false;
+  // Messages older than this were cut off from the memory that this follower resumed from. They may come back
+  // as long as the ring is suspect.
   std::uint64_t completeFrom = 0;
-  bool any = false;  // a message was reported or known
-  std::uint64_t newestKey = 0;
+  // The log may have been emptied meanwhile: then the departed messages do not come back, and one that equals
+  // them is another.
+  bool mayBeOthers = false;
+  bool any = false;           // a message was reported or known
+  std::uint64_t lastKey = 0;  // of the last one reported
 };
 
 }  // namespace TamLogClient

@@ -38,6 +38,7 @@ void RingModel::Submit(const LogMessageBody& body) {
   Entry entry;
   entry.message.body = body;
   entry.number = submitted++;
+  wasInFile.push_back(false);
   const auto place = std::find_if(entries.begin(), entries.end(), [&body](const Entry& other) {
     return TimeKey(other.message.body) <= TimeKey(body);
   });
@@ -56,6 +57,9 @@ void RingModel::Submit(const LogMessageBody& body) {
 void RingModel::Write(std::int32_t slot, const Entry& entry) {
   slots[static_cast<std::size_t>(slot)] = entry.message;
   slotMessages[static_cast<std::size_t>(slot)] = entry.number;
+  if (wasInFile[entry.number]) return;
+  wasInFile[entry.number] = true;
+  everInFile.push_back(entry.number);
 }
 
 void RingModel::RewriteAll() {
@@ -89,11 +93,6 @@ void RingModel::Flush() {
   }
   pending = rewind = 0;
   ++header.changeCount;
-  NoteFile();
-}
-
-void RingModel::NoteFile() {
-  for (const std::uint32_t slot : Snapshot().RingOrder()) everInFile.insert(slotMessages[slot]);
 }
 
 void RingModel::Clear() {
@@ -103,6 +102,62 @@ void RingModel::Clear() {
   header.nextSlot = 0;
   ++header.rewriteCount;
   ++header.changeCount;
+}
+
+std::vector<std::uint32_t> RingModel::FromNewest() const {
+  std::vector<std::uint32_t> walk;
+  for (std::int32_t i = 0; i < header.messageCount; ++i) {
+    walk.push_back(
+        static_cast<std::uint32_t>((header.nextSlot - 1 - i + header.maxMessages) % header.maxMessages));
+  }
+  return walk;
+}
+
+bool RingModel::PassesCheck() const {
+  std::uint64_t newer = ~std::uint64_t{0};
+  for (const std::uint32_t slot : FromNewest()) {
+    const std::uint64_t key = TimeKey(slots[slot].body);
+    if (key > newer) return false;
+    newer = key;
+  }
+  return true;
+}
+
+void RingModel::Compact(std::int32_t capacity) {
+  const std::vector<std::uint32_t> walk = FromNewest();
+  const std::vector<LogMessage> oldSlots = slots;
+  const std::vector<std::size_t> oldMessages = slotMessages;
+  const auto kept = std::min(walk.size(), static_cast<std::size_t>(capacity));
+  slots.resize(static_cast<std::size_t>(capacity));
+  slotMessages.resize(slots.size());
+  for (std::size_t i = 0; i < kept; ++i) {
+    slots[i] = oldSlots[walk[i]];
+    slotMessages[i] = oldMessages[walk[i]];
+  }
+  header.maxMessages = capacity;
+  header.messageCount = static_cast<std::int32_t>(kept);
+  header.nextSlot = header.messageCount < capacity ? header.messageCount : 0;
+}
+
+void RingModel::Load() {
+  entries.clear();
+  for (const std::uint32_t slot : FromNewest()) entries.push_back({slots[slot], slotMessages[slot]});
+}
+
+bool RingModel::Restart(std::int32_t capacity) {
+  if (pending > 0) ++header.changeCount;
+  pending = rewind = 0;
+  bool passes = PassesCheck();
+  if (passes && capacity != header.maxMessages) {
+    Compact(capacity);
+    passes = PassesCheck();
+  }
+  if (!passes) {
+    Reformat(capacity);
+    return false;
+  }
+  Load();
+  return true;
 }
 
 TamLogClient::LogSnapshot RingModel::Snapshot() const {

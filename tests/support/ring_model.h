@@ -1,12 +1,11 @@
 #pragma once
 
 // A small model of the log as its format document describes it: the list in memory, the counts of pending and
-// rewound entries, and the ring that a flush writes from them. Tests use it to bring a log into any state and
-// to know the fate of every message.
+// rewound entries, the ring that a flush writes from them, and the check at a start. Written from the
+// document alone. Tests use it to bring a log into any state and to know the fate of every message.
 
 #include <cstdint>
 #include <deque>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -28,13 +27,18 @@ class RingModel {
   void Clear();
   void Reformat(std::int32_t capacity);
 
+  // Stops the server and starts it again, with another capacity if one is given. Pending messages are lost. A
+  // file that fails the check is emptied. Returns whether the file kept its messages.
+  bool Restart() { return Restart(header.maxMessages); }
+  bool Restart(std::int32_t capacity);
+
   // Returns the present contents of the file, as a reader would copy them.
   TamLogClient::LogSnapshot Snapshot() const;
   std::string FileBytes() const;
 
-  // Return the numbers, counted from 0 in order of submission, of all messages that ever were in the file,
-  // and the number of the message in a slot.
-  const std::set<std::size_t>& EverInFile() const { return everInFile; }
+  // Return the numbers, counted from 0 in order of submission, of all messages that ever were in the file, in
+  // the order in which they came into it, and the number of the message in a slot.
+  const std::vector<std::size_t>& EverInFile() const { return everInFile; }
   std::size_t MessageIn(std::uint32_t slot) const { return slotMessages[slot]; }
 
  private:
@@ -46,7 +50,11 @@ class RingModel {
   void Write(std::int32_t slot, const Entry& entry);
   void RewriteAll();
   void Append();
-  void NoteFile();
+  void Note(const Entry& entry);
+  std::vector<std::uint32_t> FromNewest() const;
+  bool PassesCheck() const;
+  void Compact(std::int32_t capacity);
+  void Load();
 
   std::deque<Entry> entries;  // newest first
   std::int32_t pending = 0;
@@ -54,7 +62,8 @@ class RingModel {
   LogFileHeader header{};
   std::vector<LogMessage> slots;
   std::vector<std::size_t> slotMessages;
-  std::set<std::size_t> everInFile;
+  std::vector<std::size_t> everInFile;
+  std::vector<bool> wasInFile;  // by number
   std::size_t submitted = 0;
 };
 

@@ -1,0 +1,67 @@
+// Judges the follower over random histories for about a minute under the sanitizers and some seconds under
+// Wine, and prints the table of docs/reliability.md. TAMLOG_HISTORY_SECONDS in the environment sets another
+// time for all kinds together.
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "tests/client/log/follower_judge.h"
+
+namespace {
+
+using TamLogTest::FollowerJudge;
+using TamLogTest::HistoryKind;
+using TamLogTest::HistoryKinds;
+using TamLogTest::JudgeCounts;
+
+#ifdef _WIN32
+constexpr int kSeconds = 6;
+#else
+constexpr int kSeconds = 60;
+#endif
+constexpr std::uint32_t kFewest = 50;
+
+int SecondsForAll() {
+  const char* const chosen = std::getenv("TAMLOG_HISTORY_SECONDS");
+  return chosen == nullptr ? kSeconds : std::atoi(chosen);
+}
+
+class FollowerHistories : public testing::TestWithParam<HistoryKind> {};
+
+TEST_P(FollowerHistories, EveryMessageOnceOrItsLossReported) {
+  const auto share =
+      std::chrono::milliseconds(SecondsForAll() * 1000 / static_cast<int>(HistoryKinds().size()));
+  const auto end = std::chrono::steady_clock::now() + share;
+  JudgeCounts counts;
+  for (std::uint32_t seed = 0; seed < kFewest || std::chrono::steady_clock::now() < end; ++seed) {
+    std::string story;
+    counts.Add(FollowerJudge(GetParam(), seed).Run(story));
+    ASSERT_EQ(story, "") << "seed " << seed;
+  }
+  EXPECT_EQ(counts.Failures(), 0U);
+  EXPECT_GT(counts.returned, 0U);
+  EXPECT_GT(counts.exact, 0U) << "counts by the counters are never made";
+  EXPECT_LT(counts.needless, counts.visits / 3) << "a follower that always reports a possible loss is no use";
+  std::string row = std::string("| ") + GetParam().name + " |";
+  for (const std::uint64_t count : {counts.histories, counts.visits, counts.returned, counts.lost,
+                                    counts.exact, counts.possible, counts.needless}) {
+    row += " " + std::to_string(count) + " |";
+  }
+  std::puts(row.c_str());
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, FollowerHistories, testing::ValuesIn(HistoryKinds()),
+                         [](const testing::TestParamInfo<HistoryKind>& kind) {
+                           std::string name;
+                           for (const char* each = kind.param.name; *each != '\0'; ++each) {
+                             if (*each != ' ' && *each != ',') name += *each;
+                           }
+                           return name;
+                         });
+
+}  // namespace
