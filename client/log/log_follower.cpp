@@ -24,8 +24,9 @@ bool IsRegular(const LogSnapshot& snapshot, const std::vector<std::uint32_t>& ri
 
 // The counters of one run of the log never fall. Those of a damaged header mean nothing.
 bool CountersGoOn(const LogFileHeader& before, const LogFileHeader& now) {
-  return RingIsSound(before) && now.maxMessages == before.maxMessages && now.changeCount >= before.changeCount &&
-         now.rewriteCount >= before.rewriteCount && now.nextSequence >= before.nextSequence;
+  return RingIsSound(before) && now.maxMessages == before.maxMessages &&
+         now.changeCount >= before.changeCount && now.rewriteCount >= before.rewriteCount &&
+         now.nextSequence >= before.nextSequence;
 }
 
 // Returns whether `appended` appends lead from one sound header to the other.
