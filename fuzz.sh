@@ -20,6 +20,8 @@ Runs all targets without TARGET, 60 seconds each, or N. --native omits the targe
   the client:  log_file  a copied log file: checker and repair
                lost_bytes a log that lost and gained bytes: what no change touched is saved
                integrity the same file, judged by the server's rules and by the client's
+               compressed gzip and xz data
+               times     times as users type them
                follower  snapshots with any header and any numbers, one after the other
                cursor, tsv, expression
 

@@ -1,5 +1,4 @@
-// Fuzzes the repair of files that lost or gained bytes: every message that no change touched is saved. The
-// slots that the verifier and the repair find must be the same.
+// Fuzzes the repair of files that lost or gained bytes: every message that no change touched is saved.
 //
 // Input: the capacity, the number of messages and of changes, then the changes: a place (2 bytes), a length
 // (2), and what fills it (2): below 256 a byte that is added, otherwise bytes are removed.
@@ -40,7 +39,8 @@ struct Change {
 LogMessage MessageOf(std::uint32_t number) {
   LogMessage message{};
   message.sequence = number;
-  const std::int16_t words[8] = {2026, 1, 1, 0, 0, static_cast<std::int16_t>(number % 60), 0, 0};
+  const std::int16_t words[8] = {
+      2026, 1, 1, 0, static_cast<std::int16_t>(number / 60), static_cast<std::int16_t>(number % 60), 0, 0};
   std::memcpy(message.body.timestamp, words, sizeof(words));
   message.body.type = number % kMessageTypes;
   std::memset(message.body.source, 's', 1 + number % 9);
@@ -74,12 +74,15 @@ std::string BodyOf(const LogMessage& message) {
 // Changes the bytes from the end to the beginning, so that places stay those of the whole log. Changes stand
 // apart, because two in one slot leave nothing to tell them apart by.
 std::vector<Change> Apply(std::vector<Change> changes, std::string& bytes) {
-  std::sort(changes.begin(), changes.end(), [](const Change& left, const Change& right) { return left.at > right.at; });
+  std::sort(changes.begin(), changes.end(),
+            [](const Change& left, const Change& right) { return left.at > right.at; });
   std::vector<Change> applied;
   for (Change change : changes) {
     change.length = static_cast<std::uint16_t>(1 + change.length % (2 * kSlotSize));
     const std::size_t end = change.at + (change.filling < 256 ? 0U : change.length);
-    const std::size_t limit = applied.empty() ? bytes.size() : applied.back().at - std::min<std::size_t>(applied.back().at, 4 * kSlotSize);
+    const std::size_t limit =
+        applied.empty() ? bytes.size()
+                        : applied.back().at - std::min<std::size_t>(applied.back().at, 4 * kSlotSize);
     if (change.at < kSlotsOffset || end > limit) continue;
     if (change.filling < 256) {
       bytes.insert(change.at, change.length, static_cast<char>(change.filling));
@@ -104,7 +107,10 @@ void CheckLayout(const LogFileImage& image) {
   std::uint64_t end = 0;
   for (const auto& part : FindLayout(image)) {
     for (const auto& stretch : part.stretches) {
-      Require(stretch.offset >= end || stretch.slots == 0);
+      // Only bytes between two messages may be missing: padding, number and origin.
+      constexpr std::uint64_t kBetween =
+          kSlotSize - kNeededOfSlot + offsetof(LogMessage, body) + offsetof(LogMessageBody, timestamp);
+      Require(stretch.offset + kBetween >= end || stretch.slots == 0);
       end = stretch.offset + stretch.slots * kSlotSize;
       Require(end <= image.Size() + kSlotSize);
     }
@@ -130,8 +136,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const LogFileImage image(bytes);
   CheckLayout(image);
   std::set<std::string> saved;
-  for (const auto& message : PlanRepair(image).oldestFirst) saved.insert(BodyOf(SavedMessageOf(image, message)));
-  for (std::size_t i = 0; i < slots.size(); ++i) Require(IsTouched(slots[i], changes) || saved.contains(bodies[i]));
-  Require(changes.empty() == (VerifyLogFile(image, {.most = 1, .remarks = false}).Damage() == 0));
+  for (const auto& message : PlanRepair(image).oldestFirst)
+    saved.insert(BodyOf(SavedMessageOf(image, message)));
+  for (std::size_t i = 0; i < slots.size(); ++i)
+    Require(IsTouched(slots[i], changes) || saved.contains(bodies[i]));
+  Require(!changes.empty() || VerifyLogFile(image, {.most = 1, .remarks = false}).Damage() == 0);
   return 0;
 }

@@ -42,10 +42,17 @@ void MessageFile::CloseFile() {
   mappedView.Unmap();
 }
 
-void MessageFile::MapWithoutReaders(NativeHandle file, SecurityAttributes* attributes,
+void MessageFile::CheckOpen() {
+  if (openObjects == nullptr) {
+    throw ExceptionBase("Failed to grab write access, some handles or pointers are invalid");
+  }
+}
+
+void MessageFile::MapWithoutReaders(const AutoHandle& file, SecurityAttributes* attributes,
                                     MappedView::Older older) {
   const LeafLock::Guard guard(viewLock);
-  mappedView.Map(file, objectNames.mapping, attributes, older);
+  CheckOpen();
+  mappedView.Map(file.Get(), objectNames.mapping, attributes, older);
   ++mappings;
   ResetReadCount(mappedView);
 }

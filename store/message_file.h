@@ -82,9 +82,19 @@ class MessageFile {
   // process can enter as reader: one that was counted in between would later leave readCount at -1, and
   // writers would wait forever. Throws what MappedView::Map throws, and "Failed to reset the read count in
   // SetFileView()".
-  void MapWithoutReaders(NativeHandle file, SecurityAttributes* attributes, MappedView::Older older)
+  void MapWithoutReaders(const AutoHandle& file, SecurityAttributes* attributes, MappedView::Older older)
       EXCLUDES(viewLock);
   void CloseView() EXCLUDES(viewLock);
+
+  // Calls step(), which must not wait, while the named objects are open: a close by another thread waits for
+  // it, and what that thread closes afterwards is still open here. ExceptionBase "Failed to grab write
+  // access, some handles or pointers are invalid" when they are closed already.
+  template <class Step>
+  void WhileOpen(Step&& step) EXCLUDES(viewLock) {
+    const LeafLock::Guard guard(viewLock);
+    CheckOpen();
+    std::forward<Step>(step)();
+  }
 
   // Reset and set the read-wait event: new readers wait, new readers may enter.
   void HoldReadersOut(const Ticket& ticket, const char* invalidText) EXCLUDES(viewLock);
@@ -104,6 +114,7 @@ class MessageFile {
   bool EnterAsReader(const Ticket& ticket) EXCLUDES(viewLock);
   void LeaveAsReader(const Ticket& ticket) EXCLUDES(viewLock);
   void CheckTicket(const Ticket& ticket, const char* invalidText) REQUIRES(viewLock);
+  void CheckOpen() REQUIRES(viewLock);
   void EndAccesses() REQUIRES(viewLock);
 
   // Written by OpenFile only, while no other thread reads them.

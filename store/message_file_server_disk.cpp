@@ -8,6 +8,7 @@
 #include "util/exceptions.h"
 #include "util/win32.h"
 
+using TamLogUtil::AutoHandle;
 using TamLogUtil::Mutex;
 using TamLogUtil::Timeout;
 using TamLogUtil::Exceptions::ExceptionWindows;
@@ -37,13 +38,14 @@ bool MessageFileServer::OpenLogFile(const std::string& path, std::uint32_t& lowF
   if (opened == INVALID_HANDLE_VALUE) {
     throw ExceptionWindows("Failed to open log file, CreateFile() failed", nullptr, error);
   }
-  file.Take(opened);
+  AutoHandle own(opened, AutoHandle::From::Take);
   LARGE_INTEGER size = {};
   // A file of unknown size is not an empty one, which would be reformatted.
-  if (GetFileSizeEx(file.Get(), &size) == 0) {
+  if (GetFileSizeEx(own.Get(), &size) == 0) {
     throw ExceptionWindows("Failed to open log file, GetFileSizeEx() failed");
   }
   lowFileSize = size.LowPart;
+  WhileOpen([&] { file.Swap(own); });
   return error == ERROR_ALREADY_EXISTS;
 }
 

@@ -93,7 +93,7 @@ void MessageFileServer::OpenFile(const std::string& mapName, const std::string& 
   // size it has and checked a second time, which costs time and changes nothing.
   if (lowFileSize != LogFileSize(settings.maxMessage)) {
     CloseView();
-    patience.Try([&](bool /*last*/) { ResizeFile(settings.maxMessage); });
+    patience.Try([&](bool /*last*/) { WhileOpen([&] { ResizeFile(settings.maxMessage); }); });
     SetFileView(patience, older);
     // A compaction leaves the newest message in slot 0, so this check empties a file whose capacity changed,
     // unless at most one message is left or all have the same time. Held by
@@ -110,8 +110,7 @@ void MessageFileServer::SetFileView(SectionPatience& patience, MappedView::Older
   CloseView();
   EveryoneSecurity security(kFileMapAccess);
   patience.Try([&](bool last) {
-    MapWithoutReaders(file.Get(), security.GetSecurityAttributes(),
-                      last ? MappedView::Older::TakeOver : older);
+    MapWithoutReaders(file, security.GetSecurityAttributes(), last ? MappedView::Older::TakeOver : older);
   });
 }
 
@@ -270,6 +269,10 @@ void MessageFileServer::SetServerRunning() {
 // Ends the waits of other threads only after it has taken write access or the time ran out: they may still
 // get access while this one waits for the same readers. Without a limit (a file opened over an open one) a
 // reader that never leaves therefore blocks this like every other writer.
+//
+// A stop whose time is over calls this while a restart's thread may be in OpenFile. The objects are closed
+// first and the file after them, so every step of the open either keeps this waiting or finds the objects
+// closed.
 void MessageFileServer::CloseFile(Timeout& timeout) {
   std::exception_ptr failure;
   const auto attempt = [&failure](auto&& step) {

@@ -12,6 +12,9 @@
 //   kHeld + n * kWaiter      held, n threads wait on the event
 //   kPassing + n * kWaiter   released: the event is signalled, or about to be, for one thread that waited; n
 //                            does not count that thread
+//   kOrphaned                the same, but the wait of that thread has failed: the next one that arrives
+//   waits
+//                            in its place
 //
 // Signalling the event is the last thing a release does with the lock, so the thread that gets the lock may
 // destroy it.
@@ -39,10 +42,15 @@ class Benaphore {
       case Arrival::Waits:
         break;
     }
-    if (!WaitOn(event, milliseconds)) {
-      if (CountOut()) return false;
-      // Too late to leave: the event is being signalled for this thread.
-      event.Wait(kForever);
+    try {
+      if (!event.Wait(milliseconds)) {
+        if (CountOut()) return false;
+        // Too late to leave: the event is being signalled for this thread.
+        event.Wait(kForever);
+      }
+    } catch (...) {
+      Abandon();
+      throw;
     }
     word.fetch_sub(kPassing - kHeld, std::memory_order_acquire);
     return true;
@@ -55,7 +63,7 @@ class Benaphore {
     try {
       event.Signal();
     } catch (...) {
-      word.fetch_add(kWaiter + kHeld - kPassing, std::memory_order_relaxed);
+      TakeBack();
       throw;
     }
   }
@@ -64,52 +72,59 @@ class Benaphore {
   static constexpr std::uint32_t kForever = 0xFFFFFFFFU;
   static constexpr std::uint32_t kHeld = 1;
   static constexpr std::uint32_t kPassing = 2;
+  static constexpr std::uint32_t kOrphaned = 3;
+  static constexpr std::uint32_t kState = 3;  // mask of the above
   static constexpr std::uint32_t kWaiter = 4;
 
   enum class Arrival : std::uint8_t { Inside, Waits, Refused };
 
-  Arrival Arrive(bool mayWait) {
-    std::uint32_t seen = 0;
-    while (true) {
-      if (seen != 0 && !mayWait) return Arrival::Refused;
-      const std::uint32_t next = seen == 0 ? kHeld : seen + kWaiter;
-      if (word.compare_exchange_weak(seen, next, std::memory_order_acquire, std::memory_order_relaxed)) {
-        return next == kHeld ? Arrival::Inside : Arrival::Waits;
-      }
+  // Applies next(word) to the word; returns its old value. Nothing is changed when both are equal.
+  template <class Next>
+  std::uint32_t Change(std::memory_order order, Next&& next) {
+    std::uint32_t seen = word.load(std::memory_order_relaxed);
+    while (next(seen) != seen &&
+           !word.compare_exchange_weak(seen, next(seen), order, std::memory_order_relaxed)) {
     }
+    return seen;
   }
 
-  template <class WaitEvent>
-  bool WaitOn(WaitEvent& event, std::uint32_t milliseconds) {
-    try {
-      return event.Wait(milliseconds);
-    } catch (...) {
-      // If the event is still signalled for this thread, the next one that arrives goes through instead.
-      CountOut();
-      throw;
-    }
+  Arrival Arrive(bool mayWait) {
+    const std::uint32_t seen = Change(std::memory_order_acquire, [mayWait](std::uint32_t now) {
+      if (now == 0) return kHeld;
+      if (now == kOrphaned) return kPassing;
+      return mayWait ? now + kWaiter : now;
+    });
+    if (seen == 0) return Arrival::Inside;
+    return seen == kOrphaned || mayWait ? Arrival::Waits : Arrival::Refused;
   }
 
   // Returns false when no thread is counted: the event is being signalled for the one thread that still
   // waits.
   bool CountOut() {
-    std::uint32_t seen = word.load(std::memory_order_relaxed);
-    while (seen >= kWaiter) {
-      if (word.compare_exchange_weak(seen, seen - kWaiter, std::memory_order_relaxed)) return true;
-    }
-    return false;
+    return Change(std::memory_order_relaxed,
+                  [](std::uint32_t now) { return now >= kWaiter ? now - kWaiter : now; }) >= kWaiter;
+  }
+
+  // After a failed wait: while other threads wait, one of them gets the signal that may be meant for this
+  // one.
+  void Abandon() {
+    Change(std::memory_order_relaxed,
+           [](std::uint32_t now) { return now >= kWaiter ? now - kWaiter : kOrphaned; });
   }
 
   // Returns true when the event has to be signalled.
   bool HandOver() {
-    std::uint32_t seen = word.load(std::memory_order_relaxed);
-    while ((seen & kHeld) != 0) {
-      const std::uint32_t next = seen < kWaiter ? 0 : seen - kWaiter - kHeld + kPassing;
-      if (word.compare_exchange_weak(seen, next, std::memory_order_release, std::memory_order_relaxed)) {
-        return next != 0;
-      }
-    }
-    return false;
+    const std::uint32_t seen = Change(std::memory_order_release, [](std::uint32_t now) {
+      if ((now & kState) != kHeld) return now;
+      return now < kWaiter ? 0 : now - kWaiter - kHeld + kPassing;
+    });
+    return (seen & kState) == kHeld && seen >= kWaiter;
+  }
+
+  // After an event that could not be signalled: the lock is held as before.
+  void TakeBack() {
+    Change(std::memory_order_relaxed,
+           [](std::uint32_t now) { return now == kOrphaned ? kHeld : now + kWaiter + kHeld - kPassing; });
   }
 
   std::atomic<std::uint32_t> word{0};

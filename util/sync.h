@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <utility>
 
 #include "util/benaphore.h"
 #include "util/native_handle.h"
@@ -60,6 +61,7 @@ class AutoHandle {
   void Take(NativeHandle source);
   // Does the same, but `source` stays open.
   void Copy(NativeHandle source);
+  void Swap(AutoHandle& other) { std::swap(handle, other.handle); }
   void Close();
 
   bool IsValid() const;

@@ -107,9 +107,7 @@ class LiveReader : public tamlog_reader {
   void OnStartReplaced() override { stream.reset(); }
 
   Cursor CursorOfLast() const override {
-    Cursor cursor;
-    cursor.key = TimeKey(last.body);
-    cursor.identity = TamLogClient::IdentityOf(last.body);
+    const Cursor cursor = TamLogClient::CursorOf(last.body, 1);
     if (!stream) return cursor;
     const TamLogClient::LogSnapshot& seen = stream->Snapshot();
     const auto order = OrderMessages(seen).oldestFirst;
@@ -119,8 +117,6 @@ class LiveReader : public tamlog_reader {
     if (found != order.rend()) {
       return CursorOf(seen, order, static_cast<std::size_t>(order.rend() - found) - 1);
     }
-    cursor.rewriteCount = seen.header.rewriteCount;
-    cursor.nextSequence = seen.header.nextSequence;
     return cursor;
   }
 

@@ -6,6 +6,7 @@
 #include <system_error>
 
 #include "client/file/file_path.h"
+#include "client/file/system_file.h"
 
 namespace TamLogClient {
 
@@ -20,17 +21,17 @@ constexpr std::size_t kMostRead = std::size_t{1} << 24U;
 
 }  // namespace
 
-Status FileBytes::Open(const std::string& path) {
-  if (const Status status = OpenForReading(path, file); status != Status::Ok) return status;
+FileStatus FileBytes::Open(const std::string& path) {
+  if (const FileStatus status = OpenForReading(path, file); status != Status::Ok) return status;
   std::error_code error;
   if (std::filesystem::is_fifo(PathOf(path), error)) return ReadPipe();
   size = std::filesystem::file_size(PathOf(path), error);
-  if (error) return Status::SystemError;
+  if (error) return FileStatusOf(error);
   pieces.resize(kPieces);
   return Status::Ok;
 }
 
-Status FileBytes::ReadPipe() {
+FileStatus FileBytes::ReadPipe() {
   while (file) {
     const std::size_t before = pipe.size();
     pipe.resize(before + kPieceSize);
@@ -40,7 +41,7 @@ Status FileBytes::ReadPipe() {
   whole = pipe;
   inMemory = true;
   size = pipe.size();
-  return file.bad() ? Status::SystemError : Status::Ok;
+  return file.bad() ? LastFileError() : FileStatus();
 }
 
 const FileBytes::Piece& FileBytes::PieceAt(std::uint64_t number) {
@@ -75,6 +76,7 @@ std::size_t FileBytes::Copy(std::uint64_t offset, void* to, std::size_t count) {
     file.read(static_cast<char*>(to) + done, static_cast<std::streamsize>(std::min(kMostRead, count - done)));
     done += static_cast<std::size_t>(file.gcount());
   }
+  if (file.bad()) failure = LastFileError();
   return done;
 }
 

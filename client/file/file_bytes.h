@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "client/message/status.h"
+#include "client/file/file_status.h"
 
 namespace TamLogClient {
 
@@ -27,7 +27,10 @@ class FileBytes {
 
   // Opens the file at `path` (UTF-8), or reads a pipe to its end. NotFound, NotAFile (a directory),
   // AccessDenied or SystemError when that fails.
-  Status Open(const std::string& path);
+  FileStatus Open(const std::string& path);
+
+  // Returns why bytes could not be read, if that happened. They count as missing at the end of the file.
+  const FileStatus& Failure() const { return failure; }
 
   // Returns the size in bytes that the file had when it was opened.
   std::uint64_t Size() const { return size; }
@@ -47,7 +50,7 @@ class FileBytes {
   };
   static constexpr std::uint64_t kNone = ~std::uint64_t{0};
 
-  Status ReadPipe();
+  FileStatus ReadPipe();
   const Piece& PieceAt(std::uint64_t number);
 
   std::ifstream file;
@@ -56,6 +59,7 @@ class FileBytes {
   bool inMemory = false;
   std::uint64_t size = 0;
   std::vector<Piece> pieces;
+  FileStatus failure;
 };
 
 }  // namespace TamLogClient

@@ -5,6 +5,7 @@
 #include <system_error>
 
 #include "client/file/file_path.h"
+#include "client/file/system_file.h"
 #include "client/log/ring.h"
 
 namespace TamLogClient {
@@ -67,13 +68,13 @@ std::string ImageOf(const LogSnapshot& snapshot) {
   return bytes;
 }
 
-Status ReadFileBytes(const std::string& path, std::string& bytes) {
+FileStatus ReadFileBytes(const std::string& path, std::string& bytes) {
   bytes.clear();
   FileBytes file;
-  if (const Status status = file.Open(path); status != Status::Ok) return status;
+  if (const FileStatus status = file.Open(path); status != Status::Ok) return status;
   bytes.resize(file.Size());
   bytes.resize(file.Copy(0, bytes.data(), bytes.size()));
-  return Status::Ok;
+  return file.Failure();
 }
 
 bool IsSameFile(const std::string& left, const std::string& right) {

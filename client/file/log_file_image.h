@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "client/file/file_bytes.h"
+#include "client/file/file_status.h"
 #include "client/log/log_snapshot.h"
-#include "client/message/status.h"
 #include "records/log_file_format.h"
 
 namespace TamLogClient {
@@ -41,8 +41,8 @@ class LogFileImage {
 
   std::uint64_t Size() const { return bytes->Size(); }
 
-  // Returns `count` bytes from `offset` on, fewer at the end of the file; at most FileBytes::kMostViewed. They
-  // are valid until the next call of any function of this image.
+  // Returns `count` bytes from `offset` on, fewer at the end of the file; at most FileBytes::kMostViewed.
+  // They are valid until the next call of any function of this image.
   std::string_view View(std::uint64_t offset, std::size_t count) const;
 
   // Returns the number of complete slots in the file, whatever capacity the header claims.
@@ -69,7 +69,7 @@ std::string ImageOf(const LogSnapshot& snapshot);
 
 // Reads the whole file at `path` (UTF-8) with ordinary reads, so that, if the file shrinks meanwhile, the
 // rest of it is returned. NotFound, NotAFile (a directory), AccessDenied and SystemError leave `bytes` empty.
-Status ReadFileBytes(const std::string& path, std::string& bytes);
+FileStatus ReadFileBytes(const std::string& path, std::string& bytes);
 
 // Returns whether two paths (UTF-8) name one file, also through links. A file that does not exist equals only
 // its own name.

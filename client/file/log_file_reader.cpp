@@ -72,8 +72,8 @@ void ReadSlots(FileBytes& file, const LogFileImage& image, LogSnapshot& snapshot
   snapshot.slots.resize(read / kSlotSize);
 }
 
-// Reads the ring alone, into the first slots. A file whose capacity nobody can set may have gigabytes of unused
-// ones.
+// Reads the ring alone, into the first slots. A file whose capacity nobody can set may have gigabytes of
+// unused ones.
 void ReadRing(const LogFileImage& image, LogSnapshot& snapshot) {
   for (const std::uint32_t slot : image.RingSlots()) snapshot.slots.push_back(image.Slot(slot));
   snapshot.header = image.Header();
@@ -132,11 +132,8 @@ bool RingIsKnown(const std::vector<LogPart>& parts) {
          std::all_of(parts.begin() + 1, parts.end(), [](const LogPart& part) { return part.afterEnd; });
 }
 
-}  // namespace
-
-LogFileContents ReadLogFile(const std::string& path) {
+LogFileContents ReadFrom(const std::string& path, FileBytes& file) {
   LogFileContents contents;
-  FileBytes file;
   contents.status = file.Open(path);
   if (contents.status != Status::Ok) return contents;
   const LogFileImage image(file);
@@ -146,7 +143,8 @@ LogFileContents ReadLogFile(const std::string& path) {
     if (IsPlainlySound(snapshot)) return contents;
   }
   static_cast<LogFileVerdict&>(contents) = VerdictOf(image);
-  if (contents.status == Status::NotALog || (image.SizeFits() && contents.status == Status::Ok)) return contents;
+  if (contents.status == Status::NotALog || (image.SizeFits() && contents.status == Status::Ok))
+    return contents;
   const auto parts = FindLayout(image);
   if (!RingIsKnown(parts)) {
     snapshot = FoundMessages(image, parts);
@@ -156,9 +154,21 @@ LogFileContents ReadLogFile(const std::string& path) {
   return contents;
 }
 
+}  // namespace
+
+LogFileContents ReadLogFile(const std::string& path) {
+  FileBytes file;
+  LogFileContents contents = ReadFrom(path, file);
+  if (Readable(contents.status) && file.Failure() != Status::Ok) {
+    contents.status = Status::Damaged;
+    contents.remark = "the system could not read all of it: " + file.Failure().Reason();
+  }
+  return contents;
+}
+
 LogFileVerdict JudgeLogFile(const std::string& path) {
   FileBytes file;
-  const Status status = file.Open(path);
+  const FileStatus status = file.Open(path);
   return status == Status::Ok ? VerdictOf(LogFileImage(file)) : LogFileVerdict{status, ""};
 }
 

@@ -5,14 +5,14 @@
 
 #include <string>
 
+#include "client/file/file_status.h"
 #include "client/log/log_snapshot.h"
-#include "client/message/status.h"
 
 namespace TamLogClient {
 
 struct LogFileVerdict {
-  Status status = Status::Ok;  // Ok, Damaged or NotALog, or the failure to read the file
-  std::string remark;          // for Damaged and NotALog: what is wrong, a sentence without a full stop
+  FileStatus status;   // Ok, Damaged or NotALog, or the failure to read the file
+  std::string remark;  // for Damaged and NotALog: what is wrong, a sentence without a full stop
 };
 
 struct LogFileContents : LogFileVerdict {

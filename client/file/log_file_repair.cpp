@@ -112,7 +112,8 @@ void Planner::CountMissing(const LogPart& log) {
   auto held = static_cast<std::uint64_t>(log.header.messageCount);
   if (!log.RingInPlace()) {
     seenOfRing = log.stretches.empty() ? 0 : log.stretches.back().number + log.stretches.back().slots;
-    if (log.header.messageCount > log.header.nextSlot) held = static_cast<std::uint64_t>(log.header.maxMessages);
+    if (log.header.messageCount > log.header.nextSlot)
+      held = static_cast<std::uint64_t>(log.header.maxMessages);
   }
   if (held > seenOfRing) Lose(image.Size(), 0, held - seenOfRing, LossReason::Missing);
 }
@@ -192,9 +193,8 @@ RepairPlan Planner::Run() {
     plan.logs.push_back(std::move(part));
   }
   plan.headerTrusted = plan.logs.front().headerTrusted;
-  std::stable_sort(
-      plan.oldestFirst.begin(), plan.oldestFirst.end(),
-      [](const SavedMessage& left, const SavedMessage& right) { return left.key < right.key; });
+  std::stable_sort(plan.oldestFirst.begin(), plan.oldestFirst.end(),
+                   [](const SavedMessage& left, const SavedMessage& right) { return left.key < right.key; });
   if (options.unique) LeaveOutRepeated();
   plan.capacity = Capacity();
   return std::move(plan);

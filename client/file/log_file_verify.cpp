@@ -240,9 +240,9 @@ VerifyReport Verifier::Run() {
 // Returns whether slots may be elsewhere than the header says. A file of the right size whose ring holds
 // nothing but messages with a date needs no search.
 bool Verifier::SlotsAreSuspicious(const std::vector<std::uint32_t>& slots) const {
-  return !image.SizeFits() ||
-         !std::all_of(slots.begin(), slots.end(),
-                      [this](std::uint32_t slot) { return LooksLikeMessage(image.Slot(slot)); });
+  return !image.SizeFits() || !std::all_of(slots.begin(), slots.end(), [this](std::uint32_t slot) {
+    return LooksLikeMessage(image.Slot(slot));
+  });
 }
 
 void Verifier::CheckLayout() {
@@ -276,7 +276,8 @@ void Verifier::LeaveOutShifted(std::vector<std::uint32_t>& slots) {
     if (view.Damaged() || view.Key() < key) report.rejectedAfterBreak = true;
     key = view.Key();
   }
-  std::erase_if(slots, [this](std::uint32_t slot) { return LogFileImage::OffsetOf(slot + 1ULL) > *firstBreak; });
+  std::erase_if(slots,
+                [this](std::uint32_t slot) { return LogFileImage::OffsetOf(slot + 1ULL) > *firstBreak; });
 }
 
 void Verifier::CheckMessages(const std::vector<std::uint32_t>& slots) {

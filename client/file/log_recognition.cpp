@@ -49,7 +49,8 @@ constexpr std::array kFormats{
 
 bool IsText(std::string_view bytes) {
   return std::all_of(bytes.begin(), bytes.end(), [](char c) {
-    return static_cast<unsigned char>(c) >= ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\x1b';
+    return static_cast<unsigned char>(c) >= ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' ||
+           c == '\x1b';
   });
 }
 

@@ -22,26 +22,27 @@ constexpr std::string_view kNamesBegin = "Global\\";
 
 // The bytes at a place where a slot is expected.
 struct Seen {
-  bool complete = false;   // inside the file
+  bool complete = false;  // inside the file
   bool isBlank = false;
   bool isMessage = false;
-  bool isNamed = false;    // and its source is a name
-  bool passes = false;     // a server accepts type and texts, whatever the time is
+  bool isNamed = false;        // and its source is a name
+  bool passes = false;         // a server accepts type and texts, whatever the time is
   std::uint64_t sequence = 0;  // that the server assigned
 };
 
 bool HasName(const LogMessage& message) {
   const std::string_view source(message.body.source);
-  return !source.empty() &&
-         std::all_of(source.begin(), source.end(), [](char c) { return static_cast<unsigned char>(c) >= ' '; });
+  return !source.empty() && std::all_of(source.begin(), source.end(),
+                                        [](char c) { return static_cast<unsigned char>(c) >= ' '; });
 }
 
 bool IsZero(std::string_view bytes) {
-  return !bytes.empty() && bytes[0] == 0 && std::memcmp(bytes.data(), bytes.data() + 1, bytes.size() - 1) == 0;
+  return !bytes.empty() && bytes[0] == 0 &&
+         std::memcmp(bytes.data(), bytes.data() + 1, bytes.size() - 1) == 0;
 }
 
-// Returns whether the numbers that the server assigned show that `next` is the slot after `here`. Senders have
-// no influence on them.
+// Returns whether the numbers that the server assigned show that `next` is the slot after `here`. Senders
+// have no influence on them.
 bool Continues(const Seen& here, const Seen& next) {
   return here.complete && next.passes && !next.isBlank && next.sequence == here.sequence + 1;
 }
@@ -89,8 +90,8 @@ class Walker {
   Seen last;                  // the slot before `at`
   Seen present;               // what is at `at`, when `isKnown`
   bool isKnown = false;
-  SlotBreak addedSlots;       // the first slots of the ring that hold no message
-  bool evident = false;       // a message was found that is no coincidence
+  SlotBreak addedSlots;  // the first slots of the ring that hold no message
+  bool evident = false;  // a message was found that is no coincidence
 };
 
 Seen Walker::Look(std::uint64_t offset) const {
@@ -137,8 +138,8 @@ bool Walker::AtEndOfLog() const {
          at == part.offset + LogFileSize(static_cast<std::uint64_t>(part.header.maxMessages));
 }
 
-// Returns whether the log's last slot holds what the header claims. If not, the bytes after the end may be its
-// last messages, which bytes that were added have moved there.
+// Returns whether the log's last slot holds what the header claims. If not, the bytes after the end may be
+// its last messages, which bytes that were added have moved there.
 bool Walker::LastSlotIsRight() const {
   const LogFileHeader& header = parts.back().header;
   return last.isMessage || !HoldsMessage(header, static_cast<std::uint64_t>(header.maxMessages) - 1);
@@ -176,8 +177,8 @@ std::optional<std::uint64_t> Walker::MessageWithinSlot(const Seen& here) const {
 }
 
 // Returns whether the slots go on from `at` rather than from `other`, where a message begins as well: as many
-// slots follow, as far as a look ahead shows. A sender can put a message into the text of another one, but not
-// the number that the server gave to the slot.
+// slots follow, as far as a look ahead shows. A sender can put a message into the text of another one, but
+// not the number that the server gave to the slot.
 bool Walker::GridGoesOn(const Seen& here, const Seen& next, std::uint64_t other) const {
   const bool oneOnly = !Look(other + kSlotSize).isMessage;
   if (oneOnly && Continues(last, here) && image.SizeFits()) return true;
@@ -209,9 +210,9 @@ void Walker::BeginLog(std::uint64_t offset) {
   part.offset = offset;
   part.header = HeaderAt(offset);
   const std::uint64_t there = image.Size() - offset;
-  part.headerTrusted = there >= kSlotsOffset && RingIsSound(part.header) &&
-                       (HeadIsGenuine(offset) ||
-                        there == LogFileSize(static_cast<std::uint64_t>(part.header.maxMessages)));
+  part.headerTrusted =
+      there >= kSlotsOffset && RingIsSound(part.header) &&
+      (HeadIsGenuine(offset) || there == LogFileSize(static_cast<std::uint64_t>(part.header.maxMessages)));
   parts.push_back(std::move(part));
   BeginStretch(offset + kSlotsOffset);
 }
@@ -284,9 +285,9 @@ std::uint64_t Walker::LostBetween(const SlotBreak& gap, bool begins) const {
   return length / kSlotSize + (missing ? 1 : 0);
 }
 
-// Returns whether the message at `at` lost no bytes, though the next one begins too early: then the bytes that
-// are missing lay between the two, in the padding, or in the next one's number and origin. A text that moved
-// shows itself at the end of the source's field, which zeros fill.
+// Returns whether the message at `at` lost no bytes, though the next one begins too early: then the bytes
+// that are missing lay between the two, in the padding, or in the next one's number and origin. A text that
+// moved shows itself at the end of the source's field, which zeros fill.
 bool Walker::IsWholeBefore(const Seen& here, std::uint64_t next) const {
   constexpr std::uint64_t kBetween = offsetof(LogMessage, body) + offsetof(LogMessageBody, timestamp);
   const std::uint64_t missing = at + kSlotSize - next;
@@ -317,8 +318,8 @@ void Walker::Break(const Seen& here, std::uint64_t next) {
   BeginStretch(next);
 }
 
-// Returns where the unused slots at `at` end at the latest: before the next slot of the ring, or at the end of
-// the log; `at` when the slot belongs to the ring.
+// Returns where the unused slots at `at` end at the latest: before the next slot of the ring, or at the end
+// of the log; `at` when the slot belongs to the ring.
 std::uint64_t Walker::EndOfUnused() const {
   const LogPart& part = parts.back();
   if (part.afterEnd || !part.headerTrusted || !part.breaks.empty()) return image.Size();
@@ -431,8 +432,8 @@ bool HeaderIsGenuine(const LogFileHeader& header) {
   const auto isZero = [](const auto& padding) {
     return std::all_of(std::begin(padding), std::end(padding), [](std::uint8_t byte) { return byte == 0; });
   };
-  const bool isRing = RingIsSound(header) && (header.messageCount == header.maxMessages ||
-                                              header.messageCount == header.nextSlot);
+  const bool isRing = RingIsSound(header) &&
+                      (header.messageCount == header.maxMessages || header.messageCount == header.nextSlot);
   return isRing && header.maxMessages <= kMostConfigurable && header.serverRunning <= 1 &&
          header.readCount >= 0 && isZero(header.padding1) && isZero(header.padding2);
 }

@@ -1,12 +1,12 @@
 #pragma once
 
-// Finds where the slots of a log file really are. In a file that lost or gained bytes they stop to follow each
-// other: the slots after such a break begin at places that are no multiple of a slot's size. Several logs may
-// also stand one behind the other in one file.
+// Finds where the slots of a log file really are. In a file that lost or gained bytes they stop to follow
+// each other: the slots after such a break begin at places that are no multiple of a slot's size. Several
+// logs may also stand one behind the other in one file.
 //
 // The search goes through the file once, forward. It leaves the grid of slots only where a message begins
-// between two of its places and the grid does not go on: a message that only contains the bytes of another one
-// cannot lead it astray, because the slots after it hold messages.
+// between two of its places and the grid does not go on: a message that only contains the bytes of another
+// one cannot lead it astray, because the slots after it hold messages.
 
 #include <cstdint>
 #include <vector>

@@ -77,11 +77,10 @@ std::uint64_t Microseconds(const MessageToFormat& message) {
 
 }  // namespace
 
-void AppendExportEntry(const MessageToFormat& message, std::string_view cursor, const FormatOptions& options,
-                       std::string& out) {
+void AppendExportEntry(const MessageToFormat& message, const FormatOptions& options, std::string& out) {
   const LogMessageView& view = message.view;
   const std::uint64_t time = Microseconds(message);
-  out.append("__CURSOR=").append(cursor).append("\n");
+  out.append("__CURSOR=").append(message.cursor).append("\n");
   AppendNumberField("__REALTIME_TIMESTAMP", time, out);
   out += "__MONOTONIC_TIMESTAMP=0\n_BOOT_ID=00000000000000000000000000000001\n";
   if (message.realTime && time > 1) AppendNumberField("_SOURCE_REALTIME_TIMESTAMP", time, out);

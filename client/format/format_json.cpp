@@ -8,8 +8,8 @@ namespace TamLogClient {
 
 namespace {
 
-constexpr std::array<Field, 7> kUsual{Field::Time, Field::Seq,    Field::Type, Field::Source,
-                                      Field::Text, Field::Origin, Field::Tail};
+constexpr std::array<Field, 8> kUsual{Field::Time, Field::Seq,    Field::Type, Field::Source,
+                                      Field::Text, Field::Origin, Field::Tail, Field::Cursor};
 
 void AppendEscaped(std::string_view character, std::string& out) {
   switch (character[0]) {
@@ -98,6 +98,7 @@ void AppendJsonValue(Field field, const MessageToFormat& message, const FormatOp
     case Field::Host:
       return AppendJsonText(message.host, TextEncoding::Guessed(), out);
     case Field::Label:
+    case Field::Cursor:
     case Field::SourceHex:
     case Field::TextHex:
       out += '"';

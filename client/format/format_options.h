@@ -42,6 +42,7 @@ struct FormatOptions {
   TextTemplate layout{};  // of Format::Template
   std::vector<Field>
       fields{};  // of json, json-array, csv and tsv, in this order; empty: the format's usual fields
+  bool spreadsheet = false;  // of csv and tsv: no text may be taken for a formula
   TimeZone zone{};
   TypeNames typeNames{};
   TextEncoding encoding = TextEncoding::Guessed();

@@ -92,6 +92,9 @@ void AppendSimple(Field field, const MessageToFormat& message, const FormatOptio
     case Field::Late:
       out += message.late ? "true" : "false";
       return;
+    case Field::Cursor:
+      out += message.cursor;
+      return;
     case Field::SourceHex:
       return AppendHexUnlessSame(message.view.Source(), options.encoding, out);
     case Field::TextHex:

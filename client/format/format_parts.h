@@ -21,7 +21,8 @@ struct MessageToFormat {
   bool realTime = true;
   std::optional<int> offset{};  // minutes ahead of UTC, where a zone is stated
   bool late = false;
-  std::string_view host{};  // empty: unknown
+  std::string_view host{};    // empty: unknown
+  std::string_view cursor{};  // its text, where the options show it
 };
 
 inline constexpr std::string_view kReplacement = "\xEF\xBF\xBD";  // U+FFFD
@@ -65,8 +66,7 @@ void AppendJsonObject(const MessageToFormat& message, const FormatOptions& optio
 void AppendCsvHead(const FormatOptions& options, std::string& out);
 void AppendCsvRow(const MessageToFormat& message, const FormatOptions& options, std::string& out);
 void AppendTsvRow(const MessageToFormat& message, const FormatOptions& options, std::string& out);
-void AppendExportEntry(const MessageToFormat& message, std::string_view cursor, const FormatOptions& options,
-                       std::string& out);
+void AppendExportEntry(const MessageToFormat& message, const FormatOptions& options, std::string& out);
 void AppendSyslogLine(const MessageToFormat& message, const FormatOptions& options, std::string& out);
 
 }  // namespace TamLogClient

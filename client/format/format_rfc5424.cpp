@@ -68,6 +68,7 @@ void AppendStructuredData(const MessageToFormat& message, const FormatOptions& o
   AppendHexOf(view.Body().origin, out);
   out += "\" tail=\"";
   AppendHexOf(view.Body().tail, out);
+  out.append("\" cursor=\"").append(message.cursor);
   if (!IsName(view.Source(), kMostName)) {
     AppendTextParam("source", view.Source(), options.encoding, out);
     AppendBytesParam("source", view.Source(), options.encoding, out);

@@ -1,5 +1,6 @@
 // Tables: csv with a head line of column names and quoted texts, tsv with tabs and escapes.
 
+#include <algorithm>
 #include <array>
 #include <span>
 
@@ -10,7 +11,8 @@ namespace TamLogClient {
 
 namespace {
 
-constexpr std::array<Field, 5> kCsvColumns{Field::Time, Field::Seq, Field::Type, Field::Source, Field::Text};
+constexpr std::array<Field, 6> kCsvColumns{Field::Time,   Field::Seq,  Field::Type,
+                                           Field::Source, Field::Text, Field::Cursor};
 constexpr std::array<Field, 4> kTsvColumns{Field::Time, Field::Type, Field::Source, Field::Text};
 
 std::span<const Field> CsvColumns(const FormatOptions& options) {
@@ -22,6 +24,20 @@ std::optional<std::string_view> TextOf(Field field, const MessageToFormat& messa
   if (field == Field::Text) return message.view.Text();
   if (field == Field::Host) return message.host;
   return std::nullopt;
+}
+
+// A spreadsheet takes a cell that begins with one of these for a formula, also after what it ignores at the
+// beginning, and in the wide forms of East Asian writing. An apostrophe in front makes it a text.
+void Defuse(std::size_t from, const FormatOptions& options, std::string& out) {
+  if (!options.spreadsheet) return;
+  const std::string_view cell = std::string_view(out).substr(from);
+  const std::string_view begin = cell.substr(std::min(cell.find_first_not_of(" \t\r\n"), cell.size()));
+  const bool control = !cell.empty() && (cell[0] == '\t' || cell[0] == '\r' || cell[0] == '\n');
+  bool formula =
+      control || (!begin.empty() && std::string_view("=+-@").find(begin[0]) != std::string_view::npos);
+  for (const std::string_view wide : {"\xEF\xBC\x9D", "\xEF\xBC\x8B", "\xEF\xBC\x8D", "\xEF\xBC\xA0"})
+    formula = formula || begin.starts_with(wide);
+  if (formula) out.insert(from, 1, '\'');
 }
 
 void DoubleQuotes(std::size_t from, std::string& out) {
@@ -37,16 +53,19 @@ void AppendQuoted(std::string_view text, const FormatOptions& options, std::stri
   } else {
     AppendAsUtf8(text, options.encoding, out);
   }
+  Defuse(from, options, out);
   DoubleQuotes(from, out);
   out += '"';
 }
 
-void AppendTsvField(std::string_view text, const TextEncoding& encoding, std::string& out) {
-  encoding.Decode(
+void AppendTsvField(std::string_view text, const FormatOptions& options, std::string& out) {
+  const std::size_t from = out.size();
+  options.encoding.Decode(
       text, [&out](std::string_view utf8) { AppendTsvText(utf8, out); },
       [&out](char byte) {
         AppendTsvText({&byte, 1}, out);
       });
+  Defuse(from, options, out);
 }
 
 }  // namespace
@@ -72,7 +91,9 @@ void AppendCsvRow(const MessageToFormat& message, const FormatOptions& options, 
       AppendSimple(field, message, options, out);
     } else {
       out += '"';
+      const std::size_t from = out.size();
       AppendSimple(field, message, options, out);
+      Defuse(from, options, out);
       out += '"';
     }
   }
@@ -85,9 +106,11 @@ void AppendTsvRow(const MessageToFormat& message, const FormatOptions& options, 
     out += before;
     before = "\t";
     if (const auto text = TextOf(field, message)) {
-      AppendTsvField(*text, options.encoding, out);
+      AppendTsvField(*text, options, out);
     } else {
+      const std::size_t from = out.size();
       AppendSimple(field, message, options, out);
+      if (field == Field::Label) Defuse(from, options, out);
     }
   };
   if (options.fields.empty()) {

@@ -9,7 +9,7 @@ namespace TamLogClient {
 
 namespace {
 
-constexpr std::array<std::pair<std::string_view, Field>, 13> kFields{{{"time", Field::Time},
+constexpr std::array<std::pair<std::string_view, Field>, 14> kFields{{{"time", Field::Time},
                                                                       {"seq", Field::Seq},
                                                                       {"type", Field::Type},
                                                                       {"label", Field::Label},
@@ -21,7 +21,8 @@ constexpr std::array<std::pair<std::string_view, Field>, 13> kFields{{{"time", F
                                                                       {"late", Field::Late},
                                                                       {"host", Field::Host},
                                                                       {"source_hex", Field::SourceHex},
-                                                                      {"text_hex", Field::TextHex}}};
+                                                                      {"text_hex", Field::TextHex},
+                                                                      {"cursor", Field::Cursor}}};
 
 constexpr std::array<std::pair<std::string_view, int>, 19> kSeverities{{{"emerg", 0},
                                                                         {"emergency", 0},

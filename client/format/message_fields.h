@@ -26,23 +26,24 @@ enum class Field : std::uint8_t {
   Late,
   Host,       // name of the machine that the message is from; empty when unknown
   SourceHex,  // all bytes of the source when they are not those of the source as written; otherwise empty
-  TextHex     // likewise of the text
+  TextHex,    // likewise of the text
+  Cursor      // the message's identity as text (client/log/cursor.h)
 };
 
 std::optional<Field> FieldFromName(std::string_view name);
 std::string_view NameOf(Field field);
 
 inline constexpr std::string_view kFieldNames =
-    "time, seq, type, label, source, text, origin, tail, spare, late, host, source_hex, text_hex";
+    "time, seq, type, label, source, text, origin, tail, spare, late, host, source_hex, text_hex, cursor";
 
 // The columns of csv and tsv from which messages can be restored byte for byte. They begin with the columns
 // that the format has without a choice of fields.
-inline constexpr std::array<Field, 10> kExactCsvColumns{
-    Field::Time,   Field::Seq,  Field::Type,  Field::Source,    Field::Text,
+inline constexpr std::array<Field, 11> kExactCsvColumns{
+    Field::Time,   Field::Seq,  Field::Type,  Field::Source,    Field::Text,   Field::Cursor,
     Field::Origin, Field::Tail, Field::Spare, Field::SourceHex, Field::TextHex};
-inline constexpr std::array<Field, 9> kExactTsvColumns{Field::Time,  Field::Type,      Field::Source,
-                                                       Field::Text,  Field::Origin,    Field::Tail,
-                                                       Field::Spare, Field::SourceHex, Field::TextHex};
+inline constexpr std::array<Field, 10> kExactTsvColumns{
+    Field::Time, Field::Type,  Field::Source,    Field::Text,    Field::Origin,
+    Field::Tail, Field::Spare, Field::SourceHex, Field::TextHex, Field::Cursor};
 
 // Parses names separated by commas, or "all" for every field. Returns nothing on failure; `problem` then
 // states the fault and the expected form.

@@ -46,6 +46,33 @@ void MessageFormatter::AppendTail(std::string& out) const {
   if (options.format == Format::JsonArray) out += begun ? "\n]\n" : "]\n";
 }
 
+bool MessageFormatter::ShowsCursors() const {
+  const auto isCursor = [](Field field) { return field == Field::Cursor; };
+  const auto& fields = options.fields;
+  const auto& parts = options.layout.Parts();
+  const bool chosen = std::any_of(fields.begin(), fields.end(), isCursor);
+  switch (options.format) {
+    case Format::Export:
+    case Format::Rfc5424:
+      return true;
+    case Format::Json:
+    case Format::JsonArray:
+    case Format::Csv:
+      return fields.empty() || chosen;
+    case Format::Tsv:
+      return chosen;
+    case Format::Template:
+      return std::any_of(parts.begin(), parts.end(),
+                         [](const auto& part) { return part.field == Field::Cursor; });
+    case Format::Short:
+    case Format::Full:
+    case Format::Cat:
+    case Format::Raw:
+      return false;
+  }
+  return false;
+}
+
 bool MessageFormatter::CarriesHost() const {
   const auto isHost = [](Field field) { return field == Field::Host; };
   const auto namesHost = [&](const TextTemplate::Part& part) { return part.field && isHost(*part.field); };
@@ -66,13 +93,16 @@ bool MessageFormatter::CarriesHost() const {
   }
 }
 
-void MessageFormatter::Append(const LogMessage& message, bool late, std::string& out, std::string_view host) {
+void MessageFormatter::Append(const LogMessage& message, bool late, std::string& out, std::uint32_t twin,
+                              std::string_view host) {
   // These show no time, and determining its zone is most of the work.
   if (options.format == Format::Cat) return AppendCat(LogMessageView(message), options, out);
   if (options.format == Format::Raw) return AppendRaw(message, out);
-  MessageToFormat found{LogMessageView(message), WordsOf(message.body), true, std::nullopt, late, host};
+  MessageToFormat found{LogMessageView(message), WordsOf(message.body), true, std::nullopt, late, host, {}};
   found.realTime = IsRealTime(found.words);
   found.offset = options.zone.OffsetAt(found.words);
+  const std::string cursor = ShowsCursors() ? FormatCursor(CursorOf(message.body, twin)) : std::string();
+  found.cursor = cursor;
   const bool first = !begun;
   begun = true;
   switch (options.format) {
@@ -93,7 +123,7 @@ void MessageFormatter::Append(const LogMessage& message, bool late, std::string&
     case Format::Csv:
       return AppendCsvRow(found, options, out);
     case Format::Export:
-      return AppendExportEntry(found, FormatCursor(cursors.Next(message.body)), options, out);
+      return AppendExportEntry(found, options, out);
     case Format::Rfc5424:
       return AppendSyslogLine(found, options, out);
     case Format::Cat:

@@ -19,8 +19,8 @@ class MessageFormatter {
  public:
   explicit MessageFormatter(FormatOptions chosen) : options(std::move(chosen)) {}
 
-  // Sets the log that the following messages are from, for the cursors of export.
-  void SetLog(const LogFileHeader& header) { cursors.SetLog(header); }
+  // Returns whether the output contains the messages' cursors, so that Append needs their numbers.
+  bool ShowsCursors() const;
 
   // Appends what comes before the first message: csv has a line of column names, json-array a bracket, the
   // others nothing.
@@ -28,9 +28,10 @@ class MessageFormatter {
 
   // Appends one message and its line end. `late`: it came after a message with a later time. Short, full,
   // json, json-array, export and rfc5424 show this always, the others when the user selects the field.
-  // `host` names the machine that the message is from; a format without a place for it (see CarriesHost)
-  // leaves it out.
-  void Append(const LogMessage& message, bool late, std::string& out, std::string_view host = {});
+  // `twin`: its number among equal messages of its log, for its cursor (client/log/cursor.h). `host` names
+  // the machine that the message is from; a format without a place for it (see CarriesHost) leaves it out.
+  void Append(const LogMessage& message, bool late, std::string& out, std::uint32_t twin = 1,
+              std::string_view host = {});
 
   // Returns whether the output has a field for the name of a message's machine.
   bool CarriesHost() const;
@@ -40,7 +41,6 @@ class MessageFormatter {
 
  private:
   FormatOptions options;
-  CursorCount cursors;
   bool begun = false;  // a message was written
 };
 

@@ -43,18 +43,6 @@ bool TakeEscape(std::string_view& text, std::string& out) {
   return true;
 }
 
-bool Unescape(std::string_view text, std::string& out) {
-  while (!text.empty()) {
-    if (text.front() == '\\') {
-      if (!TakeEscape(text, out)) return false;
-      continue;
-    }
-    out += text.front();
-    text.remove_prefix(1);
-  }
-  return true;
-}
-
 }  // namespace
 
 void AppendTsvText(std::string_view text, std::string& out) {
@@ -65,6 +53,18 @@ void AppendTsvText(std::string_view text, std::string& out) {
     out += "\\\\";
     text.remove_prefix(backslash + 1);
   }
+}
+
+bool UnescapeTsvText(std::string_view text, std::string& out) {
+  while (!text.empty()) {
+    if (text.front() == '\\') {
+      if (!TakeEscape(text, out)) return false;
+      continue;
+    }
+    out += text.front();
+    text.remove_prefix(1);
+  }
+  return true;
 }
 
 std::optional<MessageDraft> ParseTsvLine(std::string_view line, std::string& problem) {
@@ -92,7 +92,7 @@ std::optional<MessageDraft> ParseTsvLine(std::string_view line, std::string& pro
     problem = "the type is not a number from 0 to 3";
     return std::nullopt;
   }
-  if (!Unescape(columns[2], draft.source) || !Unescape(columns[3], draft.text)) {
+  if (!UnescapeTsvText(columns[2], draft.source) || !UnescapeTsvText(columns[3], draft.text)) {
     problem = "unknown escape; write \\t \\n \\r \\\\ or \\xNN, and a backslash itself as \\\\";
     return std::nullopt;
   }

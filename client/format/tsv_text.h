@@ -15,6 +15,9 @@ namespace TamLogClient {
 // characters and bytes that are not UTF-8 as \xNN.
 void AppendTsvText(std::string_view text, std::string& out);
 
+// Undoes the escapes of AppendTsvText and appends the text. Returns false when one of them is unknown.
+bool UnescapeTsvText(std::string_view text, std::string& out);
+
 // A message as parsed from a line. Its texts may be too long for their fields.
 struct MessageDraft {
   LogMessageBody body{};  // time and type are filled in; source and text are not

@@ -297,7 +297,7 @@ typedef struct tamlog_sender_counters {
   uint64_t sent;         /* accepted by the server */
   uint64_t dropped;      /* no room, or still waiting when the sender was finished */
   uint64_t refused;      /* too long, bad value, sender finished; or refused by the server */
-  uint64_t doubtful;     /* sent, but the answer did not come */
+  uint64_t doubtful;     /* left this process, but the answer did not come */
   uint64_t resent;       /* attempts after an answer that did not come; the message may be stored twice */
   uint64_t notices;      /* messages "N messages dropped"; in none of the numbers above */
   uint64_t connects;     /* connections over which the server answered; all but the first are reconnections */
@@ -445,10 +445,11 @@ TAMLOG_API tamlog_status TAMLOG_CALL tamlog_reader_with_view(tamlog_reader* read
 /* Returns 1 when the budget's time is over, else 0. */
 TAMLOG_API int32_t TAMLOG_CALL tamlog_view_is_spent(const tamlog_view* view);
 
-/* A cursor is a text that identifies a message, also after restarts, rewrites of the log and moves of the
- * file. These return the cursor of message `index` of the copy (TAMLOG_END after the last), and of the
- * message that next returned last (TAMLOG_END before the first). `length` as for tamlog_format; 128 bytes are
- * always enough. */
+/* A cursor is a text that identifies a message: the same text as long as the message is in the log, also
+ * after restarts, rewrites of the log and moves of the file. (The cursor in a text of tamlog_format is that
+ * of the first of several equal messages.) These return the cursor of message `index` of the copy (TAMLOG_END
+ * after the last), and of the message that next returned last (TAMLOG_END before the first). `length` as for
+ * tamlog_format; 128 bytes are always enough. */
 TAMLOG_API tamlog_status TAMLOG_CALL tamlog_reader_get_cursor(const tamlog_reader* reader, uint32_t index,
                                                               char* buffer, uint64_t capacity,
                                                               uint64_t* length);

@@ -131,6 +131,8 @@ class AsyncSender {
  private:
   using Clock = std::chrono::steady_clock;
   using Lock = std::unique_lock<std::mutex>;
+  enum class Outcome : std::uint8_t { Accepted, Refused, Doubtful, NotReached };
+  static Outcome OutcomeOf(Status status, bool gone);
 
   // On the callers' threads.
   SendResult MakePieces(const SenderEntry& entry, std::vector<LogMessageBody>& pieces) const;
@@ -146,7 +148,7 @@ class AsyncSender {
   bool NoticeIsDue() const;
   void WaitForWork(Lock& lock);
   void KeepAlive(Lock& lock);
-  Status Send(Lock& lock, const LogMessageBody& message);
+  Outcome Send(Lock& lock, const LogMessageBody& message);
   void SendFront(Lock& lock);
   void SendNotice(Lock& lock);
   void CountReached();

@@ -13,10 +13,10 @@ using std::chrono::milliseconds;
 
 constexpr auto kLongWait = std::chrono::hours(1);
 
-// The outcome of a message, derived from the status of the transport's call.
-enum class Outcome : std::uint8_t { Accepted, Refused, Doubtful, NotReached };
+}  // namespace
 
-Outcome OutcomeOf(Status status) {
+// One that has not left this process cannot have been stored.
+AsyncSender::Outcome AsyncSender::OutcomeOf(Status status, bool gone) {
   switch (status) {
     case Status::Ok:
       return Outcome::Accepted;
@@ -26,13 +26,11 @@ Outcome OutcomeOf(Status status) {
       return Outcome::Refused;
     case Status::Disconnected:
     case Status::TimedOut:
-      return Outcome::Doubtful;
+      return gone ? Outcome::Doubtful : Outcome::NotReached;
     default:
       return Outcome::NotReached;
   }
 }
-
-}  // namespace
 
 void AsyncSender::Run() {
   Lock lock(mutex);
@@ -79,25 +77,26 @@ void AsyncSender::KeepAlive(Lock& lock) {
 }
 
 // Sends a message without holding the lock.
-Status AsyncSender::Send(Lock& lock, const LogMessageBody& message) {
+AsyncSender::Outcome AsyncSender::Send(Lock& lock, const LogMessageBody& message) {
   lock.unlock();
-  const Status status = transport->Submit(message);
+  bool gone = false;
+  const Status status = transport->Submit(message, gone);
   lock.lock();
   lastUse = lastMessage = Clock::now();
-  const Outcome outcome = OutcomeOf(status);
+  const Outcome outcome = OutcomeOf(status, gone);
   if (outcome == Outcome::Accepted || outcome == Outcome::Refused) {
     CountReached();
   } else {
     CountNotReached(status);
   }
-  return status;
+  return outcome;
 }
 
 void AsyncSender::SendFront(Lock& lock) {
   const LogMessageBody message = queue.front();
   queue.pop_front();
   inFlight = true;
-  const Outcome outcome = OutcomeOf(Send(lock, message));
+  const Outcome outcome = Send(lock, message);
   inFlight = false;
   const bool again =
       outcome == Outcome::NotReached || (outcome == Outcome::Doubtful && options.resendDoubtful);
@@ -120,7 +119,7 @@ void AsyncSender::SendNotice(Lock& lock) {
   body.type = options.noticeType;
   FillTexts(options.noticeSource, std::to_string(reported) + " messages dropped", body);
   SetTime(body, options.now());
-  const Outcome outcome = OutcomeOf(Send(lock, body));
+  const Outcome outcome = Send(lock, body);
   if (outcome == Outcome::Accepted) ++counters.notices;
   if (outcome == Outcome::Accepted || outcome == Outcome::Refused) unreported -= reported;
   settled.notify_all();

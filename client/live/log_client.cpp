@@ -66,7 +66,9 @@ std::uint64_t LogClient::Connections() const {
   return connection->opened;
 }
 
-Status LogClient::Carry(const PipeRequest& request, PipeReply& reply) {
+// Sets `sent` to whether the request left the client.
+Status LogClient::Carry(const PipeRequest& request, PipeReply& reply, bool& sent) {
+  sent = false;
   const std::lock_guard turn(connection->turn);
   PipeConnection& pipes = connection->pipes;
   const CallDeadline deadline(connection->timeoutMs);
@@ -75,7 +77,6 @@ Status LogClient::Carry(const PipeRequest& request, PipeReply& reply) {
       if (const Status status = pipes.Open(deadline); status != Status::Ok) return status;
       ++connection->opened;
     }
-    bool sent = false;
     const Status status = pipes.Exchange(request, reply, deadline, sent);
     const bool mayRepeat = status == Status::Disconnected && (!sent || IsRepeatable(request));
     // A request that no pipe took was not carried out, so nothing about it is in doubt.
@@ -85,7 +86,12 @@ Status LogClient::Carry(const PipeRequest& request, PipeReply& reply) {
 }
 
 Status LogClient::Call(const PipeRequest& request, ReplyCode expected, PipeReply& reply) {
-  const Status status = Carry(request, reply);
+  bool sent = false;
+  return Call(request, expected, reply, sent);
+}
+
+Status LogClient::Call(const PipeRequest& request, ReplyCode expected, PipeReply& reply, bool& sent) {
+  const Status status = Carry(request, reply, sent);
   if (status != Status::Ok) return status;
   const auto code = static_cast<ReplyCode>(reply.code);
   if (code == expected) return Status::Ok;
@@ -116,6 +122,12 @@ Status LogClient::Ping() {
 }
 
 Status LogClient::Submit(const LogMessageBody& message) {
+  bool left = false;
+  return Submit(message, left);
+}
+
+Status LogClient::Submit(const LogMessageBody& message, bool& left) {
+  left = false;
   LogMessage stored{};
   stored.body = message;
   const LogMessageView view(stored);
@@ -124,7 +136,7 @@ Status LogClient::Submit(const LogMessageBody& message) {
   PipeRequest request = MakeRequest(RequestCode::SubmitMessage);
   request.message = message;
   PipeReply reply{};
-  return Call(request, ReplyCode::Done, reply);
+  return Call(request, ReplyCode::Done, reply, left);
 }
 
 Status LogClient::GetFileMapName(std::string& name) {

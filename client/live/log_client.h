@@ -43,6 +43,9 @@ class LogClient {
   // zero byte; BadValue: the type does not exist; neither is sent. After Disconnected or TimedOut the message
   // may have been stored, and sending it again may store it twice.
   Status Submit(const LogMessageBody& message);
+  // Also sets `left` to whether the message left the client. While it is false the message was not stored,
+  // whatever the status is, and may be sent again.
+  Status Submit(const LogMessageBody& message, bool& left);
 
   // Returns the name of the shared log's mapping, for LogReader::Open.
   Status GetFileMapName(std::string& name);
@@ -81,7 +84,8 @@ class LogClient {
   class Connection;
 
   Status Call(const PipeRequest& request, ReplyCode expected, PipeReply& reply);
-  Status Carry(const PipeRequest& request, PipeReply& reply);
+  Status Call(const PipeRequest& request, ReplyCode expected, PipeReply& reply, bool& sent);
+  Status Carry(const PipeRequest& request, PipeReply& reply, bool& sent);
   Status CallPlain(RequestCode code);
   Status CallPath(RequestCode code, ReplyCode expected, std::string& path);
 

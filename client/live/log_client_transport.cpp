@@ -7,7 +7,7 @@ namespace {
 class LogClientTransport : public SenderTransport {
  public:
   explicit LogClientTransport(const LogClientOptions& options) : client(options) {}
-  Status Submit(const LogMessageBody& message) override { return client.Submit(message); }
+  Status Submit(const LogMessageBody& message, bool& left) override { return client.Submit(message, left); }
   Status Ping() override { return client.Ping(); }
   void Disconnect() override { client.Disconnect(); }
 

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <utility>
 
+#include "client/log/cursor.h"
 #include "client/message/win32.h"
 
 namespace TamLogClient {
@@ -34,14 +35,14 @@ LogStream::LogStream(LogStreamOptions chosen)
     : options(std::move(chosen)), client({options.pipeName, kPipeMs, kPipeMs}) {}
 
 Status LogStream::Open() {
-  return Begin(nullptr);
+  return Begin(nullptr, {});
 }
 
-Status LogStream::Open(const FollowerMemory& memory) {
-  return Begin(&memory);
+Status LogStream::Open(const FollowerMemory& memory, const std::vector<ReorderBuffer::Ready>& heldBack) {
+  return Begin(&memory, heldBack);
 }
 
-Status LogStream::Begin(const FollowerMemory* memory) {
+Status LogStream::Begin(const FollowerMemory* memory, const std::vector<ReorderBuffer::Ready>& heldBack) {
   Close();
   waiting.clear();
   held = {};
@@ -57,6 +58,7 @@ Status LogStream::Begin(const FollowerMemory* memory) {
   guarding = true;
   guard = std::thread(&LogStream::Guard, this);
   if (options.ordered) SetHoldTime();
+  for (const ReorderBuffer::Ready& entry : heldBack) held.Add(entry.message, GetTickCount64(), entry.twin);
   if (memory != nullptr) {
     follower.Resume(*memory);
     Queue(follower.Next(snapshot, true));
@@ -231,18 +233,26 @@ void LogStream::WatchSilence() {
 }
 
 void LogStream::QueueEvent(LogItem::Kind kind, const Loss& loss) {
-  waiting.push_back({{kind, nullptr, false, loss}, 0, nullptr});
+  waiting.push_back({{kind, nullptr, false, loss, 1}, 0, nullptr});
 }
 
 void LogStream::Queue(const FollowStep& step) {
   if (step.cleared) QueueEvent(LogItem::Kind::Cleared);
   if (step.loss.Any()) QueueEvent(LogItem::Kind::Lost, step.loss);
+  std::vector<std::uint32_t> slots;
+  if (options.numberTwins) {
+    for (const NewMessage& message : step.messages) slots.push_back(message.slot);
+  }
+  std::vector<std::uint32_t> twins = TwinsIn(snapshot, slots);
+  twins.resize(step.messages.size(), 1);
   const std::uint64_t now = GetTickCount64();
-  for (const NewMessage& message : step.messages) {
+  for (std::size_t i = 0; i < step.messages.size(); ++i) {
+    const NewMessage& message = step.messages[i];
     if (options.ordered) {
-      held.Add(snapshot.slots[message.slot], now);
+      held.Add(snapshot.slots[message.slot], now, twins[i]);
     } else {
-      waiting.push_back({{LogItem::Kind::Message, nullptr, message.late, {}}, message.slot, nullptr});
+      waiting.push_back(
+          {{LogItem::Kind::Message, nullptr, message.late, {}, twins[i]}, message.slot, nullptr});
     }
   }
 }
@@ -256,8 +266,9 @@ bool LogStream::QueueDue(bool all) {
     held.TakeDue(GetTickCount64(), ready);
   }
   for (const ReorderBuffer::Ready& entry : ready) {
-    waiting.push_back(
-        {{LogItem::Kind::Message, nullptr, entry.late, {}}, 0, std::make_unique<LogMessage>(entry.message)});
+    waiting.push_back({{LogItem::Kind::Message, nullptr, entry.late, {}, entry.twin},
+                       0,
+                       std::make_unique<LogMessage>(entry.message)});
   }
   return !ready.empty();
 }

@@ -59,6 +59,7 @@ struct LogItem {
   const LogMessage* message = nullptr;  // Kind::Message: valid until the next call
   bool late = false;                    // Kind::Message: dated before the message returned just before it
   Loss loss;                            // Kind::Lost
+  std::uint32_t twin = 1;               // Kind::Message, with LogStreamOptions::numberTwins: for its cursor
 };
 
 struct LogStreamOptions {
@@ -67,6 +68,8 @@ struct LogStreamOptions {
   // Holds each message back until no earlier one is expected (one poll of the driver and two flushes of the
   // server), and returns messages in time order.
   bool ordered = false;
+  // Determines each message's number among equal ones, which takes one look at all messages of the log.
+  bool numberTwins = false;
   std::string pipeName = kRequestPipeName;
   std::string mapName = kFileMapName;  // of the first opening; after a restart the server states it
 };
@@ -84,7 +87,8 @@ class LogStream {
   Status Open();
 
   // Opens the log and begins where `memory` was taken: Next first returns what the log has in addition to it.
-  Status Open(const FollowerMemory& memory);
+  // `heldBack` are the messages that the stream of `memory` held back then; they are returned as well.
+  Status Open(const FollowerMemory& memory, const std::vector<ReorderBuffer::Ready>& heldBack = {});
 
   // Waits until the log changes, `timeoutMs` at most, and returns how. Messages and events are left for Next.
   // A server that stops is waited for. May return None early, when messages that were held back have become
@@ -101,6 +105,9 @@ class LogStream {
 
   // Returns the number of messages that an ordered stream holds back now.
   std::size_t HeldBack() const { return held.Size(); }
+
+  // Returns these messages.
+  std::vector<ReorderBuffer::Ready> HeldMessages() const { return held.All(); }
 
   // Returns the whole log as it was last read. Valid until the next call of Wait or Next.
   const LogSnapshot& Snapshot() const { return snapshot; }
@@ -120,7 +127,7 @@ class LogStream {
     std::unique_ptr<LogMessage> own;  // or null
   };
 
-  Status Begin(const FollowerMemory* memory);
+  Status Begin(const FollowerMemory* memory, const std::vector<ReorderBuffer::Ready>& heldBack);
   LogChange Look();
   void Guard();
   void Release();

@@ -16,9 +16,9 @@ class SenderTransport {
   SenderTransport& operator=(const SenderTransport&) = delete;
 
   // Sends a message, and connects before that if necessary. Ok: the server accepted it. Disconnected,
-  // TimedOut: it is not known whether the message was stored. Refused, TooLong, BadValue: it was not and
-  // never will be. Any other status: the server could not be reached.
-  virtual Status Submit(const LogMessageBody& message) = 0;
+  // TimedOut: it is not known whether the message was stored if it has `left` this process. Refused, TooLong,
+  // BadValue: it was not and never will be. Any other status: the server could not be reached.
+  virtual Status Submit(const LogMessageBody& message, bool& left) = 0;
   // Keeps a silent connection alive. Any status but Ok: the connection is useless.
   virtual Status Ping() = 0;
   // Ends the connection, if there is one.

@@ -5,11 +5,11 @@
 
 namespace TamLogClient {
 
-void ReorderBuffer::Add(const LogMessage& message, std::uint64_t now) {
+void ReorderBuffer::Add(const LogMessage& message, std::uint64_t now, std::uint32_t twin) {
   const std::uint64_t key = TimeKey(message.body);
   // Later messages were returned already: waiting would only make it later.
   const bool late = any && key < lastTaken;
-  held.emplace(key, Held{message, late ? now : now + hold});
+  held.emplace(key, Held{message, late ? now : now + hold, twin});
 }
 
 void ReorderBuffer::TakeDue(std::uint64_t now, std::vector<Ready>& ready) {
@@ -22,9 +22,16 @@ void ReorderBuffer::TakeAll(std::vector<Ready>& ready) {
   Take(held.end(), ready);
 }
 
+std::vector<ReorderBuffer::Ready> ReorderBuffer::All() const {
+  std::vector<Ready> all;
+  all.reserve(held.size());
+  for (const auto& [key, entry] : held) all.push_back({entry.message, false, entry.twin});
+  return all;
+}
+
 void ReorderBuffer::Take(ByTime::iterator end, std::vector<Ready>& ready) {
   for (auto at = held.begin(); at != end; ++at) {
-    ready.push_back({at->second.message, any && at->first < lastTaken});
+    ready.push_back({at->second.message, any && at->first < lastTaken, at->second.twin});
     lastTaken = at->first;
     any = true;
   }

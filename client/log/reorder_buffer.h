@@ -19,13 +19,14 @@ class ReorderBuffer {
   struct Ready {
     LogMessage message{};
     bool late = false;  // dated before the message returned just before it
+    std::uint32_t twin = 1;
   };
 
   void SetHold(std::uint64_t milliseconds) { hold = milliseconds; }
 
-  // Adds a message that arrives at `now`. Messages with equal times are returned in the order in which they
-  // were added.
-  void Add(const LogMessage& message, std::uint64_t now);
+  // Adds a message that arrives at `now`, with its number among equal ones. Messages with equal times are
+  // returned in the order in which they were added.
+  void Add(const LogMessage& message, std::uint64_t now, std::uint32_t twin = 1);
 
   // Appends the messages that have been held long enough and all that are dated before them. TakeAll appends
   // the rest, too.
@@ -34,10 +35,14 @@ class ReorderBuffer {
 
   std::size_t Size() const { return held.size(); }
 
+  // Returns the messages that are held back now, in time order.
+  std::vector<Ready> All() const;
+
  private:
   struct Held {
     LogMessage message{};
     std::uint64_t due = 0;
+    std::uint32_t twin = 1;
   };
   using ByTime = std::multimap<std::uint64_t, Held>;
 

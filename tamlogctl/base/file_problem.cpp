@@ -2,32 +2,46 @@
 
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
+#include "tamlogctl/base/wildcards.h"
 
 namespace TamLogCtl {
 
+using TamLogClient::FileStatus;
 using TamLogClient::Status;
 
-std::string ProblemOf(Status status, const std::string& remark) {
+std::string NameProblem(const std::string& path, bool onWindows) {
+  if (!onWindows) return "";
+  if (path.starts_with("/dev/"))
+    return path == "/dev/stdin" ? "Windows has no such file; write - where standard input can be read"
+                                : "Windows has no such file";
+  return HasWildcards(path) ? "no file matches, or only one can be named here" : "";
+}
+
+std::string ProblemOf(const FileStatus& status, const std::string& remark) {
   if (status == Status::Damaged && !remark.empty()) return remark + "; see: tamlogctl verify";
   if (status == Status::NotALog) return "is no log (" + remark + ")";
   if (status == Status::NotAFile) return "is a directory; name a file in it";
-  return Explain(status);
+  return status.Reason();
 }
 
-std::string FileProblem(const std::string& path, Status status, const std::string& remark) {
+std::string FileProblem(const std::string& path, const FileStatus& status, const std::string& remark) {
+  const std::string problem = NameProblem(path, kProgramExpandsWildcards);
+  if (!problem.empty() && !Readable(status)) return path + ": " + problem;
   return path + (status == Status::NotALog ? " " : ": ") + ProblemOf(status, remark);
 }
 
-std::string TargetProblem(const std::string& target, Status status) {
-  switch (status) {
+std::string TargetProblem(const std::string& target, const FileStatus& status) {
+  switch (Status{status}) {
     case Status::NotAFile:
       return target + ": is not an ordinary file; give another name";
     case Status::Exists:
       return target + ": already exists";
+    case Status::NotFound:
+      return target + ": cannot be written: its directory does not exist";
     case Status::Interrupted:
       return target + ": interrupted; nothing was written";
     default:
-      return target + ": cannot be written: " + StatusText(status);
+      return target + ": cannot be written: " + status.Reason();
   }
 }
 
@@ -41,7 +55,7 @@ void SayDamaged(const std::string& path, std::size_t damaged) {
       " a rule of the format; see: tamlogctl verify");
 }
 
-int RefuseTarget(const std::string& target, Status status, const std::string& advice) {
+int RefuseTarget(const std::string& target, const FileStatus& status, const std::string& advice) {
   const std::string problem = TargetProblem(target, status);
   return Refuse(TargetExitCode(status), status == Status::Exists ? problem + "; " + advice : problem);
 }

@@ -60,6 +60,13 @@ bool TakeFields(const OutputOptions& options, FormatOptions& to) {
   return true;
 }
 
+bool TakeSpreadsheet(const OutputOptions& options, FormatOptions& to) {
+  to.spreadsheet = options.spreadsheet;
+  if (!options.spreadsheet || to.format == Format::Csv || to.format == Format::Tsv) return true;
+  Say("--spreadsheet: add -o csv or -o tsv");
+  return false;
+}
+
 bool TakeZone(const OutputOptions& options, FormatOptions& to) {
   auto zone = TamLogClient::TimeZone::FromName(options.zone, OffsetOfLocalTime);
   if (!zone)
@@ -96,8 +103,8 @@ bool TakeEncoding(const OutputOptions& options, FormatOptions& to) {
 }
 
 bool Take(const OutputOptions& options, FormatOptions& chosen) {
-  return TakeFormat(options, chosen) && TakeFields(options, chosen) && TakeZone(options, chosen) &&
-         TakeTypeNames(options, chosen) && TakeEncoding(options, chosen);
+  return TakeFormat(options, chosen) && TakeFields(options, chosen) && TakeSpreadsheet(options, chosen) &&
+         TakeZone(options, chosen) && TakeTypeNames(options, chosen) && TakeEncoding(options, chosen);
 }
 
 std::optional<TamLogClient::MessageFormatter> Make(const OutputOptions& options, FormatOptions chosen) {

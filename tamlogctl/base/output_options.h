@@ -13,6 +13,7 @@ namespace TamLogCtl {
 struct OutputOptions {
   std::string format = "short";
   std::string fields;  // empty: the usual ones of the format
+  bool spreadsheet = false;
   std::string zone = "written";
   std::string typeNames;  // empty: T0 to T3
   std::string encoding;   // empty: the default of the machine

@@ -63,7 +63,8 @@ class PlainFiles {
 
  private:
   PlainFile Make(const std::string& name) {
-    if (name == "-") return FromStandardInput();
+    const bool onWindows = kProgramExpandsWildcards;
+    if (name == "-" || (onWindows && name == "/dev/stdin")) return FromStandardInput();
     if (kProgramExpandsWildcards && HasWildcards(name))
       return {"", Refuse(kNotThere, name + ": no file matches")};
     std::error_code error;

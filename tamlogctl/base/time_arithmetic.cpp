@@ -71,7 +71,7 @@ std::optional<std::int64_t> TakeCount(std::string_view& text) {
 std::optional<TimeSpan> TakeUnit(std::string_view& text) {
   const std::size_t length = std::min(text.find_first_of(" 0123456789"), text.size());
   const std::string_view name = text.substr(0, length);
-  const auto found =
+  const auto* const found =
       std::find_if(kUnits.begin(), kUnits.end(), [name](const Unit& unit) { return unit.name == name; });
   if (found == kUnits.end()) return std::nullopt;
   text.remove_prefix(length);

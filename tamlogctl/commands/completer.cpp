@@ -1,12 +1,15 @@
 #include "tamlogctl/commands/completer.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
+#include "client/file/file_path.h"
 #include "client/format/message_fields.h"
 #include "client/message/text_encoding.h"
-#include "tamlogctl/commands/source_names.h"
+#include "tamlogctl/select/source_names.h"
 
 namespace TamLogCtl {
 
@@ -133,9 +136,19 @@ WordList TypeNameWords(const std::string& current) {
   return AfterCommas(current, words);
 }
 
+// Reads ordinary files only: standard input and pipes have no contents for the completion.
+WordList SourcesOf(const WordList& files) {
+  WordList ordinary;
+  for (const std::string& file : files) {
+    std::error_code ignored;
+    if (std::filesystem::is_regular_file(TamLogClient::PathOf(file), ignored)) ordinary.push_back(file);
+  }
+  return files.empty() || !ordinary.empty() ? SourceNames(ordinary) : WordList();
+}
+
 WordList ValuesOf(const Option& option, const std::string& current, const Line& line) {
   const std::string& kind = option.IsOperand() && option.value.empty() ? option.operand : option.value;
-  if (kind == "NAME[:TYPES]" || kind == "NAME" || kind == "SOURCE") return SourceNames(line.files);
+  if (kind == "NAME[:TYPES]" || kind == "NAME" || kind == "SOURCE") return SourcesOf(line.files);
   if (kind == "TIME")
     return {"now", "today", "yesterday", "tomorrow",        "-5m",       "-15m",
             "-1h", "-1d",   "-1w",       "yesterday 12:00", "1 hour ago"};

@@ -8,7 +8,6 @@
 #include "tamlogctl/read/merge.h"
 #include "tamlogctl/read/repair.h"
 #include "tamlogctl/read/verify.h"
-#include "tamlogctl/server/import.h"
 
 namespace TamLogCtl {
 
@@ -56,17 +55,6 @@ Examples:
                                               of copied logs, merged by time
   tamlogctl export log.json -o json --follow --cursor-file done.txt --rotate 10M --rotate 1d --keep 30
                                               all new messages, in files of one day or 10 MiB)";
-
-constexpr const char* kImportFooter =
-    R"(Messages keep their times; the server sorts them in. Messages that the log already holds are not sent, so the same
-import may run twice; --again sends them. After a restart of the server it sends again what the restart has lost.
-Exit codes: 0 all are in the log, 1 some were dropped, 3 no server, 6 some were refused, 7 the log file is
-damaged.
-
-Examples:
-  tamlogctl import backup.dat                 the readable messages of a log file
-  tamlogctl import saved.json                 what `show -o json` wrote
-  tamlogctl import --input tsv a.txt b.txt    lines of tsv, merged by time)";
 
 Verb Verify() {
   const auto options = std::make_shared<VerifyVerbOptions>();
@@ -143,16 +131,11 @@ Verb Merge() {
 }
 
 std::vector<Option> RotationOptions(ExportOptions& to) {
-  const auto rotate = [&to](const std::string& text) {
-    return TakeRotationLimit(text, to.rotation) ? ""
-                                                : "'" + text +
-                                                      "': expected a size such as 500K, 10M or 1G, or a time "
-                                                      "such as 15m, 1h, 1d or 1w";
-  };
+  const auto rotate = [&to](const std::string& text) { return TakeRotationLimit(text, to.rotation); };
   return {Flag("-f,--follow", to.follow, "Continue with new messages"),
           Values("--rotate", "SIZE|TIME", rotate,
                  "Begin a new file after so many bytes (500K, 10M, 1G) or at each full period "
-                 "(15m, 1h, 1d, 1w); repeatable")
+                 "(15min, 1h, 1d, 1w); repeatable")
               .Needs("--follow"),
           Value("--keep", "N", Number(1, 1000000, to.rotation.keep),
                 "Number of rotated files to keep; older ones are removed (all)")
@@ -213,31 +196,10 @@ Verb Export() {
   return verb;
 }
 
-Verb Import() {
-  const auto options = std::make_shared<ImportOptions>();
-  Verb verb = MakeVerb("import", "Send the messages of files to the running server", kImportFooter, options,
-                       ImportFiles);
-  verb.Add({
-      Operands("FILE", Files(options->files), "Log files, or lines of json or tsv").Required(),
-      Words("--input", {"auto", "log", "json", "tsv"}, options->input,
-            "Format of the files (auto detects it)"),
-      Value("--retry", "SECONDS", Number(0, 3600, options->retrySeconds),
-            "How long to wait for a server that is gone, in seconds (30; at the start 0)"),
-      Flag("--again", options->again, "Also send messages that the log already holds"),
-      QuietOption(options->quiet),
-  });
-  verb.Add(OptionsOfAll(*options));
-  verb.check = [options](const Given& given) {
-    options->waitAtStart = given.Has("--retry");
-    return std::string();
-  };
-  return verb;
-}
-
 }  // namespace
 
 std::vector<Verb> FileVerbs() {
-  return {Verify(), Repair(), Export(), Import(), Merge()};
+  return {Verify(), Repair(), Export(), Merge()};
 }
 
 }  // namespace TamLogCtl

@@ -86,7 +86,8 @@ std::string TitleOf(std::string heading) {
 
 // Shared options are explained once, in sections of their own.
 void AppendVerb(const Verb& verb, const std::string& path, std::string& out) {
-  out += ".SS " + Plain(path) + "\n" + Plain(verb.purpose) + ".\n.PP\n" + Plain(UsageOf(verb, path)) + "\n";
+  out += ".SS " + Plain(path) + "\n" + Plain(verb.purpose) + ".\n.PP\n" +
+         Plain(UsageOf(verb, "tamlogctl " + path)) + "\n";
   for (const Option& option : verb.options) {
     if (option.group.empty()) AppendOption(option, out);
   }

@@ -5,8 +5,8 @@
 #include <string_view>
 #include <utility>
 
+#include "tamlogctl/base/suggestion.h"
 #include "tamlogctl/commands/help.h"
-#include "tamlogctl/commands/suggestion.h"
 
 namespace TamLogCtl {
 

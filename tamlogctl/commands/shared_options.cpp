@@ -41,6 +41,9 @@ std::vector<Option> WritingOptions(OutputOptions& to) {
             Text(to.format), "Format of a message (short)"),
       Value("--fields", "A,B", Text(to.fields),
             "Of json, json-array, csv and tsv: these fields, in this order"),
+      Flag(
+          "--spreadsheet", to.spreadsheet,
+          "Of csv and tsv: an apostrophe before texts that a spreadsheet would take for a formula (= + - @)"),
       Value("--tz", "written|local|utc|+HH:MM", Text(to.zone),
             "The zone in which times were written; its offset is then shown")};
   for (Option& option : NamingOptions(to)) options.push_back(std::move(option));

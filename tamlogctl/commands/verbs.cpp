@@ -67,6 +67,7 @@ Verb MakeProgram() {
   Append(SettingsVerbs(), program.verbs);
   Append(ServerVerbs(), program.verbs);
   Append(FileVerbs(), program.verbs);
+  Append(ImportVerbs(), program.verbs);
   Append(CompletionVerbs(), program.verbs);
   Verb help = Answered("help", "Show help, also for one verb or topic: tamlogctl help send");
   help.Add({WordsOfHelp(program)});

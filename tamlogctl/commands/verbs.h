@@ -19,6 +19,7 @@ Verb FilterVerb();
 std::vector<Verb> SettingsVerbs();
 std::vector<Verb> ServerVerbs();
 std::vector<Verb> FileVerbs();
+std::vector<Verb> ImportVerbs();
 std::vector<Verb> CompletionVerbs();
 
 }  // namespace TamLogCtl

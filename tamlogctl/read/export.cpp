@@ -2,7 +2,8 @@
 
 #include <algorithm>
 
-#include "client/file/log_file_writer.h"
+#include "client/file/atomic_file.h"
+#include "client/log/cursor.h"
 #include "client/message/log_message_view.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/counted.h"
@@ -70,25 +71,31 @@ void Export::Choose(const MessageSelection& selection) {
 }
 
 int Export::WriteText(MessageFormatter& formatter) {
+  TamLogClient::RemoveLeftovers(options.target);
   AtomicFile file;
-  Status status = file.Open(options.target, options.force);
+  if (const auto status = file.Open(options.target, options.force); status != Status::Ok)
+    return ExplainTarget(options.target, status);
   Progress progress("exporting messages", messages.size());
   std::string pending;
   const bool gaps = (options.before > 0 || options.after > 0) && IsTextFormat(options);
-  if (logs.size() == 1) formatter.SetLog(logs.front().snapshot.header);
+  TamLogClient::TwinNumbers twins;
+  if (formatter.ShowsCursors()) {
+    for (const LogInput& log : logs) twins.Add(log.snapshot);
+  }
   formatter.AppendHead(pending);
-  for (std::size_t i = 0; status == Status::Ok && i < messages.size(); ++i) {
+  bool good = true;
+  for (std::size_t i = 0; good && i < messages.size(); ++i) {
     progress.Show(i);
     if (Interrupted()) return ExplainTarget(options.target, Status::Interrupted);
     if (gaps && i > 0 && places[i] > places[i - 1] + 1) pending += "--\n";
-    formatter.Append(*messages[i], false, pending);
+    formatter.Append(*messages[i], false, pending, twins.Of(messages[i]));
     if (pending.size() < kWriteSize) continue;
-    if (!file.Write(pending)) status = Status::SystemError;
+    good = file.Write(pending);
     pending.clear();
   }
   formatter.AppendTail(pending);
-  if (status == Status::Ok && !file.Write(pending)) status = Status::SystemError;
-  if (status == Status::Ok) status = file.Commit();
+  file.Write(pending);
+  const auto status = file.Commit();
   return status == Status::Ok ? kDone : ExplainTarget(options.target, status);
 }
 

@@ -20,7 +20,7 @@ using TamLogClient::Status;
 class Follower {
  public:
   Follower(const ShowOptions& chosen, FollowTarget& to, ReadingPosition& from)
-      : options(chosen), target(to), position(from), stream(StreamOptions(chosen)) {}
+      : options(chosen), target(to), position(from), stream(StreamOptions(chosen, to)) {}
 
   int Run();
 
@@ -28,11 +28,12 @@ class Follower {
   static constexpr std::uint32_t kStepMs = 50;         // the delay until Ctrl-C is noticed
   static constexpr std::uint64_t kKeepEveryMs = 1000;  // how often the cursor file is written
 
-  static TamLogClient::LogStreamOptions StreamOptions(const ShowOptions& options) {
+  static TamLogClient::LogStreamOptions StreamOptions(const ShowOptions& options, const FollowTarget& to) {
     TamLogClient::LogStreamOptions stream;
     stream.timeoutMs = options.timeoutMs;
     stream.intervalMs = options.intervalMs;
     stream.ordered = options.ordered;
+    stream.numberTwins = to.ShowsCursors();
     return stream;
   }
 
@@ -66,11 +67,10 @@ int Follower::Run() {
 }
 
 Status Follower::Begin() {
-  const Status status = position.Memory() ? stream.Open(*position.Memory()) : stream.Open();
+  const Status status = position.Memory() ? stream.Open(*position.Memory(), position.Held()) : stream.Open();
   if (!Readable(status) || position.Memory()) return status;
   const LogSnapshot& snapshot = stream.Snapshot();
-  target.SetLog(snapshot.header);
-  target.PrintLast(position.Beyond(snapshot));
+  target.PrintLast(position.Beyond(snapshot), snapshot);
   return status;
 }
 
@@ -103,11 +103,12 @@ void Follower::Take(const LogItem& item) {
   news = true;
   switch (item.kind) {
     case LogItem::Kind::Message:
-      target.SetLog(stream.Snapshot().header);
-      return target.Print(*item.message, item.late);
+      return target.Print(*item.message, item.late, item.twin);
     case LogItem::Kind::Lost:
+      target.Gap();
       return reporter.ReportLost(item.loss);
     case LogItem::Kind::Cleared:
+      target.Gap();
       return reporter.ReportCleared();
     case LogItem::Kind::Stopped:
       return reporter.ReportStopped();
@@ -118,14 +119,17 @@ void Follower::Take(const LogItem& item) {
   }
 }
 
-// The cursor file is written only when every message that the memory contains was printed.
+// Every message that the memory contains was printed, or is held back and stored as such.
 int Follower::Keep(bool atEnd) {
-  if (options.cursorFile.empty() || !news || (!atEnd && (Ticks() < nextKeep || stream.HeldBack() > 0))) {
+  if (options.cursorFile.empty() || !news ||
+      (!atEnd && (Ticks() < nextKeep || stream.HeldBack() > kMostHeld))) {
     return kDone;
   }
   nextKeep = Ticks() + kKeepEveryMs;
   news = false;
-  return position.Keep(stream.Snapshot(), stream.Memory(kRememberedMessages));
+  const auto place = target.Note();
+  if (target.OutputFailed()) return kOutputFailed;
+  return position.Keep(stream.Snapshot(), stream.Memory(kRememberedMessages), stream.HeldMessages(), place);
 }
 
 }  // namespace

@@ -3,10 +3,12 @@
 // Following the log of a running server, for show -f, follow and export --follow.
 
 #include <cstddef>
+#include <optional>
 #include <vector>
 
 #include "records/log_file_format.h"
 #include "tamlogctl/read/reading_position.h"
+#include "tamlogctl/read/rotating_file.h"
 #include "tamlogctl/read/show.h"
 
 namespace TamLogCtl {
@@ -19,20 +21,29 @@ class FollowTarget {
   FollowTarget& operator=(const FollowTarget&) = default;
   virtual ~FollowTarget() = default;
 
-  // Called before messages of another log, with its header.
-  virtual void SetLog(const LogFileHeader& header) = 0;
+  // Returns whether the numbers of equal messages are needed, for cursors.
+  virtual bool ShowsCursors() const = 0;
 
-  // Prints the messages that are in the log at the beginning, oldest first.
-  virtual void PrintLast(const std::vector<const LogMessage*>& oldestFirst) = 0;
+  // Prints the messages that are in the log at the beginning, oldest first. They are in `snapshot`.
+  virtual void PrintLast(const std::vector<const LogMessage*>& oldestFirst,
+                         const TamLogClient::LogSnapshot& snapshot) = 0;
 
-  // Prints a message that has arrived since. Output may be buffered until Flush.
-  virtual void Print(const LogMessage& message, bool late) = 0;
+  // Prints a message that has arrived since; `twin` is its number among equal ones. Output may be buffered
+  // until Flush.
+  virtual void Print(const LogMessage& message, bool late, std::uint32_t twin) = 0;
+
+  // Called when messages were lost, or the log was cleared, since the messages that were printed before.
+  virtual void Gap() {}
 
   // Called several times a second. Returns false once the output has failed, which has been reported.
   virtual bool Flush() = 0;
 
   // Called after the last message. Returns false as above.
   virtual bool Finish() = 0;
+
+  // Returns the place after everything that was flushed, for the cursor file; nothing when the output has
+  // none. OutputFailed tells whether that failed.
+  virtual std::optional<FilePlace> Note() { return std::nullopt; }
 
   virtual bool OutputFailed() const = 0;
 

@@ -1,12 +1,14 @@
 // export --follow: messages as they arrive, into a file that rotates.
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <utility>
 
 #include "client/file/file_path.h"
 #include "client/format/message_formatter.h"
+#include "client/log/cursor.h"
 #include "client/message/local_time.h"
 #include "client/message/time_zone.h"
 #include "tamlogctl/base/console.h"
@@ -23,6 +25,7 @@ namespace TamLogCtl {
 
 namespace {
 
+using TamLogClient::FileStatus;
 using TamLogClient::LogMessageView;
 using TamLogClient::MessageFormatter;
 using TamLogClient::Status;
@@ -32,10 +35,11 @@ std::int64_t LocalMs() {
 }
 
 RotatingFileOptions FileOptions(const ExportOptions& options, const MessageFormatter& formatter,
-                                bool resumes) {
+                                ReadingPosition& position) {
   RotatingFileOptions file;
   file.target = options.target;
-  file.replace = !resumes;
+  file.replace = !position.IsGiven();
+  file.placeMoves = [&position](const FilePlace& place) { return position.KeepPlace(place) == kDone; };
   file.limits = options.rotation;
   formatter.AppendHead(file.head);
   if (options.output.format == "raw") {
@@ -47,71 +51,134 @@ RotatingFileOptions FileOptions(const ExportOptions& options, const MessageForma
   return file;
 }
 
+// Returns whether the target holds something that an unknown run or another program has written.
+bool HoldsSomething(const std::string& target) {
+  std::error_code error;
+  const auto bytes = std::filesystem::file_size(TamLogClient::PathOf(target), error);
+  return !error && bytes > 0;
+}
+
 class ExportTarget : public FollowTarget {
  public:
-  ExportTarget(const ExportOptions& chosen, MessageFormatter format, MessageSelection wanted, bool resumes)
+  ExportTarget(const ExportOptions& chosen, MessageFormatter format, MessageSelection wanted,
+               ReadingPosition& from)
       : options(chosen),
         formatter(std::move(format)),
         selection(std::move(wanted)),
-        file(FileOptions(chosen, formatter, resumes)) {}
+        position(from),
+        file(FileOptions(chosen, formatter, from)) {}
 
-  void SetLog(const LogFileHeader& header) override { formatter.SetLog(header); }
+  bool ShowsCursors() const override { return formatter.ShowsCursors(); }
 
   // The target is opened no earlier than the log can be read.
-  void PrintLast(const std::vector<const LogMessage*>& oldestFirst) override {
-    for (const LogMessage* const message : oldestFirst) Print(*message, false);
-  }
-  void Print(const LogMessage& message, bool late) override;
+  void PrintLast(const std::vector<const LogMessage*>& oldestFirst,
+                 const TamLogClient::LogSnapshot& snapshot) override;
+  void Print(const LogMessage& message, bool late, std::uint32_t twin) override;
+  void Gap() override { gap = true; }
   bool Flush() override;
   bool Finish() override;
-  bool OutputFailed() const override { return failure != Status::Ok; }
+  std::optional<FilePlace> Note() override;
+  bool OutputFailed() const override { return exitCode != kDone; }
   bool NothingMatched() const override { return !selection.Empty() && count == 0; }
 
-  Status Failure() const { return failure; }
+  // Returns kDone unless the output has failed.
+  int ExitCode() const { return exitCode; }
 
  private:
-  bool Open();
-  bool Fail(Status status);
+  bool Open(const LogMessage* first, std::uint32_t twin);
+  FileStatus CutBack(const FilePlace& place, const LogMessage* first, std::uint32_t twin);
+  bool CanBeWrittenAgain(const FilePlace& place, const LogMessage* first, std::uint32_t twin) const;
+  bool Fail(const FileStatus& status);
 
   const ExportOptions& options;
   MessageFormatter formatter;
   MessageSelection selection;
+  ReadingPosition& position;
   RotatingFile file;
   std::string text;
   std::uint64_t count = 0;
-  Status failure = Status::Ok;
+  int exitCode = kDone;
   bool open = false;
+  bool gap = false;
   bool blockedReported = false;
 };
 
-bool ExportTarget::Fail(Status status) {
-  if (failure != Status::Ok) return false;
-  failure = status;
-  ExplainTarget(options.target, status);
+bool ExportTarget::Fail(const FileStatus& status) {
+  if (exitCode == kDone) exitCode = ExplainTarget(options.target, status);
   return false;
 }
 
-bool ExportTarget::Open() {
-  if (open || failure != Status::Ok) return open;
-  const Status status = file.Open(LocalMs());
-  open = status == Status::Ok;
-  return open || Fail(status);
+// An earlier run that was killed had written more than it noted. That is removed and written again: then
+// every message is there once. Messages that the log no longer has cannot be written again, so they stay.
+FileStatus ExportTarget::CutBack(const FilePlace& place, const LogMessage* first, std::uint32_t twin) {
+  if (!CanBeWrittenAgain(place, first, twin)) {
+    Say(options.target +
+        ": the log no longer has all that the last run wrote at its end; it stays, and messages may be there "
+        "twice");
+    return Status::Ok;
+  }
+  CutResult result = CutResult::Nothing;
+  const FileStatus status = file.CutBack(place, result);
+  if (status != Status::Ok) return status;
+  if (result == CutResult::Other && HoldsSomething(options.target))
+    Say(options.target + ": is not the file of the last run; messages may be written twice");
+  if (result == CutResult::Shorter)
+    Say(options.target + ": is shorter than the last run left it; messages are missing there");
+  return Status::Ok;
 }
 
-void ExportTarget::Print(const LogMessage& message, bool late) {
-  if (!selection.Wants(LogMessageView(message)) || !Open()) return;
+bool ExportTarget::CanBeWrittenAgain(const FilePlace& place, const LogMessage* first,
+                                     std::uint32_t twin) const {
+  if (!file.GoesOn(place)) return true;
+  if (gap) return false;
+  if (first == nullptr) return options.ordered;  // which holds messages back
+  if (position.Memory()) return true;
+  // A run that was killed within its first second: only the message that it began with shows what is gone.
+  MessageFormatter trial = formatter;
+  std::string begin;
+  if (place.length == 0) trial.AppendHead(begin);
+  trial.Append(*first, false, begin, twin);
+  return file.GoesOnWith(place, begin);
+}
+
+bool ExportTarget::Open(const LogMessage* first, std::uint32_t twin) {
+  if (open || exitCode != kDone) return open;
+  if (position.Place()) {
+    if (const FileStatus cut = CutBack(*position.Place(), first, twin); cut != Status::Ok) return Fail(cut);
+  }
+  if (const FileStatus status = file.Open(LocalMs()); status != Status::Ok) return Fail(status);
+  open = true;
+  const auto place = Note();
+  if (exitCode == kDone) exitCode = position.KeepPlace(place);
+  return exitCode == kDone;
+}
+
+std::optional<FilePlace> ExportTarget::Note() {
+  const auto place = options.cursorFile.empty() ? std::nullopt : file.Note();
+  if (file.Failed()) Fail(file.Failure());
+  return place;
+}
+
+void ExportTarget::PrintLast(const std::vector<const LogMessage*>& oldestFirst,
+                             const TamLogClient::LogSnapshot& snapshot) {
+  TamLogClient::TwinNumbers twins;
+  if (ShowsCursors()) twins.Add(snapshot);
+  for (const LogMessage* const message : oldestFirst) Print(*message, false, twins.Of(message));
+}
+
+void ExportTarget::Print(const LogMessage& message, bool late, std::uint32_t twin) {
+  if (!selection.Wants(LogMessageView(message)) || !Open(&message, twin)) return;
   text.clear();
-  formatter.Append(message, late, text);
+  formatter.Append(message, late, text, twin);
   ++count;
-  if (!file.Append(text, LocalMs())) Fail(Status::SystemError);
+  if (!file.Append(text, LocalMs())) Fail(file.Failure());
 }
 
 bool ExportTarget::Flush() {
-  if (!Open()) return false;
-  if (!file.Flush(LocalMs())) return Fail(Status::SystemError);
+  if (!Open(nullptr, 1)) return false;
+  if (!file.Flush(LocalMs())) return Fail(file.Failure());
   if (file.RotationBlocked() && !std::exchange(blockedReported, true)) {
-    Say(options.target +
-        ": cannot be rotated while another program has it or the oldest of its files open; still appending");
+    Say(options.target + ": cannot be rotated; still appending (" + file.Blocker() + ")");
   }
   if (!file.RotationBlocked()) blockedReported = false;
   return true;
@@ -137,13 +204,6 @@ ShowOptions FollowingOf(const ExportOptions& options) {
   return follow;
 }
 
-// Returns whether the target holds something that an unknown run or another program has written.
-bool HoldsSomething(const std::string& target) {
-  std::error_code error;
-  const auto bytes = std::filesystem::file_size(TamLogClient::PathOf(target), error);
-  return !error && bytes > 0;
-}
-
 }  // namespace
 
 int FollowExport(const ExportOptions& options) {
@@ -153,17 +213,15 @@ int FollowExport(const ExportOptions& options) {
   auto formatter = selection ? MakeFileFormatter(options.output) : std::nullopt;
   auto position = formatter ? ReadingPosition::Make(follow, refused) : std::nullopt;
   if (!position) return refused;
-  const bool resumes = position->IsGiven();
-  if (!resumes && !options.force && HoldsSomething(options.target))
+  if (!position->IsGiven() && !options.force && HoldsSomething(options.target))
     return Refuse(kUsage,
                   options.target +
                       ": already exists; give the --cursor-file of the run that wrote it, another name, or "
                       "--force to replace it");
   DeferInterrupts();
-  ExportTarget target(options, std::move(*formatter), std::move(*selection), resumes);
+  ExportTarget target(options, std::move(*formatter), std::move(*selection), *position);
   const int code = Follow(follow, target, *position);
-  const bool outside = target.Failure() == Status::AccessDenied || target.Failure() == Status::NotAFile;
-  return outside ? ExitCodeOf(target.Failure()) : code;
+  return target.ExitCode() != kDone ? target.ExitCode() : code;
 }
 
 }  // namespace TamLogCtl

@@ -57,7 +57,7 @@ LogInput ReadFileInput(const std::string& path, bool quiet, const ReadPart& read
       contents = TamLogClient::ReadLogFile(file.path);
     }
   }
-  const Status status = contents.status;
+  const TamLogClient::FileStatus& status = contents.status;
   if (status != Status::Ok && !(quiet && Readable(status))) Say(FileProblem(path, status, contents.remark));
   LogInput input = InputOf(path, std::move(contents.snapshot), quiet);
   if (status != Status::Ok) input.exitCode = ExitCodeOf(status);
@@ -78,7 +78,8 @@ std::optional<ScannedInput> ScanFileInput(const std::string& path, bool quiet,
       take(message);
       return true;
     };
-    if (!file.Readable() || !scan.Open(file.path) || !scan.ForEach(look) || !IsSound(file.path, survey)) return std::nullopt;
+    if (!file.Readable() || !scan.Open(file.path) || !scan.ForEach(look) || !IsSound(file.path, survey))
+      return std::nullopt;
   }
   return ScannedInput{scan.Header(), WorseOf(JudgeMessages(path, survey.damaged, quiet), file.exitCode)};
 }

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "client/log/cursor.h"
 #include "client/message/log_message_view.h"
 #include "client/message/utf8.h"
 #include "tamlogctl/base/console.h"
@@ -34,9 +35,9 @@ LogMessage WithLabel(const LogMessage& message, const std::string& label) {
 }
 
 void AppendLabelled(MessageFormatter& formatter, const LogMessage& message, const std::string& label,
-                    std::string& out) {
+                    std::uint32_t twin, std::string& out) {
   const bool before = !label.empty() && !formatter.CarriesHost();
-  formatter.Append(before ? WithLabel(message, label) : message, false, out, label);
+  formatter.Append(before ? WithLabel(message, label) : message, false, out, twin, label);
 }
 
 struct Entry {
@@ -84,11 +85,15 @@ std::vector<std::size_t> Merge::Choose(const MessageSelection& selection) const 
 }
 
 bool Merge::Print(const std::vector<std::size_t>& chosen, MessageFormatter& formatter) const {
+  TamLogClient::TwinNumbers twins;
+  if (formatter.ShowsCursors()) {
+    for (const LogInput& log : logs) twins.Add(log.snapshot);
+  }
   std::string pending;
   formatter.AppendHead(pending);
   for (const std::size_t index : chosen) {
     const Entry& entry = entries[index];
-    AppendLabelled(formatter, *entry.message, files[entry.file].host, pending);
+    AppendLabelled(formatter, *entry.message, files[entry.file].host, twins.Of(entry.message), pending);
     if (pending.size() < kWriteSize) continue;
     if (!WriteOut(pending)) return false;
     pending.clear();
@@ -136,7 +141,12 @@ int Merge::Run() {
   std::stable_sort(entries.begin(), entries.end(),
                    [](const Entry& left, const Entry& right) { return left.key < right.key; });
   const int exitCode = Output(*selection, *formatter);
-  if (exitCode == kNegative && !options.quiet) SuggestEnd(wanted, options.output, End());
+  if (exitCode == kNegative && !options.quiet) {
+    std::vector<std::string> paths;
+    for (const HostFile& file : files) paths.push_back(file.path);
+    SuggestSources(wanted, paths);
+    SuggestEnd(wanted, options.output, End());
+  }
   return exitCode;
 }
 

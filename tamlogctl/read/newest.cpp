@@ -12,6 +12,15 @@ using TamLogClient::LogTail;
 constexpr std::size_t kFirstRead = 256;
 constexpr std::size_t kGrowth = 8;
 
+// Messages of the same time as the first one may have been left out, and equal ones among them: without those
+// the numbers in cursors would be wrong.
+std::size_t WithAllTwins(const LogTail& tail, std::size_t certain) {
+  std::size_t next = certain;
+  const auto key = [&tail](std::size_t i) { return TimeKey(tail.messages[i].body); };
+  while (next < tail.messages.size() && key(next) == key(certain)) ++next;
+  return next;
+}
+
 // Returns whether the messages from index `certain` on contain all that is printed. Walks from the newest to
 // older ones.
 bool Suffices(const ShowOptions& options, const Printer& printer, const LogTail& tail, std::size_t certain) {
@@ -48,8 +57,9 @@ std::optional<TamLogClient::LogSnapshot> ReadNewest(const ShowOptions& options, 
   for (std::size_t count = std::max(kFirstRead, 2 * lines);; count *= kGrowth) {
     LogTail tail;
     if (!read(count, tail)) return std::nullopt;
-    const auto certain = CertainFrom(tail);
+    auto certain = CertainFrom(tail);
     if (!certain) return std::nullopt;
+    if (!tail.whole) certain = WithAllTwins(tail, *certain);
     if (tail.whole || Suffices(options, printer, tail, *certain)) return SnapshotOf(tail, *certain);
     // From half of the log on, one read of the whole log is faster.
     if (count * kGrowth > static_cast<std::size_t>(tail.header.messageCount) / 2) return std::nullopt;

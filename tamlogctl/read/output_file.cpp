@@ -7,6 +7,7 @@
 
 namespace TamLogCtl {
 
+using TamLogClient::FileStatus;
 using TamLogClient::Status;
 
 int WriteLogTarget(const std::string& target, std::uint64_t count, const TamLogClient::MessageAt& messageAt,
@@ -17,11 +18,11 @@ int WriteLogTarget(const std::string& target, std::uint64_t count, const TamLogC
     progress.Show(slot);
     return !Interrupted();
   };
-  const Status status = TamLogClient::WriteLogFile(target, count, messageAt, capacity, overwrite, goOn);
+  const FileStatus status = TamLogClient::WriteLogFile(target, count, messageAt, capacity, overwrite, goOn);
   return status == Status::Ok ? kDone : ExplainTarget(target, status);
 }
 
-int ExplainTarget(const std::string& target, Status status) {
+int ExplainTarget(const std::string& target, const FileStatus& status) {
   return RefuseTarget(target, status, "give another name, or --force to replace it");
 }
 

@@ -6,7 +6,6 @@
 #include <string>
 
 #include "client/file/log_file_writer.h"
-#include "client/message/status.h"
 
 namespace TamLogCtl {
 
@@ -16,6 +15,6 @@ int WriteLogTarget(const std::string& target, std::uint64_t count, const TamLogC
                    std::uint32_t capacity, bool overwrite);
 
 // Reports on stderr why the file `target` was not written; returns the exit code.
-int ExplainTarget(const std::string& target, TamLogClient::Status status);
+int ExplainTarget(const std::string& target, const TamLogClient::FileStatus& status);
 
 }  // namespace TamLogCtl

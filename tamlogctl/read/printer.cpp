@@ -34,29 +34,29 @@ void Printer::PrintLast(const std::vector<const LogMessage*>& oldestFirst) {
   for (const std::size_t index : indices) {
     if (last && (index > *last ? index - *last : *last - index) > 1) EmitGap();
     last = index;
-    Emit(*oldestFirst[index], false);
+    Emit(*oldestFirst[index], false, twins.Of(oldestFirst[index]));
     if (failed) return;
   }
 }
 
-void Printer::Print(const LogMessage& message, bool late) {
+void Printer::Print(const LogMessage& message, bool late, std::uint32_t twin) {
   if (failed) return;
   if (!LimitIsReached() && Wants(message)) {
     ++matched;
     if (options.count) return;
     if (leftOut && emitted) EmitGap();
     leftOut = false;
-    for (const Earlier& entry : earlier) Emit(entry.message, entry.late);
+    for (const Earlier& entry : earlier) Emit(entry.message, entry.late, entry.twin);
     earlier.clear();
-    Emit(message, late);
+    Emit(message, late, twin);
     stillAfter = options.after;
   } else if (stillAfter > 0) {
     --stillAfter;
-    Emit(message, late);
+    Emit(message, late, twin);
   } else if (options.before == 0) {
     leftOut = true;
   } else {
-    earlier.push_back({message, late});
+    earlier.push_back({message, late, twin});
     if (earlier.size() > options.before) {
       earlier.pop_front();
       leftOut = true;
@@ -64,14 +64,14 @@ void Printer::Print(const LogMessage& message, bool late) {
   }
 }
 
-void Printer::Emit(const LogMessage& message, bool late) {
+void Printer::Emit(const LogMessage& message, bool late, std::uint32_t twin) {
   if (!begun) formatter.AppendHead(pending);
   begun = emitted = true;
   if (highlights.empty()) {
-    formatter.Append(message, late, pending);
+    formatter.Append(message, late, pending, twin);
   } else {
     plain.clear();
-    formatter.Append(message, late, plain);
+    formatter.Append(message, late, plain, twin);
     AppendHighlighted(plain, highlights, pending);
   }
   if (pending.size() >= kWriteSize) Flush();

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "client/format/message_formatter.h"
+#include "client/log/cursor.h"
 #include "records/log_file_format.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/read/follow.h"
@@ -25,13 +26,23 @@ class Printer : public FollowTarget {
   // wrong value.
   static std::optional<Printer> Make(const ShowOptions& options, int& exitCode);
 
-  void SetLog(const LogFileHeader& header) override { formatter.SetLog(header); }
+  bool ShowsCursors() const override { return formatter.ShowsCursors(); }
+
+  // Adds a log whose messages PrintLast will print. It must not change before that.
+  void AddLog(const TamLogClient::LogSnapshot& snapshot) {
+    if (ShowsCursors()) twins.Add(snapshot);
+  }
 
   // Prints the wanted messages, as many as `options.limit` allows.
-  void PrintLast(const std::vector<const LogMessage*>& oldestFirst) override;
+  void PrintLast(const std::vector<const LogMessage*>& oldestFirst);
+  void PrintLast(const std::vector<const LogMessage*>& oldestFirst,
+                 const TamLogClient::LogSnapshot& snapshot) override {
+    AddLog(snapshot);
+    PrintLast(oldestFirst);
+  }
 
   // Prints one message if it is wanted. Output is buffered until Flush.
-  void Print(const LogMessage& message, bool late) override;
+  void Print(const LogMessage& message, bool late, std::uint32_t twin) override;
 
   // Counts the message if it is wanted, without printing it.
   void Count(const LogMessage& message) {
@@ -56,24 +67,28 @@ class Printer : public FollowTarget {
   }
   const std::optional<std::uint64_t>& Since() const { return selection.Since(); }
   bool OutputFailed() const override { return failed; }
+  // Returns whether somebody looks at a terminal on which nothing was printed.
+  bool ShowedNothing() const { return terminal && !emitted && !options.count && !options.quiet; }
   bool NothingMatched() const override { return !selection.Empty() && matched == 0; }
 
  private:
   struct Earlier {
     LogMessage message{};
     bool late = false;
+    std::uint32_t twin = 1;
   };
 
   Printer(ShowOptions chosen, TamLogClient::MessageFormatter format, MessageSelection wanted)
       : options(std::move(chosen)), formatter(std::move(format)), selection(std::move(wanted)) {}
 
   bool LimitIsReached() const { return options.limit.first && matched >= *options.limit.first; }
-  void Emit(const LogMessage& message, bool late);
+  void Emit(const LogMessage& message, bool late, std::uint32_t twin);
   void EmitGap();
 
   ShowOptions options;
   TamLogClient::MessageFormatter formatter;
   MessageSelection selection;
+  TamLogClient::TwinNumbers twins;      // of the logs that were added
   std::vector<TextPattern> highlights;  // empty unless matches are highlighted
   std::string pending;
   std::string plain;
@@ -86,6 +101,7 @@ class Printer : public FollowTarget {
   std::size_t stillAfter = 0;
   bool leftOut = false;
   bool emitted = false;
+  bool terminal = StdoutIsTerminal();  // a pager takes its place
 };
 
 }  // namespace TamLogCtl

@@ -1,5 +1,7 @@
 #include "tamlogctl/read/reading_position.h"
 
+#include <algorithm>
+
 #include "tamlogctl/base/exit_code.h"
 
 namespace TamLogCtl {
@@ -9,7 +11,8 @@ using TamLogClient::LogSnapshot;
 
 std::optional<ReadingPosition> ReadingPosition::Make(const ReadingOptions& options, int& exitCode) {
   ReadingPosition position(options);
-  exitCode = options.cursorFile.empty() ? kDone : ReadCursorFile(options.cursorFile, position.start);
+  exitCode = options.cursorFile.empty() ? kDone
+                                        : ReadCursorFile(options.cursorFile, position.start, position.stored);
   if (exitCode != kDone) return std::nullopt;
   if (!options.afterCursor.empty()) {
     position.start.cursor = TamLogClient::ParseCursor(options.afterCursor);
@@ -24,7 +27,13 @@ std::optional<ReadingPosition> ReadingPosition::Make(const ReadingOptions& optio
 
 std::vector<const LogMessage*> ReadingPosition::Beyond(const LogSnapshot& snapshot) {
   std::vector<const LogMessage*> messages;
+  for (const auto& entry : start.held) messages.push_back(&entry.message);
   for (const std::uint32_t slot : SlotsBeyond(snapshot)) messages.push_back(&snapshot.slots[slot]);
+  if (!start.held.empty()) {
+    std::stable_sort(messages.begin(), messages.end(), [](const LogMessage* left, const LogMessage* right) {
+      return TimeKey(left->body) < TimeKey(right->body);
+    });
+  }
   return messages;
 }
 
@@ -49,15 +58,25 @@ std::vector<std::uint32_t> ReadingPosition::SlotsBeyond(const LogSnapshot& snaps
   return slots;
 }
 
-int ReadingPosition::Keep(const LogSnapshot& snapshot, const TamLogClient::FollowerMemory& memory) const {
-  return options->cursorFile.empty() ? kDone : WriteCursorFile(options->cursorFile, snapshot, memory);
+int ReadingPosition::Keep(const LogSnapshot& snapshot, const TamLogClient::FollowerMemory& memory,
+                          const HeldMessages& held, const std::optional<FilePlace>& place) {
+  if (options->cursorFile.empty()) return kDone;
+  stored = MakeCursorFileText(snapshot, memory, held);
+  return KeepPlace(place);
+}
+
+int ReadingPosition::KeepPlace(const std::optional<FilePlace>& place) {
+  stored.place = place;
+  return options->cursorFile.empty() ? kDone : WriteCursorFile(options->cursorFile, stored);
 }
 
 void ReadingPosition::ShowCursor(const LogSnapshot& snapshot) const {
   if (!options->showCursor) return;
   const auto order = OrderMessages(snapshot).oldestFirst;
   if (!order.empty()) {
-    options->Reporter().ReportCursor(FormatCursor(CursorOf(snapshot, order, order.size() - 1)));
+    TamLogClient::Cursor cursor = CursorOf(snapshot, order, order.size() - 1);
+    cursor.hint = TamLogClient::HintOf(snapshot.header);  // --after-cursor reports late messages by it
+    options->Reporter().ReportCursor(FormatCursor(cursor));
   }
 }
 

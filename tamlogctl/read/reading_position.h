@@ -21,18 +21,29 @@ class ReadingPosition {
 
   // Returns the memory of an earlier run, if any.
   const std::optional<TamLogClient::FollowerMemory>& Memory() const { return start.memory; }
-  bool IsGiven() const { return start.memory || start.cursor; }
+
+  // Returns the messages that the earlier run had read and not written.
+  const HeldMessages& Held() const { return start.held; }
+  bool IsGiven() const { return start.memory || start.cursor || start.place; }
+
+  // Returns the place up to which an earlier run had written its target, if it stored one.
+  const std::optional<FilePlace>& Place() const { return start.place; }
 
   // Returns the messages of `snapshot` after the position, oldest first; all when there is no position.
   // Reports what was lost.
   std::vector<const LogMessage*> Beyond(const TamLogClient::LogSnapshot& snapshot);
 
   // Writes the cursor file, if one was requested: every message of `snapshot` has been read. Call it after
-  // the output was written. Returns kDone, or another exit code after a report on stderr.
-  int Keep(const TamLogClient::LogSnapshot& snapshot) const {
-    return Keep(snapshot, follower.Remembered(kRememberedMessages));
+  // the output was written, up to `place` of its files, without the messages in `held`. Returns kDone, or
+  // another exit code after a report on stderr.
+  int Keep(const TamLogClient::LogSnapshot& snapshot) {
+    return Keep(snapshot, follower.Remembered(kRememberedMessages), {}, std::nullopt);
   }
-  int Keep(const TamLogClient::LogSnapshot& snapshot, const TamLogClient::FollowerMemory& memory) const;
+  int Keep(const TamLogClient::LogSnapshot& snapshot, const TamLogClient::FollowerMemory& memory,
+           const HeldMessages& held, const std::optional<FilePlace>& place);
+
+  // Writes the cursor file with another place and everything else as it is.
+  int KeepPlace(const std::optional<FilePlace>& place);
 
   // Reports the cursor of the newest message, with --show-cursor.
   void ShowCursor(const TamLogClient::LogSnapshot& snapshot) const;
@@ -44,6 +55,7 @@ class ReadingPosition {
 
   const ReadingOptions* options;
   CursorFile start;
+  CursorFileText stored;  // in the cursor file now
   TamLogClient::LogFollower follower;
 };
 

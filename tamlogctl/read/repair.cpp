@@ -145,12 +145,12 @@ int RepairFile(const RepairVerbOptions& options) {
   const PlainFile& file = PlainFileOf(options.file);
   if (!file.Readable()) return file.exitCode;
   auto busy = std::make_optional<Busy>("searching " + options.file);
-  const auto fail = [&](Status status, const std::string& remark) {
+  const auto fail = [&](const TamLogClient::FileStatus& status, const std::string& remark) {
     busy.reset();
     return Refuse(ExitCodeOf(status), FileProblem(options.file, status, remark));
   };
   TamLogClient::FileBytes bytes;
-  if (const Status status = bytes.Open(file.path); status != Status::Ok) return fail(status, "");
+  if (const auto status = bytes.Open(file.path); status != Status::Ok) return fail(status, "");
   const LogFileImage image(bytes);
   if (const std::string why = WhyNoLog(image); !why.empty()) return fail(Status::NotALog, why);
   const auto plan = PlanRepair(image, {options.carve, options.unique,

@@ -49,9 +49,9 @@ std::optional<int> PrintInOrder(const ShowOptions& options, Printer& printer) {
   int exitCode = WorseOf(JudgeMessages(path, survey->damaged, options.quiet), file.exitCode);
   Pager pager;
   if (!options.noPager) pager.Begin();
-  printer.SetLog(scan.Header());
-  const bool whole = scan.ForEach([&printer](const LogMessage& message) {
-    printer.Print(message, false);
+  TamLogClient::TwinCount twins;
+  const bool whole = scan.ForEach([&](const LogMessage& message) {
+    printer.Print(message, false, printer.ShowsCursors() ? twins.Next(message.body) : 1);
     return !printer.OutputFailed() && !printer.IsComplete();
   });
   if (!printer.Finish(pager)) return kOutputFailed;

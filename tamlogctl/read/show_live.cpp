@@ -9,6 +9,7 @@
 #include "tamlogctl/read/reading_position.h"
 #include "tamlogctl/read/show.h"
 #include "tamlogctl/read/show_logs.h"
+#include "tamlogctl/select/nothing_found.h"
 
 namespace TamLogCtl {
 
@@ -23,7 +24,9 @@ int ShowLive(const ShowOptions& options) {
       ReadLiveInput(options.timeoutMs, options.quiet, NewestPart(options, *printer))};
   const bool empty = AnyRead(logs) && logs.front().snapshot.header.messageCount == 0;
   if (empty && !options.quiet && options.events == EventStyle::Text) Say("the log is empty");
-  return PrintLogs(options, *printer, *position, logs);
+  exitCode = PrintLogs(options, *printer, *position, logs);
+  if (exitCode == kNegative && !options.quiet) SuggestSources(options.selection, {});
+  return exitCode;
 }
 
 }  // namespace TamLogCtl

@@ -11,6 +11,7 @@ ReadPart NewestPart(const ShowOptions& options, const Printer& printer) {
 }
 
 int EndOf(const Printer& printer, int exitCode) {
+  if (printer.ShowedNothing()) Say("no entries");
   return printer.NothingMatched() ? WorseOf(exitCode, kNegative) : exitCode;
 }
 
@@ -25,7 +26,7 @@ int PrintLogs(const ShowOptions& options, Printer& printer, ReadingPosition& pos
   }
   if (logs.size() > 1) SortByTime(messages);
   const auto& log = logs.front().snapshot;
-  if (logs.size() == 1) printer.SetLog(log.header);  // with several logs no cursor can be used
+  for (const LogInput& each : logs) printer.AddLog(each.snapshot);
   Pager pager;
   if (!options.noPager && !options.count) pager.Begin();
   printer.PrintLast(messages);

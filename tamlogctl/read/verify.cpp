@@ -137,8 +137,7 @@ class Verify {
     if (!file.Readable()) return;
     auto busy = std::make_optional<Busy>("verifying " + path);
     TamLogClient::FileBytes bytes;
-    if (const Status status = bytes.Open(file.path); status != Status::Ok)
-      return Fail(path, status, "", busy);
+    if (const auto status = bytes.Open(file.path); status != Status::Ok) return Fail(path, status, "", busy);
     const LogFileImage image(bytes);
     const std::string why = WhyNoLog(image);
     if (!why.empty()) return Fail(path, Status::NotALog, why, busy);
@@ -162,7 +161,8 @@ class Verify {
  private:
   void Worsen(int code) { exitCode = WorseOf(exitCode, code); }
 
-  void Fail(const std::string& path, Status status, const std::string& remark, std::optional<Busy>& busy) {
+  void Fail(const std::string& path, const TamLogClient::FileStatus& status, const std::string& remark,
+            std::optional<Busy>& busy) {
     busy.reset();
     Worsen(Refuse(ExitCodeOf(status), FileProblem(path, status, remark)));
   }

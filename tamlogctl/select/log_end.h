@@ -10,6 +10,7 @@
 #include "client/message/time_text.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/output_options.h"
+#include "tamlogctl/select/nothing_found.h"
 #include "tamlogctl/select/selection_options.h"
 
 namespace TamLogCtl {
@@ -26,15 +27,17 @@ std::optional<TamLogClient::TimeWords> EndOfLogs(const std::vector<std::string>&
 void SuggestEnd(const SelectionOptions& options, const OutputOptions& output,
                 const std::optional<TamLogClient::TimeWords>& end);
 
-// Runs a verb on copied logs: resolves --relative-to end before, and suggests it where the verb found
-// nothing.
+// Runs a verb on logs: resolves --relative-to end before. Where the verb found nothing, suggests it, and
+// reports names of sources that are not in the logs.
 template <typename Options>
 int RunWithEnd(const Options& given, int (*run)(const Options&)) {
   Options options = given;
   if (options.selection.relativeToEnd) options.selection.end = EndOfLogs(options.files);
   const int exitCode = run(options);
-  if (exitCode == kNegative && !options.quiet)
+  if (exitCode == kNegative && !options.quiet) {
+    SuggestSources(options.selection, options.files);
     SuggestEnd(options.selection, options.output, EndOfLogs(options.files));
+  }
   return exitCode;
 }
 

@@ -12,6 +12,8 @@ bool SameLetter(char left, char right) {
   return ToLowerAscii(left) == ToLowerAscii(right);
 }
 
+}  // namespace
+
 bool MatchesName(std::string_view name, std::string_view glob) {
   std::size_t at = 0;
   std::size_t star = std::string_view::npos;
@@ -33,6 +35,8 @@ bool MatchesName(std::string_view name, std::string_view glob) {
   }
   return glob.find_first_not_of('*', at) == std::string_view::npos;
 }
+
+namespace {
 
 bool MatchesTerm(std::string_view source, std::uint32_t type, const SourceTerm& term) {
   const bool typeFits = type < kMessageTypes ? ((term.types >> type) & 1U) != 0 : term.types == 0xF;

@@ -23,6 +23,9 @@ struct SourceTerm {
   std::uint32_t types = 0xF;  // bit i: type i
 };
 
+// Returns whether the name matches one in which each * stands for any characters, without regard to case.
+bool MatchesName(std::string_view name, std::string_view glob);
+
 // Returns nothing for an empty name, and for types that do not exist ("Camera:9", "Camera:"). A colon belongs
 // to the name if other characters than digits, commas and dashes follow it.
 std::optional<SourceTerm> ParseSourceTerm(std::string_view text);

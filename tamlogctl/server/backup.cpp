@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "client/file/log_file_writer.h"
+#include "client/file/atomic_file.h"
 #include "client/message/local_time.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
@@ -14,6 +14,7 @@ namespace TamLogCtl {
 namespace {
 
 using TamLogClient::AtomicFile;
+using TamLogClient::FileStatus;
 using TamLogClient::LogSnapshot;
 using TamLogClient::Status;
 
@@ -31,9 +32,9 @@ std::string_view BytesOf(const Record& record) {
   return {reinterpret_cast<const char*>(&record), sizeof(record)};
 }
 
-Status Write(const std::string& path, const LogSnapshot& snapshot) {
+FileStatus Write(const std::string& path, const LogSnapshot& snapshot) {
   AtomicFile file;
-  if (const Status status = file.Open(path, false); status != Status::Ok) return status;
+  if (const FileStatus status = file.Open(path, false); status != Status::Ok) return status;
   const auto order = OrderMessages(snapshot).oldestFirst;
   const LogFileHeader header = HeaderOf(snapshot, order.size());
   const LockNames names{};  // the server writes them when it opens the file
@@ -42,14 +43,14 @@ Status Write(const std::string& path, const LogSnapshot& snapshot) {
   const LogMessage empty{};
   for (auto i = order.size(); good && i < static_cast<std::size_t>(header.maxMessages); ++i)
     good = file.Write(BytesOf(empty));
-  return good ? file.Commit() : Status::SystemError;
+  return file.Commit();
 }
 
 }  // namespace
 
 int WriteBackup(const std::string& path, const LogSnapshot& snapshot, const std::string& advice) {
   if (!snapshot.HeaderIsSound()) return Refuse(kDamaged, "the log is damaged, so it cannot be saved");
-  const Status status = Write(path, snapshot);
+  const FileStatus status = Write(path, snapshot);
   return status == Status::Ok ? kDone : RefuseTarget(path, status, advice);
 }
 

@@ -122,9 +122,9 @@ void LookAtPath(const std::string& path, std::uint64_t bytes, Observations& seen
   // A running server moves its present file there, which may need no room.
   if (facts.file == PathFile::Missing && seen.pipe == PipeState::Answers) facts.freeBytes.reset();
   seen.pathLink = AnsiToUtf8(facts.link);
-  const PathProblem problem = PathProblemOf(path, facts, bytes);
-  seen.pathProblem = AnsiToUtf8(problem.problem);
-  seen.pathAdvice = AnsiToUtf8(problem.advice);
+  const PathProblem problem = PathProblemOf(shown, facts, bytes);
+  seen.pathProblem = problem.problem;
+  seen.pathAdvice = problem.advice;
   seen.fileBytes = facts.fileBytes;
   seen.fileKnown = facts.fileBytes != 0;
   seen.pathTakesFile = facts.file == PathFile::Other;
@@ -212,7 +212,8 @@ std::string AsText(const std::vector<Finding>& findings) {
   return out;
 }
 
-std::string AsJson(const std::vector<Finding>& findings, const std::vector<std::string>& done) {
+std::string AsJson(const std::vector<Finding>& findings, const std::vector<std::string>& done,
+                   const char* key) {
   JsonArray list;
   for (const Finding& finding : findings) {
     JsonObject entry{{"check", finding.check}, {"state", WordOf(finding.state)}, {"found", finding.found}};
@@ -220,7 +221,7 @@ std::string AsJson(const std::vector<Finding>& findings, const std::vector<std::
     list.emplace_back(std::move(entry));
   }
   JsonObject json{{"findings", std::move(list)}};
-  if (!done.empty()) json.emplace_back("unstuck", JsonArray(done.begin(), done.end()));
+  if (!done.empty()) json.emplace_back(key, JsonArray(done.begin(), done.end()));
   return WriteJson(json, 2) + "\n";
 }
 
@@ -279,7 +280,8 @@ int Doctor(const DoctorOptions& options) {
   }
   ReadOnce(options, seen);
   const auto findings = Diagnose(seen);
-  std::string out = options.json ? AsJson(findings, done) : AsText(findings);
+  std::string out =
+      options.json ? AsJson(findings, done, options.unstick ? "unstuck" : "done") : AsText(findings);
   if (!options.json) {
     for (const std::string& deed : done) out += (options.unstick ? "unstick: " : "done: ") + deed + "\n";
   }

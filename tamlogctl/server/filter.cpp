@@ -162,7 +162,7 @@ int SetFilters(const FilterOptions& options) {
   std::string text;
   if (options.file == "-") {
     text = ReadInput();
-  } else if (const Status status = TamLogClient::ReadFileBytes(options.file, text); status != Status::Ok) {
+  } else if (const auto status = TamLogClient::ReadFileBytes(options.file, text); status != Status::Ok) {
     return Refuse(ExitCodeOf(status), FileProblem(options.file, status));
   }
   std::string problem;

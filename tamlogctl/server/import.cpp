@@ -88,8 +88,10 @@ class Import {
 };
 
 int Import::ReadAll() {
-  exitCode = ReadImports(options.files, options.input, messages);
-  return HasOutput(exitCode) ? kDone : exitCode;
+  ReadingFilesOptions chosen = options;
+  if (!CompleteChoice(chosen)) return kUsage;
+  exitCode = ReadImports(options.files, chosen.choice, messages);
+  return HasOutput(exitCode) || exitCode == kNegative ? kDone : exitCode;
 }
 
 // Chooses the messages that the log lacks and has room for: of equal ones as many as it has fewer of. A

@@ -6,13 +6,12 @@
 #include <string>
 #include <vector>
 
-#include "tamlogctl/base/common_options.h"
+#include "tamlogctl/server/import_options.h"
 
 namespace TamLogCtl {
 
-struct ImportOptions : CommonOptions {
+struct ImportOptions : ReadingFilesOptions {
   std::vector<std::string> files;
-  std::string input = "auto";       // auto, log, json or tsv
   std::uint32_t retrySeconds = 30;  // how long to wait for a server that is gone ...
   bool waitAtStart = false;         // ... also for one that is not there at the start
   bool again = false;               // send messages that the log already holds

@@ -1,132 +1,149 @@
 #include "tamlogctl/server/import_reader.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
-#include <optional>
+#include <filesystem>
 #include <string_view>
-#include <utility>
+#include <system_error>
 
+#include "client/file/file_path.h"
 #include "client/file/log_file_image.h"
 #include "client/file/log_file_repair.h"
 #include "client/file/log_file_verify.h"
 #include "client/file/log_recognition.h"
-#include "client/format/tsv_text.h"
-#include "client/message/hex.h"
+#include "client/message/local_time.h"
+#include "client/message/log_message_view.h"
 #include "client/message/message_body.h"
-#include "client/message/time_text.h"
+#include "client/message/text_split.h"
+#include "client/message/time_zone.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
-#include "tamlogctl/base/json.h"
 #include "tamlogctl/base/plain_file.h"
+#include "tamlogctl/server/stamp_text.h"
 
 namespace TamLogCtl {
 
 namespace {
 
 using TamLogClient::LogFileImage;
+using TamLogClient::TimeWords;
 
-// The text's bytes from its "_hex" field where there is one: the text itself cannot hold all bytes.
-std::optional<std::string> TextField(const Json& line, const std::string& name) {
-  if (const std::string* const digits = line.FindString(name + "_hex")) return TamLogClient::FromHex(*digits);
-  const std::string* const text = line.FindString(name);
-  return text == nullptr ? std::nullopt : std::optional(*text);
+constexpr std::size_t kLongestField = kTextSize - 1;
+constexpr std::size_t kMostProblems = 20;  // that are reported one by one
+
+// Returns the name that a compressed file has without the compression.
+std::filesystem::path PlainName(const std::string& path) {
+  const std::filesystem::path name = TamLogClient::PathOf(path);
+  return name.extension() == ".gz" || name.extension() == ".xz" ? name.stem() : name;
 }
 
-bool TakeWords(const JsonArray& list, TamLogClient::TimeWords& words) {
-  if (list.size() < 7 || list.size() > words.size()) return false;
-  for (std::size_t i = 0; i < list.size(); ++i) {
-    const auto word = list[i].AsInteger();
-    if (!word || !std::in_range<std::int16_t>(*word)) return false;
-    words[i] = static_cast<std::int16_t>(*word);
-  }
-  return true;
+std::string Utf8Of(const std::filesystem::path& path) {
+  const std::u8string text = path.u8string();
+  return {text.begin(), text.end()};
 }
 
-bool TakeTime(const Json& line, LogMessageBody& body) {
-  TamLogClient::TimeWords words{};
-  const Json* const list = line.Find("time_words");
-  if (list != nullptr && list->AsArray() != nullptr) {
-    if (!TakeWords(*list->AsArray(), words)) return false;
-  } else {
-    const std::string* const text = line.FindString("time");
-    const auto parsed = text == nullptr ? std::nullopt : TamLogClient::ParseTime(*text);
-    if (!parsed) return false;
-    words = *parsed;
+// Makes messages from the drafts of one file.
+class DraftReader {
+ public:
+  DraftReader(const std::string& path, const ImportChoice& chosen, ImportSource& result)
+      : choice(chosen), source(result) {
+    usualSource = choice.source.empty() ? Utf8Of(PlainName(path).stem()) : choice.source;
   }
-  TamLogClient::SetTime(body, words);
-  return true;
-}
 
-template <std::size_t size>
-void TakeBytes(const Json& line, const char* name, std::uint8_t (&field)[size]) {
-  const std::string* const digits = line.FindString(name);
-  if (digits == nullptr) return;
-  const auto bytes = TamLogClient::FromHex(*digits);
-  if (bytes && bytes->size() == size) std::memcpy(field, bytes->data(), size);
-}
+  void Take(const ImportDrafts& drafts);
 
-std::optional<LogMessageBody> FromJson(const std::string& text, std::string& problem) {
-  const auto line = ParseJson(text);
-  LogMessageBody body{};
-  if (!line || line->AsObject() == nullptr) {
-    problem = "expected a JSON object";
-    return std::nullopt;
-  }
-  if (!TakeTime(*line, body)) {
-    problem = "expected \"time\":\"YYYY-MM-DDTHH:MM:SS.mmm\" without a zone";
-    return std::nullopt;
-  }
-  const Json* const member = line->Find("type");
-  const auto type = member == nullptr ? std::nullopt : member->AsUnsigned();
-  if (!type || *type >= kMessageTypes) {
-    problem = "expected \"type\" from 0 to 3";
-    return std::nullopt;
-  }
-  body.type = static_cast<std::uint32_t>(*type);
-  const auto source = TextField(*line, "source");
-  const auto message = TextField(*line, "text");
-  if (!source || !message || !TamLogClient::FillTexts(*source, *message, body)) {
-    problem = "expected \"source\" and \"text\" of at most 256 bytes each";
-    return std::nullopt;
-  }
-  TakeBytes(*line, "origin", body.origin);
-  TakeBytes(*line, "tail", body.tail);
-  return body;
-}
+ private:
+  bool Make(const ImportDraft& draft, const TimeWords& time, std::string& problem);
+  void Refuse(std::size_t line, const std::string& problem);
+  TimeWords TimeOf(const ImportDraft& draft) const;
+  std::uint32_t TypeOf(const ImportDraft& draft) const;
+  std::string SourceOf(const ImportDraft& draft) const;
+  std::vector<std::string> PiecesOf(const std::string& text) const;
 
-std::optional<LogMessageBody> FromTsv(const std::string& line, std::string& problem) {
-  auto draft = TamLogClient::ParseTsvLine(line, problem);
-  if (!draft) return std::nullopt;
-  if (!TamLogClient::FillTexts(draft->source, draft->text, draft->body)) {
-    problem = "source and text have at most 256 bytes each";
-    return std::nullopt;
-  }
-  return draft->body;
-}
+  const ImportChoice& choice;
+  ImportSource& source;
+  std::string usualSource;
+};
 
-void ReadLines(std::string_view bytes, bool json, ImportSource& source) {
-  for (std::size_t number = 1; !bytes.empty(); ++number) {
-    const std::size_t end = bytes.find('\n');
-    std::string line(bytes.substr(0, end));
-    bytes.remove_prefix(end == std::string_view::npos ? bytes.size() : end + 1);
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    if (line.empty()) continue;
-    std::string problem;
-    const auto body = json ? FromJson(line, problem) : FromTsv(line, problem);
-    if (body) {
-      source.messages.push_back(*body);
-      continue;
+// A line without a time is part of the line before, at the beginning of a file of the first one that has one.
+void DraftReader::Take(const ImportDrafts& drafts) {
+  const ImportDraft* before = nullptr;
+  for (const auto& entry : drafts.entries) {
+    if (before == nullptr && entry.draft.time) before = &entry.draft;
+  }
+  if (before == nullptr && !drafts.entries.empty())
+    return Refuse(drafts.entries.front().line, "no line of the file begins with a time");
+  for (const auto& [line, draft] : drafts.entries) {
+    ImportDraft continued;
+    if (draft.time) {
+      before = &draft;
+    } else {
+      continued = *before;
+      continued.text = draft.text;
+      if (source.continued++ == 0) source.firstContinued = line;
     }
-    if (source.unreadable++ == 0) source.problem = "line " + std::to_string(number) + ": " + problem;
-    source.exitCode = kUsage;
+    const ImportDraft& whole = draft.time ? draft : continued;
+    std::string problem;
+    if (!Make(whole, TimeOf(whole), problem)) Refuse(line, problem);
   }
+  for (const auto& [line, problem] : drafts.problems) Refuse(line, problem);
+}
+
+void DraftReader::Refuse(std::size_t line, const std::string& problem) {
+  if (source.unreadable++ < kMostProblems)
+    source.problems.push_back("line " + std::to_string(line) + ": " + problem);
+}
+
+TimeWords DraftReader::TimeOf(const ImportDraft& draft) const {
+  const TimeWords& words = *draft.time;
+  if (!draft.offset || choice.keepZone || !TamLogClient::IsRealTime(words)) return words;
+  TimeWords local = LocalTimeAt(TamLogClient::MillisecondsSince1970(words, *draft.offset));
+  local[7] = words[7];
+  return local;
+}
+
+// A severity becomes the type that the user gave the severity's name.
+std::uint32_t DraftReader::TypeOf(const ImportDraft& draft) const {
+  if (draft.type) return *draft.type;
+  for (std::uint32_t type = 0; draft.severity && type < kMessageTypes; ++type) {
+    if (choice.typeNames.Severity(type) == draft.severity) return type;
+  }
+  return choice.type;
+}
+
+std::string DraftReader::SourceOf(const ImportDraft& draft) const {
+  const std::string name = draft.source.value_or(usualSource);
+  return draft.host.empty() || choice.dropHost ? name : draft.host + "/" + name;
+}
+
+std::vector<std::string> DraftReader::PiecesOf(const std::string& text) const {
+  if (choice.longText == LongText::Split) return TamLogClient::SplitText(text, kLongestField);
+  return {choice.longText == LongText::Truncate ? TamLogClient::TruncateText(text, kLongestField) : text};
+}
+
+bool DraftReader::Make(const ImportDraft& draft, const TimeWords& time, std::string& problem) {
+  LogMessageBody body{};
+  TamLogClient::SetTime(body, time);
+  body.type = TypeOf(draft);
+  std::memcpy(body.origin, draft.origin.data(), draft.origin.size());
+  std::memcpy(body.tail, draft.tail.data(), draft.tail.size());
+  const std::string name = SourceOf(draft);
+  problem = name.size() > kLongestField
+                ? "the source has " + std::to_string(name.size()) + " bytes, 256 are allowed"
+                : "source and text have at most 256 bytes each and no zero byte";
+  for (const std::string& piece : PiecesOf(draft.text)) {
+    if (!TamLogClient::FillTexts(name, piece, body)) return false;
+    source.messages.push_back(body);
+  }
+  return true;
 }
 
 void ReadLog(const std::string& bytes, ImportSource& source) {
   const LogFileImage image(bytes);
   if (const std::string why = TamLogClient::WhyNoLog(image); !why.empty()) {
-    source.problem = ProblemOf(TamLogClient::Status::NotALog, why);
+    source.problems.push_back(ProblemOf(TamLogClient::Status::NotALog, why));
     source.exitCode = kNotALog;
     return;
   }
@@ -134,50 +151,140 @@ void ReadLog(const std::string& bytes, ImportSource& source) {
   for (const auto& saved : plan.oldestFirst) source.messages.push_back(SavedMessageOf(image, saved).body);
   if (VerifyLogFile(image, {.most = 0}).Damage() == 0) return;
   source.unreadable = static_cast<std::size_t>(plan.lost);
-  source.problem = "is damaged; see: tamlogctl verify";
+  source.problems.emplace_back("is damaged; see: tamlogctl verify");
   source.exitCode = kDamaged;
 }
 
-// Lines of text have no zero byte; a log file has one in its header.
-std::string Guess(const std::string& bytes) {
-  if (bytes.substr(0, kSlotsOffset).find('\0') != std::string::npos) return "log";
+void ReadRaw(std::string_view bytes, ImportSource& source) {
+  for (std::size_t slot = 0; !bytes.empty(); ++slot) {
+    LogMessage message{};
+    std::memcpy(&message, bytes.data(), std::min(bytes.size(), sizeof(message)));
+    const bool whole = bytes.size() >= sizeof(message);
+    bytes.remove_prefix(std::min(bytes.size(), sizeof(message)));
+    if (whole && !TamLogClient::LogMessageView(message).Damaged()) {
+      source.messages.push_back(message.body);
+    } else if (source.unreadable++ < kMostProblems) {
+      source.problems.push_back("message " + std::to_string(slot + 1) +
+                                (whole ? ": no message of a log" : ": the file ends within it"));
+    }
+  }
+}
+
+bool IsJournal(std::string_view bytes) {
+  const std::string_view head = bytes.substr(0, 4096);
+  return head.starts_with("__CURSOR=") || head.starts_with("__REALTIME_TIMESTAMP=") ||
+         head.find("\n__REALTIME_TIMESTAMP=") != std::string_view::npos;
+}
+
+// Whether a head line of column names stands before lines that begin with a time.
+bool IsCsv(std::string_view bytes) {
+  ImportDrafts drafts;
+  const std::size_t end = bytes.find('\n');
+  const std::string_view head = bytes.substr(0, end);
+  if (head.find_first_of(",;\t") == std::string_view::npos) return false;
+  ReadCsvDrafts(head, {}, drafts);
+  return drafts.problems.empty();
+}
+
+bool IsTsv(std::string_view line) {
+  ImportDrafts drafts;
+  ReadTsvDrafts(line, {}, drafts);
+  return drafts.problems.empty() && !drafts.entries.empty();
+}
+
+// Lines of text have no zero byte; a log file has one in its header, and a slot in its texts.
+std::string Guess(const std::string& path, std::string_view bytes) {
+  if (IsJournal(bytes)) return "export";
+  const bool binary = bytes.substr(0, std::max<std::size_t>(kSlotsOffset, sizeof(LogMessage))).find('\0') !=
+                      std::string_view::npos;
+  if (binary) return bytes.size() % sizeof(LogMessage) == 0 ? "raw" : "log";
+  const std::string extension = Utf8Of(PlainName(path).extension());
+  if (extension == ".csv" || extension == ".tsv") return extension.substr(1);
   const std::size_t first = bytes.find_first_not_of(" \t\r\n");
-  return first != std::string::npos && bytes[first] == '{' ? "json" : "tsv";
+  const std::string_view text = bytes.substr(std::min(first, bytes.size()));
+  if (text.starts_with('{') || text.starts_with("[\n") || text.starts_with("[\r\n") || text.starts_with("[{"))
+    return "json";
+  if (IsTsv(text.substr(0, text.find_first_of("\r\n")))) return "tsv";
+  return IsCsv(text) ? "csv" : "text";
+}
+
+// Returns the time after which no line without a year was written.
+TimeWords NewestOf(const std::string& path, const ImportChoice& choice) {
+  if (choice.year) return {static_cast<std::int16_t>(*choice.year), 12, 31, 23, 59, 59, 999, 0};
+  std::error_code error;
+  const auto written = std::filesystem::last_write_time(TamLogClient::PathOf(path), error);
+  if (error) return TamLogClient::LocalNow();
+  const auto age = std::filesystem::file_time_type::clock::now() - written;
+  const auto moment = std::chrono::system_clock::now().time_since_epoch() - age;
+  return LocalTimeAt(std::chrono::duration_cast<std::chrono::milliseconds>(moment).count());
+}
+
+void ReadDrafts(const std::string& path, const std::string& bytes, const ImportChoice& choice,
+                ImportSource& source) {
+  ImportDrafts drafts;
+  if (source.format == "json") {
+    ReadJsonDrafts(bytes, drafts);
+  } else if (source.format == "csv") {
+    ReadCsvDrafts(bytes, choice, drafts);
+  } else if (source.format == "tsv") {
+    ReadTsvDrafts(bytes, choice, drafts);
+  } else if (source.format == "export") {
+    ReadJournalDrafts(bytes, drafts);
+  } else {
+    ReadTextDrafts(bytes, NewestOf(path, choice), drafts);
+  }
+  DraftReader reader(path, choice, source);
+  reader.Take(drafts);
+}
+
+void ReportProblems(const std::string& path, const ImportSource& source) {
+  for (const std::string& problem : source.problems) Say(path + ": " + problem);
+  if (source.exitCode != kDamaged && source.unreadable > source.problems.size() && !source.problems.empty())
+    Say(path + ": and " + std::to_string(source.unreadable - source.problems.size()) + " more");
+  if (source.continued > 0)
+    Say(path + ": " + std::to_string(source.continued) +
+        " lines without a time have that of the line before; the first is line " +
+        std::to_string(source.firstContinued));
 }
 
 }  // namespace
 
-ImportSource ReadImport(const std::string& path, const std::string& format) {
+ImportSource ReadImport(const std::string& path, const ImportChoice& choice) {
   ImportSource source;
+  const PlainFile& file = PlainFileOf(path);
+  source.exitCode = file.exitCode;
+  if (!file.Readable()) return source;
   std::string bytes;
-  if (const auto status = TamLogClient::ReadFileBytes(path, bytes); status != TamLogClient::Status::Ok) {
-    source.problem = ProblemOf(status);
+  if (const auto status = TamLogClient::ReadFileBytes(file.path, bytes); status != TamLogClient::Status::Ok) {
+    source.problems.push_back(ProblemOf(status));
     source.exitCode = ExitCodeOf(status);
     return source;
   }
-  const std::string kind = format == "auto" ? Guess(bytes) : format;
-  if (kind == "log") {
+  source.format = choice.format == "auto" ? Guess(path, bytes) : choice.format;
+  if (source.format == "log") {
     ReadLog(bytes, source);
-  } else {
-    ReadLines(bytes, kind == "json", source);
+    return source;
   }
+  if (source.format == "raw") {
+    ReadRaw(bytes, source);
+  } else {
+    ReadDrafts(path, bytes, choice, source);
+  }
+  if (source.unreadable > 0) source.exitCode = WorseOf(source.exitCode, choice.skip ? kNegative : kUsage);
   return source;
 }
 
-int ReadImports(const std::vector<std::string>& paths, const std::string& format,
+int ReadImports(const std::vector<std::string>& paths, const ImportChoice& choice,
                 std::vector<LogMessageBody>& messages) {
   int exitCode = kDone;
   for (const std::string& path : paths) {
-    const PlainFile& file = PlainFileOf(path);
-    if (!file.Readable()) return file.exitCode;
-    exitCode = WorseOf(exitCode, file.exitCode);
-    const ImportSource source = ReadImport(file.path, format);
-    if (source.exitCode != kDone) {
-      Say(path + ": " + source.problem +
-          (source.unreadable > 1 ? " (and " + std::to_string(source.unreadable - 1) + " more)" : ""));
-      if (source.exitCode != kDamaged) return source.exitCode;
-      exitCode = kDamaged;
-    }
+    const ImportSource source = ReadImport(path, choice);
+    ReportProblems(path, source);
+    if (source.exitCode != kDone && source.exitCode != kDamaged && source.exitCode != kNegative)
+      return source.exitCode == kUsage
+                 ? Refuse(kUsage, "nothing was done; correct the lines, or leave them out with --skip")
+                 : source.exitCode;
+    exitCode = WorseOf(exitCode, source.exitCode);
     messages.insert(messages.end(), source.messages.begin(), source.messages.end());
   }
   std::stable_sort(messages.begin(), messages.end(),

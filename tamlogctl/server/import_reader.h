@@ -1,30 +1,34 @@
 #pragma once
 
-// Reads the messages of a file that is to be imported: a log file, or lines of json or tsv.
+// Reads the messages of files: log files, what the data formats of this program have written, and logs of
+// other programs.
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
 #include "records/log_file_format.h"
+#include "tamlogctl/server/import_draft.h"
 
 namespace TamLogCtl {
 
 struct ImportSource {
-  int exitCode =
-      0;  // kDone; kDamaged when `messages` is the readable part of a damaged log file; or a failure
-  std::string problem;
-  std::vector<LogMessageBody> messages;
-  std::size_t unreadable = 0;  // messages that were left out; `problem` is about the first of them
+  std::string format;                    // the one that was found or chosen
+  std::vector<LogMessageBody> messages;  // in the order of the file
+  std::vector<std::string> problems;     // of lines that cannot be read, each with the number of its line
+  std::size_t unreadable = 0;            // lines or messages, also beyond `problems`
+  std::size_t continued = 0;             // lines without a time, which have that of the line before
+  std::size_t firstContinued = 0;        // the first of them
+  int exitCode = 0;
 };
 
-// Reads one file. `format` is auto, log, json or tsv. A line that cannot be read makes the whole file
-// unusable (kUsage), so that no file is imported in part.
-ImportSource ReadImport(const std::string& path, const std::string& format);
+// Reads one file. A damaged log is read as far as possible.
+ImportSource ReadImport(const std::string& path, const ImportChoice& choice);
 
-// Reads the messages of all files, in order of time: a message that is older than others makes the server
-// write those again. Returns an exit code; any but kDone after a line on stderr. After kDamaged `messages`
-// has the readable part.
-int ReadImports(const std::vector<std::string>& paths, const std::string& format,
+// Reads all files, reports what cannot be read, and sorts the messages by time; messages of equal time keep
+// their order. Returns kDone, kDamaged (a damaged log; its readable messages are among them), kNegative (with
+// `choice.skip`: something was left out), or another exit code.
+int ReadImports(const std::vector<std::string>& paths, const ImportChoice& choice,
                 std::vector<LogMessageBody>& messages);
 
 }  // namespace TamLogCtl

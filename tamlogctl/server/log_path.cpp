@@ -106,7 +106,7 @@ PathProblem PathProblemOf(const std::string& path, const PathFacts& facts, std::
     return {"the access list of " + folder + " does not let the service (local system) create files", ""};
   // Of a user with fewer rights than the service a refusal says nothing.
   if (facts.createError != 0 && !(facts.createError == kAccessDenied && facts.serviceMayCreate == true))
-    return {"the file cannot be created (error " + std::to_string(facts.createError) + ")", ""};
+    return {"the file cannot be created: " + facts.createText, ""};
   if (facts.freeBytes && *facts.freeBytes + facts.fileBytes < bytes) {
     return {"the log needs " + BytesText(bytes) + ", and only " + BytesText(*facts.freeBytes) +
                 " are free on " + path.substr(0, 2),

@@ -34,6 +34,7 @@ struct PathFacts {
   std::uint64_t fileBytes = 0;
   std::uint32_t messages = 0;              // of a log
   std::uint32_t createError = 0;           // of creating the file as this user; a system error code
+  std::string createText{};                // the system's text for it
   std::optional<bool> serviceMayCreate{};  // the folder's access list grants it to the service
   std::optional<std::uint64_t> freeBytes{};
 };
@@ -43,7 +44,8 @@ struct PathProblem {
   std::string advice;   // empty when the problem says it all
 };
 
-// Returns why a server cannot keep a log of `bytes` bytes there. An existing file is no problem.
+// Returns why a server cannot keep a log of `bytes` bytes there. An existing file is no problem. `path` is in
+// UTF-8.
 PathProblem PathProblemOf(const std::string& path, const PathFacts& facts, std::uint64_t bytes);
 
 // Returns what would happen to the file that already exists there; empty when there is none.

@@ -7,6 +7,7 @@
 #include "client/log/ring.h"
 #include "client/message/win32.h"
 #include "records/log_file_format.h"
+#include "tamlogctl/base/system_text.h"
 #include "tamlogctl/server/access_list_reader.h"
 
 // Must follow windows.h.
@@ -91,8 +92,10 @@ void LookIntoFile(const std::string& path, DWORD flags, PathFacts& facts) {
 
 void TryToCreate(const std::string& path, PathFacts& facts) {
   const Handle file(CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE | DELETE, 0, nullptr, CREATE_NEW,
-                                FILE_ATTRIBUTE_NORMAL | FILE_FLAG_DELETE_ON_CLOSE, nullptr));
-  if (!file) facts.createError = GetLastError();
+                                FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_DELETE_ON_CLOSE, nullptr));
+  if (file) return;
+  facts.createError = GetLastError();
+  facts.createText = SystemText(facts.createError);
 }
 
 std::string VolumeOf(const std::string& path) {

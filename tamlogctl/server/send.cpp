@@ -1,10 +1,8 @@
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <optional>
 #include <string>
-#include <system_error>
 #include <vector>
 
 #include "client/file/file_path.h"
@@ -122,13 +120,9 @@ int Sender::SendOnce(const LogMessageBody& message) {
 
 // A file is checked to its end before anything is sent, so that it is sent whole or not at all.
 int Sender::SendFile() {
-  std::ifstream file(TamLogClient::PathOf(options.argument), std::ios::binary);
-  if (!file) {
-    std::error_code ignored;
-    const bool exists = std::filesystem::exists(TamLogClient::PathOf(options.argument), ignored);
-    const Status status = exists ? Status::AccessDenied : Status::NotFound;
+  std::ifstream file;
+  if (const auto status = TamLogClient::OpenForReading(options.argument, file); status != Status::Ok)
     return Refuse(ExitCodeOf(status), FileProblem(options.argument, status));
-  }
   if (const int code = CheckLines(file); code != kDone) return code;
   file.clear();
   file.seekg(0);

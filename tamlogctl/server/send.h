@@ -6,10 +6,9 @@
 #include <string>
 
 #include "tamlogctl/base/common_options.h"
+#include "tamlogctl/server/long_text.h"
 
 namespace TamLogCtl {
-
-enum class LongText : std::uint8_t { Refuse, Truncate, Split };
 
 struct SendOptions : CommonOptions {
   std::string argument;  // the text or the file

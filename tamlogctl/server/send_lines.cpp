@@ -4,6 +4,7 @@
 #include "client/message/local_time.h"
 #include "client/message/message_body.h"
 #include "client/message/text_split.h"
+#include "tamlogctl/server/import_draft.h"
 
 namespace TamLogCtl {
 
@@ -37,9 +38,15 @@ bool AppendMessagesOf(const std::string& line, const SendOptions& options,
                       std::vector<LogMessageBody>& messages, std::string& problem) {
   MessageDraft draft;
   if (options.input == "tsv") {
-    auto parsed = TamLogClient::ParseTsvLine(line, problem);
-    if (!parsed) return false;
-    draft = std::move(*parsed);
+    ImportDrafts drafts;
+    ReadTsvDrafts(line.empty() ? "-" : line, {}, drafts);
+    if (!drafts.problems.empty()) problem = drafts.problems.front().text;
+    if (drafts.entries.empty()) return false;
+    const ImportDraft& parsed = drafts.entries.front().draft;
+    TamLogClient::SetTime(draft.body, *parsed.time);
+    draft.body.type = parsed.type.value_or(0);
+    draft.source = *parsed.source;
+    draft.text = parsed.text;
   } else {
     TamLogClient::SetTime(draft.body, time ? *time : TamLogClient::LocalNow());
     draft.body.type = options.type;

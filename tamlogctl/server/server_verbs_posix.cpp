@@ -16,9 +16,11 @@ namespace TamLogCtl {
 
 // Files that cannot be read are reported here as well.
 int ImportFiles(const ImportOptions& options) {
+  ReadingFilesOptions chosen = options;
+  if (!CompleteChoice(chosen)) return kUsage;
   std::vector<LogMessageBody> messages;
-  const int code = ReadImports(options.files, options.input, messages);
-  return HasOutput(code) ? NoServerHere() : code;
+  const int code = ReadImports(options.files, chosen.choice, messages);
+  return HasOutput(code) || code == kNegative ? NoServerHere() : code;
 }
 
 int Send(const SendOptions& /*options*/) {

@@ -186,11 +186,9 @@ int TryNewPath(const SettingsOptions& options, const std::string& path, std::uin
     return Refuse(kUsage, "'" + options.path + "': " + problem);
   };
   const PathFacts facts = TryPath(path);
-  const PathProblem problem = PathProblemOf(path, facts, bytes);
-  if (!problem.problem.empty()) {
-    return refuse(AnsiToUtf8(problem.problem) +
-                  (problem.advice.empty() ? "" : "; " + AnsiToUtf8(problem.advice)));
-  }
+  const PathProblem problem = PathProblemOf(options.path, facts, bytes);
+  if (!problem.problem.empty())
+    return refuse(problem.problem + (problem.advice.empty() ? "" : "; " + problem.advice));
   const std::string existing = ExistingFileText(facts);
   return existing.empty() || options.force ? kDone : refuse(existing + "; add --force to allow that");
 }

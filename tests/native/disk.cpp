@@ -187,7 +187,7 @@ bool MessageFileServer::OpenLogFile(const std::string& path, std::uint32_t& lowF
   const bool existed = disk.files.contains(path);
   auto& entry = disk.files[path];
   if (entry == nullptr) entry = std::make_shared<DiskFile>();
-  file.Take(NativeMachine::NewHandle(std::make_shared<FileObject>(entry)));
+  WhileOpen([&] { file.Take(NativeMachine::NewHandle(std::make_shared<FileObject>(entry))); });
   lowFileSize = static_cast<std::uint32_t>(entry->size);
   return existed;
 }

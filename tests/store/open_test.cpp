@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <memory>
 #include <string>
 
@@ -456,6 +457,30 @@ TEST_F(OpenFile, AReaderThatNeverLeavesDoesNotKeepTheServerFromStartingAtAnother
   MakeFile(10, {});
   EXPECT_EQ(FailureOf([&] { Open(); }), "");
   EXPECT_TRUE(server->VerifyIntegrity());
+}
+
+// As a stop does that no longer waits for a restart that hangs.
+TEST_F(OpenFile, ACloseByAnotherThreadEndsAnOpenAndLeavesNothingBehind) {
+  Open();
+  auto reader = std::make_unique<TestReader>(names);
+  Close();
+  SetCapacity(50);
+  std::atomic<bool> ended{false};
+  std::string failure;
+  std::thread opening([&] {
+    failure = FailureOf([&] { Open(); });
+    ended = true;
+  });
+  while (!ended) {
+    Close(0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  opening.join();
+  EXPECT_TRUE(failure.ends_with("some handles or pointers are invalid")) << failure;
+  reader.reset();
+  EXPECT_EQ(OpenFileMappingA(FILE_MAP_READ, FALSE, names.map.c_str()), nullptr);
+  Open();
+  ExpectEmpty(Header(), 50);
 }
 
 // A reader that enters between the mapping and the check costs the file. Here a count of 1 simulates it,

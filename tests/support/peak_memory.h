@@ -5,8 +5,7 @@
 #include <cstddef>
 
 #ifdef _WIN32
-#define WIN32_LEAN_AND_MEAN
-#include <windows.h>
+#include "util/win32.h"
 // After windows.h.
 #include <psapi.h>
 #else

@@ -8,8 +8,7 @@
 #include <string>
 
 #ifdef _WIN32
-#define WIN32_LEAN_AND_MEAN
-#include <windows.h>
+#include "util/win32.h"
 // After windows.h.
 #include <winioctl.h>
 #endif

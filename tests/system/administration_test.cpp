@@ -181,7 +181,9 @@ TEST_F(Administration, ServiceIsInstalledStartedLookedAtStoppedAndRemoved) {
   Expect("doctor", 3, "warn  service  not installed");
   Settings({});
   Expect("server install --program C:\\none.exe", 6, "'C:\\none.exe' cannot be run: ");
-  Expect("server install", 0, "start it: tamlogctl server start");
+  const bool isInOwnDirectory = ServerPath() == OwnDirectory() + "\\TamLogServer.exe";
+  Expect(isInOwnDirectory ? "server install" : "server install --program \"" + ServerPath() + "\"", 0,
+         "start it: tamlogctl server start");
   Expect("server install", 2, "already installed");
   EXPECT_EQ(ServiceControl::Registration().value().commandLine, '"' + ServerPath() + '"');
   Expect("server", 1, "stopped");
@@ -236,7 +238,8 @@ TEST_F(Administration, DoctorSeesAReaderThatDiedInsideAndUnsticksTheServer) {
   Expect("doctor", 0, "ok    readers  none is stuck");
   KillAReaderInside();
   SubmitOverPipe(Message("held up", 1));
-  Expect("doctor", 1, "readCount is 1 and has not changed for 2 s: a reader died or hangs");
+  const std::string found = Expect("doctor", 1, "readCount is 1 and has not changed for ");
+  EXPECT_NE(found.find(" s: a reader died or hangs"), std::string::npos) << found;
   Expect("doctor -o json --watch 500", 1, "\"check\": \"readers\",\n      \"state\": \"fail\"");
   EXPECT_EQ(TextsOfFile(), std::vector<std::string>{"before"});
   Expect("doctor --unstick", 1, "unstick: set readCount to 0");

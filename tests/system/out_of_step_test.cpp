@@ -37,7 +37,9 @@ TEST_F(OutOfStep, AClientOfTheLibraryGetsInAndBringsTheServerBackIntoStep) {
 TEST_F(OutOfStep, DoctorGetsItsAnswer) {
   RunService();
   OpenReplyPipeAloneAndGo();
-  EXPECT_EQ(TamLogCtl::ExaminePipes(kRequestPipeName, 5000, 5000), TamLogCtl::PipeState::Answers);
+  std::uint32_t foreign = 0;
+  EXPECT_EQ(TamLogCtl::ExaminePipes(kRequestPipeName, 5000, 5000, std::nullopt, foreign),
+            TamLogCtl::PipeState::Answers);
   EXPECT_TRUE(IsServedAtOnce());
 }
 

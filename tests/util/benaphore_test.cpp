@@ -7,6 +7,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <random>
@@ -138,6 +139,141 @@ TEST(Benaphore, AFailedWaitTakesNothingAndAFailedReleaseReleasesNothing) {
   waiting.join();
   lock.Release(event);
   EXPECT_TRUE(lock.Wait(event, 0));
+}
+
+// An event whose waits fail, after `meanwhile` has run; its signals reach the threads that wait on `others`.
+struct FailingWait {
+  FakeEvent& others;
+  std::function<void()> meanwhile;
+
+  bool Wait(std::uint32_t /*milliseconds*/) const {
+    meanwhile();
+    throw std::runtime_error("wait");
+  }
+  void Signal() const { others.Signal(); }
+};
+
+// Returns whether the lock is free without any trace of a thread that waits for it.
+bool IsAsNew(Benaphore& lock, FakeEvent& event) {
+  const int waits = event.waits;
+  const int signals = event.signals;
+  for (int round = 0; round < 2; ++round) {
+    if (!lock.Wait(event, 0) || lock.Wait(event, 0)) return false;
+    lock.Release(event);
+  }
+  return event.waits == waits && event.signals == signals;
+}
+
+TEST(Benaphore, AWaitThatFailsWhileItIsHandedTheLockLeavesItToTheNextThatArrives) {
+  for (const std::uint32_t patience : {0U, 10U, kForever}) {
+    Benaphore lock;
+    FakeEvent event;
+    lock.Wait(event, 0);
+    EXPECT_THROW(lock.Wait(FailingWait{event, [&] { lock.Release(event); }}, 10), std::runtime_error);
+    EXPECT_EQ(event.signals, 1);
+    EXPECT_TRUE(lock.Wait(event, patience)) << patience;
+    EXPECT_FALSE(lock.Wait(event, 0)) << patience;
+    lock.Release(event);
+    EXPECT_TRUE(IsAsNew(lock, event)) << patience;
+  }
+}
+
+TEST(Benaphore, AWaitThatFailsWhileItIsHandedTheLockLeavesItToAThreadThatWaits) {
+  Benaphore lock;
+  FakeEvent event;
+  lock.Wait(event, 0);
+  std::thread waiting([&] {
+    EXPECT_TRUE(lock.Wait(event, kForever));
+    lock.Release(event);
+  });
+  AwaitWaits(event, 1);
+  EXPECT_THROW(lock.Wait(FailingWait{event, [&] { lock.Release(event); }}, 10), std::runtime_error);
+  waiting.join();
+  // The thread may have passed the lock on before the wait failed.
+  EXPECT_TRUE(lock.Wait(event, 0));
+  lock.Release(event);
+  EXPECT_TRUE(IsAsNew(lock, event));
+}
+
+// The wait fails between the two steps of the release.
+TEST(Benaphore, AReleaseThatFailsAfterTheWaitForItHasFailedKeepsTheLock) {
+  struct FailingSignal {
+    std::function<void()> meanwhile;
+    bool Wait(std::uint32_t /*milliseconds*/) const { return false; }
+    void Signal() const {
+      meanwhile();
+      throw std::runtime_error("signal");
+    }
+  };
+  Benaphore lock;
+  FakeEvent event;
+  std::atomic<bool> waits{false};
+  std::atomic<bool> released{false};
+  std::atomic<bool> failed{false};
+  lock.Wait(event, 0);
+  std::thread waiting([&] {
+    const auto untilReleased = [&] {
+      waits = true;
+      while (!released) std::this_thread::yield();
+    };
+    EXPECT_THROW(lock.Wait(FailingWait{event, untilReleased}, 10), std::runtime_error);
+    failed = true;
+  });
+  const auto holdUp = [&] {
+    released = true;
+    while (!failed) std::this_thread::yield();
+  };
+  while (!waits) std::this_thread::yield();
+  EXPECT_THROW(lock.Release(FailingSignal{holdUp}), std::runtime_error);
+  waiting.join();
+  EXPECT_FALSE(lock.Wait(event, 0)) << "still held";
+  lock.Release(event);
+  EXPECT_TRUE(IsAsNew(lock, event));
+}
+
+TEST(Benaphore, FailedWaitsOfManyThreadsLeaveNoTrace) {
+  // Fails some waits at once, and some although they were signalled.
+  struct Unreliable {
+    FakeEvent& event;
+    std::minstd_rand& random;
+    bool Wait(std::uint32_t milliseconds) const {
+      if (random() % 4 == 0) {
+        std::this_thread::yield();
+        throw std::runtime_error("wait");
+      }
+      return event.Wait(milliseconds);
+    }
+    void Signal() const { event.Signal(); }
+  };
+  Benaphore lock;
+  FakeEvent event;
+  int count = 0;  // guarded by the lock
+  std::atomic<int> taken{0};
+  std::vector<std::thread> threads;
+  threads.reserve(4);
+  for (unsigned seed = 1; seed <= 4; ++seed) {
+    threads.emplace_back([&, seed] {
+      std::minstd_rand random(seed);
+      const Unreliable unreliable{event, random};
+      for (int round = 0; round < 20000; ++round) {
+        try {
+          const auto pick = random() % 8;
+          if (!lock.Wait(unreliable, pick < 5 ? kForever : (pick < 7 ? 0 : 1))) continue;
+        } catch (const std::runtime_error&) {
+          continue;
+        }
+        ++count;
+        ++taken;
+        if (random() % 64 == 0) std::this_thread::yield();
+        lock.Release(unreliable);
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(count, taken);
+  ASSERT_TRUE(lock.Wait(event, 0));  // takes a pass whose thread failed last
+  lock.Release(event);
+  EXPECT_TRUE(IsAsNew(lock, event));
 }
 
 TEST(Benaphore, TheThreadThatGetsItMayDestroyIt) {

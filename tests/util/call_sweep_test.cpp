@@ -273,8 +273,23 @@ class ThreadSweep : public testing::Test {
     thread->Start();
   }
 
+  // Starts a thread that makes no call until WorksAndEnds: one that is suspended or terminated inside a call
+  // may hold a lock of the system or of the sweep, which nobody else gets then.
+  void StartThreadWithoutCalls() {
+    mayCall = false;
+    thread = std::make_unique<PlainThread>([this](PlainThread& self) {
+      makesNoCall = true;
+      while (!mayCall) YieldProcessor();
+      return UntilStopped(self);
+    });
+    makesNoCall = false;
+    thread->Start();
+    ASSERT_TRUE(WaitUntil([this] { return makesNoCall.load(); }));
+  }
+
   // After any failure the thread can be started, stopped and joined.
   void WorksAndEnds() {
+    mayCall = true;
     thread->Stop();
     Timeout timeout(10000);
     EXPECT_TRUE(thread->Join(timeout));
@@ -286,6 +301,8 @@ class ThreadSweep : public testing::Test {
     thread.reset();
   }
 
+  std::atomic<bool> makesNoCall{false};
+  std::atomic<bool> mayCall{true};
   std::unique_ptr<PlainThread> thread;
   DiagnosticLogCapture log;
 };
@@ -322,7 +339,7 @@ TEST_F(ThreadSweep, AWaitForAThreadReportsEachFailedCallAndCanBeRepeated) {
 
 TEST_F(ThreadSweep, APausedThreadGoesOnAfterAFailedCall) {
   const Outcomes outcomes = Sweep({
-      .prepare = [&] { StartThread(); },
+      .prepare = [&] { StartThreadWithoutCalls(); },
       .operation =
           [&] {
             thread->Pause();
@@ -343,7 +360,7 @@ TEST_F(ThreadSweep, APausedThreadGoesOnAfterAFailedCall) {
 // The handle is closed even if the thread cannot be terminated.
 TEST_F(ThreadSweep, AThreadThatCannotBeEndedByForceIsReported) {
   const Outcomes outcomes = Sweep({
-      .prepare = [&] { StartThread(); },
+      .prepare = [&] { StartThreadWithoutCalls(); },
       .operation = [&] { thread->Terminate(1); },
       .check = [&] { WorksAndEnds(); },
   });
@@ -420,12 +437,18 @@ class TimerSweep : public testing::Test {
  protected:
   ~TimerSweep() noexcept override {}  // gtest's is noexcept, the timer's is not known to be
 
+  // A timer thread whose own wait for a lock fails ends before the first tick, and says so.
   void Run() {
     ticks.count = 0;
     timer->SetCallback(&ticks);
     timer->SetPeriod(1);
     timer->Start();
-    EXPECT_TRUE(WaitUntil([&] { return ticks.count > 0; }));
+    EXPECT_TRUE(WaitUntil([&] { return ticks.count > 0 || log.Count() > 0; }));
+    if (ticks.count > 0) return;
+    EXPECT_EQ(FailedCall(), "WaitForSingleObject");
+    EXPECT_EQ(PlainText(log.Texts().front()),
+              "Thread terminated due to unhandled exception : Exception occured during thread Run() / "
+              "Failed to Wait for Mutex object / WaitForSingleObject failed (6)");
   }
   void StopIt() {
     timer->Stop();
@@ -435,6 +458,7 @@ class TimerSweep : public testing::Test {
 
   Ticks ticks;
   std::unique_ptr<Timer> timer;
+  DiagnosticLogCapture log;
 };
 
 TEST_F(TimerSweep, ATimerReportsEachFailedCallAndTicksAtTheNextStart) {
@@ -449,8 +473,11 @@ TEST_F(TimerSweep, ATimerReportsEachFailedCallAndTicksAtTheNextStart) {
           [&] {
             if (timer == nullptr) return;
             StopIt();
+            log.Clear();
             Run();
+            EXPECT_GT(ticks.count, 0);
             StopIt();
+            log.Clear();
             EXPECT_TRUE(TestSupport::ThreadsEnd(10000));
             timer.reset();
           },

@@ -75,6 +75,7 @@ struct Row {
   std::size_t plain = 0;   // saved without carving
   std::size_t carved = 0;  // saved with carving
   std::size_t wholeFiles = 0;
+  std::size_t plainFiles = 0;  // whole without carving
 };
 
 // Damages one file, and asks the server's rules, the checker and the repair about it.
@@ -93,7 +94,9 @@ void Try(Damage damage, Random& random, Row& row) {
   row.kept += kept ? 1 : 0;
   row.messages += bodies.size();
   row.intact += intact;
-  row.plain += Found(bodies, SavedBodies(bytes, false));
+  const std::size_t plain = Found(bodies, SavedBodies(bytes, false));
+  row.plain += plain;
+  row.plainFiles += plain >= intact ? 1 : 0;
   row.carved += carved;
   row.wholeFiles += carved >= intact ? 1 : 0;
 }
@@ -112,6 +115,9 @@ TEST(DamageTable, EveryIntactMessageComesBackOutOfFilesDamagedAtRandom) {
     for (int file = 0; file < files; ++file) Try(damage, random, row);
     // Other bytes that look like a message may hide the message after them: a handful in a million.
     EXPECT_GE(row.wholeFiles * 1000, row.files * 999) << DamageName(damage);
+    if (damage == Damage::Cut || damage == Damage::BytesLost || damage == Damage::BytesAdded) {
+      EXPECT_GE(row.plainFiles * 1000, row.files * 999) << DamageName(damage);
+    }
     if (Printing()) {
       std::printf("| %s | %zu | %zu | %zu | %zu | %zu | %zu | %zu |\n", DamageName(damage), row.files,
                   row.kept, row.messages, row.intact, row.plain, row.carved, row.wholeFiles);

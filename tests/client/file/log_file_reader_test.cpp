@@ -112,8 +112,8 @@ TEST_F(LogFileReaderTest, VerdictIsThatOfTheVerifier) {
   TamLogTest::Random random(17);
   for (std::size_t i = 0; i < 1500; ++i) {
     bytes = TamLogTest::RandomLogFile(random, static_cast<std::int32_t>(1 + TamLogTest::Pick(random, 20)));
-    if (i % 10 != 0) TamLogTest::Inflict(static_cast<TamLogTest::Damage>(i % TamLogTest::kDamages), random,
-                                         bytes);
+    if (i % 10 != 0)
+      TamLogTest::Inflict(static_cast<TamLogTest::Damage>(i % TamLogTest::kDamages), random, bytes);
     const auto contents = Read();
     if (contents.status == Status::NotALog) continue;
     const bool verified = VerifyLogFile(TamLogClient::LogFileImage(bytes)).Damage() > 0;

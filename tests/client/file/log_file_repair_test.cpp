@@ -15,7 +15,6 @@
 
 namespace {
 
-using TamLogClient::AtomicFile;
 using TamLogClient::ImageOf;
 using TamLogClient::LogFileImage;
 using TamLogClient::LogMessageView;
@@ -287,24 +286,6 @@ TEST_F(LogFileWriterTest, CallerThatEndsTheWritingIsInterrupted) {
     EXPECT_EQ(TamLogClient::WriteLogFile(path, 1, give, 8, false, goOn), Status::Interrupted) << last;
     EXPECT_EQ(FilesThere(), 0U);
   }
-}
-
-TEST_F(LogFileWriterTest, FileThatIsNotCommittedLeavesNothing) {
-  {
-    AtomicFile file;
-    ASSERT_EQ(file.Open(path, false), Status::Ok);
-    EXPECT_TRUE(file.Write("half"));
-    EXPECT_FALSE(std::filesystem::exists(path));
-  }
-  EXPECT_EQ(FilesThere(), 0U);
-}
-
-TEST_F(LogFileWriterTest, TargetThatAppearsMeanwhileIsKept) {
-  AtomicFile file;
-  ASSERT_EQ(file.Open(path, false), Status::Ok);
-  ASSERT_EQ(Write(path, 8), Status::Ok);
-  EXPECT_EQ(file.Commit(), Status::Exists);
-  EXPECT_EQ(Contents(path).size(), LogFileSize(8));
 }
 
 }  // namespace

@@ -179,7 +179,8 @@ TEST_F(LogFileVerifyTest, BytesLostInTheMiddleAreOneFindingAndNotOneForEachSlotA
   const auto report = VerifyBytes();
   EXPECT_EQ(Names(report), "shifted-slots ");
   EXPECT_EQ(report.findings[0].offset, LogFileSize(2));
-  EXPECT_EQ(report.findings[0].seen, "33 bytes missing, slots go on at byte " + std::to_string(LogFileSize(3) - 33));
+  EXPECT_EQ(report.findings[0].seen,
+            "33 bytes missing, slots go on at byte " + std::to_string(LogFileSize(3) - 33));
 }
 
 TEST_F(LogFileVerifyTest, AnotherLogInTheFileIsNamed) {
@@ -230,9 +231,8 @@ TEST_F(LogFileVerifyTest, OdditiesAreRemarksOnly) {
   std::memset(&bytes[112], 'n', 64);
   const auto report = VerifyBytes();
   EXPECT_EQ(report.Damage(), 0U);
-  EXPECT_EQ(
-      Names(report),
-      "readers-inside not-closed lock-names impossible-date duplicate sequence sequence ");
+  EXPECT_EQ(Names(report),
+            "readers-inside not-closed lock-names impossible-date duplicate sequence sequence ");
 }
 
 TEST_F(LogFileVerifyTest, ListIsBoundedAndTheCountIsNot) {

@@ -85,7 +85,8 @@ TEST(LogRecognition, LogIsOneWithoutHeaderWithoutMessagesOrCut) {
 TEST(LogRecognition, OneDamagedByChanceIsStillALog) {
   TamLogTest::Random random(3);
   for (std::size_t i = 0; i < 2000; ++i) {
-    std::string bytes = TamLogTest::RandomLogFile(random, static_cast<std::int32_t>(5 + TamLogTest::Pick(random, 30)));
+    std::string bytes =
+        TamLogTest::RandomLogFile(random, static_cast<std::int32_t>(5 + TamLogTest::Pick(random, 30)));
     const auto bodies = TamLogTest::BodiesInRing(bytes);
     TamLogTest::Inflict(static_cast<TamLogTest::Damage>(i % TamLogTest::kDamages), random, bytes);
     std::size_t intact = 0;

@@ -1,17 +1,15 @@
-// Bytes that a file lost or gained, at every kind of place: repair finds where the slots go on and saves every
-// message that the damage did not touch.
+// Bytes that a file lost or gained, at every kind of place: repair finds where the slots go on and saves
+// every message that the damage did not touch.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstring>
-#include <map>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "client/file/log_file_repair.h"
-#include "client/file/log_file_verify.h"
 #include "tests/client/file/damaged_files.h"
 #include "tests/support/ring_model.h"
 
@@ -45,7 +43,8 @@ class LostAndAddedBytes : public testing::Test {
     RingModel log(capacity);
     for (int i = first; i < first + messages; ++i) {
       const auto length = static_cast<std::size_t>(i * 37 % 250);
-      log.Submit(MakeBody(i / 2 * 10, std::to_string(i) + std::string(length, static_cast<char>('a' + i % 26)),
+      log.Submit(MakeBody(i / 2 * 10,
+                          std::to_string(i) + std::string(length, static_cast<char>('a' + i % 26)),
                           i % 3 == 0 ? "Stage" : "Camera", static_cast<std::uint32_t>(i % 4)));
       if (i % 4 == 3) log.Flush();
     }
@@ -60,7 +59,8 @@ class LostAndAddedBytes : public testing::Test {
   }
 
   // The messages of the ring that none of the changes touches, and all of them.
-  static void Sort(const std::string& bytes, const std::vector<Change>& changes, Bodies& untouched, Bodies& all) {
+  static void Sort(const std::string& bytes, const std::vector<Change>& changes, Bodies& untouched,
+                   Bodies& all) {
     const LogFileImage image(bytes);
     for (const std::uint32_t slot : image.RingSlots()) {
       const std::uint64_t begin = LogFileImage::OffsetOf(slot);
@@ -76,7 +76,8 @@ class LostAndAddedBytes : public testing::Test {
   }
 
   static std::string Changed(std::string bytes, std::vector<Change> changes) {
-    std::sort(changes.begin(), changes.end(), [](const Change& left, const Change& right) { return left.at > right.at; });
+    std::sort(changes.begin(), changes.end(),
+              [](const Change& left, const Change& right) { return left.at > right.at; });
     for (const Change& change : changes) bytes.replace(change.at, change.removed, change.added);
     return bytes;
   }
@@ -84,7 +85,8 @@ class LostAndAddedBytes : public testing::Test {
   static Bodies Saved(const std::string& bytes) {
     const LogFileImage image(bytes);
     Bodies bodies;
-    for (const auto& saved : PlanRepair(image).oldestFirst) bodies.insert(BodyBytes(SavedMessageOf(image, saved)));
+    for (const auto& saved : PlanRepair(image).oldestFirst)
+      bodies.insert(BodyBytes(SavedMessageOf(image, saved)));
     return bodies;
   }
 
@@ -96,9 +98,10 @@ class LostAndAddedBytes : public testing::Test {
     const Bodies saved = Saved(Changed(bytes, changes));
     const auto missing = std::count_if(untouched.begin(), untouched.end(),
                                        [&](const std::string& body) { return saved.count(body) == 0; });
-    const auto strange = static_cast<std::size_t>(
-        std::count_if(saved.begin(), saved.end(), [&](const std::string& body) { return all.count(body) == 0; }));
-    // Of a message that was split, both halves may have all that makes a message; so may slots that were added.
+    const auto strange = static_cast<std::size_t>(std::count_if(
+        saved.begin(), saved.end(), [&](const std::string& body) { return all.count(body) == 0; }));
+    // Of a message that was split, both halves may have all that makes a message; so may slots that were
+    // added.
     std::size_t allowed = 2 * (all.size() - untouched.size());
     for (const Change& change : changes) allowed += 1 + change.added.size() / kSlot;
     if (missing == 0 && strange <= allowed) return "";
@@ -124,16 +127,19 @@ class LostAndAddedBytes : public testing::Test {
   // Lengths up to two slots: short ones in steps of `few`, longer ones in steps of `many`, and whole slots.
   static std::vector<std::uint64_t> Lengths(std::uint64_t few, std::uint64_t many) {
     std::vector<std::uint64_t> lengths{kSlot - 1, kSlot, kSlot + 1, 2 * kSlot};
-    for (std::uint64_t length = 1; length <= 2 * kSlot; length += length < 16 ? few : many) lengths.push_back(length);
+    for (std::uint64_t length = 1; length <= 2 * kSlot; length += length < 16 ? few : many)
+      lengths.push_back(length);
     return lengths;
   }
 
   static std::string Filling(int kind, std::size_t count, const std::string& bytes, std::uint64_t at) {
     Random random(static_cast<unsigned>(count));
     std::string filling(count, kind == 0 ? '\0' : '?');
-    if (kind == 2) std::generate(filling.begin(), filling.end(), [&] { return static_cast<char>(Pick(random, 256)); });
+    if (kind == 2)
+      std::generate(filling.begin(), filling.end(), [&] { return static_cast<char>(Pick(random, 256)); });
     if (kind == 3) filling = bytes.substr(at - std::min<std::uint64_t>(at, count), count);
-    if (kind == 4) std::generate(filling.begin(), filling.end(), [&] { return static_cast<char>(Pick(random, 9) == 0); });
+    if (kind == 4)
+      std::generate(filling.begin(), filling.end(), [&] { return static_cast<char>(Pick(random, 9) == 0); });
     return filling;
   }
 };

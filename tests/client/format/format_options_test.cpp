@@ -52,7 +52,7 @@ TEST(FieldLists, AllNamesEveryField) {
   std::string problem;
   const auto fields = TamLogClient::ParseFields("all", problem);
   ASSERT_TRUE(fields) << problem;
-  EXPECT_EQ(fields->size(), static_cast<std::size_t>(Field::TextHex) + 1);
+  EXPECT_EQ(fields->size(), static_cast<std::size_t>(Field::Cursor) + 1);
 }
 
 TEST(FieldLists, MistakesNameTheMend) {

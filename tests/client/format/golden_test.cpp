@@ -84,7 +84,7 @@ FormatOptions Fields(Format format) {
   std::string problem;
   FormatOptions options = With(format);
   options.fields =
-      *TamLogClient::ParseFields("late,text,time,label,spare,tail,origin,seq,type,source", problem);
+      *TamLogClient::ParseFields("late,text,time,label,spare,tail,origin,seq,type,source,cursor", problem);
   return options;
 }
 
@@ -115,7 +115,7 @@ std::vector<GoldenCase> Cases() {
           {"tsv-everything.tsv", Everything(Format::Tsv)},
           {"tsv-fields.tsv", Fields(Format::Tsv)},
           {"template.txt", Layout("{{{time}}} {seq}/{type}/{label}\\t{source}: {text} {origin}{tail} "
-                                  "{spare} {late}\\n--\\\\")},
+                                  "{spare} {late} {cursor}\\n--\\\\")},
           {"export.bin", With(Format::Export)},
           {"export-everything.bin", Everything(Format::Export)},
           {"export-terminal.txt", Shown(Format::Export, false)},

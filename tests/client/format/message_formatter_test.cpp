@@ -26,6 +26,10 @@ LogMessage MakeMessage(const std::string& text = "Exposure 12 ms", const std::st
   return message;
 }
 
+std::string CursorFor(const LogMessage& message, std::uint32_t twin = 1) {
+  return FormatCursor(TamLogClient::CursorOf(message.body, twin));
+}
+
 std::string Formatted(const LogMessage& message, FormatOptions options, bool late = false) {
   std::string out;
   MessageFormatter(options).Append(message, late, out);
@@ -98,20 +102,44 @@ TEST(Formats, Full) {
             "Exposure 12 ms\n");
 }
 
+TEST(Formats, ASpreadsheetTakesNoTextForAFormula) {
+  const auto cells = [](const std::string& text, Format format, bool spreadsheet) {
+    FormatOptions options{format};
+    options.spreadsheet = spreadsheet;
+    options.fields = {TamLogClient::Field::Source, TamLogClient::Field::Text, TamLogClient::Field::Spare};
+    LogMessage message = MakeMessage(text.c_str(), "@S");
+    message.body.timestamp[7] = -9;
+    return Formatted(message, options);
+  };
+  for (const char* const text : {"=1+1", "+1", "-1", "@x", "\t=1", "\r=1", "\n=1", "  =1",
+                                 "\xEF\xBC\x9D"
+                                 "1"}) {
+    EXPECT_EQ(cells(text, Format::Csv, true), "\"'@S\",\"'" + std::string(text) + "\",-9\n");
+    EXPECT_EQ(cells(text, Format::Csv, false), "\"@S\",\"" + std::string(text) + "\",-9\n");
+  }
+  EXPECT_EQ(cells("=\"a\"", Format::Csv, true), "\"'@S\",\"'=\"\"a\"\"\",-9\n");
+  EXPECT_EQ(cells("=1", Format::Tsv, true), "'@S\t'=1\t-9\n");
+  for (const char* const text : {"", " ", "text", "a=1", "1-1", "'=1", "\xEF\xBC\x9E"})
+    EXPECT_EQ(cells(text, Format::Csv, true), "\"'@S\",\"" + std::string(text) + "\",-9\n");
+}
+
 TEST(Formats, Cat) {
   EXPECT_EQ(Formatted(MakeMessage("a\x1b[2J"), {Format::Cat}), "a\x1b[2J\n");
   EXPECT_EQ(Formatted(MakeMessage("a\x1b[2J"), {Format::Cat, true}), "a\\x1b[2J\n");
 }
 
 TEST(Formats, Json) {
-  EXPECT_EQ(Formatted(MakeMessage(), {Format::Json}),
+  const LogMessage message = MakeMessage();
+  EXPECT_EQ(Formatted(message, {Format::Json}),
             "{\"time\":\"2026-01-01T03:04:05.678\",\"seq\":4711,\"type\":2,\"source\":\"Camera\",\"text\":"
-            "\"Exposure 12 ms\",\"origin\":\"6f726967696e2d31\",\"tail\":\"7461696c\"}\n");
-  EXPECT_EQ(Formatted(MakeMessage("q\"b\\s\n\t\r\x01\x7f\xC2\x9B\xC3\xA4"), {Format::Json}, true),
+            "\"Exposure 12 ms\",\"origin\":\"6f726967696e2d31\",\"tail\":\"7461696c\",\"cursor\":\"" +
+                CursorFor(message) + "\"}\n");
+  const LogMessage escaped = MakeMessage("q\"b\\s\n\t\r\x01\x7f\xC2\x9B\xC3\xA4");
+  EXPECT_EQ(Formatted(escaped, {Format::Json}, true),
             "{\"time\":\"2026-01-01T03:04:05.678\",\"seq\":4711,\"type\":2,\"source\":\"Camera\",\"text\":"
             "\"q\\\"b\\\\s\\n\\t\\r\\u0001\\u007f\\u009b\xC3\xA4\",\"origin\":\"6f726967696e2d31\",\"tail\":"
-            "\"7461696c\","
-            "\"late\":true}\n");
+            "\"7461696c\",\"cursor\":\"" +
+                CursorFor(escaped) + "\",\"late\":true}\n");
 }
 
 TEST(Formats, JsonStaysValidUtf8AndKeepsTheBytesInAFieldOfTheirOwn) {
@@ -139,16 +167,41 @@ TEST(Formats, Tsv) {
 TEST(Formats, CsvWithAHeadLineAndDoubledQuotes) {
   std::string head;
   MessageFormatter({Format::Csv}).AppendHead(head);
-  EXPECT_EQ(head, "time,seq,type,source,text\n");
-  EXPECT_EQ(Formatted(MakeMessage("say \"a,b\"\nc"), {Format::Csv}),
-            "\"2026-01-01 03:04:05.678\",4711,2,\"Camera\",\"say \"\"a,b\"\"\nc\"\n");
+  EXPECT_EQ(head, "time,seq,type,source,text,cursor\n");
+  const LogMessage message = MakeMessage("say \"a,b\"\nc");
+  EXPECT_EQ(Formatted(message, {Format::Csv}),
+            "\"2026-01-01 03:04:05.678\",4711,2,\"Camera\",\"say \"\"a,b\"\"\nc\",\"" + CursorFor(message) +
+                "\"\n");
   EXPECT_TRUE(TamLogClient::IsValidUtf8(Formatted(MakeMessage("\xFF\x80"), {Format::Csv})));
   EXPECT_EQ(Formatted(MakeMessage("\x1b["), {Format::Csv, true}).find('\x1b'), std::string::npos);
 }
 
+TEST(Formats, EachDataFormatHasTheCursorOfTheMessage) {
+  const LogMessage message = MakeMessage();
+  std::string problem;
+  const auto all = TamLogClient::ParseFields("text,cursor", problem);
+  const auto layout = TamLogClient::TextTemplate::Parse("{cursor}", problem);
+  ASSERT_TRUE(all && layout) << problem;
+  for (const Format format : {Format::Json, Format::JsonArray, Format::Csv, Format::Tsv, Format::Export,
+                              Format::Rfc5424, Format::Template}) {
+    for (const bool chosen : {false, true}) {
+      FormatOptions options{format};
+      options.layout = *layout;
+      if (chosen || format == Format::Tsv) options.fields = *all;
+      std::string out;
+      MessageFormatter formatter(options);
+      EXPECT_TRUE(formatter.ShowsCursors());
+      formatter.Append(message, false, out, 3);
+      EXPECT_NE(out.find(CursorFor(message, 3)), std::string::npos) << out;
+    }
+  }
+  for (const Format format : {Format::Short, Format::Full, Format::Cat, Format::Raw})
+    EXPECT_FALSE(MessageFormatter({format}).ShowsCursors());
+}
+
 std::string FromEast(FormatOptions options, const std::string& host = "east") {
   std::string out;
-  MessageFormatter(std::move(options)).Append(MakeMessage(), false, out, host);
+  MessageFormatter(std::move(options)).Append(MakeMessage(), false, out, 1, host);
   return out;
 }
 

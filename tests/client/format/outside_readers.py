@@ -166,10 +166,14 @@ def read_by_python(options, folder):
     expect_equal(json.loads(empty.show("-o", "json-array")), [], "an empty array")
 
     rows = list(csv.reader(io.StringIO(log.show("-o", "csv").decode("utf-8"), newline="")))
-    expect_equal(rows[0], ["time", "seq", "type", "source", "text"], "csv head")
-    expect_equal(rows[1:], [[m.stamp(" "), str(m.seq), str(m.type), replaced(m.source), replaced(m.text)]
-                            for m in log.messages], "csv")
-    expect_equal(empty.show("-o", "csv"), b"time,seq,type,source,text\n", "csv of an empty log")
+    expect_equal(rows[0], ["time", "seq", "type", "source", "text", "cursor"], "csv head")
+    expect_equal([row[:5] for row in rows[1:]],
+                 [[m.stamp(" "), str(m.seq), str(m.type), replaced(m.source), replaced(m.text)]
+                  for m in log.messages], "csv")
+    cursors = [json.loads(line)["cursor"] for line in log.lines("-o", "json")]
+    expect_equal([row[5] for row in rows[1:]], cursors, "cursors of csv")
+    expect_equal(len(set(cursors)), len(log.messages), "cursors")
+    expect_equal(empty.show("-o", "csv"), b"time,seq,type,source,text,cursor\n", "csv of an empty log")
     rows = list(csv.DictReader(io.StringIO(log.show("-o", "csv", "--fields", "text,seq").decode("utf-8"), newline="")))
     expect_equal([list(row.items()) for row in rows],
                  [[("text", replaced(m.text)), ("seq", str(m.seq))] for m in log.messages], "csv --fields")
@@ -177,6 +181,7 @@ def read_by_python(options, folder):
     rows = [line.split("\t") for line in log.lines("-o", "tsv")]
     expect_equal([[row[0], row[1], tsv_bytes(row[2]), tsv_bytes(row[3])] for row in rows],
                  [[m.stamp(" "), str(m.type), m.source, m.text] for m in log.messages], "tsv")
+    expect_equal(log.lines("-o", "tsv", "--fields", "cursor"), cursors, "cursors of tsv")
     expect_equal(log.show("-o", "raw"), b"".join(m.slot for m in log.messages), "raw")
     expect_equal(log.show("-o", "cat"), b"".join(m.text + b"\n" for m in log.messages), "cat")
     expect_equal(log.lines("-o", "template={seq}:{type}"), ["%d:%d" % (m.seq, m.type) for m in log.messages],
@@ -200,7 +205,7 @@ def read_options_by_python(log):
             same = wanted.encode() == message.text
             expect_equal(one.get("text_hex"), None if same else message.text.hex(), name + " text_hex")
     one = json.loads(log.lines("-o", "json", "--type-names", "2=camera", "-s", "Camera")[0])
-    expect_equal(list(one), ["time", "seq", "type", "label", "source", "text", "origin", "tail"], "order of the fields")
+    expect_equal(list(one), ["time", "seq", "type", "label", "source", "text", "origin", "tail", "cursor"], "order of the fields")
     expect_equal(one["label"], "camera", "label")
 
 
@@ -223,7 +228,7 @@ def check_by_schema(options, folder):
     for change in ({"time": "yesterday"}, {"time": None}, {"type": "2"}, {"seq": -1}, {"tail": "xyz"}, {"extra": 1},
                    {"time_words": [0] * 8}, {"text_hex": "abc"}):
         expect(not validator.is_valid({**good, **change}), "the schema allows", change)
-    for name in ("time", "seq", "type", "source", "text", "origin", "tail"):
+    for name in ("time", "seq", "type", "source", "text", "origin", "tail", "cursor"):
         expect(not validator.is_valid({key: value for key, value in good.items() if key != name}),
                "the schema misses nothing without", name)
 

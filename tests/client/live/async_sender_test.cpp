@@ -276,6 +276,24 @@ TEST_F(AsyncSenderTest, MessageWithoutAnswerIsOnlyCountedOnRequest) {
   EXPECT_EQ(counters.resent, 0U);
 }
 
+// A pipe that stays busy times out as well, but such a message cannot have been stored.
+TEST_F(AsyncSenderTest, MessageThatNeverLeftIsNotDoubtful) {
+  options.resendDoubtful = false;
+  server.KeepThemInside(true);
+  int calls = 0;
+  server.AnswerBy([&calls](const LogMessageBody&) {
+    ++calls;
+    return calls == 1 ? Status::TimedOut : calls == 2 ? Status::Disconnected : Status::Ok;
+  });
+  Open();
+  Send("a");
+  const SenderCounters counters = CloseAndCount();
+  EXPECT_EQ(server.Texts(), (Texts{"a"}));
+  EXPECT_EQ(counters.sent, 1U);
+  EXPECT_EQ(counters.doubtful, 0U);
+  EXPECT_EQ(counters.resent, 0U);
+}
+
 TEST_F(AsyncSenderTest, RefusalOfTheServerIsCountedAndNotRepeated) {
   server.AnswerBy([](const LogMessageBody& body) {
     return std::strcmp(body.text, "b") == 0 ? Status::Refused : Status::Ok;

@@ -235,8 +235,13 @@ TEST_F(LogClientTest, EndedConnectionIsReopenedForARequest) {
 
 TEST_F(LogClientTest, MessageIsNotSentAgainWhenItMayHaveBeenStored) {
   Serve([](const PipeRequest&, PipeReply&) { return Answer::HangUp; });
-  EXPECT_EQ(client->Submit(Message()), Status::Disconnected);
+  bool left = false;
+  EXPECT_EQ(client->Submit(Message(), left), Status::Disconnected);
+  EXPECT_TRUE(left);
   EXPECT_EQ(server->Requests().size(), 1U);
+  server.reset();
+  EXPECT_EQ(client->Submit(Message(), left), Status::NotRunning);
+  EXPECT_FALSE(left);
 }
 
 TEST_F(LogClientTest, BusyPipeIsTriedAgain) {

@@ -25,6 +25,11 @@ class ScriptedServer {
   void AnswerWith(Status status) {
     AnswerBy([status](const LogMessageBody&) { return status; });
   }
+  // Sets whether further messages leave the sender's process.
+  void KeepThemInside(bool keep) {
+    const std::lock_guard guard(lock);
+    leaves = !keep;
+  }
   void AnswerBy(Answer how) {
     const std::lock_guard guard(lock);
     answer = std::move(how);
@@ -76,7 +81,7 @@ class ScriptedServer {
   class Way : public TamLogClient::SenderTransport {
    public:
     explicit Way(ScriptedServer& other) : server(other) {}
-    Status Submit(const LogMessageBody& message) override { return server.Take(message); }
+    Status Submit(const LogMessageBody& message, bool& left) override { return server.Take(message, left); }
     Status Ping() override {
       const std::lock_guard guard(server.lock);
       ++server.pings;
@@ -91,13 +96,14 @@ class ScriptedServer {
     ScriptedServer& server;
   };
 
-  Status Take(const LogMessageBody& message) {
+  Status Take(const LogMessageBody& message, bool& left) {
     std::unique_lock guard(lock);
     ++calls;
     inside = true;
     changed.notify_all();
     changed.wait(guard, [this] { return !held; });
     inside = false;
+    left = leaves;
     const Status status = answer(message);
     if (status == Status::Ok) taken.push_back(message);
     return status;
@@ -107,6 +113,7 @@ class ScriptedServer {
   std::condition_variable changed;
   Answer answer = [](const LogMessageBody&) { return Status::Ok; };
   std::vector<LogMessageBody> taken;
+  bool leaves = true;
   bool held = false;
   bool inside = false;
   int calls = 0;

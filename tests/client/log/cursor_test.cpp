@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <set>
 #include <string>
+#include <vector>
 
 #include "tests/support/ring_model.h"
 
@@ -25,17 +28,56 @@ class CursorTest : public testing::Test {
     log.Flush();
   }
 
-  // The cursor of the message with this text, the `occurrence`th from the oldest.
-  Cursor At(const std::string& text, int occurrence = 1) const {
+  // The cursor of the message with this text, the `twin`th from the oldest.
+  Cursor At(const std::string& text, int twin = 1) const {
     const LogSnapshot snapshot = log.Snapshot();
     const auto order = OrderMessages(snapshot).oldestFirst;
     for (std::size_t i = 0; i < order.size(); ++i) {
-      if (LogMessageView(snapshot.slots[order[i]]).Text() == text && --occurrence == 0) {
+      if (LogMessageView(snapshot.slots[order[i]]).Text() == text && --twin == 0) {
         return CursorOf(snapshot, order, i);
       }
     }
     ADD_FAILURE() << text << " is not in the log";
     return {};
+  }
+
+  Cursor Hinted(const std::string& text) const {
+    Cursor cursor = At(text);
+    cursor.hint = TamLogClient::HintOf(log.Snapshot().header);
+    return cursor;
+  }
+
+  // The cursors of all messages.
+  std::vector<std::string> All() const {
+    const LogSnapshot snapshot = log.Snapshot();
+    const auto order = OrderMessages(snapshot).oldestFirst;
+    std::vector<std::string> texts;
+    for (std::size_t i = 0; i < order.size(); ++i)
+      texts.push_back(FormatCursor(CursorOf(snapshot, order, i)));
+    return texts;
+  }
+  // How many of these cursors the messages of the log have now.
+  std::size_t Kept(const std::vector<std::string>& before) const {
+    const auto present = All();
+    return static_cast<std::size_t>(std::count_if(before.begin(), before.end(), [&](const std::string& text) {
+      return std::count(present.begin(), present.end(), text) == 1;
+    }));
+  }
+
+  void ExpectEveryChangeIsNoticed(bool hinted) const {
+    const std::string text = FormatCursor(hinted ? Hinted("b") : At("b"));
+    for (std::size_t i = 0; i < text.size(); ++i) {
+      for (const char other : {'0', '1', 'a', 'A', 'f', '.', '+', ' ', '-', '\0', '\xff'}) {
+        std::string changed = text;
+        changed[i] = other;
+        EXPECT_EQ(ParseCursor(changed).has_value(), changed == text) << changed;
+      }
+      EXPECT_EQ(ParseCursor(text.substr(0, i)).has_value(), hinted && text[i] == '+');
+      EXPECT_FALSE(ParseCursor(text.substr(i + 1)));
+    }
+    EXPECT_FALSE(ParseCursor(text + "0"));
+    EXPECT_FALSE(ParseCursor(" " + text));
+    EXPECT_FALSE(ParseCursor(std::string(100000, '.')));
   }
 
   // The texts after the cursor; a question mark in front when its message is gone.
@@ -63,32 +105,80 @@ TEST_F(CursorTest, TextGoesBothWays) {
   Add("abc");
   const Cursor cursor = At("b");
   EXPECT_EQ(ParseCursor(FormatCursor(cursor)), cursor);
-  const Cursor largest{UINT64_MAX, {UINT64_MAX, UINT64_MAX}, UINT32_MAX, UINT64_MAX, UINT64_MAX};
+  const Cursor largest{
+      UINT64_MAX, {UINT64_MAX, UINT64_MAX}, UINT32_MAX, TamLogClient::CursorHint{UINT64_MAX, UINT64_MAX}};
   EXPECT_EQ(ParseCursor(FormatCursor(largest)), largest);
-  const Cursor smallest{0, {0, 0}, 1, 0, 0};
+  EXPECT_LE(FormatCursor(largest).size(), 120U);
+  const Cursor smallest{0, {0, 0}, 1};
   EXPECT_EQ(ParseCursor(FormatCursor(smallest)), smallest);
 }
 
 TEST_F(CursorTest, EveryChangedCharacterIsNoticed) {
   Add("abc");
+  for (const bool hinted : {false, true}) ExpectEveryChangeIsNoticed(hinted);
+}
+
+TEST_F(CursorTest, TextsOfEarlierVersionsAreAccepted) {
+  const std::string text = "c1.7.2.3.4.5.6.";
+  const auto cursor = ParseCursor(text + "91d756da");
+  ASSERT_TRUE(cursor);
+  EXPECT_EQ(*cursor, (Cursor{7, {2, 3}, 4, TamLogClient::CursorHint{5, 6}}));
+  EXPECT_FALSE(ParseCursor(text + "91d756db"));
+  EXPECT_FALSE(ParseCursor("c1.7.2.3.4.91d756da"));
+}
+
+TEST_F(CursorTest, HintFollowsTheSameTextAfterAPlusSign) {
+  Add("abc");
   const std::string text = FormatCursor(At("b"));
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    for (const char other : {'0', '1', 'a', 'A', 'f', '.', ' ', '-', '\0', '\xff'}) {
-      std::string changed = text;
-      changed[i] = other;
-      EXPECT_EQ(ParseCursor(changed).has_value(), changed == text) << changed;
-    }
-    EXPECT_FALSE(ParseCursor(text.substr(0, i)));
-    EXPECT_FALSE(ParseCursor(text.substr(i + 1)));
+  EXPECT_EQ(FormatCursor(Hinted("b")).substr(0, text.size() + 1), text + "+");
+}
+
+// Whatever happens to the log, a message that stays in it keeps its cursor.
+TEST_F(CursorTest, StaysTheSameTextAsLongAsItsMessageIsThere) {
+  Add("abcde");
+  log.Submit(MakeBody(40, "d"));  // a twin
+  log.Flush();
+  const auto before = All();
+  EXPECT_EQ(before.size(), 6U);
+  log.Submit(MakeBody(25, "late"));
+  log.Flush();
+  EXPECT_EQ(Kept(before), 6U);
+  Add("xyz");  // one is overwritten
+  EXPECT_EQ(Kept(before), 4U);
+  EXPECT_EQ(All().size(), 8U);
+}
+
+TEST_F(CursorTest, EachMessageOfALogHasItsOwn) {
+  for (int i = 0; i < 5; ++i) log.Submit(MakeBody(10, "same"));
+  Add("ab");
+  const auto all = All();
+  EXPECT_EQ(std::set<std::string>(all.begin(), all.end()).size(), 7U);
+}
+
+TEST_F(CursorTest, TwinsHaveTheSameNumbersWhicheverWayTheyAreCounted) {
+  for (const int time : {10, 20, 20, 20, 30}) {
+    log.Submit(MakeBody(time, "same"));
+    log.Submit(MakeBody(time, "other"));
   }
-  EXPECT_FALSE(ParseCursor(text + "0"));
-  EXPECT_FALSE(ParseCursor(" " + text));
-  EXPECT_FALSE(ParseCursor(std::string(100000, '.')));
+  log.Flush();
+  const LogSnapshot snapshot = log.Snapshot();
+  const auto order = OrderMessages(snapshot).oldestFirst;
+  TamLogClient::TwinCount count;
+  TamLogClient::TwinNumbers numbers;
+  numbers.Add(snapshot);
+  const auto twins = TamLogClient::TwinsIn(snapshot, order);
+  for (std::size_t i = 0; i < order.size(); ++i) {
+    const LogMessage& message = snapshot.slots[order[i]];
+    const std::uint32_t twin = CursorOf(snapshot, order, i).twin;
+    EXPECT_EQ(count.Next(message.body), twin);
+    EXPECT_EQ(numbers.Of(&message), twin);
+    EXPECT_EQ(twins[i], twin);
+  }
 }
 
 TEST_F(CursorTest, FindsWhatComesAfterIt) {
   Add("abc");
-  const Cursor cursor = At("b");
+  const Cursor cursor = Hinted("b");
   EXPECT_EQ(After(cursor), "c");
   Add("de");
   EXPECT_EQ(After(cursor), "cde");
@@ -106,7 +196,7 @@ TEST_F(CursorTest, SurvivesARewriteOfTheWholeRing) {
 
 TEST_F(CursorTest, LateMessagesAreNotAfterItButAreReported) {
   Add("abc");
-  const Cursor cursor = At("c");
+  const Cursor cursor = Hinted("c");
   log.Submit(MakeBody(25, "L"));
   log.Flush();
   EXPECT_EQ(After(cursor), "");
@@ -121,7 +211,7 @@ TEST_F(CursorTest, EqualMessagesAreDistinguished) {
   EXPECT_EQ(After(At("same", 1)), "samesamez");
   EXPECT_EQ(After(At("same", 2)), "samez");
   EXPECT_EQ(After(At("same", 3)), "z");
-  EXPECT_EQ(At("same", 3).occurrence, 3U);
+  EXPECT_EQ(At("same", 3).twin, 3U);
 }
 
 TEST_F(CursorTest, CursorOfAGoneMessageGivesWhatIsNewer) {

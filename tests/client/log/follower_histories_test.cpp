@@ -47,12 +47,12 @@ TEST_P(FollowerHistories, EveryMessageOnceOrItsLossReported) {
   EXPECT_GT(counts.returned, 0U);
   EXPECT_GT(counts.exact, 0U) << "counts by the counters are never made";
   EXPECT_LT(counts.needless, counts.visits / 3) << "a follower that always reports a possible loss is no use";
-  std::printf("| %s | %llu | %llu | %llu | %llu | %llu | %llu | %llu |\n", GetParam().name,
-              static_cast<unsigned long long>(counts.histories),
-              static_cast<unsigned long long>(counts.visits),
-              static_cast<unsigned long long>(counts.returned), static_cast<unsigned long long>(counts.lost),
-              static_cast<unsigned long long>(counts.exact), static_cast<unsigned long long>(counts.possible),
-              static_cast<unsigned long long>(counts.needless));
+  std::string row = std::string("| ") + GetParam().name + " |";
+  for (const std::uint64_t count : {counts.histories, counts.visits, counts.returned, counts.lost,
+                                    counts.exact, counts.possible, counts.needless}) {
+    row += " " + std::to_string(count) + " |";
+  }
+  std::puts(row.c_str());
 }
 
 INSTANTIATE_TEST_SUITE_P(Kinds, FollowerHistories, testing::ValuesIn(HistoryKinds()),

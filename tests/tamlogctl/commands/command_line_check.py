@@ -82,7 +82,7 @@ class Help(unittest.TestCase):
             outcome = run(*words)
             self.assertEqual((outcome.returncode, outcome.stdout), (3, ""), words)
         for words in (["settings", "--help"], ["help", "filter"]):
-            self.assertIn("set ", section(run(*words).stdout, "Subcommands"), words)
+            self.assertIn("set ", section(run(*words).stdout, "Verbs"), words)
         for words in (["filter", "-o", "xml"], ["settings", "nonsense"], ["server", ""]):
             self.assertEqual(run(*words).returncode, 2, words)
 

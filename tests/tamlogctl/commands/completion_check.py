@@ -50,7 +50,7 @@ class Program(unittest.TestCase):
                 (["doctor", "--color", "a"], ["auto", "always"]), (["export", "a", "--output", "te"], ["template="]),
                 (["-S", "yes"], ["yesterday", "yesterday 12:00"]), (["show", "--since=to"], ["--since=today", "--since=tomorrow"]),
                 (["--lin"], ["--lines"]), (["-n", ""], ["all"]), (["stats", "-n", "a"], ["all"]),
-                (["show", "--fields", "time,te"], ["time,text"]), (["settings", "set", "--types", "0,3"], ["0,3"]),
+                (["show", "--fields", "time,or"], ["time,origin"]), (["settings", "set", "--types", "0,3"], ["0,3"]),
                 (["show", "--type-names", "0=i"], ["0=info"]), (["show", "--type-names", "0=info,3=e"], ["0=info,3=err"]),
                 (["show", "--encoding", "lat"], ["latin-1"]), (["show", "--file", ""], ["FILES:"]),
                 (["show", "--file="], ["FILES:--file="]), (["verify", "a", ""], ["FILES:"]), (["export", ""], ["FILES:"]),

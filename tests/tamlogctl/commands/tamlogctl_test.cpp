@@ -175,6 +175,24 @@ TEST_F(TamlogctlTest, MissingFileAndMissingServerAreThree) {
   EXPECT_NE(Run("status -o json").out.find("\"state\": \"not running\""), std::string::npos);
 }
 
+// A name that the system does not accept, a file that another program has open, a stream that is no file here.
+TEST_F(TamlogctlTest, FailureOfAFileNamesItAndTheReasonOfTheSystem) {
+  for (const char* const name : {"a*b?.dat", "/dev/stdin", "x<y"}) {
+    const auto outcome = Run(std::string("show --file \"") + name + "\"");
+    EXPECT_NE(outcome.exitCode, 0) << name;
+    EXPECT_NE(outcome.err.find(name), std::string::npos) << outcome.err;
+    EXPECT_EQ(outcome.err.find("a system call failed"), std::string::npos) << outcome.err;
+  }
+  MakeLog();
+  const TamLogClient::Handle held(
+      CreateFileA(Path("Logs.dat").c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+  ASSERT_TRUE(held);
+  const auto outcome = Run("show --file \"" + Path("Logs.dat") + "\"");
+  EXPECT_EQ(outcome.exitCode, 4) << outcome.err;
+  EXPECT_NE(outcome.err.find("Logs.dat: "), std::string::npos) << outcome.err;
+  EXPECT_EQ(outcome.err.find("access denied"), std::string::npos) << outcome.err;
+}
+
 TEST_F(TamlogctlTest, UsageErrorsAreTwoAndNameTheOptionAndTheFix) {
   const std::string log = MakeLog();
   const auto expectUsage = [this](const std::string& arguments, const std::string& word) {
@@ -351,6 +369,47 @@ TEST_F(TamlogctlTest, EventsOfSomebodyElsesChoiceAreNotTouched) {
     EXPECT_EQ(log.ReadCount(), 0);
   }
   EXPECT_EQ(Run("show").exitCode, 0);
+}
+
+// Any process can offer the pipe.
+TEST_F(TamlogctlTest, TextsThatComeOverThePipeNeverReachTheTerminalAsTheyAre) {
+  const std::string evil =
+      "C:\\a\x1b]0;owned\x07\x9b"
+      "2J.dat";
+  const ServedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
+  const TestServer server(
+      [&evil](const PipeRequest& request, PipeReply& reply) {
+        const auto code = static_cast<RequestCode>(request.code);
+        if (code == RequestCode::GetSettings) {
+          reply.settings = {.maxMessage = 8, .devicePollRate = 50, .typeFilter = 0xF, .saveRate = 5};
+          reply.code = static_cast<std::uint32_t>(ReplyCode::Settings);
+        } else if (code == RequestCode::GetFilter && request.index == 0) {
+          std::strcpy(reply.filter.text, evil.c_str());
+          reply.filter.kind = 0;
+          reply.code = static_cast<std::uint32_t>(ReplyCode::Filter);
+        } else if (code == RequestCode::GetFilter) {
+          reply.code = static_cast<std::uint32_t>(ReplyCode::NoSuchFilter);
+        } else if (code == RequestCode::GetLogFile || code == RequestCode::GetFileMapName) {
+          std::strcpy(reply.path, evil.c_str());
+          reply.code = static_cast<std::uint32_t>(code == RequestCode::GetLogFile ? ReplyCode::Path
+                                                                                  : ReplyCode::FileMapName);
+        } else {
+          reply.code = static_cast<std::uint32_t>(ReplyCode::Done);
+        }
+        return Answer::Reply;
+      },
+      kRequestPipeName);
+  TestSupport::WriteBytes(Path("filters.txt"), "exclude\ta\n");
+  for (const char* const command :
+       {"status", "status -o json", "settings path", "settings", "filter", "filter -o tsv", "filter -o json",
+        "filter test C:\\a", "filter add -x C:\\a", "filter set filters.txt", "doctor", "doctor -o json",
+        "settings set --capacity 9 --no-wait --no-keep --no-backup"}) {
+    const Outcome outcome = Run(command);
+    for (const char letter : {'\x1b', '\x07', '\x9b'})
+      EXPECT_EQ((outcome.out + outcome.err).find(letter), std::string::npos) << command << "\n"
+                                                                             << outcome.out;
+  }
+  EXPECT_NE(Run("settings path").out.find("\\x1b]0;owned\\x07"), std::string::npos);
 }
 
 // The pipe's name belongs to nobody while no server runs.

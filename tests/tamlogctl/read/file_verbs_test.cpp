@@ -57,8 +57,16 @@ class FileVerbs : public testing::Test {
     TestSupport::WriteBytes(folder.File(name), bytes);
   }
   std::string Contents(const std::string& name) const { return TestSupport::ReadBytes(folder.File(name)); }
-  // Runs the program, and interrupts it once the file `sign` is there.
-  int InterruptAt(const std::string& sign, std::vector<std::string> arguments) const {
+  // Returns the name of a temporary file for `target`; empty when there is none.
+  std::string TemporaryOf(const std::string& target) const {
+    for (const auto& entry : std::filesystem::directory_iterator(folder.Path())) {
+      std::string name = entry.path().filename().string();
+      if (name.starts_with(target + ".new-")) return name;
+    }
+    return "";
+  }
+  // Runs the program, and interrupts it once it has begun to write `target`.
+  int InterruptAt(const std::string& target, std::vector<std::string> arguments) const {
     const std::string home = folder.File("");
     const pid_t child = fork();
     if (child == 0) {
@@ -69,7 +77,7 @@ class FileVerbs : public testing::Test {
       _exit(127);
     }
     int status = 0;
-    while (!IsThere(sign)) {
+    while (TemporaryOf(target).empty()) {
       if (waitpid(child, &status, WNOHANG) != 0) return -1;  // ended before its file was seen
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
@@ -125,9 +133,11 @@ TEST_F(FileVerbs, Repair) {
   Expect("repair secret.dat other.dat", 4, "secret.dat: access denied");
   Expect("repair bad.dat locked/other.dat", 4, "locked/other.dat: cannot be written: access denied");
   Expect("repair bad.dat nowhere/other.dat", 8, "nowhere/other.dat: cannot be written");
-  EXPECT_EQ(RunOnFullDisk("repair bad.dat other.dat").exitCode, 8);
+  const Outcome full = RunOnFullDisk("repair bad.dat other.dat");
+  EXPECT_EQ(full.exitCode, 8);
+  EXPECT_NE(full.err.find("other.dat: cannot be written: File too large"), std::string::npos) << full.err;
   EXPECT_FALSE(IsThere("other.dat"));
-  EXPECT_FALSE(IsThere("other.dat.new0"));
+  EXPECT_EQ(TemporaryOf("other.dat"), "");
   EXPECT_EQ(Run("repair bad.dat other.dat", "", "/dev/full").exitCode, 8);
 }
 
@@ -160,9 +170,9 @@ TEST_F(FileVerbs, Export) {
   Expect("export nowhere/log.txt --file good.dat", 8, "nowhere/log.txt: cannot be written");
   const Outcome full = RunOnFullDisk("export other.txt -o full --file good.dat --file good.dat");
   EXPECT_EQ(full.exitCode, 8);
-  EXPECT_NE(full.err.find("other.txt: cannot be written"), std::string::npos) << full.err;
+  EXPECT_NE(full.err.find("other.txt: cannot be written: File too large"), std::string::npos) << full.err;
   EXPECT_FALSE(IsThere("other.txt"));
-  EXPECT_FALSE(IsThere("other.txt.new0"));
+  EXPECT_EQ(TemporaryOf("other.txt"), "");
 }
 
 // Each defect has one exit code and one report, whichever verb reads the file.
@@ -223,9 +233,10 @@ TEST_F(FileVerbs, WhatIsNoLogIsNamedByEveryVerbAndNothingIsWritten) {
     const std::string file = each.file;
     for (const std::string& arguments :
          {"show --file " + file, "show -r --file " + file, "show --count --file " + file,
-          "show -n 2 --file " + file, "stats --file " + file, "merge " + file, "export new.txt --file " + file,
-          "export new.txt --log --file " + file, "verify " + file, "verify --strict -o json " + file,
-          "repair " + file + " new.txt", "repair --carve " + file + " new.txt"}) {
+          "show -n 2 --file " + file, "stats --file " + file, "merge " + file,
+          "export new.txt --file " + file, "export new.txt --log --file " + file, "verify " + file,
+          "verify --strict -o json " + file, "repair " + file + " new.txt",
+          "repair --carve " + file + " new.txt"}) {
       Expect(arguments, 9, each.said);
       EXPECT_EQ(Contents("out"), "") << arguments;
       EXPECT_FALSE(IsThere("new.txt")) << arguments;
@@ -257,7 +268,8 @@ TEST_F(FileVerbs, RepairFindsTheSlotsAgainAndSaysSo) {
             std::string::npos);
   Put("two.dat", good + good);
   EXPECT_EQ(Run("repair two.dat both.dat").exitCode, 0);
-  EXPECT_NE(Contents("out").find("2 logs were found one behind the other"), std::string::npos) << Contents("out");
+  EXPECT_NE(Contents("out").find("2 logs were found one behind the other"), std::string::npos)
+      << Contents("out");
   EXPECT_EQ(Run("show --count --file both.dat").out, "12\n");
 }
 
@@ -270,7 +282,8 @@ TEST_F(FileVerbs, RepairThatSavesMostlyDoubtfulBytesIsNoSuccess) {
   }
   Put("junk.dat", bytes);
   Expect("repair junk.dat new.dat", 7, "");
-  EXPECT_NE(Contents("out").find("in doubt: 4 messages without a date"), std::string::npos) << Contents("out");
+  EXPECT_NE(Contents("out").find("in doubt: 4 messages without a date"), std::string::npos)
+      << Contents("out");
   Expect("repair -q junk.dat new.dat --force", 7, "");
   bytes.replace(kSlotsOffset, bytes.size() - kSlotsOffset, bytes.size() - kSlotsOffset, '\0');
   Put("junk.dat", bytes);
@@ -284,8 +297,8 @@ TEST_F(FileVerbs, VerifyNamesDamageFirstAndCountsRemarks) {
   log.Flush();
   std::string bytes = log.FileBytes();
   const std::uint32_t wrong = 9;
-  std::memcpy(bytes.data() + LogFileSize(60) + offsetof(LogMessage, body) + offsetof(LogMessageBody, type), &wrong,
-              sizeof(wrong));
+  std::memcpy(bytes.data() + LogFileSize(60) + offsetof(LogMessage, body) + offsetof(LogMessageBody, type),
+              &wrong, sizeof(wrong));
   Put("same.dat", bytes);
   EXPECT_EQ(Run("verify same.dat").exitCode, 1);
   const std::string text = Contents("out");
@@ -350,7 +363,7 @@ TEST_F(FileVerbs, ExportGoesOnWhereItsCursorFileSays) {
   Expect("export first.txt -o cat --cursor-file at --file good.dat", 0, "first.txt: 6 messages");
   Expect("export second.txt -o cat --cursor-file at --file good.dat", 0, "second.txt: 0 messages");
   const std::string cursor = Run("export one.txt -n 1 --show-cursor -q --file good.dat").err;
-  ASSERT_EQ(cursor.rfind("cursor: c1.", 0), 0U) << cursor;
+  ASSERT_EQ(cursor.rfind("cursor: c2.", 0), 0U) << cursor;
   Expect("export rest.txt --file good.dat --after-cursor " + cursor.substr(8, cursor.size() - 9), 0,
          ": 0 messages");
   // The next run writes the messages that could not be written.
@@ -370,8 +383,8 @@ TEST_F(FileVerbs, StatsCountTheLastAndNameThem) {
 
 TEST_F(FileVerbs, DirectoriesAreCalledDirectories) {
   for (const char* const arguments :
-       {"show --file locked", "stats --file locked", "merge locked", "verify locked",
-        "repair locked new.dat", "export new.txt --file locked", "import locked"}) {
+       {"show --file locked", "stats --file locked", "merge locked", "verify locked", "repair locked new.dat",
+        "export new.txt --file locked", "import locked"}) {
     Expect(arguments, 3, "locked: is a directory; name a file in it");
   }
   Expect("export locked --file good.dat --force", 3, "locked: is not an ordinary file");
@@ -412,14 +425,12 @@ TEST_F(FileVerbs, OutputThatCannotBeWrittenIsReportedUnlessItsReaderLeft) {
 
 // The largest capacity takes half a second to write at least.
 TEST_F(FileVerbs, InterruptedWritersLeaveNothingBehind) {
-  EXPECT_EQ(InterruptAt("big.dat.new0",
-                        {"export", "big.dat", "--log", "--capacity", "1000000", "--file", "good.dat"}),
-            130);
   EXPECT_EQ(
-      InterruptAt("big.dat.new0", {"repair", "good.dat", "big.dat", "--capacity", "1000000"}),
+      InterruptAt("big.dat", {"export", "big.dat", "--log", "--capacity", "1000000", "--file", "good.dat"}),
       130);
+  EXPECT_EQ(InterruptAt("big.dat", {"repair", "good.dat", "big.dat", "--capacity", "1000000"}), 130);
   EXPECT_FALSE(IsThere("big.dat"));
-  EXPECT_FALSE(IsThere("big.dat.new0"));
+  EXPECT_EQ(TemporaryOf("big.dat"), "");
 }
 
 // Only a server decides which messages stay in the log, so exit codes 0, 1, 5 and 6 are left to tests with
@@ -430,11 +441,44 @@ TEST_F(FileVerbs, ImportReadsItsFilesBeforeItAsksForAServer) {
   Expect("import good.dat", 3, "this operating system has no log server; show, stats and export read");
   Expect("import bad.dat", 3, "bad.dat: is damaged; see: tamlogctl verify");
   Expect("import bad.json", 2, "bad.json: line 2: expected \"time\"");
-  Expect("import bad.json", 2, "(and 1 more)");
+  Expect("import bad.json", 2, "bad.json: line 3: expected a JSON object");
+  Expect("import bad.json", 2, "nothing was done; correct the lines, or leave them out with --skip");
+  Expect("import --skip bad.json", 3, "this operating system has no log server");
   Expect("import bad.tsv", 2, "bad.tsv: line 1: expected four columns");
   Expect("import --input json good.dat", 2, "good.dat: line 1: expected a JSON object");
   Expect("import good.dat missing.dat", 3, "missing.dat: no such file");
   Expect("import secret.dat", 4, "secret.dat: access denied");
+}
+
+// No server is needed for it.
+TEST_F(FileVerbs, ConvertMakesALogOfOtherLogs) {
+  Put("dpkg.log", "2026-01-02 03:04:06 install b\n2026-01-02 03:04:05 startup\n");
+  Put("a.csv", "time,type,source,text\n2026-01-02 03:04:05.500,2,Stage,homed\n");
+  Expect("convert dpkg.log a.csv new.dat", 0, "new.dat: 3 messages");
+  EXPECT_EQ(Run("verify --strict -q new.dat").exitCode, 0);
+  EXPECT_EQ(Run("show --file new.dat").out,
+            "2026-01-02 03:04:05.000 T0 dpkg: startup\n2026-01-02 03:04:05.500 T2 Stage: homed\n"
+            "2026-01-02 03:04:06.000 T0 dpkg: install b\n");
+  Expect("convert dpkg.log new.dat", 2, "new.dat: already exists");
+  Expect("convert -q --force --capacity 2 dpkg.log new.dat", 0, "");
+  Expect("convert --force --capacity 1 dpkg.log new.dat", 2, "2 messages do not fit into a log of 1");
+  EXPECT_EQ(Run("show --file new.dat --count").out, "2\n");
+  Put("bad.csv", "time,text\nnever,x\n2026-01-02 03:04:05,y\n");
+  Expect("convert bad.csv never.dat", 2, "bad.csv: line 2: column time: ");
+  EXPECT_FALSE(IsThere("never.dat"));
+  Expect("convert --skip bad.csv skipped.dat", 1, "skipped.dat: 1 message");
+  Expect("convert missing.log never.dat", 3, "missing.log: no such file");
+  Expect("convert dpkg.log nowhere/new.dat", 8, "nowhere/new.dat");
+}
+
+TEST_F(FileVerbs, WhatWasExportedInAnyFormatIsConvertedBackByteForByte) {
+  Expect("show --file good.dat -o raw", 0, "");
+  const std::string before = Run("show --file good.dat -o json --fields all").out;
+  for (const char* const format : {"json", "json-array", "csv", "tsv", "export", "rfc5424", "raw"}) {
+    Expect(std::string("export saved --force --file good.dat -o ") + format, 0, "");
+    Expect("convert --force saved back.dat", 0, "messages");
+    EXPECT_EQ(Run("show --file back.dat -o json --fields all").out, before) << format;
+  }
 }
 
 TEST_F(FileVerbs, UsageErrorsNameTheOptionAndTheFix) {
@@ -465,7 +509,10 @@ TEST_F(FileVerbs, UsageErrorsNameTheOptionAndTheFix) {
       {"export new -f -o json-array", "-o json-array: cannot be used with --follow"},
       {"export new -f --cursor-file c -U now", "-U: cannot be used with --cursor-file"},
       {"import", "FILE is required"},
-      {"import good.dat --input xml", "--input: 'xml': expected auto|log|json|tsv"},
+      {"import good.dat --input xml", "--input: 'xml': expected auto|log|raw|json|csv|tsv|export|"},
+      {"import good.dat --fields time,when", "--fields 'time,when': unknown field 'when'"},
+      {"convert good.dat", "FILE: name a file to read, and the new log file"},
+      {"convert good.dat new.dat --capacity 0", "--capacity: '0': expected a number from 1 to 1000000"},
       {"import good.dat --retry -1", "--retry: '-1': expected a number from 0 to 3600"},
       {"merge", "FILE: name a file, or --label HOST=FILE"},
       {"merge --label good.dat", "--label 'good.dat': expected HOST=FILE"},

@@ -135,7 +135,8 @@ TEST_F(NamedFiles, MoreThanAnyLogHoldsIsRefused) {
     const auto outcome = Run(verb + " bomb.gz");
     EXPECT_EQ(outcome.exitCode, 9) << verb;
     EXPECT_EQ(outcome.out, "") << verb;
-    EXPECT_NE(outcome.err.find("bomb.gz is no log (it has more than 560000240 bytes when decompressed"), std::string::npos)
+    EXPECT_NE(outcome.err.find("bomb.gz is no log (it has more than 560000240 bytes when decompressed"),
+              std::string::npos)
         << outcome.err;
   }
 }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #ifdef __unix__
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <csignal>
 #else
@@ -10,11 +11,13 @@
 #include "client/message/win32.h"
 #endif
 
+#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <thread>
 
 #include "tests/support/temp_dir.h"
 
@@ -22,6 +25,8 @@ namespace {
 
 namespace fs = std::filesystem;
 using TamLogClient::Status;
+using TamLogCtl::CutResult;
+using TamLogCtl::FilePlace;
 using TamLogCtl::RotatingFile;
 using TamLogCtl::RotatingFileOptions;
 using TamLogCtl::RotationLimits;
@@ -57,23 +62,36 @@ class RotatingFileTest : public testing::Test {
   RotatingFileOptions options;
 };
 
-TEST_F(RotatingFileTest, LimitsAreSizesInCapitalsAndTimesInSmallLetters) {
+TEST_F(RotatingFileTest, LimitsAreSizesAndTimes) {
   RotationLimits limits;
   EXPECT_FALSE(limits.Any());
-  EXPECT_TRUE(TakeRotationLimit("10M", limits));
-  EXPECT_EQ(limits.bytes, 10U * 1024 * 1024);
+  for (const char* const size : {"10M", "10MB", "10mb"}) {
+    limits.bytes.reset();
+    EXPECT_EQ(TakeRotationLimit(size, limits), "");
+    EXPECT_EQ(limits.bytes, 10U * 1024 * 1024) << size;
+  }
   EXPECT_FALSE(limits.periodMs);
-  EXPECT_TRUE(TakeRotationLimit("15m", limits));
-  EXPECT_EQ(limits.periodMs, 15 * kMinute);
-  EXPECT_TRUE(TakeRotationLimit("1w", limits));
+  for (const char* const time : {"15min", "15 minutes", "900s"}) {
+    limits.periodMs.reset();
+    EXPECT_EQ(TakeRotationLimit(time, limits), "");
+    EXPECT_EQ(limits.periodMs, 15 * kMinute) << time;
+  }
+  EXPECT_EQ(TakeRotationLimit("1w", limits), "");
   EXPECT_EQ(limits.periodMs, 7 * kDay);
   EXPECT_EQ(limits.bytes, 10U * 1024 * 1024);
-  EXPECT_TRUE(TakeRotationLimit("1000000G", limits));
+  EXPECT_EQ(TakeRotationLimit("1000000G", limits), "");
   EXPECT_EQ(limits.bytes, std::uint64_t{1000000} << 30U);
-  for (const char* const wrong :
-       {"", "M", "10", "0M", "-1M", "10k", "10H", "10MB", "1.5M", " 1M", "1M ", "1000001K", "99999999999M"}) {
-    EXPECT_FALSE(TakeRotationLimit(wrong, limits)) << wrong;
+  for (const char* const wrong : {"", "M", "10", "0M", "-1M", "10H", "10MBB", "10B", "1.5M", " 1M", "1M ",
+                                  "1000001K", "99999999999M"}) {
+    EXPECT_NE(TakeRotationLimit(wrong, limits), "") << wrong;
   }
+}
+
+TEST_F(RotatingFileTest, LimitThatMayMeanMinutesOrMegabytesIsRefusedWithBothSpellings) {
+  RotationLimits limits;
+  EXPECT_EQ(TakeRotationLimit("10m", limits),
+            "'10m': may mean a size or a time; expected 10M (mebibytes) or 10min (minutes)");
+  EXPECT_FALSE(limits.Any());
 }
 
 TEST_F(RotatingFileTest, EveryMessageIsInExactlyOneFileAndNoneIsCut) {
@@ -268,6 +286,11 @@ TEST_F(RotatingFileTest, AFileThatCannotBeRotatedIsAppendedToUntilItCan) {
   for (const char* const message : {"aa\n", "bb\n", "cc\n"}) ASSERT_TRUE(file.Append(message, 0));
   ASSERT_TRUE(file.Flush(0));
   EXPECT_TRUE(file.RotationBlocked());
+  const std::string blocker = file.Blocker();
+  EXPECT_EQ(blocker.rfind(Path("log.1") + ": ", 0), 0U) << blocker;
+#ifdef __unix__
+  EXPECT_EQ(blocker, Path("log.1") + ": Directory not empty");
+#endif
   EXPECT_EQ(Contents("log"), "aa\nbb\ncc\n");
   fs::remove_all(Path("log.1"));
   ASSERT_TRUE(file.Append("dd\n", 999));  // tried again once a second
@@ -302,14 +325,115 @@ TEST_F(RotatingFileTest, FileThatAReaderHasOpenGrowsOnUntilItIsLetGo) {
 }
 #endif
 
+// Runs are ended by a kill after `after` of the messages that follow the noted place.
+TEST_F(RotatingFileTest, RunThatWasKilledIsCutBackToItsNotedPlaceWhereverThatIs) {
+  options.limits.bytes = 9;  // three messages
+  for (int before = 0; before < 8; ++before) {
+    for (int after = 0; after < 14; ++after) {
+      for (const auto& entry : fs::directory_iterator(folder.Path())) fs::remove(entry);
+      FilePlace place;
+      std::string expected;
+      {
+        RotatingFile file(options);
+        ASSERT_EQ(file.Open(0), Status::Ok);
+        for (int i = 0; i < before; ++i) {
+          expected += std::to_string(i) + "_\n";
+          ASSERT_TRUE(file.Append(std::to_string(i) + "_\n", 0));
+        }
+        ASSERT_TRUE(file.Flush(0));
+        place = *file.Note();
+        for (int i = 0; i < after; ++i) ASSERT_TRUE(file.Append("x\n", 0));
+        ASSERT_TRUE(file.Flush(0));
+      }
+      RotatingFile next(options);
+      EXPECT_EQ(next.GoesOn(place), after > 0);
+      CutResult result = CutResult::Other;
+      ASSERT_EQ(next.CutBack(place, result), Status::Ok);
+      EXPECT_EQ(result, after > 0 ? CutResult::Cut : CutResult::Nothing) << before << " " << after;
+      EXPECT_EQ(All(), expected) << before << " " << after;
+      EXPECT_FALSE(next.GoesOn(place));
+      ASSERT_EQ(next.Open(0), Status::Ok);
+      ASSERT_TRUE(next.Append("y\n", 0));
+      ASSERT_TRUE(next.Flush(0));
+      EXPECT_EQ(All(), expected + "y\n") << before << " " << after;
+    }
+  }
+}
+
+TEST_F(RotatingFileTest, PlaceMovesWhenItsFileIsTheOldestThatGoes) {
+  options.limits.bytes = 6;
+  options.limits.keep = 2;
+  FilePlace place;
+  options.placeMoves = [&place](const FilePlace& moved) {
+    place = moved;
+    return true;
+  };
+  {
+    RotatingFile file(options);
+    ASSERT_EQ(file.Open(0), Status::Ok);
+    ASSERT_TRUE(file.Append("aa\n", 0));
+    ASSERT_TRUE(file.Flush(0));
+    place = *file.Note();
+    for (int i = 0; i < 20; ++i) ASSERT_TRUE(file.Append("xx\n", 0));
+    ASSERT_TRUE(file.Flush(0));
+  }
+  ASSERT_TRUE(IsThere("log.2"));
+  RotatingFile next(options);
+  CutResult result = CutResult::Other;
+  ASSERT_EQ(next.CutBack(place, result), Status::Ok);
+  EXPECT_EQ(result, CutResult::Cut);
+  EXPECT_EQ(All(), "");  // all that is left was written after the place
+}
+
+TEST_F(RotatingFileTest, FilesThatAreNotTheNotedOneStayAsTheyAre) {
+  options.limits.bytes = 100;
+  FilePlace place;
+  {
+    RotatingFile file(options);
+    ASSERT_EQ(file.Open(0), Status::Ok);
+    ASSERT_TRUE(file.Append("aa\n", 0));
+    ASSERT_TRUE(file.Flush(0));
+    place = *file.Note();
+  }
+  CutResult result = CutResult::Cut;
+  Put("log", "a\n");
+  ASSERT_EQ(RotatingFile(options).CutBack(place, result), Status::Ok);
+  EXPECT_EQ(result, CutResult::Shorter);
+  Put("another", "another's\n");  // exists while the noted one is removed, so it cannot have the same id
+  fs::rename(Path("another"), Path("log"));
+  ASSERT_EQ(RotatingFile(options).CutBack(place, result), Status::Ok);
+  EXPECT_EQ(result, CutResult::Other);
+  EXPECT_EQ(All(), "another's\n");
+}
+
 TEST_F(RotatingFileTest, DirectoriesAreNoTargets) {
   fs::create_directory(Path("log"));
   EXPECT_EQ(RotatingFile(options).Open(0), Status::NotAFile);
   options.target = Path("nowhere/log");
-  EXPECT_EQ(RotatingFile(options).Open(0), Status::SystemError);
+  EXPECT_EQ(RotatingFile(options).Open(0), Status::NotFound);
 }
 
 #ifdef __unix__
+// Nothing has the target's name between the rotation and the next file.
+TEST_F(RotatingFileTest, LinkThatIsPlantedDuringARotationIsNotFollowed) {
+  Put("victim", "precious");
+  options.limits.bytes = 3;
+  options.limits.keep = 1;
+  RotatingFile file(options);
+  ASSERT_EQ(file.Open(0), Status::Ok);
+  std::atomic<bool> stop{false};
+  std::thread attacker([&] {
+    while (!stop) {
+      if (symlink(Path("victim").c_str(), Path("log").c_str()) == 0) std::this_thread::yield();
+    }
+  });
+  for (int i = 0; i < 20000 && !file.Failed(); ++i) file.Append("aa\n", 0) && file.Flush(0);
+  stop = true;
+  attacker.join();
+  EXPECT_EQ(Contents("victim"), "precious");
+  EXPECT_EQ(file.Failure(), Status::Exists);
+}
+
 TEST_F(RotatingFileTest, DevicesCanBeWrittenButNotRotated) {
   options.target = "/dev/full";
   {
@@ -318,6 +442,7 @@ TEST_F(RotatingFileTest, DevicesCanBeWrittenButNotRotated) {
     ASSERT_TRUE(file.Append("a\n", 0));
     EXPECT_FALSE(file.Flush(0));
     EXPECT_TRUE(file.Failed());
+    EXPECT_EQ(file.Failure().Reason(), "No space left on device");
     EXPECT_FALSE(file.Append("b\n", 0));
   }
   options.limits.bytes = 4;

@@ -4,13 +4,16 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "client/message/hex.h"
 #include "tests/support/files.h"
 #include "tests/support/program.h"
 #include "tests/support/ring_model.h"
@@ -46,6 +49,12 @@ class ShowCommand : public testing::Test {
     TestSupport::WriteBytes(folder.File(name), contents);
   }
 
+  std::vector<std::string> Lines(const std::string& arguments) const {
+    std::istringstream output(Run(arguments).out);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(output, line);) lines.push_back(line);
+    return lines;
+  }
   std::string Contents(const std::string& name) const { return TestSupport::ReadBytes(folder.File(name)); }
 
   Outcome Run(const std::string& arguments) const {
@@ -455,6 +464,40 @@ TEST_F(ShowCommand, ValuesThatMakeNoSenseAreUsageErrorsThatNameThem) {
   }
 }
 
+TEST_F(ShowCommand, ASourceThatIsNotThereIsReportedWithThoseThereAre) {
+  for (const char* const verb :
+       {"show --file Logs.dat", "show --count --file Logs.dat", "stats --file Logs.dat", "merge Logs.dat",
+        "export new.csv --force -o csv --file Logs.dat"}) {
+    const Outcome outcome = Run(std::string(verb) + " -s Eevn");
+    EXPECT_EQ(outcome.exitCode, 1) << verb;
+    EXPECT_NE(
+        outcome.err.find("-s 'Eevn': no source has this name; did you mean 'Even'? sources are Even, Odd\n"),
+        std::string::npos)
+        << verb << ": " << outcome.err;
+  }
+  EXPECT_NE(Run("show --file Logs.dat -s ev").err.find("did you mean 'Even'?"), std::string::npos);
+  EXPECT_NE(Run("show --file Logs.dat -s Camera").err.find("has this name; sources are Even, Odd\n"),
+            std::string::npos);
+  EXPECT_EQ(Run("show --file Logs.dat -q -s Camera").err, "");
+  EXPECT_EQ(Run("show --file Logs.dat -s Odd -g nothing").err, "");  // the source is there
+  EXPECT_EQ(Run("show --file Logs.dat -s 'O*' -t 0").err, "");
+  EXPECT_EQ(Run("show --file Logs.dat -s Camera -s Odd").err, "");  // something was found
+  log = RingModel(64);
+  for (int i = 0; i < 30; ++i) log.Submit(MakeBody(i, "text", "source " + std::to_string(i)));
+  log.Flush();
+  Save();
+  const std::string err = Run("show --file Logs.dat -s Camera").err;
+  EXPECT_NE(err.find(", source 26 and 10 more\n"), std::string::npos) << err;
+}
+
+TEST_F(ShowCommand, OfARepeatedSingleOptionTheLastOneCounts) {
+  EXPECT_EQ(Show("-n 1 -n 2"), "45");
+  EXPECT_EQ(Show("-t 0 -t 1"), "15");
+  EXPECT_EQ(Show("-r -r -n 2"), "54");
+  EXPECT_EQ(Show("-S now -S '2026-01-01 00:00:04'"), "45");
+  EXPECT_EQ(Show("-s even -s odd"), "012345");  // repeatable
+}
+
 TEST_F(ShowCommand, FilterFilesNameSources) {
   Put("some.filter", "# sources\n!Odd\nEven:0,2\nOdd\n");
   EXPECT_EQ(Show("--filter-file some.filter"), "024");
@@ -464,7 +507,7 @@ TEST_F(ShowCommand, FilterFilesNameSources) {
 
 TEST_F(ShowCommand, CursorGoesOnWhereItPointsAlsoInACopy) {
   const Outcome shown = Run("show --file Logs.dat -n 1 --show-cursor");
-  ASSERT_EQ(shown.err.rfind("cursor: c1.", 0), 0U) << shown.err;
+  ASSERT_EQ(shown.err.rfind("cursor: c2.", 0), 0U) << shown.err;
   const std::string cursor = shown.err.substr(8, shown.err.size() - 9);
   EXPECT_EQ(Show("--after-cursor " + cursor), "");
   Submit(6);
@@ -492,7 +535,7 @@ TEST_F(ShowCommand, CursorsOfTheJournalFormatAreAcceptedBack) {
   }
   ASSERT_EQ(cursors.size(), 8U);
   const std::string shown = Run("show --file Logs.dat -n 1 --show-cursor").err;
-  EXPECT_EQ("cursor: " + cursors.back() + "\n", shown);
+  EXPECT_EQ(shown.rfind("cursor: " + cursors.back() + "+", 0), 0U) << shown;
   const std::string all = "01234566";
   for (std::size_t i = 0; i < cursors.size(); ++i) {
     EXPECT_EQ(Show("--after-cursor " + cursors[i]), all.substr(i + 1)) << cursors[i];
@@ -500,6 +543,66 @@ TEST_F(ShowCommand, CursorsOfTheJournalFormatAreAcceptedBack) {
   }
   Run("export journal -o export --file Logs.dat");
   EXPECT_EQ(Contents("journal"), Run("show -o export --file Logs.dat").out);
+}
+
+TEST_F(ShowCommand, CursorsStayTheSameWhileMessagesComeAndGo) {
+  const auto cursors = [this] { return Lines("show -o template={cursor} --file Logs.dat"); };
+  const auto before = cursors();
+  ASSERT_EQ(before.size(), 6U);
+  log.Submit(MakeBody(2500, "late"));
+  log.Flush();
+  Save();
+  auto now = cursors();
+  EXPECT_EQ(now.size(), 7U);
+  now.erase(now.begin() + 3);
+  EXPECT_EQ(now, before);
+  for (int i = 7; i < 10; ++i) Submit(i);
+  log.Flush();
+  Save();
+  now = cursors();
+  const auto kept =
+      static_cast<std::size_t>(std::count_if(before.begin(), before.end(), [&now](const std::string& cursor) {
+        return std::count(now.begin(), now.end(), cursor) == 1;
+      }));
+  EXPECT_EQ(kept, 4U);  // the ring has 8 slots
+}
+
+// Equal messages have cursors of their own, and which messages are printed does not change them.
+TEST_F(ShowCommand, CursorsAreTheSameInEveryVerbAndSelection) {
+  for (int i = 0; i < 2; ++i) {
+    log.Submit(MakeBody(6000, "twin"));
+    log.Submit(MakeBody(6000, "other"));
+  }
+  log.Flush();
+  Save();
+  const std::string output = " -o template={text}={cursor} --file Logs.dat";
+  const auto all = Lines("show" + output);
+  ASSERT_EQ(std::set<std::string>(all.begin(), all.end()).size(), all.size());
+  for (const char* const way : {"show -n 1", "show -n 2", "show -n 3", "show -r", "show -r -n 3",
+                                "show -g twin", "show -n 1 -B 2", "show -S '2026-01-01 00:00:06'",
+                                "show --file Logs.dat", "merge", "show -n +7", "show -g other -B 1"}) {
+    for (const std::string& line : Lines(way + output))
+      EXPECT_NE(std::find(all.begin(), all.end(), line), all.end()) << way << ": " << line;
+  }
+  EXPECT_EQ(Lines("show -n 1" + output), std::vector<std::string>{all.back()});
+  Run("export copied -n 2" + output);
+  EXPECT_EQ(Contents("copied"), all[all.size() - 2] + "\n" + all.back() + "\n");
+}
+
+TEST_F(ShowCommand, CursorsOfEarlierVersionsAreAccepted) {
+  const std::string now = Lines("show -n 1 -o template={cursor} --file Logs.dat").front();
+  std::string old = "c1" + now.substr(2, now.rfind('.') - 2) + ".1.6";
+  std::uint32_t sum = 2166136261U;
+  for (const char letter : old) sum = (sum ^ static_cast<unsigned char>(letter)) * 16777619U;
+  std::ostringstream sumText;
+  sumText << std::hex << sum;
+  old += "." + sumText.str();
+  Submit(6);
+  log.Flush();
+  Save();
+  EXPECT_EQ(Show("--after-cursor " + old), "6");
+  Put("seen", old + "\n");
+  EXPECT_EQ(Show("--cursor-file seen"), "6");
 }
 
 TEST_F(ShowCommand, CursorFileGivesEachMessageOnceAndTellsLosses) {
@@ -526,6 +629,32 @@ TEST_F(ShowCommand, CursorFileGivesEachMessageOnceAndTellsLosses) {
     if (entry.path().filename().string().rfind("seen", 0) == 0) ++others;
   }
   EXPECT_EQ(others, 1);
+}
+
+TEST_F(ShowCommand, CursorFileHasThePlaceOfAnExportAndWhatAnOrderedRunHeldBack) {
+  EXPECT_EQ(Show("--cursor-file seen"), "012345");
+  const std::string seen = Contents("seen");
+  const std::size_t second = seen.find('\n') + 1;
+  const LogMessage held = log.Snapshot().slots[4];
+  std::string digits;
+  TamLogClient::AppendHex({reinterpret_cast<const char*>(&held), sizeof(held)}, digits);
+  const auto with = [&](const std::string& lines) {
+    Put("seen", seen.substr(0, second) + lines + seen.substr(second));
+  };
+  with("target 1 2f 3\nheld 1 " + digits + "\n");
+  Submit(6);
+  log.Flush();
+  Save();
+  EXPECT_EQ(Show("--cursor-file seen"), "46");
+  EXPECT_EQ(Show("--cursor-file seen"), "");
+  for (const std::string& wrong :
+       {std::string("target 1 2\n"), std::string("target 1 2 x\n"), std::string("target 1 2 3 4\n"),
+        std::string("held 1 00\n"), "held 1" + digits + "\n", "held x " + digits + "\n"}) {
+    with(wrong);
+    const Outcome refused = Run("show --file Logs.dat --cursor-file seen");
+    EXPECT_EQ(refused.exitCode, 2) << wrong;
+    EXPECT_NE(refused.err.find("is not a cursor file"), std::string::npos) << refused.err;
+  }
 }
 
 TEST_F(ShowCommand, CursorFileStaysWhenTheOutputFails) {

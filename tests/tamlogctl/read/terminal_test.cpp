@@ -135,6 +135,17 @@ TEST_F(OnTerminal, APagerThatDiesLeavesNoColor) {
   EXPECT_EQ(shown.substr(shown.size() - kPlain.size()), kPlain) << testing::PrintToString(shown);
 }
 
+TEST_F(OnTerminal, NothingToShowIsSaid) {
+  SaveOrdinary();
+  const std::string show = "show --no-pager --file Logs.dat ";
+  EXPECT_NE(Show(show + "-g nothing", "TERM=xterm").find("no entries\r\n"), std::string::npos);
+  EXPECT_NE(Show("show --file Logs.dat -n 0", "TERM=xterm").find("no entries\r\n"), std::string::npos);
+  EXPECT_EQ(Show(show + "-q -g nothing", "TERM=xterm"), "");
+  EXPECT_EQ(Show(show, "TERM=xterm").find("no entries"), std::string::npos);
+  EXPECT_EQ(Show(show + "--count -g nothing", "TERM=xterm"), "0\r\n");
+  EXPECT_EQ(Show(show + "-g nothing | cat", "TERM=xterm"), "");  // to a program
+}
+
 class HostileTexts : public OnTerminal {
  protected:
   HostileTexts() {
@@ -210,13 +221,13 @@ TEST_F(HostileTexts, NoVerbLetsThemReachTheTerminal) {
            "settings path " + hostile + " --apply"})
     commands.push_back(more);
   for (const std::string& command : commands) {
-    const std::string shown = Show(command, "TERM=xterm");
+    const std::string shown = Show(command, "TERM=xterm PAGER=");
     EXPECT_EQ(FirstControl(shown), "") << command;
     EXPECT_EQ(shown.find("\nend"), std::string::npos) << command;  // no line of their own
     EXPECT_FALSE(shown.empty() && command.find("export") == std::string::npos) << command;
   }
   EXPECT_EQ(FirstControl(Show("show --no-pager --color never --file " + file + " -o short",
-                              "TERM=xterm TAMLOGCTL_TYPE_NAMES=" + hostile)),
+                              "TERM=xterm PAGER= TAMLOGCTL_TYPE_NAMES=" + hostile)),
             "");
 }
 

@@ -81,11 +81,13 @@ TEST(LogPath, EveryFactThatStopsAServerIsNamed) {
   EXPECT_EQ(problem({.file = PathFile::Directory}), "is a directory|name a file in it");
   EXPECT_EQ(problem({.file = PathFile::InUse}), "another program has the file open|close that program");
   EXPECT_EQ(problem({.file = PathFile::Log, .readOnly = true}), "the file is read-only|");
-  EXPECT_EQ(problem({.createError = 123}), "the file cannot be created (error 123)|");
+  EXPECT_EQ(problem({.createError = 123, .createText = "Bad name (error 123)"}),
+            "the file cannot be created: Bad name (error 123)|");
   EXPECT_NE(problem({.serviceMayCreate = false}).find("does not let the service"), std::string::npos);
   // What this user may not do, the service may.
   EXPECT_EQ(problem({.createError = 5, .serviceMayCreate = true}), "|");
-  EXPECT_EQ(problem({.createError = 5}), "the file cannot be created (error 5)|");
+  EXPECT_EQ(problem({.createError = 5, .createText = "Access denied (error 5)"}),
+            "the file cannot be created: Access denied (error 5)|");
   EXPECT_EQ(problem({.freeBytes = 1000}), "|");
   EXPECT_NE(problem({.freeBytes = 999}).find("the log needs 1000 bytes, and only 999 bytes are free on Q:"),
             std::string::npos);

@@ -1,4 +1,4 @@
-#include "tamlogctl/commands/source_names.h"
+#include "tamlogctl/select/source_names.h"
 
 #include <cstddef>
 #include <set>
@@ -9,6 +9,7 @@
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/live_log.h"
 #include "tamlogctl/base/locale.h"
+#include "tamlogctl/base/plain_file.h"
 
 namespace TamLogCtl {
 
@@ -40,7 +41,8 @@ std::vector<std::string> SourceNames(const std::vector<std::string>& files) {
     LogSnapshot snapshot;
     if (Readable(ReadLiveLog(kPatienceMs, snapshot))) AddNames(snapshot, names);
   }
-  for (const std::string& file : files) AddNames(TamLogClient::ReadLogFile(file).snapshot, names);
+  for (const std::string& file : files)
+    AddNames(TamLogClient::ReadLogFile(PlainFileOf(file).path).snapshot, names);
   return {names.begin(), names.end()};
 }
 

@@ -1,7 +1,9 @@
-#include "tamlogctl/commands/suggestion.h"
+#include "tamlogctl/base/suggestion.h"
 
 #include <algorithm>
 #include <cstddef>
+
+#include "client/message/utf8.h"
 
 namespace TamLogCtl {
 
@@ -30,13 +32,19 @@ std::size_t Distance(const std::string& left, const std::string& right) {
 std::string NearestWord(const std::string& typed, const std::vector<std::string>& words) {
   constexpr std::size_t kLongest = 40;  // of a word that is worth comparing
   if (typed.empty() || typed.size() > kLongest) return "";
+  const auto inLowerCase = [](std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(), TamLogClient::LowerCase);
+    return text;
+  };
+  const std::string wanted = inLowerCase(typed);
   const std::size_t letters = typed.size() - std::min(typed.find_first_not_of('-'), typed.size());
   constexpr std::size_t kMostChanges = 3;
   std::size_t nearest = std::min(letters / 3, kMostChanges) + 1;
   std::string found;
   for (const std::string& word : words) {
-    const bool begins = letters >= 2 && word.starts_with(typed);
-    const std::size_t distance = begins ? 0 : Distance(typed, word);
+    const std::string lower = inLowerCase(word.substr(0, kLongest));
+    const bool begins = letters >= 2 && lower.starts_with(wanted);
+    const std::size_t distance = begins ? 0 : Distance(wanted, lower);
     if (distance >= nearest) continue;
     nearest = distance;
     found = word;

@@ -1,0 +1,202 @@
+#include "tamlogctl/server/stamp_text.h"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+
+#include "client/message/time_zone.h"
+#include "tamlogctl/base/locale.h"
+
+namespace TamLogCtl {
+
+namespace {
+
+using TamLogClient::TimeWords;
+
+// Reads a stamp from its front; once something does not fit, everything fails.
+class Scanner {
+ public:
+  explicit Scanner(std::string_view text) : rest(text) {}
+
+  bool Failed() const { return failed; }
+  std::string_view Rest() const { return rest; }
+  char Next() const { return rest.empty() ? '\0' : rest.front(); }
+
+  bool Skip(char letter) {
+    if (Next() != letter || rest.empty()) return false;
+    rest.remove_prefix(1);
+    return true;
+  }
+
+  // Takes one of `letters` and returns it.
+  char TakeOf(std::string_view letters) {
+    const char letter = Next();
+    if (rest.empty() || letters.find(letter) == std::string_view::npos) return Fail();
+    rest.remove_prefix(1);
+    return letter;
+  }
+
+  // Takes a number of exactly `digits` digits.
+  int TakeNumber(std::size_t digits) {
+    int number = 0;
+    for (std::size_t i = 0; i < digits; ++i) {
+      const char digit = TakeOf("0123456789");
+      number = number * 10 + (digit - '0');
+    }
+    return failed ? 0 : number;
+  }
+
+  // Takes the digits after the decimal point and returns milliseconds.
+  int TakeFraction() {
+    constexpr std::array<int, 3> kWorth{100, 10, 1};
+    int milliseconds = 0;
+    std::size_t digits = 0;
+    for (; IsDigit(Next()); ++digits) {
+      if (digits < kWorth.size()) milliseconds += kWorth[digits] * (Next() - '0');
+      rest.remove_prefix(1);
+    }
+    if (digits == 0) Fail();
+    return milliseconds;
+  }
+
+  static bool IsDigit(char letter) { return letter >= '0' && letter <= '9'; }
+
+ private:
+  char Fail() {
+    failed = true;
+    return '0';
+  }
+
+  std::string_view rest;
+  bool failed = false;
+};
+
+void TakeTimeOfDay(Scanner& from, TimeWords& words) {
+  words[3] = static_cast<std::int16_t>(from.TakeNumber(2));
+  from.TakeOf(":");
+  words[4] = static_cast<std::int16_t>(from.TakeNumber(2));
+  if (!from.Skip(':')) return;
+  words[5] = static_cast<std::int16_t>(from.TakeNumber(2));
+  if (from.Skip('.') || from.Skip(',')) words[6] = static_cast<std::int16_t>(from.TakeFraction());
+}
+
+// Takes Z, +01:00, +0100 or +01; nothing when no zone stands there.
+std::optional<int> TakeZone(Scanner& from) {
+  Scanner zone = from;
+  const bool blank = zone.Skip(' ');
+  std::optional<int> offset;
+  if (!blank && zone.Skip('Z')) {
+    offset = 0;
+  } else if (zone.Next() == '+' || zone.Next() == '-') {
+    const int sign = zone.TakeOf("+-") == '-' ? -1 : 1;
+    const int hours = zone.TakeNumber(2);
+    const bool colon = zone.Skip(':');
+    const int minutes = colon || Scanner::IsDigit(zone.Next()) ? zone.TakeNumber(2) : 0;
+    const char after = zone.Next();
+    const bool ends = after == '\0' || after == ' ' || after == '\t' || after == ']';
+    if (!zone.Failed() && ends && hours < 24 && minutes < 60) offset = sign * (hours * 60 + minutes);
+  }
+  if (offset) from = zone;
+  return offset;
+}
+
+std::string_view WithoutBlanks(std::string_view text) {
+  const std::size_t first = text.find_first_not_of(" \t");
+  return first == std::string_view::npos ? std::string_view() : text.substr(first);
+}
+
+// A stamp ends before a blank, a colon or the end of the line.
+bool EndsHere(const Scanner& scanner) {
+  const char after = scanner.Next();
+  return scanner.Rest().empty() || after == ' ' || after == '\t' || after == ':';
+}
+
+}  // namespace
+
+std::optional<Stamp> TakeIsoStamp(std::string_view& line) {
+  Scanner from(line);
+  const bool bracket = from.Skip('[');
+  Stamp stamp;
+  stamp.words[0] = static_cast<std::int16_t>(from.TakeNumber(4));
+  const char between = from.TakeOf("-/.");
+  stamp.words[1] = static_cast<std::int16_t>(from.TakeNumber(2));
+  if (!from.Skip(between)) return std::nullopt;
+  stamp.words[2] = static_cast<std::int16_t>(from.TakeNumber(2));
+  if (from.TakeOf(" T") == ' ') from.Skip(' ');
+  TakeTimeOfDay(from, stamp.words);
+  stamp.offset = TakeZone(from);
+  if (bracket && !from.Skip(']')) return std::nullopt;
+  if (from.Failed() || !EndsHere(from) || !TamLogClient::IsRealTime(stamp.words)) return std::nullopt;
+  from.Skip(':');
+  line = WithoutBlanks(from.Rest());
+  return stamp;
+}
+
+std::optional<Stamp> TakeSyslogStamp(std::string_view& line, const TimeWords& newest) {
+  constexpr std::string_view kMonths = "JanFebMarAprMayJunJulAugSepOctNovDec";
+  if (line.size() < 4 || line[3] != ' ') return std::nullopt;
+  const std::size_t month = kMonths.find(line.substr(0, 3));
+  if (month == std::string_view::npos || month % 3 != 0) return std::nullopt;
+  Scanner from(line.substr(4));
+  Stamp stamp;
+  stamp.words[1] = static_cast<std::int16_t>(month / 3 + 1);
+  stamp.words[2] = static_cast<std::int16_t>(from.TakeNumber(from.Skip(' ') ? 1 : 2));
+  from.TakeOf(" ");
+  TakeTimeOfDay(from, stamp.words);
+  if (from.Failed() || !EndsHere(from)) return std::nullopt;
+  constexpr std::int64_t kDayMs = 86400000;
+  const std::int64_t latest = TamLogClient::MillisecondsSince1970(newest, 0) + kDayMs;
+  // Four years back there is a 29th of February.
+  for (int year = newest[0]; year >= std::max(1, newest[0] - 8); --year) {
+    stamp.words[0] = static_cast<std::int16_t>(year);
+    if (!TamLogClient::IsRealTime(stamp.words) ||
+        TamLogClient::MillisecondsSince1970(stamp.words, 0) > latest)
+      continue;
+    line = WithoutBlanks(from.Rest());
+    return stamp;
+  }
+  return std::nullopt;
+}
+
+std::optional<Stamp> ParseStamp(std::string_view text) {
+  if (const auto words = TamLogClient::ParseTime(text)) return Stamp{*words, {}};
+  // The date has hyphens, too.
+  const std::size_t zone = text.size() < 11 ? std::string_view::npos : text.find_first_of("Z+-", 11);
+  if (zone == std::string_view::npos) {
+    std::string_view rest = text;
+    const auto stamp = TakeIsoStamp(rest);
+    return stamp && rest.empty() ? stamp : std::nullopt;
+  }
+  Scanner from(text.substr(zone));
+  const auto offset = TakeZone(from);
+  auto words = TamLogClient::ParseTime(text.substr(0, zone));
+  if (!words && offset) {
+    std::string_view rest = text.substr(0, zone);
+    if (const auto stamp = TakeIsoStamp(rest); stamp && rest.empty()) words = stamp->words;
+  }
+  if (!offset || !from.Rest().empty() || !words) return std::nullopt;
+  return Stamp{*words, offset};
+}
+
+TimeWords WordsAt(std::int64_t milliseconds) {
+  namespace chrono = std::chrono;
+  const auto moment = chrono::sys_time<chrono::milliseconds>(chrono::milliseconds(milliseconds));
+  const auto day = chrono::floor<chrono::days>(moment);
+  const chrono::year_month_day date(day);
+  const chrono::hh_mm_ss time(moment - day);
+  const auto word = [](auto value) { return static_cast<std::int16_t>(value); };
+  return {word(static_cast<int>(date.year())),
+          word(static_cast<unsigned>(date.month())),
+          word(static_cast<unsigned>(date.day())),
+          word(time.hours().count()),
+          word(time.minutes().count()),
+          word(time.seconds().count()),
+          word(time.subseconds().count()),
+          0};
+}
+
+TimeWords LocalTimeAt(std::int64_t milliseconds) {
+  return WordsAt(milliseconds + std::int64_t{OffsetAtUtc(WordsAt(milliseconds))} * 60000);
+}
+
+}  // namespace TamLogCtl
