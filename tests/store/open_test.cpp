@@ -479,9 +479,11 @@ TEST_F(OpenFile, ACloseByAnotherThreadEndsAnOpenAndLeavesNothingBehind) {
   }
   opening.join();
   closeFailures.erase("");
-  // A close that comes while the open maps the view or closes it finds only a part of the objects.
+  // A close that comes in the middle of the open finds a part of the objects, or a view of the old size.
   for (const std::string& closing : closeFailures) {
-    EXPECT_TRUE(closing.ends_with("some handles or pointers are invalid")) << closing;
+    EXPECT_TRUE(closing.ends_with("some handles or pointers are invalid") ||
+                closing.starts_with("Failed to force log file changes to be saved to disk"))
+        << closing;
   }
   EXPECT_TRUE(failure.ends_with("some handles or pointers are invalid")) << failure;
   reader.reset();
