@@ -184,7 +184,7 @@ void ReadOnce(const DoctorOptions& options, Observations& seen) {
   seen.readKnown = true;
   seen.readFailed = status != Status::Ok;
   seen.readProblem = StatusText(status);
-  seen.holdMicroseconds = reader.LastCopyMicroseconds();
+  seen.copyMicroseconds = reader.LastCopyMicroseconds();
 }
 
 const char* WordOf(FindingState state) {

@@ -11,7 +11,6 @@ namespace TamLogCtl {
 
 namespace {
 
-constexpr std::uint64_t kLongHoldMicroseconds = 50000;
 constexpr std::uint32_t kErrorAccessDenied = 5;
 
 std::string Number(std::uint64_t value) {
@@ -197,11 +196,7 @@ void CheckRead(const Observations& seen, Findings& out) {
   if (seen.readFailed) {
     return out.Fail("read", seen.readProblem, "see the findings above; look again in a few seconds");
   }
-  const std::string took = "read access was held for " + Number(seen.holdMicroseconds) + " microseconds";
-  if (seen.holdMicroseconds > kLongHoldMicroseconds) {
-    return out.Warn("read", took, "the server waits as long: the machine is busy, or its memory is full");
-  }
-  out.Ok("read", took);
+  out.Ok("read", "the newest messages were copied in " + Number(seen.copyMicroseconds) + " microseconds");
 }
 
 }  // namespace

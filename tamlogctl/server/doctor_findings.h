@@ -95,7 +95,7 @@ struct Observations {
   bool readKnown = false;  // one read was tried
   bool readFailed = false;
   std::string readProblem;
-  std::uint64_t holdMicroseconds = 0;  // how long the read held read access
+  std::uint64_t copyMicroseconds = 0;  // how long the read took
 };
 
 // Returns one finding for each check, in the order of the checks.

@@ -39,7 +39,7 @@ struct Findings {
   LogFileHeader header{};  // read without read access, so that this program is not counted as a reader
   std::string oldest;
   std::string newest;
-  std::uint64_t holdMicroseconds = 0;
+  std::uint64_t copyMicroseconds = 0;
 };
 
 void AskServer(const StatusOptions& options, Findings& found) {
@@ -85,7 +85,7 @@ void ReadLog(const StatusOptions& options, Findings& found) {
   found.log = reader.Open();
   if (found.log == Status::Ok) found.log = reader.Look(found.header);
   if (found.log == Status::Ok) found.log = FindEnds(reader, options.timeoutMs, found);
-  found.holdMicroseconds = reader.LastCopyMicroseconds();
+  found.copyMicroseconds = reader.LastCopyMicroseconds();
   reader.Close();
 }
 
@@ -211,7 +211,7 @@ std::string AsJson(const Findings& found) {
     json.emplace_back("rewrite_count", found.header.rewriteCount);
     json.emplace_back("next_sequence", found.header.nextSequence);
     json.emplace_back("readers_inside", found.header.readCount);
-    json.emplace_back("read_hold_us", found.holdMicroseconds);
+    json.emplace_back("read_us", found.copyMicroseconds);
   }
   return WriteJson(json, 2) + "\n";
 }

@@ -222,10 +222,10 @@ class SoakRun : public SystemTest {
     }
     EXPECT_EQ(witness.Blocked(), 0U);
     for (const std::string& fault : witness.Faults()) ADD_FAILURE() << fault;
-    Note("the witness: " + std::to_string(witness.Looks().size()) +
-         " copies of the log, read access held for " + std::to_string(witness.LongestHoldMicroseconds()) +
-         " us at most, write-wait signalled " + std::to_string(witness.Rescues()) + " times, " +
-         std::to_string(witness.Twice()) + " messages met twice in a small ring");
+    Note("the witness: " + std::to_string(witness.Looks().size()) + " copies of the log, each in at most " +
+         std::to_string(witness.LongestCopyMicroseconds()) + " us, write-wait signalled " +
+         std::to_string(witness.Rescues()) + " times, " + std::to_string(witness.Twice()) +
+         " messages met twice in a small ring");
   }
 
   Account JudgeMessages(const DriverFeeder& feeder, const Witness& witness, const SeenMessages& seen) {

@@ -78,7 +78,7 @@ void Witness::Copy() {
 
 void Witness::TakeIn(Look look) {
   const LogFileHeader& header = snapshot.header;
-  longestHold = std::max(longestHold, reader.LastCopyMicroseconds());
+  longestCopy = std::max(longestCopy, reader.LastCopyMicroseconds());
   lastChange = header.changeCount;
   look.changeCount = header.changeCount;
   look.rewriteCount = header.rewriteCount;

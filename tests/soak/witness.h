@@ -42,7 +42,7 @@ class Witness {
   std::uint64_t Twice() const { return twice; }      // in rings where that is not a fault
   std::uint64_t Rescues() const { return rescues; }  // see Rescue
   std::uint64_t Blocked() const { return blocked; }  // copies that were not available in time
-  std::uint64_t LongestHoldMicroseconds() const { return longestHold; }
+  std::uint64_t LongestCopyMicroseconds() const { return longestCopy; }
 
  private:
   void Run();
@@ -68,7 +68,7 @@ class Witness {
   std::uint64_t twice = 0;
   std::uint64_t rescues = 0;
   std::uint64_t blocked = 0;
-  std::uint64_t longestHold = 0;
+  std::uint64_t longestCopy = 0;
   std::atomic<bool> stopping{false};
   std::thread thread;
 };

@@ -213,7 +213,7 @@ TEST_F(Administration, HealthyServerWithAMillionMessagesIsHealthy) {
   StartService();
   ASSERT_EQ(Header().messageCount, kMessages);
   Expect("doctor", 0, "ok    header   1000000 of 1000000 messages");
-  Expect("doctor", 0, "ok    read     read access was held for ");
+  Expect("doctor", 0, "ok    read     the newest messages were copied in ");
 }
 
 TEST_F(Administration, StopOfAServiceThatIsRemovedMeanwhileEndsAtOnce) {
