@@ -434,12 +434,12 @@ typedef struct tamlog_view {
 
 typedef void(TAMLOG_CALL* tamlog_view_function)(void* context, const tamlog_view* view);
 
-/* Calls `look` with the log in place, on this thread, while the server goes on writing. What `look` saw counts
- * only when TAMLOG_OK is returned; otherwise the server may have written meanwhile. `look` is called again with
- * a new view until a call was not disturbed, so each call begins from nothing and keeps its result apart until
- * then. `look` must not throw or call this library, except tamlog_view_is_spent. A call that takes longer than
- * `budget_us`, or 150 ms, is in vain. TAMLOG_TIMED_OUT: no call counted within the reader's time-out, or the
- * last one exceeded its budget. A reader of a file returns TAMLOG_NOT_SUPPORTED. */
+/* Calls `look` with the log in place, on this thread, while the server goes on writing. What `look` saw
+ * counts only when TAMLOG_OK is returned; otherwise the server may have written meanwhile. `look` is called
+ * again with a new view until a call was not disturbed, so each call begins from nothing and keeps its result
+ * apart until then. `look` must not throw or call this library, except tamlog_view_is_spent. A call that
+ * takes longer than `budget_us`, or 150 ms, is in vain. TAMLOG_TIMED_OUT: no call counted within the reader's
+ * time-out, or the last one exceeded its budget. A reader of a file returns TAMLOG_NOT_SUPPORTED. */
 TAMLOG_API tamlog_status TAMLOG_CALL tamlog_reader_with_view(tamlog_reader* reader, uint32_t budget_us,
                                                              tamlog_view_function look, void* context);
 /* Returns 1 when the budget's time is over, else 0. */

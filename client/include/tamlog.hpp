@@ -377,9 +377,9 @@ class Reader {
     return static_cast<Change>(change);
   }
 
-  // Calls `look(const tamlog_view&)` with the log in place, while the server goes on writing; more than once when
-  // the server wrote meanwhile, so each call begins from nothing. See tamlog_reader_with_view. An exception of
-  // `look` is rethrown. Returns false when no call counted.
+  // Calls `look(const tamlog_view&)` with the log in place, while the server goes on writing; more than once
+  // when the server wrote meanwhile, so each call begins from nothing. See tamlog_reader_with_view. An
+  // exception of `look` is rethrown. Returns false when no call counted.
   template <class Look>
   bool WithView(std::uint32_t budgetUs, Look&& look) {
     using Target = std::remove_reference_t<Look>;
