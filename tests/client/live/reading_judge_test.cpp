@@ -76,7 +76,11 @@ using TamLogClient::LogTail;
 using TamLogClient::LogView;
 using TamLogClient::Status;
 
-constexpr char kMap[] = "Global\\TamLogReadingJudgeMap";
+// Rings are judged at the same time, each in a process of its own.
+std::string NameOf(const char* role) {
+  return "Global\\TamLogReadingJudge" + std::string(role) + std::to_string(GetCurrentProcessId());
+}
+
 constexpr std::size_t kTail = 100;
 constexpr DWORD kFirstFlushMs = 210;  // the server's own pause between its start and its first flush
 
@@ -182,9 +186,8 @@ class ReadingJudge : public testing::TestWithParam<std::uint32_t> {
   }
 
   void Open() {
-    server->OpenFile(kMap, "Global\\TamLogReadingJudgeLock", "Global\\TamLogReadingJudgeRead",
-                     "Global\\TamLogReadingJudgeWrite");
-    mapping = OpenFileMappingA(FILE_MAP_READ, FALSE, kMap);
+    server->OpenFile(NameOf("Map"), NameOf("HeaderLock"), NameOf("ReadWait"), NameOf("WriteWait"));
+    mapping = OpenFileMappingA(FILE_MAP_READ, FALSE, NameOf("Map").c_str());
     view = static_cast<const char*>(MapViewOfFile(mapping, FILE_MAP_READ, 0, 0, 0));
     NoteState();
   }
@@ -251,7 +254,7 @@ class ReadingJudge : public testing::TestWithParam<std::uint32_t> {
     Table own;
     std::vector<Sight> seen;
     while (copies < Wanted(GetParam())) {
-      if (!reader.IsOpen() && reader.Open(kMap) != Status::Ok) {
+      if (!reader.IsOpen() && reader.Open(NameOf("Map")) != Status::Ok) {
         Sleep(5);
         continue;
       }
