@@ -100,7 +100,19 @@ class LiveFiles : public SystemTest {
     const CommandReport report = RunTool(ExportTo("log", more + " --for 2"));
     EXPECT_EQ(report.exitCode, 0U) << report.output;
     EXPECT_EQ(report.output.find("twice"), std::string::npos) << report.output;
-    EXPECT_EQ(Lines("log"), Texts(0, kMessages));
+    ExpectLines(Lines("log"), Texts(0, kMessages));
+  }
+  // Shows the lines around the first difference.
+  static void ExpectLines(const std::vector<std::string>& found, const std::vector<std::string>& wanted) {
+    const auto [at, unused] = std::mismatch(found.begin(), found.end(), wanted.begin(), wanted.end());
+    if (found == wanted) return;
+    const auto first = static_cast<std::size_t>(at - found.begin());
+    std::string around;
+    for (std::size_t i = first < 3 ? 0 : first - 3; i < std::min(first + 3, found.size()); ++i) {
+      around += found[i].substr(0, 20) + "\n";
+    }
+    ADD_FAILURE() << found.size() << " lines, not " << wanted.size() << "; line " << first + 1 << " differs:\n"
+                  << around;
   }
   std::string ExportTo(const std::string& name, const std::string& more) const {
     return "export " + Quoted(name) + " -o cat --follow --interval 20 --cursor-file " + Quoted("cursor") +
