@@ -85,7 +85,7 @@ std::optional<std::uint32_t> ProcessOf(const ServiceReport& report) {
   return report.processId;
 }
 
-void AskServer(const DoctorOptions& options, const ServiceReport& report, std::string& path,
+void AskServer(const DoctorOptions& options, const ServiceReport& report, std::optional<std::string>& path,
                Observations& seen) {
   const StoredLengths stored = ReadStoredLengths();
   seen.longestStoredFilter = stored.longestFilter;
@@ -106,14 +106,14 @@ void AskServer(const DoctorOptions& options, const ServiceReport& report, std::s
   seen.pollMs = settings.devicePollRate;
   seen.saveSeconds = settings.saveRate;
   seen.typeMask = settings.typeFilter;
-  if (stored.PathFits()) client.GetLogFile(path);
+  std::string answered;
+  if (stored.PathFits() && client.GetLogFile(answered) == Status::Ok) path = std::move(answered);
   if (stored.longestFilter <= kLongestFilter)
     seen.filtersKnown = client.GetFilters(seen.filters) == Status::Ok;
 }
 
 // The path may come from any user of the pipe: its text is judged before the system sees it.
 void LookAtPath(const std::string& path, std::uint64_t bytes, Observations& seen) {
-  if (path.empty()) return;
   const std::string shown = AnsiToUtf8(path);
   seen.logFile = shown;
   seen.pathProblem = PathTextProblem(shown, path.size());
@@ -270,9 +270,11 @@ int Doctor(const DoctorOptions& options) {
     const ServiceReport report = QueryService();
     LookAtService(report, seen);
     const StoredPath stored = ReadStoredPath();
-    std::string path = stored.path;
+    std::optional<std::string> path;
+    if (stored.there) path = stored.path;
     AskServer(options, report, path, seen);
-    LookAtPath(path, LogFileSize(seen.settingsKnown ? seen.requestedCapacity : stored.capacity), seen);
+    const std::uint32_t capacity = seen.settingsKnown ? seen.requestedCapacity : stored.capacity;
+    if (path) LookAtPath(*path, LogFileSize(capacity), seen);
     LookAtObjects(examiner, options, report.processId, seen);
     LookAtNames(seen);
     if (options.unstick) done = Unstick(examiner, seen);

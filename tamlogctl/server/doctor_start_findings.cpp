@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "client/log/ring.h"
 #include "tamlogctl/server/log_path.h"
 
 namespace TamLogCtl {
@@ -33,7 +34,8 @@ bool CheckFailure(const Observations& seen, Findings& out) {
     out.Fail("service", found, AdviceAfterFailure(seen));
     return true;
   }
-  const bool serves = seen.pipe != PipeState::Absent && seen.mapped;
+  // A header that is written over keeps readers out of a server that serves.
+  const bool serves = seen.pipe == PipeState::Answers || (seen.pipe != PipeState::Absent && seen.mapped);
   if (seen.service != ServiceState::Running || serves || reason.empty()) return false;
   out.Fail("service", "running, but its last restart failed" + reason,
            seen.pathProblem.empty() ? "remove the cause, then: tamlogctl server restart"
@@ -96,7 +98,10 @@ void CheckPath(const Observations& seen, Findings& out) {
     return out.Fail("path", subject + ": " + seen.pathProblem + "; the next start would fail",
                     PathAdvice(seen));
   }
-  if (seen.pathTakesFile) {
+  // The running server's own file looks so when the shared header is written over: that is its own finding.
+  const bool headerFails =
+      seen.mapped && seen.log.header.serverRunning != 0 && !TamLogClient::RingIsSound(seen.log.header);
+  if (seen.pathTakesFile && !headerFails) {
     return out.Fail("path", seen.logFile + " is not a log; the next start would empty it", PathAdvice(seen));
   }
   if (!seen.logFile.empty())

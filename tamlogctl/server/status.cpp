@@ -123,7 +123,8 @@ void AppendServer(const Findings& found, std::string& out) {
   out += LineOf("pipe", found.pipe == Status::Ok ? "answers" : StatusText(found.pipe));
   if (found.pipe != Status::Ok) return;
   const auto inEffect = found.log == Status::Ok ? std::optional(found.header.maxMessages) : std::nullopt;
-  out += LineOf("file", found.logFile.empty() ? "unknown" : Shown(AnsiToUtf8(found.logFile)));
+  out += LineOf("file", found.logFile.empty() ? "none or too long; see: tamlogctl doctor"
+                                              : Shown(AnsiToUtf8(found.logFile)));
   out += LineOf("mapping",
                 Shown(found.mapName) + (found.mapName == kFileMapName ? "" : ", which is not the server's"));
   out += LineOf("settings", CapacityText(found.settings.maxMessage, inEffect));
