@@ -43,6 +43,12 @@ bool CheckFailure(const Observations& seen, Findings& out) {
   return true;
 }
 
+// A start that waits for an event of another program's making does not end, and accepts no stop.
+std::string ForcedEnd(const Observations& seen) {
+  if (seen.serviceProcess == 0) return "end the service's process as an administrator";
+  return "as an administrator: taskkill /F /PID " + std::to_string(seen.serviceProcess);
+}
+
 std::string PathAdvice(const Observations& seen) {
   std::string advice = seen.pathAdvice.empty() ? "" : seen.pathAdvice + "; or set another path: ";
   if (seen.pipe == PipeState::Answers) return advice + "tamlogctl settings path FILE";
@@ -50,6 +56,11 @@ std::string PathAdvice(const Observations& seen) {
 }
 
 }  // namespace
+
+bool ProcessLives(const Observations& seen) {
+  return !seen.serviceFailed &&
+         (seen.service == ServiceState::Running || seen.service == ServiceState::Pending);
+}
 
 std::string HoldersText(const std::vector<std::string>& holders) {
   if (holders.empty()) return "its holder cannot be seen (an administrator sees more)";
@@ -59,7 +70,7 @@ std::string HoldersText(const std::vector<std::string>& holders) {
 }
 
 void CheckService(const Observations& seen, Findings& out) {
-  const char* const advice = ServiceAdvice(seen.service);
+  const std::string advice = ServiceAdvice(seen.service);
   if (seen.everyoneMayControl == false) {
     out.Warn("rights", "ordinary users may not start and stop the service, as its installation intends",
              "as an administrator: tamlogctl doctor --restore-rights");
@@ -79,7 +90,7 @@ void CheckService(const Observations& seen, Findings& out) {
     case ServiceState::Stopped:
       return out.Fail("service", "installed, but stopped", advice);
     case ServiceState::Pending:
-      return out.Warn("service", "starting or stopping", advice);
+      return out.Warn("service", "starting or stopping", advice + "; if that lasts, " + ForcedEnd(seen));
     case ServiceState::Running:
       return out.Ok("service", "installed and running");
   }
@@ -111,6 +122,11 @@ void CheckPath(const Observations& seen, Findings& out) {
 
 void CheckNames(const Observations& seen, Findings& out) {
   for (const HeldName& held : seen.heldNames) {
+    if (ProcessLives(seen)) {
+      out.Warn("names", held.name + " is " + HoldersText(held.holders) + " while the service does not answer",
+               "if that lasts: end that process, then " + ForcedEnd(seen) + ", then: " + kStart);
+      continue;
+    }
     out.Fail("names", held.name + " exists although the server does not run; " + HoldersText(held.holders),
              std::string("end that process, then: ") + kStart);
   }

@@ -157,6 +157,20 @@ TEST(DoctorFindings, NamesThatExistWithoutAServerAreNamedWithTheirHolders) {
   ExpectBad(seen, "service", FindingState::Failure, "free the names");
 }
 
+// An event of another program's making keeps a start waiting for ever.
+TEST(DoctorFindings, StartThatHangsNamesTheHoldersAndTheForcedEnd) {
+  Observations seen = Healthy();
+  seen.service = ServiceState::Pending;
+  seen.serviceProcess = 77;
+  seen.pipe = PipeState::Absent;
+  seen.heldNames = {{"Global\\TamLogServiceReadWaitEvent", {"process 9 (squatter.exe)"}}};
+  ExpectBad(seen, "service", FindingState::Warning, "if that lasts, as an administrator: taskkill /F /PID 77");
+  ExpectBad(seen, "names", FindingState::Warning,
+            "ReadWaitEvent is held by process 9 (squatter.exe) while the service does not answer\nif that "
+            "lasts: end that process, then as an administrator: taskkill /F /PID 77, then: tamlogctl server "
+            "start");
+}
+
 TEST(DoctorFindings, FailedStartIsNamedWithItsReason) {
   Observations seen = Healthy();
   seen.service = ServiceState::Stopped;
