@@ -110,7 +110,7 @@ std::string ListOf(const std::vector<FilterEntry>& filters, bool include) {
   for (const FilterEntry& filter : filters) {
     if (filter.include != include) continue;
     list += list.empty() ? "" : ", ";
-    list += filter.text.empty() ? "\"\" (matches everything)" : Shown(filter.text);
+    list += FilterForShow(filter) + (filter.text.empty() ? " (matches everything)" : "");
   }
   return list.empty() ? "none" : list;
 }

@@ -164,7 +164,8 @@ TEST(DoctorFindings, StartThatHangsNamesTheHoldersAndTheForcedEnd) {
   seen.serviceProcess = 77;
   seen.pipe = PipeState::Absent;
   seen.heldNames = {{"Global\\TamLogServiceReadWaitEvent", {"process 9 (squatter.exe)"}}};
-  ExpectBad(seen, "service", FindingState::Warning, "if that lasts, as an administrator: taskkill /F /PID 77");
+  ExpectBad(seen, "service", FindingState::Warning,
+            "if that lasts, as an administrator: taskkill /F /PID 77");
   ExpectBad(seen, "names", FindingState::Warning,
             "ReadWaitEvent is held by process 9 (squatter.exe) while the service does not answer\nif that "
             "lasts: end that process, then as an administrator: taskkill /F /PID 77, then: tamlogctl server "
