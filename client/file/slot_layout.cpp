@@ -227,11 +227,15 @@ void Walker::BeginRest() {
 }
 
 // Bytes of the file's beginning may have been lost. Then the header's numbers are not where they should be,
-// unless the lock names are.
+// unless the lock names are. A first slot without a possible time is no proof of that: a sender can choose its
+// bytes so that they look like a message when they are read a little earlier.
 void Walker::FindFirstSlot() {
-  if (Look(at).isMessage) return;
+  const Seen here = Look(at);
+  if (here.isMessage) return;
   const std::size_t found = FindMessage(image.View(0, kSlotsOffset + kSlotSize), 0, kSlotsOffset);
   if (found == std::string_view::npos) return;
+  const bool oneOnly = !Look(found + kSlotSize).isMessage;
+  if ((oneOnly && image.SizeFits()) || GridGoesOn(here, Look(at + kSlotSize), found)) return;
   if (image.View(kLockNamesOffset, kNamesBegin.size()) != kNamesBegin) Part().headerTrusted = false;
   const auto bytes = static_cast<std::int64_t>(found) - static_cast<std::int64_t>(kSlotsOffset);
   Part().breaks.push_back({found, found, bytes, 0});

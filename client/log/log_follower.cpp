@@ -24,8 +24,9 @@ bool IsRegular(const LogSnapshot& snapshot, const std::vector<std::uint32_t>& ri
 
 // The counters of one run of the log never fall. Those of a damaged header mean nothing.
 bool CountersGoOn(const LogFileHeader& before, const LogFileHeader& now) {
-  return RingIsSound(before) && now.maxMessages == before.maxMessages && now.changeCount >= before.changeCount &&
-         now.rewriteCount >= before.rewriteCount && now.nextSequence >= before.nextSequence;
+  return RingIsSound(before) && now.maxMessages == before.maxMessages &&
+         now.changeCount >= before.changeCount && now.rewriteCount >= before.rewriteCount &&
+         now.nextSequence >= before.nextSequence;
 }
 
 // Returns whether `appended` appends lead from one sound header to the other.
@@ -62,10 +63,6 @@ struct LogFollower::Comparison {
   std::vector<Candidate> candidates;  // the messages of the snapshot, oldest first
   std::uint64_t knownInRing = 0;
   std::uint64_t doubtful = 0;
-
-  bool WasRewritten(const LogFileHeader& last) const {
-    return snapshot->header.rewriteCount != last.rewriteCount;
-  }
 };
 
 void LogFollower::Start(const LogSnapshot& snapshot) {
@@ -88,7 +85,7 @@ void LogFollower::Resume(const FollowerMemory& memory) {
   firstCopies.clear();
   for (const KnownMessage& each : memory.known) {
     if (each.isFirstCopy) {
-      firstCopies.push_back(each);
+      firstCopies[each.identity].emplace(each.number, each.key);
     } else {
       departed[each.identity] = {each.count, each.unnumbered, each.key, each.number};
     }
@@ -116,7 +113,9 @@ FollowerMemory LogFollower::Remembered(std::size_t mostMessages) const {
     memory.known.push_back(
         {identity, each.key, each.count, std::min(each.unnumbered, each.count), each.number});
   }
-  memory.known.insert(memory.known.end(), firstCopies.begin(), firstCopies.end());
+  for (const auto& [identity, copies] : firstCopies) {
+    for (const auto& [number, key] : copies) memory.known.push_back({identity, key, 1, 0, number, true});
+  }
   for (std::uint32_t slot = 0; slot < slots.size(); ++slot) {
     const Slot& each = slots[slot];
     if (each.copied && WasValid(slot))
@@ -261,11 +260,11 @@ bool LogFollower::Recognize(Comparison& comparison, const Candidate& candidate) 
 }
 
 bool LogFollower::RecognizeCopy(const Candidate& candidate) {
-  const auto copy = std::find_if(firstCopies.begin(), firstCopies.end(), [&](const KnownMessage& each) {
-    return each.identity == candidate.identity && each.number == candidate.number;
-  });
-  if (copy == firstCopies.end()) return false;
-  firstCopies.erase(copy);
+  const auto copies = firstCopies.find(candidate.identity);
+  if (copies == firstCopies.end()) return false;
+  const auto copy = copies->second.find(candidate.number);
+  if (copy == copies->second.end()) return false;
+  copies->second.erase(copy);
   return true;
 }
 
@@ -420,7 +419,7 @@ FollowStep LogFollower::TakeRewritten(const LogSnapshot& snapshot, bool reopened
     if (each.isNew) step.messages.push_back({each.slot, false});
   }
   step.cleared = last.messageCount > 0 && comparison.knownInRing == 0 && !snapshot.Full();
-  step.rewritten = comparison.WasRewritten(last);
+  step.rewritten = snapshot.header.rewriteCount != last.rewriteCount;
   if (step.cleared) suspect = false;
   if (step.cleared || comparison.run == Run::Other) comparison.known.clear();
   Remember(snapshot, comparison.candidates, std::move(comparison.known));

@@ -14,6 +14,7 @@
 // A follower belongs to one thread.
 
 #include <cstdint>
+#include <map>
 #include <unordered_map>
 #include <vector>
 
@@ -112,9 +113,11 @@ class LogFollower {
   };
 
   LogFileHeader last{};
-  std::vector<Slot> slots;                // of `last`
-  KnownMessages departed;                 // reported, no longer in the ring, but able to come back
-  std::vector<KnownMessage> firstCopies;  // of the memory, until the first snapshot after it
+  std::vector<Slot> slots;  // of `last`
+  KnownMessages departed;   // reported, no longer in the ring, but able to come back
+  // First copies of the memory, by their numbers, with their keys; until the first snapshot after a resume.
+  std::unordered_map<MessageIdentity, std::multimap<std::uint64_t, std::uint64_t>, MessageIdentityHash>
+      firstCopies;
   // The whole ring may have been rewritten: then new messages overwrite the newest ones, which the server
   // still holds and may write again later. Ends once every slot has a number from `suspectUntil` on.
   bool suspect = true;

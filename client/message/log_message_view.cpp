@@ -1,32 +1,46 @@
 #include "client/message/log_message_view.h"
 
-#include <cstring>
+#include <random>
+
+#include "client/message/blake2b.h"
 
 namespace TamLogClient {
 
 namespace {
 
-constexpr std::uint64_t kLowFactor = 0x9E3779B97F4A7C15U;
-constexpr std::uint64_t kHighFactor = 0xC2B2AE3D27D4EB4FU;
+struct TableKey {
+  std::uint64_t low = 0;
+  std::uint64_t high = 0;
+};
 
-std::uint64_t Mix(std::uint64_t state, std::uint64_t word, std::uint64_t factor) {
-  state = (state ^ word) * factor;
-  return state ^ (state >> 29U);
+std::uint64_t RandomWord(std::random_device& random) {
+  return (std::uint64_t{random()} << 32U) ^ random();
+}
+
+const TableKey& KeyOfThisProcess() {
+  static const TableKey key = [] {
+    std::random_device random;
+    return TableKey{RandomWord(random), RandomWord(random)};
+  }();
+  return key;
+}
+
+std::uint64_t Mix(std::uint64_t state) {
+  state = (state ^ (state >> 32U)) * 0xD6E8FEB86659FD93U;
+  state = (state ^ (state >> 32U)) * 0xD6E8FEB86659FD93U;
+  return state ^ (state >> 32U);
 }
 
 }  // namespace
 
 MessageIdentity IdentityOf(const LogMessageBody& body) {
-  std::array<unsigned char, (sizeof(LogMessageBody) + 7) / 8 * 8> bytes{};
-  std::memcpy(bytes.data(), &body, sizeof(body));
-  MessageIdentity identity{kHighFactor, kLowFactor};
-  for (std::size_t at = 0; at < bytes.size(); at += sizeof(std::uint64_t)) {
-    std::uint64_t word = 0;
-    std::memcpy(&word, bytes.data() + at, sizeof(word));
-    identity.low = Mix(identity.low, word, kLowFactor);
-    identity.high = Mix(identity.high, word + at, kHighFactor);
-  }
-  return identity;
+  const auto digest = Blake2b128(&body, sizeof(body));
+  return {digest[0], digest[1]};
+}
+
+std::size_t MessageIdentityHash::operator()(const MessageIdentity& identity) const {
+  const TableKey& key = KeyOfThisProcess();
+  return Mix(Mix(identity.low ^ key.low) + (identity.high ^ key.high));
 }
 
 }  // namespace TamLogClient

@@ -43,8 +43,9 @@ class LogMessageView {
   const LogMessage* message;
 };
 
-// Identifies a message: a 128-bit digest of the 546 bytes that its sender submitted. Equal messages have
-// equal digests; callers count their occurrences. The digest is not cryptographic.
+// Identifies a message: a 128-bit digest (BLAKE2b) of the 546 bytes that its sender submitted. Equal messages
+// have equal digests, in every process; callers count their occurrences. No sender can construct two messages
+// with the same digest.
 struct MessageIdentity {
   std::uint64_t low = 0;
   std::uint64_t high = 0;
@@ -53,10 +54,10 @@ struct MessageIdentity {
 
 MessageIdentity IdentityOf(const LogMessageBody& body);
 
+// Where an identity goes in a table. Mixed with a key that each process makes at random: a sender that
+// chooses its messages by their digests cannot make them meet in one place.
 struct MessageIdentityHash {
-  std::size_t operator()(const MessageIdentity& identity) const {
-    return static_cast<std::size_t>(identity.low);
-  }
+  std::size_t operator()(const MessageIdentity& identity) const;
 };
 
 }  // namespace TamLogClient

@@ -121,7 +121,7 @@ class PlainFiles {
                       name + ": the " + NameOf(format) + " data end too early; the rest is missing");
       case Decompressed::Corrupt:
         return Refuse(kDamaged, name + ": the " + NameOf(format) +
-                                    " data are damaged; only what comes before the damage is read");
+                                    " data are damaged; what is read from them may be wrong or incomplete");
       case Decompressed::TooLarge:
         return Refuse(kNotALog, name + " is no log (it has more than " + std::to_string(kMostBytes) +
                                     " bytes when decompressed, more than any log)");

@@ -36,12 +36,14 @@ std::string LineOf(const FileFinding& finding) {
          " (allowed: " + finding.allowed + ")\n";
 }
 
-std::string Verdict(const VerifyReport& report) {
+// `unpacked` is false when the file is compressed and its compressed data are damaged.
+std::string Verdict(const VerifyReport& report, bool unpacked) {
   const std::string places = "damaged (" + Counted(report.Damage(), "place") + "): ";
   constexpr const char* kRepair = "; save its messages with: tamlogctl repair";
   if (report.Damage() > 0 && report.Accepted())
     return places + "a server would keep the messages that its slots hold" + kRepair;
   if (report.Damage() > 0) return places + "a server would empty it at its next start" + kRepair;
+  if (!unpacked) return "its compressed data are damaged; what was read from them breaks no rule";
   if (!report.Accepted())
     return "no damage, but a server would empty it at its next start: it is in order newest first; put it in "
            "order "
@@ -86,8 +88,8 @@ std::string ListOf(const VerifyReport& report, bool all) {
   return damage + remarks;
 }
 
-std::string TextOf(const std::string& name, const VerifyReport& report, bool all) {
-  return Shown(name) + ": " + Verdict(report) + "\n  " + std::to_string(report.header.messageCount) +
+std::string TextOf(const std::string& name, const VerifyReport& report, bool unpacked, bool all) {
+  return Shown(name) + ": " + Verdict(report, unpacked) + "\n  " + std::to_string(report.header.messageCount) +
          " messages, capacity " + std::to_string(report.header.maxMessages) + ", " +
          Counted(report.slotsThere, "slot") + " in " + Counted(report.size, "byte") + "\n" +
          ListOf(report, all);
@@ -102,7 +104,7 @@ JsonObject ObjectOf(const FileFinding& finding) {
   return json;
 }
 
-std::string JsonOf(const std::string& name, const VerifyReport& report) {
+std::string JsonOf(const std::string& name, const VerifyReport& report, bool unpacked) {
   JsonObject counts;
   for (std::size_t i = 0; i < TamLogClient::kFileRules; ++i) {
     if (report.count[i] > 0) counts.emplace_back(RuleName(static_cast<FileRule>(i)), report.count[i]);
@@ -114,7 +116,7 @@ std::string JsonOf(const std::string& name, const VerifyReport& report) {
     }
   }
   const JsonObject json{{"file", name},
-                        {"damaged", report.Damage() > 0},
+                        {"damaged", report.Damage() > 0 || !unpacked},
                         {"accepted", report.Accepted()},
                         {"damage", report.Damage()},
                         {"remarks", report.Remarks()},
@@ -141,6 +143,7 @@ class Verify {
     const LogFileImage image(bytes);
     const std::string why = WhyNoLog(image);
     if (!why.empty()) return Fail(path, Status::NotALog, why, busy);
+    unpacked = file.exitCode == kDone;
     Judge(path, image, false, busy);
   }
 
@@ -149,6 +152,7 @@ class Verify {
     const int code = ReadLiveImage(options.timeoutMs, bytes);
     if (code != kDone) return Worsen(code);
     auto busy = std::make_optional<Busy>("verifying");
+    unpacked = true;
     Judge("the running server's log", LogFileImage(bytes), true, busy);
   }
 
@@ -174,12 +178,14 @@ class Verify {
     busy.reset();
     if (report.Damage() > 0 || (options.strict && !report.Accepted())) Worsen(kNegative);
     if (options.quiet) return;
-    if (!output.Write(options.json ? JsonOf(name, report) : TextOf(name, report, options.all)))
+    if (!output.Write(options.json ? JsonOf(name, report, unpacked)
+                                   : TextOf(name, report, unpacked, options.all)))
       Worsen(kOutputFailed);
   }
 
   const VerifyVerbOptions& options;
   PagedText output;
+  bool unpacked = true;  // the present file's compressed data are whole, or it is not compressed
   int exitCode = kDone;
 };
 

@@ -31,7 +31,7 @@ int Write(const std::string& target, const std::vector<LogMessageBody>& messages
     progress.Show(slot);
     return !Interrupted();
   };
-  const Status status = TamLogClient::WriteLogFile(target, messages.size(), messageAt, capacity, force, goOn);
+  const auto status = TamLogClient::WriteLogFile(target, messages.size(), messageAt, capacity, force, goOn);
   if (status == Status::Ok) return kDone;
   return RefuseTarget(target, status, "add --force to replace it");
 }

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <memory>
+#include <set>
 #include <string>
 
 #include "tests/store/log_file_fixture.h"
@@ -471,12 +472,20 @@ TEST_F(OpenFile, ACloseByAnotherThreadEndsAnOpenAndLeavesNothingBehind) {
     failure = FailureOf([&] { Open(); });
     ended = true;
   });
+  std::set<std::string> closeFailures;
   while (!ended) {
-    Close(0);
+    closeFailures.insert(FailureOf([&] { Close(0); }));
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
   opening.join();
-  EXPECT_TRUE(failure.ends_with("some handles or pointers are invalid")) << failure;
+  closeFailures.erase("");
+  // A close that comes in the middle of the open finds a part of the objects, or a view of the old size.
+  for (const std::string& closing : closeFailures) {
+    EXPECT_TRUE(closing.ends_with("some handles or pointers are invalid") ||
+                closing.starts_with("Failed to force log file changes to be saved to disk"))
+        << closing;
+  }
+  EXPECT_NE(failure, "");  // the step that found the objects closed
   reader.reset();
   EXPECT_EQ(OpenFileMappingA(FILE_MAP_READ, FALSE, names.map.c_str()), nullptr);
   Open();

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "client/file/log_file_repair.h"
+#include "client/file/log_file_verify.h"
 #include "tests/client/file/damaged_files.h"
 #include "tests/support/ring_model.h"
 
@@ -180,6 +181,21 @@ TEST_F(LostAndAddedBytes, MessageWhoseTextMovedIsNotSaved) {
       Sort(bytes, {{at, count, ""}}, untouched, all);
       EXPECT_EQ(Saved(Changed(bytes, {{at, count, ""}})), untouched) << count << " at " << at;
     }
+  }
+}
+
+TEST_F(LostAndAddedBytes, FirstMessageThatLooksMovedDoesNotMoveTheSlots) {
+  for (const int others : {0, 1, 9}) {
+    RingModel log(12);
+    LogMessageBody body = MakeBody(0, "year 1, and an origin that reads as a year", "Clock", 0);
+    body.timestamp[0] = 1;
+    for (std::uint8_t& byte : body.origin) byte = 14;
+    log.Submit(body);
+    for (int i = 1; i <= others; ++i) log.Submit(MakeBody(i, "message", "Camera", 0));
+    log.Flush();
+    const std::string bytes = log.FileBytes();
+    EXPECT_EQ(TamLogClient::VerifyLogFile(LogFileImage(bytes)).Damage(), 0U) << others;
+    EXPECT_EQ(Saved(bytes).count(BodyBytes(LogMessage{0, body, {}})), 1U) << others;
   }
 }
 

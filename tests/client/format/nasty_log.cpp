@@ -1,10 +1,14 @@
 // Writes the nasty messages into a log file, for programs that read it: nasty_log FILE [COUNT]
-// COUNT 0 makes an empty log, more than there are messages repeats them.
+// COUNT 0 makes an empty log, more than there are messages repeats them. They stand in order of time, as a server
+// keeps them, so that the file is not damaged.
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
+#include <vector>
 
+#include "records/log_file_format.h"
 #include "tests/client/format/nasty_messages.h"
 
 int main(int argc, char** argv) {
@@ -12,8 +16,13 @@ int main(int argc, char** argv) {
     std::cerr << "usage: nasty_log FILE [COUNT]\n";
     return 2;
   }
-  const auto messages = TamLogTest::NastyMessages();
-  const std::size_t count = argc == 3 ? std::strtoul(argv[2], nullptr, 10) : messages.size();
+  const auto kinds = TamLogTest::NastyMessages();
+  const std::size_t count = argc == 3 ? std::strtoul(argv[2], nullptr, 10) : kinds.size();
+  std::vector<LogMessage> messages;
+  for (std::size_t i = 0; i < count; ++i) messages.push_back(kinds[i % kinds.size()]);
+  std::stable_sort(messages.begin(), messages.end(), [](const LogMessage& left, const LogMessage& right) {
+    return TimeKey(left.body) < TimeKey(right.body);
+  });
   LogFileHeader header{};
   header.messageCount = static_cast<std::int32_t>(count);
   header.maxMessages = static_cast<std::int32_t>(count + 3);
@@ -28,7 +37,7 @@ int main(int argc, char** argv) {
   };
   write(header);
   write(names);
-  for (std::size_t i = 0; i < count; ++i) write(messages[i % messages.size()]);
+  for (const LogMessage& message : messages) write(message);
   for (int i = 0; i < 3; ++i) write(LogMessage{});
   file.close();
   return file ? 0 : 1;

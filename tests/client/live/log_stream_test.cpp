@@ -232,7 +232,8 @@ TEST_F(LogStreamTest, RestartWithAnotherCapacityIsGoneOverWithoutRepeating) {
   log.Flush();
   Add("d");
   shared = std::make_unique<ServedLog>(log.Snapshot());
-  EXPECT_EQ(Read(stream, "d"), "Rd");
+  // Nothing shows which messages came between the last visit and the new log.
+  EXPECT_EQ(Read(stream, "d"), "R-?d");
 }
 
 TEST_F(LogStreamTest, NothingStaysOpenWhileTheServerIsAway) {

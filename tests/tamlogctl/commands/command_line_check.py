@@ -241,6 +241,19 @@ class ManPage(unittest.TestCase):
         self.assertIn("tamlogctl filter add -x Heartbeat", re.sub(r"\x1b\[[0-9;]*m", "", outcome.stdout))
 
 
+class ExitStatus(unittest.TestCase):
+    """The codes that the help and the manual list are those of the source."""
+
+    def test_help_and_manual_list_every_code(self):
+        root = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "..")
+        with open(os.path.join(root, "tamlogctl", "base", "exit_code.h"), encoding="utf-8") as file:
+            codes = re.findall(r"^inline constexpr int k\w+ = (\d+);", file.read(), re.MULTILINE)
+        self.assertGreater(len(codes), 9)
+        self.assertEqual(re.findall(r"^  (\d+) ", run("help", "exit-status").stdout, re.MULTILINE), codes)
+        with open(os.path.join(root, "docs", "tamlogctl.md"), encoding="utf-8") as file:
+            self.assertEqual(re.findall(r"^\| (\d+) \|", file.read(), re.MULTILINE), codes)
+
+
 class Completion(unittest.TestCase):
     """completion_check.py tries the scripts."""
 

@@ -177,7 +177,8 @@ TEST_F(TamlogctlTest, MissingFileAndMissingServerAreThree) {
   EXPECT_NE(Run("status -o json").out.find("\"state\": \"not running\""), std::string::npos);
 }
 
-// A name that the system does not accept, a file that another program has open, a stream that is no file here.
+// A name that the system does not accept, a file that another program has open, a stream that is no file
+// here.
 TEST_F(TamlogctlTest, FailureOfAFileNamesItAndTheReasonOfTheSystem) {
   for (const char* const name : {"a*b?.dat", "/dev/stdin", "x<y"}) {
     const auto outcome = Run(std::string("show --file \"") + name + "\"");

@@ -469,6 +469,10 @@ TEST_F(FileVerbs, ConvertMakesALogOfOtherLogs) {
   Expect("convert --skip bad.csv skipped.dat", 1, "skipped.dat: 1 message");
   Expect("convert missing.log never.dat", 3, "missing.log: no such file");
   Expect("convert dpkg.log nowhere/new.dat", 8, "nowhere/new.dat");
+  const Outcome full = RunOnFullDisk("convert dpkg.log never.dat");
+  EXPECT_EQ(full.exitCode, 8);
+  EXPECT_NE(full.err.find("never.dat: cannot be written: File too large"), std::string::npos) << full.err;
+  EXPECT_FALSE(IsThere("never.dat"));
 }
 
 TEST_F(FileVerbs, WhatWasExportedInAnyFormatIsConvertedBackByteForByte) {

@@ -127,6 +127,10 @@ TEST_F(NamedFiles, DamagedDataAreReported) {
   const auto outcome = Run("show -o cat Logs.dat.gz");
   EXPECT_EQ(outcome.exitCode, 7);
   EXPECT_NE(outcome.err.find("Logs.dat.gz: the gzip data are damaged"), std::string::npos) << outcome.err;
+  const auto verified = Run("verify Logs.dat.gz");
+  EXPECT_EQ(verified.exitCode, 7);
+  EXPECT_EQ(verified.out.find("no damage"), std::string::npos) << verified.out;
+  EXPECT_NE(Run("verify -o json Logs.dat.gz").out.find("\"damaged\":true"), std::string::npos);
 }
 
 TEST_F(NamedFiles, MoreThanAnyLogHoldsIsRefused) {
