@@ -482,7 +482,7 @@ TEST_F(TamlogctlTest, LogOfAServerWithoutPipesIsNotOpened) {
 
 TEST_F(TamlogctlTest, ImportIntoALogThatCannotBeReadIsFive) {
   ServedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
-  log.TakeHeaderLock();
+  log.CloseReadWait();
   const TestServer server(
       [](const PipeRequest&, PipeReply& reply) {
         reply.settings = {.maxMessage = 8, .devicePollRate = 50, .typeFilter = 0xF, .saveRate = 5};
