@@ -130,10 +130,11 @@ FileStatus ExportTarget::CutBack(const FilePlace& place, const LogMessage* first
 bool ExportTarget::CanBeWrittenAgain(const FilePlace& place, const LogMessage* first,
                                      std::uint32_t twin) const {
   if (!file.GoesOn(place)) return true;
-  if (gap) return false;
-  if (first == nullptr) return options.ordered;  // which holds messages back
-  if (position.Memory()) return true;
-  // A run that was killed within its first second: only the message that it began with shows what is gone.
+  if (first == nullptr) return !gap && options.ordered;  // which holds messages back
+  if (position.Memory() && !gap) return true;
+  // A run that was killed within its first second has noted no messages, or those of an empty log, after
+  // which a loss is always possible. The message that it went on with shows whether the log still has them
+  // all.
   MessageFormatter trial = formatter;
   std::string begin;
   if (place.length == 0) trial.AppendHead(begin);

@@ -162,7 +162,7 @@ TEST_F(LiveFiles, ExportThatWasKilledGoesOnWithoutALoss) {
   Feed(100, 120);
   ASSERT_TRUE(WaitForMessageCount(120, 10s));
   Expect(ExportTo("log", "--rotate 1K --for 1"), 0, " messages in ");
-  EXPECT_EQ(Lines("log"), Texts(0, 120));
+  ExpectLines(Lines("log"), Texts(0, 120));
 }
 
 TEST_F(LiveFiles, ExportThatIsKilledAgainAndAgainHasEachMessageOnce) {
