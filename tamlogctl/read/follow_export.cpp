@@ -130,11 +130,13 @@ FileStatus ExportTarget::CutBack(const FilePlace& place, const LogMessage* first
 bool ExportTarget::CanBeWrittenAgain(const FilePlace& place, const LogMessage* first,
                                      std::uint32_t twin) const {
   if (!file.GoesOn(place)) return true;
-  if (first == nullptr) return !gap && options.ordered;  // which holds messages back
-  if (position.Memory() && !gap) return true;
   // A run that was killed within its first second has noted no messages, or those of an empty log, after
-  // which a loss is always possible. The message that it went on with shows whether the log still has them
-  // all.
+  // which a loss is always possible: then only the message that it began with shows what is gone.
+  const auto& memory = position.Memory();
+  const bool noted = memory && memory->header.messageCount != 0;
+  if (gap && noted) return false;
+  if (first == nullptr) return options.ordered;  // which holds messages back
+  if (noted) return true;
   MessageFormatter trial = formatter;
   std::string begin;
   if (place.length == 0) trial.AppendHead(begin);
