@@ -12,4 +12,9 @@ inline std::string Counted(std::uint64_t count, const std::string& noun) {
   return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
 }
 
+// Returns "1 message is" or "6 messages are".
+inline std::string CountedAre(std::uint64_t count, const std::string& noun) {
+  return Counted(count, noun) + (count == 1 ? " is" : " are");
+}
+
 }  // namespace TamLogCtl

@@ -57,6 +57,11 @@ int Export::Read(ReadingPosition& position) {
     messages.insert(messages.end(), found.begin(), found.end());
     capacity = std::max(capacity, static_cast<std::uint32_t>(log.snapshot.slots.size()));
   }
+  // An empty file would replace the target of an earlier run.
+  if (exitCode == kDamaged && std::all_of(logs.begin(), logs.end(), [](const LogInput& log) {
+        return log.snapshot.RingOrder().empty();
+      }))
+    return Refuse(kDamaged, options.target + ": not written, because no message could be read");
   SortByTime(messages);
   return kDone;
 }

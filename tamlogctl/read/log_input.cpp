@@ -89,6 +89,10 @@ bool IsSound(const std::string& path, const TamLogClient::LogFileSurvey& survey)
   return TamLogClient::JudgeLogFile(path).status == Status::Ok;
 }
 
+bool WasRead(const LogInput& input) {
+  return input.exitCode == kDone || (HasOutput(input.exitCode) && !input.snapshot.slots.empty());
+}
+
 int WorstOf(const std::vector<LogInput>& inputs) {
   int exitCode = kDone;
   for (const LogInput& input : inputs) exitCode = WorseOf(exitCode, input.exitCode);
@@ -96,8 +100,7 @@ int WorstOf(const std::vector<LogInput>& inputs) {
 }
 
 bool AnyRead(const std::vector<LogInput>& inputs) {
-  return std::any_of(inputs.begin(), inputs.end(),
-                     [](const LogInput& input) { return HasOutput(input.exitCode); });
+  return std::any_of(inputs.begin(), inputs.end(), WasRead);
 }
 
 }  // namespace TamLogCtl

@@ -21,7 +21,7 @@ namespace TamLogCtl {
 
 struct LogInput {
   TamLogClient::LogSnapshot snapshot;  // empty if nothing could be read
-  int exitCode = kDone;                // kDamaged: the snapshot holds what is readable
+  int exitCode = kDone;                // kDamaged: the snapshot holds what is readable, if anything
 };
 
 // Reads the newest `count` messages of a log into `tail`; false when that cannot be done.
@@ -62,6 +62,9 @@ int JudgeMessages(const std::string& name, std::size_t damaged, bool quiet);
 
 // Makes the input from a snapshot with a sound header; reports its damaged messages as above.
 LogInput InputOf(const std::string& name, TamLogClient::LogSnapshot snapshot, bool quiet);
+
+// Returns whether there is something to output. Damage may leave nothing at all.
+bool WasRead(const LogInput& input);
 
 // Return the exit code of all inputs together, and whether any of them could be read.
 int WorstOf(const std::vector<LogInput>& inputs);

@@ -22,7 +22,7 @@ int ShowLive(const ShowOptions& options) {
   if (options.follow) return Follow(options, *printer, *position);
   const std::vector<LogInput> logs{
       ReadLiveInput(options.timeoutMs, options.quiet, NewestPart(options, *printer))};
-  const bool empty = AnyRead(logs) && logs.front().snapshot.header.messageCount == 0;
+  const bool empty = logs.front().exitCode == kDone && logs.front().snapshot.header.messageCount == 0;
   if (empty && !options.quiet && options.events == EventStyle::Text) Say("the log is empty");
   exitCode = PrintLogs(options, *printer, *position, logs);
   if (exitCode == kNegative && !options.quiet) SuggestSources(options.selection, {});

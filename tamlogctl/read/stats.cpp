@@ -20,7 +20,7 @@ using TamLogClient::LogMessageView;
 using TamLogClient::TimeWords;
 
 void Collect(const LogInput& input, StatsCollector& collector) {
-  if (!HasOutput(input.exitCode)) return;
+  if (!WasRead(input)) return;
   collector.AddRing(input.snapshot.header);
   for (const std::uint32_t slot : input.snapshot.RingOrder()) collector.Add(input.snapshot.slots[slot]);
 }
@@ -86,7 +86,8 @@ int Stats(const StatsOptions& options) {
   if (options.files.empty()) codes.push_back(CollectLive(options, collector));
   for (const std::string& path : options.files) codes.push_back(CollectFile(path, options.quiet, collector));
   const int exitCode = std::accumulate(codes.begin(), codes.end(), kDone, WorseOf);
-  if (std::none_of(codes.begin(), codes.end(), HasOutput)) return exitCode;
+  const bool nothingRead = exitCode != kDone && collector.Capacity() == 0 && collector.Messages() == 0;
+  if (nothingRead || std::none_of(codes.begin(), codes.end(), HasOutput)) return exitCode;
   collector.Finish();
   PagedText output(!options.noPager);
   const std::string text =

@@ -1,7 +1,12 @@
 #include "tamlogctl/server/clear.h"
 
+#include <algorithm>
+#include <cstdint>
+#include <string>
+
 #include "client/live/log_client.h"
 #include "tamlogctl/base/console.h"
+#include "tamlogctl/base/counted.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
 #include "tamlogctl/base/live_log.h"
@@ -33,7 +38,8 @@ int Save(const ClearOptions& options) {
   const int exitCode = status == Status::Ok ? WriteBackup(options.backup, snapshot, "give another name")
                                             : Refuse(status, "the log cannot be saved");
   if (exitCode != kDone) return Refuse(exitCode, "the log was not emptied");
-  Say(std::to_string(snapshot.header.messageCount) + " messages are saved in " + options.backup +
+  const auto count = static_cast<std::uint64_t>(std::max(snapshot.header.messageCount, 0));
+  Say(CountedAre(count, "message") + " saved in " + options.backup +
       "; to bring them back: tamlogctl import \"" + options.backup + "\"");
   return kDone;
 }

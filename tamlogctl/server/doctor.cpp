@@ -21,6 +21,7 @@
 #include "tamlogctl/base/wide_text.h"
 #include "tamlogctl/server/diagnostic_file.h"
 #include "tamlogctl/server/doctor_findings.h"
+#include "tamlogctl/server/doctor_start_findings.h"
 #include "tamlogctl/server/filter_text.h"
 #include "tamlogctl/server/log_examiner.h"
 #include "tamlogctl/server/log_path.h"
@@ -63,6 +64,7 @@ bool IsLowIntegrity() {
 
 void LookAtService(const ServiceReport& report, Observations& seen) {
   seen.service = report.state;
+  seen.serviceProcess = report.processId;
   seen.serviceFailed = report.HasFailed();
   if (report.exitCode != ERROR_SUCCESS) seen.serviceExit = SystemText(report.exitCode);
   const ServiceDetails details = QueryServiceDetails();
@@ -85,7 +87,7 @@ std::optional<std::uint32_t> ProcessOf(const ServiceReport& report) {
   return report.processId;
 }
 
-void AskServer(const DoctorOptions& options, const ServiceReport& report, std::string& path,
+void AskServer(const DoctorOptions& options, const ServiceReport& report, std::optional<std::string>& path,
                Observations& seen) {
   const StoredLengths stored = ReadStoredLengths();
   seen.longestStoredFilter = stored.longestFilter;
@@ -106,14 +108,14 @@ void AskServer(const DoctorOptions& options, const ServiceReport& report, std::s
   seen.pollMs = settings.devicePollRate;
   seen.saveSeconds = settings.saveRate;
   seen.typeMask = settings.typeFilter;
-  if (stored.PathFits()) client.GetLogFile(path);
+  std::string answered;
+  if (stored.PathFits() && client.GetLogFile(answered) == Status::Ok) path = std::move(answered);
   if (stored.longestFilter <= kLongestFilter)
     seen.filtersKnown = client.GetFilters(seen.filters) == Status::Ok;
 }
 
 // The path may come from any user of the pipe: its text is judged before the system sees it.
 void LookAtPath(const std::string& path, std::uint64_t bytes, Observations& seen) {
-  if (path.empty()) return;
   const std::string shown = AnsiToUtf8(path);
   seen.logFile = shown;
   seen.pathProblem = PathTextProblem(shown, path.size());
@@ -130,8 +132,7 @@ void LookAtPath(const std::string& path, std::uint64_t bytes, Observations& seen
   seen.pathTakesFile = facts.file == PathFile::Other;
 }
 
-void LookAtObjects(LogExaminer& examiner, const DoctorOptions& options, std::uint32_t serviceProcess,
-                   Observations& seen) {
+void LookAtObjects(LogExaminer& examiner, const DoctorOptions& options, Observations& seen) {
   static constexpr std::array<const char*, 3> kNames{kHeaderLockName, kReadWaitEventName,
                                                      kWriteWaitEventName};
   const auto objects = examiner.Open();
@@ -151,22 +152,25 @@ void LookAtObjects(LogExaminer& examiner, const DoctorOptions& options, std::uin
   }
   if (seen.mappingError == ERROR_ACCESS_DENIED || seen.objectError == ERROR_ACCESS_DENIED) {
     seen.lowIntegrity = IsLowIntegrity();
-    seen.objectHolders = HoldersOf({denied}, serviceProcess)[denied];
+    seen.objectHolders = HoldersOf({denied}, seen.serviceProcess)[denied];
   }
   seen.mapped = seen.mappingError == 0 && seen.objectError == 0 && seen.foreignEvent.empty();
   if (seen.mapped) seen.log = examiner.Watch(options.watchMs);
 }
 
-// Looks for the names of a server that does not run.
+// Looks for the names of a server that does not serve. While its process lives it has them itself, and those
+// that another process holds, too, are of interest.
 void LookAtNames(Observations& seen) {
-  const bool runs = seen.service == ServiceState::Running || seen.service == ServiceState::Pending;
+  const bool lives = ProcessLives(seen);
   if (seen.service == ServiceState::Unknown || seen.service == ServiceState::Denied ||
-      (runs && !seen.serviceFailed))
+      (lives && seen.pipe != PipeState::Absent))
     return;
   const std::vector<std::string> names = ServerNamesInUse();
   if (names.empty()) return;
-  auto holders = HoldersOf(names, 0);
-  for (const std::string& name : names) seen.heldNames.push_back({name, holders[name]});
+  auto holders = HoldersOf(names, lives ? seen.serviceProcess : 0);
+  for (const std::string& name : names) {
+    if (!lives || !holders[name].empty()) seen.heldNames.push_back({name, holders[name]});
+  }
 }
 
 // Reads like any other reader, unless it would get stuck as well. A few messages are enough to try everything
@@ -270,10 +274,12 @@ int Doctor(const DoctorOptions& options) {
     const ServiceReport report = QueryService();
     LookAtService(report, seen);
     const StoredPath stored = ReadStoredPath();
-    std::string path = stored.path;
+    std::optional<std::string> path;
+    if (stored.there) path = stored.path;
     AskServer(options, report, path, seen);
-    LookAtPath(path, LogFileSize(seen.settingsKnown ? seen.requestedCapacity : stored.capacity), seen);
-    LookAtObjects(examiner, options, report.processId, seen);
+    const std::uint32_t capacity = seen.settingsKnown ? seen.requestedCapacity : stored.capacity;
+    if (path) LookAtPath(*path, LogFileSize(capacity), seen);
+    LookAtObjects(examiner, options, seen);
     LookAtNames(seen);
     if (options.unstick) done = Unstick(examiner, seen);
     examiner.Close();

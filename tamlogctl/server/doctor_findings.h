@@ -26,7 +26,8 @@ enum class PipeState : std::uint8_t {
   Foreign,  // a process answers that is not the service's
 };
 
-// A name of the server's objects that exists while the server does not run.
+// A name of the server's objects that exists while the server does not run, or that another process holds
+// while the service runs and does not answer.
 struct HeldName {
   std::string name;
   std::vector<std::string> holders;  // processes; empty when they cannot be seen
@@ -54,6 +55,7 @@ struct Observations {
   bool programMissing = false;
   std::optional<bool> everyoneMayControl;  // every user may start and stop the service
   std::optional<bool> driverThere;
+  std::uint32_t serviceProcess = 0;  // 0: none, or not known
   std::vector<HeldName> heldNames;
 
   std::string diagnosticFile;  // the server's diagnostic log

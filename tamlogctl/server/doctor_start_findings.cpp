@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "client/log/ring.h"
 #include "tamlogctl/server/log_path.h"
 
 namespace TamLogCtl {
@@ -33,12 +34,19 @@ bool CheckFailure(const Observations& seen, Findings& out) {
     out.Fail("service", found, AdviceAfterFailure(seen));
     return true;
   }
-  const bool serves = seen.pipe != PipeState::Absent && seen.mapped;
+  // A header that is written over keeps readers out of a server that serves.
+  const bool serves = seen.pipe == PipeState::Answers || (seen.pipe != PipeState::Absent && seen.mapped);
   if (seen.service != ServiceState::Running || serves || reason.empty()) return false;
   out.Fail("service", "running, but its last restart failed" + reason,
            seen.pathProblem.empty() ? "remove the cause, then: tamlogctl server restart"
                                     : "put the path right (see below)");
   return true;
+}
+
+// A start that waits for an event of another program's making does not end, and accepts no stop.
+std::string ForcedEnd(const Observations& seen) {
+  if (seen.serviceProcess == 0) return "end the service's process as an administrator";
+  return "as an administrator: taskkill /F /PID " + std::to_string(seen.serviceProcess);
 }
 
 std::string PathAdvice(const Observations& seen) {
@@ -49,6 +57,11 @@ std::string PathAdvice(const Observations& seen) {
 
 }  // namespace
 
+bool ProcessLives(const Observations& seen) {
+  return !seen.serviceFailed &&
+         (seen.service == ServiceState::Running || seen.service == ServiceState::Pending);
+}
+
 std::string HoldersText(const std::vector<std::string>& holders) {
   if (holders.empty()) return "its holder cannot be seen (an administrator sees more)";
   std::string text = "held by ";
@@ -57,7 +70,7 @@ std::string HoldersText(const std::vector<std::string>& holders) {
 }
 
 void CheckService(const Observations& seen, Findings& out) {
-  const char* const advice = ServiceAdvice(seen.service);
+  const std::string advice = ServiceAdvice(seen.service);
   if (seen.everyoneMayControl == false) {
     out.Warn("rights", "ordinary users may not start and stop the service, as its installation intends",
              "as an administrator: tamlogctl doctor --restore-rights");
@@ -77,7 +90,7 @@ void CheckService(const Observations& seen, Findings& out) {
     case ServiceState::Stopped:
       return out.Fail("service", "installed, but stopped", advice);
     case ServiceState::Pending:
-      return out.Warn("service", "starting or stopping", advice);
+      return out.Warn("service", "starting or stopping", advice + "; if that lasts, " + ForcedEnd(seen));
     case ServiceState::Running:
       return out.Ok("service", "installed and running");
   }
@@ -96,7 +109,10 @@ void CheckPath(const Observations& seen, Findings& out) {
     return out.Fail("path", subject + ": " + seen.pathProblem + "; the next start would fail",
                     PathAdvice(seen));
   }
-  if (seen.pathTakesFile) {
+  // The running server's own file looks so when the shared header is written over: that is its own finding.
+  const bool headerFails =
+      seen.mapped && seen.log.header.serverRunning != 0 && !TamLogClient::RingIsSound(seen.log.header);
+  if (seen.pathTakesFile && !headerFails) {
     return out.Fail("path", seen.logFile + " is not a log; the next start would empty it", PathAdvice(seen));
   }
   if (!seen.logFile.empty())
@@ -106,6 +122,11 @@ void CheckPath(const Observations& seen, Findings& out) {
 
 void CheckNames(const Observations& seen, Findings& out) {
   for (const HeldName& held : seen.heldNames) {
+    if (ProcessLives(seen)) {
+      out.Warn("names", held.name + " is " + HoldersText(held.holders) + " while the service does not answer",
+               "if that lasts: end that process, then " + ForcedEnd(seen) + ", then: " + kStart);
+      continue;
+    }
     out.Fail("names", held.name + " exists although the server does not run; " + HoldersText(held.holders),
              std::string("end that process, then: ") + kStart);
   }

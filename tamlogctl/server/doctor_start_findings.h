@@ -14,6 +14,9 @@ void CheckPath(const Observations& seen, Findings& out);
 void CheckNames(const Observations& seen, Findings& out);
 void CheckDiagnostics(const Observations& seen, Findings& out);
 
+// Returns whether the service has a process, as far as the service manager knows.
+bool ProcessLives(const Observations& seen);
+
 // Returns "process 12 (a.exe), process 13 (b.exe)", or what to do when nothing is known.
 std::string HoldersText(const std::vector<std::string>& holders);
 

@@ -83,6 +83,13 @@ std::string FilterRuleText(const std::vector<FilterEntry>& filters) {
                              : "all sources but the excluded ones are kept";
 }
 
+std::string FilterForShow(const FilterEntry& filter) {
+  std::string text;
+  TamLogClient::AppendVisible(filter.text, text);
+  const bool quoted = text.empty() || text.front() == ' ' || text.back() == ' ';
+  return quoted ? "\"" + text + "\"" : text;
+}
+
 std::string FilterRemark(const FilterEntry& filter) {
   if (filter.text.empty()) return "empty: matches every source";
   if (filter.text.size() <= kShortText) {
@@ -156,8 +163,7 @@ std::string FiltersAsText(const std::vector<FilterEntry>& filters) {
     const std::string number = std::to_string(i + 1);
     out +=
         std::string(number.size() < 3 ? 3 - number.size() : 0, ' ') + number + "  " + KindOf(filter) + "  ";
-    if (filter.text.empty()) out += "\"\"";
-    TamLogClient::AppendVisible(filter.text, out);
+    out += FilterForShow(filter);
     std::string remark = FilterRemark(filter);
     if (include && !filter.include) remark = "ignored while there are include filters";
     if (!remark.empty()) out += "  (" + remark + ")";

@@ -45,6 +45,10 @@ std::string FilterProblem(const FilterEntry& filter);
 std::vector<FilterEntry> RemoveKnown(const std::vector<FilterEntry>& present,
                                      std::vector<FilterEntry>& filters);
 
+// Returns the text with control characters as escapes, in quotes where it would be overlooked: empty, or with
+// spaces at an end.
+std::string FilterForShow(const FilterEntry& filter);
+
 // Returns a remark about a filter that matches more than its author may expect; otherwise empty.
 std::string FilterRemark(const FilterEntry& filter);
 

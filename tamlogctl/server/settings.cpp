@@ -81,8 +81,8 @@ int Save(const SettingsOptions& options, Rescue& rescue) {
   const int exitCode =
       WriteBackup(rescue.backup, rescue.before, "name another file with --backup, or add --no-backup");
   if (exitCode != kDone) return Refuse(exitCode, "the settings were not changed");
-  Say("a change of capacity usually empties the log: its " + Counted(Unsigned(count), "message") +
-      " are saved in " + rescue.backup);
+  Say("a change of capacity usually empties the log: its " + CountedAre(Unsigned(count), "message") +
+      " saved in " + rescue.backup);
   return kDone;
 }
 

@@ -110,7 +110,7 @@ std::string ListOf(const std::vector<FilterEntry>& filters, bool include) {
   for (const FilterEntry& filter : filters) {
     if (filter.include != include) continue;
     list += list.empty() ? "" : ", ";
-    list += filter.text.empty() ? "\"\" (matches everything)" : Shown(filter.text);
+    list += FilterForShow(filter) + (filter.text.empty() ? " (matches everything)" : "");
   }
   return list.empty() ? "none" : list;
 }
@@ -123,7 +123,8 @@ void AppendServer(const Findings& found, std::string& out) {
   out += LineOf("pipe", found.pipe == Status::Ok ? "answers" : StatusText(found.pipe));
   if (found.pipe != Status::Ok) return;
   const auto inEffect = found.log == Status::Ok ? std::optional(found.header.maxMessages) : std::nullopt;
-  out += LineOf("file", found.logFile.empty() ? "unknown" : Shown(AnsiToUtf8(found.logFile)));
+  out += LineOf("file", found.logFile.empty() ? "none or too long; see: tamlogctl doctor"
+                                              : Shown(AnsiToUtf8(found.logFile)));
   out += LineOf("mapping",
                 Shown(found.mapName) + (found.mapName == kFileMapName ? "" : ", which is not the server's"));
   out += LineOf("settings", CapacityText(found.settings.maxMessage, inEffect));

@@ -19,9 +19,9 @@ StoredPath ReadStoredPath() {
   StoredPath stored;
   std::array<char, 4096> text{};
   auto size = static_cast<DWORD>(text.size());
-  if (RegGetValueA(HKEY_LOCAL_MACHINE, kServerKey, kPathValue, RRF_RT_REG_SZ, nullptr, text.data(), &size) ==
-      ERROR_SUCCESS)
-    stored.path = text.data();
+  stored.there = RegGetValueA(HKEY_LOCAL_MACHINE, kServerKey, kPathValue, RRF_RT_REG_SZ, nullptr, text.data(),
+                              &size) == ERROR_SUCCESS;
+  if (stored.there) stored.path = text.data();
   DWORD capacity = kDefaultCapacity;
   size = sizeof(capacity);
   if (RegGetValueA(HKEY_LOCAL_MACHINE, kServerKey, "MaxMessage", RRF_RT_REG_DWORD, nullptr, &capacity,

@@ -8,7 +8,8 @@
 namespace TamLogCtl {
 
 struct StoredPath {
-  std::string path;            // in the ANSI code page; empty when the registry has none or denies access
+  bool there = false;          // false: the registry has no path, or denies access
+  std::string path;            // in the ANSI code page
   std::uint32_t capacity = 0;  // messages; the default when the registry has none
 };
 

@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -357,7 +359,14 @@ TEST_F(TamlogctlTest, EventsOfSomebodyElsesChoiceAreNotTouched) {
         EXPECT_EQ(WaitForSingleObject(victim.Get(), 0) == WAIT_OBJECT_0, signalled) << command;
       }
     }
-    EXPECT_EQ(Run("show").exitCode, 7);
+    const Outcome shown = Run("show");
+    EXPECT_EQ(shown.exitCode, 7);
+    EXPECT_EQ(shown.err.find("the log is empty"), std::string::npos) << shown.err;
+    EXPECT_EQ(Run("stats").out, "");
+    const std::string target = Path("export.txt");
+    TestSupport::WriteBytes(target, "an earlier export");
+    EXPECT_EQ(Run("export --force \"" + target + "\"").exitCode, 7);
+    EXPECT_EQ(TestSupport::ReadBytes(target), "an earlier export");
     TamLogClient::LogReader reader;
     EXPECT_EQ(reader.Open(), TamLogClient::Status::ForeignEvents);
     EXPECT_EQ(reader.Open(kFileMapName, TamLogClient::EventNames::Any), TamLogClient::Status::Ok);
@@ -370,6 +379,24 @@ TEST_F(TamlogctlTest, EventsOfSomebodyElsesChoiceAreNotTouched) {
     EXPECT_EQ(log.ReadCount(), 0);
   }
   EXPECT_EQ(Run("show").exitCode, 0);
+}
+
+TEST_F(TamlogctlTest, ExportKeepsItsTargetWhenTheSharedHeaderLeavesNothingToRead) {
+  ServedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
+  const TestServer server([](const PipeRequest&, PipeReply&) { return Answer::Silence; }, kRequestPipeName);
+  const std::string target = Path("export.txt");
+  TestSupport::WriteBytes(target, "an earlier export");
+  for (const std::int32_t capacity : {0, -1, std::numeric_limits<std::int32_t>::min(), 1000000}) {
+    std::memcpy(log.Bytes() + offsetof(LogFileHeader, maxMessages), &capacity, sizeof(capacity));
+    for (const char* const kind : {"", " --log", " -o json"}) {
+      const Outcome outcome = Run("export --force \"" + target + "\"" + kind);
+      EXPECT_EQ(outcome.exitCode, 7) << outcome.err;
+      EXPECT_NE(outcome.err.find("not written, because no message could be read"), std::string::npos)
+          << outcome.err;
+      EXPECT_EQ(TestSupport::ReadBytes(target), "an earlier export");
+    }
+    EXPECT_EQ(Run("show").err.find("the log is empty"), std::string::npos);
+  }
 }
 
 // Any process can offer the pipe.

@@ -157,6 +157,21 @@ TEST(DoctorFindings, NamesThatExistWithoutAServerAreNamedWithTheirHolders) {
   ExpectBad(seen, "service", FindingState::Failure, "free the names");
 }
 
+// An event of another program's making keeps a start waiting for ever.
+TEST(DoctorFindings, StartThatHangsNamesTheHoldersAndTheForcedEnd) {
+  Observations seen = Healthy();
+  seen.service = ServiceState::Pending;
+  seen.serviceProcess = 77;
+  seen.pipe = PipeState::Absent;
+  seen.heldNames = {{"Global\\TamLogServiceReadWaitEvent", {"process 9 (squatter.exe)"}}};
+  ExpectBad(seen, "service", FindingState::Warning,
+            "if that lasts, as an administrator: taskkill /F /PID 77");
+  ExpectBad(seen, "names", FindingState::Warning,
+            "ReadWaitEvent is held by process 9 (squatter.exe) while the service does not answer\nif that "
+            "lasts: end that process, then as an administrator: taskkill /F /PID 77, then: tamlogctl server "
+            "start");
+}
+
 TEST(DoctorFindings, FailedStartIsNamedWithItsReason) {
   Observations seen = Healthy();
   seen.service = ServiceState::Stopped;
@@ -190,6 +205,7 @@ TEST(DoctorFindings, FailedRestartOfARunningServiceIsNamed) {
             "running, but its last restart failed (Mon Nov 16 01:45:13 2026): Failed to open log file");
   // An old entry of a server that serves now is no finding.
   seen.pipe = PipeState::Answers;
+  EXPECT_EQ(Find(seen, "service").state, FindingState::Ok);  // readers are kept out by something else
   seen.mapped = true;
   EXPECT_EQ(Find(seen, "service").state, FindingState::Ok);
 }
@@ -211,7 +227,15 @@ TEST(DoctorFindings, DriverPathAndRights) {
   seen.pathProblem = "";
   seen.pathTakesFile = true;
   ExpectBad(seen, "path", FindingState::Failure, "is not a log; the next start would empty it");
+  seen.log.header.messageCount = -1;  // the file is the server's own, with a header written over
+  EXPECT_EQ(Find(seen, "path").state, FindingState::Ok);
+  seen.log.header.messageCount = 7;
   seen.pathTakesFile = false;
+  seen.logFile = "";
+  seen.pathProblem = "is empty";
+  ExpectBad(seen, "path", FindingState::Failure, "the stored path: is empty");
+  seen.logFile = "C:\\Logs.dat";
+  seen.pathProblem = "";
   seen.pathLink = "C:\\link";
   EXPECT_NE(Find(seen, "path").found.find("C:\\link is a link"), std::string::npos);
 }

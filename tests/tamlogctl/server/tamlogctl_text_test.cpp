@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tamlogctl/base/counted.h"
 #include "tamlogctl/server/filter_text.h"
 #include "tamlogctl/server/settings_text.h"
 
@@ -62,6 +63,12 @@ TEST(FilterText, ListShowsTheRuleTheNumbersAndTheRemarks) {
             "  2  include  \"\"  (empty: matches every source)\n"
             "  3  exclude  Laser  (ignored while there are include filters)\n");
   EXPECT_EQ(TamLogCtl::FiltersAsText({}), "rule: every source is kept\n");
+  EXPECT_EQ(TamLogCtl::FiltersAsText({{"Laser ", false}, {"a\x1b[31mb", false}}),
+            "rule: all sources but the excluded ones are kept\n"
+            "  1  exclude  \"Laser \"\n"
+            "  2  exclude  a\\x1b[31mb\n");
+  EXPECT_EQ(TamLogCtl::CountedAre(1, "message") + TamLogCtl::CountedAre(2, "message"),
+            "1 message is2 messages are");
 }
 
 TEST(FilterText, VerdictNamesTheFilterThatDecides) {
