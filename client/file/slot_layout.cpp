@@ -227,8 +227,8 @@ void Walker::BeginRest() {
 }
 
 // Bytes of the file's beginning may have been lost. Then the header's numbers are not where they should be,
-// unless the lock names are. A first slot without a possible time is no proof of that: a sender can choose its
-// bytes so that they look like a message when they are read a little earlier.
+// unless the lock names are. A first slot without a possible time is no proof of that: a sender can choose
+// its bytes so that they look like a message when they are read a little earlier.
 void Walker::FindFirstSlot() {
   const Seen here = Look(at);
   if (here.isMessage) return;

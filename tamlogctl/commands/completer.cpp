@@ -81,6 +81,12 @@ const Option* OperandAt(const Verb& verb, std::size_t index) {
   return nullptr;
 }
 
+// Notes the log file that an option's value names.
+void TakeFile(const Option& option, const std::string& value, Line& line) {
+  if (option.Name() == "--file") line.files.push_back(value);
+  if (option.value == "HOST=FILE") line.files.push_back(value.substr(value.find('=') + 1));
+}
+
 void TakeOption(const std::string& word, Line& line) {
   const std::size_t sign = word.find('=');
   const Option* option = FindOption(*line.verb, word.substr(0, sign));
@@ -89,12 +95,12 @@ void TakeOption(const std::string& word, Line& line) {
   if (option == nullptr) return;
   line.given.insert(line.given.end(), option->names.begin(), option->names.end());
   if (!option->flag && option->take && sign == std::string::npos) line.pending = option;
-  if (option->Name() == "--file" && sign != std::string::npos) line.files.push_back(word.substr(sign + 1));
+  if (sign != std::string::npos) TakeFile(*option, word.substr(sign + 1), line);
 }
 
 void TakeWord(const std::string& word, const Verb& program, Line& line) {
   if (line.pending != nullptr) {
-    if (line.pending->Name() == "--file") line.files.push_back(word);
+    TakeFile(*line.pending, word, line);
     line.pending = nullptr;
     return;
   }
@@ -156,6 +162,7 @@ WordList ValuesOf(const Option& option, const std::string& current, const Line& 
   if (kind == "0=NAME,...") return TypeNameWords(current);
   if (kind == "ENCODING") return SplitList(TamLogClient::kEncodingNames, ", ");
   if (kind == "LIST") return AfterCommas(current, {"0", "1", "2", "3"});
+  if (kind == "SEVERITY") return {"emerg", "alert", "crit", "err", "warning", "notice", "info", "debug"};
   if (kind == "TYPE") return {"0", "1", "2", "3"};
   return ChoicesOf(option);
 }

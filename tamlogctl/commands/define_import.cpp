@@ -9,9 +9,9 @@ namespace {
 
 constexpr const char* kImportFooter =
     R"(FILE is a log file, what this program has exported (json, json-array, csv, tsv, export, rfc5424, raw), csv with a
-head line, or a text whose lines begin with a time: ISO times, syslog of RFC 3164 or 5424. Messages keep their times; the
-server sorts them in. Messages that the log already holds are not sent, so the same import may run twice; --again sends
-them. After a restart of the server it sends again what the restart has lost.
+head line, or a text whose lines begin with a time: ISO times, syslog of RFC 3164 or 5424. Messages keep their times;
+the server sorts them in. Messages that the log already holds are not sent, so the same import may run twice; --again
+sends them. After a restart of the server it sends again what the restart has lost.
 Exit codes: 0 all are in the log, 1 some were dropped, 3 no server, 6 some were refused, 7 the log file is
 damaged.
 

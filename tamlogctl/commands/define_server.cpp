@@ -68,8 +68,9 @@ constexpr const char* kRestartFooter = R"(Examples:
 
 constexpr const char* kDoctorFooter =
     R"(Checks the service and its last start, the driver, the pipe and who answers on it, path, settings, filters,
-the shared log and its locks, reads once, and names the size of the server's own log of failures. A reader counts as stuck when the lock's counters have not changed for --watch milliseconds. A slow reader looks the
-same, so make sure before --unstick: it lets the server write while that reader may still be reading.
+the shared log and its locks, reads once, and names the size of the server's own log of failures. A reader counts as
+stuck when the lock's counters have not changed for --watch milliseconds. A slow reader looks the same, so make sure
+before --unstick: it lets the server write while that reader may still be reading.
 Exit code 0 no problem found, 1 something was found, 3 no server, 4 access denied.
 
 Examples:

@@ -156,7 +156,7 @@ Option FileOption(std::vector<std::string>& to, std::string purpose) {
 }
 
 std::vector<Option> FileOptions(std::vector<std::string>& to, const std::string& purpose) {
-  return {Operands("FILE", Files(to), purpose), FileOption(to, "The same")};
+  return {Operands("FILE", Files(to), purpose), FileOption(to, "The same as FILE (repeatable)")};
 }
 
 std::vector<Option> FollowingOptions(std::uint32_t& intervalMs, bool& ordered,

@@ -33,8 +33,8 @@ constexpr const char* kExpressions =
   a* a+ a? a{2} a{2,} a{2,5}  repetitions
   \n \r \t \f \v \x1b \.      a control character, a byte, a character that is special elsewhere
 
-All in lower case, an expression ignores the case of A to Z; -i always does. -F takes it as plain text. Texts are searched
-as bytes, in time that is linear in their length. Back-references and look-around are not supported.)";
+All in lower case, an expression ignores the case of A to Z; -i always does. -F takes it as plain text. Texts are
+searched as bytes, in time that is linear in their length. Back-references and look-around are not supported.)";
 
 constexpr const char* kFormats =
     R"(Formats are given to -o, of verbs that print messages:
@@ -45,12 +45,13 @@ constexpr const char* kFormats =
   json        one object a line, also called ndjson
   json-array  one array of all objects
   csv         a head line with the names of the columns, then a row a message
-  tsv         time, type, source and text with tabs between them
+  tsv         time, type, source and text with tabs between them; from export every field
   export      the journal export format
   rfc5424     a syslog line
   raw         the 560 bytes of the slot; not to a terminal
   template='{time} {source}: {text}'
-              a line that you lay out, of the fields time, seq, type, label, source, text, origin, tail, spare, late
+              a line that you lay out, of the fields time, seq, type, label, source, text, origin, tail, spare,
+              late, host, source_hex, text_hex and cursor
 
 --fields time,text selects the fields of json, json-array, csv and tsv. An impossible date is shown as its words,
 !2026,13,40,0,0,0,0, in json as time_words.)";
@@ -66,7 +67,7 @@ constexpr const char* kExitStatus = R"(Every verb ends with one of these codes:
   6    the server or the service manager refused
   7    damaged data were met; the readable part was output
   8    output, or the connection to the server, failed
-  9    the file is no log; nothing was printed or written
+  9    a file is no log; nothing of it was printed or written
   130  interrupted (Ctrl-C); everything held was released first
 
 An empty log is not an error unless the command searched for something.)";

@@ -77,16 +77,20 @@ bool TakeBytes(const Json& object, const char* name, std::array<std::uint8_t, si
 bool FromJson(const Json& object, ImportDraft& draft, std::string& problem) {
   problem = "expected a JSON object";
   if (object.AsObject() == nullptr || !TakeTime(object, draft, problem)) return false;
-  problem = "expected \"type\" from 0 to 3";
-  const Json* const member = object.Find("type");
-  const auto type = member == nullptr ? std::nullopt : member->AsUnsigned();
-  if (!type || *type >= kMessageTypes) return false;
-  draft.type = static_cast<std::uint32_t>(*type);
-  problem = "expected \"source\" and \"text\" (or their bytes in \"source_hex\" and \"text_hex\")";
-  auto source = TextField(object, "source");
+  // An export of chosen fields may have no type and no source.
+  if (const Json* const member = object.Find("type")) {
+    problem = "expected \"type\" from 0 to 3";
+    const auto type = member->AsUnsigned();
+    if (!type || *type >= kMessageTypes) return false;
+    draft.type = static_cast<std::uint32_t>(*type);
+  }
+  problem = "expected a text in \"source\" (or its bytes in \"source_hex\")";
+  draft.source = TextField(object, "source");
+  if (!draft.source && (object.Find("source") != nullptr || object.Find("source_hex") != nullptr))
+    return false;
+  problem = "expected \"text\" (or its bytes in \"text_hex\")";
   auto text = TextField(object, "text");
-  if (!source || !text) return false;
-  draft.source = std::move(*source);
+  if (!text) return false;
   draft.text = std::move(*text);
   if (const std::string* const host = object.FindString("host")) draft.host = *host;
   return TakeBytes(object, "origin", draft.origin, problem) && TakeBytes(object, "tail", draft.tail, problem);

@@ -18,6 +18,7 @@
 #include "client/message/text_split.h"
 #include "client/message/time_zone.h"
 #include "tamlogctl/base/console.h"
+#include "tamlogctl/base/counted.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
 #include "tamlogctl/base/plain_file.h"
@@ -238,12 +239,13 @@ void ReadDrafts(const std::string& path, const std::string& bytes, const ImportC
 }
 
 void ReportProblems(const std::string& path, const ImportSource& source) {
-  for (const std::string& problem : source.problems) Say(path + ": " + problem);
+  const std::string separator = source.exitCode == kNotALog ? " " : ": ";
+  for (const std::string& problem : source.problems) Say(path + separator + problem);
   if (source.exitCode != kDamaged && source.unreadable > source.problems.size() && !source.problems.empty())
     Say(path + ": and " + std::to_string(source.unreadable - source.problems.size()) + " more");
   if (source.continued > 0)
-    Say(path + ": " + std::to_string(source.continued) +
-        " lines without a time have that of the line before; the first is line " +
+    Say(path + ": " + Counted(source.continued, "line") + " without a time " +
+        (source.continued == 1 ? "has" : "have") + " that of the line before; the first is line " +
         std::to_string(source.firstContinued));
 }
 

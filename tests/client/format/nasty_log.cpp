@@ -1,6 +1,6 @@
 // Writes the nasty messages into a log file, for programs that read it: nasty_log FILE [COUNT]
-// COUNT 0 makes an empty log, more than there are messages repeats them. They stand in order of time, as a server
-// keeps them, so that the file is not damaged.
+// COUNT 0 makes an empty log, more than there are messages repeats them. They stand in order of time, as a
+// server keeps them, so that the file is not damaged.
 
 #include <algorithm>
 #include <cstdlib>

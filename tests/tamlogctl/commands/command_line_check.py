@@ -203,6 +203,21 @@ class Help(unittest.TestCase):
             self.assertEqual(outcome.returncode, 8, words)
 
 
+class HelpText(unittest.TestCase):
+    def test_fits_a_terminal(self):
+        topics = ("times", "expressions", "formats", "exit-status", "environment", "files")
+        for name, text in [*VERBS, *((topic, run("help", topic).stdout) for topic in topics)]:
+            for line in text.splitlines():
+                self.assertLessEqual(len(line), 120, f"{name}: {line}")
+
+    def test_of_formats_names_every_field(self):
+        text = run("help", "formats").stdout
+        fields = run("__complete", "=show", "=--fields", "=").stdout.split()
+        self.assertGreater(len(fields), 13)
+        for field in fields:
+            self.assertRegex(text, rf"\b{field.removeprefix('=')}\b")
+
+
 class ManPage(unittest.TestCase):
     def setUp(self):
         with open(MAN_PAGE, encoding="utf-8") as file:

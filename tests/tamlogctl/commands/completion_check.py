@@ -61,6 +61,15 @@ class Program(unittest.TestCase):
                 (["xyzzy", "x"], []), (["filter", "list", "-o", ""], ["text", "tsv", "json"])):
             self.assertEqual(complete(*words), wanted, words)
 
+    def test_severities_and_the_sources_of_labelled_files_are_offered(self):
+        self.assertIn("warning", complete("show", "-p", "w"))
+        with tempfile.TemporaryDirectory() as folder:
+            path = os.path.join(folder, "Logs.dat")
+            with open(path, "wb") as file:
+                file.write(log_bytes())
+            for label in (["--label", "east=" + path], ["--label=east=" + path]):
+                self.assertIn("Camera", complete("merge", *label, "-s", "C"))
+
     def test_an_option_is_offered_once_unless_it_is_repeatable(self):
         self.assertNotIn("--lines", complete("show", "-n", "3", "--"))
         self.assertIn("--source", complete("show", "-s", "a", "--"))

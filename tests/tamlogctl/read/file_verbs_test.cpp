@@ -242,7 +242,7 @@ TEST_F(FileVerbs, WhatIsNoLogIsNamedByEveryVerbAndNothingIsWritten) {
       EXPECT_FALSE(IsThere("new.txt")) << arguments;
     }
   }
-  Expect("import --input log text.dat", 9, "is no log (it begins like text)");
+  Expect("import --input log text.dat", 9, "text.dat is no log (it begins like text)");
   Expect("merge good.dat text.dat", 9, "text.dat is no log");
   EXPECT_NE(Contents("out").find("message 5"), std::string::npos) << "the other file is printed all the same";
   Expect("verify good.dat text.dat", 9, "text.dat is no log");

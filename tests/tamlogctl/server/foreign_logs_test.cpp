@@ -244,6 +244,24 @@ TEST_F(ForeignLogs, ALineThatCannotBeReadIsNamedAndTheOthersAreKept) {
   EXPECT_EQ(Read("a.csv", bytes).exitCode, TamLogCtl::kNegative);
 }
 
+// As an export of chosen fields writes them.
+TEST_F(ForeignLogs, JsonWithoutTypeOrSourceHasThoseOfTheOptions) {
+  const std::string json =
+      "{\"time\":\"2026-01-02T03:04:05.000\",\"text\":\"x\"}\n"
+      "{\"time\":\"2026-01-02T03:04:06.000\",\"source\":\"Stage\",\"text\":\"y\"}\n";
+  EXPECT_EQ(Lines("day.json", json),
+            (Expected{"2026-01-02 03:04:05.000 0 day: x", "2026-01-02 03:04:06.000 0 Stage: y"}));
+  choice.source = "Given";
+  choice.type = 3;
+  EXPECT_EQ(Lines("day.json", json),
+            (Expected{"2026-01-02 03:04:05.000 3 Given: x", "2026-01-02 03:04:06.000 3 Stage: y"}));
+  const std::string begin = "{\"time\":\"2026-01-02T03:04:05.000\",";
+  for (const char* const rest :
+       {"\"type\":4,\"text\":\"x\"}", "\"type\":\"1\",\"text\":\"x\"}", "\"source\":5,\"text\":\"x\"}",
+        "\"source_hex\":\"0\",\"text\":\"x\"}", "\"source\":\"x\"}"})
+    EXPECT_EQ(Read("bad.json", begin + rest + "\n").exitCode, TamLogCtl::kUsage) << rest;
+}
+
 TEST_F(ForeignLogs, TimeWordsOfJsonThatAreTooLargeAreRefused) {
   const auto line = [](const std::string& words) {
     return "{\"time\":null,\"time_words\":[" + words + "],\"type\":1,\"source\":\"a\",\"text\":\"b\"}\n";
