@@ -27,6 +27,7 @@ struct Seen {
   bool isMessage = false;
   bool isNamed = false;        // and its source is a name
   bool passes = false;         // a server accepts type and texts, whatever the time is
+  bool isPadded = false;       // the padding is zeros, as a server writes it
   std::uint64_t sequence = 0;  // that the server assigned
 };
 
@@ -64,6 +65,7 @@ class Walker {
   bool SlotsWereAdded();
   void NoteEmptySlot();
   std::optional<std::uint64_t> MessageWithinSlot(const Seen& here) const;
+  bool ServerWrote(const Seen& here, const Seen& next) const;
   bool GridGoesOn(const Seen& here, const Seen& next, std::uint64_t other) const;
   void BeginLog(std::uint64_t offset);
   void BeginRest();
@@ -106,6 +108,7 @@ Seen Walker::Look(std::uint64_t offset) const {
   seen.isMessage = seen.passes && LooksLikeMessage(message);
   seen.isNamed = seen.isMessage && HasName(message);
   seen.isBlank = !seen.isMessage && IsBlank(message.body);
+  seen.isPadded = bytes.size() == kSlotSize && IsZero(bytes.substr(kNeededOfSlot));
   return seen;
 }
 
@@ -176,10 +179,26 @@ std::optional<std::uint64_t> Walker::MessageWithinSlot(const Seen& here) const {
   return found == std::string_view::npos ? std::nullopt : std::optional(at + found);
 }
 
+// Returns whether number and padding show that a server wrote the slots `here` and `next` in a file of the
+// right size. Senders choose all other bytes: also those of a time that is impossible, and of a message that
+// begins elsewhere. Bytes that moved there by damage have no numbers that differ and that were assigned.
+bool Walker::ServerWrote(const Seen& here, const Seen& next) const {
+  const LogPart& part = parts.back();
+  if (parts.size() > 1 || !part.headerTrusted || !part.breaks.empty() || !image.SizeFits()) return false;
+  const auto isAssigned = [&part](const Seen& slot) {
+    return slot.passes && slot.isPadded && slot.sequence < part.header.nextSequence;
+  };
+  if (!isAssigned(here)) return false;
+  const bool isLast = !next.complete || next.isBlank;
+  const Seen& other = isLast ? last : next;
+  return isAssigned(other) && other.sequence != here.sequence;
+}
+
 // Returns whether the slots go on from `at` rather than from `other`, where a message begins as well: as many
 // slots follow, as far as a look ahead shows. A sender can put a message into the text of another one, but
 // not the number that the server gave to the slot.
 bool Walker::GridGoesOn(const Seen& here, const Seen& next, std::uint64_t other) const {
+  if (ServerWrote(here, next)) return true;
   const bool oneOnly = !Look(other + kSlotSize).isMessage;
   if (oneOnly && Continues(last, here) && image.SizeFits()) return true;
   if (!next.isMessage && !Continues(here, next)) return false;

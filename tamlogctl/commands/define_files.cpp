@@ -15,7 +15,8 @@ namespace {
 
 constexpr const char* kVerifyFooter =
     R"(A server that finds a broken rule at its start empties the whole file. Damage is data that no server writes; a
-remark is unusual data that a server can write. Exit codes: 0 no damage, 1 damage, 3 no such file, 9 no log.
+remark is unusual data that a server can write. Exit codes: 0 no damage, 1 damage, 3 no such file, 7 damaged gzip or
+xz data, 9 no log.
 
 Examples:
   tamlogctl verify Logs.dat                   findings, rule by rule

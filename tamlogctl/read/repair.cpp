@@ -116,7 +116,7 @@ void AppendDoubt(const RepairPlan& plan, std::string& text) {
 // Returns whether most of what was found is doubtful, or nothing of what was there could be saved.
 bool IsPoor(const RepairPlan& plan) {
   const std::uint64_t found = plan.oldestFirst.size();
-  return 2 * plan.doubtful > found || (found == 0 && plan.lost > 0);
+  return 2 * plan.doubtful > found || (found == 0 && (plan.lost > 0 || !plan.headerTrusted));
 }
 
 std::string ReportOf(const std::string& target, const RepairPlan& plan, std::uint64_t written,

@@ -229,14 +229,23 @@ std::string AsJson(const std::vector<Finding>& findings, const std::vector<std::
   return WriteJson(json, 2) + "\n";
 }
 
-// Frees what was found to be stuck, and nothing else. Returns what was done, in words.
-std::vector<std::string> Unstick(LogExaminer& examiner, const Observations& seen) {
-  std::vector<std::string> done;
+// Frees lock and readers as `seen` shows them. Returns false when the readers were left alone.
+bool UnstickLog(LogExaminer& examiner, const Observations& seen, std::vector<std::string>& done) {
   if (seen.log.lockTaken && examiner.FreeHeaderLock()) done.emplace_back("signalled the header lock");
-  if (ReaderIsStuck(seen)) {
-    done.emplace_back(examiner.ForgetReaders(seen.log.header)
-                          ? "set readCount to 0 and signalled the write-wait event"
-                          : "left the readers alone: something changed meanwhile; look again");
+  if (!ReaderIsStuck(seen)) return true;
+  if (!examiner.ForgetReaders(seen.log.header)) return false;
+  done.emplace_back("set readCount to 0 and signalled the write-wait event");
+  return true;
+}
+
+// Frees what was found to be stuck, and nothing else. Returns what was done, in words.
+std::vector<std::string> Unstick(LogExaminer& examiner, const DoctorOptions& options, Observations seen) {
+  std::vector<std::string> done;
+  if (!UnstickLog(examiner, seen, done)) {
+    // A lock that was freed lets the server move; a dead reader may keep it waiting at the next step then.
+    seen.log = examiner.Watch(options.watchMs);
+    if (!UnstickLog(examiner, seen, done))
+      done.emplace_back("left the readers alone: something changed meanwhile; look again");
   }
   if (seen.pipe == PipeState::Blocked && FreeListener(kRequestPipeName)) {
     done.emplace_back("opened and closed the reply pipe, so that the server can go on");
@@ -281,7 +290,7 @@ int Doctor(const DoctorOptions& options) {
     if (path) LookAtPath(*path, LogFileSize(capacity), seen);
     LookAtObjects(examiner, options, seen);
     LookAtNames(seen);
-    if (options.unstick) done = Unstick(examiner, seen);
+    if (options.unstick) done = Unstick(examiner, options, seen);
     examiner.Close();
   }
   ReadOnce(options, seen);

@@ -239,8 +239,8 @@ void ReadDrafts(const std::string& path, const std::string& bytes, const ImportC
 }
 
 void ReportProblems(const std::string& path, const ImportSource& source) {
-  const std::string separator = source.exitCode == kNotALog ? " " : ": ";
-  for (const std::string& problem : source.problems) Say(path + separator + problem);
+  const std::string begin = path + (source.exitCode == kNotALog ? " " : ": ");
+  for (const std::string& problem : source.problems) Say(begin + problem);
   if (source.exitCode != kDamaged && source.unreadable > source.problems.size() && !source.problems.empty())
     Say(path + ": and " + std::to_string(source.unreadable - source.problems.size()) + " more");
   if (source.continued > 0)

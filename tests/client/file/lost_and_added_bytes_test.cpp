@@ -199,6 +199,29 @@ TEST_F(LostAndAddedBytes, FirstMessageThatLooksMovedDoesNotMoveTheSlots) {
   }
 }
 
+// Their numbers do not follow each other: those of other senders' messages lie between.
+TEST_F(LostAndAddedBytes, ManyMessagesThatLookMovedDoNotMoveTheSlots) {
+  LogMessageBody crafted = MakeBody(0, "an impossible time, and an origin that reads as a year", "Clock", 0);
+  for (std::uint8_t& byte : crafted.origin) byte = 14;
+  for (const std::int16_t year :
+       {std::int16_t{1}, std::int16_t{-1}}) {  // sorted in before and after the others
+    for (const int words : {1, 7}) {
+      for (int i = 0; i < words; ++i) crafted.timestamp[i] = year;
+      RingModel log(90);
+      std::multiset<std::string> bodies;
+      for (int i = 0; i < 80; ++i) {
+        const LogMessageBody body = i % 2 == 0 ? crafted : MakeBody(i, "message", "Camera", 0);
+        bodies.insert(BodyBytes(LogMessage{0, body, {}}));
+        log.Submit(body);
+        log.Flush();
+      }
+      const std::string bytes = log.FileBytes();
+      EXPECT_EQ(TamLogClient::VerifyLogFile(LogFileImage(bytes)).Damage(), 0U) << year << " " << words;
+      EXPECT_TRUE(Saved(bytes) == bodies) << year << " " << words;
+    }
+  }
+}
+
 TEST_F(LostAndAddedBytes, SeveralBreaksInOneFileAreAllFound) {
   const std::string bytes = MakeLog(40, 90);
   Random random(5);

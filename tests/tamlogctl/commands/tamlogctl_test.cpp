@@ -7,6 +7,7 @@
 #include <cstring>
 #include <limits>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "client/live/handle.h"
@@ -379,6 +380,25 @@ TEST_F(TamlogctlTest, EventsOfSomebodyElsesChoiceAreNotTouched) {
     EXPECT_EQ(log.ReadCount(), 0);
   }
   EXPECT_EQ(Run("show").exitCode, 0);
+}
+
+// A reader counted itself and died with the lock. A second one waits for the lock, counts itself when it is
+// freed, and dies as well: the header changes before the readers are looked at again.
+TEST_F(TamlogctlTest, UnstickFreesLockAndReadersAtOnceAlthoughTheFreedLockLetsAnotherReaderMove) {
+  ServedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
+  log.SetReadCount(1);
+  log.TakeHeaderLock();
+  std::thread second([&log] {
+    log.TakeHeaderLock();
+    log.SetReadCount(2);
+    log.FreeHeaderLock();
+  });
+  const Outcome outcome = Run("doctor --unstick --watch 300 --timeout 500");
+  second.join();
+  EXPECT_NE(outcome.out.find("unstick: signalled the header lock"), std::string::npos) << outcome.out;
+  EXPECT_NE(outcome.out.find("unstick: set readCount to 0"), std::string::npos) << outcome.out;
+  EXPECT_EQ(log.ReadCount(), 0);
+  EXPECT_TRUE(log.HeaderLockIsFree());
 }
 
 TEST_F(TamlogctlTest, ExportKeepsItsTargetWhenTheSharedHeaderLeavesNothingToRead) {

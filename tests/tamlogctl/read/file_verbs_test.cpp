@@ -129,6 +129,8 @@ TEST_F(FileVerbs, Repair) {
   Expect("repair bad.dat ./bad.dat --force", 2, "NEW './bad.dat': is the damaged file itself");
   Expect("repair bad.dat /dev/full --force", 3, "/dev/full: is not an ordinary file");
   EXPECT_TRUE(std::filesystem::is_character_file("/dev/full"));
+  Put("cut.dat", Contents("good.dat").substr(0, 100));  // ends within the header: nothing is left to save
+  EXPECT_EQ(Run("repair cut.dat cut-new.dat").exitCode, 7);
   Expect("repair missing.dat other.dat", 3, "missing.dat: no such file");
   Expect("repair secret.dat other.dat", 4, "secret.dat: access denied");
   Expect("repair bad.dat locked/other.dat", 4, "locked/other.dat: cannot be written: access denied");
