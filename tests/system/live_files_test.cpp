@@ -111,7 +111,8 @@ class LiveFiles : public SystemTest {
     for (std::size_t i = first < 3 ? 0 : first - 3; i < std::min(first + 3, found.size()); ++i) {
       around += found[i].substr(0, 20) + "\n";
     }
-    ADD_FAILURE() << found.size() << " lines, not " << wanted.size() << "; line " << first + 1 << " differs:\n"
+    ADD_FAILURE() << found.size() << " lines, not " << wanted.size() << "; line " << first + 1
+                  << " differs:\n"
                   << around;
   }
   std::string ExportTo(const std::string& name, const std::string& more) const {
