@@ -285,7 +285,7 @@ TEST_F(LiveFiles, ImportSaysWhatDidNotStayInTheLog) {
   WriteWholeFile(ScratchFile("damaged.dat"), bytes);
   Expect("import " + Quoted("damaged.dat"), 7, "29 in the log, 0 not, 0 refused");
   WriteWholeFile(ScratchFile("bad.json"), "{\"time\":\"2026-01-01T00:00:00\"}\n");
-  Expect("import " + Quoted("bad.json"), 2, "line 1: expected \"type\" from 0 to 3");
+  Expect("import " + Quoted("bad.json"), 2, "line 1: expected \"text\"");
   Expect("import " + Quoted("missing.json"), 3, "no such file");
   EXPECT_EQ(Header().messageCount, 29);
   StopService();
