@@ -5,7 +5,6 @@
 #include <string_view>
 #include <utility>
 
-#include "client/file/message_shape.h"
 #include "client/file/slot_layout.h"
 #include "client/log/ring.h"
 #include "client/message/log_message_view.h"
