@@ -4,8 +4,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
-#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -15,15 +13,13 @@
 #include "client/file/slot_layout.h"
 #include "client/log/log_snapshot.h"
 #include "client/message/log_message_view.h"
+#include "fuzz/input.h"
 
 namespace {
 
+using Fuzz::Require;
 using TamLogClient::LogFileImage;
 using TamLogClient::LogMessageView;
-
-void Require(bool holds) {
-  if (!holds) std::abort();
-}
 
 void Read(const LogFileImage& image) {
   TamLogClient::LogSnapshot snapshot;

@@ -36,7 +36,9 @@ struct Change {
   std::uint16_t filling;
 };
 
-LogMessage MessageOf(std::uint32_t number) {
+// The tails are different, so that no two messages are the same. They count upwards like the server's numbers
+// only if `countingTails`.
+LogMessage MessageOf(std::uint32_t number, bool countingTails) {
   LogMessage message{};
   message.sequence = number;
   const std::int16_t words[8] = {
@@ -45,11 +47,12 @@ LogMessage MessageOf(std::uint32_t number) {
   message.body.type = number % kMessageTypes;
   std::memset(message.body.source, 's', 1 + number % 9);
   std::memset(message.body.text, static_cast<int>('a' + number % 26), 1 + number * 31 % 200);
-  std::memcpy(message.body.tail, &number, sizeof(number));  // no two are the same
+  const std::uint32_t tail = countingTails ? number : ~number;
+  std::memcpy(message.body.tail, &tail, sizeof(tail));
   return message;
 }
 
-std::string MakeLog(std::uint32_t capacity, std::uint32_t messages) {
+std::string MakeLog(std::uint32_t capacity, std::uint32_t messages, bool countingTails) {
   std::string bytes(LogFileSize(capacity), '\0');
   LogFileHeader header{};
   header.maxMessages = static_cast<std::int32_t>(capacity);
@@ -61,7 +64,7 @@ std::string MakeLog(std::uint32_t capacity, std::uint32_t messages) {
   std::memcpy(bytes.data(), &header, sizeof(header));
   std::strcpy(bytes.data() + kLockNamesOffset, kHeaderLockName);
   for (std::uint32_t i = 0; i < messages; ++i) {
-    const LogMessage message = MessageOf(i);
+    const LogMessage message = MessageOf(i, countingTails);
     std::memcpy(bytes.data() + LogFileImage::OffsetOf(i % capacity), &message, sizeof(message));
   }
   return bytes;
@@ -103,6 +106,15 @@ bool IsTouched(std::uint64_t slot, const std::vector<Change>& changes) {
   });
 }
 
+// Returns whether whole slots were added or removed, and other bytes as well. The slots are then still at the
+// places of slots, and the size of the file does not show the move: messages after the end of the ring may as
+// well be what a clear left there, which only carving saves.
+bool MovedUnseen(const std::vector<Change>& changes) {
+  return changes.size() > 1 && std::any_of(changes.begin(), changes.end(), [](const Change& change) {
+           return change.length % kSlotSize == 0;
+         });
+}
+
 void CheckLayout(const LogFileImage& image) {
   std::uint64_t end = 0;
   for (const auto& part : FindLayout(image)) {
@@ -125,7 +137,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const auto head = input.Take<Head>();
   const std::uint32_t capacity = 4U + head.capacity % 40U;
   const std::uint32_t messages = 2U + head.messages % (3U * capacity);
-  std::string bytes = MakeLog(capacity, messages);
+  // After slots moved by 10 bytes, such tails are where the numbers were. The size of the file still shows
+  // the move of a single change. After several changes the bytes may also be messages without dates, whose
+  // senders wrote messages into their texts: then the numbers decide, and wrongly for these tails.
+  const bool countingTails = head.changes % 4U <= 1;
+  std::string bytes = MakeLog(capacity, messages, countingTails);
   const LogFileImage whole(bytes);
   std::vector<std::string> bodies;
   for (const std::uint32_t slot : whole.RingSlots()) bodies.push_back(BodyOf(whole.Slot(slot)));
@@ -136,7 +152,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const LogFileImage image(bytes);
   CheckLayout(image);
   std::set<std::string> saved;
-  for (const auto& message : PlanRepair(image).oldestFirst)
+  for (const auto& message : PlanRepair(image, {.carve = MovedUnseen(changes)}).oldestFirst)
     saved.insert(BodyOf(SavedMessageOf(image, message)));
   for (std::size_t i = 0; i < slots.size(); ++i)
     Require(IsTouched(slots[i], changes) || saved.contains(bodies[i]));

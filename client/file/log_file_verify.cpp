@@ -5,7 +5,6 @@
 #include <string_view>
 #include <utility>
 
-#include "client/file/message_shape.h"
 #include "client/file/slot_layout.h"
 #include "client/log/ring.h"
 #include "client/message/log_message_view.h"
@@ -38,7 +37,6 @@ class Verifier {
   void CheckHeader();
   void CheckSize();
   void CheckSlotsInFile();
-  bool SlotsAreSuspicious(const std::vector<std::uint32_t>& slots) const;
   void CheckLayout();
   void LeaveOutShifted(std::vector<std::uint32_t>& slots);
   void CheckMessages(const std::vector<std::uint32_t>& slots);
@@ -228,21 +226,13 @@ VerifyReport Verifier::Run() {
   CheckHeader();
   if (options.remarks) CheckNames();
   auto slots = image.RingSlots();
-  if (!options.live && SlotsAreSuspicious(slots)) CheckLayout();
+  if (!options.live && !RingIsPlain(image)) CheckLayout();
   if (!image.HeaderIsSound()) return std::move(report);  // which slots hold messages is not known
   CheckSlotsInFile();
   CheckSize();
   LeaveOutShifted(slots);
   CheckMessages(slots);
   return std::move(report);
-}
-
-// Returns whether slots may be elsewhere than the header says. A file of the right size whose ring holds
-// nothing but messages with a date needs no search.
-bool Verifier::SlotsAreSuspicious(const std::vector<std::uint32_t>& slots) const {
-  return !image.SizeFits() || !std::all_of(slots.begin(), slots.end(), [this](std::uint32_t slot) {
-    return LooksLikeMessage(image.Slot(slot));
-  });
 }
 
 void Verifier::CheckLayout() {

@@ -43,9 +43,10 @@ bool IsZero(std::string_view bytes) {
 }
 
 // Returns whether the numbers that the server assigned show that `next` is the slot after `here`. Senders
-// have no influence on them.
+// have no influence on them. No server counts so far that 0 follows.
 bool Continues(const Seen& here, const Seen& next) {
-  return here.complete && next.passes && !next.isBlank && next.sequence == here.sequence + 1;
+  return here.complete && next.passes && !next.isBlank && next.sequence != 0 &&
+         next.sequence == here.sequence + 1;
 }
 
 class Walker {
@@ -66,6 +67,8 @@ class Walker {
   void NoteEmptySlot();
   std::optional<std::uint64_t> MessageWithinSlot(const Seen& here) const;
   bool ServerWrote(const Seen& here, const Seen& next) const;
+  bool IsLastOfRing(const Seen& here) const;
+  bool SizeShowsMove(std::uint64_t other) const;
   bool GridGoesOn(const Seen& here, const Seen& next, std::uint64_t other) const;
   void BeginLog(std::uint64_t offset);
   void BeginRest();
@@ -194,13 +197,36 @@ bool Walker::ServerWrote(const Seen& here, const Seen& next) const {
   return isAssigned(other) && other.sequence != here.sequence;
 }
 
+// Returns whether `at` holds the ring's last message, in a file of the right size. The slot after it belongs
+// to no message, so that it cannot show whether the slots moved.
+bool Walker::IsLastOfRing(const Seen& here) const {
+  const LogPart& part = parts.back();
+  if (!here.isMessage || !image.SizeFits() || part.offset > 0 || !part.breaks.empty()) return false;
+  const std::uint64_t number = (at - kSlotsOffset) / kSlotSize;
+  return HoldsMessage(part.header, number) && !HoldsMessage(part.header, number + 1);
+}
+
+// Returns whether the size of the log shows that its slots moved from `at` to `other`: the file is longer or
+// shorter than its capacity needs by just that many bytes, those of the breaks before, and whole slots. No
+// sender can change the size.
+bool Walker::SizeShowsMove(std::uint64_t other) const {
+  const LogPart& part = parts.back();
+  if (part.afterEnd || !part.headerTrusted) return false;
+  const std::uint64_t end = part.offset + LogFileSize(static_cast<std::uint64_t>(part.header.maxMessages));
+  auto added = static_cast<std::int64_t>(image.Size()) - static_cast<std::int64_t>(end);
+  for (const SlotBreak& gap : part.breaks) added -= gap.bytes;
+  return (added - static_cast<std::int64_t>(other - at)) % static_cast<std::int64_t>(kSlotSize) == 0;
+}
+
 // Returns whether the slots go on from `at` rather than from `other`, where a message begins as well: as many
 // slots follow, as far as a look ahead shows. A sender can put a message into the text of another one, but
-// not the number that the server gave to the slot.
+// not the number that the server gave to the slot. If 10 bytes were added, the tails of the messages are read
+// as these numbers, and a sender may count in them; then the size of the file decides.
 bool Walker::GridGoesOn(const Seen& here, const Seen& next, std::uint64_t other) const {
   if (ServerWrote(here, next)) return true;
+  if (IsLastOfRing(here)) return true;
   const bool oneOnly = !Look(other + kSlotSize).isMessage;
-  if (oneOnly && Continues(last, here) && image.SizeFits()) return true;
+  if (oneOnly && Continues(last, here) && image.SizeFits() && !SizeShowsMove(other)) return true;
   if (!next.isMessage && !Continues(here, next)) return false;
   constexpr std::uint64_t kAhead = 8;
   std::uint64_t grid = Continues(here, next) ? 1 : 0;
@@ -212,7 +238,7 @@ bool Walker::GridGoesOn(const Seen& here, const Seen& next, std::uint64_t other)
   }
   std::uint64_t beside = 0;
   while (beside < kAhead && Look(other + beside * kSlotSize).isMessage) ++beside;
-  return grid >= beside;
+  return SizeShowsMove(other) ? grid > beside : grid >= beside;
 }
 
 void Walker::BeginStretch(std::uint64_t offset) {
@@ -424,6 +450,8 @@ std::vector<LogPart> Walker::Run() {
   FindFirstSlot();
   while (at < image.Size()) Step();
   FinishLog();
+  LogPart& first = parts.front();
+  first.ringIsPlain = !first.breaks.empty() && RingIsPlain(image);
   return std::move(parts);
 }
 
@@ -440,7 +468,14 @@ bool LogPart::RingInPlace() const {
   if (!headerTrusted || breaks.empty()) return headerTrusted;
   const std::uint64_t slots = offset + kSlotsOffset;
   const std::uint64_t end = slots + static_cast<std::uint64_t>(header.nextSlot) * kSlotSize;
-  return header.messageCount <= header.nextSlot && end < breaks.front().offset;
+  return ringIsPlain || (header.messageCount <= header.nextSlot && end < breaks.front().offset);
+}
+
+bool RingIsPlain(const LogFileImage& image) {
+  const auto slots = image.RingSlots();
+  return image.SizeFits() && std::all_of(slots.begin(), slots.end(), [&image](std::uint32_t slot) {
+           return LooksLikeMessage(image.Slot(slot));
+         });
 }
 
 std::vector<LogPart> FindLayout(const LogFileImage& image) {

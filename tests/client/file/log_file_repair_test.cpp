@@ -161,6 +161,49 @@ TEST_F(LogFileRepairTest, MessagesAfterAClearAreCarved) {
   EXPECT_EQ(Plan({.carve = true}).outside, 0U);
 }
 
+// What a clear left in the slots belongs to no message, so that its damage is no loss. The checker and the
+// repair agree on that.
+TEST_F(LogFileRepairTest, DamageAfterTheEndOfTheRingIsNoLoss) {
+  for (const std::uint64_t messages : {0U, 1U}) {
+    log.Clear();
+    if (messages > 0) log.Submit(MakeBody(9000, "new"));
+    log.Flush();
+    Take();
+    const std::uint64_t damaged = LogFileImage::OffsetOf(messages);
+    bytes[damaged + TamLogClient::kTypeOffset] = 93;
+    bytes.insert(damaged + 300, 1, '?');
+    bytes.pop_back();
+    EXPECT_EQ(TamLogClient::VerifyLogFile(LogFileImage(bytes)).Damage(), 0U) << messages;
+    EXPECT_EQ(Saved(), messages > 0 ? "new" : "");
+    EXPECT_EQ(Plan().lost, 0U) << messages;
+    EXPECT_TRUE(Plan().breaks.empty()) << messages;
+    EXPECT_GT(Plan().outside, 0U) << messages;
+  }
+}
+
+// A full rewrite numbers every message 0, so that the numbers do not show which of the two is the slot.
+TEST_F(LogFileRepairTest, MessageWithinTheTextOfTheLastOneDoesNotReplaceIt) {
+  LogMessage planted{};
+  planted.body = MakeBody(0, "", "planted");
+  constexpr std::size_t kPlanted = 80;
+  for (std::uint64_t slot = 0; slot < 6; ++slot) std::memset(&bytes[LogFileImage::OffsetOf(slot)], 0, 8);
+  std::memcpy(&bytes[LogFileImage::OffsetOf(5) + 300], &planted, kPlanted);
+  EXPECT_EQ(TamLogClient::VerifyLogFile(LogFileImage(bytes)).Damage(), 0U);
+  EXPECT_EQ(Saved(), "012345");
+  EXPECT_EQ(Plan().lost, 0U);
+}
+
+// An empty ring is in place wherever its header says that the next message goes.
+TEST_F(LogFileRepairTest, DamageBeforeTheNextSlotOfAnEmptyRingIsNoLoss) {
+  bytes[offsetof(LogFileHeader, messageCount)] = 0;
+  bytes[LogFileImage::OffsetOf(0) + TamLogClient::kTypeOffset] = 93;
+  bytes.insert(LogFileImage::OffsetOf(0) + 300, 1, '?');
+  bytes.pop_back();
+  EXPECT_EQ(TamLogClient::VerifyLogFile(LogFileImage(bytes)).Damage(), 0U);
+  EXPECT_EQ(Plan().lost, 0U);
+  EXPECT_EQ(Saved(), "");
+}
+
 TEST_F(LogFileRepairTest, MessagesThatAWrongHeaderHidesAreReported) {
   bytes[offsetof(LogFileHeader, messageCount)] = 2;
   EXPECT_EQ(Saved(), "45");

@@ -184,6 +184,29 @@ TEST_F(LostAndAddedBytes, MessageWhoseTextMovedIsNotSaved) {
   }
 }
 
+TEST_F(LostAndAddedBytes, LastMessageIsFoundAfterAByteWasAddedAndAnotherLost) {
+  const std::string bytes = MakeLog(10, 34);
+  EXPECT_EQ(Try(bytes, {{LogFileImage::OffsetOf(2) + 80, 0, "?"}, {LogFileImage::OffsetOf(8) + 80, 1, ""}}),
+            "");
+}
+
+// After 10 bytes were added, the tail of each message is where the number of the next one was.
+TEST_F(LostAndAddedBytes, TailsThatCountAreNotTakenForNumbers) {
+  std::string bytes = MakeLog(10, 22);
+  for (std::uint64_t slot = 0; slot < 10; ++slot) {
+    const auto number = static_cast<std::uint32_t>(LogFileImage(bytes).Slot(slot).sequence);
+    std::memcpy(&bytes[LogFileImage::OffsetOf(slot) + kNeeded - sizeof(number)], &number, sizeof(number));
+  }
+  for (std::uint64_t slot = 0; slot < 10; ++slot) {
+    const std::uint64_t at = LogFileImage::OffsetOf(slot) + 80;
+    EXPECT_EQ(Try(bytes, {{at, 0, std::string(10, '\0')}}), "");
+    EXPECT_EQ(Try(bytes, {{at, 0, std::string(kSlot + 10, '\0')}}), "");
+    if (slot < 9) {
+      EXPECT_EQ(Try(bytes, {{at, kSlot - 10, ""}}), "");
+    }
+  }
+}
+
 TEST_F(LostAndAddedBytes, FirstMessageThatLooksMovedDoesNotMoveTheSlots) {
   for (const int others : {0, 1, 9}) {
     RingModel log(12);
