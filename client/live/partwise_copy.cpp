@@ -77,23 +77,27 @@ bool PartwiseCopy::Continues(const LogFileHeader& now) const {
 
 bool PartwiseCopy::CopyPart(const LogFileHeader& header, std::int64_t first, std::int64_t end) {
   std::fill(copied.begin() + first, copied.begin() + end, std::uint8_t{0});
-  for (const SlotRun& run : OccupiedRuns(header, log->SlotCount())) {
+  const auto runs = OccupiedRuns(header, log->SlotCount());
+  return std::all_of(runs.begin(), runs.end(), [&](const SlotRun& run) {
     const std::int64_t from = std::max(run.begin, first);
     const std::int64_t to = std::min(run.end, end);
-    if (from >= to) continue;
+    if (from >= to) return true;
     const auto slot = static_cast<std::size_t>(from);
     if (!log->CopySlots(slot, static_cast<std::size_t>(to - from), &snapshot->slots[slot])) return false;
     std::fill(copied.begin() + from, copied.begin() + to, std::uint8_t{1});
-  }
-  return true;
+    return true;
+  });
 }
 
 bool PartwiseCopy::CopyChanged(const LogFileHeader& header) {
-  for (const SlotRun& run : OccupiedRuns(header, log->SlotCount())) {
-    for (std::int64_t first = run.begin; first < run.end; first += partSlots) {
-      const std::int64_t end = std::min(first + partSlots, run.end);
-      if (!CopyChangedPart(static_cast<std::size_t>(first), static_cast<std::size_t>(end))) return false;
-    }
+  const auto runs = OccupiedRuns(header, log->SlotCount());
+  return std::all_of(runs.begin(), runs.end(), [this](const SlotRun& run) { return CopyChangedRun(run); });
+}
+
+bool PartwiseCopy::CopyChangedRun(const SlotRun& run) {
+  for (std::int64_t first = run.begin; first < run.end; first += partSlots) {
+    const std::int64_t end = std::min(first + partSlots, run.end);
+    if (!CopyChangedPart(static_cast<std::size_t>(first), static_cast<std::size_t>(end))) return false;
   }
   return true;
 }

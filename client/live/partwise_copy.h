@@ -18,6 +18,7 @@
 #include "client/live/consistent_read.h"
 #include "client/live/log_memory.h"
 #include "client/log/log_snapshot.h"
+#include "client/log/ring.h"
 #include "client/message/status.h"
 
 namespace TamLogClient {
@@ -43,6 +44,7 @@ class PartwiseCopy {
   // These return false for a page that cannot be read.
   bool CopyPart(const LogFileHeader& header, std::int64_t first, std::int64_t end);
   bool CopyChanged(const LogFileHeader& header);
+  bool CopyChangedRun(const SlotRun& run);
   bool CopyChangedPart(std::size_t first, std::size_t end);
 
   const LogMemory* log;
