@@ -118,7 +118,7 @@ FileStatus ExportTarget::CutBack(const FilePlace& place, const LogMessage* first
     return Status::Ok;
   }
   CutResult result = CutResult::Nothing;
-  const FileStatus status = file.CutBack(place, result);
+  FileStatus status = file.CutBack(place, result);
   if (status != Status::Ok) return status;
   if (result == CutResult::Other && HoldsSomething(options.target))
     Say(options.target + ": is not the file of the last run; messages may be written twice");

@@ -179,7 +179,7 @@ void Delivery::RemoveArrived(const LogSnapshot& log) {
   MessageCounts there;
   for (const std::uint32_t slot : log.RingOrder()) {
     const LogMessageBody& body = log.slots[slot].body;
-    if (!known.empty() || keys.count(TimeKey(body)) > 0) ++there[IdentityOf(body)];
+    if (!known.empty() || keys.contains(TimeKey(body))) ++there[IdentityOf(body)];
   }
   MessageCounts copies = there;
   for (auto& [identity, count] : known) {
