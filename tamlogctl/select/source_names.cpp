@@ -19,7 +19,7 @@ using TamLogClient::LogMessageView;
 using TamLogClient::LogSnapshot;
 
 constexpr std::size_t kMostNames = 1000;
-constexpr std::uint32_t kPatienceMs = 300;  // of somebody who has pressed a key
+constexpr std::uint32_t kCompletionTimeoutMs = 300;  // the user waits for the completion at the prompt
 
 void AddNames(const LogSnapshot& snapshot, std::set<std::string>& names) {
   std::set<std::string_view> seen;
@@ -39,7 +39,7 @@ std::vector<std::string> SourceNames(const std::vector<std::string>& files) {
   std::set<std::string> names;
   if (files.empty()) {
     LogSnapshot snapshot;
-    if (Readable(ReadLiveLog(kPatienceMs, snapshot))) AddNames(snapshot, names);
+    if (Readable(ReadLiveLog(kCompletionTimeoutMs, snapshot))) AddNames(snapshot, names);
   }
   for (const std::string& file : files)
     AddNames(TamLogClient::ReadLogFile(PlainFileOf(file).path).snapshot, names);
