@@ -46,11 +46,14 @@ void MessageFormatter::AppendTail(std::string& out) const {
   if (options.format == Format::JsonArray) out += begun ? "\n]\n" : "]\n";
 }
 
-bool MessageFormatter::ShowsCursors() const {
-  const auto isCursor = [](Field field) { return field == Field::Cursor; };
+bool MessageFormatter::Selects(Field field) const {
   const auto& fields = options.fields;
   const auto& parts = options.layout.Parts();
-  const bool chosen = std::any_of(fields.begin(), fields.end(), isCursor);
+  return std::find(fields.begin(), fields.end(), field) != fields.end() ||
+         std::any_of(parts.begin(), parts.end(), [field](const auto& part) { return part.field == field; });
+}
+
+bool MessageFormatter::ShowsCursors() const {
   switch (options.format) {
     case Format::Export:
     case Format::Rfc5424:
@@ -58,38 +61,22 @@ bool MessageFormatter::ShowsCursors() const {
     case Format::Json:
     case Format::JsonArray:
     case Format::Csv:
-      return fields.empty() || chosen;
-    case Format::Tsv:
-      return chosen;
-    case Format::Template:
-      return std::any_of(parts.begin(), parts.end(),
-                         [](const auto& part) { return part.field == Field::Cursor; });
-    case Format::Short:
-    case Format::Full:
-    case Format::Cat:
-    case Format::Raw:
-      return false;
+      return options.fields.empty() || Selects(Field::Cursor);
+    default:
+      return Selects(Field::Cursor);
   }
-  return false;
 }
 
 bool MessageFormatter::CarriesHost() const {
-  const auto isHost = [](Field field) { return field == Field::Host; };
-  const auto namesHost = [&](const TextTemplate::Part& part) { return part.field && isHost(*part.field); };
   switch (options.format) {
     case Format::Export:
     case Format::Rfc5424:
       return true;
     case Format::Json:
     case Format::JsonArray:
-      return options.fields.empty() || std::any_of(options.fields.begin(), options.fields.end(), isHost);
-    case Format::Csv:
-    case Format::Tsv:
-      return std::any_of(options.fields.begin(), options.fields.end(), isHost);
-    case Format::Template:
-      return std::any_of(options.layout.Parts().begin(), options.layout.Parts().end(), namesHost);
+      return options.fields.empty() || Selects(Field::Host);
     default:
-      return false;
+      return Selects(Field::Host);
   }
 }
 

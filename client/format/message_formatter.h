@@ -40,6 +40,9 @@ class MessageFormatter {
   void AppendTail(std::string& out) const;
 
  private:
+  // Returns whether the user selected the field, among the fields or in the template.
+  bool Selects(Field field) const;
+
   FormatOptions options;
   bool begun = false;  // a message was written
 };

@@ -6,6 +6,7 @@
 #include <system_error>
 
 #include "client/file/file_path.h"
+#include "tamlogctl/base/glob.h"
 
 namespace TamLogCtl {
 
@@ -17,27 +18,10 @@ char Lower(char letter) {
   return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
 }
 
-// Takes at most the product of both lengths.
 bool Matches(std::string_view name, std::string_view pattern) {
-  std::size_t at = 0;
-  std::size_t in = 0;
-  std::size_t star = std::string_view::npos;
-  std::size_t resume = 0;
-  while (in < name.size()) {
-    if (at < pattern.size() && pattern[at] == '*') {
-      star = at++;
-      resume = in;
-    } else if (at < pattern.size() && (pattern[at] == '?' || Lower(pattern[at]) == Lower(name[in]))) {
-      ++at;
-      ++in;
-    } else if (star != std::string_view::npos) {
-      at = star + 1;
-      in = ++resume;
-    } else {
-      return false;
-    }
-  }
-  return pattern.find_first_not_of('*', at) == std::string_view::npos;
+  return MatchesGlob(name, pattern, [](char wanted, char letter) {
+    return wanted == '?' || Lower(wanted) == Lower(letter);
+  });
 }
 
 std::string Utf8Of(const fs::path& path) {

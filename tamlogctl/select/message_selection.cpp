@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "tamlogctl/base/glob.h"
+
 namespace TamLogCtl {
 
 using TamLogClient::LogMessageView;
@@ -15,25 +17,7 @@ bool SameLetter(char left, char right) {
 }  // namespace
 
 bool MatchesName(std::string_view name, std::string_view glob) {
-  std::size_t at = 0;
-  std::size_t star = std::string_view::npos;
-  std::size_t resume = 0;
-  std::size_t in = 0;
-  while (in < name.size()) {
-    if (at < glob.size() && glob[at] == '*') {
-      star = at++;
-      resume = in;
-    } else if (at < glob.size() && SameLetter(glob[at], name[in])) {
-      ++at;
-      ++in;
-    } else if (star != std::string_view::npos) {
-      at = star + 1;
-      in = ++resume;
-    } else {
-      return false;
-    }
-  }
-  return glob.find_first_not_of('*', at) == std::string_view::npos;
+  return MatchesGlob(name, glob, SameLetter);
 }
 
 namespace {

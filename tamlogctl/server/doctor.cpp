@@ -42,12 +42,6 @@ using TamLogClient::Status;
 
 constexpr std::uint32_t kBusyMs = 3000;  // a pipe is often busy for some milliseconds
 
-std::string Visible(const std::string& text) {
-  std::string out;
-  TamLogClient::AppendVisible(text, out);
-  return out;
-}
-
 bool IsLowIntegrity() {
   constexpr DWORD kMediumIntegrity = 0x2000;
   HANDLE raw = nullptr;
@@ -211,7 +205,7 @@ std::string AsText(const std::vector<Finding>& findings) {
                        std::string(finding.check.size() < 9 ? 9 - finding.check.size() : 1, ' ');
     TamLogClient::AppendVisible(finding.found, line);
     out += line + "\n";
-    if (!finding.fix.empty()) out += "               -> " + Visible(finding.fix) + "\n";
+    if (!finding.fix.empty()) out += "               -> " + Shown(finding.fix) + "\n";
   }
   return out;
 }

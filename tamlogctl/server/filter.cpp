@@ -37,21 +37,15 @@ bool CanBeStored(const Filters& filters, bool allowEmpty) {
   });
 }
 
-std::string Visible(const std::string& text) {
-  std::string visible;
-  TamLogClient::AppendVisible(text, visible);
-  return visible;
-}
-
 void Warn(const Filters& added) {
   for (const FilterEntry& filter : added) {
     const std::string remark = FilterRemark(filter);
-    if (!remark.empty()) Say("warning: '" + Visible(filter.text) + "' is " + remark);
+    if (!remark.empty()) Say("warning: '" + Shown(filter.text) + "' is " + remark);
   }
 }
 
 void SayKnown(const Filters& known, const char* problem) {
-  for (const FilterEntry& filter : known) Say("'" + Visible(filter.text) + "' " + problem);
+  for (const FilterEntry& filter : known) Say("'" + Shown(filter.text) + "' " + problem);
 }
 
 void WarnOfRule(const Filters& all) {
@@ -147,7 +141,7 @@ int RemoveFilters(const FilterOptions& options) {
   for (const FilterEntry& wanted : options.entries) {
     if (Remove(filters, wanted)) continue;
     return Refuse(kNegative, std::string("there is no ") + (wanted.include ? "include" : "exclude") +
-                                 " filter '" + Visible(wanted.text) + "'; see: tamlogctl filter list");
+                                 " filter '" + Shown(wanted.text) + "'; see: tamlogctl filter list");
   }
   return Replace(client, filters);
 }

@@ -5,6 +5,7 @@
 #include <charconv>
 #include <map>
 
+#include "tamlogctl/base/time_arithmetic.h"
 #include "tamlogctl/server/import_draft.h"
 #include "tamlogctl/server/stamp_text.h"
 
@@ -132,7 +133,7 @@ bool FromEntry(const Entry& entry, ImportDraft& draft, std::string& problem) {
   problem = "the entry has no __REALTIME_TIMESTAMP";
   constexpr std::int64_t kMost = 253402300799999999;  // the end of year 9999
   if (!time || *time < 0 || *time > kMost) return false;
-  draft.time = WordsAt(*time / 1000);
+  draft.time = WordsSince1970(*time / 1000);
   draft.offset = 0;
   return true;
 }

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 
 #include "client/message/time_zone.h"
 #include "tamlogctl/base/locale.h"
+#include "tamlogctl/base/time_arithmetic.h"
 
 namespace TamLogCtl {
 
@@ -178,25 +178,8 @@ std::optional<Stamp> ParseStamp(std::string_view text) {
   return Stamp{*words, offset};
 }
 
-TimeWords WordsAt(std::int64_t milliseconds) {
-  namespace chrono = std::chrono;
-  const auto moment = chrono::sys_time<chrono::milliseconds>(chrono::milliseconds(milliseconds));
-  const auto day = chrono::floor<chrono::days>(moment);
-  const chrono::year_month_day date(day);
-  const chrono::hh_mm_ss time(moment - day);
-  const auto word = [](auto value) { return static_cast<std::int16_t>(value); };
-  return {word(static_cast<int>(date.year())),
-          word(static_cast<unsigned>(date.month())),
-          word(static_cast<unsigned>(date.day())),
-          word(time.hours().count()),
-          word(time.minutes().count()),
-          word(time.seconds().count()),
-          word(time.subseconds().count()),
-          0};
-}
-
 TimeWords LocalTimeAt(std::int64_t milliseconds) {
-  return WordsAt(milliseconds + std::int64_t{OffsetAtUtc(WordsAt(milliseconds))} * 60000);
+  return WordsSince1970(milliseconds + std::int64_t{OffsetAtUtc(WordsSince1970(milliseconds))} * 60000);
 }
 
 }  // namespace TamLogCtl

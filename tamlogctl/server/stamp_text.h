@@ -29,10 +29,7 @@ std::optional<Stamp> TakeSyslogStamp(std::string_view& line, const TamLogClient:
 // Parses a whole text: one of ParseTime, followed by a zone or not.
 std::optional<Stamp> ParseStamp(std::string_view text);
 
-// Returns the time of day at a moment, in milliseconds since 1970, without regard to a zone.
-TamLogClient::TimeWords WordsAt(std::int64_t milliseconds);
-
-// Returns the local time of a moment in UTC.
+// Returns the local time of a moment, in milliseconds since 1970 in UTC.
 TamLogClient::TimeWords LocalTimeAt(std::int64_t milliseconds);
 
 }  // namespace TamLogCtl
