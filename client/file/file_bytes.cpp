@@ -22,7 +22,7 @@ constexpr std::size_t kMostRead = std::size_t{1} << 24U;
 }  // namespace
 
 FileStatus FileBytes::Open(const std::string& path) {
-  if (const FileStatus status = OpenForReading(path, file); status != Status::Ok) return status;
+  if (FileStatus status = OpenForReading(path, file); status != Status::Ok) return status;
   std::error_code error;
   if (std::filesystem::is_fifo(PathOf(path), error)) return ReadPipe();
   size = std::filesystem::file_size(PathOf(path), error);

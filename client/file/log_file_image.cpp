@@ -71,7 +71,7 @@ std::string ImageOf(const LogSnapshot& snapshot) {
 FileStatus ReadFileBytes(const std::string& path, std::string& bytes) {
   bytes.clear();
   FileBytes file;
-  if (const FileStatus status = file.Open(path); status != Status::Ok) return status;
+  if (FileStatus status = file.Open(path); status != Status::Ok) return status;
   bytes.resize(file.Size());
   bytes.resize(file.Copy(0, bytes.data(), bytes.size()));
   return file.Failure();

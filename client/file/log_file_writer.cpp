@@ -23,7 +23,7 @@ FileStatus WriteLogFile(const std::string& path, std::uint64_t count, const Mess
   if (capacity == 0 || capacity > kMostSlots || count > capacity) return Status::BadValue;
   RemoveLeftovers(path);
   AtomicFile file;
-  if (const FileStatus status = file.Open(path, overwrite); status != Status::Ok) return status;
+  if (FileStatus status = file.Open(path, overwrite); status != Status::Ok) return status;
   LogFileHeader header{};
   header.messageCount = static_cast<std::int32_t>(count);
   header.maxMessages = static_cast<std::int32_t>(capacity);

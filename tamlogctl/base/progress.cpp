@@ -15,7 +15,7 @@ constexpr std::size_t kLineWidth = 78;
 
 }  // namespace
 
-Progress::Progress(std::string purpose, std::uint64_t total)
+Progress::Progress(const std::string& purpose, std::uint64_t total)
     : what(Shown(purpose)), all(total), next(Ticks() + kFirstMs), terminal(StderrIsTerminal()) {}
 
 Progress::~Progress() {

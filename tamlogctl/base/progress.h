@@ -15,7 +15,7 @@ namespace TamLogCtl {
 class Progress {
  public:
   // `purpose` begins the line. With a `total` of 0 the amount of work is unknown.
-  explicit Progress(std::string purpose, std::uint64_t total = 0);
+  explicit Progress(const std::string& purpose, std::uint64_t total = 0);
   ~Progress();  // removes the line
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;

@@ -100,12 +100,12 @@ FileStatus RotatingFile::CutBack(const FilePlace& place, CutResult& result) {
   }
   for (std::uint32_t older = *number; older > 0 && Exists(Numbered(older)); ++older) {
     const std::uint32_t to = older - *number;
-    const FileStatus status =
+    FileStatus status =
         TamLogClient::RenameToNew(PathOf(Numbered(older)), PathOf(to == 0 ? options.target : Numbered(to)));
     if (status != Status::Ok) return status;
   }
   TamLogClient::SystemFile found;
-  if (const FileStatus status = found.OpenToAppend(PathOf(options.target), true); status != Status::Ok)
+  if (FileStatus status = found.OpenToAppend(PathOf(options.target), true); status != Status::Ok)
     return status;
   if (found.Id() != place.file) {
     result = CutResult::Other;
@@ -141,9 +141,9 @@ FileStatus RotatingFile::Open(std::int64_t nowMs) {
   const auto kind = fs::status(path, error).type();
   regular = kind == fs::file_type::regular || kind == fs::file_type::not_found;
   if (kind == fs::file_type::directory || (!regular && options.limits.Any())) return Status::NotAFile;
-  if (const FileStatus status = Begin(false); status != Status::Ok) return status;
+  if (FileStatus status = Begin(false); status != Status::Ok) return status;
   if (options.replace && size > 0) {
-    if (const FileStatus status = file.Cut(0); status != Status::Ok) return status;
+    if (FileStatus status = file.Cut(0); status != Status::Ok) return status;
     size = written = 0;
   }
   noted = {file.Id(), size};

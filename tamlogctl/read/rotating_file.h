@@ -113,7 +113,7 @@ class RotatingFile {
   TamLogClient::FileStatus Shift();
   bool MovePlaceFrom(std::uint32_t number);
   TamLogClient::FileStatus Rename(const std::string& from, const std::string& to);
-  TamLogClient::FileStatus Block(const std::string& file, TamLogClient::FileStatus status);
+  TamLogClient::FileStatus Block(const std::string& name, TamLogClient::FileStatus status);
   void RemoveBeyondKeep() const;
   std::optional<std::uint32_t> NumberOf(const TamLogClient::FileId& id) const;
   std::string Numbered(std::uint32_t number) const;

@@ -34,7 +34,7 @@ std::string_view BytesOf(const Record& record) {
 
 FileStatus Write(const std::string& path, const LogSnapshot& snapshot) {
   AtomicFile file;
-  if (const FileStatus status = file.Open(path, false); status != Status::Ok) return status;
+  if (FileStatus status = file.Open(path, false); status != Status::Ok) return status;
   const auto order = OrderMessages(snapshot).oldestFirst;
   const LogFileHeader header = HeaderOf(snapshot, order.size());
   const LockNames names{};  // the server writes them when it opens the file

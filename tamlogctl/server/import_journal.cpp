@@ -110,7 +110,7 @@ bool TakeOurs(const Entry& entry, ImportDraft& draft, std::string& problem) {
   for (const auto& [name, field] : kOurs) {
     const std::string* const value = Find(entry, name);
     if (value == nullptr || SetDraftField(field, *value, draft, problem)) continue;
-    problem = std::string(name) + ": " + problem;
+    problem.insert(0, std::string(name) + ": ");
     return false;
   }
   draft.offset.reset();

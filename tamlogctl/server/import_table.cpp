@@ -187,7 +187,7 @@ bool FromCells(const std::vector<Column>& columns, const Cells& cells, ImportDra
       continue;
     }
     if (SetDraftField(*columns[i].field, cells[i], draft, problem)) continue;
-    problem = "column " + columns[i].name + ": " + problem;
+    problem.insert(0, "column " + columns[i].name + ": ");
     return false;
   }
   draft.text += more;

@@ -33,9 +33,9 @@ void LiveTarget::Report(const std::string& line) {
 }
 
 int AwaitServer(TamLogClient::LogClient& client, std::uint64_t retryMs, SettingsBody& settings) {
-  constexpr std::uint32_t kLookMs = 200;
+  constexpr std::uint32_t kEveryMs = 200;
   Status status = Status::Ok;
-  const int waited = WaitUntil(retryMs, kLookMs, [&] {
+  const int waited = WaitUntil(retryMs, kEveryMs, [&] {
     status = client.GetSettings(settings);
     return status == Status::Ok;
   });
