@@ -203,17 +203,32 @@ def text_of(raw):
     return raw.split(b"\0", 1)[0].decode("ascii")
 
 
+def stamp_of(words):
+    return "%04d-%02d-%02d %02d:%02d:%02d.%03d" % words[:7]
+
+
+HEADER_FIELDS = ((0, 4, "readCount"), (4, 1, "serverRunning"), (5, 3, None), (8, 4, "messageCount"),
+                 (12, 4, "maxMessages"), (16, 4, "nextSlot"), (20, 4, None), (24, 8, "changeCount"),
+                 (32, 8, "rewriteCount"), (40, 8, "nextSequence"))
+
+
+def header_number(image, offset, size):
+    return int.from_bytes(image[offset:offset + size], "little", signed=size == 4)
+
+
 def print_header(image):
     out = []
-    fields = ((0, 4, "readCount"), (4, 1, "serverRunning"), (5, 3, None), (8, 4, "messageCount"),
-              (12, 4, "maxMessages"), (16, 4, "nextSlot"), (20, 4, None), (24, 8, "changeCount"),
-              (32, 8, "rewriteCount"), (40, 8, "nextSequence"))
-    for offset, size, name in fields:
-        label = "(padding)"
-        if name:
-            label = "%s = %d" % (name, int.from_bytes(image[offset:offset + size], "little", signed=size == 4))
+    for offset, size, name in HEADER_FIELDS:
+        label = "%s = %d" % (name, header_number(image, offset, size)) if name else "(padding)"
         out += field_lines(image, offset, size, label)
     return out
+
+
+def header_summary(image):
+    """Two lines that hold every field of the header; the padding is zero."""
+    assert not any(image[5:8] + image[20:24])
+    words = ["%s %d" % (name, header_number(image, offset, size)) for offset, size, name in HEADER_FIELDS if name]
+    return ["header  " + "  ".join(words[:5]), "        " + "  ".join(words[5:])]
 
 
 def print_slot(image, index):
@@ -225,8 +240,7 @@ def print_slot(image, index):
     out = ["slot %d at 240 + 560 x %d = %d" % (index, index, start)]
     out += field_lines(image, start, 8, "sequence = %d" % sequence)
     out += field_lines(image, start + 8, 8, "origin")
-    stamp = "%04d-%02d-%02d %02d:%02d:%02d.%03d" % words[:7]
-    out += field_lines(image, start + 16, 16, "timestamp = %s, spare %d" % (stamp, words[7]))
+    out += field_lines(image, start + 16, 16, "timestamp = %s, spare %d" % (stamp_of(words), words[7]))
     out += field_lines(image, start + 32, 4, "type = %d" % kind)
     out += field_lines(image, start + 36, 257, "source = \"%s\"" % text_of(raw[36:293]))
     out += field_lines(image, start + 293, 257, "text = \"%s\"" % text_of(raw[293:550]))
@@ -237,12 +251,16 @@ def print_slot(image, index):
 
 
 def slot_summary(image, index):
+    """Two lines that hold every field of a slot but its zero bytes."""
     start = RING_OFFSET + index * SLOT_SIZE
     raw = image[start:start + SLOT_SIZE]
     words = struct.unpack_from("<8h", raw, 16)
-    return "slot %d  sequence %d  %02d:%02d:%02d.%03d  key %d  %s: %s" % (
-        index, struct.unpack_from("<Q", raw, 0)[0], words[3], words[4], words[5], words[6], time_key(words),
-        text_of(raw[36:293]), text_of(raw[293:550]))
+    assert words[7] == 0 and raw[554:] == bytes(6)
+    return ["slot %d  sequence %d  %s  key %d" % (index, struct.unpack_from("<Q", raw, 0)[0], stamp_of(words),
+                                                  time_key(words)),
+            "        origin \"%s\"  type %d  source \"%s\"  text \"%s\"  tail \"%s\"" % (
+                text_of(raw[8:16]), struct.unpack_from("<I", raw, 32)[0], text_of(raw[36:293]),
+                text_of(raw[293:550]), text_of(raw[550:554]))]
 
 
 def walk(image):
@@ -285,21 +303,18 @@ def describe(state):
         return describe_record(state)
     image = build(state)
     size_line = "%d bytes, CRC-32 %08X" % (len(image), zlib.crc32(image))
+    out = print_header(image) if state == "five" else header_summary(image)
+    first = 0
     if state == "five":
-        out = print_header(image)
         for index, (role, name) in enumerate(LOCK_NAMES):
-            out += field_lines(image, HEADER_SIZE + index * LOCK_NAME_SIZE, LOCK_NAME_SIZE,
-                               "lock name %d (%s) = \"%s\"" % (index, role, name))
-        for index in range(CAPACITY):
-            out.append("")
-            out += print_slot(image, index)
-        out += ["", "ring order, newest to oldest:"]
-        out += ["  " + slot_summary(image, index) for index in walk(image)]
-        return out + [size_line]
-    out = print_header(image) + [""]
-    out += [slot_summary(image, index) for index in range(CAPACITY)]
-    out += ["", "ring order: slots " + ", ".join(str(index) for index in walk(image)), size_line]
-    return out
+            assert text_of(image[HEADER_SIZE + index * LOCK_NAME_SIZE:RING_OFFSET]) == name
+            out.append("0x%04X  lock name %d (%s) = \"%s\"" % (HEADER_SIZE + index * LOCK_NAME_SIZE, index, role, name))
+        out += [""] + print_slot(image, 0)
+        first = 1
+    out.append("")
+    for index in range(first, CAPACITY):
+        out += slot_summary(image, index)
+    return out + ["", "ring order: slots " + ", ".join(str(index) for index in walk(image)), size_line]
 
 
 def blocks_of(document):
