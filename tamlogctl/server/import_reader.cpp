@@ -36,6 +36,7 @@ constexpr std::size_t kMostProblems = 20;  // that are reported one by one
 
 // Returns the name that a compressed file has without the compression.
 std::filesystem::path PlainName(const std::string& path) {
+  if (path == "-") return "stdin";
   const std::filesystem::path name = TamLogClient::PathOf(path);
   return name.extension() == ".gz" || name.extension() == ".xz" ? name.stem() : name;
 }
@@ -223,7 +224,7 @@ TimeWords NewestOf(const std::string& path, const ImportChoice& choice) {
 void ReadDrafts(const std::string& path, const std::string& bytes, const ImportChoice& choice,
                 ImportSource& source) {
   ImportDrafts drafts;
-  if (source.format == "json") {
+  if (source.format.find("json") != std::string::npos) {
     ReadJsonDrafts(bytes, drafts);
   } else if (source.format == "csv") {
     ReadCsvDrafts(bytes, choice, drafts);
@@ -232,7 +233,7 @@ void ReadDrafts(const std::string& path, const std::string& bytes, const ImportC
   } else if (source.format == "export") {
     ReadJournalDrafts(bytes, drafts);
   } else {
-    ReadTextDrafts(bytes, NewestOf(path, choice), drafts);
+    ReadTextDrafts(bytes, choice, NewestOf(path, choice), drafts);
   }
   DraftReader reader(path, choice, source);
   reader.Take(drafts);

@@ -158,7 +158,13 @@ std::optional<ImportDraft> ParseLineWithLateStamp(std::string_view line) {
   return std::nullopt;
 }
 
-std::optional<ImportDraft> ParseStampedLine(std::string_view line, const TamLogClient::TimeWords& newest) {
+// Returns whether a line begins as our own do: with milliseconds, and a blank after the date.
+bool BeginsLikeOurs(std::string_view line) {
+  return line.size() > 23 && line[10] == ' ' && line[19] == '.';
+}
+
+std::optional<ImportDraft> ParseStampedLine(std::string_view line, const ImportChoice& choice,
+                                            const TamLogClient::TimeWords& newest) {
   ImportDraft draft;
   if (const auto priority = TakePriority(line)) draft.severity = *priority % 8;
   if (const auto stamp = TakeSyslogStamp(line, newest)) {
@@ -170,6 +176,7 @@ std::optional<ImportDraft> ParseStampedLine(std::string_view line, const TamLogC
   const auto stamp = TakeIsoStamp(line);
   if (!stamp) return ParseLineWithLateStamp(line);
   SetStamp(*stamp, draft);
+  if (BeginsLikeOurs(whole) && TakeShortHead(line, choice.typeNames, draft)) return draft;
   // So does rsyslog write its files: the time with a zone, then host and tag.
   if (whole.size() > 10 && whole[10] == 'T' && stamp->offset) {
     TakeSyslogHead(line, draft);
@@ -211,10 +218,11 @@ std::optional<ImportDraft> ParseRfc5424Line(std::string_view line) {
   return draft;
 }
 
-void ReadTextDrafts(std::string_view bytes, const TamLogClient::TimeWords& newest, ImportDrafts& drafts) {
+void ReadTextDrafts(std::string_view bytes, const ImportChoice& choice, const TamLogClient::TimeWords& newest,
+                    ImportDrafts& drafts) {
   ForEachLine(bytes, [&](std::string_view line, std::size_t number) {
     auto draft = ParseRfc5424Line(line);
-    if (!draft) draft = ParseStampedLine(line, newest);
+    if (!draft) draft = ParseStampedLine(line, choice, newest);
     if (!draft) {
       draft.emplace();
       draft->text = std::string(line);

@@ -80,7 +80,8 @@ void TakeTimeOfDay(Scanner& from, TimeWords& words) {
   if (from.Skip('.') || from.Skip(',')) words[6] = static_cast<std::int16_t>(from.TakeFraction());
 }
 
-// Takes Z, +01:00, +0100 or +01; nothing when no zone stands there.
+// Takes Z, +01:00, +0100 or +01; nothing when no zone stands there. After a blank the minutes must follow: a
+// text may begin with a number ("-12 degrees").
 std::optional<int> TakeZone(Scanner& from) {
   Scanner zone = from;
   const bool blank = zone.Skip(' ');
@@ -91,7 +92,7 @@ std::optional<int> TakeZone(Scanner& from) {
     const int sign = zone.TakeOf("+-") == '-' ? -1 : 1;
     const int hours = zone.TakeNumber(2);
     const bool colon = zone.Skip(':');
-    const int minutes = colon || Scanner::IsDigit(zone.Next()) ? zone.TakeNumber(2) : 0;
+    const int minutes = blank || colon || Scanner::IsDigit(zone.Next()) ? zone.TakeNumber(2) : 0;
     const char after = zone.Next();
     const bool ends = after == '\0' || after == ' ' || after == '\t' || after == ']';
     if (!zone.Failed() && ends && hours < 24 && minutes < 60) offset = sign * (hours * 60 + minutes);

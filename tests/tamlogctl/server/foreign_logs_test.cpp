@@ -111,6 +111,46 @@ TEST_F(ForeignLogs, TimeWithAZoneBecomesLocalTime) {
             "2026-07-02 05:04:05.678");
 }
 
+TEST_F(ForeignLogs, NumberAtTheBeginningOfATextIsNoZone) {
+  EXPECT_EQ(Lines("app.log", "2026-07-02 05:04:05 -12 degrees\n2026-07-02 05:04:06 +5 V\n"),
+            (Expected{"2026-07-02 05:04:05.000 0 app: -12 degrees", "2026-07-02 05:04:06.000 0 app: +5 V"}));
+}
+
+TEST_F(ForeignLogs, LinesOfShortAndFullKeepTypeAndSource) {
+  EXPECT_EQ(
+      Lines("saved.txt",
+            "2026-01-02 03:04:05.678 T2 Camera: a: b\n2026-01-02 03:04:06.000 T3 east/Door (late): late\n"
+            "2026-01-02 03:04:07.000+05:30 T0 : \n2026-01-02 03:04:08.000 #47 T1 A: B "
+            "[origin=0102030405060708 spare=-9 tail=0a0b0c0d] (late): x [y]: z\n"),
+      (Expected{"2026-01-02 03:04:05.678 2 Camera: a: b", "2026-01-02 03:04:06.000 3 east/Door: late",
+                "2026-01-02 03:04:07.000 0 : ", "2026-01-02 03:04:08.000 1 A: B: x [y]: z"}));
+  const LogMessageBody body = Read("saved.txt",
+                                   "2026-01-02 03:04:08.000 #47 T1 A [origin=0102030405060708 spare=-9 "
+                                   "tail=0a0b0c0d]: x\n")
+                                  .messages.at(0);
+  EXPECT_EQ(std::string(reinterpret_cast<const char*>(body.origin), 8), "\1\2\3\4\5\6\7\10");
+  EXPECT_EQ(std::string(reinterpret_cast<const char*>(body.tail), 4), "\n\v\f\r");
+  EXPECT_EQ(TamLogClient::WordsOf(body)[7], -9);
+}
+
+TEST_F(ForeignLogs, NamesOfTypesThatShortPrintedAreReadWithTheSameOption) {
+  std::string problem;
+  choice.typeNames = *TamLogClient::TypeNames::Parse("1=warn,3=err", problem);
+  EXPECT_EQ(
+      Lines("saved.txt", "2026-01-02 03:04:05.678 err Camera: x\n2026-01-02 03:04:05.678 T2 Camera: x\n"),
+      (Expected{"2026-01-02 03:04:05.678 3 Camera: x", "2026-01-02 03:04:05.678 2 Camera: x"}));
+}
+
+TEST_F(ForeignLogs, LinesOfOthersThatLookLikeShortAreTheirText) {
+  EXPECT_EQ(
+      Lines("app.log",
+            "2026-01-02 03:04:05.678 T4 Camera: x\n2026-01-02 03:04:05 T2 Camera: x\n"
+            "2026-01-02 03:04:05.678 T2 Camera\n2026-01-02 03:04:05.678 #7 T2 Camera: x\n"),
+      (Expected{"2026-01-02 03:04:05.678 0 app: T4 Camera: x", "2026-01-02 03:04:05.000 0 app: T2 Camera: x",
+                "2026-01-02 03:04:05.678 0 app: T2 Camera",
+                "2026-01-02 03:04:05.678 0 app: #7 T2 Camera: x"}));
+}
+
 TEST_F(ForeignLogs, SyslogOfRfc3164) {
   EXPECT_EQ(Lines("syslog",
                   "Jan  2 03:04:05 east sshd[812]: Accepted key\nDec 31 23:59:59 east kernel: [1.5] up\n"
@@ -268,6 +308,7 @@ TEST_F(ForeignLogs, TimeWordsOfJsonThatAreTooLargeAreRefused) {
   };
   EXPECT_EQ(Read("a.json", line("2026,13,40,25,0,0,0,-32768")).exitCode, 0);
   for (const char* const words : {"67562,1,1,0,0,0,0,0", "2026,1,1,0,0,0,0,32768", "-32769,1,1,0,0,0,0",
+                                  "2026,1,1,0,0,0,18446744073709551615", "2026,1,1,0,0,0,9223372036854775808",
                                   "2026,1,1,0,0,0", "2026,1,1,0,0,0,0,0,0", "2026,1.5,1,0,0,0,0"}) {
     const ImportSource source = Read("a.json", line(words));
     EXPECT_EQ(source.exitCode, TamLogCtl::kUsage) << words;
