@@ -34,11 +34,17 @@ using TamLogClient::TimeWords;
 constexpr std::size_t kLongestField = kTextSize - 1;
 constexpr std::size_t kMostProblems = 20;  // that are reported one by one
 
-// Returns the name that a compressed file has without the compression.
+// Returns whether it is the number of a rotated file: ".1"
+bool IsNumber(const std::string& extension) {
+  return extension.size() > 1 && extension.find_first_not_of("0123456789", 1) == std::string::npos;
+}
+
+// Returns the name that the file had before it was rotated and compressed: "dpkg.log" of "dpkg.log.2.gz".
 std::filesystem::path PlainName(const std::string& path) {
   if (path == "-") return "stdin";
-  const std::filesystem::path name = TamLogClient::PathOf(path);
-  return name.extension() == ".gz" || name.extension() == ".xz" ? name.stem() : name;
+  std::filesystem::path name = TamLogClient::PathOf(path).filename();
+  if (name.extension() == ".gz" || name.extension() == ".xz") name = name.stem();
+  return IsNumber(name.extension().string()) ? name.stem() : name;
 }
 
 std::string Utf8Of(const std::filesystem::path& path) {

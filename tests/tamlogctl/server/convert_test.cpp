@@ -72,6 +72,25 @@ TEST_F(ConvertCommand, LinesForPeopleAreReadBack) {
   }
 }
 
+// The shell expands the name of the new log away where it is forgotten: convert --force *.log
+TEST_F(ConvertCommand, FileThatIsReadIsNeverReplaced) {
+  Put("app.log", kLines);
+  Put("other.log", kLines);
+  const Outcome outcome = Shell("$T convert --force *.log ./app.log");
+  EXPECT_EQ(outcome.exitCode, 2);
+  EXPECT_NE(outcome.err.find("./app.log: is a file to read as well"), std::string::npos) << outcome.err;
+  EXPECT_EQ(TestSupport::ReadBytes(folder.File("app.log")), kLines);
+}
+
+TEST_F(ConvertCommand, VerbsOfLogsNameItForText) {
+  Put("app.log", kLines);
+  const Outcome outcome = Shell("$T show app.log");
+  EXPECT_EQ(outcome.exitCode, 9);
+  EXPECT_NE(outcome.err.find("app.log is no log (it begins like text); tamlogctl convert makes one"),
+            std::string::npos)
+      << outcome.err;
+}
+
 TEST_F(ConvertCommand, TimesThatNoMessageCanHoldAreRefusedAndNothingIsWritten) {
   Put("day.json",
       "{\"time_words\":[2026,1,2,3,4,5,0],\"text\":\"good\"}\n{\"time_words\":[67562,1,2,3,4,5,0],\"text\":"

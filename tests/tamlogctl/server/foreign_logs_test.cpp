@@ -71,6 +71,53 @@ TEST_F(ForeignLogs, NameOfACompressedFileIsThatOfTheLog) {
   EXPECT_EQ(Lines("dpkg.log.gz", "2026-01-02 03:04:05 x\n"), (Expected{"2026-01-02 03:04:05.000 0 dpkg: x"}));
 }
 
+TEST_F(ForeignLogs, RotatedFilesHaveTheSourceOfTheirLog) {
+  for (const char* const name : {"dpkg.log.1", "dpkg.log.12.gz"})
+    EXPECT_EQ(Lines(name, "2026-01-02 03:04:05 x\n"), (Expected{"2026-01-02 03:04:05.000 0 dpkg: x"}))
+        << name;
+  EXPECT_EQ(Lines("syslog.1", "2026-01-02 03:04:05 x\n"), (Expected{"2026-01-02 03:04:05.000 0 syslog: x"}));
+  EXPECT_EQ(Lines("table.csv.1", "time,text\n2026-01-02 03:04:05,x\n"),
+            (Expected{"2026-01-02 03:04:05.000 0 table: x"}));
+}
+
+TEST_F(ForeignLogs, TimesWithTheNamesOfDayAndMonth) {
+  EXPECT_EQ(
+      Lines(
+          "dmesg.txt",
+          "[Fri Jan  2 03:04:05 2026] usb 1-1: new device\n[Sat Jan 03 03:04:05.678901 2026] [core:error] x\n"
+          "Fri Jan 16 03:04:05 2026 y\n"),
+      (Expected{"2026-01-02 03:04:05.000 0 dmesg: usb 1-1: new device",
+                "2026-01-03 03:04:05.678 0 dmesg: [core:error] x", "2026-01-16 03:04:05.000 0 dmesg: y"}));
+  for (const char* const line :
+       {"Fri Jan  2 03:04:05 x", "[Fri Jan  2 03:04:05 2026 x", "Fry Jan  2 03:04:05 2026",
+        "Fri Jan 32 03:04:05 2026", "Fri ", "[", "[Fri Jan "})
+    EXPECT_EQ(Read("app.log", line).exitCode, TamLogCtl::kUsage) << line;
+}
+
+// As the server's own log of failures has it.
+TEST_F(ForeignLogs, TimeOnALineOfItsOwnIsThatOfTheNextLine) {
+  const ImportSource source =
+      Read("Failures.txt", "Fri Jan  2 03:04:05 2026\n - first\nmore\nFri Jan  2 03:04:06 2026\n - second\n");
+  ASSERT_EQ(source.messages.size(), 3U);
+  EXPECT_EQ(Shown(source.messages[0]), "2026-01-02 03:04:05.000 0 Failures: - first");
+  EXPECT_EQ(Shown(source.messages[1]), "2026-01-02 03:04:05.000 0 Failures: more");
+  EXPECT_EQ(Shown(source.messages[2]), "2026-01-02 03:04:06.000 0 Failures: - second");
+  EXPECT_EQ(source.continued, 1U);
+}
+
+TEST_F(ForeignLogs, FieldsAndLevelsAreNoNamesOfMachines) {
+  choice.keepZone = true;
+  EXPECT_EQ(Lines("app.log",
+                  "2026-01-02T03:04:05Z level=info msg=\"a: b\"\n2026-01-02T03:04:05Z ERROR Door: open\n"
+                  "2026-01-02T03:04:05Z [main] Door: open\n2026-01-02T03:04:05Z east \"a\": b\n"
+                  "2026-01-02T03:04:05Z east.example.org door[7]: open\n"),
+            (Expected{"2026-01-02 03:04:05.000 0 app: level=info msg=\"a: b\"",
+                      "2026-01-02 03:04:05.000 0 app: ERROR Door: open",
+                      "2026-01-02 03:04:05.000 0 app: [main] Door: open",
+                      "2026-01-02 03:04:05.000 0 app: east \"a\": b",
+                      "2026-01-02 03:04:05.000 0 east.example.org/door[7]: open"}));
+}
+
 TEST_F(ForeignLogs, FormsOfIsoTimes) {
   for (const char* const line :
        {"2026-01-02 03:04:05.678 x", "2026-01-02T03:04:05,678 x", "[2026-01-02 03:04:05.678] x",
