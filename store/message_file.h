@@ -4,9 +4,9 @@
 // MessageFileServer adds the writer's side. docs/reader_protocol.md has the protocol as a table.
 //
 // viewLock guards the file, the view, the named objects of the present open, and the accesses of this process
-// through them. It is held while mapped bytes are touched and while an event is set or reset for them, never while
-// waiting for another process. So an access takes three steps: it remembers the present open (a Ticket),
-// waits without any lock, and checks under viewLock that its ticket is still valid before it touches
+// through them. It is held while mapped bytes are touched and while an event is set or reset for them, never
+// while waiting for another process. So an access takes three steps: it remembers the present open (a
+// Ticket), waits without any lock, and checks under viewLock that its ticket is still valid before it touches
 // anything. Inside viewLock the pending list's lock may be taken (a flush), no other.
 //
 // Known hazard of the protocol: a reader that passes the read-wait event just before a writer resets it has

@@ -271,7 +271,8 @@ void MessageFileServer::SetServerRunning() {
 // get access while this one waits for the same readers. Without a limit (a file opened over an open one) a
 // reader that never leaves therefore blocks this like every other writer.
 //
-// A stop whose time is over calls this while a restart's thread may be in OpenFile: see MessageFile::KeepFile.
+// A stop whose time is over calls this while a restart's thread may be in OpenFile: see
+// MessageFile::KeepFile.
 void MessageFileServer::CloseFile(Timeout& timeout) {
   std::exception_ptr failure;
   const auto attempt = [&failure](auto&& step) {

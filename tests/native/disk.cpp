@@ -199,8 +199,9 @@ void MessageFileServer::ResizeFile(std::uint32_t maxMessage) {
   const std::uint64_t size = LogFileSize(maxMessage);
   UseFile([size](NativeHandle opened) {
     DiskFile& resized = *NativeMachine::As<FileObject>(opened).file;
-    const std::uint32_t error =
-        size > NativeMachine::kDiskSize ? kDiskFull : resized.mapped ? kMappedFile : 0;
+    const std::uint32_t error = size > NativeMachine::kDiskSize ? kDiskFull
+                                : resized.mapped                ? kMappedFile
+                                                                : 0;
     if (error != 0) {
       throw ExceptionWindows("Failed to resize file, SetEndOfFile() failed in ResizeFile()", nullptr, error);
     }

@@ -9,6 +9,7 @@
 
 #include "tests/store/log_file_fixture.h"
 #include "tests/support/diagnostic_log_capture.h"
+#include "tests/support/wait_until.h"
 #include "util/win32.h"
 
 namespace StoreTest {
@@ -477,6 +478,20 @@ TEST_F(OpenFile, AReaderThatNeverLeavesDoesNotKeepTheServerFromStartingAtAnother
   MakeFile(10, {});
   EXPECT_EQ(FailureOf([&] { Open(); }), "");
   EXPECT_TRUE(server->VerifyIntegrity());
+}
+
+TEST_F(OpenFile, ACloseByAnotherThreadEndsTheWaitForReaders) {
+  Open();
+  const TestReader reader(names);
+  Close();
+  SetCapacity(50);
+  std::string failure;
+  std::thread opening([&] { failure = FailureOf([&] { Open(); }); });
+  // From its last size on the open waits for the reader.
+  EXPECT_TRUE(TestSupport::WaitUntil([&] { return Bytes().size() == 240U + 560U * 50U; }));
+  EXPECT_EQ(FailureOf([&] { Close(0); }), "");
+  opening.join();
+  EXPECT_EQ(failure, "Failed to grab write access, some handles or pointers are invalid");
 }
 
 // As a stop does that no longer waits for a restart that hangs.
