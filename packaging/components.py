@@ -16,7 +16,7 @@ class Unknown(Exception):
     """A part is linked in that COMPONENTS does not have."""
 
 
-# Debian package (a pattern): name of the component, SPDX licence, reason for the licence where it is not obvious.
+# Pattern of the Debian packages, name of the component, SPDX licence.
 COMPONENTS = (
     (r"(gcc|g\+\+)-mingw-w64-x86-64-posix(-runtime)?", "GCC run-time libraries (libstdc++, libgcc, libssp)",
      "GPL-3.0-or-later WITH GCC-exception-3.1"),
@@ -71,40 +71,33 @@ def packages_of(paths):
 
 def linked_files(map_file, own):
     """Returns the archives and objects of a linker's map that are not below the directory `own`."""
-    found = set()
+    used = set()
     with open(map_file, encoding="utf-8", errors="replace") as file:
         for line in file:
-            if line.startswith("LOAD "):
-                found.add(line[5:].strip())
-            elif line.startswith("Discarded input sections"):
-                break
-    with open(map_file, encoding="utf-8", errors="replace") as file:
-        text = file.read()
-    used = set()
-    for path in found:
-        # Archives of which no member is used are named too.
-        if path.endswith(".a") and path + "(" not in text.replace(") ", ")"):
-            continue
-        real = os.path.realpath(path)
-        if path.startswith("/") and not real.startswith(own + os.sep):
-            used.add(real)
+            # "ARCHIVE(MEMBER)" for each member taken from an archive; "LOAD FILE" also for archives not used.
+            member = re.match(r"(/\S+\.a)\(\S+\)", line)
+            whole = re.match(r"LOAD (/\S+\.o(?:bj)?)$", line)
+            if member or whole:
+                used.add(os.path.realpath((member or whole)[1]))
+    used = {path for path in used if not path.startswith(own + os.sep)}
+    if not used:
+        raise Unknown(f"{map_file} names no file of the compiler; is it a map of the linker?")
     return used
 
 
-def compiled_headers(build, rooms):
+def compiled_headers(build, rooms, own):
     """Returns the headers outside of the tree that sources of the rooms (folders) include, by the build's own notes."""
     done = subprocess.run(["ninja", "-C", build, "-t", "deps"], check=True, text=True, stdout=subprocess.PIPE)
-    linked = os.path.join(build, "headers") + os.sep
     found = set()
     in_room = False
     for line in done.stdout.splitlines():
         if line and not line.startswith(" "):
             in_room = line.split("/")[0] in rooms
-        elif in_room:
-            path = os.path.normpath(os.path.join(build, line.strip()))
-            if path.startswith(linked):
-                found.add(os.path.realpath(path))
-    return found
+        elif in_room and line:
+            found.add(os.path.realpath(os.path.join(build, line.strip())))
+    if not found:
+        raise Unknown(f"{build} has no notes of compiled headers; build it first")
+    return {path for path in found if not path.startswith(own + os.sep)}
 
 
 def find(build, root):
@@ -112,7 +105,7 @@ def find(build, root):
     components = {}
 
     def add(path_to_package, program):
-        for path, package in path_to_package.items():
+        for path, package in sorted(path_to_package.items()):
             for pattern, name, licence in COMPONENTS:
                 if re.fullmatch(pattern, package):
                     component = components.setdefault(name, Component(package, name, licence))
@@ -124,12 +117,8 @@ def find(build, root):
     for name in MAPS:
         program = name[:-4] + (".dll" if name == "tamlog.map" else ".exe")
         add(packages_of(linked_files(os.path.join(build, name), root)), program)
-    add(packages_of(compiled_headers(build, {"tamlogctl"})), "tamlogctl.exe")
-    outside = packages_of_or_none(compiled_headers(build, {"server", "store", "pipe", "util", "records", "client"}))
-    if outside:
-        raise Unknown("the server or the client library includes " + " ".join(sorted(outside)))
+    headers = {"tamlogctl.exe": {"tamlogctl"}, "TamLogServer.exe": {"server", "store", "pipe", "util", "records"},
+               "tamlog.dll": {"client"}}
+    for program, rooms in headers.items():
+        add(packages_of(compiled_headers(build, rooms, root)), program)
     return [components[name] for name in sorted(components)]
-
-
-def packages_of_or_none(paths):
-    return packages_of(paths) if paths else {}

@@ -104,7 +104,7 @@ def document(stage, version, found):
         "hasExtractedLicensingInfos": [{
             "licenseId": "LicenseRef-MinGW-w64",
             "name": "Licences of the MinGW-w64 run-time",
-            "extractedText": "Public domain, ZPL-2.1 and MIT, by file; see licenses/mingw-w64-x86-64-dev.txt",
+            "extractedText": "ZPL-2.1 and, by file, other permissive licences; see licenses/mingw-w64-x86-64-dev.txt",
         }],
     }
 
