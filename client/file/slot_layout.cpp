@@ -17,6 +17,9 @@ namespace {
 // The largest capacity that the pipe sets. A larger one comes from a registry value set by hand.
 constexpr std::int32_t kMostConfigurable = 1000000;
 
+// The bytes of a slot before the time: number and origin.
+constexpr std::size_t kBeforeTime = offsetof(LogMessage, body) + offsetof(LogMessageBody, timestamp);
+
 // The lock names in a file that a server opened.
 constexpr std::string_view kNamesBegin = "Global\\";
 
@@ -42,6 +45,15 @@ bool IsZero(std::string_view bytes) {
          std::memcmp(bytes.data(), bytes.data() + 1, bytes.size() - 1) == 0;
 }
 
+// Returns whether the parts of a slot that senders do not choose are a server's: the number, the padding, a
+// type that exists, and texts that end.
+bool HasServerTraces(const LogMessage& slot, const LogFileHeader& header) {
+  constexpr std::uint8_t kPadding[sizeof(slot.padding)]{};
+  return (slot.sequence == 0 || slot.sequence < header.nextSequence) &&
+         std::memcmp(slot.padding, kPadding, sizeof(kPadding)) == 0 && slot.body.type < kMessageTypes &&
+         HasEnds(slot);
+}
+
 // Returns whether the numbers that the server assigned show that `next` is the slot after `here`. Senders
 // have no influence on them. No server counts so far that 0 follows.
 bool Continues(const Seen& here, const Seen& next) {
@@ -51,7 +63,7 @@ bool Continues(const Seen& here, const Seen& next) {
 
 class Walker {
  public:
-  explicit Walker(const LogFileImage& searched) : image(searched) {}
+  Walker(const LogFileImage& searched, bool plainRing) : image(searched), ringIsPlain(plainRing) {}
 
   std::vector<LogPart> Run();
   bool FindsAny();
@@ -67,7 +79,7 @@ class Walker {
   void NoteEmptySlot();
   std::optional<std::uint64_t> MessageWithinSlot(const Seen& here) const;
   bool ServerWrote(const Seen& here, const Seen& next) const;
-  bool IsLastOfRing(const Seen& here) const;
+  bool IsInPlainRing() const;
   bool SizeShowsMove(std::uint64_t other) const;
   bool GridGoesOn(const Seen& here, const Seen& next, std::uint64_t other) const;
   void BeginLog(std::uint64_t offset);
@@ -88,6 +100,7 @@ class Walker {
   SlotStretch& Stretch() { return parts.back().stretches.back(); }
 
   const LogFileImage& image;
+  const bool ringIsPlain;  // see RingIsPlain: the slots of the ring are not searched
   std::vector<LogPart> parts;
   std::uint64_t at = 0;       // the place that is examined
   std::uint64_t goodEnd = 0;  // end of the stretch's last slot that surely is one
@@ -175,7 +188,6 @@ bool Walker::SlotsWereAdded() {
 // Returns where a message begins between `at` and the slot after it.
 std::optional<std::uint64_t> Walker::MessageWithinSlot(const Seen& here) const {
   // Within zeros no message begins but near their end, for it begins with number, origin and year.
-  constexpr std::size_t kBeforeTime = offsetof(LogMessage, body) + offsetof(LogMessageBody, timestamp);
   const std::size_t from = here.isBlank ? kNeededOfSlot - kBeforeTime - 1 : 1;
   const std::string_view bytes = image.View(at, 2 * kSlotSize);
   const std::size_t found = FindMessage(bytes, from, kSlotSize);
@@ -184,7 +196,8 @@ std::optional<std::uint64_t> Walker::MessageWithinSlot(const Seen& here) const {
 
 // Returns whether number and padding show that a server wrote the slots `here` and `next` in a file of the
 // right size. Senders choose all other bytes: also those of a time that is impossible, and of a message that
-// begins elsewhere. Bytes that moved there by damage have no numbers that differ and that were assigned.
+// begins elsewhere. Bytes that moved there by damage have no numbers that differ and that were assigned. The
+// number 0 proves little, because zeros follow every text: then the slot after it decides.
 bool Walker::ServerWrote(const Seen& here, const Seen& next) const {
   const LogPart& part = parts.back();
   if (parts.size() > 1 || !part.headerTrusted || !part.breaks.empty() || !image.SizeFits()) return false;
@@ -194,16 +207,16 @@ bool Walker::ServerWrote(const Seen& here, const Seen& next) const {
   if (!isAssigned(here)) return false;
   const bool isLast = !next.complete || next.isBlank;
   const Seen& other = isLast ? last : next;
-  return isAssigned(other) && other.sequence != here.sequence;
+  if (!isAssigned(other) || other.sequence == here.sequence) return false;
+  if (other.sequence != 0) return true;
+  const Seen second = Look(at + 2 * kSlotSize);
+  return isAssigned(second) && second.sequence != 0;
 }
 
-// Returns whether `at` holds the ring's last message, in a file of the right size. The slot after it belongs
-// to no message, so that it cannot show whether the slots moved.
-bool Walker::IsLastOfRing(const Seen& here) const {
-  const LogPart& part = parts.back();
-  if (!here.isMessage || !image.SizeFits() || part.offset > 0 || !part.breaks.empty()) return false;
-  const std::uint64_t number = (at - kSlotsOffset) / kSlotSize;
-  return HoldsMessage(part.header, number) && !HoldsMessage(part.header, number + 1);
+// Returns whether `at` is a slot of a plain ring.
+bool Walker::IsInPlainRing() const {
+  return ringIsPlain && parts.size() == 1 && parts.back().breaks.empty() &&
+         HoldsMessage(parts.back().header, (at - kSlotsOffset) / kSlotSize);
 }
 
 // Returns whether the size of the log shows that its slots moved from `at` to `other`: the file is longer or
@@ -220,20 +233,20 @@ bool Walker::SizeShowsMove(std::uint64_t other) const {
 
 // Returns whether the slots go on from `at` rather than from `other`, where a message begins as well: as many
 // slots follow, as far as a look ahead shows. A sender can put a message into the text of another one, but
-// not the number that the server gave to the slot. If 10 bytes were added, the tails of the messages are read
-// as these numbers, and a sender may count in them; then the size of the file decides.
+// not the number that the server gave to the slot. So in a file without other damage, slots without a date
+// count whose numbers follow each other. In a damaged file they do not: bytes of a time or a tail may be
+// where the numbers were, and senders may count in them.
 bool Walker::GridGoesOn(const Seen& here, const Seen& next, std::uint64_t other) const {
   if (ServerWrote(here, next)) return true;
-  if (IsLastOfRing(here)) return true;
-  const bool oneOnly = !Look(other + kSlotSize).isMessage;
-  if (oneOnly && Continues(last, here) && image.SizeFits() && !SizeShowsMove(other)) return true;
   if (!next.isMessage && !Continues(here, next)) return false;
   constexpr std::uint64_t kAhead = 8;
-  std::uint64_t grid = Continues(here, next) ? 1 : 0;
+  const bool isDamaged = !image.SizeFits() || !parts.back().breaks.empty();
+  std::uint64_t grid = (isDamaged ? here.isMessage && next.isMessage : Continues(here, next)) ? 1 : 0;
   Seen before = here;
-  for (std::uint64_t place = at + kSlotSize; grid < kAhead; place += kSlotSize, ++grid) {
-    const Seen slot = Look(place);
+  for (std::uint64_t i = 1; i < kAhead; ++i) {
+    const Seen slot = Look(at + i * kSlotSize);
     if (!slot.isMessage && !Continues(before, slot)) break;
+    if (slot.isMessage || !isDamaged) ++grid;
     before = slot;
   }
   std::uint64_t beside = 0;
@@ -276,7 +289,7 @@ void Walker::BeginRest() {
 // its bytes so that they look like a message when they are read a little earlier.
 void Walker::FindFirstSlot() {
   const Seen here = Look(at);
-  if (here.isMessage) return;
+  if (here.isMessage || IsInPlainRing()) return;
   const std::size_t found = FindMessage(image.View(0, kSlotsOffset + kSlotSize), 0, kSlotsOffset);
   if (found == std::string_view::npos) return;
   const bool oneOnly = !Look(found + kSlotSize).isMessage;
@@ -293,10 +306,11 @@ void Walker::Add(const Seen& slot) {
   ++stretch.slots;
   const bool follows = Continues(last, slot);
   const bool onGrid = LogFileImage::SlotAtOffset(at).has_value();
+  const bool isSure = slot.isMessage || follows || IsInPlainRing();
   if (slot.isMessage && (last.isMessage || onGrid || slot.isNamed)) evident = true;
   at += kSlotSize;
   last = slot;
-  if (slot.isMessage || follows) {
+  if (isSure) {
     goodEnd = at;
     lastGood = slot;
   } else {
@@ -338,7 +352,7 @@ std::uint64_t Walker::LostBetween(const SlotBreak& gap, bool begins) const {
 // that are missing lay between the two, in the padding, or in the next one's number and origin. A text that
 // moved shows itself at the end of the source's field, which zeros fill.
 bool Walker::IsWholeBefore(const Seen& here, std::uint64_t next) const {
-  constexpr std::uint64_t kBetween = offsetof(LogMessage, body) + offsetof(LogMessageBody, timestamp);
+  constexpr std::uint64_t kBetween = kBeforeTime + 1;  // another first byte of a year makes another year
   const std::uint64_t missing = at + kSlotSize - next;
   if (missing > kSlotSize - kNeededOfSlot + kBetween) return false;
   if (missing > kSlotSize - kNeededOfSlot && Continues(here, Look(next))) return false;
@@ -408,8 +422,12 @@ void Walker::Step() {
     at = image.Size();
     return;
   }
+  if (IsInPlainRing()) {
+    isKnown = false;
+    return Add(here);
+  }
   const Seen next = Look(at + kSlotSize);
-  if (!here.isMessage || (!next.isMessage && !Continues(here, next))) {
+  if (!here.isMessage || !next.isMessage) {
     const auto other = MessageWithinSlot(here);
     if (other && !GridGoesOn(here, next, *other)) return Break(here, *other);
   }
@@ -450,8 +468,7 @@ std::vector<LogPart> Walker::Run() {
   FindFirstSlot();
   while (at < image.Size()) Step();
   FinishLog();
-  LogPart& first = parts.front();
-  first.ringIsPlain = !first.breaks.empty() && RingIsPlain(image);
+  parts.front().ringIsPlain = ringIsPlain;
   return std::move(parts);
 }
 
@@ -472,18 +489,30 @@ bool LogPart::RingInPlace() const {
 }
 
 bool RingIsPlain(const LogFileImage& image) {
-  const auto slots = image.RingSlots();
-  return image.SizeFits() && std::all_of(slots.begin(), slots.end(), [&image](std::uint32_t slot) {
-           return LooksLikeMessage(image.Slot(slot));
-         });
+  if (!image.SizeFits()) return false;
+  bool allDated = true;
+  std::size_t unnumbered = 0;
+  std::vector<std::uint64_t> keys;
+  for (const std::uint32_t slot : image.RingSlots()) {
+    const LogMessage message = image.Slot(slot);
+    const bool isDated = LooksLikeMessage(message);
+    if (!isDated && !HasServerTraces(message, image.Header())) return false;
+    allDated = allDated && isDated;
+    unnumbered += message.sequence == 0 ? 1 : 0;
+    keys.push_back(TimeKey(message.body));
+  }
+  if (allDated) return true;
+  if (unnumbered > 1 && image.Header().rewriteCount <= 1) return false;
+  std::reverse(keys.begin(), keys.begin() + static_cast<std::ptrdiff_t>(FallingStretch(keys)));
+  return std::is_sorted(keys.begin(), keys.end());
 }
 
 std::vector<LogPart> FindLayout(const LogFileImage& image) {
-  return Walker(image).Run();
+  return Walker(image, RingIsPlain(image)).Run();
 }
 
 bool HoldsAnyMessage(const LogFileImage& image) {
-  return Walker(image).FindsAny();
+  return Walker(image, RingIsPlain(image)).FindsAny();
 }
 
 bool HeaderIsGenuine(const LogFileHeader& header) {

@@ -36,7 +36,7 @@ struct LogPart {
   std::uint64_t offset = 0;  // of its header
   LogFileHeader header{};
   bool headerTrusted = false;  // the header's numbers are valid, and a server can have written them
-  bool ringIsPlain = false;    // has breaks, but none of them matters: see RingIsPlain
+  bool ringIsPlain = false;    // see RingIsPlain
   bool afterEnd = false;       // bytes after the end of the log before, without a header
   std::vector<SlotStretch> stretches;
   std::vector<SlotBreak> breaks;
@@ -46,8 +46,9 @@ struct LogPart {
   bool RingInPlace() const;
 };
 
-// Returns whether the file has the right size and its ring holds nothing but messages with a date. Then
-// breaks lie among bytes that belong to no message, for example in what a clear left behind.
+// Returns whether the file has the right size, and each slot of its ring holds a message with a date or the
+// traces of a server: bytes that moved there by damage have neither. Then breaks lie among bytes that belong
+// to no message, for example in what a clear left.
 bool RingIsPlain(const LogFileImage& image);
 
 // Returns the parts of the file in its order; the first one always exists.
