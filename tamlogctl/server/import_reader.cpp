@@ -34,10 +34,17 @@ using TamLogClient::TimeWords;
 constexpr std::size_t kLongestField = kTextSize - 1;
 constexpr std::size_t kMostProblems = 20;  // that are reported one by one
 
-// Returns the name that a compressed file has without the compression.
+// Returns whether it is the number of a rotated file: ".1"
+bool IsNumber(const std::string& extension) {
+  return extension.size() > 1 && extension.find_first_not_of("0123456789", 1) == std::string::npos;
+}
+
+// Returns the name that the file had before it was rotated and compressed: "dpkg.log" of "dpkg.log.2.gz".
 std::filesystem::path PlainName(const std::string& path) {
-  const std::filesystem::path name = TamLogClient::PathOf(path);
-  return name.extension() == ".gz" || name.extension() == ".xz" ? name.stem() : name;
+  if (path == "-") return "stdin";
+  std::filesystem::path name = TamLogClient::PathOf(path).filename();
+  if (name.extension() == ".gz" || name.extension() == ".xz") name = name.stem();
+  return IsNumber(name.extension().string()) ? name.stem() : name;
 }
 
 std::string Utf8Of(const std::filesystem::path& path) {
@@ -223,7 +230,7 @@ TimeWords NewestOf(const std::string& path, const ImportChoice& choice) {
 void ReadDrafts(const std::string& path, const std::string& bytes, const ImportChoice& choice,
                 ImportSource& source) {
   ImportDrafts drafts;
-  if (source.format == "json") {
+  if (source.format.find("json") != std::string::npos) {
     ReadJsonDrafts(bytes, drafts);
   } else if (source.format == "csv") {
     ReadCsvDrafts(bytes, choice, drafts);
@@ -232,7 +239,7 @@ void ReadDrafts(const std::string& path, const std::string& bytes, const ImportC
   } else if (source.format == "export") {
     ReadJournalDrafts(bytes, drafts);
   } else {
-    ReadTextDrafts(bytes, NewestOf(path, choice), drafts);
+    ReadTextDrafts(bytes, choice, NewestOf(path, choice), drafts);
   }
   DraftReader reader(path, choice, source);
   reader.Take(drafts);
