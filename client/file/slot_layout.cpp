@@ -8,58 +8,13 @@
 #include <utility>
 
 #include "client/file/message_shape.h"
+#include "client/file/seen_slot.h"
+#include "client/file/server_traces.h"
 #include "client/log/ring.h"
 
 namespace TamLogClient {
 
 namespace {
-
-// The largest capacity that the pipe sets. A larger one comes from a registry value set by hand.
-constexpr std::int32_t kMostConfigurable = 1000000;
-
-// The bytes of a slot before the time: number and origin.
-constexpr std::size_t kBeforeTime = offsetof(LogMessage, body) + offsetof(LogMessageBody, timestamp);
-
-// The lock names in a file that a server opened.
-constexpr std::string_view kNamesBegin = "Global\\";
-
-// The bytes at a place where a slot is expected.
-struct Seen {
-  bool complete = false;  // inside the file
-  bool isBlank = false;
-  bool isMessage = false;
-  bool isNamed = false;        // and its source is a name
-  bool passes = false;         // a server accepts type and texts, whatever the time is
-  bool isPadded = false;       // the padding is zeros, as a server writes it
-  std::uint64_t sequence = 0;  // that the server assigned
-};
-
-bool HasName(const LogMessage& message) {
-  const std::string_view source(message.body.source);
-  return !source.empty() && std::all_of(source.begin(), source.end(),
-                                        [](char c) { return static_cast<unsigned char>(c) >= ' '; });
-}
-
-bool IsZero(std::string_view bytes) {
-  return !bytes.empty() && bytes[0] == 0 &&
-         std::memcmp(bytes.data(), bytes.data() + 1, bytes.size() - 1) == 0;
-}
-
-// Returns whether the parts of a slot that senders do not choose are a server's: the number, the padding, a
-// type that exists, and texts that end.
-bool HasServerTraces(const LogMessage& slot, const LogFileHeader& header) {
-  constexpr std::uint8_t kPadding[sizeof(slot.padding)]{};
-  return (slot.sequence == 0 || slot.sequence < header.nextSequence) &&
-         std::memcmp(slot.padding, kPadding, sizeof(kPadding)) == 0 && slot.body.type < kMessageTypes &&
-         HasEnds(slot);
-}
-
-// Returns whether the numbers that the server assigned show that `next` is the slot after `here`. Senders
-// have no influence on them. No server counts so far that 0 follows.
-bool Continues(const Seen& here, const Seen& next) {
-  return here.complete && next.passes && !next.isBlank && next.sequence != 0 &&
-         next.sequence == here.sequence + 1;
-}
 
 class Walker {
  public:
@@ -69,10 +24,7 @@ class Walker {
   bool FindsAny();
 
  private:
-  Seen Look(std::uint64_t offset) const;
-  LogFileHeader HeaderAt(std::uint64_t offset) const;
-  bool HeadIsGenuine(std::uint64_t offset) const;
-  bool LogBeginsAt(std::uint64_t offset) const;
+  Seen Look(std::uint64_t offset) const { return LookAt(image, offset); }
   bool AtEndOfLog() const;
   bool LastSlotIsRight() const;
   bool SlotsWereAdded();
@@ -112,45 +64,6 @@ class Walker {
   bool evident = false;  // a message was found that is no coincidence
 };
 
-Seen Walker::Look(std::uint64_t offset) const {
-  Seen seen;
-  const std::string_view bytes = image.View(offset, kSlotSize);
-  seen.complete = bytes.size() >= kNeededOfSlot;
-  if (!seen.complete) return seen;
-  LogMessage message{};
-  std::memcpy(&message, bytes.data(), bytes.size());
-  seen.sequence = message.sequence;
-  seen.passes = message.body.type < kMessageTypes && HasEnds(message);
-  seen.isMessage = seen.passes && LooksLikeMessage(message);
-  seen.isNamed = seen.isMessage && HasName(message);
-  seen.isBlank = !seen.isMessage && IsBlank(message.body);
-  seen.isPadded = bytes.size() == kSlotSize && IsZero(bytes.substr(kNeededOfSlot));
-  return seen;
-}
-
-LogFileHeader Walker::HeaderAt(std::uint64_t offset) const {
-  LogFileHeader header{};
-  const std::string_view bytes = image.View(offset, sizeof(header));
-  if (bytes.size() == sizeof(header)) std::memcpy(&header, bytes.data(), sizeof(header));
-  return header;
-}
-
-// Returns whether a server wrote what is at `offset`, as far as the bytes can show that. The lock names are
-// zeros in a log that no server ever opened.
-bool Walker::HeadIsGenuine(std::uint64_t offset) const {
-  const std::string_view names = image.View(offset + kLockNamesOffset, sizeof(LockNames));
-  return HeaderIsGenuine(HeaderAt(offset)) &&
-         (names.starts_with(kNamesBegin) || names.find_first_not_of('\0') == std::string_view::npos);
-}
-
-// Returns whether another log begins there: one with lock names, or one that ends with the file.
-bool Walker::LogBeginsAt(std::uint64_t offset) const {
-  if (!HeadIsGenuine(offset)) return false;
-  const auto capacity = static_cast<std::uint64_t>(HeaderAt(offset).maxMessages);
-  return image.View(offset + kLockNamesOffset, 1) != std::string_view("\0", 1) ||
-         offset + LogFileSize(capacity) == image.Size();
-}
-
 bool Walker::AtEndOfLog() const {
   const LogPart& part = parts.back();
   return !part.afterEnd && part.headerTrusted && part.breaks.empty() &&
@@ -188,7 +101,7 @@ bool Walker::SlotsWereAdded() {
 // Returns where a message begins between `at` and the slot after it.
 std::optional<std::uint64_t> Walker::MessageWithinSlot(const Seen& here) const {
   // Within zeros no message begins but near their end, for it begins with number, origin and year.
-  const std::size_t from = here.isBlank ? kNeededOfSlot - kBeforeTime - 1 : 1;
+  const std::size_t from = here.isBlank ? kNeededOfSlot - kTimeOffset - 1 : 1;
   const std::string_view bytes = image.View(at, 2 * kSlotSize);
   const std::size_t found = FindMessage(bytes, from, kSlotSize);
   return found == std::string_view::npos ? std::nullopt : std::optional(at + found);
@@ -266,11 +179,11 @@ void Walker::BeginLog(std::uint64_t offset) {
   addedSlots = {};
   LogPart part;
   part.offset = offset;
-  part.header = HeaderAt(offset);
+  part.header = HeaderAt(image, offset);
   const std::uint64_t there = image.Size() - offset;
-  part.headerTrusted =
-      there >= kSlotsOffset && RingIsSound(part.header) &&
-      (HeadIsGenuine(offset) || there == LogFileSize(static_cast<std::uint64_t>(part.header.maxMessages)));
+  part.headerTrusted = there >= kSlotsOffset && RingIsSound(part.header) &&
+                       (HeadIsGenuine(image, offset) ||
+                        there == LogFileSize(static_cast<std::uint64_t>(part.header.maxMessages)));
   parts.push_back(std::move(part));
   BeginStretch(offset + kSlotsOffset);
 }
@@ -352,7 +265,7 @@ std::uint64_t Walker::LostBetween(const SlotBreak& gap, bool begins) const {
 // that are missing lay between the two, in the padding, or in the next one's number and origin. A text that
 // moved shows itself at the end of the source's field, which zeros fill.
 bool Walker::IsWholeBefore(const Seen& here, std::uint64_t next) const {
-  constexpr std::uint64_t kBetween = kBeforeTime + 1;  // another first byte of a year makes another year
+  constexpr std::uint64_t kBetween = kTimeOffset + 1;  // another first byte of a year makes another year
   const std::uint64_t missing = at + kSlotSize - next;
   if (missing > kSlotSize - kNeededOfSlot + kBetween) return false;
   if (missing > kSlotSize - kNeededOfSlot && Continues(here, Look(next))) return false;
@@ -375,7 +288,7 @@ void Walker::Break(const Seen& here, std::uint64_t next) {
     gap.lost = LostBetween(gap, begins);
     gap.bytes = static_cast<std::int64_t>(next - goodEnd) - static_cast<std::int64_t>(gap.lost * kSlotSize);
   }
-  if (next >= goodEnd + kSlotsOffset && LogBeginsAt(next - kSlotsOffset))
+  if (next >= goodEnd + kSlotsOffset && LogBeginsAt(image, next - kSlotsOffset))
     return BeginLog(next - kSlotsOffset);
   if (!Part().afterEnd) Part().breaks.push_back(gap);
   BeginStretch(next);
@@ -408,7 +321,7 @@ bool Walker::SkipUnused() {
 
 void Walker::Step() {
   if (AtEndOfLog()) {
-    if (LogBeginsAt(at)) return BeginLog(at);
+    if (LogBeginsAt(image, at)) return BeginLog(at);
     if (SlotsWereAdded()) {
       Part().breaks.push_back(addedSlots);
     } else if (LastSlotIsRight()) {
@@ -488,41 +401,12 @@ bool LogPart::RingInPlace() const {
   return ringIsPlain || (header.messageCount <= header.nextSlot && end < breaks.front().offset);
 }
 
-bool RingIsPlain(const LogFileImage& image) {
-  if (!image.SizeFits()) return false;
-  bool allDated = true;
-  std::size_t unnumbered = 0;
-  std::vector<std::uint64_t> keys;
-  for (const std::uint32_t slot : image.RingSlots()) {
-    const LogMessage message = image.Slot(slot);
-    const bool isDated = LooksLikeMessage(message);
-    if (!isDated && !HasServerTraces(message, image.Header())) return false;
-    allDated = allDated && isDated;
-    unnumbered += message.sequence == 0 ? 1 : 0;
-    keys.push_back(TimeKey(message.body));
-  }
-  if (allDated) return true;
-  if (unnumbered > 1 && image.Header().rewriteCount <= 1) return false;
-  std::reverse(keys.begin(), keys.begin() + static_cast<std::ptrdiff_t>(FallingStretch(keys)));
-  return std::is_sorted(keys.begin(), keys.end());
-}
-
 std::vector<LogPart> FindLayout(const LogFileImage& image) {
   return Walker(image, RingIsPlain(image)).Run();
 }
 
 bool HoldsAnyMessage(const LogFileImage& image) {
   return Walker(image, RingIsPlain(image)).FindsAny();
-}
-
-bool HeaderIsGenuine(const LogFileHeader& header) {
-  const auto isZero = [](const auto& padding) {
-    return std::all_of(std::begin(padding), std::end(padding), [](std::uint8_t byte) { return byte == 0; });
-  };
-  const bool isRing = RingIsSound(header) &&
-                      (header.messageCount == header.maxMessages || header.messageCount == header.nextSlot);
-  return isRing && header.maxMessages <= kMostConfigurable && header.serverRunning <= 1 &&
-         header.readCount >= 0 && isZero(header.padding1) && isZero(header.padding2);
 }
 
 }  // namespace TamLogClient

@@ -46,18 +46,10 @@ struct LogPart {
   bool RingInPlace() const;
 };
 
-// Returns whether the file has the right size, and each slot of its ring holds a message with a date or the
-// traces of a server: bytes that moved there by damage have neither. Then breaks lie among bytes that belong
-// to no message, for example in what a clear left.
-bool RingIsPlain(const LogFileImage& image);
-
 // Returns the parts of the file in its order; the first one always exists.
 std::vector<LogPart> FindLayout(const LogFileImage& image);
 
 // Returns whether the file holds a message that is no coincidence of bytes. Ends at the first one.
 bool HoldsAnyMessage(const LogFileImage& image);
-
-// Returns whether `header` has nothing in it that a server would not write.
-bool HeaderIsGenuine(const LogFileHeader& header);
 
 }  // namespace TamLogClient
