@@ -89,7 +89,7 @@ void AskServer(const DoctorOptions& options, const ServiceReport& report, std::o
   std::uint32_t foreign = 0;
   seen.pipe = ExaminePipes(kRequestPipeName, std::min(kBusyMs, options.timeoutMs), options.timeoutMs,
                            ProcessOf(report), foreign);
-  if (seen.pipe == PipeState::Foreign) seen.pipeProcess = ProcessText(foreign);
+  if (foreign != 0) seen.pipeProcess = ProcessText(foreign);
   if (seen.pipe != PipeState::Answers) return;
   LogClient client({kRequestPipeName, options.timeoutMs});
   SettingsBody settings{};

@@ -23,7 +23,7 @@ enum class PipeState : std::uint8_t {
   Blocked,  // busy all the time: a client opened the request pipe without the reply pipe
   Silent,   // opens, but does not answer in time
   Failing,  // opens, and the connection ends before the answer comes
-  Foreign,  // a process answers that is not the service's
+  Foreign,  // a process has created it that is not the service's
 };
 
 // A name of the server's objects that exists while the server does not run, or that another process holds
@@ -63,7 +63,7 @@ struct Observations {
   std::vector<DiagnosticEntry> diagnostics;  // its last entries
 
   PipeState pipe = PipeState::Absent;
-  std::string pipeProcess;  // the process that answers when it is not the service's
+  std::string pipeProcess;  // of a Foreign pipe: its process; empty when that is not known
 
   bool settingsKnown = false;
   std::uint32_t requestedCapacity = 0;

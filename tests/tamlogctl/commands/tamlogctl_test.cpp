@@ -509,7 +509,7 @@ TEST_F(TamlogctlTest, DoctorNamesTheProcessesThatTakeTheServersPlace) {
       "process " + std::to_string(GetCurrentProcessId()) + " (tamlogctl_program_tests.exe)";
   const Outcome outcome = Run("doctor");
   EXPECT_NE(outcome.exitCode, 0);
-  EXPECT_NE(outcome.out.find("fail  pipe     answered by " + own + ", which is not the service"),
+  EXPECT_NE(outcome.out.find("fail  pipe     served by " + own + ", which is not the service"),
             std::string::npos)
       << outcome.out;
   for (const char* const name : {kFileMapName, kHeaderLockName, kReadWaitEventName, kWriteWaitEventName}) {
@@ -519,6 +519,25 @@ TEST_F(TamlogctlTest, DoctorNamesTheProcessesThatTakeTheServersPlace) {
         << outcome.out;
   }
   EXPECT_EQ(server.Requests().size(), 0U);  // an impostor is asked nothing
+}
+
+// A process that creates the request pipe alone keeps every client out.
+TEST_F(TamlogctlTest, DoctorNamesTheProcessThatHoldsTheRequestPipeAlone) {
+  const TamLogClient::Handle squatted(
+      CreateNamedPipeA(kRequestPipeName, PIPE_ACCESS_INBOUND, PIPE_TYPE_MESSAGE, 1, 4096, 4096, 0, nullptr));
+  ASSERT_TRUE(squatted);
+  const Outcome named = Run("doctor --timeout 1500");
+  EXPECT_NE(named.out.find("fail  pipe     served by process " + std::to_string(GetCurrentProcessId()) +
+                           " (tamlogctl_program_tests.exe), which is not the service"),
+            std::string::npos)
+      << named.out;
+  DisconnectNamedPipe(squatted.Get());
+  const TamLogClient::Handle client(
+      CreateFileA(kRequestPipeName, GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+  const Outcome busy = Run("doctor --timeout 1500");
+  EXPECT_NE(busy.exitCode, 0);
+  EXPECT_NE(busy.out.find("fail  pipe     busy although the service does not run"), std::string::npos)
+      << busy.out;
 }
 
 // A server that is starting has its log mapped before it has its pipes. A program that maps it then keeps the
