@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <unordered_set>
 
+#include "client/log/ring.h"
 #include "client/message/hex.h"
 
 namespace TamLogClient {
@@ -150,8 +151,11 @@ std::uint32_t TwinNumbers::Of(const LogMessage* message) const {
 std::vector<std::uint32_t> TwinsIn(const LogSnapshot& snapshot, const std::vector<std::uint32_t>& slots) {
   if (slots.empty()) return {};
   std::vector<std::uint32_t> ring = snapshot.RingOrder();
+  std::vector<std::uint64_t> times(ring.size());
+  std::transform(ring.begin(), ring.end(), times.begin(),
+                 [&snapshot](std::uint32_t slot) { return TimeKey(snapshot.slots[slot].body); });
   // Elsewhere equal messages are in the order in which they came.
-  std::reverse(ring.begin(), ring.begin() + static_cast<std::ptrdiff_t>(ReversedStretch(snapshot, ring)));
+  std::reverse(ring.begin(), ring.begin() + static_cast<std::ptrdiff_t>(FallingStretch(times)));
   std::unordered_set<std::uint64_t> keys;
   for (const std::uint32_t slot : slots) keys.insert(TimeKey(snapshot.slots[slot].body));
   std::unordered_map<MessageIdentity, std::uint32_t, MessageIdentityHash> counts;

@@ -3,7 +3,6 @@
 // A private copy of the log, header and slots taken at one moment, and the order of its messages. A snapshot
 // belongs to one thread at a time.
 
-#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -25,11 +24,6 @@ struct LogSnapshot {
   // bounded by `slots` even when the header is not sound, so every index is valid.
   std::vector<std::uint32_t> RingOrder() const;
 };
-
-// Returns how many of the oldest slots of `ring`, which has to be RingOrder(), hold messages newest first, as
-// a full rewrite leaves them; 0 when none. Their times fall, or are equal and their numbers do not rise: a
-// full rewrite assigns no number, and that of a message without one is 0.
-std::size_t ReversedStretch(const LogSnapshot& snapshot, const std::vector<std::uint32_t>& ring);
 
 // The messages in time order, and what was found while ordering them.
 struct MessageOrder {

@@ -71,28 +71,6 @@ TEST(LogSnapshot, MessagesAppendedAfterARewriteComeAfterTheBackwardStretch) {
   EXPECT_EQ(Texts(log.Snapshot()), (Strings{"a", "b", "c", "f", "g"}));
 }
 
-TEST(LogSnapshot, StretchOfOneTimeIsSeenByItsNumbers) {
-  RingModel log(4);
-  for (const char letter : {'a', 'b', 'c', 'd'}) log.Submit(MakeBody(7, std::string(1, letter)));
-  log.Flush();  // backwards, without numbers
-  EXPECT_EQ(Texts(log.Snapshot()), (Strings{"a", "b", "c", "d"}));
-  EXPECT_TRUE(OrderMessages(log.Snapshot()).reordered);
-  log.Submit(MakeBody(7, "e"));
-  log.Flush();  // overwrites d
-  EXPECT_EQ(Texts(log.Snapshot()), (Strings{"a", "b", "c", "e"}));
-}
-
-TEST(LogSnapshot, RisingNumbersOfOneTimeAreInOrder) {
-  RingModel log(4);
-  for (const char letter : {'a', 'b', 'c', 'd', 'e', 'f'}) {
-    log.Submit(MakeBody(7, std::string(1, letter)));
-    log.Flush();
-    const auto snapshot = log.Snapshot();
-    EXPECT_FALSE(OrderMessages(snapshot).reordered);
-    EXPECT_EQ(Texts(snapshot).back(), std::string(1, letter));
-  }
-}
-
 TEST(LogSnapshot, EqualTimesKeepTheOrderOfArrivalInABackwardStretchToo) {
   RingModel log(4);
   log.Submit(MakeBody(1, "a"));
