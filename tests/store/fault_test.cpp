@@ -187,6 +187,22 @@ TEST_F(Faults, AHeaderThatIsWrittenOverAtAnyMomentOfAnOpenNeitherFailsItNorTheNe
   }
 }
 
+// The touches of an open: readCount is reset; the check enters, reads header and slots, leaves; enters again,
+// reads the header again (the 7th) and the lock names.
+TEST_F(Faults, AHeaderThatIsWrittenOverBeforeItsLastReadingCountsAsABrokenRule) {
+  for (int n = 1; n <= 8; ++n) {
+    SCOPED_TRACE(n);
+    FreshServer();
+    BeforeMappedAccess(n, WriteOverHeader<1, 10, 11>);
+    Open();
+    EXPECT_TRUE(FaultMet());
+    WorkAgain();
+    EXPECT_TRUE(server->VerifyIntegrity());
+    EXPECT_EQ(Header().messageCount, n <= 7 ? 0 : 1);
+    Close();
+  }
+}
+
 TEST_F(Faults, AFlushThatFailsAtAnyTouchOfTheViewLosesAndDuplicatesNothing) {
   Open();
   Submit("a", At(12, 0));
