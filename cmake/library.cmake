@@ -29,6 +29,7 @@ if(WIN32)
   # The functions that the stack protector calls are in a separate library.
   target_link_libraries(tamlog_static INTERFACE ssp)
   set_target_properties(tamlog_shared PROPERTIES PREFIX "")
+  tamlog_packaged(tamlog_shared "Torvane Log Server client library")
   set_target_properties(tamlog_static tamlog_shared PROPERTIES
     ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_SOURCE_DIR}/build/lib)
   set(tamlog_private_libraries "-lstdc++ -lssp")

@@ -4,7 +4,7 @@ set -euo pipefail
 
 usage() {
   cat <<'TEXT'
-usage: scripts/install-packages.sh [build|run|test|fuzz|bench]
+usage: scripts/install-packages.sh [build|run|test|fuzz|bench|package]
 
 Installs the missing ones of the Debian packages that the project needs, as root or with sudo:
   build  for building everything
@@ -12,6 +12,7 @@ Installs the missing ones of the Debian packages that the project needs, as root
   test   these, and the packages for checks, native tests and fuzz targets (test.sh); the default
   fuzz   for building and running the fuzz targets (fuzz.sh)
   bench  for building and running the server, and the peers of the benchmarks (bench.sh)
+  package  for making the packages of a release and trying them under Wine (package.sh)
 Does not use the network when nothing is missing.
 TEXT
 }
@@ -43,6 +44,12 @@ bench_packages=(
   util-linux                      # taskset
 )
 
+package_packages=(
+  nsis wixl msitools  # makers of the setup program and the MSI
+  dpkg-dev            # maker of the Debian package
+  osslsigncode        # signs programs, setup program and MSI
+)
+
 set_name=${1:-test}
 case $set_name in
   -h | --help) usage; exit 0 ;;
@@ -51,6 +58,7 @@ case $set_name in
   test) wanted=("${run_packages[@]}" "${test_packages[@]}" "${fuzz_packages[@]}") ;;
   fuzz) wanted=("${run_packages[@]}" "${fuzz_packages[@]}") ;;
   bench) wanted=("${run_packages[@]}" "${bench_packages[@]}") ;;
+  package) wanted=("${run_packages[@]}" "${package_packages[@]}") ;;
   *) usage >&2; exit 2 ;;
 esac
 

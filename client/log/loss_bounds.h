@@ -15,7 +15,7 @@
 // (A stop can raise `changeCount` without a change.)
 //
 // Each one leaves its traces in the counters and in the numbers of the slots. The bounds cover every one of
-// them that the traces allow. docs/log_file_format.md, "How the server writes", has the rules.
+// them that the traces allow. docs/protocol_background.md, "How the server writes", has the rules.
 
 #include <cstdint>
 #include <limits>

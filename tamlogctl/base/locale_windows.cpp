@@ -2,6 +2,7 @@
 
 #include "client/message/win32.h"
 #include "tamlogctl/base/locale.h"
+#include "tamlogctl/base/wide_text.h"
 
 namespace TamLogCtl {
 
@@ -24,7 +25,7 @@ UpperHalf ReadCodePage(UINT codePage) {
 
 // Null when the code page is UTF-8 or has characters of several bytes.
 const UpperHalf* AnsiCodePage() {
-  const UINT codePage = GetACP();
+  const UINT codePage = MachineCodePage();
   if (const UpperHalf* const known = TamLogClient::UpperHalfOfCodePage(codePage)) return known;
   CPINFO about{};
   if (GetCPInfo(codePage, &about) == FALSE || about.MaxCharSize != 1) return nullptr;

@@ -1,5 +1,8 @@
 #include "tamlogctl/base/wide_text.h"
 
+#include <array>
+#include <cwchar>
+
 #include "client/message/win32.h"
 
 namespace TamLogCtl {
@@ -24,7 +27,23 @@ std::string ToBytes(UINT codePage, DWORD flags, std::wstring_view wide, BOOL* lo
   return bytes;
 }
 
+// The system chooses the code page when it starts, from this value.
+std::uint32_t ReadMachineCodePage() {
+  std::array<wchar_t, 16> digits{};
+  auto size = static_cast<DWORD>(sizeof(digits));
+  if (RegGetValueW(HKEY_LOCAL_MACHINE, LR"(SYSTEM\CurrentControlSet\Control\Nls\CodePage)", L"ACP",
+                   RRF_RT_REG_SZ, nullptr, digits.data(), &size) != ERROR_SUCCESS)
+    return GetACP();
+  const auto number = static_cast<std::uint32_t>(std::wcstoul(digits.data(), nullptr, 10));
+  return IsValidCodePage(number) != FALSE ? number : GetACP();
+}
+
 }  // namespace
+
+std::uint32_t MachineCodePage() {
+  static const std::uint32_t codePage = ReadMachineCodePage();
+  return codePage;
+}
 
 std::wstring Utf8ToWide(std::string_view utf8) {
   return ToWide(CP_UTF8, utf8);
@@ -35,13 +54,22 @@ std::string WideToUtf8(std::wstring_view wide) {
 }
 
 std::string AnsiToUtf8(std::string_view ansi) {
-  return WideToUtf8(ToWide(CP_ACP, ansi));
+  return WideToUtf8(AnsiToWide(ansi));
+}
+
+std::wstring AnsiToWide(std::string_view ansi) {
+  return ToWide(MachineCodePage(), ansi);
+}
+
+std::string WideToAnsi(std::wstring_view wide) {
+  return ToBytes(MachineCodePage(), 0, wide, nullptr);
 }
 
 std::optional<std::string> Utf8ToAnsi(std::string_view utf8) {
-  if (GetACP() == CP_UTF8) return std::string(utf8);  // the query about lost characters is an error in UTF-8
+  if (MachineCodePage() == CP_UTF8)
+    return std::string(utf8);  // the query about lost characters is an error in UTF-8
   BOOL lossy = FALSE;
-  std::string ansi = ToBytes(CP_ACP, WC_NO_BEST_FIT_CHARS, Utf8ToWide(utf8), &lossy);
+  std::string ansi = ToBytes(MachineCodePage(), WC_NO_BEST_FIT_CHARS, Utf8ToWide(utf8), &lossy);
   if (lossy != FALSE || (ansi.empty() && !utf8.empty())) return std::nullopt;
   return ansi;
 }

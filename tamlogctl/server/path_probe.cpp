@@ -8,6 +8,7 @@
 #include "client/message/win32.h"
 #include "records/log_file_format.h"
 #include "tamlogctl/base/system_text.h"
+#include "tamlogctl/base/wide_text.h"
 #include "tamlogctl/server/access_list_reader.h"
 
 // Must follow windows.h.
@@ -29,31 +30,32 @@ bool IsLink(DWORD attributes) {
 std::string FirstLink(const std::string& path) {
   for (std::size_t end = path.find_first_of("\\/", 3);; end = path.find_first_of("\\/", end + 1)) {
     std::string part = path.substr(0, end);
-    if (IsLink(GetFileAttributesA(part.c_str()))) return part;
+    if (IsLink(GetFileAttributesW(AnsiToWide(part).c_str()))) return part;
     if (end == std::string::npos) return "";
   }
 }
 
 void LookAtDrive(const std::string& path, PathFacts& facts) {
   const std::string root = path.substr(0, 2) + "\\";
-  const UINT type = GetDriveTypeA(root.c_str());
+  const UINT type = GetDriveTypeW(AnsiToWide(root).c_str());
   facts.networkDrive = type == DRIVE_REMOTE;
   facts.driveThere = type != DRIVE_NO_ROOT_DIR && type != DRIVE_UNKNOWN;
 }
 
 void LookAtFolder(const std::string& folder, PathFacts& facts) {
-  const DWORD attributes = GetFileAttributesA(folder.c_str());
+  const std::wstring name = AnsiToWide(folder);
+  const DWORD attributes = GetFileAttributesW(name.c_str());
   facts.folderThere = attributes != INVALID_FILE_ATTRIBUTES || GetLastError() == ERROR_ACCESS_DENIED;
   facts.folderIsFile = attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
   ULARGE_INTEGER free{};
-  if (GetDiskFreeSpaceExA(folder.c_str(), nullptr, nullptr, &free) != FALSE) facts.freeBytes = free.QuadPart;
+  if (GetDiskFreeSpaceExW(name.c_str(), nullptr, nullptr, &free) != FALSE) facts.freeBytes = free.QuadPart;
 }
 
 void LookAtAccessList(const std::string& folder, PathFacts& facts) {
   ACL* list = nullptr;
   PSECURITY_DESCRIPTOR descriptor = nullptr;
-  std::string name = folder;
-  if (GetNamedSecurityInfoA(name.data(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, &list,
+  std::wstring name = AnsiToWide(folder);
+  if (GetNamedSecurityInfoW(name.data(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, &list,
                             nullptr, &descriptor) != ERROR_SUCCESS)
     return;
   const std::unique_ptr<void, decltype(&LocalFree)> owner(descriptor, &LocalFree);
@@ -61,8 +63,9 @@ void LookAtAccessList(const std::string& folder, PathFacts& facts) {
 }
 
 void LookAtFile(const std::string& path, PathFacts& facts) {
+  const std::wstring name = AnsiToWide(path);
   WIN32_FILE_ATTRIBUTE_DATA data{};
-  if (GetFileAttributesExA(path.c_str(), GetFileExInfoStandard, &data) == FALSE) {
+  if (GetFileAttributesExW(name.c_str(), GetFileExInfoStandard, &data) == FALSE) {
     facts.file = GetLastError() == ERROR_ACCESS_DENIED ? PathFile::Unknown : PathFile::Missing;
     return;
   }
@@ -74,8 +77,9 @@ void LookAtFile(const std::string& path, PathFacts& facts) {
 }
 
 void LookIntoFile(const std::string& path, DWORD flags, PathFacts& facts) {
+  const std::wstring name = AnsiToWide(path);
   const Handle file(
-      CreateFileA(path.c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING, flags, nullptr));
+      CreateFileW(name.c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING, flags, nullptr));
   if (!file) {
     if (GetLastError() == ERROR_SHARING_VIOLATION) facts.file = PathFile::InUse;
     return;
@@ -91,18 +95,20 @@ void LookIntoFile(const std::string& path, DWORD flags, PathFacts& facts) {
 }
 
 void TryToCreate(const std::string& path, PathFacts& facts) {
-  const Handle file(CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE | DELETE, 0, nullptr, CREATE_NEW,
+  const std::wstring name = AnsiToWide(path);
+  const Handle file(CreateFileW(name.c_str(), GENERIC_READ | GENERIC_WRITE | DELETE, 0, nullptr, CREATE_NEW,
                                 FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_DELETE_ON_CLOSE, nullptr));
   if (file) return;
   facts.createError = GetLastError();
   facts.createText = SystemText(facts.createError);
 }
 
-std::string VolumeOf(const std::string& path) {
-  std::array<char, MAX_PATH + 1> volume{};
-  return GetVolumePathNameA(path.c_str(), volume.data(), static_cast<DWORD>(volume.size())) != FALSE
+std::wstring VolumeOf(const std::string& path) {
+  std::array<wchar_t, MAX_PATH + 1> volume{};
+  return GetVolumePathNameW(AnsiToWide(path).c_str(), volume.data(), static_cast<DWORD>(volume.size())) !=
+                 FALSE
              ? volume.data()
-             : "";
+             : L"";
 }
 
 }  // namespace
@@ -139,7 +145,7 @@ PathFacts TryPath(const std::string& path) {
 }
 
 bool OnOneVolume(const std::string& left, const std::string& right) {
-  const std::string volume = VolumeOf(left);
+  const std::wstring volume = VolumeOf(left);
   return !volume.empty() && volume == VolumeOf(right);
 }
 

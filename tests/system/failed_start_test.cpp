@@ -73,6 +73,20 @@ TEST_F(FailedStart, IsNamedWithItsReasonAndPutRightOffline) {
   Expect("settings path --offline " + Quoted("again.dat"), 6, "the server is not stopped");
 }
 
+// The code page of the tool is UTF-8, that of the server is the machine's.
+TEST_F(FailedStart, PathBeyondAsciiIsStoredAsTheServerReadsIt) {
+  Settings({});
+  InstallService();
+  const std::string path = ScratchFile("K\xE4se.dat");
+  Expect("settings path --offline \"" + path + "\"", 0, "stored");
+  EXPECT_EQ(ServerRegistry::Text("LogFile"), path);
+  Expect("server start", 0, "the server is running");
+  AdoptService();
+  EXPECT_TRUE(FileExists(path));
+  Expect("settings path", 0, "K\xC3\xA4se.dat");
+  Expect("doctor", 0, "K\xC3\xA4se.dat");
+}
+
 TEST_F(FailedStart, LogThatStaysBehindIsNamedWithTheWayBack) {
   RunService();
   Expect("send -s Demo", 0, "", "one\ntwo");

@@ -68,10 +68,8 @@ void TornMemory::Restart(const RingModel& empty, const RingModel& model) {
   TamLogClient::LogSnapshot after = published.back();
   after.header = start.header;
   AddPublication(after);
-  AddStep([this] {
-    memory.header.serverRunning = 1;
-    now += kFirstFlushMs;
-  });
+  AddStep([this] { memory.header.serverRunning = 1; });
+  for (int half = 0; half < 2; ++half) AddStep([this] { now += kFirstFlushMs / 2; });
   Write(model);
 }
 

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include "client/message/win32.h"
+
 namespace TamLogCtl {
 
 namespace {
@@ -21,6 +23,17 @@ TEST(WideText, PathsOfTheCodePageComeBackUnchanged) {
   ASSERT_TRUE(ansi);
   EXPECT_EQ(AnsiToUtf8(*ansi), "C:\\Logs \xC3\xA4.dat");
   EXPECT_EQ(Utf8ToAnsi(""), "");
+}
+
+// The test program has the tool's manifest.
+TEST(WideText, CodePageOfTheMachineIsNotThatOfTheProcess) {
+  EXPECT_EQ(GetACP(), static_cast<UINT>(CP_UTF8));
+  EXPECT_EQ(MachineCodePage(), 1252U);  // of every Wine prefix of the tests
+  EXPECT_EQ(AnsiToWide("\xE4\x80"), L"\u00E4\u20AC");
+  EXPECT_EQ(WideToAnsi(L"\u00E4\u20AC"), "\xE4\x80");
+  EXPECT_EQ(Utf8ToAnsi("\xC3\xA4"), "\xE4");
+  EXPECT_EQ(AnsiToUtf8("\xE4"), "\xC3\xA4");
+  EXPECT_FALSE(Utf8ToAnsi("\xCE\xBB")) << "code page 1252 has no lambda";
 }
 
 }  // namespace

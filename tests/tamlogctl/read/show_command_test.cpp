@@ -150,6 +150,17 @@ TEST_F(ShowCommand, MergeCountsReversesAndLimits) {
   EXPECT_EQ(none.exitCode, 1);
 }
 
+// Two logs of one machine, such as the one that a clear has saved and the present one.
+TEST_F(ShowCommand, OneLabelNamesSeveralLogsOfAMachine) {
+  Save("older.dat");
+  const std::string labels = "merge -n +2 --label east=Logs.dat --label east=older.dat ";
+  const auto lines = Lines(labels + "--offset east=+1h -o 'template={host} {time} {text}'");
+  ASSERT_EQ(lines.size(), 2U);
+  EXPECT_EQ(lines[0], lines[1]);
+  EXPECT_EQ(lines[0].substr(0, 5), "east ");
+  EXPECT_NE(lines[0].find(" 01:00:00.000 message 0"), std::string::npos) << lines[0];
+}
+
 TEST_F(ShowCommand, ReportsAndMergedLogsGoThroughThePager) {
   Put("pager", "#!/bin/sh\nsed 's/^/paged: /'\n");
   std::filesystem::permissions(folder.File("pager"), std::filesystem::perms::owner_all);

@@ -136,7 +136,9 @@ TEST(DoctorFindings, AnsweringProcessHasToBeTheServices) {
   seen.pipe = PipeState::Foreign;
   seen.pipeProcess = "process 66 (evil.exe)";
   ExpectBad(seen, "pipe", FindingState::Failure,
-            "answered by process 66 (evil.exe), which is not the service\nend that process");
+            "served by process 66 (evil.exe), which is not the service\nend that process");
+  seen.pipeProcess.clear();
+  ExpectBad(seen, "pipe", FindingState::Failure, "busy although the service does not run");
 }
 
 TEST(DoctorFindings, ForeignEventNamesAreNamed) {

@@ -1,0 +1,100 @@
+#!/usr/bin/env bash
+# Makes the packages of a release.
+set -euo pipefail
+
+usage() {
+  cat <<'TEXT'
+usage: ./package.sh [--no-install] [--no-build]
+
+Installs missing Debian packages, builds the presets windows and linux, and makes in build/packages:
+  torvane-log-server-VERSION-x64.zip           server, command line, client library, documents, licences
+  torvane-log-server-VERSION-x64-symbols.zip   the symbols of the programs, for debuggers
+  torvane-log-server-VERSION-x64.spdx.json     the bill of materials (SPDX 2.3)
+  SHA256SUMS                                   check with: sha256sum --check SHA256SUMS
+
+  --no-install   do not install Debian packages
+  --no-build     take the programs that are built already
+
+The files depend on the sources and the versions of the compiler and its libraries only: two builds in two places are
+equal, bit for bit. SOURCE_DATE_EPOCH sets the time inside the files, by default the time of the last commit.
+
+Exit code: 0 when everything was made and checked, 1 with the name of the step that failed, 2 for wrong usage.
+TEXT
+}
+
+install=yes build=yes
+while (($# > 0)); do
+  case $1 in
+    -h | --help) usage; exit 0 ;;
+    --no-install) install=no ;;
+    --no-build) build=no ;;
+    *) usage >&2; exit 2 ;;
+  esac
+  shift
+done
+cd "$(dirname "$0")"
+umask 022
+export LC_ALL=C.UTF-8 TZ=UTC
+
+step='starting'
+begin() {
+  step=$1
+  echo "== $step"
+}
+fail() {
+  trap - ERR
+  echo "package.sh: failed while $step${1:+: $1}" >&2
+  exit 1
+}
+trap fail ERR
+
+version=$(sed -n 's/^project(TorvaneLogServer VERSION \([0-9]*\.[0-9]*\.[0-9]*\) .*/\1/p' CMakeLists.txt)
+[[ -n $version ]] || fail 'CMakeLists.txt names no version'
+if [[ -z ${SOURCE_DATE_EPOCH:-} ]]; then
+  SOURCE_DATE_EPOCH=$(git log -1 --format=%ct 2>/dev/null) || SOURCE_DATE_EPOCH=315532800 # 1980, where zip files begin
+fi
+export SOURCE_DATE_EPOCH
+readonly version packages=build/packages name=torvane-log-server-$version-x64
+readonly work=$packages/work
+readonly stage=$work/stage
+
+mkdir -p "$packages"
+exec 8>"$packages/.lock"
+flock --nonblock 8 || { trap - ERR; echo 'package.sh: another package.sh is running in this tree' >&2; exit 1; }
+rm -rf "$work"
+rm -f "$packages"/torvane-log-server* "$packages/SHA256SUMS"
+mkdir -p "$stage"
+
+run_logged() {
+  "$@" >"$work/step.log" 2>&1 8>&- || { tail -n 40 "$work/step.log" >&2; fail; }
+}
+
+if [[ $install == yes ]]; then
+  begin 'installing the Debian packages that packaging needs'
+  scripts/install-packages.sh package
+fi
+
+if [[ $build == yes ]]; then
+  begin 'building for Windows (minutes, when many files have to be compiled)'
+  run_logged scripts/build.sh windows TamLogServer tamlogctl tamlog_shared tamlog_static
+  begin 'building for Linux'
+  run_logged scripts/build.sh linux tamlogctl tamlog_shared tamlog_static
+fi
+
+begin 'separating the symbols'
+packaging/strip-programs.sh build/bin "$work/programs"
+packaging/check_programs.py "$version" "$work/programs"
+
+begin 'collecting files, licences and the bill of materials'
+packaging/stage.sh "$work/programs" build/windows "$stage"
+packaging/make_sbom.py build/windows "$stage" "$version" "$packages/$name.spdx.json"
+
+begin 'making the zip files'
+packaging/make_zip.py "$stage" "$name" "$packages/$name.zip"
+packaging/make_zip.py "$work/programs/symbols" "$name-symbols" "$packages/$name-symbols.zip"
+
+begin 'writing SHA256SUMS'
+(cd "$packages" && sha256sum -- torvane-log-server* >SHA256SUMS)
+rm -rf "$work"
+echo "The packages are in $packages:"
+(cd "$packages" && ls -l -- torvane-log-server* SHA256SUMS | awk '{ printf "  %11d  %s\n", $5, $9 }')
