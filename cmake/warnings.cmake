@@ -20,6 +20,10 @@ target_compile_definitions(tamlog_options INTERFACE _GLIBCXX_ASSERTIONS)
 # No file depends on the place of the tree: builds in two places are equal. Debuggers look for the sources in the
 # current directory.
 target_compile_options(tamlog_options INTERFACE -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
+# A compiler cache may pass paths relative to the directory of the build.
+file(RELATIVE_PATH tamlog_source_from_build ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR})
+string(REGEX REPLACE "/$" "" tamlog_source_from_build "${tamlog_source_from_build}")
+target_compile_options(tamlog_options INTERFACE -ffile-prefix-map=${tamlog_source_from_build}=.)
 if(WIN32)
   target_compile_definitions(tamlog_options INTERFACE _WIN32_WINNT=0x0601 NOMINMAX WIN32_LEAN_AND_MEAN)
   # The sections let the linker drop unused code.

@@ -8,7 +8,7 @@ import os
 import re
 import subprocess
 
-MAPS = ("TamLogServer.map", "tamlogctl.map", "tamlog.map")
+MAPS = ("TamLogServer.map", "tamlogctl.map", "tamlog.map", "setup_helper.map", "msi_actions.map")
 COMMON_LICENCES = "/usr/share/common-licenses"
 
 
@@ -115,7 +115,7 @@ def find(build, root):
                 raise Unknown(f"{program} contains {path} of the Debian package {package}, whose licence is not known")
 
     for name in MAPS:
-        program = name[:-4] + (".dll" if name == "tamlog.map" else ".exe")
+        program = name[:-4] + (".dll" if name in ("tamlog.map", "msi_actions.map") else ".exe")
         add(packages_of(linked_files(os.path.join(build, name), root)), program)
     headers = {"tamlogctl.exe": {"tamlogctl"}, "TamLogServer.exe": {"server", "store", "pipe", "util", "records"},
                "tamlog.dll": {"client"}}

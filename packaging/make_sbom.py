@@ -87,7 +87,7 @@ def document(stage, version, found):
     relations += [relation(PRODUCT, "CONTAINS", entry["SPDXID"]) for entry in files]
     names = {os.path.basename(entry["fileName"]): entry["SPDXID"] for entry in files}
     for component in found:
-        for program in sorted(component.programs):
+        for program in sorted(component.programs & set(names)):
             relations.append(relation(names[program], "STATIC_LINK",
                                       "SPDXRef-Package-" + identifier(component.package)))
     return {

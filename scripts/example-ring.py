@@ -17,7 +17,7 @@ so that the documents stay in agreement with the layouts they describe:
 
 States: "five" after five messages in time order; "late" after a sixth message that is dated earlier than two of them;
 "burst" when, instead of the sixth, as many messages as the ring holds arrive within one flush. Records: "submit",
-the request that submits the fifth message; "done", its reply; "get-settings" and "settings", a request and its reply.
+the request that submits the fifth message; "done", its reply; "settings", the reply to a request for the settings.
 Uses the standard library only.
 """
 
@@ -72,7 +72,6 @@ def record(code, body=b""):
 RECORDS = {
     "submit": record(3, submitted(*SECOND_FLUSH[1])),
     "done": record(11),
-    "get-settings": record(5),
     "settings": record(14, struct.pack("<4I", 50000, 1000, 0x0B, 300)),
 }
 GROUPS = (frozenset(STATES), frozenset(RECORDS))

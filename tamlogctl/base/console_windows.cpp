@@ -16,6 +16,7 @@
 #include "tamlogctl/base/console_pieces.h"
 #include "tamlogctl/base/console_system.h"
 #include "tamlogctl/base/program_search.h"
+#include "tamlogctl/base/system_text.h"
 #include "tamlogctl/base/wide_text.h"
 
 namespace TamLogCtl {
@@ -140,7 +141,7 @@ std::string StdoutProblem() {
   const DWORD error = GetLastError();
   const bool closed =
       error == ERROR_BROKEN_PIPE || error == ERROR_NO_DATA || error == ERROR_PIPE_NOT_CONNECTED;
-  return closed ? "" : "error " + std::to_string(error);
+  return closed ? "" : SystemText(error);
 }
 
 bool WriteErr(std::string_view text) {

@@ -42,6 +42,7 @@ int Write(const std::string& target, const std::vector<LogMessageBody>& messages
 int ConvertFiles(const ConvertOptions& options) {
   ReadingFilesOptions chosen = options;
   if (!CompleteChoice(chosen)) return kUsage;
+  chosen.choice.quiet = options.quiet;
   const std::vector<std::string> sources(options.files.begin(), options.files.end() - 1);
   const std::string& target = options.files.back();
   for (const std::string& source : sources) {

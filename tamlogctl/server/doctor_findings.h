@@ -84,7 +84,7 @@ struct Observations {
       0;  // bytes, as stored in the registry: seen without a request to the server
 
   std::uint32_t mappingError = 0;          // system error codes
-  std::uint32_t objectError = 0;           // the first one of an event, or of the header's writable page
+  std::uint32_t objectError = 0;           // the first one of an event
   std::string objectName;                  // the object of that error
   std::vector<std::string> objectHolders;  // processes that hold it, other than the service's
   bool lowIntegrity = false;               // this process is kept away from what other users share

@@ -31,6 +31,8 @@ struct ImportChoice {
   bool dropHost = false;              // leave out the names of machines
   bool skip = false;                  // leave out what cannot be read
   LongText longText = LongText::Split;
+  bool once = false;   // of messages that several files hold, only those of the file with most of them
+  bool quiet = false;  // report only what is wrong
 };
 
 inline constexpr std::array<const char*, 12> kImportFormats{"auto",   "log",        "raw",    "json",

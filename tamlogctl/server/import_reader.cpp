@@ -22,6 +22,7 @@
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
 #include "tamlogctl/base/plain_file.h"
+#include "tamlogctl/server/message_counts.h"
 #include "tamlogctl/server/stamp_text.h"
 
 namespace TamLogCtl {
@@ -245,12 +246,26 @@ void ReadDrafts(const std::string& path, const std::string& bytes, const ImportC
   reader.Take(drafts);
 }
 
-void ReportProblems(const std::string& path, const ImportSource& source) {
+// Leaves out the messages of a file that earlier files hold as well, and notes the others. Equal messages are
+// counted. Returns how many were left out.
+std::size_t LeaveOutKnown(MessageCounts& known, std::vector<LogMessageBody>& messages) {
+  MessageCounts here;
+  const auto isKnown = [&](const LogMessageBody& body) {
+    const auto identity = TamLogClient::IdentityOf(body);
+    std::uint64_t& before = known[identity];
+    const bool more = ++here[identity] > before;
+    if (more) ++before;
+    return !more;
+  };
+  return std::erase_if(messages, isKnown);
+}
+
+void ReportProblems(const std::string& path, const ImportSource& source, bool quiet) {
   const std::string begin = path + (source.exitCode == kNotALog ? " " : ": ");
   for (const std::string& problem : source.problems) Say(begin + problem);
   if (source.exitCode != kDamaged && source.unreadable > source.problems.size() && !source.problems.empty())
     Say(path + ": and " + std::to_string(source.unreadable - source.problems.size()) + " more");
-  if (source.continued > 0)
+  if (source.continued > 0 && !quiet)
     Say(path + ": " + Counted(source.continued, "line") + " without a time " +
         (source.continued == 1 ? "has" : "have") + " that of the line before; the first is line " +
         std::to_string(source.firstContinued));
@@ -286,14 +301,18 @@ ImportSource ReadImport(const std::string& path, const ImportChoice& choice) {
 int ReadImports(const std::vector<std::string>& paths, const ImportChoice& choice,
                 std::vector<LogMessageBody>& messages) {
   int exitCode = kDone;
+  MessageCounts known;
   for (const std::string& path : paths) {
-    const ImportSource source = ReadImport(path, choice);
-    ReportProblems(path, source);
+    ImportSource source = ReadImport(path, choice);
+    ReportProblems(path, source, choice.quiet);
     if (source.exitCode != kDone && source.exitCode != kDamaged && source.exitCode != kNegative)
       return source.exitCode == kUsage
                  ? Refuse(kUsage, "nothing was done; correct the lines, or leave them out with --skip")
                  : source.exitCode;
     exitCode = WorseOf(exitCode, source.exitCode);
+    const std::size_t twice = choice.once ? LeaveOutKnown(known, source.messages) : 0;
+    if (twice > 0 && !choice.quiet)
+      Say(path + ": " + CountedAre(twice, "message") + " in an earlier file as well, and taken once");
     messages.insert(messages.end(), source.messages.begin(), source.messages.end());
   }
   std::stable_sort(messages.begin(), messages.end(),

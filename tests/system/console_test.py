@@ -160,6 +160,13 @@ class ConsoleTest(unittest.TestCase):
         self.assertEqual(clear.exit_code(), 0, clear.shown)
         self.assertEqual(run("tamlogctl.exe", "show").stdout, "")
 
+    def test_full_disk_is_named(self):
+        with open("/dev/full", "wb") as full:
+            outcome = subprocess.run([RUN, os.path.join(BIN, "tamlogctl.exe"), "help"], stdin=subprocess.DEVNULL,
+                                     stdout=full, stderr=subprocess.PIPE, text=True, timeout=PATIENCE, check=False)
+        self.assertEqual(outcome.returncode, 8)
+        self.assertRegex(outcome.stderr, r"standard output cannot be written: \w.* \(error 112\)")
+
     def test_pager_is_never_a_program_of_the_current_directory(self):
         self.assertEqual(run("tamlogctl.exe", "send", "-s", "Camera", "--confirm", "for the pager").returncode, 0)
         with tempfile.TemporaryDirectory() as directory:

@@ -4,6 +4,7 @@
 //   view      reads all messages in place
 //   next      follows the log message by message
 //   wait      waits for changes of the log, and copies it after each
+//   none      is as busy, and reads nothing
 //
 // The exit code is 1 for a fault that it prints, 2 for a wrong command line.
 
@@ -33,6 +34,17 @@ void View(Reader& reader) {
   });
 }
 
+// Copies memory as a reader copies the log.
+[[noreturn]] void CopyNothing() {
+  constexpr std::size_t kBytes = 11'200'000;
+  const std::vector<char> from(kBytes, 'x');
+  std::vector<char> to;
+  for (;;) {
+    to = from;
+    asm volatile("" : : "r"(to.data()) : "memory");  // keeps the copy
+  }
+}
+
 int Run(const std::vector<std::string>& words) {
   const std::map<std::string, std::function<void(Reader&)>> modes{
       {"snapshot", [](Reader& reader) { reader.Snapshot(); }},
@@ -44,9 +56,10 @@ int Run(const std::vector<std::string>& words) {
          reader.Snapshot();
        }},
   };
+  if (words.size() == 1 && words[0] == "none") CopyNothing();
   const auto mode = words.size() == 1 ? modes.find(words[0]) : modes.end();
   if (mode == modes.end()) {
-    TestSupport::Say("usage: library_reader snapshot | view | next | wait");
+    TestSupport::Say("usage: library_reader snapshot | view | next | wait | none");
     return 2;
   }
   Reader reader = Reader::Live();

@@ -616,6 +616,18 @@ TEST_F(ShowCommand, CursorsOfEarlierVersionsAreAccepted) {
   EXPECT_EQ(Show("--cursor-file seen"), "6");
 }
 
+TEST_F(ShowCommand, MemoryOfAnEarlierVersionIsIgnoredAndItsCursorCounts) {
+  EXPECT_EQ(Show("--cursor-file seen"), "012345");
+  const std::string seen = Contents("seen");
+  Put("seen", seen.substr(0, seen.find('\n') + 1) + "memory1 8 6 6 3 1 6 0 1 1 1 0 0\n");
+  Submit(6);
+  log.Flush();
+  Save();
+  EXPECT_EQ(Show("--cursor-file seen"), "6");
+  Put("seen", seen.substr(0, seen.find('\n') + 1) + "memory9 8 6 6 3 1 6 0 1 1 1 0 0\n");
+  EXPECT_EQ(Run("show --file Logs.dat --cursor-file seen").exitCode, 2);
+}
+
 TEST_F(ShowCommand, CursorFileGivesEachMessageOnceAndTellsLosses) {
   EXPECT_EQ(Show("--cursor-file seen"), "012345");
   EXPECT_EQ(Show("--cursor-file seen"), "");

@@ -118,6 +118,24 @@ TEST_F(ForeignLogs, FieldsAndLevelsAreNoNamesOfMachines) {
                       "2026-01-02 03:04:05.000 0 east.example.org/door[7]: open"}));
 }
 
+// Two backups of one log.
+TEST_F(ForeignLogs, MessagesOfOverlappingFilesCountOnce) {
+  const std::string same = "2026-01-02 03:04:05 a\n2026-01-02 03:04:05 a\n2026-01-02 03:04:06 b\n";
+  TestSupport::WriteBytes(folder.File("old.txt"), same);
+  TestSupport::WriteBytes(folder.File("new.txt"), same + "2026-01-02 03:04:05 a\n2026-01-02 03:04:07 c\n");
+  choice.source = "Source";
+  const auto texts = [this] {
+    std::vector<LogMessageBody> messages;
+    EXPECT_EQ(ReadImports({folder.File("old.txt"), folder.File("new.txt")}, choice, messages), 0);
+    std::string all;
+    for (const LogMessageBody& body : messages) all += body.text;
+    return all;
+  };
+  EXPECT_EQ(texts(), "aaaaabbc");
+  choice.once = true;
+  EXPECT_EQ(texts(), "aaabc");
+}
+
 TEST_F(ForeignLogs, FormsOfIsoTimes) {
   for (const char* const line :
        {"2026-01-02 03:04:05.678 x", "2026-01-02T03:04:05,678 x", "[2026-01-02 03:04:05.678] x",

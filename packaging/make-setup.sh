@@ -1,0 +1,32 @@
+#!/usr/bin/env bash
+# Makes the setup program.
+set -euo pipefail
+
+usage() {
+  cat <<'TEXT'
+usage: packaging/make-setup.sh STAGE HELPER VERSION OUTPUT.exe
+
+Packs the files of the directory STAGE and the stripped program HELPER (setup_helper.exe) into a setup program.
+SOURCE_DATE_EPOCH is the time of all files.
+TEXT
+}
+
+case "$#:${1:-}" in
+  1:-h | 1:--help) usage; exit 0 ;;
+  4:[!-]*) ;;
+  *) usage >&2; exit 2 ;;
+esac
+stage=$1 helper=$(realpath "$2") version=$3 output=$(realpath -m "$4")
+here=$(cd "$(dirname "$0")" && pwd -P)
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cp -r "$stage" "$work/files"
+# The list by which an upgrade or a removal knows the files of a package.
+(cd "$work/files" && find . -type f -printf '%P\r\n' && printf 'uninstall.exe\r\nsetup-files.txt\r\n') | LC_ALL=C sort \
+  >"$work/setup-files.txt"
+mv "$work/setup-files.txt" "$work/files/"
+find "$work" -exec touch --no-dereference --date="@$SOURCE_DATE_EPOCH" {} +
+# A fixed name, because the packed data hold it.
+(cd "$work" && makensis -V2 -NOCD "-DVERSION=$version" -DPAYLOAD=files "-DHELPER=$helper" "-DOUTPUT=$output" \
+  "-DICON=$here/resources/torvane.ico" "$here/setup/setup.nsi")

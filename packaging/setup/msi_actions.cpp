@@ -1,0 +1,71 @@
+// What the MSI cannot do by its tables: says that the driver's device is missing, puts the path of the
+// service between quotation marks, and deletes messages and settings.
+
+#include <exception>
+#include <string>
+#include <vector>
+
+#include "client/message/win32.h"
+#include "packaging/setup/service.h"
+#include "packaging/setup/setup.h"
+
+// Must follow windows.h.
+#include <msi.h>
+#include <msiquery.h>
+
+namespace {
+
+// In the installer's log; on the screen too, when it shows one.
+void Tell(MSIHANDLE session, const wchar_t* text) {
+  const MSIHANDLE record = MsiCreateRecord(1);
+  if (record == 0) return;
+  MsiRecordSetStringW(record, 0, text);
+  MsiProcessMessage(session, INSTALLMESSAGE_WARNING, record);
+  MsiCloseHandle(record);
+}
+
+std::wstring Property(MSIHANDLE session, const wchar_t* name) {
+  DWORD length = 0;
+  wchar_t none[1] = {};
+  if (MsiGetPropertyW(session, name, none, &length) != ERROR_MORE_DATA) return L"";
+  std::vector<wchar_t> text(++length);
+  if (MsiGetPropertyW(session, name, text.data(), &length) != ERROR_SUCCESS) return L"";
+  return {text.data(), length};
+}
+
+}  // namespace
+
+// Sets DEVICEMISSING, by which the service is not started.
+extern "C" __declspec(dllexport) UINT __stdcall CheckDevice(MSIHANDLE session) {
+  if (TamLogSetup::DriverDeviceExists()) return ERROR_SUCCESS;
+  MsiSetPropertyW(session, L"DEVICEMISSING", L"1");
+  Tell(session,
+       L"The driver's device \\\\.\\TAMLOG does not exist, and the service cannot start without it. "
+       L"Everything is "
+       L"installed. Install the driver, then start the service: tamlogctl server start");
+  return ERROR_SUCCESS;
+}
+
+// Some versions of the installer register the path of the server without quotation marks. The manager would
+// then try C:\Program.exe first. CustomActionData is the directory of the package. A failure undoes the
+// installation.
+extern "C" __declspec(dllexport) UINT __stdcall QuoteCommand(MSIHANDLE session) {
+  try {
+    TamLogSetup::SetCommand(L"\"" + Property(session, L"CustomActionData") + L"TamLogServer.exe\"");
+    return ERROR_SUCCESS;
+  } catch (const std::exception&) {
+    Tell(session, L"The command of the service could not be set.");
+    return ERROR_INSTALL_FAILURE;
+  }
+}
+
+// CustomActionData is the directory of the package.
+extern "C" __declspec(dllexport) UINT __stdcall DeleteData(MSIHANDLE session) {
+  const std::wstring directory = Property(session, L"CustomActionData");
+  try {
+    if (!directory.empty()) TamLogSetup::DeleteData(directory);
+  } catch (const std::exception&) {
+    Tell(session, L"Messages and settings could not be deleted.");
+  }
+  return ERROR_SUCCESS;
+}
