@@ -8,9 +8,10 @@
 // - copy: a copy of the same slots, newest first, into as much memory
 // - in-place: LogReader::WithView, every message copied out, newest first
 // - copy-one: a copy of each of the same slots, newest first, into the space of one message
-// - last: the newest 100 messages, including read access
-// - events: 8 calls of a bare event, as many as read access makes
-// - count-last: COUNT and 2 COUNT of "last" between marks
+// - whole, whole-access: LogReader::Snapshot of everything, and the same copy under read access
+// - last, last-access: the newest 100 messages, without access and with
+// - events: 8 calls of a bare event, as many as read access makes by its steps
+// - count-last, count-last-access, count-whole, count-whole-access: COUNT and 2 COUNT of these between marks
 
 #include <algorithm>
 #include <cstdlib>
@@ -22,6 +23,7 @@
 #include "bench/bench_store.h"
 #include "bench/marks.h"
 #include "bench/turns.h"
+#include "client/live/log_access.h"
 #include "client/live/log_reader.h"
 #include "client/log/log_snapshot.h"
 #include "client/log/log_tail.h"
@@ -29,6 +31,7 @@
 
 namespace {
 
+using TamLogClient::LogAccess;
 using TamLogClient::LogReader;
 using TamLogClient::LogSnapshot;
 using TamLogClient::LogTail;
@@ -50,6 +53,7 @@ class Reading {
   Reading(const std::string& path, std::uint32_t slots)
       : store(path, slots, Bench::Store::File::Given), count(slots) {
     Check(reader.Open(Bench::kMap));
+    Check(access.Open(Bench::kMap, TamLogClient::EventNames::Any));
     Snapshot(), Snapshot();  // both have allocated their memory now
   }
 
@@ -97,12 +101,38 @@ class Reading {
   double CopyOne() {
     return Bench::Nanoseconds([&] { ForEachNewestFirst([&](const LogMessage& slot) { CopyOut(slot); }); });
   }
+  // Copies everything into the snapshot that was not used last.
+  void Whole() {
+    std::swap(snapshot, other);
+    Check(reader.Snapshot(*snapshot));
+  }
+  void WholeWithAccess() {
+    WithAccess([this] { std::memcpy(other->slots.data(), view.Slots(), count * sizeof(LogMessage)); });
+  }
+  void LastWithAccess() {
+    WithAccess([this] {
+      const auto wanted = std::min(kLast, count);
+      auto slot = static_cast<std::size_t>(tail.header.nextSlot);
+      tail.messages.resize(wanted);
+      for (std::size_t i = wanted; i > 0; --i) {
+        slot = (slot == 0 ? count : slot) - 1;
+        tail.messages[i - 1] = view.Slots()[slot];
+      }
+    });
+  }
   void Last() {
     Check(reader.Newest(kLast, tail));
     if (tail.messages.size() != std::min<std::size_t>(kLast, count)) Check(Status::Damaged);
   }
 
  private:
+  template <class Copy>
+  void WithAccess(Copy&& copy) {
+    Check(access.Enter(LogReader::kDefaultTimeoutMs));
+    std::memcpy(&tail.header, view.Header(), sizeof tail.header);
+    copy();
+    if (access.Leave() != LogAccess::Left::Normally) Check(Status::Damaged);
+  }
   // Copies like a memcpy that the compiler may not leave out.
   void CopyOut(const LogMessage& slot) {
     std::memcpy(&one, &slot, sizeof slot);
@@ -122,6 +152,7 @@ class Reading {
   Bench::View view;
   std::size_t count;
   LogReader reader;
+  LogAccess access;
   std::unique_ptr<LogSnapshot> snapshot = std::make_unique<LogSnapshot>();
   std::unique_ptr<LogSnapshot> other = std::make_unique<LogSnapshot>();
   LogTail tail;
@@ -156,21 +187,40 @@ int main(int argc, char** argv) {
     Bench::Fail("usage: read_bench LOGFILE SLOTS [COUNT]");
   }
   const auto counted = static_cast<int>(Bench::NumberIn(argc, argv, 3));
-  Reading reading(argv[1], Bench::NumberIn(argc, argv, 2));
+  const std::uint32_t slots = Bench::NumberIn(argc, argv, 2);
+  Reading reading(argv[1], slots);
   const HANDLE event = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-  const auto lastOf = [&](int repetitions) {
-    for (int i = 0; i < repetitions; ++i) reading.Last();
-  };
   const auto whole = [&](double (Reading::*read)()) { return [&, read] { return reading.Repeated(read); }; };
-  return Bench::TakeTurns(
-      {{"snapshot", whole(&Reading::Snapshot)},
-       {"copy", whole(&Reading::Copy)},
-       {"in-place", whole(&Reading::InPlace)},
-       {"copy-one", whole(&Reading::CopyOne)},
-       {"last", [&] { return Bench::Nanoseconds([&] { lastOf(kRepeated); }) / kRepeated; }},
-       {"events", [&] { return EightEventCalls(event); }},
-       {"count-last", [&] {
-          return Bench::MarkRepetitions(
-              counted, [](int) {}, lastOf);
-        }}});
+  // The mean of several: of 200 small reads, or of as many large ones as take about as long.
+  const auto mean = [&](void (Reading::*read)(), int times) {
+    return [&reading, read, times] {
+      return Bench::Nanoseconds([&] {
+               for (int i = 0; i < times; ++i) (reading.*read)();
+             }) /
+             times;
+    };
+  };
+  const auto marked = [&](void (Reading::*read)()) {
+    return [&reading, read, counted] {
+      return Bench::MarkRepetitions(
+          counted, [](int) {},
+          [&](int repetitions) {
+            for (int i = 0; i < repetitions; ++i) (reading.*read)();
+          });
+    };
+  };
+  const int wholes = std::max(1, static_cast<int>(kReadAtLeast / slots));
+  return Bench::TakeTurns({{"snapshot", whole(&Reading::Snapshot)},
+                           {"copy", whole(&Reading::Copy)},
+                           {"in-place", whole(&Reading::InPlace)},
+                           {"copy-one", whole(&Reading::CopyOne)},
+                           {"whole", mean(&Reading::Whole, wholes)},
+                           {"whole-access", mean(&Reading::WholeWithAccess, wholes)},
+                           {"last", mean(&Reading::Last, kRepeated)},
+                           {"last-access", mean(&Reading::LastWithAccess, kRepeated)},
+                           {"events", [&] { return EightEventCalls(event); }},
+                           {"count-last", marked(&Reading::Last)},
+                           {"count-last-access", marked(&Reading::LastWithAccess)},
+                           {"count-whole", marked(&Reading::Whole)},
+                           {"count-whole-access", marked(&Reading::WholeWithAccess)}});
 }

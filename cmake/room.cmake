@@ -47,20 +47,26 @@ function(tamlog_distribution_headers target)
 endfunction()
 
 # tamlog_test(NAME SOURCES file... USES target... [NEEDS target...] [LABELS label...] [EACH | SHARDS n] [EXCLUSIVE]
-#             [TIMEOUT seconds])
+#             [TIMEOUT seconds] [FILTER pattern])
 #
-# Makes the gtest executable NAME and its ctest test, of the label `unit` unless others are given: one process runs all cases, because starting Wine or a sanitizer
-# once a case takes longer than most cases do. GTEST_FILTER in the environment chooses cases.
+# Makes the gtest executable NAME and its ctest test, of the label `unit` unless others are given: one process runs all
+# cases, because starting Wine or a sanitizer once a case takes longer than most cases do. GTEST_FILTER in the
+# environment chooses cases.
 #   NEEDS      programs that the cases start
 #   EACH       each case is a ctest test and a process of its own. Cases are found when ctest starts, so that building
 #              needs no Wine.
 #   SHARDS     n processes share the cases, for those that mostly wait
 #   EXCLUSIVE  the names of pipes, events, registry keys and services are shared by a whole Wine prefix: ctest gives
 #              each such test one of the prefixes that CMakeLists.txt names, so as many run at a time
-#   TIMEOUT    of one case, 60 by default. The watchdog (tests/support/watchdog.h) holds it.
+#   TIMEOUT    of one case, 60 by default. The watchdog (tests/support/watchdog.h) holds it. ctest starts tests with a
+#              longer one first: a long test at the end of a run would run alone.
+#   FILTER     the cases that the ctest test runs, as a gtest filter; all by default, and not together with EACH
 function(tamlog_test name)
-  cmake_parse_arguments(TEST "EACH;EXCLUSIVE" "SHARDS;TIMEOUT" "SOURCES;USES;NEEDS;LABELS" ${ARGN})
-  if(NOT TEST_TIMEOUT)
+  cmake_parse_arguments(TEST "EACH;EXCLUSIVE" "SHARDS;TIMEOUT;FILTER" "SOURCES;USES;NEEDS;LABELS" ${ARGN})
+  set(properties)
+  if(TEST_TIMEOUT)
+    set(properties COST ${TEST_TIMEOUT})
+  else()
     set(TEST_TIMEOUT 60)
   endif()
   add_executable(${name} ${TEST_SOURCES})
@@ -76,9 +82,8 @@ function(tamlog_test name)
   if(NOT TEST_LABELS)
     set(TEST_LABELS unit)
   endif()
-  set(properties)
   if(TEST_EXCLUSIVE AND WIN32)
-    set(properties RESOURCE_GROUPS "prefixes:1")
+    list(APPEND properties RESOURCE_GROUPS "prefixes:1")
   endif()
   set(limit TAMLOG_TEST_LIMIT=${TEST_TIMEOUT})
   if(TEST_EACH)
@@ -86,6 +91,10 @@ function(tamlog_test name)
     gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 120
       PROPERTIES TIMEOUT ${timeout} ENVIRONMENT ${limit} LABELS "${TEST_LABELS}" ${properties})
     return()
+  endif()
+  set(arguments)
+  if(TEST_FILTER)
+    set(arguments --gtest_filter=${TEST_FILTER})
   endif()
   set(shards 1)
   if(TEST_SHARDS)
@@ -99,7 +108,7 @@ function(tamlog_test name)
       math(EXPR index "${shard} - 1")
       list(APPEND environment GTEST_TOTAL_SHARDS=${shards} GTEST_SHARD_INDEX=${index})
     endif()
-    add_test(NAME ${test} COMMAND ${name})
+    add_test(NAME ${test} COMMAND ${name} ${arguments})
     set_tests_properties(${test} PROPERTIES TIMEOUT 600 ENVIRONMENT "${environment}" LABELS "${TEST_LABELS}" ${properties})
   endforeach()
 endfunction()

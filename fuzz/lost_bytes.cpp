@@ -119,9 +119,10 @@ void CheckLayout(const LogFileImage& image) {
   std::uint64_t end = 0;
   for (const auto& part : FindLayout(image)) {
     for (const auto& stretch : part.stretches) {
-      // Only bytes between two messages may be missing: padding, number and origin.
+      // Only bytes between two messages may be missing: padding, number, origin, and the first byte of the
+      // year, where another one may be taken for it.
       constexpr std::uint64_t kBetween =
-          kSlotSize - kNeededOfSlot + offsetof(LogMessage, body) + offsetof(LogMessageBody, timestamp);
+          kSlotSize - kNeededOfSlot + offsetof(LogMessage, body) + offsetof(LogMessageBody, timestamp) + 1;
       Require(stretch.offset + kBetween >= end || stretch.slots == 0);
       end = stretch.offset + stretch.slots * kSlotSize;
       Require(end <= image.Size() + kSlotSize);
@@ -154,12 +155,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::set<std::string> saved;
   for (const auto& message : PlanRepair(image, {.carve = MovedUnseen(changes)}).oldestFirst)
     saved.insert(BodyOf(SavedMessageOf(image, message)));
-  // Where bytes are missing in several places, the bytes after a place may look like the number that
-  // continues: then the message next to the place counts as damaged, too.
-  std::size_t missed = 0;
   for (std::size_t i = 0; i < slots.size(); ++i)
-    missed += IsTouched(slots[i], changes) || saved.contains(bodies[i]) ? 0 : 1;
-  Require(missed <= (changes.size() > 1 ? changes.size() : 0));
+    Require(IsTouched(slots[i], changes) || saved.contains(bodies[i]));
   Require(!changes.empty() || VerifyLogFile(image, {.most = 1, .remarks = false}).Damage() == 0);
   return 0;
 }

@@ -37,7 +37,7 @@ endurance_run() {
   wait $! || status=$?
   sed -i 's/\r$//' "$log"
   ((status == 0)) && return 0
-  grep -Ev '^(note|soak|kills|clients|cycles|connects): ' "$log" | tail -n 60 >&2
+  grep -Ev '^(note|soak|kills|clients|readers|cycles|connects): ' "$log" | tail -n 60 >&2
   ((status != 124)) || echo "$program: not done within $limit s" >&2
   echo "$program: failed with exit code $status, see $log" >&2
   return "$status"

@@ -17,116 +17,27 @@ so that the documents stay in agreement with the layouts they describe:
 
 States: "five" after five messages in time order; "late" after a sixth message that is dated earlier than two of them;
 "burst" when, instead of the sixth, as many messages as the ring holds arrive within one flush. Records: "submit",
-the request that submits the fifth message; "done", its reply; "get-settings" and "settings", a request and its reply.
+the request that submits the fifth message; "done", its reply; "settings", the reply to a request for the settings.
 Uses the standard library only.
 """
 
 import argparse
+import os
 import struct
 import sys
 import zlib
 
-HEADER_FORMAT = "<iB3xiii4xQQQ"
-HEADER_SIZE = 48
-LOCK_NAME_SIZE = 64
-RING_OFFSET = HEADER_SIZE + 3 * LOCK_NAME_SIZE
-BODY_FORMAT = "<8s8hI257s257s4s"
-BODY_SIZE = 546
-SLOT_SIZE = 560
-LOCK_NAMES = (
-    ("header", "Global\\TamLogServiceFileHeaderMutex"),
-    ("read-wait", "Global\\TamLogServiceReadWaitEvent"),
-    ("write-wait", "Global\\TamLogServiceWriteWaitEvent"),
-)
+sys.dont_write_bytecode = True
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "examples"))
+from reference_log import HEADER_SIZE, LOCK_NAME_SIZE, LOCK_NAMES, SLOT_SIZE, SLOTS_OFFSET, time_key  # noqa: E402
+from reference_writer import Writer, body  # noqa: E402
+
 CAPACITY = 4
-
-assert struct.calcsize(HEADER_FORMAT) == HEADER_SIZE
-assert struct.calcsize(BODY_FORMAT) == BODY_SIZE
+ROLES = ("header", "read-wait", "write-wait")
 
 
-def time_key(words):
-    """The 64-bit sort key of the first seven time stamp words; negative words wrap around."""
-    year, month, day, hour, minute, second, millisecond = words[:7]
-    key = ((((((year * 12 + month) * 31 + day) * 24 + hour) * 60 + minute) * 60 + second) * 1000 + millisecond)
-    return key % 2**64
-
-
-class Entry:
-    """One message of the pending list: the sender's 546 bytes, the key, and the number once it is assigned."""
-
-    def __init__(self, number, words, kind, source, text):
-        self.words = words
-        self.kind = kind
-        self.sequence = 0
-        self.key = time_key(words)
-        self.body = struct.pack(BODY_FORMAT, b"origin-%d" % number, *words, kind, source.encode("ascii"),
-                                text.encode("ascii"), b"end%d" % number)
-
-    def slot(self):
-        return struct.pack("<Q", self.sequence) + self.body + bytes(6)
-
-
-class Store:
-    """The writer's side of the document: pending list, flush, and the header that results."""
-
-    def __init__(self, capacity):
-        self.capacity = capacity
-        self.entries = []  # newest first
-        self.pending = 0
-        self.rewind = 0
-        self.slots = [bytes(SLOT_SIZE)] * capacity
-        self.read_count = 0
-        self.server_running = 1
-        self.message_count = 0
-        self.next_slot = 0
-        self.change_count = 2  # a new file: the reformat writes 1 and gives its write access back with a change
-        self.rewrite_count = 1
-        self.next_sequence = 0
-
-    def add(self, entry):
-        newer = 0
-        while newer < len(self.entries) and self.entries[newer].key > entry.key:
-            newer += 1
-        if newer > self.pending:
-            self.rewind += newer - self.pending
-            self.pending = newer
-        self.pending += 1
-        self.entries.insert(newer, entry)
-        del self.entries[self.capacity:]
-        self.pending = min(self.pending, len(self.entries))
-
-    def flush(self):
-        if self.pending == 0:
-            return
-        if self.pending >= self.capacity:
-            self.message_count = self.capacity
-            self.next_slot = 0
-            self.rewrite_count += 1
-            for index, entry in enumerate(self.entries):
-                self.slots[index] = entry.slot()
-        else:
-            if self.rewind > 0:
-                self.rewrite_count += 1
-            self.message_count -= self.rewind
-            self.next_slot = (self.next_slot - self.rewind) % self.capacity
-            for position in range(self.pending - 1, -1, -1):
-                entry = self.entries[position]
-                self.message_count = min(self.message_count + 1, self.capacity)
-                entry.sequence = self.next_sequence
-                self.next_sequence += 1
-                self.slots[self.next_slot] = entry.slot()
-                self.next_slot = (self.next_slot + 1) % self.capacity
-        self.pending = 0
-        self.rewind = 0
-        self.change_count += 1
-
-    def header(self):
-        return struct.pack(HEADER_FORMAT, self.read_count, self.server_running, self.message_count, self.capacity,
-                           self.next_slot, self.change_count, self.rewrite_count, self.next_sequence)
-
-    def image(self):
-        names = b"".join(name.encode("ascii").ljust(LOCK_NAME_SIZE, b"\0") for _, name in LOCK_NAMES)
-        return self.header() + names + b"".join(self.slots)
+def submitted(number, words, kind, source, text):
+    return body(words, kind, source.encode("ascii"), text.encode("ascii"), b"origin-%d" % number, b"end%d" % number)
 
 
 def at(minute, second, millisecond):
@@ -159,9 +70,8 @@ def record(code, body=b""):
 
 
 RECORDS = {
-    "submit": record(3, Entry(*SECOND_FLUSH[1]).body),
+    "submit": record(3, submitted(*SECOND_FLUSH[1])),
     "done": record(11),
-    "get-settings": record(5),
     "settings": record(14, struct.pack("<4I", 50000, 1000, 0x0B, 300)),
 }
 GROUPS = (frozenset(STATES), frozenset(RECORDS))
@@ -170,12 +80,12 @@ GROUPS = (frozenset(STATES), frozenset(RECORDS))
 def build(state):
     if state in RECORDS:
         return RECORDS[state]
-    store = Store(CAPACITY)
+    writer = Writer(CAPACITY)
     for messages in STATES[state]:
         for message in messages:
-            store.add(Entry(*message))
-        store.flush()
-    return store.image()
+            writer.submit(submitted(*message))
+        writer.flush()
+    return writer.image()
 
 
 # The output is read back from the bytes, so a wrong offset shows in the text as well.
@@ -203,21 +113,36 @@ def text_of(raw):
     return raw.split(b"\0", 1)[0].decode("ascii")
 
 
+def stamp_of(words):
+    return "%04d-%02d-%02d %02d:%02d:%02d.%03d" % words[:7]
+
+
+HEADER_FIELDS = ((0, 4, "readCount"), (4, 1, "serverRunning"), (5, 3, None), (8, 4, "messageCount"),
+                 (12, 4, "maxMessages"), (16, 4, "nextSlot"), (20, 4, None), (24, 8, "changeCount"),
+                 (32, 8, "rewriteCount"), (40, 8, "nextSequence"))
+
+
+def header_number(image, offset, size):
+    return int.from_bytes(image[offset:offset + size], "little", signed=size == 4)
+
+
 def print_header(image):
     out = []
-    fields = ((0, 4, "readCount"), (4, 1, "serverRunning"), (5, 3, None), (8, 4, "messageCount"),
-              (12, 4, "maxMessages"), (16, 4, "nextSlot"), (20, 4, None), (24, 8, "changeCount"),
-              (32, 8, "rewriteCount"), (40, 8, "nextSequence"))
-    for offset, size, name in fields:
-        label = "(padding)"
-        if name:
-            label = "%s = %d" % (name, int.from_bytes(image[offset:offset + size], "little", signed=size == 4))
+    for offset, size, name in HEADER_FIELDS:
+        label = "%s = %d" % (name, header_number(image, offset, size)) if name else "(padding)"
         out += field_lines(image, offset, size, label)
     return out
 
 
+def header_summary(image):
+    """Two lines that hold every field of the header; the padding is zero."""
+    assert not any(image[5:8] + image[20:24])
+    words = ["%s %d" % (name, header_number(image, offset, size)) for offset, size, name in HEADER_FIELDS if name]
+    return ["header  " + "  ".join(words[:5]), "        " + "  ".join(words[5:])]
+
+
 def print_slot(image, index):
-    start = RING_OFFSET + index * SLOT_SIZE
+    start = SLOTS_OFFSET + index * SLOT_SIZE
     raw = image[start:start + SLOT_SIZE]
     sequence, = struct.unpack_from("<Q", raw, 0)
     words = struct.unpack_from("<8h", raw, 16)
@@ -225,8 +150,7 @@ def print_slot(image, index):
     out = ["slot %d at 240 + 560 x %d = %d" % (index, index, start)]
     out += field_lines(image, start, 8, "sequence = %d" % sequence)
     out += field_lines(image, start + 8, 8, "origin")
-    stamp = "%04d-%02d-%02d %02d:%02d:%02d.%03d" % words[:7]
-    out += field_lines(image, start + 16, 16, "timestamp = %s, spare %d" % (stamp, words[7]))
+    out += field_lines(image, start + 16, 16, "timestamp = %s, spare %d" % (stamp_of(words), words[7]))
     out += field_lines(image, start + 32, 4, "type = %d" % kind)
     out += field_lines(image, start + 36, 257, "source = \"%s\"" % text_of(raw[36:293]))
     out += field_lines(image, start + 293, 257, "text = \"%s\"" % text_of(raw[293:550]))
@@ -237,12 +161,16 @@ def print_slot(image, index):
 
 
 def slot_summary(image, index):
-    start = RING_OFFSET + index * SLOT_SIZE
+    """Two lines that hold every field of a slot but its zero bytes."""
+    start = SLOTS_OFFSET + index * SLOT_SIZE
     raw = image[start:start + SLOT_SIZE]
     words = struct.unpack_from("<8h", raw, 16)
-    return "slot %d  sequence %d  %02d:%02d:%02d.%03d  key %d  %s: %s" % (
-        index, struct.unpack_from("<Q", raw, 0)[0], words[3], words[4], words[5], words[6], time_key(words),
-        text_of(raw[36:293]), text_of(raw[293:550]))
+    assert words[7] == 0 and raw[554:] == bytes(6)
+    return ["slot %d  sequence %d  %s  key %d" % (index, struct.unpack_from("<Q", raw, 0)[0], stamp_of(words),
+                                                  time_key(words)),
+            "        origin \"%s\"  type %d  source \"%s\"  text \"%s\"  tail \"%s\"" % (
+                text_of(raw[8:16]), struct.unpack_from("<I", raw, 32)[0], text_of(raw[36:293]),
+                text_of(raw[293:550]), text_of(raw[550:554]))]
 
 
 def walk(image):
@@ -285,21 +213,18 @@ def describe(state):
         return describe_record(state)
     image = build(state)
     size_line = "%d bytes, CRC-32 %08X" % (len(image), zlib.crc32(image))
+    out = print_header(image) if state == "five" else header_summary(image)
+    first = 0
     if state == "five":
-        out = print_header(image)
-        for index, (role, name) in enumerate(LOCK_NAMES):
-            out += field_lines(image, HEADER_SIZE + index * LOCK_NAME_SIZE, LOCK_NAME_SIZE,
-                               "lock name %d (%s) = \"%s\"" % (index, role, name))
-        for index in range(CAPACITY):
-            out.append("")
-            out += print_slot(image, index)
-        out += ["", "ring order, newest to oldest:"]
-        out += ["  " + slot_summary(image, index) for index in walk(image)]
-        return out + [size_line]
-    out = print_header(image) + [""]
-    out += [slot_summary(image, index) for index in range(CAPACITY)]
-    out += ["", "ring order: slots " + ", ".join(str(index) for index in walk(image)), size_line]
-    return out
+        for index, (role, name) in enumerate(zip(ROLES, LOCK_NAMES)):
+            assert text_of(image[HEADER_SIZE + index * LOCK_NAME_SIZE:SLOTS_OFFSET]) == name
+            out.append("0x%04X  lock name %d (%s) = \"%s\"" % (HEADER_SIZE + index * LOCK_NAME_SIZE, index, role, name))
+        out += [""] + print_slot(image, 0)
+        first = 1
+    out.append("")
+    for index in range(first, CAPACITY):
+        out += slot_summary(image, index)
+    return out + ["", "ring order: slots " + ", ".join(str(index) for index in walk(image)), size_line]
 
 
 def blocks_of(document):

@@ -28,9 +28,10 @@ class MappedView {
   enum class Older : std::uint8_t { TakeOver, Refuse };
 
   // Maps the whole of `file` under `name`. `file` must not be empty and stays the caller's; nothing may be
-  // mapped yet. ExceptionWindows "Failed to open a file mapping, CreateFileMapping() failed", with the code
-  // 183 when an older mapping is refused, and "Failed to map a file view, MapViewOfFile() failed".
-  void Map(TamLogUtil::NativeHandle file, const std::string& name, TamLogUtil::SecurityAttributes* attributes,
+  // mapped yet. Returns false when it took over an older mapping. ExceptionWindows "Failed to open a file
+  // mapping, CreateFileMapping() failed", with the code 183 when an older mapping is refused, and "Failed to
+  // map a file view, MapViewOfFile() failed".
+  bool Map(TamLogUtil::NativeHandle file, const std::string& name, TamLogUtil::SecurityAttributes* attributes,
            Older older);
 
   // Does nothing when nothing is mapped. Leaves nothing open even if it throws: ExceptionWindows "Failed to

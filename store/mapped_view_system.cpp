@@ -30,12 +30,13 @@ MappedView::~MappedView() {
   if (mapping != nullptr) CloseHandle(mapping);
 }
 
-void MappedView::Map(NativeHandle file, const std::string& name, SecurityAttributes* attributes,
+bool MappedView::Map(NativeHandle file, const std::string& name, SecurityAttributes* attributes,
                      Older older) {
   void* const newMapping = CreateFileMappingA(file, attributes, PAGE_READWRITE, 0, 0, name.c_str());
-  const DWORD created = GetLastError();
-  if (newMapping == nullptr) throw ExceptionWindows(kMappingFailed, nullptr, created);
-  if (created == ERROR_ALREADY_EXISTS && older == Older::Refuse) {
+  const DWORD result = GetLastError();
+  if (newMapping == nullptr) throw ExceptionWindows(kMappingFailed, nullptr, result);
+  const bool existed = result == ERROR_ALREADY_EXISTS;
+  if (existed && older == Older::Refuse) {
     CloseHandle(newMapping);
     throw ExceptionWindows(kMappingFailed, nullptr, ERROR_ALREADY_EXISTS);
   }
@@ -59,6 +60,7 @@ void MappedView::Map(NativeHandle file, const std::string& name, SecurityAttribu
   mapping = newMapping;
   view = static_cast<std::uint8_t*>(newView);
   slotCount = static_cast<std::int64_t>((size - kSlotsOffset) / sizeof(LogMessage));
+  return !existed;
 }
 
 void MappedView::Unmap() {

@@ -32,10 +32,12 @@ void MessageFile::OpenFile(const std::string& mapName, const std::string& header
 }
 
 void MessageFile::CloseFile() {
-  // Released outside the lock: that closes the handles, unless a thread that is just waking up still holds
-  // them.
+  // Destroyed after the lock is released: that closes the handles, those of the objects unless a thread that
+  // is just waking up still holds them.
+  AutoHandle closedFile;
   std::shared_ptr<AccessObjects> closed;
   const LeafLock::Guard guard(viewLock);
+  closedFile.Swap(file);
   if (openObjects != nullptr) openObjects->EndWaits();
   EndAccesses();
   closed = std::move(openObjects);
@@ -48,13 +50,19 @@ void MessageFile::CheckOpen() {
   }
 }
 
-void MessageFile::MapWithoutReaders(const AutoHandle& file, SecurityAttributes* attributes,
-                                    MappedView::Older older) {
+void MessageFile::KeepFile(AutoHandle& opened) {
   const LeafLock::Guard guard(viewLock);
   CheckOpen();
-  mappedView.Map(file.Get(), objectNames.mapping, attributes, older);
+  file.Swap(opened);
+}
+
+bool MessageFile::MapWithoutReaders(SecurityAttributes* attributes, MappedView::Older older) {
+  const LeafLock::Guard guard(viewLock);
+  CheckOpen();
+  const bool created = mappedView.Map(file.Get(), objectNames.mapping, attributes, older);
   ++mappings;
   ResetReadCount(mappedView);
+  return created;
 }
 
 void MessageFile::CloseView() {

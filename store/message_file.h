@@ -1,12 +1,12 @@
 #pragma once
 
-// Shared access to the log file: the mapping, its view, the named objects, and read access. MessageFileServer
-// adds the writer's side. docs/reader_protocol.md has the protocol as a table.
+// Shared access to the log file: the file, its mapping and view, the named objects, and read access.
+// MessageFileServer adds the writer's side. docs/read_access.md has the protocol as a table.
 //
-// viewLock guards the view, the named objects of the present open, and the accesses of this process through
-// them. It is held while mapped bytes are touched and while an event is set or reset for them, never while
-// waiting for another process. So an access takes three steps: it remembers the present open (a Ticket),
-// waits without any lock, and checks under viewLock that its ticket is still valid before it touches
+// viewLock guards the file, the view, the named objects of the present open, and the accesses of this process
+// through them. It is held while mapped bytes are touched and while an event is set or reset for them, never
+// while waiting for another process. So an access takes three steps: it remembers the present open (a
+// Ticket), waits without any lock, and checks under viewLock that its ticket is still valid before it touches
 // anything. Inside viewLock the pending list's lock may be taken (a flush), no other.
 //
 // Known hazard of the protocol: a reader that passes the read-wait event just before a writer resets it has
@@ -40,9 +40,9 @@ class MessageFile {
   MessageFile(const MessageFile&) = delete;
   MessageFile& operator=(const MessageFile&) = delete;
 
-  // Closes the named objects, the view and the mapping, and wakes every thread of this process that waits for
-  // access. Does nothing when nothing is open. Throws what MappedView::Unmap throws, with nothing left open.
-  // Any thread.
+  // Closes the named objects, the view, the mapping and the file, and wakes every thread of this process that
+  // waits for access. Does nothing when nothing is open. Throws what MappedView::Unmap throws, with nothing
+  // left open. Any thread.
   virtual void CloseFile();
 
   // Keeps the names and creates the named objects; the file must be closed. ExceptionBase "Failed to create
@@ -78,23 +78,25 @@ class MessageFile {
     return std::forward<Use>(use)(mappedView);
   }
 
-  // Maps the whole of `file` under the map name and sets its readCount to 0, both before a thread of this
-  // process can enter as reader: one that was counted in between would later leave readCount at -1, and
-  // writers would wait forever. Throws what MappedView::Map throws, and "Failed to reset the read count in
-  // SetFileView()".
-  void MapWithoutReaders(const AutoHandle& file, SecurityAttributes* attributes, MappedView::Older older)
-      EXCLUDES(viewLock);
-  void CloseView() EXCLUDES(viewLock);
-
-  // Calls step(), which must not wait, while the named objects are open: a close by another thread waits for
-  // it, and what that thread closes afterwards is still open here. ExceptionBase "Failed to grab write
-  // access, some handles or pointers are invalid" when they are closed already.
-  template <class Step>
-  void WhileOpen(Step&& step) EXCLUDES(viewLock) {
+  // The steps of an open that use the file. A close by another thread waits for each of them and closes the
+  // file after it; later steps throw ExceptionBase "Failed to grab write access, some handles or pointers are
+  // invalid".
+  //
+  // Moves the handle of the opened file into this object; `opened` receives the previous one.
+  void KeepFile(AutoHandle& opened) EXCLUDES(viewLock);
+  // Calls use(handle), which must not wait.
+  template <class Use>
+  void UseFile(Use&& use) EXCLUDES(viewLock) {
     const LeafLock::Guard guard(viewLock);
     CheckOpen();
-    std::forward<Step>(step)();
+    std::forward<Use>(use)(file.Get());
   }
+  // Maps the whole file under the map name and sets its readCount to 0, both before a thread of this process
+  // can enter as reader: one that was counted in between would later leave readCount at -1, and writers would
+  // wait forever. Returns and throws what MappedView::Map returns and throws; throws "Failed to reset the
+  // read count in SetFileView()".
+  bool MapWithoutReaders(SecurityAttributes* attributes, MappedView::Older older) EXCLUDES(viewLock);
+  void CloseView() EXCLUDES(viewLock);
 
   // Reset and set the read-wait event: new readers wait, new readers may enter.
   void HoldReadersOut(const Ticket& ticket, const char* invalidText) EXCLUDES(viewLock);
@@ -122,6 +124,7 @@ class MessageFile {
 
   LeafLock viewLock;
   std::shared_ptr<AccessObjects> openObjects GUARDED_BY(viewLock);
+  AutoHandle file GUARDED_BY(viewLock);
   MappedView mappedView GUARDED_BY(viewLock);
   std::uint64_t mappings GUARDED_BY(viewLock) = 0;    // number of times a view was mapped or closed
   std::uint32_t ownReaders GUARDED_BY(viewLock) = 0;  // read accesses of this process in the present mapping

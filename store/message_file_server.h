@@ -4,8 +4,9 @@
 // capacity, accepts messages, moves them into the ring of slots and forces the file to the disk.
 //
 // Threads and locks. Pipe and driver threads call AddMessage, three timers and pipe threads the other
-// operations, and any thread may start or stop the server. All may run concurrently, except OpenFile and
-// CloseFile, which the caller must not run at the same time. The locks, outermost first:
+// operations, and any thread may start or stop the server. All may run concurrently, except two calls of
+// OpenFile. A CloseFile during an OpenFile ends it with an exception, or closes what it has opened. The
+// locks, outermost first:
 //
 //   configLock   the caller's; the configuration is read under it before any of the others is taken;
 //                ClearMessages is entered with it
@@ -109,7 +110,7 @@ class MessageFileServer final : public TamLogUtil::MessageFile {
 
   Settings ReadSettings();
   bool OpenLogFile(const std::string& path, std::uint32_t& lowFileSize);
-  void SetFileView(SectionPatience& patience, MappedView::Older older);
+  void SetFileView(const std::string& path, SectionPatience& patience);
   // Appends the messages of a sound file to `loaded`, which may be null.
   bool Verify(MessageMirror* loaded);
   // The three return false when the header, which they read again, has been written over since the check so
@@ -132,8 +133,7 @@ class MessageFileServer final : public TamLogUtil::MessageFile {
 
   ServerConfiguration* configuration;
   TamLogUtil::Mutex* configLock;
-  TamLogUtil::AutoHandle file;  // OpenFile and CloseFile only
-  std::string mappedPath;       // of the last open that mapped its file; OpenFile only
+  std::string sectionPath;  // of the file of the newest section; empty before the first open; OpenFile only
   WriterTurn writerTurn;
   PendingList pending;
   std::atomic<bool> changed = false;  // the messages changed; reset by the end of a write access

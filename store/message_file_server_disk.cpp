@@ -45,19 +45,21 @@ bool MessageFileServer::OpenLogFile(const std::string& path, std::uint32_t& lowF
     throw ExceptionWindows("Failed to open log file, GetFileSizeEx() failed");
   }
   lowFileSize = size.LowPart;
-  WhileOpen([&] { file.Swap(own); });
+  KeepFile(own);
   return error == ERROR_ALREADY_EXISTS;
 }
 
 void MessageFileServer::ResizeFile(std::uint32_t maxMessage) {
   LARGE_INTEGER size = {};
   size.QuadPart = static_cast<LONGLONG>(LogFileSize(maxMessage));
-  if (SetFilePointerEx(file.Get(), size, nullptr, FILE_BEGIN) == 0) {
-    throw ExceptionWindows("Failed to resize file, SetFilePointerEx() failed in ResizeFile()");
-  }
-  if (SetEndOfFile(file.Get()) == 0) {
-    throw ExceptionWindows("Failed to resize file, SetEndOfFile() failed in ResizeFile()");
-  }
+  UseFile([size](HANDLE opened) {
+    if (SetFilePointerEx(opened, size, nullptr, FILE_BEGIN) == 0) {
+      throw ExceptionWindows("Failed to resize file, SetFilePointerEx() failed in ResizeFile()");
+    }
+    if (SetEndOfFile(opened) == 0) {
+      throw ExceptionWindows("Failed to resize file, SetEndOfFile() failed in ResizeFile()");
+    }
+  });
 }
 
 bool MessageFileServer::WaitUntilFree(Timeout& timeout) {

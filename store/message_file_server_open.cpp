@@ -79,12 +79,9 @@ void MessageFileServer::OpenFile(const std::string& mapName, const std::string& 
   std::uint32_t lowFileSize = 0;
   const bool existed = OpenLogFile(settings.logFile, lowFileSize);
   SectionPatience patience;
-  // After a change of path an old section may be one of the other file.
-  const bool otherPath = !mappedPath.empty() && mappedPath != settings.logFile;
-  const auto older = otherPath ? MappedView::Older::Refuse : MappedView::Older::TakeOver;
   bool reformat = true;
   if (existed && lowFileSize != 0) {
-    SetFileView(patience, older);
+    SetFileView(settings.logFile, patience);
     MessageMirror verified;
     reformat = !Verify(&verified) || !InitializeFile(settings.maxMessage, &verified);
   }
@@ -93,24 +90,28 @@ void MessageFileServer::OpenFile(const std::string& mapName, const std::string& 
   // size it has and checked a second time, which costs time and changes nothing.
   if (lowFileSize != LogFileSize(settings.maxMessage)) {
     CloseView();
-    patience.Try([&](bool /*last*/) { WhileOpen([&] { ResizeFile(settings.maxMessage); }); });
-    SetFileView(patience, older);
+    patience.Try([&](bool /*last*/) { ResizeFile(settings.maxMessage); });
+    SetFileView(settings.logFile, patience);
     // A compaction leaves the newest message in slot 0, so this check empties a file whose capacity changed,
     // unless at most one message is left or all have the same time. Held by
     // OpenFile.AChangedCapacityEmptiesAFileOfDifferentTimes.
     if (!reformat) reformat = !VerifyIntegrity();
   }
-  mappedPath = settings.logFile;
   if (reformat) Reformat(settings.maxMessage);
   SetServerRunning();
 }
 
-// An old section that its readers keep longer than the server's patience is taken over if it is large enough.
-void MessageFileServer::SetFileView(SectionPatience& patience, MappedView::Older older) {
+// After a change of path an old section may be one of the former file, into which the messages would go. The
+// readers of such a section get the time to leave; one that they keep longer is taken over if it is large
+// enough, and the next open tries again.
+void MessageFileServer::SetFileView(const std::string& path, SectionPatience& patience) {
   CloseView();
   EveryoneSecurity security(kFileMapAccess);
+  const bool otherFile = !sectionPath.empty() && sectionPath != path;
   patience.Try([&](bool last) {
-    MapWithoutReaders(file, security.GetSecurityAttributes(), last ? MappedView::Older::TakeOver : older);
+    const auto older = otherFile && !last ? MappedView::Older::Refuse : MappedView::Older::TakeOver;
+    const bool created = MapWithoutReaders(security.GetSecurityAttributes(), older);
+    if (created || sectionPath.empty()) sectionPath = path;
   });
 }
 
@@ -146,7 +147,7 @@ void MessageFileServer::Reformat(std::uint32_t maxMessage) {
   }
   // When another process has written over the header again, the server starts with an empty list, and its
   // flushes report the rest until the next start.
-  InitializeFile(maxMessage, nullptr);
+  if (!InitializeFile(maxMessage, nullptr)) pending.Clear();
 }
 
 bool MessageFileServer::InitializeFile(std::uint32_t maxMessage, MessageMirror* verified) {
@@ -270,9 +271,8 @@ void MessageFileServer::SetServerRunning() {
 // get access while this one waits for the same readers. Without a limit (a file opened over an open one) a
 // reader that never leaves therefore blocks this like every other writer.
 //
-// A stop whose time is over calls this while a restart's thread may be in OpenFile. The objects are closed
-// first and the file after them, so every step of the open either keeps this waiting or finds the objects
-// closed.
+// A stop whose time is over calls this while a restart's thread may be in OpenFile: see
+// MessageFile::KeepFile.
 void MessageFileServer::CloseFile(Timeout& timeout) {
   std::exception_ptr failure;
   const auto attempt = [&failure](auto&& step) {
@@ -284,7 +284,6 @@ void MessageFileServer::CloseFile(Timeout& timeout) {
   };
   if (IsOpen()) attempt([&] { MarkClosed(timeout, ReadSettings().maxMessage); });
   attempt([&] { MessageFile::CloseFile(); });
-  file.Close();
   if (failure != nullptr) std::rethrow_exception(failure);
 }
 

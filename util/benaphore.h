@@ -13,8 +13,7 @@
 //   kPassing + n * kWaiter   released: the event is signalled, or about to be, for one thread that waited; n
 //                            does not count that thread
 //   kOrphaned                the same, but the wait of that thread has failed: the next one that arrives
-//   waits
-//                            in its place
+//                            waits in its place
 //
 // Signalling the event is the last thing a release does with the lock, so the thread that gets the lock may
 // destroy it.
@@ -26,8 +25,7 @@ namespace TamLogUtil {
 
 // The event is the caller's. It starts unsignalled and has
 //   bool Wait(std::uint32_t milliseconds)  true when it was signalled, which resets it; false when the time
-//   ran
-//                                          out (0xFFFFFFFF: never); may throw
+//                                          ran out (0xFFFFFFFF: never); may throw
 //   void Signal()                          lets one thread through; if it throws, it let none through
 class Benaphore {
  public:

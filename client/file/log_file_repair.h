@@ -86,7 +86,8 @@ struct RepairPlan {
   std::uint32_t capacity = 1;
 };
 
-// Plans the repair of `image`. Reads the file twice, and needs up to 48 bytes of memory a message.
+// Plans the repair of `image`. Reads the file up to three times, and needs up to 48 bytes of memory a
+// message.
 RepairPlan PlanRepair(const LogFileImage& image, const RepairOptions& options = {});
 
 // Returns a message of the plan in the form to be written. `image` is the one that was planned for.

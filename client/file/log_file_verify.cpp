@@ -5,6 +5,7 @@
 #include <string_view>
 #include <utility>
 
+#include "client/file/server_traces.h"
 #include "client/file/slot_layout.h"
 #include "client/log/ring.h"
 #include "client/message/log_message_view.h"

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string_view>
 
+#include "client/file/server_traces.h"
 #include "client/file/slot_layout.h"
 
 namespace TamLogClient {

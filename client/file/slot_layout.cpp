@@ -8,66 +8,30 @@
 #include <utility>
 
 #include "client/file/message_shape.h"
+#include "client/file/seen_slot.h"
+#include "client/file/server_traces.h"
 #include "client/log/ring.h"
 
 namespace TamLogClient {
 
 namespace {
 
-// The largest capacity that the pipe sets. A larger one comes from a registry value set by hand.
-constexpr std::int32_t kMostConfigurable = 1000000;
-
-// The lock names in a file that a server opened.
-constexpr std::string_view kNamesBegin = "Global\\";
-
-// The bytes at a place where a slot is expected.
-struct Seen {
-  bool complete = false;  // inside the file
-  bool isBlank = false;
-  bool isMessage = false;
-  bool isNamed = false;        // and its source is a name
-  bool passes = false;         // a server accepts type and texts, whatever the time is
-  bool isPadded = false;       // the padding is zeros, as a server writes it
-  std::uint64_t sequence = 0;  // that the server assigned
-};
-
-bool HasName(const LogMessage& message) {
-  const std::string_view source(message.body.source);
-  return !source.empty() && std::all_of(source.begin(), source.end(),
-                                        [](char c) { return static_cast<unsigned char>(c) >= ' '; });
-}
-
-bool IsZero(std::string_view bytes) {
-  return !bytes.empty() && bytes[0] == 0 &&
-         std::memcmp(bytes.data(), bytes.data() + 1, bytes.size() - 1) == 0;
-}
-
-// Returns whether the numbers that the server assigned show that `next` is the slot after `here`. Senders
-// have no influence on them. No server counts so far that 0 follows.
-bool Continues(const Seen& here, const Seen& next) {
-  return here.complete && next.passes && !next.isBlank && next.sequence != 0 &&
-         next.sequence == here.sequence + 1;
-}
-
 class Walker {
  public:
-  explicit Walker(const LogFileImage& searched) : image(searched) {}
+  Walker(const LogFileImage& searched, bool plainRing) : image(searched), ringIsPlain(plainRing) {}
 
   std::vector<LogPart> Run();
   bool FindsAny();
 
  private:
-  Seen Look(std::uint64_t offset) const;
-  LogFileHeader HeaderAt(std::uint64_t offset) const;
-  bool HeadIsGenuine(std::uint64_t offset) const;
-  bool LogBeginsAt(std::uint64_t offset) const;
+  Seen Look(std::uint64_t offset) const { return LookAt(image, offset); }
   bool AtEndOfLog() const;
   bool LastSlotIsRight() const;
   bool SlotsWereAdded();
   void NoteEmptySlot();
   std::optional<std::uint64_t> MessageWithinSlot(const Seen& here) const;
   bool ServerWrote(const Seen& here, const Seen& next) const;
-  bool IsLastOfRing(const Seen& here) const;
+  bool IsInPlainRing() const;
   bool SizeShowsMove(std::uint64_t other) const;
   bool GridGoesOn(const Seen& here, const Seen& next, std::uint64_t other) const;
   void BeginLog(std::uint64_t offset);
@@ -88,6 +52,7 @@ class Walker {
   SlotStretch& Stretch() { return parts.back().stretches.back(); }
 
   const LogFileImage& image;
+  const bool ringIsPlain;  // see RingIsPlain: the slots of the ring are not searched
   std::vector<LogPart> parts;
   std::uint64_t at = 0;       // the place that is examined
   std::uint64_t goodEnd = 0;  // end of the stretch's last slot that surely is one
@@ -98,45 +63,6 @@ class Walker {
   SlotBreak addedSlots;  // the first slots of the ring that hold no message
   bool evident = false;  // a message was found that is no coincidence
 };
-
-Seen Walker::Look(std::uint64_t offset) const {
-  Seen seen;
-  const std::string_view bytes = image.View(offset, kSlotSize);
-  seen.complete = bytes.size() >= kNeededOfSlot;
-  if (!seen.complete) return seen;
-  LogMessage message{};
-  std::memcpy(&message, bytes.data(), bytes.size());
-  seen.sequence = message.sequence;
-  seen.passes = message.body.type < kMessageTypes && HasEnds(message);
-  seen.isMessage = seen.passes && LooksLikeMessage(message);
-  seen.isNamed = seen.isMessage && HasName(message);
-  seen.isBlank = !seen.isMessage && IsBlank(message.body);
-  seen.isPadded = bytes.size() == kSlotSize && IsZero(bytes.substr(kNeededOfSlot));
-  return seen;
-}
-
-LogFileHeader Walker::HeaderAt(std::uint64_t offset) const {
-  LogFileHeader header{};
-  const std::string_view bytes = image.View(offset, sizeof(header));
-  if (bytes.size() == sizeof(header)) std::memcpy(&header, bytes.data(), sizeof(header));
-  return header;
-}
-
-// Returns whether a server wrote what is at `offset`, as far as the bytes can show that. The lock names are
-// zeros in a log that no server ever opened.
-bool Walker::HeadIsGenuine(std::uint64_t offset) const {
-  const std::string_view names = image.View(offset + kLockNamesOffset, sizeof(LockNames));
-  return HeaderIsGenuine(HeaderAt(offset)) &&
-         (names.starts_with(kNamesBegin) || names.find_first_not_of('\0') == std::string_view::npos);
-}
-
-// Returns whether another log begins there: one with lock names, or one that ends with the file.
-bool Walker::LogBeginsAt(std::uint64_t offset) const {
-  if (!HeadIsGenuine(offset)) return false;
-  const auto capacity = static_cast<std::uint64_t>(HeaderAt(offset).maxMessages);
-  return image.View(offset + kLockNamesOffset, 1) != std::string_view("\0", 1) ||
-         offset + LogFileSize(capacity) == image.Size();
-}
 
 bool Walker::AtEndOfLog() const {
   const LogPart& part = parts.back();
@@ -175,8 +101,7 @@ bool Walker::SlotsWereAdded() {
 // Returns where a message begins between `at` and the slot after it.
 std::optional<std::uint64_t> Walker::MessageWithinSlot(const Seen& here) const {
   // Within zeros no message begins but near their end, for it begins with number, origin and year.
-  constexpr std::size_t kBeforeTime = offsetof(LogMessage, body) + offsetof(LogMessageBody, timestamp);
-  const std::size_t from = here.isBlank ? kNeededOfSlot - kBeforeTime - 1 : 1;
+  const std::size_t from = here.isBlank ? kNeededOfSlot - kTimeOffset - 1 : 1;
   const std::string_view bytes = image.View(at, 2 * kSlotSize);
   const std::size_t found = FindMessage(bytes, from, kSlotSize);
   return found == std::string_view::npos ? std::nullopt : std::optional(at + found);
@@ -184,7 +109,8 @@ std::optional<std::uint64_t> Walker::MessageWithinSlot(const Seen& here) const {
 
 // Returns whether number and padding show that a server wrote the slots `here` and `next` in a file of the
 // right size. Senders choose all other bytes: also those of a time that is impossible, and of a message that
-// begins elsewhere. Bytes that moved there by damage have no numbers that differ and that were assigned.
+// begins elsewhere. Bytes that moved there by damage have no numbers that differ and that were assigned. The
+// number 0 proves little, because zeros follow every text: then the slot after it decides.
 bool Walker::ServerWrote(const Seen& here, const Seen& next) const {
   const LogPart& part = parts.back();
   if (parts.size() > 1 || !part.headerTrusted || !part.breaks.empty() || !image.SizeFits()) return false;
@@ -194,16 +120,16 @@ bool Walker::ServerWrote(const Seen& here, const Seen& next) const {
   if (!isAssigned(here)) return false;
   const bool isLast = !next.complete || next.isBlank;
   const Seen& other = isLast ? last : next;
-  return isAssigned(other) && other.sequence != here.sequence;
+  if (!isAssigned(other) || other.sequence == here.sequence) return false;
+  if (other.sequence != 0) return true;
+  const Seen second = Look(at + 2 * kSlotSize);
+  return isAssigned(second) && second.sequence != 0;
 }
 
-// Returns whether `at` holds the ring's last message, in a file of the right size. The slot after it belongs
-// to no message, so that it cannot show whether the slots moved.
-bool Walker::IsLastOfRing(const Seen& here) const {
-  const LogPart& part = parts.back();
-  if (!here.isMessage || !image.SizeFits() || part.offset > 0 || !part.breaks.empty()) return false;
-  const std::uint64_t number = (at - kSlotsOffset) / kSlotSize;
-  return HoldsMessage(part.header, number) && !HoldsMessage(part.header, number + 1);
+// Returns whether `at` is a slot of a plain ring.
+bool Walker::IsInPlainRing() const {
+  return ringIsPlain && parts.size() == 1 && parts.back().breaks.empty() &&
+         HoldsMessage(parts.back().header, (at - kSlotsOffset) / kSlotSize);
 }
 
 // Returns whether the size of the log shows that its slots moved from `at` to `other`: the file is longer or
@@ -220,20 +146,20 @@ bool Walker::SizeShowsMove(std::uint64_t other) const {
 
 // Returns whether the slots go on from `at` rather than from `other`, where a message begins as well: as many
 // slots follow, as far as a look ahead shows. A sender can put a message into the text of another one, but
-// not the number that the server gave to the slot. If 10 bytes were added, the tails of the messages are read
-// as these numbers, and a sender may count in them; then the size of the file decides.
+// not the number that the server gave to the slot. So in a file without other damage, slots without a date
+// count whose numbers follow each other. In a damaged file they do not: bytes of a time or a tail may be
+// where the numbers were, and senders may count in them.
 bool Walker::GridGoesOn(const Seen& here, const Seen& next, std::uint64_t other) const {
   if (ServerWrote(here, next)) return true;
-  if (IsLastOfRing(here)) return true;
-  const bool oneOnly = !Look(other + kSlotSize).isMessage;
-  if (oneOnly && Continues(last, here) && image.SizeFits() && !SizeShowsMove(other)) return true;
   if (!next.isMessage && !Continues(here, next)) return false;
   constexpr std::uint64_t kAhead = 8;
-  std::uint64_t grid = Continues(here, next) ? 1 : 0;
+  const bool isDamaged = !image.SizeFits() || !parts.back().breaks.empty();
+  std::uint64_t grid = (isDamaged ? here.isMessage && next.isMessage : Continues(here, next)) ? 1 : 0;
   Seen before = here;
-  for (std::uint64_t place = at + kSlotSize; grid < kAhead; place += kSlotSize, ++grid) {
-    const Seen slot = Look(place);
+  for (std::uint64_t i = 1; i < kAhead; ++i) {
+    const Seen slot = Look(at + i * kSlotSize);
     if (!slot.isMessage && !Continues(before, slot)) break;
+    if (slot.isMessage || !isDamaged) ++grid;
     before = slot;
   }
   std::uint64_t beside = 0;
@@ -253,11 +179,11 @@ void Walker::BeginLog(std::uint64_t offset) {
   addedSlots = {};
   LogPart part;
   part.offset = offset;
-  part.header = HeaderAt(offset);
+  part.header = HeaderAt(image, offset);
   const std::uint64_t there = image.Size() - offset;
-  part.headerTrusted =
-      there >= kSlotsOffset && RingIsSound(part.header) &&
-      (HeadIsGenuine(offset) || there == LogFileSize(static_cast<std::uint64_t>(part.header.maxMessages)));
+  part.headerTrusted = there >= kSlotsOffset && RingIsSound(part.header) &&
+                       (HeadIsGenuine(image, offset) ||
+                        there == LogFileSize(static_cast<std::uint64_t>(part.header.maxMessages)));
   parts.push_back(std::move(part));
   BeginStretch(offset + kSlotsOffset);
 }
@@ -276,7 +202,7 @@ void Walker::BeginRest() {
 // its bytes so that they look like a message when they are read a little earlier.
 void Walker::FindFirstSlot() {
   const Seen here = Look(at);
-  if (here.isMessage) return;
+  if (here.isMessage || IsInPlainRing()) return;
   const std::size_t found = FindMessage(image.View(0, kSlotsOffset + kSlotSize), 0, kSlotsOffset);
   if (found == std::string_view::npos) return;
   const bool oneOnly = !Look(found + kSlotSize).isMessage;
@@ -293,10 +219,11 @@ void Walker::Add(const Seen& slot) {
   ++stretch.slots;
   const bool follows = Continues(last, slot);
   const bool onGrid = LogFileImage::SlotAtOffset(at).has_value();
+  const bool isSure = slot.isMessage || follows || IsInPlainRing();
   if (slot.isMessage && (last.isMessage || onGrid || slot.isNamed)) evident = true;
   at += kSlotSize;
   last = slot;
-  if (slot.isMessage || follows) {
+  if (isSure) {
     goodEnd = at;
     lastGood = slot;
   } else {
@@ -338,7 +265,7 @@ std::uint64_t Walker::LostBetween(const SlotBreak& gap, bool begins) const {
 // that are missing lay between the two, in the padding, or in the next one's number and origin. A text that
 // moved shows itself at the end of the source's field, which zeros fill.
 bool Walker::IsWholeBefore(const Seen& here, std::uint64_t next) const {
-  constexpr std::uint64_t kBetween = offsetof(LogMessage, body) + offsetof(LogMessageBody, timestamp);
+  constexpr std::uint64_t kBetween = kTimeOffset + 1;  // another first byte of a year makes another year
   const std::uint64_t missing = at + kSlotSize - next;
   if (missing > kSlotSize - kNeededOfSlot + kBetween) return false;
   if (missing > kSlotSize - kNeededOfSlot && Continues(here, Look(next))) return false;
@@ -361,7 +288,7 @@ void Walker::Break(const Seen& here, std::uint64_t next) {
     gap.lost = LostBetween(gap, begins);
     gap.bytes = static_cast<std::int64_t>(next - goodEnd) - static_cast<std::int64_t>(gap.lost * kSlotSize);
   }
-  if (next >= goodEnd + kSlotsOffset && LogBeginsAt(next - kSlotsOffset))
+  if (next >= goodEnd + kSlotsOffset && LogBeginsAt(image, next - kSlotsOffset))
     return BeginLog(next - kSlotsOffset);
   if (!Part().afterEnd) Part().breaks.push_back(gap);
   BeginStretch(next);
@@ -394,7 +321,7 @@ bool Walker::SkipUnused() {
 
 void Walker::Step() {
   if (AtEndOfLog()) {
-    if (LogBeginsAt(at)) return BeginLog(at);
+    if (LogBeginsAt(image, at)) return BeginLog(at);
     if (SlotsWereAdded()) {
       Part().breaks.push_back(addedSlots);
     } else if (LastSlotIsRight()) {
@@ -408,8 +335,12 @@ void Walker::Step() {
     at = image.Size();
     return;
   }
+  if (IsInPlainRing()) {
+    isKnown = false;
+    return Add(here);
+  }
   const Seen next = Look(at + kSlotSize);
-  if (!here.isMessage || (!next.isMessage && !Continues(here, next))) {
+  if (!here.isMessage || !next.isMessage) {
     const auto other = MessageWithinSlot(here);
     if (other && !GridGoesOn(here, next, *other)) return Break(here, *other);
   }
@@ -450,8 +381,7 @@ std::vector<LogPart> Walker::Run() {
   FindFirstSlot();
   while (at < image.Size()) Step();
   FinishLog();
-  LogPart& first = parts.front();
-  first.ringIsPlain = !first.breaks.empty() && RingIsPlain(image);
+  parts.front().ringIsPlain = ringIsPlain;
   return std::move(parts);
 }
 
@@ -471,29 +401,12 @@ bool LogPart::RingInPlace() const {
   return ringIsPlain || (header.messageCount <= header.nextSlot && end < breaks.front().offset);
 }
 
-bool RingIsPlain(const LogFileImage& image) {
-  const auto slots = image.RingSlots();
-  return image.SizeFits() && std::all_of(slots.begin(), slots.end(), [&image](std::uint32_t slot) {
-           return LooksLikeMessage(image.Slot(slot));
-         });
-}
-
 std::vector<LogPart> FindLayout(const LogFileImage& image) {
-  return Walker(image).Run();
+  return Walker(image, RingIsPlain(image)).Run();
 }
 
 bool HoldsAnyMessage(const LogFileImage& image) {
-  return Walker(image).FindsAny();
-}
-
-bool HeaderIsGenuine(const LogFileHeader& header) {
-  const auto isZero = [](const auto& padding) {
-    return std::all_of(std::begin(padding), std::end(padding), [](std::uint8_t byte) { return byte == 0; });
-  };
-  const bool isRing = RingIsSound(header) &&
-                      (header.messageCount == header.maxMessages || header.messageCount == header.nextSlot);
-  return isRing && header.maxMessages <= kMostConfigurable && header.serverRunning <= 1 &&
-         header.readCount >= 0 && isZero(header.padding1) && isZero(header.padding2);
+  return Walker(image, RingIsPlain(image)).FindsAny();
 }
 
 }  // namespace TamLogClient

@@ -36,7 +36,7 @@ struct LogPart {
   std::uint64_t offset = 0;  // of its header
   LogFileHeader header{};
   bool headerTrusted = false;  // the header's numbers are valid, and a server can have written them
-  bool ringIsPlain = false;    // has breaks, but none of them matters: see RingIsPlain
+  bool ringIsPlain = false;    // see RingIsPlain
   bool afterEnd = false;       // bytes after the end of the log before, without a header
   std::vector<SlotStretch> stretches;
   std::vector<SlotBreak> breaks;
@@ -46,17 +46,10 @@ struct LogPart {
   bool RingInPlace() const;
 };
 
-// Returns whether the file has the right size and its ring holds nothing but messages with a date. Then
-// breaks lie among bytes that belong to no message, for example in what a clear left behind.
-bool RingIsPlain(const LogFileImage& image);
-
 // Returns the parts of the file in its order; the first one always exists.
 std::vector<LogPart> FindLayout(const LogFileImage& image);
 
 // Returns whether the file holds a message that is no coincidence of bytes. Ends at the first one.
 bool HoldsAnyMessage(const LogFileImage& image);
-
-// Returns whether `header` has nothing in it that a server would not write.
-bool HeaderIsGenuine(const LogFileHeader& header);
 
 }  // namespace TamLogClient

@@ -67,7 +67,7 @@ enum {
   TAMLOG_NOT_RUNNING = 1,    /* no server answers, or nothing is shared */
   TAMLOG_ACCESS_DENIED = 2,  /* the system refused access to the pipe, the mapping or the file */
   TAMLOG_TIMED_OUT = 3,      /* no answer, or nothing new, within the time-out */
-  TAMLOG_STUCK = 4,          /* the server waits for a reader of the shared log that has probably died */
+  TAMLOG_STUCK = 4,          /* the server waits for a reader of another program, which has probably died */
   TAMLOG_REFUSED = 5,        /* the server answered that the request failed */
   TAMLOG_NO_SUCH_FILTER = 6, /* the index is after the last filter */
   TAMLOG_BAD_VALUE = 7,      /* the server or the file does not allow the value; nothing was sent */
@@ -332,7 +332,7 @@ typedef struct tamlog_reader tamlog_reader;
 
 typedef struct tamlog_reader_options {
   uint32_t size;
-  uint32_t timeout_ms;   /* for one access to the shared log; 0: 5000 */
+  uint32_t timeout_ms;   /* for one copy of the shared log; 0: 5000 */
   uint32_t interval_ms;  /* between two copies of the log while following; 0: 100 */
   uint32_t ordered;      /* 1: next holds messages back for about 1.5 s and returns them in order of time */
   const char* pipe_name; /* null: the server's default */
@@ -356,7 +356,7 @@ enum {
   TAMLOG_ITEM_CLEARED = 2,  /* the log was emptied */
   TAMLOG_ITEM_STOPPED = 3,  /* the server closed the log; the reader waits for it */
   TAMLOG_ITEM_REOPENED = 4, /* the log is back */
-  TAMLOG_ITEM_BLOCKED = 5   /* access to the log timed out; the reader tries again */
+  TAMLOG_ITEM_BLOCKED = 5   /* the log could not be copied in time; the reader tries again */
 };
 
 typedef struct tamlog_item {
@@ -382,10 +382,12 @@ typedef struct tamlog_log_info {
 /* Opens a reader of the running server's log and copies the log. `options` may be null. TAMLOG_OK and
  * TAMLOG_DAMAGED open the reader. TAMLOG_NOT_RUNNING: no server has its log open.
  *
+ * Reading takes no lock and writes nothing, so it never blocks the server: a process may be killed or
+ * suspended at any moment. TAMLOG_STUCK comes only when a reader of another program has died inside the log.
+ *
  * A reader that only takes snapshots holds nothing between its calls. From its first wait or next on it keeps
  * the log open, and a thread of its own closes it when the server stops, because a server that stops waits
- * for its readers. Never end a process or thread that is inside a call: a reader that dies there stops the
- * server's writing. */
+ * for its readers. */
 TAMLOG_API tamlog_status TAMLOG_CALL tamlog_reader_open_live(const tamlog_reader_options* options,
                                                              tamlog_reader** reader);
 /* Opens a reader of a log file and reads the file as a whole. Locks nothing and keeps nothing open. TAMLOG_OK
@@ -393,9 +395,10 @@ TAMLOG_API tamlog_status TAMLOG_CALL tamlog_reader_open_live(const tamlog_reader
 TAMLOG_API tamlog_status TAMLOG_CALL tamlog_reader_open_file(const char* path, tamlog_reader** reader);
 TAMLOG_API void TAMLOG_CALL tamlog_reader_close(tamlog_reader* reader);
 
-/* Copies the log again: in one short access to the shared log, or by reading the file again. TAMLOG_OK and
+/* Copies the log again: the shared log, as it was at one moment of the call, or the file. TAMLOG_OK and
  * TAMLOG_DAMAGED replace the copy; after any other status it may be empty. Does not move the position of
- * next. */
+ * next. TAMLOG_TIMED_OUT: the server was writing, or changed the log faster than it can be copied, for
+ * `timeout_ms`. */
 TAMLOG_API tamlog_status TAMLOG_CALL tamlog_reader_snapshot(tamlog_reader* reader, uint32_t timeout_ms);
 /* Returns the number of messages in the copy. */
 TAMLOG_API uint32_t TAMLOG_CALL tamlog_reader_count(const tamlog_reader* reader);
@@ -437,9 +440,11 @@ typedef void(TAMLOG_CALL* tamlog_view_function)(void* context, const tamlog_view
 /* Calls `look` with the log in place, on this thread, while the server goes on writing. What `look` saw
  * counts only when TAMLOG_OK is returned; otherwise the server may have written meanwhile. `look` is called
  * again with a new view until a call was not disturbed, so each call begins from nothing and keeps its result
- * apart until then. `look` must not throw or call this library, except tamlog_view_is_spent. A call that
- * takes longer than `budget_us`, or 150 ms, is in vain. TAMLOG_TIMED_OUT: no call counted within the reader's
- * time-out, or the last one exceeded its budget. A reader of a file returns TAMLOG_NOT_SUPPORTED. */
+ * apart until then. The slots may change while `look` reads them: it copies what it needs, once, checks the
+ * copy, and bounds every index and every text. `look` must not throw or call this library, except
+ * tamlog_view_is_spent. Its budget is `budget_us`, at most 150 ms; a server that stops waits for it.
+ * TAMLOG_TIMED_OUT: a call exceeded the budget, or no call counted within the reader's time-out. A reader of
+ * a file returns TAMLOG_NOT_SUPPORTED. */
 TAMLOG_API tamlog_status TAMLOG_CALL tamlog_reader_with_view(tamlog_reader* reader, uint32_t budget_us,
                                                              tamlog_view_function look, void* context);
 /* Returns 1 when the budget's time is over, else 0. */

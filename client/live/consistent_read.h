@@ -47,6 +47,10 @@ class ConsistentRead {
   // Returns the header as Begin copied it.
   const LogFileHeader& Header() const { return header; }
 
+  // Returns whether the copy has taken too long or the server has closed the log; then End returns nothing. A
+  // long copy asks this between two pieces. Makes no system call.
+  bool IsInVain();
+
   // Returns Ok when everything copied since Begin is of one state of the log, the one of Header(). Nothing:
   // it is not, or it took too long; discard it. NotRunning and InPage as for Begin.
   std::optional<Status> End();
@@ -57,6 +61,7 @@ class ConsistentRead {
   const LogMemory* log;
   LogFileHeader header{};
   std::uint64_t begun = 0;  // of the memory's clock
+  bool inVain = false;
 };
 
 }  // namespace TamLogClient

@@ -1,6 +1,7 @@
 #include "client/live/log_reader.h"
 
 #include <algorithm>
+#include <cstddef>
 
 #include "client/live/call_deadline.h"
 #include "client/live/consistent_read.h"
@@ -28,6 +29,8 @@ std::uint64_t Microseconds() {
 constexpr int kAttempts = 5;
 // More slots than this (73 MB) are not copied at once: a slow machine would need too long.
 constexpr std::int64_t kMostAtOnce = 131072;
+// Between two pieces of this size a copy looks whether the server has closed the log.
+constexpr std::int64_t kPieceSlots = 4096;
 
 // Returns how many of the newest slots may differ from a copy made with the header `known`, which may be
 // null.
@@ -59,8 +62,9 @@ void LogReader::Close() {
 
 Status LogReader::Look(LogFileHeader& header) {
   if (!IsOpen()) return Status::NotRunning;
-  if (!log.CopyHeader(header)) return Status::InPage;
-  if (header.serverRunning != 0) return Status::Ok;
+  const bool read = log.CopyHeader(header);
+  if (!read && !log.WasLetGo()) return Status::InPage;
+  if (read && header.serverRunning != 0) return Status::Ok;
   Close();
   return Status::NotRunning;
 }
@@ -74,6 +78,10 @@ Status LogReader::Repeat(std::uint32_t timeoutMs, Attempt attempt) {
     status = attempt(deadline.Remaining());
   } while (!status && deadline.Remaining() > 0);
   lastCopy = Microseconds() - begun;
+  if (log.WasLetGo() && status != Status::Ok) {
+    Close();
+    return Status::NotRunning;
+  }
   return status.value_or(Status::TimedOut);
 }
 
@@ -81,7 +89,7 @@ template <typename Work>
 std::optional<Status> LogReader::Read(std::uint32_t timeoutMs, Work work) {
   ConsistentRead read(log);
   std::optional<Status> status = read.Begin(timeoutMs);
-  if (status == Status::Ok) status = work(read.Header());
+  if (status == Status::Ok) status = work(read);
   if (status == Status::Ok) status = read.End();
   if (status == Status::NotRunning) Close();
   return status;
@@ -123,23 +131,30 @@ std::optional<Status> LogReader::TrySnapshot(LogSnapshot& snapshot, std::uint32_
 
 std::optional<Status> LogReader::CopyAtOnce(LogSnapshot& snapshot, const LogFileHeader* known,
                                             std::uint32_t timeoutMs) {
-  return Read(timeoutMs, [&](const LogFileHeader& header) -> std::optional<Status> {
+  return Read(timeoutMs, [&](ConsistentRead& read) -> std::optional<Status> {
+    const LogFileHeader& header = read.Header();
     // The snapshot's slots were made for another capacity.
     if (header.maxMessages != static_cast<std::int64_t>(snapshot.slots.size())) return std::nullopt;
     snapshot.header = header;
-    return CopySlots(snapshot, NewSlots(header, known)) ? Status::Ok : Status::InPage;
+    const auto inVain = [&read] { return read.IsInVain(); };
+    return CopySlots(snapshot, NewSlots(header, known), inVain) ? Status::Ok : Status::InPage;
   });
 }
 
-// Copies the newest `count` slots; all slots when the header is not valid.
-bool LogReader::CopySlots(LogSnapshot& snapshot, std::int64_t count) const {
+bool LogReader::CopySlots(LogSnapshot& snapshot, std::int64_t count,
+                          const std::function<bool()>& inVain) const {
   const LogFileHeader& header = snapshot.header;
   const auto runs =
       snapshot.HeaderIsSound() ? NewestRuns(header, count) : OccupiedRuns(header, log.SlotCount());
-  return std::all_of(runs.begin(), runs.end(), [&](const SlotRun& run) {
-    const auto slot = static_cast<std::size_t>(run.begin);
-    return log.CopySlots(slot, static_cast<std::size_t>(run.end - run.begin), snapshot.slots.data() + slot);
-  });
+  for (const SlotRun& run : runs) {
+    for (std::int64_t first = run.begin; first < run.end; first += kPieceSlots) {
+      if (first > run.begin && inVain()) return true;
+      const auto slot = static_cast<std::size_t>(first);
+      const auto slots = static_cast<std::size_t>(std::min(kPieceSlots, run.end - first));
+      if (!log.CopySlots(slot, slots, snapshot.slots.data() + slot)) return false;
+    }
+  }
+  return true;
 }
 
 // Nothing is allocated and nothing is output while access is held.
@@ -150,7 +165,8 @@ std::optional<Status> LogReader::CopyWithAccess(LogSnapshot& snapshot, std::uint
   LogFileHeader after{};
   bool read = log.CopyHeader(snapshot.header);
   const bool fits = read && snapshot.header.maxMessages == static_cast<std::int64_t>(snapshot.slots.size());
-  if (fits) read = CopySlots(snapshot, snapshot.header.messageCount) && log.CopyHeader(after);
+  const auto never = [] { return false; };
+  if (fits) read = CopySlots(snapshot, snapshot.header.messageCount, never) && log.CopyHeader(after);
   const LogAccess::Left left = access.Leave();
   if (!read || left == LogAccess::Left::Fault) return Status::InPage;
   if (!fits || left == LogAccess::Left::PassedByWriter || !SameCounters(snapshot.header, after)) {
@@ -167,7 +183,8 @@ Status LogReader::Newest(std::size_t count, LogTail& tail, std::uint32_t timeout
 
 std::optional<Status> LogReader::TryNewest(std::size_t count, LogTail& tail, std::uint32_t timeoutMs) {
   bool sound = true;
-  const auto status = Read(timeoutMs, [&](const LogFileHeader& header) -> std::optional<Status> {
+  const auto status = Read(timeoutMs, [&](ConsistentRead& read) -> std::optional<Status> {
+    const LogFileHeader& header = read.Header();
     sound = RingFits(header, log.SlotCount());
     if (!sound) return Status::Ok;
     const auto messages = static_cast<std::uint32_t>(header.messageCount);
@@ -183,10 +200,12 @@ std::optional<Status> LogReader::TryNewest(std::size_t count, LogTail& tail, std
 }
 
 std::optional<Status> LogReader::CopyTail(LogTail& tail, const std::vector<std::uint32_t>& probes) const {
+  constexpr std::size_t kUpToTime = offsetof(LogMessage, body) + offsetof(LogMessageBody, type);
   const LogFileHeader& header = tail.header;
+  LogMessage message{};
   for (std::size_t i = 0; i < probes.size(); ++i) {
-    LogMessage message{};
-    if (!log.CopySlots(SlotAt(header, probes[i]), 1, &message)) return Status::InPage;
+    const std::size_t bytes = i == 0 ? sizeof(LogMessage) : kUpToTime;
+    if (!log.CopySlotStart(SlotAt(header, probes[i]), bytes, &message)) return Status::InPage;
     if (i == 0) tail.first = message;
     tail.probes[i] = TimeKey(message.body);
   }
@@ -210,18 +229,17 @@ Status LogReader::WithView(std::uint32_t budgetMicroseconds, const std::function
 std::optional<Status> LogReader::TryView(std::uint32_t budgetMicroseconds,
                                          const std::function<void(const LogView&)>& look,
                                          std::uint32_t timeoutMs) {
+  constexpr std::uint32_t kMostMicroseconds = ConsistentRead::kLongestMs * 1000;
+  const std::uint64_t budget = std::min(budgetMicroseconds, kMostMicroseconds);
   bool sound = true;
-  bool spent = false;
-  const auto status = Read(timeoutMs, [&](const LogFileHeader& header) -> std::optional<Status> {
-    sound = RingFits(header, log.SlotCount());
+  const auto status = Read(timeoutMs, [&](ConsistentRead& read) -> std::optional<Status> {
+    sound = RingFits(read.Header(), log.SlotCount());
     if (!sound) return Status::Ok;
-    const LogView view(header, log.Slots(), Microseconds() + budgetMicroseconds);
+    const LogView view(read.Header(), log.Slots(), Microseconds() + budget);
     look(view);
-    spent = view.BudgetIsSpent();
-    return Status::Ok;
+    return view.BudgetIsSpent() ? Status::TimedOut : Status::Ok;
   });
-  if (status == Status::Ok && !sound) return Status::Damaged;
-  return status == Status::Ok && spent ? Status::TimedOut : status;
+  return status == Status::Ok && !sound ? Status::Damaged : status;
 }
 
 }  // namespace TamLogClient

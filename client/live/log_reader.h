@@ -13,10 +13,10 @@
 // (a large ring whose messages are moved by messages dated long before them) is copied under read access; see
 // client/live/log_access.h.
 //
-// A server that stops waits for the processes that have its file open, readers included: call Look at least
-// every 250 ms, or close.
+// A server that stops waits for the processes that have its file open, readers included: call Look or
+// LetGoIfStopped at least every 250 ms, or close.
 //
-// A reader belongs to one thread at a time.
+// A reader belongs to one thread at a time; LetGoIfStopped may be called from any other meanwhile.
 
 #include <cstddef>
 #include <cstdint>
@@ -74,6 +74,10 @@ class LogReader {
   // returns NotRunning once `serverRunning` is 0.
   Status Look(LogFileHeader& header);
 
+  // Releases the log when the server has closed it, whatever the reader's thread is doing: a copy that it
+  // makes fails, and its call returns NotRunning. Not while WithView calls a function. From any thread.
+  void LetGoIfStopped() { log.LetGoIfStopped(); }
+
   // Copies the whole log within `timeoutMs`. When `snapshot` is the one that the previous call filled and
   // messages were only appended since, copies only their slots. Damaged: the header is not valid; the slots
   // were still copied, if the mapping holds that many. TimedOut: the server is writing, or changes the log
@@ -90,9 +94,9 @@ class LogReader {
   // a new view until a call was not disturbed, or `timeoutMs` are over; so each call begins from nothing, and
   // keeps its result apart from what it is for until Ok.
   //
-  // A call that takes longer than `budgetMicroseconds`, or 150 ms, is in vain: the view says when the budget
-  // is spent, then `look` has to return. A page that cannot be read raises a structured exception here. An
-  // exception of `look` is rethrown.
+  // A call that takes longer than `budgetMicroseconds` (at most 150 ms) is in vain, and ends the calls with
+  // TimedOut: the view says when the budget is spent, then `look` has to return. A page that cannot be read
+  // raises a structured exception here. An exception of `look` is rethrown.
   Status WithView(std::uint32_t budgetMicroseconds, const std::function<void(const LogView&)>& look,
                   std::uint32_t timeoutMs = kDefaultTimeoutMs);
 
@@ -114,12 +118,14 @@ class LogReader {
   template <typename Attempt>
   Status Repeat(std::uint32_t timeoutMs, Attempt attempt);
 
-  // Does `work`, which is given the header, in one consistent read.
+  // Does `work` in one consistent read, which it is given.
   template <typename Work>
   std::optional<Status> Read(std::uint32_t timeoutMs, Work work);
 
   std::optional<Status> CopyTail(LogTail& tail, const std::vector<std::uint32_t>& probes) const;
-  bool CopySlots(LogSnapshot& snapshot, std::int64_t count) const;
+  // Copies the newest `count` slots; all slots when the header is not valid. Stops when `inVain` returns
+  // true. Returns false for a page that cannot be read.
+  bool CopySlots(LogSnapshot& snapshot, std::int64_t count, const std::function<bool()>& inVain) const;
 
   MappedLog log;
   std::string name;  // of the mapping

@@ -80,7 +80,7 @@ void LogStream::SetHoldTime() {
 void LogStream::Close() {
   if (guard.joinable()) {
     {
-      const std::lock_guard lock(turn);
+      const std::lock_guard lock(guardLock);
       guarding = false;
     }
     guardEnds.notify_one();
@@ -94,13 +94,10 @@ void LogStream::Release() {
   client.Disconnect();
 }
 
-// The guard's thread. It never takes read access, because it may be ended with the process at any time.
+// The guard's thread.
 void LogStream::Guard() {
-  std::unique_lock lock(turn);
-  while (!guardEnds.wait_for(lock, kGuardPause, [this] { return !guarding; })) {
-    LogFileHeader header{};
-    if (reader.IsOpen()) reader.Look(header);  // closes it when the server has stopped
-  }
+  std::unique_lock lock(guardLock);
+  while (!guardEnds.wait_for(lock, kGuardPause, [this] { return !guarding; })) reader.LetGoIfStopped();
 }
 
 LogChange LogStream::Wait(std::uint32_t timeoutMs) {
@@ -141,10 +138,7 @@ void LogStream::ReleaseAll() {
   held.SetHold(0);
 }
 
-// Holds the turn only while the log is open and read, so that the guard can close it during the comparison,
-// which may take long.
 LogChange LogStream::Look() {
-  std::unique_lock lock(turn);
   if (away && !Reopen()) return LogChange::None;
   LogFileHeader header{};
   const Status status = reader.Look(header);
@@ -155,21 +149,20 @@ LogChange LogStream::Look() {
     return away ? LogChange::Stopped : LogChange::None;
   }
   if (GetTickCount64() - lastVisit < options.intervalMs) return LogChange::None;
-  return TakeSnapshot(std::move(lock));
+  return TakeSnapshot();
 }
 
-LogChange LogStream::TakeSnapshot(std::unique_lock<std::mutex> inTurn) {
+LogChange LogStream::TakeSnapshot() {
   KeepWaiting();
   const Status status = reader.Snapshot(snapshot, options.timeoutMs);
   if (status == Status::NotRunning) return LoseServer();
-  if (status == Status::TimedOut) {
+  if (status == Status::TimedOut || status == Status::Stuck) {
     QueueEvent(LogItem::Kind::Blocked);
     return LogChange::None;
   }
   if (!Readable(status)) return Fail(status);
   lastVisit = lastNews = GetTickCount64();
   lastChange = snapshot.header.changeCount;
-  inTurn.unlock();
   const FollowStep step = follower.Next(snapshot, reopened);
   const LogChange change = reopened ? LogChange::Reopened : ChangeOf(step);
   reopened = false;

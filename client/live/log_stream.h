@@ -53,7 +53,7 @@ struct LogItem {
     Cleared,   // the log was emptied
     Stopped,   // the server closed the log or is gone; the stream waits for it
     Reopened,  // the log is back
-    Blocked,   // read access timed out; the stream tries again
+    Blocked,   // the server was writing, or waiting for another reader, all the time; the stream tries again
   };
   Kind kind = Kind::Message;
   const LogMessage* message = nullptr;  // Kind::Message: valid until the next call
@@ -63,7 +63,7 @@ struct LogItem {
 };
 
 struct LogStreamOptions {
-  std::uint32_t timeoutMs = LogReader::kDefaultTimeoutMs;  // for one read access
+  std::uint32_t timeoutMs = LogReader::kDefaultTimeoutMs;  // for one copy of the log
   std::uint32_t intervalMs = 100;                          // between two copies of the log
   // Holds each message back until no earlier one is expected (one poll of the driver and two flushes of the
   // server), and returns messages in time order.
@@ -131,7 +131,7 @@ class LogStream {
   LogChange Look();
   void Guard();
   void Release();
-  LogChange TakeSnapshot(std::unique_lock<std::mutex> inTurn);
+  LogChange TakeSnapshot();
   LogChange Fail(Status status);
   LogChange LoseServer();
   bool Reopen();
@@ -144,9 +144,9 @@ class LogStream {
 
   LogStreamOptions options;
   LogClient client;
-  std::mutex turn;   // guards `reader` and `guarding`
-  LogReader reader;  // the guard may close it whenever `turn` is free
-  bool guarding = false;
+  LogReader reader;
+  std::mutex guardLock;
+  bool guarding = false;  // guarded by `guardLock`
   std::condition_variable guardEnds;
   std::thread guard;
   LogSnapshot snapshot;

@@ -29,6 +29,13 @@ bool PipesExist() {
 
 Status MappedLog::Open(const std::string& mapName, EventNames accepted) {
   Close();
+  const std::lock_guard lock(opening);
+  const Status status = OpenAll(mapName, accepted);
+  if (status != Status::Ok) CloseAll();
+  return status;
+}
+
+Status MappedLog::OpenAll(const std::string& mapName, EventNames accepted) {
   // A starting server has mapped its file before it creates its pipes, and may have to make the file smaller.
   // That fails while another process has the file mapped, and the server stays stopped.
   if (mapName == kFileMapName && !PipesExist()) return Status::NotRunning;
@@ -40,7 +47,6 @@ Status MappedLog::Open(const std::string& mapName, EventNames accepted) {
   if (status == Status::Ok && header.serverRunning == 0) status = Status::NotRunning;
   if (status == Status::Ok)
     status = OpenReadWait(mapName == kFileMapName && accepted == EventNames::OfTheServer);
-  if (status != Status::Ok) Close();
   return status;
 }
 
@@ -58,7 +64,7 @@ Status MappedLog::MapView() {
 
 Status MappedLog::OpenReadWait(bool ofTheServer) {
   LockNames names{};
-  if (!GuardedCopy(&names, view + kLockNamesOffset, sizeof(names))) return Status::InPage;
+  if (!Copy(&names, kLockNamesOffset, sizeof(names))) return Status::InPage;
   if (ofTheServer && !FirstForeignName(names).empty())
     return names.name[0][0] == '\0' ? Status::NotRunning : Status::ForeignEvents;
   char* const name = names.name[1];
@@ -69,32 +75,58 @@ Status MappedLog::OpenReadWait(bool ofTheServer) {
 }
 
 void MappedLog::Close() {
-  if (view != nullptr) UnmapViewOfFile(view);
+  const std::lock_guard lock(opening);
+  CloseAll();
+}
+
+void MappedLog::CloseAll() {
+  if (view != nullptr && !letGo) UnmapViewOfFile(view);
+  if (reserved) VirtualFree(const_cast<unsigned char*>(view), 0, MEM_RELEASE);
   view = nullptr;
   viewSize = 0;
+  letGo = reserved = false;
   mapping.Close();
   readWait.Close();
 }
 
+void MappedLog::LetGoIfStopped() {
+  const std::lock_guard lock(opening);
+  LogFileHeader header{};
+  if (view == nullptr || letGo || !CopyHeader(header) || header.serverRunning != 0) return;
+  // First: a copy that goes on over the release looks at this at its end.
+  letGo = true;
+  UnmapViewOfFile(view);
+  // A copy that goes on has to fault. It must not touch memory that somebody allocates here meanwhile, the
+  // guard page of a stack for example.
+  reserved = VirtualAlloc(const_cast<unsigned char*>(view), viewSize, MEM_RESERVE, PAGE_NOACCESS) != nullptr;
+  mapping.Close();
+}
+
 // --- The bytes.
 
+bool MappedLog::Copy(void* to, std::size_t offset, std::size_t bytes, std::size_t stride) const {
+  return !letGo && GuardedCopy(to, view + offset, bytes, stride) && !letGo;
+}
+
 bool MappedLog::CopyHeader(LogFileHeader& header) const {
-  return GuardedCopy(&header, view, sizeof(header));
+  return Copy(&header, 0, sizeof(header));
 }
 
 bool MappedLog::CopyChangeCount(std::uint64_t& count) const {
-  return GuardedCopy(&count, view + offsetof(LogFileHeader, changeCount), sizeof(count));
+  return Copy(&count, offsetof(LogFileHeader, changeCount), sizeof(count));
 }
 
 bool MappedLog::CopySlots(std::size_t first, std::size_t count, LogMessage* to) const {
-  return count == 0 ||
-         GuardedCopy(to, view + kSlotsOffset + first * sizeof(LogMessage), count * sizeof(LogMessage));
+  return count == 0 || Copy(to, kSlotsOffset + first * sizeof(LogMessage), count * sizeof(LogMessage));
+}
+
+bool MappedLog::CopySlotStart(std::size_t slot, std::size_t bytes, LogMessage* to) const {
+  return Copy(to, kSlotsOffset + slot * sizeof(LogMessage), bytes);
 }
 
 bool MappedLog::CopyNumbers(std::size_t first, std::size_t count, std::uint64_t* to) const {
   static_assert(offsetof(LogMessage, sequence) == 0);
-  const unsigned char* const from = view + kSlotsOffset + first * sizeof(LogMessage);
-  return GuardedCopy(to, from, count * sizeof(*to), sizeof(LogMessage));
+  return Copy(to, kSlotsOffset + first * sizeof(LogMessage), count * sizeof(*to), sizeof(LogMessage));
 }
 
 const LogMessage* MappedLog::Slots() const {

@@ -7,10 +7,12 @@
 // Mapped bytes are copied through TamLogClientGuardedCopy, so that a page that cannot be read (the disk under
 // the mapping fails, or the file was cut) becomes a status.
 //
-// A mapped log belongs to one thread at a time.
+// A mapped log belongs to one thread at a time; LetGoIfStopped may be called from any other meanwhile.
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <mutex>
 #include <string>
 
 #include "client/live/event_names.h"
@@ -38,9 +40,16 @@ class MappedLog final : public LogMemory {
   void Close();
   bool IsOpen() const { return view != nullptr; }
 
+  // Releases view and mapping when the server has closed the log, whatever the owner's thread is doing: its
+  // copies fail from now on. From any thread. The owner still has to call Close.
+  void LetGoIfStopped();
+  // Returns whether LetGoIfStopped has released the log.
+  bool WasLetGo() const { return letGo; }
+
   bool CopyHeader(LogFileHeader& header) const override;
   bool CopyChangeCount(std::uint64_t& count) const override;
   bool CopySlots(std::size_t first, std::size_t count, LogMessage* to) const override;
+  bool CopySlotStart(std::size_t slot, std::size_t bytes, LogMessage* to) const override;
   bool CopyNumbers(std::size_t first, std::size_t count, std::uint64_t* to) const override;
   std::size_t SlotCount() const override;
   bool WaitForWriter(std::uint32_t timeoutMs) const override;
@@ -50,9 +59,15 @@ class MappedLog final : public LogMemory {
   const LogMessage* Slots() const;
 
  private:
+  Status OpenAll(const std::string& mapName, EventNames accepted);
   Status MapView();
   Status OpenReadWait(bool ofTheServer);
+  void CloseAll();
+  bool Copy(void* to, std::size_t offset, std::size_t bytes, std::size_t stride = 0) const;
 
+  std::mutex opening;  // guards opening, closing and releasing; never held while slots are copied
+  std::atomic<bool> letGo{false};
+  bool reserved = false;  // the view's addresses are kept from others until Close
   Handle mapping;
   Handle readWait;
   const unsigned char* view = nullptr;

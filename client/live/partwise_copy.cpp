@@ -34,10 +34,10 @@ std::optional<Status> PartwiseCopy::Run(std::uint32_t timeoutMs) {
   for (std::int64_t first = 0; first < capacity; first += partSlots) {
     const std::int64_t end = std::min(first + partSlots, capacity);
     const auto status =
-        Step(deadline, [&](const LogFileHeader& header) { return CopyPart(header, first, end); });
+        Step(deadline, [&](ConsistentRead& read) { return CopyPart(read.Header(), first, end); });
     if (status != Status::Ok) return status;
   }
-  const auto status = Step(deadline, [this](const LogFileHeader& header) { return CopyChanged(header); });
+  const auto status = Step(deadline, [this](ConsistentRead& read) { return CopyChanged(read); });
   if (status == Status::Ok) snapshot->header = last;
   return status;
 }
@@ -52,17 +52,22 @@ std::optional<Status> PartwiseCopy::Step(std::uint64_t deadline, Work work) {
     if (begun != Status::Ok) return begun;
     if (!Continues(read.Header())) return std::nullopt;
     if (!first && ZerosMayDiffer(last, read.Header())) zerosMayDiffer = true;
-    if (!work(read.Header())) return Status::InPage;
+    if (!work(read)) return Status::InPage;
     const std::uint64_t beforeEnd = log->Now();
     const std::optional<Status> ended = read.End();
     if (!ended) continue;
     if (ended != Status::Ok) return ended;
-    if (!first && log->Now() - *lastEnd > ConsistentRead::kLongestMs) return std::nullopt;
+    if (IsTooLate()) return std::nullopt;
     last = read.Header();
     lastEnd = beforeEnd;
     return Status::Ok;
-  } while (Remaining(deadline) > 0);
-  return Status::TimedOut;
+  } while (Remaining(deadline) > 0 && !IsTooLate());
+  return Remaining(deadline) > 0 ? std::nullopt : std::optional(Status::TimedOut);
+}
+
+// Returns whether the last consistent read was so long ago that the log may have been emptied since.
+bool PartwiseCopy::IsTooLate() const {
+  return lastEnd && log->Now() - *lastEnd > ConsistentRead::kLongestMs;
 }
 
 std::uint32_t PartwiseCopy::Remaining(std::uint64_t deadline) const {
@@ -89,13 +94,13 @@ bool PartwiseCopy::CopyPart(const LogFileHeader& header, std::int64_t first, std
   });
 }
 
-bool PartwiseCopy::CopyChanged(const LogFileHeader& header) {
-  const auto runs = OccupiedRuns(header, log->SlotCount());
-  return std::all_of(runs.begin(), runs.end(), [this](const SlotRun& run) { return CopyChangedRun(run); });
+bool PartwiseCopy::CopyChanged(ConsistentRead& read) {
+  const auto runs = OccupiedRuns(read.Header(), log->SlotCount());
+  return std::all_of(runs.begin(), runs.end(), [&](const SlotRun& run) { return CopyChangedRun(read, run); });
 }
 
-bool PartwiseCopy::CopyChangedRun(const SlotRun& run) {
-  for (std::int64_t first = run.begin; first < run.end; first += partSlots) {
+bool PartwiseCopy::CopyChangedRun(ConsistentRead& read, const SlotRun& run) {
+  for (std::int64_t first = run.begin; first < run.end && !read.IsInVain(); first += partSlots) {
     const std::int64_t end = std::min(first + partSlots, run.end);
     if (!CopyChangedPart(static_cast<std::size_t>(first), static_cast<std::size_t>(end))) return false;
   }

@@ -25,7 +25,7 @@ namespace TamLogClient {
 
 class PartwiseCopy {
  public:
-  static constexpr std::size_t kPartSlots = 16384;  // 9 MB, a few milliseconds
+  static constexpr std::size_t kPartSlots = 4096;  // 2.3 MB, a millisecond
 
   // Fills `filled`, whose slots have to be as many as the log's capacity.
   PartwiseCopy(const LogMemory& memory, LogSnapshot& filled, std::size_t slotsOfPart = kPartSlots);
@@ -35,16 +35,16 @@ class PartwiseCopy {
   std::optional<Status> Run(std::uint32_t timeoutMs);
 
  private:
-  // Does `work`, which is given the header and returns false for a page that cannot be read, in one
-  // consistent read; repeats it until the read is consistent.
+  // Does `work` in one consistent read, which it is given; repeats it until the read is consistent.
   template <typename Work>
   std::optional<Status> Step(std::uint64_t deadline, Work work);
   std::uint32_t Remaining(std::uint64_t deadline) const;
   bool Continues(const LogFileHeader& now) const;
+  bool IsTooLate() const;
   // These return false for a page that cannot be read.
   bool CopyPart(const LogFileHeader& header, std::int64_t first, std::int64_t end);
-  bool CopyChanged(const LogFileHeader& header);
-  bool CopyChangedRun(const SlotRun& run);
+  bool CopyChanged(ConsistentRead& read);
+  bool CopyChangedRun(ConsistentRead& read, const SlotRun& run);
   bool CopyChangedPart(std::size_t first, std::size_t end);
 
   const LogMemory* log;

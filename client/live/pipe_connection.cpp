@@ -39,6 +39,12 @@ Status Finish(HANDLE pipe, OVERLAPPED& operation, BOOL started, std::uint32_t ti
   return inTime ? StatusOfIo(GetLastError()) : Status::TimedOut;
 }
 
+// Returns 0 when the system does not say.
+std::uint32_t ServerOf(const Handle& pipe) {
+  ULONG processId = 0;
+  return GetNamedPipeServerProcessId(pipe.Get(), &processId) != FALSE ? std::uint32_t{processId} : 0U;
+}
+
 // A request that the server answers at once whatever it is doing, and the code of the answer.
 struct Probe {
   RequestCode question;
@@ -72,15 +78,6 @@ void PipeConnection::Close() {
   replyPipe.Close();
 }
 
-std::array<std::uint32_t, 2> PipeConnection::ServerProcesses() const {
-  const auto serverOf = [](const Handle& pipe) {
-    ULONG processId = 0;
-    return pipe && GetNamedPipeServerProcessId(pipe.Get(), &processId) != FALSE ? std::uint32_t{processId}
-                                                                                : 0U;
-  };
-  return {serverOf(requestPipe), serverOf(replyPipe)};
-}
-
 Status PipeConnection::Open(const CallDeadline& deadline) {
   Close();
   if (!ioEvent) ioEvent = Handle(CreateEventA(nullptr, TRUE, FALSE, nullptr));
@@ -103,7 +100,10 @@ Status PipeConnection::OpenRequestPipe(const CallDeadline& deadline) {
   std::uint64_t absentSince = GetTickCount64();
   for (;;) {
     requestPipe = OpenPipe(requestName, GENERIC_WRITE);
-    if (requestPipe) return Status::Ok;
+    if (requestPipe) {
+      servers = {ServerOf(requestPipe), 0};
+      return Status::Ok;
+    }
     const DWORD error = GetLastError();
     const std::uint64_t now = GetTickCount64();
     if (error == ERROR_ACCESS_DENIED) return Status::AccessDenied;
@@ -133,6 +133,7 @@ bool PipeConnection::TakeReplyPipe() {
   DWORD mode = PIPE_READMODE_MESSAGE;
   if (!taken || SetNamedPipeHandleState(taken.Get(), &mode, nullptr, nullptr) == FALSE) return false;
   replyPipe = std::move(taken);
+  servers[1] = ServerOf(replyPipe);
   return true;
 }
 

@@ -31,9 +31,10 @@ class PipeConnection {
   Status Open(const CallDeadline& deadline);
   void Close();
 
-  // Returns the processes that serve the request and the reply pipe; 0 where the system does not say. Any
-  // process may offer pipes of these names.
-  std::array<std::uint32_t, 2> ServerProcesses() const;
+  // Returns the processes that serve the request and the reply pipe that were opened last, also when they are
+  // closed again; 0 where none was opened or the system does not say. Any process may offer pipes of these
+  // names.
+  std::array<std::uint32_t, 2> ServerProcesses() const { return servers; }
 
   // Sends a request and receives its reply. Sets `sent` to whether the request left the client. Any failure
   // closes the connection: a late reply could be taken for the answer to another request.
@@ -54,6 +55,7 @@ class PipeConnection {
   Handle requestPipe;
   Handle replyPipe;
   Handle ioEvent;
+  std::array<std::uint32_t, 2> servers{};
   bool proven = false;        // the two pipes are known to be of one pair
   std::uint64_t lastUse = 0;  // GetTickCount64
 };

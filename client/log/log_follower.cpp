@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <set>
+#include <unordered_set>
 #include <utility>
 
 #include "client/log/ring.h"
@@ -67,6 +67,8 @@ struct LogFollower::Comparison {
 
 void LogFollower::Start(const LogSnapshot& snapshot) {
   departed.clear();
+  former.clear();
+  formerLeft = formerFrom = 0;
   completeFrom = 0;
   mayBeOthers = false;
   any = false;
@@ -83,13 +85,17 @@ void LogFollower::Resume(const FollowerMemory& memory) {
   slots.clear();
   departed.clear();
   firstCopies.clear();
+  former.clear();
   for (const KnownMessage& each : memory.known) {
-    if (each.isFirstCopy) {
+    if (each.kind == KnownMessage::Kind::FirstCopy) {
       firstCopies[each.identity].emplace(each.number, each.key);
     } else {
-      departed[each.identity] = {each.count, each.unnumbered, each.key, each.number};
+      (each.kind == KnownMessage::Kind::Former ? former : departed)[each.identity] = {
+          each.count, each.unnumbered, each.key, each.number};
     }
   }
+  formerLeft = memory.formerLeft;
+  formerFrom = memory.formerFrom;
   last = memory.header;
   suspect = memory.suspect;
   suspectUntil = memory.suspectUntil;
@@ -108,18 +114,26 @@ FollowerMemory LogFollower::Remembered(std::size_t mostMessages) const {
   memory.lastKey = lastKey;
   memory.completeFrom = completeFrom;
   memory.mayBeOthers = mayBeOthers;
-  for (const auto& [identity, each] : CollectKnown()) {
-    if (each.count == 0) continue;
-    memory.known.push_back(
-        {identity, each.key, each.count, std::min(each.unnumbered, each.count), each.number});
-  }
+  memory.formerLeft = formerLeft;
+  memory.formerFrom = formerFrom;
+  using Kind = KnownMessage::Kind;
+  const auto add = [&memory](const KnownMessages& messages, Kind kind) {
+    for (const auto& [identity, each] : messages) {
+      if (each.count == 0) continue;
+      memory.known.push_back(
+          {identity, each.key, each.count, std::min(each.unnumbered, each.count), each.number, kind});
+    }
+  };
+  add(CollectKnown(), Kind::Ordinary);
+  add(former, Kind::Former);
   for (const auto& [identity, copies] : firstCopies) {
-    for (const auto& [number, key] : copies) memory.known.push_back({identity, key, 1, 0, number, true});
+    for (const auto& [number, key] : copies)
+      memory.known.push_back({identity, key, 1, 0, number, Kind::FirstCopy});
   }
   for (std::uint32_t slot = 0; slot < slots.size(); ++slot) {
     const Slot& each = slots[slot];
     if (each.copied && WasValid(slot))
-      memory.known.push_back({each.identity, each.key, 1, 0, each.number, true});
+      memory.known.push_back({each.identity, each.key, 1, 0, each.number, Kind::FirstCopy});
   }
   if (memory.known.size() > mostMessages) {
     const auto cut = memory.known.begin() + static_cast<std::ptrdiff_t>(mostMessages);
@@ -128,6 +142,10 @@ FollowerMemory LogFollower::Remembered(std::size_t mostMessages) const {
     // Messages with equal times stay together; otherwise some of them would count as new.
     memory.completeFrom = std::max(memory.completeFrom, cut->key);
     std::erase_if(memory.known, [&](const KnownMessage& known) { return known.key < memory.completeFrom; });
+    if (formerLeft > 0 || !former.empty()) {
+      memory.formerLeft += former.size();
+      memory.formerFrom = std::max(memory.formerFrom, memory.completeFrom);
+    }
   }
   return memory;
 }
@@ -137,6 +155,10 @@ FollowStep LogFollower::Next(const LogSnapshot& snapshot, bool reopened) {
       OnlyAppended(snapshot, reopened) ? TakeAppended(snapshot) : TakeRewritten(snapshot, reopened);
   MarkLate(snapshot, step);
   return step;
+}
+
+bool LogFollower::RingHoldsAll() const {
+  return !suspect || last.messageCount < last.maxMessages || last.nextSlot == 0;
 }
 
 bool LogFollower::WasValid(std::uint32_t slot) const {
@@ -183,7 +205,7 @@ FollowStep LogFollower::TakeAppended(const LogSnapshot& snapshot) {
     const LogMessage& message = snapshot.slots[*at];
     if (suspect && WasValid(*at) && !slots[*at].copied) AddKnown(departed, *at);
     slots[*at] = {IdentityOf(message.body), TimeKey(message.body), message.sequence, false};
-    step.messages.push_back({*at, false});
+    if (!WasSentAgain(slots[*at].identity, slots[*at].key, step.loss)) step.messages.push_back({*at, false});
   }
   last = snapshot.header;
   EndSuspicion(snapshot, ring);
@@ -194,6 +216,7 @@ void LogFollower::AddKnown(KnownMessages& known, std::uint32_t slot) const {
   Known& entry = known[slots[slot].identity];
   entry.key = slots[slot].key;
   ++entry.count;
+  entry.stood = true;
   if (slots[slot].number == 0) {
     ++entry.unnumbered;
   } else {
@@ -306,7 +329,7 @@ bool LogFollower::IsCertainlyNew(const Comparison& comparison, const Candidate& 
 LogFollower::FirstCopies LogFollower::FirstCopiesIn(Comparison& comparison) const {
   FirstCopies copies;
   const LogSnapshot& snapshot = *comparison.snapshot;
-  if (!suspect || !snapshot.Full()) return copies;
+  if (!suspect || !snapshot.Full() || snapshot.header.nextSlot == 0) return copies;
   const auto ring = snapshot.RingOrder();
   std::vector<bool> inBlock(snapshot.slots.size());
   const std::size_t end = BlockEnd(snapshot, ring);
@@ -372,10 +395,27 @@ RingChange LogFollower::ChangeOf(const Comparison& comparison) const {
   change.oldSlotsDiffer = OldSlotsDiffer(comparison);
   change.knownInRing = comparison.knownInRing;
   change.doubtful = comparison.doubtful;
+  change.lostMayComeBack = !RingHoldsAll();
+  change.knownMayBeOthers = mayBeOthers || comparison.reopened;
+  change.isReturned.resize(comparison.snapshot->slots.size());
   for (const Candidate& each : comparison.candidates) {
+    change.isReturned[each.slot] = each.isNew;
+    if (each.isNew) ++change.returnedInAll;
     if (each.number < last.nextSequence) continue;
     ++(each.isNew ? change.returned : change.leftOut);
   }
+  if (change.ring.empty()) return change;
+  const std::uint64_t oldestSlot = TimeKey(comparison.snapshot->slots[change.ring.front()].body);
+  std::unordered_set<MessageIdentity, MessageIdentityHash> newer;  // two slots may hold the same message
+  for (std::uint32_t slot = 0; slot < slots.size(); ++slot) {
+    if (WasValid(slot) && slots[slot].key > oldestSlot) newer.insert(slots[slot].identity);
+  }
+  if (slots.empty() && RingHoldsAll()) {  // resumed: then all known ones stood in the ring
+    for (const auto& [identity, each] : departed) {
+      if (each.key > oldestSlot) newer.insert(identity);
+    }
+  }
+  change.newerThanOldestSlot = newer.size();
   return change;
 }
 
@@ -400,6 +440,40 @@ Loss LogFollower::Settle(Comparison& comparison) {
   return CasesOf(ChangeOf(comparison)).Bounds();
 }
 
+// The messages of the run that has ended, unless they are in the ring again, may be sent once more.
+void LogFollower::BeginRun(const Comparison& comparison) {
+  if (completeFrom > 0) {
+    const auto held = static_cast<std::uint64_t>(std::max(last.messageCount, 0));
+    formerLeft += held - std::min(held, comparison.knownInRing);
+    formerFrom = std::max(formerFrom, completeFrom);
+  }
+  const std::size_t most = 2 * std::max(slots.size(), comparison.snapshot->slots.size());
+  if (former.size() + comparison.known.size() > most) former.clear();
+  for (const auto& [identity, each] : comparison.known) {
+    if (each.count > 0) former.insert_or_assign(identity, each);
+  }
+}
+
+void LogFollower::EndFormer() {
+  former.clear();
+  formerLeft = formerFrom = 0;
+}
+
+// Returns whether a message that came into the ring is one of the run before. One that is older than the
+// memory reaches may be: it is taken for one, and counts as possibly lost.
+bool LogFollower::WasSentAgain(const MessageIdentity& identity, std::uint64_t key, Loss& loss) {
+  if (former.empty() && formerLeft == 0) return false;
+  const auto entry = former.find(identity);
+  if (entry != former.end()) {
+    if (--entry->second.count == 0) former.erase(entry);
+    return true;
+  }
+  if (formerLeft == 0 || key >= formerFrom) return false;
+  --formerLeft;
+  if (loss.most) ++*loss.most;
+  return true;
+}
+
 FollowStep LogFollower::TakeRewritten(const LogSnapshot& snapshot, bool reopened) {
   FollowStep step;
   Comparison comparison;
@@ -415,11 +489,14 @@ FollowStep LogFollower::TakeRewritten(const LogSnapshot& snapshot, bool reopened
   if (comparison.run != Run::Other) TakeOldNumbers(comparison);
   TakeOthers(comparison);
   step.loss = Settle(comparison);
-  for (const Candidate& each : comparison.candidates) {
-    if (each.isNew) step.messages.push_back({each.slot, false});
-  }
   step.cleared = last.messageCount > 0 && comparison.knownInRing == 0 && !snapshot.Full();
   step.rewritten = snapshot.header.rewriteCount != last.rewriteCount;
+  if (comparison.run != Run::Other && step.cleared) EndFormer();
+  for (const Candidate& each : comparison.candidates) {
+    if (each.isNew && !WasSentAgain(each.identity, each.key, step.loss))
+      step.messages.push_back({each.slot, false});
+  }
+  if (comparison.run == Run::Other) BeginRun(comparison);
   if (step.cleared) suspect = false;
   if (step.cleared || comparison.run == Run::Other) comparison.known.clear();
   Remember(snapshot, comparison.candidates, std::move(comparison.known));
@@ -435,9 +512,9 @@ void LogFollower::Remember(const LogSnapshot& snapshot, const std::vector<Candid
   slots.assign(snapshot.slots.size(), {});
   for (const Candidate& each : candidates)
     slots[each.slot] = {each.identity, each.key, each.number, each.copied};
-  EndSuspicion(snapshot, ring);
   departed.clear();
-  if (!suspect) return;
+  EndSuspicion(snapshot, ring);
+  if (RingHoldsAll()) return;
   std::erase_if(gone, [](const auto& entry) { return entry.second.count == 0; });
   // The server can write again only its newest `maxMessages` messages: older ones never come back.
   if (gone.size() > snapshot.slots.size()) {
@@ -449,17 +526,20 @@ void LogFollower::Remember(const LogSnapshot& snapshot, const std::vector<Candid
     const std::uint64_t oldestKept = ages[static_cast<std::size_t>(excess)];
     std::erase_if(gone, [oldestKept](const auto& entry) { return entry.second.key < oldestKept; });
   }
+  // Any number of messages may have the same time.
+  if (gone.size() > 2 * snapshot.slots.size())
+    std::erase_if(gone, [](const auto& entry) { return !entry.second.stood; });
+  for (auto& entry : gone) entry.second.stood = false;
   departed = std::move(gone);
 }
 
 void LogFollower::EndSuspicion(const LogSnapshot& snapshot, const std::vector<std::uint32_t>& ring) {
-  // In a ring that is not full every message that the server holds stands in the ring.
-  if (!suspect || !snapshot.Full()) completeFrom = 0;
-  if (!suspect) return;
-  suspect = !snapshot.Full() || !std::all_of(ring.begin(), ring.end(), [&](std::uint32_t slot) {
-    return snapshot.slots[slot].sequence >= suspectUntil;
-  });
-  if (suspect) return;
+  if (suspect) {
+    suspect = !snapshot.Full() || !std::all_of(ring.begin(), ring.end(), [&](std::uint32_t slot) {
+      return snapshot.slots[slot].sequence >= suspectUntil;
+    });
+  }
+  if (!RingHoldsAll()) return;
   departed.clear();
   completeFrom = 0;
   mayBeOthers = false;

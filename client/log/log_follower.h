@@ -9,7 +9,11 @@
 // each other byte by byte can be told apart only as far as numbers and counters show it; where they do not,
 // the message counts as known, and a possible loss is reported.
 //
-// Memory is bounded by twice the ring's number of slots (40 bytes each and the table's overhead).
+// A log that another run of the server has emptied may get its old messages again (a change of capacity that
+// keeps them sends them a second time). A message that equals one known from before is then taken for it, as
+// often as it was known.
+//
+// Memory is bounded by five times the ring's number of slots (40 bytes each and the table's overhead).
 //
 // A follower belongs to one thread.
 
@@ -60,6 +64,7 @@ class LogFollower {
     std::uint32_t unnumbered = 0;  // of them: stored without a number
     std::uint64_t key = 0;
     std::uint64_t number = 0;  // of one that is numbered
+    bool stood = false;        // one of them was in the ring at the last snapshot
   };
   using KnownMessages = std::unordered_map<MessageIdentity, Known, MessageIdentityHash>;
 
@@ -87,6 +92,9 @@ class LogFollower {
   FollowStep TakeRewritten(const LogSnapshot& snapshot, bool reopened);
   std::vector<Candidate> CandidatesOf(const LogSnapshot& snapshot) const;
   Run RunOf(const Comparison& comparison) const;
+  void BeginRun(const Comparison& comparison);
+  void EndFormer();
+  bool WasSentAgain(const MessageIdentity& identity, std::uint64_t key, Loss& loss);
   bool RecognizeCopy(const Candidate& candidate);
   static bool Recognize(Comparison& comparison, const Candidate& candidate);
   void TakeOldNumbers(Comparison& comparison);
@@ -104,6 +112,9 @@ class LogFollower {
   void EndSuspicion(const LogSnapshot& snapshot, const std::vector<std::uint32_t>& ring);
   void MarkLate(const LogSnapshot& snapshot, FollowStep& step);
   bool WasValid(std::uint32_t slot) const;
+  // Returns whether every message that the server held at the last snapshot stood in the ring: no full
+  // rewrite came, or nothing was appended since the last one.
+  bool RingHoldsAll() const;
 
   struct Slot {
     MessageIdentity identity;
@@ -128,6 +139,11 @@ class LogFollower {
   // The log may have been emptied meanwhile: then the departed messages do not come back, and one that equals
   // them is another.
   bool mayBeOthers = false;
+  // Messages known from a run of the log that has ended, which may be sent again. Up to `formerLeft` of those
+  // older than `formerFrom` were cut off from the memory that this follower resumed from.
+  KnownMessages former;
+  std::uint64_t formerLeft = 0;
+  std::uint64_t formerFrom = 0;
   bool any = false;           // a message was reported or known
   std::uint64_t lastKey = 0;  // of the last one reported
 };

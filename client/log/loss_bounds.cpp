@@ -64,6 +64,35 @@ bool BlockRises(const RingChange& change) {
   return false;
 }
 
+std::uint64_t Less(std::uint64_t from, std::uint64_t number) {
+  return from - std::min(from, number);
+}
+
+// Returns how many messages with new numbers, taken for known ones, can be new. An insertion alone writes
+// every message again that is newer than the first one it writes, so that the known one and its twin are both
+// there; only of those with the same time one may be missing.
+std::uint64_t MostTwinsLeftOut(const RingChange& change) {
+  const std::uint64_t numbered = change.Numbered();
+  if (change.Changes() > 1 || change.knownMayBeOthers || numbered > change.ring.size()) return change.leftOut;
+  const std::size_t first = change.ring.size() - static_cast<std::size_t>(numbered);
+  std::uint64_t twins = 0;
+  for (std::size_t i = first; i < change.ring.size(); ++i) {
+    const bool sameTime = TimeKey(At(change, i).body) == TimeKey(At(change, first).body);
+    if (sameTime && !change.isReturned[change.ring[i]]) ++twins;
+  }
+  return twins;
+}
+
+// Returns the bounds for `least` to `most` new messages with numbers.
+Loss LossOf(const RingChange& change, std::uint64_t least, std::uint64_t most) {
+  Loss loss{Less(least, change.returned), Less(most, change.returned)};
+  // Where one that was lost before has come back, a new one may have been taken for a known one. The first
+  // message of an insertion is new.
+  if (change.lostMayComeBack && change.returned > least)
+    loss.most = std::max(*loss.most, std::min(MostTwinsLeftOut(change), Less(most, 1)));
+  return loss;
+}
+
 // Returns the bounds for `new messages`, which are at least `least`, at most `most`, and `remainder` modulo
 // the capacity.
 std::optional<Loss> LossAmong(const RingChange& change, std::uint64_t least, std::uint64_t most,
@@ -72,7 +101,7 @@ std::optional<Loss> LossAmong(const RingChange& change, std::uint64_t least, std
   least += (remainder + capacity - least % capacity) % capacity;
   if (least > most) return std::nullopt;
   most -= (most + capacity - remainder) % capacity;
-  return Loss{least - change.returned, most - change.returned};
+  return LossOf(change, least, most);
 }
 
 // Appends and insertions. The next slot moves by one for each new message, and while the ring fills so does
@@ -87,14 +116,15 @@ std::optional<Loss> IfKept(const RingChange& change) {
   if (change.Numbered() < 2 * rewrites) return std::nullopt;  // each writes an old and a new message
   const std::uint64_t most =
       std::min(change.Numbered() - rewrites, change.returned + change.leftOut + MostOverwritten(change));
-  std::uint64_t least = rewrites == 0 ? change.Numbered() : change.returned;
+  // Those that come back have a new number.
+  const std::uint64_t returnedNew = change.lostMayComeBack ? rewrites : change.returned;
+  std::uint64_t least = rewrites == 0 ? change.Numbered() : returnedNew;
   const std::int64_t more = std::int64_t{now.messageCount} - before.messageCount;
-  if (more < 0) return std::nullopt;
-  if (least < change.returned) return std::nullopt;
+  if (more < 0 || least < returnedNew) return std::nullopt;
   if (!change.now->Full()) {
     const auto came = static_cast<std::uint64_t>(more);
     if (came < least || came > most) return std::nullopt;
-    return Loss{came - change.returned, came - change.returned};
+    return LossOf(change, came, came);
   }
   least = std::max(least, static_cast<std::uint64_t>(more));
   const std::int64_t moved = std::int64_t{now.nextSlot} - before.nextSlot;
@@ -128,7 +158,9 @@ std::optional<Loss> IfCleared(const RingChange& change) {
   if (numbered < change.ring.size()) return std::nullopt;
   const std::uint64_t most = numbered - change.returned;
   if (change.Rewrites() > 1) return Loss{change.leftOut, most};
-  // All but the clear were appends.
+  // All but the clear were appends: one before it for what is lost, and one after it for what is there.
+  const std::uint64_t flushes = (numbered > change.ring.size() ? 1U : 0U) + (change.ring.empty() ? 0U : 1U);
+  if (change.Changes() < 1 + flushes) return std::nullopt;
   const std::uint64_t appends = change.Changes() - 1;
   const auto mostOfOne = static_cast<std::uint64_t>(change.now->header.maxMessages) - 1;
   if (mostOfOne < kUnbounded / std::max<std::uint64_t>(appends, 1) && numbered > appends * mostOfOne)
@@ -138,17 +170,110 @@ std::optional<Loss> IfCleared(const RingChange& change) {
   return Loss{most, most};
 }
 
+// Returns the position in the ring from which on numbers rise that were assigned since the first snapshot.
+// (The last slot left of a full rewrite can look like the first of these.)
+std::size_t SpanBegin(const RingChange& change) {
+  const std::uint64_t least = std::max<std::uint64_t>(change.FirstNumber(), 1);
+  std::size_t begin = change.ring.size();
+  for (; begin > 0 && At(change, begin - 1).sequence >= least; --begin) {
+    if (begin < change.ring.size() && At(change, begin - 1).sequence >= At(change, begin).sequence) break;
+  }
+  return begin;
+}
+
+// The state of the ring some time after its last full rewrite, which came after the first snapshot. That
+// wrote the server's whole list, the newest message into slot 0. So the next slot shows how many messages
+// came since: they are all in the ring, at its end, and as many of the others are hidden.
+struct Block {
+  std::size_t end = 0;        // position in the ring after the last slot left of the full rewrite
+  std::uint64_t since = 0;    // messages that came since
+  std::uint64_t hidden = 0;   // new messages of the rewrite that were overwritten since, at most
+  std::uint64_t changes = 0;  // flushes before the full rewrite, at most
+};
+
+// Returns nothing when there was no full rewrite, or nothing is left of it.
+std::optional<Block> BlockOf(const RingChange& change) {
+  Block block;
+  block.end = SpanBegin(change);
+  block.since = static_cast<std::uint64_t>(change.now->header.nextSlot);
+  const std::uint64_t span = change.ring.size() - block.end;
+  if (block.since > span || (block.since > 0 && change.Changes() < 2)) return std::nullopt;
+  if (change.Rewrites() == 1 && span > block.since + 1) return std::nullopt;
+  block.changes = change.Changes() - (block.since > 0 ? 2 : 1);
+  // Messages newer than the first slot that is left were in the slots before it. (After four changes a
+  // restart that nobody noticed may have made the server forget some.)
+  const bool listGrew = change.Rewrites() == 1 || change.Changes() < 4;
+  block.hidden = block.since - std::min(block.since, listGrew ? change.newerThanOldestSlot : 0);
+  // Insertions that reached back to the end of the block have overwritten its oldest messages as well.
+  if (change.Rewrites() > 1) block.hidden += span - block.since;
+  return block;
+}
+
+// A single full rewrite, and only appends otherwise: each number was assigned to another message.
+std::optional<Loss> AroundOneRewrite(const RingChange& change, const Block& block) {
+  const std::size_t size = change.ring.size();
+  const std::uint64_t since = block.since;
+  if (since > 0 && At(change, size - since).sequence + since != change.now->header.nextSequence)
+    return std::nullopt;
+  const std::uint64_t gone = change.Numbered() - std::min(change.Numbered(), change.returned);
+  const std::uint64_t back =
+      change.lostMayComeBack ? change.returnedInAll - std::min(change.returnedInAll, change.returned) : 0;
+  return Loss{gone - std::min(gone, back), gone + block.hidden + change.doubtful};
+}
+
+// Returns whether a slot of the block shows that the log was not cleared: its message got its number before
+// the first snapshot.
+bool ShowsNoClear(const RingChange& change, const Block& block) {
+  for (std::size_t i = 0; i < block.end; ++i) {
+    const std::uint64_t number = At(change, i).sequence;
+    if (number > 0 && number < change.FirstNumber()) return true;
+  }
+  return false;
+}
+
+// Several rewrites, the last full one among them. A message that came before that one and was dropped from
+// the server's list until then made room for a newer one, which is in the list still; so at most as many were
+// dropped after each flush as new ones are left.
+Loss AroundSeveralRewrites(const RingChange& change, const Block& block) {
+  std::uint64_t twins = 0;  // messages with new numbers, taken for known ones, that may be new
+  std::uint64_t inSpan = 0;
+  std::uint64_t returnedInSpan = 0;
+  for (std::size_t i = 0; i < change.ring.size(); ++i) {
+    if (At(change, i).sequence < std::max<std::uint64_t>(change.FirstNumber(), 1)) continue;
+    const bool isReturned = change.isReturned[change.ring[i]];
+    if (i < block.end) {
+      if (!isReturned) ++twins;
+    } else if (!isReturned) {
+      ++inSpan;
+    } else if (i > block.end) {  // the first slot may be one of the block
+      ++returnedInSpan;
+    }
+  }
+  twins += std::min(inSpan, block.since - std::min(block.since, returnedInSpan));
+  const std::uint64_t visible = change.returnedInAll + twins;
+  const std::uint64_t newInBlock = visible - std::min(visible, block.since) + change.doubtful + block.hidden;
+  if (newInBlock > 0 && block.changes > 1) return kUnknown;
+  const std::uint64_t dropped = newInBlock > 0 ? newInBlock * block.changes : 0;
+  return {0, dropped + block.hidden + twins + change.doubtful};
+}
+
 std::optional<Loss> IfRewritten(const RingChange& change) {
   if (change.Rewrites() == InsertionsSeen(change)) return std::nullopt;
   if (!change.now->Full()) {
     return change.Rewrites() > 1 && CanHaveBeenEmpty(change) ? std::optional(kUnknown) : std::nullopt;
   }
   if (BlockRises(change)) return std::nullopt;
-  if (change.Changes() > 1) return kUnknown;
-  if (change.Numbered() > 0) return std::nullopt;
-  // One flush, so everything that it wrote is still there. Only a burst that replaced the whole ring may have
-  // held more messages than the ring: those never reached the file, and no counter shows them.
-  return change.knownInRing == 0 ? kUnknown : Loss{0, change.doubtful};
+  if (change.Changes() == 1 && change.Numbered() > 0) return std::nullopt;
+  // The block was overwritten; or number 0 was assigned, and nothing tells that message from those without
+  // one.
+  if (SpanBegin(change) == 0 || (change.FirstNumber() == 0 && change.Numbered() > 0)) return kUnknown;
+  const std::optional<Block> block = BlockOf(change);
+  if (!block) return std::nullopt;
+  // A burst that replaced the whole ring may have held more messages than the ring: those never reached the
+  // file, and no counter shows them.
+  if (change.knownInRing == 0) return kUnknown;
+  if (change.Rewrites() == 1) return AroundOneRewrite(change, *block);
+  return ShowsNoClear(change, *block) ? AroundSeveralRewrites(change, *block) : kUnknown;
 }
 
 }  // namespace

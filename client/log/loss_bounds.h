@@ -15,7 +15,7 @@
 // (A stop can raise `changeCount` without a change.)
 //
 // Each one leaves its traces in the counters and in the numbers of the slots. The bounds cover every one of
-// them that the traces allow. docs/log_file_format.md, "How the server writes", has the rules.
+// them that the traces allow. docs/protocol_background.md, "How the server writes", has the rules.
 
 #include <cstdint>
 #include <limits>
@@ -49,10 +49,19 @@ struct RingChange {
   std::vector<std::uint32_t> ring;  // of `now`, oldest slot first
   // A slot whose number was assigned before the first snapshot has other bytes than it had then.
   bool oldSlotsDiffer = false;
-  std::uint64_t returned = 0;     // messages with new numbers that the follower returns
+  std::vector<bool> isReturned;  // by slots of `now`: the follower returns the message
+  std::uint64_t returned = 0;    // messages with new numbers that the follower returns
+  std::uint64_t returnedInAll = 0;
   std::uint64_t leftOut = 0;      // messages with new numbers that it takes for known ones
   std::uint64_t knownInRing = 0;  // messages of the ring that it takes for known ones, in all
   std::uint64_t doubtful = 0;  // messages without a number that it takes for known ones and that may be new
+  // Messages of the first snapshot that are newer than the oldest slot of the second one.
+  std::uint64_t newerThanOldestSlot = 0;
+  // Messages that were lost before may be among the returned ones: the server held some that did not stand in
+  // the ring at the first snapshot.
+  bool lostMayComeBack = false;
+  bool knownMayBeOthers =
+      false;  // the server may have forgotten known messages that do not stand in the ring
 };
 
 // Returns the largest number of messages that an append or an insertion can have overwritten since the first

@@ -13,7 +13,7 @@ const char* StatusText(Status status) {
     case Status::TimedOut:
       return "no answer in time";
     case Status::Stuck:
-      return "a lock of the shared log was not released in time";
+      return "the server waits for a reader of its log, which has probably died";
     case Status::Refused:
       return "the server refused the request";
     case Status::NoSuchFilter:

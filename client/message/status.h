@@ -12,7 +12,7 @@ enum class Status : std::uint8_t {
   NotRunning,     // no server answers, or nothing is shared
   AccessDenied,   // the system refused access to the pipe, the mapping or the file
   TimedOut,       // no answer within the caller's time-out
-  Stuck,          // a lock of the sharing protocol was not released in time: its holder has probably died
+  Stuck,          // the server waits for a reader of another program, which has probably died
   Refused,        // the server answered that the request failed or is unknown to it
   NoSuchFilter,   // the index is after the last filter
   BadValue,       // a value that the server or the file format does not allow; nothing was sent or written

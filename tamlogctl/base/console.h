@@ -65,7 +65,8 @@ bool EnvironmentHas(const char* name);
 std::string EnvironmentValue(const char* name);
 
 // Sends standard output through the user's pager: the program that PAGER names, or on POSIX systems `less`
-// when PAGER is not set. Begin it after everything that depends on standard output being a terminal.
+// when PAGER is not set. On Windows it is never a program of the current directory. Begin it after everything
+// that depends on standard output being a terminal.
 class Pager {
  public:
   Pager() = default;

@@ -15,6 +15,8 @@
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/console_pieces.h"
 #include "tamlogctl/base/console_system.h"
+#include "tamlogctl/base/program_search.h"
+#include "tamlogctl/base/system_text.h"
 #include "tamlogctl/base/wide_text.h"
 
 namespace TamLogCtl {
@@ -139,7 +141,7 @@ std::string StdoutProblem() {
   const DWORD error = GetLastError();
   const bool closed =
       error == ERROR_BROKEN_PIPE || error == ERROR_NO_DATA || error == ERROR_PIPE_NOT_CONNECTED;
-  return closed ? "" : "error " + std::to_string(error);
+  return closed ? "" : SystemText(error);
 }
 
 bool WriteErr(std::string_view text) {
@@ -177,21 +179,11 @@ namespace {
 TamLogClient::Handle pagerProcess;
 TamLogClient::Handle pagerPipe;
 
-// Returns the full path of the system's command interpreter: a name alone would be looked for in the current
-// directory, too, where somebody else may have put a program of that name.
-std::wstring CommandInterpreter() {
-  std::array<wchar_t, MAX_PATH> directory{};
-  const UINT length = GetSystemDirectoryW(directory.data(), static_cast<UINT>(directory.size()));
-  return length == 0 || length >= directory.size() ? L"" : std::wstring(directory.data()) + L"\\cmd.exe";
-}
-
-// Runs the command with `input` as its standard input; its output goes to the console.
-TamLogClient::Handle StartWithInput(const std::wstring& command, HANDLE input) {
-  const std::wstring program = CommandInterpreter();
-  if (program.empty()) return {};
-  // The interpreter would look for the pager in the current directory first as well.
+// Runs the program with `input` as its standard input; its output goes to the console.
+TamLogClient::Handle StartWithInput(const ProgramCommand& command, HANDLE input) {
+  // A pager that is a script finds its programs without the current directory, too.
   SetEnvironmentVariableW(L"NoDefaultCurrentDirectoryInExePath", L"1");
-  std::wstring line = L"\"" + program + L"\" /d /c " + command;
+  std::wstring line = command.line;
   STARTUPINFOW startup{};
   startup.cb = sizeof(startup);
   startup.dwFlags = STARTF_USESTDHANDLES;
@@ -199,19 +191,25 @@ TamLogClient::Handle StartWithInput(const std::wstring& command, HANDLE input) {
   startup.hStdOutput = GetStdHandle(STD_OUTPUT_HANDLE);
   startup.hStdError = GetStdHandle(STD_ERROR_HANDLE);
   PROCESS_INFORMATION process{};
-  if (CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
-                     &process) == FALSE) {
+  if (CreateProcessW(command.program.c_str(), line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
+                     &startup, &process) == FALSE)
     return {};
-  }
   CloseHandle(process.hThread);
   return TamLogClient::Handle(process.hProcess);
 }
 
+void SayNoPager(const std::string& chosen) {
+  Say("PAGER '" + chosen + "': cannot be started; name a program of PATH or its full path");
+}
+
 }  // namespace
 
+// Without the pager the output goes to the console.
 void Pager::Begin() {
   const std::string chosen = EnvironmentValue("PAGER");
   if (active || chosen.empty() || !StdoutIsTerminal()) return;
+  const auto command = FindProgram(Utf8ToWide(chosen));
+  if (!command) return SayNoPager(chosen);
   SECURITY_ATTRIBUTES inherited{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
   HANDLE readEnd = nullptr;
   HANDLE writeEnd = nullptr;
@@ -219,8 +217,8 @@ void Pager::Begin() {
   const TamLogClient::Handle input(readEnd);
   pagerPipe = TamLogClient::Handle(writeEnd);
   SetHandleInformation(writeEnd, HANDLE_FLAG_INHERIT, 0);
-  pagerProcess = StartWithInput(Utf8ToWide(chosen), input.Get());
-  if (!pagerProcess) return;
+  pagerProcess = StartWithInput(*command, input.Get());
+  if (!pagerProcess) return SayNoPager(chosen);
   SetStdHandle(STD_OUTPUT_HANDLE, pagerPipe.Get());
   active = true;
 }

@@ -21,7 +21,7 @@ std::string Explain(Status status) {
     case Status::ForeignEvents:
       return text + "; see: tamlogctl doctor";
     case Status::NotSupported:
-      return text + "; show, stats and export read a copied log with --file";
+      return text + "; show, stats and export read a copied log with --file, and convert makes one";
     default:
       return text;
   }

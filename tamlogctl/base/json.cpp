@@ -1,6 +1,7 @@
 #include "tamlogctl/base/json.h"
 
 #include <algorithm>
+#include <limits>
 #include <nlohmann/json.hpp>
 
 #include "client/message/utf8.h"
@@ -104,7 +105,9 @@ const std::string* Json::FindString(std::string_view name) const {
 }
 
 std::optional<std::int64_t> Json::AsInteger() const {
-  if (const auto number = AsUnsigned()) return static_cast<std::int64_t>(*number);
+  constexpr auto kLargest = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+  if (const auto number = AsUnsigned())
+    return *number > kLargest ? std::nullopt : std::optional(static_cast<std::int64_t>(*number));
   const auto* const number = std::get_if<std::int64_t>(&value);
   return number == nullptr ? std::nullopt : std::optional(*number);
 }

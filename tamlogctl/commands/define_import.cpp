@@ -8,16 +8,17 @@ namespace TamLogCtl {
 namespace {
 
 constexpr const char* kImportFooter =
-    R"(FILE is a log file, what this program has exported (json, json-array, csv, tsv, export, rfc5424, raw), csv with a
-head line, or a text whose lines begin with a time: ISO times, syslog of RFC 3164 or 5424. Messages keep their times;
-the server sorts them in. Messages that the log already holds are not sent, so the same import may run twice; --again
-sends them. After a restart of the server it sends again what the restart has lost.
+    R"(FILE is a log file, what this program has exported (json, json-array, csv, tsv, export, rfc5424, raw, short, full),
+csv with a head line, or a text whose lines begin with a time: ISO times, syslog of RFC 3164 or 5424; - is standard
+input. Messages keep their times; the server sorts them in. Messages that the log already holds are not sent, so the
+same import may run twice; --again sends them. After a restart of the server it sends again what the restart has lost.
 Exit codes: 0 all are in the log, 1 some were dropped, 3 no server, 6 some were refused, 7 the log file is
 damaged.
 
 Examples:
   tamlogctl import backup.dat                 the readable messages of a log file
   tamlogctl import saved.json                 what `show -o json` wrote
+  zcat day.json.gz | tamlogctl import -       from a pipe (import reads .gz itself, too)
   tamlogctl import dpkg.log /var/log/syslog   lines with a time, merged by time
   tamlogctl import --input tsv a.txt b.txt    lines of tsv, merged by time)";
 
@@ -38,7 +39,7 @@ std::vector<Option> ReadingFiles(ReadingFilesOptions& to) {
       Words("--input", formats, to.choice.format, "Format of the files (auto detects it)"),
       Value("--fields", "A,B", Text(to.fields), "Columns of csv without a head line, and of tsv"),
       Value("-s,--source", "SOURCE", Text(to.choice.source),
-            "Source of lines that name none (the file's name)"),
+            "Source of lines that name none (the file's name, stdin)"),
       Value("-t,--type", "TYPE", Number(0, 3, to.choice.type), "Type of lines that state none, 0 to 3 (0)"),
       Value("--type-names", "0=NAME,...", Text(to.typeNames),
             "Names of the types; a line with the severity of such a name gets the type"),
@@ -58,7 +59,8 @@ Verb Import() {
   const auto options = std::make_shared<ImportOptions>();
   Verb verb = MakeVerb("import", "Send the messages of files to the running server", kImportFooter, options,
                        ImportFiles);
-  verb.Add({Operands("FILE", Files(options->files), "Log files, exported messages, or logs of other programs")
+  verb.Add({Operands("FILE", Files(options->files),
+                     "Log files, exported messages, or logs of other programs; - is standard input")
                 .Required()});
   verb.Add(ReadingFiles(*options));
   verb.Add({
@@ -79,7 +81,9 @@ Verb Convert() {
   const auto options = std::make_shared<ConvertOptions>();
   Verb verb = MakeVerb("convert", "Make a log file of other logs, without a server", kConvertFooter, options,
                        ConvertFiles);
-  verb.Add({Operands("FILE", Files(options->files), "Files to read, and last the new log file").Required()});
+  verb.Add({Operands("FILE", Files(options->files),
+                     "Files to read (- is standard input), and last the new log file")
+                .Required()});
   verb.Add(ReadingFiles(*options));
   verb.Add({
       Value("--capacity", "N", Number(1, kMostMessages, options->capacity),

@@ -23,6 +23,7 @@ using TamLogClient::Status;
 constexpr const char* kNone = "none";
 constexpr std::string_view kPlace = "target";
 constexpr std::string_view kHeld = "held";
+constexpr std::string_view kFirstMemory = "memory1 ";  // of earlier versions: then the cursor counts
 
 // A device is not read: it may be unterminated, and could not be replaced.
 bool IsOrdinaryOrMissing(const std::string& path) {
@@ -106,6 +107,7 @@ bool Parse(std::string_view rest, CursorFile& to, CursorFileText& text) {
     if (!to.place) return false;
   }
   if (!TakeHeld(rest, to, text)) return false;
+  if (to.cursor && rest.starts_with(kFirstMemory)) rest = {};
   if (!rest.empty()) to.memory = TamLogClient::ParseMemory(rest);
   text.memory = rest;
   return to.memory.has_value() == !text.memory.empty();

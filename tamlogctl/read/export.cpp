@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "client/file/atomic_file.h"
+#include "client/file/log_file_image.h"
 #include "client/log/cursor.h"
 #include "client/message/log_message_view.h"
 #include "tamlogctl/base/console.h"
@@ -119,6 +120,11 @@ int Export::WriteLog() {
 
 int Export::Run() {
   int refused = kUsage;
+  // A log may replace itself with another capacity; a text in its place would end it.
+  for (const std::string& file : options.files) {
+    if (!options.asLog && TamLogClient::IsSameFile(file, options.target))
+      return Refuse(kUsage, options.target + ": is the log that is read; give another name");
+  }
   const auto selection = MakeSelection(options.selection, options.output, refused);
   auto formatter = selection ? MakeFileFormatter(options.output) : std::nullopt;
   auto position = formatter ? ReadingPosition::Make(options, refused) : std::nullopt;

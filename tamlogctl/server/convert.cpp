@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "client/file/log_file_image.h"
 #include "client/file/log_file_writer.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/counted.h"
@@ -41,8 +42,13 @@ int Write(const std::string& target, const std::vector<LogMessageBody>& messages
 int ConvertFiles(const ConvertOptions& options) {
   ReadingFilesOptions chosen = options;
   if (!CompleteChoice(chosen)) return kUsage;
+  chosen.choice.quiet = options.quiet;
   const std::vector<std::string> sources(options.files.begin(), options.files.end() - 1);
   const std::string& target = options.files.back();
+  for (const std::string& source : sources) {
+    if (TamLogClient::IsSameFile(source, target))
+      return Refuse(kUsage, target + ": is a file to read as well; name the new log file last");
+  }
   std::vector<LogMessageBody> messages;
   const int exitCode = ReadImports(sources, chosen.choice, messages);
   if (!HasOutput(exitCode) && exitCode != kNegative) return exitCode;

@@ -1,7 +1,7 @@
 #include "tamlogctl/server/delivery.h"
 
 #include <algorithm>
-#include <unordered_set>
+#include <vector>
 
 #include "tamlogctl/base/exit_code.h"
 
@@ -172,14 +172,19 @@ bool Delivery::Review() {
   return status == Status::Ok;
 }
 
+// Most messages of the log are none of ours; their identities are not computed. The keys are sorted, not
+// hashed: any user can send messages whose times a hash table would put into one bucket.
 void Delivery::RemoveArrived(const LogSnapshot& log) {
-  std::unordered_set<std::uint64_t> keys;  // of times: most messages of the log are none of ours
-  for (const Entry& entry : waiting) keys.insert(TimeKey(entry.body));
+  std::vector<std::uint64_t> keys;
+  keys.reserve(waiting.size());
+  for (const Entry& entry : waiting) keys.push_back(TimeKey(entry.body));
+  std::sort(keys.begin(), keys.end());
   const Oldest oldest = OldestOf(log);
   MessageCounts there;
   for (const std::uint32_t slot : log.RingOrder()) {
     const LogMessageBody& body = log.slots[slot].body;
-    if (!known.empty() || keys.contains(TimeKey(body))) ++there[IdentityOf(body)];
+    if (!known.empty() || std::binary_search(keys.begin(), keys.end(), TimeKey(body)))
+      ++there[IdentityOf(body)];
   }
   MessageCounts copies = there;
   for (auto& [identity, count] : known) {

@@ -6,6 +6,7 @@
 #include "client/live/handle.h"
 #include "client/message/win32.h"
 #include "tamlogctl/base/wide_text.h"
+#include "tamlogctl/server/log_path.h"
 
 namespace TamLogCtl {
 
@@ -14,7 +15,6 @@ namespace {
 using TamLogClient::Handle;
 
 constexpr std::uint64_t kMostBytes = 65536;
-constexpr wchar_t kName[] = L"\\TamLogServiceLog.txt";
 
 std::wstring NewerOf(const std::wstring& left, const std::wstring& right) {
   const auto written = [](const std::wstring& path) {
@@ -31,7 +31,8 @@ std::wstring PathOfLog() {
   std::array<wchar_t, MAX_PATH> windows{};
   GetSystemDirectoryW(system.data(), static_cast<UINT>(system.size()));
   GetWindowsDirectoryW(windows.data(), static_cast<UINT>(windows.size()));
-  return NewerOf(std::wstring(system.data()) + kName, std::wstring(windows.data()) + kName);
+  const std::wstring name(kDiagnosticFileName.begin(), kDiagnosticFileName.end());
+  return NewerOf(std::wstring(system.data()) + L"\\" + name, std::wstring(windows.data()) + L"\\" + name);
 }
 
 }  // namespace

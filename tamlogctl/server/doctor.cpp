@@ -25,6 +25,7 @@
 #include "tamlogctl/server/filter_text.h"
 #include "tamlogctl/server/log_examiner.h"
 #include "tamlogctl/server/log_path.h"
+#include "tamlogctl/server/log_unsticker.h"
 #include "tamlogctl/server/object_holders.h"
 #include "tamlogctl/server/path_probe.h"
 #include "tamlogctl/server/pipe_examiner.h"
@@ -88,7 +89,7 @@ void AskServer(const DoctorOptions& options, const ServiceReport& report, std::o
   std::uint32_t foreign = 0;
   seen.pipe = ExaminePipes(kRequestPipeName, std::min(kBusyMs, options.timeoutMs), options.timeoutMs,
                            ProcessOf(report), foreign);
-  if (seen.pipe == PipeState::Foreign) seen.pipeProcess = ProcessText(foreign);
+  if (foreign != 0) seen.pipeProcess = ProcessText(foreign);
   if (seen.pipe != PipeState::Answers) return;
   LogClient client({kRequestPipeName, options.timeoutMs});
   SettingsBody settings{};
@@ -135,11 +136,6 @@ void LookAtObjects(LogExaminer& examiner, const DoctorOptions& options, Observat
   seen.viewBytes = objects.viewBytes;
   seen.pageBytes = objects.pageBytes;
   std::string denied = seen.mappingError != 0 ? kFileMapName : "";
-  if (objects.writableError != 0) {
-    seen.objectError = objects.writableError;
-    seen.objectName = "the page of the header";
-    denied = kFileMapName;
-  }
   for (std::size_t i = 0; i < kNames.size() && seen.objectError == 0; ++i) {
     seen.objectError = objects.eventErrors[i];
     seen.objectName = denied = kNames[i];
@@ -167,14 +163,12 @@ void LookAtNames(Observations& seen) {
   }
 }
 
-// Reads like any other reader, unless it would get stuck as well. A few messages are enough to try everything
-// that a reader needs; a copy of a large log would hold the server up.
+// Reads like any other reader, unless it would only wait. A few messages are enough to try everything that a
+// reader needs.
 void ReadOnce(const DoctorOptions& options, Observations& seen) {
   constexpr std::size_t kMessages = 1000;
   const LogWatch& log = seen.log;
-  if (!seen.mapped || log.header.serverRunning == 0 || log.lockTaken || log.readersKeptOut ||
-      ReaderIsStuck(seen))
-    return;
+  if (!seen.mapped || log.header.serverRunning == 0 || log.readersKeptOut) return;
   LogReader reader;
   TamLogClient::LogTail tail;
   Status status = reader.Open();
@@ -224,10 +218,10 @@ std::string AsJson(const std::vector<Finding>& findings, const std::vector<std::
 }
 
 // Frees lock and readers as `seen` shows them. Returns false when the readers were left alone.
-bool UnstickLog(LogExaminer& examiner, const Observations& seen, std::vector<std::string>& done) {
-  if (seen.log.lockTaken && examiner.FreeHeaderLock()) done.emplace_back("signalled the header lock");
+bool UnstickLog(const Observations& seen, std::vector<std::string>& done) {
+  if (seen.log.lockTaken && FreeHeaderLock()) done.emplace_back("signalled the header lock");
   if (!ReaderIsStuck(seen)) return true;
-  if (!examiner.ForgetReaders(seen.log.header)) return false;
+  if (!ForgetReaders(seen.log.header)) return false;
   done.emplace_back("set readCount to 0 and signalled the write-wait event");
   return true;
 }
@@ -235,14 +229,14 @@ bool UnstickLog(LogExaminer& examiner, const Observations& seen, std::vector<std
 // Frees what was found to be stuck, and nothing else. Returns what was done, in words.
 std::vector<std::string> Unstick(LogExaminer& examiner, const DoctorOptions& options, Observations seen) {
   std::vector<std::string> done;
-  if (!UnstickLog(examiner, seen, done)) {
+  if (!UnstickLog(seen, done)) {
     // A lock that was freed lets the server move; a dead reader may keep it waiting at the next step then.
     seen.log = examiner.Watch(options.watchMs);
-    if (!UnstickLog(examiner, seen, done))
+    if (!UnstickLog(seen, done))
       done.emplace_back("left the readers alone: something changed meanwhile; look again");
   }
   if (seen.pipe == PipeState::Blocked && FreeListener(kRequestPipeName)) {
-    done.emplace_back("opened and closed the reply pipe, so that the server can go on");
+    done.emplace_back("opened and closed the reply pipe, which lets the server continue");
   }
   if (done.empty()) done.emplace_back("nothing is stuck; nothing was done");
   return done;

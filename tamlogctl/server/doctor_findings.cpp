@@ -48,7 +48,10 @@ void CheckPipe(const Observations& seen, Findings& out) {
       return out.Fail("pipe", "the connection ends before the answer comes",
                       "look again; if it persists: tamlogctl server restart");
     case PipeState::Foreign:
-      return out.Fail("pipe", "answered by " + seen.pipeProcess + ", which is not the service",
+      return out.Fail("pipe",
+                      seen.pipeProcess.empty()
+                          ? "exists although the service does not run: another process has created it"
+                          : "served by " + seen.pipeProcess + ", which is not the service",
                       "end that process, then: tamlogctl server restart");
   }
 }

@@ -23,7 +23,7 @@ enum class PipeState : std::uint8_t {
   Blocked,  // busy all the time: a client opened the request pipe without the reply pipe
   Silent,   // opens, but does not answer in time
   Failing,  // opens, and the connection ends before the answer comes
-  Foreign,  // a process answers that is not the service's
+  Foreign,  // a process has created it that is not the service's
 };
 
 // A name of the server's objects that exists while the server does not run, or that another process holds
@@ -63,7 +63,7 @@ struct Observations {
   std::vector<DiagnosticEntry> diagnostics;  // its last entries
 
   PipeState pipe = PipeState::Absent;
-  std::string pipeProcess;  // the process that answers when it is not the service's
+  std::string pipeProcess;  // of a Foreign pipe: its process; empty when that is not known
 
   bool settingsKnown = false;
   std::uint32_t requestedCapacity = 0;
@@ -84,7 +84,7 @@ struct Observations {
       0;  // bytes, as stored in the registry: seen without a request to the server
 
   std::uint32_t mappingError = 0;          // system error codes
-  std::uint32_t objectError = 0;           // the first one of an event, or of the header's writable page
+  std::uint32_t objectError = 0;           // the first one of an event
   std::string objectName;                  // the object of that error
   std::vector<std::string> objectHolders;  // processes that hold it, other than the service's
   bool lowIntegrity = false;               // this process is kept away from what other users share

@@ -90,6 +90,8 @@ class Import {
 int Import::ReadAll() {
   ReadingFilesOptions chosen = options;
   if (!CompleteChoice(chosen)) return kUsage;
+  chosen.choice.once = !options.again;
+  chosen.choice.quiet = options.quiet;
   exitCode = ReadImports(options.files, chosen.choice, messages);
   return HasOutput(exitCode) || exitCode == kNegative ? kDone : exitCode;
 }

@@ -31,10 +31,13 @@ struct ImportChoice {
   bool dropHost = false;              // leave out the names of machines
   bool skip = false;                  // leave out what cannot be read
   LongText longText = LongText::Split;
+  bool once = false;   // of messages that several files hold, only those of the file with most of them
+  bool quiet = false;  // report only what is wrong
 };
 
-inline constexpr std::array<const char*, 10> kImportFormats{"auto", "log",    "raw",     "json",   "csv",
-                                                            "tsv",  "export", "rfc5424", "syslog", "text"};
+inline constexpr std::array<const char*, 12> kImportFormats{"auto",   "log",        "raw",    "json",
+                                                            "ndjson", "json-array", "csv",    "tsv",
+                                                            "export", "rfc5424",    "syslog", "text"};
 
 struct ImportDraft {
   std::optional<TamLogClient::TimeWords> time;  // nothing: that of the line before
@@ -73,7 +76,12 @@ void ReadTsvDrafts(std::string_view bytes, const ImportChoice& choice, ImportDra
 void ReadJournalDrafts(std::string_view bytes, ImportDrafts& drafts);
 // Lines of text with time stamps: ISO times, RFC 3164 and RFC 5424, also mixed. A line without a time belongs
 // to the one before. `newest` is the local time that no time without a year is later than.
-void ReadTextDrafts(std::string_view bytes, const TamLogClient::TimeWords& newest, ImportDrafts& drafts);
+void ReadTextDrafts(std::string_view bytes, const ImportChoice& choice, const TamLogClient::TimeWords& newest,
+                    ImportDrafts& drafts);
+
+// Parses a line of `-o short` or `-o full` without its time. Returns false, and leaves `draft` unchanged, for
+// any other line. Escapes such as \n stay as they were printed.
+bool TakeShortHead(std::string_view line, const TamLogClient::TypeNames& names, ImportDraft& draft);
 
 // Sets a field from its text in a table. Returns false, with the reason in `problem`, when it is not valid.
 // Fields that the server assigns are ignored.

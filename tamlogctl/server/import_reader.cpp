@@ -22,6 +22,7 @@
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
 #include "tamlogctl/base/plain_file.h"
+#include "tamlogctl/server/message_counts.h"
 #include "tamlogctl/server/stamp_text.h"
 
 namespace TamLogCtl {
@@ -34,10 +35,17 @@ using TamLogClient::TimeWords;
 constexpr std::size_t kLongestField = kTextSize - 1;
 constexpr std::size_t kMostProblems = 20;  // that are reported one by one
 
-// Returns the name that a compressed file has without the compression.
+// Returns whether it is the number of a rotated file: ".1"
+bool IsNumber(const std::string& extension) {
+  return extension.size() > 1 && extension.find_first_not_of("0123456789", 1) == std::string::npos;
+}
+
+// Returns the name that the file had before it was rotated and compressed: "dpkg.log" of "dpkg.log.2.gz".
 std::filesystem::path PlainName(const std::string& path) {
-  const std::filesystem::path name = TamLogClient::PathOf(path);
-  return name.extension() == ".gz" || name.extension() == ".xz" ? name.stem() : name;
+  if (path == "-") return "stdin";
+  std::filesystem::path name = TamLogClient::PathOf(path).filename();
+  if (name.extension() == ".gz" || name.extension() == ".xz") name = name.stem();
+  return IsNumber(name.extension().string()) ? name.stem() : name;
 }
 
 std::string Utf8Of(const std::filesystem::path& path) {
@@ -223,7 +231,7 @@ TimeWords NewestOf(const std::string& path, const ImportChoice& choice) {
 void ReadDrafts(const std::string& path, const std::string& bytes, const ImportChoice& choice,
                 ImportSource& source) {
   ImportDrafts drafts;
-  if (source.format == "json") {
+  if (source.format.find("json") != std::string::npos) {
     ReadJsonDrafts(bytes, drafts);
   } else if (source.format == "csv") {
     ReadCsvDrafts(bytes, choice, drafts);
@@ -232,18 +240,32 @@ void ReadDrafts(const std::string& path, const std::string& bytes, const ImportC
   } else if (source.format == "export") {
     ReadJournalDrafts(bytes, drafts);
   } else {
-    ReadTextDrafts(bytes, NewestOf(path, choice), drafts);
+    ReadTextDrafts(bytes, choice, NewestOf(path, choice), drafts);
   }
   DraftReader reader(path, choice, source);
   reader.Take(drafts);
 }
 
-void ReportProblems(const std::string& path, const ImportSource& source) {
+// Leaves out the messages of a file that earlier files hold as well, and notes the others. Equal messages are
+// counted. Returns how many were left out.
+std::size_t LeaveOutKnown(MessageCounts& known, std::vector<LogMessageBody>& messages) {
+  MessageCounts here;
+  const auto isKnown = [&](const LogMessageBody& body) {
+    const auto identity = TamLogClient::IdentityOf(body);
+    std::uint64_t& before = known[identity];
+    const bool more = ++here[identity] > before;
+    if (more) ++before;
+    return !more;
+  };
+  return std::erase_if(messages, isKnown);
+}
+
+void ReportProblems(const std::string& path, const ImportSource& source, bool quiet) {
   const std::string begin = path + (source.exitCode == kNotALog ? " " : ": ");
   for (const std::string& problem : source.problems) Say(begin + problem);
   if (source.exitCode != kDamaged && source.unreadable > source.problems.size() && !source.problems.empty())
     Say(path + ": and " + std::to_string(source.unreadable - source.problems.size()) + " more");
-  if (source.continued > 0)
+  if (source.continued > 0 && !quiet)
     Say(path + ": " + Counted(source.continued, "line") + " without a time " +
         (source.continued == 1 ? "has" : "have") + " that of the line before; the first is line " +
         std::to_string(source.firstContinued));
@@ -279,14 +301,18 @@ ImportSource ReadImport(const std::string& path, const ImportChoice& choice) {
 int ReadImports(const std::vector<std::string>& paths, const ImportChoice& choice,
                 std::vector<LogMessageBody>& messages) {
   int exitCode = kDone;
+  MessageCounts known;
   for (const std::string& path : paths) {
-    const ImportSource source = ReadImport(path, choice);
-    ReportProblems(path, source);
+    ImportSource source = ReadImport(path, choice);
+    ReportProblems(path, source, choice.quiet);
     if (source.exitCode != kDone && source.exitCode != kDamaged && source.exitCode != kNegative)
       return source.exitCode == kUsage
                  ? Refuse(kUsage, "nothing was done; correct the lines, or leave them out with --skip")
                  : source.exitCode;
     exitCode = WorseOf(exitCode, source.exitCode);
+    const std::size_t twice = choice.once ? LeaveOutKnown(known, source.messages) : 0;
+    if (twice > 0 && !choice.quiet)
+      Say(path + ": " + CountedAre(twice, "message") + " in an earlier file as well, and taken once");
     messages.insert(messages.end(), source.messages.begin(), source.messages.end());
   }
   std::stable_sort(messages.begin(), messages.end(),

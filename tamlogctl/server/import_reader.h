@@ -26,8 +26,9 @@ struct ImportSource {
 ImportSource ReadImport(const std::string& path, const ImportChoice& choice);
 
 // Reads all files, reports what cannot be read, and sorts the messages by time; messages of equal time keep
-// their order. Returns kDone, kDamaged (a damaged log; its readable messages are among them), kNegative (with
-// `choice.skip`: something was left out), or another exit code.
+// their order. With `choice.once` overlapping files, such as two backups of one log, count as one. Returns
+// kDone, kDamaged (a damaged log; its readable messages are among them), kNegative (with `choice.skip`:
+// something was left out), or another exit code.
 int ReadImports(const std::vector<std::string>& paths, const ImportChoice& choice,
                 std::vector<LogMessageBody>& messages);
 

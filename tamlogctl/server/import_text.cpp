@@ -2,8 +2,10 @@
 // syslog, and lines that continue the one before.
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 
+#include "client/message/utf8.h"
 #include "tamlogctl/server/import_draft.h"
 #include "tamlogctl/server/stamp_text.h"
 
@@ -118,14 +120,32 @@ void AppendForeign(std::string_view process, std::string_view kind, const Struct
   draft.text.insert(0, before);
 }
 
-// "host tag[process]: text". Without a tag all of it is text.
+bool IsLevel(std::string_view word) {
+  constexpr std::array<std::string_view, 13> kLevels{"trace",   "debug", "info",  "notice", "warn",
+                                                     "warning", "err",   "error", "crit",   "critical",
+                                                     "alert",   "fatal", "severe"};
+  std::string lower(word);
+  std::transform(lower.begin(), lower.end(), lower.begin(), TamLogClient::LowerCase);
+  return std::find(kLevels.begin(), kLevels.end(), lower) != kLevels.end();
+}
+
+bool IsHostName(std::string_view word) {
+  const auto isPart = [](char letter) {
+    const char lower = TamLogClient::LowerCase(letter);
+    return (lower >= 'a' && lower <= 'z') || (lower >= '0' && lower <= '9') ||
+           std::string_view(".-_:").find(lower) != std::string_view::npos;
+  };
+  return !word.empty() && std::all_of(word.begin(), word.end(), isPart) && !IsLevel(word);
+}
+
+// "host tag[process]: text". Without a host and a tag all of it is text.
 void TakeSyslogHead(std::string_view text, ImportDraft& draft) {
   std::string_view rest = text;
   const std::string_view host = TakeWord(rest);
   const std::size_t end = rest.find_first_of(": ");
   const bool tagged = end != std::string_view::npos && end > 0 && rest[end] == ':' &&
                       (end + 1 == rest.size() || rest[end + 1] == ' ');
-  if (host.empty() || !tagged) {
+  if (!tagged || !IsHostName(host) || rest.substr(0, end).find_first_of("\"'=") != std::string_view::npos) {
     draft.text = std::string(text);
     return;
   }
@@ -158,7 +178,13 @@ std::optional<ImportDraft> ParseLineWithLateStamp(std::string_view line) {
   return std::nullopt;
 }
 
-std::optional<ImportDraft> ParseStampedLine(std::string_view line, const TamLogClient::TimeWords& newest) {
+// Returns whether a line begins as our own do: with milliseconds, and a blank after the date.
+bool BeginsLikeOurs(std::string_view line) {
+  return line.size() > 23 && line[10] == ' ' && line[19] == '.';
+}
+
+std::optional<ImportDraft> ParseStampedLine(std::string_view line, const ImportChoice& choice,
+                                            const TamLogClient::TimeWords& newest) {
   ImportDraft draft;
   if (const auto priority = TakePriority(line)) draft.severity = *priority % 8;
   if (const auto stamp = TakeSyslogStamp(line, newest)) {
@@ -166,10 +192,16 @@ std::optional<ImportDraft> ParseStampedLine(std::string_view line, const TamLogC
     TakeSyslogHead(line, draft);
     return draft;
   }
+  if (const auto stamp = TakeCalendarStamp(line)) {
+    SetStamp(*stamp, draft);
+    draft.text = std::string(line);
+    return draft;
+  }
   const std::string_view whole = line;
   const auto stamp = TakeIsoStamp(line);
   if (!stamp) return ParseLineWithLateStamp(line);
   SetStamp(*stamp, draft);
+  if (BeginsLikeOurs(whole) && TakeShortHead(line, choice.typeNames, draft)) return draft;
   // So does rsyslog write its files: the time with a zone, then host and tag.
   if (whole.size() > 10 && whole[10] == 'T' && stamp->offset) {
     TakeSyslogHead(line, draft);
@@ -177,6 +209,13 @@ std::optional<ImportDraft> ParseStampedLine(std::string_view line, const TamLogC
     draft.text = std::string(line);
   }
   return draft;
+}
+
+// Returns whether the line before has a time and nothing else: some logs have the time on a line of its own.
+bool FollowsBareTime(const ImportDrafts& drafts) {
+  if (drafts.entries.empty()) return false;
+  const ImportDraft& before = drafts.entries.back().draft;
+  return before.time && before.text.empty() && !before.source && before.host.empty();
 }
 
 }  // namespace
@@ -211,10 +250,16 @@ std::optional<ImportDraft> ParseRfc5424Line(std::string_view line) {
   return draft;
 }
 
-void ReadTextDrafts(std::string_view bytes, const TamLogClient::TimeWords& newest, ImportDrafts& drafts) {
+void ReadTextDrafts(std::string_view bytes, const ImportChoice& choice, const TamLogClient::TimeWords& newest,
+                    ImportDrafts& drafts) {
   ForEachLine(bytes, [&](std::string_view line, std::size_t number) {
     auto draft = ParseRfc5424Line(line);
-    if (!draft) draft = ParseStampedLine(line, newest);
+    if (!draft) draft = ParseStampedLine(line, choice, newest);
+    if (!draft && FollowsBareTime(drafts)) {
+      drafts.entries.back().draft.text =
+          std::string(line.substr(std::min(line.find_first_not_of(" \t"), line.size())));
+      return;
+    }
     if (!draft) {
       draft.emplace();
       draft->text = std::string(line);

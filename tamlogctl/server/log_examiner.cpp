@@ -1,9 +1,11 @@
 #include "tamlogctl/server/log_examiner.h"
 
 #include <algorithm>
+#include <atomic>
 
 #include "client/live/event_names.h"
 #include "client/live/guarded_copy.h"
+#include "client/log/header_counters.h"
 #include "client/message/win32.h"
 #include "tamlogctl/base/wait.h"
 
@@ -13,16 +15,32 @@ namespace {
 
 using TamLogClient::Handle;
 
-constexpr DWORD kLookAccess = SYNCHRONIZE | EVENT_MODIFY_STATE;
+constexpr DWORD kEventQueryState = 0x0001;  // winnt.h does not name it
 constexpr std::uint32_t kLookEveryMs = 20;
-constexpr DWORD kLockPatienceMs = 1000;  // it is usually held for microseconds
+constexpr std::uint32_t kLockPatienceMs = 1000;  // it is usually held for microseconds
 constexpr std::size_t kHeaderLock = 0;
 constexpr std::size_t kReadWait = 1;
 constexpr std::size_t kWriteWait = 2;
 constexpr std::array<const char*, 3> kServerEvents{kHeaderLockName, kReadWaitEventName, kWriteWaitEventName};
+// Waiting for the header lock would acquire it. The others are manual-reset events: waiting only looks.
+constexpr std::array<DWORD, 3> kLookAccess{kEventQueryState, SYNCHRONIZE, SYNCHRONIZE};
 
 bool Signalled(const Handle& event) {
   return WaitForSingleObject(event.Get(), 0) == WAIT_OBJECT_0;
+}
+
+// Returns whether an event is signalled, without waiting for it. NtQueryEvent exists since the first Windows
+// NT and is the only call that does so.
+bool IsSet(const Handle& event) {
+  struct EventState {
+    LONG type;
+    LONG set;
+  } state{};
+  using QueryEvent = LONG(WINAPI*)(HANDLE, int, void*, ULONG, ULONG*);
+  const auto query = reinterpret_cast<QueryEvent>(
+      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQueryEvent")));
+  const bool known = query != nullptr && query(event.Get(), 0, &state, sizeof(state), nullptr) >= 0;
+  return !known || state.set != 0;
 }
 
 }  // namespace
@@ -38,49 +56,46 @@ std::vector<std::string> ServerNamesInUse() {
   return names;
 }
 
-LogObjects LogExaminer::Open(const std::string& mapName) {
+LogObjects LogExaminer::Open() {
   Close();
   LogObjects found;
   SYSTEM_INFO system;
   GetSystemInfo(&system);
   found.pageBytes = system.dwPageSize;
-  mapping = Handle(OpenFileMappingA(FILE_MAP_READ | FILE_MAP_WRITE, FALSE, mapName.c_str()));
+  mapping = Handle(OpenFileMappingA(FILE_MAP_READ, FALSE, kFileMapName));
   if (!mapping) {
     found.mappingError = GetLastError();
     return found;
   }
-  if (!MapViews(found) || !OpenEvents(found, mapName == kFileMapName)) Close();
+  if (!MapView(found) || !OpenEvents(found)) Close();
   return found;
 }
 
-bool LogExaminer::MapViews(LogObjects& found) {
+bool LogExaminer::MapView(LogObjects& found) {
   fileView = static_cast<const unsigned char*>(MapViewOfFile(mapping.Get(), FILE_MAP_READ, 0, 0, 0));
-  if (fileView == nullptr) found.mappingError = GetLastError();
-  headerView = static_cast<unsigned char*>(
-      MapViewOfFile(mapping.Get(), FILE_MAP_READ | FILE_MAP_WRITE, 0, 0, kSlotsOffset));
-  if (headerView == nullptr) found.writableError = GetLastError();
-  if (fileView == nullptr || headerView == nullptr) return false;
+  if (fileView == nullptr) {
+    found.mappingError = GetLastError();
+    return false;
+  }
   MEMORY_BASIC_INFORMATION information{};
   if (VirtualQuery(fileView, &information, sizeof(information)) != 0)
     found.viewBytes = information.RegionSize;
   return true;
 }
 
-bool LogExaminer::OpenEvents(LogObjects& found, bool ofTheServer) {
+bool LogExaminer::OpenEvents(LogObjects& found) {
   LockNames names{};
   if (found.viewBytes < kSlotsOffset ||
-      TamLogClientGuardedCopy(&names, fileView + kLockNamesOffset, sizeof(names)) != 0)
+      !TamLogClient::GuardedCopy(&names, fileView + kLockNamesOffset, sizeof(names)))
     return false;
   LogFileHeader header{};
   // While the server opens a new file, the names are not written yet.
-  const bool named = !ofTheServer || (CopyHeader(header) && header.serverRunning == 0);
-  if (!named) found.foreignEvent = TamLogClient::FirstForeignName(names);
+  const bool named = CopyHeader(header) && header.serverRunning != 0;
+  if (named) found.foreignEvent = TamLogClient::FirstForeignName(names);
   if (!found.foreignEvent.empty()) return false;
   bool good = true;
   for (std::size_t i = 0; i < events.size(); ++i) {
-    names.name[i][kLockNameSize - 1] = '\0';
-    found.eventNames[i] = ofTheServer ? kServerEvents[i] : &names.name[i][0];
-    events[i] = Handle(OpenEventA(kLookAccess, FALSE, found.eventNames[i].c_str()));
+    events[i] = Handle(OpenEventA(kLookAccess[i], FALSE, kServerEvents[i]));
     if (!events[i]) found.eventErrors[i] = GetLastError();
     good = good && static_cast<bool>(events[i]);
   }
@@ -88,20 +103,34 @@ bool LogExaminer::OpenEvents(LogObjects& found, bool ofTheServer) {
 }
 
 void LogExaminer::Close() {
-  if (headerView != nullptr) UnmapViewOfFile(headerView);
   if (fileView != nullptr) UnmapViewOfFile(fileView);
-  headerView = nullptr;
   fileView = nullptr;
   mapping.Close();
   for (Handle& event : events) event.Close();
 }
 
 bool LogExaminer::CopyHeader(LogFileHeader& header) const {
-  return fileView != nullptr && TamLogClientGuardedCopy(&header, fileView, sizeof(header)) == 0;
+  return fileView != nullptr && TamLogClient::GuardedCopy(&header, fileView, sizeof(header));
 }
 
-bool LogExaminer::TakeLock(std::uint32_t milliseconds) const {
-  return WaitForSingleObject(events[kHeaderLock].Get(), milliseconds) == WAIT_OBJECT_0;
+// Copies the header if the server does not write it meanwhile.
+bool LogExaminer::CopyWholeHeader(LogFileHeader& header) const {
+  LogFileHeader copy{};
+  LogFileHeader again{};
+  if (!Signalled(events[kReadWait]) || !CopyHeader(copy)) return false;
+  std::atomic_thread_fence(std::memory_order_acquire);
+  if (!Signalled(events[kReadWait]) || !CopyHeader(again) || !TamLogClient::SameCounters(copy, again))
+    return false;
+  header = again;
+  return true;
+}
+
+bool LogExaminer::LockStaysHeld() const {
+  for (const std::uint64_t end = Ticks() + kLockPatienceMs; Ticks() < end;) {
+    if (IsSet(events[kHeaderLock])) return false;
+    Sleep(1);
+  }
+  return true;
 }
 
 LogWatch LogExaminer::Watch(std::uint32_t milliseconds) {
@@ -109,48 +138,35 @@ LogWatch LogExaminer::Watch(std::uint32_t milliseconds) {
   LogFileHeader first{};
   if (!CopyHeader(first)) return watch;
   watch.header = first;
-  watch.lockTaken = !TakeLock(kLockPatienceMs);
-  if (!watch.lockTaken) SetEvent(events[kHeaderLock].Get());
+  watch.lockTaken = LockStaysHeld();
   watch.readersInside = watch.countPassed = watch.countLeft = watch.readersKeptOut = true;
   const std::uint64_t start = Ticks();
+  bool whole = false;
   for (;;) {
     const bool readOpen = Signalled(events[kReadWait]);
     const bool writeOpen = Signalled(events[kWriteWait]);
-    if (!CopyHeader(watch.header)) break;
+    LogFileHeader now{};
+    if (!CopyHeader(now)) break;
     watch.watchedMs = static_cast<std::uint32_t>(Ticks() - start);
-    if (watch.header.serverRunning == 0) {
+    if (now.serverRunning == 0) {
+      watch.header = now;
       Close();
       break;
     }
-    watch.moved = watch.moved || watch.header.readCount != first.readCount ||
-                  watch.header.changeCount != first.changeCount;
-    watch.readersInside = watch.readersInside && !writeOpen && watch.header.readCount > 0;
-    watch.countPassed = watch.countPassed && !writeOpen && watch.header.readCount <= 0;
-    watch.countLeft = watch.countLeft && writeOpen && watch.header.readCount != 0;
+    watch.moved = watch.moved || now.readCount != first.readCount || now.changeCount != first.changeCount;
+    watch.readersInside = watch.readersInside && !writeOpen && now.readCount > 0;
+    watch.countPassed = watch.countPassed && !writeOpen && now.readCount <= 0;
+    watch.countLeft = watch.countLeft && writeOpen && now.readCount != 0;
     watch.readersKeptOut = watch.readersKeptOut && !readOpen;
     watch.writerWaits = !readOpen;
-    if (!watch.readersInside && !watch.countPassed && !watch.countLeft && !watch.readersKeptOut) break;
-    if (watch.watchedMs >= milliseconds || !SleepFor(kLookEveryMs)) break;
+    // A server that writes all the time, or hangs while it writes, shows no other header than this.
+    whole = CopyWholeHeader(watch.header) || whole;
+    if (!whole) watch.header = now;
+    const bool quiet =
+        !watch.readersInside && !watch.countPassed && !watch.countLeft && !watch.readersKeptOut;
+    if ((quiet && whole) || watch.watchedMs >= milliseconds || !SleepFor(kLookEveryMs)) break;
   }
   return watch;
-}
-
-bool LogExaminer::FreeHeaderLock() {
-  return events[kHeaderLock] && SetEvent(events[kHeaderLock].Get()) != FALSE;
-}
-
-bool LogExaminer::ForgetReaders(const LogFileHeader& seen) {
-  if (headerView == nullptr || !TakeLock(kLockPatienceMs)) return false;
-  LogFileHeader now{};
-  bool done = CopyHeader(now) && now.readCount == seen.readCount && now.changeCount == seen.changeCount;
-  if (done) {
-    // With a count that stays raised, the next reader that leaves would not signal write-wait.
-    constexpr std::int32_t kNone = 0;
-    done = TamLogClientGuardedCopy(headerView, &kNone, sizeof(kNone)) == 0;
-    SetEvent(events[kWriteWait].Get());
-  }
-  SetEvent(events[kHeaderLock].Get());
-  return done;
 }
 
 }  // namespace TamLogCtl

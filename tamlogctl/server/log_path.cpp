@@ -56,6 +56,11 @@ std::string ComponentProblem(std::string_view component) {
   return "";
 }
 
+// Any directory may be the one that the service starts in.
+bool IsDiagnosticLog(std::string_view path) {
+  return Lower(path.substr(path.find_last_of("\\/") + 1)) == Lower(kDiagnosticFileName);
+}
+
 std::string BeginningProblem(std::string_view path) {
   if (path.size() >= 2 && IsSlash(path[0]) && IsSlash(path[1])) {
     const bool device = path.size() >= 3 && (path[2] == '.' || path[2] == '?');
@@ -83,6 +88,8 @@ std::string PathTextProblem(std::string_view path, std::size_t bytes) {
     if (component.empty()) continue;
     if (std::string problem = ComponentProblem(component); !problem.empty()) return problem;
   }
+  if (IsDiagnosticLog(path))
+    return "is the name of the server's own log of failures; the server would overwrite it";
   return "";
 }
 

@@ -12,6 +12,9 @@
 
 namespace TamLogCtl {
 
+// The file in which the server reports its failures, in the directory that the service starts in.
+inline constexpr std::string_view kDiagnosticFileName = "TamLogServiceLog.txt";
+
 // Returns why no server should use this path and no program should touch it: "is a network path". Judges the
 // text alone. Empty when the path names an ordinary file on a drive. `path` is in UTF-8; `bytes` is its
 // length in the code page, which the server uses.

@@ -25,14 +25,8 @@ bool IsBusy(const std::string& pipeName) {
   return GetLastError() == ERROR_SEM_TIMEOUT;
 }
 
-}  // namespace
-
-PipeState ExaminePipes(const std::string& pipeName, std::uint32_t busyMs, std::uint32_t answerMs,
-                       std::optional<std::uint32_t> service, std::uint32_t& foreign) {
-  PipeConnection pipes(pipeName, kAbsentMs);
-  switch (pipes.Open(CallDeadline(busyMs))) {
-    case Status::Ok:
-      break;
+PipeState StateOfFailure(Status status, const std::string& pipeName) {
+  switch (status) {
     case Status::NotRunning:
       return PipeState::Absent;
     case Status::AccessDenied:
@@ -42,11 +36,9 @@ PipeState ExaminePipes(const std::string& pipeName, std::uint32_t busyMs, std::u
     default:
       return PipeState::Failing;
   }
-  for (const std::uint32_t process : pipes.ServerProcesses()) {
-    if (!service || process == 0 || process == *service) continue;
-    foreign = process;
-    return PipeState::Foreign;
-  }
+}
+
+PipeState StateOfAnswer(PipeConnection& pipes, std::uint32_t answerMs) {
   PipeRequest request;
   std::memset(&request, 0, sizeof(request));
   request.code = static_cast<std::uint32_t>(RequestCode::Ping);
@@ -56,6 +48,23 @@ PipeState ExaminePipes(const std::string& pipeName, std::uint32_t busyMs, std::u
   if (status == Status::TimedOut) return PipeState::Silent;
   const bool alive = status == Status::Ok && reply.code == static_cast<std::uint32_t>(ReplyCode::Alive);
   return alive ? PipeState::Answers : PipeState::Failing;
+}
+
+}  // namespace
+
+// A pipe that another process has created may open only in part, or not at all.
+PipeState ExaminePipes(const std::string& pipeName, std::uint32_t busyMs, std::uint32_t answerMs,
+                       std::optional<std::uint32_t> service, std::uint32_t& foreign) {
+  PipeConnection pipes(pipeName, kAbsentMs);
+  const Status opened = pipes.Open(CallDeadline(busyMs));
+  foreign = 0;
+  for (const std::uint32_t process : pipes.ServerProcesses()) {
+    if (service && process != 0 && process != *service) foreign = process;
+  }
+  if (foreign != 0) return PipeState::Foreign;
+  if (opened == Status::Ok) return StateOfAnswer(pipes, answerMs);
+  const PipeState state = StateOfFailure(opened, pipeName);
+  return service == 0U && state != PipeState::Absent ? PipeState::Foreign : state;
 }
 
 bool FreeListener(const std::string& pipeName) {

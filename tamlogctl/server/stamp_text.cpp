@@ -80,7 +80,8 @@ void TakeTimeOfDay(Scanner& from, TimeWords& words) {
   if (from.Skip('.') || from.Skip(',')) words[6] = static_cast<std::int16_t>(from.TakeFraction());
 }
 
-// Takes Z, +01:00, +0100 or +01; nothing when no zone stands there.
+// Takes Z, +01:00, +0100 or +01; nothing when no zone stands there. After a blank the minutes must follow: a
+// text may begin with a number ("-12 degrees").
 std::optional<int> TakeZone(Scanner& from) {
   Scanner zone = from;
   const bool blank = zone.Skip(' ');
@@ -91,7 +92,7 @@ std::optional<int> TakeZone(Scanner& from) {
     const int sign = zone.TakeOf("+-") == '-' ? -1 : 1;
     const int hours = zone.TakeNumber(2);
     const bool colon = zone.Skip(':');
-    const int minutes = colon || Scanner::IsDigit(zone.Next()) ? zone.TakeNumber(2) : 0;
+    const int minutes = blank || colon || Scanner::IsDigit(zone.Next()) ? zone.TakeNumber(2) : 0;
     const char after = zone.Next();
     const bool ends = after == '\0' || after == ' ' || after == '\t' || after == ']';
     if (!zone.Failed() && ends && hours < 24 && minutes < 60) offset = sign * (hours * 60 + minutes);
@@ -111,7 +112,44 @@ bool EndsHere(const Scanner& scanner) {
   return scanner.Rest().empty() || after == ' ' || after == '\t' || after == ':';
 }
 
+constexpr std::string_view kMonths = "JanFebMarAprMayJunJulAugSepOctNovDec";
+constexpr std::string_view kDays = "SunMonTueWedThuFriSat";
+
+// Returns the number, from 1, of the name of three letters that the text begins with, before a blank; 0 for
+// any other text.
+std::int16_t NameNumber(std::string_view text, std::string_view names) {
+  if (text.size() < 4 || text[3] != ' ') return 0;
+  const std::size_t place = names.find(text.substr(0, 3));
+  return place == std::string_view::npos || place % 3 != 0 ? std::int16_t{0}
+                                                           : static_cast<std::int16_t>(place / 3 + 1);
+}
+
+// " 2 03:04:05" or "12 03:04:05"
+void TakeDayAndTime(Scanner& from, std::int16_t month, TimeWords& words) {
+  words[1] = month;
+  words[2] = static_cast<std::int16_t>(from.TakeNumber(from.Skip(' ') ? 1 : 2));
+  from.TakeOf(" ");
+  TakeTimeOfDay(from, words);
+}
+
 }  // namespace
+
+std::optional<Stamp> TakeCalendarStamp(std::string_view& line) {
+  const std::size_t begin = line.starts_with('[') ? 1 : 0;
+  if (NameNumber(line.substr(begin), kDays) == 0) return std::nullopt;
+  const std::string_view date = line.substr(begin + 4);
+  const std::int16_t month = NameNumber(date, kMonths);
+  if (month == 0) return std::nullopt;
+  Scanner from(date.substr(4));
+  Stamp stamp;
+  TakeDayAndTime(from, month, stamp.words);
+  from.TakeOf(" ");
+  stamp.words[0] = static_cast<std::int16_t>(from.TakeNumber(4));
+  if (begin > 0) from.TakeOf("]");
+  if (from.Failed() || !EndsHere(from) || !TamLogClient::IsRealTime(stamp.words)) return std::nullopt;
+  line = WithoutBlanks(from.Rest());
+  return stamp;
+}
 
 std::optional<Stamp> TakeIsoStamp(std::string_view& line) {
   Scanner from(line);
@@ -133,16 +171,11 @@ std::optional<Stamp> TakeIsoStamp(std::string_view& line) {
 }
 
 std::optional<Stamp> TakeSyslogStamp(std::string_view& line, const TimeWords& newest) {
-  constexpr std::string_view kMonths = "JanFebMarAprMayJunJulAugSepOctNovDec";
-  if (line.size() < 4 || line[3] != ' ') return std::nullopt;
-  const std::size_t month = kMonths.find(line.substr(0, 3));
-  if (month == std::string_view::npos || month % 3 != 0) return std::nullopt;
+  const std::int16_t month = NameNumber(line, kMonths);
+  if (month == 0) return std::nullopt;
   Scanner from(line.substr(4));
   Stamp stamp;
-  stamp.words[1] = static_cast<std::int16_t>(month / 3 + 1);
-  stamp.words[2] = static_cast<std::int16_t>(from.TakeNumber(from.Skip(' ') ? 1 : 2));
-  from.TakeOf(" ");
-  TakeTimeOfDay(from, stamp.words);
+  TakeDayAndTime(from, month, stamp.words);
   if (from.Failed() || !EndsHere(from)) return std::nullopt;
   constexpr std::int64_t kDayMs = 86400000;
   const std::int64_t latest = TamLogClient::MillisecondsSince1970(newest, 0) + kDayMs;

@@ -26,6 +26,10 @@ std::optional<Stamp> TakeIsoStamp(std::string_view& line);
 // than a day.
 std::optional<Stamp> TakeSyslogStamp(std::string_view& line, const TamLogClient::TimeWords& newest);
 
+// TakeCalendarStamp: Fri Jan  2 03:04:05 2026, as `dmesg -T`, `date` and asctime write it; it may stand in
+// brackets.
+std::optional<Stamp> TakeCalendarStamp(std::string_view& line);
+
 // Parses a whole text: one of ParseTime, followed by a zone or not.
 std::optional<Stamp> ParseStamp(std::string_view text);
 

@@ -25,6 +25,7 @@
 namespace {
 
 using NativeMachine::kPage;
+using TamLogUtil::AutoHandle;
 using TamLogUtil::NativeHandle;
 using TamLogUtil::Exceptions::ExceptionWindows;
 
@@ -152,7 +153,7 @@ MappedView::~MappedView() {
   if (view != nullptr) Unmap();
 }
 
-void MappedView::Map(NativeHandle file, const std::string& /*name*/,
+bool MappedView::Map(NativeHandle file, const std::string& /*name*/,
                      TamLogUtil::SecurityAttributes* /*attributes*/, Older /*older*/) {
   auto& opened = NativeMachine::As<FileObject>(file);
   if (opened.file->size == 0) {
@@ -163,6 +164,7 @@ void MappedView::Map(NativeHandle file, const std::string& /*name*/,
   mapping = NativeMachine::NewHandle(NativeMachine::ObjectOf(file));
   view = opened.file->pages->Bytes();
   slotCount = static_cast<std::int64_t>((opened.file->pages->Length() - kSlotsOffset) / sizeof(LogMessage));
+  return true;
 }
 
 void MappedView::Unmap() {
@@ -187,19 +189,24 @@ bool MessageFileServer::OpenLogFile(const std::string& path, std::uint32_t& lowF
   const bool existed = disk.files.contains(path);
   auto& entry = disk.files[path];
   if (entry == nullptr) entry = std::make_shared<DiskFile>();
-  WhileOpen([&] { file.Take(NativeMachine::NewHandle(std::make_shared<FileObject>(entry))); });
+  AutoHandle opened(NativeMachine::NewHandle(std::make_shared<FileObject>(entry)), AutoHandle::From::Take);
+  KeepFile(opened);
   lowFileSize = static_cast<std::uint32_t>(entry->size);
   return existed;
 }
 
 void MessageFileServer::ResizeFile(std::uint32_t maxMessage) {
   const std::uint64_t size = LogFileSize(maxMessage);
-  DiskFile& resized = *NativeMachine::As<FileObject>(file.Get()).file;
-  const std::uint32_t error = size > NativeMachine::kDiskSize ? kDiskFull : resized.mapped ? kMappedFile : 0;
-  if (error != 0) {
-    throw ExceptionWindows("Failed to resize file, SetEndOfFile() failed in ResizeFile()", nullptr, error);
-  }
-  resized.Resize(size);
+  UseFile([size](NativeHandle opened) {
+    DiskFile& resized = *NativeMachine::As<FileObject>(opened).file;
+    const std::uint32_t error = size > NativeMachine::kDiskSize ? kDiskFull
+                                : resized.mapped                ? kMappedFile
+                                                                : 0;
+    if (error != 0) {
+      throw ExceptionWindows("Failed to resize file, SetEndOfFile() failed in ResizeFile()", nullptr, error);
+    }
+    resized.Resize(size);
+  });
 }
 
 // There are no other processes.

@@ -114,6 +114,22 @@ TEST_P(OverlongWhileAReadWaits, ItsRestIsServedAsTheNextRequest) {
 INSTANTIATE_TEST_SUITE_P(Bytes, OverlongWhileAReadWaits, ::testing::Values(1029, 1500, 2056),
                          [](const auto& value) { return std::to_string(value.param); });
 
+// The rest of each one is a read that succeeds, so failed reads never come twelve in a row.
+TEST_F(ConnectionFaults, OverlongRequestsAloneNeverEndTheConnection) {
+  PipeClient client(name);
+  ConnectAndWaitForTheRead(client);
+  std::string bytes(1500, '\0');
+  bytes[sizeof(PipeRequest)] = static_cast<char>(kPing);
+  for (int sent = 1; sent <= 15; ++sent) {
+    ASSERT_TRUE(client.SendBytes(bytes.data(), bytes.size()));
+    const std::optional<PipeReply> reply = client.Receive();
+    ASSERT_TRUE(reply) << sent;
+    EXPECT_EQ(reply->code, kAlive) << sent;
+    ASSERT_TRUE(WaitUntil([&] { return Faults().serverRead.PendingCalls() == sent + 1; }));
+  }
+  EXPECT_EQ(handler.ended, 0);
+}
+
 class VeryOverlongWhileAReadWaits : public ConnectionFaults,
                                     public ::testing::WithParamInterface<std::size_t> {};
 

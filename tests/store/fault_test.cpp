@@ -187,6 +187,22 @@ TEST_F(Faults, AHeaderThatIsWrittenOverAtAnyMomentOfAnOpenNeitherFailsItNorTheNe
   }
 }
 
+// The touches of an open: readCount is reset (1); the check enters (2, 3), reads header (4) and slots (5) and
+// leaves (6, 7); the open enters again (8, 9), reads the header again (10) and the lock names.
+TEST_F(Faults, AHeaderThatIsWrittenOverBeforeItsLastReadingCountsAsABrokenRule) {
+  for (int n = 1; n <= 11; ++n) {
+    SCOPED_TRACE(n);
+    FreshServer();
+    BeforeMappedAccess(n, WriteOverHeader<1, 10, 11>);
+    Open();
+    EXPECT_TRUE(FaultMet());
+    WorkAgain();
+    EXPECT_TRUE(server->VerifyIntegrity());
+    EXPECT_EQ(Header().messageCount, n <= 10 ? 0 : 1);
+    Close();
+  }
+}
+
 TEST_F(Faults, AFlushThatFailsAtAnyTouchOfTheViewLosesAndDuplicatesNothing) {
   Open();
   Submit("a", At(12, 0));

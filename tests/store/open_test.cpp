@@ -6,9 +6,11 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "tests/store/log_file_fixture.h"
 #include "tests/support/diagnostic_log_capture.h"
+#include "tests/support/wait_until.h"
 #include "util/win32.h"
 
 namespace StoreTest {
@@ -428,26 +430,45 @@ TEST_F(OpenFile, AReaderThatStaysDoesNotDelayAnOpenThatItIsNotInTheWayOf) {
   EXPECT_EQ(Newest(), Texts{"a"});
 }
 
-// Otherwise the messages would go on into the old file.
-TEST_F(OpenFile, AFileAtAnotherPathIsNotServedFromTheSectionOfTheOldOne) {
-  const std::string other = directory.File("Other.dat");
-  const std::string first = configuration.logFile;
-  configuration.logFile = other;
-  MakeFile(10, {Message("of the other file", At(11, 0))});
-  configuration.logFile = first;
-  Open();
-  Submit("of the first file", At(12, 0));
-  Flush();
-  auto reader = std::make_unique<TestReader>(names);
-  Close();
-  configuration.logFile = other;
+class OpenOtherFile : public OpenFile {
+ protected:
+  OpenOtherFile() : first(configuration.logFile), other(directory.File("Other.dat")) {
+    configuration.logFile = other;
+    MakeFile(10, {Message("of the other file", At(11, 0))});
+    configuration.logFile = first;
+    Open();
+    Submit("of the first file", At(12, 0));
+    Flush();
+    reader = std::make_unique<TestReader>(names);
+    Close();
+    configuration.logFile = other;
+  }
+
+  // Otherwise the messages would go on into the first file.
+  void ExpectTheOtherIsServed() {
+    Submit("new", At(13, 0));
+    Flush();
+    EXPECT_EQ(Newest(), (Texts{"new", "of the other file"}));
+    configuration.logFile = first;
+    EXPECT_EQ(Newest(), Texts{"of the first file"});
+    configuration.logFile = other;
+  }
+
+  const std::string first;
+  const std::string other;
+  std::unique_ptr<TestReader> reader;  // has the first file mapped
+};
+
+TEST_F(OpenOtherFile, IsNotServedFromTheSectionOfTheFirstOnceItsReadersHaveLeft) {
   WhileItLeaves(reader, [&] { Open(); });
-  Submit("new", At(13, 0));
-  Flush();
-  EXPECT_EQ(Newest(), (Texts{"new", "of the other file"}));
-  configuration.logFile = first;
-  EXPECT_EQ(Newest(), Texts{"of the first file"});
-  configuration.logFile = other;
+  ExpectTheOtherIsServed();
+}
+
+TEST_F(OpenOtherFile, IsOpenedAtTheNextStartWhenReadersWereTooSlowForThisOne) {
+  Open();
+  Close();
+  WhileItLeaves(reader, [&] { Open(); });
+  ExpectTheOtherIsServed();
 }
 
 TEST_F(OpenFile, AReaderThatNeverLeavesDoesNotKeepTheServerFromStartingAtAnotherPath) {
@@ -458,6 +479,20 @@ TEST_F(OpenFile, AReaderThatNeverLeavesDoesNotKeepTheServerFromStartingAtAnother
   MakeFile(10, {});
   EXPECT_EQ(FailureOf([&] { Open(); }), "");
   EXPECT_TRUE(server->VerifyIntegrity());
+}
+
+TEST_F(OpenFile, ACloseByAnotherThreadEndsTheWaitForReaders) {
+  Open();
+  const TestReader reader(names);
+  Close();
+  SetCapacity(50);
+  std::string failure;
+  std::thread opening([&] { failure = FailureOf([&] { Open(); }); });
+  // From its last size on the open waits for the reader.
+  EXPECT_TRUE(TestSupport::WaitUntil([&] { return Bytes().size() == 240U + 560U * 50U; }));
+  EXPECT_EQ(FailureOf([&] { Close(0); }), "");
+  opening.join();
+  EXPECT_EQ(failure, "Failed to grab write access, some handles or pointers are invalid");
 }
 
 // As a stop does that no longer waits for a restart that hangs.
@@ -646,12 +681,16 @@ TEST_F(WaitUntilFree, AReaderThatHasTheFileMappedIsWaitedForUnderWineOnly) {
 }
 
 TEST_F(WaitUntilFree, AnyOtherErrorIsReported) {
-  configuration.logFile = directory.Path();
-  Timeout timeout(5000);
-  const std::string failure = FailureOf([&] { server->WaitUntilFree(timeout); });
-  EXPECT_EQ(
-      failure.rfind("Failed to wait for log file to be free, CreateFile failed() - Error code : 5 - ", 0), 0U)
-      << failure;
+  const std::pair<std::string, std::string> refused[] = {{directory.Path(), "5"},
+                                                         {directory.File("*.dat"), "123"}};
+  for (const auto& [path, error] : refused) {
+    configuration.logFile = path;
+    Timeout timeout(5000);
+    const std::string failure = FailureOf([&] { server->WaitUntilFree(timeout); });
+    EXPECT_TRUE(failure.starts_with(
+        "Failed to wait for log file to be free, CreateFile failed() - Error code : " + error + " - "))
+        << failure;
+  }
 }
 
 // The lock is released between two tries: a stop does not block pipe requests while it waits.

@@ -50,7 +50,10 @@ void RingModel::Submit(const LogMessageBody& body) {
   ++pending;
   entries.insert(place, entry);
   const auto capacity = static_cast<std::size_t>(header.maxMessages);
-  if (entries.size() > capacity) entries.resize(capacity);
+  if (entries.size() > capacity) {
+    if (!wasInFile[entries.back().number]) ++unwritten;
+    entries.resize(capacity);
+  }
   pending = std::min(pending, static_cast<std::int32_t>(entries.size()));
 }
 

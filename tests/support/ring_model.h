@@ -39,6 +39,9 @@ class RingModel {
   // Return the numbers, counted from 0 in order of submission, of all messages that ever were in the file, in
   // the order in which they came into it, and the number of the message in a slot.
   const std::vector<std::size_t>& EverInFile() const { return everInFile; }
+  // Returns how many messages were dropped from the list before a flush wrote them: the list was full, and
+  // everything in it newer.
+  std::uint64_t NeverWritten() const { return unwritten; }
   std::size_t MessageIn(std::uint32_t slot) const { return slotMessages[slot]; }
 
  private:
@@ -50,7 +53,6 @@ class RingModel {
   void Write(std::int32_t slot, const Entry& entry);
   void RewriteAll();
   void Append();
-  void Note(const Entry& entry);
   std::vector<std::uint32_t> FromNewest() const;
   bool PassesCheck() const;
   void Compact(std::int32_t capacity);
@@ -65,6 +67,7 @@ class RingModel {
   std::vector<std::size_t> everInFile;
   std::vector<bool> wasInFile;  // by number
   std::size_t submitted = 0;
+  std::uint64_t unwritten = 0;
 };
 
 }  // namespace TamLogTest

@@ -80,10 +80,19 @@ class OnConsole:
 class ConsoleTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
+        # As long as a program runs in the prefix, its drivers stay loaded; test.sh starts the prefix's server to stay.
+        cls.keeper = subprocess.Popen([RUN, "cmd.exe"], stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        cls.addClassCleanup(cls.end_keeper)
+        cls.keeper.stdout.read(1)
         run("TamLogServer.exe", "-install")
-        run("tamlogdrv.exe", "install", windows_path(BIN, "tamlog.sys"))
-        started = run("tamlogctl.exe", "server", "start")
-        assert started.returncode == 0, started.stderr
+        for arguments in (("tamlogdrv.exe", "install", windows_path(BIN, "tamlog.sys")),
+                          ("tamlogctl.exe", "server", "start")):
+            outcome = run(*arguments)
+            assert outcome.returncode == 0, outcome.stdout + outcome.stderr
+
+    @classmethod
+    def end_keeper(cls):
+        cls.keeper.communicate(timeout=PATIENCE)  # the end of its input ends it
 
     @classmethod
     def tearDownClass(cls):
@@ -98,7 +107,7 @@ class ConsoleTest(unittest.TestCase):
         follow.press_ctrl_c()
         self.assertEqual(follow.exit_code(), 130, follow.shown)
 
-    def test_ctrl_c_during_stats_waits_until_read_access_is_given_back(self):
+    def test_ctrl_c_during_stats_waits_until_read_access_is_released(self):
         held = os.path.join(BIN, f"held-{os.getpid()}.dat")
         for delay in (1, 4, 16):  # until the key arrives while the program accesses the log, on slow machines too
             reader = subprocess.Popen([RUN, os.path.join(BIN, "system_reader.exe"), "hold", windows_path(held)],
@@ -151,16 +160,25 @@ class ConsoleTest(unittest.TestCase):
         self.assertEqual(clear.exit_code(), 0, clear.shown)
         self.assertEqual(run("tamlogctl.exe", "show").stdout, "")
 
+    def test_full_disk_is_named(self):
+        with open("/dev/full", "wb") as full:
+            outcome = subprocess.run([RUN, os.path.join(BIN, "tamlogctl.exe"), "help"], stdin=subprocess.DEVNULL,
+                                     stdout=full, stderr=subprocess.PIPE, text=True, timeout=PATIENCE, check=False)
+        self.assertEqual(outcome.returncode, 8)
+        self.assertRegex(outcome.stderr, r"standard output cannot be written: \w.* \(error 112\)")
+
     def test_pager_is_never_a_program_of_the_current_directory(self):
         self.assertEqual(run("tamlogctl.exe", "send", "-s", "Camera", "--confirm", "for the pager").returncode, 0)
         with tempfile.TemporaryDirectory() as directory:
-            # A program that says what it was called with, under the name of the command interpreter.
-            shutil.copy(os.path.join(BIN, "tamlogctl.exe"), os.path.join(directory, "cmd.exe"))
-            show = OnConsole("tamlogctl.exe", "show", directory=directory,
-                             environment={"PAGER": "more"})
-            show.exit_code()
-        self.assertNotIn(b"there is no verb", show.shown)
-        self.assertIn(b"for the pager", show.shown)
+            # A program that reports what it was called with, under the names of the interpreter and the pager.
+            for name in ("cmd.exe", "more.exe", "less.exe"):
+                shutil.copy(os.path.join(BIN, "tamlogctl.exe"), os.path.join(directory, name))
+            for pager in ("more", "less planted"):
+                show = OnConsole("tamlogctl.exe", "show", directory=directory, environment={"PAGER": pager})
+                show.exit_code()
+                self.assertNotIn(b"there is no verb", show.shown, pager)
+                self.assertIn(b"for the pager", show.shown, pager)
+        self.assertIn(b"PAGER 'less planted': cannot be started", show.shown)
 
 
 if __name__ == "__main__":

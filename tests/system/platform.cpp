@@ -329,6 +329,27 @@ void ChildProcess::Kill() {
   }
 }
 
+namespace {
+
+// Calls a function of ntdll that has no import library.
+void CallOnProcess(const char* function, void* process) {
+  using Call = LONG(NTAPI*)(HANDLE);
+  const auto call = reinterpret_cast<Call>(
+      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("ntdll.dll"), function)));
+  if (call == nullptr) ThrowLastError(function);
+  call(process);  // fails for a process that has just ended
+}
+
+}  // namespace
+
+void ChildProcess::Suspend() {
+  CallOnProcess("NtSuspendProcess", process.get());
+}
+
+void ChildProcess::Resume() {
+  CallOnProcess("NtResumeProcess", process.get());
+}
+
 CommandReport ReportAtEnd(ChildProcess& program) {
   program.CloseInput();
   CommandReport report;

@@ -103,6 +103,9 @@ class ChildProcess {
   // Waits for its end and returns all output that was not read yet, with LF line ends.
   std::string FinishOutput(std::chrono::milliseconds limit);
   void Kill();
+  // Suspend stops all of its threads, wherever they are, until Resume.
+  void Suspend();
+  void Resume();
 
  private:
   bool ReadMore();  // reads the available output without waiting; false: there was none

@@ -64,6 +64,36 @@ void AwaitWaits(const FakeEvent& event, int count) {
   std::this_thread::sleep_for(std::chrono::milliseconds(5));
 }
 
+// Four threads take and release the lock, with short, unlimited and no time-outs; never two are inside. Each
+// waits by the event that eventOf(its random numbers) returns; a failed wait takes nothing.
+template <class EventOf>
+void ContendFor(Benaphore& lock, EventOf&& eventOf) {
+  int count = 0;  // guarded by the lock: a sanitizer reports two threads inside
+  std::atomic<int> taken{0};
+  std::vector<std::thread> threads;
+  threads.reserve(4);
+  for (unsigned seed = 1; seed <= 4; ++seed) {
+    threads.emplace_back([&, seed] {
+      std::minstd_rand random(seed);
+      auto&& event = eventOf(random);
+      for (int round = 0; round < 20000; ++round) {
+        const auto pick = random() % 8;
+        try {
+          if (!lock.Wait(event, pick < 5 ? kForever : (pick < 7 ? 0 : 1))) continue;
+        } catch (const std::runtime_error&) {
+          continue;
+        }
+        ++count;
+        ++taken;
+        if (random() % 64 == 0) std::this_thread::yield();
+        lock.Release(event);
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(count, taken);
+}
+
 TEST(Benaphore, AFreeOneIsTakenAndReleasedWithoutItsEvent) {
   Benaphore lock;
   FakeEvent event;
@@ -247,30 +277,7 @@ TEST(Benaphore, FailedWaitsOfManyThreadsLeaveNoTrace) {
   };
   Benaphore lock;
   FakeEvent event;
-  int count = 0;  // guarded by the lock
-  std::atomic<int> taken{0};
-  std::vector<std::thread> threads;
-  threads.reserve(4);
-  for (unsigned seed = 1; seed <= 4; ++seed) {
-    threads.emplace_back([&, seed] {
-      std::minstd_rand random(seed);
-      const Unreliable unreliable{event, random};
-      for (int round = 0; round < 20000; ++round) {
-        try {
-          const auto pick = random() % 8;
-          if (!lock.Wait(unreliable, pick < 5 ? kForever : (pick < 7 ? 0 : 1))) continue;
-        } catch (const std::runtime_error&) {
-          continue;
-        }
-        ++count;
-        ++taken;
-        if (random() % 64 == 0) std::this_thread::yield();
-        lock.Release(unreliable);
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(count, taken);
+  ContendFor(lock, [&event](std::minstd_rand& random) { return Unreliable{event, random}; });
   ASSERT_TRUE(lock.Wait(event, 0));  // takes a pass whose thread failed last
   lock.Release(event);
   EXPECT_TRUE(IsAsNew(lock, event));
@@ -294,30 +301,11 @@ TEST(Benaphore, TheThreadThatGetsItMayDestroyIt) {
   }
 }
 
-// Threads with short, unlimited and no time-outs: never two inside, and none waits for a lock that is free.
+// None waits for a lock that is free.
 TEST(Benaphore, KeepsManyThreadsApartWhateverTheirTimeOuts) {
   Benaphore lock;
   FakeEvent event;
-  int count = 0;  // guarded by the lock: a sanitizer sees it when two are inside
-  std::atomic<int> taken{0};
-  std::vector<std::thread> threads;
-  threads.reserve(4);
-  for (unsigned seed = 1; seed <= 4; ++seed) {
-    threads.emplace_back([&, seed] {
-      std::minstd_rand random(seed);
-      for (int round = 0; round < 20000; ++round) {
-        const auto pick = random() % 8;
-        const std::uint32_t patience = pick < 5 ? kForever : (pick < 7 ? 0 : 1);
-        if (!lock.Wait(event, patience)) continue;
-        ++count;
-        ++taken;
-        if (random() % 64 == 0) std::this_thread::yield();
-        lock.Release(event);
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(count, taken);
+  ContendFor(lock, [&event](std::minstd_rand& /*random*/) -> FakeEvent& { return event; });
   EXPECT_TRUE(lock.Wait(event, 0)) << "free in the end";
 }
 

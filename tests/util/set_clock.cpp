@@ -27,7 +27,7 @@ std::uint64_t ReadClock() {
 
 void SleepFor(std::uint32_t milliseconds) {
   now += milliseconds;
-  Sleep(1);
+  SwitchToThread();
 }
 
 }  // namespace TamLogUtil

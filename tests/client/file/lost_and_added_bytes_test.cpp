@@ -190,6 +190,50 @@ TEST_F(LostAndAddedBytes, LastMessageIsFoundAfterAByteWasAddedAndAnotherLost) {
             "");
 }
 
+// After 26 bytes were lost, the seconds of each message are where the number of the next one was.
+TEST_F(LostAndAddedBytes, SecondsThatCountAreNotTakenForNumbers) {
+  RingModel log(10);
+  for (int i = 0; i < 8; ++i)
+    log.Submit(MakeBody(i * 1000, std::string(static_cast<std::size_t>(i), 'a'), "s", 0));
+  log.Flush();
+  const std::string bytes = log.FileBytes();
+  for (std::uint64_t slot = 0; slot < 7; ++slot) {
+    for (const std::uint64_t place : {25U, 80U, 300U})
+      EXPECT_EQ(Try(bytes, {{LogFileImage::OffsetOf(slot) + place, 26, ""}}), "") << slot << " " << place;
+  }
+}
+
+TEST_F(LostAndAddedBytes, MessageBeforeALostYearIsSaved) {
+  std::string bytes = MakeLog(10, 9);
+  const std::uint64_t at = LogFileImage::OffsetOf(4) - 6;
+  bytes[at - 1] = '\1';  // is then read as a part of the year
+  EXPECT_EQ(Try(bytes, {{at, 23, ""}}), "");
+}
+
+// The size of the file does not show that bytes moved; the zeros of texts are read as the number 0.
+TEST_F(LostAndAddedBytes, AsManyBytesLostAsAddedElsewhereMoveOnlyTheSlotsBetween) {
+  for (const std::string& bytes : {MakeLog(12, 28), MakeLog(30, 9), MakeLog(12, 4)}) {
+    std::vector<std::vector<Change>> changes;
+    for (std::uint64_t slot = 1; slot + 5 < 11; ++slot) {
+      for (const std::uint64_t place : {15U, 132U, 301U, 540U}) {
+        for (const std::size_t count : {1U, 7U, 24U, 89U, 201U}) {
+          const std::uint64_t at = LogFileImage::OffsetOf(slot) + place;
+          for (std::uint64_t to = at + 5 * kSlot; to < bytes.size(); to += 2 * kSlot + 3)
+            changes.push_back({{at, count, ""}, {to, 0, std::string(count, '\0')}});
+        }
+      }
+    }
+    TryAll(bytes, changes);
+  }
+}
+
+// Zeros after a number that continues are no message, even where the ring could be in reverse.
+TEST_F(LostAndAddedBytes, LastMessageIsFoundAfterZerosWereAddedWithinItsNumber) {
+  const std::string bytes = MakeLog(20, 2);
+  const std::uint64_t at = LogFileImage::OffsetOf(1) + 4;
+  EXPECT_EQ(Try(bytes, {{at, 0, std::string(772, '\0')}, {LogFileImage::OffsetOf(12), 772, ""}}), "");
+}
+
 // After 10 bytes were added, the tail of each message is where the number of the next one was.
 TEST_F(LostAndAddedBytes, TailsThatCountAreNotTakenForNumbers) {
   std::string bytes = MakeLog(10, 22);
@@ -242,6 +286,36 @@ TEST_F(LostAndAddedBytes, ManyMessagesThatLookMovedDoNotMoveTheSlots) {
       EXPECT_EQ(TamLogClient::VerifyLogFile(LogFileImage(bytes)).Damage(), 0U) << year << " " << words;
       EXPECT_TRUE(Saved(bytes) == bodies) << year << " " << words;
     }
+  }
+}
+
+// Texts that hold the beginning of a message each, sorted in among others and rewritten by the server.
+TEST_F(LostAndAddedBytes, MessagesWithinTextsDoNotMoveTheSlotsOfASoundLog) {
+  for (unsigned seed = 0; seed < 300; ++seed) {
+    Random random(seed);
+    RingModel log(static_cast<std::int32_t>(2 + Pick(random, 30)));
+    const std::size_t shift = 40 + Pick(random, 440);
+    const auto year = static_cast<std::int16_t>(static_cast<int>(Pick(random, 3)) - 1);
+    const std::size_t flush = 1 + Pick(random, 5);
+    for (int i = 0; i < 60; ++i) {
+      LogMessage outer{0, MakeBody(i, "message " + std::to_string(i), "Camera", 0), {}};
+      if (Pick(random, 3) > 0) {
+        const LogMessage inner{Pick(random, 100), MakeBody(i, "inner", "In", 1), {}};
+        const std::size_t length = std::min<std::size_t>(60, kNeeded - shift);
+        std::memcpy(reinterpret_cast<char*>(&outer) + shift, &inner, length);
+        std::fill_n(outer.body.timestamp, 7, year);
+        outer.body.source[kTextSize - 1] = outer.body.text[kTextSize - 1] = '\0';
+      }
+      log.Submit(outer.body);
+      if (static_cast<std::size_t>(i) % flush == 0) log.Flush();
+    }
+    log.Flush();
+    const std::string bytes = log.FileBytes();
+    Bodies untouched;
+    Bodies all;
+    Sort(bytes, {}, untouched, all);
+    EXPECT_TRUE(Saved(bytes) == all) << seed;
+    EXPECT_TRUE(PlanRepair(LogFileImage(bytes)).breaks.empty()) << seed;
   }
 }
 

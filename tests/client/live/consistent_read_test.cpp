@@ -209,6 +209,36 @@ class Writer {
   int serial = 0;
 };
 
+// Each read of the copy is consistent, and each is soon after the one before; but the first part is of the
+// log before the restart. The slots of the new log have the same numbers.
+TEST(PartwiseCopy, BeginsAnewAfterARestartThatItDidNotSee) {
+  RingModel before(2);
+  for (const int time : {1, 2}) before.Submit(MakeBody(time, "before"));
+  before.Flush();
+  RingModel after(2);
+  for (const int time : {1, 2}) after.Submit(MakeBody(time, "after"));
+  after.Flush();
+  TornMemory memory(before);
+  memory.Restart(RingModel(2), after);
+  LogSnapshot copy;
+  copy.slots.resize(memory.SlotCount());
+  constexpr int kOfFirstPart = 7;   // event, changeCount, header, two halves of a slot; event, header
+  constexpr int kOfSecondPart = 5;  // the log is empty
+  int accesses = 0;
+  memory.between = [&] {
+    ++accesses;
+    if (accesses == kOfFirstPart + 1) {
+      while (memory.ServerRuns()) memory.Step();
+      while (!memory.ServerRuns()) memory.Step();
+      memory.Step();  // half of the time until the first flush
+    }
+    if (accesses == kOfFirstPart + kOfSecondPart + 1) {
+      while (memory.StepsLeft() > 0) memory.Step();
+    }
+  };
+  EXPECT_EQ(PartwiseCopy(memory, copy, 1).Run(100000), std::nullopt);
+}
+
 Outcome CopiesInParts(int histories, Mistake mistake) {
   Outcome outcome;
   for (int history = 0; history < histories; ++history) {

@@ -294,6 +294,27 @@ TEST_F(LogStreamTest, MemoryAndCursorContinueWhereAnEarlierStreamEnded) {
   EXPECT_FALSE(Holds(stream, *cursor));
 }
 
+// Somebody may free the log at any time, so a stream does not end.
+TEST_F(LogStreamTest, ReaderOfOthersThatBlocksTheServerIsReportedAndWaitedFor) {
+  LogStreamOptions options = Options();
+  options.timeoutMs = 30;
+  LogStream stream(options);
+  ASSERT_EQ(stream.Open(), Status::Ok);
+  Add("d");
+  Share();
+  shared->CloseReadWait();
+  for (const std::int32_t inside : {1, 0}) {
+    shared->SetReadCount(inside);
+    EXPECT_EQ(Read(stream, "B"), "B") << inside;
+  }
+  shared->OpenReadWait();
+  LogItem item;
+  do {
+    ASSERT_EQ(stream.Next(item, kSoon), Status::Ok);
+  } while (item.kind == LogItem::Kind::Blocked);
+  EXPECT_EQ(LogMessageView(*item.message).Text(), "d");
+}
+
 TEST_F(LogStreamTest, NothingSharedIsNotRunning) {
   LogStreamOptions options = Options();
   options.mapName = "Global\\TamLogTestNobodyHasThis";

@@ -6,6 +6,8 @@
 #include <stdexcept>
 
 #include "client/message/win32.h"
+// After windows.h.
+#include <sddl.h>
 
 namespace TamLogTest {
 
@@ -89,6 +91,22 @@ bool ServedLog::HeaderLockIsFree() const {
   if (WaitForSingleObject(headerLock.Get(), 0) != WAIT_OBJECT_0) return false;
   SetEvent(headerLock.Get());
   return true;
+}
+
+void ServedLog::AllowLookingOnly() {
+  const auto restrict = [](const TamLogClient::Handle& object, const char* allowed) {
+    const std::string text = std::string("D:(A;;") + allowed + ";;;WD)";
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    if (ConvertStringSecurityDescriptorToSecurityDescriptorA(text.c_str(), SDDL_REVISION_1, &descriptor,
+                                                             nullptr) == FALSE ||
+        SetKernelObjectSecurity(object.Get(), DACL_SECURITY_INFORMATION, descriptor) == FALSE)
+      throw std::runtime_error("cannot restrict the shared log");
+    LocalFree(descriptor);
+  };
+  restrict(mapping, "0x4");
+  restrict(headerLock, "0x1");
+  restrict(readWait, "0x100000");
+  restrict(writeWait, "0x100000");
 }
 
 void ServedLog::CloseReadWait() {

@@ -33,6 +33,10 @@ class ServedLog {
   bool WriteWaitIsSignalled() const;
   bool HeaderLockIsFree() const;
 
+  // From now on nobody can open anything of this with a right to change it: the mapping only for reading, the
+  // header lock only to query its state, the other events only to wait for them.
+  void AllowLookingOnly();
+
   // These break the protocol on purpose.
   void CloseReadWait();
   void OpenReadWait();

@@ -68,10 +68,8 @@ void TornMemory::Restart(const RingModel& empty, const RingModel& model) {
   TamLogClient::LogSnapshot after = published.back();
   after.header = start.header;
   AddPublication(after);
-  AddStep([this] {
-    memory.header.serverRunning = 1;
-    now += kFirstFlushMs;
-  });
+  AddStep([this] { memory.header.serverRunning = 1; });
+  for (int half = 0; half < 2; ++half) AddStep([this] { now += kFirstFlushMs / 2; });
   Write(model);
 }
 
@@ -123,6 +121,12 @@ bool TornMemory::CopySlots(std::size_t from, std::size_t count, LogMessage* to) 
                   reinterpret_cast<const char*>(&memory.slots[from + i]) + half, kHalf);
     }
   }
+  return true;
+}
+
+bool TornMemory::CopySlotStart(std::size_t slot, std::size_t bytes, LogMessage* to) const {
+  Access();
+  std::memcpy(to, &memory.slots[slot], bytes);
   return true;
 }
 

@@ -32,8 +32,8 @@ class TornMemory final : public TamLogClient::LogMemory {
 
   // Adds the steps of one write access that brings the log to the state of `model`.
   void Write(const RingModel& model);
-  // Adds the steps of a restart that empties the log, up to the state of `model`. Between its first step and
-  // the state's publication the clock goes on by the time that a server needs to its first flush.
+  // Adds the steps of a restart that empties the log, up to the state of `model`. Between the opening of the
+  // empty log and its first flush the clock goes on by the time that a server leaves in between.
   void Restart(const RingModel& empty, const RingModel& model);
 
   // Is called before each access of the reader; runs steps of the writer with Step.
@@ -53,9 +53,11 @@ class TornMemory final : public TamLogClient::LogMemory {
   bool CopyHeader(LogFileHeader& header) const override;
   bool CopyChangeCount(std::uint64_t& count) const override;
   bool CopySlots(std::size_t first, std::size_t count, LogMessage* to) const override;
+  bool CopySlotStart(std::size_t slot, std::size_t bytes, LogMessage* to) const override;
   bool CopyNumbers(std::size_t first, std::size_t count, std::uint64_t* to) const override;
   std::size_t SlotCount() const override { return memory.slots.size(); }
   bool WaitForWriter(std::uint32_t timeoutMs) const override;
+  bool ServerRuns() const { return memory.header.serverRunning != 0; }
   std::uint64_t Now() const override { return mistake == Mistake::NoLimit ? 1 : now; }
 
  private:

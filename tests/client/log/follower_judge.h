@@ -32,6 +32,7 @@ struct HistoryKind {
   bool clears = false;
   Restarts restarts = Restarts::None;
   Resumes resumes = Resumes::Never;
+  bool sentAgain = false;  // restarts let the ring grow, and its messages are sent again
 };
 
 inline void PrintTo(const HistoryKind& kind, std::ostream* out) {
@@ -48,8 +49,10 @@ struct JudgeCounts {
   std::uint64_t lost = 0;      // messages that were in the file and not returned
   std::uint64_t exact = 0;     // reported losses with an exact number, all right unless `wrongCounts`
   std::uint64_t possible = 0;  // reports of a possible loss
-  std::uint64_t needless = 0;  // of these, reports while nothing was lost
-  std::uint64_t hidden = 0;    // losses that no reader could notice, see FollowerJudge::IsHidden
+  std::uint64_t needless = 0;  // of these, reports while nothing was lost that had been in the file
+  std::uint64_t needlessInFile =
+      0;                     // of these, reports while messages were lost before they were in the file
+  std::uint64_t hidden = 0;  // losses that no reader could notice, see FollowerJudge::IsHidden
   // Failures:
   std::uint64_t twice = 0;        // messages returned twice
   std::uint64_t notReturned = 0;  // messages in the ring at a visit, not returned, without a report
@@ -77,6 +80,10 @@ class FollowerJudge {
   struct Group {
     std::uint64_t inFile = 0;
     std::uint64_t returned = 0;
+    // Equal messages that come after a restart has emptied the log may be taken for those returned before: so
+    // many more, and so many of them in the file.
+    std::uint64_t mayBeSentAgain = 0;
+    std::uint64_t sentAgain = 0;
   };
 
   int Draw(int least, int most) { return std::uniform_int_distribution<int>(least, most)(random); }
@@ -84,6 +91,7 @@ class FollowerJudge {
   void Operate();
   void Submit(int count);
   void Restart();
+  void SendAgain(std::vector<std::size_t> numbers);
   void Visit();
   TamLogClient::FollowStep Follow(const TamLogClient::LogSnapshot& snapshot);
   void CountWritten();
@@ -108,10 +116,14 @@ class FollowerJudge {
   std::vector<Group> groups;
   std::size_t written = 0;    // of log.EverInFile(), counted in `groups`
   std::uint64_t missing = 0;  // in the file at some time, and not returned
+  std::uint64_t again = 0;    // sent again, and in the file since the last visit
+  // Of those, that may have been reported as lost. Another equal message may then be taken for one of them.
+  std::uint64_t reportedAgain = 0;
   bool reopened = false;
   bool emptiedUnnoticed = false;          // since the last visit
   bool wasEmpty = false;                  // at the last visit
   std::uint64_t nextNumber = 0;           // likewise
+  std::uint64_t neverWritten = 0;         // likewise, by the log
   std::optional<std::uint64_t> previous;  // time key of the message returned last
   int now = 1000;
   JudgeCounts counts;

@@ -25,6 +25,14 @@ class LogFollowerTest : public testing::Test {
  protected:
   void Submit(const std::string& text, std::int32_t time) { log.Submit(MakeBody(time, text)); }
 
+  // Submits a message for each of `times`, each with a flush of its own.
+  void SubmitEach(const std::vector<std::int32_t>& times) {
+    for (const std::int32_t time : times) {
+      Submit(std::to_string(time), time);
+      log.Flush();
+    }
+  }
+
   void Look(bool reopened = false) {
     const LogSnapshot snapshot = log.Snapshot();
     step = follower.Next(snapshot, reopened);
@@ -286,6 +294,50 @@ TEST_F(LogFollowerTest, TwinInANewLogDoesNotProveThatNothingWasLost) {
   EXPECT_FALSE(step.loss.Exact());
 }
 
+// As a change of capacity that keeps the messages: an empty log, and every message sent again.
+TEST_F(LogFollowerTest, MessagesSentAgainIntoALargerLogAreNotReturnedAgain) {
+  log = RingModel(6);
+  SubmitEach({1, 2, 3, 4});
+  follower.Start(log.Snapshot());
+  SubmitEach({5});
+  Look();
+  log.Reformat(20);
+  Look(true);
+  EXPECT_TRUE(texts.empty());
+  EXPECT_TRUE(step.loss.Any());
+  SubmitEach({1, 2});
+  Look();
+  EXPECT_TRUE(texts.empty());
+  EXPECT_FALSE(step.loss.Any());
+  SubmitEach({3, 6, 4});
+  Look();
+  EXPECT_EQ(texts, (Strings{"6"}));
+  EXPECT_FALSE(step.loss.Any());
+  SubmitEach({5, 7, 5});
+  Look();
+  EXPECT_EQ(texts, (Strings{"5", "7"})) << "the second 5 is another message";
+}
+
+TEST_F(LogFollowerTest, MessagesSentAgainAreRecognizedAfterAResumeToo) {
+  Begin(6);
+  SubmitEach({1, 2, 3, 4, 5});
+  Look();
+  log.Reformat(20);
+  Look(true);
+  SubmitEach({1});
+  Look();
+  const auto memory = TamLogClient::ParseMemory(FormatMemory(follower.Remembered(3)));
+  ASSERT_TRUE(memory);
+  follower.Resume(*memory);
+  SubmitEach({2, 3, 6, 4, 5});
+  Look(true);
+  EXPECT_EQ(texts, (Strings{"6"}));
+  EXPECT_TRUE(step.loss.Any()) << "messages older than the memory may be others";
+  SubmitEach({5});
+  Look();
+  EXPECT_EQ(texts, (Strings{"5"}));
+}
+
 TEST_F(LogFollowerTest, EmptyBeforeAndAfterARestartIsAnUnknownLoss) {
   Begin(4);
   Submit("lost", 1);
@@ -336,7 +388,7 @@ TEST_F(LogFollowerTest, LateMeansDatedBeforeTheMessageReturnedJustBefore) {
   EXPECT_TRUE(late.empty());
 }
 
-TEST_F(LogFollowerTest, InsertionIntoAnEmptyLogIsBoundedByTheCounters) {
+TEST_F(LogFollowerTest, InsertionIntoAnEmptyLogLosesNothing) {
   Begin(3);
   Submit("m0", 10);
   log.Flush();
@@ -344,8 +396,65 @@ TEST_F(LogFollowerTest, InsertionIntoAnEmptyLogIsBoundedByTheCounters) {
   log.Flush();
   Look();
   EXPECT_EQ(texts, (Strings{"m1", "m0"}));
+  EXPECT_FALSE(step.loss.Any());
+}
+
+TEST_F(LogFollowerTest, KnownMessagesThatHideBehindAppendedOnesAreNoLoss) {
+  Begin(4);
+  SubmitEach({10, 20, 30, 40, 50});
+  Look();
+  Submit("too old", 1);
+  log.Flush();  // the whole ring, backwards: slot 0 holds 50
+  Submit("60", 60);
+  log.Flush();  // overwrites 50
+  Look();
+  EXPECT_EQ(texts, (Strings{"60"}));
+  EXPECT_FALSE(step.loss.Any());
+}
+
+TEST_F(LogFollowerTest, AppendedMessageThatARewriteHidIsCounted) {
+  Begin(4);
+  SubmitEach({10, 20, 30, 40, 50});
+  Look();
+  SubmitEach({60});
+  Submit("too old", 1);
+  log.Flush();
+  SubmitEach({70});  // overwrites 60
+  Look();
+  EXPECT_EQ(texts, (Strings{"70"}));
+  EXPECT_EQ(step.loss.least, 1U);
   ASSERT_TRUE(step.loss.most);
-  EXPECT_LE(*step.loss.most, 1U);
+  EXPECT_EQ(*step.loss.most, 2U);
+}
+
+TEST_F(LogFollowerTest, MessageThatCameBackIsNoLossOfAnother) {
+  Begin(6);
+  SubmitEach({10, 20, 30, 40, 50, 60, 70});
+  Look();
+  Submit("too old", 1);
+  Submit("80", 80);
+  log.Flush();
+  SubmitEach({90});  // overwrites 80, which the server still holds
+  Look();
+  EXPECT_EQ(texts, (Strings{"90"}));
+  EXPECT_TRUE(step.loss.Any());
+  SubmitEach({75});
+  Look();
+  EXPECT_EQ(texts, (Strings{"75", "80"}));
+  EXPECT_FALSE(step.loss.Any());
+}
+
+TEST_F(LogFollowerTest, TwinsOfOneTimeDoNotFillTheMemory) {
+  constexpr std::int32_t kCapacity = 20;
+  Begin(kCapacity);
+  for (int round = 0; round < 50; ++round) {
+    for (int i = 0; i < kCapacity; ++i) Submit("burst " + std::to_string(round * kCapacity + i), 1);
+    log.Flush();
+    Submit("appended " + std::to_string(round), 1);
+    log.Flush();
+    Look();
+  }
+  EXPECT_LE(follower.Remembered(100000).known.size(), 3U * kCapacity);
 }
 
 TEST_F(LogFollowerTest, LossAmongInsertionsIsCountedByThePlaceOfTheNextSlot) {

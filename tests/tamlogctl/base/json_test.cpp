@@ -38,6 +38,7 @@ TEST(Json, NumbersKeepEveryDigit) {
   ASSERT_TRUE(read && read->AsArray() != nullptr);
   const JsonArray& list = *read->AsArray();
   EXPECT_EQ(list[0].AsUnsigned(), kMost);
+  EXPECT_EQ(list[0].AsInteger(), std::nullopt);
   EXPECT_EQ(list[1].AsInteger(), kLeast);
   EXPECT_EQ(list[1].AsUnsigned(), std::nullopt);
   EXPECT_EQ(list[2].AsInteger(), std::nullopt);

@@ -342,7 +342,7 @@ TEST_F(TamlogctlTest, ServerThatDoesNotAnswerInTimeIsFive) {
 }
 
 // Everybody may write to the shared log, the names of its events included.
-TEST_F(TamlogctlTest, EventsOfSomebodyElsesChoiceAreNotTouched) {
+TEST_F(TamlogctlTest, EventsThatAnotherUserChoseAreNotTouched) {
   ServedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
   const TestServer server([](const PipeRequest&, PipeReply&) { return Answer::Silence; }, kRequestPipeName);
   const char* const victimName = "Global\\TamLogTestVictim";
@@ -380,6 +380,42 @@ TEST_F(TamlogctlTest, EventsOfSomebodyElsesChoiceAreNotTouched) {
     EXPECT_EQ(log.ReadCount(), 0);
   }
   EXPECT_EQ(Run("show").exitCode, 0);
+}
+
+// A program that cannot change the log cannot block the server, wherever it is killed.
+TEST_F(TamlogctlTest, NothingButUnstickNeedsARightToChangeAnythingOfTheLog) {
+  TamLogTest::RingModel content(8);
+  content.Submit(TamLogTest::MakeBody(0, "one"));
+  content.Flush();
+  ServedLog log(content.Snapshot(), 0, kFileMapName);
+  const TestServer server(
+      [](const PipeRequest&, PipeReply& reply) {
+        reply.settings = {.maxMessage = 8, .devicePollRate = 50, .typeFilter = 0xF, .saveRate = 5};
+        reply.code = static_cast<std::uint32_t>(ReplyCode::Settings);
+        return Answer::Reply;
+      },
+      kRequestPipeName);
+  log.AllowLookingOnly();
+  EXPECT_FALSE(TamLogClient::Handle(OpenEventA(EVENT_MODIFY_STATE, FALSE, kHeaderLockName)));
+  EXPECT_FALSE(TamLogClient::Handle(OpenFileMappingA(FILE_MAP_WRITE, FALSE, kFileMapName)));
+  for (const char* const command : {"show -o cat", "show -n 1 -o cat", "follow -n 1 --for 1 -o cat"}) {
+    const Outcome outcome = Run(command);
+    EXPECT_EQ(outcome.exitCode, 0) << command << "\n" << outcome.err;
+    EXPECT_EQ(outcome.out, "one\n") << command;
+  }
+  for (const char* const command : {"stats", "verify --live", "export out.txt"}) {
+    const Outcome outcome = Run(command);
+    EXPECT_EQ(outcome.exitCode, 0) << command << "\n" << outcome.err;
+  }
+  const std::string found = Run("doctor --timeout 500").out;
+  for (const char* const line : {"ok    access", "ok    lock     free", "ok    readers  none is stuck",
+                                 "ok    read     the newest messages were copied"}) {
+    EXPECT_NE(found.find(line), std::string::npos) << line << "\n" << found;
+  }
+  log.TakeHeaderLock();
+  EXPECT_NE(Run("doctor --timeout 500").out.find("fail  lock"), std::string::npos);
+  EXPECT_FALSE(log.HeaderLockIsFree());
+  log.FreeHeaderLock();
 }
 
 // A reader counted itself and died with the lock. A second one waits for the lock, counts itself when it is
@@ -473,7 +509,7 @@ TEST_F(TamlogctlTest, DoctorNamesTheProcessesThatTakeTheServersPlace) {
       "process " + std::to_string(GetCurrentProcessId()) + " (tamlogctl_program_tests.exe)";
   const Outcome outcome = Run("doctor");
   EXPECT_NE(outcome.exitCode, 0);
-  EXPECT_NE(outcome.out.find("fail  pipe     answered by " + own + ", which is not the service"),
+  EXPECT_NE(outcome.out.find("fail  pipe     served by " + own + ", which is not the service"),
             std::string::npos)
       << outcome.out;
   for (const char* const name : {kFileMapName, kHeaderLockName, kReadWaitEventName, kWriteWaitEventName}) {
@@ -483,6 +519,25 @@ TEST_F(TamlogctlTest, DoctorNamesTheProcessesThatTakeTheServersPlace) {
         << outcome.out;
   }
   EXPECT_EQ(server.Requests().size(), 0U);  // an impostor is asked nothing
+}
+
+// A process that creates the request pipe alone keeps every client out.
+TEST_F(TamlogctlTest, DoctorNamesTheProcessThatHoldsTheRequestPipeAlone) {
+  const TamLogClient::Handle squatted(
+      CreateNamedPipeA(kRequestPipeName, PIPE_ACCESS_INBOUND, PIPE_TYPE_MESSAGE, 1, 4096, 4096, 0, nullptr));
+  ASSERT_TRUE(squatted);
+  const Outcome named = Run("doctor --timeout 1500");
+  EXPECT_NE(named.out.find("fail  pipe     served by process " + std::to_string(GetCurrentProcessId()) +
+                           " (tamlogctl_program_tests.exe), which is not the service"),
+            std::string::npos)
+      << named.out;
+  DisconnectNamedPipe(squatted.Get());
+  const TamLogClient::Handle client(
+      CreateFileA(kRequestPipeName, GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+  const Outcome busy = Run("doctor --timeout 1500");
+  EXPECT_NE(busy.exitCode, 0);
+  EXPECT_NE(busy.out.find("fail  pipe     exists although the service does not run"), std::string::npos)
+      << busy.out;
 }
 
 // A server that is starting has its log mapped before it has its pipes. A program that maps it then keeps the
@@ -528,7 +583,7 @@ TEST_F(TamlogctlTest, HelpAndVersionGoToStandardOutput) {
   EXPECT_EQ(Run("--version").exitCode, 0);
 }
 
-TEST_F(TamlogctlTest, ColorsOnlyWhenTheyAreAskedFor) {
+TEST_F(TamlogctlTest, ColorsOnlyWhereTheyAreRequested) {
   const std::string log = MakeLog();
   EXPECT_EQ(Run("show " + log).out.find('\x1b'), std::string::npos);
   EXPECT_NE(Run("show --color always " + log).out.find('\x1b'), std::string::npos);

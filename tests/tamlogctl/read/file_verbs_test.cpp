@@ -160,6 +160,11 @@ TEST_F(FileVerbs, Export) {
   Expect("export none.txt --file good.dat -g nothing", 1, "none.txt: 0 messages");
   Expect("export log.txt --file good.dat", 2, "log.txt: already exists; give another name, or --force");
   Expect("export log.txt --file good.dat --force -q", 0, "");
+  Put("own.dat", Contents("good.dat"));
+  Expect("export ./own.dat --force --file own.dat", 2,
+         "./own.dat: is the log that is read; give another name");
+  EXPECT_EQ(Contents("own.dat"), Contents("good.dat"));
+  Expect("export ./own.dat --log --capacity 20 --force --file own.dat", 0, "own.dat: 6 messages");
   Expect("export two.dat --log --capacity 2 --file good.dat", 2, "--capacity 2: 6 messages do not fit");
   Expect("export other.txt --file missing.dat", 3, "missing.dat: no such file");
   Expect("export other.txt", 3, "this operating system has no log server; show, stats and export read");
@@ -515,7 +520,8 @@ TEST_F(FileVerbs, UsageErrorsNameTheOptionAndTheFix) {
       {"export new -f -o json-array", "-o json-array: cannot be used with --follow"},
       {"export new -f --cursor-file c -U now", "-U: cannot be used with --cursor-file"},
       {"import", "FILE is required"},
-      {"import good.dat --input xml", "--input: 'xml': expected auto|log|raw|json|csv|tsv|export|"},
+      {"import good.dat --input xml",
+       "--input: 'xml': expected auto|log|raw|json|ndjson|json-array|csv|tsv|export|"},
       {"import good.dat --fields time,when", "--fields 'time,when': unknown field 'when'"},
       {"convert good.dat", "FILE: name a file to read, and the new log file"},
       {"convert good.dat new.dat --capacity 0", "--capacity: '0': expected a number from 1 to 1000000"},

@@ -150,6 +150,17 @@ TEST_F(ShowCommand, MergeCountsReversesAndLimits) {
   EXPECT_EQ(none.exitCode, 1);
 }
 
+// Two logs of one machine, such as the one that a clear has saved and the present one.
+TEST_F(ShowCommand, OneLabelNamesSeveralLogsOfAMachine) {
+  Save("older.dat");
+  const std::string labels = "merge -n +2 --label east=Logs.dat --label east=older.dat ";
+  const auto lines = Lines(labels + "--offset east=+1h -o 'template={host} {time} {text}'");
+  ASSERT_EQ(lines.size(), 2U);
+  EXPECT_EQ(lines[0], lines[1]);
+  EXPECT_EQ(lines[0].substr(0, 5), "east ");
+  EXPECT_NE(lines[0].find(" 01:00:00.000 message 0"), std::string::npos) << lines[0];
+}
+
 TEST_F(ShowCommand, ReportsAndMergedLogsGoThroughThePager) {
   Put("pager", "#!/bin/sh\nsed 's/^/paged: /'\n");
   std::filesystem::permissions(folder.File("pager"), std::filesystem::perms::owner_all);
@@ -603,6 +614,18 @@ TEST_F(ShowCommand, CursorsOfEarlierVersionsAreAccepted) {
   EXPECT_EQ(Show("--after-cursor " + old), "6");
   Put("seen", old + "\n");
   EXPECT_EQ(Show("--cursor-file seen"), "6");
+}
+
+TEST_F(ShowCommand, MemoryOfAnEarlierVersionIsIgnoredAndItsCursorCounts) {
+  EXPECT_EQ(Show("--cursor-file seen"), "012345");
+  const std::string seen = Contents("seen");
+  Put("seen", seen.substr(0, seen.find('\n') + 1) + "memory1 8 6 6 3 1 6 0 1 1 1 0 0\n");
+  Submit(6);
+  log.Flush();
+  Save();
+  EXPECT_EQ(Show("--cursor-file seen"), "6");
+  Put("seen", seen.substr(0, seen.find('\n') + 1) + "memory9 8 6 6 3 1 6 0 1 1 1 0 0\n");
+  EXPECT_EQ(Run("show --file Logs.dat --cursor-file seen").exitCode, 2);
 }
 
 TEST_F(ShowCommand, CursorFileGivesEachMessageOnceAndTellsLosses) {

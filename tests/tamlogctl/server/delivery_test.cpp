@@ -5,10 +5,13 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <map>
 #include <random>
+#include <unordered_set>
 #include <vector>
 
+#include "client/message/time_text.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tests/support/ring_model.h"
 
@@ -205,7 +208,6 @@ TEST(Delivery, WithoutATroubleEachMessageIsSentOnce) {
   ExpectEachOnce(server, messages);
   EXPECT_EQ(delivery.SentAgain(), 0U);
   EXPECT_EQ(delivery.Losses(), 0U);
-  EXPECT_EQ(delivery.FirstUncertain(), 0U);
   EXPECT_TRUE(server.reports.empty());
 }
 
@@ -331,6 +333,50 @@ TEST(Delivery, WhatWasSeenInTheLogDoesNotComeBackAfterAClear) {
   ASSERT_EQ(delivery.Finish(), kDone);
   EXPECT_EQ(server.Written().at("m3"), 1);
   EXPECT_EQ(server.Written().at("after"), 1);
+}
+
+// A message of a source that the model drops, with this key of its time.
+LogMessageBody DroppedAt(std::uint64_t key) {
+  LogMessageBody body = MakeBody(0, "m", "Dropped");
+  const auto take = [&key](std::uint64_t base) {
+    const auto word = static_cast<std::int16_t>(key % base);
+    key /= base;
+    return word;
+  };
+  TamLogClient::TimeWords words{};
+  words[6] = take(1000);
+  words[5] = take(60);
+  words[4] = take(60);
+  words[3] = take(24);
+  words[2] = take(31);
+  words[1] = take(12);
+  words[0] = static_cast<std::int16_t>(key);
+  TamLogClient::SetTime(body, words);
+  return body;
+}
+
+// Returns how long it takes to look for messages in the log whose keys are so far apart.
+std::chrono::milliseconds TimeToReview(std::size_t count, std::uint64_t distance) {
+  ModelServer server(10);
+  server.DropSource("Dropped");
+  Delivery delivery(server, {});
+  for (std::size_t i = 1; i <= count; ++i) EXPECT_EQ(delivery.Send(DroppedAt(i * distance)), kDone);
+  EXPECT_EQ(delivery.FirstUncertain(), 0U);
+  const auto start = std::chrono::steady_clock::now();
+  for (int i = 0; i < 10; ++i) EXPECT_TRUE(delivery.Review());
+  return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+}
+
+// The keys fall into one bucket of a hash table that does not mix them.
+TEST(Delivery, CraftedTimesDoNotMakeItSlow) {
+  constexpr std::size_t kCount = 20000;
+  std::unordered_set<std::uint64_t> table;
+  for (std::uint64_t key = 0; key < kCount; ++key) table.insert(key);
+  const std::uint64_t buckets = table.bucket_count();
+  ASSERT_EQ(TimeKey(DroppedAt(7 * buckets)), 7 * buckets);
+  const auto ordinary = TimeToReview(kCount, 10);
+  const auto crafted = TimeToReview(kCount, buckets);
+  EXPECT_LT(crafted, 3 * ordinary + std::chrono::seconds(1)) << "ordinary " << ordinary.count() << " ms";
 }
 
 TEST(Delivery, CtrlCEndsTheWaitForTheServer) {

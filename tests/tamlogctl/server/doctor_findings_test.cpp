@@ -136,7 +136,9 @@ TEST(DoctorFindings, AnsweringProcessHasToBeTheServices) {
   seen.pipe = PipeState::Foreign;
   seen.pipeProcess = "process 66 (evil.exe)";
   ExpectBad(seen, "pipe", FindingState::Failure,
-            "answered by process 66 (evil.exe), which is not the service\nend that process");
+            "served by process 66 (evil.exe), which is not the service\nend that process");
+  seen.pipeProcess.clear();
+  ExpectBad(seen, "pipe", FindingState::Failure, "exists although the service does not run");
 }
 
 TEST(DoctorFindings, ForeignEventNamesAreNamed) {
@@ -240,7 +242,7 @@ TEST(DoctorFindings, DriverPathAndRights) {
   EXPECT_NE(Find(seen, "path").found.find("C:\\link is a link"), std::string::npos);
 }
 
-TEST(DoctorFindings, SizeOfTheServersOwnLogIsToldAndWarnedOf) {
+TEST(DoctorFindings, SizeOfTheServersOwnLogIsReported) {
   Observations seen = Healthy();
   EXPECT_EQ(Find(seen, "failures").found, "the server has recorded no failure");
   seen.diagnosticFile = "C:\\TamLogServiceLog.txt";

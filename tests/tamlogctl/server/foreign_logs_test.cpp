@@ -71,6 +71,71 @@ TEST_F(ForeignLogs, NameOfACompressedFileIsThatOfTheLog) {
   EXPECT_EQ(Lines("dpkg.log.gz", "2026-01-02 03:04:05 x\n"), (Expected{"2026-01-02 03:04:05.000 0 dpkg: x"}));
 }
 
+TEST_F(ForeignLogs, RotatedFilesHaveTheSourceOfTheirLog) {
+  for (const char* const name : {"dpkg.log.1", "dpkg.log.12.gz"})
+    EXPECT_EQ(Lines(name, "2026-01-02 03:04:05 x\n"), (Expected{"2026-01-02 03:04:05.000 0 dpkg: x"}))
+        << name;
+  EXPECT_EQ(Lines("syslog.1", "2026-01-02 03:04:05 x\n"), (Expected{"2026-01-02 03:04:05.000 0 syslog: x"}));
+  EXPECT_EQ(Lines("table.csv.1", "time,text\n2026-01-02 03:04:05,x\n"),
+            (Expected{"2026-01-02 03:04:05.000 0 table: x"}));
+}
+
+TEST_F(ForeignLogs, TimesWithTheNamesOfDayAndMonth) {
+  EXPECT_EQ(
+      Lines(
+          "dmesg.txt",
+          "[Fri Jan  2 03:04:05 2026] usb 1-1: new device\n[Sat Jan 03 03:04:05.678901 2026] [core:error] x\n"
+          "Fri Jan 16 03:04:05 2026 y\n"),
+      (Expected{"2026-01-02 03:04:05.000 0 dmesg: usb 1-1: new device",
+                "2026-01-03 03:04:05.678 0 dmesg: [core:error] x", "2026-01-16 03:04:05.000 0 dmesg: y"}));
+  for (const char* const line :
+       {"Fri Jan  2 03:04:05 x", "[Fri Jan  2 03:04:05 2026 x", "Fry Jan  2 03:04:05 2026",
+        "Fri Jan 32 03:04:05 2026", "Fri ", "[", "[Fri Jan "})
+    EXPECT_EQ(Read("app.log", line).exitCode, TamLogCtl::kUsage) << line;
+}
+
+// As the server's own log of failures has it.
+TEST_F(ForeignLogs, TimeOnALineOfItsOwnIsThatOfTheNextLine) {
+  const ImportSource source =
+      Read("Failures.txt", "Fri Jan  2 03:04:05 2026\n - first\nmore\nFri Jan  2 03:04:06 2026\n - second\n");
+  ASSERT_EQ(source.messages.size(), 3U);
+  EXPECT_EQ(Shown(source.messages[0]), "2026-01-02 03:04:05.000 0 Failures: - first");
+  EXPECT_EQ(Shown(source.messages[1]), "2026-01-02 03:04:05.000 0 Failures: more");
+  EXPECT_EQ(Shown(source.messages[2]), "2026-01-02 03:04:06.000 0 Failures: - second");
+  EXPECT_EQ(source.continued, 1U);
+}
+
+TEST_F(ForeignLogs, FieldsAndLevelsAreNoNamesOfMachines) {
+  choice.keepZone = true;
+  EXPECT_EQ(Lines("app.log",
+                  "2026-01-02T03:04:05Z level=info msg=\"a: b\"\n2026-01-02T03:04:05Z ERROR Door: open\n"
+                  "2026-01-02T03:04:05Z [main] Door: open\n2026-01-02T03:04:05Z east \"a\": b\n"
+                  "2026-01-02T03:04:05Z east.example.org door[7]: open\n"),
+            (Expected{"2026-01-02 03:04:05.000 0 app: level=info msg=\"a: b\"",
+                      "2026-01-02 03:04:05.000 0 app: ERROR Door: open",
+                      "2026-01-02 03:04:05.000 0 app: [main] Door: open",
+                      "2026-01-02 03:04:05.000 0 app: east \"a\": b",
+                      "2026-01-02 03:04:05.000 0 east.example.org/door[7]: open"}));
+}
+
+// Two backups of one log.
+TEST_F(ForeignLogs, MessagesOfOverlappingFilesCountOnce) {
+  const std::string same = "2026-01-02 03:04:05 a\n2026-01-02 03:04:05 a\n2026-01-02 03:04:06 b\n";
+  TestSupport::WriteBytes(folder.File("old.txt"), same);
+  TestSupport::WriteBytes(folder.File("new.txt"), same + "2026-01-02 03:04:05 a\n2026-01-02 03:04:07 c\n");
+  choice.source = "Source";
+  const auto texts = [this] {
+    std::vector<LogMessageBody> messages;
+    EXPECT_EQ(ReadImports({folder.File("old.txt"), folder.File("new.txt")}, choice, messages), 0);
+    std::string all;
+    for (const LogMessageBody& body : messages) all += body.text;
+    return all;
+  };
+  EXPECT_EQ(texts(), "aaaaabbc");
+  choice.once = true;
+  EXPECT_EQ(texts(), "aaabc");
+}
+
 TEST_F(ForeignLogs, FormsOfIsoTimes) {
   for (const char* const line :
        {"2026-01-02 03:04:05.678 x", "2026-01-02T03:04:05,678 x", "[2026-01-02 03:04:05.678] x",
@@ -109,6 +174,46 @@ TEST_F(ForeignLogs, TimeWithAZoneBecomesLocalTime) {
   choice.keepZone = true;
   EXPECT_EQ(TimeText(Read("app.log", "2026-07-02 05:04:05.678+02:00 x").messages.at(0)),
             "2026-07-02 05:04:05.678");
+}
+
+TEST_F(ForeignLogs, NumberAtTheBeginningOfATextIsNoZone) {
+  EXPECT_EQ(Lines("app.log", "2026-07-02 05:04:05 -12 degrees\n2026-07-02 05:04:06 +5 V\n"),
+            (Expected{"2026-07-02 05:04:05.000 0 app: -12 degrees", "2026-07-02 05:04:06.000 0 app: +5 V"}));
+}
+
+TEST_F(ForeignLogs, LinesOfShortAndFullKeepTypeAndSource) {
+  EXPECT_EQ(
+      Lines("saved.txt",
+            "2026-01-02 03:04:05.678 T2 Camera: a: b\n2026-01-02 03:04:06.000 T3 east/Door (late): late\n"
+            "2026-01-02 03:04:07.000+05:30 T0 : \n2026-01-02 03:04:08.000 #47 T1 A: B "
+            "[origin=0102030405060708 spare=-9 tail=0a0b0c0d] (late): x [y]: z\n"),
+      (Expected{"2026-01-02 03:04:05.678 2 Camera: a: b", "2026-01-02 03:04:06.000 3 east/Door: late",
+                "2026-01-02 03:04:07.000 0 : ", "2026-01-02 03:04:08.000 1 A: B: x [y]: z"}));
+  const LogMessageBody body = Read("saved.txt",
+                                   "2026-01-02 03:04:08.000 #47 T1 A [origin=0102030405060708 spare=-9 "
+                                   "tail=0a0b0c0d]: x\n")
+                                  .messages.at(0);
+  EXPECT_EQ(std::string(reinterpret_cast<const char*>(body.origin), 8), "\1\2\3\4\5\6\7\10");
+  EXPECT_EQ(std::string(reinterpret_cast<const char*>(body.tail), 4), "\n\v\f\r");
+  EXPECT_EQ(TamLogClient::WordsOf(body)[7], -9);
+}
+
+TEST_F(ForeignLogs, NamesOfTypesThatShortPrintedAreReadWithTheSameOption) {
+  std::string problem;
+  choice.typeNames = *TamLogClient::TypeNames::Parse("1=warn,3=err", problem);
+  EXPECT_EQ(
+      Lines("saved.txt", "2026-01-02 03:04:05.678 err Camera: x\n2026-01-02 03:04:05.678 T2 Camera: x\n"),
+      (Expected{"2026-01-02 03:04:05.678 3 Camera: x", "2026-01-02 03:04:05.678 2 Camera: x"}));
+}
+
+TEST_F(ForeignLogs, LinesOfOthersThatLookLikeShortAreTheirText) {
+  EXPECT_EQ(
+      Lines("app.log",
+            "2026-01-02 03:04:05.678 T4 Camera: x\n2026-01-02 03:04:05 T2 Camera: x\n"
+            "2026-01-02 03:04:05.678 T2 Camera\n2026-01-02 03:04:05.678 #7 T2 Camera: x\n"),
+      (Expected{"2026-01-02 03:04:05.678 0 app: T4 Camera: x", "2026-01-02 03:04:05.000 0 app: T2 Camera: x",
+                "2026-01-02 03:04:05.678 0 app: T2 Camera",
+                "2026-01-02 03:04:05.678 0 app: #7 T2 Camera: x"}));
 }
 
 TEST_F(ForeignLogs, SyslogOfRfc3164) {
@@ -268,6 +373,7 @@ TEST_F(ForeignLogs, TimeWordsOfJsonThatAreTooLargeAreRefused) {
   };
   EXPECT_EQ(Read("a.json", line("2026,13,40,25,0,0,0,-32768")).exitCode, 0);
   for (const char* const words : {"67562,1,1,0,0,0,0,0", "2026,1,1,0,0,0,0,32768", "-32769,1,1,0,0,0,0",
+                                  "2026,1,1,0,0,0,18446744073709551615", "2026,1,1,0,0,0,9223372036854775808",
                                   "2026,1,1,0,0,0", "2026,1,1,0,0,0,0,0,0", "2026,1.5,1,0,0,0,0"}) {
     const ImportSource source = Read("a.json", line(words));
     EXPECT_EQ(source.exitCode, TamLogCtl::kUsage) << words;

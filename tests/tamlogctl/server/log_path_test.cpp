@@ -55,6 +55,13 @@ TEST(LogPath, NamesThatNoFileCanHaveAreNamed) {
   EXPECT_NE(Problem(R"(C:\a \x.dat)").find("ends with a dot or a space"), std::string::npos);
 }
 
+TEST(LogPath, ServersOwnLogOfFailuresIsNoPlaceForMessages) {
+  for (const char* const path : {R"(C:\Windows\System32\TamLogServiceLog.txt)", "d:/x/tamlogservicelog.TXT"})
+    EXPECT_NE(Problem(path).find("own log of failures"), std::string::npos) << path;
+  EXPECT_EQ(Problem(R"(C:\TamLogServiceLog.txt\x.dat)"), "");
+  EXPECT_EQ(Problem(R"(C:\TamLogServiceLog.dat)"), "");
+}
+
 TEST(LogPath, LengthIsThatOfTheBytesThatTheServerGets) {
   const std::string path = "C:\\" + std::string(kLongestLogPath - 3, 'p');
   EXPECT_EQ(Problem(path), "");
