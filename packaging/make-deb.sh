@@ -7,7 +7,7 @@ usage() {
 usage: packaging/make-deb.sh BIN BUILD VERSION LICENCES OUTPUT.deb
 
 Packs the Linux program BIN/tamlogctl, its manual page and completions, the client library of the CMake directory BUILD,
-and the files of the directory LICENCES. SOURCE_DATE_EPOCH is the time of all files.
+and the notices of what is compiled in, from the directory LICENCES. SOURCE_DATE_EPOCH is the time of all files.
 TEXT
 }
 
@@ -33,7 +33,8 @@ strip --strip-debug --enable-deterministic-archives "$package/usr/lib/libtamlog.
 gzip -9n <"$root/docs/man/tamlogctl.1" >"$package/usr/share/man/man1/tamlogctl.1.gz"
 "$bin/tamlogctl" completion bash >"$package/usr/share/bash-completion/completions/tamlogctl"
 "$bin/tamlogctl" completion zsh >"$package/usr/share/zsh/vendor-completions/_tamlogctl"
-cp -r "$licences" "$documents/licenses"
+# Compiled in; zlib, liblzma and the run-time libraries are Debian's own packages.
+install -D -m 644 -t "$documents/licenses" "$licences"/{libcli11-dev,libfmt-dev,nlohmann-json3-dev}.txt
 cp "$root/docs/tamlogctl.md" "$root/docs/library.md" "$documents/"
 gzip -9n <"$root/CHANGELOG.md" >"$documents/changelog.gz"
 cat >"$documents/copyright" <<'TEXT'

@@ -7,9 +7,11 @@ Packs the files of the directory STAGE. wixl writes the tables it knows; msibuil
 the same bytes: all identifiers are computed from names, and SOURCE_DATE_EPOCH is the time of everything.
 """
 
+import hashlib
 import os
 import re
 import shutil
+import struct
 import subprocess
 import sys
 import tempfile
@@ -180,6 +182,30 @@ def set_times(folder, moment):
             os.utime(os.path.join(where, name), (moment, moment))
 
 
+def settle_summary(content, version, moment):
+    """Replaces the random code of the package and the times of its making, which wixl writes into the summary."""
+    summary = uuid.UUID("f29f85e0-4ff9-1068-ab91-08002b27b3d9").bytes_le
+    begin = content.find(summary)
+    if begin < 0 or content.find(summary, begin + 1) >= 0:
+        raise RuntimeError("the MSI has no summary, or more than one")
+    section = begin - 28 + struct.unpack_from("<I", content, begin + 16)[0]
+    (count,) = struct.unpack_from("<I", content, section + 4)
+    stamp = (moment + 11644473600) * 10_000_000  # since 1601, in units of 100 ns
+    code = guid("package", version, hashlib.sha256(bytes(content[:begin])).hexdigest()).encode()
+    settled = 0
+    for number, offset in struct.iter_unpack("<II", content[section + 8:section + 8 + 8 * count]):
+        at = section + offset
+        (kind,) = struct.unpack_from("<I", content, at)
+        if number in (12, 13) and kind == 64:
+            struct.pack_into("<Q", content, at + 4, stamp)
+            settled += 1
+        elif number == 9 and kind == 30 and re.fullmatch(rb"\{[0-9A-F-]{36}\}", content[at + 8:at + 46]):
+            content[at + 8:at + 46] = code
+            settled += 1
+    if settled != 3:
+        raise RuntimeError("the summary of the MSI is not as wixl writes it")
+
+
 def build(stage, actions, version, output):
     moment = int(os.environ["SOURCE_DATE_EPOCH"])
     with tempfile.TemporaryDirectory() as work:
@@ -194,7 +220,11 @@ def build(stage, actions, version, output):
         run("wixl", "--arch", "x64", "--output", "package.msi", "package.wxs", cwd=work)
         for statement in statements():
             run("msibuild", made, "-q", statement)
-        shutil.copyfile(made, output)
+        with open(made, "rb") as file:
+            content = bytearray(file.read())
+        settle_summary(content, version, moment)
+        with open(output, "wb") as file:
+            file.write(content)
 
 
 def main(arguments):

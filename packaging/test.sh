@@ -6,9 +6,10 @@ usage() {
   cat <<'TEXT'
 usage: packaging/test.sh [TEST...]
 
-Installs, upgrades and removes the packages in build/packages in a Wine prefix of their own, with the real service and
-the driver double. TEST is the name of a class or a case, such as Setup or Msi.test_cycles_leave_nothing_behind. Run
-./package.sh first; the programs tamlogdrv.exe and tamlog.sys have to be built as well.
+Checks the files in build/packages. Then installs, upgrades and removes the packages in a Wine prefix of their own, with
+the real service and the driver double. TEST is the name of a class or a case, such as Setup or
+Msi.test_cycles_leave_nothing_behind; then only these run. Run ./package.sh first; the programs tamlogdrv.exe and
+tamlog.sys have to be built as well.
 TEXT
 }
 
@@ -24,4 +25,5 @@ for file in build/packages/SHA256SUMS build/bin/tamlogdrv.exe build/bin/tamlog.s
 done
 (cd build/packages && sha256sum --check --quiet SHA256SUMS) ||
   { echo 'packaging/test.sh: build/packages is not complete; run ./package.sh' >&2; exit 1; }
+if (($# == 0)); then python3 packaging/tests/release_files_test.py; fi
 exec python3 packaging/tests/packages_test.py "$@"

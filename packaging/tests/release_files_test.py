@@ -1,0 +1,150 @@
+#!/usr/bin/env python3
+"""Checks the files of build/packages without running them: contents, checksums, bill of materials, no foreign paths.
+
+usage: packaging/tests/release_files_test.py
+"""
+
+import gzip
+import hashlib
+import json
+import os
+import re
+import subprocess
+import sys
+import tempfile
+import unittest
+import zipfile
+
+ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+PACKAGES = os.path.join(ROOT, "build", "packages")
+sys.path.insert(0, os.path.join(ROOT, "packaging"))
+
+import make_winget  # noqa: E402
+
+
+def one(ending):
+    found = [name for name in sorted(os.listdir(PACKAGES)) if name.endswith(ending)]
+    assert len(found) == 1, f"{ending}: {found}; run ./package.sh"
+    return os.path.join(PACKAGES, found[0])
+
+
+def digest(content):
+    return hashlib.sha256(content).hexdigest()
+
+
+class Zip(unittest.TestCase):
+    def setUp(self):
+        with zipfile.ZipFile(one("-x64.zip")) as packed:
+            self.files = {name.split("/", 1)[1]: packed.read(name) for name in packed.namelist()}
+
+    def test_holds_programs_library_documents_and_licences(self):
+        for name in ("TamLogServer.exe", "tamlogctl.exe", "README.txt", "CHANGELOG.md", "docs/tamlogctl.md",
+                     "library/bin/tamlog.dll", "library/include/tamlog.h", "library/lib/libtamlog.a",
+                     "library/lib/libtamlog.dll.a", "library/lib/tamlog.def", "licenses/README.txt"):
+            self.assertIn(name, self.files)
+        self.assertNotIn("tamlog.sys", str(self.files.keys()), "the driver double is not for users")
+
+    def test_no_file_contains_the_place_of_the_build(self):
+        for name, content in self.files.items():
+            self.assertNotIn(ROOT.encode(), content, name)
+            self.assertNotIn(os.path.basename(ROOT).encode() + b"/build/", content, name)
+
+    def test_every_part_that_is_linked_in_has_its_notices(self):
+        overview = self.files["licenses/README.txt"].decode()
+        for part in ("GCC run-time", "MinGW-w64 run-time", "CLI11", "JSON for Modern C++", "fmt", "zlib"):
+            self.assertIn(part, overview)
+        for name in re.findall(r"^ +notices +(\S+)$", overview, re.MULTILINE):
+            self.assertGreater(len(self.files["licenses/" + name]), 1000, name)
+
+    def test_the_bill_of_materials_names_every_file_with_its_checksum(self):
+        with open(one(".spdx.json"), encoding="utf-8") as file:
+            bill = json.load(file)
+        listed = {entry["fileName"][2:]: {sum_["algorithm"]: sum_["checksumValue"] for sum_ in entry["checksums"]}
+                  for entry in bill["files"]}
+        self.assertEqual(set(listed), set(self.files))
+        for name, content in self.files.items():
+            self.assertEqual(listed[name]["SHA256"], digest(content), name)
+        identifiers = [entry["SPDXID"] for entry in bill["files"] + bill["packages"]]
+        self.assertEqual(len(identifiers), len(set(identifiers)))
+        known = {*identifiers, "SPDXRef-DOCUMENT"}
+        for relation in bill["relationships"]:
+            self.assertIn(relation["spdxElementId"], known)
+            self.assertIn(relation["relatedSpdxElement"], known)
+        self.assertIn("STATIC_LINK", {relation["relationshipType"] for relation in bill["relationships"]})
+
+    def test_the_server_contains_only_the_compilers_run_time(self):
+        with open(one(".spdx.json"), encoding="utf-8") as file:
+            bill = json.load(file)
+        server = next(entry["SPDXID"] for entry in bill["files"] if entry["fileName"] == "./TamLogServer.exe")
+        linked = {relation["relatedSpdxElement"] for relation in bill["relationships"]
+                  if relation["spdxElementId"] == server}
+        self.assertEqual(len(linked), 2, linked)
+        self.assertTrue(all("mingw" in part for part in linked), linked)
+
+
+class Sums(unittest.TestCase):
+    def test_name_every_file(self):
+        with open(os.path.join(PACKAGES, "SHA256SUMS"), encoding="utf-8") as file:
+            sums = dict(reversed(line.rstrip("\n").split("  ", 1)) for line in file)
+        present = {os.path.relpath(os.path.join(where, name), PACKAGES) for where, _, names in os.walk(PACKAGES)
+                   for name in names if name not in ("SHA256SUMS", ".lock")}
+        self.assertEqual(set(sums), present)
+        for name, wanted in sums.items():
+            with open(os.path.join(PACKAGES, name), "rb") as file:
+                self.assertEqual(digest(file.read()), wanted, name)
+
+
+class Winget(unittest.TestCase):
+    def test_names_both_packages_with_their_checksums(self):
+        with open(os.path.join(PACKAGES, "winget", make_winget.IDENTIFIER + ".installer.yaml"), encoding="utf-8") as file:
+            manifest = file.read()
+        for path in (one(".msi"), one("-setup.exe")):
+            self.assertIn(os.path.basename(path), manifest)
+            with open(path, "rb") as file:
+                self.assertIn("InstallerSha256: " + digest(file.read()).upper(), manifest)
+
+    def test_has_the_product_code_of_the_msi(self):
+        table = subprocess.run(["msiinfo", "export", one(".msi"), "Property"], check=True, text=True,
+                               stdout=subprocess.PIPE).stdout
+        code = re.search(r"ProductCode\t(\{[0-9A-F-]+\})", table)[1]
+        with open(os.path.join(PACKAGES, "winget", make_winget.IDENTIFIER + ".installer.yaml"), encoding="utf-8") as file:
+            self.assertIn(code, file.read())
+
+
+class DebianPackage(unittest.TestCase):
+    def setUp(self):
+        temporary = tempfile.TemporaryDirectory()
+        self.addCleanup(temporary.cleanup)
+        self.root = temporary.name
+        subprocess.run(["dpkg-deb", "--extract", one(".deb"), self.root], check=True)
+
+    def test_the_program_runs_and_the_library_links(self):
+        said = subprocess.run([os.path.join(self.root, "usr/bin/tamlogctl"), "--version"], check=True, text=True,
+                              stdout=subprocess.PIPE).stdout
+        self.assertRegex(said, r"tamlogctl \d+\.\d+\.\d+")
+        source = os.path.join(self.root, "abi.c")
+        with open(source, "w", encoding="utf-8") as file:
+            file.write("#include <tamlog.h>\nint main(void) { return tamlog_abi() == TAMLOG_ABI ? 0 : 1; }\n")
+        program = os.path.join(self.root, "abi")
+        subprocess.run(["gcc", "-I", os.path.join(self.root, "usr/include"), source, "-o", program,
+                        "-L", os.path.join(self.root, "usr/lib"), "-ltamlog"], check=True)
+        subprocess.run([program], check=True, env={"LD_LIBRARY_PATH": os.path.join(self.root, "usr/lib")})
+
+    def test_manual_completions_and_sums_are_there(self):
+        with gzip.open(os.path.join(self.root, "usr/share/man/man1/tamlogctl.1.gz")) as file:
+            self.assertIn(b".TH TAMLOGCTL", file.read())
+        for name in ("bash-completion/completions/tamlogctl", "zsh/vendor-completions/_tamlogctl"):
+            self.assertGreater(os.path.getsize(os.path.join(self.root, "usr/share", name)), 100)
+        sums = subprocess.run(["dpkg-deb", "--info", one(".deb"), "md5sums"], check=True, text=True,
+                              stdout=subprocess.PIPE).stdout
+        subprocess.run(["md5sum", "--check", "--quiet"], input=sums, text=True, check=True, cwd=self.root)
+
+    def test_no_file_contains_the_place_of_the_build(self):
+        for where, _, names in os.walk(self.root):
+            for name in names:
+                with open(os.path.join(where, name), "rb") as file:
+                    self.assertNotIn(ROOT.encode(), file.read(), name)
+
+
+if __name__ == "__main__":
+    unittest.main()
