@@ -166,7 +166,7 @@ class Judge(unittest.TestCase):
 
     def test_notices_a_follower_that_forgets_what_left_the_ring(self):
         self.assertEqual(self.follower("                remember(self.departed, before)\n", "                pass\n"),
-                         {"back-from-memory"})
+                         {"back-from-memory", "twice-in-the-ring"})
 
     def test_notices_a_follower_that_shows_second_copies(self):
         self.assertEqual(self.follower("            if first:\n", "            if False:\n"), {"twice-in-the-ring"})
