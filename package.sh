@@ -8,6 +8,10 @@ usage: ./package.sh [--no-install] [--no-build]
 
 Installs missing Debian packages, builds the presets windows and linux, and makes in build/packages:
   torvane-log-server-VERSION-x64.zip           server, command line, client library, documents, licences
+  torvane-log-server-VERSION-x64-setup.exe     the setup program; silent with /S
+  torvane-log-server-VERSION-x64.msi           the MSI; silent with msiexec /i FILE /qn
+  torvane-log-tools_VERSION_amd64.deb          command line and client library for Debian
+  winget                                       the manifest for winget
   torvane-log-server-VERSION-x64-symbols.zip   the symbols of the programs, for debuggers
   torvane-log-server-VERSION-x64.spdx.json     the bill of materials (SPDX 2.3)
   SHA256SUMS                                   check with: sha256sum --check SHA256SUMS
@@ -17,6 +21,7 @@ Installs missing Debian packages, builds the presets windows and linux, and make
 
 The files depend on the sources and the versions of the compiler and its libraries only: two builds in two places are
 equal, bit for bit. SOURCE_DATE_EPOCH sets the time inside the files, by default the time of the last commit.
+DOWNLOAD_URL is the address in the winget manifest of the directory from which users download the files.
 
 Exit code: 0 when everything was made and checked, 1 with the name of the step that failed, 2 for wrong usage.
 TEXT
@@ -62,7 +67,8 @@ mkdir -p "$packages"
 exec 8>"$packages/.lock"
 flock --nonblock 8 || { trap - ERR; echo 'package.sh: another package.sh is running in this tree' >&2; exit 1; }
 rm -rf "$work"
-rm -f "$packages"/torvane-log-server* "$packages/SHA256SUMS"
+rm -rf "${packages:?}/winget"
+rm -f "$packages"/torvane-log-* "$packages/SHA256SUMS"
 mkdir -p "$stage"
 
 run_logged() {
@@ -76,7 +82,8 @@ fi
 
 if [[ $build == yes ]]; then
   begin 'building for Windows (minutes, when many files have to be compiled)'
-  run_logged scripts/build.sh windows TamLogServer tamlogctl tamlog_shared tamlog_static
+  run_logged scripts/build.sh windows TamLogServer tamlogctl tamlog_shared tamlog_static setup_helper \
+    msi_actions
   begin 'building for Linux'
   run_logged scripts/build.sh linux tamlogctl tamlog_shared tamlog_static
 fi
@@ -93,8 +100,18 @@ begin 'making the zip files'
 packaging/make_zip.py "$stage" "$name" "$packages/$name.zip"
 packaging/make_zip.py "$work/programs/symbols" "$name-symbols" "$packages/$name-symbols.zip"
 
+begin 'making the setup program'
+packaging/make-setup.sh "$stage" "$work/programs/setup_helper.exe" "$version" "$packages/$name-setup.exe"
+begin 'making the MSI'
+packaging/make_msi.py "$stage" "$work/programs/msi_actions.dll" "$version" "$packages/$name.msi"
+begin 'making the Debian package'
+packaging/make-deb.sh build/bin build/linux "$version" "$stage/licenses" "$packages/torvane-log-tools_${version}_amd64.deb"
+begin 'writing the winget manifest'
+packaging/make_winget.py "$version" "${DOWNLOAD_URL:-https://example.invalid/torvane-log-server/$version}" \
+  "$packages/$name.msi" "$packages/$name-setup.exe" "$packages/winget"
+
 begin 'writing SHA256SUMS'
-(cd "$packages" && sha256sum -- torvane-log-server* >SHA256SUMS)
+(cd "$packages" && sha256sum -- torvane-log-* winget/* >SHA256SUMS)
 rm -rf "$work"
 echo "The packages are in $packages:"
-(cd "$packages" && ls -l -- torvane-log-server* SHA256SUMS | awk '{ printf "  %11d  %s\n", $5, $9 }')
+(cd "$packages" && stat --printf '  %11s  %n\n' -- torvane-log-* winget/* SHA256SUMS)

@@ -220,7 +220,7 @@ class Follower:
         """An insertion into what is left of a full rewrite writes messages of the block a second time. Returns those
         of which a second copy may appear."""
         copies = {}
-        if not self.suspect or not visit.full:
+        if not self.suspect or not visit.full or visit.header.nextSlot == 0:  # nothing came after the full rewrite
             return copies
         end = block_end(visit.ring)
         block = {message.slot for message in visit.ring[:end]} if end > 1 else set()
@@ -286,9 +286,9 @@ class Follower:
     def keep(self, visit, candidates, gone):
         self.last = visit.header
         self.slots = {each.slot: each for each in candidates}
-        self.end_suspicion(visit)
         self.departed = {}
-        if not self.suspect:
+        self.end_suspicion(visit)
+        if self.ring_holds_all():
             return
         gone = {body: entry for body, entry in gone.items() if entry.count > 0}
         # The server can write again only its newest maxMessages messages.
@@ -299,8 +299,13 @@ class Follower:
     def end_suspicion(self, visit):
         if self.suspect and visit.full and all(m.sequence >= self.suspect_until for m in visit.ring):
             self.suspect = False
+        if self.ring_holds_all():
             self.departed = {}
             self.may_be_others = False
+
+    def ring_holds_all(self):
+        """Every message that the server had in memory at the last visit stood in the ring."""
+        return not self.suspect or self.last.messageCount < self.last.maxMessages or self.last.nextSlot == 0
 
 
 class Change:
@@ -420,8 +425,11 @@ def counters_go_on(before, now):
 
 def block_end(ring):
     """How many of the oldest slots can be left of a full rewrite: all but the newest whose times and numbers rise."""
+    def rises(older, newer):
+        return key_of(older) <= key_of(newer) and older.sequence < newer.sequence
+
     end = len(ring)
-    while end > 1 and key_of(ring[end - 2]) <= key_of(ring[end - 1]) and ring[end - 2].sequence < ring[end - 1].sequence:
+    while end > 1 and rises(ring[end - 2], ring[end - 1]):
         end -= 1
     return end
 
@@ -430,9 +438,9 @@ def remember(known, each):
     known.setdefault(each.body, Remembered(each.key)).add(each.number)
 
 
-def line_of(number, step):
-    return json.dumps({"visit": number, "lost": {"least": step.lost[0], "most": step.lost[1]},
-                       "cleared": step.cleared, "rewritten": step.rewritten}, separators=(",", ":"))
+def line_of(number, step, **more):
+    return json.dumps({"visit": number, "lost": {"least": step.lost[0], "most": step.lost[1]}, "cleared": step.cleared,
+                       "rewritten": step.rewritten, **more}, separators=(",", ":"))
 
 
 def main(arguments):

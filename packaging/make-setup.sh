@@ -16,7 +16,7 @@ case "$#:${1:-}" in
   4:[!-]*) ;;
   *) usage >&2; exit 2 ;;
 esac
-stage=$1 helper=$(realpath "$2") version=$3 output=$(realpath "$4")
+stage=$1 helper=$(realpath "$2") version=$3 output=$(realpath -m "$4")
 here=$(cd "$(dirname "$0")" && pwd -P)
 
 work=$(mktemp -d)

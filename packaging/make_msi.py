@@ -79,6 +79,7 @@ def source(work, version):
              Description="Torvane Log Server {version}" Manufacturer="Brenmark VORTA"/>
     <MajorUpgrade DowngradeErrorMessage="A newer version is installed; remove it before you install this one."/>
     <Media Id="1" Cabinet="files.cab" EmbedCab="yes"/>
+    <Binary Id="Actions" SourceFile="actions.dll"/>
     <Icon Id="torvane.ico" SourceFile="torvane.ico"/>
     <Property Id="ARPPRODUCTICON" Value="torvane.ico"/>
     <Property Id="ARPNOMODIFY" Value="1"/>
@@ -148,10 +149,15 @@ def statements():
     yield ("INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) "
            "VALUES ('DeleteData', 3137, 'Actions', 'DeleteData')")
     yield ("INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) "
-           "VALUES ('NameDirectory', 51, 'DeleteData', '[INSTALLDIR]')")
+           "VALUES ('QuoteCommand', 3073, 'Actions', 'QuoteCommand')")
+    for action in ("DeleteData", "QuoteCommand"):
+        yield ("INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) "
+               f"VALUES ('DirectoryFor{action}', 51, '{action}', '[INSTALLDIR]')")
     remove = 'REMOVE="ALL" AND DELETEDATA=1 AND NOT UPGRADINGPRODUCTCODE'
-    sequence = (("AppSearch", "", 50), ("CheckDevice", "NOT REMOVE=\"ALL\"", 1399), ("NameDirectory", remove, 3600), 
-                ("DeleteData", remove, 3601), ("WriteEnvironmentStrings", "", 5200),
+    sequence = (("AppSearch", "", 50), ("CheckDevice", "NOT REMOVE=\"ALL\"", 1399), 
+                ("DirectoryForDeleteData", remove, 3601), ("DeleteData", remove, 3602),
+                ("DirectoryForQuoteCommand", "NOT REMOVE=\"ALL\"", 5801),
+                ("QuoteCommand", "NOT REMOVE=\"ALL\"", 5802), ("WriteEnvironmentStrings", "", 5200),
                 ("RemoveEnvironmentStrings", "", 3300), ("MsiConfigureServices", "VersionMsi >= \"5.00\"", 5850))
     for action, condition, number in sequence:
         yield (f"INSERT INTO `InstallExecuteSequence` (`Action`, `Condition`, `Sequence`) "
@@ -181,13 +187,13 @@ def build(stage, actions, version, output):
         shutil.copytree(stage, files)
         set_times(files, moment)
         shutil.copyfile(os.path.join(HERE, "resources", "torvane.ico"), os.path.join(work, "torvane.ico"))
+        shutil.copyfile(actions, os.path.join(work, "actions.dll"))
         with open(os.path.join(work, "package.wxs"), "w", encoding="utf-8") as file:
             file.write(source(work, version))
         made = os.path.join(work, "package.msi")
         run("wixl", "--arch", "x64", "--output", "package.msi", "package.wxs", cwd=work)
         for statement in statements():
             run("msibuild", made, "-q", statement)
-        run("msibuild", made, "-a", "Binary.Actions", actions)
         shutil.copyfile(made, output)
 
 

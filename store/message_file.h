@@ -1,7 +1,7 @@
 #pragma once
 
 // Shared access to the log file: the file, its mapping and view, the named objects, and read access.
-// MessageFileServer adds the writer's side. docs/reader_protocol.md has the protocol as a table.
+// MessageFileServer adds the writer's side. docs/read_access.md has the protocol as a table.
 //
 // viewLock guards the file, the view, the named objects of the present open, and the accesses of this process
 // through them. It is held while mapped bytes are touched and while an event is set or reset for them, never

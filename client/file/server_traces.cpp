@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
-#include <utility>
 #include <vector>
 
 #include "client/file/message_shape.h"
@@ -23,12 +22,6 @@ bool HasServerTraces(const LogMessage& slot, const LogFileHeader& header) {
   return (slot.sequence == 0 || slot.sequence < header.nextSequence) &&
          std::memcmp(slot.padding, kPadding, sizeof(kPadding)) == 0 && slot.body.type < kMessageTypes &&
          HasEnds(slot);
-}
-
-// Returns whether the keys of a ring, oldest slot first, are in the order in which a server writes them.
-bool InServersOrder(std::vector<std::uint64_t> keys) {
-  std::reverse(keys.begin(), keys.begin() + static_cast<std::ptrdiff_t>(FallingStretch(keys)));
-  return std::is_sorted(keys.begin(), keys.end());
 }
 
 }  // namespace
@@ -76,9 +69,12 @@ bool RingIsPlain(const LogFileImage& image) {
     unnumbered += message.sequence == 0 ? 1 : 0;
     keys.push_back(TimeKey(message.body));
   }
-  // Only a full rewrite stores messages without a number.
-  const bool isNumbered = unnumbered <= 1 || image.Header().rewriteCount > 1;
-  return allDated || (isNumbered && InServersOrder(std::move(keys)));
+  if (allDated) return true;
+  // Only a full rewrite stores messages without a number, and newest first.
+  const bool wasRewritten = image.Header().rewriteCount > 1;
+  const std::size_t falling = wasRewritten ? FallingStretch(keys) : 0;
+  std::reverse(keys.begin(), keys.begin() + static_cast<std::ptrdiff_t>(falling));
+  return (unnumbered <= 1 || wasRewritten) && std::is_sorted(keys.begin(), keys.end());
 }
 
 }  // namespace TamLogClient

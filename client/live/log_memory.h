@@ -27,6 +27,9 @@ class LogMemory {
   // Copies `count` slots, from slot `first` on; all of them have to be below SlotCount().
   virtual bool CopySlots(std::size_t first, std::size_t count, LogMessage* to) const = 0;
 
+  // Copies the first `bytes` bytes of a slot below SlotCount().
+  virtual bool CopySlotStart(std::size_t slot, std::size_t bytes, LogMessage* to) const = 0;
+
   // Copies the numbers (`sequence`) of `count` slots, from slot `first` on, in one access each.
   virtual bool CopyNumbers(std::size_t first, std::size_t count, std::uint64_t* to) const = 0;
 

@@ -1,6 +1,7 @@
 #include "client/live/log_reader.h"
 
 #include <algorithm>
+#include <cstddef>
 
 #include "client/live/call_deadline.h"
 #include "client/live/consistent_read.h"
@@ -199,10 +200,12 @@ std::optional<Status> LogReader::TryNewest(std::size_t count, LogTail& tail, std
 }
 
 std::optional<Status> LogReader::CopyTail(LogTail& tail, const std::vector<std::uint32_t>& probes) const {
+  constexpr std::size_t kUpToTime = offsetof(LogMessage, body) + offsetof(LogMessageBody, type);
   const LogFileHeader& header = tail.header;
+  LogMessage message{};
   for (std::size_t i = 0; i < probes.size(); ++i) {
-    LogMessage message{};
-    if (!log.CopySlots(SlotAt(header, probes[i]), 1, &message)) return Status::InPage;
+    const std::size_t bytes = i == 0 ? sizeof(LogMessage) : kUpToTime;
+    if (!log.CopySlotStart(SlotAt(header, probes[i]), bytes, &message)) return Status::InPage;
     if (i == 0) tail.first = message;
     tail.probes[i] = TimeKey(message.body);
   }

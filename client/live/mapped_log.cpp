@@ -120,6 +120,10 @@ bool MappedLog::CopySlots(std::size_t first, std::size_t count, LogMessage* to) 
   return count == 0 || Copy(to, kSlotsOffset + first * sizeof(LogMessage), count * sizeof(LogMessage));
 }
 
+bool MappedLog::CopySlotStart(std::size_t slot, std::size_t bytes, LogMessage* to) const {
+  return Copy(to, kSlotsOffset + slot * sizeof(LogMessage), bytes);
+}
+
 bool MappedLog::CopyNumbers(std::size_t first, std::size_t count, std::uint64_t* to) const {
   static_assert(offsetof(LogMessage, sequence) == 0);
   return Copy(to, kSlotsOffset + first * sizeof(LogMessage), count * sizeof(*to), sizeof(LogMessage));

@@ -49,6 +49,7 @@ class MappedLog final : public LogMemory {
   bool CopyHeader(LogFileHeader& header) const override;
   bool CopyChangeCount(std::uint64_t& count) const override;
   bool CopySlots(std::size_t first, std::size_t count, LogMessage* to) const override;
+  bool CopySlotStart(std::size_t slot, std::size_t bytes, LogMessage* to) const override;
   bool CopyNumbers(std::size_t first, std::size_t count, std::uint64_t* to) const override;
   std::size_t SlotCount() const override;
   bool WaitForWriter(std::uint32_t timeoutMs) const override;

@@ -45,16 +45,29 @@ void DeleteOne(const fs::path& file) {
   MoveFileExW(file.c_str(), nullptr, MOVEFILE_DELAY_UNTIL_REBOOT);
 }
 
+void DeleteDirectories(const std::set<fs::path>& directories) {
+  std::vector<fs::path> deepestFirst(directories.begin(), directories.end());
+  std::sort(deepestFirst.begin(), deepestFirst.end(), [](const fs::path& left, const fs::path& right) {
+    return left.native().size() > right.native().size();
+  });
+  for (const fs::path& part : deepestFirst) RemoveDirectoryW(part.c_str());  // fails where it is not empty
+}
+
 // Works on what setup created itself, and follows no link.
 void DeleteAside(const fs::path& aside) {
   std::error_code error;
-  FileList files;
+  std::set<fs::path> directories{aside};
+  std::vector<fs::path> files;
   for (fs::recursive_directory_iterator entry(aside, error), end; !error && entry != end;
        entry.increment(error)) {
-    if (!entry->is_directory()) files.push_back(fs::relative(entry->path(), aside));
+    if (entry->is_directory()) {
+      directories.insert(entry->path());
+    } else {
+      files.push_back(entry->path());
+    }
   }
-  for (const fs::path& file : files) DeleteOne(aside / file);
-  DeleteEmptyDirectories(files, aside);
+  for (const fs::path& file : files) DeleteOne(file);
+  DeleteDirectories(directories);
 }
 
 }  // namespace
@@ -129,11 +142,7 @@ void DeleteEmptyDirectories(const FileList& files, const fs::path& directory) {
     for (fs::path part = (directory / file).parent_path(); part != directory; part = part.parent_path())
       below.insert(part);
   }
-  std::vector<fs::path> deepestFirst(below.begin(), below.end());
-  std::sort(deepestFirst.begin(), deepestFirst.end(), [](const fs::path& left, const fs::path& right) {
-    return left.native().size() > right.native().size();
-  });
-  for (const fs::path& part : deepestFirst) RemoveDirectoryW(part.c_str());  // fails where it is not empty
+  DeleteDirectories(below);
 }
 
 }  // namespace TamLogSetup

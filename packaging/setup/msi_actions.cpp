@@ -1,5 +1,5 @@
-// What the MSI cannot do by its tables: says that the driver's device is missing, and deletes messages and
-// settings.
+// What the MSI cannot do by its tables: says that the driver's device is missing, puts the path of the
+// service between quotation marks, and deletes messages and settings.
 
 #include <exception>
 #include <string>
@@ -44,6 +44,19 @@ extern "C" __declspec(dllexport) UINT __stdcall CheckDevice(MSIHANDLE session) {
        L"Everything is "
        L"installed. Install the driver, then start the service: tamlogctl server start");
   return ERROR_SUCCESS;
+}
+
+// Some versions of the installer register the path of the server without quotation marks. The manager would
+// then try C:\Program.exe first. CustomActionData is the directory of the package. A failure undoes the
+// installation.
+extern "C" __declspec(dllexport) UINT __stdcall QuoteCommand(MSIHANDLE session) {
+  try {
+    TamLogSetup::SetCommand(L"\"" + Property(session, L"CustomActionData") + L"TamLogServer.exe\"");
+    return ERROR_SUCCESS;
+  } catch (const std::exception&) {
+    Tell(session, L"The command of the service could not be set.");
+    return ERROR_INSTALL_FAILURE;
+  }
 }
 
 // CustomActionData is the directory of the package.

@@ -10,8 +10,8 @@
 
 namespace TamLogCtl {
 
-// Copies the shared log; waits at most `timeoutMs` for its locks. Ctrl-C is deferred from then on, so that
-// read access is always released.
+// Copies the shared log within `timeoutMs`. Ctrl-C is deferred from then on: a log that changes faster than
+// it can be copied is copied under read access, which has to be released in any case.
 TamLogClient::Status ReadLiveLog(std::uint32_t timeoutMs, TamLogClient::LogSnapshot& snapshot);
 
 // Copies it as the bytes of a log file. Returns an exit code; any but kDone after a line on stderr.

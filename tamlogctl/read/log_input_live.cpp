@@ -38,7 +38,7 @@ int ExplainStatus(Status status) {
 
 LogInput ReadLiveInput(std::uint32_t timeoutMs, bool quiet, const ReadPart& readPart) {
   const std::string name = "the running server's log";
-  DeferInterrupts();  // read access has to be released in any case
+  DeferInterrupts();  // where read access is taken, it has to be released in any case
   LogSnapshot snapshot;
   const Status status = ReadLive(timeoutMs, readPart, snapshot);
   if (Interrupted()) return {{}, kInterrupted};

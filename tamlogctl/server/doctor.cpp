@@ -236,7 +236,7 @@ std::vector<std::string> Unstick(LogExaminer& examiner, const DoctorOptions& opt
       done.emplace_back("left the readers alone: something changed meanwhile; look again");
   }
   if (seen.pipe == PipeState::Blocked && FreeListener(kRequestPipeName)) {
-    done.emplace_back("opened and closed the reply pipe, so that the server can go on");
+    done.emplace_back("opened and closed the reply pipe, which lets the server continue");
   }
   if (done.empty()) done.emplace_back("nothing is stuck; nothing was done");
   return done;

@@ -50,7 +50,7 @@ void CheckPipe(const Observations& seen, Findings& out) {
     case PipeState::Foreign:
       return out.Fail("pipe",
                       seen.pipeProcess.empty()
-                          ? "busy although the service does not run: another process has created it"
+                          ? "exists although the service does not run: another process has created it"
                           : "served by " + seen.pipeProcess + ", which is not the service",
                       "end that process, then: tamlogctl server restart");
   }

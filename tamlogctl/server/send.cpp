@@ -219,7 +219,7 @@ int Sender::Abandon(int exitCode, std::size_t number) {
   text += "whether " + LineName(first);
   if (first < number) text += " to " + LineName(number);
   return Refuse(exitCode,
-                text + " arrived is not known; to go on from there: tail -n +" + std::to_string(first));
+                text + " arrived is not known; to continue from there: tail -n +" + std::to_string(first));
 }
 
 // The server ignores `origin`. Process and running number make equal messages different, so that each one can

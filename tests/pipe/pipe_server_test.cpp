@@ -40,6 +40,14 @@ class PipeServerTest : public TestSupport::PipeServerFixture {
     for (int i = 0; i < 4; ++i) ASSERT_TRUE(client.Send(RequestOf(kPing)));
     ASSERT_TRUE(WaitUntil([&] { return handler.handled == 4; }));
   }
+  // Starts the server and leaves a request of the client in a handler that waits at the gate.
+  void StartWithABusyHandler(PipeClient& client) {
+    handler.behaviour = [this](const PipeRequest&, PipeReply&) { gate.Pass(); };
+    server->Start();
+    ASSERT_TRUE(client.Connect());
+    ASSERT_TRUE(client.Send(RequestOf(3)));
+    ASSERT_TRUE(WaitUntil([&] { return gate.SomebodyArrived(); }));
+  }
 };
 
 // --- A connection ---------------------------------------------------------------------------------------
@@ -586,12 +594,8 @@ TEST_F(PipeServerTest, JoinIsFalseWithoutWaitingWhenTheTimeIsUp) {
 }
 
 TEST_F(PipeServerTest, JoinIsFalseWhenAConnectionOutlastsTheTime) {
-  handler.behaviour = [this](const PipeRequest&, PipeReply&) { gate.Pass(); };
-  server->Start();
   PipeClient client(name);
-  ASSERT_TRUE(client.Connect());
-  ASSERT_TRUE(client.Send(RequestOf(3)));
-  ASSERT_TRUE(WaitUntil([&] { return gate.SomebodyArrived(); }));
+  ASSERT_NO_FATAL_FAILURE(StartWithABusyHandler(client));
   server->Stop();
   Timeout timeout(600);
   const Clock::time_point start = Clock::now();
@@ -602,12 +606,8 @@ TEST_F(PipeServerTest, JoinIsFalseWhenAConnectionOutlastsTheTime) {
 }
 
 TEST_F(PipeServerTest, JoinLooksForConnectionsEvery250Milliseconds) {
-  handler.behaviour = [this](const PipeRequest&, PipeReply&) { gate.Pass(); };
-  server->Start();
   PipeClient client(name);
-  ASSERT_TRUE(client.Connect());
-  ASSERT_TRUE(client.Send(RequestOf(3)));
-  ASSERT_TRUE(WaitUntil([&] { return gate.SomebodyArrived(); }));
+  ASSERT_NO_FATAL_FAILURE(StartWithABusyHandler(client));
   server->Stop();
   std::thread opener([&] {
     SleepMs(50);

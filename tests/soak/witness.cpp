@@ -125,7 +125,7 @@ void Witness::TakeInSlot(const LogMessage& message, bool isCalm) {
   marks[id.number] = mark;
 }
 
-// Reader and writer can pass each other (docs/reader_protocol.md, "Hazards"). The client library corrects
+// Reader and writer can pass each other (docs/read_access.md, "Hazards"). The client library corrects
 // that by itself; a reader of the server's own, when it forces the file to the disk, does not, and the next
 // flush waits until another process signals write-wait.
 void Witness::Rescue() {

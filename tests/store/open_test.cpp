@@ -6,6 +6,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "tests/store/log_file_fixture.h"
 #include "tests/support/diagnostic_log_capture.h"
@@ -680,12 +681,16 @@ TEST_F(WaitUntilFree, AReaderThatHasTheFileMappedIsWaitedForUnderWineOnly) {
 }
 
 TEST_F(WaitUntilFree, AnyOtherErrorIsReported) {
-  configuration.logFile = directory.Path();
-  Timeout timeout(5000);
-  const std::string failure = FailureOf([&] { server->WaitUntilFree(timeout); });
-  EXPECT_EQ(
-      failure.rfind("Failed to wait for log file to be free, CreateFile failed() - Error code : 5 - ", 0), 0U)
-      << failure;
+  const std::pair<std::string, std::string> refused[] = {{directory.Path(), "5"},
+                                                         {directory.File("*.dat"), "123"}};
+  for (const auto& [path, error] : refused) {
+    configuration.logFile = path;
+    Timeout timeout(5000);
+    const std::string failure = FailureOf([&] { server->WaitUntilFree(timeout); });
+    EXPECT_TRUE(failure.starts_with(
+        "Failed to wait for log file to be free, CreateFile failed() - Error code : " + error + " - "))
+        << failure;
+  }
 }
 
 // The lock is released between two tries: a stop does not block pipe requests while it waits.

@@ -369,7 +369,7 @@ TEST_F(LiveFiles, SendThatGivesUpSaysWhichLinesHaveArrived) {
   EXPECT_EQ(report.exitCode, 3U) << report.output;
   EXPECT_NE(report.output.find("the server did not come back for 2 s"), std::string::npos) << report.output;
   EXPECT_NE(report.output.find("whether line 2"), std::string::npos) << report.output;
-  EXPECT_NE(report.output.find("arrived is not known; to go on from there: tail -n +2"), std::string::npos)
+  EXPECT_NE(report.output.find("arrived is not known; to continue from there: tail -n +2"), std::string::npos)
       << report.output;
 }
 

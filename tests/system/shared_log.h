@@ -1,7 +1,7 @@
 #pragma once
 
 // The shared log file as a reader in another process sees it: the mapping, the three events whose names the
-// file contains, and read access as docs/reader_protocol.md describes it. Use from one thread.
+// file contains, and read access as docs/read_access.md describes it. Use from one thread.
 
 #include <chrono>
 #include <cstddef>

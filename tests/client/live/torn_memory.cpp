@@ -124,6 +124,12 @@ bool TornMemory::CopySlots(std::size_t from, std::size_t count, LogMessage* to) 
   return true;
 }
 
+bool TornMemory::CopySlotStart(std::size_t slot, std::size_t bytes, LogMessage* to) const {
+  Access();
+  std::memcpy(to, &memory.slots[slot], bytes);
+  return true;
+}
+
 bool TornMemory::CopyNumbers(std::size_t from, std::size_t count, std::uint64_t* to) const {
   for (std::size_t i = 0; i < count; ++i) {
     Access();

@@ -342,7 +342,7 @@ TEST_F(TamlogctlTest, ServerThatDoesNotAnswerInTimeIsFive) {
 }
 
 // Everybody may write to the shared log, the names of its events included.
-TEST_F(TamlogctlTest, EventsOfSomebodyElsesChoiceAreNotTouched) {
+TEST_F(TamlogctlTest, EventsThatAnotherUserChoseAreNotTouched) {
   ServedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
   const TestServer server([](const PipeRequest&, PipeReply&) { return Answer::Silence; }, kRequestPipeName);
   const char* const victimName = "Global\\TamLogTestVictim";
@@ -536,7 +536,7 @@ TEST_F(TamlogctlTest, DoctorNamesTheProcessThatHoldsTheRequestPipeAlone) {
       CreateFileA(kRequestPipeName, GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
   const Outcome busy = Run("doctor --timeout 1500");
   EXPECT_NE(busy.exitCode, 0);
-  EXPECT_NE(busy.out.find("fail  pipe     busy although the service does not run"), std::string::npos)
+  EXPECT_NE(busy.out.find("fail  pipe     exists although the service does not run"), std::string::npos)
       << busy.out;
 }
 
@@ -583,7 +583,7 @@ TEST_F(TamlogctlTest, HelpAndVersionGoToStandardOutput) {
   EXPECT_EQ(Run("--version").exitCode, 0);
 }
 
-TEST_F(TamlogctlTest, ColorsOnlyWhenTheyAreAskedFor) {
+TEST_F(TamlogctlTest, ColorsOnlyWhereTheyAreRequested) {
   const std::string log = MakeLog();
   EXPECT_EQ(Run("show " + log).out.find('\x1b'), std::string::npos);
   EXPECT_NE(Run("show --color always " + log).out.find('\x1b'), std::string::npos);

@@ -163,7 +163,7 @@ class HostileTexts : public OnTerminal {
   const std::string name = "a" + kHostile;
 };
 
-// Each verb, each place where it shows a name or a text that somebody else chose.
+// Each verb, each place where it shows a name or a text that another user chose.
 TEST_F(HostileTexts, NoVerbLetsThemReachTheTerminal) {
   const std::string file = "'" + name + "'";
   const std::string hostile = "'" + kHostile + "'";

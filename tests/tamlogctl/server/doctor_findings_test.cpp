@@ -138,7 +138,7 @@ TEST(DoctorFindings, AnsweringProcessHasToBeTheServices) {
   ExpectBad(seen, "pipe", FindingState::Failure,
             "served by process 66 (evil.exe), which is not the service\nend that process");
   seen.pipeProcess.clear();
-  ExpectBad(seen, "pipe", FindingState::Failure, "busy although the service does not run");
+  ExpectBad(seen, "pipe", FindingState::Failure, "exists although the service does not run");
 }
 
 TEST(DoctorFindings, ForeignEventNamesAreNamed) {
@@ -242,7 +242,7 @@ TEST(DoctorFindings, DriverPathAndRights) {
   EXPECT_NE(Find(seen, "path").found.find("C:\\link is a link"), std::string::npos);
 }
 
-TEST(DoctorFindings, SizeOfTheServersOwnLogIsToldAndWarnedOf) {
+TEST(DoctorFindings, SizeOfTheServersOwnLogIsReported) {
   Observations seen = Healthy();
   EXPECT_EQ(Find(seen, "failures").found, "the server has recorded no failure");
   seen.diagnosticFile = "C:\\TamLogServiceLog.txt";

@@ -1,0 +1,69 @@
+#!/usr/bin/env bash
+# Makes the Debian package of the portable command line and client library.
+set -euo pipefail
+
+usage() {
+  cat <<'TEXT'
+usage: packaging/make-deb.sh BIN BUILD VERSION LICENCES OUTPUT.deb
+
+Packs the Linux program BIN/tamlogctl, its manual page and completions, the client library of the CMake directory BUILD,
+and the files of the directory LICENCES. SOURCE_DATE_EPOCH is the time of all files.
+TEXT
+}
+
+case "$#:${1:-}" in
+  1:-h | 1:--help) usage; exit 0 ;;
+  5:[!-]*) ;;
+  *) usage >&2; exit 2 ;;
+esac
+bin=$(realpath "$1") build=$(realpath "$2") version=$3 licences=$(realpath "$4") output=$(realpath -m "$5")
+root=$(cd "$(dirname "$0")/.." && pwd -P)
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+readonly package=$work/torvane-log-tools
+readonly documents=$package/usr/share/doc/torvane-log-tools
+mkdir -p "$package/DEBIAN" "$documents" "$package/usr/share/man/man1" \
+  "$package/usr/share/bash-completion/completions" "$package/usr/share/zsh/vendor-completions"
+
+cmake --install "$build" --prefix "$package/usr" --component client >/dev/null
+install -D -m 755 -t "$package/usr/bin" "$bin/tamlogctl"
+find "$package/usr" -type f \( -name tamlogctl -o -name 'libtamlog.so*' \) -exec strip --strip-unneeded {} +
+strip --strip-debug --enable-deterministic-archives "$package/usr/lib/libtamlog.a"
+
+gzip -9n <"$root/docs/man/tamlogctl.1" >"$package/usr/share/man/man1/tamlogctl.1.gz"
+"$bin/tamlogctl" completion bash >"$package/usr/share/bash-completion/completions/tamlogctl"
+"$bin/tamlogctl" completion zsh >"$package/usr/share/zsh/vendor-completions/_tamlogctl"
+cp -r "$licences" "$documents/licenses"
+cp "$root/docs/tamlogctl.md" "$root/docs/library.md" "$documents/"
+gzip -9n <"$root/CHANGELOG.md" >"$documents/changelog.gz"
+cat >"$documents/copyright" <<'TEXT'
+Torvane Log Server: Copyright Brenmark VORTA. The directory licenses holds the notices of the parts of others.
+TEXT
+
+# The versions of the libraries that the programs are linked with; needs the file debian/control.
+mkdir -p "$work/debian"
+printf 'Source: torvane-log-tools\nPackage: torvane-log-tools\nArchitecture: amd64\n' >"$work/debian/control"
+depends=$(cd "$work" && dpkg-shlibdeps -O --ignore-missing-info -l"$package/usr/lib" "$package/usr/bin/tamlogctl" \
+  "$package"/usr/lib/libtamlog.so.*.*.* 2>/dev/null | sed -n 's/^shlibs:Depends=//p')
+[[ -n $depends ]] || { echo 'make-deb.sh: dpkg-shlibdeps found no libraries' >&2; exit 1; }
+find "$package" -type d -exec chmod 755 {} +
+find "$package/usr" -type f -exec chmod u=rw,go=r {} +
+chmod 755 "$package/usr/bin/tamlogctl"
+cat >"$package/DEBIAN/control" <<TEXT
+Package: torvane-log-tools
+Version: $version
+Architecture: amd64
+Maintainer: Brenmark VORTA
+Depends: $depends
+Section: utils
+Priority: optional
+Installed-Size: $(du -sk --apparent-size "$package/usr" | cut -f 1)
+Description: command line and client library of the Torvane Log Server
+ tamlogctl reads, searches, checks, repairs and converts log files that were
+ copied from a machine with the Torvane Log Server. The client library does
+ the same for programs in C and C++.
+TEXT
+(cd "$package" && find usr -type f -print0 | LC_ALL=C sort -z | xargs -0 md5sum >DEBIAN/md5sums)
+chmod 644 "$package"/DEBIAN/*
+find "$package" -exec touch --no-dereference --date="@$SOURCE_DATE_EPOCH" {} +
+dpkg-deb --root-owner-group -Zxz --build "$package" "$output" >/dev/null

@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# Tests the packages that package.sh made, under Wine.
+set -euo pipefail
+
+usage() {
+  cat <<'TEXT'
+usage: packaging/test.sh [TEST...]
+
+Installs, upgrades and removes the packages in build/packages in a Wine prefix of their own, with the real service and
+the driver double. TEST is the name of a class or a case, such as Setup or Msi.test_cycles_leave_nothing_behind. Run
+./package.sh first; the programs tamlogdrv.exe and tamlog.sys have to be built as well.
+TEXT
+}
+
+case ${1:-} in
+  -h | --help) usage; exit 0 ;;
+  -*) usage >&2; exit 2 ;;
+esac
+# shellcheck source=../scripts/fixed-layout.sh
+. "$(dirname "$0")/../scripts/fixed-layout.sh" "$@"
+cd "$(dirname "$0")/.."
+for file in build/packages/SHA256SUMS build/bin/tamlogdrv.exe build/bin/tamlog.sys; do
+  [[ -e $file ]] || { echo "packaging/test.sh: $file is missing; run ./package.sh and build tamlogdrv" >&2; exit 1; }
+done
+(cd build/packages && sha256sum --check --quiet SHA256SUMS) ||
+  { echo 'packaging/test.sh: build/packages is not complete; run ./package.sh' >&2; exit 1; }
+exec python3 packaging/tests/packages_test.py "$@"
