@@ -48,7 +48,6 @@ bool TakeHead(std::string_view& text, FollowerMemory& memory, std::uint64_t& mes
          TakeNumberAfterBlank(text, header.rewriteCount) && TakeNumberAfterBlank(text, header.nextSequence) &&
          TakeNumberAfterBlank(text, memory.completeFrom) && TakeFlag(text, memory.suspect) &&
          TakeNumberAfterBlank(text, memory.suspectUntil) && TakeFlag(text, memory.mayBeOthers) &&
-         TakeNumberAfterBlank(text, memory.formerLeft) && TakeNumberAfterBlank(text, memory.formerFrom) &&
          TakeFlag(text, memory.any) && TakeNumberAfterBlank(text, memory.lastKey) &&
          TakeNumberAfterBlank(text, messages) && TakeLineEnd(text);
 }
@@ -56,15 +55,12 @@ bool TakeHead(std::string_view& text, FollowerMemory& memory, std::uint64_t& mes
 bool TakeKnown(std::string_view& text, KnownMessage& known) {
   std::uint64_t count = 0;
   std::uint64_t unnumbered = 0;
-  std::uint64_t kind = 0;
   if (!TakeNumberAfterBlank(text, known.identity.low) || !TakeNumberAfterBlank(text, known.identity.high) ||
       !TakeNumberAfterBlank(text, known.key) || !TakeNumberAfterBlank(text, count) ||
       !TakeNumberAfterBlank(text, unnumbered) || !TakeNumberAfterBlank(text, known.number) ||
-      !TakeNumberAfterBlank(text, kind) || !TakeLineEnd(text)) {
+      !TakeFlag(text, known.isFirstCopy) || !TakeLineEnd(text)) {
     return false;
   }
-  if (kind > static_cast<std::uint64_t>(KnownMessage::Kind::Former)) return false;
-  known.kind = static_cast<KnownMessage::Kind>(kind);
   known.count = static_cast<std::uint32_t>(count);
   known.unnumbered = static_cast<std::uint32_t>(unnumbered);
   return count > 0 && count <= std::numeric_limits<std::uint32_t>::max() && unnumbered <= count;
@@ -81,16 +77,15 @@ std::string FormatMemory(const FollowerMemory& memory) {
   for (const std::uint64_t value :
        {std::uint64_t{header.changeCount}, std::uint64_t{header.rewriteCount},
         std::uint64_t{header.nextSequence}, memory.completeFrom, std::uint64_t{memory.suspect ? 1U : 0U},
-        memory.suspectUntil, std::uint64_t{memory.mayBeOthers ? 1U : 0U}, memory.formerLeft,
-        memory.formerFrom, std::uint64_t{memory.any ? 1U : 0U}, memory.lastKey,
-        std::uint64_t{memory.known.size()}}) {
+        memory.suspectUntil, std::uint64_t{memory.mayBeOthers ? 1U : 0U}, std::uint64_t{memory.any ? 1U : 0U},
+        memory.lastKey, std::uint64_t{memory.known.size()}}) {
     AppendNumberAfterBlank(value, text);
   }
   text += '\n';
   for (const KnownMessage& known : memory.known) {
     for (const std::uint64_t value :
          {known.identity.low, known.identity.high, known.key, std::uint64_t{known.count},
-          std::uint64_t{known.unnumbered}, known.number, static_cast<std::uint64_t>(known.kind)}) {
+          std::uint64_t{known.unnumbered}, known.number, std::uint64_t{known.isFirstCopy ? 1U : 0U}}) {
       AppendNumberAfterBlank(value, text);
     }
     text += '\n';

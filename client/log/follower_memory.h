@@ -24,12 +24,8 @@ struct KnownMessage {
   std::uint32_t count = 0;       // equal messages
   std::uint32_t unnumbered = 0;  // of them: stored without a number
   std::uint64_t number = 0;      // of one that is numbered
-  enum class Kind : std::uint8_t {
-    Ordinary,
-    FirstCopy,  // the server has written it a second time; in its first slot, not one of `count`
-    Former,     // from a run of the log that has ended
-  };
-  Kind kind = Kind::Ordinary;
+  // A message that the server has written a second time, in its first slot; not one of `count`.
+  bool isFirstCopy = false;
 
   bool operator==(const KnownMessage&) const = default;
 };
@@ -41,8 +37,6 @@ struct FollowerMemory {
   bool suspect = true;             // these are the follower's fields of the same names
   std::uint64_t suspectUntil = 0;
   bool mayBeOthers = false;
-  std::uint64_t formerLeft = 0;  // likewise
-  std::uint64_t formerFrom = 0;
   bool any = false;
   std::uint64_t lastKey = 0;
 };

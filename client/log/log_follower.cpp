@@ -67,8 +67,6 @@ struct LogFollower::Comparison {
 
 void LogFollower::Start(const LogSnapshot& snapshot) {
   departed.clear();
-  former.clear();
-  formerLeft = formerFrom = 0;
   completeFrom = 0;
   mayBeOthers = false;
   any = false;
@@ -85,17 +83,13 @@ void LogFollower::Resume(const FollowerMemory& memory) {
   slots.clear();
   departed.clear();
   firstCopies.clear();
-  former.clear();
   for (const KnownMessage& each : memory.known) {
-    if (each.kind == KnownMessage::Kind::FirstCopy) {
+    if (each.isFirstCopy) {
       firstCopies[each.identity].emplace(each.number, each.key);
     } else {
-      (each.kind == KnownMessage::Kind::Former ? former : departed)[each.identity] = {
-          each.count, each.unnumbered, each.key, each.number};
+      departed[each.identity] = {each.count, each.unnumbered, each.key, each.number};
     }
   }
-  formerLeft = memory.formerLeft;
-  formerFrom = memory.formerFrom;
   last = memory.header;
   suspect = memory.suspect;
   suspectUntil = memory.suspectUntil;
@@ -114,26 +108,18 @@ FollowerMemory LogFollower::Remembered(std::size_t mostMessages) const {
   memory.lastKey = lastKey;
   memory.completeFrom = completeFrom;
   memory.mayBeOthers = mayBeOthers;
-  memory.formerLeft = formerLeft;
-  memory.formerFrom = formerFrom;
-  using Kind = KnownMessage::Kind;
-  const auto add = [&memory](const KnownMessages& messages, Kind kind) {
-    for (const auto& [identity, each] : messages) {
-      if (each.count == 0) continue;
-      memory.known.push_back(
-          {identity, each.key, each.count, std::min(each.unnumbered, each.count), each.number, kind});
-    }
-  };
-  add(CollectKnown(), Kind::Ordinary);
-  add(former, Kind::Former);
+  for (const auto& [identity, each] : CollectKnown()) {
+    if (each.count == 0) continue;
+    memory.known.push_back(
+        {identity, each.key, each.count, std::min(each.unnumbered, each.count), each.number});
+  }
   for (const auto& [identity, copies] : firstCopies) {
-    for (const auto& [number, key] : copies)
-      memory.known.push_back({identity, key, 1, 0, number, Kind::FirstCopy});
+    for (const auto& [number, key] : copies) memory.known.push_back({identity, key, 1, 0, number, true});
   }
   for (std::uint32_t slot = 0; slot < slots.size(); ++slot) {
     const Slot& each = slots[slot];
     if (each.copied && WasValid(slot))
-      memory.known.push_back({each.identity, each.key, 1, 0, each.number, Kind::FirstCopy});
+      memory.known.push_back({each.identity, each.key, 1, 0, each.number, true});
   }
   if (memory.known.size() > mostMessages) {
     const auto cut = memory.known.begin() + static_cast<std::ptrdiff_t>(mostMessages);
@@ -142,10 +128,6 @@ FollowerMemory LogFollower::Remembered(std::size_t mostMessages) const {
     // Messages with equal times stay together; otherwise some of them would count as new.
     memory.completeFrom = std::max(memory.completeFrom, cut->key);
     std::erase_if(memory.known, [&](const KnownMessage& known) { return known.key < memory.completeFrom; });
-    if (formerLeft > 0 || !former.empty()) {
-      memory.formerLeft += former.size();
-      memory.formerFrom = std::max(memory.formerFrom, memory.completeFrom);
-    }
   }
   return memory;
 }
@@ -205,7 +187,7 @@ FollowStep LogFollower::TakeAppended(const LogSnapshot& snapshot) {
     const LogMessage& message = snapshot.slots[*at];
     if (suspect && WasValid(*at) && !slots[*at].copied) AddKnown(departed, *at);
     slots[*at] = {IdentityOf(message.body), TimeKey(message.body), message.sequence, false};
-    if (!WasSentAgain(slots[*at].identity, slots[*at].key, step.loss)) step.messages.push_back({*at, false});
+    step.messages.push_back({*at, false});
   }
   last = snapshot.header;
   EndSuspicion(snapshot, ring);
@@ -440,40 +422,6 @@ Loss LogFollower::Settle(Comparison& comparison) {
   return CasesOf(ChangeOf(comparison)).Bounds();
 }
 
-// The messages of the run that has ended, unless they are in the ring again, may be sent once more.
-void LogFollower::BeginRun(const Comparison& comparison) {
-  if (completeFrom > 0) {
-    const auto held = static_cast<std::uint64_t>(std::max(last.messageCount, 0));
-    formerLeft += held - std::min(held, comparison.knownInRing);
-    formerFrom = std::max(formerFrom, completeFrom);
-  }
-  const std::size_t most = 2 * std::max(slots.size(), comparison.snapshot->slots.size());
-  if (former.size() + comparison.known.size() > most) former.clear();
-  for (const auto& [identity, each] : comparison.known) {
-    if (each.count > 0) former.insert_or_assign(identity, each);
-  }
-}
-
-void LogFollower::EndFormer() {
-  former.clear();
-  formerLeft = formerFrom = 0;
-}
-
-// Returns whether a message that came into the ring is one of the run before. One that is older than the
-// memory reaches may be: it is taken for one, and counts as possibly lost.
-bool LogFollower::WasSentAgain(const MessageIdentity& identity, std::uint64_t key, Loss& loss) {
-  if (former.empty() && formerLeft == 0) return false;
-  const auto entry = former.find(identity);
-  if (entry != former.end()) {
-    if (--entry->second.count == 0) former.erase(entry);
-    return true;
-  }
-  if (formerLeft == 0 || key >= formerFrom) return false;
-  --formerLeft;
-  if (loss.most) ++*loss.most;
-  return true;
-}
-
 FollowStep LogFollower::TakeRewritten(const LogSnapshot& snapshot, bool reopened) {
   FollowStep step;
   Comparison comparison;
@@ -491,12 +439,9 @@ FollowStep LogFollower::TakeRewritten(const LogSnapshot& snapshot, bool reopened
   step.loss = Settle(comparison);
   step.cleared = last.messageCount > 0 && comparison.knownInRing == 0 && !snapshot.Full();
   step.rewritten = snapshot.header.rewriteCount != last.rewriteCount;
-  if (comparison.run != Run::Other && step.cleared) EndFormer();
   for (const Candidate& each : comparison.candidates) {
-    if (each.isNew && !WasSentAgain(each.identity, each.key, step.loss))
-      step.messages.push_back({each.slot, false});
+    if (each.isNew) step.messages.push_back({each.slot, false});
   }
-  if (comparison.run == Run::Other) BeginRun(comparison);
   if (step.cleared) suspect = false;
   if (step.cleared || comparison.run == Run::Other) comparison.known.clear();
   Remember(snapshot, comparison.candidates, std::move(comparison.known));

@@ -92,9 +92,6 @@ class LogFollower {
   FollowStep TakeRewritten(const LogSnapshot& snapshot, bool reopened);
   std::vector<Candidate> CandidatesOf(const LogSnapshot& snapshot) const;
   Run RunOf(const Comparison& comparison) const;
-  void BeginRun(const Comparison& comparison);
-  void EndFormer();
-  bool WasSentAgain(const MessageIdentity& identity, std::uint64_t key, Loss& loss);
   bool RecognizeCopy(const Candidate& candidate);
   static bool Recognize(Comparison& comparison, const Candidate& candidate);
   void TakeOldNumbers(Comparison& comparison);
@@ -139,11 +136,6 @@ class LogFollower {
   // The log may have been emptied meanwhile: then the departed messages do not come back, and one that equals
   // them is another.
   bool mayBeOthers = false;
-  // Messages known from a run of the log that has ended, which may be sent again. Up to `formerLeft` of those
-  // older than `formerFrom` were cut off from the memory that this follower resumed from.
-  KnownMessages former;
-  std::uint64_t formerLeft = 0;
-  std::uint64_t formerFrom = 0;
   bool any = false;           // a message was reported or known
   std::uint64_t lastKey = 0;  // of the last one reported
 };

@@ -44,15 +44,6 @@ const std::vector<HistoryKind>& HistoryKinds() {
        .clears = true,
        .restarts = Restarts::Noticed,
        .resumes = Resumes::CutMemory},
-      {.name = "sent again into a larger log",
-       .restarts = Restarts::Noticed,
-       .resumes = Resumes::FullMemory,
-       .sentAgain = true},
-      {.name = "sent again, cut memory",
-       .bursts = true,
-       .restarts = Restarts::Noticed,
-       .resumes = Resumes::CutMemory,
-       .sentAgain = true},
       {.name = "twins", .twins = true, .clears = true},
       {.name = "twins, bursts", .twins = true, .bursts = true, .clears = true},
       {.name = "twins, restarts",
@@ -176,39 +167,12 @@ void FollowerJudge::Operate() {
 void FollowerJudge::Restart() {
   if (Chance(30)) Submit(1);  // pending
   if (kind.restarts == Restarts::Noticed && Chance(20)) capacity = std::max(1, capacity + Draw(-2, 2));
-  if (kind.sentAgain) capacity = log.Snapshot().header.maxMessages + Draw(1, 3);
-  const LogSnapshot before = log.Snapshot();
-  std::vector<std::size_t> inRing;
-  for (const std::uint32_t slot : OrderMessages(before).oldestFirst) {
-    const std::size_t number = log.MessageIn(slot);
-    if (std::find(inRing.begin(), inRing.end(), number) == inRing.end()) inRing.push_back(number);
-  }
   const bool kept = log.Restart(capacity);
   Tell(std::string("\nrestart, ") + (kept ? "kept" : "emptied") + ", capacity " + std::to_string(capacity));
   if (kind.restarts == Restarts::Noticed) {
     reopened = true;
   } else if (!kept) {
     emptiedUnnoticed = true;
-  }
-  if (kept && before.header.maxMessages == capacity) return;
-  CountWritten();
-  for (Group& group : groups) group.mayBeSentAgain = kind.sentAgain ? group.inFile : group.returned;
-  if (kind.sentAgain && !kept) SendAgain(inRing);
-}
-
-// As a change of capacity does that keeps the messages, with visits in between.
-void FollowerJudge::SendAgain(std::vector<std::size_t> numbers) {
-  for (std::size_t at = 0; at < numbers.size();) {
-    if (Chance(50)) Visit();
-    Tell("\nsent again");
-    for (int k = Draw(1, capacity); k > 0 && at < numbers.size(); --k, ++at) {
-      const Message message = messages[numbers[at]];
-      Tell(" m" + std::to_string(message.group));
-      log.Submit(message.body);
-      messages.push_back(message);
-    }
-    log.Flush();
-    if (Chance(20)) Submit(1);
   }
 }
 
@@ -237,21 +201,11 @@ void FollowerJudge::Visit() {
   wasEmpty = snapshot.header.messageCount == 0;
   nextNumber = snapshot.header.nextSequence;
   neverWritten = log.NeverWritten();
-  again = 0;
 }
 
 void FollowerJudge::CountWritten() {
   const std::vector<std::size_t>& inFile = log.EverInFile();
-  for (; written < inFile.size(); ++written) {
-    Group& group = groups[messages[inFile[written]].group];
-    if (group.mayBeSentAgain > 0) {
-      --group.mayBeSentAgain;
-      ++group.sentAgain;
-      ++again;
-    } else {
-      ++group.inFile;
-    }
-  }
+  for (; written < inFile.size(); ++written) ++groups[messages[inFile[written]].group].inFile;
 }
 
 void FollowerJudge::CountReturned(const LogSnapshot& snapshot, const FollowStep& step) {
@@ -261,11 +215,8 @@ void FollowerJudge::CountReturned(const LogSnapshot& snapshot, const FollowStep&
     Tell(" m" + std::to_string(number));
     ++counts.returned;
     Group& group = groups[number];
-    if (group.returned < group.inFile) {
-      ++group.returned;
-    } else if (!kind.sentAgain && group.sentAgain > 0) {
-      --group.sentAgain;
-    } else {
+    if (++group.returned > group.inFile) {
+      --group.returned;
       Fail(counts.twice, 1, "m" + std::to_string(number) + " is returned twice");
     }
     const std::uint64_t key = TimeKey(snapshot.slots[each.slot].body);
@@ -302,16 +253,12 @@ void FollowerJudge::Judge(const LogSnapshot& snapshot, const FollowStep& step) {
     if (lost == 0 && log.NeverWritten() > neverWritten) ++counts.needlessInFile;
   }
   const bool hidden = IsHidden(snapshot);
-  if (step.loss.Any()) reportedAgain += again;
   if (lost > 0 && !step.loss.Any() && hidden) {
     ++counts.hidden;
-  } else if (lost > reportedAgain && !step.loss.Any()) {
+  } else if (lost > 0 && !step.loss.Any()) {
     Fail(counts.silent, 1, "silent loss");
-  } else if (!step.loss.Any()) {
-    reportedAgain -= lost;
   }
-  if (!hidden && step.loss.Any() &&
-      (lost + again < step.loss.least || (step.loss.most && lost > *step.loss.most)))
+  if (!hidden && step.loss.Any() && (lost < step.loss.least || (step.loss.most && lost > *step.loss.most)))
     Fail(counts.wrongCounts, 1, "wrong count: " + said);
   if (kind.twins || kind.resumes == Resumes::CutMemory || step.loss.Any()) return;
   for (const std::uint32_t slot : snapshot.RingOrder()) {

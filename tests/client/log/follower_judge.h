@@ -32,7 +32,6 @@ struct HistoryKind {
   bool clears = false;
   Restarts restarts = Restarts::None;
   Resumes resumes = Resumes::Never;
-  bool sentAgain = false;  // restarts let the ring grow, and its messages are sent again
 };
 
 inline void PrintTo(const HistoryKind& kind, std::ostream* out) {
@@ -80,10 +79,6 @@ class FollowerJudge {
   struct Group {
     std::uint64_t inFile = 0;
     std::uint64_t returned = 0;
-    // Equal messages that come after a restart has emptied the log may be taken for those returned before: so
-    // many more, and so many of them in the file.
-    std::uint64_t mayBeSentAgain = 0;
-    std::uint64_t sentAgain = 0;
   };
 
   int Draw(int least, int most) { return std::uniform_int_distribution<int>(least, most)(random); }
@@ -91,7 +86,6 @@ class FollowerJudge {
   void Operate();
   void Submit(int count);
   void Restart();
-  void SendAgain(std::vector<std::size_t> numbers);
   void Visit();
   TamLogClient::FollowStep Follow(const TamLogClient::LogSnapshot& snapshot);
   void CountWritten();
@@ -116,9 +110,6 @@ class FollowerJudge {
   std::vector<Group> groups;
   std::size_t written = 0;    // of log.EverInFile(), counted in `groups`
   std::uint64_t missing = 0;  // in the file at some time, and not returned
-  std::uint64_t again = 0;    // sent again, and in the file since the last visit
-  // Of those, that may have been reported as lost. Another equal message may then be taken for one of them.
-  std::uint64_t reportedAgain = 0;
   bool reopened = false;
   bool emptiedUnnoticed = false;          // since the last visit
   bool wasEmpty = false;                  // at the last visit

@@ -294,50 +294,6 @@ TEST_F(LogFollowerTest, TwinInANewLogDoesNotProveThatNothingWasLost) {
   EXPECT_FALSE(step.loss.Exact());
 }
 
-// As a change of capacity that keeps the messages: an empty log, and every message sent again.
-TEST_F(LogFollowerTest, MessagesSentAgainIntoALargerLogAreNotReturnedAgain) {
-  log = RingModel(6);
-  SubmitEach({1, 2, 3, 4});
-  follower.Start(log.Snapshot());
-  SubmitEach({5});
-  Look();
-  log.Reformat(20);
-  Look(true);
-  EXPECT_TRUE(texts.empty());
-  EXPECT_TRUE(step.loss.Any());
-  SubmitEach({1, 2});
-  Look();
-  EXPECT_TRUE(texts.empty());
-  EXPECT_FALSE(step.loss.Any());
-  SubmitEach({3, 6, 4});
-  Look();
-  EXPECT_EQ(texts, (Strings{"6"}));
-  EXPECT_FALSE(step.loss.Any());
-  SubmitEach({5, 7, 5});
-  Look();
-  EXPECT_EQ(texts, (Strings{"5", "7"})) << "the second 5 is another message";
-}
-
-TEST_F(LogFollowerTest, MessagesSentAgainAreRecognizedAfterAResumeToo) {
-  Begin(6);
-  SubmitEach({1, 2, 3, 4, 5});
-  Look();
-  log.Reformat(20);
-  Look(true);
-  SubmitEach({1});
-  Look();
-  const auto memory = TamLogClient::ParseMemory(FormatMemory(follower.Remembered(3)));
-  ASSERT_TRUE(memory);
-  follower.Resume(*memory);
-  SubmitEach({2, 3, 6, 4, 5});
-  Look(true);
-  EXPECT_EQ(texts, (Strings{"6"}));
-  EXPECT_TRUE(step.loss.Any()) << "messages older than the memory may be others";
-  SubmitEach({5});
-  Look();
-  EXPECT_EQ(texts, (Strings{"5"}));
-}
-
 TEST_F(LogFollowerTest, EmptyBeforeAndAfterARestartIsAnUnknownLoss) {
   Begin(4);
   Submit("lost", 1);
