@@ -28,6 +28,11 @@ def one(pattern):
     return found[0]
 
 
+def read(path):
+    with open(path, "rb") as file:
+        return file.read()
+
+
 class Releases:
     """The packages as they were made, and packages of a later version from the same files."""
 
@@ -87,14 +92,14 @@ class Road:
 
         with tempfile.NamedTemporaryFile() as seen:
             machine.start(os.path.join(machine.directory, "tamlogctl.exe"), "follow", output=seen)
-            self.assertTrue(machine.wait_until(lambda: b"before the upgrade" in open(seen.name, "rb").read()))
+            self.assertTrue(machine.wait_until(lambda: b"before the upgrade" in read(seen.name)))
             self.expect_done(self.upgrade())
             self.assertTrue(machine.wait_for_state("running"))
             self.assertEqual(machine.value(PACKAGE_KEY, "Version"), NEXT)
             self.assertTrue(os.path.exists(os.path.join(machine.directory, "docs", "new.md")))
             self.assertFalse(os.path.exists(os.path.join(machine.directory, "docs", "testing.md")))
             self.expect_done(machine.tool("send", "-s", "Test", "after the upgrade"))
-            self.assertTrue(machine.wait_until(lambda: b"after the upgrade" in open(seen.name, "rb").read()),
+            self.assertTrue(machine.wait_until(lambda: b"after the upgrade" in read(seen.name)),
                             "the follower does not go on")
             machine.children[-1].kill()
             machine.children[-1].wait()
