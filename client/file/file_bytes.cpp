@@ -24,7 +24,9 @@ constexpr std::size_t kMostRead = std::size_t{1} << 24U;
 FileStatus FileBytes::Open(const std::string& path) {
   if (FileStatus status = OpenForReading(path, file); status != Status::Ok) return status;
   std::error_code error;
-  if (std::filesystem::is_fifo(PathOf(path), error)) return ReadPipe();
+  const auto kind = std::filesystem::status(PathOf(path), error).type();
+  if (kind == std::filesystem::file_type::fifo) return ReadPipe();
+  if (kind == std::filesystem::file_type::character) return {Status::NotAFile, "is a device"};
   size = std::filesystem::file_size(PathOf(path), error);
   if (error) return FileStatusOf(error);
   pieces.resize(kPieces);

@@ -19,6 +19,7 @@ class FileStatus {
   // Returns the system's reason (UTF-8, without a full stop), for example "No space left on device"; the
   // status in words where the system gave none or the status already says the same.
   std::string Reason() const { return reason.empty() ? StatusText(status) : reason; }
+  bool HasReason() const { return !reason.empty(); }
 
  private:
   Status status;

@@ -78,8 +78,13 @@ FileStatus ReadFileBytes(const std::string& path, std::string& bytes) {
 }
 
 bool IsSameFile(const std::string& left, const std::string& right) {
+  if (left == right) return true;
   std::error_code error;
-  return left == right || std::filesystem::equivalent(PathOf(left), PathOf(right), error);
+  if (std::filesystem::equivalent(PathOf(left), PathOf(right), error)) return true;
+  const auto first = std::filesystem::absolute(PathOf(left), error).lexically_normal();
+  if (error) return false;
+  const auto second = std::filesystem::absolute(PathOf(right), error).lexically_normal();
+  return !error && first == second;
 }
 
 }  // namespace TamLogClient

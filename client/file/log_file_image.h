@@ -71,8 +71,8 @@ std::string ImageOf(const LogSnapshot& snapshot);
 // rest of it is returned. NotFound, NotAFile (a directory), AccessDenied and SystemError leave `bytes` empty.
 FileStatus ReadFileBytes(const std::string& path, std::string& bytes);
 
-// Returns whether two paths (UTF-8) name one file, also through links. A file that does not exist equals only
-// its own name.
+// Returns whether two paths (UTF-8) name one file, also through links. Of files that do not exist, the
+// names are compared as absolute ones.
 bool IsSameFile(const std::string& left, const std::string& right);
 
 }  // namespace TamLogClient

@@ -33,7 +33,8 @@ class Inflater {
       }
       if (!within) {
         constexpr Bytef kFirstOfMember = 0x1F;
-        if (*stream.next_in != kFirstOfMember) return Decompressed::Whole;
+        if (*stream.next_in == 0) return Decompressed::Whole;  // padding up to the end of a tape's block
+        if (*stream.next_in != kFirstOfMember) return Decompressed::Corrupt;
         inflateReset(&stream);
         within = true;
       }

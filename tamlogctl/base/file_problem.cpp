@@ -22,7 +22,7 @@ std::string ProblemOf(const FileStatus& status, const std::string& remark) {
   if (status == Status::NotALog)
     return "is no log (" + remark + ")" +
            (remark.ends_with("text") ? "; tamlogctl convert makes one of lines with a time" : "");
-  if (status == Status::NotAFile) return "is a directory; name a file in it";
+  if (status == Status::NotAFile && !status.HasReason()) return "is a directory; name a file in it";
   return status.Reason();
 }
 

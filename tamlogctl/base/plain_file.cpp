@@ -124,7 +124,8 @@ class PlainFiles {
                                     " data are damaged; what is read from them may be wrong or incomplete");
       case Decompressed::TooLarge:
         return Refuse(kNotALog, name + " is no log (it has more than " + std::to_string(kMostBytes) +
-                                    " bytes when decompressed, more than any log)");
+                                    " bytes" + (format == Compression::None ? "" : " when decompressed") +
+                                    ", more than any log)");
       case Decompressed::NotSupported:
         return Refuse(kNotThere, name + ": this program cannot read " + NameOf(format) +
                                      " data; decompress the file first");

@@ -2,6 +2,7 @@
 #include <limits>
 #include <string>
 
+#include "client/file/log_file_image.h"
 #include "tamlogctl/commands/shared_options.h"
 #include "tamlogctl/commands/verbs.h"
 #include "tamlogctl/read/export.h"
@@ -164,6 +165,9 @@ std::string Check(const ExportOptions& options, const Given& given) {
   std::string problem = SelectionProblem(options.selection, !options.files.empty());
   if (problem.empty()) problem = CursorProblem(options);
   if (problem.empty() && options.follow) problem = FollowingProblem(options);
+  const bool hasCursorFile = !options.cursorFile.empty();
+  if (problem.empty() && hasCursorFile && TamLogClient::IsSameFile(options.cursorFile, options.target))
+    problem = "--cursor-file '" + options.cursorFile + "': is the file to write; give another name";
   return problem;
 }
 

@@ -227,13 +227,6 @@ TEST_F(LostAndAddedBytes, AsManyBytesLostAsAddedElsewhereMoveOnlyTheSlotsBetween
   }
 }
 
-// Zeros after a number that continues are no message, even where the ring could be in reverse.
-TEST_F(LostAndAddedBytes, LastMessageIsFoundAfterZerosWereAddedWithinItsNumber) {
-  const std::string bytes = MakeLog(20, 2);
-  const std::uint64_t at = LogFileImage::OffsetOf(1) + 4;
-  EXPECT_EQ(Try(bytes, {{at, 0, std::string(772, '\0')}, {LogFileImage::OffsetOf(12), 772, ""}}), "");
-}
-
 // After 10 bytes were added, the tail of each message is where the number of the next one was.
 TEST_F(LostAndAddedBytes, TailsThatCountAreNotTakenForNumbers) {
   std::string bytes = MakeLog(10, 22);

@@ -46,8 +46,11 @@ TEST_P(FollowerHistories, EveryMessageOnceOrItsLossReported) {
   EXPECT_EQ(counts.Failures(), 0U);
   EXPECT_GT(counts.returned, 0U);
   EXPECT_GT(counts.exact, 0U) << "counts by the counters are never made";
-  EXPECT_LT(counts.needless - counts.needlessInFile, counts.possible / 4)
-      << "a follower that always reports a possible loss is no use";
+  EXPECT_LT(counts.needless, counts.visits / 3) << "a follower that always reports a possible loss is no use";
+  // After a restart or a resume much is unknown.
+  if (GetParam().restarts == TamLogTest::Restarts::None) {
+    EXPECT_LT(counts.needless - counts.needlessInFile, counts.possible / 6);
+  }
   std::string row = std::string("| ") + GetParam().name + " |";
   for (const std::uint64_t count : {counts.histories, counts.visits, counts.returned, counts.lost,
                                     counts.exact, counts.possible, counts.needless, counts.needlessInFile}) {

@@ -191,6 +191,12 @@ TEST(GzipDecompression, PaddingAfterTheLastMemberIsIgnored) {
   EXPECT_EQ(outcome.out, "text");
 }
 
+TEST(GzipDecompression, OtherBytesAfterTheLastMemberAreDamage) {
+  const auto outcome = Unpack(Compression::Gzip, Gzip("text") + "garbage", kNoLimit, 9);
+  EXPECT_EQ(outcome.end, Decompressed::Corrupt);
+  EXPECT_EQ(outcome.out, "text");
+}
+
 TEST(PlainCopy, PassesEverythingOnWithinItsLimit) {
   EXPECT_EQ(TamLogCtl::CompressionOf("text of a file"), Compression::None);
   EXPECT_EQ(TamLogCtl::CompressionOf(""), Compression::None);

@@ -153,6 +153,18 @@ TEST_F(FileVerbs, Merge) {
   EXPECT_EQ(Run("merge good.dat", "", "/dev/full").exitCode, 8);
 }
 
+TEST_F(FileVerbs, CursorFileNeverReplacesWhatIsExported) {
+  for (const char* const name : {"new.txt", "./new.txt"}) {
+    Expect("export new.txt --file good.dat --cursor-file " + std::string(name), 2,
+           "is the file to write; give another name");
+    EXPECT_EQ(Contents("new.txt"), "");
+  }
+  Expect("export log.txt --file good.dat --cursor-file cursor", 0, "log.txt: 6 messages");
+  const std::string before = Contents("cursor");
+  Expect("export cursor --force --file good.dat --cursor-file cursor", 2, "is the file to write");
+  EXPECT_EQ(Contents("cursor"), before);
+}
+
 TEST_F(FileVerbs, Export) {
   Expect("export log.txt --file good.dat", 0, "log.txt: 6 messages");
   Expect("export copy.dat --log --file good.dat", 0, "copy.dat: 6 messages");

@@ -145,6 +145,30 @@ TEST_F(NamedFiles, MoreThanAnyLogHoldsIsRefused) {
   }
 }
 
+TEST_F(NamedFiles, EndlessInputIsRefusedInItsOwnWords) {
+  const auto outcome = TestSupport::RunIn(folder.Path(), "'" TAMLOGCTL "' show - < /dev/zero");
+  EXPECT_EQ(outcome.exitCode, 9);
+  EXPECT_NE(outcome.err.find("is no log (it has more than 560000240 bytes, more than any log)"),
+            std::string::npos)
+      << outcome.err;
+}
+
+TEST_F(NamedFiles, DevicesAreCalledDevices) {
+  for (const std::string verb : {"show", "verify", "stats", "merge"}) {
+    const auto outcome = Run(verb + " /dev/null");
+    EXPECT_EQ(outcome.exitCode, 3) << verb;
+    EXPECT_NE(outcome.err.find("/dev/null: is a device"), std::string::npos) << outcome.err;
+  }
+}
+
+TEST_F(NamedFiles, BytesAfterCompressedDataAreReportedAndTheLogIsRead) {
+  TestSupport::WriteBytes(folder.File("Logs.dat.gz"), Contents("Logs.dat.gz") + "garbage");
+  const auto outcome = Run("show -o cat Logs.dat.gz");
+  EXPECT_EQ(outcome.exitCode, 7);
+  EXPECT_EQ(outcome.out, all);
+  EXPECT_NE(outcome.err.find("Logs.dat.gz: the gzip data are damaged"), std::string::npos) << outcome.err;
+}
+
 TEST_F(NamedFiles, LogThatOnlyLooksCompressedIsReadAsItIs) {
   std::string bytes = Contents("Logs.dat");
   bytes.replace(0, 4, "\x1F\x8B\x08", 4);  // 559,903 readers
