@@ -39,7 +39,7 @@ while (($# > 0)); do
 done
 cd "$(dirname "$0")"
 umask 022
-export LC_ALL=C.UTF-8 TZ=UTC
+export LC_ALL=C.UTF-8 TZ=UTC PYTHONDONTWRITEBYTECODE=1
 
 step='starting'
 begin() {

@@ -164,6 +164,9 @@ def statements():
     for action, condition, number in sequence:
         yield (f"INSERT INTO `InstallExecuteSequence` (`Action`, `Condition`, `Sequence`) "
                f"VALUES ('{action}', '{condition}', {number})")
+    # wixl drops the mark of a text in which the system replaces %NAMES%.
+    yield (r"UPDATE `Registry` SET `Value` = '#%%SystemRoot%\System32\EventCreate.exe' "
+           "WHERE `Name` = 'EventMessageFile'")
     # Within the transaction, so that a failure brings the old version back.
     yield "UPDATE `InstallExecuteSequence` SET `Sequence` = 1501 WHERE `Action` = 'RemoveExistingProducts'"
     yield "UPDATE `InstallExecuteSequence` SET `Condition` = 'NOT DEVICEMISSING' WHERE `Action` = 'StartServices'"

@@ -20,6 +20,7 @@ esac
 # shellcheck source=../scripts/fixed-layout.sh
 . "$(dirname "$0")/../scripts/fixed-layout.sh" "$@"
 cd "$(dirname "$0")/.."
+export PYTHONDONTWRITEBYTECODE=1
 for file in build/packages/SHA256SUMS build/bin/tamlogdrv.exe build/bin/tamlog.sys; do
   [[ -e $file ]] || { echo "packaging/test.sh: $file is missing; run ./package.sh and build tamlogdrv" >&2; exit 1; }
 done

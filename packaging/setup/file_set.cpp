@@ -139,8 +139,9 @@ void DeleteFiles(const FileList& files, const fs::path& directory) {
 void DeleteEmptyDirectories(const FileList& files, const fs::path& directory) {
   std::set<fs::path> below{directory};
   for (const fs::path& file : files) {
-    for (fs::path part = (directory / file).parent_path(); part != directory; part = part.parent_path())
-      below.insert(part);
+    // The paths are relative, so this ends whatever the form of `directory`.
+    for (fs::path part = file.parent_path(); !part.empty(); part = part.parent_path())
+      below.insert(directory / part);
   }
   DeleteDirectories(below);
 }

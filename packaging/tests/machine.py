@@ -3,6 +3,7 @@
 import hashlib
 import os
 import subprocess
+import tempfile
 import time
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
@@ -51,9 +52,12 @@ class Machine:
 
     def run(self, *command, timeout=180):
         """Returns exit code (its low 8 bits) and output."""
-        done = subprocess.run([WINE, *command], check=False, env=self.environment, stdin=subprocess.DEVNULL,
-                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=timeout)
-        return done.returncode, done.stdout.decode("utf-8", "replace").replace("\r", "")
+        # Into a file: Wine's desktop, which the first window starts, would keep a pipe open.
+        with tempfile.TemporaryFile() as output:
+            done = subprocess.run([WINE, *command], check=False, env=self.environment, stdin=subprocess.DEVNULL,
+                                  stdout=output, stderr=subprocess.STDOUT, timeout=timeout)
+            output.seek(0)
+            return done.returncode, output.read().decode("utf-8", "replace").replace("\r", "")
 
     def start(self, *command, output):
         child = subprocess.Popen([WINE, *command], env=self.environment, stdin=subprocess.DEVNULL, stdout=output,

@@ -129,6 +129,13 @@ TEST_F(Files, DeletedLeaveForeignFilesAndTheirDirectories) {
   EXPECT_FALSE(std::filesystem::exists(directory / "setup-old-1"));
 }
 
+TEST_F(Files, DirectoryMayEndInABackslash) {
+  Write(directory / "docs" / "b.txt", "two");
+  Write(directory / "Logs.dat", "log");
+  DeleteFiles({"Logs.dat", "docs\\b.txt"}, directory.wstring() + L"\\");
+  EXPECT_FALSE(std::filesystem::exists(directory));
+}
+
 TEST_F(Files, ListThatLeavesTheDirectoryIsRefused) {
   const std::filesystem::path list = directory / kListName;
   for (const char* const bad : {"..\\x.txt", "docs/../../x.txt", "C:\\x.txt", "\\x.txt", "C:x.txt"}) {
