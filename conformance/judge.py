@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Judges programs that read logs: on the samples and traces beside it, claim by claim.
+"""Judges programs that read logs: on the samples and traces in this directory, claim by claim.
 
     judge.py [--read COMMAND] [--verify COMMAND] [--follow COMMAND] [--only RE] [--details]
 

@@ -162,9 +162,9 @@ bool Walker::GridGoesOn(const Seen& here, const Seen& next, std::uint64_t other)
     if (slot.isMessage || !isDamaged) ++grid;
     before = slot;
   }
-  std::uint64_t beside = 0;
-  while (beside < kAhead && Look(other + beside * kSlotSize).isMessage) ++beside;
-  return SizeShowsMove(other) ? grid > beside : grid >= beside;
+  std::uint64_t shifted = 0;
+  while (shifted < kAhead && Look(other + shifted * kSlotSize).isMessage) ++shifted;
+  return SizeShowsMove(other) ? grid > shifted : grid >= shifted;
 }
 
 void Walker::BeginStretch(std::uint64_t offset) {

@@ -1,8 +1,8 @@
 #pragma once
 
 // The calls of the system for files that are written: what the standard library cannot do safely, or cannot
-// do at all. Files beside a target are created so that nothing follows a link that another user planted
-// there.
+// do at all. Temporary files next to a target are created so that nothing follows a link that another user
+// planted there.
 
 #include <cstdint>
 #include <filesystem>

@@ -38,15 +38,16 @@ Status ConsistentRead::WaitForWriter(std::uint32_t timeoutMs) {
   }
 }
 
-bool ConsistentRead::IsInVain() {
+bool ConsistentRead::IsInvalidated() {
   LogFileHeader now{};
   // Kept: a server that starts again sets `serverRunning` again, and the rest was not copied.
-  inVain = inVain || log->Now() - begun > kLongestMs || !log->CopyHeader(now) || now.serverRunning == 0;
-  return inVain;
+  invalidated =
+      invalidated || log->Now() - begun > kLongestMs || !log->CopyHeader(now) || now.serverRunning == 0;
+  return invalidated;
 }
 
 std::optional<Status> ConsistentRead::End() {
-  if (inVain) return std::nullopt;
+  if (invalidated) return std::nullopt;
   std::atomic_thread_fence(std::memory_order_acquire);
   if (!log->WaitForWriter(0)) return std::nullopt;
   std::atomic_thread_fence(std::memory_order_acquire);

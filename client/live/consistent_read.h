@@ -16,7 +16,7 @@
 // suspended here has no effect on the server.
 //
 // The processor must not move the loads of the copy out of the span between Begin and End. On x64 loads are
-// not reordered with each other, and only the compiler has to be told; the fences below are acquire fences,
+// not reordered with each other, and only the compiler has to respect them; the fences below are acquire fences,
 // which on ARM64 become instructions (dmb ishld).
 //
 // A read belongs to one thread.
@@ -49,7 +49,7 @@ class ConsistentRead {
 
   // Returns whether the copy has taken too long or the server has closed the log; then End returns nothing. A
   // long copy asks this between two pieces. Makes no system call.
-  bool IsInVain();
+  bool IsInvalidated();
 
   // Returns Ok when everything copied since Begin is of one state of the log, the one of Header(). Nothing:
   // it is not, or it took too long; discard it. NotRunning and InPage as for Begin.
@@ -61,7 +61,7 @@ class ConsistentRead {
   const LogMemory* log;
   LogFileHeader header{};
   std::uint64_t begun = 0;  // of the memory's clock
-  bool inVain = false;
+  bool invalidated = false;
 };
 
 }  // namespace TamLogClient

@@ -63,7 +63,7 @@ void LogReader::Close() {
 Status LogReader::Look(LogFileHeader& header) {
   if (!IsOpen()) return Status::NotRunning;
   const bool read = log.CopyHeader(header);
-  if (!read && !log.WasLetGo()) return Status::InPage;
+  if (!read && !log.WasReleased()) return Status::InPage;
   if (read && header.serverRunning != 0) return Status::Ok;
   Close();
   return Status::NotRunning;
@@ -78,7 +78,7 @@ Status LogReader::Repeat(std::uint32_t timeoutMs, Attempt attempt) {
     status = attempt(deadline.Remaining());
   } while (!status && deadline.Remaining() > 0);
   lastCopy = Microseconds() - begun;
-  if (log.WasLetGo() && status != Status::Ok) {
+  if (log.WasReleased() && status != Status::Ok) {
     Close();
     return Status::NotRunning;
   }
@@ -136,19 +136,19 @@ std::optional<Status> LogReader::CopyAtOnce(LogSnapshot& snapshot, const LogFile
     // The snapshot's slots were made for another capacity.
     if (header.maxMessages != static_cast<std::int64_t>(snapshot.slots.size())) return std::nullopt;
     snapshot.header = header;
-    const auto inVain = [&read] { return read.IsInVain(); };
-    return CopySlots(snapshot, NewSlots(header, known), inVain) ? Status::Ok : Status::InPage;
+    const auto invalidated = [&read] { return read.IsInvalidated(); };
+    return CopySlots(snapshot, NewSlots(header, known), invalidated) ? Status::Ok : Status::InPage;
   });
 }
 
 bool LogReader::CopySlots(LogSnapshot& snapshot, std::int64_t count,
-                          const std::function<bool()>& inVain) const {
+                          const std::function<bool()>& invalidated) const {
   const LogFileHeader& header = snapshot.header;
   const auto runs =
       snapshot.HeaderIsSound() ? NewestRuns(header, count) : OccupiedRuns(header, log.SlotCount());
   for (const SlotRun& run : runs) {
     for (std::int64_t first = run.begin; first < run.end; first += kPieceSlots) {
-      if (first > run.begin && inVain()) return true;
+      if (first > run.begin && invalidated()) return true;
       const auto slot = static_cast<std::size_t>(first);
       const auto slots = static_cast<std::size_t>(std::min(kPieceSlots, run.end - first));
       if (!log.CopySlots(slot, slots, snapshot.slots.data() + slot)) return false;

@@ -14,9 +14,9 @@
 // client/live/log_access.h.
 //
 // A server that stops waits for the processes that have its file open, readers included: call Look or
-// LetGoIfStopped at least every 250 ms, or close.
+// ReleaseIfStopped at least every 250 ms, or close.
 //
-// A reader belongs to one thread at a time; LetGoIfStopped may be called from any other meanwhile.
+// A reader belongs to one thread at a time; ReleaseIfStopped may be called from any other meanwhile.
 
 #include <cstddef>
 #include <cstdint>
@@ -76,7 +76,7 @@ class LogReader {
 
   // Releases the log when the server has closed it, whatever the reader's thread is doing: a copy that it
   // makes fails, and its call returns NotRunning. Not while WithView calls a function. From any thread.
-  void LetGoIfStopped() { log.LetGoIfStopped(); }
+  void ReleaseIfStopped() { log.ReleaseIfStopped(); }
 
   // Copies the whole log within `timeoutMs`. When `snapshot` is the one that the previous call filled and
   // messages were only appended since, copies only their slots. Damaged: the header is not valid; the slots
@@ -94,13 +94,13 @@ class LogReader {
   // a new view until a call was not disturbed, or `timeoutMs` are over; so each call begins from nothing, and
   // keeps its result apart from what it is for until Ok.
   //
-  // A call that takes longer than `budgetMicroseconds` (at most 150 ms) is in vain, and ends the calls with
-  // TimedOut: the view says when the budget is spent, then `look` has to return. A page that cannot be read
-  // raises a structured exception here. An exception of `look` is rethrown.
+  // A call that takes longer than `budgetMicroseconds` (at most 150 ms) does not count, and ends the calls
+  // with TimedOut: the view says when the budget is spent, then `look` has to return. A page that cannot be
+  // read raises a structured exception here. An exception of `look` is rethrown.
   Status WithView(std::uint32_t budgetMicroseconds, const std::function<void(const LogView&)>& look,
                   std::uint32_t timeoutMs = kDefaultTimeoutMs);
 
-  // Returns how long the last copy took, in microseconds, the attempts in vain included.
+  // Returns how long the last copy took, in microseconds, failed attempts included.
   std::uint64_t LastCopyMicroseconds() const { return lastCopy; }
 
  private:
@@ -123,9 +123,9 @@ class LogReader {
   std::optional<Status> Read(std::uint32_t timeoutMs, Work work);
 
   std::optional<Status> CopyTail(LogTail& tail, const std::vector<std::uint32_t>& probes) const;
-  // Copies the newest `count` slots; all slots when the header is not valid. Stops when `inVain` returns
+  // Copies the newest `count` slots; all slots when the header is not valid. Stops when `invalidated` returns
   // true. Returns false for a page that cannot be read.
-  bool CopySlots(LogSnapshot& snapshot, std::int64_t count, const std::function<bool()>& inVain) const;
+  bool CopySlots(LogSnapshot& snapshot, std::int64_t count, const std::function<bool()>& invalidated) const;
 
   MappedLog log;
   std::string name;  // of the mapping

@@ -97,7 +97,7 @@ void LogStream::Release() {
 // The guard's thread.
 void LogStream::Guard() {
   std::unique_lock lock(guardLock);
-  while (!guardEnds.wait_for(lock, kGuardPause, [this] { return !guarding; })) reader.LetGoIfStopped();
+  while (!guardEnds.wait_for(lock, kGuardPause, [this] { return !guarding; })) reader.ReleaseIfStopped();
 }
 
 LogChange LogStream::Wait(std::uint32_t timeoutMs) {

@@ -80,21 +80,21 @@ void MappedLog::Close() {
 }
 
 void MappedLog::CloseAll() {
-  if (view != nullptr && !letGo) UnmapViewOfFile(view);
+  if (view != nullptr && !released) UnmapViewOfFile(view);
   if (reserved) VirtualFree(const_cast<unsigned char*>(view), 0, MEM_RELEASE);
   view = nullptr;
   viewSize = 0;
-  letGo = reserved = false;
+  released = reserved = false;
   mapping.Close();
   readWait.Close();
 }
 
-void MappedLog::LetGoIfStopped() {
+void MappedLog::ReleaseIfStopped() {
   const std::lock_guard lock(opening);
   LogFileHeader header{};
-  if (view == nullptr || letGo || !CopyHeader(header) || header.serverRunning != 0) return;
+  if (view == nullptr || released || !CopyHeader(header) || header.serverRunning != 0) return;
   // First: a copy that goes on over the release looks at this at its end.
-  letGo = true;
+  released = true;
   UnmapViewOfFile(view);
   // A copy that goes on has to fault. It must not touch memory that somebody allocates here meanwhile, the
   // guard page of a stack for example.
@@ -105,7 +105,7 @@ void MappedLog::LetGoIfStopped() {
 // --- The bytes.
 
 bool MappedLog::Copy(void* to, std::size_t offset, std::size_t bytes, std::size_t stride) const {
-  return !letGo && GuardedCopy(to, view + offset, bytes, stride) && !letGo;
+  return !released && GuardedCopy(to, view + offset, bytes, stride) && !released;
 }
 
 bool MappedLog::CopyHeader(LogFileHeader& header) const {

@@ -7,7 +7,7 @@
 // Mapped bytes are copied through TamLogClientGuardedCopy, so that a page that cannot be read (the disk under
 // the mapping fails, or the file was cut) becomes a status.
 //
-// A mapped log belongs to one thread at a time; LetGoIfStopped may be called from any other meanwhile.
+// A mapped log belongs to one thread at a time; ReleaseIfStopped may be called from any other meanwhile.
 
 #include <atomic>
 #include <cstddef>
@@ -42,9 +42,9 @@ class MappedLog final : public LogMemory {
 
   // Releases view and mapping when the server has closed the log, whatever the owner's thread is doing: its
   // copies fail from now on. From any thread. The owner still has to call Close.
-  void LetGoIfStopped();
-  // Returns whether LetGoIfStopped has released the log.
-  bool WasLetGo() const { return letGo; }
+  void ReleaseIfStopped();
+  // Returns whether ReleaseIfStopped has released the log.
+  bool WasReleased() const { return released; }
 
   bool CopyHeader(LogFileHeader& header) const override;
   bool CopyChangeCount(std::uint64_t& count) const override;
@@ -66,7 +66,7 @@ class MappedLog final : public LogMemory {
   bool Copy(void* to, std::size_t offset, std::size_t bytes, std::size_t stride = 0) const;
 
   std::mutex opening;  // guards opening, closing and releasing; never held while slots are copied
-  std::atomic<bool> letGo{false};
+  std::atomic<bool> released{false};
   bool reserved = false;  // the view's addresses are kept from others until Close
   Handle mapping;
   Handle readWait;

@@ -100,7 +100,7 @@ bool PartwiseCopy::CopyChanged(ConsistentRead& read) {
 }
 
 bool PartwiseCopy::CopyChangedRun(ConsistentRead& read, const SlotRun& run) {
-  for (std::int64_t first = run.begin; first < run.end && !read.IsInVain(); first += partSlots) {
+  for (std::int64_t first = run.begin; first < run.end && !read.IsInvalidated(); first += partSlots) {
     const std::int64_t end = std::min(first + partSlots, run.end);
     if (!CopyChangedPart(static_cast<std::size_t>(first), static_cast<std::size_t>(end))) return false;
   }

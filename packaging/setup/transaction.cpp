@@ -12,7 +12,7 @@ void Transaction::Do(const std::string& name, const std::function<void()>& actio
   done.push_back({name, std::move(undo)});
   try {
     action();
-    if (++count == failAt) throw SetupError("this step was told to fail");
+    if (++count == failAt) throw SetupError("this step fails on request");
   } catch (const std::exception& failure) {
     Say(std::string("failed: ") + failure.what());
     UndoAll();

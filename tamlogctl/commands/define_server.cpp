@@ -135,13 +135,14 @@ Verb DoctorVerb() {
   const auto options = std::make_shared<DoctorOptions>();
   Verb verb =
       MakeVerb("doctor", "Check everything that can be wrong with a server", kDoctorFooter, options, Doctor);
-  verb.Add({Flag("--unstick", options->unstick, "Fix what a dead reader or a half-open client left behind"),
-            Flag("--restore-rights", options->restoreRights,
-                 "Let every user start and stop the service again; needs an administrator")
-                .Excludes("--unstick"),
-            Value("--watch", "MS", Number(100, 60000, options->watchMs),
-                  "Time without any change after which a reader counts as stuck, in milliseconds (2000)"),
-            JsonOption(options->json)});
+  verb.Add(
+      {Flag("--unstick", options->unstick, "Release what a dead reader or a half-open client still holds"),
+       Flag("--restore-rights", options->restoreRights,
+            "Let every user start and stop the service again; needs an administrator")
+           .Excludes("--unstick"),
+       Value("--watch", "MS", Number(100, 60000, options->watchMs),
+             "Time without any change after which a reader counts as stuck, in milliseconds (2000)"),
+       JsonOption(options->json)});
   verb.Add(OptionsOfAll(*options));
   return verb;
 }

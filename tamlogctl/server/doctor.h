@@ -10,7 +10,7 @@ namespace TamLogCtl {
 
 struct DoctorOptions : CommonOptions {
   bool json = false;
-  bool unstick = false;          // fix what a dead reader or a half-open client left behind
+  bool unstick = false;          // release what a dead reader or a half-open client still holds
   bool restoreRights = false;    // let every user start and stop the service again
   std::uint32_t watchMs = 2000;  // a reader counts as stuck when nothing changes for so long
 };

@@ -14,15 +14,15 @@ namespace {
 // A service whose driver tick can be blocked just before its work.
 class HeldUpService final : public ServerService {
  public:
-  HeldUpService() { letGo.RemoveSignal(); }
+  HeldUpService() { mayContinue.RemoveSignal(); }
 
   void OnTimer(std::uint32_t timerId) override {
-    if (timerId == kDriverPollTimer && !held.exchange(true)) letGo.Wait(60000);
+    if (timerId == kDriverPollTimer && !held.exchange(true)) mayContinue.Wait(60000);
     ServerService::OnTimer(timerId);
   }
 
   std::atomic<bool> held = false;
-  TamLogUtil::Event letGo{nullptr, nullptr};
+  TamLogUtil::Event mayContinue{nullptr, nullptr};
 };
 
 using LateTick = ServerTest;
@@ -44,7 +44,7 @@ TEST_F(LateTick, StartWaitsForItBeforeTheLockThatItNeeds) {
   });
   Sleep(500);
   EXPECT_FALSE(started);
-  late.letGo.SetSignal();
+  late.mayContinue.SetSignal();
   const bool both = WaitUntil([&] { return started.load(); }, 10000ms);
   if (!both) std::_Exit(1);  // nothing could be destroyed safely
   start.join();

@@ -83,7 +83,7 @@ class Stress : public LogFile {
     while (writing > 0) std::this_thread::sleep_for(std::chrono::milliseconds(5));
     stopped = true;
     // The reader ends first; then writers that still wait for it are released.
-    std::thread letGo([this] {
+    std::thread release([this] {
       TestReader rescuer(names);
       while (!joined) {
         if (rescuer.Header().readCount <= 0) rescuer.SignalWriteWait();
@@ -93,7 +93,7 @@ class Stress : public LogFile {
     for (std::thread& thread : threads) thread.join();
     Flush();
     joined = true;
-    letGo.join();
+    release.join();
   }
 
   // The numbers of the stored messages; each occurs once.

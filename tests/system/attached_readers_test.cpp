@@ -1,4 +1,4 @@
-// Tests of restarts while readers of our own are attached: they let go of the log in time for the next start.
+// Tests of restarts while readers of our own are attached: they release the log in time for the next start.
 
 #include "tests/system/system_test.h"
 

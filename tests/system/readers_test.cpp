@@ -140,12 +140,12 @@ TEST_F(Readers, OneThatKeepsTheFileMappedKeepsTheStopWaitingOnlyWhereThatCountsA
   RunService();
   ReaderProcess reader("attach");
   ASSERT_EQ(reader.NextLine(), "attached");
-  std::thread letGo([&reader] {
+  std::thread release([&reader] {
     std::this_thread::sleep_for(4s);
     reader.Tell();
   });
   const StopReport stop = StopService();
-  letGo.join();
+  release.join();
   EXPECT_EQ(reader.NextLine(), "detached");
   if (MappedFilesCountAsOpen()) {
     EXPECT_GT(stop.duration, 3s);

@@ -241,7 +241,7 @@ def read_by_jq(options, folder):
     check_objects(json.loads(run(jq, ".", data=log.show("-o", "json-array"))), log)
     expect_equal(run(jq, "length", data=Log(options, folder, 0).show("-o", "json-array")), b"0\n", "empty array")
     expect_equal(run(jq, "--raw-output", "select(.text_hex) | .seq", data=log.show("-o", "json")).split(),
-                 [b"%d" % m.seq for m in log.messages if not is_utf8(m.text)], "texts beside their bytes")
+                 [b"%d" % m.seq for m in log.messages if not is_utf8(m.text)], "texts and their bytes")
 
 
 def read_by_lnav(options, folder):

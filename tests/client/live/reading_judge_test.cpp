@@ -1,6 +1,6 @@
-// Readers beside the server's real store, which appends, inserts, rewrites, clears and starts again as fast
-// as it can. Each copy that a reader accepts has to be one state of the log, exactly. Copies are slowed down
-// at random places and made in both directions.
+// Readers in parallel with the server's real store, which appends, inserts, rewrites, clears and starts again
+// as fast as it can. Each copy that a reader accepts has to be one state of the log, exactly. Copies are
+// slowed down at random places and made in both directions.
 //
 // scripts/judge-reading.sh runs more copies (TAMLOG_READING_COPIES in the environment sets their number), and
 // adds a ring of a million slots; docs/reliability.md has the counts of a long run.

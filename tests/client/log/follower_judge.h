@@ -92,7 +92,7 @@ class FollowerJudge {
   std::uint64_t Missing() const;
   void CountReturned(const TamLogClient::LogSnapshot& snapshot, const TamLogClient::FollowStep& step);
   void Judge(const TamLogClient::LogSnapshot& snapshot, const TamLogClient::FollowStep& step);
-  // Returns whether a restart that the follower was not told about has emptied the log since the last visit,
+  // Returns whether a restart that the follower does not know about has emptied the log since the last visit,
   // and nothing in the file shows it: the log was empty then, or no message has a number from then any more.
   bool IsHidden(const TamLogClient::LogSnapshot& snapshot) const;
   void Tell(const std::string& text);

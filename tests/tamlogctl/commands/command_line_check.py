@@ -155,7 +155,7 @@ class Help(unittest.TestCase):
                 usage = re.search(r"^Usage: (.*)$", text, re.MULTILINE).group(1)
                 self.assertTrue(usage.startswith(" ".join(["tamlogctl", *path])), usage)
                 self.assertIn("-h, --help", text)
-                # Every entry has an explanation, beside it or below it.
+                # Every entry has an explanation, on its line or below it.
                 for entry in re.finditer(r"^  (?! )(\S.*)\n(.*)", text.split("Examples:")[0], re.MULTILINE):
                     name = entry.group(1)
                     self.assertTrue(re.search(r"\S {2,}\S|-- ", name) or entry.group(2).startswith(" " * 30), name)
