@@ -16,8 +16,8 @@
 // suspended here has no effect on the server.
 //
 // The processor must not move the loads of the copy out of the span between Begin and End. On x64 loads are
-// not reordered with each other, and only the compiler has to respect them; the fences below are acquire fences,
-// which on ARM64 become instructions (dmb ishld).
+// not reordered with each other, and only the compiler has to respect them; the fences below are acquire
+// fences, which on ARM64 become instructions (dmb ishld).
 //
 // A read belongs to one thread.
 
