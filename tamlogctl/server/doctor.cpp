@@ -41,6 +41,7 @@ using TamLogClient::LogClient;
 using TamLogClient::LogReader;
 using TamLogClient::Status;
 
+constexpr std::uint32_t kDenied = ERROR_ACCESS_DENIED;
 constexpr std::uint32_t kBusyMs = 3000;  // a pipe is often busy for some milliseconds
 
 bool IsLowIntegrity() {
@@ -138,11 +139,18 @@ void LookAtObjects(LogExaminer& examiner, const DoctorOptions& options, Observat
   std::string denied = seen.mappingError != 0 ? kFileMapName : "";
   for (std::size_t i = 0; i < kNames.size() && seen.objectError == 0; ++i) {
     seen.objectError = objects.eventErrors[i];
-    seen.objectName = denied = kNames[i];
+    seen.objectName = kNames[i];
+    if (seen.objectError != 0) denied = kNames[i];
   }
-  if (seen.mappingError == ERROR_ACCESS_DENIED || seen.objectError == ERROR_ACCESS_DENIED) {
+  if (seen.mappingError == kDenied || seen.objectError == kDenied) {
     seen.lowIntegrity = IsLowIntegrity();
     seen.objectHolders = HoldersOf({denied}, seen.serviceProcess)[denied];
+  }
+  const auto& changeErrors = objects.changeErrors;
+  const auto* const refused = std::find(changeErrors.begin(), changeErrors.end(), kDenied);
+  if (refused != changeErrors.end() && denied.empty() && !IsLowIntegrity()) {
+    seen.changeDenied = kNames[static_cast<std::size_t>(refused - changeErrors.begin())];
+    seen.objectHolders = HoldersOf({seen.changeDenied}, seen.serviceProcess)[seen.changeDenied];
   }
   seen.mapped = seen.mappingError == 0 && seen.objectError == 0 && seen.foreignEvent.empty();
   if (seen.mapped) seen.log = examiner.Watch(options.watchMs);
@@ -243,8 +251,8 @@ std::vector<std::string> Unstick(LogExaminer& examiner, const DoctorOptions& opt
 }
 
 int ExitCodeFor(const Observations& seen, const std::vector<Finding>& findings) {
-  constexpr std::uint32_t kDenied = ERROR_ACCESS_DENIED;
-  if (seen.pipe == PipeState::Denied || seen.mappingError == kDenied || seen.objectError == kDenied) {
+  if (seen.pipe == PipeState::Denied || seen.mappingError == kDenied || seen.objectError == kDenied ||
+      !seen.changeDenied.empty()) {
     return kAccessDenied;
   }
   if (seen.pipe == PipeState::Absent && !seen.mapped) return kNotThere;

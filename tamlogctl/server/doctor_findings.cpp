@@ -123,6 +123,13 @@ void CheckObjects(const Observations& seen, Findings& out) {
   }
   if (!seen.mapped) return;
   out.Ok("mapping", "shared, with all its events");
+  if (!seen.changeDenied.empty()) {
+    return out.Fail("access",
+                    "access denied to " + seen.changeDenied +
+                        " for programs that take read access: its access list was changed by another user; " +
+                        HoldersText(seen.objectHolders),
+                    "end the process that holds it, then: tamlogctl server restart");
+  }
   out.Ok("access", "mapping and events can be opened");
 }
 

@@ -86,6 +86,7 @@ struct Observations {
   std::uint32_t mappingError = 0;          // system error codes
   std::uint32_t objectError = 0;           // the first one of an event
   std::string objectName;                  // the object of that error
+  std::string changeDenied;                // an event that programs may only look at
   std::vector<std::string> objectHolders;  // processes that hold it, other than the service's
   bool lowIntegrity = false;               // this process is kept away from what other users share
   std::string foreignEvent;                // the log names this event, which is not the server's

@@ -97,6 +97,8 @@ bool LogExaminer::OpenEvents(LogObjects& found) {
   for (std::size_t i = 0; i < events.size(); ++i) {
     events[i] = Handle(OpenEventA(kLookAccess[i], FALSE, kServerEvents[i]));
     if (!events[i]) found.eventErrors[i] = GetLastError();
+    if (!Handle(OpenEventA(EVENT_MODIFY_STATE, FALSE, kServerEvents[i])))
+      found.changeErrors[i] = GetLastError();
     good = good && static_cast<bool>(events[i]);
   }
   return good;

@@ -20,6 +20,8 @@ namespace TamLogCtl {
 struct LogObjects {
   std::uint32_t mappingError = 0;
   std::array<std::uint32_t, 3> eventErrors{};  // header lock, read-wait, write-wait
+  // Of opening the same events with the right to change them, which programs need that take read access.
+  std::array<std::uint32_t, 3> changeErrors{};
   std::string
       foreignEvent;  // the first event that the log names and that is not the server's; none is open then
   std::uint64_t viewBytes = 0;  // whole pages

@@ -408,8 +408,9 @@ TEST_F(TamlogctlTest, NothingButUnstickNeedsARightToChangeAnythingOfTheLog) {
     EXPECT_EQ(outcome.exitCode, 0) << command << "\n" << outcome.err;
   }
   const std::string found = Run("doctor --timeout 500").out;
-  for (const char* const line : {"ok    access", "ok    lock     free", "ok    readers  none is stuck",
-                                 "ok    read     the newest messages were copied"}) {
+  for (const char* const line :
+       {"fail  access   access denied to ", "ok    lock     free", "ok    readers  none is stuck",
+        "ok    read     the newest messages were copied"}) {
     EXPECT_NE(found.find(line), std::string::npos) << line << "\n" << found;
   }
   log.TakeHeaderLock();

@@ -115,6 +115,15 @@ TEST(DoctorFindings, ObjectsThatAreMissingOrRefused) {
   ExpectBad(seen, "access", FindingState::Failure, "write-wait event");
 }
 
+TEST(DoctorFindings, EventThatOtherProgramsCannotChangeIsNamed) {
+  Observations seen = Healthy();
+  seen.changeDenied = "Global\\TamLogServiceReadWaitEvent";
+  ExpectBad(seen, "access", FindingState::Failure,
+            "access denied to Global\\TamLogServiceReadWaitEvent for programs that take read access");
+  seen.objectHolders = {"process 12 (a.exe)"};
+  ExpectBad(seen, "access", FindingState::Failure, "held by process 12 (a.exe)");
+}
+
 TEST(DoctorFindings, DeniedObjectIsOfLowIntegrityOrHasAChangedAccessList) {
   Observations seen = Healthy();
   seen.mapped = false;
