@@ -1,7 +1,7 @@
 # Sourced by bash in the root of the tree: the folders that hold our code, and their files.
 # shellcheck shell=bash
 
-rooms=(records util store pipe server client tamlogctl driver examples tests fuzz bench)
+rooms=(records util store pipe server client tamlogctl driver examples packaging conformance tests fuzz bench)
 
 # room_files EXTENSION...: the files with these extensions, one a line.
 room_files() {
