@@ -31,7 +31,7 @@ int Setting(const char* name, int usual) {
 }
 
 milliseconds SuspensionTime() {
-  return milliseconds(Setting("TAMLOG_SUSPENDED_MS", 1500));
+  return milliseconds(Setting("TAMLOG_SUSPENDED_MS", 4000));
 }
 
 // A kind of program: its arguments, in which a # stands for the number of the start.
@@ -181,10 +181,10 @@ class KilledReaders : public SystemTest {
     EXPECT_GT(3 * hit, started) << "most readers ended before anything happened to them";
     EXPECT_EQ(seen.counted, 0U) << "a reader of ours takes access";
     EXPECT_GT(seen.flushes, 5U);
-    // A server that waits for a suspended reader waits until the end of the suspension at least; one that
-    // waits for a killed reader, for ever.
-    EXPECT_LT(seen.longestWrite, usual.longestWrite + SuspensionTime() / 2);
-    EXPECT_LT(seen.longestPause, usual.longestPause + SuspensionTime() / 2);
+    // A flush comes every 200 ms. One that waits for a suspended reader waits for nearly all of the
+    // suspension; one that waits for a killed reader, for ever. On a busy machine a flush may take a second.
+    EXPECT_LT(seen.longestWrite, usual.longestWrite + SuspensionTime() * 3 / 4);
+    EXPECT_LT(seen.longestPause, usual.longestPause + SuspensionTime() * 3 / 4);
     EXPECT_TRUE(ServiceProcess().Alive());
   }
 
