@@ -353,10 +353,13 @@ void LogFollower::TakeOther(Comparison& comparison, Candidate& candidate, FirstC
 // Of messages without a number a new one can stand in the place of an equal known one only if the known one
 // was dropped from the oldest end of the server's list meanwhile.
 // The same holds for messages whose number is not known any more, and for those of a run that has ended.
+// After another full rewrite, what looks like a first copy that is still there is a message of its own.
 void LogFollower::CountKnown(Comparison& comparison, const Candidate& candidate) const {
   ++comparison.knownInRing;
   const bool oldest = candidate.key == comparison.candidates.front().key;
-  if (candidate.number == 0 && (oldest || mayBeOthers || candidate.key < completeFrom)) ++comparison.doubtful;
+  if (candidate.number == 0 && (oldest || mayBeOthers || candidate.key < completeFrom || candidate.copied)) {
+    ++comparison.doubtful;
+  }
 }
 
 bool LogFollower::OldSlotsDiffer(const Comparison& comparison) const {

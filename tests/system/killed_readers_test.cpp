@@ -206,7 +206,7 @@ class KilledReaders : public SystemTest {
   std::vector<Kind> readers;
   std::vector<Kind> others;  // programs that do not read
   int starts = 0;
-  std::mt19937 random{20261122};
+  std::mt19937 random{20261122};  // NOLINT(cert-msc32-c,cert-msc51-cpp): the same order in every run
   std::atomic<bool> stopFeeding{false};
   std::atomic<int> fed{0};
   std::thread feeder;
