@@ -177,7 +177,7 @@ static void ClaimForm(Connection* connection) {
   size_t i;
   for (i = 0; i < sizeof strange / sizeof *strange; ++i)
     holds = holds && Ask(connection, strange[i], reply) == TAMLOG_REPLY_UNKNOWN_REQUEST;
-  Claim(holds, "unknown-request", "codes that are none: UnknownRequest, and the connection goes on");
+  Claim(holds, "unknown-request", "codes that are none: UnknownRequest, and the connection stays open");
   for (holds = 1, i = 0; i < 3; ++i) {
     PutNumber(request, TAMLOG_RECORD_CODE, ahead[i]);
     holds = holds && Send(connection, request, sizeof request);
@@ -193,7 +193,7 @@ static void ClaimForm(Connection* connection) {
   holds = Send(connection, tooLong, sizeof tooLong) &&
           Receive(connection, reply, ANSWER_MS) == TAMLOG_REPLY_TOO_LONG &&
           Ask(connection, TAMLOG_PING, reply) == TAMLOG_REPLY_ALIVE;
-  Claim(holds, "too-long", "a request of 3,084 bytes: one TooLong, and the connection goes on");
+  Claim(holds, "too-long", "a request of 3,084 bytes: one TooLong, and the connection stays open");
 }
 
 static void ClaimConnections(Connection* connection) {
@@ -205,7 +205,7 @@ static void ClaimConnections(Connection* connection) {
         "two-clients", "a second connection while the first one is open");
   if (second) Disconnect(&other);
   Claim(Ask(connection, TAMLOG_PING, reply) == TAMLOG_REPLY_ALIVE, "other-leaves",
-        "the first connection goes on when the second one ends");
+        "the first connection stays open when the second one ends");
 }
 
 static void ClaimMessages(Connection* connection) {

@@ -437,7 +437,7 @@ typedef struct tamlog_view {
 
 typedef void(TAMLOG_CALL* tamlog_view_function)(void* context, const tamlog_view* view);
 
-/* Calls `look` with the log in place, on this thread, while the server goes on writing. What `look` saw
+/* Calls `look` with the log in place, on this thread, while the server continues to write. What `look` saw
  * counts only when TAMLOG_OK is returned; otherwise the server may have written meanwhile. `look` is called
  * again with a new view until a call was not disturbed, so each call begins from nothing and keeps its result
  * apart until then. The slots may change while `look` reads them: it copies what it needs, once, checks the

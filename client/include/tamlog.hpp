@@ -377,8 +377,8 @@ class Reader {
     return static_cast<Change>(change);
   }
 
-  // Calls `look(const tamlog_view&)` with the log in place, while the server goes on writing; more than once
-  // when the server wrote meanwhile, so each call begins from nothing. See tamlog_reader_with_view. An
+  // Calls `look(const tamlog_view&)` with the log in place, while the server continues to write; more than
+  // once when the server wrote meanwhile, so each call begins from nothing. See tamlog_reader_with_view. An
   // exception of `look` is rethrown. Returns false when no call counted.
   template <class Look>
   bool WithView(std::uint32_t budgetUs, Look&& look) {

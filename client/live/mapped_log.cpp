@@ -93,10 +93,10 @@ void MappedLog::ReleaseIfStopped() {
   const std::lock_guard lock(opening);
   LogFileHeader header{};
   if (view == nullptr || released || !CopyHeader(header) || header.serverRunning != 0) return;
-  // First: a copy that goes on over the release looks at this at its end.
+  // First: a copy that runs during the release checks this at its end.
   released = true;
   UnmapViewOfFile(view);
-  // A copy that goes on has to fault. It must not touch memory that somebody allocates here meanwhile, the
+  // A copy that still runs has to fault. It must not touch memory that somebody allocates here meanwhile, the
   // guard page of a stack for example.
   reserved = VirtualAlloc(const_cast<unsigned char*>(view), viewSize, MEM_RESERVE, PAGE_NOACCESS) != nullptr;
   mapping.Close();

@@ -67,7 +67,7 @@ class MappedLog final : public LogMemory {
 
   std::mutex opening;  // guards opening, closing and releasing; never held while slots are copied
   std::atomic<bool> released{false};
-  bool reserved = false;  // the view's addresses are kept from others until Close
+  bool reserved = false;  // the view's addresses stay reserved until Close
   Handle mapping;
   Handle readWait;
   const unsigned char* view = nullptr;

@@ -30,8 +30,8 @@ void DeleteTree(const std::wstring& key);
 // Deletes the key if it holds nothing.
 void DeleteEmptyKey(const std::wstring& key);
 
-// The directories in which the system looks for programs. Adding one that is there already, or removing one
-// that is not, changes nothing; all other bytes of the value stay.
+// The machine's PATH. Adding a directory that already exists in it, or removing one that does not, changes
+// nothing; all other bytes of the value stay.
 bool IsOnPath(const std::wstring& directory);
 void AddToPath(const std::wstring& directory);
 void RemoveFromPath(const std::wstring& directory);

@@ -55,7 +55,7 @@ Handle ProcessOf(const SERVICE_STATUS_PROCESS& status) {
   return Handle(status.dwProcessId == 0 ? nullptr : OpenProcess(SYNCHRONIZE, FALSE, status.dwProcessId));
 }
 
-// The manager can go on reporting a state whose process has ended.
+// The manager can continue to report a state whose process has ended.
 bool HasEnded(const SERVICE_STATUS_PROCESS& status) {
   if (status.dwCurrentState == SERVICE_STOPPED) return true;
   const Handle process = ProcessOf(status);

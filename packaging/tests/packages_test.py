@@ -100,7 +100,7 @@ class Road:
             self.assertFalse(os.path.exists(os.path.join(machine.directory, "docs", "testing.md")))
             self.expect_done(machine.tool("send", "-s", "Test", "after the upgrade"))
             self.assertTrue(machine.wait_until(lambda: b"after the upgrade" in read(seen.name)),
-                            "the follower does not go on")
+                            "the follower does not continue")
             machine.children[-1].kill()
             machine.children[-1].wait()
         self.wait_shown("before the upgrade")
@@ -173,7 +173,7 @@ class Setup(Road, Package):
         return self.machine.run("cmd.exe", "/c", r"C:\uninstall-test.bat")
 
     def remove(self, delete_data=False):
-        # As a user runs it: the uninstaller goes on in a copy of itself.
+        # As a user runs it: the uninstaller continues in a copy of itself.
         program = os.path.join(self.machine.directory, "uninstall.exe")
         self.expect_done(self.machine.run(program, "/S", *(["/DELETEDATA"] if delete_data else [])))
         gone = self.machine.wait_until(lambda: not self.machine.key(PACKAGE_KEY) and not set(self.machine.files()) -
