@@ -412,14 +412,15 @@ def write(directory, files):
     return 0
 
 
-def main(arguments):
+def run(arguments, all_files, usage):
+    """Writes the files into a directory, or compares them with it. Returns the exit code."""
     if len(arguments) == 2 and arguments[0] == "--check":
         return check(arguments[1], all_files())
     if len(arguments) == 1:
         return write(arguments[0], all_files())
-    print(__doc__, file=sys.stderr)
+    print(usage, file=sys.stderr)
     return 2
 
 
 if __name__ == "__main__":
-    sys.exit(main(sys.argv[1:]))
+    sys.exit(run(sys.argv[1:], all_files, __doc__))

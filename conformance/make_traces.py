@@ -16,7 +16,7 @@ import sys
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 sys.dont_write_bytecode = True
 sys.path.insert(0, os.path.join(ROOT, "examples"))
-from make_samples import check, write  # noqa: E402
+from make_samples import run  # noqa: E402
 from reference_follower import Follower, line_of  # noqa: E402
 from reference_log import fields_of, json_line  # noqa: E402
 from reference_writer import Writer, body  # noqa: E402
@@ -352,14 +352,5 @@ def all_files():
     return files
 
 
-def main(arguments):
-    if len(arguments) == 2 and arguments[0] == "--check":
-        return check(arguments[1], all_files())
-    if len(arguments) == 1:
-        return write(arguments[0], all_files())
-    print(__doc__, file=sys.stderr)
-    return 2
-
-
 if __name__ == "__main__":
-    sys.exit(main(sys.argv[1:]))
+    sys.exit(run(sys.argv[1:], all_files, __doc__))

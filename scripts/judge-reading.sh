@@ -20,15 +20,12 @@ TEXT
 
 copies=850000
 arguments=("$@")
+# shellcheck source=scripts/options.sh
+. "$(dirname "$0")/options.sh"
 while (($# > 0)); do
   case $1 in
     -h | --help) usage; exit 0 ;;
-    --copies)
-      [[ ${2:-} =~ ^[1-9][0-9]{0,8}$ ]] ||
-        { echo "judge-reading.sh: --copies needs a whole number from 1 to 999999999, not \"${2:-}\"" >&2; exit 2; }
-      copies=$2
-      shift 2
-      ;;
+    --copies) whole_number "$1" "${2:-}" 9; copies=$2; shift 2 ;;
     *) echo "judge-reading.sh: unknown option \"$1\"; see scripts/judge-reading.sh --help" >&2; exit 2 ;;
   esac
 done

@@ -26,10 +26,8 @@ TEXT
 
 kills=1000 suspensions=100 seconds=10
 arguments=("$@")
-whole_number() {
-  [[ ${2:-} =~ ^[1-9][0-9]{0,4}$ ]] ||
-    { echo "kill-readers.sh: $1 needs a whole number from 1 to 99999, not \"${2:-}\"" >&2; exit 2; }
-}
+# shellcheck source=scripts/options.sh
+. "$(dirname "$0")/options.sh"
 while (($# > 0)); do
   case $1 in
     -h | --help) usage; exit 0 ;;
