@@ -382,8 +382,10 @@ typedef struct tamlog_log_info {
 /* Opens a reader of the running server's log and copies the log. `options` may be null. TAMLOG_OK and
  * TAMLOG_DAMAGED open the reader. TAMLOG_NOT_RUNNING: no server has its log open.
  *
- * Reading takes no lock and writes nothing, so it never blocks the server: a process may be killed or
- * suspended at any moment. TAMLOG_STUCK comes only when a reader of another program has died inside the log.
+ * Reading takes no lock and writes nothing, so a process may be killed or suspended at any moment. The
+ * exception: when a log changes faster than it can be copied, one copy is made under read access; a process
+ * that ends or is suspended there stops the server's writing. TAMLOG_STUCK: the server waits for a reader
+ * inside, or the header lock is not released.
  *
  * A reader that only takes snapshots holds nothing between its calls. From its first wait or next on it keeps
  * the log open, and a thread of its own closes it when the server stops, because a server that stops waits

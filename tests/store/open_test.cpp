@@ -444,7 +444,7 @@ class OpenOtherFile : public OpenFile {
     configuration.logFile = other;
   }
 
-  // Otherwise the messages would go on into the first file.
+  // Otherwise the messages would be stored in the first file.
   void ExpectTheOtherIsServed() {
     Submit("new", At(13, 0));
     Flush();

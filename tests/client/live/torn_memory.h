@@ -33,7 +33,7 @@ class TornMemory final : public TamLogClient::LogMemory {
   // Adds the steps of one write access that brings the log to the state of `model`.
   void Write(const RingModel& model);
   // Adds the steps of a restart that empties the log, up to the state of `model`. Between the opening of the
-  // empty log and its first flush the clock goes on by the time that a server leaves in between.
+  // empty log and its first flush the clock advances by the time that a server leaves in between.
   void Restart(const RingModel& empty, const RingModel& model);
 
   // Is called before each access of the reader; runs steps of the writer with Step.
