@@ -75,6 +75,7 @@ mkdir -p "$logs"
 exec 8>"$logs/.lock"
 flock --nonblock 8 || { echo "test.sh: another test.sh is running in this tree" >&2; exit 1; }
 
+for name in "${wanted[@]}"; do rm -f "$logs/$name.log"; done
 started=$SECONDS
 failed_steps=()
 declare -A beside_process=() beside_started=()
@@ -244,7 +245,18 @@ print_summaries() {
     echo
     echo "$name:"
     print_failures "$logs/$name.log"
-    sed -n '/tests passed, .* failed out of\|^No tests were found/,$p' "$logs/$name.log"
+    sed -n '/tests passed, .* failed out of\|^No tests were found/,$p' "$logs/$name.log" |
+      sed '/^Label Time Summary/,/^$/d'
+  done
+}
+
+# A log of an automatic run often shows only the end of the output, so the reasons are repeated there.
+print_reasons() {
+  local name
+  for name in "${failed_steps[@]}"; do
+    [[ " ${ctest_steps[*]} " != *" $name "* && -s $logs/$name.log ]] || continue
+    printf '\nThe end of build/test/%s.log:\n' "$name"
+    tail -n 30 "$logs/$name.log" | cut -c 1-1000 | sed 's/^/   | /'
   done
 }
 
@@ -287,6 +299,7 @@ echo
 printf 'All steps took %d s.\n' $((SECONDS - started))
 print_summaries
 if ((${#failed_steps[@]} > 0)); then
+  print_reasons
   echo
   echo "FAILED: ${failed_steps[*]}"
 fi
