@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -88,6 +89,12 @@ bool StdinIsTerminal() {
 
 bool StderrIsTerminal() {
   return isatty(STDERR_FILENO) != 0;
+}
+
+std::size_t StdoutColumns() {
+  winsize size{};
+  const bool known = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0;
+  return known ? size.ws_col : kUsualColumns;
 }
 
 bool TerminalIsCapable() {
