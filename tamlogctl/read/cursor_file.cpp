@@ -21,6 +21,8 @@ namespace fs = std::filesystem;
 using TamLogClient::Status;
 
 constexpr const char* kNone = "none";
+// The file may lie where others write. More than the memory and the held messages of a large log need.
+constexpr std::uint64_t kMostBytes = std::uint64_t{1} << 30U;
 constexpr std::string_view kPlace = "target";
 constexpr std::string_view kHeld = "held";
 constexpr std::string_view kFirstMemory = "memory1 ";  // of earlier versions: then the cursor counts
@@ -122,7 +124,7 @@ int ReadCursorFile(const std::string& path, CursorFile& to, CursorFileText& text
     return Refuse(ExitCodeOf(Status::NotAFile), Named(path) + "is not an ordinary file");
   TamLogClient::RemoveLeftovers(path);
   std::string bytes;
-  const auto status = TamLogClient::ReadFileBytes(path, bytes);
+  const auto status = TamLogClient::ReadFileBytes(path, bytes, kMostBytes);
   if (status == Status::NotFound) return kDone;
   if (status != Status::Ok) return Refuse(ExitCodeOf(status), Named(path) + ProblemOf(status));
   if (Parse(bytes, to, text)) return kDone;
