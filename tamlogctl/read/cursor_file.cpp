@@ -9,6 +9,7 @@
 #include "client/file/atomic_file.h"
 #include "client/file/file_path.h"
 #include "client/file/log_file_image.h"
+#include "client/file/windows_names.h"
 #include "client/message/hex.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
@@ -29,6 +30,7 @@ constexpr std::string_view kFirstMemory = "memory1 ";  // of earlier versions: t
 
 // A device is not read: it may be unterminated, and could not be replaced.
 bool IsOrdinaryOrMissing(const std::string& path) {
+  if (TamLogClient::kWindowsNames && TamLogClient::NamesNoOrdinaryFile(path)) return false;
   std::error_code ignored;
   const fs::file_status status = fs::status(TamLogClient::PathOf(path), ignored);
   return !fs::exists(status) || fs::is_regular_file(status);
