@@ -7,7 +7,8 @@ usage() {
 usage: packaging/make-setup.sh STAGE HELPER VERSION OUTPUT.exe
 
 Packs the files of the directory STAGE and the stripped program HELPER (setup_helper.exe) into a setup program.
-SOURCE_DATE_EPOCH is the time of all files.
+SOURCE_DATE_EPOCH is the time of all files. If SIGN is set, the uninstaller is signed; the setup program is left to the
+caller.
 TEXT
 }
 
@@ -18,6 +19,8 @@ case "$#:${1:-}" in
 esac
 stage=$1 helper=$(realpath "$2") version=$3 output=$(realpath -m "$4")
 here=$(cd "$(dirname "$0")" && pwd -P)
+# shellcheck source=packaging/maker.env
+. "$here/maker.env"
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -27,6 +30,8 @@ cp -r "$stage" "$work/files"
   >"$work/setup-files.txt"
 mv "$work/setup-files.txt" "$work/files/"
 find "$work" -exec touch --no-dereference --date="@$SOURCE_DATE_EPOCH" {} +
-# A fixed name, because the packed data hold it.
-(cd "$work" && makensis -V2 -NOCD "-DVERSION=$version" -DPAYLOAD=files "-DHELPER=$helper" "-DOUTPUT=$output" \
-  "-DICON=$here/resources/torvane.ico" "$here/setup/setup.nsi")
+definitions=("-DVERSION=$version" -DPAYLOAD=files "-DHELPER=$helper" "-DOUTPUT=$output"
+  "-DICON=$here/resources/torvane.ico" "-DCOPYRIGHT=$MAKER_COPYRIGHT")
+[[ -z $SIGN ]] || definitions+=("-DSIGNER=$here/sign_files.py")
+# A fixed name of the payload, because the packed data hold it.
+(cd "$work" && makensis -V2 -NOCD "${definitions[@]}" "$here/setup/setup.nsi")

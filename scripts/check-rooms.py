@@ -78,7 +78,7 @@ C_HEADERS = {"stdint.h", "stddef.h", "string.h", "stdlib.h", "stdio.h"}
 WINDOWS_HEADERS = {"aclapi.h", "accctrl.h", "sddl.h", "winioctl.h", "winsvc.h", "tlhelp32.h", "psapi.h", "winternl.h",
                    "io.h", "fcntl.h", "eh.h", "excpt.h", "process.h", "shellapi.h", "synchapi.h"}
 # Headers of the build machine, for tests of pure files and the native tamlogctl.
-POSIX_HEADERS = {"unistd.h", "pty.h", "linux/capability.h", "poll.h", "sys/file.h", "sys/mman.h", "sys/prctl.h",
+POSIX_HEADERS = {"unistd.h", "pty.h", "linux/capability.h", "poll.h", "sys/file.h", "sys/ioctl.h", "sys/mman.h", "sys/prctl.h",
                  "sys/resource.h",
                  "sys/stat.h", "sys/types.h", "sys/wait.h"}
 # Third-party headers, and the rooms that may use them.

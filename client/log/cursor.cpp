@@ -1,7 +1,6 @@
 #include "client/log/cursor.h"
 
 #include <algorithm>
-#include <unordered_set>
 
 #include "client/log/ring.h"
 #include "client/message/hex.h"
@@ -156,13 +155,17 @@ std::vector<std::uint32_t> TwinsIn(const LogSnapshot& snapshot, const std::vecto
                  [&snapshot](std::uint32_t slot) { return TimeKey(snapshot.slots[slot].body); });
   // Elsewhere equal messages are in the order in which they came.
   std::reverse(ring.begin(), ring.begin() + static_cast<std::ptrdiff_t>(FallingStretch(times)));
-  std::unordered_set<std::uint64_t> keys;
-  for (const std::uint32_t slot : slots) keys.insert(TimeKey(snapshot.slots[slot].body));
+  // Sorted, not hashed: any user can send messages whose times a hash table would put into one bucket.
+  std::vector<std::uint64_t> keys;
+  keys.reserve(slots.size());
+  for (const std::uint32_t slot : slots) keys.push_back(TimeKey(snapshot.slots[slot].body));
+  std::sort(keys.begin(), keys.end());
   std::unordered_map<MessageIdentity, std::uint32_t, MessageIdentityHash> counts;
   std::unordered_map<std::uint32_t, std::uint32_t> numbers;
   for (const std::uint32_t slot : ring) {
     const LogMessageBody& body = snapshot.slots[slot].body;
-    if (keys.contains(TimeKey(body))) numbers[slot] = ++counts[IdentityOf(body)];
+    if (std::binary_search(keys.begin(), keys.end(), TimeKey(body)))
+      numbers[slot] = ++counts[IdentityOf(body)];
   }
   std::vector<std::uint32_t> twins;
   twins.reserve(slots.size());

@@ -1,5 +1,6 @@
 // What the MSI cannot do by its tables: says that the driver's device is missing, puts the path of the
-// service between quotation marks, and deletes messages and settings.
+// service between quotation marks, and deletes messages and settings on request, or those that a failed
+// installation wrote.
 
 #include <exception>
 #include <string>
@@ -59,11 +60,37 @@ extern "C" __declspec(dllexport) UINT __stdcall QuoteCommand(MSIHANDLE session) 
   }
 }
 
+// Sets the CustomActionData of DeleteNewData: for messages, settings and the server's own log, 1 if they
+// exist before the installation, otherwise 0; then the directory of the package.
+extern "C" __declspec(dllexport) UINT __stdcall RememberData(MSIHANDLE session) {
+  const std::wstring directory = Property(session, L"INSTALLDIR");
+  if (directory.empty()) return ERROR_INSTALL_FAILURE;
+  const TamLogSetup::Data present = TamLogSetup::ExistingData(directory);
+  std::wstring data;
+  for (const bool exists : {present.messages, present.settings, present.serverLog})
+    data += exists ? L'1' : L'0';
+  return MsiSetPropertyW(session, L"DeleteNewData", (data + directory).c_str());
+}
+
+// Runs when an installation fails: a server that was started has written messages and settings. The installer
+// has stopped it by now, but its process may live on for a moment.
+extern "C" __declspec(dllexport) UINT __stdcall DeleteNewData(MSIHANDLE session) {
+  const std::wstring data = Property(session, L"CustomActionData");
+  if (data.size() < 4) return ERROR_SUCCESS;
+  try {
+    TamLogSetup::StopService();
+    TamLogSetup::DeleteData(data.substr(3), {data[0] != L'0', data[1] != L'0', data[2] != L'0'});
+  } catch (const std::exception&) {
+    Tell(session, L"Messages and settings of the failed installation could not be deleted.");
+  }
+  return ERROR_SUCCESS;
+}
+
 // CustomActionData is the directory of the package.
 extern "C" __declspec(dllexport) UINT __stdcall DeleteData(MSIHANDLE session) {
   const std::wstring directory = Property(session, L"CustomActionData");
   try {
-    if (!directory.empty()) TamLogSetup::DeleteData(directory);
+    if (!directory.empty()) TamLogSetup::DeleteData(directory, {false, false, false});
   } catch (const std::exception&) {
     Tell(session, L"Messages and settings could not be deleted.");
   }

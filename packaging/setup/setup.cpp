@@ -21,6 +21,7 @@ namespace {
 
 constexpr wchar_t kMaker[] = LR"(SOFTWARE\Brenmark VORTA)";
 constexpr wchar_t kPackage[] = LR"(SOFTWARE\Brenmark VORTA\Torvane Log Server Package)";
+constexpr wchar_t kMessages[] = L"Logs.dat";
 constexpr wchar_t kSettings[] = LR"(SOFTWARE\Brenmark VORTA\Torvane Log Server)";
 constexpr wchar_t kEventSource[] = LR"(SYSTEM\CurrentControlSet\Services\EventLog\Application\TamLogServer)";
 constexpr wchar_t kPrograms[] = LR"(SOFTWARE\Microsoft\Windows\CurrentVersion\Uninstall\Torvane Log Server)";
@@ -54,6 +55,13 @@ class SavedValues {
 
 std::wstring Server(const fs::path& directory) {
   return (directory / L"TamLogServer.exe").wstring();
+}
+
+// The server's own log lies in its working directory, which is that of the system.
+fs::path ServerLog() {
+  std::array<wchar_t, MAX_PATH + 1> system{};
+  GetSystemDirectoryW(system.data(), static_cast<UINT>(system.size()));
+  return fs::path(system.data()) / L"TamLogServiceLog.txt";
 }
 
 std::wstring Quoted(const std::wstring& path) {
@@ -118,13 +126,16 @@ void RegisterSteps(Transaction& steps, const Options& options, const std::option
   if (before) {
     steps.Do(
         "change the service", [&] { SetCommand(Quoted(server)); },
-        [command = before->command] { SetCommand(command); });
+        [entry = *before] { RestoreService(entry); });
   } else {
     steps.Do(
         "register the service", [&] { RegisterService(server); }, [] { DeleteService(); });
   }
   steps.Do(
-      "set the service's restarts after failures", [] { SetRecovery(); }, [] {});
+      "set the service's restarts after failures", [] { SetRecovery(PackageRecovery()); },
+      [entry = before] {
+        if (entry) RestoreService(*entry);
+      });
   steps.Do(
       "register the event source", [] { WriteEventSource(); },
       [old = SavedValues(kEventSource, kEventNames)] { old.Restore(); });
@@ -141,7 +152,7 @@ void RegisterSteps(Transaction& steps, const Options& options, const std::option
       });
 }
 
-void StartStep(Transaction& steps, const std::optional<ServiceEntry>& before) {
+void StartStep(Transaction& steps, const Options& options, const std::optional<ServiceEntry>& before) {
   if (before && !before->running) {
     Say("the service was stopped before; it stays stopped");
   } else if (!DriverDeviceExists()) {
@@ -150,7 +161,11 @@ void StartStep(Transaction& steps, const std::optional<ServiceEntry>& before) {
         "installed. Install the driver, then start the service: tamlogctl server start");
   } else {
     steps.Do(
-        "start the service", [] { StartService(); }, [] { StopService(); });
+        "start the service", [] { StartService(); },
+        [directory = options.directory, kept = ExistingData(options.directory)] {
+          StopService();
+          DeleteData(directory, kept);
+        });
   }
 }
 
@@ -174,7 +189,7 @@ void InstallSteps(Transaction& steps, const Options& options) {
       [&] { CopyFiles(files, options.payload, options.directory); },
       [&] { DeleteFiles(files, options.directory); });
   RegisterSteps(steps, options, before);
-  StartStep(steps, before);
+  StartStep(steps, options, before);
   steps.Commit();
   aside.Delete();
 }
@@ -195,9 +210,8 @@ void RemoveSteps(Transaction& steps, const Options& options) {
       "delete the service", [] { DeleteService(); },
       [&] {
         if (!before) return;
-        RegisterService(Server(options.directory));
-        SetCommand(before->command);
-        SetRecovery();
+        if (!QueryService()) RegisterService(Server(options.directory));
+        RestoreService(*before);
       });
   steps.Do(
       "delete the event source", [] { DeleteTree(kEventSource); },
@@ -223,8 +237,7 @@ void RemoveSteps(Transaction& steps, const Options& options) {
   aside.Delete();
   if (options.deleteData) {
     Say("delete messages and settings");
-    DeleteData(options.directory);
-    DeleteEmptyKey(kMaker);
+    DeleteData(options.directory, {false, false, false});
   }
   DeleteEmptyDirectories(files, options.directory);
 }
@@ -263,14 +276,19 @@ bool IsOlder(const std::wstring& left, const std::wstring& right) {
   return false;
 }
 
-void DeleteData(const fs::path& directory) {
+Data ExistingData(const fs::path& directory) {
+  return {fs::exists(directory / kMessages), KeyExists(kSettings), fs::exists(ServerLog())};
+}
+
+void DeleteData(const fs::path& directory, const Data& kept) {
   // Only what has its name by default: every user may set the path of the log, to a file of somebody else
   // too.
-  DeleteFiles({L"Logs.dat"}, directory);
-  std::array<wchar_t, MAX_PATH + 1> system{};
-  GetSystemDirectoryW(system.data(), static_cast<UINT>(system.size()));
-  DeleteFileW((fs::path(system.data()) / L"TamLogServiceLog.txt").c_str());
-  DeleteTree(kSettings);
+  if (!kept.messages) DeleteFiles({kMessages}, directory);
+  if (!kept.serverLog) DeleteFileW(ServerLog().c_str());
+  if (!kept.settings) {
+    DeleteTree(kSettings);
+    DeleteEmptyKey(kMaker);
+  }
 }
 
 int Install(const Options& options) {

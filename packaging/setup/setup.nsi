@@ -1,5 +1,6 @@
-; The setup program. packaging/make-setup.sh defines VERSION, PAYLOAD (directory of the unpacked files), HELPER, ICON
-; and OUTPUT. All work is done by the helper, which can undo every step.
+; The setup program. packaging/make-setup.sh defines VERSION, PAYLOAD (directory of the unpacked files), HELPER, ICON,
+; OUTPUT and COPYRIGHT, and SIGNER, a command, if the uninstaller is to be signed. All work is done by the helper,
+; which can undo every step.
 
 Target amd64-unicode
 Unicode true
@@ -23,7 +24,11 @@ VIAddVersionKey /LANG=1033 "FileDescription" "Torvane Log Server setup"
 VIAddVersionKey /LANG=1033 "FileVersion" "${VERSION}"
 VIAddVersionKey /LANG=1033 "ProductName" "Torvane Log Server"
 VIAddVersionKey /LANG=1033 "ProductVersion" "${VERSION}"
-VIAddVersionKey /LANG=1033 "LegalCopyright" ""
+VIAddVersionKey /LANG=1033 "LegalCopyright" "${COPYRIGHT}"
+
+!ifdef SIGNER
+  !uninstfinalize '"${SIGNER}" "%1"' = 0
+!endif
 
 !include FileFunc.nsh
 !include x64.nsh
