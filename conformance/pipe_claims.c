@@ -1,20 +1,5 @@
-/* Checks a running server against docs/pipe_protocol.md and docs/reader_protocol.md, claim by claim. Plain C
- * for Windows; a C compiler is all it needs:
- *
- *   gcc -I. -o pipe_claims.exe conformance/pipe_claims.c conformance/pipe_client.c conformance/log_view.c
- *
- * usage: pipe_claims [--change] [--restart] [--idle] [--empty] [--restart-seconds N]
- *
- *   --change   also claims that change something: submits messages, and replaces the filters for a moment
- *   --restart  also claims about a restart: sends the present settings again
- *   --idle     also the ends of connections that are not used, which takes half a minute
- *   --empty    also claims that EMPTY THE LOG: ClearLog, and the limits of the capacity
- *   --restart-seconds N   how long a restart may take: 1 to 3600, 30 by default
- *
- * Prints a line for each claim, and as its last line how many hold. Exit code 0 when all of them do, 1 when
- * one does not, 2 for a usage error, 3 when there is no server.
- */
-#include <stdio.h>
+#include "conformance/pipe_claims.h"
+
 #include <stdlib.h>
 #include <string.h>
 
@@ -25,15 +10,12 @@
 #define STORED_MS 5000 /* for a message to be in the log */
 #define STALLED_MS 800 /* the restart comes 1,000 ms after a request */
 
-static int claims = 0;
-static int failed = 0;
-static ULONGLONG restartMs = 30000; /* how long a restart may take */
+static ClaimFunction receiver = NULL;
+static void* receiverContext = NULL;
+static ULONGLONG restartMs = 0; /* how long a restart may take */
 
 static void Claim(int holds, const char* name, const char* about) {
-  ++claims;
-  if (!holds) ++failed;
-  printf("%-6s  pipes   %-16s  %s\n", holds ? "holds" : "FAILS", name, about);
-  fflush(stdout);
+  receiver(receiverContext, holds, name, about);
 }
 
 static DWORD AddFilter(Connection* connection, const char* text, DWORD kind) {
@@ -42,11 +24,6 @@ static DWORD AddFilter(Connection* connection, const char* text, DWORD kind) {
   memcpy(request + TAMLOG_RECORD_FILTER_TEXT, text, strlen(text) + 1);
   PutNumber(request, TAMLOG_RECORD_FILTER_KIND, kind);
   return AskWith(connection, request, TAMLOG_ADD_FILTER, reply);
-}
-
-static int Summary(void) {
-  printf("%d claims hold, %d fail\n", claims - failed, failed);
-  return failed > 0 ? 1 : 0;
 }
 
 static int IsAbsolutePath(const unsigned char* path) {
@@ -517,70 +494,32 @@ static void ClaimCapacity(Connection* connection) {
         "three SetSettings in a row: one restart, with the last settings");
 }
 
-typedef struct {
-  int change;
-  int restart;
-  int idle;
-  int empty;
-} Options;
-
-static int ReadRestartSeconds(const char* text) {
-  char* rest = NULL;
-  const unsigned long seconds = strtoul(text, &rest, 10);
-  if (text[0] < '0' || text[0] > '9' || *rest != 0 || seconds < 1 || seconds > 3600) return 0;
-  restartMs = 1000 * (ULONGLONG)seconds;
-  return 1;
-}
-
-static int ReadOptions(Options* options, int count, char** arguments) {
-  int i;
-  for (i = 1; i < count; ++i) {
-    if (strcmp(arguments[i], "--change") == 0) {
-      options->change = 1;
-    } else if (strcmp(arguments[i], "--restart") == 0) {
-      options->restart = 1;
-    } else if (strcmp(arguments[i], "--idle") == 0) {
-      options->idle = 1;
-    } else if (strcmp(arguments[i], "--empty") == 0) {
-      options->empty = 1;
-    } else if (strcmp(arguments[i], "--restart-seconds") != 0 || i + 1 == count ||
-               !ReadRestartSeconds(arguments[++i])) {
-      return 0;
-    }
-  }
-  return 1;
-}
-
-int main(int count, char** arguments) {
+int TamlogPipeClaims(const PipeClaimOptions* options, ClaimFunction claimed, void* context) {
   Connection connection;
-  Options options = {0, 0, 0, 0};
-  if (!ReadOptions(&options, count, arguments)) {
-    fprintf(stderr, "usage: pipe_claims [--change] [--restart] [--idle] [--empty] [--restart-seconds N]\n");
-    return 2;
-  }
-  if (!WaitNamedPipeA(TAMLOG_REQUEST_PIPE, ANSWER_MS) && GetLastError() == ERROR_FILE_NOT_FOUND) {
-    fprintf(stderr, "pipe_claims: no server has its pipes open\n");
-    return 3;
-  }
-  Claim(Connect(&connection, ANSWER_MS), "connect",
-        "both pipes open, in message mode, and a first request is answered");
-  if (failed > 0) return Summary();
+  int connected;
+  receiver = claimed;
+  receiverContext = context;
+  restartMs = 1000 * (ULONGLONG)options->restartSeconds;
+  if (!WaitNamedPipeA(TAMLOG_REQUEST_PIPE, ANSWER_MS) && GetLastError() == ERROR_FILE_NOT_FOUND) return 0;
+  connected = Connect(&connection, ANSWER_MS);
+  Claim(connected, "connect", "both pipes open, in message mode, and a first request is answered");
+  if (!connected) return 1;
   ClaimQuestions(&connection);
   ClaimForm(&connection);
   ClaimTooLongOften();
   ClaimConnections(&connection);
   ClaimLog();
-  if (options.change) {
+  if (options->change) {
     ClaimMessages(&connection);
     ClaimFilters(&connection);
     ClaimPath(&connection);
   }
-  if (options.restart) ClaimRestart(&connection);
-  if (options.empty) {
+  if (options->restart) ClaimRestart(&connection);
+  if (options->empty) {
     ClaimClear(&connection);
     ClaimCapacity(&connection);
   }
-  if (options.idle) ClaimIdleEnd(&connection);
+  if (options->idle) ClaimIdleEnd(&connection);
   Disconnect(&connection);
-  return Summary();
+  return 1;
 }
