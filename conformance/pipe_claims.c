@@ -28,13 +28,14 @@ typedef struct {
 
 typedef unsigned char Record[TAMLOG_RECORD_SIZE];
 
-static int claims = 0;
-static int failed = 0;
+/* Receives each claim: whether it holds, its name, and what it says. */
+typedef void (*ClaimFunction)(void* context, int holds, const char* name, const char* about);
+
+static ClaimFunction receiver = NULL;
+static void* receiverContext = NULL;
 
 static void Claim(int holds, const char* name, const char* about) {
-  ++claims;
-  if (!holds) ++failed;
-  printf("%-6s  pipe    %-16s  %s\n", holds ? "holds" : "FAILS", name, about);
+  receiver(receiverContext, holds, name, about);
 }
 
 static void PutNumber(Record record, size_t offset, DWORD value) {
@@ -307,8 +308,41 @@ static void ClaimIdleEnd(Connection* connection) {
   Claim(Ask(connection, TAMLOG_PING, reply) == 0, "idle-12-s", "12 s without a request end the connection");
 }
 
-int main(int count, char** arguments) {
+/* Tries all claims, for a program that contains this file (with TAMLOG_CLAIMS_ONLY). Returns 0 when there is
+ * no server. */
+int TamlogPipeClaims(int change, int restart, int idle, ClaimFunction claimed, void* context);
+
+int TamlogPipeClaims(int change, int restart, int idle, ClaimFunction claimed, void* context) {
   Connection connection;
+  receiver = claimed;
+  receiverContext = context;
+  if (!Connect(&connection, ANSWER_MS)) return 0;
+  ClaimQuestions(&connection);
+  ClaimForm(&connection);
+  ClaimConnections(&connection);
+  if (change) {
+    ClaimMessages(&connection);
+    ClaimFilters(&connection);
+    ClaimPath(&connection);
+  }
+  if (restart) ClaimRestart(&connection);
+  if (idle) ClaimIdleEnd(&connection);
+  Disconnect(&connection);
+  return 1;
+}
+
+#ifndef TAMLOG_CLAIMS_ONLY
+static int claims = 0;
+static int failed = 0;
+
+static void Print(void* context, int holds, const char* name, const char* about) {
+  (void)context;
+  ++claims;
+  if (!holds) ++failed;
+  printf("%-6s  pipe    %-16s  %s\n", holds ? "holds" : "FAILS", name, about);
+}
+
+int main(int count, char** arguments) {
   int change = 0;
   int restart = 0;
   int idle = 0;
@@ -325,21 +359,11 @@ int main(int count, char** arguments) {
       return 2;
     }
   }
-  if (!Connect(&connection, ANSWER_MS)) {
+  if (!TamlogPipeClaims(change, restart, idle, Print, NULL)) {
     fprintf(stderr, "pipe_claims: no server has its pipes open\n");
     return 3;
   }
-  ClaimQuestions(&connection);
-  ClaimForm(&connection);
-  ClaimConnections(&connection);
-  if (change) {
-    ClaimMessages(&connection);
-    ClaimFilters(&connection);
-    ClaimPath(&connection);
-  }
-  if (restart) ClaimRestart(&connection);
-  if (idle) ClaimIdleEnd(&connection);
-  Disconnect(&connection);
   printf("%d claims hold, %d fail\n", claims - failed, failed);
   return failed > 0 ? 1 : 0;
 }
+#endif

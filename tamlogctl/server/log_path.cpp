@@ -55,7 +55,7 @@ std::string BeginningProblem(std::string_view path) {
   }
   if (path.starts_with("\\??\\")) return "is a device path";
   const bool drive = path.size() >= 3 && IsLetter(path[0]) && path[1] == ':' && IsSlash(path[2]);
-  return drive ? "" : "is not an absolute path of a drive, such as C:\\Logs\\Logs.dat";
+  return drive ? "" : "is not an absolute path of a drive";
 }
 
 }  // namespace

@@ -25,12 +25,15 @@ constexpr std::uint32_t kAskEveryMs = 200;
 
 // Reports why the service manager refused, and returns the exit code. `verb` is "server start", for example.
 int RefusedByManager(const std::string& verb, std::uint32_t error) {
+  const bool starts = verb == "server start" || verb == "server restart";
   switch (error) {
     case ERROR_ACCESS_DENIED:
       return Refuse(kAccessDenied, verb + ": access denied; " + ServiceAdvice(ServiceState::Denied));
     case ERROR_SERVICE_DOES_NOT_EXIST:
+      // What is not there has nothing to stop or remove.
       return Refuse(kNotThere,
-                    verb + ": the service is not installed; " + ServiceAdvice(ServiceState::NotInstalled));
+                    verb + ": the service is not installed" +
+                        (starts ? std::string("; ") + ServiceAdvice(ServiceState::NotInstalled) : ""));
     case ERROR_SERVICE_DISABLED:
       return Refuse(kRefused, verb + ": the service is disabled; enable it in the service manager");
     default:

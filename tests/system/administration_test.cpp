@@ -53,7 +53,8 @@ TEST_F(Administration, WhatWouldHarmTheServerIsRefusedBeforeItIsSent) {
   Expect("filter add -x Good -x " + std::string(128, 'f'), 2, "128 bytes, 127 are allowed");
   Expect("filter list", 0, "rule: every source is kept\n");
   Expect("settings path C:\\" + std::string(253, 'p'), 2, "256 bytes, 255 are allowed");
-  Expect("settings path Logs.dat", 2, "is not an absolute path");
+  Expect("settings path Logs.dat", 2,
+         "is not an absolute path of a drive; expected a file on a drive of this machine");
   Expect("settings set --poll 0", 2, "--poll");
   Expect("settings set -", 2, "poll_ms: expected a number from 1", "{\"poll_ms\":0}");
   Expect("settings set", 2, "name a setting to change");
@@ -183,7 +184,8 @@ TEST_F(Administration, ChangesOfPathAreSeenWhileTheLogIsNotHeldOpenOverThem) {
 TEST_F(Administration, ServiceIsInstalledStartedLookedAtStoppedAndRemoved) {
   Expect("server state", 3, "not installed");
   Expect("server start", 3, "the service is not installed; as an administrator: tamlogctl server install");
-  Expect("server remove", 3, "the service is not installed");
+  Expect("server stop", 3, "server stop: the service is not installed\n");
+  Expect("server remove", 3, "server remove: the service is not installed\n");
   Expect("doctor", 3, "warn  service  not installed");
   Settings({});
   Expect("server install --program C:\\none.exe", 6, "'C:\\none.exe' cannot be run: ");
