@@ -166,6 +166,9 @@ std::function<int(const TimeWords& utc)> LocalOffsetOf(const OutputOptions& outp
 
 std::optional<TextPattern> MakePattern(const std::string& option, const std::string& text,
                                        const SelectionOptions& options) {
+  if (option == "-v" && text.empty())
+    return RefuseValue(option, text,
+                       "every text matches an empty expression; it usually comes from an unset variable");
   std::string problem;
   auto pattern = TextPattern::Make(text, options.fixedPattern, options.ignoreCase, problem);
   if (pattern) return pattern;
