@@ -31,7 +31,7 @@ install -m 644 -t "$stage/library/examples" "$root"/examples/*
 
 mkdir -p "$stage/docs"
 for document in architecture damage_table library log_file_format packages performance pipe_protocol reader_protocol \
-  real_windows reliability security tamlogctl testing; do
+  reliability security tamlogctl testing windows; do
   install -m 644 -t "$stage/docs" "$root/docs/$document.md"
 done
 cp -r "$root/docs/decisions" "$root/docs/schema" "$stage/docs/"

@@ -18,6 +18,7 @@ using TamLogClient::TimeWords;
 
 namespace {
 
+constexpr std::uint64_t kMostBytesOfTerms = std::uint64_t{64} << 20U;
 constexpr const char* kTermHelp = "expected NAME or NAME:TYPES, for example Camera:0,2";
 
 std::nullopt_t RefuseValue(const std::string& option, const std::string& value, const std::string& problem) {
@@ -60,7 +61,8 @@ bool AddSources(const SelectionOptions& options, MessageSelection& selection) {
 
 int AddFilterFile(const std::string& path, MessageSelection& selection) {
   std::string lines;
-  if (const auto status = TamLogClient::ReadFileBytes(path, lines); status != TamLogClient::Status::Ok)
+  if (const auto status = TamLogClient::ReadFileBytes(path, lines, kMostBytesOfTerms);
+      status != TamLogClient::Status::Ok)
     return Refuse(ExitCodeOf(status), "--filter-file '" + path + "': " + ProblemOf(status));
   std::size_t badLine = 0;
   if (selection.AddTerms(lines, badLine)) return kDone;

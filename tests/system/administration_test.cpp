@@ -4,6 +4,9 @@
 #include <filesystem>
 
 #include "tests/system/administration.h"
+#include "util/win32.h"
+
+#undef StartService  // would rename the fixture's operation
 
 using namespace std::chrono_literals;
 
@@ -266,6 +269,35 @@ TEST_F(Administration, UnstickDoesNothingWhereNothingIsStuck) {
   SubmitOverPipe(Message("one", 0));
   ExpectTexts({"one"});
   Expect("doctor --unstick", 0, "unstick: nothing is stuck; nothing was done");
+}
+
+// Every user may create instances of the pipes. Clients get those of both processes in turn.
+TEST_F(Administration, DoctorNamesAProcessThatOffersThePipeWhileTheServiceServesItToo) {
+  RunService();
+  const OwnedHandle offered = Own(CreateNamedPipeA(kRequestPipeName, PIPE_ACCESS_INBOUND, PIPE_TYPE_MESSAGE,
+                                                   PIPE_UNLIMITED_INSTANCES, 4096, 4096, 0, nullptr));
+  ASSERT_TRUE(offered);
+  Expect("doctor", 1,
+         "fail  pipe     served by process " + std::to_string(GetCurrentProcessId()) +
+             " (administration_tests.exe), which is not the service");
+  // The server goes on to serve whom it gets.
+  EXPECT_EQ(AskForCode(RequestOf(RequestCode::Ping)), ReplyCode::Alive);
+}
+
+// A server that cannot create its pipes starts without them.
+TEST_F(Administration, DoctorSaysWhenNoInstanceOfThePipeBecomesFree) {
+  Settings({});
+  InstallService();
+  const OwnedHandle squatted = Own(
+      CreateNamedPipeA(kRequestPipeName, PIPE_ACCESS_INBOUND, PIPE_TYPE_MESSAGE, 1, 4096, 4096, 0, nullptr));
+  ASSERT_TRUE(squatted);
+  const OwnedHandle only =
+      Own(CreateFileA(kRequestPipeName, GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+  ASSERT_TRUE(only);
+  RunTool("server start");
+  Expect("doctor", 1,
+         "fail  pipe     busy all the time, and the server waits for no client: another process");
+  RunTool("server stop");
 }
 
 TEST_F(Administration, DoctorSeesABlockedListenerAndFreesIt) {

@@ -17,6 +17,7 @@
 #include "tests/support/files.h"
 #include "tests/support/program.h"
 #include "tests/support/ring_model.h"
+#include "tests/support/sparse_file.h"
 #include "tests/support/temp_dir.h"
 #include "tests/support/terminal.h"
 
@@ -682,6 +683,17 @@ TEST_F(ShowCommand, CursorFileHasThePlaceOfAnExportAndWhatAnOrderedRunHeldBack) 
     EXPECT_EQ(refused.exitCode, 2) << wrong;
     EXPECT_NE(refused.err.find("is not a cursor file"), std::string::npos) << refused.err;
   }
+}
+
+// They may lie where others write, and a sparse file of any size costs its writer nothing.
+TEST_F(ShowCommand, HugeCursorFileAndFilterFileAreRefusedUnread) {
+  TestSupport::MakeSparseFile(folder.File("seen"), std::uint64_t{20} << 30U);
+  Outcome refused = Run("show --file Logs.dat --cursor-file seen");
+  EXPECT_EQ(refused.exitCode, 2);
+  EXPECT_EQ(refused.err, "tamlogctl: --cursor-file 'seen': is larger than 1024 MiB\n");
+  refused = Run("show --file Logs.dat --filter-file seen");
+  EXPECT_EQ(refused.exitCode, 2);
+  EXPECT_EQ(refused.err, "tamlogctl: --filter-file 'seen': is larger than 64 MiB\n");
 }
 
 TEST_F(ShowCommand, CursorFileStaysWhenTheOutputFails) {
