@@ -160,7 +160,8 @@ class Road:
         self.assertNotEqual(self.install_in(r"C:\Open")[0], 0)
         self.assertIn(r"may change C:\Open", self.log())
         self.assertEqual(machine.traces(), before)
-        self.assertEqual(os.listdir(opened), [])
+        # Wine undoes an installation with the directory.
+        self.assertFalse(os.path.exists(opened) and os.listdir(opened))
 
     def test_without_the_driver_everything_is_installed_and_the_reason_is_said(self):
         self.expect_done(self.install())
