@@ -172,6 +172,8 @@ class Follower:
 
         if visit.header.rewriteCount == self.last.rewriteCount:
             return UNCLEAR  # in the same run this would be appends only
+        if visit.header.changeCount - self.last.changeCount < visit.header.rewriteCount - self.last.rewriteCount:
+            return UNCLEAR  # in the same run each rewrite is a change
         if any(each.old_number and each.body not in known for each in candidates):
             return UNCLEAR
         if reopened:  # a new log numbers its messages from 0 on

@@ -64,6 +64,8 @@ LogFollower::Run LogFollower::RunOf(const Comparison& comparison) const {
   const LogFileHeader& now = comparison.snapshot->header;
   if (now.rewriteCount == last.rewriteCount && (!slots.empty() || !AppendsLeadTo(last, *comparison.snapshot)))
     return Run::Unclear;
+  // Each rewrite is a change.
+  if (now.changeCount - last.changeCount < now.rewriteCount - last.rewriteCount) return Run::Unclear;
   const auto& candidates = comparison.candidates;
   const bool another = std::any_of(candidates.begin(), candidates.end(), [&](const Candidate& each) {
     return each.oldNumber && each.key >= completeFrom && !comparison.known.contains(each.identity);

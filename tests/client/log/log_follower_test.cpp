@@ -94,6 +94,25 @@ TEST_F(LogFollowerTest, CountersThatNoAppendsLeadToShowAnotherRunOfTheLog) {
   EXPECT_EQ(step.loss.most, std::nullopt);
 }
 
+TEST_F(LogFollowerTest, MoreRewritesThanChangesShowAnotherRunOfTheLog) {
+  Begin(4);
+  SubmitEach({1, 2, 3, 4, 5, 6, 7, 8});
+  LogSnapshot before = log.Snapshot();
+  log = RingModel(4);
+  SubmitEach({11, 12, 13, 14, 15, 16, 17, 18, 19, 21, 20});
+  for (const int time : {30, 40, 50, 60}) Submit(std::to_string(time), time);
+  log.Flush();
+  before.header.changeCount = log.Snapshot().header.changeCount - 1;
+  follower.Next(before, false);
+  Look();
+  EXPECT_EQ(texts, (Strings{"30", "40", "50", "60"}));
+  SubmitEach({70});  // over 60, which the next rewrite brings back
+  Look();
+  SubmitEach({10});
+  Look();
+  EXPECT_EQ(texts, Strings{});
+}
+
 TEST_F(LogFollowerTest, ATwinOfAMessageThatStoodTwiceAtTheStartMayBeLost) {
   log = LogWithSecondCopies();
   follower.Start(log.Snapshot());
