@@ -1,14 +1,18 @@
-// A copy that does not end while the server stops: a page comes from a slow disk, or a debugger holds the
-// thread. The log has to be released all the same, because a server that stops waits for the readers of its
-// file.
+// Readers next to the server's real store: one whose copy does not end while the server stops (a page comes
+// from a slow disk, or a debugger holds the thread), one that nobody calls, one that is never left in peace.
+// A server that stops waits for the readers of its file, so they have to release it.
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cstdint>
+#include <stop_token>
 #include <string>
 #include <thread>
 
 #include "client/live/handle.h"
+#include "client/live/log_reader.h"
 #include "client/live/log_stream.h"
 #include "client/message/win32.h"
 #include "store/message_file_server.h"
@@ -20,26 +24,46 @@
 
 namespace {
 
+using TamLogClient::Handle;
 using TamLogClient::LogChange;
+using TamLogClient::LogReader;
+using TamLogClient::LogSnapshot;
 using TamLogClient::LogStream;
 using TamLogClient::LogStreamOptions;
 using TamLogClient::Status;
 
-constexpr DWORD kHeldMs = 4000;
+constexpr DWORD kDelayMs = 4000;
 constexpr std::uint64_t kReleasedMs = 1500;  // 250 ms where the machine is not busy
 
 std::string NameOf(const char* role) {
-  return "Global\\TamLogHeldCopy" + std::string(role) + std::to_string(GetCurrentProcessId());
+  return "Global\\TamLogDelayedCopy" + std::string(role) + std::to_string(GetCurrentProcessId());
 }
 
-bool IsShared() {
-  return static_cast<bool>(
-      TamLogClient::Handle(OpenFileMappingA(FILE_MAP_READ, FALSE, NameOf("Map").c_str())));
+bool MappingExists() {
+  return static_cast<bool>(Handle(OpenFileMappingA(FILE_MAP_READ, FALSE, NameOf("Map").c_str())));
 }
 
-class HeldCopy : public testing::Test {
+bool ReadWaitExists() {
+  return static_cast<bool>(Handle(OpenEventA(SYNCHRONIZE, FALSE, NameOf("ReadWait").c_str())));
+}
+
+// Waits until neither exists. Returns the milliseconds since `begun`.
+std::uint64_t MillisecondsUntilReleased(std::uint64_t begun) {
+  while ((MappingExists() || ReadWaitExists()) && GetTickCount64() - begun < 2 * std::uint64_t{kDelayMs})
+    Sleep(1);
+  return GetTickCount64() - begun;
+}
+
+// The header of the log, mapped by a program that keeps no rule.
+volatile LogFileHeader* hostileHeader = nullptr;
+
+void CountAChange() {
+  hostileHeader->changeCount = hostileHeader->changeCount + 1;
+}
+
+class DelayedCopy : public testing::Test {
  protected:
-  HeldCopy() {
+  DelayedCopy() {
     configuration.maxMessage = 100;
     configuration.logFile = directory.File("Logs.dat");
     configuration.typeFilter[0] = true;
@@ -59,29 +83,67 @@ class HeldCopy : public testing::Test {
   int now = 0;
 };
 
-TEST_F(HeldCopy, DoesNotDelayAServerThatStops) {
+TEST_F(DelayedCopy, DoesNotDelayAServerThatStops) {
   LogStreamOptions options;
   options.intervalMs = 10;
   options.mapName = NameOf("Map");
   LogStream stream(options);
   ASSERT_EQ(stream.Open(), Status::Ok);
   Add("second");
-  TamLogTest::HoldNextCopy(kHeldMs);
+  TamLogTest::DelayNextCopy(kDelayMs);
   LogChange seen = LogChange::None;
   std::uint64_t returned = 0;
   std::jthread reading([&] {
     seen = stream.Wait(20000);
     returned = GetTickCount64();
   });
-  while (!TamLogTest::CopyIsHeld()) Sleep(1);
+  while (!TamLogTest::CopyIsDelayed()) Sleep(1);
   const std::uint64_t stopped = GetTickCount64();
   server.CloseFile(TamLogUtil::Timeout::Infinite);
-  while (IsShared() && GetTickCount64() - stopped < 2 * std::uint64_t{kHeldMs}) Sleep(1);
-  const std::uint64_t released = GetTickCount64();
+  const std::uint64_t taken = MillisecondsUntilReleased(stopped);
   reading.join();
-  EXPECT_LT(released - stopped, kReleasedMs);
-  EXPECT_GT(returned, released) << "the copy was over before";
+  EXPECT_LT(taken, kReleasedMs);
+  EXPECT_GT(returned, stopped + taken) << "the copy was over before";
   EXPECT_EQ(seen, LogChange::Stopped);
+}
+
+// The mapping and the event: a server that starts takes over an event that somebody keeps.
+TEST_F(DelayedCopy, FollowerThatNobodyCallsReleasesEverythingWhenTheServerStops) {
+  LogStreamOptions options;
+  options.mapName = NameOf("Map");
+  LogStream stream(options);
+  ASSERT_EQ(stream.Open(), Status::Ok);
+  EXPECT_EQ(stream.Wait(0), LogChange::None);
+  const std::uint64_t stopped = GetTickCount64();
+  server.CloseFile(TamLogUtil::Timeout::Infinite);
+  EXPECT_LT(MillisecondsUntilReleased(stopped), kReleasedMs);
+  EXPECT_FALSE(ReadWaitExists());
+}
+
+// Every user may write to the mapping. A program that counts changes without end makes every copy fail. The
+// reader neither takes access nor goes on for ever, and the server is not held up.
+TEST_F(DelayedCopy, OfALogThatNeverRestsEndsAtItsTimeoutAndNobodyIsCounted) {
+  const Handle mapping(OpenFileMappingA(FILE_MAP_WRITE, FALSE, NameOf("Map").c_str()));
+  hostileHeader = static_cast<LogFileHeader*>(MapViewOfFile(mapping.Get(), FILE_MAP_WRITE, 0, 0, 0));
+  ASSERT_NE(hostileHeader, nullptr);
+  LogReader reader;
+  LogSnapshot snapshot;
+  ASSERT_EQ(reader.Open(NameOf("Map")), Status::Ok);
+  std::atomic<std::int32_t> inside{0};
+  {
+    const std::jthread watch([&](const std::stop_token& stop) {
+      while (!stop.stop_requested()) inside = std::max(inside.load(), std::int32_t{hostileHeader->readCount});
+    });
+    TamLogTest::CallBeforeCopies(CountAChange);
+    const std::uint64_t begun = GetTickCount64();
+    EXPECT_EQ(reader.Snapshot(snapshot, 500), Status::Unsteady);
+    EXPECT_LT(GetTickCount64() - begun, kDelayMs);
+    Add("flushed meanwhile");
+    TamLogTest::CallBeforeCopies(nullptr);
+  }
+  EXPECT_EQ(inside, 0);
+  EXPECT_EQ(reader.Snapshot(snapshot), Status::Ok);
+  UnmapViewOfFile(const_cast<LogFileHeader*>(hostileHeader));
 }
 
 }  // namespace
