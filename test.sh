@@ -75,6 +75,7 @@ mkdir -p "$logs"
 exec 8>"$logs/.lock"
 flock --nonblock 8 || { echo "test.sh: another test.sh is running in this tree" >&2; exit 1; }
 
+for name in "${wanted[@]}"; do rm -f "$logs/$name.log"; done
 started=$SECONDS
 failed_steps=()
 declare -A beside_process=() beside_started=()
@@ -244,7 +245,18 @@ print_summaries() {
     echo
     echo "$name:"
     print_failures "$logs/$name.log"
-    sed -n '/tests passed, .* failed out of\|^No tests were found/,$p' "$logs/$name.log"
+    sed -n '/tests passed, .* failed out of\|^No tests were found/,$p' "$logs/$name.log" |
+      sed '/^Label Time Summary/,/^$/d'
+  done
+}
+
+# A log of an automatic run often shows only the end of the output, so the reasons are repeated there.
+print_reasons() {
+  local name
+  for name in "${failed_steps[@]}"; do
+    [[ " ${ctest_steps[*]} " != *" $name "* && -s $logs/$name.log ]] || continue
+    printf '\nThe end of build/test/%s.log:\n' "$name"
+    tail -n 30 "$logs/$name.log" | cut -c 1-1000 | sed 's/^/   | /'
   done
 }
 
@@ -264,8 +276,9 @@ if has_failed more-packages; then exit 1; fi
 start_yielding build-asan 'building the portable files natively, AddressSanitizer and UBSan' scripts/build.sh asan
 start_yielding build-tsan 'building the portable files natively, ThreadSanitizer' scripts/build.sh tsan
 start_yielding tidy "clang-tidy, with clang's thread-safety analysis" scripts/check-tidy.py -j 1
+# With one seed, the same tree gives the same result in a fresh clone. Other seeds are for ./fuzz.sh itself.
 start_yielding fuzz "building the fuzz targets and running each for $fuzz_seconds s" \
-  ./fuzz.sh --seconds "$fuzz_seconds" --native
+  ./fuzz.sh --seed 1 --seconds "$fuzz_seconds" --native
 step format 'checking the format of every file' scripts/check-format.sh
 step prefixes 'creating new Wine prefixes' make_prefixes
 # The time in seconds for fuzzing the running service over its pipes.
@@ -287,6 +300,7 @@ echo
 printf 'All steps took %d s.\n' $((SECONDS - started))
 print_summaries
 if ((${#failed_steps[@]} > 0)); then
+  print_reasons
   echo
   echo "FAILED: ${failed_steps[*]}"
 fi

@@ -31,7 +31,7 @@ if(WIN32)
   set_target_properties(tamlog_shared PROPERTIES PREFIX "")
   tamlog_packaged(tamlog_shared "Torvane Log Server client library")
   set_target_properties(tamlog_static tamlog_shared PROPERTIES
-    ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_SOURCE_DIR}/build/lib)
+    ARCHIVE_OUTPUT_DIRECTORY ${TAMLOG_OUTPUT}/lib)
   set(tamlog_private_libraries "-lstdc++ -lssp")
 else()
   target_link_options(tamlog_shared PRIVATE LINKER:--version-script=${PROJECT_SOURCE_DIR}/client/tamlog.map)

@@ -18,6 +18,8 @@ case "$#:${1:-}" in
 esac
 bin=$(realpath "$1") build=$(realpath "$2") version=$3 licences=$(realpath "$4") output=$(realpath -m "$5")
 root=$(cd "$(dirname "$0")/.." && pwd -P)
+# shellcheck source=packaging/maker.env
+. "$root/packaging/maker.env"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 readonly package=$work/torvane-log-tools
@@ -36,9 +38,14 @@ gzip -9n <"$root/docs/man/tamlogctl.1" >"$package/usr/share/man/man1/tamlogctl.1
 # Compiled in; zlib, liblzma and the run-time libraries are Debian's own packages.
 install -D -m 644 -t "$documents/licenses" "$licences"/{libcli11-dev,libfmt-dev,nlohmann-json3-dev}.txt
 cp "$root/docs/tamlogctl.md" "$root/docs/library.md" "$documents/"
+install -D -m 644 -t "$documents/examples" "$root"/examples/*
 gzip -9n <"$root/CHANGELOG.md" >"$documents/changelog.gz"
-cat >"$documents/copyright" <<'TEXT'
-Torvane Log Server: Copyright Brenmark VORTA. The directory licenses holds the notices of the parts of others.
+cat >"$documents/copyright" <<TEXT
+Torvane Log Server
+$MAKER_COPYRIGHT
+License: $MAKER_LICENSE
+
+The directory licenses holds the notices of the parts of others.
 TEXT
 
 # The versions of the libraries that the programs are linked with; needs the file debian/control.
@@ -54,7 +61,8 @@ cat >"$package/DEBIAN/control" <<TEXT
 Package: torvane-log-tools
 Version: $version
 Architecture: amd64
-Maintainer: Brenmark VORTA
+Maintainer: $MAKER_CONTACT
+Homepage: $MAKER_HOMEPAGE
 Depends: $depends
 Section: utils
 Priority: optional
@@ -64,6 +72,8 @@ Description: command line and client library of the Torvane Log Server
  copied from a machine with the Torvane Log Server. The client library does
  the same for programs in C and C++.
 TEXT
+# Shared libraries outside of the loader's own cache need its update, before and after.
+echo 'activate-noawait ldconfig' >"$package/DEBIAN/triggers"
 (cd "$package" && find usr -type f -print0 | LC_ALL=C sort -z | xargs -0 md5sum >DEBIAN/md5sums)
 chmod 644 "$package"/DEBIAN/*
 find "$package" -exec touch --no-dereference --date="@$SOURCE_DATE_EPOCH" {} +

@@ -7,7 +7,8 @@ usage() {
 usage: packaging/make-setup.sh STAGE HELPER VERSION OUTPUT.exe
 
 Packs the files of the directory STAGE and the stripped program HELPER (setup_helper.exe) into a setup program.
-SOURCE_DATE_EPOCH is the time of all files.
+SOURCE_DATE_EPOCH is the time of all files. If SIGN is set, the uninstaller is signed; the setup program is left to the
+caller.
 TEXT
 }
 
@@ -18,6 +19,14 @@ case "$#:${1:-}" in
 esac
 stage=$1 helper=$(realpath "$2") version=$3 output=$(realpath -m "$4")
 here=$(cd "$(dirname "$0")" && pwd -P)
+# shellcheck source=packaging/maker.env
+. "$here/maker.env"
+
+# The stub of earlier ones lets other users change the copy from which the uninstaller runs.
+readonly oldest=3.08-3+deb12u1
+nsis=$(dpkg-query --show --showformat='${Version}' nsis)
+dpkg --compare-versions "$nsis" ge "$oldest" ||
+  { echo "make-setup.sh: nsis $nsis is too old; version $oldest is needed" >&2; exit 1; }
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -27,6 +36,8 @@ cp -r "$stage" "$work/files"
   >"$work/setup-files.txt"
 mv "$work/setup-files.txt" "$work/files/"
 find "$work" -exec touch --no-dereference --date="@$SOURCE_DATE_EPOCH" {} +
-# A fixed name, because the packed data hold it.
-(cd "$work" && makensis -V2 -NOCD "-DVERSION=$version" -DPAYLOAD=files "-DHELPER=$helper" "-DOUTPUT=$output" \
-  "-DICON=$here/resources/torvane.ico" "$here/setup/setup.nsi")
+definitions=("-DVERSION=$version" -DPAYLOAD=files "-DHELPER=$helper" "-DOUTPUT=$output"
+  "-DICON=$here/resources/torvane.ico" "-DCOPYRIGHT=$MAKER_COPYRIGHT")
+[[ -z $SIGN ]] || definitions+=("-DSIGNER=$here/sign_files.py")
+# A fixed name of the payload, because the packed data hold it.
+(cd "$work" && makensis -V2 -NOCD "${definitions[@]}" "$here/setup/setup.nsi")

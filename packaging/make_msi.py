@@ -18,6 +18,8 @@ import tempfile
 import uuid
 from xml.sax.saxutils import quoteattr
 
+import maker
+
 HERE = os.path.dirname(os.path.abspath(__file__))
 NAMESPACE = uuid.UUID("6f0b6f0e-5a0e-4c3c-9d0b-6d0f1e7f5a11")
 # Never changes: by it the system recognises all versions as one product.
@@ -72,6 +74,7 @@ def source(work, version):
     """Paths are relative to the directory `work`, in which wixl runs."""
     tree = Tree(work)
     body = "\n".join(tree.directory("", 12))
+    about = maker.values()
     references = "\n".join(f'      <ComponentRef Id="{name}"/>' for name in ["Server", *tree.components])
     return f"""<?xml version="1.0" encoding="utf-8"?>
 <Wix xmlns="http://schemas.microsoft.com/wix/2006/wi">
@@ -85,6 +88,8 @@ def source(work, version):
     <Icon Id="torvane.ico" SourceFile="torvane.ico"/>
     <Property Id="ARPPRODUCTICON" Value="torvane.ico"/>
     <Property Id="ARPNOMODIFY" Value="1"/>
+    <Property Id="ARPCONTACT" Value={quoteattr(about["MAKER_CONTACT"])}/>
+    <Property Id="ARPURLINFOABOUT" Value={quoteattr(about["MAKER_HOMEPAGE"])}/>
     <Property Id="MSIRESTARTMANAGERCONTROL" Value="DisableShutdown"/>
     <Directory Id="TARGETDIR" Name="SourceDir">
       <Directory Id="ProgramFiles64Folder">
@@ -145,21 +150,39 @@ def statements():
     yield ("INSERT INTO `LaunchCondition` (`Condition`, `Description`) VALUES ('VersionNT64 >= 601', "
            "'The Torvane Log Server needs 64-bit Windows 7 or later.')")
     # 1: a function of a library in the table Binary. 64: its failure does not matter. 3072: with the rights of the
-    # system, when the script of the installation runs. 51: sets a property.
+    # system, when the script of the installation runs. 512: only after everything else was done, because nothing
+    # could bring the deleted messages back. 256: only when the installation fails. 51: sets a property.
     yield ("INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) "
            "VALUES ('CheckDevice', 65, 'Actions', 'CheckDevice')")
     yield ("INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) "
-           "VALUES ('DeleteData', 3137, 'Actions', 'DeleteData')")
+           "VALUES ('RememberData', 1, 'Actions', 'RememberData')")
+    yield ("INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) "
+           "VALUES ('DeleteNewData', 3393, 'Actions', 'DeleteNewData')")
+    yield ("INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) "
+           "VALUES ('DeleteData', 3649, 'Actions', 'DeleteData')")
     yield ("INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) "
            "VALUES ('QuoteCommand', 3073, 'Actions', 'QuoteCommand')")
-    for action in ("DeleteData", "QuoteCommand"):
+    yield ("INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) "
+           "VALUES ('MakeDirectory', 3073, 'Actions', 'MakeDirectory')")
+    yield ("INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) "
+           "VALUES ('RemoveNewDirectory', 3393, 'Actions', 'RemoveNewDirectory')")
+    # An upgrade goes to the directory of the old version, unless the command line names another.
+    yield ("INSERT INTO `RegLocator` (`Signature_`, `Root`, `Key`, `Name`, `Type`) VALUES "
+           f"('PackageDirectory', 2, '{PACKAGE_KEY}', 'Directory', 18)")
+    yield "INSERT INTO `AppSearch` (`Property`, `Signature_`) VALUES ('OLDDIRECTORY', 'PackageDirectory')"
+    yield ("INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) "
+           "VALUES ('KeepDirectory', 51, 'INSTALLDIR', '[OLDDIRECTORY]')")
+    for action in ("DeleteData", "MakeDirectory", "QuoteCommand"):
         yield ("INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) "
                f"VALUES ('DirectoryFor{action}', 51, '{action}', '[INSTALLDIR]')")
     remove = 'REMOVE="ALL" AND DELETEDATA=1 AND NOT UPGRADINGPRODUCTCODE'
-    sequence = (("AppSearch", "", 50), ("CheckDevice", "NOT REMOVE=\"ALL\"", 1399), 
+    install = 'NOT REMOVE="ALL"'
+    sequence = (("AppSearch", "", 50), ("KeepDirectory", "OLDDIRECTORY AND NOT INSTALLDIR", 60),
+                ("RemoveNewDirectory", install, 3650), ("DirectoryForMakeDirectory", install, 3651),
+                ("MakeDirectory", install, 3652), ("RememberData", install, 1398), ("CheckDevice", install, 1399),
                 ("DirectoryForDeleteData", remove, 3601), ("DeleteData", remove, 3602),
-                ("DirectoryForQuoteCommand", "NOT REMOVE=\"ALL\"", 5801),
-                ("QuoteCommand", "NOT REMOVE=\"ALL\"", 5802), ("WriteEnvironmentStrings", "", 5200),
+                ("DirectoryForQuoteCommand", install, 5801), ("QuoteCommand", install, 5802),
+                ("DeleteNewData", install, 5899), ("WriteEnvironmentStrings", "", 5200),
                 ("RemoveEnvironmentStrings", "", 3300), ("MsiConfigureServices", "VersionMsi >= \"5.00\"", 5850))
     for action, condition, number in sequence:
         yield (f"INSERT INTO `InstallExecuteSequence` (`Action`, `Condition`, `Sequence`) "

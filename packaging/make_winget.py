@@ -9,9 +9,11 @@ manifest: version, locale, installer.
 
 import datetime
 import hashlib
+import json
 import os
 import sys
 
+import maker
 import make_msi
 
 IDENTIFIER = "BrenmarkVORTA.TorvaneLogServer"
@@ -30,11 +32,13 @@ def manifest(kind, lines):
 
 def files(version, url, msi, setup):
     name = [f"PackageIdentifier: {IDENTIFIER}", f"PackageVersion: {version}"]
+    about = maker.values()
     day = datetime.datetime.fromtimestamp(int(os.environ["SOURCE_DATE_EPOCH"]), datetime.timezone.utc)
     yield f"{IDENTIFIER}.yaml", manifest("version", [*name, "DefaultLocale: en-US"])
     yield f"{IDENTIFIER}.locale.en-US.yaml", manifest("defaultLocale", [
         *name, "PackageLocale: en-US", "Publisher: Brenmark VORTA", "PackageName: Torvane Log Server",
-        "License: Proprietary",
+        f"PackageUrl: {about['MAKER_HOMEPAGE']}", f"License: {json.dumps(about['MAKER_LICENSE'])}",
+        f"Copyright: {json.dumps(about['MAKER_COPYRIGHT'])}",
         "ShortDescription: Collects messages produced by Brenmark VORTA Torvane software components"])
     yield f"{IDENTIFIER}.installer.yaml", manifest("installer", [
         *name, "MinimumOSVersion: 6.1.7601.0", "Scope: machine", "ElevationRequirement: elevationRequired",

@@ -47,7 +47,7 @@ bench_packages=(
 package_packages=(
   nsis wixl msitools  # makers of the setup program and the MSI
   dpkg-dev            # maker of the Debian package
-  osslsigncode        # signs programs, setup program and MSI
+  osslsigncode openssl  # sign programs, setup program and MSI; make the certificate of the test
 )
 
 set_name=${1:-test}

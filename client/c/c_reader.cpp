@@ -39,6 +39,12 @@ class FileReader : public tamlog_reader {
 
 }  // namespace
 
+Cursor TamLogClient::LogCopy::CursorAt(std::size_t position) {
+  if (!twins) twins.emplace().Add(snapshot);
+  const LogMessage& message = snapshot.slots[order.oldestFirst[position]];
+  return CursorOf(message.body, twins->Of(&message));
+}
+
 Status tamlog_reader::Refresh(std::uint32_t timeoutMs) {
   // A copy that Next still reads from must not change.
   auto fresh = copy.use_count() == 1 ? copy : std::make_shared<LogCopy>();
@@ -48,6 +54,7 @@ Status tamlog_reader::Refresh(std::uint32_t timeoutMs) {
     return status;
   }
   fresh->order = OrderMessages(fresh->snapshot);
+  fresh->twins.reset();
   copy = std::move(fresh);
   if (copy->order.damaged > 0 && status == Status::Ok) {
     remark = std::to_string(copy->order.damaged) + " messages break a rule of the format";
@@ -99,8 +106,7 @@ tamlog_status tamlog_reader::Seek(const char* cursor) {
 tamlog_status tamlog_reader::LastCursor(std::string& text) const {
   if (!hasLast) return TAMLOG_END;
   const bool ofStart = lastIsOfStart && start;
-  text = FormatCursor(ofStart ? CursorOf(start->snapshot, start->order.oldestFirst, startNext - 1)
-                              : CursorOfLast());
+  text = FormatCursor(ofStart ? start->CursorAt(startNext - 1) : CursorOfLast());
   return TAMLOG_OK;
 }
 
@@ -192,9 +198,9 @@ tamlog_status TAMLOG_CALL tamlog_reader_get_cursor(const tamlog_reader* reader, 
                                                    uint64_t capacity, uint64_t* length) {
   if (reader == nullptr) return TAMLOG_BAD_ARGUMENT;
   return Guarded([&]() -> tamlog_status {
-    const TamLogClient::LogCopy& copy = *reader->copy;
+    TamLogClient::LogCopy& copy = *reader->copy;
     if (index >= copy.order.oldestFirst.size()) return TAMLOG_END;
-    const std::string text = FormatCursor(CursorOf(copy.snapshot, copy.order.oldestFirst, index));
+    const std::string text = FormatCursor(copy.CursorAt(index));
     return TamLogClient::CopyText(text, buffer, capacity, length);
   });
 }

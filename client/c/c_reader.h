@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "client/c/c_interface.h"
@@ -18,6 +19,10 @@ namespace TamLogClient {
 struct LogCopy {
   LogSnapshot snapshot;
   MessageOrder order;
+  std::optional<TwinNumbers> twins;  // counted once: a sender can give all messages one time
+
+  // Returns the cursor of the message at a position in time order.
+  Cursor CursorAt(std::size_t position);
 };
 
 }  // namespace TamLogClient

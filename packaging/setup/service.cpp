@@ -63,6 +63,32 @@ bool HasEnded(const SERVICE_STATUS_PROCESS& status) {
   return WaitForSingleObject(process.get(), 0) == WAIT_OBJECT_0;
 }
 
+void ChangeService(const std::wstring& command, DWORD startType) {
+  const Service service = OpenRegistered(SERVICE_CHANGE_CONFIG);
+  if (ChangeServiceConfigW(service.get(), SERVICE_NO_CHANGE, startType, SERVICE_NO_CHANGE, command.c_str(),
+                           nullptr, nullptr, nullptr, nullptr, nullptr, nullptr) == FALSE)
+    FailLast("cannot change the service");
+}
+
+std::wstring TextOrNothing(const wchar_t* text) {
+  return text == nullptr ? L"" : text;
+}
+
+std::optional<Recovery> QueryRecovery(SC_HANDLE service) {
+  DWORD size = 0;
+  QueryServiceConfig2W(service, SERVICE_CONFIG_FAILURE_ACTIONS, nullptr, 0, &size);
+  std::vector<BYTE> buffer(size);
+  if (size < sizeof(SERVICE_FAILURE_ACTIONSW) ||
+      QueryServiceConfig2W(service, SERVICE_CONFIG_FAILURE_ACTIONS, buffer.data(), size, &size) == FALSE)
+    return std::nullopt;
+  const auto* const found = reinterpret_cast<const SERVICE_FAILURE_ACTIONSW*>(buffer.data());
+  Recovery recovery{
+      found->dwResetPeriod, TextOrNothing(found->lpRebootMsg), TextOrNothing(found->lpCommand), {}};
+  for (DWORD k = 0; k < found->cActions; ++k)
+    recovery.actions.push_back({found->lpsaActions[k].Type, found->lpsaActions[k].Delay});
+  return recovery;
+}
+
 }  // namespace
 
 std::optional<ServiceEntry> QueryService() {
@@ -74,7 +100,8 @@ std::optional<ServiceEntry> QueryService() {
   auto* const config = reinterpret_cast<QUERY_SERVICE_CONFIGW*>(buffer.data());
   if (size == 0 || QueryServiceConfigW(service.get(), config, size, &size) == FALSE)
     FailLast("cannot query the service");
-  return ServiceEntry{config->lpBinaryPathName, !HasEnded(StatusOf(service.get()))};
+  return ServiceEntry{config->lpBinaryPathName, config->dwStartType, !HasEnded(StatusOf(service.get())),
+                      QueryRecovery(service.get())};
 }
 
 void StopService() {
@@ -143,23 +170,39 @@ void DeleteService() {
 }
 
 void SetCommand(const std::wstring& command) {
-  const Service service = OpenRegistered(SERVICE_CHANGE_CONFIG);
-  if (ChangeServiceConfigW(service.get(), SERVICE_NO_CHANGE, SERVICE_NO_CHANGE, SERVICE_NO_CHANGE,
-                           command.c_str(), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr) == FALSE)
-    FailLast("cannot change the service");
+  ChangeService(command, SERVICE_NO_CHANGE);
 }
 
-void SetRecovery() {
+Recovery PackageRecovery() {
+  return {24 * 60 * 60,
+          L"",
+          L"",
+          {{SC_ACTION_RESTART, 5'000}, {SC_ACTION_RESTART, 30'000}, {SC_ACTION_RESTART, 60'000}}};
+}
+
+void SetRecovery(const Recovery& recovery) {
   // A restart needs the right to start the service.
   const Service service = OpenRegistered(SERVICE_CHANGE_CONFIG | SERVICE_START);
-  std::array<SC_ACTION, 3> actions{
-      {{SC_ACTION_RESTART, 5'000}, {SC_ACTION_RESTART, 30'000}, {SC_ACTION_RESTART, 60'000}}};
-  SERVICE_FAILURE_ACTIONSW recovery{};
-  recovery.dwResetPeriod = 24 * 60 * 60;  // s
-  recovery.cActions = static_cast<DWORD>(actions.size());
-  recovery.lpsaActions = actions.data();
-  if (ChangeServiceConfig2W(service.get(), SERVICE_CONFIG_FAILURE_ACTIONS, &recovery) == FALSE)
+  std::vector<SC_ACTION> actions;
+  for (const Recovery::Action& action : recovery.actions)
+    actions.push_back({static_cast<SC_ACTION_TYPE>(action.type), action.delay});
+  std::wstring message = recovery.message;
+  std::wstring command = recovery.command;
+  SERVICE_FAILURE_ACTIONSW wanted{};
+  wanted.dwResetPeriod = recovery.resetPeriod;
+  wanted.lpRebootMsg = message.data();
+  wanted.lpCommand = command.data();
+  wanted.cActions = static_cast<DWORD>(actions.size());
+  // Null would keep the present actions; a pointer with a count of 0 deletes them.
+  SC_ACTION none{};
+  wanted.lpsaActions = actions.empty() ? &none : actions.data();
+  if (ChangeServiceConfig2W(service.get(), SERVICE_CONFIG_FAILURE_ACTIONS, &wanted) == FALSE)
     FailLast("cannot set what happens after failures of the service");
+}
+
+void RestoreService(const ServiceEntry& entry) {
+  ChangeService(entry.command, entry.startType);
+  if (entry.recovery) SetRecovery(*entry.recovery);
 }
 
 bool DriverDeviceExists() {

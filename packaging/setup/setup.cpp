@@ -8,6 +8,7 @@
 
 #include "client/message/win32.h"
 #include "packaging/setup/file_set.h"
+#include "packaging/setup/protected_directory.h"
 #include "packaging/setup/registry.h"
 #include "packaging/setup/service.h"
 #include "packaging/setup/setup_error.h"
@@ -21,6 +22,7 @@ namespace {
 
 constexpr wchar_t kMaker[] = LR"(SOFTWARE\Brenmark VORTA)";
 constexpr wchar_t kPackage[] = LR"(SOFTWARE\Brenmark VORTA\Torvane Log Server Package)";
+constexpr wchar_t kMessages[] = L"Logs.dat";
 constexpr wchar_t kSettings[] = LR"(SOFTWARE\Brenmark VORTA\Torvane Log Server)";
 constexpr wchar_t kEventSource[] = LR"(SYSTEM\CurrentControlSet\Services\EventLog\Application\TamLogServer)";
 constexpr wchar_t kPrograms[] = LR"(SOFTWARE\Microsoft\Windows\CurrentVersion\Uninstall\Torvane Log Server)";
@@ -54,6 +56,13 @@ class SavedValues {
 
 std::wstring Server(const fs::path& directory) {
   return (directory / L"TamLogServer.exe").wstring();
+}
+
+// The server's own log lies in its working directory, which is that of the system.
+fs::path ServerLog() {
+  std::array<wchar_t, MAX_PATH + 1> system{};
+  GetSystemDirectoryW(system.data(), static_cast<UINT>(system.size()));
+  return fs::path(system.data()) / L"TamLogServiceLog.txt";
 }
 
 std::wstring Quoted(const std::wstring& path) {
@@ -118,13 +127,16 @@ void RegisterSteps(Transaction& steps, const Options& options, const std::option
   if (before) {
     steps.Do(
         "change the service", [&] { SetCommand(Quoted(server)); },
-        [command = before->command] { SetCommand(command); });
+        [entry = *before] { RestoreService(entry); });
   } else {
     steps.Do(
         "register the service", [&] { RegisterService(server); }, [] { DeleteService(); });
   }
   steps.Do(
-      "set the service's restarts after failures", [] { SetRecovery(); }, [] {});
+      "set the service's restarts after failures", [] { SetRecovery(PackageRecovery()); },
+      [entry = before] {
+        if (entry) RestoreService(*entry);
+      });
   steps.Do(
       "register the event source", [] { WriteEventSource(); },
       [old = SavedValues(kEventSource, kEventNames)] { old.Restore(); });
@@ -141,7 +153,7 @@ void RegisterSteps(Transaction& steps, const Options& options, const std::option
       });
 }
 
-void StartStep(Transaction& steps, const std::optional<ServiceEntry>& before) {
+void StartStep(Transaction& steps, const Options& options, const std::optional<ServiceEntry>& before) {
   if (before && !before->running) {
     Say("the service was stopped before; it stays stopped");
   } else if (!DriverDeviceExists()) {
@@ -150,7 +162,11 @@ void StartStep(Transaction& steps, const std::optional<ServiceEntry>& before) {
         "installed. Install the driver, then start the service: tamlogctl server start");
   } else {
     steps.Do(
-        "start the service", [] { StartService(); }, [] { StopService(); });
+        "start the service", [] { StartService(); },
+        [directory = options.directory, kept = ExistingData(options.directory)] {
+          StopService();
+          DeleteData(directory, kept);
+        });
   }
 }
 
@@ -159,7 +175,9 @@ void InstallSteps(Transaction& steps, const Options& options) {
   if (files.empty()) throw SetupError("the package has no files");
   const FileList old = Together(files, ReadList(options.directory / kListName));
   const std::optional<ServiceEntry> before = QueryService();
+  CheckDirectory(options.directory);
   FilesAside aside(options.directory);
+  std::vector<fs::path> made;
   if (before) {
     steps.Do(
         "stop the service", [] { StopService(); },
@@ -171,10 +189,16 @@ void InstallSteps(Transaction& steps, const Options& options) {
       "move the old files aside", [&] { aside.Move(old); }, [&] { aside.MoveBack(); });
   steps.Do(
       "copy the files to " + Utf8(options.directory.wstring()),
-      [&] { CopyFiles(files, options.payload, options.directory); },
-      [&] { DeleteFiles(files, options.directory); });
+      [&] {
+        MakeDirectories(options.directory, made);
+        CopyFiles(files, options.payload, options.directory);
+      },
+      [&] {
+        DeleteFiles(files, options.directory);
+        DeleteMade(made);
+      });
   RegisterSteps(steps, options, before);
-  StartStep(steps, before);
+  StartStep(steps, options, before);
   steps.Commit();
   aside.Delete();
 }
@@ -195,9 +219,8 @@ void RemoveSteps(Transaction& steps, const Options& options) {
       "delete the service", [] { DeleteService(); },
       [&] {
         if (!before) return;
-        RegisterService(Server(options.directory));
-        SetCommand(before->command);
-        SetRecovery();
+        if (!QueryService()) RegisterService(Server(options.directory));
+        RestoreService(*before);
       });
   steps.Do(
       "delete the event source", [] { DeleteTree(kEventSource); },
@@ -223,8 +246,7 @@ void RemoveSteps(Transaction& steps, const Options& options) {
   aside.Delete();
   if (options.deleteData) {
     Say("delete messages and settings");
-    DeleteData(options.directory);
-    DeleteEmptyKey(kMaker);
+    DeleteData(options.directory, {false, false, false});
   }
   DeleteEmptyDirectories(files, options.directory);
 }
@@ -263,14 +285,19 @@ bool IsOlder(const std::wstring& left, const std::wstring& right) {
   return false;
 }
 
-void DeleteData(const fs::path& directory) {
+Data ExistingData(const fs::path& directory) {
+  return {fs::exists(directory / kMessages), KeyExists(kSettings), fs::exists(ServerLog())};
+}
+
+void DeleteData(const fs::path& directory, const Data& kept) {
   // Only what has its name by default: every user may set the path of the log, to a file of somebody else
   // too.
-  DeleteFiles({L"Logs.dat"}, directory);
-  std::array<wchar_t, MAX_PATH + 1> system{};
-  GetSystemDirectoryW(system.data(), static_cast<UINT>(system.size()));
-  DeleteFileW((fs::path(system.data()) / L"TamLogServiceLog.txt").c_str());
-  DeleteTree(kSettings);
+  if (!kept.messages) DeleteFiles({kMessages}, directory);
+  if (!kept.serverLog) DeleteFileW(ServerLog().c_str());
+  if (!kept.settings) {
+    DeleteTree(kSettings);
+    DeleteEmptyKey(kMaker);
+  }
 }
 
 int Install(const Options& options) {

@@ -30,8 +30,17 @@ struct Options {
 int Install(const Options& options);
 int Remove(const Options& options);
 
-// Deletes the messages in the directory of the package, the settings, and the server's own log.
-void DeleteData(const std::filesystem::path& directory);
+// What the server writes: messages in the directory of the package, settings, and its own log.
+struct Data {
+  bool messages = true;
+  bool settings = true;
+  bool serverLog = true;
+};
+
+// Which of it exists.
+Data ExistingData(const std::filesystem::path& directory);
+// Deletes all of it, except what `kept` names.
+void DeleteData(const std::filesystem::path& directory, const Data& kept);
 
 // Whether `left` is the older of two versions, each of numbers with dots between.
 bool IsOlder(const std::wstring& left, const std::wstring& right);

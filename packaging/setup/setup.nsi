@@ -1,5 +1,6 @@
-; The setup program. packaging/make-setup.sh defines VERSION, PAYLOAD (directory of the unpacked files), HELPER, ICON
-; and OUTPUT. All work is done by the helper, which can undo every step.
+; The setup program. packaging/make-setup.sh defines VERSION, PAYLOAD (directory of the unpacked files), HELPER, ICON,
+; OUTPUT and COPYRIGHT, and SIGNER, a command, if the uninstaller is to be signed. All work is done by the helper,
+; which can undo every step.
 
 Target amd64-unicode
 Unicode true
@@ -23,7 +24,11 @@ VIAddVersionKey /LANG=1033 "FileDescription" "Torvane Log Server setup"
 VIAddVersionKey /LANG=1033 "FileVersion" "${VERSION}"
 VIAddVersionKey /LANG=1033 "ProductName" "Torvane Log Server"
 VIAddVersionKey /LANG=1033 "ProductVersion" "${VERSION}"
-VIAddVersionKey /LANG=1033 "LegalCopyright" ""
+VIAddVersionKey /LANG=1033 "LegalCopyright" "${COPYRIGHT}"
+
+!ifdef SIGNER
+  !uninstfinalize '"${SIGNER}" "%1"' = 0
+!endif
 
 !include FileFunc.nsh
 !include x64.nsh
@@ -45,7 +50,10 @@ Var options
 !macro PassValue from to
   ClearErrors
   ${GetOptions} "$R0" "${from}" $R1
-  IfErrors +2
+  IfErrors +5
+  StrCpy $R3 $R1 1 -1
+  StrCmp $R3 "\" 0 +2
+  StrCpy $R1 "$R1\" ; one backslash would take the quotation mark after it as text
   StrCpy $options '$options ${to} "$R1"'
 !macroend
 
@@ -77,6 +85,13 @@ Function .onInit
   StrCmp $R0 "" done
   StrCpy $INSTDIR $R0
 done:
+  ; Only a drive's root keeps its backslash. It is never the directory of one program.
+  StrCpy $R0 $INSTDIR 1 -1
+  ${If} $R0 == "\"
+    MessageBox MB_OK|MB_ICONSTOP "$INSTDIR is the root of a drive; choose a directory below it." /SD IDOK
+    SetErrorLevel 2
+    Quit
+  ${EndIf}
 FunctionEnd
 
 Section

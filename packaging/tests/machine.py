@@ -65,6 +65,14 @@ class Machine:
         self.children.append(child)
         return child
 
+    def exit_code(self, *command):
+        """Returns the whole exit code: run() knows the low 8 bits of it."""
+        words = " ".join(f'"{word}"' if " " in word else word for word in command)
+        with open(self.path(r"C:\run.bat"), "w", encoding="ascii", newline="\r\n") as file:
+            file.write(f"@{words}\n@echo code %ERRORLEVEL%.\n")
+        said = self.run("cmd.exe", "/c", r"C:\run.bat")[1]
+        return int(said.split("code ")[-1].split(".")[0])
+
     def tool(self, *arguments):
         return self.run(os.path.join(self.directory, "tamlogctl.exe"), *arguments)
 
@@ -128,6 +136,12 @@ class Machine:
     def traces(self):
         """Everything that a package may change, except messages and settings."""
         files = {name: digest for name, digest in self.files().items() if name != "Logs.dat"}
-        return {"files": files, "directory": os.path.isdir(self.directory), "path": self.system_path(),
-                "service": self.key(SERVICE_KEY), "event source": self.key(EVENT_KEY),
-                "package": self.key(PACKAGE_KEY), "programs": self.key(UNINSTALL_KEY), "state": self.state()}
+        return {"files": files, "path": self.system_path(), "service": self.key(SERVICE_KEY),
+                "event source": self.key(EVENT_KEY), "package": self.key(PACKAGE_KEY),
+                "programs": self.key(UNINSTALL_KEY), "state": self.state()}
+
+    def data(self):
+        """Messages, settings, the server's own log, and whether the directory of the package exists."""
+        return {"messages": self.files().get("Logs.dat"), "settings": self.key(SETTINGS_KEY),
+                "server log": os.path.exists(self.path(r"C:\windows\system32\TamLogServiceLog.txt")),
+                "directory": os.path.isdir(self.directory)}

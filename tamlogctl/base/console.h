@@ -15,6 +15,10 @@ bool StdoutIsTerminal();
 bool StdinIsTerminal();
 bool StderrIsTerminal();
 
+// Returns the width in which to lay out texts on standard output: that of its terminal, and 80 where there is
+// none.
+std::size_t StdoutColumns();
+
 // Returns whether the terminal interprets escape sequences, as far as the environment says so (TERM).
 bool TerminalIsCapable();
 

@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -55,6 +56,11 @@ void OnStop(int /*signal*/) {
   raise(SIGSTOP);
 }
 
+// The signals with which a write ends the program: nobody reads the pipe, or the file would be larger than
+// allowed.
+constexpr std::array kFailedWrites{SIGPIPE, SIGXFSZ};
+std::array<void (*)(int), kFailedWrites.size()> handlersOfCaller{};
+
 bool Write(int file, std::string_view text) {
   while (!text.empty()) {
     const ssize_t written = write(file, text.data(), text.size());
@@ -67,6 +73,12 @@ bool Write(int file, std::string_view text) {
 
 }  // namespace
 
+void ReportFailedWrites() {
+  for (std::size_t i = 0; i < kFailedWrites.size(); ++i) {
+    handlersOfCaller[i] = std::signal(kFailedWrites[i], SIG_IGN);
+  }
+}
+
 bool StdoutIsTerminal() {
   return isatty(STDOUT_FILENO) != 0;
 }
@@ -77,6 +89,12 @@ bool StdinIsTerminal() {
 
 bool StderrIsTerminal() {
   return isatty(STDERR_FILENO) != 0;
+}
+
+std::size_t StdoutColumns() {
+  winsize size{};
+  const bool known = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0;
+  return known ? size.ws_col : kUsualColumns;
 }
 
 bool TerminalIsCapable() {
@@ -96,9 +114,7 @@ bool EnableColors() {
 }
 
 bool WriteStdout(std::string_view text) {
-  // Without the signal the write fails and reports that the reader has closed the pipe.
-  static const auto ignored = std::signal(SIGPIPE, SIG_IGN);
-  return ignored != SIG_ERR && Write(STDOUT_FILENO, text);
+  return Write(STDOUT_FILENO, text);
 }
 
 std::string StdoutProblem() {
@@ -141,6 +157,7 @@ pid_t pagerProcess = 0;
   dup2(ends[0], STDIN_FILENO);
   close(ends[0]);
   close(ends[1]);
+  for (std::size_t i = 0; i < kFailedWrites.size(); ++i) std::signal(kFailedWrites[i], handlersOfCaller[i]);
   setenv("LESS", "FRX", 0);  // quit if one screen is enough, and show colours
   const char* const chosen = std::getenv("PAGER");
   execl("/bin/sh", "sh", "-c", chosen != nullptr ? chosen : "less 2>/dev/null || cat", nullptr);

@@ -119,6 +119,12 @@ bool StderrIsTerminal() {
   return IsConsole(STD_ERROR_HANDLE);
 }
 
+std::size_t StdoutColumns() {
+  CONSOLE_SCREEN_BUFFER_INFO info{};
+  if (GetConsoleScreenBufferInfo(GetStdHandle(STD_OUTPUT_HANDLE), &info) == FALSE) return kUsualColumns;
+  return static_cast<std::size_t>(info.srWindow.Right - info.srWindow.Left + 1);
+}
+
 bool TerminalIsCapable() {
   return EnvironmentValue("TERM") != "dumb";
 }

@@ -1,14 +1,14 @@
 #include "tamlogctl/commands/help.h"
 
 #include <algorithm>
-#include <string_view>
+#include <cstddef>
+#include <utility>
 
 namespace TamLogCtl {
 
 namespace {
 
 constexpr std::size_t kNameColumn = 30;
-constexpr std::size_t kWidth = 110;
 
 std::string NamesOf(const Option& option) {
   if (option.IsOperand()) return option.operand;
@@ -17,28 +17,49 @@ std::string NamesOf(const Option& option) {
   return option.value.empty() ? names : names + " " + option.value;
 }
 
-// Appends a name and its explanation, which is wrapped in a column of its own.
-void AppendEntry(const std::string& name, std::string_view text, std::string& out) {
-  out += "  " + name;
-  std::size_t column = name.size() + 2;
-  if (column >= kNameColumn) {
-    out += '\n';
-    column = 0;
+// Appends a name and its explanation, which begins in a column of its own.
+void AppendEntry(const std::string& name, const std::string& text, std::string& out) {
+  std::string line = "  " + name;
+  if (line.size() + 2 > kNameColumn) {
+    out += line + "\n";
+    line.clear();
   }
-  out.append(kNameColumn - column, ' ');
-  column = kNameColumn;
-  while (!text.empty()) {
-    const std::string_view word = text.substr(0, text.find(' '));
-    text.remove_prefix(std::min(text.size(), word.size() + 1));
-    if (column > kNameColumn && column + 1 + word.size() > kWidth) {
-      out.append("\n").append(kNameColumn, ' ');
-      column = kNameColumn;
-    }
-    if (column > kNameColumn) out += ' ';
-    column += word.size() + (column > kNameColumn ? 1 : 0);
-    out += word;
+  line.resize(kNameColumn, ' ');
+  out += line + text + "\n";
+}
+
+// A line of a text and those that continue it.
+struct Entry {
+  std::string text;
+  std::size_t column = 0;  // where further lines begin
+  bool wraps = true;       // and takes the next line if that begins in the same column
+};
+
+// Begins an entry with this line. A name and its explanation have a gap of two spaces or more between them; a
+// name alone is often a command, which stays on one line.
+Entry EntryOf(std::string_view line) {
+  constexpr std::size_t kNameIndent = 2;
+  const std::size_t indent = std::min(line.find_first_not_of(' '), line.size());
+  const std::size_t gap = indent == 0 ? std::string_view::npos : line.find("  ", indent);
+  if (gap == std::string_view::npos)
+    return {std::string(line), indent, !line.empty() && indent != kNameIndent};
+  return {std::string(line), line.find_first_not_of(' ', gap), true};
+}
+
+void AppendWrapped(const Entry& entry, std::size_t width, std::string& out) {
+  std::string_view rest = entry.text;
+  std::size_t words = entry.column;  // where the words begin in `rest`, between which it is wrapped
+  std::size_t room = width;
+  while (entry.wraps && rest.size() > room) {
+    std::size_t end = rest.rfind(' ', room);
+    if (end == std::string_view::npos || end < words) end = rest.find(' ', words);
+    if (end == std::string_view::npos) break;
+    out.append(rest.substr(0, end)).append("\n").append(entry.column, ' ');
+    rest.remove_prefix(end + 1);
+    words = 0;
+    room = width - std::min(width, entry.column);
   }
-  out += '\n';
+  out.append(rest).append("\n");
 }
 
 void AppendOptions(const Verb& verb, const std::string& group, std::string& out) {
@@ -91,6 +112,31 @@ std::string MakeHelp(const Verb& verb, const std::string& path) {
   }
   for (const std::string& group : GroupsOf(verb)) AppendOptions(verb, group, out);
   return verb.footer.empty() ? out : out + "\n" + verb.footer + "\n";
+}
+
+std::string LaidOut(std::string_view text, std::size_t columns) {
+  constexpr std::size_t kLeast = 80;
+  constexpr std::size_t kMost = 110;
+  const std::size_t width = std::clamp(columns, kLeast, kMost) - 1;  // a full line wraps on some terminals
+  std::string out;
+  Entry entry;
+  bool begun = false;
+  while (!text.empty()) {
+    const std::string_view line = text.substr(0, text.find('\n'));
+    text.remove_prefix(std::min(text.size(), line.size() + 1));
+    Entry next = EntryOf(line);
+    const bool more = begun && entry.wraps && next.text.find_first_not_of(' ') == entry.column &&
+                      next.column == entry.column;
+    if (more) {
+      entry.text += " " + next.text.substr(entry.column);
+      continue;
+    }
+    if (begun) AppendWrapped(entry, width, out);
+    entry = std::move(next);
+    begun = true;
+  }
+  if (begun) AppendWrapped(entry, width, out);
+  return out;
 }
 
 }  // namespace TamLogCtl

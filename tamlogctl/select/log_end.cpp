@@ -54,10 +54,11 @@ void SuggestEnd(const SelectionOptions& options, const OutputOptions& output,
   const auto offset = LocalOffsetOf(output);
   const auto now = ParseBound(options.since, ClockOfNow(offset));
   const auto atEnd = ParseBound(options.since, {*end, offset});
-  if (!now || !atEnd || now == atEnd || *end >= *now) return;
-  std::string text;
+  if (!now || !atEnd || *end >= *now) return;
+  std::string text = "the log ends at ";
   TamLogClient::AppendTime(*end, ' ', text);
-  Say("the log ends at " + text + "; to count '" + options.since + "' from there add --relative-to end");
+  Say(now == atEnd ? text + ", before -S '" + options.since + "'"
+                   : text + "; to count '" + options.since + "' from there add --relative-to end");
 }
 
 }  // namespace TamLogCtl

@@ -42,6 +42,12 @@ void CheckPipe(const Observations& seen, Findings& out) {
                       "busy all the time: a client opened the request pipe without the reply pipe and "
                       "blocks all others",
                       "end that client, then: tamlogctl doctor --unstick");
+    case PipeState::Taken:
+      return out.Fail("pipe",
+                      "busy all the time, and the server waits for no client: another process owns the "
+                      "pipe's name, or its clients take every connection",
+                      "end that process (Resource Monitor finds the handles of TamLogServerPipe), then: "
+                      "tamlogctl server restart");
     case PipeState::Silent:
       return out.Fail("pipe", "opens, but does not answer", "restart the server: tamlogctl server restart");
     case PipeState::Failing:

@@ -21,6 +21,7 @@ enum class PipeState : std::uint8_t {
   Absent,  // no pipe of this name exists
   Denied,
   Blocked,  // busy all the time: a client opened the request pipe without the reply pipe
+  Taken,    // busy all the time, and no server waits for the rest of a client
   Silent,   // opens, but does not answer in time
   Failing,  // opens, and the connection ends before the answer comes
   Foreign,  // a process has created it that is not the service's

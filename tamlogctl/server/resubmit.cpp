@@ -65,6 +65,7 @@ int Resubmit(TamLogClient::LogClient& client, const LogSnapshot& before, std::ui
   if (const Status status = ReadLiveLog(timeoutMs, now); status != Status::Ok)
     return Refuse(status, kReading);
   Messages missing = Missing(before, now);
+  if (missing.empty()) return kDone;
   const auto room = static_cast<std::size_t>(std::max(0, now.header.maxMessages - now.header.messageCount));
   const std::size_t wanted = missing.size();
   if (missing.size() > room)

@@ -1,4 +1,5 @@
 #include "tamlogctl/server/server_control.h"
+#include "tamlogctl/server/access_list_reader.h"
 
 #include <functional>
 #include <string>
@@ -24,12 +25,15 @@ constexpr std::uint32_t kAskEveryMs = 200;
 
 // Reports why the service manager refused, and returns the exit code. `verb` is "server start", for example.
 int RefusedByManager(const std::string& verb, std::uint32_t error) {
+  const bool starts = verb == "server start" || verb == "server restart";
   switch (error) {
     case ERROR_ACCESS_DENIED:
       return Refuse(kAccessDenied, verb + ": access denied; " + ServiceAdvice(ServiceState::Denied));
     case ERROR_SERVICE_DOES_NOT_EXIST:
+      // What is not there has nothing to stop or remove.
       return Refuse(kNotThere,
-                    verb + ": the service is not installed; " + ServiceAdvice(ServiceState::NotInstalled));
+                    verb + ": the service is not installed" +
+                        (starts ? std::string("; ") + ServiceAdvice(ServiceState::NotInstalled) : ""));
     case ERROR_SERVICE_DISABLED:
       return Refuse(kRefused, verb + ": the service is disabled; enable it in the service manager");
     default:
@@ -130,6 +134,16 @@ int RestartServer(const ServerOptions& options) {
   return stopped == kDone ? Report(Start(options), "the server is running again") : stopped;
 }
 
+// The service runs its program with all rights of the machine.
+void WarnOfOthers(const std::string& program) {
+  std::string names;
+  for (const std::string& name : OthersWhoMayChange(program)) names += (names.empty() ? "" : ", ") + name;
+  if (names.empty()) return;
+  Say("warning: " + program + " can be changed or replaced by " + names +
+      ", and runs as local system; install it from a directory that only administrators can change, such as "
+      "C:\\Program Files\\Torvane");
+}
+
 int InstallServer(const ServerOptions& options) {
   if (QueryService().state != ServiceState::NotInstalled)
     return Refuse(kUsage, "server install: the service is already installed; see: tamlogctl server state");
@@ -139,7 +153,9 @@ int InstallServer(const ServerOptions& options) {
     return Refuse(denied ? kAccessDenied : kRefused, "server install: " + problem);
   }
   // The installation grants it by the name EVERYONE, which other languages of the system do not have.
-  if (QueryServiceDetails().everyoneMayControl == false) GrantControlToEveryone();
+  const ServiceDetails details = QueryServiceDetails();
+  if (details.everyoneMayControl == false) GrantControlToEveryone();
+  WarnOfOthers(details.program);
   Say("installed " + program + "; start it: tamlogctl server start");
   return kDone;
 }

@@ -306,7 +306,8 @@ int SettingsPath(const SettingsOptions& options) {
   if (!path)
     return Refuse(kUsage, "'" + options.path + "': this machine's code page lacks one of its characters");
   if (const std::string problem = PathTextProblem(options.path, path->size()); !problem.empty())
-    return Refuse(kUsage, "'" + options.path + "': " + problem);
+    return Refuse(kUsage, "'" + options.path + "': " + problem +
+                              "; expected a file on a drive of this machine, such as C:\\Logs\\Logs.dat");
   return options.offline ? SetPathOffline(options, *path) : SetPath(client, options, *path);
 }
 

@@ -70,7 +70,7 @@ class Stress : public LogFile {
 
   template <class Work>
   void Run(Work work) {
-    threads.emplace_back([this, work] {
+    threads.emplace_back([work] {
       try {
         work();
       } catch (const TamLogUtil::Exceptions::ExceptionBase& failure) {

@@ -4,6 +4,12 @@
 #include <filesystem>
 
 #include "tests/system/administration.h"
+#include "util/win32.h"
+
+// Requires windows.h.
+#include <aclapi.h>
+
+#undef StartService  // would rename the fixture's operation
 
 using namespace std::chrono_literals;
 
@@ -47,7 +53,8 @@ TEST_F(Administration, WhatWouldHarmTheServerIsRefusedBeforeItIsSent) {
   Expect("filter add -x Good -x " + std::string(128, 'f'), 2, "128 bytes, 127 are allowed");
   Expect("filter list", 0, "rule: every source is kept\n");
   Expect("settings path C:\\" + std::string(253, 'p'), 2, "256 bytes, 255 are allowed");
-  Expect("settings path Logs.dat", 2, "is not an absolute path");
+  Expect("settings path Logs.dat", 2,
+         "is not an absolute path of a drive; expected a file on a drive of this machine");
   Expect("settings set --poll 0", 2, "--poll");
   Expect("settings set -", 2, "poll_ms: expected a number from 1", "{\"poll_ms\":0}");
   Expect("settings set", 2, "name a setting to change");
@@ -177,7 +184,8 @@ TEST_F(Administration, ChangesOfPathAreSeenWhileTheLogIsNotHeldOpenOverThem) {
 TEST_F(Administration, ServiceIsInstalledStartedLookedAtStoppedAndRemoved) {
   Expect("server state", 3, "not installed");
   Expect("server start", 3, "the service is not installed; as an administrator: tamlogctl server install");
-  Expect("server remove", 3, "the service is not installed");
+  Expect("server stop", 3, "server stop: the service is not installed\n");
+  Expect("server remove", 3, "server remove: the service is not installed\n");
   Expect("doctor", 3, "warn  service  not installed");
   Settings({});
   Expect("server install --program C:\\none.exe", 6, "'C:\\none.exe' cannot be run: ");
@@ -199,6 +207,23 @@ TEST_F(Administration, ServiceIsInstalledStartedLookedAtStoppedAndRemoved) {
   Expect("doctor", 3, "fail  service  installed, but stopped");
   Expect("server remove", 0, "the service is removed");
   Expect("server state", 3, "not installed");
+}
+
+// Its program would run as local system whatever they put there.
+TEST_F(Administration, InstallingAProgramThatOthersMayChangeIsWarnedOf) {
+  Settings({});
+  UseCopyOfServer();
+  const std::string install = "server install --program \"" + ServerPath() + "\"";
+  const std::string output = Expect(install, 0, "start it");
+  EXPECT_EQ(output.find("warning"), std::string::npos) << output;
+  Expect("server remove", 0, "removed");
+  std::string path = ServerPath();
+  ASSERT_EQ(SetNamedSecurityInfoA(path.data(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr,
+                                  nullptr, nullptr),
+            ERROR_SUCCESS);
+  Expect(install, 0,
+         "warning: " + path + " can be changed or replaced by Everyone, and runs as local system");
+  Expect("server remove", 0, "removed");
 }
 
 // All slots hold the same message of zeros, so that the file takes no room on the disk.
@@ -264,6 +289,35 @@ TEST_F(Administration, UnstickDoesNothingWhereNothingIsStuck) {
   SubmitOverPipe(Message("one", 0));
   ExpectTexts({"one"});
   Expect("doctor --unstick", 0, "unstick: nothing is stuck; nothing was done");
+}
+
+// Every user may create instances of the pipes. Clients get those of both processes in turn.
+TEST_F(Administration, DoctorNamesAProcessThatOffersThePipeWhileTheServiceServesItToo) {
+  RunService();
+  const OwnedHandle offered = Own(CreateNamedPipeA(kRequestPipeName, PIPE_ACCESS_INBOUND, PIPE_TYPE_MESSAGE,
+                                                   PIPE_UNLIMITED_INSTANCES, 4096, 4096, 0, nullptr));
+  ASSERT_TRUE(offered);
+  Expect("doctor", 1,
+         "fail  pipe     served by process " + std::to_string(GetCurrentProcessId()) +
+             " (administration_tests.exe), which is not the service");
+  // The server goes on to serve whom it gets.
+  EXPECT_EQ(AskForCode(RequestOf(RequestCode::Ping)), ReplyCode::Alive);
+}
+
+// A server that cannot create its pipes starts without them.
+TEST_F(Administration, DoctorSaysWhenNoInstanceOfThePipeBecomesFree) {
+  Settings({});
+  InstallService();
+  const OwnedHandle squatted = Own(
+      CreateNamedPipeA(kRequestPipeName, PIPE_ACCESS_INBOUND, PIPE_TYPE_MESSAGE, 1, 4096, 4096, 0, nullptr));
+  ASSERT_TRUE(squatted);
+  const OwnedHandle only =
+      Own(CreateFileA(kRequestPipeName, GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+  ASSERT_TRUE(only);
+  RunTool("server start");
+  Expect("doctor", 1,
+         "fail  pipe     busy all the time, and the server waits for no client: another process");
+  RunTool("server stop");
 }
 
 TEST_F(Administration, DoctorSeesABlockedListenerAndFreesIt) {

@@ -65,6 +65,15 @@ class LiveFiles : public SystemTest {
     }
     return lines;
   }
+  // Returns a time in the form of an impossible one, for a key of TimeKey.
+  static std::string TimeOfKey(std::uint64_t key) {
+    std::string words;
+    for (const std::uint64_t base : {1000U, 60U, 60U, 24U, 31U, 12U}) {
+      words.insert(0, "," + std::to_string(key % base));
+      key /= base;
+    }
+    return "!" + std::to_string(key) + words;
+  }
   bool WaitForLine(const std::string& name, int number) const {
     return Eventually(20s, [&] {
       const auto lines = Lines(name);
@@ -262,6 +271,23 @@ TEST_F(LiveFiles, ImportBringsBackWhatEachFormatHasSaved) {
     Expect("import --again " + Quoted(name), 0, "30 messages: 30 in the log, 0 not, 0 refused");
     Expect("show --count", 0, "60");
   }
+}
+
+// Any user can send times that do not exist, here some that fall into one bucket of a hash table that does
+// not mix its keys.
+TEST_F(LiveFiles, MessagesWithImpossibleTimesAreSentAndSentAgainExactlyOnce) {
+  constexpr std::uint64_t kCount = 3000;
+  constexpr std::uint64_t kDistance = 3739;  // a prime
+  RunService({.maxMessage = kCount});
+  std::string lines;
+  for (std::uint64_t i = 1; i <= kCount; ++i) lines += TimeOfKey(i * kDistance) + "\t1\tCrafted\ttext\n";
+  WriteWholeFile(ScratchFile("crafted.tsv"), lines);
+  const std::string import = "import --input tsv " + Quoted("crafted.tsv");
+  Expect(import, 0, "3000 messages: 3000 in the log, 0 not, 0 refused");
+  Expect(import, 0, "3000 in the log (3000 already were)");
+  Expect("settings set --no-backup --capacity 6000", 0, "3000 of 3000 missing ones are in the log");
+  Expect(import, 0, "3000 in the log (3000 already were)");
+  Expect("show --count", 0, "3000");
 }
 
 TEST_F(LiveFiles, ImportSaysWhatDidNotStayInTheLog) {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <tamlog.h>
 
+#include <chrono>
 #include <cstddef>
 #include <cstring>
 #include <filesystem>
@@ -259,6 +260,37 @@ TEST_F(CInterfaceTest, StructuresOfOtherVersionsAreTaken) {
   EXPECT_EQ(newer.known.size, sizeof(newer));
   EXPECT_EQ(newer.more, 0U);
   tamlog_reader_close(reader);
+}
+
+// As any user can send them. Counting the twins of each message anew would take minutes.
+TEST_F(CInterfaceTest, CursorsOfALogWhoseMessagesHaveOneTimeTakeAboutTheOrdinaryWork) {
+  constexpr std::uint32_t kMessages = 20000;
+  const auto secondsFor = [&](int step) {
+    RingModel log(kMessages);
+    for (std::uint32_t i = 0; i < kMessages; ++i)
+      log.Submit(MakeBody(step * static_cast<int>(i), std::to_string(i / 2)));
+    log.Flush();
+    tamlog_reader* reader = nullptr;
+    EXPECT_EQ(tamlog_reader_open_file(WriteSnapshot(log.Snapshot()).c_str(), &reader), TAMLOG_OK);
+    const auto start = std::chrono::steady_clock::now();
+    std::set<std::string> cursors;
+    tamlog_item item;
+    TAMLOG_INIT(&item);
+    for (std::uint32_t i = 0; i < kMessages; ++i) {
+      char byIndex[128];
+      char byNext[128];
+      EXPECT_EQ(tamlog_reader_get_cursor(reader, i, byIndex, sizeof(byIndex), nullptr), TAMLOG_OK);
+      EXPECT_EQ(tamlog_reader_next(reader, 0, &item), TAMLOG_OK);
+      EXPECT_EQ(tamlog_reader_last_cursor(reader, byNext, sizeof(byNext), nullptr), TAMLOG_OK);
+      EXPECT_STREQ(byIndex, byNext);
+      cursors.insert(byIndex);
+    }
+    EXPECT_EQ(cursors.size(), kMessages);
+    tamlog_reader_close(reader);
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  };
+  const double ordinary = secondsFor(10);
+  EXPECT_LE(secondsFor(0), 4 * ordinary + 2);
 }
 
 TEST_F(CInterfaceTest, NothingIsDoneWithNullPointers) {

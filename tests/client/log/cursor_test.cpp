@@ -3,8 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <set>
 #include <string>
+#include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "tests/support/ring_model.h"
@@ -174,6 +177,35 @@ TEST_F(CursorTest, TwinsHaveTheSameNumbersWhicheverWayTheyAreCounted) {
     EXPECT_EQ(numbers.Of(&message), twin);
     EXPECT_EQ(twins[i], twin);
   }
+}
+
+// The times of one of them fall into one bucket of a hash table that does not mix its keys.
+TEST_F(CursorTest, TwinsOfMessagesWithCraftedTimesTakeAboutTheOrdinaryWork) {
+  constexpr std::uint64_t kMessages = 30000;
+  std::unordered_set<std::uint64_t> table;
+  for (std::uint64_t key = 0; key < kMessages; ++key) table.insert(key);
+  const auto secondsFor = [](std::uint64_t distance) {
+    LogSnapshot snapshot;
+    snapshot.slots.resize(kMessages);
+    snapshot.header.messageCount = snapshot.header.maxMessages = kMessages;
+    std::vector<std::uint32_t> slots;
+    for (std::uint32_t i = 0; i < kMessages; ++i) {
+      std::uint64_t key = (i + 1) * distance;
+      auto& words = snapshot.slots[i].body.timestamp;
+      for (const auto& [word, base] : {std::pair(6, 1000), {5, 60}, {4, 60}, {3, 24}, {2, 31}, {1, 12}}) {
+        words[word] = static_cast<std::int16_t>(key % static_cast<std::uint64_t>(base));
+        key /= static_cast<std::uint64_t>(base);
+      }
+      words[0] = static_cast<std::int16_t>(key);
+      EXPECT_EQ(TimeKey(snapshot.slots[i].body), (i + 1) * distance);
+      slots.push_back(i);
+    }
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(TamLogClient::TwinsIn(snapshot, slots), std::vector<std::uint32_t>(kMessages, 1));
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  };
+  const double ordinary = secondsFor(10);
+  EXPECT_LE(secondsFor(table.bucket_count()), 4 * ordinary + 1);
 }
 
 TEST_F(CursorTest, FindsWhatComesAfterIt) {

@@ -6,19 +6,42 @@ usage: tests/tamlogctl/commands/command_line_check.py PROGRAM MANPAGE
 PROGRAM is a native tamlogctl, MANPAGE the manual page of the repository.
 """
 
+import fcntl
 import os
+import pty
 import re
+import struct
 import subprocess
 import sys
+import termios
 import unittest
 
 PROGRAM, MAN_PAGE = sys.argv[1:3]
 # `version` and `help` are answered before any verb is looked for.
 WITHOUT_HELP = ("help", "version")
+TOPICS = ("times", "expressions", "formats", "exit-status", "environment", "files")
 
 
 def run(*arguments, text=None):
     return subprocess.run([PROGRAM, *arguments], input=text, capture_output=True, text=True, timeout=30)
+
+
+def run_on_terminal(columns, *arguments):
+    """Returns what the program prints on a terminal of so many columns."""
+    terminal, program_side = pty.openpty()
+    fcntl.ioctl(program_side, termios.TIOCSWINSZ, struct.pack("HHHH", 24, columns, 0, 0))
+    process = subprocess.Popen([PROGRAM, *arguments], stdout=program_side)
+    os.close(program_side)
+    shown = b""
+    while True:
+        try:
+            piece = os.read(terminal, 65536)
+        except OSError:  # the program has ended
+            break
+        shown += piece
+    os.close(terminal)
+    process.wait(timeout=30)
+    return shown.decode().replace("\r\n", "\n")
 
 
 def section(text, head):
@@ -160,6 +183,36 @@ class Help(unittest.TestCase):
                     name = entry.group(1)
                     self.assertTrue(re.search(r"\S {2,}\S|-- ", name) or entry.group(2).startswith(" " * 30), name)
 
+    def test_help_fits_the_terminal(self):
+        texts = {" ".join(path): ["help", *path] for path, _ in VERBS}
+        texts.update({topic: ["help", topic] for topic in TOPICS})
+        for name, words in texts.items():
+            with self.subTest(text=name):
+                narrow = run(*words).stdout
+                # Commands and names of options stay on one line.
+                long = [line for line in narrow.splitlines() if len(line) > 79 and not re.match(r"  \S", line)]
+                self.assertEqual(long, [])
+                wide = run_on_terminal(100, *words)
+                self.assertEqual(wide.split(), narrow.split())
+                self.assertLessEqual(wide.count("\n"), narrow.count("\n"))
+        wide = run_on_terminal(100, "help", "show")
+        self.assertTrue(any(80 < len(line) < 100 for line in wide.splitlines()), wide)
+        self.assertEqual(run_on_terminal(20, "help", "show"), run("help", "show").stdout)
+        self.assertEqual(run_on_terminal(500, "help", "show"), run_on_terminal(110, "help", "show"))
+
+    def test_explanations_stay_in_their_column(self):
+        text = run("help", "formats").stdout
+        self.assertIn("  template='{time} {source}: {text}'\n              a line that you lay out, of the fields "
+                      "time, seq, type, label,\n              source, ", text)
+        self.assertRegex(run("export", "--help").stdout, r"(?m)^  tamlogctl export .*--follow .*--keep 30$")
+
+    def test_a_misspelt_topic_is_named(self):
+        for word, meant in (("time", "times"), ("expresions", "expressions"), ("exit", "exit-status")):
+            outcome = run("help", word)
+            self.assertEqual((outcome.returncode, outcome.stdout), (2, ""))
+            self.assertIn(f"there is no verb or topic '{word}'; did you mean 'tamlogctl help {meant}'?", outcome.stderr)
+        self.assertIn("did you mean 'tamlogctl filter'?", run("help", "filtr").stderr)
+
     def test_operands_stand_in_the_usage(self):
         for path, usage in ((("export",), "tamlogctl export [OPTION]... TARGET"),
                             (("filter", "test"), "tamlogctl filter test [OPTION]... SOURCE [TYPE]"),
@@ -184,6 +237,21 @@ class Help(unittest.TestCase):
             self.assertIn("the value is empty", outcome.stderr, words)
         for words in (["send", ""], ["send", "-s", "", "text"], ["filter", "add", "-x", ""], ["filter", "test", ""]):
             self.assertEqual(run(*words).returncode, 3, words)
+
+    def test_standard_output_is_no_file_to_be_written(self):
+        for words in (["export", "-"], ["repair", "a.dat", "-"], ["repair", "a.dat", "--output", "-"], ["convert", "a.tsv", "-"],
+                      ["clear", "--backup", "-"], ["settings", "set", "--backup", "-", "--save", "1"],
+                      ["show", "--cursor-file", "-"]):
+            outcome = run(*words)
+            self.assertEqual((outcome.returncode, outcome.stdout), (2, ""), words)
+            self.assertIn("'-': standard output cannot be used here; name a file", outcome.stderr, words)
+        self.assertFalse(os.path.exists("-"))
+
+    def test_an_empty_expression_excludes_nothing(self):
+        outcome = run("show", "a.dat", "-v", "")
+        self.assertEqual((outcome.returncode, outcome.stdout), (2, ""))
+        self.assertIn("-v '': every text matches an empty expression; it usually comes from an unset variable",
+                      outcome.stderr)
 
     def test_options_that_would_be_passed_over_are_refused(self):
         for words, said in (

@@ -31,6 +31,13 @@ using TamLogTest::ServedLog;
 using TamLogTest::TestServer;
 using TestSupport::Outcome;
 
+// Replies with the settings of a server in order, whatever the request.
+Answer ReplySettings(const PipeRequest& /*request*/, PipeReply& reply) {
+  reply.settings = {.maxMessage = 8, .devicePollRate = 50, .typeFilter = 0xF, .saveRate = 5};
+  reply.code = static_cast<std::uint32_t>(ReplyCode::Settings);
+  return Answer::Reply;
+}
+
 // Accepts every message, and shares a log that none of them reaches.
 class AcceptingServer {
  public:
@@ -45,9 +52,9 @@ class AcceptingServer {
 
  private:
   static Answer Accept(const PipeRequest& request, PipeReply& reply) {
-    reply.settings = {.maxMessage = 8, .devicePollRate = 50, .typeFilter = 0xF, .saveRate = 5};
     const bool submits = request.code == static_cast<std::uint32_t>(RequestCode::SubmitMessage);
-    reply.code = static_cast<std::uint32_t>(submits ? ReplyCode::Done : ReplyCode::Settings);
+    if (!submits) return ReplySettings(request, reply);
+    reply.code = static_cast<std::uint32_t>(ReplyCode::Done);
     return Answer::Reply;
   }
 
@@ -144,14 +151,21 @@ TEST_F(TamlogctlTest, GzipAndStandardInputAreReadAndXzIsReported) {
   EXPECT_EQ(Run("show -o cat -n 2 Logs.gz").out, "message 4\nmessage 5\n");
   EXPECT_EQ(Run("show --count -", bytes).out, "6\n");
   EXPECT_EQ(Run("show --count --file -", StoredGzip(bytes)).out, "6\n");
-  TestSupport::WriteBytes(Path("Logs.xz"), std::string("\xFD"
-                                                       "7zXZ\0 and so on",
-                                                       16));
-  const auto xz = Run("show Logs.xz");
-  EXPECT_EQ(xz.exitCode, 3);
-  EXPECT_NE(xz.err.find("Logs.xz: this program cannot read xz data; decompress the file first"),
-            std::string::npos)
-      << xz.err;
+  const std::string xz(
+      "\xFD"
+      "7zXZ\0 and so on",
+      16);
+  TestSupport::WriteBytes(Path("Logs.xz"), xz);
+  const std::string problem = "this program cannot read xz data; decompress the file first";
+  for (const char* const command :
+       {"show Logs.xz", "stats Logs.xz", "merge Logs.xz", "verify Logs.xz", "repair Logs.xz New.dat",
+        "convert Logs.xz New.dat", "export New.dat --file Logs.xz"}) {
+    const Outcome outcome = Run(command);
+    EXPECT_EQ(outcome.exitCode, 3) << command;
+    EXPECT_NE(outcome.err.find("Logs.xz: " + problem), std::string::npos) << command << outcome.err;
+    EXPECT_EQ(TestSupport::ReadBytes(Path("New.dat")), "") << command;
+  }
+  EXPECT_NE(Run("show -", xz).err.find("standard input: " + problem), std::string::npos);
 }
 
 TEST_F(TamlogctlTest, NothingMatchedIsOne) {
@@ -275,9 +289,9 @@ TEST_F(TamlogctlTest, RefusedMessagesAreSix) {
   const ServedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
   const TestServer server(
       [](const PipeRequest& request, PipeReply& reply) {
-        reply.settings = {.maxMessage = 8, .devicePollRate = 50, .typeFilter = 0xF, .saveRate = 5};
-        const bool asked = request.code == static_cast<std::uint32_t>(RequestCode::GetSettings);
-        reply.code = static_cast<std::uint32_t>(asked ? ReplyCode::Settings : ReplyCode::Failed);
+        if (request.code == static_cast<std::uint32_t>(RequestCode::GetSettings))
+          return ReplySettings(request, reply);
+        reply.code = static_cast<std::uint32_t>(ReplyCode::Failed);
         return Answer::Reply;
       },
       kRequestPipeName);
@@ -297,8 +311,7 @@ TEST_F(TamlogctlTest, NothingThatAServerReportsControlsTheTerminal) {
         const auto code = static_cast<RequestCode>(request.code);
         reply.code = static_cast<std::uint32_t>(ReplyCode::Done);
         if (code == RequestCode::GetSettings) {
-          reply.settings = {.maxMessage = 8, .devicePollRate = 50, .typeFilter = 0xF, .saveRate = 5};
-          reply.code = static_cast<std::uint32_t>(ReplyCode::Settings);
+          ReplySettings(request, reply);
         } else if (code == RequestCode::GetFilter && request.index < 2) {
           hostile.copy(reply.filter.text, hostile.size());
           reply.filter.kind = request.index;
@@ -391,13 +404,7 @@ TEST_F(TamlogctlTest, NothingButUnstickNeedsARightToChangeAnythingOfTheLog) {
   content.Submit(TamLogTest::MakeBody(0, "one"));
   content.Flush();
   ServedLog log(content.Snapshot(), 0, kFileMapName);
-  const TestServer server(
-      [](const PipeRequest&, PipeReply& reply) {
-        reply.settings = {.maxMessage = 8, .devicePollRate = 50, .typeFilter = 0xF, .saveRate = 5};
-        reply.code = static_cast<std::uint32_t>(ReplyCode::Settings);
-        return Answer::Reply;
-      },
-      kRequestPipeName);
+  const TestServer server(ReplySettings, kRequestPipeName);
   log.AllowLookingOnly();
   EXPECT_FALSE(TamLogClient::Handle(OpenEventA(EVENT_MODIFY_STATE, FALSE, kHeaderLockName)));
   EXPECT_FALSE(TamLogClient::Handle(OpenFileMappingA(FILE_MAP_WRITE, FALSE, kFileMapName)));
@@ -495,8 +502,7 @@ TEST_F(TamlogctlTest, TextsThatComeOverThePipeNeverReachTheTerminalAsTheyAre) {
       [&evil](const PipeRequest& request, PipeReply& reply) {
         const auto code = static_cast<RequestCode>(request.code);
         if (code == RequestCode::GetSettings) {
-          reply.settings = {.maxMessage = 8, .devicePollRate = 50, .typeFilter = 0xF, .saveRate = 5};
-          reply.code = static_cast<std::uint32_t>(ReplyCode::Settings);
+          ReplySettings(request, reply);
         } else if (code == RequestCode::GetFilter && request.index == 0) {
           std::strcpy(reply.filter.text, evil.c_str());
           reply.filter.kind = 0;
@@ -588,13 +594,7 @@ TEST_F(TamlogctlTest, LogOfAServerWithoutPipesIsNotOpened) {
 TEST_F(TamlogctlTest, ImportIntoALogThatCannotBeReadIsFive) {
   ServedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
   log.CloseReadWait();
-  const TestServer server(
-      [](const PipeRequest&, PipeReply& reply) {
-        reply.settings = {.maxMessage = 8, .devicePollRate = 50, .typeFilter = 0xF, .saveRate = 5};
-        reply.code = static_cast<std::uint32_t>(ReplyCode::Settings);
-        return Answer::Reply;
-      },
-      kRequestPipeName);
+  const TestServer server(ReplySettings, kRequestPipeName);
   const Outcome outcome = Run("import \"" + SavedLog() + "\" --timeout 1000");
   EXPECT_EQ(outcome.exitCode, 5) << outcome.err;
   EXPECT_NE(outcome.err.find("the server's log cannot be read"), std::string::npos) << outcome.err;

@@ -101,9 +101,7 @@ class FileVerbs : public testing::Test {
     EXPECT_NE(outcome.err.find(said), std::string::npos) << arguments << "\n" << outcome.err;
   }
   // Files cannot become longer than a block of 512 bytes, as on a full disk.
-  Outcome RunOnFullDisk(const std::string& arguments) const {
-    return Run(arguments, "trap '' XFSZ; ulimit -f 1;");
-  }
+  Outcome RunOnFullDisk(const std::string& arguments) const { return Run(arguments, "ulimit -f 1;"); }
 
   TestSupport::TempDir folder;
 };
@@ -440,6 +438,25 @@ TEST_F(FileVerbs, OutputThatCannotBeWrittenIsReportedUnlessItsReaderLeft) {
                 .err,
             "");
   EXPECT_EQ(Contents("code"), "8\n");
+}
+
+TEST_F(FileVerbs, LimitOfTheFileSizeIsAFailureLikeAFullDisk) {
+  const std::string limited = "{ ulimit -f 1; $T ";
+  EXPECT_EQ(Shell(limited + "export new.tsv -o full --file good.dat --file good.dat; } 2>&1 | cat").out,
+            "tamlogctl: new.tsv: cannot be written: File too large\n");
+  EXPECT_EQ(Shell(limited + "man >new.1; } 2>&1 | cat").out,
+            "tamlogctl: standard output cannot be written: File too large\n");
+  EXPECT_EQ(TemporaryOf("new.tsv"), "");
+}
+
+TEST_F(FileVerbs, WarningsThatNobodyReadsDoNotEndTheWork) {
+  EXPECT_EQ(
+      Shell("{ while [ ! -e left ]; do sleep 0.01; done; $T export new.txt --file bad.dat; echo $? >code; } "
+            "2>&1 | { exec <&-; : >left; while [ ! -s code ]; do sleep 0.01; done; }")
+          .exitCode,
+      0);
+  EXPECT_EQ(Contents("code"), "7\n");
+  EXPECT_NE(Contents("new.txt").find("message 5"), std::string::npos);
 }
 
 // The largest capacity takes half a second to write at least.

@@ -17,6 +17,7 @@
 #include "tests/support/files.h"
 #include "tests/support/program.h"
 #include "tests/support/ring_model.h"
+#include "tests/support/sparse_file.h"
 #include "tests/support/temp_dir.h"
 #include "tests/support/terminal.h"
 
@@ -322,7 +323,11 @@ TEST_F(ShowCommand, CountingFromTheEndIsSuggestedWhereItWouldHelp) {
     EXPECT_NE(outcome.err.find(suggestion), std::string::npos) << verb << outcome.err;
     EXPECT_EQ(Run(verb + " -S -2s -q").err, "") << verb;
     EXPECT_EQ(Run(verb + " -S -2s --relative-to end -s Nobody").err.find("--relative-to"), std::string::npos);
-    EXPECT_EQ(Run(verb + " -S 2026-05-01").err.find("--relative-to"), std::string::npos) << verb;
+    const std::string absolute = Run(verb + " -S 2026-05-01").err;
+    EXPECT_NE(absolute.find("the log ends at 2026-01-01 00:00:05.000, before -S '2026-05-01'\n"),
+              std::string::npos)
+        << verb << absolute;
+    EXPECT_EQ(absolute.find("--relative-to"), std::string::npos) << verb;
     EXPECT_EQ(Run(verb + " -g nothing").err.find("--relative-to"), std::string::npos) << verb;
   }
 }
@@ -473,6 +478,23 @@ TEST_F(ShowCommand, ValuesThatMakeNoSenseAreUsageErrorsThatNameThem) {
         "stats -o csv", "stats --top -1"}) {
     EXPECT_EQ(Run(arguments).exitCode, 2) << arguments;
   }
+}
+
+TEST_F(ShowCommand, ASourceWhoseNameReadsAsTypesIsFoundAsTheMessageSays) {
+  log.Submit(MakeBody(6000, "message 6", "Rack:9"));
+  log.Submit(MakeBody(7000, "message 7", "Rack:2"));
+  log.Flush();
+  Save();
+  const Outcome none = Run("show --file Logs.dat -s Rack:9");
+  EXPECT_EQ(none.exitCode, 2);
+  EXPECT_NE(none.err.find("; for a source of this name write 'Rack:9*'\n"), std::string::npos) << none.err;
+  const Outcome types = Run("show --file Logs.dat -s Rack:2");
+  EXPECT_EQ(types.exitCode, 1);
+  EXPECT_EQ(
+      types.err,
+      "tamlogctl: -s 'Rack:2': no source is called 'Rack'; for the source of this name write 'Rack:2*'\n");
+  EXPECT_EQ(Show("-s 'Rack:9*'"), "6");
+  EXPECT_EQ(Show("-s 'Rack:2*'"), "7");
 }
 
 TEST_F(ShowCommand, ASourceThatIsNotThereIsReportedWithThoseThereAre) {
@@ -676,8 +698,21 @@ TEST_F(ShowCommand, CursorFileHasThePlaceOfAnExportAndWhatAnOrderedRunHeldBack) 
     with(wrong);
     const Outcome refused = Run("show --file Logs.dat --cursor-file seen");
     EXPECT_EQ(refused.exitCode, 2) << wrong;
-    EXPECT_NE(refused.err.find("is not a cursor file"), std::string::npos) << refused.err;
+    EXPECT_NE(refused.err.find("is not a cursor file; name another, and one that does not exist to begin"),
+              std::string::npos)
+        << refused.err;
   }
+}
+
+// They may lie where others write, and a sparse file of any size costs its writer nothing.
+TEST_F(ShowCommand, HugeCursorFileAndFilterFileAreRefusedUnread) {
+  TestSupport::MakeSparseFile(folder.File("seen"), std::uint64_t{20} << 30U);
+  Outcome refused = Run("show --file Logs.dat --cursor-file seen");
+  EXPECT_EQ(refused.exitCode, 2);
+  EXPECT_EQ(refused.err, "tamlogctl: --cursor-file 'seen': is larger than 1024 MiB\n");
+  refused = Run("show --file Logs.dat --filter-file seen");
+  EXPECT_EQ(refused.exitCode, 2);
+  EXPECT_EQ(refused.err, "tamlogctl: --filter-file 'seen': is larger than 64 MiB\n");
 }
 
 TEST_F(ShowCommand, CursorFileStaysWhenTheOutputFails) {

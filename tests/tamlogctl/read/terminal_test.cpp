@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -49,7 +51,7 @@ class OnTerminal : public testing::Test {
   }
 
   void SaveOrdinary(int count = 6) const {
-    RingModel log(static_cast<std::size_t>(count));
+    RingModel log(count);
     for (int i = 0; i < count; ++i)
       log.Submit(
           MakeBody(i * 1000, "message " + std::to_string(i), "Camera", static_cast<std::uint32_t>(i % 4)));
@@ -84,6 +86,16 @@ TEST_F(OnTerminal, ATerminalWithoutAbilitiesGetsNoPagerByItself) {
   ASSERT_EQ(TestSupport::RunIn(folder.Path(), "chmod +x less").exitCode, 0);
   EXPECT_NE(Show("show --file Logs.dat", "env -u PAGER TERM=xterm " + path).find("PAGED"), std::string::npos);
   EXPECT_EQ(Show("show --file Logs.dat", "env -u PAGER TERM=dumb " + path).find("PAGED"), std::string::npos);
+}
+
+TEST_F(OnTerminal, PagerHandlesTheSignalsOfItsOwnWritesItself) {
+  SaveOrdinary();
+  const std::string ignored =
+      Show("show --file Logs.dat", "PAGER='cat >/dev/null; grep SigIgn /proc/self/status'");
+  const std::size_t value = ignored.find("SigIgn:");
+  ASSERT_NE(value, std::string::npos) << ignored;
+  const std::uint64_t signals = std::stoull(ignored.substr(value + 7), nullptr, 16);
+  for (const int signal : {SIGPIPE, SIGXFSZ}) EXPECT_EQ(signals >> (signal - 1) & 1U, 0U) << ignored;
 }
 
 TEST_F(OnTerminal, ErrorsAndWarningsStandOut) {

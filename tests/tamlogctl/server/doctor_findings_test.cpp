@@ -75,6 +75,8 @@ TEST(DoctorFindings, ServiceAndPipe) {
   ExpectBad(seen, "service", FindingState::Failure, "tamlogctl server start");
   seen.pipe = PipeState::Blocked;
   ExpectBad(seen, "pipe", FindingState::Failure, "doctor --unstick");
+  seen.pipe = PipeState::Taken;
+  ExpectBad(seen, "pipe", FindingState::Failure, "another process owns the pipe's name");
   seen.pipe = PipeState::Silent;
   ExpectBad(seen, "pipe", FindingState::Failure, "server restart");
   seen.service = ServiceState::Running;
