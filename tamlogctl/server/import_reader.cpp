@@ -262,12 +262,13 @@ std::size_t LeaveOutKnown(MessageCounts& known, std::vector<LogMessageBody>& mes
 }
 
 void ReportProblems(const std::string& path, const ImportSource& source, bool quiet) {
-  const std::string begin = path + (source.exitCode == kNotALog ? " " : ": ");
+  const std::string name = ReadName(path);
+  const std::string begin = name + (source.exitCode == kNotALog ? " " : ": ");
   for (const std::string& problem : source.problems) Say(begin + problem);
   if (source.exitCode != kDamaged && source.unreadable > source.problems.size() && !source.problems.empty())
-    Say(path + ": and " + std::to_string(source.unreadable - source.problems.size()) + " more");
+    Say(name + ": and " + std::to_string(source.unreadable - source.problems.size()) + " more");
   if (source.continued > 0 && !quiet)
-    Say(path + ": " + Counted(source.continued, "line") + " without a time " +
+    Say(name + ": " + Counted(source.continued, "line") + " without a time " +
         (source.continued == 1 ? "has" : "have") + " that of the line before; the first is line " +
         std::to_string(source.firstContinued));
 }
@@ -313,7 +314,8 @@ int ReadImports(const std::vector<std::string>& paths, const ImportChoice& choic
     exitCode = WorseOf(exitCode, source.exitCode);
     const std::size_t twice = choice.once ? LeaveOutKnown(known, source.messages) : 0;
     if (twice > 0 && !choice.quiet)
-      Say(path + ": " + CountedAre(twice, "message") + " in an earlier file as well, and taken once");
+      Say(ReadName(path) + ": " + CountedAre(twice, "message") +
+          " in an earlier file as well, and taken once");
     messages.insert(messages.end(), source.messages.begin(), source.messages.end());
   }
   std::stable_sort(messages.begin(), messages.end(),
