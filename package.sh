@@ -99,7 +99,7 @@ fi
 
 if [[ $build == yes ]]; then
   begin 'building for Windows (minutes, when many files have to be compiled)'
-  run_logged scripts/build.sh windows TamLogServer tamlogctl tamlog_shared tamlog_static setup_helper \
+  run_logged scripts/build.sh windows TamLogServer tamlogctl tamlogcheck tamlog_shared tamlog_static setup_helper \
     msi_actions
   begin "building the conformance kit's program"
   run_logged scripts/build.sh windows pipe_claims

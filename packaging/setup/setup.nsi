@@ -50,7 +50,7 @@ Var options
 !macro PassValue from to
   ClearErrors
   ${GetOptions} "$R0" "${from}" $R1
-  IfErrors +4
+  IfErrors +5
   StrCpy $R3 $R1 1 -1
   StrCmp $R3 "\" 0 +2
   StrCpy $R1 "$R1\" ; one backslash would take the quotation mark after it as text

@@ -160,7 +160,8 @@ class Road:
         self.assertNotEqual(self.install_in(r"C:\Open")[0], 0)
         self.assertIn(r"may change C:\Open", self.log())
         self.assertEqual(machine.traces(), before)
-        self.assertEqual(os.listdir(opened), [])
+        # Wine undoes an installation with the directory.
+        self.assertFalse(os.path.exists(opened) and os.listdir(opened))
 
     def test_without_the_driver_everything_is_installed_and_the_reason_is_said(self):
         self.expect_done(self.install())
@@ -268,7 +269,8 @@ class Setup(Road, Package):
     def test_service_that_does_not_start_undoes_the_installation(self):
         self.machine.load_driver()
         # The server cannot read such a capacity and ends while it starts.
-        self.expect_done(self.machine.run("reg.exe", "add", SETTINGS_KEY, "/v", "MaxMessage", "/t", "REG_SZ", "/d", "many"))
+        self.expect_done(self.machine.run("reg.exe", "add", SETTINGS_KEY, "/v", "MaxMessage", "/t", "REG_SZ", "/d",
+                                          "many"))
         before = self.machine.traces()
         self.assertEqual(self.exit_code(), 1)
         self.assertEqual(self.machine.traces(), before)
@@ -341,7 +343,8 @@ class Msi(Road, Package):
         for number, action in self.steps():
             if action not in ("RemoveExistingProducts", "InstallFiles", "StartServices")[2 * bool(QUICK_STEPS):]:
                 continue
-            self.assertEqual(self.exit_code(RELEASES.failing_msi(RELEASES.next_msi, number, "NOT REMOVE")), 1603, action)
+            msi = RELEASES.failing_msi(RELEASES.next_msi, number, "NOT REMOVE")
+            self.assertEqual(self.exit_code(msi), 1603, action)
             self.assertEqual(set(self.machine.files()), {"Logs.dat"}, action)
             self.assertEqual(self.machine.data(), data, action)
             self.expect_done(self.install())
@@ -359,7 +362,8 @@ class Msi(Road, Package):
         kinds = {row[0]: int(row[1]) for row in RELEASES.rows("CustomAction")}
         in_script, rollback, commit, as_system = 1024, 256, 512, 2048
         changing = {action for action, kind in kinds.items() if kind & in_script}
-        self.assertEqual(changing, {"MakeDirectory", "RemoveNewDirectory", "QuoteCommand", "DeleteNewData", "DeleteData"})
+        self.assertEqual(changing, {"MakeDirectory", "RemoveNewDirectory", "QuoteCommand", "DeleteNewData",
+                                    "DeleteData"})
         for action in changing:
             self.assertTrue(begin < numbers[action] < end, action)
             self.assertTrue(kinds[action] & as_system, action)

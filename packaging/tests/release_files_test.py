@@ -76,8 +76,8 @@ class Zip(unittest.TestCase):
             self.files = {name.split("/", 1)[1]: packed.read(name) for name in packed.namelist()}
 
     def test_holds_programs_library_documents_and_licences(self):
-        for name in ("TamLogServer.exe", "tamlogctl.exe", "README.txt", "CHANGELOG.md", "docs/tamlogctl.md",
-                     "library/bin/tamlog.dll", "library/include/tamlog.h", "library/lib/libtamlog.a",
+        for name in ("TamLogServer.exe", "tamlogctl.exe", "tamlogcheck.exe", "README.txt", "CHANGELOG.md",
+                     "docs/tamlogctl.md", "library/bin/tamlog.dll", "library/include/tamlog.h", "library/lib/libtamlog.a",
                      "library/lib/libtamlog.dll.a", "library/lib/tamlog.def", "licenses/README.txt"):
             self.assertIn(name, self.files)
         self.assertNotIn("tamlog.sys", str(self.files.keys()), "the driver double is not for users")

@@ -130,7 +130,10 @@ int ReadCursorFile(const std::string& path, CursorFile& to, CursorFileText& text
   if (status == Status::NotFound) return kDone;
   if (status != Status::Ok) return Refuse(ExitCodeOf(status), Named(path) + ProblemOf(status));
   if (Parse(bytes, to, text)) return kDone;
-  return Refuse(kUsage, Named(path) + "is not a cursor file; remove it to begin with the oldest message");
+  return Refuse(
+      kUsage,
+      Named(path) +
+          "is not a cursor file; name another, and one that does not exist to begin with the oldest message");
 }
 
 CursorFileText MakeCursorFileText(const TamLogClient::LogSnapshot& snapshot,

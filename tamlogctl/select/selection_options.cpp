@@ -19,7 +19,12 @@ using TamLogClient::TimeWords;
 namespace {
 
 constexpr std::uint64_t kMostBytesOfTerms = std::uint64_t{64} << 20U;
-constexpr const char* kTermHelp = "expected NAME or NAME:TYPES, for example Camera:0,2";
+// Returns why the text names no source. The part after the last colon reads as types and is none.
+std::string TermProblem(const std::string& text) {
+  const std::string expected = "expected NAME or NAME:TYPES, for example Camera:0,2";
+  const bool endsLikeName = text.rfind(':') != 0 && text.rfind(':') + 1 < text.size();
+  return expected + (endsLikeName ? "; for a source of this name write '" + text + "*'" : "");
+}
 
 std::nullopt_t RefuseValue(const std::string& option, const std::string& value, const std::string& problem) {
   Say(option + " '" + value + "': " + problem);
@@ -46,7 +51,7 @@ bool AddSources(const SelectionOptions& options, MessageSelection& selection) {
     for (const std::string& text : excluded ? options.excludedSources : options.sources) {
       auto term = ParseSourceTerm(text);
       if (!term) {
-        RefuseValue(excluded ? "-x" : "-s", text, kTermHelp);
+        RefuseValue(excluded ? "-x" : "-s", text, TermProblem(text));
         return false;
       }
       if (excluded) {
@@ -168,6 +173,9 @@ std::function<int(const TimeWords& utc)> LocalOffsetOf(const OutputOptions& outp
 
 std::optional<TextPattern> MakePattern(const std::string& option, const std::string& text,
                                        const SelectionOptions& options) {
+  if (option == "-v" && text.empty())
+    return RefuseValue(option, text,
+                       "every text matches an empty expression; it usually comes from an unset variable");
   std::string problem;
   auto pattern = TextPattern::Make(text, options.fixedPattern, options.ignoreCase, problem);
   if (pattern) return pattern;
