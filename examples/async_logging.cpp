@@ -15,9 +15,9 @@
 int main(int argc, char** argv) {
   int messages = 10;
   const std::string_view given = argc > 1 ? argv[1] : "";
-  const auto [end, error] = std::from_chars(given.data(), given.data() + given.size(), messages);
+  const auto [end, problem] = std::from_chars(given.data(), given.data() + given.size(), messages);
   if (argc > 2 ||
-      (argc == 2 && (error != std::errc() || end != given.data() + given.size() || messages < 0))) {
+      (argc == 2 && (problem != std::errc() || end != given.data() + given.size() || messages < 0))) {
     std::cerr << "usage: async_logging [MESSAGES]\n";
     return 2;
   }

@@ -48,9 +48,9 @@ void Follow(std::chrono::seconds limit) {
 int main(int argc, char** argv) {
   int seconds = 365 * 24 * 3600;
   const std::string_view given = argc > 1 ? argv[1] : "";
-  const auto [end, error] = std::from_chars(given.data(), given.data() + given.size(), seconds);
+  const auto [end, problem] = std::from_chars(given.data(), given.data() + given.size(), seconds);
   if (argc > 2 ||
-      (argc == 2 && (error != std::errc() || end != given.data() + given.size() || seconds < 0))) {
+      (argc == 2 && (problem != std::errc() || end != given.data() + given.size() || seconds < 0))) {
     std::cerr << "usage: follow [SECONDS]\n";
     return 2;
   }
