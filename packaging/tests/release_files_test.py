@@ -31,6 +31,45 @@ def digest(content):
     return hashlib.sha256(content).hexdigest()
 
 
+class ConformanceKit(unittest.TestCase):
+    def setUp(self):
+        self.place = tempfile.TemporaryDirectory()
+        self.addCleanup(self.place.cleanup)
+        found = [name for name in os.listdir(PACKAGES) if name.startswith("torvane-log-conformance-")]
+        self.assertEqual(len(found), 1, "run ./package.sh")
+        with zipfile.ZipFile(os.path.join(PACKAGES, found[0])) as packed:
+            packed.extractall(self.place.name)
+        self.kit = os.path.join(self.place.name, found[0][:-len(".zip")])
+
+    def files(self):
+        return [os.path.join(where, name) for where, _, names in os.walk(self.kit) for name in names]
+
+    def test_judges_as_it_is(self):
+        python = sys.executable + " -B "
+        outcome = subprocess.run([sys.executable, "conformance/judge.py", "--read", python + "examples/reference_log.py",
+                                  "--follow", python + "examples/reference_follower.py"],
+                                 cwd=self.kit, capture_output=True, text=True, check=False)
+        self.assertEqual(outcome.returncode, 0, outcome.stdout + outcome.stderr)
+
+    def test_holds_the_program_for_servers_and_notices(self):
+        for name in ("conformance/pipe_claims.exe", "conformance/log_layout.h", "licenses/README.txt"):
+            self.assertTrue(os.path.exists(os.path.join(self.kit, name)), name)
+
+    def test_has_documents_whose_links_lead_somewhere(self):
+        for start in ("conformance/README.md", "docs/writing_a_client.md", "docs/log_file_format.md",
+                      "docs/reader_protocol.md", "docs/pipe_protocol.md", "docs/read_access.md"):
+            with open(os.path.join(self.kit, start), encoding="utf-8") as file:
+                links = re.findall(r"\]\(([^)#:]+)", file.read())
+            for link in links:
+                target = os.path.join(self.kit, os.path.dirname(start), link)
+                self.assertTrue(os.path.exists(target), f"{start}: {link}")
+
+    def test_no_file_contains_the_place_of_the_build(self):
+        for path in self.files():
+            with open(path, "rb") as file:
+                self.assertNotIn(ROOT.encode(), file.read(), path)
+
+
 class Zip(unittest.TestCase):
     def setUp(self):
         with zipfile.ZipFile(one("-x64.zip")) as packed:
