@@ -162,6 +162,16 @@ def block_of_equal_times():
     return log(6, [step(n, 10 + n // 3) for n in range(1, 7)])
 
 
+@sample("a block of one time: the numbers, which do not rise, show that it is in reverse")
+def burst_of_one_time():
+    return log(5, [step(9, 1)], [step(1, 10)], [step(n, 10) for n in range(2, 6)] + [step(6, 9)])
+
+
+@sample("a block of one time with appended messages of that time: only the rest of the block is turned")
+def burst_of_one_time_and_more():
+    return log(5, [step(n, 10) for n in range(1, 6)], [step(6, 10)], [step(7, 10)])
+
+
 @sample("a block of which appended messages have left two", server="empties", reversed_block=1)
 def block_of_two_left():
     return log(6, steps(1, 6), *one_by_one(7, 10))
@@ -377,7 +387,7 @@ def files_of(name):
         messages = [found_by_bytes(image, each) for each in bodies]
     else:
         image = made
-        messages = in_order_of_time(ring_of(image))
+        messages = in_order_of_time(ring_of(image), header_of(image).maxMessages)
     capacity = header_of(image).maxMessages if len(image) >= SLOTS_OFFSET else 4
     verdict = {"about": about, "capacity": capacity if 0 < capacity < 1000 else 4, "reader": reader,
                "server": server, "findings": findings}

@@ -150,7 +150,7 @@ class Follower:
 
     def candidates_of(self, visit):
         last, now = self.last, visit.header
-        candidates = [Candidate(message) for message in in_order_of_time(visit.ring)]
+        candidates = [Candidate(message) for message in in_order_of_time(visit.ring, visit.header.maxMessages)]
         appended = now.nextSequence - last.nextSequence
         newest = {message.slot for message in visit.ring[-appended:]} if appended > 0 else set()
         for each in candidates:

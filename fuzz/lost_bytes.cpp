@@ -1,7 +1,11 @@
-// Fuzzes the repair of files that lost or gained bytes: every message that no change touched is saved.
+// Fuzzes the repair of files that lost or gained bytes against its promise (docs/tamlogctl.md, "repair"):
 //
-// Input: the capacity, the number of messages and of changes, then the changes: a place (2 bytes), a length
-// (2), and what fills it (2): below 256 a byte that is added, otherwise bytes are removed.
+// - A file that a server wrote as it is, as far as its bytes show that, is taken as it stands.
+// - Of any other file, every message with a date that no change touched is saved; if whole slots were lost or
+//   added in addition to other bytes, some of them only with `carve`, and they are counted.
+//
+// Input: capacity, messages and kind, then the changes: a place (2 bytes), a length (2), and what fills it
+// (2): below 256 a byte that is added, otherwise bytes are removed.
 
 #include <algorithm>
 #include <cstddef>
@@ -14,6 +18,7 @@
 #include "client/file/log_file_repair.h"
 #include "client/file/log_file_verify.h"
 #include "client/file/message_shape.h"
+#include "client/file/server_traces.h"
 #include "client/file/slot_layout.h"
 #include "fuzz/input.h"
 
@@ -23,11 +28,25 @@ using Fuzz::Require;
 using TamLogClient::kNeededOfSlot;
 using TamLogClient::kSlotSize;
 using TamLogClient::LogFileImage;
+using TamLogClient::LooksLikeMessage;
+using TamLogClient::RepairPlan;
+
+struct Kind {
+  bool countsInTails = false;  // like a server's numbers
+  bool isRewritten = false;    // all numbers are 0
+  bool hasLongTexts = false;   // and sources
+  bool isHalfUndated = false;  // the older half of the ring
+};
 
 struct Head {
   std::uint8_t capacity;
   std::uint8_t messages;
-  std::uint8_t changes;
+  std::uint8_t kind;  // see Kind
+
+  std::size_t Changes() const { return kind % 4U + ((kind & 32U) != 0 ? 4U : 0U); }
+  Kind KindOfLog() const {
+    return {(kind & 4U) != 0, (kind & 8U) != 0, (kind & 16U) != 0, (kind & 64U) != 0};
+  }
 };
 
 struct Change {
@@ -36,35 +55,37 @@ struct Change {
   std::uint16_t filling;
 };
 
-// The tails are different, so that no two messages are the same. They count upwards like the server's numbers
-// only if `countingTails`.
-LogMessage MessageOf(std::uint32_t number, bool countingTails) {
+// The tails are different, so that no two messages are the same.
+LogMessage MessageOf(std::uint32_t number, const Kind& kind, bool isDated) {
   LogMessage message{};
-  message.sequence = number;
+  message.sequence = kind.isRewritten ? 0 : number;
   const std::int16_t words[8] = {
       2026, 1, 1, 0, static_cast<std::int16_t>(number / 60), static_cast<std::int16_t>(number % 60), 0, 0};
-  std::memcpy(message.body.timestamp, words, sizeof(words));
+  if (isDated) std::memcpy(message.body.timestamp, words, sizeof(words));
   message.body.type = number % kMessageTypes;
-  std::memset(message.body.source, 's', 1 + number % 9);
-  std::memset(message.body.text, static_cast<int>('a' + number % 26), 1 + number * 31 % 200);
-  const std::uint32_t tail = countingTails ? number : ~number;
+  const std::size_t most = kTextSize - 1 - number % 3;
+  std::memset(message.body.source, 's', kind.hasLongTexts ? most : 1 + number % 9);
+  std::memset(message.body.text, static_cast<int>('a' + number % 26),
+              kind.hasLongTexts ? most : 1 + number * 31 % 200);
+  const std::uint32_t tail = kind.countsInTails ? number : ~number;
   std::memcpy(message.body.tail, &tail, sizeof(tail));
   return message;
 }
 
-std::string MakeLog(std::uint32_t capacity, std::uint32_t messages, bool countingTails) {
+std::string MakeLog(std::uint32_t capacity, std::uint32_t messages, const Kind& kind) {
   std::string bytes(LogFileSize(capacity), '\0');
   LogFileHeader header{};
   header.maxMessages = static_cast<std::int32_t>(capacity);
   header.messageCount = static_cast<std::int32_t>(std::min(capacity, messages));
   header.nextSlot = static_cast<std::int32_t>(messages % capacity);
   header.changeCount = 2;
-  header.rewriteCount = 1;
+  header.rewriteCount = kind.isRewritten ? 2 : 1;
   header.nextSequence = messages;
   std::memcpy(bytes.data(), &header, sizeof(header));
   std::strcpy(bytes.data() + kLockNamesOffset, kHeaderLockName);
   for (std::uint32_t i = 0; i < messages; ++i) {
-    const LogMessage message = MessageOf(i, countingTails);
+    const bool isDated = !kind.isHalfUndated || i + std::min(capacity, messages) / 2 >= messages;
+    const LogMessage message = MessageOf(i, kind, isDated);
     std::memcpy(bytes.data() + LogFileImage::OffsetOf(i % capacity), &message, sizeof(message));
   }
   return bytes;
@@ -74,8 +95,7 @@ std::string BodyOf(const LogMessage& message) {
   return {reinterpret_cast<const char*>(&message.body), sizeof(message.body)};
 }
 
-// Changes the bytes from the end to the beginning, so that places stay those of the whole log. Changes stand
-// apart, because two in one slot leave nothing to tell them apart by.
+// Changes the bytes from the end to the beginning, so that places stay those of the whole log.
 std::vector<Change> Apply(std::vector<Change> changes, std::string& bytes) {
   std::sort(changes.begin(), changes.end(),
             [](const Change& left, const Change& right) { return left.at > right.at; });
@@ -83,9 +103,7 @@ std::vector<Change> Apply(std::vector<Change> changes, std::string& bytes) {
   for (Change change : changes) {
     change.length = static_cast<std::uint16_t>(1 + change.length % (2 * kSlotSize));
     const std::size_t end = change.at + (change.filling < 256 ? 0U : change.length);
-    const std::size_t limit =
-        applied.empty() ? bytes.size()
-                        : applied.back().at - std::min<std::size_t>(applied.back().at, 4 * kSlotSize);
+    const std::size_t limit = applied.empty() ? bytes.size() : applied.back().at;
     if (change.at < kSlotsOffset || end > limit) continue;
     if (change.filling < 256) {
       bytes.insert(change.at, change.length, static_cast<char>(change.filling));
@@ -106,13 +124,29 @@ bool IsTouched(std::uint64_t slot, const std::vector<Change>& changes) {
   });
 }
 
-// Returns whether whole slots were added or removed, and other bytes as well. The slots are then still at the
-// places of slots, and the size of the file does not show the move: messages after the end of the ring may as
+// Returns whether slots moved by whole slots, and that is not all that changed. They are then at the places
+// of other slots, and the size of the file does not show the move: messages after the end of the ring may as
 // well be what a clear left there, which only carving saves.
 bool MovedUnseen(const std::vector<Change>& changes) {
-  return changes.size() > 1 && std::any_of(changes.begin(), changes.end(), [](const Change& change) {
-           return change.length % kSlotSize == 0;
+  std::int64_t moved = 0;
+  return changes.size() > 1 && std::any_of(changes.rbegin(), changes.rend(), [&moved](const Change& change) {
+           moved += change.filling < 256 ? change.length : -std::int64_t{change.length};
+           return moved != 0 && moved % static_cast<std::int64_t>(kSlotSize) == 0;
          });
+}
+
+std::set<std::string> Saved(const LogFileImage& image, const RepairPlan& plan) {
+  std::set<std::string> saved;
+  for (const auto& message : plan.oldestFirst) saved.insert(BodyOf(SavedMessageOf(image, message)));
+  return saved;
+}
+
+// Returns the messages of the ring. Zeros are none, even with a number.
+std::set<std::string> RingOf(const LogFileImage& image) {
+  std::set<std::string> bodies;
+  for (const std::uint32_t slot : image.RingSlots()) bodies.insert(BodyOf(image.Slot(slot)));
+  bodies.erase(BodyOf({}));
+  return bodies;
 }
 
 void CheckLayout(const LogFileImage& image) {
@@ -138,25 +172,32 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const auto head = input.Take<Head>();
   const std::uint32_t capacity = 4U + head.capacity % 40U;
   const std::uint32_t messages = 2U + head.messages % (3U * capacity);
-  // After slots moved by 10 bytes, such tails are where the numbers were. The size of the file still shows
-  // the move of a single change. After several changes the bytes may also be messages without dates, whose
-  // senders wrote messages into their texts: then the numbers decide, and wrongly for these tails.
-  const bool countingTails = head.changes % 4U <= 1;
-  std::string bytes = MakeLog(capacity, messages, countingTails);
+  std::string bytes = MakeLog(capacity, messages, head.KindOfLog());
   const LogFileImage whole(bytes);
-  std::vector<std::string> bodies;
-  for (const std::uint32_t slot : whole.RingSlots()) bodies.push_back(BodyOf(whole.Slot(slot)));
   const auto slots = whole.RingSlots();
-  std::vector<Change> changes(head.changes % 4U);
+  std::vector<Change> changes(head.Changes());
   for (Change& change : changes) change = input.Take<Change>();
-  changes = Apply(changes, bytes);
-  const LogFileImage image(bytes);
+  std::string changed = bytes;
+  changes = Apply(changes, changed);
+
+  const LogFileImage image(changed);
   CheckLayout(image);
-  std::set<std::string> saved;
-  for (const auto& message : PlanRepair(image, {.carve = MovedUnseen(changes)}).oldestFirst)
-    saved.insert(BodyOf(SavedMessageOf(image, message)));
-  for (std::size_t i = 0; i < slots.size(); ++i)
-    Require(IsTouched(slots[i], changes) || saved.contains(bodies[i]));
-  Require(!changes.empty() || VerifyLogFile(image, {.most = 1, .remarks = false}).Damage() == 0);
+  const RepairPlan plan = PlanRepair(image);
+  const auto saved = Saved(image, plan);
+  if (RingIsPlain(image)) {
+    Require(saved == RingOf(image));
+    Require(!changes.empty() || VerifyLogFile(image, {.most = 1, .remarks = false}).Damage() == 0);
+    return 0;
+  }
+  Require(!changes.empty());
+  const auto carved = Saved(image, PlanRepair(image, {.carve = true}));
+  std::uint64_t missing = 0;
+  for (const std::uint32_t slot : slots) {
+    if (IsTouched(slot, changes) || !LooksLikeMessage(whole.Slot(slot))) continue;
+    const std::string body = BodyOf(whole.Slot(slot));
+    Require(carved.contains(body));
+    missing += saved.contains(body) ? 0U : 1U;
+  }
+  Require(missing == 0 || (MovedUnseen(changes) && missing <= plan.outside));
   return 0;
 }

@@ -16,9 +16,10 @@ namespace {
 constexpr std::int32_t kMostConfigurable = 1000000;
 
 // Returns whether the parts of a slot that senders do not choose are a server's: the number, the padding, a
-// type that exists, and texts that end.
+// type that exists, and texts that end. Zeros only are no trace.
 bool HasServerTraces(const LogMessage& slot, const LogFileHeader& header) {
   constexpr std::uint8_t kPadding[sizeof(slot.padding)]{};
+  if (slot.sequence == 0 && IsBlank(slot.body)) return false;
   return (slot.sequence == 0 || slot.sequence < header.nextSequence) &&
          std::memcmp(slot.padding, kPadding, sizeof(kPadding)) == 0 && slot.body.type < kMessageTypes &&
          HasEnds(slot);

@@ -10,15 +10,24 @@
 #include "client/file/message_shape.h"
 #include "client/file/seen_slot.h"
 #include "client/file/server_traces.h"
+#include "client/file/slot_chain.h"
 #include "client/log/ring.h"
 
 namespace TamLogClient {
 
 namespace {
 
+// Returns the end of the ring's last slot in the file; 0 when the ring is empty.
+std::uint64_t EndOfRing(const LogFileHeader& header) {
+  if (header.messageCount == 0) return 0;
+  const bool goesAround = header.messageCount > header.nextSlot;
+  return LogFileSize(static_cast<std::uint64_t>(goesAround ? header.maxMessages : header.nextSlot));
+}
+
 class Walker {
  public:
-  Walker(const LogFileImage& searched, bool plainRing) : image(searched), ringIsPlain(plainRing) {}
+  Walker(const LogFileImage& searched, bool plainRing)
+      : image(searched), ringIsPlain(plainRing), plainEnd(plainRing ? EndOfRing(searched.Header()) : 0) {}
 
   std::vector<LogPart> Run();
   bool FindsAny();
@@ -26,14 +35,12 @@ class Walker {
  private:
   Seen Look(std::uint64_t offset) const { return LookAt(image, offset); }
   bool AtEndOfLog() const;
-  bool LastSlotIsRight() const;
+  bool MessagesLeftLog() const;
   bool SlotsWereAdded();
   void NoteEmptySlot();
-  std::optional<std::uint64_t> MessageWithinSlot(const Seen& here) const;
-  bool ServerWrote(const Seen& here, const Seen& next) const;
   bool IsInPlainRing() const;
-  bool SizeShowsMove(std::uint64_t other) const;
-  bool GridGoesOn(const Seen& here, const Seen& next, std::uint64_t other) const;
+  bool MessageBeginsWithin(const Seen& here) const;
+  std::optional<std::uint64_t> NextBreak(const Seen& here, const Seen& next);
   void BeginLog(std::uint64_t offset);
   void BeginRest();
   void FindFirstSlot();
@@ -52,7 +59,9 @@ class Walker {
   SlotStretch& Stretch() { return parts.back().stretches.back(); }
 
   const LogFileImage& image;
-  const bool ringIsPlain;  // see RingIsPlain: the slots of the ring are not searched
+  const bool ringIsPlain;        // see RingIsPlain
+  const std::uint64_t plainEnd;  // of a plain ring: the slots before it are in their places
+  SlotChain chain;               // from `at` or before
   std::vector<LogPart> parts;
   std::uint64_t at = 0;       // the place that is examined
   std::uint64_t goodEnd = 0;  // end of the stretch's last slot that surely is one
@@ -70,11 +79,19 @@ bool Walker::AtEndOfLog() const {
          at == part.offset + LogFileSize(static_cast<std::uint64_t>(part.header.maxMessages));
 }
 
-// Returns whether the log's last slot holds what the header claims. If not, the bytes after the end may be
-// its last messages, which bytes that were added have moved there.
-bool Walker::LastSlotIsRight() const {
+// Returns whether bytes that were added moved messages behind the log's end: a slot of the ring holds none,
+// and some follow.
+bool Walker::MessagesLeftLog() const {
   const LogFileHeader& header = parts.back().header;
-  return last.isMessage || !HoldsMessage(header, static_cast<std::uint64_t>(header.maxMessages) - 1);
+  const bool endsWithout =
+      !last.isMessage && HoldsMessage(header, static_cast<std::uint64_t>(header.maxMessages) - 1);
+  if (!endsWithout && addedSlots.end == 0) return false;
+  constexpr std::size_t kSearched = FileBytes::kMostViewed - kSlotSize;
+  for (std::uint64_t from = at - kSlotSize; from < image.Size(); from += kSearched) {
+    if (FindMessage(image.View(from, kSearched + kSlotSize), 0, kSearched) != std::string_view::npos)
+      return true;
+  }
+  return false;
 }
 
 // Returns whether whole slots were added, so that the slots after them still begin at their places: the file
@@ -98,73 +115,28 @@ bool Walker::SlotsWereAdded() {
   return true;
 }
 
-// Returns where a message begins between `at` and the slot after it.
-std::optional<std::uint64_t> Walker::MessageWithinSlot(const Seen& here) const {
+// Returns whether `at` is a slot of a plain ring, or before one.
+bool Walker::IsInPlainRing() const {
+  return at < plainEnd && parts.size() == 1;
+}
+
+// Returns whether a message begins between `at` and the slot after it.
+bool Walker::MessageBeginsWithin(const Seen& here) const {
   // Within zeros no message begins but near their end, for it begins with number, origin and year.
   const std::size_t from = here.isBlank ? kNeededOfSlot - kTimeOffset - 1 : 1;
-  const std::string_view bytes = image.View(at, 2 * kSlotSize);
-  const std::size_t found = FindMessage(bytes, from, kSlotSize);
-  return found == std::string_view::npos ? std::nullopt : std::optional(at + found);
+  return FindMessage(image.View(at, 2 * kSlotSize), from, kSlotSize) != std::string_view::npos;
 }
 
-// Returns whether number and padding show that a server wrote the slots `here` and `next` in a file of the
-// right size. Senders choose all other bytes: also those of a time that is impossible, and of a message that
-// begins elsewhere. Bytes that moved there by damage have no numbers that differ and that were assigned. The
-// number 0 proves little, because zeros follow every text: then the slot after it decides.
-bool Walker::ServerWrote(const Seen& here, const Seen& next) const {
-  const LogPart& part = parts.back();
-  if (parts.size() > 1 || !part.headerTrusted || !part.breaks.empty() || !image.SizeFits()) return false;
-  const auto isAssigned = [&part](const Seen& slot) {
-    return slot.passes && slot.isPadded && slot.sequence < part.header.nextSequence;
-  };
-  if (!isAssigned(here)) return false;
-  const bool isLast = !next.complete || next.isBlank;
-  const Seen& other = isLast ? last : next;
-  if (!isAssigned(other) || other.sequence == here.sequence) return false;
-  if (other.sequence != 0) return true;
-  const Seen second = Look(at + 2 * kSlotSize);
-  return isAssigned(second) && second.sequence != 0;
-}
-
-// Returns whether `at` is a slot of a plain ring.
-bool Walker::IsInPlainRing() const {
-  return ringIsPlain && parts.size() == 1 && parts.back().breaks.empty() &&
-         HoldsMessage(parts.back().header, (at - kSlotsOffset) / kSlotSize);
-}
-
-// Returns whether the size of the log shows that its slots moved from `at` to `other`: the file is longer or
-// shorter than its capacity needs by just that many bytes, those of the breaks before, and whole slots. No
-// sender can change the size.
-bool Walker::SizeShowsMove(std::uint64_t other) const {
-  const LogPart& part = parts.back();
-  if (part.afterEnd || !part.headerTrusted) return false;
-  const std::uint64_t end = part.offset + LogFileSize(static_cast<std::uint64_t>(part.header.maxMessages));
-  auto added = static_cast<std::int64_t>(image.Size()) - static_cast<std::int64_t>(end);
-  for (const SlotBreak& gap : part.breaks) added -= gap.bytes;
-  return (added - static_cast<std::int64_t>(other - at)) % static_cast<std::int64_t>(kSlotSize) == 0;
-}
-
-// Returns whether the slots go on from `at` rather than from `other`, where a message begins as well: as many
-// slots follow, as far as a look ahead shows. A sender can put a message into the text of another one, but
-// not the number that the server gave to the slot. So in a file without other damage, slots without a date
-// count whose numbers follow each other. In a damaged file they do not: bytes of a time or a tail may be
-// where the numbers were, and senders may count in them.
-bool Walker::GridGoesOn(const Seen& here, const Seen& next, std::uint64_t other) const {
-  if (ServerWrote(here, next)) return true;
-  if (!next.isMessage && !Continues(here, next)) return false;
-  constexpr std::uint64_t kAhead = 8;
-  const bool isDamaged = !image.SizeFits() || !parts.back().breaks.empty();
-  std::uint64_t grid = (isDamaged ? here.isMessage && next.isMessage : Continues(here, next)) ? 1 : 0;
-  Seen before = here;
-  for (std::uint64_t i = 1; i < kAhead; ++i) {
-    const Seen slot = Look(at + i * kSlotSize);
-    if (!slot.isMessage && !Continues(before, slot)) break;
-    if (slot.isMessage || !isDamaged) ++grid;
-    before = slot;
+// Returns the first slot after a break that ends the slots at `at`; nothing while they go on. As long as each
+// slot holds a message, no chain of other ones is better.
+std::optional<std::uint64_t> Walker::NextBreak(const Seen& here, const Seen& next) {
+  if (at >= chain.end) {
+    if ((here.isMessage && next.isMessage) || !MessageBeginsWithin(here)) return std::nullopt;
+    chain = BestChain(image, at, at);
   }
-  std::uint64_t shifted = 0;
-  while (shifted < kAhead && Look(other + shifted * kSlotSize).isMessage) ++shifted;
-  return SizeShowsMove(other) ? grid > shifted : grid >= shifted;
+  const auto found = std::upper_bound(chain.breaks.begin(), chain.breaks.end(), at);
+  if (found == chain.breaks.end() || *found >= at + kSlotSize) return std::nullopt;
+  return *found;
 }
 
 void Walker::BeginStretch(std::uint64_t offset) {
@@ -177,6 +149,7 @@ void Walker::BeginStretch(std::uint64_t offset) {
 void Walker::BeginLog(std::uint64_t offset) {
   if (!parts.empty()) FinishLog();
   addedSlots = {};
+  chain = {};
   LogPart part;
   part.offset = offset;
   part.header = HeaderAt(image, offset);
@@ -203,10 +176,11 @@ void Walker::BeginRest() {
 void Walker::FindFirstSlot() {
   const Seen here = Look(at);
   if (here.isMessage || IsInPlainRing()) return;
-  const std::size_t found = FindMessage(image.View(0, kSlotsOffset + kSlotSize), 0, kSlotsOffset);
-  if (found == std::string_view::npos) return;
-  const bool oneOnly = !Look(found + kSlotSize).isMessage;
-  if ((oneOnly && image.SizeFits()) || GridGoesOn(here, Look(at + kSlotSize), found)) return;
+  if (FindMessage(image.View(0, kSlotsOffset + kSlotSize), 0, kSlotsOffset) == std::string_view::npos) return;
+  const SlotChain fromStart = BestChain(image, 0, at);
+  if (fromStart.breaks.empty() || fromStart.breaks.front() >= kSlotsOffset) return;
+  const std::uint64_t found = fromStart.breaks.front();
+  if (image.SizeFits() && !Look(found + kSlotSize).isMessage) return;
   if (image.View(kLockNamesOffset, kNamesBegin.size()) != kNamesBegin) Part().headerTrusted = false;
   const auto bytes = static_cast<std::int64_t>(found) - static_cast<std::int64_t>(kSlotsOffset);
   Part().breaks.push_back({found, found, bytes, 0});
@@ -263,14 +237,17 @@ std::uint64_t Walker::LostBetween(const SlotBreak& gap, bool begins) const {
 
 // Returns whether the message at `at` lost no bytes, though the next one begins too early: then the bytes
 // that are missing lay between the two, in the padding, or in the next one's number and origin. A text that
-// moved shows itself at the end of the source's field, which zeros fill.
+// moved shows itself at the end of the source's field, which zeros fill unless the source is that long.
 bool Walker::IsWholeBefore(const Seen& here, std::uint64_t next) const {
   constexpr std::uint64_t kBetween = kTimeOffset + 1;  // another first byte of a year makes another year
   const std::uint64_t missing = at + kSlotSize - next;
   if (missing > kSlotSize - kNeededOfSlot + kBetween) return false;
-  if (missing > kSlotSize - kNeededOfSlot && Continues(here, Look(next))) return false;
-  constexpr std::uint64_t kText = offsetof(LogMessage, body) + offsetof(LogMessageBody, text);
-  return IsZero(image.View(at + kText - missing, missing));
+  // The next one's number is there then. After 0 it proves nothing: a full rewrite numbers every message 0.
+  const bool hasNumber = here.sequence != 0 && Continues(here, Look(next));
+  if (missing > kSlotSize - kNeededOfSlot && hasNumber) return false;
+  constexpr std::uint64_t kSource = offsetof(LogMessage, body) + offsetof(LogMessageBody, source);
+  const std::string_view source = image.View(at + kSource, kTextSize);
+  return source.find('\0') >= kTextSize - missing || IsZero(source.substr(kTextSize - missing));
 }
 
 void Walker::Break(const Seen& here, std::uint64_t next) {
@@ -324,7 +301,7 @@ void Walker::Step() {
     if (LogBeginsAt(image, at)) return BeginLog(at);
     if (SlotsWereAdded()) {
       Part().breaks.push_back(addedSlots);
-    } else if (LastSlotIsRight()) {
+    } else if (!MessagesLeftLog()) {
       return BeginRest();
     }
   }
@@ -340,10 +317,7 @@ void Walker::Step() {
     return Add(here);
   }
   const Seen next = Look(at + kSlotSize);
-  if (!here.isMessage || !next.isMessage) {
-    const auto other = MessageWithinSlot(here);
-    if (other && !GridGoesOn(here, next, *other)) return Break(here, *other);
-  }
+  if (const auto other = NextBreak(here, next)) return Break(here, *other);
   Add(here);
   present = next;
   isKnown = true;

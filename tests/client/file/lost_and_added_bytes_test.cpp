@@ -312,6 +312,77 @@ TEST_F(LostAndAddedBytes, MessagesWithinTextsDoNotMoveTheSlotsOfASoundLog) {
   }
 }
 
+// After 26 bytes were lost, the second of the last message is where its number was. Nothing else shows the
+// move: the bytes were added again after the end of the ring.
+TEST_F(LostAndAddedBytes, LastMessageWhoseSecondReadsLikeItsNumberIsSaved) {
+  RingModel log(38);
+  for (int i = 0; i < 13; ++i) log.Submit(MakeBody(i * 1000, std::string(1, 'a'), "s", 0));
+  log.Flush();
+  const std::string bytes = log.FileBytes();
+  EXPECT_EQ(Try(bytes, {{LogFileImage::OffsetOf(11) + 25, 26, ""},
+                        {LogFileImage::OffsetOf(17) + 505, 0, std::string(26, '\0')}}),
+            "");
+}
+
+// The size of the file does not show that bytes moved, and the messages before and after are touched.
+TEST_F(LostAndAddedBytes, OneMessageBetweenTwoTouchedOnesIsSaved) {
+  const std::string bytes = MakeLog(12, 28);
+  std::vector<std::vector<Change>> changes;
+  for (std::uint64_t slot = 0; slot + 2 < 12; ++slot) {
+    for (std::uint64_t count = 1; count < 2 * kSlot; count += 37) {
+      const std::uint64_t before = LogFileImage::OffsetOf(slot) + 180;
+      const std::uint64_t after = LogFileImage::OffsetOf(slot + 2) + 162;
+      if (after + count > bytes.size()) break;
+      changes.push_back({{before, 0, std::string(count, '+')}, {after, count, ""}});
+      if (count > 180) continue;
+      changes.push_back({{before, count, ""}, {after, 0, std::string(count, '+')}});
+    }
+  }
+  TryAll(bytes, changes);
+}
+
+TEST_F(LostAndAddedBytes, MessagesThatMovedBehindTheEndOfALogThatIsNotFullAreSaved) {
+  const std::string bytes = MakeLog(4, 3);
+  EXPECT_EQ(Try(bytes, {{LogFileImage::OffsetOf(0) + 288, 0, std::string(656, '\0')},
+                        {LogFileImage::OffsetOf(1) + 152, 0, std::string(976, 'o')}}),
+            "");
+}
+
+// Zeros before the last message, of which nothing else shows that it moved.
+TEST_F(LostAndAddedBytes, LastMessageAfterZerosInItsNumberIsSaved) {
+  for (const int messages : {5, 12}) {
+    const std::string bytes = MakeLog(12, messages);
+    for (const std::size_t count : {772U, 100U, 559U, 1500U}) {
+      for (std::uint64_t place = 1; place < 8; ++place) {
+        const Change added{LogFileImage::OffsetOf(static_cast<std::uint64_t>(messages) - 1) + place, 0,
+                           std::string(count, '\0')};
+        EXPECT_EQ(Try(bytes, {added, {LogFileImage::OffsetOf(0) + 300, count, ""}}), "")
+            << count << " " << place;
+        const std::uint64_t unused = LogFileImage::OffsetOf(9);
+        if (messages > 9) continue;
+        EXPECT_EQ(Try(bytes, {added, {unused, count, ""}}), "") << count << " " << place;
+      }
+    }
+  }
+}
+
+// After a full rewrite all numbers are 0. The tail is then where the number of the next message was.
+TEST_F(LostAndAddedBytes, MessageBeforeLostPaddingIsSavedWhateverItsTailIs) {
+  std::string bytes = MakeLog(10, 9);
+  for (std::uint64_t slot = 0; slot < 9; ++slot) {
+    std::memset(&bytes[LogFileImage::OffsetOf(slot)], 0, 8);
+    bytes[LogFileImage::OffsetOf(slot) + kNeeded - 4] = '\1';
+  }
+  EXPECT_EQ(Try(bytes, {{LogFileImage::OffsetOf(2) + 4, 10, ""}}), "");
+}
+
+TEST_F(LostAndAddedBytes, MessageOfALongSourceBeforeLostPaddingIsSaved) {
+  RingModel log(10);
+  for (int i = 0; i < 5; ++i) log.Submit(MakeBody(i, std::to_string(i), std::string(kTextSize - 2, 's'), 0));
+  log.Flush();
+  EXPECT_EQ(Try(log.FileBytes(), {{LogFileImage::OffsetOf(2) - 6, 14, ""}}), "");
+}
+
 TEST_F(LostAndAddedBytes, SeveralBreaksInOneFileAreAllFound) {
   const std::string bytes = MakeLog(40, 90);
   Random random(5);
