@@ -1,21 +1,21 @@
 #include "check/parts.h"
 
+#include <array>
 #include <atomic>
 #include <iostream>
 #include <thread>
 
 #include "check/session.h"
 #include "check/system.h"
-#include "client/live/log_access.h"
 #include "client/live/log_client.h"
 #include "client/live/log_stream.h"
 #include "client/message/win32.h"
+#include "records/log_file_format.h"
 
 namespace TamLogCheck {
 
 namespace {
 
-using TamLogClient::EventNames;
 using TamLogClient::LogItem;
 using TamLogClient::Status;
 
@@ -54,12 +54,33 @@ int Map() {
   return 0;
 }
 
+Handle OpenEventOf(const char* name) {
+  Handle event(OpenEventA(SYNCHRONIZE | EVENT_MODIFY_STATE, FALSE, name));
+  if (!event) Fail("OpenEvent");
+  return event;
+}
+
+// A reader of others that takes access and stays inside. Programs that end without the last step stop the
+// server's writing.
 int Inside() {
-  TamLogClient::LogAccess access;
-  if (access.Open(kFileMapName, EventNames::OfTheServer) != Status::Ok || access.Enter(10000) != Status::Ok)
-    return 1;
+  constexpr DWORD kPatienceMs = 10000;
+  const Handle mapping(OpenFileMappingA(FILE_MAP_WRITE, FALSE, kFileMapName));
+  if (!mapping) Fail("OpenFileMapping");
+  auto* const header = static_cast<LogFileHeader*>(MapViewOfFile(mapping.Get(), FILE_MAP_WRITE, 0, 0, 0));
+  if (header == nullptr) Fail("MapViewOfFile");
+  const Handle lock = OpenEventOf(kHeaderLockName);
+  const Handle readWait = OpenEventOf(kReadWaitEventName);
+  const Handle writeWait = OpenEventOf(kWriteWaitEventName);
+  const std::array<HANDLE, 2> both{readWait.Get(), lock.Get()};
+  if (WaitForMultipleObjects(2, both.data(), TRUE, kPatienceMs) != WAIT_OBJECT_0) return 1;
+  header->readCount = header->readCount + 1;
+  ResetEvent(writeWait.Get());
+  SetEvent(lock.Get());
   Stay();
-  access.Leave();
+  if (WaitForSingleObject(lock.Get(), kPatienceMs) != WAIT_OBJECT_0) return 1;
+  header->readCount = header->readCount - 1;
+  if (header->readCount == 0) SetEvent(writeWait.Get());
+  SetEvent(lock.Get());
   return 0;
 }
 
