@@ -2,6 +2,7 @@
 
 #include <array>
 #include <atomic>
+#include <cstdint>
 #include <iostream>
 #include <thread>
 
@@ -10,7 +11,6 @@
 #include "client/live/log_client.h"
 #include "client/live/log_stream.h"
 #include "client/message/win32.h"
-#include "records/log_file_format.h"
 
 namespace TamLogCheck {
 
@@ -54,33 +54,36 @@ int Map() {
   return 0;
 }
 
-Handle OpenEventOf(const char* name) {
-  Handle event(OpenEventA(SYNCHRONIZE | EVENT_MODIFY_STATE, FALSE, name));
-  if (!event) Fail("OpenEvent");
-  return event;
+Handle OpenLock(const char* event) {
+  Handle opened(OpenEventA(SYNCHRONIZE | EVENT_MODIFY_STATE, FALSE, event));
+  if (!opened) Fail(event);
+  return opened;
 }
 
-// A reader of others that takes access and stays inside. Programs that end without the last step stop the
-// server's writing.
+// Takes read access as docs/read_access.md describes it, which no other program of ours does.
 int Inside() {
-  constexpr DWORD kPatienceMs = 10000;
-  const Handle mapping(OpenFileMappingA(FILE_MAP_WRITE, FALSE, kFileMapName));
+  constexpr DWORD kMostMs = 10000;
+  const Handle mapping(OpenFileMappingA(FILE_MAP_READ | FILE_MAP_WRITE, FALSE, kFileMapName));
   if (!mapping) Fail("OpenFileMapping");
-  auto* const header = static_cast<LogFileHeader*>(MapViewOfFile(mapping.Get(), FILE_MAP_WRITE, 0, 0, 0));
-  if (header == nullptr) Fail("MapViewOfFile");
-  const Handle lock = OpenEventOf(kHeaderLockName);
-  const Handle readWait = OpenEventOf(kReadWaitEventName);
-  const Handle writeWait = OpenEventOf(kWriteWaitEventName);
-  const std::array<HANDLE, 2> both{readWait.Get(), lock.Get()};
-  if (WaitForMultipleObjects(2, both.data(), TRUE, kPatienceMs) != WAIT_OBJECT_0) return 1;
-  header->readCount = header->readCount + 1;
+  auto* const readCount = static_cast<volatile std::int32_t*>(
+      MapViewOfFile(mapping.Get(), FILE_MAP_READ | FILE_MAP_WRITE, 0, 0, kSlotsOffset));
+  if (readCount == nullptr) Fail("MapViewOfFile");
+  const Handle headerLock = OpenLock(kHeaderLockName);
+  const Handle readWait = OpenLock(kReadWaitEventName);
+  const Handle writeWait = OpenLock(kWriteWaitEventName);
+  const std::array<HANDLE, 2> both{readWait.Get(), headerLock.Get()};
+  if (WaitForMultipleObjects(2, both.data(), TRUE, kMostMs) != WAIT_OBJECT_0) return 1;
+  *readCount = *readCount + 1;
   ResetEvent(writeWait.Get());
-  SetEvent(lock.Get());
+  SetEvent(headerLock.Get());
   Stay();
-  if (WaitForSingleObject(lock.Get(), kPatienceMs) != WAIT_OBJECT_0) return 1;
-  header->readCount = header->readCount - 1;
-  if (header->readCount == 0) SetEvent(writeWait.Get());
-  SetEvent(lock.Get());
+  if (WaitForSingleObject(headerLock.Get(), kMostMs) != WAIT_OBJECT_0) return 1;
+  *readCount = *readCount - 1;
+  if (*readCount <= 0) {
+    *readCount = 0;
+    SetEvent(writeWait.Get());
+  }
+  SetEvent(headerLock.Get());
   return 0;
 }
 
