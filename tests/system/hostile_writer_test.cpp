@@ -107,11 +107,11 @@ class HostileWriters : public Administration {
   // Runs each verb that reads the shared log.
   void RunEveryVerb(const std::string& what) {
     const std::string file = "\"" + ScratchFile("copy") + "\"";
+    const std::string followed = "export --follow --for 1 " + file + "f --cursor-file " + file;
     for (const std::string& verb :
          {std::string("show"), std::string("show -n 5 -o json"), std::string("show -o csv -r --count"),
           std::string("show -o export -s x"), std::string("follow -n all --for 1"),
-          "export " + file + " -o cat --force",
-          "export " + file + "f --follow --for 1 --cursor-file " + file + "c", std::string("stats"),
+          "export " + file + " -o cat --force", followed + "c", std::string("stats"),
           std::string("stats -o json"), std::string("status"), std::string("status -o json"),
           std::string("doctor --watch 200 --timeout 1000"), std::string("verify --live"),
           std::string("verify --live -o json"), std::string("settings")}) {
