@@ -17,7 +17,7 @@ namespace {
 constexpr std::int32_t kCapacity = 400;
 constexpr std::size_t kBytes = kSlotsOffset + sizeof(LogMessage) * kCapacity;
 
-enum class Kind : std::uint8_t { AnyHeader, LikelyHeader, Counters, Slots, Times, Everything };
+enum class Kind : std::uint8_t { AnyHeader, LikelyHeader, Counters, Names, Slots, Times, Everything };
 
 // Writes into the shared log from a thread until it is destroyed. Maps it again and again, so that no restart
 // of the server has to wait for it, and each section is met as soon as it exists.
@@ -58,7 +58,7 @@ class HostileWriter {
     std::memcpy(&header, view, sizeof(header));
     switch (kind) {
       case Kind::AnyHeader:
-        return Fill(0, kSlotsOffset);
+        return Fill(0, kLockNamesOffset);
       case Kind::LikelyHeader:
         header.messageCount = LikelyNumber();
         header.nextSlot = LikelyNumber();
@@ -71,6 +71,8 @@ class HostileWriter {
         header.messageCount = static_cast<std::int32_t>(random() % kCapacity);
         header.nextSlot = header.messageCount;
         break;
+      case Kind::Names:
+        return Fill(kLockNamesOffset, sizeof(LockNames));
       case Kind::Slots:
         return Fill(kSlotsOffset, sizeof(LogMessage) * kCapacity);
       case Kind::Times: {
@@ -78,7 +80,8 @@ class HostileWriter {
         return Fill(slot, offsetof(LogMessage, body.type));
       }
       case Kind::Everything:
-        return Fill(0, kBytes);
+        if (random() % 2 == 0) return Fill(kSlotsOffset, kBytes - kSlotsOffset);
+        return Fill(0, kLockNamesOffset);
     }
     std::memcpy(view, &header, sizeof(header));
   }
@@ -149,6 +152,10 @@ TEST_F(HostileWriters, HeaderOfLikelyNumbersIsNoHarm) {
 
 TEST_F(HostileWriters, CountersThatJumpAreNoHarm) {
   RunAgainst(Kind::Counters, "counters");
+}
+
+TEST_F(HostileWriters, RandomNamesOfEventsAreNoHarm) {
+  RunAgainst(Kind::Names, "names");
 }
 
 TEST_F(HostileWriters, RandomSlotsAreNoHarm) {
