@@ -65,7 +65,7 @@ bool DeviceIsThere() {
 }
 
 std::string ProvideDevice() {
-  const std::string problem = RunTask(kDefine);
+  std::string problem = RunTask(kDefine);
   if (!problem.empty()) return problem;
   if (DeviceIsThere()) return "";
   RemoveDevice();
