@@ -8,14 +8,14 @@ what else can have happened. Standard library only.
 
 --reopened before a FILE: the log was closed and opened again before that visit. After each visit the new messages are
 printed as JSON lines, then {"visit": n, "lost": {"least": a, "most": b}, "cleared": false, "rewritten": false};
-`most` is null when it cannot be known.
+`most` is null when it cannot be known. Exit code 2 when a FILE cannot be read, 9 when it is no log.
 """
 
 import json
 import sys
 from collections import namedtuple
 
-from reference_log import header_of, in_order_of_time, json_line, key_of, ring_of
+from reference_log import NoLog, header_of, in_order_of_time, json_line, key_of, ring_of
 
 UNKNOWN = (0, None)
 Step = namedtuple("Step", "messages lost cleared rewritten")  # lost: (least, most)
@@ -479,4 +479,8 @@ def main(arguments):
 
 
 if __name__ == "__main__":
-    sys.exit(main(sys.argv[1:]))
+    try:
+        sys.exit(main(sys.argv[1:]))
+    except (OSError, NoLog) as stop:
+        print("reference_follower.py: %s" % stop, file=sys.stderr)
+        sys.exit(2 if isinstance(stop, OSError) else 9)

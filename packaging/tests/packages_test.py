@@ -61,10 +61,10 @@ class Package(unittest.TestCase):
         self.expect_done(self.machine.tool("server", "stop"))
         self.assertTrue(self.machine.wait_for_state("stopped"))
 
-    def install_with_a_message(self):
+    def install_with_a_message(self, package=None):
         """Returns the data that the stopped service leaves; the service runs afterwards."""
         self.machine.load_driver()
-        self.expect_done(self.install())
+        self.expect_done(self.install(package=package) if package else self.install())
         self.assertTrue(self.machine.wait_for_state("running"))
         self.expect_done(self.machine.tool("send", "-s", "Test", "kept"))
         self.wait_shown("kept")
@@ -335,6 +335,26 @@ class Msi(Road, Package):
             after["path"] = after["path"].rstrip(";")
             self.assertEqual(after, before, action)
             self.assertEqual(self.machine.data(), data, action)
+
+    def test_failed_step_of_a_removal_is_undone(self):
+        numbers = {action: number for number, action, _ in RELEASES.actions()}
+        data = None
+        for action in ("StopServices", "DeleteServices", "RemoveRegistryValues", "RemoveEnvironmentStrings",
+                       "RemoveFiles", "DeleteData", "PublishProduct"):
+            # The installer keeps the MSI that was installed, and removes by it.
+            msi = RELEASES.failing_msi(RELEASES.msi, numbers[action], "REMOVE AND FAILNOW")
+            if data is None:
+                data = self.install_with_a_message(msi)
+            else:
+                self.expect_done(self.install(package=msi))
+                self.assertTrue(self.machine.wait_for_state("running"))
+            before = self.machine.traces()
+            remove = ("msiexec", "/x", windows(msi), "/qn")
+            self.assertEqual(self.machine.exit_code(*remove, "DELETEDATA=1", "FAILNOW=1"), 1603, action)
+            self.assertEqual(self.machine.traces(), before, action)
+            self.expect_kept(data)
+            self.expect_done(self.machine.run(*remove))
+        self.assertEqual(self.machine.data(), data)
 
     def test_failed_upgrade_keeps_messages_and_settings(self):
         # Wine ends the removal of the old version as an installation of its own, and does not bring it back. Windows

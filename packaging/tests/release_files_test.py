@@ -77,7 +77,8 @@ class Zip(unittest.TestCase):
 
     def test_holds_programs_library_documents_and_licences(self):
         for name in ("TamLogServer.exe", "tamlogctl.exe", "tamlogcheck.exe", "README.txt", "CHANGELOG.md",
-                     "docs/tamlogctl.md", "library/bin/tamlog.dll", "library/include/tamlog.h", "library/lib/libtamlog.a",
+                     "docs/tamlogctl.md",
+                     "library/bin/tamlog.dll", "library/include/tamlog.h", "library/lib/libtamlog.a",
                      "library/lib/libtamlog.dll.a", "library/lib/tamlog.def", "licenses/README.txt"):
             self.assertIn(name, self.files)
         self.assertNotIn("tamlog.sys", str(self.files.keys()), "the driver double is not for users")
@@ -205,7 +206,8 @@ class DebianPackage(unittest.TestCase):
                                stdout=subprocess.PIPE, stderr=subprocess.PIPE, env={**os.environ, "LC_ALL": "C.UTF-8"})
         self.assertEqual(shown.stderr, "")
         self.assertIn("tamlogctl", shown.stdout)
-        for shell, name in (("bash", "bash-completion/completions/tamlogctl"), ("zsh", "zsh/vendor-completions/_tamlogctl")):
+        for shell, name in (("bash", "bash-completion/completions/tamlogctl"),
+                            ("zsh", "zsh/vendor-completions/_tamlogctl")):
             subprocess.run([shell, "-n", self.path("share/" + name)], check=True)
             self.assertGreater(os.path.getsize(self.path("share/" + name)), 100)
         sums = subprocess.run(["dpkg-deb", "--info", one(".deb"), "md5sums"], check=True, text=True,
