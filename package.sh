@@ -12,6 +12,7 @@ Installs missing Debian packages, builds the presets windows and linux, and make
   torvane-log-server-VERSION-x64.msi           the MSI; silent with msiexec /i FILE /qn
   torvane-log-tools_VERSION_amd64.deb          command line and client library for Debian
   winget                                       the manifest for winget
+  torvane-log-conformance-VERSION.zip          the conformance kit, for programs that are not ours
   torvane-log-server-VERSION-x64-symbols.zip   the symbols of the programs, for debuggers
   torvane-log-server-VERSION-x64.spdx.json     the bill of materials (SPDX 2.3)
   SHA256SUMS                                   check with: sha256sum --check SHA256SUMS
@@ -98,8 +99,10 @@ fi
 
 if [[ $build == yes ]]; then
   begin 'building for Windows (minutes, when many files have to be compiled)'
-  run_logged scripts/build.sh windows TamLogServer tamlogctl tamlog_shared tamlog_static setup_helper \
+  run_logged scripts/build.sh windows TamLogServer tamlogctl tamlogcheck tamlog_shared tamlog_static setup_helper \
     msi_actions
+  begin "building the conformance kit's program"
+  run_logged scripts/build.sh windows pipe_claims
   begin 'building for Linux'
   run_logged scripts/build.sh linux tamlogctl tamlog_shared tamlog_static
 fi
@@ -118,6 +121,10 @@ packaging/make_sbom.py build/windows "$stage" "$version" "$packages/$name.spdx.j
 begin 'making the zip files'
 packaging/make_zip.py "$stage" "$name" "$packages/$name.zip"
 packaging/make_zip.py "$work/programs/symbols" "$name-symbols" "$packages/$name-symbols.zip"
+
+begin 'making the conformance kit'
+packaging/stage-kit.sh build/bin/pipe_claims.exe "$stage/licenses" "$work/kit"
+packaging/make_zip.py "$work/kit" "torvane-log-conformance-$version" "$packages/torvane-log-conformance-$version.zip"
 
 begin 'making the setup program'
 packaging/make-setup.sh "$stage" "$work/programs/setup_helper.exe" "$version" "$packages/$name-setup.exe"

@@ -1,10 +1,6 @@
 #include "check/pipe_claims.h"
 
-extern "C" {
-using ClaimFunction = void (*)(void* context, int holds, const char* name, const char* about);
-// Defined in conformance/pipe_claims.c.
-int TamlogPipeClaims(int change, int restart, int idle, ClaimFunction claimed, void* context);
-}
+#include "conformance/pipe_claims.h"
 
 namespace TamLogCheck {
 
@@ -17,7 +13,9 @@ void Keep(void* context, int holds, const char* name, const char* about) {
 }  // namespace
 
 bool RunPipeClaims(ClaimList& claims) {
-  return TamlogPipeClaims(1, 1, 1, Keep, &claims) != 0;
+  constexpr PipeClaimOptions kAllThatKeepTheLog{
+      .change = 1, .restart = 1, .idle = 1, .empty = 0, .restartSeconds = 30};
+  return TamlogPipeClaims(&kAllThatKeepTheLog, Keep, &claims) != 0;
 }
 
 }  // namespace TamLogCheck

@@ -162,6 +162,16 @@ def block_of_equal_times():
     return log(6, [step(n, 10 + n // 3) for n in range(1, 7)])
 
 
+@sample("a block of one time: the numbers, which do not rise, show that it is in reverse")
+def burst_of_one_time():
+    return log(5, [step(9, 1)], [step(1, 10)], [step(n, 10) for n in range(2, 6)] + [step(6, 9)])
+
+
+@sample("a block of one time with appended messages of that time: only the rest of the block is turned")
+def burst_of_one_time_and_more():
+    return log(5, [step(n, 10) for n in range(1, 6)], [step(6, 10)], [step(7, 10)])
+
+
 @sample("a block of which appended messages have left two", server="empties", reversed_block=1)
 def block_of_two_left():
     return log(6, steps(1, 6), *one_by_one(7, 10))
@@ -377,7 +387,7 @@ def files_of(name):
         messages = [found_by_bytes(image, each) for each in bodies]
     else:
         image = made
-        messages = in_order_of_time(ring_of(image))
+        messages = in_order_of_time(ring_of(image), header_of(image).maxMessages)
     capacity = header_of(image).maxMessages if len(image) >= SLOTS_OFFSET else 4
     verdict = {"about": about, "capacity": capacity if 0 < capacity < 1000 else 4, "reader": reader,
                "server": server, "findings": findings}
@@ -414,12 +424,15 @@ def write(directory, files):
 
 def run(arguments, all_files, usage):
     """Writes the files into a directory, or compares them with it. Returns the exit code."""
-    if len(arguments) == 2 and arguments[0] == "--check":
-        return check(arguments[1], all_files())
-    if len(arguments) == 1:
-        return write(arguments[0], all_files())
-    print(usage, file=sys.stderr)
-    return 2
+    options = [each for each in arguments if each.startswith("-")]
+    if len(arguments) != 1 + len(options) or options not in ([], ["--check"]) or arguments[-1] in options:
+        print(usage, file=sys.stderr)
+        return 2
+    try:
+        return (check if options else write)(arguments[-1], all_files())
+    except OSError as problem:
+        print("%s: %s" % (os.path.basename(sys.argv[0]), problem), file=sys.stderr)
+        return 2
 
 
 if __name__ == "__main__":

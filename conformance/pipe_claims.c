@@ -1,136 +1,21 @@
-/* Checks a running server against docs/pipe_protocol.md, claim by claim, and shows how a client without our
- * library talks to the pipes. Plain C for Windows; log_layout.h is all it needs:
- *
- *   x86_64-w64-mingw32-gcc -I. -o pipe_claims.exe conformance/pipe_claims.c
- *
- * usage: pipe_claims [--change] [--restart] [--idle]
- *
- *   --change   also claims that change something: submits two messages, and replaces the filters for a moment
- *   --restart  also claims about a restart: sends the present settings again
- *   --idle     also the end of an idle connection, which takes 12 s
- *
- * Prints a line for each claim, and as its last line how many hold. Exit code 0 when all of them do, 1 when
- * one does not, 2 for a usage error, 3 when there is no server.
- */
-#include <stdio.h>
+#include "conformance/pipe_claims.h"
+
+#include <stdlib.h>
 #include <string.h>
-#include <windows.h>
 
-#include "conformance/log_layout.h"
+#include "conformance/log_view.h"
+#include "conformance/pipe_client.h"
 
-#define ANSWER_MS 5000
 #define MOST_FILTERS 64
-
-typedef struct {
-  HANDLE request;
-  HANDLE reply;
-} Connection;
-
-typedef unsigned char Record[TAMLOG_RECORD_SIZE];
-
-/* Receives each claim: whether it holds, its name, and what it says. */
-typedef void (*ClaimFunction)(void* context, int holds, const char* name, const char* about);
+#define STORED_MS 5000 /* for a message to be in the log */
+#define STALLED_MS 800 /* the restart comes 1,000 ms after a request */
 
 static ClaimFunction receiver = NULL;
 static void* receiverContext = NULL;
+static ULONGLONG restartMs = 0; /* how long a restart may take */
 
 static void Claim(int holds, const char* name, const char* about) {
   receiver(receiverContext, holds, name, about);
-}
-
-static void PutNumber(Record record, size_t offset, DWORD value) {
-  memcpy(record + offset, &value, sizeof value); /* Windows is little-endian */
-}
-
-static DWORD NumberAt(const unsigned char* record, size_t offset) {
-  DWORD value;
-  memcpy(&value, record + offset, sizeof value);
-  return value;
-}
-
-/* Tries to open a pipe until `limit`: 231 and 2 pass. */
-static HANDLE OpenPipe(const char* name, DWORD access, ULONGLONG limit) {
-  for (;;) {
-    const HANDLE pipe = CreateFileA(name, access, 0, NULL, OPEN_EXISTING,
-                                    FILE_FLAG_OVERLAPPED | SECURITY_SQOS_PRESENT | SECURITY_ANONYMOUS, NULL);
-    if (pipe != INVALID_HANDLE_VALUE) return pipe;
-    if ((GetLastError() != ERROR_PIPE_BUSY && GetLastError() != ERROR_FILE_NOT_FOUND) ||
-        GetTickCount64() > limit)
-      return INVALID_HANDLE_VALUE;
-    Sleep(10);
-  }
-}
-
-static void Disconnect(Connection* connection) {
-  if (connection->request != INVALID_HANDLE_VALUE) CloseHandle(connection->request);
-  if (connection->reply != INVALID_HANDLE_VALUE) CloseHandle(connection->reply);
-  connection->request = connection->reply = INVALID_HANDLE_VALUE;
-}
-
-/* The request pipe first, the reply pipe at once after it. */
-static int Connect(Connection* connection, DWORD milliseconds) {
-  const ULONGLONG limit = GetTickCount64() + milliseconds;
-  DWORD mode = PIPE_READMODE_MESSAGE;
-  connection->reply = INVALID_HANDLE_VALUE;
-  connection->request = OpenPipe(TAMLOG_REQUEST_PIPE, GENERIC_WRITE, limit);
-  if (connection->request == INVALID_HANDLE_VALUE) return 0;
-  connection->reply =
-      OpenPipe(TAMLOG_REPLY_PIPE, GENERIC_READ | FILE_WRITE_ATTRIBUTES, GetTickCount64() + 1000);
-  if (connection->reply != INVALID_HANDLE_VALUE &&
-      SetNamedPipeHandleState(connection->reply, &mode, NULL, NULL))
-    return 1;
-  Disconnect(connection);
-  return 0;
-}
-
-/* Returns the number of bytes that were moved, -1 when the operation failed or took too long. */
-static int Finish(HANDLE pipe, OVERLAPPED* overlapped, BOOL started, DWORD milliseconds) {
-  DWORD bytes = 0;
-  int moved = -1;
-  if (!started && GetLastError() != ERROR_IO_PENDING) {
-    CloseHandle(overlapped->hEvent);
-    return -1;
-  }
-  if (WaitForSingleObject(overlapped->hEvent, milliseconds) != WAIT_OBJECT_0) CancelIoEx(pipe, overlapped);
-  if (GetOverlappedResult(pipe, overlapped, &bytes, TRUE)) moved = (int)bytes;
-  CloseHandle(overlapped->hEvent);
-  return moved;
-}
-
-static int Send(Connection* connection, const void* bytes, DWORD count) {
-  OVERLAPPED overlapped;
-  memset(&overlapped, 0, sizeof overlapped);
-  overlapped.hEvent = CreateEventA(NULL, TRUE, FALSE, NULL);
-  return Finish(connection->request, &overlapped,
-                WriteFile(connection->request, bytes, count, NULL, &overlapped), ANSWER_MS) == (int)count;
-}
-
-/* Returns the code of the reply; 0, which no reply has, when none of 1,028 bytes came in time. */
-static DWORD Receive(Connection* connection, Record reply, DWORD milliseconds) {
-  OVERLAPPED overlapped;
-  int count;
-  memset(&overlapped, 0, sizeof overlapped);
-  overlapped.hEvent = CreateEventA(NULL, TRUE, FALSE, NULL);
-  count = Finish(connection->reply, &overlapped,
-                 ReadFile(connection->reply, reply, TAMLOG_RECORD_SIZE, NULL, &overlapped), milliseconds);
-  return count == TAMLOG_RECORD_SIZE ? NumberAt(reply, TAMLOG_RECORD_CODE) : 0;
-}
-
-static DWORD AskWith(Connection* connection, Record request, DWORD code, Record reply) {
-  PutNumber(request, TAMLOG_RECORD_CODE, code);
-  if (!Send(connection, request, TAMLOG_RECORD_SIZE)) return 0;
-  return Receive(connection, reply, ANSWER_MS);
-}
-
-static DWORD Ask(Connection* connection, DWORD code, Record reply) {
-  Record request = {0};
-  return AskWith(connection, request, code, reply);
-}
-
-static DWORD AskFilter(Connection* connection, DWORD index, Record reply) {
-  Record request = {0};
-  PutNumber(request, TAMLOG_RECORD_INDEX, index);
-  return AskWith(connection, request, TAMLOG_GET_FILTER, reply);
 }
 
 static DWORD AddFilter(Connection* connection, const char* text, DWORD kind) {
@@ -197,6 +82,23 @@ static void ClaimForm(Connection* connection) {
   Claim(holds, "too-long", "a request of 3,084 bytes: one TooLong, and the connection stays open");
 }
 
+/* On a connection of its own, which a server may end. */
+static void ClaimTooLongOften(void) {
+  static const char tooLong[3 * TAMLOG_RECORD_SIZE] = {TAMLOG_PING};
+  Connection connection;
+  Record reply;
+  int replies = 0;
+  if (Connect(&connection, ANSWER_MS)) {
+    while (replies < 20 && Send(&connection, tooLong, sizeof tooLong) &&
+           Receive(&connection, reply, ANSWER_MS) == TAMLOG_REPLY_TOO_LONG)
+      ++replies;
+    if (replies == 20 && Ask(&connection, TAMLOG_PING, reply) != TAMLOG_REPLY_ALIVE) replies = 0;
+    Disconnect(&connection);
+  }
+  Claim(replies == 20, "too-long-often",
+        "20 requests that are too long, each read: the connection stays open");
+}
+
 static void ClaimConnections(Connection* connection) {
   Connection other;
   Record reply;
@@ -209,24 +111,120 @@ static void ClaimConnections(Connection* connection) {
         "the first connection stays open when the second one ends");
 }
 
-static void ClaimMessages(Connection* connection) {
-  Record request = {0};
-  Record reply;
+static int HasLockName(const unsigned char* log, int index, const char* name) {
+  const unsigned char* const field = log + TAMLOG_LOCK_NAMES_OFFSET + index * TAMLOG_LOCK_NAME_SIZE;
+  return memcmp(field, name, strlen(name) + 1) == 0;
+}
+
+static int CanOpenEvent(const char* name) {
+  const HANDLE event = OpenEventA(EVENT_MODIFY_STATE | SYNCHRONIZE, FALSE, name);
+  if (event != NULL) CloseHandle(event);
+  return event != NULL;
+}
+
+static void ClaimLog(void) {
+  LogView view;
+  const int open = OpenLog(&view);
+  unsigned char* const log = open ? CopyLog(&view, ANSWER_MS) : NULL;
+  Claim(open, "mapping", "the log is mapped by its name, and serverRunning is 1");
+  Claim(log != NULL, "header", "the header fits the file, and read-wait is signalled between two flushes");
+  Claim(log != NULL && HasLockName(log, 0, TAMLOG_HEADER_LOCK) &&
+            HasLockName(log, 1, TAMLOG_READ_WAIT_EVENT) && HasLockName(log, 2, TAMLOG_WRITE_WAIT_EVENT),
+        "lock-names", "the names of the three events are in the file");
+  Claim(CanOpenEvent(TAMLOG_HEADER_LOCK) && CanOpenEvent(TAMLOG_READ_WAIT_EVENT) &&
+            CanOpenEvent(TAMLOG_WRITE_WAIT_EVENT),
+        "events", "the three events exist");
+  free(log);
+  CloseLog(&view);
+}
+
+/* A message of now, with a text of its own, and bytes after the ends of its texts. */
+static void PutMessage(Record request, const char* source, const char* text, DWORD type) {
+  unsigned char* const body = request + TAMLOG_RECORD_MESSAGE;
   SYSTEMTIME now;
   GetLocalTime(&now);
   {
     const WORD stamp[8] = {now.wYear,   now.wMonth,  now.wDay,          now.wHour,
                            now.wMinute, now.wSecond, now.wMilliseconds, 0};
-    memcpy(request + TAMLOG_RECORD_MESSAGE + TAMLOG_BODY_TIMESTAMP, stamp, sizeof stamp);
+    memset(request, 0, TAMLOG_RECORD_SIZE);
+    memcpy(body + TAMLOG_BODY_TIMESTAMP, stamp, sizeof stamp);
   }
-  memcpy(request + TAMLOG_RECORD_MESSAGE + TAMLOG_BODY_SOURCE, "pipe_claims", 12);
-  memcpy(request + TAMLOG_RECORD_MESSAGE + TAMLOG_BODY_TEXT, "a message of the conformance kit", 33);
-  PutNumber(request, TAMLOG_RECORD_MESSAGE + TAMLOG_BODY_TYPE, 1);
-  Claim(AskWith(connection, request, TAMLOG_SUBMIT_MESSAGE, reply) == TAMLOG_REPLY_DONE, "submit",
-        "SubmitMessage: Done");
-  PutNumber(request, TAMLOG_RECORD_MESSAGE + TAMLOG_BODY_TYPE, TAMLOG_TYPES);
-  Claim(AskWith(connection, request, TAMLOG_SUBMIT_MESSAGE, reply) == TAMLOG_REPLY_DONE, "submit-dropped",
+  memcpy(body + TAMLOG_BODY_ORIGIN, "kit\0\1\2\3\xff", TAMLOG_ORIGIN_SIZE);
+  memcpy(body + TAMLOG_BODY_SOURCE, source, strlen(source) + 1);
+  memcpy(body + TAMLOG_BODY_TEXT, text, strlen(text) + 1);
+  body[TAMLOG_BODY_SOURCE + TAMLOG_TEXT_SIZE - 1] = 'x';
+  body[TAMLOG_BODY_TEXT + TAMLOG_TEXT_SIZE - 1] = 'y';
+  memcpy(body + TAMLOG_BODY_TAIL, "\xfe\0\2z", TAMLOG_TAIL_SIZE);
+  PutNumber(body, TAMLOG_BODY_TYPE, type);
+}
+
+static DWORD Submit(Connection* connection, Record message) {
+  Record reply;
+  return AskWith(connection, message, TAMLOG_SUBMIT_MESSAGE, reply);
+}
+
+/* How often the body of `message` is in the log; the numbers of the slots and all else do not matter. */
+static int CountInLog(const unsigned char* log, const Record message) {
+  const unsigned char* slot;
+  int count = 0;
+  LONG i;
+  for (i = 0; (slot = NewestSlot(log, i)) != NULL; ++i)
+    count += memcmp(slot + TAMLOG_SLOT_BODY, message + TAMLOG_RECORD_MESSAGE, TAMLOG_BODY_SIZE) == 0;
+  return count;
+}
+
+/* Waits until `message` is in the log, and returns a copy of that log; null when it does not get there. */
+static unsigned char* LogWith(const Record message) {
+  const ULONGLONG limit = GetTickCount64() + STORED_MS;
+  LogView view;
+  unsigned char* log = NULL;
+  if (!OpenLog(&view)) return NULL;
+  do {
+    free(log);
+    log = CopyLog(&view, ANSWER_MS);
+    if (log != NULL && CountInLog(log, message) > 0) break;
+    Sleep(50);
+  } while (GetTickCount64() < limit);
+  if (log != NULL && CountInLog(log, message) == 0) {
+    free(log);
+    log = NULL;
+  }
+  CloseLog(&view);
+  return log;
+}
+
+static int IsStored(const Record message) {
+  unsigned char* const log = LogWith(message);
+  free(log);
+  return log != NULL;
+}
+
+/* The present settings with another filter of types would need a restart, so messages of types that it drops
+ * cannot be tried: the type 1 has to be kept. */
+static void ClaimMessages(Connection* connection) {
+  Record dropped;
+  Record kept;
+  LogView view;
+  unsigned char* log;
+  ULONGLONG changes = 0;
+  if (OpenLog(&view)) {
+    log = CopyLog(&view, ANSWER_MS);
+    if (log != NULL) changes = LongAt(log, TAMLOG_CHANGE_COUNT);
+    free(log);
+    CloseLog(&view);
+  }
+  PutMessage(dropped, "pipe_claims", "a message that is dropped", TAMLOG_TYPES);
+  Claim(Submit(connection, dropped) == TAMLOG_REPLY_DONE, "submit-dropped",
         "SubmitMessage of the type 4, which is dropped: Done all the same");
+  PutMessage(kept, "pipe_claims", "a message of the conformance kit", 1);
+  Claim(Submit(connection, kept) == TAMLOG_REPLY_DONE, "submit", "SubmitMessage: Done");
+  log = LogWith(kept);
+  Claim(log != NULL, "stored", "a message that was submitted is in the log, with all of its 546 bytes");
+  Claim(log != NULL && CountInLog(log, dropped) == 0, "not-stored",
+        "a message of the type 4 is not in the log");
+  Claim(log != NULL && LongAt(log, TAMLOG_CHANGE_COUNT) > changes, "change-count",
+        "a flush raises changeCount");
+  free(log);
 }
 
 static int IsFilter(Connection* connection, DWORD index, const char* text, DWORD kind) {
@@ -234,6 +232,36 @@ static int IsFilter(Connection* connection, DWORD index, const char* text, DWORD
   return AskFilter(connection, index, reply) == TAMLOG_REPLY_FILTER &&
          strcmp((const char*)reply + TAMLOG_RECORD_FILTER_TEXT, text) == 0 &&
          NumberAt(reply, TAMLOG_RECORD_FILTER_KIND) == kind;
+}
+
+/* The log keeps `source`, or drops it, while the filters are those of the caller. */
+static int Keeps(Connection* connection, const char* source, int wanted) {
+  Record message;
+  PutMessage(message, source, wanted ? "a message that a filter keeps" : "a message that a filter drops", 1);
+  if (Submit(connection, message) != TAMLOG_REPLY_DONE) return 0;
+  if (wanted) return IsStored(message);
+  {
+    /* A later one that is kept shows that the flush is over. */
+    Record later;
+    unsigned char* log;
+    int dropped;
+    PutMessage(later, "kit-include", "a message after a dropped one", 1);
+    if (Submit(connection, later) != TAMLOG_REPLY_DONE) return 0;
+    log = LogWith(later);
+    dropped = log != NULL && CountInLog(log, message) == 0;
+    free(log);
+    return dropped;
+  }
+}
+
+/* With the filters that ClaimFilters sets. */
+static void ClaimFilterRule(Connection* connection) {
+  Claim(Keeps(connection, "kit-include", 1) && Keeps(connection, "KIT-INC", 1) &&
+            Keeps(connection, "Kit-Include-2", 1),
+        "filter-keeps", "a filter keeps sources that begin with it, and beginnings of it, in any case");
+  Claim(Keeps(connection, "", 1), "filter-empty", "an empty source matches every filter");
+  Claim(Keeps(connection, "kit-includ_", 0) && Keeps(connection, "a kit-include", 0), "filter-drops",
+        "with include filters, sources that match none are dropped");
 }
 
 static void ClaimFilters(Connection* connection) {
@@ -244,11 +272,12 @@ static void ClaimFilters(Connection* connection) {
   int holds;
   while (count < MOST_FILTERS && AskFilter(connection, count, kept[count]) == TAMLOG_REPLY_FILTER) ++count;
   if (count == MOST_FILTERS) {
-    Claim(0, "filters", "not judged: the server has too many filters to put them back");
+    Claim(0, "filters", "not judged: the server has too many filters to restore them");
     return;
   }
   for (i = 0; i < count; ++i) kept[i][TAMLOG_RECORD_FILTER_KIND - 1] = 0;
-  holds = Ask(connection, TAMLOG_CLEAR_FILTERS, reply) == TAMLOG_REPLY_DONE &&
+  holds = AddFilter(connection, "kit-cleared", 0) == TAMLOG_REPLY_DONE &&
+          Ask(connection, TAMLOG_CLEAR_FILTERS, reply) == TAMLOG_REPLY_DONE &&
           AskFilter(connection, 0, reply) == TAMLOG_REPLY_NO_SUCH_FILTER;
   Claim(holds, "clear-filters", "ClearFilters: no filter is left");
   holds = AddFilter(connection, "kit-exclude", 0) == TAMLOG_REPLY_DONE &&
@@ -258,112 +287,239 @@ static void ClaimFilters(Connection* connection) {
           IsFilter(connection, 2, "kit-exclude", 0) &&
           AskFilter(connection, 3, reply) == TAMLOG_REPLY_NO_SUCH_FILTER;
   Claim(holds, "filter-order", "include filters first, kinds exactly 1 and 0, the same one twice");
+  ClaimFilterRule(connection);
   holds = Ask(connection, TAMLOG_CLEAR_FILTERS, reply) == TAMLOG_REPLY_DONE;
   for (i = 0; i < count; ++i)
     holds = AddFilter(connection, (const char*)kept[i] + TAMLOG_RECORD_FILTER_TEXT,
                       NumberAt(kept[i], TAMLOG_RECORD_FILTER_KIND)) == TAMLOG_REPLY_DONE &&
             holds;
-  Claim(holds, "filters-back", "read all, ClearFilters, add all again");
+  for (i = 0; i < count; ++i)
+    holds = IsFilter(connection, i, (const char*)kept[i] + TAMLOG_RECORD_FILTER_TEXT,
+                     NumberAt(kept[i], TAMLOG_RECORD_FILTER_KIND)) &&
+            holds;
+  Claim(holds && AskFilter(connection, count, reply) == TAMLOG_REPLY_NO_SUCH_FILTER, "filters-back",
+        "read all, ClearFilters, add all again");
 }
 
-static void ClaimPath(Connection* connection) {
+static int PathBecomes(Connection* connection, const unsigned char* path) {
   Record request = {0};
   Record reply;
-  int holds = Ask(connection, TAMLOG_GET_LOG_FILE, reply) == TAMLOG_REPLY_PATH;
-  memcpy(request + TAMLOG_RECORD_PATH, reply + TAMLOG_RECORD_PATH, TAMLOG_RECORD_BODY_SIZE);
-  holds = holds && AskWith(connection, request, TAMLOG_SET_LOG_FILE, reply) == TAMLOG_REPLY_DONE &&
-          Ask(connection, TAMLOG_GET_LOG_FILE, reply) == TAMLOG_REPLY_PATH &&
-          strcmp((const char*)reply + TAMLOG_RECORD_PATH, (const char*)request + TAMLOG_RECORD_PATH) == 0;
-  Claim(holds, "set-log-file", "SetLogFile with the present path: GetLogFile returns it");
+  memcpy(request + TAMLOG_RECORD_PATH, path, strlen((const char*)path) + 1);
+  return AskWith(connection, request, TAMLOG_SET_LOG_FILE, reply) == TAMLOG_REPLY_DONE &&
+         Ask(connection, TAMLOG_GET_LOG_FILE, reply) == TAMLOG_REPLY_PATH &&
+         strcmp((const char*)reply + TAMLOG_RECORD_PATH, (const char*)path) == 0;
+}
+
+/* The path takes effect at the next stop, so it is only another one for a moment. */
+static void ClaimPath(Connection* connection) {
+  Record present;
+  int holds = Ask(connection, TAMLOG_GET_LOG_FILE, present) == TAMLOG_REPLY_PATH &&
+              IsAbsolutePath(present + TAMLOG_RECORD_PATH);
+  if (holds) {
+    holds = PathBecomes(connection, (const unsigned char*)"C:\\kit-claim\\Logs.dat");
+    holds = PathBecomes(connection, present + TAMLOG_RECORD_PATH) && holds;
+  }
+  Claim(holds, "set-log-file", "SetLogFile: GetLogFile returns that path at once");
+}
+
+/* Pings until the connection breaks, and closes `view` as soon as serverRunning is 0. Returns the
+ * milliseconds since `begin`; `reported` becomes 1 when serverRunning was 0 before the mapping was closed. */
+static ULONGLONG WaitForBreak(Connection* connection, LogView* view, ULONGLONG begin, int* reported) {
+  Record reply;
+  ULONGLONG broke;
+  *reported = 0;
+  while (Ask(connection, TAMLOG_PING, reply) == TAMLOG_REPLY_ALIVE && GetTickCount64() - begin < restartMs)
+    Sleep(50);
+  broke = GetTickCount64() - begin;
+  /* The pipes end first, the file is closed after them. */
+  while (view->bytes != NULL && !*reported && GetTickCount64() - begin < broke + 5000) {
+    *reported = !IsRunning(view);
+    Sleep(20);
+  }
+  CloseLog(view);
+  Disconnect(connection);
+  return broke;
+}
+
+static int IsOver(Connection* connection) {
+  const ULONGLONG limit = GetTickCount64() + restartMs;
+  Record reply;
+  LogView view;
+  int open = 0;
+  if (!Connect(connection, (DWORD)restartMs) || Ask(connection, TAMLOG_PING, reply) != TAMLOG_REPLY_ALIVE)
+    return 0;
+  while (!(open = OpenLog(&view)) && GetTickCount64() < limit) Sleep(50);
+  CloseLog(&view);
+  return open;
+}
+
+static int ConnectAgain(Connection* connection, LogView* view) {
+  CloseLog(view);
+  Disconnect(connection);
+  return IsOver(connection);
+}
+
+static void GetPlainSettings(Connection* connection, Record settings) {
+  const DWORD end = TAMLOG_RECORD_SAVE_RATE + 4;
+  if (Ask(connection, TAMLOG_GET_SETTINGS, settings) != TAMLOG_REPLY_SETTINGS) memset(settings, 0, end);
+  memset(settings + end, 0, TAMLOG_RECORD_SIZE - end);
+}
+
+static int HasSettings(Connection* connection, const Record settings) {
+  Record reply;
+  return Ask(connection, TAMLOG_GET_SETTINGS, reply) == TAMLOG_REPLY_SETTINGS &&
+         memcmp(reply + TAMLOG_RECORD_BODY, settings + TAMLOG_RECORD_BODY, 16) == 0;
 }
 
 static void ClaimRestart(Connection* connection) {
   Record settings;
+  Record request;
   Record reply;
+  LogView view;
   ULONGLONG begin;
   ULONGLONG broke;
-  int holds = Ask(connection, TAMLOG_GET_SETTINGS, settings) == TAMLOG_REPLY_SETTINGS;
-  memset(settings + TAMLOG_RECORD_SAVE_RATE + 4, 0, TAMLOG_RECORD_SIZE - TAMLOG_RECORD_SAVE_RATE - 4);
-  begin = GetTickCount64();
-  holds = holds && AskWith(connection, settings, TAMLOG_SET_SETTINGS, reply) == TAMLOG_REPLY_DONE;
-  Claim(holds && Ask(connection, TAMLOG_PING, reply) == TAMLOG_REPLY_ALIVE, "restart-later",
-        "SetSettings: Done, and Ping is still answered");
-  while (Ask(connection, TAMLOG_PING, reply) == TAMLOG_REPLY_ALIVE && GetTickCount64() - begin < 30000)
-    Sleep(50);
-  broke = GetTickCount64() - begin;
-  Disconnect(connection);
-  Claim(holds && broke >= 900 && broke < 30000, "restart-breaks",
+  int done;
+  int alive;
+  int set;
+  int reported;
+  int attempt = 0;
+  GetPlainSettings(connection, settings);
+  memcpy(request, settings, sizeof request);
+  PutNumber(request, TAMLOG_RECORD_TYPE_FILTER, NumberAt(settings, TAMLOG_RECORD_TYPE_FILTER) | 0xFFFFFFF0U);
+  do { /* a machine that stalls for a second cannot show what comes before the restart */
+    OpenLog(&view);
+    begin = GetTickCount64();
+    done = AskWith(connection, request, TAMLOG_SET_SETTINGS, reply) == TAMLOG_REPLY_DONE;
+    alive = done && Ask(connection, TAMLOG_PING, reply) == TAMLOG_REPLY_ALIVE;
+    set = alive && HasSettings(connection, settings);
+  } while (!set && GetTickCount64() - begin > STALLED_MS && ++attempt < 3 && ConnectAgain(connection, &view));
+  Claim(alive, "restart-later", "SetSettings: Done, and Ping is still answered");
+  Claim(set, "set-settings", "GetSettings returns what was set; the other bits of typeFilter are 0");
+  broke = WaitForBreak(connection, &view, begin, &reported);
+  Claim(done && broke >= 900 && broke < restartMs, "restart-breaks",
         "the restart ends the connection, a second after the request");
-  holds = Connect(connection, 30000) && Ask(connection, TAMLOG_PING, reply) == TAMLOG_REPLY_ALIVE;
-  Claim(holds, "restart-over", "after the restart a client connects again");
+  Claim(reported, "running-0", "serverRunning becomes 0 before the file is closed");
+  Claim(IsOver(connection), "restart-over", "after the restart a client connects again, and the log is open");
+  Claim(HasSettings(connection, settings), "settings-kept", "the settings are the same after the restart");
+}
+
+/* Sends requests and reads no reply. Replies and requests fill the pipes; then a write waits. */
+static int FillPipes(Connection* connection) {
+  static const Record request = {TAMLOG_PING};
+  int sent = 0;
+  if (!Connect(connection, ANSWER_MS)) return 0;
+  while (sent < 100 && Send(connection, request, sizeof request)) ++sent;
+  return sent < 100;
 }
 
 static void ClaimIdleEnd(Connection* connection) {
   Record reply;
+  Connection other;
+  const int filled = FillPipes(&other);
   Ask(connection, TAMLOG_PING, reply);
   Sleep(9000);
   Claim(Ask(connection, TAMLOG_PING, reply) == TAMLOG_REPLY_ALIVE, "idle-9-s",
         "9 s without a request are allowed");
   Sleep(12000);
   Claim(Ask(connection, TAMLOG_PING, reply) == 0, "idle-12-s", "12 s without a request end the connection");
+  /* The end of a connection discards its replies. */
+  Claim(filled && Receive(&other, reply, ANSWER_MS) == 0, "not-reading",
+        "a client that reads no replies for 10 s loses its connection");
+  Disconnect(&other);
 }
 
-/* Tries all claims, for a program that contains this file (with TAMLOG_CLAIMS_ONLY). Returns 0 when there is
- * no server. */
-int TamlogPipeClaims(int change, int restart, int idle, ClaimFunction claimed, void* context);
+static int CapacityBecomes(Connection* connection, Record settings, DWORD sent, DWORD wanted) {
+  Record reply;
+  PutNumber(settings, TAMLOG_RECORD_MAX_MESSAGE, sent);
+  return AskWith(connection, settings, TAMLOG_SET_SETTINGS, reply) == TAMLOG_REPLY_DONE &&
+         Ask(connection, TAMLOG_GET_SETTINGS, reply) == TAMLOG_REPLY_SETTINGS &&
+         NumberAt(reply, TAMLOG_RECORD_MAX_MESSAGE) == wanted;
+}
 
-int TamlogPipeClaims(int change, int restart, int idle, ClaimFunction claimed, void* context) {
+static int IsEmpty(LogView* view) {
+  unsigned char* const log = view->bytes != NULL ? CopyLog(view, ANSWER_MS) : NULL;
+  const int empty =
+      log != NULL && CountAt(log, TAMLOG_MESSAGE_COUNT) == 0 && CountAt(log, TAMLOG_NEXT_SLOT) == 0;
+  free(log);
+  return empty;
+}
+
+static void ClaimClear(Connection* connection) {
+  Record message;
+  Record reply;
+  LogView view;
+  ULONGLONG begin;
+  int attempt = 0;
+  int done;
+  int empty;
+  int ignored;
+  PutMessage(message, "pipe_claims", "a message that is cleared", 1);
+  do {
+    OpenLog(&view);
+    Submit(connection, message);
+    begin = GetTickCount64();
+    done = Ask(connection, TAMLOG_CLEAR_LOG, reply) == TAMLOG_REPLY_DONE;
+    empty = done && IsEmpty(&view);
+  } while (!empty && GetTickCount64() - begin > STALLED_MS && ++attempt < 3 &&
+           ConnectAgain(connection, &view));
+  Claim(done, "clear", "ClearLog: Done");
+  Claim(empty, "cleared", "the log is empty when Done arrives, and so is what was pending");
+  Claim(WaitForBreak(connection, &view, begin, &ignored) < restartMs, "clear-restarts",
+        "a restart follows a ClearLog");
+  Claim(IsOver(connection), "after-clear", "after that a client connects again, and the log is open");
+}
+
+static void ClaimCapacity(Connection* connection) {
+  Record settings;
+  LogView view;
+  ULONGLONG begin;
+  DWORD capacity;
+  int attempt = 0;
+  int holds;
+  int ignored;
+  GetPlainSettings(connection, settings);
+  capacity = NumberAt(settings, TAMLOG_RECORD_MAX_MESSAGE);
+  do {
+    OpenLog(&view);
+    begin = GetTickCount64();
+    holds = CapacityBecomes(connection, settings, 2000000, 1000000) &&
+            CapacityBecomes(connection, settings, 0, 1);
+    holds = CapacityBecomes(connection, settings, capacity, capacity) && holds;
+  } while (!holds && GetTickCount64() - begin > STALLED_MS && ++attempt < 3 &&
+           ConnectAgain(connection, &view));
+  Claim(holds, "capacity-limits",
+        "SetSettings: a capacity of 0 becomes 1, one above 1,000,000 becomes 1,000,000");
+  WaitForBreak(connection, &view, begin, &ignored);
+  Claim(IsOver(connection) && HasSettings(connection, settings), "burst",
+        "three SetSettings in a row: one restart, with the last settings");
+}
+
+int TamlogPipeClaims(const PipeClaimOptions* options, ClaimFunction claimed, void* context) {
   Connection connection;
+  int connected;
   receiver = claimed;
   receiverContext = context;
-  if (!Connect(&connection, ANSWER_MS)) return 0;
+  restartMs = 1000 * (ULONGLONG)options->restartSeconds;
+  if (!WaitNamedPipeA(TAMLOG_REQUEST_PIPE, ANSWER_MS) && GetLastError() == ERROR_FILE_NOT_FOUND) return 0;
+  connected = Connect(&connection, ANSWER_MS);
+  Claim(connected, "connect", "both pipes open, in message mode, and a first request is answered");
+  if (!connected) return 1;
   ClaimQuestions(&connection);
   ClaimForm(&connection);
+  ClaimTooLongOften();
   ClaimConnections(&connection);
-  if (change) {
+  ClaimLog();
+  if (options->change) {
     ClaimMessages(&connection);
     ClaimFilters(&connection);
     ClaimPath(&connection);
   }
-  if (restart) ClaimRestart(&connection);
-  if (idle) ClaimIdleEnd(&connection);
+  if (options->restart) ClaimRestart(&connection);
+  if (options->empty) {
+    ClaimClear(&connection);
+    ClaimCapacity(&connection);
+  }
+  if (options->idle) ClaimIdleEnd(&connection);
   Disconnect(&connection);
   return 1;
 }
-
-#ifndef TAMLOG_CLAIMS_ONLY
-static int claims = 0;
-static int failed = 0;
-
-static void Print(void* context, int holds, const char* name, const char* about) {
-  (void)context;
-  ++claims;
-  if (!holds) ++failed;
-  printf("%-6s  pipe    %-16s  %s\n", holds ? "holds" : "FAILS", name, about);
-}
-
-int main(int count, char** arguments) {
-  int change = 0;
-  int restart = 0;
-  int idle = 0;
-  int i;
-  for (i = 1; i < count; ++i) {
-    if (strcmp(arguments[i], "--change") == 0) {
-      change = 1;
-    } else if (strcmp(arguments[i], "--restart") == 0) {
-      restart = 1;
-    } else if (strcmp(arguments[i], "--idle") == 0) {
-      idle = 1;
-    } else {
-      fprintf(stderr, "usage: pipe_claims [--change] [--restart] [--idle]\n");
-      return 2;
-    }
-  }
-  if (!TamlogPipeClaims(change, restart, idle, Print, NULL)) {
-    fprintf(stderr, "pipe_claims: no server has its pipes open\n");
-    return 3;
-  }
-  printf("%d claims hold, %d fail\n", claims - failed, failed);
-  return failed > 0 ? 1 : 0;
-}
-#endif

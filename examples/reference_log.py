@@ -4,7 +4,7 @@ Written to be read: every function is a paragraph of the document. Standard libr
 
     reference_log.py FILE      shows the messages as JSON lines, oldest first
 
-Exit code 0, 7 when something is damaged (the rest is shown), 9 when the file is no log.
+Exit code 0, 2 when FILE cannot be read, 7 when something is damaged (the rest is shown), 9 when FILE is no log.
 """
 
 import json
@@ -94,12 +94,41 @@ def falling_stretch(keys):
     return end if keys and keys[end - 1] < keys[0] else 0
 
 
-def in_order_of_time(ring):
-    """Turns the rest of a block, then sorts by time. Python's sort is stable."""
+def written_since(keys, numbers):
+    """The position from which on messages may have been written after the last full rewrite: times do not fall, and
+    numbers rise by 1, or by more where an insertion began, which writes two messages at least."""
+    begin = len(keys) - 1
+    while begin > 0 and 0 < numbers[begin - 1] < numbers[begin] and keys[begin - 1] <= keys[begin]:
+        insertion = numbers[begin] + 1 in numbers[begin + 1:begin + 2]
+        if numbers[begin - 1] + 1 != numbers[begin] and not insertion:
+            break
+        begin -= 1
+    return begin
+
+
+def block_length(ring, capacity):
+    """How many of the oldest messages are the rest of a block that was written in reverse."""
     keys = [key_of(message) for message in ring]
-    if keys == sorted(keys):
-        return list(ring)
-    end = falling_stretch(keys)
+    if len(ring) < capacity:
+        return falling_stretch(keys)
+    numbers = [message.sequence for message in ring]
+    next_slot = ring[0].slot
+    most = capacity - next_slot
+    if next_slot > 0:
+        since = written_since(keys, numbers)
+        if since < most:
+            most = since + (keys[since] == keys[-1])
+
+    def rises(i):
+        return keys[i - 1] < keys[i] or (keys[i - 1] == keys[i] and 0 < numbers[i - 1] < numbers[i])
+
+    length = next((i for i in range(1, most) if rises(i)), most)
+    return 0 if next_slot == 0 and length < capacity else length
+
+
+def in_order_of_time(ring, capacity):
+    """Turns the rest of a block, then sorts by time. Python's sort is stable."""
+    end = block_length(ring, capacity)
     return sorted(ring[:end][::-1] + ring[end:], key=key_of)
 
 
@@ -160,10 +189,13 @@ def main(arguments):
     if len(arguments) != 1:
         print(__doc__, file=sys.stderr)
         return 2
-    with open(arguments[0], "rb") as stream:
-        image = stream.read()
     try:
+        with open(arguments[0], "rb") as stream:
+            image = stream.read()
         ring = ring_of(image)
+    except OSError as problem:
+        print("reference_log.py: %s" % problem, file=sys.stderr)
+        return 2
     except NoLog as problem:
         print("%s: %s" % (arguments[0], problem), file=sys.stderr)
         return 9
@@ -171,7 +203,7 @@ def main(arguments):
     problems = [("damaged messages", sum(is_damaged(message) for message in ring)),
                 ("messages older than the one before", misplaced(ring, capacity)),
                 ("bytes too many or too few", abs(len(image) - file_size(capacity)))]
-    for message in in_order_of_time(ring):
+    for message in in_order_of_time(ring, capacity):
         print(json_line(message))
     for what, count in problems:
         if count:

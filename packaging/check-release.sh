@@ -27,7 +27,9 @@ refuse() {
 }
 for name in MAKER_CONTACT MAKER_HOMEPAGE MAKER_LICENSE MAKER_COPYRIGHT DOWNLOAD_URL; do
   case ${!name,,} in
-    *placeholder* | *example.invalid* | '') refuse "$name is a placeholder: ${!name}; fill it in in packaging/maker.env" ;;
+    *placeholder* | *example.invalid* | '')
+      refuse "$name is a placeholder: ${!name}; fill it in in packaging/maker.env"
+      ;;
   esac
 done
 [[ -n $SIGN ]] || refuse 'SIGN is empty: the packages would not be signed; see docs/packages.md, "Signatures"'

@@ -3,7 +3,8 @@
 
 usage: packaging/check_programs.py VERSION DIRECTORY
 
-DIRECTORY holds the stripped programs and libraries, and in DIRECTORY/symbols the file NAME.debug of each. Prints one line for each program, one line for each fault, and exits with 1 if there are faults.
+DIRECTORY holds the stripped programs and libraries, and in DIRECTORY/symbols the file NAME.debug of each. Prints one
+line for each program, one line for each fault, and exits with 1 if there are faults.
 """
 
 import os
@@ -13,8 +14,8 @@ from xml.etree import ElementTree
 
 import pe_file
 
-LIMITS = {"TamLogServer.exe": 1_300_000, "tamlogctl.exe": 3_500_000, "tamlog.dll": 3_500_000,
-          "setup_helper.exe": 1_500_000, "msi_actions.dll": 1_500_000}
+LIMITS = {"TamLogServer.exe": 1_300_000, "tamlogctl.exe": 3_500_000, "tamlogcheck.exe": 2_500_000,
+          "tamlog.dll": 3_500_000, "setup_helper.exe": 1_500_000, "msi_actions.dll": 1_500_000}
 SUPPORTED_SYSTEMS = {
     "{35138b9a-5d96-4fbd-8e2d-a2440225f93a}": "Windows 7",
     "{4a2f28e3-53b9-4441-ba9c-d69d4a4a6e38}": "Windows 8",
@@ -22,7 +23,7 @@ SUPPORTED_SYSTEMS = {
     "{8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a}": "Windows 10",
 }
 # The settings that each manifest has; all others would change how the program behaves.
-SETTINGS = {"TamLogServer.exe": {}, "setup_helper.exe": {},
+SETTINGS = {"TamLogServer.exe": {}, "tamlogcheck.exe": {}, "setup_helper.exe": {},
             "tamlogctl.exe": {"longPathAware": "true", "activeCodePage": "UTF-8"}}
 GUARD = "__stack_chk_fail"
 

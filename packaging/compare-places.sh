@@ -22,9 +22,10 @@ cd "$(dirname "$0")/.."
 [[ -z $(git status --porcelain) ]] || { echo 'compare-places.sh: commit your changes first' >&2; exit 1; }
 other=$(mktemp -d)
 trap 'rm -rf "$other"' EXIT
+cp build/packages/SHA256SUMS "$other/here"
 git clone --quiet . "$other/elsewhere"
 CCACHE_DISABLE=1 "$other/elsewhere/package.sh" --no-install
-if ! diff build/packages/SHA256SUMS "$other/elsewhere/build/packages/SHA256SUMS"; then
+if ! diff "$other/here" "$other/elsewhere/build/packages/SHA256SUMS"; then
   echo 'compare-places.sh: the packages differ' >&2
   exit 1
 fi

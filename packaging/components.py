@@ -8,7 +8,7 @@ import os
 import re
 import subprocess
 
-MAPS = ("TamLogServer.map", "tamlogctl.map", "tamlog.map", "setup_helper.map", "msi_actions.map")
+MAPS = ("TamLogServer.map", "tamlogctl.map", "tamlogcheck.map", "tamlog.map", "setup_helper.map", "msi_actions.map")
 COMMON_LICENCES = "/usr/share/common-licenses"
 
 
@@ -118,7 +118,7 @@ def find(build, root):
         program = name[:-4] + (".dll" if name in ("tamlog.map", "msi_actions.map") else ".exe")
         add(packages_of(linked_files(os.path.join(build, name), root)), program)
     headers = {"tamlogctl.exe": {"tamlogctl"}, "TamLogServer.exe": {"server", "store", "pipe", "util", "records"},
-               "tamlog.dll": {"client"}}
+               "tamlogcheck.exe": {"check", "client", "conformance"}, "tamlog.dll": {"client"}}
     for program, rooms in headers.items():
         add(packages_of(compiled_headers(build, rooms, root)), program)
     return [components[name] for name in sorted(components)]

@@ -38,6 +38,7 @@ gzip -9n <"$root/docs/man/tamlogctl.1" >"$package/usr/share/man/man1/tamlogctl.1
 # Compiled in; zlib, liblzma and the run-time libraries are Debian's own packages.
 install -D -m 644 -t "$documents/licenses" "$licences"/{libcli11-dev,libfmt-dev,nlohmann-json3-dev}.txt
 cp "$root/docs/tamlogctl.md" "$root/docs/library.md" "$documents/"
+install -D -m 644 -t "$documents/examples" "$root"/examples/*
 gzip -9n <"$root/CHANGELOG.md" >"$documents/changelog.gz"
 cat >"$documents/copyright" <<TEXT
 Torvane Log Server

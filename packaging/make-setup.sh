@@ -22,6 +22,12 @@ here=$(cd "$(dirname "$0")" && pwd -P)
 # shellcheck source=packaging/maker.env
 . "$here/maker.env"
 
+# The stub of earlier ones lets other users change the copy from which the uninstaller runs.
+readonly oldest=3.08-3+deb12u1
+nsis=$(dpkg-query --show --showformat='${Version}' nsis)
+dpkg --compare-versions "$nsis" ge "$oldest" ||
+  { echo "make-setup.sh: nsis $nsis is too old; version $oldest is needed" >&2; exit 1; }
+
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cp -r "$stage" "$work/files"

@@ -162,12 +162,24 @@ def statements():
            "VALUES ('DeleteData', 3649, 'Actions', 'DeleteData')")
     yield ("INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) "
            "VALUES ('QuoteCommand', 3073, 'Actions', 'QuoteCommand')")
-    for action in ("DeleteData", "QuoteCommand"):
+    yield ("INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) "
+           "VALUES ('MakeDirectory', 3073, 'Actions', 'MakeDirectory')")
+    yield ("INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) "
+           "VALUES ('RemoveNewDirectory', 3393, 'Actions', 'RemoveNewDirectory')")
+    # An upgrade goes to the directory of the old version, unless the command line names another.
+    yield ("INSERT INTO `RegLocator` (`Signature_`, `Root`, `Key`, `Name`, `Type`) VALUES "
+           f"('PackageDirectory', 2, '{PACKAGE_KEY}', 'Directory', 18)")
+    yield "INSERT INTO `AppSearch` (`Property`, `Signature_`) VALUES ('OLDDIRECTORY', 'PackageDirectory')"
+    yield ("INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) "
+           "VALUES ('KeepDirectory', 51, 'INSTALLDIR', '[OLDDIRECTORY]')")
+    for action in ("DeleteData", "MakeDirectory", "QuoteCommand"):
         yield ("INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) "
                f"VALUES ('DirectoryFor{action}', 51, '{action}', '[INSTALLDIR]')")
     remove = 'REMOVE="ALL" AND DELETEDATA=1 AND NOT UPGRADINGPRODUCTCODE'
     install = 'NOT REMOVE="ALL"'
-    sequence = (("AppSearch", "", 50), ("RememberData", install, 1398), ("CheckDevice", install, 1399),
+    sequence = (("AppSearch", "", 50), ("KeepDirectory", "OLDDIRECTORY AND NOT INSTALLDIR", 60),
+                ("RemoveNewDirectory", install, 3650), ("DirectoryForMakeDirectory", install, 3651),
+                ("MakeDirectory", install, 3652), ("RememberData", install, 1398), ("CheckDevice", install, 1399),
                 ("DirectoryForDeleteData", remove, 3601), ("DeleteData", remove, 3602),
                 ("DirectoryForQuoteCommand", install, 5801), ("QuoteCommand", install, 5802),
                 ("DeleteNewData", install, 5899), ("WriteEnvironmentStrings", "", 5200),

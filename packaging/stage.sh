@@ -19,8 +19,8 @@ esac
 programs=$1 build=$2 stage=$3
 root=$(cd "$(dirname "$0")/.." && pwd -P)
 
-install -D -m 644 -t "$stage" "$programs/TamLogServer.exe" "$programs/tamlogctl.exe" "$root/CHANGELOG.md" \
-  "$root/packaging/README.txt"
+install -D -m 644 -t "$stage" "$programs/TamLogServer.exe" "$programs/tamlogctl.exe" "$programs/tamlogcheck.exe" \
+  "$root/CHANGELOG.md" "$root/packaging/README.txt"
 sed -i 's/$/\r/' "$stage/README.txt"
 
 cmake --install "$build" --prefix "$stage/library" --component client >/dev/null
@@ -29,10 +29,6 @@ SOURCE_DATE_EPOCH=0 x86_64-w64-mingw32-strip --strip-debug --enable-deterministi
 mkdir -p "$stage/library/examples"
 install -m 644 -t "$stage/library/examples" "$root"/examples/*
 
-mkdir -p "$stage/docs"
-for document in architecture damage_table library log_file_format packages performance pipe_protocol reader_protocol \
-  real_windows reliability security tamlogctl testing; do
-  install -m 644 -t "$stage/docs" "$root/docs/$document.md"
-done
+install -D -m 644 -t "$stage/docs" "$root"/docs/*.md
 cp -r "$root/docs/decisions" "$root/docs/schema" "$stage/docs/"
 find "$stage" -type f -exec chmod 644 {} +

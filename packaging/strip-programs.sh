@@ -20,7 +20,7 @@ built=$1 target=$2
 # The tools would write the present time into the headers.
 export SOURCE_DATE_EPOCH=0
 mkdir -p "$target/symbols"
-for program in TamLogServer.exe tamlogctl.exe tamlog.dll setup_helper.exe msi_actions.dll; do
+for program in TamLogServer.exe tamlogctl.exe tamlogcheck.exe tamlog.dll setup_helper.exe msi_actions.dll; do
   [[ -f $built/$program ]] || { echo "strip-programs.sh: $built/$program is missing; build it first" >&2; exit 1; }
   x86_64-w64-mingw32-objcopy --only-keep-debug "$built/$program" "$target/symbols/$program.debug"
   x86_64-w64-mingw32-strip -o "$target/$program" "$built/$program"

@@ -31,6 +31,8 @@ done
 if [[ $# -eq 0 || $* == --quick ]]; then
   python3 packaging/tests/release_files_test.py
   # Making all packages again, with signatures, takes half a minute.
-  if (($# == 0)); then python3 packaging/tests/signing_test.py; else python3 packaging/tests/signing_test.py Hook Release; fi
+  classes=()
+  (($# == 0)) || classes=(Hook Release)
+  python3 packaging/tests/signing_test.py "${classes[@]}"
 fi
 exec python3 packaging/tests/packages_test.py "$@"

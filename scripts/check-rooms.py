@@ -46,7 +46,7 @@ MAY_USE = {
     "tamlogctl/commands": ["records", *CLIENT, *TOOL],
     "driver": ["records"],
     # A witness of its own of what Windows does: neither the server's code nor the command line's.
-    "check": ["records", "client/message", "client/log", "client/file", "client/live"],
+    "check": ["records", "client/message", "client/log", "client/file", "client/live", "conformance"],
     "tests": [*SERVER, *CLIENT, *TOOL, "conformance", "driver", "check"],
     "fuzz": [*SERVER, *CLIENT, *TOOL, "tests"],
     "bench": [*SERVER, *CLIENT, "driver", "tests"],

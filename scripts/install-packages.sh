@@ -9,7 +9,7 @@ usage: scripts/install-packages.sh [build|run|test|fuzz|bench|package]
 Installs the missing ones of the Debian packages that the project needs, as root or with sudo:
   build  for building everything
   run    these, and Wine, for running the programs (run.sh)
-  test   these, and the packages for checks, native tests and fuzz targets (test.sh); the default
+  test   these, and the packages for checks, native tests, fuzz targets and packaging (test.sh); the default
   fuzz   for building and running the fuzz targets (fuzz.sh)
   bench  for building and running the server, and the peers of the benchmarks (bench.sh)
   package  for making the packages of a release and trying them under Wine (package.sh)
@@ -55,7 +55,7 @@ case $set_name in
   -h | --help) usage; exit 0 ;;
   build) wanted=("${build_packages[@]}") ;;
   run) wanted=("${run_packages[@]}") ;;
-  test) wanted=("${run_packages[@]}" "${test_packages[@]}" "${fuzz_packages[@]}") ;;
+  test) wanted=("${run_packages[@]}" "${test_packages[@]}" "${fuzz_packages[@]}" "${package_packages[@]}") ;;
   fuzz) wanted=("${run_packages[@]}" "${fuzz_packages[@]}") ;;
   bench) wanted=("${run_packages[@]}" "${bench_packages[@]}") ;;
   package) wanted=("${run_packages[@]}" "${package_packages[@]}") ;;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "client/file/file_path.h"
+#include "client/file/windows_names.h"
 #include "client/message/hex.h"
 
 namespace TamLogClient {
@@ -46,6 +47,8 @@ AtomicFile::~AtomicFile() {
 }
 
 FileStatus AtomicFile::Open(const std::string& path, bool overwrite) {
+  // There the system would open a device for the temporary name, too.
+  if (kWindowsNames && NamesNoOrdinaryFile(path)) return Status::NotAFile;
   target = PathOf(path);
   mayOverwrite = overwrite;
   std::error_code error;

@@ -68,10 +68,12 @@ std::string ImageOf(const LogSnapshot& snapshot) {
   return bytes;
 }
 
-FileStatus ReadFileBytes(const std::string& path, std::string& bytes) {
+FileStatus ReadFileBytes(const std::string& path, std::string& bytes, std::uint64_t most) {
   bytes.clear();
   FileBytes file;
   if (FileStatus status = file.Open(path); status != Status::Ok) return status;
+  if (file.Size() > most)
+    return {Status::TooLong, "is larger than " + std::to_string(most / 1024 / 1024) + " MiB"};
   bytes.resize(file.Size());
   bytes.resize(file.Copy(0, bytes.data(), bytes.size()));
   return file.Failure();

@@ -68,8 +68,9 @@ class LogFileImage {
 std::string ImageOf(const LogSnapshot& snapshot);
 
 // Reads the whole file at `path` (UTF-8) with ordinary reads, so that, if the file shrinks meanwhile, the
-// rest of it is returned. NotFound, NotAFile (a directory), AccessDenied and SystemError leave `bytes` empty.
-FileStatus ReadFileBytes(const std::string& path, std::string& bytes);
+// rest of it is returned. NotFound, NotAFile (a directory), AccessDenied, SystemError, and TooLong for more
+// than `most` bytes leave `bytes` empty.
+FileStatus ReadFileBytes(const std::string& path, std::string& bytes, std::uint64_t most = UINT64_MAX);
 
 // Returns whether two paths (UTF-8) name one file, also through links. Of files that do not exist, the
 // names are compared as absolute ones.

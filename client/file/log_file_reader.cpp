@@ -94,9 +94,8 @@ void ReadKnownRing(FileBytes& file, const LogFileImage& image, LogSnapshot& snap
 bool IsPlainlySound(const LogSnapshot& snapshot) {
   const auto slots = snapshot.RingOrder();
   LogFileSurvey survey;
-  std::uint64_t key = 0;
-  for (const std::uint32_t slot : slots) survey.Add(snapshot.slots[slot], key);
-  return survey.inTimeOrder && survey.doubtful == 0 &&
+  for (const std::uint32_t slot : slots) survey.Add(snapshot.slots[slot]);
+  return survey.inOrder && survey.doubtful == 0 &&
          slots.size() == static_cast<std::size_t>(snapshot.header.messageCount);
 }
 

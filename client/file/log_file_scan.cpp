@@ -29,22 +29,15 @@ bool HeaderFits(const LogFileHeader& header, std::uint64_t bytes) {
   return RingIsSound(header) && bytes == LogFileSize(static_cast<std::uint64_t>(header.maxMessages));
 }
 
-// A survey of some of a file's messages, and the times at its ends.
-struct PartSurvey : LogFileSurvey {
-  std::uint64_t oldest = 0;
-  std::uint64_t newest = 0;
-};
-
 // Reads pieces that fit into a processor's cache while they are examined.
-std::optional<PartSurvey> SurveyPart(LogFileScan& scan, std::uint32_t from, std::uint32_t to) {
+std::optional<LogFileSurvey> SurveyPart(LogFileScan& scan, std::uint32_t from, std::uint32_t to) {
   constexpr std::uint32_t kPiece = 512;
-  PartSurvey part;
+  LogFileSurvey part;
   std::vector<LogMessage> piece;
-  for (bool first = true; from < to; first = false) {
+  while (from < to) {
     piece.resize(std::min(kPiece, to - from));
     if (!scan.Read(from, piece)) return std::nullopt;
-    if (first) part.oldest = LogMessageView(piece.front()).Key();
-    for (const LogMessage& message : piece) part.Add(message, part.newest);
+    for (const LogMessage& message : piece) part.Add(message);
     from += static_cast<std::uint32_t>(piece.size());
   }
   return part;
@@ -52,12 +45,21 @@ std::optional<PartSurvey> SurveyPart(LogFileScan& scan, std::uint32_t from, std:
 
 }  // namespace
 
-void LogFileSurvey::Add(const LogMessage& message, std::uint64_t& key) {
-  const LogMessageView view(message);
-  if (view.Damaged()) ++damaged;
+void LogFileSurvey::Add(const LogMessage& message) {
+  if (LogMessageView(message).Damaged()) ++damaged;
   if (!LooksLikeMessage(message)) ++doubtful;
-  if (view.Key() < key) inTimeOrder = false;
-  key = view.Key();
+  const ArrivalStamp stamp = ArrivalOf(message);
+  if (last && !IsShownOlder(*last, stamp)) inOrder = false;
+  if (!first) first = stamp;
+  last = stamp;
+}
+
+void LogFileSurvey::Add(const LogFileSurvey& next) {
+  damaged += next.damaged;
+  doubtful += next.doubtful;
+  inOrder = inOrder && next.inOrder && (!last || !next.first || IsShownOlder(*last, *next.first));
+  if (!first) first = next.first;
+  if (next.last) last = next.last;
 }
 
 bool LogFileScan::Open(const std::string& path) {
@@ -95,26 +97,22 @@ bool LogFileScan::ForEach(const std::function<bool(const LogMessage&)>& take, st
 
 std::optional<LogFileSurvey> LogFileScan::Survey() const {
   // A stream has one read position, so each part opens the file for itself.
-  const auto survey = [this](std::uint32_t from, std::uint32_t to) -> std::optional<PartSurvey> {
+  const auto survey = [this](std::uint32_t from, std::uint32_t to) -> std::optional<LogFileSurvey> {
     LogFileScan own;
     if (!own.Open(place) || std::memcmp(&own.header, &header, sizeof(header)) != 0) return std::nullopt;
     return SurveyPart(own, from, to);
   };
   const std::uint32_t parts = std::clamp(std::thread::hardware_concurrency(), 1U, 4U);
   const std::uint32_t each = MessageCount() / parts + 1;
-  std::vector<std::future<std::optional<PartSurvey>>> coming;
+  std::vector<std::future<std::optional<LogFileSurvey>>> coming;
   for (std::uint32_t from = 0; from < MessageCount(); from += each) {
     coming.push_back(std::async(std::launch::async, survey, from, std::min(from + each, MessageCount())));
   }
   LogFileSurvey whole;
-  std::uint64_t newest = 0;
   for (auto& next : coming) {
     const auto part = next.get();
     if (!part) return std::nullopt;
-    whole.damaged += part->damaged;
-    whole.doubtful += part->doubtful;
-    if (!part->inTimeOrder || part->oldest < newest) whole.inTimeOrder = false;
-    newest = part->newest;
+    whole.Add(*part);
   }
   return whole;
 }

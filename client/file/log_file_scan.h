@@ -14,18 +14,26 @@
 #include <span>
 #include <string>
 
+#include "client/log/ring.h"
 #include "records/log_file_format.h"
 
 namespace TamLogClient {
 
 // Properties of all messages of a file.
 struct LogFileSurvey {
-  bool inTimeOrder = true;   // no message is older than the one before it
+  // Each message is shown to be older than the next one, so that ring order is the order of time and arrival.
+  bool inOrder = true;
   std::size_t damaged = 0;   // messages that break a rule of the format
   std::size_t doubtful = 0;  // slots that do not look like messages: slots may be elsewhere in the file
 
-  // Adds a message; `key` is the time key of the one before it, and becomes its own.
-  void Add(const LogMessage& message, std::uint64_t& key);
+  std::optional<ArrivalStamp> first;
+  std::optional<ArrivalStamp> last;
+
+  // Adds the next message of the ring.
+  void Add(const LogMessage& message);
+
+  // Adds the messages of another survey, which follow in the ring.
+  void Add(const LogFileSurvey& next);
 };
 
 class LogFileScan {

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "client/log/ring.h"
 #include "client/message/hex.h"
 
 namespace TamLogClient {
@@ -149,12 +148,6 @@ std::uint32_t TwinNumbers::Of(const LogMessage* message) const {
 
 std::vector<std::uint32_t> TwinsIn(const LogSnapshot& snapshot, const std::vector<std::uint32_t>& slots) {
   if (slots.empty()) return {};
-  std::vector<std::uint32_t> ring = snapshot.RingOrder();
-  std::vector<std::uint64_t> times(ring.size());
-  std::transform(ring.begin(), ring.end(), times.begin(),
-                 [&snapshot](std::uint32_t slot) { return TimeKey(snapshot.slots[slot].body); });
-  // Elsewhere equal messages are in the order in which they came.
-  std::reverse(ring.begin(), ring.begin() + static_cast<std::ptrdiff_t>(FallingStretch(times)));
   // Sorted, not hashed: any user can send messages whose times a hash table would put into one bucket.
   std::vector<std::uint64_t> keys;
   keys.reserve(slots.size());
@@ -162,7 +155,7 @@ std::vector<std::uint32_t> TwinsIn(const LogSnapshot& snapshot, const std::vecto
   std::sort(keys.begin(), keys.end());
   std::unordered_map<MessageIdentity, std::uint32_t, MessageIdentityHash> counts;
   std::unordered_map<std::uint32_t, std::uint32_t> numbers;
-  for (const std::uint32_t slot : ring) {
+  for (const std::uint32_t slot : OrderOfArrival(snapshot)) {
     const LogMessageBody& body = snapshot.slots[slot].body;
     if (std::binary_search(keys.begin(), keys.end(), TimeKey(body)))
       numbers[slot] = ++counts[IdentityOf(body)];

@@ -1,5 +1,7 @@
 #include "client/log/header_counters.h"
 
+#include "client/log/ring.h"
+
 namespace TamLogClient {
 
 std::optional<std::uint64_t> AppendedSince(const LogFileHeader& before, const LogFileHeader& now) {
@@ -8,6 +10,12 @@ std::optional<std::uint64_t> AppendedSince(const LogFileHeader& before, const Lo
                             now.changeCount >= before.changeCount && now.nextSequence >= before.nextSequence;
   if (!onlyAppended) return std::nullopt;
   return now.nextSequence - before.nextSequence;
+}
+
+bool CountersGoOn(const LogFileHeader& before, const LogFileHeader& now) {
+  return RingIsSound(before) && now.maxMessages == before.maxMessages &&
+         now.changeCount >= before.changeCount && now.rewriteCount >= before.rewriteCount &&
+         now.nextSequence >= before.nextSequence;
 }
 
 bool SameCounters(const LogFileHeader& before, const LogFileHeader& now) {

@@ -14,6 +14,10 @@ namespace TamLogClient {
 // held messages were written again, or a counter fell.
 std::optional<std::uint64_t> AppendedSince(const LogFileHeader& before, const LogFileHeader& now);
 
+// Returns whether the counters can be of one run of the log: they never fall in it. Those of a damaged header
+// mean nothing.
+bool CountersGoOn(const LogFileHeader& before, const LogFileHeader& now);
+
 // Returns whether two copies of a header show the same state of the log: every counter but `readCount` is
 // equal.
 bool SameCounters(const LogFileHeader& before, const LogFileHeader& now);

@@ -9,6 +9,21 @@
 
 namespace TamLogClient {
 
+namespace {
+
+std::vector<ArrivalStamp> StampsOf(const LogSnapshot& snapshot, const std::vector<std::uint32_t>& slots) {
+  std::vector<ArrivalStamp> stamps(slots.size());
+  std::transform(slots.begin(), slots.end(), stamps.begin(),
+                 [&snapshot](std::uint32_t slot) { return ArrivalOf(snapshot.slots[slot]); });
+  return stamps;
+}
+
+void Turn(std::size_t length, std::vector<std::uint32_t>& slots) {
+  std::reverse(slots.begin(), slots.begin() + static_cast<std::ptrdiff_t>(length));
+}
+
+}  // namespace
+
 bool LogSnapshot::HeaderIsSound() const {
   return RingFits(header, slots.size());
 }
@@ -22,24 +37,28 @@ std::vector<std::uint32_t> LogSnapshot::RingOrder() const {
   return RingSlots(bounded, slots.size());
 }
 
+std::vector<std::uint32_t> OrderOfArrival(const LogSnapshot& snapshot) {
+  std::vector<std::uint32_t> slots = snapshot.RingOrder();
+  Turn(BlockLength(snapshot.header, StampsOf(snapshot, slots)), slots);
+  return slots;
+}
+
 MessageOrder OrderMessages(const LogSnapshot& snapshot) {
   MessageOrder order;
-  std::vector<std::uint32_t> slots = snapshot.RingOrder();
-  std::vector<std::uint64_t> keys(slots.size());
-  for (std::size_t i = 0; i < slots.size(); ++i) {
-    const LogMessageView message(snapshot.slots[slots[i]]);
-    keys[i] = message.Key();
-    if (message.Damaged()) ++order.damaged;
+  std::vector<std::uint32_t>& slots = order.oldestFirst;
+  slots = snapshot.RingOrder();
+  for (const std::uint32_t slot : slots) {
+    if (LogMessageView(snapshot.slots[slot]).Damaged()) ++order.damaged;
   }
-  if (!std::is_sorted(keys.begin(), keys.end())) {
-    order.reordered = true;
-    const auto stretch = static_cast<std::ptrdiff_t>(FallingStretch(keys));
-    std::reverse(slots.begin(), slots.begin() + stretch);
+  const std::vector<ArrivalStamp> stamps = StampsOf(snapshot, slots);
+  order.reordered = !std::is_sorted(stamps.begin(), stamps.end(),
+                                    [](const auto& a, const auto& b) { return a.key < b.key; });
+  Turn(BlockLength(snapshot.header, stamps), slots);
+  if (order.reordered) {
     std::stable_sort(slots.begin(), slots.end(), [&snapshot](std::uint32_t left, std::uint32_t right) {
       return TimeKey(snapshot.slots[left].body) < TimeKey(snapshot.slots[right].body);
     });
   }
-  order.oldestFirst = std::move(slots);
   return order;
 }
 

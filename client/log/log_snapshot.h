@@ -32,9 +32,12 @@ struct MessageOrder {
   std::uint32_t damaged = 0;               // messages that break a rule of the format
 };
 
-// Orders by time key; messages with equal keys keep the order in which they came. The ring order cannot be
-// trusted: a burst of at least the capacity writes the newest message into slot 0, so that a stretch of the
-// ring (at its oldest end) runs backwards.
+// Returns the slots of the messages in the order in which they came, as far as the ring shows it: ring order,
+// but what is left of a full rewrite is turned. A burst of at least the capacity writes the newest message
+// into slot 0, so that a stretch of the ring (at its oldest end) runs backwards.
+std::vector<std::uint32_t> OrderOfArrival(const LogSnapshot& snapshot);
+
+// Orders by time key; messages with equal keys keep the order in which they came.
 MessageOrder OrderMessages(const LogSnapshot& snapshot);
 
 }  // namespace TamLogClient

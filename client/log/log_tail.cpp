@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <functional>
 
+#include "client/log/ring.h"
 #include "client/message/log_message_view.h"
 
 namespace TamLogClient {
@@ -27,9 +28,12 @@ std::optional<std::size_t> CertainFrom(const LogTail& tail) {
   std::vector<std::uint64_t> keys;
   keys.reserve(tail.messages.size());
   for (const LogMessage& message : tail.messages) keys.push_back(TimeKey(message.body));
-  if (!std::is_sorted(keys.begin(), keys.end())) return std::nullopt;
+  for (std::size_t i = 1; i < tail.messages.size(); ++i) {
+    if (!IsShownOlder(ArrivalOf(tail.messages[i - 1]), ArrivalOf(tail.messages[i]))) return std::nullopt;
+  }
   if (tail.whole) return 0;
-  if (keys.empty()) return std::nullopt;
+  // With one time everywhere the first message may be the oldest of a stretch that runs backwards.
+  if (keys.empty() || TimeKey(tail.first.body) == keys.front()) return std::nullopt;
   // The messages left out begin with a stretch that runs backwards (perhaps none), newest message first, and
   // then rise up to the first message of the tail. No server writes anything else.
   const auto& probes = tail.probes;

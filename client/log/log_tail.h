@@ -29,8 +29,8 @@ struct LogTail {
 std::vector<std::uint32_t> ProbePositions(std::uint32_t leftOut);
 
 // Returns the index of the first of `messages` that is at least as new as everything left out: it and the
-// following are the newest messages of the log. Nothing when times are not in order: then the whole log has
-// to be read.
+// following are the newest messages of the log. Nothing when times are not in order, or equal times without
+// numbers that rise: then the whole log has to be read.
 std::optional<std::size_t> CertainFrom(const LogTail& tail);
 
 // The first and the last message of the whole log in time order. EndsOf returns nothing when the log is empty

@@ -257,23 +257,39 @@ Loss AroundSeveralRewrites(const RingChange& change, const Block& block) {
   return {0, dropped + block.hidden + twins + change.doubtful};
 }
 
+// Returns the largest number of messages that came into the log since the first snapshot and are not
+// returned. A full rewrite stores at most as many as the ring holds; every other message got a number.
+std::optional<std::uint64_t> MostGone(const RingChange& change) {
+  const auto capacity = static_cast<std::uint64_t>(change.now->header.maxMessages);
+  const std::uint64_t insertions = InsertionsSeen(change);
+  const std::uint64_t clears = change.now->Full() ? 0 : 1;
+  const std::uint64_t full = Less(change.Rewrites(), insertions + clears);
+  if (full > kUnbounded / 2 / capacity || change.Numbered() > kUnbounded / 2) return std::nullopt;
+  return Less(change.Numbered() + full * capacity, insertions + change.returnedInAll);
+}
+
 std::optional<Loss> IfRewritten(const RingChange& change) {
   if (change.Rewrites() == InsertionsSeen(change)) return std::nullopt;
+  // A burst that replaced the whole ring may have held more messages than the ring: those never reached the
+  // file, and no counter shows them.
+  const bool replaced = change.now->Full() && change.knownInRing == 0;
+  const Loss bounded{0, replaced ? std::nullopt : MostGone(change)};
   if (!change.now->Full()) {
-    return change.Rewrites() > 1 && CanHaveBeenEmpty(change) ? std::optional(kUnknown) : std::nullopt;
+    return change.Rewrites() > 1 && CanHaveBeenEmpty(change) ? std::optional(bounded) : std::nullopt;
   }
   if (BlockRises(change)) return std::nullopt;
   if (change.Changes() == 1 && change.Numbered() > 0) return std::nullopt;
   // The block was overwritten; or number 0 was assigned, and nothing tells that message from those without
   // one.
-  if (SpanBegin(change) == 0 || (change.FirstNumber() == 0 && change.Numbered() > 0)) return kUnknown;
+  if (SpanBegin(change) == 0 || (change.FirstNumber() == 0 && change.Numbered() > 0)) return bounded;
   const std::optional<Block> block = BlockOf(change);
   if (!block) return std::nullopt;
-  // A burst that replaced the whole ring may have held more messages than the ring: those never reached the
-  // file, and no counter shows them.
-  if (change.knownInRing == 0) return kUnknown;
+  if (replaced) return kUnknown;
   if (change.Rewrites() == 1) return AroundOneRewrite(change, *block);
-  return ShowsNoClear(change, *block) ? AroundSeveralRewrites(change, *block) : kUnknown;
+  if (!ShowsNoClear(change, *block)) return bounded;
+  Loss loss = AroundSeveralRewrites(change, *block);
+  if (bounded.most) loss.most = std::min(loss.most.value_or(kUnbounded), *bounded.most);
+  return loss;
 }
 
 }  // namespace

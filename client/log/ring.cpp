@@ -4,6 +4,34 @@
 
 namespace TamLogClient {
 
+namespace {
+
+using Stamps = std::vector<ArrivalStamp>;
+
+// Returns the position of the first message that may have been written after the last full rewrite: from
+// there on times do not fall and numbers rise, by 1 or, where an insertion began, by more. An insertion
+// writes two messages at least.
+std::size_t WrittenSince(const Stamps& ring) {
+  std::size_t begin = ring.size() - 1;
+  for (; begin > 0; --begin) {
+    const ArrivalStamp& older = ring[begin - 1];
+    const ArrivalStamp& newer = ring[begin];
+    if (older.number == 0 || older.number >= newer.number || older.key > newer.key) break;
+    const bool insertion = begin + 1 < ring.size() && newer.number + 1 == ring[begin + 1].number;
+    if (older.number + 1 != newer.number && !insertion) break;
+  }
+  return begin;
+}
+
+// Returns the length of the falling stretch by times alone.
+std::size_t FallingStretchOf(const Stamps& ring) {
+  std::vector<std::uint64_t> keys(ring.size());
+  std::transform(ring.begin(), ring.end(), keys.begin(), [](const ArrivalStamp& each) { return each.key; });
+  return FallingStretch(keys);
+}
+
+}  // namespace
+
 bool RingIsSound(const LogFileHeader& header) {
   return header.messageCount >= 0 && header.messageCount <= header.maxMessages && header.nextSlot >= 0 &&
          header.nextSlot < header.maxMessages;
@@ -57,6 +85,30 @@ std::size_t FallingStretch(const std::vector<std::uint64_t>& keys) {
     ++end;
   }
   return falls ? end + 1 : 0;
+}
+
+ArrivalStamp ArrivalOf(const LogMessage& message) {
+  return {TimeKey(message.body), message.sequence};
+}
+
+bool IsShownOlder(const ArrivalStamp& message, const ArrivalStamp& next) {
+  return message.key < next.key ||
+         (message.key == next.key && message.number != 0 && message.number < next.number);
+}
+
+std::size_t BlockLength(const LogFileHeader& header, const Stamps& ring) {
+  const auto capacity = static_cast<std::size_t>(std::max(header.maxMessages, 0));
+  if (ring.empty() || ring.size() != capacity || !RingIsSound(header)) return FallingStretchOf(ring);
+  // Slot 0 got the block's newest message, which appended messages overwrite first.
+  std::size_t most = capacity - static_cast<std::size_t>(header.nextSlot);
+  if (header.nextSlot > 0) {
+    // An insertion may have overwritten the oldest ones. It writes a message only before newer ones.
+    const std::size_t since = WrittenSince(ring);
+    if (since < most) most = since + (ring[since].key == ring.back().key ? 1 : 0);
+  }
+  std::size_t length = std::min<std::size_t>(most, 1);
+  while (length < most && !IsShownOlder(ring[length - 1], ring[length])) ++length;
+  return header.nextSlot == 0 && length < capacity ? 0 : length;
 }
 
 }  // namespace TamLogClient

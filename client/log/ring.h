@@ -51,4 +51,20 @@ bool HoldsMessage(const LogFileHeader& header, std::uint64_t slot);
 // rewrite of the ring leaves them; 0 when they do not.
 std::size_t FallingStretch(const std::vector<std::uint64_t>& keys);
 
+// Time key and number of a message: by these the ring shows the order of arrival.
+struct ArrivalStamp {
+  std::uint64_t key = 0;
+  std::uint64_t number = 0;
+};
+ArrivalStamp ArrivalOf(const LogMessage& message);
+
+// Returns whether the message in one slot of the ring is shown to be older than that in the next slot: by its
+// time or, of equal times, by its number.
+bool IsShownOlder(const ArrivalStamp& message, const ArrivalStamp& next);
+
+// Returns how many of the ring's oldest messages are the rest of a full rewrite, which stores the newest one
+// first. `ring` has all messages, oldest slot first. Where the ring is not full, or not complete, only times
+// count.
+std::size_t BlockLength(const LogFileHeader& header, const std::vector<ArrivalStamp>& ring);
+
 }  // namespace TamLogClient

@@ -53,21 +53,36 @@ void DeleteDirectories(const std::set<fs::path>& directories) {
   for (const fs::path& part : deepestFirst) RemoveDirectoryW(part.c_str());  // fails where it is not empty
 }
 
-// Works on what setup created itself, and follows no link.
-void DeleteAside(const fs::path& aside) {
+bool IsLink(const fs::path& path) {
+  const DWORD attributes = GetFileAttributesW(path.c_str());
+  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+}
+
+// Deletes links themselves; this run-time library takes those of Windows for directories.
+void DeleteAside(const fs::path& path) {
   std::error_code error;
-  std::set<fs::path> directories{aside};
-  std::vector<fs::path> files;
-  for (fs::recursive_directory_iterator entry(aside, error), end; !error && entry != end;
-       entry.increment(error)) {
-    if (entry->is_directory()) {
-      directories.insert(entry->path());
-    } else {
-      files.push_back(entry->path());
+  if (!IsLink(path)) {
+    std::vector<fs::path> entries;
+    for (fs::directory_iterator entry(path, error), end; !error && entry != end; entry.increment(error))
+      entries.push_back(entry->path());
+    for (const fs::path& entry : entries) {
+      if (fs::is_directory(entry, error)) {
+        DeleteAside(entry);
+      } else {
+        DeleteOne(entry);
+      }
     }
   }
-  for (const fs::path& file : files) DeleteOne(file);
-  DeleteDirectories(directories);
+  RemoveDirectoryW(path.c_str());
+}
+
+// A link below the directory of the package would lead copies, moves and deletions somewhere else.
+void RefuseLinks(const fs::path& directory, const FileList& files) {
+  for (const fs::path& file : files) {
+    for (fs::path part = file.parent_path(); !part.empty(); part = part.parent_path()) {
+      if (IsLink(directory / part)) throw SetupError(Name(directory / part) + " is a link; delete it");
+    }
+  }
 }
 
 }  // namespace
@@ -85,16 +100,25 @@ FileList ReadList(const fs::path& list) {
   return files;
 }
 
-FilesAside::FilesAside(fs::path owner) : directory(std::move(owner)) {
-  for (unsigned number = 1;; ++number) {
-    aside = directory / (kAside + std::to_wstring(number));
-    if (!fs::exists(aside)) return;
+FilesAside::FilesAside(fs::path owner) : directory(std::move(owner)) {}
+
+void FilesAside::Create() {
+  MakeDirectory(directory);
+  for (unsigned number = 1; aside.empty(); ++number) {
+    const fs::path path = directory / (kAside + std::to_wstring(number));
+    if (CreateDirectoryW(path.c_str(), nullptr) != FALSE) {
+      aside = path;
+    } else if (GetLastError() != ERROR_ALREADY_EXISTS) {
+      FailLast("cannot create " + Name(path));
+    }
   }
 }
 
 void FilesAside::Move(const FileList& files) {
+  RefuseLinks(directory, files);
   for (const fs::path& file : files) {
     if (!fs::exists(directory / file)) continue;
+    if (aside.empty()) Create();
     MoveFileTo(directory / file, aside / file);
     moved.push_back(file);
   }
@@ -105,11 +129,12 @@ void FilesAside::MoveBack() {
     MoveFileTo(aside / moved.back(), directory / moved.back());
     moved.pop_back();
   }
-  DeleteAside(aside);
+  Delete();
 }
 
 void FilesAside::Delete() {
-  DeleteAside(aside);
+  if (!aside.empty()) DeleteAside(aside);
+  aside.clear();
   moved.clear();
 }
 
@@ -123,6 +148,7 @@ void DeleteLeftAside(const fs::path& directory) {
 }
 
 void CopyFiles(const FileList& files, const fs::path& from, const fs::path& to) {
+  RefuseLinks(to, files);
   for (const fs::path& file : files) {
     MakeDirectory((to / file).parent_path());
     // Fails where a file exists: it would be overwritten without a way back.

@@ -23,20 +23,24 @@ class FilesAside {
   // They stay below `owner`, because a move to another drive would be a copy.
   explicit FilesAside(std::filesystem::path owner);
 
+  // Throws SetupError where a directory of a file is a link.
   void Move(const FileList& files);
   void MoveBack();
   // Deletes them; those still in use go at the next start of the system.
   void Delete();
 
  private:
+  void Create();
+
   std::filesystem::path directory;
-  std::filesystem::path aside;
+  std::filesystem::path aside;  // empty until the first file is moved
   FileList moved;
 };
 
 // Deletes what was moved aside by earlier runs and was in use at that time.
 void DeleteLeftAside(const std::filesystem::path& directory);
 
+// Throws SetupError where a file exists or a directory of a file is a link.
 void CopyFiles(const FileList& files, const std::filesystem::path& from, const std::filesystem::path& to);
 // Deletes the files that exist, then the directories that are empty, `directory` included.
 void DeleteFiles(const FileList& files, const std::filesystem::path& directory);

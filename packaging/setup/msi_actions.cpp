@@ -1,12 +1,14 @@
-// What the MSI cannot do by its tables: says that the driver's device is missing, puts the path of the
-// service between quotation marks, and deletes messages and settings on request, or those that a failed
-// installation wrote.
+// What the MSI cannot do by its tables: refuses a directory that users may change, says that the driver's
+// device is missing, puts the path of the service between quotation marks, and deletes messages and settings
+// on request, or those that a failed installation wrote.
 
 #include <exception>
+#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "client/message/win32.h"
+#include "packaging/setup/protected_directory.h"
 #include "packaging/setup/service.h"
 #include "packaging/setup/setup.h"
 
@@ -32,6 +34,14 @@ std::wstring Property(MSIHANDLE session, const wchar_t* name) {
   std::vector<wchar_t> text(++length);
   if (MsiGetPropertyW(session, name, text.data(), &length) != ERROR_SUCCESS) return L"";
   return {text.data(), length};
+}
+
+std::wstring Wide(const std::string& text) {
+  std::wstring wide(text.size(), L'\0');
+  const int length = MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), wide.data(),
+                                         static_cast<int>(wide.size()));
+  wide.resize(static_cast<std::size_t>(length));
+  return wide;
 }
 
 }  // namespace
@@ -60,12 +70,37 @@ extern "C" __declspec(dllexport) UINT __stdcall QuoteCommand(MSIHANDLE session) 
   }
 }
 
-// Sets the CustomActionData of DeleteNewData: for messages, settings and the server's own log, 1 if they
-// exist before the installation, otherwise 0; then the directory of the package.
+// CustomActionData is the directory of the package. Runs with the rights of the system, which are then those
+// of the caller: a directory of the user who began the installation counts as one of somebody else.
+extern "C" __declspec(dllexport) UINT __stdcall MakeDirectory(MSIHANDLE session) {
+  try {
+    const std::filesystem::path directory = Property(session, L"CustomActionData");
+    std::vector<std::filesystem::path> made;
+    TamLogSetup::CheckDirectory(directory);
+    TamLogSetup::MakeDirectories(directory, made);
+    return ERROR_SUCCESS;
+  } catch (const std::exception& failure) {
+    Tell(session, Wide(failure.what()).c_str());
+    return ERROR_INSTALL_FAILURE;
+  }
+}
+
+// Runs when an installation fails. CustomActionData is the directory of the package if it did not exist.
+extern "C" __declspec(dllexport) UINT __stdcall RemoveNewDirectory(MSIHANDLE session) {
+  RemoveDirectoryW(Property(session, L"CustomActionData").c_str());  // fails where it is not empty
+  return ERROR_SUCCESS;
+}
+
+// Sets the CustomActionData of the actions that run when the installation fails. RemoveNewDirectory: the
+// directory of the package if it does not exist. DeleteNewData: for messages, settings and the server's own
+// log, 1 if they exist before the installation, otherwise 0; then the directory of the package.
 extern "C" __declspec(dllexport) UINT __stdcall RememberData(MSIHANDLE session) {
   const std::wstring directory = Property(session, L"INSTALLDIR");
   if (directory.empty()) return ERROR_INSTALL_FAILURE;
   const TamLogSetup::Data present = TamLogSetup::ExistingData(directory);
+  std::error_code error;
+  if (!std::filesystem::exists(directory, error))
+    MsiSetPropertyW(session, L"RemoveNewDirectory", directory.c_str());
   std::wstring data;
   for (const bool exists : {present.messages, present.settings, present.serverLog})
     data += exists ? L'1' : L'0';

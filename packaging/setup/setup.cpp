@@ -8,6 +8,7 @@
 
 #include "client/message/win32.h"
 #include "packaging/setup/file_set.h"
+#include "packaging/setup/protected_directory.h"
 #include "packaging/setup/registry.h"
 #include "packaging/setup/service.h"
 #include "packaging/setup/setup_error.h"
@@ -174,7 +175,9 @@ void InstallSteps(Transaction& steps, const Options& options) {
   if (files.empty()) throw SetupError("the package has no files");
   const FileList old = Together(files, ReadList(options.directory / kListName));
   const std::optional<ServiceEntry> before = QueryService();
+  CheckDirectory(options.directory);
   FilesAside aside(options.directory);
+  std::vector<fs::path> made;
   if (before) {
     steps.Do(
         "stop the service", [] { StopService(); },
@@ -186,8 +189,14 @@ void InstallSteps(Transaction& steps, const Options& options) {
       "move the old files aside", [&] { aside.Move(old); }, [&] { aside.MoveBack(); });
   steps.Do(
       "copy the files to " + Utf8(options.directory.wstring()),
-      [&] { CopyFiles(files, options.payload, options.directory); },
-      [&] { DeleteFiles(files, options.directory); });
+      [&] {
+        MakeDirectories(options.directory, made);
+        CopyFiles(files, options.payload, options.directory);
+      },
+      [&] {
+        DeleteFiles(files, options.directory);
+        DeleteMade(made);
+      });
   RegisterSteps(steps, options, before);
   StartStep(steps, options, before);
   steps.Commit();

@@ -50,7 +50,10 @@ Var options
 !macro PassValue from to
   ClearErrors
   ${GetOptions} "$R0" "${from}" $R1
-  IfErrors +2
+  IfErrors +5
+  StrCpy $R3 $R1 1 -1
+  StrCmp $R3 "\" 0 +2
+  StrCpy $R1 "$R1\" ; one backslash would take the quotation mark after it as text
   StrCpy $options '$options ${to} "$R1"'
 !macroend
 
@@ -82,6 +85,13 @@ Function .onInit
   StrCmp $R0 "" done
   StrCpy $INSTDIR $R0
 done:
+  ; Only a drive's root keeps its backslash. It is never the directory of one program.
+  StrCpy $R0 $INSTDIR 1 -1
+  ${If} $R0 == "\"
+    MessageBox MB_OK|MB_ICONSTOP "$INSTDIR is the root of a drive; choose a directory below it." /SD IDOK
+    SetErrorLevel 2
+    Quit
+  ${EndIf}
 FunctionEnd
 
 Section

@@ -1,5 +1,9 @@
 #include "packaging/setup/setup_error.h"
 
+#include <fcntl.h>
+#include <io.h>
+
+#include <cstdint>
 #include <cstdio>
 #include <memory>
 
@@ -51,7 +55,19 @@ void Say(const std::string& line) {
 }
 
 void OpenLog(const std::wstring& path) {
-  logFile.reset(_wfopen(path.c_str(), L"a"));
+  const HANDLE handle =
+      CreateFileW(path.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                  nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+  if (handle == INVALID_HANDLE_VALUE) FailLast("cannot open " + Utf8(path));
+  const int descriptor = _open_osfhandle(reinterpret_cast<std::intptr_t>(handle), _O_APPEND);
+  logFile.reset(_fdopen(descriptor, "a"));
+  // With the rights of an administrator, a link would let another user choose the file.
+  BY_HANDLE_FILE_INFORMATION info{};
+  if (GetFileInformationByHandle(handle, &info) == FALSE || info.nNumberOfLinks > 1 ||
+      (info.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+    logFile.reset();
+    throw SetupError(Utf8(path) + " is a link; choose another file for the log");
+  }
 }
 
 }  // namespace TamLogSetup

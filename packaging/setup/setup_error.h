@@ -22,7 +22,8 @@ std::string Utf8(const std::wstring& text);
 
 // Writes a line to standard output and to the log file, if one is open.
 void Say(const std::string& line);
-// Appends everything that Say writes from now on; a file that cannot be opened is no failure.
+// Appends everything that Say writes from now on. Throws SetupError for a file that cannot be opened and for
+// a link.
 void OpenLog(const std::wstring& path);
 
 }  // namespace TamLogSetup

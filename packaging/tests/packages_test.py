@@ -61,10 +61,10 @@ class Package(unittest.TestCase):
         self.expect_done(self.machine.tool("server", "stop"))
         self.assertTrue(self.machine.wait_for_state("stopped"))
 
-    def install_with_a_message(self):
+    def install_with_a_message(self, package=None):
         """Returns the data that the stopped service leaves; the service runs afterwards."""
         self.machine.load_driver()
-        self.expect_done(self.install())
+        self.expect_done(self.install(package=package) if package else self.install())
         self.assertTrue(self.machine.wait_for_state("running"))
         self.expect_done(self.machine.tool("send", "-s", "Test", "kept"))
         self.wait_shown("kept")
@@ -139,6 +139,30 @@ class Road:
         self.assertFalse(os.path.exists(os.path.join(machine.directory, "Logs.dat")))
         self.assertEqual(machine.key(SETTINGS_KEY), "")
 
+    def test_upgrade_stays_in_the_directory_of_the_old_version(self):
+        machine = self.machine
+        machine.load_driver()
+        self.expect_done(self.install_in(r"C:\Logs"))
+        self.assertTrue(machine.wait_for_state("running"))
+        self.expect_done(self.upgrade())
+        self.assertTrue(machine.wait_for_state("running"))
+        self.assertEqual(machine.value(SERVICE_KEY, "ImagePath").strip(), r'"C:\Logs\TamLogServer.exe"')
+        self.assertTrue(os.path.exists(machine.path(r"C:\Logs\docs\new.md")))
+        self.assertTrue(os.path.exists(machine.path(r"C:\Logs\Logs.dat")))
+        self.assertFalse(os.path.exists(machine.directory))
+
+    def test_directory_that_users_may_write_is_refused(self):
+        machine = self.machine
+        opened = machine.path(r"C:\Open")
+        os.mkdir(opened)
+        os.chmod(opened, 0o777)
+        before = machine.traces()
+        self.assertNotEqual(self.install_in(r"C:\Open")[0], 0)
+        self.assertIn(r"may change C:\Open", self.log())
+        self.assertEqual(machine.traces(), before)
+        # Wine undoes an installation with the directory.
+        self.assertFalse(os.path.exists(opened) and os.listdir(opened))
+
     def test_without_the_driver_everything_is_installed_and_the_reason_is_said(self):
         self.expect_done(self.install())
         self.assertEqual(self.machine.state(), "stopped")
@@ -156,7 +180,7 @@ class Road:
                                           path, "/f"))
         self.expect_done(self.install())
         self.assertEqual(self.machine.system_path().rstrip("\\"), path + r";C:\Program Files\Torvane")
-        self.assertIn("REG_EXPAND_SZ", self.machine.key(ENVIRONMENT_KEY).split("Path    ")[1])
+        self.assertRegex(self.machine.key(ENVIRONMENT_KEY), r"(?i)\bpath    REG_EXPAND_SZ    ")
         self.remove()
         # Windows Installer removes the separator too; Wine leaves it.
         self.assertEqual(self.machine.system_path().rstrip(";"), path)
@@ -181,6 +205,9 @@ class Setup(Road, Package):
 
     def install(self, *options, program=None):
         return self.machine.run(program or RELEASES.setup, "/S", r"/LOG=C:\setup.log", *options)
+
+    def install_in(self, directory):
+        return self.install("/D=" + directory)
 
     def upgrade(self, *options):
         return self.install(*options, program=RELEASES.next_setup)
@@ -242,7 +269,8 @@ class Setup(Road, Package):
     def test_service_that_does_not_start_undoes_the_installation(self):
         self.machine.load_driver()
         # The server cannot read such a capacity and ends while it starts.
-        self.expect_done(self.machine.run("reg.exe", "add", SETTINGS_KEY, "/v", "MaxMessage", "/t", "REG_SZ", "/d", "many"))
+        self.expect_done(self.machine.run("reg.exe", "add", SETTINGS_KEY, "/v", "MaxMessage", "/t", "REG_SZ", "/d",
+                                          "many"))
         before = self.machine.traces()
         self.assertEqual(self.exit_code(), 1)
         self.assertEqual(self.machine.traces(), before)
@@ -274,11 +302,15 @@ class Msi(Road, Package):
     def exit_code(self, package=None):
         return self.machine.exit_code("msiexec", "/i", windows(package or RELEASES.msi), "/qn")
 
-    def install(self, package=None):
-        return self.machine.run("msiexec", "/i", windows(package or RELEASES.msi), "/qn", "/l*v", r"C:\setup.log")
+    def install(self, *options, package=None):
+        return self.machine.run("msiexec", "/i", windows(package or RELEASES.msi), "/qn", "/l*v", r"C:\setup.log",
+                                *options)
+
+    def install_in(self, directory):
+        return self.install("INSTALLDIR=" + directory)
 
     def upgrade(self):
-        return self.install(RELEASES.next_msi)
+        return self.install(package=RELEASES.next_msi)
 
     def remove(self, delete_data=False):
         version = self.machine.value(PACKAGE_KEY, "Version")
@@ -304,6 +336,26 @@ class Msi(Road, Package):
             self.assertEqual(after, before, action)
             self.assertEqual(self.machine.data(), data, action)
 
+    def test_failed_step_of_a_removal_is_undone(self):
+        numbers = {action: number for number, action, _ in RELEASES.actions()}
+        data = None
+        for action in ("StopServices", "DeleteServices", "RemoveRegistryValues", "RemoveEnvironmentStrings",
+                       "RemoveFiles", "DeleteData", "PublishProduct"):
+            # The installer keeps the MSI that was installed, and removes by it.
+            msi = RELEASES.failing_msi(RELEASES.msi, numbers[action], "REMOVE AND FAILNOW")
+            if data is None:
+                data = self.install_with_a_message(msi)
+            else:
+                self.expect_done(self.install(package=msi))
+                self.assertTrue(self.machine.wait_for_state("running"))
+            before = self.machine.traces()
+            remove = ("msiexec", "/x", windows(msi), "/qn")
+            self.assertEqual(self.machine.exit_code(*remove, "DELETEDATA=1", "FAILNOW=1"), 1603, action)
+            self.assertEqual(self.machine.traces(), before, action)
+            self.expect_kept(data)
+            self.expect_done(self.machine.run(*remove))
+        self.assertEqual(self.machine.data(), data)
+
     def test_failed_upgrade_keeps_messages_and_settings(self):
         # Wine ends the removal of the old version as an installation of its own, and does not bring it back. Windows
         # Installer does; the next test holds what it demands for that.
@@ -311,7 +363,8 @@ class Msi(Road, Package):
         for number, action in self.steps():
             if action not in ("RemoveExistingProducts", "InstallFiles", "StartServices")[2 * bool(QUICK_STEPS):]:
                 continue
-            self.assertEqual(self.exit_code(RELEASES.failing_msi(RELEASES.next_msi, number, "NOT REMOVE")), 1603, action)
+            msi = RELEASES.failing_msi(RELEASES.next_msi, number, "NOT REMOVE")
+            self.assertEqual(self.exit_code(msi), 1603, action)
             self.assertEqual(set(self.machine.files()), {"Logs.dat"}, action)
             self.assertEqual(self.machine.data(), data, action)
             self.expect_done(self.install())
@@ -329,7 +382,8 @@ class Msi(Road, Package):
         kinds = {row[0]: int(row[1]) for row in RELEASES.rows("CustomAction")}
         in_script, rollback, commit, as_system = 1024, 256, 512, 2048
         changing = {action for action, kind in kinds.items() if kind & in_script}
-        self.assertEqual(changing, {"QuoteCommand", "DeleteNewData", "DeleteData"})
+        self.assertEqual(changing, {"MakeDirectory", "RemoveNewDirectory", "QuoteCommand", "DeleteNewData",
+                                    "DeleteData"})
         for action in changing:
             self.assertTrue(begin < numbers[action] < end, action)
             self.assertTrue(kinds[action] & as_system, action)
@@ -339,6 +393,10 @@ class Msi(Road, Package):
         # earlier in the sequence.
         self.assertTrue(kinds["DeleteNewData"] & rollback)
         self.assertLess(numbers["DeleteNewData"], numbers["StartServices"])
+        # An empty directory that was made goes after its files.
+        self.assertTrue(kinds["RemoveNewDirectory"] & rollback)
+        self.assertLess(numbers["RemoveNewDirectory"], numbers["MakeDirectory"])
+        self.assertLess(numbers["MakeDirectory"], numbers["InstallFiles"])
         # This one changes only the service that the installer itself registered, and brings back.
         self.assertGreater(numbers["QuoteCommand"], numbers["InstallServices"])
         # Nothing switches the undoing off.

@@ -4,7 +4,6 @@
 usage: packaging/tests/release_files_test.py
 """
 
-import gzip
 import hashlib
 import json
 import os
@@ -32,13 +31,53 @@ def digest(content):
     return hashlib.sha256(content).hexdigest()
 
 
+class ConformanceKit(unittest.TestCase):
+    def setUp(self):
+        self.place = tempfile.TemporaryDirectory()
+        self.addCleanup(self.place.cleanup)
+        found = [name for name in os.listdir(PACKAGES) if name.startswith("torvane-log-conformance-")]
+        self.assertEqual(len(found), 1, "run ./package.sh")
+        with zipfile.ZipFile(os.path.join(PACKAGES, found[0])) as packed:
+            packed.extractall(self.place.name)
+        self.kit = os.path.join(self.place.name, found[0][:-len(".zip")])
+
+    def files(self):
+        return [os.path.join(where, name) for where, _, names in os.walk(self.kit) for name in names]
+
+    def test_judges_as_it_is(self):
+        python = sys.executable + " -B "
+        outcome = subprocess.run([sys.executable, "conformance/judge.py", "--read", python + "examples/reference_log.py",
+                                  "--follow", python + "examples/reference_follower.py"],
+                                 cwd=self.kit, capture_output=True, text=True, check=False)
+        self.assertEqual(outcome.returncode, 0, outcome.stdout + outcome.stderr)
+
+    def test_holds_the_program_for_servers_and_notices(self):
+        for name in ("conformance/pipe_claims.exe", "conformance/log_layout.h", "licenses/README.txt"):
+            self.assertTrue(os.path.exists(os.path.join(self.kit, name)), name)
+
+    def test_has_documents_whose_links_lead_somewhere(self):
+        for start in ("conformance/README.md", "docs/writing_a_client.md", "docs/log_file_format.md",
+                      "docs/reader_protocol.md", "docs/pipe_protocol.md", "docs/read_access.md"):
+            with open(os.path.join(self.kit, start), encoding="utf-8") as file:
+                links = re.findall(r"\]\(([^)#:]+)", file.read())
+            for link in links:
+                target = os.path.join(self.kit, os.path.dirname(start), link)
+                self.assertTrue(os.path.exists(target), f"{start}: {link}")
+
+    def test_no_file_contains_the_place_of_the_build(self):
+        for path in self.files():
+            with open(path, "rb") as file:
+                self.assertNotIn(ROOT.encode(), file.read(), path)
+
+
 class Zip(unittest.TestCase):
     def setUp(self):
         with zipfile.ZipFile(one("-x64.zip")) as packed:
             self.files = {name.split("/", 1)[1]: packed.read(name) for name in packed.namelist()}
 
     def test_holds_programs_library_documents_and_licences(self):
-        for name in ("TamLogServer.exe", "tamlogctl.exe", "README.txt", "CHANGELOG.md", "docs/tamlogctl.md",
+        for name in ("TamLogServer.exe", "tamlogctl.exe", "tamlogcheck.exe", "README.txt", "CHANGELOG.md",
+                     "docs/tamlogctl.md",
                      "library/bin/tamlog.dll", "library/include/tamlog.h", "library/lib/libtamlog.a",
                      "library/lib/libtamlog.dll.a", "library/lib/tamlog.def", "licenses/README.txt"):
             self.assertIn(name, self.files)
@@ -112,35 +151,98 @@ class Winget(unittest.TestCase):
 
 
 class DebianPackage(unittest.TestCase):
+    """Installed by dpkg into a directory of its own, which has a database of its own."""
+
     def setUp(self):
         temporary = tempfile.TemporaryDirectory()
         self.addCleanup(temporary.cleanup)
         self.root = temporary.name
-        subprocess.run(["dpkg-deb", "--extract", one(".deb"), self.root], check=True)
+        for name in ("var/lib/dpkg/info", "var/lib/dpkg/updates", "var/lib/dpkg/triggers"):
+            os.makedirs(os.path.join(self.root, name))
+        for name in ("status", "available"):
+            with open(os.path.join(self.root, "var/lib/dpkg", name), "w", encoding="ascii"):
+                pass
+        self.before = self.files()
+        self.dpkg("--install", one(".deb"))
 
-    def test_the_program_runs_and_the_library_links(self):
-        said = subprocess.run([os.path.join(self.root, "usr/bin/tamlogctl"), "--version"], check=True, text=True,
-                              stdout=subprocess.PIPE).stdout
-        self.assertRegex(said, r"tamlogctl \d+\.\d+\.\d+")
-        source = os.path.join(self.root, "abi.c")
-        with open(source, "w", encoding="utf-8") as file:
-            file.write("#include <tamlog.h>\nint main(void) { return tamlog_abi() == TAMLOG_ABI ? 0 : 1; }\n")
-        program = os.path.join(self.root, "abi")
-        subprocess.run(["gcc", "-I", os.path.join(self.root, "usr/include"), source, "-o", program,
-                        "-L", os.path.join(self.root, "usr/lib"), "-ltamlog"], check=True)
-        subprocess.run([program], check=True, env={"LD_LIBRARY_PATH": os.path.join(self.root, "usr/lib")})
+    def dpkg(self, *words):
+        # The packages it depends on are those of this machine.
+        done = subprocess.run(["dpkg", "--root=" + self.root, "--log=/dev/null", "--force-not-root", "--force-depends",
+                               "--force-script-chrootless", *words], check=False, text=True, stdout=subprocess.PIPE,
+                              stderr=subprocess.STDOUT)
+        self.assertEqual(done.returncode, 0, done.stdout)
+
+    def files(self):
+        return {os.path.relpath(os.path.join(where, name), self.root) for where, folders, names in os.walk(self.root)
+                for name in names + folders if not where.startswith(os.path.join(self.root, "var"))}
+
+    def path(self, name):
+        return os.path.join(self.root, "usr", name)
+
+    def test_the_program_runs(self):
+        for words, wanted in ((["--version"], r"tamlogctl \d+\.\d+\.\d+"), (["--help"], "show")):
+            said = subprocess.run([self.path("bin/tamlogctl"), *words], check=True, text=True,
+                                  stdout=subprocess.PIPE).stdout
+            self.assertRegex(said, wanted)
+
+    def test_an_example_compiles_with_pkg_config_and_runs(self):
+        environment = {**os.environ, "PKG_CONFIG_PATH": self.path("lib/pkgconfig")}
+        flags = subprocess.run(["pkg-config", "--cflags", "--libs", "tamlog"], check=True, text=True,
+                               stdout=subprocess.PIPE, env=environment).stdout.split()
+        source = self.path("share/doc/torvane-log-tools/examples/verify_and_repair.c")
+        program = os.path.join(self.root, "example")
+        subprocess.run(["gcc", source, "-o", program, *flags], check=True)
+        done = subprocess.run([program], check=False, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
+                              env={"LD_LIBRARY_PATH": self.path("lib")})
+        self.assertIn("usage", done.stdout.lower())
+
+    def test_removal_leaves_nothing(self):
+        self.assertIn("usr/bin/tamlogctl", self.files())
+        self.dpkg("--purge", "torvane-log-tools")
+        self.assertEqual(self.files(), self.before)
 
     def test_manual_completions_and_sums_are_there(self):
-        with gzip.open(os.path.join(self.root, "usr/share/man/man1/tamlogctl.1.gz")) as file:
-            self.assertIn(b".TH TAMLOGCTL", file.read())
-        for name in ("bash-completion/completions/tamlogctl", "zsh/vendor-completions/_tamlogctl"):
-            self.assertGreater(os.path.getsize(os.path.join(self.root, "usr/share", name)), 100)
+        shown = subprocess.run(["man", "--warnings", self.path("share/man/man1/tamlogctl.1.gz")], check=True, text=True,
+                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, env={**os.environ, "LC_ALL": "C.UTF-8"})
+        self.assertEqual(shown.stderr, "")
+        self.assertIn("tamlogctl", shown.stdout)
+        for shell, name in (("bash", "bash-completion/completions/tamlogctl"),
+                            ("zsh", "zsh/vendor-completions/_tamlogctl")):
+            subprocess.run([shell, "-n", self.path("share/" + name)], check=True)
+            self.assertGreater(os.path.getsize(self.path("share/" + name)), 100)
         sums = subprocess.run(["dpkg-deb", "--info", one(".deb"), "md5sums"], check=True, text=True,
                               stdout=subprocess.PIPE).stdout
         subprocess.run(["md5sum", "--check", "--quiet"], input=sums, text=True, check=True, cwd=self.root)
 
+    def test_is_in_order(self):
+        def field(name):
+            return subprocess.run(["dpkg-deb", "--field", one(".deb"), name], check=True, text=True,
+                                  stdout=subprocess.PIPE).stdout.strip()
+        for name in ("Package", "Version", "Architecture", "Section", "Priority", "Homepage"):
+            self.assertTrue(field(name), name)
+        self.assertRegex(field("Maintainer"), r"^[^<]+ <[^@<> ]+@[^@<> ]+>$")
+        self.assertRegex(field("Depends"), r"\blibc6 \(>= ")
+        self.assertLess(abs(int(field("Installed-Size")) - sum(
+            os.path.getsize(os.path.join(self.root, name)) for name in self.files() - self.before
+            if os.path.isfile(os.path.join(self.root, name)) and not os.path.islink(os.path.join(self.root, name)))
+                            / 1024), 400)
+        listing = subprocess.run(["dpkg-deb", "--contents", one(".deb")], check=True, text=True,
+                                 stdout=subprocess.PIPE).stdout
+        for line in listing.splitlines():
+            mode, owner = line.split()[:2]
+            self.assertEqual(owner, "root/root", line)
+            self.assertRegex(mode, r"^(d|-|l)rw[x-]r-[x-]r-[x-]$|^lrwxrwxrwx$", line)
+        # Only the update of the loader's cache runs at installation.
+        control = subprocess.run(["dpkg-deb", "--info", one(".deb")], check=True, text=True,
+                                 stdout=subprocess.PIPE).stdout
+        for script in ("preinst", "postinst", "prerm", "postrm"):
+            self.assertNotIn(script, control)
+        self.assertIn("triggers", control)
+        self.assertTrue(os.path.exists(self.path("share/doc/torvane-log-tools/copyright")))
+        self.assertTrue(os.path.exists(self.path("share/doc/torvane-log-tools/changelog.gz")))
+
     def test_no_file_contains_the_place_of_the_build(self):
-        for where, _, names in os.walk(self.root):
+        for where, _, names in os.walk(self.path("")):
             for name in names:
                 with open(os.path.join(where, name), "rb") as file:
                     self.assertNotIn(ROOT.encode(), file.read(), name)

@@ -68,7 +68,8 @@ class Releases:
         shutil.copyfile(msi, path)
         # 19: fails with the text, at this place of the sequence.
         for statement in (
-                "INSERT INTO `CustomAction` (`Action`, `Type`, `Target`) VALUES ('Fail', 19, 'The test lets this fail.')",
+                "INSERT INTO `CustomAction` (`Action`, `Type`, `Target`) "
+                "VALUES ('Fail', 19, 'The test lets this fail.')",
                 "INSERT INTO `InstallExecuteSequence` (`Action`, `Condition`, `Sequence`) "
                 f"VALUES ('Fail', '{when}', {after + 1})"):
             subprocess.run(["msibuild", path, "-q", statement], check=True)

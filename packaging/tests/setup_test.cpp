@@ -4,6 +4,7 @@
 
 #include <fstream>
 
+#include "client/message/win32.h"
 #include "packaging/setup/file_set.h"
 #include "packaging/setup/path_list.h"
 #include "packaging/setup/setup.h"
@@ -89,6 +90,28 @@ TEST(Transaction, CommittedStepsStay) {
 
 class Files : public testing::Test {
  protected:
+  // Links of Unix: Wine shows those to directories as Windows shows its own, and cannot make any. It runs
+  // programs of Linux like its own.
+  static void LinkDirectory(const std::filesystem::path& target, const std::filesystem::path& link) {
+    const auto unixPath = [](const std::filesystem::path& path) {
+      return std::filesystem::absolute(path).generic_wstring().substr(2);
+    };
+    std::wstring command = L"ln -s " + unixPath(target) + L" " + unixPath(link);
+    STARTUPINFOW start{};
+    start.cb = sizeof start;
+    PROCESS_INFORMATION made{};
+    ASSERT_TRUE(CreateProcessW(L"Z:\\bin\\ln", command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
+                               &start, &made));
+    const auto isLink = [&link] {
+      const DWORD attributes = GetFileAttributesW(link.c_str());
+      return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+    };
+    for (int tries = 0; tries < 500 && !isLink(); ++tries)
+      Sleep(10);  // the handle of such a program does not tell its end
+    EXPECT_TRUE(isLink());
+    CloseHandle(made.hThread);
+    CloseHandle(made.hProcess);
+  }
   void Write(const std::filesystem::path& file, const std::string& text) const {
     std::filesystem::create_directories(file.parent_path());
     std::ofstream(file, std::ios::binary) << text;
@@ -145,6 +168,52 @@ TEST_F(Files, ListThatLeavesTheDirectoryIsRefused) {
   Write(list, "a.txt\r\ndocs/b.txt\r\n");
   EXPECT_EQ(ReadList(list), (FileList{"a.txt", "docs\\b.txt"}));
   EXPECT_TRUE(ReadList(directory / "none.txt").empty());
+}
+
+TEST_F(Files, DeletionOfThoseMovedAsideDoesNotFollowLinks) {
+  const std::filesystem::path elsewhere(temp.File("elsewhere"));
+  Write(elsewhere / "foreign.txt", "foreign");
+  Write(directory / "setup-old-1" / "a.txt", "old");
+  LinkDirectory(elsewhere, directory / "setup-old-1" / "link");
+  LinkDirectory(elsewhere, directory / "setup-old-2");
+  DeleteLeftAside(directory);
+  EXPECT_EQ(Read(elsewhere / "foreign.txt"), "foreign");
+  EXPECT_FALSE(std::filesystem::exists(directory / "setup-old-1" / "a.txt"));  // the links Wine cannot delete
+}
+
+TEST_F(Files, DirectoryThatIsALinkIsRefused) {
+  const std::filesystem::path elsewhere(temp.File("elsewhere"));
+  Write(elsewhere / "b.txt", "foreign");
+  Write(directory / "from" / "docs" / "c.txt", "ours");
+  LinkDirectory(elsewhere, directory / "docs");
+  FilesAside aside(directory);
+  EXPECT_THROW(aside.Move({"docs\\b.txt"}), SetupError);
+  EXPECT_THROW(CopyFiles({"docs\\c.txt"}, directory / "from", directory), SetupError);
+  EXPECT_EQ(Read(elsewhere / "b.txt"), "foreign");
+  EXPECT_FALSE(std::filesystem::exists(elsewhere / "c.txt"));
+}
+
+TEST_F(Files, AsideNeverUsesADirectoryThatExists) {
+  Write(directory / "a.txt", "one");
+  Write(directory / "setup-old-1" / "foreign.txt", "foreign");
+  FilesAside aside(directory);
+  aside.Move({"a.txt"});
+  EXPECT_TRUE(std::filesystem::exists(directory / "setup-old-2" / "a.txt"));
+  aside.MoveBack();
+  EXPECT_EQ(Read(directory / "setup-old-1" / "foreign.txt"), "foreign");
+}
+
+TEST_F(Files, LogIsAppendedToAndALinkIsRefused) {
+  const std::filesystem::path log = directory / "setup.log";
+  Write(log, "before\n");
+  OpenLog(log.wstring());
+  Say("after");
+  EXPECT_NE(Read(log).find("before\n"), std::string::npos);
+  EXPECT_NE(Read(log).find("after"), std::string::npos);
+  const std::filesystem::path linked = directory / "linked.log";
+  ASSERT_TRUE(CreateHardLinkW(linked.c_str(), log.c_str(), nullptr));
+  EXPECT_THROW(OpenLog(linked.wstring()), SetupError);
+  EXPECT_THROW(OpenLog((directory / "missing" / "setup.log").wstring()), SetupError);
 }
 
 TEST_F(Files, CopyDoesNotOverwrite) {

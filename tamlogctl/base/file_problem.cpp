@@ -26,10 +26,14 @@ std::string ProblemOf(const FileStatus& status, const std::string& remark) {
   return status.Reason();
 }
 
+std::string ReadName(const std::string& path) {
+  return path == "-" ? "standard input" : path;
+}
+
 std::string FileProblem(const std::string& path, const FileStatus& status, const std::string& remark) {
   const std::string problem = NameProblem(path, kProgramExpandsWildcards);
   if (!problem.empty() && !Readable(status)) return path + ": " + problem;
-  return path + (status == Status::NotALog ? " " : ": ") + ProblemOf(status, remark);
+  return ReadName(path) + (status == Status::NotALog ? " " : ": ") + ProblemOf(status, remark);
 }
 
 std::string TargetProblem(const std::string& target, const FileStatus& status) {
@@ -53,7 +57,8 @@ int TargetExitCode(Status status) {
 }
 
 void SayDamaged(const std::string& path, std::size_t damaged) {
-  Say(path + ": " + std::to_string(damaged) + (damaged == 1 ? " message breaks" : " messages break") +
+  Say(ReadName(path) + ": " + std::to_string(damaged) +
+      (damaged == 1 ? " message breaks" : " messages break") +
       " a rule of the format; see: tamlogctl verify");
 }
 

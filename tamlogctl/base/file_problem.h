@@ -17,7 +17,10 @@ std::string NameProblem(const std::string& path, bool onWindows);
 // log what it is.
 std::string ProblemOf(const TamLogClient::FileStatus& status, const std::string& remark = {});
 
-// Returns the same with `path` in front.
+// Returns the name by which messages mention a file that is read: "-" is standard input.
+std::string ReadName(const std::string& path);
+
+// Returns the problem with the name of the file in front.
 std::string FileProblem(const std::string& path, const TamLogClient::FileStatus& status,
                         const std::string& remark = {});
 

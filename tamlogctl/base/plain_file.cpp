@@ -82,8 +82,7 @@ class PlainFiles {
   }
 
   PlainFile FromStandardInput() {
-    if (StdinIsTerminal())
-      return {"", Refuse(kUsage, "-: standard input is a terminal; send a log file to it")};
+    if (StdinIsTerminal()) return {"", Refuse(kUsage, "standard input is a terminal; send a log file to it")};
     return Unpack("standard input", "", ReadStandardInput);
   }
 

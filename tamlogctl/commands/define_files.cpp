@@ -87,8 +87,8 @@ Verb Repair() {
                        options, RepairFile);
   verb.Add({
       Operand("FILE", Text(options->file), "The damaged file; it is only read").Required(),
-      Operand("NEW", Text(options->output), "The new file"),
-      Value("--output", "NEW", Text(options->output), "The new file, for scripts that name it so")
+      Operand("NEW", NewFile(options->output), "The new file"),
+      Value("--output", "NEW", NewFile(options->output), "The new file, for scripts that name it so")
           .Excludes("NEW"),
       Flag("--carve", options->carve, "Also messages outside the ring or after the end of the log"),
       Flag("--unique", options->unique, "Leave out messages that are equal to an earlier one, byte for byte"),
@@ -180,7 +180,7 @@ Verb Export() {
   Verb verb = MakeVerb("export", "Write messages to a file that appears when it is complete", kExportFooter,
                        options, RunExport);
   verb.Add({
-      Operand("TARGET", Text(options->target), "The file to write").Required(),
+      Operand("TARGET", NewFile(options->target), "The file to write").Required(),
       FileOption(options->files, "Of a copied log instead of the running server's (repeatable)"),
       Flag("--log", options->asLog, "Write a log file instead of text"),
       Value("--capacity", "N", Number(1, kMostMessages, options->capacity),

@@ -93,7 +93,9 @@ Verb Convert() {
   });
   verb.Add(OptionsOfAll(*options));
   verb.check = [options](const Given&) {
-    return std::string(options->files.size() < 2 ? "FILE: name a file to read, and the new log file" : "");
+    if (options->files.size() < 2) return std::string("FILE: name a file to read, and the new log file");
+    const std::string problem = NewFileProblem(options->files.back());
+    return problem.empty() ? problem : "FILE: " + problem;
   };
   return verb;
 }

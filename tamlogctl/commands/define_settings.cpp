@@ -97,7 +97,7 @@ Verb Set() {
                    "After a change of capacity send the messages again, with their times (the default where "
                    "it grows), or "
                    "do not"),
-            Value("--backup", "FILE", Text(options->backup),
+            Value("--backup", "FILE", NewFile(options->backup),
                   "Where the messages are saved before a change of capacity (tamlog-DATE-TIME.dat here)"),
             Flag("--no-backup", options->noBackup, "Save nothing before a change of capacity")
                 .Excludes("--backup"),
@@ -131,7 +131,7 @@ Verb Path() {
 Verb ClearVerb() {
   const auto options = std::make_shared<ClearOptions>();
   Verb verb = MakeVerb("clear", "Empty the log", kClearFooter, options, Clear);
-  verb.Add({Value("--backup", "FILE", Text(options->backup), "Save the messages in this file first"),
+  verb.Add({Value("--backup", "FILE", NewFile(options->backup), "Save the messages in this file first"),
             Flag("--yes", options->yes, "Do not ask"),
             Switch("--wait", "--no-wait", options->wait,
                    "Wait until the restart that follows is over (the default), or do not")});

@@ -74,7 +74,8 @@ std::string UnknownOption(const Verb& verb, const std::string& word) {
 
 void TakeValue(const Option& option, const std::string& value) {
   if (value.empty() && !option.mayBeEmpty)
-    throw CLI::ValidationError(option.Name() + ": the value is empty; give one, or leave the option out");
+    throw CLI::ValidationError(option.Name() + ": the value is empty; give one, or leave " +
+                               (option.IsOperand() ? "it out" : "the option out"));
   const std::string problem = option.take(value);
   if (!problem.empty()) throw CLI::ValidationError(option.Name() + ": " + problem);
 }

@@ -121,7 +121,7 @@ std::vector<Option> PositionOptions(ReadingOptions& to) {
       Value("-B,--before-context", "N", ContextOf(to.before), "Also N messages before each that matches"),
       Value("-C,--context", "N", Number(0, kMostMessages, both),
             "Both (short, full and cat print -- between messages that are not neighbours)"),
-      Value("--cursor-file", "FILE", Text(to.cursorFile),
+      Value("--cursor-file", "FILE", NewFile(to.cursorFile),
             "Continue after the cursor in this file, and store the newest one there"),
       Value("--after-cursor", "CURSOR", Text(to.afterCursor), "Only messages newer than the cursor's"),
       Flag("--show-cursor", to.showCursor, "At the end print the newest message's cursor on stderr"),

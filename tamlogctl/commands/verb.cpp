@@ -135,6 +135,18 @@ Take Text(std::string& to) {
   };
 }
 
+std::string NewFileProblem(const std::string& name) {
+  return name == "-" ? "'-': standard output cannot be used here; name a file (./- for one of this name)"
+                     : "";
+}
+
+Take NewFile(std::string& to) {
+  return [&to](const std::string& value) {
+    to = value;
+    return NewFileProblem(value);
+  };
+}
+
 Take List(std::vector<std::string>& to) {
   return [&to](const std::string& value) {
     to.push_back(value);

@@ -9,6 +9,7 @@
 #include "client/file/atomic_file.h"
 #include "client/file/file_path.h"
 #include "client/file/log_file_image.h"
+#include "client/file/windows_names.h"
 #include "client/message/hex.h"
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
@@ -21,12 +22,15 @@ namespace fs = std::filesystem;
 using TamLogClient::Status;
 
 constexpr const char* kNone = "none";
+// The file may lie where others write. More than the memory and the held messages of a large log need.
+constexpr std::uint64_t kMostBytes = std::uint64_t{1} << 30U;
 constexpr std::string_view kPlace = "target";
 constexpr std::string_view kHeld = "held";
 constexpr std::string_view kFirstMemory = "memory1 ";  // of earlier versions: then the cursor counts
 
 // A device is not read: it may be unterminated, and could not be replaced.
 bool IsOrdinaryOrMissing(const std::string& path) {
+  if (TamLogClient::kWindowsNames && TamLogClient::NamesNoOrdinaryFile(path)) return false;
   std::error_code ignored;
   const fs::file_status status = fs::status(TamLogClient::PathOf(path), ignored);
   return !fs::exists(status) || fs::is_regular_file(status);
@@ -122,11 +126,14 @@ int ReadCursorFile(const std::string& path, CursorFile& to, CursorFileText& text
     return Refuse(ExitCodeOf(Status::NotAFile), Named(path) + "is not an ordinary file");
   TamLogClient::RemoveLeftovers(path);
   std::string bytes;
-  const auto status = TamLogClient::ReadFileBytes(path, bytes);
+  const auto status = TamLogClient::ReadFileBytes(path, bytes, kMostBytes);
   if (status == Status::NotFound) return kDone;
   if (status != Status::Ok) return Refuse(ExitCodeOf(status), Named(path) + ProblemOf(status));
   if (Parse(bytes, to, text)) return kDone;
-  return Refuse(kUsage, Named(path) + "is not a cursor file; remove it to begin with the oldest message");
+  return Refuse(
+      kUsage,
+      Named(path) +
+          "is not a cursor file; name another, and one that does not exist to begin with the oldest message");
 }
 
 CursorFileText MakeCursorFileText(const TamLogClient::LogSnapshot& snapshot,

@@ -72,9 +72,8 @@ std::optional<ScannedInput> ScanFileInput(const std::string& path, bool quiet,
   TamLogClient::LogFileScan scan;
   {
     const Busy busy("counting in " + path);
-    std::uint64_t key = 0;
     const auto look = [&](const LogMessage& message) {
-      survey.Add(message, key);
+      survey.Add(message);
       take(message);
       return true;
     };
@@ -85,7 +84,7 @@ std::optional<ScannedInput> ScanFileInput(const std::string& path, bool quiet,
 }
 
 bool IsSound(const std::string& path, const TamLogClient::LogFileSurvey& survey) {
-  if (survey.inTimeOrder && survey.doubtful == 0) return true;
+  if (survey.inOrder && survey.doubtful == 0) return true;
   return TamLogClient::JudgeLogFile(path).status == Status::Ok;
 }
 

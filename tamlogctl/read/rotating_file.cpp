@@ -10,6 +10,7 @@
 #include <system_error>
 
 #include "client/file/file_path.h"
+#include "client/file/windows_names.h"
 #include "tamlogctl/base/console.h"
 #include "tamlogctl/base/time_arithmetic.h"
 
@@ -140,6 +141,7 @@ FileStatus RotatingFile::Open(std::int64_t nowMs) {
   const fs::path path = PathOf(options.target);
   const auto kind = fs::status(path, error).type();
   regular = kind == fs::file_type::regular || kind == fs::file_type::not_found;
+  if (TamLogClient::kWindowsNames && TamLogClient::NamesNoOrdinaryFile(options.target)) regular = false;
   if (kind == fs::file_type::directory || (!regular && options.limits.Any())) return Status::NotAFile;
   if (FileStatus status = Begin(false); status != Status::Ok) return status;
   if (options.replace && size > 0) {

@@ -45,7 +45,7 @@ std::optional<int> PrintInOrder(const ShowOptions& options, Printer& printer) {
   auto busy = std::make_optional<Busy>("reading " + path);
   const auto survey = scan.Survey();
   busy.reset();
-  if (!survey || !survey->inTimeOrder || !IsSound(file.path, *survey)) return std::nullopt;
+  if (!survey || !survey->inOrder || !IsSound(file.path, *survey)) return std::nullopt;
   int exitCode = WorseOf(JudgeMessages(path, survey->damaged, options.quiet), file.exitCode);
   Pager pager;
   if (!options.noPager) pager.Begin();

@@ -89,7 +89,7 @@ std::string ListOf(const VerifyReport& report, bool all) {
 }
 
 std::string TextOf(const std::string& name, const VerifyReport& report, bool unpacked, bool all) {
-  return Shown(name) + ": " + Verdict(report, unpacked) + "\n  " +
+  return Shown(ReadName(name)) + ": " + Verdict(report, unpacked) + "\n  " +
          std::to_string(report.header.messageCount) + " messages, capacity " +
          std::to_string(report.header.maxMessages) + ", " + Counted(report.slotsThere, "slot") + " in " +
          Counted(report.size, "byte") + "\n" + ListOf(report, all);

@@ -31,6 +31,11 @@ void SuggestSources(const SelectionOptions& options, const std::vector<std::stri
     if (!term) continue;
     const auto matches = [&term](const std::string& name) { return MatchesName(name, term->name); };
     if (std::any_of(names.begin(), names.end(), matches)) continue;
+    if (std::find(names.begin(), names.end(), text) != names.end()) {
+      Say("-s '" + text + "': no source is called '" + term->name + "'; for the source of this name write '" +
+          text + "*'");
+      continue;
+    }
     const std::string nearest = NearestWord(term->name, names);
     Say("-s '" + text + "': no source has this name; " +
         (nearest.empty() ? "" : "did you mean '" + nearest + "'? ") + "sources are " + ListOf(names));

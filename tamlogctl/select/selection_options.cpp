@@ -18,7 +18,13 @@ using TamLogClient::TimeWords;
 
 namespace {
 
-constexpr const char* kTermHelp = "expected NAME or NAME:TYPES, for example Camera:0,2";
+constexpr std::uint64_t kMostBytesOfTerms = std::uint64_t{64} << 20U;
+// Returns why the text names no source. The part after the last colon reads as types and is none.
+std::string TermProblem(const std::string& text) {
+  const std::string expected = "expected NAME or NAME:TYPES, for example Camera:0,2";
+  const bool endsLikeName = text.rfind(':') != 0 && text.rfind(':') + 1 < text.size();
+  return expected + (endsLikeName ? "; for a source of this name write '" + text + "*'" : "");
+}
 
 std::nullopt_t RefuseValue(const std::string& option, const std::string& value, const std::string& problem) {
   Say(option + " '" + value + "': " + problem);
@@ -45,7 +51,7 @@ bool AddSources(const SelectionOptions& options, MessageSelection& selection) {
     for (const std::string& text : excluded ? options.excludedSources : options.sources) {
       auto term = ParseSourceTerm(text);
       if (!term) {
-        RefuseValue(excluded ? "-x" : "-s", text, kTermHelp);
+        RefuseValue(excluded ? "-x" : "-s", text, TermProblem(text));
         return false;
       }
       if (excluded) {
@@ -60,7 +66,8 @@ bool AddSources(const SelectionOptions& options, MessageSelection& selection) {
 
 int AddFilterFile(const std::string& path, MessageSelection& selection) {
   std::string lines;
-  if (const auto status = TamLogClient::ReadFileBytes(path, lines); status != TamLogClient::Status::Ok)
+  if (const auto status = TamLogClient::ReadFileBytes(path, lines, kMostBytesOfTerms);
+      status != TamLogClient::Status::Ok)
     return Refuse(ExitCodeOf(status), "--filter-file '" + path + "': " + ProblemOf(status));
   std::size_t badLine = 0;
   if (selection.AddTerms(lines, badLine)) return kDone;
@@ -166,6 +173,9 @@ std::function<int(const TimeWords& utc)> LocalOffsetOf(const OutputOptions& outp
 
 std::optional<TextPattern> MakePattern(const std::string& option, const std::string& text,
                                        const SelectionOptions& options) {
+  if (option == "-v" && text.empty())
+    return RefuseValue(option, text,
+                       "every text matches an empty expression; it usually comes from an unset variable");
   std::string problem;
   auto pattern = TextPattern::Make(text, options.fixedPattern, options.ignoreCase, problem);
   if (pattern) return pattern;

@@ -19,6 +19,8 @@ using TamLogClient::LogClient;
 using TamLogClient::Status;
 using Filters = std::vector<FilterEntry>;
 
+constexpr std::uint64_t kMostBytesOfFilters = std::uint64_t{64} << 20U;
+
 LogClient Connect(const FilterOptions& options) {
   return LogClient({kRequestPipeName, options.timeoutMs});
 }
@@ -156,7 +158,8 @@ int SetFilters(const FilterOptions& options) {
   std::string text;
   if (options.file == "-") {
     text = ReadInput();
-  } else if (const auto status = TamLogClient::ReadFileBytes(options.file, text); status != Status::Ok) {
+  } else if (const auto status = TamLogClient::ReadFileBytes(options.file, text, kMostBytesOfFilters);
+             status != Status::Ok) {
     return Refuse(ExitCodeOf(status), FileProblem(options.file, status));
   }
   std::string problem;

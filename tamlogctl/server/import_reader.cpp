@@ -185,24 +185,25 @@ bool IsJournal(std::string_view bytes) {
          head.find("\n__REALTIME_TIMESTAMP=") != std::string_view::npos;
 }
 
-// Whether a head line of column names stands before lines that begin with a time.
-bool IsCsv(std::string_view bytes) {
+// Whether a head line of column names stands before lines that begin with a time, or the user named the
+// columns.
+bool IsCsv(std::string_view bytes, const ImportChoice& choice) {
   ImportDrafts drafts;
   const std::size_t end = bytes.find('\n');
   const std::string_view head = bytes.substr(0, end);
   if (head.find_first_of(",;\t") == std::string_view::npos) return false;
-  ReadCsvDrafts(head, {}, drafts);
+  ReadCsvDrafts(head, choice, drafts);
   return drafts.problems.empty();
 }
 
-bool IsTsv(std::string_view line) {
+bool IsTsv(std::string_view line, const ImportChoice& choice) {
   ImportDrafts drafts;
-  ReadTsvDrafts(line, {}, drafts);
+  ReadTsvDrafts(line, choice, drafts);
   return drafts.problems.empty() && !drafts.entries.empty();
 }
 
 // Lines of text have no zero byte; a log file has one in its header, and a slot in its texts.
-std::string Guess(const std::string& path, std::string_view bytes) {
+std::string Guess(const std::string& path, std::string_view bytes, const ImportChoice& choice) {
   if (IsJournal(bytes)) return "export";
   const bool binary = bytes.substr(0, std::max<std::size_t>(kSlotsOffset, sizeof(LogMessage))).find('\0') !=
                       std::string_view::npos;
@@ -213,8 +214,8 @@ std::string Guess(const std::string& path, std::string_view bytes) {
   const std::string_view text = bytes.substr(std::min(first, bytes.size()));
   if (text.starts_with('{') || text.starts_with("[\n") || text.starts_with("[\r\n") || text.starts_with("[{"))
     return "json";
-  if (IsTsv(text.substr(0, text.find_first_of("\r\n")))) return "tsv";
-  return IsCsv(text) ? "csv" : "text";
+  if (IsTsv(text.substr(0, text.find_first_of("\r\n")), choice)) return "tsv";
+  return IsCsv(text, choice) ? "csv" : "text";
 }
 
 // Returns the time after which no line without a year was written.
@@ -261,12 +262,13 @@ std::size_t LeaveOutKnown(MessageCounts& known, std::vector<LogMessageBody>& mes
 }
 
 void ReportProblems(const std::string& path, const ImportSource& source, bool quiet) {
-  const std::string begin = path + (source.exitCode == kNotALog ? " " : ": ");
+  const std::string name = ReadName(path);
+  const std::string begin = name + (source.exitCode == kNotALog ? " " : ": ");
   for (const std::string& problem : source.problems) Say(begin + problem);
   if (source.exitCode != kDamaged && source.unreadable > source.problems.size() && !source.problems.empty())
-    Say(path + ": and " + std::to_string(source.unreadable - source.problems.size()) + " more");
+    Say(name + ": and " + std::to_string(source.unreadable - source.problems.size()) + " more");
   if (source.continued > 0 && !quiet)
-    Say(path + ": " + Counted(source.continued, "line") + " without a time " +
+    Say(name + ": " + Counted(source.continued, "line") + " without a time " +
         (source.continued == 1 ? "has" : "have") + " that of the line before; the first is line " +
         std::to_string(source.firstContinued));
 }
@@ -284,7 +286,7 @@ ImportSource ReadImport(const std::string& path, const ImportChoice& choice) {
     source.exitCode = ExitCodeOf(status);
     return source;
   }
-  source.format = choice.format == "auto" ? Guess(path, bytes) : choice.format;
+  source.format = choice.format == "auto" ? Guess(path, bytes, choice) : choice.format;
   if (source.format == "log") {
     ReadLog(bytes, source);
     return source;
@@ -312,7 +314,8 @@ int ReadImports(const std::vector<std::string>& paths, const ImportChoice& choic
     exitCode = WorseOf(exitCode, source.exitCode);
     const std::size_t twice = choice.once ? LeaveOutKnown(known, source.messages) : 0;
     if (twice > 0 && !choice.quiet)
-      Say(path + ": " + CountedAre(twice, "message") + " in an earlier file as well, and taken once");
+      Say(ReadName(path) + ": " + CountedAre(twice, "message") +
+          " in an earlier file as well, and taken once");
     messages.insert(messages.end(), source.messages.begin(), source.messages.end());
   }
   std::stable_sort(messages.begin(), messages.end(),

@@ -201,7 +201,8 @@ bool FromTsv(const std::vector<Field>& columns, std::string_view line, ImportDra
     const std::size_t tab = line.find('\t');
     if ((i + 1 == columns.size()) != (tab == std::string_view::npos)) {
       problem = columns.size() == 4
-                    ? "expected four columns with tabs between them: time, type, source, text"
+                    ? "expected four columns with tabs between them: time, type, source, text; --fields "
+                      "names others"
                     : "expected " + std::to_string(columns.size()) + " columns with tabs between them";
       return false;
     }
@@ -218,6 +219,9 @@ bool FromTsv(const std::vector<Field>& columns, std::string_view line, ImportDra
 std::vector<Field> TsvColumns(std::string_view line, const ImportChoice& choice) {
   if (!choice.fields.empty()) return choice.fields;
   const auto tabs = static_cast<std::size_t>(std::count(line.begin(), line.end(), '\t'));
+  std::string problem;
+  if (auto every = TamLogClient::ParseFields("all", problem); tabs + 1 == every->size())
+    return *std::move(every);
   const auto& exact = TamLogClient::kExactTsvColumns;
   return {exact.begin(), exact.begin() + (tabs + 1 == exact.size() ? exact.size() : 4)};
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "client/file/windows_names.h"
 #include "client/message/utf8.h"
 #include "records/pipe_protocol.h"
 
@@ -29,23 +30,9 @@ std::string Lower(std::string_view text) {
   return lower;
 }
 
-// The system opens the device for such a name in every directory, whatever follows a dot.
-bool IsDeviceName(std::string_view component) {
-  std::string name = Lower(component.substr(0, component.find_first_of(".:")));
-  while (!name.empty() && name.back() == ' ') name.pop_back();
-  static constexpr std::array<std::string_view, 6> kWhole{"con", "prn", "aux", "nul", "conin$", "conout$"};
-  if (std::find(kWhole.begin(), kWhole.end(), name) != kWhole.end()) return true;
-  const bool port = name.starts_with("com") || name.starts_with("lpt");
-  if (!port) return false;
-  const std::string number = name.substr(3);
-  // The system takes the superscript digits for digits.
-  return (number.size() == 1 && number[0] >= '1' && number[0] <= '9') || number == "\xC2\xB9" ||
-         number == "\xC2\xB2" || number == "\xC2\xB3";
-}
-
 std::string ComponentProblem(std::string_view component) {
   if (component == "." || component == "..") return "contains '.' or '..'; write it without them";
-  if (IsDeviceName(component)) return "names a device";
+  if (TamLogClient::IsDeviceName(component)) return "names a device";
   if (component.find(':') != std::string_view::npos) return "contains a second colon";
   if (component.find_first_of("<>\"|?*") != std::string_view::npos)
     return "contains one of the characters < > \" | ? *";

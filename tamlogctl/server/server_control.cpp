@@ -1,4 +1,5 @@
 #include "tamlogctl/server/server_control.h"
+#include "tamlogctl/server/access_list_reader.h"
 
 #include <functional>
 #include <string>
@@ -133,6 +134,16 @@ int RestartServer(const ServerOptions& options) {
   return stopped == kDone ? Report(Start(options), "the server is running again") : stopped;
 }
 
+// The service runs its program with all rights of the machine.
+void WarnOfOthers(const std::string& program) {
+  std::string names;
+  for (const std::string& name : OthersWhoMayChange(program)) names += (names.empty() ? "" : ", ") + name;
+  if (names.empty()) return;
+  Say("warning: " + program + " can be changed or replaced by " + names +
+      ", and runs as local system; install it from a directory that only administrators can change, such as "
+      "C:\\Program Files\\Torvane");
+}
+
 int InstallServer(const ServerOptions& options) {
   if (QueryService().state != ServiceState::NotInstalled)
     return Refuse(kUsage, "server install: the service is already installed; see: tamlogctl server state");
@@ -142,7 +153,9 @@ int InstallServer(const ServerOptions& options) {
     return Refuse(denied ? kAccessDenied : kRefused, "server install: " + problem);
   }
   // The installation grants it by the name EVERYONE, which other languages of the system do not have.
-  if (QueryServiceDetails().everyoneMayControl == false) GrantControlToEveryone();
+  const ServiceDetails details = QueryServiceDetails();
+  if (details.everyoneMayControl == false) GrantControlToEveryone();
+  WarnOfOthers(details.program);
   Say("installed " + program + "; start it: tamlogctl server start");
   return kDone;
 }

@@ -1,9 +1,9 @@
 """The conformance kit: its files are what their makers make, our own programs hold every claim, and the judge notices
 the mistakes that readers and followers make.
 
-usage: tests/conformance/conformance_test.py TAMLOGCTL TRACE_FOLLOWER
+usage: tests/conformance/conformance_test.py TAMLOGCTL TRACE_FOLLOWER EXAMPLES
 
-Both are native programs.
+TAMLOGCTL and TRACE_FOLLOWER are native programs, EXAMPLES is the directory of the native examples.
 """
 
 import json
@@ -85,13 +85,13 @@ class Files(unittest.TestCase):
 class OurPrograms(unittest.TestCase):
     def test_hold_every_claim(self):
         outcome, claims = judge("--read", TAMLOGCTL + " show -o json", "--verify", TAMLOGCTL + " verify -o json",
-                                "--follow", TRACE_FOLLOWER, "--details")
+                                "--follow", TRACE_FOLLOWER, "--exact", "--details")
         self.assertEqual(outcome.returncode, 0, outcome.stdout + outcome.stderr)
         self.assertEqual(len(claims), 2 * len(names("samples")) + len(names("traces")))
 
     def test_of_the_examples_hold_every_claim(self):
         outcome, claims = judge("--read", "%s %s/reference_log.py" % (PYTHON, EXAMPLES),
-                                "--follow", "%s %s/reference_follower.py" % (PYTHON, EXAMPLES), "--details")
+                                "--follow", "%s %s/reference_follower.py" % (PYTHON, EXAMPLES), "--exact", "--details")
         self.assertEqual(outcome.returncode, 0, outcome.stdout + outcome.stderr)
         self.assertEqual(len(claims), len(names("samples")) + len(names("traces")))
 
@@ -159,7 +159,7 @@ class Histories(unittest.TestCase):
 class Judge(unittest.TestCase):
     """Each case breaks one rule in a copy of an example, and names the claims that fail by it."""
 
-    def failing(self, option, program, old, new, only):
+    def failing(self, option, program, old, new, only, *more):
         with tempfile.TemporaryDirectory() as directory:
             for each in ("reference_log.py", "reference_follower.py"):
                 with open(os.path.join(EXAMPLES, each), encoding="utf-8") as stream:
@@ -169,15 +169,16 @@ class Judge(unittest.TestCase):
                     text = text.replace(old, new)
                 with open(os.path.join(directory, each), "w", encoding="utf-8") as stream:
                     stream.write(text)
-            outcome, claims = judge(option, "%s %s" % (PYTHON, os.path.join(directory, program)), "--only", only)
+            outcome, claims = judge(option, "%s %s" % (PYTHON, os.path.join(directory, program)), "--only", only,
+                                    *more)
         self.assertEqual(outcome.returncode, 1, outcome.stdout)
         return {name for (_, name), holds in claims.items() if not holds}
 
     def reader(self, old, new, only):
         return self.failing("--read", "reference_log.py", old, new, only)
 
-    def follower(self, old, new, only=""):
-        return self.failing("--follow", "reference_follower.py", old, new, only)
+    def follower(self, old, new, only="", exact=True):
+        return self.failing("--follow", "reference_follower.py", old, new, only, *(["--exact"] if exact else []))
 
     def test_notices_a_reader_that_takes_the_ring_for_the_order_of_time(self):
         self.assertEqual(self.reader("    return sorted(ring[:end][::-1] + ring[end:], key=key_of)",
@@ -246,12 +247,137 @@ class Judge(unittest.TestCase):
         self.assertEqual(self.follower("        return change.bounds()\n", "        return (0, 0)\n"),
                          {"cleared-and-filled", "insertions-that-lost", "two-bursts"})
 
-    def test_needs_a_program(self):
-        self.assertEqual(run(sys.executable, JUDGE).returncode, 2)
+    def test_lets_a_follower_state_only_what_the_counters_show(self):
+        unknown = "        return UNKNOWN\n        return change.bounds()\n"
+        exact = self.follower("        return change.bounds()\n", unknown)
+        self.assertLessEqual({"cleared-and-filled", "insertions-that-lost"}, exact)
+        with tempfile.TemporaryDirectory() as directory:
+            for each in ("reference_log.py", "reference_follower.py"):
+                with open(os.path.join(EXAMPLES, each), encoding="utf-8") as stream:
+                    text = stream.read().replace("        return change.bounds()\n", unknown)
+                with open(os.path.join(directory, each), "w", encoding="utf-8") as stream:
+                    stream.write(text)
+            outcome, _ = judge("--follow", "%s %s" % (PYTHON, os.path.join(directory, "reference_follower.py")))
+        self.assertEqual(outcome.returncode, 0, outcome.stdout)
+        self.assertEqual(self.follower("        lost = appended - len(new)\n", "        lost = 0\n", exact=False),
+                         {"overtaken", "twice-in-the-ring"})
+        self.assertEqual(self.follower("        return change.bounds()\n", "        return (0, 0)\n", exact=False),
+                         {"cleared-and-filled", "insertions-that-lost", "two-bursts"})
+
+    def test_notices_bounds_that_are_no_numbers(self):
+        for bounds in ('{"least": "0", "most": 0}', '{"least": true, "most": null}', '{"least": 0, "most": -1}',
+                       '{"least": 0}', "[]", '{"least": 0, "most": NaN}'):
+            self.assertEqual(self.prints('{"visit":1,"lost":%s}' % bounds, "--follow", "first-number-is-0|reopened"),
+                             {"first-number-is-0", "reopened"})
+
+    def prints(self, line, option, only):
+        """The claims that a program fails which prints one line."""
+        with tempfile.TemporaryDirectory() as directory:
+            program = os.path.join(directory, "program.py")
+            with open(program, "w", encoding="utf-8") as stream:
+                stream.write("print(%r)\n" % line)
+            outcome, claims = judge(option, "%s %s" % (PYTHON, program), "--only", only)
+        self.assertEqual((outcome.returncode, outcome.stderr), (1, ""))
+        return {name for (_, name), holds in claims.items() if not holds}
+
+    def test_notices_output_that_is_no_line_of_json(self):
+        for line in ("[" * 100000, "9" * 100000, "[1]", "nothing", "{\"a\":1"):
+            self.assertEqual(self.prints(line, "--read", "example-five"), {"example-five"})
+
+    def test_notices_a_program_that_prints_without_end_or_asks(self):
+        outcome, claims = judge("--read", "/usr/bin/yes {}", "--only", "example-five", "--details")
+        self.assertEqual((outcome.returncode, set(claims.values())), (1, {False}))
+        self.assertIn("prints more than", outcome.stdout)
+        outcome, _ = judge("--read", "/bin/cat -", "--only", "example-five", "--details")
+        self.assertIn("no JSON", outcome.stdout)
+
+    def test_answers_wrong_arguments_with_a_reason(self):
+        for arguments, reason in (((), "nothing to judge"), (("--read", ""), "an empty COMMAND"),
+                                  (("--read", "/no/such/program"), "cannot start /no/such/program"),
+                                  (("--read", "'open"), "cannot start 'open"), (("--read",), "expected one argument"),
+                                  (("--read", "true", "--only", "("), "no regular expression"),
+                                  (("--read", "true", "--only", "no-such-sample"), "--only matches no claim"),
+                                  (("--read", "true", "--exact"), "--exact needs --follow"),
+                                  (("--rea", "true"), "unrecognized arguments"), (("true",), "unrecognized arguments")):
+            outcome = run(sys.executable, JUDGE, *arguments)
+            self.assertEqual((outcome.returncode, outcome.stdout), (2, ""), arguments)
+            self.assertIn(reason, outcome.stderr)
+            self.assertNotIn("Traceback", outcome.stderr)
+
+
+class Programs(unittest.TestCase):
+    """The scripts of the kit and the examples in Python answer wrong arguments with a reason and no traceback."""
+
+    def refuses(self, script, arguments, code, reason):
+        outcome = run(sys.executable, "-B", os.path.join(ROOT, script), *arguments)
+        self.assertEqual((outcome.returncode, outcome.stdout), (code, ""), (script, arguments))
+        self.assertIn(reason, outcome.stderr)
+        self.assertNotIn("Traceback", outcome.stderr)
+
+    def test_need_a_file(self):
+        for script in ("examples/reference_log.py", "examples/reference_follower.py", "examples/read_log.py",
+                       "conformance/make_samples.py", "conformance/make_traces.py"):
+            self.refuses(script, (), 2, os.path.basename(script))
+
+    def test_report_a_file_that_cannot_be_read(self):
+        for script in ("examples/reference_log.py", "examples/reference_follower.py"):
+            for path in ("/no/such/file", "/"):
+                self.refuses(script, (path,), 2, path)
+        self.refuses("examples/read_log.py", ("/no/such/library", "FILE"), 2, "not the client library")
+        self.refuses("examples/read_log.py", ("/dev/null", "FILE"), 2, "not the client library")
+
+    def test_report_a_file_that_is_no_log(self):
+        self.refuses("examples/reference_log.py", ("/dev/null",), 9, "ends within its header")
+        self.refuses("examples/reference_follower.py", ("/dev/null",), 9, "ends within its header")
+        self.refuses("examples/reference_follower.py", (os.path.join(KIT, "samples", "mixed.dat"), "/dev/null"), 9,
+                     "ends within its header")
+
+    def test_in_c_and_cpp_refuse_wrong_arguments(self):
+        for name, wrong in (("follow", (["soon"], ["-1"], [""], ["1 "], ["1", "2"], ["99999999999999"])),
+                            ("async_logging", (["many"], ["-1"], [""], ["1", "2"])),
+                            ("submit_and_read", (["FILE", "FILE"],)), ("verify_and_repair", ([], ["1", "2", "3"]))):
+            for arguments in wrong:
+                # Under AddressSanitizer only the library is built with it.
+                outcome = run("env", "ASAN_OPTIONS=verify_asan_link_order=0",
+                              os.path.join(EXAMPLE_PROGRAMS, "example_" + name), *arguments)
+                self.assertEqual((outcome.returncode, outcome.stdout), (2, ""), (name, arguments))
+                self.assertIn("usage: " + name, outcome.stderr)
+
+    def test_do_not_take_an_option_for_a_directory(self):
+        for maker in ("conformance/make_samples.py", "conformance/make_traces.py"):
+            for arguments in (("--help",), ("--check",), ("DIRECTORY", "--check"), ("--chec", "DIRECTORY"),
+                              ("--check", "--check"), ("one", "two")):
+                self.refuses(maker, arguments, 2, os.path.basename(maker))
+            self.refuses(maker, ("--check", "/no/such/directory"), 2, "/no/such/directory")
+
+
+class JudgeOfPipes(unittest.TestCase):
+    HOLDS = "holds   pipes   ping              Ping: Alive"
+    FAILS = "FAILS   pipes   map-name          GetFileMapName: the name of the mapping"
+
+    def claims(self, code, *lines):
+        with tempfile.TemporaryDirectory() as directory:
+            program = os.path.join(directory, "program.py")
+            with open(program, "w", encoding="utf-8") as stream:
+                stream.write("print(%r)\nraise SystemExit(%d)\n" % ("\n".join(lines), code))
+            outcome, claims = judge("--pipes", "%s %s" % (PYTHON, program))
+        return outcome.returncode, {name: holds for (_, name), holds in claims.items()}
+
+    def test_shows_what_the_program_claims(self):
+        self.assertEqual(self.claims(0, self.HOLDS, "1 claims hold, 0 fail"), (0, {"run": True, "ping": True}))
+        self.assertEqual(self.claims(1, self.HOLDS, self.FAILS, "1 claims hold, 1 fail"),
+                         (1, {"run": True, "ping": True, "map-name": False}))
+
+    def test_notices_that_the_program_did_not_finish(self):
+        for code, lines in ((3, [""]), (0, [self.HOLDS]), (1, [self.HOLDS, "1 claims hold, 0 fail"]),
+                            (0, [self.FAILS, "0 claims hold, 1 fail"]), (0, ["0 claims hold, 0 fail"]),
+                            (139, [self.HOLDS, "1 claims hold, 0 fail"])):
+            status, claims = self.claims(code, *lines)
+            self.assertEqual((status, claims["run"]), (1, False), (code, lines))
 
 
 if __name__ == "__main__":
-    if len(sys.argv) < 3:
+    if len(sys.argv) < 4:
         sys.exit(__doc__)
-    TAMLOGCTL, TRACE_FOLLOWER = sys.argv[1:3]
-    unittest.main(argv=sys.argv[:1] + sys.argv[3:], verbosity=2)
+    TAMLOGCTL, TRACE_FOLLOWER, EXAMPLE_PROGRAMS = sys.argv[1:4]
+    unittest.main(argv=sys.argv[:1] + sys.argv[4:], verbosity=2)

@@ -19,7 +19,6 @@ constexpr char kAdvapi[] = "advapi32";
 constexpr char kRuntime[] = "msvcrt";
 constexpr std::int64_t kInvalidHandle = -1;
 constexpr WhenItFails kDone = WhenItFails::ItWasDoneAllTheSame;
-constexpr WhenItFails kNothing = WhenItFails::NothingHappens;
 
 // Defines the pointer through which the server's code makes the call.
 #define SWEPT_CALL(function, ...)                                                      \

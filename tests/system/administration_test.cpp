@@ -6,6 +6,9 @@
 #include "tests/system/administration.h"
 #include "util/win32.h"
 
+// Requires windows.h.
+#include <aclapi.h>
+
 #undef StartService  // would rename the fixture's operation
 
 using namespace std::chrono_literals;
@@ -204,6 +207,23 @@ TEST_F(Administration, ServiceIsInstalledStartedLookedAtStoppedAndRemoved) {
   Expect("doctor", 3, "fail  service  installed, but stopped");
   Expect("server remove", 0, "the service is removed");
   Expect("server state", 3, "not installed");
+}
+
+// Its program would run as local system whatever they put there.
+TEST_F(Administration, InstallingAProgramThatOthersMayChangeIsWarnedOf) {
+  Settings({});
+  UseCopyOfServer();
+  const std::string install = "server install --program \"" + ServerPath() + "\"";
+  const std::string output = Expect(install, 0, "start it");
+  EXPECT_EQ(output.find("warning"), std::string::npos) << output;
+  Expect("server remove", 0, "removed");
+  std::string path = ServerPath();
+  ASSERT_EQ(SetNamedSecurityInfoA(path.data(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr,
+                                  nullptr, nullptr),
+            ERROR_SUCCESS);
+  Expect(install, 0,
+         "warning: " + path + " can be changed or replaced by Everyone, and runs as local system");
+  Expect("server remove", 0, "removed");
 }
 
 // All slots hold the same message of zeros, so that the file takes no room on the disk.

@@ -97,7 +97,7 @@ TEST_P(BigFile, IsReadInEveryWay) {
   EXPECT_EQ(Texts(all), texts);
   const auto survey = scan.Survey();
   ASSERT_TRUE(survey.has_value());
-  EXPECT_TRUE(survey->inTimeOrder);
+  EXPECT_TRUE(survey->inOrder);
   EXPECT_EQ(survey->doubtful, 0U);
   TamLogClient::LogTail tail;
   ASSERT_TRUE(TamLogClient::ReadLogFileTail(path, 3, tail));

@@ -110,7 +110,7 @@ TEST_F(LogFileScanTest, SurveyOfASoundFileFindsNothing) {
   ASSERT_TRUE(scan.Open(path));
   const auto survey = scan.Survey();
   ASSERT_TRUE(survey);
-  EXPECT_TRUE(survey->inTimeOrder);
+  EXPECT_TRUE(survey->inOrder);
   EXPECT_EQ(survey->damaged, 0U);
 }
 
@@ -124,11 +124,11 @@ TEST_F(LogFileScanTest, SurveySeesAnyMessageThatIsOlderThanTheOneBeforeIt) {
     ASSERT_TRUE(changed.Open(path));
     const auto survey = changed.Survey();
     ASSERT_TRUE(survey);
-    EXPECT_FALSE(survey->inTimeOrder) << position;
+    EXPECT_FALSE(survey->inOrder) << position;
     Change(position, [](LogMessage& message) { message.body.timestamp[0] += 1; });
     const auto same = changed.Survey();
     ASSERT_TRUE(same);
-    EXPECT_TRUE(same->inTimeOrder) << "equal times, " << position;
+    EXPECT_TRUE(same->inOrder) << "equal times, " << position;
     Change(position, [](LogMessage& message) { message.body.timestamp[0] += 1; });
   }
 }
@@ -146,7 +146,7 @@ TEST_F(LogFileScanTest, SurveyCountsTheMessagesThatBreakARule) {
   const auto survey = scan.Survey();
   ASSERT_TRUE(survey);
   EXPECT_EQ(survey->damaged, 3U);
-  EXPECT_TRUE(survey->inTimeOrder);
+  EXPECT_TRUE(survey->inOrder);
 }
 
 TEST_F(LogFileScanTest, SurveyOfAFileThatChangedMeanwhileIsNone) {

@@ -74,6 +74,7 @@ void JudgeCounts::Add(const JudgeCounts& other) {
   lost += other.lost;
   exact += other.exact;
   possible += other.possible;
+  unbounded += other.unbounded;
   needless += other.needless;
   needlessInFile += other.needlessInFile;
   hidden += other.hidden;
@@ -249,6 +250,7 @@ void FollowerJudge::Judge(const LogSnapshot& snapshot, const FollowStep& step) {
   if (step.loss.Exact() && step.loss.Any()) ++counts.exact;
   if (step.loss.Any() && !step.loss.Exact()) {
     ++counts.possible;
+    if (!step.loss.most) ++counts.unbounded;
     if (lost == 0) ++counts.needless;
     if (lost == 0 && log.NeverWritten() > neverWritten) ++counts.needlessInFile;
   }

@@ -44,11 +44,12 @@ const std::vector<HistoryKind>& HistoryKinds();
 struct JudgeCounts {
   std::uint64_t histories = 0;
   std::uint64_t visits = 0;
-  std::uint64_t returned = 0;  // messages
-  std::uint64_t lost = 0;      // messages that were in the file and not returned
-  std::uint64_t exact = 0;     // reported losses with an exact number, all right unless `wrongCounts`
-  std::uint64_t possible = 0;  // reports of a possible loss
-  std::uint64_t needless = 0;  // of these, reports while nothing was lost that had been in the file
+  std::uint64_t returned = 0;   // messages
+  std::uint64_t lost = 0;       // messages that were in the file and not returned
+  std::uint64_t exact = 0;      // reported losses with an exact number, all right unless `wrongCounts`
+  std::uint64_t possible = 0;   // reports of a possible loss
+  std::uint64_t unbounded = 0;  // of these, reports without an upper bound
+  std::uint64_t needless = 0;   // of `possible`, reports while nothing was lost that had been in the file
   std::uint64_t needlessInFile =
       0;                     // of these, reports while messages were lost before they were in the file
   std::uint64_t hidden = 0;  // losses that no reader could notice, see FollowerJudge::IsHidden

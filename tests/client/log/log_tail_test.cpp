@@ -86,6 +86,25 @@ TEST_F(LogTailTest, RingThatRunsBackwardsIsNoTail) {
   EXPECT_EQ(Tail(log, 10), std::nullopt);
 }
 
+TEST_F(LogTailTest, RingOfOneTimeIsNoTailUnlessItsNumbersRise) {
+  RingModel log(5);
+  for (const char* text : {"a", "b", "c", "d", "e"}) log.Submit(MakeBody(10, text));
+  log.Flush();
+  EXPECT_EQ(Tail(log, 5), std::nullopt);
+  EXPECT_EQ(Tail(log, 2), std::nullopt);
+  for (const char* text : {"f", "g", "h", "i"}) {
+    log.Submit(MakeBody(10, text));
+    log.Flush();
+    EXPECT_EQ(Tail(log, 5), std::nullopt) << text;
+    EXPECT_EQ(Tail(log, 3), std::nullopt) << text;
+  }
+  for (const char* text : {"j", "k"}) {
+    log.Submit(MakeBody(10, text));
+    log.Flush();
+  }
+  EXPECT_EQ(Tail(log, 5), (Strings{"g", "h", "i", "j", "k"}));
+}
+
 TEST_F(LogTailTest, WhatFollowsABackwardStretchIsCertain) {
   RingModel log(10);
   for (int i = 0; i < 10; ++i) log.Submit(MakeBody(i * 10, std::to_string(i)));

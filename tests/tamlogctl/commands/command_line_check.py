@@ -238,6 +238,21 @@ class Help(unittest.TestCase):
         for words in (["send", ""], ["send", "-s", "", "text"], ["filter", "add", "-x", ""], ["filter", "test", ""]):
             self.assertEqual(run(*words).returncode, 3, words)
 
+    def test_standard_output_is_no_file_to_be_written(self):
+        for words in (["export", "-"], ["repair", "a.dat", "-"], ["repair", "a.dat", "--output", "-"], ["convert", "a.tsv", "-"],
+                      ["clear", "--backup", "-"], ["settings", "set", "--backup", "-", "--save", "1"],
+                      ["show", "--cursor-file", "-"]):
+            outcome = run(*words)
+            self.assertEqual((outcome.returncode, outcome.stdout), (2, ""), words)
+            self.assertIn("'-': standard output cannot be used here; name a file", outcome.stderr, words)
+        self.assertFalse(os.path.exists("-"))
+
+    def test_an_empty_expression_excludes_nothing(self):
+        outcome = run("show", "a.dat", "-v", "")
+        self.assertEqual((outcome.returncode, outcome.stdout), (2, ""))
+        self.assertIn("-v '': every text matches an empty expression; it usually comes from an unset variable",
+                      outcome.stderr)
+
     def test_options_that_would_be_passed_over_are_refused(self):
         for words, said in (
                 (["show", "--for", "3"], "--for: only for following"), (["show", "--interval", "50"], "--interval"),

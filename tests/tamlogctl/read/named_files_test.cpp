@@ -76,6 +76,7 @@ TEST_F(NamedFiles, StandardInputIsADash) {
     EXPECT_EQ(Run("show -o cat - -n 1 --relative-to end -S now", Contents(file)).out, "message 5\n") << file;
     EXPECT_EQ(Run("stats -o json -", Contents(file)).out, Run("stats -o json Logs.dat").out) << file;
     EXPECT_EQ(Run("verify -q -", Contents(file)).exitCode, 0) << file;
+    EXPECT_EQ(Run("verify -", Contents(file)).out.rfind("standard input: no damage\n", 0), 0U) << file;
     EXPECT_EQ(Run("merge -o cat -", Contents(file)).out, all) << file;
   }
   EXPECT_EQ(Shell("cat Logs.dat.gz | '" TAMLOGCTL "' show -o cat - > out.txt"), 0);

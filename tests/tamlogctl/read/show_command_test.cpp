@@ -17,6 +17,7 @@
 #include "tests/support/files.h"
 #include "tests/support/program.h"
 #include "tests/support/ring_model.h"
+#include "tests/support/sparse_file.h"
 #include "tests/support/temp_dir.h"
 #include "tests/support/terminal.h"
 
@@ -479,6 +480,23 @@ TEST_F(ShowCommand, ValuesThatMakeNoSenseAreUsageErrorsThatNameThem) {
   }
 }
 
+TEST_F(ShowCommand, ASourceWhoseNameReadsAsTypesIsFoundAsTheMessageSays) {
+  log.Submit(MakeBody(6000, "message 6", "Rack:9"));
+  log.Submit(MakeBody(7000, "message 7", "Rack:2"));
+  log.Flush();
+  Save();
+  const Outcome none = Run("show --file Logs.dat -s Rack:9");
+  EXPECT_EQ(none.exitCode, 2);
+  EXPECT_NE(none.err.find("; for a source of this name write 'Rack:9*'\n"), std::string::npos) << none.err;
+  const Outcome types = Run("show --file Logs.dat -s Rack:2");
+  EXPECT_EQ(types.exitCode, 1);
+  EXPECT_EQ(
+      types.err,
+      "tamlogctl: -s 'Rack:2': no source is called 'Rack'; for the source of this name write 'Rack:2*'\n");
+  EXPECT_EQ(Show("-s 'Rack:9*'"), "6");
+  EXPECT_EQ(Show("-s 'Rack:2*'"), "7");
+}
+
 TEST_F(ShowCommand, ASourceThatIsNotThereIsReportedWithThoseThereAre) {
   for (const char* const verb :
        {"show --file Logs.dat", "show --count --file Logs.dat", "stats --file Logs.dat", "merge Logs.dat",
@@ -680,8 +698,21 @@ TEST_F(ShowCommand, CursorFileHasThePlaceOfAnExportAndWhatAnOrderedRunHeldBack) 
     with(wrong);
     const Outcome refused = Run("show --file Logs.dat --cursor-file seen");
     EXPECT_EQ(refused.exitCode, 2) << wrong;
-    EXPECT_NE(refused.err.find("is not a cursor file"), std::string::npos) << refused.err;
+    EXPECT_NE(refused.err.find("is not a cursor file; name another, and one that does not exist to begin"),
+              std::string::npos)
+        << refused.err;
   }
+}
+
+// They may lie where others write, and a sparse file of any size costs its writer nothing.
+TEST_F(ShowCommand, HugeCursorFileAndFilterFileAreRefusedUnread) {
+  TestSupport::MakeSparseFile(folder.File("seen"), std::uint64_t{20} << 30U);
+  Outcome refused = Run("show --file Logs.dat --cursor-file seen");
+  EXPECT_EQ(refused.exitCode, 2);
+  EXPECT_EQ(refused.err, "tamlogctl: --cursor-file 'seen': is larger than 1024 MiB\n");
+  refused = Run("show --file Logs.dat --filter-file seen");
+  EXPECT_EQ(refused.exitCode, 2);
+  EXPECT_EQ(refused.err, "tamlogctl: --filter-file 'seen': is larger than 64 MiB\n");
 }
 
 TEST_F(ShowCommand, CursorFileStaysWhenTheOutputFails) {

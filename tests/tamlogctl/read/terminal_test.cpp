@@ -51,7 +51,7 @@ class OnTerminal : public testing::Test {
   }
 
   void SaveOrdinary(int count = 6) const {
-    RingModel log(static_cast<std::size_t>(count));
+    RingModel log(count);
     for (int i = 0; i < count; ++i)
       log.Submit(
           MakeBody(i * 1000, "message " + std::to_string(i), "Camera", static_cast<std::uint32_t>(i % 4)));

@@ -317,7 +317,14 @@ TEST_F(ForeignLogs, CsvOfOtherPrograms) {
             (Expected{"2026-01-02 03:04:05.000 0 a: x"}));
   std::string problem;
   choice.fields = *TamLogClient::ParseFields("text,time", problem);
-  EXPECT_EQ(Lines("a.csv", "x,2026-01-02 03:04:05\n"), (Expected{"2026-01-02 03:04:05.000 0 a: x"}));
+  for (const char* const name : {"a.csv", "a.txt"})
+    EXPECT_EQ(Lines(name, "x,2026-01-02 03:04:05\n"), (Expected{"2026-01-02 03:04:05.000 0 a: x"})) << name;
+  for (const char* const name : {"a.tsv", "a.txt"})
+    EXPECT_EQ(Lines(name, "x\t2026-01-02 03:04:05\n"), (Expected{"2026-01-02 03:04:05.000 0 a: x"})) << name;
+  choice.fields.clear();
+  EXPECT_EQ(Read("a.tsv", "2026-01-02 03:04:05\tx\n").problems.at(0),
+            "line 1: expected four columns with tabs between them: time, type, source, text; --fields names "
+            "others");
 }
 
 TEST_F(ForeignLogs, JournalExport) {

@@ -131,4 +131,27 @@ TEST(AccessEntries, EarlierEntriesDecide) {
       0U);
 }
 
+TEST(AccessEntries, OthersWithRightsAreAllButTheSystemAdministratorsAndTheUserItself) {
+  using TamLogCtl::kChangesFile;
+  using TamLogCtl::OthersWith;
+  using Sids = std::vector<std::string>;
+  const std::string self = "S-1-5-21-1-2-3-500";
+  const std::string other = "S-1-5-21-1-2-3-1001";
+  EXPECT_EQ(OthersWith(kChangesFile,
+                       {{true, false, 0x1F01FF, "S-1-5-18"},
+                        {true, false, 0x1F01FF, "S-1-5-32-544"},
+                        {true, false, 0x1F01FF, self},
+                        {true, false, 0x1200A9, "S-1-5-32-545"}},
+                       "S-1-5-32-544", self),
+            Sids{});
+  for (const std::uint32_t right : {0x2U, 0x4U, 0x10000U, 0x40000U, 0x80000U, 0x10000000U, 0x40000000U})
+    EXPECT_EQ(OthersWith(kChangesFile, {{true, false, right, "S-1-1-0"}}, self, self), Sids{"S-1-1-0"})
+        << right;
+  EXPECT_EQ(OthersWith(TamLogCtl::kFillsDirectory, {{true, false, 0x40, other}}, self, self), Sids{other});
+  EXPECT_EQ(OthersWith(TamLogCtl::kMovesDirectory, {{true, false, 0x6, other}}, self, self), Sids{});
+  EXPECT_EQ(OthersWith(kChangesFile, {{true, true, 2, other}, {false, false, 2, other}}, self, self), Sids{});
+  EXPECT_EQ(OthersWith(kChangesFile, {{true, false, 2, other}}, other, self), Sids{other});
+  EXPECT_EQ(OthersWith(kChangesFile, {}, other, self), Sids{other}) << "an owner changes the list";
+}
+
 }  // namespace

@@ -134,15 +134,14 @@ std::string Exported(const std::vector<LogMessageBody>& messages, const Way& way
 
 class RoundTrip : public testing::TestWithParam<Way> {
  protected:
-  TamLogCtl::ImportSource Imported(const std::string& bytes, const char* input) {
+  TamLogCtl::ImportSource Imported(const std::string& bytes, const char* input,
+                                   const std::string& fields = "") {
     const std::string path = folder.File(std::string("saved.") + GetParam().extension);
     TestSupport::WriteBytes(path, bytes);
     ImportChoice choice;
     choice.format = input;
-    if (GetParam().fields[0] != '\0') {
-      std::string problem;
-      choice.fields = *TamLogClient::ParseFields(GetParam().fields, problem);
-    }
+    std::string problem;
+    if (!fields.empty()) choice.fields = *TamLogClient::ParseFields(fields, problem);
     return ReadImport(path, choice);
   }
 
@@ -162,12 +161,14 @@ TEST_P(RoundTrip, LosesNothing) {
   const auto messages = HostileMessages();
   const std::string bytes = Exported(messages, GetParam());
   for (const char* const input : {GetParam().input, "auto"}) {
-    SCOPED_TRACE(input);
-    const auto source = Imported(bytes, input);
-    EXPECT_EQ(source.format, GetParam().input);
-    EXPECT_EQ(source.exitCode, kDone) << (source.problems.empty() ? "" : source.problems.front());
-    EXPECT_EQ(source.continued, 0U);
-    ExpectEqual(source.messages, messages);
+    for (const bool named : {false, true}) {
+      SCOPED_TRACE(std::string(input) + (named ? ", with the names of its columns" : ""));
+      const auto source = Imported(bytes, input, named ? GetParam().fields : "");
+      EXPECT_EQ(source.format, GetParam().input);
+      EXPECT_EQ(source.exitCode, kDone) << (source.problems.empty() ? "" : source.problems.front());
+      EXPECT_EQ(source.continued, 0U);
+      ExpectEqual(source.messages, messages);
+    }
   }
 }
 
@@ -189,7 +190,8 @@ INSTANTIATE_TEST_SUITE_P(
         Way{"json", "json", "txt", "windows-1252", "+02:00"}, Way{"csv", "csv", "csv", "windows-1252", "utc"},
         Way{"tsv", "tsv", "tsv", "cp437", "+05:30"}, Way{"export", "export", "txt", "windows-1252", "-09:30"},
         Way{"rfc5424", "text", "log", "latin-1", "utc"}, Way{"csv", "csv", "csv", "", "written", "all"},
-        Way{"tsv", "tsv", "tsv", "", "written", "all"}, Way{"json", "json", "txt", "", "written", "all"}),
+        Way{"tsv", "tsv", "tsv", "", "written", "all"}, Way{"tsv", "tsv", "txt", "", "written", "all"},
+        Way{"csv", "csv", "txt", "", "written", "all"}, Way{"json", "json", "txt", "", "written", "all"}),
     [](const auto& named) { return "way" + std::to_string(named.index); });
 
 // The log has no field for the machine's name: it precedes the source, as in the output of merge for people.

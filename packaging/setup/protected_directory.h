@@ -1,0 +1,23 @@
+#pragma once
+
+// The directory of the package. The service runs with the rights of the system and administrators run the
+// tool, so no other user may change or replace the directory.
+
+#include <filesystem>
+#include <vector>
+
+namespace TamLogSetup {
+
+// Throws SetupError with the reason if `directory` is a drive's root, on a network or a substituted drive,
+// reached by a link, or if another user than the system, administrators and the caller may change or replace
+// it. A directory that does not exist is fine as far as its existing parents are.
+void CheckDirectory(const std::filesystem::path& directory);
+
+// Creates the missing parts of `directory`. They inherit their access list where that lets no other user
+// write; elsewhere, as below C:\, only the system and administrators may write, and users may read. Appends
+// each created part to `made`, the outermost first.
+void MakeDirectories(const std::filesystem::path& directory, std::vector<std::filesystem::path>& made);
+// Deletes those of `made` that are empty.
+void DeleteMade(const std::vector<std::filesystem::path>& made);
+
+}  // namespace TamLogSetup
