@@ -174,7 +174,7 @@ void Walker::BeginRest() {
 // unless the lock names are.
 void Walker::FindFirstSlot() {
   const Seen here = Look(at);
-  if (here.isMessage || IsInPlainRing()) return;
+  if (here.isMessage || ringIsPlain) return;
   if (FindMessage(image.View(0, kSlotsOffset + kSlotSize), 0, kSlotsOffset) == std::string_view::npos) return;
   const SlotChain fromStart = BestChain(image, 0, at);
   if (fromStart.breaks.empty() || fromStart.breaks.front() >= kSlotsOffset) return;

@@ -204,6 +204,18 @@ TEST_F(LogFileRepairTest, DamageBeforeTheNextSlotOfAnEmptyRingIsNoLoss) {
   EXPECT_EQ(Saved(), "");
 }
 
+// The header fits the file, so that what looks like a message among the lock names moves no slot.
+TEST_F(LogFileRepairTest, BytesLikeMessagesBeforeTheSlotsOfAnEmptyRingAreNoLoss) {
+  bytes.replace(0, bytes.size(), bytes.size(), '\0');
+  bytes[offsetof(LogFileHeader, maxMessages)] = 8;
+  LogMessage message{};
+  message.body = MakeBody(0, "", "");
+  for (const std::size_t at : {142U, 702U, 968U}) std::memcpy(&bytes[at + 16], &message.body.timestamp, 16);
+  EXPECT_EQ(TamLogClient::VerifyLogFile(LogFileImage(bytes)).Damage(), 0U);
+  EXPECT_EQ(Plan().lost, 0U);
+  EXPECT_TRUE(Plan().breaks.empty());
+}
+
 TEST_F(LogFileRepairTest, MessagesThatAWrongHeaderHidesAreReported) {
   bytes[offsetof(LogFileHeader, messageCount)] = 2;
   EXPECT_EQ(Saved(), "45");
