@@ -35,14 +35,13 @@ TEXT
 
 minutes=10 clients=250
 arguments=("$@")
-whole_number() {
-  [[ ${2:-} =~ ^[1-9][0-9]{0,3}$ ]] || { echo "soak.sh: $1 needs a whole number from 1 to 9999, not \"${2:-}\"" >&2; exit 2; }
-}
+# shellcheck source=scripts/options.sh
+. "$(dirname "$0")/scripts/options.sh"
 while (($# > 0)); do
   case $1 in
     -h | --help) usage; exit 0 ;;
-    --minutes) whole_number "$1" "${2:-}"; minutes=$2; shift 2 ;;
-    --clients) whole_number "$1" "${2:-}"; clients=$2; shift 2 ;;
+    --minutes) whole_number "$1" "${2:-}" 4; minutes=$2; shift 2 ;;
+    --clients) whole_number "$1" "${2:-}" 4; clients=$2; shift 2 ;;
     *) echo "soak.sh: unknown option \"$1\"; see ./soak.sh --help" >&2; exit 2 ;;
   esac
 done

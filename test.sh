@@ -25,9 +25,12 @@ still run as far as possible. Logs are kept in build/test. All steps take about 
   test-asan       run the native tests under AddressSanitizer and UBSan
   test-tsan       run the native tests under ThreadSanitizer
   fuzz            build the fuzz targets and run each for 20 seconds, or N; ./fuzz.sh runs each for a minute
+  clang           compile everything with clang, too, for Windows and natively
+  make-packages   make the packages of a release (./package.sh)
+  test-packages   install, upgrade and remove them under Wine (packaging/test.sh --quick)
 
-build-asan to tidy and fuzz use the processor time that the tests under Wine leave. Two more steps do parts of
-test-windows: test-unit runs the tests of the rooms only, test-system the others only.
+build-asan to tidy, fuzz, clang and make-packages use the processor time that the tests under Wine leave. Two more
+steps do parts of test-windows: test-unit runs the tests of the rooms only, test-system the others only.
 
   --quick         for a small change, under four minutes: packages, configure, rooms, format, build-windows, build-asan,
                   prefixes, test-unit and test-asan
@@ -35,7 +38,7 @@ TEXT
 }
 
 readonly all_steps=(packages more-packages configure rooms format build-windows build-asan build-tsan
-  tidy fuzz prefixes test-windows soak test-asan test-tsan)
+  tidy fuzz clang make-packages prefixes test-windows soak test-asan test-tsan test-packages)
 readonly quick_steps=(packages more-packages configure rooms format build-windows build-asan prefixes test-unit
   test-asan)
 cores=$(nproc)
@@ -279,6 +282,9 @@ start_yielding tidy "clang-tidy, with clang's thread-safety analysis" scripts/ch
 # With one seed, the same tree gives the same result in a fresh clone. Other seeds are for ./fuzz.sh itself.
 start_yielding fuzz "building the fuzz targets and running each for $fuzz_seconds s" \
   ./fuzz.sh --seed 1 --seconds "$fuzz_seconds" --native
+start_yielding clang 'compiling everything with clang' \
+  bash -c 'scripts/build.sh windows-clang && scripts/build.sh clang'
+start_yielding make-packages 'making the packages' ./package.sh --no-install
 step format 'checking the format of every file' scripts/check-format.sh
 step prefixes 'creating new Wine prefixes' make_prefixes
 # The time in seconds for fuzzing the running service over its pipes.
@@ -294,6 +300,10 @@ test_step build-asan test-asan 'native tests, AddressSanitizer and UBSan' run_na
 finish_beside build-tsan
 test_step build-tsan test-tsan 'native tests, ThreadSanitizer' run_natively tsan
 finish_beside tidy
+finish_beside clang
+finish_beside make-packages
+step_after make-packages test-packages 'installing, upgrading and removing the packages under Wine' \
+  packaging/test.sh --quick
 finish_beside fuzz
 
 echo

@@ -22,8 +22,8 @@
 
 #include "bench/bench_store.h"
 #include "bench/marks.h"
+#include "bench/read_access.h"
 #include "bench/turns.h"
-#include "client/live/log_access.h"
 #include "client/live/log_reader.h"
 #include "client/log/log_snapshot.h"
 #include "client/log/log_tail.h"
@@ -31,7 +31,6 @@
 
 namespace {
 
-using TamLogClient::LogAccess;
 using TamLogClient::LogReader;
 using TamLogClient::LogSnapshot;
 using TamLogClient::LogTail;
@@ -53,7 +52,6 @@ class Reading {
   Reading(const std::string& path, std::uint32_t slots)
       : store(path, slots, Bench::Store::File::Given), count(slots) {
     Check(reader.Open(Bench::kMap));
-    Check(access.Open(Bench::kMap, TamLogClient::EventNames::Any));
     Snapshot(), Snapshot();  // both have allocated their memory now
   }
 
@@ -128,10 +126,10 @@ class Reading {
  private:
   template <class Copy>
   void WithAccess(Copy&& copy) {
-    Check(access.Enter(LogReader::kDefaultTimeoutMs));
+    access.Enter();
     std::memcpy(&tail.header, view.Header(), sizeof tail.header);
     copy();
-    if (access.Leave() != LogAccess::Left::Normally) Check(Status::Damaged);
+    access.Leave();
   }
   // Copies like a memcpy that the compiler may not leave out.
   void CopyOut(const LogMessage& slot) {
@@ -152,7 +150,7 @@ class Reading {
   Bench::View view;
   std::size_t count;
   LogReader reader;
-  LogAccess access;
+  Bench::ReadAccess access{view.Header()->readCount};
   std::unique_ptr<LogSnapshot> snapshot = std::make_unique<LogSnapshot>();
   std::unique_ptr<LogSnapshot> other = std::make_unique<LogSnapshot>();
   LogTail tail;

@@ -26,11 +26,14 @@ void WINAPI ServiceMain(DWORD count, char** arguments) {
   static_cast<void>(count);
   static_cast<void>(arguments);
   const SERVICE_STATUS_HANDLE handle = RegisterServiceCtrlHandlerA(kService, IgnoreControl);
+  SERVICE_STATUS status{};
+  status.dwServiceType = SERVICE_WIN32_OWN_PROCESS;
+  status.dwCurrentState = SERVICE_RUNNING;
+  SetServiceStatus(handle, &status);
   const DWORD flags =
       DDD_RAW_TARGET_PATH | (defining ? 0U : DDD_REMOVE_DEFINITION | DDD_EXACT_MATCH_ON_REMOVE);
   const BOOL done = DefineDosDeviceA(flags, kDevice, kTarget);
-  SERVICE_STATUS status{};
-  status.dwServiceType = SERVICE_WIN32_OWN_PROCESS;
+  Sleep(500);  // the manager notices that the service runs
   status.dwCurrentState = SERVICE_STOPPED;
   status.dwWin32ExitCode = done != 0 ? NO_ERROR : GetLastError();
   SetServiceStatus(handle, &status);
@@ -62,9 +65,11 @@ bool DeviceIsThere() {
 }
 
 std::string ProvideDevice() {
-  const std::string problem = RunTask(kDefine);
+  std::string problem = RunTask(kDefine);
   if (!problem.empty()) return problem;
-  return DeviceIsThere() ? "" : "it was defined and cannot be opened";
+  if (DeviceIsThere()) return "";
+  RemoveDevice();
+  return "it was defined and cannot be opened";
 }
 
 std::string RemoveDevice() {

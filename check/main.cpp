@@ -1,10 +1,12 @@
 // tamlogcheck: tries on a real machine what the Torvane Log Server promises of Windows, and writes a report.
 // docs/windows.md describes the checks; check/options.cpp has the help text.
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstdio>
 #include <exception>
+#include <iostream>
 #include <string>
 #include <vector>
 
@@ -54,8 +56,8 @@ std::string TimeText(bool dense) {
   SYSTEMTIME now{};
   GetLocalTime(&now);
   std::array<char, 64> text{};
-  std::snprintf(text.data(), text.size(), "%04u-%02u-%02u %02u:%02u:%02u", now.wYear, now.wMonth, now.wDay,
-                now.wHour, now.wMinute, now.wSecond);
+  static_cast<void>(std::snprintf(text.data(), text.size(), "%04u-%02u-%02u %02u:%02u:%02u", now.wYear,
+                                  now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond));
   std::string time = text.data();
   if (dense) {
     std::erase_if(time, [](char each) { return each == '-' || each == ':'; });
@@ -117,10 +119,9 @@ Verdict Try(const Check& check, Session& session, const Options& options, const 
 }
 
 bool AnyNeedsServer(const std::vector<Check>& checks) {
-  for (const Check& check : checks) {
-    if (check.needs == Needs::Server || check.needs == Needs::Minutes) return true;
-  }
-  return false;
+  return std::ranges::any_of(checks, [](const Check& check) {
+    return check.needs == Needs::Server || check.needs == Needs::Minutes;
+  });
 }
 
 int RunChecks(const Options& options) {
@@ -129,7 +130,7 @@ int RunChecks(const Options& options) {
     if (IsChosen(options, check.name)) checks.push_back(check);
   }
   if (checks.empty()) {
-    std::fputs("tamlogcheck: no check has this name; tamlogcheck --list shows them\n", stderr);
+    std::cerr << "tamlogcheck: no check has this name; tamlogcheck --list shows them\n";
     return kUsage;
   }
   Report report;
@@ -141,7 +142,7 @@ int RunChecks(const Options& options) {
       session.Prepare();
     } catch (const NoServer& failure) {
       if (failure.refused) {
-        std::fprintf(stderr, "tamlogcheck: %s\n", failure.what());
+        std::cerr << "tamlogcheck: " << failure.what() << "\n";
         return kRefused;
       }
       noServer = failure.what();
@@ -154,19 +155,18 @@ int RunChecks(const Options& options) {
     const std::uint64_t begin = Ticks();
     Result result{check.name, check.promise, Try(check, session, options, noServer), 0};
     result.milliseconds = Ticks() - begin;
-    std::printf("%s\n", LineOf(result).c_str());
-    std::fflush(stdout);
+    std::cout << LineOf(result) << std::endl;
     report.Add(std::move(result));
   }
   for (const std::string& problem : session.Restore()) {
     report.NotRestored(problem);
-    std::printf("NOT RESTORED: %s\n", problem.c_str());
+    std::cout << "NOT RESTORED: " << problem << "\n";
   }
   const std::string path = options.report.empty()
                                ? "tamlogcheck-" + ComputerName() + "-" + TimeText(true) + ".txt"
                                : options.report;
   WriteTextFile(path, report.Text());
-  std::printf("%s\nThe report is in %s\n", report.Summary().c_str(), path.c_str());
+  std::cout << report.Summary() << "\nThe report is in " << path << "\n";
   if (!report.AllRestored()) return kNotRestored;
   if (report.Count(Outcome::Differs) > 0) return kSomeDiffer;
   return noServer.empty() ? kAllHold : kServerNotTried;
@@ -174,8 +174,8 @@ int RunChecks(const Options& options) {
 
 int RestoreRun(const std::string& folder) {
   const std::vector<std::string> problems = Session::RestoreFolder(folder);
-  for (const std::string& problem : problems) std::fprintf(stderr, "tamlogcheck: %s\n", problem.c_str());
-  if (problems.empty()) std::puts("restored");
+  for (const std::string& problem : problems) std::cerr << "tamlogcheck: " << problem << "\n";
+  if (problems.empty()) std::cout << "restored\n";
   return problems.empty() ? kAllHold : kNotRestored;
 }
 
@@ -186,15 +186,15 @@ int Run(const std::vector<std::string>& arguments) {
   Options options;
   const std::string mistake = ParseOptions(arguments, options);
   if (!mistake.empty()) {
-    std::fprintf(stderr, "tamlogcheck: %s; see tamlogcheck --help\n", mistake.c_str());
+    std::cerr << "tamlogcheck: " << mistake << "; see tamlogcheck --help\n";
     return kUsage;
   }
   if (options.help) {
-    std::fputs(HelpText(), stdout);
+    std::cout << HelpText();
     return kAllHold;
   }
   if (options.list) {
-    for (const Check& check : AllChecks()) std::printf("%s: %s\n", check.name, check.promise);
+    for (const Check& check : AllChecks()) std::cout << check.name << ": " << check.promise << "\n";
     return kAllHold;
   }
   SetConsoleCtrlHandler(OnInterrupt, TRUE);
@@ -207,7 +207,7 @@ int main(int count, char** arguments) {
   try {
     return Run({arguments + 1, arguments + count});
   } catch (const std::exception& failure) {
-    std::fprintf(stderr, "tamlogcheck: %s\n", failure.what());
+    std::cerr << "tamlogcheck: " << failure.what() << "\n";
     return kNotRestored;
   }
 }

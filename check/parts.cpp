@@ -1,12 +1,13 @@
 #include "check/parts.h"
 
+#include <array>
 #include <atomic>
+#include <cstdint>
 #include <iostream>
 #include <thread>
 
 #include "check/session.h"
 #include "check/system.h"
-#include "client/live/log_access.h"
 #include "client/live/log_client.h"
 #include "client/live/log_stream.h"
 #include "client/message/win32.h"
@@ -15,7 +16,6 @@ namespace TamLogCheck {
 
 namespace {
 
-using TamLogClient::EventNames;
 using TamLogClient::LogItem;
 using TamLogClient::Status;
 
@@ -54,12 +54,36 @@ int Map() {
   return 0;
 }
 
+Handle OpenLock(const char* event) {
+  Handle opened(OpenEventA(SYNCHRONIZE | EVENT_MODIFY_STATE, FALSE, event));
+  if (!opened) Fail(event);
+  return opened;
+}
+
+// Takes read access as docs/read_access.md describes it, which no other program of ours does.
 int Inside() {
-  TamLogClient::LogAccess access;
-  if (access.Open(kFileMapName, EventNames::OfTheServer) != Status::Ok || access.Enter(10000) != Status::Ok)
-    return 1;
+  constexpr DWORD kMostMs = 10000;
+  const Handle mapping(OpenFileMappingA(FILE_MAP_READ | FILE_MAP_WRITE, FALSE, kFileMapName));
+  if (!mapping) Fail("OpenFileMapping");
+  auto* const readCount = static_cast<volatile std::int32_t*>(
+      MapViewOfFile(mapping.Get(), FILE_MAP_READ | FILE_MAP_WRITE, 0, 0, kSlotsOffset));
+  if (readCount == nullptr) Fail("MapViewOfFile");
+  const Handle headerLock = OpenLock(kHeaderLockName);
+  const Handle readWait = OpenLock(kReadWaitEventName);
+  const Handle writeWait = OpenLock(kWriteWaitEventName);
+  const std::array<HANDLE, 2> both{readWait.Get(), headerLock.Get()};
+  if (WaitForMultipleObjects(2, both.data(), TRUE, kMostMs) != WAIT_OBJECT_0) return 1;
+  *readCount = *readCount + 1;
+  ResetEvent(writeWait.Get());
+  SetEvent(headerLock.Get());
   Stay();
-  access.Leave();
+  if (WaitForSingleObject(headerLock.Get(), kMostMs) != WAIT_OBJECT_0) return 1;
+  *readCount = *readCount - 1;
+  if (*readCount <= 0) {
+    *readCount = 0;
+    SetEvent(writeWait.Get());
+  }
+  SetEvent(headerLock.Get());
   return 0;
 }
 

@@ -23,7 +23,9 @@ std::string JsonObject(const Values& values) {
 
 std::string Details(const Result& result) {
   std::string text = LineOf(result) + "\n           " + result.promise + "\n";
-  for (const auto& [name, value] : result.verdict.values) text += "           " + name + ": " + value + "\n";
+  for (const auto& [name, value] : result.verdict.values) {
+    text.append("           ").append(name).append(": ").append(value).append("\n");
+  }
   return text;
 }
 
@@ -77,9 +79,9 @@ std::string Report::Summary() const {
 
 std::string Report::Text() const {
   std::string text = "Torvane Log Server: check of a machine\n\n";
-  for (const auto& [name, value] : facts) text += Padded(name + ":", 18) + value + "\n";
+  for (const auto& [name, value] : facts) text.append(Padded(name + ":", 18)).append(value).append("\n");
   text += "\n" + Summary() + "\n";
-  for (const std::string& what : left) text += "NOT RESTORED: " + what + "\n";
+  for (const std::string& what : left) text.append("NOT RESTORED: ").append(what).append("\n");
   for (const Outcome outcome : {Outcome::Differs, Outcome::NotTried, Outcome::Holds}) {
     if (Count(outcome) > 0) text += "\n";
     for (const Result& result : results) {

@@ -103,20 +103,24 @@ void Session::Prepare() {
   } else if (!Exists(program)) {
     throw NoServer("no server to install: " + program + " does not exist", false);
   }
-  if (!DeviceIsThere()) {
-    if (!options.standInDevice) {
-      throw NoServer("the driver's device \\\\.\\TAMLOG is missing; --stand-in-device provides an empty one",
-                     false);
-    }
-    const std::string problem = ProvideDevice();
-    if (!problem.empty()) throw NoServer("no stand-in for the driver's device: " + problem, false);
-    deviceMade = true;
+  const bool deviceMissing = !DeviceIsThere();
+  if (deviceMissing && !options.standInDevice) {
+    throw NoServer("the driver's device \\\\.\\TAMLOG is missing; --stand-in-device provides an empty one",
+                   false);
   }
   MakeFolder();
   settings = SaveSettings();
   if (installed) recovery = FindRecovery();
+  if (deviceMissing) {
+    const std::string problem = ProvideDevice();
+    if (!problem.empty()) {
+      RemoveDirectoryAt(folder);
+      throw NoServer("no stand-in for the driver's device: " + problem, false);
+    }
+    deviceMade = true;
+  }
+  prepared = true;  // from here on there is something to restore
   SaveState();
-  prepared = true;
   if (installed) {
     if (wasRunning) Stop();
     return;

@@ -59,7 +59,7 @@ void SaveValues(const std::string& below, std::vector<SavedValue>& values) {
     std::array<char, 16384> name{};
     std::vector<std::uint8_t> bytes(65536);
     DWORD nameSize = name.size();
-    DWORD size = static_cast<DWORD>(bytes.size());
+    auto size = static_cast<DWORD>(bytes.size());
     DWORD type = 0;
     const LSTATUS result =
         RegEnumValueA(key.get(), index, name.data(), &nameSize, nullptr, &type, bytes.data(), &size);

@@ -424,12 +424,15 @@ def write(directory, files):
 
 def run(arguments, all_files, usage):
     """Writes the files into a directory, or compares them with it. Returns the exit code."""
-    if len(arguments) == 2 and arguments[0] == "--check":
-        return check(arguments[1], all_files())
-    if len(arguments) == 1:
-        return write(arguments[0], all_files())
-    print(usage, file=sys.stderr)
-    return 2
+    options = [each for each in arguments if each.startswith("-")]
+    if len(arguments) != 1 + len(options) or options not in ([], ["--check"]) or arguments[-1] in options:
+        print(usage, file=sys.stderr)
+        return 2
+    try:
+        return (check if options else write)(arguments[-1], all_files())
+    except OSError as problem:
+        print("%s: %s" % (os.path.basename(sys.argv[0]), problem), file=sys.stderr)
+        return 2
 
 
 if __name__ == "__main__":

@@ -2,16 +2,25 @@
 //   async_logging [MESSAGES]
 // Works with and without a server. The counters at the end show the fate of the messages.
 
-#include <cstdlib>
+#include <charconv>
 #include <iostream>
 #include <string>
+#include <string_view>
+#include <system_error>
 #include <tamlog.hpp>
 #include <tamlog/ostream.hpp>
 #include <thread>
 #include <vector>
 
 int main(int argc, char** argv) {
-  const int messages = argc > 1 ? std::atoi(argv[1]) : 10;
+  int messages = 10;
+  const std::string_view given = argc > 1 ? argv[1] : "";
+  const auto [end, problem] = std::from_chars(given.data(), given.data() + given.size(), messages);
+  if (argc > 2 ||
+      (argc == 2 && (problem != std::errc() || end != given.data() + given.size() || messages < 0))) {
+    std::cerr << "usage: async_logging [MESSAGES]\n";
+    return 2;
+  }
   try {
     auto options = tamlog::Make<tamlog_sender_options>();
     options.overflow = TAMLOG_OVERFLOW_DROP_OLDEST;

@@ -1,11 +1,13 @@
 // Shows new messages of the running log server as they arrive, for some seconds or until Ctrl-C:
 //   follow [SECONDS]
 
+#include <charconv>
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
 #include <iostream>
 #include <string>
+#include <string_view>
+#include <system_error>
 #include <tamlog.hpp>
 
 namespace {
@@ -44,9 +46,17 @@ void Follow(std::chrono::seconds limit) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  int seconds = 365 * 24 * 3600;
+  const std::string_view given = argc > 1 ? argv[1] : "";
+  const auto [end, problem] = std::from_chars(given.data(), given.data() + given.size(), seconds);
+  if (argc > 2 ||
+      (argc == 2 && (problem != std::errc() || end != given.data() + given.size() || seconds < 0))) {
+    std::cerr << "usage: follow [SECONDS]\n";
+    return 2;
+  }
   std::signal(SIGINT, [](int) { interrupted = 1; });
   try {
-    Follow(std::chrono::seconds(argc > 1 ? std::atoi(argv[1]) : 365 * 24 * 3600));
+    Follow(std::chrono::seconds(seconds));
   } catch (const tamlog::Error& error) {
     std::cerr << "follow: " << error.what() << '\n';
     return 1;

@@ -54,7 +54,11 @@ def main(arguments):
     if len(arguments) != 2:
         print(__doc__, file=sys.stderr)
         return 2
-    library = load(arguments[0])
+    try:
+        library = load(arguments[0])
+    except (OSError, AttributeError) as problem:
+        print(f"{arguments[0]}: not the client library: {problem}", file=sys.stderr)
+        return 2
     reader = ctypes.c_void_p()
     status = library.tamlog_reader_open_file(arguments[1].encode(), ctypes.byref(reader))
     if status not in (OK, DAMAGED):

@@ -8,14 +8,14 @@ what else can have happened. Standard library only.
 
 --reopened before a FILE: the log was closed and opened again before that visit. After each visit the new messages are
 printed as JSON lines, then {"visit": n, "lost": {"least": a, "most": b}, "cleared": false, "rewritten": false};
-`most` is null when it cannot be known.
+`most` is null when it cannot be known. Exit code 2 when a FILE cannot be read, 9 when it is no log.
 """
 
 import json
 import sys
 from collections import namedtuple
 
-from reference_log import header_of, in_order_of_time, json_line, key_of, ring_of
+from reference_log import NoLog, header_of, in_order_of_time, json_line, key_of, ring_of
 
 UNKNOWN = (0, None)
 Step = namedtuple("Step", "messages lost cleared rewritten")  # lost: (least, most)
@@ -39,6 +39,7 @@ class Remembered:
         self.count = 0
         self.unnumbered = 0  # of them: stored without a number
         self.number = 0      # of one that has a number
+        self.perhaps_copies = False  # with and without a number: one message may be there twice
 
     def add(self, number):
         self.count += 1
@@ -169,9 +170,15 @@ class Follower:
             return entry and each.old_number and (entry.unnumbered > 0 if each.number == 0
                                                   else entry.number == each.number)
 
+        if visit.header.rewriteCount == self.last.rewriteCount:
+            return UNCLEAR  # in the same run this would be appends only
+        if visit.header.changeCount - self.last.changeCount < visit.header.rewriteCount - self.last.rewriteCount:
+            return UNCLEAR  # in the same run each rewrite is a change
+        if any(each.old_number and each.body not in known for each in candidates):
+            return UNCLEAR
         if reopened:  # a new log numbers its messages from 0 on
             return SAME if any(keeps_its_number(each) for each in candidates) else UNCLEAR
-        return UNCLEAR if any(each.old_number and each.body not in known for each in candidates) else SAME
+        return SAME
 
     def settle_old_numbers(self, visit, candidates, known, run):
         """Messages whose numbers, or whose slots, show that they were in the log before."""
@@ -237,7 +244,8 @@ class Follower:
             return UNKNOWN
         known_in_ring = sum(not each.new for each in candidates)
         oldest = candidates[0].key if candidates else 0
-        doubtful = sum(not each.new and each.number == 0 and (each.key == oldest or self.may_be_others)
+        doubtful = sum(not each.new and each.number == 0 and (each.key == oldest or self.may_be_others
+                                                              or each.body in known and known[each.body].perhaps_copies)
                        for each in candidates)
         change = self.change(visit, candidates, known_in_ring, doubtful)
         kept, cleared, rewritten = change.if_kept(), change.if_cleared(), change.if_rewritten()
@@ -281,6 +289,8 @@ class Follower:
         for each in self.slots.values():
             if not each.copied:
                 remember(known, each)
+        for entry in known.values():
+            entry.perhaps_copies = 0 < entry.unnumbered < entry.count
         return known
 
     def keep(self, visit, candidates, gone):
@@ -469,4 +479,8 @@ def main(arguments):
 
 
 if __name__ == "__main__":
-    sys.exit(main(sys.argv[1:]))
+    try:
+        sys.exit(main(sys.argv[1:]))
+    except (OSError, NoLog) as stop:
+        print("reference_follower.py: %s" % stop, file=sys.stderr)
+        sys.exit(2 if isinstance(stop, OSError) else 9)

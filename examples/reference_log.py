@@ -4,7 +4,7 @@ Written to be read: every function is a paragraph of the document. Standard libr
 
     reference_log.py FILE      shows the messages as JSON lines, oldest first
 
-Exit code 0, 7 when something is damaged (the rest is shown), 9 when the file is no log.
+Exit code 0, 2 when FILE cannot be read, 7 when something is damaged (the rest is shown), 9 when FILE is no log.
 """
 
 import json
@@ -189,10 +189,13 @@ def main(arguments):
     if len(arguments) != 1:
         print(__doc__, file=sys.stderr)
         return 2
-    with open(arguments[0], "rb") as stream:
-        image = stream.read()
     try:
+        with open(arguments[0], "rb") as stream:
+            image = stream.read()
         ring = ring_of(image)
+    except OSError as problem:
+        print("reference_log.py: %s" % problem, file=sys.stderr)
+        return 2
     except NoLog as problem:
         print("%s: %s" % (arguments[0], problem), file=sys.stderr)
         return 9

@@ -55,8 +55,12 @@ static tamlog_status wait_for_ours(tamlog_reader* reader) {
 
 int main(int argc, char** argv) {
   tamlog_reader* reader = NULL;
-  tamlog_status status =
-      argc > 1 ? tamlog_reader_open_file(argv[1], &reader) : tamlog_reader_open_live(NULL, &reader);
+  tamlog_status status = TAMLOG_OK;
+  if (argc > 2) {
+    fputs("usage: submit_and_read [FILE]\n", stderr);
+    return 2;
+  }
+  status = argc > 1 ? tamlog_reader_open_file(argv[1], &reader) : tamlog_reader_open_live(NULL, &reader);
   if (status == TAMLOG_DAMAGED) {
     fprintf(stderr, "submit_and_read: damaged: %s\n", tamlog_reader_remark(reader));
   } else if (status != TAMLOG_OK) {

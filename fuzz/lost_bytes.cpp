@@ -104,7 +104,7 @@ std::vector<Change> Apply(std::vector<Change> changes, std::string& bytes) {
     change.length = static_cast<std::uint16_t>(1 + change.length % (2 * kSlotSize));
     const std::size_t end = change.at + (change.filling < 256 ? 0U : change.length);
     const std::size_t limit = applied.empty() ? bytes.size() : applied.back().at;
-    if (change.at < kSlotsOffset || end > limit) continue;
+    if (change.at < sizeof(LogFileHeader) || end > limit) continue;
     if (change.filling < 256) {
       bytes.insert(change.at, change.length, static_cast<char>(change.filling));
     } else {

@@ -17,7 +17,7 @@ import tempfile
 ROOT = os.path.realpath(os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
 BUILD = os.path.join(ROOT, "build", "windows")
 TESTS = ("tests", "fuzz", "bench")
-ROOMS = ("util", "store", "pipe", "server", "client", "tamlogctl", "driver") + TESTS
+ROOMS = ("util", "store", "pipe", "server", "client", "tamlogctl", "driver", "check") + TESTS
 FILES_AT_ONCE = 14
 
 

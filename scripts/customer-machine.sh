@@ -20,7 +20,7 @@ customers' machines do. Each case checks what is expected of the server and of t
   Scanner         another program opens the log again and again without sharing it: no message is lost, and a start
                   that fails succeeds when it is tried again.
 
-  --short   the form that ./test.sh runs, about a minute
+  --short   the form that ./test.sh runs, about two minutes and a half
 
 Keeps the log in build/customer. Exit code: 0 when everything was as expected, 1 otherwise, 2 for a wrong option or a
 failed build.

@@ -40,8 +40,8 @@ endurance_begin judge client_live_judge_tests
 status=0
 TAMLOG_READING_COPIES=$copies endurance_run run $((1200 + copies / 200)) client_live_judge_tests.exe \
   '--gtest_filter=Rings*' || status=1
-echo "| slots | states written | snapshots | newest 100 | in place | retries | in parts | with access | timed out | longest |\
- wrong |"
-echo '|---|---|---|---|---|---|---|---|---|---|---|'
+echo "| slots | states written | snapshots | retries | in parts | newest 100 | retries | in place | retries |\
+ not copied in time | longest | wrong |"
+echo '|---|---|---|---|---|---|---|---|---|---|---|---|'
 grep '^| ' build/judge/run.log || echo 'no table: the run ended early'
 exit "$status"

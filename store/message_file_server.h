@@ -111,6 +111,7 @@ class MessageFileServer final : public TamLogUtil::MessageFile {
   Settings ReadSettings();
   bool OpenLogFile(const std::string& path, std::uint32_t& lowFileSize);
   void SetFileView(const std::string& path, SectionPatience& patience);
+  bool MayInitialize(std::uint32_t maxMessage);
   // Appends the messages of a sound file to `loaded`, which may be null.
   bool Verify(MessageMirror* loaded);
   // The three return false when the header, which they read again, has been written over since the check so
@@ -134,6 +135,7 @@ class MessageFileServer final : public TamLogUtil::MessageFile {
   ServerConfiguration* configuration;
   TamLogUtil::Mutex* configLock;
   std::string sectionPath;  // of the file of the newest section; empty before the first open; OpenFile only
+  bool sectionIsOfOtherFile = false;  // the former file is mapped, not the configured one; OpenFile only
   WriterTurn writerTurn;
   PendingList pending;
   std::atomic<bool> changed = false;  // the messages changed; reset by the end of a write access

@@ -16,6 +16,7 @@
 #include "store/ring.h"
 #include "store/with_context.h"
 #include "util/exceptions.h"
+#include "util/win32.h"
 
 using TamLogUtil::Mutex;
 using TamLogUtil::Timeout;
@@ -23,6 +24,7 @@ using TamLogUtil::Exceptions::ExceptionWindows;
 
 namespace {
 
+constexpr char kCannotMap[] = "Failed to open a file mapping, CreateFileMapping() failed";
 constexpr char kCannotVerify[] = "Failed to verify log file integrity, some handles or pointers are invalid";
 constexpr char kCannotReformat[] = "Failed to reformat log file, some handles or pointers are invalid";
 constexpr char kCannotSetRunning[] =
@@ -83,27 +85,37 @@ void MessageFileServer::OpenFile(const std::string& mapName, const std::string& 
   if (existed && lowFileSize != 0) {
     SetFileView(settings.logFile, patience);
     MessageMirror verified;
-    reformat = !Verify(&verified) || !InitializeFile(settings.maxMessage, &verified);
+    reformat = !Verify(&verified) || !MayInitialize(settings.maxMessage) ||
+               !InitializeFile(settings.maxMessage, &verified);
   }
 
   // Only 32 bits of the file's size are compared, so a file above 4 GB never compares equal: it is set to the
   // size it has and checked a second time, which costs time and changes nothing.
-  if (lowFileSize != LogFileSize(settings.maxMessage)) {
+  if (lowFileSize != LogFileSize(settings.maxMessage) && !sectionIsOfOtherFile) {
     CloseView();
     patience.Try([&](bool /*last*/) { ResizeFile(settings.maxMessage); });
     SetFileView(settings.logFile, patience);
+    if (sectionIsOfOtherFile) {
+      reformat = !VerifyIntegrity() || !MayInitialize(settings.maxMessage) ||
+                 !InitializeFile(settings.maxMessage, nullptr);
+    }
     // A compaction leaves the newest message in slot 0, so this check empties a file whose capacity changed,
     // unless at most one message is left or all have the same time. Held by
     // OpenFile.AChangedCapacityEmptiesAFileOfDifferentTimes.
     if (!reformat) reformat = !VerifyIntegrity();
   }
-  if (reformat) Reformat(settings.maxMessage);
+  if (reformat) {
+    if (sectionIsOfOtherFile) throw ExceptionWindows(kCannotMap, nullptr, ERROR_ALREADY_EXISTS);
+    Reformat(settings.maxMessage);
+  }
   SetServerRunning();
 }
 
 // After a change of path an old section may be one of the former file, into which the messages would go. The
 // readers of such a section get the time to leave; one that they keep longer is taken over if it is large
-// enough, and the next open tries again.
+// enough, and the next open tries again. It is served as it is or not at all: a compaction or a reformat
+// would destroy the messages of the former file, and a resize those of the configured one. Held by
+// OpenOtherFile.
 void MessageFileServer::SetFileView(const std::string& path, SectionPatience& patience) {
   CloseView();
   EveryoneSecurity security(kFileMapAccess);
@@ -112,6 +124,17 @@ void MessageFileServer::SetFileView(const std::string& path, SectionPatience& pa
     const auto older = otherFile && !last ? MappedView::Older::Refuse : MappedView::Older::TakeOver;
     const bool created = MapWithoutReaders(security.GetSecurityAttributes(), older);
     if (created || sectionPath.empty()) sectionPath = path;
+    sectionIsOfOtherFile = otherFile && !created;
+  });
+}
+
+// Returns false for the section of another file that an initialization would change.
+bool MessageFileServer::MayInitialize(std::uint32_t maxMessage) {
+  if (!sectionIsOfOtherFile) return true;
+  const ReadAccess access(this);
+  return UseView(access.ticket, kCannotInitialize, [maxMessage](MappedView& view) {
+    const LogFileHeader header = WithContext(kCannotInitialize, [&] { return view.ReadHeader(); });
+    return header.maxMessages == static_cast<std::int32_t>(maxMessage);
   });
 }
 

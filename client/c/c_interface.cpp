@@ -19,6 +19,7 @@ tamlog_status CodeOf(Status status) {
     case Status::AccessDenied:
       return TAMLOG_ACCESS_DENIED;
     case Status::TimedOut:
+    case Status::Unsteady:  // version 1 of the interface has one code for both
       return TAMLOG_TIMED_OUT;
     case Status::Stuck:
       return TAMLOG_STUCK;

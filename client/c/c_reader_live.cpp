@@ -133,11 +133,14 @@ class LiveReader : public tamlog_reader {
     const auto end = Clock::now() + std::chrono::milliseconds(timeoutMs);
     auto opened = std::make_unique<LogStream>(options);
     Status status = opened->Open(memory);
-    while ((status == Status::NotRunning || status == Status::TimedOut) && Clock::now() < end) {
+    const auto mayPass = [&status] {
+      return status == Status::NotRunning || status == Status::TimedOut || status == Status::Unsteady;
+    };
+    while (mayPass() && Clock::now() < end) {
       std::this_thread::sleep_for(std::chrono::milliseconds(std::min(kReopenMs, timeoutMs)));
       status = opened->Open(memory);
     }
-    if (status == Status::NotRunning || status == Status::TimedOut) return TAMLOG_TIMED_OUT;
+    if (mayPass()) return TAMLOG_TIMED_OUT;
     if (!Readable(status)) return CodeOf(status);
     stream = std::move(opened);
     nothingLost = NothingIsLost(start->snapshot.header, stream->Snapshot().header);

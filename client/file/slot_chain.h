@@ -2,21 +2,22 @@
 
 // Decides where the slots of a file go on after bytes were lost or added.
 //
-// A message that looks like one (a date, a type that exists, two terminated texts) is evidence of a slot,
-// wherever it begins. A chain is a sequence of such messages that do not overlap; its messages stand on one
-// grid of slots, or a break lies between them. Each message scores, and each break costs less than half of
-// that. The search finds the chain of the highest score, so every run of messages that lies between two
-// changes of the file is found, were it one message long:
+// Bytes that look like a message (a date, a type that exists, two terminated texts) are evidence of a slot,
+// wherever they begin. A chain is a sequence of such messages that do not overlap. A break lies between two
+// of them that do not stand on one grid of slots. The search finds the chain of the highest score:
 //
-//   kWhole  +4  a message in which no other one begins
-//   kHollow +1  a message in which another one begins: it lost bytes, or its sender stored a message in it.
-//               At the end of a run it loses against the message that begins in it. In the middle of a run
-//               each of the two grids is hollow, and the present one goes on.
-//   kBreak  -1
+//   +4  a message in which no other one begins
+//   +1  a message in which another one begins: it lost bytes, or its sender stored a message in it
+//   -1  a break
 //
-// It reads forward, once, and remembers the best chain for each of the 560 grids: what ends a grid's chain
-// does not depend on how it began. As soon as one grid leads by more than any other could make good, its
-// chain is final.
+// Two breaks cost less than one message scores, so a single message between two changes of the file is found.
+// Replacing a message by one that begins in it, with a break before and after, gains 4 - 1 - 2: where a
+// message lost bytes, the next one is found. In a run of messages that all contain others, those contain the
+// next of the run, so both grids score the same, and the present one goes on.
+//
+// The search reads forward, once, and keeps the best chain for each of the 560 grids: how a chain goes on
+// does not depend on how it began. As soon as one grid leads by more than any other can catch up, its chain
+// is final. After 4096 slots without that, the best chain so far is.
 
 #include <cstddef>
 #include <cstdint>

@@ -171,8 +171,7 @@ void Walker::BeginRest() {
 }
 
 // Bytes of the file's beginning may have been lost. Then the header's numbers are not where they should be,
-// unless the lock names are. A first slot without a possible time is no proof of that: a sender can choose
-// its bytes so that they look like a message when they are read a little earlier.
+// unless the lock names are.
 void Walker::FindFirstSlot() {
   const Seen here = Look(at);
   if (here.isMessage || IsInPlainRing()) return;
@@ -180,7 +179,6 @@ void Walker::FindFirstSlot() {
   const SlotChain fromStart = BestChain(image, 0, at);
   if (fromStart.breaks.empty() || fromStart.breaks.front() >= kSlotsOffset) return;
   const std::uint64_t found = fromStart.breaks.front();
-  if (image.SizeFits() && !Look(found + kSlotSize).isMessage) return;
   if (image.View(kLockNamesOffset, kNamesBegin.size()) != kNamesBegin) Part().headerTrusted = false;
   const auto bytes = static_cast<std::int64_t>(found) - static_cast<std::int64_t>(kSlotsOffset);
   Part().breaks.push_back({found, found, bytes, 0});

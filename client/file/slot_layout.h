@@ -4,9 +4,10 @@
 // each other: the slots after such a break begin at places that are no multiple of a slot's size. Several
 // logs may also stand one behind the other in one file.
 //
-// The search goes through the file once, forward. It leaves the grid of slots only where a message begins
-// between two of its places and the grid does not go on: a message that only contains the bytes of another
-// one cannot lead it astray, because the slots after it hold messages.
+// The walk goes through the file once, forward. It stays on the grid of slots while each holds a message, and
+// where one does not, it follows the best chain of messages (slot_chain.h). A message that only contains the
+// bytes of another one does not lead it astray, because the slots after it hold messages. In a plain ring
+// (server_traces.h) nothing is searched. docs/tamlogctl.md, "Lost and added bytes", states what that finds.
 
 #include <cstdint>
 #include <vector>

@@ -382,10 +382,10 @@ typedef struct tamlog_log_info {
 /* Opens a reader of the running server's log and copies the log. `options` may be null. TAMLOG_OK and
  * TAMLOG_DAMAGED open the reader. TAMLOG_NOT_RUNNING: no server has its log open.
  *
- * Reading takes no lock and writes nothing, so a process may be killed or suspended at any moment. The
- * exception: when a log changes faster than it can be copied, one copy is made under read access; a process
- * that ends or is suspended there stops the server's writing. TAMLOG_STUCK: the server waits for a reader
- * inside, or the header lock is not released.
+ * Reading takes no lock and writes nothing, so a process may be killed or suspended at any moment: the server
+ * never waits for it. TAMLOG_STUCK: the server waits for a reader of another program, which has taken read
+ * access and has probably died. TAMLOG_TIMED_OUT: the server was writing, or changed the log faster than it
+ * can be copied, for all of the time.
  *
  * A reader that only takes snapshots holds nothing between its calls. From its first wait or next on it keeps
  * the log open, and a thread of its own closes it when the server stops, because a server that stops waits

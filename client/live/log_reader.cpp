@@ -5,7 +5,6 @@
 
 #include "client/live/call_deadline.h"
 #include "client/live/consistent_read.h"
-#include "client/live/log_access.h"
 #include "client/live/partwise_copy.h"
 #include "client/log/header_counters.h"
 #include "client/log/ring.h"
@@ -25,8 +24,8 @@ std::uint64_t Microseconds() {
   return ticks / rate * 1000000 + ticks % rate * 1000000 / rate;
 }
 
-// A copy that failed this often is made in the next way: at once, part by part, under access.
-constexpr int kAttempts = 5;
+// A copy at once that failed this often is made part by part.
+constexpr int kAttemptsAtOnce = 5;
 // More slots than this (73 MB) are not copied at once: a slow machine would need too long.
 constexpr std::int64_t kMostAtOnce = 131072;
 // Between two pieces of this size a copy looks whether the server has closed the log.
@@ -50,8 +49,6 @@ bool LogView::BudgetIsSpent() const {
 
 Status LogReader::Open(const std::string& mapName, EventNames accepted) {
   lastFilled = nullptr;
-  name = mapName;
-  acceptedEvents = accepted;
   return log.Open(mapName, accepted);
 }
 
@@ -82,7 +79,7 @@ Status LogReader::Repeat(std::uint32_t timeoutMs, Attempt attempt) {
     Close();
     return Status::NotRunning;
   }
-  return status.value_or(Status::TimedOut);
+  return status.value_or(Status::Unsteady);
 }
 
 template <typename Work>
@@ -113,15 +110,9 @@ std::optional<Status> LogReader::TrySnapshot(LogSnapshot& snapshot, std::uint32_
   const LogFileHeader* const known = sameSnapshot ? &knownHeader : nullptr;
   lastFilled = nullptr;
   snapshot.slots.resize(capacity);
-  if (NewSlots(seen, known) > kMostAtOnce) failed += kAttempts;
-  std::optional<Status> status;
-  if (failed < kAttempts) {
-    status = CopyAtOnce(snapshot, known, timeoutMs);
-  } else if (failed < 2 * kAttempts) {
-    status = PartwiseCopy(log, snapshot).Run(timeoutMs);
-  } else {
-    status = CopyWithAccess(snapshot, timeoutMs);
-  }
+  const bool atOnce = failed < kAttemptsAtOnce && NewSlots(seen, known) <= kMostAtOnce;
+  const std::optional<Status> status =
+      atOnce ? CopyAtOnce(snapshot, known, timeoutMs) : PartwiseCopy(log, snapshot).Run(timeoutMs);
   if (status == Status::NotRunning) Close();
   if (status != Status::Ok) return status;
   lastFilled = &snapshot;
@@ -136,43 +127,23 @@ std::optional<Status> LogReader::CopyAtOnce(LogSnapshot& snapshot, const LogFile
     // The snapshot's slots were made for another capacity.
     if (header.maxMessages != static_cast<std::int64_t>(snapshot.slots.size())) return std::nullopt;
     snapshot.header = header;
-    const auto invalidated = [&read] { return read.IsInvalidated(); };
-    return CopySlots(snapshot, NewSlots(header, known), invalidated) ? Status::Ok : Status::InPage;
+    return CopySlots(snapshot, NewSlots(header, known), read) ? Status::Ok : Status::InPage;
   });
 }
 
-bool LogReader::CopySlots(LogSnapshot& snapshot, std::int64_t count,
-                          const std::function<bool()>& invalidated) const {
+bool LogReader::CopySlots(LogSnapshot& snapshot, std::int64_t count, ConsistentRead& read) const {
   const LogFileHeader& header = snapshot.header;
   const auto runs =
       snapshot.HeaderIsSound() ? NewestRuns(header, count) : OccupiedRuns(header, log.SlotCount());
   for (const SlotRun& run : runs) {
     for (std::int64_t first = run.begin; first < run.end; first += kPieceSlots) {
-      if (first > run.begin && invalidated()) return true;
+      if (first > run.begin && read.IsInvalidated()) return true;
       const auto slot = static_cast<std::size_t>(first);
       const auto slots = static_cast<std::size_t>(std::min(kPieceSlots, run.end - first));
       if (!log.CopySlots(slot, slots, snapshot.slots.data() + slot)) return false;
     }
   }
   return true;
-}
-
-// Nothing is allocated and nothing is output while access is held.
-std::optional<Status> LogReader::CopyWithAccess(LogSnapshot& snapshot, std::uint32_t timeoutMs) {
-  LogAccess access;
-  if (const Status status = access.Open(name, acceptedEvents); status != Status::Ok) return status;
-  if (const Status status = access.Enter(timeoutMs); status != Status::Ok) return status;
-  LogFileHeader after{};
-  bool read = log.CopyHeader(snapshot.header);
-  const bool fits = read && snapshot.header.maxMessages == static_cast<std::int64_t>(snapshot.slots.size());
-  const auto never = [] { return false; };
-  if (fits) read = CopySlots(snapshot, snapshot.header.messageCount, never) && log.CopyHeader(after);
-  const LogAccess::Left left = access.Leave();
-  if (!read || left == LogAccess::Left::Fault) return Status::InPage;
-  if (!fits || left == LogAccess::Left::PassedByWriter || !SameCounters(snapshot.header, after)) {
-    return std::nullopt;
-  }
-  return after.serverRunning != 0 ? Status::Ok : Status::NotRunning;
 }
 
 // --- Its newest part.

@@ -9,9 +9,8 @@
 //
 // The normal read is Snapshot: it copies the header and the slots while the server goes on, and copies again
 // when the server wrote meanwhile. Nothing is written and no lock is taken, so a reader that is killed or
-// suspended at any moment has no effect on the server. Only a log that changes faster than it can be copied
-// (a large ring whose messages are moved by messages dated long before them) is copied under read access; see
-// client/live/log_access.h.
+// suspended at any moment has no effect on the server. A log that changes faster than it can be copied at
+// once is copied part by part (client/live/partwise_copy.h).
 //
 // A server that stops waits for the processes that have its file open, readers included: call Look or
 // ReleaseIfStopped at least every 250 ms, or close.
@@ -25,6 +24,7 @@
 #include <string>
 #include <vector>
 
+#include "client/live/consistent_read.h"
 #include "client/live/mapped_log.h"
 #include "client/log/log_snapshot.h"
 #include "client/log/log_tail.h"
@@ -80,9 +80,9 @@ class LogReader {
 
   // Copies the whole log within `timeoutMs`. When `snapshot` is the one that the previous call filled and
   // messages were only appended since, copies only their slots. Damaged: the header is not valid; the slots
-  // were still copied, if the mapping holds that many. TimedOut: the server is writing, or changes the log
-  // faster than it can be copied. Stuck: the server waits for a reader of another program that has taken
-  // access, and does not leave. InPage: the system could not read a page. NotRunning: as for Look.
+  // were still copied, if the mapping holds that many. TimedOut: the server is writing. Unsteady: the log
+  // changes faster than it can be copied. Stuck: the server waits for a reader of another program that has
+  // taken access, and does not leave. InPage: the system could not read a page. NotRunning: as for Look.
   Status Snapshot(LogSnapshot& snapshot, std::uint32_t timeoutMs = kDefaultTimeoutMs);
 
   // Copies the newest `count` messages within `timeoutMs`, and the few others that show whether these are
@@ -108,13 +108,12 @@ class LogReader {
   std::optional<Status> TrySnapshot(LogSnapshot& snapshot, std::uint32_t timeoutMs, int failed);
   std::optional<Status> CopyAtOnce(LogSnapshot& snapshot, const LogFileHeader* known,
                                    std::uint32_t timeoutMs);
-  std::optional<Status> CopyWithAccess(LogSnapshot& snapshot, std::uint32_t timeoutMs);
   std::optional<Status> TryNewest(std::size_t count, LogTail& tail, std::uint32_t timeoutMs);
   std::optional<Status> TryView(std::uint32_t budgetMicroseconds,
                                 const std::function<void(const LogView&)>& look, std::uint32_t timeoutMs);
 
   // Repeats an attempt, which is given the milliseconds that are left, until it returns a status or the time
-  // is over. At least one attempt is made.
+  // is over (Unsteady). At least one attempt is made.
   template <typename Attempt>
   Status Repeat(std::uint32_t timeoutMs, Attempt attempt);
 
@@ -123,13 +122,11 @@ class LogReader {
   std::optional<Status> Read(std::uint32_t timeoutMs, Work work);
 
   std::optional<Status> CopyTail(LogTail& tail, const std::vector<std::uint32_t>& probes) const;
-  // Copies the newest `count` slots; all slots when the header is not valid. Stops when `invalidated` returns
-  // true. Returns false for a page that cannot be read.
-  bool CopySlots(LogSnapshot& snapshot, std::int64_t count, const std::function<bool()>& invalidated) const;
+  // Copies the newest `count` slots; all slots when the header is not valid. Stops when `read` is
+  // invalidated. Returns false for a page that cannot be read.
+  bool CopySlots(LogSnapshot& snapshot, std::int64_t count, ConsistentRead& read) const;
 
   MappedLog log;
-  std::string name;  // of the mapping
-  EventNames acceptedEvents = EventNames::OfTheServer;
   const LogSnapshot* lastFilled = nullptr;  // by Snapshot, with `lastHeader`; only compared
   LogFileHeader lastHeader{};
   std::uint64_t lastCopy = 0;  // microseconds

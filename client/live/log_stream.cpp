@@ -156,7 +156,7 @@ LogChange LogStream::TakeSnapshot() {
   KeepWaiting();
   const Status status = reader.Snapshot(snapshot, options.timeoutMs);
   if (status == Status::NotRunning) return LoseServer();
-  if (status == Status::TimedOut || status == Status::Stuck) {
+  if (status == Status::TimedOut || status == Status::Unsteady || status == Status::Stuck) {
     QueueEvent(LogItem::Kind::Blocked);
     return LogChange::None;
   }

@@ -11,6 +11,14 @@ namespace TamLogClient {
 namespace {
 
 constexpr DWORD kNewPipesMs = 10;
+// A copy of one piece takes some milliseconds, unless a page comes from a slow disk or a debugger holds the
+// thread.
+constexpr int kCopyMs = 50;
+// The whole of a view of the largest log. A larger mapping was made by somebody else, and reading it would
+// cost as much memory as they like.
+constexpr std::uint64_t kMostSlots = 1000000;
+constexpr std::size_t kPage = 4096;
+constexpr std::size_t kMostBytes = (LogFileSize(kMostSlots) + kPage - 1) / kPage * kPage;
 
 // Returns whether the server has created its pipes, which it does last. Does not connect. Asks twice: for a
 // moment after a client that left at once, no pipe exists.
@@ -59,7 +67,7 @@ Status MappedLog::MapView() {
   MEMORY_BASIC_INFORMATION information{};
   if (VirtualQuery(view, &information, sizeof(information)) == 0) return Status::SystemError;
   viewSize = information.RegionSize;
-  return viewSize >= kSlotsOffset ? Status::Ok : Status::Damaged;
+  return viewSize >= kSlotsOffset && viewSize <= kMostBytes ? Status::Ok : Status::Damaged;
 }
 
 Status MappedLog::OpenReadWait(bool ofTheServer) {
@@ -93,19 +101,34 @@ void MappedLog::ReleaseIfStopped() {
   const std::lock_guard lock(opening);
   LogFileHeader header{};
   if (view == nullptr || released || !CopyHeader(header) || header.serverRunning != 0) return;
-  // First: a copy that runs during the release checks this at its end.
+  // First: no copy begins any more, and one that runs checks this at its end.
   released = true;
+  const bool atRest = CopyEnds();
   UnmapViewOfFile(view);
-  // A copy that still runs has to fault. It must not touch memory that somebody allocates here meanwhile, the
-  // guard page of a stack for example.
-  reserved = VirtualAlloc(const_cast<unsigned char*>(view), viewSize, MEM_RESERVE, PAGE_NOACCESS) != nullptr;
+  // A copy that hangs has to fault when it continues. It must not touch memory that is allocated here later,
+  // the guard page of a stack for example. What is allocated between these two calls, it would read and
+  // discard: only newer systems can unmap and reserve at once.
+  if (!atRest) {
+    reserved =
+        VirtualAlloc(const_cast<unsigned char*>(view), viewSize, MEM_RESERVE, PAGE_NOACCESS) != nullptr;
+  }
   mapping.Close();
+  readWait.Close();
+}
+
+// Returns whether no copy is going on, after waiting for one that is.
+bool MappedLog::CopyEnds() const {
+  for (int i = 0; copying != 0 && i < kCopyMs; ++i) Sleep(1);
+  return copying == 0;
 }
 
 // --- The bytes.
 
 bool MappedLog::Copy(void* to, std::size_t offset, std::size_t bytes, std::size_t stride) const {
-  return !released && GuardedCopy(to, view + offset, bytes, stride) && !released;
+  ++copying;
+  const bool copied = !released && GuardedCopy(to, view + offset, bytes, stride) && !released;
+  --copying;
+  return copied;
 }
 
 bool MappedLog::CopyHeader(LogFileHeader& header) const {
@@ -142,7 +165,8 @@ std::uint64_t MappedLog::Now() const {
 }
 
 bool MappedLog::WaitForWriter(std::uint32_t timeoutMs) const {
-  return WaitForSingleObject(readWait.Get(), timeoutMs) == WAIT_OBJECT_0;
+  const std::lock_guard lock(opening);
+  return !released && WaitForSingleObject(readWait.Get(), timeoutMs) == WAIT_OBJECT_0;
 }
 
 }  // namespace TamLogClient

@@ -32,16 +32,17 @@ class MappedLog final : public LogMemory {
 
   // Opens the mapping by its name and the event by the name in the log. NotRunning when nothing is shared,
   // the server has the log closed, or, for the server's own name, its pipes do not exist yet (try again
-  // later); AccessDenied; InPage; Damaged when the mapping is too small for a log; ForeignEvents when it
-  // names events that `accepted` excludes. On failure nothing stays open.
+  // later); AccessDenied; InPage; Damaged when the mapping is too small for a log, or larger than a server
+  // makes one; ForeignEvents when it names events that `accepted` excludes. On failure nothing stays open.
   Status Open(const std::string& mapName, EventNames accepted = EventNames::OfTheServer);
 
   // Closes view, mapping and event together. Does nothing when nothing is open.
   void Close();
   bool IsOpen() const { return view != nullptr; }
 
-  // Releases view and mapping when the server has closed the log, whatever the owner's thread is doing: its
-  // copies fail from now on. From any thread. The owner still has to call Close.
+  // Releases view, mapping and event when the server has closed the log, whatever the owner's thread is
+  // doing: its copies and waits fail from now on. Waits for a copy and a wait that are going on, for some 0.1
+  // s. From any thread. The owner still has to call Close.
   void ReleaseIfStopped();
   // Returns whether ReleaseIfStopped has released the log.
   bool WasReleased() const { return released; }
@@ -64,10 +65,13 @@ class MappedLog final : public LogMemory {
   Status OpenReadWait(bool ofTheServer);
   void CloseAll();
   bool Copy(void* to, std::size_t offset, std::size_t bytes, std::size_t stride = 0) const;
+  bool CopyEnds() const;
 
-  std::mutex opening;  // guards opening, closing and releasing; never held while slots are copied
+  // Guards opening, closing, releasing and the event; never held while slots are copied.
+  mutable std::mutex opening;
   std::atomic<bool> released{false};
-  bool reserved = false;  // the view's addresses stay reserved until Close
+  mutable std::atomic<int> copying{0};  // calls of Copy that are going on
+  bool reserved = false;                // the view's addresses stay reserved until Close
   Handle mapping;
   Handle readWait;
   const unsigned char* view = nullptr;

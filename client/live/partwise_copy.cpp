@@ -19,6 +19,20 @@ bool ZerosMayDiffer(const LogFileHeader& before, const LogFileHeader& now) {
   return !oneChange || (now.nextSequence == before.nextSequence && now.messageCount != 0);
 }
 
+// Returns for how many milliseconds before `now` was read the log cannot have been emptied by a restart. That
+// sets changeCount to 2 and rewriteCount to 1. Only a flush raises changeCount alone, and flushes come 200 ms
+// after the start and after each other. Some changes are left to stops, which may count one, too. At most a
+// second, because a pause that long is seldom.
+std::uint64_t SafeAgeMs(const LogFileHeader& now) {
+  constexpr std::uint64_t kFlushMs = 200;
+  constexpr std::uint64_t kMostFlushes = 5;
+  constexpr std::uint64_t kAtStart = 1;
+  constexpr std::uint64_t kOfStops = 4;
+  const std::uint64_t counted = now.changeCount - std::min(now.changeCount, now.rewriteCount);
+  const std::uint64_t flushes = counted - std::min(counted, kAtStart + kOfStops);
+  return std::max<std::uint64_t>(std::min(flushes, kMostFlushes) * kFlushMs, ConsistentRead::kLongestMs);
+}
+
 }  // namespace
 
 PartwiseCopy::PartwiseCopy(const LogMemory& memory, LogSnapshot& filled, std::size_t slotsOfPart)
@@ -26,48 +40,67 @@ PartwiseCopy::PartwiseCopy(const LogMemory& memory, LogSnapshot& filled, std::si
       snapshot(&filled),
       partSlots(static_cast<std::int64_t>(slotsOfPart)),
       copied(filled.slots.size(), 0),
-      numbers(slotsOfPart) {}
+      numbers(slotsOfPart),
+      zerosOf((filled.slots.size() + slotsOfPart - 1) / slotsOfPart, 0) {}
 
 std::optional<Status> PartwiseCopy::Run(std::uint32_t timeoutMs) {
   const std::uint64_t deadline = log->Now() + timeoutMs;
-  const auto capacity = static_cast<std::int64_t>(snapshot->slots.size());
-  for (std::int64_t first = 0; first < capacity; first += partSlots) {
-    const std::int64_t end = std::min(first + partSlots, capacity);
-    const auto status =
-        Step(deadline, [&](ConsistentRead& read) { return CopyPart(read.Header(), first, end); });
-    if (status != Status::Ok) return status;
-  }
-  const auto status = Step(deadline, [this](ConsistentRead& read) { return CopyChanged(read); });
-  if (status == Status::Ok) snapshot->header = last;
-  return status;
+  do {
+    for (std::size_t part = 0; part < zerosOf.size(); ++part) {
+      const auto status = UpdatePart(part, deadline);
+      if (status != Status::Ok) return status;
+    }
+    const auto status = Complete(deadline);
+    if (status == Status::Ok) snapshot->header = last;
+    if (status || otherLog) return status;
+  } while (Remaining(deadline) > 0);
+  return Status::Unsteady;
 }
 
 template <typename Work>
-std::optional<Status> PartwiseCopy::Step(std::uint64_t deadline, Work work) {
-  const bool first = !lastEnd;
-  do {
-    ConsistentRead read(*log);
-    const std::optional<Status> begun = read.Begin(Remaining(deadline));
-    if (!begun) continue;
-    if (begun != Status::Ok) return begun;
-    if (!Continues(read.Header())) return std::nullopt;
-    if (!first && ZerosMayDiffer(last, read.Header())) zerosMayDiffer = true;
-    if (!work(read)) return Status::InPage;
-    const std::uint64_t beforeEnd = log->Now();
-    const std::optional<Status> ended = read.End();
-    if (!ended) continue;
-    if (ended != Status::Ok) return ended;
-    if (IsTooLate()) return std::nullopt;
-    last = read.Header();
-    lastEnd = beforeEnd;
-    return Status::Ok;
-  } while (Remaining(deadline) > 0 && !IsTooLate());
-  return Remaining(deadline) > 0 ? std::nullopt : std::optional(Status::TimedOut);
+std::optional<Status> PartwiseCopy::Read(std::uint64_t deadline, Work work) {
+  ConsistentRead read(*log);
+  const std::optional<Status> begun = read.Begin(Remaining(deadline));
+  if (begun != Status::Ok) return begun;
+  otherLog = !IsSameLog(read.Header());
+  if (otherLog) return std::nullopt;
+  const std::uint32_t zerosNow = zeros + (lastEnd && ZerosMayDiffer(last, read.Header()) ? 1 : 0);
+  if (!work(read, zerosNow)) return Status::InPage;
+  const std::uint64_t beforeEnd = log->Now();
+  const std::optional<Status> ended = read.End();
+  if (ended != Status::Ok) return ended;
+  otherLog = !IsSameLog(read.Header());
+  if (otherLog) return std::nullopt;
+  zeros = zerosNow;
+  last = read.Header();
+  lastEnd = beforeEnd;
+  return Status::Ok;
 }
 
-// Returns whether the last consistent read was so long ago that the log may have been emptied since.
-bool PartwiseCopy::IsTooLate() const {
-  return lastEnd && log->Now() - *lastEnd > ConsistentRead::kLongestMs;
+std::optional<Status> PartwiseCopy::UpdatePart(std::size_t part, std::uint64_t deadline) {
+  do {
+    const auto status = Read(deadline, [&](ConsistentRead& read, std::uint32_t zerosNow) {
+      const auto runs = RunsOf(part, read.Header());
+      return std::all_of(runs.begin(), runs.end(),
+                         [&](const SlotRun& run) { return CopyChanged(run, zerosOf[part] != zerosNow); });
+    });
+    if (status == Status::Ok) {
+      zerosOf[part] = zeros;
+      for (const SlotRun& run : RunsOf(part, last)) Mark(run, true);
+    }
+    if (status || otherLog) return status;
+  } while (Remaining(deadline) > 0);
+  return Status::Unsteady;
+}
+
+std::optional<Status> PartwiseCopy::Complete(std::uint64_t deadline) {
+  return Read(deadline, [&](ConsistentRead& read, std::uint32_t zerosNow) {
+    for (std::size_t part = 0; part < zerosOf.size() && !read.IsInvalidated(); ++part) {
+      for (const SlotRun& run : RunsOf(part, read.Header()))
+        if (!CopyChanged(run, zerosOf[part] != zerosNow)) return false;
+    }
+    return true;
+  });
 }
 
 std::uint32_t PartwiseCopy::Remaining(std::uint64_t deadline) const {
@@ -75,50 +108,49 @@ std::uint32_t PartwiseCopy::Remaining(std::uint64_t deadline) const {
   return now < deadline ? static_cast<std::uint32_t>(deadline - now) : 0;
 }
 
-bool PartwiseCopy::Continues(const LogFileHeader& now) const {
+bool PartwiseCopy::IsSameLog(const LogFileHeader& now) const {
   return now.maxMessages == static_cast<std::int64_t>(snapshot->slots.size()) &&
-         now.nextSequence >= last.nextSequence && now.changeCount >= last.changeCount;
+         now.nextSequence >= last.nextSequence && now.changeCount >= last.changeCount &&
+         (!lastEnd || log->Now() - *lastEnd <= SafeAgeMs(now));
 }
 
-bool PartwiseCopy::CopyPart(const LogFileHeader& header, std::int64_t first, std::int64_t end) {
-  std::fill(copied.begin() + first, copied.begin() + end, std::uint8_t{0});
-  const auto runs = OccupiedRuns(header, log->SlotCount());
-  return std::all_of(runs.begin(), runs.end(), [&](const SlotRun& run) {
-    const std::int64_t from = std::max(run.begin, first);
-    const std::int64_t to = std::min(run.end, end);
-    if (from >= to) return true;
-    const auto slot = static_cast<std::size_t>(from);
-    if (!log->CopySlots(slot, static_cast<std::size_t>(to - from), &snapshot->slots[slot])) return false;
-    std::fill(copied.begin() + from, copied.begin() + to, std::uint8_t{1});
-    return true;
-  });
-}
-
-bool PartwiseCopy::CopyChanged(ConsistentRead& read) {
-  const auto runs = OccupiedRuns(read.Header(), log->SlotCount());
-  return std::all_of(runs.begin(), runs.end(), [&](const SlotRun& run) { return CopyChangedRun(read, run); });
-}
-
-bool PartwiseCopy::CopyChangedRun(ConsistentRead& read, const SlotRun& run) {
-  for (std::int64_t first = run.begin; first < run.end && !read.IsInvalidated(); first += partSlots) {
-    const std::int64_t end = std::min(first + partSlots, run.end);
-    if (!CopyChangedPart(static_cast<std::size_t>(first), static_cast<std::size_t>(end))) return false;
+// Returns the slots of a part that hold messages.
+std::vector<SlotRun> PartwiseCopy::RunsOf(std::size_t part, const LogFileHeader& header) const {
+  const auto first = static_cast<std::int64_t>(part) * partSlots;
+  std::vector<SlotRun> runs;
+  for (const SlotRun& run : OccupiedRuns(header, log->SlotCount())) {
+    const SlotRun common{std::max(run.begin, first), std::min(run.end, first + partSlots)};
+    if (common.begin < common.end) runs.push_back(common);
   }
-  return true;
+  return runs;
 }
 
-// What is copied here counts only when the read turns out consistent. When it does not, the copy is made
-// again, so none of these slots is marked as copied.
-bool PartwiseCopy::CopyChangedPart(std::size_t first, std::size_t end) {
-  if (!log->CopyNumbers(first, end - first, numbers.data())) return false;
-  for (std::size_t slot = first; slot < end; ++slot) {
+bool PartwiseCopy::CopyChanged(const SlotRun& run, bool zerosMayDiffer) {
+  const auto first = static_cast<std::size_t>(run.begin);
+  if (!log->CopyNumbers(first, static_cast<std::size_t>(run.end - run.begin), numbers.data())) return false;
+  const auto changed = [&](std::int64_t at) {
+    const auto slot = static_cast<std::size_t>(at);
     const std::uint64_t number = numbers[slot - first];
-    const bool same = number == snapshot->slots[slot].sequence && (number != 0 || !zerosMayDiffer);
-    if (copied[slot] != 0 && same) continue;
-    copied[slot] = 0;
-    if (!log->CopySlots(slot, 1, &snapshot->slots[slot])) return false;
+    return copied[slot] == 0 || number != snapshot->slots[slot].sequence || (number == 0 && zerosMayDiffer);
+  };
+  for (std::int64_t slot = run.begin; slot < run.end; ++slot) {
+    if (!changed(slot)) continue;
+    const std::int64_t from = slot;
+    while (slot < run.end && changed(slot)) ++slot;
+    if (!CopyAgain({from, slot})) return false;
   }
   return true;
+}
+
+// What is copied counts only when the read turns out consistent, so until then it is not marked as copied.
+bool PartwiseCopy::CopyAgain(const SlotRun& run) {
+  Mark(run, false);
+  const auto slot = static_cast<std::size_t>(run.begin);
+  return log->CopySlots(slot, static_cast<std::size_t>(run.end - run.begin), &snapshot->slots[slot]);
+}
+
+void PartwiseCopy::Mark(const SlotRun& run, bool counts) {
+  std::fill(copied.begin() + run.begin, copied.begin() + run.end, static_cast<std::uint8_t>(counts));
 }
 
 }  // namespace TamLogClient

@@ -1,12 +1,13 @@
 #pragma once
 
-// Copies a log that is too large for one consistent read: part by part, each part consistent in itself, and
-// at the end one look at the numbers of all slots, which finds the slots that were written since.
+// Copies a log that is too large for one consistent read: part by part, each part consistent in itself, then
+// one read that looks at the numbers of all slots and copies the slots that were written since. When that is
+// too much for one read, the parts are brought up to date one by one first.
 //
 // A slot that shows the same number as its copy holds the same message, because the server gives each number
 // once. Number 0 is the exception: it is the first number, and messages that a full rewrite of the ring
 // stored have none and show it, too. They count as unchanged while the counters exclude another one in their
-// place. Looks further apart than a server needs to start again begin the copy anew.
+// place. A copy begins anew when the log may have been emptied by a restart between two reads.
 //
 // A copy belongs to one thread.
 
@@ -30,31 +31,37 @@ class PartwiseCopy {
   // Fills `filled`, whose slots have to be as many as the log's capacity.
   PartwiseCopy(const LogMemory& memory, LogSnapshot& filled, std::size_t slotsOfPart = kPartSlots);
 
-  // Copies the log within `timeoutMs`. Ok: `filled` is the log at one moment. Nothing: it changed too much,
-  // begin with a new object. TimedOut, Stuck, NotRunning, InPage as for ConsistentRead::Begin.
+  // Copies the log within `timeoutMs`. Ok: `filled` is the log at one moment. Nothing: the log may be another
+  // one than at the beginning, begin with a new object. Unsteady: it changes faster than it can be copied.
+  // TimedOut, Stuck, NotRunning, InPage as for ConsistentRead::Begin.
   std::optional<Status> Run(std::uint32_t timeoutMs);
 
  private:
-  // Does `work` in one consistent read, which it is given; repeats it until the read is consistent.
+  // Does `work` in one consistent read. Nothing: the server wrote meanwhile, or `otherLog` is set.
   template <typename Work>
-  std::optional<Status> Step(std::uint64_t deadline, Work work);
+  std::optional<Status> Read(std::uint64_t deadline, Work work);
+  // Brings the copy of a part up to date. Nothing: `otherLog` is set.
+  std::optional<Status> UpdatePart(std::size_t part, std::uint64_t deadline);
+  // Completes the copy. Nothing: the log changed too much, or `otherLog` is set.
+  std::optional<Status> Complete(std::uint64_t deadline);
   std::uint32_t Remaining(std::uint64_t deadline) const;
-  bool Continues(const LogFileHeader& now) const;
-  bool IsTooLate() const;
-  // These return false for a page that cannot be read.
-  bool CopyPart(const LogFileHeader& header, std::int64_t first, std::int64_t end);
-  bool CopyChanged(ConsistentRead& read);
-  bool CopyChangedRun(ConsistentRead& read, const SlotRun& run);
-  bool CopyChangedPart(std::size_t first, std::size_t end);
+  bool IsSameLog(const LogFileHeader& now) const;
+  std::vector<SlotRun> RunsOf(std::size_t part, const LogFileHeader& header) const;
+  // These copy what is not as it was copied, and return false for a page that cannot be read.
+  bool CopyChanged(const SlotRun& run, bool zerosMayDiffer);
+  bool CopyAgain(const SlotRun& run);
+  void Mark(const SlotRun& run, bool counts);
 
   const LogMemory* log;
   LogSnapshot* snapshot;
   std::int64_t partSlots;
   std::vector<std::uint8_t> copied;      // for each slot, whether its copy counts
   std::vector<std::uint64_t> numbers;    // of one part
+  std::vector<std::uint32_t> zerosOf;    // for each part, `zeros` when it was copied
+  std::uint32_t zeros = 0;               // raised when slots without a number may have been written
   LogFileHeader last{};                  // of the last consistent read
   std::optional<std::uint64_t> lastEnd;  // a time shortly before its end; nothing before the first
-  bool zerosMayDiffer = false;           // slots without a number may have been written since
+  bool otherLog = false;                 // the log may be another one than at the beginning
 };
 
 }  // namespace TamLogClient

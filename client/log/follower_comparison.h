@@ -23,6 +23,10 @@ struct LogFollower::Comparison {
   std::uint64_t doubtful = 0;
 };
 
+// Returns whether appends alone lead from a sound header to the counters and the newest numbers of a sound
+// snapshot.
+bool AppendsLeadTo(const LogFileHeader& before, const LogSnapshot& now);
+
 // Messages without a number hold 0, so 0 is not compared.
 inline std::uint64_t NextNumber(const LogFileHeader& header) {
   return std::max<std::uint64_t>(header.nextSequence, 1);

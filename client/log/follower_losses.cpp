@@ -8,11 +8,15 @@ namespace TamLogClient {
 // Of messages without a number a new one can stand in the place of an equal known one only if the known one
 // was dropped from the oldest end of the server's list meanwhile.
 // The same holds for messages whose number is not known any more, and for those of a run that has ended.
-// After another full rewrite, what looks like a first copy that is still there is a message of its own.
+// After another full rewrite, what looks like a first copy that is still there is a message of its own; and
+// of two equal known ones the older may have been a first copy.
 void LogFollower::CountKnown(Comparison& comparison, const Candidate& candidate) const {
   ++comparison.knownInRing;
   const bool oldest = candidate.key == comparison.candidates.front().key;
-  if (candidate.number == 0 && (oldest || mayBeOthers || candidate.key < completeFrom || candidate.copied)) {
+  const auto entry = comparison.known.find(candidate.identity);
+  const bool perhapsCopies = entry != comparison.known.end() && entry->second.perhapsCopies;
+  if (candidate.number == 0 &&
+      (oldest || mayBeOthers || candidate.key < completeFrom || candidate.copied || perhapsCopies)) {
     ++comparison.doubtful;
   }
 }

@@ -54,23 +54,30 @@ std::vector<LogFollower::Candidate> LogFollower::CandidatesOf(const LogSnapshot&
   return candidates;
 }
 
-// After a reopening, counters that continue prove nothing by themselves. Together with a message that still
-// has its number they do: a new log numbers its messages from 0 on. Without a reopening a message that has an
-// old number and is not known shows a restart that nobody noticed.
+// A message that has an old number and is not known shows another run of the log, and so do counters that do
+// not fit: as long as nothing is rewritten, OnlyAppended takes the snapshot. After a reopening, counters that
+// continue prove nothing by themselves. Together with a message that still has its number they do: a new log
+// numbers its messages from 0 on.
 LogFollower::Run LogFollower::RunOf(const Comparison& comparison) const {
   if (!comparison.snapshot->HeaderIsSound() || !CountersGoOn(last, comparison.snapshot->header))
     return Run::Other;
+  const LogFileHeader& now = comparison.snapshot->header;
+  if (now.rewriteCount == last.rewriteCount && (!slots.empty() || !AppendsLeadTo(last, *comparison.snapshot)))
+    return Run::Unclear;
+  // Each rewrite is a change.
+  if (now.changeCount - last.changeCount < now.rewriteCount - last.rewriteCount) return Run::Unclear;
   const auto& candidates = comparison.candidates;
+  const bool another = std::any_of(candidates.begin(), candidates.end(), [&](const Candidate& each) {
+    return each.oldNumber && each.key >= completeFrom && !comparison.known.contains(each.identity);
+  });
+  if (another) return Run::Unclear;
+  if (!comparison.reopened) return Run::Same;
   const bool same = std::any_of(candidates.begin(), candidates.end(), [&](const Candidate& each) {
     const auto entry = comparison.known.find(each.identity);
     if (!each.oldNumber || entry == comparison.known.end()) return false;
     return each.number == 0 ? entry->second.unnumbered > 0 : entry->second.number == each.number;
   });
-  if (comparison.reopened) return same ? Run::Same : Run::Unclear;
-  const bool another = std::any_of(candidates.begin(), candidates.end(), [&](const Candidate& each) {
-    return each.oldNumber && each.key >= completeFrom && !comparison.known.contains(each.identity);
-  });
-  return another ? Run::Unclear : Run::Same;
+  return same ? Run::Same : Run::Unclear;
 }
 
 bool LogFollower::Recognize(Comparison& comparison, const Candidate& candidate) {

@@ -92,6 +92,8 @@ LogFollower::KnownMessages LogFollower::CollectKnown() const {
   for (std::uint32_t slot = 0; slot < slots.size(); ++slot) {
     if (WasValid(slot) && !slots[slot].copied) AddKnown(known, slot);
   }
+  for (auto& [identity, each] : known)
+    each.perhapsCopies = each.unnumbered > 0 && each.count > each.unnumbered;
   return known;
 }
 

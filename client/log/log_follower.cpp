@@ -23,6 +23,16 @@ bool RingMovedBy(const LogFileHeader& before, const LogFileHeader& now, std::uin
 
 }  // namespace
 
+bool AppendsLeadTo(const LogFileHeader& before, const LogSnapshot& now) {
+  std::uint64_t number = now.header.nextSequence;
+  if (!RingMovedBy(before, now.header, number - before.nextSequence)) return false;
+  const auto ring = now.RingOrder();
+  for (auto slot = ring.rbegin(); slot != ring.rend() && number > before.nextSequence; ++slot) {
+    if (now.slots[*slot].sequence != --number) return false;
+  }
+  return true;
+}
+
 void LogFollower::Start(const LogSnapshot& snapshot) {
   departed.clear();
   completeFrom = 0;
@@ -54,11 +64,7 @@ bool LogFollower::OnlyAppended(const LogSnapshot& snapshot, bool reopened) const
   if (slots.size() != snapshot.slots.size()) return false;
   const auto ring = snapshot.RingOrder();
   const std::uint64_t appended = now.nextSequence - last.nextSequence;
-  if (!RingMovedBy(last, now, appended)) return false;
-  std::uint64_t number = now.nextSequence;
-  for (auto slot = ring.rbegin(); slot != ring.rend() && number > last.nextSequence; ++slot) {
-    if (snapshot.slots[*slot].sequence != --number) return false;
-  }
+  if (!AppendsLeadTo(last, snapshot)) return false;
   if (appended >= ring.size()) return !reopened && (last.messageCount == 0 || appended > 0);
   const auto old = static_cast<std::ptrdiff_t>(ring.size() - appended);
   return std::all_of(reopened ? ring.begin() : ring.begin() + old - 1, ring.begin() + old,

@@ -65,6 +65,8 @@ class LogFollower {
     std::uint64_t key = 0;
     std::uint64_t number = 0;  // of one that is numbered
     bool stood = false;        // one of them was in the ring at the last snapshot
+    // Some have a number and some have none: one message may be there twice, or it and its equal.
+    bool perhapsCopies = false;
   };
   using KnownMessages = std::unordered_map<MessageIdentity, Known, MessageIdentityHash>;
 

@@ -12,6 +12,8 @@ const char* StatusText(Status status) {
       return "access denied";
     case Status::TimedOut:
       return "no answer in time";
+    case Status::Unsteady:
+      return "the log changes faster than it can be copied";
     case Status::Stuck:
       return "the server waits for a reader of its log, which has probably died";
     case Status::Refused:

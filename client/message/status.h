@@ -12,6 +12,7 @@ enum class Status : std::uint8_t {
   NotRunning,     // no server answers, or nothing is shared
   AccessDenied,   // the system refused access to the pipe, the mapping or the file
   TimedOut,       // no answer within the caller's time-out
+  Unsteady,       // the log changed faster than it could be copied within the caller's time-out
   Stuck,          // the server waits for a reader of another program, which has probably died
   Refused,        // the server answered that the request failed or is unknown to it
   NoSuchFilter,   // the index is after the last filter

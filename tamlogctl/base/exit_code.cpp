@@ -16,6 +16,9 @@ std::string Explain(Status status) {
   switch (status) {
     case Status::NotRunning:
       return text + "; start it: tamlogctl server start";
+    case Status::Unsteady:
+      return text +
+             "; allow more time with --timeout, or read the newest messages only: tamlogctl show -n 100";
     case Status::TimedOut:
     case Status::Stuck:
     case Status::ForeignEvents:

@@ -41,6 +41,7 @@ constexpr int ExitCodeOf(TamLogClient::Status status) {
     case Status::AccessDenied:
       return kAccessDenied;
     case Status::TimedOut:
+    case Status::Unsteady:
     case Status::Stuck:
       return kTimedOut;
     case Status::Refused:

@@ -10,8 +10,7 @@
 
 namespace TamLogCtl {
 
-// Copies the shared log within `timeoutMs`. Ctrl-C is deferred from then on: a log that changes faster than
-// it can be copied is copied under read access, which has to be released in any case.
+// Copies the shared log within `timeoutMs`. Ctrl-C is deferred from then on, see DeferInterrupts.
 TamLogClient::Status ReadLiveLog(std::uint32_t timeoutMs, TamLogClient::LogSnapshot& snapshot);
 
 // Copies it as the bytes of a log file. Returns an exit code; any but kDone after a line on stderr.

@@ -18,7 +18,8 @@ The formats are explained by: tamlogctl help formats)";
 
 constexpr const char* kFollowFooter =
     R"(Continues after a restart of the server and reports it. A message older than one already shown is marked
-(late). Messages overwritten before they could be read are counted on stderr.
+(late). Messages overwritten before they could be read are counted on stderr. A change of capacity empties
+the log; messages that are sent again after it are printed again, also with -n 0.
 
 Examples:
   tamlogctl follow                            the last 10 messages, then new ones

@@ -38,7 +38,7 @@ int ExplainStatus(Status status) {
 
 LogInput ReadLiveInput(std::uint32_t timeoutMs, bool quiet, const ReadPart& readPart) {
   const std::string name = "the running server's log";
-  DeferInterrupts();  // where read access is taken, it has to be released in any case
+  DeferInterrupts();  // so that Ctrl-C ends the verb with its own exit code
   LogSnapshot snapshot;
   const Status status = ReadLive(timeoutMs, readPart, snapshot);
   if (Interrupted()) return {{}, kInterrupted};

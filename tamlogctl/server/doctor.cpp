@@ -225,7 +225,8 @@ std::string AsJson(const std::vector<Finding>& findings, const std::vector<std::
   return WriteJson(json, 2) + "\n";
 }
 
-// Frees lock and readers as `seen` shows them. Returns false when the readers were left alone.
+// Frees lock and readers as `seen` shows them; the lock only when waiting for it confirms that its holder is
+// dead, so that a second call cannot let two programs in. Returns false when the readers were left alone.
 bool UnstickLog(const Observations& seen, std::vector<std::string>& done) {
   if (seen.log.lockTaken && FreeHeaderLock()) done.emplace_back("signalled the header lock");
   if (!ReaderIsStuck(seen)) return true;

@@ -36,7 +36,11 @@ bool Forget(unsigned char* headerView, const Handle& writeWait, const LogFileHea
 
 bool FreeHeaderLock() {
   const Handle headerLock = OpenToChange(kHeaderLockName);
-  return headerLock && SetEvent(headerLock.Get()) != FALSE;
+  if (!headerLock) return false;
+  // A look at a lock that is passed from one program to the next never finds it free, but a program that
+  // waits for it gets it in turn. A signal while somebody holds it would let two programs in.
+  const bool contended = WaitForSingleObject(headerLock.Get(), kLockPatienceMs) == WAIT_OBJECT_0;
+  return SetEvent(headerLock.Get()) != FALSE && !contended;
 }
 
 bool ForgetReaders(const LogFileHeader& seen) {

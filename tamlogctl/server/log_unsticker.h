@@ -8,7 +8,8 @@
 
 namespace TamLogCtl {
 
-// Signals the header lock once, for a holder that died. Returns whether it did.
+// Signals the header lock once, for a holder that died. Returns whether it did: a lock that is free within a
+// second was only contended, and is left alone.
 bool FreeHeaderLock();
 
 // Forgets the readers inside: sets readCount to 0 and signals write-wait, under the header lock. The server

@@ -191,6 +191,11 @@ class Restoring(Machine):
         self.assertEqual(results["log.bytes-are-kept"]["result"], "not tried")
         self.assertIn("--stand-in-device", results["log.bytes-are-kept"]["seen"])
         self.assertEqual(results["system.view-and-reads-agree"]["result"], "holds")
+        # Wine accepts the name and does not open the null device by it.
+        code, output, results = self.check("--stand-in-device", "log.bytes-are-kept")
+        self.assertEqual(code, SERVER_NOT_TRIED, output)
+        self.assertIn("it was defined and cannot be opened", results["log.bytes-are-kept"]["seen"])
+        self.assertFalse(os.path.exists(self.path("work")))
 
     def test_a_run_that_is_ended_by_force_is_undone_from_its_folder(self):
         run_system("reg.exe", "add", KEY, "/v", "SaveRate", "/t", "REG_DWORD", "/d", "9", "/f")

@@ -1,9 +1,9 @@
 """The conformance kit: its files are what their makers make, our own programs hold every claim, and the judge notices
 the mistakes that readers and followers make.
 
-usage: tests/conformance/conformance_test.py TAMLOGCTL TRACE_FOLLOWER
+usage: tests/conformance/conformance_test.py TAMLOGCTL TRACE_FOLLOWER EXAMPLES
 
-Both are native programs.
+TAMLOGCTL and TRACE_FOLLOWER are native programs, EXAMPLES is the directory of the native examples.
 """
 
 import json
@@ -305,6 +305,52 @@ class Judge(unittest.TestCase):
             self.assertNotIn("Traceback", outcome.stderr)
 
 
+class Programs(unittest.TestCase):
+    """The scripts of the kit and the examples in Python answer wrong arguments with a reason and no traceback."""
+
+    def refuses(self, script, arguments, code, reason):
+        outcome = run(sys.executable, "-B", os.path.join(ROOT, script), *arguments)
+        self.assertEqual((outcome.returncode, outcome.stdout), (code, ""), (script, arguments))
+        self.assertIn(reason, outcome.stderr)
+        self.assertNotIn("Traceback", outcome.stderr)
+
+    def test_need_a_file(self):
+        for script in ("examples/reference_log.py", "examples/reference_follower.py", "examples/read_log.py",
+                       "conformance/make_samples.py", "conformance/make_traces.py"):
+            self.refuses(script, (), 2, os.path.basename(script))
+
+    def test_report_a_file_that_cannot_be_read(self):
+        for script in ("examples/reference_log.py", "examples/reference_follower.py"):
+            for path in ("/no/such/file", "/"):
+                self.refuses(script, (path,), 2, path)
+        self.refuses("examples/read_log.py", ("/no/such/library", "FILE"), 2, "not the client library")
+        self.refuses("examples/read_log.py", ("/dev/null", "FILE"), 2, "not the client library")
+
+    def test_report_a_file_that_is_no_log(self):
+        self.refuses("examples/reference_log.py", ("/dev/null",), 9, "ends within its header")
+        self.refuses("examples/reference_follower.py", ("/dev/null",), 9, "ends within its header")
+        self.refuses("examples/reference_follower.py", (os.path.join(KIT, "samples", "mixed.dat"), "/dev/null"), 9,
+                     "ends within its header")
+
+    def test_in_c_and_cpp_refuse_wrong_arguments(self):
+        for name, wrong in (("follow", (["soon"], ["-1"], [""], ["1 "], ["1", "2"], ["99999999999999"])),
+                            ("async_logging", (["many"], ["-1"], [""], ["1", "2"])),
+                            ("submit_and_read", (["FILE", "FILE"],)), ("verify_and_repair", ([], ["1", "2", "3"]))):
+            for arguments in wrong:
+                # Under AddressSanitizer only the library is built with it.
+                outcome = run("env", "ASAN_OPTIONS=verify_asan_link_order=0",
+                              os.path.join(EXAMPLE_PROGRAMS, "example_" + name), *arguments)
+                self.assertEqual((outcome.returncode, outcome.stdout), (2, ""), (name, arguments))
+                self.assertIn("usage: " + name, outcome.stderr)
+
+    def test_do_not_take_an_option_for_a_directory(self):
+        for maker in ("conformance/make_samples.py", "conformance/make_traces.py"):
+            for arguments in (("--help",), ("--check",), ("DIRECTORY", "--check"), ("--chec", "DIRECTORY"),
+                              ("--check", "--check"), ("one", "two")):
+                self.refuses(maker, arguments, 2, os.path.basename(maker))
+            self.refuses(maker, ("--check", "/no/such/directory"), 2, "/no/such/directory")
+
+
 class JudgeOfPipes(unittest.TestCase):
     HOLDS = "holds   pipes   ping              Ping: Alive"
     FAILS = "FAILS   pipes   map-name          GetFileMapName: the name of the mapping"
@@ -331,7 +377,7 @@ class JudgeOfPipes(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    if len(sys.argv) < 3:
+    if len(sys.argv) < 4:
         sys.exit(__doc__)
-    TAMLOGCTL, TRACE_FOLLOWER = sys.argv[1:3]
-    unittest.main(argv=sys.argv[:1] + sys.argv[3:], verbosity=2)
+    TAMLOGCTL, TRACE_FOLLOWER, EXAMPLE_PROGRAMS = sys.argv[1:4]
+    unittest.main(argv=sys.argv[:1] + sys.argv[4:], verbosity=2)

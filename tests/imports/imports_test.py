@@ -61,15 +61,10 @@ class Imports(unittest.TestCase):
             self.assertEqual(list(unknown_imports(program, allowed_functions())), [],
                              f"{name} imports what tests/imports/windows7_functions.txt does not list")
 
-    def test_the_list_has_no_function_that_is_not_imported_and_no_later_version(self):
-        imported = {}
-        for program in programs().values():
-            for library, functions in program.imports().items():
-                imported.setdefault(library, set()).update(functions)
+    def test_the_list_has_no_function_of_a_later_system(self):
         for library, functions in allowed_functions().items():
-            self.assertEqual(set(functions) - imported.get(library, set()), set(), library)
             for function, version in functions.items():
-                self.assertIn(version, VERSIONS, function)
+                self.assertIn(version, VERSIONS, f"{library}: {function}")
 
     def test_a_new_import_and_a_new_library_are_noticed(self):
         server = programs()["TamLogServer.exe"]
@@ -108,9 +103,7 @@ class Imports(unittest.TestCase):
         for file, functions in listed.items():
             with open(os.path.join(ROOT, file), encoding="utf-8") as source:
                 text = source.read()
-            for function in functions:
-                self.assertIn(f'"{function}"', text, file)
-            looked_up = set(re.findall(r'"((?:Nt|Rtl|Zw|wine_)\w+)"', text))
+            looked_up = set(re.findall(r'(?:GetProcAddress\([^;]*?,|\bFind<\w+>\()\s*"(\w+)"', text))
             self.assertEqual(looked_up, functions, file)
 
 

@@ -75,6 +75,8 @@ class Program:
 class Machine(unittest.TestCase):
     """A machine with the driver double, a registered service, and a log in a directory of its own."""
 
+    limits = ""  # commands of the shell that limit every program of the machine
+
     def setUp(self):
         self.clock = datetime(2026, 11, 1)
         self.folder = tempfile.mkdtemp(prefix="customer ")
@@ -84,8 +86,8 @@ class Machine(unittest.TestCase):
         self.begin()
         self.addCleanup(self.end)
 
-    def begin(self, before=""):
-        restart_wine(before)
+    def begin(self):
+        restart_wine(self.limits)
         self.tool("TamLogServer.exe", "-remove")
         self.reg("delete", KEY, "/f")
         self.succeed("tamlogdrv.exe", "install", windows_path(os.path.join(BIN, "tamlog.sys")))
@@ -98,10 +100,9 @@ class Machine(unittest.TestCase):
         self.reg("delete", KEY, "/f")
         restart_wine()
 
-    @staticmethod
-    def tool(name, *arguments):
+    def tool(self, name, *arguments):
         words = " ".join("'" + word.replace("'", "'\\''") + "'" for word in arguments)
-        return shell(f'"$wine64" "{BIN}/{name}" {words}')
+        return shell(f'{self.limits} "$wine64" "{BIN}/{name}" {words}')
 
     def succeed(self, name, *arguments):
         code, output = self.tool(name, *arguments)
@@ -230,10 +231,7 @@ class Clocks(Machine):
 class DiskFull(Machine):
     """No file can grow above 4 MiB: a log that has its room goes on, and one that needs more does not start."""
 
-    LIMIT = 4 * MIB
-
-    def begin(self, before=""):
-        super().begin(f"trap '' XFSZ; ulimit -f {self.LIMIT // 1024};")
+    limits = f"trap '' XFSZ; ulimit -f {4 * MIB // 1024};"
 
     def test_a_log_that_has_its_room_goes_on(self):
         self.settings(2000)
@@ -277,8 +275,7 @@ class DiskFull(Machine):
 class ReadOnlyFolder(Machine):
     """The log's directory cannot be written: an existing log works, a new one is not created."""
 
-    def begin(self, before=""):
-        super().begin("setpriv --bounding-set=-dac_override,-dac_read_search --inh-caps=-dac_override,-dac_read_search")
+    limits = "setpriv --bounding-set=-dac_override,-dac_read_search --inh-caps=-dac_override,-dac_read_search"
 
     def test_an_existing_log_goes_on_and_a_missing_one_fails_with_its_reason(self):
         self.settings(200)

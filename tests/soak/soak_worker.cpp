@@ -26,7 +26,7 @@
 #include "tests/soak/journal.h"
 #include "tests/soak/judge.h"
 #include "tests/soak/soak_message.h"
-#include "tests/support/told_program.h"
+#include "tests/support/child_program.h"
 
 namespace {
 
@@ -191,5 +191,5 @@ int Run(const std::vector<std::string>& words) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  return TestSupport::RunToldProgram(argc, argv, Run);
+  return TestSupport::RunChildProgram(argc, argv, Run);
 }

@@ -125,9 +125,9 @@ void Witness::TakeInSlot(const LogMessage& message, bool isCalm) {
   marks[id.number] = mark;
 }
 
-// Reader and writer can pass each other (docs/read_access.md, "Hazards"). The client library corrects
-// that by itself; a reader of the server's own, when it forces the file to the disk, does not, and the next
-// flush waits until another process signals write-wait.
+// Reader and writer can pass each other (docs/read_access.md, "Hazards"). A reader of the
+// server's own, when it forces the file to the disk, does not correct that, and the next flush waits until
+// another process signals write-wait.
 void Witness::Rescue() {
   const OwnedHandle event = Own(OpenEventA(EVENT_MODIFY_STATE, FALSE, kWriteWaitEventName));
   if (event && SetEvent(event.get()) != 0) ++rescues;

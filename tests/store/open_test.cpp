@@ -471,6 +471,72 @@ TEST_F(OpenOtherFile, IsOpenedAtTheNextStartWhenReadersWereTooSlowForThisOne) {
   ExpectTheOtherIsServed();
 }
 
+// Path and capacity change at once, and a reader keeps the section of the first file.
+class OpenOtherSize : public OpenFile {
+ protected:
+  // `firstCapacity` messages in a full first file, `otherCapacity` in a full other one, which is then to be
+  // opened with `capacity`.
+  void Expect(std::uint32_t firstCapacity, std::int32_t otherCapacity, std::uint32_t capacity, bool opens) {
+    const std::string first = configuration.logFile;
+    const std::string other = directory.File("Other.dat");
+    configuration.logFile = other;
+    const auto numbered = [](std::size_t count) {
+      std::vector<LogMessageBody> bodies;
+      for (std::size_t i = 0; i < count; ++i)
+        bodies.push_back(Message(std::to_string(i), At(11, static_cast<int>(i))));
+      return bodies;
+    };
+    if (otherCapacity > 0) MakeFile(otherCapacity, numbered(static_cast<std::size_t>(otherCapacity)));
+    const std::string otherBefore = otherCapacity > 0 ? Bytes() : "";
+    configuration.logFile = first;
+    MakeFile(static_cast<std::int32_t>(firstCapacity), numbered(firstCapacity));
+    SetCapacity(firstCapacity);
+    Open();
+    const TestReader reader(names);
+    Close();
+    const Texts firstBefore = Newest();
+    ASSERT_EQ(firstBefore.size(), firstCapacity);
+
+    configuration.logFile = other;
+    SetCapacity(capacity);
+    const std::string failure = FailureOf([&] { Open(); });
+    EXPECT_EQ(failure.empty(), opens) << failure;
+    const std::string refusal =
+        "Failed to open a file mapping, CreateFileMapping() failed - Error code : 183 - ";
+    EXPECT_EQ(failure.substr(0, refusal.size()), opens ? "" : refusal);
+    Close();
+    if (otherCapacity > 0) {
+      EXPECT_EQ(Bytes(), otherBefore);
+    }
+    configuration.logFile = first;
+    EXPECT_EQ(Newest(), firstBefore);
+  }
+};
+
+TEST_F(OpenOtherSize, ALargerFileWithTheFormerCapacityIsRefusedAndBothStay) {
+  Expect(10, 20, 10, false);
+}
+
+TEST_F(OpenOtherSize, ASmallerFileWithTheFormerCapacityStaysWhileTheFormerIsServed) {
+  Expect(20, 10, 20, true);
+}
+
+TEST_F(OpenOtherSize, AFormerFileOfAnotherCapacityIsRefusedAndBothStay) {
+  Expect(20, 20, 10, false);
+}
+
+TEST_F(OpenOtherSize, AFormerFileOfAnotherCapacityThanTheOtherAlreadyHasIsRefusedAndBothStay) {
+  Expect(20, 10, 10, false);
+}
+
+TEST_F(OpenOtherSize, AFormerFileIsServedAsItIsWhereTheOtherIsNew) {
+  Expect(20, 0, 20, true);
+}
+
+TEST_F(OpenOtherSize, AFormerFileOfAnotherCapacityIsNotEmptiedWhereTheOtherIsNew) {
+  Expect(20, 0, 10, false);
+}
+
 TEST_F(OpenFile, AReaderThatNeverLeavesDoesNotKeepTheServerFromStartingAtAnotherPath) {
   Open();
   const TestReader reader(names);

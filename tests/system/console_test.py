@@ -107,9 +107,9 @@ class ConsoleTest(unittest.TestCase):
         follow.press_ctrl_c()
         self.assertEqual(follow.exit_code(), 130, follow.shown)
 
-    def test_ctrl_c_during_stats_waits_until_read_access_is_released(self):
+    def test_ctrl_c_during_stats_ends_it_with_its_own_exit_code(self):
         held = os.path.join(BIN, f"held-{os.getpid()}.dat")
-        for delay in (1, 4, 16):  # until the key arrives while the program accesses the log, on slow machines too
+        for delay in (1, 4, 16):  # until the key arrives while the program waits for the log, on slow machines too
             reader = subprocess.Popen([RUN, os.path.join(BIN, "system_reader.exe"), "hold", windows_path(held)],
                                       stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
             self.assertEqual(reader.stdout.readline().strip(), "holding")

@@ -17,7 +17,7 @@ namespace {
 constexpr std::int32_t kCapacity = 400;
 constexpr std::size_t kBytes = kSlotsOffset + sizeof(LogMessage) * kCapacity;
 
-enum class Kind : std::uint8_t { AnyHeader, LikelyHeader, Counters, Slots, Times, Everything };
+enum class Kind : std::uint8_t { AnyHeader, LikelyHeader, Counters, Names, Slots, Times, Everything };
 
 // Writes into the shared log from a thread until it is destroyed. Maps it again and again, so that no restart
 // of the server has to wait for it, and each section is met as soon as it exists.
@@ -58,7 +58,7 @@ class HostileWriter {
     std::memcpy(&header, view, sizeof(header));
     switch (kind) {
       case Kind::AnyHeader:
-        return Fill(0, kSlotsOffset);
+        return Fill(0, kLockNamesOffset);
       case Kind::LikelyHeader:
         header.messageCount = LikelyNumber();
         header.nextSlot = LikelyNumber();
@@ -71,6 +71,8 @@ class HostileWriter {
         header.messageCount = static_cast<std::int32_t>(random() % kCapacity);
         header.nextSlot = header.messageCount;
         break;
+      case Kind::Names:
+        return Fill(kLockNamesOffset, sizeof(LockNames));
       case Kind::Slots:
         return Fill(kSlotsOffset, sizeof(LogMessage) * kCapacity);
       case Kind::Times: {
@@ -78,7 +80,8 @@ class HostileWriter {
         return Fill(slot, offsetof(LogMessage, body.type));
       }
       case Kind::Everything:
-        return Fill(0, kBytes);
+        if (random() % 2 == 0) return Fill(kSlotsOffset, kBytes - kSlotsOffset);
+        return Fill(0, kLockNamesOffset);
     }
     std::memcpy(view, &header, sizeof(header));
   }
@@ -104,11 +107,11 @@ class HostileWriters : public Administration {
   // Runs each verb that reads the shared log.
   void RunEveryVerb(const std::string& what) {
     const std::string file = "\"" + ScratchFile("copy") + "\"";
+    const std::string followed = "export --follow --for 1 " + file + "f --cursor-file " + file;
     for (const std::string& verb :
          {std::string("show"), std::string("show -n 5 -o json"), std::string("show -o csv -r --count"),
           std::string("show -o export -s x"), std::string("follow -n all --for 1"),
-          "export " + file + " -o cat --force",
-          "export " + file + "f --follow --for 1 --cursor-file " + file + "c", std::string("stats"),
+          "export " + file + " -o cat --force", followed + "c", std::string("stats"),
           std::string("stats -o json"), std::string("status"), std::string("status -o json"),
           std::string("doctor --watch 200 --timeout 1000"), std::string("verify --live"),
           std::string("verify --live -o json"), std::string("settings")}) {
@@ -149,6 +152,10 @@ TEST_F(HostileWriters, HeaderOfLikelyNumbersIsNoHarm) {
 
 TEST_F(HostileWriters, CountersThatJumpAreNoHarm) {
   RunAgainst(Kind::Counters, "counters");
+}
+
+TEST_F(HostileWriters, RandomNamesOfEventsAreNoHarm) {
+  RunAgainst(Kind::Names, "names");
 }
 
 TEST_F(HostileWriters, RandomSlotsAreNoHarm) {

@@ -1,6 +1,7 @@
 // No reader of ours holds up the server, whatever happens to it: while messages flow, the test kills and
 // suspends readers of every kind at random moments. Meanwhile the server writes as it does without readers,
-// and nobody is ever counted inside the log.
+// and nobody is ever counted inside the log. Readers of others that take access do hold it up when they are
+// killed; `doctor --unstick` frees the server of them.
 //
 // Few readers by default, to keep the ordinary round short; scripts/kill-readers.sh sets more by
 // TAMLOG_READER_KILLS, TAMLOG_SUSPENSIONS and TAMLOG_SUSPENDED_MS in the environment.
@@ -182,7 +183,7 @@ class KilledReaders : public SystemTest {
     EXPECT_EQ(seen.counted, 0U) << "a reader of ours takes access";
     EXPECT_GT(seen.flushes, 5U);
     // A flush comes every 200 ms. One that waits for a suspended reader waits for nearly all of the
-    // suspension; one that waits for a killed reader, for ever. On a busy machine a flush may take a second.
+    // suspension; one that waits for a killed reader, forever. On a busy machine a flush may take a second.
     EXPECT_LT(seen.longestWrite, usual.longestWrite + SuspensionTime() * 3 / 4);
     EXPECT_LT(seen.longestPause, usual.longestPause + SuspensionTime() * 3 / 4);
     EXPECT_TRUE(ServiceProcess().Alive());
@@ -233,4 +234,30 @@ TEST_F(KilledReaders, NeverHoldUpTheServerWhileTheyAreSuspended) {
          " ms each")
             .c_str(),
         seen, usual);
+}
+
+// Each is killed somewhere between taking and leaving access, or holding the header lock.
+TEST_F(KilledReaders, OfOthersThatTakeAccessAreFreedByUnstick) {
+  Load();
+  const int kills = 12;
+  int stuck = 0;
+  for (int i = 0; i < kills; ++i) {
+    ReaderProcess reader("hurry");
+    ASSERT_EQ(reader.NextLine(), "hurrying");
+    std::this_thread::sleep_for(RandomTime(100ms));
+    reader.Kill();
+    ASSERT_TRUE(reader.HasEnded(5s));
+    const auto writes = [&] {
+      const std::uint64_t before = Header().changeCount;
+      return Eventually(2s, [&] { return Header().changeCount >= before + 2; });
+    };
+    if (writes()) continue;
+    ++stuck;
+    const CommandReport report = RunTool("doctor --unstick");
+    EXPECT_EQ(report.exitCode, 1U) << report.output;
+    EXPECT_TRUE(writes()) << report.output;
+    EXPECT_EQ(Header().readCount, 0) << report.output;
+  }
+  std::cout << "note: " << stuck << " of " << kills << " killed readers with access stopped the writing\n";
+  EXPECT_GT(stuck, 0);
 }

@@ -16,7 +16,7 @@
 
 #include <tamlog.hpp>
 
-#include "tests/support/told_program.h"
+#include "tests/support/child_program.h"
 
 namespace {
 
@@ -69,5 +69,5 @@ int Run(const std::vector<std::string>& words) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  return TestSupport::RunToldProgram(argc, argv, Run);
+  return TestSupport::RunChildProgram(argc, argv, Run);
 }

@@ -17,9 +17,9 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/child_program.h"
 #include "tests/support/messages.h"
 #include "tests/support/pipe_client.h"
-#include "tests/support/told_program.h"
 #include "tests/system/server_connection.h"
 #include "util/win32.h"
 
@@ -27,7 +27,7 @@ namespace {
 
 using TestSupport::PipeClient;
 using TestSupport::Say;
-using TestSupport::WaitToBeTold;
+using TestSupport::WaitForLine;
 
 constexpr std::uint32_t kPatienceMs = 20000;
 
@@ -43,7 +43,7 @@ void Half() {
   PipeClient client;
   if (!client.OpenRequestPipe(kPatienceMs)) throw std::runtime_error("no request pipe");
   Say("half");
-  WaitToBeTold();
+  WaitForLine();
 }
 
 void Part(std::size_t bytes) {
@@ -52,7 +52,7 @@ void Part(std::size_t bytes) {
   const PipeRequest request = SubmitRequest(MakeMessage("in part"));
   if (!client.SendBytes(&request, std::min(bytes, sizeof(request)))) throw std::runtime_error("not written");
   Say("written");
-  WaitToBeTold();
+  WaitForLine();
 }
 
 void Unread(int messages) {
@@ -64,7 +64,7 @@ void Unread(int messages) {
     }
   }
   Say("sent");
-  WaitToBeTold();
+  WaitForLine();
 }
 
 void Within(std::size_t bytes) {
@@ -81,7 +81,7 @@ void Within(std::size_t bytes) {
     throw std::runtime_error("no part of a reply: error " + std::to_string(GetLastError()));
   }
   Say("read");
-  WaitToBeTold();
+  WaitForLine();
 }
 
 void Asking() {
@@ -116,5 +116,5 @@ int Run(const std::vector<std::string>& words) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  return TestSupport::RunToldProgram(argc, argv, Run);
+  return TestSupport::RunChildProgram(argc, argv, Run);
 }

@@ -8,6 +8,7 @@
 //                  and prints "released"
 //   attach         only maps the file, prints "attached", unmaps it at the next line and prints "detached"
 //   die            enters, prints "holding", and at the next line ends without leaving
+//   hurry          prints "hurrying", then enters, reads the header and leaves without pause
 //   follow FILE    prints "following", adds every new message to FILE until the next line,
 //                  prints "followed N visits V"
 //
@@ -24,14 +25,14 @@
 #include <thread>
 #include <vector>
 
-#include "tests/support/told_program.h"
+#include "tests/support/child_program.h"
 #include "tests/system/shared_log.h"
 #include "util/win32.h"
 
 namespace {
 
 using TestSupport::Say;
-using TestSupport::WaitToBeTold;
+using TestSupport::WaitForLine;
 
 using namespace std::chrono_literals;
 constexpr auto kPatience = 20s;
@@ -85,7 +86,7 @@ void Hold(const std::string& path) {
   const std::unique_ptr<SharedLog> log = AttachAndEnter();
   WriteSnapshot(*log, path);
   Say("holding");
-  WaitToBeTold();
+  WaitForLine();
   log->Leave();
   Say("released");
 }
@@ -93,7 +94,7 @@ void Hold(const std::string& path) {
 void AttachOnly() {
   std::unique_ptr<SharedLog> log = Attach();
   Say("attached");
-  WaitToBeTold();
+  WaitForLine();
   log.reset();
   Say("detached");
 }
@@ -101,8 +102,18 @@ void AttachOnly() {
 void Die() {
   const std::unique_ptr<SharedLog> log = AttachAndEnter();
   Say("holding");
-  WaitToBeTold();
+  WaitForLine();
   TerminateProcess(GetCurrentProcess(), 9);
+}
+
+void Hurry() {
+  const std::unique_ptr<SharedLog> log = Attach();
+  Say("hurrying");
+  for (;;) {
+    if (!log->Enter(kPatience)) throw std::runtime_error("the writer lets no reader in");
+    log->Header();
+    log->Leave();
+  }
 }
 
 // Makes one visit: appends the messages that are new since the last one to the file, oldest first. Returns
@@ -126,7 +137,7 @@ void Follow(const std::string& path) {
   std::ofstream file(path, std::ios::binary | std::ios::trunc);
   std::atomic<bool> stopRequested{false};
   std::thread listener([&stopRequested] {
-    WaitToBeTold();
+    WaitForLine();
     stopRequested = true;
   });
   std::unique_ptr<SharedLog> log;
@@ -156,6 +167,8 @@ int Run(const std::vector<std::string>& words) {
     AttachOnly();
   } else if (mode == "die" && !hasFile) {
     Die();
+  } else if (mode == "hurry" && !hasFile) {
+    Hurry();
   } else if (mode == "snapshot" && hasFile) {
     Snapshot(words[1]);
   } else if (mode == "hold" && hasFile) {
@@ -163,7 +176,7 @@ int Run(const std::vector<std::string>& words) {
   } else if (mode == "follow" && hasFile) {
     Follow(words[1]);
   } else {
-    Say("usage: system_reader count | attach | die | snapshot FILE | hold FILE | follow FILE");
+    Say("usage: system_reader count | attach | die | hurry | snapshot FILE | hold FILE | follow FILE");
     return 2;
   }
   return 0;
@@ -172,5 +185,5 @@ int Run(const std::vector<std::string>& words) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  return TestSupport::RunToldProgram(argc, argv, Run);
+  return TestSupport::RunChildProgram(argc, argv, Run);
 }

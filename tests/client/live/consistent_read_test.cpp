@@ -54,12 +54,13 @@ void Judge(const TornMemory& memory, bool counts, const LogSnapshot& copy, Outco
 
 // Runs `copyOnce(memory)` with every way to put the writer's steps before the reader's accesses.
 template <typename Prepare>
-Outcome EveryOrder(Mistake mistake, Prepare prepare) {
+Outcome EveryOrder(Mistake mistake, Prepare prepare, bool loadsEarly = false) {
   Outcome outcome;
   std::vector<std::size_t> chosen;  // steps before each access; what is missing counts as 0
   for (;;) {
     TornMemory memory = prepare();
     memory.mistake = mistake;
+    memory.loadsEarly = loadsEarly;
     std::size_t access = 0;
     std::vector<std::size_t> most;
     memory.between = [&] {
@@ -134,6 +135,16 @@ TEST(ConsistentRead, EachOfItsChecksIsNeeded) {
   EXPECT_GT(EveryOrder(Mistake::NoLimit, RestartWithTheSameCounters).wrong, 0);
 }
 
+// The processors that this check is for: the header may be of after a write, the slots of before it.
+TEST(ConsistentRead, ItsFirstCheckIsNeededWhereLoadsComeEarly) {
+  for (const auto& prepare : {TwoAppends, Insertion, RestartWithTheSameCounters}) {
+    const Outcome outcome = EveryOrder(Mistake::None, prepare, true);
+    EXPECT_GT(outcome.accepted, 0);
+    EXPECT_EQ(outcome.wrong, 0);
+  }
+  EXPECT_GT(EveryOrder(Mistake::FirstCounterIsNotCompared, Insertion, true).wrong, 0);
+}
+
 TEST(ConsistentRead, AReadThatTakesTooLongDoesNotCount) {
   RingModel log(4);
   log.Submit(MakeBody(1, "a"));
@@ -160,6 +171,10 @@ class Writer {
   Writer(std::int32_t slots, std::uint32_t seed) : capacity(slots), log(slots), random(seed) {
     Burst(Pick(2 * capacity));
     log.Flush();
+    for (int flushes = Pick(40); flushes > 0; --flushes) {
+      log.Submit(MakeBody(++time, std::to_string(serial++)));
+      log.Flush();
+    }
     memory.emplace(log);
     memory->accessTime = static_cast<std::uint64_t>(Pick(4));
     memory->between = [this] { Go(); };
@@ -198,8 +213,16 @@ class Writer {
     } else {
       Burst(kind < 5 ? capacity + Pick(3) : 1 + Pick(2));
       log.Flush();
+      if (IsYoung()) memory->Pause();
     }
     memory->Write(log);
+  }
+
+  // A reader tells a log that was just emptied from an older one by the number of flushes that it has had. So
+  // they come at the server's pace in a young log, and as fast as possible in an older one.
+  bool IsYoung() const {
+    const LogFileHeader header = log.Snapshot().header;
+    return header.changeCount - header.rewriteCount < 12;
   }
 
   std::int32_t capacity;
@@ -222,7 +245,7 @@ TEST(PartwiseCopy, BeginsAnewAfterARestartThatItDidNotSee) {
   memory.Restart(RingModel(2), after);
   LogSnapshot copy;
   copy.slots.resize(memory.SlotCount());
-  constexpr int kOfFirstPart = 7;   // event, changeCount, header, two halves of a slot; event, header
+  constexpr int kOfFirstPart = 8;   // event, changeCount, header, number, two halves; event, header
   constexpr int kOfSecondPart = 5;  // the log is empty
   int accesses = 0;
   memory.between = [&] {
@@ -237,6 +260,82 @@ TEST(PartwiseCopy, BeginsAnewAfterARestartThatItDidNotSee) {
     }
   };
   EXPECT_EQ(PartwiseCopy(memory, copy, 1).Run(100000), std::nullopt);
+}
+
+// A log of four slots that has had that many flushes since it was emptied, and a copy of it in parts of a
+// slot each, which is stopped for `pause` milliseconds before its second part.
+struct Paused {
+  Paused(int flushes, std::uint64_t pause) : log(4) {
+    for (int i = 0; i < flushes; ++i) Append();
+    memory.emplace(log);
+    copy.slots.resize(memory->SlotCount());
+    memory->between = [this, pause] {
+      if (++accesses == kOfFirstPart + 1) memory->accessTime = pause;
+      if (accesses == kOfFirstPart + 2) memory->accessTime = 0;
+    };
+  }
+
+  void Append() {
+    log.Submit(MakeBody(++time, "a"));
+    log.Flush();
+  }
+
+  std::optional<Status> Copy() { return PartwiseCopy(*memory, copy, 1).Run(100000); }
+
+  static constexpr int kOfFirstPart = 8;  // event, changeCount, header, number, two halves; event, header
+  RingModel log;
+  std::optional<TornMemory> memory;
+  LogSnapshot copy;
+  int time = 0;
+  int accesses = 0;
+};
+
+TEST(PartwiseCopy, ContinuesAfterAPauseInWhichTheLogCannotHaveBeenEmptied) {
+  Paused old(10, 900);
+  EXPECT_EQ(old.Copy(), Status::Ok);
+  EXPECT_TRUE(old.memory->WasPublished(old.copy));
+  EXPECT_EQ(Paused(10, 1100).Copy(), std::nullopt);
+  EXPECT_EQ(Paused(4, 900).Copy(), std::nullopt);
+  EXPECT_EQ(Paused(4, 100).Copy(), Status::Ok);
+}
+
+// One rewrite leaves all slots without numbers, so each is copied again, but not in one read.
+TEST(PartwiseCopy, CopiesAFullRewriteThatComesInItsMiddlePartByPart) {
+  constexpr int kSlots = 40;
+  RingModel log(kSlots);
+  for (int i = 0; i < kSlots; ++i) {
+    log.Submit(MakeBody(100 + i, "a"));
+    log.Flush();
+  }
+  TornMemory memory(log);
+  log.Submit(MakeBody(1, "too old"));
+  log.Flush();
+  memory.Write(log);
+  memory.accessTime = 2;  // a read of the whole log takes longer than a read may
+  int accesses = 0;
+  memory.between = [&] {
+    if (++accesses == 100) {
+      while (memory.StepsLeft() > 0) memory.Step();
+    }
+  };
+  LogSnapshot copy;
+  copy.slots.resize(memory.SlotCount());
+  EXPECT_EQ(PartwiseCopy(memory, copy, 4).Run(100000), Status::Ok);
+  EXPECT_TRUE(memory.WasPublished(copy));
+}
+
+// A program that only counts changes makes every copy fail: the time-out ends it.
+TEST(PartwiseCopy, EndsAtItsTimeoutWhenTheLogNeverRests) {
+  Paused restless(10, 0);
+  restless.memory->accessTime = 1;
+  restless.memory->between = [&] {
+    if (restless.memory->StepsLeft() == 0) {
+      restless.Append();
+      restless.memory->Write(restless.log);
+    }
+    restless.memory->Step();
+  };
+  EXPECT_EQ(PartwiseCopy(*restless.memory, restless.copy, 1).Run(5000), Status::Unsteady);
 }
 
 Outcome CopiesInParts(int histories, Mistake mistake) {

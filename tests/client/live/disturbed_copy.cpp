@@ -12,8 +12,9 @@
 namespace {
 
 std::atomic<int> disturbedOneIn{0};
-std::atomic<std::uint32_t> holdMs{0};
-std::atomic<bool> held{false};
+std::atomic<std::uint32_t> delayMs{0};
+std::atomic<bool> delayed{false};
+std::atomic<void (*)()> beforeCopies{nullptr};
 thread_local TamLogTest::CopyCalls calls;
 
 void NoteCall(std::size_t bytes, std::size_t stride) {
@@ -21,8 +22,6 @@ void NoteCall(std::size_t bytes, std::size_t stride) {
     ++calls.compared;
   } else if (bytes == sizeof(std::uint64_t)) {
     ++calls.begun;
-  } else if (bytes == sizeof(std::int32_t)) {
-    ++calls.counted;
   }
 }
 
@@ -36,10 +35,12 @@ extern "C" std::uint32_t __wrap_TamLogClientGuardedCopy(void* to, const void* fr
                                                         std::size_t stride) {
   thread_local std::minstd_rand random(GetCurrentThreadId());
   NoteCall(bytes, stride);
-  const std::uint32_t hold = bytes >= sizeof(LogMessage) ? holdMs.exchange(0) : 0;
+  if (void (*const call)() = beforeCopies; call != nullptr && (stride != 0 || bytes >= sizeof(LogMessage)))
+    call();
+  const std::uint32_t delay = bytes >= sizeof(LogMessage) ? delayMs.exchange(0) : 0;
   const int oneIn = disturbedOneIn;
   const bool disturbed = oneIn != 0 && bytes > 8 && random() % static_cast<unsigned>(oneIn) == 0;
-  if (hold == 0 && !disturbed) return __real_TamLogClientGuardedCopy(to, from, bytes, stride);
+  if (delay == 0 && !disturbed) return __real_TamLogClientGuardedCopy(to, from, bytes, stride);
   const std::size_t words = bytes / 8;
   const std::size_t cut = random() % words * 8;
   auto* const target = static_cast<char*>(to);
@@ -50,8 +51,8 @@ extern "C" std::uint32_t __wrap_TamLogClientGuardedCopy(void* to, const void* fr
   };
   const bool backwards = random() % 2 == 0;
   const std::uint32_t first = backwards ? copy(cut, bytes) : copy(0, cut);
-  held = held || hold != 0;
-  Sleep(hold != 0 ? hold : (random() % 16 == 0 ? 160 : random() % 3));
+  delayed = delayed || delay != 0;
+  Sleep(delay != 0 ? delay : (random() % 16 == 0 ? 160 : random() % 3));
   const std::uint32_t second = backwards ? copy(0, cut) : copy(cut, bytes);
   return first != 0 ? first : second;
 }
@@ -62,13 +63,17 @@ void DisturbCopies(int oneIn) {
   disturbedOneIn = oneIn;
 }
 
-void HoldNextCopy(std::uint32_t milliseconds) {
-  held = false;
-  holdMs = milliseconds;
+void DelayNextCopy(std::uint32_t milliseconds) {
+  delayed = false;
+  delayMs = milliseconds;
 }
 
-bool CopyIsHeld() {
-  return held;
+bool CopyIsDelayed() {
+  return delayed;
+}
+
+void CallBeforeCopies(void (*call)()) {
+  beforeCopies = call;
 }
 
 CopyCalls TakeCopyCalls() {

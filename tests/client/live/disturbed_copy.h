@@ -1,7 +1,7 @@
 #pragma once
 
-// The guarded copy of the client library, disturbed on its way: slowed down, turned round, held. It takes the
-// product's place in programs that are linked with --wrap=TamLogClientGuardedCopy. May be used from any
+// The guarded copy of the client library, disturbed on its way: slowed down, reversed, delayed. It takes
+// the product's place in programs that are linked with --wrap=TamLogClientGuardedCopy. May be used from any
 // thread.
 
 #include <cstdint>
@@ -13,16 +13,18 @@ namespace TamLogTest {
 void DisturbCopies(int oneIn);
 
 // The next copy of a slot or more takes this long.
-void HoldNextCopy(std::uint32_t milliseconds);
+void DelayNextCopy(std::uint32_t milliseconds);
 
-// Returns whether the copy to be held is in its middle, or over.
-bool CopyIsHeld();
+// Returns whether the copy to be delayed is in its middle, or over.
+bool CopyIsDelayed();
+
+// From now on `call` is called before each copy of slots or of their numbers; null: no call.
+void CallBeforeCopies(void (*call)());
 
 // The calls of the calling thread.
 struct CopyCalls {
   long begun = 0;     // consistent reads: each copies `changeCount`
   long compared = 0;  // looks at the numbers of slots, as copies in parts take
-  long counted = 0;   // accesses to `readCount`, as read access makes
 };
 
 // Returns the calls of this thread since its last call of this function.

@@ -5,7 +5,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstring>
-#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -203,39 +202,6 @@ TEST_F(LogReaderTest, LookThatExceedsItsBudgetNeverCountsAndIsNotRepeated) {
   }
 }
 
-// --- A log that changes faster than it can be copied.
-
-// While this lives, each copy of the log's first slot is disturbed by a write.
-class DisturbedCopies {
- public:
-  explicit DisturbedCopies(std::function<void()> disturb)
-      : thread([this, disturb] {
-          while (!done) disturb();
-        }) {}
-  ~DisturbedCopies() { done = true; }
-
- private:
-  std::atomic<bool> done{false};
-  std::jthread thread;
-};
-
-TEST_F(LogReaderTest, LogThatIsAlwaysWrittenWhileItIsCopiedIsCopiedUnderAccess) {
-  constexpr std::int32_t kSlots = 60000;
-  RingModel large(kSlots);
-  for (int i = 0; i < 2 * kSlots; ++i) large.Submit(MakeBody(i, "m"));
-  large.Flush();
-  TamLogClient::LogSnapshot content = large.Snapshot();
-  ServedLog many(content);
-  ASSERT_EQ(reader.Open(many.MapName()), Status::Ok);
-  const DisturbedCopies disturbed([&] {
-    ++content.header.changeCount;
-    ++content.header.rewriteCount;
-    many.Write(content, 10000);
-  });
-  EXPECT_EQ(reader.Snapshot(snapshot, 20000), Status::Ok);
-  EXPECT_EQ(snapshot.slots.size(), content.slots.size());
-}
-
 TEST_F(LogReaderTest, HeaderThatMakesNoSenseIsDamagedAndTheSlotsAreCopied) {
   ASSERT_EQ(reader.Open(shared->MapName()), Status::Ok);
   auto* const header = reinterpret_cast<LogFileHeader*>(shared->Bytes());
@@ -257,6 +223,16 @@ TEST_F(LogReaderTest, SectionOfAnotherTimeIsTooSmallAndIsRefused) {
   ASSERT_EQ(other.Open(old.MapName()), Status::Ok);
   EXPECT_EQ(other.Snapshot(snapshot), Status::Damaged);
   EXPECT_EQ(old.ReadCount(), 0);
+}
+
+// A file that is mostly hole costs nobody anything until it is read.
+TEST_F(LogReaderTest, SectionLargerThanAServerMakesOneIsRefused) {
+  constexpr std::int32_t kMost = 1000000;
+  for (const std::int32_t slots : {kMost, kMost + 100}) {
+    const ServedLog large(log.Snapshot(), LogFileSize(static_cast<std::uint64_t>(slots)));
+    LogReader other;
+    EXPECT_EQ(other.Open(large.MapName()), slots == kMost ? Status::Ok : Status::Damaged);
+  }
 }
 
 TEST_F(LogReaderTest, MissingLockNamesMeanThatTheServerIsNotReady) {

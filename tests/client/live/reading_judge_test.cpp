@@ -48,7 +48,7 @@ std::string NameOf(const char* role) {
 }
 
 constexpr std::size_t kTail = 100;
-constexpr DWORD kFirstFlushMs = 210;  // the server's own pause between its start and its first flush
+constexpr DWORD kFlushMs = 210;  // the server's own pause, after its start and between two flushes
 
 const char* WantedText() {
   return std::getenv("TAMLOG_READING_COPIES");
@@ -137,14 +137,18 @@ struct Sight {
   bool ofTail = false;
 };
 
+// Reads of one kind.
+struct Reads {
+  long accepted = 0;
+  long retries = 0;  // of those, as far as they were made at once
+};
+
 struct Table {
-  long snapshots = 0;
-  long tails = 0;
-  long views = 0;
-  long retries = 0;   // of all of these, as far as they were made at once
+  Reads snapshots;
+  Reads tails;
+  Reads views;
   long inParts = 0;   // snapshots that were copied in parts
-  long ofAccess = 0;  // and under access
-  long timedOut = 0;
+  long unsteady = 0;  // not copied in time
   long torn = 0;
   long unknown = 0;
   std::uint64_t longest = 0;  // microseconds, one read with all its attempts
@@ -200,6 +204,7 @@ class ReadingJudge : public testing::TestWithParam<std::uint32_t> {
     } else {
       const bool burst = kind < 4 && capacity <= 5000;
       Submit(burst ? capacity + Pick(5) : 1 + Pick(20));
+      if (IsYoung()) Sleep(kFlushMs);
       server->FlushWrites();
     }
     NoteState();
@@ -209,7 +214,15 @@ class ReadingJudge : public testing::TestWithParam<std::uint32_t> {
     Close();
     if (empty) DeleteFileA(configuration.logFile.c_str());
     Open();
-    Sleep(kFirstFlushMs);
+    Sleep(kFlushMs);
+  }
+
+  // A reader tells a log that was just emptied from an older one by the number of flushes that it has had. So
+  // they come at the server's pace in a young log, and as fast as possible in an older one.
+  bool IsYoung() const {
+    LogFileHeader header{};
+    std::memcpy(&header, view, sizeof(header));
+    return header.changeCount - header.rewriteCount < 12;
   }
 
   void Write() {
@@ -238,9 +251,8 @@ class ReadingJudge : public testing::TestWithParam<std::uint32_t> {
       TamLogTest::TakeCopyCalls();
       const Status status = ReadOnce(reader, snapshots[pick() % 8 == 0 ? 1 : 0], pick(), own, sight);
       own.longest = std::max(own.longest, reader.LastCopyMicroseconds());
-      if (status == Status::TimedOut || status == Status::Stuck) ++own.timedOut;
+      if (status == Status::Unsteady || status == Status::Stuck) ++own.unsteady;
       if (status != Status::Ok) continue;
-      Count(TamLogTest::TakeCopyCalls(), own);
       seen.push_back(sight);
       ++copies;
     }
@@ -249,15 +261,18 @@ class ReadingJudge : public testing::TestWithParam<std::uint32_t> {
     Add(own);
   }
 
-  static void Count(const CopyCalls& made, Table& table) {
-    if (made.counted > 0) {
-      ++table.ofAccess;
-    } else if (made.compared > 0) {
-      ++table.inParts;
+  static void Count(Reads& reads, long& inParts) {
+    const CopyCalls made = TamLogTest::TakeCopyCalls();
+    ++reads.accepted;
+    if (made.compared > 0) {
+      ++inParts;
     } else {
-      table.retries += made.begun - 1;
+      reads.retries += made.begun - 1;
     }
   }
+
+  // Looking at a million slots takes longer than a look may take.
+  static bool IsViewed() { return GetParam() <= 50000; }
 
   static Status ReadOnce(LogReader& reader, LogSnapshot& snapshot, unsigned kind, Table& table,
                          Sight& sight) {
@@ -267,11 +282,11 @@ class ReadingJudge : public testing::TestWithParam<std::uint32_t> {
       LogTail tail;
       status = reader.Newest(kTail, tail);
       if (status != Status::Ok) return status;
-      ++table.tails;
+      Count(table.tails, table.inParts);
       std::size_t place = tail.messages.size();
       sight = {CountersOf(tail.header), 0, true};
       for (const LogMessage& message : tail.messages) sight.print += PrintOf(--place, message, whole);
-    } else if (kind % 4 == 1) {
+    } else if (kind % 4 == 1 && IsViewed()) {
       LogFileHeader header{};
       Print print;
       bool torn = false;
@@ -283,13 +298,13 @@ class ReadingJudge : public testing::TestWithParam<std::uint32_t> {
         torn = !sound;
       });
       if (status != Status::Ok) return status;
-      ++table.views;
+      Count(table.views, table.inParts);
       whole = !torn;
       sight = {CountersOf(header), print.all, false};
     } else {
       status = reader.Snapshot(snapshot);
       if (status != Status::Ok) return status;
-      ++table.snapshots;
+      Count(table.snapshots, table.inParts);
       const Print print = PrintOfLog(
           snapshot.header, [&](std::uint32_t slot) -> const LogMessage& { return snapshot.slots[slot]; },
           whole);
@@ -300,13 +315,12 @@ class ReadingJudge : public testing::TestWithParam<std::uint32_t> {
   }
 
   void Add(const Table& own) {
-    table.snapshots += own.snapshots;
-    table.tails += own.tails;
-    table.views += own.views;
-    table.retries += own.retries;
+    for (Reads Table::*const kind : {&Table::snapshots, &Table::tails, &Table::views}) {
+      (table.*kind).accepted += (own.*kind).accepted;
+      (table.*kind).retries += (own.*kind).retries;
+    }
     table.inParts += own.inParts;
-    table.ofAccess += own.ofAccess;
-    table.timedOut += own.timedOut;
+    table.unsteady += own.unsteady;
     table.torn += own.torn;
     table.longest = std::max(table.longest, own.longest);
   }
@@ -316,6 +330,18 @@ class ReadingJudge : public testing::TestWithParam<std::uint32_t> {
     return std::any_of(begin, end, [&](const auto& state) {
       return sight.print == (sight.ofTail ? state.second.newest : state.second.all);
     });
+  }
+
+  // The checks of a kind of read have proven something only where it had to be repeated.
+  void ExpectThatReadsWereDisturbed() const {
+    if (IsViewed()) {
+      EXPECT_GT(table.snapshots.retries, 0);
+      EXPECT_GT(table.tails.retries, 0);
+      EXPECT_GT(table.views.retries, 0);
+    } else {
+      EXPECT_GT(table.inParts, 0);
+    }
+    EXPECT_LE(table.unsteady, table.snapshots.accepted / 100);
   }
 
   int Pick(int most) { return std::uniform_int_distribution<int>(0, most)(random); }
@@ -345,6 +371,10 @@ TEST_P(ReadingJudge, EachCopyThatAReaderAcceptsIsOneStateOfTheLog) {
   Open();
   Submit(static_cast<int>(GetParam()) / 2);
   server->FlushWrites();
+  while (IsYoung()) {
+    Submit(1);
+    server->FlushWrites();
+  }
   NoteState();
   std::jthread writer([this] { Write(); });
   {
@@ -356,15 +386,15 @@ TEST_P(ReadingJudge, EachCopyThatAReaderAcceptsIsOneStateOfTheLog) {
   Close();
   for (const Sight& sight : sights) table.unknown += Known(sight) ? 0 : 1;
   std::printf(
-      "(slots, states written, snapshots, newest 100, in place, retries, in parts, with access, timed out, "
-      "longest, wrong)\n"
-      "| %u | %ld | %ld | %ld | %ld | %ld | %ld | %ld | %ld | %s ms | %ld |\n",
-      GetParam(), written, table.snapshots, table.tails, table.views, table.retries, table.inParts,
-      table.ofAccess, table.timedOut, std::to_string(table.longest / 1000).c_str(),
-      table.torn + table.unknown);
+      "(slots, states written, snapshots, retries, in parts, newest 100, retries, in place, retries, not "
+      "copied in time, longest, wrong)\n"
+      "| %u | %ld | %ld | %ld | %ld | %ld | %ld | %ld | %ld | %ld | %s ms | %ld |\n",
+      GetParam(), written, table.snapshots.accepted, table.snapshots.retries, table.inParts,
+      table.tails.accepted, table.tails.retries, table.views.accepted, table.views.retries, table.unsteady,
+      std::to_string(table.longest / 1000).c_str(), table.torn + table.unknown);
   EXPECT_EQ(table.torn, 0);
   EXPECT_EQ(table.unknown, 0);
-  EXPECT_GT(table.retries + table.inParts, 0) << "no read was ever disturbed";
+  ExpectThatReadsWereDisturbed();
 }
 
 INSTANTIATE_TEST_SUITE_P(Rings, ReadingJudge, testing::ValuesIn(Rings()));

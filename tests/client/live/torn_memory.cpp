@@ -10,8 +10,8 @@ namespace TamLogTest {
 
 namespace {
 
-// The server flushes its first messages this long after its start.
-constexpr std::uint64_t kFirstFlushMs = 200;
+// The server's pause between its start and its first flush, and between two flushes.
+constexpr std::uint64_t kPauseMs = 200;
 constexpr std::size_t kHalf = sizeof(LogMessage) / 2;
 
 bool Same(const LogMessage& one, const LogMessage& other) {
@@ -69,8 +69,12 @@ void TornMemory::Restart(const RingModel& empty, const RingModel& model) {
   after.header = start.header;
   AddPublication(after);
   AddStep([this] { memory.header.serverRunning = 1; });
-  for (int half = 0; half < 2; ++half) AddStep([this] { now += kFirstFlushMs / 2; });
+  Pause();
   Write(model);
+}
+
+void TornMemory::Pause() {
+  for (int half = 0; half < 2; ++half) AddStep([this] { now += kPauseMs / 2; });
 }
 
 void TornMemory::Step() {
@@ -103,6 +107,9 @@ bool TornMemory::CopyHeader(LogFileHeader& header) const {
   Access();
   header = memory.header;
   first = header;
+  if (mistake == Mistake::FirstCounterIsNotCompared && firstCounter != nullptr)
+    *firstCounter = header.changeCount;
+  firstCounter = nullptr;
   return true;
 }
 
@@ -110,6 +117,8 @@ bool TornMemory::CopyChangeCount(std::uint64_t& count) const {
   prepared.reset();
   Access();
   count = memory.header.changeCount;
+  firstCounter = &count;
+  if (loadsEarly) early = memory;
   return true;
 }
 
@@ -118,7 +127,7 @@ bool TornMemory::CopySlots(std::size_t from, std::size_t count, LogMessage* to) 
     for (const std::size_t half : {std::size_t{0}, kHalf}) {
       Access();
       std::memcpy(reinterpret_cast<char*>(to + i) + half,
-                  reinterpret_cast<const char*>(&memory.slots[from + i]) + half, kHalf);
+                  reinterpret_cast<const char*>(&Slots().slots[from + i]) + half, kHalf);
     }
   }
   return true;
@@ -126,14 +135,14 @@ bool TornMemory::CopySlots(std::size_t from, std::size_t count, LogMessage* to) 
 
 bool TornMemory::CopySlotStart(std::size_t slot, std::size_t bytes, LogMessage* to) const {
   Access();
-  std::memcpy(to, &memory.slots[slot], bytes);
+  std::memcpy(to, &Slots().slots[slot], bytes);
   return true;
 }
 
 bool TornMemory::CopyNumbers(std::size_t from, std::size_t count, std::uint64_t* to) const {
   for (std::size_t i = 0; i < count; ++i) {
     Access();
-    to[i] = memory.slots[from + i].sequence;
+    to[i] = Slots().slots[from + i].sequence;
   }
   return true;
 }

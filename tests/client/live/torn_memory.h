@@ -26,15 +26,19 @@ class TornMemory final : public TamLogClient::LogMemory {
     HeaderIsCopiedBeforeEvent,   // the header that is compared was copied before the event was tested
     CountersAreNotCompared,      // the header that is compared is the one copied first
     NoLimit,                     // the clock stands still
+    FirstCounterIsNotCompared,   // the change count that is read first is the one of the header
   };
 
   explicit TornMemory(const RingModel& model) : published{model.Snapshot()}, memory(published.front()) {}
 
   // Adds the steps of one write access that brings the log to the state of `model`.
   void Write(const RingModel& model);
-  // Adds the steps of a restart that empties the log, up to the state of `model`. Between the opening of the
-  // empty log and its first flush the clock advances by the time that a server leaves in between.
+  // Adds the steps of a restart that empties the log, up to the state of `model`, with a pause before its
+  // first flush.
   void Restart(const RingModel& empty, const RingModel& model);
+
+  // Adds the pause of a server between two flushes: the clock advances.
+  void Pause();
 
   // Is called before each access of the reader; runs steps of the writer with Step.
   std::function<void()> between;
@@ -43,6 +47,8 @@ class TornMemory final : public TamLogClient::LogMemory {
   std::size_t StepsLeft() const { return steps.size(); }
 
   Mistake mistake = Mistake::None;
+  // The processor loads slots as early as the reader's fences allow it, before the header. x64 does not.
+  bool loadsEarly = false;
   // Milliseconds that each access of the reader takes.
   std::uint64_t accessTime = 0;
 
@@ -62,6 +68,7 @@ class TornMemory final : public TamLogClient::LogMemory {
 
  private:
   void Access() const;
+  const TamLogClient::LogSnapshot& Slots() const { return early ? *early : memory; }
   void AddStep(std::function<void()> step) { steps.push_back(std::move(step)); }
   void AddSlots(const TamLogClient::LogSnapshot& before, const TamLogClient::LogSnapshot& after);
   void AddHeader(const LogFileHeader& after);
@@ -72,8 +79,10 @@ class TornMemory final : public TamLogClient::LogMemory {
   std::deque<std::function<void()>> steps;
   bool readersMayEnter = true;
   mutable std::uint64_t now = 1;
-  mutable LogFileHeader first{};                  // as the reader copied it first
-  mutable std::optional<LogFileHeader> prepared;  // returned by the next copy of the header
+  mutable std::optional<TamLogClient::LogSnapshot> early;  // as it was at the last fence
+  mutable std::uint64_t* firstCounter = nullptr;           // of the reader; until it copies the header
+  mutable LogFileHeader first{};                           // as the reader copied it first
+  mutable std::optional<LogFileHeader> prepared;           // returned by the next copy of the header
 };
 
 }  // namespace TamLogTest

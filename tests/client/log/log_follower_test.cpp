@@ -69,6 +69,80 @@ TEST_F(LogFollowerTest, WhatWasThereAtTheStartIsNotNew) {
   EXPECT_FALSE(step.loss.Any());
 }
 
+// An insertion into what a full rewrite of eight messages has left: 6 and 7 are there twice.
+RingModel LogWithSecondCopies() {
+  RingModel log(8);
+  for (int i = 1; i <= 8; ++i) log.Submit(MakeBody(10 * i, std::to_string(i)));
+  log.Flush();
+  log.Submit(MakeBody(55, "inserted"));
+  log.Flush();
+  return log;
+}
+
+TEST_F(LogFollowerTest, CountersThatNoAppendsLeadToShowAnotherRunOfTheLog) {
+  log = RingModel(8);
+  SubmitEach({1});
+  LogSnapshot before = log.Snapshot();
+  log = RingModel(8);
+  for (int i = 1; i <= 8; ++i) Submit(std::to_string(i), 10 * i);
+  log.Flush();
+  SubmitEach({35, 45});  // 6 is there twice, and eleven numbers were assigned
+  before.header.rewriteCount = log.Snapshot().header.rewriteCount;
+  follower.Start(before);
+  Look();
+  EXPECT_EQ(texts, (Strings{"35", "4", "45", "5", "6", "7", "8"})) << "each once";
+  EXPECT_EQ(step.loss.most, std::nullopt);
+}
+
+TEST_F(LogFollowerTest, MoreRewritesThanChangesShowAnotherRunOfTheLog) {
+  Begin(4);
+  SubmitEach({1, 2, 3, 4, 5, 6, 7, 8});
+  LogSnapshot before = log.Snapshot();
+  log = RingModel(4);
+  SubmitEach({11, 12, 13, 14, 15, 16, 17, 18, 19, 21, 20});
+  for (const int time : {30, 40, 50, 60}) Submit(std::to_string(time), time);
+  log.Flush();
+  before.header.changeCount = log.Snapshot().header.changeCount - 1;
+  follower.Next(before, false);
+  Look();
+  EXPECT_EQ(texts, (Strings{"30", "40", "50", "60"}));
+  SubmitEach({70});  // over 60, which the next rewrite brings back
+  Look();
+  SubmitEach({10});
+  Look();
+  EXPECT_EQ(texts, Strings{});
+}
+
+TEST_F(LogFollowerTest, ATwinOfAMessageThatStoodTwiceAtTheStartMayBeLost) {
+  log = LogWithSecondCopies();
+  follower.Start(log.Snapshot());
+  Submit("6", 60);
+  Submit("older", 57);
+  for (const int time : {90, 100, 110}) Submit("new", time);
+  log.Flush();
+  Look();
+  EXPECT_EQ(texts, (Strings{"older", "new", "new", "new"}));
+  EXPECT_GE(step.loss.most.value_or(1), 1U);
+}
+
+TEST_F(LogFollowerTest, OneMessageWithItsNumberProvesNothingWhereAnotherNumberHasAnotherMessage) {
+  for (const bool resumed : {false, true}) {
+    log = RingModel(8);
+    SubmitEach({1, 2});
+    follower.Start(log.Snapshot());
+    if (resumed) {
+      const auto memory = follower.Remembered(100);
+      follower = {};
+      follower.Resume(memory);
+    }
+    log = RingModel(8);
+    SubmitEach({1, 3});
+    Look(true);
+    EXPECT_EQ(texts, (Strings{"3"}));
+    EXPECT_EQ(step.loss.most, std::nullopt);
+  }
+}
+
 TEST_F(LogFollowerTest, OverwrittenMessagesAreCountedExactly) {
   Begin(4);
   for (int i = 0; i < 11; ++i) {

@@ -2,10 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <stop_token>
 #include <string>
 #include <thread>
 #include <vector>
@@ -424,6 +427,32 @@ TEST_F(TamlogctlTest, NothingButUnstickNeedsARightToChangeAnythingOfTheLog) {
   EXPECT_NE(Run("doctor --timeout 500").out.find("fail  lock"), std::string::npos);
   EXPECT_FALSE(log.HeaderLockIsFree());
   log.FreeHeaderLock();
+}
+
+// Two programs pass the lock to each other, so that nobody ever sees it free. A signal would let both in.
+TEST_F(TamlogctlTest, UnstickDoesNotSignalALockThatIsOnlyContended) {
+  ServedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
+  std::atomic<int> inside{0};
+  std::atomic<int> most{0};
+  Outcome outcome;
+  {
+    const auto contend = [&](const std::stop_token& stop) {
+      while (!stop.stop_requested()) {
+        log.TakeHeaderLock();
+        most = std::max(most.load(), ++inside);
+        Sleep(5);
+        --inside;
+        log.FreeHeaderLock();
+      }
+    };
+    const std::jthread one(contend);
+    const std::jthread other(contend);
+    outcome = Run("doctor --unstick --watch 300 --timeout 500");
+  }
+  EXPECT_NE(outcome.out.find("unstick: nothing is stuck; nothing was done"), std::string::npos)
+      << outcome.out;
+  EXPECT_EQ(most, 1);
+  EXPECT_TRUE(log.HeaderLockIsFree());
 }
 
 // A reader counted itself and died with the lock. A second one waits for the lock, counts itself when it is

@@ -15,14 +15,14 @@ inline void Say(const std::string& line) {
 }
 
 // Returns at the next line of standard input, or at its end.
-inline void WaitToBeTold() {
+inline void WaitForLine() {
   std::string line;
   std::getline(std::cin, line);
 }
 
 // Returns the exit code for main: `run`'s, or 1 after printing the text of the exception that `run` threw.
 template <class Run>
-int RunToldProgram(int argc, char** argv, Run run) {
+int RunChildProgram(int argc, char** argv, Run run) {
   try {
     return run(std::vector<std::string>(argv + 1, argv + argc));
   } catch (const std::exception& fault) {
