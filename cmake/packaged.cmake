@@ -18,6 +18,8 @@ function(tamlog_packaged target description)
   if(type STREQUAL "SHARED_LIBRARY")
     set(suffix .dll)
     set(file_type VFT_DLL)
+    # By default, the linker computes the address from the path of the file, which differs between two places.
+    target_link_options(${target} PRIVATE -Wl,--image-base=0x180000000)
   endif()
   string(REPLACE "." "," numbers "${PROJECT_VERSION}.0")
   set(definitions TAMLOG_VERSION=${numbers} TAMLOG_FILE_TYPE=${file_type})
