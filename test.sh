@@ -93,7 +93,7 @@ on_exit() {
   trap '' INT TERM HUP PIPE
   trap - EXIT
   for name in "${!beside_process[@]}"; do kill -TERM -- "-${beside_process[$name]}" 2>/dev/null || true; done
-  for name in unit soak "${exclusive_prefixes[@]}"; do
+  for name in unit soak packages "${exclusive_prefixes[@]}"; do
     if [[ -d build/wine/$name ]]; then scripts/wine-stop.sh "$name" || status=1; fi
   done
   exit "$status"

@@ -300,7 +300,7 @@ TEST_F(Administration, DoctorNamesAProcessThatOffersThePipeWhileTheServiceServes
   Expect("doctor", 1,
          "fail  pipe     served by process " + std::to_string(GetCurrentProcessId()) +
              " (administration_tests.exe), which is not the service");
-  // The server goes on to serve whom it gets.
+  // The server still serves the clients that reach it.
   EXPECT_EQ(AskForCode(RequestOf(RequestCode::Ping)), ReplyCode::Alive);
 }
 
