@@ -126,6 +126,48 @@ class LiveFiles : public SystemTest {
   }
 };
 
+// A restart that empties the log ends what a follower knows: messages sent again are new ones.
+TEST_F(LiveFiles, FollowersGoOnOverChangesOfTheCapacityAndAClear) {
+  RunService({.maxMessage = 50});
+  Feed(0, 20);
+  ASSERT_TRUE(WaitForMessageCount(20, 10s));
+  ChildProcess follower(CommandLine("follow -n 0 -o cat --events none --interval 20"));
+  ChildProcess first(CommandLine(ExportTo("log", "")));
+  ASSERT_TRUE(WaitForLine("log", 19));
+  Expect("settings set --capacity 100 --keep --no-backup", 0, "100 in effect");
+  ASSERT_TRUE(WaitForMessageCount(20, 20s));
+  Feed(20, 25);
+  ASSERT_TRUE(WaitForLine("log", 24));
+  std::vector<std::string> wanted = Texts(0, 20);
+  for (const std::string& text : Texts(0, 25)) wanted.push_back(text);
+  ExpectLines(Lines("log"), wanted);
+  first.Kill();
+  ASSERT_TRUE(first.WaitForEnd(5s));
+  Feed(25, 30);
+  ChildProcess second(CommandLine(ExportTo("log", "")));
+  ASSERT_TRUE(WaitForLine("log", 29));
+  Expect("settings set --capacity 40 --no-keep --no-backup", 0, "40 in effect");
+  Feed(30, 35);
+  ASSERT_TRUE(WaitForLine("log", 34));
+  Expect("clear --yes", 0, "emptied");
+  Feed(35, 40);
+  ASSERT_TRUE(WaitForLine("log", 39));
+  second.Kill();
+  ASSERT_TRUE(second.WaitForEnd(5s));
+  Feed(40, 45);
+  const CommandReport report = RunTool(ExportTo("log", "--for 2"));
+  EXPECT_EQ(report.exitCode, 0U) << report.output;
+  for (const std::string& text : Texts(25, 45)) wanted.push_back(text);
+  ExpectLines(Lines("log"), wanted);
+  // Nothing of what it found at its start.
+  for (const std::string& text : Texts(0, 45)) {
+    const auto line = follower.ReadLine(5s);
+    ASSERT_TRUE(line) << text;
+    EXPECT_EQ(*line, text);
+  }
+  follower.Kill();
+}
+
 TEST_F(LiveFiles, ExportGoesOnOverRotationsRestartsOfTheServerAndItsOwn) {
   RunService({.maxMessage = 400});
   Feed(0, 40);
