@@ -16,7 +16,6 @@
 #include "store/ring.h"
 #include "store/with_context.h"
 #include "util/exceptions.h"
-#include "util/win32.h"
 
 using TamLogUtil::Mutex;
 using TamLogUtil::Timeout;
@@ -105,7 +104,7 @@ void MessageFileServer::OpenFile(const std::string& mapName, const std::string& 
     if (!reformat) reformat = !VerifyIntegrity();
   }
   if (reformat) {
-    if (sectionIsOfOtherFile) throw ExceptionWindows(kCannotMap, nullptr, ERROR_ALREADY_EXISTS);
+    if (sectionIsOfOtherFile) throw ExceptionWindows(kCannotMap, nullptr, SectionPatience::kAlreadyExists);
     Reformat(settings.maxMessage);
   }
   SetServerRunning();

@@ -16,6 +16,10 @@ class SectionPatience {
  public:
   static constexpr std::uint32_t kMostMs = 2000;
   static constexpr std::uint32_t kPauseMs = 10;
+  // The system's errors for an old section: ERROR_ALREADY_EXISTS, ERROR_USER_MAPPED_FILE. This header is also
+  // built natively.
+  static constexpr std::uint32_t kAlreadyExists = 183;
+  static constexpr std::uint32_t kUserMappedFile = 1224;
 
   // Calls step(false), again after a pause whenever it throws ExceptionWindows because an old section is
   // still held, and step(true) once when the time is over. Rethrows every other exception, and that of the
@@ -39,8 +43,6 @@ class SectionPatience {
 
  private:
   static bool IsOldSection(std::uint32_t error) {
-    constexpr std::uint32_t kAlreadyExists = 183;
-    constexpr std::uint32_t kUserMappedFile = 1224;
     return error == kAlreadyExists || error == kUserMappedFile;
   }
 

@@ -27,7 +27,8 @@ constexpr std::int32_t kNextSlot = 3000;
 
 class LogFileScanTest : public testing::Test {
  protected:
-  // A full ring whose oldest message is in the middle; sequence numbers count from 0 in ring order.
+  // A full ring whose oldest message is in the middle; sequence numbers count from 1 in ring order, because 0
+  // may also mean that a message has no number.
   LogFileScanTest() {
     LogFileHeader header{};
     header.messageCount = header.maxMessages = kCapacity;
@@ -35,7 +36,7 @@ class LogFileScanTest : public testing::Test {
     std::vector<LogMessage> slots(kCapacity);
     for (std::int32_t i = 0; i < kCapacity; ++i) {
       LogMessage& slot = slots[static_cast<std::size_t>((kNextSlot + i) % kCapacity)];
-      slot.sequence = static_cast<std::uint64_t>(i);
+      slot.sequence = static_cast<std::uint64_t>(i) + 1;
       slot.body.timestamp[0] = static_cast<std::int16_t>(i + 1);
     }
     TestSupport::WriteBytes(path, TestSupport::LogFileBytes(header, slots));
@@ -50,7 +51,7 @@ class LogFileScanTest : public testing::Test {
     seen.clear();
     return scan.ForEach(
         [this, most](const LogMessage& message) {
-          seen.push_back(message.sequence);
+          seen.push_back(message.sequence - 1);
           return seen.size() < most;
         },
         from);
