@@ -33,5 +33,6 @@ for name in MAKER_CONTACT MAKER_HOMEPAGE MAKER_LICENSE MAKER_COPYRIGHT DOWNLOAD_
   esac
 done
 [[ -n $SIGN ]] || refuse 'SIGN is empty: the packages would not be signed; see docs/packages.md, "Signatures"'
-[[ -z $(git status --porcelain) ]] || refuse 'the tree has uncommitted changes'
+changes=$(git status --porcelain) || refuse 'git does not say whether the tree has uncommitted changes'
+[[ -z $changes ]] || refuse 'the tree has uncommitted changes'
 ((reasons == 0))

@@ -47,6 +47,7 @@ bench_packages=(
 package_packages=(
   nsis wixl msitools  # makers of the setup program and the MSI
   dpkg-dev            # maker of the Debian package
+  git                 # names the commit, whose time is in the files
   osslsigncode openssl  # sign programs, setup program and MSI; make the certificate of the test
 )
 

@@ -122,7 +122,8 @@ bool StderrIsTerminal() {
 std::size_t StdoutColumns() {
   CONSOLE_SCREEN_BUFFER_INFO info{};
   if (GetConsoleScreenBufferInfo(GetStdHandle(STD_OUTPUT_HANDLE), &info) == FALSE) return kUsualColumns;
-  return static_cast<std::size_t>(info.srWindow.Right - info.srWindow.Left + 1);
+  const int columns = info.srWindow.Right - info.srWindow.Left + 1;
+  return columns > 0 ? static_cast<std::size_t>(columns) : kUsualColumns;
 }
 
 bool TerminalIsCapable() {

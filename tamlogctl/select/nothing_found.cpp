@@ -32,8 +32,9 @@ void SuggestSources(const SelectionOptions& options, const std::vector<std::stri
     const auto matches = [&term](const std::string& name) { return MatchesName(name, term->name); };
     if (std::any_of(names.begin(), names.end(), matches)) continue;
     if (std::find(names.begin(), names.end(), text) != names.end()) {
-      Say("-s '" + text + "': no source is called '" + term->name + "'; for the source of this name write '" +
-          text + "*'");
+      std::string line = "-s '" + text + "': no source is called '" + term->name;
+      line += "'; for the source of this name write '" + text + "*'";
+      Say(line);
       continue;
     }
     const std::string nearest = NearestWord(term->name, names);
