@@ -169,23 +169,3 @@ TEST_F(HostileWriters, RandomTimesAreNoHarm) {
 TEST_F(HostileWriters, RandomBytesEverywhereAreNoHarm) {
   RunAgainst(Kind::Everything, "everything");
 }
-
-// An open that the writer disturbs empties the log, or keeps what is sound. It does not fail.
-TEST_F(HostileWriters, RestartsMeanwhileEndInAServerThatServes) {
-  RunService({.maxMessage = kCapacity});
-  std::uint32_t seed = 1;
-  for (const Kind kind : {Kind::LikelyHeader, Kind::AnyHeader, Kind::Everything}) {
-    for (int i = 0; i < 3; ++i) {
-      const std::uint32_t starts = Starts();
-      const HostileWriter writer(kind, seed++);
-      ASSERT_EQ(AskForCode(SettingsRequest(CurrentSettings())), ReplyCode::Done);
-      WaitForStarts(starts + 1);
-    }
-  }
-  const std::uint32_t starts = Starts();
-  ASSERT_EQ(AskForCode(RequestOf(RequestCode::ClearLog)), ReplyCode::Done);
-  WaitForStarts(starts + 1);
-  SubmitOverPipe(Message("after all", 0));
-  ExpectTexts({"after all"});
-  TakeDiagnostics();
-}
