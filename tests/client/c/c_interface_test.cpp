@@ -87,8 +87,8 @@ TEST_F(CInterfaceTest, EveryStatusHasACodeAndATextOfItsOwn) {
   for (int value = 0; value <= static_cast<int>(TamLogClient::Status::SystemError); ++value) {
     codes.insert(TamLogClient::CodeOf(static_cast<TamLogClient::Status>(value)));
   }
-  // A directory has had the code of a missing file since the first version, and a log that changes faster than
-  // it can be copied that of a time-out; the interface has no interruption.
+  // A directory has had the code of a missing file since the first version, and a log that changes faster
+  // than it can be copied that of a time-out; the interface has no interruption.
   EXPECT_EQ(TamLogClient::CodeOf(TamLogClient::Status::NotAFile), TAMLOG_NOT_FOUND);
   EXPECT_EQ(TamLogClient::CodeOf(TamLogClient::Status::Interrupted), TAMLOG_SYSTEM_ERROR);
   EXPECT_EQ(TamLogClient::CodeOf(TamLogClient::Status::Unsteady), TAMLOG_TIMED_OUT);
