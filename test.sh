@@ -7,7 +7,7 @@ usage() {
 usage: ./test.sh [--quick] [--verbose] [--fuzz-seconds N] [STEP...]
 
 Runs all steps, or only those named (a test or check uses the results of earlier builds). If a step fails, the others
-still run as far as possible. Logs are kept in build/test. All steps take about a quarter of an hour on two cores.
+still run as far as possible. Logs are kept in build/test. All steps take about 25 minutes on two cores.
 
   packages        install the packages that the builds need
   more-packages   install the other packages, while the Windows build runs
@@ -265,7 +265,7 @@ print_reasons() {
 
 last_status=0
 if [[ " ${wanted[*]} " == *' test-windows '* ]]; then
-  echo 'The whole run takes about a quarter of an hour on two idle cores; ./test.sh --help lists its steps.'
+  echo 'The whole run takes about 25 minutes on two idle cores; ./test.sh --help lists its steps.'
 fi
 step packages 'installing the packages that the builds need' scripts/install-packages.sh build
 if has_failed packages; then exit 1; fi
