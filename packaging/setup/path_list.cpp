@@ -1,5 +1,6 @@
 #include "packaging/setup/path_list.h"
 
+#include <algorithm>
 #include <cwctype>
 #include <vector>
 
@@ -25,10 +26,9 @@ std::vector<std::wstring> Split(const std::wstring& list) {
 }  // namespace
 
 bool ContainsDirectory(const std::wstring& list, const std::wstring& directory) {
-  for (const std::wstring& part : Split(list)) {
-    if (Plain(part) == Plain(directory)) return true;
-  }
-  return false;
+  const std::vector<std::wstring> parts = Split(list);
+  return std::ranges::any_of(parts,
+                             [&](const std::wstring& part) { return Plain(part) == Plain(directory); });
 }
 
 std::wstring WithDirectory(const std::wstring& list, const std::wstring& directory) {

@@ -181,7 +181,7 @@ void MakeDirectories(const fs::path& directory, std::vector<fs::path>& made) {
 }
 
 void DeleteMade(const std::vector<fs::path>& made) {
-  for (auto part = made.rbegin(); part != made.rend(); ++part) RemoveDirectoryW(part->c_str());
+  std::for_each(made.rbegin(), made.rend(), [](const fs::path& part) { RemoveDirectoryW(part.c_str()); });
 }
 
 }  // namespace TamLogSetup

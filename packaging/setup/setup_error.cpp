@@ -45,13 +45,14 @@ void FailLast(const std::string& what) {
 
 void Say(const std::string& line) {
   std::printf("%s\n", line.c_str());
-  std::fflush(stdout);
+  static_cast<void>(std::fflush(stdout));
   if (!logFile) return;
   SYSTEMTIME now{};
   GetLocalTime(&now);
-  std::fprintf(logFile.get(), "%04u-%02u-%02u %02u:%02u:%02u  %s\n", now.wYear, now.wMonth, now.wDay,
-               now.wHour, now.wMinute, now.wSecond, line.c_str());
-  std::fflush(logFile.get());
+  // A log that cannot be written, on a full disk for one, stops no step.
+  static_cast<void>(std::fprintf(logFile.get(), "%04u-%02u-%02u %02u:%02u:%02u  %s\n", now.wYear, now.wMonth,
+                                 now.wDay, now.wHour, now.wMinute, now.wSecond, line.c_str()));
+  static_cast<void>(std::fflush(logFile.get()));
 }
 
 void OpenLog(const std::wstring& path) {

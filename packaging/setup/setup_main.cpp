@@ -56,7 +56,7 @@ std::optional<Options> Parse(const std::vector<std::wstring_view>& arguments) {
 }
 
 int Wrong() {
-  std::fputs(kUsageText, stderr);
+  static_cast<void>(std::fputs(kUsageText, stderr));
   return TamLogSetup::kUsage;
 }
 

@@ -38,7 +38,7 @@ std::wstring ListOf(const fs::path& directory) {
             DWORD{ERROR_SUCCESS});
   EXPECT_TRUE(ConvertSecurityDescriptorToStringSecurityDescriptorW(
       descriptor, SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text, nullptr));
-  const std::wstring list(text);
+  std::wstring list(text);
   LocalFree(text);
   LocalFree(descriptor);
   return list;
@@ -89,7 +89,7 @@ TEST_F(ProtectedDirectory, RootAndNetworkAndFileAreRefused) {
   EXPECT_NE(RefusalOf("\\\\server\\share\\package").find("not on a drive"), std::string::npos);
   std::FILE* const file = _wfopen(directory.c_str(), L"w");
   ASSERT_NE(file, nullptr);
-  std::fclose(file);
+  EXPECT_EQ(std::fclose(file), 0);
   EXPECT_NE(RefusalOf(directory).find("is a link or a file"), std::string::npos);
 }
 

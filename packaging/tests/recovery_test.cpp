@@ -100,7 +100,9 @@ BOOL WINAPI FakeQuery(SC_HANDLE, LPQUERY_SERVICE_CONFIGW buffer, DWORD size, LPD
   return TRUE;
 }
 
-BOOL WINAPI FakeStatus(SC_HANDLE, SC_STATUS_TYPE, LPBYTE buffer, DWORD, LPDWORD) {
+BOOL WINAPI FakeStatus(SC_HANDLE, SC_STATUS_TYPE,
+                       LPBYTE buffer,  // NOLINT(readability-non-const-parameter): the system's signature
+                       DWORD, LPDWORD) {
   (new (buffer) SERVICE_STATUS_PROCESS{})->dwCurrentState = SERVICE_STOPPED;
   return TRUE;
 }
