@@ -11,6 +11,7 @@ import os
 import shutil
 import sys
 import tempfile
+import time
 import unittest
 
 import test_signature
@@ -37,6 +38,13 @@ def read(path):
 
 def windows(path):
     return "Z:" + path.replace("/", "\\")
+
+
+def cycles():
+    """Counts the cycles, and afterwards prints how long they took."""
+    begin = time.monotonic()
+    yield from range(CYCLES)
+    print(f"{CYCLES} cycles in {time.monotonic() - begin:.0f} s", end=" ... ", file=sys.stderr, flush=True)
 
 
 class Package(unittest.TestCase):
@@ -187,7 +195,7 @@ class Road:
 
     def test_cycles_leave_nothing_behind(self):
         before, data_before = self.machine.traces(), self.machine.data()
-        for _ in range(CYCLES):
+        for _ in cycles():
             self.expect_done(self.install())
             self.remove()
             after = self.machine.traces()
@@ -453,7 +461,7 @@ class Zip(Package):
         machine = self.machine
         machine.load_driver()
         before = machine.traces()
-        for cycle in range(CYCLES):
+        for cycle in cycles():
             os.makedirs(machine.directory, exist_ok=True)
             for name in ("TamLogServer.exe", "tamlogctl.exe"):
                 shutil.copy(os.path.join(self.stage, name), machine.directory)
