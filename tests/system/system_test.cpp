@@ -213,8 +213,8 @@ std::uint32_t SystemTest::Starts() {
   return driver->Counters().opens - firstOpens;
 }
 
-void SystemTest::WaitForStarts(std::uint32_t starts) {
-  if (!Eventually(kStartLimit, [&] { return Starts() >= starts; })) {
+void SystemTest::WaitForStarts(std::uint32_t starts, std::chrono::milliseconds limit) {
+  if (!Eventually(limit, [&] { return Starts() >= starts; })) {
     throw std::runtime_error("the server did not start again; its log: " + TakeDiagnostics());
   }
   EXPECT_EQ(Starts(), starts);

@@ -105,7 +105,7 @@ class SystemTest : public ::testing::Test {
   // opens the device once per start.
   std::uint32_t Starts();
   // Waits until that many starts are complete.
-  void WaitForStarts(std::uint32_t starts);
+  void WaitForStarts(std::uint32_t starts, std::chrono::milliseconds limit = std::chrono::seconds(20));
 
   // Sends requests, each over a connection of its own.
   PipeReply Ask(const PipeRequest& request);
