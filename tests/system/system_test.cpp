@@ -15,10 +15,10 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kStartLimit = 20s;
-constexpr auto kStopLimit = 25s;
-constexpr auto kProcessEndLimit = 5s;
-constexpr auto kConnectLimit = 10s;
+constexpr auto kStartLimit = 40s;
+constexpr auto kStopLimit = 40s;
+constexpr auto kProcessEndLimit = 20s;
+constexpr auto kConnectLimit = 30s;
 constexpr const char* kServerName = "TamLogServer.exe";
 
 std::string DiagnosticLog() {
