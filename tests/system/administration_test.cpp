@@ -314,16 +314,17 @@ TEST_F(Administration, DoctorSaysWhenNoInstanceOfThePipeBecomesFree) {
   const OwnedHandle only =
       Own(CreateFileA(kRequestPipeName, GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
   ASSERT_TRUE(only);
-  RunTool("server start");
+  // Without --wait it waits a minute for an answer.
+  Expect("server start --wait 3", 5, "the service is running, but does not answer yet; see: tamlogctl doctor");
   Expect("doctor", 1,
          "fail  pipe     busy all the time, and the server waits for no client: another process");
-  RunTool("server stop");
+  Expect("server stop --wait 30", 0, "stopped");
 }
 
 TEST_F(Administration, DoctorSeesABlockedListenerAndFreesIt) {
   RunService();
   ServerConnection half;
-  ASSERT_TRUE(Eventually(5s, [&half] { return half.OpenRequestPipe() == 0; }));
+  ASSERT_TRUE(Eventually(20s, [&half] { return half.OpenRequestPipe() == 0; }));
   Expect("doctor --timeout 1000", 1, "fail  pipe     busy all the time");
   Expect("doctor --timeout 1000 --unstick", 1, "unstick: opened and closed the reply pipe");
   Expect("doctor", 0, "ok    pipe     answers");

@@ -21,12 +21,12 @@ class Failure : public SystemTest {
               std::string::npos)
         << diagnostics;
     ProcessById aborted(ServiceControl::ProcessId());
-    EXPECT_TRUE(Eventually(5s, [&aborted] { return !aborted.Runs("TamLogServer.exe"); }));
+    EXPECT_TRUE(Eventually(20s, [&aborted] { return !aborted.Runs("TamLogServer.exe"); }));
   }
 
   // Sends a request during which the server ends: no reply comes.
   void AskForTheEnd(const PipeRequest& request) {
-    std::optional<ServerConnection> connection = ServerConnection::Connect(5s);
+    std::optional<ServerConnection> connection = ServerConnection::Connect(20s);
     ASSERT_TRUE(connection);
     EXPECT_FALSE(connection->Ask(request));
     const std::optional<std::uint32_t> exitCode = ServiceProcess().WaitForEnd(10s);
@@ -112,7 +112,7 @@ TEST_F(Failure, AKilledServerStartsAgainAndKeepsItsFile) {
 TEST_F(Failure, AStopKeepsWhatWasFlushedAndLosesAtMostWhatWasPending) {
   constexpr int kMessages = 120;
   RunService({.maxMessage = 200});
-  std::optional<ServerConnection> client = ServerConnection::Connect(5s);
+  std::optional<ServerConnection> client = ServerConnection::Connect(20s);
   ASSERT_TRUE(client);
   for (int i = 0; i < kMessages; ++i) {
     ASSERT_EQ(client->AskForCode(SubmitRequest(Message(std::to_string(i), i))), ReplyCode::Done);

@@ -58,11 +58,12 @@ class HostileWriter {
     std::memcpy(&header, view, sizeof(header));
     switch (kind) {
       case Kind::AnyHeader:
-        return Fill(0, kLockNamesOffset);
+        return FillHeader();
       case Kind::LikelyHeader:
         header.messageCount = LikelyNumber();
         header.nextSlot = LikelyNumber();
         if (random() % 2 == 0) header.maxMessages = LikelyNumber();
+        header.readCount = ImpossibleCount();
         break;
       case Kind::Counters:
         header.changeCount = random();
@@ -81,9 +82,21 @@ class HostileWriter {
       }
       case Kind::Everything:
         if (random() % 2 == 0) return Fill(kSlotsOffset, kBytes - kSlotsOffset);
-        return Fill(0, kLockNamesOffset);
+        return FillHeader();
     }
     std::memcpy(view, &header, sizeof(header));
+  }
+
+  // readCount gets only numbers that are no count of readers. A small one is a reader that never leaves: the
+  // server waits for it until somebody signals its event.
+  std::int32_t ImpossibleCount() {
+    return random() % 4 == 0 ? 0 : static_cast<std::int32_t>(random() | 0x01000000U);
+  }
+
+  void FillHeader() {
+    const std::int32_t count = ImpossibleCount();
+    std::memcpy(view + offsetof(LogFileHeader, readCount), &count, sizeof(count));
+    Fill(sizeof(count), kLockNamesOffset - sizeof(count));
   }
 
   // Writes random bytes at a random place of this part.
@@ -168,4 +181,27 @@ TEST_F(HostileWriters, RandomTimesAreNoHarm) {
 
 TEST_F(HostileWriters, RandomBytesEverywhereAreNoHarm) {
   RunAgainst(Kind::Everything, "everything");
+}
+
+// An open that the writer disturbs empties the log, or keeps what is sound. It does not fail, and waits for no
+// reader that does not exist. A restart takes its pause of a second, and up to 15 s more while the writer has
+// the file open.
+TEST_F(HostileWriters, RestartsMeanwhileEndInAServerThatServes) {
+  RunService({.maxMessage = kCapacity});
+  std::uint32_t seed = 1;
+  for (const Kind kind : {Kind::LikelyHeader, Kind::AnyHeader, Kind::Everything}) {
+    for (int i = 0; i < 2; ++i) {
+      const std::uint32_t starts = Starts();
+      const HostileWriter writer(kind, seed++);
+      ASSERT_EQ(AskForCode(SettingsRequest(CurrentSettings())), ReplyCode::Done);
+      WaitForStarts(starts + 1, 45s);
+    }
+  }
+  const std::uint32_t starts = Starts();
+  ASSERT_EQ(AskForCode(RequestOf(RequestCode::ClearLog)), ReplyCode::Done);
+  WaitForStarts(starts + 1);
+  SubmitOverPipe(Message("after all", 0));
+  ExpectTexts({"after all"});
+  EXPECT_LT(StopService().duration, 20s);
+  TakeDiagnostics();
 }
