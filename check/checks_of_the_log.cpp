@@ -305,8 +305,9 @@ const std::vector<Check>& ChecksByAPerson() {
        "run tamlogctl follow in a console and msiexec /i NEW.msi /qn in another one; the exit code is 0 or "
        "3010"},
       {"person.slow-stop",
-       "A stop behind a restart that hangs takes up to 45 s; the manager reports error 1053.", Needs::Person,
-       nullptr, "it keeps the service busy for a minute and needs three programs; see docs/windows.md"},
+       "A stop behind a restart that hangs takes at most 25 s, and the manager reports no error.",
+       Needs::Person, nullptr,
+       "it keeps the service busy for a minute and needs three programs; see docs/windows.md"},
   };
   return kChecks;
 }

@@ -101,9 +101,10 @@ void AddFacts(Report& report) {
   report.Fact("memory", std::to_string(memory.ullTotalPhys >> 20U) + " MiB");
   report.Fact("time running", std::to_string(Ticks() / 1000) + " s");
   report.Fact("administrator", MayAdminister() ? "yes" : "no");
-  report.Fact("time to stop",
-              RegistryText(R"(SYSTEM\CurrentControlSet\Control)", "WaitToKillServiceTimeout") +
-                  " ms at a shutdown (WaitToKillServiceTimeout)");
+  const std::string timeToStop =
+      RegistryText(R"(SYSTEM\CurrentControlSet\Control)", "WaitToKillServiceTimeout");
+  report.Fact("time to stop", (timeToStop.empty() ? "unknown" : timeToStop + " ms") +
+                                  " at a shutdown (WaitToKillServiceTimeout)");
 }
 
 Verdict Try(const Check& check, Session& session, const Options& options, const std::string& noServer) {

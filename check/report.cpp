@@ -7,6 +7,14 @@ namespace TamLogCheck {
 
 namespace {
 
+constexpr char kHead[] =
+    R"(Torvane Log Server: check of a machine
+
+Please mail this report to the maker. "differs": the machine does not do what the documents promise. The report
+contains the name of the computer, paths and access lists, but no message of the log and no password.
+
+)";
+
 std::string Padded(std::string text, std::size_t width) {
   text.resize(std::max(width, text.size() + 1), ' ');
   return text;
@@ -78,7 +86,7 @@ std::string Report::Summary() const {
 }
 
 std::string Report::Text() const {
-  std::string text = "Torvane Log Server: check of a machine\n\n";
+  std::string text = kHead;
   for (const auto& [name, value] : facts) text.append(Padded(name + ":", 18)).append(value).append("\n");
   text += "\n" + Summary() + "\n";
   for (const std::string& what : left) text.append("NOT RESTORED: ").append(what).append("\n");

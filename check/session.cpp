@@ -26,7 +26,7 @@ namespace {
 constexpr char kServerProgram[] = "TamLogServer.exe";
 constexpr char kStateFile[] = "before-the-checks.txt";
 constexpr std::uint32_t kStartMs = 30000;
-constexpr std::uint32_t kStopMs = 60000;  // its own waits take 45 s at most
+constexpr std::uint32_t kStopMs = 60000;  // its own waits take 25 s at most
 
 // Returns the program of a command line, without quotation marks and arguments.
 std::string ProgramOf(const std::string& commandLine) {

@@ -20,7 +20,7 @@ void Fail(const std::string& doing, std::uint32_t error) {
 }
 
 std::string ErrorText(std::uint32_t error) {
-  return "error " + std::to_string(error);
+  return error == 0 ? "no error" : "error " + std::to_string(error);
 }
 
 bool Eventually(std::uint32_t limitMs, const std::function<bool()>& condition) {

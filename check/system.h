@@ -17,7 +17,7 @@ using TamLogClient::Handle;
 [[noreturn]] void Fail(const std::string& doing);
 [[noreturn]] void Fail(const std::string& doing, std::uint32_t error);
 
-// Returns "error 5".
+// Returns "error 5"; "no error" for 0.
 std::string ErrorText(std::uint32_t error);
 
 // Evaluates `condition` every 20 ms until it holds or `limitMs` have passed. Returns its last value.

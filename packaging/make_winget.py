@@ -46,7 +46,8 @@ def files(version, url, msi, setup):
         "- Architecture: x64", "  InstallerType: wix", f"  InstallerUrl: {url}/{os.path.basename(msi)}",
         f"  InstallerSha256: {digest(msi)}", f"  ProductCode: '{make_msi.guid('product', version)}'",
         "- Architecture: x64", "  InstallerType: nullsoft", f"  InstallerUrl: {url}/{os.path.basename(setup)}",
-        f"  InstallerSha256: {digest(setup)}", "  ProductCode: Torvane Log Server"])
+        f"  InstallerSha256: {digest(setup)}", "  ProductCode: Torvane Log Server",
+        "  ExpectedReturnCodes:", "  - InstallerReturnCode: 3", "    ReturnResponse: downgrade"])
 
 
 def main(arguments):

@@ -48,6 +48,10 @@ TEST(CheckReport, HasOneObjectALineForPrograms) {
       "\"values\": {}, \"ms\": 3}\n");
 }
 
+TEST(CheckReport, TellsAnAdministratorWhatIsInIt) {
+  EXPECT_NE(ReportOf({kHolds}).Text().find("no message of the log and no password"), std::string::npos);
+}
+
 TEST(CheckReport, NamesWhatCouldNotBeRestored) {
   Report report = ReportOf({kHolds});
   EXPECT_TRUE(report.AllRestored());
