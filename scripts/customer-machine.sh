@@ -17,8 +17,8 @@ customers' machines do. Each case checks what is expected of the server and of t
   ReadOnlyFolder  the log's directory cannot be written: an existing log goes on, a new one fails with its reason.
   LockedKey       the settings' registry key cannot be written: a start fails with its reason, a running server goes on,
                   and its stop ends.
-  Scanner         another program opens the log again and again without sharing it: no message is lost, and a start
-                  that fails succeeds when it is tried again.
+  Scanner         another program opens the log again and again without sharing it: no start and no restart fails,
+                  and no message is lost.
 
   --short   the form that ./test.sh runs, about two minutes and a half
 
