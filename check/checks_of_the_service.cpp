@@ -1,5 +1,4 @@
-// The server as a service: what its registration sets, how it starts and stops, and what the manager does
-// when it ends.
+// The server as a service: its registration, its start and stop, and its recovery by the manager.
 
 #include "check/checks.h"
 #include "check/child.h"
@@ -50,7 +49,7 @@ Verdict RecoveryIsKept(Session& session) {
     if (error != 0) return Differs("setting it: " + ErrorText(error));
   }
   const std::optional<Recovery> found = FindRecovery();
-  if (!found) return Differs("the system does not say which recovery is set");
+  if (!found) return Differs("the system does not report the recovery");
   return HoldsIf(*found == wanted, "the service has: " + TextOf(*found), {{"set", TextOf(wanted)}});
 }
 
@@ -157,7 +156,7 @@ const std::vector<Check>& ChecksOfTheService() {
        Needs::Server, StopPassesADeadReader},
       {"service.recovery-is-kept", "The manager keeps the recovery that the packages set.", Needs::Server,
        RecoveryIsKept},
-      {"service.recovery-restarts", "The manager starts a server again whose process was ended.",
+      {"service.recovery-restarts", "The manager restarts a server whose process was ended.",
        Needs::Server, RecoveryRestarts},
   };
   return kChecks;

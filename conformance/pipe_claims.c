@@ -63,7 +63,7 @@ static void ClaimForm(Connection* connection) {
   size_t i;
   for (i = 0; i < sizeof strange / sizeof *strange; ++i)
     holds = holds && Ask(connection, strange[i], reply) == TAMLOG_REPLY_UNKNOWN_REQUEST;
-  Claim(holds, "unknown-request", "codes that are none: UnknownRequest, and the connection stays open");
+  Claim(holds, "unknown-request", "unknown codes: UnknownRequest, and the connection stays open");
   for (holds = 1, i = 0; i < 3; ++i) {
     PutNumber(request, TAMLOG_RECORD_CODE, ahead[i]);
     holds = holds && Send(connection, request, sizeof request);
@@ -173,7 +173,7 @@ static int CountInLog(const unsigned char* log, const Record message) {
   return count;
 }
 
-/* Waits until `message` is in the log, and returns a copy of that log; null when it does not get there. */
+/* Waits until `message` is in the log, and returns a copy of that log; null when it does not arrive. */
 static unsigned char* LogWith(const Record message) {
   const ULONGLONG limit = GetTickCount64() + STORED_MS;
   LogView view;
@@ -199,8 +199,8 @@ static int IsStored(const Record message) {
   return log != NULL;
 }
 
-/* The present settings with another filter of types would need a restart, so messages of types that it drops
- * cannot be tried: the type 1 has to be kept. */
+/* Another filter of types would need a restart. So the claims use the present one, which has to keep the
+ * type 1. */
 static void ClaimMessages(Connection* connection) {
   Record dropped;
   Record kept;
