@@ -208,10 +208,10 @@ Verdict ServersLearnOnlyTheName(Session&) {
   RevertToSelf();
   DisconnectNamedPipe(pipe.Get());
   clientThread.join();
-  return HoldsIf(acting != 0 && error != 0,
-                 acting == 0 ? "the server cannot identify the client"
-                             : "the server opened a file in the client's name",
-                 {{"error", std::to_string(error)}});
+  return HoldsIf(
+      acting != 0 && error != 0,
+      acting == 0 ? "the server cannot identify the client" : "the server opened a file in the client's name",
+      {{"error", std::to_string(error)}});
 }
 
 Verdict KeysAskRights(Session&) {

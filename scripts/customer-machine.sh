@@ -39,12 +39,8 @@ while (($# > 0)); do
   esac
   shift
 done
-# shellcheck source=scripts/fixed-layout.sh
-. "$(dirname "$0")/fixed-layout.sh" "${arguments[@]}"
-cd "$(dirname "$0")/.."
-root=$PWD
 # shellcheck source=scripts/endurance.sh
-. scripts/endurance.sh
+. "$(dirname "$0")/endurance.sh" "${arguments[@]}"
 endurance_begin customer machine_trouble tamlogdrv tamlogctl TamLogServer
 
 status=0
