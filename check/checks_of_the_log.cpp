@@ -168,7 +168,7 @@ Verdict ChangesWithAReader(Session& session, bool growing) {
   const std::string output = reader.ReadAll(10000);
   return HoldsIf(
       output.find("messages ") != std::string::npos && output.find("messages 0") == std::string::npos,
-      "the reader no longer follows:  " + output,
+      "the reader no longer follows: " + output,
       {{"changes", std::to_string(kChanges)}, {"longest_pause_ms", std::to_string(longest)}});
 }
 

@@ -77,7 +77,7 @@ extern "C" __declspec(dllexport) UINT __stdcall MakeDirectory(MSIHANDLE session)
     const std::filesystem::path directory = Property(session, L"CustomActionData");
     std::vector<std::filesystem::path> made;
     TamLogSetup::CheckDirectory(directory);
-    TamLogSetup::MakeDirectories(directory, made);
+    TamLogSetup::MakeProtected(directory, made);
     return ERROR_SUCCESS;
   } catch (const std::exception& failure) {
     Tell(session, Wide(failure.what()).c_str());

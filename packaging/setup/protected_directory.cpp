@@ -181,6 +181,11 @@ void MakeDirectories(const fs::path& directory, std::vector<fs::path>& made) {
   }
 }
 
+void MakeProtected(const fs::path& directory, std::vector<fs::path>& made) {
+  MakeDirectories(directory, made);
+  CheckDirectory(directory);
+}
+
 void DeleteMade(const std::vector<fs::path>& made) {
   std::for_each(made.rbegin(), made.rend(), [](const fs::path& part) { RemoveDirectoryW(part.c_str()); });
 }

@@ -104,6 +104,23 @@ TEST_F(ProtectedDirectory, NewOneInheritsWhereUsersMayNotWrite) {
   EXPECT_TRUE(fs::exists(directory));
 }
 
+// A user can do that while the setup program waits for the service to stop.
+TEST_F(ProtectedDirectory, OneThatAUserCreatesAfterTheCheckIsRefused) {
+  std::vector<fs::path> made;
+  ASSERT_EQ(RefusalOf(directory / "package"), "");
+  MakeWithList(directory, kEveryoneWrites);
+  EXPECT_THROW(MakeProtected(directory / "package", made), SetupError);
+  DeleteMade(made);
+  EXPECT_FALSE(fs::exists(directory / "package"));
+}
+
+TEST_F(ProtectedDirectory, MissingOneIsMadeAndAcceptedAfterwards) {
+  MakeWithList(directory, kEveryoneReads);
+  std::vector<fs::path> made;
+  MakeProtected(directory / "package", made);
+  EXPECT_EQ(made, std::vector<fs::path>{directory / "package"});
+}
+
 TEST_F(ProtectedDirectory, NewOneIsClosedToUsersWhereTheyMayWriteInItsParent) {
   MakeWithList(directory, kEveryoneWrites);
   std::vector<fs::path> made;

@@ -1,4 +1,5 @@
-// A program that cannot catch faults copies bytes of a mapped file that the disk no longer has.
+// What a reader in plain C meets: mapped bytes that the disk no longer has, whose faults it cannot catch, and
+// a mapping that no server has made.
 
 #include "conformance/log_view.h"
 
@@ -95,6 +96,28 @@ TEST_F(MappedFile, IsNoRunningLogWhereTheDiskHasLostIt) {
   LogView view{};
   view.bytes = reinterpret_cast<const unsigned char*>(bytes) + kPage;
   EXPECT_FALSE(IsRunning(&view));
+}
+
+// Any user may create it before the server, and it costs that user no memory.
+TEST(SharedLog, LargerThanAServerMakesOneIsRefused) {
+  constexpr DWORD kMost = 1000000;
+  const HANDLE readWait = CreateEventA(nullptr, TRUE, TRUE, TAMLOG_READ_WAIT_EVENT);
+  ASSERT_NE(readWait, nullptr);
+  for (const DWORD slots : {kMost, kMost + 100}) {
+    const DWORD size = TAMLOG_SLOTS_OFFSET + slots * TAMLOG_SLOT_SIZE;
+    const HANDLE mapping =
+        CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, size, TAMLOG_FILE_MAP);
+    auto* const header =
+        static_cast<unsigned char*>(MapViewOfFile(mapping, FILE_MAP_WRITE, 0, 0, TAMLOG_SLOTS_OFFSET));
+    ASSERT_NE(header, nullptr);
+    header[TAMLOG_SERVER_RUNNING] = 1;
+    LogView view;
+    EXPECT_EQ(OpenLog(&view), slots == kMost ? 1 : 0) << slots;
+    CloseLog(&view);
+    UnmapViewOfFile(header);
+    CloseHandle(mapping);
+  }
+  CloseHandle(readWait);
 }
 
 }  // namespace
