@@ -58,6 +58,14 @@ struct Absent {
   }
 };
 
+// Returns whether the next start of the server keeps the log. Its image needs as much memory as the log.
+bool IsAccepted(const LogSnapshot& log) {
+  const TamLogClient::MessageOrder order = OrderMessages(log);
+  if (log.HeaderIsSound() && !order.reordered && order.damaged == 0) return true;
+  const std::string bytes = ImageOf(log);
+  return VerifyLogFile(TamLogClient::LogFileImage(bytes), {.most = 1, .live = true}).Accepted();
+}
+
 class Import {
  public:
   explicit Import(const ImportOptions& chosen)
@@ -221,9 +229,7 @@ int Import::Finish(const Delivery& delivery) {
              : ""));
   }
   if (absent.All() > 0) Say("not in the log: " + absent.Text());
-  const std::string bytes = ImageOf(log);
-  const auto report = VerifyLogFile(TamLogClient::LogFileImage(bytes), {.most = 1, .live = true});
-  if (!report.Accepted())
+  if (!IsAccepted(log))
     Say("the log is now stored newest first; the next restart of the server would empty it: export it first");
   if (delivery.Refused() > 0) return kRefused;
   return absent.All() > 0 ? WorseOf(exitCode, kNegative) : exitCode;

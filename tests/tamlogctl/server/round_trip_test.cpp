@@ -171,6 +171,22 @@ TEST_P(RoundTrip, LosesNothing) {
   }
 }
 
+// Files are read in pieces of 64 KiB.
+TEST_P(RoundTrip, LosesNothingWhereAPieceOfTheFileEnds) {
+  const auto hostile = HostileMessages();
+  for (std::size_t shift = 0; shift < 24; ++shift) {
+    std::vector<LogMessageBody> messages{MakeBody(5, std::string(shift, 'x'), "Camera", 1)};
+    std::string bytes;
+    while (bytes.size() < 150000) {
+      messages.insert(messages.end(), hostile.begin(), hostile.end());
+      bytes = Exported(messages, GetParam());
+    }
+    const auto source = Read(bytes, GetParam().input);
+    ASSERT_EQ(source.exitCode, kDone) << (source.problems.empty() ? "" : source.problems.front());
+    ASSERT_NO_FATAL_FAILURE(ExpectEqual(source.messages, messages)) << shift;
+  }
+}
+
 TEST_P(RoundTrip, LosesNothingOfASingleMessage) {
   for (const std::string& text : HostileTexts()) {
     const std::vector<LogMessageBody> messages{MakeBody(5, text, "Camera", 1)};
