@@ -101,6 +101,9 @@ Status Follower::Drain(std::uint32_t waitMs) {
 void Follower::Take(const LogItem& item) {
   const EventReporter reporter = options.Reporter();
   news = true;
+  // What was written before such an event is hard to recognize after it, so no run may end without a note in
+  // between.
+  if (item.kind != LogItem::Kind::Message) nextKeep = 0;
   switch (item.kind) {
     case LogItem::Kind::Message:
       return target.Print(*item.message, item.late, item.twin);
