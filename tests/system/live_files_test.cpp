@@ -168,6 +168,7 @@ TEST_F(LiveFiles, FollowersGoOnOverChangesOfTheCapacityAndAClear) {
   second.Kill();
   ASSERT_TRUE(second.WaitForEnd(20s));
   Feed(40, 45);
+  ASSERT_TRUE(WaitForMessageCount(10, 10s));
   const CommandReport report = RunTool(ExportTo("log", "--for 2"));
   EXPECT_EQ(report.exitCode, 0U) << report.output;
   append(25, 45);
@@ -186,7 +187,7 @@ TEST_F(LiveFiles, FollowersGoOnOverChangesOfTheCapacityAndAClear) {
 TEST_F(LiveFiles, ExportGoesOnOverRotationsRestartsOfTheServerAndItsOwn) {
   RunService({.maxMessage = 400});
   Feed(0, 40);
-  ChildProcess first(CommandLine(ExportTo("log", "--rotate 1K --for 8")));
+  ChildProcess first(CommandLine(ExportTo("log", "--rotate 1K --for 20")));
   ASSERT_TRUE(WaitForLine("log", 39));
   Feed(40, 120);
   ASSERT_TRUE(WaitForLine("log", 119));
@@ -442,10 +443,11 @@ TEST_F(LiveFiles, SendThatGivesUpSaysWhichLinesHaveArrived) {
   for (int number = 0; number < 20; ++number) sender.WriteLine(TextOf(number));
   ASSERT_TRUE(WaitForMessageCount(20, 10s));
   std::this_thread::sleep_for(2500ms);
-  sender.WriteLine(TextOf(20));  // the log is read after it
-  ASSERT_TRUE(WaitForMessageCount(21, 10s));
-  StopService();
+  sender.WriteLine(TextOf(20));  // the log is read after it, and before the next line
   sender.WriteLine(TextOf(21));
+  ASSERT_TRUE(WaitForMessageCount(22, 10s));
+  StopService();
+  sender.WriteLine(TextOf(22));
   const CommandReport report = ReportAtEnd(sender);
   EXPECT_EQ(report.exitCode, 3U) << report.output;
   EXPECT_NE(report.output.find("the server did not come back for 2 s"), std::string::npos) << report.output;
