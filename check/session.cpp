@@ -86,7 +86,7 @@ void Session::MakeFolder() {
 
 void Session::Prepare() {
   if (!MayAdminister())
-    throw NoServer("this user is no administrator, or the console has no administrator rights", false);
+    throw NoServer("this user is not an administrator, or the console has no administrator rights", false);
   const std::optional<Registration> registration = FindRegistration();
   installed = registration.has_value();
   std::string program = options.server.empty() ? PathIn(OwnDirectory(), kServerProgram) : options.server;

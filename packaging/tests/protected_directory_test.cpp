@@ -1,4 +1,4 @@
-// Which directories the packages accept, and whose they are afterwards.
+// The directories that the packages accept, and the access lists of those that they create.
 
 #include "packaging/setup/protected_directory.h"
 

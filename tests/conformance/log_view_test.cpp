@@ -1,5 +1,4 @@
-// Bytes of a mapped file that the disk no longer has: what a program does that cannot catch the fault of
-// touching them.
+// A program that cannot catch faults copies bytes of a mapped file that the disk no longer has.
 
 #include "conformance/log_view.h"
 
@@ -37,9 +36,9 @@ class MappedFile : public testing::Test {
     CloseHandle(mapping);
   }
 
-  // Makes all but the first page unreadable. Windows never cuts a file that is mapped, and a disk that fails
-  // cannot be made: there the pages lose their access. Under Wine the machine around it cuts the file, and
-  // touching the pages then fails in the processor, as when a disk does not deliver them.
+  // Makes all but the first page unreadable. Windows does not shorten a mapped file, and no test can make a
+  // disk fail: there the pages lose their access. Under Wine the host shortens the file, and touching the
+  // pages then fails in the processor, as when a disk does not deliver them.
   void LosePages() const {
     if (!IsWine()) {
       DWORD before = 0;

@@ -173,7 +173,7 @@ TEST_F(LiveFiles, FollowersGoOnOverChangesOfTheCapacityAndAClear) {
   EXPECT_EQ(report.exitCode, 0U) << report.output;
   append(25, 45);
   ExpectLines(Lines("log"), wanted);
-  // Nothing of what it found at its start.
+  // No message that existed when it started.
   std::vector<std::string> followed;
   while (followed.empty() || followed.back() != TextOf(44)) {
     const auto line = follower.ReadLine(20s);
