@@ -107,6 +107,7 @@ if [[ $build == yes ]]; then
   run_logged scripts/build.sh linux tamlogctl tamlog_shared tamlog_static
 fi
 
+SECONDS=0
 begin 'separating the symbols'
 packaging/strip-programs.sh build/bin "$work/programs"
 packaging/check_programs.py "$version" "$work/programs"
@@ -141,6 +142,6 @@ packaging/make_winget.py "$version" "$DOWNLOAD_URL/$version" \
 begin 'writing SHA256SUMS'
 (cd "$packages" && sha256sum -- torvane-log-* winget/* >SHA256SUMS)
 rm -rf "$work"
-echo "The packages are in $packages:"
+echo "The packages are in $packages, made in $SECONDS s after the build:"
 [[ -n $SIGN ]] || echo 'They are not signed: SIGN is empty.'
 (cd "$packages" && stat --printf '  %11s  %n\n' -- torvane-log-* winget/* SHA256SUMS)

@@ -297,6 +297,13 @@ const std::vector<Check>& ChecksByAPerson() {
        nullptr, "it would touch another machine"},
       {"person.disk-full", "On a full disk server and sending continue, and written messages stay.",
        Needs::Person, nullptr, "it would fill a disk; put the log on a small volume and fill that"},
+      {"person.failed-upgrade", "A failed upgrade by the MSI brings the old version back.", Needs::Person,
+       nullptr, "it needs two versions of the MSI; docs/windows.md has the steps"},
+      {"person.upgrade-with-a-follower",
+       "An upgrade by the MSI does not restart the machine, and tamlogctl follow goes on.", Needs::Person,
+       nullptr,
+       "run tamlogctl follow in a console and msiexec /i NEW.msi /qn in another one; the exit code is 0 or "
+       "3010"},
       {"person.slow-stop",
        "A stop during a restart that hangs takes up to 45 s; the manager reports error 1053.", Needs::Person,
        nullptr, "it keeps the service busy for a minute and needs three programs; see docs/windows.md"},

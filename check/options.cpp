@@ -12,7 +12,7 @@ Run it in a console with administrator rights; without them the checks of the se
 three minutes.
 
   tamlogcheck                  every check
-  tamlogcheck system. pipe.    the checks whose names begin so
+  tamlogcheck service. pipe.   the checks whose names begin so
   tamlogcheck --list           names and promises of all checks; nothing is tried
 
 Where the service is not installed, the program installs a copy of TamLogServer.exe, and removes it at the end.

@@ -46,7 +46,7 @@ endurance_begin customer machine_trouble tamlogdrv tamlogctl TamLogServer
 status=0
 TAMLOG_CUSTOMER=$form python3 -B tests/soak/customer_machine_test.py -v "${cases[@]}" 8>&- </dev/null \
   >"$endurance_logs/run.log" 2>&1 || status=1
-sed -n 's/^note: //p' "$endurance_logs/run.log"
+sed -n 's/.*note: //p' "$endurance_logs/run.log"
 ((status == 0)) || tail -n 60 "$endurance_logs/run.log" >&2
 summary=$(grep '^Ran ' "$endurance_logs/run.log" || echo 'the run ended early')
 echo "customer: $summary, $([[ $status == 0 ]] && echo 'everything as expected' || echo FAILED)"

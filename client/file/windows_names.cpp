@@ -14,6 +14,13 @@ bool IsSlash(char letter) {
   return letter == '\\' || letter == '/';
 }
 
+// Whether the rest of a literal path is that of a share: "UNC\...".
+bool IsShare(std::string_view path) {
+  std::string begin(path.substr(0, 4));
+  std::transform(begin.begin(), begin.end(), begin.begin(), LowerCase);
+  return begin == "unc\\";
+}
+
 }  // namespace
 
 bool IsDeviceName(std::string_view component) {
@@ -37,7 +44,7 @@ bool NamesNoOrdinaryFile(std::string_view path) {
   const bool literal = twoSlashes && path[2] == '?';
   if (literal) path.remove_prefix(std::min<std::size_t>(4, path.size()));
   const bool drive = path.size() >= 2 && path[1] == ':';
-  if (literal && !drive && !path.starts_with("UNC\\")) return true;
+  if (literal && !drive && !IsShare(path)) return true;
   if (drive) path.remove_prefix(2);
   while (!path.empty()) {
     const std::string_view component = path.substr(0, path.find_first_of("\\/"));

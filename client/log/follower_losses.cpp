@@ -80,6 +80,7 @@ Loss LogFollower::Settle(Comparison& comparison) {
     each.isNew = true;
     --comparison.knownInRing;
     if (each.recognized) ++comparison.known[each.identity].count;
+    if (each.first != nullptr) each.first->copied = false;
   }
   return CasesOf(ChangeOf(comparison)).Bounds();
 }

@@ -1,6 +1,6 @@
 // The steps that the tables of the MSI cannot express. They refuse a directory that users may change, report
-// that the driver's device is missing, quote the path of the service, and delete messages and settings on
-// request, or those that a failed installation wrote.
+// that the driver's device is missing, quote the path of the service, set its restarts after failures, and
+// delete messages and settings on request, or those that a failed installation wrote.
 
 #include <exception>
 #include <filesystem>
@@ -18,13 +18,17 @@
 
 namespace {
 
-// In the installer's log; on the screen too, when it shows one.
-void Tell(MSIHANDLE session, const wchar_t* text) {
+void Report(MSIHANDLE session, INSTALLMESSAGE kind, const wchar_t* text) {
   const MSIHANDLE record = MsiCreateRecord(1);
   if (record == 0) return;
   MsiRecordSetStringW(record, 0, text);
-  MsiProcessMessage(session, INSTALLMESSAGE_WARNING, record);
+  MsiProcessMessage(session, kind, record);
   MsiCloseHandle(record);
+}
+
+// In the installer's log; on the screen too, when it shows one.
+void Tell(MSIHANDLE session, const wchar_t* text) {
+  Report(session, INSTALLMESSAGE_WARNING, text);
 }
 
 std::wstring Property(MSIHANDLE session, const wchar_t* name) {
@@ -66,6 +70,19 @@ extern "C" __declspec(dllexport) UINT __stdcall QuoteCommand(MSIHANDLE session) 
     return ERROR_SUCCESS;
   } catch (const std::exception&) {
     Tell(session, L"The command of the service could not be set.");
+    return ERROR_INSTALL_FAILURE;
+  }
+}
+
+// The installer's own action for the table MsiServiceConfigFailureActions "is not working as expected" by its
+// documentation, which advises an action like this one. A failure undoes the installation.
+extern "C" __declspec(dllexport) UINT __stdcall SetRestarts(MSIHANDLE session) {
+  try {
+    TamLogSetup::SetRecovery(TamLogSetup::PackageRecovery());
+    Report(session, INSTALLMESSAGE_INFO, L"The restarts of the service after failures are set.");
+    return ERROR_SUCCESS;
+  } catch (const std::exception& failure) {
+    Tell(session, Wide(failure.what()).c_str());
     return ERROR_INSTALL_FAILURE;
   }
 }

@@ -139,10 +139,6 @@ bool Interrupted() {
   return interrupted != 0;
 }
 
-std::uint32_t ProcessId() {
-  return static_cast<std::uint32_t>(getpid());
-}
-
 std::string EnvironmentValue(const char* name) {
   const char* const value = std::getenv(name);
   return value != nullptr ? value : "";

@@ -136,7 +136,7 @@ class KilledReaders : public SystemTest {
       std::this_thread::sleep_until(next->end);
       next->kind->hit += next->process->WaitForEnd(0ms) ? 0 : 1;
       next->process->Kill();
-      next->process->WaitForEnd(5s);
+      next->process->WaitForEnd(20s);
       running.erase(next);
     }
   }
@@ -246,10 +246,10 @@ TEST_F(KilledReaders, OfOthersThatTakeAccessAreFreedByUnstick) {
     ASSERT_EQ(reader.NextLine(), "hurrying");
     std::this_thread::sleep_for(RandomTime(100ms));
     reader.Kill();
-    ASSERT_TRUE(reader.HasEnded(5s));
+    ASSERT_TRUE(reader.HasEnded(20s));
     const auto writes = [&] {
       const std::uint64_t before = Header().changeCount;
-      return Eventually(2s, [&] { return Header().changeCount >= before + 2; });
+      return Eventually(5s, [&] { return Header().changeCount >= before + 2; });
     };
     if (writes()) continue;
     ++stuck;

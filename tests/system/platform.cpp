@@ -354,7 +354,7 @@ CommandReport ReportAtEnd(ChildProcess& program) {
   program.CloseInput();
   CommandReport report;
   report.output = program.FinishOutput(kEndLimit);
-  report.exitCode = program.WaitForEnd(std::chrono::seconds(1));
+  report.exitCode = program.WaitForEnd(kEndLimit);
   return report;
 }
 

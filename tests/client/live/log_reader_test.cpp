@@ -270,7 +270,7 @@ TEST_F(LogReaderTest, WriterNeverWaitsForReaders) {
     LogSnapshot copy;
     if (own.Open(shared->MapName()) != Status::Ok) ++bad;
     while (!done) {
-      const Status status = own.Snapshot(copy, 5000);
+      const Status status = own.Snapshot(copy, 30000);
       if (status == Status::Ok) continue;
       ++bad;
       worst = StatusText(status);
@@ -280,7 +280,7 @@ TEST_F(LogReaderTest, WriterNeverWaitsForReaders) {
   for (int i = 0; i < 3; ++i) readers.emplace_back(read);
   for (int i = 0; i < kWrites; ++i) {
     Add("x");
-    EXPECT_TRUE(shared->Write(log.Snapshot(), 10000)) << "a reader stayed inside";
+    EXPECT_TRUE(shared->Write(log.Snapshot(), 30000)) << "a reader stayed inside";
   }
   done = true;
   readers.clear();
