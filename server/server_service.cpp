@@ -21,8 +21,8 @@ constexpr std::uint32_t kFlushPeriod = 200;  // milliseconds, whatever the regis
 // The time that a stop waits for the sequence before it; longer than a stop takes when all its waits run out.
 constexpr std::uint32_t kTurnLimit = 20000;
 
-// What is left for the waits of a stop whose turn did not come. Together they are less than the 30 s for which
-// the service manager waits.
+// What is left for the waits of a stop whose turn did not come. Together they are less than the 30 s for
+// which the service manager waits.
 constexpr std::uint32_t kLateStopDeadline = 5000;
 
 // The time that the destructor waits for a restart thread: a stop and a start.

@@ -24,8 +24,8 @@ class SectionPatience {
   static constexpr std::uint32_t kUserMappedFile = 1224;
 
   // Calls step(false), again after a pause whenever it throws ExceptionWindows because the file or an
-  // old section is held, and step(true) once when the time is over. Rethrows every other exception, and that of the
-  // last call.
+  // old section is held, and step(true) once when the time is over. Rethrows every other exception, and that
+  // of the last call.
   template <class Step>
   void Try(Step&& step) {
     TamLogUtil::Timeout timeout(remainingMs);

@@ -1,6 +1,6 @@
-// What the MSI cannot do by its tables: refuses a directory that users may change, says that the driver's
-// device is missing, puts the path of the service between quotation marks, sets its restarts after failures,
-// and deletes messages and settings on request, or those that a failed installation wrote.
+// The steps that the tables of the MSI cannot express. They refuse a directory that users may change, report
+// that the driver's device is missing, quote the path of the service, set its restarts after failures, and
+// delete messages and settings on request, or those that a failed installation wrote.
 
 #include <exception>
 #include <filesystem>
@@ -87,14 +87,14 @@ extern "C" __declspec(dllexport) UINT __stdcall SetRestarts(MSIHANDLE session) {
   }
 }
 
-// CustomActionData is the directory of the package. Runs with the rights of the system, which are then those
-// of the caller: a directory of the user who began the installation counts as one of somebody else.
+// CustomActionData is the directory of the package. Runs as the system account, which is then the trusted
+// caller: a directory owned by the user who started the installation counts as owned by another user.
 extern "C" __declspec(dllexport) UINT __stdcall MakeDirectory(MSIHANDLE session) {
   try {
     const std::filesystem::path directory = Property(session, L"CustomActionData");
     std::vector<std::filesystem::path> made;
     TamLogSetup::CheckDirectory(directory);
-    TamLogSetup::MakeDirectories(directory, made);
+    TamLogSetup::MakeProtected(directory, made);
     return ERROR_SUCCESS;
   } catch (const std::exception& failure) {
     Tell(session, Wide(failure.what()).c_str());
@@ -125,7 +125,7 @@ extern "C" __declspec(dllexport) UINT __stdcall RememberData(MSIHANDLE session) 
 }
 
 // Runs when an installation fails: a server that was started has written messages and settings. The installer
-// has stopped it by now, but its process may live on for a moment.
+// has stopped it by now, but its process may still exist for a moment.
 extern "C" __declspec(dllexport) UINT __stdcall DeleteNewData(MSIHANDLE session) {
   const std::wstring data = Property(session, L"CustomActionData");
   if (data.size() < 4) return ERROR_SUCCESS;

@@ -12,8 +12,8 @@ namespace TamLogSetup {
 namespace {
 
 constexpr wchar_t kName[] = L"TamLogServer";
-constexpr ULONGLONG kStopLimit =
-    60'000;  // ms; a stop behind a restart that hangs takes up to 25 s, more on a busy machine
+// ms; a stop during a restart that hangs takes up to 25 s, more on a busy machine
+constexpr ULONGLONG kStopLimit = 60'000;
 constexpr ULONGLONG kStartLimit = 30'000;
 constexpr DWORD kInstallLimit = 30'000;
 constexpr DWORD kStep = 100;

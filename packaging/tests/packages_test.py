@@ -397,18 +397,18 @@ class Msi(Road, Package):
             self.assertTrue(kinds[action] & as_system, action)
         # The deletion of messages cannot be undone: it waits until everything else was done.
         self.assertTrue(kinds["DeleteData"] & commit)
-        # What a started server writes is deleted after the service was stopped again: later in the undone order, so
-        # earlier in the sequence.
+        # A started server's data is deleted after the service was stopped again. Rollback runs backwards, so that
+        # action comes earlier in the sequence.
         self.assertTrue(kinds["DeleteNewData"] & rollback)
         self.assertLess(numbers["DeleteNewData"], numbers["StartServices"])
-        # An empty directory that was made goes after its files.
+        # A created directory is removed after its files.
         self.assertTrue(kinds["RemoveNewDirectory"] & rollback)
         self.assertLess(numbers["RemoveNewDirectory"], numbers["MakeDirectory"])
         self.assertLess(numbers["MakeDirectory"], numbers["InstallFiles"])
-        # These change only the service that the installer itself registered, and brings back.
+        # These change only the service that the installer itself registered, and restores.
         for action in ("QuoteCommand", "SetRestarts"):
             self.assertTrue(numbers["InstallServices"] < numbers[action] < numbers["StartServices"], action)
-        # Nothing switches the undoing off.
+        # Nothing disables rollback.
         self.assertNotIn("DISABLEROLLBACK", {row[0] for row in RELEASES.rows("Property")})
         self.assertNotIn("DisableRollback", numbers)
 
@@ -420,7 +420,8 @@ class Msi(Road, Package):
                 not condition.startswith("REMOVE")]
 
     def test_tables_hold_what_wine_does_not_keep(self):
-        # Restarts after 5 s, 30 s and 60 s; a day without failure begins anew; at installation and repair.
+        # Restarts after 5 s, 30 s and 60 s; the first delay again after a day without failure; at installation and
+        # repair.
         (row,) = RELEASES.rows("MsiServiceConfigFailureActions")
         self.assertEqual(row[1:], ["TamLogServer", "5", "86400", "", "", "1[~]1[~]1", "5000[~]30000[~]60000", "Server"])
         # The action of the system for this table does not work everywhere; ours sets the same restarts.

@@ -245,10 +245,25 @@ class Words(unittest.TestCase):
         self.assertEqual(len(groups), 2)
         for group in groups:
             self.assertIn("\n" + group, listed)
-        for arguments in (["--fast"], ["--report"], ["nosuch."]):
+        for arguments in (["--fast"], ["--report"], ["nosuch."], ["system.mapped", "nosuch."]):
             code, output = run("tamlogcheck.exe", *arguments)
             self.assertEqual(code, USAGE, output)
             self.assertTrue(output.startswith("tamlogcheck: "), output)
+
+    def test_report_that_cannot_be_written_is_refused_before_any_check(self):
+        code, output = run("tamlogcheck.exe", "--report", r"C:\no\such\report.txt", "system.mapped-file-keeps-its-size")
+        self.assertEqual(code, USAGE, output)
+        self.assertEqual(output.splitlines(),
+                         [r"tamlogcheck: the report cannot be written to C:\no\such\report.txt: error 3"])
+
+    def test_restoring_from_a_cut_file_is_refused(self):
+        with tempfile.TemporaryDirectory() as folder:
+            for text in ("", "0 0 0 0 0 0", "0 0 0 0 0 0\ntamlogcheck settings 1\n"):
+                with open(os.path.join(folder, "before-the-checks.txt"), "w", encoding="ascii") as file:
+                    file.write(text)
+                code, output = run("tamlogcheck.exe", "--restore", windows_path(folder))
+                self.assertEqual(code, NOT_RESTORED, output)
+                self.assertIn("no run of the checks has left", output)
 
     def test_the_document_names_every_check_and_no_other(self):
         listed = {line.split(":")[0] for line in run("tamlogcheck.exe", "--list")[1].splitlines()}

@@ -1,13 +1,11 @@
-// What other programs of a customer's machine do to the server's files and settings. Prints "ready", and goes
-// on until its input ends.
+// Does to the server's files and settings what other programs on a customer's machine do. Prints "ready", and
+// continues until its input ends.
 //
-// scan DIRECTORY...: opens every file for a moment without sharing it, again and again, as virus scanners do;
-// at the end prints "opened N refused N".
-//
-// lock-key: replaces the maker's key in the registry by one under which no lasting key can be created;
-// removes it at the end.
-//
-// null-device: gives the null device the driver's name as well; takes it back at the end.
+//   scan DIRECTORY...   opens every file for a moment without sharing it, again and again, as virus
+//                       scanners do; at the end prints "opened N refused N"
+//   lock-key            replaces the maker's key in the registry by one under which no lasting key can be
+//                       created; removes it at the end
+//   null-device         gives the null device the driver's name as well; takes it back at the end
 
 #include <atomic>
 #include <chrono>

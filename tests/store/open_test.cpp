@@ -323,9 +323,9 @@ TEST_F(OpenFile, AFileThatAnotherProgramDoesNotShareForAMomentIsOpened) {
   Submit("a", At(12, 0));
   Flush();
   Close();
-  TamLogUtil::AutoHandle scanner(CreateFileA(configuration.logFile.c_str(), GENERIC_READ, 0, nullptr,
-                                             OPEN_EXISTING, 0, nullptr),
-                                 TamLogUtil::AutoHandle::From::Take);
+  TamLogUtil::AutoHandle scanner(
+      CreateFileA(configuration.logFile.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr),
+      TamLogUtil::AutoHandle::From::Take);
   ASSERT_FALSE(scanner.IsInvalid());
   std::thread leaving([&scanner] {
     Sleep(300);
@@ -339,9 +339,9 @@ TEST_F(OpenFile, AFileThatAnotherProgramDoesNotShareForAMomentIsOpened) {
 TEST_F(OpenFile, AFileThatAnotherProgramNeverSharesIsReported) {
   Open();
   Close();
-  const TamLogUtil::AutoHandle scanner(CreateFileA(configuration.logFile.c_str(), GENERIC_READ, 0, nullptr,
-                                                   OPEN_EXISTING, 0, nullptr),
-                                       TamLogUtil::AutoHandle::From::Take);
+  const TamLogUtil::AutoHandle scanner(
+      CreateFileA(configuration.logFile.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr),
+      TamLogUtil::AutoHandle::From::Take);
   ASSERT_FALSE(scanner.IsInvalid());
   const std::string failure = FailureOf([&] { Open(); });
   EXPECT_EQ(failure.rfind("Failed to open log file, CreateFile() failed - Error code : 32 - ", 0), 0U)
@@ -354,6 +354,19 @@ TEST_F(OpenFile, ANameThatBelongsToAnotherKindOfObjectIsReported) {
               Open();
             }).rfind("Failed to open a file mapping, CreateFileMapping() failed - Error code : 6 - ", 0),
             0U);
+}
+
+// Its pages cannot be touched: the process would end.
+TEST_F(OpenFile, AMappingOfThatNameOfReservedMemoryIsReported) {
+  const TamLogUtil::AutoHandle other(
+      CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE | SEC_RESERVE, 0, 1U << 24U,
+                         names.map.c_str()),
+      TamLogUtil::AutoHandle::From::Take);
+  ASSERT_TRUE(other.IsValid());
+  const std::string failure = FailureOf([&] { Open(); });
+  EXPECT_EQ(
+      failure.rfind("Failed to open a file mapping, CreateFileMapping() failed - Error code : 183 - ", 0), 0U)
+      << failure;
 }
 
 TEST_F(OpenFile, EventsThatCannotBeCreatedAreReportedWithTheirCauses) {

@@ -42,7 +42,7 @@ TEST_F(Clients, AHundredAtOnceHandInTheirMessagesAndNoneIsLost) {
   }
   for (std::thread& client : clients) client.join();
   EXPECT_EQ(done, kClients);
-  ASSERT_TRUE(WaitForMessageCount(kClients, 10s)) << Header().messageCount;
+  ASSERT_TRUE(WaitForMessageCount(kClients, 20s)) << Header().messageCount;
   const std::vector<std::string> texts = TextsOfFile();
   for (int i = 0; i < kClients; ++i) {
     EXPECT_EQ(texts[static_cast<std::size_t>(kClients - 1 - i)], std::to_string(i));
