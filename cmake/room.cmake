@@ -58,8 +58,9 @@ endfunction()
 #   SHARDS     n processes share the cases, for those that mostly wait
 #   EXCLUSIVE  the names of pipes, events, registry keys and services are shared by a whole Wine prefix: ctest gives
 #              each such test one of the prefixes that CMakeLists.txt names, so as many run at a time
-#   TIMEOUT    of one case, 60 by default. The watchdog (tests/support/watchdog.h) holds it. ctest starts tests with a
-#              longer one first: a long test at the end of a run would run alone.
+#   TIMEOUT    what one case takes at most on an idle machine, in seconds, 60 by default. Three times that is a hang: the
+#              watchdog (tests/support/watchdog.h) ends it. ctest starts tests with a longer one first: a long test at
+#              the end of a run would run alone.
 #   FILTER     the cases that the ctest test runs, as a gtest filter; all by default, and not together with EACH
 function(tamlog_test name)
   cmake_parse_arguments(TEST "EACH;EXCLUSIVE" "SHARDS;TIMEOUT;FILTER" "SOURCES;USES;NEEDS;LABELS" ${ARGN})
@@ -85,10 +86,11 @@ function(tamlog_test name)
   if(TEST_EXCLUSIVE AND WIN32)
     list(APPEND properties RESOURCE_GROUPS "prefixes:1")
   endif()
-  set(limit TAMLOG_TEST_LIMIT=${TEST_TIMEOUT})
+  math(EXPR most "3 * ${TEST_TIMEOUT}")
+  set(limit TAMLOG_TEST_LIMIT=${most})
   if(TEST_EACH)
-    math(EXPR timeout "${TEST_TIMEOUT} + 15")
-    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 120
+    math(EXPR timeout "${most} + 15")
+    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 300
       PROPERTIES TIMEOUT ${timeout} ENVIRONMENT ${limit} LABELS "${TEST_LABELS}" ${properties})
     return()
   endif()
@@ -109,6 +111,6 @@ function(tamlog_test name)
       list(APPEND environment GTEST_TOTAL_SHARDS=${shards} GTEST_SHARD_INDEX=${index})
     endif()
     add_test(NAME ${test} COMMAND ${name} ${arguments})
-    set_tests_properties(${test} PROPERTIES TIMEOUT 600 ENVIRONMENT "${environment}" LABELS "${TEST_LABELS}" ${properties})
+    set_tests_properties(${test} PROPERTIES TIMEOUT 1200 ENVIRONMENT "${environment}" LABELS "${TEST_LABELS}" ${properties})
   endforeach()
 endfunction()

@@ -87,12 +87,14 @@ int Follower::Loop() {
   }
 }
 
-// Takes all that is available, waiting `waitMs` for the first item; returns TimedOut when nothing is left.
+// Takes all that one look at the log brought, waiting `waitMs` for the first item; returns TimedOut when
+// nothing is left of it. Another look may bring more at once, for as long as messages keep coming.
 Status Follower::Drain(std::uint32_t waitMs) {
   LogItem item;
   Status status = stream.Next(item, waitMs);
   while (status == Status::Ok && !target.OutputFailed()) {
     Take(item);
+    if (stream.Drained()) return Status::TimedOut;
     status = stream.Next(item, 0);
   }
   return status == Status::Ok ? Status::TimedOut : status;
@@ -101,6 +103,9 @@ Status Follower::Drain(std::uint32_t waitMs) {
 void Follower::Take(const LogItem& item) {
   const EventReporter reporter = options.Reporter();
   news = true;
+  // What was written before such an event is hard to recognize after it, so no run may end without a note in
+  // between.
+  if (item.kind != LogItem::Kind::Message) nextKeep = 0;
   switch (item.kind) {
     case LogItem::Kind::Message:
       return target.Print(*item.message, item.late, item.twin);

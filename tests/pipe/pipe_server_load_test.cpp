@@ -31,7 +31,7 @@ class ClientsAtOnce : public PipeServerLoad, public ::testing::WithParamInterfac
 
 // Every client's requests are answered with its own bytes while others send theirs.
 TEST_P(ClientsAtOnce, AreAllServedWithTheirOwnReplies) {
-  TestSupport::SetWatchdogLimit(100);
+  TestSupport::SetWatchdogLimit(300);
   handler.behaviour = [](const PipeRequest& request, PipeReply& reply) {
     std::copy(std::begin(request.bytes), std::end(request.bytes), std::begin(reply.bytes));
   };
@@ -134,7 +134,7 @@ void BeSomeClient(const std::string& name, std::mt19937& random) {
 }
 
 TEST_F(PipeServerLoad, RandomClientsStopsAndStartsEndInAServerThatServes) {
-  TestSupport::SetWatchdogLimit(90);
+  TestSupport::SetWatchdogLimit(300);
   TestSupport::DiagnosticLogCapture log;
   handler.behaviour = [](const PipeRequest& request, PipeReply& reply) {
     if (request.code == kPing) reply.code = kAlive;
@@ -172,7 +172,7 @@ TEST_F(PipeServerLoad, RandomClientsStopsAndStartsEndInAServerThatServes) {
 }
 
 TEST_F(PipeServerLoad, ServersThatAreDestroyedAmongBusyClientsLeaveNothingRunning) {
-  TestSupport::SetWatchdogLimit(90);
+  TestSupport::SetWatchdogLimit(300);
   std::atomic<bool> done{false};
   std::vector<std::thread> clients;
   for (unsigned seed = 1; seed <= 4; ++seed) {

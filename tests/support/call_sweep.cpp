@@ -149,7 +149,7 @@ using Guard = std::lock_guard<Swept::Lock>;
 
 constexpr int kMostRounds = 2000;
 constexpr std::uint32_t kThreadEndMs = 20000;
-constexpr int kRoundLimitSeconds = 50;
+constexpr int kRoundLimitSeconds = 180;
 
 void Arm(int n, const std::string& name, bool eventsAreSet, const std::string& failsAlways = "") {
   const Guard guard(TheBooks().lock);

@@ -19,7 +19,7 @@
 namespace TestSupport {
 namespace {
 
-constexpr int kDefaultLimitSeconds = 50;
+constexpr int kDefaultLimitSeconds = 180;
 constexpr int kPollMs = 100;
 
 // The steady clock's time in milliseconds at which the watchdog ends the present test; 0: never.

@@ -116,7 +116,7 @@ class LiveFiles : public SystemTest {
     if (found == wanted) return;
     const auto first = static_cast<std::size_t>(at - found.begin());
     std::string around;
-    for (std::size_t i = first < 3 ? 0 : first - 3; i < std::min(first + 3, found.size()); ++i) {
+    for (std::size_t i = first < 3 ? 0 : first - 3; i < std::min(first + 50, found.size()); ++i) {
       around += found[i].substr(0, 20) + "\n";
     }
     ADD_FAILURE() << found.size() << " lines, not " << wanted.size() << "; line " << first + 1
@@ -151,6 +151,9 @@ TEST_F(LiveFiles, FollowersGoOnOverChangesOfTheCapacityAndAClear) {
   ASSERT_GE(exported.size(), 25U);
   append(NumberOf(exported[20]), 25);
   ExpectLines(Lines("log"), wanted);
+  // Of the log with 100 slots. A note of the former one would leave open whether messages were lost.
+  ASSERT_TRUE(Eventually(
+      20s, [&] { return ReadWholeFile(ScratchFile("cursor")).find("\nmemory2 64 ") != std::string::npos; }));
   first.Kill();
   ASSERT_TRUE(first.WaitForEnd(20s));
   Feed(25, 30);
@@ -239,18 +242,18 @@ TEST_F(LiveFiles, OrderedExportThatIsKilledAgainAndAgainHasEachMessageOnce) {
 
 // Some message is always held back then, so the cursor file contains those that are.
 TEST_F(LiveFiles, OrderedExportNotesItsPlaceWhileMessagesKeepComing) {
-  RunService({.maxMessage = 400});
+  RunService({.maxMessage = 20000});
   std::atomic<bool> stop{false};
   std::thread feeder([&stop] {
-    for (int first = 0; !stop; ++first) {
-      Feed(first, first + 1);
-      std::this_thread::sleep_for(50ms);
+    for (int first = 0; !stop; first += 20) {
+      Feed(first, first + 20);
+      std::this_thread::sleep_for(20ms);
     }
   });
   ChildProcess killed(CommandLine(ExportTo("log", "--ordered")));
   EXPECT_TRUE(Eventually(20s, [this] {
     const std::string noted = ReadWholeFile(ScratchFile("cursor"));
-    return noted.find("\nheld 1 ") != std::string::npos && noted.find("\nmemory") != std::string::npos;
+    return noted.find("\nheld ") != std::string::npos && noted.find("\nmemory") != std::string::npos;
   }));
   killed.Kill();
   killed.WaitForEnd(20s);
@@ -285,8 +288,10 @@ TEST_F(LiveFiles, ExportKeepsWhatTheLogLostAfterAKill) {
     return std::find(texts.begin(), texts.end(), TextOf(149)) != texts.end();
   }));
   Expect(ExportTo("log", "--for 3"), 0, "it stays");
+  // Which 40 of them the ring has kept depends on how many came in one flush.
+  std::vector<std::string> rest = TextsOfFile();
+  std::sort(rest.begin(), rest.end());
   std::vector<std::string> expected = Texts(0, 30);
-  const std::vector<std::string> rest = Texts(110, 150);
   expected.insert(expected.end(), rest.begin(), rest.end());
   ExpectLines(Lines("log"), expected);
 }

@@ -366,7 +366,7 @@ class ReadingJudge : public testing::TestWithParam<std::uint32_t> {
 };
 
 TEST_P(ReadingJudge, EachCopyThatAReaderAcceptsIsOneStateOfTheLog) {
-  TestSupport::SetWatchdogLimit(WantedText() == nullptr ? 60 : 3600);
+  TestSupport::SetWatchdogLimit(WantedText() == nullptr ? 180 : 3600);
   TamLogTest::DisturbCopies(50);
   Open();
   Submit(static_cast<int>(GetParam()) / 2);
