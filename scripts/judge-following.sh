@@ -25,14 +25,7 @@ seeds=3000
 first=1
 # shellcheck source=scripts/options.sh
 . "$(dirname "$0")/options.sh"
-while (($# > 0)); do
-  case $1 in
-    -h | --help) usage; exit 0 ;;
-    --seeds) whole_number "$1" "${2:-}" 7; seeds=$2; shift 2 ;;
-    --first) whole_number "$1" "${2:-}" 9; first=$2; shift 2 ;;
-    *) echo "judge-following.sh: unknown option \"$1\"; see scripts/judge-following.sh --help" >&2; exit 2 ;;
-  esac
-done
+number_options "seeds:7 first:9" "$@"
 cd "$(dirname "$0")/.."
 folder=build/judge-following
 mkdir -p "$folder"
@@ -42,8 +35,9 @@ if ! scripts/build.sh judge follower_histories_tests >"$folder/build.log" 2>&1; 
 fi
 
 status=0
-TAMLOG_HISTORY_SEEDS=$seeds TAMLOG_HISTORY_FIRST=$first "$folder/tests/client/log/follower_histories_tests" \
-  >"$folder/run.log" 2>&1 || status=1
+# One kind is one test, which the watchdog would end.
+TAMLOG_TEST_LIMIT=$((300 + seeds / 5)) TAMLOG_HISTORY_SEEDS=$seeds TAMLOG_HISTORY_FIRST=$first \
+  "$folder/tests/client/log/follower_histories_tests" >"$folder/run.log" 2>&1 || status=1
 grep -E -A40 'Failure$' "$folder/run.log" | cut -c1-400 || true
 echo '| kind | histories | visits | returned | lost | exact | possible | without bound | needless | unwritten |'
 echo '|---|---|---|---|---|---|---|---|---|---|'

@@ -11,17 +11,6 @@ namespace {
 constexpr char kCannotTake[] = "Failed to grab read access, some handles or pointers are invalid";
 constexpr char kCannotRelease[] = "Failed to release read access, some handles or pointers are invalid";
 
-// More readers than any machine has threads to read one log.
-constexpr std::int32_t kMostReaders = 0xFFFF;
-
-// Returns whether another process has written over readCount, which every user may do: no number of readers
-// is negative or that large, and where nobody was inside before this reader and the count is as it left it,
-// nobody is inside now. No other reader would then signal write-wait, and the next writer, which may be the
-// open of a restart, would wait without end.
-bool IsOverwritten(std::int32_t left, bool enteredAlone, std::int32_t countInside) {
-  return left < 0 || left > kMostReaders || (enteredAlone && left == countInside - 1);
-}
-
 void ResetReadCount(MappedView& view) {
   WithContext("Failed to reset the read count in SetFileView()", [&] { view.SetReadCount(0); });
 }
@@ -158,12 +147,11 @@ MessageFile::Ticket MessageFile::TakeReadAccess(Timeout& timeout) {
 // Returns false when a writer of this process has entered since read-wait was checked. Between two processes
 // nothing prevents that; within this one the same lock covers both sides, so its threads never enter
 // together.
-bool MessageFile::EnterAsReader(Ticket& ticket) {
+bool MessageFile::EnterAsReader(const Ticket& ticket) {
   const LeafLock::Guard guard(viewLock);
   CheckTicket(ticket, kCannotTake);
   if (readersHeldOut) return false;
-  ticket.enteredAlone = openObjects->WriteWait().Wait(0);
-  ticket.countInside = mappedView.ChangeReadCount(1);
+  mappedView.ChangeReadCount(1);
   try {
     openObjects->WriteWait().RemoveSignal();
   } catch (const ExceptionBase&) {
@@ -192,10 +180,7 @@ void MessageFile::ReleaseReadAccess(const Ticket& ticket) {
 void MessageFile::LeaveAsReader(const Ticket& ticket) {
   const LeafLock::Guard guard(viewLock);
   CheckTicket(ticket, kCannotRelease);
-  const std::int32_t left = mappedView.ChangeReadCount(-1);
-  if (left == 0 || IsOverwritten(left, ticket.enteredAlone, ticket.countInside)) {
-    openObjects->WriteWait().SetSignal();
-  }
+  if (mappedView.ChangeReadCount(-1) == 0) openObjects->WriteWait().SetSignal();
   // Last: EndAccesses, which checks this, makes up for a failure above.
   --ownReaders;
 }

@@ -63,9 +63,6 @@ class MessageFile {
   struct Ticket {
     std::shared_ptr<AccessObjects> objects;
     std::uint64_t mapping = 0;
-    // Of a read access: readCount with this reader, and whether no reader was inside when it entered.
-    std::int32_t countInside = 0;
-    bool enteredAlone = false;
   };
 
   bool IsOpen() EXCLUDES(viewLock);
@@ -116,7 +113,7 @@ class MessageFile {
  private:
   Ticket TakeReadAccess(Timeout& timeout) EXCLUDES(viewLock);
   void ReleaseReadAccess(const Ticket& ticket) EXCLUDES(viewLock);
-  bool EnterAsReader(Ticket& ticket) EXCLUDES(viewLock);
+  bool EnterAsReader(const Ticket& ticket) EXCLUDES(viewLock);
   void LeaveAsReader(const Ticket& ticket) EXCLUDES(viewLock);
   void CheckTicket(const Ticket& ticket, const char* invalidText) REQUIRES(viewLock);
   void CheckOpen() REQUIRES(viewLock);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <optional>
+#include <span>
 #include <unordered_set>
 #include <utility>
 
@@ -32,6 +33,35 @@ std::optional<LossReason> Judge(const LogMessage& message) {
   return std::nullopt;
 }
 
+constexpr std::uint64_t kNowhere = ~std::uint64_t{0};  // the offset of a message that is lost
+
+// Sets the stamps from `begin` to `end`, which are those of lost messages, so that numbers rise there as they
+// do around it, or stay the same.
+void FillStamps(std::vector<ArrivalStamp>& stamps, std::size_t begin, std::size_t end) {
+  const bool isLast = end == stamps.size();
+  ArrivalStamp stamp;
+  if (begin > 0) stamp = stamps[begin - 1];
+  if (begin == 0 && !isLast) stamp.key = stamps[end].key;
+  const std::uint64_t before = begin > 1 ? stamps[begin - 2].number : stamp.number;
+  const bool rises =
+      stamp.number != 0 && (isLast ? before < stamp.number : stamp.number < stamps[end].number);
+  for (; begin < end; ++begin) {
+    if (rises) ++stamp.number;
+    stamps[begin] = stamp;
+  }
+}
+
+std::vector<ArrivalStamp> StampsOf(std::span<const SavedMessage> messages) {
+  std::vector<ArrivalStamp> stamps(messages.size());
+  for (std::size_t i = 0; i < messages.size(); ++i) stamps[i] = messages[i].stamp;
+  for (std::size_t begin = 0, end = 0; end < messages.size(); begin = end) {
+    const bool isLost = messages[begin].offset == kNowhere;
+    while (end < messages.size() && (messages[end].offset == kNowhere) == isLost) ++end;
+    if (isLost) FillStamps(stamps, begin, end);
+  }
+  return stamps;
+}
+
 class Planner {
  public:
   Planner(const LogFileImage& damaged, const RepairOptions& chosen) : image(damaged), options(chosen) {}
@@ -44,7 +74,8 @@ class Planner {
   void TakeRest(const LogPart& rest);
   void TakeBreaks(const LogPart& log);
   void CountMissing(const LogPart& log);
-  void JoinRing();
+  void ArrangeSlots(std::size_t first);
+  void JoinRing(const LogFileHeader& header);
   void Save(std::uint64_t offset, const LogMessage& message, std::vector<SavedMessage>& to);
   void Lose(std::uint64_t offset, std::uint64_t bytes, std::uint64_t slots, LossReason reason);
   void LeaveOutRepeated();
@@ -53,7 +84,7 @@ class Planner {
   const LogFileImage& image;
   RepairOptions options;
   RepairPlan plan;
-  std::vector<SavedMessage> olderPart;  // of the ring: the slots from nextSlot on
+  std::vector<SavedMessage> olderPart;  // of the ring: the slots from nextSlot on; lost ones with kNowhere
   std::vector<SavedMessage> newerPart;
   std::uint64_t seenOfRing = 0;
   std::uint64_t lastSequence = 0;  // of the slot before
@@ -62,7 +93,7 @@ class Planner {
 void Planner::Save(std::uint64_t offset, const LogMessage& message, std::vector<SavedMessage>& to) {
   const bool cutTexts = !HasEnds(message);
   const bool changeType = message.body.type >= kMessageTypes;
-  to.push_back({offset, TimeKey(message.body), cutTexts, changeType});
+  to.push_back({offset, ArrivalOf(message), cutTexts, changeType});
   if (cutTexts) ++plan.textsCut;
   if (changeType) ++plan.typesChanged;
   if ((cutTexts || changeType) && plan.changes.size() < options.most) {
@@ -81,6 +112,7 @@ void Planner::Lose(std::uint64_t offset, std::uint64_t bytes, std::uint64_t slot
 void Planner::TakeSlot(const LogPart& log, std::uint64_t number, std::uint64_t offset) {
   const bool inPlace = log.RingInPlace();
   const bool inRing = inPlace && HoldsMessage(log.header, number);
+  const auto nextSlot = static_cast<std::uint64_t>(log.header.nextSlot);
   const LogMessage message = image.At(offset);
   if (inRing) ++seenOfRing;
   if (inPlace && !inRing && !options.carve) {
@@ -90,10 +122,10 @@ void Planner::TakeSlot(const LogPart& log, std::uint64_t number, std::uint64_t o
   const auto reason = Judge(message);
   if (!reason) {
     const bool ofRing = inRing || (log.headerTrusted && !inPlace);
-    const bool isNewer = ofRing && number < static_cast<std::uint64_t>(log.header.nextSlot);
-    Save(offset, message, !ofRing ? plan.oldestFirst : isNewer ? newerPart : olderPart);
+    Save(offset, message, !ofRing ? plan.oldestFirst : number < nextSlot ? newerPart : olderPart);
   } else if (inRing || *reason != LossReason::Blank) {  // a slot that was never used is no loss
     Lose(offset, kSlotSize, 1, *reason);
+    if (inRing) (number < nextSlot ? newerPart : olderPart).push_back({kNowhere, {}, false, false});
   }
   lastSequence = message.sequence;
 }
@@ -118,14 +150,27 @@ void Planner::CountMissing(const LogPart& log) {
   if (held > seenOfRing) Lose(image.Size(), 0, held - seenOfRing, LossReason::Missing);
 }
 
+// Puts the messages from `first` on, which are in the order of their slots, in the order of their arrival:
+// the header does not say where the ring begins.
+void Planner::ArrangeSlots(std::size_t first) {
+  const auto begin = plan.oldestFirst.begin() + static_cast<std::ptrdiff_t>(first);
+  std::vector<ArrivalStamp> ring = StampsOf({begin, plan.oldestFirst.end()});
+  const auto newer = static_cast<std::ptrdiff_t>(NewerLength(ring));
+  std::rotate(begin, begin + newer, plan.oldestFirst.end());
+  std::rotate(ring.begin(), ring.begin() + newer, ring.end());
+  const std::size_t older = ring.size() - static_cast<std::size_t>(newer);
+  std::reverse(begin, begin + static_cast<std::ptrdiff_t>(BlockLength(older, ring)));
+}
+
 // Appends the messages of the ring in the order of their arrival, as far as the ring shows it.
-void Planner::JoinRing() {
+void Planner::JoinRing(const LogFileHeader& header) {
+  const std::size_t older = olderPart.size();
   olderPart.insert(olderPart.end(), newerPart.begin(), newerPart.end());
   newerPart.clear();
-  std::vector<std::uint64_t> keys;
-  keys.reserve(olderPart.size());
-  for (const SavedMessage& saved : olderPart) keys.push_back(saved.key);
-  std::reverse(olderPart.begin(), olderPart.begin() + static_cast<std::ptrdiff_t>(FallingStretch(keys)));
+  const bool wasFull = RingIsSound(header) && header.messageCount == header.maxMessages;
+  const std::size_t block = wasFull ? BlockLength(older, StampsOf(olderPart)) : 0;
+  std::reverse(olderPart.begin(), olderPart.begin() + static_cast<std::ptrdiff_t>(block));
+  std::erase_if(olderPart, [](const SavedMessage& saved) { return saved.offset == kNowhere; });
   plan.fromRing += olderPart.size();
   plan.oldestFirst.insert(plan.oldestFirst.end(), olderPart.begin(), olderPart.end());
   olderPart.clear();
@@ -133,13 +178,15 @@ void Planner::JoinRing() {
 
 void Planner::TakeLog(const LogPart& log) {
   seenOfRing = lastSequence = 0;
+  const std::size_t before = plan.oldestFirst.size();
   for (const SlotStretch& stretch : log.stretches) {
     for (std::uint64_t i = 0; i < stretch.slots; ++i)
       TakeSlot(log, stretch.number + i, stretch.offset + i * kSlotSize);
   }
   TakeBreaks(log);
   CountMissing(log);
-  JoinRing();
+  if (!log.headerTrusted) ArrangeSlots(before);
+  JoinRing(log.header);
 }
 
 // After the end of a log only what looks like a message is one.
@@ -193,8 +240,9 @@ RepairPlan Planner::Run() {
     plan.logs.push_back(std::move(part));
   }
   plan.headerTrusted = plan.logs.front().headerTrusted;
-  std::stable_sort(plan.oldestFirst.begin(), plan.oldestFirst.end(),
-                   [](const SavedMessage& left, const SavedMessage& right) { return left.key < right.key; });
+  std::stable_sort(
+      plan.oldestFirst.begin(), plan.oldestFirst.end(),
+      [](const SavedMessage& left, const SavedMessage& right) { return left.stamp.key < right.stamp.key; });
   if (options.unique) LeaveOutRepeated();
   plan.capacity = Capacity();
   return std::move(plan);

@@ -20,6 +20,7 @@
 
 #include "client/file/log_file_image.h"
 #include "client/file/slot_layout.h"
+#include "client/log/ring.h"
 
 namespace TamLogClient {
 
@@ -53,7 +54,7 @@ struct RepairLoss {
 
 struct SavedMessage {
   std::uint64_t offset = 0;  // in the file
-  std::uint64_t key = 0;
+  ArrivalStamp stamp;
   bool cutTexts = false;    // an unterminated text: its last byte becomes a zero
   bool changeType = false;  // a type that does not exist keeps its two lowest bits
 };
@@ -86,7 +87,7 @@ struct RepairPlan {
   std::uint32_t capacity = 1;
 };
 
-// Plans the repair of `image`. Reads the file up to three times, and needs up to 48 bytes of memory a
+// Plans the repair of `image`. Reads the file up to three times, and needs up to 80 bytes of memory a
 // message.
 RepairPlan PlanRepair(const LogFileImage& image, const RepairOptions& options = {});
 

@@ -167,8 +167,11 @@ void LogFollower::TakeOther(Comparison& comparison, Candidate& candidate, FirstC
   if (!candidate.recognized && !candidate.inBlock) {
     std::vector<Candidate*>& first = copies[candidate.identity];
     isCopy = !first.empty();
-    if (isCopy) first.back()->copied = true;
-    if (isCopy) first.pop_back();
+    if (isCopy) {
+      candidate.first = first.back();
+      candidate.first->copied = true;
+      first.pop_back();
+    }
   }
   candidate.isNew = !candidate.recognized && !isCopy && candidate.key >= completeFrom;
   if (!candidate.isNew) CountKnown(comparison, candidate);

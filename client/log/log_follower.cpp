@@ -100,7 +100,13 @@ FollowStep LogFollower::TakeRewritten(const LogSnapshot& snapshot, bool reopened
   comparison.known = CollectKnown();
   comparison.candidates = CandidatesOf(snapshot);
   comparison.run = RunOf(comparison);
-  if (comparison.run != Run::Same || CasesOf(ChangeOf(comparison)).rewritten) {
+  LossCases cases;
+  if (comparison.run == Run::Same) {
+    cases = CasesOf(ChangeOf(comparison));
+    // Counters that no history of one run leads to show a restart that nobody noticed.
+    if (!cases.Any()) comparison.run = Run::Unclear;
+  }
+  if (comparison.run != Run::Same || cases.rewritten) {
     suspect = true;
     suspectUntil = NextNumber(snapshot.header);
   }

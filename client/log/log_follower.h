@@ -82,6 +82,7 @@ class LogFollower {
     bool inBlock = false;     // in what may be left of a full rewrite
     bool copied = false;      // the server has written it a second time: it is in another slot as well
     bool isNew = false;
+    Candidate* first = nullptr;  // the first copy, when this one is taken for a second one
   };
   // Whether a snapshot continues the run of the log that the last one was taken from.
   enum class Run : std::uint8_t { Same, Unclear, Other };

@@ -74,6 +74,7 @@ struct LossCases {
   std::optional<Loss> cleared;    // at least one clear, no full rewrite
   std::optional<Loss> rewritten;  // at least one full rewrite, and perhaps clears
 
+  bool Any() const { return kept || cleared || rewritten; }
   bool OnlyCleared() const { return cleared && !kept && !rewritten; }
   // Returns the bounds of all cases that are possible; unknown when none is, as in a damaged log.
   Loss Bounds() const;

@@ -99,16 +99,31 @@ bool IsShownOlder(const ArrivalStamp& message, const ArrivalStamp& next) {
 std::size_t BlockLength(const LogFileHeader& header, const Stamps& ring) {
   const auto capacity = static_cast<std::size_t>(std::max(header.maxMessages, 0));
   if (ring.empty() || ring.size() != capacity || !RingIsSound(header)) return FallingStretchOf(ring);
+  return BlockLength(capacity - static_cast<std::size_t>(header.nextSlot), ring);
+}
+
+std::size_t BlockLength(std::size_t older, const Stamps& ring) {
   // Slot 0 got the block's newest message, which appended messages overwrite first.
-  std::size_t most = capacity - static_cast<std::size_t>(header.nextSlot);
-  if (header.nextSlot > 0) {
+  std::size_t most = older;
+  if (older > 0 && older < ring.size()) {
     // An insertion may have overwritten the oldest ones. It writes a message only before newer ones.
     const std::size_t since = WrittenSince(ring);
     if (since < most) most = since + (ring[since].key == ring.back().key ? 1 : 0);
   }
   std::size_t length = std::min<std::size_t>(most, 1);
   while (length < most && !IsShownOlder(ring[length - 1], ring[length])) ++length;
-  return header.nextSlot == 0 && length < capacity ? 0 : length;
+  return older == ring.size() && length < older ? 0 : length;
+}
+
+std::size_t NewerLength(const Stamps& slots) {
+  for (std::size_t i = 1; i < slots.size(); ++i) {
+    // The first message of a log has the number 0. The newest message has no newer one in the ring.
+    const bool isFirst = i == 1 && slots[0].number == 0 && slots[1].number == 1;
+    const bool isNewest = slots[i - 1].key >= slots.back().key;
+    const bool rises = isFirst || IsShownOlder(slots[i - 1], slots[i]);
+    if (slots[i].key < slots[i - 1].key || (isNewest && !rises)) return i;
+  }
+  return slots.size();
 }
 
 }  // namespace TamLogClient

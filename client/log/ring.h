@@ -67,4 +67,12 @@ bool IsShownOlder(const ArrivalStamp& message, const ArrivalStamp& next);
 // count.
 std::size_t BlockLength(const LogFileHeader& header, const std::vector<ArrivalStamp>& ring);
 
+// Returns the same of a ring that was full, in which messages may be missing. The first `older` ones of
+// `ring` are in slots from nextSlot on.
+std::size_t BlockLength(std::size_t older, const std::vector<ArrivalStamp>& ring);
+
+// Returns how many of the messages of all slots, in the order of the slots, were appended one after the other
+// from slot 0 on, as far as times and numbers show it: nextSlot comes after these.
+std::size_t NewerLength(const std::vector<ArrivalStamp>& slots);
+
 }  // namespace TamLogClient

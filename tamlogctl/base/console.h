@@ -60,8 +60,6 @@ std::string ReadInput();
 void DeferInterrupts();
 bool Interrupted();
 
-std::uint32_t ProcessId();
-
 // Returns whether an environment variable has a value that is not empty.
 bool EnvironmentHas(const char* name);
 

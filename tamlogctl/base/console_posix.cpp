@@ -56,8 +56,8 @@ void OnStop(int /*signal*/) {
   raise(SIGSTOP);
 }
 
-// The signals with which a write ends the program: nobody reads the pipe, or the file would be larger than
-// allowed.
+// The signals with which a write ends the program: the pipe has no reader, or the file would exceed the size
+// limit.
 constexpr std::array kFailedWrites{SIGPIPE, SIGXFSZ};
 std::array<void (*)(int), kFailedWrites.size()> handlersOfCaller{};
 
@@ -137,10 +137,6 @@ void DeferInterrupts() {
 
 bool Interrupted() {
   return interrupted != 0;
-}
-
-std::uint32_t ProcessId() {
-  return static_cast<std::uint32_t>(getpid());
 }
 
 std::string EnvironmentValue(const char* name) {

@@ -170,10 +170,6 @@ bool Interrupted() {
   return interrupted;
 }
 
-std::uint32_t ProcessId() {
-  return GetCurrentProcessId();
-}
-
 std::string EnvironmentValue(const char* name) {
   const std::wstring wideName = Utf8ToWide(name);
   std::wstring value(GetEnvironmentVariableW(wideName.c_str(), nullptr, 0), L'\0');

@@ -1,6 +1,7 @@
 #include "tamlogctl/server/import.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,7 @@
 #include "tamlogctl/server/live_delivery.h"
 #include "tamlogctl/server/live_server.h"
 #include "tamlogctl/server/message_counts.h"
+#include "tamlogctl/server/message_spool.h"
 
 namespace TamLogCtl {
 
@@ -56,6 +58,14 @@ struct Absent {
   }
 };
 
+// Returns whether the next start of the server keeps the log. Its image needs as much memory as the log.
+bool IsAccepted(const LogSnapshot& log) {
+  const TamLogClient::MessageOrder order = OrderMessages(log);
+  if (log.HeaderIsSound() && !order.reordered && order.damaged == 0) return true;
+  const std::string bytes = ImageOf(log);
+  return VerifyLogFile(TamLogClient::LogFileImage(bytes), {.most = 1, .live = true}).Accepted();
+}
+
 class Import {
  public:
   explicit Import(const ImportOptions& chosen)
@@ -67,23 +77,31 @@ class Import {
 
  private:
   int ReadAll();
+  // Messages of one time, in the order in which they are sent.
+  struct Equals {
+    std::uint64_t key = 0;
+    std::vector<MessageIdentity> identities;
+  };
+
   int LookAtLog();
+  void TakeEquals(Equals& equals);
+  int Readable() const;
   int SendAll(Delivery& delivery);
   int Finish(const Delivery& delivery);
   bool ReadFilters();
   bool IsFiltered(const LogMessageBody& body) const;
-  Absent AbsentOf(const LogSnapshot& log, std::size_t refused) const;
+  Absent AbsentOf(const LogSnapshot& log, std::size_t refused);
 
   const ImportOptions& options;
   LogClient client;
   LiveTarget target;
   SettingsBody settings{};
   std::vector<FilterEntry> filters;
-  std::vector<LogMessageBody> messages;
-  std::vector<std::size_t> toSend;  // indices of `messages`
-  MessageCounts before;             // the messages of the log at the start
-  MessageCounts known;              // those that are going to be sent as well
-  std::size_t already = 0;          // of the messages: in the log at the start
+  MessageSpool messages;
+  std::vector<std::uint32_t> toSend;  // indices of `messages`
+  MessageCounts before;               // the messages of the log at the start
+  MessageCounts known;                // those that are going to be sent as well
+  std::size_t already = 0;            // of the messages: in the log at the start
   int exitCode = kDone;
 };
 
@@ -111,20 +129,41 @@ int Import::LookAtLog() {
   before = CountsOf(log);
   const Oldest oldest = OldestOf(log);
   MessageCounts copies = before;
-  MessageCounts seen;
-  for (std::size_t i = 0; i < messages.size(); ++i) {
-    const MessageIdentity identity = IdentityOf(messages[i]);
+  Equals equals;
+  for (std::uint32_t i = 0; i < messages.Size(); ++i) {
+    const LogMessageBody message = messages.At(i);
+    const MessageIdentity identity = IdentityOf(message);
     if (!options.again && TakeCopy(copies, identity)) {
       ++already;
       continue;
     }
-    if (!oldest.LeavesRoomFor(messages[i])) continue;
+    if (!oldest.LeavesRoomFor(message)) continue;
     toSend.push_back(i);
-    const auto there = before.find(identity);
-    if (++seen[identity] > 1 || there != before.end())
-      known[identity] = there == before.end() ? 0 : there->second;
+    if (const auto there = before.find(identity); there != before.end()) known[identity] = there->second;
+    if (equals.key != TimeKey(message)) TakeEquals(equals);
+    equals.key = TimeKey(message);
+    equals.identities.push_back(identity);
   }
-  return kDone;
+  TakeEquals(equals);
+  return Readable();
+}
+
+// Equal messages have equal times.
+void Import::TakeEquals(Equals& equals) {
+  auto& identities = equals.identities;
+  const auto isLess = [](const MessageIdentity& a, const MessageIdentity& b) {
+    return a.low != b.low ? a.low < b.low : a.high < b.high;
+  };
+  std::sort(identities.begin(), identities.end(), isLess);
+  for (std::size_t i = 1; i < identities.size(); ++i) {
+    if (identities[i - 1] == identities[i]) known.try_emplace(identities[i], 0);
+  }
+  identities.clear();
+}
+
+int Import::Readable() const {
+  if (messages.Problem().empty()) return kDone;
+  return Refuse(kOutputFailed, "the temporary file cannot be read: " + messages.Problem());
 }
 
 int Import::SendAll(Delivery& delivery) {
@@ -133,7 +172,9 @@ int Import::SendAll(Delivery& delivery) {
     progress.Show(delivery.Sent());
     if (Interrupted()) return kInterrupted;
     const std::size_t refusals = delivery.Refused();
-    if (const int code = delivery.Send(messages[index], index + 1); code != kDone) return code;
+    const LogMessageBody message = messages.At(index);
+    if (const int code = Readable(); code != kDone) return code;
+    if (const int code = delivery.Send(message, index + 1); code != kDone) return code;
     if (refusals == 0 && delivery.Refused() > 0)
       Say("message " + std::to_string(index + 1) + ": " + StatusText(delivery.LastRefusal()));
   }
@@ -151,7 +192,7 @@ bool Import::IsFiltered(const LogMessageBody& body) const {
   return !JudgeMessage(filters, settings.typeFilter, view.Source(), view.Type()).kept;
 }
 
-Absent Import::AbsentOf(const LogSnapshot& log, std::size_t refused) const {
+Absent Import::AbsentOf(const LogSnapshot& log, std::size_t refused) {
   MessageCounts there = CountsOf(log);
   if (options.again) {
     for (const auto& [identity, count] : before) {
@@ -161,7 +202,8 @@ Absent Import::AbsentOf(const LogSnapshot& log, std::size_t refused) const {
   }
   const Oldest oldest = OldestOf(log);
   Absent absent;
-  for (const LogMessageBody& body : messages) {
+  for (std::size_t i = 0; i < messages.Size(); ++i) {
+    const LogMessageBody body = messages.At(i);
     if (TakeCopy(there, IdentityOf(body))) continue;
     const bool tooOld = !oldest.LeavesRoomFor(body);
     ++(IsFiltered(body) ? absent.filtered : tooOld ? absent.tooOld : absent.unknown);
@@ -176,9 +218,10 @@ int Import::Finish(const Delivery& delivery) {
     return Refuse(status, "all messages were sent, but the log cannot be read to count them");
   ReadFilters();
   const Absent absent = AbsentOf(log, delivery.Refused());
+  if (const int code = Readable(); code != kDone) return code;
   if (!options.quiet) {
-    Say(std::to_string(messages.size()) +
-        " messages: " + std::to_string(messages.size() - absent.All() - delivery.Refused()) + " in the log" +
+    Say(std::to_string(messages.Size()) +
+        " messages: " + std::to_string(messages.Size() - absent.All() - delivery.Refused()) + " in the log" +
         (already > 0 ? " (" + std::to_string(already) + " already were)" : "") + ", " +
         std::to_string(absent.All()) + " not, " + std::to_string(delivery.Refused()) + " refused" +
         (delivery.SentAgain() > 0
@@ -186,9 +229,7 @@ int Import::Finish(const Delivery& delivery) {
              : ""));
   }
   if (absent.All() > 0) Say("not in the log: " + absent.Text());
-  const std::string bytes = ImageOf(log);
-  const auto report = VerifyLogFile(TamLogClient::LogFileImage(bytes), {.most = 1, .live = true});
-  if (!report.Accepted())
+  if (!IsAccepted(log))
     Say("the log is now stored newest first; the next restart of the server would empty it: export it first");
   if (delivery.Refused() > 0) return kRefused;
   return absent.All() > 0 ? WorseOf(exitCode, kNegative) : exitCode;

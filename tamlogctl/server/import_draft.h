@@ -1,7 +1,7 @@
 #pragma once
 
 // What the readers of the single formats find, before it becomes messages. Each reader parses the bytes of
-// one file and adds one draft for each message, with the number of its line.
+// one file and passes on one draft for each message, with the number of its line.
 
 #include <array>
 #include <cstddef>
@@ -14,6 +14,7 @@
 
 #include "client/format/message_fields.h"
 #include "client/message/time_text.h"
+#include "tamlogctl/server/import_bytes.h"
 #include "tamlogctl/server/long_text.h"
 
 namespace TamLogCtl {
@@ -51,7 +52,22 @@ struct ImportDraft {
   std::array<std::uint8_t, 4> tail{};
 };
 
-class ImportDrafts {
+// Takes what a reader finds, in the order of the file.
+class DraftTaker {
+ public:
+  DraftTaker() = default;
+  virtual ~DraftTaker() = default;
+  DraftTaker(const DraftTaker&) = delete;
+  DraftTaker& operator=(const DraftTaker&) = delete;
+
+  virtual void Add(std::size_t line, ImportDraft draft) = 0;
+  virtual void Refuse(std::size_t line, std::string problem) = 0;
+  // Returns whether nothing more is wanted.
+  virtual bool Enough() const { return false; }
+};
+
+// Holds the drafts of some lines.
+class ImportDrafts : public DraftTaker {
  public:
   struct Entry {
     std::size_t line = 0;
@@ -62,22 +78,24 @@ class ImportDrafts {
     std::string text;
   };
 
-  void Add(std::size_t line, ImportDraft draft) { entries.push_back({line, std::move(draft)}); }
-  void Refuse(std::size_t line, std::string problem) { problems.push_back({line, std::move(problem)}); }
+  void Add(std::size_t line, ImportDraft draft) override { entries.push_back({line, std::move(draft)}); }
+  void Refuse(std::size_t line, std::string problem) override {
+    problems.push_back({line, std::move(problem)});
+  }
 
   std::vector<Entry> entries;
   std::vector<Problem> problems;
 };
 
-// Readers of the formats. `bytes` is the whole file.
-void ReadJsonDrafts(std::string_view bytes, ImportDrafts& drafts);
-void ReadCsvDrafts(std::string_view bytes, const ImportChoice& choice, ImportDrafts& drafts);
-void ReadTsvDrafts(std::string_view bytes, const ImportChoice& choice, ImportDrafts& drafts);
-void ReadJournalDrafts(std::string_view bytes, ImportDrafts& drafts);
+// Readers of the formats. They read from the beginning of the file on and stop when it is enough.
+void ReadJsonDrafts(ImportBytes& bytes, DraftTaker& drafts);
+void ReadCsvDrafts(ImportBytes& bytes, const ImportChoice& choice, DraftTaker& drafts);
+void ReadTsvDrafts(ImportBytes& bytes, const ImportChoice& choice, DraftTaker& drafts);
+void ReadJournalDrafts(ImportBytes& bytes, DraftTaker& drafts);
 // Lines of text with time stamps: ISO times, RFC 3164 and RFC 5424, also mixed. A line without a time belongs
 // to the one before. `newest` is the local time that no time without a year is later than.
-void ReadTextDrafts(std::string_view bytes, const ImportChoice& choice, const TamLogClient::TimeWords& newest,
-                    ImportDrafts& drafts);
+void ReadTextDrafts(ImportBytes& bytes, const ImportChoice& choice, const TamLogClient::TimeWords& newest,
+                    DraftTaker& drafts);
 
 // Parses a line of `-o short` or `-o full` without its time. Returns false, and leaves `draft` unchanged, for
 // any other line. Escapes such as \n stay as they were printed.
@@ -88,19 +106,10 @@ bool TakeShortHead(std::string_view line, const TamLogClient::TypeNames& names, 
 bool SetDraftField(TamLogClient::Field field, std::string_view value, ImportDraft& draft,
                    std::string& problem);
 
+// Parses a line of tsv without its line end.
+void ReadTsvLine(std::string_view line, std::size_t number, const ImportChoice& choice, DraftTaker& drafts);
+
 // Parses a line of RFC 5424 without its line end.
 std::optional<ImportDraft> ParseRfc5424Line(std::string_view line);
-
-// Calls `use(line, number)` for each line that is not empty, without its line end; numbers begin with 1.
-template <typename Use>
-void ForEachLine(std::string_view bytes, const Use& use) {
-  for (std::size_t number = 1; !bytes.empty(); ++number) {
-    const std::size_t end = bytes.find('\n');
-    std::string_view line = bytes.substr(0, end);
-    bytes.remove_prefix(end == std::string_view::npos ? bytes.size() : end + 1);
-    if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-    if (!line.empty()) use(line, number);
-  }
-}
 
 }  // namespace TamLogCtl

@@ -18,14 +18,14 @@ using Entry = std::map<std::string, std::string, std::less<>>;
 
 class JournalEntries {
  public:
-  explicit JournalEntries(std::string_view text) : rest(text) {}
+  explicit JournalEntries(ImportBytes& bytes) : rest(bytes) {}
 
   // Reads the next entry. Returns false at the end, and when the bytes break the format.
   bool Next(Entry& entry) {
     entry.clear();
     begin = line;
-    while (!rest.empty()) {
-      if (rest.front() == '\n') {
+    while (!rest.AtEnd()) {
+      if (rest.Window(1).front() == '\n') {
         Take(1);
         if (!entry.empty()) return true;
         begin = line;
@@ -40,11 +40,10 @@ class JournalEntries {
   std::size_t BrokenLine() const { return line; }
 
  private:
-  std::string_view Take(std::size_t size) {
-    const std::string_view taken = rest.substr(0, size);
+  void Take(std::size_t size) {
+    const std::string_view taken = rest.Window(size).substr(0, size);
     line += static_cast<std::size_t>(std::count(taken.begin(), taken.end(), '\n'));
-    rest.remove_prefix(taken.size());
-    return taken;
+    rest.Drop(size);
   }
 
   bool Break() {
@@ -53,9 +52,10 @@ class JournalEntries {
   }
 
   bool TakeField(Entry& entry) {
-    const std::size_t end = rest.find('\n');
-    if (end == std::string_view::npos) return Break();
-    const std::string_view text = rest.substr(0, end);
+    std::string_view text = rest.PeekLine();
+    if (!text.ends_with('\n')) return Break();
+    text.remove_suffix(1);
+    const std::size_t end = text.size();
     const std::size_t equals = text.find('=');
     if (equals != std::string_view::npos) {
       entry[std::string(text.substr(0, equals))] = std::string(text.substr(equals + 1));
@@ -63,23 +63,25 @@ class JournalEntries {
       return true;
     }
     const std::string name(text);
-    if (rest.size() < end + 1 + kLength) return Break();
-    const std::string_view digits = rest.substr(end + 1, kLength);
+    const std::size_t before = end + 1 + kLength;
+    if (rest.Left() < before) return Break();
+    const std::string_view digits = rest.Window(before).substr(end + 1, kLength);
     std::uint64_t length = 0;
     for (std::size_t i = kLength; i > 0; --i)
       length = length << 8U | static_cast<unsigned char>(digits[i - 1]);
-    const std::size_t before = end + 1 + kLength;
-    if (length >= rest.size() - before || rest[before + length] != '\n') return Break();
+    if (length >= rest.Left() - before) return Break();
+    const std::string_view field = rest.Window(before + length + 1);
+    if (field.size() <= before + length || field[before + length] != '\n') return Break();
+    entry[name] = std::string(field.substr(before, length));
     line += 1;
-    rest.remove_prefix(before);
-    entry[name] = std::string(Take(length));
-    Take(1);
+    rest.Drop(before);
+    Take(length + 1);
     return true;
   }
 
   static constexpr std::size_t kLength = 8;
 
-  std::string_view rest;
+  ImportBytes& rest;
   std::size_t line = 1;
   std::size_t begin = 1;
   bool broken = false;
@@ -140,10 +142,10 @@ bool FromEntry(const Entry& entry, ImportDraft& draft, std::string& problem) {
 
 }  // namespace
 
-void ReadJournalDrafts(std::string_view bytes, ImportDrafts& drafts) {
+void ReadJournalDrafts(ImportBytes& bytes, DraftTaker& drafts) {
   JournalEntries entries(bytes);
   Entry entry;
-  while (entries.Next(entry)) {
+  while (!drafts.Enough() && entries.Next(entry)) {
     ImportDraft draft;
     std::string problem;
     if (FromEntry(entry, draft, problem)) {

@@ -2,6 +2,8 @@
 
 #include <cstring>
 #include <limits>
+#include <optional>
+#include <string>
 
 #include "client/message/hex.h"
 #include "tamlogctl/base/json.h"
@@ -96,7 +98,7 @@ bool FromJson(const Json& object, ImportDraft& draft, std::string& problem) {
   return TakeBytes(object, "origin", draft.origin, problem) && TakeBytes(object, "tail", draft.tail, problem);
 }
 
-void AddObject(const Json& object, std::size_t line, ImportDrafts& drafts) {
+void AddObject(const Json& object, std::size_t line, DraftTaker& drafts) {
   ImportDraft draft;
   std::string problem;
   if (FromJson(object, draft, problem)) {
@@ -111,19 +113,121 @@ bool IsBracket(std::string_view line) {
   return line == "[" || line == "]" || line == "[]";
 }
 
+bool IsBlankCharacter(char letter) {
+  return letter == ' ' || letter == '\t' || letter == '\r' || letter == '\n';
+}
+
+// Reads the elements of an array one after the other.
+class ArrayElements {
+ public:
+  explicit ArrayElements(ImportBytes& text) : bytes(text) {}
+
+  // Reads the next element. Returns false at the end, and when the text is no array.
+  bool Next(std::optional<Json>& element) {
+    if (!begun && !Begin()) return false;
+    if (ended) return false;
+    std::string text;
+    const char after = TakeElement(text);
+    ended = after == ']';
+    element = ParseJson(text);
+    isArray = (after == ',' || after == ']') && element.has_value() && (!ended || IsRestBlank());
+    return isArray;
+  }
+  // Returns whether all of the text was an array. Call it after the last element.
+  bool IsArray() const { return isArray; }
+
+ private:
+  void SkipBlanks() {
+    while (!bytes.AtEnd() && IsBlankCharacter(bytes.Window(1).front())) bytes.Drop(1);
+  }
+
+  bool IsRestBlank() {
+    SkipBlanks();
+    return bytes.AtEnd();
+  }
+
+  bool Begin() {
+    begun = true;
+    SkipBlanks();
+    if (!bytes.Window(1).starts_with('[')) return false;
+    bytes.Drop(1);
+    SkipBlanks();
+    if (!bytes.Window(1).starts_with(']')) return true;
+    bytes.Drop(1);
+    isArray = IsRestBlank();
+    return false;
+  }
+
+  // Takes the text up to the comma or bracket after it, and returns that; 0 at the end of the file.
+  char TakeElement(std::string& text) {
+    std::size_t depth = 0;
+    bool isString = false;
+    for (; !bytes.AtEnd(); bytes.Drop(1)) {
+      const char letter = bytes.Window(1).front();
+      if (isString && letter == '\\') {
+        text += letter;
+        bytes.Drop(1);
+        if (bytes.AtEnd()) return 0;
+        text += bytes.Window(1).front();
+        continue;
+      }
+      if (letter == '"') isString = !isString;
+      const bool ends = letter == ']' || letter == '}';
+      if (!isString && depth == 0 && (letter == ',' || ends)) {
+        bytes.Drop(1);
+        return letter;
+      }
+      if (!isString && (letter == '[' || letter == '{')) ++depth;
+      if (!isString && ends) --depth;
+      text += letter;
+    }
+    return 0;
+  }
+
+  ImportBytes& bytes;
+  bool begun = false;
+  bool ended = false;
+  bool isArray = false;
+};
+
+// An array that another program wrote need not have its objects on lines of their own.
+bool HasObjectsWithinLines(ImportBytes& bytes) {
+  bool found = false;
+  bool atLineBegin = false;
+  for (std::string_view there = bytes.Window(1); !there.empty(); there = bytes.Window(1)) {
+    if (atLineBegin && there.front() == '{') return false;
+    if (there.find("\n{") != std::string_view::npos) return false;
+    found = found || there.find('{') != std::string_view::npos;
+    atLineBegin = there.back() == '\n';
+    bytes.Drop(there.size());
+  }
+  return found;
+}
+
+void ReadArray(ImportBytes& bytes, DraftTaker& drafts) {
+  std::optional<Json> element;
+  ArrayElements examined(bytes);
+  while (examined.Next(element)) {
+  }
+  if (!examined.IsArray()) return drafts.Refuse(1, "expected a JSON array of objects");
+  bytes.Restart();
+  ArrayElements elements(bytes);
+  while (!drafts.Enough() && elements.Next(element)) AddObject(*element, 1, drafts);
+}
+
 }  // namespace
 
-void ReadJsonDrafts(std::string_view bytes, ImportDrafts& drafts) {
-  const std::size_t first = bytes.find_first_not_of(" \t\r\n");
-  const bool array = first != std::string_view::npos && bytes[first] == '[';
-  // An array that another program wrote need not have its objects on lines of their own.
-  if (array && bytes.find("\n{") == std::string_view::npos && bytes.find('{') != std::string_view::npos) {
-    const auto whole = ParseJson(bytes);
-    if (!whole || whole->AsArray() == nullptr) return drafts.Refuse(1, "expected a JSON array of objects");
-    for (const Json& object : *whole->AsArray()) AddObject(object, 1, drafts);
-    return;
+void ReadJsonDrafts(ImportBytes& bytes, DraftTaker& drafts) {
+  while (!bytes.AtEnd() && IsBlankCharacter(bytes.Window(1).front())) bytes.Drop(1);
+  const bool array = bytes.Window(1).starts_with('[');
+  bytes.Restart();
+  if (array) {
+    const bool isWhole = HasObjectsWithinLines(bytes);
+    bytes.Restart();
+    if (isWhole) return ReadArray(bytes, drafts);
   }
-  ForEachLine(bytes, [&](std::string_view line, std::size_t number) {
+  const auto enough = [&drafts] { return drafts.Enough(); };
+  ForEachLine(bytes, enough, [&](std::string_view line, std::size_t number) {
     if (array && IsBracket(line)) return;
     if (array && line.back() == ',') line.remove_suffix(1);
     AddObject(ParseJson(line).value_or(Json()), number, drafts);

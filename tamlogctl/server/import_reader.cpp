@@ -4,9 +4,12 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <optional>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
+#include "client/file/file_bytes.h"
 #include "client/file/file_path.h"
 #include "client/file/log_file_image.h"
 #include "client/file/log_file_repair.h"
@@ -22,13 +25,13 @@
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/file_problem.h"
 #include "tamlogctl/base/plain_file.h"
-#include "tamlogctl/server/message_counts.h"
 #include "tamlogctl/server/stamp_text.h"
 
 namespace TamLogCtl {
 
 namespace {
 
+using TamLogClient::FileBytes;
 using TamLogClient::LogFileImage;
 using TamLogClient::TimeWords;
 
@@ -53,54 +56,82 @@ std::string Utf8Of(const std::filesystem::path& path) {
   return {text.begin(), text.end()};
 }
 
-// Makes messages from the drafts of one file.
-class DraftReader {
+// Finds the first draft with a time.
+class FirstDated : public DraftTaker {
  public:
-  DraftReader(const std::string& path, const ImportChoice& chosen, ImportSource& result)
-      : choice(chosen), source(result) {
+  void Add(std::size_t /*line*/, ImportDraft draft) override {
+    if (draft.time && !found) found = std::move(draft);
+  }
+  void Refuse(std::size_t /*line*/, std::string /*problem*/) override {}
+  bool Enough() const override { return found.has_value(); }
+
+  std::optional<ImportDraft> found;
+};
+
+// Makes messages from the drafts of one file.
+class DraftReader : public DraftTaker {
+ public:
+  using FindFirst = std::function<std::optional<ImportDraft>()>;
+
+  // `findFirst` returns the first draft of the file that has a time.
+  DraftReader(const std::string& path, const ImportChoice& chosen, const TakeMessage& taker,
+              FindFirst findFirst, ImportSource& result)
+      : choice(chosen), take(taker), first(std::move(findFirst)), source(result) {
     usualSource = choice.source.empty() ? Utf8Of(PlainName(path).stem()) : choice.source;
   }
 
-  void Take(const ImportDrafts& drafts);
+  void Add(std::size_t line, ImportDraft draft) override;
+  void Refuse(std::size_t line, std::string problem) override;
+  bool Enough() const override { return hasNoTime; }
+
+  // Reports what no draft was made of.
+  void Finish();
 
  private:
   bool Make(const ImportDraft& draft, const TimeWords& time, std::string& problem);
-  void Refuse(std::size_t line, const std::string& problem);
+  void Report(std::size_t line, const std::string& problem);
   TimeWords TimeOf(const ImportDraft& draft) const;
   std::uint32_t TypeOf(const ImportDraft& draft) const;
   std::string SourceOf(const ImportDraft& draft) const;
   std::vector<std::string> PiecesOf(const std::string& text) const;
 
   const ImportChoice& choice;
+  const TakeMessage& take;
+  const FindFirst first;
   ImportSource& source;
   std::string usualSource;
+  std::optional<ImportDraft> before;           // the last one with a time
+  bool hasNoTime = false;                      // no line of the file
+  std::vector<ImportDrafts::Problem> refused;  // the first ones
+  std::size_t allRefused = 0;
 };
 
 // A line without a time is part of the line before, at the beginning of a file of the first one that has one.
-void DraftReader::Take(const ImportDrafts& drafts) {
-  const ImportDraft* before = nullptr;
-  for (const auto& entry : drafts.entries) {
-    if (before == nullptr && entry.draft.time) before = &entry.draft;
+void DraftReader::Add(std::size_t line, ImportDraft draft) {
+  if (draft.time) {
+    before = std::move(draft);
+  } else {
+    if (!before) before = first();
+    hasNoTime = !before.has_value();
+    if (hasNoTime) return Report(line, "no line of the file begins with a time");
+    before->text = std::move(draft.text);
+    if (source.continued++ == 0) source.firstContinued = line;
   }
-  if (before == nullptr && !drafts.entries.empty())
-    return Refuse(drafts.entries.front().line, "no line of the file begins with a time");
-  for (const auto& [line, draft] : drafts.entries) {
-    ImportDraft continued;
-    if (draft.time) {
-      before = &draft;
-    } else {
-      continued = *before;
-      continued.text = draft.text;
-      if (source.continued++ == 0) source.firstContinued = line;
-    }
-    const ImportDraft& whole = draft.time ? draft : continued;
-    std::string problem;
-    if (!Make(whole, TimeOf(whole), problem)) Refuse(line, problem);
-  }
-  for (const auto& [line, problem] : drafts.problems) Refuse(line, problem);
+  std::string problem;
+  if (!Make(*before, TimeOf(*before), problem)) Report(line, problem);
 }
 
-void DraftReader::Refuse(std::size_t line, const std::string& problem) {
+void DraftReader::Refuse(std::size_t line, std::string problem) {
+  if (allRefused++ < kMostProblems) refused.push_back({line, std::move(problem)});
+}
+
+void DraftReader::Finish() {
+  if (hasNoTime) return;
+  for (const auto& [line, problem] : refused) Report(line, problem);
+  source.unreadable += allRefused - refused.size();
+}
+
+void DraftReader::Report(std::size_t line, const std::string& problem) {
   if (source.unreadable++ < kMostProblems)
     source.problems.push_back("line " + std::to_string(line) + ": " + problem);
 }
@@ -144,12 +175,12 @@ bool DraftReader::Make(const ImportDraft& draft, const TimeWords& time, std::str
                 : "source and text have at most 256 bytes each and no zero byte";
   for (const std::string& piece : PiecesOf(draft.text)) {
     if (!TamLogClient::FillTexts(name, piece, body)) return false;
-    source.messages.push_back(body);
+    take(body);
   }
   return true;
 }
 
-void ReadLog(const std::string& bytes, ImportSource& source) {
+void ReadLog(FileBytes& bytes, const TakeMessage& take, ImportSource& source) {
   const LogFileImage image(bytes);
   if (const std::string why = TamLogClient::WhyNoLog(image); !why.empty()) {
     source.problems.push_back(ProblemOf(TamLogClient::Status::NotALog, why));
@@ -157,21 +188,20 @@ void ReadLog(const std::string& bytes, ImportSource& source) {
     return;
   }
   const auto plan = PlanRepair(image);
-  for (const auto& saved : plan.oldestFirst) source.messages.push_back(SavedMessageOf(image, saved).body);
+  for (const auto& saved : plan.oldestFirst) take(SavedMessageOf(image, saved).body);
   if (VerifyLogFile(image, {.most = 0}).Damage() == 0) return;
   source.unreadable = static_cast<std::size_t>(plan.lost);
   source.problems.emplace_back("is damaged; see: tamlogctl verify");
   source.exitCode = kDamaged;
 }
 
-void ReadRaw(std::string_view bytes, ImportSource& source) {
-  for (std::size_t slot = 0; !bytes.empty(); ++slot) {
+void ReadRaw(FileBytes& bytes, const TakeMessage& take, ImportSource& source) {
+  std::uint64_t offset = 0;
+  for (std::size_t slot = 0; offset < bytes.Size(); ++slot, offset += sizeof(LogMessage)) {
     LogMessage message{};
-    std::memcpy(&message, bytes.data(), std::min(bytes.size(), sizeof(message)));
-    const bool whole = bytes.size() >= sizeof(message);
-    bytes.remove_prefix(std::min(bytes.size(), sizeof(message)));
+    const bool whole = bytes.Copy(offset, &message, sizeof(message)) == sizeof(message);
     if (whole && !TamLogClient::LogMessageView(message).Damaged()) {
-      source.messages.push_back(message.body);
+      take(message.body);
     } else if (source.unreadable++ < kMostProblems) {
       source.problems.push_back("message " + std::to_string(slot + 1) +
                                 (whole ? ": no message of a log" : ": the file ends within it"));
@@ -187,35 +217,38 @@ bool IsJournal(std::string_view bytes) {
 
 // Whether a head line of column names stands before lines that begin with a time, or the user named the
 // columns.
-bool IsCsv(std::string_view bytes, const ImportChoice& choice) {
+bool IsCsv(std::string_view head, const ImportChoice& choice) {
   ImportDrafts drafts;
-  const std::size_t end = bytes.find('\n');
-  const std::string_view head = bytes.substr(0, end);
   if (head.find_first_of(",;\t") == std::string_view::npos) return false;
-  ReadCsvDrafts(head, choice, drafts);
+  FileBytes memory(head);
+  ImportBytes bytes(memory);
+  ReadCsvDrafts(bytes, choice, drafts);
   return drafts.problems.empty();
 }
 
 bool IsTsv(std::string_view line, const ImportChoice& choice) {
   ImportDrafts drafts;
-  ReadTsvDrafts(line, choice, drafts);
+  if (!line.empty()) ReadTsvLine(line, 1, choice, drafts);
   return drafts.problems.empty() && !drafts.entries.empty();
 }
 
 // Lines of text have no zero byte; a log file has one in its header, and a slot in its texts.
-std::string Guess(const std::string& path, std::string_view bytes, const ImportChoice& choice) {
-  if (IsJournal(bytes)) return "export";
-  const bool binary = bytes.substr(0, std::max<std::size_t>(kSlotsOffset, sizeof(LogMessage))).find('\0') !=
+std::string Guess(const std::string& path, FileBytes& file, const ImportChoice& choice) {
+  constexpr std::size_t kExamined = std::size_t{1} << 20U;
+  ImportBytes bytes(file);
+  const std::string_view head = bytes.Window(kExamined);
+  if (IsJournal(head)) return "export";
+  const bool binary = head.substr(0, std::max<std::size_t>(kSlotsOffset, sizeof(LogMessage))).find('\0') !=
                       std::string_view::npos;
-  if (binary) return bytes.size() % sizeof(LogMessage) == 0 ? "raw" : "log";
+  if (binary) return file.Size() % sizeof(LogMessage) == 0 ? "raw" : "log";
   const std::string extension = Utf8Of(PlainName(path).extension());
   if (extension == ".csv" || extension == ".tsv") return extension.substr(1);
-  const std::size_t first = bytes.find_first_not_of(" \t\r\n");
-  const std::string_view text = bytes.substr(std::min(first, bytes.size()));
+  const std::size_t first = head.find_first_not_of(" \t\r\n");
+  const std::string_view text = head.substr(std::min(first, head.size()));
   if (text.starts_with('{') || text.starts_with("[\n") || text.starts_with("[\r\n") || text.starts_with("[{"))
     return "json";
   if (IsTsv(text.substr(0, text.find_first_of("\r\n")), choice)) return "tsv";
-  return IsCsv(text, choice) ? "csv" : "text";
+  return IsCsv(text.substr(0, text.find('\n')), choice) ? "csv" : "text";
 }
 
 // Returns the time after which no line without a year was written.
@@ -229,36 +262,32 @@ TimeWords NewestOf(const std::string& path, const ImportChoice& choice) {
   return LocalTimeAt(std::chrono::duration_cast<std::chrono::milliseconds>(moment).count());
 }
 
-void ReadDrafts(const std::string& path, const std::string& bytes, const ImportChoice& choice,
-                ImportSource& source) {
-  ImportDrafts drafts;
-  if (source.format.find("json") != std::string::npos) {
+void ReadDraftsOf(const std::string& path, const std::string& format, const ImportChoice& choice,
+                  FileBytes& file, DraftTaker& drafts) {
+  ImportBytes bytes(file);
+  if (format.find("json") != std::string::npos) {
     ReadJsonDrafts(bytes, drafts);
-  } else if (source.format == "csv") {
+  } else if (format == "csv") {
     ReadCsvDrafts(bytes, choice, drafts);
-  } else if (source.format == "tsv") {
+  } else if (format == "tsv") {
     ReadTsvDrafts(bytes, choice, drafts);
-  } else if (source.format == "export") {
+  } else if (format == "export") {
     ReadJournalDrafts(bytes, drafts);
   } else {
     ReadTextDrafts(bytes, choice, NewestOf(path, choice), drafts);
   }
-  DraftReader reader(path, choice, source);
-  reader.Take(drafts);
 }
 
-// Leaves out the messages of a file that earlier files hold as well, and notes the others. Equal messages are
-// counted. Returns how many were left out.
-std::size_t LeaveOutKnown(MessageCounts& known, std::vector<LogMessageBody>& messages) {
-  MessageCounts here;
-  const auto isKnown = [&](const LogMessageBody& body) {
-    const auto identity = TamLogClient::IdentityOf(body);
-    std::uint64_t& before = known[identity];
-    const bool more = ++here[identity] > before;
-    if (more) ++before;
-    return !more;
+void ReadDrafts(const std::string& path, FileBytes& file, const ImportChoice& choice, const TakeMessage& take,
+                ImportSource& source) {
+  const auto findFirst = [&] {
+    FirstDated dated;
+    ReadDraftsOf(path, source.format, choice, file, dated);
+    return dated.found;
   };
-  return std::erase_if(messages, isKnown);
+  DraftReader reader(path, choice, take, findFirst, source);
+  ReadDraftsOf(path, source.format, choice, file, reader);
+  reader.Finish();
 }
 
 void ReportProblems(const std::string& path, const ImportSource& source, bool quiet) {
@@ -275,51 +304,55 @@ void ReportProblems(const std::string& path, const ImportSource& source, bool qu
 
 }  // namespace
 
-ImportSource ReadImport(const std::string& path, const ImportChoice& choice) {
+ImportSource ReadImport(const std::string& path, const ImportChoice& choice, const TakeMessage& take) {
   ImportSource source;
-  const PlainFile& file = PlainFileOf(path);
-  source.exitCode = file.exitCode;
-  if (!file.Readable()) return source;
-  std::string bytes;
-  if (const auto status = TamLogClient::ReadFileBytes(file.path, bytes); status != TamLogClient::Status::Ok) {
+  const PlainFile& plain = PlainFileOf(path);
+  source.exitCode = plain.exitCode;
+  if (!plain.Readable()) return source;
+  FileBytes file;
+  TamLogClient::FileStatus status = file.Open(plain.path);
+  if (status == TamLogClient::Status::Ok) {
+    source.format = choice.format == "auto" ? Guess(path, file, choice) : choice.format;
+    if (source.format == "log") {
+      ReadLog(file, take, source);
+    } else if (source.format == "raw") {
+      ReadRaw(file, take, source);
+    } else {
+      ReadDrafts(path, file, choice, take, source);
+    }
+    status = file.Failure();
+  }
+  if (status != TamLogClient::Status::Ok) {
     source.problems.push_back(ProblemOf(status));
     source.exitCode = ExitCodeOf(status);
-    return source;
+  } else if (source.unreadable > 0 && source.format != "log") {
+    source.exitCode = WorseOf(source.exitCode, choice.skip ? kNegative : kUsage);
   }
-  source.format = choice.format == "auto" ? Guess(path, bytes, choice) : choice.format;
-  if (source.format == "log") {
-    ReadLog(bytes, source);
-    return source;
-  }
-  if (source.format == "raw") {
-    ReadRaw(bytes, source);
-  } else {
-    ReadDrafts(path, bytes, choice, source);
-  }
-  if (source.unreadable > 0) source.exitCode = WorseOf(source.exitCode, choice.skip ? kNegative : kUsage);
   return source;
 }
 
-int ReadImports(const std::vector<std::string>& paths, const ImportChoice& choice,
-                std::vector<LogMessageBody>& messages) {
+int ReadImports(const std::vector<std::string>& paths, const ImportChoice& choice, MessageSpool& messages) {
   int exitCode = kDone;
-  MessageCounts known;
   for (const std::string& path : paths) {
-    ImportSource source = ReadImport(path, choice);
+    messages.BeginFile();
+    const ImportSource source =
+        ReadImport(path, choice, [&messages](const LogMessageBody& body) { messages.Add(body); });
     ReportProblems(path, source, choice.quiet);
     if (source.exitCode != kDone && source.exitCode != kDamaged && source.exitCode != kNegative)
       return source.exitCode == kUsage
                  ? Refuse(kUsage, "nothing was done; correct the lines, or leave them out with --skip")
                  : source.exitCode;
     exitCode = WorseOf(exitCode, source.exitCode);
-    const std::size_t twice = choice.once ? LeaveOutKnown(known, source.messages) : 0;
-    if (twice > 0 && !choice.quiet)
-      Say(ReadName(path) + ": " + CountedAre(twice, "message") +
-          " in an earlier file as well, and taken once");
-    messages.insert(messages.end(), source.messages.begin(), source.messages.end());
   }
-  std::stable_sort(messages.begin(), messages.end(),
-                   [](const auto& left, const auto& right) { return TimeKey(left) < TimeKey(right); });
+  if (!messages.Sort())
+    return Refuse(kOutputFailed, "no temporary file for the messages: " + messages.Problem());
+  if (!choice.once) return exitCode;
+  const std::vector<std::size_t> twice = messages.LeaveOutRepeated();
+  for (std::size_t i = 0; i < paths.size() && !choice.quiet; ++i) {
+    if (twice[i] > 0)
+      Say(ReadName(paths[i]) + ": " + CountedAre(twice[i], "message") +
+          " in an earlier file as well, and taken once");
+  }
   return exitCode;
 }
 

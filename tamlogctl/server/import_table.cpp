@@ -68,14 +68,14 @@ bool SetHex(std::string_view digits, std::string& text, std::string& problem) {
 // Splits csv into rows. Texts in quotes may contain separators and line ends.
 class CsvRows {
  public:
-  CsvRows(std::string_view text, char between) : rest(text), separator(between) {}
+  CsvRows(ImportBytes& text, char between) : rest(text), separator(between) {}
 
   // Reads the next row that is not empty. Returns false at the end.
   bool Next(Cells& cells) {
-    while (!rest.empty()) {
+    while (!rest.AtEnd()) {
       row = line;
       cells.assign(1, {});
-      while (!rest.empty() && !TakeLineEnd()) TakePiece(cells);
+      while (!rest.AtEnd() && !TakeLineEnd()) TakePiece(cells);
       if (cells.size() > 1 || !cells.front().empty()) return true;
     }
     return false;
@@ -84,16 +84,17 @@ class CsvRows {
 
  private:
   bool TakeLineEnd() {
-    const std::size_t length = rest.starts_with("\r\n") ? 2 : rest.front() == '\n' ? 1 : 0;
+    const std::string_view there = rest.Window(2);
+    const std::size_t length = there.starts_with("\r\n") ? 2 : there.front() == '\n' ? 1 : 0;
     if (length == 0) return false;
-    rest.remove_prefix(length);
+    rest.Drop(length);
     ++line;
     return true;
   }
 
   void TakePiece(Cells& cells) {
-    const char first = rest.front();
-    rest.remove_prefix(1);
+    const char first = rest.Window(1).front();
+    rest.Drop(1);
     if (first == separator) {
       cells.emplace_back();
     } else if (first == '"' && cells.back().empty()) {
@@ -104,19 +105,21 @@ class CsvRows {
   }
 
   void TakeQuoted(std::string& cell) {
-    for (;;) {
-      const std::size_t quote = std::min(rest.find('"'), rest.size());
-      line += static_cast<std::size_t>(
-          std::count(rest.begin(), rest.begin() + static_cast<std::ptrdiff_t>(quote), '\n'));
-      cell += rest.substr(0, quote);
-      rest.remove_prefix(std::min(quote + 1, rest.size()));
-      if (rest.empty() || rest.front() != '"') return;
+    while (!rest.AtEnd()) {
+      const std::string_view there = rest.Window(1);
+      const std::string_view plain = there.substr(0, there.find('"'));
+      line += static_cast<std::size_t>(std::count(plain.begin(), plain.end(), '\n'));
+      cell += plain;
+      const bool quote = plain.size() < there.size();
+      rest.Drop(plain.size() + (quote ? 1 : 0));
+      if (!quote) continue;
+      if (!rest.Window(1).starts_with('"')) return;
       cell += '"';
-      rest.remove_prefix(1);
+      rest.Drop(1);
     }
   }
 
-  std::string_view rest;
+  ImportBytes& rest;
   char separator;
   std::size_t line = 1;
   std::size_t row = 1;
@@ -166,8 +169,7 @@ bool IsHead(const std::vector<Column>& columns, const Cells& cells) {
 }
 
 // The separator that stands most often in the first line.
-char SeparatorOf(std::string_view bytes) {
-  const std::string_view first = bytes.substr(0, bytes.find('\n'));
+char SeparatorOf(std::string_view first) {
   const auto count = [first](char letter) { return std::count(first.begin(), first.end(), letter); };
   char best = ',';
   for (const char other : {';', '\t'}) {
@@ -259,9 +261,10 @@ bool SetDraftField(Field field, std::string_view value, ImportDraft& draft, std:
   }
 }
 
-void ReadCsvDrafts(std::string_view bytes, const ImportChoice& choice, ImportDrafts& drafts) {
-  if (bytes.starts_with("\xEF\xBB\xBF")) bytes.remove_prefix(3);
-  CsvRows rows(bytes, SeparatorOf(bytes));
+void ReadCsvDrafts(ImportBytes& bytes, const ImportChoice& choice, DraftTaker& drafts) {
+  constexpr std::string_view kMark = "\xEF\xBB\xBF";
+  if (bytes.Window(kMark.size()).starts_with(kMark)) bytes.Drop(kMark.size());
+  CsvRows rows(bytes, SeparatorOf(bytes.PeekLine()));
   std::vector<Column> columns;
   Cells cells;
   for (const Field field : choice.fields) columns.push_back({field, std::string(NameOf(field))});
@@ -275,7 +278,7 @@ void ReadCsvDrafts(std::string_view bytes, const ImportChoice& choice, ImportDra
     return drafts.Refuse(1, "no column is called time; name the columns with --fields");
   // The digits are those of the message.
   const bool ours = Has(columns, Field::Seq) || Has(columns, Field::Origin);
-  for (; more; more = rows.Next(cells)) {
+  for (; more && !drafts.Enough(); more = rows.Next(cells)) {
     ImportDraft draft;
     std::string problem;
     if (!FromCells(columns, cells, draft, problem)) {
@@ -287,16 +290,20 @@ void ReadCsvDrafts(std::string_view bytes, const ImportChoice& choice, ImportDra
   }
 }
 
-void ReadTsvDrafts(std::string_view bytes, const ImportChoice& choice, ImportDrafts& drafts) {
-  ForEachLine(bytes, [&](std::string_view line, std::size_t number) {
-    ImportDraft draft;
-    std::string problem;
-    if (FromTsv(TsvColumns(line, choice), line, draft, problem)) {
-      drafts.Add(number, std::move(draft));
-    } else {
-      drafts.Refuse(number, std::move(problem));
-    }
-  });
+void ReadTsvLine(std::string_view line, std::size_t number, const ImportChoice& choice, DraftTaker& drafts) {
+  ImportDraft draft;
+  std::string problem;
+  if (FromTsv(TsvColumns(line, choice), line, draft, problem)) {
+    drafts.Add(number, std::move(draft));
+  } else {
+    drafts.Refuse(number, std::move(problem));
+  }
+}
+
+void ReadTsvDrafts(ImportBytes& bytes, const ImportChoice& choice, DraftTaker& drafts) {
+  const auto enough = [&drafts] { return drafts.Enough(); };
+  ForEachLine(bytes, enough,
+              [&](std::string_view line, std::size_t number) { ReadTsvLine(line, number, choice, drafts); });
 }
 
 }  // namespace TamLogCtl

@@ -211,11 +211,9 @@ std::optional<ImportDraft> ParseStampedLine(std::string_view line, const ImportC
   return draft;
 }
 
-// Returns whether the line before has a time and nothing else: some logs have the time on a line of its own.
-bool FollowsBareTime(const ImportDrafts& drafts) {
-  if (drafts.entries.empty()) return false;
-  const ImportDraft& before = drafts.entries.back().draft;
-  return before.time && before.text.empty() && !before.source && before.host.empty();
+// Returns whether a line has a time and nothing else: some logs have the time on a line of its own.
+bool IsBareTime(const ImportDraft& draft) {
+  return draft.time && draft.text.empty() && !draft.source && draft.host.empty();
 }
 
 }  // namespace
@@ -250,22 +248,34 @@ std::optional<ImportDraft> ParseRfc5424Line(std::string_view line) {
   return draft;
 }
 
-void ReadTextDrafts(std::string_view bytes, const ImportChoice& choice, const TamLogClient::TimeWords& newest,
-                    ImportDrafts& drafts) {
-  ForEachLine(bytes, [&](std::string_view line, std::size_t number) {
+void ReadTextDrafts(ImportBytes& bytes, const ImportChoice& choice, const TamLogClient::TimeWords& newest,
+                    DraftTaker& drafts) {
+  std::optional<ImportDrafts::Entry> bare;  // a bare time, until the line after it
+  const auto release = [&] {
+    if (bare) drafts.Add(bare->line, std::move(bare->draft));
+    bare.reset();
+  };
+  const auto enough = [&drafts] { return drafts.Enough(); };
+  ForEachLine(bytes, enough, [&](std::string_view line, std::size_t number) {
     auto draft = ParseRfc5424Line(line);
     if (!draft) draft = ParseStampedLine(line, choice, newest);
-    if (!draft && FollowsBareTime(drafts)) {
-      drafts.entries.back().draft.text =
-          std::string(line.substr(std::min(line.find_first_not_of(" \t"), line.size())));
+    if (!draft && bare) {
+      bare->draft.text = std::string(line.substr(std::min(line.find_first_not_of(" \t"), line.size())));
+      if (!IsBareTime(bare->draft)) release();
       return;
     }
+    release();
     if (!draft) {
       draft.emplace();
       draft->text = std::string(line);
     }
-    drafts.Add(number, std::move(*draft));
+    if (IsBareTime(*draft)) {
+      bare = {number, *std::move(draft)};
+    } else {
+      drafts.Add(number, *std::move(draft));
+    }
   });
+  release();
 }
 
 }  // namespace TamLogCtl

@@ -2,6 +2,7 @@
 #include <fstream>
 #include <functional>
 #include <optional>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -61,7 +62,6 @@ class Sender {
   int SendOnce(const LogMessageBody& message);
   int FinishLines(int exitCode, std::size_t lines);
   int Abandon(int exitCode, std::size_t number);
-  void Mark(LogMessageBody& message);
   int Confirm(const LogMessageBody& message);
   int LookFor(const LogMessageBody& message, bool& seen);
   bool Find(const LogMessageBody& message) const;
@@ -74,7 +74,8 @@ class Sender {
   std::optional<TamLogClient::TimeWords> time;
   std::vector<LogMessageBody> messages;  // of the present line
   LineNumbers unsendable;
-  std::uint32_t marked = 0;
+  // Random: the number of a process is soon given to another one.
+  MessageMarks marks{std::random_device{}()};
   TamLogClient::LogSnapshot snapshot;  // of --confirm
 };
 
@@ -105,7 +106,7 @@ int Sender::SendText() {
     if (const int code = Connect(); code != kDone) return code;
   }
   for (LogMessageBody& message : messages) {
-    Mark(message);
+    marks.Mark(message);
     int code = options.waitAtStart ? delivery->Send(message) : SendOnce(message);
     if (code == kDone && options.confirm) code = Confirm(message);
     if (code != kDone) return code;
@@ -176,7 +177,7 @@ int Sender::SendLine(const std::string& line, std::size_t number) {
   }
   int worst = kDone;
   for (LogMessageBody& message : messages) {
-    Mark(message);
+    marks.Mark(message);
     const std::size_t refused = delivery->Refused();
     if (const int code = delivery->Send(message, number); code != kDone) return code;
     if (delivery->Refused() > refused) {
@@ -220,15 +221,6 @@ int Sender::Abandon(int exitCode, std::size_t number) {
   if (first < number) text += " to " + LineName(number);
   return Refuse(exitCode,
                 text + " arrived is not known; to continue from there: tail -n +" + std::to_string(first));
-}
-
-// The server ignores `origin`. Process and running number make equal messages different, so that each one can
-// be recognized in the log.
-void Sender::Mark(LogMessageBody& message) {
-  const std::uint32_t process = ProcessId();
-  std::memcpy(&message.origin[0], &process, sizeof(process));
-  std::memcpy(&message.origin[4], &marked, sizeof(marked));
-  ++marked;
 }
 
 // Waits until the log shows the message. One that a restart of the server has lost is sent again.

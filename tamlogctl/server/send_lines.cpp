@@ -1,5 +1,7 @@
 #include "tamlogctl/server/send_lines.h"
 
+#include <cstring>
+
 #include "client/format/tsv_text.h"
 #include "client/message/local_time.h"
 #include "client/message/message_body.h"
@@ -39,7 +41,7 @@ bool AppendMessagesOf(const std::string& line, const SendOptions& options,
   MessageDraft draft;
   if (options.input == "tsv") {
     ImportDrafts drafts;
-    ReadTsvDrafts(line.empty() ? "-" : line, {}, drafts);
+    ReadTsvLine(line.empty() ? "-" : line, 1, {}, drafts);
     if (!drafts.problems.empty()) problem = drafts.problems.front().text;
     if (drafts.entries.empty()) return false;
     const ImportDraft& parsed = drafts.entries.front().draft;
@@ -60,6 +62,12 @@ bool AppendMessagesOf(const std::string& line, const SendOptions& options,
     TamLogClient::FillTexts(draft.source, piece, messages.back());
   }
   return true;
+}
+
+void MessageMarks::Mark(LogMessageBody& message) {
+  std::memcpy(&message.origin[0], &run, sizeof(run));
+  std::memcpy(&message.origin[4], &marked, sizeof(marked));
+  ++marked;
 }
 
 void LineNumbers::Add(std::size_t number) {

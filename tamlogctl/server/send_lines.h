@@ -3,6 +3,7 @@
 // The lines that send reads: what becomes a message, and what is reported about them.
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -18,6 +19,18 @@ namespace TamLogCtl {
 bool AppendMessagesOf(const std::string& line, const SendOptions& options,
                       const std::optional<TamLogClient::TimeWords>& time,
                       std::vector<LogMessageBody>& messages, std::string& problem);
+
+// Makes equal messages different, so that each one can be recognized in the log: in `origin`, which the
+// server ignores, it writes a number of this run and a running number.
+class MessageMarks {
+ public:
+  explicit MessageMarks(std::uint32_t runNumber) : run(runNumber) {}
+  void Mark(LogMessageBody& message);
+
+ private:
+  std::uint32_t run;
+  std::uint32_t marked = 0;
+};
 
 // The numbers of lines as ranges: "12, 57 to 60 and 90". After `kMostRanges` ranges it only counts.
 class LineNumbers {

@@ -18,7 +18,7 @@ namespace TamLogCtl {
 int ImportFiles(const ImportOptions& options) {
   ReadingFilesOptions chosen = options;
   if (!CompleteChoice(chosen)) return kUsage;
-  std::vector<LogMessageBody> messages;
+  MessageSpool messages;
   const int code = ReadImports(options.files, chosen.choice, messages);
   return HasOutput(code) || code == kNegative ? NoServerHere() : code;
 }

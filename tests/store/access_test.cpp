@@ -332,44 +332,6 @@ TEST_F(Access, ClosingDuringAnOwnReadAccessLetsTheNextWriterIn) {
   EXPECT_EQ(Newest(), (Texts{"a"}));
 }
 
-// A count that another process has written over ----------------------------------------------------------
-
-// Every user may write to the shared header. Without these the next writer, which may be the open of a
-// restart, would wait for a reader that does not exist.
-TEST_F(Access, ACountThatWasWrittenOverDuringAReadAccessKeepsNoWriterWaiting) {
-  for (const std::int32_t garbage : {0, -1, INT32_MIN + 1, INT32_MAX, 0x10001, 0x7A000001}) {
-    {
-      const ReadAccess reading(&*server);
-      reader.Header().readCount = garbage;
-    }
-    EXPECT_TRUE(reader.WriteWaitIsSignalled()) << garbage;
-  }
-}
-
-TEST_F(Access, ACountThatWasWrittenOverBeforeAReadAccessKeepsNoWriterWaiting) {
-  for (const std::int32_t garbage : {1, 7, 0xFFFE, -1, INT32_MIN, INT32_MAX}) {
-    reader.Header().readCount = garbage;
-    { const ReadAccess reading(&*server); }
-    EXPECT_TRUE(reader.WriteWaitIsSignalled()) << garbage;
-  }
-}
-
-TEST_F(Access, AReaderThatIsInsideStillKeepsWritersWaitingAfterTheServersOwnReadAccess) {
-  ASSERT_TRUE(reader.Enter(1000));
-  { const ReadAccess reading(&*server); }
-  EXPECT_FALSE(reader.WriteWaitIsSignalled());
-  reader.Leave();
-  EXPECT_TRUE(reader.WriteWaitIsSignalled());
-
-  {
-    const ReadAccess reading(&*server);
-    ASSERT_TRUE(reader.Enter(1000));
-  }
-  EXPECT_FALSE(reader.WriteWaitIsSignalled());
-  reader.Leave();
-  EXPECT_TRUE(reader.WriteWaitIsSignalled());
-}
-
 // What the protocol does not prevent --------------------------------------------------------------------
 
 // A reader that passed the read-wait event just before the writer reset it has access together with the

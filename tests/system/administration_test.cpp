@@ -211,7 +211,7 @@ TEST_F(Administration, ServiceIsInstalledStartedLookedAtStoppedAndRemoved) {
   Expect("server state", 3, "not installed");
 }
 
-// Its program would run as local system whatever they put there.
+// The service would run, as local system, any program that they put there.
 TEST_F(Administration, InstallingAProgramThatOthersMayChangeIsWarnedOf) {
   Settings({});
   UseCopyOfServer();

@@ -32,6 +32,11 @@ class HostileWriter {
   HostileWriter& operator=(const HostileWriter&) = delete;
 
  private:
+  // readCount, the first number, stays as it is. Any other number there is a reader that never leaves: the
+  // server waits for it until `doctor --unstick` signals its event.
+  static constexpr std::size_t kAfterReadCount = sizeof(LogFileHeader::readCount);
+  static_assert(offsetof(LogFileHeader, readCount) == 0);
+
   void Run() {
     while (!stopping) {
       const OwnedHandle mapping = Own(OpenFileMappingA(FILE_MAP_WRITE, FALSE, kFileMapName));
@@ -58,12 +63,11 @@ class HostileWriter {
     std::memcpy(&header, view, sizeof(header));
     switch (kind) {
       case Kind::AnyHeader:
-        return FillHeader();
+        return Fill(kAfterReadCount, kLockNamesOffset - kAfterReadCount);
       case Kind::LikelyHeader:
         header.messageCount = LikelyNumber();
         header.nextSlot = LikelyNumber();
         if (random() % 2 == 0) header.maxMessages = LikelyNumber();
-        header.readCount = ImpossibleCount();
         break;
       case Kind::Counters:
         header.changeCount = random();
@@ -82,21 +86,10 @@ class HostileWriter {
       }
       case Kind::Everything:
         if (random() % 2 == 0) return Fill(kSlotsOffset, kBytes - kSlotsOffset);
-        return FillHeader();
+        return Fill(kAfterReadCount, kLockNamesOffset - kAfterReadCount);
     }
-    std::memcpy(view, &header, sizeof(header));
-  }
-
-  // readCount gets only numbers that are no count of readers. A small one is a reader that never leaves: the
-  // server waits for it until somebody signals its event.
-  std::int32_t ImpossibleCount() {
-    return random() % 4 == 0 ? 0 : static_cast<std::int32_t>(random() | 0x01000000U);
-  }
-
-  void FillHeader() {
-    const std::int32_t count = ImpossibleCount();
-    std::memcpy(view + offsetof(LogFileHeader, readCount), &count, sizeof(count));
-    Fill(sizeof(count), kLockNamesOffset - sizeof(count));
+    std::memcpy(view + kAfterReadCount, reinterpret_cast<const std::byte*>(&header) + kAfterReadCount,
+                sizeof(header) - kAfterReadCount);
   }
 
   // Writes random bytes at a random place of this part.

@@ -1,7 +1,7 @@
-// No reader of ours holds up the server, whatever happens to it: while messages flow, the test kills and
+// No reader of ours delays the server, whatever happens to it: while messages flow, the test kills and
 // suspends readers of every kind at random moments. Meanwhile the server writes as it does without readers,
-// and nobody is ever counted inside the log. Readers of others that take access do hold it up when they are
-// killed; `doctor --unstick` frees the server of them.
+// and no reader is ever counted inside the log. Readers of other programs that take access do block it when
+// they are killed; `doctor --unstick` releases the server.
 //
 // Few readers by default, to keep the ordinary round short; scripts/kill-readers.sh sets more by
 // TAMLOG_READER_KILLS, TAMLOG_SUSPENSIONS and TAMLOG_SUSPENDED_MS in the environment.

@@ -168,11 +168,12 @@ TEST_F(LiveFiles, FollowersGoOnOverChangesOfTheCapacityAndAClear) {
   second.Kill();
   ASSERT_TRUE(second.WaitForEnd(20s));
   Feed(40, 45);
+  ASSERT_TRUE(WaitForMessageCount(10, 20s));
   const CommandReport report = RunTool(ExportTo("log", "--for 4"));
   EXPECT_EQ(report.exitCode, 0U) << report.output;
   append(25, 45);
   ExpectLines(Lines("log"), wanted);
-  // Nothing of what it found at its start.
+  // No message that existed when it started.
   std::vector<std::string> followed;
   while (followed.empty() || followed.back() != TextOf(44)) {
     const auto line = follower.ReadLine(20s);
@@ -186,7 +187,7 @@ TEST_F(LiveFiles, FollowersGoOnOverChangesOfTheCapacityAndAClear) {
 TEST_F(LiveFiles, ExportGoesOnOverRotationsRestartsOfTheServerAndItsOwn) {
   RunService({.maxMessage = 400});
   Feed(0, 40);
-  ChildProcess first(CommandLine(ExportTo("log", "--rotate 1K --for 30")));
+  ChildProcess first(CommandLine(ExportTo("log", "--rotate 1K --for 20")));
   ASSERT_TRUE(WaitForLine("log", 39));
   Feed(40, 120);
   ASSERT_TRUE(WaitForLine("log", 119));
@@ -446,10 +447,11 @@ TEST_F(LiveFiles, SendThatGivesUpSaysWhichLinesHaveArrived) {
   for (int number = 0; number < 20; ++number) sender.WriteLine(TextOf(number));
   ASSERT_TRUE(WaitForMessageCount(20, 20s));
   std::this_thread::sleep_for(2500ms);
-  sender.WriteLine(TextOf(20));  // the log is read after it
-  ASSERT_TRUE(WaitForMessageCount(21, 20s));
-  StopService();
+  sender.WriteLine(TextOf(20));  // the log is read after it, and before the next line
   sender.WriteLine(TextOf(21));
+  ASSERT_TRUE(WaitForMessageCount(22, 10s));
+  StopService();
+  sender.WriteLine(TextOf(22));
   const CommandReport report = ReportAtEnd(sender);
   EXPECT_EQ(report.exitCode, 3U) << report.output;
   EXPECT_NE(report.output.find("the server did not come back for 2 s"), std::string::npos) << report.output;

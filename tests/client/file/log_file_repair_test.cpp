@@ -2,8 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
+#include <optional>
+#include <random>
 #include <string>
 
 #include "client/file/log_file_verify.h"
@@ -70,6 +74,77 @@ TEST_F(LogFileRepairTest, ReversedRingComesOutOldestFirstAndEqualTimesInOrderOfA
   Take();
   EXPECT_EQ(Saved(), "12345678");
 }
+
+// Rings of many kinds: appended, after a burst, and with late messages inserted; most times are equal.
+class OrderOfSavedMessages : public testing::TestWithParam<int> {
+ protected:
+  OrderOfSavedMessages() {
+    std::mt19937 random(static_cast<std::uint32_t>(GetParam()));
+    const auto draw = [&random](int most) { return std::uniform_int_distribution<int>(0, most)(random); };
+    int number = 0;
+    int time = 0;
+    for (int flushes = 1 + draw(5); flushes > 0; --flushes) {
+      for (int messages = draw(3) == 0 ? 9 + draw(3) : 1 + draw(3); messages > 0; --messages) {
+        time += draw(3) == 0 ? 1 : 0;
+        log.Submit(MakeBody(draw(5) == 0 ? std::max(0, time - 1) : time, std::string(1, Letter(number++))));
+      }
+      log.Flush();
+    }
+    snapshot = log.Snapshot();
+    bytes = ImageOf(snapshot);
+  }
+
+  std::string ExpectedWithout(std::optional<std::uint32_t> lost) const {
+    std::string texts;
+    for (const std::uint32_t slot : OrderMessages(snapshot).oldestFirst) {
+      if (slot != lost) texts += LogMessageView(snapshot.slots[slot]).Text();
+    }
+    return LastCopies(texts);
+  }
+
+  // A server may write a message a second time while the first copy stands. The last one counts.
+  static std::string LastCopies(const std::string& texts) {
+    std::string last;
+    for (std::size_t i = 0; i < texts.size(); ++i) {
+      if (texts.find(texts[i], i + 1) == std::string::npos) last += texts[i];
+    }
+    return last;
+  }
+
+  static char Letter(int number) { return static_cast<char>('0' + number); }
+
+  std::string Saved() const {
+    const LogFileImage image(bytes);
+    std::string texts;
+    for (const auto& saved : PlanRepair(image).oldestFirst)
+      texts += LogMessageView(SavedMessageOf(image, saved)).Text();
+    return LastCopies(texts);
+  }
+
+  RingModel log{8};
+  LogSnapshot snapshot;
+  std::string bytes;
+};
+
+TEST_P(OrderOfSavedMessages, IsThatInWhichTheyArrived) {
+  EXPECT_EQ(Saved(), ExpectedWithout({}));
+}
+
+TEST_P(OrderOfSavedMessages, IsKeptWithoutTheHeader) {
+  std::memset(bytes.data(), 0xFF, sizeof(LogFileHeader));
+  EXPECT_EQ(Saved(), ExpectedWithout({}));
+}
+
+TEST_P(OrderOfSavedMessages, IsKeptAroundAMessageThatIsLost) {
+  const std::string whole = bytes;
+  for (const std::uint32_t slot : snapshot.RingOrder()) {
+    bytes = whole;
+    std::memset(bytes.data() + LogFileImage::OffsetOf(slot), 0, sizeof(LogMessage));
+    EXPECT_EQ(Saved(), ExpectedWithout(slot)) << "without slot " << slot;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Histories, OrderOfSavedMessages, testing::Range(0, 200));
 
 TEST_F(LogFileRepairTest, CutFileGivesWhatIsThere) {
   bytes.resize(LogFileSize(4) + 100);

@@ -44,6 +44,7 @@ TEST(WindowsNames, AllOthersMayBe) {
                                  R"(\\server\share\a.log)",
                                  R"(\\?\C:\a.log)",
                                  R"(\\?\UNC\server\share\a)",
+                                 R"(\\?\unc\server\share\a)",
                                  "//",
                                  "\xC3\xA4.log"}) {
     EXPECT_FALSE(NamesNoOrdinaryFile(path)) << path;

@@ -308,7 +308,7 @@ TEST_F(AsyncSenderTest, RefusalOfTheServerIsCountedAndNotRepeated) {
 
 TEST_F(AsyncSenderTest, SilentConnectionIsPingedWhileActiveAndThenClosed) {
   options.pingMs = 10;
-  options.activeMs = 150;
+  options.activeMs = 1500;
   Open();
   Send("a");
   ASSERT_TRUE(Eventually([&] { return server.Pings() >= 2; }));

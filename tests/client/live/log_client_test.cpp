@@ -184,7 +184,7 @@ TEST_F(LogClientTest, NoPipeIsNotRunningSoonAfterTheAbsenceTime) {
   EXPECT_EQ(nobody.Ping(), Status::NotRunning);
   const auto took = GetTickCount64() - start;
   EXPECT_GE(took, 150U);
-  EXPECT_LT(took, 3000U);
+  EXPECT_LT(took, 4500U);
 }
 
 TEST_F(LogClientTest, FailedAndUnknownAreRefused) {
@@ -214,10 +214,10 @@ TEST_F(LogClientTest, SilenceTimesOutAndTheLateAnswerIsNotTakenForAnother) {
     if (calls++ == 0) return Answer::Silence;
     return Ordinary(request, reply);
   });
-  client = std::make_unique<LogClient>(TamLogClient::LogClientOptions{server->PipeName(), 300, 300});
+  client = std::make_unique<LogClient>(TamLogClient::LogClientOptions{server->PipeName(), 2000, 2000});
   const auto start = GetTickCount64();
   EXPECT_EQ(client->Ping(), Status::TimedOut);
-  EXPECT_LT(GetTickCount64() - start, 3000U);
+  EXPECT_LT(GetTickCount64() - start, 20000U);
   EXPECT_EQ(client->Ping(), Status::Ok);
   EXPECT_EQ(server->Connections(), 2);
 }

@@ -1,6 +1,7 @@
 #include "tests/client/log/follower_judge.h"
 
 #include <algorithm>
+#include <cstring>
 #include <numeric>
 
 #include "client/log/follower_memory.h"
@@ -108,7 +109,8 @@ JudgeCounts FollowerJudge::Run(std::string& story) {
   TellRing(snapshot);
   follower.Start(snapshot);
   memory = FormatMemory(follower.Remembered(mostMessages));
-  reopened = emptiedUnnoticed = false;
+  reopened = emptied = emptiedUnnoticed = false;
+  lastVisit = snapshot;
   wasEmpty = snapshot.header.messageCount == 0;
   nextNumber = snapshot.header.nextSequence;
   neverWritten = log.NeverWritten();
@@ -170,6 +172,7 @@ void FollowerJudge::Restart() {
   if (kind.restarts == Restarts::Noticed && Chance(20)) capacity = std::max(1, capacity + Draw(-2, 2));
   const bool kept = log.Restart(capacity);
   Tell(std::string("\nrestart, ") + (kept ? "kept" : "emptied") + ", capacity " + std::to_string(capacity));
+  emptied = emptied || !kept;
   if (kind.restarts == Restarts::Noticed) {
     reopened = true;
   } else if (!kept) {
@@ -198,7 +201,8 @@ void FollowerJudge::Visit() {
   CountWritten();
   CountReturned(snapshot, step);
   Judge(snapshot, step);
-  reopened = emptiedUnnoticed = false;
+  reopened = emptied = emptiedUnnoticed = false;
+  lastVisit = snapshot;
   wasEmpty = snapshot.header.messageCount == 0;
   nextNumber = snapshot.header.nextSequence;
   neverWritten = log.NeverWritten();
@@ -239,6 +243,15 @@ bool FollowerJudge::IsHidden(const LogSnapshot& snapshot) const {
                               }));
 }
 
+bool FollowerJudge::WasRepeated(const LogSnapshot& snapshot) const {
+  const auto ring = lastVisit.RingOrder();
+  return emptied && !ring.empty() && snapshot.header.rewriteCount == lastVisit.header.rewriteCount &&
+         std::all_of(ring.begin(), ring.end(), [&](std::uint32_t slot) {
+           return slot < snapshot.slots.size() &&
+                  std::memcmp(&snapshot.slots[slot], &lastVisit.slots[slot], sizeof(LogMessage)) == 0;
+         });
+}
+
 void FollowerJudge::Judge(const LogSnapshot& snapshot, const FollowStep& step) {
   const std::uint64_t missingBefore = missing;
   missing = Missing();
@@ -254,7 +267,7 @@ void FollowerJudge::Judge(const LogSnapshot& snapshot, const FollowStep& step) {
     if (lost == 0) ++counts.needless;
     if (lost == 0 && log.NeverWritten() > neverWritten) ++counts.needlessInFile;
   }
-  const bool hidden = IsHidden(snapshot);
+  const bool hidden = IsHidden(snapshot) || WasRepeated(snapshot);
   if (lost > 0 && !step.loss.Any() && hidden) {
     ++counts.hidden;
   } else if (lost > 0 && !step.loss.Any()) {

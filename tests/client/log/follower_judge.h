@@ -96,6 +96,9 @@ class FollowerJudge {
   // Returns whether a restart that the follower does not know about has emptied the log since the last visit,
   // and nothing in the file shows it: the log was empty then, or no message has a number from then any more.
   bool IsHidden(const TamLogClient::LogSnapshot& snapshot) const;
+  // Returns whether a restart has emptied the log since the last visit, and it then got all messages of that
+  // visit again, byte by byte, with the same numbers in the same slots and as many rewrites.
+  bool WasRepeated(const TamLogClient::LogSnapshot& snapshot) const;
   void Tell(const std::string& text);
   void TellRing(const TamLogClient::LogSnapshot& snapshot);
   void Fail(std::uint64_t& counter, std::uint64_t number, const std::string& text);
@@ -112,10 +115,12 @@ class FollowerJudge {
   std::size_t written = 0;    // of log.EverInFile(), counted in `groups`
   std::uint64_t missing = 0;  // in the file at some time, and not returned
   bool reopened = false;
-  bool emptiedUnnoticed = false;          // since the last visit
-  bool wasEmpty = false;                  // at the last visit
-  std::uint64_t nextNumber = 0;           // likewise
-  std::uint64_t neverWritten = 0;         // likewise, by the log
+  bool emptied = false;            // by a restart since the last visit
+  bool emptiedUnnoticed = false;   // likewise, by one that the follower does not know about
+  bool wasEmpty = false;           // at the last visit
+  std::uint64_t nextNumber = 0;    // likewise
+  std::uint64_t neverWritten = 0;  // likewise, by the log
+  TamLogClient::LogSnapshot lastVisit;
   std::optional<std::uint64_t> previous;  // time key of the message returned last
   int now = 1000;
   JudgeCounts counts;

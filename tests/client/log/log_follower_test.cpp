@@ -113,6 +113,48 @@ TEST_F(LogFollowerTest, MoreRewritesThanChangesShowAnotherRunOfTheLog) {
   EXPECT_EQ(texts, Strings{});
 }
 
+// A full rewrite assigns no numbers.
+TEST_F(LogFollowerTest, OneChangeThatRewroteAllAndAssignedNumbersShowsAnotherRunOfTheLog) {
+  Begin(4);
+  SubmitEach({1});
+  Look();
+  log.Clear();
+  Look();
+  log = RingModel(4);
+  const std::vector<std::int32_t> flushes[] = {{10, 20, 30}, {40, 50, 60, 70}, {80, 90, 100, 110}};
+  for (const auto& times : flushes) {
+    for (const int time : times) Submit(std::to_string(time), time);
+    log.Flush();
+  }
+  Look();
+  EXPECT_EQ(texts, (Strings{"80", "90", "100", "110"}));
+  EXPECT_EQ(step.loss.most, std::nullopt);
+  SubmitEach({120});  // over 110, which the next rewrite brings back
+  Look();
+  SubmitEach({95});
+  Look();
+  EXPECT_EQ(texts, Strings{"95"});
+}
+
+TEST_F(LogFollowerTest, TwinThatTheNumbersProveIsNoSecondCopyOfTheFirst) {
+  Begin(7);
+  SubmitEach({1, 2, 3});
+  for (const char* const text : {"a", "b", "c", "d", "e", "f", "g"}) Submit(text, 10);
+  log.Flush();
+  Look();
+  Submit("h", 10);
+  log.Flush();
+  Submit("i", 20);
+  log.Flush();
+  Submit("d", 10);
+  log.Flush();
+  Look();
+  EXPECT_EQ(texts, (Strings{"h", "d", "i"}));
+  SubmitEach({9});  // older than all: the server writes the whole ring again, and both of them in it
+  Look();
+  EXPECT_EQ(texts, Strings{});
+}
+
 TEST_F(LogFollowerTest, ATwinOfAMessageThatStoodTwiceAtTheStartMayBeLost) {
   log = LogWithSecondCopies();
   follower.Start(log.Snapshot());

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <map>
 #include <random>
@@ -13,6 +14,7 @@
 
 #include "client/message/time_text.h"
 #include "tamlogctl/base/exit_code.h"
+#include "tamlogctl/server/send_lines.h"
 #include "tests/support/ring_model.h"
 
 namespace {
@@ -377,6 +379,68 @@ TEST(Delivery, CraftedTimesDoNotMakeItSlow) {
   const auto ordinary = TimeToReview(kCount, 10);
   const auto crafted = TimeToReview(kCount, buckets);
   EXPECT_LT(crafted, 3 * ordinary + std::chrono::seconds(1)) << "ordinary " << ordinary.count() << " ms";
+}
+
+// Lines that are hard to tell apart: equal ones, controls, broken UTF-8, pieces of long texts.
+std::vector<std::string> CraftedLines(unsigned seed) {
+  const std::string all[] = {"same",
+                             "same",
+                             "",
+                             " ",
+                             "\x1b[2J\a\b",
+                             "\xff\xfe",
+                             "\xc3",
+                             "\xe2\x80\xae",
+                             "\t\\n\r",
+                             std::string(256, 'x'),
+                             std::string(257, 'x'),
+                             std::string(3000, 'x'),
+                             std::string(255, 'x') + "\xc3\xa4",
+                             std::string(700, '\xff'),
+                             "same\xcc\x81"};
+  std::mt19937 random(seed);
+  std::vector<std::string> lines(120);
+  for (std::string& line : lines) line = all[random() % std::size(all)];
+  return lines;
+}
+
+TEST(Delivery, CraftedLinesArriveExactlyOnceOverAnyNumberOfRestarts) {
+  std::size_t again = 0;
+  for (unsigned seed = 1; seed <= 12; ++seed) {
+    SCOPED_TRACE(seed);
+    ModelServer server(3000);
+    server.StopOften(seed);
+    Delivery delivery(server, {});
+    TamLogCtl::SendOptions options;
+    options.longText = TamLogCtl::LongText::Split;
+    TamLogCtl::MessageMarks marks(seed);
+    std::vector<std::string> expected;
+    std::vector<LogMessageBody> messages;
+    for (const std::string& line : CraftedLines(seed)) {
+      std::string problem;
+      messages.clear();
+      // All of one time, as those of a fast program are.
+      ASSERT_TRUE(AppendMessagesOf(line, options, TamLogClient::TimeWords{2026, 1, 2, 3, 4, 5, 6, 0},
+                                   messages, problem))
+          << problem;
+      for (LogMessageBody& message : messages) {
+        expected.emplace_back(message.text);
+        marks.Mark(message);
+        ASSERT_EQ(delivery.Send(message), kDone);
+      }
+    }
+    ASSERT_EQ(delivery.Finish(), kDone);
+    std::vector<std::string> found;
+    const LogSnapshot log = server.Log();
+    for (const std::uint32_t slot : log.RingOrder()) found.emplace_back(log.slots[slot].body.text);
+    std::sort(expected.begin(), expected.end());
+    std::sort(found.begin(), found.end());
+    ASSERT_EQ(found, expected);
+    EXPECT_EQ(delivery.Sent(), expected.size());
+    EXPECT_EQ(delivery.Arrived(), expected.size());
+    again += delivery.SentAgain();
+  }
+  EXPECT_GT(again, 100U);
 }
 
 TEST(Delivery, CtrlCEndsTheWaitForTheServer) {

@@ -6,16 +6,16 @@
 
 #include "client/message/time_zone.h"
 #include "tamlogctl/base/exit_code.h"
-#include "tamlogctl/server/import_reader.h"
 #include "tamlogctl/server/stamp_text.h"
 #include "tests/support/files.h"
 #include "tests/support/temp_dir.h"
+#include "tests/tamlogctl/server/imported.h"
 
 namespace {
 
 using TamLogClient::TimeWords;
 using TamLogCtl::ImportChoice;
-using TamLogCtl::ImportSource;
+using TamLogTest::Imported;
 
 std::string TimeText(const LogMessageBody& body) {
   std::string text;
@@ -38,12 +38,12 @@ class ForeignLogs : public testing::Test {
  protected:
   ForeignLogs() { choice.year = 2026; }
 
-  ImportSource Read(const std::string& name, const std::string& bytes) {
+  Imported Read(const std::string& name, const std::string& bytes) {
     TestSupport::WriteBytes(folder.File(name), bytes);
-    return ReadImport(folder.File(name), choice);
+    return TamLogTest::ReadAll(folder.File(name), choice);
   }
   std::vector<std::string> Lines(const std::string& name, const std::string& bytes) {
-    const ImportSource source = Read(name, bytes);
+    const Imported source = Read(name, bytes);
     EXPECT_EQ(source.exitCode, 0) << (source.problems.empty() ? "" : source.problems.front());
     std::vector<std::string> lines;
     for (const LogMessageBody& body : source.messages) lines.push_back(Shown(body));
@@ -96,7 +96,7 @@ TEST_F(ForeignLogs, TimesWithTheNamesOfDayAndMonth) {
 
 // As the server's own log of failures has it.
 TEST_F(ForeignLogs, TimeOnALineOfItsOwnIsThatOfTheNextLine) {
-  const ImportSource source =
+  const Imported source =
       Read("Failures.txt", "Fri Jan  2 03:04:05 2026\n - first\nmore\nFri Jan  2 03:04:06 2026\n - second\n");
   ASSERT_EQ(source.messages.size(), 3U);
   EXPECT_EQ(Shown(source.messages[0]), "2026-01-02 03:04:05.000 0 Failures: - first");
@@ -125,10 +125,10 @@ TEST_F(ForeignLogs, MessagesOfOverlappingFilesCountOnce) {
   TestSupport::WriteBytes(folder.File("new.txt"), same + "2026-01-02 03:04:05 a\n2026-01-02 03:04:07 c\n");
   choice.source = "Source";
   const auto texts = [this] {
-    std::vector<LogMessageBody> messages;
+    TamLogCtl::MessageSpool messages;
     EXPECT_EQ(ReadImports({folder.File("old.txt"), folder.File("new.txt")}, choice, messages), 0);
     std::string all;
-    for (const LogMessageBody& body : messages) all += body.text;
+    for (std::size_t i = 0; i < messages.Size(); ++i) all += messages.At(i).text;
     return all;
   };
   EXPECT_EQ(texts(), "aaaaabbc");
@@ -140,7 +140,7 @@ TEST_F(ForeignLogs, FormsOfIsoTimes) {
   for (const char* const line :
        {"2026-01-02 03:04:05.678 x", "2026-01-02T03:04:05,678 x", "[2026-01-02 03:04:05.678] x",
         "2026/01/02 03:04:05.678999 x", "2026.01.02 03:04:05.678: x", "2026-01-02 03:04:05.678\tx"}) {
-    const ImportSource source = Read("app.log", line);
+    const Imported source = Read("app.log", line);
     ASSERT_EQ(source.messages.size(), 1U) << line;
     EXPECT_EQ(TimeText(source.messages[0]), "2026-01-02 03:04:05.678") << line;
   }
@@ -166,7 +166,7 @@ TEST_F(ForeignLogs, TimeWithAZoneBecomesLocalTime) {
   const std::string local = LocalText({2026, 7, 2, 3, 4, 5, 678, 0});
   for (const char* const line :
        {"2026-07-02T03:04:05.678Z x", "2026-07-02 05:04:05.678+02:00 x", "2026-07-01 22:04:05.678 -0500 x"}) {
-    const ImportSource source = Read("app.log", line);
+    const Imported source = Read("app.log", line);
     ASSERT_EQ(source.messages.size(), 1U) << line;
     EXPECT_EQ(TimeText(source.messages[0]), local) << line;
     EXPECT_STREQ(source.messages[0].text, "x") << line;
@@ -249,8 +249,8 @@ TEST_F(ForeignLogs, WithoutAYearThatOfTheFilesLastChangeCounts) {
   TestSupport::WriteBytes(folder.File("old.log"), "Jun 15 10:00:00 east a: x\n");
   const auto then = std::filesystem::file_time_type::clock::now() - std::chrono::hours(24 * 365 * 5);
   std::filesystem::last_write_time(folder.File("old.log"), then);
-  const ImportSource old = ReadImport(folder.File("old.log"), choice);
-  const ImportSource fresh = Read("new.log", "Jun 15 10:00:00 east a: x\n");
+  const Imported old = TamLogTest::ReadAll(folder.File("old.log"), choice);
+  const Imported fresh = Read("new.log", "Jun 15 10:00:00 east a: x\n");
   ASSERT_EQ(old.messages.size(), 1U);
   ASSERT_EQ(fresh.messages.size(), 1U);
   EXPECT_EQ(fresh.messages[0].timestamp[0] - old.messages[0].timestamp[0], 5);
@@ -284,9 +284,9 @@ TEST_F(ForeignLogs, SeverityChoosesTheTypeOfThatName) {
 }
 
 TEST_F(ForeignLogs, LineWithoutATimeBelongsToTheOneBefore) {
-  const ImportSource source = Read("app.log",
-                                   "banner\n2026-01-02 03:04:05 failed\n  at main.cpp:7\n\n"
-                                   "2026-01-02 03:04:06 next\n");
+  const Imported source = Read("app.log",
+                               "banner\n2026-01-02 03:04:05 failed\n  at main.cpp:7\n\n"
+                               "2026-01-02 03:04:06 next\n");
   ASSERT_EQ(source.messages.size(), 4U);
   EXPECT_EQ(source.exitCode, 0);
   EXPECT_EQ(source.continued, 2U);
@@ -333,7 +333,7 @@ TEST_F(ForeignLogs, JournalExport) {
   EXPECT_EQ(Lines("journal", "__REALTIME_TIMESTAMP=" + std::to_string(moment * 1000) +
                                  "\n_HOSTNAME=east\nSYSLOG_IDENTIFIER=sshd\n_PID=812\n" + binary + "\n\n"),
             (Expected{LocalText({2026, 7, 2, 3, 4, 5, 678, 0}) + " 0 east/sshd[812]: a\nb"}));
-  const ImportSource broken =
+  const Imported broken =
       Read("journal", "__REALTIME_TIMESTAMP=1\nMESSAGE=x\n\n__REALTIME_TIMESTAMP=2\nMESSAGE\n\xFF\xFF\xFF");
   EXPECT_EQ(broken.exitCode, TamLogCtl::kUsage);
   EXPECT_EQ(broken.messages.size(), 1U);
@@ -345,7 +345,7 @@ TEST_F(ForeignLogs, ALineThatCannotBeReadIsNamedAndTheOthersAreKept) {
   const std::string bytes =
       "time,type,text\n2026-01-02 03:04:05,1,\"two\nlines\"\nyesterday,1,x\n"
       "2026-01-02 03:04:06,7,x\n2026-01-02 03:04:07,1\n2026-01-02 03:04:08,1,y\n";
-  const ImportSource source = Read("a.csv", bytes);
+  const Imported source = Read("a.csv", bytes);
   EXPECT_EQ(source.exitCode, TamLogCtl::kUsage);
   EXPECT_EQ(source.problems,
             (Expected{"line 4: column time: the time is not of the form YYYY-MM-DD HH:MM:SS.mmm",
@@ -382,7 +382,7 @@ TEST_F(ForeignLogs, TimeWordsOfJsonThatAreTooLargeAreRefused) {
   for (const char* const words : {"67562,1,1,0,0,0,0,0", "2026,1,1,0,0,0,0,32768", "-32769,1,1,0,0,0,0",
                                   "2026,1,1,0,0,0,18446744073709551615", "2026,1,1,0,0,0,9223372036854775808",
                                   "2026,1,1,0,0,0", "2026,1,1,0,0,0,0,0,0", "2026,1.5,1,0,0,0,0"}) {
-    const ImportSource source = Read("a.json", line(words));
+    const Imported source = Read("a.json", line(words));
     EXPECT_EQ(source.exitCode, TamLogCtl::kUsage) << words;
     ASSERT_EQ(source.problems.size(), 1U) << words;
     EXPECT_EQ(source.problems[0], "line 1: expected 7 or 8 numbers from -32768 to 32767 in \"time_words\"")
@@ -419,7 +419,7 @@ TEST_F(ForeignLogs, AnyBytesAreReadOrNamed) {
     }
     for (const char* const format : {"auto", "json", "csv", "tsv", "export", "text"}) {
       choice.format = format;
-      const ImportSource source = Read("any", bytes);
+      const Imported source = Read("any", bytes);
       EXPECT_EQ(source.exitCode == 0, source.unreadable == 0) << bytes;
     }
   }

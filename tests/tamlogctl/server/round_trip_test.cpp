@@ -8,10 +8,10 @@
 
 #include "tamlogctl/base/exit_code.h"
 #include "tamlogctl/base/output_options.h"
-#include "tamlogctl/server/import_reader.h"
 #include "tests/support/files.h"
 #include "tests/support/ring_model.h"
 #include "tests/support/temp_dir.h"
+#include "tests/tamlogctl/server/imported.h"
 
 namespace {
 
@@ -134,15 +134,14 @@ std::string Exported(const std::vector<LogMessageBody>& messages, const Way& way
 
 class RoundTrip : public testing::TestWithParam<Way> {
  protected:
-  TamLogCtl::ImportSource Imported(const std::string& bytes, const char* input,
-                                   const std::string& fields = "") {
+  TamLogTest::Imported Read(const std::string& bytes, const char* input, const std::string& fields = "") {
     const std::string path = folder.File(std::string("saved.") + GetParam().extension);
     TestSupport::WriteBytes(path, bytes);
     ImportChoice choice;
     choice.format = input;
     std::string problem;
     if (!fields.empty()) choice.fields = *TamLogClient::ParseFields(fields, problem);
-    return ReadImport(path, choice);
+    return TamLogTest::ReadAll(path, choice);
   }
 
   TestSupport::TempDir folder;
@@ -163,7 +162,7 @@ TEST_P(RoundTrip, LosesNothing) {
   for (const char* const input : {GetParam().input, "auto"}) {
     for (const bool named : {false, true}) {
       SCOPED_TRACE(std::string(input) + (named ? ", with the names of its columns" : ""));
-      const auto source = Imported(bytes, input, named ? GetParam().fields : "");
+      const auto source = Read(bytes, input, named ? GetParam().fields : "");
       EXPECT_EQ(source.format, GetParam().input);
       EXPECT_EQ(source.exitCode, kDone) << (source.problems.empty() ? "" : source.problems.front());
       EXPECT_EQ(source.continued, 0U);
@@ -172,10 +171,26 @@ TEST_P(RoundTrip, LosesNothing) {
   }
 }
 
+// Files are read in pieces of 64 KiB.
+TEST_P(RoundTrip, LosesNothingWhereAPieceOfTheFileEnds) {
+  const auto hostile = HostileMessages();
+  for (std::size_t shift = 0; shift < 24; ++shift) {
+    std::vector<LogMessageBody> messages{MakeBody(5, std::string(shift, 'x'), "Camera", 1)};
+    std::string bytes;
+    while (bytes.size() < 150000) {
+      messages.insert(messages.end(), hostile.begin(), hostile.end());
+      bytes = Exported(messages, GetParam());
+    }
+    const auto source = Read(bytes, GetParam().input);
+    ASSERT_EQ(source.exitCode, kDone) << (source.problems.empty() ? "" : source.problems.front());
+    ASSERT_NO_FATAL_FAILURE(ExpectEqual(source.messages, messages)) << shift;
+  }
+}
+
 TEST_P(RoundTrip, LosesNothingOfASingleMessage) {
   for (const std::string& text : HostileTexts()) {
     const std::vector<LogMessageBody> messages{MakeBody(5, text, "Camera", 1)};
-    const auto source = Imported(Exported(messages, GetParam()), "auto");
+    const auto source = Read(Exported(messages, GetParam()), "auto");
     ASSERT_EQ(source.exitCode, kDone) << text;
     ASSERT_NO_FATAL_FAILURE(ExpectEqual(source.messages, messages)) << text;
   }
@@ -203,11 +218,11 @@ TEST(RoundTripOfTheHost, KeepsTheNameOfTheMachine) {
     const std::string path = folder.File(std::string("saved.") + way.extension);
     TestSupport::WriteBytes(path, Exported(messages, way, "east"));
     ImportChoice choice;
-    const auto source = ReadImport(path, choice);
+    const auto source = TamLogTest::ReadAll(path, choice);
     ASSERT_EQ(source.messages.size(), 1U) << way.format;
     EXPECT_STREQ(source.messages[0].source, "east/Camera") << way.format;
     choice.dropHost = true;
-    EXPECT_STREQ(ReadImport(path, choice).messages.at(0).source, "Camera") << way.format;
+    EXPECT_STREQ(TamLogTest::ReadAll(path, choice).messages.at(0).source, "Camera") << way.format;
   }
 }
 
