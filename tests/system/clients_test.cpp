@@ -100,6 +100,17 @@ TEST_F(Clients, ASilentOneIsDisconnectedAfterTenSecondsAndPingKeepsAnotherAlive)
   EXPECT_LT(silence, 30s);
 }
 
+TEST_F(Clients, ACrowdThatIsIdleNeitherKeepsOthersOutNorHoldsUpTheStop) {
+  RunService();
+  std::vector<std::optional<ServerConnection>> crowd;
+  for (int i = 0; i < 300; ++i) {
+    crowd.push_back(ServerConnection::Connect(20s));
+    ASSERT_TRUE(crowd.back()) << i;
+  }
+  EXPECT_EQ(AskForCode(RequestOf(RequestCode::Ping)), ReplyCode::Alive);
+  EXPECT_LT(StopService().duration, 13s);  // less than the 15 s for which a stop waits for connections
+}
+
 TEST_F(Clients, NamesPathsAndSettingsAreAnswered) {
   RunService({.maxMessage = 77, .devicePollRate = 120, .saveRate = 60, .typeFilter = 0xFFFFFFF5U});
   const PipeReply name = Ask(RequestOf(RequestCode::GetFileMapName));

@@ -169,9 +169,8 @@ INSTANTIATE_TEST_SUITE_P(Of, HostileWriterKinds,
                                          Attack{Kind::Everything, "RandomBytesEverywhere"}),
                          [](const auto& attack) { return std::string(attack.param.name); });
 
-// An open that the writer disturbs empties the log, or keeps what is sound. It does not fail, and waits for
-// no reader that does not exist. A restart takes its pause of a second, and up to 15 s more while the writer
-// has the file open.
+// An open that the writer disturbs empties the log, or keeps what is sound. It does not fail. A restart takes
+// its pause of a second, and up to 15 s more while the writer has the file open.
 TEST_F(HostileWriters, RestartsMeanwhileEndInAServerThatServes) {
   RunService({.maxMessage = kCapacity});
   std::uint32_t seed = 1;
