@@ -50,13 +50,9 @@ while (($# > 0)); do
   esac
   shift
 done
-# shellcheck source=scripts/fixed-layout.sh
-. "$(dirname "$0")/scripts/fixed-layout.sh" "${arguments[@]}"
-cd "$(dirname "$0")"
-root=$PWD
 : "${seed:=$((RANDOM * 30000 + RANDOM % 30000 + 1))}"
 # shellcheck source=scripts/endurance.sh
-. scripts/endurance.sh
+. "$(dirname "$0")/scripts/endurance.sh" "${arguments[@]}"
 
 built=()
 mkdir -p build/fuzz

@@ -12,7 +12,7 @@ Installs missing Debian packages, builds the presets windows and linux, and make
   torvane-log-server-VERSION-x64.msi           the MSI; silent with msiexec /i FILE /qn
   torvane-log-tools_VERSION_amd64.deb          command line and client library for Debian
   winget                                       the manifest for winget
-  torvane-log-conformance-VERSION.zip          the conformance kit, for programs that are not ours
+  torvane-log-conformance-VERSION.zip          the conformance kit, for programs of other makers
   torvane-log-server-VERSION-x64-symbols.zip   the symbols of the programs, for debuggers
   torvane-log-server-VERSION-x64.spdx.json     the bill of materials (SPDX 2.3)
   SHA256SUMS                                   check with: sha256sum --check SHA256SUMS
@@ -25,7 +25,7 @@ Installs missing Debian packages, builds the presets windows and linux, and make
 The files depend on the sources and the versions of the compiler and its libraries only: two builds in two places are
 equal, bit for bit. SOURCE_DATE_EPOCH sets the time inside the files, by default the time of the last commit.
 packaging/maker.env holds what only the maker knows: contact, licence, addresses, and in SIGN the command that signs
-programs, setup program and MSI (docs/packages.md, "Signatures"). Variables of the same names go first.
+programs, setup program and MSI (docs/packages.md, "Signatures"). Environment variables of these names take precedence.
 
 Exit code: 0 when everything was made and checked, 1 with the name of the step that failed, 2 for wrong usage.
 TEXT
@@ -107,6 +107,7 @@ if [[ $build == yes ]]; then
   run_logged scripts/build.sh linux tamlogctl tamlog_shared tamlog_static
 fi
 
+SECONDS=0
 begin 'separating the symbols'
 packaging/strip-programs.sh build/bin "$work/programs"
 packaging/check_programs.py "$version" "$work/programs"
@@ -141,6 +142,6 @@ packaging/make_winget.py "$version" "$DOWNLOAD_URL/$version" \
 begin 'writing SHA256SUMS'
 (cd "$packages" && sha256sum -- torvane-log-* winget/* >SHA256SUMS)
 rm -rf "$work"
-echo "The packages are in $packages:"
+echo "The packages are in $packages, made in $SECONDS s after the build:"
 [[ -n $SIGN ]] || echo 'They are not signed: SIGN is empty.'
 (cd "$packages" && stat --printf '  %11s  %n\n' -- torvane-log-* winget/* SHA256SUMS)

@@ -34,24 +34,12 @@ TEXT
 }
 
 minutes=10 clients=250
-arguments=("$@")
 # shellcheck source=scripts/options.sh
 . "$(dirname "$0")/scripts/options.sh"
-while (($# > 0)); do
-  case $1 in
-    -h | --help) usage; exit 0 ;;
-    --minutes) whole_number "$1" "${2:-}" 4; minutes=$2; shift 2 ;;
-    --clients) whole_number "$1" "${2:-}" 4; clients=$2; shift 2 ;;
-    *) echo "soak.sh: unknown option \"$1\"; see ./soak.sh --help" >&2; exit 2 ;;
-  esac
-done
+number_options "minutes:4 clients:4" "$@"
 if ((clients > 1000)); then echo "soak.sh: --clients $clients is more than 1000" >&2; exit 2; fi
-# shellcheck source=scripts/fixed-layout.sh
-. "$(dirname "$0")/scripts/fixed-layout.sh" "${arguments[@]}"
-cd "$(dirname "$0")"
-root=$PWD
 # shellcheck source=scripts/endurance.sh
-. scripts/endurance.sh
+. "$(dirname "$0")/scripts/endurance.sh" "$@"
 endurance_begin soak soak_run
 
 export TAMLOG_SOAK_SECONDS=$((minutes * 60)) TAMLOG_SOAK_CLIENTS=$clients

@@ -1,7 +1,7 @@
 #pragma once
 
-// Read access as docs/read_access.md describes it, for comparison: our own programs read without. The first
-// three steps of entering are one wait for two events. Ends the program when access is not to be had. Use
+// Read access as docs/read_access.md describes it, for comparison: our own programs read without it. The
+// first three steps of entering are one wait for two events. Ends the program when access is not granted. Use
 // from one thread.
 
 #include <cstdint>

@@ -16,7 +16,7 @@ enum class Needs : std::uint8_t {
   Nothing,
   Server,   // a session that is prepared
   Minutes,  // the same, and more than half a minute
-  Person,   // something that a program does not do; `run` is null, and `reason` says what
+  Person,   // to be tried by a person; `run` is null, and `reason` says why or how
 };
 
 struct Check {

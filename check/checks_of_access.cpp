@@ -66,7 +66,7 @@ Verdict KindsOfEvents(Session& session) {
   using QueryEvent = LONG(WINAPI*)(HANDLE, int, void*, ULONG, ULONG*);
   const auto query = reinterpret_cast<QueryEvent>(
       reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("ntdll.dll"), "NtQueryEvent")));
-  if (query == nullptr) return NotTried("this system does not say of which kind an event is");
+  if (query == nullptr) return NotTried("this system does not report the kind of an event");
   Values values;
   bool right = true;
   for (const char* const name : kEvents) {

@@ -1,4 +1,4 @@
-// Messages on their road, and the log over restarts, with readers and without them.
+// Messages from the sender to the reader, and the log across restarts, with and without readers.
 
 #include <algorithm>
 
@@ -79,10 +79,10 @@ Verdict BytesAreKept(Session& session) {
   MustBeOk(client.Submit(MessageOf("bytes", bytes)), "sending");
   WaitForTexts("bytes", 1);
   const std::vector<std::string> texts = SharedTexts("bytes");
-  return HoldsIf(texts.size() == 1 && texts[0] == bytes, "the text is another one");
+  return HoldsIf(texts.size() == 1 && texts[0] == bytes, "the text was changed");
 }
 
-// Returns what is wrong with the log file, which is closed; empty when nothing is.
+// Returns the fault of the closed log file; empty when it has none.
 std::string FaultOfFile(const std::string& path, std::int32_t messages) {
   const std::string bytes = ReadTextFile(path);
   const TamLogClient::LogFileImage image(bytes);
@@ -168,7 +168,7 @@ Verdict ChangesWithAReader(Session& session, bool growing) {
   const std::string output = reader.ReadAll(10000);
   return HoldsIf(
       output.find("messages ") != std::string::npos && output.find("messages 0") == std::string::npos,
-      "the reader does not follow any more: " + output,
+      "the reader no longer follows: " + output,
       {{"changes", std::to_string(kChanges)}, {"longest_pause_ms", std::to_string(longest)}});
 }
 
@@ -295,10 +295,17 @@ const std::vector<Check>& ChecksByAPerson() {
       {"person.network-path",
        "A network path for the log makes the server connect with the machine's account.", Needs::Person,
        nullptr, "it would touch another machine"},
-      {"person.disk-full", "On a full disk the server goes on; sending goes on, and what was written stays.",
+      {"person.disk-full", "On a full disk server and sending continue, and written messages stay.",
        Needs::Person, nullptr, "it would fill a disk; put the log on a small volume and fill that"},
+      {"person.failed-upgrade", "A failed upgrade by the MSI brings the old version back.", Needs::Person,
+       nullptr, "it needs two versions of the MSI; docs/windows.md has the steps"},
+      {"person.upgrade-with-a-follower",
+       "An upgrade by the MSI does not restart the machine, and tamlogctl follow goes on.", Needs::Person,
+       nullptr,
+       "run tamlogctl follow in a console and msiexec /i NEW.msi /qn in another one; the exit code is 0 or "
+       "3010"},
       {"person.slow-stop",
-       "A stop behind a restart that hangs takes up to 45 s; the manager reports error 1053.", Needs::Person,
+       "A stop during a restart that hangs takes up to 45 s; the manager reports error 1053.", Needs::Person,
        nullptr, "it keeps the service busy for a minute and needs three programs; see docs/windows.md"},
   };
   return kChecks;

@@ -1,5 +1,4 @@
-// The server as a service: what its registration sets, how it starts and stops, and what the manager does
-// when it ends.
+// The server as a service: its registration, its start and stop, and its recovery by the manager.
 
 #include "check/checks.h"
 #include "check/child.h"
@@ -50,7 +49,7 @@ Verdict RecoveryIsKept(Session& session) {
     if (error != 0) return Differs("setting it: " + ErrorText(error));
   }
   const std::optional<Recovery> found = FindRecovery();
-  if (!found) return Differs("the system does not say which recovery is set");
+  if (!found) return Differs("the system does not report the recovery");
   return HoldsIf(*found == wanted, "the service has: " + TextOf(*found), {{"set", TextOf(wanted)}});
 }
 
@@ -135,9 +134,7 @@ Verdict StopPassesADeadReader(Session& session) {
 const std::vector<Check>& ChecksOfTheService() {
   static const std::vector<Check> kChecks{
       {"service.registered",
-       "The service starts with the machine, in a process of its own as the local system, with its path "
-       "between "
-       "quotation marks.",
+       "The service starts with the machine, in its own process as the local system, from a quoted path.",
        Needs::Server, Registered},
       {"service.everyone-may-control", "The service's access list lets everyone start and stop it.",
        Needs::Server, EveryoneMayControl},
@@ -148,8 +145,7 @@ const std::vector<Check>& ChecksOfTheService() {
        Needs::Server, StartsAndStops},
       {"service.failed-start",
        "A start that fails leaves the service stopped, without a process, and the reason in "
-       "TamLogServiceLog.txt in "
-       "the system directory.",
+       "TamLogServiceLog.txt in the system directory.",
        Needs::Server, FailedStart},
       {"service.ends-at-once-from-a-console", "Started from a console, TamLogServer.exe ends at once.",
        Needs::Server, EndsAtOnceFromAConsole},
@@ -157,8 +153,8 @@ const std::vector<Check>& ChecksOfTheService() {
        Needs::Server, StopPassesADeadReader},
       {"service.recovery-is-kept", "The manager keeps the recovery that the packages set.", Needs::Server,
        RecoveryIsKept},
-      {"service.recovery-restarts", "The manager starts a server again whose process was ended.",
-       Needs::Server, RecoveryRestarts},
+      {"service.recovery-restarts", "The manager restarts a server whose process was ended.", Needs::Server,
+       RecoveryRestarts},
   };
   return kChecks;
 }

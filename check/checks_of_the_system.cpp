@@ -1,5 +1,5 @@
-// What the server and the tools rest on in Windows itself, tried on objects of this program: needs neither
-// server nor rights.
+// The behaviour of Windows on which server and tools rely, tried on objects of this program. Needs neither a
+// server nor administrator rights.
 
 #include <array>
 #include <cstring>
@@ -49,7 +49,7 @@ class TemporaryFile {
   std::string path;
 };
 
-// A view of a file of which nothing else is open.
+// A view of a file; the handles of file and mapping are closed.
 class View {
  public:
   View(const TemporaryFile& file, const char* name) {
@@ -208,10 +208,10 @@ Verdict ServersLearnOnlyTheName(Session&) {
   RevertToSelf();
   DisconnectNamedPipe(pipe.Get());
   clientThread.join();
-  return HoldsIf(acting != 0 && error != 0,
-                 acting == 0 ? "the server cannot ask who the client is"
-                             : "the server opened a file in the client's name",
-                 {{"error", std::to_string(error)}});
+  return HoldsIf(
+      acting != 0 && error != 0,
+      acting == 0 ? "the server cannot identify the client" : "the server opened a file in the client's name",
+      {{"error", std::to_string(error)}});
 }
 
 Verdict KeysAskRights(Session&) {
@@ -263,7 +263,7 @@ Verdict TicksCountSleep(Session&) {
   const std::uint64_t ticks = Ticks();
   const std::uint64_t awakeMs = awake / 10000;
   Values values{{"ticks", std::to_string(ticks)}, {"awake_ms", std::to_string(awakeMs)}};
-  if (awakeMs > ticks + 1000) return Differs("the ticks are behind the time awake", values);
+  if (awakeMs > ticks + 1000) return Differs("there are fewer ticks than milliseconds awake", values);
   if (ticks - std::min(ticks, awakeMs) < 1000)
     return NotTried("the machine has not slept since its start", values);
   return Holds(values);

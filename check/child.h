@@ -20,9 +20,9 @@ class Child {
 
   // Returns the next line of its output; nothing when none comes within `limitMs`, or the output has ended.
   std::optional<std::string> ReadLine(std::uint32_t limitMs);
-  // Returns all output until its end; what came so far after `limitMs`.
+  // Returns all output until its end, or the output of the first `limitMs`.
   std::string ReadAll(std::uint32_t limitMs);
-  // Ends its input, which tells a part of this program to finish.
+  // Closes its input: a part of this program then finishes.
   void CloseInput() { input.Close(); }
   // Returns its exit code when it ends within `limitMs`.
   std::optional<std::uint32_t> WaitForEnd(std::uint32_t limitMs);
@@ -43,7 +43,7 @@ class Child {
 //   map                maps the shared log, and nothing else
 //   inside             takes read access, and stays inside
 //   follow             follows the log like tamlogctl; prints "messages N lost N" at its end
-//   open MS FILE       has a file open for so many milliseconds, without refusing to share it
+//   open MS FILE       keeps a file open for MS milliseconds, and shares it
 //   submit             submits messages without a pause; prints "messages N" at its end
 std::string PartCommand(const std::string& part);
 

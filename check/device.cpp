@@ -32,10 +32,10 @@ void WINAPI ServiceMain(DWORD count, char** arguments) {
   SetServiceStatus(handle, &status);
   const DWORD flags =
       DDD_RAW_TARGET_PATH | (defining ? 0U : DDD_REMOVE_DEFINITION | DDD_EXACT_MATCH_ON_REMOVE);
-  const BOOL done = DefineDosDeviceA(flags, kDevice, kTarget);
+  const DWORD error = DefineDosDeviceA(flags, kDevice, kTarget) != 0 ? NO_ERROR : GetLastError();
   Sleep(500);  // the manager notices that the service runs
   status.dwCurrentState = SERVICE_STOPPED;
-  status.dwWin32ExitCode = done != 0 ? NO_ERROR : GetLastError();
+  status.dwWin32ExitCode = error;
   SetServiceStatus(handle, &status);
 }
 

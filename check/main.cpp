@@ -124,13 +124,39 @@ bool AnyNeedsServer(const std::vector<Check>& checks) {
   });
 }
 
+// Returns the system's error code; 0 when the file could be opened for writing. Creates a missing one.
+std::uint32_t TryToWrite(const std::string& path) {
+  const Handle file = OpenAt(path, GENERIC_WRITE, FILE_SHARE_READ, true);
+  return file ? 0 : GetLastError();
+}
+
+// Returns the first argument with which no check's name begins; empty when there is none.
+std::string FirstUnknown(const Options& options) {
+  const std::vector<Check> checks = AllChecks();
+  for (const std::string& begin : options.only) {
+    const bool known = std::ranges::any_of(
+        checks, [&begin](const Check& check) { return std::string(check.name).starts_with(begin); });
+    if (!known) return begin;
+  }
+  return "";
+}
+
 int RunChecks(const Options& options) {
+  const std::string unknown = FirstUnknown(options);
+  if (!unknown.empty()) {
+    std::cerr << "tamlogcheck: no check's name begins with " << unknown << "; see tamlogcheck --list\n";
+    return kUsage;
+  }
   std::vector<Check> checks;
   for (const Check& check : AllChecks()) {
     if (IsChosen(options, check.name)) checks.push_back(check);
   }
-  if (checks.empty()) {
-    std::cerr << "tamlogcheck: no check has this name; tamlogcheck --list shows them\n";
+  const std::string path = options.report.empty()
+                               ? "tamlogcheck-" + ComputerName() + "-" + TimeText(true) + ".txt"
+                               : options.report;
+  const bool isNew = !Exists(path);
+  if (const std::uint32_t error = TryToWrite(path); error != 0) {
+    std::cerr << "tamlogcheck: the report cannot be written to " << path << ": " << ErrorText(error) << "\n";
     return kUsage;
   }
   Report report;
@@ -143,6 +169,7 @@ int RunChecks(const Options& options) {
     } catch (const NoServer& failure) {
       if (failure.refused) {
         std::cerr << "tamlogcheck: " << failure.what() << "\n";
+        if (isNew) DeleteFileA(path.c_str());
         return kRefused;
       }
       noServer = failure.what();
@@ -162,9 +189,6 @@ int RunChecks(const Options& options) {
     report.NotRestored(problem);
     std::cout << "NOT RESTORED: " << problem << "\n";
   }
-  const std::string path = options.report.empty()
-                               ? "tamlogcheck-" + ComputerName() + "-" + TimeText(true) + ".txt"
-                               : options.report;
   WriteTextFile(path, report.Text());
   std::cout << report.Summary() << "\nThe report is in " << path << "\n";
   if (!report.AllRestored()) return kNotRestored;

@@ -12,7 +12,7 @@ Run it in a console with administrator rights; without them the checks of the se
 three minutes.
 
   tamlogcheck                  every check
-  tamlogcheck restart. pipe.   the checks whose names begin so
+  tamlogcheck service. pipe.   the checks whose names begin so
   tamlogcheck --list           names and promises of all checks; nothing is tried
 
 Where the service is not installed, the program installs a copy of TamLogServer.exe, and removes it at the end.
@@ -24,7 +24,7 @@ misses the messages of these minutes. So a service that runs, or whose log has m
   --stand-in-device   the server needs the driver's device \\.\TAMLOG: where it is missing, provide an empty
                       device of that name during the checks
   --quick             leave out the checks that take longer than half a minute
-  --server FILE       install this server; otherwise TamLogServer.exe beside this program
+  --server FILE       install this server; otherwise TamLogServer.exe in this program's directory
   --folder DIRECTORY  a new directory for everything that the checks write; otherwise in the temporary directory
   --report FILE       the report; otherwise tamlogcheck-COMPUTER-TIME.txt in the current directory
   --restore DIRECTORY restore settings and service after a run that was ended by force; it has left DIRECTORY

@@ -12,7 +12,7 @@ inline constexpr int kSomeDiffer = 1;
 inline constexpr int kUsage = 2;
 inline constexpr int kRefused = 3;         // a log with messages, or a service in use: nothing was changed
 inline constexpr int kServerNotTried = 4;  // what was tried holds, but no check ran the server
-inline constexpr int kNotRestored = 5;     // the report names what is not as it was
+inline constexpr int kNotRestored = 5;     // the report names what could not be restored
 
 struct Options {
   bool help = false;

@@ -23,7 +23,7 @@ struct Verdict {
 };
 
 struct Result {
-  std::string check;    // "restart.grows-with-reader"; never changes
+  std::string check;    // "log.grows-with-a-reader"; never changes
   std::string promise;  // a sentence with its full stop
   Verdict verdict;
   std::uint64_t milliseconds = 0;

@@ -43,7 +43,8 @@ struct Recovery {
   bool operator==(const Recovery&) const = default;
 };
 
-// What the packages set: restart after 5, 30 and 60 s; a day without failure begins anew.
+// The recovery that the packages set: restarts after 5, 30 and 60 s; after a day without failure the first
+// delay applies again.
 Recovery RecoveryOfThePackages();
 std::string TextOf(const Recovery& recovery);
 
@@ -58,7 +59,7 @@ std::uint32_t DeleteService(const std::string& name = kServerService);
 // Registers a service that is started by request only, and runs as the local system.
 void CreateService(const std::string& name, const std::string& commandLine);
 
-// Returns nothing when the system does not say.
+// Returns nothing when the system does not report it.
 std::optional<Recovery> FindRecovery();
 std::uint32_t SetRecovery(const Recovery& recovery);
 

@@ -81,12 +81,12 @@ void Session::MakeFolder() {
     if (GetTempPathA(static_cast<DWORD>(temporary.size()), temporary.data()) == 0) Fail("GetTempPath");
     folder = std::string(temporary.data()) + "tamlogcheck " + std::to_string(GetCurrentProcessId());
   }
-  CreateDirectoryAt(folder);
+  CreateProtectedDirectory(folder);
 }
 
 void Session::Prepare() {
   if (!MayAdminister())
-    throw NoServer("this user is no administrator, or the console has no administrator rights", false);
+    throw NoServer("this user is not an administrator, or the console has no administrator rights", false);
   const std::optional<Registration> registration = FindRegistration();
   installed = registration.has_value();
   std::string program = options.server.empty() ? PathIn(OwnDirectory(), kServerProgram) : options.server;
@@ -160,8 +160,9 @@ std::vector<std::string> Session::RestoreFolder(const std::string& folder) {
   }
   if (recoveryKnown) session.recovery = kept;
   lines.ignore(1);
-  const std::string rest(text.substr(lines ? static_cast<std::size_t>(lines.tellg()) : text.size()));
-  const std::optional<SavedSettings> saved = SavedSettingsOf(rest);
+  const std::streamoff read = lines.tellg();  // -1 after the end of a file that is cut
+  const std::optional<SavedSettings> saved =
+      SavedSettingsOf(read < 0 ? "" : text.substr(static_cast<std::size_t>(read)));
   if (!saved) return {"no run of the checks has left " + folder};
   session.settings = *saved;
   session.folder = folder;

@@ -53,6 +53,20 @@ void Delete(const std::string& path) {
   if (result != ERROR_FILE_NOT_FOUND) Check(result, "deleting the key " + path);
 }
 
+// Keeps the key, and with it its access list.
+void DeleteValues(const std::string& path) {
+  const Key key = Open(path, KEY_QUERY_VALUE | KEY_SET_VALUE);
+  while (key) {
+    std::array<char, 16384> name{};
+    DWORD size = name.size();
+    const LSTATUS result =
+        RegEnumValueA(key.get(), 0, name.data(), &size, nullptr, nullptr, nullptr, nullptr);
+    if (result == ERROR_NO_MORE_ITEMS) return;
+    Check(result, "reading the settings");
+    Check(RegDeleteValueA(key.get(), name.data()), "deleting " + std::string(name.data()));
+  }
+}
+
 void SaveValues(const std::string& below, std::vector<SavedValue>& values) {
   const Key key = Open(PathOf(below));
   for (DWORD index = 0; key; ++index) {
@@ -120,12 +134,14 @@ SavedSettings SaveSettings() {
 }
 
 void RestoreSettings(const SavedSettings& saved) {
-  Delete(PathOf(kFilters));
-  Delete(kServerKey);
+  DeleteValues(PathOf(kFilters));
+  DeleteValues(kServerKey);
+  if (!saved.filtersKeyThere) Delete(PathOf(kFilters));
+  if (!saved.serverKeyThere) Delete(kServerKey);
+  if (!saved.makerKeyThere) Delete(kMakerKey);
   if (saved.serverKeyThere) Create(kServerKey);
   if (saved.filtersKeyThere) Create(PathOf(kFilters));
   for (const SavedValue& value : saved.values) WriteValue(value);
-  if (!saved.makerKeyThere) Delete(kMakerKey);
 }
 
 std::string TextOf(const SavedSettings& saved) {
@@ -166,8 +182,8 @@ std::optional<SavedSettings> SavedSettingsOf(const std::string& text) {
 }
 
 void WriteSettings(const std::string& logFile, std::uint32_t capacity) {
-  Delete(PathOf(kFilters));
-  Delete(kServerKey);
+  DeleteValues(PathOf(kFilters));
+  DeleteValues(kServerKey);
   WriteNumber("MaxMessage", capacity);
   WriteNumber("DevicePollRate", 200);
   WriteNumber("SaveRate", 2);

@@ -1,7 +1,7 @@
 #pragma once
 
-// The server's settings in the registry: saved as a whole, restored, and written for a check. Throws
-// std::runtime_error when the registry refuses.
+// The server's settings in the registry: saved as a whole, restored, and written for a check. Keys that exist
+// keep their access lists. Throws std::runtime_error when the registry refuses.
 
 #include <cstdint>
 #include <optional>

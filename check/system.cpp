@@ -78,8 +78,17 @@ std::uint64_t SizeOf(const std::string& path) {
   return (static_cast<std::uint64_t>(data.nFileSizeHigh) << 32U) | data.nFileSizeLow;
 }
 
-void CreateDirectoryAt(const std::string& path) {
-  if (CreateDirectoryA(path.c_str(), nullptr) == 0) Fail("creating the directory " + path);
+void CreateProtectedDirectory(const std::string& path) {
+  PSECURITY_DESCRIPTOR descriptor = nullptr;
+  if (ConvertStringSecurityDescriptorToSecurityDescriptorA(
+          "D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;0x1200a9;;;BU)", SDDL_REVISION_1, &descriptor,
+          nullptr) == 0) {
+    Fail("ConvertStringSecurityDescriptorToSecurityDescriptor");
+  }
+  SECURITY_ATTRIBUTES strict{sizeof(SECURITY_ATTRIBUTES), descriptor, FALSE};
+  const DWORD error = CreateDirectoryA(path.c_str(), &strict) != 0 ? ERROR_SUCCESS : GetLastError();
+  LocalFree(descriptor);
+  if (error != ERROR_SUCCESS) Fail("creating the directory " + path, error);
 }
 
 void WriteTextFile(const std::string& path, const std::string& text) {

@@ -40,7 +40,9 @@ std::string PathIn(const std::string& directory, const std::string& name);
 bool Exists(const std::string& path);
 // Returns the size of a file; 0 when it does not exist.
 std::uint64_t SizeOf(const std::string& path);
-void CreateDirectoryAt(const std::string& path);
+// Creates a directory in which only the system and administrators may write, and users may read: a program
+// in it that runs as the system cannot be replaced.
+void CreateProtectedDirectory(const std::string& path);
 void WriteTextFile(const std::string& path, const std::string& text);
 // Returns the bytes of a file that others may have open; empty when it cannot be read.
 std::string ReadTextFile(const std::string& path);

@@ -1,5 +1,5 @@
 # Compiles for 64-bit Windows with clang, on the headers of MinGW-w64: a second opinion on the code. For presets that
-# only compile: the programs that lld makes of the run-time library of GCC wait forever in std::latch.
+# only compile: programs that lld links with the run-time library of GCC wait forever in std::latch.
 include(${CMAKE_CURRENT_LIST_DIR}/mingw-w64.cmake)
 set(CMAKE_C_COMPILER clang-14)
 set(CMAKE_CXX_COMPILER clang++-14)

@@ -20,6 +20,11 @@ target_compile_definitions(tamlog_options INTERFACE _GLIBCXX_ASSERTIONS)
 # No file depends on the place of the tree: builds in two places are equal. Debuggers look for the sources in the
 # current directory.
 target_compile_options(tamlog_options INTERFACE -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
+# Debug information names the options by default. A compiler cache adds some of its own to those of files that use
+# precompiled headers.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  target_compile_options(tamlog_options INTERFACE -gno-record-gcc-switches)
+endif()
 # A compiler cache may pass paths relative to the directory of the build.
 file(RELATIVE_PATH tamlog_source_from_build ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR})
 string(REGEX REPLACE "/$" "" tamlog_source_from_build "${tamlog_source_from_build}")

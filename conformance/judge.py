@@ -6,7 +6,7 @@
 Each COMMAND is a program with its arguments, in one word; the names of files are appended. At least one is needed.
 
   --read      COMMAND FILE prints the messages of FILE, oldest first, one JSON object a line.
-              Exit code 0: all is well. Another one: something is damaged, or FILE is no log.
+              Exit code 0: all is well. Another one: something is damaged, or FILE is not a log.
   --verify    COMMAND FILE prints one JSON object: "accepted" (a server would keep FILE), "counts" (findings by rule).
   --follow    COMMAND FILE [--reopened] FILE... prints what is new after each visit.
   --exact     a follower has to state each loss that the reference follower can compute
@@ -44,7 +44,7 @@ class Refused(Exception):
 
 
 class CannotStart(Exception):
-    """A COMMAND is no program."""
+    """A COMMAND cannot be started."""
 
 
 def start(command, arguments):
@@ -160,7 +160,7 @@ def judge_reader(command, verdict, path, wanted):
     if verdict["reader"] == "notices":
         return ""
     if verdict["reader"] == "refuses":
-        return "shows messages of a file that is no log" if lines else ""
+        return "shows messages of a file that is not a log" if lines else ""
     return "" if is_part_in_order(lines, wanted) else "shows what is not in the file, or in another order"
 
 
@@ -292,7 +292,7 @@ def regular_expression(text):
     try:
         return re.compile(text)
     except re.error as problem:
-        raise argparse.ArgumentTypeError("%r is no regular expression: %s" % (text, problem)) from problem
+        raise argparse.ArgumentTypeError("%r is not a regular expression: %s" % (text, problem)) from problem
 
 
 def parsed():

@@ -5,6 +5,9 @@
 
 #define LONGEST_COPY_MS 150
 #define WATCH_MS 250 /* how often serverRunning is read */
+/* A view of the largest log that a server can be set to. A larger mapping was created by another process. */
+#define PAGE 4096
+#define MOST_BYTES ((TAMLOG_SLOTS_OFFSET + (size_t)TAMLOG_SLOT_SIZE * 1000000 + PAGE - 1) / PAGE * PAGE)
 
 LONG CountAt(const unsigned char* log, size_t offset) {
   LONG value;
@@ -43,7 +46,7 @@ int OpenLog(LogView* view) {
     view->bytes = (const unsigned char*)MapViewOfFile(view->mapping, FILE_MAP_READ, 0, 0, 0);
   if (view->bytes != NULL && VirtualQuery(view->bytes, &region, sizeof region) != 0)
     view->size = region.RegionSize;
-  if (view->size >= TAMLOG_SLOTS_OFFSET && IsRunning(view))
+  if (view->size >= TAMLOG_SLOTS_OFFSET && view->size <= MOST_BYTES && IsRunning(view))
     view->readWait = OpenEventA(SYNCHRONIZE, FALSE, TAMLOG_READ_WAIT_EVENT);
   if (view->readWait != NULL) return 1;
   CloseLog(view);

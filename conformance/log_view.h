@@ -19,7 +19,8 @@ typedef struct {
   size_t size;                /* of the view, in whole pages */
 } LogView;
 
-/* Opens the running log. Returns 0 when no server has one open; nothing is open then. */
+/* Opens the running log. Returns 0 when no server has one open, or its view is larger than that of 1,000,000
+ * slots; nothing is open then. */
 int OpenLog(LogView* view);
 void CloseLog(LogView* view);
 

@@ -283,7 +283,7 @@ def bytes_after_end():
     return log(4, steps(1, 3)) + b"\0" * 1000
 
 
-@sample("a file without bytes: no log; a server makes a new one of it", reader="refuses", server="empties",
+@sample("a file without bytes: not a log; a server creates one in it", reader="refuses", server="empties",
         empty_file=1)
 def empty_file():
     return b"", []

@@ -63,7 +63,7 @@ static void ClaimForm(Connection* connection) {
   size_t i;
   for (i = 0; i < sizeof strange / sizeof *strange; ++i)
     holds = holds && Ask(connection, strange[i], reply) == TAMLOG_REPLY_UNKNOWN_REQUEST;
-  Claim(holds, "unknown-request", "codes that are none: UnknownRequest, and the connection stays open");
+  Claim(holds, "unknown-request", "unknown codes: UnknownRequest, and the connection stays open");
   for (holds = 1, i = 0; i < 3; ++i) {
     PutNumber(request, TAMLOG_RECORD_CODE, ahead[i]);
     holds = holds && Send(connection, request, sizeof request);
@@ -173,7 +173,7 @@ static int CountInLog(const unsigned char* log, const Record message) {
   return count;
 }
 
-/* Waits until `message` is in the log, and returns a copy of that log; null when it does not get there. */
+/* Waits until `message` is in the log, and returns a copy of that log; null when it does not arrive. */
 static unsigned char* LogWith(const Record message) {
   const ULONGLONG limit = GetTickCount64() + STORED_MS;
   LogView view;
@@ -199,8 +199,8 @@ static int IsStored(const Record message) {
   return log != NULL;
 }
 
-/* The present settings with another filter of types would need a restart, so messages of types that it drops
- * cannot be tried: the type 1 has to be kept. */
+/* Another filter of types would need a restart. So the claims use the present one, which has to keep the
+ * type 1. */
 static void ClaimMessages(Connection* connection) {
   Record dropped;
   Record kept;
@@ -353,7 +353,10 @@ static int IsOver(Connection* connection) {
   return open;
 }
 
-static int ConnectAgain(Connection* connection, LogView* view) {
+/* Prepares another attempt, at most two. A machine that stalls for a second cannot show what comes before the
+ * restart: returns 0 unless it stalled since `begin`, and the server serves again after the restart. */
+static int TriesAgain(Connection* connection, LogView* view, ULONGLONG begin, int* attempt) {
+  if (GetTickCount64() - begin <= STALLED_MS || ++*attempt == 3) return 0;
   CloseLog(view);
   Disconnect(connection);
   return IsOver(connection);
@@ -386,13 +389,13 @@ static void ClaimRestart(Connection* connection) {
   GetPlainSettings(connection, settings);
   memcpy(request, settings, sizeof request);
   PutNumber(request, TAMLOG_RECORD_TYPE_FILTER, NumberAt(settings, TAMLOG_RECORD_TYPE_FILTER) | 0xFFFFFFF0U);
-  do { /* a machine that stalls for a second cannot show what comes before the restart */
+  do {
     OpenLog(&view);
     begin = GetTickCount64();
     done = AskWith(connection, request, TAMLOG_SET_SETTINGS, reply) == TAMLOG_REPLY_DONE;
     alive = done && Ask(connection, TAMLOG_PING, reply) == TAMLOG_REPLY_ALIVE;
     set = alive && HasSettings(connection, settings);
-  } while (!set && GetTickCount64() - begin > STALLED_MS && ++attempt < 3 && ConnectAgain(connection, &view));
+  } while (!set && TriesAgain(connection, &view, begin, &attempt));
   Claim(alive, "restart-later", "SetSettings: Done, and Ping is still answered");
   Claim(set, "set-settings", "GetSettings returns what was set; the other bits of typeFilter are 0");
   broke = WaitForBreak(connection, &view, begin, &reported);
@@ -460,8 +463,7 @@ static void ClaimClear(Connection* connection) {
     begin = GetTickCount64();
     done = Ask(connection, TAMLOG_CLEAR_LOG, reply) == TAMLOG_REPLY_DONE;
     empty = done && IsEmpty(&view);
-  } while (!empty && GetTickCount64() - begin > STALLED_MS && ++attempt < 3 &&
-           ConnectAgain(connection, &view));
+  } while (!empty && TriesAgain(connection, &view, begin, &attempt));
   Claim(done, "clear", "ClearLog: Done");
   Claim(empty, "cleared", "the log is empty when Done arrives, and so is what was pending");
   Claim(WaitForBreak(connection, &view, begin, &ignored) < restartMs, "clear-restarts",
@@ -485,8 +487,7 @@ static void ClaimCapacity(Connection* connection) {
     holds = CapacityBecomes(connection, settings, 2000000, 1000000) &&
             CapacityBecomes(connection, settings, 0, 1);
     holds = CapacityBecomes(connection, settings, capacity, capacity) && holds;
-  } while (!holds && GetTickCount64() - begin > STALLED_MS && ++attempt < 3 &&
-           ConnectAgain(connection, &view));
+  } while (!holds && TriesAgain(connection, &view, begin, &attempt));
   Claim(holds, "capacity-limits",
         "SetSettings: a capacity of 0 becomes 1, one above 1,000,000 becomes 1,000,000");
   WaitForBreak(connection, &view, begin, &ignored);

@@ -1,5 +1,5 @@
 /* The claims about a running server, for programs that contain them. docs/pipe_protocol.md and
- * docs/reader_protocol.md are where they come from. */
+ * docs/reader_protocol.md state them. */
 #ifndef TAMLOG_PIPE_CLAIMS_H
 #define TAMLOG_PIPE_CLAIMS_H
 

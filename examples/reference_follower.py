@@ -8,7 +8,7 @@ what else can have happened. Standard library only.
 
 --reopened before a FILE: the log was closed and opened again before that visit. After each visit the new messages are
 printed as JSON lines, then {"visit": n, "lost": {"least": a, "most": b}, "cleared": false, "rewritten": false};
-`most` is null when it cannot be known. Exit code 2 when a FILE cannot be read, 9 when it is no log.
+`most` is null when it cannot be known. Exit code 2 when a FILE cannot be read, 9 when it is not a log.
 """
 
 import json

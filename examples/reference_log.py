@@ -4,7 +4,7 @@ Written to be read: every function is a paragraph of the document. Standard libr
 
     reference_log.py FILE      shows the messages as JSON lines, oldest first
 
-Exit code 0, 2 when FILE cannot be read, 7 when something is damaged (the rest is shown), 9 when FILE is no log.
+Exit code 0, 2 when FILE cannot be read, 7 when something is damaged (the rest is shown), 9 when FILE is not a log.
 """
 
 import json

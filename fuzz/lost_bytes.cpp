@@ -1,6 +1,6 @@
 // Fuzzes the repair of files that lost or gained bytes against its promise (docs/tamlogctl.md, "repair"):
 //
-// - A file that a server wrote as it is, as far as its bytes show that, is taken as it stands.
+// - A file whose bytes are all as a server writes them is taken as it stands.
 // - Of any other file, every message with a date that no change touched is saved; if whole slots were lost or
 //   added in addition to other bytes, some of them only with `carve`, and they are counted.
 //
@@ -141,7 +141,7 @@ std::set<std::string> Saved(const LogFileImage& image, const RepairPlan& plan) {
   return saved;
 }
 
-// Returns the messages of the ring. Zeros are none, even with a number.
+// Returns the messages of the ring. A slot of zeros holds no message, even with a number.
 std::set<std::string> RingOf(const LogFileImage& image) {
   std::set<std::string> bodies;
   for (const std::uint32_t slot : image.RingSlots()) bodies.insert(BodyOf(image.Slot(slot)));

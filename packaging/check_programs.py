@@ -26,6 +26,8 @@ SUPPORTED_SYSTEMS = {
 SETTINGS = {"TamLogServer.exe": {}, "tamlogcheck.exe": {}, "setup_helper.exe": {},
             "tamlogctl.exe": {"longPathAware": "true", "activeCodePage": "UTF-8"}}
 GUARD = "__stack_chk_fail"
+# Only our code is C++ with debug information.
+OPTIONS_OF_OURS = re.compile(rb"GNU C\+\+\d+ [^\0]* -[^\0]*\0")
 
 
 def hardening_faults(program):
@@ -91,6 +93,9 @@ def symbol_faults(program, path):
     symbols = pe_file.PeFile(path)
     if symbols.build_id() != program.build_id():
         yield f"the build id of the symbols is {symbols.build_id()!r}, that of the program {program.build_id()!r}"
+    # Places with and without a compiler cache compile with different options: a build id over them would differ, too.
+    if OPTIONS_OF_OURS.search(symbols.data):
+        yield "the debug information names the options of the compiler"
     # The protector is in the code and leaves no trace in the header; its handler is linked in only where it is called.
     if GUARD not in symbols.symbol_names():
         yield f"no stack protector: {GUARD} is not linked in"

@@ -39,7 +39,22 @@ gzip -9n <"$root/docs/man/tamlogctl.1" >"$package/usr/share/man/man1/tamlogctl.1
 install -D -m 644 -t "$documents/licenses" "$licences"/{libcli11-dev,libfmt-dev,nlohmann-json3-dev}.txt
 cp "$root/docs/tamlogctl.md" "$root/docs/library.md" "$documents/"
 install -D -m 644 -t "$documents/examples" "$root"/examples/*
-gzip -9n <"$root/CHANGELOG.md" >"$documents/changelog.gz"
+cp "$root/CHANGELOG.md" "$documents/"
+gzip -9n >"$documents/changelog.gz" <<TEXT
+torvane-log-tools ($version) stable; urgency=medium
+
+  * CHANGELOG.md describes the changes of this version.
+
+ -- $MAKER_CONTACT  $(date --utc --rfc-email --date="@$SOURCE_DATE_EPOCH")
+TEXT
+install -d "$package/usr/share/lintian/overrides"
+cat >"$package/usr/share/lintian/overrides/torvane-log-tools" <<'TEXT'
+# Program, library and headers are one package for one architecture: a copy of all of it is what a user of copied logs
+# needs, and no package of Debian depends on the library.
+torvane-log-tools: link-to-shared-library-in-wrong-package *
+torvane-log-tools: package-name-doesnt-match-sonames *
+torvane-log-tools: pkg-config-unavailable-for-cross-compilation *
+TEXT
 cat >"$documents/copyright" <<TEXT
 Torvane Log Server
 $MAKER_COPYRIGHT
@@ -72,6 +87,9 @@ Description: command line and client library of the Torvane Log Server
  copied from a machine with the Torvane Log Server. The client library does
  the same for programs in C and C++.
 TEXT
+# By it, packages that are linked with the library depend on this one.
+soname=$(find "$package/usr/lib" -type l -name 'libtamlog.so.*' -printf '%f\n')
+echo "libtamlog ${soname##*.} torvane-log-tools (>= $version)" >"$package/DEBIAN/shlibs"
 # Shared libraries outside of the loader's own cache need its update, before and after.
 echo 'activate-noawait ldconfig' >"$package/DEBIAN/triggers"
 (cd "$package" && find usr -type f -print0 | LC_ALL=C sort -z | xargs -0 md5sum >DEBIAN/md5sums)

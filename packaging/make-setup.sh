@@ -22,7 +22,7 @@ here=$(cd "$(dirname "$0")" && pwd -P)
 # shellcheck source=packaging/maker.env
 . "$here/maker.env"
 
-# The stub of earlier ones lets other users change the copy from which the uninstaller runs.
+# The stub of earlier versions lets other users change the copy from which the uninstaller runs.
 readonly oldest=3.08-3+deb12u1
 nsis=$(dpkg-query --show --showformat='${Version}' nsis)
 dpkg --compare-versions "$nsis" ge "$oldest" ||

@@ -91,6 +91,8 @@ def source(work, version):
     <Property Id="ARPCONTACT" Value={quoteattr(about["MAKER_CONTACT"])}/>
     <Property Id="ARPURLINFOABOUT" Value={quoteattr(about["MAKER_HOMEPAGE"])}/>
     <Property Id="MSIRESTARTMANAGERCONTROL" Value="DisableShutdown"/>
+    <!-- A program in use, such as tamlogctl follow, would otherwise let a silent upgrade restart the machine. -->
+    <Property Id="REBOOT" Value="ReallySuppress"/>
     <Directory Id="TARGETDIR" Name="SourceDir">
       <Directory Id="ProgramFiles64Folder">
         <Directory Id="INSTALLDIR" Name="Torvane">
@@ -132,7 +134,8 @@ def statements():
            "`Name` CHAR(255) NOT NULL LOCALIZABLE, `Event` SHORT NOT NULL, `ResetPeriod` LONG, "
            "`RebootMessage` CHAR(255) LOCALIZABLE, `Command` CHAR(255) LOCALIZABLE, `Actions` CHAR(255), "
            "`DelayActions` CHAR(255), `Component_` CHAR(72) NOT NULL PRIMARY KEY `MsiServiceConfigFailureActions`)")
-    # 1: restart the service. Delays in ms, the period in s. 5: at installation and at repair.
+    # 1: restart the service. Delays in ms, the period in s. 5: at installation and at repair. For readers of the MSI: the
+    # action SetRestarts sets the same, because the standard one "is not working as expected" by its documentation.
     yield ("INSERT INTO `MsiServiceConfigFailureActions` (`MsiServiceConfigFailureActions`, `Name`, `Event`, "
            "`ResetPeriod`, `Actions`, `DelayActions`, `Component_`) VALUES ('Restart', 'TamLogServer', 5, 86400, "
            "'1[~]1[~]1', '5000[~]30000[~]60000', 'Server')")
@@ -163,6 +166,8 @@ def statements():
     yield ("INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) "
            "VALUES ('QuoteCommand', 3073, 'Actions', 'QuoteCommand')")
     yield ("INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) "
+           "VALUES ('SetRestarts', 3073, 'Actions', 'SetRestarts')")
+    yield ("INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) "
            "VALUES ('MakeDirectory', 3073, 'Actions', 'MakeDirectory')")
     yield ("INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) "
            "VALUES ('RemoveNewDirectory', 3393, 'Actions', 'RemoveNewDirectory')")
@@ -183,13 +188,17 @@ def statements():
                 ("DirectoryForDeleteData", remove, 3601), ("DeleteData", remove, 3602),
                 ("DirectoryForQuoteCommand", install, 5801), ("QuoteCommand", install, 5802),
                 ("DeleteNewData", install, 5899), ("WriteEnvironmentStrings", "", 5200),
-                ("RemoveEnvironmentStrings", "", 3300), ("MsiConfigureServices", "VersionMsi >= \"5.00\"", 5850))
+                ("RemoveEnvironmentStrings", "", 3300), ("SetRestarts", install, 5803))
     for action, condition, number in sequence:
         yield (f"INSERT INTO `InstallExecuteSequence` (`Action`, `Condition`, `Sequence`) "
                f"VALUES ('{action}', '{condition}', {number})")
     # wixl drops the mark of a text in which the system replaces %NAMES%.
     yield (r"UPDATE `Registry` SET `Value` = '#%%SystemRoot%\System32\EventCreate.exe' "
            "WHERE `Name` = 'EventMessageFile'")
+    # There are no dialogs. Costs of the user interface would fix INSTALLDIR before KeepDirectory.
+    for action in ("FindRelatedProducts", "LaunchConditions", "ValidateProductID", "CostInitialize", "FileCost",
+                   "CostFinalize", "MigrateFeatureStates"):
+        yield f"DELETE FROM `InstallUISequence` WHERE `Action` = '{action}'"
     # Within the transaction, so that a failure brings the old version back.
     yield "UPDATE `InstallExecuteSequence` SET `Sequence` = 1501 WHERE `Action` = 'RemoveExistingProducts'"
     yield "UPDATE `InstallExecuteSequence` SET `Condition` = 'NOT DEVICEMISSING' WHERE `Action` = 'StartServices'"

@@ -26,12 +26,8 @@ case ${1:-} in
   '') ;;
   *) usage >&2; exit 2 ;;
 esac
-# shellcheck source=scripts/fixed-layout.sh
-. "$(dirname "$0")/fixed-layout.sh" "$@"
-cd "$(dirname "$0")/.."
-root=$PWD
 # shellcheck source=scripts/endurance.sh
-. scripts/endurance.sh
+. "$(dirname "$0")/endurance.sh" "$@"
 
 sweeps=(util_call_sweep_tests store_call_sweep_tests pipe_call_sweep_tests server_call_sweep_tests)
 out=$root/build/call-faults

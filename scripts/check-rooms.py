@@ -45,7 +45,7 @@ MAY_USE = {
     "tamlogctl/read": ["records", *CLIENT, "tamlogctl/base", "tamlogctl/select"],
     "tamlogctl/commands": ["records", *CLIENT, *TOOL],
     "driver": ["records"],
-    # A witness of its own of what Windows does: neither the server's code nor the command line's.
+    # An independent check of Windows: uses neither the server's code nor the command line's.
     "check": ["records", "client/message", "client/log", "client/file", "client/live", "conformance"],
     "tests": [*SERVER, *CLIENT, *TOOL, "conformance", "driver", "check"],
     "fuzz": [*SERVER, *CLIENT, *TOOL, "tests"],

@@ -19,7 +19,7 @@ ROOT = os.path.realpath(os.path.join(os.path.dirname(os.path.abspath(__file__)),
 BUILD = os.path.join(ROOT, "build", "windows")
 TESTS = ("tests", "fuzz", "bench")
 ROOMS = ("util", "store", "pipe", "server", "client", "tamlogctl", "driver", "check", "packaging") + TESTS
-# From the root on: a checkout below a folder that is called like a room has to find the same.
+# Anchored at the root: a checkout below a folder with the name of a room has to find the same headers.
 HEADERS = f"^{re.escape(ROOT)}/(records|{'|'.join(ROOMS)})/"
 FILES_AT_ONCE = 14
 

@@ -12,11 +12,11 @@ customers' machines do. Each case checks what is expected of the server and of t
   Clocks          a day of messages, and times that jump: both ends of summer time, midnight, a leap day, the year 2038,
                   a clock that is set back. The log is in order of time, and tamlogctl follow has received each message
                   exactly once.
-  DiskFull        no file can grow: a log that has its room goes on; a start that needs more fails with its reason, and
-                  the log stays.
-  ReadOnlyFolder  the log's directory cannot be written: an existing log goes on, a new one fails with its reason.
-  LockedKey       the settings' registry key cannot be written: a start fails with its reason, a running server goes on,
-                  and its stop ends.
+  DiskFull        no file can grow: a log that has its room continues; a start that needs more fails with its reason,
+                  and the log stays.
+  ReadOnlyFolder  the log's directory cannot be written: an existing log continues, a new one fails with its reason.
+  LockedKey       the settings' registry key cannot be written: a start fails with its reason, a running server
+                  continues, and its stop ends.
   Scanner         another program opens the log again and again without sharing it: no message is lost, and a start
                   that fails succeeds when it is tried again.
 
@@ -39,18 +39,14 @@ while (($# > 0)); do
   esac
   shift
 done
-# shellcheck source=scripts/fixed-layout.sh
-. "$(dirname "$0")/fixed-layout.sh" "${arguments[@]}"
-cd "$(dirname "$0")/.."
-root=$PWD
 # shellcheck source=scripts/endurance.sh
-. scripts/endurance.sh
+. "$(dirname "$0")/endurance.sh" "${arguments[@]}"
 endurance_begin customer machine_trouble tamlogdrv tamlogctl TamLogServer
 
 status=0
 TAMLOG_CUSTOMER=$form python3 -B tests/soak/customer_machine_test.py -v "${cases[@]}" 8>&- </dev/null \
   >"$endurance_logs/run.log" 2>&1 || status=1
-sed -n 's/^note: //p' "$endurance_logs/run.log"
+sed -n 's/.*note: //p' "$endurance_logs/run.log"
 ((status == 0)) || tail -n 60 "$endurance_logs/run.log" >&2
 summary=$(grep '^Ran ' "$endurance_logs/run.log" || echo 'the run ended early')
 echo "customer: $summary, $([[ $status == 0 ]] && echo 'everything as expected' || echo FAILED)"

@@ -17,26 +17,11 @@ TEXT
 }
 
 cycles=1000 connects=10000
-arguments=("$@")
-while (($# > 0)); do
-  case $1 in
-    -h | --help) usage; exit 0 ;;
-    --cycles | --connects)
-      [[ ${2:-} =~ ^[1-9][0-9]{0,5}$ ]] ||
-        { echo "cycles.sh: $1 needs a number from 1 to 999999, not '${2:-}'" >&2; exit 2; }
-      if [[ $1 == --cycles ]]; then cycles=$2; else connects=$2; fi
-      shift
-      ;;
-    *) echo "cycles.sh: unknown option '$1'; see scripts/cycles.sh --help" >&2; exit 2 ;;
-  esac
-  shift
-done
-# shellcheck source=scripts/fixed-layout.sh
-. "$(dirname "$0")/fixed-layout.sh" "${arguments[@]}"
-cd "$(dirname "$0")/.."
-root=$PWD
+# shellcheck source=scripts/options.sh
+. "$(dirname "$0")/options.sh"
+number_options "cycles:6 connects:6" "$@"
 # shellcheck source=scripts/endurance.sh
-. scripts/endurance.sh
+. "$(dirname "$0")/endurance.sh" "$@"
 endurance_begin cycles endurance_tests
 
 echo "== $cycles starts and stops, $connects connections"

@@ -1,5 +1,12 @@
-# Sourced by bash in the tree's root `$root`, by scripts that run Windows programs for longer than ctest does.
-# shellcheck shell=bash disable=SC2154
+# Sourced by bash with the caller's arguments, `. scripts/endurance.sh "$@"`, by scripts that run Windows programs for
+# longer than ctest does. Runs the calling script again as fixed-layout.sh describes, and changes to the tree's root,
+# `$root`.
+# shellcheck shell=bash
+
+# shellcheck source=scripts/fixed-layout.sh
+. "${BASH_SOURCE[0]%/*}/fixed-layout.sh" "$@"
+cd "${BASH_SOURCE[0]%/*}/.." || exit
+root=$PWD
 
 # endurance_begin NAME TARGET...: locks out a second run of NAME in this tree, installs missing packages, builds the
 # targets for Windows, recreates the prefix build/wine/NAME and starts its server. Every process of the prefix ends with

@@ -31,6 +31,7 @@ test_packages=(
   libspdlog-dev pkg-config                # programs that use the installed client library
   xz-utils                                # compresses logs for tests
   groff-base man-db zsh                   # checks of the manual page and of completions
+  lintian                                 # checks the Debian package
   jq lnav rsyslog systemd systemd-journal-remote python3-jsonschema  # read what tamlogctl writes (tests/client/format)
 )
 

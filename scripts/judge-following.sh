@@ -25,14 +25,7 @@ seeds=3000
 first=1
 # shellcheck source=scripts/options.sh
 . "$(dirname "$0")/options.sh"
-while (($# > 0)); do
-  case $1 in
-    -h | --help) usage; exit 0 ;;
-    --seeds) whole_number "$1" "${2:-}" 7; seeds=$2; shift 2 ;;
-    --first) whole_number "$1" "${2:-}" 9; first=$2; shift 2 ;;
-    *) echo "judge-following.sh: unknown option \"$1\"; see scripts/judge-following.sh --help" >&2; exit 2 ;;
-  esac
-done
+number_options "seeds:7 first:9" "$@"
 cd "$(dirname "$0")/.."
 folder=build/judge-following
 mkdir -p "$folder"

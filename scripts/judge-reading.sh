@@ -19,22 +19,11 @@ TEXT
 }
 
 copies=850000
-arguments=("$@")
 # shellcheck source=scripts/options.sh
 . "$(dirname "$0")/options.sh"
-while (($# > 0)); do
-  case $1 in
-    -h | --help) usage; exit 0 ;;
-    --copies) whole_number "$1" "${2:-}" 9; copies=$2; shift 2 ;;
-    *) echo "judge-reading.sh: unknown option \"$1\"; see scripts/judge-reading.sh --help" >&2; exit 2 ;;
-  esac
-done
-# shellcheck source=scripts/fixed-layout.sh
-. "$(dirname "$0")/fixed-layout.sh" "${arguments[@]}"
-cd "$(dirname "$0")/.."
-root=$PWD
+number_options "copies:9" "$@"
 # shellcheck source=scripts/endurance.sh
-. scripts/endurance.sh
+. "$(dirname "$0")/endurance.sh" "$@"
 endurance_begin judge client_live_judge_tests
 
 status=0

@@ -25,24 +25,11 @@ TEXT
 }
 
 kills=1000 suspensions=100 seconds=10
-arguments=("$@")
 # shellcheck source=scripts/options.sh
 . "$(dirname "$0")/options.sh"
-while (($# > 0)); do
-  case $1 in
-    -h | --help) usage; exit 0 ;;
-    --kills) whole_number "$1" "${2:-}"; kills=$2; shift 2 ;;
-    --suspensions) whole_number "$1" "${2:-}"; suspensions=$2; shift 2 ;;
-    --seconds) whole_number "$1" "${2:-}"; seconds=$2; shift 2 ;;
-    *) echo "kill-readers.sh: unknown option \"$1\"; see scripts/kill-readers.sh --help" >&2; exit 2 ;;
-  esac
-done
-# shellcheck source=scripts/fixed-layout.sh
-. "$(dirname "$0")/fixed-layout.sh" "${arguments[@]}"
-cd "$(dirname "$0")/.."
-root=$PWD
+number_options "kills:5 suspensions:5 seconds:5" "$@"
 # shellcheck source=scripts/endurance.sh
-. scripts/endurance.sh
+. "$(dirname "$0")/endurance.sh" "$@"
 endurance_begin readers administration_tests
 
 export TAMLOG_READER_KILLS=$kills TAMLOG_SUSPENSIONS=$suspensions TAMLOG_SUSPENDED_MS=$((seconds * 1000))

@@ -26,23 +26,11 @@ TEXT
 }
 
 kills=200 clients=200
-arguments=("$@")
 # shellcheck source=scripts/options.sh
 . "$(dirname "$0")/options.sh"
-while (($# > 0)); do
-  case $1 in
-    -h | --help) usage; exit 0 ;;
-    --kills) whole_number "$1" "${2:-}"; kills=$2; shift 2 ;;
-    --clients) whole_number "$1" "${2:-}"; clients=$2; shift 2 ;;
-    *) echo "kill-server.sh: unknown option \"$1\"; see scripts/kill-server.sh --help" >&2; exit 2 ;;
-  esac
-done
-# shellcheck source=scripts/fixed-layout.sh
-. "$(dirname "$0")/fixed-layout.sh" "${arguments[@]}"
-cd "$(dirname "$0")/.."
-root=$PWD
+number_options "kills:5 clients:5" "$@"
 # shellcheck source=scripts/endurance.sh
-. scripts/endurance.sh
+. "$(dirname "$0")/endurance.sh" "$@"
 endurance_begin kills kill_server_tests administration_tests
 
 # run_tests NAME KILLS PROGRAM FILTER: prints the test's notes and summaries.

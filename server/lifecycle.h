@@ -55,6 +55,7 @@ class Lifecycle::Turn {
   // that waits for a dead reader must not keep the manager from stopping the service.
   Turn(Lifecycle& lifecycle, std::uint32_t milliseconds);
   ~Turn();
+  bool Taken() const { return taken; }
   Turn(const Turn&) = delete;
   Turn& operator=(const Turn&) = delete;
 

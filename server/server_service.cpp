@@ -19,7 +19,11 @@ namespace {
 constexpr std::uint32_t kFlushPeriod = 200;  // milliseconds, whatever the registry holds
 
 // The time that a stop waits for the sequence before it; longer than a stop takes when all its waits run out.
-constexpr std::uint32_t kTurnLimit = 2 * ServerService::kStopDeadline;
+constexpr std::uint32_t kTurnLimit = 20000;
+
+// What is left for the waits of a stop whose turn did not come. Together they are less than the 30 s for
+// which the service manager waits.
+constexpr std::uint32_t kLateStopDeadline = 5000;
 
 // The time that the destructor waits for a restart thread: a stop and a start.
 constexpr std::uint32_t kRestartThreadLimit = 20000;
@@ -59,13 +63,13 @@ void ServerService::OnStart() {
 void ServerService::OnStop() {
   lifecycle.WantStopped();
   const Lifecycle::Turn turn(lifecycle, kTurnLimit);
-  StopSequence();
+  StopSequence(turn.Taken() ? kStopDeadline : kLateStopDeadline);
 }
 
 void ServerService::Restart(const Lifecycle::RestartTicket& ticket) {
   const Lifecycle::Turn turn(lifecycle, Timeout::kForever);
   if (ticket.IsCancelled()) return;
-  StopSequence();
+  StopSequence(kStopDeadline);
   if (ticket.IsCancelled()) return;
   StartSequence();
 }
@@ -93,8 +97,8 @@ void ServerService::StartSequence() {
 
 // Stops the producers of work first, then the file, the driver last. Moves the file only when nothing in this
 // process has it open.
-void ServerService::StopSequence() {
-  Timeout deadline(kStopDeadline);
+void ServerService::StopSequence(std::uint32_t milliseconds) {
+  Timeout deadline(milliseconds);
   RegistryKey mainKey(kConfigurationKey);
   const std::string currentPath = ReadLogFilePath(mainKey);
   Save();  // from here on the registry holds the path requested over the pipe

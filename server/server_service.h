@@ -40,7 +40,8 @@ inline constexpr std::uint32_t kFlushWritesTimer = 2;
 
 class ServerService : public TamLogUtil::Services::Service, public ServiceInterface {
  public:
-  // All waits of one stop share this many milliseconds.
+  // All waits of one stop share this many milliseconds. A stop that finds another start or stop in progress
+  // waits up to 20 s for that first; when it does not end, 5 s are left for the rest.
   static constexpr std::uint32_t kStopDeadline = 15000;
 
   // Inert until OnStart: touches neither registry nor driver nor files.
@@ -79,7 +80,7 @@ class ServerService : public TamLogUtil::Services::Service, public ServiceInterf
 
   void StartSequence() EXCLUDES(messageLock, configLock);
   void AwaitFormerTicks() EXCLUDES(messageLock, configLock);
-  void StopSequence() EXCLUDES(configLock);
+  void StopSequence(std::uint32_t milliseconds) EXCLUDES(configLock);
   void OpenDriver();
   void CloseDriver();
   std::uint32_t SavePeriod() EXCLUDES(configLock);

@@ -12,10 +12,15 @@ namespace {
 
 constexpr char kMappingFailed[] = "Failed to open a file mapping, CreateFileMapping() failed";
 
-// The size of the mapping that begins at `view`, in whole pages; 0 on failure.
+// The size of the mapping that begins at `view`, in whole pages; 0 on failure, and with the last error of an
+// existing section for one of reserved memory: another program may have created that under our name, and its
+// first touch would end the process.
 std::uint64_t MappedSize(const void* view) {
   MEMORY_BASIC_INFORMATION region = {};
-  return VirtualQuery(view, &region, sizeof region) == 0 ? 0 : region.RegionSize;
+  if (VirtualQuery(view, &region, sizeof region) == 0) return 0;
+  if (region.State == MEM_COMMIT) return region.RegionSize;
+  SetLastError(ERROR_ALREADY_EXISTS);
+  return 0;
 }
 
 std::uint64_t FileSize(NativeHandle file) {

@@ -78,8 +78,9 @@ void MessageFileServer::OpenFile(const std::string& mapName, const std::string& 
   OpenFile(mapName, headerLockName, readWaitEventName, writeWaitEventName, security.GetSecurityAttributes());
 
   std::uint32_t lowFileSize = 0;
-  const bool existed = OpenLogFile(settings.logFile, lowFileSize);
+  bool existed = false;
   SectionPatience patience;
+  patience.Try([&](bool /*last*/) { existed = OpenLogFile(settings.logFile, lowFileSize); });
   bool reformat = true;
   if (existed && lowFileSize != 0) {
     SetFileView(settings.logFile, patience);

@@ -92,13 +92,7 @@ FileStatus AtomicFile::Commit() {
   const FileStatus closed = file.Close();
   if (failure == Status::Ok) failure = closed;
   if (failure != Status::Ok) return failure;
-  if (!mayOverwrite) {
-    failure = RenameToNew(temporary, target);
-  } else {
-    std::error_code error;
-    fs::rename(temporary, target, error);
-    failure = FileStatusOf(error);
-  }
+  failure = mayOverwrite ? RenameOver(temporary, target) : RenameToNew(temporary, target);
   if (failure == Status::Ok) temporary.clear();
   return failure;
 }

@@ -13,8 +13,10 @@ std::filesystem::path PathOf(const std::string& utf8) {
 FileStatus OpenForReading(const std::string& path, std::ifstream& file) {
   std::error_code ignored;
   if (std::filesystem::is_directory(PathOf(path), ignored)) return Status::NotAFile;
-  file.open(PathOf(path), std::ios::binary);
-  return file.is_open() ? FileStatus() : LastFileError();
+  return OpenPatiently([&] {
+    file.open(PathOf(path), std::ios::binary);
+    return file.is_open() ? FileStatus() : LastFileError();
+  });
 }
 
 }  // namespace TamLogClient

@@ -10,8 +10,8 @@
 
 namespace TamLogClient {
 
-// Returns why the file is no log, for example "it begins like gzip"; empty when it is one. Without a header
-// the whole file is searched for a message.
+// Returns why the file is not a log, for example "it begins like gzip"; empty when it is one. Without a
+// header the whole file is searched for a message.
 std::string WhyNoLog(const LogFileImage& image);
 
 }  // namespace TamLogClient

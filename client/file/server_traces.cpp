@@ -16,7 +16,7 @@ namespace {
 constexpr std::int32_t kMostConfigurable = 1000000;
 
 // Returns whether the parts of a slot that senders do not choose are a server's: the number, the padding, a
-// type that exists, and texts that end. Zeros only are no trace.
+// type that exists, and texts that end. A slot of zeros alone is not a trace.
 bool HasServerTraces(const LogMessage& slot, const LogFileHeader& header) {
   constexpr std::uint8_t kPadding[sizeof(slot.padding)]{};
   if (slot.sequence == 0 && IsBlank(slot.body)) return false;

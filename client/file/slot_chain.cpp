@@ -18,13 +18,13 @@ using Score = std::int64_t;
 constexpr Score kWhole = 4;
 constexpr Score kHollow = 1;
 constexpr Score kBreak = 1;
-// What may be missing between two messages that are whole: padding, number, origin, and the first byte of a
-// year, where another one may be taken for it. So the next message begins at this distance or later.
+// The shortest distance between the beginnings of two whole messages. Padding, number, origin and the first
+// byte of a year may be missing between them, where another byte may be taken for that of the year.
 constexpr std::uint64_t kApart = kNeededOfSlot - kTimeOffset - 1;
 constexpr std::uint64_t kNone = std::numeric_limits<std::uint64_t>::max();
 constexpr Score kNever = std::numeric_limits<Score>::min() / 2;
 
-// What is undecided after so many slots, or so many breaks that may be, is decided by what was seen so far.
+// After so many slots, or so many possible breaks, the search takes the best chain so far.
 constexpr std::uint64_t kMostSlots = 4096;
 constexpr std::size_t kMostBreaks = 65536;
 

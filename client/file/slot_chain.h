@@ -1,6 +1,6 @@
 #pragma once
 
-// Decides where the slots of a file go on after bytes were lost or added.
+// Finds where the slots of a file continue after bytes were lost or added.
 //
 // Bytes that look like a message (a date, a type that exists, two terminated texts) are evidence of a slot,
 // wherever they begin. A chain is a sequence of such messages that do not overlap. A break lies between two
@@ -12,10 +12,11 @@
 //
 // Two breaks cost less than one message scores, so a single message between two changes of the file is found.
 // Replacing a message by one that begins in it, with a break before and after, gains 4 - 1 - 2: where a
-// message lost bytes, the next one is found. In a run of messages that all contain others, those contain the
-// next of the run, so both grids score the same, and the present one goes on.
+// message lost bytes, the next one is found. In a run of messages that each contain another one, the inner
+// messages contain the next of the run, so both grids score the same, and the search stays on the present
+// one.
 //
-// The search reads forward, once, and keeps the best chain for each of the 560 grids: how a chain goes on
+// The search reads forward, once, and keeps the best chain for each of the 560 grids: how a chain continues
 // does not depend on how it began. As soon as one grid leads by more than any other can catch up, its chain
 // is final. After 4096 slots without that, the best chain so far is.
 

@@ -79,8 +79,8 @@ bool Walker::AtEndOfLog() const {
          at == part.offset + LogFileSize(static_cast<std::uint64_t>(part.header.maxMessages));
 }
 
-// Returns whether bytes that were added moved messages behind the log's end: a slot of the ring holds none,
-// and some follow.
+// Returns whether added bytes moved messages past the log's end: a slot of the ring holds no message, and
+// messages follow the ring.
 bool Walker::MessagesLeftLog() const {
   const LogFileHeader& header = parts.back().header;
   const bool endsWithout =
@@ -122,13 +122,13 @@ bool Walker::IsInPlainRing() const {
 
 // Returns whether a message begins between `at` and the slot after it.
 bool Walker::MessageBeginsWithin(const Seen& here) const {
-  // Within zeros no message begins but near their end, for it begins with number, origin and year.
+  // In a run of zeros a message can begin only near the end, because it begins with number, origin and year.
   const std::size_t from = here.isBlank ? kNeededOfSlot - kTimeOffset - 1 : 1;
   return FindMessage(image.View(at, 2 * kSlotSize), from, kSlotSize) != std::string_view::npos;
 }
 
-// Returns the first slot after a break that ends the slots at `at`; nothing while they go on. As long as each
-// slot holds a message, no chain of other ones is better.
+// Returns the first slot after a break that ends the slots at `at`; nothing while they continue. As long as
+// each slot holds a message, no other chain is better.
 std::optional<std::uint64_t> Walker::NextBreak(const Seen& here, const Seen& next) {
   if (at >= chain.end) {
     if ((here.isMessage && next.isMessage) || !MessageBeginsWithin(here)) return std::nullopt;

@@ -6,8 +6,8 @@
 //
 // The walk goes through the file once, forward. It stays on the grid of slots while each holds a message, and
 // where one does not, it follows the best chain of messages (slot_chain.h). A message that only contains the
-// bytes of another one does not lead it astray, because the slots after it hold messages. In a plain ring
-// (server_traces.h) nothing is searched. docs/tamlogctl.md, "Lost and added bytes", states what that finds.
+// bytes of another one does not mislead it, because the slots after it hold messages. A plain ring
+// (server_traces.h) is not searched. docs/tamlogctl.md, "Lost and added bytes", states what that finds.
 
 #include <cstdint>
 #include <vector>

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <string_view>
 #include <system_error>
 
@@ -64,6 +65,14 @@ FileId IdOf(const std::filesystem::path& path);
 
 // Renames a file within its directory. Exists when there is anything of the new name.
 FileStatus RenameToNew(const std::filesystem::path& from, const std::filesystem::path& to);
+
+// Renames a file within its directory, over the file of the new name if there is one.
+FileStatus RenameOver(const std::filesystem::path& from, const std::filesystem::path& to);
+
+// Calls `open`, on Windows again for up to a second while it fails because another program does not share the
+// file: scanners and backups open files so for a moment. The functions above do so by themselves. Returns the
+// last result.
+FileStatus OpenPatiently(const std::function<FileStatus()>& open);
 
 // Removes an ordinary file of this user that was created by SystemFile::Create and is no longer open. Leaves
 // anything else alone.

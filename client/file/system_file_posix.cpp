@@ -120,6 +120,14 @@ FileStatus RenameToNew(const std::filesystem::path& from, const std::filesystem:
   return std::rename(from.c_str(), to.c_str()) == 0 ? FileStatus() : StatusOf(errno);
 }
 
+FileStatus RenameOver(const std::filesystem::path& from, const std::filesystem::path& to) {
+  return std::rename(from.c_str(), to.c_str()) == 0 ? FileStatus() : StatusOf(errno);
+}
+
+FileStatus OpenPatiently(const std::function<FileStatus()>& open) {
+  return open();
+}
+
 void RemoveAbandoned(const std::filesystem::path& path) {
   const int opened = open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
   if (opened < 0) return;

@@ -59,6 +59,27 @@ FileId IdOfHandle(HANDLE handle) {
   return {found.dwVolumeSerialNumber, (std::uint64_t{found.nFileIndexHigh} << 32U) | found.nFileIndexLow};
 }
 
+// Calls `attempt` again for up to a second while it fails and `isHeld` takes the failure for that of a file
+// that another program has open for a moment.
+template <class Attempt, class IsHeld>
+FileStatus Patiently(const Attempt& attempt, const IsHeld& isHeld) {
+  constexpr int kTries = 50;
+  constexpr DWORD kPauseMs = 20;
+  FileStatus status = attempt();
+  for (int i = 0; i < kTries && status != Status::Ok && isHeld(status); ++i) {
+    Sleep(kPauseMs);
+    status = attempt();
+  }
+  return status;
+}
+
+// A target that is open without shared deletion fails with "access denied", and a file that a scanner opened
+// at its creation with a sharing violation.
+FileStatus Rename(const std::filesystem::path& from, const std::filesystem::path& to, DWORD flags) {
+  return Patiently([&] { return MoveFileExW(from.c_str(), to.c_str(), flags) ? FileStatus() : LastStatus(); },
+                   [](const FileStatus& status) { return status == Status::AccessDenied; });
+}
+
 }  // namespace
 
 // Without the flag a link of this name that points nowhere would be followed, and its target created.
@@ -71,13 +92,16 @@ FileStatus SystemFile::Create(const std::filesystem::path& path) {
 }
 
 FileStatus SystemFile::OpenToAppend(const std::filesystem::path& path, bool mustExist) {
-  const HANDLE opened = CreateFileW(path.c_str(), GENERIC_WRITE | FILE_READ_ATTRIBUTES, kShare, nullptr,
-                                    mustExist ? OPEN_EXISTING : OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (opened == INVALID_HANDLE_VALUE) return LastStatus();
-  handle = reinterpret_cast<std::intptr_t>(opened);
-  LARGE_INTEGER none{};
-  SetFilePointerEx(opened, none, nullptr, FILE_END);  // a device has no end
-  return Status::Ok;
+  return OpenPatiently([&]() -> FileStatus {
+    const HANDLE opened =
+        CreateFileW(path.c_str(), GENERIC_WRITE | FILE_READ_ATTRIBUTES, kShare, nullptr,
+                    mustExist ? OPEN_EXISTING : OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (opened == INVALID_HANDLE_VALUE) return LastStatus();
+    handle = reinterpret_cast<std::intptr_t>(opened);
+    LARGE_INTEGER none{};
+    SetFilePointerEx(opened, none, nullptr, FILE_END);  // a device has no end
+    return Status::Ok;
+  });
 }
 
 // Write, Cut and Sync change the file, though not the handle.
@@ -135,7 +159,17 @@ FileId IdOf(const std::filesystem::path& path) {
 }
 
 FileStatus RenameToNew(const std::filesystem::path& from, const std::filesystem::path& to) {
-  return MoveFileExW(from.c_str(), to.c_str(), 0) ? FileStatus() : LastStatus();
+  return Rename(from, to, 0);
+}
+
+FileStatus RenameOver(const std::filesystem::path& from, const std::filesystem::path& to) {
+  return Rename(from, to, MOVEFILE_REPLACE_EXISTING);
+}
+
+// Only the sharing violation has a text of the system: StatusOf.
+FileStatus OpenPatiently(const std::function<FileStatus()>& open) {
+  return Patiently(
+      open, [](const FileStatus& status) { return status == Status::AccessDenied && status.HasReason(); });
 }
 
 // Nobody can delete a file that Create has open: it does not share deletion.

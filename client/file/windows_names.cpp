@@ -32,7 +32,7 @@ bool IsDeviceName(std::string_view component) {
   const bool port = name.starts_with("com") || name.starts_with("lpt");
   if (!port) return false;
   const std::string number = name.substr(3);
-  // The system takes the superscript digits for digits.
+  // The system treats the superscript digits as digits.
   return (number.size() == 1 && number[0] >= '1' && number[0] <= '9') || number == "\xC2\xB9" ||
          number == "\xC2\xB2" || number == "\xC2\xB3";
 }
@@ -40,7 +40,7 @@ bool IsDeviceName(std::string_view component) {
 bool NamesNoOrdinaryFile(std::string_view path) {
   const bool twoSlashes = path.size() >= 3 && IsSlash(path[0]) && IsSlash(path[1]);
   if (twoSlashes && path[2] == '.') return true;
-  // The long form of a drive's or a share's path; all others go around the names of files.
+  // The long form names a file only with a drive or a share; any other such path bypasses the file names.
   const bool literal = twoSlashes && path[2] == '?';
   if (literal) path.remove_prefix(std::min<std::size_t>(4, path.size()));
   const bool drive = path.size() >= 2 && path[1] == ':';

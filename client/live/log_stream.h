@@ -99,6 +99,10 @@ class LogStream {
   // permanent, and everything is closed.
   Status Next(LogItem& item, std::uint32_t timeoutMs);
 
+  // Returns whether Next has to look at the log for its next item. A log that changes all the time always has
+  // one: a program that does other work between two looks does it when this is true.
+  bool Drained() const { return waiting.empty(); }
+
   // Releases all messages that are held back; from now on none is. For the end of a program, and for ordered
   // streams only.
   void ReleaseAll();

@@ -14,8 +14,8 @@ constexpr DWORD kNewPipesMs = 10;
 // A copy of one piece takes some milliseconds, unless a page comes from a slow disk or a debugger holds the
 // thread.
 constexpr int kCopyMs = 50;
-// The whole of a view of the largest log. A larger mapping was made by somebody else, and reading it would
-// cost as much memory as they like.
+// The size of a view of the largest log, in bytes. A larger mapping was created by another process, and a
+// copy of it could take any amount of memory.
 constexpr std::uint64_t kMostSlots = 1000000;
 constexpr std::size_t kPage = 4096;
 constexpr std::size_t kMostBytes = (LogFileSize(kMostSlots) + kPage - 1) / kPage * kPage;
@@ -106,8 +106,8 @@ void MappedLog::ReleaseIfStopped() {
   const bool atRest = CopyEnds();
   UnmapViewOfFile(view);
   // A copy that hangs has to fault when it continues. It must not touch memory that is allocated here later,
-  // the guard page of a stack for example. What is allocated between these two calls, it would read and
-  // discard: only newer systems can unmap and reserve at once.
+  // the guard page of a stack for example. It would read and discard memory allocated between these two
+  // calls; only newer systems can unmap and reserve in one call.
   if (!atRest) {
     reserved =
         VirtualAlloc(const_cast<unsigned char*>(view), viewSize, MEM_RESERVE, PAGE_NOACCESS) != nullptr;
@@ -116,7 +116,7 @@ void MappedLog::ReleaseIfStopped() {
   readWait.Close();
 }
 
-// Returns whether no copy is going on, after waiting for one that is.
+// Returns whether no copy is running, after waiting up to kCopyMs for a running one.
 bool MappedLog::CopyEnds() const {
   for (int i = 0; copying != 0 && i < kCopyMs; ++i) Sleep(1);
   return copying == 0;

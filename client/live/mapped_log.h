@@ -41,8 +41,8 @@ class MappedLog final : public LogMemory {
   bool IsOpen() const { return view != nullptr; }
 
   // Releases view, mapping and event when the server has closed the log, whatever the owner's thread is
-  // doing: its copies and waits fail from now on. Waits for a copy and a wait that are going on, for some 0.1
-  // s. From any thread. The owner still has to call Close.
+  // doing: its copies and waits fail from now on. Waits about 0.1 s for a running copy and a running wait.
+  // From any thread. The owner still has to call Close.
   void ReleaseIfStopped();
   // Returns whether ReleaseIfStopped has released the log.
   bool WasReleased() const { return released; }
@@ -70,7 +70,7 @@ class MappedLog final : public LogMemory {
   // Guards opening, closing, releasing and the event; never held while slots are copied.
   mutable std::mutex opening;
   std::atomic<bool> released{false};
-  mutable std::atomic<int> copying{0};  // calls of Copy that are going on
+  mutable std::atomic<int> copying{0};  // running calls of Copy
   bool reserved = false;                // the view's addresses stay reserved until Close
   Handle mapping;
   Handle readWait;

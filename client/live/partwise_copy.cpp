@@ -19,10 +19,10 @@ bool ZerosMayDiffer(const LogFileHeader& before, const LogFileHeader& now) {
   return !oneChange || (now.nextSequence == before.nextSequence && now.messageCount != 0);
 }
 
-// Returns for how many milliseconds before `now` was read the log cannot have been emptied by a restart. That
-// sets changeCount to 2 and rewriteCount to 1. Only a flush raises changeCount alone, and flushes come 200 ms
-// after the start and after each other. Some changes are left to stops, which may count one, too. At most a
-// second, because a pause that long is seldom.
+// Returns for how many milliseconds before `now` was read the log cannot have been emptied by a restart. A
+// restart sets changeCount to 2 and rewriteCount to 1. Only a flush raises changeCount alone, and flushes
+// come 200 ms after the start and after each other. Some changes are left to stops, which may count one, too.
+// At most a second, because longer pauses are rare.
 std::uint64_t SafeAgeMs(const LogFileHeader& now) {
   constexpr std::uint64_t kFlushMs = 200;
   constexpr std::uint64_t kMostFlushes = 5;
@@ -142,7 +142,7 @@ bool PartwiseCopy::CopyChanged(const SlotRun& run, bool zerosMayDiffer) {
   return true;
 }
 
-// What is copied counts only when the read turns out consistent, so until then it is not marked as copied.
+// Clears the marks of the slots: their copies count only after the read has proved consistent.
 bool PartwiseCopy::CopyAgain(const SlotRun& run) {
   Mark(run, false);
   const auto slot = static_cast<std::size_t>(run.begin);

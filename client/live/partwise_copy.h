@@ -7,7 +7,7 @@
 // A slot that shows the same number as its copy holds the same message, because the server gives each number
 // once. Number 0 is the exception: it is the first number, and messages that a full rewrite of the ring
 // stored have none and show it, too. They count as unchanged while the counters exclude another one in their
-// place. A copy begins anew when the log may have been emptied by a restart between two reads.
+// place. A copy starts over when a restart may have emptied the log between two reads.
 //
 // A copy belongs to one thread.
 
@@ -31,8 +31,8 @@ class PartwiseCopy {
   // Fills `filled`, whose slots have to be as many as the log's capacity.
   PartwiseCopy(const LogMemory& memory, LogSnapshot& filled, std::size_t slotsOfPart = kPartSlots);
 
-  // Copies the log within `timeoutMs`. Ok: `filled` is the log at one moment. Nothing: the log may be another
-  // one than at the beginning, begin with a new object. Unsteady: it changes faster than it can be copied.
+  // Copies the log within `timeoutMs`. Ok: `filled` is the log at one moment. Nothing: the log may have been
+  // replaced meanwhile; start over with a new object. Unsteady: it changes faster than it can be copied.
   // TimedOut, Stuck, NotRunning, InPage as for ConsistentRead::Begin.
   std::optional<Status> Run(std::uint32_t timeoutMs);
 
@@ -47,7 +47,7 @@ class PartwiseCopy {
   std::uint32_t Remaining(std::uint64_t deadline) const;
   bool IsSameLog(const LogFileHeader& now) const;
   std::vector<SlotRun> RunsOf(std::size_t part, const LogFileHeader& header) const;
-  // These copy what is not as it was copied, and return false for a page that cannot be read.
+  // Both return false for a page that cannot be read. CopyChanged copies only the slots that have changed.
   bool CopyChanged(const SlotRun& run, bool zerosMayDiffer);
   bool CopyAgain(const SlotRun& run);
   void Mark(const SlotRun& run, bool counts);

@@ -1,8 +1,8 @@
 #pragma once
 
-// What the parts of LogFollower share: log_follower.cpp compares one snapshot with the last one,
-// follower_recognition.cpp recognizes the messages that are known, follower_losses.cpp counts what is
-// missing, and follower_state.cpp keeps what is remembered from one snapshot to the next.
+// The types that the parts of LogFollower share: log_follower.cpp compares one snapshot with the last one,
+// follower_recognition.cpp recognizes the known messages, follower_losses.cpp counts the missing ones, and
+// follower_state.cpp keeps the memory from one snapshot to the next.
 
 #include <algorithm>
 #include <cstdint>

@@ -5,11 +5,11 @@
 
 namespace TamLogClient {
 
-// Of messages without a number a new one can stand in the place of an equal known one only if the known one
-// was dropped from the oldest end of the server's list meanwhile.
-// The same holds for messages whose number is not known any more, and for those of a run that has ended.
-// After another full rewrite, what looks like a first copy that is still there is a message of its own; and
-// of two equal known ones the older may have been a first copy.
+// A new message without a number can stand in the place of an equal known one only if the known one was
+// dropped from the oldest end of the server's list meanwhile. The same holds for messages whose number is no
+// longer known, and for those of a run that has ended. After another full rewrite, an apparent first copy
+// that is still there is a message of its own; and of two equal known ones the older may have been a first
+// copy.
 void LogFollower::CountKnown(Comparison& comparison, const Candidate& candidate) const {
   ++comparison.knownInRing;
   const bool oldest = candidate.key == comparison.candidates.front().key;
@@ -63,8 +63,8 @@ RingChange LogFollower::ChangeOf(const Comparison& comparison) const {
   return change;
 }
 
-// Settles by counting which messages are new, where they are recognized by their bytes alone and the counters
-// allow one case only. Returns the loss.
+// Decides by counting which messages are new, where only their bytes identify them and the counters allow a
+// single case. Returns the loss.
 Loss LogFollower::Settle(Comparison& comparison) {
   if (comparison.run == Run::Unclear) mayBeOthers = true;
   if (comparison.run != Run::Same) return {0, std::nullopt};

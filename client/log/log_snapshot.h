@@ -33,7 +33,7 @@ struct MessageOrder {
 };
 
 // Returns the slots of the messages in the order in which they came, as far as the ring shows it: ring order,
-// but what is left of a full rewrite is turned. A burst of at least the capacity writes the newest message
+// but with the rest of a full rewrite reversed. A burst of at least the capacity writes the newest message
 // into slot 0, so that a stretch of the ring (at its oldest end) runs backwards.
 std::vector<std::uint32_t> OrderOfArrival(const LogSnapshot& snapshot);
 

@@ -1,6 +1,6 @@
-// What the MSI cannot do by its tables: refuses a directory that users may change, says that the driver's
-// device is missing, puts the path of the service between quotation marks, and deletes messages and settings
-// on request, or those that a failed installation wrote.
+// The steps that the tables of the MSI cannot express. They refuse a directory that users may change, report
+// that the driver's device is missing, quote the path of the service, set its restarts after failures, and
+// delete messages and settings on request, or those that a failed installation wrote.
 
 #include <exception>
 #include <filesystem>
@@ -18,13 +18,17 @@
 
 namespace {
 
-// In the installer's log; on the screen too, when it shows one.
-void Tell(MSIHANDLE session, const wchar_t* text) {
+void Report(MSIHANDLE session, INSTALLMESSAGE kind, const wchar_t* text) {
   const MSIHANDLE record = MsiCreateRecord(1);
   if (record == 0) return;
   MsiRecordSetStringW(record, 0, text);
-  MsiProcessMessage(session, INSTALLMESSAGE_WARNING, record);
+  MsiProcessMessage(session, kind, record);
   MsiCloseHandle(record);
+}
+
+// In the installer's log; on the screen too, when it shows one.
+void Tell(MSIHANDLE session, const wchar_t* text) {
+  Report(session, INSTALLMESSAGE_WARNING, text);
 }
 
 std::wstring Property(MSIHANDLE session, const wchar_t* name) {
@@ -70,14 +74,27 @@ extern "C" __declspec(dllexport) UINT __stdcall QuoteCommand(MSIHANDLE session) 
   }
 }
 
-// CustomActionData is the directory of the package. Runs with the rights of the system, which are then those
-// of the caller: a directory of the user who began the installation counts as one of somebody else.
+// The installer's own action for the table MsiServiceConfigFailureActions "is not working as expected" by its
+// documentation, which advises an action like this one. A failure undoes the installation.
+extern "C" __declspec(dllexport) UINT __stdcall SetRestarts(MSIHANDLE session) {
+  try {
+    TamLogSetup::SetRecovery(TamLogSetup::PackageRecovery());
+    Report(session, INSTALLMESSAGE_INFO, L"The restarts of the service after failures are set.");
+    return ERROR_SUCCESS;
+  } catch (const std::exception& failure) {
+    Tell(session, Wide(failure.what()).c_str());
+    return ERROR_INSTALL_FAILURE;
+  }
+}
+
+// CustomActionData is the directory of the package. Runs as the system account, which is then the trusted
+// caller: a directory owned by the user who started the installation counts as owned by another user.
 extern "C" __declspec(dllexport) UINT __stdcall MakeDirectory(MSIHANDLE session) {
   try {
     const std::filesystem::path directory = Property(session, L"CustomActionData");
     std::vector<std::filesystem::path> made;
     TamLogSetup::CheckDirectory(directory);
-    TamLogSetup::MakeDirectories(directory, made);
+    TamLogSetup::MakeProtected(directory, made);
     return ERROR_SUCCESS;
   } catch (const std::exception& failure) {
     Tell(session, Wide(failure.what()).c_str());
@@ -108,7 +125,7 @@ extern "C" __declspec(dllexport) UINT __stdcall RememberData(MSIHANDLE session) 
 }
 
 // Runs when an installation fails: a server that was started has written messages and settings. The installer
-// has stopped it by now, but its process may live on for a moment.
+// has stopped it by now, but its process may still exist for a moment.
 extern "C" __declspec(dllexport) UINT __stdcall DeleteNewData(MSIHANDLE session) {
   const std::wstring data = Property(session, L"CustomActionData");
   if (data.size() < 4) return ERROR_SUCCESS;

@@ -39,7 +39,8 @@ std::string Name(const fs::path& path) {
   return Utf8(path.wstring());
 }
 
-// The system, administrators, the installer of Windows, and two names for the owner, who is checked himself.
+// The system, administrators, the installer of Windows, and two placeholders for the owner, who is checked
+// separately.
 constexpr std::array<const wchar_t*, 5> kTrusted{
     L"S-1-5-18", L"S-1-5-32-544", L"S-1-5-80-956008885-3418522649-1831038044-1853292631-2271478464",
     L"S-1-3-0", L"S-1-3-4"};
@@ -81,15 +82,15 @@ std::string AccountOf(PSID sid) {
   return Utf8(TextOf(sid));
 }
 
-// Generic rights stand in lists that are inherited.
+// Entries that are inherited can have generic rights.
 DWORD FileRights(DWORD mask) {
   GENERIC_MAPPING mapping{FILE_GENERIC_READ, FILE_GENERIC_WRITE, FILE_GENERIC_EXECUTE, FILE_ALL_ACCESS};
   MapGenericMask(&mask, &mapping);
   return mask;
 }
 
-// Returns the account of somebody not trusted who has one of the rights, or owns the directory; "" without
-// one. `inherited`: whether rights count that are only for what will be created in it.
+// Returns the untrusted account that owns the directory or has one of `rights`; empty when there is none.
+// `inherited`: whether entries count that apply only to objects created in it.
 std::string Stranger(const fs::path& directory, DWORD rights, bool inherited) {
   PSID owner = nullptr;
   PACL list = nullptr;
@@ -144,7 +145,7 @@ void CheckPart(const fs::path& part, bool isRoot, bool isLast) {
   const bool isLink = !isRoot && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;  // a root may be mounted
   if (isLink || (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0)
     throw SetupError(Name(part) + " is a link or a file; choose another directory");
-  // Nobody can delete a root.
+  // A root cannot be deleted.
   const DWORD rights = isLast ? kWrite : isRoot ? kReplace & ~DWORD{DELETE} : kReplace;
   const std::string stranger = Stranger(part, rights, isLast);
   if (!stranger.empty())
@@ -178,6 +179,11 @@ void MakeDirectories(const fs::path& directory, std::vector<fs::path>& made) {
       FailLast("cannot create " + Name(part));
     made.push_back(part);
   }
+}
+
+void MakeProtected(const fs::path& directory, std::vector<fs::path>& made) {
+  MakeDirectories(directory, made);
+  CheckDirectory(directory);
 }
 
 void DeleteMade(const std::vector<fs::path>& made) {

@@ -13,9 +13,12 @@ namespace TamLogSetup {
 // it. A directory that does not exist is fine as far as its existing parents are.
 void CheckDirectory(const std::filesystem::path& directory);
 
-// Creates the missing parts of `directory`. They inherit their access list where that lets no other user
-// write; elsewhere, as below C:\, only the system and administrators may write, and users may read. Appends
-// each created part to `made`, the outermost first.
+// Creates the missing parts of `directory`, and appends each to `made`, the outermost first. Then checks all
+// of it as CheckDirectory does, because another user may have created a part meanwhile. They inherit their
+// access list where that lets no other user write; elsewhere, as below C:\, only the system and
+// administrators may write, and users may read.
+void MakeProtected(const std::filesystem::path& directory, std::vector<std::filesystem::path>& made);
+// The same without the check.
 void MakeDirectories(const std::filesystem::path& directory, std::vector<std::filesystem::path>& made);
 // Deletes those of `made` that are empty.
 void DeleteMade(const std::vector<std::filesystem::path>& made);

@@ -12,7 +12,7 @@ namespace TamLogSetup {
 namespace {
 
 constexpr wchar_t kName[] = L"TamLogServer";
-constexpr ULONGLONG kStopLimit = 60'000;  // ms; a stop behind a restart that hangs takes up to 45 s
+constexpr ULONGLONG kStopLimit = 60'000;  // ms; a stop during a restart that hangs takes up to 45 s
 constexpr ULONGLONG kStartLimit = 30'000;
 constexpr DWORD kInstallLimit = 30'000;
 constexpr DWORD kStep = 100;

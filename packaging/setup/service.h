@@ -8,7 +8,7 @@
 
 namespace TamLogSetup {
 
-// What the manager does after failures of the service.
+// The actions of the manager after failures of the service.
 struct Recovery {
   struct Action {
     int type = 0;             // SC_ACTION_TYPE

@@ -178,6 +178,7 @@ void InstallSteps(Transaction& steps, const Options& options) {
   CheckDirectory(options.directory);
   FilesAside aside(options.directory);
   std::vector<fs::path> made;
+  bool checked = false;
   if (before) {
     steps.Do(
         "stop the service", [] { StopService(); },
@@ -186,15 +187,21 @@ void InstallSteps(Transaction& steps, const Options& options) {
         });
   }
   steps.Do(
-      "move the old files aside", [&] { aside.Move(old); }, [&] { aside.MoveBack(); });
+      "move the old files aside",
+      [&] {
+        CheckDirectory(options.directory);  // again: a user may have created it while the service stopped
+        aside.Move(old);
+      },
+      [&] { aside.MoveBack(); });
   steps.Do(
       "copy the files to " + Utf8(options.directory.wstring()),
       [&] {
-        MakeDirectories(options.directory, made);
+        MakeProtected(options.directory, made);
+        checked = true;
         CopyFiles(files, options.payload, options.directory);
       },
       [&] {
-        DeleteFiles(files, options.directory);
+        if (checked) DeleteFiles(files, options.directory);
         DeleteMade(made);
       });
   RegisterSteps(steps, options, before);

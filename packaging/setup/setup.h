@@ -30,16 +30,16 @@ struct Options {
 int Install(const Options& options);
 int Remove(const Options& options);
 
-// What the server writes: messages in the directory of the package, settings, and its own log.
+// The data that the server writes: messages in the directory of the package, settings, and its own log.
 struct Data {
   bool messages = true;
   bool settings = true;
   bool serverLog = true;
 };
 
-// Which of it exists.
+// Returns which of them exist.
 Data ExistingData(const std::filesystem::path& directory);
-// Deletes all of it, except what `kept` names.
+// Deletes all of them, except those set in `kept`.
 void DeleteData(const std::filesystem::path& directory, const Data& kept);
 
 // Whether `left` is the older of two versions, each of numbers with dots between.

@@ -49,7 +49,7 @@ void Say(const std::string& line) {
   if (!logFile) return;
   SYSTEMTIME now{};
   GetLocalTime(&now);
-  // A log that cannot be written, on a full disk for one, stops no step.
+  // A log that cannot be written, for example on a full disk, does not stop a step.
   static_cast<void>(std::fprintf(logFile.get(), "%04u-%02u-%02u %02u:%02u:%02u  %s\n", now.wYear, now.wMonth,
                                  now.wDay, now.wHour, now.wMinute, now.wSecond, line.c_str()));
   static_cast<void>(std::fflush(logFile.get()));

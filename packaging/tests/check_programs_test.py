@@ -95,6 +95,16 @@ class Programs(unittest.TestCase):
             file.write(content)
         self.assertEqual(self.faults(name, symbols=path), ["no stack protector: __stack_chk_fail is not linked in"])
 
+    def test_options_in_the_debug_information_are_a_fault(self):
+        name = "tamlogctl.exe"
+        with open(self.symbols(name), "rb") as file:
+            content = file.read()
+        self.assertIn(b"GNU C++20 12-posix\0", content)
+        path = os.path.join(self.folder, "options.debug")
+        with open(path, "wb") as file:
+            file.write(content.replace(b"GNU C++20 12-posix\0", b"GNU C++20 12 -fpch\0"))
+        self.assertEqual(self.faults(name, symbols=path), ["the debug information names the options of the compiler"])
+
     def test_a_cut_program_is_refused(self):
         def change(content):
             del content[1000:]

@@ -129,8 +129,11 @@ class Machine:
         for where, _, names in os.walk(self.directory):
             for name in names:
                 path = os.path.join(where, name)
-                with open(path, "rb") as file:
-                    found[os.path.relpath(path, self.directory)] = hashlib.sha256(file.read()).hexdigest()
+                try:
+                    with open(path, "rb") as file:
+                        found[os.path.relpath(path, self.directory)] = hashlib.sha256(file.read()).hexdigest()
+                except FileNotFoundError:
+                    continue  # the uninstaller, which nobody can wait for, has just deleted it
         return found
 
     def traces(self):

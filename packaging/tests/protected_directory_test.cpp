@@ -1,4 +1,4 @@
-// Which directories the packages accept, and whose they are afterwards.
+// The directories that the packages accept, and the access lists of those that they create.
 
 #include "packaging/setup/protected_directory.h"
 
@@ -102,6 +102,23 @@ TEST_F(ProtectedDirectory, NewOneInheritsWhereUsersMayNotWrite) {
   DeleteMade(made);
   EXPECT_FALSE(fs::exists(directory / "a"));
   EXPECT_TRUE(fs::exists(directory));
+}
+
+// A user can do that while the setup program waits for the service to stop.
+TEST_F(ProtectedDirectory, OneThatAUserCreatesAfterTheCheckIsRefused) {
+  std::vector<fs::path> made;
+  ASSERT_EQ(RefusalOf(directory / "package"), "");
+  MakeWithList(directory, kEveryoneWrites);
+  EXPECT_THROW(MakeProtected(directory / "package", made), SetupError);
+  DeleteMade(made);
+  EXPECT_FALSE(fs::exists(directory / "package"));
+}
+
+TEST_F(ProtectedDirectory, MissingOneIsMadeAndAcceptedAfterwards) {
+  MakeWithList(directory, kEveryoneReads);
+  std::vector<fs::path> made;
+  MakeProtected(directory / "package", made);
+  EXPECT_EQ(made, std::vector<fs::path>{directory / "package"});
 }
 
 TEST_F(ProtectedDirectory, NewOneIsClosedToUsersWhereTheyMayWriteInItsParent) {

@@ -1,5 +1,5 @@
-// What the setup program tells the service manager to do after failures. Wine accepts this and keeps nothing,
-// so the calls end in a manager of the test.
+// The recovery that the setup program configures. Wine accepts the calls and stores nothing, so they reach a
+// fake service manager.
 
 #include <gtest/gtest.h>
 
@@ -52,7 +52,7 @@ BOOL WINAPI FakeClose(SC_HANDLE) {
 
 BOOL WINAPI FakeChange2(SC_HANDLE, DWORD level, LPVOID info) {
   EXPECT_EQ(level, DWORD{SERVICE_CONFIG_FAILURE_ACTIONS});
-  // What the manager demands for these actions.
+  // The manager requires these rights, and a list, for these actions.
   EXPECT_TRUE(manager.access & SERVICE_CHANGE_CONFIG);
   EXPECT_TRUE(manager.access & SERVICE_START);
   const auto* const wanted = static_cast<const SERVICE_FAILURE_ACTIONSW*>(info);

@@ -241,6 +241,11 @@ class DebianPackage(unittest.TestCase):
         self.assertTrue(os.path.exists(self.path("share/doc/torvane-log-tools/copyright")))
         self.assertTrue(os.path.exists(self.path("share/doc/torvane-log-tools/changelog.gz")))
 
+    def test_the_checks_of_debian_find_nothing(self):
+        done = subprocess.run(["lintian", "--fail-on", "error,warning", "--tag-display-limit", "0", "--allow-root",
+                               one(".deb")], check=False, text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        self.assertEqual((done.returncode, done.stdout), (0, ""))
+
     def test_no_file_contains_the_place_of_the_build(self):
         for where, _, names in os.walk(self.path("")):
             for name in names:

@@ -107,7 +107,7 @@ class Files : public testing::Test {
       return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
     };
     for (int tries = 0; tries < 500 && !isLink(); ++tries)
-      Sleep(10);  // the handle of such a program does not tell its end
+      Sleep(10);  // the handle of such a program does not signal its end
     EXPECT_TRUE(isLink());
     CloseHandle(made.hThread);
     CloseHandle(made.hProcess);

@@ -56,8 +56,8 @@ void OnStop(int /*signal*/) {
   raise(SIGSTOP);
 }
 
-// The signals with which a write ends the program: nobody reads the pipe, or the file would be larger than
-// allowed.
+// The signals with which a write ends the program: the pipe has no reader, or the file would exceed the size
+// limit.
 constexpr std::array kFailedWrites{SIGPIPE, SIGXFSZ};
 std::array<void (*)(int), kFailedWrites.size()> handlersOfCaller{};
 

@@ -20,7 +20,7 @@ std::string NameProblem(const std::string& path, bool onWindows) {
 std::string ProblemOf(const FileStatus& status, const std::string& remark) {
   if (status == Status::Damaged && !remark.empty()) return remark + "; see: tamlogctl verify";
   if (status == Status::NotALog)
-    return "is no log (" + remark + ")" +
+    return "is not a log (" + remark + ")" +
            (remark.ends_with("text") ? "; tamlogctl convert makes one of lines with a time" : "");
   if (status == Status::NotAFile && !status.HasReason()) return "is a directory; name a file in it";
   return status.Reason();

@@ -122,7 +122,7 @@ class PlainFiles {
         return Refuse(kDamaged, name + ": the " + NameOf(format) +
                                     " data are damaged; what is read from them may be wrong or incomplete");
       case Decompressed::TooLarge:
-        return Refuse(kNotALog, name + " is no log (it has more than " + std::to_string(kMostBytes) +
+        return Refuse(kNotALog, name + " is not a log (it has more than " + std::to_string(kMostBytes) +
                                     " bytes" + (format == Compression::None ? "" : " when decompressed") +
                                     ", more than any log)");
       case Decompressed::NotSupported:

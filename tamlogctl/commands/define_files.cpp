@@ -17,7 +17,7 @@ namespace {
 constexpr const char* kVerifyFooter =
     R"(A server that finds a broken rule at its start empties the whole file. Damage is data that no server writes; a
 remark is unusual data that a server can write. Exit codes: 0 no damage, 1 damage, 3 no such file, 7 damaged gzip or
-xz data, 9 no log.
+xz data, 9 not a log.
 
 Examples:
   tamlogctl verify Logs.dat                   findings, rule by rule
@@ -27,7 +27,7 @@ Examples:
 constexpr const char* kRepairFooter =
     R"(Never changes the damaged file. The new file is in time order and passes every rule. Where the file lost or
 gained bytes, the messages are found at their new places.
-Exit codes: 0 saved, 7 most of what was saved may be no messages, or nothing could be saved, 9 FILE is no log.
+Exit codes: 0 saved, 7 most saved messages are in doubt, or nothing could be saved, 9 FILE is not a log.
 
 Examples:
   tamlogctl repair Logs.dat New.dat           all that the ring holds

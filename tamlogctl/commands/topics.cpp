@@ -67,7 +67,7 @@ constexpr const char* kExitStatus = R"(Every verb ends with one of these codes:
   6    the server or the service manager refused
   7    damaged data were met; the readable part was output
   8    output, or the connection to the server, failed
-  9    a file is no log; nothing of it was printed or written
+  9    a file is not a log; nothing of it was printed or written
   130  interrupted (Ctrl-C); everything held was released first
 
 An empty log is not an error unless the command searched for something.)";

@@ -97,7 +97,7 @@ std::vector<Option> InGroup(const std::string& heading, std::vector<Option> opti
 
 // How a value is stored.
 Take Text(std::string& to);
-std::string NewFileProblem(const std::string& name);  // empty for a name that NewFile takes
+std::string NewFileProblem(const std::string& name);  // empty for a name that NewFile accepts
 Take NewFile(std::string& to);  // the name of a file to be written, which is never standard output
 Take List(std::vector<std::string>& to);
 Take Number(std::uint64_t least, std::uint64_t most, std::function<void(std::uint64_t)> store);

@@ -22,7 +22,7 @@ namespace fs = std::filesystem;
 using TamLogClient::Status;
 
 constexpr const char* kNone = "none";
-// The file may lie where others write. More than the memory and the held messages of a large log need.
+// More than the memory and the held messages of a large log need; other users may be able to write the file.
 constexpr std::uint64_t kMostBytes = std::uint64_t{1} << 30U;
 constexpr std::string_view kPlace = "target";
 constexpr std::string_view kHeld = "held";

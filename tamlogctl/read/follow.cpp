@@ -87,12 +87,14 @@ int Follower::Loop() {
   }
 }
 
-// Takes all that is available, waiting `waitMs` for the first item; returns TimedOut when nothing is left.
+// Takes all that one look at the log brought, waiting `waitMs` for the first item; returns TimedOut when
+// nothing is left of it. Another look may bring more at once, for as long as messages keep coming.
 Status Follower::Drain(std::uint32_t waitMs) {
   LogItem item;
   Status status = stream.Next(item, waitMs);
   while (status == Status::Ok && !target.OutputFailed()) {
     Take(item);
+    if (stream.Drained()) return Status::TimedOut;
     status = stream.Next(item, 0);
   }
   return status == Status::Ok ? Status::TimedOut : status;

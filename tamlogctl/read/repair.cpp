@@ -110,7 +110,7 @@ void AppendBreaks(const RepairPlan& plan, bool all, std::string& text) {
 void AppendDoubt(const RepairPlan& plan, std::string& text) {
   if (plan.doubtful == 0) return;
   text +=
-      "  in doubt: " + Counted(plan.doubtful, "message") + " without a date; the bytes may be no messages\n";
+      "  in doubt: " + Counted(plan.doubtful, "message") + " without a date; the bytes may not be messages\n";
 }
 
 // Returns whether most of what was found is doubtful, or nothing of what was there could be saved.

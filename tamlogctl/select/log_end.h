@@ -22,8 +22,8 @@ std::optional<TamLogClient::TimeWords> EndOfLog(const std::string& path);
 // Returns the latest of the ends of these files.
 std::optional<TamLogClient::TimeWords> EndOfLogs(const std::vector<std::string>& paths);
 
-// Reports on stderr that --since is later than `end`, the end of the logs in which nothing matched, and where
-// --relative-to end would find messages that it would.
+// Reports on stderr that --since is later than `end`, the end of the logs in which nothing matched, and
+// suggests --relative-to end where that would find messages.
 void SuggestEnd(const SelectionOptions& options, const OutputOptions& output,
                 const std::optional<TamLogClient::TimeWords>& end);
 

@@ -19,7 +19,8 @@ using TamLogClient::TimeWords;
 namespace {
 
 constexpr std::uint64_t kMostBytesOfTerms = std::uint64_t{64} << 20U;
-// Returns why the text names no source. The part after the last colon reads as types and is none.
+// Returns the reason why the text does not name a source. The part after its last colon is read as types and
+// is not valid.
 std::string TermProblem(const std::string& text) {
   const std::string expected = "expected NAME or NAME:TYPES, for example Camera:0,2";
   const bool endsLikeName = text.rfind(':') != 0 && text.rfind(':') + 1 < text.size();

@@ -24,7 +24,7 @@ const std::vector<std::string>& LocalSystemSids();
 // The entries count in their order: an earlier one decides about its rights.
 std::uint32_t GrantedTo(const std::vector<AccessEntry>& entries, const std::vector<std::string>& sids);
 
-// Rights with which somebody else's program can be made to run: to change a file; to put or replace files in
+// Rights with which an account can make another program run: to change a file; to create or replace files in
 // a directory; to replace a directory further up.
 inline constexpr std::uint32_t kChangesObject =
     0x500D0000;  // delete, write list or owner, generic write and all
@@ -33,7 +33,7 @@ inline constexpr std::uint32_t kFillsDirectory = kChangesObject | 0x42;
 inline constexpr std::uint32_t kMovesDirectory = kChangesObject | 0x40;
 
 // Returns the accounts to which the list grants any of `rights`, and the owner, who may change the list. The
-// system, its installer, administrators and `trusted` are left out. Refusals are not looked at.
+// system, its installer, administrators and `trusted` are left out. Deny entries are ignored.
 std::vector<std::string> OthersWith(std::uint32_t rights, const std::vector<AccessEntry>& entries,
                                     const std::string& owner, const std::string& trusted);
 

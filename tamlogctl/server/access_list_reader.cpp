@@ -27,7 +27,7 @@ std::string SidText(PSID sid) {
   return text;
 }
 
-// Of the user that runs this program; he may do all of that anyway.
+// Returns the sid of the user that runs this program; that user may do all of this anyway.
 std::string OwnSid() {
   HANDLE raw = nullptr;
   if (OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &raw) == FALSE) return "";

@@ -183,21 +183,25 @@ std::string StuckText(const Observations& seen) {
   return unchanged + ", but the write-wait event stays reset: a reader and the writer passed each other";
 }
 
+const char* WaitText(const Observations& seen) {
+  if (seen.log.header.serverRunning == 0) return "; the server waits for it and does not start";
+  return seen.log.readersKeptOut ? "; the server waits for it and writes nothing"
+                                 : "; the server will wait for it at the next message";
+}
+
 void CheckReaders(const Observations& seen, Findings& out) {
-  if (seen.log.header.serverRunning == 0) return;
+  const bool running = seen.log.header.serverRunning != 0;
   if (seen.log.lockTaken) {
     out.Fail("lock", "the header lock was not free for 1 s: its holder died",
              "close all readers, then: tamlogctl doctor --unstick");
-  } else {
+  } else if (running) {
     out.Ok("lock", "free");
   }
   if (ReaderIsStuck(seen)) {
-    return out.Fail(
-        "readers",
-        StuckText(seen) + (seen.log.readersKeptOut ? "; the server waits for it and writes nothing"
-                                                   : "; the server will wait for it at the next message"),
-        "make sure that no living reader is inside, then: tamlogctl doctor --unstick");
+    return out.Fail("readers", StuckText(seen) + WaitText(seen),
+                    "make sure that no living reader is inside, then: tamlogctl doctor --unstick");
   }
+  if (!running) return;
   if (seen.log.readersKeptOut && !seen.log.moved) {
     return out.Fail("readers",
                     "the server has blocked its readers for " + Seconds(seen.log.watchedMs) +
@@ -217,7 +221,10 @@ void CheckRead(const Observations& seen, Findings& out) {
 
 }  // namespace
 
+// While the server opens the log it is inside as a reader itself for as long as its check takes. It keeps the
+// others out only while it waits for them.
 bool ReaderIsStuck(const Observations& seen) {
+  if (seen.log.header.serverRunning == 0 && !seen.log.readersKeptOut) return false;
   return seen.mapped && !seen.log.moved &&
          (seen.log.readersInside || seen.log.countPassed || seen.log.countLeft);
 }

@@ -18,6 +18,8 @@ using TamLogClient::Handle;
 constexpr DWORD kEventQueryState = 0x0001;  // winnt.h does not name it
 constexpr std::uint32_t kLookEveryMs = 20;
 constexpr std::uint32_t kLockPatienceMs = 1000;  // it is usually held for microseconds
+// A start waits two seconds for programs that keep an old section.
+constexpr std::uint32_t kMostMsAtStart = 1000;
 constexpr std::size_t kHeaderLock = 0;
 constexpr std::size_t kReadWait = 1;
 constexpr std::size_t kWriteWait = 2;
@@ -150,7 +152,8 @@ LogWatch LogExaminer::Watch(std::uint32_t milliseconds) {
     LogFileHeader now{};
     if (!CopyHeader(now)) break;
     watch.watchedMs = static_cast<std::uint32_t>(Ticks() - start);
-    if (now.serverRunning == 0) {
+    if (now.serverRunning == 0 && (first.serverRunning != 0 || watch.watchedMs >= kMostMsAtStart)) {
+      if (first.serverRunning != 0) watch = LogWatch{.watchedMs = watch.watchedMs};
       watch.header = now;
       Close();
       break;

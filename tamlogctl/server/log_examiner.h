@@ -43,8 +43,9 @@ class LogExaminer {
   void Close();
 
   // Samples the log repeatedly until nobody is inside and nobody waits, for at most `milliseconds`; a header
-  // lock that is held is watched for a second before. A server that closes the log meanwhile ends the watch:
-  // serverRunning is 0 then, and everything is closed. Legal after Open without errors.
+  // lock that is held is watched for a second before. A server that closes the log meanwhile ends the watch
+  // without a result, and a log that is being opened or closed is watched for a second at most: serverRunning
+  // is 0 then, and everything is closed. Legal after Open without errors.
   LogWatch Watch(std::uint32_t milliseconds);
 
  private:

@@ -37,8 +37,8 @@ bool Forget(unsigned char* headerView, const Handle& writeWait, const LogFileHea
 bool FreeHeaderLock() {
   const Handle headerLock = OpenToChange(kHeaderLockName);
   if (!headerLock) return false;
-  // A look at a lock that is passed from one program to the next never finds it free, but a program that
-  // waits for it gets it in turn. A signal while somebody holds it would let two programs in.
+  // A lock that programs pass to each other is never seen free, but a program that waits for it gets it in
+  // turn. A signal while another process holds it would let two programs in.
   const bool contended = WaitForSingleObject(headerLock.Get(), kLockPatienceMs) == WAIT_OBJECT_0;
   return SetEvent(headerLock.Get()) != FALSE && !contended;
 }

@@ -2,7 +2,9 @@
 
 #include <array>
 #include <memory>
+#include <system_error>
 
+#include "client/file/system_file.h"
 #include "client/live/handle.h"
 #include "client/log/ring.h"
 #include "client/message/win32.h"
@@ -78,10 +80,15 @@ void LookAtFile(const std::string& path, PathFacts& facts) {
 
 void LookIntoFile(const std::string& path, DWORD flags, PathFacts& facts) {
   const std::wstring name = AnsiToWide(path);
-  const Handle file(
-      CreateFileW(name.c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING, flags, nullptr));
+  Handle file;
+  DWORD error = ERROR_SUCCESS;
+  TamLogClient::OpenPatiently([&] {
+    file = Handle(CreateFileW(name.c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING, flags, nullptr));
+    error = file ? ERROR_SUCCESS : GetLastError();
+    return TamLogClient::FileStatusOf({static_cast<int>(error), std::system_category()});
+  });
   if (!file) {
-    if (GetLastError() == ERROR_SHARING_VIOLATION) facts.file = PathFile::InUse;
+    if (error == ERROR_SHARING_VIOLATION) facts.file = PathFile::InUse;
     return;
   }
   LogFileHeader header{};

@@ -30,7 +30,7 @@ int RefusedByManager(const std::string& verb, std::uint32_t error) {
     case ERROR_ACCESS_DENIED:
       return Refuse(kAccessDenied, verb + ": access denied; " + ServiceAdvice(ServiceState::Denied));
     case ERROR_SERVICE_DOES_NOT_EXIST:
-      // What is not there has nothing to stop or remove.
+      // Only a start needs advice: there is nothing to stop or remove.
       return Refuse(kNotThere,
                     verb + ": the service is not installed" +
                         (starts ? std::string("; ") + ServiceAdvice(ServiceState::NotInstalled) : ""));

@@ -2,12 +2,30 @@
 
 #include <gtest/gtest.h>
 
+#include "client/message/win32.h"
+
+// Must follow windows.h.
+#include <sddl.h>
+
 namespace TamLogCheck {
 
 namespace {
 
 bool SameValues(const SavedSettings& left, const SavedSettings& right) {
   return TextOf(left) == TextOf(right);
+}
+
+void SetListOfSettings(const char* list) {
+  PSECURITY_DESCRIPTOR descriptor = nullptr;
+  HKEY key = nullptr;
+  ASSERT_TRUE(
+      ConvertStringSecurityDescriptorToSecurityDescriptorA(list, SDDL_REVISION_1, &descriptor, nullptr));
+  ASSERT_EQ(
+      RegOpenKeyExA(HKEY_LOCAL_MACHINE, R"(SOFTWARE\Brenmark VORTA\Torvane Log Server)", 0, WRITE_DAC, &key),
+      ERROR_SUCCESS);
+  EXPECT_EQ(RegSetKeySecurity(key, DACL_SECURITY_INFORMATION, descriptor), ERROR_SUCCESS);
+  RegCloseKey(key);
+  LocalFree(descriptor);
 }
 
 }  // namespace
@@ -23,6 +41,23 @@ TEST(CheckSettings, AreRestoredFromWhatWasSaved) {
   EXPECT_TRUE(SameValues(SaveSettings(), before));
   RestoreSettings(written);
   EXPECT_TRUE(SameValues(SaveSettings(), written));
+  RestoreSettings(before);
+}
+
+// An administrator may have given them a list of their own.
+TEST(CheckSettings, KeepTheAccessListOfTheirKey) {
+  const SavedSettings before = SaveSettings();
+  WriteSettings("C:\\check\\Logs.dat", 77);
+  const std::string inherited = SettingsAccessList();
+  SetListOfSettings("D:P(A;CI;KA;;;SY)(A;CI;KA;;;BA)(A;CI;KR;;;WD)");
+  const std::string list = SettingsAccessList();
+  EXPECT_NE(list, inherited);
+  const SavedSettings saved = SaveSettings();
+  WriteSettings("C:\\check\\Other.dat", 78);
+  EXPECT_EQ(SettingsAccessList(), list);
+  RestoreSettings(saved);
+  EXPECT_EQ(SettingsAccessList(), list);
+  EXPECT_EQ(StoredLogFile(), "C:\\check\\Logs.dat");
   RestoreSettings(before);
 }
 

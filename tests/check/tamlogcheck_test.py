@@ -133,6 +133,21 @@ class Log(Machine):
         self.judge_groups("log.")
 
 
+class NullDevice(Machine):
+    """A machine without the driver, whose name the null device has: what --stand-in-device makes on Windows."""
+
+    def setUp(self):
+        super().setUp()
+        run("tamlogdrv.exe", "remove")
+        device = subprocess.Popen([RUN, os.path.join(BIN, "machine_trouble.exe"), "null-device"],
+                                  stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        self.addCleanup(device.communicate, timeout=60)
+        self.assertEqual(device.stdout.readline().strip(), b"ready")
+
+    def test_is_enough_for_the_checks_of_the_server(self):
+        self.judge_groups("service.starts-and-stops", "service.stop-passes-a-dead-reader", "access.", "log.")
+
+
 class UseOfAnInstalledService(Machine):
     """The log and the settings of a machine stay as they are."""
 
@@ -191,7 +206,7 @@ class Restoring(Machine):
         self.assertEqual(results["log.bytes-are-kept"]["result"], "not tried")
         self.assertIn("--stand-in-device", results["log.bytes-are-kept"]["seen"])
         self.assertEqual(results["system.view-and-reads-agree"]["result"], "holds")
-        # Wine accepts the name and does not open the null device by it.
+        # Wine defines another name where the name is as long as this one (NullDevice has the right one).
         code, output, results = self.check("--stand-in-device", "log.bytes-are-kept")
         self.assertEqual(code, SERVER_NOT_TRIED, output)
         self.assertIn("it was defined and cannot be opened", results["log.bytes-are-kept"]["seen"])
@@ -225,10 +240,30 @@ class Words(unittest.TestCase):
         self.assertEqual(code, ALL_HOLD)
         for word in ("--interrupt", "--restore", "Exit code"):
             self.assertIn(word, output)
-        for arguments in (["--fast"], ["--report"], ["nosuch."]):
+        listed = run("tamlogcheck.exe", "--list")[1]
+        groups = re.findall(r"[a-z]+\.", re.search(r"\n  tamlogcheck (.*)the checks whose", output)[1])
+        self.assertEqual(len(groups), 2)
+        for group in groups:
+            self.assertIn("\n" + group, listed)
+        for arguments in (["--fast"], ["--report"], ["nosuch."], ["system.mapped", "nosuch."]):
             code, output = run("tamlogcheck.exe", *arguments)
             self.assertEqual(code, USAGE, output)
             self.assertTrue(output.startswith("tamlogcheck: "), output)
+
+    def test_report_that_cannot_be_written_is_refused_before_any_check(self):
+        code, output = run("tamlogcheck.exe", "--report", r"C:\no\such\report.txt", "system.mapped-file-keeps-its-size")
+        self.assertEqual(code, USAGE, output)
+        self.assertEqual(output.splitlines(),
+                         [r"tamlogcheck: the report cannot be written to C:\no\such\report.txt: error 3"])
+
+    def test_restoring_from_a_cut_file_is_refused(self):
+        with tempfile.TemporaryDirectory() as folder:
+            for text in ("", "0 0 0 0 0 0", "0 0 0 0 0 0\ntamlogcheck settings 1\n"):
+                with open(os.path.join(folder, "before-the-checks.txt"), "w", encoding="ascii") as file:
+                    file.write(text)
+                code, output = run("tamlogcheck.exe", "--restore", windows_path(folder))
+                self.assertEqual(code, NOT_RESTORED, output)
+                self.assertIn("no run of the checks has left", output)
 
     def test_the_document_names_every_check_and_no_other(self):
         listed = {line.split(":")[0] for line in run("tamlogcheck.exe", "--list")[1].splitlines()}

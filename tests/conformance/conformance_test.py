@@ -271,7 +271,7 @@ class Judge(unittest.TestCase):
                              {"first-number-is-0", "reopened"})
 
     def prints(self, line, option, only):
-        """The claims that a program fails which prints one line."""
+        """The claims that fail for a program whose output is one line."""
         with tempfile.TemporaryDirectory() as directory:
             program = os.path.join(directory, "program.py")
             with open(program, "w", encoding="utf-8") as stream:
@@ -295,7 +295,7 @@ class Judge(unittest.TestCase):
         for arguments, reason in (((), "nothing to judge"), (("--read", ""), "an empty COMMAND"),
                                   (("--read", "/no/such/program"), "cannot start /no/such/program"),
                                   (("--read", "'open"), "cannot start 'open"), (("--read",), "expected one argument"),
-                                  (("--read", "true", "--only", "("), "no regular expression"),
+                                  (("--read", "true", "--only", "("), "not a regular expression"),
                                   (("--read", "true", "--only", "no-such-sample"), "--only matches no claim"),
                                   (("--read", "true", "--exact"), "--exact needs --follow"),
                                   (("--rea", "true"), "unrecognized arguments"), (("true",), "unrecognized arguments")):

@@ -1,6 +1,6 @@
-// A small server that is not ours: it serves the pipes and shares a log in memory, as far as the claims of
-// conformance/pipe_claims.c go, and breaks the claims that its arguments name. The tests show with it that
-// each claim can fail.
+// A small independent server: it serves the pipes and shares a log in memory, as far as the claims of
+// conformance/pipe_claims.c need it, and breaks the claims that its arguments name. The tests show with it
+// that each claim can fail.
 //
 // usage: foreign_server [CLAIM...]       prints "ready", then serves until its input ends
 

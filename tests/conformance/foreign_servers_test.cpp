@@ -1,5 +1,5 @@
-// The claims of conformance/pipe_claims.c hold of a small server that is not ours, and each of them fails
-// when that server breaks it.
+// The claims of conformance/pipe_claims.c hold for the small independent foreign_server, and each of them
+// fails when that server breaks it.
 
 #include <gtest/gtest.h>
 

@@ -15,7 +15,7 @@ PATIENCE = 60  # seconds
 
 class Everything(unittest.TestCase):
     def judged(self, *broken):
-        """The judge's exit code and its table, while a server runs that breaks these claims."""
+        """The judge's exit code and its table for a server that breaks these claims."""
         server = subprocess.Popen([RUN, os.path.join(BIN, "foreign_server.exe"), *broken], stdin=subprocess.PIPE,
                                   stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
         try:

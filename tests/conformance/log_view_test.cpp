@@ -1,5 +1,5 @@
-// Bytes of a mapped file that the disk no longer has: what a program does that cannot catch the fault of
-// touching them.
+// What a reader in plain C meets: mapped bytes that the disk no longer has, whose faults it cannot catch, and
+// a mapping that no server has made.
 
 #include "conformance/log_view.h"
 
@@ -37,9 +37,9 @@ class MappedFile : public testing::Test {
     CloseHandle(mapping);
   }
 
-  // Makes all but the first page unreadable. Windows never cuts a file that is mapped, and a disk that fails
-  // cannot be made: there the pages lose their access. Under Wine the machine around it cuts the file, and
-  // touching the pages then fails in the processor, as when a disk does not deliver them.
+  // Makes all but the first page unreadable. Windows does not shorten a mapped file, and no test can make a
+  // disk fail: there the pages lose their access. Under Wine the host shortens the file, and touching the
+  // pages then fails in the processor, as when a disk does not deliver them.
   void LosePages() const {
     if (!IsWine()) {
       DWORD before = 0;
@@ -96,6 +96,28 @@ TEST_F(MappedFile, IsNoRunningLogWhereTheDiskHasLostIt) {
   LogView view{};
   view.bytes = reinterpret_cast<const unsigned char*>(bytes) + kPage;
   EXPECT_FALSE(IsRunning(&view));
+}
+
+// Any user may create it before the server, and it costs that user no memory.
+TEST(SharedLog, LargerThanAServerMakesOneIsRefused) {
+  constexpr DWORD kMost = 1000000;
+  const HANDLE readWait = CreateEventA(nullptr, TRUE, TRUE, TAMLOG_READ_WAIT_EVENT);
+  ASSERT_NE(readWait, nullptr);
+  for (const DWORD slots : {kMost, kMost + 100}) {
+    const DWORD size = TAMLOG_SLOTS_OFFSET + slots * TAMLOG_SLOT_SIZE;
+    const HANDLE mapping =
+        CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, size, TAMLOG_FILE_MAP);
+    auto* const header =
+        static_cast<unsigned char*>(MapViewOfFile(mapping, FILE_MAP_WRITE, 0, 0, TAMLOG_SLOTS_OFFSET));
+    ASSERT_NE(header, nullptr);
+    header[TAMLOG_SERVER_RUNNING] = 1;
+    LogView view;
+    EXPECT_EQ(OpenLog(&view), slots == kMost ? 1 : 0) << slots;
+    CloseLog(&view);
+    UnmapViewOfFile(header);
+    CloseHandle(mapping);
+  }
+  CloseHandle(readWait);
 }
 
 }  // namespace

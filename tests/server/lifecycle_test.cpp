@@ -41,7 +41,8 @@ TEST(LifecycleTurn, SequencesNeverOverlap) {
 TEST(LifecycleTurn, GoesOnWithoutTheTurnWhenTheTimeIsOver) {
   Lifecycle lifecycle;
   auto stuck = std::make_unique<Lifecycle::Turn>(lifecycle, Timeout::kForever);
-  { const Lifecycle::Turn impatient(lifecycle, 50); }
+  EXPECT_TRUE(stuck->Taken());
+  EXPECT_FALSE(Lifecycle::Turn(lifecycle, 50).Taken());
   // The thread that went on without the turn did not release it.
   std::atomic<bool> got{false};
   std::thread next([&] {

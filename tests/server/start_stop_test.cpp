@@ -205,6 +205,22 @@ TEST_F(StartStop, StopGoesOnAsSoonAsTheLastReaderLeaves) {
   EXPECT_LE(taken, 6000U);
 }
 
+// The service manager waits 30 s for the answer to a stop. A start can wait without end, for a lock that
+// another process has taken and keeps.
+TEST_F(StartStop, StopEndsAStartThatHangsBeforeTheManagerGivesUp) {
+  service->OnStart();
+  service->OnStop();
+  const HANDLE held = CreateEventA(nullptr, FALSE, FALSE, kHeaderLockName);
+  std::thread starting([&] { FailureOf([&] { service->OnStart(); }); });
+  Sleep(1000);
+  const std::uint64_t begin = NowMs();
+  service->OnStop();
+  EXPECT_LE(NowMs() - begin, 29000U);
+  starting.join();
+  CloseHandle(held);
+  EXPECT_FALSE(ServerHasDriverOpen());
+}
+
 TEST_F(StartStop, StopReportsAFileThatCannotBeOpenedForAnotherReason) {
   service->OnStart();
   ChangeLogFile(*service, "C:\\windows");

@@ -4,7 +4,7 @@ a registry key that is locked, and a scanner that opens every file. scripts/cust
 
 usage: customer_machine_test.py [CASE...]
 
-Needs a Wine prefix of its own, which ctest provides, and starts its server anew with other limits.
+Needs a Wine prefix of its own, which ctest provides, and restarts its server with other limits.
 TAMLOG_CUSTOMER=whole runs the long form.
 """
 
@@ -47,7 +47,7 @@ def shell(command, seconds=120):
 
 
 def restart_wine(before=""):
-    """Starts the prefix's server anew; `before` sets the limits of every program that runs in it from then on."""
+    """Restarts the prefix's server; `before` sets the limits of every program that runs in it from then on."""
     return shell(f"wine_server_stop; {before} bash -c '. scripts/wine-env.sh \"{prefix()}\"; wine_server_start'")
 
 
@@ -179,7 +179,7 @@ def clocks():
 
 
 class Clocks(Machine):
-    """The log is in order of time whatever the clock does, and whoever follows it receives every message once."""
+    """The log is in order of time whatever the clock does, and a follower receives every message once."""
 
     def test_jumps_of_the_clock_lose_nothing_and_double_nothing(self):
         readings = clocks()
@@ -229,7 +229,7 @@ class Clocks(Machine):
 
 
 class DiskFull(Machine):
-    """No file can grow above 4 MiB: a log that has its room goes on, and one that needs more does not start."""
+    """No file can grow above 4 MiB: a log that has its room continues, and one that needs more does not start."""
 
     limits = f"trap '' XFSZ; ulimit -f {4 * MIB // 1024};"
 

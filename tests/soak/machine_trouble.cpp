@@ -1,12 +1,11 @@
-// What other programs of a customer's machine do to the server's files and settings. Prints "ready", and goes
-// on until its input ends.
+// Does to the server's files and settings what other programs on a customer's machine do. Prints "ready", and
+// continues until its input ends.
 //
-//   scan DIRECTORY...   opens every file for a moment without sharing it, again and again, as virus scanners
-//   do; at
-//                       the end prints "opened N refused N"
+//   scan DIRECTORY...   opens every file for a moment without sharing it, again and again, as virus
+//                       scanners do; at the end prints "opened N refused N"
 //   lock-key            replaces the maker's key in the registry by one under which no lasting key can be
-//   created;
-//                       removes it at the end
+//                       created; removes it at the end
+//   null-device         gives the null device the driver's name as well; takes it back at the end
 
 #include <atomic>
 #include <chrono>
@@ -16,6 +15,9 @@
 #include <thread>
 
 #include "util/win32.h"
+
+// Requires windows.h.
+#include <winternl.h>
 
 namespace {
 
@@ -77,12 +79,40 @@ int LockKey() {
   return 0;
 }
 
+// Wine's DefineDosDevice writes such a long name behind the end of its buffer; this function does the same.
+int NullDevice() {
+  using MakeLink = NTSTATUS(NTAPI*)(HANDLE*, ACCESS_MASK, OBJECT_ATTRIBUTES*, UNICODE_STRING*);
+  const auto makeLink = reinterpret_cast<MakeLink>(
+      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("ntdll.dll"), "NtCreateSymbolicLinkObject")));
+  std::wstring name = L"\\??\\TAMLOG";
+  std::wstring target = L"\\Device\\Null";
+  const auto text = [](std::wstring& of) {
+    const auto bytes = static_cast<USHORT>(of.size() * sizeof(wchar_t));
+    return UNICODE_STRING{bytes, bytes, of.data()};
+  };
+  UNICODE_STRING nameText = text(name);
+  UNICODE_STRING targetText = text(target);
+  OBJECT_ATTRIBUTES attributes{};
+  attributes.Length = sizeof attributes;
+  attributes.ObjectName = &nameText;
+  HANDLE link = nullptr;
+  if (makeLink == nullptr || makeLink(&link, DELETE | READ_CONTROL, &attributes, &targetText) < 0) {
+    Say("the name exists already");
+    return 1;
+  }
+  Say("ready");
+  AwaitEnd();
+  CloseHandle(link);  // the name ends with its last handle
+  return 0;
+}
+
 }  // namespace
 
 int main(int count, char** arguments) {
   const std::string mode = count > 1 ? arguments[1] : "";
   if (mode == "scan" && count > 2) return Scan(arguments + 2, arguments + count);
   if (mode == "lock-key" && count == 2) return LockKey();
-  std::cerr << "usage: machine_trouble scan DIRECTORY... | lock-key\n";
+  if (mode == "null-device" && count == 2) return NullDevice();
+  std::cerr << "usage: machine_trouble scan DIRECTORY... | lock-key | null-device\n";
   return 2;
 }

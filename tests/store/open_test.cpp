@@ -6,6 +6,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include "tests/store/log_file_fixture.h"
@@ -316,12 +317,56 @@ TEST_F(OpenFile, AFileThatCannotBeOpenedIsReported) {
       << failure;
 }
 
+// As a scanner or a backup opens it.
+TEST_F(OpenFile, AFileThatAnotherProgramDoesNotShareForAMomentIsOpened) {
+  Open();
+  Submit("a", At(12, 0));
+  Flush();
+  Close();
+  TamLogUtil::AutoHandle scanner(
+      CreateFileA(configuration.logFile.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr),
+      TamLogUtil::AutoHandle::From::Take);
+  ASSERT_FALSE(scanner.IsInvalid());
+  std::thread leaving([&scanner] {
+    Sleep(300);
+    scanner.Close();
+  });
+  EXPECT_NO_THROW(Open());
+  leaving.join();
+  EXPECT_EQ(Newest(), (Texts{"a"}));
+}
+
+TEST_F(OpenFile, AFileThatAnotherProgramNeverSharesIsReported) {
+  Open();
+  Close();
+  const TamLogUtil::AutoHandle scanner(
+      CreateFileA(configuration.logFile.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr),
+      TamLogUtil::AutoHandle::From::Take);
+  ASSERT_FALSE(scanner.IsInvalid());
+  const std::string failure = FailureOf([&] { Open(); });
+  EXPECT_EQ(failure.rfind("Failed to open log file, CreateFile() failed - Error code : 32 - ", 0), 0U)
+      << failure;
+}
+
 TEST_F(OpenFile, ANameThatBelongsToAnotherKindOfObjectIsReported) {
   const TamLogUtil::Event other(names.map.c_str(), nullptr);
   EXPECT_EQ(FailureOf([&] {
               Open();
             }).rfind("Failed to open a file mapping, CreateFileMapping() failed - Error code : 6 - ", 0),
             0U);
+}
+
+// Its pages cannot be touched: the process would end.
+TEST_F(OpenFile, AMappingOfThatNameOfReservedMemoryIsReported) {
+  const TamLogUtil::AutoHandle other(
+      CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE | SEC_RESERVE, 0, 1U << 24U,
+                         names.map.c_str()),
+      TamLogUtil::AutoHandle::From::Take);
+  ASSERT_TRUE(other.IsValid());
+  const std::string failure = FailureOf([&] { Open(); });
+  EXPECT_EQ(
+      failure.rfind("Failed to open a file mapping, CreateFileMapping() failed - Error code : 183 - ", 0), 0U)
+      << failure;
 }
 
 TEST_F(OpenFile, EventsThatCannotBeCreatedAreReportedWithTheirCauses) {

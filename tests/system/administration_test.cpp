@@ -1,6 +1,8 @@
 // Tests of tamlogctl's administrative commands against the real service: filters, settings, clearing, control
 // of the service, and the diagnosis of a server that a dead reader blocks.
 
+#include <cstddef>
+#include <cstring>
 #include <filesystem>
 
 #include "tests/system/administration.h"
@@ -84,7 +86,7 @@ TEST_F(Administration, LargerCapacitySavesTheMessagesAndSendsThemAgain) {
   RunService({.maxMessage = 20});
   const std::string input = "one\ntwo\nthree\nfour\nfive";
   Expect("send -s Demo", 0, "", input);
-  ASSERT_TRUE(WaitForMessageCount(5, 10s));
+  ASSERT_TRUE(WaitForMessageCount(5, 20s));
   const std::string backup = ScratchFile("saved.dat");
   Expect("settings set --capacity 40 --backup \"" + backup + "\"", 0, "capacity 40 requested, 40 in effect");
   Expect("show -o cat", 0, "one\ntwo\nthree\nfour\nfive\n");
@@ -93,7 +95,7 @@ TEST_F(Administration, LargerCapacitySavesTheMessagesAndSendsThemAgain) {
   Expect("settings set --capacity 40", 0, "nothing to change");
   EXPECT_EQ(CurrentSettings().devicePollRate, 100U);  // settings that were not named stay
   Expect("clear --yes --backup \"" + backup + "\"", 2, "saved.dat: already exists; give another name");
-  ASSERT_TRUE(WaitForMessageCount(5, 10s));
+  ASSERT_TRUE(WaitForMessageCount(5, 20s));
   Expect("clear --yes --backup \"" + backup + "2\"", 0, "emptied");
   Expect("show -o cat --file \"" + backup + "2\"", 0, "one\ntwo\nthree\nfour\nfive\n");
   EXPECT_EQ(Header().messageCount, 0);
@@ -103,7 +105,7 @@ TEST_F(Administration, LargerCapacitySavesTheMessagesAndSendsThemAgain) {
 TEST_F(Administration, SmallerCapacityNamesTheWayBack) {
   RunService({.maxMessage = 40});
   Expect("send -s Demo", 0, "", "one\ntwo\nthree");
-  ASSERT_TRUE(WaitForMessageCount(3, 10s));
+  ASSERT_TRUE(WaitForMessageCount(3, 20s));
   const std::string backup = ScratchFile("saved.dat");
   Expect("settings set --capacity 20 --backup \"" + backup + "\"", 0,
          "the log is empty now; it had 3 messages; to bring them back: tamlogctl import \"" + backup + "\"");
@@ -157,7 +159,7 @@ TEST_F(Administration, FollowerWhoseOutputIsNotTakenLetsGoOfTheLogAtARestart) {
 TEST_F(Administration, StoredPathIsAppliedBeforeACapacityThatAFollowerCouldHoldUp) {
   RunService({.maxMessage = 400});
   Expect("send -s Demo one", 0, "");
-  ASSERT_TRUE(WaitForMessageCount(1, 10s));
+  ASSERT_TRUE(WaitForMessageCount(1, 20s));
   ChildProcess follower("\"" + OwnDirectory() + "\\tamlogctl.exe\" follow");
   ASSERT_TRUE(follower.ReadLine(20s));
   const std::string path = ScratchFile("moved.dat");
@@ -171,7 +173,7 @@ TEST_F(Administration, StoredPathIsAppliedBeforeACapacityThatAFollowerCouldHoldU
 TEST_F(Administration, ChangesOfPathAreSeenWhileTheLogIsNotHeldOpenOverThem) {
   RunService();
   Expect("send -s Demo one", 0, "");
-  ASSERT_TRUE(WaitForMessageCount(1, 10s));
+  ASSERT_TRUE(WaitForMessageCount(1, 20s));
   for (const char* const name : {"first.dat", "second.dat", "third.dat"}) {
     const std::string path = ScratchFile(name);
     Expect("settings path \"" + path + "\" --apply", 0, "in effect");
@@ -209,7 +211,7 @@ TEST_F(Administration, ServiceIsInstalledStartedLookedAtStoppedAndRemoved) {
   Expect("server state", 3, "not installed");
 }
 
-// Its program would run as local system whatever they put there.
+// The service would run, as local system, any program that they put there.
 TEST_F(Administration, InstallingAProgramThatOthersMayChangeIsWarnedOf) {
   Settings({});
   UseCopyOfServer();
@@ -246,7 +248,7 @@ TEST_F(Administration, StopOfAServiceThatIsRemovedMeanwhileEndsAtOnce) {
   ReaderProcess reader("hold", ScratchFile("held"));
   ASSERT_EQ(reader.NextLine(), "holding");
   ChildProcess stop("\"" + OwnDirectory() + "\\tamlogctl.exe\" server stop --wait 120");
-  ASSERT_TRUE(Eventually(10s, [] { return ServiceControl::State() == ServiceState::StopPending; }));
+  ASSERT_TRUE(Eventually(20s, [] { return ServiceControl::State() == ServiceState::StopPending; }));
   ASSERT_EQ(ServiceControl::Delete(), 0U);
   const auto exitCode = stop.WaitForEnd(40s);
   ASSERT_TRUE(exitCode);
@@ -304,6 +306,45 @@ TEST_F(Administration, DoctorNamesAProcessThatOffersThePipeWhileTheServiceServes
   EXPECT_EQ(AskForCode(RequestOf(RequestCode::Ping)), ReplyCode::Alive);
 }
 
+// The events outlive the reader, because another program has them open.
+TEST_F(Administration, DoctorUnsticksAStartThatWaitsForAReaderThatDied) {
+  RunService();
+  SubmitOverPipe(Message("kept", 0));
+  ExpectTexts({"kept"});
+  StopService();
+  const OwnedHandle headerLock = Own(CreateEventA(nullptr, FALSE, FALSE, kHeaderLockName));
+  const OwnedHandle readWait = Own(CreateEventA(nullptr, TRUE, TRUE, kReadWaitEventName));
+  const OwnedHandle writeWait = Own(CreateEventA(nullptr, TRUE, TRUE, kWriteWaitEventName));
+  ASSERT_TRUE(headerLock && readWait && writeWait);
+  const std::uint32_t starts = Starts();
+  ASSERT_EQ(ServiceControl::Start(), 0U);
+  OwnedHandle mapping;
+  ASSERT_TRUE(Eventually(20s, [&mapping] {
+    mapping = Own(OpenFileMappingA(FILE_MAP_READ | FILE_MAP_WRITE, FALSE, kFileMapName));
+    return mapping != nullptr;
+  }));
+  auto* const view = static_cast<std::byte*>(
+      MapViewOfFile(mapping.get(), FILE_MAP_READ | FILE_MAP_WRITE, 0, 0, kSlotsOffset));
+  ASSERT_NE(view, nullptr);
+  Expect("doctor --timeout 1000", 1, "fail  lock     the header lock was not free for 1 s: its holder died");
+
+  // The server's check waits for the lock. The reader counts itself in and dies.
+  constexpr std::int32_t kOneInside = 1;
+  std::memcpy(view + offsetof(LogFileHeader, readCount), &kOneInside, sizeof(kOneInside));
+  UnmapViewOfFile(view);
+  mapping.reset();
+  ResetEvent(writeWait.get());
+  SetEvent(headerLock.get());
+  EXPECT_FALSE(Eventually(1s, [] { return ServiceControl::State() == ServiceState::Running; }));
+  Expect("doctor --timeout 1000", 1, "a reader died or hangs; the server waits for it and does not start");
+  Expect("doctor --timeout 1000 --unstick", 1,
+         "unstick: set readCount to 0 and signalled the write-wait event");
+  AdoptService();
+  WaitForStarts(starts + 1);
+  SubmitOverPipe(Message("after", 1));
+  ExpectTexts({"after"});  // the check gives up a log with a reader inside
+}
+
 // A server that cannot create its pipes starts without them.
 TEST_F(Administration, DoctorSaysWhenNoInstanceOfThePipeBecomesFree) {
   Settings({});
@@ -314,16 +355,18 @@ TEST_F(Administration, DoctorSaysWhenNoInstanceOfThePipeBecomesFree) {
   const OwnedHandle only =
       Own(CreateFileA(kRequestPipeName, GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
   ASSERT_TRUE(only);
-  RunTool("server start");
+  // Without --wait it waits a minute for an answer.
+  Expect("server start --wait 3", 5,
+         "the service is running, but does not answer yet; see: tamlogctl doctor");
   Expect("doctor", 1,
          "fail  pipe     busy all the time, and the server waits for no client: another process");
-  RunTool("server stop");
+  Expect("server stop --wait 30", 0, "stopped");
 }
 
 TEST_F(Administration, DoctorSeesABlockedListenerAndFreesIt) {
   RunService();
   ServerConnection half;
-  ASSERT_TRUE(Eventually(5s, [&half] { return half.OpenRequestPipe() == 0; }));
+  ASSERT_TRUE(Eventually(20s, [&half] { return half.OpenRequestPipe() == 0; }));
   Expect("doctor --timeout 1000", 1, "fail  pipe     busy all the time");
   Expect("doctor --timeout 1000 --unstick", 1, "unstick: opened and closed the reply pipe");
   Expect("doctor", 0, "ok    pipe     answers");

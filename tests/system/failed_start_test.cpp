@@ -90,7 +90,7 @@ TEST_F(FailedStart, PathBeyondAsciiIsStoredAsTheServerReadsIt) {
 TEST_F(FailedStart, LogThatStaysBehindIsNamedWithTheWayBack) {
   RunService();
   Expect("send -s Demo", 0, "", "one\ntwo");
-  ASSERT_TRUE(WaitForMessageCount(2, 10s));
+  ASSERT_TRUE(WaitForMessageCount(2, 20s));
   WriteWholeFile(ScratchFile("empty.dat"), "");
   Expect("settings path " + Quoted("empty.dat") + " --apply", 2, "already exists and is empty");
   const std::string output =

@@ -21,15 +21,15 @@ class Failure : public SystemTest {
               std::string::npos)
         << diagnostics;
     ProcessById aborted(ServiceControl::ProcessId());
-    EXPECT_TRUE(Eventually(5s, [&aborted] { return !aborted.Runs("TamLogServer.exe"); }));
+    EXPECT_TRUE(Eventually(20s, [&aborted] { return !aborted.Runs("TamLogServer.exe"); }));
   }
 
   // Sends a request during which the server ends: no reply comes.
   void AskForTheEnd(const PipeRequest& request) {
-    std::optional<ServerConnection> connection = ServerConnection::Connect(5s);
+    std::optional<ServerConnection> connection = ServerConnection::Connect(20s);
     ASSERT_TRUE(connection);
     EXPECT_FALSE(connection->Ask(request));
-    const std::optional<std::uint32_t> exitCode = ServiceProcess().WaitForEnd(10s);
+    const std::optional<std::uint32_t> exitCode = ServiceProcess().WaitForEnd(20s);
     ASSERT_TRUE(exitCode);
     EXPECT_NE(*exitCode, 0U);
     if (IsWine()) {
@@ -74,7 +74,7 @@ TEST_F(Failure, ADriverThatFailsEveryCallYieldsNoMessagesAndNoEntries) {
   Driver().SetFailure(0xC0000001U);
   PutIntoDriver({Message("kept back", 1)});
   const std::uint32_t failed = Driver().Counters().failed;
-  EXPECT_TRUE(Eventually(10s, [&] { return Driver().Counters().failed >= failed + 5; }));  // five polls
+  EXPECT_TRUE(Eventually(20s, [&] { return Driver().Counters().failed >= failed + 5; }));  // five polls
   EXPECT_EQ(Driver().Counters().queued, 1U);
   EXPECT_EQ(Header().messageCount, 0);
   EXPECT_EQ(TakeDiagnostics(), "");
@@ -112,12 +112,12 @@ TEST_F(Failure, AKilledServerStartsAgainAndKeepsItsFile) {
 TEST_F(Failure, AStopKeepsWhatWasFlushedAndLosesAtMostWhatWasPending) {
   constexpr int kMessages = 120;
   RunService({.maxMessage = 200});
-  std::optional<ServerConnection> client = ServerConnection::Connect(5s);
+  std::optional<ServerConnection> client = ServerConnection::Connect(20s);
   ASSERT_TRUE(client);
   for (int i = 0; i < kMessages; ++i) {
     ASSERT_EQ(client->AskForCode(SubmitRequest(Message(std::to_string(i), i))), ReplyCode::Done);
     if (i == kMessages / 2) {
-      ASSERT_TRUE(WaitForMessageCount(i + 1, 10s));
+      ASSERT_TRUE(WaitForMessageCount(i + 1, 20s));
     }
   }
   StopService();

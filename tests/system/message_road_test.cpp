@@ -113,11 +113,11 @@ TEST_F(MessageRoad, MorePendingThanTheCapacityIsWrittenNewestFirstFromSlotZero) 
                        ScratchFile("held"));  // keeps the flush from writing the messages in parts
   ASSERT_EQ(reader.NextLine(), "holding");
   Driver().Put(Numbered(200));
-  ASSERT_TRUE(Eventually(10s, [this] { return Driver().Counters().queued == 0; }));
+  ASSERT_TRUE(Eventually(20s, [this] { return Driver().Counters().queued == 0; }));
   SubmitOverPipe(Message("the newest", 500));
   reader.Tell();
   ASSERT_EQ(reader.NextLine(), "released");
-  ASSERT_TRUE(WaitForMessageCount(50, 10s));
+  ASSERT_TRUE(WaitForMessageCount(50, 20s));
 
   const TestLogFile image = SlotsOfFile();
   EXPECT_EQ(image.header.nextSlot, 0);

@@ -70,7 +70,7 @@ class RepairedLog : public SystemTest {
     ASSERT_EQ(soundBodies.size(), static_cast<std::size_t>(kCapacity));
   }
   void WaitForSequence(std::uint64_t next) {
-    const bool there = Eventually(10s, [&] {
+    const bool there = Eventually(20s, [&] {
       const auto header = TestLogFile::ReadHeader(LogFile());
       return header && header->nextSequence >= next;
     });
@@ -232,7 +232,7 @@ TEST_F(RepairedLog, IsKeptThoughTheServerLeftItInReverse) {
       burst.push_back(Message(newest, 1000 * i));
     }
     Driver().Put(burst);
-    ASSERT_TRUE(Eventually(10s, [&] {
+    ASSERT_TRUE(Eventually(20s, [&] {
       const TestLogFile file = SlotsOfFile();
       return std::any_of(file.slots.begin(), file.slots.end(),
                          [&](const LogMessage& message) { return newest == &message.body.text[0]; });

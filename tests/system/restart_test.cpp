@@ -44,13 +44,13 @@ TEST_F(Restart, ABurstOfSettingsCausesExactlyOneAndALaterRequestAnother) {
   const ProcessById before(ServiceControl::ProcessId());
   EXPECT_EQ(Starts(), 1U);
   {
-    std::optional<ServerConnection> client = ServerConnection::Connect(5s);
+    std::optional<ServerConnection> client = ServerConnection::Connect(20s);
     ASSERT_TRUE(client);
     for (std::uint32_t i = 0; i < 5; ++i) {
       EXPECT_EQ(client->AskForCode(SettingsRequest(SmallSettings(60 + i))), ReplyCode::Done);
-      // The server answers also while a restart is pending.
-      EXPECT_EQ(client->AskForCode(RequestOf(RequestCode::Ping)), ReplyCode::Alive);
     }
+    // The server answers also while a restart is pending.
+    EXPECT_EQ(client->AskForCode(RequestOf(RequestCode::Ping)), ReplyCode::Alive);
   }
   WaitForStarts(2);
   EXPECT_EQ(ServerRegistry::Number("MaxMessage"), 64U);
@@ -150,7 +150,7 @@ TEST_F(Restart, ANewPathIsAnsweredAtOnceAndTheFileMovesAtTheStop) {
   ReaderProcess reader("attach");
   ASSERT_EQ(reader.NextLine(), "attached");
   const StopReport stop = StopService();
-  EXPECT_LT(stop.duration, 8s);
+  EXPECT_LT(stop.duration, 13s);  // less than the 15 s of a stop that waits for it
   EXPECT_EQ(ServerRegistry::Text("LogFile"), newPath);
   EXPECT_FALSE(FileExists(oldPath));
   logFile = newPath;
@@ -215,10 +215,21 @@ TEST_F(Restart, ClearingTheLogEmptiesTheFileKeepsNumberingAndIsFollowedByARestar
 
 TEST_F(Restart, AStopWhileOneIsPendingStopsTheServiceForGood) {
   RunService();
-  SetSettings(SmallSettings());
-  StopService();
-  std::this_thread::sleep_for(1500ms);  // the restart thread would have woken by now
-  EXPECT_EQ(Starts(), 1U);
-  EXPECT_EQ(ServiceControl::State(), ServiceState::Stopped);
-  EXPECT_EQ(Header().serverRunning, 0);
+  bool inTime = false;
+  for (int attempt = 0; attempt < 5 && !inTime; ++attempt) {
+    if (attempt > 0) StartService();
+    const std::uint32_t starts = Starts();
+    const auto begin = std::chrono::steady_clock::now();
+    SetSettings(SmallSettings());
+    // On a busy machine the restart may have begun before the stop was sent.
+    inTime = std::chrono::steady_clock::now() - begin < 500ms;
+    StopService();
+    std::this_thread::sleep_for(1500ms);  // the restart thread would have woken by now
+    if (inTime) {
+      EXPECT_EQ(Starts(), starts);
+    }
+    EXPECT_EQ(ServiceControl::State(), ServiceState::Stopped);
+    EXPECT_EQ(Header().serverRunning, 0);
+  }
+  EXPECT_TRUE(inTime);
 }

@@ -15,10 +15,10 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kStartLimit = 20s;
-constexpr auto kStopLimit = 25s;
-constexpr auto kProcessEndLimit = 5s;
-constexpr auto kConnectLimit = 10s;
+constexpr auto kStartLimit = 40s;
+constexpr auto kStopLimit = 40s;
+constexpr auto kProcessEndLimit = 20s;
+constexpr auto kConnectLimit = 30s;
 constexpr const char* kServerName = "TamLogServer.exe";
 
 std::string DiagnosticLog() {
@@ -213,8 +213,8 @@ std::uint32_t SystemTest::Starts() {
   return driver->Counters().opens - firstOpens;
 }
 
-void SystemTest::WaitForStarts(std::uint32_t starts) {
-  if (!Eventually(kStartLimit, [&] { return Starts() >= starts; })) {
+void SystemTest::WaitForStarts(std::uint32_t starts, std::chrono::milliseconds limit) {
+  if (!Eventually(limit, [&] { return Starts() >= starts; })) {
     throw std::runtime_error("the server did not start again; its log: " + TakeDiagnostics());
   }
   EXPECT_EQ(Starts(), starts);

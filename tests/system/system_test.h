@@ -105,7 +105,7 @@ class SystemTest : public ::testing::Test {
   // opens the device once per start.
   std::uint32_t Starts();
   // Waits until that many starts are complete.
-  void WaitForStarts(std::uint32_t starts);
+  void WaitForStarts(std::uint32_t starts, std::chrono::milliseconds limit = std::chrono::seconds(40));
 
   // Sends requests, each over a connection of its own.
   PipeReply Ask(const PipeRequest& request);
@@ -120,7 +120,7 @@ class SystemTest : public ::testing::Test {
   std::vector<std::string> TextsOfFile() const { return Texts(SlotsOfFile().NewestFirst()); }
   // Waits until the file holds exactly these texts, newest first; fails the test otherwise.
   void ExpectTexts(const std::vector<std::string>& newestFirst,
-                   std::chrono::milliseconds limit = std::chrono::seconds(10));
+                   std::chrono::milliseconds limit = std::chrono::seconds(30));
   bool WaitForMessageCount(std::int32_t count, std::chrono::milliseconds limit);
 
   // Operations on shared objects.

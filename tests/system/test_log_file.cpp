@@ -18,7 +18,7 @@ TestLogFile TestLogFile::Empty(std::int32_t capacity) {
 TestLogFile TestLogFile::Read(const std::string& path) {
   const std::string bytes = ReadWholeFile(path);
   if (bytes.size() < kSlotsOffset || (bytes.size() - kSlotsOffset) % sizeof(LogMessage) != 0) {
-    throw std::runtime_error(path + " is no log file: " + std::to_string(bytes.size()) + " bytes");
+    throw std::runtime_error(path + " is not a log file: " + std::to_string(bytes.size()) + " bytes");
   }
   TestLogFile image;
   image.header = TestSupport::HeaderOf(bytes);

@@ -87,8 +87,8 @@ TEST_F(CInterfaceTest, EveryStatusHasACodeAndATextOfItsOwn) {
   for (int value = 0; value <= static_cast<int>(TamLogClient::Status::SystemError); ++value) {
     codes.insert(TamLogClient::CodeOf(static_cast<TamLogClient::Status>(value)));
   }
-  // A directory has had the code of a missing file since the first version, and a log that changes faster
-  // than it can be copied that of a time-out; the interface has no interruption.
+  // Since the first version a directory has the code of a missing file. A log that changes faster than it can
+  // be copied has the code of a time-out. The interface has no code for an interruption.
   EXPECT_EQ(TamLogClient::CodeOf(TamLogClient::Status::NotAFile), TAMLOG_NOT_FOUND);
   EXPECT_EQ(TamLogClient::CodeOf(TamLogClient::Status::Interrupted), TAMLOG_SYSTEM_ERROR);
   EXPECT_EQ(TamLogClient::CodeOf(TamLogClient::Status::Unsteady), TAMLOG_TIMED_OUT);
@@ -263,7 +263,7 @@ TEST_F(CInterfaceTest, StructuresOfOtherVersionsAreTaken) {
   tamlog_reader_close(reader);
 }
 
-// As any user can send them. Counting the twins of each message anew would take minutes.
+// Any user can send such messages. Counting the twins again for each message would take minutes.
 TEST_F(CInterfaceTest, CursorsOfALogWhoseMessagesHaveOneTimeTakeAboutTheOrdinaryWork) {
   constexpr std::uint32_t kMessages = 20000;
   const auto secondsFor = [&](int step) {

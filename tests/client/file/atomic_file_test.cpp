@@ -1,6 +1,11 @@
 #include "client/file/atomic_file.h"
 
 #include <gtest/gtest.h>
+#ifdef _WIN32
+#include "client/file/file_path.h"
+#include "client/file/system_file.h"
+#include "client/message/win32.h"
+#endif
 #ifdef __unix__
 #include <sys/resource.h>
 #include <unistd.h>
@@ -165,6 +170,56 @@ TEST_F(AtomicFileTest, FailureNamesTheReasonOfTheSystem) {
   EXPECT_EQ(status.Reason(), "File too large");
   EXPECT_FALSE(fs::exists(Path("target")));
 }
+#endif
+
+#ifdef _WIN32
+
+// Has a file open without sharing, as scanners and backups do for a moment.
+class Scanner {
+ public:
+  Scanner(const std::string& path, DWORD milliseconds)
+      : file(CreateFileA(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr)),
+        leaving([this, milliseconds] {
+          Sleep(milliseconds);
+          CloseHandle(file);
+        }) {}
+  ~Scanner() { leaving.join(); }
+  Scanner(const Scanner&) = delete;
+  Scanner& operator=(const Scanner&) = delete;
+
+ private:
+  HANDLE file;
+  std::thread leaving;
+};
+
+TEST_F(AtomicFileTest, ReplacesATargetThatAScannerHasOpenForAMoment) {
+  WriteBytes(Path("target"), "old");
+  const Scanner scanner(Path("target"), 200);
+  AtomicFile file;
+  const FileStatus status = Put(file, "new");
+  EXPECT_EQ(status, Status::Ok) << status.Reason();
+  EXPECT_EQ(ReadBytes(Path("target")), "new");
+}
+
+TEST_F(AtomicFileTest, OpensWaitForAScannerForAMoment) {
+  WriteBytes(Path("target"), "old");
+  {
+    const Scanner scanner(Path("target"), 200);
+    std::ifstream file;
+    EXPECT_EQ(TamLogClient::OpenForReading(Path("target"), file), Status::Ok);
+  }
+  {
+    const Scanner scanner(Path("target"), 200);
+    TamLogClient::SystemFile file;
+    EXPECT_EQ(file.OpenToAppend(Path("target")), Status::Ok);
+  }
+  const Scanner scanner(Path("target"), 3000);
+  std::ifstream file;
+  const FileStatus status = TamLogClient::OpenForReading(Path("target"), file);
+  EXPECT_EQ(status, Status::AccessDenied);
+  EXPECT_TRUE(status.HasReason());
+}
+
 #endif
 
 }  // namespace

@@ -348,7 +348,7 @@ TEST_F(LostAndAddedBytes, MessagesThatMovedBehindTheEndOfALogThatIsNotFullAreSav
             "");
 }
 
-// Zeros before the last message, of which nothing else shows that it moved.
+// Only the zeros before the last message show that it moved.
 TEST_F(LostAndAddedBytes, LastMessageAfterZerosInItsNumberIsSaved) {
   for (const int messages : {5, 12}) {
     const std::string bytes = MakeLog(12, messages);

@@ -1,4 +1,4 @@
-// The search for the best chain, compared with the plainest one: all messages of a file against all others.
+// The search for the best chain, compared with the simplest one: each message of a file against all others.
 
 #include "client/file/slot_chain.h"
 

@@ -135,7 +135,7 @@ TEST(ConsistentRead, EachOfItsChecksIsNeeded) {
   EXPECT_GT(EveryOrder(Mistake::NoLimit, RestartWithTheSameCounters).wrong, 0);
 }
 
-// The processors that this check is for: the header may be of after a write, the slots of before it.
+// On processors that load early the copied header may be from after a write, and the slots from before it.
 TEST(ConsistentRead, ItsFirstCheckIsNeededWhereLoadsComeEarly) {
   for (const auto& prepare : {TwoAppends, Insertion, RestartWithTheSameCounters}) {
     const Outcome outcome = EveryOrder(Mistake::None, prepare, true);
@@ -218,8 +218,8 @@ class Writer {
     memory->Write(log);
   }
 
-  // A reader tells a log that was just emptied from an older one by the number of flushes that it has had. So
-  // they come at the server's pace in a young log, and as fast as possible in an older one.
+  // A reader distinguishes a log that was just emptied from an older one by its number of flushes. So flushes
+  // come at the server's pace in a young log, and as fast as possible in an older one.
   bool IsYoung() const {
     const LogFileHeader header = log.Snapshot().header;
     return header.changeCount - header.rewriteCount < 12;

@@ -1,6 +1,6 @@
 // Readers next to the server's real store: one whose copy does not end while the server stops (a page comes
-// from a slow disk, or a debugger holds the thread), one that nobody calls, one that is never left in peace.
-// A server that stops waits for the readers of its file, so they have to release it.
+// from a slow disk, or a debugger holds the thread), one that is not called, one whose log never stops
+// changing. A server that stops waits for the readers of its file, so they have to release it.
 
 #include <gtest/gtest.h>
 
@@ -54,7 +54,7 @@ std::uint64_t MillisecondsUntilReleased(std::uint64_t begun) {
   return GetTickCount64() - begun;
 }
 
-// The header of the log, mapped by a program that keeps no rule.
+// The header of the log, mapped by a hostile program.
 volatile LogFileHeader* hostileHeader = nullptr;
 
 void CountAChange() {
@@ -107,7 +107,7 @@ TEST_F(DelayedCopy, DoesNotDelayAServerThatStops) {
   EXPECT_EQ(seen, LogChange::Stopped);
 }
 
-// The mapping and the event: a server that starts takes over an event that somebody keeps.
+// The mapping and the event: a server that starts takes over an event that another process keeps.
 TEST_F(DelayedCopy, FollowerThatNobodyCallsReleasesEverythingWhenTheServerStops) {
   LogStreamOptions options;
   options.mapName = NameOf("Map");
@@ -120,8 +120,8 @@ TEST_F(DelayedCopy, FollowerThatNobodyCallsReleasesEverythingWhenTheServerStops)
   EXPECT_FALSE(ReadWaitExists());
 }
 
-// Every user may write to the mapping. A program that counts changes without end makes every copy fail. The
-// reader neither takes access nor goes on for ever, and the server is not held up.
+// Every user may write to the mapping. A program that counts changes all the time makes every copy fail. The
+// reader neither takes access nor continues indefinitely, and the server is not delayed.
 TEST_F(DelayedCopy, OfALogThatNeverRestsEndsAtItsTimeoutAndNobodyIsCounted) {
   const Handle mapping(OpenFileMappingA(FILE_MAP_WRITE, FALSE, NameOf("Map").c_str()));
   hostileHeader = static_cast<LogFileHeader*>(MapViewOfFile(mapping.Get(), FILE_MAP_WRITE, 0, 0, 0));

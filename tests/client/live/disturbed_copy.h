@@ -1,8 +1,7 @@
 #pragma once
 
-// The guarded copy of the client library, disturbed on its way: slowed down, reversed, delayed. It takes
-// the product's place in programs that are linked with --wrap=TamLogClientGuardedCopy. May be used from any
-// thread.
+// The guarded copy of the client library, disturbed on its way: slowed down, reversed, delayed. It replaces
+// the product's copy in programs linked with --wrap=TamLogClientGuardedCopy. May be used from any thread.
 
 #include <cstdint>
 

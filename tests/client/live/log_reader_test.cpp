@@ -225,7 +225,7 @@ TEST_F(LogReaderTest, SectionOfAnotherTimeIsTooSmallAndIsRefused) {
   EXPECT_EQ(old.ReadCount(), 0);
 }
 
-// A file that is mostly hole costs nobody anything until it is read.
+// A sparse file costs its creator nothing, but its reader would have to copy all of it.
 TEST_F(LogReaderTest, SectionLargerThanAServerMakesOneIsRefused) {
   constexpr std::int32_t kMost = 1000000;
   for (const std::int32_t slots : {kMost, kMost + 100}) {

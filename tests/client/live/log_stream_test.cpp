@@ -205,6 +205,22 @@ TEST_F(LogStreamTest, LogIsClosedInTimeWhileALargeOneIsCompared) {
   EXPECT_TRUE(closedMeanwhile) << "the log was closed after the comparison only";
 }
 
+// Else a program that takes all there is would do nothing else while messages keep coming.
+TEST_F(LogStreamTest, IsDrainedAfterTheItemsOfEachLook) {
+  LogStream stream(Options());
+  ASSERT_EQ(stream.Open(), Status::Ok);
+  EXPECT_TRUE(stream.Drained());
+  for (const std::string letters : {"de", "fg"}) {
+    Add(letters);
+    Share();
+    LogItem item;
+    ASSERT_EQ(stream.Next(item, kSoon), Status::Ok);
+    EXPECT_FALSE(stream.Drained());
+    ASSERT_EQ(stream.Next(item, 0), Status::Ok);
+    EXPECT_TRUE(stream.Drained());
+  }
+}
+
 TEST_F(LogStreamTest, WaitSaysWhatChanged) {
   LogStream stream(Options());
   ASSERT_EQ(stream.Open(), Status::Ok);

@@ -217,8 +217,7 @@ class ReadingJudge : public testing::TestWithParam<std::uint32_t> {
     Sleep(kFlushMs);
   }
 
-  // A reader tells a log that was just emptied from an older one by the number of flushes that it has had. So
-  // they come at the server's pace in a young log, and as fast as possible in an older one.
+  // See IsYoung in consistent_read_test.cpp.
   bool IsYoung() const {
     LogFileHeader header{};
     std::memcpy(&header, view, sizeof(header));

@@ -149,8 +149,7 @@ class LossHistories : public testing::TestWithParam<Histories> {
     });
   }
 
-  // What a reader has seen at the two visits. New messages count in the order in which they stand in the
-  // ring.
+  // The messages that a reader has seen at the two visits. New messages count in ring order.
   Image ImageOf(const RingModel& log, const LogSnapshot& before, const LogSnapshot& now) const {
     Groups labels;
     Image image;

@@ -36,8 +36,7 @@ void PrintTo(const Histories& histories, std::ostream* out) {
   *out << histories.name;
 }
 
-// Returns an empty log whose numbers have gone on: the first one is 0, which is also that of messages without
-// one.
+// Returns an empty log whose next number is not 0: that is also the number of messages without one.
 RingModel UsedLog(std::int32_t capacity) {
   RingModel log(capacity);
   for (int i = 0; i < 6; ++i) {
@@ -60,7 +59,7 @@ Messages LastCopies(const Messages& messages) {
 
 class OrderOfArrivals : public testing::TestWithParam<Histories> {
  protected:
-  // What a reader sees of a ring: the order of its times, numbers since the last one, equal messages.
+  // A ring as a reader sees it: the order of its times, numbers since the last one, equal messages.
   using Image = std::vector<std::uint64_t>;
   struct Orders {
     std::set<Messages> arrivals;  // as positions in the ring; more than one where the ring does not show it

@@ -28,10 +28,10 @@ TEST(FileProblem, EveryReasonComesAfterTheNameOfTheFile) {
 }
 
 TEST(FileProblem, StandardInputIsNamedInWords) {
-  EXPECT_EQ(FileProblem("-", Status::NotALog, "it is empty"), "standard input is no log (it is empty)");
+  EXPECT_EQ(FileProblem("-", Status::NotALog, "it is empty"), "standard input is not a log (it is empty)");
   EXPECT_EQ(FileProblem("-", Status::Damaged, "the file is too short"),
             "standard input: the file is too short; see: tamlogctl verify");
-  EXPECT_EQ(FileProblem("./-", Status::NotALog, "it is empty"), "./- is no log (it is empty)");
+  EXPECT_EQ(FileProblem("./-", Status::NotALog, "it is empty"), "./- is not a log (it is empty)");
 }
 
 }  // namespace

@@ -429,7 +429,7 @@ TEST_F(TamlogctlTest, NothingButUnstickNeedsARightToChangeAnythingOfTheLog) {
   log.FreeHeaderLock();
 }
 
-// Two programs pass the lock to each other, so that nobody ever sees it free. A signal would let both in.
+// Two programs pass the lock to each other, so that it is never seen free. A signal would let both in.
 TEST_F(TamlogctlTest, UnstickDoesNotSignalALockThatIsOnlyContended) {
   ServedLog log(TamLogTest::RingModel(8).Snapshot(), 0, kFileMapName);
   std::atomic<int> inside{0};

@@ -242,10 +242,10 @@ TEST_F(FileVerbs, WhatIsNoLogIsNamedByEveryVerbAndNothingIsWritten) {
   const struct {
     const char* file;
     const char* said;
-  } cases[] = {{"text.dat", "text.dat is no log (it begins like text)"},
-               {"packed.dat", "packed.dat is no log (it begins like gzip)"},
-               {"zeros.dat", "zeros.dat is no log (it begins with zeros)"},
-               {"empty.dat", "empty.dat is no log (it is empty)"}};
+  } cases[] = {{"text.dat", "text.dat is not a log (it begins like text)"},
+               {"packed.dat", "packed.dat is not a log (it begins like gzip)"},
+               {"zeros.dat", "zeros.dat is not a log (it begins with zeros)"},
+               {"empty.dat", "empty.dat is not a log (it is empty)"}};
   for (const auto& each : cases) {
     const std::string file = each.file;
     for (const std::string& arguments :
@@ -259,10 +259,10 @@ TEST_F(FileVerbs, WhatIsNoLogIsNamedByEveryVerbAndNothingIsWritten) {
       EXPECT_FALSE(IsThere("new.txt")) << arguments;
     }
   }
-  Expect("import --input log text.dat", 9, "text.dat is no log (it begins like text)");
-  Expect("merge good.dat text.dat", 9, "text.dat is no log");
+  Expect("import --input log text.dat", 9, "text.dat is not a log (it begins like text)");
+  Expect("merge good.dat text.dat", 9, "text.dat is not a log");
   EXPECT_NE(Contents("out").find("message 5"), std::string::npos) << "the other file is printed all the same";
-  Expect("verify good.dat text.dat", 9, "text.dat is no log");
+  Expect("verify good.dat text.dat", 9, "text.dat is not a log");
 }
 
 TEST_F(FileVerbs, RepairFindsTheSlotsAgainAndSaysSo) {

@@ -140,7 +140,7 @@ TEST_F(NamedFiles, MoreThanAnyLogHoldsIsRefused) {
     const auto outcome = Run(verb + " bomb.gz");
     EXPECT_EQ(outcome.exitCode, 9) << verb;
     EXPECT_EQ(outcome.out, "") << verb;
-    EXPECT_NE(outcome.err.find("bomb.gz is no log (it has more than 560000240 bytes when decompressed"),
+    EXPECT_NE(outcome.err.find("bomb.gz is not a log (it has more than 560000240 bytes when decompressed"),
               std::string::npos)
         << outcome.err;
   }
@@ -149,7 +149,7 @@ TEST_F(NamedFiles, MoreThanAnyLogHoldsIsRefused) {
 TEST_F(NamedFiles, EndlessInputIsRefusedInItsOwnWords) {
   const auto outcome = TestSupport::RunIn(folder.Path(), "'" TAMLOGCTL "' show - < /dev/zero");
   EXPECT_EQ(outcome.exitCode, 9);
-  EXPECT_NE(outcome.err.find("is no log (it has more than 560000240 bytes, more than any log)"),
+  EXPECT_NE(outcome.err.find("is not a log (it has more than 560000240 bytes, more than any log)"),
             std::string::npos)
       << outcome.err;
 }

@@ -86,7 +86,7 @@ TEST_F(ConvertCommand, VerbsOfLogsNameItForText) {
   Put("app.log", kLines);
   const Outcome outcome = Shell("$T show app.log");
   EXPECT_EQ(outcome.exitCode, 9);
-  EXPECT_NE(outcome.err.find("app.log is no log (it begins like text); tamlogctl convert makes one"),
+  EXPECT_NE(outcome.err.find("app.log is not a log (it begins like text); tamlogctl convert makes one"),
             std::string::npos)
       << outcome.err;
 }

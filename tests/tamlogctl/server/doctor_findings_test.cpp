@@ -312,6 +312,20 @@ TEST(DoctorFindings, StuckReadersOfEveryKind) {
   ExpectBad(seen, "lock", FindingState::Failure, "doctor --unstick");
 }
 
+// The server's own check is a reader inside, but keeps no other out.
+TEST(DoctorFindings, ReadersThatAStartWaitsFor) {
+  Observations seen = Healthy();
+  seen.log.header.serverRunning = 0;
+  seen.log.header.readCount = 1;
+  seen.log.readersInside = true;
+  EXPECT_FALSE(ReaderIsStuck(seen));
+  seen.log.readersKeptOut = true;
+  EXPECT_TRUE(ReaderIsStuck(seen));
+  ExpectBad(seen, "readers", FindingState::Failure, "the server waits for it and does not start");
+  seen.log.lockTaken = true;
+  ExpectBad(seen, "lock", FindingState::Failure, "doctor --unstick");
+}
+
 TEST(DoctorFindings, ReadThatFails) {
   Observations seen = Healthy();
   seen.readFailed = true;
