@@ -15,7 +15,11 @@ void ForeignLog::Open(std::uint32_t capacity) {
   mapping = CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, size,
                                breaks("mapping") ? "Global\\Another" : TAMLOG_FILE_MAP);
   bytes = static_cast<char*>(MapViewOfFile(mapping, FILE_MAP_ALL_ACCESS, 0, 0, 0));
-  std::memset(bytes, 0, TAMLOG_SLOTS_OFFSET);
+  // A reader may still hold the section of the life before. Where serverRunning is never cleared, it must not
+  // see it so.
+  if (!breaks("running-0")) bytes[TAMLOG_SERVER_RUNNING] = 0;
+  std::memset(bytes, 0, TAMLOG_SERVER_RUNNING);
+  std::memset(bytes + TAMLOG_SERVER_RUNNING + 1, 0, TAMLOG_SLOTS_OFFSET - TAMLOG_SERVER_RUNNING - 1);
   headerLock = MakeEvent(TAMLOG_HEADER_LOCK, 0);
   readWait = MakeEvent(TAMLOG_READ_WAIT_EVENT, 1);
   if (!breaks("events")) writeWait = MakeEvent(TAMLOG_WRITE_WAIT_EVENT, 2);
