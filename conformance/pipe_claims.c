@@ -495,13 +495,23 @@ static void ClaimCapacity(Connection* connection) {
         "three SetSettings in a row: one restart, with the last settings");
 }
 
+/* A server that starts, or is between two pairs of pipes, has none for a moment. */
+static int PipeExistsWithin(DWORD milliseconds) {
+  const ULONGLONG limit = GetTickCount64() + milliseconds;
+  while (!WaitNamedPipeA(TAMLOG_REQUEST_PIPE, milliseconds) && GetLastError() == ERROR_FILE_NOT_FOUND) {
+    if (GetTickCount64() >= limit) return 0;
+    Sleep(20);
+  }
+  return 1;
+}
+
 int TamlogPipeClaims(const PipeClaimOptions* options, ClaimFunction claimed, void* context) {
   Connection connection;
   int connected;
   receiver = claimed;
   receiverContext = context;
   restartMs = 1000 * (ULONGLONG)options->restartSeconds;
-  if (!WaitNamedPipeA(TAMLOG_REQUEST_PIPE, ANSWER_MS) && GetLastError() == ERROR_FILE_NOT_FOUND) return 0;
+  if (!PipeExistsWithin(ANSWER_MS)) return 0;
   connected = Connect(&connection, ANSWER_MS);
   Claim(connected, "connect", "both pipes open, in message mode, and a first request is answered");
   if (!connected) return 1;

@@ -21,7 +21,7 @@ ForeignPipes::ForeignPipes(Breaks rule, Answer answering)
     : breaks(std::move(rule)),
       answer(std::move(answering)),
       ended(CreateEventA(nullptr, TRUE, FALSE, nullptr)),
-      acceptor([this] { Accept(); }) {}
+      acceptor([this, first = MakePair()] { Accept(first); }) {}
 
 ForeignPipes::~ForeignPipes() {
   SetEvent(ended);
@@ -56,17 +56,16 @@ DWORD ForeignPipes::Finish(HANDLE pipe, OVERLAPPED& overlapped, BOOL started, DW
   return GetOverlappedResult(pipe, &overlapped, &moved, TRUE) ? 0 : GetLastError();
 }
 
-void ForeignPipes::Accept() {
-  while (WaitForSingleObject(ended, 0) != WAIT_OBJECT_0) {
-    const Pair pair = MakePair();
-    bool connected = true;
-    for (const HANDLE pipe : {pair.request, pair.reply}) {
-      Overlapped overlapped;
-      DWORD moved = 0;
-      const DWORD error = Finish(pipe, overlapped, ConnectNamedPipe(pipe, &overlapped), INFINITE, moved);
-      connected = connected && (error == 0 || error == ERROR_PIPE_CONNECTED);
-    }
-    if (!connected) {
+bool ForeignPipes::IsConnected(HANDLE pipe) const {
+  Overlapped overlapped;
+  DWORD moved = 0;
+  const DWORD error = Finish(pipe, overlapped, ConnectNamedPipe(pipe, &overlapped), INFINITE, moved);
+  return error == 0 || error == ERROR_PIPE_CONNECTED;
+}
+
+void ForeignPipes::Accept(Pair pair) {
+  for (; WaitForSingleObject(ended, 0) != WAIT_OBJECT_0; pair = MakePair()) {
+    if (!IsConnected(pair.request) || !IsConnected(pair.reply)) {
       Close(pair);
     } else if (breaks("two-clients")) {
       Serve(pair);
@@ -74,6 +73,7 @@ void ForeignPipes::Accept() {
       connections.emplace_back([this, pair] { Serve(pair); });
     }
   }
+  Close(pair);
 }
 
 int ForeignPipes::ReadRequest(const Pair& pair, PipeRecord& request, bool& tooLong) {

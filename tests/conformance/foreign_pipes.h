@@ -18,7 +18,7 @@ class ForeignPipes {
   using Breaks = std::function<bool(const char*)>;
   using Answer = std::function<PipeRecord(const PipeRecord&)>;
 
-  // Accepts connections until its end, which ends them all. `answering` is called from many threads.
+  // Has a pair of pipes when it returns; accepts connections until its end, which ends them all. `answering` is called from many threads.
   ForeignPipes(Breaks rule, Answer answering);
   ~ForeignPipes();
   ForeignPipes(const ForeignPipes&) = delete;
@@ -32,7 +32,9 @@ class ForeignPipes {
 
   Pair MakePair() const;
   static void Close(const Pair& pair);
-  void Accept();
+  // Waits for the client of each pair, beginning with `pair`.
+  void Accept(Pair pair);
+  bool IsConnected(HANDLE pipe) const;
   void Serve(Pair pair);
   // The number of bytes of one request; -1: the connection is over.
   int ReadRequest(const Pair& pair, PipeRecord& request, bool& tooLong);
