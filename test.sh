@@ -190,10 +190,24 @@ start_yielding() {
   start_beside "$name" "$purpose" bash -c 'yield_processor "$@"' beside "$@"
 }
 
+# stop_yielding SESSION: gives a step the ordinary share of the processors when everything else waits for it. Otherwise
+# it would not end beside work of others that never ends. A process started meanwhile inherits the old policy, hence two
+# rounds.
+stop_yielding() {
+  local pid
+  { echo 0 >"/proc/$1/autogroup"; } 2>/dev/null || true
+  for _ in 1 2; do
+    for pid in $(pgrep --session "$1"); do
+      chrt --all-tasks --other --pid 0 "$pid" >/dev/null 2>&1 || true
+    done
+  done
+}
+
 finish_beside() {
   local name=$1 status=0
   [[ -n ${beside_process[$name]:-} ]] || return 0
   printf '== %-14s waiting for its end\n' "$name"
+  stop_yielding "${beside_process[$name]}"
   wait "${beside_process[$name]}" || status=$?
   unset "beside_process[$name]"
   report "$name" "$status" $((SECONDS - beside_started[$name]))

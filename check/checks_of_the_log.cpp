@@ -300,7 +300,7 @@ const std::vector<Check>& ChecksByAPerson() {
       {"person.failed-upgrade", "A failed upgrade by the MSI brings the old version back.", Needs::Person,
        nullptr, "it needs two versions of the MSI; docs/windows.md has the steps"},
       {"person.upgrade-with-a-follower",
-       "An upgrade by the MSI does not restart the machine, and tamlogctl follow goes on.", Needs::Person,
+       "An upgrade by the MSI does not restart the machine, and tamlogctl follow continues.", Needs::Person,
        nullptr,
        "run tamlogctl follow in a console and msiexec /i NEW.msi /qn in another one; the exit code is 0 or "
        "3010"},

@@ -18,7 +18,8 @@ class ForeignPipes {
   using Breaks = std::function<bool(const char*)>;
   using Answer = std::function<PipeRecord(const PipeRecord&)>;
 
-  // Has a pair of pipes when it returns; accepts connections until its end, which ends them all. `answering` is called from many threads.
+  // Has a pair of pipes when it returns; accepts connections until its end, which ends them all.
+  // `answering` is called from many threads.
   ForeignPipes(Breaks rule, Answer answering);
   ~ForeignPipes();
   ForeignPipes(const ForeignPipes&) = delete;

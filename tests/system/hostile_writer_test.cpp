@@ -3,6 +3,7 @@
 // a terminal can take.
 
 #include <cstring>
+#include <ostream>
 #include <random>
 
 #include "tests/system/administration.h"
@@ -152,6 +153,11 @@ struct Attack {
   Kind kind;
   const char* name;
 };
+
+// The name of the case in the lists of ctest.
+void PrintTo(const Attack& attack, std::ostream* out) {
+  *out << attack.name;
+}
 
 class HostileWriterKinds : public HostileWriters, public testing::WithParamInterface<Attack> {};
 
