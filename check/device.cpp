@@ -15,6 +15,7 @@ constexpr char kService[] = "TamLogCheckDevice";
 constexpr char kDevice[] = "TAMLOG";
 constexpr char kTarget[] = "\\Device\\Null";
 constexpr char kDefine[] = "define";
+constexpr char kRemove[] = "remove";
 
 bool defining = false;  // the task of the service's process
 
@@ -68,12 +69,12 @@ std::string ProvideDevice() {
   std::string problem = RunTask(kDefine);
   if (!problem.empty()) return problem;
   if (DeviceIsThere()) return "";
-  RemoveDevice();
+  RunTask(kRemove);
   return "it was defined and cannot be opened";
 }
 
 std::string RemoveDevice() {
-  return RunTask("remove");
+  return DeviceIsThere() ? RunTask(kRemove) : "";
 }
 
 int RunDeviceService(const std::string& task) {

@@ -10,7 +10,7 @@ namespace TamLogCheck {
 
 bool DeviceIsThere();
 
-// Both return the problem; empty when there is none.
+// Both return the problem; empty when there is none. RemoveDevice may be called where ProvideDevice was not.
 std::string ProvideDevice();
 std::string RemoveDevice();
 

@@ -111,16 +111,14 @@ void Session::Prepare() {
   MakeFolder();
   settings = SaveSettings();
   if (installed) recovery = FindRecovery();
-  if (deviceMissing) {
-    const std::string problem = ProvideDevice();
-    if (!problem.empty()) {
-      RemoveDirectoryAt(folder);
-      throw NoServer("no stand-in for the driver's device: " + problem, false);
-    }
-    deviceMade = true;
+  deviceMade = deviceMissing;
+  SaveState();
+  const std::string problem = deviceMissing ? ProvideDevice() : "";
+  if (!problem.empty()) {
+    RemoveDirectoryAt(folder);
+    throw NoServer("no stand-in for the driver's device: " + problem, false);
   }
   prepared = true;  // from here on there is something to restore
-  SaveState();
   if (installed) {
     if (wasRunning) Stop();
     return;

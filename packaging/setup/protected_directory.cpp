@@ -89,8 +89,26 @@ DWORD FileRights(DWORD mask) {
   return mask;
 }
 
+// The account of an entry that allows something; empty for one that is trusted and for entries that deny.
+// The entries with a condition begin like those without one; whether the condition holds is not known here.
+std::string Allowed(ACE_HEADER& entry) {
+  switch (entry.AceType) {
+    case ACCESS_ALLOWED_ACE_TYPE:
+    case ACCESS_ALLOWED_CALLBACK_ACE_TYPE: {
+      const PSID sid = &reinterpret_cast<ACCESS_ALLOWED_ACE*>(&entry)->SidStart;
+      return IsTrusted(sid) ? "" : AccountOf(sid);
+    }
+    case ACCESS_DENIED_ACE_TYPE:
+    case ACCESS_DENIED_OBJECT_ACE_TYPE:
+    case ACCESS_DENIED_CALLBACK_ACE_TYPE:
+    case ACCESS_DENIED_CALLBACK_OBJECT_ACE_TYPE:
+      return "";
+    default:
+      return "an entry of the type " + std::to_string(entry.AceType) + " in the access list";
+  }
+}
+
 // Returns the untrusted account that owns the directory or has one of `rights`; empty when there is none.
-// `inherited`: whether entries count that apply only to objects created in it.
 std::string Stranger(const fs::path& directory, DWORD rights, bool inherited) {
   PSID owner = nullptr;
   PACL list = nullptr;
@@ -101,18 +119,7 @@ std::string Stranger(const fs::path& directory, DWORD rights, bool inherited) {
   if (result != ERROR_SUCCESS) Fail("cannot read the access list of " + Name(directory), result);
   const Memory memory(descriptor);
   if (owner != nullptr && !IsTrusted(owner)) return AccountOf(owner);
-  if (list == nullptr) return "everyone";
-  for (DWORD k = 0; k < list->AceCount; ++k) {
-    void* entry = nullptr;
-    if (GetAce(list, k, &entry) == FALSE) continue;
-    const auto* const header = static_cast<const ACE_HEADER*>(entry);
-    if (header->AceType != ACCESS_ALLOWED_ACE_TYPE) continue;
-    if (!inherited && (header->AceFlags & INHERIT_ONLY_ACE) != 0) continue;
-    auto* const allowed = static_cast<ACCESS_ALLOWED_ACE*>(entry);
-    const PSID sid = &allowed->SidStart;
-    if ((FileRights(allowed->Mask) & rights) != 0 && !IsTrusted(sid)) return AccountOf(sid);
-  }
-  return "";
+  return StrangerIn(list, rights, inherited);
 }
 
 void CheckDrive(const fs::path& directory) {
@@ -156,6 +163,20 @@ void CheckPart(const fs::path& part, bool isRoot, bool isLast) {
 }
 
 }  // namespace
+
+std::string StrangerIn(ACL* list, DWORD rights, bool inherited) {
+  if (list == nullptr) return "everyone";
+  for (DWORD k = 0; k < list->AceCount; ++k) {
+    void* entry = nullptr;
+    if (GetAce(list, k, &entry) == FALSE) continue;
+    auto& header = *static_cast<ACE_HEADER*>(entry);
+    if (!inherited && (header.AceFlags & INHERIT_ONLY_ACE) != 0) continue;
+    if ((FileRights(static_cast<ACCESS_ALLOWED_ACE*>(entry)->Mask) & rights) == 0) continue;
+    std::string account = Allowed(header);
+    if (!account.empty()) return account;
+  }
+  return "";
+}
 
 void CheckDirectory(const fs::path& directory) {
   CheckDrive(directory);

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <string>
 
 #include "client/message/win32.h"
@@ -59,6 +60,26 @@ class ProtectedDirectory : public testing::Test {
   const fs::path directory = fs::absolute(fs::path(temp.File("package")));
 };
 
+// An access list with one entry of this type, by which everyone may write.
+class ListWithEntry {
+ public:
+  explicit ListWithEntry(BYTE type) {
+    EXPECT_TRUE(InitializeAcl(List(), sizeof buffer, ACL_REVISION_DS));
+    alignas(DWORD) std::array<BYTE, SECURITY_MAX_SID_SIZE> everyone{};
+    DWORD size = everyone.size();
+    EXPECT_TRUE(CreateWellKnownSid(WinWorldSid, nullptr, everyone.data(), &size));
+    EXPECT_TRUE(AddAccessAllowedAce(List(), ACL_REVISION_DS, GENERIC_ALL, everyone.data()));
+    void* entry = nullptr;
+    EXPECT_TRUE(GetAce(List(), 0, &entry));
+    static_cast<ACE_HEADER*>(entry)->AceType = type;
+  }
+
+  ACL* List() { return reinterpret_cast<ACL*>(buffer.data()); }
+
+ private:
+  alignas(DWORD) std::array<BYTE, 256> buffer{};
+};
+
 constexpr wchar_t kEveryoneWrites[] = L"D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;FA;;;CO)(A;OICI;FA;;;WD)";
 constexpr wchar_t kEveryoneReads[] = L"D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;FA;;;CO)(A;OICI;GRGX;;;WD)";
 
@@ -82,6 +103,17 @@ TEST_F(ProtectedDirectory, OneBelowADirectoryThatUsersMayReplaceIsRefused) {
   MakeWithList(directory, kEveryoneWrites);
   MakeWithList(directory / "inner", kEveryoneReads);
   EXPECT_NE(RefusalOf(directory / "inner").find("may change"), std::string::npos);
+}
+
+TEST(AccessList, EntriesThatAllowCountWhateverTheirKind) {
+  for (const int type : {ACCESS_ALLOWED_ACE_TYPE, ACCESS_ALLOWED_CALLBACK_ACE_TYPE,
+                         ACCESS_ALLOWED_OBJECT_ACE_TYPE, ACCESS_ALLOWED_COMPOUND_ACE_TYPE}) {
+    EXPECT_NE(StrangerIn(ListWithEntry(static_cast<BYTE>(type)).List(), FILE_WRITE_DATA, false), "") << type;
+  }
+  for (const int type : {ACCESS_DENIED_ACE_TYPE, ACCESS_DENIED_CALLBACK_ACE_TYPE}) {
+    EXPECT_EQ(StrangerIn(ListWithEntry(static_cast<BYTE>(type)).List(), FILE_WRITE_DATA, false), "") << type;
+  }
+  EXPECT_EQ(StrangerIn(nullptr, FILE_WRITE_DATA, false), "everyone");
 }
 
 TEST_F(ProtectedDirectory, RootAndNetworkAndFileAreRefused) {
