@@ -143,6 +143,24 @@ class Machine:
                 "event source": self.key(EVENT_KEY), "package": self.key(PACKAGE_KEY),
                 "programs": self.key(UNINSTALL_KEY), "state": self.state()}
 
+    def everything(self):
+        """Returns a line for each value and key of the registry and for each file and directory of drive C:."""
+        found = set()
+        for root in ("HKLM", "HKU"):
+            key = ""
+            for line in self.key(root).splitlines():
+                if line.startswith("HKEY_"):
+                    key = line
+                found.add(line if line == key else key + " : " + line.strip())
+        drive = os.path.join(self.prefix, "drive_c")
+        for where, directories, names in os.walk(drive):
+            found.update(os.path.relpath(os.path.join(where, name), drive) for name in directories)
+            for name in names:
+                path = os.path.join(where, name)
+                with open(path, "rb") as file:
+                    found.add(os.path.relpath(path, drive) + " : " + hashlib.sha256(file.read()).hexdigest())
+        return found
+
     def data(self):
         """Messages, settings, the server's own log, and whether the directory of the package exists."""
         return {"messages": self.files().get("Logs.dat"), "settings": self.key(SETTINGS_KEY),
