@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/wait_until.h"
 #include "util/win32.h"
 
 namespace {
@@ -75,6 +76,11 @@ class ServersHandle {
 
 class LoadedDriver : public testing::Test {
  protected:
+  // The driver hears of a closed handle a moment after CloseHandle has returned.
+  bool HasOneHandle() {
+    return TestSupport::WaitUntil([this] { return driver.Counters().openHandles == 1; });
+  }
+
   LoadedDriverDouble loaded;
   DriverDouble driver;
 };
@@ -185,7 +191,7 @@ TEST_F(LoadedDriver, CountsWhatHappened) {
     EXPECT_EQ(2U, counters.opens);
     EXPECT_EQ(3U, counters.put);
   }
-  EXPECT_EQ(1U, driver.Counters().openHandles);
+  EXPECT_TRUE(HasOneHandle());
 }
 
 TEST_F(LoadedDriver, ResetEmptiesItEndsTheFailureAndZeroesTheCounters) {
@@ -235,7 +241,7 @@ TEST_F(LoadedDriver, NothingIsLostOrServedTwiceByFourThreads) {
   EXPECT_EQ(4U * kRounds, counters.put);
   EXPECT_EQ(4U * kRounds, counters.served);
   EXPECT_EQ(0U, counters.queued);
-  EXPECT_EQ(1U, counters.openHandles);
+  EXPECT_TRUE(HasOneHandle());
 }
 
 TEST(DriverService, WithoutTheDriverThereIsNoDevice) {

@@ -140,7 +140,7 @@ class ServerCallSweep : public ServerTest {
     client.Disconnect();
     EXPECT_EQ(PlainFailureOf([&] { service->OnStop(); }), "");
     service.reset();
-    EXPECT_FALSE(ServerHasDriverOpen());
+    EXPECT_TRUE(ServerClosesDriver());
   }
 
   std::string Logged() const {

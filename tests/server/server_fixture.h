@@ -45,6 +45,10 @@ class ServerTest : public testing::Test {
   // The number of times that the server has opened the driver in this test: once per start from stopped.
   std::uint32_t Starts() { return driver->Counters().opens - 1; }
   bool ServerHasDriverOpen() { return driver->Counters().openHandles == 2; }
+  // The driver hears of a closed handle a moment after CloseHandle has returned.
+  bool ServerClosesDriver() {
+    return WaitUntil([&] { return driver->Counters().openHandles == 1; }, 3000ms);
+  }
 
   std::string Diagnostics() const { return WithoutCarriageReturns(ReadBytes(folder.File("Diagnostic.txt"))); }
   bool IsInLog(const std::string& text) const {
