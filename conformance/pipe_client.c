@@ -4,6 +4,7 @@
 #include <string.h>
 
 #define OTHER_HALF_MS 1000 /* for the second pipe of a pair */
+#define SLOW_SERVER_MS 10000
 #define QUESTION_MS 2000
 #define QUESTIONS 4
 
@@ -113,6 +114,21 @@ static int SetMessageMode(Connection* connection) {
   return SetNamedPipeHandleState(connection->reply, &mode, NULL, NULL);
 }
 
+/* State 2. Closing the request pipe of a server that is slow would keep every client out: it waits for the
+ * reply pipe of that pair. Whether the server still has its end of it, only a write shows. */
+static int OpenReplyHalf(Connection* connection, int* attempts) {
+  Record request = {0};
+  Record reply;
+  connection->reply = OpenWithin(OpenReply, OTHER_HALF_MS, 3, attempts);
+  if (connection->reply != INVALID_HANDLE_VALUE) return SetMessageMode(connection);
+  PutNumber(request, TAMLOG_RECORD_CODE, TAMLOG_PING);
+  if (Write(connection->request, request, sizeof request, QUESTION_MS) != 0) return 0;
+  connection->reply = OpenWithin(OpenReply, SLOW_SERVER_MS, 3, attempts);
+  ++*attempts;
+  return connection->reply != INVALID_HANDLE_VALUE && SetMessageMode(connection) &&
+         Receive(connection, reply, QUESTION_MS) == TAMLOG_REPLY_ALIVE;
+}
+
 /* States 5 and 6: the server dropped the pair of the request handle, and the reply handle belongs to the next
  * one. */
 static int KeepReplyHalf(Connection* connection) {
@@ -138,8 +154,7 @@ static int ConnectOnce(Connection* connection, DWORD milliseconds) {
   connection->reply = INVALID_HANDLE_VALUE;
   connection->request = OpenWithin(OpenRequest, milliseconds, 10 + (DWORD)rand() % 40, &attempts);
   if (connection->request == INVALID_HANDLE_VALUE) return 0;
-  connection->reply = OpenWithin(OpenReply, OTHER_HALF_MS, 3, &attempts);
-  if (connection->reply == INVALID_HANDLE_VALUE || !SetMessageMode(connection)) return 0;
+  if (!OpenReplyHalf(connection, &attempts)) return 0;
   if (attempts > 1) return AnswersQuestions(connection);
   PutNumber(request, TAMLOG_RECORD_CODE, TAMLOG_PING);
   error = Write(connection->request, request, sizeof request, ANSWER_MS);

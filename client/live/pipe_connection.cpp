@@ -14,6 +14,7 @@ namespace {
 constexpr DWORD kRetryMs = 10;
 constexpr DWORD kReplyRetryMs = 2;
 constexpr std::uint64_t kReplyPipeMs = 1000;
+constexpr std::uint64_t kSlowServerMs = 10000;
 constexpr std::uint64_t kStaleMs = 5000;
 constexpr std::uint32_t kProofMs = 2000;
 constexpr int kProofs = 4;
@@ -76,6 +77,7 @@ bool PipeConnection::IsStale() const {
 void PipeConnection::Close() {
   requestPipe.Close();
   replyPipe.Close();
+  owed.reset();
 }
 
 Status PipeConnection::Open(const CallDeadline& deadline) {
@@ -116,16 +118,30 @@ Status PipeConnection::OpenRequestPipe(const CallDeadline& deadline) {
 }
 
 // Tries for a full second, whatever is left of the call's time: a client that gives up between the two pipes
-// keeps all other clients out.
+// keeps all other clients out. If the server still has its end of the request pipe after that, it is only
+// slow: then tries longer.
 bool PipeConnection::OpenReplyPipe(bool& atOnce) {
   const std::uint64_t start = GetTickCount64();
-  atOnce = true;
-  do {
-    if (TakeReplyPipe()) return true;
-    atOnce = false;
+  std::uint64_t limit = kReplyPipeMs;
+  for (atOnce = true; !TakeReplyPipe(); atOnce = false) {
+    if (GetTickCount64() - start >= limit) {
+      if (limit == kSlowServerMs || !ServerHasRequestPipe()) return false;
+      limit = kSlowServerMs;
+    }
     Sleep(kReplyRetryMs);
-  } while (GetTickCount64() - start < kReplyPipeMs);
-  return false;
+  }
+  return true;
+}
+
+// Only a write shows it. The answer is the first reply that comes.
+bool PipeConnection::ServerHasRequestPipe() {
+  if (owed) return false;
+  PipeRequest ping;
+  std::memset(&ping, 0, sizeof(ping));
+  ping.code = static_cast<std::uint32_t>(RequestCode::Ping);
+  if (Write(ping, CallDeadline(kReplyPipeMs)) != Status::Ok) return false;
+  owed = ReplyCode::Alive;
+  return true;
 }
 
 bool PipeConnection::TakeReplyPipe() {
@@ -169,24 +185,32 @@ bool PipeConnection::Prove(const CallDeadline& deadline) {
   if (Answers(limit, dead)) return true;
   if (!dead) return false;
   requestPipe.Close();
+  owed.reset();
   if (OpenRequestPipe(limit) != Status::Ok) return false;
   if (Answers(limit, dead)) return true;
-  if (!TakeReplyPipe()) return false;
-  return Answers(CallDeadline(kProofMs), dead);
+  bool atOnce = false;
+  return OpenReplyPipe(atOnce) && Answers(CallDeadline(kProofMs), dead);
 }
 
 // Returns whether all probes are answered. Sets `dead` to whether the request pipe is dead.
 bool PipeConnection::Answers(const CallDeadline& limit, bool& dead) {
+  PipeReply reply{};
+  const auto answered = [&](ReplyCode expected) {
+    owed = expected;
+    if (Read(reply, limit) != Status::Ok) return false;
+    owed.reset();
+    return reply.code == static_cast<std::uint32_t>(expected);
+  };
+  dead = false;
+  if (owed && !answered(*owed)) return false;
   for (int i = 0; i < kProofs; ++i) {
     const Probe probe = AnyProbe();
     PipeRequest request;
     std::memset(&request, 0, sizeof(request));
     request.code = static_cast<std::uint32_t>(probe.question);
-    PipeReply reply{};
     const Status written = Write(request, limit);
     dead = written == Status::Disconnected;
-    if (written != Status::Ok || Read(reply, limit) != Status::Ok) return false;
-    if (reply.code != static_cast<std::uint32_t>(probe.answer)) return false;
+    if (written != Status::Ok || !answered(probe.answer)) return false;
   }
   proven = true;
   return true;

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "client/live/call_deadline.h"
@@ -27,7 +28,8 @@ class PipeConnection {
   bool IsStale() const;
 
   // Opens both pipes. NotRunning: no pipe existed for the whole absence time. TimedOut: the pipes stayed
-  // busy. AccessDenied; SystemError. May exceed the deadline by a second between the two pipes.
+  // busy. AccessDenied; SystemError. May exceed the deadline between the two pipes: by a second, and by ten
+  // where the server makes the second one that late.
   Status Open(const CallDeadline& deadline);
   void Close();
 
@@ -43,6 +45,7 @@ class PipeConnection {
  private:
   Status OpenRequestPipe(const CallDeadline& deadline);
   bool OpenReplyPipe(bool& atOnce);
+  bool ServerHasRequestPipe();
   bool TakeReplyPipe();
   bool Prove(const CallDeadline& deadline);
   bool Answers(const CallDeadline& limit, bool& dead);
@@ -56,6 +59,8 @@ class PipeConnection {
   Handle replyPipe;
   Handle ioEvent;
   std::array<std::uint32_t, 2> servers{};
+  // The answer to a request that was written when the reply pipe was not open, or was that of another pair.
+  std::optional<ReplyCode> owed;
   bool proven = false;        // the two pipes are known to be of one pair
   std::uint64_t lastUse = 0;  // GetTickCount64
 };

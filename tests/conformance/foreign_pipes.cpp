@@ -36,7 +36,9 @@ ForeignPipes::Pair ForeignPipes::MakePair() const {
     return CreateNamedPipeA(name, access | FILE_FLAG_OVERLAPPED, mode, PIPE_UNLIMITED_INSTANCES, kBufferBytes,
                             kBufferBytes, 0, nullptr);
   };
-  return {make(TAMLOG_REQUEST_PIPE, PIPE_ACCESS_INBOUND), make(TAMLOG_REPLY_PIPE, PIPE_ACCESS_OUTBOUND)};
+  const HANDLE request = make(TAMLOG_REQUEST_PIPE, PIPE_ACCESS_INBOUND);
+  if (breaks("slow-pair")) Sleep(1500);
+  return {request, make(TAMLOG_REPLY_PIPE, PIPE_ACCESS_OUTBOUND)};
 }
 
 void ForeignPipes::Close(const Pair& pair) {

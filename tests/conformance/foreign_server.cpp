@@ -2,7 +2,10 @@
 // conformance/pipe_claims.c need it, and breaks the claims that its arguments name. The tests show with it
 // that each claim can fail.
 //
-// usage: foreign_server [CLAIM...]       prints "ready", then serves until its input ends
+// usage: foreign_server [CLAIM...] [slow-pair]       prints "ready", then serves until its input ends
+//
+// slow-pair: makes the reply pipe of each pair a second and a half after the request pipe, which breaks no
+// claim.
 
 #include <algorithm>
 #include <chrono>

@@ -53,6 +53,12 @@ TEST(ForeignServer, HoldsEveryClaim) {
   EXPECT_NE(verdict.table.find("\n43 claims hold, 0 fail\n"), std::string::npos) << verdict.table;
 }
 
+// Which breaks no claim: a client does not close the request pipe of a server that is slow.
+TEST(ForeignServer, HoldsTheClaimsWithASecondAndAHalfBetweenTheTwoPipesOfAPair) {
+  const Verdict verdict = Judge("slow-pair", "");
+  EXPECT_EQ(verdict.exitCode, 0U) << verdict.table;
+}
+
 TEST(ForeignServer, HoldsTheClaimsAboutIdleConnections) {
   const Verdict verdict = Judge("", "--idle");
   EXPECT_EQ(verdict.exitCode, 0U) << verdict.table;

@@ -4,9 +4,9 @@
 
 namespace {
 
-// Opening one pipe of the pair makes the server create the other instance at once, unless it is shutting
-// down.
-constexpr std::chrono::milliseconds kSecondPipeLimit{200};
+// The server makes the reply pipe right after the request pipe. On a busy machine that may take a while.
+constexpr std::chrono::milliseconds kSecondPipeLimit{10000};
+constexpr std::chrono::milliseconds kPingLimit{2000};
 
 std::uint32_t Milliseconds(std::chrono::milliseconds time) {
   return static_cast<std::uint32_t>(std::max<std::int64_t>(time.count(), 0));
@@ -21,11 +21,19 @@ std::optional<ServerConnection> ServerConnection::Connect(std::chrono::milliseco
     const auto left =
         std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
     if (!connection.client->OpenRequestPipe(Milliseconds(left))) return std::nullopt;
-    // A request pipe without a reply pipe belongs to a server that has ended: a reply pipe of the next server
-    // would belong to another client's pair.
-    if (connection.client->OpenReplyPipe(Milliseconds(kSecondPipeLimit))) return connection;
+    if (connection.client->OpenReplyPipe(0) || connection.FindsItsReplyPipe()) return connection;
     connection.client->Disconnect();
   }
+}
+
+// A request pipe without a reply pipe belongs to a server that is slow, or that has ended: then the write
+// fails, or a reply pipe of the next server is that of another pair.
+bool ServerConnection::FindsItsReplyPipe() {
+  if (!client->Send(RequestOf(RequestCode::Ping), Milliseconds(kPingLimit)) ||
+      !client->OpenReplyPipe(Milliseconds(kSecondPipeLimit)))
+    return false;
+  const std::optional<PipeReply> reply = client->Receive(Milliseconds(kPingLimit));
+  return reply && static_cast<ReplyCode>(reply->code) == ReplyCode::Alive;
 }
 
 ServerConnection::ServerConnection() : client(std::make_unique<TestSupport::PipeClient>()) {}

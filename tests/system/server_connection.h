@@ -41,5 +41,7 @@ class ServerConnection {
   bool WaitForDisconnection(std::chrono::milliseconds limit);
 
  private:
+  bool FindsItsReplyPipe();
+
   std::unique_ptr<TestSupport::PipeClient> client;
 };

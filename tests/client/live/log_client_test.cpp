@@ -273,6 +273,25 @@ TEST_F(LogClientTest, PipeThatStaysBusyTimesOut) {
   EXPECT_EQ(LogClient({name, 300, 100}).Ping(), Status::TimedOut);
 }
 
+// A client that closed its request pipe meanwhile would keep every client out: the server waits for the reply
+// pipe of that pair.
+TEST_F(LogClientTest, ServerThatIsSlowBetweenItsTwoPipesIsReached) {
+  server = std::make_unique<TestServer>(Ordinary, TestServer::OwnPipeName(), 2500);
+  LogClient patient({server->PipeName(), 8000, 8000});
+  EXPECT_EQ(patient.Ping(), Status::Ok);
+  EXPECT_EQ(server->Connections(), 1);
+  EXPECT_TRUE(server->AllWhole());
+}
+
+// The call is over when the pipe comes; the next one finds a server that serves.
+TEST_F(LogClientTest, ServerThatIsSlowerThanACallIsReachedByTheNextOne) {
+  server = std::make_unique<TestServer>(Ordinary, TestServer::OwnPipeName(), 2500);
+  client = std::make_unique<LogClient>(TamLogClient::LogClientOptions{server->PipeName(), 500, 400});
+  Status status = client->Ping();
+  for (int i = 0; i < 10 && status != Status::Ok; ++i) status = client->Ping();
+  EXPECT_EQ(status, Status::Ok);
+}
+
 TEST_F(LogClientTest, ThreadsTakeTurns) {
   Serve();
   std::atomic<int> failed{0};

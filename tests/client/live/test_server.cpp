@@ -35,11 +35,11 @@ std::string TestServer::OwnPipeName() {
   return R"(\\.\pipe\TamLogTestPipe)" + std::to_string(GetCurrentProcessId());
 }
 
-TestServer::TestServer(Handler answer, std::string pipeName)
+TestServer::TestServer(Handler answer, std::string pipeName, std::uint32_t pauseMs)
     : name(std::move(pipeName)),
       handler(std::move(answer)),
       stopEvent(CreateEventA(nullptr, TRUE, FALSE, nullptr)),
-      thread([this] { Serve(); }) {}
+      thread([this, pauseMs] { Serve(pauseMs); }) {}
 
 TestServer::~TestServer() {
   stop = true;
@@ -53,16 +53,18 @@ std::vector<PipeRequest> TestServer::Requests() const {
   return requests;
 }
 
-void TestServer::Serve() {
+void TestServer::Serve(std::uint32_t pauseMs) {
   const Handle done(CreateEventA(nullptr, TRUE, FALSE, nullptr));
-  while (!stop) {
+  for (; !stop; pauseMs = 0) {
     const Handle request = MakePipe(name, PIPE_ACCESS_INBOUND);
+    Sleep(pauseMs);
     const Handle reply = MakePipe(name + kReplyPipeSuffix, PIPE_ACCESS_OUTBOUND);
     bool connected = true;
     for (const HANDLE pipe : {request.Get(), reply.Get()}) {
       OVERLAPPED operation{};
       operation.hEvent = done.Get();
-      connected = connected && Finish(pipe, operation, ConnectNamedPipe(pipe, &operation), stopEvent) >= 0;
+      const int result = Finish(pipe, operation, ConnectNamedPipe(pipe, &operation), stopEvent);
+      connected = result >= 0 && connected;
     }
     if (!connected) continue;
     ++connections;

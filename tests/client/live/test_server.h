@@ -20,7 +20,8 @@ class TestServer {
  public:
   using Handler = std::function<Answer(const PipeRequest&, PipeReply&)>;
 
-  explicit TestServer(Handler answer, std::string pipeName = OwnPipeName());
+  // Makes the reply pipe of the first pair `pauseMs` after its request pipe.
+  explicit TestServer(Handler answer, std::string pipeName = OwnPipeName(), std::uint32_t pauseMs = 0);
   ~TestServer();
   TestServer(const TestServer&) = delete;
   TestServer& operator=(const TestServer&) = delete;
@@ -35,7 +36,7 @@ class TestServer {
   int Connections() const { return connections; }
 
  private:
-  void Serve();
+  void Serve(std::uint32_t pauseMs);
   void ServeConnection(void* request, void* reply);
 
   std::string name;
