@@ -94,10 +94,14 @@ std::vector<AccessEntry> EntriesOf(const void* list) {
     void* raw = nullptr;
     if (GetAce(acl, i, &raw) == FALSE) continue;
     const auto& header = *static_cast<const ACE_HEADER*>(raw);
-    if (header.AceType != ACCESS_ALLOWED_ACE_TYPE && header.AceType != ACCESS_DENIED_ACE_TYPE) continue;
-    auto* const ace = static_cast<ACCESS_ALLOWED_ACE*>(raw);  // both kinds have the same layout
-    entries.push_back({header.AceType == ACCESS_ALLOWED_ACE_TYPE, (header.AceFlags & INHERIT_ONLY_ACE) != 0,
-                       ace->Mask, SidText(&ace->SidStart)});
+    // Of the entries with a condition those that allow count as if it held, and those that deny as if it did
+    // not.
+    const bool allows =
+        header.AceType == ACCESS_ALLOWED_ACE_TYPE || header.AceType == ACCESS_ALLOWED_CALLBACK_ACE_TYPE;
+    if (!allows && header.AceType != ACCESS_DENIED_ACE_TYPE) continue;
+    auto* const ace = static_cast<ACCESS_ALLOWED_ACE*>(raw);  // all of these kinds have the same layout
+    entries.push_back(
+        {allows, (header.AceFlags & INHERIT_ONLY_ACE) != 0, ace->Mask, SidText(&ace->SidStart)});
   }
   return entries;
 }

@@ -11,7 +11,7 @@
 namespace TamLogCtl {
 
 // `list` is a PACL; null means that everyone has all rights. Entries of other kinds than allow and deny are
-// left out.
+// left out. Of entries with a condition, those that allow are in the list and those that deny are not.
 std::vector<AccessEntry> EntriesOf(const void* list);
 
 // Returns the names of the accounts, other than administrators and this user, that may change the program
