@@ -56,9 +56,11 @@ std::vector<PipeRequest> TestServer::Requests() const {
 void TestServer::Serve(std::uint32_t pauseMs) {
   const Handle done(CreateEventA(nullptr, TRUE, FALSE, nullptr));
   for (; !stop; pauseMs = 0) {
-    const Handle request = MakePipe(name, PIPE_ACCESS_INBOUND);
+    Handle request;
+    if (pauseMs > 0) request = MakePipe(name, PIPE_ACCESS_INBOUND);
     Sleep(pauseMs);
     const Handle reply = MakePipe(name + kReplyPipeSuffix, PIPE_ACCESS_OUTBOUND);
+    if (!request) request = MakePipe(name, PIPE_ACCESS_INBOUND);
     bool connected = true;
     for (const HANDLE pipe : {request.Get(), reply.Get()}) {
       OVERLAPPED operation{};

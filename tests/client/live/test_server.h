@@ -20,7 +20,9 @@ class TestServer {
  public:
   using Handler = std::function<Answer(const PipeRequest&, PipeReply&)>;
 
-  // Makes the reply pipe of the first pair `pauseMs` after its request pipe.
+  // Makes the reply pipe of the first pair `pauseMs` after its request pipe. Otherwise a client that gets a
+  // request pipe finds the reply pipe at once, and asks nothing of its own to find out whether they are a
+  // pair.
   explicit TestServer(Handler answer, std::string pipeName = OwnPipeName(), std::uint32_t pauseMs = 0);
   ~TestServer();
   TestServer(const TestServer&) = delete;
