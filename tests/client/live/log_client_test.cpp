@@ -297,6 +297,7 @@ TEST_F(LogClientTest, ThreadsTakeTurns) {
   std::atomic<int> failed{0};
   {
     std::vector<std::jthread> threads;
+    threads.reserve(4);
     for (int t = 0; t < 4; ++t) {
       threads.emplace_back([&] {
         for (int i = 0; i < 100; ++i) {
