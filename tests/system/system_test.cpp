@@ -19,6 +19,7 @@ constexpr auto kStartLimit = 40s;
 constexpr auto kStopLimit = 40s;
 constexpr auto kProcessEndLimit = 20s;
 constexpr auto kConnectLimit = 30s;
+constexpr auto kReplyLimit = 60s;
 constexpr const char* kServerName = "TamLogServer.exe";
 
 std::string DiagnosticLog() {
@@ -224,7 +225,8 @@ void SystemTest::WaitForStarts(std::uint32_t starts, std::chrono::milliseconds l
 PipeReply SystemTest::Ask(const PipeRequest& request) {
   std::optional<ServerConnection> connection = ServerConnection::Connect(kConnectLimit);
   if (!connection) throw std::runtime_error("no connection to the server");
-  const std::optional<PipeReply> reply = connection->Ask(request);
+  // A message waits until a poll of the driver is over, which may have ten thousand of its own.
+  const std::optional<PipeReply> reply = connection->Ask(request, kReplyLimit);
   if (!reply) throw std::runtime_error("no reply to request " + std::to_string(request.code));
   return *reply;
 }
