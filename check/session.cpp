@@ -26,7 +26,9 @@ namespace {
 constexpr char kServerProgram[] = "TamLogServer.exe";
 constexpr char kStateFile[] = "before-the-checks.txt";
 constexpr std::uint32_t kStartMs = 30000;
-constexpr std::uint32_t kStopMs = 60000;  // its own waits take 25 s at most
+constexpr int kChangeAttempts = 3;
+constexpr std::uint32_t kChangeMs = 20000;  // the end of the connections follows a second after a change
+constexpr std::uint32_t kStopMs = 60000;    // its own waits take 25 s at most
 
 // Returns the program of a command line, without quotation marks and arguments.
 std::string ProgramOf(const std::string& commandLine) {
@@ -266,14 +268,18 @@ void Session::Kill() {
 std::uint64_t Session::OverRestart(const std::function<void()>& change) {
   LogClient client;
   if (client.Ping() != Status::Ok) throw std::runtime_error("the server does not answer before the restart");
-  change();
-  // The restart ends this connection.
-  if (!Eventually(60000, [&client] {
-        const std::uint64_t before = client.Connections();
-        return client.Ping() != Status::Ok || client.Connections() != before;
-      })) {
-    throw std::runtime_error("no restart followed");
+  const auto isEnded = [&client] {
+    const std::uint64_t before = client.Connections();
+    return client.Ping() != Status::Ok || client.Connections() != before;
+  };
+  // The restart ends this connection. A server answers before its last start is complete; until then, a
+  // change is stored but followed by no restart.
+  bool ended = false;
+  for (int attempt = 0; attempt < kChangeAttempts && !ended; ++attempt) {
+    change();
+    ended = Eventually(kChangeMs, isEnded);
   }
+  if (!ended) throw std::runtime_error("no restart followed");
   const std::uint64_t begin = Ticks();
   if (!Eventually(kStartMs, Answers))
     throw std::runtime_error("the server does not answer after the restart");

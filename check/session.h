@@ -56,8 +56,8 @@ class Session {
   std::uint64_t Stop();
   // Ends the server's process by force.
   void Kill();
-  // Does `change`, which causes a restart, and waits for the end of the restart. Returns the milliseconds of
-  // the pause; throws when the server does not come back.
+  // Does `change`, which causes a restart, and waits for the end of the restart. Repeats `change` when no
+  // restart follows. Returns the milliseconds of the pause; throws when the server does not come back.
   std::uint64_t OverRestart(const std::function<void()>& change);
   // Returns whether the service has a process that lives.
   bool Alive() const;
